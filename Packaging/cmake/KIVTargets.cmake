@@ -1,0 +1,24 @@
+# How every target of this project is compiled: one interface target, so that warnings,
+# sanitizers and path mapping are the same everywhere.
+add_library(kiv_flags INTERFACE)
+target_compile_options(kiv_flags INTERFACE
+    -Wall -Wextra -Wconversion -Wshadow
+    # Assertion texts and log lines name files as the tree names them, not as this machine does.
+    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
+if(KIV_SANITIZE)
+    target_compile_options(kiv_flags INTERFACE
+        -fsanitize=${KIV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(kiv_flags INTERFACE -fsanitize=${KIV_SANITIZE})
+endif()
+if(KIV_COVERAGE)
+    target_compile_options(kiv_flags INTERFACE --coverage)
+    target_link_options(kiv_flags INTERFACE --coverage)
+endif()
+if(KIV_BUILD_FUZZERS)
+    # Coverage feedback in the libraries; each fuzz target adds the driver itself.
+    target_compile_options(kiv_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)

@@ -1,0 +1,45 @@
+// One line an argument check: with assertions the call must stop the process with the exact text,
+// without them it must answer the status. Both builds run the same tables.
+#pragma once
+
+#include <KIVCoreServices2/KIVCS2Base.h>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace kiv::test
+{
+struct ArgumentCheck
+{
+    const char *operation; // as __func__ names it
+    const char *text;      // the failed expression
+    KIVCS2Status status;   // answered where assertions are compiled out
+    std::function<KIVCS2Status()> call;
+};
+
+// The assertion line as a POSIX extended expression, with every special character taken literally.
+inline std::string assertionPattern(std::string_view operation, std::string_view text)
+{
+    std::string pattern;
+    for (const char c : std::string{operation} + ": Assertion `" + std::string{text} + "' failed")
+    {
+        if (std::string_view{"\\^$.[]|()?*+{}"}.find(c) != std::string_view::npos)
+            pattern += '\\';
+        pattern += c;
+    }
+    return pattern;
+}
+
+inline void expectRefused(const ArgumentCheck &check)
+{
+    SCOPED_TRACE(std::string{check.operation} + ": " + check.text);
+#ifdef NDEBUG
+    EXPECT_EQ(check.call(), check.status);
+#else
+    EXPECT_DEATH(static_cast<void>(check.call()), assertionPattern(check.operation, check.text));
+#endif
+}
+} // namespace kiv::test
