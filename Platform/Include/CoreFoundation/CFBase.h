@@ -1,0 +1,98 @@
+/**
+ * @file
+ * What every CoreFoundation object has in common: its types, reference counts, identity.
+ *
+ * Ownership follows the name of the call: an object from a "Create" or "Copy" call belongs to the
+ * caller, who releases it; an object from a "Get" call belongs to someone else and is retained
+ * to be kept. Counts may change on any thread. A call that fails answers NULL or false.
+ */
+#ifndef KIV_CF_BASE_H
+#define KIV_CF_BASE_H
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+#define CF_EXTERN_C_BEGIN                                                                                    \
+    extern "C"                                                                                               \
+    {
+#define CF_EXTERN_C_END }
+#else
+#define CF_EXTERN_C_BEGIN
+#define CF_EXTERN_C_END
+#endif
+#define CF_EXPORT extern __attribute__((visibility("default")))
+
+CF_EXTERN_C_BEGIN
+
+typedef unsigned char Boolean;
+typedef uint8_t UInt8;
+typedef int8_t SInt8;
+typedef uint16_t UInt16;
+typedef int16_t SInt16;
+typedef uint32_t UInt32;
+typedef int32_t SInt32;
+typedef uint64_t UInt64;
+typedef int64_t SInt64;
+typedef float Float32;
+typedef double Float64;
+typedef uint16_t UniChar;
+typedef SInt32 OSStatus;
+
+typedef unsigned long CFTypeID;
+typedef unsigned long CFOptionFlags;
+typedef unsigned long CFHashCode;
+typedef signed long CFIndex;
+
+typedef const void *CFTypeRef;
+typedef const struct __CFString *CFStringRef;
+typedef struct __CFString *CFMutableStringRef;
+typedef const struct __CFAllocator *CFAllocatorRef;
+
+/** The allocator argument of every Create call: the system heap, whatever is passed. */
+CF_EXPORT const CFAllocatorRef kCFAllocatorDefault;
+
+typedef CFIndex CFComparisonResult;
+enum
+{
+    kCFCompareLessThan = -1,
+    kCFCompareEqualTo = 0,
+    kCFCompareGreaterThan = 1
+};
+
+enum
+{
+    kCFNotFound = -1 /**< no such index */
+};
+
+typedef struct CFRange
+{
+    CFIndex location;
+    CFIndex length;
+} CFRange;
+
+static inline CFRange CFRangeMake(CFIndex location, CFIndex length)
+{
+    CFRange range;
+    range.location = location;
+    range.length = length;
+    return range;
+}
+
+/** Adds one reference and returns `cf`, which must not be NULL. Any thread. */
+CF_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
+/** Takes one reference away; the last one ends the object. `cf` must not be NULL. Any thread. */
+CF_EXPORT void CFRelease(CFTypeRef cf);
+/** The references at this moment; for tests and diagnostics. */
+CF_EXPORT CFIndex CFGetRetainCount(CFTypeRef cf);
+/** Which kind of object this is: equals the type's own GetTypeID. */
+CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
+/** True for the same object, and for two of one kind with the same value. */
+CF_EXPORT Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
+/** Equal objects have equal hashes, in this process. */
+CF_EXPORT CFHashCode CFHash(CFTypeRef cf);
+
+CF_EXTERN_C_END
+
+#endif

@@ -1,0 +1,31 @@
+/**
+ * @file
+ * The Gregorian calendar in the zone the process started with.
+ */
+#ifndef KIV_CF_CALENDAR_H
+#define KIV_CF_CALENDAR_H
+
+#include <CoreFoundation/CFBase.h>
+#include <CoreFoundation/CFDate.h>
+
+CF_EXTERN_C_BEGIN
+
+typedef struct __CFCalendar *CFCalendarRef;
+
+CF_EXPORT CFTypeID CFCalendarGetTypeID(void);
+/** The process's calendar, Gregorian whatever the locale. NULL when there is none. */
+CF_EXPORT CFCalendarRef CFCalendarCopyCurrent(void);
+
+/**
+ * The moment at which the calendar shows the given components; the others are those of year 1, month
+ * 0, day 1, 00:00:00. One `int` an element of `componentDesc`: y year, M month (January is 1), d
+ * day, H hour, m minute, s second. Values out of range carry: month 0 is the December before, day 0 the
+ * last day of the month before. False, `at` untouched, for any other letter and without a calendar.
+ * Thread safety: one calendar by one thread at a time.
+ */
+CF_EXPORT Boolean CFCalendarComposeAbsoluteTime(CFCalendarRef calendar, CFAbsoluteTime *at,
+                                                const char *componentDesc, ...);
+
+CF_EXTERN_C_END
+
+#endif

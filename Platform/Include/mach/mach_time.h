@@ -1,0 +1,38 @@
+/**
+ * @file
+ * The clock that only goes forward.
+ */
+#ifndef KIV_MACH_TIME_H
+#define KIV_MACH_TIME_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C"
+{
+#endif
+
+    typedef int kern_return_t;
+#define KERN_SUCCESS 0
+
+    /** Nanoseconds are absolute time times `numer` by `denom`. */
+    struct mach_timebase_info
+    {
+        uint32_t numer;
+        uint32_t denom;
+    };
+    typedef struct mach_timebase_info *mach_timebase_info_t;
+    typedef struct mach_timebase_info mach_timebase_info_data_t;
+
+    /** Stores the ratio, here 1 to 1. KERN_SUCCESS always. Any thread. */
+    extern __attribute__((visibility("default"))) kern_return_t mach_timebase_info(mach_timebase_info_t info);
+
+    /** Ticks since an arbitrary start, not counting sleep; never twice the same value in a process. Any
+    thread; safe in a signal handler. */
+    extern __attribute__((visibility("default"))) uint64_t mach_absolute_time(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
