@@ -7,4 +7,10 @@
 
 #include "KIVCS2Base.h"
 
+#include "KIVCS2Mutex.h"
+#include "KIVCS2PThread.h"
+#include "KIVCS2Semaphore.h"
+
+#include "KIVCS2VideoFormat.h"
+
 #endif

@@ -1,0 +1,77 @@
+/**
+ * @file
+ * Mutexes: a POSIX mutex that reports by status, optionally recursive or shared between processes.
+ *
+ * The caller owns the record: `init` fills it, `free` destroys the system mutex and zeroes the
+ * record, which may then be initialised again. Locking, trying and unlocking may be done from any
+ * thread; `init` and `free` belong to the owner, while nobody holds or waits for the mutex. A
+ * process-shared mutex must itself lie in memory that the processes share.
+ */
+#ifndef KIVCS2_MUTEX_H
+#define KIVCS2_MUTEX_H
+
+#include "KIVCS2Base.h"
+
+#include <pthread.h>
+
+KIVCS2_BEGIN_DECLS
+
+/** Properties of a new mutex, combined with "or"; bits without a name are ignored. */
+typedef uint32_t KIVCS2MutexOptions;
+enum
+{
+    KIVCS2MutexOptions_None = 0,         /**< PTHREAD_MUTEX_NORMAL, for one process */
+    KIVCS2MutexOptions_Recursive = 1,    /**< PTHREAD_MUTEX_RECURSIVE */
+    KIVCS2MutexOptions_ProcessShared = 2 /**< PTHREAD_PROCESS_SHARED */
+};
+
+/** A mutex. The system's mutex comes first, so the record can stand where one is expected. */
+typedef struct KIVCS2Mutex
+{
+    pthread_mutex_t m_mutex;
+    uint32_t m_valid; /**< 1 from a successful `init` to `free`, otherwise 0 */
+} KIVCS2Mutex;
+
+/**
+ * Makes a mutex in `mutex`, whatever the record held before.
+ * @param[in] options  KIVCS2MutexOptions; that a mutex cannot be shared is not reported
+ * @retval KIVCS2STATUS_PARAM_ERR  `mutex` is null
+ * @retval KIVCS2STATUS_MUTEX_ERR  the system made none; the record is zero
+ * Thread safety: the owner alone. Source: POSIX.1-2017, pthread_mutex_init.
+ */
+KIVCS2_API KIVCS2Status kivCS2Mutex_init(KIVCS2Mutex *mutex, KIVCS2MutexOptions options);
+
+/**
+ * Destroys the mutex and zeroes the record. Freeing a freed or zeroed record is harmless.
+ * @retval KIVCS2STATUS_PARAM_ERR  `mutex` is null
+ * Thread safety: the owner alone.
+ */
+KIVCS2_API KIVCS2Status kivCS2Mutex_free(KIVCS2Mutex *mutex);
+
+/**
+ * Locks the mutex, waiting for it as long as it takes.
+ * @retval KIVCS2STATUS_PARAM_ERR  `mutex` is null or not initialised
+ * @retval KIVCS2STATUS_MUTEX_ERR  the system refused; the mutex is not held by this call
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2Mutex_lock(KIVCS2Mutex *mutex);
+
+/**
+ * Locks the mutex if that needs no wait.
+ * @retval KIVCS2STATUS_PARAM_ERR       `mutex` is null or not initialised
+ * @retval KIVCS2STATUS_MUTEX_BUSY_ERR  it was not locked, for whatever reason
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2Mutex_tryLock(KIVCS2Mutex *mutex);
+
+/**
+ * Unlocks the mutex once; a recursive one is free after as many unlocks as locks.
+ * @retval KIVCS2STATUS_PARAM_ERR  `mutex` is null or not initialised
+ * @retval KIVCS2STATUS_MUTEX_ERR  the system refused, for one a recursive mutex of another thread
+ * Thread safety: the thread that holds it.
+ */
+KIVCS2_API KIVCS2Status kivCS2Mutex_unlock(KIVCS2Mutex *mutex);
+
+KIVCS2_END_DECLS
+
+#endif

@@ -1,0 +1,81 @@
+/**
+ * @file
+ * Semaphores: counting, and always named, so that any process that knows the name shares the count.
+ *
+ * The caller owns the record: `init` opens the semaphore, `free` closes it, removes its name and
+ * zeroes the record. All other operations may be called from any thread. Because `free` removes
+ * the name, the first user of a shared name to free it ends the sharing for those who come later;
+ * those who have it open keep theirs.
+ */
+#ifndef KIVCS2_SEMAPHORE_H
+#define KIVCS2_SEMAPHORE_H
+
+#include "KIVCS2Base.h"
+
+#include <semaphore.h>
+
+KIVCS2_BEGIN_DECLS
+
+enum
+{
+    KIVCS2SemaphoreNameMax = 256 /**< bytes of a name with its terminator */
+};
+
+/** A counting semaphore. */
+typedef struct KIVCS2Semaphore
+{
+    sem_t *m_semaphore;                  /**< null when not initialised */
+    char m_name[KIVCS2SemaphoreNameMax]; /**< the name as it was given or made, nul-terminated */
+} KIVCS2Semaphore;
+
+/**
+ * Opens the semaphore `name`, made when there is none, and takes all its pending counts: it starts
+ * at 0 also when others had posted to it.
+ * @param[in] name  at most 255 bytes, copied; null makes a name from the machine's absolute clock
+ * @retval KIVCS2STATUS_PARAM_ERR        `pSemaphore` is null
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `name` has 256 bytes or more; the record is zero
+ * @retval KIVCS2STATUS_SEMAPHORE_ERR    the system opened none; `m_semaphore` is null
+ * Thread safety: the owner alone. Source: POSIX.1-2017, sem_open.
+ */
+KIVCS2_API KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const char *name);
+
+/**
+ * Adds one to the count and so releases one waiter.
+ * @retval KIVCS2STATUS_PARAM_ERR  `pSemaphore` is null or not initialised
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2Semaphore_signal(KIVCS2Semaphore *pSemaphore);
+
+/**
+ * Takes one from the count, waiting until there is one. A signal delivered to the waiting thread
+ * ends the wait too, with the same status and nothing taken.
+ * @retval KIVCS2STATUS_PARAM_ERR  `pSemaphore` is null or not initialised
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2Semaphore_wait(KIVCS2Semaphore *pSemaphore);
+
+/**
+ * Takes one from the count if there is one.
+ * @retval KIVCS2STATUS_PARAM_ERR           `pSemaphore` is null or not initialised
+ * @retval KIVCS2STATUS_SEMAPHORE_BUSY_ERR  the count was 0
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2Semaphore_testWait(KIVCS2Semaphore *pSemaphore);
+
+/**
+ * Takes every pending count.
+ * @retval KIVCS2STATUS_PARAM_ERR  `pSemaphore` is null or not initialised
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2Semaphore_drain(KIVCS2Semaphore *pSemaphore);
+
+/**
+ * Closes the semaphore, removes its name from the machine and zeroes the record.
+ * @retval KIVCS2STATUS_PARAM_ERR  `pSemaphore` is null or not initialised
+ * Thread safety: the owner alone, with no thread waiting.
+ */
+KIVCS2_API KIVCS2Status kivCS2Semaphore_free(KIVCS2Semaphore *pSemaphore);
+
+KIVCS2_END_DECLS
+
+#endif

@@ -1,0 +1,313 @@
+/**
+ * @file
+ * Video formats: the broadcast formats of the library, each packed into one 32-bit code, and the
+ * frame rates.
+ *
+ * A format code is taken apart with the getters; names, display sizes and descriptions come from
+ * the table of 75 formats (25 base formats, each as 8 Bit, 10 Bit and RGBA). Everything is constant:
+ * pointers handed out are to static data and are never released, and every operation may be
+ * called from any thread. An operation that fails leaves its output alone unless it says otherwise.
+ */
+#ifndef KIVCS2_VIDEO_FORMAT_H
+#define KIVCS2_VIDEO_FORMAT_H
+
+#include "KIVCS2Base.h"
+
+KIVCS2_BEGIN_DECLS
+
+/** A frame rate. */
+typedef uint32_t KIVCS2FrameRate;
+enum
+{
+    KIVCS2FrameRate_23_98 = 0, /**< 24000/1001 */
+    KIVCS2FrameRate_24 = 1,
+    KIVCS2FrameRate_25 = 2,
+    KIVCS2FrameRate_29_97 = 3, /**< 30000/1001 */
+    KIVCS2FrameRate_30 = 4,
+    KIVCS2FrameRate_50 = 5,
+    KIVCS2FrameRate_59_94 = 6, /**< 60000/1001 */
+    KIVCS2FrameRate_60 = 7,
+    KIVCS2FrameRate_MAX = 8 /**< the count; also: no rate is set */
+};
+
+/** How the lines of a frame are divided into fields. */
+typedef uint32_t KIVCS2InterlaceMode;
+enum
+{
+    KIVCS2InterlaceMode_UpperFieldFirst = 0,
+    KIVCS2InterlaceMode_LowerFieldFirst = 1,
+    KIVCS2InterlaceMode_Progressive = 2,
+    KIVCS2InterlaceMode_SegmentedFrame = 3 /**< progressive segmented frame, "PsF" */
+};
+
+/** Shape of the picture. */
+typedef uint32_t KIVCS2FrameAspect;
+enum
+{
+    KIVCS2FrameAspect_4x3 = 0,
+    KIVCS2FrameAspect_16x9 = 1
+};
+
+/** Shape of a pixel: an index, 0 to 11, into the horizontal and vertical spacings. */
+typedef uint32_t KIVCS2PixelAspect;
+enum
+{
+    KIVCS2PixelAspect_1x1 = 0,
+    KIVCS2PixelAspect_4x3 = 1,
+    KIVCS2PixelAspect_16x15 = 2,
+    KIVCS2PixelAspect_12x11 = 3,
+    KIVCS2PixelAspect_8x9 = 4,
+    KIVCS2PixelAspect_10x11 = 5,
+    KIVCS2PixelAspect_64x45 = 6,
+    KIVCS2PixelAspect_16x11 = 7,
+    KIVCS2PixelAspect_32x27 = 8,
+    KIVCS2PixelAspect_40x33 = 9,
+    KIVCS2PixelAspect_3x2 = 10,
+    KIVCS2PixelAspect_59x54 = 11,
+    KIVCS2PixelAspect_MAX = 12 /**< the count */
+};
+
+/** How a pixel is stored. */
+typedef uint32_t KIVCS2VideoPixelFormat;
+enum
+{
+    KIVCS2VideoPixelFormat_8Bit = 0,
+    KIVCS2VideoPixelFormat_10Bit = 1,
+    KIVCS2VideoPixelFormat_RGBA = 2,
+    KIVCS2VideoPixelFormat_MAX = 3 /**< the count */
+};
+
+/** How a 1080p format above 30 frames a second is carried (SMPTE ST 425-1). */
+typedef uint32_t KIVCS2SDIDualLinkMode;
+enum
+{
+    KIVCS2SDIDualLinkMode_None = 0,
+    KIVCS2SDIDualLinkMode_LevelA = 1,
+    KIVCS2SDIDualLinkMode_LevelB = 2
+};
+
+/**
+ * A format code. From the top: native width index (4 bits), native height index (4), always 0 (2),
+ * SDI dual-link mode (2), pixel format (4), interlace mode (4), frame rate (4), pixel aspect (4),
+ * frame aspect (4).
+ */
+typedef uint32_t KIVCS2VideoFormat;
+
+/** What there is to know about a frame rate. */
+typedef struct KIVCS2FrameRateInfo
+{
+    uint32_t m_integerRate; /**< truncated, not rounded: 29 for 29.97 */
+    double m_exactRate;     /**< frames a second */
+    uint32_t m_hundredths;  /**< hundredths of a frame a second */
+    uint32_t m_dropFrame;   /**< 1 for a fractional rate, 23.98 included */
+    KIVCS2InterlaceMode m_defaultInterlaceMode;
+    const char *m_shortName; /**< "2997" */
+    const char *m_longName;  /**< "30fps drop frame" */
+} KIVCS2FrameRateInfo;
+
+/** The part of the picture that is free of edge artefacts, in pixels, as two fractions. */
+typedef struct KIVCS2CleanAperture
+{
+    uint32_t m_widthNumerator;
+    uint32_t m_widthDenominator;
+    uint32_t m_heightNumerator;
+    uint32_t m_heightDenominator;
+} KIVCS2CleanAperture;
+
+/** One row of the format table. */
+typedef struct KIVCS2VideoFormatDefinition
+{
+    KIVCS2VideoFormat m_format;
+    uint32_t m_displayWidthIndex;  /**< as found by kivCS2VideoFormat_matchWidth() */
+    uint32_t m_displayHeightIndex; /**< as found by kivCS2VideoFormat_matchHeight() */
+    const char *m_name;            /**< "1080i25 8 Bit" */
+    const KIVCS2CleanAperture *m_cleanAperture;
+} KIVCS2VideoFormatDefinition;
+
+/** A format of the table, taken apart. */
+typedef struct KIVCS2VideoFormatDescription
+{
+    const char *m_name;       /**< static */
+    uint32_t m_nativeWidth;   /**< pixels as stored and transported */
+    uint32_t m_nativeHeight;  /**< lines */
+    uint32_t m_displayWidth;  /**< pixels as shown */
+    uint32_t m_displayHeight; /**< lines */
+    KIVCS2FrameAspect m_frameAspect;
+    KIVCS2PixelAspect m_pixelAspect;
+    KIVCS2VideoPixelFormat m_pixelFormat;
+    uint32_t m_hSpacing; /**< the pixel's shape is hSpacing to vSpacing */
+    uint32_t m_vSpacing;
+    KIVCS2CleanAperture m_cleanAperture;
+    KIVCS2InterlaceMode m_interlaceMode;
+    KIVCS2FrameRate m_frameRate;
+    KIVCS2SDIDualLinkMode m_sdiDualLinkMode;
+    const KIVCS2FrameRateInfo *m_frameRateInfo; /**< static */
+} KIVCS2VideoFormatDescription;
+
+/**
+ * Finds the row of the table for a code; all 32 bits count.
+ * @param[out] definition  the static row, or null when there is none
+ * @retval KIVCS2STATUS_PARAM_ERR         `definition` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_findDefinition(KIVCS2VideoFormat format,
+                                                         const KIVCS2VideoFormatDefinition **definition);
+
+/**
+ * The index, 0 to 5, of a native width (704, 720, 1024, 1280, 1440, 1920 pixels).
+ * @retval KIVCS2STATUS_PARAM_ERR         `widthOut` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  no such width; `widthOut` is untouched
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_matchWidth(uint32_t width, uint32_t *widthOut);
+
+/**
+ * The index, 0 to 4, of a native height (480, 486, 576, 720, 1080 lines).
+ * @retval KIVCS2STATUS_PARAM_ERR         `heightOut` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  no such height; `heightOut` is untouched
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_matchHeight(uint32_t height, uint32_t *heightOut);
+
+/**
+ * The native width of a code in pixels; the code need not be in the table.
+ * @retval KIVCS2STATUS_PARAM_ERR         `nativeWidth` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the width index is 6 or more
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getNativeWidth(KIVCS2VideoFormat format, uint32_t *nativeWidth);
+
+/**
+ * The native height of a code in lines; the code need not be in the table.
+ * @retval KIVCS2STATUS_PARAM_ERR         `nativeHeight` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the height index is 5 or more
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getNativeHeight(KIVCS2VideoFormat format, uint32_t *nativeHeight);
+
+/**
+ * The field of any code, in the table or not, as it stands.
+ * @retval KIVCS2STATUS_PARAM_ERR  the output is null
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getFrameAspectRatio(KIVCS2VideoFormat format,
+                                                              KIVCS2FrameAspect *frameAspect);
+/** As kivCS2VideoFormat_getFrameAspectRatio(), the pixel aspect. */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getPixelAspectRatio(KIVCS2VideoFormat format,
+                                                              KIVCS2PixelAspect *pixelAspect);
+/** As kivCS2VideoFormat_getFrameAspectRatio(), the frame rate. */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getFrameRate(KIVCS2VideoFormat format, KIVCS2FrameRate *frameRate);
+/** As kivCS2VideoFormat_getFrameAspectRatio(), the interlace mode. */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getInterlaceMode(KIVCS2VideoFormat format,
+                                                           KIVCS2InterlaceMode *interlaceMode);
+/** As kivCS2VideoFormat_getFrameAspectRatio(), the pixel format. */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getPixelFormat(KIVCS2VideoFormat format,
+                                                         KIVCS2VideoPixelFormat *pixelFormat);
+/** As kivCS2VideoFormat_getFrameAspectRatio(), the SDI dual-link mode. */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getSDIDualLinkMode(KIVCS2VideoFormat format,
+                                                             KIVCS2SDIDualLinkMode *sdiDualLinkMode);
+
+/**
+ * The width at which a format of the table is shown, in pixels.
+ * @retval KIVCS2STATUS_PARAM_ERR         `displayWidth` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getDisplayWidth(KIVCS2VideoFormat format, uint32_t *displayWidth);
+
+/**
+ * The height at which a format of the table is shown, in lines.
+ * @retval KIVCS2STATUS_PARAM_ERR         `displayHeight` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getDisplayHeight(KIVCS2VideoFormat format, uint32_t *displayHeight);
+
+/**
+ * The name of a format of the table, for example "1080p59.94a 8 Bit".
+ * @param[out] name  static text
+ * @retval KIVCS2STATUS_PARAM_ERR         `name` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getName(KIVCS2VideoFormat format, const char **name);
+
+/**
+ * Describes a format of the table.
+ * @retval KIVCS2STATUS_PARAM_ERR         `description` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getDescription(KIVCS2VideoFormat format,
+                                                         KIVCS2VideoFormatDescription *description);
+
+/**
+ * The code of the format with exactly this name, byte for byte.
+ * @param[out] format  0 when there is none
+ * @retval KIVCS2STATUS_PARAM_ERR         `name` or `format` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  no format has this name
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_getFormatForName(const char *name, KIVCS2VideoFormat *format);
+
+/**
+ * The first format of the table with these properties. Interlace mode, aspects and dual link are
+ * not compared: 1920 x 1080 at 23.98 or 24 is the segmented frame, at 50 and above level A,
+ * 720 x 576 at 25 is never DV.
+ * @param[out] format  0 when there is none
+ * @retval KIVCS2STATUS_PARAM_ERR         `format` is null
+ * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  no format has these properties
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_matchFormat(uint32_t nativeWidth, uint32_t nativeHeight,
+                                                      uint32_t displayWidth, uint32_t displayHeight,
+                                                      KIVCS2FrameRate frameRate,
+                                                      KIVCS2VideoPixelFormat pixelFormat,
+                                                      KIVCS2VideoFormat *format);
+
+/**
+ * The frame rate of a truncated rate: 23, 24, 25, 29, 30, 50, 59 or 60.
+ * @param[out] frameRate  must not be null: it is not checked
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  no such rate; `frameRate` is untouched
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_integerToFrameRate(uint32_t integerRate,
+                                                             KIVCS2FrameRate *frameRate);
+
+/**
+ * The frame rate of a rate that is truncated first: 29.97 and 29.999 are both 29.97.
+ * @param[out] frameRate  must not be null: it is not checked
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  no such rate, or not a number; `frameRate` is untouched
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_floatToFrameRate(float rate, KIVCS2FrameRate *frameRate);
+
+/**
+ * The exact rate in frames a second, in single precision.
+ * @retval KIVCS2STATUS_PARAM_ERR       `outFrameRate` is null
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  the code is 8 or more
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_frameRateToFloat(KIVCS2FrameRate frameRate, float *outFrameRate);
+
+/**
+ * The exact rate in frames a second.
+ * @retval KIVCS2STATUS_PARAM_ERR       `outFrameRate` is null
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  the code is 8 or more
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_frameRateToDouble(KIVCS2FrameRate frameRate, double *outFrameRate);
+
+/**
+ * The interlace mode that a frame rate usually has.
+ * @param[out] interlaceMode  must not be null: it is not checked
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  the code is 8 or more; `interlaceMode` is untouched
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2VideoFormat_frameRateDefaultInterlaceMode(KIVCS2FrameRate frameRate,
+                                                                        KIVCS2InterlaceMode *interlaceMode);
+
+KIVCS2_END_DECLS
+
+#endif
