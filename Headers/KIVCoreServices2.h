@@ -6,6 +6,12 @@
 #define KIVCORESERVICES2_H
 
 #include "KIVCS2Base.h"
+#include "KIVCS2FileStream.h"
+#include "KIVCS2MemoryStream.h"
+#include "KIVCS2NamedPipeStream.h"
+#include "KIVCS2PipeStream.h"
+#include "KIVCS2Stream.h"
+#include "KIVCS2String.h"
 
 #include "KIVCS2Mutex.h"
 #include "KIVCS2PThread.h"

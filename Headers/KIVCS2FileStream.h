@@ -1,0 +1,106 @@
+/**
+ * @file
+ * File streams: a stream over the standard library's buffered file.
+ *
+ * Transfers are all or nothing in what they report: the count is the whole request or 0, and the
+ * status is KIVCS2STATUS_OK in both cases. One record is used by one thread at a time.
+ */
+#ifndef KIVCS2_FILE_STREAM_H
+#define KIVCS2_FILE_STREAM_H
+
+#include "KIVCS2Stream.h"
+
+#include <stdio.h>
+
+KIVCS2_BEGIN_DECLS
+
+typedef struct KIVCS2FileStream
+{
+    KIVCS2Stream m_stream;
+    FILE *m_file; /**< the buffered file; null when closed */
+} KIVCS2FileStream;
+
+/**
+ * Clears the record and fills its operations; no file is open yet.
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
+ */
+KIVCS2_API KIVCS2Status kivCS2FileStream_setup(KIVCS2FileStream *stream);
+
+/**
+ * Opens a file. Release the stream with kivCS2FileStream_free().
+ * @param[in] accessMode  as fopen() understands it, passed on unchanged
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream`, `filename` or `accessMode` is null
+ * @retval KIVCS2STATUS_OPEN_ERR   the file cannot be opened; the operations are filled, no file is open
+ */
+KIVCS2_API KIVCS2Status kivCS2FileStream_init(KIVCS2FileStream *stream, const char *filename,
+                                              const char *accessMode);
+
+/**
+ * Writes `size` bytes as one item.
+ * @param[out] bytesWritten  `size` when all went through, else 0; may be null
+ * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `buffer` is null
+ * @retval KIVCS2STATUS_OK         also after a short transfer: look at the count
+ */
+KIVCS2_API KIVCS2Status kivCS2FileStream_writeBytes(KIVCS2Stream *stream, const void *buffer, uint64_t size,
+                                                    uint64_t *bytesWritten);
+
+/**
+ * Reads `size` bytes as one item.
+ * @param[out] bytesRead  `size` when all came, else 0 (what was left is consumed); may be null
+ * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `buffer` is null
+ * @retval KIVCS2STATUS_OK         also after a short transfer: look at the count
+ */
+KIVCS2_API KIVCS2Status kivCS2FileStream_readBytes(KIVCS2Stream *stream, void *buffer, uint64_t size,
+                                                   uint64_t *bytesRead);
+
+/**
+ * Stores the file's size in bytes; the position is as before. A directory's size reads as the largest
+ * signed 64-bit number.
+ * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `size` is null
+ * @retval KIVCS2STATUS_READ_ERR   the file has no positions (a pipe, a terminal)
+ */
+KIVCS2_API KIVCS2Status kivCS2FileStream_getSize(KIVCS2Stream *stream, uint64_t *size);
+
+/**
+ * Moves the position; counted from the end a positive `offset` moves **behind** it.
+ * @param[out] newPosition  may be null
+ * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `mode` is unknown
+ * @retval KIVCS2STATUS_READ_ERR   the position cannot be reached or told
+ */
+KIVCS2_API KIVCS2Status kivCS2FileStream_setPosition(KIVCS2Stream *stream, int64_t offset,
+                                                     KIVCS2StreamPosition mode, int64_t *newPosition);
+
+/**
+ * Stores 1 when the position equals the file's size, else 0; behind the end is not at the end.
+ * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `eos` is null
+ * @retval KIVCS2STATUS_READ_ERR   the file has no positions
+ */
+KIVCS2_API KIVCS2Status kivCS2FileStream_isEndOfStream(KIVCS2Stream *stream, uint32_t *eos);
+
+/**
+ * Reads the whole file into a new block, released with kivCS2FileStream_freeBytes(). The position is
+ * left where the read ended.
+ * @param[out] buffer  the block; null when the file brought fewer bytes than its size, which is
+ *                     KIVCS2STATUS_OK: test the pointer
+ * @param[out] size    the file's size
+ * @retval KIVCS2STATUS_PARAM_ERR   no file is open, or `buffer` or `size` is null
+ * @retval KIVCS2STATUS_READ_ERR    the file has no positions
+ * @retval KIVCS2STATUS_MEMORY_ERR  no room for the file; `buffer` is null
+ */
+KIVCS2_API KIVCS2Status kivCS2FileStream_getBytes(KIVCS2Stream *stream, uint8_t **buffer, uint64_t *size);
+
+/** Releases a block of kivCS2FileStream_getBytes(); null is accepted. Always succeeds. */
+KIVCS2_API KIVCS2Status kivCS2FileStream_freeBytes(KIVCS2Stream *stream, uint8_t *buffer);
+
+/**
+ * Closes the file if one is open and clears the whole record; twice is harmless.
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
+ */
+KIVCS2_API KIVCS2Status kivCS2FileStream_close(KIVCS2Stream *stream);
+
+/** The same as kivCS2FileStream_close(). */
+KIVCS2_API KIVCS2Status kivCS2FileStream_free(KIVCS2Stream *stream);
+
+KIVCS2_END_DECLS
+
+#endif

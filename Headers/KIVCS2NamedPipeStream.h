@@ -1,0 +1,104 @@
+/**
+ * @file
+ * Named-pipe streams: a stream over one end of a FIFO, which it can create at opening and remove at
+ * closing.
+ *
+ * What a FIFO cannot do is answered with KIVCS2STATUS_UNSUPPORTED_ERR here, where the anonymous pipe
+ * says KIVCS2STATUS_PIPE_ERR. Writing to a FIFO whose reader is gone is a failed write and never
+ * raises SIGPIPE. One record is used by one thread at a time.
+ */
+#ifndef KIVCS2_NAMED_PIPE_STREAM_H
+#define KIVCS2_NAMED_PIPE_STREAM_H
+
+#include "KIVCS2Stream.h"
+
+KIVCS2_BEGIN_DECLS
+
+/** How a named pipe is opened; bits that may be combined. Other bits have no meaning. */
+typedef uint32_t KIVCS2NamedPipeFlag;
+enum
+{
+    KIVCS2NamedPipeFlag_Read = 0x02,        /**< open for reading */
+    KIVCS2NamedPipeFlag_Write = 0x04,       /**< open for writing; ignored together with Read */
+    KIVCS2NamedPipeFlag_NonBlocking = 0x08, /**< neither opening nor transfers wait */
+    KIVCS2NamedPipeFlag_Create = 0x10,      /**< create the FIFO where the path is missing or refused */
+    KIVCS2NamedPipeFlag_Unlink = 0x20       /**< remove the path on close */
+};
+
+typedef struct KIVCS2NamedPipeStream
+{
+    KIVCS2Stream m_stream;
+    char *m_path;             /**< the FIFO's path, copied at opening; null when closed */
+    int32_t m_fileDescriptor; /**< -1 when no pipe is open */
+    uint32_t m_flags;         /**< KIVCS2NamedPipeFlag, kept for close */
+} KIVCS2NamedPipeStream;
+
+/**
+ * Clears the record, fills its operations and sets the descriptor to -1.
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
+ */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_setup(KIVCS2NamedPipeStream *stream);
+
+/**
+ * Opens a FIFO for reading, or for writing where only KIVCS2NamedPipeFlag_Write is given. Without
+ * KIVCS2NamedPipeFlag_NonBlocking the opening waits for the other end. A created FIFO has permissions
+ * 0600. Whatever the result, release the stream with kivCS2NamedPipeStream_free().
+ * @retval KIVCS2STATUS_PARAM_ERR   `stream` or `filename` is null
+ * @retval KIVCS2STATUS_DATA_ERR    the path is missing or refused, and Create was not given
+ * @retval KIVCS2STATUS_FIFO_ERR    the FIFO could not be created
+ * @retval KIVCS2STATUS_OPEN_ERR    the opening failed for another reason, such as a non-blocking
+ *                                  opening for writing without a reader
+ * @retval KIVCS2STATUS_MEMORY_ERR  no room for the path; the pipe is open and closed by `close`
+ */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_init(KIVCS2NamedPipeStream *stream, const char *filename,
+                                                   uint32_t flags);
+
+/**
+ * One write of `size` bytes.
+ * @param[out] bytesWritten  how many went through, possibly fewer; may be null
+ * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
+ * @retval KIVCS2STATUS_WRITE_ERR  the write failed, or would wait; `bytesWritten` is as before
+ */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_writeBytes(KIVCS2Stream *stream, const void *buffer,
+                                                         uint64_t size, uint64_t *bytesWritten);
+
+/**
+ * One read of up to `size` bytes.
+ * @param[out] bytesRead  how many came, 0 when the last writer is gone and after a failure; may be null
+ * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
+ * @retval KIVCS2STATUS_READ_ERR   the read failed, or would wait
+ */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_readBytes(KIVCS2Stream *stream, void *buffer, uint64_t size,
+                                                        uint64_t *bytesRead);
+
+/** KIVCS2STATUS_UNSUPPORTED_ERR, nothing is stored. */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_getSize(KIVCS2Stream *stream, uint64_t *size);
+
+/** KIVCS2STATUS_UNSUPPORTED_ERR, nothing is stored. */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_setPosition(KIVCS2Stream *stream, int64_t offset,
+                                                          KIVCS2StreamPosition mode, int64_t *newPosition);
+
+/** KIVCS2STATUS_UNSUPPORTED_ERR, nothing is stored. */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_isEndOfStream(KIVCS2Stream *stream, uint32_t *eos);
+
+/** KIVCS2STATUS_UNSUPPORTED_ERR, nothing is stored. */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_getBytes(KIVCS2Stream *stream, uint8_t **buffer,
+                                                       uint64_t *size);
+
+/** KIVCS2STATUS_UNSUPPORTED_ERR, nothing is released. */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_freeBytes(KIVCS2Stream *stream, uint8_t *buffer);
+
+/**
+ * Closes the pipe, removes its path if KIVCS2NamedPipeFlag_Unlink was given, releases the path's copy
+ * and clears the whole record. After an `init` that opened nothing it only clears.
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null; or the path to remove is unknown, then the
+ *                                 descriptor is closed and the record may be closed again
+ */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_close(KIVCS2Stream *stream);
+
+/** The same as kivCS2NamedPipeStream_close(). */
+KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_free(KIVCS2Stream *stream);
+
+KIVCS2_END_DECLS
+
+#endif

@@ -1,0 +1,94 @@
+/**
+ * @file
+ * Pipe streams: a stream over an anonymous pipe pair, written at one end and read at the other.
+ *
+ * The two descriptors may serve two parties (a parent and its child after a fork); one record is used
+ * by one thread at a time. Writing to a pipe whose reader is gone is a failed write and never raises
+ * SIGPIPE.
+ */
+#ifndef KIVCS2_PIPE_STREAM_H
+#define KIVCS2_PIPE_STREAM_H
+
+#include "KIVCS2Stream.h"
+
+KIVCS2_BEGIN_DECLS
+
+typedef struct KIVCS2PipeStream
+{
+    KIVCS2Stream m_stream;
+    int32_t m_readPipe;  /**< descriptor read from; 0 when closed */
+    int32_t m_writePipe; /**< descriptor written to; 0 when closed */
+} KIVCS2PipeStream;
+
+/**
+ * Clears the record and fills its operations; no pipe is open yet.
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
+ */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_setup(KIVCS2PipeStream *stream);
+
+/**
+ * Makes a pipe pair. Release the stream with kivCS2PipeStream_free().
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
+ * @retval KIVCS2STATUS_PIPE_ERR   no pipe could be made; the operations are filled, nothing is open
+ */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_init(KIVCS2PipeStream *stream);
+
+/**
+ * Takes over two open descriptors, which the stream closes from then on. After a refusal they stay
+ * the caller's.
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null, or a descriptor is 0; with assertions also a
+ *                                 negative one is refused
+ */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_initWithPipes(KIVCS2PipeStream *stream, int32_t readPipe,
+                                                       int32_t writePipe);
+
+/**
+ * One write of `size` bytes.
+ * @param[out] bytesWritten  how many went through, possibly fewer; may be null
+ * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
+ * @retval KIVCS2STATUS_PIPE_ERR   the write failed; `bytesWritten` is as before
+ */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_writeBytes(KIVCS2Stream *stream, const void *buffer, uint64_t size,
+                                                    uint64_t *bytesWritten);
+
+/**
+ * One read of up to `size` bytes; blocks until there are bytes or the last writer is gone.
+ * @param[out] bytesRead  the system's result as it stands: 0 at the end of file, all ones (the
+ *                        unsigned form of -1) for a failed read; may be null
+ * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
+ * @retval KIVCS2STATUS_OK         also after a failed read: look at the count
+ */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_readBytes(KIVCS2Stream *stream, void *buffer, uint64_t size,
+                                                   uint64_t *bytesRead);
+
+/** A pipe has no size: KIVCS2STATUS_PIPE_ERR, nothing is stored. */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_getSize(KIVCS2Stream *stream, uint64_t *size);
+
+/** A pipe has no position: KIVCS2STATUS_PIPE_ERR, nothing is stored. */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_setPosition(KIVCS2Stream *stream, int64_t offset,
+                                                     KIVCS2StreamPosition mode, int64_t *newPosition);
+
+/**
+ * Stores 0: a pipe's end shows only in a read.
+ * @retval KIVCS2STATUS_PARAM_ERR  `eos` is null
+ */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_isEndOfStream(KIVCS2Stream *stream, uint32_t *eos);
+
+/** A pipe has no whole content: KIVCS2STATUS_PIPE_ERR, nothing is stored. */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_getBytes(KIVCS2Stream *stream, uint8_t **buffer, uint64_t *size);
+
+/** Does nothing and succeeds. */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_freeBytes(KIVCS2Stream *stream, uint8_t *buffer);
+
+/**
+ * Closes each descriptor above 0 and clears the whole record; twice is harmless.
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
+ */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_close(KIVCS2Stream *stream);
+
+/** The same as kivCS2PipeStream_close(). */
+KIVCS2_API KIVCS2Status kivCS2PipeStream_free(KIVCS2Stream *stream);
+
+KIVCS2_END_DECLS
+
+#endif
