@@ -19,4 +19,6 @@
 
 #include "KIVCS2VideoFormat.h"
 
+#include "KIVCS2Timecode.h"
+
 #endif
