@@ -21,4 +21,6 @@
 
 #include "KIVCS2Timecode.h"
 
+#include "KIVCS2ClosedCaptions.h"
+
 #endif

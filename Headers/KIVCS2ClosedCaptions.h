@@ -1,0 +1,288 @@
+/**
+ * @file
+ * Closed captions: the caption words and packets that travel in the ancillary space of a video
+ * signal, and the MCC and SCC files that store them.
+ *
+ * A caption of CEA-608 is a pair of bytes, each with odd parity in bit 7. CEA-708 carries such
+ * pairs beside its own data as triplets (cc_data). SMPTE 334-2 puts the triplets of one frame
+ * into a caption distribution packet (CDP), and SMPTE 291M puts the CDP into an ancillary
+ * packet, which is stored as 8-bit or 10-bit words, alone or wrapped as SMPTE 436M. The first
+ * section of this header goes each of these ways:
+ *
+ *     436M stream --> 291M stream --> CDP --> 608 pairs
+ *                                      |  \-> CEA-708 caption data block
+ *     608 pairs, 708 triplets ---------+
+ *
+ * Nothing here keeps state or allocates, but for kivCS2ClosedCaptions_createDateStringWithFormat().
+ * Every operation may be called from any thread as long as its stream and buffers belong to that
+ * thread. "With atom" always means that the packet is preceded by the 8-byte QuickTime atom
+ * header: its size, big-endian, header included, and then "ccdp".
+ *
+ * Bytes that come from outside never make an operation read or write past the buffers it was
+ * given. A failed operation may leave its output partly written.
+ */
+#ifndef KIVCS2_CLOSED_CAPTIONS_H
+#define KIVCS2_CLOSED_CAPTIONS_H
+
+#include "KIVCS2Base.h"
+#include "KIVCS2Stream.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+KIVCS2_BEGIN_DECLS
+
+/* ---- Caption words and packets (SMPTE 291M, 334, 436M; CEA-608, CEA-708) ---- */
+
+/**
+ * How an ancillary packet lies in a stream. A 10-bit word takes two bytes, big-endian, of which
+ * the top 6 bits are ignored; then come bit 9 (the inverse of bit 8), bit 8 (even parity) and
+ * the 8 data bits. Source: SMPTE ST 291-1.
+ */
+typedef uint32_t KIVCS2CaptionANCFormat;
+enum
+{
+    KIVCS2CaptionANCFormat_8BitWithADF = 0,  /**< bytes; the data flag is FF A0 09 */
+    KIVCS2CaptionANCFormat_8Bit = 1,         /**< bytes, beginning with the DID */
+    KIVCS2CaptionANCFormat_10BitWithADF = 2, /**< 10-bit words; the data flag is 000 3FF 3FF */
+    KIVCS2CaptionANCFormat_10Bit = 3         /**< 10-bit words, beginning with the DID */
+};
+
+/** Bytes of the QuickTime atom header in front of a packet "with atom". */
+#define KIVCS2_CAPTION_ATOM_SIZE 8u
+/** Bytes of a CDP made from 608 pairs: the plain form, with one service descriptor. */
+#define KIVCS2_CDP_SIZE 82u
+/** Bytes of a CDP made from 608 pairs in the SDI form, with two service descriptors. */
+#define KIVCS2_CDP_SDI_SIZE 89u
+/**
+ * Room that kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet() may write for
+ * `dataSize` bytes of triplets: atom and head 17, the data, foot 13.
+ */
+#define KIVCS2_CDP_ROOM_FOR_708_DATA(dataSize) (17u + (dataSize) + 13u)
+/** Bytes of the longest text of kivCS2ClosedCaptions_decodeCEA608CCPair(), terminator included. */
+#define KIVCS2_CEA608_DESCRIPTION_SIZE 78u
+
+/** `byte` with bit 7 set or cleared so that it has odd parity: 0x00 gives 0x80. Source: CEA-608. */
+KIVCS2_API uint8_t kivCS2ClosedCaptions_oddParityByte(uint8_t byte);
+
+/**
+ * Describes a CEA-608 byte pair in words, zero-terminated: "Control channel 0 = command erase
+ * displayed memory, line 21". Parity bits are not looked at. A printable pair is copied as it
+ * is, so that a second character of 0 ends the text early. Mid-row codes are reported as unknown
+ * special characters, and of the extended characters only second bytes 0x40 to 0x5F are known.
+ * @param[out] buffer  room for KIVCS2_CEA608_DESCRIPTION_SIZE characters
+ * @retval KIVCS2STATUS_DATA_ERR   the pair is empty (00 00 without parity); nothing is written
+ * @retval KIVCS2STATUS_PARAM_ERR  `buffer` is null
+ * Thread safety: any thread. Source: CEA-608.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_decodeCEA608CCPair(uint8_t byte1, uint8_t byte2, char *buffer);
+
+/**
+ * Reads one 8-bit word through the bit reader, which must have been begun with
+ * kivCS2Stream_beginReadBits(), and adds it to `*checksum` unless that is null. The bit reader
+ * fetches a byte ahead.
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` or `value` is null
+ * @retval other                   the stream's own failure; the checksum is unchanged
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_read8BitWord(KIVCS2Stream *stream, uint8_t *value,
+                                                          uint32_t *checksum);
+
+/**
+ * Reads one 10-bit word: its two parity bits (bit 9 is the higher) and its 8 data bits, and adds
+ * all ten to `*checksum` unless that is null.
+ * @param skip  passes over the 6 unused bits in front of the word first
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream`, `value` or `parity` is null
+ * @retval other                   the stream's own failure; the checksum is unchanged
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_read10BitParityWord(KIVCS2Stream *stream, bool skip,
+                                                                 uint8_t *value, uint8_t *parity,
+                                                                 uint32_t *checksum);
+
+/**
+ * Reads one 8-bit word as kivCS2ClosedCaptions_read8BitWord() does and compares it.
+ * @retval KIVCS2STATUS_DATA_ERR   another byte than `expected`; it is consumed and counted
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
+ * @retval other                   the stream's own failure
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_validate8BitWord(KIVCS2Stream *stream, uint8_t expected,
+                                                              uint32_t *checksum);
+
+/**
+ * Reads one 10-bit word as kivCS2ClosedCaptions_read10BitParityWord() does and compares both the
+ * data bits and the two parity bits.
+ * @retval KIVCS2STATUS_DATA_ERR   another word than expected; it is consumed and counted
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
+ * @retval other                   the stream's own failure
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_validate10BitParityWord(KIVCS2Stream *stream, bool skip,
+                                                                     uint8_t expected, uint8_t expectedParity,
+                                                                     uint32_t *checksum);
+
+/**
+ * Takes the CDP out of a caption packet (DID 0x61, SDID 0x01) at the stream's position.
+ *
+ * The packet's data count goes into `*bufferSize` (with atom 8 more, in 8 bits: a count above 247
+ * wraps and is refused), and its user data words into `buffer`. The checksum of a 10-bit packet
+ * is always compared; that of an 8-bit packet only when at least one more byte follows it in the
+ * stream. The stream is left one byte behind what was read, if there is one. Where the data end
+ * early, the last byte is seen again instead, as the bit reader has it.
+ * A word format above 3 succeeds without touching anything.
+ * @param         withAtom    stores the atom header in front of the CDP
+ * @param[out]    buffer      at least `*bufferSize` bytes
+ * @param[in,out] bufferSize  in: room in bytes; out: bytes stored, once the room was found enough
+ * @retval KIVCS2STATUS_DATA_ERR         no caption packet here, or its checksum is wrong
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the CDP (and atom) does not fit, or its size wrapped
+ * @retval KIVCS2STATUS_PARAM_ERR        `stream`, `buffer` or `bufferSize` is null
+ * @retval other                         the stream's own failure
+ * Source: SMPTE ST 291-1, SMPTE ST 334-1.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
+    KIVCS2Stream *stream, KIVCS2CaptionANCFormat format, bool withAtom, uint8_t *buffer,
+    uint32_t *bufferSize);
+
+/**
+ * Takes the first CDP out of wrapped ancillary data: of the line records, those of lines 4, 9 and
+ * 21 with a sample coding of 4 to 9 are tried in turn, each with the room the caller gave. A line
+ * that holds no valid packet, or whose payload reaches beyond the stream, is passed over.
+ *
+ * The stream must support kivCS2Stream_getBytes() without moving its position, and relative
+ * positioning: a memory stream does. It is left in front of the payload of the line that gave
+ * the CDP.
+ * @param[in,out] bufferSize  in: room in bytes; out: bytes stored; unchanged on failure
+ * @retval KIVCS2STATUS_DATA_ERR    no line gave a CDP
+ * @retval KIVCS2STATUS_FORMAT_ERR  the line count or a line's header is cut short
+ * @retval KIVCS2STATUS_PARAM_ERR   `stream`, `buffer` or `bufferSize` is null
+ * @retval other                    the stream's own failure
+ * Source: SMPTE ST 436-1.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream(
+    KIVCS2Stream *stream, bool withAtom, uint8_t *buffer, uint32_t *bufferSize);
+
+/**
+ * Writes the header of a QuickTime caption atom and advances `*buffer` by its 8 bytes.
+ * @param atomSize  bytes of the whole atom, these 8 included
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `atomSize` is below 8; nothing is written
+ * @retval KIVCS2STATUS_PARAM_ERR        `buffer` or `*buffer` is null
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_writeQuickTimeAtom(uint8_t **buffer, uint32_t atomSize);
+
+/**
+ * Takes the CEA-608 pairs of field 1 and field 2 out of a CDP, each as two bytes in memory order.
+ * A field without a valid triplet gives 80 80; of several the last counts. The packet's checksum
+ * and counters are not compared.
+ * @param[in]  buffer708      the CDP, `bufferSize708` bytes, the atom header in front included
+ * @param[out] buffer608      field 1, then field 2; set before the packet is looked at
+ * @param[in]  bufferSize608  bytes of room in `buffer608`, at least 4
+ * @retval KIVCS2STATUS_EOF_ERR          no valid triplet of field 1; one of field 2 alone does not count
+ * @retval KIVCS2STATUS_DATA_ERR         no CDP, or an unknown section
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  no room, or the CDP or a section of it is cut short
+ * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null
+ * Thread safety: any thread. Source: SMPTE ST 334-2, CEA-708.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(
+    const uint8_t *buffer708, uint32_t bufferSize708, bool withAtom, uint16_t *buffer608,
+    const uint32_t *bufferSize608);
+
+/**
+ * Exactly kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat() with the SDI flag
+ * cleared: the packet has KIVCS2_CDP_SIZE bytes.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(
+    const uint16_t *buffer608, uint32_t bufferSize608, uint8_t *buffer708, uint32_t *bufferSize708,
+    uint16_t sequenceNumber);
+
+/**
+ * Makes a CDP without atom from one or two CEA-608 pairs, at 29.97 frames per second with 20
+ * triplets, and stamps its counters and its checksum. A field not given carries 80 80.
+ * @param[in]     buffer608      field 1 and then, where there is one, field 2, in memory order
+ * @param         bufferSize608  2 or 4 bytes
+ * @param[out]    buffer708      the packet
+ * @param[in,out] bufferSize708  in: room in bytes; out: KIVCS2_CDP_SIZE or KIVCS2_CDP_SDI_SIZE
+ * @param         sdi            the SDI form, whose second service has the language "eng"
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  neither 2 nor 4 bytes of pairs, or no room; nothing is written
+ * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null
+ * Thread safety: any thread. Source: SMPTE ST 334-2.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(
+    const uint16_t *buffer608, uint32_t bufferSize608, uint8_t *buffer708, uint32_t *bufferSize708,
+    uint16_t sequenceNumber, bool sdi);
+
+/**
+ * Makes a CDP with atom around CEA-708 triplets and stamps its counters and its checksum.
+ *
+ * The head is that of 20 triplets whatever is given: only a `bufferSize708Data` of 60 makes a
+ * consistent packet, of 90 bytes. Offsets and the stored size are taken modulo 256.
+ * The room is compared with 82 only. **The caller must give
+ * KIVCS2_CDP_ROOM_FOR_708_DATA(bufferSize708Data) bytes**, and never less than 82.
+ * @param[in]     buffer708Data  `bufferSize708Data` bytes of triplets, not overlapping `buffer708`
+ * @param[in,out] bufferSize708  in: room in bytes; out: 30 + `bufferSize708Data`, modulo 256
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  room below 82, nothing written; or the size modulo 256 is
+ *                                       below 18, written but not stamped, size not stored
+ * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null
+ * Thread safety: any thread. Source: SMPTE ST 334-2.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet(
+    const uint8_t *buffer708Data, uint32_t bufferSize708Data, uint8_t *buffer708, uint32_t *bufferSize708,
+    uint16_t sequenceNumber);
+
+/**
+ * Stamps a CDP's two sequence counters and then its checksum, so that its bytes sum to 0 modulo
+ * 256. Where the footer stands is taken from the size alone; the atom is not part of the sum.
+ * @param[in,out] buffer708Data      the packet, atom header in front included
+ * @param         bufferSize708Data  its bytes: at least 10, with atom 18
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  fewer bytes; nothing is written
+ * @retval KIVCS2STATUS_PARAM_ERR        `buffer708Data` is null
+ * Thread safety: any thread. Source: SMPTE ST 334-2.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumber(bool withAtom,
+                                                                                   uint8_t *buffer708Data,
+                                                                                   uint32_t bufferSize708Data,
+                                                                                   uint16_t sequenceNumber);
+
+/**
+ * Turns a CDP into a CEA-708 caption data block: 0xC0 | cc_count, 0xFF, then every triplet, valid
+ * or not. The packet is walked to its end; its checksum is not compared. A packet without caption
+ * data succeeds and leaves the size as it is.
+ * @param[out]    bufferCEA708      the block; null asks for its size only
+ * @param[in,out] bufferSizeCEA708  in: room in bytes; out: cc_count * 3 + 2, at most 95
+ * @retval KIVCS2STATUS_DATA_ERR         no CDP, or an unknown section
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  no room, or the CDP or a section of it is cut short
+ * @retval KIVCS2STATUS_PARAM_ERR        `bufferCDP708` or `bufferSizeCEA708` is null
+ * Thread safety: any thread. Source: SMPTE ST 334-2, CEA-708.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(
+    const uint8_t *bufferCDP708, uint32_t bufferSizeCDP708, bool withAtom, uint8_t *bufferCEA708,
+    uint32_t *bufferSizeCEA708);
+
+/**
+ * Reads the next line of a caption file. A line ends at a line feed or a carriage return, which
+ * is not kept, or at the end of the input; empty lines and lines that begin with "//" are passed
+ * over. Nothing behind the line is consumed.
+ * @param[out]    buffer  the line, zero-terminated
+ * @param[in,out] size    in: room in bytes, terminator included; out: length of the line without it
+ * @retval KIVCS2STATUS_NO_DATA_ERR    no further line; a failing read is taken as the end as well
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  the line (a comment line too) has `*size` characters or more:
+ *                                     that many are consumed, and the next call goes on behind them
+ * @retval KIVCS2STATUS_PARAM_ERR      a pointer is null
+ * On failure `*size` is unchanged.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_readLine(KIVCS2Stream *stream, char *buffer, uint32_t *size);
+
+/**
+ * The current time in the locale "en_US", local time zone, by the caller's pattern.
+ * @param      format  a date pattern of Unicode TS 35, "HH:mm:ss" for example
+ * @param[out] result  a new zero-terminated text; release it with kivCS2String_freeCString()
+ * @retval KIVCS2STATUS_DATA_ERR     the locale, the formatter or the string could not be made
+ * @retval KIVCS2STATUS_CAPTION_ERR  nothing of the text converts to ASCII, an empty one included
+ * @retval KIVCS2STATUS_MEMORY_ERR   no room for the text
+ * @retval KIVCS2STATUS_PARAM_ERR    `format` or `result` is null
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_createDateStringWithFormat(CFStringRef format, char **result);
+
+/* ---- MCC caption files ---- */
+
+/* ---- SCC caption files ---- */
+
+KIVCS2_END_DECLS
+
+#endif
