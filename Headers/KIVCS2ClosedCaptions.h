@@ -26,6 +26,7 @@
 
 #include "KIVCS2Base.h"
 #include "KIVCS2Stream.h"
+#include "KIVCS2Timecode.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -281,7 +282,257 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_createDateStringWithFormat(CFString
 
 /* ---- MCC caption files ---- */
 
+/** What a caption record holds; bits of KIVCS2ClosedCaption::m_flags. */
+typedef uint32_t KIVCS2ClosedCaptionFlag;
+enum
+{
+    KIVCS2ClosedCaptionFlag_Valid = 0x1,    /**< the record holds a caption */
+    KIVCS2ClosedCaptionFlag_HasField = 0x2, /**< the line has a field suffix, in `m_field` */
+    KIVCS2ClosedCaptionFlag_HasNumber = 0x4 /**< the line has a number suffix, in `m_number` */
+};
+
+/** Room for the bytes of one caption. Reading stores at most 259: DID, SDID, DC, 255 words, checksum. */
+#define KIVCS2_CLOSED_CAPTION_DATA_SIZE 264
+
+/** One line of a caption file. A plain value: it owns nothing and may be copied. */
+typedef struct KIVCS2ClosedCaption
+{
+    KIVCS2Timecode m_timecode;    /**< of the line; no date */
+    KIVCS2Timecode m_endTimecode; /**< first frame behind the caption; SCC only, otherwise 0 */
+    uint32_t m_flags;             /**< bits of KIVCS2ClosedCaptionFlag */
+    uint32_t m_field;             /**< field suffix: 0 or 1 */
+    uint32_t m_number;            /**< number suffix (MCC version 2) */
+    uint32_t m_captionSize;       /**< bytes held in `m_captionData` */
+    /** MCC: one ancillary packet (DID, SDID, DC, words, checksum). SCC: CEA-608 pairs with parity. */
+    uint8_t m_captionData[KIVCS2_CLOSED_CAPTION_DATA_SIZE];
+} KIVCS2ClosedCaption;
+
+/**
+ * An MCC file being read or written, or an SCC file being read. The caller owns the record; it
+ * either reads or writes for its whole life. One thread at a time.
+ *
+ * Reading: init, readHeader, readCaptionForTimecode with rising timecodes, reset to start again,
+ * free. Writing: init, writeHeader, writeCaption for each caption, free. Set the module-wide rate
+ * with kivCS2Timecode_setFrameRate() first: timecodes are read and written with it, whatever rate
+ * the file names.
+ */
+typedef struct KIVCS2ClosedCaptionsMCCStream
+{
+    bool m_reading;                /**< true: the file is read; false: it is written */
+    bool m_ownsStream;             /**< true: freeing this record frees the stream as well */
+    uint32_t m_version;            /**< MCC version, 1 or 2, known after the header; 0 for SCC */
+    uint32_t m_frameRate;          /**< KIVCS2FrameRate that the MCC header names; a record only */
+    KIVCS2Stream *m_stream;        /**< the file; not owned unless `m_ownsStream` */
+    KIVCS2ClosedCaption m_caption; /**< the pending caption: read, and not yet passed by */
+} KIVCS2ClosedCaptionsMCCStream;
+
+/**
+ * Prepares `mcc` for a file: clears the record and stores the three arguments. With `ownsStream`
+ * kivCS2ClosedCaptionsMCCStream_free() also frees the stream; otherwise it must outlive the record.
+ * @param[in] stream     positioned at the start of the file
+ * @param[in] reading    true to read, false to write
+ * @retval KIVCS2STATUS_PARAM_ERR  `mcc` or `stream` is null
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_init(KIVCS2ClosedCaptionsMCCStream *mcc,
+                                                           KIVCS2Stream *stream, bool reading,
+                                                           bool ownsStream);
+
+/**
+ * Reads the header up to and including the first caption line, which is then pending. Stores the
+ * version and the rate that the file names; lines that are neither the rate nor a caption (the
+ * comment block, UUID, creation lines) are passed over. "30DF" and "60DF" are recorded as 30 and 60.
+ * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or writes
+ * @retval KIVCS2STATUS_HEADER_ERR      the first line does not name MCC version 1.0 or 2.0
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  the rate is none of 24, 25, 30, 50, 60
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended before the first caption
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more
+ * or the status of a failing read. After a failure nothing is pending; `reset` does not read the
+ * header again.
+ * Source: MacCaption MCC 1.0 and 2.0.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_readHeader(KIVCS2ClosedCaptionsMCCStream *mcc);
+
+/**
+ * Writes the header: format line, comment block, UUID, creation program, date, time and the rate of
+ * the module-wide frame rate (24, 25, 29.97 as "30DF", 30, 50, 59.94 as "60DF", 60).
+ * @param[in] version          1 or 2; 2 allows the field and number suffixes
+ * @param[in] uuid             text, or null for a new UUID
+ * @param[in] applicationName  stands behind "Creation Program="
+ * @param[in] date             text, or null for today, as in "Monday, March 4, 2024"
+ * @param[in] time             text, or null for now, as in "17:05:00"
+ * @retval KIVCS2STATUS_PARAM_ERR       `mcc` or `applicationName` is null, `mcc` reads, or the version
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  23.98 or no rate is set; everything before the rate is written
+ * or the first failing status of the stream, with the earlier items written.
+ * Source: MacCaption MCC 1.0 and 2.0.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeHeader(KIVCS2ClosedCaptionsMCCStream *mcc,
+                                                                  uint32_t version, const char *uuid,
+                                                                  const char *applicationName,
+                                                                  const char *date, const char *time);
+
+/**
+ * Stores the caption of the frame `timecode` in `caption`, reading forward as far as needed. Only
+ * frame counts are compared; dates are ignored. The caption stays pending, so asking again gives it
+ * again, and of several lines with one timecode only the first is handed out. An earlier timecode
+ * never rewinds (kivCS2ClosedCaptionsMCCStream_reset() does). On failure `caption` is cleared.
+ * @retval KIVCS2STATUS_PARAM_ERR      an argument is null, or `mcc` writes
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  the pending caption is later (it is kept), or none is pending
+ * @retval KIVCS2STATUS_NO_DATA_ERR    the file ended; the last caption stays pending
+ * or the status of a failing read (the pending caption stays) or of a line that does not decode
+ * (nothing is pending any more until `reset`).
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(
+    KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2Timecode *timecode, KIVCS2ClosedCaption *caption);
+
+/**
+ * Appends the line of `caption`: timecode, in version 2 the suffixes its flags name, and the packet
+ * with the letter compression. The line's end is written with the next line. Nothing is rolled back
+ * when the stream fails. A short write that the stream reports as a success is not noticed.
+ * @retval KIVCS2STATUS_PARAM_ERR   an argument is null, `mcc` reads, or `m_captionSize` is above 264
+ * @retval KIVCS2STATUS_FORMAT_ERR  a field suffix in version 1, or a field other than 0 and 1
+ * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the caption's timecode is invalid
+ * or the status of the failing write. Nothing is written unless the status comes from the write.
+ * Source: MacCaption MCC 1.0 and 2.0.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeCaption(KIVCS2ClosedCaptionsMCCStream *mcc,
+                                                                   const KIVCS2ClosedCaption *caption);
+
+/**
+ * Decodes one line into the pending caption. Upper-case hexadecimal and the letters G to Z only. A
+ * number suffix of more than 32 bits keeps its low 32.
+ * @param[in] line    `length` characters without a line end; needs no terminator
+ * @retval KIVCS2STATUS_PARAM_ERR      `mcc` or `line` is null
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  too short, no timecode, a bad suffix, or no tab behind it
+ * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the timecode names no frame of the module-wide rate
+ * @retval KIVCS2STATUS_CAPTION_ERR    a character that stands for nothing; lower-case digits included
+ * @retval KIVCS2STATUS_OVERFLOW_ERR   more than 259 bytes
+ * After a failure nothing is pending; the bytes decoded so far stay in the record.
+ * Source: MacCaption MCC 1.0 and 2.0.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_decodeCaption(KIVCS2ClosedCaptionsMCCStream *mcc,
+                                                                    const char *line, uint32_t length);
+
+/**
+ * Appends half a byte to the pending caption, the high half first. A byte counts in `m_captionSize`
+ * once its low half is stored.
+ * @param[in,out] lowHalf  which half comes next; false at the start of a caption
+ * @param[in]     nibble   the low 4 bits count
+ * @retval KIVCS2STATUS_PARAM_ERR     `mcc` or `lowHalf` is null
+ * @retval KIVCS2STATUS_OVERFLOW_ERR  the caption holds 259 bytes; it is unchanged
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeNibble(KIVCS2ClosedCaptionsMCCStream *mcc,
+                                                                  bool *lowHalf, uint8_t nibble);
+
+/**
+ * Makes `caption` from a caption distribution packet: DID 0x61, SDID 0x01, the count, the packet
+ * and the 8-bit checksum.
+ * @param[in] captionData  the CDP, `captionSize` bytes, copied
+ * @param[in] captionSize  at most 255
+ * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or the size; `caption` is untouched
+ * Source: SMPTE 334-1, SMPTE 291M.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_initCaptionWithSMPTE334CDP708Packet(
+    KIVCS2ClosedCaptionsMCCStream *mcc, KIVCS2ClosedCaption *caption, const KIVCS2Timecode *timecode,
+    const uint8_t *captionData, uint32_t captionSize);
+
+/**
+ * Takes the caption distribution packet out of `caption`, as
+ * kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream() does from a stream of 8-bit
+ * words without data flag.
+ * @param[in]     withAtom    put a QuickTime "ccdp" atom header in front
+ * @param[in,out] bufferSize  room in bytes; then the bytes stored
+ * @retval KIVCS2STATUS_PARAM_ERR   an argument is null, or `m_captionSize` is above 264
+ * @retval KIVCS2STATUS_FORMAT_ERR  `caption` holds none
+ * or the status of the extraction.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_extractSMPTE334CDP708PacketFromCaption(
+    KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2ClosedCaption *caption, bool withAtom, uint8_t *buffer,
+    uint32_t *bufferSize);
+
+/**
+ * Clears `caption`.
+ * @retval KIVCS2STATUS_PARAM_ERR  an argument is null
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_freeCaption(KIVCS2ClosedCaptionsMCCStream *mcc,
+                                                                  KIVCS2ClosedCaption *caption);
+
+/**
+ * Rewinds a file being read and makes its first caption pending. Version and rate stay as the header
+ * gave them.
+ * @retval KIVCS2STATUS_PARAM_ERR    `mcc` is null or writes
+ * @retval KIVCS2STATUS_NO_DATA_ERR  the file holds no caption
+ * or the status of the failing seek or read.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_reset(KIVCS2ClosedCaptionsMCCStream *mcc);
+
+/**
+ * Frees the stream if the record owns it (its status is ignored) and clears the record, which may be
+ * initialised again; twice is harmless.
+ * @retval KIVCS2STATUS_PARAM_ERR  `mcc` is null
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_free(KIVCS2ClosedCaptionsMCCStream *mcc);
+
 /* ---- SCC caption files ---- */
+
+/*
+ * An SCC file carries CEA-608 pairs, one pair a video frame from the line's timecode on, and names
+ * no rate: the module-wide one counts. It is read with the record of the MCC reader, whose
+ * kivCS2ClosedCaptionsMCCStream_freeCaption() and kivCS2ClosedCaptionsMCCStream_free() release it.
+ */
+
+/** Exactly kivCS2ClosedCaptionsMCCStream_init(). There is no SCC writer. */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_init(KIVCS2ClosedCaptionsMCCStream *mcc,
+                                                           KIVCS2Stream *stream, bool reading,
+                                                           bool ownsStream);
+
+/**
+ * Checks the first line and reads up to and including the first caption line, which is then pending.
+ * @retval KIVCS2STATUS_PARAM_ERR      `mcc` is null or writes
+ * @retval KIVCS2STATUS_HEADER_ERR     the first line does not begin with "Scenarist_SCC V1.0"
+ * @retval KIVCS2STATUS_NO_DATA_ERR    the file ended before the first caption
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  a line of 1024 characters or more
+ * or the status of a failing read.
+ * Source: Scenarist Closed Caption 1.0.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_readHeader(KIVCS2ClosedCaptionsMCCStream *mcc);
+
+/**
+ * Decodes one line into the pending caption, whose end is the frame behind its last pair. Upper- and
+ * lower-case hexadecimal; spaces are skipped wherever they stand behind the tab.
+ * @param[in] line    `length` characters without a line end; needs no terminator
+ * @retval KIVCS2STATUS_PARAM_ERR      `mcc` or `line` is null
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  too short, no timecode, or no tab behind it
+ * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the timecode names no frame of the module-wide rate
+ * @retval KIVCS2STATUS_CAPTION_ERR    a character that is neither a digit nor a space
+ * @retval KIVCS2STATUS_OVERFLOW_ERR   more than 259 bytes
+ * After a failure nothing is pending; the bytes decoded so far stay in the record.
+ * Source: Scenarist Closed Caption 1.0, CEA-608.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_decodeCaption(KIVCS2ClosedCaptionsMCCStream *mcc,
+                                                                    const char *line, uint32_t length);
+
+/**
+ * Stores in `caption` the pair that falls on the frame `timecode`: the record of the line with the
+ * timecode moved to that frame, the pair in the first two bytes and a size of 2; the bytes behind
+ * them have no meaning. Reads forward as far as needed and never rewinds. Only frame counts are
+ * compared, so a caption that runs past midnight is never handed out. On failure `caption` is cleared.
+ * @retval KIVCS2STATUS_PARAM_ERR      an argument is null, or `mcc` writes
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  no pair on that frame (the pending caption is kept), or none pending
+ * @retval KIVCS2STATUS_NO_DATA_ERR    the file ended; the last caption stays pending
+ * @retval KIVCS2STATUS_DATA_ERR       the pending caption, written by the caller, ends behind its data
+ * or the status of a failing read (the pending caption stays) or of a line that does not decode
+ * (nothing is pending any more until `reset`).
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(
+    KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2Timecode *timecode, KIVCS2ClosedCaption *caption);
+
+/**
+ * Rewinds the file and makes its first caption pending.
+ * @retval KIVCS2STATUS_PARAM_ERR    `mcc` is null or writes
+ * @retval KIVCS2STATUS_NO_DATA_ERR  the file holds no caption
+ * or the status of the failing seek or read.
+ */
+KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_reset(KIVCS2ClosedCaptionsMCCStream *mcc);
 
 KIVCS2_END_DECLS
 
