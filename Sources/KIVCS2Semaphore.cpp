@@ -1,0 +1,93 @@
+// Semaphores: named POSIX semaphores with statuses.
+#include "KIVCS2Semaphore.h"
+
+#include "Private/Check.h"
+
+#include <KIVPlatform/KIVPlatform.h>
+#include <mach/mach_time.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+
+static_assert(KIVP_SEMAPHORE_NAME_SIZE == KIVCS2SemaphoreNameMax);
+
+KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const char *name)
+{
+    KIV_CHECK(pSemaphore);
+
+    *pSemaphore = {};
+    if (name != nullptr)
+    {
+        const size_t length = strnlen(name, sizeof pSemaphore->m_name);
+        if (length == sizeof pSemaphore->m_name)
+            return KIVCS2STATUS_BUFFER_SIZE_ERR;
+        std::memcpy(pSemaphore->m_name, name, length);
+    }
+    else
+    {
+        // The clock never gives the same value twice, so neither do two automatic names meet.
+        (void)std::snprintf(pSemaphore->m_name, sizeof pSemaphore->m_name, "kivCS2%lld",
+                            static_cast<long long>(mach_absolute_time()));
+    }
+
+    char systemName[KIVP_SEMAPHORE_NAME_SIZE];
+    KIVPSemaphoreName(pSemaphore->m_name, systemName);
+    sem_t *semaphore = sem_open(systemName, O_CREAT, 0666, 0);
+    if (semaphore == SEM_FAILED)
+        return KIVCS2STATUS_SEMAPHORE_ERR;
+    pSemaphore->m_semaphore = semaphore;
+
+    // One that existed may have counts pending; this record starts at 0 all the same.
+    return kivCS2Semaphore_drain(pSemaphore);
+}
+
+KIVCS2Status kivCS2Semaphore_signal(KIVCS2Semaphore *pSemaphore)
+{
+    KIV_CHECK(pSemaphore);
+    KIV_CHECK(pSemaphore->m_semaphore);
+
+    (void)sem_post(pSemaphore->m_semaphore); // Kept: hosts rely on success, also at the count's limit.
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Semaphore_wait(KIVCS2Semaphore *pSemaphore)
+{
+    KIV_CHECK(pSemaphore);
+    KIV_CHECK(pSemaphore->m_semaphore);
+
+    (void)sem_wait(pSemaphore->m_semaphore); // Kept: hosts rely on a delivered signal ending the wait.
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Semaphore_testWait(KIVCS2Semaphore *pSemaphore)
+{
+    KIV_CHECK(pSemaphore);
+    KIV_CHECK(pSemaphore->m_semaphore);
+
+    return sem_trywait(pSemaphore->m_semaphore) == 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_SEMAPHORE_BUSY_ERR;
+}
+
+KIVCS2Status kivCS2Semaphore_drain(KIVCS2Semaphore *pSemaphore)
+{
+    KIV_CHECK(pSemaphore);
+    KIV_CHECK(pSemaphore->m_semaphore);
+
+    while (KIVCS2_SUCCEEDED(kivCS2Semaphore_testWait(pSemaphore)))
+    {
+    }
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Semaphore_free(KIVCS2Semaphore *pSemaphore)
+{
+    KIV_CHECK(pSemaphore);
+    KIV_CHECK(pSemaphore->m_semaphore);
+
+    (void)sem_close(pSemaphore->m_semaphore);
+    char systemName[KIVP_SEMAPHORE_NAME_SIZE];
+    KIVPSemaphoreName(pSemaphore->m_name, systemName);
+    (void)sem_unlink(systemName); // Another user of the name may have removed it first.
+    *pSemaphore = {};
+    return KIVCS2STATUS_OK;
+}
