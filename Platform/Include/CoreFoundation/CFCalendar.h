@@ -1,6 +1,6 @@
 /**
  * @file
- * The Gregorian calendar in the zone the process started with.
+ * The Gregorian calendar in the zone the process started with; Julian before 15 October 1582.
  */
 #ifndef KIV_CF_CALENDAR_H
 #define KIV_CF_CALENDAR_H
@@ -17,11 +17,11 @@ CF_EXPORT CFTypeID CFCalendarGetTypeID(void);
 CF_EXPORT CFCalendarRef CFCalendarCopyCurrent(void);
 
 /**
- * The moment at which the calendar shows the given components; the others are those of year 1, month
- * 0, day 1, 00:00:00. One `int` an element of `componentDesc`: y year, M month (January is 1), d
+ * The moment at which the calendar shows the given components; the others are those of year 1,
+ * January 1, 00:00:00. One `int` an element of `componentDesc`: y year, M month (January is 1), d
  * day, H hour, m minute, s second. Values out of range carry: month 0 is the December before, day 0 the
- * last day of the month before. False, `at` untouched, for any other letter and without a calendar.
- * Thread safety: one calendar by one thread at a time.
+ * last day of the month before. Julian before 15 October 1582. False, `at` untouched, for any other letter and without a calendar.
+ * Thread safety: any thread.
  */
 CF_EXPORT Boolean CFCalendarComposeAbsoluteTime(CFCalendarRef calendar, CFAbsoluteTime *at,
                                                 const char *componentDesc, ...);

@@ -20,19 +20,14 @@ enum
     kCFStringEncodingASCII = 0x0600,
     kCFStringEncodingISOLatin1 = 0x0201,
     kCFStringEncodingUTF8 = 0x08000100,
-    kCFStringEncodingUTF16 = 0x0100, /**< of this machine; a mark decides when reading */
     kCFStringEncodingUTF16BE = 0x10000100,
     kCFStringEncodingUTF16LE = 0x14000100,
     kCFStringEncodingUTF32BE = 0x18000100,
     kCFStringEncodingUTF32LE = 0x1c000100
 };
 
+/** How to compare or search: 0, the only way this system has. */
 typedef CFOptionFlags CFStringCompareFlags;
-enum
-{
-    kCFCompareCaseInsensitive = 1, /**< by Unicode's default case folding */
-    kCFCompareBackwards = 4        /**< searching: the last hit in place of the first */
-};
 
 typedef CFIndex CFStringNormalizationForm;
 enum
@@ -50,8 +45,7 @@ CF_EXPORT CFTypeID CFStringGetTypeID(void);
  * (overlong forms, surrogates or values above 10FFFF, a truncated sequence, ASCII above 7F) give NULL,
  * as do an unknown encoding and no memory. UTF-16 keeps lone surrogates; an odd byte at the end of
  * UTF-16 and up to three at the end of UTF-32 are ignored. A byte-order mark stays as U+FEFF
- * unless `isExternalRepresentation` is true, which drops it, and for kCFStringEncodingUTF16
- * follows its order.
+ * unless `isExternalRepresentation` is true, which drops it.
  */
 CF_EXPORT CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const UInt8 *bytes, CFIndex numBytes,
                                               CFStringEncoding encoding, Boolean isExternalRepresentation);
@@ -89,8 +83,9 @@ CF_EXPORT void CFStringGetCharacters(CFStringRef theString, CFRange range, UniCh
  * Converts the units of `range` to bytes; returns how many units were converted, and stores the
  * bytes they take in `usedBufLen`. Stops before the first character that has no form in the
  * encoding (unless `lossByte` is not 0, which then stands for it) or no room in `maxBufLen`:
- * a part is a success, "ab\u00E9" in ASCII answers 2. A NULL `buffer` measures without limit.
- * `isExternalRepresentation` puts a byte-order mark before UTF-16 and UTF-32 texts.
+ * a part is a success: "ab" with an acute e after it answers 2 in ASCII. A character is never split.
+ * A NULL `buffer` measures without limit. No mark is written, whatever `isExternalRepresentation`
+ * says: every encoding here names its byte order. 0 for an unknown encoding.
  * @param[out] usedBufLen  may be NULL
  */
 CF_EXPORT CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding,
@@ -116,7 +111,7 @@ CF_EXPORT Boolean CFStringGetFileSystemRepresentation(CFStringRef string, char *
     32-bit value; 0 when there is none. */
 CF_EXPORT SInt32 CFStringGetIntValue(CFStringRef str);
 
-/** Orders two strings by their UTF-16 units, or by their case foldings with kCFCompareCaseInsensitive. */
+/** Orders two strings by their UTF-16 units. */
 CF_EXPORT CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString2,
                                              CFStringCompareFlags compareOptions);
 

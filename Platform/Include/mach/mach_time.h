@@ -16,13 +16,12 @@ extern "C"
 #define KERN_SUCCESS 0
 
     /** Nanoseconds are absolute time times `numer` by `denom`. */
-    struct mach_timebase_info
+    typedef struct mach_timebase_info_data
     {
         uint32_t numer;
         uint32_t denom;
-    };
-    typedef struct mach_timebase_info *mach_timebase_info_t;
-    typedef struct mach_timebase_info mach_timebase_info_data_t;
+    } mach_timebase_info_data_t;
+    typedef mach_timebase_info_data_t *mach_timebase_info_t;
 
     /** Stores the ratio, here 1 to 1. KERN_SUCCESS always. Any thread. */
     extern __attribute__((visibility("default"))) kern_return_t mach_timebase_info(mach_timebase_info_t info);

@@ -1,0 +1,13 @@
+// Inside of bundles, for tests: a bundle around any executable.
+#ifndef KIV_PLATFORM_BUNDLE_H
+#define KIV_PLATFORM_BUNDLE_H
+
+#include <CoreFoundation/CFBundle.h>
+
+namespace kiv::cf
+{
+// The bundle of an executable by its absolute path. Null without memory and for a path without "/".
+[[nodiscard]] CFBundleRef createBundle(const char *executable) noexcept;
+} // namespace kiv::cf
+
+#endif

@@ -1,0 +1,393 @@
+// The codec. ASCII goes in blocks of 32 bytes, everything else a character at a time.
+#include "CoreFoundation/Encoding.h"
+
+#include <bit>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+namespace kiv::text
+{
+namespace
+{
+constexpr size_t kBlock = 32;
+
+constexpr bool isHighSurrogate(char32_t unit) noexcept
+{
+    return (unit & 0xfffffc00) == 0xd800;
+}
+constexpr bool isLowSurrogate(char32_t unit) noexcept
+{
+    return (unit & 0xfffffc00) == 0xdc00;
+}
+
+// One block to 16-bit units when all of it is ASCII; otherwise nothing is written.
+bool widenBlock(const uint8_t *bytes, char16_t *out) noexcept
+{
+#if defined(__SSE2__)
+    const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes));
+    const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i *>(bytes + 16));
+    if (_mm_movemask_epi8(_mm_or_si128(low, high)) != 0)
+        return false;
+    const __m128i zero = _mm_setzero_si128();
+    auto *to = reinterpret_cast<__m128i *>(out);
+    _mm_storeu_si128(to, _mm_unpacklo_epi8(low, zero));
+    _mm_storeu_si128(to + 1, _mm_unpackhi_epi8(low, zero));
+    _mm_storeu_si128(to + 2, _mm_unpacklo_epi8(high, zero));
+    _mm_storeu_si128(to + 3, _mm_unpackhi_epi8(high, zero));
+    return true;
+#else
+    if (asciiPrefixPortable({bytes, kBlock}) != kBlock)
+        return false;
+    widenPortable({bytes, kBlock}, out);
+    return true;
+#endif
+}
+
+struct Utf8Character
+{
+    char32_t code;
+    size_t bytes; // 0: not well formed
+};
+
+constexpr bool isContinuation(uint8_t byte) noexcept
+{
+    return (byte & 0xc0) == 0x80;
+}
+
+// One character of two bytes or more. The ranges of the second byte refuse overlong forms (E0, F0),
+// surrogates (ED) and values above 10FFFF (F4).
+Utf8Character utf8Character(const uint8_t *bytes, size_t left) noexcept
+{
+    constexpr Utf8Character kInvalid{0, 0};
+    const uint8_t lead = bytes[0];
+    if (lead < 0xc2 || lead > 0xf4)
+        return kInvalid;
+    if (lead < 0xe0)
+    {
+        if (left < 2 || !isContinuation(bytes[1]))
+            return kInvalid;
+        return {static_cast<char32_t>((lead & 0x1f) << 6 | (bytes[1] & 0x3f)), 2};
+    }
+    if (left < 3 || !isContinuation(bytes[1]) || !isContinuation(bytes[2]))
+        return kInvalid;
+    if (lead < 0xf0)
+    {
+        const auto code =
+            static_cast<char32_t>((lead & 0x0f) << 12 | (bytes[1] & 0x3f) << 6 | (bytes[2] & 0x3f));
+        return code < 0x800 || isSurrogate(code) ? kInvalid : Utf8Character{code, 3};
+    }
+    if (left < 4 || !isContinuation(bytes[3]))
+        return kInvalid;
+    const auto code = static_cast<char32_t>((lead & 0x07) << 18 | (bytes[1] & 0x3f) << 12 |
+                                            (bytes[2] & 0x3f) << 6 | (bytes[3] & 0x3f));
+    return code < 0x10000 || code > 0x10ffff ? kInvalid : Utf8Character{code, 4};
+}
+
+size_t putUtf16(char32_t code, char16_t *out) noexcept
+{
+    if (code < 0x10000)
+    {
+        out[0] = static_cast<char16_t>(code);
+        return 1;
+    }
+    out[0] = static_cast<char16_t>(0xd7c0 + (code >> 10));
+    out[1] = static_cast<char16_t>(0xdc00 | (code & 0x3ff));
+    return 2;
+}
+
+// Width and order of an encoding whose units are wider than a byte.
+struct WideForm
+{
+    size_t width;
+    bool bigEndian;
+};
+WideForm wideForm(CFStringEncoding encoding) noexcept
+{
+    switch (encoding)
+    {
+    case kCFStringEncodingUTF16BE:
+        return {2, true};
+    case kCFStringEncodingUTF16LE:
+        return {2, false};
+    case kCFStringEncodingUTF32BE:
+        return {4, true};
+    case kCFStringEncodingUTF32LE:
+        return {4, false};
+    default:
+        return {1, false};
+    }
+}
+
+uint32_t load(const uint8_t *bytes, WideForm form) noexcept
+{
+    uint32_t value = 0;
+    for (size_t index = 0; index < form.width; ++index)
+        value = value << 8 | bytes[form.bigEndian ? index : form.width - 1 - index];
+    return value;
+}
+
+void store(uint8_t *bytes, WideForm form, uint32_t value) noexcept
+{
+    for (size_t index = 0; index < form.width; ++index, value >>= 8)
+        bytes[form.bigEndian ? form.width - 1 - index : index] = static_cast<uint8_t>(value);
+}
+
+// One character in `encoding`: its bytes, at most 4; 0 when it has no form.
+size_t encodeCharacter(char32_t code, CFStringEncoding encoding, uint8_t *out) noexcept
+{
+    switch (encoding)
+    {
+    case kCFStringEncodingUTF8:
+        if (isSurrogate(code))
+            return 0;
+        if (code < 0x80)
+        {
+            out[0] = static_cast<uint8_t>(code);
+            return 1;
+        }
+        if (code < 0x800)
+        {
+            out[0] = static_cast<uint8_t>(0xc0 | code >> 6);
+            out[1] = static_cast<uint8_t>(0x80 | (code & 0x3f));
+            return 2;
+        }
+        if (code < 0x10000)
+        {
+            out[0] = static_cast<uint8_t>(0xe0 | code >> 12);
+            out[1] = static_cast<uint8_t>(0x80 | (code >> 6 & 0x3f));
+            out[2] = static_cast<uint8_t>(0x80 | (code & 0x3f));
+            return 3;
+        }
+        out[0] = static_cast<uint8_t>(0xf0 | code >> 18);
+        out[1] = static_cast<uint8_t>(0x80 | (code >> 12 & 0x3f));
+        out[2] = static_cast<uint8_t>(0x80 | (code >> 6 & 0x3f));
+        out[3] = static_cast<uint8_t>(0x80 | (code & 0x3f));
+        return 4;
+    case kCFStringEncodingUTF16BE:
+    case kCFStringEncodingUTF16LE:
+    {
+        char16_t units[2];
+        const size_t count = putUtf16(code, units);
+        for (size_t index = 0; index < count; ++index)
+            store(out + 2 * index, wideForm(encoding), units[index]);
+        return 2 * count;
+    }
+    case kCFStringEncodingUTF32BE:
+    case kCFStringEncodingUTF32LE:
+        if (isSurrogate(code))
+            return 0;
+        store(out, wideForm(encoding), code);
+        return 4;
+    default:
+        if (code >= (encoding == kCFStringEncodingISOLatin1 ? 0x100u : 0x80u))
+            return 0;
+        out[0] = static_cast<uint8_t>(code);
+        return 1;
+    }
+}
+} // namespace
+
+Character characterAt(const Units &units, size_t index) noexcept
+{
+    const char32_t unit = units[index];
+    if (isHighSurrogate(unit) && index + 1 < units.length && isLowSurrogate(units[index + 1]))
+        return {0x10000 + ((unit & 0x3ff) << 10) + (units[index + 1] & 0x3ffu), 2};
+    return {unit, 1};
+}
+
+size_t asciiPrefixPortable(std::span<const uint8_t> bytes) noexcept
+{
+    size_t index = 0;
+    for (uint64_t word; index + sizeof word <= bytes.size(); index += sizeof word)
+    {
+        std::memcpy(&word, bytes.data() + index, sizeof word);
+        if ((word & 0x8080808080808080u) != 0)
+            break;
+    }
+    while (index < bytes.size() && bytes[index] < 0x80)
+        ++index;
+    return index;
+}
+
+void widenPortable(std::span<const uint8_t> ascii, char16_t *out) noexcept
+{
+    for (size_t index = 0; index < ascii.size(); ++index)
+        out[index] = ascii[index];
+}
+
+size_t asciiPrefix(std::span<const uint8_t> bytes) noexcept
+{
+    size_t index = 0;
+#if defined(__SSE2__)
+    for (; index + 16 <= bytes.size(); index += 16)
+    {
+        const auto *from = reinterpret_cast<const __m128i *>(bytes.data() + index);
+        const auto mask = static_cast<unsigned>(_mm_movemask_epi8(_mm_loadu_si128(from)));
+        if (mask != 0)
+            return index + static_cast<size_t>(std::countr_zero(mask));
+    }
+#endif
+    return index + asciiPrefixPortable(bytes.subspan(index));
+}
+
+bool isAscii(std::span<const char16_t> units) noexcept
+{
+    char16_t all = 0;
+    for (const char16_t unit : units)
+        all |= unit;
+    return all < 0x80;
+}
+
+void widen(std::span<const uint8_t> ascii, char16_t *out) noexcept
+{
+    size_t index = 0;
+    for (; index + kBlock <= ascii.size(); index += kBlock)
+        static_cast<void>(widenBlock(ascii.data() + index, out + index)); // all ASCII: never refused
+    widenPortable(ascii.subspan(index), out + index);
+}
+
+std::optional<size_t> utf16FromUtf8(std::span<const uint8_t> bytes, char16_t *out) noexcept
+{
+    const uint8_t *from = bytes.data();
+    const uint8_t *const end = from + bytes.size();
+    char16_t *to = out;
+    while (from != end)
+    {
+        // Where a block is not all ASCII its characters go one by one before the next block is tried.
+        const uint8_t *stop = end;
+        if (static_cast<size_t>(end - from) >= kBlock)
+        {
+            if (widenBlock(from, to))
+            {
+                from += kBlock;
+                to += kBlock;
+                continue;
+            }
+            stop = from + kBlock;
+        }
+        while (from < stop)
+        {
+            if (*from < 0x80)
+            {
+                *to++ = *from++;
+                continue;
+            }
+            const Utf8Character character = utf8Character(from, static_cast<size_t>(end - from));
+            if (character.bytes == 0)
+                return std::nullopt;
+            to += putUtf16(character.code, to);
+            from += character.bytes;
+        }
+    }
+    return static_cast<size_t>(to - out);
+}
+
+std::optional<size_t> decode(std::span<const uint8_t> bytes, CFStringEncoding encoding,
+                             char16_t *out) noexcept
+{
+    switch (encoding)
+    {
+    case kCFStringEncodingUTF8:
+        return utf16FromUtf8(bytes, out);
+    case kCFStringEncodingISOLatin1:
+        widenPortable(bytes, out);
+        return bytes.size();
+    case kCFStringEncodingUTF16BE:
+    case kCFStringEncodingUTF16LE:
+    {
+        const WideForm form = wideForm(encoding);
+        const size_t count = bytes.size() / 2;
+        for (size_t index = 0; index < count; ++index)
+            out[index] = static_cast<char16_t>(load(bytes.data() + 2 * index, form));
+        return count;
+    }
+    case kCFStringEncodingUTF32BE:
+    case kCFStringEncodingUTF32LE:
+    {
+        const WideForm form = wideForm(encoding);
+        char16_t *to = out;
+        for (size_t index = 0; index + 4 <= bytes.size(); index += 4)
+        {
+            const char32_t code = load(bytes.data() + index, form);
+            if (code > 0x10ffff || isSurrogate(code))
+                return std::nullopt;
+            to += putUtf16(code, to);
+        }
+        return static_cast<size_t>(to - out);
+    }
+    default: // ASCII is only ever copied: a byte above 7F brought us here
+        return std::nullopt;
+    }
+}
+
+size_t utf16Bound(std::span<const uint8_t> bytes, CFStringEncoding encoding) noexcept
+{
+    const WideForm form = wideForm(encoding);
+    size_t count = 0;
+    switch (encoding)
+    {
+    case kCFStringEncodingUTF8: // a unit a character, two where the character takes four bytes
+        for (const uint8_t byte : bytes)
+            count += static_cast<size_t>(!isContinuation(byte)) + static_cast<size_t>(byte >= 0xf0);
+        return count;
+    case kCFStringEncodingUTF32BE:
+    case kCFStringEncodingUTF32LE:
+        for (size_t index = 0; index + 4 <= bytes.size(); index += 4)
+            count += load(bytes.data() + index, form) >= 0x10000 ? 2 : 1;
+        return count;
+    default:
+        return bytes.size() / form.width;
+    }
+}
+
+size_t maximumBytesPerUnit(CFStringEncoding encoding) noexcept
+{
+    switch (encoding)
+    {
+    case kCFStringEncodingASCII:
+    case kCFStringEncodingISOLatin1:
+        return 1;
+    case kCFStringEncodingUTF8: // four only for the two units of a surrogate pair
+        return 3;
+    case kCFStringEncodingUTF16BE:
+    case kCFStringEncodingUTF16LE:
+        return 2;
+    case kCFStringEncodingUTF32BE:
+    case kCFStringEncodingUTF32LE:
+        return 4;
+    default:
+        return 0;
+    }
+}
+
+Encoded encode(const Units &units, CFStringEncoding encoding, uint8_t lossByte, uint8_t *out,
+               size_t room) noexcept
+{
+    if (units.narrow != nullptr && wideForm(encoding).width == 1)
+    {
+        const size_t count = out == nullptr || units.length < room ? units.length : room;
+        if (out != nullptr && count > 0)
+            std::memcpy(out, units.narrow, count);
+        return {count, count};
+    }
+    Encoded done{0, 0};
+    while (done.units < units.length)
+    {
+        const Character character = characterAt(units, done.units);
+        uint8_t bytes[4];
+        size_t size = encodeCharacter(character.code, encoding, bytes);
+        if (size == 0 && lossByte != 0)
+            size = encodeCharacter(lossByte, encoding, bytes);
+        if (size == 0 || (out != nullptr && size > room - done.bytes))
+            break;
+        if (out != nullptr)
+            std::memcpy(out + done.bytes, bytes, size);
+        done.units += character.units;
+        done.bytes += size;
+    }
+    return done;
+}
+} // namespace kiv::text
