@@ -1,0 +1,997 @@
+// Timecode: frames since midnight and a date in 64 bits, under one frame rate for the process.
+#include "KIVCS2Timecode.h"
+
+#include "KIVCS2Mutex.h"
+#include "KIVCS2String.h"
+#include "Private/CFRef.h"
+#include "Private/Check.h"
+#include "Private/Log.h"
+#include "Private/MutexLock.h"
+#include "Private/Timecode_Calendar.h"
+#include "Private/Timecode_Formatting.h"
+#include "Private/Timecode_Numbering.h"
+#include "Private/Timecode_Text.h"
+
+#include <algorithm>
+
+namespace
+{
+using namespace kiv::timecode;
+
+constexpr uint32_t kInvalidFrames = 0xFFFFFFFFu;
+constexpr uint32_t kHoursPerDay = 24;
+constexpr double kSecondsPerDay = 86400.0;
+constexpr uint32_t kDayShift = 32;
+constexpr uint32_t kMonthShift = 40;
+constexpr uint32_t kYearShift = 48;
+
+// All zero until the first rate. Written by setFramerate alone, which runs while nothing else here does.
+struct ModuleState
+{
+    uint32_t framesPerSecond;
+    double realFramesPerSecond;
+    bool dropFrameTimecode;
+    uint32_t framesPerHour;
+    uint32_t framesPerDay;
+    double millisecondsPerFrame;
+    Numbering numbering; // convertFrame, convertSecond, convertMinute
+    Formatting formatting;
+};
+constinit ModuleState g_state{};
+
+[[nodiscard]] bool hasRate()
+{
+    return g_state.framesPerHour != 0;
+}
+
+// ---- The record
+
+[[nodiscard]] uint32_t framesOf(KIVCS2Timecode tc)
+{
+    return static_cast<uint32_t>(tc);
+}
+
+[[nodiscard]] bool isValid(KIVCS2Timecode tc)
+{
+    return framesOf(tc) != kInvalidFrames;
+}
+
+[[nodiscard]] uint32_t dateBitsOf(KIVCS2Timecode tc)
+{
+    return static_cast<uint32_t>(tc >> kDayShift);
+}
+
+[[nodiscard]] Date dateOf(KIVCS2Timecode tc)
+{
+    return {static_cast<uint8_t>(tc >> kDayShift), static_cast<uint8_t>(tc >> kMonthShift),
+            static_cast<uint16_t>(tc >> kYearShift)};
+}
+
+void setFrames(KIVCS2Timecode &tc, uint32_t frames)
+{
+    tc = (tc >> kDayShift << kDayShift) | frames;
+}
+
+void setDate(KIVCS2Timecode &tc, const Date &date)
+{
+    tc = uint64_t{date.year} << kYearShift | uint64_t{date.month} << kMonthShift |
+         uint64_t{date.day} << kDayShift | framesOf(tc);
+}
+
+// The calendar's tables hold twelve months; a record can hold 256.
+[[nodiscard]] bool hasMonth(KIVCS2Timecode tc)
+{
+    return dateOf(tc).month < kMonthsPerYear;
+}
+
+// ---- Rate
+
+KIVCS2Status setFramerate(const Rate &rate)
+{
+    // Everything new is made aside, so that the old rate stays in force when something cannot be.
+    KIV_TRY(ensureFormatting(g_state.formatting));
+    Numbering numbering;
+    if (!makeNumbering(rate, numbering))
+        return KIVCS2STATUS_MEMORY_ERR;
+    freeNumbering(g_state.numbering);
+
+    g_state.numbering = numbering;
+    g_state.dropFrameTimecode = rate.droppedPerMinute > 0;
+    g_state.realFramesPerSecond = rate.realFramesPerSecond;
+    // Kept: frames per millisecond in spite of the name; its one user multiplies by it.
+    g_state.millisecondsPerFrame = rate.realFramesPerSecond / 1000.0;
+    g_state.framesPerSecond = rate.framesPerSecond;
+    g_state.framesPerHour = rate.framesPerHour;
+    g_state.framesPerDay = kHoursPerDay * rate.framesPerHour;
+    return KIVCS2STATUS_OK;
+}
+
+// ---- Fields
+
+// Every lookup starts here: the frame of the hour, when there is one and there are tables.
+KIVCS2Status frameWithinHour(KIVCS2Timecode tc, uint32_t &index)
+{
+    if (!isValid(tc))
+        return KIVCS2STATUS_INVALID_TIMECODE_ERR;
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+    index = framesOf(tc) % g_state.framesPerHour;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status lookUp(const uint8_t *table, KIVCS2Timecode tc, uint32_t *value)
+{
+    uint32_t index = 0;
+    KIV_TRY(frameWithinHour(tc, index));
+    *value = table[index];
+    return KIVCS2STATUS_OK;
+}
+
+// All four fields of a record under a rate; an invalid record reads as zeros.
+ClockFields clockOf(KIVCS2Timecode tc)
+{
+    if (!isValid(tc))
+        return {};
+    const Numbering &numbering = g_state.numbering;
+    const uint32_t hours = framesOf(tc) / g_state.framesPerHour;
+    const uint32_t index = framesOf(tc) - hours * g_state.framesPerHour;
+    return {hours, numbering.convertMinute[index], numbering.convertSecond[index],
+            numbering.convertFrame[index]};
+}
+
+// The one place that turns fields into a frame count; the fields are cut to 8 bits.
+KIVCS2Status setClock(KIVCS2Timecode &tc, const ClockFields &clock)
+{
+    return kivCS2Timecode_initWithTimecodeFields(
+        &tc, static_cast<uint8_t>(clock.hours), static_cast<uint8_t>(clock.minutes),
+        static_cast<uint8_t>(clock.seconds), static_cast<uint8_t>(clock.frames));
+}
+
+KIVCS2Status replaceField(KIVCS2Timecode &tc, uint32_t ClockFields::*field, uint32_t value)
+{
+    uint32_t index = 0;
+    KIV_TRY(frameWithinHour(tc, index));
+    ClockFields clock = clockOf(tc);
+    clock.*field = value;
+    return setClock(tc, clock);
+}
+
+char frameSeparator()
+{
+    return g_state.dropFrameTimecode ? ';' : ':';
+}
+
+// ---- Arithmetic
+
+// Adds whole days that frames were carried into; the frame count is the caller's.
+KIVCS2Status carryDays(KIVCS2Timecode &tc, const Carry &carry)
+{
+    if (carry.days > 0)
+    {
+        if (!hasMonth(tc))
+            return KIVCS2STATUS_PARAM_ERR;
+        setDate(tc, addDays(dateOf(tc), carry.days));
+    }
+    setFrames(tc, carry.frames);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status roundDown(KIVCS2Timecode &tc, uint64_t step)
+{
+    if (step == 0)
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+    setFrames(tc, static_cast<uint32_t>(framesOf(tc) - framesOf(tc) % step));
+    return KIVCS2STATUS_OK;
+}
+
+// Whole days from the date of `a` to that of `b`, which is taken to be the later one.
+int64_t daysBetween(const Date &a, const Date &b)
+{
+    const int64_t dayA = int64_t{dayOfYear(a)} + 1;
+    const int64_t dayB = int64_t{dayOfYear(b)} + 1;
+    if (a.year == b.year)
+        return dayB - dayA;
+    // Kept: years are counted between, in whichever order they come.
+    const auto [first, last] = std::minmax(a.year, b.year);
+    const int64_t between = int64_t{daysBeforeYear(last)} - int64_t{daysBeforeYear(first + 1u)};
+    const int64_t rest = (isLeapYear(a.year) ? 366 : 365) - dayA;
+    return between + rest + dayB;
+}
+
+// A double cut to its low 32 bits by way of 64; what 64 bits do not hold is 0.
+uint32_t truncateToFrames(double frames)
+{
+    constexpr double kLimit = 9223372036854775808.0; // 2 to the 63rd
+    if (!(frames >= -kLimit && frames < kLimit))
+        return 0;
+    return static_cast<uint32_t>(static_cast<int64_t>(frames));
+}
+
+// ---- Text
+
+// Frames for "hours:minutes:seconds". Kept: 2 at 59.94 too, where minutes begin at 4, so that such a
+// time is refused there.
+uint32_t firstFrameNumber(uint32_t minutes, uint32_t seconds)
+{
+    const bool dropped = g_state.dropFrameTimecode && static_cast<uint8_t>(seconds) == 0 &&
+                         static_cast<uint8_t>(minutes) % 10 != 0;
+    return dropped ? 2 : 0;
+}
+
+// Stores what a text held; the record is all zero before.
+KIVCS2Status storeText(KIVCS2Timecode &tc, const TextFields &fields)
+{
+    if (fields.hasDate)
+        setDate(tc, fields.date);
+    const auto &time = fields.time;
+    switch (fields.timeFields)
+    {
+    case 1:
+        setFrames(tc, time[0]);
+        return KIVCS2STATUS_OK;
+    case 3:
+        return setClock(tc, {time[0], time[1], time[2], firstFrameNumber(time[1], time[2])});
+    case 4:
+        return setClock(tc, {time[0], time[1], time[2], time[3]});
+    default:
+        return KIVCS2STATUS_OK;
+    }
+}
+
+// ---- Media time
+
+struct FrameDuration
+{
+    uint32_t framesPerSecond;
+    uint32_t timeOfDropFrame;
+    uint32_t time;
+    uint32_t scale;
+};
+
+constexpr FrameDuration kFrameDurations[] = {
+    {24, 1001, 1000, 24000}, // Kept: 23.98 is no drop-frame rate and reports 1000 like 24
+    {25, 100, 100, 2500},    {30, 1001, 1000, 30000}, {50, 100, 100, 5000}, {60, 1001, 1000, 60000},
+};
+} // namespace
+
+// ---- Frame rate
+
+KIVCS2Status kivCS2Timecode_setFrameRate(KIVCS2FrameRate rate)
+{
+    if (rate >= KIVCS2FrameRate_MAX)
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+    return setFramerate(kRates[rate]);
+}
+
+KIVCS2Status kivCS2Timecode_getFramesPerSecond(uint32_t *fps)
+{
+    *fps = g_state.framesPerSecond;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_getRealFramesPerSecond(double *fps)
+{
+    *fps = g_state.realFramesPerSecond;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_getFramesPerDay(uint32_t *frames)
+{
+    *frames = g_state.framesPerDay;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_getDropFrame(bool *dropFrame)
+{
+    if (dropFrame != nullptr) // Kept: success for null
+        *dropFrame = g_state.dropFrameTimecode;
+    return KIVCS2STATUS_OK;
+}
+
+// ---- Building and copying records
+
+KIVCS2Status kivCS2Timecode_init(KIVCS2Timecode *tc)
+{
+    *tc = 0;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_initWithTimecodeFields(KIVCS2Timecode *tc, uint8_t hours, uint8_t minutes,
+                                                   uint8_t seconds, uint8_t frames)
+{
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+
+    const uint32_t firstOfHour = hours * g_state.framesPerHour;
+    const uint32_t frame = frameOfHour(g_state.numbering, minutes, seconds, frames);
+    if (frame == kNoFrame) [[unlikely]]
+    {
+        setFrames(*tc, firstOfHour); // Kept: the hours stay, and the record is not marked invalid
+        KIV_LOG("Illegal timecode %02i:%02i:%02i:%02i\n", hours, minutes, seconds, frames);
+        return KIVCS2STATUS_INVALID_TIMECODE_ERR;
+    }
+    setFrames(*tc, firstOfHour + frame);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_initWithFrames(KIVCS2Timecode *tc, uint32_t frames)
+{
+    *tc = frames;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_initWithSeconds(KIVCS2Timecode *tc, double seconds)
+{
+    *tc = 0;
+    return kivCS2Timecode_setSecondsSinceMidnight(tc, seconds);
+}
+
+KIVCS2Status kivCS2Timecode_initWithHours(KIVCS2Timecode *tc, uint8_t hours)
+{
+    *tc = hours * g_state.framesPerHour;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_copy(KIVCS2Timecode *dst, const KIVCS2Timecode *src)
+{
+    *dst = *src;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_copyTimecode(KIVCS2Timecode *dst, const KIVCS2Timecode *src)
+{
+    setFrames(*dst, framesOf(*src));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_copyDate(KIVCS2Timecode *dst, const KIVCS2Timecode *src)
+{
+    setDate(*dst, dateOf(*src));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_initWithDateAndTimecode(KIVCS2Timecode *dst, const KIVCS2Timecode *dateSource,
+                                                    const KIVCS2Timecode *timecodeSource)
+{
+    KIV_TRY(kivCS2Timecode_copyTimecode(dst, timecodeSource));
+    return kivCS2Timecode_copyDate(dst, dateSource);
+}
+
+// ---- Fields
+
+KIVCS2Status kivCS2Timecode_getHours(const KIVCS2Timecode *tc, uint32_t *value)
+{
+    if (!isValid(*tc))
+        return KIVCS2STATUS_INVALID_TIMECODE_ERR;
+    if (hasRate()) // Kept: success without a rate, and nothing stored
+        *value = framesOf(*tc) / g_state.framesPerHour;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_getMinutes(const KIVCS2Timecode *tc, uint32_t *value)
+{
+    return lookUp(g_state.numbering.convertMinute, *tc, value);
+}
+
+KIVCS2Status kivCS2Timecode_getSeconds(const KIVCS2Timecode *tc, uint32_t *value)
+{
+    return lookUp(g_state.numbering.convertSecond, *tc, value);
+}
+
+KIVCS2Status kivCS2Timecode_getFrames(const KIVCS2Timecode *tc, uint32_t *value)
+{
+    return lookUp(g_state.numbering.convertFrame, *tc, value);
+}
+
+KIVCS2Status kivCS2Timecode_setHours(KIVCS2Timecode *tc, uint32_t value)
+{
+    return replaceField(*tc, &ClockFields::hours, value);
+}
+
+KIVCS2Status kivCS2Timecode_setMinutes(KIVCS2Timecode *tc, uint32_t value)
+{
+    return replaceField(*tc, &ClockFields::minutes, value);
+}
+
+KIVCS2Status kivCS2Timecode_setSeconds(KIVCS2Timecode *tc, uint32_t value)
+{
+    return replaceField(*tc, &ClockFields::seconds, value);
+}
+
+KIVCS2Status kivCS2Timecode_setFrames(KIVCS2Timecode *tc, uint32_t value)
+{
+    return replaceField(*tc, &ClockFields::frames, value);
+}
+
+KIVCS2Status kivCS2Timecode_getFramesSinceMidnight(const KIVCS2Timecode *tc, uint32_t *frames)
+{
+    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
+    *frames = framesOf(*tc);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_setFramesSinceMidnight(KIVCS2Timecode *tc, uint32_t frames)
+{
+    setFrames(*tc, frames);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_getSecondsSinceMidnight(const KIVCS2Timecode *tc, double *seconds)
+{
+    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+    *seconds = framesOf(*tc) / g_state.realFramesPerSecond;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_setSecondsSinceMidnight(KIVCS2Timecode *tc, double seconds)
+{
+    setFrames(*tc, truncateToFrames(seconds * g_state.realFramesPerSecond));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_getDay(const KIVCS2Timecode *tc, uint32_t *value)
+{
+    *value = dateOf(*tc).day;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_getMonth(const KIVCS2Timecode *tc, uint32_t *value)
+{
+    *value = dateOf(*tc).month;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_getYear(const KIVCS2Timecode *tc, uint32_t *value)
+{
+    *value = dateOf(*tc).year;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_setInvalidTimecode(KIVCS2Timecode *tc)
+{
+    setFrames(*tc, kInvalidFrames);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_checkValidTimecode(const KIVCS2Timecode *tc)
+{
+    return isValid(*tc) ? KIVCS2STATUS_OK : KIVCS2STATUS_INVALID_TIMECODE_ERR;
+}
+
+// ---- Calendar
+
+KIVCS2Status kivCS2Timecode_isLeapYear(const KIVCS2Timecode *tc, uint32_t *result)
+{
+    KIV_CHECK(result);
+
+    *result = isLeapYear(dateOf(*tc).year);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_getDaysInYear(const KIVCS2Timecode *tc, uint32_t *days)
+{
+    KIV_CHECK(days);
+
+    *days = isLeapYear(dateOf(*tc).year) ? 366 : 365;
+    return KIVCS2STATUS_PARAM_ERR; // Kept: hosts take the value and ignore the status
+}
+
+KIVCS2Status kivCS2Timecode_getDaysThisYear(const KIVCS2Timecode *tc, uint32_t *days)
+{
+    KIV_CHECK(days);
+
+    if (hasMonth(*tc))
+        *days = dayOfYear(dateOf(*tc)) + 1;
+    return KIVCS2STATUS_PARAM_ERR; // Kept: hosts take the value and ignore the status
+}
+
+KIVCS2Status kivCS2Timecode_getDaysInMonth(const KIVCS2Timecode *tc, uint32_t *days)
+{
+    if (!hasMonth(*tc))
+        return KIVCS2STATUS_PARAM_ERR;
+    *days = daysInMonth(dateOf(*tc).month, dateOf(*tc).year);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_isSameDay(const KIVCS2Timecode *a, const KIVCS2Timecode *b, uint32_t *same)
+{
+    *same = dateBitsOf(*a) == dateBitsOf(*b);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_isToday(const KIVCS2Timecode *tc, uint32_t *same)
+{
+    KIVCS2Timecode now = 0;
+    KIV_TRY(kivCS2Timecode_initWithNow(&now));
+    return kivCS2Timecode_isSameDay(tc, &now, same);
+}
+
+KIVCS2Status kivCS2Timecode_zeroDate(KIVCS2Timecode *tc)
+{
+    *tc = framesOf(*tc);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_zeroTime(KIVCS2Timecode *tc)
+{
+    setFrames(*tc, 0);
+    return KIVCS2STATUS_OK;
+}
+
+// ---- Adding and subtracting
+
+KIVCS2Status kivCS2Timecode_addFrames(KIVCS2Timecode *tc, uint32_t frames)
+{
+    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+
+    const uint32_t sum = framesOf(*tc) + frames;
+    return carryDays(*tc, {sum % g_state.framesPerDay, sum / g_state.framesPerDay});
+}
+
+KIVCS2Status kivCS2Timecode_subtractFrames(KIVCS2Timecode *tc, uint32_t frames)
+{
+    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
+    const uint32_t count = framesOf(*tc);
+    if (frames <= count)
+    {
+        setFrames(*tc, count - frames);
+        return KIVCS2STATUS_OK;
+    }
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+    if (!hasMonth(*tc))
+        return KIVCS2STATUS_PARAM_ERR;
+
+    // One frame before midnight is the last of the day before; from there in whole days.
+    const uint32_t before = frames - count - 1;
+    setDate(*tc, subtractDays(dateOf(*tc), uint64_t{before / g_state.framesPerDay} + 1));
+    setFrames(*tc, g_state.framesPerDay - 1 - before % g_state.framesPerDay);
+    return KIVCS2STATUS_OK;
+}
+
+// Kept: seconds, minutes and hours hide what became of their frames, and a second has the nominal
+// number of frames at the drop-frame rates too. The products are of 32 bits.
+
+KIVCS2Status kivCS2Timecode_addSeconds(KIVCS2Timecode *tc, uint32_t count)
+{
+    (void)kivCS2Timecode_addFrames(tc, count * g_state.framesPerSecond);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_addMinutes(KIVCS2Timecode *tc, uint32_t count)
+{
+    (void)kivCS2Timecode_addFrames(tc, count * kSecondsPerMinute * g_state.framesPerSecond);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_addHours(KIVCS2Timecode *tc, uint32_t count)
+{
+    (void)kivCS2Timecode_addFrames(tc, count * g_state.framesPerHour);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_subtractSeconds(KIVCS2Timecode *tc, uint32_t count)
+{
+    (void)kivCS2Timecode_subtractFrames(tc, count * g_state.framesPerSecond);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_subtractMinutes(KIVCS2Timecode *tc, uint32_t count)
+{
+    (void)kivCS2Timecode_subtractFrames(tc, count * kSecondsPerMinute * g_state.framesPerSecond);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_subtractHours(KIVCS2Timecode *tc, uint32_t count)
+{
+    (void)kivCS2Timecode_subtractFrames(tc, count * g_state.framesPerHour);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_addDays(KIVCS2Timecode *tc, uint32_t count)
+{
+    if (!hasMonth(*tc))
+        return KIVCS2STATUS_PARAM_ERR;
+    setDate(*tc, addDays(dateOf(*tc), count));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_addMonths(KIVCS2Timecode *tc, uint32_t count)
+{
+    setDate(*tc, addMonths(dateOf(*tc), count));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_addYears(KIVCS2Timecode *tc, uint32_t count)
+{
+    setDate(*tc, addYears(dateOf(*tc), count));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_subtractDays(KIVCS2Timecode *tc, uint32_t count)
+{
+    if (!hasMonth(*tc))
+        return KIVCS2STATUS_PARAM_ERR;
+    setDate(*tc, subtractDays(dateOf(*tc), count));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_subtractMonths(KIVCS2Timecode *tc, uint32_t count)
+{
+    setDate(*tc, subtractMonths(dateOf(*tc), count));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_subtractYears(KIVCS2Timecode *tc, uint32_t count)
+{
+    setDate(*tc, subtractYears(dateOf(*tc), count));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_addTimecode(KIVCS2Timecode *tc, const KIVCS2Timecode *other)
+{
+    (void)kivCS2Timecode_addFrames(tc, framesOf(*other)); // Kept: always a success
+    (void)kivCS2Timecode_addDays(tc, dateOf(*other).day);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_initByAddingTimecodes(KIVCS2Timecode *result, const KIVCS2Timecode *a,
+                                                  const KIVCS2Timecode *b)
+{
+    KIV_TRY(kivCS2Timecode_copy(result, b));
+    return kivCS2Timecode_addTimecode(result, a);
+}
+
+KIVCS2Status kivCS2Timecode_subtractTimecode(KIVCS2Timecode *tc, const KIVCS2Timecode *other)
+{
+    // Kept: the other's day field is ignored, although addition adds it.
+    return kivCS2Timecode_subtractFrames(tc, framesOf(*other));
+}
+
+KIVCS2Status kivCS2Timecode_initBySubtractingTimecodes(KIVCS2Timecode *result, const KIVCS2Timecode *a,
+                                                       const KIVCS2Timecode *b, uint32_t includeDays)
+{
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+
+    // Kept: the day test reads the result as the caller passed it.
+    if (includeDays != 0 && dateBitsOf(*result) != dateBitsOf(*a))
+    {
+        double seconds = 0;
+        (void)kivCS2Timecode_differenceInSeconds(result, b, &seconds); // stores nothing on two days
+        if (seconds >= kSecondsPerDay)
+            return kivCS2Timecode_initWithFrames(result, g_state.framesPerDay - 1);
+        return kivCS2Timecode_initWithSeconds(result, seconds);
+    }
+    *result = *b;
+    (void)kivCS2Timecode_subtractTimecode(result, a); // Kept: always a success
+    if (includeDays != 0)
+        (void)kivCS2Timecode_zeroDate(result); // cannot fail
+    return KIVCS2STATUS_OK;
+}
+
+// ---- Comparing and measuring
+
+KIVCS2Status kivCS2Timecode_compare(const KIVCS2Timecode *a, const KIVCS2Timecode *b, int32_t *result)
+{
+    KIV_CHECK(result);
+
+    KIV_TRY(kivCS2Timecode_checkValidTimecode(a));
+    KIV_TRY(kivCS2Timecode_checkValidTimecode(b));
+    *result = (framesOf(*a) > framesOf(*b)) - (framesOf(*a) < framesOf(*b));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_isSameTimecode(const KIVCS2Timecode *a, const KIVCS2Timecode *b, uint32_t *same)
+{
+    int32_t order = 0;
+    *same = KIVCS2_SUCCEEDED(kivCS2Timecode_compare(a, b, &order)) && order == 0;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_differenceInFrames(const KIVCS2Timecode *a, const KIVCS2Timecode *b,
+                                               int64_t *difference)
+{
+    KIV_CHECK(difference);
+
+    KIV_TRY(kivCS2Timecode_checkValidTimecode(a));
+    KIV_TRY(kivCS2Timecode_checkValidTimecode(b));
+    if (dateBitsOf(*a) == dateBitsOf(*b))
+    {
+        *difference = static_cast<int32_t>(framesOf(*b) - framesOf(*a));
+        return KIVCS2STATUS_OK;
+    }
+    if (!hasMonth(*a) || !hasMonth(*b))
+        return KIVCS2STATUS_PARAM_ERR;
+    const int64_t perDay = g_state.framesPerDay;
+    const int64_t days = daysBetween(dateOf(*a), dateOf(*b));
+    *difference = perDay - framesOf(*a) + perDay * (days - 1) + framesOf(*b);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_differenceInSeconds(const KIVCS2Timecode *a, const KIVCS2Timecode *b,
+                                                double *difference)
+{
+    if (dateBitsOf(*a) != dateBitsOf(*b)) // Kept: success on two days, and nothing stored
+        return KIVCS2STATUS_OK;
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+
+    double secondsA = 0;
+    double secondsB = 0;
+    (void)kivCS2Timecode_getSecondsSinceMidnight(a, &secondsA); // an invalid record counts as 0
+    (void)kivCS2Timecode_getSecondsSinceMidnight(b, &secondsB);
+    *difference = secondsA - secondsB;
+    return KIVCS2STATUS_OK;
+}
+
+// ---- Stepping, scaling and snapping
+
+KIVCS2Status kivCS2Timecode_tick(KIVCS2Timecode *tc)
+{
+    return kivCS2Timecode_addFrames(tc, 1);
+}
+
+KIVCS2Status kivCS2Timecode_tickDown(KIVCS2Timecode *tc, uint32_t *nonZero)
+{
+    KIV_TRY(kivCS2Timecode_subtractFrames(tc, 1));
+    *nonZero = framesOf(*tc) != 0;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_multiply(KIVCS2Timecode *tc, uint32_t factor)
+{
+    if (factor > 1 && isValid(*tc))
+    {
+        if (!hasRate())
+            return KIVCS2STATUS_FRAME_RATE_ERR;
+        KIV_TRY(carryDays(*tc, addRepeatedly(framesOf(*tc), factor - 1, g_state.framesPerDay)));
+    }
+    return kivCS2Timecode_ensureLegalDuration(tc);
+}
+
+KIVCS2Status kivCS2Timecode_initByMultiplyingTimecode(KIVCS2Timecode *result, const KIVCS2Timecode *tc,
+                                                      uint32_t factor)
+{
+    *result = *tc;
+    return kivCS2Timecode_multiply(result, factor);
+}
+
+KIVCS2Status kivCS2Timecode_snapToMinute(KIVCS2Timecode *tc, uint32_t minutes)
+{
+    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
+    if (minutes >= kMinutesPerHour)
+        return kivCS2Timecode_snapToHour(tc, minutes / kMinutesPerHour);
+    // Kept: nominal frames at the drop-frame rates too, so that a snapped count need not be a whole minute.
+    return roundDown(*tc, uint64_t{g_state.framesPerSecond} * kSecondsPerMinute * std::max(minutes, 1u));
+}
+
+KIVCS2Status kivCS2Timecode_snapToHour(KIVCS2Timecode *tc, uint32_t hours)
+{
+    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
+    if (hours == 0)
+        return KIVCS2STATUS_PARAM_ERR;
+    return roundDown(*tc, uint64_t{g_state.framesPerHour} * hours);
+}
+
+// ---- Durations
+
+KIVCS2Status kivCS2Timecode_isDuration(const KIVCS2Timecode *tc, uint32_t *isDuration)
+{
+    *isDuration = dateBitsOf(*tc) == 0;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_ensureLegalDuration(KIVCS2Timecode *tc)
+{
+    if (dateOf(*tc).day == 0)
+        return kivCS2Timecode_zeroDate(tc);
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+    *tc = g_state.framesPerDay - 1;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_initWithDuration(KIVCS2Timecode *tc, uint32_t frames)
+{
+    *tc = frames;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_initWithTimecodeFieldsForDuration(KIVCS2Timecode *tc, uint8_t hours,
+                                                              uint8_t minutes, uint8_t seconds,
+                                                              uint8_t frames)
+{
+    setFrames(*tc, frames + seconds * g_state.framesPerSecond +
+                       minutes * kSecondsPerMinute * g_state.framesPerSecond + hours * g_state.framesPerHour);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_convertMillisecondsToDuration(uint64_t milliseconds, uint32_t *frames)
+{
+    *frames = truncateToFrames(static_cast<double>(milliseconds) * g_state.millisecondsPerFrame);
+    return KIVCS2STATUS_OK;
+}
+
+// ---- Text
+
+KIVCS2Status kivCS2Timecode_initWithString(KIVCS2Timecode *tc, const char *string)
+{
+    KIV_CHECK(string);
+    KIV_CHECK(tc);
+
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+    TextFields fields{};
+    if (splitPlainText(string, fields)) [[likely]]
+    {
+        *tc = 0;
+        return storeText(*tc, fields);
+    }
+    CFStringRef text = nullptr;
+    KIV_TRY(kivCS2String_createCFStringWithEncoding(string, KIVCS2_STRING_MEASURE, &text,
+                                                    KIVCS2StringEncoding_UTF8));
+    const kiv::CFRef<CFStringRef> owned{text};
+    return kivCS2Timecode_initWithCFString(tc, owned.get());
+}
+
+KIVCS2Status kivCS2Timecode_initWithCFString(KIVCS2Timecode *tc, CFStringRef string)
+{
+    KIV_CHECK(string);
+    KIV_CHECK(tc);
+
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+    *tc = 0;
+    TextFields fields{};
+    const KIVCS2Status status = splitText(g_state.formatting, string, fields);
+    const KIVCS2Status stored = storeText(*tc, fields); // of a text that failed: its date alone
+    return KIVCS2_FAILED(status) ? status : stored;
+}
+
+KIVCS2Status kivCS2Timecode_timecodeToString(const KIVCS2Timecode *tc, char *buffer, uint32_t bufferSize)
+{
+    KIV_CHECK(tc);
+    KIV_CHECK(buffer);
+
+    const Date date = dateOf(*tc);
+    const bool dated = date.year > 0;
+    if (bufferSize < (dated ? kDateTimeBufferSize : kTimeBufferSize))
+        return KIVCS2STATUS_BUFFER_SIZE_ERR;
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+
+    const ClockFields clock = clockOf(*tc);
+    const bool written = dated ? writeDateAndTime(date, clock, frameSeparator(), buffer, bufferSize)
+                               : writeTime(clock, frameSeparator(), buffer, bufferSize);
+    return written ? KIVCS2STATUS_OK : KIVCS2STATUS_BUFFER_SIZE_ERR;
+}
+
+KIVCS2Status kivCS2Timecode_print(const KIVCS2Timecode *tc)
+{
+    if (tc == nullptr)
+        return KIVCS2STATUS_PARAM_ERR;
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+
+    const ClockFields clock = clockOf(*tc);
+    KIV_LOG("%02i:%02i:%02i%c%02i\n", static_cast<int>(clock.hours), static_cast<int>(clock.minutes),
+            static_cast<int>(clock.seconds), frameSeparator(), static_cast<int>(clock.frames));
+    return KIVCS2STATUS_OK;
+}
+
+// ---- BCD
+
+KIVCS2Status kivCS2Timecode_getBCDFromTimecode(const KIVCS2Timecode *tc, uint32_t *bcd)
+{
+    if (tc == nullptr)
+        return KIVCS2STATUS_PARAM_ERR;
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+
+    *bcd = bcdOfFields(clockOf(*tc));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_initWithBCD(KIVCS2Timecode *tc, uint32_t bcd)
+{
+    if (tc == nullptr)
+        return KIVCS2STATUS_PARAM_ERR;
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+
+    *tc = 0;
+    (void)setClock(*tc, fieldsOfBCD(bcd)); // Kept: success, although the digits may name no frame
+    return KIVCS2STATUS_OK;
+}
+
+// ---- System dates
+
+KIVCS2Status kivCS2Timecode_initWithDate(KIVCS2Timecode *tc, CFDateRef date, uint32_t includeTime)
+{
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+
+    Formatting &formatting = g_state.formatting;
+    const kiv::MutexLock lock{formatting.dateFormatMutex};
+    KIV_TRY(lock.status());
+    const auto value = [&](CFDateFormatterRef formatter)
+    {
+        return getValueFromDate(formatting, date, formatter);
+    };
+    const uint32_t day = value(formatting.formatDay);
+    const uint32_t month = value(formatting.formatMonth);
+    const uint32_t year = value(formatting.formatYear);
+    *tc = 0;
+    setDate(*tc, dateOfFields(day, month, year));
+    if (includeTime == 0)
+        return KIVCS2STATUS_OK;
+
+    const uint32_t hours = value(formatting.formatHour);
+    const uint32_t minutes = value(formatting.formatMinute);
+    const uint32_t seconds = value(formatting.formatSecond);
+    const uint32_t milliseconds = value(formatting.formatMilliSecond);
+    setFrames(*tc, hours * g_state.framesPerHour +
+                       frameOfClockTime(g_state.numbering, minutes, seconds, milliseconds));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_initWithNow(KIVCS2Timecode *tc)
+{
+    const kiv::CFRef<CFDateRef> now{CFDateCreate(nullptr, CFAbsoluteTimeGetCurrent())};
+    return now ? kivCS2Timecode_initWithDate(tc, now.get(), 1) : KIVCS2STATUS_MEMORY_ERR;
+}
+
+KIVCS2Status kivCS2Timecode_initWithCalendarDate(KIVCS2Timecode *tc)
+{
+    const kiv::CFRef<CFDateRef> now{CFDateCreate(nullptr, CFAbsoluteTimeGetCurrent())};
+    return now ? kivCS2Timecode_initWithDate(tc, now.get(), 0) : KIVCS2STATUS_MEMORY_ERR;
+}
+
+KIVCS2Status kivCS2Timecode_createCFDate(const KIVCS2Timecode *tc, CFDateRef *date)
+{
+    KIV_ASSERT(date);
+
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
+    const kiv::CFRef<CFCalendarRef> calendar{CFCalendarCopyCurrent()};
+    if (!calendar)
+        return KIVCS2STATUS_DATA_ERR;
+
+    // A second has fewer frames than framesPerSecond counts, so frames never add a whole one.
+    const Date day = dateOf(*tc);
+    const ClockFields clock = clockOf(*tc);
+    CFAbsoluteTime at = 0;
+    // Kept: month and day are composed zero-based, which dates the result one month and one day early.
+    if (!CFCalendarComposeAbsoluteTime(calendar.get(), &at, "yMdHms", static_cast<int>(day.year),
+                                       static_cast<int>(day.month), static_cast<int>(day.day),
+                                       static_cast<int>(clock.hours), static_cast<int>(clock.minutes),
+                                       static_cast<int>(clock.seconds)))
+        return KIVCS2STATUS_DATA_ERR;
+    *date = CFDateCreate(nullptr, at);
+    return *date != nullptr ? KIVCS2STATUS_OK : KIVCS2STATUS_PARAM_ERR;
+}
+
+// ---- Media time
+
+KIVCS2Status kivCS2Timecode_getTimeAndScale(uint32_t *time, uint32_t *scale)
+{
+    FrameDuration duration{};
+    for (const FrameDuration &row : kFrameDurations)
+        if (row.framesPerSecond == g_state.framesPerSecond)
+            duration = row;
+    if (time != nullptr)
+        *time = g_state.dropFrameTimecode ? duration.timeOfDropFrame : duration.time;
+    if (scale != nullptr)
+        *scale = duration.scale;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Timecode_initWithTimeAndScale(KIVCS2Timecode *tc, uint32_t time, uint32_t scale)
+{
+    return kivCS2Timecode_initWithSeconds(tc, static_cast<double>(time) / static_cast<double>(scale));
+}

@@ -1,0 +1,150 @@
+// Splits and writes timecode text without a detour over string objects.
+#include "Private/Timecode_Text.h"
+
+#include <charconv>
+#include <cstring>
+
+namespace kiv::timecode
+{
+namespace
+{
+constexpr ptrdiff_t kMaxPlainDigits = 9; // what a 32-bit number holds whatever the digits
+
+constexpr std::array<char, 200> kDigitPairs = []
+{
+    std::array<char, 200> pairs{};
+    for (size_t value = 0; value < 100; ++value)
+    {
+        pairs[2 * value] = static_cast<char>('0' + value / 10);
+        pairs[2 * value + 1] = static_cast<char>('0' + value % 10);
+    }
+    return pairs;
+}();
+
+char *putPair(char *at, uint32_t value)
+{
+    std::memcpy(at, &kDigitPairs[2 * value], 2);
+    return at + 2;
+}
+
+// ":MM:SS" and the frames behind their separator, with the terminator.
+char *putBelowHours(char *at, const ClockFields &clock, char separator)
+{
+    *at++ = ':';
+    at = putPair(at, clock.minutes);
+    *at++ = ':';
+    at = putPair(at, clock.seconds);
+    *at++ = separator;
+    at = putPair(at, clock.frames);
+    *at++ = '\0';
+    return at;
+}
+
+// Digits of the largest time: 49710 hours at 24 frames; of the largest date: "256.256.65535 ".
+constexpr size_t kMaxTimeSize = 15;
+constexpr size_t kMaxTextSize = kMaxTimeSize + 14;
+
+char *putTime(char *at, const ClockFields &clock, char separator)
+{
+    if (clock.hours < 100)
+        at = putPair(at, clock.hours);
+    else
+        at = std::to_chars(at, at + 5, clock.hours).ptr;
+    return putBelowHours(at, clock, separator);
+}
+
+bool copyWhole(const char *text, const char *end, char *buffer, size_t size)
+{
+    const auto length = static_cast<size_t>(end - text);
+    if (length > size)
+        return false;
+    std::memcpy(buffer, text, length);
+    return true;
+}
+
+// Moves `at` over one number; false without a digit or with too many.
+bool takeNumber(const char *&at, uint32_t &value)
+{
+    const char *const start = at;
+    uint32_t number = 0;
+    for (uint32_t digit; (digit = static_cast<uint32_t>(*at) - '0') < 10; ++at)
+        number = number * 10 + digit;
+    value = number;
+    return at != start && at - start <= kMaxPlainDigits;
+}
+} // namespace
+
+bool splitPlainText(const char *text, TextFields &fields)
+{
+    const char *at = text;
+    uint32_t number = 0;
+    if (!takeNumber(at, number))
+        return false;
+    fields.hasDate = *at == '.';
+    if (fields.hasDate)
+    {
+        const uint32_t day = number;
+        uint32_t month = 0;
+        uint32_t year = 0;
+        if (!takeNumber(++at, month) || *at != '.' || !takeNumber(++at, year) || *at != ' ' ||
+            !takeNumber(++at, number))
+            return false;
+        fields.date = dateOfFields(day, month, year);
+    }
+    uint32_t count = 0;
+    fields.time[count++] = number;
+    while (*at == ':')
+    {
+        if (count == kMaxTimeFields || !takeNumber(++at, fields.time[count]))
+            return false;
+        ++count;
+    }
+    fields.timeFields = count;
+    return *at == '\0' && count != 2;
+}
+
+bool writeTime(const ClockFields &clock, char separator, char *buffer, size_t size)
+{
+    if (clock.hours < 100 && size >= kTimeBufferSize)
+    {
+        putBelowHours(putPair(buffer, clock.hours), clock, separator);
+        return true;
+    }
+    std::array<char, kMaxTimeSize> text;
+    return copyWhole(text.data(), putTime(text.data(), clock, separator), buffer, size);
+}
+
+bool writeDateAndTime(const Date &date, const ClockFields &clock, char separator, char *buffer, size_t size)
+{
+    std::array<char, kMaxTextSize> text;
+    char *const end = text.data() + text.size();
+    char *at = text.data();
+    at = std::to_chars(at, end, date.day + 1).ptr;
+    *at++ = '.';
+    at = std::to_chars(at, end, date.month + 1).ptr;
+    *at++ = '.';
+    at = std::to_chars(at, end, date.year).ptr;
+    *at++ = ' ';
+    return copyWhole(text.data(), putTime(at, clock, separator), buffer, size);
+}
+
+uint32_t bcdOfFields(const ClockFields &clock)
+{
+    const auto digits = [](uint32_t value)
+    {
+        return value / 10 << 4 | value % 10;
+    };
+    return digits(clock.hours) << 24 | digits(clock.minutes) << 16 | digits(clock.seconds) << 8 |
+           digits(clock.frames);
+}
+
+ClockFields fieldsOfBCD(uint32_t bcd)
+{
+    const auto value = [bcd](uint32_t shift)
+    {
+        const uint32_t byte = bcd >> shift & 0xFF;
+        return (byte >> 4) * 10 + (byte & 0xF); // nibbles above 9 count on: at most 165
+    };
+    return {value(24), value(16), value(8), value(0)};
+}
+} // namespace kiv::timecode
