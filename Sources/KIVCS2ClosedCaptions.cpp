@@ -6,14 +6,504 @@
 #include "KIVCS2Timecode.h"
 #include "Private/CFRef.h"
 #include "Private/Check.h"
+#include "Private/ClosedCaptions_CDP.h"
+#include "Private/ClosedCaptions_Describe.h"
 #include "Private/ClosedCaptions_Hex.h"
+#include "Private/ClosedCaptions_Lines.h"
 #include "Private/ClosedCaptions_MCC.h"
+#include "Private/ClosedCaptions_Words.h"
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cstdio>
 #include <cstring>
+#include <span>
 #include <string_view>
 
 // ---- Caption words and packets (SMPTE 291M, 334, 436M; CEA-608, CEA-708) ----
+
+namespace
+{
+constexpr uint8_t kParity = 0x80; // bit 7 of a CEA-608 byte
+
+// Bytes that carry no CEA-608 data: a null with its parity bit.
+constexpr std::array<uint8_t, 4> kEmptyPairs = {0x80, 0x80, 0x80, 0x80};
+
+[[nodiscard]] constexpr bool bit8(uint32_t word)
+{
+    return (word & 0x100) != 0;
+}
+
+[[nodiscard]] constexpr bool bit9(uint32_t word)
+{
+    return (word & 0x200) != 0;
+}
+
+template <class Words>
+KIVCS2Status readWord(Words &words, uint32_t &word, uint32_t &sum)
+{
+    kiv::captions::AncWord read = 0;
+    KIV_TRY(words.read(read));
+    word = read;
+    sum += word;
+    return KIVCS2STATUS_OK;
+}
+
+template <class Words>
+KIVCS2Status checkWord(Words &words, uint32_t expected, uint32_t &sum)
+{
+    uint32_t word = 0;
+    KIV_TRY(readWord(words, word, sum));
+    return word == expected ? KIVCS2STATUS_OK : KIVCS2STATUS_DATA_ERR;
+}
+
+// `sum` counts DID to the last user data word.
+template <class Words>
+KIVCS2Status checkSum(Words &words, bool tenBits, uint32_t sum)
+{
+    uint32_t checksum = 0;
+    uint32_t notCounted = 0;
+    if (tenBits)
+    {
+        KIV_TRY(readWord(words, checksum, notCounted));
+        const bool matches = bit9(checksum) != bit8(checksum) && (checksum & 0x1FF) == (sum & 0x1FF);
+        return matches ? KIVCS2STATUS_OK : KIVCS2STATUS_DATA_ERR;
+    }
+    // Kept: the bit reader already holds the checksum byte, so a packet at the very end of its stream
+    // is accepted whatever its checksum. Captions cut out of their packets come without one.
+    if (words.atEnd())
+        return KIVCS2STATUS_OK;
+    return checkWord(words, sum & 0xFF, notCounted);
+}
+
+template <class Words>
+KIVCS2Status extractCDP(Words words, const kiv::captions::AncForm &form, bool withAtom, uint8_t *buffer,
+                        uint32_t *bufferSize)
+{
+    KIV_TRY(words.begin());
+    uint32_t notCounted = 0;
+    for (uint8_t word = 0; word < form.flagWords; ++word)
+        KIV_TRY(checkWord(words, form.flag[word], notCounted));
+
+    uint32_t sum = 0;
+    uint32_t dataCount = 0;
+    KIV_TRY(checkWord(words, form.did, sum));
+    KIV_TRY(checkWord(words, form.sdid, sum));
+    KIV_TRY(readWord(words, dataCount, sum));
+    dataCount &= 0xFF;
+
+    // Kept: the count has 8 bits. A wrapped count is below 8, which the atom header refuses, so that
+    // nothing is written that the room was not compared with.
+    const auto count = static_cast<uint8_t>(dataCount + (withAtom ? KIVCS2_CAPTION_ATOM_SIZE : 0));
+    if (count > *bufferSize)
+        return KIVCS2STATUS_BUFFER_SIZE_ERR;
+    *bufferSize = count;
+    if (withAtom)
+        KIV_TRY(kivCS2ClosedCaptions_writeQuickTimeAtom(&buffer, count));
+
+    for (uint32_t index = 0; index < dataCount; ++index)
+    {
+        uint32_t word = 0;
+        KIV_TRY(readWord(words, word, sum));
+        buffer[index] = static_cast<uint8_t>(word);
+    }
+    return checkSum(words, form.tenBits, sum);
+}
+
+[[nodiscard]] uint64_t bigEndian(const uint8_t *bytes, size_t count)
+{
+    uint64_t value = 0;
+    for (size_t index = 0; index < count; ++index)
+        value = value << 8 | bytes[index];
+    return value;
+}
+
+constexpr size_t kLineHeaderSize = 14;
+
+// One line record of SMPTE 436M, without its payload.
+struct WrappedLine
+{
+    uint16_t number;
+    uint8_t sampleCoding;
+    uint64_t payloadSize; // up to (2^32 - 1)^2
+
+    explicit WrappedLine(const std::array<uint8_t, kLineHeaderSize> &bytes)
+        : number{static_cast<uint16_t>(bigEndian(&bytes[0], 2))}, sampleCoding{bytes[3]},
+          payloadSize{bigEndian(&bytes[6], 4) * bigEndian(&bytes[10], 4)}
+    {
+    }
+
+    [[nodiscard]] bool mayHoldCaptions() const
+    {
+        return (number == 4 || number == 9 || number == 21) && sampleCoding >= 4 && sampleCoding <= 9;
+    }
+
+    [[nodiscard]] KIVCS2CaptionANCFormat format() const
+    {
+        return sampleCoding <= 6 ? KIVCS2CaptionANCFormat_8Bit : KIVCS2CaptionANCFormat_10Bit;
+    }
+};
+
+KIVCS2Status readExactly(KIVCS2Stream *stream, std::span<uint8_t> bytes)
+{
+    uint64_t count = 0;
+    KIV_TRY(kivCS2Stream_readBytes(stream, bytes.data(), bytes.size(), &count));
+    return count == bytes.size() ? KIVCS2STATUS_OK : KIVCS2STATUS_FORMAT_ERR;
+}
+
+// The CDP of a line whose payload begins at `position` of the block.
+KIVCS2Status extractFromBlock(std::span<uint8_t> block, int64_t position, const WrappedLine &line,
+                              bool withAtom, uint8_t *buffer, uint32_t *bufferSize)
+{
+    const auto start = static_cast<uint64_t>(position);
+    if (position < 0 || start > block.size() || line.payloadSize > block.size() - start)
+        return KIVCS2STATUS_DATA_ERR;
+
+    KIVCS2MemoryStream view;
+    KIV_TRY(kivCS2MemoryStream_initWithBytes(&view, block.data() + start, line.payloadSize));
+    const KIVCS2Status status = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
+        &view.m_stream, line.format(), withAtom, buffer, bufferSize);
+    (void)kivCS2MemoryStream_free(&view.m_stream); // a view holds nothing
+    return status;
+}
+
+// Where the next line begins. A payload that no stream can hold is refused here: as an offset with a
+// sign it would lead backwards.
+KIVCS2Status skipPayload(KIVCS2Stream *stream, const WrappedLine &line)
+{
+    constexpr uint64_t kFarthest = INT64_MAX / 2;
+    if (line.payloadSize > kFarthest)
+        return KIVCS2STATUS_PARAM_ERR;
+    return kivCS2Stream_setPosition(stream, static_cast<int64_t>(line.payloadSize),
+                                    KIVCS2StreamPosition_Current, nullptr);
+}
+} // namespace
+
+uint8_t kivCS2ClosedCaptions_oddParityByte(uint8_t byte)
+{
+    const auto data = static_cast<uint8_t>(byte & ~kParity);
+    return std::popcount(data) % 2 != 0 ? data : static_cast<uint8_t>(data | kParity);
+}
+
+KIVCS2Status kivCS2ClosedCaptions_decodeCEA608CCPair(uint8_t byte1, uint8_t byte2, char *buffer)
+{
+    KIV_CHECK(buffer);
+
+    return kiv::captions::describePair(
+        byte1, byte2,
+        std::span<char, KIVCS2_CEA608_DESCRIPTION_SIZE>{buffer, KIVCS2_CEA608_DESCRIPTION_SIZE});
+}
+
+KIVCS2Status kivCS2ClosedCaptions_read8BitWord(KIVCS2Stream *stream, uint8_t *value, uint32_t *checksum)
+{
+    KIV_CHECK(stream);
+    KIV_CHECK(value);
+
+    KIV_TRY(kivCS2Stream_readBits(stream, 8, value));
+    if (checksum != nullptr)
+        *checksum += *value;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2ClosedCaptions_read10BitParityWord(KIVCS2Stream *stream, bool skip, uint8_t *value,
+                                                      uint8_t *parity, uint32_t *checksum)
+{
+    KIV_CHECK(stream);
+    KIV_CHECK(value);
+    KIV_CHECK(parity);
+
+    if (skip)
+        KIV_TRY(kivCS2Stream_skipBits(stream, 6));
+    KIV_TRY(kivCS2Stream_readBits(stream, 2, parity));
+    KIV_TRY(kivCS2Stream_readBits(stream, 8, value));
+    if (checksum != nullptr)
+        *checksum += *parity * 256u + *value;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2ClosedCaptions_validate8BitWord(KIVCS2Stream *stream, uint8_t expected, uint32_t *checksum)
+{
+    KIV_CHECK(stream);
+
+    uint8_t value = 0;
+    KIV_TRY(kivCS2ClosedCaptions_read8BitWord(stream, &value, checksum));
+    return value == expected ? KIVCS2STATUS_OK : KIVCS2STATUS_DATA_ERR;
+}
+
+KIVCS2Status kivCS2ClosedCaptions_validate10BitParityWord(KIVCS2Stream *stream, bool skip, uint8_t expected,
+                                                          uint8_t expectedParity, uint32_t *checksum)
+{
+    KIV_CHECK(stream);
+
+    uint8_t value = 0;
+    uint8_t parity = 0;
+    KIV_TRY(kivCS2ClosedCaptions_read10BitParityWord(stream, skip, &value, &parity, checksum));
+    return value == expected && parity == expectedParity ? KIVCS2STATUS_OK : KIVCS2STATUS_DATA_ERR;
+}
+
+KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
+    KIVCS2Stream *stream, KIVCS2CaptionANCFormat format, bool withAtom, uint8_t *buffer, uint32_t *bufferSize)
+{
+    KIV_CHECK(stream);
+    KIV_CHECK(buffer);
+    KIV_CHECK(bufferSize);
+
+    // Kept: hosts pass formats they do not know and take the untouched buffer for "no caption".
+    if (format >= kiv::captions::kAncForms.size())
+        return KIVCS2STATUS_OK;
+
+    const kiv::captions::AncForm &form = kiv::captions::kAncForms[format];
+    if (kiv::captions::MemoryWords::canRead(stream))
+        return extractCDP<kiv::captions::MemoryWords>({stream, form.tenBits}, form, withAtom, buffer,
+                                                      bufferSize);
+    return extractCDP<kiv::captions::StreamWords>({stream, form.tenBits}, form, withAtom, buffer, bufferSize);
+}
+
+KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream(KIVCS2Stream *stream,
+                                                                                 bool withAtom,
+                                                                                 uint8_t *buffer,
+                                                                                 uint32_t *bufferSize)
+{
+    KIV_CHECK(stream);
+    KIV_CHECK(buffer);
+    KIV_CHECK(bufferSize);
+
+    std::array<uint8_t, 2> lineCount{};
+    KIV_TRY(readExactly(stream, lineCount));
+    for (uint64_t lines = bigEndian(lineCount.data(), lineCount.size()); lines > 0; --lines)
+    {
+        std::array<uint8_t, kLineHeaderSize> header{};
+        KIV_TRY(readExactly(stream, header));
+        const WrappedLine line{header};
+        if (line.mayHoldCaptions())
+        {
+            int64_t position = 0;
+            uint8_t *block = nullptr;
+            uint64_t blockSize = 0;
+            KIV_TRY(kivCS2Stream_setPosition(stream, 0, KIVCS2StreamPosition_Current, &position));
+            KIV_TRY(kivCS2Stream_getBytes(stream, &block, &blockSize));
+
+            // A failed line must not take room from the next one.
+            uint32_t stored = *bufferSize;
+            const std::span<uint8_t> bytes{block, block == nullptr ? 0 : static_cast<size_t>(blockSize)};
+            const KIVCS2Status status =
+                bytes.empty() ? KIVCS2STATUS_DATA_ERR
+                              : extractFromBlock(bytes, position, line, withAtom, buffer, &stored);
+            if (block != nullptr)
+                (void)kivCS2Stream_freeBytes(stream, block); // the packet counts, not the block
+            if (KIVCS2_SUCCEEDED(status))
+            {
+                *bufferSize = stored;
+                return status;
+            }
+        }
+        KIV_TRY(skipPayload(stream, line));
+    }
+    return KIVCS2STATUS_DATA_ERR;
+}
+
+KIVCS2Status kivCS2ClosedCaptions_writeQuickTimeAtom(uint8_t **buffer, uint32_t atomSize)
+{
+    KIV_CHECK(buffer);
+    KIV_CHECK(*buffer);
+
+    if (atomSize < KIVCS2_CAPTION_ATOM_SIZE)
+        return KIVCS2STATUS_BUFFER_SIZE_ERR;
+
+    const std::array<uint8_t, KIVCS2_CAPTION_ATOM_SIZE> atom = {static_cast<uint8_t>(atomSize >> 24),
+                                                                static_cast<uint8_t>(atomSize >> 16),
+                                                                static_cast<uint8_t>(atomSize >> 8),
+                                                                static_cast<uint8_t>(atomSize),
+                                                                'c',
+                                                                'c',
+                                                                'd',
+                                                                'p'};
+    *buffer = std::copy(atom.begin(), atom.end(), *buffer);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(const uint8_t *buffer708,
+                                                                             uint32_t bufferSize708,
+                                                                             bool withAtom,
+                                                                             uint16_t *buffer608,
+                                                                             const uint32_t *bufferSize608)
+{
+    KIV_CHECK(buffer708);
+    KIV_CHECK(buffer608);
+    KIV_CHECK(bufferSize608);
+
+    if (*bufferSize608 < kEmptyPairs.size())
+        return KIVCS2STATUS_BUFFER_SIZE_ERR;
+    memcpy(buffer608, kEmptyPairs.data(), kEmptyPairs.size());
+
+    std::span<const uint8_t> packet;
+    kiv::cdp::Sections sections;
+    KIV_TRY(kiv::cdp::skipAtom({buffer708, bufferSize708}, withAtom, packet));
+    KIV_TRY(sections.begin(packet));
+    bool foundField1 = false;
+    for (kiv::cdp::CaptionData data; sections.next(data);)
+        for (size_t at = 0; at < data.triplets.size(); at += kiv::cdp::kTripletSize)
+        {
+            const uint8_t *triplet = &data.triplets[at];
+            const unsigned type = triplet[0] & kiv::cdp::kTripletTypeMask;
+            if ((triplet[0] & kiv::cdp::kValidTriplet) == 0 || type > 1)
+                continue;
+            memcpy(&buffer608[type], triplet + 1, sizeof *buffer608);
+            foundField1 = foundField1 || type == 0;
+        }
+    KIV_TRY(sections.status());
+    return foundField1 ? KIVCS2STATUS_OK : KIVCS2STATUS_EOF_ERR;
+}
+
+KIVCS2Status kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(const uint16_t *buffer608,
+                                                                          uint32_t bufferSize608,
+                                                                          uint8_t *buffer708,
+                                                                          uint32_t *bufferSize708,
+                                                                          uint16_t sequenceNumber)
+{
+    return kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(
+        buffer608, bufferSize608, buffer708, bufferSize708, sequenceNumber, false);
+}
+
+KIVCS2Status kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(
+    const uint16_t *buffer608, uint32_t bufferSize608, uint8_t *buffer708, uint32_t *bufferSize708,
+    uint16_t sequenceNumber, bool sdi)
+{
+    KIV_CHECK(buffer708);
+    KIV_CHECK(buffer608);
+    KIV_CHECK(bufferSize708);
+
+    constexpr size_t kPairSize = sizeof *buffer608;
+    if (bufferSize608 != kPairSize && bufferSize608 != 2 * kPairSize)
+        return KIVCS2STATUS_BUFFER_SIZE_ERR;
+    const std::span<const uint8_t> from = sdi ? std::span<const uint8_t>{kiv::cdp::kTemplateSDI608in708}
+                                              : std::span<const uint8_t>{kiv::cdp::kTemplate608in708};
+    if (*bufferSize708 < from.size())
+        return KIVCS2STATUS_BUFFER_SIZE_ERR;
+
+    const std::span<uint8_t> packet{buffer708, from.size()};
+    memcpy(packet.data(), from.data(), from.size());
+    constexpr size_t kPairOffset = kiv::cdp::kTripletsOffset + 1;
+    memcpy(&packet[kPairOffset], buffer608, kPairSize);
+    if (bufferSize608 > kPairSize)
+        memcpy(&packet[kPairOffset + kiv::cdp::kTripletSize], buffer608 + 1, kPairSize);
+    kiv::cdp::stamp(packet, sequenceNumber);
+    *bufferSize708 = static_cast<uint32_t>(packet.size());
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet(const uint8_t *buffer708Data,
+                                                                          uint32_t bufferSize708Data,
+                                                                          uint8_t *buffer708,
+                                                                          uint32_t *bufferSize708,
+                                                                          uint16_t sequenceNumber)
+{
+    KIV_CHECK(buffer708Data);
+    KIV_CHECK(buffer708);
+    KIV_CHECK(bufferSize708);
+
+    // Kept: the room is compared with the size of a packet without atom, and offsets have 8 bits.
+    // The caller gives the room that the header asks for.
+    if (*bufferSize708 < KIVCS2_CDP_SIZE)
+        return KIVCS2STATUS_BUFFER_SIZE_ERR;
+
+    const auto &head = kiv::cdp::kTemplate708DataTo708Header;
+    const auto &foot = kiv::cdp::kTemplate708DataTo708Footer;
+    const auto footOffset = static_cast<uint8_t>(head.size() + bufferSize708Data);
+    const auto total = static_cast<uint8_t>(footOffset + foot.size());
+    memcpy(buffer708, head.data(), head.size());
+    memcpy(buffer708 + head.size(), buffer708Data, bufferSize708Data);
+    memcpy(buffer708 + footOffset, foot.data(), foot.size());
+    KIV_TRY(
+        kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumber(true, buffer708, total, sequenceNumber));
+    *bufferSize708 = total;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumber(bool withAtom, uint8_t *buffer708Data,
+                                                                        uint32_t bufferSize708Data,
+                                                                        uint16_t sequenceNumber)
+{
+    KIV_CHECK(buffer708Data);
+
+    constexpr size_t kSmallest = 10; // up to the sequence counter, and a footer's counter and checksum
+    const size_t atom = withAtom ? KIVCS2_CAPTION_ATOM_SIZE : 0;
+    if (bufferSize708Data < atom + kSmallest)
+        return KIVCS2STATUS_BUFFER_SIZE_ERR;
+
+    kiv::cdp::stamp({buffer708Data + atom, bufferSize708Data - atom}, sequenceNumber);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(const uint8_t *bufferCDP708,
+                                                                             uint32_t bufferSizeCDP708,
+                                                                             bool withAtom,
+                                                                             uint8_t *bufferCEA708,
+                                                                             uint32_t *bufferSizeCEA708)
+{
+    KIV_CHECK(bufferCDP708);
+    KIV_CHECK(bufferSizeCEA708);
+
+    constexpr uint32_t kBlockHeadSize = 2;
+    constexpr uint8_t kProcessFlags = 0xC0; // process_em_data_flag, process_cc_data_flag
+    constexpr uint8_t kEmData = 0xFF;
+
+    std::span<const uint8_t> packet;
+    kiv::cdp::Sections sections;
+    KIV_TRY(kiv::cdp::skipAtom({bufferCDP708, bufferSizeCDP708}, withAtom, packet));
+    KIV_TRY(sections.begin(packet));
+    for (kiv::cdp::CaptionData data; sections.next(data);)
+    {
+        const auto blockSize = static_cast<uint32_t>(data.count * kiv::cdp::kTripletSize + kBlockHeadSize);
+        if (bufferCEA708 == nullptr)
+        {
+            *bufferSizeCEA708 = blockSize;
+            return KIVCS2STATUS_OK;
+        }
+        if (*bufferSizeCEA708 < blockSize || !data.isWhole())
+            return KIVCS2STATUS_BUFFER_SIZE_ERR;
+        *bufferSizeCEA708 = blockSize;
+        bufferCEA708[0] = kProcessFlags | data.count;
+        bufferCEA708[1] = kEmData;
+        memcpy(bufferCEA708 + kBlockHeadSize, data.triplets.data(), data.triplets.size());
+    }
+    return sections.status();
+}
+
+KIVCS2Status kivCS2ClosedCaptions_readLine(KIVCS2Stream *stream, char *buffer, uint32_t *size)
+{
+    KIV_CHECK(stream);
+    KIV_CHECK(buffer);
+    KIV_CHECK(size);
+
+    return kiv::captions::readLine(stream, buffer, size);
+}
+
+KIVCS2Status kivCS2ClosedCaptions_createDateStringWithFormat(CFStringRef format, char **result)
+{
+    KIV_CHECK(format);
+    KIV_CHECK(result);
+
+    *result = nullptr;
+    const kiv::CFRef name{CFStringCreateWithCString(kCFAllocatorDefault, "en_US", kCFStringEncodingASCII)};
+    if (!name)
+        return KIVCS2STATUS_DATA_ERR;
+    const kiv::CFRef locale{CFLocaleCreate(kCFAllocatorDefault, name.get())};
+    if (!locale)
+        return KIVCS2STATUS_DATA_ERR;
+    const kiv::CFRef formatter{CFDateFormatterCreate(kCFAllocatorDefault, locale.get(),
+                                                     kCFDateFormatterNoStyle, kCFDateFormatterNoStyle)};
+    if (!formatter)
+        return KIVCS2STATUS_DATA_ERR;
+    CFDateFormatterSetFormat(formatter.get(), format);
+    const kiv::CFRef text{CFDateFormatterCreateStringWithAbsoluteTime(kCFAllocatorDefault, formatter.get(),
+                                                                      CFAbsoluteTimeGetCurrent())};
+    if (!text)
+        return KIVCS2STATUS_DATA_ERR;
+    return kivCS2String_createCStringFromCFStringWithEncoding(text.get(), result, KIVCS2StringEncoding_ASCII,
+                                                              nullptr);
+}
 
 // ---- MCC caption files ----
 
