@@ -95,6 +95,7 @@ KIVCS2_API KIVCS2Status kivCS2FileStream_freeBytes(KIVCS2Stream *stream, uint8_t
 /**
  * Closes the file if one is open and clears the whole record; twice is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
+ * @retval KIVCS2STATUS_WRITE_ERR  bytes written earlier did not reach the file; the record is cleared
  */
 KIVCS2_API KIVCS2Status kivCS2FileStream_close(KIVCS2Stream *stream);
 

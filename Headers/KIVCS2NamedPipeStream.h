@@ -42,7 +42,7 @@ KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_setup(KIVCS2NamedPipeStream *strea
 /**
  * Opens a FIFO for reading, or for writing where only KIVCS2NamedPipeFlag_Write is given. Without
  * KIVCS2NamedPipeFlag_NonBlocking the opening waits for the other end. A created FIFO has permissions
- * 0600. Whatever the result, release the stream with kivCS2NamedPipeStream_free().
+ * 0600. Release the stream with kivCS2NamedPipeStream_free(), also after KIVCS2STATUS_MEMORY_ERR.
  * @retval KIVCS2STATUS_PARAM_ERR   `stream` or `filename` is null
  * @retval KIVCS2STATUS_DATA_ERR    the path is missing or refused, and Create was not given
  * @retval KIVCS2STATUS_FIFO_ERR    the FIFO could not be created
@@ -90,9 +90,10 @@ KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_freeBytes(KIVCS2Stream *stream, ui
 
 /**
  * Closes the pipe, removes its path if KIVCS2NamedPipeFlag_Unlink was given, releases the path's copy
- * and clears the whole record. After an `init` that opened nothing it only clears.
- * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null; or the path to remove is unknown, then the
- *                                 descriptor is closed and the record may be closed again
+ * and clears the whole record.
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null; or there is no path to release (after a failed
+ *                                 `init`, after a close): the descriptor is closed if it was open,
+ *                                 nothing else is held, and the record may be initialised again
  */
 KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_close(KIVCS2Stream *stream);
 

@@ -106,9 +106,9 @@ KIVCS2_API KIVCS2Status kivCS2Stream_setPosition(KIVCS2Stream *stream, int64_t o
 
 /**
  * Stores 1 when the position is at the end, else 0.
- * @retval KIVCS2STATUS_PARAM_ERR  `stream`, its `m_setPosition` (which is the one asserted), its
- *                                 `m_isEndOfStream` or `eos` is missing
- * @return otherwise what the kind returns
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream`, its `m_setPosition` (which is the one asserted) or its
+ *                                 `m_isEndOfStream` is missing
+ * @return otherwise what the kind returns; a null `eos` is the kind's to refuse
  */
 KIVCS2_API KIVCS2Status kivCS2Stream_isEndOfStream(KIVCS2Stream *stream, uint32_t *eos);
 
@@ -156,11 +156,12 @@ KIVCS2_API KIVCS2Status kivCS2Stream_writeUTF8String(KIVCS2Stream *stream, const
  * Reads a text written by kivCS2Stream_writeUTF8String() into a new block that ends in two zero
  * bytes. Release it with kivCS2Stream_freeUTF8String(), also after a failure that left one.
  *
- * The block grows as the text arrives, so that a damaged length costs no more memory than the stream
- * has bytes.
+ * A text above 1 MiB is read in steps, each doubling the block, so that a damaged length costs little
+ * more memory than the stream has bytes.
  * @param[out] string  the block; null for a text of length 0
  * @retval KIVCS2STATUS_PARAM_ERR   `stream`, its read operation or `string` is missing
- * @retval KIVCS2STATUS_MEMORY_ERR  no room for the text; `string` holds null or what came before
+ * @retval KIVCS2STATUS_MEMORY_ERR  no room for the text, or longer than the machine's memory; `string`
+ *                                  is null
  * @retval KIVCS2STATUS_READ_ERR    fewer than 8 bytes of length (`string` is null), or fewer bytes of
  *                                  text than announced (`string` holds a block for the caller to free)
  * @return otherwise the status of a failing read, `string` as for KIVCS2STATUS_READ_ERR
