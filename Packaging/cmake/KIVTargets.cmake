@@ -20,5 +20,11 @@ if(KIV_BUILD_FUZZERS)
     target_compile_options(kiv_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# A name that nothing supplies is an error here, not at a host's start. clang leaves the sanitizers'
+# own names to the program, so their builds do without.
+if(NOT KIV_SANITIZE AND NOT KIV_BUILD_FUZZERS)
+    target_link_options(kiv_flags INTERFACE -Wl,-z,defs)
+endif()
+
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
