@@ -247,16 +247,16 @@ KIV_VPCLMUL KIV_INLINE uint32_t finish512(__m512i sum)
     return finish(_mm_xor_si128(_mm256_castsi256_si128(half), _mm256_extracti128_si256(half, 1)));
 }
 
-// The first `size` bytes, 4 to 64, with the CRC in front of them, at the end of a block of zeros.
-KIV_VPCLMUL KIV_INLINE __m512i loadHead(uint32_t crc, const uint8_t *data, size_t size)
+// The first `size` bytes, 4 to 64, with the CRC on the first four, at the end of a block of zeros.
+// `data` has `length` bytes: masked loads that touch a missing page are slow, so they are kept for short data.
+KIV_VPCLMUL KIV_INLINE __m512i loadHead(uint32_t crc, const uint8_t *data, size_t size, size_t length)
 {
-    const __mmask64 mask = ~uint64_t{0} << (kBlock - size);
-    // Nothing in front of the data is touched: bytes outside the mask are not read.
-    const auto address = reinterpret_cast<uintptr_t>(data) - (kBlock - size);
-    const __m512i head = _mm512_maskz_loadu_epi8(mask, reinterpret_cast<const void *>(address));
-    const __m512i places = _mm512_add_epi8(load512(kIota.data()), _mm512_set1_epi8(static_cast<char>(size)));
+    const __m512i bytes =
+        length >= kBlock ? load512(data) : _mm512_maskz_loadu_epi8((uint64_t{1} << size) - 1, data);
     const __m512i start = _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int>(crc)));
-    return _mm512_xor_si512(head, _mm512_maskz_permutexvar_epi8(~uint64_t{0}, places, start));
+    const __m512i places = _mm512_add_epi8(load512(kIota.data()), _mm512_set1_epi8(static_cast<char>(size)));
+    return _mm512_maskz_permutexvar_epi8(~uint64_t{0} << (kBlock - size), places,
+                                         _mm512_xor_si512(bytes, start));
 }
 
 template <bool Prefetch>
@@ -294,7 +294,7 @@ KIV_VPCLMUL uint32_t updateVpclmul(uint32_t crc, const uint8_t *data, size_t len
         head = kBlock;
 
     const __m512i zero = _mm512_setzero_si512();
-    const __m512i first = loadHead(crc, data, head);
+    const __m512i first = loadHead(crc, data, head, length);
     data += head;
     const size_t blocks = (length - head) / kBlock; // whole ones, behind the head
     if (blocks == 0)
