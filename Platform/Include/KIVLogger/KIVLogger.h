@@ -11,49 +11,45 @@
 
 #include <stdbool.h>
 #include <stdint.h>
+#include <sys/cdefs.h>
 
-#ifdef __cplusplus
-extern "C"
-{
-#endif
+__BEGIN_DECLS
 
 #define KL_EXPORT extern __attribute__((visibility("default")))
 
-    typedef struct os_log_s *os_log_t;
-    typedef uint8_t os_log_type_t;
+typedef struct os_log_s *os_log_t;
+typedef uint8_t os_log_type_t;
 
 #define OS_LOG_TYPE_DEFAULT ((os_log_type_t)0)
 
-    /** Receives one message, formatted, zero-terminated, without the line end of its own that it may
-    have had. Several threads may call it at the same time. */
-    typedef void (*KLSinkCallback)(void *context, os_log_type_t type, const char *message);
+/** Receives one message, formatted, zero-terminated, without the line end of its own that it may
+have had. Several threads may call it at the same time. */
+typedef void (*KLSinkCallback)(void *context, os_log_type_t type, const char *message);
 
-    /** The log handle; belongs to the framework. Any thread. */
-    KL_EXPORT os_log_t KLGetHandle(void);
+/** The log handle; belongs to the framework. Any thread. */
+KL_EXPORT os_log_t KLGetHandle(void);
 
-    /**
+/**
  * Sends every later message to `sink` alone; NULL goes back to the system log. When it returns, no
  * call of the sink before is running or to come. Not to be called from inside a sink. Any thread.
  */
-    KL_EXPORT void KLSetSink(KLSinkCallback sink, void *context);
+KL_EXPORT void KLSetSink(KLSinkCallback sink, void *context);
 
-    /** Switches the default type on (as at start) or off; one relaxed load decides for each message. */
-    KL_EXPORT void KLSetEnabled(bool enabled);
+/** Switches the default type on (as at start) or off; one relaxed load decides for each message. */
+KL_EXPORT void KLSetEnabled(bool enabled);
 
-    /** True when messages of that type are written; only the default type ever is. Cheap; any thread. */
-    KL_EXPORT bool os_log_type_enabled(os_log_t log, os_log_type_t type);
+/** True when messages of that type are written; only the default type ever is. Cheap; any thread. */
+KL_EXPORT bool os_log_type_enabled(os_log_t log, os_log_type_t type);
 
-    /** Formats as printf does and writes one message. Any thread. */
-    KL_EXPORT void os_log_with_type(os_log_t log, os_log_type_t type, const char *format, ...)
-        __attribute__((format(printf, 3, 4)));
+/** Formats as printf does and writes one message. Any thread. */
+KL_EXPORT void os_log_with_type(os_log_t log, os_log_type_t type, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
 
-    /** Adds a reference and returns `object`, which is a log handle. */
-    KL_EXPORT void *os_retain(void *object);
-    /** Takes a reference away; the framework keeps its own. */
-    KL_EXPORT void os_release(void *object);
+/** Adds a reference and returns `object`, which is a log handle. */
+KL_EXPORT void *os_retain(void *object);
+/** Takes a reference away; the framework keeps its own. */
+KL_EXPORT void os_release(void *object);
 
-#ifdef __cplusplus
-}
-#endif
+__END_DECLS
 
 #endif

@@ -6,32 +6,28 @@
 #define KIV_MACH_TIME_H
 
 #include <stdint.h>
+#include <sys/cdefs.h>
 
-#ifdef __cplusplus
-extern "C"
-{
-#endif
+__BEGIN_DECLS
 
-    typedef int kern_return_t;
+typedef int kern_return_t;
 #define KERN_SUCCESS 0
 
-    /** Nanoseconds are absolute time times `numer` by `denom`. */
-    typedef struct mach_timebase_info_data
-    {
-        uint32_t numer;
-        uint32_t denom;
-    } mach_timebase_info_data_t;
-    typedef mach_timebase_info_data_t *mach_timebase_info_t;
+/** Nanoseconds are absolute time times `numer` by `denom`. */
+typedef struct mach_timebase_info_data
+{
+    uint32_t numer;
+    uint32_t denom;
+} mach_timebase_info_data_t;
+typedef mach_timebase_info_data_t *mach_timebase_info_t;
 
-    /** Stores the ratio, here 1 to 1. KERN_SUCCESS always. Any thread. */
-    extern __attribute__((visibility("default"))) kern_return_t mach_timebase_info(mach_timebase_info_t info);
+/** Stores the ratio, here 1 to 1. KERN_SUCCESS always. Any thread. */
+extern __attribute__((visibility("default"))) kern_return_t mach_timebase_info(mach_timebase_info_t info);
 
-    /** Ticks since an arbitrary start, not counting sleep; never twice the same value in a process. Any
-    thread; safe in a signal handler. */
-    extern __attribute__((visibility("default"))) uint64_t mach_absolute_time(void);
+/** Ticks since an arbitrary start, not counting sleep; never twice the same value in a process. Any
+thread; safe in a signal handler. */
+extern __attribute__((visibility("default"))) uint64_t mach_absolute_time(void);
 
-#ifdef __cplusplus
-}
-#endif
+__END_DECLS
 
 #endif

@@ -196,8 +196,9 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void *valuePt
     }
     const int64_t whole = isReal(*number) ? truncatedTo(number->real, form->size) : number->integer;
     std::memcpy(valuePtr, &whole, form->size); // the low bytes: this machine is little-endian
-    const bool kept = loadInteger(valuePtr, form->size) == whole;
-    return isReal(*number) ? kept && static_cast<double>(whole) == number->real : kept;
+    if (isReal(*number))
+        return isWholeInt64(number->real) && static_cast<int64_t>(number->real) == whole;
+    return loadInteger(valuePtr, form->size) == whole;
 }
 
 static_assert(std::endian::native == std::endian::little);

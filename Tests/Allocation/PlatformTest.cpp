@@ -1,0 +1,230 @@
+// Every allocation of the platform's calls failed in turn: the answer is null or nothing changed, and
+// LeakSanitizer finds nothing left.
+#include "CFText.h"
+#include "CoreFoundation/Bundle.h"
+#include "FailingAllocator.h"
+
+#include <KIVLogger/KIVLogger.h>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+using kiv::CFRef;
+using kiv::test::forEachAllocation;
+using kiv::test::StringRef;
+
+namespace
+{
+struct Creation
+{
+    const char *name;
+    size_t atLeast; // allocations of its own
+    std::function<CFTypeRef()> create;
+};
+
+void count(void *context, os_log_type_t, const char *message)
+{
+    *static_cast<size_t *>(context) = std::char_traits<char>::length(message);
+}
+} // namespace
+
+TEST(Allocation, WhatCannotBeMadeIsNull)
+{
+    const StringRef ascii = kiv::test::fromBytes("a:b:c");
+    const StringRef wide = kiv::test::fromUnits(u"\u00e9:\u20ac");
+    const StringRef colon = kiv::test::fromBytes(":");
+    const CFRef<CFMutableStringRef> changeable{CFStringCreateMutableCopy(nullptr, 0, wide.get())};
+    const CFRef<CFCharacterSetRef> set{CFCharacterSetCreateWithCharactersInString(nullptr, wide.get())};
+    const CFRef<CFUUIDRef> uuid{CFUUIDCreate(nullptr)};
+    const CFRef<CFLocaleRef> locale{CFLocaleCreate(nullptr, ascii.get())};
+    const void *values[] = {ascii.get(), wide.get()};
+    const auto url = []
+    {
+        return CFURLCreateFromFileSystemRepresentation(nullptr, reinterpret_cast<const UInt8 *>("/a/b"), 4,
+                                                       false);
+    };
+    const CFRef<CFURLRef> madeURL{url()};
+    const int32_t value = 7;
+
+    const Creation creations[] = {
+        {"string of ASCII", 1,
+         []
+         {
+             return kiv::test::fromBytes("ascii").release();
+         }},
+        {"string of UTF-8", 1,
+         []
+         {
+             return kiv::test::fromBytes("\xc3\xa9").release();
+         }},
+        {"string of units", 1,
+         []
+         {
+             return kiv::test::fromUnits(u"\u20ac").release();
+         }},
+        {"mutable copy", 1,
+         [&]
+         {
+             return CFStringCreateMutableCopy(nullptr, 0, wide.get());
+         }},
+        {"frozen copy", 1,
+         [&]
+         {
+             return CFStringCreateCopy(nullptr, changeable.get());
+         }},
+        {"pieces", 4,
+         [&]
+         {
+             return CFStringCreateArrayBySeparatingStrings(nullptr, ascii.get(), colon.get());
+         }},
+        {"array", 1,
+         [&]
+         {
+             return CFArrayCreate(nullptr, values, 2, &kCFTypeArrayCallBacks);
+         }},
+        {"growing array", 1,
+         []
+         {
+             return CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks);
+         }},
+        {"number", 1,
+         [&]
+         {
+             return CFNumberCreate(nullptr, kCFNumberSInt32Type, &value);
+         }},
+        {"date", 1,
+         []
+         {
+             return CFDateCreate(nullptr, 1.0);
+         }},
+        {"locale", 1,
+         [&]
+         {
+             return CFLocaleCreate(nullptr, ascii.get());
+         }},
+        {"current locale", 2,
+         []
+         {
+             return CFLocaleCopyCurrent();
+         }},
+        {"character set", 1,
+         [&]
+         {
+             return CFCharacterSetCreateWithCharactersInString(nullptr, wide.get());
+         }},
+        {"inverted set", 1,
+         [&]
+         {
+             return CFCharacterSetCreateInvertedSet(nullptr, set.get());
+         }},
+        {"location", 2, url},
+        {"last component", 1,
+         [&]
+         {
+             return CFURLCopyLastPathComponent(madeURL.get());
+         }},
+        {"identifier", 1,
+         []
+         {
+             return CFUUIDCreate(nullptr);
+         }},
+        {"text of an identifier", 1,
+         [&]
+         {
+             return CFUUIDCreateString(nullptr, uuid.get());
+         }},
+        {"formatter", 1,
+         [&]
+         {
+             return CFDateFormatterCreate(nullptr, locale.get(), 0, 0);
+         }},
+        {"bundle", 1,
+         []
+         {
+             return kiv::cf::createBundle("/dev/host");
+         }},
+        {"calendar", 1,
+         []
+         {
+             return CFCalendarCopyCurrent();
+         }},
+    };
+    for (const Creation &creation : creations)
+    {
+        const size_t allocations = forEachAllocation(
+            [&](size_t index)
+            {
+                const CFRef<CFTypeRef> object{creation.create()};
+                EXPECT_EQ(object.get() == nullptr, kiv::test::allocationFailed())
+                    << creation.name << ' ' << index;
+            });
+        EXPECT_GE(allocations, creation.atLeast) << creation.name;
+    }
+    EXPECT_EQ(CFGetRetainCount(ascii.get()), 2) << "the locale's alone: nothing kept one on its way out";
+    EXPECT_EQ(CFGetRetainCount(locale.get()), 1);
+}
+
+TEST(Allocation, WhatCannotChangeStaysAsItWas)
+{
+    const StringRef decomposed = kiv::test::fromUnits(u"e\u0301");
+    forEachAllocation(
+        [&](size_t)
+        {
+            const CFRef<CFMutableStringRef> string{CFStringCreateMutableCopy(nullptr, 0, decomposed.get())};
+            if (!string)
+                return;
+            CFStringNormalize(string.get(), kCFStringNormalizationFormC);
+            EXPECT_EQ(kiv::test::unitsOf(string.get()),
+                      kiv::test::allocationFailed() ? u"e\u0301" : u"\u00e9");
+        });
+    forEachAllocation(
+        [&](size_t)
+        {
+            const CFRef<CFMutableArrayRef> array{CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks)};
+            if (!array)
+                return;
+            for (int index = 0; index < 9; ++index)
+                CFArrayAppendValue(array.get(), decomposed.get());
+            EXPECT_EQ(CFArrayGetCount(array.get()) == 9, !kiv::test::allocationFailed());
+        });
+    EXPECT_EQ(CFGetRetainCount(decomposed.get()), 1);
+}
+
+TEST(Allocation, AResourceOrATextThatCannotBeMadeIsNull)
+{
+    const CFRef<CFBundleRef> bundle{kiv::cf::createBundle("/proc/self/host")};
+    const StringRef name = kiv::test::fromBytes("a-resource-name-longer-than-any-small-string");
+    const StringRef y = kiv::test::fromUnits(u"y\u5e74");
+    forEachAllocation(
+        [&](size_t)
+        {
+            const CFRef<CFURLRef> url{CFBundleCopyResourceURL(bundle.get(), name.get(), nullptr, nullptr)};
+            EXPECT_FALSE(url); // and no exception
+        });
+    forEachAllocation(
+        [&](size_t)
+        {
+            const CFRef<CFDateFormatterRef> formatter{CFDateFormatterCreate(nullptr, nullptr, 0, 0)};
+            if (!formatter)
+                return;
+            CFDateFormatterSetFormat(formatter.get(), y.get());
+            const StringRef text{CFDateFormatterCreateStringWithAbsoluteTime(nullptr, formatter.get(), 1e6)};
+            EXPECT_EQ(static_cast<bool>(text), !kiv::test::allocationFailed());
+        });
+}
+
+TEST(Allocation, ALongMessageIsCutWhereThereIsNoMemory)
+{
+    size_t length = 0;
+    KLSetSink(count, &length);
+    const std::string text(5000, 'x');
+    forEachAllocation(
+        [&](size_t)
+        {
+            os_log_with_type(KLGetHandle(), OS_LOG_TYPE_DEFAULT, "%s", text.c_str());
+            EXPECT_EQ(length, kiv::test::allocationFailed() ? 511u : 5000u);
+        });
+    KLSetSink(nullptr, nullptr);
+}

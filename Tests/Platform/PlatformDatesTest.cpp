@@ -1,0 +1,253 @@
+// Dates, the calendar and formatters, in a zone with summer time, against libc and a slow calendar.
+#include "CFText.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <ctime>
+#include <random>
+
+using kiv::CFRef;
+using kiv::test::fromBytes;
+using kiv::test::StringRef;
+using kiv::test::utf8;
+
+namespace
+{
+// Both ICU and libc read the zone once: before either is used.
+[[maybe_unused]] const int g_zone = setenv("TZ", "Europe/Berlin", 1);
+
+using FormatterRef = CFRef<CFDateFormatterRef>;
+
+FormatterRef formatter(const char *pattern, const char *locale = nullptr)
+{
+    const CFRef<CFLocaleRef> named{locale != nullptr ? CFLocaleCreate(nullptr, fromBytes(locale).get())
+                                                     : nullptr};
+    FormatterRef made{
+        CFDateFormatterCreate(nullptr, named.get(), kCFDateFormatterNoStyle, kCFDateFormatterNoStyle)};
+    CFDateFormatterSetFormat(made.get(), fromBytes(pattern).get());
+    return made;
+}
+
+std::string textOf(const FormatterRef &format, CFAbsoluteTime at)
+{
+    const StringRef text{CFDateFormatterCreateStringWithAbsoluteTime(nullptr, format.get(), at)};
+    return text ? utf8(text.get()) : "(none)";
+}
+
+CFAbsoluteTime composed(int year, int month, int day, int hour = 0, int minute = 0, int second = 0)
+{
+    const CFRef<CFCalendarRef> calendar{CFCalendarCopyCurrent()};
+    CFAbsoluteTime at = NAN;
+    EXPECT_TRUE(
+        CFCalendarComposeAbsoluteTime(calendar.get(), &at, "yMdHms", year, month, day, hour, minute, second));
+    return at;
+}
+
+struct Day
+{
+    int year;
+    int month;
+    int day;
+};
+
+// The day after, by hand: Julian leap years to 1582, ten days left out in that October.
+Day nextDay(Day today)
+{
+    if (today.year == 1582 && today.month == 10 && today.day == 4)
+        return {1582, 10, 15};
+    const bool leap =
+        today.year % 4 == 0 && (today.year <= 1582 || today.year % 100 != 0 || today.year % 400 == 0);
+    constexpr int kLengths[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const int length = kLengths[today.month - 1] + (today.month == 2 && leap ? 1 : 0);
+    if (today.day < length)
+        return {today.year, today.month, today.day + 1};
+    return today.month < 12 ? Day{today.year, today.month + 1, 1} : Day{today.year + 1, 1, 1};
+}
+} // namespace
+
+TEST(Formatters, WriteWhatStrftimeWrites)
+{
+    const FormatterRef format = formatter("yyyy-MM-dd HH:mm:ss EEEE MMM DDD");
+    std::mt19937_64 random{20010101};
+    // 1980 to 2037: where the two have the same summer-time rules.
+    std::uniform_int_distribution<time_t> seconds{315532800, 2145916800};
+    for (int index = 0; index < 3000; ++index)
+    {
+        const time_t moment = seconds(random);
+        tm local{};
+        localtime_r(&moment, &local);
+        char expected[100];
+        strftime(expected, sizeof expected, "%Y-%m-%d %H:%M:%S %A %b %j", &local);
+        ASSERT_EQ(textOf(format, static_cast<double>(moment) - kCFAbsoluteTimeIntervalSince1970), expected);
+    }
+}
+
+TEST(Formatters, EveryMillisecondPrintsAsItself)
+{
+    const FormatterRef milliseconds = formatter("SSS");
+    const FormatterRef seconds = formatter("s");
+    const double kBase = std::floor(composed(2024, 3, 15, 10, 0, 7));
+    for (int value = 0; value < 1000; ++value)
+    {
+        char expected[16];
+        snprintf(expected, sizeof expected, "%03d", value);
+        ASSERT_EQ(textOf(milliseconds, kBase + value / 1000.0), expected);
+        ASSERT_EQ(textOf(seconds, kBase + value / 1000.0), "7");
+    }
+}
+
+TEST(Formatters, TheLocaleIsTheGivenOneOrEnglishNeverTheEnvironments)
+{
+    ASSERT_EQ(setenv("LC_ALL", "ar_EG.UTF-8", 1), 0);
+    const CFAbsoluteTime at = composed(2024, 12, 30, 9, 8, 7); // Monday, in ISO week 1 of 2025
+    struct Row
+    {
+        const char *locale;
+        const char *pattern;
+        const char *text;
+    };
+    const Row rows[] = {
+        {nullptr, "y M d H m s SSS", "2024 12 30 9 8 7 000"},
+        {nullptr, "EEEE, MMMM d, YYYY", "Monday, December 30, 2025"}, // YYYY is the year of the week
+        {"en_US", "EEEE, MMMM d, YYYY", "Monday, December 30, 2025"},
+        {"en_US", "HH:mm:ss", "09:08:07"},
+        {"de_DE", "EEEE, d. MMMM", "Montag, 30. Dezember"},
+        {"th_TH", "y", "2567"}, // a locale that is asked for keeps its calendar
+        {nullptr, "''yy 'text'", "'24 text"},
+        {nullptr, "", ""},
+        {nullptr, "\xe2\x82\xac y", "\xe2\x82\xac 2024"},
+    };
+    for (const Row &row : rows)
+        EXPECT_EQ(textOf(formatter(row.pattern, row.locale), at), row.text) << row.pattern;
+    unsetenv("LC_ALL");
+}
+
+TEST(Formatters, APatternMayChangeAndALongTextIsWhole)
+{
+    const FormatterRef format{CFDateFormatterCreate(nullptr, nullptr, 0, 0)};
+    EXPECT_EQ(textOf(format, 0), "");
+    CFDateFormatterSetFormat(format.get(), fromBytes("y").get());
+    EXPECT_EQ(textOf(format, 0), "2001");
+    const std::string longText(300, 'x');
+    CFDateFormatterSetFormat(format.get(), fromBytes("'" + longText + "'M").get());
+    EXPECT_EQ(textOf(format, 0), longText + "1");
+    const CFRef<CFDateRef> date{CFDateCreate(nullptr, 0.0)};
+    const StringRef same{CFDateFormatterCreateStringWithDate(nullptr, format.get(), date.get())};
+    EXPECT_EQ(utf8(same.get()), longText + "1");
+    EXPECT_EQ(CFDateFormatterCreate(nullptr, nullptr, 1, 0), nullptr);
+    for (const double none : {NAN, INFINITY, -INFINITY})
+        EXPECT_EQ(textOf(format, none), "(none)");
+    EXPECT_NE(textOf(format, 1e300), "(none)"); // ICU stops at the end of its own time
+}
+
+TEST(Calendars, ComposingCarriesLikeMktime)
+{
+    std::mt19937 random{1582};
+    const auto pick = [&random](int from, int to)
+    {
+        return std::uniform_int_distribution<int>{from, to}(random);
+    };
+    for (int index = 0; index < 3000; ++index)
+    {
+        // Hours away from the nights of the clock changes, where libc answers as it likes.
+        const int year = pick(1985, 2030);
+        const int month = pick(-24, 36);
+        const int day = pick(-400, 400);
+        const int hour = pick(5, 22);
+        const int minute = pick(0, 59);
+        const int second = pick(0, 59);
+        tm local{};
+        local.tm_year = year - 1900;
+        local.tm_mon = month - 1;
+        local.tm_mday = day;
+        local.tm_hour = hour;
+        local.tm_min = minute;
+        local.tm_sec = second;
+        local.tm_isdst = -1;
+        ASSERT_EQ(composed(year, month, day, hour, minute, second) + kCFAbsoluteTimeIntervalSince1970,
+                  static_cast<double>(mktime(&local)))
+            << year << '-' << month << '-' << day;
+    }
+}
+
+TEST(Calendars, MonthAndDayZeroFallOneBack)
+{
+    const FormatterRef format = formatter("d.M.yyyy HH:mm:ss");
+    EXPECT_EQ(textOf(format, composed(2024, 2, 14, 10, 0, 0)), "14.2.2024 10:00:00");
+    EXPECT_EQ(textOf(format, composed(2024, 0, 0)), "30.11.2023 00:00:00");
+    EXPECT_EQ(textOf(format, composed(2024, 3, 0)), "29.2.2024 00:00:00");
+    EXPECT_EQ(textOf(format, composed(2023, 3, 0)), "28.2.2023 00:00:00");
+    EXPECT_EQ(textOf(format, composed(1900, 3, 0)), "28.2.1900 00:00:00");
+    EXPECT_EQ(textOf(format, composed(2024, 1, 1, 24, 60, 60)), "2.1.2024 01:01:00");
+}
+
+TEST(Calendars, OneDayAfterTheOtherAcrossThirtyGenerations)
+{
+    // In a zone's early local mean time and through its summer times every day still follows the last.
+    Day day{1, 1, 1};
+    const double first = composed(1, 1, 1, 12);
+    for (int count = 0; day.year < 2031; ++count, day = nextDay(day))
+    {
+        if (count % 5 != 0 && !(day.year == 1582 && day.month == 10))
+            continue;
+        const double days = (composed(day.year, day.month, day.day, 12) - first) / 86400.0;
+        ASSERT_EQ(std::lround(days), count) << day.year << '-' << day.month << '-' << day.day;
+    }
+}
+
+TEST(Calendars, ComponentsLeftOutAreThoseOfTheFirstOfJanuaryOfYearOne)
+{
+    const CFRef<CFCalendarRef> calendar{CFCalendarCopyCurrent()};
+    CFAbsoluteTime at = 0;
+    ASSERT_TRUE(CFCalendarComposeAbsoluteTime(calendar.get(), &at, ""));
+    EXPECT_EQ(at, composed(1, 1, 1));
+    ASSERT_TRUE(CFCalendarComposeAbsoluteTime(calendar.get(), &at, "dy", 3, 2024));
+    EXPECT_EQ(at, composed(2024, 1, 3));
+    at = 7;
+    EXPECT_FALSE(CFCalendarComposeAbsoluteTime(calendar.get(), &at, "yQ", 2024, 1));
+    EXPECT_EQ(at, 7);
+    for (const int extreme : {INT_MIN, INT_MAX})
+        EXPECT_TRUE(std::isfinite(composed(extreme, extreme, extreme, extreme, extreme, extreme)));
+    const CFRef<CFCalendarRef> same{CFCalendarCopyCurrent()};
+    EXPECT_EQ(calendar.get(), same.get());
+}
+
+TEST(Dates, NowIsTheRealTimeClock)
+{
+    const auto seconds = []
+    {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 -
+               kCFAbsoluteTimeIntervalSince1970;
+    };
+    const double before = seconds();
+    const double now = CFAbsoluteTimeGetCurrent();
+    const double after = seconds();
+    EXPECT_LE(before - 1e-6, now);
+    EXPECT_LE(now, after + 1e-6);
+    const CFRef<CFDateRef> date{CFDateCreate(nullptr, now)};
+    EXPECT_EQ(CFDateGetAbsoluteTime(date.get()), now);
+}
+
+TEST(Locales, TheEnvironmentNamesTheCurrentOne)
+{
+    const std::pair<const char *, const char *> rows[] = {
+        {"de_DE.UTF-8@euro", "de_DE"}, {"C.UTF-8", "en_US_POSIX"}, {"POSIX", "en_US_POSIX"}, {"fr", "fr"},
+        {".UTF-8", "en_US_POSIX"},
+    };
+    for (const auto &[variable, name] : rows)
+    {
+        setenv("LC_ALL", variable, 1);
+        const CFRef<CFLocaleRef> locale{CFLocaleCopyCurrent()};
+        EXPECT_EQ(utf8(CFLocaleGetIdentifier(locale.get())), name);
+        const CFRef<CFLocaleRef> same{CFLocaleCreate(nullptr, fromBytes(name).get())};
+        EXPECT_TRUE(CFEqual(locale.get(), same.get()));
+    }
+    for (const char *variable : {"LC_ALL", "LC_TIME", "LANG"})
+        unsetenv(variable);
+    const CFRef<CFLocaleRef> none{CFLocaleCopyCurrent()};
+    EXPECT_EQ(utf8(CFLocaleGetIdentifier(none.get())), "en_US_POSIX");
+}
