@@ -9,9 +9,9 @@
 #include "Private/ClosedCaptions_CDP.h"
 #include "Private/ClosedCaptions_Describe.h"
 #include "Private/ClosedCaptions_Hex.h"
-#include "Private/ClosedCaptions_Lines.h"
 #include "Private/ClosedCaptions_MCC.h"
 #include "Private/ClosedCaptions_Words.h"
+#include "Private/Stream_Lines.h"
 
 #include <algorithm>
 #include <array>
@@ -178,6 +178,12 @@ KIVCS2Status skipPayload(KIVCS2Stream *stream, const WrappedLine &line)
     return kivCS2Stream_setPosition(stream, static_cast<int64_t>(line.payloadSize),
                                     KIVCS2StreamPosition_Current, nullptr);
 }
+
+// A line of a caption file that is none of its content. A single "/" is content.
+[[nodiscard]] bool isComment(std::string_view line)
+{
+    return line.starts_with("//");
+}
 } // namespace
 
 uint8_t kivCS2ClosedCaptions_oddParityByte(uint8_t byte)
@@ -254,8 +260,8 @@ KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream
         return KIVCS2STATUS_OK;
 
     const kiv::captions::AncForm &form = kiv::captions::kAncForms[format];
-    if (kiv::captions::MemoryWords::canRead(stream))
-        return extractCDP<kiv::captions::MemoryWords>({stream, form.tenBits}, form, withAtom, buffer,
+    if (KIVCS2MemoryStream *memory = kiv::captions::MemoryWords::readable(*stream))
+        return extractCDP<kiv::captions::MemoryWords>({*memory, form.tenBits}, form, withAtom, buffer,
                                                       bufferSize);
     return extractCDP<kiv::captions::StreamWords>({stream, form.tenBits}, form, withAtom, buffer, bufferSize);
 }
@@ -476,8 +482,22 @@ KIVCS2Status kivCS2ClosedCaptions_readLine(KIVCS2Stream *stream, char *buffer, u
     KIV_CHECK(stream);
     KIV_CHECK(buffer);
     KIV_CHECK(size);
+    KIV_CHECK_OR(stream->m_readBytes, KIVCS2STATUS_NO_DATA_ERR); // as a read that fails
 
-    return kiv::captions::readLine(stream, buffer, size);
+    for (;;)
+    {
+        const kiv::LinePiece line = kiv::readThroughLineEnd(*stream, buffer, *size);
+        if (line.stop == kiv::LineStop::noRoom)
+            return KIVCS2STATUS_NOT_FOUND_ERR;
+        if (line.length > 0 && !isComment({buffer, line.length}))
+        {
+            buffer[line.length] = '\0';
+            *size = static_cast<uint32_t>(line.length);
+            return KIVCS2STATUS_OK;
+        }
+        if (line.stop == kiv::LineStop::noData)
+            return KIVCS2STATUS_NO_DATA_ERR;
+    }
 }
 
 KIVCS2Status kivCS2ClosedCaptions_createDateStringWithFormat(CFStringRef format, char **result)

@@ -5,9 +5,12 @@
 
 #include "KIVCS2ClosedCaptions.h"
 #include "KIVCS2MemoryStream.h"
+#include "Private/Stream_View.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 namespace kiv::captions
 {
@@ -74,21 +77,18 @@ private:
 class MemoryWords
 {
 public:
-    // Whether `stream` reads, and tells its end, as memory streams do, and has a byte to begin with.
-    [[nodiscard]] static bool canRead(const KIVCS2Stream *stream)
+    // The stream when it reads, and tells its end, as memory streams do, and has a byte to begin with.
+    [[nodiscard]] static KIVCS2MemoryStream *readable(KIVCS2Stream &stream)
     {
         // isEndOfStream refuses a stream without a setPosition, which would leave a checksum untested.
-        if (stream->m_readBytes != kivCS2MemoryStream_readBytes ||
-            stream->m_isEndOfStream != kivCS2MemoryStream_isEndOfStream || stream->m_setPosition == nullptr)
-            return false;
-        const auto *memory = reinterpret_cast<const KIVCS2MemoryStream *>(stream);
-        return memory->m_buffer != nullptr && memory->m_position >= 0 &&
-               static_cast<uint64_t>(memory->m_position) < memory->m_size;
+        if (stream.m_isEndOfStream != kivCS2MemoryStream_isEndOfStream || stream.m_setPosition == nullptr)
+            return nullptr;
+        KIVCS2MemoryStream *memory = asMemoryStream(stream);
+        return memory != nullptr && !unreadBytes(*memory).empty() ? memory : nullptr;
     }
 
-    MemoryWords(KIVCS2Stream *stream, bool tenBits)
-        : m_memory{reinterpret_cast<KIVCS2MemoryStream *>(stream)}, m_bytes{m_memory->m_buffer},
-          m_at{static_cast<uint64_t>(m_memory->m_position)}, m_last{m_memory->m_size - 1}, m_tenBits{tenBits}
+    MemoryWords(KIVCS2MemoryStream &memory, bool tenBits)
+        : m_memory{memory}, m_bytes{unreadBytes(memory)}, m_tenBits{tenBits}
     {
     }
     MemoryWords(const MemoryWords &) = delete;
@@ -96,10 +96,10 @@ public:
 
     ~MemoryWords()
     {
-        m_memory->m_stream.m_bitMask = 0x80;
-        m_memory->m_stream.m_bitByte = m_bytes[m_at];
-        m_memory->m_stream.m_bitReading = 1;
-        m_memory->m_position = static_cast<int64_t>(m_at + 1);
+        m_memory.m_stream.m_bitMask = 0x80;
+        m_memory.m_stream.m_bitByte = m_bytes[m_ahead];
+        m_memory.m_stream.m_bitReading = 1;
+        takeBytes(m_memory, m_ahead + 1);
     }
 
     [[nodiscard]] KIVCS2Status begin()
@@ -116,21 +116,20 @@ public:
 
     [[nodiscard]] bool atEnd() const
     {
-        return m_at >= m_last;
+        return m_ahead + 1 == m_bytes.size();
     }
 
 private:
     [[nodiscard]] uint8_t take()
     {
-        const uint8_t byte = m_bytes[m_at];
-        m_at += m_at < m_last ? 1 : 0;
+        const uint8_t byte = m_bytes[m_ahead];
+        m_ahead += atEnd() ? 0 : 1;
         return byte;
     }
 
-    KIVCS2MemoryStream *m_memory;
-    const uint8_t *m_bytes;
-    uint64_t m_at; // the byte held ahead
-    uint64_t m_last;
+    KIVCS2MemoryStream &m_memory;
+    std::span<const uint8_t> m_bytes; // what was unread at the begin; not empty
+    size_t m_ahead = 0;               // the byte held ahead
     bool m_tenBits;
 };
 } // namespace kiv::captions

@@ -72,7 +72,8 @@ kiv::LinePiece readThroughOperation(KIVCS2Stream &stream, char *buffer, size_t r
     {
         uint8_t byte = 0;
         uint64_t count = 0;
-        if (KIVCS2_FAILED(stream.m_readBytes(&stream, &byte, 1, &count)) || count == 0)
+        // Pipes answer a failed read with success and a count of all ones.
+        if (KIVCS2_FAILED(stream.m_readBytes(&stream, &byte, 1, &count)) || count != 1)
             return {length, kiv::LineStop::noData};
         if (isLineEnd(byte))
             return {length, kiv::LineStop::lineEnd};

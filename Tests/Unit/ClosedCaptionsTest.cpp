@@ -1,0 +1,926 @@
+// Caption words and packets through the shared library. The expected bytes are written from SMPTE
+// 291M, 334 and 436M and CEA-608 and CEA-708; nothing of the library makes them.
+#include "ArgumentCheck.h"
+#include "HostStream.h"
+
+#include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
+#include <KIVCoreServices2/KIVCS2FileStream.h>
+#include <KIVCoreServices2/KIVCS2MemoryStream.h>
+#include <KIVCoreServices2/KIVCS2PipeStream.h>
+#include <KIVCoreServices2/KIVCS2String.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <bit>
+#include <cstring>
+#include <ctime>
+#include <numeric>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace
+{
+using Bytes = std::vector<uint8_t>;
+using kiv::test::HostStream;
+using testing::Each;
+using testing::ElementsAre;
+
+Bytes hex(const std::string &text)
+{
+    Bytes bytes;
+    std::istringstream words{text};
+    for (unsigned value; words >> std::hex >> value;)
+        bytes.push_back(static_cast<uint8_t>(value));
+    return bytes;
+}
+
+std::string repeated(const std::string &text, int count)
+{
+    std::string all;
+    for (int index = 0; index < count; ++index)
+        all += text;
+    return all;
+}
+
+// Field 1 "resume caption loading", sequence number 0x1234.
+const Bytes kPlainPacket = hex("96 69 52 4F 67 12 34 72 F4 FC 94 20 FD 80 80 " + repeated("FA 00 00 ", 18) +
+                               "73 91 E1 00 00 00 C1 3F FF 74 12 34 6E");
+// Both fields "erase displayed memory", sequence number 0xFFFE, SDI form.
+const Bytes kSDIPacket = hex("96 69 59 4F 67 FF FE 72 F4 FC 94 2C FD 15 2C " + repeated("FA 00 00 ", 18) +
+                             "73 F2 E0 20 20 20 7E 3F FF E1 65 6E 67 C1 3F FF 74 FF FE 15");
+
+uint16_t pair(uint8_t first, uint8_t second)
+{
+    const uint8_t bytes[] = {first, second};
+    uint16_t value;
+    memcpy(&value, bytes, sizeof value);
+    return value;
+}
+
+// A memory stream over a copy of its own, exactly as long as the bytes are.
+struct MemoryView
+{
+    Bytes m_bytes;
+    uint8_t m_nothing = 0; // an address for no bytes
+    KIVCS2MemoryStream m_memory;
+
+    explicit MemoryView(Bytes bytes) : m_bytes{std::move(bytes)}
+    {
+        m_bytes.shrink_to_fit();
+        uint8_t *start = m_bytes.empty() ? &m_nothing : m_bytes.data();
+        EXPECT_EQ(kivCS2MemoryStream_initWithBytes(&m_memory, start, m_bytes.size()), KIVCS2STATUS_OK);
+    }
+    KIVCS2Stream *stream()
+    {
+        return &m_memory.m_stream;
+    }
+};
+
+TEST(CaptionWords, OddParityOfEveryByte)
+{
+    for (unsigned byte = 0; byte < 256; ++byte)
+    {
+        const uint8_t odd = kivCS2ClosedCaptions_oddParityByte(static_cast<uint8_t>(byte));
+        EXPECT_EQ(odd & 0x7F, byte & 0x7F);
+        EXPECT_EQ(std::popcount(odd) % 2, 1) << byte;
+    }
+}
+
+TEST(CaptionDescription, OneRuleAfterTheOther)
+{
+    const struct
+    {
+        uint8_t byte1, byte2;
+        const char *text;
+    } rows[] = {
+        {0xC1, 0xC2, "Character pair AB"},
+        {0x20, 0x7F, "Character pair  \x7F"},
+        {0x91, 0x37, "Channel 0 special character Music note"},
+        {0x19, 0xB0, "Channel 1 special character Registered mark"},
+        {0x11, 0x3F, "Channel 0 special character Lower-case u circumflex"},
+        {0x11, 0x25, "Channel 0 unknown special character 25"}, // a mid-row code
+        {0x99, 0xC0, "Channel 1 unknown special character 40"},
+        {0x92, 0x40, "Extended character 00"},
+        {0x13, 0xDF, "Extended character 3f"},
+        {0x12, 0x25, "? 12 25"}, // an extended character of CEA-608
+        {0x10, 0x40, "Preamble channel 0 = row 11, attribute white, underline 0"},
+        {0x10, 0x60, "Preamble channel 0 = row -1, attribute white, underline 0"},
+        {0x1F, 0x7F, "Preamble channel 1 = row 10, attribute indent 28, underline 1"},
+        {0x94, 0xD0, "Preamble channel 0 = row 14, attribute indent 0, underline 0"},
+        {0x94, 0x2C, "Control channel 0 = command erase displayed memory, line 21"},
+        {0x15, 0x2C, "Control channel 0 = command erase displayed memory, line 284"},
+        {0x1C, 0x2C, "Control channel 1 = command erase displayed memory, line 21"},
+        {0x1D, 0x28, "Control channel 1 = command flash on (0.25 seconds once per second), line 284"},
+        {0x97, 0xA1, "Tab channel 0 = 1"},
+        {0x1F, 0x23, "Tab channel 1 = 3"},
+        {0x17, 0x24, "? 17 24"},
+        {0x80, 0x01, "? 00 01"},
+        {0x0F, 0x80, "? 0f 00"},
+    };
+    for (const auto &row : rows)
+    {
+        char text[KIVCS2_CEA608_DESCRIPTION_SIZE];
+        EXPECT_EQ(kivCS2ClosedCaptions_decodeCEA608CCPair(row.byte1, row.byte2, text), KIVCS2STATUS_OK);
+        EXPECT_STREQ(text, row.text);
+    }
+}
+
+TEST(CaptionDescription, EveryPairFitsAndTheLongestFills)
+{
+    constexpr char kUntouched = '\x55';
+    size_t longest = 0;
+    for (unsigned value = 0; value <= UINT16_MAX; ++value)
+    {
+        char text[KIVCS2_CEA608_DESCRIPTION_SIZE + 1];
+        memset(text, kUntouched, sizeof text);
+        const auto byte1 = static_cast<uint8_t>(value >> 8);
+        const auto byte2 = static_cast<uint8_t>(value);
+        const KIVCS2Status status = kivCS2ClosedCaptions_decodeCEA608CCPair(byte1, byte2, text);
+        const bool empty = (value & 0x7F7F) == 0;
+        ASSERT_EQ(status, empty ? KIVCS2STATUS_DATA_ERR : KIVCS2STATUS_OK) << value;
+        ASSERT_EQ(text[KIVCS2_CEA608_DESCRIPTION_SIZE], kUntouched) << value;
+        if (empty)
+            ASSERT_EQ(text[0], kUntouched);
+        else
+            longest = std::max(longest, strlen(text));
+    }
+    EXPECT_EQ(longest + 1, KIVCS2_CEA608_DESCRIPTION_SIZE);
+}
+
+TEST(CaptionWords, AreCountedAndCompared)
+{
+    MemoryView bytes{hex("61 01 FD 61 02 5A")};
+    ASSERT_EQ(kivCS2Stream_beginReadBits(bytes.stream()), KIVCS2STATUS_OK);
+    uint8_t value = 0;
+    uint8_t parity = 0;
+    uint32_t checksum = 0x1000;
+    EXPECT_EQ(kivCS2ClosedCaptions_read8BitWord(bytes.stream(), &value, &checksum), KIVCS2STATUS_OK);
+    EXPECT_EQ(value, 0x61);
+    EXPECT_EQ(checksum, 0x1061u);
+    EXPECT_EQ(kivCS2ClosedCaptions_validate8BitWord(bytes.stream(), 0x02, &checksum), KIVCS2STATUS_DATA_ERR);
+    EXPECT_EQ(checksum, 0x1062u) << "counted before it is compared";
+    EXPECT_EQ(kivCS2ClosedCaptions_read10BitParityWord(bytes.stream(), true, &value, &parity, &checksum),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(value, 0x61);
+    EXPECT_EQ(parity, 1);
+    EXPECT_EQ(checksum, 0x11C3u);
+    ASSERT_EQ(kivCS2Stream_skipBits(bytes.stream(), 6), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2ClosedCaptions_validate10BitParityWord(bytes.stream(), false, 0x5A, 2, nullptr),
+              KIVCS2STATUS_OK);
+
+    for (const auto &[expected, expectedParity] : {std::array<uint8_t, 2>{0x5A, 1}, {0x5B, 2}})
+    {
+        MemoryView word{hex("02 5A")};
+        ASSERT_EQ(kivCS2Stream_beginReadBits(word.stream()), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2ClosedCaptions_validate10BitParityWord(word.stream(), true, expected, expectedParity,
+                                                               nullptr),
+                  KIVCS2STATUS_DATA_ERR);
+    }
+}
+
+TEST(CaptionWords, FailingReadCountsNothing)
+{
+    HostStream host{hex("01 61 01")};
+    host.m_failsAt = 1; // the fetch behind the first byte
+    ASSERT_EQ(kivCS2Stream_beginReadBits(&host.m_stream), KIVCS2STATUS_OK);
+    uint8_t value = 0;
+    uint8_t parity = 0;
+    uint32_t checksum = 7;
+    EXPECT_EQ(kivCS2ClosedCaptions_read10BitParityWord(&host.m_stream, true, &value, &parity, &checksum),
+              KIVCS2STATUS_READ_ERR);
+    EXPECT_EQ(checksum, 7u);
+}
+
+// One packet of three user data words, 96 69 03, as it lies in the four forms.
+const Bytes kAnc[] = {
+    hex("FF A0 09 61 01 03 96 69 03 67"),
+    hex("61 01 03 96 69 03 67"),
+    hex("00 00 03 FF 03 FF 01 61 01 01 02 03 02 96 02 69 02 03 01 67"),
+    hex("01 61 01 01 02 03 02 96 02 69 02 03 01 67"),
+};
+
+struct Extraction
+{
+    KIVCS2Status status;
+    uint32_t size;
+    Bytes buffer;
+    int64_t position;
+    uint8_t bits[3];
+
+    bool operator==(const Extraction &) const = default;
+};
+
+enum class Path
+{
+    direct, // the bytes of the memory stream
+    bitReader
+};
+
+Extraction extract(const Bytes &bytes, KIVCS2CaptionANCFormat format, bool withAtom, uint32_t room,
+                   Path path = Path::direct, int64_t start = 0)
+{
+    MemoryView view{bytes};
+    if (path == Path::bitReader)
+        view.m_memory.m_stream.m_readBytes =
+            [](KIVCS2Stream *stream, void *buffer, uint64_t size, uint64_t *read)
+        {
+            return kivCS2MemoryStream_readBytes(stream, buffer, size, read);
+        };
+    EXPECT_EQ(kivCS2Stream_setPosition(view.stream(), start, KIVCS2StreamPosition_Start, nullptr),
+              KIVCS2STATUS_OK);
+    Extraction got{0, room, Bytes(room), 0, {}};
+    const Bytes notEmpty(1); // room 0 still needs a pointer
+    got.status = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
+        view.stream(), format, withAtom,
+        room == 0 ? const_cast<uint8_t *>(notEmpty.data()) : got.buffer.data(), &got.size);
+    got.position = view.m_memory.m_position;
+    got.bits[0] = view.m_memory.m_stream.m_bitMask;
+    got.bits[1] = view.m_memory.m_stream.m_bitByte;
+    got.bits[2] = view.m_memory.m_stream.m_bitReading;
+    return got;
+}
+
+TEST(Caption291M, PacketOfEveryForm)
+{
+    for (KIVCS2CaptionANCFormat format = 0; format < 4; ++format)
+    {
+        SCOPED_TRACE(format);
+        Bytes bytes = kAnc[format];
+        bytes.push_back(0xEE); // so that the 8-bit checksum is compared
+        const Extraction plain = extract(bytes, format, false, 3);
+        EXPECT_EQ(plain.status, KIVCS2STATUS_OK);
+        EXPECT_EQ(plain.buffer, hex("96 69 03"));
+        EXPECT_EQ(plain.position, static_cast<int64_t>(bytes.size())) << "one byte fetched ahead";
+
+        const Extraction atom = extract(bytes, format, true, 11);
+        EXPECT_EQ(atom.status, KIVCS2STATUS_OK);
+        EXPECT_EQ(atom.buffer, hex("00 00 00 0B 63 63 64 70 96 69 03"));
+        EXPECT_EQ(extract(bytes, format, true, 10).status, KIVCS2STATUS_BUFFER_SIZE_ERR);
+    }
+    const Extraction unknown = extract(kAnc[1], 4, false, 3);
+    EXPECT_EQ(unknown.status, KIVCS2STATUS_OK);
+    EXPECT_EQ(unknown.position, 0);
+    EXPECT_THAT(unknown.buffer, Each(0));
+}
+
+TEST(Caption291M, EveryChangedByteIsFound)
+{
+    for (KIVCS2CaptionANCFormat format = 0; format < 4; ++format)
+        for (size_t at = 0; at < kAnc[format].size(); ++at)
+        {
+            SCOPED_TRACE(testing::Message() << "format " << format << ", byte " << at);
+            Bytes bytes = kAnc[format];
+            bytes.resize(bytes.size() + 2);
+            bytes[at] ^= 0x01; // in a 10-bit word also bit 8, which breaks its own parity
+            EXPECT_EQ(extract(bytes, format, false, 255).status, KIVCS2STATUS_DATA_ERR);
+        }
+
+    Bytes unusedBits = kAnc[3];
+    for (size_t at = 0; at < unusedBits.size(); at += 2)
+        unusedBits[at] |= 0xFC;
+    EXPECT_EQ(extract(unusedBits, 3, false, 3).status, KIVCS2STATUS_OK);
+    // The right nine bits under a tenth that does not invert the ninth.
+    EXPECT_EQ(extract(hex("01 61 01 01 02 03 02 96 02 69 02 03 03 67"), 3, false, 3).status,
+              KIVCS2STATUS_DATA_ERR);
+}
+
+TEST(Caption291M, EightBitChecksumAtTheEndOfTheStreamIsNotCompared)
+{
+    const Bytes wrong = hex("61 01 03 96 69 03 00");
+    EXPECT_EQ(extract(wrong, 1, false, 3).status, KIVCS2STATUS_OK);
+    EXPECT_EQ(extract(hex("61 01 03 96 69 03 00 00"), 1, false, 3).status, KIVCS2STATUS_DATA_ERR);
+
+    HostStream unable{hex("61 01 03 96 69 03 00 00")}; // cannot tell where its end is
+    unable.m_stream.m_isEndOfStream = [](KIVCS2Stream *, uint32_t *)
+    {
+        return KIVCS2STATUS_UNSUPPORTED_ERR;
+    };
+    uint8_t buffer[3];
+    uint32_t size = sizeof buffer;
+    EXPECT_EQ(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(&unable.m_stream, 1, false,
+                                                                                  buffer, &size),
+              KIVCS2STATUS_OK);
+}
+
+TEST(Caption291M, DataThatEndEarlyRepeatTheLastByte)
+{
+    const Extraction got = extract(hex("61 01 05 96 69"), 1, false, 5);
+    EXPECT_EQ(got.status, KIVCS2STATUS_OK);
+    EXPECT_EQ(got.buffer, hex("96 69 69 69 69"));
+}
+
+TEST(Caption291M, CountWithAtomWrapsAndIsRefused)
+{
+    for (unsigned count : {0u, 247u, 248u, 255u})
+    {
+        Bytes bytes(3 + count + 2);
+        bytes[0] = 0x61;
+        bytes[1] = 0x01;
+        bytes[2] = static_cast<uint8_t>(count);
+        bytes[3 + count] = static_cast<uint8_t>(0x62 + count);
+        const Extraction got = extract(bytes, 1, true, 300);
+        const bool wraps = count > 247;
+        EXPECT_EQ(got.status, wraps ? KIVCS2STATUS_BUFFER_SIZE_ERR : KIVCS2STATUS_OK) << count;
+        EXPECT_EQ(got.size, (count + 8) % 256);
+        if (wraps)
+        {
+            EXPECT_THAT(got.buffer, Each(0)) << "nothing written";
+        }
+        EXPECT_EQ(extract(bytes, 1, false, count).status, KIVCS2STATUS_OK) << "fits exactly without an atom";
+    }
+}
+
+TEST(Caption291M, FailingStreamGivesItsStatus)
+{
+    for (KIVCS2CaptionANCFormat format = 0; format < 4; ++format)
+        for (size_t failsAt = 0; failsAt < kAnc[format].size(); ++failsAt)
+        {
+            HostStream host{kAnc[format]};
+            host.m_failsAt = failsAt;
+            uint8_t buffer[3];
+            uint32_t size = sizeof buffer;
+            EXPECT_EQ(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
+                          &host.m_stream, format, false, buffer, &size),
+                      KIVCS2STATUS_READ_ERR)
+                << format << " at " << failsAt;
+        }
+}
+
+TEST(Caption291M, MemoryStreamIsLeftAsTheBitReaderLeavesIt)
+{
+    for (KIVCS2CaptionANCFormat format = 0; format < 4; ++format)
+        for (const bool withAtom : {false, true})
+            for (int64_t start = 0; start < 2; ++start)
+                for (size_t length = 0; length <= kAnc[format].size() + 2; ++length)
+                    for (const int change : {-1, 3, 5, 8})
+                    {
+                        Bytes bytes = kAnc[format];
+                        bytes.insert(bytes.begin(), static_cast<size_t>(start), 0x11);
+                        bytes.resize(std::max<size_t>(length, static_cast<size_t>(start)), 0xEE);
+                        if (change >= 0 && static_cast<size_t>(change) < bytes.size())
+                            bytes[change] ^= 0xF5;
+                        ASSERT_EQ(extract(bytes, format, withAtom, 64, Path::direct, start),
+                                  extract(bytes, format, withAtom, 64, Path::bitReader, start))
+                            << format << ' ' << length << ' ' << change;
+                    }
+}
+
+// A line record of SMPTE 436M with its payload in elements of one byte.
+Bytes wrapped(uint16_t line, uint8_t coding, const Bytes &payload)
+{
+    Bytes bytes = {static_cast<uint8_t>(line >> 8),
+                   static_cast<uint8_t>(line),
+                   0x02,
+                   coding,
+                   0,
+                   0,
+                   0,
+                   0,
+                   0,
+                   static_cast<uint8_t>(payload.size()),
+                   0,
+                   0,
+                   0,
+                   1};
+    bytes.insert(bytes.end(), payload.begin(), payload.end());
+    return bytes;
+}
+
+Bytes joined(std::initializer_list<Bytes> parts)
+{
+    Bytes all;
+    for (const Bytes &part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+struct Unwrapped
+{
+    KIVCS2Status status;
+    Bytes bytes;
+    int64_t position;
+};
+
+Unwrapped unwrap(const Bytes &bytes, uint32_t room = 64, bool withAtom = false)
+{
+    MemoryView view{bytes};
+    Bytes buffer(room);
+    uint32_t size = room;
+    const KIVCS2Status status = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream(
+        view.stream(), withAtom, buffer.data(), &size);
+    EXPECT_TRUE(KIVCS2_SUCCEEDED(status) || size == room) << "changed by a failure";
+    buffer.resize(KIVCS2_FAILED(status) ? 0 : size);
+    return {status, buffer, view.m_memory.m_position};
+}
+
+TEST(Caption436M, FirstLineThatHoldsACaption)
+{
+    const Bytes none = hex("61 02 00 63"); // another kind of packet
+    for (uint16_t line : std::array<uint16_t, 3>{4, 9, 21})
+        for (uint8_t coding = 4; coding <= 9; ++coding)
+        {
+            const Unwrapped got = unwrap(joined({hex("00 03"), wrapped(10, 4, kAnc[1]), wrapped(9, 4, none),
+                                                 wrapped(line, coding, kAnc[coding <= 6 ? 1 : 3])}));
+            EXPECT_EQ(got.status, KIVCS2STATUS_OK) << line << ' ' << int{coding};
+            EXPECT_EQ(got.bytes, hex("96 69 03"));
+            EXPECT_EQ(got.position, 2 + 14 + 7 + 14 + 4 + 14) << "in front of the payload";
+        }
+    const Unwrapped atom = unwrap(joined({hex("00 01"), wrapped(9, 4, kAnc[1])}), 64, true);
+    EXPECT_EQ(atom.bytes, hex("00 00 00 0B 63 63 64 70 96 69 03"));
+}
+
+TEST(Caption436M, FailedLineTakesNoRoomFromTheNext)
+{
+    const Bytes badChecksum = hex("61 01 01 96 00 00");
+    EXPECT_EQ(unwrap(joined({hex("00 02"), wrapped(9, 4, badChecksum), wrapped(21, 4, kAnc[1])}), 3).bytes,
+              hex("96 69 03"));
+}
+
+TEST(Caption436M, RefusesWhatIsCutOrTooLarge)
+{
+    const Bytes good = wrapped(9, 4, kAnc[1]);
+    const Bytes cutPayload = Bytes(good.begin(), good.end() - 1);
+    const struct
+    {
+        const char *what;
+        Bytes bytes;
+        KIVCS2Status status;
+    } rows[] = {
+        {"no lines", hex("00 00"), KIVCS2STATUS_DATA_ERR},
+        {"cut line count", hex("00"), KIVCS2STATUS_FORMAT_ERR},
+        {"no line header", hex("00 01"), KIVCS2STATUS_FORMAT_ERR},
+        {"cut line header", joined({hex("00 01"), Bytes(good.begin(), good.begin() + 13)}),
+         KIVCS2STATUS_FORMAT_ERR},
+        {"one line missing", joined({hex("00 02"), wrapped(8, 4, kAnc[1])}), KIVCS2STATUS_FORMAT_ERR},
+        {"other lines", joined({hex("00 02"), wrapped(8, 4, kAnc[1]), wrapped(265, 4, kAnc[1])}),
+         KIVCS2STATUS_DATA_ERR},
+        {"other codings", joined({hex("00 02"), wrapped(9, 3, kAnc[1]), wrapped(9, 10, kAnc[3])}),
+         KIVCS2STATUS_DATA_ERR},
+        {"payload beyond the block", joined({hex("00 01"), cutPayload}), KIVCS2STATUS_PARAM_ERR},
+        {"2^16 x 2^16, 0 in 32 bits",
+         joined({hex("00 01 00 09 02 04 00 00 00 01 00 00 00 01 00 00"), kAnc[1]}), KIVCS2STATUS_PARAM_ERR},
+        {"2^64 and more with the position",
+         joined({hex("00 01 00 09 02 04 00 00 FF FF FF FF FF FF FF FF"), kAnc[1]}), KIVCS2STATUS_PARAM_ERR},
+        {"2^31 x 2^32 - 2^31, of another line",
+         joined({hex("00 01 00 0A 02 04 00 00 80 00 00 00 FF FF FF FF"), kAnc[1]}), KIVCS2STATUS_PARAM_ERR},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(unwrap(row.bytes).status, row.status) << row.what;
+}
+
+TEST(Caption436M, PipesCannotBeSearched)
+{
+    KIVCS2PipeStream pipe;
+    ASSERT_EQ(kivCS2PipeStream_init(&pipe), KIVCS2STATUS_OK);
+    const Bytes bytes = joined({hex("00 01"), wrapped(9, 4, kAnc[1])});
+    uint64_t written = 0;
+    ASSERT_EQ(kivCS2Stream_writeBytes(&pipe.m_stream, bytes.data(), bytes.size(), &written), KIVCS2STATUS_OK);
+    uint8_t buffer[64];
+    uint32_t size = sizeof buffer;
+    EXPECT_EQ(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream(&pipe.m_stream, false,
+                                                                                  buffer, &size),
+              KIVCS2STATUS_PIPE_ERR);
+    kivCS2PipeStream_free(&pipe.m_stream);
+}
+
+TEST(CaptionAtom, IsWrittenAndPassed)
+{
+    uint8_t buffer[9] = {};
+    uint8_t *at = buffer;
+    EXPECT_EQ(kivCS2ClosedCaptions_writeQuickTimeAtom(&at, 7), KIVCS2STATUS_BUFFER_SIZE_ERR);
+    EXPECT_EQ(at, buffer);
+    EXPECT_EQ(kivCS2ClosedCaptions_writeQuickTimeAtom(&at, 0x0102035A), KIVCS2STATUS_OK);
+    EXPECT_EQ(at, buffer + 8);
+    EXPECT_THAT(buffer, ElementsAre(0x01, 0x02, 0x03, 0x5A, 'c', 'c', 'd', 'p', 0));
+}
+
+struct Pairs
+{
+    KIVCS2Status status;
+    uint16_t fields[2];
+};
+
+Pairs pairsOf(const Bytes &packet, bool withAtom = false)
+{
+    const Bytes exact{packet}; // no spare byte behind it
+    Pairs got{};
+    const uint32_t room = sizeof got.fields;
+    got.status = kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(
+        exact.data(), static_cast<uint32_t>(exact.size()), withAtom, got.fields, &room);
+    return got;
+}
+
+// A packet of these sections: the header in front, a checksum that nobody compares behind.
+Bytes packetOf(const std::string &sections)
+{
+    Bytes packet = hex("96 69 00 4F 67 00 00 " + sections + " 00");
+    packet[2] = static_cast<uint8_t>(packet.size());
+    return packet;
+}
+
+TEST(CaptionPackets, PairsOfBothFields)
+{
+    const Pairs plain = pairsOf(kPlainPacket);
+    EXPECT_EQ(plain.status, KIVCS2STATUS_OK);
+    EXPECT_THAT(plain.fields, ElementsAre(pair(0x94, 0x20), pair(0x80, 0x80)));
+    const Pairs sdi = pairsOf(joined({hex("00 00 00 61 63 63 64 70"), kSDIPacket}), true);
+    EXPECT_EQ(sdi.status, KIVCS2STATUS_OK);
+    EXPECT_THAT(sdi.fields, ElementsAre(pair(0x94, 0x2C), pair(0x15, 0x2C)));
+
+    // Not valid, 708 data and 708 start do not count; the last of a field does; cc_data may come twice.
+    const Pairs mixed = pairsOf(packetOf("71 C1 02 03 04 72 E6 FC 01 02 F8 03 04 FE 05 06 FF 07 08 FC 09 0A "
+                                         "FD 0B 0C FF FF 72 E1 FD 0D 0E 73 90 74 00 00"));
+    EXPECT_EQ(mixed.status, KIVCS2STATUS_OK);
+    EXPECT_THAT(mixed.fields, ElementsAre(pair(0x09, 0x0A), pair(0x0D, 0x0E)));
+}
+
+TEST(CaptionPackets, Field2AloneIsNoCaption)
+{
+    const Pairs got = pairsOf(packetOf("72 E1 FD 15 2C 74 00 00"));
+    EXPECT_EQ(got.status, KIVCS2STATUS_EOF_ERR);
+    EXPECT_THAT(got.fields, ElementsAre(pair(0x80, 0x80), pair(0x15, 0x2C)));
+}
+
+// What both readers of a packet refuse, and the one thing that they answer differently.
+TEST(CaptionPackets, RefuseWhatIsMalformed)
+{
+    const auto cut = [](size_t size)
+    {
+        return Bytes(kPlainPacket.begin(), kPlainPacket.begin() + size);
+    };
+    const auto changed = [](size_t at, uint8_t value)
+    {
+        Bytes packet = kPlainPacket;
+        packet[at] = value;
+        return packet;
+    };
+    const struct
+    {
+        const char *what;
+        Bytes packet;
+        KIVCS2Status status;
+    } rows[] = {
+        {"two bytes", cut(2), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"one byte missing", cut(81), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"first identifier", changed(0, 0x97), KIVCS2STATUS_DATA_ERR},
+        {"second identifier", changed(1, 0x96), KIVCS2STATUS_DATA_ERR},
+        {"length 6", changed(2, 6), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"length 7, no room for a checksum", changed(2, 7), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"length 7, nothing behind it", hex("96 69 07 4F 67 00 00"), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"length above the bytes", changed(2, 83), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"caption data with a head of one byte", packetOf("72"), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"service information with a head of one byte", packetOf("73"), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"a triplet of two bytes", packetOf("72 E1 FC 94"), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"31 triplets announced", changed(8, 0xFF), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"two services announced", changed(70, 0x92), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"time code of four bytes", packetOf("71 01 02 03"), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"footer of two bytes", packetOf("74 00"), KIVCS2STATUS_BUFFER_SIZE_ERR},
+        {"unknown section", changed(69, 0x75), KIVCS2STATUS_DATA_ERR},
+        {"a zero between sections", packetOf("FF 00"), KIVCS2STATUS_DATA_ERR},
+    };
+    for (const auto &row : rows)
+    {
+        EXPECT_EQ(pairsOf(row.packet).status, row.status) << row.what;
+        const Bytes exact{row.packet};
+        uint8_t block[95];
+        uint32_t size = sizeof block;
+        EXPECT_EQ(kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(
+                      exact.data(), static_cast<uint32_t>(exact.size()), false, block, &size),
+                  row.status)
+            << row.what;
+    }
+    EXPECT_EQ(pairsOf(packetOf("")).status, KIVCS2STATUS_EOF_ERR);
+    EXPECT_EQ(pairsOf(hex("00 00 00 08 63 63 64"), true).status, KIVCS2STATUS_BUFFER_SIZE_ERR);
+    // What a cut section still holds has been handed out.
+    EXPECT_EQ(pairsOf(packetOf("72 E2 FC 94 20 FC 01")).fields[0], pair(0x94, 0x20));
+
+    uint16_t fields[2] = {1, 2};
+    const uint32_t room = 3;
+    EXPECT_EQ(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(kPlainPacket.data(), 82, false,
+                                                                              fields, &room),
+              KIVCS2STATUS_BUFFER_SIZE_ERR);
+    EXPECT_THAT(fields, ElementsAre(1, 2));
+}
+
+TEST(CaptionPackets, BuiltFromPairs)
+{
+    const uint16_t fields[] = {pair(0x94, 0x20), pair(0x15, 0x2C)};
+    Bytes packet(KIVCS2_CDP_SIZE);
+    uint32_t size = KIVCS2_CDP_SIZE;
+    EXPECT_EQ(
+        kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(fields, 2, packet.data(), &size, 0x1234),
+        KIVCS2STATUS_OK);
+    EXPECT_EQ(size, KIVCS2_CDP_SIZE);
+    EXPECT_EQ(packet, kPlainPacket);
+
+    const uint16_t both[] = {pair(0x94, 0x2C), pair(0x15, 0x2C)};
+    packet.assign(KIVCS2_CDP_SDI_SIZE, 0);
+    size = 1000;
+    EXPECT_EQ(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(both, 4, packet.data(),
+                                                                                 &size, 0xFFFE, true),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(size, KIVCS2_CDP_SDI_SIZE);
+    EXPECT_EQ(packet, kSDIPacket);
+
+    const struct
+    {
+        uint32_t pairBytes, room;
+        bool sdi;
+    } refused[] = {{0, 89, false}, {1, 89, false}, {3, 89, false},
+                   {6, 89, false}, {2, 81, false}, {2, 88, true}};
+    for (const auto &row : refused)
+    {
+        Bytes untouched(89, 0x55);
+        size = row.room;
+        EXPECT_EQ(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(
+                      fields, row.pairBytes, untouched.data(), &size, 0, row.sdi),
+                  KIVCS2STATUS_BUFFER_SIZE_ERR);
+        EXPECT_THAT(untouched, Each(0x55));
+        EXPECT_EQ(size, row.room);
+    }
+}
+
+TEST(CaptionPackets, BuiltFrom708Data)
+{
+    std::string triplets;
+    for (int index = 0; index < 20; ++index)
+    {
+        char text[16];
+        snprintf(text, sizeof text, "FE %02X %02X ", index, index + 1);
+        triplets += text;
+    }
+    const Bytes data = hex(triplets);
+    Bytes packet(KIVCS2_CDP_ROOM_FOR_708_DATA(60));
+    uint32_t size = static_cast<uint32_t>(packet.size());
+    EXPECT_EQ(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet(data.data(), 60, packet.data(),
+                                                                           &size, 7),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(size, 90u);
+    EXPECT_EQ(packet, hex("00 00 00 5A 63 63 64 70 96 69 52 4F 67 00 07 72 F4 " + triplets +
+                          "73 91 E1 00 00 00 C1 3F FF 74 00 07 C5"));
+    size = 81;
+    EXPECT_EQ(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet(data.data(), 60, packet.data(),
+                                                                           &size, 7),
+              KIVCS2STATUS_BUFFER_SIZE_ERR);
+}
+
+TEST(CaptionPackets, SizesOf708DataAreTakenModulo256)
+{
+    for (const uint32_t dataSize : {0u, 225u, 226u, 243u, 244u, 255u, 300u})
+    {
+        const Bytes data(dataSize + 1, 0x11);
+        Bytes packet(std::max(82u, KIVCS2_CDP_ROOM_FOR_708_DATA(dataSize)));
+        uint32_t size = 82; // all that is compared
+        const uint8_t total = static_cast<uint8_t>(30 + dataSize);
+        const bool stamped = total >= 18;
+        EXPECT_EQ(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet(data.data(), dataSize,
+                                                                               packet.data(), &size, 0xABCD),
+                  stamped ? KIVCS2STATUS_OK : KIVCS2STATUS_BUFFER_SIZE_ERR)
+            << dataSize;
+        EXPECT_EQ(size, stamped ? total : 82u);
+        EXPECT_EQ(packet[(17 + dataSize) % 256], 0x73);
+        if (stamped)
+        {
+            EXPECT_EQ(std::accumulate(packet.begin() + 8, packet.begin() + total, 0u) % 256, 0u);
+        }
+    }
+}
+
+TEST(CaptionPackets, Stamped)
+{
+    for (const bool withAtom : {false, true})
+        for (const uint32_t length : {10u, 11u, 17u, 18u, 82u, 89u, 2048u, 5000u})
+        {
+            const uint32_t atom = withAtom ? 8 : 0;
+            Bytes packet(atom + length, 0xFF);
+            EXPECT_EQ(kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumber(withAtom, packet.data(),
+                                                                                 atom + length, 0x0102),
+                      KIVCS2STATUS_OK);
+            EXPECT_EQ(packet[atom + 5], 0x01);
+            EXPECT_EQ(packet[atom + 6], 0x02);
+            EXPECT_EQ(packet[packet.size() - 3], 0x01);
+            EXPECT_EQ(packet[packet.size() - 2], 0x02);
+            EXPECT_EQ(std::accumulate(packet.begin() + atom, packet.end(), 0u) % 256, 0u) << length;
+            EXPECT_THAT(Bytes(packet.begin(), packet.begin() + atom + 5), Each(0xFF));
+            EXPECT_EQ(kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumber(withAtom, packet.data(),
+                                                                                 atom + 9, 1),
+                      KIVCS2STATUS_BUFFER_SIZE_ERR);
+        }
+}
+
+TEST(CaptionPackets, ConvertedToACaptionDataBlock)
+{
+    const Bytes packet = packetOf("71 C1 02 03 04 72 E2 FC 94 20 F8 03 04 74 00 00");
+    const auto convert = [&](const Bytes &from, uint8_t *block, uint32_t &size)
+    {
+        return kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(
+            from.data(), static_cast<uint32_t>(from.size()), false, block, &size);
+    };
+    uint32_t size = 0;
+    EXPECT_EQ(convert(packet, nullptr, size), KIVCS2STATUS_OK);
+    EXPECT_EQ(size, 8u);
+    Bytes block(8);
+    size = 7;
+    EXPECT_EQ(convert(packet, block.data(), size), KIVCS2STATUS_BUFFER_SIZE_ERR);
+    size = 100;
+    EXPECT_EQ(convert(packet, block.data(), size), KIVCS2STATUS_OK);
+    EXPECT_EQ(size, 8u);
+    EXPECT_EQ(block, hex("C2 FF FC 94 20 F8 03 04"));
+
+    // The question for the size looks no further than cc_count; the conversion walks to the end.
+    const Bytes unknownBehind = packetOf("72 E0 75");
+    EXPECT_EQ(convert(unknownBehind, nullptr, size), KIVCS2STATUS_OK);
+    EXPECT_EQ(size, 2u);
+    EXPECT_EQ(convert(unknownBehind, block.data(), size), KIVCS2STATUS_DATA_ERR);
+    // No caption data: a success that leaves the size.
+    size = 77;
+    EXPECT_EQ(convert(packetOf("74 00 00"), block.data(), size), KIVCS2STATUS_OK);
+    EXPECT_EQ(size, 77u);
+}
+
+// A line, or a status where there is none, as one text.
+std::string nextLine(KIVCS2Stream *stream, uint32_t room)
+{
+    std::vector<char> buffer(room + 1, 'x');
+    uint32_t size = room;
+    const KIVCS2Status status = kivCS2ClosedCaptions_readLine(stream, buffer.data(), &size);
+    EXPECT_EQ(buffer[room], 'x') << "written past the room";
+    if (status == KIVCS2STATUS_NO_DATA_ERR || status == KIVCS2STATUS_NOT_FOUND_ERR)
+    {
+        EXPECT_EQ(size, room);
+        return status == KIVCS2STATUS_NO_DATA_ERR ? "<end>" : "<long>";
+    }
+    EXPECT_EQ(status, KIVCS2STATUS_OK);
+    EXPECT_EQ(strlen(buffer.data()), size);
+    return buffer.data();
+}
+
+TEST(CaptionLines, OfEveryKindOfStream)
+{
+    const struct
+    {
+        const char *text;
+        uint32_t room;
+        std::vector<std::string> lines;
+    } rows[] = {
+        {"", 8, {"<end>", "<end>"}},
+        {"a\nbc\r\nd", 8, {"a", "bc", "d", "<end>"}},
+        {"\n\r\r\n\n", 8, {"<end>"}},
+        {"/\n//x\n/ /\n//\n/", 8, {"/", "/ /", "/", "<end>"}},
+        {"a\n//", 8, {"a", "<end>"}},
+        {"1234567\n", 8, {"1234567", "<end>"}},
+        {"1234567", 8, {"1234567", "<end>"}},
+        {"12345678\n9\n", 8, {"<long>", "9", "<end>"}}, // the line feed left is an empty line
+        {"123456789\n", 8, {"<long>", "9", "<end>"}},
+        {"12345678", 8, {"<long>", "<end>"}},
+        {"//345678// 9\nx\n", 8, {"<long>", "x", "<end>"}}, // a long comment is a long line
+        {"a\n", 1, {"<long>", "<end>"}},
+        {"\n\na", 1, {"<long>", "<end>"}},
+        {"a\n", 0, {"<long>", "<long>"}},
+    };
+    for (const auto &row : rows)
+    {
+        SCOPED_TRACE(row.text);
+        const Bytes bytes(row.text, row.text + strlen(row.text));
+        MemoryView memory{bytes};
+        HostStream host{bytes};
+        KIVCS2FileStream file;
+        ASSERT_EQ(kivCS2FileStream_setup(&file), KIVCS2STATUS_OK);
+        file.m_file = tmpfile();
+        ASSERT_NE(file.m_file, nullptr);
+        fwrite(row.text, 1, bytes.size(), file.m_file);
+        rewind(file.m_file);
+        for (const std::string &line : row.lines)
+        {
+            EXPECT_EQ(nextLine(memory.stream(), row.room), line);
+            EXPECT_EQ(nextLine(&host.m_stream, row.room), line);
+            EXPECT_EQ(nextLine(&file.m_stream, row.room), line);
+            EXPECT_EQ(memory.m_memory.m_position, static_cast<int64_t>(host.m_position));
+            EXPECT_EQ(ftell(file.m_file), static_cast<long>(host.m_position));
+        }
+        kivCS2FileStream_free(&file.m_stream);
+    }
+}
+
+TEST(CaptionLines, FailingReadEndsTheInput)
+{
+    HostStream host{hex("61 62 63 0A")};
+    host.m_failsAt = 2;
+    EXPECT_EQ(nextLine(&host.m_stream, 8), "ab");
+    EXPECT_EQ(nextLine(&host.m_stream, 8), "<end>");
+
+    HostStream failedPipe{{}}; // a pipe reports a failed read as a success of all ones
+    failedPipe.m_stream.m_readBytes = [](KIVCS2Stream *, void *, uint64_t, uint64_t *count)
+    {
+        *count = UINT64_MAX;
+        return KIVCS2STATUS_OK;
+    };
+    EXPECT_EQ(nextLine(&failedPipe.m_stream, 8), "<end>");
+}
+
+TEST(CaptionDate, IsTheCurrentTimeInUSEnglish)
+{
+    const auto today = []
+    {
+        const time_t now = time(nullptr);
+        tm parts;
+        char text[64];
+        strftime(text, sizeof text, "%A, %Y-%m-%d", localtime_r(&now, &parts)); // C locale: English
+        return std::string{text};
+    };
+    CFStringRef format = CFStringCreateWithCString(nullptr, "EEEE, yyyy-MM-dd", kCFStringEncodingASCII);
+    const std::string before = today();
+    char *text = nullptr;
+    ASSERT_EQ(kivCS2ClosedCaptions_createDateStringWithFormat(format, &text), KIVCS2STATUS_OK);
+    EXPECT_TRUE(text == before || text == today()) << text;
+    EXPECT_EQ(kivCS2String_freeCString(text), KIVCS2STATUS_OK);
+    CFRelease(format);
+
+    CFStringRef empty = CFStringCreateWithCString(nullptr, "", kCFStringEncodingASCII);
+    EXPECT_EQ(kivCS2ClosedCaptions_createDateStringWithFormat(empty, &text), KIVCS2STATUS_CAPTION_ERR);
+    EXPECT_EQ(text, nullptr);
+    CFRelease(empty);
+}
+
+TEST(CaptionArguments, AreChecked)
+{
+    MemoryView view{hex("00 00")};
+    KIVCS2Stream *stream = view.stream();
+    static uint8_t byte;
+    static uint8_t bytes[128];
+    static uint8_t *at = bytes;
+    static uint8_t *nowhere = nullptr;
+    static uint16_t pairs[2];
+    static uint32_t size = sizeof bytes;
+    static char text[128];
+    static char *result;
+    CFStringRef format = CFStringCreateWithCString(nullptr, "y", kCFStringEncodingASCII);
+
+#define ROW(name, text, ...)                                                                                 \
+    {                                                                                                        \
+#name, text, KIVCS2STATUS_PARAM_ERR, [=] {                                                           \
+            return name(__VA_ARGS__);                                                                        \
+        }                                                                                                    \
+    }
+    const kiv::test::ArgumentCheck rows[] = {
+        ROW(kivCS2ClosedCaptions_decodeCEA608CCPair, "buffer", 0, 0, nullptr),
+        ROW(kivCS2ClosedCaptions_read8BitWord, "stream", nullptr, &byte, nullptr),
+        ROW(kivCS2ClosedCaptions_read8BitWord, "value", stream, nullptr, nullptr),
+        ROW(kivCS2ClosedCaptions_read10BitParityWord, "stream", nullptr, true, &byte, &byte, nullptr),
+        ROW(kivCS2ClosedCaptions_read10BitParityWord, "value", stream, true, nullptr, &byte, nullptr),
+        ROW(kivCS2ClosedCaptions_read10BitParityWord, "parity", stream, true, &byte, nullptr, nullptr),
+        ROW(kivCS2ClosedCaptions_validate8BitWord, "stream", nullptr, 0, nullptr),
+        ROW(kivCS2ClosedCaptions_validate10BitParityWord, "stream", nullptr, true, 0, 0, nullptr),
+        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream, "stream", nullptr, 9, false,
+            bytes, &size),
+        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream, "buffer", stream, 9, false,
+            nullptr, &size),
+        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream, "bufferSize", stream, 9,
+            false, bytes, nullptr),
+        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream, "stream", nullptr, false,
+            bytes, &size),
+        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream, "buffer", stream, false,
+            nullptr, &size),
+        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream, "bufferSize", stream, false,
+            bytes, nullptr),
+        ROW(kivCS2ClosedCaptions_writeQuickTimeAtom, "buffer", nullptr, 8),
+        ROW(kivCS2ClosedCaptions_writeQuickTimeAtom, "*buffer", &nowhere, 8),
+        ROW(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet, "buffer708", nullptr, 82, false,
+            pairs, &size),
+        ROW(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet, "buffer608", bytes, 82, false,
+            nullptr, &size),
+        ROW(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet, "bufferSize608", bytes, 82,
+            false, pairs, nullptr),
+        ROW(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat, "buffer708", pairs, 4,
+            nullptr, &size, 0, true),
+        ROW(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat, "buffer608", nullptr, 4,
+            bytes, &size, 0, true),
+        ROW(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat, "bufferSize708", pairs, 4,
+            bytes, nullptr, 0, true),
+        ROW(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708Data", nullptr, 60, bytes,
+            &size, 0),
+        ROW(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708", at, 60, nullptr, &size,
+            0),
+        ROW(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet, "bufferSize708", at, 60, bytes,
+            nullptr, 0),
+        ROW(kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumber, "buffer708Data", false, nullptr, 82,
+            0),
+        ROW(kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket, "bufferCDP708", nullptr, 82,
+            false, bytes, &size),
+        ROW(kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket, "bufferSizeCEA708", bytes, 82,
+            false, bytes, nullptr),
+        ROW(kivCS2ClosedCaptions_readLine, "stream", nullptr, text, &size),
+        ROW(kivCS2ClosedCaptions_readLine, "buffer", stream, nullptr, &size),
+        ROW(kivCS2ClosedCaptions_readLine, "size", stream, text, nullptr),
+        ROW(kivCS2ClosedCaptions_createDateStringWithFormat, "format", nullptr, &result),
+        ROW(kivCS2ClosedCaptions_createDateStringWithFormat, "result", format, nullptr),
+    };
+#undef ROW
+    for (const auto &row : rows)
+        kiv::test::expectRefused(row);
+    CFRelease(format);
+}
+} // namespace
