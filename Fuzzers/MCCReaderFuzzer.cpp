@@ -1,0 +1,66 @@
+// Any bytes as an MCC file: header, forward lookups, packets out of captions, rewinding.
+#include "KIVCS2ClosedCaptions.h"
+#include "KIVCS2MemoryStream.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace
+{
+void require(bool condition)
+{
+    if (!condition)
+        std::abort();
+}
+
+// Asks for each pending caption until the file ends or a line is damaged; returns how many there are.
+size_t readAll(KIVCS2ClosedCaptionsMCCStream &mcc)
+{
+    size_t count = 0;
+    KIVCS2Timecode next = mcc.m_caption.m_timecode;
+    KIVCS2ClosedCaption caption;
+    KIVCS2Status status = kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(&mcc, &next, &caption);
+    while (KIVCS2_SUCCEEDED(status))
+    {
+        ++count;
+        require(std::memcmp(&caption, &mcc.m_caption, sizeof caption) == 0);
+        require(caption.m_captionSize <= 259 && caption.m_field <= 1 && caption.m_timecode == next);
+        uint8_t cdp[255 + 8];
+        uint32_t size = sizeof cdp;
+        if (KIVCS2_SUCCEEDED(kivCS2ClosedCaptionsMCCStream_extractSMPTE334CDP708PacketFromCaption(
+                &mcc, &caption, count % 2 != 0, cdp, &size)))
+            require(size <= sizeof cdp);
+        // One frame on: either that frame's caption, or the next one is now pending.
+        next = caption.m_timecode + 1;
+        status = kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(&mcc, &next, &caption);
+        if (status == KIVCS2STATUS_NOT_FOUND_ERR && mcc.m_caption.m_timecode > next)
+        {
+            next = mcc.m_caption.m_timecode;
+            status = kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(&mcc, &next, &caption);
+        }
+    }
+    return count;
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    static const KIVCS2Status rate = kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97);
+    require(rate == KIVCS2STATUS_OK);
+
+    std::vector<uint8_t> bytes{data, data + size};
+    bytes.reserve(1); // a view needs a block, even of no bytes
+    KIVCS2MemoryStream memory;
+    require(kivCS2MemoryStream_initWithBytes(&memory, bytes.data(), size) == KIVCS2STATUS_OK);
+    KIVCS2ClosedCaptionsMCCStream mcc;
+    require(kivCS2ClosedCaptionsMCCStream_init(&mcc, &memory.m_stream, true, true) == KIVCS2STATUS_OK);
+    if (KIVCS2_SUCCEEDED(kivCS2ClosedCaptionsMCCStream_readHeader(&mcc)))
+    {
+        const size_t count = readAll(mcc);
+        require(count != 0 && kivCS2ClosedCaptionsMCCStream_reset(&mcc) == KIVCS2STATUS_OK);
+        require(readAll(mcc) == count);
+    }
+    require(kivCS2ClosedCaptionsMCCStream_free(&mcc) == KIVCS2STATUS_OK && memory.m_buffer == nullptr);
+    return 0;
+}

@@ -1,0 +1,68 @@
+// Any bytes as an SCC file: every pair of every line that decodes is asked for by its frame.
+#include "KIVCS2ClosedCaptions.h"
+#include "KIVCS2MemoryStream.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace
+{
+void require(bool condition)
+{
+    if (!condition)
+        std::abort();
+}
+
+// Asks for every frame of the pending caption, then for the frame behind it, which reads on.
+KIVCS2Status readPending(KIVCS2ClosedCaptionsMCCStream &mcc)
+{
+    const KIVCS2ClosedCaption pending = mcc.m_caption;
+    const auto start = static_cast<uint32_t>(pending.m_timecode);
+    const auto end = static_cast<uint32_t>(pending.m_endTimecode);
+    require(pending.m_captionSize <= 259);
+    KIVCS2ClosedCaption caption;
+    uint32_t frame = start;
+    for (; frame < end; ++frame)
+    {
+        const KIVCS2Timecode request = frame;
+        require(kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(&mcc, &request, &caption) ==
+                KIVCS2STATUS_OK);
+        const uint32_t offset = 2 * (frame - start);
+        require(offset + 2 <= pending.m_captionSize && caption.m_captionSize == 2);
+        require(std::memcmp(caption.m_captionData, pending.m_captionData + offset, 2) == 0);
+        require(std::memcmp(&mcc.m_caption, &pending, sizeof pending) == 0);
+    }
+    const KIVCS2Timecode behind = frame == start ? frame + 1 : frame;
+    const KIVCS2Status status = kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(&mcc, &behind, &caption);
+    return (mcc.m_caption.m_flags & KIVCS2ClosedCaptionFlag_Valid) != 0 ? status : KIVCS2STATUS_CAPTION_ERR;
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    static const KIVCS2Status rate = kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97);
+    require(rate == KIVCS2STATUS_OK);
+
+    std::vector<uint8_t> bytes{data, data + size};
+    bytes.reserve(1); // a view needs a block, even of no bytes
+    KIVCS2MemoryStream memory;
+    require(kivCS2MemoryStream_initWithBytes(&memory, bytes.data(), size) == KIVCS2STATUS_OK);
+    KIVCS2ClosedCaptionsMCCStream mcc;
+    require(kivCS2ClosedCaptionsSCCStream_init(&mcc, &memory.m_stream, true, true) == KIVCS2STATUS_OK);
+    if (KIVCS2_SUCCEEDED(kivCS2ClosedCaptionsSCCStream_readHeader(&mcc)))
+    {
+        KIVCS2Status status = KIVCS2STATUS_OK;
+        while (status == KIVCS2STATUS_OK || status == KIVCS2STATUS_NOT_FOUND_ERR)
+        {
+            const int64_t before = memory.m_position;
+            status = readPending(mcc);
+            if (memory.m_position == before)
+                break;
+        }
+        require(kivCS2ClosedCaptionsSCCStream_reset(&mcc) == KIVCS2STATUS_OK);
+        require(mcc.m_caption.m_flags == KIVCS2ClosedCaptionFlag_Valid);
+    }
+    require(kivCS2ClosedCaptionsMCCStream_free(&mcc) == KIVCS2STATUS_OK && memory.m_buffer == nullptr);
+    return 0;
+}
