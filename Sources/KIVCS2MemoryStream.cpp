@@ -28,7 +28,7 @@ constexpr uint64_t kLargestSize = std::numeric_limits<uint32_t>::max();
     if (size <= room)
         return KIVCS2STATUS_OK;
     // A view has no step to grow by, and the block is not ours to move.
-    if (stream->m_growSize == 0)
+    if (stream->m_growSize == 0 || size > kLargestSize)
         return KIVCS2STATUS_MEMORY_ERR;
 
     // Always one step more than the shortfall needs.

@@ -250,7 +250,7 @@ KIVCS2Status kivCS2Stream_readBits(KIVCS2Stream *stream, uint32_t count, uint8_t
     for (; count > 0; --count)
     {
         const unsigned bit = (stream->m_bitByte & stream->m_bitMask) != 0 ? 1u : 0u;
-        *value = static_cast<uint8_t>((*value << 1) | bit);
+        *value = static_cast<uint8_t>((unsigned{*value} << 1) | bit);
         KIV_TRY(advanceBit(stream));
     }
     return KIVCS2STATUS_OK;

@@ -1,0 +1,267 @@
+// File streams: counts that are all or nothing, positions, whole contents, and files that are none.
+#include <KIVCoreServices2/KIVCS2FileStream.h>
+
+#include "ArgumentCheck.h"
+#include "TemporaryFolder.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstddef>
+#include <string>
+
+static_assert(offsetof(KIVCS2FileStream, m_stream) == 0);
+static_assert(offsetof(KIVCS2FileStream, m_file) == 80);
+static_assert(sizeof(KIVCS2FileStream) == 88);
+
+namespace
+{
+using kiv::test::TemporaryFolder;
+
+struct OpenFile : KIVCS2FileStream
+{
+    OpenFile(const std::string &path, const char *mode)
+    {
+        EXPECT_EQ(kivCS2FileStream_init(this, path.c_str(), mode), KIVCS2STATUS_OK);
+    }
+    OpenFile(const OpenFile &) = delete;
+    OpenFile &operator=(const OpenFile &) = delete;
+    ~OpenFile()
+    {
+        kivCS2FileStream_free(get());
+    }
+    KIVCS2Stream *get()
+    {
+        return &m_stream;
+    }
+};
+
+TEST(FileStream, RefusesWhatIsMissing)
+{
+    const TemporaryFolder folder;
+    OpenFile file{folder.write("a", "0123"), "r"};
+    KIVCS2FileStream closed;
+    kivCS2FileStream_setup(&closed);
+    KIVCS2Stream *none = &closed.m_stream;
+    char byte = 0;
+    uint64_t size = 0;
+    uint8_t *block = nullptr;
+    const auto param = KIVCS2STATUS_PARAM_ERR;
+    for (const kiv::test::ArgumentCheck &check :
+         std::initializer_list<kiv::test::ArgumentCheck>{
+             {"kivCS2FileStream_init", "(stream) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_init(nullptr, "a", "r");
+              }},
+             {"kivCS2FileStream_init", "(filename) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_init(&closed, nullptr, "r");
+              }},
+             {"kivCS2FileStream_init", "(accessMode) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_init(&closed, "a", nullptr);
+              }},
+             {"kivCS2FileStream_writeBytes", "(stream->m_file) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_writeBytes(none, &byte, 1, nullptr);
+              }},
+             {"kivCS2FileStream_writeBytes", "(buffer) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_writeBytes(file.get(), nullptr, 1, nullptr);
+              }},
+             {"kivCS2FileStream_readBytes", "(stream->m_file) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_readBytes(none, &byte, 1, nullptr);
+              }},
+             {"kivCS2FileStream_readBytes", "(buffer) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_readBytes(file.get(), nullptr, 1, nullptr);
+              }},
+             {"kivCS2FileStream_getSize", "(size) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_getSize(file.get(), nullptr);
+              }},
+             {"kivCS2FileStream_isEndOfStream", "(eos) != NULL", param,
+              [&]
+              {
+                  return kivCS2Stream_isEndOfStream(file.get(), nullptr);
+              }},
+             {"kivCS2FileStream_getBytes", "(buffer) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_getBytes(file.get(), nullptr, &size);
+              }},
+             {"kivCS2FileStream_getBytes", "(size) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_getBytes(file.get(), &block, nullptr);
+              }},
+             {"kivCS2FileStream_close", "(stream) != NULL", param,
+              [&]
+              {
+                  return kivCS2FileStream_close(nullptr);
+              }},
+         })
+        kiv::test::expectRefused(check);
+}
+
+TEST(FileStream, WhatCannotBeOpenedLeavesARecordThatCanBeClosed)
+{
+    const TemporaryFolder folder;
+    KIVCS2FileStream file;
+    EXPECT_EQ(kivCS2FileStream_init(&file, folder.path("missing").c_str(), "r"), KIVCS2STATUS_OPEN_ERR);
+    EXPECT_EQ(kivCS2FileStream_init(&file, folder.path("a").c_str(), "?"), KIVCS2STATUS_OPEN_ERR);
+    EXPECT_EQ(kivCS2FileStream_close(&file.m_stream), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2FileStream_close(&file.m_stream), KIVCS2STATUS_OK);
+    EXPECT_EQ(file.m_stream.m_close, nullptr);
+}
+
+TEST(FileStream, ReportsTheWholeRequestOrNothing)
+{
+    const TemporaryFolder folder;
+    OpenFile file{folder.write("a", "0123456789"), "r"};
+    char bytes[16] = {};
+    uint64_t count = 99;
+    EXPECT_EQ(kivCS2Stream_readBytes(file.get(), bytes, 6, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(count, 6u);
+    EXPECT_EQ(kivCS2Stream_readBytes(file.get(), bytes, 10, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(count, 0u);
+    // A file opened for reading alone takes nothing, and says so in the count.
+    EXPECT_EQ(kivCS2Stream_writeBytes(file.get(), "ab", 2, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(kivCS2Stream_free(file.get()), KIVCS2STATUS_PARAM_ERR);
+}
+
+TEST(FileStream, PositionsFollowTheStandardOrigins)
+{
+    struct Row
+    {
+        int64_t offset;
+        KIVCS2StreamPosition mode;
+        KIVCS2Status status;
+        int64_t position;
+        uint32_t atEnd;
+    };
+    const TemporaryFolder folder;
+    OpenFile file{folder.write("a", "0123456789"), "r"};
+    for (const Row &row : std::initializer_list<Row>{
+             {4, KIVCS2StreamPosition_Start, KIVCS2STATUS_OK, 4, 0},
+             {3, KIVCS2StreamPosition_Current, KIVCS2STATUS_OK, 7, 0},
+             {-8, KIVCS2StreamPosition_Current, KIVCS2STATUS_READ_ERR, 7, 0},
+             {0, KIVCS2StreamPosition_End, KIVCS2STATUS_OK, 10, 1},
+             {3, KIVCS2StreamPosition_End, KIVCS2STATUS_OK, 13, 0}, // added to the end
+             {-1, KIVCS2StreamPosition_End, KIVCS2STATUS_OK, 9, 0},
+             {-1, KIVCS2StreamPosition_Start, KIVCS2STATUS_READ_ERR, 9, 0},
+         })
+    {
+        int64_t position = -1;
+        EXPECT_EQ(kivCS2Stream_setPosition(file.get(), row.offset, row.mode, &position), row.status);
+        EXPECT_EQ(position, row.status == KIVCS2STATUS_OK ? row.position : -1);
+        uint64_t size = 0;
+        EXPECT_EQ(kivCS2Stream_getSize(file.get(), &size), KIVCS2STATUS_OK);
+        EXPECT_EQ(size, 10u);
+        EXPECT_EQ(ftell(file.m_file), row.position); // measuring put it back
+        uint32_t eos = 9;
+        EXPECT_EQ(kivCS2Stream_isEndOfStream(file.get(), &eos), KIVCS2STATUS_OK);
+        EXPECT_EQ(eos, row.atEnd) << row.position;
+    }
+    EXPECT_EQ(kivCS2FileStream_setPosition(file.get(), 0, 3, nullptr), KIVCS2STATUS_PARAM_ERR);
+}
+
+TEST(FileStream, HandsOutTheWholeFileFromAnyPosition)
+{
+    const TemporaryFolder folder;
+    std::string content(100'000, '\0');
+    for (size_t index = 0; index < content.size(); ++index)
+        content[index] = static_cast<char>(index * 7);
+    OpenFile file{folder.write("a", content), "r+"};
+    kivCS2Stream_setPosition(file.get(), 500, KIVCS2StreamPosition_Start, nullptr);
+    uint8_t *block = nullptr;
+    uint64_t size = 0;
+    ASSERT_EQ(kivCS2Stream_getBytes(file.get(), &block, &size), KIVCS2STATUS_OK);
+    ASSERT_EQ(size, content.size());
+    EXPECT_TRUE(std::string(reinterpret_cast<char *>(block), size) == content);
+    EXPECT_EQ(ftell(file.m_file), 100'000);
+    EXPECT_EQ(kivCS2Stream_freeBytes(file.get(), block), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2FileStream_freeBytes(file.get(), nullptr), KIVCS2STATUS_OK);
+
+    OpenFile empty{folder.write("empty", ""), "r"};
+    EXPECT_EQ(kivCS2Stream_getBytes(empty.get(), &block, &size), KIVCS2STATUS_OK);
+    EXPECT_NE(block, nullptr);
+    EXPECT_EQ(size, 0u);
+    kivCS2Stream_freeBytes(empty.get(), block);
+}
+
+TEST(FileStream, AShortReadIsASuccessWithoutABlock)
+{
+    const TemporaryFolder folder;
+    OpenFile file{folder.path("a"), "w"}; // has a size and cannot be read
+    kivCS2Stream_writeBytes(file.get(), "0123", 4, nullptr);
+    uint8_t *block = reinterpret_cast<uint8_t *>(&file);
+    uint64_t size = 0;
+    EXPECT_EQ(kivCS2Stream_getBytes(file.get(), &block, &size), KIVCS2STATUS_OK);
+    EXPECT_EQ(block, nullptr);
+    EXPECT_EQ(size, 4u);
+}
+
+TEST(FileStream, ADirectoryAndAVastFileAreRefusedNotRead)
+{
+    const TemporaryFolder folder;
+    OpenFile directory{folder.path(""), "r"};
+    uint64_t size = 0;
+    uint8_t *block = nullptr;
+    char byte = 0;
+    uint64_t count = 9;
+    EXPECT_EQ(kivCS2Stream_getSize(directory.get(), &size), KIVCS2STATUS_OK);
+    if (size == LONG_MAX) // the answer of the kernel's common file systems
+    {
+        EXPECT_EQ(kivCS2Stream_getBytes(directory.get(), &block, &size), KIVCS2STATUS_MEMORY_ERR);
+    }
+    EXPECT_EQ(block, nullptr);
+    EXPECT_EQ(kivCS2Stream_readBytes(directory.get(), &byte, 1, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(count, 0u);
+
+    OpenFile sparse{folder.path("sparse"), "w+"};
+    if (ftruncate(fileno(sparse.m_file), 1ll << 43) == 0) // 8 TiB, none of it on the disk
+    {
+        EXPECT_EQ(kivCS2Stream_getBytes(sparse.get(), &block, &size), KIVCS2STATUS_MEMORY_ERR);
+    }
+    EXPECT_EQ(block, nullptr);
+}
+
+TEST(FileStream, AFifoHasNoPositions)
+{
+    const TemporaryFolder folder;
+    ASSERT_EQ(mkfifo(folder.path("fifo").c_str(), 0600), 0);
+    OpenFile fifo{folder.path("fifo"), "r+"};
+    uint64_t size = 0;
+    uint32_t eos = 0;
+    uint8_t *block = nullptr;
+    EXPECT_EQ(kivCS2Stream_getSize(fifo.get(), &size), KIVCS2STATUS_READ_ERR);
+    EXPECT_EQ(kivCS2Stream_setPosition(fifo.get(), 0, 0, nullptr), KIVCS2STATUS_READ_ERR);
+    EXPECT_EQ(kivCS2Stream_isEndOfStream(fifo.get(), &eos), KIVCS2STATUS_READ_ERR);
+    EXPECT_EQ(kivCS2Stream_getBytes(fifo.get(), &block, &size), KIVCS2STATUS_READ_ERR);
+}
+
+TEST(FileStream, BytesLostAtTheCloseAreReported)
+{
+    if (access("/dev/full", W_OK) != 0)
+        GTEST_SKIP() << "no /dev/full here";
+    KIVCS2FileStream file;
+    ASSERT_EQ(kivCS2FileStream_init(&file, "/dev/full", "w"), KIVCS2STATUS_OK);
+    uint64_t count = 0;
+    kivCS2Stream_writeBytes(&file.m_stream, "abc", 3, &count);
+    EXPECT_EQ(count, 3u); // still in the buffer
+    EXPECT_EQ(kivCS2FileStream_close(&file.m_stream), KIVCS2STATUS_WRITE_ERR);
+    EXPECT_EQ(file.m_file, nullptr);
+}
+} // namespace

@@ -1,0 +1,220 @@
+// Named-pipe streams over FIFOs in a temporary folder.
+#include <KIVCoreServices2/KIVCS2NamedPipeStream.h>
+
+#include "ArgumentCheck.h"
+#include "TemporaryFolder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstddef>
+#include <string>
+#include <thread>
+
+static_assert(offsetof(KIVCS2NamedPipeStream, m_stream) == 0);
+static_assert(offsetof(KIVCS2NamedPipeStream, m_path) == 80);
+static_assert(offsetof(KIVCS2NamedPipeStream, m_fileDescriptor) == 88);
+static_assert(offsetof(KIVCS2NamedPipeStream, m_flags) == 92);
+static_assert(sizeof(KIVCS2NamedPipeStream) == 96);
+static_assert(KIVCS2NamedPipeFlag_Read == 0x02 && KIVCS2NamedPipeFlag_Write == 0x04 &&
+              KIVCS2NamedPipeFlag_NonBlocking == 0x08 && KIVCS2NamedPipeFlag_Create == 0x10 &&
+              KIVCS2NamedPipeFlag_Unlink == 0x20);
+
+namespace
+{
+using kiv::test::TemporaryFolder;
+
+constexpr uint32_t kRead = KIVCS2NamedPipeFlag_Read;
+constexpr uint32_t kWrite = KIVCS2NamedPipeFlag_Write;
+constexpr uint32_t kNow = KIVCS2NamedPipeFlag_NonBlocking;
+constexpr uint32_t kCreate = KIVCS2NamedPipeFlag_Create;
+constexpr uint32_t kUnlink = KIVCS2NamedPipeFlag_Unlink;
+
+bool exists(const std::string &path)
+{
+    return access(path.c_str(), F_OK) == 0;
+}
+
+TEST(NamedPipeStream, RefusesWhatIsMissing)
+{
+    KIVCS2NamedPipeStream closed;
+    kivCS2NamedPipeStream_setup(&closed);
+    KIVCS2NamedPipeStream open;
+    kivCS2NamedPipeStream_setup(&open);
+    open.m_fileDescriptor = 1;
+    char byte = 0;
+    const auto param = KIVCS2STATUS_PARAM_ERR;
+    for (const kiv::test::ArgumentCheck &check :
+         std::initializer_list<kiv::test::ArgumentCheck>{
+             {"kivCS2NamedPipeStream_init", "(stream) != NULL", param,
+              [&]
+              {
+                  return kivCS2NamedPipeStream_init(nullptr, "a", 0);
+              }},
+             {"kivCS2NamedPipeStream_init", "(filename) != NULL", param,
+              [&]
+              {
+                  return kivCS2NamedPipeStream_init(&closed, nullptr, 0);
+              }},
+             {"kivCS2NamedPipeStream_writeBytes", "(stream->m_fileDescriptor >= 0)", param,
+              [&]
+              {
+                  return kivCS2Stream_writeBytes(&closed.m_stream, &byte, 1, nullptr);
+              }},
+             {"kivCS2NamedPipeStream_writeBytes", "(buffer) != NULL", param,
+              [&]
+              {
+                  return kivCS2NamedPipeStream_writeBytes(&open.m_stream, nullptr, 1, nullptr);
+              }},
+             {"kivCS2NamedPipeStream_readBytes", "(stream->m_fileDescriptor >= 0)", param,
+              [&]
+              {
+                  return kivCS2Stream_readBytes(&closed.m_stream, &byte, 1, nullptr);
+              }},
+             {"kivCS2NamedPipeStream_readBytes", "(buffer) != NULL", param,
+              [&]
+              {
+                  return kivCS2NamedPipeStream_readBytes(&open.m_stream, nullptr, 1, nullptr);
+              }},
+             {"kivCS2NamedPipeStream_close", "(stream) != NULL", param,
+              [&]
+              {
+                  return kivCS2NamedPipeStream_close(nullptr);
+              }},
+         })
+        kiv::test::expectRefused(check);
+}
+
+TEST(NamedPipeStream, OpensAndRefusesByItsFlags)
+{
+    struct Row
+    {
+        const char *name;
+        uint32_t flags;
+        KIVCS2Status status;
+        bool existsAfter;
+    };
+    for (const Row &row : std::initializer_list<Row>{
+             {"missing", kRead, KIVCS2STATUS_DATA_ERR, false},
+             {"missing", kWrite | kNow, KIVCS2STATUS_DATA_ERR, false},
+             {"missing", 0, KIVCS2STATUS_DATA_ERR, false},
+             {"missing", 0x01 | 0x40, KIVCS2STATUS_DATA_ERR, false}, // bits without a meaning
+             {"missing", kRead | kNow | kCreate, KIVCS2STATUS_OK, true},
+             {"missing", kRead | kNow | kCreate | kUnlink, KIVCS2STATUS_OK, false},
+             {"missing", kWrite | kNow | kCreate, KIVCS2STATUS_OPEN_ERR, true}, // no reader
+             {"none/fifo", kRead | kNow | kCreate, KIVCS2STATUS_FIFO_ERR, false},
+             {"fifo", kRead | kNow, KIVCS2STATUS_OK, true},
+             {"fifo", kNow, KIVCS2STATUS_OK, true},                  // neither: reads
+             {"fifo", kRead | kWrite | kNow, KIVCS2STATUS_OK, true}, // both: reads, so no reader is needed
+             {"fifo", kWrite | kNow, KIVCS2STATUS_OPEN_ERR, true},
+             {"fifo", kWrite | kNow | kUnlink, KIVCS2STATUS_OPEN_ERR, true}, // removed only what was opened
+         })
+    {
+        SCOPED_TRACE(std::string{row.name} + ' ' + std::to_string(row.flags));
+        const TemporaryFolder folder;
+        ASSERT_EQ(mkfifo(folder.path("fifo").c_str(), 0600), 0);
+        const std::string path = folder.path(row.name);
+        KIVCS2NamedPipeStream pipe;
+        EXPECT_EQ(kivCS2NamedPipeStream_init(&pipe, path.c_str(), row.flags), row.status);
+        EXPECT_EQ(pipe.m_flags, row.flags);
+        const bool opened = row.status == KIVCS2STATUS_OK;
+        EXPECT_EQ(pipe.m_fileDescriptor >= 0, opened);
+        if (opened)
+        {
+            EXPECT_EQ(pipe.m_path, path);
+            struct stat info
+            {
+            };
+            EXPECT_EQ(fstat(pipe.m_fileDescriptor, &info), 0);
+            EXPECT_EQ(info.st_mode, S_IFIFO | 0600u);
+        }
+        // After a failure there is no path to release; nothing stops here and nothing is held.
+        EXPECT_EQ(kivCS2NamedPipeStream_close(&pipe.m_stream),
+                  opened ? KIVCS2STATUS_OK : KIVCS2STATUS_PARAM_ERR);
+        EXPECT_EQ(exists(path), row.existsAfter);
+    }
+}
+
+TEST(NamedPipeStream, PassesBytesBetweenTwoEnds)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder.path("fifo");
+    KIVCS2NamedPipeStream writer;
+    std::thread opening{
+        [&] // waits for the reader
+        {
+            EXPECT_EQ(kivCS2NamedPipeStream_init(&writer, path.c_str(), kWrite | kCreate), KIVCS2STATUS_OK);
+            EXPECT_EQ(kivCS2Stream_writeBytes(&writer.m_stream, "hello", 5, nullptr), KIVCS2STATUS_OK);
+            EXPECT_EQ(kivCS2NamedPipeStream_free(&writer.m_stream), KIVCS2STATUS_OK);
+        }};
+    KIVCS2NamedPipeStream reader;
+    ASSERT_EQ(kivCS2NamedPipeStream_init(&reader, path.c_str(), kRead | kCreate | kUnlink), KIVCS2STATUS_OK);
+    std::string text;
+    char bytes[3];
+    for (uint64_t count = 1; count > 0; text.append(bytes, count))
+        ASSERT_EQ(kivCS2Stream_readBytes(&reader.m_stream, bytes, sizeof bytes, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(text, "hello");
+    opening.join();
+    EXPECT_EQ(kivCS2Stream_free(&reader.m_stream), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_FALSE(exists(path));
+}
+
+TEST(NamedPipeStream, TransfersThatWouldWaitOrHaveNoReaderFail)
+{
+    static volatile sig_atomic_t raised;
+    raised = 0;
+    const auto before = std::signal(SIGPIPE, [](int) { raised = 1; });
+    const TemporaryFolder folder;
+    const std::string path = folder.path("fifo");
+    KIVCS2NamedPipeStream reader;
+    KIVCS2NamedPipeStream writer;
+    ASSERT_EQ(kivCS2NamedPipeStream_init(&reader, path.c_str(), kRead | kNow | kCreate), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2NamedPipeStream_init(&writer, path.c_str(), kWrite | kNow), KIVCS2STATUS_OK);
+    char byte = 0;
+    uint64_t count = 99;
+    EXPECT_EQ(kivCS2Stream_readBytes(&reader.m_stream, &byte, 1, &count), KIVCS2STATUS_READ_ERR);
+    EXPECT_EQ(count, 0u);
+
+    const std::string large(1 << 20, 'x');
+    EXPECT_EQ(kivCS2Stream_writeBytes(&writer.m_stream, large.data(), large.size(), &count), KIVCS2STATUS_OK);
+    EXPECT_LT(count, large.size());
+    count = 99;
+    EXPECT_EQ(kivCS2Stream_writeBytes(&writer.m_stream, "a", 1, &count), KIVCS2STATUS_WRITE_ERR);
+    EXPECT_EQ(count, 99u);
+    EXPECT_EQ(kivCS2NamedPipeStream_free(&reader.m_stream), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Stream_writeBytes(&writer.m_stream, "a", 1, &count), KIVCS2STATUS_WRITE_ERR);
+    EXPECT_EQ(raised, 0);
+    EXPECT_EQ(kivCS2NamedPipeStream_free(&writer.m_stream), KIVCS2STATUS_OK);
+    std::signal(SIGPIPE, before);
+}
+
+TEST(NamedPipeStream, WhatAFifoCannotDoIsUnsupported)
+{
+    KIVCS2NamedPipeStream pipe;
+    ASSERT_EQ(kivCS2NamedPipeStream_setup(&pipe), KIVCS2STATUS_OK);
+    uint64_t size = 0;
+    uint8_t byte = 0;
+    uint8_t *block = &byte;
+    const auto unsupported = KIVCS2STATUS_UNSUPPORTED_ERR;
+    EXPECT_EQ(kivCS2Stream_getSize(&pipe.m_stream, &size), unsupported);
+    EXPECT_EQ(kivCS2Stream_setPosition(&pipe.m_stream, 0, 0, nullptr), unsupported);
+    EXPECT_EQ(kivCS2Stream_isEndOfStream(&pipe.m_stream, nullptr), unsupported);
+    EXPECT_EQ(kivCS2Stream_getBytes(&pipe.m_stream, &block, &size), unsupported);
+    EXPECT_EQ(kivCS2Stream_freeBytes(&pipe.m_stream, block), unsupported);
+}
+
+TEST(NamedPipeStream, ASecondCloseDoesNotTouchDescriptorZero)
+{
+    const TemporaryFolder folder;
+    KIVCS2NamedPipeStream pipe;
+    ASSERT_EQ(kivCS2NamedPipeStream_init(&pipe, folder.path("fifo").c_str(), kRead | kNow | kCreate),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2NamedPipeStream_close(&pipe.m_stream), KIVCS2STATUS_OK);
+    EXPECT_EQ(pipe.m_fileDescriptor, 0); // the cleared record
+    const bool hadInput = fcntl(0, F_GETFD) >= 0;
+    EXPECT_EQ(kivCS2NamedPipeStream_close(&pipe.m_stream), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(fcntl(0, F_GETFD) >= 0, hadInput);
+}
+} // namespace

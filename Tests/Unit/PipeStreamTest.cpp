@@ -1,0 +1,230 @@
+// Pipe streams over real pipes.
+#include <KIVCoreServices2/KIVCS2PipeStream.h>
+
+#include "ArgumentCheck.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+static_assert(offsetof(KIVCS2PipeStream, m_stream) == 0);
+static_assert(offsetof(KIVCS2PipeStream, m_readPipe) == 80);
+static_assert(offsetof(KIVCS2PipeStream, m_writePipe) == 84);
+static_assert(sizeof(KIVCS2PipeStream) == 88);
+
+namespace
+{
+bool isOpen(int descriptor)
+{
+    return fcntl(descriptor, F_GETFD) >= 0;
+}
+
+TEST(PipeStream, RefusesWhatIsMissing)
+{
+    KIVCS2PipeStream closed;
+    kivCS2PipeStream_setup(&closed);
+    KIVCS2PipeStream open;
+    ASSERT_EQ(kivCS2PipeStream_init(&open), KIVCS2STATUS_OK);
+    char byte = 0;
+    const auto param = KIVCS2STATUS_PARAM_ERR;
+    for (const kiv::test::ArgumentCheck &check :
+         std::initializer_list<kiv::test::ArgumentCheck>{
+             {"kivCS2PipeStream_setup", "stream", param,
+              [&]
+              {
+                  return kivCS2PipeStream_init(nullptr);
+              }},
+             {"kivCS2PipeStream_initWithPipes", "stream", param,
+              [&]
+              {
+                  return kivCS2PipeStream_initWithPipes(nullptr, 5, 6);
+              }},
+             {"kivCS2PipeStream_initWithPipes", "readPipe > 0", param,
+              [&]
+              {
+                  return kivCS2PipeStream_initWithPipes(&closed, 0, 6);
+              }},
+             {"kivCS2PipeStream_initWithPipes", "writePipe > 0", param,
+              [&]
+              {
+                  return kivCS2PipeStream_initWithPipes(&closed, 5, 0);
+              }},
+             {"kivCS2PipeStream_writeBytes", "stream->m_writePipe > 0", param,
+              [&]
+              {
+                  return kivCS2Stream_writeBytes(&closed.m_stream, &byte, 1, nullptr);
+              }},
+             {"kivCS2PipeStream_writeBytes", "buffer", param,
+              [&]
+              {
+                  return kivCS2PipeStream_writeBytes(&open.m_stream, nullptr, 1, nullptr);
+              }},
+             {"kivCS2PipeStream_readBytes", "stream->m_readPipe > 0", param,
+              [&]
+              {
+                  return kivCS2Stream_readBytes(&closed.m_stream, &byte, 1, nullptr);
+              }},
+             {"kivCS2PipeStream_readBytes", "buffer", param,
+              [&]
+              {
+                  return kivCS2PipeStream_readBytes(&open.m_stream, nullptr, 1, nullptr);
+              }},
+             {"kivCS2PipeStream_isEndOfStream", "eos", param,
+              [&]
+              {
+                  return kivCS2Stream_isEndOfStream(&open.m_stream, nullptr);
+              }},
+             {"kivCS2PipeStream_close", "stream", param,
+              [&]
+              {
+                  return kivCS2PipeStream_close(nullptr);
+              }},
+         })
+        kiv::test::expectRefused(check);
+    kivCS2PipeStream_free(&open.m_stream);
+}
+
+TEST(PipeStream, PassesBytesAndReportsTheSystemsCounts)
+{
+    KIVCS2PipeStream pipe;
+    ASSERT_EQ(kivCS2PipeStream_init(&pipe), KIVCS2STATUS_OK);
+    KIVCS2Stream *stream = &pipe.m_stream;
+    uint64_t count = 0;
+    char bytes[8] = {};
+    EXPECT_EQ(kivCS2Stream_writeBytes(stream, "hello", 5, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(count, 5u);
+    EXPECT_EQ(kivCS2Stream_readBytes(stream, bytes, 8, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(std::string(bytes, count), "hello");
+
+    // A full pipe that does not wait takes a part, then fails.
+    ASSERT_EQ(fcntl(pipe.m_writePipe, F_SETFL, O_NONBLOCK), 0);
+    ASSERT_EQ(fcntl(pipe.m_readPipe, F_SETFL, O_NONBLOCK), 0);
+    const std::vector<char> large(1 << 20, 'x');
+    EXPECT_EQ(kivCS2Stream_writeBytes(stream, large.data(), large.size(), &count), KIVCS2STATUS_OK);
+    EXPECT_GT(count, 0u);
+    EXPECT_LT(count, large.size());
+    uint64_t kept = 99;
+    EXPECT_EQ(kivCS2Stream_writeBytes(stream, "a", 1, &kept), KIVCS2STATUS_PIPE_ERR);
+    EXPECT_EQ(kept, 99u);
+
+    // The end of file is a count of 0.
+    close(pipe.m_writePipe);
+    pipe.m_writePipe = 0;
+    std::vector<char> all(2 << 20);
+    uint64_t total = 0;
+    do
+    {
+        ASSERT_EQ(kivCS2Stream_readBytes(stream, all.data(), all.size(), &kept), KIVCS2STATUS_OK);
+        total += kept;
+    } while (kept > 0);
+    EXPECT_EQ(total, count);
+    EXPECT_EQ(kivCS2PipeStream_free(stream), KIVCS2STATUS_OK);
+}
+
+TEST(PipeStream, AFailedReadIsASuccessWithACountOfAllOnes)
+{
+    KIVCS2PipeStream pipe;
+    ASSERT_EQ(kivCS2PipeStream_init(&pipe), KIVCS2STATUS_OK);
+    ASSERT_EQ(fcntl(pipe.m_readPipe, F_SETFL, O_NONBLOCK), 0);
+    char byte = 0;
+    uint64_t count = 0;
+    EXPECT_EQ(kivCS2Stream_readBytes(&pipe.m_stream, &byte, 1, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(count, UINT64_MAX);
+    EXPECT_EQ(kivCS2Stream_readBytes(&pipe.m_stream, &byte, 1, nullptr), KIVCS2STATUS_OK);
+    kivCS2PipeStream_free(&pipe.m_stream);
+}
+
+TEST(PipeStream, AReaderThatIsGoneFailsTheWriteAndRaisesNoSignal)
+{
+    static volatile sig_atomic_t raised;
+    raised = 0;
+    const auto before = std::signal(SIGPIPE, [](int) { raised = 1; });
+    KIVCS2PipeStream pipe;
+    ASSERT_EQ(kivCS2PipeStream_init(&pipe), KIVCS2STATUS_OK);
+    close(pipe.m_readPipe);
+    pipe.m_readPipe = 0;
+    EXPECT_EQ(kivCS2Stream_writeBytes(&pipe.m_stream, "a", 1, nullptr), KIVCS2STATUS_PIPE_ERR);
+    EXPECT_EQ(raised, 0);
+    kivCS2PipeStream_free(&pipe.m_stream);
+    std::signal(SIGPIPE, before);
+}
+
+TEST(PipeStream, WhatAPipeCannotDoIsAPipeFailure)
+{
+    KIVCS2PipeStream pipe;
+    ASSERT_EQ(kivCS2PipeStream_init(&pipe), KIVCS2STATUS_OK);
+    KIVCS2Stream *stream = &pipe.m_stream;
+    uint64_t size = 5;
+    uint8_t *block = reinterpret_cast<uint8_t *>(&size);
+    uint32_t eos = 5;
+    EXPECT_EQ(kivCS2Stream_getSize(stream, &size), KIVCS2STATUS_PIPE_ERR);
+    EXPECT_EQ(kivCS2Stream_setPosition(stream, 0, 0, nullptr), KIVCS2STATUS_PIPE_ERR);
+    EXPECT_EQ(kivCS2Stream_getBytes(stream, &block, &size), KIVCS2STATUS_PIPE_ERR);
+    EXPECT_EQ(kivCS2Stream_freeBytes(stream, block), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Stream_isEndOfStream(stream, &eos), KIVCS2STATUS_OK);
+    EXPECT_EQ(eos, 0u);
+    EXPECT_EQ(size, 5u);
+    kivCS2PipeStream_free(stream);
+}
+
+TEST(PipeStream, OwnsItsDescriptorsUntilTheClose)
+{
+    int pipes[2];
+    ASSERT_EQ(pipe(pipes), 0);
+    KIVCS2PipeStream stream;
+    ASSERT_EQ(kivCS2PipeStream_initWithPipes(&stream, pipes[0], pipes[1]), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Stream_free(&stream.m_stream), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_FALSE(isOpen(pipes[0]));
+    EXPECT_FALSE(isOpen(pipes[1]));
+    EXPECT_EQ(stream.m_readPipe, 0);
+    // A cleared record holds descriptors of 0, which belong to nobody here.
+    const bool hadInput = isOpen(0);
+    EXPECT_EQ(kivCS2PipeStream_close(&stream.m_stream), KIVCS2STATUS_OK);
+    EXPECT_EQ(isOpen(0), hadInput);
+}
+
+TEST(PipeStream, NoDescriptorsLeftIsAPipeFailure)
+{
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    KIVCS2PipeStream stream;
+    const KIVCS2Status status = kivCS2PipeStream_init(&stream);
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(status, KIVCS2STATUS_PIPE_ERR);
+    EXPECT_EQ(kivCS2PipeStream_close(&stream.m_stream), KIVCS2STATUS_OK);
+}
+
+// Without a standard input the system hands out descriptor 0, which marks a closed end here.
+TEST(PipeStream, DescriptorZeroIsRefusedAndNothingStaysOpen)
+{
+    const auto init = []
+    {
+        const int input = dup(0);
+        close(0);
+        const int free = dup(1); // takes 0
+        close(free);
+        const int next = dup(1);
+        close(next);
+        KIVCS2PipeStream stream;
+        const KIVCS2Status status = kivCS2PipeStream_init(&stream);
+        EXPECT_EQ(free, 0);
+        EXPECT_FALSE(isOpen(0));
+        EXPECT_FALSE(isOpen(next));
+        if (input >= 0)
+        {
+            dup2(input, 0);
+            close(input);
+        }
+        return status;
+    };
+    kiv::test::expectRefused(
+        {"kivCS2PipeStream_initWithPipes", "readPipe > 0", KIVCS2STATUS_PARAM_ERR, init});
+}
+} // namespace

@@ -1,0 +1,513 @@
+// The generic operations over kinds that a host makes: dispatch, length-prefixed strings, bits.
+#include <KIVCoreServices2/KIVCS2MemoryStream.h>
+#include <KIVCoreServices2/KIVCS2Stream.h>
+
+#include "ArgumentCheck.h"
+
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <deque>
+#include <string>
+#include <vector>
+
+using namespace std::string_literals;
+
+static_assert(offsetof(KIVCS2Stream, m_writeBytes) == 0);
+static_assert(offsetof(KIVCS2Stream, m_readBytes) == 8);
+static_assert(offsetof(KIVCS2Stream, m_getSize) == 16);
+static_assert(offsetof(KIVCS2Stream, m_setPosition) == 24);
+static_assert(offsetof(KIVCS2Stream, m_isEndOfStream) == 32);
+static_assert(offsetof(KIVCS2Stream, m_getBytes) == 40);
+static_assert(offsetof(KIVCS2Stream, m_freeBytes) == 48);
+static_assert(offsetof(KIVCS2Stream, m_close) == 56);
+static_assert(offsetof(KIVCS2Stream, m_free) == 64);
+static_assert(offsetof(KIVCS2Stream, m_bitMask) == 72);
+static_assert(offsetof(KIVCS2Stream, m_bitByte) == 73);
+static_assert(offsetof(KIVCS2Stream, m_bitReading) == 74);
+static_assert(sizeof(KIVCS2Stream) == 80);
+
+namespace
+{
+// What one transfer of a scripted stream does.
+struct Transfer
+{
+    KIVCS2Status status = KIVCS2STATUS_OK;
+    uint64_t most = UINT64_MAX; // bytes it moves at the most
+};
+
+// A host's own kind: bytes in and out, with transfers that fail or stop short where the script says so.
+struct HostStream
+{
+    KIVCS2Stream m_stream{};
+    std::string input;
+    std::string output;
+    std::deque<Transfer> script; // empty: everything succeeds
+    std::vector<uint64_t> asked; // the size of every transfer
+
+    explicit HostStream(std::string bytes = {}) : input{std::move(bytes)}
+    {
+        m_stream.m_readBytes = [](KIVCS2Stream *stream, void *buffer, uint64_t size, uint64_t *count)
+        {
+            auto *host = reinterpret_cast<HostStream *>(stream);
+            const Transfer step = host->next(size);
+            const uint64_t moved = std::min({size, step.most, uint64_t{host->input.size()}});
+            std::memcpy(buffer, host->input.data(), moved);
+            host->input.erase(0, moved);
+            if (count != nullptr)
+                *count = moved;
+            return step.status;
+        };
+        m_stream.m_writeBytes = [](KIVCS2Stream *stream, const void *buffer, uint64_t size, uint64_t *count)
+        {
+            auto *host = reinterpret_cast<HostStream *>(stream);
+            const Transfer step = host->next(size);
+            const uint64_t moved = std::min(size, step.most);
+            host->output.append(static_cast<const char *>(buffer), moved);
+            if (count != nullptr)
+                *count = moved;
+            return step.status;
+        };
+    }
+    Transfer next(uint64_t size)
+    {
+        asked.push_back(size);
+        if (script.empty())
+            return {};
+        const Transfer step = script.front();
+        script.pop_front();
+        return step;
+    }
+    KIVCS2Stream *get()
+    {
+        return &m_stream;
+    }
+};
+
+std::string prefixed(uint64_t length, const std::string &text)
+{
+    std::string bytes(sizeof length, '\0');
+    std::memcpy(bytes.data(), &length, sizeof length);
+    return bytes + text;
+}
+
+TEST(Stream, RefusesWhatIsMissing)
+{
+    KIVCS2Stream none{};
+    KIVCS2Stream other{}; // has only what the row does not ask for
+    other.m_isEndOfStream = [](KIVCS2Stream *, uint32_t *) -> KIVCS2Status
+    {
+        return KIVCS2STATUS_OK;
+    };
+    HostStream host;
+    host.m_stream.m_getSize = [](KIVCS2Stream *, uint64_t *) -> KIVCS2Status
+    {
+        return KIVCS2STATUS_OK;
+    };
+    host.m_stream.m_getBytes = [](KIVCS2Stream *, uint8_t **, uint64_t *) -> KIVCS2Status
+    {
+        return KIVCS2STATUS_OK;
+    };
+    host.m_stream.m_freeBytes = [](KIVCS2Stream *, uint8_t *) -> KIVCS2Status
+    {
+        return KIVCS2STATUS_OK;
+    };
+    char text[8];
+    uint8_t byte = 0;
+    uint8_t *block = nullptr;
+    uint64_t size = 0;
+    uint32_t eos = 0;
+    char *string = nullptr;
+    const auto param = KIVCS2STATUS_PARAM_ERR;
+    for (const kiv::test::ArgumentCheck &check :
+         std::initializer_list<kiv::test::ArgumentCheck>{
+             {"kivCS2Stream_writeBytes", "stream", param,
+              [&]
+              {
+                  return kivCS2Stream_writeBytes(nullptr, text, 1, nullptr);
+              }},
+             {"kivCS2Stream_writeBytes", "stream->m_writeBytes", param,
+              [&]
+              {
+                  return kivCS2Stream_writeBytes(&none, text, 1, nullptr);
+              }},
+             {"kivCS2Stream_writeBytes", "buffer", param,
+              [&]
+              {
+                  return kivCS2Stream_writeBytes(host.get(), nullptr, 1, nullptr);
+              }},
+             {"kivCS2Stream_readBytes", "stream->m_readBytes", param,
+              [&]
+              {
+                  return kivCS2Stream_readBytes(&none, text, 1, nullptr);
+              }},
+             {"kivCS2Stream_readBytes", "buffer", param,
+              [&]
+              {
+                  return kivCS2Stream_readBytes(host.get(), nullptr, 1, nullptr);
+              }},
+             {"kivCS2Stream_getSize", "stream->m_getSize", param,
+              [&]
+              {
+                  return kivCS2Stream_getSize(&none, &size);
+              }},
+             {"kivCS2Stream_getSize", "size", param,
+              [&]
+              {
+                  return kivCS2Stream_getSize(host.get(), nullptr);
+              }},
+             {"kivCS2Stream_setPosition", "stream->m_setPosition", param,
+              [&]
+              {
+                  return kivCS2Stream_setPosition(&none, 0, 0, nullptr);
+              }},
+             {"kivCS2Stream_isEndOfStream", "stream->m_setPosition", param,
+              [&]
+              {
+                  return kivCS2Stream_isEndOfStream(&other, &eos);
+              }},
+             {"kivCS2Stream_getBytes", "stream->m_getBytes", param,
+              [&]
+              {
+                  return kivCS2Stream_getBytes(&none, &block, &size);
+              }},
+             {"kivCS2Stream_getBytes", "buffer", param,
+              [&]
+              {
+                  return kivCS2Stream_getBytes(host.get(), nullptr, &size);
+              }},
+             {"kivCS2Stream_getBytes", "size", param,
+              [&]
+              {
+                  return kivCS2Stream_getBytes(host.get(), &block, nullptr);
+              }},
+             {"kivCS2Stream_freeBytes", "stream->m_freeBytes", param,
+              [&]
+              {
+                  return kivCS2Stream_freeBytes(&none, &byte);
+              }},
+             {"kivCS2Stream_freeBytes", "buffer", param,
+              [&]
+              {
+                  return kivCS2Stream_freeBytes(host.get(), nullptr);
+              }},
+             {"kivCS2Stream_close", "stream->m_close", param,
+              [&]
+              {
+                  return kivCS2Stream_close(&none);
+              }},
+             {"kivCS2Stream_free", "stream->m_free", param,
+              [&]
+              {
+                  return kivCS2Stream_free(&none);
+              }},
+             {"kivCS2Stream_readUTF8String", "string", param,
+              [&]
+              {
+                  return kivCS2Stream_readUTF8String(host.get(), nullptr);
+              }},
+             {"kivCS2Stream_readBytes", "stream", param,
+              [&]
+              {
+                  return kivCS2Stream_readUTF8String(nullptr, &string);
+              }},
+             {"kivCS2Stream_readUTF8StringToBuffer", "string", param,
+              [&]
+              {
+                  return kivCS2Stream_readUTF8StringToBuffer(host.get(), nullptr, 8, &size);
+              }},
+             {"kivCS2Stream_beginReadBits", "stream", param,
+              [&]
+              {
+                  return kivCS2Stream_beginReadBits(nullptr);
+              }},
+             {"kivCS2Stream_readBits", "stream", param,
+              [&]
+              {
+                  return kivCS2Stream_readBits(nullptr, 1, &byte);
+              }},
+             {"kivCS2Stream_readBits", "value", param,
+              [&]
+              {
+                  return kivCS2Stream_readBits(host.get(), 1, nullptr);
+              }},
+             {"kivCS2Stream_skipBits", "stream", param,
+              [&]
+              {
+                  return kivCS2Stream_skipBits(nullptr, 1);
+              }},
+             {"kivCS2Stream_endBits", "stream", param,
+              [&]
+              {
+                  return kivCS2Stream_endBits(nullptr);
+              }},
+         })
+        kiv::test::expectRefused(check);
+}
+
+TEST(Stream, AnUnknownModeIsAssertedAndOtherwiseTheKindsToJudge)
+{
+    HostStream host;
+    host.m_stream.m_setPosition = [](KIVCS2Stream *, int64_t, KIVCS2StreamPosition mode, int64_t *)
+    {
+        return 0x80000100u + mode;
+    };
+    kiv::test::expectRefused({"kivCS2Stream_setPosition", "mode < KIVCS2StreamPosition_MAX", 0x80000103u,
+                              [&]
+                              {
+                                  return kivCS2Stream_setPosition(host.get(), 0, 3, nullptr);
+                              }});
+    EXPECT_EQ(kivCS2Stream_setPosition(host.get(), 0, 2, nullptr), 0x80000102u);
+}
+
+TEST(Stream, EndOfStreamAsksForThePositionSlotAndThenItsOwn)
+{
+    HostStream host;
+    host.m_stream.m_setPosition = [](KIVCS2Stream *, int64_t, KIVCS2StreamPosition, int64_t *) -> KIVCS2Status
+    {
+        return KIVCS2STATUS_OK;
+    };
+    uint32_t eos = 7;
+    EXPECT_EQ(kivCS2Stream_isEndOfStream(host.get(), &eos), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(eos, 7u);
+    // A null result is the kind's to refuse.
+    host.m_stream.m_isEndOfStream = [](KIVCS2Stream *, uint32_t *result) -> KIVCS2Status
+    {
+        return result == nullptr ? KIVCS2STATUS_UNSUPPORTED_ERR : KIVCS2STATUS_OK;
+    };
+    EXPECT_EQ(kivCS2Stream_isEndOfStream(host.get(), nullptr), KIVCS2STATUS_UNSUPPORTED_ERR);
+}
+
+TEST(Stream, FreeClosesFirstAndReadsItsSlotAgain)
+{
+    static int freed;
+    freed = 0;
+    HostStream host;
+    host.m_stream.m_close = [](KIVCS2Stream *) -> KIVCS2Status
+    {
+        return KIVCS2STATUS_READ_ERR;
+    };
+    host.m_stream.m_free = [](KIVCS2Stream *) -> KIVCS2Status
+    {
+        return ++freed, KIVCS2STATUS_OK;
+    };
+    EXPECT_EQ(kivCS2Stream_free(host.get()), KIVCS2STATUS_OK); // the close's failure is not reported
+    EXPECT_EQ(freed, 1);
+    host.m_stream.m_close = [](KIVCS2Stream *stream) -> KIVCS2Status
+    {
+        return stream->m_free = nullptr, KIVCS2STATUS_OK;
+    };
+    EXPECT_EQ(kivCS2Stream_free(host.get()), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(freed, 1);
+}
+
+TEST(StreamString, IsALengthOfEightBytesAndTheText)
+{
+    HostStream host;
+    EXPECT_EQ(kivCS2Stream_writeUTF8String(host.get(), "abc"), KIVCS2STATUS_OK);
+    EXPECT_EQ(host.output, "\x03\0\0\0\0\0\0\0abc"s);
+    EXPECT_EQ(kivCS2Stream_writeUTF8String(host.get(), nullptr), KIVCS2STATUS_OK);
+    EXPECT_EQ(host.output, "\x03\0\0\0\0\0\0\0abc\0\0\0\0\0\0\0\0"s);
+
+    host.input = host.output;
+    char *text = nullptr;
+    ASSERT_EQ(kivCS2Stream_readUTF8String(host.get(), &text), KIVCS2STATUS_OK);
+    EXPECT_EQ(std::memcmp(text, "abc\0\0", 5), 0);
+    EXPECT_EQ(kivCS2Stream_freeUTF8String(host.get(), text), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Stream_readUTF8String(host.get(), &text), KIVCS2STATUS_OK);
+    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(kivCS2Stream_freeUTF8String(nullptr, text), KIVCS2STATUS_OK);
+}
+
+TEST(StreamString, TransfersThatFailOrStopShortAreReported)
+{
+    constexpr auto timeout = KIVCS2STATUS_TIMEOUT_ERR;
+    struct Row
+    {
+        std::deque<Transfer> script;
+        KIVCS2Status writing;
+        KIVCS2Status reading;
+        bool leavesBlock;
+    };
+    for (const Row &row : std::initializer_list<Row>{
+             {{{timeout}}, timeout, timeout, false},
+             {{{KIVCS2STATUS_OK, 7}}, KIVCS2STATUS_WRITE_ERR, KIVCS2STATUS_READ_ERR, false},
+             {{{}, {timeout}}, timeout, timeout, true},
+             {{{}, {KIVCS2STATUS_OK, 2}}, KIVCS2STATUS_WRITE_ERR, KIVCS2STATUS_READ_ERR, true},
+             {{{}, {0x7fffffffu}}, KIVCS2STATUS_OK, KIVCS2STATUS_OK, true}, // no top bit: no failure
+         })
+    {
+        HostStream host{prefixed(3, "abc")};
+        host.script = row.script;
+        EXPECT_EQ(kivCS2Stream_writeUTF8String(host.get(), "abc"), row.writing);
+        host.script = row.script;
+        char *text = reinterpret_cast<char *>(&host);
+        EXPECT_EQ(kivCS2Stream_readUTF8String(host.get(), &text), row.reading);
+        EXPECT_EQ(text != nullptr, row.leavesBlock);
+        kivCS2Stream_freeUTF8String(host.get(), text);
+
+        HostStream again{prefixed(3, "abc")};
+        again.script = row.script;
+        char buffer[5];
+        EXPECT_EQ(kivCS2Stream_readUTF8StringToBuffer(again.get(), buffer, 5, nullptr), row.reading);
+    }
+}
+
+TEST(StreamString, IntoABufferNeedsRoomForTwoTerminators)
+{
+    char buffer[8] = "ZZZZZZZ";
+    uint64_t length = 99;
+    HostStream host{prefixed(3, "abc")};
+    EXPECT_EQ(kivCS2Stream_readUTF8StringToBuffer(host.get(), buffer, 4, &length), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(host.input, "abc"); // the length is consumed, the text is not
+    EXPECT_EQ(length, 99u);
+    host.input = prefixed(3, "abc");
+    EXPECT_EQ(kivCS2Stream_readUTF8StringToBuffer(host.get(), buffer, 5, &length), KIVCS2STATUS_OK);
+    EXPECT_EQ((std::string{buffer, 7}), "abc\0\0ZZ"s);
+    EXPECT_EQ(length, 4u);
+    host.input = prefixed(0, "");
+    EXPECT_EQ(kivCS2Stream_readUTF8StringToBuffer(host.get(), buffer, 1, nullptr), KIVCS2STATUS_PARAM_ERR);
+}
+
+TEST(StreamString, ALengthFromADamagedStreamCostsNothing)
+{
+    struct Row
+    {
+        uint64_t length;
+        KIVCS2Status status;
+    };
+    for (const Row &row : std::initializer_list<Row>{
+             {UINT64_MAX, KIVCS2STATUS_MEMORY_ERR},     // plus 2 is 1
+             {UINT64_MAX - 1, KIVCS2STATUS_MEMORY_ERR}, // plus 2 is 0
+             {1ull << 62, KIVCS2STATUS_MEMORY_ERR},
+             {(64ull << 20) + 1, KIVCS2STATUS_READ_ERR}, // as long as there is, but there is not
+             {2, KIVCS2STATUS_READ_ERR},
+         })
+    {
+        SCOPED_TRACE(row.length);
+        HostStream host{prefixed(row.length, "a")};
+        char *text = nullptr;
+        EXPECT_EQ(kivCS2Stream_readUTF8String(host.get(), &text), row.status);
+        EXPECT_EQ(text != nullptr, row.status == KIVCS2STATUS_READ_ERR);
+        kivCS2Stream_freeUTF8String(host.get(), text);
+        for (const uint64_t asked : host.asked)
+            EXPECT_LE(asked, 1u << 20); // never more at once than a first step
+        char buffer[3];
+        host.input = prefixed(row.length, "a");
+        EXPECT_EQ(kivCS2Stream_readUTF8StringToBuffer(host.get(), buffer, sizeof buffer, nullptr),
+                  KIVCS2STATUS_PARAM_ERR);
+    }
+}
+
+TEST(StreamString, ALongTextArrivesWhole)
+{
+    std::string text(5'000'001, 'x');
+    for (size_t index = 0; index < text.size(); ++index)
+        text[index] = static_cast<char>('a' + index % 23);
+    HostStream host{prefixed(text.size(), text)};
+    char *block = nullptr;
+    ASSERT_EQ(kivCS2Stream_readUTF8String(host.get(), &block), KIVCS2STATUS_OK);
+    EXPECT_TRUE(std::string(block) == text);
+    EXPECT_EQ(block[text.size() + 1], '\0');
+    kivCS2Stream_freeUTF8String(host.get(), block);
+}
+
+TEST(StreamBits, FetchesTheNextByteEarlyAndKeepsTheLastOne)
+{
+    uint8_t byte = 0xA5;
+    KIVCS2MemoryStream memory;
+    ASSERT_EQ(kivCS2MemoryStream_initWithBytes(&memory, &byte, 1), KIVCS2STATUS_OK);
+    KIVCS2Stream *stream = &memory.m_stream;
+    ASSERT_EQ(kivCS2Stream_beginReadBits(stream), KIVCS2STATUS_OK);
+    for (const int expected : {0x0A, 0x05, 0x0A})
+    {
+        uint8_t value = 0xFF;
+        EXPECT_EQ(kivCS2Stream_readBits(stream, 4, &value), KIVCS2STATUS_OK);
+        EXPECT_EQ(value, expected);
+    }
+
+    HostStream host{"\x12\x34\x56"};
+    kivCS2Stream_beginReadBits(host.get());
+    uint8_t value = 0;
+    kivCS2Stream_readBits(host.get(), 7, &value);
+    EXPECT_EQ(host.input.size(), 2u);
+    kivCS2Stream_readBits(host.get(), 1, &value);
+    EXPECT_EQ(host.input.size(), 1u); // the boundary alone takes the next byte
+}
+
+// Every way to cut 24 bits into reads and skips gives the bits of one number.
+TEST(StreamBits, ReadsAndSkipsAgreeWithANumberAtEveryOffset)
+{
+    const std::string bytes = "\xC3\x5A\x96\x0F\xF0\x81";
+    uint64_t number = 0;
+    for (const char byte : bytes)
+        number = number << 8 | static_cast<uint8_t>(byte);
+    for (uint32_t skip = 0; skip <= 32; ++skip)
+        for (uint32_t count = 1; count <= 8; ++count)
+        {
+            HostStream host{bytes};
+            uint8_t value = 0xFF;
+            ASSERT_EQ(kivCS2Stream_beginReadBits(host.get()), KIVCS2STATUS_OK);
+            ASSERT_EQ(kivCS2Stream_skipBits(host.get(), skip), KIVCS2STATUS_OK);
+            ASSERT_EQ(kivCS2Stream_readBits(host.get(), count, &value), KIVCS2STATUS_OK);
+            EXPECT_EQ(value, number >> (48 - skip - count) & ((1u << count) - 1)) << skip << ' ' << count;
+            EXPECT_EQ(host.asked.size(), 1 + (skip + count) / 8) << skip << ' ' << count;
+        }
+}
+
+TEST(StreamBits, AFailingFetchStopsTheReaderWithItsStatus)
+{
+    const Transfer fails{KIVCS2STATUS_EOF_ERR, 0};
+    HostStream host{"\xFF"};
+    host.script = {fails};
+    host.m_stream.m_bitMask = 0x10;
+    EXPECT_EQ(kivCS2Stream_beginReadBits(host.get()), KIVCS2STATUS_EOF_ERR);
+    EXPECT_EQ(host.m_stream.m_bitMask, 0x10);
+    EXPECT_EQ(host.m_stream.m_bitReading, 0);
+
+    uint8_t value = 0;
+    for (const uint32_t lead : {0u, 5u}) // the whole-byte step and the single bits
+    {
+        HostStream stream{"\xFF\xFF"};
+        stream.script = {{}, fails};
+        kivCS2Stream_beginReadBits(stream.get());
+        kivCS2Stream_skipBits(stream.get(), lead);
+        EXPECT_EQ(kivCS2Stream_readBits(stream.get(), 8, &value), KIVCS2STATUS_EOF_ERR);
+        EXPECT_EQ(value, lead == 0 ? 0xFF : 0x07);
+        EXPECT_EQ(stream.m_stream.m_bitMask, 0x80);
+
+        stream.script = {fails};
+        stream.m_stream.m_bitMask = 0x20;
+        EXPECT_EQ(kivCS2Stream_skipBits(stream.get(), 100), KIVCS2STATUS_EOF_ERR);
+        EXPECT_EQ(stream.m_stream.m_bitMask, 0x80);
+    }
+}
+
+TEST(StreamBits, CountsOutOfRangeAndUnstartedReadersMoveNothing)
+{
+    HostStream host{"\xFF\xFF"};
+    uint8_t value = 0x77;
+    for (const uint32_t count : {0u, 9u, UINT32_MAX})
+        EXPECT_EQ(kivCS2Stream_readBits(host.get(), count, &value), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(value, 0x77);
+    EXPECT_EQ(kivCS2Stream_skipBits(host.get(), 1000), KIVCS2STATUS_OK); // a fresh record
+    kivCS2Stream_beginReadBits(host.get());
+    kivCS2Stream_beginWriteBits(host.get());
+    EXPECT_EQ(kivCS2Stream_skipBits(host.get(), 1000), KIVCS2STATUS_OK);
+    EXPECT_EQ(host.input.size(), 1u);
+    EXPECT_EQ(host.m_stream.m_bitByte, 0);
+    EXPECT_EQ(host.m_stream.m_bitMask, 0x80);
+}
+
+TEST(StreamBits, WritingIsDeclaredAndEmpty)
+{
+    HostStream host;
+    const KIVCS2Stream before = host.m_stream;
+    EXPECT_EQ(kivCS2Stream_writeBits(host.get(), 8, 0xFF), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Stream_setBits(host.get(), 8), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Stream_clearBits(host.get(), 8), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Stream_endBits(host.get()), KIVCS2STATUS_OK);
+    EXPECT_EQ(std::memcmp(&before, &host.m_stream, offsetof(KIVCS2Stream, m_bitReading) + 1), 0);
+    EXPECT_TRUE(host.asked.empty());
+}
+} // namespace
