@@ -1,0 +1,1048 @@
+// Timecode as a host uses it.
+#include <KIVCoreServices2/KIVCS2Timecode.h>
+
+#include "ArgumentCheck.h"
+
+#include <KIVLogger/KIVLogger.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <ctime>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+static_assert(sizeof(KIVCS2Timecode) == 8);
+
+constexpr uint32_t kInvalid = 0xFFFFFFFFu;
+
+// A record from its four stored fields; day and month zero-based.
+constexpr KIVCS2Timecode record(uint32_t frames, uint64_t day = 0, uint64_t month = 0, uint64_t year = 0)
+{
+    return year << 48 | month << 40 | day << 32 | frames;
+}
+
+// A readable record: frames day.month.year as stored.
+std::string textOf(KIVCS2Timecode tc)
+{
+    return std::to_string(static_cast<uint32_t>(tc)) + " " + std::to_string(tc >> 32 & 0xFF) + "." +
+           std::to_string(tc >> 40 & 0xFF) + "." + std::to_string(tc >> 48);
+}
+
+void setRate(KIVCS2FrameRate rate)
+{
+    ASSERT_EQ(kivCS2Timecode_setFrameRate(rate), KIVCS2STATUS_OK);
+}
+
+std::string print(KIVCS2Timecode tc)
+{
+    char text[32];
+    return kivCS2Timecode_timecodeToString(&tc, text, sizeof text) == KIVCS2STATUS_OK ? text : "failed";
+}
+
+// Takes the log for the life of the object.
+class Log
+{
+public:
+    Log()
+    {
+        KLSetSink([](void *context, os_log_type_t, const char *message)
+                  { static_cast<Log *>(context)->m_lines.emplace_back(message); },
+                  this);
+    }
+    ~Log()
+    {
+        KLSetSink(nullptr, nullptr);
+    }
+    std::vector<std::string> take()
+    {
+        return std::exchange(m_lines, {});
+    }
+
+private:
+    std::vector<std::string> m_lines;
+};
+
+struct RateRow
+{
+    KIVCS2FrameRate rate;
+    uint32_t nominal, framesPerHour, dropped;
+    double real;
+    uint32_t time, scale;
+};
+constexpr RateRow kRates[] = {
+    {KIVCS2FrameRate_23_98, 24, 86400, 0, 23.98, 1000, 24000},
+    {KIVCS2FrameRate_24, 24, 86400, 0, 24.0, 1000, 24000},
+    {KIVCS2FrameRate_25, 25, 90000, 0, 25.0, 100, 2500},
+    {KIVCS2FrameRate_29_97, 30, 107892, 2, 29.97, 1001, 30000},
+    {KIVCS2FrameRate_30, 30, 108000, 0, 30.0, 1000, 30000},
+    {KIVCS2FrameRate_50, 50, 180000, 0, 50.0, 100, 5000},
+    {KIVCS2FrameRate_59_94, 60, 215784, 4, 59.94, 1001, 60000},
+    {KIVCS2FrameRate_60, 60, 216000, 0, 60.0, 1000, 60000},
+};
+
+TEST(Timecode, ArgumentChecks)
+{
+    setRate(KIVCS2FrameRate_25);
+    static KIVCS2Timecode tc = 0;
+    static char text[32];
+    using kiv::test::ArgumentCheck;
+    constexpr KIVCS2Status kParam = KIVCS2STATUS_PARAM_ERR;
+    const ArgumentCheck checks[] = {
+        {"kivCS2Timecode_isLeapYear", "result", kParam,
+         []
+         {
+             return kivCS2Timecode_isLeapYear(&tc, nullptr);
+         }},
+        {"kivCS2Timecode_getDaysInYear", "days", kParam,
+         []
+         {
+             return kivCS2Timecode_getDaysInYear(&tc, nullptr);
+         }},
+        {"kivCS2Timecode_getDaysThisYear", "days", kParam,
+         []
+         {
+             return kivCS2Timecode_getDaysThisYear(&tc, nullptr);
+         }},
+        {"kivCS2Timecode_compare", "result", kParam,
+         []
+         {
+             return kivCS2Timecode_compare(&tc, &tc, nullptr);
+         }},
+        {"kivCS2Timecode_differenceInFrames", "difference", kParam,
+         []
+         {
+             return kivCS2Timecode_differenceInFrames(&tc, &tc, nullptr);
+         }},
+        {"kivCS2Timecode_initWithString", "string", kParam,
+         []
+         {
+             return kivCS2Timecode_initWithString(nullptr, nullptr);
+         }},
+        {"kivCS2Timecode_initWithString", "tc", kParam,
+         []
+         {
+             return kivCS2Timecode_initWithString(nullptr, "0");
+         }},
+        {"kivCS2Timecode_initWithCFString", "string", kParam,
+         []
+         {
+             return kivCS2Timecode_initWithCFString(&tc, nullptr);
+         }},
+        {"kivCS2Timecode_timecodeToString", "tc", kParam,
+         []
+         {
+             return kivCS2Timecode_timecodeToString(nullptr, text, sizeof text);
+         }},
+        {"kivCS2Timecode_timecodeToString", "buffer", kParam,
+         []
+         {
+             return kivCS2Timecode_timecodeToString(&tc, nullptr, 32);
+         }},
+    };
+    for (const ArgumentCheck &check : checks)
+        kiv::test::expectRefused(check);
+
+    // These refuse null without an assertion.
+    uint32_t word = 7;
+    EXPECT_EQ(kivCS2Timecode_print(nullptr), kParam);
+    EXPECT_EQ(kivCS2Timecode_getBCDFromTimecode(nullptr, &word), kParam);
+    EXPECT_EQ(kivCS2Timecode_initWithBCD(nullptr, 0), kParam);
+    EXPECT_EQ(word, 7u);
+    // And this takes it: hosts rely on the success.
+    EXPECT_EQ(kivCS2Timecode_getDropFrame(nullptr), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Timecode_getTimeAndScale(nullptr, nullptr), KIVCS2STATUS_OK);
+}
+
+TEST(Timecode, EachRateHasItsFigures)
+{
+    for (const RateRow &row : kRates)
+    {
+        SCOPED_TRACE(row.real);
+        setRate(row.rate);
+        uint32_t fps = 0, perDay = 0, time = 0, scale = 0;
+        double real = 0;
+        bool dropFrame = false;
+        EXPECT_EQ(kivCS2Timecode_getFramesPerSecond(&fps), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2Timecode_getRealFramesPerSecond(&real), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2Timecode_getFramesPerDay(&perDay), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2Timecode_getDropFrame(&dropFrame), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2Timecode_getTimeAndScale(&time, &scale), KIVCS2STATUS_OK);
+        EXPECT_EQ(fps, row.nominal);
+        EXPECT_EQ(real, row.real);
+        EXPECT_EQ(perDay, 24 * row.framesPerHour);
+        EXPECT_EQ(dropFrame, row.dropped > 0);
+        EXPECT_EQ(time, row.time);
+        EXPECT_EQ(scale, row.scale);
+        // An unknown rate changes nothing.
+        EXPECT_EQ(kivCS2Timecode_setFrameRate(8), KIVCS2STATUS_FRAME_RATE_ERR);
+        EXPECT_EQ(kivCS2Timecode_getFramesPerSecond(&fps), KIVCS2STATUS_OK);
+        EXPECT_EQ(fps, row.nominal);
+    }
+}
+
+// ---- Every frame of a day, through fields, text and BCD and back
+
+struct Clock
+{
+    uint8_t h, m, s, f;
+};
+
+void expectFrame(const RateRow &row, uint32_t frame, const Clock &clock)
+{
+    const KIVCS2Timecode tc = frame;
+    uint32_t h = 99, m = 99, s = 99, f = 99;
+    ASSERT_EQ(kivCS2Timecode_getHours(&tc, &h) | kivCS2Timecode_getMinutes(&tc, &m) |
+                  kivCS2Timecode_getSeconds(&tc, &s) | kivCS2Timecode_getFrames(&tc, &f),
+              KIVCS2STATUS_OK);
+    ASSERT_TRUE(h == clock.h && m == clock.m && s == clock.s && f == clock.f) << frame;
+
+    char text[12];
+    ASSERT_EQ(kivCS2Timecode_timecodeToString(&tc, text, sizeof text), KIVCS2STATUS_OK);
+    const auto pair = [](uint32_t value)
+    {
+        return std::string{char('0' + value / 10), char('0' + value % 10)};
+    };
+    const std::string head = pair(clock.h) + ":" + pair(clock.m) + ":" + pair(clock.s);
+    ASSERT_EQ(text, head + (row.dropped > 0 ? ";" : ":") + pair(clock.f));
+
+    KIVCS2Timecode back = 0;
+    text[8] = ':'; // what is written with ";" is not read
+    ASSERT_EQ(kivCS2Timecode_initWithString(&back, text), KIVCS2STATUS_OK);
+    ASSERT_EQ(back, tc);
+
+    uint32_t bcd = 0;
+    ASSERT_EQ(kivCS2Timecode_getBCDFromTimecode(&tc, &bcd), KIVCS2STATUS_OK);
+    ASSERT_EQ(bcd, std::stoul(pair(clock.h) + pair(clock.m) + pair(clock.s) + pair(clock.f), nullptr, 16));
+    ASSERT_EQ(kivCS2Timecode_initWithBCD(&back, bcd), KIVCS2STATUS_OK);
+    ASSERT_EQ(back, tc);
+    ASSERT_EQ(kivCS2Timecode_initWithTimecodeFields(&back, clock.h, clock.m, clock.s, clock.f),
+              KIVCS2STATUS_OK);
+    ASSERT_EQ(back, tc);
+}
+
+TEST(Timecode, EveryFrameOfADayGoesThroughAllForms)
+{
+#ifdef NDEBUG
+    constexpr uint32_t kStride = 1;
+#else
+    constexpr uint32_t kStride = 89; // prime to every rate: all digits meet all others
+#endif
+    for (const RateRow &row : kRates)
+    {
+        SCOPED_TRACE(row.real);
+        setRate(row.rate);
+        Clock clock{};
+        for (uint32_t frame = 0; frame < 24 * row.framesPerHour; ++frame)
+        {
+            if (frame % kStride == 0 || clock.f <= row.dropped)
+            {
+                ASSERT_NO_FATAL_FAILURE(expectFrame(row, frame, clock));
+            }
+            if (++clock.f < row.nominal)
+                continue;
+            clock.f = 0;
+            if (++clock.s < 60)
+                continue;
+            clock.s = 0;
+            clock.m = static_cast<uint8_t>((clock.m + 1) % 60);
+            clock.h = static_cast<uint8_t>(clock.h + (clock.m == 0));
+            clock.f = static_cast<uint8_t>(clock.m % 10 != 0 ? row.dropped : 0);
+        }
+        ASSERT_EQ(clock.h, 24u);
+    }
+}
+
+// ---- Fields
+
+TEST(Timecode, FieldsThatNameNoFrameKeepTheHoursAndAreLogged)
+{
+    struct Row
+    {
+        KIVCS2FrameRate rate;
+        uint8_t h, m, s, f;
+        uint32_t frames;
+        const char *message;
+    };
+    const Row rows[] = {
+        {KIVCS2FrameRate_29_97, 0, 1, 0, 0, 0, "Illegal timecode 00:01:00:00"},
+        {KIVCS2FrameRate_29_97, 2, 1, 0, 1, 215784, "Illegal timecode 02:01:00:01"},
+        {KIVCS2FrameRate_59_94, 0, 1, 0, 3, 0, "Illegal timecode 00:01:00:03"},
+        {KIVCS2FrameRate_25, 1, 60, 0, 0, 90000, "Illegal timecode 01:60:00:00"},
+        {KIVCS2FrameRate_25, 1, 0, 60, 0, 90000, "Illegal timecode 01:00:60:00"},
+        {KIVCS2FrameRate_25, 255, 0, 0, 25, 22950000, "Illegal timecode 255:00:00:25"},
+        {KIVCS2FrameRate_60, 0, 255, 255, 255, 0, "Illegal timecode 00:255:255:255"},
+    };
+    Log log;
+    for (const Row &row : rows)
+    {
+        SCOPED_TRACE(row.message);
+        setRate(row.rate);
+        KIVCS2Timecode tc = record(1234, 14, 2, 2024);
+        EXPECT_EQ(kivCS2Timecode_initWithTimecodeFields(&tc, row.h, row.m, row.s, row.f),
+                  KIVCS2STATUS_INVALID_TIMECODE_ERR);
+        EXPECT_EQ(textOf(tc), textOf(record(row.frames, 14, 2, 2024)));
+        EXPECT_EQ(log.take(), std::vector<std::string>{row.message});
+    }
+}
+
+TEST(Timecode, DropFramePoints)
+{
+    struct Row
+    {
+        KIVCS2FrameRate rate;
+        uint8_t h, m, s, f;
+        uint32_t frames;
+    };
+    for (const Row &row : {Row{KIVCS2FrameRate_29_97, 0, 0, 59, 29, 1799},
+                           {KIVCS2FrameRate_29_97, 0, 1, 0, 2, 1800},
+                           {KIVCS2FrameRate_29_97, 0, 10, 0, 0, 17982},
+                           {KIVCS2FrameRate_29_97, 1, 0, 0, 0, 107892},
+                           {KIVCS2FrameRate_59_94, 0, 1, 0, 4, 3600},
+                           {KIVCS2FrameRate_25, 23, 59, 59, 24, 2159999},
+                           {KIVCS2FrameRate_25, 25, 0, 0, 0, 2250000}})
+    {
+        setRate(row.rate);
+        KIVCS2Timecode tc = 0;
+        EXPECT_EQ(kivCS2Timecode_initWithTimecodeFields(&tc, row.h, row.m, row.s, row.f), KIVCS2STATUS_OK);
+        EXPECT_EQ(tc, row.frames);
+        uint32_t hours = 0;
+        EXPECT_EQ(kivCS2Timecode_getHours(&tc, &hours), KIVCS2STATUS_OK);
+        EXPECT_EQ(hours, row.h); // no limit at 24
+    }
+}
+
+TEST(Timecode, SettingOneFieldKeepsTheOthers)
+{
+    setRate(KIVCS2FrameRate_29_97);
+    KIVCS2Timecode tc = 0;
+    ASSERT_EQ(kivCS2Timecode_initWithString(&tc, "15.3.2024 10:20:30:15"), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Timecode_setHours(&tc, 0x100 + 11), KIVCS2STATUS_OK); // the low 8 bits
+    EXPECT_EQ(kivCS2Timecode_setMinutes(&tc, 21), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Timecode_setSeconds(&tc, 0), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Timecode_setFrames(&tc, 2), KIVCS2STATUS_OK);
+    EXPECT_EQ(print(tc), "15.3.2024 11:21:00;02");
+    EXPECT_EQ(kivCS2Timecode_setFrames(&tc, 1), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    EXPECT_EQ(print(tc), "15.3.2024 11:00:00;00"); // kept: the hours alone stay
+
+    ASSERT_EQ(kivCS2Timecode_setInvalidTimecode(&tc), KIVCS2STATUS_OK);
+    uint32_t value = 7;
+    for (const auto set : {kivCS2Timecode_setHours, kivCS2Timecode_setMinutes, kivCS2Timecode_setSeconds,
+                           kivCS2Timecode_setFrames})
+        EXPECT_EQ(set(&tc, 1), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    for (const auto get : {kivCS2Timecode_getHours, kivCS2Timecode_getMinutes, kivCS2Timecode_getSeconds,
+                           kivCS2Timecode_getFrames, kivCS2Timecode_getFramesSinceMidnight})
+        EXPECT_EQ(get(&tc, &value), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    EXPECT_EQ(value, 7u);
+    EXPECT_EQ(kivCS2Timecode_getDay(&tc, &value), KIVCS2STATUS_OK); // the date outlives the mark
+    EXPECT_EQ(value, 14u);
+    EXPECT_EQ(kivCS2Timecode_setFramesSinceMidnight(&tc, 0), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Timecode_checkValidTimecode(&tc), KIVCS2STATUS_OK);
+}
+
+TEST(Timecode, BuildingAndCopying)
+{
+    setRate(KIVCS2FrameRate_25);
+    const KIVCS2Timecode a = record(100, 30, 11, 2023), b = record(200, 1, 2, 1999);
+    KIVCS2Timecode tc = b;
+    const auto step = [&tc](KIVCS2Status status, KIVCS2Timecode expected)
+    {
+        EXPECT_EQ(status, KIVCS2STATUS_OK);
+        EXPECT_EQ(textOf(tc), textOf(expected));
+    };
+    step(kivCS2Timecode_copyTimecode(&tc, &a), record(100, 1, 2, 1999));
+    step(kivCS2Timecode_copyDate(&tc, &a), a);
+    step(kivCS2Timecode_initWithDateAndTimecode(&tc, &b, &a), record(100, 1, 2, 1999));
+    step(kivCS2Timecode_copy(&tc, &b), b);
+    step(kivCS2Timecode_zeroTime(&tc), record(0, 1, 2, 1999));
+    step(kivCS2Timecode_initWithFrames(&tc, kInvalid), record(kInvalid));
+    step(kivCS2Timecode_initWithHours(&tc, 255), record(255 * 90000));
+    step(kivCS2Timecode_initWithDuration(&tc, 5), record(5));
+    step(kivCS2Timecode_initWithTimeAndScale(&tc, 1001, 1000), record(25));
+    step(kivCS2Timecode_initWithTimeAndScale(&tc, 1, 0), record(0));
+    step(kivCS2Timecode_init(&tc), 0);
+    tc = a;
+    step(kivCS2Timecode_initWithTimecodeFieldsForDuration(&tc, 1, 90, 255, 255),
+         record(255 + 255 * 25 + 90 * 1500 + 90000, 30, 11, 2023)); // no field has a limit, the date stays
+    step(kivCS2Timecode_zeroDate(&tc), record(255 + 255 * 25 + 90 * 1500 + 90000));
+}
+
+TEST(Timecode, SecondsAreCutToWholeFrames)
+{
+    const double inf = std::numeric_limits<double>::infinity();
+    struct Row
+    {
+        KIVCS2FrameRate rate;
+        double seconds;
+        uint32_t frames;
+    };
+    for (const Row &row : {Row{KIVCS2FrameRate_29_97, 1.0, 29},
+                           {KIVCS2FrameRate_25, -1.0, static_cast<uint32_t>(-25)}, // the low 32 bits
+                           {KIVCS2FrameRate_25, 171798692.0, 4},                   // 4294967300 frames, cut
+                           {KIVCS2FrameRate_25, inf, 0},
+                           {KIVCS2FrameRate_25, -inf, 0},
+                           {KIVCS2FrameRate_25, std::nan(""), 0},
+                           {KIVCS2FrameRate_25, 1e18, 0},
+                           {KIVCS2FrameRate_60, -1e300, 0}})
+    {
+        setRate(row.rate);
+        KIVCS2Timecode tc = record(7, 1, 1, 1);
+        EXPECT_EQ(kivCS2Timecode_setSecondsSinceMidnight(&tc, row.seconds), KIVCS2STATUS_OK);
+        EXPECT_EQ(textOf(tc), textOf(record(row.frames, 1, 1, 1))) << row.seconds;
+    }
+    setRate(KIVCS2FrameRate_29_97);
+    KIVCS2Timecode tc = 2997;
+    double seconds = 0;
+    EXPECT_EQ(kivCS2Timecode_getSecondsSinceMidnight(&tc, &seconds), KIVCS2STATUS_OK);
+    EXPECT_EQ(seconds, 100.0);
+    // Kept: millisecondsPerFrame holds frames per millisecond, and multiplying by it gives frames.
+    for (const auto &[milliseconds, expected] :
+         {std::pair{uint64_t{1000}, 29u},
+          {0, 0u},
+          {UINT64_MAX,
+           static_cast<uint32_t>(static_cast<uint64_t>(1.8446744073709552e19 * (29.97 / 1000.0)))}})
+    {
+        uint32_t frames = 7;
+        EXPECT_EQ(kivCS2Timecode_convertMillisecondsToDuration(milliseconds, &frames), KIVCS2STATUS_OK);
+        EXPECT_EQ(frames, expected) << milliseconds;
+    }
+}
+
+// ---- Arithmetic
+
+TEST(Timecode, CarriesAndBorrowsOverMidnightMonthsAndYears)
+{
+    setRate(KIVCS2FrameRate_25);
+    constexpr uint32_t kLast = 2159999;
+    using Operation = KIVCS2Status (*)(KIVCS2Timecode *, uint32_t);
+    struct Row
+    {
+        KIVCS2Timecode before;
+        Operation operation;
+        uint32_t count;
+        KIVCS2Timecode after;
+    };
+    const Row rows[] = {
+        {record(kLast, 30, 11, 2023), kivCS2Timecode_addFrames, 1, record(0, 0, 0, 2024)},
+        {record(0, 0, 2, 2024), kivCS2Timecode_subtractFrames, 1, record(kLast, 28, 1, 2024)},
+        {record(0, 0, 2, 2023), kivCS2Timecode_subtractFrames, 2160001, record(kLast, 26, 1, 2023)},
+        {record(5, 27, 1, 2024), kivCS2Timecode_addDays, 1, record(5, 28, 1, 2024)},
+        {record(5, 27, 1, 2023), kivCS2Timecode_addDays, 1, record(5, 0, 2, 2023)},
+        {record(5, 27, 1, 1900), kivCS2Timecode_addDays, 1, record(5, 0, 2, 1900)},
+        {record(0, 30, 0, 2024), kivCS2Timecode_addMonths, 1, record(0, 30, 1, 2024)}, // kept: not clamped
+        {record(0, 30, 1, 2024), kivCS2Timecode_addDays, 1, record(0, 2, 2, 2024)},
+        {record(0, 30, 1, 2024), kivCS2Timecode_addDays, 0, record(0, 30, 1, 2024)},
+        {record(0, 3, 11, 2024), kivCS2Timecode_addMonths, 25, record(0, 3, 0, 2027)},
+        {record(0, 3, 0, 2024), kivCS2Timecode_subtractMonths, 25, record(0, 3, 11, 2021)},
+        {record(0, 3, 0, 0), kivCS2Timecode_subtractMonths, 1, record(0, 3, 11, 0)},
+        {record(0, 3, 0, 2), kivCS2Timecode_subtractYears, 3, record(0, 3, 0, 0)},
+        {record(0, 3, 0, 65535), kivCS2Timecode_addYears, 65538, record(0, 3, 0, 1)},
+        {record(0, 0, 0, 0), kivCS2Timecode_subtractDays, 1, record(0, 30, 11, 0)},
+        {record(0), kivCS2Timecode_addHours, 25, record(90000, 1)},           // a duration counts days
+        {record(0), kivCS2Timecode_addFrames, 31 * 2160000, record(0, 0, 1)}, // and months after 31
+        {record(500, 3, 3, 3), kivCS2Timecode_subtractSeconds, 21, record(2159975, 2, 3, 3)},
+        {record(1499, 3, 3, 3), kivCS2Timecode_subtractMinutes, 1, record(kLast, 2, 3, 3)},
+        {record(0, 3, 3, 3), kivCS2Timecode_subtractHours, 25, record(2070000, 1, 3, 3)},
+        {record(100, 3, 3, 3), kivCS2Timecode_addFrames, 0xFFFFFFFEu, record(98, 3, 3, 3)}, // modulo 2^32
+        {record(60 * 1500), kivCS2Timecode_snapToMinute, 0, record(60 * 1500)},
+        {record(90000 + 1501), kivCS2Timecode_snapToMinute, 0, record(91500)},
+        {record(90000 + 1501), kivCS2Timecode_snapToMinute, 90, record(90000)},
+        {record(5 * 90000 + 1), kivCS2Timecode_snapToHour, 2, record(4 * 90000)},
+        {record(5 * 90000 + 1, 9, 9, 9), kivCS2Timecode_snapToHour, 0xFFFFFFFFu, record(0, 9, 9, 9)},
+    };
+    for (const Row &row : rows)
+    {
+        KIVCS2Timecode tc = row.before;
+        EXPECT_EQ(row.operation(&tc, row.count), KIVCS2STATUS_OK);
+        EXPECT_EQ(textOf(tc), textOf(row.after)) << textOf(row.before) << " and " << row.count;
+    }
+}
+
+// Frame by frame and day by day, as a reader of the rules would do it.
+TEST(Timecode, FrameArithmeticEqualsTheLoops)
+{
+    std::mt19937 engine{2997};
+    const auto below = [&engine](uint32_t limit)
+    {
+        return static_cast<uint32_t>(engine() % limit);
+    };
+    for (const RateRow &row : kRates)
+    {
+        setRate(row.rate);
+        const uint32_t perDay = 24 * row.framesPerHour;
+        for (int round = 0; round < 3000; ++round)
+        {
+            const KIVCS2Timecode start =
+                record(below(2) ? below(perDay) : static_cast<uint32_t>(engine()) / 2, below(31), below(12),
+                       below(3) ? 2020 + below(8) : below(65536));
+            const uint32_t count = below(2) ? below(3 * perDay) : static_cast<uint32_t>(engine());
+
+            KIVCS2Timecode slow = start;
+            uint32_t frames = static_cast<uint32_t>(start) + count;
+            for (; frames >= perDay; frames -= perDay)
+                ASSERT_EQ(kivCS2Timecode_addDays(&slow, 1), KIVCS2STATUS_OK);
+            kivCS2Timecode_setFramesSinceMidnight(&slow, frames);
+            KIVCS2Timecode fast = start;
+            ASSERT_EQ(kivCS2Timecode_addFrames(&fast, count), KIVCS2STATUS_OK);
+            ASSERT_EQ(textOf(fast), textOf(slow)) << textOf(start) << " + " << count;
+
+            slow = start;
+            frames = static_cast<uint32_t>(start);
+            for (uint32_t n = count; n > 0;)
+            {
+                if (n <= frames)
+                {
+                    frames -= n;
+                    break;
+                }
+                ASSERT_EQ(kivCS2Timecode_subtractDays(&slow, 1), KIVCS2STATUS_OK);
+                n -= frames + 1;
+                frames = perDay - 1;
+            }
+            kivCS2Timecode_setFramesSinceMidnight(&slow, frames);
+            fast = start;
+            ASSERT_EQ(kivCS2Timecode_subtractFrames(&fast, count), KIVCS2STATUS_OK);
+            ASSERT_EQ(textOf(fast), textOf(slow)) << textOf(start) << " - " << count;
+        }
+    }
+}
+
+TEST(Timecode, ASecondHasTheNominalFramesAtDropFrameRates)
+{
+    setRate(KIVCS2FrameRate_29_97);
+    KIVCS2Timecode tc = 0;
+    EXPECT_EQ(kivCS2Timecode_addSeconds(&tc, 60), KIVCS2STATUS_OK);
+    EXPECT_EQ(print(tc), "00:01:00;02");
+    EXPECT_EQ(kivCS2Timecode_addMinutes(&tc, 59), KIVCS2STATUS_OK);
+    EXPECT_EQ(print(tc), "01:00:03;18"); // 108000 frames, 108 beyond the hour
+    EXPECT_EQ(kivCS2Timecode_snapToMinute(&tc, 1), KIVCS2STATUS_OK);
+    EXPECT_EQ(tc, 108000u); // already a multiple of 1800, and no whole minute
+}
+
+TEST(Timecode, InvalidRecordsAndBadMonthsAreRefusedUnchanged)
+{
+    setRate(KIVCS2FrameRate_25);
+    const KIVCS2Timecode invalid = record(kInvalid, 5, 5, 5), badMonth = record(0, 5, 12, 5), good = 1;
+    uint32_t word = 7;
+    int32_t order = 7;
+    int64_t frames = 7;
+    KIVCS2Timecode tc = invalid;
+    for (const auto operation : {kivCS2Timecode_addFrames, kivCS2Timecode_subtractFrames,
+                                 kivCS2Timecode_snapToMinute, kivCS2Timecode_snapToHour})
+        EXPECT_EQ(operation(&tc, 1), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    EXPECT_EQ(kivCS2Timecode_tick(&tc), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    EXPECT_EQ(kivCS2Timecode_tickDown(&tc, &word), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    EXPECT_EQ(kivCS2Timecode_compare(&tc, &good, &order), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    EXPECT_EQ(kivCS2Timecode_compare(&good, &tc, &order), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    EXPECT_EQ(kivCS2Timecode_differenceInFrames(&good, &tc, &frames), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    EXPECT_EQ(kivCS2Timecode_subtractTimecode(&tc, &good), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    for (const auto operation :
+         {kivCS2Timecode_addSeconds, kivCS2Timecode_addMinutes, kivCS2Timecode_addHours,
+          kivCS2Timecode_subtractSeconds, kivCS2Timecode_subtractMinutes, kivCS2Timecode_subtractHours})
+        EXPECT_EQ(operation(&tc, 1), KIVCS2STATUS_OK); // kept: these hide it
+    EXPECT_EQ(tc, invalid);
+
+    tc = badMonth;
+    EXPECT_EQ(kivCS2Timecode_addDays(&tc, 1), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(kivCS2Timecode_subtractDays(&tc, 1), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(kivCS2Timecode_addFrames(&tc, 2160000), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(kivCS2Timecode_subtractFrames(&tc, 1), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(kivCS2Timecode_getDaysInMonth(&tc, &word), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(kivCS2Timecode_getDaysThisYear(&tc, &word), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(kivCS2Timecode_differenceInFrames(&tc, &good, &frames), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(tc, badMonth);
+    EXPECT_EQ(kivCS2Timecode_addFrames(&tc, 1), KIVCS2STATUS_OK); // no day is carried, no table read
+    EXPECT_EQ(kivCS2Timecode_snapToHour(&tc, 0), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(word, 7u);
+    EXPECT_EQ(order, 7);
+    EXPECT_EQ(frames, 7);
+}
+
+TEST(Timecode, CalendarFigures)
+{
+    struct Row
+    {
+        uint32_t day, month, year, leap, inYear, ofYear, inMonth;
+    };
+    for (const Row &row : {Row{0, 0, 2023, 0, 365, 1, 31},
+                           {30, 11, 2023, 0, 365, 365, 31},
+                           {28, 1, 2024, 1, 366, 60, 29},
+                           {0, 2, 2024, 1, 366, 61, 31},
+                           {30, 11, 2000, 1, 366, 366, 31},
+                           {0, 2, 1900, 0, 365, 60, 31}})
+    {
+        const KIVCS2Timecode tc = record(0, row.day, row.month, row.year);
+        uint32_t value = 0;
+        EXPECT_EQ(kivCS2Timecode_isLeapYear(&tc, &value), KIVCS2STATUS_OK);
+        EXPECT_EQ(value, row.leap);
+        // Kept: a parameter error with the right value.
+        EXPECT_EQ(kivCS2Timecode_getDaysInYear(&tc, &value), KIVCS2STATUS_PARAM_ERR);
+        EXPECT_EQ(value, row.inYear);
+        EXPECT_EQ(kivCS2Timecode_getDaysThisYear(&tc, &value), KIVCS2STATUS_PARAM_ERR);
+        EXPECT_EQ(value, row.ofYear);
+        EXPECT_EQ(kivCS2Timecode_getDaysInMonth(&tc, &value), KIVCS2STATUS_OK);
+        EXPECT_EQ(value, row.inMonth);
+    }
+}
+
+TEST(Timecode, ComparesFrameCountsAndMeasuresDays)
+{
+    setRate(KIVCS2FrameRate_25);
+    const KIVCS2Timecode ten = record(900000, 0, 0, 2024), nineLater = record(810000, 4, 6, 2025);
+    int32_t order = 7;
+    EXPECT_EQ(kivCS2Timecode_compare(&ten, &nineLater, &order), KIVCS2STATUS_OK);
+    EXPECT_EQ(order, 1); // kept: dates are ignored
+    EXPECT_EQ(kivCS2Timecode_compare(&nineLater, &ten, &order), KIVCS2STATUS_OK);
+    EXPECT_EQ(order, -1);
+    uint32_t same = 7;
+    const KIVCS2Timecode tenToo = record(900000), invalid = kInvalid;
+    EXPECT_EQ(kivCS2Timecode_isSameTimecode(&ten, &tenToo, &same), KIVCS2STATUS_OK);
+    EXPECT_EQ(same, 1u);
+    EXPECT_EQ(kivCS2Timecode_isSameTimecode(&invalid, &invalid, &same), KIVCS2STATUS_OK);
+    EXPECT_EQ(same, 0u);
+    EXPECT_EQ(kivCS2Timecode_isSameDay(&ten, &tenToo, &same), KIVCS2STATUS_OK);
+    EXPECT_EQ(same, 0u);
+
+    constexpr int64_t kDay = 2160000;
+    struct Row
+    {
+        KIVCS2Timecode a, b;
+        int64_t difference;
+    };
+    for (const Row &row : {Row{record(2070000, 0, 0, 2024), record(90000, 1, 0, 2024), 180000},
+                           {record(0, 0, 0, 2023), record(0, 0, 0, 2025), 731 * kDay},
+                           {record(10, 30, 11, 2023), record(5, 0, 0, 2024), kDay - 5},
+                           {record(0, 0, 0, 1999), record(0, 0, 0, 2101), (102 * 365 + 25) * kDay},
+                           {record(0, 9, 0, 2024), record(0, 4, 0, 2024), -5 * kDay},
+                           // Kept: an earlier year counts positive.
+                           {record(0, 0, 0, 2024), record(0, 30, 11, 2023), (365 + 365) * kDay},
+                           {record(10, 1, 1, 1), record(5, 1, 1, 1), -5}})
+    {
+        int64_t difference = 7;
+        EXPECT_EQ(kivCS2Timecode_differenceInFrames(&row.a, &row.b, &difference), KIVCS2STATUS_OK);
+        EXPECT_EQ(difference, row.difference) << textOf(row.a) << " to " << textOf(row.b);
+    }
+    double seconds = 7;
+    EXPECT_EQ(kivCS2Timecode_differenceInSeconds(&ten, &nineLater, &seconds), KIVCS2STATUS_OK);
+    EXPECT_EQ(seconds, 7); // kept: nothing stored on two days
+    const KIVCS2Timecode nine = record(810000, 0, 0, 2024);
+    EXPECT_EQ(kivCS2Timecode_differenceInSeconds(&ten, &nine, &seconds), KIVCS2STATUS_OK);
+    EXPECT_EQ(seconds, 3600.0); // kept: the other way round than in frames
+    int64_t frames = 0;
+    EXPECT_EQ(kivCS2Timecode_differenceInFrames(&ten, &nine, &frames), KIVCS2STATUS_OK);
+    EXPECT_EQ(frames, -90000);
+}
+
+TEST(Timecode, AddsAndSubtractsRecords)
+{
+    setRate(KIVCS2FrameRate_25);
+    const KIVCS2Timecode twenty = 1800000, five = 450000, dated = record(2000000, 30, 11, 2023);
+    KIVCS2Timecode tc = 0;
+    EXPECT_EQ(kivCS2Timecode_initByAddingTimecodes(&tc, &twenty, &five), KIVCS2STATUS_OK);
+    EXPECT_EQ(textOf(tc), textOf(record(90000, 1)));
+    const KIVCS2Timecode dayAndHour = tc;
+    EXPECT_EQ(kivCS2Timecode_initByAddingTimecodes(&tc, &dayAndHour, &dated), KIVCS2STATUS_OK);
+    EXPECT_EQ(textOf(tc), textOf(record(2090000, 0, 0, 2024))); // the day field is added
+    EXPECT_EQ(kivCS2Timecode_subtractTimecode(&tc, &dayAndHour), KIVCS2STATUS_OK);
+    EXPECT_EQ(textOf(tc), textOf(record(2000000, 0, 0, 2024))); // kept: and not subtracted
+    tc = dayAndHour;
+    EXPECT_EQ(kivCS2Timecode_ensureLegalDuration(&tc), KIVCS2STATUS_OK);
+    EXPECT_EQ(textOf(tc), textOf(record(2159999)));
+
+    struct Row
+    {
+        KIVCS2Timecode result, a, b;
+        uint32_t includeDays;
+        KIVCS2Timecode expected;
+    };
+    for (const Row &row : {
+             Row{0, record(100), record(150, 3, 3, 3), 0, record(50, 3, 3, 3)},
+             {record(0, 3, 3, 3), record(100, 3, 3, 3), record(150, 3, 3, 3), 1, record(50)},
+             {record(2500, 4, 3, 3), record(100, 3, 3, 3), record(0, 4, 3, 3), 1, record(2500)},
+             {record(2500, 4, 3, 3), record(100, 3, 3, 3), record(0, 5, 3, 3), 1, record(0)},
+             {record(4 * 2160000u, 4, 3, 3), record(0), record(0, 4, 3, 3), 1, record(2159999)},
+         })
+    {
+        tc = row.result;
+        EXPECT_EQ(kivCS2Timecode_initBySubtractingTimecodes(&tc, &row.a, &row.b, row.includeDays),
+                  KIVCS2STATUS_OK);
+        EXPECT_EQ(textOf(tc), textOf(row.expected));
+    }
+}
+
+TEST(Timecode, MultipliesAndClampsToADay)
+{
+    setRate(KIVCS2FrameRate_25);
+    struct Row
+    {
+        KIVCS2Timecode before;
+        uint32_t factor;
+        KIVCS2Timecode after;
+    };
+    for (const Row &row : {Row{record(900, 0, 3, 3), 0, record(900)},
+                           {record(900, 0, 3, 3), 1, record(900)},
+                           {record(900, 4, 3, 3), 1, record(2159999)}, // a day field is taken for whole days
+                           {record(900), 3, record(2700)},
+                           {record(2000000), 2, record(2159999)},
+                           {record(2160000 - 1), 0xFFFFFFFFu, record(2159999)},
+                           {record(1080000), 62, record(0)}, // kept: 31 days are a month, and no day
+                           {record(kInvalid, 3, 0, 0), 2, record(2159999)}})
+    {
+        KIVCS2Timecode tc = 7;
+        EXPECT_EQ(kivCS2Timecode_initByMultiplyingTimecode(&tc, &row.before, row.factor), KIVCS2STATUS_OK);
+        EXPECT_EQ(textOf(tc), textOf(row.after)) << textOf(row.before) << " * " << row.factor;
+    }
+    uint32_t nonZero = 7;
+    KIVCS2Timecode tc = record(1, 3, 3, 3);
+    EXPECT_EQ(kivCS2Timecode_tickDown(&tc, &nonZero), KIVCS2STATUS_OK);
+    EXPECT_EQ(nonZero, 0u);
+    EXPECT_EQ(kivCS2Timecode_tickDown(&tc, &nonZero), KIVCS2STATUS_OK);
+    EXPECT_EQ(nonZero, 1u);
+    EXPECT_EQ(textOf(tc), textOf(record(2159999, 2, 3, 3)));
+    EXPECT_EQ(kivCS2Timecode_tick(&tc), KIVCS2STATUS_OK);
+    EXPECT_EQ(textOf(tc), textOf(record(0, 3, 3, 3)));
+    uint32_t duration = 7;
+    EXPECT_EQ(kivCS2Timecode_isDuration(&tc, &duration), KIVCS2STATUS_OK);
+    EXPECT_EQ(duration, 0u);
+}
+
+// ---- Text and BCD
+
+KIVCS2Status parseGeneral(KIVCS2Timecode *tc, const std::string &text)
+{
+    CFStringRef string = CFStringCreateWithCString(nullptr, text.c_str(), kCFStringEncodingUTF8);
+    if (string == nullptr)
+        return KIVCS2STATUS_MEMORY_ERR;
+    const KIVCS2Status status = kivCS2Timecode_initWithCFString(tc, string);
+    CFRelease(string);
+    return status;
+}
+
+TEST(Timecode, ParsesText)
+{
+    constexpr KIVCS2Status kOK = KIVCS2STATUS_OK, kParam = KIVCS2STATUS_PARAM_ERR,
+                           kIllegal = KIVCS2STATUS_INVALID_TIMECODE_ERR;
+    struct Row
+    {
+        KIVCS2FrameRate rate;
+        const char *text;
+        KIVCS2Status status;
+        KIVCS2Timecode tc;
+    };
+    const Row rows[] = {
+        {KIVCS2FrameRate_25, "10:00:00:00", kOK, record(900000)},
+        {KIVCS2FrameRate_25, "15.3.2024 10:00:00:00", kOK, record(900000, 14, 2, 2024)},
+        {KIVCS2FrameRate_25, "15.3.2024 2500", kOK, record(2500, 14, 2, 2024)},
+        {KIVCS2FrameRate_25, "2500", kOK, record(2500)},
+        {KIVCS2FrameRate_25, "99999999999", kOK, record(2147483647)}, // numbers end at 31 bits
+        {KIVCS2FrameRate_25, "", kOK, record(0)},
+        {KIVCS2FrameRate_25, "::", kOK, record(0)}, // an empty field is 0
+        {KIVCS2FrameRate_29_97, "00:01:00", kOK, record(1800)},
+        {KIVCS2FrameRate_29_97, "00:10:00", kOK, record(17982)},
+        {KIVCS2FrameRate_29_97, "00:00:59", kOK, record(1770)},
+        {KIVCS2FrameRate_59_94, "00:01:00", kIllegal, record(0)}, // kept: 2 where 4 would be needed
+        {KIVCS2FrameRate_29_97, "00:01:00;02", kParam, record(0)},
+        {KIVCS2FrameRate_25, "10:00", kOK, record(0)}, // kept: no error
+        {KIVCS2FrameRate_25, "1:2:3:4:5", kOK, record(0)},
+        {KIVCS2FrameRate_25, "1.2 10:00:00:00", kOK, record(900000)}, // kept: a short date is ignored
+        {KIVCS2FrameRate_25, "1.2.3 4 5", kParam, record(0)},
+        {KIVCS2FrameRate_25, " 10:00:00:00", kOK, record(900000)},
+        {KIVCS2FrameRate_25, "10:00:00:00 ", kOK, record(0)},
+        {KIVCS2FrameRate_25, "0.0.2024 10:00:00:00", kOK, record(900000, 255, 255, 2024)},
+        {KIVCS2FrameRate_25, "1.1.65537 0", kOK, record(0, 0, 0, 1)},
+        {KIVCS2FrameRate_25, "15.3.2024 1:00:00:25", kIllegal, record(90000, 14, 2, 2024)},
+        {KIVCS2FrameRate_25, "15.3.2024 1:00:x:00", kParam, record(0, 14, 2, 2024)},
+        {KIVCS2FrameRate_25, "15.x.2024 1:00:00:00", kParam, record(0)},
+        {KIVCS2FrameRate_25, "257:00:00:00", kOK, record(90000)}, // fields are cut to 8 bits
+        {KIVCS2FrameRate_25, "1:256:256:256", kOK, record(90000)},
+        {KIVCS2FrameRate_29_97, "0:257:256", kOK,
+         record(1800)}, // and the start of the minute is found after the cut
+        {KIVCS2FrameRate_25, "-1:00:00:00", kParam, record(0)},
+        {KIVCS2FrameRate_25, "1:00:00:00\n", kParam, record(0)},
+        {KIVCS2FrameRate_25, "\xd9\xa1:00:00:00", kParam, record(0)}, // an Arabic digit one
+    };
+    for (const Row &row : rows)
+    {
+        SCOPED_TRACE(row.text);
+        setRate(row.rate);
+        KIVCS2Timecode tc = record(7, 7, 7, 7);
+        EXPECT_EQ(kivCS2Timecode_initWithString(&tc, row.text), row.status);
+        EXPECT_EQ(textOf(tc), textOf(row.tc));
+    }
+    KIVCS2Timecode tc = record(7, 7, 7, 7);
+    EXPECT_EQ(kivCS2Timecode_initWithString(&tc, "10:00:00:\xff"), KIVCS2STATUS_MEMORY_ERR); // no UTF-8
+    EXPECT_EQ(tc, record(7, 7, 7, 7));
+}
+
+TEST(Timecode, BothParsersAgree)
+{
+    const std::string seeds[] = {"10:00:00:00", "15.3.2024 10:00:00:00", "2500",
+                                 "00:01:00",    "1.1.1 1:1:1:1",         "23:59:59"};
+    const std::string letters = "0123456789::::....  ;x-+\xc3\xa9";
+    std::mt19937 engine{25};
+    const auto below = [&engine](size_t limit)
+    {
+        return engine() % limit;
+    };
+    uint32_t accepted = 0;
+    for (const KIVCS2FrameRate rate : {KIVCS2FrameRate_25, KIVCS2FrameRate_29_97, KIVCS2FrameRate_59_94})
+    {
+        setRate(rate);
+        for (int round = 0; round < 15000; ++round)
+        {
+            std::string text = seeds[below(std::size(seeds))];
+            for (size_t change = below(4); change > 0 && !text.empty(); --change)
+            {
+                const size_t at = below(text.size());
+                const char letter = letters[below(letters.size())];
+                switch (below(3))
+                {
+                case 0:
+                    text[at] = letter;
+                    break;
+                case 1:
+                    text.insert(at, 1 + below(12) / 11 * 10, letter);
+                    break;
+                default:
+                    text.erase(at, 1);
+                }
+            }
+            KIVCS2Timecode plain = record(7, 7, 7, 7), general = plain;
+            const KIVCS2Status status = kivCS2Timecode_initWithString(&plain, text.c_str());
+            ASSERT_EQ(parseGeneral(&general, text), status) << text;
+            ASSERT_EQ(textOf(plain), textOf(general)) << text;
+            accepted += KIVCS2_SUCCEEDED(status);
+        }
+    }
+    EXPECT_GT(accepted, 9000u); // the mutations leave enough of both kinds
+    EXPECT_LT(accepted, 36000u);
+}
+
+TEST(Timecode, WritesTextThatFitsOrNothing)
+{
+    struct Row
+    {
+        KIVCS2FrameRate rate;
+        KIVCS2Timecode tc;
+        const char *text;
+        uint32_t needed;
+    };
+    for (const Row &row : {
+             Row{KIVCS2FrameRate_25, record(0), "00:00:00:00", 12},
+             {KIVCS2FrameRate_29_97, record(1800), "00:01:00;02", 12},
+             {KIVCS2FrameRate_25, record(900000, 14, 2, 2024), "15.3.2024 10:00:00:00", 24},
+             {KIVCS2FrameRate_25, record(kInvalid, 14, 2, 2024), "15.3.2024 00:00:00:00", 24},
+             {KIVCS2FrameRate_25, record(900000, 14, 2, 0), "10:00:00:00", 12}, // no year, no date
+             {KIVCS2FrameRate_25, record(99 * 90000 + 89999), "99:59:59:24", 12},
+             {KIVCS2FrameRate_25, record(100 * 90000), "100:00:00:00",
+              13}, // more than the 12 that do for a day
+             {KIVCS2FrameRate_24, record(0xFFFFFFFE), "49710:16:10:14", 15},
+             {KIVCS2FrameRate_24, record(0xFFFFFFFE, 255, 255, 65535), "256.256.65535 49710:16:10:14", 29},
+         })
+    {
+        SCOPED_TRACE(row.text);
+        setRate(row.rate);
+        for (uint32_t size = 0; size <= 32; ++size)
+        {
+            const std::unique_ptr<char[]> buffer{new char[size + 1]}; // ASan watches its end
+            std::fill_n(buffer.get(), size + 1, '#');
+            const KIVCS2Status status = kivCS2Timecode_timecodeToString(&row.tc, buffer.get(), size);
+            if (size >= row.needed)
+            {
+                ASSERT_EQ(status, KIVCS2STATUS_OK);
+                ASSERT_STREQ(buffer.get(), row.text);
+            }
+            else
+            {
+                ASSERT_EQ(status, KIVCS2STATUS_BUFFER_SIZE_ERR) << size;
+                ASSERT_EQ(std::count(buffer.get(), buffer.get() + size + 1, '#'), size + 1);
+            }
+        }
+    }
+    Log log;
+    const KIVCS2Timecode tc = 0xFFFFFFFE;
+    EXPECT_EQ(kivCS2Timecode_print(&tc), KIVCS2STATUS_OK);
+    setRate(KIVCS2FrameRate_29_97);
+    const KIVCS2Timecode dropped = 1800;
+    EXPECT_EQ(kivCS2Timecode_print(&dropped), KIVCS2STATUS_OK);
+    EXPECT_EQ(log.take(), (std::vector<std::string>{"49710:16:10:14", "00:01:00;02"}));
+}
+
+TEST(Timecode, BCDThatNamesNoFrameSucceedsAndKeepsTheHours)
+{
+    Log log;
+    struct Row
+    {
+        KIVCS2FrameRate rate;
+        uint32_t bcd, frames;
+        const char *message;
+    };
+    for (const Row &row :
+         {Row{KIVCS2FrameRate_29_97, 0x00010000, 0, "Illegal timecode 00:01:00:00"},
+          {KIVCS2FrameRate_25, 0x02000025, 180000, "Illegal timecode 02:00:00:25"},
+          {KIVCS2FrameRate_25, 0x01000040, 90000, "Illegal timecode 01:00:00:40"}, // a drop-frame flag
+          {KIVCS2FrameRate_25, 0xFFFFFFFF, 165 * 90000, "Illegal timecode 165:165:165:165"}})
+    {
+        setRate(row.rate);
+        KIVCS2Timecode tc = record(7, 7, 7, 7);
+        EXPECT_EQ(kivCS2Timecode_initWithBCD(&tc, row.bcd), KIVCS2STATUS_OK);
+        EXPECT_EQ(textOf(tc), textOf(record(row.frames)));
+        EXPECT_EQ(log.take(), std::vector<std::string>{row.message});
+    }
+    setRate(KIVCS2FrameRate_25);
+    const KIVCS2Timecode tc = 165 * 90000;
+    uint32_t bcd = 0;
+    EXPECT_EQ(kivCS2Timecode_getBCDFromTimecode(&tc, &bcd), KIVCS2STATUS_OK);
+    EXPECT_EQ(bcd, 0x05000000u); // the tens of 165 are 0x10, of which the byte keeps nothing
+}
+
+// ---- System dates: the zone is that of the process; each zone is a run of its own
+
+struct Instant
+{
+    time_t seconds;
+    double fraction;
+};
+
+// Around every change of the clock of some years, and at ends of months, years and counters.
+std::vector<Instant> instants()
+{
+    std::vector<Instant> all;
+    for (const time_t at :
+         {time_t{-2208988800}, time_t{-1}, time_t{951782399}, time_t{951868799}, time_t{1709164800},
+          time_t{1735689599}, time_t{2147483647}, time_t{2147483648}, time_t{4107542399}})
+        for (const double fraction : {0.0, 0.001, 0.5, 0.999})
+            all.push_back({at, fraction});
+    for (const int year : {1996, 2007, 2023, 2024})
+    {
+        struct tm start = {};
+        start.tm_year = year - 1900;
+        start.tm_mday = 1;
+        const time_t first = timegm(&start);
+        struct tm before = {};
+        localtime_r(&first, &before);
+        for (time_t at = first; at < first + 366 * 86400; at += 900)
+        {
+            struct tm now = {};
+            localtime_r(&at, &now);
+            if (now.tm_gmtoff != before.tm_gmtoff)
+                for (const time_t offset : {-3601, -901, -1, 0, 1, 899, 1800, 3600, 7200})
+                    all.push_back({at + offset, 0.5});
+            before = now;
+        }
+    }
+    return all;
+}
+
+TEST(TimecodeDates, ReadTheWallClockOfTheZone)
+{
+    setRate(KIVCS2FrameRate_25);
+    for (const Instant &instant : instants())
+    {
+        struct tm wall = {};
+        localtime_r(&instant.seconds, &wall);
+        SCOPED_TRACE(std::to_string(instant.seconds) + " " + (wall.tm_zone != nullptr ? wall.tm_zone : ""));
+        CFDateRef date = CFDateCreate(nullptr, static_cast<double>(instant.seconds) -
+                                                   kCFAbsoluteTimeIntervalSince1970 + instant.fraction);
+        KIVCS2Timecode tc = record(7, 7, 7, 7);
+        ASSERT_EQ(kivCS2Timecode_initWithDate(&tc, date, 1), KIVCS2STATUS_OK);
+        const uint32_t ms = static_cast<uint32_t>(std::lround(instant.fraction * 1000));
+        const uint32_t frames = (wall.tm_hour * 3600 + wall.tm_min * 60 + wall.tm_sec) * 25 + ms * 25 / 1000;
+        EXPECT_EQ(textOf(tc), textOf(record(frames, wall.tm_mday - 1, wall.tm_mon, wall.tm_year + 1900)));
+        ASSERT_EQ(kivCS2Timecode_initWithDate(&tc, date, 0), KIVCS2STATUS_OK);
+        EXPECT_EQ(textOf(tc), textOf(record(0, wall.tm_mday - 1, wall.tm_mon, wall.tm_year + 1900)));
+        CFRelease(date);
+    }
+}
+
+// Kept: month and day are composed zero-based.
+TEST(TimecodeDates, CreatedDatesLieAMonthAndADayEarly)
+{
+    setRate(KIVCS2FrameRate_25);
+    for (const KIVCS2Timecode tc :
+         {record(900024, 14, 2, 2024), record(2159999, 0, 0, 2024), record(1200000, 28, 1, 2000),
+          record(900000, 30, 11, 2037), record(36 * 90000, 5, 6, 1999)})
+    {
+        SCOPED_TRACE(textOf(tc));
+        struct tm wall = {};
+        wall.tm_year = static_cast<int>(tc >> 48) - 1900;
+        wall.tm_mon = static_cast<int>(tc >> 40 & 0xFF) - 1;
+        wall.tm_mday = static_cast<int>(tc >> 32 & 0xFF);
+        wall.tm_hour = static_cast<int>(static_cast<uint32_t>(tc) / 90000);
+        wall.tm_sec = static_cast<int>(static_cast<uint32_t>(tc) % 90000 / 25); // whole seconds
+        wall.tm_isdst = -1;
+        CFDateRef date = nullptr;
+        ASSERT_EQ(kivCS2Timecode_createCFDate(&tc, &date), KIVCS2STATUS_OK);
+        EXPECT_EQ(CFDateGetAbsoluteTime(date),
+                  static_cast<double>(mktime(&wall)) - kCFAbsoluteTimeIntervalSince1970);
+        CFRelease(date);
+    }
+}
+
+TEST(TimecodeDates, NowIsToday)
+{
+    setRate(KIVCS2FrameRate_25);
+    for (int attempt = 0;; ++attempt)
+    {
+        const time_t before = time(nullptr);
+        KIVCS2Timecode now = 0, day = 7;
+        uint32_t today = 0;
+        ASSERT_EQ(kivCS2Timecode_initWithNow(&now), KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2Timecode_initWithCalendarDate(&day), KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2Timecode_isToday(&day, &today), KIVCS2STATUS_OK);
+        const time_t after = time(nullptr);
+        struct tm wall = {};
+        localtime_r(&before, &wall);
+        if (attempt < 10 && after / 900 != before / 900)
+            continue; // midnight, or a change of the clock, may have passed in between
+        const uint32_t first = (wall.tm_hour * 3600 + wall.tm_min * 60 + wall.tm_sec) * 25;
+        EXPECT_GE(static_cast<uint32_t>(now), first);
+        EXPECT_LE(static_cast<uint32_t>(now), first + (after - before + 1) * 25);
+        EXPECT_EQ(textOf(day), textOf(record(0, wall.tm_mday - 1, wall.tm_mon, wall.tm_year + 1900)));
+        EXPECT_EQ(today, 1u);
+        return;
+    }
+}
+
+TEST(TimecodeDates, ThreadsShareTheFormatters)
+{
+    setRate(KIVCS2FrameRate_29_97);
+    constexpr int kThreads = 4, kDates = 200;
+    std::vector<CFDateRef> dates;
+    std::vector<KIVCS2Timecode> expected;
+    for (int index = 0; index < kDates; ++index)
+    {
+        dates.push_back(CFDateCreate(nullptr, 700000000.0 + index * 86461.125));
+        expected.push_back(0);
+        ASSERT_EQ(kivCS2Timecode_initWithDate(&expected.back(), dates.back(), 1), KIVCS2STATUS_OK);
+    }
+    std::vector<std::thread> threads;
+    std::vector<int> wrong(kThreads, 0);
+    for (int thread = 0; thread < kThreads; ++thread)
+        threads.emplace_back(
+            [&, thread]
+            {
+                for (int index = 0; index < kDates; ++index)
+                {
+                    const int at = (index + thread * kDates / kThreads) % kDates;
+                    KIVCS2Timecode tc = 0;
+                    wrong[thread] += kivCS2Timecode_initWithDate(&tc, dates[at], 1) != KIVCS2STATUS_OK ||
+                                     tc != expected[at];
+                }
+            });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong, std::vector<int>(kThreads, 0));
+    for (const CFDateRef date : dates)
+        CFRelease(date);
+}
+} // namespace
