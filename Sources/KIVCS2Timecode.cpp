@@ -328,7 +328,7 @@ KIVCS2Status kivCS2Timecode_initWithSeconds(KIVCS2Timecode *tc, double seconds)
 
 KIVCS2Status kivCS2Timecode_initWithHours(KIVCS2Timecode *tc, uint8_t hours)
 {
-    *tc = hours * g_state.framesPerHour;
+    *tc = uint64_t{hours} * g_state.framesPerHour;
     return KIVCS2STATUS_OK;
 }
 
@@ -919,9 +919,9 @@ KIVCS2Status kivCS2Timecode_initWithDate(KIVCS2Timecode *tc, CFDateRef date, uin
     Formatting &formatting = g_state.formatting;
     const kiv::MutexLock lock{formatting.dateFormatMutex};
     KIV_TRY(lock.status());
-    const auto value = [&](CFDateFormatterRef formatter)
+    const auto value = [date](CFDateFormatterRef formatter)
     {
-        return getValueFromDate(formatting, date, formatter);
+        return getValueFromDate(g_state.formatting, date, formatter);
     };
     const uint32_t day = value(formatting.formatDay);
     const uint32_t month = value(formatting.formatMonth);

@@ -236,8 +236,9 @@ KIVCS2Status kivCS2VideoFormat_findDefinition(KIVCS2VideoFormat format,
 
     const auto row = std::find_if(videoFormats.begin(), videoFormats.end(),
                                   [format](const auto &candidate) { return candidate.m_format == format; });
-    *definition = row != videoFormats.end() ? &*row : nullptr;
-    return row != videoFormats.end() ? KIVCS2STATUS_OK : KIVCS2STATUS_VIDEO_FORMAT_ERR;
+    const bool found = row != videoFormats.end();
+    *definition = found ? &*row : nullptr;
+    return found ? KIVCS2STATUS_OK : KIVCS2STATUS_VIDEO_FORMAT_ERR;
 }
 
 KIVCS2Status kivCS2VideoFormat_matchWidth(uint32_t width, uint32_t *widthOut)

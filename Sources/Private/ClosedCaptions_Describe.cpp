@@ -90,7 +90,7 @@ KIVCS2Status describePair(uint8_t byte1, uint8_t byte2, std::span<char, KIVCS2_C
         return print(text, "Extended character %02x", ((byte1 & 1) * 32) | (byte2 & 0x1F));
     if ((byte1 & 0x70) == 0x10 && (byte2 & 0x40) != 0)
         return print(text, "Preamble channel %i = row %i, attribute %s, underline %i", channel,
-                     kRowMap[static_cast<size_t>((byte1 & 7) * 2 + ((byte2 >> 5) & 1))],
+                     kRowMap[(byte1 & 7u) * 2u + ((byte2 >> 5) & 1u)],
                      kAttributeMap[static_cast<size_t>((c2 >> 1) & 15)], c2 & 1);
     // Kept: unreachable, since every such first byte was taken for a special character above.
     if ((byte1 & 0x77) == 0x11 && (byte2 & 0x70) == 0x20)

@@ -23,7 +23,7 @@ constexpr std::array<char, 200> kDigitPairs = []
 
 char *putPair(char *at, uint32_t value)
 {
-    std::memcpy(at, &kDigitPairs[2 * value], 2);
+    std::memcpy(at, &kDigitPairs[size_t{2} * value], 2);
     return at + 2;
 }
 

@@ -24,8 +24,8 @@ struct Units
     }
     [[nodiscard]] Units part(size_t location, size_t count) const noexcept
     {
-        return {narrow != nullptr ? narrow + location : nullptr, wide != nullptr ? wide + location : nullptr,
-                count};
+        return narrow != nullptr ? Units{narrow + location, nullptr, count}
+                                 : Units{nullptr, wide + location, count};
     }
 };
 
