@@ -1,0 +1,39 @@
+// A CDP of two pairs: as long as it says, closed by its checksum, and the same pairs come back.
+// Input: SDI form (bit 0), one pair only (bit 1), sequence number, pairs.
+#include "../Tests/Support/PlainCDP.h"
+#include "Expect.h"
+
+#include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
+
+#include <cstring>
+#include <numeric>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    if (size < 7)
+        return 0;
+    const bool sdi = (data[0] & 1) != 0;
+    const uint32_t pairBytes = (data[0] & 2) != 0 ? 2 : 4;
+    const auto sequenceNumber = static_cast<uint16_t>(data[1] << 8 | data[2]);
+    uint16_t pairs[2];
+    memcpy(pairs, data + 3, sizeof pairs);
+    uint8_t packet[KIVCS2_CDP_SDI_SIZE];
+    uint32_t packetSize = sdi ? KIVCS2_CDP_SDI_SIZE : KIVCS2_CDP_SIZE;
+    KIV_FUZZ_EXPECT(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(
+                        pairs, pairBytes, packet, &packetSize, sequenceNumber, sdi) == KIVCS2STATUS_OK);
+    KIV_FUZZ_EXPECT(packetSize == packet[2]);
+    KIV_FUZZ_EXPECT(std::accumulate(packet, packet + packetSize, 0u) % 256 == 0);
+    if (pairBytes == 4 && !sdi)
+    {
+        uint8_t plain[KIVCS2_CDP_SIZE];
+        kiv::test::buildPlainly(data + 3, sequenceNumber, plain);
+        KIV_FUZZ_EXPECT(memcmp(packet, plain, sizeof plain) == 0);
+    }
+
+    uint16_t back[2];
+    const uint32_t room = sizeof back;
+    KIV_FUZZ_EXPECT(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(
+                        packet, packetSize, false, back, &room) == KIVCS2STATUS_OK);
+    KIV_FUZZ_EXPECT(memcmp(back, pairs, pairBytes) == 0);
+    return 0;
+}
