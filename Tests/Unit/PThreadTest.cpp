@@ -1,0 +1,496 @@
+// Threads and semaphore threads, cancelled and freed from every side.
+#include <KIVCoreServices2/KIVCS2PThread.h>
+
+#include "ArgumentCheck.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+static_assert(offsetof(KIVCS2Thread, m_thread) == 0 && offsetof(KIVCS2Thread, m_flags) == 8);
+static_assert(offsetof(KIVCS2SemaphoreThread, m_thread) == 0 &&
+              offsetof(KIVCS2SemaphoreThread, m_context) == 16 &&
+              offsetof(KIVCS2SemaphoreThread, m_cancel) == 24 &&
+              offsetof(KIVCS2SemaphoreThread, m_busy) == 28 &&
+              offsetof(KIVCS2SemaphoreThread, m_startFunc) == 32 &&
+              offsetof(KIVCS2SemaphoreThread, m_endFunc) == 40 &&
+              offsetof(KIVCS2SemaphoreThread, m_signalFunc) == 48 &&
+              offsetof(KIVCS2SemaphoreThread, m_semaphore) == 56);
+
+using Gate = std::binary_semaphore;
+
+// Makes the system refuse every new thread while it lives: no address space has room for the stack.
+class NoThreads
+{
+public:
+    NoThreads()
+    {
+        pthread_getattr_default_np(&m_saved);
+        pthread_attr_t huge;
+        pthread_attr_init(&huge);
+        pthread_attr_setstacksize(&huge, size_t{1} << 48);
+        EXPECT_EQ(pthread_setattr_default_np(&huge), 0);
+        pthread_attr_destroy(&huge);
+    }
+    ~NoThreads()
+    {
+        pthread_setattr_default_np(&m_saved);
+        pthread_attr_destroy(&m_saved);
+    }
+    NoThreads(const NoThreads &) = delete;
+    NoThreads &operator=(const NoThreads &) = delete;
+
+private:
+    pthread_attr_t m_saved{};
+};
+
+// ---- Threads ----
+
+void *addOne(void *argument)
+{
+    ++*static_cast<std::atomic<int> *>(argument);
+    return argument;
+}
+
+TEST(Thread, JoinsOnceAndIsFreed)
+{
+    std::atomic<int> runs{0};
+    KIVCS2Thread thread;
+    ASSERT_EQ(kivCS2Thread_init(&thread, &runs, addOne), KIVCS2STATUS_OK);
+    EXPECT_EQ(thread.m_flags, 0u);
+    EXPECT_EQ(kivCS2Thread_join(&thread), KIVCS2STATUS_OK);
+    EXPECT_EQ(runs, 1);
+    EXPECT_EQ(thread.m_flags, uint32_t{KIVCS2ThreadFlags_Joined});
+    EXPECT_EQ(kivCS2Thread_join(&thread), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Thread_free(&thread), KIVCS2STATUS_OK);
+    EXPECT_EQ(thread.m_thread, pthread_t{0});
+    EXPECT_EQ(thread.m_flags, 0u);
+}
+
+struct Visit
+{
+    KIVCS2Thread thread{};
+    Gate entered{0};
+    Gate leave{0};
+    Gate left{0};
+    KIVCS2Status joined = KIVCS2STATUS_OK;
+    std::string name;
+};
+
+TEST(Thread, DetachTwiceAndFreeNeverWait)
+{
+    for (const bool detach : {true, false})
+    {
+        Visit visit;
+        ASSERT_EQ(kivCS2Thread_init(&visit.thread, &visit,
+                                    [](void *argument) -> void *
+                                    {
+                                        auto &self = *static_cast<Visit *>(argument);
+                                        self.leave.acquire();
+                                        self.left.release();
+                                        return nullptr;
+                                    }),
+                  KIVCS2STATUS_OK);
+        if (detach)
+        {
+            EXPECT_EQ(kivCS2Thread_detach(&visit.thread), KIVCS2STATUS_OK);
+            EXPECT_EQ(kivCS2Thread_detach(&visit.thread), KIVCS2STATUS_OK);
+            EXPECT_EQ(visit.thread.m_flags, uint32_t{KIVCS2ThreadFlags_Detached});
+        }
+        EXPECT_EQ(kivCS2Thread_free(&visit.thread), KIVCS2STATUS_OK); // while the thread is held
+        EXPECT_EQ(visit.thread.m_thread, pthread_t{0});
+        visit.leave.release();
+        visit.left.acquire();
+    }
+}
+
+TEST(Thread, CannotJoinItself)
+{
+    Visit visit;
+    ASSERT_EQ(kivCS2Thread_init(&visit.thread, &visit,
+                                [](void *argument) -> void *
+                                {
+                                    auto &self = *static_cast<Visit *>(argument);
+                                    self.joined = kivCS2Thread_join(&self.thread);
+                                    return nullptr;
+                                }),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Thread_join(&visit.thread), KIVCS2STATUS_OK);
+    EXPECT_EQ(visit.joined, KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(kivCS2Thread_free(&visit.thread), KIVCS2STATUS_OK);
+}
+
+TEST(Thread, NamesTheCallingThread)
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {"capture", "capture"}, {"fifteen bytes..more", "fifteen bytes.."}, {"", ""}};
+    for (const auto &[given, kept] : cases)
+    {
+        std::string name;
+        KIVCS2Status status = KIVCS2STATUS_ERR;
+        std::thread{[&, asked = given]
+                    {
+                        status = kivCS2Thread_setCurrentThreadName(asked);
+                        char buffer[64] = "?";
+                        pthread_getname_np(pthread_self(), buffer, sizeof buffer);
+                        name = buffer;
+                    }}
+            .join();
+        EXPECT_EQ(status, KIVCS2STATUS_OK);
+        EXPECT_EQ(name, kept);
+    }
+}
+
+TEST(Thread, NoThreadLeavesNothing)
+{
+    NoThreads none;
+    std::atomic<int> runs{0};
+    KIVCS2Thread thread;
+    EXPECT_EQ(kivCS2Thread_init(&thread, &runs, addOne), KIVCS2STATUS_THREAD_ERR);
+    EXPECT_EQ(thread.m_thread, pthread_t{0});
+
+    KIVCS2SemaphoreThread worker;
+    EXPECT_EQ(kivCS2SemaphoreThread_init(&worker, nullptr, nullptr, nullptr, nullptr),
+              KIVCS2STATUS_THREAD_ERR);
+    EXPECT_EQ(worker.m_thread.m_thread, pthread_t{0});
+    EXPECT_EQ(worker.m_semaphore.m_semaphore, nullptr);
+}
+
+// ---- Semaphore threads ----
+
+// A semaphore thread whose callbacks are functions of the test. The record is a block of its own, so
+// that AddressSanitizer sees a worker that looks at it too late.
+struct Stage
+{
+    std::unique_ptr<KIVCS2SemaphoreThread> record = std::make_unique<KIVCS2SemaphoreThread>();
+    std::function<void()> onStart;
+    std::function<void()> onSignal;
+    std::function<void()> onEnd;
+    std::atomic<int> starts{0};
+    std::atomic<int> runs{0};
+    std::atomic<int> ends{0};
+    Gate gone{0}; // the worker has returned from all of the library's code
+    KIVCS2Status inCallback = KIVCS2STATUS_ERR;
+
+    void start()
+    {
+        ASSERT_EQ(kivCS2SemaphoreThread_init(record.get(), this, callStart, callEnd, callSignal),
+                  KIVCS2STATUS_OK);
+    }
+    void signal()
+    {
+        EXPECT_EQ(kivCS2SemaphoreThread_signal(record.get()), KIVCS2STATUS_OK);
+    }
+    void freeInCallback()
+    {
+        inCallback = kivCS2SemaphoreThread_free(record.get());
+        record.reset();
+    }
+
+private:
+    struct AtThreadExit
+    {
+        Gate *gate = nullptr;
+        ~AtThreadExit()
+        {
+            if (gate != nullptr)
+                gate->release();
+        }
+    };
+
+    static void callStart(void *context)
+    {
+        thread_local AtThreadExit atExit;
+        auto &stage = *static_cast<Stage *>(context);
+        atExit.gate = &stage.gone;
+        call(stage.starts, stage.onStart);
+    }
+    static void callSignal(void *context)
+    {
+        auto &stage = *static_cast<Stage *>(context);
+        call(stage.runs, stage.onSignal);
+    }
+    static void callEnd(void *context)
+    {
+        auto &stage = *static_cast<Stage *>(context);
+        call(stage.ends, stage.onEnd);
+    }
+    static void call(std::atomic<int> &count, const std::function<void()> &function)
+    {
+        ++count;
+        if (function)
+            function();
+    }
+};
+
+// Holds the first run until it is let go; later runs pass.
+struct HeldStage : Stage
+{
+    HeldStage()
+    {
+        onSignal = [this]
+        {
+            if (runs == 1)
+            {
+                entered.release();
+                leave.acquire();
+            }
+            ran.release();
+        };
+    }
+    Gate entered{0};
+    Gate leave{0};
+    std::counting_semaphore<16> ran{0};
+};
+
+TEST(SemaphoreThread, QueuedSignalsAreAllRun)
+{
+    HeldStage stage;
+    stage.start();
+    stage.signal();
+    stage.entered.acquire();
+    for (int time = 0; time < 3; ++time)
+        stage.signal();
+    stage.leave.release();
+    for (int time = 0; time < 4; ++time)
+        stage.ran.acquire();
+    EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_EQ(stage.starts, 1);
+    EXPECT_EQ(stage.runs, 4);
+    EXPECT_EQ(stage.ends, 1);
+    EXPECT_EQ(kivCS2SemaphoreThread_free(stage.record.get()), KIVCS2STATUS_OK);
+}
+
+TEST(SemaphoreThread, DrainDropsWhatHasNotStarted)
+{
+    HeldStage stage;
+    stage.start();
+    stage.signal();
+    stage.entered.acquire();
+    for (int time = 0; time < 3; ++time)
+        stage.signal();
+    EXPECT_EQ(kivCS2SemaphoreThread_drain(stage.record.get()), KIVCS2STATUS_OK);
+    stage.leave.release();
+    stage.ran.acquire();
+    stage.signal();
+    stage.ran.acquire();
+    EXPECT_EQ(stage.runs, 2);
+    EXPECT_EQ(kivCS2SemaphoreThread_free(stage.record.get()), KIVCS2STATUS_OK);
+}
+
+TEST(SemaphoreThread, DrainAndBlockWaitsForTheRunInProgress)
+{
+    HeldStage stage;
+    stage.start();
+    stage.signal();
+    stage.entered.acquire();
+    stage.signal();
+    std::atomic<bool> blocking{false};
+    std::thread other{[&]
+                      {
+                          while (!blocking)
+                              std::this_thread::yield();
+                          for (int time = 0; time < 1000;
+                               ++time) // long enough for a wait that does not wait to show
+                              std::this_thread::yield();
+                          stage.leave.release();
+                      }};
+    blocking = true;
+    EXPECT_EQ(kivCS2SemaphoreThread_drainAndBlock(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_TRUE(stage.ran.try_acquire()); // the run has returned
+    EXPECT_EQ(stage.record->m_busy, 0u);
+    other.join();
+    EXPECT_EQ(stage.runs, 1);
+    EXPECT_EQ(kivCS2SemaphoreThread_free(stage.record.get()), KIVCS2STATUS_OK);
+}
+
+TEST(SemaphoreThread, CancelEndsOnceDropsTheQueueAndStaysBusy)
+{
+    HeldStage stage;
+    stage.start();
+    stage.signal();
+    stage.entered.acquire();
+    stage.signal();
+    std::thread other{[&]
+                      {
+                          while (std::atomic_ref{stage.record->m_cancel}.load() == 0)
+                              std::this_thread::yield();
+                          stage.leave.release();
+                      }};
+    EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
+    other.join();
+    EXPECT_EQ(stage.runs, 1);
+    EXPECT_EQ(stage.ends, 1);
+    EXPECT_EQ(stage.record->m_cancel, 1u);
+    EXPECT_EQ(stage.record->m_busy, 1u);
+    EXPECT_EQ(stage.record->m_thread.m_flags, uint32_t{KIVCS2ThreadFlags_Joined});
+    EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2SemaphoreThread_free(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_EQ(stage.ends, 1);
+    EXPECT_EQ(stage.record->m_thread.m_thread, pthread_t{0});
+    EXPECT_EQ(stage.record->m_semaphore.m_semaphore, nullptr);
+}
+
+TEST(SemaphoreThread, WorksWithoutCallbacks)
+{
+    KIVCS2SemaphoreThread worker;
+    ASSERT_EQ(kivCS2SemaphoreThread_init(&worker, nullptr, nullptr, nullptr, nullptr), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2SemaphoreThread_signal(&worker), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2SemaphoreThread_free(&worker), KIVCS2STATUS_OK);
+}
+
+TEST(SemaphoreThread, FreedByEachOfItsCallbacks)
+{
+    enum class From
+    {
+        start,
+        signal,
+        endInsideFree, // the end callback that free makes frees again
+    };
+    for (const From from : {From::start, From::signal, From::endInsideFree})
+    {
+        Stage stage;
+        int endsWhenFreed = -1;
+        const auto freeNow = [&]
+        {
+            stage.freeInCallback();
+            endsWhenFreed = stage.ends;
+        };
+        if (from == From::start)
+            stage.onStart = freeNow;
+        else if (from == From::signal)
+            stage.onSignal = freeNow;
+        else
+        {
+            stage.onSignal = [&]
+            {
+                (void)kivCS2SemaphoreThread_free(stage.record.get());
+            };
+            stage.onEnd = [&]
+            {
+                stage.inCallback = kivCS2SemaphoreThread_free(stage.record.get());
+            };
+        }
+        stage.start();
+        if (from != From::start)
+            stage.signal();
+        stage.gone.acquire();
+        EXPECT_EQ(stage.inCallback, KIVCS2STATUS_OK);
+        EXPECT_EQ(stage.runs, from == From::start ? 0 : 1);
+        EXPECT_EQ(stage.ends, 1);
+        if (from != From::endInsideFree)
+            EXPECT_EQ(endsWhenFreed, 1); // no callback comes once free has returned
+    }
+}
+
+TEST(SemaphoreThread, CancelledByACallbackAndFreedByItsOwner)
+{
+    Stage stage;
+    Gate cancelled{0};
+    Gate freed{0};
+    stage.onSignal = [&]
+    {
+        stage.inCallback = kivCS2SemaphoreThread_cancel(stage.record.get());
+        cancelled.release();
+        freed.acquire(); // the record goes while the run is still in progress
+    };
+    stage.start();
+    stage.signal();
+    cancelled.acquire();
+    EXPECT_EQ(stage.inCallback, KIVCS2STATUS_OK);
+    EXPECT_EQ(stage.record->m_thread.m_flags, 0u);
+    EXPECT_EQ(stage.record->m_cancel, 1u);
+    EXPECT_EQ(stage.record->m_busy, 1u);
+    EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2SemaphoreThread_free(stage.record.get()), KIVCS2STATUS_OK);
+    stage.record.reset();
+    freed.release();
+    stage.gone.acquire();
+    EXPECT_EQ(stage.runs, 1);
+    EXPECT_EQ(stage.ends, 1);
+}
+
+TEST(SemaphoreThread, CancelledAndThenFreedByCallbacks)
+{
+    for (const bool freeAtEnd : {true, false})
+    {
+        Stage stage;
+        stage.onSignal = [&]
+        {
+            EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
+            if (!freeAtEnd)
+                stage.freeInCallback();
+        };
+        if (freeAtEnd)
+            stage.onEnd = [&]
+            {
+                stage.freeInCallback();
+            };
+        stage.start();
+        stage.signal();
+        stage.gone.acquire();
+        EXPECT_EQ(stage.inCallback, KIVCS2STATUS_OK);
+        EXPECT_EQ(stage.ends, 1);
+    }
+}
+
+TEST(PThread, RefusesMissingAndUnstartedRecords)
+{
+    KIVCS2Thread thread{};
+    KIVCS2SemaphoreThread worker{};
+    std::vector<kiv::test::ArgumentCheck> checks = {
+        {"kivCS2Thread_init", "pThread", KIVCS2STATUS_PARAM_ERR,
+         []
+         {
+             return kivCS2Thread_init(nullptr, nullptr, addOne);
+         }},
+        {"kivCS2Thread_init", "startRoutine", KIVCS2STATUS_PARAM_ERR,
+         [&]
+         {
+             return kivCS2Thread_init(&thread, nullptr, nullptr);
+         }},
+        {"kivCS2Thread_setCurrentThreadName", "name", KIVCS2STATUS_PARAM_ERR,
+         []
+         {
+             return kivCS2Thread_setCurrentThreadName(nullptr);
+         }},
+        {"kivCS2SemaphoreThread_init", "pThread", KIVCS2STATUS_PARAM_ERR,
+         []
+         {
+             return kivCS2SemaphoreThread_init(nullptr, nullptr, nullptr, nullptr, nullptr);
+         }},
+    };
+    const auto add = [&checks](const char *name, auto *operation, auto *unstarted)
+    {
+        checks.push_back({name, "pThread", KIVCS2STATUS_PARAM_ERR,
+                          [=]
+                          {
+                              return operation(nullptr);
+                          }});
+        checks.push_back({name, "pThread->m_thread", KIVCS2STATUS_PARAM_ERR,
+                          [=]
+                          {
+                              return operation(unstarted);
+                          }});
+    };
+    add("kivCS2Thread_join", kivCS2Thread_join, &thread);
+    add("kivCS2Thread_detach", kivCS2Thread_detach, &thread);
+    add("kivCS2Thread_free", kivCS2Thread_free, &thread);
+    add("kivCS2SemaphoreThread_signal", kivCS2SemaphoreThread_signal, &worker);
+    add("kivCS2SemaphoreThread_drain", kivCS2SemaphoreThread_drain, &worker);
+    add("kivCS2SemaphoreThread_drainAndBlock", kivCS2SemaphoreThread_drainAndBlock, &worker);
+    add("kivCS2SemaphoreThread_cancel", kivCS2SemaphoreThread_cancel, &worker);
+    add("kivCS2SemaphoreThread_free", kivCS2SemaphoreThread_free, &worker);
+    for (const auto &check : checks)
+        kiv::test::expectRefused(check);
+}
+} // namespace

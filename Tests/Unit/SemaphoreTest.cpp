@@ -1,0 +1,223 @@
+// Semaphores: names, sharing, statuses. Every semaphore made here is removed again, also on failure.
+#include <KIVCoreServices2/KIVCS2Semaphore.h>
+
+#include "ArgumentCheck.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+static_assert(offsetof(KIVCS2Semaphore, m_semaphore) == 0 && offsetof(KIVCS2Semaphore, m_name) == 8);
+static_assert(sizeof(KIVCS2Semaphore) == 264);
+
+struct OwnSemaphore
+{
+    explicit OwnSemaphore(const char *name)
+    {
+        std::memset(&record, 0xAB, sizeof record); // whatever the record held
+        status = kivCS2Semaphore_init(&record, name);
+    }
+    ~OwnSemaphore()
+    {
+        if (record.m_semaphore != nullptr)
+            EXPECT_EQ(kivCS2Semaphore_free(&record), KIVCS2STATUS_OK);
+    }
+    OwnSemaphore(const OwnSemaphore &) = delete;
+    OwnSemaphore &operator=(const OwnSemaphore &) = delete;
+
+    [[nodiscard]] uint32_t count() // takes them all
+    {
+        uint32_t taken = 0;
+        while (kivCS2Semaphore_testWait(&record) == KIVCS2STATUS_OK)
+            ++taken;
+        return taken;
+    }
+    void signal(int times)
+    {
+        for (; times > 0; --times)
+            EXPECT_EQ(kivCS2Semaphore_signal(&record), KIVCS2STATUS_OK);
+    }
+
+    KIVCS2Semaphore record;
+    KIVCS2Status status;
+};
+
+std::string uniqueName(size_t length)
+{
+    std::string name = "kivTest" + std::to_string(getpid()) + "-";
+    name.resize(length, 'n');
+    return name;
+}
+
+TEST(Semaphore, CountsAndDrains)
+{
+    OwnSemaphore semaphore{nullptr};
+    ASSERT_EQ(semaphore.status, KIVCS2STATUS_OK);
+    EXPECT_EQ(std::string{semaphore.record.m_name}.substr(0, 6), "kivCS2");
+    EXPECT_EQ(kivCS2Semaphore_testWait(&semaphore.record), KIVCS2STATUS_SEMAPHORE_BUSY_ERR);
+    EXPECT_EQ(kivCS2Semaphore_drain(&semaphore.record), KIVCS2STATUS_OK);
+    semaphore.signal(3);
+    EXPECT_EQ(kivCS2Semaphore_wait(&semaphore.record), KIVCS2STATUS_OK);
+    EXPECT_EQ(semaphore.count(), 2u);
+    semaphore.signal(5);
+    EXPECT_EQ(kivCS2Semaphore_drain(&semaphore.record), KIVCS2STATUS_OK);
+    EXPECT_EQ(semaphore.count(), 0u);
+}
+
+TEST(Semaphore, AutomaticNamesNeverMeet)
+{
+    OwnSemaphore first{nullptr};
+    OwnSemaphore second{nullptr};
+    EXPECT_STRNE(first.record.m_name, second.record.m_name);
+    first.signal(1);
+    EXPECT_EQ(second.count(), 0u);
+}
+
+TEST(Semaphore, TheSameNameIsTheSameCount)
+{
+    for (const size_t length : {size_t{40}, size_t{251}, size_t{252}, size_t{255}})
+    {
+        const std::string name = uniqueName(length);
+        OwnSemaphore first{name.c_str()};
+        ASSERT_EQ(first.status, KIVCS2STATUS_OK) << length;
+        EXPECT_EQ(first.record.m_name, name); // as it was given, whatever the system calls it
+        first.signal(2);
+
+        OwnSemaphore second{name.c_str()};
+        ASSERT_EQ(second.status, KIVCS2STATUS_OK) << length;
+        EXPECT_EQ(first.count(), 0u); // the second init took them
+        second.signal(1);
+        EXPECT_EQ(first.count(), 1u);
+    }
+}
+
+TEST(Semaphore, LongNamesThatDifferAtTheEndDiffer)
+{
+    std::string name = uniqueName(255);
+    OwnSemaphore first{name.c_str()};
+    name.back() = 'm';
+    OwnSemaphore second{name.c_str()};
+    ASSERT_EQ(first.status, KIVCS2STATUS_OK);
+    ASSERT_EQ(second.status, KIVCS2STATUS_OK);
+    first.signal(1);
+    EXPECT_EQ(second.count(), 0u);
+}
+
+TEST(Semaphore, RefusesNamesTheSystemCannotHold)
+{
+    OwnSemaphore tooLong{uniqueName(256).c_str()};
+    EXPECT_EQ(tooLong.status, KIVCS2STATUS_BUFFER_SIZE_ERR);
+    EXPECT_EQ(tooLong.record.m_semaphore, nullptr);
+    EXPECT_STREQ(tooLong.record.m_name, "");
+
+    OwnSemaphore empty{""};
+    EXPECT_EQ(empty.status, KIVCS2STATUS_SEMAPHORE_ERR);
+    EXPECT_EQ(empty.record.m_semaphore, nullptr);
+}
+
+TEST(Semaphore, FreeRemovesTheName)
+{
+    const std::string name = uniqueName(30);
+    KIVCS2Semaphore semaphore{};
+    ASSERT_EQ(kivCS2Semaphore_init(&semaphore, name.c_str()), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2Semaphore_free(&semaphore), KIVCS2STATUS_OK);
+    EXPECT_EQ(semaphore.m_semaphore, nullptr);
+    EXPECT_STREQ(semaphore.m_name, "");
+    errno = 0;
+    EXPECT_EQ(sem_open(("/" + name).c_str(), 0), SEM_FAILED);
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(Semaphore, SharedByProcesses)
+{
+    const std::string name = uniqueName(32);
+    OwnSemaphore semaphore{name.c_str()};
+    ASSERT_EQ(semaphore.status, KIVCS2STATUS_OK);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0)
+    {
+        KIVCS2Semaphore theirs;
+        const bool signalled = kivCS2Semaphore_init(&theirs, name.c_str()) == KIVCS2STATUS_OK &&
+                               kivCS2Semaphore_signal(&theirs) == KIVCS2STATUS_OK;
+        _exit(signalled ? 0 : 1);
+    }
+    EXPECT_EQ(kivCS2Semaphore_wait(&semaphore.record), KIVCS2STATUS_OK);
+    int ended = 1;
+    ASSERT_EQ(waitpid(child, &ended, 0), child);
+    EXPECT_EQ(ended, 0);
+    EXPECT_EQ(semaphore.count(), 0u);
+}
+
+TEST(Semaphore, ADeliveredSignalEndsTheWait)
+{
+    struct sigaction action
+    {
+    };
+    struct sigaction saved
+    {
+    };
+    action.sa_handler = [](int) {
+    };
+    ASSERT_EQ(sigaction(SIGUSR1, &action, &saved), 0);
+
+    OwnSemaphore semaphore{nullptr};
+    std::atomic<bool> returned{false};
+    std::thread waiter{[&]
+                       {
+                           EXPECT_EQ(kivCS2Semaphore_wait(&semaphore.record), KIVCS2STATUS_OK);
+                           returned = true;
+                       }};
+    while (!returned)
+    {
+        pthread_kill(waiter.native_handle(), SIGUSR1);
+        std::this_thread::yield();
+    }
+    waiter.join();
+    EXPECT_EQ(sigaction(SIGUSR1, &saved, nullptr), 0);
+}
+
+TEST(Semaphore, RefusesMissingAndFreedRecords)
+{
+    KIVCS2Semaphore none{};
+    std::vector<kiv::test::ArgumentCheck> checks = {
+        {"kivCS2Semaphore_init", "pSemaphore", KIVCS2STATUS_PARAM_ERR,
+         []
+         {
+             return kivCS2Semaphore_init(nullptr, nullptr);
+         }},
+    };
+    const std::pair<const char *, KIVCS2Status (*)(KIVCS2Semaphore *)> operations[] = {
+        {"kivCS2Semaphore_signal", kivCS2Semaphore_signal},
+        {"kivCS2Semaphore_wait", kivCS2Semaphore_wait},
+        {"kivCS2Semaphore_testWait", kivCS2Semaphore_testWait},
+        {"kivCS2Semaphore_drain", kivCS2Semaphore_drain},
+        {"kivCS2Semaphore_free", kivCS2Semaphore_free},
+    };
+    for (const auto &[name, operation] : operations)
+    {
+        checks.push_back({name, "pSemaphore", KIVCS2STATUS_PARAM_ERR,
+                          [=]
+                          {
+                              return operation(nullptr);
+                          }});
+        checks.push_back({name, "pSemaphore->m_semaphore", KIVCS2STATUS_PARAM_ERR,
+                          [=, &none]
+                          {
+                              return operation(&none);
+                          }});
+    }
+    for (const auto &check : checks)
+        kiv::test::expectRefused(check);
+}
+} // namespace
