@@ -40,16 +40,21 @@ char *putBelowHours(char *at, const ClockFields &clock, char separator)
     return at;
 }
 
-// Digits of the largest time: 49710 hours at 24 frames; of the largest date: "256.256.65535 ".
-constexpr size_t kMaxTimeSize = 15;
-constexpr size_t kMaxTextSize = kMaxTimeSize + 14;
+constexpr size_t kMaxDigits = 5;                                     // 49710 hours at 24 frames; year 65535
+constexpr size_t kMaxTimeSize = kMaxDigits + sizeof ":MM:SS:FF";     // terminator included
+constexpr size_t kMaxTextSize = 3 * (kMaxDigits + 1) + kMaxTimeSize; // three numbers, each with what follows
+
+char *putNumber(char *at, uint32_t value)
+{
+    return std::to_chars(at, at + kMaxDigits, value).ptr;
+}
 
 char *putTime(char *at, const ClockFields &clock, char separator)
 {
     if (clock.hours < 100)
         at = putPair(at, clock.hours);
     else
-        at = std::to_chars(at, at + 5, clock.hours).ptr;
+        at = putNumber(at, clock.hours);
     return putBelowHours(at, clock, separator);
 }
 
@@ -117,13 +122,11 @@ bool writeTime(const ClockFields &clock, char separator, char *buffer, size_t si
 bool writeDateAndTime(const Date &date, const ClockFields &clock, char separator, char *buffer, size_t size)
 {
     std::array<char, kMaxTextSize> text;
-    char *const end = text.data() + text.size();
-    char *at = text.data();
-    at = std::to_chars(at, end, date.day + 1).ptr;
+    char *at = putNumber(text.data(), date.day + 1u);
     *at++ = '.';
-    at = std::to_chars(at, end, date.month + 1).ptr;
+    at = putNumber(at, date.month + 1u);
     *at++ = '.';
-    at = std::to_chars(at, end, date.year).ptr;
+    at = putNumber(at, date.year);
     *at++ = ' ';
     return copyWhole(text.data(), putTime(at, clock, separator), buffer, size);
 }
