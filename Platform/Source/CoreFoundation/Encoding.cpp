@@ -57,20 +57,14 @@ constexpr bool isContinuation(uint8_t byte) noexcept
     return (byte & 0xc0) == 0x80;
 }
 
-// One character of two bytes or more. The ranges of the second byte refuse overlong forms (E0, F0),
+// One character of three bytes or four. The ranges of the second byte refuse overlong forms (E0, F0),
 // surrogates (ED) and values above 10FFFF (F4).
 Utf8Character utf8Character(const uint8_t *bytes, size_t left) noexcept
 {
     constexpr Utf8Character kInvalid{0, 0};
     const uint8_t lead = bytes[0];
-    if (lead < 0xc2 || lead > 0xf4)
+    if (lead < 0xe0 || lead > 0xf4)
         return kInvalid;
-    if (lead < 0xe0)
-    {
-        if (left < 2 || !isContinuation(bytes[1]))
-            return kInvalid;
-        return {static_cast<char32_t>((lead & 0x1f) << 6 | (bytes[1] & 0x3f)), 2};
-    }
     if (left < 3 || !isContinuation(bytes[1]) || !isContinuation(bytes[2]))
         return kInvalid;
     if (lead < 0xf0)
@@ -273,6 +267,13 @@ std::optional<size_t> utf16FromUtf8(std::span<const uint8_t> bytes, char16_t *ou
             if (*from < 0x80)
             {
                 *to++ = *from++;
+                continue;
+            }
+            // Two bytes, the most of accented Latin, Greek and Cyrillic, without the longer forms' tests.
+            if (*from >= 0xc2 && *from < 0xe0 && end - from >= 2 && isContinuation(from[1]))
+            {
+                *to++ = static_cast<char16_t>((from[0] & 0x1f) << 6 | (from[1] & 0x3f));
+                from += 2;
                 continue;
             }
             const Utf8Character character = utf8Character(from, static_cast<size_t>(end - from));
