@@ -352,11 +352,11 @@ KIVCS2Status kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(con
         for (size_t at = 0; at < data.triplets.size(); at += kiv::cdp::kTripletSize)
         {
             const uint8_t *triplet = &data.triplets[at];
-            const unsigned type = triplet[0] & kiv::cdp::kTripletTypeMask;
-            if ((triplet[0] & kiv::cdp::kValidTriplet) == 0 || type > 1)
+            if ((triplet[0] & kiv::cdp::kPairMask) != kiv::cdp::kPairValue)
                 continue;
-            memcpy(&buffer608[type], triplet + 1, sizeof *buffer608);
-            foundField1 = foundField1 || type == 0;
+            const size_t field = triplet[0] & kiv::cdp::kFieldMask;
+            memcpy(&buffer608[field], triplet + 1, sizeof *buffer608);
+            foundField1 = foundField1 || field == 0;
         }
     KIV_TRY(sections.status());
     return foundField1 ? KIVCS2STATUS_OK : KIVCS2STATUS_EOF_ERR;

@@ -33,8 +33,11 @@ constexpr uint8_t kPaddingId = 0xFF;
 
 constexpr uint8_t kTripletCountMask = 0x1F;
 constexpr uint8_t kServiceCountMask = 0x0F;
-constexpr uint8_t kValidTriplet = 0x04;    // cc_valid
-constexpr uint8_t kTripletTypeMask = 0x03; // cc_type: 0 and 1 are CEA-608 of field 1 and 2
+// The first byte of a triplet that holds a CEA-608 pair: cc_valid set, cc_type 0 or 1, which is the
+// field counted from 0.
+constexpr uint8_t kPairMask = 0x06;
+constexpr uint8_t kPairValue = 0x04;
+constexpr uint8_t kFieldMask = 0x01;
 
 // Packets that hold 608 pairs: triplet 0 is field 1, triplet 1 field 2, the rest is empty 708 data.
 extern const std::array<uint8_t, KIVCS2_CDP_SIZE> kTemplate608in708;
