@@ -8,6 +8,8 @@
 #include <benchmark/benchmark.h>
 
 #include <ctime>
+#include <latch>
+#include <thread>
 
 namespace
 {
@@ -100,7 +102,15 @@ int main(int argc, char **argv)
 {
     (void)kivCS2_initWithTaskServer(false);
     benchmark::Initialize(&argc, argv);
+    // A host has threads. Without a second one libc locks without atomic operations.
+    std::latch done{1};
+    std::thread parked{[&done]
+                       {
+                           done.wait();
+                       }};
     benchmark::RunSpecifiedBenchmarks();
+    done.count_down();
+    parked.join();
     benchmark::Shutdown();
     return 0;
 }

@@ -87,7 +87,9 @@ KIVCS2Status kivCS2Thread_join(KIVCS2Thread *pThread)
 
     if ((pThread->m_flags & KIVCS2ThreadFlags_Joined) != 0)
         return KIVCS2STATUS_OK;
-    if (pthread_join(pThread->m_thread, nullptr) == EDEADLK)
+    // The system need not notice a thread that joins itself.
+    if (pthread_equal(pThread->m_thread, pthread_self()) != 0 ||
+        pthread_join(pThread->m_thread, nullptr) == EDEADLK)
         return KIVCS2STATUS_PARAM_ERR;
     // Kept: hosts rely on a thread that cannot be joined counting as joined.
     pThread->m_flags |= KIVCS2ThreadFlags_Joined;

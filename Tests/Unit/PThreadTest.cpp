@@ -79,11 +79,9 @@ TEST(Thread, JoinsOnceAndIsFreed)
 struct Visit
 {
     KIVCS2Thread thread{};
-    Gate entered{0};
     Gate leave{0};
     Gate left{0};
     KIVCS2Status joined = KIVCS2STATUS_OK;
-    std::string name;
 };
 
 TEST(Thread, DetachTwiceAndFreeNeverWait)
@@ -388,7 +386,9 @@ TEST(SemaphoreThread, FreedByEachOfItsCallbacks)
         EXPECT_EQ(stage.runs, from == From::start ? 0 : 1);
         EXPECT_EQ(stage.ends, 1);
         if (from != From::endInsideFree)
+        {
             EXPECT_EQ(endsWhenFreed, 1); // no callback comes once free has returned
+        }
     }
 }
 

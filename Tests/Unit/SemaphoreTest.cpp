@@ -14,6 +14,8 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 namespace
 {
@@ -30,7 +32,9 @@ struct OwnSemaphore
     ~OwnSemaphore()
     {
         if (record.m_semaphore != nullptr)
+        {
             EXPECT_EQ(kivCS2Semaphore_free(&record), KIVCS2STATUS_OK);
+        }
     }
     OwnSemaphore(const OwnSemaphore &) = delete;
     OwnSemaphore &operator=(const OwnSemaphore &) = delete;
