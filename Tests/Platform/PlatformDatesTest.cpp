@@ -183,6 +183,14 @@ TEST(Calendars, MonthAndDayZeroFallOneBack)
     EXPECT_EQ(textOf(format, composed(2024, 1, 1, 24, 60, 60)), "2.1.2024 01:01:00");
 }
 
+TEST(Calendars, TextsAndComposingAgreeBefore1582)
+{
+    const FormatterRef format = formatter("d.M.yyyy G");
+    EXPECT_EQ(textOf(format, composed(1582, 10, 4, 12) + 86400.0), "15.10.1582 AD");
+    EXPECT_EQ(textOf(format, composed(1500, 2, 29)), "29.2.1500 AD");
+    EXPECT_EQ(textOf(format, composed(0, 0, 0)), "30.11.0002 BC"); // an unset record
+}
+
 TEST(Calendars, OneDayAfterTheOtherAcrossThirtyGenerations)
 {
     // In a zone's early local mean time and through its summer times every day still follows the last.
