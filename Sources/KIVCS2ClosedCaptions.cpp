@@ -582,9 +582,41 @@ constexpr uint32_t frameCount(KIVCS2Timecode timecode)
     return static_cast<uint32_t>(timecode);
 }
 
+// A size that the compiler does not see: for a constant of 296 it takes block instructions ("rep movs"),
+// which need longer to start than the C library's copy needs in all, once a pair handed out.
+const volatile size_t kCaptionSize = sizeof(KIVCS2ClosedCaption);
+
+void copyCaption(KIVCS2ClosedCaption &to, const KIVCS2ClosedCaption &from)
+{
+    std::memcpy(&to, &from, kCaptionSize);
+}
+
+void clearCaption(KIVCS2ClosedCaption &caption)
+{
+    std::memset(&caption, 0, kCaptionSize);
+}
+
 bool isValid(const KIVCS2ClosedCaption &caption)
 {
     return (caption.m_flags & KIVCS2ClosedCaptionFlag_Valid) != 0;
+}
+
+// Reads forward until the pending caption is that of the frame `request`.
+KIVCS2Status findCaption(KIVCS2ClosedCaptionsMCCStream *mcc, uint32_t request)
+{
+    for (;;)
+    {
+        if (!isValid(mcc->m_caption))
+            return KIVCS2STATUS_NOT_FOUND_ERR;
+        const uint32_t pending = frameCount(mcc->m_caption.m_timecode);
+        // Kept: it stays pending, so a second line with this timecode is never handed out.
+        if (pending == request)
+            return KIVCS2STATUS_OK;
+        if (pending > request)
+            return KIVCS2STATUS_NOT_FOUND_ERR;
+        // Kept: a line that does not decode ends the search and leaves nothing pending.
+        KIV_TRY(readNextCaption(mcc, kivCS2ClosedCaptionsMCCStream_decodeCaption));
+    }
 }
 
 // Kept: in this order "30DF" and "60DF" are taken by their two-character prefixes and read as 30 and
@@ -789,24 +821,12 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(KIVCS2ClosedCa
     KIV_CHECK((caption) != NULL);
     KIV_CHECK((mcc->m_reading == 1));
 
-    const uint32_t request = frameCount(*timecode);
-    *caption = {};
-    for (;;)
-    {
-        if (!isValid(mcc->m_caption))
-            return KIVCS2STATUS_NOT_FOUND_ERR;
-        const uint32_t pending = frameCount(mcc->m_caption.m_timecode);
-        if (pending == request)
-        {
-            // Kept: it stays pending, so a second line with this timecode is never handed out.
-            *caption = mcc->m_caption;
-            return KIVCS2STATUS_OK;
-        }
-        if (pending > request)
-            return KIVCS2STATUS_NOT_FOUND_ERR;
-        // Kept: a line that does not decode ends the search and leaves nothing pending.
-        KIV_TRY(readNextCaption(mcc, kivCS2ClosedCaptionsMCCStream_decodeCaption));
-    }
+    const KIVCS2Status status = findCaption(mcc, frameCount(*timecode));
+    if (KIVCS2_FAILED(status))
+        clearCaption(*caption);
+    else
+        copyCaption(*caption, mcc->m_caption);
+    return status;
 }
 
 KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeCaption(KIVCS2ClosedCaptionsMCCStream *mcc,
@@ -836,7 +856,7 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_decodeCaption(KIVCS2ClosedCaptionsMCC
     KIV_CHECK((line) != NULL);
 
     KIVCS2ClosedCaption &caption = mcc->m_caption;
-    caption = {};
+    clearCaption(caption);
     const std::string_view text{line, length};
     kiv::TimecodeText timecode;
     if (text.size() < kShortestLine || !kiv::copyTimecodeText(text, timecode))
@@ -942,6 +962,32 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_free(KIVCS2ClosedCaptionsMCCStream *m
 
 // ---- SCC caption files ----
 
+namespace
+{
+// Reads forward until the pending caption has a pair on the frame `request`; `index` receives which.
+KIVCS2Status findPair(KIVCS2ClosedCaptionsMCCStream *mcc, uint32_t request, uint32_t &index)
+{
+    const KIVCS2ClosedCaption &pending = mcc->m_caption;
+    for (;;)
+    {
+        if (!isValid(pending))
+            return KIVCS2STATUS_NOT_FOUND_ERR;
+        const uint32_t start = frameCount(pending.m_timecode);
+        // Kept: the end of a caption that runs past midnight lies before its start, so it holds no frame.
+        if (start <= request && request < frameCount(pending.m_endTimecode))
+        {
+            index = request - start;
+            return index < sizeof pending.m_captionData / 2 ? KIVCS2STATUS_OK : KIVCS2STATUS_DATA_ERR;
+        }
+        if (start >= request)
+            return KIVCS2STATUS_NOT_FOUND_ERR;
+        // Kept: a line that begins before the last one has ended loses the pairs that lie before the
+        // request, and a line that does not decode ends the search and leaves nothing pending.
+        KIV_TRY(readNextCaption(mcc, kivCS2ClosedCaptionsSCCStream_decodeCaption));
+    }
+}
+} // namespace
+
 KIVCS2Status kivCS2ClosedCaptionsSCCStream_init(KIVCS2ClosedCaptionsMCCStream *mcc, KIVCS2Stream *stream,
                                                 bool reading, bool ownsStream)
 {
@@ -967,7 +1013,7 @@ KIVCS2Status kivCS2ClosedCaptionsSCCStream_decodeCaption(KIVCS2ClosedCaptionsMCC
     KIV_CHECK((line) != NULL);
 
     KIVCS2ClosedCaption &caption = mcc->m_caption;
-    caption = {};
+    clearCaption(caption);
     const std::string_view text{line, length};
     kiv::TimecodeText timecode;
     if (text.size() < kShortestLine || !kiv::copyTimecodeText(text, timecode) ||
@@ -996,32 +1042,19 @@ KIVCS2Status kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(KIVCS2ClosedCa
     KIV_CHECK((caption) != NULL);
     KIV_CHECK((mcc->m_reading == 1));
 
-    const uint32_t request = frameCount(*timecode);
-    *caption = {};
-    for (;;)
+    const KIVCS2ClosedCaption &pending = mcc->m_caption;
+    uint32_t index = 0;
+    const KIVCS2Status status = findPair(mcc, frameCount(*timecode), index);
+    if (KIVCS2_FAILED(status))
     {
-        const KIVCS2ClosedCaption &pending = mcc->m_caption;
-        if (!isValid(pending))
-            return KIVCS2STATUS_NOT_FOUND_ERR;
-        const uint32_t start = frameCount(pending.m_timecode);
-        // Kept: the end of a caption that runs past midnight lies before its start, so it holds no frame.
-        if (start <= request && request < frameCount(pending.m_endTimecode))
-        {
-            const size_t offset = size_t{2} * (request - start);
-            if (offset + 2 > sizeof pending.m_captionData)
-                return KIVCS2STATUS_DATA_ERR;
-            *caption = pending;
-            std::memcpy(caption->m_captionData, pending.m_captionData + offset, 2);
-            caption->m_captionSize = 2;
-            (void)kivCS2Timecode_addFrames(&caption->m_timecode, request - start); // below the end: valid
-            return KIVCS2STATUS_OK;
-        }
-        if (start >= request)
-            return KIVCS2STATUS_NOT_FOUND_ERR;
-        // Kept: a line that begins before the last one has ended loses the pairs that lie before the
-        // request, and a line that does not decode ends the search and leaves nothing pending.
-        KIV_TRY(readNextCaption(mcc, kivCS2ClosedCaptionsSCCStream_decodeCaption));
+        clearCaption(*caption);
+        return status;
     }
+    copyCaption(*caption, pending);
+    std::memcpy(caption->m_captionData, pending.m_captionData + size_t{2} * index, 2);
+    caption->m_captionSize = 2;
+    (void)kivCS2Timecode_addFrames(&caption->m_timecode, index); // a frame below the end is valid
+    return KIVCS2STATUS_OK;
 }
 
 KIVCS2Status kivCS2ClosedCaptionsSCCStream_reset(KIVCS2ClosedCaptionsMCCStream *mcc)

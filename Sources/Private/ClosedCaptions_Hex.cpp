@@ -58,7 +58,9 @@ void storeFront(uint64_t bytes, unsigned count, uint8_t *out)
 }
 
 // 16 digits to 8 bytes. Both ranges are tested by an unsigned minimum; a pair is high * 16 + low.
-__attribute__((target("sse4.2"))) unsigned decodeBlock16(const char *text, uint8_t *out)
+// Always inlined, so that each level encodes it in its own way: a call from AVX2 code to SSE code would
+// cost more than the whole packet.
+__attribute__((target("sse4.2"), always_inline)) inline unsigned decodeBlock16(const char *text, uint8_t *out)
 {
     const __m128i characters = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text));
     const __m128i decimal = _mm_sub_epi8(characters, _mm_set1_epi8('0'));
@@ -74,15 +76,25 @@ __attribute__((target("sse4.2"))) unsigned decodeBlock16(const char *text, uint8
     return count;
 }
 
+// Whole blocks of 16 digits from `done` on; true if a block ended before its last digit.
+__attribute__((target("sse4.2"), always_inline)) inline bool decodeBlocks16(const char *text, size_t pairs,
+                                                                            uint8_t *out, size_t &done)
+{
+    while (done + 8 <= pairs)
+    {
+        const unsigned count = decodeBlock16(text + 2 * done, out + done);
+        done += count;
+        if (count < 8)
+            return true;
+    }
+    return false;
+}
+
 __attribute__((target("sse4.2"))) size_t decodeSSE42(const char *text, size_t pairs, uint8_t *out)
 {
     size_t done = 0;
-    for (; done + 8 <= pairs; done += 8)
-    {
-        const unsigned count = decodeBlock16(text + 2 * done, out + done);
-        if (count < 8)
-            return done + count;
-    }
+    if (decodeBlocks16(text, pairs, out, done))
+        return done;
     return done + decodePortable(text + 2 * done, pairs - done, out + done);
 }
 
@@ -104,7 +116,9 @@ __attribute__((target("avx2"))) size_t decodeAVX2(const char *text, size_t pairs
         const __m256i packed = _mm256_permute4x64_epi64(_mm256_packus_epi16(words, words), 0x08);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(out + done), _mm256_castsi256_si128(packed));
     }
-    return done + decodeSSE42(text + 2 * done, pairs - done, out + done);
+    const bool ended = decodeBlocks16(text, pairs, out, done);
+    _mm256_zeroupper();
+    return ended ? done : done + decodePortable(text + 2 * done, pairs - done, out + done);
 }
 #endif
 
