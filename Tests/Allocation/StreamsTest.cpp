@@ -1,0 +1,89 @@
+// Every allocation of the streams, failed once in turn.
+#include "KIVCS2MemoryStream.h"
+#include "KIVCS2NamedPipeStream.h"
+
+#include "FailingAllocator.h"
+#include "TemporaryFolder.h"
+
+#include <string>
+
+namespace
+{
+using kiv::test::allocationFailed;
+using kiv::test::forEachAllocation;
+
+// The status a step must have: as if nothing happened, or the memory status in the run that fails it.
+void expectOkOrMemory(KIVCS2Status status)
+{
+    EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+}
+
+TEST(StreamsAllocation, AMemoryStreamIsAsBeforeAfterEachFailure)
+{
+    const std::string bytes(100, 'x');
+    const size_t count = forEachAllocation(
+        [&](size_t)
+        {
+            KIVCS2MemoryStream memory;
+            expectOkOrMemory(kivCS2MemoryStream_init(&memory, 4, 4));
+            if (!allocationFailed())
+            {
+                ASSERT_EQ(kivCS2Stream_writeBytes(&memory.m_stream, "ab", 2, nullptr), KIVCS2STATUS_OK);
+                expectOkOrMemory(
+                    kivCS2Stream_writeBytes(&memory.m_stream, bytes.data(), bytes.size(), nullptr));
+                if (allocationFailed())
+                {
+                    EXPECT_EQ(memory.m_size, 2u);
+                    EXPECT_EQ(memory.m_capacity, 4u);
+                    // Usable: the next attempt finds memory again.
+                    EXPECT_EQ(kivCS2Stream_writeBytes(&memory.m_stream, bytes.data(), bytes.size(), nullptr),
+                              KIVCS2STATUS_OK);
+                }
+                EXPECT_EQ(memory.m_size, 102u);
+            }
+            EXPECT_EQ(kivCS2MemoryStream_free(&memory.m_stream), KIVCS2STATUS_OK);
+        });
+    EXPECT_EQ(count, 2u);
+}
+
+TEST(StreamsAllocation, ATextThatFindsNoRoomLeavesNoBlock)
+{
+    std::string bytes(8 + (3u << 20), 'x'); // three steps
+    const uint64_t length = bytes.size() - 8;
+    bytes.replace(0, 8, reinterpret_cast<const char *>(&length), 8);
+    const size_t count = forEachAllocation(
+        [&](size_t)
+        {
+            KIVCS2MemoryStream memory;
+            kivCS2MemoryStream_initWithBytes(&memory, bytes.data(), bytes.size());
+            char *text = nullptr;
+            expectOkOrMemory(kivCS2Stream_readUTF8String(&memory.m_stream, &text));
+            EXPECT_EQ(text == nullptr, allocationFailed());
+            kivCS2Stream_freeUTF8String(&memory.m_stream, text);
+        });
+    EXPECT_EQ(count, 3u);
+}
+
+TEST(StreamsAllocation, ANamedPipeWithoutItsPathIsClosedAllTheSame)
+{
+    const kiv::test::TemporaryFolder folder;
+    const std::string path = folder.path("fifo");
+    const size_t count = forEachAllocation(
+        [&](size_t)
+        {
+            KIVCS2NamedPipeStream pipe;
+            expectOkOrMemory(kivCS2NamedPipeStream_init(
+                &pipe, path.c_str(),
+                KIVCS2NamedPipeFlag_Read | KIVCS2NamedPipeFlag_NonBlocking | KIVCS2NamedPipeFlag_Create));
+            EXPECT_GE(pipe.m_fileDescriptor, 0);
+            const bool failed = allocationFailed();
+            EXPECT_EQ(kivCS2NamedPipeStream_close(&pipe.m_stream),
+                      failed ? KIVCS2STATUS_PARAM_ERR : KIVCS2STATUS_OK);
+            if (failed)
+            {
+                EXPECT_EQ(pipe.m_fileDescriptor, -1);
+            }
+        });
+    EXPECT_EQ(count, 1u);
+}
+} // namespace
