@@ -28,9 +28,8 @@ TEST(StringAllocation, ConversionsAnswerMemoryAndLeaveNothing)
                       [&](size_t)
                       {
                           char *result = nullptr;
-                          const KIVCS2Status status = kivCS2String_convertCString(
-                              text.c_str(), 300, KIVCS2StringEncoding_UTF8, &result, encoding, nullptr);
-                          EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+                          expectOkOrMemory(kivCS2String_convertCString(
+                              text.c_str(), 300, KIVCS2StringEncoding_UTF8, &result, encoding, nullptr));
                           EXPECT_EQ(result == nullptr, allocationFailed());
                           std::free(result);
                       }),
@@ -64,10 +63,6 @@ TEST(StringAllocation, MakersAnswerMemoryAndLeaveNothing)
     ASSERT_EQ(kivCS2String_createCFStringWithEncoding("/a,b/c", KIVCS2_STRING_MEASURE, &source,
                                                       KIVCS2StringEncoding_UTF8),
               KIVCS2STATUS_OK);
-    const auto expected = []
-    {
-        return allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK;
-    };
     EXPECT_EQ(forEachAllocation(
                   [&](size_t)
                   {
