@@ -245,6 +245,15 @@ struct HeldStage : Stage
             ran.release();
         };
     }
+    // Starts the worker and holds it in its first run, with `queued` signals behind it.
+    void hold(int queued)
+    {
+        start();
+        signal();
+        entered.acquire();
+        for (; queued > 0; --queued)
+            signal();
+    }
     Gate entered{0};
     Gate leave{0};
     std::counting_semaphore<16> ran{0};
@@ -253,11 +262,7 @@ struct HeldStage : Stage
 TEST(SemaphoreThread, QueuedSignalsAreAllRun)
 {
     HeldStage stage;
-    stage.start();
-    stage.signal();
-    stage.entered.acquire();
-    for (int time = 0; time < 3; ++time)
-        stage.signal();
+    stage.hold(3);
     stage.leave.release();
     for (int time = 0; time < 4; ++time)
         stage.ran.acquire();
@@ -271,11 +276,7 @@ TEST(SemaphoreThread, QueuedSignalsAreAllRun)
 TEST(SemaphoreThread, DrainDropsWhatHasNotStarted)
 {
     HeldStage stage;
-    stage.start();
-    stage.signal();
-    stage.entered.acquire();
-    for (int time = 0; time < 3; ++time)
-        stage.signal();
+    stage.hold(3);
     EXPECT_EQ(kivCS2SemaphoreThread_drain(stage.record.get()), KIVCS2STATUS_OK);
     stage.leave.release();
     stage.ran.acquire();
@@ -288,10 +289,7 @@ TEST(SemaphoreThread, DrainDropsWhatHasNotStarted)
 TEST(SemaphoreThread, DrainAndBlockWaitsForTheRunInProgress)
 {
     HeldStage stage;
-    stage.start();
-    stage.signal();
-    stage.entered.acquire();
-    stage.signal();
+    stage.hold(1);
     std::atomic<bool> blocking{false};
     std::thread other{[&]
                       {
@@ -314,10 +312,7 @@ TEST(SemaphoreThread, DrainAndBlockWaitsForTheRunInProgress)
 TEST(SemaphoreThread, CancelEndsOnceDropsTheQueueAndStaysBusy)
 {
     HeldStage stage;
-    stage.start();
-    stage.signal();
-    stage.entered.acquire();
-    stage.signal();
+    stage.hold(1);
     std::thread other{[&]
                       {
                           while (std::atomic_ref{stage.record->m_cancel}.load() == 0)
