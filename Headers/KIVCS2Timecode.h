@@ -13,7 +13,8 @@
  * kivCS2Timecode_setFrameRate() before anything else here and does not change the rate while another
  * thread uses a timecode operation. Records made under another rate keep their frame counts and read
  * differently. Until a rate is set, whatever needs one answers KIVCS2STATUS_FRAME_RATE_ERR and leaves
- * its results untouched; kivCS2Timecode_getHours() alone succeeds and stores nothing.
+ * its results untouched; kivCS2Timecode_getHours() succeeds and stores nothing, and times made of
+ * seconds, hours or milliseconds have 0 frames.
  *
  * The caller owns every record; nothing is allocated for one and nothing needs to be released.
  * Pointers are not tested for null unless the operation says so. Once the rate is set, all operations
@@ -339,6 +340,7 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_isSameTimecode(const KIVCS2Timecode *a, c
  * @retval KIVCS2STATUS_PARAM_ERR             `difference` is null, or on two days a stored month is 12
  *                                            or more
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  a record is invalid
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR        two days, and no rate is set
  * A failure stores nothing.
  */
 KIVCS2_API KIVCS2Status kivCS2Timecode_differenceInFrames(const KIVCS2Timecode *a, const KIVCS2Timecode *b,
@@ -478,6 +480,7 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_initWithBCD(KIVCS2Timecode *tc, uint32_t 
 /**
  * Sets the date, and with `includeTime` the time to the last existing frame that is not later, from a
  * system date in the process's calendar and time zone; without it the frame count is 0.
+ * A field that cannot be formatted (no memory) reads as 0.
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no rate is set; the record is untouched
  * @retval KIVCS2STATUS_MUTEX_ERR       the formatters could not be locked; the record is untouched
  */

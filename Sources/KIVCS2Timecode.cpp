@@ -705,6 +705,8 @@ KIVCS2Status kivCS2Timecode_differenceInFrames(const KIVCS2Timecode *a, const KI
         *difference = static_cast<int32_t>(framesOf(*b) - framesOf(*a));
         return KIVCS2STATUS_OK;
     }
+    if (!hasRate())
+        return KIVCS2STATUS_FRAME_RATE_ERR;
     if (!hasMonth(*a) || !hasMonth(*b))
         return KIVCS2STATUS_PARAM_ERR;
     const int64_t perDay = g_state.framesPerDay;

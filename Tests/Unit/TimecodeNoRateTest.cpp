@@ -33,6 +33,10 @@ TEST(TimecodeNoRate, WhatNeedsARateSaysSoAndLeavesEverything)
     statuses.push_back(kivCS2Timecode_initWithTimecodeFields(&tc, 1, 0, 0, 0));
     statuses.push_back(kivCS2Timecode_getSecondsSinceMidnight(&tc, &real));
     statuses.push_back(kivCS2Timecode_differenceInSeconds(&tc, &tc, &real));
+    int64_t frames = 7;
+    const KIVCS2Timecode otherDay = 0;
+    statuses.push_back(kivCS2Timecode_differenceInFrames(&tc, &otherDay, &frames));
+    EXPECT_EQ(frames, 7);
     statuses.push_back(kivCS2Timecode_initBySubtractingTimecodes(&tc, &tc, &tc, 1));
     statuses.push_back(kivCS2Timecode_initWithString(&tc, "10:00:00:00"));
     statuses.push_back(kivCS2Timecode_timecodeToString(&tc, text, sizeof text));

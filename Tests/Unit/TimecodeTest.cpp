@@ -625,6 +625,7 @@ TEST(Timecode, ComparesFrameCountsAndMeasuresDays)
                            {record(0, 9, 0, 2024), record(0, 4, 0, 2024), -5 * kDay},
                            // Kept: an earlier year counts positive.
                            {record(0, 0, 0, 2024), record(0, 30, 11, 2023), (365 + 365) * kDay},
+                           {record(0, 0, 0, 2024), record(0, 0, 0, 2020), 1461 * kDay},
                            {record(10, 1, 1, 1), record(5, 1, 1, 1), -5}})
     {
         int64_t difference = 7;
