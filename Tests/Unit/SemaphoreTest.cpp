@@ -211,12 +211,12 @@ TEST(Semaphore, RefusesMissingAndFreedRecords)
     for (const auto &[name, operation] : operations)
     {
         checks.push_back({name, "pSemaphore", KIVCS2STATUS_PARAM_ERR,
-                          [=]
+                          [operation = operation]
                           {
                               return operation(nullptr);
                           }});
         checks.push_back({name, "pSemaphore->m_semaphore", KIVCS2STATUS_PARAM_ERR,
-                          [=, &none]
+                          [operation = operation, &none]
                           {
                               return operation(&none);
                           }});
