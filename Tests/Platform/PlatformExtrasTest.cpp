@@ -219,6 +219,11 @@ TEST(Writing, ToAReaderThatIsGoneRaisesNothing)
     pthread_sigmask(SIG_UNBLOCK, &pipeOnly, nullptr);
     EXPECT_EQ(g_signals, 1);
 
+    // A host that ignores the signal: none is left pending by the block either.
+    signal(SIGPIPE, SIG_IGN);
+    EXPECT_EQ(KIVPWriteWithoutSignal(ends[1], "abc", 3), -1);
+    EXPECT_FALSE(pipeSignalIsPending());
+
     EXPECT_EQ(KIVPWriteWithoutSignal(-1, "abc", 3), -1);
     EXPECT_EQ(errno, EBADF);
     close(ends[1]);

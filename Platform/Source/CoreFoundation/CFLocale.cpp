@@ -3,42 +3,14 @@
 
 #include "CoreFoundation/String.h"
 
-struct __CFLocale : kiv::cf::Object
+struct __CFLocale : kiv::cf::StringValue
 {
     explicit __CFLocale(CFStringRef name) noexcept; // takes the reference over
-
-    CFStringRef identifier;
 };
 
 namespace
 {
-void finalizeLocale(kiv::cf::Object &object)
-{
-    CFRelease(static_cast<__CFLocale &>(object).identifier);
-}
-
-bool equalLocales(const kiv::cf::Object &left, const kiv::cf::Object &right)
-{
-    return CFEqual(static_cast<const __CFLocale &>(left).identifier,
-                   static_cast<const __CFLocale &>(right).identifier) != 0;
-}
-
-CFHashCode hashLocale(const kiv::cf::Object &object)
-{
-    return CFHash(static_cast<const __CFLocale &>(object).identifier);
-}
-
-constexpr kiv::cf::Type kLocaleType{kiv::cf::kTypeLocale, finalizeLocale, equalLocales, hashLocale};
-
-CFLocaleRef createLocale(CFStringRef identifier) noexcept
-{
-    if (identifier == nullptr)
-        return nullptr;
-    CFLocaleRef locale = kiv::cf::create<__CFLocale>(0, identifier);
-    if (locale == nullptr)
-        CFRelease(identifier);
-    return locale;
-}
+constexpr kiv::cf::Type kLocaleType = kiv::cf::stringValueType(kiv::cf::kTypeLocale);
 
 // "de_DE.UTF-8@euro" is "de_DE" here; the C locale and none at all are en_US_POSIX.
 std::string_view environmentLocale() noexcept
@@ -56,7 +28,7 @@ std::string_view environmentLocale() noexcept
 }
 } // namespace
 
-__CFLocale::__CFLocale(CFStringRef name) noexcept : Object{kLocaleType}, identifier{name} {}
+__CFLocale::__CFLocale(CFStringRef name) noexcept : StringValue{kLocaleType, name} {}
 
 CFTypeID CFLocaleGetTypeID(void)
 {
@@ -65,16 +37,17 @@ CFTypeID CFLocaleGetTypeID(void)
 
 CFLocaleRef CFLocaleCreate(CFAllocatorRef allocator, CFLocaleIdentifier localeIdentifier)
 {
-    return localeIdentifier != nullptr ? createLocale(CFStringCreateCopy(allocator, localeIdentifier))
-                                       : nullptr;
+    if (localeIdentifier == nullptr)
+        return nullptr;
+    return kiv::cf::createAround<__CFLocale>(CFStringCreateCopy(allocator, localeIdentifier));
 }
 
 CFLocaleRef CFLocaleCopyCurrent(void)
 {
-    return createLocale(kiv::cf::createString(environmentLocale()));
+    return kiv::cf::createAround<__CFLocale>(kiv::cf::createString(environmentLocale()));
 }
 
 CFLocaleIdentifier CFLocaleGetIdentifier(CFLocaleRef locale)
 {
-    return locale->identifier;
+    return locale->value;
 }

@@ -188,6 +188,24 @@ CFStringRef kiv::cf::createString(std::string_view utf8) noexcept
                            kCFStringEncodingUTF8);
 }
 
+kiv::cf::StringValue::StringValue(const Type &kind, CFStringRef text) noexcept : Object{kind}, value{text} {}
+
+void kiv::cf::finalizeStringValue(Object &object)
+{
+    CFRelease(static_cast<StringValue &>(object).value);
+}
+
+bool kiv::cf::equalStringValues(const Object &left, const Object &right)
+{
+    return CFEqual(static_cast<const StringValue &>(left).value,
+                   static_cast<const StringValue &>(right).value) != 0;
+}
+
+CFHashCode kiv::cf::hashStringValue(const Object &object)
+{
+    return CFHash(static_cast<const StringValue &>(object).value);
+}
+
 CFTypeID CFStringGetTypeID(void)
 {
     return kiv::cf::kTypeString;

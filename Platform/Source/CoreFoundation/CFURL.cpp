@@ -3,34 +3,17 @@
 
 #include "CoreFoundation/String.h"
 
-struct __CFURL : kiv::cf::Object
+struct __CFURL : kiv::cf::StringValue
 {
     explicit __CFURL(CFStringRef ofPath) noexcept; // takes the reference over
-
-    CFStringRef path;
 };
 
 namespace
 {
-void finalizeURL(kiv::cf::Object &object)
-{
-    CFRelease(static_cast<__CFURL &>(object).path);
-}
-
-bool equalURLs(const kiv::cf::Object &left, const kiv::cf::Object &right)
-{
-    return CFEqual(static_cast<const __CFURL &>(left).path, static_cast<const __CFURL &>(right).path) != 0;
-}
-
-CFHashCode hashURL(const kiv::cf::Object &object)
-{
-    return CFHash(static_cast<const __CFURL &>(object).path);
-}
-
-constexpr kiv::cf::Type kURLType{kiv::cf::kTypeURL, finalizeURL, equalURLs, hashURL};
+constexpr kiv::cf::Type kURLType = kiv::cf::stringValueType(kiv::cf::kTypeURL);
 } // namespace
 
-__CFURL::__CFURL(CFStringRef ofPath) noexcept : Object{kURLType}, path{ofPath} {}
+__CFURL::__CFURL(CFStringRef ofPath) noexcept : StringValue{kURLType, ofPath} {}
 
 CFTypeID CFURLGetTypeID(void)
 {
@@ -46,18 +29,12 @@ CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef, const UInt8 *bu
         return nullptr;
     while (path.size() > 1 && path.ends_with('/'))
         path.remove_suffix(1);
-    CFStringRef string = kiv::cf::createString(path);
-    if (string == nullptr)
-        return nullptr;
-    CFURLRef url = kiv::cf::create<__CFURL>(0, string);
-    if (url == nullptr)
-        CFRelease(string);
-    return url;
+    return kiv::cf::createAround<__CFURL>(kiv::cf::createString(path));
 }
 
 CFStringRef CFURLCopyLastPathComponent(CFURLRef url)
 {
-    const kiv::text::Units &path = url->path->units;
+    const kiv::text::Units &path = url->value->units;
     size_t start = path.length;
     while (start > 0 && path[start - 1] != '/')
         --start;
@@ -70,5 +47,5 @@ CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle pathStyle)
 {
     if (pathStyle != kCFURLPOSIXPathStyle)
         return nullptr;
-    return static_cast<CFStringRef>(CFRetain(anURL->path));
+    return static_cast<CFStringRef>(CFRetain(anURL->value));
 }

@@ -18,6 +18,35 @@ struct __CFString : kiv::cf::Object
 
 namespace kiv::cf
 {
+// An object whose value is one string: a locale's name, a location's path.
+struct StringValue : Object
+{
+    StringValue(const Type &kind, CFStringRef text) noexcept; // takes the reference over
+
+    CFStringRef value;
+};
+
+void finalizeStringValue(Object &object);
+[[nodiscard]] bool equalStringValues(const Object &left, const Object &right);
+[[nodiscard]] CFHashCode hashStringValue(const Object &object);
+
+constexpr Type stringValueType(TypeID id) noexcept
+{
+    return {id, finalizeStringValue, equalStringValues, hashStringValue};
+}
+
+// A new T around `text`, which it takes over in every case. Null for null and without memory.
+template <class T>
+[[nodiscard]] const T *createAround(CFStringRef text) noexcept
+{
+    if (text == nullptr)
+        return nullptr;
+    const T *object = create<T>(0, text);
+    if (object == nullptr)
+        CFRelease(text);
+    return object;
+}
+
 // An immutable string of the same units, in 8 bits each where all are ASCII. Null without memory.
 [[nodiscard]] CFStringRef createString(const text::Units &units) noexcept;
 // The same from UTF-8, strict.
