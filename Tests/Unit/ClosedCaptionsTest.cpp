@@ -23,6 +23,21 @@
 
 namespace
 {
+// The names as these tests say them.
+constexpr auto &extract291M = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream;
+constexpr auto &extract436M = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream;
+constexpr auto &extract608 = kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet;
+constexpr auto &pack608Format = kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat;
+constexpr auto &pack608 = kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet;
+constexpr auto &pack708 = kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet;
+constexpr auto &stamp = kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumber;
+constexpr auto &convertTo708 = kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket;
+constexpr auto &read8 = kivCS2ClosedCaptions_read8BitWord;
+constexpr auto &read10 = kivCS2ClosedCaptions_read10BitParityWord;
+constexpr auto &validate8 = kivCS2ClosedCaptions_validate8BitWord;
+constexpr auto &validate10 = kivCS2ClosedCaptions_validate10BitParityWord;
+constexpr auto &describe = kivCS2ClosedCaptions_decodeCEA608CCPair;
+
 using Bytes = std::vector<uint8_t>;
 using kiv::test::HostStream;
 using testing::Each;
@@ -123,7 +138,7 @@ TEST(CaptionDescription, OneRuleAfterTheOther)
     for (const auto &row : rows)
     {
         char text[KIVCS2_CEA608_DESCRIPTION_SIZE];
-        EXPECT_EQ(kivCS2ClosedCaptions_decodeCEA608CCPair(row.byte1, row.byte2, text), KIVCS2STATUS_OK);
+        EXPECT_EQ(describe(row.byte1, row.byte2, text), KIVCS2STATUS_OK);
         EXPECT_STREQ(text, row.text);
     }
 }
@@ -138,7 +153,7 @@ TEST(CaptionDescription, EveryPairFitsAndTheLongestFills)
         memset(text, kUntouched, sizeof text);
         const auto byte1 = static_cast<uint8_t>(value >> 8);
         const auto byte2 = static_cast<uint8_t>(value);
-        const KIVCS2Status status = kivCS2ClosedCaptions_decodeCEA608CCPair(byte1, byte2, text);
+        const KIVCS2Status status = describe(byte1, byte2, text);
         const bool empty = (value & 0x7F7F) == 0;
         ASSERT_EQ(status, empty ? KIVCS2STATUS_DATA_ERR : KIVCS2STATUS_OK) << value;
         ASSERT_EQ(text[KIVCS2_CEA608_DESCRIPTION_SIZE], kUntouched) << value;
@@ -157,27 +172,23 @@ TEST(CaptionWords, AreCountedAndCompared)
     uint8_t value = 0;
     uint8_t parity = 0;
     uint32_t checksum = 0x1000;
-    EXPECT_EQ(kivCS2ClosedCaptions_read8BitWord(bytes.stream(), &value, &checksum), KIVCS2STATUS_OK);
+    EXPECT_EQ(read8(bytes.stream(), &value, &checksum), KIVCS2STATUS_OK);
     EXPECT_EQ(value, 0x61);
     EXPECT_EQ(checksum, 0x1061u);
-    EXPECT_EQ(kivCS2ClosedCaptions_validate8BitWord(bytes.stream(), 0x02, &checksum), KIVCS2STATUS_DATA_ERR);
+    EXPECT_EQ(validate8(bytes.stream(), 0x02, &checksum), KIVCS2STATUS_DATA_ERR);
     EXPECT_EQ(checksum, 0x1062u) << "counted before it is compared";
-    EXPECT_EQ(kivCS2ClosedCaptions_read10BitParityWord(bytes.stream(), true, &value, &parity, &checksum),
-              KIVCS2STATUS_OK);
+    EXPECT_EQ(read10(bytes.stream(), true, &value, &parity, &checksum), KIVCS2STATUS_OK);
     EXPECT_EQ(value, 0x61);
     EXPECT_EQ(parity, 1);
     EXPECT_EQ(checksum, 0x11C3u);
     ASSERT_EQ(kivCS2Stream_skipBits(bytes.stream(), 6), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2ClosedCaptions_validate10BitParityWord(bytes.stream(), false, 0x5A, 2, nullptr),
-              KIVCS2STATUS_OK);
+    EXPECT_EQ(validate10(bytes.stream(), false, 0x5A, 2, nullptr), KIVCS2STATUS_OK);
 
     for (const auto &[expected, expectedParity] : {std::array<uint8_t, 2>{0x5A, 1}, {0x5B, 2}})
     {
         MemoryView word{hex("02 5A")};
         ASSERT_EQ(kivCS2Stream_beginReadBits(word.stream()), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2ClosedCaptions_validate10BitParityWord(word.stream(), true, expected, expectedParity,
-                                                               nullptr),
-                  KIVCS2STATUS_DATA_ERR);
+        EXPECT_EQ(validate10(word.stream(), true, expected, expectedParity, nullptr), KIVCS2STATUS_DATA_ERR);
     }
 }
 
@@ -189,8 +200,7 @@ TEST(CaptionWords, FailingReadCountsNothing)
     uint8_t value = 0;
     uint8_t parity = 0;
     uint32_t checksum = 7;
-    EXPECT_EQ(kivCS2ClosedCaptions_read10BitParityWord(&host.m_stream, true, &value, &parity, &checksum),
-              KIVCS2STATUS_READ_ERR);
+    EXPECT_EQ(read10(&host.m_stream, true, &value, &parity, &checksum), KIVCS2STATUS_READ_ERR);
     EXPECT_EQ(checksum, 7u);
 }
 
@@ -233,9 +243,9 @@ Extraction extract(const Bytes &bytes, KIVCS2CaptionANCFormat format, bool withA
               KIVCS2STATUS_OK);
     Extraction got{0, room, Bytes(room), 0, {}};
     const Bytes notEmpty(1); // room 0 still needs a pointer
-    got.status = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
-        view.stream(), format, withAtom,
-        room == 0 ? const_cast<uint8_t *>(notEmpty.data()) : got.buffer.data(), &got.size);
+    got.status =
+        extract291M(view.stream(), format, withAtom,
+                    room == 0 ? const_cast<uint8_t *>(notEmpty.data()) : got.buffer.data(), &got.size);
     got.position = view.m_memory.m_position;
     got.bits[0] = view.m_memory.m_stream.m_bitMask;
     got.bits[1] = view.m_memory.m_stream.m_bitByte;
@@ -300,9 +310,7 @@ TEST(Caption291M, EightBitChecksumAtTheEndOfTheStreamIsNotCompared)
     };
     uint8_t buffer[3];
     uint32_t size = sizeof buffer;
-    EXPECT_EQ(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(&unable.m_stream, 1, false,
-                                                                                  buffer, &size),
-              KIVCS2STATUS_OK);
+    EXPECT_EQ(extract291M(&unable.m_stream, 1, false, buffer, &size), KIVCS2STATUS_OK);
 }
 
 TEST(Caption291M, DataThatEndEarlyRepeatTheLastByte)
@@ -342,9 +350,7 @@ TEST(Caption291M, FailingStreamGivesItsStatus)
             host.m_failsAt = failsAt;
             uint8_t buffer[3];
             uint32_t size = sizeof buffer;
-            EXPECT_EQ(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
-                          &host.m_stream, format, false, buffer, &size),
-                      KIVCS2STATUS_READ_ERR)
+            EXPECT_EQ(extract291M(&host.m_stream, format, false, buffer, &size), KIVCS2STATUS_READ_ERR)
                 << format << " at " << failsAt;
         }
 }
@@ -409,8 +415,7 @@ Unwrapped unwrap(const Bytes &bytes, uint32_t room = 64, bool withAtom = false)
     MemoryView view{bytes};
     Bytes buffer(room);
     uint32_t size = room;
-    const KIVCS2Status status = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream(
-        view.stream(), withAtom, buffer.data(), &size);
+    const KIVCS2Status status = extract436M(view.stream(), withAtom, buffer.data(), &size);
     EXPECT_TRUE(KIVCS2_SUCCEEDED(status) || size == room) << "changed by a failure";
     buffer.resize(KIVCS2_FAILED(status) ? 0 : size);
     return {status, buffer, view.m_memory.m_position};
@@ -480,9 +485,7 @@ TEST(Caption436M, PipesCannotBeSearched)
     ASSERT_EQ(kivCS2Stream_writeBytes(&pipe.m_stream, bytes.data(), bytes.size(), &written), KIVCS2STATUS_OK);
     uint8_t buffer[64];
     uint32_t size = sizeof buffer;
-    EXPECT_EQ(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream(&pipe.m_stream, false,
-                                                                                  buffer, &size),
-              KIVCS2STATUS_PIPE_ERR);
+    EXPECT_EQ(extract436M(&pipe.m_stream, false, buffer, &size), KIVCS2STATUS_PIPE_ERR);
     kivCS2PipeStream_free(&pipe.m_stream);
 }
 
@@ -508,8 +511,7 @@ Pairs pairsOf(const Bytes &packet, bool withAtom = false)
     const Bytes exact{packet}; // no spare byte behind it
     Pairs got{};
     const uint32_t room = sizeof got.fields;
-    got.status = kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(
-        exact.data(), static_cast<uint32_t>(exact.size()), withAtom, got.fields, &room);
+    got.status = extract608(exact.data(), static_cast<uint32_t>(exact.size()), withAtom, got.fields, &room);
     return got;
 }
 
@@ -587,8 +589,7 @@ TEST(CaptionPackets, RefuseWhatIsMalformed)
         const Bytes exact{row.packet};
         uint8_t block[95];
         uint32_t size = sizeof block;
-        EXPECT_EQ(kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(
-                      exact.data(), static_cast<uint32_t>(exact.size()), false, block, &size),
+        EXPECT_EQ(convertTo708(exact.data(), static_cast<uint32_t>(exact.size()), false, block, &size),
                   row.status)
             << row.what;
     }
@@ -599,9 +600,7 @@ TEST(CaptionPackets, RefuseWhatIsMalformed)
 
     uint16_t fields[2] = {1, 2};
     const uint32_t room = 3;
-    EXPECT_EQ(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(kPlainPacket.data(), 82, false,
-                                                                              fields, &room),
-              KIVCS2STATUS_BUFFER_SIZE_ERR);
+    EXPECT_EQ(extract608(kPlainPacket.data(), 82, false, fields, &room), KIVCS2STATUS_BUFFER_SIZE_ERR);
     EXPECT_THAT(fields, ElementsAre(1, 2));
 }
 
@@ -610,18 +609,14 @@ TEST(CaptionPackets, BuiltFromPairs)
     const uint16_t fields[] = {pair(0x94, 0x20), pair(0x15, 0x2C)};
     Bytes packet(KIVCS2_CDP_SIZE);
     uint32_t size = KIVCS2_CDP_SIZE;
-    EXPECT_EQ(
-        kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(fields, 2, packet.data(), &size, 0x1234),
-        KIVCS2STATUS_OK);
+    EXPECT_EQ(pack608(fields, 2, packet.data(), &size, 0x1234), KIVCS2STATUS_OK);
     EXPECT_EQ(size, KIVCS2_CDP_SIZE);
     EXPECT_EQ(packet, kPlainPacket);
 
     const uint16_t both[] = {pair(0x94, 0x2C), pair(0x15, 0x2C)};
     packet.assign(KIVCS2_CDP_SDI_SIZE, 0);
     size = 1000;
-    EXPECT_EQ(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(both, 4, packet.data(),
-                                                                                 &size, 0xFFFE, true),
-              KIVCS2STATUS_OK);
+    EXPECT_EQ(pack608Format(both, 4, packet.data(), &size, 0xFFFE, true), KIVCS2STATUS_OK);
     EXPECT_EQ(size, KIVCS2_CDP_SDI_SIZE);
     EXPECT_EQ(packet, kSDIPacket);
 
@@ -635,8 +630,7 @@ TEST(CaptionPackets, BuiltFromPairs)
     {
         Bytes untouched(89, 0x55);
         size = row.room;
-        EXPECT_EQ(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(
-                      fields, row.pairBytes, untouched.data(), &size, 0, row.sdi),
+        EXPECT_EQ(pack608Format(fields, row.pairBytes, untouched.data(), &size, 0, row.sdi),
                   KIVCS2STATUS_BUFFER_SIZE_ERR);
         EXPECT_THAT(untouched, Each(0x55));
         EXPECT_EQ(size, row.room);
@@ -655,16 +649,12 @@ TEST(CaptionPackets, BuiltFrom708Data)
     const Bytes data = hex(triplets);
     Bytes packet(KIVCS2_CDP_ROOM_FOR_708_DATA(60));
     uint32_t size = static_cast<uint32_t>(packet.size());
-    EXPECT_EQ(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet(data.data(), 60, packet.data(),
-                                                                           &size, 7),
-              KIVCS2STATUS_OK);
+    EXPECT_EQ(pack708(data.data(), 60, packet.data(), &size, 7), KIVCS2STATUS_OK);
     EXPECT_EQ(size, 90u);
     EXPECT_EQ(packet, hex("00 00 00 5A 63 63 64 70 96 69 52 4F 67 00 07 72 F4 " + triplets +
                           "73 91 E1 00 00 00 C1 3F FF 74 00 07 C5"));
     size = 81;
-    EXPECT_EQ(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet(data.data(), 60, packet.data(),
-                                                                           &size, 7),
-              KIVCS2STATUS_BUFFER_SIZE_ERR);
+    EXPECT_EQ(pack708(data.data(), 60, packet.data(), &size, 7), KIVCS2STATUS_BUFFER_SIZE_ERR);
 }
 
 TEST(CaptionPackets, SizesOf708DataAreTakenModulo256)
@@ -676,8 +666,7 @@ TEST(CaptionPackets, SizesOf708DataAreTakenModulo256)
         uint32_t size = 82; // all that is compared
         const uint8_t total = static_cast<uint8_t>(30 + dataSize);
         const bool stamped = total >= 18;
-        EXPECT_EQ(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet(data.data(), dataSize,
-                                                                               packet.data(), &size, 0xABCD),
+        EXPECT_EQ(pack708(data.data(), dataSize, packet.data(), &size, 0xABCD),
                   stamped ? KIVCS2STATUS_OK : KIVCS2STATUS_BUFFER_SIZE_ERR)
             << dataSize;
         EXPECT_EQ(size, stamped ? total : 82u);
@@ -696,18 +685,14 @@ TEST(CaptionPackets, Stamped)
         {
             const uint32_t atom = withAtom ? 8 : 0;
             Bytes packet(atom + length, 0xFF);
-            EXPECT_EQ(kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumber(withAtom, packet.data(),
-                                                                                 atom + length, 0x0102),
-                      KIVCS2STATUS_OK);
+            EXPECT_EQ(stamp(withAtom, packet.data(), atom + length, 0x0102), KIVCS2STATUS_OK);
             EXPECT_EQ(packet[atom + 5], 0x01);
             EXPECT_EQ(packet[atom + 6], 0x02);
             EXPECT_EQ(packet[packet.size() - 3], 0x01);
             EXPECT_EQ(packet[packet.size() - 2], 0x02);
             EXPECT_EQ(std::accumulate(packet.begin() + atom, packet.end(), 0u) % 256, 0u) << length;
             EXPECT_THAT(Bytes(packet.begin(), packet.begin() + atom + 5), Each(0xFF));
-            EXPECT_EQ(kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumber(withAtom, packet.data(),
-                                                                                 atom + 9, 1),
-                      KIVCS2STATUS_BUFFER_SIZE_ERR);
+            EXPECT_EQ(stamp(withAtom, packet.data(), atom + 9, 1), KIVCS2STATUS_BUFFER_SIZE_ERR);
         }
 }
 
@@ -716,8 +701,7 @@ TEST(CaptionPackets, ConvertedToACaptionDataBlock)
     const Bytes packet = packetOf("71 C1 02 03 04 72 E2 FC 94 20 F8 03 04 74 00 00");
     const auto convert = [&](const Bytes &from, uint8_t *block, uint32_t &size)
     {
-        return kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(
-            from.data(), static_cast<uint32_t>(from.size()), false, block, &size);
+        return convertTo708(from.data(), static_cast<uint32_t>(from.size()), false, block, &size);
     };
     uint32_t size = 0;
     EXPECT_EQ(convert(packet, nullptr, size), KIVCS2STATUS_OK);
@@ -861,62 +845,47 @@ TEST(CaptionArguments, AreChecked)
 
 #define ROW(name, text, ...)                                                                                 \
     {                                                                                                        \
-#name, text, KIVCS2STATUS_PARAM_ERR, [=] {                                                           \
-            return name(__VA_ARGS__);                                                                        \
+        "kivCS2ClosedCaptions_" #name, text, KIVCS2STATUS_PARAM_ERR,                                         \
+            [=]                                                                                              \
+        {                                                                                                    \
+            return kivCS2ClosedCaptions_##name(__VA_ARGS__);                                                 \
         }                                                                                                    \
     }
     const kiv::test::ArgumentCheck rows[] = {
-        ROW(kivCS2ClosedCaptions_decodeCEA608CCPair, "buffer", 0, 0, nullptr),
-        ROW(kivCS2ClosedCaptions_read8BitWord, "stream", nullptr, &byte, nullptr),
-        ROW(kivCS2ClosedCaptions_read8BitWord, "value", stream, nullptr, nullptr),
-        ROW(kivCS2ClosedCaptions_read10BitParityWord, "stream", nullptr, true, &byte, &byte, nullptr),
-        ROW(kivCS2ClosedCaptions_read10BitParityWord, "value", stream, true, nullptr, &byte, nullptr),
-        ROW(kivCS2ClosedCaptions_read10BitParityWord, "parity", stream, true, &byte, nullptr, nullptr),
-        ROW(kivCS2ClosedCaptions_validate8BitWord, "stream", nullptr, 0, nullptr),
-        ROW(kivCS2ClosedCaptions_validate10BitParityWord, "stream", nullptr, true, 0, 0, nullptr),
-        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream, "stream", nullptr, 9, false,
-            bytes, &size),
-        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream, "buffer", stream, 9, false,
-            nullptr, &size),
-        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream, "bufferSize", stream, 9,
-            false, bytes, nullptr),
-        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream, "stream", nullptr, false,
-            bytes, &size),
-        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream, "buffer", stream, false,
-            nullptr, &size),
-        ROW(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream, "bufferSize", stream, false,
-            bytes, nullptr),
-        ROW(kivCS2ClosedCaptions_writeQuickTimeAtom, "buffer", nullptr, 8),
-        ROW(kivCS2ClosedCaptions_writeQuickTimeAtom, "*buffer", &nowhere, 8),
-        ROW(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet, "buffer708", nullptr, 82, false,
-            pairs, &size),
-        ROW(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet, "buffer608", bytes, 82, false,
-            nullptr, &size),
-        ROW(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet, "bufferSize608", bytes, 82,
-            false, pairs, nullptr),
-        ROW(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat, "buffer708", pairs, 4,
-            nullptr, &size, 0, true),
-        ROW(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat, "buffer608", nullptr, 4,
-            bytes, &size, 0, true),
-        ROW(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat, "bufferSize708", pairs, 4,
-            bytes, nullptr, 0, true),
-        ROW(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708Data", nullptr, 60, bytes,
-            &size, 0),
-        ROW(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708", at, 60, nullptr, &size,
-            0),
-        ROW(kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet, "bufferSize708", at, 60, bytes,
-            nullptr, 0),
-        ROW(kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumber, "buffer708Data", false, nullptr, 82,
-            0),
-        ROW(kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket, "bufferCDP708", nullptr, 82,
-            false, bytes, &size),
-        ROW(kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket, "bufferSizeCEA708", bytes, 82,
-            false, bytes, nullptr),
-        ROW(kivCS2ClosedCaptions_readLine, "stream", nullptr, text, &size),
-        ROW(kivCS2ClosedCaptions_readLine, "buffer", stream, nullptr, &size),
-        ROW(kivCS2ClosedCaptions_readLine, "size", stream, text, nullptr),
-        ROW(kivCS2ClosedCaptions_createDateStringWithFormat, "format", nullptr, &result),
-        ROW(kivCS2ClosedCaptions_createDateStringWithFormat, "result", format, nullptr),
+        ROW(decodeCEA608CCPair, "buffer", 0, 0, nullptr),
+        ROW(read8BitWord, "stream", nullptr, &byte, nullptr),
+        ROW(read8BitWord, "value", stream, nullptr, nullptr),
+        ROW(read10BitParityWord, "stream", nullptr, true, &byte, &byte, nullptr),
+        ROW(read10BitParityWord, "value", stream, true, nullptr, &byte, nullptr),
+        ROW(read10BitParityWord, "parity", stream, true, &byte, nullptr, nullptr),
+        ROW(validate8BitWord, "stream", nullptr, 0, nullptr),
+        ROW(validate10BitParityWord, "stream", nullptr, true, 0, 0, nullptr),
+        ROW(extractSMPTE334CDP708PacketFromSMPTE291MStream, "stream", nullptr, 9, false, bytes, &size),
+        ROW(extractSMPTE334CDP708PacketFromSMPTE291MStream, "buffer", stream, 9, false, nullptr, &size),
+        ROW(extractSMPTE334CDP708PacketFromSMPTE291MStream, "bufferSize", stream, 9, false, bytes, nullptr),
+        ROW(extractSMPTE334CDP708PacketFromSMPTE436MStream, "stream", nullptr, false, bytes, &size),
+        ROW(extractSMPTE334CDP708PacketFromSMPTE436MStream, "buffer", stream, false, nullptr, &size),
+        ROW(extractSMPTE334CDP708PacketFromSMPTE436MStream, "bufferSize", stream, false, bytes, nullptr),
+        ROW(writeQuickTimeAtom, "buffer", nullptr, 8),
+        ROW(writeQuickTimeAtom, "*buffer", &nowhere, 8),
+        ROW(extract608CaptionsFromSMPTE334CDP708Packet, "buffer708", nullptr, 82, false, pairs, &size),
+        ROW(extract608CaptionsFromSMPTE334CDP708Packet, "buffer608", bytes, 82, false, nullptr, &size),
+        ROW(extract608CaptionsFromSMPTE334CDP708Packet, "bufferSize608", bytes, 82, false, pairs, nullptr),
+        ROW(pack608CaptionsIntoSMPTE334CDP708PacketFormat, "buffer708", pairs, 4, nullptr, &size, 0, true),
+        ROW(pack608CaptionsIntoSMPTE334CDP708PacketFormat, "buffer608", nullptr, 4, bytes, &size, 0, true),
+        ROW(pack608CaptionsIntoSMPTE334CDP708PacketFormat, "bufferSize708", pairs, 4, bytes, nullptr, 0,
+            true),
+        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708Data", nullptr, 60, bytes, &size, 0),
+        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708", at, 60, nullptr, &size, 0),
+        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "bufferSize708", at, 60, bytes, nullptr, 0),
+        ROW(setSMPTE334CDP708PacketSequenceNumber, "buffer708Data", false, nullptr, 82, 0),
+        ROW(convertSMPTE334CDP708PacketToCEA708DPacket, "bufferCDP708", nullptr, 82, false, bytes, &size),
+        ROW(convertSMPTE334CDP708PacketToCEA708DPacket, "bufferSizeCEA708", bytes, 82, false, bytes, nullptr),
+        ROW(readLine, "stream", nullptr, text, &size),
+        ROW(readLine, "buffer", stream, nullptr, &size),
+        ROW(readLine, "size", stream, text, nullptr),
+        ROW(createDateStringWithFormat, "format", nullptr, &result),
+        ROW(createDateStringWithFormat, "result", format, nullptr),
     };
 #undef ROW
     for (const auto &row : rows)
