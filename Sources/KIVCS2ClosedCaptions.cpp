@@ -359,6 +359,7 @@ KIVCS2Status kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(con
             foundField1 = foundField1 || field == 0;
         }
     KIV_TRY(sections.status());
+    // Kept: hosts wait for field 1; a pair of field 2 alone is stored and still the end.
     return foundField1 ? KIVCS2STATUS_OK : KIVCS2STATUS_EOF_ERR;
 }
 
@@ -464,6 +465,7 @@ KIVCS2Status kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(con
         const auto blockSize = static_cast<uint32_t>(data.count * kiv::cdp::kTripletSize + kBlockHeadSize);
         if (bufferCEA708 == nullptr)
         {
+            // Kept: the size is told from cc_count alone, whatever follows it.
             *bufferSizeCEA708 = blockSize;
             return KIVCS2STATUS_OK;
         }
@@ -487,6 +489,7 @@ KIVCS2Status kivCS2ClosedCaptions_readLine(KIVCS2Stream *stream, char *buffer, u
     for (;;)
     {
         const kiv::LinePiece line = kiv::readThroughLineEnd(*stream, buffer, *size);
+        // Kept: the room is compared before the line is known, so that a long comment is an error too.
         if (line.stop == kiv::LineStop::noRoom)
             return KIVCS2STATUS_NOT_FOUND_ERR;
         if (line.length > 0 && !isComment({buffer, line.length}))

@@ -74,6 +74,7 @@ private:
 
 // Words straight from the bytes of a memory stream. The bit reader holds one byte fetched ahead and
 // at the end keeps the last one, so the same is done here; the stream is brought up to date at the end.
+// Kept: a packet whose data end early sees that last byte again, and may succeed.
 class MemoryWords
 {
 public:
