@@ -367,7 +367,7 @@ TEST(Caption291M, MemoryStreamIsLeftAsTheBitReaderLeavesIt)
                         bytes.insert(bytes.begin(), static_cast<size_t>(start), 0x11);
                         bytes.resize(std::max<size_t>(length, static_cast<size_t>(start)), 0xEE);
                         if (change >= 0 && static_cast<size_t>(change) < bytes.size())
-                            bytes[change] ^= 0xF5;
+                            bytes[static_cast<size_t>(change)] ^= 0xF5;
                         ASSERT_EQ(extract(bytes, format, withAtom, 64, Path::direct, start),
                                   extract(bytes, format, withAtom, 64, Path::bitReader, start))
                             << format << ' ' << length << ' ' << change;
@@ -551,7 +551,7 @@ TEST(CaptionPackets, RefuseWhatIsMalformed)
 {
     const auto cut = [](size_t size)
     {
-        return Bytes(kPlainPacket.begin(), kPlainPacket.begin() + size);
+        return Bytes(kPlainPacket.begin(), kPlainPacket.begin() + static_cast<ptrdiff_t>(size));
     };
     const auto changed = [](size_t at, uint8_t value)
     {
