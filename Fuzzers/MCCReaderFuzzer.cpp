@@ -1,18 +1,11 @@
 // Any bytes as an MCC file: header, forward lookups, packets out of captions, rewinding.
-#include "KIVCS2ClosedCaptions.h"
-#include "KIVCS2MemoryStream.h"
+#include "CaptionInput.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <vector>
 
 namespace
 {
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
+using kiv::fuzz::require;
 
 // Asks for each pending caption until the file ends or a line is damaged; returns how many there are.
 size_t readAll(KIVCS2ClosedCaptionsMCCStream &mcc)
@@ -46,21 +39,13 @@ size_t readAll(KIVCS2ClosedCaptionsMCCStream &mcc)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static const KIVCS2Status rate = kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97);
-    require(rate == KIVCS2STATUS_OK);
-
-    std::vector<uint8_t> bytes{data, data + size};
-    bytes.reserve(1); // a view needs a block, even of no bytes
-    KIVCS2MemoryStream memory;
-    require(kivCS2MemoryStream_initWithBytes(&memory, bytes.data(), size) == KIVCS2STATUS_OK);
-    KIVCS2ClosedCaptionsMCCStream mcc;
-    require(kivCS2ClosedCaptionsMCCStream_init(&mcc, &memory.m_stream, true, true) == KIVCS2STATUS_OK);
+    kiv::fuzz::CaptionInput input{data, size};
+    KIVCS2ClosedCaptionsMCCStream &mcc = input.mcc;
     if (KIVCS2_SUCCEEDED(kivCS2ClosedCaptionsMCCStream_readHeader(&mcc)))
     {
         const size_t count = readAll(mcc);
         require(count != 0 && kivCS2ClosedCaptionsMCCStream_reset(&mcc) == KIVCS2STATUS_OK);
         require(readAll(mcc) == count);
     }
-    require(kivCS2ClosedCaptionsMCCStream_free(&mcc) == KIVCS2STATUS_OK && memory.m_buffer == nullptr);
     return 0;
 }

@@ -1,20 +1,14 @@
 // Captions made of the input's bytes are written and read back: the same records must come.
-#include "KIVCS2ClosedCaptions.h"
-#include "KIVCS2MemoryStream.h"
+#include "CaptionInput.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 namespace
 {
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
+using kiv::fuzz::require;
 
 // Takes captions off the input: a byte of flags and gap, a byte of number, a byte of size, the CDP.
 std::vector<KIVCS2ClosedCaption> captionsOf(KIVCS2ClosedCaptionsMCCStream &mcc, const uint8_t *data,
@@ -49,8 +43,7 @@ std::vector<KIVCS2ClosedCaption> captionsOf(KIVCS2ClosedCaptionsMCCStream &mcc, 
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static const KIVCS2Status rate = kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97);
-    require(rate == KIVCS2STATUS_OK);
+    kiv::fuzz::setRateOnce();
     if (size == 0)
         return 0;
     const uint32_t version = data[0] % 2 + 1u;

@@ -1,18 +1,11 @@
 // Any bytes as an SCC file: every pair of every line that decodes is asked for by its frame.
-#include "KIVCS2ClosedCaptions.h"
-#include "KIVCS2MemoryStream.h"
+#include "CaptionInput.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <vector>
 
 namespace
 {
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
+using kiv::fuzz::require;
 
 // Asks for every frame of the pending caption, then for the frame behind it, which reads on.
 KIVCS2Status readPending(KIVCS2ClosedCaptionsMCCStream &mcc)
@@ -41,28 +34,20 @@ KIVCS2Status readPending(KIVCS2ClosedCaptionsMCCStream &mcc)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static const KIVCS2Status rate = kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97);
-    require(rate == KIVCS2STATUS_OK);
-
-    std::vector<uint8_t> bytes{data, data + size};
-    bytes.reserve(1); // a view needs a block, even of no bytes
-    KIVCS2MemoryStream memory;
-    require(kivCS2MemoryStream_initWithBytes(&memory, bytes.data(), size) == KIVCS2STATUS_OK);
-    KIVCS2ClosedCaptionsMCCStream mcc;
-    require(kivCS2ClosedCaptionsSCCStream_init(&mcc, &memory.m_stream, true, true) == KIVCS2STATUS_OK);
+    kiv::fuzz::CaptionInput input{data, size};
+    KIVCS2ClosedCaptionsMCCStream &mcc = input.mcc;
     if (KIVCS2_SUCCEEDED(kivCS2ClosedCaptionsSCCStream_readHeader(&mcc)))
     {
         KIVCS2Status status = KIVCS2STATUS_OK;
         while (status == KIVCS2STATUS_OK || status == KIVCS2STATUS_NOT_FOUND_ERR)
         {
-            const int64_t before = memory.m_position;
+            const int64_t before = input.memory.m_position;
             status = readPending(mcc);
-            if (memory.m_position == before)
+            if (input.memory.m_position == before)
                 break;
         }
         require(kivCS2ClosedCaptionsSCCStream_reset(&mcc) == KIVCS2STATUS_OK);
         require(mcc.m_caption.m_flags == KIVCS2ClosedCaptionFlag_Valid);
     }
-    require(kivCS2ClosedCaptionsMCCStream_free(&mcc) == KIVCS2STATUS_OK && memory.m_buffer == nullptr);
     return 0;
 }

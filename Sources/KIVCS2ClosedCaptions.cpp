@@ -599,6 +599,13 @@ void clearCaption(KIVCS2ClosedCaption &caption)
     std::memset(&caption, 0, kCaptionSize);
 }
 
+// Clears the caption and takes the timecode off the line; false if the line is no caption's.
+bool openLine(KIVCS2ClosedCaption &caption, std::string_view line, kiv::TimecodeText &timecode)
+{
+    clearCaption(caption);
+    return line.size() >= kShortestLine && kiv::copyTimecodeText(line, timecode);
+}
+
 bool isValid(const KIVCS2ClosedCaption &caption)
 {
     return (caption.m_flags & KIVCS2ClosedCaptionFlag_Valid) != 0;
@@ -859,10 +866,9 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_decodeCaption(KIVCS2ClosedCaptionsMCC
     KIV_CHECK((line) != NULL);
 
     KIVCS2ClosedCaption &caption = mcc->m_caption;
-    clearCaption(caption);
     const std::string_view text{line, length};
     kiv::TimecodeText timecode;
-    if (text.size() < kShortestLine || !kiv::copyTimecodeText(text, timecode))
+    if (!openLine(caption, text, timecode))
         return KIVCS2STATUS_NOT_FOUND_ERR;
     size_t position = kiv::kTimecodeLength;
     if (mcc->m_version >= 2 && !kiv::readMCCSuffixes(text, position, caption))
@@ -1016,11 +1022,9 @@ KIVCS2Status kivCS2ClosedCaptionsSCCStream_decodeCaption(KIVCS2ClosedCaptionsMCC
     KIV_CHECK((line) != NULL);
 
     KIVCS2ClosedCaption &caption = mcc->m_caption;
-    clearCaption(caption);
     const std::string_view text{line, length};
     kiv::TimecodeText timecode;
-    if (text.size() < kShortestLine || !kiv::copyTimecodeText(text, timecode) ||
-        text[kiv::kTimecodeLength] != '\t')
+    if (!openLine(caption, text, timecode) || text[kiv::kTimecodeLength] != '\t')
         return KIVCS2STATUS_NOT_FOUND_ERR;
     KIV_TRY(kivCS2Timecode_initWithString(&caption.m_timecode, timecode.data()));
     KIV_TRY(kiv::decodeHexWords(text.substr(kiv::kTimecodeLength + 1), caption));

@@ -1,6 +1,8 @@
 // A caption file in memory, opened for reading or writing, and the timecodes to ask it for.
 #pragma once
 
+#include "ArgumentCheck.h"
+
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
 #include <KIVCoreServices2/KIVCS2MemoryStream.h>
 #include <KIVCoreServices2/KIVCS2Timecode.h>
@@ -12,11 +14,20 @@
 #include <string_view>
 #include <vector>
 
+// A row of a table of argument checks, in scope of what the call names.
+#define KIV_REFUSED(op, text, ...)                                                                           \
+    kiv::test::ArgumentCheck                                                                                 \
+    {                                                                                                        \
+#op, text, KIVCS2STATUS_PARAM_ERR, [&] {                                                             \
+            return op(__VA_ARGS__);                                                                          \
+        }                                                                                                    \
+    }
+
 namespace kiv::test
 {
-inline std::string readWhole(const std::string &path)
+inline std::string sample(const std::string &name)
 {
-    std::ifstream file{path, std::ios::binary};
+    std::ifstream file{KIV_TEST_DATA "/" + name, std::ios::binary};
     return {std::istreambuf_iterator<char>{file}, {}};
 }
 

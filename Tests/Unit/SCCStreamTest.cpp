@@ -1,8 +1,6 @@
-#include "ArgumentCheck.h"
 #include "CaptionFile.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
-#include <KIVCoreServices2/KIVCS2FileStream.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,6 +16,8 @@ using testing::ElementsAre;
 using Stream = KIVCS2ClosedCaptionsMCCStream;
 using Caption = KIVCS2ClosedCaption;
 
+constexpr auto kReadHeader = kivCS2ClosedCaptionsSCCStream_readHeader;
+constexpr auto kReset = kivCS2ClosedCaptionsSCCStream_reset;
 constexpr auto kRead = kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode;
 const std::string kHead = "Scenarist_SCC V1.0\n\n";
 
@@ -72,41 +72,21 @@ TEST_F(SCCStream, ArgumentsAreChecked)
     const KIVCS2Timecode tc = 0;
     const char *const mcc = "(mcc) != NULL";
     const char *const isReading = "(mcc->m_reading == 1)";
-#define CALL(op, text, ...)                                                                                  \
-    ArgumentCheck                                                                                            \
-    {                                                                                                        \
-#op, text, KIVCS2STATUS_PARAM_ERR, [&] {                                                             \
-            return op(__VA_ARGS__);                                                                          \
-        }                                                                                                    \
-    }
+#define SCC(op, ...) KIV_REFUSED(kivCS2ClosedCaptionsSCCStream_##op, __VA_ARGS__)
     const ArgumentCheck checks[] = {
-        CALL(kivCS2ClosedCaptionsSCCStream_readHeader, mcc, nullptr),
-        CALL(kivCS2ClosedCaptionsSCCStream_readHeader, isReading, out),
-        CALL(kivCS2ClosedCaptionsSCCStream_decodeCaption, mcc, nullptr, "", 0),
-        CALL(kivCS2ClosedCaptionsSCCStream_decodeCaption, "(line) != NULL", in, nullptr, 0),
-        CALL(kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode, mcc, nullptr, &tc, &caption),
-        CALL(kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode, "(timecode) != NULL", in, nullptr,
-             &caption),
-        CALL(kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode, "(caption) != NULL", in, &tc, nullptr),
-        CALL(kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode, isReading, out, &tc, &caption),
-        CALL(kivCS2ClosedCaptionsSCCStream_reset, mcc, nullptr),
-        CALL(kivCS2ClosedCaptionsSCCStream_reset, isReading, out),
+        SCC(readHeader, mcc, nullptr),
+        SCC(readHeader, isReading, out),
+        SCC(decodeCaption, mcc, nullptr, "", 0),
+        SCC(decodeCaption, "(line) != NULL", in, nullptr, 0),
+        SCC(readCaptionForTimecode, mcc, nullptr, &tc, &caption),
+        SCC(readCaptionForTimecode, "(timecode) != NULL", in, nullptr, &caption),
+        SCC(readCaptionForTimecode, "(caption) != NULL", in, &tc, nullptr),
+        SCC(readCaptionForTimecode, isReading, out, &tc, &caption),
+        SCC(reset, mcc, nullptr),
+        SCC(reset, isReading, out),
     };
-#undef CALL
     for (const ArgumentCheck &check : checks)
         expectRefused(check);
-}
-
-TEST_F(SCCStream, InitIsThatOfTheOtherReader)
-{
-    KIVCS2Stream stream{};
-    Stream mcc;
-    std::memset(&mcc, 0xEE, sizeof mcc);
-    EXPECT_EQ(kivCS2ClosedCaptionsSCCStream_init(&mcc, &stream, true, false), KIVCS2STATUS_OK);
-    EXPECT_TRUE(mcc.m_reading);
-    EXPECT_FALSE(mcc.m_ownsStream);
-    EXPECT_EQ(mcc.m_stream, &stream);
-    EXPECT_EQ(mcc.m_version | mcc.m_frameRate | mcc.m_caption.m_flags, 0u);
 }
 
 TEST_F(SCCStream, ReadHeaderStatuses)
@@ -129,7 +109,7 @@ TEST_F(SCCStream, ReadHeaderStatuses)
     {
         SCOPED_TRACE(row.text.substr(0, 40));
         CaptionFile file{row.text};
-        EXPECT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&file.mcc), row.status);
+        EXPECT_EQ(kReadHeader(&file.mcc), row.status);
         if (row.status == KIVCS2STATUS_OK)
         {
             EXPECT_EQ(file.mcc.m_caption.m_timecode, frame(25));
@@ -189,7 +169,7 @@ TEST_F(SCCStream, DecodeCaption)
 TEST_F(SCCStream, PairsFallOnTheirFrames)
 {
     CaptionFile file{kHead + "00:00:10:00\t9420 9420 94ae\n00:00:10:05\t942c\n00:00:11:00\t942f 8080"};
-    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&file.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kReadHeader(&file.mcc), KIVCS2STATUS_OK);
     EXPECT_EQ(pairAt(file.mcc, 249), kNotFound);
     EXPECT_EQ(pairAt(file.mcc, 250), found(0x9420));
     EXPECT_EQ(pairAt(file.mcc, 252), found(0x94AE));
@@ -200,14 +180,14 @@ TEST_F(SCCStream, PairsFallOnTheirFrames)
     EXPECT_EQ(pairAt(file.mcc, 276), found(0x8080));
     EXPECT_EQ(pairAt(file.mcc, 277), kNoData);
     EXPECT_EQ(pairAt(file.mcc, 275), found(0x942F)); // the last one stays
-    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_reset(&file.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kReset(&file.mcc), KIVCS2STATUS_OK);
     EXPECT_EQ(pairAt(file.mcc, 250), found(0x9420));
 }
 
 TEST_F(SCCStream, WhatStandsBehindThePairIsTheRestOfTheLine)
 {
     CaptionFile file{kHead + "00:00:10:00\t9420 9425 94ae"};
-    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&file.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kReadHeader(&file.mcc), KIVCS2STATUS_OK);
     Caption caption;
     const KIVCS2Timecode tc = frame(251) | uint64_t{2024} << 48; // a date does not count
     ASSERT_EQ(kRead(&file.mcc, &tc, &caption), KIVCS2STATUS_OK);
@@ -221,7 +201,7 @@ TEST_F(SCCStream, OverlappingLinesLoseThePairsBeforeTheRequest)
 {
     CaptionFile file{kHead + "00:00:10:00\t0001 0002 0003 0004\n00:00:10:02\t0101 0102 0103 0104\n"
                              "00:00:05:00\t0201"};
-    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&file.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kReadHeader(&file.mcc), KIVCS2STATUS_OK);
     EXPECT_EQ(pairAt(file.mcc, 253), found(0x0004));
     EXPECT_EQ(pairAt(file.mcc, 254), found(0x0103));
     EXPECT_EQ(pairAt(file.mcc, 256), kNoData); // a line that goes back in time is passed over
@@ -231,17 +211,17 @@ TEST_F(SCCStream, OverlappingLinesLoseThePairsBeforeTheRequest)
 TEST_F(SCCStream, ADamagedLineEndsTheSearchUntilReset)
 {
     CaptionFile file{kHead + "00:00:10:00\t9420\n00:00:11:00\t94,20\n00:00:12:00\t942f"};
-    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&file.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kReadHeader(&file.mcc), KIVCS2STATUS_OK);
     EXPECT_EQ(pairAt(file.mcc, 300).first, KIVCS2STATUS_CAPTION_ERR);
     EXPECT_EQ(pairAt(file.mcc, 300), kNotFound);
-    EXPECT_EQ(kivCS2ClosedCaptionsSCCStream_reset(&file.mcc), KIVCS2STATUS_OK);
+    EXPECT_EQ(kReset(&file.mcc), KIVCS2STATUS_OK);
     EXPECT_EQ(pairAt(file.mcc, 250), found(0x9420));
 }
 
 TEST_F(SCCStream, CaptionsPastMidnightHoldNoFrame)
 {
     CaptionFile file{kHead + "23:59:59:23\t0001 0002 0003\n"};
-    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&file.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kReadHeader(&file.mcc), KIVCS2STATUS_OK);
     EXPECT_EQ(static_cast<uint32_t>(file.mcc.m_caption.m_endTimecode), 1u);
     EXPECT_EQ(pairAt(file.mcc, 2159998), kNotFound);
     EXPECT_EQ(pairAt(file.mcc, 2159999), kNoData);
@@ -251,7 +231,7 @@ TEST_F(SCCStream, CaptionsPastMidnightHoldNoFrame)
 TEST_F(SCCStream, CaptionsWithoutAFrameAreKeptUntilTheyArePassed)
 {
     CaptionFile file{kHead + "00:00:10:00\t94\n00:00:11:00\t942f"};
-    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&file.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kReadHeader(&file.mcc), KIVCS2STATUS_OK);
     EXPECT_EQ(pairAt(file.mcc, 250), kNotFound);
     EXPECT_EQ(file.mcc.m_caption.m_captionSize, 1u);
     EXPECT_EQ(pairAt(file.mcc, 275), found(0x942F));
@@ -260,7 +240,7 @@ TEST_F(SCCStream, CaptionsWithoutAFrameAreKeptUntilTheyArePassed)
 TEST_F(SCCStream, AnEndThatTheCallerMovedReadsNothingBeyondTheRecord)
 {
     CaptionFile file{kHead + "00:00:10:00\t9420"};
-    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&file.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kReadHeader(&file.mcc), KIVCS2STATUS_OK);
     file.mcc.m_caption.m_endTimecode = frame(0xFFFFFFFF);
     EXPECT_EQ(pairAt(file.mcc, 250 + 131), found(0));
     EXPECT_EQ(pairAt(file.mcc, 250 + 132).first, KIVCS2STATUS_DATA_ERR);
@@ -297,17 +277,13 @@ TEST_F(SCCStream, SampleFiles)
     {
         SCOPED_TRACE(row.name);
         ASSERT_EQ(kivCS2Timecode_setFrameRate(row.rate), KIVCS2STATUS_OK);
-        KIVCS2FileStream stream;
-        ASSERT_EQ(kivCS2FileStream_init(&stream, (std::string{KIV_TEST_DATA "/"} + row.name).c_str(), "rb"),
-                  KIVCS2STATUS_OK);
-        Stream mcc;
-        ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_init(&mcc, &stream.m_stream, true, true), KIVCS2STATUS_OK);
-        ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&mcc), KIVCS2STATUS_OK);
+        CaptionFile file{sample(row.name)};
+        ASSERT_EQ(kReadHeader(&file.mcc), KIVCS2STATUS_OK);
         uint32_t pairs = 0;
         unsigned lastPair = 0;
         for (uint32_t count = row.firstFrame; count < row.firstFrame + row.frames; ++count)
         {
-            const auto [status, pair] = pairAt(mcc, count);
+            const auto [status, pair] = pairAt(file.mcc, count);
             if (status != KIVCS2STATUS_OK)
                 continue;
             ++pairs;
@@ -315,7 +291,6 @@ TEST_F(SCCStream, SampleFiles)
         }
         EXPECT_EQ(pairs, row.pairs);
         EXPECT_EQ(lastPair, row.lastPair);
-        EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_free(&mcc), KIVCS2STATUS_OK);
     }
 }
 } // namespace

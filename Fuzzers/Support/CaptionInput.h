@@ -1,0 +1,47 @@
+// A fuzz input as a caption file being read, and the check that ends the run.
+#pragma once
+
+#include "KIVCS2ClosedCaptions.h"
+#include "KIVCS2MemoryStream.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <vector>
+
+namespace kiv::fuzz
+{
+inline void require(bool condition)
+{
+    if (!condition)
+        std::abort();
+}
+
+// At 29.97, whose numbering leaves timecodes out.
+inline void setRateOnce()
+{
+    static const KIVCS2Status rate = kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97);
+    require(rate == KIVCS2STATUS_OK);
+}
+
+struct CaptionInput
+{
+    std::vector<uint8_t> bytes;
+    KIVCS2MemoryStream memory{};
+    KIVCS2ClosedCaptionsMCCStream mcc{};
+
+    CaptionInput(const uint8_t *data, size_t size) : bytes{data, data + size}
+    {
+        setRateOnce();
+        bytes.reserve(1); // a view needs a block, even of no bytes
+        require(kivCS2MemoryStream_initWithBytes(&memory, bytes.data(), size) == KIVCS2STATUS_OK);
+        require(kivCS2ClosedCaptionsMCCStream_init(&mcc, &memory.m_stream, true, true) == KIVCS2STATUS_OK);
+    }
+    CaptionInput(const CaptionInput &) = delete;
+    CaptionInput &operator=(const CaptionInput &) = delete;
+    ~CaptionInput()
+    {
+        require(kivCS2ClosedCaptionsMCCStream_free(&mcc) == KIVCS2STATUS_OK && memory.m_buffer == nullptr);
+    }
+};
+} // namespace kiv::fuzz
