@@ -10,6 +10,9 @@
 #include <string>
 #include <string_view>
 
+// The call of one row, made only when the check runs.
+#define KIV_CALL(...) [&] { return __VA_ARGS__; }
+
 namespace kiv::test
 {
 struct ArgumentCheck

@@ -44,98 +44,40 @@ TEST(MemoryStream, RefusesWhatIsMissing)
     const auto param = KIVCS2STATUS_PARAM_ERR;
     const auto missing = KIVCS2STATUS_MEMORY_ERR; // this kind's own answer
     KIVCS2MemoryStream fresh;
-    for (const kiv::test::ArgumentCheck &check :
-         std::initializer_list<kiv::test::ArgumentCheck>{
-             {"kivCS2MemoryStream_setup", "stream", param,
-              [&]
-              {
-                  return kivCS2MemoryStream_setup(nullptr);
-              }},
-             {"kivCS2MemoryStream_init", "stream", param,
-              [&]
-              {
-                  return kivCS2MemoryStream_init(nullptr, 1, 1);
-              }},
+    for (const kiv::test::ArgumentCheck &check : std::initializer_list<kiv::test::ArgumentCheck>{
+             {"kivCS2MemoryStream_setup", "stream", param, KIV_CALL(kivCS2MemoryStream_setup(nullptr))},
+             {"kivCS2MemoryStream_init", "stream", param, KIV_CALL(kivCS2MemoryStream_init(nullptr, 1, 1))},
              {"kivCS2MemoryStream_init", "initialSize > 0", param,
-              [&]
-              {
-                  return kivCS2MemoryStream_init(&fresh, 0, 1);
-              }},
+              KIV_CALL(kivCS2MemoryStream_init(&fresh, 0, 1))},
              {"kivCS2MemoryStream_init", "growSize > 0", param,
-              [&]
-              {
-                  return kivCS2MemoryStream_init(&fresh, 1, 0);
-              }},
+              KIV_CALL(kivCS2MemoryStream_init(&fresh, 1, 0))},
              {"kivCS2MemoryStream_initWithBytes", "stream", param,
-              [&]
-              {
-                  return kivCS2MemoryStream_initWithBytes(nullptr, view, 1);
-              }},
+              KIV_CALL(kivCS2MemoryStream_initWithBytes(nullptr, view, 1))},
              {"kivCS2MemoryStream_initWithBytes", "bytes", param,
-              [&]
-              {
-                  return kivCS2MemoryStream_initWithBytes(&fresh, nullptr, 1);
-              }},
+              KIV_CALL(kivCS2MemoryStream_initWithBytes(&fresh, nullptr, 1))},
              {"kivCS2MemoryStream_writeBytes", "stream->m_buffer", missing,
-              [&]
-              {
-                  return kivCS2MemoryStream_writeBytes(none, &byte, 1, nullptr);
-              }},
+              KIV_CALL(kivCS2MemoryStream_writeBytes(none, &byte, 1, nullptr))},
              {"kivCS2MemoryStream_writeBytes", "stream->m_buffer", missing,
-              [&]
-              {
-                  return kivCS2MemoryStream_writeBytes(nullptr, &byte, 1, nullptr);
-              }},
+              KIV_CALL(kivCS2MemoryStream_writeBytes(nullptr, &byte, 1, nullptr))},
              {"kivCS2MemoryStream_writeBytes", "buffer", missing,
-              [&]
-              {
-                  return kivCS2MemoryStream_writeBytes(some, nullptr, 1, nullptr);
-              }},
+              KIV_CALL(kivCS2MemoryStream_writeBytes(some, nullptr, 1, nullptr))},
              {"kivCS2MemoryStream_readBytes", "stream->m_buffer", missing,
-              [&]
-              {
-                  return kivCS2MemoryStream_readBytes(none, &byte, 1, nullptr);
-              }},
+              KIV_CALL(kivCS2MemoryStream_readBytes(none, &byte, 1, nullptr))},
              {"kivCS2MemoryStream_readBytes", "buffer", missing,
-              [&]
-              {
-                  return kivCS2MemoryStream_readBytes(some, nullptr, 1, nullptr);
-              }},
+              KIV_CALL(kivCS2MemoryStream_readBytes(some, nullptr, 1, nullptr))},
              {"kivCS2MemoryStream_getSize", "stream->m_buffer", missing,
-              [&]
-              {
-                  return kivCS2MemoryStream_getSize(none, &size);
-              }},
+              KIV_CALL(kivCS2MemoryStream_getSize(none, &size))},
              {"kivCS2MemoryStream_getSize", "size", missing,
-              [&]
-              {
-                  return kivCS2MemoryStream_getSize(some, nullptr);
-              }},
+              KIV_CALL(kivCS2MemoryStream_getSize(some, nullptr))},
              {"kivCS2MemoryStream_setPosition", "stream->m_buffer", missing,
-              [&]
-              {
-                  return kivCS2MemoryStream_setPosition(none, 0, 0, nullptr);
-              }},
+              KIV_CALL(kivCS2MemoryStream_setPosition(none, 0, 0, nullptr))},
              {"kivCS2MemoryStream_isEndOfStream", "stream->m_buffer", missing,
-              [&]
-              {
-                  return kivCS2MemoryStream_isEndOfStream(none, &eos);
-              }},
+              KIV_CALL(kivCS2MemoryStream_isEndOfStream(none, &eos))},
              {"kivCS2MemoryStream_isEndOfStream", "eos", missing,
-              [&]
-              {
-                  return kivCS2Stream_isEndOfStream(some, nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_isEndOfStream(some, nullptr))},
              {"kivCS2MemoryStream_getBytes", "stream->m_buffer", missing,
-              [&]
-              {
-                  return kivCS2MemoryStream_getBytes(none, &block, &size);
-              }},
-             {"kivCS2MemoryStream_close", "stream", param,
-              [&]
-              {
-                  return kivCS2MemoryStream_close(nullptr);
-              }},
+              KIV_CALL(kivCS2MemoryStream_getBytes(none, &block, &size))},
+             {"kivCS2MemoryStream_close", "stream", param, KIV_CALL(kivCS2MemoryStream_close(nullptr))},
          })
         kiv::test::expectRefused(check);
 }

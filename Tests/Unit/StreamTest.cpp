@@ -119,128 +119,48 @@ TEST(Stream, RefusesWhatIsMissing)
     uint32_t eos = 0;
     char *string = nullptr;
     const auto param = KIVCS2STATUS_PARAM_ERR;
-    for (const kiv::test::ArgumentCheck &check :
-         std::initializer_list<kiv::test::ArgumentCheck>{
+    for (const kiv::test::ArgumentCheck &check : std::initializer_list<kiv::test::ArgumentCheck>{
              {"kivCS2Stream_writeBytes", "stream", param,
-              [&]
-              {
-                  return kivCS2Stream_writeBytes(nullptr, text, 1, nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_writeBytes(nullptr, text, 1, nullptr))},
              {"kivCS2Stream_writeBytes", "stream->m_writeBytes", param,
-              [&]
-              {
-                  return kivCS2Stream_writeBytes(&none, text, 1, nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_writeBytes(&none, text, 1, nullptr))},
              {"kivCS2Stream_writeBytes", "buffer", param,
-              [&]
-              {
-                  return kivCS2Stream_writeBytes(host.get(), nullptr, 1, nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_writeBytes(host.get(), nullptr, 1, nullptr))},
              {"kivCS2Stream_readBytes", "stream->m_readBytes", param,
-              [&]
-              {
-                  return kivCS2Stream_readBytes(&none, text, 1, nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_readBytes(&none, text, 1, nullptr))},
              {"kivCS2Stream_readBytes", "buffer", param,
-              [&]
-              {
-                  return kivCS2Stream_readBytes(host.get(), nullptr, 1, nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_readBytes(host.get(), nullptr, 1, nullptr))},
              {"kivCS2Stream_getSize", "stream->m_getSize", param,
-              [&]
-              {
-                  return kivCS2Stream_getSize(&none, &size);
-              }},
-             {"kivCS2Stream_getSize", "size", param,
-              [&]
-              {
-                  return kivCS2Stream_getSize(host.get(), nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_getSize(&none, &size))},
+             {"kivCS2Stream_getSize", "size", param, KIV_CALL(kivCS2Stream_getSize(host.get(), nullptr))},
              {"kivCS2Stream_setPosition", "stream->m_setPosition", param,
-              [&]
-              {
-                  return kivCS2Stream_setPosition(&none, 0, 0, nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_setPosition(&none, 0, 0, nullptr))},
              {"kivCS2Stream_isEndOfStream", "stream->m_setPosition", param,
-              [&]
-              {
-                  return kivCS2Stream_isEndOfStream(&other, &eos);
-              }},
+              KIV_CALL(kivCS2Stream_isEndOfStream(&other, &eos))},
              {"kivCS2Stream_getBytes", "stream->m_getBytes", param,
-              [&]
-              {
-                  return kivCS2Stream_getBytes(&none, &block, &size);
-              }},
+              KIV_CALL(kivCS2Stream_getBytes(&none, &block, &size))},
              {"kivCS2Stream_getBytes", "buffer", param,
-              [&]
-              {
-                  return kivCS2Stream_getBytes(host.get(), nullptr, &size);
-              }},
+              KIV_CALL(kivCS2Stream_getBytes(host.get(), nullptr, &size))},
              {"kivCS2Stream_getBytes", "size", param,
-              [&]
-              {
-                  return kivCS2Stream_getBytes(host.get(), &block, nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_getBytes(host.get(), &block, nullptr))},
              {"kivCS2Stream_freeBytes", "stream->m_freeBytes", param,
-              [&]
-              {
-                  return kivCS2Stream_freeBytes(&none, &byte);
-              }},
+              KIV_CALL(kivCS2Stream_freeBytes(&none, &byte))},
              {"kivCS2Stream_freeBytes", "buffer", param,
-              [&]
-              {
-                  return kivCS2Stream_freeBytes(host.get(), nullptr);
-              }},
-             {"kivCS2Stream_close", "stream->m_close", param,
-              [&]
-              {
-                  return kivCS2Stream_close(&none);
-              }},
-             {"kivCS2Stream_free", "stream->m_free", param,
-              [&]
-              {
-                  return kivCS2Stream_free(&none);
-              }},
+              KIV_CALL(kivCS2Stream_freeBytes(host.get(), nullptr))},
+             {"kivCS2Stream_close", "stream->m_close", param, KIV_CALL(kivCS2Stream_close(&none))},
+             {"kivCS2Stream_free", "stream->m_free", param, KIV_CALL(kivCS2Stream_free(&none))},
              {"kivCS2Stream_readUTF8String", "string", param,
-              [&]
-              {
-                  return kivCS2Stream_readUTF8String(host.get(), nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_readUTF8String(host.get(), nullptr))},
              {"kivCS2Stream_readBytes", "stream", param,
-              [&]
-              {
-                  return kivCS2Stream_readUTF8String(nullptr, &string);
-              }},
+              KIV_CALL(kivCS2Stream_readUTF8String(nullptr, &string))},
              {"kivCS2Stream_readUTF8StringToBuffer", "string", param,
-              [&]
-              {
-                  return kivCS2Stream_readUTF8StringToBuffer(host.get(), nullptr, 8, &size);
-              }},
-             {"kivCS2Stream_beginReadBits", "stream", param,
-              [&]
-              {
-                  return kivCS2Stream_beginReadBits(nullptr);
-              }},
-             {"kivCS2Stream_readBits", "stream", param,
-              [&]
-              {
-                  return kivCS2Stream_readBits(nullptr, 1, &byte);
-              }},
+              KIV_CALL(kivCS2Stream_readUTF8StringToBuffer(host.get(), nullptr, 8, &size))},
+             {"kivCS2Stream_beginReadBits", "stream", param, KIV_CALL(kivCS2Stream_beginReadBits(nullptr))},
+             {"kivCS2Stream_readBits", "stream", param, KIV_CALL(kivCS2Stream_readBits(nullptr, 1, &byte))},
              {"kivCS2Stream_readBits", "value", param,
-              [&]
-              {
-                  return kivCS2Stream_readBits(host.get(), 1, nullptr);
-              }},
-             {"kivCS2Stream_skipBits", "stream", param,
-              [&]
-              {
-                  return kivCS2Stream_skipBits(nullptr, 1);
-              }},
-             {"kivCS2Stream_endBits", "stream", param,
-              [&]
-              {
-                  return kivCS2Stream_endBits(nullptr);
-              }},
+              KIV_CALL(kivCS2Stream_readBits(host.get(), 1, nullptr))},
+             {"kivCS2Stream_skipBits", "stream", param, KIV_CALL(kivCS2Stream_skipBits(nullptr, 1))},
+             {"kivCS2Stream_endBits", "stream", param, KIV_CALL(kivCS2Stream_endBits(nullptr))},
          })
         kiv::test::expectRefused(check);
 }
@@ -253,10 +173,7 @@ TEST(Stream, AnUnknownModeIsAssertedAndOtherwiseTheKindsToJudge)
         return 0x80000100u + mode;
     };
     kiv::test::expectRefused({"kivCS2Stream_setPosition", "mode < KIVCS2StreamPosition_MAX", 0x80000103u,
-                              [&]
-                              {
-                                  return kivCS2Stream_setPosition(host.get(), 0, 3, nullptr);
-                              }});
+                              KIV_CALL(kivCS2Stream_setPosition(host.get(), 0, 3, nullptr))});
     EXPECT_EQ(kivCS2Stream_setPosition(host.get(), 0, 2, nullptr), 0x80000102u);
 }
 

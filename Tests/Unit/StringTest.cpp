@@ -78,158 +78,62 @@ TEST(String, RefusesWhatIsMissing)
     uint32_t size = 0;
     KIVCS2StringEncoding encoding = 0;
     CFStringEncoding system = 0;
-    for (const kiv::test::ArgumentCheck &check :
-         std::initializer_list<kiv::test::ArgumentCheck>{
+    for (const kiv::test::ArgumentCheck &check : std::initializer_list<kiv::test::ArgumentCheck>{
              {"kivCS2String_convertEncoding", "systemEncoding", kParam,
-              [&]
-              {
-                  return kivCS2String_convertEncoding(0, nullptr);
-              }},
+              KIV_CALL(kivCS2String_convertEncoding(0, nullptr))},
              {"kivCS2String_getNullTerminatorLength", "nullTerminatorLen", kParam,
-              [&]
-              {
-                  return kivCS2String_getNullTerminatorLength(0, nullptr);
-              }},
+              KIV_CALL(kivCS2String_getNullTerminatorLength(0, nullptr))},
              {"kivCS2String_createCFStringWithEncoding", "source", kParam,
-              [&]
-              {
-                  return kivCS2String_createCFStringWithEncoding(nullptr, 0, &object, 0);
-              }},
+              KIV_CALL(kivCS2String_createCFStringWithEncoding(nullptr, 0, &object, 0))},
              {"kivCS2String_createCFStringWithEncoding", "cfString", kParam,
-              [&]
-              {
-                  return kivCS2String_createCFStringWithEncoding("a", 1, nullptr, 0);
-              }},
+              KIV_CALL(kivCS2String_createCFStringWithEncoding("a", 1, nullptr, 0))},
              {"kivCS2String_createCFStringWithEncoding", "encoding < KIVCS2StringEncodingMax", kParam,
-              [&]
-              {
-                  return kivCS2String_createCFStringWithEncoding("a", 1, &object, 8);
-              }},
+              KIV_CALL(kivCS2String_createCFStringWithEncoding("a", 1, &object, 8))},
              {"kivCS2String_createCStringFromCFStringWithEncoding", "cfString", kParam,
-              [&]
-              {
-                  return kivCS2String_createCStringFromCFStringWithEncoding(nullptr, &text, 0, &size);
-              }},
+              KIV_CALL(kivCS2String_createCStringFromCFStringWithEncoding(nullptr, &text, 0, &size))},
              {"kivCS2String_createCStringFromCFStringWithEncoding", "cString", kParam,
-              [&]
-              {
-                  return kivCS2String_createCStringFromCFStringWithEncoding(some.m_object, nullptr, 0, &size);
-              }},
-             {"kivCS2String_freeCString", "string", kParam,
-              [&]
-              {
-                  return kivCS2String_freeCString(nullptr);
-              }},
+              KIV_CALL(kivCS2String_createCStringFromCFStringWithEncoding(some.m_object, nullptr, 0, &size))},
+             {"kivCS2String_freeCString", "string", kParam, KIV_CALL(kivCS2String_freeCString(nullptr))},
              {"kivCS2String_getBytesUsed", "(string) != NULL", kParam,
-              [&]
-              {
-                  return kivCS2String_getBytesUsed(nullptr, 0, &size);
-              }},
+              KIV_CALL(kivCS2String_getBytesUsed(nullptr, 0, &size))},
              {"kivCS2String_getBytesUsed", "(bytesUsed) != NULL", kParam,
-              [&]
-              {
-                  return kivCS2String_getBytesUsed(some.m_object, 0, nullptr);
-              }},
+              KIV_CALL(kivCS2String_getBytesUsed(some.m_object, 0, nullptr))},
              {"kivCS2String_convertCString", "(source) != NULL", kParam,
-              [&]
-              {
-                  return kivCS2String_convertCString(nullptr, 0, 0, &text, 0, &size);
-              }},
+              KIV_CALL(kivCS2String_convertCString(nullptr, 0, 0, &text, 0, &size))},
              {"kivCS2String_convertCString", "(destination) != NULL", kParam,
-              [&]
-              {
-                  return kivCS2String_convertCString("a", 1, 0, nullptr, 0, &size);
-              }},
+              KIV_CALL(kivCS2String_convertCString("a", 1, 0, nullptr, 0, &size))},
              {"kivCS2String_detectEncoding", "source", kParam,
-              [&]
-              {
-                  return kivCS2String_detectEncoding(nullptr, 4, &encoding, &size);
-              }},
+              KIV_CALL(kivCS2String_detectEncoding(nullptr, 4, &encoding, &size))},
              {"kivCS2String_detectEncoding", "encoding", kParam,
-              [&]
-              {
-                  return kivCS2String_detectEncoding("abcd", 4, nullptr, &size);
-              }},
+              KIV_CALL(kivCS2String_detectEncoding("abcd", 4, nullptr, &size))},
              {"kivCS2String_OSTypeToString", "buffer", kParam,
-              [&]
-              {
-                  return kivCS2String_OSTypeToString(0, nullptr, 5);
-              }},
-             {"kivCS2String_copy", "dest", kParam,
-              [&]
-              {
-                  return kivCS2String_copy(nullptr, "a", 2);
-              }},
-             {"kivCS2String_copy", "source", kParam,
-              [&]
-              {
-                  return kivCS2String_copy(buffer, nullptr, 2);
-              }},
-             {"kivCS2String_createCopy", "source", kParam,
-              [&]
-              {
-                  return kivCS2String_createCopy(&text, nullptr);
-              }},
-             {"kivCS2String_createCopy", "dest", kParam,
-              [&]
-              {
-                  return kivCS2String_createCopy(nullptr, "a");
-              }},
+              KIV_CALL(kivCS2String_OSTypeToString(0, nullptr, 5))},
+             {"kivCS2String_copy", "dest", kParam, KIV_CALL(kivCS2String_copy(nullptr, "a", 2))},
+             {"kivCS2String_copy", "source", kParam, KIV_CALL(kivCS2String_copy(buffer, nullptr, 2))},
+             {"kivCS2String_createCopy", "source", kParam, KIV_CALL(kivCS2String_createCopy(&text, nullptr))},
+             {"kivCS2String_createCopy", "dest", kParam, KIV_CALL(kivCS2String_createCopy(nullptr, "a"))},
              {"kivCS2String_separateCFString", "cfString", kParam,
-              [&]
-              {
-                  return kivCS2String_separateCFString(nullptr, ",", &array);
-              }},
+              KIV_CALL(kivCS2String_separateCFString(nullptr, ",", &array))},
              {"kivCS2String_separateCFString", "separator", kParam,
-              [&]
-              {
-                  return kivCS2String_separateCFString(some.m_object, nullptr, &array);
-              }},
+              KIV_CALL(kivCS2String_separateCFString(some.m_object, nullptr, &array))},
              {"kivCS2String_separateCFString", "array", kParam,
-              [&]
-              {
-                  return kivCS2String_separateCFString(some.m_object, ",", nullptr);
-              }},
+              KIV_CALL(kivCS2String_separateCFString(some.m_object, ",", nullptr))},
              {"kivCS2String_createBundleResourcePath", "name", kParam,
-              [&]
-              {
-                  return kivCS2String_createBundleResourcePath(nullptr, "txt", &object);
-              }},
+              KIV_CALL(kivCS2String_createBundleResourcePath(nullptr, "txt", &object))},
              {"kivCS2String_createBundleResourcePath", "resourcePath", kParam,
-              [&]
-              {
-                  return kivCS2String_createBundleResourcePath("a", "txt", nullptr);
-              }},
+              KIV_CALL(kivCS2String_createBundleResourcePath("a", "txt", nullptr))},
              {"kivCS2String_createUIDCFString", "cfString", kParam,
-              [&]
-              {
-                  return kivCS2String_createUIDCFString(nullptr);
-              }},
+              KIV_CALL(kivCS2String_createUIDCFString(nullptr))},
              {"kivCS2String_createUIDCString", "buffer", kParam,
-              [&]
-              {
-                  return kivCS2String_createUIDCString(nullptr, 37);
-              }},
+              KIV_CALL(kivCS2String_createUIDCString(nullptr, 37))},
              {"kivCS2String_getCFStringLastPathComponent", "cfString", kParam,
-              [&]
-              {
-                  return kivCS2String_getCFStringLastPathComponent(nullptr, &object);
-              }},
+              KIV_CALL(kivCS2String_getCFStringLastPathComponent(nullptr, &object))},
              {"kivCS2String_getCFStringLastPathComponent", "cfLastPathComponent", kParam,
-              [&]
-              {
-                  return kivCS2String_getCFStringLastPathComponent(some.m_object, nullptr);
-              }},
+              KIV_CALL(kivCS2String_getCFStringLastPathComponent(some.m_object, nullptr))},
              {"kivCS2String_createStringByExpandingTilde", "(path) != NULL", kParam,
-              [&]
-              {
-                  return kivCS2String_createStringByExpandingTilde(nullptr, &text);
-              }},
+              KIV_CALL(kivCS2String_createStringByExpandingTilde(nullptr, &text))},
              {"kivCS2String_createStringByExpandingTilde", "(expandedPath) != NULL", kParam,
-              [&]
-              {
-                  return kivCS2String_createStringByExpandingTilde("~", nullptr);
-              }},
+              KIV_CALL(kivCS2String_createStringByExpandingTilde("~", nullptr))},
          })
         kiv::test::expectRefused(check);
 
