@@ -11,7 +11,11 @@
 #include <string_view>
 
 // The call of one row, made only when the check runs.
-#define KIV_CALL(...) [&] { return __VA_ARGS__; }
+#define KIV_CALL(...)                                                                                        \
+    [&]                                                                                                      \
+    {                                                                                                        \
+        return __VA_ARGS__;                                                                                  \
+    }
 
 namespace kiv::test
 {
