@@ -64,7 +64,13 @@ int run(int argc, char **argv)
     }
     catch (const CLI::ParseError &error)
     {
-        tool::note(std::string{error.what()} + " (kivcs2 --help tells more)");
+        // A word that is none of ours shows up as one that is missing.
+        const std::vector<std::string> extras = app.remaining(true);
+        const bool unknown =
+            error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !extras.empty();
+        tool::note(
+            (unknown ? "unknown word \"" + tool::visible(extras.front()) + "\"" : std::string{error.what()}) +
+            " (kivcs2 --help tells more)");
         return tool::kExitUsage;
     }
 
