@@ -437,7 +437,9 @@ TEST_F(Command, VerifyFindsWhatIsWrong)
         for (const Json &check : report["checks"])
         {
             if (check["check"] == row.check)
+            {
                 EXPECT_FALSE(check["ok"]) << check["detail"];
+            }
         }
     }
 }
