@@ -719,6 +719,12 @@ TEST(CaptionPackets, ConvertedToACaptionDataBlock)
     EXPECT_EQ(convert(unknownBehind, nullptr, size), KIVCS2STATUS_OK);
     EXPECT_EQ(size, 2u);
     EXPECT_EQ(convert(unknownBehind, block.data(), size), KIVCS2STATUS_DATA_ERR);
+    // A cut section is answered with what it holds.
+    size = 100;
+    std::fill(block.begin(), block.end(), uint8_t{0x55});
+    EXPECT_EQ(convert(packetOf("72 E2 FC 94 20 F8 03"), block.data(), size), KIVCS2STATUS_BUFFER_SIZE_ERR);
+    EXPECT_EQ(size, 8u);
+    EXPECT_EQ(block, hex("C2 FF FC 94 20 55 55 55"));
     // No caption data: a success that leaves the size.
     size = 77;
     EXPECT_EQ(convert(packetOf("74 00 00"), block.data(), size), KIVCS2STATUS_OK);
