@@ -50,11 +50,7 @@ int run(int argc, char **argv)
     }
     catch (const CLI::CallForHelp &)
     {
-        // The word that was given has its own page.
-        const CLI::App *page = &app;
-        while (!page->get_subcommands().empty())
-            page = page->get_subcommands().front();
-        tool::out().write(page->help());
+        tool::out().write(app.help()); // the page of the word that was given
         return tool::kExitYes;
     }
     catch (const CLI::CallForVersion &)
