@@ -542,11 +542,13 @@ TEST_F(Command, ReadsLongFilesInLittleMemory)
         for (int times = 1; times < 100; ++times)
             file << text.substr(start + 1);
     }
-    const Result small = run({"tc", "show", "0"});
+    [[maybe_unused]] const Result small = run({"tc", "show", "0"});
     const Result large = run({"caption", "info", path("long.mcc").string()});
     EXPECT_EQ(large.code, 0) << large.err;
     EXPECT_THAT(large.out, HasSubstr("192000, of them 192000"));
+#ifndef __SANITIZE_ADDRESS__ // which keeps freed memory back
     EXPECT_LT(large.kilobytes - small.kilobytes, 10 * 1024);
+#endif
 }
 
 // ---- packets and text ----
