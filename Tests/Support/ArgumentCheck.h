@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -15,6 +16,13 @@
     [&]                                                                                                      \
     {                                                                                                        \
         return __VA_ARGS__;                                                                                  \
+    }
+
+// A row whose call is of the operation that refuses.
+#define KIV_REFUSES(status, operation, text, ...)                                                            \
+    kiv::test::ArgumentCheck                                                                                 \
+    {                                                                                                        \
+#operation, text, status, KIV_CALL(operation(__VA_ARGS__))                                           \
     }
 
 namespace kiv::test
@@ -48,5 +56,11 @@ inline void expectRefused(const ArgumentCheck &check)
 #else
     EXPECT_DEATH(static_cast<void>(check.call()), assertionPattern(check.operation, check.text));
 #endif
+}
+
+inline void expectAllRefused(std::initializer_list<ArgumentCheck> checks)
+{
+    for (const ArgumentCheck &check : checks)
+        expectRefused(check);
 }
 } // namespace kiv::test
