@@ -119,6 +119,10 @@ TEST(Timecode, ArgumentChecks)
     for (const ArgumentCheck &check : checks)
         kiv::test::expectRefused(check);
     CFRelease(zero);
+#ifndef NDEBUG // asserted only
+    EXPECT_DEATH((void)kivCS2Timecode_createCFDate(&tc, nullptr),
+                 kiv::test::assertionPattern("kivCS2Timecode_createCFDate", "date"));
+#endif
 
     // These refuse null without an assertion.
     uint32_t word = 7;
