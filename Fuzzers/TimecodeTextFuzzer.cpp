@@ -15,7 +15,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     KLSetEnabled(false); // most inputs name no frame
     kiv::fuzz::setRate(data[0]);
-    const std::string text{std::string{reinterpret_cast<const char *>(data + 1), size - 1}.c_str()};
+    const char *const letters = reinterpret_cast<const char *>(data + 1);
+    const std::string text{letters, strnlen(letters, size - 1)};
 
     KIVCS2Timecode plain = 1;
     KIVCS2Timecode general = 1;
