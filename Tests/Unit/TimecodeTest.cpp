@@ -405,6 +405,8 @@ TEST(Timecode, CarriesAndBorrowsOverMidnightMonthsAndYears)
         {record(0, 30, 1, 2024), kivCS2Timecode_addDays, 0, record(0, 30, 1, 2024)},
         {record(0, 3, 11, 2024), kivCS2Timecode_addMonths, 25, record(0, 3, 0, 2027)},
         {record(0, 3, 0, 2024), kivCS2Timecode_subtractMonths, 25, record(0, 3, 11, 2021)},
+        {record(0, 3, 5, 2024), kivCS2Timecode_addMonths, 12, record(0, 3, 5, 2025)},
+        {record(0, 3, 5, 2024), kivCS2Timecode_subtractMonths, 12, record(0, 3, 5, 2023)},
         {record(0, 3, 0, 0), kivCS2Timecode_subtractMonths, 1, record(0, 3, 11, 0)},
         {record(0, 3, 0, 2), kivCS2Timecode_subtractYears, 3, record(0, 3, 0, 0)},
         {record(0, 3, 0, 65535), kivCS2Timecode_addYears, 65538, record(0, 3, 0, 1)},
