@@ -1,6 +1,6 @@
 // Caption words and packets through the shared library. The expected bytes are written from SMPTE
 // 291M, 334 and 436M and CEA-608 and CEA-708; nothing of the library makes them.
-#include "ArgumentCheck.h"
+#include "CaptionFile.h"
 #include "HostStream.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
@@ -374,33 +374,23 @@ TEST(Caption291M, MemoryStreamIsLeftAsTheBitReaderLeavesIt)
                     }
 }
 
-// A line record of SMPTE 436M with its payload in elements of one byte.
-Bytes wrapped(uint16_t line, uint8_t coding, const Bytes &payload)
-{
-    Bytes bytes = {static_cast<uint8_t>(line >> 8),
-                   static_cast<uint8_t>(line),
-                   0x02,
-                   coding,
-                   0,
-                   0,
-                   0,
-                   0,
-                   0,
-                   static_cast<uint8_t>(payload.size()),
-                   0,
-                   0,
-                   0,
-                   1};
-    bytes.insert(bytes.end(), payload.begin(), payload.end());
-    return bytes;
-}
-
 Bytes joined(std::initializer_list<Bytes> parts)
 {
     Bytes all;
     for (const Bytes &part : parts)
         all.insert(all.end(), part.begin(), part.end());
     return all;
+}
+
+// A line record of SMPTE 436M with its payload in elements of one byte.
+Bytes wrapped(uint16_t line, uint8_t coding, const Bytes &payload)
+{
+    Bytes header = hex("00 00 02 00 00 00 00 00 00 00 00 00 00 01");
+    header[0] = static_cast<uint8_t>(line >> 8);
+    header[1] = static_cast<uint8_t>(line);
+    header[3] = coding;
+    header[9] = static_cast<uint8_t>(payload.size());
+    return joined({header, payload});
 }
 
 struct Unwrapped
@@ -639,20 +629,14 @@ TEST(CaptionPackets, BuiltFromPairs)
 
 TEST(CaptionPackets, BuiltFrom708Data)
 {
-    std::string triplets;
-    for (int index = 0; index < 20; ++index)
-    {
-        char text[16];
-        snprintf(text, sizeof text, "FE %02X %02X ", index, index + 1);
-        triplets += text;
-    }
+    const std::string triplets = "FC 94 20 " + repeated("FE 11 22 ", 19);
     const Bytes data = hex(triplets);
     Bytes packet(KIVCS2_CDP_ROOM_FOR_708_DATA(60));
     uint32_t size = static_cast<uint32_t>(packet.size());
     EXPECT_EQ(pack708(data.data(), 60, packet.data(), &size, 7), KIVCS2STATUS_OK);
     EXPECT_EQ(size, 90u);
     EXPECT_EQ(packet, hex("00 00 00 5A 63 63 64 70 96 69 52 4F 67 00 07 72 F4 " + triplets +
-                          "73 91 E1 00 00 00 C1 3F FF 74 00 07 C5"));
+                          "73 91 E1 00 00 00 C1 3F FF 74 00 07 DA"));
     size = 81;
     EXPECT_EQ(pack708(data.data(), 60, packet.data(), &size, 7), KIVCS2STATUS_BUFFER_SIZE_ERR);
 }
@@ -839,24 +823,16 @@ TEST(CaptionArguments, AreChecked)
 {
     MemoryView view{hex("00 00")};
     KIVCS2Stream *stream = view.stream();
-    static uint8_t byte;
-    static uint8_t bytes[128];
-    static uint8_t *at = bytes;
-    static uint8_t *nowhere = nullptr;
-    static uint16_t pairs[2];
-    static uint32_t size = sizeof bytes;
-    static char text[128];
-    static char *result;
+    uint8_t byte = 0;
+    uint8_t bytes[128] = {};
+    uint8_t *nowhere = nullptr;
+    uint16_t pairs[2] = {};
+    uint32_t size = sizeof bytes;
+    char text[128] = {};
+    char *result = nullptr;
     CFStringRef format = CFStringCreateWithCString(nullptr, "y", kCFStringEncodingASCII);
 
-#define ROW(name, text, ...)                                                                                 \
-    {                                                                                                        \
-        "kivCS2ClosedCaptions_" #name, text, KIVCS2STATUS_PARAM_ERR,                                         \
-            [=]                                                                                              \
-        {                                                                                                    \
-            return kivCS2ClosedCaptions_##name(__VA_ARGS__);                                                 \
-        }                                                                                                    \
-    }
+#define ROW(name, text, ...) KIV_REFUSED(kivCS2ClosedCaptions_##name, text, __VA_ARGS__)
     const kiv::test::ArgumentCheck rows[] = {
         ROW(decodeCEA608CCPair, "buffer", 0, 0, nullptr),
         ROW(read8BitWord, "stream", nullptr, &byte, nullptr),
@@ -882,8 +858,8 @@ TEST(CaptionArguments, AreChecked)
         ROW(pack608CaptionsIntoSMPTE334CDP708PacketFormat, "bufferSize708", pairs, 4, bytes, nullptr, 0,
             true),
         ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708Data", nullptr, 60, bytes, &size, 0),
-        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708", at, 60, nullptr, &size, 0),
-        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "bufferSize708", at, 60, bytes, nullptr, 0),
+        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708", bytes, 60, nullptr, &size, 0),
+        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "bufferSize708", bytes, 60, bytes, nullptr, 0),
         ROW(setSMPTE334CDP708PacketSequenceNumber, "buffer708Data", false, nullptr, 82, 0),
         ROW(convertSMPTE334CDP708PacketToCEA708DPacket, "bufferCDP708", nullptr, 82, false, bytes, &size),
         ROW(convertSMPTE334CDP708PacketToCEA708DPacket, "bufferSizeCEA708", bytes, 82, false, bytes, nullptr),
