@@ -458,7 +458,7 @@ void CaptionScreen::report(uint32_t frame, const Channel &channel)
     const size_t first = rolled ? channel.baseRow : 0;
     std::string text = textOfRows(channel.shown, first, rolled ? first : kRows - 1);
     if (!text.empty())
-        m_onCaption({channel.since, frame, static_cast<uint32_t>((m_field - 1) * 2 + m_current + 1),
+        m_onCaption({channel.since, frame, static_cast<uint32_t>((m_field - size_t{1}) * 2 + m_current + 1),
                      channel.how, std::move(text)});
 }
 

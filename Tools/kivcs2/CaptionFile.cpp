@@ -14,7 +14,7 @@ namespace tool
 namespace
 {
 
-constexpr size_t kWindow = 128 * 1024; // far above the longest caption line (some 700 characters)
+constexpr size_t kWindow = size_t{128} * 1024; // far above the longest caption line (some 700 characters)
 
 // Pairs of one piece of a long SCC line: a caption record holds 259 bytes.
 constexpr uint32_t kPairsAtATime = 128;

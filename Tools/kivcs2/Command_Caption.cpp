@@ -544,6 +544,7 @@ int captionDecode(const CaptionArguments &arguments)
             words.push_back(word);
     }
     std::vector<Pair> pairs;
+    pairs.reserve(words.size());
     for (const std::string &word : words)
         pairs.push_back(parsePair(word));
 

@@ -150,7 +150,7 @@ MCCScan readBack(const std::string &path, const CaptionArguments &arguments, con
 {
     Finding badLines;
     CaptionReader reader{path, std::string{counting.name}, countIn(badLines)};
-    const MCCScan scan = scanMCC(reader, {schedule, arguments.field, {}, {}});
+    MCCScan scan = scanMCC(reader, {schedule, arguments.field, {}, {}});
     if (schedule != nullptr)
     {
         std::vector<Check> checks = checksOf(scan, badLines, reader.header());

@@ -198,7 +198,7 @@ int convert(const Arguments &arguments, bool json)
         const auto frames = static_cast<unsigned __int128>(framesOf(source));
         const auto numerator = frames * from.denominator * to.numerator;
         const uint64_t denominator = static_cast<uint64_t>(from.numerator) * to.denominator;
-        const auto result = static_cast<uint64_t>((numerator * 2 + denominator) / (denominator * 2));
+        const auto result = static_cast<uint64_t>((numerator + denominator / 2) / denominator);
         if (result >= UINT32_MAX)
             throw Failure(kExitMalformed,
                           before + ": more frames than a timecode holds at " + std::string{to.name});

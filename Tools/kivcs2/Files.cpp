@@ -19,7 +19,7 @@ namespace tool
 namespace
 {
 
-constexpr size_t kBlock = 64 * 1024;
+constexpr size_t kBlock = size_t{64} * 1024;
 constexpr size_t kMostRead = 256u << 20;
 
 // The temporary file that an interrupt must not leave behind. One at a time; read by the signal
@@ -134,7 +134,7 @@ void FileDescriptor::reset()
     m_descriptor = -1;
 }
 
-Input::Input(std::string path) : m_name(place(path, 0))
+Input::Input(const std::string &path) : m_name(place(path, 0))
 {
     if (path == "-")
         m_descriptor = STDIN_FILENO;

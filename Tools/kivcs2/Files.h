@@ -42,7 +42,7 @@ private:
 class Input
 {
 public:
-    explicit Input(std::string path);
+    explicit Input(const std::string &path);
 
     /// Fills as much of `block` as there is; 0 at the end. Throws when reading fails.
     size_t read(std::span<uint8_t> block);

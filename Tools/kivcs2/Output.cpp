@@ -17,7 +17,7 @@ namespace tool
 namespace
 {
 
-constexpr size_t kBlock = 64 * 1024;
+constexpr size_t kBlock = size_t{64} * 1024;
 constexpr size_t kWidthOfAFile = 100;
 constexpr auto kBeforeProgress = std::chrono::seconds{1};
 constexpr auto kBetween = std::chrono::milliseconds{200};
