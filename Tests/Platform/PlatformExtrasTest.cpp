@@ -227,6 +227,33 @@ TEST(Writing, ToAReaderThatIsGoneRaisesNothing)
     sigaction(SIGPIPE, &before, nullptr);
 }
 
+// The kernel raises the signal here as well, beside an answer that is no error.
+TEST(Writing, ToAReaderThatLeavesInTheMiddleRaisesNothing)
+{
+    struct sigaction counting = {};
+    counting.sa_handler = countSignal;
+    struct sigaction before = {};
+    sigaction(SIGPIPE, &counting, &before);
+    g_signals = 0;
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const std::vector<char> bytes(1u << 20, 'x'); // far beyond what a pipe holds
+    std::thread reader{[&]
+                       {
+                           std::vector<char> some(4096);
+                           EXPECT_GT(read(ends[0], some.data(), some.size()), 0);
+                           close(ends[0]);
+                       }};
+    const ssize_t written = KIVPWriteWithoutSignal(ends[1], bytes.data(), bytes.size());
+    reader.join();
+    EXPECT_GT(written, 0);
+    EXPECT_LT(written, static_cast<ssize_t>(bytes.size()));
+    EXPECT_EQ(g_signals, 0);
+    EXPECT_FALSE(pipeSignalIsPending());
+    close(ends[1]);
+    sigaction(SIGPIPE, &before, nullptr);
+}
+
 TEST(SemaphoreNames, LongOnesAndThoseWithSlashesAreEncoded)
 {
     const std::string longest(251, 'n');

@@ -14,9 +14,10 @@ __BEGIN_DECLS
 #define KIVP_EXPORT extern __attribute__((visibility("default")))
 
 /**
- * write(2) that cannot end the process: a reader that is gone gives -1 and EPIPE, and no SIGPIPE. A
- * SIGPIPE that was pending before stays pending, and the thread's signal mask is as before. Everything
- * else, errno included, is write's. Any thread.
+ * write(2) that cannot end the process: a reader that is gone gives -1 and EPIPE, one that leaves in the
+ * middle of the write gives the part that was written, and neither raises SIGPIPE. A SIGPIPE that was
+ * pending before stays pending, and the thread's signal mask is as before. Everything else, errno
+ * included, is write's. Any thread.
  */
 KIVP_EXPORT ssize_t KIVPWriteWithoutSignal(int fd, const void *buffer, size_t size);
 

@@ -50,7 +50,9 @@ ssize_t KIVPWriteWithoutSignal(int fd, const void *buffer, size_t size)
 
     const ssize_t written = write(fd, buffer, size);
     const int writeError = errno;
-    if (written < 0 && writeError == EPIPE && !wasPending)
+    // A reader that leaves in the middle of a write raises it too, though the write then answers a part.
+    const bool mayBeRaised = written < 0 ? writeError == EPIPE : static_cast<size_t>(written) < size;
+    if (mayBeRaised && !wasPending)
     {
         // The write sent it to this thread: take it back before the mask lets it through.
         const timespec now{};
