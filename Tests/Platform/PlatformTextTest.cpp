@@ -6,6 +6,7 @@
 #include <unicode/ustring.h>
 
 #include <array>
+#include <climits>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -433,6 +434,10 @@ TEST(Strings, CharacterSetsAndTheirSearch)
     const Row rows[] = {
         {others.get(), u"12:34", {0, 5}, true, {2, 1}},
         {others.get(), u"12:34", {3, 2}, false, {}},
+        {others.get(), u"12:34", {-2, 4}, false, {}},
+        {others.get(), u"12:34", {-2, 5}, true, {2, 1}},
+        {others.get(), u"12:34", {LONG_MIN, LONG_MAX}, false, {}},
+        {others.get(), u"12:34", {9, 1}, false, {}},
         {others.get(), u"", {0, 0}, false, {}},
         {others.get(), u"1\U0001f600", {0, 3}, true, {1, 2}},
         {mixed.get(), u"xy\U0001f600", {0, 4}, true, {2, 2}},

@@ -167,14 +167,20 @@ CFIndex find(const Units &units, const Units &separator, size_t from) noexcept
 }
 
 // The range cut to what lies inside the string.
+CFRange inside(CFStringRef string, CFRange range) noexcept
+{
+    const auto end = static_cast<CFIndex>(string->units.length);
+    const CFIndex from = std::clamp(range.location, CFIndex{0}, end);
+    // What lies before the start is no part of the length; counted without an overflow.
+    const CFIndex length =
+        range.location < 0 && range.length > 0 ? range.length + range.location : range.length;
+    return CFRangeMake(from, std::clamp(length, CFIndex{0}, end - from));
+}
+
 Units inRange(CFStringRef string, CFRange range) noexcept
 {
-    const Units &units = string->units;
-    const size_t location =
-        range.location < 0 ? 0 : std::min(static_cast<size_t>(range.location), units.length);
-    const size_t length =
-        range.length < 0 ? 0 : std::min(static_cast<size_t>(range.length), units.length - location);
-    return units.part(location, length);
+    const CFRange cut = inside(string, range);
+    return string->units.part(static_cast<size_t>(cut.location), static_cast<size_t>(cut.length));
 }
 } // namespace
 
@@ -415,14 +421,15 @@ CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef, CFStringRef th
 Boolean CFStringFindCharacterFromSet(CFStringRef theString, CFCharacterSetRef theSet, CFRange rangeToSearch,
                                      CFStringCompareFlags, CFRange *result)
 {
-    const Units units = inRange(theString, rangeToSearch);
+    const CFRange searched = inside(theString, rangeToSearch);
+    const Units units = inRange(theString, searched);
     for (size_t index = 0; index < units.length;)
     {
         const kiv::text::Character character = kiv::text::characterAt(units, index);
         if (kiv::cf::contains(theSet, character.code))
         {
             if (result != nullptr)
-                *result = CFRangeMake(rangeToSearch.location + static_cast<CFIndex>(index),
+                *result = CFRangeMake(searched.location + static_cast<CFIndex>(index),
                                       static_cast<CFIndex>(character.units));
             return true;
         }
