@@ -14,7 +14,8 @@ namespace kiv::fuzz
 inline void setRate(uint8_t choice)
 {
     static KIVCS2FrameRate current = KIVCS2FrameRate_MAX;
-    const KIVCS2FrameRate rate = choice < KIVCS2FrameRate_MAX ? choice : KIVCS2FrameRate_29_97;
+    const KIVCS2FrameRate rate =
+        choice < KIVCS2FrameRate_MAX ? choice : KIVCS2FrameRate{KIVCS2FrameRate_29_97};
     if (rate == current)
         return;
     KIV_FUZZ_EXPECT(kivCS2Timecode_setFrameRate(rate) == KIVCS2STATUS_OK);
