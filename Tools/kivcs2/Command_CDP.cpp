@@ -262,14 +262,15 @@ int build(const Arguments &arguments, bool json)
         uint8_t *at = bytes.data();
         check(kivCS2ClosedCaptions_writeQuickTimeAtom(&at, static_cast<uint32_t>(kAtom + cdp.size)), "atom");
     }
-    if (json && !arguments.binary)
+    std::string text = hexOf(bytes) + "\n";
+    if (json)
     {
+        if (arguments.binary)
+            throw Failure(kExitUsage, "--binary writes bytes and --json writes JSON: give one of them");
         Json value = toJson(inspectCDP(cdp.span()));
         value["hex"] = hexOf(bytes);
-        out().json(value);
-        return kExitYes;
+        text = value.dump(2) + "\n";
     }
-    const std::string text = hexOf(bytes) + "\n";
     OutputFile file{arguments.output};
     file.write(arguments.binary ? std::span<const uint8_t>{bytes}
                                 : std::span{reinterpret_cast<const uint8_t *>(text.data()), text.size()});
@@ -447,8 +448,10 @@ void addCDPCommand(CLI::App &app, Context &context)
     };
 
     auto *parsing = word("parse", "Take a packet apart (exit 3: something is wrong in it)", parse);
-    parsing->add_option("file", arguments->file, "Binary or hexadecimal text; - is standard input");
-    parsing->add_option("--hex", arguments->hexText, "The packet itself, in hexadecimal");
+    auto *packetFile =
+        parsing->add_option("file", arguments->file, "Binary or hexadecimal text; - is standard input");
+    parsing->add_option("--hex", arguments->hexText, "The packet itself, in hexadecimal")
+        ->excludes(packetFile);
 
     auto *building = word("build", "Make a packet from CEA-608 pairs", build);
     building->add_option("--field1", arguments->field1, "Pair of field 1, four hexadecimal digits");
@@ -464,7 +467,7 @@ void addCDPCommand(CLI::App &app, Context &context)
     finding->add_option("file", arguments->file, "A file; - is standard input")->required();
     finding->add_option("--in", arguments->in, "291m: ancillary packets; 436m: wrapped data")
         ->required()
-        ->check(CLI::IsMember({"291m", "436m"}, CLI::ignore_case));
+        ->transform(CLI::IsMember({"291m", "436m"}, CLI::ignore_case)); // gives the lower-case spelling
     finding->add_option("--words", arguments->words,
                         "291m: 8bit, 8bit-adf, 10bit (16-bit big-endian units), 10bit-adf");
 }

@@ -65,7 +65,8 @@ Json toJson(const KIVCS2Timecode &timecode, const Counting &counting)
             {"frames", frames},
             {"framesSinceMidnight", framesOf(timecode)},
             {"realSeconds", exactSeconds(framesOf(timecode), counting)},
-            {"bcd", print("0x%08x", bcd)}};
+            // One digit pair a byte: hours of 100 and more have none.
+            {"bcd", hours < 100 ? Json(print("0x%08x", bcd)) : Json(nullptr)}};
 }
 
 std::string realTime(double seconds)
@@ -90,8 +91,7 @@ int report(const KIVCS2Timecode &timecode, const Arguments &arguments, const Cou
     facts.add("Counting", countingText(arguments, counting));
     facts.add("Frames since midnight", std::to_string(framesOf(timecode)));
     facts.add("Real time", realTime(value["realSeconds"]) + " (hours, minutes, seconds at the exact rate)");
-    // One digit pair a byte: hours of 100 and more have none.
-    facts.add("BCD", value["hours"] < 100 ? value["bcd"].get<std::string>() : "none above 99 hours");
+    facts.add("BCD", value["bcd"].is_null() ? "none above 99 hours" : value["bcd"].get<std::string>());
     facts.print();
     return kExitYes;
 }

@@ -173,7 +173,8 @@ KIVCS2Timecode parseTimecode(std::string_view text, const Counting &counting)
         checkDate(text, text.substr(0, space));
     if (areDigits(time))
     {
-        if (number(time) == UINT32_MAX)
+        // The library's parser answers a larger number with the largest it knows.
+        if (number(time) > INT32_MAX)
             refuse(text, "more frames than a timecode holds");
     }
     else
