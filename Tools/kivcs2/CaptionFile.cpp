@@ -225,7 +225,7 @@ CaptionReader::CaptionReader(const std::string &path, const std::string &rate, O
     else if (first.starts_with("File Format=MacCaption_MCC V1.0") ||
              first.starts_with("File Format=MacCaption_MCC V2.0"))
     {
-        m_header.version = first[27] == '2' ? 2 : 1;
+        m_header.version = first.starts_with("File Format=MacCaption_MCC V2.0") ? 2 : 1;
         readMCCHeader(rate);
     }
     else

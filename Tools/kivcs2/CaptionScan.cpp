@@ -5,6 +5,7 @@
 #include "Output.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace tool
@@ -153,7 +154,8 @@ MCCScan scanMCC(CaptionReader &reader, const ScanOptions &options)
     };
     CaptionScreen screens[2] = {{1, onCaption}, {2, onCaption}};
     std::optional<uint16_t> sequence;
-    Progress progress{"reading " + reader.input().name()};
+    std::array<uint32_t, 3> lastSuffix{};
+    Progress progress{options.what.empty() ? "reading " + reader.input().name() : options.what};
     while (reader.next())
     {
         const KIVCS2ClosedCaption &caption = reader.caption();
@@ -161,6 +163,7 @@ MCCScan scanMCC(CaptionReader &reader, const ScanOptions &options)
         const uint32_t frame = framesOf(caption.m_timecode);
         ++scan.packets;
         addToDigest(scan.digest, caption);
+        const std::array suffix{caption.m_flags, caption.m_field, caption.m_number};
         if ((caption.m_flags & (KIVCS2ClosedCaptionFlag_HasField | KIVCS2ClosedCaptionFlag_HasNumber)) != 0)
             ++scan.suffixes;
         if (scan.lastFrame)
@@ -170,7 +173,11 @@ MCCScan scanMCC(CaptionReader &reader, const ScanOptions &options)
             (void)kivCS2Timecode_getFramesPerDay(&day); // always succeeds
             const bool overMidnight = frame<*scan.lastFrame && * scan.lastFrame - frame> day / 2;
             if (frame == *scan.lastFrame)
-                scan.sameTimecode.add(line, timecodeText(frame) + " again");
+            {
+                // Suffixes tell the fields and packets of one frame apart.
+                if (suffix == lastSuffix)
+                    scan.sameTimecode.add(line, timecodeText(frame) + " again");
+            }
             else if (frame < *scan.lastFrame && !overMidnight)
                 scan.notRising.add(line, timecodeText(frame) + " after " + timecodeText(*scan.lastFrame));
             else
@@ -179,6 +186,7 @@ MCCScan scanMCC(CaptionReader &reader, const ScanOptions &options)
         else
             scan.firstFrame = frame;
         scan.lastFrame = frame;
+        lastSuffix = suffix;
 
         const PacketFacts facts = inspector.inspect(caption);
         if (!facts.faults.empty())

@@ -90,6 +90,7 @@ struct ScanOptions
     /// What a viewer sees, caption by caption.
     CaptionScreen::OnCaption onCaption = {};
     std::function<void(const MCCPacket &)> onPacket = {};
+    std::string what = {}; ///< for the line of progress; "reading <file>" when empty
 };
 
 [[nodiscard]] MCCScan scanMCC(CaptionReader &reader, const ScanOptions &options);
