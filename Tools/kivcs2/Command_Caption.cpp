@@ -243,7 +243,7 @@ public:
         std::string head = Output::strong(timecodeText(caption.from)) + "  " + timecodeText(caption.until) +
                            "  " + channel + "  " + caption.mode;
         head += std::string(9 - std::min<size_t>(9, std::string_view{caption.mode}.size()), ' ');
-        const std::string indent(timecodeText(caption.from).size() * 2 + 17, ' ');
+        const std::string indent(timecodeText(caption.from).size() * 2 + 18, ' ');
         size_t begin = 0;
         while (begin <= caption.text.size())
         {

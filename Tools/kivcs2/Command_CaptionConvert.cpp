@@ -131,17 +131,15 @@ bool allOk(const std::vector<Check> &checks)
 }
 
 // The summary goes where the captions do not: to standard error when they went to standard output.
-void report(bool toStandardError, bool json, const Json &value, const Facts &facts)
+void report(const CaptionArguments &arguments, const Json &value, const Facts &facts)
 {
-    if (!toStandardError)
-    {
-        if (json)
-            out().json(value);
-        else
-            facts.print();
-        return;
-    }
-    note(value.dump(-1, ' ', false, Json::error_handler_t::replace));
+    Output &to = arguments.target == "-" ? errors() : out();
+    if (arguments.json)
+        to.json(value);
+    else
+        facts.print(to);
+    if (&to != &out())
+        to.flush();
 }
 
 /// Reads the file just written back and throws unless it is right.
@@ -150,7 +148,8 @@ MCCScan readBack(const std::string &path, const CaptionArguments &arguments, con
 {
     Finding badLines;
     CaptionReader reader{path, std::string{counting.name}, countIn(badLines)};
-    MCCScan scan = scanMCC(reader, {schedule, arguments.field, {}, {}});
+    MCCScan scan =
+        scanMCC(reader, {schedule, arguments.field, {}, {}, "reading back " + place(arguments.target, 0)});
     if (schedule != nullptr)
     {
         std::vector<Check> checks = checksOf(scan, badLines, reader.header());
@@ -169,9 +168,9 @@ int convertSCC(const CaptionArguments &arguments, CaptionReader &reader)
 {
     const Counting &counting = *reader.header().counting;
     if (counting.numerator / counting.denominator > 30)
-        throw Failure(kExitNotHere,
-                      "line 21 captions are one pair a frame at up to 30 frames a second, not at " +
-                          std::string{counting.name} + " (" + statusText(KIVCS2STATUS_FRAME_RATE_ERR) + ")");
+        throw Failure(kExitUsage, "--rate " + std::string{counting.name} +
+                                      ": an SCC file has one pair a frame at up to 30 frames a second (line "
+                                      "21); the rates from 23.98 to 30 can be written");
     Schedule schedule = readSchedule(reader);
     const uint64_t repaired = arguments.fixParity ? setOddParity(schedule) : 0;
     if (schedule.pairs.empty())
@@ -184,7 +183,7 @@ int convertSCC(const CaptionArguments &arguments, CaptionReader &reader)
                          }};
     play(schedule, screen);
 
-    OutputFile output{arguments.target};
+    OutputFile output{arguments.target, reader.input()};
     uint64_t packets = 0, fillers = 0;
     const uint32_t version = arguments.mccVersion == 0 ? 1 : arguments.mccVersion;
     {
@@ -206,7 +205,7 @@ int convertSCC(const CaptionArguments &arguments, CaptionReader &reader)
                 put(kNoCaption);
             frame = pair.frame;
             put(pair.pair);
-            progress.at(packets, 0);
+            progress.at(output.size(), 0);
         }
         writer.finish();
     }
@@ -256,7 +255,7 @@ int convertSCC(const CaptionArguments &arguments, CaptionReader &reader)
         facts.add("Parity", count(repaired, "pair") + " given odd parity");
     facts.add("Verified",
               Output::good("yes") + ", read back: every pair on its frame, sequence and checksums right");
-    report(arguments.target == "-", arguments.json, value, facts);
+    report(arguments, value, facts);
     return kExitYes;
 }
 
@@ -264,7 +263,7 @@ int convertMCC(const CaptionArguments &arguments, CaptionReader &reader)
 {
     const CaptionHeader &header = reader.header();
     const uint32_t version = arguments.mccVersion == 0 ? 2 : arguments.mccVersion;
-    OutputFile output{arguments.target};
+    OutputFile output{arguments.target, reader.input()};
     uint64_t packets = 0;
     uint32_t digest = 0xFFFFFFFFu;
     {
@@ -309,7 +308,7 @@ int convertMCC(const CaptionArguments &arguments, CaptionReader &reader)
                          count(scan.pairs[0] + scan.pairs[1], "pair") + ", " +
                          count(scan.captions, "caption"));
     facts.add("Verified", Output::good("yes") + ", read back: every packet is the source's, byte for byte");
-    report(arguments.target == "-", arguments.json, value, facts);
+    report(arguments, value, facts);
     return kExitYes;
 }
 
@@ -390,8 +389,8 @@ int captionVerify(const CaptionArguments &arguments)
         CaptionReader source{arguments.against, arguments.rate, tellBadLines(arguments.against, false)};
         sourceCounting = source.header().counting;
         sourceIsMCC = source.header().kind == CaptionFileKind::MCC;
-        if (sourceIsMCC && arguments.against == "-")
-            throw Failure(kExitUsage, "an MCC source is read a second time: give it by name");
+        if (sourceIsMCC && (arguments.against == "-" || !source.input().isRegularFile()))
+            throw Failure(kExitUsage, "an MCC source is read a second time: give it as a file");
         if (!sourceIsMCC)
             schedule = readSchedule(source);
         if (schedule && arguments.fixParity)

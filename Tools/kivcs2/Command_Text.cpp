@@ -183,7 +183,8 @@ int checksum(const std::vector<std::string> &paths, bool json)
     kivCS2Utils_initCRC32Table(&crcTable);
     crcTable.m_tableBuilt = 1;
     std::vector<uint8_t> block(kBlock);
-    for (const std::string &path : paths)
+    int code = kExitYes;
+    const auto sum = [&](const std::string &path)
     {
         Input input{path};
         Progress progress{input.name()};
@@ -198,12 +199,24 @@ int checksum(const std::vector<std::string> &paths, bool json)
             array->add({{"file", input.name()}, {"bytes", input.position()}, {"crc32", text}});
         else
             table.add({text, std::to_string(input.position()), path});
-    }
+    };
+    bool any = false;
+    for (const std::string &path : paths)
+        try
+        {
+            sum(path);
+            any = true;
+        }
+        catch (const Failure &failure)
+        {
+            note(failure.what()); // the other files are still worth their line
+            code = failure.code();
+        }
     if (array)
         array->close();
-    else
+    else if (any)
         table.print();
-    return kExitYes;
+    return code;
 }
 
 const StatusRow *findStatus(const std::string &wanted)

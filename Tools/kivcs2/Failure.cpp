@@ -125,7 +125,7 @@ std::string place(std::string_view file, uint64_t line)
 
 Failure Failure::system(std::string_view file, int error)
 {
-    return {kExitInputOutput, std::string{file} + ": " + std::strerror(error)};
+    return {kExitInputOutput, (file.empty() ? "\"\"" : std::string{file}) + ": " + std::strerror(error)};
 }
 
 } // namespace tool

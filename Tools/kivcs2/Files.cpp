@@ -41,8 +41,9 @@ void rememberTemporary(const std::string &path)
     // The first byte last: until it stands, the handler sees no name.
     std::memcpy(theTemporary.data() + 1, path.c_str() + 1, path.size());
     theTemporary[0] = path[0];
-    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP})
-        ::signal(signalNumber, removeTemporaryAndDie);
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        if (::signal(signalNumber, removeTemporaryAndDie) == SIG_IGN)
+            ::signal(signalNumber, SIG_IGN); // nohup, and jobs in the background
 }
 
 void forgetTemporary()
@@ -112,6 +113,15 @@ KIVCS2Status closeOutput(KIVCS2Stream *stream)
 
 } // namespace
 
+void occupyStandardStreams()
+{
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(descriptor, F_GETFD) < 0 && errno == EBADF)
+            // The lowest free number is the one that is missing. A path alone: reading and writing
+            // it fail as they would have failed on the closed stream.
+            (void)::open("/dev/null", O_PATH | O_CLOEXEC);
+}
+
 FileDescriptor &FileDescriptor::operator=(FileDescriptor &&other) noexcept
 {
     if (this != &other)
@@ -150,8 +160,21 @@ Input::Input(const std::string &path) : m_name(place(path, 0))
     };
     if (::fstat(m_descriptor, &status) == 0 && S_ISDIR(status.st_mode))
         throw Failure::system(m_name, EISDIR);
-    if (S_ISREG(status.st_mode))
+    m_regular = S_ISREG(status.st_mode);
+    if (m_regular)
         m_size = static_cast<uint64_t>(status.st_size);
+}
+
+bool Input::isSameFileAs(const std::string &path) const
+{
+    struct stat own
+    {
+    };
+    struct stat other
+    {
+    };
+    return m_regular && path != "-" && ::fstat(m_descriptor, &own) == 0 &&
+           ::stat(path.c_str(), &other) == 0 && own.st_dev == other.st_dev && own.st_ino == other.st_ino;
 }
 
 size_t Input::read(std::span<uint8_t> block)
@@ -191,6 +214,14 @@ std::vector<uint8_t> readWhole(const std::string &path)
     return bytes;
 }
 
+OutputFile::OutputFile(std::string target, const Input &source)
+    : OutputFile(
+          source.isSameFileAs(target)
+              ? throw Failure(kExitUsage, target + ": is the source itself; give the target another name")
+              : std::move(target))
+{
+}
+
 OutputFile::OutputFile(std::string target) : m_target(std::move(target))
 {
     struct stat status
@@ -212,10 +243,18 @@ OutputFile::OutputFile(std::string target) : m_target(std::move(target))
     }
 
     m_temporary = (m_copyOver ? temporaryFolder() : folderOf(m_target)) + ".kivcs2-XXXXXX";
+    // No interrupt between making the file and knowing its name.
+    sigset_t all{};
+    sigset_t before{};
+    ::sigfillset(&all);
+    ::sigprocmask(SIG_SETMASK, &all, &before);
     m_file = FileDescriptor{::mkostemp(m_temporary.data(), O_CLOEXEC)};
+    const int error = errno;
+    if (m_file.get() >= 0)
+        rememberTemporary(m_temporary);
+    ::sigprocmask(SIG_SETMASK, &before, nullptr);
     if (m_file.get() < 0)
-        throw Failure::system(m_copyOver ? temporaryFolder() : m_target, errno);
-    rememberTemporary(m_temporary);
+        throw Failure::system(m_copyOver ? temporaryFolder() : m_target, error);
     if (!m_copyOver)
         (void)::fchmod(m_file.get(),
                        exists ? status.st_mode & 07777u : newFileMode()); // some file systems have no modes

@@ -47,6 +47,15 @@ public:
     /// Fills as much of `block` as there is; 0 at the end. Throws when reading fails.
     size_t read(std::span<uint8_t> block);
 
+    /// Whether `path` names the file that is read here.
+    [[nodiscard]] bool isSameFileAs(const std::string &path) const;
+
+    /// Whether it can be opened by name and read again: no pipe, no device.
+    [[nodiscard]] bool isRegularFile() const
+    {
+        return m_regular;
+    }
+
     /// Bytes of the whole input, 0 when that is not known (a pipe).
     [[nodiscard]] uint64_t size() const
     {
@@ -67,9 +76,14 @@ private:
     std::string m_name;
     FileDescriptor m_owned;
     int m_descriptor = -1;
+    bool m_regular = false;
     uint64_t m_size = 0;
     uint64_t m_position = 0;
 };
+
+/// Gives standard streams that the caller closed a place that cannot be read or written, so that no
+/// file opened later becomes one of them. Called before anything is opened.
+void occupyStandardStreams();
 
 /// The whole input, for what has no streaming form; refuses more than 256 MiB.
 [[nodiscard]] std::vector<uint8_t> readWhole(const std::string &path);
@@ -81,6 +95,10 @@ class OutputFile
 {
 public:
     explicit OutputFile(std::string target);
+
+    /// Refuses a target that is the file `source` itself, under whatever name: writing it would
+    /// leave nothing of the source.
+    OutputFile(std::string target, const Input &source);
     ~OutputFile();
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;

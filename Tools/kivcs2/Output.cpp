@@ -11,6 +11,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace tool
 {
@@ -21,6 +22,24 @@ constexpr size_t kBlock = size_t{64} * 1024;
 constexpr size_t kWidthOfAFile = 100;
 constexpr auto kBeforeProgress = std::chrono::seconds{1};
 constexpr auto kBetween = std::chrono::milliseconds{200};
+
+// The line of progress that stands on the terminal, to be cleared before anything else is said.
+bool theProgressIsShown = false;
+
+void clearProgress()
+{
+    if (std::exchange(theProgressIsShown, false))
+        std::fputs("\r\x1b[K", stderr);
+}
+
+// A line that is longer than the terminal is wide would not be renewed in place.
+std::string shortenedToTerminal(const std::string &text)
+{
+    winsize size{};
+    if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || text.size() < size.ws_col)
+        return text;
+    return text.substr(text.size() - size.ws_col + 1u); // the end has the number
+}
 
 bool wantsColour()
 {
@@ -49,6 +68,20 @@ size_t columns(std::string_view text)
             ++count;
     }
     return count;
+}
+
+std::string withoutColour(std::string_view text)
+{
+    std::string result;
+    bool escape = false;
+    for (const char byte : text)
+    {
+        escape = escape || byte == '\x1b';
+        if (!escape)
+            result += byte;
+        escape = escape && byte != 'm';
+    }
+    return result;
 }
 
 std::string padding(std::string_view text, size_t width)
@@ -81,7 +114,7 @@ void Output::flush()
     std::string_view rest = m_buffer;
     while (!rest.empty())
     {
-        const ssize_t written = ::write(STDOUT_FILENO, rest.data(), rest.size());
+        const ssize_t written = ::write(m_descriptor, rest.data(), rest.size());
         if (written < 0 && errno == EINTR)
             continue;
         if (written < 0)
@@ -90,7 +123,8 @@ void Output::flush()
             m_buffer.clear();
             if (error == EPIPE)
                 throw ReaderGone{};
-            throw Failure::system("standard output", error);
+            throw Failure::system(m_descriptor == STDOUT_FILENO ? "standard output" : "standard error",
+                                  error);
         }
         rest.remove_prefix(static_cast<size_t>(written));
     }
@@ -115,20 +149,39 @@ std::string Output::bad(std::string_view text)
 size_t Output::width()
 {
     winsize size{};
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col >= 40)
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
         return size.ws_col;
     return kWidthOfAFile;
 }
 
 Output &out()
 {
-    static Output output;
+    static Output output{STDOUT_FILENO};
+    return output;
+}
+
+Output &errors()
+{
+    static Output output{STDERR_FILENO};
     return output;
 }
 
 JsonArray::JsonArray()
 {
     out().write("[");
+}
+
+JsonArray::~JsonArray()
+{
+    try
+    {
+        if (!m_closed)
+            close();
+    }
+    catch (...)
+    {
+        // A failing standard output tells itself at the last flush.
+    }
 }
 
 void JsonArray::add(const Json &value)
@@ -140,6 +193,7 @@ void JsonArray::add(const Json &value)
 
 void JsonArray::close()
 {
+    m_closed = true;
     out().write(m_first ? "]\n" : "\n]\n");
 }
 
@@ -191,48 +245,51 @@ void Facts::add(std::string_view name, std::string value)
     m_facts.emplace_back(name, std::move(value));
 }
 
-void Facts::print() const
+void Facts::print(Output &to) const
 {
+    const bool plain = &to != &out();
     size_t width = 0;
     for (const auto &[name, value] : m_facts)
         width = std::max(width, columns(name));
     for (const auto &[name, value] : m_facts)
-        out().line(Output::strong(name) + padding(name, width) + "  " + value);
+        to.line((plain ? std::string{name} : Output::strong(name)) + padding(name, width) + "  " +
+                (plain ? withoutColour(value) : value));
 }
 
-Progress::Progress(std::string what)
-    : m_what(std::move(what)), m_next(Clock::now() + kBeforeProgress),
-      m_terminal(::isatty(STDERR_FILENO) != 0)
+Progress::Progress(std::string what) : m_what(std::move(what)), m_terminal(::isatty(STDERR_FILENO) != 0)
 {
+    // Several steps of less than a second each are work of more than a second.
+    static const Clock::time_point start = Clock::now();
+    m_next = start + kBeforeProgress;
 }
 
 Progress::~Progress()
 {
-    if (m_shown)
-        std::fputs("\r\x1b[K", stderr);
+    clearProgress();
 }
 
 void Progress::at(uint64_t done, uint64_t total)
 {
-    // The clock is asked every 256th time: the work is short and the calls are many.
-    if (!m_terminal || (m_calls++ & 0xFFu) != 0)
+    if (!m_terminal)
         return;
     const auto now = Clock::now();
     if (now < m_next)
         return;
     m_next = now + kBetween;
-    m_shown = true;
-    if (total > 0)
-        std::fprintf(stderr, "\r\x1b[K%s %3llu %%", m_what.c_str(),
-                     static_cast<unsigned long long>(std::min(done, total) * 100 / total));
-    else
-        std::fprintf(stderr, "\r\x1b[K%s %.1f MB", m_what.c_str(), static_cast<double>(done) / 1e6);
+    theProgressIsShown = true;
+    // In floating point: done * 100 does not fit for every size.
+    const std::string number =
+        total > 0 ? tool::print(" %3.0f %%", 100.0 * static_cast<double>(std::min(done, total)) /
+                                                 static_cast<double>(total))
+                  : tool::print(" %.1f MB", static_cast<double>(done) / 1e6);
+    std::fprintf(stderr, "\r\x1b[K%s", shortenedToTerminal(visible(m_what) + number).c_str());
     std::fflush(stderr);
 }
 
 void note(std::string_view text)
 {
-    const std::string line = "kivcs2: " + std::string{text} + "\n";
+    clearProgress();
+    const std::string line = "kivcs2: " + visible(text) + "\n"; // one line, whatever a file is called
     std::fputs(line.c_str(), stderr);
 }
 

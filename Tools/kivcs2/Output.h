@@ -19,10 +19,12 @@ struct ReaderGone
 {
 };
 
-/// Standard output, written in blocks; a failing write ends the command with a clear line.
+/// Standard output or error, written in blocks; a failing write ends the command with a clear line.
 class Output
 {
 public:
+    explicit Output(int descriptor) : m_descriptor(descriptor) {}
+
     void write(std::string_view text);
     void line(std::string_view text);
     void json(const Json &value);
@@ -38,18 +40,23 @@ public:
     [[nodiscard]] static size_t width();
 
 private:
+    int m_descriptor;
     std::string m_buffer;
 };
 
 /// The one standard output of the process.
 [[nodiscard]] Output &out();
 
-/// A JSON array given element by element, so that a long one needs no memory.
+/// Standard error, for a summary whose place on standard output a file has taken; without colour.
+[[nodiscard]] Output &errors();
+
+/// A JSON array given element by element, so that a long one needs no memory. When a failure ends the
+/// listing, what was listed is closed, so that programs can read it; the exit code tells.
 class JsonArray
 {
 public:
     JsonArray();
-    ~JsonArray() = default;
+    ~JsonArray();
     JsonArray(const JsonArray &) = delete;
     JsonArray &operator=(const JsonArray &) = delete;
 
@@ -58,6 +65,7 @@ public:
 
 private:
     bool m_first = true;
+    bool m_closed = false;
 };
 
 /// Rows under aligned columns, two spaces apart.
@@ -87,13 +95,13 @@ class Facts
 {
 public:
     void add(std::string_view name, std::string value);
-    void print() const;
+    void print(Output &to = out()) const;
 
 private:
     std::vector<std::pair<std::string, std::string>> m_facts;
 };
 
-/// One line on standard error, renewed in place, once the work has taken a second and only when
+/// One line on standard error, renewed in place, once the command has run for a second and only when
 /// standard error is a terminal.
 class Progress
 {
@@ -112,8 +120,6 @@ private:
     std::string m_what;
     Clock::time_point m_next;
     bool m_terminal;
-    bool m_shown = false;
-    uint32_t m_calls = 0;
 };
 
 /// A line on standard error, after "kivcs2: ".

@@ -1,6 +1,7 @@
 // kivcs2: timecode, captions, formats and text from the shell; a host of the public headers.
 #include "Command.h"
 #include "Failure.h"
+#include "Files.h"
 #include "Output.h"
 
 #include <KIVCoreServices2/KIVCoreServices2.h>
@@ -81,6 +82,8 @@ int main(int argc, char **argv)
 {
     // A reader that has gone shows as a failed write, which ends the command without a word.
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // a limit of file size: the failed write tells, and cleans up
+    tool::occupyStandardStreams();
     try
     {
         const int code = run(argc, argv);
