@@ -10,6 +10,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -175,6 +177,9 @@ TEST_F(Command, AnswersSmallQuestions)
         {{"tc", "diff", "00:00:00;00", "00:00:00:00"}, 2, "", "counted differently"},
         {{"tc", "convert", "10:00:00:00", "--rate", "24", "--to", "23.98"}, 0, "09:59:24:01", ""},
         {{"tc", "convert", "01:00:00;00", "--to", "25", "--keep-digits"}, 0, "01:00:00:00", ""},
+        {{"tc", "show", "2147483647"}, 0, "19884:06:28:07", ""},
+        {{"tc", "show", "2147483648"}, 3, "", "more frames than a timecode holds"},
+        {{"tc", "show", "30000000", "--json"}, 0, "\"bcd\": null", ""},
         {{"tc", "bcd", "12:34:56:12", "--rate", "25"}, 0, "0x12345612", ""},
         {{"tc", "bcd", "0x12345612", "--rate", "25"}, 0, "12:34:56:12", ""},
         {{"tc", "bcd", "0x1234561f"}, 3, "", "no decimal digit"},
@@ -192,7 +197,11 @@ TEST_F(Command, AnswersSmallQuestions)
         {{"caption", "info", "/tmp"}, 4, "", "Is a directory"},
         {{"crc", "/nowhere"}, 4, "", "No such file"},
         {{"cdp", "parse", "--hex", "96694B"}, 3, "", "no caption distribution packet"},
+        {{"caption", "info", "/no\nwhere.scc"}, 4, "", "/no\\x0awhere.scc: No such file"},
+        {{"caption", "info", ""}, 4, "", "\"\": No such file"},
         {{"cdp", "build", "--sequence", "65536"}, 2, "", "sequence"},
+        {{"cdp", "build", "--json", "--binary"}, 2, "", "give one of them"},
+        {{"cdp", "parse", KIV_EXAMPLE_SCC, "--hex", "9669"}, 2, "", "--hex"},
     };
     for (const Row &row : rows)
     {
@@ -253,6 +262,8 @@ TEST_F(Command, ConvertsVerifiesAndShowsTheExample)
     EXPECT_EQ(before.out, after.out);
     EXPECT_THAT(after.out,
                 HasSubstr("01:00:11;26  01:00:14;07  CC1  roll-up  >> It is a señal of hope, café\n"));
+    EXPECT_THAT(after.out, HasSubstr("01:00:00;27  01:00:04;03  CC1  pop-on   GOOD EVENING.\n" +
+                                     std::string(40, ' ') + "HERE IS THE NEWS AT TEN.\n"));
     EXPECT_THAT(after.out, HasSubstr("01:00:58;24  01:01:04;00  CC1  paint-on Weather: dry until noon,\n"));
 
     EXPECT_THAT(run({"caption", "at", target, "01:00:00;27"}).out, HasSubstr("end of caption"));
@@ -267,7 +278,31 @@ TEST_F(Command, ConvertsVerifiesAndShowsTheExample)
     const std::string second = path("second.mcc").string();
     EXPECT_EQ(json({"caption", "convert", target, second})["out"]["version"], 2);
     EXPECT_EQ(run({"caption", "verify", second, "--against", target}).code, 0);
+    EXPECT_EQ(json({"caption", "info", second})["version"], 2);
     EXPECT_EQ(json({"caption", "info", second})["uuid"], json({"caption", "info", target})["uuid"]);
+}
+
+// Version 2 tells the fields and packets of one frame apart by suffixes; version 1 has none.
+TEST_F(Command, KeepsTheSuffixesOfVersion2)
+{
+    const std::string once = path("once.mcc").string(), again = path("again.mcc").string();
+    const std::string scc = write("in.scc", kSCC + "00:00:01;00\tc1c2 c1c2\n");
+    ASSERT_EQ(run({"caption", "convert", scc, once, "--mcc-version", "2"}).code, 0);
+    std::string text = slurp(once);
+    text.replace(text.find("00:00:01:00\t"), 12, "00:00:01:00.0,7\t");
+    text.replace(text.find("00:00:01:01\t"), 12, "00:00:01:00.1,8\t");
+    spill(once, text);
+
+    const Result info = run({"caption", "info", once});
+    EXPECT_EQ(info.code, 0) << info.err;
+    EXPECT_THAT(info.out, HasSubstr("MCC version 2.0"));
+    EXPECT_THAT(info.out, HasSubstr("2 lines with a field or number"));
+    EXPECT_EQ(run({"caption", "verify", once}).code, 0);
+    EXPECT_EQ(json({"caption", "convert", once, again})["in"]["version"], 2);
+    EXPECT_THAT(slurp(again), HasSubstr("\n00:00:01:00.1,8\t"));
+    const Result first = run({"caption", "convert", once, again, "--mcc-version", "1"});
+    EXPECT_EQ(first.code, 3);
+    EXPECT_THAT(first.err, HasSubstr("which version 1 cannot hold"));
 }
 
 TEST_F(Command, WorksThroughStandardInputAndOutput)
@@ -276,7 +311,9 @@ TEST_F(Command, WorksThroughStandardInputAndOutput)
     const Result mcc = run({"caption", "convert", "-", "-"}, source);
     ASSERT_EQ(mcc.code, 0) << mcc.err;
     EXPECT_THAT(mcc.out, StartsWith("File Format=MacCaption_MCC V1.0\n"));
-    EXPECT_THAT(mcc.err, HasSubstr("\"verified\":true"));
+    EXPECT_THAT(mcc.err, HasSubstr("Out       1920 packets, 163 pairs, 7 captions"));
+    const Result forPrograms = run({"caption", "convert", "-", "-", "--json"}, source);
+    EXPECT_EQ(Json::parse(forPrograms.err, nullptr, false)["out"]["packets"], 1920);
     EXPECT_EQ(run({"caption", "verify", "-", "--against", KIV_EXAMPLE_SCC}, mcc.out).code, 0);
     EXPECT_THAT(run({"caption", "info", "-"}, mcc.out).out, HasSubstr("1920, of them 1920"));
     EXPECT_THAT(run({"crc", "-"}, "123456789").out, HasSubstr("cbf43926      9  -\n"));
@@ -349,9 +386,14 @@ TEST_F(Command, CountsAsTheFileSays)
         EXPECT_EQ(json({"caption", "info", target})["cdpFrameRate"], row.cdpRate);
         EXPECT_EQ(run({"caption", "verify", target}).code, 0);
     }
-    // Line 21 has one pair a frame only up to 30 frames a second.
+    // Line 21 has one pair a frame only up to 30 frames a second: another rate has to be asked for.
     const std::string source = write("in.scc", kSCC + "00:00:01:02\tc1c2\n");
-    EXPECT_EQ(run({"caption", "convert", source, path("x.mcc").string(), "--rate", "50"}).code, 5);
+    for (const char *rate : {"50", "59.94", "60"})
+    {
+        const Result result = run({"caption", "convert", source, path("x.mcc").string(), "--rate", rate});
+        EXPECT_EQ(result.code, 2);
+        EXPECT_THAT(result.err, HasSubstr("the rates from 23.98 to 30 can be written"));
+    }
 }
 
 TEST_F(Command, NamesTheLineThatIsWrong)
@@ -474,6 +516,98 @@ TEST_F(Command, ReplacesATargetWholeAndKeepsItsMode)
     EXPECT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, path("").string()}).code, 4);
 }
 
+// Renaming the result over its source would leave nothing of the source.
+TEST_F(Command, RefusesToWriteOverItsSource)
+{
+    const std::string source = write("in.scc", slurp(KIV_EXAMPLE_SCC));
+    fs::create_symlink("in.scc", path("link.scc"));
+    fs::create_hard_link(source, path("hard.scc"));
+    for (const char *name : {"in.scc", "link.scc", "hard.scc"})
+    {
+        const Result result = run({"caption", "convert", source, path(name).string()});
+        EXPECT_EQ(result.code, 2) << name;
+        EXPECT_THAT(result.err, HasSubstr("is the source itself"));
+    }
+    EXPECT_EQ(slurp(source), slurp(KIV_EXAMPLE_SCC));
+}
+
+// A standard stream that the caller closed must not become the number of a file that is opened later.
+TEST_F(Command, KeepsItsFilesApartFromClosedStandardStreams)
+{
+    const std::string mcc = path("good.mcc").string(), bad = path("bad.mcc").string();
+    const std::string target = path("out.mcc").string();
+    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, mcc}).code, 0);
+    spill(bad, slurp(mcc) + "bad line\n");
+    const auto shell = [&](const std::string &redirections)
+    {
+        const std::string line = std::string{"exec "} + KIV_COMMAND + " caption convert - " + target +
+                                 " --keep-going <" + bad + " " + redirections;
+        const int status = std::system(line.c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    EXPECT_EQ(shell(">/dev/null 2>&-"), 0); // the note about the bad line goes nowhere
+    EXPECT_EQ(run({"caption", "verify", target, "--against", mcc}).code, 0);
+    EXPECT_EQ(shell("2>/dev/null >&-"), 4); // the summary has no place to go
+    EXPECT_EQ(run({"caption", "verify", target, "--against", mcc}).code, 0);
+}
+
+TEST_F(Command, LeavesNothingBehindWhenInterrupted)
+{
+    // Four hours of captions: work that an interrupt reaches in time.
+    {
+        std::ofstream file{path("long.scc")};
+        file << kSCC;
+        for (int second = 0; second < 4 * 3600; second += 2)
+        {
+            char time[32];
+            std::snprintf(time, sizeof time, "%02d:%02d:%02d:00\t", second / 3600, second / 60 % 60,
+                          second % 60);
+            file << time << pairs(50) << "\n\n";
+        }
+    }
+    const auto interrupted = [&](int signalNumber, bool ignored)
+    {
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            signal(signalNumber, ignored ? SIG_IGN : SIG_DFL);
+            const int nowhere = open("/dev/null", O_RDWR);
+            dup2(nowhere, 1);
+            dup2(nowhere, 2);
+            execl(KIV_COMMAND, "kivcs2", "caption", "convert", path("long.scc").c_str(),
+                  path("out.mcc").c_str(), nullptr);
+            _exit(127);
+        }
+        // The moment when the temporary file is there.
+        int status = 0;
+        while (files().size() < 2 && waitpid(child, &status, WNOHANG) == 0)
+            usleep(2000);
+        kill(child, signalNumber);
+        waitpid(child, &status, 0);
+        return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    };
+    for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP})
+    {
+        EXPECT_EQ(interrupted(signalNumber, false), 128 + signalNumber);
+        EXPECT_THAT(files(), testing::ElementsAre("long.scc"));
+    }
+    EXPECT_EQ(interrupted(SIGHUP, true), 0); // nohup
+    EXPECT_THAT(files(), testing::UnorderedElementsAre("long.scc", "out.mcc"));
+}
+
+TEST_F(Command, ChecksumsTheOtherFilesWhenOneIsMissing)
+{
+    const std::string file = write("file", "123456789");
+    const Result table = run({"crc", "/nowhere", file});
+    EXPECT_EQ(table.code, 4);
+    EXPECT_THAT(table.out, HasSubstr("cbf43926"));
+    EXPECT_THAT(table.err, HasSubstr("/nowhere: No such file"));
+    EXPECT_EQ(json({"crc", file, "/nowhere", file}, 4).size(), 2u);
+    // A listing that ends in a failure is JSON all the same.
+    const std::string bad = write("bad.scc", kSCC + "00:00:01;00\tc1c2\nbad\n");
+    EXPECT_EQ(json({"caption", "show", bad}, 3).size(), 1u);
+}
+
 TEST_F(Command, ReportsAFullDisk)
 {
     for (const Words &words : {Words{"format"}, Words{"caption", "convert", KIV_EXAMPLE_SCC, "-"}})
@@ -588,6 +722,9 @@ TEST_F(Command, BuildsParsesAndFindsPackets)
     const std::string frame = std::string{"\0\2", 2} + header(7, 4, 1) + "x" +
                               header(9, 4, static_cast<char>(packet.size())) + packet;
     EXPECT_EQ(json({"cdp", "find", write("wrapped", frame + frame), "--in", "436m"}).size(), 2u);
+    EXPECT_EQ(json({"cdp", "find", path("wrapped").string(), "--in", "436M"}).size(), 2u);
+    EXPECT_EQ(run({"cdp", "build", "--json", "-o", path("cdp.json").string()}).out, "");
+    EXPECT_EQ(Json::parse(slurp(path("cdp.json")), nullptr, false)["bytes"], 82);
     EXPECT_EQ(run({"cdp", "find", write("cut", frame.substr(0, 40)), "--in", "436m"}).code, 3);
     EXPECT_EQ(run({"cdp", "find", write("none", "nothing"), "--in", "291m"}).code, 1);
 }
