@@ -13,6 +13,8 @@
 #include "KIVCS2Stream.h"
 #include "KIVCS2String.h"
 
+#include "KIVCS2LinkList.h"
+
 #include "KIVCS2Mutex.h"
 #include "KIVCS2PThread.h"
 #include "KIVCS2Semaphore.h"
