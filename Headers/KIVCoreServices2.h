@@ -14,6 +14,7 @@
 #include "KIVCS2String.h"
 
 #include "KIVCS2LinkList.h"
+#include "KIVCS2LinkTree.h"
 
 #include "KIVCS2Mutex.h"
 #include "KIVCS2PThread.h"
