@@ -20,6 +20,9 @@
 #include "KIVCS2PThread.h"
 #include "KIVCS2Semaphore.h"
 
+#include "KIVCS2Dictionary.h"
+#include "KIVCS2JSON.h"
+
 #include "KIVCS2VideoFormat.h"
 
 #include "KIVCS2Timecode.h"

@@ -1,4 +1,5 @@
-// Numbers: every integer is kept in 64 bits, every fraction as a double, beside the type it came as.
+// Numbers: every integer is kept in 64 bits, every fraction as a double, beside the type it came as. And the
+// two truth values.
 #include <CoreFoundation/CFNumber.h>
 
 #include "CoreFoundation/Object.h"
@@ -16,6 +17,13 @@ struct __CFNumber : kiv::cf::Object
     CFNumberType numberType;
     int64_t integer; // one of the two, by the type
     double real;
+};
+
+struct __CFBoolean : kiv::cf::Object
+{
+    explicit constexpr __CFBoolean(bool truth) noexcept;
+
+    bool value;
 };
 
 namespace
@@ -153,11 +161,35 @@ CFHashCode hashNumber(const kiv::cf::Object &object)
 }
 
 constexpr kiv::cf::Type kNumberType{kiv::cf::kTypeNumber, nullptr, equalNumbers, hashNumber};
+constexpr kiv::cf::Type kBooleanType{kiv::cf::kTypeBoolean, nullptr, nullptr, nullptr};
+
+constexpr CFIndex kForEver = std::numeric_limits<CFIndex>::max() / 2; // no host releases that often
 } // namespace
+
+constexpr __CFBoolean::__CFBoolean(bool truth) noexcept : Object{kBooleanType, kForEver}, value{truth} {}
+
+namespace
+{
+constinit __CFBoolean yes{true};
+constinit __CFBoolean no{false};
+} // namespace
+
+constinit const CFBooleanRef kCFBooleanTrue = &yes;
+constinit const CFBooleanRef kCFBooleanFalse = &no;
 
 __CFNumber::__CFNumber(CFNumberType createdAs, int64_t integerValue, double realValue) noexcept
     : Object{kNumberType}, numberType{createdAs}, integer{integerValue}, real{realValue}
 {
+}
+
+CFTypeID CFBooleanGetTypeID(void)
+{
+    return kiv::cf::kTypeBoolean;
+}
+
+Boolean CFBooleanGetValue(CFBooleanRef boolean)
+{
+    return boolean->value;
 }
 
 CFTypeID CFNumberGetTypeID(void)
