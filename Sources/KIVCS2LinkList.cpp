@@ -2,6 +2,7 @@
 #include "KIVCS2LinkList.h"
 
 #include "Private/Check.h"
+#include "Private/LinkList_Sort.h"
 
 namespace
 {
@@ -195,38 +196,7 @@ KIVCS2LinkElem *kivCS2LinkList_sortElems(KIVCS2LinkElem *_list, KIVCS2LinkListCm
     KIV_ASSERT(_list);
     KIV_ASSERT(_list->m_next);
 
-    // Bottom-up merges of runs of 1, 2, 4, ... elements, until a pass needs one merge at most.
-    for (uint64_t run = 1;; run *= 2)
-    {
-        KIVCS2LinkElem *first = nullptr;
-        KIVCS2LinkElem *last = nullptr;
-        KIVCS2LinkElem *p = _list;
-        uint32_t merges = 0;
-        while (p)
-        {
-            ++merges;
-            KIVCS2LinkElem *q = p;
-            uint64_t inP = 0;
-            for (; inP < run && q; ++inP)
-                q = q->m_next;
-            uint64_t inQ = run;
-            while (inP > 0 || (inQ > 0 && q))
-            {
-                const bool takeP = inP > 0 && (inQ == 0 || !q || cmp(p, q) <= 0);
-                KIVCS2LinkElem *taken = takeP ? p : q;
-                (takeP ? p : q) = taken->m_next;
-                --(takeP ? inP : inQ);
-                taken->m_prev = last;
-                (last ? last->m_next : first) = taken;
-                last = taken;
-            }
-            p = q;
-        }
-        last->m_next = nullptr;
-        _list = first;
-        if (merges <= 1)
-            return _list;
-    }
+    return kiv::sortChain(_list, cmp);
 }
 
 void kivCS2LinkList_unlinkElems(KIVCS2LinkList *list)
