@@ -4,6 +4,7 @@
 #include "Private/Check.h"
 #include "Private/JSON_Number.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -13,8 +14,6 @@
 
 namespace
 {
-constexpr uint64_t kLongestText = std::numeric_limits<uint32_t>::max();
-
 // A stack whose first elements need no memory of the heap.
 template <class T, size_t kInline>
 class Stack
@@ -76,6 +75,29 @@ private:
     size_t m_capacity = kInline;
 };
 
+// Keys and texts are mostly shorter than a call of memcpy is worth.
+void copy(char *to, const char *from, size_t size)
+{
+    const auto ends = [=](auto word) // two that overlap, for one to two words
+    {
+        std::memcpy(&word, from + size - sizeof word, sizeof word);
+        const auto last = word;
+        std::memcpy(&word, from, sizeof word);
+        std::memcpy(to, &word, sizeof word);
+        std::memcpy(to + size - sizeof word, &last, sizeof word);
+    };
+    if (size > 16) [[unlikely]]
+        std::memcpy(to, from, size);
+    else if (size >= 8)
+        ends(uint64_t{});
+    else if (size >= 4)
+        ends(uint32_t{});
+    else if (size >= 2)
+        ends(uint16_t{});
+    else if (size == 1)
+        *to = *from;
+}
+
 // Where the text goes: to a cursor and a counter, or to the counter alone.
 class Text
 {
@@ -99,66 +121,98 @@ public:
     // would leave the measured length below the written one.
     [[nodiscard]] KIVCS2Status breakOff()
     {
-        m_broken = true;
+        m_limit = m_length;
         return KIVCS2STATUS_MEMORY_ERR;
     }
 
     [[nodiscard]] KIVCS2Status append(std::string_view piece)
     {
-        if (m_broken || piece.size() > kLongestText - m_length) [[unlikely]]
+        if (piece.size() > left()) [[unlikely]]
             return breakOff();
         if (m_cursor != nullptr)
-            std::memcpy(m_cursor, piece.data(), piece.size());
+            copy(m_cursor, piece.data(), piece.size());
         advance(piece.size());
+        return KIVCS2STATUS_OK;
+    }
+    template <size_t kSize>
+    [[nodiscard]] KIVCS2Status appendMark(const char (&mark)[kSize])
+    {
+        constexpr size_t kLength = kSize - 1;
+        if (kLength > left()) [[unlikely]]
+            return breakOff();
+        if (m_cursor != nullptr)
+            std::memcpy(m_cursor, mark, kLength);
+        advance(kLength);
         return KIVCS2STATUS_OK;
     }
 
     // Kept: between quotes and nothing escaped; hosts escape what they store.
     [[nodiscard]] KIVCS2Status appendQuoted(CFStringRef string)
     {
-        constexpr uint64_t kQuotes = 2;
         const CFIndex units = CFStringGetLength(string);
-        const CFIndex most = CFStringGetMaximumSizeForEncoding(units, kCFStringEncodingUTF8);
-        const uint64_t left = kLongestText - m_length;
-        if (m_broken || most < 0 || (measures() && static_cast<uint64_t>(most) + kQuotes > left) ||
-            left < kQuotes) [[unlikely]]
-            return breakOff();
-        if (measures())
-        {
-            advance(static_cast<size_t>(most) + kQuotes);
-            return KIVCS2STATUS_OK;
-        }
-
-        const auto room = static_cast<CFIndex>(left - kQuotes);
-        CFIndex bytes = 0;
-        const CFIndex converted =
-            CFStringGetBytes(string, CFRangeMake(0, units), kCFStringEncodingUTF8, 0, false,
-                             reinterpret_cast<UInt8 *>(m_cursor + 1), most < room ? most : room, &bytes);
-        if (converted < units) [[unlikely]]
-        {
-            *m_cursor = '\0';
-            // With less than the most room it is the room that may have ended the conversion.
-            return most > room ? breakOff() : KIVCS2STATUS_UNSUPPORTED_ERR;
-        }
-        m_cursor[0] = '"';
-        m_cursor[bytes + 1] = '"';
-        advance(static_cast<size_t>(bytes) + kQuotes);
+        if (m_cursor == nullptr)
+            return measureQuoted(units);
+        // An ASCII text has as many bytes as units.
+        const char *ascii = CFStringGetCStringPtr(string, kCFStringEncodingASCII);
+        if (ascii == nullptr || static_cast<uint64_t>(units) + kQuotes > left()) [[unlikely]]
+            return convertQuoted(string, units);
+        copy(m_cursor + 1, ascii, static_cast<size_t>(units));
+        quote(static_cast<size_t>(units));
         return KIVCS2STATUS_OK;
     }
 
 private:
+    static constexpr uint64_t kQuotes = 2;
+
+    [[nodiscard]] uint64_t left() const
+    {
+        return m_limit - m_length;
+    }
+
+    [[nodiscard]] KIVCS2Status measureQuoted(CFIndex units)
+    {
+        const CFIndex most = CFStringGetMaximumSizeForEncoding(units, kCFStringEncodingUTF8);
+        if (most < 0 || static_cast<uint64_t>(most) + kQuotes > left()) [[unlikely]]
+            return breakOff();
+        advance(static_cast<size_t>(most) + kQuotes);
+        return KIVCS2STATUS_OK;
+    }
+
+    [[nodiscard]] KIVCS2Status convertQuoted(CFStringRef string, CFIndex units)
+    {
+        const CFIndex most = CFStringGetMaximumSizeForEncoding(units, kCFStringEncodingUTF8);
+        if (most < 0 || left() < kQuotes)
+            return breakOff();
+        const auto room = static_cast<CFIndex>(left() - kQuotes);
+        CFIndex bytes = 0;
+        const CFIndex converted =
+            CFStringGetBytes(string, CFRangeMake(0, units), kCFStringEncodingUTF8, 0, false,
+                             reinterpret_cast<UInt8 *>(m_cursor + 1), std::min(most, room), &bytes);
+        // With less than the most room it is the room that may have ended the conversion.
+        if (converted < units)
+            return most > room ? breakOff() : KIVCS2STATUS_UNSUPPORTED_ERR;
+        quote(static_cast<size_t>(bytes));
+        return KIVCS2STATUS_OK;
+    }
+
+    // Around so many bytes behind the cursor and its quote.
+    void quote(size_t bytes)
+    {
+        m_cursor[0] = '"';
+        m_cursor[bytes + 1] = '"';
+        advance(bytes + kQuotes);
+    }
+
     void advance(size_t bytes)
     {
         m_length += static_cast<uint32_t>(bytes);
-        if (m_cursor == nullptr)
-            return;
-        m_cursor += bytes;
-        *m_cursor = '\0';
+        if (m_cursor != nullptr)
+            m_cursor += bytes;
     }
 
     char *m_cursor;
     uint32_t m_length;
-    bool m_broken = false;
+    uint32_t m_limit = std::numeric_limits<uint32_t>::max();
 };
 
 // An array or a dictionary that is being written.
@@ -169,6 +223,21 @@ struct Level
     CFIndex next;
     size_t firstKey; // in the stack of keys and values
 };
+
+// Asked once: a call for each value would cost as much as writing it.
+struct Types
+{
+    CFTypeID string = CFStringGetTypeID();
+    CFTypeID number = CFNumberGetTypeID();
+    CFTypeID array = CFArrayGetTypeID();
+    CFTypeID dictionary = CFDictionaryGetTypeID();
+};
+
+const Types &types()
+{
+    static const Types asked;
+    return asked;
+}
 
 // Walks without calling itself, so that no nesting reaches the end of a thread's stack.
 class Walk
@@ -195,24 +264,21 @@ private:
     [[nodiscard]] KIVCS2Status begin(CFTypeRef value)
     {
         const CFTypeID type = value != nullptr ? CFGetTypeID(value) : 0;
-        if (type == m_string)
+        if (type == m_types.string)
             return m_text.appendQuoted(static_cast<CFStringRef>(value));
-        if (type == m_number)
-            return number(static_cast<CFNumberRef>(value));
-        if (type == m_dictionary)
+        if (type == m_types.number)
+        {
+            kiv::json::NumberText buffer;
+            return m_text.append(kiv::json::textOf(static_cast<CFNumberRef>(value), buffer));
+        }
+        if (type == m_types.dictionary)
             return openDictionary(static_cast<CFDictionaryRef>(value));
-        if (type == m_array)
+        if (type == m_types.array)
             return openArray(static_cast<CFArrayRef>(value));
         return KIVCS2STATUS_OK; // Kept: other types have no text, and their entries no value
     }
 
-    [[nodiscard]] KIVCS2Status number(CFNumberRef number)
-    {
-        kiv::json::NumberText buffer;
-        return m_text.append(kiv::json::textOf(number, buffer));
-    }
-
-    [[nodiscard]] KIVCS2Status open(const Level &level, std::string_view bracket)
+    [[nodiscard]] KIVCS2Status open(const Level &level, const char (&bracket)[2])
     {
         if (m_levels.size() == KIVCS2_JSON_MAX_DEPTH)
             return KIVCS2STATUS_UNSUPPORTED_ERR;
@@ -220,7 +286,7 @@ private:
         if (pushed == nullptr)
             return noMemory();
         *pushed = level;
-        if (const KIVCS2Status status = m_text.append(bracket); KIVCS2_FAILED(status))
+        if (const KIVCS2Status status = m_text.appendMark(bracket); KIVCS2_FAILED(status))
         {
             m_levels.pop(1);
             return status;
@@ -260,16 +326,16 @@ private:
         Level &level = m_levels[m_levels.size() - 1];
         const CFIndex index = level.next++;
         if (index > 0)
-            KIV_TRY(m_text.append(", "));
+            KIV_TRY(m_text.appendMark(", "));
         if (level.array != nullptr)
             return begin(CFArrayGetValueAtIndex(level.array, index));
 
         const void *key = m_pointers[level.firstKey + static_cast<size_t>(index)];
         const void *value = m_pointers[level.firstKey + static_cast<size_t>(level.count + index)];
-        if (key == nullptr || CFGetTypeID(key) != m_string)
+        if (key == nullptr || CFGetTypeID(key) != m_types.string)
             return KIVCS2STATUS_UNSUPPORTED_ERR;
         KIV_TRY(m_text.appendQuoted(static_cast<CFStringRef>(key)));
-        KIV_TRY(m_text.append(" : "));
+        KIV_TRY(m_text.appendMark(" : "));
         return begin(value);
     }
 
@@ -287,18 +353,15 @@ private:
         const Level level = m_levels[m_levels.size() - 1];
         m_levels.pop(1);
         if (level.array != nullptr)
-            return m_text.append("]");
+            return m_text.appendMark("]");
         m_pointers.pop(2 * static_cast<size_t>(level.count));
-        return m_text.append("}");
+        return m_text.appendMark("}");
     }
 
     Text &m_text;
     Stack<Level, 16> m_levels;
     Stack<const void *, 64> m_pointers;
-    const CFTypeID m_string = CFStringGetTypeID();
-    const CFTypeID m_number = CFNumberGetTypeID();
-    const CFTypeID m_array = CFArrayGetTypeID();
-    const CFTypeID m_dictionary = CFDictionaryGetTypeID();
+    const Types &m_types = types();
 };
 } // namespace
 
@@ -309,6 +372,9 @@ KIVCS2Status kivCS2JSON_createFromPlist(CFTypeRef plist, char **cursor, uint32_t
 
     Text text{cursor != nullptr ? *cursor : nullptr, *length};
     const KIVCS2Status status = Walk{text}.write(plist);
+    // Where nothing was written, the byte at the cursor is not ours.
+    if (!text.measures() && text.cursor() != *cursor)
+        *text.cursor() = '\0';
     *length = text.length();
     if (cursor != nullptr)
         *cursor = text.cursor();

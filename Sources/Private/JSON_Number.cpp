@@ -3,6 +3,7 @@
 
 #include <bit>
 #include <charconv>
+#include <cmath>
 #include <cstdint>
 
 namespace
@@ -40,6 +41,12 @@ constexpr std::array<Format, kCFNumberMaxType + 1> kFormats = {{
 constexpr int kDecimals = 6;
 constexpr uint64_t kMillion = 1000000;
 
+// IEEE 754 binary64.
+constexpr int kMantissaBits = 52;
+constexpr int kExponentOfOne = 1023;
+constexpr uint64_t kExponentMask = 0x7ff;
+constexpr uint64_t kHiddenBit = uint64_t{1} << kMantissaBits;
+
 template <class Number>
 std::string_view integerText(Number value, NumberText &buffer) noexcept
 {
@@ -63,7 +70,40 @@ std::string_view kiv::json::fixedTextPortable(double value, NumberText &buffer) 
 
 std::string_view kiv::json::fixedText(double value, NumberText &buffer) noexcept
 {
-    return fixedTextPortable(value, buffer);
+    // value = mantissa / 2^shift. With 1 to 63 binary places the part behind the point, multiplied by a million,
+    // fits 128 bits, so that what is cut off is known to the last bit and a tie is seen as one.
+    const auto bits = std::bit_cast<uint64_t>(value);
+    const int shift =
+        kExponentOfOne + kMantissaBits - static_cast<int>(bits >> kMantissaBits & kExponentMask);
+    if (shift < 1 || shift > 63) [[unlikely]]
+        return fixedTextPortable(value, buffer);
+
+    const uint64_t mantissa = (bits & (kHiddenBit - 1)) | kHiddenBit;
+    const uint64_t behindPoint = mantissa & ((uint64_t{1} << shift) - 1);
+    const auto scaled = static_cast<unsigned __int128>(behindPoint) * kMillion;
+    auto decimals = static_cast<uint64_t>(scaled >> shift);
+    const uint64_t cutOff = static_cast<uint64_t>(scaled) & ((uint64_t{1} << shift) - 1);
+    const uint64_t half = uint64_t{1} << (shift - 1);
+    if (cutOff > half || (cutOff == half && decimals % 2 != 0))
+        ++decimals;
+    uint64_t whole = shift <= kMantissaBits ? mantissa >> shift : 0;
+    if (decimals == kMillion)
+    {
+        ++whole;
+        decimals = 0;
+    }
+
+    char *at = buffer.data();
+    if (std::signbit(value))
+        *at++ = '-';
+    at = std::to_chars(at, buffer.data() + buffer.size(), whole).ptr;
+    *at = '.';
+    for (int place = kDecimals; place > 0; --place)
+    {
+        at[place] = static_cast<char>('0' + decimals % 10);
+        decimals /= 10;
+    }
+    return {buffer.data(), static_cast<size_t>(at + 1 + kDecimals - buffer.data())};
 }
 
 std::string_view kiv::json::textOf(CFNumberRef number, NumberText &buffer) noexcept

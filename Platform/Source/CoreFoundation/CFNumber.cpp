@@ -88,6 +88,30 @@ int64_t loadInteger(const void *from, size_t size) noexcept
     }
 }
 
+template <class T>
+int64_t storeAs(int64_t value, void *to) noexcept
+{
+    const auto stored = static_cast<T>(value);
+    std::memcpy(to, &stored, sizeof stored);
+    return stored;
+}
+
+// The low bits of `value` in `size` bytes, and what they are worth.
+int64_t storeInteger(int64_t value, size_t size, void *to) noexcept
+{
+    switch (size)
+    {
+    case 1:
+        return storeAs<int8_t>(value, to);
+    case 2:
+        return storeAs<int16_t>(value, to);
+    case 4:
+        return storeAs<int32_t>(value, to);
+    default:
+        return storeAs<int64_t>(value, to);
+    }
+}
+
 constexpr double kTwoTo63 = 9223372036854775808.0;
 
 bool isWholeInt64(double value) noexcept
@@ -117,11 +141,11 @@ bool storeReal(double value, size_t size, void *to) noexcept
 {
     if (size == sizeof(double))
     {
-        std::memcpy(to, &value, size);
+        std::memcpy(to, &value, sizeof value);
         return true;
     }
     const auto single = static_cast<float>(value);
-    std::memcpy(to, &single, size);
+    std::memcpy(to, &single, sizeof single);
     return std::isnan(value) || static_cast<double>(single) == value;
 }
 
@@ -227,10 +251,8 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void *valuePt
         return storeReal(real, form->size, valuePtr) && kept;
     }
     const int64_t whole = isReal(*number) ? truncatedTo(number->real, form->size) : number->integer;
-    std::memcpy(valuePtr, &whole, form->size); // the low bytes: this machine is little-endian
+    const int64_t stored = storeInteger(whole, form->size, valuePtr);
     if (isReal(*number))
         return isWholeInt64(number->real) && static_cast<int64_t>(number->real) == whole;
-    return loadInteger(valuePtr, form->size) == whole;
+    return stored == whole;
 }
-
-static_assert(std::endian::native == std::endian::little);
