@@ -10,13 +10,16 @@ namespace
 {
 using kiv::fuzz::require;
 
+constexpr size_t kMost = 16; // captions of a run; empty ones have no more to say
+
 // Takes captions off the input: a byte of flags and gap, a byte of number, a byte of size, the CDP.
 std::vector<KIVCS2ClosedCaption> captionsOf(KIVCS2ClosedCaptionsMCCStream &mcc, const uint8_t *data,
                                             size_t size, uint32_t version)
 {
     std::vector<KIVCS2ClosedCaption> captions;
     KIVCS2Timecode timecode = 0;
-    while (size > 3)
+    captions.reserve(kMost);
+    while (size > 3 && captions.size() < kMost)
     {
         const size_t cdpSize = std::min<size_t>(data[2], size - 3);
         KIVCS2ClosedCaption caption;
@@ -46,6 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     kiv::fuzz::setRateOnce();
     if (size == 0)
         return 0;
+    size = std::min<size_t>(size, 1024); // four full packets: more only repeats
     const uint32_t version = data[0] % 2 + 1u;
 
     KIVCS2MemoryStream memory;

@@ -116,8 +116,8 @@ typedef struct KIVCS2MemPtr
 } KIVCS2MemPtr;
 
 /**
- * Starts the library: builds the CRC-32 table, reads the Mach time base and, when asked, starts
- * the task server while the host is still small. Its part failures are not reported.
+ * Starts the library: makes the CRC-32 table ready and reads the Mach time base, whose failure is not
+ * reported. This version has no task server: `startTaskServer` is accepted and decides nothing.
  * @retval KIVCS2STATUS_OK  always
  * Thread safety: once, on one thread, before any other operation.
  */

@@ -242,7 +242,8 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumb
 /**
  * Turns a CDP into a CEA-708 caption data block: 0xC0 | cc_count, 0xFF, then every triplet, valid
  * or not. The packet is walked to its end; its checksum is not compared. A packet without caption
- * data succeeds and leaves the size as it is.
+ * data succeeds and leaves the size as it is. What fails behind the room leaves the block and its
+ * size as far as they were written: a section that is cut short its whole triplets.
  * @param[out]    bufferCEA708      the block; null asks for its size only
  * @param[in,out] bufferSizeCEA708  in: room in bytes; out: cc_count * 3 + 2, at most 95
  * @retval KIVCS2STATUS_DATA_ERR         no CDP, or an unknown section

@@ -53,8 +53,8 @@ KIVCS2_API KIVCS2Status kivCS2Thread_init(KIVCS2Thread *pThread, void *argument,
                                           KIVCS2ThreadFunc startRoutine);
 
 /**
- * Waits until the thread has ended. A joined record joins again at once; a failure of the system
- * other than a deadlock counts as joined.
+ * Waits until the thread has ended. A joined record joins again at once, and a detached one counts as
+ * joined without a wait, as does any failure of the system other than a deadlock.
  * @retval KIVCS2STATUS_PARAM_ERR  `pThread` is null or not started, or the thread joins itself; the
  *                                 record is unchanged
  * Thread safety: one thread at a time.
@@ -62,7 +62,8 @@ KIVCS2_API KIVCS2Status kivCS2Thread_init(KIVCS2Thread *pThread, void *argument,
 KIVCS2_API KIVCS2Status kivCS2Thread_join(KIVCS2Thread *pThread);
 
 /**
- * Lets the thread's resources go by themselves when it ends. Twice is harmless.
+ * Lets the thread's resources go by themselves when it ends. Twice is harmless, and so is a thread
+ * that was joined.
  * @retval KIVCS2STATUS_PARAM_ERR  `pThread` is null or not started
  * Thread safety: one thread at a time.
  */

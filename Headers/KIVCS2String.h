@@ -95,8 +95,8 @@ KIVCS2_API KIVCS2Status kivCS2String_getBytesUsed(CFStringRef string, KIVCS2Stri
 /**
  * Converts a text from one encoding into a new text in another, with the rules of
  * kivCS2String_createCFStringWithEncoding() and kivCS2String_createCStringFromCFStringWithEncoding().
- * @param[out] destination  the new text, released with kivCS2String_freeCString(); null where it could
- *                          not be made
+ * @param[out] destination  the new text, released with kivCS2String_freeCString(); null after a failure,
+ *                          but for the block that a text without file-system form leaves
  * @param[out] bytesUsed    bytes of the new text with its terminator; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `source` or `destination` is null, or an encoding is outside 0 to 7
  * @return otherwise the first failing status of the two steps
@@ -199,8 +199,8 @@ KIVCS2_API KIVCS2Status kivCS2String_getCFStringLastPathComponent(CFStringRef cf
                                                                   CFStringRef *cfLastPathComponent);
 
 /**
- * Copies a path, a leading "~" replaced by the home directory of the process's user. "~name/x" is the
- * home directory followed by "name/x".
+ * Copies a path, a leading "~" replaced by the home directory: HOME, or where that is missing or empty
+ * the directory in the user's entry. "~name/x" is the home directory followed by "name/x".
  * @param[out] expandedPath  the new text, released with kivCS2String_freeCString(); null when there was
  *                           no room to copy a path without "~", which is reported as success
  * @retval KIVCS2STATUS_PARAM_ERR        `path` or `expandedPath` is null

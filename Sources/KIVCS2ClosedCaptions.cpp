@@ -469,7 +469,7 @@ KIVCS2Status kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(con
             *bufferSizeCEA708 = blockSize;
             return KIVCS2STATUS_OK;
         }
-        if (*bufferSizeCEA708 < blockSize || !data.isWhole())
+        if (*bufferSizeCEA708 < blockSize)
             return KIVCS2STATUS_BUFFER_SIZE_ERR;
         *bufferSizeCEA708 = blockSize;
         bufferCEA708[0] = kProcessFlags | data.count;

@@ -87,9 +87,11 @@ KIVCS2Status kivCS2Thread_join(KIVCS2Thread *pThread)
 
     if ((pThread->m_flags & KIVCS2ThreadFlags_Joined) != 0)
         return KIVCS2STATUS_OK;
-    // The system need not notice a thread that joins itself.
-    if (pthread_equal(pThread->m_thread, pthread_self()) != 0 ||
-        pthread_join(pThread->m_thread, nullptr) == EDEADLK)
+    // A detached thread may have ended and its handle be another thread's by now: the system is not asked.
+    // Nor need it notice a thread that joins itself.
+    if ((pThread->m_flags & KIVCS2ThreadFlags_Detached) == 0 &&
+        (pthread_equal(pThread->m_thread, pthread_self()) != 0 ||
+         pthread_join(pThread->m_thread, nullptr) == EDEADLK))
         return KIVCS2STATUS_PARAM_ERR;
     // Kept: hosts rely on a thread that cannot be joined counting as joined.
     pThread->m_flags |= KIVCS2ThreadFlags_Joined;
@@ -103,7 +105,9 @@ KIVCS2Status kivCS2Thread_detach(KIVCS2Thread *pThread)
 
     if ((pThread->m_flags & KIVCS2ThreadFlags_Detached) != 0)
         return KIVCS2STATUS_OK;
-    (void)pthread_detach(pThread->m_thread);
+    // The handle of a joined thread may be another thread's by now, which must stay joinable.
+    if ((pThread->m_flags & KIVCS2ThreadFlags_Joined) == 0)
+        (void)pthread_detach(pThread->m_thread);
     pThread->m_flags |= KIVCS2ThreadFlags_Detached;
     return KIVCS2STATUS_OK;
 }

@@ -6,11 +6,30 @@
 #include <KIVPlatform/KIVPlatform.h>
 #include <mach/mach_time.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 
 static_assert(KIVP_SEMAPHORE_NAME_SIZE == KIVCS2SemaphoreNameMax);
+
+namespace
+{
+// The absolute clock for an automatic name, raised to one above the last one used: two threads may read
+// the same tick, and two records with one name would share one count.
+[[nodiscard]] uint64_t nextNameTime()
+{
+    static constinit std::atomic<uint64_t> s_last{0};
+    const uint64_t now = mach_absolute_time();
+    uint64_t last = s_last.load(std::memory_order_relaxed);
+    uint64_t next = 0;
+    do
+        next = std::max(now, last + 1);
+    while (!s_last.compare_exchange_weak(last, next, std::memory_order_relaxed));
+    return next;
+}
+} // namespace
 
 KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const char *name)
 {
@@ -26,9 +45,8 @@ KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const char *name)
     }
     else
     {
-        // The clock never gives the same value twice, so neither do two automatic names meet.
         (void)std::snprintf(pSemaphore->m_name, sizeof pSemaphore->m_name, "kivCS2%lld",
-                            static_cast<long long>(mach_absolute_time()));
+                            static_cast<long long>(nextNameTime()));
     }
 
     char systemName[KIVP_SEMAPHORE_NAME_SIZE];

@@ -5,6 +5,8 @@
 #include "Private/Check.h"
 
 #include <glob.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -118,7 +120,11 @@ class HomeDirectory
 public:
     HomeDirectory()
     {
-        m_found = glob("~", GLOB_TILDE, nullptr, &m_matches) == 0 && m_matches.gl_pathc > 0;
+        if (glob("~", GLOB_TILDE, nullptr, &m_matches) != 0 || m_matches.gl_pathc == 0)
+            return;
+        m_path = m_matches.gl_pathv[0];
+        if (std::strcmp(m_path, "~") == 0) // as it was: not expanded
+            m_path = findByUser();
     }
     HomeDirectory(const HomeDirectory &) = delete;
     HomeDirectory &operator=(const HomeDirectory &) = delete;
@@ -127,15 +133,25 @@ public:
         globfree(&m_matches);
     }
 
-    // Null where the system knows none: the pattern then comes back as it was.
+    // Null where the system knows none.
     [[nodiscard]] const char *path() const
     {
-        return m_found && std::strcmp(m_matches.gl_pathv[0], "~") != 0 ? m_matches.gl_pathv[0] : nullptr;
+        return m_path;
     }
 
 private:
+    // Without HOME the matcher here asks who logged in on the terminal, and a service has none.
+    [[nodiscard]] const char *findByUser()
+    {
+        passwd entry{};
+        passwd *user = nullptr;
+        const int failure = getpwuid_r(getuid(), &entry, m_text.data(), m_text.size(), &user);
+        return failure == 0 && user != nullptr ? user->pw_dir : nullptr;
+    }
+
     glob_t m_matches{};
-    bool m_found = false;
+    std::array<char, 4096> m_text{}; // of the user's entry
+    const char *m_path = nullptr;
 };
 } // namespace
 
@@ -166,9 +182,9 @@ KIVCS2Status kivCS2String_createCFStringWithEncoding(const void *source, uint32_
 {
     KIV_CHECK(source);
     KIV_CHECK(cfString);
+    *cfString = nullptr;
     KIV_CHECK(encoding < KIVCS2StringEncodingMax);
 
-    *cfString = nullptr;
     const Encoding *known = findEncoding(encoding);
     if (known == nullptr)
         return KIVCS2STATUS_PARAM_ERR;

@@ -56,11 +56,6 @@ struct CaptionData
 {
     uint8_t count;                     // cc_count as the packet says it
     std::span<const uint8_t> triplets; // whole triplets only; fewer than `count` in a cut packet
-
-    [[nodiscard]] bool isWhole() const
-    {
-        return triplets.size() == count * kTripletSize;
-    }
 };
 
 // The walk over a packet's sections:

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace
 {
 using kiv::test::allocationFailed;
@@ -67,14 +69,41 @@ TEST(TimecodeAllocation, TextAndDatesReportIt)
                           CFRelease(date);
                   }),
               0u);
-    // Without a date object nothing is read; a field that cannot be formatted reads as 0.
+    // Without a date object nothing is read.
     tc = 7;
     kiv::test::failAllocation(0);
     EXPECT_EQ(kivCS2Timecode_initWithNow(&tc), KIVCS2STATUS_MEMORY_ERR);
     EXPECT_EQ(tc, 7u);
-    EXPECT_GT(forEachAllocation([&](size_t) { (void)kivCS2Timecode_initWithNow(&tc); }), 0u);
-    uint32_t today = 0;
-    EXPECT_EQ(kivCS2Timecode_isToday(&tc, &today), KIVCS2STATUS_OK);
-    EXPECT_EQ(today, 1u);
+}
+
+// Kept: a field that cannot be formatted reads as 0, and the others as they are.
+TEST(TimecodeAllocation, ADateLosesTheFieldThatFails)
+{
+    ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25), KIVCS2STATUS_OK);
+    CFDateRef date = CFDateCreate(nullptr, 757503912.5); // 2 January 2025 09:45:12.5 UTC
+    KIVCS2Timecode whole = 0;
+    ASSERT_EQ(kivCS2Timecode_initWithDate(&whole, date, 1), KIVCS2STATUS_OK);
+    size_t lost = 0;
+    const size_t count = forEachAllocation(
+        [&](size_t index)
+        {
+            KIVCS2Timecode tc = 7;
+            EXPECT_EQ(kivCS2Timecode_initWithDate(&tc, date, 1), KIVCS2STATUS_OK) << index;
+            int fields = static_cast<uint32_t>(tc) != static_cast<uint32_t>(whole);
+            // A day or month of 0 is stored as 255.
+            for (const auto &[shift, mask, lostValue] :
+                 {std::tuple{32, 0xFFu, 255u}, {40, 0xFFu, 255u}, {48, 0xFFFFu, 0u}})
+            {
+                if (((tc ^ whole) >> shift & mask) == 0)
+                    continue;
+                ++fields;
+                EXPECT_EQ(tc >> shift & mask, lostValue) << index;
+            }
+            EXPECT_LE(fields, allocationFailed() ? 1 : 0) << index;
+            lost += static_cast<size_t>(fields);
+        });
+    EXPECT_GT(count, 0u);
+    EXPECT_GT(lost, 0u);
+    CFRelease(date);
 }
 } // namespace

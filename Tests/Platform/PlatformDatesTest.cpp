@@ -117,6 +117,7 @@ TEST(Formatters, TheLocaleIsTheGivenOneOrEnglishNeverTheEnvironments)
         {"th_TH", "y", "2567"}, // a locale that is asked for keeps its calendar
         {nullptr, "''yy 'text'", "'24 text"},
         {nullptr, "", ""},
+        {"\xc3\xa9", "y", "(none)"}, // no name of a locale
         {nullptr, "\xe2\x82\xac y", "\xe2\x82\xac 2024"},
     };
     for (const Row &row : rows)

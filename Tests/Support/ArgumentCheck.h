@@ -7,11 +7,23 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
 // The call of one row, made only when the check runs.
-#define KIV_CALL(...) [&] { return __VA_ARGS__; }
+#define KIV_CALL(...)                                                                                        \
+    [&]                                                                                                      \
+    {                                                                                                        \
+        return __VA_ARGS__;                                                                                  \
+    }
+
+// A row whose call is of the operation that refuses.
+#define KIV_REFUSES(status, operation, text, ...)                                                            \
+    kiv::test::ArgumentCheck                                                                                 \
+    {                                                                                                        \
+#operation, text, status, KIV_CALL(operation(__VA_ARGS__))                                           \
+    }
 
 namespace kiv::test
 {
@@ -44,5 +56,11 @@ inline void expectRefused(const ArgumentCheck &check)
 #else
     EXPECT_DEATH(static_cast<void>(check.call()), assertionPattern(check.operation, check.text));
 #endif
+}
+
+inline void expectAllRefused(std::initializer_list<ArgumentCheck> checks)
+{
+    for (const ArgumentCheck &check : checks)
+        expectRefused(check);
 }
 } // namespace kiv::test

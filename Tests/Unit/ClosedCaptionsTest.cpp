@@ -1,6 +1,6 @@
 // Caption words and packets through the shared library. The expected bytes are written from SMPTE
 // 291M, 334 and 436M and CEA-608 and CEA-708; nothing of the library makes them.
-#include "ArgumentCheck.h"
+#include "CaptionFile.h"
 #include "HostStream.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
@@ -112,28 +112,21 @@ TEST(CaptionDescription, OneRuleAfterTheOther)
         const char *text;
     } rows[] = {
         {0xC1, 0xC2, "Character pair AB"},
-        {0x20, 0x7F, "Character pair  \x7F"},
         {0x91, 0x37, "Channel 0 special character Music note"},
         {0x19, 0xB0, "Channel 1 special character Registered mark"},
-        {0x11, 0x3F, "Channel 0 special character Lower-case u circumflex"},
         {0x11, 0x25, "Channel 0 unknown special character 25"}, // a mid-row code
         {0x99, 0xC0, "Channel 1 unknown special character 40"},
         {0x92, 0x40, "Extended character 00"},
         {0x13, 0xDF, "Extended character 3f"},
         {0x12, 0x25, "? 12 25"}, // an extended character of CEA-608
-        {0x10, 0x40, "Preamble channel 0 = row 11, attribute white, underline 0"},
         {0x10, 0x60, "Preamble channel 0 = row -1, attribute white, underline 0"},
         {0x1F, 0x7F, "Preamble channel 1 = row 10, attribute indent 28, underline 1"},
-        {0x94, 0xD0, "Preamble channel 0 = row 14, attribute indent 0, underline 0"},
         {0x94, 0x2C, "Control channel 0 = command erase displayed memory, line 21"},
         {0x15, 0x2C, "Control channel 0 = command erase displayed memory, line 284"},
         {0x1C, 0x2C, "Control channel 1 = command erase displayed memory, line 21"},
-        {0x1D, 0x28, "Control channel 1 = command flash on (0.25 seconds once per second), line 284"},
-        {0x97, 0xA1, "Tab channel 0 = 1"},
         {0x1F, 0x23, "Tab channel 1 = 3"},
         {0x17, 0x24, "? 17 24"},
         {0x80, 0x01, "? 00 01"},
-        {0x0F, 0x80, "? 0f 00"},
     };
     for (const auto &row : rows)
     {
@@ -143,10 +136,11 @@ TEST(CaptionDescription, OneRuleAfterTheOther)
     }
 }
 
-TEST(CaptionDescription, EveryPairFitsAndTheLongestFills)
+TEST(CaptionDescription, OfEveryPairIsTheText)
 {
     constexpr char kUntouched = '\x55';
     size_t longest = 0;
+    std::string all;
     for (unsigned value = 0; value <= UINT16_MAX; ++value)
     {
         char text[KIVCS2_CEA608_DESCRIPTION_SIZE + 1];
@@ -156,13 +150,20 @@ TEST(CaptionDescription, EveryPairFitsAndTheLongestFills)
         const KIVCS2Status status = describe(byte1, byte2, text);
         const bool empty = (value & 0x7F7F) == 0;
         ASSERT_EQ(status, empty ? KIVCS2STATUS_DATA_ERR : KIVCS2STATUS_OK) << value;
-        ASSERT_EQ(text[KIVCS2_CEA608_DESCRIPTION_SIZE], kUntouched) << value;
+        ASSERT_EQ(text[empty ? 0 : KIVCS2_CEA608_DESCRIPTION_SIZE], kUntouched) << value;
         if (empty)
-            ASSERT_EQ(text[0], kUntouched);
-        else
-            longest = std::max(longest, strlen(text));
+            continue;
+        longest = std::max(longest, strlen(text));
+        all.append(text).push_back('\n');
     }
     EXPECT_EQ(longest + 1, KIVCS2_CEA608_DESCRIPTION_SIZE);
+    // Every word of the tables: hosts store these texts. The sum was made without the library.
+    uint32_t crc = 0;
+    EXPECT_EQ(all.size(), 1235648u);
+    ASSERT_EQ(kivCS2Utils_calcCRC32(reinterpret_cast<const uint8_t *>(all.data()),
+                                    static_cast<uint32_t>(all.size()), &crc),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(crc, 0x877DD1FAu);
 }
 
 TEST(CaptionWords, AreCountedAndCompared)
@@ -374,33 +375,23 @@ TEST(Caption291M, MemoryStreamIsLeftAsTheBitReaderLeavesIt)
                     }
 }
 
-// A line record of SMPTE 436M with its payload in elements of one byte.
-Bytes wrapped(uint16_t line, uint8_t coding, const Bytes &payload)
-{
-    Bytes bytes = {static_cast<uint8_t>(line >> 8),
-                   static_cast<uint8_t>(line),
-                   0x02,
-                   coding,
-                   0,
-                   0,
-                   0,
-                   0,
-                   0,
-                   static_cast<uint8_t>(payload.size()),
-                   0,
-                   0,
-                   0,
-                   1};
-    bytes.insert(bytes.end(), payload.begin(), payload.end());
-    return bytes;
-}
-
 Bytes joined(std::initializer_list<Bytes> parts)
 {
     Bytes all;
     for (const Bytes &part : parts)
         all.insert(all.end(), part.begin(), part.end());
     return all;
+}
+
+// A line record of SMPTE 436M with its payload in elements of one byte.
+Bytes wrapped(uint16_t line, uint8_t coding, const Bytes &payload)
+{
+    Bytes header = hex("00 00 02 00 00 00 00 00 00 00 00 00 00 01");
+    header[0] = static_cast<uint8_t>(line >> 8);
+    header[1] = static_cast<uint8_t>(line);
+    header[3] = coding;
+    header[9] = static_cast<uint8_t>(payload.size());
+    return joined({header, payload});
 }
 
 struct Unwrapped
@@ -413,6 +404,12 @@ struct Unwrapped
 Unwrapped unwrap(const Bytes &bytes, uint32_t room = 64, bool withAtom = false)
 {
     MemoryView view{bytes};
+    view.m_memory.m_stream.m_setPosition =
+        [](KIVCS2Stream *stream, int64_t offset, KIVCS2StreamPosition mode, int64_t *position)
+    {
+        EXPECT_GE(offset, 0) << "leads backwards";
+        return kivCS2MemoryStream_setPosition(stream, offset, mode, position);
+    };
     Bytes buffer(room);
     uint32_t size = room;
     const KIVCS2Status status = extract436M(view.stream(), withAtom, buffer.data(), &size);
@@ -537,6 +534,8 @@ TEST(CaptionPackets, PairsOfBothFields)
                                          "FD 0B 0C FF FF 72 E1 FD 0D 0E 73 90 74 00 00"));
     EXPECT_EQ(mixed.status, KIVCS2STATUS_OK);
     EXPECT_THAT(mixed.fields, ElementsAre(pair(0x09, 0x0A), pair(0x0D, 0x0E)));
+    const Pairs behind = pairsOf(packetOf("73 9F " + repeated("00 ", 15 * 7) + "72 E1 FC 94 20"));
+    EXPECT_EQ(behind.status, KIVCS2STATUS_OK) << "15 services, the most";
 }
 
 TEST(CaptionPackets, Field2AloneIsNoCaption)
@@ -639,20 +638,14 @@ TEST(CaptionPackets, BuiltFromPairs)
 
 TEST(CaptionPackets, BuiltFrom708Data)
 {
-    std::string triplets;
-    for (int index = 0; index < 20; ++index)
-    {
-        char text[16];
-        snprintf(text, sizeof text, "FE %02X %02X ", index, index + 1);
-        triplets += text;
-    }
+    const std::string triplets = "FC 94 20 " + repeated("FE 11 22 ", 19);
     const Bytes data = hex(triplets);
     Bytes packet(KIVCS2_CDP_ROOM_FOR_708_DATA(60));
     uint32_t size = static_cast<uint32_t>(packet.size());
     EXPECT_EQ(pack708(data.data(), 60, packet.data(), &size, 7), KIVCS2STATUS_OK);
     EXPECT_EQ(size, 90u);
     EXPECT_EQ(packet, hex("00 00 00 5A 63 63 64 70 96 69 52 4F 67 00 07 72 F4 " + triplets +
-                          "73 91 E1 00 00 00 C1 3F FF 74 00 07 C5"));
+                          "73 91 E1 00 00 00 C1 3F FF 74 00 07 DA"));
     size = 81;
     EXPECT_EQ(pack708(data.data(), 60, packet.data(), &size, 7), KIVCS2STATUS_BUFFER_SIZE_ERR);
 }
@@ -719,6 +712,12 @@ TEST(CaptionPackets, ConvertedToACaptionDataBlock)
     EXPECT_EQ(convert(unknownBehind, nullptr, size), KIVCS2STATUS_OK);
     EXPECT_EQ(size, 2u);
     EXPECT_EQ(convert(unknownBehind, block.data(), size), KIVCS2STATUS_DATA_ERR);
+    // A cut section is answered with what it holds.
+    size = 100;
+    std::fill(block.begin(), block.end(), uint8_t{0x55});
+    EXPECT_EQ(convert(packetOf("72 E2 FC 94 20 F8 03"), block.data(), size), KIVCS2STATUS_BUFFER_SIZE_ERR);
+    EXPECT_EQ(size, 8u);
+    EXPECT_EQ(block, hex("C2 FF FC 94 20 55 55 55"));
     // No caption data: a success that leaves the size.
     size = 77;
     EXPECT_EQ(convert(packetOf("74 00 00"), block.data(), size), KIVCS2STATUS_OK);
@@ -833,24 +832,16 @@ TEST(CaptionArguments, AreChecked)
 {
     MemoryView view{hex("00 00")};
     KIVCS2Stream *stream = view.stream();
-    static uint8_t byte;
-    static uint8_t bytes[128];
-    static uint8_t *at = bytes;
-    static uint8_t *nowhere = nullptr;
-    static uint16_t pairs[2];
-    static uint32_t size = sizeof bytes;
-    static char text[128];
-    static char *result;
+    uint8_t byte = 0;
+    uint8_t bytes[128] = {};
+    uint8_t *nowhere = nullptr;
+    uint16_t pairs[2] = {};
+    uint32_t size = sizeof bytes;
+    char text[128] = {};
+    char *result = nullptr;
     CFStringRef format = CFStringCreateWithCString(nullptr, "y", kCFStringEncodingASCII);
 
-#define ROW(name, text, ...)                                                                                 \
-    {                                                                                                        \
-        "kivCS2ClosedCaptions_" #name, text, KIVCS2STATUS_PARAM_ERR,                                         \
-            [=]                                                                                              \
-        {                                                                                                    \
-            return kivCS2ClosedCaptions_##name(__VA_ARGS__);                                                 \
-        }                                                                                                    \
-    }
+#define ROW(name, text, ...) KIV_REFUSED(kivCS2ClosedCaptions_##name, text, __VA_ARGS__)
     const kiv::test::ArgumentCheck rows[] = {
         ROW(decodeCEA608CCPair, "buffer", 0, 0, nullptr),
         ROW(read8BitWord, "stream", nullptr, &byte, nullptr),
@@ -876,8 +867,8 @@ TEST(CaptionArguments, AreChecked)
         ROW(pack608CaptionsIntoSMPTE334CDP708PacketFormat, "bufferSize708", pairs, 4, bytes, nullptr, 0,
             true),
         ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708Data", nullptr, 60, bytes, &size, 0),
-        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708", at, 60, nullptr, &size, 0),
-        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "bufferSize708", at, 60, bytes, nullptr, 0),
+        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "buffer708", bytes, 60, nullptr, &size, 0),
+        ROW(pack708CaptionsIntoSMPTE334CDP708Packet, "bufferSize708", bytes, 60, bytes, nullptr, 0),
         ROW(setSMPTE334CDP708PacketSequenceNumber, "buffer708Data", false, nullptr, 82, 0),
         ROW(convertSMPTE334CDP708PacketToCEA708DPacket, "bufferCDP708", nullptr, 82, false, bytes, &size),
         ROW(convertSMPTE334CDP708PacketToCEA708DPacket, "bufferSizeCEA708", bytes, 82, false, bytes, nullptr),

@@ -48,32 +48,21 @@ TEST(FileStream, RefusesWhatIsMissing)
     uint64_t size = 0;
     uint8_t *block = nullptr;
     const auto param = KIVCS2STATUS_PARAM_ERR;
-    for (const kiv::test::ArgumentCheck &check : std::initializer_list<kiv::test::ArgumentCheck>{
-             {"kivCS2FileStream_init", "(stream) != NULL", param,
-              KIV_CALL(kivCS2FileStream_init(nullptr, "a", "r"))},
-             {"kivCS2FileStream_init", "(filename) != NULL", param,
-              KIV_CALL(kivCS2FileStream_init(&closed, nullptr, "r"))},
-             {"kivCS2FileStream_init", "(accessMode) != NULL", param,
-              KIV_CALL(kivCS2FileStream_init(&closed, "a", nullptr))},
-             {"kivCS2FileStream_writeBytes", "(stream->m_file) != NULL", param,
-              KIV_CALL(kivCS2FileStream_writeBytes(none, &byte, 1, nullptr))},
-             {"kivCS2FileStream_writeBytes", "(buffer) != NULL", param,
-              KIV_CALL(kivCS2FileStream_writeBytes(file.get(), nullptr, 1, nullptr))},
-             {"kivCS2FileStream_readBytes", "(stream->m_file) != NULL", param,
-              KIV_CALL(kivCS2FileStream_readBytes(none, &byte, 1, nullptr))},
-             {"kivCS2FileStream_readBytes", "(buffer) != NULL", param,
-              KIV_CALL(kivCS2FileStream_readBytes(file.get(), nullptr, 1, nullptr))},
-             {"kivCS2FileStream_getSize", "(size) != NULL", param,
-              KIV_CALL(kivCS2FileStream_getSize(file.get(), nullptr))},
-             {"kivCS2FileStream_isEndOfStream", "(eos) != NULL", param,
-              KIV_CALL(kivCS2Stream_isEndOfStream(file.get(), nullptr))},
-             {"kivCS2FileStream_getBytes", "(buffer) != NULL", param,
-              KIV_CALL(kivCS2FileStream_getBytes(file.get(), nullptr, &size))},
-             {"kivCS2FileStream_getBytes", "(size) != NULL", param,
-              KIV_CALL(kivCS2FileStream_getBytes(file.get(), &block, nullptr))},
-             {"kivCS2FileStream_close", "(stream) != NULL", param, KIV_CALL(kivCS2FileStream_close(nullptr))},
-         })
-        kiv::test::expectRefused(check);
+    kiv::test::expectAllRefused({
+        KIV_REFUSES(param, kivCS2FileStream_init, "(stream) != NULL", nullptr, "a", "r"),
+        KIV_REFUSES(param, kivCS2FileStream_init, "(filename) != NULL", &closed, nullptr, "r"),
+        KIV_REFUSES(param, kivCS2FileStream_init, "(accessMode) != NULL", &closed, "a", nullptr),
+        KIV_REFUSES(param, kivCS2FileStream_writeBytes, "(stream->m_file) != NULL", none, &byte, 1, nullptr),
+        KIV_REFUSES(param, kivCS2FileStream_writeBytes, "(buffer) != NULL", file.get(), nullptr, 1, nullptr),
+        KIV_REFUSES(param, kivCS2FileStream_readBytes, "(stream->m_file) != NULL", none, &byte, 1, nullptr),
+        KIV_REFUSES(param, kivCS2FileStream_readBytes, "(buffer) != NULL", file.get(), nullptr, 1, nullptr),
+        KIV_REFUSES(param, kivCS2FileStream_getSize, "(size) != NULL", file.get(), nullptr),
+        {"kivCS2FileStream_isEndOfStream", "(eos) != NULL", param,
+         KIV_CALL(kivCS2Stream_isEndOfStream(file.get(), nullptr))},
+        KIV_REFUSES(param, kivCS2FileStream_getBytes, "(buffer) != NULL", file.get(), nullptr, &size),
+        KIV_REFUSES(param, kivCS2FileStream_getBytes, "(size) != NULL", file.get(), &block, nullptr),
+        KIV_REFUSES(param, kivCS2FileStream_close, "(stream) != NULL", nullptr),
+    });
 }
 
 TEST(FileStream, WhatCannotBeOpenedLeavesARecordThatCanBeClosed)

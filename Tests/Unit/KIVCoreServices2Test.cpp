@@ -96,6 +96,8 @@ TEST(Crc32, KnownValues)
 TEST(Startup, SucceedsWithAndWithoutTaskServerAndAgain)
 {
     EXPECT_EQ(kivCS2_initWithTaskServer(false), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2_initWithTaskServer(true), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2AbsoluteToNanoseconds(0), 0u);
     EXPECT_EQ(kivCS2AbsoluteToNanoseconds(UINT64_MAX), UINT64_MAX); // one to one here
     uint32_t crc = 0;

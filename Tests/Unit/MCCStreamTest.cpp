@@ -138,6 +138,7 @@ TEST_F(MCCStream, ReadHeaderStatuses)
         {v1 + "Time Code Rate=\n" + line, KIVCS2STATUS_FRAME_RATE_ERR, 1, 0},
         {v1 + "time code rate=9\n" + line, KIVCS2STATUS_OK, 1, 0},
         {v1 + "UUID=1\n", KIVCS2STATUS_NO_DATA_ERR, 1, 0},
+        {v1 + std::string(1023, 'x') + "\n" + line, KIVCS2STATUS_OK, 1, 0},
         {v1 + std::string(1024, 'x') + "\n" + line, KIVCS2STATUS_NOT_FOUND_ERR, 1, 0},
         // Lines that do not decode belong to the header, damaged captions among them.
         {v1 + "00:00:00:00\t61g1\n00:00:00:25\t61\n" + line, KIVCS2STATUS_OK, 1, 0},

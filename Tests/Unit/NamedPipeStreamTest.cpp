@@ -46,23 +46,19 @@ TEST(NamedPipeStream, RefusesWhatIsMissing)
     open.m_fileDescriptor = 1;
     char byte = 0;
     const auto param = KIVCS2STATUS_PARAM_ERR;
-    for (const kiv::test::ArgumentCheck &check : std::initializer_list<kiv::test::ArgumentCheck>{
-             {"kivCS2NamedPipeStream_init", "(stream) != NULL", param,
-              KIV_CALL(kivCS2NamedPipeStream_init(nullptr, "a", 0))},
-             {"kivCS2NamedPipeStream_init", "(filename) != NULL", param,
-              KIV_CALL(kivCS2NamedPipeStream_init(&closed, nullptr, 0))},
-             {"kivCS2NamedPipeStream_writeBytes", "(stream->m_fileDescriptor >= 0)", param,
-              KIV_CALL(kivCS2Stream_writeBytes(&closed.m_stream, &byte, 1, nullptr))},
-             {"kivCS2NamedPipeStream_writeBytes", "(buffer) != NULL", param,
-              KIV_CALL(kivCS2NamedPipeStream_writeBytes(&open.m_stream, nullptr, 1, nullptr))},
-             {"kivCS2NamedPipeStream_readBytes", "(stream->m_fileDescriptor >= 0)", param,
-              KIV_CALL(kivCS2Stream_readBytes(&closed.m_stream, &byte, 1, nullptr))},
-             {"kivCS2NamedPipeStream_readBytes", "(buffer) != NULL", param,
-              KIV_CALL(kivCS2NamedPipeStream_readBytes(&open.m_stream, nullptr, 1, nullptr))},
-             {"kivCS2NamedPipeStream_close", "(stream) != NULL", param,
-              KIV_CALL(kivCS2NamedPipeStream_close(nullptr))},
-         })
-        kiv::test::expectRefused(check);
+    kiv::test::expectAllRefused({
+        KIV_REFUSES(param, kivCS2NamedPipeStream_init, "(stream) != NULL", nullptr, "a", 0),
+        KIV_REFUSES(param, kivCS2NamedPipeStream_init, "(filename) != NULL", &closed, nullptr, 0),
+        {"kivCS2NamedPipeStream_writeBytes", "(stream->m_fileDescriptor >= 0)", param,
+         KIV_CALL(kivCS2Stream_writeBytes(&closed.m_stream, &byte, 1, nullptr))},
+        KIV_REFUSES(param, kivCS2NamedPipeStream_writeBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1,
+                    nullptr),
+        {"kivCS2NamedPipeStream_readBytes", "(stream->m_fileDescriptor >= 0)", param,
+         KIV_CALL(kivCS2Stream_readBytes(&closed.m_stream, &byte, 1, nullptr))},
+        KIV_REFUSES(param, kivCS2NamedPipeStream_readBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1,
+                    nullptr),
+        KIV_REFUSES(param, kivCS2NamedPipeStream_close, "(stream) != NULL", nullptr),
+    });
 }
 
 TEST(NamedPipeStream, OpensAndRefusesByItsFlags)

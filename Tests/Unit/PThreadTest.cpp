@@ -127,6 +127,41 @@ TEST(Thread, CannotJoinItself)
     EXPECT_EQ(kivCS2Thread_free(&visit.thread), KIVCS2STATUS_OK);
 }
 
+// The system hands out the handle of a thread that is gone again: the record must not reach its new owner.
+TEST(Thread, AnEndedThreadIsNotMistakenForTheOneThatHasItsHandleNow)
+{
+    KIVCS2Thread ended{};
+    const auto wait = [](void *argument) -> void *
+    {
+        static_cast<Visit *>(argument)->leave.acquire();
+        return argument;
+    };
+    std::atomic<int> runs{0};
+    for (const bool detached : {true, false})
+    {
+        ASSERT_EQ(kivCS2Thread_init(&ended, &runs, addOne), KIVCS2STATUS_OK);
+        EXPECT_EQ(detached ? kivCS2Thread_detach(&ended) : kivCS2Thread_join(&ended), KIVCS2STATUS_OK);
+
+        Visit visits[8];
+        bool met = false;
+        for (Visit &visit : visits) // the detached one may still be about to go
+        {
+            ASSERT_EQ(kivCS2Thread_init(&visit.thread, &visit, wait), KIVCS2STATUS_OK);
+            met = met || visit.thread.m_thread == ended.m_thread;
+        }
+        EXPECT_EQ(detached ? kivCS2Thread_join(&ended) : kivCS2Thread_detach(&ended), KIVCS2STATUS_OK);
+        EXPECT_EQ(ended.m_flags, uint32_t{KIVCS2ThreadFlags_Joined | KIVCS2ThreadFlags_Detached});
+        EXPECT_EQ(kivCS2Thread_free(&ended), KIVCS2STATUS_OK);
+
+        for (Visit &visit : visits)
+        {
+            visit.leave.release();
+            EXPECT_EQ(pthread_join(visit.thread.m_thread, nullptr), 0) << "detached by a stranger";
+        }
+        EXPECT_TRUE(met || detached) << "no handle was handed out again: this test has tried nothing";
+    }
+}
+
 TEST(Thread, NamesTheCallingThread)
 {
     const std::pair<const char *, const char *> cases[] = {

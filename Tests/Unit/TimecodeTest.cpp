@@ -93,64 +93,36 @@ constexpr RateRow kRates[] = {
 TEST(Timecode, ArgumentChecks)
 {
     setRate(KIVCS2FrameRate_25);
-    static KIVCS2Timecode tc = 0;
-    static char text[32];
+    KIVCS2Timecode tc = 0;
+    char text[32];
+    CFStringRef zero = CFStringCreateWithCString(nullptr, "0", kCFStringEncodingASCII);
     using kiv::test::ArgumentCheck;
     constexpr KIVCS2Status kParam = KIVCS2STATUS_PARAM_ERR;
+#define TIMECODE(op, text, ...)                                                                              \
+    {                                                                                                        \
+        "kivCS2Timecode_" #op, text, kParam, KIV_CALL(kivCS2Timecode_##op(__VA_ARGS__))                      \
+    }
     const ArgumentCheck checks[] = {
-        {"kivCS2Timecode_isLeapYear", "result", kParam,
-         []
-         {
-             return kivCS2Timecode_isLeapYear(&tc, nullptr);
-         }},
-        {"kivCS2Timecode_getDaysInYear", "days", kParam,
-         []
-         {
-             return kivCS2Timecode_getDaysInYear(&tc, nullptr);
-         }},
-        {"kivCS2Timecode_getDaysThisYear", "days", kParam,
-         []
-         {
-             return kivCS2Timecode_getDaysThisYear(&tc, nullptr);
-         }},
-        {"kivCS2Timecode_compare", "result", kParam,
-         []
-         {
-             return kivCS2Timecode_compare(&tc, &tc, nullptr);
-         }},
-        {"kivCS2Timecode_differenceInFrames", "difference", kParam,
-         []
-         {
-             return kivCS2Timecode_differenceInFrames(&tc, &tc, nullptr);
-         }},
-        {"kivCS2Timecode_initWithString", "string", kParam,
-         []
-         {
-             return kivCS2Timecode_initWithString(nullptr, nullptr);
-         }},
-        {"kivCS2Timecode_initWithString", "tc", kParam,
-         []
-         {
-             return kivCS2Timecode_initWithString(nullptr, "0");
-         }},
-        {"kivCS2Timecode_initWithCFString", "string", kParam,
-         []
-         {
-             return kivCS2Timecode_initWithCFString(&tc, nullptr);
-         }},
-        {"kivCS2Timecode_timecodeToString", "tc", kParam,
-         []
-         {
-             return kivCS2Timecode_timecodeToString(nullptr, text, sizeof text);
-         }},
-        {"kivCS2Timecode_timecodeToString", "buffer", kParam,
-         []
-         {
-             return kivCS2Timecode_timecodeToString(&tc, nullptr, 32);
-         }},
+        TIMECODE(isLeapYear, "result", &tc, nullptr),
+        TIMECODE(getDaysInYear, "days", &tc, nullptr),
+        TIMECODE(getDaysThisYear, "days", &tc, nullptr),
+        TIMECODE(compare, "result", &tc, &tc, nullptr),
+        TIMECODE(differenceInFrames, "difference", &tc, &tc, nullptr),
+        TIMECODE(initWithString, "string", nullptr, nullptr),
+        TIMECODE(initWithString, "tc", nullptr, "0"),
+        TIMECODE(initWithCFString, "string", nullptr, nullptr),
+        TIMECODE(initWithCFString, "tc", nullptr, zero),
+        TIMECODE(timecodeToString, "tc", nullptr, text, sizeof text),
+        TIMECODE(timecodeToString, "buffer", &tc, nullptr, 32),
     };
+#undef TIMECODE
     for (const ArgumentCheck &check : checks)
         kiv::test::expectRefused(check);
+    CFRelease(zero);
+#ifndef NDEBUG // asserted only
+    EXPECT_DEATH((void)kivCS2Timecode_createCFDate(&tc, nullptr),
+                 kiv::test::assertionPattern("kivCS2Timecode_createCFDate", "date"));
+#endif
 
     // These refuse null without an assertion.
     uint32_t word = 7;
@@ -264,16 +236,23 @@ TEST(Timecode, EveryFrameOfADayGoesThroughAllForms)
 
 // ---- Fields
 
-TEST(Timecode, FieldsThatNameNoFrameKeepTheHoursAndAreLogged)
+TEST(Timecode, FieldsNameAFrameOrKeepTheHoursAndAreLogged)
 {
     struct Row
     {
         KIVCS2FrameRate rate;
         uint8_t h, m, s, f;
         uint32_t frames;
-        const char *message;
+        const char *message; // of fields that name no frame
     };
     const Row rows[] = {
+        {KIVCS2FrameRate_29_97, 0, 0, 59, 29, 1799, nullptr},
+        {KIVCS2FrameRate_29_97, 0, 1, 0, 2, 1800, nullptr},
+        {KIVCS2FrameRate_29_97, 0, 10, 0, 0, 17982, nullptr},
+        {KIVCS2FrameRate_29_97, 1, 0, 0, 0, 107892, nullptr},
+        {KIVCS2FrameRate_59_94, 0, 1, 0, 4, 3600, nullptr},
+        {KIVCS2FrameRate_25, 23, 59, 59, 24, 2159999, nullptr},
+        {KIVCS2FrameRate_25, 25, 0, 0, 0, 2250000, nullptr}, // no limit at 24
         {KIVCS2FrameRate_29_97, 0, 1, 0, 0, 0, "Illegal timecode 00:01:00:00"},
         {KIVCS2FrameRate_29_97, 2, 1, 0, 1, 215784, "Illegal timecode 02:01:00:01"},
         {KIVCS2FrameRate_59_94, 0, 1, 0, 3, 0, "Illegal timecode 00:01:00:03"},
@@ -285,39 +264,17 @@ TEST(Timecode, FieldsThatNameNoFrameKeepTheHoursAndAreLogged)
     Log log;
     for (const Row &row : rows)
     {
-        SCOPED_TRACE(row.message);
         setRate(row.rate);
         KIVCS2Timecode tc = record(1234, 14, 2, 2024);
         EXPECT_EQ(kivCS2Timecode_initWithTimecodeFields(&tc, row.h, row.m, row.s, row.f),
-                  KIVCS2STATUS_INVALID_TIMECODE_ERR);
+                  row.message == nullptr ? KIVCS2STATUS_OK : KIVCS2STATUS_INVALID_TIMECODE_ERR);
         EXPECT_EQ(textOf(tc), textOf(record(row.frames, 14, 2, 2024)));
-        EXPECT_EQ(log.take(), std::vector<std::string>{row.message});
-    }
-}
-
-TEST(Timecode, DropFramePoints)
-{
-    struct Row
-    {
-        KIVCS2FrameRate rate;
-        uint8_t h, m, s, f;
-        uint32_t frames;
-    };
-    for (const Row &row : {Row{KIVCS2FrameRate_29_97, 0, 0, 59, 29, 1799},
-                           {KIVCS2FrameRate_29_97, 0, 1, 0, 2, 1800},
-                           {KIVCS2FrameRate_29_97, 0, 10, 0, 0, 17982},
-                           {KIVCS2FrameRate_29_97, 1, 0, 0, 0, 107892},
-                           {KIVCS2FrameRate_59_94, 0, 1, 0, 4, 3600},
-                           {KIVCS2FrameRate_25, 23, 59, 59, 24, 2159999},
-                           {KIVCS2FrameRate_25, 25, 0, 0, 0, 2250000}})
-    {
-        setRate(row.rate);
-        KIVCS2Timecode tc = 0;
-        EXPECT_EQ(kivCS2Timecode_initWithTimecodeFields(&tc, row.h, row.m, row.s, row.f), KIVCS2STATUS_OK);
-        EXPECT_EQ(tc, row.frames);
+        const std::vector<std::string> lines = log.take();
+        EXPECT_EQ(lines, row.message == nullptr ? std::vector<std::string>{}
+                                                : std::vector<std::string>{row.message});
         uint32_t hours = 0;
         EXPECT_EQ(kivCS2Timecode_getHours(&tc, &hours), KIVCS2STATUS_OK);
-        EXPECT_EQ(hours, row.h); // no limit at 24
+        EXPECT_EQ(hours, row.h);
     }
 }
 
@@ -434,7 +391,12 @@ TEST(Timecode, CarriesAndBorrowsOverMidnightMonthsAndYears)
     const Row rows[] = {
         {record(kLast, 30, 11, 2023), kivCS2Timecode_addFrames, 1, record(0, 0, 0, 2024)},
         {record(0, 0, 2, 2024), kivCS2Timecode_subtractFrames, 1, record(kLast, 28, 1, 2024)},
+        {record(0, 0, 2, 2023), kivCS2Timecode_subtractFrames, 2160000, record(0, 27, 1, 2023)},
         {record(0, 0, 2, 2023), kivCS2Timecode_subtractFrames, 2160001, record(kLast, 26, 1, 2023)},
+        {record(2160007, 0, 2, 2023), kivCS2Timecode_subtractFrames, 2160008, record(kLast, 27, 1, 2023)},
+        {record(5, 0, 0, 2024), kivCS2Timecode_subtractFrames, 0xFFFFFFFFu, record(1272710, 21, 6, 2018)},
+        {record(2160007, 30, 11, 2023), kivCS2Timecode_addFrames, 0, record(7, 0, 0, 2024)},
+        {record(kLast, 30, 11, 2023), kivCS2Timecode_addFrames, 0xFF000000u, record(1390079, 2, 5, 2029)},
         {record(5, 27, 1, 2024), kivCS2Timecode_addDays, 1, record(5, 28, 1, 2024)},
         {record(5, 27, 1, 2023), kivCS2Timecode_addDays, 1, record(5, 0, 2, 2023)},
         {record(5, 27, 1, 1900), kivCS2Timecode_addDays, 1, record(5, 0, 2, 1900)},
@@ -443,6 +405,8 @@ TEST(Timecode, CarriesAndBorrowsOverMidnightMonthsAndYears)
         {record(0, 30, 1, 2024), kivCS2Timecode_addDays, 0, record(0, 30, 1, 2024)},
         {record(0, 3, 11, 2024), kivCS2Timecode_addMonths, 25, record(0, 3, 0, 2027)},
         {record(0, 3, 0, 2024), kivCS2Timecode_subtractMonths, 25, record(0, 3, 11, 2021)},
+        {record(0, 3, 5, 2024), kivCS2Timecode_addMonths, 12, record(0, 3, 5, 2025)},
+        {record(0, 3, 5, 2024), kivCS2Timecode_subtractMonths, 12, record(0, 3, 5, 2023)},
         {record(0, 3, 0, 0), kivCS2Timecode_subtractMonths, 1, record(0, 3, 11, 0)},
         {record(0, 3, 0, 2), kivCS2Timecode_subtractYears, 3, record(0, 3, 0, 0)},
         {record(0, 3, 0, 65535), kivCS2Timecode_addYears, 65538, record(0, 3, 0, 1)},
@@ -464,55 +428,6 @@ TEST(Timecode, CarriesAndBorrowsOverMidnightMonthsAndYears)
         KIVCS2Timecode tc = row.before;
         EXPECT_EQ(row.operation(&tc, row.count), KIVCS2STATUS_OK);
         EXPECT_EQ(textOf(tc), textOf(row.after)) << textOf(row.before) << " and " << row.count;
-    }
-}
-
-// Frame by frame and day by day, as a reader of the rules would do it.
-TEST(Timecode, FrameArithmeticEqualsTheLoops)
-{
-    std::mt19937 engine{2997};
-    const auto below = [&engine](uint32_t limit)
-    {
-        return static_cast<uint32_t>(engine() % limit);
-    };
-    for (const RateRow &row : kRates)
-    {
-        setRate(row.rate);
-        const uint32_t perDay = 24 * row.framesPerHour;
-        for (int round = 0; round < 3000; ++round)
-        {
-            const KIVCS2Timecode start =
-                record(below(2) ? below(perDay) : static_cast<uint32_t>(engine()) / 2, below(31), below(12),
-                       below(3) ? 2020 + below(8) : below(65536));
-            const uint32_t count = below(2) ? below(3 * perDay) : static_cast<uint32_t>(engine());
-
-            KIVCS2Timecode slow = start;
-            uint32_t frames = static_cast<uint32_t>(start) + count;
-            for (; frames >= perDay; frames -= perDay)
-                ASSERT_EQ(kivCS2Timecode_addDays(&slow, 1), KIVCS2STATUS_OK);
-            kivCS2Timecode_setFramesSinceMidnight(&slow, frames);
-            KIVCS2Timecode fast = start;
-            ASSERT_EQ(kivCS2Timecode_addFrames(&fast, count), KIVCS2STATUS_OK);
-            ASSERT_EQ(textOf(fast), textOf(slow)) << textOf(start) << " + " << count;
-
-            slow = start;
-            frames = static_cast<uint32_t>(start);
-            for (uint32_t n = count; n > 0;)
-            {
-                if (n <= frames)
-                {
-                    frames -= n;
-                    break;
-                }
-                ASSERT_EQ(kivCS2Timecode_subtractDays(&slow, 1), KIVCS2STATUS_OK);
-                n -= frames + 1;
-                frames = perDay - 1;
-            }
-            kivCS2Timecode_setFramesSinceMidnight(&slow, frames);
-            fast = start;
-            ASSERT_EQ(kivCS2Timecode_subtractFrames(&fast, count), KIVCS2STATUS_OK);
-            ASSERT_EQ(textOf(fast), textOf(slow)) << textOf(start) << " - " << count;
-        }
     }
 }
 
@@ -718,11 +633,10 @@ TEST(Timecode, MultipliesAndClampsToADay)
 
 // ---- Text and BCD
 
-KIVCS2Status parseGeneral(KIVCS2Timecode *tc, const std::string &text)
+// The way over string objects, which plain text does not take from a C string.
+KIVCS2Status parseGeneral(KIVCS2Timecode *tc, const char *text)
 {
-    CFStringRef string = CFStringCreateWithCString(nullptr, text.c_str(), kCFStringEncodingUTF8);
-    if (string == nullptr)
-        return KIVCS2STATUS_MEMORY_ERR;
+    CFStringRef string = CFStringCreateWithCString(nullptr, text, kCFStringEncodingUTF8);
     const KIVCS2Status status = kivCS2Timecode_initWithCFString(tc, string);
     CFRelease(string);
     return status;
@@ -744,8 +658,15 @@ TEST(Timecode, ParsesText)
         {KIVCS2FrameRate_25, "15.3.2024 10:00:00:00", kOK, record(900000, 14, 2, 2024)},
         {KIVCS2FrameRate_25, "15.3.2024 2500", kOK, record(2500, 14, 2, 2024)},
         {KIVCS2FrameRate_25, "2500", kOK, record(2500)},
-        {KIVCS2FrameRate_25, "99999999999", kOK, record(2147483647)}, // numbers end at 31 bits
+        {KIVCS2FrameRate_25, "99999999999", kOK, record(2147483647)},      // numbers end at 31 bits
+        {KIVCS2FrameRate_25, "1:2:3:4294967297", kIllegal, record(90000)}, // in fields too
+        {KIVCS2FrameRate_25, "1.1.4294967297 0000000007", kOK, record(7, 0, 0, 65535)},
         {KIVCS2FrameRate_25, "", kOK, record(0)},
+        {KIVCS2FrameRate_25, "15.3.2024", kParam, record(0)}, // without a space it is the time
+        {KIVCS2FrameRate_25, "1.2.3.4 5", kOK, record(5)},
+        {KIVCS2FrameRate_25, "1.2.3 4:5", kOK, record(0, 0, 1, 3)},
+        {KIVCS2FrameRate_25, "1..3 5", kOK, record(5, 0, 255, 3)},
+        {KIVCS2FrameRate_25, "1:2:3.4", kParam, record(0)},
         {KIVCS2FrameRate_25, "::", kOK, record(0)}, // an empty field is 0
         {KIVCS2FrameRate_29_97, "00:01:00", kOK, record(1800)},
         {KIVCS2FrameRate_29_97, "00:10:00", kOK, record(17982)},
@@ -775,57 +696,15 @@ TEST(Timecode, ParsesText)
     {
         SCOPED_TRACE(row.text);
         setRate(row.rate);
-        KIVCS2Timecode tc = record(7, 7, 7, 7);
+        KIVCS2Timecode tc = record(7, 7, 7, 7), general = tc;
         EXPECT_EQ(kivCS2Timecode_initWithString(&tc, row.text), row.status);
         EXPECT_EQ(textOf(tc), textOf(row.tc));
+        EXPECT_EQ(parseGeneral(&general, row.text), row.status);
+        EXPECT_EQ(textOf(general), textOf(row.tc));
     }
     KIVCS2Timecode tc = record(7, 7, 7, 7);
     EXPECT_EQ(kivCS2Timecode_initWithString(&tc, "10:00:00:\xff"), KIVCS2STATUS_MEMORY_ERR); // no UTF-8
     EXPECT_EQ(tc, record(7, 7, 7, 7));
-}
-
-TEST(Timecode, BothParsersAgree)
-{
-    const std::string seeds[] = {"10:00:00:00", "15.3.2024 10:00:00:00", "2500",
-                                 "00:01:00",    "1.1.1 1:1:1:1",         "23:59:59"};
-    const std::string letters = "0123456789::::....  ;x-+\xc3\xa9";
-    std::mt19937 engine{25};
-    const auto below = [&engine](size_t limit)
-    {
-        return engine() % limit;
-    };
-    uint32_t accepted = 0;
-    for (const KIVCS2FrameRate rate : {KIVCS2FrameRate_25, KIVCS2FrameRate_29_97, KIVCS2FrameRate_59_94})
-    {
-        setRate(rate);
-        for (int round = 0; round < 15000; ++round)
-        {
-            std::string text = seeds[below(std::size(seeds))];
-            for (size_t change = below(4); change > 0 && !text.empty(); --change)
-            {
-                const size_t at = below(text.size());
-                const char letter = letters[below(letters.size())];
-                switch (below(3))
-                {
-                case 0:
-                    text[at] = letter;
-                    break;
-                case 1:
-                    text.insert(at, 1 + below(12) / 11 * 10, letter);
-                    break;
-                default:
-                    text.erase(at, 1);
-                }
-            }
-            KIVCS2Timecode plain = record(7, 7, 7, 7), general = plain;
-            const KIVCS2Status status = kivCS2Timecode_initWithString(&plain, text.c_str());
-            ASSERT_EQ(parseGeneral(&general, text), status) << text;
-            ASSERT_EQ(textOf(plain), textOf(general)) << text;
-            accepted += KIVCS2_SUCCEEDED(status);
-        }
-    }
-    EXPECT_GT(accepted, 9000u); // the mutations leave enough of both kinds
-    EXPECT_LT(accepted, 36000u);
 }
 
 TEST(Timecode, WritesTextThatFitsOrNothing)

@@ -24,7 +24,7 @@ typedef mach_timebase_info_data_t *mach_timebase_info_t;
 /** Stores the ratio, here 1 to 1. KERN_SUCCESS always. Any thread. */
 extern __attribute__((visibility("default"))) kern_return_t mach_timebase_info(mach_timebase_info_t info);
 
-/** Ticks since an arbitrary start, not counting sleep; never twice the same value in a process. Any
+/** Ticks since an arbitrary start, not counting sleep. Never goes back; two readings may be equal. Any
 thread; safe in a signal handler. */
 extern __attribute__((visibility("default"))) uint64_t mach_absolute_time(void);
 

@@ -105,14 +105,20 @@ CFStringRef createFromBytes(std::span<const uint8_t> bytes, CFStringEncoding enc
                           nullptr, bytes.size()},
                          false);
 
-    const NewString made = allocate(kiv::text::utf16Bound(bytes, encoding), false, false);
+    // A short text gets a unit for each byte, the most UTF-8 can need; counting costs more than the room.
+    constexpr size_t kShort = 256;
+    const bool counts = encoding != kCFStringEncodingUTF8 || bytes.size() > kShort;
+    const size_t bound = counts ? kiv::text::utf16Bound(bytes, encoding) : bytes.size();
+    const NewString made = allocate(bound, false, false);
     if (made.string == nullptr)
         return nullptr;
-    if (!kiv::text::decode(bytes, encoding, made.wide))
+    const std::optional<size_t> length = kiv::text::decode(bytes, encoding, made.wide);
+    if (!length)
     {
         CFRelease(made.string);
         return nullptr;
     }
+    made.string->units.length = *length;
     return made.string;
 }
 

@@ -1,6 +1,7 @@
 // The codec. ASCII goes in blocks of 32 bytes, everything else a character at a time.
 #include "CoreFoundation/Encoding.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -13,15 +14,6 @@ namespace kiv::text
 namespace
 {
 constexpr size_t kBlock = 32;
-
-constexpr bool isHighSurrogate(char32_t unit) noexcept
-{
-    return (unit & 0xfffffc00) == 0xd800;
-}
-constexpr bool isLowSurrogate(char32_t unit) noexcept
-{
-    return (unit & 0xfffffc00) == 0xdc00;
-}
 
 // One block to 16-bit units when all of it is ASCII; otherwise nothing is written.
 bool widenBlock(const uint8_t *bytes, char16_t *out) noexcept
@@ -92,51 +84,33 @@ size_t putUtf16(char32_t code, char16_t *out) noexcept
     return 2;
 }
 
-// Width and order of an encoding whose units are wider than a byte.
-struct WideForm
+// A unit of an encoding whose units are wider than a byte, in its order.
+template <typename Unit, std::endian order>
+Unit load(const uint8_t *bytes) noexcept
 {
-    size_t width;
-    bool bigEndian;
-};
-WideForm wideForm(CFStringEncoding encoding) noexcept
+    Unit value;
+    std::memcpy(&value, bytes, sizeof value);
+    if constexpr (order == std::endian::native)
+        return value;
+    else if constexpr (sizeof value == 2)
+        return static_cast<Unit>(__builtin_bswap16(value));
+    else
+        return static_cast<Unit>(__builtin_bswap32(value));
+}
+
+template <typename Unit, std::endian order>
+void store(uint8_t *bytes, Unit value) noexcept
 {
-    switch (encoding)
+    value = load<Unit, order>(reinterpret_cast<const uint8_t *>(&value)); // the same swap, or none
+    std::memcpy(bytes, &value, sizeof value);
+}
+
+// One character in `encoding`: its bytes, at most 4; 0 when it has no form. UTF-16 goes by encodeUtf16().
+template <CFStringEncoding encoding>
+size_t encodeCharacter(char32_t code, uint8_t *out) noexcept
+{
+    if constexpr (encoding == kCFStringEncodingUTF8)
     {
-    case kCFStringEncodingUTF16BE:
-        return {2, true};
-    case kCFStringEncodingUTF16LE:
-        return {2, false};
-    case kCFStringEncodingUTF32BE:
-        return {4, true};
-    case kCFStringEncodingUTF32LE:
-        return {4, false};
-    default:
-        return {1, false};
-    }
-}
-
-uint32_t load(const uint8_t *bytes, WideForm form) noexcept
-{
-    uint32_t value = 0;
-    for (size_t index = 0; index < form.width; ++index)
-        value = value << 8 | bytes[form.bigEndian ? index : form.width - 1 - index];
-    return value;
-}
-
-void store(uint8_t *bytes, WideForm form, uint32_t value) noexcept
-{
-    for (size_t index = 0; index < form.width; ++index, value >>= 8)
-        bytes[form.bigEndian ? form.width - 1 - index : index] = static_cast<uint8_t>(value);
-}
-
-// One character in `encoding`: its bytes, at most 4; 0 when it has no form.
-size_t encodeCharacter(char32_t code, CFStringEncoding encoding, uint8_t *out) noexcept
-{
-    switch (encoding)
-    {
-    case kCFStringEncodingUTF8:
-        if (isSurrogate(code))
-            return 0;
         if (code < 0x80)
         {
             out[0] = static_cast<uint8_t>(code);
@@ -148,6 +122,8 @@ size_t encodeCharacter(char32_t code, CFStringEncoding encoding, uint8_t *out) n
             out[1] = static_cast<uint8_t>(0x80 | (code & 0x3f));
             return 2;
         }
+        if (isSurrogate(code))
+            return 0;
         if (code < 0x10000)
         {
             out[0] = static_cast<uint8_t>(0xe0 | code >> 12);
@@ -160,37 +136,125 @@ size_t encodeCharacter(char32_t code, CFStringEncoding encoding, uint8_t *out) n
         out[2] = static_cast<uint8_t>(0x80 | (code >> 6 & 0x3f));
         out[3] = static_cast<uint8_t>(0x80 | (code & 0x3f));
         return 4;
-    case kCFStringEncodingUTF16BE:
-    case kCFStringEncodingUTF16LE:
-    {
-        char16_t units[2];
-        const size_t count = putUtf16(code, units);
-        for (size_t index = 0; index < count; ++index)
-            store(out + 2 * index, wideForm(encoding), units[index]);
-        return 2 * count;
     }
-    case kCFStringEncodingUTF32BE:
-    case kCFStringEncodingUTF32LE:
+    else if constexpr (encoding == kCFStringEncodingUTF32BE || encoding == kCFStringEncodingUTF32LE)
+    {
+        constexpr auto order = encoding == kCFStringEncodingUTF32BE ? std::endian::big : std::endian::little;
         if (isSurrogate(code))
             return 0;
-        store(out, wideForm(encoding), code);
+        store<uint32_t, order>(out, code);
         return 4;
-    default:
+    }
+    else
+    {
         if (code >= (encoding == kCFStringEncodingISOLatin1 ? 0x100u : 0x80u))
             return 0;
         out[0] = static_cast<uint8_t>(code);
         return 1;
     }
 }
-} // namespace
 
-Character characterAt(const Units &units, size_t index) noexcept
+// The units come by value: through a reference every byte written might change them.
+template <CFStringEncoding encoding>
+Encoded encodeCharacters(Units units, uint8_t lossByte, uint8_t *out, size_t room) noexcept
 {
-    const char32_t unit = units[index];
-    if (isHighSurrogate(unit) && index + 1 < units.length && isLowSurrogate(units[index + 1]))
-        return {0x10000 + ((unit & 0x3ff) << 10) + (units[index + 1] & 0x3ffu), 2};
-    return {unit, 1};
+    // Below this a character is one byte of its own value.
+    constexpr bool isWide = encoding == kCFStringEncodingUTF32BE || encoding == kCFStringEncodingUTF32LE;
+    constexpr char16_t kOneByte = isWide ? 0 : encoding == kCFStringEncodingISOLatin1 ? 0x100 : 0x80;
+    Encoded done{0, 0};
+    while (done.units < units.length)
+    {
+        // Most texts are runs of characters that are one byte; without a buffer there is no end to reach.
+        if constexpr (kOneByte != 0)
+        {
+            const size_t left = units.length - done.units;
+            const size_t most = out == nullptr ? left : std::min(left, room - done.bytes);
+            const char16_t *from = units.wide + done.units;
+            size_t run = 0;
+            if (out == nullptr)
+                while (run < most && from[run] < kOneByte)
+                    ++run;
+            else
+                for (; run < most && from[run] < kOneByte; ++run)
+                    out[done.bytes + run] = static_cast<uint8_t>(from[run]);
+            done.units += run;
+            done.bytes += run;
+            if (done.units == units.length)
+                break;
+        }
+        const Character character = characterAt(units, done.units);
+        // Straight to its place where any character fits, else only when its size is known.
+        uint8_t aside[4];
+        const bool fits = out != nullptr && room - done.bytes >= sizeof aside;
+        uint8_t *to = fits ? out + done.bytes : aside;
+        size_t size = encodeCharacter<encoding>(character.code, to);
+        if (size == 0 && lossByte != 0)
+            size = encodeCharacter<encoding>(lossByte, to);
+        if (size == 0)
+            break;
+        if (out != nullptr && !fits)
+        {
+            if (size > room - done.bytes)
+                break;
+            std::memcpy(out + done.bytes, aside, size);
+        }
+        done.units += character.units;
+        done.bytes += size;
+    }
+    return done;
 }
+
+// Every unit has its form here, a lone surrogate too; a pair is not cut where the room ends.
+template <std::endian order>
+Encoded encodeUtf16(Units units, uint8_t *out, size_t room) noexcept
+{
+    size_t count = units.length;
+    if (out != nullptr && room / 2 < count)
+    {
+        count = room / 2;
+        if (count > 0 && isHighSurrogate(units[count - 1]) && isLowSurrogate(units[count]))
+            --count;
+    }
+    if (out != nullptr)
+    {
+        for (size_t index = 0; index < count; ++index)
+            store<uint16_t, order>(out + 2 * index, units[index]);
+    }
+    return {count, 2 * count};
+}
+
+template <std::endian order>
+size_t utf16FromUtf16(std::span<const uint8_t> bytes, char16_t *out) noexcept
+{
+    const size_t count = bytes.size() / 2;
+    for (size_t index = 0; index < count; ++index)
+        out[index] = load<char16_t, order>(bytes.data() + 2 * index);
+    return count;
+}
+
+template <std::endian order>
+std::optional<size_t> utf16FromUtf32(std::span<const uint8_t> bytes, char16_t *out) noexcept
+{
+    char16_t *to = out;
+    for (size_t index = 0; index + 4 <= bytes.size(); index += 4)
+    {
+        const auto code = load<char32_t, order>(bytes.data() + index);
+        if (code > 0x10ffff || isSurrogate(code))
+            return std::nullopt;
+        to += putUtf16(code, to);
+    }
+    return static_cast<size_t>(to - out);
+}
+
+template <std::endian order>
+size_t utf16BoundOfUtf32(std::span<const uint8_t> bytes) noexcept
+{
+    size_t count = 0;
+    for (size_t index = 0; index + 4 <= bytes.size(); index += 4)
+        count += load<char32_t, order>(bytes.data() + index) >= 0x10000 ? 2 : 1;
+    return count;
+}
+} // namespace
 
 size_t asciiPrefixPortable(std::span<const uint8_t> bytes) noexcept
 {
@@ -297,28 +361,13 @@ std::optional<size_t> decode(std::span<const uint8_t> bytes, CFStringEncoding en
         widenPortable(bytes, out);
         return bytes.size();
     case kCFStringEncodingUTF16BE:
+        return utf16FromUtf16<std::endian::big>(bytes, out);
     case kCFStringEncodingUTF16LE:
-    {
-        const WideForm form = wideForm(encoding);
-        const size_t count = bytes.size() / 2;
-        for (size_t index = 0; index < count; ++index)
-            out[index] = static_cast<char16_t>(load(bytes.data() + 2 * index, form));
-        return count;
-    }
+        return utf16FromUtf16<std::endian::little>(bytes, out);
     case kCFStringEncodingUTF32BE:
+        return utf16FromUtf32<std::endian::big>(bytes, out);
     case kCFStringEncodingUTF32LE:
-    {
-        const WideForm form = wideForm(encoding);
-        char16_t *to = out;
-        for (size_t index = 0; index + 4 <= bytes.size(); index += 4)
-        {
-            const char32_t code = load(bytes.data() + index, form);
-            if (code > 0x10ffff || isSurrogate(code))
-                return std::nullopt;
-            to += putUtf16(code, to);
-        }
-        return static_cast<size_t>(to - out);
-    }
+        return utf16FromUtf32<std::endian::little>(bytes, out);
     default: // ASCII is only ever copied: a byte above 7F brought us here
         return std::nullopt;
     }
@@ -326,7 +375,6 @@ std::optional<size_t> decode(std::span<const uint8_t> bytes, CFStringEncoding en
 
 size_t utf16Bound(std::span<const uint8_t> bytes, CFStringEncoding encoding) noexcept
 {
-    const WideForm form = wideForm(encoding);
     size_t count = 0;
     switch (encoding)
     {
@@ -334,13 +382,15 @@ size_t utf16Bound(std::span<const uint8_t> bytes, CFStringEncoding encoding) noe
         for (const uint8_t byte : bytes)
             count += static_cast<size_t>(!isContinuation(byte)) + static_cast<size_t>(byte >= 0xf0);
         return count;
+    case kCFStringEncodingUTF16BE:
+    case kCFStringEncodingUTF16LE:
+        return bytes.size() / 2;
     case kCFStringEncodingUTF32BE:
+        return utf16BoundOfUtf32<std::endian::big>(bytes);
     case kCFStringEncodingUTF32LE:
-        for (size_t index = 0; index + 4 <= bytes.size(); index += 4)
-            count += load(bytes.data() + index, form) >= 0x10000 ? 2 : 1;
-        return count;
+        return utf16BoundOfUtf32<std::endian::little>(bytes);
     default:
-        return bytes.size() / form.width;
+        return bytes.size();
     }
 }
 
@@ -367,28 +417,34 @@ size_t maximumBytesPerUnit(CFStringEncoding encoding) noexcept
 Encoded encode(const Units &units, CFStringEncoding encoding, uint8_t lossByte, uint8_t *out,
                size_t room) noexcept
 {
-    if (units.narrow != nullptr && wideForm(encoding).width == 1)
+    switch (encoding)
+    {
+    case kCFStringEncodingUTF16BE:
+        return encodeUtf16<std::endian::big>(units, out, room);
+    case kCFStringEncodingUTF16LE:
+        return encodeUtf16<std::endian::little>(units, out, room);
+    case kCFStringEncodingUTF32BE:
+        return encodeCharacters<kCFStringEncodingUTF32BE>(units, lossByte, out, room);
+    case kCFStringEncodingUTF32LE:
+        return encodeCharacters<kCFStringEncodingUTF32LE>(units, lossByte, out, room);
+    default:
+        break;
+    }
+    if (units.narrow != nullptr)
     {
         const size_t count = out == nullptr || units.length < room ? units.length : room;
         if (out != nullptr && count > 0)
             std::memcpy(out, units.narrow, count);
         return {count, count};
     }
-    Encoded done{0, 0};
-    while (done.units < units.length)
+    switch (encoding)
     {
-        const Character character = characterAt(units, done.units);
-        uint8_t bytes[4];
-        size_t size = encodeCharacter(character.code, encoding, bytes);
-        if (size == 0 && lossByte != 0)
-            size = encodeCharacter(lossByte, encoding, bytes);
-        if (size == 0 || (out != nullptr && size > room - done.bytes))
-            break;
-        if (out != nullptr)
-            std::memcpy(out + done.bytes, bytes, size);
-        done.units += character.units;
-        done.bytes += size;
+    case kCFStringEncodingUTF8:
+        return encodeCharacters<kCFStringEncodingUTF8>(units, lossByte, out, room);
+    case kCFStringEncodingISOLatin1:
+        return encodeCharacters<kCFStringEncodingISOLatin1>(units, lossByte, out, room);
+    default:
+        return encodeCharacters<kCFStringEncodingASCII>(units, lossByte, out, room);
     }
-    return done;
 }
 } // namespace kiv::text

@@ -35,11 +35,26 @@ struct Character
     char32_t code;
     size_t units;
 };
-[[nodiscard]] Character characterAt(const Units &units, size_t index) noexcept;
 
 [[nodiscard]] constexpr bool isSurrogate(char32_t code) noexcept
 {
     return code >= 0xd800 && code <= 0xdfff;
+}
+[[nodiscard]] constexpr bool isHighSurrogate(char32_t unit) noexcept
+{
+    return (unit & 0xfffffc00) == 0xd800;
+}
+[[nodiscard]] constexpr bool isLowSurrogate(char32_t unit) noexcept
+{
+    return (unit & 0xfffffc00) == 0xdc00;
+}
+
+[[nodiscard]] inline Character characterAt(const Units &units, size_t index) noexcept
+{
+    const char32_t unit = units[index];
+    if (isHighSurrogate(unit) && index + 1 < units.length && isLowSurrogate(units[index + 1]))
+        return {0x10000 + ((unit & 0x3ff) << 10) + (units[index + 1] & 0x3ffu), 2};
+    return {unit, 1};
 }
 
 // How many bytes at the start are below 0x80, and how many units.

@@ -1,0 +1,611 @@
+// kivcs2 as a user runs it: arguments and input in; output, errors, exit code and files out.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using Json = nlohmann::json;
+using Words = std::vector<std::string>;
+
+std::string slurp(const fs::path &path)
+{
+    std::ifstream file{path, std::ios::binary};
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+void spill(const fs::path &path, const std::string &text)
+{
+    std::ofstream{path, std::ios::binary} << text;
+}
+
+struct Result
+{
+    int code = -1; ///< exit code, or 128 + signal
+    std::string out, err;
+    long kilobytes = 0; ///< peak resident size
+};
+
+class Command : public testing::Test
+{
+protected:
+    Command()
+    {
+        std::string name = (fs::temp_directory_path() / "kivcs2-test-XXXXXX").string();
+        m_folder = mkdtemp(name.data());
+    }
+    ~Command() override
+    {
+        fs::remove_all(m_folder);
+    }
+
+    [[nodiscard]] fs::path path(const std::string &name) const
+    {
+        return m_folder / name;
+    }
+    std::string write(const std::string &name, const std::string &text) const
+    {
+        spill(path(name), text);
+        return path(name).string();
+    }
+
+    // `out` of -1 collects standard output; otherwise it is given to the command as it is.
+    Result run(const Words &arguments, const std::string &input = "", int out = -1) const
+    {
+        const fs::path in = path(".in"), outPath = path(".out"), errPath = path(".err");
+        spill(in, input);
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            const int inFile = open(in.c_str(), O_RDONLY);
+            const int outFile = out >= 0 ? out : open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            const int errFile = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            dup2(inFile, 0);
+            dup2(outFile, 1);
+            dup2(errFile, 2);
+            std::vector<char *> words{const_cast<char *>("kivcs2")};
+            for (const std::string &word : arguments)
+                words.push_back(const_cast<char *>(word.c_str()));
+            words.push_back(nullptr);
+            execv(KIV_COMMAND, words.data());
+            _exit(127);
+        }
+        Result result;
+        int status = 0;
+        rusage usage{};
+        wait4(child, &status, 0, &usage);
+        result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        result.out = out >= 0 ? "" : slurp(outPath);
+        result.err = slurp(errPath);
+        result.kilobytes = usage.ru_maxrss;
+        for (const fs::path &file : {in, outPath, errPath})
+            fs::remove(file);
+        return result;
+    }
+
+    Json json(Words arguments, int code = 0) const
+    {
+        arguments.push_back("--json");
+        const Result result = run(arguments);
+        EXPECT_EQ(result.code, code) << result.err;
+        return Json::parse(result.out, nullptr, false);
+    }
+
+    // Files of the test's folder: what a conversion must not leave behind.
+    Words files() const
+    {
+        Words names;
+        for (const auto &entry : fs::directory_iterator{m_folder})
+            names.push_back(entry.path().filename().string());
+        return names;
+    }
+
+private:
+    fs::path m_folder;
+};
+
+const std::string kSCC = "Scenarist_SCC V1.0\n\n";
+
+std::string pairs(size_t number)
+{
+    std::string text;
+    for (size_t index = 0; index < number; ++index)
+        text += (index > 0 ? " " : "") + std::string{index % 2 == 0 ? "c1c2" : "4343"};
+    return text;
+}
+
+// ---- words, exit codes, one-line errors ----
+
+TEST_F(Command, AnswersSmallQuestions)
+{
+    struct Row
+    {
+        Words arguments;
+        int code;
+        std::string out; ///< contained in the output
+        std::string err; ///< contained in the errors; empty: there are none
+    };
+    const std::vector<Row> rows = {
+        {{"--version"}, 0, "kivcs2 ", ""},
+        {{"--help"}, 0, "Exit codes: 0 yes, 1 no", ""},
+        {{"caption", "convert", "--help"}, 0, "--sparse", ""},
+        {{}, 2, "", "subcommand"},
+        {{"nonsense"}, 2, "", "nonsense"},
+        {{"tc", "nonsense"}, 2, "", "unknown word \"nonsense\""},
+        {{"tc", "show", "10:00:00:00", "--bogus"}, 2, "", "--bogus"},
+        {{"tc", "show", "00:01:00;02"}, 0, "Frames since midnight  1800\n", ""},
+        {{"tc", "show", "00:01:00;02"}, 0, "drop-frame (because of \";\")", ""},
+        {{"tc", "show", "00:01:00:00"}, 0, "non-drop (no --rate given)", ""},
+        {{"tc", "show", "00:01:00:02", "--rate", "29.97"}, 0, "1802", ""},
+        {{"tc", "show", "00:01:00:02", "--rate", "29.97df"}, 0, "1800", ""},
+        {{"tc", "show", "00:01:00;00"}, 3, "", "names no frame"},
+        {{"tc", "show", "00:01:00;02", "--rate", "25"}, 2, "", "drops no frame numbers"},
+        {{"tc", "show", "10:00"}, 3, "", "not a timecode"},
+        {{"tc", "show", "31.2.2024 10:00:00:00"}, 3, "", "the month is shorter"},
+        {{"tc", "add", "23:59:59:24", "1", "--rate", "25"}, 0, "00:00:00:00", ""},
+        {{"tc", "add", "28.2.2024 23:59:59:24", "1", "--rate", "25"}, 0, "29.2.2024 00:00:00:00", ""},
+        {{"tc", "sub", "00:00:00:00", "1", "--rate", "25"}, 0, "23:59:59:24", ""},
+        {{"tc", "diff", "00:00:59;29", "00:01:00;02"}, 0, "Frames      1\n", ""},
+        {{"tc", "diff", "2.1.2024 01:00:00:00", "31.12.2023 23:00:00:00", "--rate", "25"},
+         0,
+         "Frames      -2340000\n",
+         ""},
+        {{"tc", "diff", "00:00:00;00", "00:00:00:00"}, 2, "", "counted differently"},
+        {{"tc", "convert", "10:00:00:00", "--rate", "24", "--to", "23.98"}, 0, "09:59:24:01", ""},
+        {{"tc", "convert", "01:00:00;00", "--to", "25", "--keep-digits"}, 0, "01:00:00:00", ""},
+        {{"tc", "bcd", "12:34:56:12", "--rate", "25"}, 0, "0x12345612", ""},
+        {{"tc", "bcd", "0x12345612", "--rate", "25"}, 0, "12:34:56:12", ""},
+        {{"tc", "bcd", "0x1234561f"}, 3, "", "no decimal digit"},
+        {{"rate", "29.97"}, 0, "29.97df   30000/1001     2589408  2 a minute", ""},
+        {{"rate", "31"}, 2, "", "unknown rate"},
+        {{"format", "1080p59.94a"}, 0, "0x54102601", ""},
+        {{"format", "0x54222701"}, 0, "1080p60b RGBA", ""},
+        {{"format", "1080p61"}, 1, "", "KIVCS2STATUS_VIDEO_FORMAT_ERR 0x80000031"},
+        {{"status", "0x8000000b"}, 0, "KIVCS2STATUS_CAPTION_ERR 0x8000000b", ""},
+        {{"status", "caption_err"}, 0, "0x8000000b", ""},
+        {{"status", "0x12345678"}, 1, "", "no status"},
+        {{"caption", "decode", "942c", "c8e9", "9137", "91ae", "92a1"}, 0, "erase displayed memory", ""},
+        {{"caption", "decode", "942c94"}, 3, "", "four hexadecimal digits"},
+        {{"caption", "info", "/nowhere.scc"}, 4, "", "kivcs2: /nowhere.scc: No such file or directory\n"},
+        {{"caption", "info", "/tmp"}, 4, "", "Is a directory"},
+        {{"crc", "/nowhere"}, 4, "", "No such file"},
+        {{"cdp", "parse", "--hex", "96694B"}, 3, "", "no caption distribution packet"},
+        {{"cdp", "build", "--sequence", "65536"}, 2, "", "sequence"},
+    };
+    for (const Row &row : rows)
+    {
+        std::string line;
+        for (const std::string &word : row.arguments)
+            line += word + " ";
+        SCOPED_TRACE(line);
+        const Result result = run(row.arguments);
+        EXPECT_EQ(result.code, row.code) << result.err;
+        EXPECT_THAT(result.out, HasSubstr(row.out));
+        if (row.err.empty())
+            EXPECT_THAT(result.err, IsEmpty());
+        else
+        {
+            EXPECT_THAT(result.err, StartsWith("kivcs2: "));
+            EXPECT_THAT(result.err, HasSubstr(row.err));
+            EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        }
+    }
+}
+
+TEST_F(Command, KnowsEveryStatusOfTheHeader)
+{
+    const std::string header = slurp(KIV_BASE_HEADER);
+    const std::regex define{R"(#define (KIVCS2STATUS_\w+)\s+(?:\\\s+)?(0x[0-9a-f]{8})u)"};
+    const Json known = json({"status"});
+    size_t count = 0;
+    for (std::sregex_iterator at{header.begin(), header.end(), define}, end; at != end; ++at, ++count)
+    {
+        ASSERT_LT(count, known.size());
+        EXPECT_EQ(known[count]["name"], (*at)[1].str());
+        EXPECT_EQ(known[count]["value"], (*at)[2].str());
+    }
+    EXPECT_EQ(count, known.size());
+    EXPECT_GT(count, 50u);
+}
+
+TEST_F(Command, ListsEveryVideoFormat)
+{
+    const Json formats = json({"format"});
+    EXPECT_EQ(formats.size(), 75u);
+}
+
+// ---- captions ----
+
+TEST_F(Command, ConvertsVerifiesAndShowsTheExample)
+{
+    const std::string target = path("captions.mcc").string();
+    const Json report = json({"caption", "convert", KIV_EXAMPLE_SCC, target});
+    EXPECT_EQ(report["in"], (Json{{"lines", 11}, {"pairs", 163}, {"captions", 7}}));
+    EXPECT_EQ(report["out"],
+              (Json{{"packets", 1920}, {"pairs", 163}, {"captions", 7}, {"emptyPackets", 1757}}));
+    EXPECT_EQ(run({"caption", "verify", target, "--against", KIV_EXAMPLE_SCC}).code, 0);
+
+    // What a viewer sees is the same before and after.
+    const Result before = run({"caption", "show", KIV_EXAMPLE_SCC, "--captions"});
+    const Result after = run({"caption", "show", target, "--captions"});
+    EXPECT_EQ(before.out, after.out);
+    EXPECT_THAT(after.out,
+                HasSubstr("01:00:11;26  01:00:14;07  CC1  roll-up  >> It is a señal of hope, café\n"));
+    EXPECT_THAT(after.out, HasSubstr("01:00:58;24  01:01:04;00  CC1  paint-on Weather: dry until noon,\n"));
+
+    EXPECT_THAT(run({"caption", "at", target, "01:00:00;27"}).out, HasSubstr("end of caption"));
+    EXPECT_EQ(run({"caption", "at", target, "02:00:00;00"}).code, 1);
+
+    // Every frame of a continuous file has one line; a sparse one has the pairs' frames only.
+    const std::string sparse = path("sparse.mcc").string();
+    EXPECT_EQ(json({"caption", "convert", KIV_EXAMPLE_SCC, sparse, "--sparse"})["out"]["packets"], 163);
+    EXPECT_EQ(run({"caption", "verify", sparse, "--against", KIV_EXAMPLE_SCC}).code, 0);
+
+    // Version 1 to 2 keeps every packet and the header's texts.
+    const std::string second = path("second.mcc").string();
+    EXPECT_EQ(json({"caption", "convert", target, second})["out"]["version"], 2);
+    EXPECT_EQ(run({"caption", "verify", second, "--against", target}).code, 0);
+    EXPECT_EQ(json({"caption", "info", second})["uuid"], json({"caption", "info", target})["uuid"]);
+}
+
+TEST_F(Command, WorksThroughStandardInputAndOutput)
+{
+    const std::string source = slurp(KIV_EXAMPLE_SCC);
+    const Result mcc = run({"caption", "convert", "-", "-"}, source);
+    ASSERT_EQ(mcc.code, 0) << mcc.err;
+    EXPECT_THAT(mcc.out, StartsWith("File Format=MacCaption_MCC V1.0\n"));
+    EXPECT_THAT(mcc.err, HasSubstr("\"verified\":true"));
+    EXPECT_EQ(run({"caption", "verify", "-", "--against", KIV_EXAMPLE_SCC}, mcc.out).code, 0);
+    EXPECT_THAT(run({"caption", "info", "-"}, mcc.out).out, HasSubstr("1920, of them 1920"));
+    EXPECT_THAT(run({"crc", "-"}, "123456789").out, HasSubstr("cbf43926      9  -\n"));
+}
+
+// No line of a file is lost, whatever its timecode.
+TEST_F(Command, AccountsForEveryPair)
+{
+    struct Row
+    {
+        const char *name;
+        std::string lines;
+        int pairs, delayed, backwards, same;
+    };
+    const std::vector<Row> rows = {
+        {"in order", "00:00:01;00\tc1c2 4343\n\n00:00:02;00\tc1c2\n", 3, 0, 0, 0},
+        {"overlapping", "00:00:01;00\t" + pairs(40) + "\n\n00:00:02;00\tc1c2 4343\n", 42, 2, 0, 0},
+        {"back in time", "00:00:09;00\tc1c2\n\n00:00:01;00\t4343 c1c2\n", 3, 0, 1, 0},
+        {"same timecode", "00:00:01;00\tc1c2\n\n00:00:01;00\t4343\n", 2, 1, 0, 1},
+        {"more pairs than a record holds", "00:00:01;00\t" + pairs(300) + "\n\n00:00:30;00\tc1c2\n", 301, 0,
+         0, 0},
+        {"CR LF, blanks, no last line end", "00:00:01;00\tc1c2 \r\n\r\n00:00:02;00\t4343", 2, 0, 0, 0},
+        {"a line without pairs", "00:00:01;00\t\n\n00:00:02;00\tc1c2\n", 1, 0, 0, 0},
+        {"comments", "// a comment\n00:00:01;00\tc1c2\n", 1, 0, 0, 0},
+        {"upper case", "00:00:01;00\tC1C2\n", 1, 0, 0, 0},
+    };
+    for (const Row &row : rows)
+        for (const char *mark : {"", "\xEF\xBB\xBF"})
+        {
+            SCOPED_TRACE(row.name);
+            const std::string source = write("in.scc", mark + kSCC + row.lines);
+            const std::string target = path("out.mcc").string();
+            const Json report = json({"caption", "convert", source, target});
+            EXPECT_EQ(report["in"]["pairs"], row.pairs);
+            EXPECT_EQ(report["out"]["pairs"], row.pairs);
+            EXPECT_EQ(report["delayedPairs"], row.delayed);
+            EXPECT_EQ(report["linesBackInTime"], row.backwards);
+            EXPECT_EQ(report["linesWithSameTimecode"], row.same);
+            EXPECT_EQ(run({"caption", "verify", target, "--against", source}).code, 0);
+        }
+}
+
+TEST_F(Command, CountsAsTheFileSays)
+{
+    struct Row
+    {
+        std::string separator;
+        Words options;
+        std::string rate;    ///< "Time Code Rate="
+        std::string cdpRate; ///< of the packets
+        int triplets;
+    };
+    const std::vector<Row> rows = {
+        {";", {}, "30DF", "29.97", 20},
+        {":", {}, "30", "29.97", 20},
+        {":", {"--rate", "29.97df"}, "30DF", "29.97", 20},
+        {":", {"--rate", "30"}, "30", "30", 20},
+        {":", {"--rate", "25"}, "25", "25", 24},
+        {":", {"--rate", "24"}, "24", "24", 25},
+        {":", {"--rate", "23.98"}, "24", "23.98", 25},
+    };
+    for (const Row &row : rows)
+    {
+        const std::string source = write("in.scc", kSCC + "00:00:01" + row.separator + "02\tc1c2\n");
+        const std::string target = path("out.mcc").string();
+        Words words{"caption", "convert", source, target};
+        words.insert(words.end(), row.options.begin(), row.options.end());
+        ASSERT_EQ(run(words).code, 0) << row.cdpRate;
+        EXPECT_THAT(slurp(target), HasSubstr("Time Code Rate=" + row.rate + "\n"));
+        EXPECT_EQ(json({"caption", "info", target})["cdpFrameRate"], row.cdpRate);
+        EXPECT_EQ(run({"caption", "verify", target}).code, 0);
+    }
+    // Line 21 has one pair a frame only up to 30 frames a second.
+    const std::string source = write("in.scc", kSCC + "00:00:01:02\tc1c2\n");
+    EXPECT_EQ(run({"caption", "convert", source, path("x.mcc").string(), "--rate", "50"}).code, 5);
+}
+
+TEST_F(Command, NamesTheLineThatIsWrong)
+{
+    struct Row
+    {
+        std::string lines;
+        const char *where;
+        const char *what;
+    };
+    const std::vector<Row> rows = {
+        {kSCC + "00:00:01;00\tc1c2\n\n00:01:00;00\tc1c2\n",
+         ":5: ", "names no frame of the counting in use (KIVCS2STATUS_INVALID_TIMECODE_ERR 0x80000030)"},
+        {kSCC + "00:00:01;00\tc1c2,4343\n",
+         ":3: ", "\",\" in column 17 stands for nothing (KIVCS2STATUS_CAPTION_ERR 0x8000000b)"},
+        {kSCC + "00:00:01;00 c1c2\n", ":3: ", "a space where the tab"},
+        {kSCC + "00:00:01;00\tc1c2 4\n", ":3: ", "5 hexadecimal digits are no whole byte pairs"},
+        {kSCC + "00:00:01;00\tc1c2 43\n", ":3: ", "6 hexadecimal digits are no whole byte pairs"},
+        {kSCC + "00:00:01;00\t" + pairs(300) + "x\n", ":3: ", "stands for nothing"},
+        {kSCC + "\r\n\r\nnothing here\n", ":5: ", "no caption line"},
+        {kSCC, ": ", "holds no caption pairs"},
+        {"", ": ", "KIVCS2STATUS_HEADER_ERR"},
+        {"Scenarist_SCC V2.0\n", ":1: ", "neither SCC nor MCC"},
+        {"\xFF\xFES\0c\0", ": ", "UTF-16"},
+        {std::string(300000, 'x'), ":1: ", "a line of more than"},
+        {"File Format=MacCaption_MCC V1.0\n\nTime Code Rate=48\n", ":3: ", "KIVCS2STATUS_FRAME_RATE_ERR"},
+        {"File Format=MacCaption_MCC V1.0\n\n00:00:01:00\tT5252\n", ": ", "no \"Time Code Rate=\""},
+        {"File Format=MacCaption_MCC V1.0\nTime Code Rate=25\n00:00:01:00\tT525\n", ":3: ", "no whole bytes"},
+    };
+    for (const Row &row : rows)
+    {
+        SCOPED_TRACE(row.what);
+        const std::string source = write("in.scc", row.lines);
+        const Result result = run({"caption", "convert", source, path("out.mcc").string()});
+        EXPECT_EQ(result.code, 3);
+        EXPECT_THAT(result.err, StartsWith("kivcs2: " + source + row.where));
+        EXPECT_THAT(result.err, HasSubstr(row.what));
+        EXPECT_THAT(files(), testing::ElementsAre("in.scc")); // no target, no half-written file
+    }
+    // --keep-going tells them and goes on.
+    const std::string source = write("in.scc", kSCC + "00:00:01;00\tc1c2,\n\n00:00:02;00\tc1c2\n");
+    const Result result = run({"caption", "convert", source, path("out.mcc").string(), "--keep-going"});
+    EXPECT_EQ(result.code, 0);
+    EXPECT_THAT(result.err, HasSubstr(source + ":3: "));
+    EXPECT_EQ(json({"caption", "info", source}, 3)["malformedLines"], 1);
+}
+
+TEST_F(Command, VerifyFindsWhatIsWrong)
+{
+    const std::string target = path("good.mcc").string();
+    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, target}).code, 0);
+    const std::string good = slurp(target);
+    const auto edit = [&](const std::string &from, const std::string &to)
+    {
+        std::string text = good;
+        const auto at = text.find(from);
+        EXPECT_NE(at, std::string::npos) << from;
+        return text.replace(at, from.size(), to);
+    };
+    struct Row
+    {
+        const char *check;
+        std::string text;
+    };
+    const std::string line2 =
+        good.substr(good.find("\n01:00:00:01"), good.find("\n01:00:00:02") - good.find("\n01:00:00:01"));
+    const std::vector<Row> rows = {
+        {"lines", edit("\n01:00:00:01\t", "\n01:00:00:01\tx")},
+        {"packets", edit("72F4FC94AE", "72F4FC94AF")}, // CDP and packet checksums no longer fit
+        {"packets", edit("\tT52S", "\tT51S")},
+        {"sequence", edit(line2, "")},
+        {"timecodes", edit(line2, line2 + line2)},
+        {"timecodes", edit("\n01:00:00:05\t", "\n00:59:59:29\t")},
+        {"frame rate", edit("Time Code Rate=30DF", "Time Code Rate=25")},
+        {"pairs", edit("\n01:00:00:05\t", "\n01:30:00:05\t")},
+    };
+    for (const Row &row : rows)
+    {
+        SCOPED_TRACE(row.check);
+        const std::string bad = write("bad.mcc", row.text);
+        const Json report = json({"caption", "verify", bad, "--against", KIV_EXAMPLE_SCC}, 1);
+        EXPECT_FALSE(report["ok"]);
+        for (const Json &check : report["checks"])
+        {
+            if (check["check"] == row.check)
+            {
+                EXPECT_FALSE(check["ok"]) << check["detail"];
+            }
+        }
+    }
+}
+
+TEST_F(Command, KeepsParityUnlessAskedTo)
+{
+    const std::string source = write("in.scc", kSCC + "00:00:01;00\t4142 c1c2\n");
+    const std::string target = path("out.mcc").string();
+    EXPECT_EQ(json({"caption", "convert", source, target})["pairsWithWrongParity"], 1);
+    EXPECT_EQ(run({"caption", "verify", target, "--against", source}).code, 1);
+    EXPECT_EQ(json({"caption", "convert", source, target, "--fix-parity"})["pairsWithParityRepaired"], 1);
+    EXPECT_EQ(run({"caption", "verify", target, "--against", source, "--fix-parity"}).code, 0);
+}
+
+// ---- files that appear whole or not at all ----
+
+TEST_F(Command, ReplacesATargetWholeAndKeepsItsMode)
+{
+    const std::string target = write("out.mcc", "old");
+    fs::permissions(target, fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink("out.mcc", path("link.mcc"));
+    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, path("link.mcc").string()}).code, 0);
+    EXPECT_TRUE(fs::is_symlink(path("link.mcc")));
+    EXPECT_THAT(slurp(target), StartsWith("File Format="));
+    EXPECT_EQ(fs::status(target).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+
+    const std::string before = slurp(target);
+    const std::string source = write("bad.scc", kSCC + "00:00:01;00\tc1c2\nbad\n");
+    EXPECT_EQ(run({"caption", "convert", source, target}).code, 3);
+    EXPECT_EQ(slurp(target), before);
+    EXPECT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, path("no/out.mcc").string()}).code, 4);
+    EXPECT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, path("").string()}).code, 4);
+}
+
+TEST_F(Command, ReportsAFullDisk)
+{
+    for (const Words &words : {Words{"format"}, Words{"caption", "convert", KIV_EXAMPLE_SCC, "-"}})
+    {
+        const int full = open("/dev/full", O_WRONLY);
+        const Result result = run(words, "", full);
+        close(full);
+        EXPECT_EQ(result.code, 4);
+        EXPECT_THAT(result.err, HasSubstr("standard output: No space left on device"));
+    }
+    EXPECT_THAT(run({"caption", "convert", KIV_EXAMPLE_SCC, "/dev/full"}).err,
+                HasSubstr("/dev/full: No space left on device"));
+}
+
+TEST_F(Command, EndsSilentlyWhenItsReaderHasGone)
+{
+    for (const Words &words : {Words{"format"}, Words{"caption", "show", KIV_EXAMPLE_SCC},
+                               Words{"status", "--json"}, Words{"caption", "convert", KIV_EXAMPLE_SCC, "-"}})
+    {
+        int ends[2];
+        ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        close(ends[0]);
+        const Result result = run(words, "", ends[1]);
+        close(ends[1]);
+        EXPECT_EQ(result.code, 0) << words[0];
+        // A conversion's summary may come before its reader turns out to be gone.
+        EXPECT_THAT(result.err, IsEmpty());
+    }
+}
+
+TEST_F(Command, ColoursATerminalOnlyAndNeverUnderNoColor)
+{
+    const auto onTerminal = [&](bool noColour)
+    {
+        int master = -1;
+        const int child = forkpty(&master, nullptr, nullptr, nullptr);
+        if (child == 0)
+        {
+            noColour ? setenv("NO_COLOR", "1", 1) : unsetenv("NO_COLOR");
+            execl(KIV_COMMAND, "kivcs2", "status", "0", nullptr);
+            _exit(127);
+        }
+        std::string text;
+        char block[512];
+        for (ssize_t got; (got = read(master, block, sizeof block)) > 0;)
+            text.append(block, static_cast<size_t>(got));
+        close(master);
+        waitpid(child, nullptr, 0);
+        return text;
+    };
+    EXPECT_THAT(onTerminal(false), HasSubstr("\x1b[1m"));
+    EXPECT_THAT(onTerminal(true), testing::Not(HasSubstr("\x1b")));
+    EXPECT_THAT(run({"status", "0"}).out, testing::Not(HasSubstr("\x1b")));
+}
+
+TEST_F(Command, ReadsLongFilesInLittleMemory)
+{
+    // Every packet of the example's file again and again: about 190,000 lines, 11 MB.
+    const std::string once = path("once.mcc").string();
+    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, once}).code, 0);
+    const std::string text = slurp(once);
+    const size_t start = text.find("\n01:");
+    {
+        std::ofstream file{path("long.mcc")};
+        file << text;
+        for (int times = 1; times < 100; ++times)
+            file << text.substr(start + 1);
+    }
+    [[maybe_unused]] const Result small = run({"tc", "show", "0"});
+    const Result large = run({"caption", "info", path("long.mcc").string()});
+    EXPECT_EQ(large.code, 0) << large.err;
+    EXPECT_THAT(large.out, HasSubstr("192000, of them 192000"));
+#ifndef __SANITIZE_ADDRESS__ // which keeps freed memory back
+    EXPECT_LT(large.kilobytes - small.kilobytes, 10 * 1024);
+#endif
+}
+
+// ---- packets and text ----
+
+TEST_F(Command, BuildsParsesAndFindsPackets)
+{
+    const Result built = run({"cdp", "build", "--field1", "9420", "--sequence", "4660"});
+    EXPECT_THAT(built.out, HasSubstr("9669524F67123472F4FC9420FD8080"));
+    const Result parsed = run({"cdp", "parse", "-"}, built.out);
+    EXPECT_EQ(parsed.code, 0) << parsed.err;
+    EXPECT_THAT(parsed.out, HasSubstr("resume caption loading"));
+    std::string damaged = built.out;
+    damaged[20] = damaged[20] == '0' ? '1' : '0';
+    EXPECT_EQ(run({"cdp", "parse", "-"}, damaged).code, 3);
+
+    for (const char *rate : {"23.98", "24", "25", "29.97", "30", "50", "59.94", "60"})
+    {
+        const Result other = run({"cdp", "build", "--rate", rate, "--sdi", "--atom"});
+        EXPECT_EQ(run({"cdp", "parse", "-"}, other.out).code, 0) << rate;
+    }
+
+    // As ancillary packets of 8-bit words, one behind a byte of something else.
+    const std::string cdp = run({"cdp", "build", "--binary"}).out;
+    ASSERT_EQ(cdp.size(), 82u);
+    std::string packet = "\x61\x01R" + cdp;
+    uint8_t sum = 0;
+    for (const char byte : packet)
+        sum = static_cast<uint8_t>(sum + static_cast<uint8_t>(byte));
+    packet += static_cast<char>(sum);
+    const std::string capture = write("capture", "?" + packet + packet);
+    EXPECT_EQ(json({"cdp", "find", capture, "--in", "291m"}).size(), 2u);
+    // Wrapped, on line 9, after a line that is not looked at.
+    const auto header = [](char line, char coding, char size)
+    {
+        return std::string{'\0', line, 1, coding, 0, 0, 0, 0, 0, size, 0, 0, 0, 1};
+    };
+    const std::string frame = std::string{"\0\2", 2} + header(7, 4, 1) + "x" +
+                              header(9, 4, static_cast<char>(packet.size())) + packet;
+    EXPECT_EQ(json({"cdp", "find", write("wrapped", frame + frame), "--in", "436m"}).size(), 2u);
+    EXPECT_EQ(run({"cdp", "find", write("cut", frame.substr(0, 40)), "--in", "436m"}).code, 3);
+    EXPECT_EQ(run({"cdp", "find", write("none", "nothing"), "--in", "291m"}).code, 1);
+}
+
+TEST_F(Command, ConvertsTextWithoutDroppingAnything)
+{
+    EXPECT_EQ(run({"str", "convert", "-", "--to", "utf16le", "--mark"}, "aé").out, std::string("\xFF\xFE"
+                                                                                               "a\0\xE9\0",
+                                                                                               6));
+    EXPECT_EQ(run({"str", "convert", "-", "--to", "utf8"}, std::string("\xFE\xFF\0a\0\xE9", 6)).out, "aé");
+    EXPECT_EQ(run({"str", "convert", "-", "--from", "latin1", "--to", "utf8"}, "\xE9").out, "é");
+    EXPECT_EQ(run({"str", "convert", "-", "--to", "ascii"}, "").code, 0);
+    const Result lost = run({"str", "convert", "-", "--to", "ascii"}, "ab\xC3\xA9");
+    EXPECT_EQ(lost.code, 3);
+    EXPECT_THAT(lost.out, IsEmpty());
+    EXPECT_EQ(run({"str", "convert", "-", "--to", "latin1"}, "\xC3").code, 3);
+    EXPECT_EQ(run({"str", "detect", "-"}, "\xEF\xBB\xBFx").out, "utf8, by a byte-order mark of 3 bytes\n");
+    EXPECT_EQ(run({"str", "detect", "-"}, "plain").code, 1);
+}
+
+} // namespace

@@ -1,0 +1,27 @@
+// How the parts of the command meet: each adds its own words to the command line and leaves behind
+// what is to run.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+
+namespace tool
+{
+
+struct Context
+{
+    bool json = false;        ///< --json: programs read the result
+    std::function<int()> run; ///< set by the word that was given; its result is the exit code
+};
+
+void addTimecodeCommand(CLI::App &app, Context &context);
+void addCaptionCommand(CLI::App &app, Context &context);
+void addCDPCommand(CLI::App &app, Context &context);
+void addFormatCommand(CLI::App &app, Context &context);
+void addRateCommand(CLI::App &app, Context &context);
+void addChecksumCommand(CLI::App &app, Context &context);
+void addTextCommand(CLI::App &app, Context &context);
+void addStatusCommand(CLI::App &app, Context &context);
+
+} // namespace tool

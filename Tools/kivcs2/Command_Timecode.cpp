@@ -1,0 +1,301 @@
+// kivcs2 tc: show, add, sub, diff, convert, bcd.
+#include "Command.h"
+#include "Counting.h"
+#include "Failure.h"
+#include "Output.h"
+
+#include <charconv>
+#include <cmath>
+#include <memory>
+
+namespace tool
+{
+namespace
+{
+
+struct Arguments
+{
+    std::vector<std::string> timecodes;
+    std::string rate;
+    std::string to;
+    bool keepDigits = false;
+};
+
+// The first timecode that has a separator decides for all; later ones must not contradict it.
+const Counting &choose(const Arguments &arguments)
+{
+    std::optional<char> separator;
+    for (const std::string &text : arguments.timecodes)
+    {
+        const std::optional<char> own = separatorOf(text);
+        if (separator && own && *own != *separator)
+            throw Failure(kExitUsage, "\"" + visible(arguments.timecodes.front()) + "\" and \"" +
+                                          visible(text) + "\" are counted differently");
+        if (own)
+            separator = own;
+    }
+    const Counting &counting =
+        arguments.rate.empty() ? countingFor(separator) : countingFor(arguments.rate, separator);
+    use(counting);
+    return counting;
+}
+
+std::string countingText(const Arguments &arguments, const Counting &counting)
+{
+    std::string text{counting.title};
+    if (arguments.rate.empty())
+        text += counting.drop ? " (because of \";\")" : " (no --rate given)";
+    return text;
+}
+
+Json toJson(const KIVCS2Timecode &timecode, const Counting &counting)
+{
+    uint32_t bcd = 0, hours = 0, minutes = 0, seconds = 0, frames = 0;
+    check(kivCS2Timecode_getBCDFromTimecode(&timecode, &bcd), "BCD");
+    check(kivCS2Timecode_getHours(&timecode, &hours), "hours");
+    check(kivCS2Timecode_getMinutes(&timecode, &minutes), "minutes");
+    check(kivCS2Timecode_getSeconds(&timecode, &seconds), "seconds");
+    check(kivCS2Timecode_getFrames(&timecode, &frames), "frames");
+    return {{"timecode", timecodeText(timecode)},
+            {"counting", counting.name},
+            {"dropFrame", counting.drop},
+            {"hours", hours},
+            {"minutes", minutes},
+            {"seconds", seconds},
+            {"frames", frames},
+            {"framesSinceMidnight", framesOf(timecode)},
+            {"realSeconds", exactSeconds(framesOf(timecode), counting)},
+            {"bcd", print("0x%08x", bcd)}};
+}
+
+std::string realTime(double seconds)
+{
+    const auto milliseconds = static_cast<uint64_t>(std::llround(seconds * 1000.0));
+    return print("%02llu:%02llu:%02llu.%03llu", static_cast<unsigned long long>(milliseconds / 3600000),
+                 static_cast<unsigned long long>(milliseconds / 60000 % 60),
+                 static_cast<unsigned long long>(milliseconds / 1000 % 60),
+                 static_cast<unsigned long long>(milliseconds % 1000));
+}
+
+int report(const KIVCS2Timecode &timecode, const Arguments &arguments, const Counting &counting, bool json)
+{
+    const Json value = toJson(timecode, counting);
+    if (json)
+    {
+        out().json(value);
+        return kExitYes;
+    }
+    Facts facts;
+    facts.add("Timecode", Output::strong(timecodeText(timecode)));
+    facts.add("Counting", countingText(arguments, counting));
+    facts.add("Frames since midnight", std::to_string(framesOf(timecode)));
+    facts.add("Real time", realTime(value["realSeconds"]) + " (hours, minutes, seconds at the exact rate)");
+    // One digit pair a byte: hours of 100 and more have none.
+    facts.add("BCD", value["hours"] < 100 ? value["bcd"].get<std::string>() : "none above 99 hours");
+    facts.print();
+    return kExitYes;
+}
+
+int show(const Arguments &arguments, bool json)
+{
+    const Counting &counting = choose(arguments);
+    return report(parseTimecode(arguments.timecodes[0], counting), arguments, counting, json);
+}
+
+int add(const Arguments &arguments, bool json)
+{
+    const Counting &counting = choose(arguments);
+    KIVCS2Timecode sum = parseTimecode(arguments.timecodes[0], counting);
+    for (size_t index = 1; index < arguments.timecodes.size(); ++index)
+        check(kivCS2Timecode_addFrames(&sum, framesOf(parseTimecode(arguments.timecodes[index], counting))),
+              "adding \"" + visible(arguments.timecodes[index]) + "\"");
+    return report(sum, arguments, counting, json);
+}
+
+int subtract(const Arguments &arguments, bool json)
+{
+    const Counting &counting = choose(arguments);
+    KIVCS2Timecode difference = parseTimecode(arguments.timecodes[0], counting);
+    for (size_t index = 1; index < arguments.timecodes.size(); ++index)
+        check(kivCS2Timecode_subtractFrames(&difference,
+                                            framesOf(parseTimecode(arguments.timecodes[index], counting))),
+              "subtracting \"" + visible(arguments.timecodes[index]) + "\"");
+    return report(difference, arguments, counting, json);
+}
+
+int difference(const Arguments &arguments, bool json)
+{
+    const Counting &counting = choose(arguments);
+    const KIVCS2Timecode from = parseTimecode(arguments.timecodes[0], counting);
+    const KIVCS2Timecode to = parseTimecode(arguments.timecodes[1], counting);
+    uint32_t fromYear = 0, toYear = 0;
+    (void)kivCS2Timecode_getYear(&from, &fromYear); // always succeeds
+    (void)kivCS2Timecode_getYear(&to, &toYear);     // always succeeds
+    if ((fromYear == 0) != (toYear == 0))
+        throw Failure(kExitUsage, "one timecode has a date and the other has none");
+
+    // The library measures forward only when the years differ: ask it in calendar order.
+    const bool backwards = (from >> 32) != (to >> 32) && [&]
+    {
+        const auto day = [](KIVCS2Timecode timecode)
+        {
+            return ((timecode >> 48) << 16) | ((timecode >> 40 & 0xFFu) << 8) | (timecode >> 32 & 0xFFu);
+        };
+        return day(from) > day(to);
+    }();
+    int64_t frames = 0;
+    check(kivCS2Timecode_differenceInFrames(backwards ? &to : &from, backwards ? &from : &to, &frames),
+          "difference");
+    if (backwards)
+        frames = -frames;
+
+    const auto magnitude = static_cast<uint64_t>(std::llabs(frames));
+    const double seconds = static_cast<double>(frames) * counting.denominator / counting.numerator;
+    const std::string text = magnitude < UINT32_MAX
+                                 ? (frames < 0 ? "-" : "") + timecodeText(static_cast<uint32_t>(magnitude))
+                                 : "more than a timecode holds";
+    if (json)
+    {
+        out().json({{"from", timecodeText(from)},
+                    {"to", timecodeText(to)},
+                    {"counting", counting.name},
+                    {"dropFrame", counting.drop},
+                    {"frames", frames},
+                    {"timecode", text},
+                    {"realSeconds", seconds}});
+        return kExitYes;
+    }
+    Facts facts;
+    facts.add("From", timecodeText(from));
+    facts.add("To", timecodeText(to));
+    facts.add("Counting", countingText(arguments, counting));
+    facts.add("Difference", Output::strong(text));
+    facts.add("Frames", std::to_string(frames));
+    facts.add("Real time", print("%.3f seconds at the exact rate", seconds));
+    facts.print();
+    return kExitYes;
+}
+
+int convert(const Arguments &arguments, bool json)
+{
+    const Counting &from = choose(arguments);
+    const KIVCS2Timecode source = parseTimecode(arguments.timecodes[0], from);
+    const std::string before = timecodeText(source);
+    const Counting &to = countingFor(arguments.to, std::nullopt);
+
+    KIVCS2Timecode target = source;
+    if (arguments.keepDigits)
+    {
+        std::string digits = before;
+        std::ranges::replace(digits, ';', ':');
+        use(to);
+        target = parseTimecode(digits, to);
+    }
+    else
+    {
+        // The same instant, to the nearest frame. Exact fractions: the two-decimal rates that the
+        // library's seconds use would be 30 s off at 23.98 after ten hours.
+        const auto frames = static_cast<unsigned __int128>(framesOf(source));
+        const auto numerator = frames * from.denominator * to.numerator;
+        const uint64_t denominator = static_cast<uint64_t>(from.numerator) * to.denominator;
+        const auto result = static_cast<uint64_t>((numerator + denominator / 2) / denominator);
+        if (result >= UINT32_MAX)
+            throw Failure(kExitMalformed,
+                          before + ": more frames than a timecode holds at " + std::string{to.name});
+        use(to);
+        check(kivCS2Timecode_setFramesSinceMidnight(&target, static_cast<uint32_t>(result)), "conversion");
+    }
+    if (json)
+    {
+        Json value = toJson(target, to);
+        value["from"] = {{"timecode", before}, {"counting", from.name}};
+        out().json(value);
+        return kExitYes;
+    }
+    Facts facts;
+    facts.add("From", before + "  " + countingText(arguments, from));
+    facts.add("To", Output::strong(timecodeText(target)) + "  " + std::string{to.title});
+    facts.add("Frames since midnight", std::to_string(framesOf(target)));
+    facts.add("Real time", print("%.3f s before, %.3f s after", exactSeconds(framesOf(source), from),
+                                 exactSeconds(framesOf(target), to)));
+    facts.print();
+    return kExitYes;
+}
+
+// A BCD word ("0x12345612") becomes a timecode, a timecode becomes its BCD word.
+int bcd(const Arguments &arguments, bool json)
+{
+    const std::string &text = arguments.timecodes[0];
+    const Counting &counting = choose(arguments);
+    if (!text.starts_with("0x") && !text.starts_with("0X"))
+        return report(parseTimecode(text, counting), arguments, counting, json);
+
+    uint32_t word = 0;
+    const auto [end, error] = std::from_chars(text.data() + 2, text.data() + text.size(), word, 16);
+    if (error != std::errc{} || end != text.data() + text.size())
+        throw Failure(kExitMalformed, "\"" + visible(text) + "\": not a 32-bit word in hexadecimal");
+    // The library decodes any nibble and hides digits that name no frame: the digits go through
+    // the text parser, which tells.
+    std::string digits;
+    for (int shift = 28; shift >= 0; shift -= 4)
+    {
+        const uint32_t nibble = word >> shift & 15u;
+        if (nibble > 9)
+            throw Failure(kExitMalformed, "\"" + visible(text) + "\": \"" + print("%x", nibble) +
+                                              "\" is no decimal digit (flag bits are not masked)");
+        digits += static_cast<char>('0' + nibble);
+        if (shift > 0 && shift % 8 == 0)
+            digits += ':';
+    }
+    (void)parseTimecode(digits, counting);
+    KIVCS2Timecode timecode = 0;
+    check(kivCS2Timecode_initWithBCD(&timecode, word), "BCD");
+    return report(timecode, arguments, counting, json);
+}
+
+} // namespace
+
+void addTimecodeCommand(CLI::App &app, Context &context)
+{
+    auto *tc = app.add_subcommand("tc", "Timecode: show, add, subtract, measure, convert, BCD");
+    tc->require_subcommand(1);
+    tc->fallthrough();
+    tc->footer(
+        "\";\" before the frames counts drop-frame, \":\" does not; the output says which.\n"
+        "Examples:\n  kivcs2 tc show \"00:01:00;02\"\n  kivcs2 tc diff 10:00:00:00 10:30:00:00 --rate 25\n"
+        "  kivcs2 tc convert \"01:00:00;00\" --to 25");
+    const auto arguments = std::make_shared<Arguments>();
+
+    const auto word = [&, arguments](const char *name, const char *help, const char *names, int least,
+                                     int most, int (*body)(const Arguments &, bool))
+    {
+        auto *sub = tc->add_subcommand(name, help);
+        sub->fallthrough();
+        sub->add_option(names, arguments->timecodes, "HH:MM:SS:FF, HH:MM:SS;FF, frames, or \"D.M.YYYY ...\"")
+            ->required()
+            ->expected(least, most);
+        sub->add_option("--rate", arguments->rate,
+                        "23.98, 24, 25, 29.97[df|ndf], 30, 50, 59.94[df|ndf] or 60");
+        sub->callback(
+            [&context, arguments, body]
+            {
+                context.run = [&context, arguments, body]
+                {
+                    return body(*arguments, context.json);
+                };
+            });
+        return sub;
+    };
+    constexpr int kMany = 1000;
+    word("show", "Digits, frame count, real time and BCD of a timecode", "timecode", 1, 1, show);
+    word("add", "Add timecodes or numbers of frames", "timecodes", 2, kMany, add);
+    word("sub", "Subtract timecodes or numbers of frames", "timecodes", 2, kMany, subtract);
+    word("diff", "The way from one timecode to another, in frames and seconds", "timecodes", 2, 2,
+         difference);
+    auto *conversion = word("convert", "The same instant in another counting", "timecode", 1, 1, convert);
+    conversion->add_option("--to", arguments->to, "The rate to convert to")->required();
+    conversion->add_flag("--keep-digits", arguments->keepDigits, "Keep the digits, not the instant");
+    word("bcd", "A timecode as a BCD word, or a BCD word (0x12345612) as a timecode", "timecode", 1, 1, bcd);
+}
+
+} // namespace tool

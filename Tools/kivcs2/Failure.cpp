@@ -1,0 +1,131 @@
+// The status table, exit codes and the texts of failures.
+#include "Failure.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+namespace tool
+{
+namespace
+{
+
+// clang-format off
+constexpr std::array<StatusRow, 53> kStatuses = {{
+    {KIVCS2STATUS_OK,                    "KIVCS2STATUS_OK",                    "success"},
+    {KIVCS2STATUS_ERR,                   "KIVCS2STATUS_ERR",                   "unspecified failure"},
+    {KIVCS2STATUS_PARAM_ERR,             "KIVCS2STATUS_PARAM_ERR",             "null pointer or out-of-range argument"},
+    {KIVCS2STATUS_MEMORY_ERR,            "KIVCS2STATUS_MEMORY_ERR",            "an allocation failed"},
+    {KIVCS2STATUS_BUFFER_SIZE_ERR,       "KIVCS2STATUS_BUFFER_SIZE_ERR",       "the caller's buffer is too small"},
+    {KIVCS2STATUS_DATA_ERR,              "KIVCS2STATUS_DATA_ERR",              "malformed input, or a platform call failed"},
+    {KIVCS2STATUS_NO_DATA_ERR,           "KIVCS2STATUS_NO_DATA_ERR",           "nothing available to read"},
+    {KIVCS2STATUS_NOT_FOUND_ERR,         "KIVCS2STATUS_NOT_FOUND_ERR",         "key, item, caption or sensor key not found"},
+    {KIVCS2STATUS_TIMEOUT_ERR,           "KIVCS2STATUS_TIMEOUT_ERR",           "timed out, or would block"},
+    {KIVCS2STATUS_FORMAT_ERR,            "KIVCS2STATUS_FORMAT_ERR",            "unexpected packet or caption format"},
+    {KIVCS2STATUS_EOF_ERR,               "KIVCS2STATUS_EOF_ERR",               "end of stream, or the peer closed"},
+    {KIVCS2STATUS_OVERFLOW_ERR,          "KIVCS2STATUS_OVERFLOW_ERR",          "no room to store the data"},
+    {KIVCS2STATUS_CAPTION_ERR,           "KIVCS2STATUS_CAPTION_ERR",           "malformed caption line, or a text conversion failed"},
+    {KIVCS2STATUS_HEADER_ERR,            "KIVCS2STATUS_HEADER_ERR",            "a caption file's header is malformed"},
+    {KIVCS2STATUS_FRAME_RATE_ERR,        "KIVCS2STATUS_FRAME_RATE_ERR",        "frame-rate code unknown or not supported"},
+    {KIVCS2STATUS_WRITE_ERR,             "KIVCS2STATUS_WRITE_ERR",             "a write failed"},
+    {KIVCS2STATUS_READ_ERR,              "KIVCS2STATUS_READ_ERR",              "a read, seek or size query failed"},
+    {KIVCS2STATUS_OPEN_ERR,              "KIVCS2STATUS_OPEN_ERR",              "opening a file or named pipe failed"},
+    {KIVCS2STATUS_UNSUPPORTED_ERR,       "KIVCS2STATUS_UNSUPPORTED_ERR",       "not supported by this object or input"},
+    {KIVCS2STATUS_NO_ENTRY_ERR,          "KIVCS2STATUS_NO_ENTRY_ERR",          "multi-buffer entry not found"},
+    {KIVCS2STATUS_NO_BUFFER_ERR,         "KIVCS2STATUS_NO_BUFFER_ERR",         "no multi-buffer available"},
+    {KIVCS2STATUS_MUTEX_ERR,             "KIVCS2STATUS_MUTEX_ERR",             "a mutex operation failed"},
+    {KIVCS2STATUS_MUTEX_BUSY_ERR,        "KIVCS2STATUS_MUTEX_BUSY_ERR",        "the mutex is already locked (try-lock)"},
+    {KIVCS2STATUS_FIFO_ERR,              "KIVCS2STATUS_FIFO_ERR",              "creating a named pipe failed"},
+    {KIVCS2STATUS_PIPE_ERR,              "KIVCS2STATUS_PIPE_ERR",              "a pipe operation failed"},
+    {KIVCS2STATUS_PIXEL_FORMAT_ERR,      "KIVCS2STATUS_PIXEL_FORMAT_ERR",      "pixel format not supported"},
+    {KIVCS2STATUS_THREAD_ERR,            "KIVCS2STATUS_THREAD_ERR",            "creating a thread failed"},
+    {KIVCS2STATUS_SEMAPHORE_ERR,         "KIVCS2STATUS_SEMAPHORE_ERR",         "creating a semaphore failed"},
+    {KIVCS2STATUS_SEMAPHORE_BUSY_ERR,    "KIVCS2STATUS_SEMAPHORE_BUSY_ERR",    "the semaphore would block (test-wait)"},
+    {KIVCS2STATUS_SYSTEM_ERR,            "KIVCS2STATUS_SYSTEM_ERR",            "a system call failed"},
+    {KIVCS2STATUS_STATE_ERR,             "KIVCS2STATUS_STATE_ERR",             "wrong state for the operation"},
+    {KIVCS2STATUS_CONNECT_ERR,           "KIVCS2STATUS_CONNECT_ERR",           "connecting failed, or a device could not be opened"},
+    {KIVCS2STATUS_ADDRESS_ERR,           "KIVCS2STATUS_ADDRESS_ERR",           "address resolution failed"},
+    {KIVCS2STATUS_SOCKET_ERR,            "KIVCS2STATUS_SOCKET_ERR",            "a socket call failed"},
+    {KIVCS2STATUS_SOCKET_INVALID_ERR,    "KIVCS2STATUS_SOCKET_INVALID_ERR",    "the socket is not open"},
+    {KIVCS2STATUS_CONNECTION_CLOSED_ERR, "KIVCS2STATUS_CONNECTION_CLOSED_ERR", "closed or reset by the peer, or ended by an EOT byte"},
+    {KIVCS2STATUS_MULTICAST_ADDRESS_ERR, "KIVCS2STATUS_MULTICAST_ADDRESS_ERR", "outside the multicast range 224-239"},
+    {KIVCS2STATUS_BIND_ERR,              "KIVCS2STATUS_BIND_ERR",              "bind failed"},
+    {KIVCS2STATUS_BIND_ADDRESS_ERR,      "KIVCS2STATUS_BIND_ADDRESS_ERR",      "no address to bind to"},
+    {KIVCS2STATUS_ACCEPT_ERR,            "KIVCS2STATUS_ACCEPT_ERR",            "accept failed"},
+    {KIVCS2STATUS_PATH_ERR,              "KIVCS2STATUS_PATH_ERR",              "converting a resource path failed"},
+    {KIVCS2STATUS_NOT_LAUNCHABLE_ERR,    "KIVCS2STATUS_NOT_LAUNCHABLE_ERR",    "the executable cannot be launched"},
+    {KIVCS2STATUS_FORK_ERR,              "KIVCS2STATUS_FORK_ERR",              "fork or exec failed"},
+    {KIVCS2STATUS_NOT_PIPED_ERR,         "KIVCS2STATUS_NOT_PIPED_ERR",         "the task's input or output is not piped"},
+    {KIVCS2STATUS_TASK_READ_ERR,         "KIVCS2STATUS_TASK_READ_ERR",         "reading the task's output failed"},
+    {KIVCS2STATUS_TASK_RUNNING_ERR,      "KIVCS2STATUS_TASK_RUNNING_ERR",      "the task is running"},
+    {KIVCS2STATUS_TASK_NOT_RUNNING_ERR,  "KIVCS2STATUS_TASK_NOT_RUNNING_ERR",  "the task is not running"},
+    {KIVCS2STATUS_TASK_WRITE_ERR,        "KIVCS2STATUS_TASK_WRITE_ERR",        "writing the task's input failed"},
+    {KIVCS2STATUS_TASK_SERVER_ERR,       "KIVCS2STATUS_TASK_SERVER_ERR",       "the task server failed"},
+    {KIVCS2STATUS_INVALID_TIMECODE_ERR,  "KIVCS2STATUS_INVALID_TIMECODE_ERR",  "invalid, or names no frame of the current rate"},
+    {KIVCS2STATUS_VIDEO_FORMAT_ERR,      "KIVCS2STATUS_VIDEO_FORMAT_ERR",      "video format unknown"},
+    {KIVCS2STATUS_NODE_LOCKED_ERR,       "KIVCS2STATUS_NODE_LOCKED_ERR",       "a link-tree node or one of its parents is locked"},
+    {KIVCS2STATUS_NOT_WRITABLE_ERR,      "KIVCS2STATUS_NOT_WRITABLE_ERR",      "the socket is not writable"},
+}};
+// clang-format on
+
+struct ExitRow
+{
+    KIVCS2Status status;
+    ExitCode code;
+};
+
+// Statuses that are not about the content of the input; every other failure is.
+constexpr std::array kExits = {
+    ExitRow{KIVCS2STATUS_ERR, kExitInternal},
+    ExitRow{KIVCS2STATUS_PARAM_ERR, kExitInternal},
+    ExitRow{KIVCS2STATUS_MEMORY_ERR, kExitInternal},
+    ExitRow{KIVCS2STATUS_SYSTEM_ERR, kExitInternal},
+    ExitRow{KIVCS2STATUS_STATE_ERR, kExitInternal},
+    ExitRow{KIVCS2STATUS_MUTEX_ERR, kExitInternal},
+    ExitRow{KIVCS2STATUS_TIMEOUT_ERR, kExitTimedOut},
+    ExitRow{KIVCS2STATUS_EOF_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_WRITE_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_READ_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_OPEN_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_PIPE_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_UNSUPPORTED_ERR, kExitNotHere},
+};
+
+} // namespace
+
+std::span<const StatusRow> statusTable()
+{
+    return kStatuses;
+}
+
+std::string statusText(KIVCS2Status status)
+{
+    char number[16];
+    std::snprintf(number, sizeof number, "0x%08x", status);
+    const auto row = std::ranges::find(kStatuses, status, &StatusRow::value);
+    return row == kStatuses.end() ? std::string{number} : std::string{row->name} + " " + number;
+}
+
+ExitCode exitCodeFor(KIVCS2Status status)
+{
+    if (!KIVCS2_FAILED(status))
+        return kExitYes;
+    const auto row = std::ranges::find(kExits, status, &ExitRow::status);
+    return row == kExits.end() ? kExitMalformed : row->code;
+}
+
+std::string place(std::string_view file, uint64_t line)
+{
+    std::string text{file == "-" ? std::string_view{"standard input"} : file};
+    if (line > 0)
+        text += ":" + std::to_string(line);
+    return text;
+}
+
+Failure Failure::system(std::string_view file, int error)
+{
+    return {kExitInputOutput, std::string{file} + ": " + std::strerror(error)};
+}
+
+} // namespace tool

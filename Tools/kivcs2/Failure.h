@@ -1,0 +1,77 @@
+// Failures as a user meets them: one line, and the exit code that scripts test.
+#pragma once
+
+#include <KIVCoreServices2/KIVCS2Base.h>
+
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace tool
+{
+
+/// What the command's exit code says. Scripts depend on the values.
+enum ExitCode : int
+{
+    kExitYes = 0,         ///< done, or the answer is yes
+    kExitNo = 1,          ///< the answer is no: nothing found, or a check failed
+    kExitUsage = 2,       ///< the command line makes no sense
+    kExitMalformed = 3,   ///< the input is not what it should be
+    kExitInputOutput = 4, ///< opening, reading or writing failed
+    kExitNotHere = 5,     ///< this machine or this input cannot do it
+    kExitTimedOut = 6,    ///< it took too long
+    kExitInternal = 70,   ///< a fault of the command or of the library
+};
+
+/// One row of the library's status table.
+struct StatusRow
+{
+    KIVCS2Status value;
+    std::string_view name;
+    std::string_view meaning;
+};
+
+[[nodiscard]] std::span<const StatusRow> statusTable();
+
+/// "KIVCS2STATUS_DATA_ERR 0x80000004"; a value outside the table is given as the number alone.
+[[nodiscard]] std::string statusText(KIVCS2Status status);
+
+/// The exit code a failing status stands for.
+[[nodiscard]] ExitCode exitCodeFor(KIVCS2Status status);
+
+/// Where in the input something went wrong; line 0 means the file as a whole.
+[[nodiscard]] std::string place(std::string_view file, uint64_t line);
+
+/// Ends the command: main prints the text after "kivcs2: " and exits with the code.
+class Failure : public std::runtime_error
+{
+public:
+    Failure(ExitCode code, const std::string &text) : std::runtime_error(text), m_code(code) {}
+
+    /// A library operation failed: the status is named in the line and decides the exit code.
+    Failure(KIVCS2Status status, const std::string &text)
+        : std::runtime_error(text + " (" + statusText(status) + ")"), m_code(exitCodeFor(status))
+    {
+    }
+
+    /// A system call failed on `file` with `error` (an errno).
+    static Failure system(std::string_view file, int error);
+
+    [[nodiscard]] ExitCode code() const
+    {
+        return m_code;
+    }
+
+private:
+    ExitCode m_code;
+};
+
+/// Throws the failure of `status`, if it is one.
+inline void check(KIVCS2Status status, const std::string &text)
+{
+    if (KIVCS2_FAILED(status))
+        throw Failure(status, text);
+}
+
+} // namespace tool

@@ -1,0 +1,131 @@
+// What people and programs read: tables, JSON, colour and progress.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool
+{
+
+using Json = nlohmann::ordered_json; // keys stay in the order they were given
+
+/// Thrown when the reader of standard output has gone (`| head`): the command ends silently.
+struct ReaderGone
+{
+};
+
+/// Standard output, written in blocks; a failing write ends the command with a clear line.
+class Output
+{
+public:
+    void write(std::string_view text);
+    void line(std::string_view text);
+    void json(const Json &value);
+    void flush();
+
+    /// A heading or a word that should stand out; plain when standard output is no terminal or
+    /// NO_COLOR is set.
+    [[nodiscard]] static std::string strong(std::string_view text);
+    [[nodiscard]] static std::string good(std::string_view text);
+    [[nodiscard]] static std::string bad(std::string_view text);
+
+    /// Columns that text may fill: the terminal's, or 100 where there is none.
+    [[nodiscard]] static size_t width();
+
+private:
+    std::string m_buffer;
+};
+
+/// The one standard output of the process.
+[[nodiscard]] Output &out();
+
+/// A JSON array given element by element, so that a long one needs no memory.
+class JsonArray
+{
+public:
+    JsonArray();
+    ~JsonArray() = default;
+    JsonArray(const JsonArray &) = delete;
+    JsonArray &operator=(const JsonArray &) = delete;
+
+    void add(const Json &value);
+    void close();
+
+private:
+    bool m_first = true;
+};
+
+/// Rows under aligned columns, two spaces apart.
+class Table
+{
+public:
+    enum class Align
+    {
+        Left,
+        Right
+    };
+
+    /// A column title that begins with ">" is aligned to the right.
+    explicit Table(std::initializer_list<std::string_view> titles);
+
+    void add(std::vector<std::string> cells);
+    void print() const;
+
+private:
+    std::vector<std::string> m_titles;
+    std::vector<Align> m_aligns;
+    std::vector<std::vector<std::string>> m_rows;
+};
+
+/// "Name   value" pairs with the values in one column.
+class Facts
+{
+public:
+    void add(std::string_view name, std::string value);
+    void print() const;
+
+private:
+    std::vector<std::pair<std::string, std::string>> m_facts;
+};
+
+/// One line on standard error, renewed in place, once the work has taken a second and only when
+/// standard error is a terminal.
+class Progress
+{
+public:
+    explicit Progress(std::string what);
+    ~Progress();
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
+
+    /// `total` 0 means that the end is not known.
+    void at(uint64_t done, uint64_t total);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::string m_what;
+    Clock::time_point m_next;
+    bool m_terminal;
+    bool m_shown = false;
+    uint32_t m_calls = 0;
+};
+
+/// A line on standard error, after "kivcs2: ".
+void note(std::string_view text);
+
+/// "1 packet", "2 packets".
+[[nodiscard]] std::string count(uint64_t number, std::string_view noun);
+
+/// printf into a string; for numbers with a fixed form.
+[[nodiscard]] __attribute__((format(printf, 1, 2))) std::string print(const char *format, ...);
+
+/// Quotes what would break a line or a terminal: control characters become \xNN.
+[[nodiscard]] std::string visible(std::string_view text);
+
+} // namespace tool
