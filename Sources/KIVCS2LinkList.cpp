@@ -150,6 +150,7 @@ bool kivCS2LinkElem_moveInFront(KIVCS2LinkElem *_f_elem, KIVCS2LinkElem *_b_elem
 
     if (!_b_elem)
     {
+        // Kept: "moved" also when it was the last.
         kivCS2LinkList_appendElem(_f_elem->m_list, _f_elem);
         return true;
     }
@@ -169,6 +170,7 @@ bool kivCS2LinkElem_moveBehind(KIVCS2LinkElem *_f_elem, KIVCS2LinkElem *_b_elem)
 
     if (!_b_elem)
     {
+        // Kept: "moved" also when it was the first.
         kivCS2LinkList_prependElem(_f_elem->m_list, _f_elem);
         return true;
     }
@@ -236,6 +238,7 @@ bool kivCS2LinkList_checkValid(KIVCS2LinkList *list)
         return false;
     }
 
+    // Kept: here a failure is not announced, and the elements are not counted.
     if (!list->m_next || !list->m_prev || list->m_next->m_prev || list->m_prev->m_next)
         return false;
     for (const KIVCS2LinkElem *elem = list->m_next; elem; elem = elem->m_next)

@@ -269,6 +269,7 @@ KIVCS2Status _kivCS2LinkTree_free(KIVCS2LinkTree *tree)
     if (!tree)
         return KIVCS2STATUS_PARAM_ERR;
 
+    // Kept: what refuses and what the walk leaves out stays with the host, and the tree is empty.
     (void)_kivCS2LinkTree_traverseNodes(tree, nullptr, nullptr, _kivCS2LinkTree_freeNodeCallback, nullptr, 1);
     tree->m_root = nullptr;
     return KIVCS2STATUS_OK;
@@ -304,6 +305,7 @@ KIVCS2Status _kivCS2LinkTree_countNodes(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode
     if (!first)
         return KIVCS2STATUS_OK;
 
+    // Kept: skipped nodes count, and the count goes on from what the caller stored.
     // Nothing is released on the way, so the lists lead back up without a stack.
     for (KIVCS2LinkTreeNode *node = first;; node = nodeOf(node->m_link.m_next))
     {

@@ -1,6 +1,6 @@
 // Sorting of chains: chunks of pointers are merged in the cache, then the sorted chains many at a time, so
 // that each element's memory is fetched three times for a million elements instead of twenty.
-#include "LinkList_Sort.h"
+#include "Private/LinkList_Sort.h"
 
 #include <algorithm>
 #include <array>
@@ -293,6 +293,9 @@ private:
 
 KIVCS2LinkElem *sortChain(KIVCS2LinkElem *first, KIVCS2LinkListCmpFunc cmp)
 {
+    if (!first)
+        return nullptr;
+
     std::array<Elem *, kChunk> pointers;
     std::array<Elem *, kChunk> scratch;
     const auto sortChunk = [&]

@@ -118,9 +118,9 @@ TEST(LinkList, InsertionLeavesTheElementCountedWhereItWas)
     kivCS2LinkList_insertElemAfter(from.at(1), to.at(0));
     EXPECT_EQ(from.list.m_count, 2u);
     EXPECT_EQ(keysOf(to.list), (Keys{3, 2}));
+    kivCS2LinkList_free(&from.list); // takes nothing out of the other list
+    EXPECT_EQ(keysOf(to.list), (Keys{3, 2}));
     kivCS2LinkElem_unlink(from.at(1));
-    kivCS2LinkElem_unlink(from.at(0));
-    from.list = {};
 }
 
 TEST(LinkList, RemovesOnlyWhatItHolds)
