@@ -13,9 +13,15 @@
 #include "KIVCS2Stream.h"
 #include "KIVCS2String.h"
 
+#include "KIVCS2LinkList.h"
+#include "KIVCS2LinkTree.h"
+
 #include "KIVCS2Mutex.h"
 #include "KIVCS2PThread.h"
 #include "KIVCS2Semaphore.h"
+
+#include "KIVCS2Dictionary.h"
+#include "KIVCS2JSON.h"
 
 #include "KIVCS2VideoFormat.h"
 

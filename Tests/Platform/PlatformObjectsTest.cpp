@@ -64,7 +64,8 @@ TEST(Objects, CountsAndKinds)
     const CFTypeID kinds[] = {
         CFStringGetTypeID(),       CFArrayGetTypeID(),  CFNumberGetTypeID(),   CFDateGetTypeID(),
         CFLocaleGetTypeID(),       CFURLGetTypeID(),    CFCalendarGetTypeID(), CFDateFormatterGetTypeID(),
-        CFCharacterSetGetTypeID(), CFBundleGetTypeID(), CFUUIDGetTypeID(),
+        CFCharacterSetGetTypeID(), CFBundleGetTypeID(), CFUUIDGetTypeID(),     CFBooleanGetTypeID(),
+        CFDictionaryGetTypeID(),
     };
     EXPECT_EQ(std::set<CFTypeID>(std::begin(kinds), std::end(kinds)).size(), std::size(kinds));
 }

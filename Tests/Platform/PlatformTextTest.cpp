@@ -474,3 +474,13 @@ TEST(Strings, CStringsAndPathsNeedRoomForTheirZeroByte)
     EXPECT_EQ(CFStringGetCharacterAtIndex(path.get(), 6), 0);
     EXPECT_EQ(CFStringGetCharacterAtIndex(path.get(), -1), 0);
 }
+
+TEST(Strings, ASCIIGivesItsOwnBytes)
+{
+    const StringRef ascii = fromBytes("abc");
+    EXPECT_STREQ(CFStringGetCStringPtr(ascii.get(), kCFStringEncodingASCII), "abc");
+    EXPECT_STREQ(CFStringGetCStringPtr(ascii.get(), kCFStringEncodingUTF8), "abc");
+    EXPECT_STREQ(CFStringGetCStringPtr(fromBytes("").get(), kCFStringEncodingISOLatin1), "");
+    EXPECT_EQ(CFStringGetCStringPtr(ascii.get(), kCFStringEncodingUTF16LE), nullptr);
+    EXPECT_EQ(CFStringGetCStringPtr(fromBytes("\xc3\xa9").get(), kCFStringEncodingUTF8), nullptr);
+}

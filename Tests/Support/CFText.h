@@ -1,7 +1,8 @@
 // System strings from and to plain texts, for tests.
 #pragma once
 
-#include "Private/CFRef.h"
+// By its path: programs against the shared library use it too, and it needs nothing of the library.
+#include "../../Sources/Private/CFRef.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 

@@ -22,6 +22,7 @@ void addFormatCommand(CLI::App &app, Context &context);
 void addRateCommand(CLI::App &app, Context &context);
 void addChecksumCommand(CLI::App &app, Context &context);
 void addTextCommand(CLI::App &app, Context &context);
+void addJSONCommand(CLI::App &app, Context &context);
 void addStatusCommand(CLI::App &app, Context &context);
 
 } // namespace tool

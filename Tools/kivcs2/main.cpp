@@ -43,6 +43,7 @@ int run(int argc, char **argv)
     tool::addRateCommand(app, context);
     tool::addChecksumCommand(app, context);
     tool::addTextCommand(app, context);
+    tool::addJSONCommand(app, context);
     tool::addStatusCommand(app, context);
 
     try

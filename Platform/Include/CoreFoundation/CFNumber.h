@@ -1,6 +1,6 @@
 /**
  * @file
- * Numbers, immutable. A number keeps the type it was created with.
+ * Numbers, immutable, and the two truth values. A number keeps the type it was created with.
  */
 #ifndef KIV_CF_NUMBER_H
 #define KIV_CF_NUMBER_H
@@ -9,7 +9,15 @@
 
 CF_EXTERN_C_BEGIN
 
+typedef const struct __CFBoolean *CFBooleanRef;
 typedef const struct __CFNumber *CFNumberRef;
+
+/** The only two objects of their kind: they last as long as the process, however often released. */
+CF_EXPORT const CFBooleanRef kCFBooleanTrue;
+CF_EXPORT const CFBooleanRef kCFBooleanFalse;
+
+CF_EXPORT CFTypeID CFBooleanGetTypeID(void);
+CF_EXPORT Boolean CFBooleanGetValue(CFBooleanRef boolean);
 
 typedef CFIndex CFNumberType;
 enum

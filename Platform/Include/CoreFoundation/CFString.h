@@ -96,6 +96,12 @@ CF_EXPORT CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStrin
 CF_EXPORT Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSize,
                                      CFStringEncoding encoding);
 
+/**
+ * The string's own bytes, zero-terminated, where it keeps them as `encoding` has them: ASCII texts as ASCII,
+ * ISO Latin 1 or UTF-8, one byte a unit. NULL otherwise, then convert. Valid until the string ends or changes.
+ */
+CF_EXPORT const char *CFStringGetCStringPtr(CFStringRef theString, CFStringEncoding encoding);
+
 /** The most bytes that `length` units can take: UTF-8 3, UTF-16 2, UTF-32 4, the others 1 a unit.
     kCFNotFound for an unknown encoding and where the product does not fit. */
 CF_EXPORT CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding);

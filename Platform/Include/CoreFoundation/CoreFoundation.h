@@ -13,6 +13,7 @@
 #include <CoreFoundation/CFCharacterSet.h>
 #include <CoreFoundation/CFDate.h>
 #include <CoreFoundation/CFDateFormatter.h>
+#include <CoreFoundation/CFDictionary.h>
 #include <CoreFoundation/CFLocale.h>
 #include <CoreFoundation/CFNumber.h>
 #include <CoreFoundation/CFString.h>

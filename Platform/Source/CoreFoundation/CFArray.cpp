@@ -43,7 +43,7 @@ CFHashCode hashArray(const kiv::cf::Object &object)
     return static_cast<CFHashCode>(static_cast<const __CFArray &>(object).count);
 }
 
-constexpr kiv::cf::Type kArrayType{kiv::cf::kTypeArray, finalizeArray, equalArrays, hashArray};
+constexpr kiv::cf::Type kArrayType{kiv::cf::kTypeArray, finalizeArray, equalArrays, hashArray, true};
 
 // An immutable array with room for `count` values and none in it.
 __CFArray *createFixed(size_t count, const CFArrayCallBacks &callBacks) noexcept

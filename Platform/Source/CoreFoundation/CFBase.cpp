@@ -9,6 +9,39 @@ const kiv::cf::Object &asObject(CFTypeRef cf) noexcept
 {
     return *static_cast<const kiv::cf::Object *>(cf);
 }
+
+// Containers in containers end inside each other only so deep; what lies deeper waits in a chain until
+// the outermost is done, so that no nesting overflows a stack.
+constexpr unsigned kEndingsInside = 64;
+constinit thread_local unsigned endingsInside = 0;
+constinit thread_local kiv::cf::Object *waiting = nullptr; // linked by their counts, which nobody needs now
+static_assert(sizeof(kiv::cf::Object *) == sizeof(CFIndex));
+
+void end(kiv::cf::Object &object) noexcept
+{
+    if (object.type->finalize != nullptr)
+        object.type->finalize(object);
+    std::free(&object);
+}
+
+void endContainer(kiv::cf::Object &object) noexcept
+{
+    if (endingsInside == kEndingsInside)
+    {
+        object.references.store(reinterpret_cast<CFIndex>(waiting), std::memory_order_relaxed);
+        waiting = &object;
+        return;
+    }
+    ++endingsInside;
+    end(object);
+    while (endingsInside == 1 && waiting != nullptr)
+    {
+        kiv::cf::Object &next = *waiting;
+        waiting = reinterpret_cast<kiv::cf::Object *>(next.references.load(std::memory_order_relaxed));
+        end(next);
+    }
+    --endingsInside;
+}
 } // namespace
 
 const CFAllocatorRef kCFAllocatorDefault = nullptr;
@@ -24,11 +57,12 @@ void CFRelease(CFTypeRef cf)
     // Release, so that the last owner sees what the others wrote; acquire, for that last owner.
     if (asObject(cf).references.fetch_sub(1, std::memory_order_acq_rel) != 1)
         return;
-    // Whoever gave the object away as const did not make it so: every object is on the heap.
+    // Whoever gave the object away as const did not make it so: every object that ends is on the heap.
     auto &object = const_cast<kiv::cf::Object &>(asObject(cf));
-    if (object.type->finalize != nullptr)
-        object.type->finalize(object);
-    std::free(&object);
+    if (object.type->nests)
+        endContainer(object);
+    else
+        end(object);
 }
 
 CFIndex CFGetRetainCount(CFTypeRef cf)

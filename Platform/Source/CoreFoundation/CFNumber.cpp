@@ -1,4 +1,5 @@
-// Numbers: every integer is kept in 64 bits, every fraction as a double, beside the type it came as.
+// Numbers: every integer is kept in 64 bits, every fraction as a double, beside the type it came as. And the
+// two truth values.
 #include <CoreFoundation/CFNumber.h>
 
 #include "CoreFoundation/Object.h"
@@ -16,6 +17,13 @@ struct __CFNumber : kiv::cf::Object
     CFNumberType numberType;
     int64_t integer; // one of the two, by the type
     double real;
+};
+
+struct __CFBoolean : kiv::cf::Object
+{
+    explicit constexpr __CFBoolean(bool truth) noexcept;
+
+    bool value;
 };
 
 namespace
@@ -80,6 +88,30 @@ int64_t loadInteger(const void *from, size_t size) noexcept
     }
 }
 
+template <class T>
+int64_t storeAs(int64_t value, void *to) noexcept
+{
+    const auto stored = static_cast<T>(value);
+    std::memcpy(to, &stored, sizeof stored);
+    return stored;
+}
+
+// The low bits of `value` in `size` bytes, and what they are worth.
+int64_t storeInteger(int64_t value, size_t size, void *to) noexcept
+{
+    switch (size)
+    {
+    case 1:
+        return storeAs<int8_t>(value, to);
+    case 2:
+        return storeAs<int16_t>(value, to);
+    case 4:
+        return storeAs<int32_t>(value, to);
+    default:
+        return storeAs<int64_t>(value, to);
+    }
+}
+
 constexpr double kTwoTo63 = 9223372036854775808.0;
 
 bool isWholeInt64(double value) noexcept
@@ -109,11 +141,11 @@ bool storeReal(double value, size_t size, void *to) noexcept
 {
     if (size == sizeof(double))
     {
-        std::memcpy(to, &value, size);
+        std::memcpy(to, &value, sizeof value);
         return true;
     }
     const auto single = static_cast<float>(value);
-    std::memcpy(to, &single, size);
+    std::memcpy(to, &single, sizeof single);
     return std::isnan(value) || static_cast<double>(single) == value;
 }
 
@@ -153,11 +185,35 @@ CFHashCode hashNumber(const kiv::cf::Object &object)
 }
 
 constexpr kiv::cf::Type kNumberType{kiv::cf::kTypeNumber, nullptr, equalNumbers, hashNumber};
+constexpr kiv::cf::Type kBooleanType{kiv::cf::kTypeBoolean, nullptr, nullptr, nullptr};
+
+constexpr CFIndex kForEver = std::numeric_limits<CFIndex>::max() / 2; // no host releases that often
 } // namespace
+
+constexpr __CFBoolean::__CFBoolean(bool truth) noexcept : Object{kBooleanType, kForEver}, value{truth} {}
+
+namespace
+{
+constinit __CFBoolean yes{true};
+constinit __CFBoolean no{false};
+} // namespace
+
+constinit const CFBooleanRef kCFBooleanTrue = &yes;
+constinit const CFBooleanRef kCFBooleanFalse = &no;
 
 __CFNumber::__CFNumber(CFNumberType createdAs, int64_t integerValue, double realValue) noexcept
     : Object{kNumberType}, numberType{createdAs}, integer{integerValue}, real{realValue}
 {
+}
+
+CFTypeID CFBooleanGetTypeID(void)
+{
+    return kiv::cf::kTypeBoolean;
+}
+
+Boolean CFBooleanGetValue(CFBooleanRef boolean)
+{
+    return boolean->value;
 }
 
 CFTypeID CFNumberGetTypeID(void)
@@ -195,10 +251,8 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void *valuePt
         return storeReal(real, form->size, valuePtr) && kept;
     }
     const int64_t whole = isReal(*number) ? truncatedTo(number->real, form->size) : number->integer;
-    std::memcpy(valuePtr, &whole, form->size); // the low bytes: this machine is little-endian
+    const int64_t stored = storeInteger(whole, form->size, valuePtr);
     if (isReal(*number))
         return isWholeInt64(number->real) && static_cast<int64_t>(number->real) == whole;
-    return loadInteger(valuePtr, form->size) == whole;
+    return stored == whole;
 }
-
-static_assert(std::endian::native == std::endian::little);

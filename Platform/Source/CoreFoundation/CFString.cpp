@@ -64,10 +64,14 @@ NewString allocate(size_t length, bool narrow, bool canChange) noexcept
     static_assert(sizeof(__CFString) % alignof(char16_t) == 0);
     if (length > static_cast<size_t>(PTRDIFF_MAX) / sizeof(char16_t))
         return {};
-    auto *string = kiv::cf::create<__CFString>(length * (narrow ? 1 : sizeof(char16_t)), Units{}, canChange);
+    // Bytes end with a zero, which CFStringGetCStringPtr() hands out with them.
+    const size_t extra = narrow ? length + 1 : length * sizeof(char16_t);
+    auto *string = kiv::cf::create<__CFString>(extra, Units{}, canChange);
     if (string == nullptr)
         return {};
     void *contents = string + 1;
+    if (narrow)
+        static_cast<uint8_t *>(contents)[length] = 0;
     NewString made{string, narrow ? static_cast<uint8_t *>(contents) : nullptr,
                    narrow ? nullptr : static_cast<char16_t *>(contents)};
     string->units = {made.narrow, made.wide, length};
@@ -341,6 +345,13 @@ Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSi
                                                reinterpret_cast<UInt8 *>(buffer), bufferSize - 1, &used);
     buffer[converted == length ? used : 0] = '\0';
     return converted == length && kiv::text::maximumBytesPerUnit(encoding) != 0;
+}
+
+const char *CFStringGetCStringPtr(CFStringRef theString, CFStringEncoding encoding)
+{
+    const bool sameBytes = encoding == kCFStringEncodingASCII || encoding == kCFStringEncodingUTF8 ||
+                           encoding == kCFStringEncodingISOLatin1;
+    return sameBytes ? reinterpret_cast<const char *>(theString->units.narrow) : nullptr;
 }
 
 CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding)

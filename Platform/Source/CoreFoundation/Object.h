@@ -22,6 +22,7 @@ struct Type
     void (*finalize)(Object &object);
     bool (*equal)(const Object &left, const Object &right);
     CFHashCode (*hash)(const Object &object);
+    bool nests = false; // its finalize may end others of its kind, and these others again
 };
 
 enum TypeID : CFTypeID
@@ -37,16 +38,20 @@ enum TypeID : CFTypeID
     kTypeURL,
     kTypeBundle,
     kTypeUUID,
+    kTypeBoolean,
+    kTypeDictionary,
 };
 
 struct Object
 {
-    explicit Object(const Type &kind) noexcept : type{&kind} {}
+    explicit constexpr Object(const Type &kind, CFIndex count = 1) noexcept : type{&kind}, references{count}
+    {
+    }
     Object(const Object &) = delete;
     Object &operator=(const Object &) = delete;
 
     const Type *type;
-    mutable std::atomic<CFIndex> references{1};
+    mutable std::atomic<CFIndex> references;
 };
 
 // A new T with `extra` bytes behind it, or null without memory. T has no destructor of its own:

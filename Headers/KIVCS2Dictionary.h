@@ -1,0 +1,116 @@
+/**
+ * @file
+ * Dictionaries: a CoreFoundation mutable dictionary filled from C values, under keys that are C strings
+ * or string objects.
+ *
+ * The caller owns the record: `init` or `initWithCFDictionary` fills it, `free` releases the dictionary
+ * and zeroes the record, which may then be initialised again. The dictionary retains what is stored, so
+ * that an object passed in stays its owner's. `m_dictionary` may be handed to any call of the system, for
+ * one to kivCS2JSON_createFromPlist(); it lists its keys in the order in which they came.
+ *
+ * One thread at a time fills or reads a record.
+ */
+#ifndef KIVCS2_DICTIONARY_H
+#define KIVCS2_DICTIONARY_H
+
+#include "KIVCS2Base.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+
+KIVCS2_BEGIN_DECLS
+
+/** What the key of a setter is: 0, or any other value for a string object. */
+typedef uint32_t KIVCS2DictionaryKey;
+enum
+{
+    KIVCS2DictionaryKey_CString = 0, /**< `const char *`, ASCII, up to its zero byte */
+    KIVCS2DictionaryKey_CFString = 1 /**< CFStringRef */
+};
+
+/** A dictionary. */
+typedef struct KIVCS2Dictionary
+{
+    CFMutableDictionaryRef m_dictionary; /**< owned; null while not initialised */
+} KIVCS2Dictionary;
+
+/**
+ * Makes an empty dictionary with the standard callbacks for objects, whatever the record held before.
+ * @retval KIVCS2STATUS_PARAM_ERR   `dictionary` is null
+ * @retval KIVCS2STATUS_MEMORY_ERR  no room; `m_dictionary` is null
+ * Thread safety: the owner alone.
+ */
+KIVCS2_API KIVCS2Status kivCS2Dictionary_init(KIVCS2Dictionary *dictionary);
+
+/**
+ * Retains `cfDictionary` and puts it into the record, whatever that held before. Setters need a
+ * mutable one and change it for all its owners.
+ * @retval KIVCS2STATUS_PARAM_ERR  an argument is null
+ * Thread safety: the owner alone.
+ */
+KIVCS2_API KIVCS2Status kivCS2Dictionary_initWithCFDictionary(CFDictionaryRef cfDictionary,
+                                                              KIVCS2Dictionary *dictionary);
+
+/**
+ * Releases the dictionary and zeroes the record. Freeing a zeroed record is harmless.
+ * @retval KIVCS2STATUS_PARAM_ERR  `dictionary` is null
+ * Thread safety: the owner alone.
+ */
+KIVCS2_API KIVCS2Status kivCS2Dictionary_free(KIVCS2Dictionary *dictionary);
+
+/**
+ * Stores an object under a key, in place of the value that may be there.
+ * @param[in] key    by `keyKind` a C string, not kept, or a CFStringRef, retained
+ * @param[in] value  retained
+ * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
+ * @retval KIVCS2STATUS_MEMORY_ERR  the C string is no ASCII, or there is no room; the dictionary stays as it was.
+ *                                  Also a new key for a dictionary that is not mutable
+ * Thread safety: one thread at a time.
+ */
+KIVCS2_API KIVCS2Status kivCS2Dictionary_setCFValue(KIVCS2Dictionary *dictionary, const void *key,
+                                                    CFTypeRef value, KIVCS2DictionaryKey keyKind);
+
+/**
+ * Stores a number of type kCFNumberSInt32Type.
+ * @param[in] key  as for kivCS2Dictionary_setCFValue()
+ * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
+ * @retval KIVCS2STATUS_MEMORY_ERR  as kivCS2Dictionary_setCFValue()
+ * Thread safety: one thread at a time.
+ */
+KIVCS2_API KIVCS2Status kivCS2Dictionary_setInteger(KIVCS2Dictionary *dictionary, const void *key,
+                                                    int32_t value, KIVCS2DictionaryKey keyKind);
+
+/**
+ * Stores a number of type kCFNumberFloat32Type.
+ * @param[in] key  as for kivCS2Dictionary_setCFValue()
+ * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
+ * @retval KIVCS2STATUS_MEMORY_ERR  as kivCS2Dictionary_setCFValue()
+ * Thread safety: one thread at a time.
+ */
+KIVCS2_API KIVCS2Status kivCS2Dictionary_setFloat(KIVCS2Dictionary *dictionary, const void *key, float value,
+                                                  KIVCS2DictionaryKey keyKind);
+
+/**
+ * Stores the low 8 bits of a flag as a number of type kCFNumberSInt8Type (no CFBoolean), which JSON
+ * writes as 0 or 1.
+ * @param[in] key  as for kivCS2Dictionary_setCFValue()
+ * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
+ * @retval KIVCS2STATUS_MEMORY_ERR  as kivCS2Dictionary_setCFValue()
+ * Thread safety: one thread at a time.
+ */
+KIVCS2_API KIVCS2Status kivCS2Dictionary_setBool(KIVCS2Dictionary *dictionary, const void *key,
+                                                 uint32_t value, KIVCS2DictionaryKey keyKind);
+
+/**
+ * Stores a string object made of a C string.
+ * @param[in] key    as for kivCS2Dictionary_setCFValue()
+ * @param[in] value  ASCII, up to its zero byte, not kept
+ * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
+ * @retval KIVCS2STATUS_MEMORY_ERR  `value` is no ASCII, or as kivCS2Dictionary_setCFValue()
+ * Thread safety: one thread at a time.
+ */
+KIVCS2_API KIVCS2Status kivCS2Dictionary_setCString(KIVCS2Dictionary *dictionary, const void *key,
+                                                    const char *value, KIVCS2DictionaryKey keyKind);
+
+KIVCS2_END_DECLS
+
+#endif

@@ -1,0 +1,169 @@
+// Dictionaries: what each setter stores, kinds of keys, ownership.
+#include <KIVCoreServices2/KIVCS2Dictionary.h>
+
+#include "ArgumentCheck.h"
+#include "CFText.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <string>
+
+namespace
+{
+using kiv::test::fromBytes;
+using kiv::test::StringRef;
+
+static_assert(offsetof(KIVCS2Dictionary, m_dictionary) == 0 && sizeof(KIVCS2Dictionary) == sizeof(void *));
+
+constexpr KIVCS2DictionaryKey kText = KIVCS2DictionaryKey_CString;
+
+struct DictionaryTest : testing::Test
+{
+    DictionaryTest()
+    {
+        EXPECT_EQ(kivCS2Dictionary_init(&record), KIVCS2STATUS_OK);
+    }
+    ~DictionaryTest() override
+    {
+        EXPECT_EQ(kivCS2Dictionary_free(&record), KIVCS2STATUS_OK);
+    }
+    [[nodiscard]] CFTypeRef at(const char *key) const
+    {
+        return CFDictionaryGetValue(record.m_dictionary, fromBytes(key).get());
+    }
+
+    KIVCS2Dictionary record{};
+};
+
+template <class T>
+void expectNumber(CFTypeRef object, CFNumberType type, T expected)
+{
+    ASSERT_NE(object, nullptr);
+    ASSERT_EQ(CFGetTypeID(object), CFNumberGetTypeID());
+    const auto number = static_cast<CFNumberRef>(object);
+    EXPECT_EQ(CFNumberGetType(number), type);
+    T value{};
+    EXPECT_TRUE(CFNumberGetValue(number, type, &value));
+    EXPECT_EQ(value, expected);
+}
+} // namespace
+
+TEST_F(DictionaryTest, EachSetterStoresItsType)
+{
+    EXPECT_EQ(kivCS2Dictionary_setInteger(&record, "i", -7, kText), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Dictionary_setFloat(&record, "f", 1.25f, kText), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Dictionary_setCString(&record, "s", "text", kText), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Dictionary_setCString(&record, "empty", "", kText), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Dictionary_setCFValue(&record, "o", kCFBooleanTrue, kText), KIVCS2STATUS_OK);
+    expectNumber(at("i"), kCFNumberSInt32Type, int32_t{-7});
+    expectNumber(at("f"), kCFNumberFloat32Type, 1.25f);
+    EXPECT_EQ(kiv::test::utf8(static_cast<CFStringRef>(at("s"))), "text");
+    EXPECT_EQ(kiv::test::utf8(static_cast<CFStringRef>(at("empty"))), "");
+    EXPECT_EQ(at("o"), kCFBooleanTrue);
+
+    EXPECT_EQ(kivCS2Dictionary_setFloat(&record, "i", 2.0f, kText), KIVCS2STATUS_OK);
+    expectNumber(at("i"), kCFNumberFloat32Type, 2.0f);
+    EXPECT_EQ(CFDictionaryGetCount(record.m_dictionary), 5);
+}
+
+// Kept
+TEST_F(DictionaryTest, AFlagIsANumberOfItsLow8Bits)
+{
+    const std::pair<uint32_t, int8_t> kRows[] = {{0, 0}, {1, 1}, {256, 0}, {0x1ff, -1}};
+    for (const auto &[flag, stored] : kRows)
+    {
+        EXPECT_EQ(kivCS2Dictionary_setBool(&record, "b", flag, kText), KIVCS2STATUS_OK);
+        expectNumber(at("b"), kCFNumberSInt8Type, stored);
+    }
+}
+
+TEST_F(DictionaryTest, AnyKindButZeroIsAStringObject)
+{
+    const StringRef key = fromBytes("caf\xc3\xa9");
+    for (const KIVCS2DictionaryKey kind : {KIVCS2DictionaryKey{KIVCS2DictionaryKey_CFString}, ~0u})
+        EXPECT_EQ(kivCS2Dictionary_setInteger(&record, key.get(), static_cast<int32_t>(kind), kind),
+                  KIVCS2STATUS_OK);
+    expectNumber(at("caf\xc3\xa9"), kCFNumberSInt32Type, int32_t{-1});
+    EXPECT_EQ(CFGetRetainCount(key.get()), 2);
+}
+
+TEST_F(DictionaryTest, WhatIsNoASCIILeavesItAsItWas)
+{
+    EXPECT_EQ(kivCS2Dictionary_setInteger(&record, "caf\xc3\xa9", 1, kText), KIVCS2STATUS_MEMORY_ERR);
+    EXPECT_EQ(kivCS2Dictionary_setCString(&record, "a", "caf\xc3\xa9", kText), KIVCS2STATUS_MEMORY_ERR);
+    EXPECT_EQ(CFDictionaryGetCount(record.m_dictionary), 0);
+}
+
+TEST_F(DictionaryTest, AdoptsADictionaryBesideItsOwner)
+{
+    KIVCS2Dictionary second{};
+    ASSERT_EQ(kivCS2Dictionary_initWithCFDictionary(record.m_dictionary, &second), KIVCS2STATUS_OK);
+    EXPECT_EQ(CFGetRetainCount(record.m_dictionary), 2);
+    EXPECT_EQ(kivCS2Dictionary_setInteger(&second, "shared", 3, kText), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Dictionary_free(&second), KIVCS2STATUS_OK);
+    EXPECT_EQ(second.m_dictionary, nullptr);
+    EXPECT_EQ(kivCS2Dictionary_free(&second), KIVCS2STATUS_OK);
+    expectNumber(at("shared"), kCFNumberSInt32Type, int32_t{3});
+
+    const kiv::CFRef<CFDictionaryRef> fixed{
+        CFDictionaryCreate(nullptr, nullptr, nullptr, 0, nullptr, nullptr)};
+    ASSERT_EQ(kivCS2Dictionary_initWithCFDictionary(fixed.get(), &second), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Dictionary_setInteger(&second, "new", 3, kText), KIVCS2STATUS_MEMORY_ERR);
+    EXPECT_EQ(kivCS2Dictionary_free(&second), KIVCS2STATUS_OK);
+}
+
+TEST_F(DictionaryTest, ArgumentChecks)
+{
+    KIVCS2Dictionary empty{};
+    using Set = std::function<KIVCS2Status(KIVCS2Dictionary *, const void *)>;
+    const std::pair<const char *, Set> kSetters[] = {
+        {"kivCS2Dictionary_setCFValue",
+         [](auto *d, const void *k)
+         {
+             return kivCS2Dictionary_setCFValue(d, k, kCFBooleanTrue, kText);
+         }},
+        {"kivCS2Dictionary_setInteger",
+         [](auto *d, const void *k)
+         {
+             return kivCS2Dictionary_setInteger(d, k, 1, kText);
+         }},
+        {"kivCS2Dictionary_setFloat",
+         [](auto *d, const void *k)
+         {
+             return kivCS2Dictionary_setFloat(d, k, 1, kText);
+         }},
+        {"kivCS2Dictionary_setBool",
+         [](auto *d, const void *k)
+         {
+             return kivCS2Dictionary_setBool(d, k, 1, kText);
+         }},
+        {"kivCS2Dictionary_setCString",
+         [](auto *d, const void *k)
+         {
+             return kivCS2Dictionary_setCString(d, k, "v", kText);
+         }},
+    };
+    const auto refused = [](const char *operation, const char *text, std::function<KIVCS2Status()> call)
+    {
+        kiv::test::expectRefused({operation, text, KIVCS2STATUS_PARAM_ERR, std::move(call)});
+    };
+    for (const auto &[operation, set] : kSetters)
+    {
+        const Set &call = set;
+        refused(operation, "(dictionary) != NULL", KIV_CALL(call(nullptr, "k")));
+        refused(operation, "(dictionary->m_dictionary) != NULL", KIV_CALL(call(&empty, "k")));
+        refused(operation, "(key) != NULL", KIV_CALL(call(&record, nullptr)));
+    }
+    refused("kivCS2Dictionary_setCFValue", "(value) != NULL",
+            KIV_CALL(kivCS2Dictionary_setCFValue(&record, "k", nullptr, kText)));
+    refused("kivCS2Dictionary_setCString", "(value) != NULL",
+            KIV_CALL(kivCS2Dictionary_setCString(&record, "k", nullptr, kText)));
+    refused("kivCS2Dictionary_init", "(dictionary) != NULL", KIV_CALL(kivCS2Dictionary_init(nullptr)));
+    refused("kivCS2Dictionary_initWithCFDictionary", "(cfDictionary) != NULL",
+            KIV_CALL(kivCS2Dictionary_initWithCFDictionary(nullptr, &empty)));
+    refused("kivCS2Dictionary_initWithCFDictionary", "(dictionary) != NULL",
+            KIV_CALL(kivCS2Dictionary_initWithCFDictionary(record.m_dictionary, nullptr)));
+    refused("kivCS2Dictionary_free", "(dictionary) != NULL", KIV_CALL(kivCS2Dictionary_free(nullptr)));
+    EXPECT_EQ(CFDictionaryGetCount(record.m_dictionary), 0);
+}

@@ -1,0 +1,299 @@
+// JSON: every kind of value, the two passes, what fails and what a dictionary hides.
+#include <KIVCoreServices2/KIVCS2Dictionary.h>
+#include <KIVCoreServices2/KIVCS2JSON.h>
+
+#include "ArgumentCheck.h"
+#include "CFText.h"
+#include "JSONText.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <clocale>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <random>
+
+namespace
+{
+using kiv::CFRef;
+using kiv::test::fromBytes;
+using kiv::test::fromUnits;
+using kiv::test::jsonOf;
+using kiv::test::JSONText;
+using kiv::test::StringRef;
+using Array = CFRef<CFArrayRef>;
+using Dictionary = CFRef<CFDictionaryRef>;
+
+template <class T>
+CFRef<CFNumberRef> number(CFNumberType type, T value)
+{
+    return CFRef<CFNumberRef>{CFNumberCreate(nullptr, type, &value)};
+}
+
+Array array(std::vector<CFTypeRef> values)
+{
+    return Array{
+        CFArrayCreate(nullptr, values.data(), static_cast<CFIndex>(values.size()), &kCFTypeArrayCallBacks)};
+}
+
+Dictionary dictionary(std::vector<CFTypeRef> keys, std::vector<CFTypeRef> values)
+{
+    return Dictionary{CFDictionaryCreate(nullptr, keys.data(), values.data(),
+                                         static_cast<CFIndex>(keys.size()), &kCFTypeDictionaryKeyCallBacks,
+                                         &kCFTypeDictionaryValueCallBacks)};
+}
+
+std::string printed(double value)
+{
+    char text[400];
+    std::snprintf(text, sizeof text, "%f", value);
+    return text;
+}
+
+const StringRef &a()
+{
+    static const StringRef name = fromBytes("a");
+    return name;
+}
+// Half of a pair: nothing that UTF-8 can write.
+const StringRef &lone()
+{
+    static const StringRef string = fromUnits(u"ok\xd800");
+    return string;
+}
+} // namespace
+
+TEST(JSON, WritesEveryKindOfValue)
+{
+    const StringRef x = fromBytes("x");
+    const StringRef y = fromBytes("y");
+    const auto five = number(kCFNumberSInt32Type, int32_t{5});
+    const Dictionary entry = dictionary({a().get()}, {five.get()});
+    const Array pair = array({x.get(), y.get()});
+    const Array empty = array({});
+    const Dictionary none = dictionary({}, {});
+    EXPECT_EQ(jsonOf(entry.get()).text, R"({"a" : 5})");
+    EXPECT_EQ(jsonOf(pair.get()).text, R"(["x", "y"])");
+    EXPECT_EQ(jsonOf(dictionary({x.get(), a().get(), y.get()},
+                                {pair.get(), none.get(), array({entry.get(), empty.get()}).get()})
+                         .get())
+                  .text,
+              R"({"x" : ["x", "y"], "a" : {}, "y" : [{"a" : 5}, []]})");
+    EXPECT_EQ(jsonOf(fromBytes("").get()).text, R"("")");
+    const JSONText umlaut = jsonOf(fromUnits(u"\u00e9\u20ac\U0001f600").get());
+    EXPECT_EQ(umlaut.text, "\"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\"");
+    EXPECT_EQ(umlaut.measured, 4u * 3 + 2) << "as long as UTF-8 can get for its units";
+}
+
+TEST(JSON, FormatsANumberByItsType)
+{
+    const struct
+    {
+        CFNumberType type;
+        const char *text; // of all bits set, and for the fractions of -1.5
+    } kRows[] = {
+        {kCFNumberSInt8Type, "-1"},         {kCFNumberSInt16Type, "-1"},
+        {kCFNumberSInt32Type, "-1"},        {kCFNumberSInt64Type, "-1"},
+        {kCFNumberCharType, "255i"},        {kCFNumberShortType, "-1"},
+        {kCFNumberIntType, "-1"},           {kCFNumberLongType, "-1"},
+        {kCFNumberLongLongType, "-1"},      {kCFNumberCFIndexType, "-1"},
+        {kCFNumberNSIntegerType, "-1"},     {kCFNumberFloat32Type, "-1.500000"},
+        {kCFNumberFloatType, "-1.500000"},  {kCFNumberFloat64Type, "-1.500000"},
+        {kCFNumberDoubleType, "-1.500000"}, {kCFNumberCGFloatType, "-1.500000"},
+    };
+    for (const auto &row : kRows)
+    {
+        const std::string_view text = row.text;
+        const bool single = row.type == kCFNumberFloat32Type || row.type == kCFNumberFloatType;
+        const bool whole = text.find('.') == std::string_view::npos;
+        const auto made = whole    ? number(row.type, int64_t{-1})
+                          : single ? number(row.type, -1.5f)
+                                   : number(row.type, -1.5);
+        const JSONText written = jsonOf(made.get());
+        EXPECT_EQ(written.text, text) << row.type;
+        EXPECT_EQ(written.measured, text.size()) << row.type;
+    }
+    EXPECT_EQ(jsonOf(number(kCFNumberSInt64Type, std::numeric_limits<int64_t>::min()).get()).text,
+              "-9223372036854775808");
+}
+
+TEST(JSON, FractionsAreExactlyWhatPrintfWrites)
+{
+    const double infinity = std::numeric_limits<double>::infinity();
+    std::vector<double> values = {0.0,
+                                  -0.0,
+                                  1e308,
+                                  -std::numeric_limits<double>::max(),
+                                  infinity,
+                                  -infinity,
+                                  5e-324,
+                                  0.0000005,
+                                  0.5e-6,
+                                  1.5e-6,
+                                  2.5e-6,
+                                  0.9999995,
+                                  999999.9999995,
+                                  0.1f,
+                                  16777216.0,
+                                  9007199254740993.0,
+                                  4503599627370497.5,
+                                  0.0000019073486328125 /* a tie */,
+                                  0.03125 * 0.0001220703125,
+                                  std::nan(""),
+                                  -std::nan("")};
+    std::mt19937_64 random{3};
+    for (int index = 0; index < 20000; ++index)
+    {
+        values.push_back(std::bit_cast<double>(random()));
+        // Around one, in steps of powers of two: ties of the sixth decimal are among them.
+        values.push_back(
+            std::ldexp(static_cast<double>(random() % 100000), -static_cast<int>(random() % 30)));
+    }
+    for (const double value : values)
+    {
+        ASSERT_EQ(jsonOf(number(kCFNumberFloat64Type, value).get()).text, printed(value));
+        const auto single = static_cast<float>(value);
+        ASSERT_EQ(jsonOf(number(kCFNumberFloat32Type, single).get()).text,
+                  printed(static_cast<double>(single)));
+    }
+}
+
+TEST(JSON, TheProcessLocaleDoesNotMatter)
+{
+    const char *comma = nullptr;
+    for (const char *name : {"de_DE.UTF-8", "fr_FR.UTF-8", "de_DE"})
+        comma = comma != nullptr ? comma : std::setlocale(LC_ALL, name);
+    if (comma == nullptr)
+        GTEST_SKIP() << "no locale with a comma is installed";
+    const std::string text = jsonOf(number(kCFNumberFloat32Type, 1.5f).get()).text;
+    std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(text, "1.500000");
+}
+
+// Kept
+TEST(JSON, NothingIsEscaped)
+{
+    EXPECT_EQ(jsonOf(fromBytes({"a\"b\\c\n\0d", 8}).get()).text, std::string("\"a\"b\\c\n\0d\"", 10));
+}
+
+// Kept
+TEST(JSON, OtherTypesWriteNothing)
+{
+    const CFRef<CFDateRef> date{CFDateCreate(nullptr, 0)};
+    EXPECT_EQ(jsonOf(kCFBooleanTrue).text, "");
+    EXPECT_EQ(jsonOf(array({kCFBooleanTrue, date.get()}).get()).text, "[, ]");
+    EXPECT_EQ(jsonOf(dictionary({a().get()}, {kCFBooleanFalse}).get()).text, R"({"a" : })");
+    KIVCS2Dictionary flags{};
+    ASSERT_EQ(kivCS2Dictionary_init(&flags), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2Dictionary_setBool(&flags, "on", true, KIVCS2DictionaryKey_CString), KIVCS2STATUS_OK);
+    EXPECT_EQ(jsonOf(flags.m_dictionary).text, R"({"on" : 1})");
+    EXPECT_EQ(kivCS2Dictionary_free(&flags), KIVCS2STATUS_OK);
+}
+
+TEST(JSON, AnArrayHandsOnTheFailureOfAMember)
+{
+    EXPECT_EQ(jsonOf(lone().get()).text, "") << "nothing of a string that has no UTF-8 form";
+    const JSONText written = jsonOf(array({a().get(), lone().get(), a().get()}).get());
+    EXPECT_EQ(written.status, KIVCS2STATUS_UNSUPPORTED_ERR);
+    EXPECT_EQ(written.text, R"(["a", )");
+}
+
+// Kept
+TEST(JSON, ADictionaryHidesTheFailureOfAnEntry)
+{
+    const StringRef b = fromBytes("b");
+    const auto seven = number(kCFNumberIntType, 7);
+    const Array failing = array({seven.get(), lone().get(), seven.get()});
+    const struct
+    {
+        Dictionary list;
+        const char *text;
+    } kRows[] = {
+        {dictionary({a().get(), b.get()}, {lone().get(), a().get()}), R"({"a" : })"},
+        {dictionary({a().get(), b.get()}, {failing.get(), a().get()}), R"({"a" : [7, })"},
+        {dictionary({a().get(), lone().get()}, {a().get(), a().get()}), R"({"a" : "a", })"},
+        {dictionary({seven.get(), a().get()}, {a().get(), a().get()}), "{}"}, // no key but a string
+    };
+    for (const auto &row : kRows)
+    {
+        const JSONText written = jsonOf(row.list.get());
+        EXPECT_EQ(written.status, KIVCS2STATUS_OK) << row.text;
+        EXPECT_EQ(written.text, row.text);
+    }
+    // What follows the dictionary is written.
+    EXPECT_EQ(jsonOf(array({kRows[0].list.get(), seven.get()}).get()).text, R"([{"a" : }, 7])");
+}
+
+TEST(JSON, TextIsAppendedAndCountsAreAdded)
+{
+    char room[32];
+    char *cursor = room;
+    uint32_t length = 100;
+    EXPECT_EQ(kivCS2JSON_createFromPlist(a().get(), &cursor, &length), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2JSON_createFromPlist(a().get(), &cursor, &length), KIVCS2STATUS_OK);
+    EXPECT_STREQ(room, R"("a""a")");
+    EXPECT_EQ(length, 106u);
+    cursor = nullptr; // measures, as no cursor does
+    EXPECT_EQ(kivCS2JSON_createFromPlist(a().get(), &cursor, &length), KIVCS2STATUS_OK);
+    EXPECT_EQ(length, 106u + 5);
+}
+
+// A count that went round would have the writing pass run past the caller's buffer: not even a
+// dictionary hides it.
+TEST(JSON, ACountBeyond32BitsIsRefusedAtEveryDepth)
+{
+    const auto seven = number(kCFNumberIntType, 7);
+    const Dictionary entry = dictionary({a().get()}, {seven.get()}); // 9 bytes, 11 when measured
+    const Array inside = array({entry.get(), entry.get()});
+    for (const uint32_t left : {0u, 1u, 5u, 8u})
+    {
+        for (const CFTypeRef list :
+             {static_cast<CFTypeRef>(entry.get()), static_cast<CFTypeRef>(inside.get())})
+        {
+            char room[32];
+            char *cursor = room;
+            uint32_t length = UINT32_MAX - left;
+            EXPECT_EQ(kivCS2JSON_createFromPlist(list, nullptr, &length), KIVCS2STATUS_MEMORY_ERR) << left;
+            EXPECT_GE(length, UINT32_MAX - left);
+            length = UINT32_MAX - left;
+            EXPECT_EQ(kivCS2JSON_createFromPlist(list, &cursor, &length), KIVCS2STATUS_MEMORY_ERR) << left;
+            EXPECT_LE(cursor - room, left);
+        }
+    }
+    char room[32];
+    char *cursor = room;
+    uint32_t length = UINT32_MAX - 9;
+    EXPECT_EQ(kivCS2JSON_createFromPlist(entry.get(), &cursor, &length), KIVCS2STATUS_OK);
+    EXPECT_EQ(length, UINT32_MAX);
+}
+
+TEST(JSON, NestsDeeperThanAnyStackUpToTheLimit)
+{
+    CFRef<CFTypeRef> nest{array({}).release()};
+    for (uint32_t depth = 1; depth < KIVCS2_JSON_MAX_DEPTH; ++depth)
+        nest = CFRef<CFTypeRef>{depth % 2 == 0 ? static_cast<CFTypeRef>(array({nest.get()}).release())
+                                               : dictionary({a().get()}, {nest.get()}).release()};
+    const JSONText deepest = jsonOf(nest.get());
+    EXPECT_EQ(deepest.status, KIVCS2STATUS_OK);
+    EXPECT_EQ(deepest.text.size(), KIVCS2_JSON_MAX_DEPTH / 2 * (2 + 8));
+    EXPECT_EQ(jsonOf(array({nest.get()}).get()).status, KIVCS2STATUS_OK) << "a dictionary is one further in";
+
+    const CFRef<CFMutableArrayRef> endless{CFArrayCreateMutable(nullptr, 0, nullptr)};
+    CFArrayAppendValue(endless.get(), endless.get());
+    EXPECT_EQ(jsonOf(endless.get()).status, KIVCS2STATUS_UNSUPPORTED_ERR);
+}
+
+TEST(JSON, ArgumentChecks)
+{
+    uint32_t length = 0;
+    const kiv::test::ArgumentCheck kChecks[] = {
+        {"kivCS2JSON_createFromPlist", "(plist) != NULL", KIVCS2STATUS_PARAM_ERR,
+         KIV_CALL(kivCS2JSON_createFromPlist(nullptr, nullptr, &length))},
+        {"kivCS2JSON_createFromPlist", "(length) != NULL", KIVCS2STATUS_PARAM_ERR,
+         KIV_CALL(kivCS2JSON_createFromPlist(a().get(), nullptr, nullptr))},
+    };
+    for (const auto &check : kChecks)
+        kiv::test::expectRefused(check);
+}
