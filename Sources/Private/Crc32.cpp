@@ -252,7 +252,7 @@ KIV_VPCLMUL KIV_INLINE uint32_t finish512(__m512i sum)
 KIV_VPCLMUL KIV_INLINE __m512i loadHead(uint32_t crc, const uint8_t *data, size_t size, size_t length)
 {
     const __m512i bytes =
-        length >= kBlock ? load512(data) : _mm512_maskz_loadu_epi8((uint64_t{1} << size) - 1, data);
+        length >= kBlock ? load512(data) : _mm512_maskz_loadu_epi8(~uint64_t{0} >> (kBlock - size), data);
     const __m512i start = _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int>(crc)));
     const __m512i places = _mm512_add_epi8(load512(kIota.data()), _mm512_set1_epi8(static_cast<char>(size)));
     return _mm512_maskz_permutexvar_epi8(~uint64_t{0} << (kBlock - size) % kBlock, places,
