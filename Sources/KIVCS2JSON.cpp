@@ -370,10 +370,11 @@ KIVCS2Status kivCS2JSON_createFromPlist(CFTypeRef plist, char **cursor, uint32_t
     KIV_CHECK_AS(plist != nullptr, "(plist) != NULL", KIVCS2STATUS_PARAM_ERR);
     KIV_CHECK_AS(length != nullptr, "(length) != NULL", KIVCS2STATUS_PARAM_ERR);
 
-    Text text{cursor != nullptr ? *cursor : nullptr, *length};
+    char *const start = cursor != nullptr ? *cursor : nullptr;
+    Text text{start, *length};
     const KIVCS2Status status = Walk{text}.write(plist);
     // Where nothing was written, the byte at the cursor is not ours.
-    if (!text.measures() && text.cursor() != *cursor)
+    if (!text.measures() && text.cursor() != start)
         *text.cursor() = '\0';
     *length = text.length();
     if (cursor != nullptr)
