@@ -15,6 +15,7 @@
 
 #include "KIVCS2LinkList.h"
 #include "KIVCS2LinkTree.h"
+#include "KIVCS2RingBuffer.h"
 
 #include "KIVCS2Mutex.h"
 #include "KIVCS2PThread.h"
