@@ -20,6 +20,7 @@
 #include "KIVCS2Mutex.h"
 #include "KIVCS2PThread.h"
 #include "KIVCS2Semaphore.h"
+#include "KIVCS2SharedMemory.h"
 
 #include "KIVCS2Dictionary.h"
 #include "KIVCS2JSON.h"
