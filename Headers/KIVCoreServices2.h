@@ -22,6 +22,9 @@
 #include "KIVCS2Semaphore.h"
 #include "KIVCS2SharedMemory.h"
 
+#include "KIVCS2MemoryPool.h"
+#include "KIVCS2MultiBuffer.h"
+
 #include "KIVCS2Dictionary.h"
 #include "KIVCS2JSON.h"
 

@@ -1,0 +1,128 @@
+// Memory pools: objects of one size out of one block, in the order in which they were returned.
+#include "KIVCS2MemoryPool.h"
+
+#include "Private/Check.h"
+#include "Private/HeapLimit.h"
+#include "Private/MutexLock.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace
+{
+// Of objects that are no part of one array, only numbers may be compared.
+bool isOfBlock(const KIVCS2MemoryPool &pool, const void *object)
+{
+    const auto address = reinterpret_cast<uintptr_t>(object);
+    return address >= reinterpret_cast<uintptr_t>(pool.m_storage) &&
+           address < reinterpret_cast<uintptr_t>(pool.m_storageEnd);
+}
+
+// A free object begins with its link.
+KIVCS2LinkElem *linkOf(void *object)
+{
+    return static_cast<KIVCS2LinkElem *>(object);
+}
+
+// The object that is next in turn, or one of the heap, or null. Under the lock.
+[[nodiscard]] void *takeObject(KIVCS2MemoryPool &pool)
+{
+    if (KIVCS2LinkElem *first = pool.m_objects.m_next; first != nullptr)
+    {
+        kivCS2LinkList_removeElem(&pool.m_objects, first); // and with its link the last of it is zero
+        return first;
+    }
+    void *object = pool.m_allowExternal != 0 ? std::malloc(pool.m_objectSize) : nullptr;
+    if (object != nullptr)
+        ++pool.m_externalObjects;
+    return object;
+}
+} // namespace
+
+KIVCS2Status kivCS2MemoryPool_init(KIVCS2MemoryPool *pool, uint32_t poolSize, uint32_t objectSize,
+                                   uint32_t allowExternal, KIVCS2MemoryPoolAllocFunc allocFunc,
+                                   KIVCS2MemoryPoolFreeFunc freeFunc)
+{
+    KIV_CHECK(pool);
+    KIV_CHECK(poolSize > 0);
+    KIV_CHECK(objectSize > 0);
+
+    *pool = {};
+    // Every object is written to below: room that the kernel grants and cannot back would end the process.
+    const uint64_t bytes = uint64_t{poolSize} * objectSize;
+    if (!kiv::fitsMemory(bytes))
+        return KIVCS2STATUS_MEMORY_ERR;
+    auto *storage = static_cast<uint8_t *>(kivCS2ZeroMalloc(bytes));
+    if (storage == nullptr)
+        return KIVCS2STATUS_MEMORY_ERR;
+    if (const KIVCS2Status status = kivCS2Mutex_init(&pool->m_mutex, KIVCS2MutexOptions_None);
+        KIVCS2_FAILED(status))
+    {
+        std::free(storage);
+        return status;
+    }
+
+    pool->m_storage = storage;
+    pool->m_storageEnd = storage + bytes;
+    pool->m_poolSize = poolSize;
+    pool->m_objectSize = objectSize;
+    pool->m_allowExternal = allowExternal;
+    pool->m_allocFunc = allocFunc;
+    pool->m_freeFunc = freeFunc;
+    for (uint8_t *object = storage; object != pool->m_storageEnd; object += objectSize)
+        kivCS2LinkList_appendElem(&pool->m_objects, linkOf(object));
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2MemoryPool_free(KIVCS2MemoryPool *pool)
+{
+    KIV_CHECK(pool);
+    KIV_ASSERT(pool->m_externalObjects == 0);
+    KIV_ASSERT(pool->m_objects.m_count == pool->m_poolSize);
+
+    // Kept: without assertions the block goes also with objects that are out.
+    std::free(pool->m_storage);
+    (void)kivCS2Mutex_free(&pool->m_mutex); // not null: cannot fail
+    *pool = {};
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2MemoryPool_allocObject(KIVCS2MemoryPool *pool, void **object)
+{
+    KIV_CHECK(pool);
+    KIV_CHECK(object);
+
+    *object = nullptr; // so that it tells, whatever the status, whether there is one to return
+    {
+        kiv::MutexLock lock{pool->m_mutex};
+        KIV_TRY(lock.status());
+        *object = takeObject(*pool);
+    }
+    if (*object == nullptr)
+        return KIVCS2STATUS_MEMORY_ERR;
+    // Kept: the object is handed out also when the callback fails.
+    return pool->m_allocFunc != nullptr ? pool->m_allocFunc(*object) : KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2MemoryPool_freeObject(KIVCS2MemoryPool *pool, void *object)
+{
+    KIV_CHECK(pool);
+    KIV_CHECK(object);
+
+    if (pool->m_freeFunc != nullptr)
+        pool->m_freeFunc(object);
+    std::memset(object, 0, pool->m_objectSize);
+
+    kiv::MutexLock lock{pool->m_mutex};
+    KIV_TRY(lock.status());
+    if (isOfBlock(*pool, object))
+    {
+        kivCS2LinkList_appendElem(&pool->m_objects, linkOf(object));
+    }
+    else
+    {
+        std::free(object);
+        --pool->m_externalObjects;
+    }
+    return KIVCS2STATUS_OK;
+}
