@@ -3,9 +3,9 @@
 // namespaces are refused, a guardian process outlives the test and removes the keys of its range.
 #pragma once
 
-#include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/shm.h>
 #include <unistd.h>
@@ -36,7 +36,7 @@ private:
     void startGuardian() const
     {
         int ends[2];
-        if (pipe(ends) != 0)
+        if (pipe2(ends, O_CLOEXEC) != 0) // no program that the test starts keeps the guardian waiting
             std::abort();
         const pid_t guardian = fork();
         if (guardian < 0)
