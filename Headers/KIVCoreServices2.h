@@ -28,6 +28,8 @@
 #include "KIVCS2Dictionary.h"
 #include "KIVCS2JSON.h"
 
+#include "KIVCS2SystemInfo.h"
+
 #include "KIVCS2VideoFormat.h"
 
 #include "KIVCS2Timecode.h"

@@ -5,13 +5,12 @@
 #ifndef KIV_MACH_TIME_H
 #define KIV_MACH_TIME_H
 
+#include <mach/kern_return.h>
+
 #include <stdint.h>
 #include <sys/cdefs.h>
 
 __BEGIN_DECLS
-
-typedef int kern_return_t;
-#define KERN_SUCCESS 0
 
 /** Nanoseconds are absolute time times `numer` by `denom`. */
 typedef struct mach_timebase_info_data
