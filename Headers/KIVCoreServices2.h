@@ -30,6 +30,9 @@
 
 #include "KIVCS2SystemInfo.h"
 
+#include "KIVCS2Task.h"
+#include "KIVCS2TaskServer.h"
+
 #include "KIVCS2VideoFormat.h"
 
 #include "KIVCS2Timecode.h"

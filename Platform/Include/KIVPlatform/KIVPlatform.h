@@ -39,6 +39,22 @@ KIVP_EXPORT void KIVPSemaphoreName(const char *name, char encoded[KIVP_SEMAPHORE
  */
 KIVP_EXPORT int KIVPSetThreadName(const char *name);
 
+/**
+ * Closes every descriptor of the process from `first` to `last`, those that are not open included. Safe
+ * between fork and exec.
+ * @return 0, or -1 and errno
+ */
+KIVP_EXPORT int KIVPCloseDescriptors(unsigned int first, unsigned int last);
+
+/**
+ * Makes the calling process the parent of every descendant whose own parent ends, so that none gets away.
+ * @return 0, or -1 and errno
+ */
+KIVP_EXPORT int KIVPAdoptOrphans(void);
+
+/** pipe2(2) with both ends closed on exec and above the standard streams, also where those are closed. */
+KIVP_EXPORT int KIVPPipe(int ends[2]);
+
 __END_DECLS
 
 #endif

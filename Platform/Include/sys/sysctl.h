@@ -6,17 +6,56 @@
 #define KIV_SYS_SYSCTL_H
 
 #include <stddef.h>
+#include <stdint.h>
 #include <sys/cdefs.h>
+#include <sys/types.h>
 
 __BEGIN_DECLS
 
 #define CTL_HW      6
 #define HW_CPU_FREQ 15
 
+/** The table of processes: {CTL_KERN, KERN_PROC, KERN_PROC_ALL}. */
+#define CTL_KERN      1
+#define KERN_PROC     14
+#define KERN_PROC_ALL 0
+
+/** p_stat: what a process does. */
+#define SIDL   1 /**< being made */
+#define SRUN   2 /**< runs, or could */
+#define SSLEEP 3 /**< sleeps */
+#define SSTOP  4 /**< stopped by a signal, or traced */
+#define SZOMB  5 /**< has ended and was not waited for */
+
+#define MAXCOMLEN 16
+
+struct extern_proc
+{
+    pid_t p_pid;
+    char p_stat;                /**< SIDL to SZOMB */
+    char p_comm[MAXCOMLEN + 1]; /**< name of the program, cut; may hold any character */
+    uint64_t p_starttime;       /**< when it was started: nanoseconds of CLOCK_BOOTTIME, in steps of 10 ms */
+};
+
+struct eproc
+{
+    pid_t e_ppid; /**< process id of its parent */
+};
+
+/** One process. Its size is the documented one; what has no name here is zero. */
+struct kinfo_proc
+{
+    struct extern_proc kp_proc;
+    struct eproc kp_eproc;
+    char kp_reserved[648 - sizeof(struct extern_proc) - sizeof(struct eproc)];
+};
+
 /**
  * Stores the value of the variable `name`, of `nameCount` numbers, and its size; `oldSize` holds the bytes
- * there is room for, and a null `oldValue` asks for the size alone. Supplied is {CTL_HW, HW_CPU_FREQ}: the
- * highest clock of the processors in hertz, in 4 bytes, at most 0xFFFFFFFF.
+ * there is room for, and a null `oldValue` asks for the size alone. Supplied are
+ * - {CTL_HW, HW_CPU_FREQ}: the highest clock of the processors in hertz, in 4 bytes, at most 0xFFFFFFFF;
+ * - {CTL_KERN, KERN_PROC, KERN_PROC_ALL}: a kinfo_proc a process, read one after the other, so that a
+ *   process that comes or goes meanwhile may be there or not. With too little room what fits is stored.
  * @return 0, or -1 and errno: ENOENT for another name and when the system does not tell, ENOMEM for too little
  *         room, EPERM when `newValue` is to be set. Any thread.
  */

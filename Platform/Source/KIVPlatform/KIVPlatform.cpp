@@ -8,8 +8,10 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <pthread.h>
 #include <string_view>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 namespace
@@ -31,6 +33,18 @@ uint64_t fnv1a(std::string_view text) noexcept
     for (const char character : text)
         hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001b3u;
     return hash;
+}
+
+// Gives `fd` a number above the standard streams; closes it where that fails.
+int moveUp(int fd) noexcept
+{
+    if (fd > STDERR_FILENO)
+        return fd;
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int moveError = errno;
+    close(fd);
+    errno = moveError;
+    return moved;
 }
 } // namespace
 
@@ -96,4 +110,38 @@ int KIVPSetThreadName(const char *name)
     char cut[kThreadNameSize] = {};
     text.copy(cut, sizeof cut - 1);
     return pthread_setname_np(pthread_self(), cut);
+}
+
+int KIVPCloseDescriptors(unsigned int first, unsigned int last)
+{
+    return close_range(first, last, 0);
+}
+
+int KIVPAdoptOrphans(void)
+{
+    return prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
+}
+
+int KIVPPipe(int ends[2])
+{
+    int made[2];
+    if (pipe2(made, O_CLOEXEC) != 0)
+        return -1;
+    // In this order, so that the number the first one leaves is not taken for the second.
+    const int writeEnd = moveUp(made[1]);
+    const int writeError = errno;
+    const int readEnd = moveUp(made[0]);
+    if (writeEnd >= 0 && readEnd >= 0)
+    {
+        ends[0] = readEnd;
+        ends[1] = writeEnd;
+        return 0;
+    }
+    const int moveError = writeEnd < 0 ? writeError : errno;
+    if (writeEnd >= 0)
+        close(writeEnd);
+    if (readEnd >= 0)
+        close(readEnd);
+    errno = moveError;
+    return -1;
 }

@@ -1,6 +1,7 @@
-// The system's variables by number: the clock of the processors.
+// The system's variables by number: the clock of the processors, the table of processes.
 #include <sys/sysctl.h>
 
+#include "System/ProcessTable.h"
 #include "System/SystemFile.h"
 
 #include <algorithm>
@@ -16,6 +17,12 @@ int sysctl(const int *name, unsigned int nameCount, void *oldValue, size_t *oldS
         errno = error;
         return -1;
     };
+    if (nameCount == 3 && name[0] == CTL_KERN && name[1] == KERN_PROC && name[2] == KERN_PROC_ALL)
+    {
+        if (newValue != nullptr)
+            return fail(EPERM);
+        return kiv::system::processTable(oldValue, *oldSize);
+    }
     if (nameCount != 2 || name[0] != CTL_HW || name[1] != HW_CPU_FREQ)
         return fail(ENOENT);
     if (newValue != nullptr)

@@ -1,0 +1,420 @@
+// The task server's host side: starts the server, hands it tasks and hears of their ends.
+#include "KIVCS2TaskServer.h"
+
+#include "Private/Check.h"
+#include "Private/TaskServer_Process.h"
+#include "Private/TaskServer_Wire.h"
+#include "Private/Task_Children.h"
+#include "Private/Task_Record.h"
+#include "Private/Task_Tree.h"
+
+#include <KIVPlatform/KIVPlatform.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <utility>
+
+constinit KIVCS2TaskServer g_CSTaskServer{};
+
+namespace
+{
+constexpr int kIdlePeriod = 1000;     // milliseconds
+constexpr int32_t kLostExitCode = -1; // neither an exit nor a signal
+
+class ServerLock
+{
+public:
+    ServerLock()
+    {
+        pthread_mutex_lock(&g_CSTaskServer.m_mutex);
+    }
+    ~ServerLock()
+    {
+        pthread_mutex_unlock(&g_CSTaskServer.m_mutex);
+    }
+    ServerLock(const ServerLock &) = delete;
+    ServerLock &operator=(const ServerLock &) = delete;
+};
+
+// The link is a task's first member.
+[[nodiscard]] KIVCS2Task &taskOf(KIVCS2LinkElem *link)
+{
+    return *reinterpret_cast<KIVCS2Task *>(link);
+}
+
+[[nodiscard]] bool isReadbackThread()
+{
+    return g_CSTaskServer.m_readbackRuns.load() &&
+           pthread_equal(g_CSTaskServer.m_readback, pthread_self()) != 0;
+}
+
+[[nodiscard]] bool isUsable()
+{
+    return g_CSTaskServer.m_usable && g_CSTaskServer.m_hostPid == getpid();
+}
+
+// ---- Pipes ----
+
+void closeEnd(uint32_t index)
+{
+    if (const int32_t descriptor = std::exchange(g_CSTaskServer.m_descriptors[index], 0); descriptor > 0)
+        close(descriptor);
+}
+
+// Stores both ends at `readIndex` and behind it. Reading never blocks: who reads waits by poll.
+[[nodiscard]] KIVCS2Status makePipe(uint32_t readIndex)
+{
+    int ends[2];
+    if (KIVPPipe(ends) != 0)
+        return KIVCS2STATUS_PIPE_ERR;
+    g_CSTaskServer.m_descriptors[readIndex] = ends[0];
+    g_CSTaskServer.m_descriptors[readIndex + 1] = ends[1];
+    if (fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0)
+        return KIVCS2STATUS_OK;
+    closeEnd(readIndex);
+    closeEnd(readIndex + 1);
+    return KIVCS2STATUS_PIPE_ERR;
+}
+
+// New pipes for each server: what an old one has left unread, or half written, is nobody's message.
+[[nodiscard]] KIVCS2Status makeServerPipes()
+{
+    KIV_TRY(makePipe(kRequestRead));
+    const KIVCS2Status status = makePipe(kPidRead);
+    if (KIVCS2_SUCCEEDED(status))
+        return status;
+    closeEnd(kRequestRead);
+    closeEnd(kRequestWrite);
+    return status;
+}
+
+void closeServerPipes()
+{
+    for (const uint32_t index : {kRequestRead, kRequestWrite, kPidRead, kPidWrite})
+        closeEnd(index);
+}
+
+// The server's ends are its own: with the host's copies closed, its end shows in both pipes.
+[[nodiscard]] KIVCS2Status startServer()
+{
+    const KIVCS2Status status = kivCS2TaskServerPrv_createServer();
+    if (KIVCS2_FAILED(status))
+    {
+        closeServerPipes();
+        return status;
+    }
+    closeEnd(kRequestRead);
+    closeEnd(kPidWrite);
+    return status;
+}
+
+// ---- The server's life ----
+
+// Without its parent a process ends unseen; the readback thread looks after those from now on.
+void markTasksLost()
+{
+    for (KIVCS2LinkElem *link = g_CSTaskServer.m_tasks.m_next; link != nullptr; link = link->m_next)
+        taskOf(link).m_lost = 1;
+}
+
+[[nodiscard]] bool serverLives()
+{
+    const pid_t server = g_CSTaskServer.m_serverPid;
+    return server > 0 && g_CSTaskServer.m_serverEnded.load() == 0 && waitpid(server, nullptr, WNOHANG) == 0;
+}
+
+[[nodiscard]] KIVCS2Status ensureServer()
+{
+    if (serverLives())
+        return KIVCS2STATUS_OK;
+    markTasksLost();
+    std::atomic_ref{g_CSTaskServer.m_serverPid}.store(0);
+    closeServerPipes();
+    KIV_TRY(makeServerPipes());
+    return startServer();
+}
+
+// ---- A launch ----
+
+enum class Answer
+{
+    launched,
+    noRequest, // it was not written
+    noProcess, // it was, and the server went without launching
+};
+
+// The new process's id, or 0 once neither the server nor a process on its way is there to write it.
+[[nodiscard]] pid_t readPid()
+{
+    const int descriptor = g_CSTaskServer.m_descriptors[kPidRead];
+    bool lastLook = false;
+    for (;;)
+    {
+        int32_t pid = 0;
+        const ssize_t count = read(descriptor, &pid, sizeof pid); // whole: it was written at once
+        if (count == sizeof pid)
+            return pid > 1 ? pid : 0;
+        if (count >= 0)
+            return 0;
+        if (errno == EINTR)
+            continue;
+        if (errno != EAGAIN || lastLook)
+            return 0;
+        pollfd entry{descriptor, POLLIN, 0};
+        // Another process may hold the pipe open, so that it does not end with the server.
+        if (poll(&entry, 1, kIdlePeriod) == 0)
+            lastLook = !serverLives();
+    }
+}
+
+// The task is in the list before its process can end, and its end be looked for there.
+[[nodiscard]] Answer askServer(KIVCS2Task &task, const kiv::ExecMessage &message)
+{
+    if (KIVCS2_FAILED(message.send()))
+        return Answer::noRequest;
+    const pid_t pid = readPid();
+    if (pid == 0)
+        return Answer::noProcess;
+    kiv::retainTask(task);
+    kivCS2LinkList_appendElem(&g_CSTaskServer.m_tasks, &task.m_link);
+    kiv::taskWord(task.m_pid).store(pid);
+    return Answer::launched;
+}
+
+[[nodiscard]] KIVCS2Status launch(KIVCS2Task &task, const kiv::ExecMessage &message)
+{
+    Answer answer = askServer(task, message);
+    if (answer == Answer::launched)
+        return KIVCS2STATUS_OK;
+    // The server died before it launched anything: once more with a new one, and not for ever.
+    const KIVCS2Status replaced = ensureServer();
+    if (KIVCS2_SUCCEEDED(replaced))
+        answer = askServer(task, message);
+    if (answer == Answer::launched)
+        return KIVCS2STATUS_OK;
+    // Kept: hosts rely on a task whose request was not written staying as it is, never to be finished.
+    if (answer == Answer::noRequest)
+        return KIVCS2STATUS_PIPE_ERR;
+    kiv::taskWord(task.m_state).store(KIVCS2TaskState_Created);
+    return KIVCS2_FAILED(replaced) ? replaced : KIVCS2STATUS_TASK_SERVER_ERR;
+}
+
+// ---- Readback ----
+
+// Takes the task out of the list and finishes it, with the mutex held.
+void finish(KIVCS2Task &task, int32_t exitCode)
+{
+    kivCS2LinkElem_unlink(&task.m_link);
+    task.m_exitCode = exitCode;
+    kiv::finishTask(task);
+    kiv::releaseTask(task);
+}
+
+[[nodiscard]] KIVCS2Task *findTask(pid_t pid)
+{
+    for (KIVCS2LinkElem *link = g_CSTaskServer.m_tasks.m_next; link != nullptr; link = link->m_next)
+        if (taskOf(link).m_pid == pid)
+            return &taskOf(link);
+    return nullptr;
+}
+
+void handleReport(pid_t pid, int32_t status)
+{
+    if (pid <= 1)
+        return;
+    {
+        const ServerLock lock;
+        if (pid == g_CSTaskServer.m_serverPid)
+        {
+            // The handler has not, where it ran before the id was stored.
+            g_CSTaskServer.m_serverEnded.store(1);
+            markTasksLost();
+            return;
+        }
+        if (KIVCS2Task *task = findTask(pid); task != nullptr)
+        {
+            finish(*task, status);
+            return;
+        }
+    }
+    kiv::ChildTable::deliver(pid, status);
+}
+
+// The tasks of servers that are gone: finishes those whose process is gone too. Their last reports have
+// been read, for the pipe is empty.
+void finishLostTasks()
+{
+    KIVCS2LinkList &tasks = g_CSTaskServer.m_tasks;
+    KIVCS2LinkElem *link = tasks.m_next;
+    while (link != nullptr && taskOf(link).m_lost == 0)
+        link = link->m_next;
+    if (link == nullptr)
+        return;
+
+    const kiv::ProcessTable table;
+    while (link != nullptr)
+    {
+        KIVCS2Task &task = taskOf(link);
+        link = link->m_next;
+        if (task.m_lost == 0)
+            continue;
+        const uint64_t start = table.startOf(task.m_pid);
+        if (task.m_lostStart == 0)
+            task.m_lostStart = start;
+        if (start == 0 || start != task.m_lostStart)
+            finish(task, kLostExitCode);
+    }
+}
+
+void idle()
+{
+    kiv::ChildTable::tick();
+    const ServerLock lock;
+    finishLostTasks();
+}
+
+// Waits for a report, doing what is due in seconds without one.
+void waitForReport()
+{
+    for (;;)
+    {
+        pollfd entry{g_CSTaskServer.m_descriptors[kReportRead], POLLIN, 0};
+        const bool postponed = g_CSTaskServer.m_reapingPostponed.exchange(0) != 0;
+        if (postponed)
+            kiv::reapChildren();
+        const int ready = poll(&entry, 1, kIdlePeriod);
+        if (ready > 0 || (ready < 0 && errno != EINTR))
+            return;
+        if (ready == 0)
+            idle();
+    }
+}
+
+[[nodiscard]] bool startReadback()
+{
+    KIVCS2TaskServer &server = g_CSTaskServer;
+    if (server.m_readbackRuns.load())
+        return true;
+    // The host's signals are for the host's threads.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    (void)pthread_sigmask(SIG_SETMASK, &all, &before); // cannot fail with these arguments
+    const bool runs =
+        pthread_create(&server.m_readback, nullptr, kivCS2TaskServerPrv_readbackThread, nullptr) == 0;
+    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    server.m_readbackRuns.store(runs);
+    if (runs)
+        kiv::ChildTable::expectReports();
+    return runs;
+}
+} // namespace
+
+void *kivCS2TaskServerPrv_readbackThread(void *)
+{
+    (void)KIVPSetThreadName("kivcs2-readback"); // a thread without a name works as well
+    for (;;)
+    {
+        waitForReport();
+        int32_t pid = 0;
+        int32_t status = 0;
+        if (KIVCS2_FAILED(kivCS2TaskServerPrv_readBytes(kReportRead, &pid, sizeof pid, false)) ||
+            KIVCS2_FAILED(kivCS2TaskServerPrv_readBytes(kReportRead, &status, sizeof status, false)))
+            return nullptr;
+        handleReport(pid, status);
+    }
+}
+
+void kivCS2TaskServerPrv_infanticide()
+{
+    (void)kivCS2TaskServer_killAllChildProcesses(getpid()); // always succeeds
+}
+
+// ---- Operations ----
+
+KIVCS2Status kivCS2TaskServer_init(void)
+{
+    KIVCS2TaskServer &server = g_CSTaskServer;
+    if (server.m_initialised != 0)
+        return KIVCS2STATUS_OK;
+    server.m_initialised = 1;
+    server.m_hostPid = getpid();
+
+    KIV_TRY(makeServerPipes());
+    if (const KIVCS2Status status = makePipe(kReportRead); KIVCS2_FAILED(status))
+    {
+        closeServerPipes();
+        return status;
+    }
+    if (pthread_mutex_init(&server.m_mutex, nullptr) != 0)
+    {
+        closeServerPipes();
+        closeEnd(kReportRead);
+        closeEnd(kReportWrite);
+        return KIVCS2STATUS_MUTEX_ERR;
+    }
+    server.m_usable = true;
+    kiv::ChildTable::share();
+    server.m_reaper.store(getpid());
+    (void)std::atexit(
+        kivCS2TaskServerPrv_infanticide); // without it the server does the same, when the host is gone
+
+    // Forked before there is a second thread; only then is there anything for the handler to hand over to.
+    kiv::installChildHandler();
+    const KIVCS2Status status = startServer();
+    (void)startReadback(); // tried again at each launch
+    return status;
+}
+
+KIVCS2Status kivCS2TaskServer_exec(KIVCS2Task *task, KIVCS2TaskFunc callback, void *context)
+{
+    KIV_CHECK_AS(task != nullptr, "(task) != NULL", KIVCS2STATUS_PARAM_ERR);
+
+    if (!isUsable())
+        return KIVCS2STATUS_TASK_SERVER_ERR;
+    if (isReadbackThread())
+        return KIVCS2STATUS_MUTEX_ERR; // a callback holds it
+    const ServerLock lock;
+    if (!startReadback())
+        return KIVCS2STATUS_TASK_SERVER_ERR;
+    KIV_TRY(ensureServer());
+    if (kiv::taskWord(task->m_state).load() != KIVCS2TaskState_Created)
+        return KIVCS2STATUS_STATE_ERR;
+    KIV_TRY(kivCS2TaskPrv_checkLaunchable(task));
+    kiv::ExecMessage message;
+    KIV_TRY(message.make(*task));
+
+    task->m_callback = callback;
+    task->m_context = context;
+    kiv::taskWord(task->m_state).store(KIVCS2TaskState_RunningAsync);
+    return launch(*task, message);
+}
+
+KIVCS2Status kivCS2TaskServer_tasksRunning(uint32_t *tasks)
+{
+    KIV_CHECK_AS(tasks != nullptr, "(tasks) != NULL", KIVCS2STATUS_PARAM_ERR);
+
+    *tasks = 0;
+    if (!isUsable())
+        return KIVCS2STATUS_TASK_SERVER_ERR;
+    if (isReadbackThread()) // a callback, which holds the mutex
+    {
+        *tasks = g_CSTaskServer.m_tasks.m_count;
+        return KIVCS2STATUS_OK;
+    }
+    const ServerLock lock;
+    *tasks = g_CSTaskServer.m_tasks.m_count;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2TaskServer_killAllChildProcesses(pid_t parent)
+{
+    kiv::ProcessTable{}.signalDescendants(parent, SIGTERM);
+    return KIVCS2STATUS_OK;
+}

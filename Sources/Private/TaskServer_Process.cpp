@@ -1,0 +1,271 @@
+// The task server itself: forked from the host, it launches what it is asked to and reports who has ended.
+#include "Private/TaskServer_Process.h"
+
+#include "Private/Check.h"
+#include "Private/TaskServer_Wire.h"
+#include "Private/Task_Children.h"
+#include "Private/Task_Tree.h"
+
+#include <KIVPlatform/KIVPlatform.h>
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace
+{
+// All that is launched has this long for its SIGTERM; then it is killed.
+constexpr int kGrace = 750;       // milliseconds
+constexpr int kKillingTime = 500; // milliseconds to see the killed ones go
+constexpr int kLookPeriod = 10;   // milliseconds
+
+struct Report
+{
+    int32_t pid;
+    int32_t status;
+};
+static_assert(sizeof(Report) == 8);
+
+[[nodiscard]] bool hasRoom(int pipe)
+{
+    pollfd entry{pipe, POLLOUT, 0};
+    return poll(&entry, 1, 0) > 0;
+}
+
+// "Unexpected SIGCHLD error %i\n" without printf, which a handler must not call.
+void complain(int error)
+{
+    char text[64] = "Unexpected SIGCHLD error ";
+    char digits[12];
+    size_t count = 0;
+    for (auto value = static_cast<unsigned>(error); value > 0 || count == 0; value /= 10)
+        digits[count++] = static_cast<char>('0' + value % 10);
+    size_t size = std::strlen(text);
+    while (count > 0)
+        text[size++] = digits[--count];
+    text[size++] = '\n';
+    (void)!write(STDERR_FILENO, text, size); // nobody can be told that nobody can be told
+}
+
+void noteTerm(int)
+{
+    g_CSTaskServer.m_told = 1;
+}
+
+// For signals that must neither end the server nor be ignored by what it launches.
+void leaveAlone(int) {}
+
+// Gives `signal` a handler, unless the host was started with it ignored.
+void handle(int signal, void (*handler)(int))
+{
+    struct sigaction action
+    {
+    };
+    if (sigaction(signal, nullptr, &action) != 0 || (action.sa_handler == SIG_IGN && signal != SIGTERM))
+        return;
+    action = {};
+    action.sa_handler = handler;
+    sigfillset(&action.sa_mask);
+    (void)sigaction(signal, &action, nullptr); // a signal that can be handled
+}
+
+void setUpSignals()
+{
+    for (int signal = 1; signal < NSIG; ++signal)
+    {
+        struct sigaction action
+        {
+        };
+        if (signal == SIGCHLD || sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_DFL ||
+            action.sa_handler == SIG_IGN)
+            continue;
+        action = {};
+        action.sa_handler = SIG_DFL; // what the host does at a signal is not the server's business
+        (void)sigaction(signal, &action, nullptr);
+    }
+    kiv::installChildHandler(); // the host may have put another in its place
+    handle(SIGTERM, noteTerm);
+    for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGPIPE})
+        handle(signal, leaveAlone);
+}
+
+// A descriptor of the host's that the server kept would stay open when the host closes it.
+void closeAllBut(std::array<int32_t, 3> kept)
+{
+    std::sort(kept.begin(), kept.end());
+    unsigned first = STDERR_FILENO + 1;
+    for (const int32_t descriptor : kept)
+    {
+        const auto number = static_cast<unsigned>(descriptor);
+        if (number > first)
+            (void)KIVPCloseDescriptors(first, number - 1);
+        first = number + 1;
+    }
+    (void)KIVPCloseDescriptors(first, ~0u);
+}
+
+[[nodiscard]] bool hasChildren()
+{
+    siginfo_t info{};
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+// Takes what has ended off the process table, reported where there is room.
+void buryChildren()
+{
+    kiv::reapChildren();
+    if (!hasRoom(g_CSTaskServer.m_descriptors[kReportWrite]))
+        while (waitpid(-1, nullptr, WNOHANG) > 0)
+        {
+        }
+}
+
+// Signals everything until nothing is left or the time is over; true when nothing is left. Whoever is made
+// meanwhile, or loses its parent, becomes the server's child and is met in the next round.
+[[nodiscard]] bool clear(int signal, int milliseconds)
+{
+    const bool again = signal == SIGKILL; // a second SIGTERM could cut short what the first one began
+    bool signalled = false;
+    for (int left = milliseconds; left > 0; left -= kLookPeriod)
+    {
+        bool shared = kiv::ChildTable::signalShared(signalled && !again ? 0 : signal);
+        if (!signalled || again)
+            kiv::ProcessTable{}.signalDescendants(getpid(), signal);
+        signalled = true;
+        buryChildren();
+        if (!shared && !hasChildren())
+            return true;
+        const timespec period{0, kLookPeriod * 1000000L};
+        (void)nanosleep(&period, nullptr); // a signal only makes it shorter
+    }
+    return false;
+}
+
+// The host is gone, or has told the server to end: nothing that was launched may stay.
+void takeAllAlong()
+{
+    if (!clear(SIGTERM, kGrace))
+        (void)clear(SIGKILL, kKillingTime);
+}
+
+[[nodiscard]] KIVCS2Status serve()
+{
+    for (;;)
+    {
+        uint8_t command = 0;
+        KIV_TRY(kivCS2TaskServerPrv_readBytes(kRequestRead, &command, sizeof command, true));
+        if (command == kiv::kCommandQuit)
+            return KIVCS2STATUS_OK;
+        if (command != kiv::kCommandExec)
+            continue;
+        kiv::ExecRequest request;
+        KIV_TRY(request.read(true));
+        // A request that was written after the server was told to end is for the next one.
+        if (g_CSTaskServer.m_told != 0)
+            return KIVCS2STATUS_PIPE_ERR;
+        KIV_TRY(kivCS2TaskServerPrv_exec(request.command(), request.argv()));
+    }
+}
+} // namespace
+
+void kiv::reapChildren()
+{
+    for (;;)
+    {
+        if (!hasRoom(g_CSTaskServer.m_descriptors[kReportWrite]))
+        {
+            g_CSTaskServer.m_reapingPostponed.store(1);
+            return;
+        }
+        Report report{};
+        report.pid = waitpid(-1, &report.status, WNOHANG);
+        if (report.pid == 0)
+            return;
+        if (report.pid < 0)
+        {
+            if (errno == EINTR)
+                continue;
+            if (errno != ECHILD)
+                complain(errno);
+            return;
+        }
+        if (report.pid == g_CSTaskServer.m_serverPid)
+            g_CSTaskServer.m_serverEnded.store(1);
+        // In one piece: host and server write to the same pipe. A host that is gone reads nothing.
+        (void)!write(g_CSTaskServer.m_descriptors[kReportWrite], &report, sizeof report);
+    }
+}
+
+void kiv::installChildHandler()
+{
+    struct sigaction action
+    {
+    };
+    action.sa_handler = kivCS2TaskServerPrv_sigChildHandler;
+    action.sa_flags = SA_RESTART;
+    sigfillset(&action.sa_mask);
+    (void)sigaction(SIGCHLD, &action, nullptr); // a signal that can be handled
+}
+
+void kivCS2TaskServerPrv_sigChildHandler(int)
+{
+    // A process that the host has forked itself keeps its children.
+    if (getpid() != g_CSTaskServer.m_reaper.load())
+        return;
+    const int interrupted = errno;
+    kiv::reapChildren();
+    errno = interrupted;
+}
+
+KIVCS2Status kivCS2TaskServerPrv_exec(const char *command, char *const *argv)
+{
+    kiv::ExecPlan plan;
+    KIV_TRY(plan.prepare(command, argv));
+    kiv::ChildSetup setup;
+    setup.announce = g_CSTaskServer.m_descriptors[kPidWrite];
+    return kiv::spawn(plan, setup) >= 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_FORK_ERR;
+}
+
+KIVCS2Status kivCS2TaskServerPrv_childProcess()
+{
+    KIVCS2TaskServer &server = g_CSTaskServer;
+    server.m_reaper.store(getpid());
+    server.m_serverPid = 0;
+    setUpSignals();
+    closeAllBut({server.m_descriptors[kRequestRead], server.m_descriptors[kPidWrite],
+                 server.m_descriptors[kReportWrite]});
+    (void)KIVPAdoptOrphans(); // without it, what loses its parent stays behind at the end
+    (void)KIVPSetThreadName("kivcs2-tasks");
+    sigset_t none;
+    sigemptyset(&none);
+    (void)pthread_sigmask(SIG_SETMASK, &none, nullptr); // cannot fail with these arguments
+
+    const KIVCS2Status status = serve();
+    // After a quit, and where this machine could not serve, what runs goes on without the server.
+    if (status == KIVCS2STATUS_PIPE_ERR)
+        takeAllAlong();
+    return status;
+}
+
+KIVCS2Status kivCS2TaskServerPrv_createServer()
+{
+    KIVCS2TaskServer &server = g_CSTaskServer;
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    (void)pthread_sigmask(SIG_SETMASK, &all, &before); // cannot fail with these arguments
+    server.m_serverEnded.store(0);
+    const pid_t pid = fork();
+    if (pid == 0)
+        std::_Exit(static_cast<int>(kivCS2TaskServerPrv_childProcess()));
+    if (pid > 0)
+        std::atomic_ref{server.m_serverPid}.store(pid);
+    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return pid > 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_FORK_ERR;
+}

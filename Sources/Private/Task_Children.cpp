@@ -1,0 +1,198 @@
+#include "Private/Task_Children.h"
+
+#include "Private/Task_Tree.h"
+
+#include <sys/mman.h>
+#include <sys/wait.h>
+
+#include <pthread.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <ctime>
+
+namespace
+{
+// Reports come within microseconds. After two seconds without any, another part of the host has taken the status.
+constexpr uint32_t kIdleSeconds = 2;
+
+// A child as the task server sees it. Its start tells it from a later process of the same id.
+struct Slot
+{
+    int32_t pid;            // 0 for a free one
+    uint64_t startedBefore; // nanoseconds of CLOCK_BOOTTIME
+};
+using Slots = std::array<Slot, 1024>; // more than that at once are not taken along
+constexpr uint32_t kNoSlot = ~uint32_t{0};
+constexpr uint64_t kStartResolution = 10'000'000; // of the process table, nanoseconds
+
+// Held from before a child is made until it is in the table, so that no report can come too early.
+constinit pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
+constinit pthread_cond_t g_reported = PTHREAD_COND_INITIALIZER;
+constinit kiv::Child *g_first = nullptr;
+constinit bool g_reportsCome = false;
+constinit uint32_t g_idleSeconds = 0;
+constinit Slots *g_slots = nullptr;
+
+class Lock
+{
+public:
+    Lock()
+    {
+        pthread_mutex_lock(&g_mutex);
+    }
+    ~Lock()
+    {
+        pthread_mutex_unlock(&g_mutex);
+    }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+};
+
+[[nodiscard]] uint64_t nowSinceBoot()
+{
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
+}
+
+// The host may die between any two of these stores: the id comes last, and goes first.
+[[nodiscard]] uint32_t takeSlot(pid_t pid)
+{
+    if (g_slots == nullptr)
+        return kNoSlot;
+    for (uint32_t index = 0; index < g_slots->size(); ++index)
+    {
+        Slot &slot = (*g_slots)[index];
+        if (slot.pid != 0)
+            continue;
+        slot.startedBefore = nowSinceBoot();
+        std::atomic_ref{slot.pid}.store(pid);
+        return index;
+    }
+    return kNoSlot;
+}
+
+void leaveSlot(uint32_t index)
+{
+    if (g_slots != nullptr && index != kNoSlot)
+        std::atomic_ref{(*g_slots)[index].pid}.store(0);
+}
+} // namespace
+
+// ---- A child ----
+
+kiv::Child::~Child()
+{
+    const Lock lock;
+    ChildTable::remove(*this);
+}
+
+bool kiv::Child::start(const ExecPlan &plan, const ChildSetup &setup, int32_t &pid)
+{
+    const Lock lock;
+    m_pid = spawn(plan, setup);
+    if (m_pid < 0)
+        return false;
+    ChildTable::add(*this);
+    std::atomic_ref{pid}.store(m_pid);
+    return true;
+}
+
+bool kiv::Child::wait(int &status)
+{
+    pid_t waited;
+    do
+        waited = waitpid(m_pid, &status, 0);
+    while (waited < 0 && errno == EINTR);
+    if (waited == m_pid)
+        return true;
+
+    const Lock lock;
+    const uint32_t before = g_idleSeconds;
+    while (!m_ended && g_reportsCome && g_idleSeconds - before < kIdleSeconds)
+        pthread_cond_wait(&g_reported, &g_mutex);
+    status = m_status;
+    return m_ended;
+}
+
+// ---- All of them ----
+
+void kiv::ChildTable::add(Child &child)
+{
+    child.m_slot = takeSlot(child.m_pid);
+    child.m_next = g_first;
+    g_first = &child;
+}
+
+void kiv::ChildTable::remove(Child &child)
+{
+    for (Child **link = &g_first; *link != nullptr; link = &(*link)->m_next)
+        if (*link == &child)
+        {
+            *link = child.m_next;
+            leaveSlot(child.m_slot);
+            return;
+        }
+}
+
+void kiv::ChildTable::share()
+{
+    const Lock lock;
+    void *memory = mmap(nullptr, sizeof(Slots), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory != MAP_FAILED) // without it the children outlive a host that is killed
+        g_slots = static_cast<Slots *>(memory);
+}
+
+void kiv::ChildTable::expectReports()
+{
+    const Lock lock;
+    g_reportsCome = true;
+}
+
+void kiv::ChildTable::deliver(pid_t pid, int status)
+{
+    const Lock lock;
+    for (Child *child = g_first; child != nullptr; child = child->m_next)
+        if (child->m_pid == pid && !child->m_ended)
+        {
+            child->m_status = status;
+            child->m_ended = true;
+            pthread_cond_broadcast(&g_reported);
+            return;
+        }
+}
+
+void kiv::ChildTable::tick()
+{
+    const Lock lock;
+    ++g_idleSeconds;
+    if (g_first != nullptr)
+        pthread_cond_broadcast(&g_reported);
+}
+
+bool kiv::ChildTable::signalShared(int signal)
+{
+    // No lock: the host's threads are not here, and one may have held it at the fork.
+    bool any = false;
+    if (g_slots == nullptr)
+        return any;
+    for (Slot &slot : *g_slots)
+        any = any || std::atomic_ref{slot.pid}.load() != 0;
+    if (!any)
+        return any;
+    any = false;
+    ProcessTable table;
+    for (Slot &slot : *g_slots)
+    {
+        const pid_t pid = std::atomic_ref{slot.pid}.load();
+        const uint64_t start = pid != 0 ? table.startOf(pid) : 0;
+        if (start == 0 || start > slot.startedBefore + kStartResolution)
+            continue;
+        any = true;
+        table.signalDescendants(pid, signal);
+        (void)signalProcess(pid, signal);
+    }
+    return any;
+}

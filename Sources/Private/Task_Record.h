@@ -1,0 +1,26 @@
+// A task's record as its launches see it: shared words, references, and its end.
+#ifndef KIV_PRIVATE_TASK_RECORD_H
+#define KIV_PRIVATE_TASK_RECORD_H
+
+#include "KIVCS2Task.h"
+
+#include <atomic>
+
+namespace kiv
+{
+// A plain word of the record that one thread writes and another reads.
+template <class Word>
+[[nodiscard]] std::atomic_ref<Word> taskWord(Word &word)
+{
+    return std::atomic_ref<Word>{word};
+}
+
+// The host holds one reference, each launch under way another; the last one releases the record.
+void retainTask(KIVCS2Task &task);
+void releaseTask(KIVCS2Task &task);
+
+// Marks the task finished and calls back, unless the host has freed it. The caller holds a reference.
+void finishTask(KIVCS2Task &task);
+} // namespace kiv
+
+#endif

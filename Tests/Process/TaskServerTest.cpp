@@ -1,0 +1,425 @@
+// The task server beside a host: launches, statuses, replacement, and what is left when either dies.
+#include <KIVCoreServices2/KIVCS2Base.h>
+#include <KIVCoreServices2/KIVCS2TaskServer.h>
+
+#include "OwnProcesses.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <fcntl.h>
+#include <semaphore>
+#include <string>
+#include <sys/resource.h>
+#include <thread>
+#include <vector>
+
+namespace
+{
+using namespace kiv::test;
+using Gate = std::counting_semaphore<>;
+
+#ifdef __SANITIZE_THREAD__
+constexpr int kLaunches = 1000; // ThreadSanitizer copies the process at each
+#else
+constexpr int kLaunches = 10000;
+#endif
+constexpr const char *kServerName = "kivcs2-tasks";
+
+KIVCS2Task *makeShell(const std::string &script)
+{
+    const char *arguments[] = {"-c", script.c_str(), nullptr};
+    KIVCS2Task *task = nullptr;
+    EXPECT_EQ(kivCS2Task_create(&task, "/bin/sh", arguments), KIVCS2STATUS_OK);
+    return task;
+}
+
+struct Ended
+{
+    Gate gate{0};
+    int32_t exitCode = -2;
+    KIVCS2TaskState state = 0;
+    static void call(KIVCS2Task *task, void *context)
+    {
+        auto &ended = *static_cast<Ended *>(context);
+        ended.exitCode = task->m_exitCode;
+        ended.state = task->m_state;
+        ended.gate.release();
+    }
+};
+
+// Launches a script through the server and returns the raw status it ended with.
+int32_t runThroughServer(const std::string &script)
+{
+    Ended ended;
+    KIVCS2Task *task = makeShell(script);
+    EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
+    EXPECT_GT(task->m_pid, 1);
+    ended.gate.acquire();
+    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+    return ended.exitCode;
+}
+
+pid_t serverPid()
+{
+    for (const Process &process : processes())
+        if (process.name == kServerName)
+            return process.pid;
+    return 0;
+}
+
+uint32_t running()
+{
+    uint32_t tasks = 99;
+    EXPECT_EQ(kivCS2TaskServer_tasksRunning(&tasks), KIVCS2STATUS_OK);
+    return tasks;
+}
+
+std::vector<int> openDescriptors()
+{
+    std::vector<int> open;
+    for (int descriptor = 0; descriptor < 4096; ++descriptor)
+        if (fcntl(descriptor, F_GETFD) >= 0)
+            open.push_back(descriptor);
+    return open;
+}
+
+#define IN_OWN_PROCESSES(body)                                                                               \
+    if (!inOwnProcesses(body))                                                                               \
+    GTEST_SKIP() << "no process namespace can be made here (that needs root)"
+
+TEST(TaskServer, StoresTheRawStatusWhereALaunchStoresTheExitCode)
+{
+    inChild(
+        []
+        {
+            EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK); // is there already
+            EXPECT_EQ(runThroughServer("exit 3"), 768);
+            EXPECT_EQ(runThroughServer("kill -TERM $$"), SIGTERM);
+            KIVCS2Task *task = makeShell("exit 3");
+            EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+            EXPECT_EQ(task->m_exitCode, 3);
+            EXPECT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), KIVCS2STATUS_STATE_ERR);
+            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+
+            Ended ended;
+            task = makeShell("exec sleep 600");
+            EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
+            EXPECT_EQ(running(), 1u);
+            int32_t result = -1;
+            EXPECT_EQ(kivCS2Task_terminate(task, &result), KIVCS2STATUS_OK);
+            EXPECT_EQ(result, 0);
+            ended.gate.acquire();
+            EXPECT_EQ(ended.state, uint32_t{KIVCS2TaskState_FinishedAsync});
+            EXPECT_EQ(running(), 0u);
+            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        });
+}
+
+// The handler and the launch both wait for the child: whoever is first, the code arrives.
+TEST(TaskServer, LosesNoExitCodeOfFourThreads)
+{
+    inChild(
+        []
+        {
+            EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+            const auto before = openDescriptors();
+            std::atomic<int> wrong{0};
+            std::vector<std::thread> threads;
+            for (int thread = 0; thread < 4; ++thread)
+                threads.emplace_back(
+                    [&wrong, thread]
+                    {
+                        for (int launch = 0; launch < kLaunches / 4; ++launch)
+                        {
+                            const int code = (launch * 4 + thread) % 256;
+                            const std::string text = "exit " + std::to_string(code);
+                            KIVCS2Task *task = makeShell(text);
+                            const KIVCS2Status status = kivCS2Task_launch(task);
+                            wrong += KIVCS2_FAILED(status) || task->m_exitCode != code ? 1 : 0;
+                            (void)kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);
+                        }
+                    });
+            for (int launch = 0; launch < 100; ++launch)
+                EXPECT_EQ(runThroughServer("exit 1"), 256);
+            for (std::thread &thread : threads)
+                thread.join();
+            EXPECT_EQ(wrong, 0);
+            EXPECT_EQ(openDescriptors(), before);
+        });
+}
+
+TEST(TaskServer, WorksOnHighDescriptors)
+{
+    inChild(
+        []
+        {
+            rlimit limit{};
+            getrlimit(RLIMIT_NOFILE, &limit);
+            limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
+            ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+            while (fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3) < 1500)
+            {
+            }
+            EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+            EXPECT_EQ(runThroughServer("exit 3"), 768);
+        });
+}
+
+// A host may be started without them; the pipes must not take their numbers.
+TEST(TaskServer, WorksWithoutStandardStreams)
+{
+    inChild(
+        []
+        {
+            const int kept = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 20);
+            for (const int stream : {0, 1, 2})
+                close(stream);
+            const bool started = kivCS2_init() == KIVCS2STATUS_OK;
+            const int32_t status = runThroughServer("exit 3");
+            dup2(kept, STDOUT_FILENO);
+            dup2(kept, STDERR_FILENO);
+            EXPECT_TRUE(started);
+            EXPECT_EQ(status, 768);
+        });
+}
+
+TEST(TaskServer, ACallbackFreesItsTaskAndIsRefusedALaunch)
+{
+    inChild(
+        []
+        {
+            EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+            struct Seen
+            {
+                Gate gate{0};
+                KIVCS2Task *other = makeShell("exit 0");
+                KIVCS2Status exec = 0;
+                KIVCS2Status freed = 1;
+                uint32_t tasks = 9;
+            } seen;
+            EXPECT_EQ(kivCS2TaskServer_exec(
+                          makeShell("exit 0"),
+                          [](KIVCS2Task *task, void *context)
+                          {
+                              auto &result = *static_cast<Seen *>(context);
+                              result.exec = kivCS2TaskServer_exec(result.other, nullptr, nullptr);
+                              (void)kivCS2TaskServer_tasksRunning(&result.tasks);
+                              result.freed = kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);
+                              result.gate.release();
+                          },
+                          &seen),
+                      KIVCS2STATUS_OK);
+            seen.gate.acquire();
+            EXPECT_EQ(seen.exec, KIVCS2STATUS_MUTEX_ERR);
+            EXPECT_EQ(seen.freed, KIVCS2STATUS_OK);
+            EXPECT_EQ(seen.tasks, 0u);
+            EXPECT_EQ(kivCS2Task_free(seen.other, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        });
+}
+
+TEST(TaskServer, EveryModeOfFreeEndsARunningTask)
+{
+    const auto body = []
+    {
+        EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+        for (KIVCS2TaskFreeMode mode = KIVCS2TaskFreeMode_Interrupt; mode < KIVCS2TaskFreeMode_MAX; ++mode)
+        {
+            KIVCS2Task *task = makeShell("sleep 600 & exec sleep 600");
+            ASSERT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), KIVCS2STATUS_OK);
+            EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 2; }));
+            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_TASK_RUNNING_ERR);
+            EXPECT_EQ(kivCS2Task_free(task, mode), KIVCS2STATUS_OK);
+            const size_t left = mode == KIVCS2TaskFreeMode_TerminateTree ? 0 : 1;
+            EXPECT_TRUE(holdsWithin(10000, [left] { return countOf("sleep") == left && running() == 0; }))
+                << "mode " << mode;
+            for (const Process &process : processes())
+                if (process.name == "sleep")
+                    kill(process.pid, SIGKILL);
+            EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 0; }));
+        }
+    };
+    IN_OWN_PROCESSES(body);
+}
+
+TEST(TaskServer, IsReplacedWhenItWasKilled)
+{
+    const auto body = []
+    {
+        EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+        const auto before = openDescriptors();
+        for (const int signal : {SIGKILL, SIGTERM, SIGKILL})
+        {
+            const pid_t server = serverPid();
+            ASSERT_GT(server, 1);
+            ASSERT_EQ(kill(server, signal), 0); // not waited for: the launch comes while it dies
+            EXPECT_EQ(runThroughServer("exit 3"), 768);
+            EXPECT_NE(serverPid(), server);
+        }
+        EXPECT_EQ(openDescriptors().size(), before.size());
+        EXPECT_TRUE(holdsWithin(10000, [] { return countOf(kServerName) == 1; }));
+    };
+    IN_OWN_PROCESSES(body);
+}
+
+// Its process goes on and is watched; nobody can tell its status.
+TEST(TaskServer, ATaskThatOutlivesItsServerStillEnds)
+{
+    const auto host = []
+    {
+        EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+        Ended ended;
+        KIVCS2Task *task = makeShell("exec sleep 600");
+        ASSERT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
+        ASSERT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 1; }));
+        kill(serverPid(), SIGKILL);
+        EXPECT_EQ(runThroughServer("exit 3"), 768);
+        EXPECT_EQ(countOf("sleep"), 1u);
+        EXPECT_EQ(running(), 1u);
+        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+        ended.gate.acquire();
+        EXPECT_EQ(ended.exitCode, -1);
+        EXPECT_EQ(running(), 0u);
+    };
+    const auto body = [host]
+    {
+        inChild(host); // as process 1 it would be the parent of all that lose theirs
+    };
+    IN_OWN_PROCESSES(body);
+}
+
+// What a host leaves when it dies: a task of the server's, one that ignores SIGTERM, one that has left its
+// parent, and a child of a launch of the host's own.
+void startFamily()
+{
+    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    for (const char *script :
+         {"exec sleep 601", "trap '' TERM; sleep 602", "(setsid sleep 603 &) ; exec sleep 604"})
+        EXPECT_EQ(kivCS2TaskServer_exec(makeShell(script), nullptr, nullptr), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_launchAsync(makeShell("sleep 605 & exec sleep 606"), nullptr, nullptr),
+              KIVCS2STATUS_OK);
+    EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 6; })) << countOf("sleep");
+}
+
+enum class End
+{
+    killed,
+    aborted,
+    exited,
+    leftAtOnce,
+};
+
+void hostDies(End end, bool underSubreaper)
+{
+    if (underSubreaper)
+        prctl(PR_SET_CHILD_SUBREAPER, 1);
+    const pid_t host = fork();
+    if (host == 0)
+    {
+        signal(SIGABRT, SIG_DFL);
+        startFamily();
+        switch (end)
+        {
+        case End::killed:
+            kill(getpid(), SIGKILL);
+            break;
+        case End::aborted:
+        {
+            const rlimit none{0, 0};
+            setrlimit(RLIMIT_CORE, &none);
+            kill(getpid(), SIGABRT);
+            break;
+        }
+        case End::exited:
+            std::exit(0);
+        case End::leftAtOnce:
+            _exit(0);
+        }
+        pause();
+    }
+    (void)exitCodeOf(host);
+    // About two seconds; what more is given here is for a loaded machine.
+    EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 0 && countOf(kServerName) == 0; }))
+        << countOf("sleep") << " children left";
+}
+
+TEST(TaskServer, NothingOutlivesTheHost)
+{
+    for (const End end : {End::killed, End::aborted, End::exited, End::leftAtOnce})
+    {
+        SCOPED_TRACE(static_cast<int>(end));
+        const auto body = [end]
+        {
+            hostDies(end, false);
+        };
+        IN_OWN_PROCESSES(body);
+    }
+}
+
+// There the parent that takes over is not process 1.
+TEST(TaskServer, NothingOutlivesTheHostUnderASubreaper)
+{
+    const auto body = []
+    {
+        inChild([] { hostDies(End::killed, true); });
+    };
+    IN_OWN_PROCESSES(body);
+}
+
+TEST(TaskServer, KillsDescendantsAndNothingElse)
+{
+    const auto body = []
+    {
+        const pid_t other = fork();
+        if (other == 0)
+            execl("/bin/sleep", "bystander", "600", nullptr);
+        const pid_t tree = fork();
+        if (tree == 0)
+            execl("/bin/sh", "sh", "-c", "(sleep 600; :) & sh -c 'sleep 600 & wait' & wait", nullptr);
+        EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 3; }));
+        for (const pid_t none : {1, 0, -1, -tree})
+            EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(none), KIVCS2STATUS_OK);
+        EXPECT_EQ(countOf("sleep"), 3u); // they are descendants of process 1
+        EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(tree), KIVCS2STATUS_OK);
+        EXPECT_TRUE(holdsWithin(10000,
+                                []
+                                {
+                                    while (waitpid(-1, nullptr, WNOHANG) > 0)
+                                    {
+                                    }
+                                    return countOf("sleep") == 1 && countOf("sh") == 0;
+                                }));
+        EXPECT_EQ(kill(other, 0), 0);
+    };
+    IN_OWN_PROCESSES(body);
+}
+
+// As before its process is there; a record with such an id must reach nobody.
+TEST(TaskServer, NeverSignalsAnIdOfOneOrLess)
+{
+    const auto body = []
+    {
+        const pid_t bystander = fork();
+        if (bystander == 0)
+            for (;;)
+                ::pause();
+        for (const int32_t pid : {1, 0, -1, -bystander})
+        {
+            KIVCS2Task *task = makeShell("exit");
+            task->m_state = KIVCS2TaskState_RunningAsync;
+            task->m_pid = pid;
+            int32_t result = 5;
+            EXPECT_EQ(kivCS2Task_signal(task, SIGKILL, &result), KIVCS2STATUS_OK);
+            EXPECT_EQ(result, -1);
+            EXPECT_EQ(kivCS2Task_killAllChildProcesses(task), KIVCS2STATUS_OK);
+            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_TerminateTree), KIVCS2STATUS_OK);
+        }
+        EXPECT_EQ(kill(bystander, 0), 0);
+        EXPECT_EQ(waitpid(bystander, nullptr, WNOHANG), 0);
+        kill(bystander, SIGKILL);
+    };
+    IN_OWN_PROCESSES(body);
+}
+} // namespace

@@ -1,0 +1,135 @@
+// Runs a test's body where it may kill whatever it finds: as process 1 of a process namespace of its own,
+// with a /proc of its own. Everything in the namespace goes with the body, and with the test, however it ends.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sched.h>
+#include <string>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+#include <vector>
+
+namespace kiv::test
+{
+constexpr int kNoNamespace = 77; // exit code of a helper that could not make one
+
+inline void exitWithResult()
+{
+    fflush(nullptr);
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+}
+
+inline int exitCodeOf(pid_t pid)
+{
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR)
+    {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
+}
+
+// Runs `body` in a child, whose failed expectations are this process's too.
+inline void inChild(const std::function<void()> &body)
+{
+    fflush(nullptr);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0)
+    {
+        body();
+        exitWithResult();
+    }
+    EXPECT_EQ(exitCodeOf(child), 0) << "of the body's process";
+}
+
+// False, with a word of why, where no namespace can be made.
+[[nodiscard]] inline bool inOwnProcesses(const std::function<void()> &body)
+{
+    fflush(nullptr);
+    const pid_t helper = fork();
+    if (helper == 0)
+    {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            _exit(kNoNamespace);
+        const pid_t first = fork();
+        if (first == 0)
+        {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            if (mount("proc", "/proc", "proc", 0, nullptr) != 0)
+                _exit(kNoNamespace);
+            body();
+            exitWithResult();
+        }
+        _exit(first > 0 ? exitCodeOf(first) & 0xFF : kNoNamespace);
+    }
+    const int code = exitCodeOf(helper);
+    EXPECT_TRUE(code == 0 || code == kNoNamespace) << "exit code " << code;
+    return code != kNoNamespace;
+}
+
+struct Process
+{
+    pid_t pid;
+    pid_t parent;
+    char state;
+    std::string name;
+};
+
+// The processes that can be seen, zombies left out.
+inline std::vector<Process> processes()
+{
+    std::vector<Process> found;
+    for (const auto &entry : std::filesystem::directory_iterator{"/proc"})
+    {
+        std::ifstream file{entry.path() / "stat"};
+        std::string line;
+        if (!std::isdigit(entry.path().filename().c_str()[0]) || !std::getline(file, line))
+            continue;
+        const size_t open = line.find('(');
+        const size_t close = line.rfind(')');
+        Process process{std::stoi(line), 0, line[close + 2], line.substr(open + 1, close - open - 1)};
+        process.parent = std::stoi(line.substr(close + 4));
+        if (process.state != 'Z' && process.state != 'X')
+            found.push_back(process);
+    }
+    return found;
+}
+
+inline size_t countOf(const std::string &name)
+{
+    size_t count = 0;
+    for (const Process &process : processes())
+        count += process.name == name ? 1 : 0;
+    return count;
+}
+
+inline void pause(int milliseconds)
+{
+    const timespec time{milliseconds / 1000, milliseconds % 1000 * 1000000L};
+    nanosleep(&time, nullptr);
+}
+
+// Looks every few milliseconds until `condition` holds; false after `milliseconds`. Process 1 also reaps.
+inline bool holdsWithin(int milliseconds, const std::function<bool()> &condition)
+{
+    for (int waited = 0; waited <= milliseconds; waited += 5)
+    {
+        if (condition())
+            return true;
+        pause(5);
+    }
+    return false;
+}
+} // namespace kiv::test

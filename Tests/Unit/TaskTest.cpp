@@ -1,0 +1,461 @@
+// Tasks launched by the host itself: exit codes, pipes, files, signals and every way to free one.
+#include <KIVCoreServices2/KIVCS2Task.h>
+#include <KIVCoreServices2/KIVCS2TaskServer.h>
+
+#include "ArgumentCheck.h"
+#include "TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstddef>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <memory>
+#include <semaphore>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace
+{
+static_assert(offsetof(KIVCS2Task, m_link) == 0 && offsetof(KIVCS2Task, m_command) == 24 &&
+              offsetof(KIVCS2Task, m_argv) == 32 && offsetof(KIVCS2Task, m_pid) == 40 &&
+              offsetof(KIVCS2Task, m_state) == 44 && offsetof(KIVCS2Task, m_waitStatus) == 48 &&
+              offsetof(KIVCS2Task, m_exitCode) == 52 && offsetof(KIVCS2Task, m_piped) == 56 &&
+              offsetof(KIVCS2Task, m_thread) == 64 && offsetof(KIVCS2Task, m_asyncError) == 80 &&
+              offsetof(KIVCS2Task, m_callback) == 88 && offsetof(KIVCS2Task, m_context) == 96 &&
+              offsetof(KIVCS2Task, m_stdInPipe) == 104 && offsetof(KIVCS2Task, m_stdOutPipe) == 112 &&
+              offsetof(KIVCS2Task, m_stdErrPipe) == 120 && offsetof(KIVCS2Task, m_stdOutFile) == 128 &&
+              offsetof(KIVCS2Task, m_stdErrFile) == 136);
+
+using Gate = std::binary_semaphore;
+
+KIVCS2Task *makeTask(const char *command, std::vector<const char *> arguments)
+{
+    arguments.push_back(nullptr);
+    KIVCS2Task *task = nullptr;
+    EXPECT_EQ(kivCS2Task_create(&task, command, arguments.data()), KIVCS2STATUS_OK);
+    return task;
+}
+
+// A shell script as a task, freed at the end unless it has been before.
+struct Shell
+{
+    explicit Shell(const std::string &script) : task{makeTask("/bin/sh", {"-c", script.c_str()})} {}
+    ~Shell()
+    {
+        if (task != nullptr)
+        {
+            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+        }
+    }
+    Shell(const Shell &) = delete;
+    Shell &operator=(const Shell &) = delete;
+
+    void startAsync()
+    {
+        ASSERT_EQ(kivCS2Task_launchAsync(task, &ended, this), KIVCS2STATUS_OK);
+    }
+    // Waits for the child's first byte: it runs, and has done what the script does before.
+    void awaitByte()
+    {
+        char byte = 0;
+        uint32_t count = 0;
+        KIVCS2Status status;
+        while ((status = kivCS2Task_readOutput(task, true, &byte, 1, &count)) == KIVCS2STATUS_NOT_PIPED_ERR)
+            std::this_thread::yield();
+        ASSERT_EQ(status, KIVCS2STATUS_OK);
+        ASSERT_EQ(count, 1u);
+        while (std::atomic_ref{task->m_pid}.load() == 0) // its id may come a little later than its output
+            std::this_thread::yield();
+    }
+    static void ended(KIVCS2Task *, void *context)
+    {
+        static_cast<Shell *>(context)->end.release();
+    }
+
+    KIVCS2Task *task;
+    Gate end{0};
+};
+
+size_t openDescriptors()
+{
+    using Entries = std::filesystem::directory_iterator;
+    return static_cast<size_t>(std::distance(Entries{"/proc/self/fd"}, Entries{}));
+}
+
+// What a task that says little writes; releases it.
+std::string outputOf(KIVCS2Task *task)
+{
+    EXPECT_EQ(kivCS2Task_setPipedIO(task, 1), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+    std::string text(4096, '\0');
+    uint32_t count = 0;
+    EXPECT_EQ(kivCS2Task_readOutput(task, true, text.data(), 4096, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    text.resize(count);
+    return text;
+}
+
+// ---- Making ----
+
+TEST(Task, CopiesItsTexts)
+{
+    char text[] = "first";
+    KIVCS2Task *task = makeTask("/bin/true", {text, "second"});
+    text[0] = 'F';
+    EXPECT_STREQ(task->m_command, "/bin/true");
+    EXPECT_STREQ(task->m_argv[0], "/bin/true");
+    EXPECT_STREQ(task->m_argv[1], "first");
+    EXPECT_STREQ(task->m_argv[2], "second");
+    EXPECT_EQ(task->m_argv[3], nullptr);
+    EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Created});
+    EXPECT_EQ(kivCS2Task_free(task, 99), KIVCS2STATUS_OK); // of a task that does not run no mode is asked
+
+    KIVCS2Task *bare = nullptr;
+    ASSERT_EQ(kivCS2Task_create(&bare, "/bin/true", nullptr), KIVCS2STATUS_OK);
+    EXPECT_STREQ(bare->m_argv[0], "/bin/true");
+    EXPECT_EQ(bare->m_argv[1], nullptr);
+    EXPECT_EQ(kivCS2Task_free(bare, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+}
+
+// ---- Synchronous ----
+
+TEST(TaskLaunch, KeepsTheExitCode)
+{
+    struct Row
+    {
+        const char *script;
+        int32_t waitStatus;
+        int32_t exitCode;
+    };
+    for (const Row &row : {Row{"exit 0", 0, 0}, Row{"exit 3", 0x300, 3}, Row{"exit 255", 0xFF00, 255},
+                           Row{"kill -9 $$", SIGKILL, 0}})
+    {
+        Shell shell{row.script};
+        EXPECT_EQ(kivCS2Task_launch(shell.task), KIVCS2STATUS_OK);
+        EXPECT_EQ(shell.task->m_waitStatus, row.waitStatus) << row.script;
+        EXPECT_EQ(shell.task->m_exitCode, row.exitCode) << row.script;
+        EXPECT_EQ(shell.task->m_state, uint32_t{KIVCS2TaskState_Finished});
+        EXPECT_EQ(kivCS2Task_launch(shell.task), KIVCS2STATUS_STATE_ERR);
+        EXPECT_EQ(kivCS2Task_launchAsync(shell.task, nullptr, nullptr), KIVCS2STATUS_STATE_ERR);
+    }
+}
+
+TEST(TaskLaunch, RunsWhatExecvpRuns)
+{
+    kiv::test::TemporaryFolder folder;
+    const std::string plain = folder.write("plain", "exit $1\n"); // no program: for the shell
+    const std::string broken = folder.write("broken", "#!/nowhere/interpreter\n");
+    const std::string unexecutable = folder.write("unexecutable", "");
+    ASSERT_EQ(chmod(plain.c_str(), 0700) | chmod(broken.c_str(), 0700), 0);
+    struct Row
+    {
+        std::string command;
+        KIVCS2Status status;
+        int32_t exitCode;
+    };
+    for (const Row &row : {Row{plain, KIVCS2STATUS_OK, 4}, Row{broken, KIVCS2STATUS_OK, 127},
+                           Row{unexecutable, KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0},
+                           Row{folder.path("missing"), KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0},
+                           Row{"true", KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0}}) // kept: no search in PATH
+    {
+        KIVCS2Task *task = makeTask(row.command.c_str(), {"4"});
+        EXPECT_EQ(kivCS2TaskPrv_checkLaunchable(task), KIVCS2_FAILED(row.status) ? row.status : 0);
+        EXPECT_EQ(kivCS2Task_launch(task), row.status) << row.command;
+        EXPECT_EQ(task->m_exitCode, row.exitCode) << row.command;
+        EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Finished});
+        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    }
+}
+
+// A bare name that is a file of the working directory passes the check, and PATH decides what is run.
+TEST(TaskLaunch, ABareNameIsCheckedHereAndSearchedInPath)
+{
+    kiv::test::TemporaryFolder folder;
+    const std::string here = folder.write("kivtool", "#!/bin/sh\nexit 5\n");
+    std::filesystem::create_directory(folder.path("path"));
+    const std::string found = folder.write("path/kivtool", "#!/bin/sh\nexit 6\n");
+    ASSERT_EQ(chmod(here.c_str(), 0700) | chmod(found.c_str(), 0700), 0);
+    const std::string before = std::filesystem::current_path();
+    const std::string oldPath = getenv("PATH");
+    ASSERT_EQ(chdir(folder.path("").c_str()), 0);
+    for (const auto &[path, exitCode] : {std::pair{"/nowhere:" + folder.path("path"), 6},
+                                         std::pair{std::string{"/nowhere:"}, 5}, // an empty piece: here
+                                         std::pair{std::string{"/nowhere"}, 127}})
+    {
+        setenv("PATH", path.c_str(), 1);
+        KIVCS2Task *task = makeTask("kivtool", {});
+        EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+        EXPECT_EQ(task->m_exitCode, exitCode) << path;
+        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    }
+    setenv("PATH", oldPath.c_str(), 1);
+    ASSERT_EQ(chdir(before.c_str()), 0);
+}
+
+// The child has no signal blocked, no handler of the host's, and none of the descriptors it should not have.
+TEST(TaskLaunch, TheChildStartsClean)
+{
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    sigaddset(&blocked, SIGUSR2);
+    pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    signal(SIGUSR1, [](int) {});
+    size_t inherited = 3; // the standard streams, and what this process leaves open for all
+    for (int descriptor = 3; descriptor < 1024; ++descriptor)
+        inherited += fcntl(descriptor, F_GETFD) == 0 ? 1 : 0;
+    EXPECT_THAT(outputOf(makeTask("/bin/cat", {"/proc/self/status"})),
+                testing::AllOf(testing::HasSubstr("SigBlk:\t0000000000000000\n"),
+                               testing::HasSubstr("SigCgt:\t0000000000000000\n")));
+    const std::string listed = outputOf(makeTask("/bin/ls", {"/proc/self/fd"}));
+    EXPECT_EQ(static_cast<size_t>(std::count(listed.begin(), listed.end(), '\n')), inherited + 1) << listed;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    signal(SIGUSR1, SIG_DFL);
+}
+
+TEST(TaskPipes, FeedAndDrainFromAnotherThread)
+{
+    Shell shell{"cat; echo problem >&2"};
+    EXPECT_EQ(kivCS2Task_setPipedIO(shell.task, 1), KIVCS2STATUS_OK);
+    const size_t before = openDescriptors();
+    std::string echoed;
+    std::string errors(64, '\0');
+    std::thread other{
+        [&]
+        {
+            KIVCS2Status status;
+            uint32_t count = 0;
+            do
+                status = kivCS2Task_writeInput(shell.task, "hi", 2, &count);
+            while (status == KIVCS2STATUS_TASK_NOT_RUNNING_ERR || status == KIVCS2STATUS_NOT_PIPED_ERR);
+            EXPECT_EQ(status, KIVCS2STATUS_OK);
+            EXPECT_EQ(count, 2u);
+            char bytes[16];
+            EXPECT_EQ(kivCS2Task_readOutput(shell.task, true, bytes, sizeof bytes, &count), KIVCS2STATUS_OK);
+            echoed.assign(bytes, count);
+            EXPECT_EQ(kivCS2Task_readOutput(shell.task, false, bytes, sizeof bytes, &count),
+                      KIVCS2STATUS_EOF_ERR); // kept: nothing yet is the same code as the end
+            EXPECT_EQ(count, 0u);
+            EXPECT_EQ(kivCS2Task_setPipedIO(shell.task, 0), KIVCS2STATUS_TASK_RUNNING_ERR);
+            // The input alone: what the child wrote is still to be read.
+            close(std::atomic_ref{shell.task->m_stdInPipe[1]}.exchange(0));
+        }};
+    EXPECT_EQ(kivCS2Task_launch(shell.task), KIVCS2STATUS_OK);
+    other.join();
+    EXPECT_EQ(echoed, "hi");
+    uint32_t count = 0;
+    EXPECT_EQ(kivCS2Task_readError(shell.task, true, errors.data(), 64, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(errors.substr(0, count), "problem\n");
+    EXPECT_EQ(kivCS2Task_readError(shell.task, false, errors.data(), 64, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(count, 0u); // the end of the stream
+    EXPECT_EQ(kivCS2Task_writeInput(shell.task, "x", 1, &count), KIVCS2STATUS_TASK_NOT_RUNNING_ERR);
+    EXPECT_EQ(kivCS2Task_closePipedIO(shell.task), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_closePipedIO(shell.task), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_readOutput(shell.task, true, errors.data(), 1, &count), KIVCS2STATUS_STATE_ERR);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(TaskPipes, WritingToAChildThatIsGoneRaisesNothing)
+{
+    Shell shell{"exec 0<&-; echo; sleep 60"};
+    kivCS2Task_setPipedIO(shell.task, 1);
+    shell.startAsync();
+    shell.awaitByte();
+    uint32_t count = 9;
+    EXPECT_EQ(kivCS2Task_writeInput(shell.task, "x", 1, &count), KIVCS2STATUS_TASK_WRITE_ERR);
+    EXPECT_EQ(count, 0u);
+}
+
+// Beyond the 1024 that fit a descriptor set.
+TEST(TaskPipes, WorkOnHighDescriptors)
+{
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    std::vector<int> taken;
+    while (taken.empty() || taken.back() < 1500)
+    {
+        taken.push_back(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+        ASSERT_GE(taken.back(), 0);
+    }
+    Shell shell{"echo hi"};
+    kivCS2Task_setPipedIO(shell.task, 1);
+    EXPECT_EQ(kivCS2Task_launch(shell.task), KIVCS2STATUS_OK);
+    EXPECT_GT(shell.task->m_stdOutPipe[0], 1024);
+    char bytes[8];
+    uint32_t count = 0;
+    EXPECT_EQ(kivCS2Task_readOutput(shell.task, false, bytes, sizeof bytes, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(std::string(bytes, count), "hi\n");
+    for (const int descriptor : taken)
+        close(descriptor);
+}
+
+TEST(TaskFiles, KeepTheTailOfAnOlderFile)
+{
+    kiv::test::TemporaryFolder folder;
+    const std::string out = folder.write("out", "a longer old text");
+    Shell shell{"printf new; printf problem >&2"};
+    EXPECT_EQ(kivCS2Task_setStdOutFile(shell.task, "/nowhere"), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_setStdOutFile(shell.task, out.c_str()), KIVCS2STATUS_OK); // replaces it
+    EXPECT_EQ(kivCS2Task_setStdErrFile(shell.task, folder.path("err").c_str()), KIVCS2STATUS_OK);
+    kivCS2Task_setPipedIO(shell.task, 1);
+    EXPECT_EQ(kivCS2Task_launch(shell.task), KIVCS2STATUS_OK);
+    EXPECT_EQ(shell.task->m_exitCode, 0);
+    EXPECT_EQ(folder.read("out"), "newonger old text");
+    EXPECT_EQ(folder.read("err"), "problem");
+    char byte;
+    EXPECT_EQ(kivCS2Task_readOutput(shell.task, false, &byte, 1, nullptr), KIVCS2STATUS_NOT_PIPED_ERR);
+
+    Shell nowhere{"exit 0"};
+    EXPECT_EQ(kivCS2Task_setStdErrFile(nowhere.task, folder.path("no/folder").c_str()), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_launch(nowhere.task), KIVCS2STATUS_OK);
+    EXPECT_EQ(nowhere.task->m_exitCode, 127);
+}
+
+// ---- Asynchronous ----
+
+TEST(TaskAsync, CallsBackAndTells)
+{
+    Shell shell{"read line; exit $line"};
+    kivCS2Task_setPipedIO(shell.task, 1);
+    bool finished = true;
+    KIVCS2Status error = KIVCS2STATUS_ERR;
+    EXPECT_EQ(kivCS2Task_finishedAsync(shell.task, &finished, &error), KIVCS2STATUS_STATE_ERR);
+    shell.startAsync();
+    EXPECT_EQ(kivCS2Task_finishedAsync(shell.task, &finished, &error), KIVCS2STATUS_OK);
+    EXPECT_FALSE(finished);
+    EXPECT_EQ(error, KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_free(shell.task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_TASK_RUNNING_ERR);
+    EXPECT_EQ(kivCS2Task_free(shell.task, KIVCS2TaskFreeMode_MAX), KIVCS2STATUS_PARAM_ERR);
+    while (kivCS2Task_writeInput(shell.task, "7\n", 2, nullptr) == KIVCS2STATUS_NOT_PIPED_ERR)
+        std::this_thread::yield();
+    shell.end.acquire();
+    EXPECT_EQ(kivCS2Task_finishedAsync(shell.task, &finished, &error), KIVCS2STATUS_OK);
+    EXPECT_TRUE(finished);
+    EXPECT_EQ(shell.task->m_exitCode, 7);
+    EXPECT_EQ(shell.task->m_state, uint32_t{KIVCS2TaskState_FinishedAsync});
+
+    KIVCS2Task *bare = makeTask("no-such-command", {});
+    EXPECT_EQ(kivCS2Task_launchAsync(bare, nullptr, nullptr), KIVCS2STATUS_NOT_LAUNCHABLE_ERR);
+    EXPECT_EQ(bare->m_state, uint32_t{KIVCS2TaskState_Created});
+    EXPECT_EQ(kivCS2Task_free(bare, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+}
+
+// Before its process is there as well as after.
+TEST(TaskAsync, EveryModeOfFreeEndsARunningChild)
+{
+    for (KIVCS2TaskFreeMode mode = KIVCS2TaskFreeMode_Interrupt; mode < KIVCS2TaskFreeMode_MAX; ++mode)
+        for (const bool early : {true, false})
+        {
+            SCOPED_TRACE(testing::Message() << "mode " << mode << (early ? ", early" : ""));
+            Shell shell{"echo; exec sleep 600"};
+            kivCS2Task_setPipedIO(shell.task, 1);
+            shell.startAsync();
+            if (!early)
+                shell.awaitByte();
+            const pid_t pid = std::atomic_ref{shell.task->m_pid}.load();
+            EXPECT_EQ(kivCS2Task_free(shell.task, mode), KIVCS2STATUS_OK);
+            shell.task = nullptr;
+            if (mode != KIVCS2TaskFreeMode_Abort)
+                shell.end.acquire();
+            if (!early && mode != KIVCS2TaskFreeMode_Abort)
+            {
+                EXPECT_EQ(kill(pid, 0), -1);
+            }
+        }
+}
+
+TEST(TaskAsync, ACallbackMayFreeItsTask)
+{
+    struct Seen
+    {
+        Gate freed{0};
+        KIVCS2Status status = KIVCS2STATUS_ERR;
+    } seen;
+    KIVCS2Task *task = makeTask("/bin/true", {});
+    ASSERT_EQ(kivCS2Task_launchAsync(
+                  task,
+                  [](KIVCS2Task *ended, void *context)
+                  {
+                      auto &result = *static_cast<Seen *>(context);
+                      result.status = kivCS2Task_free(ended, KIVCS2TaskFreeMode_Refuse);
+                      result.freed.release();
+                  },
+                  &seen),
+              KIVCS2STATUS_OK);
+    seen.freed.acquire();
+    EXPECT_EQ(seen.status, KIVCS2STATUS_OK);
+}
+
+TEST(TaskSignals, ReachTheChildAlone)
+{
+    Shell shell{"trap 'exit 9' INT; echo; while :; do sleep 0.05; done"};
+    kivCS2Task_setPipedIO(shell.task, 1);
+    int32_t result = 5;
+    EXPECT_EQ(kivCS2Task_interrupt(shell.task, &result), KIVCS2STATUS_TASK_NOT_RUNNING_ERR);
+    EXPECT_EQ(kivCS2Task_killAllChildProcesses(shell.task), KIVCS2STATUS_TASK_NOT_RUNNING_ERR);
+    EXPECT_EQ(result, 5);
+    shell.startAsync();
+    shell.awaitByte();
+    EXPECT_EQ(kivCS2Task_signal(shell.task, 0, &result), KIVCS2STATUS_OK);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(kivCS2Task_signal(shell.task, 4711, &result), KIVCS2STATUS_OK);
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(kivCS2Task_interrupt(shell.task, &result), KIVCS2STATUS_OK);
+    shell.end.acquire();
+    EXPECT_EQ(shell.task->m_exitCode, 9);
+}
+
+TEST(Task, RefusesMissingArguments)
+{
+    Shell shell{"exit"};
+    KIVCS2Task *task = shell.task;
+    char byte = 0;
+    int32_t result = 0;
+    bool finished = false;
+    KIVCS2Status error = 0;
+#define REFUSED(operation, text, ...) KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, operation, text, __VA_ARGS__)
+    kiv::test::expectAllRefused({
+        REFUSED(kivCS2Task_create, "(_task) != NULL", nullptr, "x", nullptr),
+        REFUSED(kivCS2Task_create, "(_command) != NULL", &task, nullptr, nullptr),
+        REFUSED(kivCS2Task_free, "(_task) != NULL", nullptr, 0),
+        REFUSED(kivCS2TaskPrv_checkLaunchable, "(_task) != NULL", nullptr),
+        REFUSED(kivCS2Task_launch, "(_task) != NULL", nullptr),
+        REFUSED(kivCS2Task_launchAsync, "(_task) != NULL", nullptr, nullptr, nullptr),
+        REFUSED(kivCS2Task_finishedAsync, "(_finished) != NULL", task, nullptr, &error),
+        REFUSED(kivCS2Task_finishedAsync, "(_asyncError) != NULL", task, &finished, nullptr),
+        REFUSED(kivCS2Task_setASyncCallback, "(_task) != NULL", nullptr, nullptr, nullptr),
+        REFUSED(kivCS2Task_setPipedIO, "(_task) != NULL", nullptr, 1),
+        REFUSED(kivCS2Task_setStdOutFile, "(_path) != NULL", task, nullptr),
+        REFUSED(kivCS2Task_setStdErrFile, "(_task) != NULL", nullptr, "x"),
+        REFUSED(kivCS2Task_readOutput, "(_buffer) != NULL", task, true, nullptr, 1, nullptr),
+        REFUSED(kivCS2Task_readError, "(_task) != NULL", nullptr, true, &byte, 1, nullptr),
+        REFUSED(kivCS2Task_writeInput, "(_buffer) != NULL", task, nullptr, 1, nullptr),
+        REFUSED(kivCS2Task_closePipedIO, "(_task) != NULL", nullptr),
+        REFUSED(kivCS2Task_signal, "(_killResult) != NULL", task, SIGTERM, nullptr),
+        REFUSED(kivCS2Task_interrupt, "(_task) != NULL", nullptr, &result),
+        REFUSED(kivCS2Task_terminate, "(_killResult) != NULL", task, nullptr),
+        REFUSED(kivCS2Task_killAllChildProcesses, "(_task) != NULL", nullptr),
+        REFUSED(kivCS2TaskServer_exec, "(task) != NULL", nullptr, nullptr, nullptr),
+        REFUSED(kivCS2TaskServer_tasksRunning, "(tasks) != NULL", nullptr),
+    });
+#undef REFUSED
+    uint32_t tasks = 7; // without a server
+    EXPECT_EQ(kivCS2TaskServer_tasksRunning(&tasks), KIVCS2STATUS_TASK_SERVER_ERR);
+    EXPECT_EQ(tasks, 0u);
+    EXPECT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), KIVCS2STATUS_TASK_SERVER_ERR);
+    EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Created});
+}
+} // namespace
