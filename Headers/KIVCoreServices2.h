@@ -28,6 +28,7 @@
 #include "KIVCS2Dictionary.h"
 #include "KIVCS2JSON.h"
 
+#include "KIVCS2SMC.h"
 #include "KIVCS2SystemInfo.h"
 
 #include "KIVCS2Task.h"
