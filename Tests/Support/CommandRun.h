@@ -85,7 +85,7 @@ protected:
             for (const std::string &word : arguments)
                 words.push_back(const_cast<char *>(word.c_str()));
             words.push_back(nullptr);
-            execv(KIV_COMMAND, words.data());
+            execv(m_command, words.data());
             _exit(127);
         }
         Result result;
@@ -117,6 +117,8 @@ protected:
             names.push_back(entry.path().filename().string());
         return names;
     }
+
+    const char *m_command = KIV_COMMAND; // what is run
 
 private:
     fs::path m_folder;

@@ -131,6 +131,11 @@ void Output::flush()
     m_buffer.clear();
 }
 
+std::string Output::take()
+{
+    return std::exchange(m_buffer, {});
+}
+
 std::string Output::strong(std::string_view text)
 {
     return coloured("1", text);
@@ -291,6 +296,23 @@ void note(std::string_view text)
     clearProgress();
     const std::string line = "kivcs2: " + visible(text) + "\n"; // one line, whatever a file is called
     std::fputs(line.c_str(), stderr);
+}
+
+std::string shortened(std::string_view line, size_t width)
+{
+    std::string result;
+    size_t column = 0;
+    bool escape = false;
+    for (const char byte : line)
+    {
+        escape = escape || byte == '\x1b';
+        const bool begins = !escape && (static_cast<unsigned char>(byte) & 0xC0u) != 0x80u;
+        column += begins ? 1 : 0;
+        if (escape || column <= width)
+            result += byte;
+        escape = escape && byte != 'm';
+    }
+    return result;
 }
 
 std::string count(uint64_t number, std::string_view noun)

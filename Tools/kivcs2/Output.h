@@ -30,6 +30,9 @@ public:
     void json(const Json &value);
     void flush();
 
+    /// What was written since the last flush, instead of writing it.
+    [[nodiscard]] std::string take();
+
     /// A heading or a word that should stand out; plain when standard output is no terminal or
     /// NO_COLOR is set.
     [[nodiscard]] static std::string strong(std::string_view text);
@@ -124,6 +127,9 @@ private:
 
 /// A line on standard error, after "kivcs2: ".
 void note(std::string_view text);
+
+/// As much of a line as `width` columns hold, with its colours and their end.
+[[nodiscard]] std::string shortened(std::string_view line, size_t width);
 
 /// "1 packet", "2 packets".
 [[nodiscard]] std::string count(uint64_t number, std::string_view noun);

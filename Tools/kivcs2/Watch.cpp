@@ -1,0 +1,110 @@
+// Watching: pages in place, lines, and the end by an interrupt.
+#include "Watch.h"
+
+#include "EndSignals.h"
+#include "Failure.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+
+namespace tool
+{
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+std::string timeOfDay()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    return print("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
+}
+
+// Draws pages over each other: back up over the lines of the last one, each line cleared to its end, and
+// then what is below. A page that is too high or too wide is cut, for what scrolls or wraps cannot be gone back over.
+class Screen
+{
+public:
+    void draw(std::string_view page)
+    {
+        winsize size{};
+        if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0)
+            size = {24, 80, 0, 0};
+        // After another width the terminal has wrapped the lines anew: only a clear screen is known ground.
+        if (m_columns != 0 && (m_columns != size.ws_col || m_rows != size.ws_row))
+            out().write("\x1b[H\x1b[2J");
+        else if (m_drawn > 0)
+            out().write(print("\r\x1b[%zuA", m_drawn));
+        m_columns = size.ws_col;
+        m_rows = size.ws_row;
+        m_drawn = 0;
+        while (!page.empty() && m_drawn + 1 < m_rows)
+        {
+            const size_t end = std::min(page.find('\n'), page.size());
+            out().line(shortened(page.substr(0, end), m_columns) + "\x1b[K");
+            page.remove_prefix(std::min(end + 1, page.size()));
+            ++m_drawn;
+        }
+        out().write("\x1b[J");
+        out().flush();
+    }
+    // Where the terminal has shown "^C", nothing stands behind.
+    static void leave()
+    {
+        out().write("\r\x1b[K");
+        out().flush();
+    }
+
+private:
+    size_t m_columns = 0;
+    size_t m_rows = 0;
+    size_t m_drawn = 0; // lines
+};
+
+} // namespace
+
+void addWatchOptions(CLI::App &command, WatchOptions &options)
+{
+    command.add_option("--every", options.seconds, "Seconds from one reading to the next, otherwise 1")
+        ->check(CLI::Range(0.1, 86400.0));
+    command.add_option("--count", options.readings, "End after so many readings")->check(CLI::PositiveNumber);
+}
+
+int watch(const WatchOptions &options, bool json, const Watched &watched)
+{
+    const EndSignals signals;
+    const bool inPlace = !json && ::isatty(STDOUT_FILENO) != 0;
+    const auto interval =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>{options.seconds});
+    Screen screen;
+    Clock::time_point next = Clock::now();
+    for (uint64_t reading = 1;; ++reading)
+    {
+        if (inPlace)
+        {
+            watched.page();
+            screen.draw(out().take());
+        }
+        else
+        {
+            out().line(json ? watched.json().dump(-1, ' ', false, Json::error_handler_t::replace)
+                            : timeOfDay() + "  " + watched.line());
+            out().flush();
+        }
+        if (reading == options.readings)
+            return kExitYes;
+        next = std::max(next + interval, Clock::now()); // a slow reading is not caught up with
+        if (!signals.waitUntil(next))
+            continue;
+        if (inPlace)
+            Screen::leave();
+        return kExitYes;
+    }
+}
+
+} // namespace tool
