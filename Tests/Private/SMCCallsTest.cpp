@@ -2,6 +2,7 @@
 #include "Private/SMC_Calls.h"
 
 #include "ArgumentCheck.h"
+#include "OpenSMC.h"
 #include "ScriptedSMC.h"
 
 #include <gtest/gtest.h>
@@ -11,23 +12,8 @@
 
 namespace
 {
+using Open = kiv::test::OpenSMC;
 using kiv::test::ScriptedSMC;
-
-struct Open
-{
-    KIVCS2SMC smc{};
-
-    Open()
-    {
-        EXPECT_EQ(kivCS2SMC_init(&smc), KIVCS2STATUS_OK);
-    }
-    Open(const Open &) = delete;
-    Open &operator=(const Open &) = delete;
-    ~Open()
-    {
-        EXPECT_EQ(kivCS2SMC_free(&smc), KIVCS2STATUS_OK);
-    }
-};
 } // namespace
 
 TEST(SMCCalls, AKeyIsReadWithItsTypeAndAllItsBytes)

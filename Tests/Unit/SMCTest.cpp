@@ -2,6 +2,7 @@
 #include <KIVCoreServices2/KIVCS2SMC.h>
 
 #include "ArgumentCheck.h"
+#include "OpenSMC.h"
 #include "ScriptedSMC.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 
 namespace
 {
+using Open = kiv::test::OpenSMC;
 using kiv::test::ScriptedKey;
 using kiv::test::ScriptedSMC;
 using Bytes = std::vector<uint8_t>;
@@ -27,25 +29,6 @@ static_assert(offsetof(KIVCS2SMCCPUStatus, m_coreTemperatures) == 16);
 static_assert(offsetof(KIVCS2SMCCPUStatus, m_MSAc) == 272 && sizeof(KIVCS2SMCCPUStatus) == 280);
 static_assert(offsetof(KIVCS2SMCGPUStatus, m_MSTg) == 4 && offsetof(KIVCS2SMCGPUStatus, m_MSAg) == 8);
 static_assert(offsetof(KIVCS2SMCGPUStatus, m_TG0P) == 32 && sizeof(KIVCS2SMCGPUStatus) == 40);
-
-// A record that is open as long as it stands; nothing of it may be left behind.
-struct Open
-{
-    KIVCS2SMC smc{};
-
-    Open()
-    {
-        EXPECT_EQ(kivCS2SMC_init(&smc), KIVCS2STATUS_OK);
-    }
-    Open(const Open &) = delete;
-    Open &operator=(const Open &) = delete;
-    ~Open()
-    {
-        EXPECT_EQ(kivCS2SMC_free(&smc), KIVCS2STATUS_OK);
-        EXPECT_TRUE(smc.m_connection == 0 && smc.m_keyCount == 0 && !smc.m_keys && !smc.m_cpuTempSet);
-        EXPECT_EQ(KIVPCountIOObjects(), 0u);
-    }
-};
 
 Keys named(const std::vector<std::string> &names)
 {

@@ -293,55 +293,44 @@ IOReturn AppleSMC::find(uint32_t key, uint32_t &index) noexcept
     return kIOReturnNotFound;
 }
 
+template <class Read>
+IOReturn AppleSMC::chooseKey(uint32_t key, Read read) noexcept
+{
+    uint32_t index = 0;
+    const IOReturn result = find(key, index);
+    return result != kIOReturnSuccess ? result : choose(index, read);
+}
+
 IOReturn AppleSMC::readInfo(uint32_t key, uint8_t *output) noexcept
 {
     uint32_t size = sizeof(uint32_t);
     uint32_t type = pack("ui32");
-    if (key != kNumberOfKeys)
+    const auto read = [&]() noexcept
     {
-        uint32_t index = 0;
-        if (const IOReturn result = find(key, index); result != kIOReturnSuccess)
-            return result;
-        const IOReturn result =
-            choose(index,
-                   [&]() noexcept
-                   {
-                       const IOReturn told = readNumber(m_folder, "key_at_index_data_length", size);
-                       return told != kIOReturnSuccess ? told : readCode(m_folder, "key_at_index_type", type);
-                   });
-        if (result != kIOReturnSuccess)
-            return result;
-    }
+        const IOReturn told = readNumber(m_folder, "key_at_index_data_length", size);
+        return told != kIOReturnSuccess ? told : readCode(m_folder, "key_at_index_type", type);
+    };
+    const IOReturn result = key == kNumberOfKeys ? kIOReturnSuccess : chooseKey(key, read);
     putWord(output, kDataSizeAt, size);
     putWord(output, kDataTypeAt, type);
-    return kIOReturnSuccess;
+    return result;
 }
 
 IOReturn AppleSMC::readData(uint32_t key, uint32_t size, uint8_t *output) noexcept
 {
     std::array<char, kCallSize - kDataAt> data{};
-    if (key == kNumberOfKeys)
+    for (uint32_t index = 0; index < 4; ++index)
+        data[index] = static_cast<char>(m_count >> (24 - index * 8));
+    const auto read = [&]() noexcept
     {
-        for (uint32_t index = 0; index < 4; ++index)
-            data[index] = static_cast<char>(m_count >> (24 - index * 8));
-    }
-    else
-    {
-        uint32_t index = 0;
-        if (const IOReturn result = find(key, index); result != kIOReturnSuccess)
-            return result;
-        const IOReturn result =
-            choose(index,
-                   [&]() noexcept
-                   {
-                       const ssize_t got = readFile(m_folder, "key_at_index_data", data.data(), data.size());
-                       return got < 0 ? kIOReturnIOError : kIOReturnSuccess;
-                   });
-        if (result != kIOReturnSuccess)
-            return result;
-    }
-    std::memcpy(output + kDataAt, data.data(), std::min<size_t>(size, data.size()));
-    return kIOReturnSuccess;
+        data = {};
+        const ssize_t got = readFile(m_folder, "key_at_index_data", data.data(), data.size());
+        return got < 0 ? kIOReturnIOError : kIOReturnSuccess;
+    };
+    const IOReturn result = key == kNumberOfKeys ? kIOReturnSuccess : chooseKey(key, read);
+    if (result == kIOReturnSuccess)
+        std::memcpy(output + kDataAt, data.data(), std::min<size_t>(size, data.size()));
+    return result;
 }
 
 IOReturn AppleSMC::call(const uint8_t *input, uint8_t *output) noexcept

@@ -39,6 +39,8 @@ private:
 
     template <class Read>
     [[nodiscard]] IOReturn choose(uint32_t index, Read read) const noexcept;
+    template <class Read>
+    [[nodiscard]] IOReturn chooseKey(uint32_t key, Read read) noexcept;
     [[nodiscard]] IOReturn keyAt(uint32_t index, uint32_t &key) noexcept;
     [[nodiscard]] IOReturn find(uint32_t key, uint32_t &index) noexcept;
     [[nodiscard]] IOReturn readInfo(uint32_t key, uint8_t *output) noexcept;
