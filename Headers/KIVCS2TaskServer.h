@@ -14,7 +14,7 @@
  *   at once or within a second, and sends SIGTERM to all that it has launched, with their descendants, and to
  *   the children of launches by KIVCS2Task.h that are running. Who has not ended 3/4 second later is killed,
  *   in both cases. A process that a task leaves behind belongs to the server and goes too.
- * - SIGTERM ends the server and all that it has launched in the same way; SIGINT, SIGHUP and SIGQUIT, which a
+ * - SIGTERM ends the server, within a second, and all that it has launched in the same way; SIGINT, SIGHUP and SIGQUIT, which a
  *   terminal sends to the whole group, leave it alone.
  * - The server keeps the standard streams that were open when it was forked, and no other descriptor.
  * - A host that has forked itself cannot use its parent's server.

@@ -129,15 +129,18 @@ void markTasksLost()
     return server > 0 && g_CSTaskServer.m_serverEnded.load() == 0 && waitpid(server, nullptr, WNOHANG) == 0;
 }
 
-[[nodiscard]] KIVCS2Status ensureServer()
+[[nodiscard]] KIVCS2Status replaceServer()
 {
-    if (serverLives())
-        return KIVCS2STATUS_OK;
     markTasksLost();
     std::atomic_ref{g_CSTaskServer.m_serverPid}.store(0);
     closeServerPipes();
     KIV_TRY(makeServerPipes());
     return startServer();
+}
+
+[[nodiscard]] KIVCS2Status ensureServer()
+{
+    return serverLives() ? KIVCS2STATUS_OK : replaceServer();
 }
 
 // ---- A launch ----
@@ -192,8 +195,9 @@ enum class Answer
     Answer answer = askServer(task, message);
     if (answer == Answer::launched)
         return KIVCS2STATUS_OK;
-    // The server died before it launched anything: once more with a new one, and not for ever.
-    const KIVCS2Status replaced = ensureServer();
+    // The server went before it launched anything, though it may still be on its way out: once more with a new
+    // one, and not for ever.
+    const KIVCS2Status replaced = replaceServer();
     if (KIVCS2_SUCCEEDED(replaced))
         answer = askServer(task, message);
     if (answer == Answer::launched)

@@ -53,28 +53,8 @@ void complain(int error)
     (void)!write(STDERR_FILENO, text, size); // nobody can be told that nobody can be told
 }
 
-void noteTerm(int)
-{
-    g_CSTaskServer.m_told = 1;
-}
-
-// For signals that must neither end the server nor be ignored by what it launches.
-void leaveAlone(int) {}
-
-// Gives `signal` a handler, unless the host was started with it ignored.
-void handle(int signal, void (*handler)(int))
-{
-    struct sigaction action
-    {
-    };
-    if (sigaction(signal, nullptr, &action) != 0 || (action.sa_handler == SIG_IGN && signal != SIGTERM))
-        return;
-    action = {};
-    action.sa_handler = handler;
-    sigfillset(&action.sa_mask);
-    (void)sigaction(signal, &action, nullptr); // a signal that can be handled
-}
-
+// What the host does at a signal is not the server's business. Those that would end it are blocked, here
+// and not in what is launched: SIGTERM is looked for when there is something to do, the others have no effect.
 void setUpSignals()
 {
     for (int signal = 1; signal < NSIG; ++signal)
@@ -82,17 +62,20 @@ void setUpSignals()
         struct sigaction action
         {
         };
-        if (signal == SIGCHLD || sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_DFL ||
+        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_DFL ||
             action.sa_handler == SIG_IGN)
             continue;
         action = {};
-        action.sa_handler = SIG_DFL; // what the host does at a signal is not the server's business
-        (void)sigaction(signal, &action, nullptr);
+        action.sa_handler = SIG_DFL;
+        (void)sigaction(signal, &action, nullptr); // it had a handler, so it can have another
     }
-    kiv::installChildHandler(); // the host may have put another in its place
-    handle(SIGTERM, noteTerm);
-    for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGPIPE})
-        handle(signal, leaveAlone);
+    kiv::installChildHandler();
+
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    for (const int signal : {SIGTERM, SIGINT, SIGQUIT, SIGHUP, SIGPIPE})
+        sigaddset(&blocked, signal);
+    (void)pthread_sigmask(SIG_SETMASK, &blocked, nullptr); // cannot fail with these arguments
 }
 
 // A descriptor of the host's that the server kept would stay open when the host closes it.
@@ -167,7 +150,7 @@ void takeAllAlong()
         kiv::ExecRequest request;
         KIV_TRY(request.read(true));
         // A request that was written after the server was told to end is for the next one.
-        if (g_CSTaskServer.m_told != 0)
+        if (kiv::isToldToEnd())
             return KIVCS2STATUS_PIPE_ERR;
         KIV_TRY(kivCS2TaskServerPrv_exec(request.command(), request.argv()));
     }
@@ -200,6 +183,13 @@ void kiv::reapChildren()
         // In one piece: host and server write to the same pipe. A host that is gone reads nothing.
         (void)!write(g_CSTaskServer.m_descriptors[kReportWrite], &report, sizeof report);
     }
+}
+
+bool kiv::isToldToEnd()
+{
+    sigset_t pending;
+    sigemptyset(&pending);
+    return sigpending(&pending) == 0 && sigismember(&pending, SIGTERM) == 1;
 }
 
 void kiv::installChildHandler()
@@ -237,14 +227,11 @@ KIVCS2Status kivCS2TaskServerPrv_childProcess()
     KIVCS2TaskServer &server = g_CSTaskServer;
     server.m_reaper.store(getpid());
     server.m_serverPid = 0;
-    setUpSignals();
     closeAllBut({server.m_descriptors[kRequestRead], server.m_descriptors[kPidWrite],
                  server.m_descriptors[kReportWrite]});
     (void)KIVPAdoptOrphans(); // without it, what loses its parent stays behind at the end
     (void)KIVPSetThreadName("kivcs2-tasks");
-    sigset_t none;
-    sigemptyset(&none);
-    (void)pthread_sigmask(SIG_SETMASK, &none, nullptr); // cannot fail with these arguments
+    setUpSignals();
 
     const KIVCS2Status status = serve();
     // After a quit, and where this machine could not serve, what runs goes on without the server.

@@ -9,7 +9,6 @@
 
 #include <array>
 #include <atomic>
-#include <csignal>
 
 // Descriptors of the record by their index.
 enum : uint32_t
@@ -39,7 +38,6 @@ struct KIVCS2TaskServer
     std::atomic<uint32_t> m_reapingPostponed; // the report pipe was full
     bool m_usable;                            // pipes and mutex are there
     std::atomic<bool> m_readbackRuns;
-    volatile std::sig_atomic_t m_told; // in the server: SIGTERM has come
 };
 extern KIVCS2TaskServer g_CSTaskServer;
 
@@ -71,6 +69,9 @@ namespace kiv
 {
 // Reports every child that has ended, as long as the report pipe has room. Async-signal-safe.
 void reapChildren();
+
+// In the server: SIGTERM has come.
+[[nodiscard]] bool isToldToEnd();
 
 // For SIGCHLD, with every signal blocked while the handler runs.
 void installChildHandler();

@@ -29,7 +29,7 @@ constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has
 // The server is to end: nobody is there to be served, or it was told so.
 [[nodiscard]] bool mayWait(bool watch)
 {
-    return !watch || (!isOrphaned() && g_CSTaskServer.m_told == 0);
+    return !watch || (!isOrphaned() && !kiv::isToldToEnd());
 }
 
 // Waits until there may be something to read; the caller tries again in any case.

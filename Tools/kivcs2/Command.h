@@ -12,6 +12,7 @@ namespace tool
 struct Context
 {
     bool json = false;        ///< --json: programs read the result
+    bool taskServer = false;  ///< the word launches child processes
     std::function<int()> run; ///< set by the word that was given; its result is the exit code
 };
 
@@ -25,6 +26,7 @@ void addTextCommand(CLI::App &app, Context &context);
 void addJSONCommand(CLI::App &app, Context &context);
 void addSharedMemoryCommand(CLI::App &app, Context &context);
 void addSensorsCommand(CLI::App &app, Context &context);
+void addRunCommand(CLI::App &app, Context &context);
 void addStatusCommand(CLI::App &app, Context &context);
 
 } // namespace tool

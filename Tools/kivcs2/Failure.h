@@ -21,6 +21,7 @@ enum ExitCode : int
     kExitInputOutput = 4, ///< opening, reading or writing failed
     kExitNotHere = 5,     ///< this machine or this input cannot do it
     kExitTimedOut = 6,    ///< it took too long
+    kExitRunFailed = 125, ///< of the word "run", whose other codes are those of what it runs
     kExitInternal = 70,   ///< a fault of the command or of the library
 };
 

@@ -113,6 +113,24 @@ KIVCS2Status closeOutput(KIVCS2Stream *stream)
 
 } // namespace
 
+namespace
+{
+constexpr int kWriteSignals[] = {SIGPIPE, SIGXFSZ};
+void (*g_inherited[2])(int) = {SIG_DFL, SIG_DFL};
+} // namespace
+
+void ignoreWriteSignals()
+{
+    for (size_t index = 0; index < 2; ++index)
+        g_inherited[index] = std::signal(kWriteSignals[index], SIG_IGN);
+}
+
+void restoreWriteSignals()
+{
+    for (size_t index = 0; index < 2; ++index)
+        std::signal(kWriteSignals[index], g_inherited[index]);
+}
+
 void occupyStandardStreams()
 {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})

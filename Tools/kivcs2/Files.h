@@ -81,6 +81,11 @@ private:
     uint64_t m_position = 0;
 };
 
+/// A write to a reader that has gone, or beyond the limit of file size, fails instead of ending the
+/// process, from here to restoreWriteSignals().
+void ignoreWriteSignals();
+void restoreWriteSignals();
+
 /// Gives standard streams that the caller closed a place that cannot be read or written, so that no
 /// file opened later becomes one of them. Called before anything is opened.
 void occupyStandardStreams();

@@ -21,6 +21,7 @@ Examples:
   kivcs2 caption convert programme.scc programme.mcc
   kivcs2 caption verify programme.mcc --against programme.scc
   kivcs2 caption show programme.mcc --captions | head
+  kivcs2 run --timeout 10 -- ffprobe programme.mxf
   kivcs2 status 0x8000000b
 
 Exit codes: 0 yes, 1 no, 2 usage, 3 malformed input, 4 input or output,
@@ -46,6 +47,7 @@ int run(int argc, char **argv)
     tool::addJSONCommand(app, context);
     tool::addSharedMemoryCommand(app, context);
     tool::addSensorsCommand(app, context);
+    tool::addRunCommand(app, context);
     tool::addStatusCommand(app, context);
 
     try
@@ -71,11 +73,10 @@ int run(int argc, char **argv)
         tool::note(
             (unknown ? "unknown word \"" + tool::visible(extras.front()) + "\"" : std::string{error.what()}) +
             " (kivcs2 --help tells more)");
-        return tool::kExitUsage;
+        return app.got_subcommand("run") ? tool::kExitRunFailed : tool::kExitUsage;
     }
 
-    // No command here launches a child process: the task server is not needed.
-    (void)kivCS2_initWithTaskServer(false); // always succeeds
+    (void)kivCS2_initWithTaskServer(context.taskServer); // always succeeds
     return context.run();
 }
 
@@ -84,8 +85,7 @@ int run(int argc, char **argv)
 int main(int argc, char **argv)
 {
     // A reader that has gone shows as a failed write, which ends the command without a word.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN); // a limit of file size: the failed write tells, and cleans up
+    tool::ignoreWriteSignals();
     tool::occupyStandardStreams();
     try
     {
