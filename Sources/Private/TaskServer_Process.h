@@ -52,8 +52,9 @@ extern KIVCS2TaskServer g_CSTaskServer;
 // the time to look whether the host lives: where it does not the wait fails, and so it does at the end of the pipe.
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_readBytes(uint32_t index, void *bytes, size_t size,
                                                          bool watch);
-// A new text, released with free(), or null: the pipe failed, or the length is above `limit`, or no room.
-[[nodiscard]] char *kivCS2TaskServerPrv_readString(uint32_t index, bool watch, size_t limit,
+// A new text, released with free(), or null: the pipe failed, or there is no room. `left` is what may still be
+// read with a zero byte each, and becomes less.
+[[nodiscard]] char *kivCS2TaskServerPrv_readString(uint32_t index, bool watch, size_t &left,
                                                    KIVCS2Status &status);
 
 // ---- Processes ----

@@ -115,19 +115,20 @@ KIVCS2Status kivCS2TaskServerPrv_readBytes(uint32_t index, void *bytes, size_t s
     return KIVCS2STATUS_OK;
 }
 
-char *kivCS2TaskServerPrv_readString(uint32_t index, bool watch, size_t limit, KIVCS2Status &status)
+char *kivCS2TaskServerPrv_readString(uint32_t index, bool watch, size_t &left, KIVCS2Status &status)
 {
     uint32_t length = 0;
     status = kivCS2TaskServerPrv_readBytes(index, &length, sizeof length, watch);
     if (KIVCS2_FAILED(status))
         return nullptr;
     // Compared before anything is added: a length of 2^32-1 is a length like another.
-    auto *text = length < limit ? static_cast<char *>(std::malloc(size_t{length} + 1)) : nullptr;
+    auto *text = length < left ? static_cast<char *>(std::malloc(size_t{length} + 1)) : nullptr;
     if (text == nullptr)
     {
         status = KIVCS2STATUS_MEMORY_ERR;
         return nullptr;
     }
+    left -= size_t{length} + 1; // by what was claimed: the text may have a zero byte inside
     text[length] = '\0';
     status = kivCS2TaskServerPrv_readBytes(index, text, length, watch);
     if (KIVCS2_SUCCEEDED(status))
@@ -150,8 +151,6 @@ KIVCS2Status kiv::ExecRequest::readText(bool watch, char *&text)
 {
     KIVCS2Status status = KIVCS2STATUS_OK;
     text = kivCS2TaskServerPrv_readString(kRequestRead, watch, m_left, status);
-    if (text != nullptr)
-        m_left -= std::strlen(text) + 1;
     return status;
 }
 

@@ -1,0 +1,497 @@
+// Launches beside system calls that fail, and server and host killed at every byte of what they tell each other.
+#include "KIVCS2Base.h"
+#include "KIVCS2TaskServer.h"
+#include "Private/TaskServer_Process.h"
+
+#include "OwnProcesses.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <fcntl.h>
+#include <poll.h>
+#include <semaphore>
+#include <string>
+#include <sys/mman.h>
+
+// ---- What fails, and who dies; in memory that host, server and children share ----
+
+namespace
+{
+using namespace kiv::test;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kRounds = 2; // a process takes many times as long to make
+#else
+constexpr int kRounds = 20;
+#endif
+
+enum class Call
+{
+    none,
+    pipe,
+    fcntl,
+    read,
+    write,
+    poll,
+    waitpid,
+    vfork,
+    fork,
+    thread,
+};
+
+struct Faults
+{
+    std::atomic<Call> call{Call::none};
+    std::atomic<int> skip{0};   // of that call let through before
+    std::atomic<int> times{0};  // it fails
+    std::atomic<int> error{0};  // 0: a short count
+    std::atomic<int> failed{0}; // it has
+
+    std::atomic<int> deathPipe{-1}; // index of the descriptor
+    std::atomic<bool> hostDies{false};
+    std::atomic<long> bytes{0}; // until then
+};
+
+Faults &faults()
+{
+    static auto *shared =
+        new (mmap(nullptr, sizeof(Faults), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Faults;
+    return *shared;
+}
+
+bool fails(Call call)
+{
+    Faults &now = faults();
+    if (now.call != call || now.times <= 0 || now.skip-- > 0)
+        return false;
+    --now.times;
+    ++now.failed;
+    errno = now.error;
+    return true;
+}
+
+void fail(Call call, int skip, int error, int times = 1)
+{
+    Faults &now = faults();
+    now.skip = skip;
+    now.times = times;
+    now.error = error;
+    now.failed = 0;
+    now.call = call;
+}
+
+[[noreturn]] void die(int pipe)
+{
+    faults().deathPipe = -1; // once
+    if (pipe == kPidWrite)
+        kill(getppid(), SIGKILL);
+    kill(getpid(), SIGKILL);
+    for (;;)
+        ::pause();
+}
+
+// Cuts a transfer where its process is to die; kills it there. The server's reading of requests, the launched
+// process's writing of its id (with it the server dies) and the same from the host's side.
+void meetDeath(int fd, size_t &size)
+{
+    Faults &now = faults();
+    const int pipe = now.deathPipe;
+    if (pipe < 0 || fd != g_CSTaskServer.m_descriptors[static_cast<size_t>(pipe)] ||
+        (getpid() == g_CSTaskServer.m_hostPid) != now.hostDies)
+        return;
+    if (now.bytes == 0)
+        die(pipe);
+    size = std::min(size, static_cast<size_t>(now.bytes.load()));
+    now.bytes -= static_cast<long>(size);
+}
+
+size_t openDescriptors()
+{
+    size_t count = 0;
+    for (int descriptor = 0; descriptor < 1024; ++descriptor)
+        count += fcntl(descriptor, F_GETFD) >= 0 ? 1 : 0;
+    return count;
+}
+} // namespace
+
+extern "C"
+{
+    int __real_pipe2(int *ends, int flags);
+    int __wrap_pipe2(int *ends, int flags);
+    int __real_fcntl(int fd, int command, ...);
+    int __wrap_fcntl(int fd, int command, long argument);
+    ssize_t __real_read(int fd, void *buffer, size_t size);
+    ssize_t __wrap_read(int fd, void *buffer, size_t size);
+    ssize_t __real_write(int fd, const void *buffer, size_t size);
+    ssize_t __wrap_write(int fd, const void *buffer, size_t size);
+    int __real_poll(pollfd *entries, nfds_t count, int milliseconds);
+    int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds);
+    pid_t __real_waitpid(pid_t pid, int *status, int options);
+    pid_t __wrap_waitpid(pid_t pid, int *status, int options);
+    pid_t __real_fork();
+    pid_t __wrap_fork();
+    int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*start)(void *),
+                              void *);
+    int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*start)(void *),
+                              void *);
+    int kiv_test_vforkFails();
+
+    int __wrap_pipe2(int *ends, int flags)
+    {
+        return fails(Call::pipe) ? -1 : __real_pipe2(ends, flags);
+    }
+    int __wrap_fcntl(int fd, int command, long argument)
+    {
+        return command == F_SETFL && fails(Call::fcntl) ? -1 : __real_fcntl(fd, command, argument);
+    }
+    ssize_t __wrap_read(int fd, void *buffer, size_t size)
+    {
+        if (fails(Call::read))
+        {
+            if (errno != 0)
+                return -1;
+            size = std::min<size_t>(size, 1);
+        }
+        meetDeath(fd, size);
+        return __real_read(fd, buffer, size);
+    }
+    ssize_t __wrap_write(int fd, const void *buffer, size_t size)
+    {
+        if (fails(Call::write))
+        {
+            if (errno != 0)
+                return -1;
+            size = std::min<size_t>(size, 1);
+        }
+        const size_t whole = size;
+        const int pipe = faults().deathPipe;
+        meetDeath(fd, size);
+        if (size == whole)
+            return __real_write(fd, buffer, size);
+        // Who writes at once does not come back for the rest. Nobody else is to die of what it has written.
+        faults().deathPipe = -1;
+        (void)!__real_write(fd, buffer, size);
+        die(pipe);
+    }
+    int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds)
+    {
+        return fails(Call::poll) ? -1 : __real_poll(entries, count, milliseconds);
+    }
+    pid_t __wrap_waitpid(pid_t pid, int *status, int options)
+    {
+        return fails(Call::waitpid) ? -1 : __real_waitpid(pid, status, options);
+    }
+    pid_t __wrap_fork()
+    {
+        return fails(Call::fork) ? -1 : __real_fork();
+    }
+    int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*start)(void *),
+                              void *argument)
+    {
+        return fails(Call::thread) ? EAGAIN : __real_pthread_create(thread, attributes, start, argument);
+    }
+    int kiv_test_vforkFails()
+    {
+        return fails(Call::vfork) ? 1 : 0;
+    }
+}
+// A function that calls vfork cannot return twice through its own frame, so this one leaves by a jump.
+asm(R"(
+    .text
+    .globl __wrap_vfork
+    .type __wrap_vfork, @function
+__wrap_vfork:
+    subq $8, %rsp
+    call kiv_test_vforkFails@PLT
+    addq $8, %rsp
+    testl %eax, %eax
+    jne 1f
+    jmp *__real_vfork@GOTPCREL(%rip)
+1:  movl $-1, %eax
+    ret
+    .size __wrap_vfork, . - __wrap_vfork
+)");
+
+namespace
+{
+KIVCS2Task *makeShell(const char *script)
+{
+    const char *arguments[] = {"-c", script, nullptr};
+    KIVCS2Task *task = nullptr;
+    EXPECT_EQ(kivCS2Task_create(&task, "/bin/sh", arguments), KIVCS2STATUS_OK);
+    return task;
+}
+
+struct Ended
+{
+    std::binary_semaphore gate{0};
+    static void call(KIVCS2Task *, void *context)
+    {
+        static_cast<Ended *>(context)->gate.release();
+    }
+};
+
+// Launches through the server; where that succeeds, waits for the end, and returns the whole wait status.
+KIVCS2Status runThroughServer(int32_t &exitCode)
+{
+    Ended ended;
+    KIVCS2Task *task = makeShell("exit 3");
+    const KIVCS2Status status = kivCS2TaskServer_exec(task, Ended::call, &ended);
+    if (KIVCS2_SUCCEEDED(status))
+        ended.gate.acquire();
+    exitCode = task->m_exitCode;
+    // Also of a task that nobody will finish.
+    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+    return status;
+}
+
+// ---- System calls ----
+
+TEST(TaskFaults, AFailedCallGivesItsStatusAndLeavesNothing)
+{
+    struct Row
+    {
+        Call call;
+        int skip;
+        int error;
+        KIVCS2Status status;
+    };
+    for (const Row &row : {
+             Row{Call::pipe, 0, EMFILE, KIVCS2STATUS_PIPE_ERR},
+             Row{Call::pipe, 1, ENFILE, KIVCS2STATUS_PIPE_ERR},
+             Row{Call::pipe, 2, EMFILE, KIVCS2STATUS_PIPE_ERR},
+             Row{Call::vfork, 0, EAGAIN, KIVCS2STATUS_FORK_ERR},
+             Row{Call::waitpid, 0, EINTR, KIVCS2STATUS_OK},
+             Row{Call::waitpid, 0, ECHILD, KIVCS2STATUS_SYSTEM_ERR}, // without a server nobody hands it over
+         })
+    {
+        SCOPED_TRACE(testing::Message() << static_cast<int>(row.call) << " " << row.skip << " " << row.error);
+        KIVCS2Task *task = makeShell("exit 3");
+        kivCS2Task_setPipedIO(task, 1);
+        const size_t before = openDescriptors();
+        fail(row.call, row.skip, row.error);
+        EXPECT_EQ(kivCS2Task_launch(task), row.status);
+        EXPECT_EQ(faults().failed, 1);
+        EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Finished});
+        EXPECT_EQ(task->m_waitStatus, row.status == 0 ? 768 : row.status == KIVCS2STATUS_SYSTEM_ERR ? -1 : 0);
+        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        EXPECT_EQ(openDescriptors(), before);
+        while (__real_waitpid(-1, nullptr, 0) > 0)
+        {
+        }
+    }
+}
+
+TEST(TaskFaults, FailedTransfersHaveAStatusAndNoCount)
+{
+    KIVCS2Task *task = makeShell("cat");
+    kivCS2Task_setPipedIO(task, 1);
+    Ended ended;
+    ASSERT_EQ(kivCS2Task_launchAsync(task, Ended::call, &ended), KIVCS2STATUS_OK);
+    uint32_t count = 0;
+    const auto write = [&]
+    {
+        return kivCS2Task_writeInput(task, "hi", 2, &count);
+    };
+    const auto read = [&]
+    {
+        char bytes[2];
+        return kivCS2Task_readOutput(task, true, bytes, sizeof bytes, &count);
+    };
+    while (write() == KIVCS2STATUS_NOT_PIPED_ERR)
+    {
+    }
+    EXPECT_EQ(count, 2u);
+    fail(Call::write, 0, EIO);
+    EXPECT_EQ(write(), KIVCS2STATUS_TASK_WRITE_ERR);
+    EXPECT_EQ(count, 0u);
+    fail(Call::write, 0, EINTR);
+    EXPECT_EQ(write(), KIVCS2STATUS_OK);
+    fail(Call::write, 0, 0);
+    EXPECT_EQ(write(), KIVCS2STATUS_OK);
+    EXPECT_EQ(count, 1u);
+    fail(Call::read, 0, EIO);
+    EXPECT_EQ(read(), KIVCS2STATUS_TASK_READ_ERR);
+    EXPECT_EQ(count, 0u);
+    fail(Call::read, 0, EINTR);
+    EXPECT_EQ(read(), KIVCS2STATUS_OK);
+    fail(Call::read, 0, 0);
+    EXPECT_EQ(read(), KIVCS2STATUS_OK);
+    EXPECT_EQ(count, 1u);
+    fail(Call::poll, 0, EINVAL);
+    char byte;
+    EXPECT_EQ(kivCS2Task_readOutput(task, false, &byte, 1, &count), KIVCS2STATUS_READ_ERR);
+    EXPECT_EQ(kivCS2Task_closePipedIO(task), KIVCS2STATUS_OK);
+    ended.gate.acquire();
+    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+}
+
+// Of the server's start: what is told, whether a launch works afterwards, and that nothing is left open.
+TEST(TaskFaults, AServerThatDidNotStart)
+{
+    struct Row
+    {
+        Call call;
+        int skip;
+        KIVCS2Status started;
+        KIVCS2Status launched;
+    };
+    for (const Row &row : {
+             Row{Call::pipe, 0, KIVCS2STATUS_PIPE_ERR, KIVCS2STATUS_TASK_SERVER_ERR},
+             Row{Call::pipe, 1, KIVCS2STATUS_PIPE_ERR, KIVCS2STATUS_TASK_SERVER_ERR},
+             Row{Call::pipe, 2, KIVCS2STATUS_PIPE_ERR, KIVCS2STATUS_TASK_SERVER_ERR},
+             Row{Call::fcntl, 1, KIVCS2STATUS_PIPE_ERR, KIVCS2STATUS_TASK_SERVER_ERR},
+             Row{Call::fork, 0, KIVCS2STATUS_FORK_ERR, KIVCS2STATUS_OK},
+             Row{Call::thread, 0, KIVCS2STATUS_OK, KIVCS2STATUS_OK},
+         })
+    {
+        SCOPED_TRACE(testing::Message() << static_cast<int>(row.call) << " " << row.skip);
+        inChild(
+            [&row]
+            {
+                const size_t before = openDescriptors();
+                fail(row.call, row.skip, EAGAIN);
+                EXPECT_EQ(kivCS2TaskServer_init(), row.started);
+                EXPECT_EQ(faults().failed, 1);
+                if (row.started == KIVCS2STATUS_PIPE_ERR)
+                {
+                    EXPECT_EQ(openDescriptors(), before);
+                }
+                int32_t exitCode = 0;
+                EXPECT_EQ(runThroughServer(exitCode), row.launched);
+                EXPECT_EQ(exitCode, row.launched == 0 ? 768 : 0);
+            });
+    }
+}
+
+// Of a launch: what fails once is made good by another try or another server.
+TEST(TaskFaults, ALaunchThroughTheServer)
+{
+    struct Row
+    {
+        Call call;
+        int error;
+        int times;
+        KIVCS2Status status;
+    };
+    constexpr int kAlways = 1000000;
+    for (const Row &row : {
+             Row{Call::write, EINTR, 1, KIVCS2STATUS_OK},
+             Row{Call::write, EPIPE, 1, KIVCS2STATUS_OK},
+             Row{Call::write, EPIPE, kAlways, KIVCS2STATUS_PIPE_ERR},
+             Row{Call::vfork, EAGAIN, 1, KIVCS2STATUS_OK},
+             Row{Call::vfork, EAGAIN, kAlways, KIVCS2STATUS_TASK_SERVER_ERR},
+             Row{Call::waitpid, ECHILD, 1, KIVCS2STATUS_OK}, // of the server: it is replaced
+             Row{Call::read, EINTR, 3, KIVCS2STATUS_OK},
+         })
+    {
+        SCOPED_TRACE(testing::Message()
+                     << static_cast<int>(row.call) << " " << row.error << " " << row.times);
+        inChild(
+            [&row]
+            {
+                EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+                int32_t exitCode = 0;
+                EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
+                const size_t before = openDescriptors();
+                fail(row.call, 0, row.error, row.times);
+                EXPECT_EQ(runThroughServer(exitCode), row.status);
+                fail(Call::none, 0, 0, 0);
+                EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
+                EXPECT_EQ(exitCode, 768);
+                EXPECT_EQ(openDescriptors(), before);
+            });
+    }
+}
+
+// ---- Deaths ----
+
+constexpr long kRequestBytes = 1 + (4 + 7) + 4 + (4 + 7) + (4 + 2) + (4 + 6); // /bin/sh -c "exit 3"
+constexpr long kPidBytes = 4;
+
+TEST(TaskFaults, TheServerIsKilledAtEveryByte)
+{
+    inChild(
+        []
+        {
+            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+            int32_t exitCode = 0;
+            EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
+            const size_t before = openDescriptors();
+            for (int round = 0; round < kRounds; ++round)
+                for (const auto &[pipe, size] :
+                     {std::pair{kRequestRead, kRequestBytes}, {kPidWrite, kPidBytes}})
+                    for (long byte = 0; byte < size; ++byte)
+                    {
+                        faults().bytes = byte;
+                        faults().deathPipe = static_cast<int>(pipe);
+                        ASSERT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK) << pipe << " " << byte;
+                        ASSERT_EQ(exitCode, 768);
+                        ASSERT_EQ(faults().deathPipe, -1) << "nobody died at " << byte;
+                    }
+            EXPECT_EQ(openDescriptors(), before);
+        });
+}
+
+// A report is written in one piece, so there is no middle of one: the server dies before it, with a status that it
+// alone knew.
+TEST(TaskFaults, TheServerIsKilledBeforeAReport)
+{
+    const auto host = []
+    {
+        EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+        int32_t exitCode = 0;
+        faults().bytes = 0;
+        faults().deathPipe = kReportWrite;
+        EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
+        EXPECT_EQ(exitCode, -1);
+        EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
+        EXPECT_EQ(exitCode, 768);
+    };
+    if (!inOwnProcesses([&host] { inChild(host); }))
+        GTEST_SKIP() << "no process namespace can be made here (that needs root)";
+}
+
+TEST(TaskFaults, TheHostIsKilledAtEveryByte)
+{
+    const auto body = []
+    {
+        const std::pair<uint32_t, long> pipes[] = {
+            {kRequestWrite, kRequestBytes}, {kPidRead, kPidBytes}, {kReportRead, 8}};
+        for (int round = 0; round < kRounds; ++round)
+            for (const auto &[pipe, size] : pipes)
+                for (long byte = 0; byte < size; ++byte)
+                {
+                    const pid_t host = fork();
+                    if (host == 0)
+                    {
+                        (void)kivCS2TaskServer_init();
+                        (void)kivCS2TaskServer_exec(makeShell("exec sleep 600"), nullptr, nullptr);
+                        faults().hostDies = true;
+                        faults().bytes = byte;
+                        faults().deathPipe = static_cast<int>(pipe);
+                        int32_t exitCode = 0;
+                        (void)runThroughServer(exitCode);
+                        _exit(0);
+                    }
+                    ASSERT_EQ(exitCodeOf(host), 1000 + SIGKILL) << pipe << " " << byte;
+                    // About two seconds; what more is given here is for a loaded machine.
+                    ASSERT_TRUE(holdsWithin(10000,
+                                            []
+                                            {
+                                                while (__real_waitpid(-1, nullptr, WNOHANG) > 0)
+                                                {
+                                                }
+                                                return processes().size() == 1;
+                                            }))
+                        << pipe << " " << byte;
+                }
+    };
+    faults(); // shared with all of them
+    if (!inOwnProcesses(body))
+        GTEST_SKIP() << "no process namespace can be made here (that needs root)";
+}
+} // namespace
