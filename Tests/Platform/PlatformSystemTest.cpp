@@ -236,7 +236,7 @@ TEST_F(System, ProcessorsAreThoseOnline)
         {"0,,1", here},
         {"0-0-1", here},
         {"0,1,\n", here},
-        {"1,0", here},
+        {"4-9,0-3", here},
         {"0-1 2", here},
         {nullptr, here},
         {"0-4294967295\n", here},
@@ -340,10 +340,10 @@ TEST_F(System, LongFilesCountToTheirLastWholeLine)
 {
     const std::string start = "MemTotal: 8 kB\nMemFree: 8 kB\nActive: 8 kB\nInactive: 8 kB\n";
     put("/proc/self/statm", "1 1 1\n");
-    for (const size_t length :
-         {size_t{16 * 1024 - 3}, size_t{16 * 1024}, size_t{16 * 1024 + 3}, size_t{1} << 20})
+    for (const size_t length : {size_t{16 * 1024 - 14}, size_t{16 * 1024 - 3}, size_t{16 * 1024},
+                                size_t{16 * 1024 + 3}, size_t{1} << 20})
     {
-        // One line that ends where reading ends, or is cut there.
+        // Reading ends in the last line, in its number for one, or in the long line before it.
         std::string text = start + "Other: ";
         text += std::string(length - text.size(), '0') + "\nPageTables: 8 kB\n";
         put("/proc/meminfo", text.c_str());

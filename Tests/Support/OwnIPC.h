@@ -20,7 +20,8 @@ public:
     OwnIPC() : m_firstKey(0x4B000000u + static_cast<uint32_t>(getpid()) % 0x40000u * kOwnKeys)
     {
         // A plain user may have a namespace together with one of users.
-        if (unshare(CLONE_NEWIPC) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0)
+        m_isApart = unshare(CLONE_NEWIPC) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0;
+        if (!m_isApart)
             startGuardian();
     }
 
@@ -30,6 +31,12 @@ public:
         if (index >= kOwnKeys)
             std::abort();
         return m_firstKey + index;
+    }
+
+    // Whether the namespace, with its limits, is this run's alone.
+    [[nodiscard]] bool isApart() const
+    {
+        return m_isApart;
     }
 
 private:
@@ -56,5 +63,6 @@ private:
     }
 
     uint32_t m_firstKey;
+    bool m_isApart = false;
 };
 } // namespace kiv::test

@@ -24,6 +24,8 @@ void addRateCommand(CLI::App &app, Context &context);
 void addChecksumCommand(CLI::App &app, Context &context);
 void addTextCommand(CLI::App &app, Context &context);
 void addJSONCommand(CLI::App &app, Context &context);
+void addDoctorCommand(CLI::App &app, Context &context);
+void addSystemCommand(CLI::App &app, Context &context);
 void addSharedMemoryCommand(CLI::App &app, Context &context);
 void addSensorsCommand(CLI::App &app, Context &context);
 void addRunCommand(CLI::App &app, Context &context);

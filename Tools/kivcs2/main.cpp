@@ -48,6 +48,8 @@ int run(int argc, char **argv)
     tool::addSharedMemoryCommand(app, context);
     tool::addSensorsCommand(app, context);
     tool::addRunCommand(app, context);
+    tool::addSystemCommand(app, context);
+    tool::addDoctorCommand(app, context);
     tool::addStatusCommand(app, context);
 
     try
