@@ -9,8 +9,9 @@
  *
  * The caller owns the record: `init` fills it, `free` detaches and zeroes it, and it may then be
  * initialised again. A process that ends without `free` is detached by the system, but only a `free`
- * removes a segment: one that nobody frees stays until the machine stops. A child of fork() is
- * attached too, and counts; it frees its own copy of the record.
+ * removes a segment: one that nobody frees stays until the machine stops. A mutex that a process held
+ * when it was killed stays locked. A child of fork() is attached too, and counts; it frees its own copy
+ * of the record.
  *
  * Key 0 is IPC_PRIVATE: every `init` with it, also one without `create`, makes a new segment that no
  * other process can find by key.
