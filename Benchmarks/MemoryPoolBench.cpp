@@ -6,6 +6,7 @@
 #include <benchmark/benchmark.h>
 
 #ifdef KIV_PEER_BOOST
+#include <boost/intrusive/list.hpp>
 #include <boost/pool/singleton_pool.hpp>
 #endif
 
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <latch>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -54,6 +56,42 @@ struct BoostPool
     {
         Pool::free(object);
     }
+};
+
+// A pool of the same promise, as a host would make it: a free list in the objects, used in turn, and zeros.
+struct BoostFifo
+{
+    using Hook = boost::intrusive::list_base_hook<boost::intrusive::link_mode<boost::intrusive::normal_link>>;
+    struct Object : Hook
+    {
+        uint8_t rest[kSize - sizeof(Hook)];
+    };
+    struct Pool
+    {
+        Pool()
+        {
+            for (Object &object : objects)
+                free.push_back(object);
+        }
+        std::vector<Object> objects = std::vector<Object>(kObjects);
+        boost::intrusive::list<Object> free;
+        std::mutex mutex;
+    };
+    static void *take()
+    {
+        const std::lock_guard lock{s_pool.mutex};
+        Object &first = s_pool.free.front();
+        s_pool.free.pop_front();
+        return &first;
+    }
+    static void giveBack(void *object)
+    {
+        std::memset(object, 0, kSize);
+        const std::lock_guard lock{s_pool.mutex};
+        s_pool.free.push_back(*static_cast<Object *>(object));
+    }
+
+    inline static Pool s_pool;
 };
 #endif
 
@@ -173,6 +211,7 @@ int main(int argc, char **argv)
     registerPeer<Ours>("ours");
 #ifdef KIV_PEER_BOOST
     registerPeer<BoostPool>("boost_singleton_pool");
+    registerPeer<BoostFifo>("boost_intrusive_fifo");
 #endif
     registerPeer<Heap>("malloc");
 #ifdef KIV_PEER_MIMALLOC
