@@ -332,8 +332,7 @@ TEST(RunLoops, ATimerThatGoesToAnotherLoopInItsCalloutIsNotCalledTwiceAtATime)
         {
             CFRunLoopRemoveTimer(CFRunLoopGetMain(), timer.ref.get(), kCFRunLoopDefaultMode);
             timer.add(kCFRunLoopDefaultMode, other.loop());
-            for (int turn = 0; turn < 1000; ++turn) // time for a call that must not come
-                std::this_thread::yield();
+            kiv::test::spin(2000); // time for a call that must not come
         }
         if (timer.fired == 2)
             calledThere.set_value();
@@ -460,8 +459,7 @@ TEST(RunLoops, AddedAndInvalidatedFromManyThreads)
                         [](CFRunLoopTimerRef, void *info) { ++*static_cast<std::atomic<int> *>(info); },
                         &context)};
                     CFRunLoopAddTimer(runner.loop(), timer.get(), kCFRunLoopCommonModes);
-                    for (int turn = 0; turn < time; ++turn)
-                        std::this_thread::yield();
+                    kiv::test::spin(time);
                     CFRunLoopTimerInvalidate(timer.get());
                 }
             });

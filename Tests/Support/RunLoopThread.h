@@ -5,12 +5,22 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
+#include <atomic>
 #include <future>
 #include <limits>
 #include <thread>
 
 namespace kiv::test
 {
+// Lets other threads come further by about half a microsecond a turn, without giving the processor away.
+inline void spin(int turns)
+{
+    std::atomic<int> left{turns * 100};
+    while (--left > 0)
+    {
+    }
+}
+
 class RunLoopThread
 {
 public:

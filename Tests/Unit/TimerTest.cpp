@@ -86,15 +86,6 @@ CFRunLoopRunResult runMode(CFRunLoopMode mode = kCFRunLoopDefaultMode)
     return CFRunLoopRunInMode(mode, kEndless, false);
 }
 
-// Lets other threads come further by about half a microsecond a turn, without giving the processor away.
-void spin(int turns)
-{
-    std::atomic<int> left{turns * 100};
-    while (--left > 0)
-    {
-    }
-}
-
 // Opens when the thread it was watched on has left all of the library's code.
 class AtThreadExit
 {
@@ -268,7 +259,7 @@ TEST(TimerThread, CancelAtAnyMomentGivesNoCallWithoutItsContext)
                       },
                       &calls, KIVCS2TimerFlags_Thread, 0, kPast),
                   KIVCS2STATUS_OK);
-        spin(time); // further and further into the thread's start
+        kiv::test::spin(time); // further and further into the thread's start
         EXPECT_EQ(kivCS2Timer_cancel(timer), KIVCS2STATUS_OK);
         EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
     }
@@ -492,7 +483,7 @@ TEST(TimerRunLoop, FreedAtAnyMomentWhileAnotherThreadCalls)
                       &calls, KIVCS2TimerFlags_RunLoop, 1e-6, kPast),
                   KIVCS2STATUS_OK);
         EXPECT_EQ(kivCS2Timer_addToRunLoop(timer, other.loop(), kCFRunLoopDefaultMode), KIVCS2STATUS_OK);
-        spin(time);
+        kiv::test::spin(time);
         EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
     }
 }
