@@ -300,50 +300,6 @@ TEST(RunLoops, NestedRunsHaveTheirOwnModeAndEnd)
     EXPECT_EQ(order, "(iii)c");
 }
 
-TEST(RunLoops, ATimerThatLeavesTheModeBetweenPollAndCallWaits)
-{
-    // Both are ready in the same look at the context; the first to be called parks the other.
-    Timer first;
-    Timer second;
-    Timer *timers[] = {&first, &second};
-    for (Timer *timer : timers)
-    {
-        timer->onFire = [&, timer]
-        {
-            Timer *other = timer == &first ? &second : &first;
-            CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), other->ref.get(), kCFRunLoopDefaultMode);
-        };
-        timer->add();
-    }
-    CFRunLoopRun();
-    EXPECT_EQ(first.fired + second.fired, 1);
-}
-
-TEST(RunLoops, ATimerThatGoesToAnotherLoopInItsCalloutIsNotCalledTwiceAtATime)
-{
-    RunLoopThread other;
-    Timer timer{1e-6};
-    std::atomic<bool> inside{false};
-    std::promise<void> calledThere;
-    timer.onFire = [&]
-    {
-        EXPECT_FALSE(inside.exchange(true));
-        if (timer.fired == 1)
-        {
-            CFRunLoopRemoveTimer(CFRunLoopGetMain(), timer.ref.get(), kCFRunLoopDefaultMode);
-            timer.add(kCFRunLoopDefaultMode, other.loop());
-            kiv::test::spin(2000); // time for a call that must not come
-        }
-        if (timer.fired == 2)
-            calledThere.set_value();
-        inside = false;
-    };
-    timer.add();
-    CFRunLoopRun(); // until the timer has gone
-    calledThere.get_future().get();
-    other.stop();
-}
-
 // ---- Whose context ----
 
 TEST(RunLoops, TheMainThreadsIsTheDefaultContextWhoeverRunsIt)
@@ -420,25 +376,6 @@ TEST(RunLoops, TimersLeaveTheLoopOfAThreadThatEnds)
     timer.add();
     CFRunLoopRun();
     EXPECT_EQ(timer.fired, 1);
-}
-
-TEST(RunLoops, ALoopThatAnotherThreadRunsIsNotRunTwice)
-{
-    Timer far{1, kInfinity};
-    far.add();
-    std::promise<void> taken;
-    std::promise<void> release;
-    std::thread other{[&]
-                      {
-                          ASSERT_TRUE(g_main_context_acquire(g_main_context_default()));
-                          taken.set_value();
-                          release.get_future().get();
-                          g_main_context_release(g_main_context_default());
-                      }};
-    taken.get_future().get();
-    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kEndless, false), kCFRunLoopRunFinished);
-    release.set_value();
-    other.join();
 }
 
 TEST(RunLoops, AddedAndInvalidatedFromManyThreads)
