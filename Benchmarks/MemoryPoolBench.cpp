@@ -3,6 +3,8 @@
 // the pool, which locks as well; the heaps show what other promises would cost.
 #include <KIVCoreServices2/KIVCS2MemoryPool.h>
 
+#include "Support/ParkedThread.h"
+
 #include <benchmark/benchmark.h>
 
 #ifdef KIV_PEER_BOOST
@@ -15,10 +17,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <latch>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace
@@ -218,16 +218,5 @@ int main(int argc, char **argv)
     if (Mimalloc::load())
         registerPeer<Mimalloc>("mimalloc");
 #endif
-    benchmark::Initialize(&argc, argv);
-    // A host has threads. Without a second one libc locks without atomic operations.
-    std::latch done{1};
-    std::thread parked{[&done]
-                       {
-                           done.wait();
-                       }};
-    benchmark::RunSpecifiedBenchmarks();
-    done.count_down();
-    parked.join();
-    benchmark::Shutdown();
-    return 0;
+    return runBesideParkedThread(argc, argv);
 }

@@ -1,6 +1,8 @@
 // Multi-buffers: handing out and taking back beside libavutil's buffer pool, and how the lookup grows.
 #include <KIVCoreServices2/KIVCS2MultiBuffer.h>
 
+#include "Support/ParkedThread.h"
+
 #include <benchmark/benchmark.h>
 
 #ifdef KIV_PEER_AVUTIL
@@ -12,9 +14,7 @@ extern "C"
 
 #include <cstdint>
 #include <cstdlib>
-#include <latch>
 #include <set>
-#include <thread>
 #include <vector>
 
 namespace
@@ -157,16 +157,5 @@ BENCHMARK(findLast)
 
 int main(int argc, char **argv)
 {
-    benchmark::Initialize(&argc, argv);
-    // A host has threads. Without a second one libc locks without atomic operations.
-    std::latch done{1};
-    std::thread parked{[&done]
-                       {
-                           done.wait();
-                       }};
-    benchmark::RunSpecifiedBenchmarks();
-    done.count_down();
-    parked.join();
-    benchmark::Shutdown();
-    return 0;
+    return runBesideParkedThread(argc, argv);
 }
