@@ -136,6 +136,7 @@ TEST(TimerSchedule, AClockThatIsSetMovesIntervalsAndNoFirstDate)
     TimerSchedule schedule{100, 1, 0};
     schedule.clockWasSet(3600 * kSecond);
     EXPECT_EQ(schedule.next(), k2001 + 100 * kSecond);
+    schedule.fired();
     schedule.advance(k2001 + 100 * kSecond);
     for (const int64_t step : {3600 * kSecond, -7200 * kSecond, 3600 * kSecond + 1})
         schedule.clockWasSet(step);

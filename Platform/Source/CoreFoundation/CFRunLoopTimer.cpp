@@ -99,17 +99,39 @@ void noteClockWasSet(__CFRunLoopTimer &timer) noexcept
     timer.realTimeAhead = ahead;
 }
 
+// False when the clock was set since the last time, which is told once, here or by the next read.
+bool armFor(__CFRunLoopTimer &timer, const kiv::cf::TimerSchedule &schedule) noexcept
+{
+    const int64_t ahead = realTimeAhead();
+    const int64_t next = std::max<int64_t>(schedule.next(), 1); // 0 would disarm it
+    const itimerspec at{{}, {next / kPerSecond, next % kPerSecond}};
+    constexpr int kFlags = TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET;
+    if (timerfd_settime(timer.descriptor, kFlags, &at, nullptr) != 0 && errno == ECANCELED)
+        return false;
+    timer.realTimeAhead = ahead;
+    return true;
+}
+
 void arm(__CFRunLoopTimer &timer) noexcept
+{
+    while (!armFor(timer, timer.schedule))
+        noteClockWasSet(timer);
+}
+
+// The next interval is looked for on a grid that has followed the clock: a clock that was set forward during the call
+// would else count as intervals that were missed.
+void armForNextInterval(__CFRunLoopTimer &timer) noexcept
 {
     for (;;)
     {
-        timer.realTimeAhead = realTimeAhead();
-        const int64_t next = std::max<int64_t>(timer.schedule.next(), 1); // 0 would disarm it
-        const itimerspec at{{}, {next / kPerSecond, next % kPerSecond}};
-        constexpr int kFlags = TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET;
-        if (timerfd_settime(timer.descriptor, kFlags, &at, nullptr) == 0 || errno != ECANCELED)
+        kiv::cf::TimerSchedule advanced = timer.schedule;
+        advanced.advance(readClock(CLOCK_REALTIME));
+        if (armFor(timer, advanced))
+        {
+            timer.schedule = advanced;
             return;
-        noteClockWasSet(timer); // the clock was set since the last time, which is told once
+        }
+        noteClockWasSet(timer);
     }
 }
 
@@ -160,8 +182,7 @@ void finishCall(__CFRunLoopTimer &timer) noexcept
     timer.calling = false;
     if (timer.valid && timer.schedule.repeats())
     {
-        timer.schedule.advance(readClock(CLOCK_REALTIME));
-        arm(timer);
+        armForNextInterval(timer);
         if (timer.loop != nullptr)
             kiv::cf::followMode(timer);
     }
@@ -181,6 +202,7 @@ __CFRunLoopTimer *beginCall(GSource *source) noexcept
         return nullptr;
     CFRetain(timer);
     timer->calling = true;
+    timer->schedule.fired();
     if (timer->loop->run != nullptr)
         timer->loop->run->timerServed = true;
     return timer;

@@ -51,7 +51,6 @@ CFAbsoluteTime TimerSchedule::nextDate() const noexcept
 
 void TimerSchedule::advance(int64_t now) noexcept
 {
-    m_hasFired = true;
     const long double since = static_cast<long double>(now) - static_cast<long double>(m_first);
     m_passed = std::max(m_passed, std::floor(since / m_interval)) + 1;
     while (next() <= now && next() != kNever) // rounded down to a nanosecond that has passed

@@ -26,6 +26,11 @@ public:
     // The same as an absolute time, exact to the resolution of that.
     [[nodiscard]] CFAbsoluteTime nextDate() const noexcept;
 
+    // From now on the dates follow a clock that is set.
+    void fired() noexcept
+    {
+        m_hasFired = true;
+    }
     // The timer has fired and `now` it is free again: the next date is the first one after now on the grid of
     // the intervals. Dates that have passed meanwhile are left out.
     void advance(int64_t now) noexcept;
