@@ -81,12 +81,14 @@ KIVCS2_API KIVCS2Status kivCS2Timer_create(KIVCS2Timer **_timer, KIVCS2TimerFunc
                                            KIVCS2TimerFlags flags, double interval, CFAbsoluteTime fireDate);
 
 /**
- * Adds a timer of `KIVCS2TimerFlags_RunLoop` to a run loop of any thread. Twice is harmless, and so is a
- * timer that was cancelled or has made its only call. In a mode that is neither common nor the running one
- * it waits until the loop is run in that mode.
+ * Adds a timer of `KIVCS2TimerFlags_RunLoop` to a run loop of any thread, which keeps what it needs of it. A
+ * timer belongs to one loop: one that is in another stays there, with success, and one that was cancelled
+ * or has made its only call is not added, with success too. Further modes of the same loop add up; the same
+ * one twice is harmless. In a mode that is neither common nor the running one it waits until the loop is run
+ * in that mode.
  * @param[in] _mode  kCFRunLoopCommonModes, kCFRunLoopDefaultMode or a name of the host's own
- * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or the timer has not the flag or has a thread
- * @retval KIVCS2STATUS_DATA_ERR   the timer is in another run loop, or there is no memory for the mode
+ * @retval KIVCS2STATUS_PARAM_ERR   an argument is null, or the timer has not the flag or has a thread
+ * @retval KIVCS2STATUS_MEMORY_ERR  no memory for the mode; nothing has changed
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Timer_addToRunLoop(KIVCS2Timer *_timer, CFRunLoopRef _runLoop,

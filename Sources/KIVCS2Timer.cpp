@@ -3,6 +3,8 @@
 
 #include "Private/Check.h"
 
+#include <KIVPlatform/KIVPRunLoop.h>
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -218,15 +220,12 @@ KIVCS2Status kivCS2Timer_addToRunLoop(KIVCS2Timer *_timer, CFRunLoopRef _runLoop
     KIV_CHECK(_runLoop);
     KIV_CHECK(_mode);
 
-    CFRunLoopTimerRef timer = _timer->m_runLoopTimer;
-    if (timer == nullptr || (_timer->m_flags & KIVCS2TimerFlags_RunLoop) == 0)
+    if (_timer->m_runLoopTimer == nullptr || (_timer->m_flags & KIVCS2TimerFlags_RunLoop) == 0)
         return KIVCS2STATUS_PARAM_ERR;
 
-    CFRetain(timer); // its callback may free it on the loop's thread
-    CFRunLoopAddTimer(_runLoop, timer, _mode);
-    const bool taken = CFRunLoopContainsTimer(_runLoop, timer, _mode) || !CFRunLoopTimerIsValid(timer);
-    CFRelease(timer);
-    return taken ? KIVCS2STATUS_OK : KIVCS2STATUS_DATA_ERR;
+    // Kept: hosts rely on success for a timer that stays in another run loop, or has ended.
+    const bool hadMemory = KIVPRunLoopAddTimer(_runLoop, _timer->m_runLoopTimer, _mode);
+    return hadMemory ? KIVCS2STATUS_OK : KIVCS2STATUS_MEMORY_ERR; // its callback may have freed the timer
 }
 
 KIVCS2Status kivCS2Timer_cancel(KIVCS2Timer *_timer)

@@ -345,7 +345,7 @@ TEST(TimerRunLoop, WithoutTheFlagForItIsNotAddedAndWithoutAnyNeverCalls)
     }
 }
 
-TEST(TimerRunLoop, IsAddedToALoopOfAnotherThread)
+TEST(TimerRunLoop, IsAddedToALoopOfAnotherThreadAndStaysThere)
 {
     RunLoopThread other;
     Stage stage;
@@ -360,7 +360,8 @@ TEST(TimerRunLoop, IsAddedToALoopOfAnotherThread)
     EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopCommonModes), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopCommonModes), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopCommonModes),
-              KIVCS2STATUS_DATA_ERR);
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false), kCFRunLoopRunFinished); // has no timer
     called.acquire();
     EXPECT_EQ(stage.calledOn, other.id());
     other.stop(); // and joins it: no call is in progress

@@ -2,6 +2,7 @@
 // after its time, where GLib's own time-outs are rounded up to the next millisecond.
 #include <CoreFoundation/CFRunLoop.h>
 #include <CoreFoundation/CFString.h>
+#include <KIVPlatform/KIVPRunLoop.h>
 
 #include "CoreFoundation/RunLoop.h"
 
@@ -79,6 +80,11 @@ bool isCommon(CFRunLoopMode mode) noexcept
 bool hasMode(__CFRunLoopTimer &timer, CFRunLoopMode mode) noexcept
 {
     return isCommon(mode) ? timer.common : *findMode(timer, mode) != nullptr;
+}
+
+bool mayBeAdded(const __CFRunLoop &loop, __CFRunLoopTimer &timer, CFRunLoopMode mode) noexcept
+{
+    return timer.valid && (timer.loop == nullptr || (timer.loop == &loop && !hasMode(timer, mode)));
 }
 
 // One that is being called may have gone to another loop, which waits until the call is over.
@@ -316,16 +322,20 @@ __CFRunLoopTimer::__CFRunLoopTimer(int timerDescriptor, const kiv::cf::TimerSche
 
 // ---- Timers in loops ----
 
-void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode)
+Boolean KIVPRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode)
 {
+    {
+        const std::lock_guard lock{runLoopMutex};
+        if (!mayBeAdded(*rl, *timer, mode))
+            return true; // without asking for memory that is not needed
+    }
     const bool common = isCommon(mode);
     Mode *named = common ? nullptr : createMode(mode);
     if (!common && named == nullptr)
-        return;
+        return false;
     {
         const std::lock_guard lock{runLoopMutex};
-        const bool fits = timer->loop == nullptr || (timer->loop == rl && !hasMode(*timer, mode));
-        if (timer->valid && fits)
+        if (mayBeAdded(*rl, *timer, mode))
         {
             timer->common = timer->common || common;
             if (!common)
@@ -340,6 +350,12 @@ void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode m
         }
     }
     freeModes(named); // the timer is not looked at here: its callout may have ended it by now
+    return true;
+}
+
+void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode)
+{
+    (void)KIVPRunLoopAddTimer(rl, timer, mode); // has no answer to give
 }
 
 void CFRunLoopRemoveTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode)
