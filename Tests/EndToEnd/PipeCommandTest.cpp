@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,6 +22,7 @@
 
 namespace
 {
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
@@ -116,6 +118,7 @@ protected:
         for (const std::string &word : arguments)
             words.push_back(const_cast<char *>(word.c_str()));
         words.push_back(nullptr);
+        alarm(60); // a command that waits for ever fails its test
         execv(KIV_COMMAND, words.data());
         _exit(127);
     }
@@ -254,6 +257,23 @@ TEST_F(Pipe, AnInterruptEndsTheInputAndLosesNothing)
     EXPECT_EQ(readAll(m_out), "");
     EXPECT_EQ(finish(), 128 + SIGTERM);
     EXPECT_THAT(errors(), StartsWith("In    3 bytes\nOut   3 bytes\n"));
+}
+
+// The reader stays and takes nothing, so that what was read cannot go out.
+TEST_F(Pipe, ASecondInterruptOfAnotherKindEndsItAtOnce)
+{
+    start({"--size", "100000"});
+    const int room = fcntl(m_out, F_SETPIPE_SZ, 4096);
+    ASSERT_GE(room, 4096);
+    writeAll(m_in, std::string(static_cast<size_t>(room) + 1, 'x'));
+    // Once the command has taken them all, there is one that it cannot get rid of.
+    for (int unread = 1; unread > 0;)
+        ASSERT_EQ(ioctl(m_in, FIONREAD, &unread), 0);
+    ASSERT_GT(m_child, 1);
+    ASSERT_EQ(kill(m_child, SIGINT), 0);
+    ASSERT_EQ(kill(m_child, SIGTERM), 0);
+    EXPECT_THAT(finish(), AnyOf(128 + SIGINT, 128 + SIGTERM)); // two threads may take one each
+    EXPECT_EQ(errors(), "") << "no report: it has not waited for the reader";
 }
 
 TEST_F(Pipe, TellsWhatCannotBeReadOrWritten)

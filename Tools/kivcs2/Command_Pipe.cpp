@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <csignal>
@@ -58,7 +59,8 @@ struct Counts
 
 // The end that interrupts and a failed output write to; the reading thread waits for it beside the input.
 volatile sig_atomic_t theWakeUp = -1;
-volatile sig_atomic_t theSignal = 0;
+std::atomic<int> theSignal = 0; // the first; two of them may come on two threads at once
+static_assert(std::atomic<int>::is_always_lock_free);
 
 void wakeUp()
 {
@@ -70,12 +72,15 @@ void wakeUp()
 extern "C" void endInput(int signalNumber)
 {
     const int error = errno;
-    theSignal = signalNumber;
-    wakeUp();
+    int none = 0;
+    if (theSignal.compare_exchange_strong(none, signalNumber))
+        wakeUp();
+    else
+        (void)std::raise(signalNumber); // back at its default: it ends the process once this has returned
     errno = error;
 }
 
-// While it stands, the first interrupt ends the input and the second the process.
+// While it stands, the first interrupt ends the input and the second, of whatever kind, the process.
 class Interrupts
 {
 public:
