@@ -5,12 +5,12 @@
 
 #include <mach/mach_time.h>
 
+#include "Support/ParkedThread.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cstddef>
 #include <ctime>
-#include <latch>
-#include <thread>
 
 namespace
 {
@@ -115,16 +115,5 @@ BENCHMARK(clockPosix)->Name("Clock_nanoseconds/posix");
 int main(int argc, char **argv)
 {
     (void)kivCS2_initWithTaskServer(false);
-    benchmark::Initialize(&argc, argv);
-    // A host has threads. Without a second one libc locks without atomic operations.
-    std::latch done{1};
-    std::thread parked{[&done]
-                       {
-                           done.wait();
-                       }};
-    benchmark::RunSpecifiedBenchmarks();
-    done.count_down();
-    parked.join();
-    benchmark::Shutdown();
-    return 0;
+    return runBesideParkedThread(argc, argv);
 }

@@ -34,7 +34,8 @@ KIVCS2_BEGIN_DECLS
  * A string is its UTF-8 bytes between quotes, a number is what printf writes in the C locale for its
  * type ("%hhi", "%hi", "%i", "%li" or "%lli" for integers, "%f" for fractions, infinities and NaN as "inf" and
  * "nan"; "%hhui" for kCFNumberCharType, so that 7 is "7i"), an array "[a, b]", a dictionary {"k" : v, "l" : w}
- * in the order of its keys. Anything else, CFBoolean included, writes nothing.
+ * in the order of its keys. Anything else, CFBoolean included, writes nothing, and where that is the whole list
+ * no zero byte either.
  *
  * A failure inside a dictionary ends its entries there, and with its closing brace the dictionary is a
  * success; inside an array it is returned at once. Measuring counts a string as long as UTF-8 can get, so that

@@ -11,8 +11,8 @@
  * insertions do not, so give them an element that is in no list.
  *
  * kivCS2LinkList_sort() leaves the list's `m_prev` at the element that was last before. Where that
- * one has moved, appending would cut off what follows it: walk to the last element and store it in
- * `m_prev` first.
+ * one has moved, appending or moving an element to the end would cut off what follows it: walk to the
+ * last element and store it in `m_prev` first.
  *
  * There is no status: with assertions a missing argument stops the process, without them the operation
  * goes on and the behaviour is undefined. Nothing is locked: who shares a list serialises its use.
@@ -64,7 +64,10 @@ KIVCS2_API void kivCS2LinkList_prependElem(KIVCS2LinkList *list, KIVCS2LinkElem 
  */
 KIVCS2_API void kivCS2LinkList_removeElem(KIVCS2LinkList *_list, KIVCS2LinkElem *_elem);
 
-/** Takes `elem` out of the list that holds it; does nothing when none does. Constant time. */
+/**
+ * Takes `elem` out of the list that holds it and clears its links; does nothing when none does. Constant
+ * time. Thread safety: the list's owner.
+ */
 KIVCS2_API void kivCS2LinkElem_unlink(KIVCS2LinkElem *elem);
 
 /**
@@ -126,15 +129,22 @@ KIVCS2_API KIVCS2LinkElem *kivCS2LinkList_sort(KIVCS2LinkList *_list, KIVCS2Link
 
 /**
  * Sorts the chain of at least two elements that starts at `_list` and ends with a null `m_next`, as
- * kivCS2LinkList_sort() does. Sets both links of every element and leaves `m_list` alone.
+ * kivCS2LinkList_sort() does. Sets both links of every element and leaves `m_list` alone; no list is told
+ * of its new ends. Thread safety: the chain's owner.
  * @return the chain's new first element
  */
 KIVCS2_API KIVCS2LinkElem *kivCS2LinkList_sortElems(KIVCS2LinkElem *_list, KIVCS2LinkListCmpFunc cmp);
 
-/** Takes every element out of the list and clears their links; linear time. */
+/**
+ * Takes every element out of the list and clears their links, also after a sort that moved its last
+ * element; linear time. Thread safety: the list's owner.
+ */
 KIVCS2_API void kivCS2LinkList_unlinkElems(KIVCS2LinkList *list);
 
-/** Takes every element out and zeroes the list, also after a sort that moved its last element. */
+/**
+ * Takes every element out as kivCS2LinkList_unlinkElems() does and zeroes the list; the elements' memory
+ * stays the caller's. Thread safety: the list's owner.
+ */
 KIVCS2_API void kivCS2LinkList_free(KIVCS2LinkList *list);
 
 /**
@@ -144,7 +154,10 @@ KIVCS2_API void kivCS2LinkList_free(KIVCS2LinkList *list);
  */
 KIVCS2_API bool kivCS2LinkList_checkValid(KIVCS2LinkList *list);
 
-/** Returns `reason`: the one place to stop a debugger at for kivCS2LinkList_checkValid(). */
+/**
+ * Returns `reason` (1: an empty list with an end, 2: a single element with other links) and looks at
+ * nothing: the one place to stop a debugger at for kivCS2LinkList_checkValid(). Thread safety: any thread.
+ */
 KIVCS2_API uint32_t kivCS2LinkList_checkFailed(KIVCS2LinkList *list, uint32_t reason);
 
 KIVCS2_END_DECLS

@@ -113,7 +113,8 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_waitUnlock(KIVCS2MultiBuffer *_buffer)
  * @retval KIVCS2STATUS_PARAM_ERR      `_buffer` or `_mem_ptr` is null
  * @retval KIVCS2STATUS_NO_BUFFER_ERR  every entry is in use, or there is none; the next search starts at 0
  * @retval KIVCS2STATUS_MEMORY_ERR     the block cannot grow and is as before; the entry stays free, and the
- *                                     next search need not start with it
+ *                                     next search starts one place further on than this one, or at 0 when
+ *                                     this one started there or came round to it
  * @retval KIVCS2STATUS_MUTEX_ERR      the lock was not taken; nothing happened
  * Thread safety: any thread with the thread-safe flag.
  */

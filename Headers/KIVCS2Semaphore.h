@@ -5,7 +5,8 @@
  * The caller owns the record: `init` opens the semaphore, `free` closes it, removes its name and
  * zeroes the record. All other operations may be called from any thread. Because `free` removes
  * the name, the first user of a shared name to free it ends the sharing for those who come later;
- * those who have it open keep theirs.
+ * those who have it open keep theirs. Only `free` removes it: a process that is killed leaves its names
+ * behind, also those made for it ("kivCS2" and a number), under /dev/shm until the machine stops.
  */
 #ifndef KIVCS2_SEMAPHORE_H
 #define KIVCS2_SEMAPHORE_H

@@ -9,8 +9,9 @@
  *
  * The caller owns the record: `init` fills it, `free` detaches and zeroes it, and it may then be
  * initialised again. A process that ends without `free` is detached by the system, but only a `free`
- * removes a segment: one that nobody frees stays until the machine stops. A child of fork() is
- * attached too, and counts; it frees its own copy of the record.
+ * removes a segment: one that nobody frees stays until the machine stops. A mutex that a process held
+ * when it was killed stays locked. A child of fork() is attached too, and counts; it frees its own copy
+ * of the record.
  *
  * Key 0 is IPC_PRIVATE: every `init` with it, also one without `create`, makes a new segment that no
  * other process can find by key.
@@ -42,7 +43,8 @@ typedef struct KIVCS2SharedMemory
  *                                  smaller; ENOSPC, ENOMEM: the system has no room; EACCES: not for this user
  * @retval KIVCS2STATUS_SYSTEM_ERR  without `create`: no segment. ENOENT: none of this key; EINVAL: it is
  *                                  smaller; EACCES: not for this user
- * @retval KIVCS2STATUS_DATA_ERR    the segment cannot be attached. One that this call made is removed again
+ * @retval KIVCS2STATUS_DATA_ERR    the segment cannot be attached (EINVAL, EIDRM: another process has just
+ *                                  removed it). One that this call made is removed again
  * After a failure `m_error` holds the error number and `m_address` is null; there is nothing to free.
  * Thread safety: the owner alone. Source: POSIX.1-2017, shmget, shmat.
  */
@@ -51,8 +53,9 @@ KIVCS2_API KIVCS2Status kivCS2SharedMemory_init(KIVCS2SharedMemory *shared, uint
 
 /**
  * Detaches, removes the segment when nothing is attached to it any more, and zeroes the record. A zeroed
- * record, and one whose `init` failed, are only zeroed. What the system answers is not reported. A process
- * that attaches in the same moment may keep a segment that has lost its key.
+ * record, and one whose `init` failed, are only zeroed. What the system answers is not reported: it lets
+ * the user who made a segment remove it, and root, so one that another user is the last to free stays. A
+ * process that attaches in the same moment may keep a segment that has lost its key.
  * @retval KIVCS2STATUS_PARAM_ERR  `shared` is null
  * Thread safety: the owner alone. Source: POSIX.1-2017, shmdt, shmctl.
  */

@@ -25,6 +25,9 @@
 #include "KIVCS2MemoryPool.h"
 #include "KIVCS2MultiBuffer.h"
 
+#include "KIVCS2PerformanceTimer.h"
+#include "KIVCS2Timer.h"
+
 #include "KIVCS2Dictionary.h"
 #include "KIVCS2JSON.h"
 

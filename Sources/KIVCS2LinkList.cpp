@@ -2,30 +2,11 @@
 #include "KIVCS2LinkList.h"
 
 #include "Private/Check.h"
+#include "Private/LinkList_Links.h"
 #include "Private/LinkList_Sort.h"
 
 namespace
 {
-// The pointer that leads to what follows `prev`: the list's own where nothing precedes.
-KIVCS2LinkElem *&nextOf(KIVCS2LinkElem *prev, KIVCS2LinkList *list)
-{
-    return prev ? prev->m_next : list->m_next;
-}
-
-KIVCS2LinkElem *&prevOf(KIVCS2LinkElem *next, KIVCS2LinkList *list)
-{
-    return next ? next->m_prev : list->m_prev;
-}
-
-// Links an element between two neighbours of a list; null stands for the list's end.
-void link(KIVCS2LinkElem *elem, KIVCS2LinkList *list, KIVCS2LinkElem *prev, KIVCS2LinkElem *next)
-{
-    nextOf(prev, list) = elem;
-    prevOf(next, list) = elem;
-    *elem = {next, prev, list};
-    ++list->m_count;
-}
-
 bool isSingle(const KIVCS2LinkList *list)
 {
     const KIVCS2LinkElem *elem = list->m_next;
@@ -36,13 +17,13 @@ bool isSingle(const KIVCS2LinkList *list)
 void kivCS2LinkList_appendElem(KIVCS2LinkList *list, KIVCS2LinkElem *elem)
 {
     kivCS2LinkElem_unlink(elem);
-    link(elem, list, list->m_prev, nullptr);
+    kiv::link(elem, list, list->m_prev, nullptr);
 }
 
 void kivCS2LinkList_prependElem(KIVCS2LinkList *list, KIVCS2LinkElem *elem)
 {
     kivCS2LinkElem_unlink(elem);
-    link(elem, list, nullptr, list->m_next);
+    kiv::link(elem, list, nullptr, list->m_next);
 }
 
 void kivCS2LinkList_removeElem(KIVCS2LinkList *_list, KIVCS2LinkElem *_elem)
@@ -52,10 +33,7 @@ void kivCS2LinkList_removeElem(KIVCS2LinkList *_list, KIVCS2LinkElem *_elem)
 
     if (_elem->m_list != _list || _list->m_count == 0)
         return;
-    nextOf(_elem->m_prev, _list) = _elem->m_next;
-    prevOf(_elem->m_next, _list) = _elem->m_prev;
-    *_elem = {};
-    --_list->m_count;
+    kiv::unlink(_elem, _list);
 }
 
 void kivCS2LinkElem_unlink(KIVCS2LinkElem *elem)
@@ -72,7 +50,7 @@ void kivCS2LinkList_insertElemAfter(KIVCS2LinkElem *_f_elem, KIVCS2LinkElem *_b_
     KIV_ASSERT(_f_elem != _b_elem);
 
     // Kept: an element of another list stays counted there; callers unlink first.
-    link(_f_elem, _b_elem->m_list, _b_elem, _b_elem->m_next);
+    kiv::link(_f_elem, _b_elem->m_list, _b_elem, _b_elem->m_next);
 }
 
 void kivCS2LinkList_insertElemBefore(KIVCS2LinkElem *_f_elem, KIVCS2LinkElem *_b_elem)
@@ -82,7 +60,7 @@ void kivCS2LinkList_insertElemBefore(KIVCS2LinkElem *_f_elem, KIVCS2LinkElem *_b
     KIV_ASSERT(_b_elem->m_list);
     KIV_ASSERT(_f_elem != _b_elem);
 
-    link(_f_elem, _b_elem->m_list, _b_elem->m_prev, _b_elem);
+    kiv::link(_f_elem, _b_elem->m_list, _b_elem->m_prev, _b_elem);
 }
 
 void kivCS2LinkList_sortedInsert(KIVCS2LinkList *_list, KIVCS2LinkElem *_elem,

@@ -224,7 +224,7 @@ KIVCS2Status kivCS2MultiBuffer_allocateBuffer(KIVCS2MultiBuffer *_buffer, uint32
         start = int64_t{_buffer->m_lastIndex} + 1;
         if (start >= _buffer->m_count)
             start = 0;
-        // Kept: also a search that fails for memory has moved on, so that one bad entry does not stop all.
+        // Kept: also a search that fails for memory has moved on, unless it started at 0 or came round.
         _buffer->m_lastIndex = start > 0 ? static_cast<int32_t>(start) : kNoIndex;
     }
     KIVCS2Status status = handOutFirstFree(*_buffer, size, start, int64_t{_buffer->m_count} - 1, _mem_ptr);

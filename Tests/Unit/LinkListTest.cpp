@@ -12,6 +12,7 @@
 #include <numeric>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
@@ -133,6 +134,11 @@ TEST(LinkList, RemovesOnlyWhatItHolds)
     kivCS2LinkList_removeElem(&held.list, other.at(0));
     EXPECT_EQ(keysOf(held.list), (Keys{1, 2, 3}));
     EXPECT_EQ(keysOf(other.list), Keys{4});
+    // A list that was zeroed with an element in it holds none.
+    const KIVCS2LinkList filled = std::exchange(other.list, {});
+    kivCS2LinkElem_unlink(other.at(0));
+    EXPECT_TRUE(other.list.m_count == 0 && other.at(0)->m_list == &other.list);
+    other.list = filled;
 
     kivCS2LinkList_removeElem(&held.list, held.at(1));
     EXPECT_EQ(keysOf(held.list), (Keys{1, 3}));

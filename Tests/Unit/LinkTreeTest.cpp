@@ -173,6 +173,11 @@ TEST(LinkTree, InsertsBeforeTheSibling)
     EXPECT_EQ(sample.walk(), (IDs{1, 8, 2, 7, 5, 3, 0, 6, 4}));
     EXPECT_EQ(sample.nodes[7].m_parent, &sample.nodes[4]);
     EXPECT_EQ(sample.count(), 9u);
+    // And stays so when the one that held it is made new, as any free flag but 1 does.
+    EXPECT_EQ(kivCS2LinkTree_freeNode(&sample.nodes[2], 2), KIVCS2STATUS_OK);
+    EXPECT_TRUE(sample.nodes[2].m_ID == 0 && !sample.nodes[2].m_children.m_next);
+    EXPECT_EQ(sample.nodes[7].m_parent, &sample.nodes[4]);
+    EXPECT_EQ(sample.nodes[5].m_parent, &sample.nodes[2]);
 }
 
 TEST(LinkTree, ANewRootDetachesTheOldOne)

@@ -2,6 +2,7 @@
 #include <KIVCoreServices2/KIVCS2PThread.h>
 
 #include "ArgumentCheck.h"
+#include "NoThreads.h"
 
 #include <gtest/gtest.h>
 
@@ -27,31 +28,6 @@ static_assert(offsetof(KIVCS2SemaphoreThread, m_thread) == 0 &&
               offsetof(KIVCS2SemaphoreThread, m_semaphore) == 56);
 
 using Gate = std::binary_semaphore;
-
-// Makes the system refuse every new thread while it lives: no address space has room for the stack.
-class NoThreads
-{
-public:
-    NoThreads()
-    {
-        pthread_getattr_default_np(&m_saved);
-        pthread_attr_t huge;
-        pthread_attr_init(&huge);
-        pthread_attr_setstacksize(&huge, size_t{1} << 48);
-        EXPECT_EQ(pthread_setattr_default_np(&huge), 0);
-        pthread_attr_destroy(&huge);
-    }
-    ~NoThreads()
-    {
-        pthread_setattr_default_np(&m_saved);
-        pthread_attr_destroy(&m_saved);
-    }
-    NoThreads(const NoThreads &) = delete;
-    NoThreads &operator=(const NoThreads &) = delete;
-
-private:
-    pthread_attr_t m_saved{};
-};
 
 // ---- Threads ----
 
@@ -185,7 +161,7 @@ TEST(Thread, NamesTheCallingThread)
 
 TEST(Thread, NoThreadLeavesNothing)
 {
-    NoThreads none;
+    const kiv::test::NoThreads none;
     std::atomic<int> runs{0};
     KIVCS2Thread thread;
     EXPECT_EQ(kivCS2Thread_init(&thread, &runs, addOne), KIVCS2STATUS_THREAD_ERR);

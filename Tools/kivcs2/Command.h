@@ -29,6 +29,7 @@ void addSystemCommand(CLI::App &app, Context &context);
 void addSharedMemoryCommand(CLI::App &app, Context &context);
 void addSensorsCommand(CLI::App &app, Context &context);
 void addRunCommand(CLI::App &app, Context &context);
+void addPipeCommand(CLI::App &app, Context &context);
 void addStatusCommand(CLI::App &app, Context &context);
 
 } // namespace tool

@@ -49,6 +49,8 @@ Number parse(std::string_view text, std::string_view type)
 {
     Number value{};
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error == std::errc::result_out_of_range)
+        throw Failure(kExitUsage, "\"" + visible(text) + "\" does not fit the 32 bits of a number");
     if (error != std::errc{} || end != text.data() + text.size())
         throw Failure(kExitUsage, "\"" + visible(text) + "\" is no " + std::string{type});
     return value;

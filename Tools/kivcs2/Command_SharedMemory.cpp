@@ -23,24 +23,30 @@ namespace tool
 namespace
 {
 
-// A whole number in decimal or, after "0x", in hexadecimal.
-uint64_t parseNumber(std::string_view text, std::string_view what, uint64_t most)
+constexpr uint32_t kMost = std::numeric_limits<uint32_t>::max();
+
+// A whole number in decimal or, after "0x", in hexadecimal; `unit` times it has 32 bits.
+uint64_t parseNumber(std::string_view text, std::string_view digits, uint64_t unit, std::string_view what)
 {
-    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-    const std::string_view digits = hexadecimal ? text.substr(2) : text;
+    const bool hexadecimal = digits.starts_with("0x") || digits.starts_with("0X");
+    if (hexadecimal)
+        digits.remove_prefix(2);
     uint64_t value = 0;
     const auto [end, error] =
         std::from_chars(digits.data(), digits.data() + digits.size(), value, hexadecimal ? 16 : 10);
-    if (error != std::errc{} || end != digits.data() + digits.size() || value > most)
+    if (error != std::errc{} || end != digits.data() + digits.size() || value > kMost / unit)
         throw Failure(kExitUsage, "\"" + visible(text) + "\" is no " + std::string{what});
-    return value;
+    return value * unit;
 }
 
-constexpr uint32_t kMost = std::numeric_limits<uint32_t>::max();
+uint32_t parseAnyKey(std::string_view text)
+{
+    return static_cast<uint32_t>(parseNumber(text, text, 1, "key of 32 bits"));
+}
 
 uint32_t parseKey(std::string_view text)
 {
-    const auto key = static_cast<uint32_t>(parseNumber(text, "key of 32 bits", kMost));
+    const uint32_t key = parseAnyKey(text);
     if (key == 0)
         throw Failure(kExitUsage, "key 0 belongs to private segments, which nobody else finds");
     return key;
@@ -57,7 +63,7 @@ uint64_t parseSize(std::string_view text, std::string_view what)
         unit <<= 10 * (letter + 1);
         digits.remove_suffix(1);
     }
-    return parseNumber(digits, what, kMost / unit) * unit;
+    return parseNumber(text, digits, unit, what);
 }
 
 std::string keyText(uint32_t key)
@@ -83,7 +89,7 @@ public:
     ~Attachment()
     {
         if (m_hold)
-            (void)free();
+            (void)free(); // something else is being reported
         else if (m_record.m_address != nullptr)
             ::shmdt(m_record.m_address);
     }
@@ -101,13 +107,18 @@ public:
         m_hold = true;
     }
 
-    // By the library: true when nobody else was attached and the segment is gone.
-    bool free()
+    // By the library, which says nothing of a segment that stays: 0 when it is gone, EBUSY while others are
+    // attached, EPERM when another user has made it.
+    int free()
     {
         m_hold = false;
         const int id = m_record.m_id;
         (void)kivCS2SharedMemory_free(&m_record); // not null
-        return ::shmctl(id, IPC_STAT, &m_segment) != 0;
+        if (::shmctl(id, IPC_STAT, &m_segment) != 0)
+            return 0;
+        if (m_segment.shm_nattch != 0)
+            return EBUSY;
+        return ::shmctl(id, IPC_RMID, nullptr) != 0 && errno == EPERM ? EPERM : 0;
     }
 
 private:
@@ -115,6 +126,15 @@ private:
     shmid_ds m_segment{};
     bool m_hold = false;
 };
+
+// True when the segment is gone, false while others are attached.
+bool freeOrFail(Attachment &attachment, uint32_t key)
+{
+    const int error = attachment.free();
+    if (error == EPERM)
+        throw Failure::system("key " + keyText(key) + ": the segment stays", error);
+    return error == 0;
+}
 
 struct Segment
 {
@@ -204,11 +224,11 @@ int noSegment(uint32_t key)
     return kExitNo;
 }
 
-int show(const std::string &wanted, bool json)
+int show(const std::optional<std::string> &wanted, bool json)
 {
-    if (!wanted.empty())
+    if (wanted)
     {
-        const uint32_t key = parseKey(wanted);
+        const uint32_t key = parseKey(*wanted);
         if (!findSegment(key))
             return noSegment(key);
         report(key, json);
@@ -242,22 +262,35 @@ struct CreateOptions
     bool clear = false;
 };
 
+int refuseToCreate(uint32_t key, bool clear)
+{
+    const auto existing = findSegment(key);
+    note("key " + keyText(key) + " has a segment" +
+         (existing ? " of " + count(existing->size, "byte") : std::string{}) +
+         (clear ? "" : "; --clear takes it and sets it to zero"));
+    return kExitNo;
+}
+
+// Makes a segment where there is none: of two commands that create one, the second must not clear what the
+// first has filled, and the library takes what is there. What else fails is the library's to report.
+bool makeFirst(uint32_t key, uint32_t size)
+{
+    return ::shmget(static_cast<key_t>(key), size, IPC_CREAT | IPC_EXCL | 0666) >= 0 || errno != EEXIST;
+}
+
 int create(const CreateOptions &options, bool json)
 {
     const uint32_t key = parseKey(options.key);
     const auto size = static_cast<uint32_t>(parseSize(options.size, "size below 4 GiB"));
     if (size == 0)
         throw Failure(kExitUsage, "a segment has one byte at least");
-    if (const auto existing = findSegment(key); existing && (!options.clear || existing->size < size))
-    {
-        note("key " + keyText(key) + " has a segment of " + count(existing->size, "byte") +
-             (options.clear ? "" : "; --clear takes it and sets it to zero"));
-        return kExitNo;
-    }
 
     std::optional<EndSignals> signals;
     if (options.hold)
         signals.emplace();
+    const auto existing = findSegment(key);
+    if (options.clear ? existing && existing->size < size : !makeFirst(key, size))
+        return refuseToCreate(key, options.clear);
     Attachment attachment{key, size, true};
     if (options.hold)
         attachment.hold();
@@ -266,13 +299,14 @@ int create(const CreateOptions &options, bool json)
         return kExitYes; // detached by leaving: the segment stays until somebody frees it
     out().flush();
     signals->wait();
-    note("key " + keyText(key) + (attachment.free() ? ": removed" : ": others are still attached"));
+    note("key " + keyText(key) + (freeOrFail(attachment, key) ? ": removed" : ": others are still attached"));
     return kExitYes;
 }
 
 struct AttachOptions
 {
-    std::string key, source, target, offset = "0", length;
+    std::string key, source, target, offset = "0";
+    std::optional<std::string> length;
     bool free = false;
 };
 
@@ -281,8 +315,8 @@ std::span<uint8_t> selectBytes(const Attachment &attachment, const AttachOptions
 {
     const auto bytes = attachment.bytes();
     const uint64_t offset = parseSize(options.offset, "offset");
-    const uint64_t length = options.length.empty() ? bytes.size() - std::min<uint64_t>(offset, bytes.size())
-                                                   : parseSize(options.length, "length");
+    const uint64_t length = options.length ? parseSize(*options.length, "length")
+                                           : bytes.size() - std::min<uint64_t>(offset, bytes.size());
     if (offset > bytes.size() || length > bytes.size() - offset)
         throw Failure(kExitMalformed, "the segment ends at byte " + std::to_string(bytes.size()));
     return bytes.subspan(offset, length);
@@ -309,7 +343,7 @@ int attach(const AttachOptions &options)
         target.commit();
     }
     if (options.free)
-        (void)attachment.free(); // the last one to go removes the segment
+        (void)freeOrFail(attachment, key); // the last one to go removes the segment
     return kExitYes;
 }
 
@@ -319,7 +353,8 @@ int freeSegment(const std::string &wanted, bool json)
     const auto before = findSegment(key);
     if (!before)
         return noSegment(key);
-    const bool removed = Attachment{key, 0, false}.free();
+    Attachment attachment{key, 0, false};
+    const bool removed = freeOrFail(attachment, key);
     if (json)
         out().json({{"key", key}, {"id", before->id}, {"removed", removed}});
     else if (removed)
@@ -332,7 +367,7 @@ int freeSegment(const std::string &wanted, bool json)
 
 int findKey(const std::string &start, bool json)
 {
-    const auto first = static_cast<uint32_t>(parseNumber(start, "key of 32 bits", kMost));
+    const uint32_t first = parseAnyKey(start);
     uint32_t key = 0;
     if (const KIVCS2Status status = kivCS2SharedMemory_findKey(first, &key); KIVCS2_FAILED(status))
     {
@@ -357,7 +392,7 @@ void addSharedMemoryCommand(CLI::App &app, Context &context)
                     "A segment stays on the machine until it is freed while nobody else is attached.");
 
     auto *shown = command->add_subcommand("show", "One segment, or all of the machine");
-    const auto wanted = std::make_shared<std::string>();
+    const auto wanted = std::make_shared<std::optional<std::string>>();
     shown->add_option("key", *wanted, "The segment's key");
     shown->callback(
         [&context, wanted]

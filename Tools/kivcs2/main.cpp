@@ -50,6 +50,7 @@ int run(int argc, char **argv)
     tool::addRunCommand(app, context);
     tool::addSystemCommand(app, context);
     tool::addDoctorCommand(app, context);
+    tool::addPipeCommand(app, context);
     tool::addStatusCommand(app, context);
 
     try

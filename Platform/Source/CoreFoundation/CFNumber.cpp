@@ -186,11 +186,12 @@ CFHashCode hashNumber(const kiv::cf::Object &object)
 
 constexpr kiv::cf::Type kNumberType{kiv::cf::kTypeNumber, nullptr, equalNumbers, hashNumber};
 constexpr kiv::cf::Type kBooleanType{kiv::cf::kTypeBoolean, nullptr, nullptr, nullptr};
-
-constexpr CFIndex kForEver = std::numeric_limits<CFIndex>::max() / 2; // no host releases that often
 } // namespace
 
-constexpr __CFBoolean::__CFBoolean(bool truth) noexcept : Object{kBooleanType, kForEver}, value{truth} {}
+constexpr __CFBoolean::__CFBoolean(bool truth) noexcept
+    : Object{kBooleanType, kiv::cf::kForEver}, value{truth}
+{
+}
 
 namespace
 {

@@ -49,8 +49,6 @@ CFHashCode hashString(const kiv::cf::Object &object)
                                    : kiv::cf::hashValues(std::span{units.wide, units.length});
 }
 
-constexpr kiv::cf::Type kStringType{kiv::cf::kTypeString, finalizeString, equalStrings, hashString};
-
 // A string with room for `length` units behind its head, whose contents the caller fills in.
 struct NewString
 {
@@ -188,10 +186,8 @@ Units inRange(CFStringRef string, CFRange range) noexcept
 }
 } // namespace
 
-__CFString::__CFString(const Units &content, bool canChange) noexcept
-    : Object{kStringType}, units{content}, isMutable{canChange}
-{
-}
+constinit const kiv::cf::Type kiv::cf::kStringType{kiv::cf::kTypeString, finalizeString, equalStrings,
+                                                   hashString};
 
 CFStringRef kiv::cf::createString(const Units &units) noexcept
 {

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -40,7 +41,12 @@ enum TypeID : CFTypeID
     kTypeUUID,
     kTypeBoolean,
     kTypeDictionary,
+    kTypeRunLoop,
+    kTypeRunLoopTimer,
 };
+
+// The count of an object that is part of the library: no host releases that often.
+constexpr CFIndex kForEver = std::numeric_limits<CFIndex>::max() / 2;
 
 struct Object
 {

@@ -7,9 +7,17 @@
 
 #include <string_view>
 
+namespace kiv::cf
+{
+extern const Type kStringType;
+}
+
 struct __CFString : kiv::cf::Object
 {
-    __CFString(const kiv::text::Units &content, bool canChange) noexcept;
+    constexpr __CFString(const kiv::text::Units &content, bool canChange, CFIndex count = 1) noexcept
+        : Object{kiv::cf::kStringType, count}, units{content}, isMutable{canChange}
+    {
+    }
 
     kiv::text::Units units; // behind this head, or in `owned`
     char16_t *owned = nullptr;

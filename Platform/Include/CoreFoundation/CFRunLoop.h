@@ -1,0 +1,126 @@
+/**
+ * @file
+ * Run loops and their timers, over GLib's main contexts: a timer fires in the loop a host runs anyway.
+ *
+ * The main thread's loop is GLib's default main context. Any other thread's is the context that the thread
+ * has made its default (g_main_context_push_thread_default), else the default context while the thread
+ * runs it, else a context of the thread's own. So a host runs a loop with g_main_loop_run or
+ * g_main_context_iteration on that context, or with CFRunLoopRun(); all are the default mode.
+ *
+ * A timer belongs to one loop at most, in one or more modes. It fires while the loop runs in one of them; in
+ * other modes it waits, and one whose time has passed fires once when its mode is back.
+ */
+#ifndef KIV_CF_RUN_LOOP_H
+#define KIV_CF_RUN_LOOP_H
+
+#include <CoreFoundation/CFBase.h>
+#include <CoreFoundation/CFDate.h>
+
+CF_EXTERN_C_BEGIN
+
+typedef struct __CFRunLoop *CFRunLoopRef;
+typedef struct __CFRunLoopTimer *CFRunLoopTimerRef;
+typedef CFStringRef CFRunLoopMode;
+
+/** The mode of a loop that is run by CFRunLoopRun() or by GLib. */
+CF_EXPORT const CFRunLoopMode kCFRunLoopDefaultMode;
+/** Stands for all common modes, of which the default mode is the only one. No loop runs in it. */
+CF_EXPORT const CFRunLoopMode kCFRunLoopCommonModes;
+
+/** Why CFRunLoopRunInMode() has returned. */
+typedef SInt32 CFRunLoopRunResult;
+enum
+{
+    kCFRunLoopRunFinished = 1,     /**< no timer is in the mode, or another thread runs the loop */
+    kCFRunLoopRunStopped = 2,      /**< CFRunLoopStop() was called */
+    kCFRunLoopRunTimedOut = 3,     /**< the time has passed */
+    kCFRunLoopRunHandledSource = 4 /**< something of the host's own in the context was served */
+};
+
+CF_EXPORT CFTypeID CFRunLoopGetTypeID(void);
+
+/** The main thread's loop. Any thread. */
+CF_EXPORT CFRunLoopRef CFRunLoopGetMain(void);
+
+/**
+ * The calling thread's loop, the same object each time for the same context. It stays at least until the
+ * thread ends, or as long as it is retained or has timers; when a thread ends, the timers leave a loop
+ * of the thread's own. NULL when there is no memory.
+ */
+CF_EXPORT CFRunLoopRef CFRunLoopGetCurrent(void);
+
+/** Runs the calling thread's loop in the default mode until it is stopped or has no timer left in the mode. */
+CF_EXPORT void CFRunLoopRun(void);
+
+/**
+ * Runs the calling thread's loop in `mode` for `seconds`; 0 and less, and NaN, serve once what is ready and
+ * do not wait. With `returnAfterSourceHandled` it also returns once something other than a timer was served.
+ * Runs may be nested; the timers of the outer mode wait meanwhile unless they are in the inner one too.
+ */
+CF_EXPORT CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds,
+                                                Boolean returnAfterSourceHandled);
+
+/** Ends the innermost run of `rl` by CFRunLoopRun() or CFRunLoopRunInMode(), if there is one. Any thread. */
+CF_EXPORT void CFRunLoopStop(CFRunLoopRef rl);
+
+/** Makes a loop that waits look again at what is ready. Any thread. */
+CF_EXPORT void CFRunLoopWakeUp(CFRunLoopRef rl);
+
+/**
+ * Adds `timer` to `mode` of `rl`, which retains it. Nothing happens when the timer is invalid, is in
+ * another loop, is in the mode already, or when there is no memory for a mode that is not common. Any thread.
+ */
+CF_EXPORT void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode);
+
+/** Takes `timer` out of `mode` of `rl`; one that is in no mode any more may go to another loop. Any thread. */
+CF_EXPORT void CFRunLoopRemoveTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode);
+
+/** True when `timer` was added to exactly this mode of `rl`. Any thread. */
+CF_EXPORT Boolean CFRunLoopContainsTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode);
+
+/** What a timer hands to its callout. Copied when the timer is made. */
+typedef struct CFRunLoopTimerContext
+{
+    CFIndex version; /**< 0 */
+    void *info;      /**< handed to the callout */
+    const void *(*retain)(
+        const void *info); /**< called once when the timer is made; its result is the info; may be NULL */
+    void (*release)(const void *info);                /**< called once, after the last callout; may be NULL */
+    CFStringRef (*copyDescription)(const void *info); /**< not called; may be NULL */
+} CFRunLoopTimerContext;
+
+/** Called on the loop's thread. */
+typedef void (*CFRunLoopTimerCallBack)(CFRunLoopTimerRef timer, void *info);
+
+CF_EXPORT CFTypeID CFRunLoopTimerGetTypeID(void);
+
+/**
+ * A timer that fires at `fireDate` and then, with an interval above 0, at whole intervals after it. One that
+ * is late fires once and goes on with the next date to come: lateness does not add up. Without an interval
+ * it becomes invalid after its first callout. A clock that is set does not move the intervals of a timer
+ * that has fired; a first fire date stays what the clock says. A date of NaN has passed; a date or an interval
+ * of infinity never comes. NULL without memory or a file descriptor.
+ * @param[in] flags, order  0
+ * @param[in] context       copied; NULL for none
+ */
+CF_EXPORT CFRunLoopTimerRef CFRunLoopTimerCreate(CFAllocatorRef allocator, CFAbsoluteTime fireDate,
+                                                 CFTimeInterval interval, CFOptionFlags flags, CFIndex order,
+                                                 CFRunLoopTimerCallBack callout,
+                                                 CFRunLoopTimerContext *context);
+
+/** When the timer fires next, or should have fired; 0 for an invalid one. Any thread. */
+CF_EXPORT CFAbsoluteTime CFRunLoopTimerGetNextFireDate(CFRunLoopTimerRef timer);
+
+/**
+ * Ends the timer and takes it out of its loop. On the loop's thread no callout follows; called on another
+ * thread it does not wait for a callout in progress, after which the info is released. Any thread, and the
+ * callout itself.
+ */
+CF_EXPORT void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
+
+/** False after CFRunLoopTimerInvalidate(), and once a timer without an interval has fired. Any thread. */
+CF_EXPORT Boolean CFRunLoopTimerIsValid(CFRunLoopTimerRef timer);
+
+CF_EXTERN_C_END
+
+#endif

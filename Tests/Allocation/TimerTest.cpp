@@ -1,0 +1,102 @@
+// Every allocation of timers and run loops, failed once in turn.
+#include "KIVCS2Timer.h"
+
+#include "CFText.h"
+#include "FailingAllocator.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <sys/resource.h>
+#include <thread>
+
+namespace
+{
+using kiv::test::allocationFailed;
+using kiv::test::forEachAllocation;
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+int32_t neverCalled(void *)
+{
+    ADD_FAILURE();
+    return KIVCS2TimerResult_End;
+}
+
+KIVCS2Status create(KIVCS2Timer **timer, KIVCS2TimerFlags flags)
+{
+    return kivCS2Timer_create(timer, neverCalled, nullptr, flags, 1, kInfinity);
+}
+} // namespace
+
+TEST(TimerAllocation, CreateAnswersMemoryAndLeavesNull)
+{
+    struct Row
+    {
+        KIVCS2TimerFlags flags;
+        size_t allocations;
+    };
+    for (const auto &[flags, allocations] :
+         {Row{0, 1}, Row{KIVCS2TimerFlags_Thread, 2}, Row{KIVCS2TimerFlags_RunLoop, 3},
+          Row{KIVCS2TimerFlags_MainRunLoop, 3}, Row{KIVCS2TimerFlags_CurrentRunLoop, 3 + 2}})
+    {
+        SCOPED_TRACE(flags);
+        EXPECT_EQ(forEachAllocation(
+                      [asked = flags](size_t index)
+                      {
+                          kiv::test::allowAllocations(); // of the thread itself, whose loop has to be made
+                          std::thread{[asked, index]
+                                      {
+                                          KIVCS2Timer *timer = nullptr;
+                                          kiv::test::failAllocation(index);
+                                          const KIVCS2Status status = create(&timer, asked);
+                                          kiv::test::allowAllocations();
+                                          EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR
+                                                                               : KIVCS2STATUS_OK);
+                                          EXPECT_EQ(timer == nullptr, allocationFailed());
+                                          if (timer != nullptr)
+                                          {
+                                              EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
+                                          }
+                                      }}
+                              .join();
+                      }),
+                  allocations);
+    }
+}
+
+TEST(TimerAllocation, AModeWithoutMemoryIsNotAddedAndMayBeTriedAgain)
+{
+    const kiv::CFRef<CFMutableStringRef> mode{
+        CFStringCreateMutableCopy(nullptr, 0, kiv::test::fromBytes("ingest").get())};
+    EXPECT_EQ(forEachAllocation(
+                  [&](size_t index)
+                  {
+                      KIVCS2Timer *timer = nullptr;
+                      kiv::test::allowAllocations();
+                      ASSERT_EQ(create(&timer, KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
+                      kiv::test::failAllocation(index);
+                      const auto add = [&]
+                      {
+                          return kivCS2Timer_addToRunLoop(timer, CFRunLoopGetMain(), mode.get());
+                      };
+                      const KIVCS2Status status = add();
+                      EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+                      EXPECT_EQ(add(), KIVCS2STATUS_OK);
+                      EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
+                  }),
+              2u); // a copy of the name and a place for it; none once it is added
+}
+
+TEST(TimerAllocation, ATimerWithoutADescriptorIsNone)
+{
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+    const rlimit none{0, saved.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    KIVCS2Timer *timer = nullptr;
+    const KIVCS2Status status = create(&timer, KIVCS2TimerFlags_RunLoop);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
+    EXPECT_EQ(status, KIVCS2STATUS_MEMORY_ERR);
+    EXPECT_EQ(timer, nullptr);
+}

@@ -1,0 +1,313 @@
+// kivcs2 pipe between a producer and a consumer that the test holds in its hands: which of them waits is
+// decided by what has been written and read, never by the clock.
+#include "TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+using testing::AnyOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using Words = std::vector<std::string>;
+
+// Bytes without a repetition that a lost piece could hide in.
+std::string stream(size_t size)
+{
+    std::string bytes(size, '\0');
+    uint32_t state = 2463534242u;
+    for (char &byte : bytes)
+    {
+        state = state * 1664525u + 1013904223u;
+        byte = static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
+std::string readAll(int descriptor)
+{
+    std::string all;
+    std::array<char, 4096> block{};
+    for (ssize_t size = 0; (size = read(descriptor, block.data(), block.size())) > 0;)
+        all.append(block.data(), static_cast<size_t>(size));
+    return all;
+}
+
+void writeAll(int descriptor, const std::string &bytes)
+{
+    for (size_t done = 0; done < bytes.size();)
+    {
+        const ssize_t size = write(descriptor, bytes.data() + done, bytes.size() - done);
+        ASSERT_GT(size, 0);
+        done += static_cast<size_t>(size);
+    }
+}
+
+// Ends of pipes that a test has closed are -1.
+void shut(int &descriptor)
+{
+    if (descriptor >= 0)
+        close(descriptor);
+    descriptor = -1;
+}
+
+class Pipe : public testing::Test
+{
+protected:
+    ~Pipe() override
+    {
+        shut(m_in);
+        shut(m_out);
+        shut(m_terminal);
+        if (m_child > 0)
+            finish();
+    }
+
+    // Starts the command on pipes; standard error goes to a file or, if `terminal`, to one.
+    void start(const Words &arguments, int outputFlags = 0, bool terminal = false)
+    {
+        int in[2];
+        int out[2];
+        ASSERT_EQ(pipe2(in, O_CLOEXEC), 0);
+        ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
+        ASSERT_EQ(fcntl(out[1], F_SETFL, outputFlags), 0);
+        int terminalEnd = -1;
+        if (terminal)
+        {
+            ASSERT_EQ(openpty(&m_terminal, &terminalEnd, nullptr, nullptr, nullptr), 0);
+        }
+        spawn(arguments, in[0], out[1], terminalEnd);
+        close(in[0]);
+        close(out[1]);
+        shut(terminalEnd);
+        m_in = in[1];
+        m_out = out[0];
+    }
+
+    // Starts the command on descriptors; one of -1 stays closed, `err` of -1 is a file.
+    void spawn(const Words &arguments, int in, int out, int err)
+    {
+        m_child = fork();
+        if (m_child != 0)
+            return;
+        const int file = open(m_errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        const int ends[] = {in, out, err >= 0 ? err : file};
+        for (int standard = 0; standard < 3; ++standard)
+            if (ends[standard] >= 0)
+                dup2(ends[standard], standard);
+            else
+                close(standard);
+        std::vector<char *> words{const_cast<char *>("kivcs2"), const_cast<char *>("pipe")};
+        for (const std::string &word : arguments)
+            words.push_back(const_cast<char *>(word.c_str()));
+        words.push_back(nullptr);
+        alarm(60); // a command that waits for ever fails its test
+        execv(KIV_COMMAND, words.data());
+        _exit(127);
+    }
+
+    // The exit code, or 128 + signal.
+    int finish()
+    {
+        int status = 0;
+        waitpid(m_child, &status, 0);
+        m_child = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+    int run(const Words &arguments, int in, int out)
+    {
+        spawn(arguments, in, out, -1);
+        return finish();
+    }
+
+    std::string errors() const
+    {
+        return m_folder.read("errors");
+    }
+
+    kiv::test::TemporaryFolder m_folder;
+    std::string m_errors = m_folder.path("errors");
+    pid_t m_child = -1;
+    int m_in = -1;  // the producer's end
+    int m_out = -1; // the consumer's end
+    int m_terminal = -1;
+};
+
+TEST_F(Pipe, PassesEverythingInOrder)
+{
+    const std::string bytes = stream(300001);
+    for (const Words &sizes : {Words{}, Words{"--size", "1000", "--chunk", "700"}, Words{"--size", "2"},
+                               Words{"--mode", "overwrite", "--size", "1M"}}) // larger than the input
+    {
+        start(sizes);
+        std::thread producer{[&]
+                             {
+                                 writeAll(m_in, bytes);
+                                 shut(m_in);
+                             }};
+        EXPECT_TRUE(readAll(m_out) == bytes);
+        producer.join();
+        EXPECT_EQ(finish(), 0);
+        EXPECT_THAT(errors(), StartsWith("In    300001 bytes\nOut   300001 bytes\nLost  0 bytes\nRing  "));
+        shut(m_out);
+    }
+}
+
+// The consumer takes nothing until the producer has finished, which only overwriting allows.
+TEST_F(Pipe, OverwritesWhatTheConsumerDoesNotTakeInTime)
+{
+    constexpr size_t kSize = 100000;
+    const std::string bytes = stream(2000000);
+    start({"--mode", "overwrite", "--size", std::to_string(kSize), "--meter", "--json"});
+    writeAll(m_in, bytes);
+    shut(m_in);
+    const std::string passed = readAll(m_out);
+    EXPECT_EQ(finish(), 1);
+
+    const std::string text = errors();
+    const size_t report = text.find("{\n");
+    ASSERT_NE(report, std::string::npos) << text;
+    EXPECT_THAT(text.substr(0, report), HasSubstr(" %  in "));
+    const auto counts = nlohmann::json::parse(text.substr(report));
+    EXPECT_EQ(counts["bytesIn"], bytes.size());
+    EXPECT_EQ(counts["bytesOut"], passed.size());
+    EXPECT_EQ(counts["bytesLost"], bytes.size() - passed.size());
+    EXPECT_EQ(counts["bytesUnsent"], 0);
+    EXPECT_EQ(counts["mostWaiting"], kSize);
+    EXPECT_LT(passed.size(), bytes.size() / 2); // the ring, the pipe and a chunk between them
+    EXPECT_TRUE(passed.ends_with(bytes.substr(bytes.size() - kSize)));
+}
+
+// The same consumer, and the producer is made to wait; the meter of a terminal says when that is so. An output
+// that does not block makes no difference.
+TEST_F(Pipe, RejectModeMakesTheProducerWait)
+{
+    const std::string bytes = stream(2000000);
+    start({"--size", "100000", "--chunk", "100"}, O_NONBLOCK, true);
+    std::thread producer{[&]
+                         {
+                             writeAll(m_in, bytes);
+                             shut(m_in);
+                         }};
+    std::string meter;
+    std::array<char, 256> block{};
+    while (meter.find("100 %") == std::string::npos)
+    {
+        const ssize_t size = read(m_terminal, block.data(), block.size());
+        if (size <= 0)
+            break;
+        meter.append(block.data(), static_cast<size_t>(size));
+    }
+    EXPECT_THAT(meter, HasSubstr("\r\x1b[K[####################] 100 %"));
+    EXPECT_THAT(meter, HasSubstr("lost 0.0 MB"));
+    // The terminal must be read, or the report would wait for it.
+    std::string rest;
+    std::thread reader{[&]
+                       {
+                           rest = readAll(m_terminal);
+                       }};
+    EXPECT_TRUE(readAll(m_out) == bytes);
+    producer.join();
+    EXPECT_EQ(finish(), 0);
+    reader.join();
+    EXPECT_THAT(rest, HasSubstr("Lost  0 bytes"));
+}
+
+// The producer stays, so that nothing but the reader's leaving can end the command.
+TEST_F(Pipe, EndsWhenTheReaderHasGone)
+{
+    start({"--size", "100000"});
+    writeAll(m_in, "abc");
+    std::array<char, 3> block{};
+    ASSERT_EQ(read(m_out, block.data(), block.size()), 3);
+    shut(m_out);
+    writeAll(m_in, "defgh");
+    EXPECT_EQ(finish(), 0);
+    EXPECT_THAT(errors(), HasSubstr("In      8 bytes\nOut     3 bytes\nLost    0 bytes\n"
+                                    "Unsent  5 bytes, the reader has gone\n"));
+    EXPECT_THAT(errors(), Not(HasSubstr("%  in"))); // no meter where nobody asked for it
+}
+
+TEST_F(Pipe, AnInterruptEndsTheInputAndLosesNothing)
+{
+    start({"--size", "100000"});
+    writeAll(m_in, "abc");
+    std::array<char, 3> block{};
+    ASSERT_EQ(read(m_out, block.data(), block.size()), 3);
+    ASSERT_GT(m_child, 1);
+    ASSERT_EQ(kill(m_child, SIGTERM), 0);
+    EXPECT_EQ(readAll(m_out), "");
+    EXPECT_EQ(finish(), 128 + SIGTERM);
+    EXPECT_THAT(errors(), StartsWith("In    3 bytes\nOut   3 bytes\n"));
+}
+
+// The reader stays and takes nothing, so that what was read cannot go out.
+TEST_F(Pipe, ASecondInterruptOfAnotherKindEndsItAtOnce)
+{
+    start({"--size", "100000"});
+    const int room = fcntl(m_out, F_SETPIPE_SZ, 4096);
+    ASSERT_GE(room, 4096);
+    writeAll(m_in, std::string(static_cast<size_t>(room) + 1, 'x'));
+    // Once the command has taken them all, there is one that it cannot get rid of.
+    for (int unread = 1; unread > 0;)
+        ASSERT_EQ(ioctl(m_in, FIONREAD, &unread), 0);
+    ASSERT_GT(m_child, 1);
+    ASSERT_EQ(kill(m_child, SIGINT), 0);
+    ASSERT_EQ(kill(m_child, SIGTERM), 0);
+    EXPECT_THAT(finish(), AnyOf(128 + SIGINT, 128 + SIGTERM)); // two threads may take one each
+    EXPECT_EQ(errors(), "") << "no report: it has not waited for the reader";
+}
+
+TEST_F(Pipe, TellsWhatCannotBeReadOrWritten)
+{
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    const int zero = open("/dev/zero", O_RDONLY | O_CLOEXEC);
+    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    const int folder = open("/", O_RDONLY | O_CLOEXEC);
+    const struct
+    {
+        Words arguments;
+        int in, out, code;
+        const char *error;
+    } rows[] = {
+        {{}, -1, null, 4, "kivcs2: standard input: Bad file descriptor\n"},
+        {{}, folder, null, 4, "kivcs2: standard input: Is a directory\n"},
+        {{}, null, -1, 4, "kivcs2: standard output: Bad file descriptor\n"},
+        {{}, zero, full, 4, "kivcs2: standard output: No space left on device\n"},
+        {{"--size", "1"}, null, null, 2, "kivcs2: --size is 2 to 4294967295 bytes\n"},
+        {{"--size", "4G"}, null, null, 2, "kivcs2: --size is 2 to 4294967295 bytes\n"},
+        {{"--size", "10", "--chunk", "11"}, null, null, 2, "kivcs2: --chunk is 1 byte to the 10 bytes"},
+        {{"--chunk", "0"}, null, null, 2, "kivcs2: --chunk is 1 byte to the 1048576 bytes"},
+        {{"--mode", "drop"}, null, null, 2, "kivcs2: --mode: drop not in {reject,overwrite}"},
+        {{"--quiet"}, null, null, 0, ""},
+    };
+    for (const auto &row : rows)
+    {
+        EXPECT_EQ(run(row.arguments, row.in, row.out), row.code);
+        if (*row.error == '\0')
+            EXPECT_EQ(errors(), "");
+        else
+            EXPECT_THAT(errors(), HasSubstr(row.error));
+    }
+    for (const int descriptor : {null, zero, full, folder})
+        close(descriptor);
+}
+} // namespace

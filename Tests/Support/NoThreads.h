@@ -1,0 +1,34 @@
+// A process that gets no thread.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+namespace kiv::test
+{
+// Makes the system refuse every new thread while it lives: no address space has room for the stack.
+class NoThreads
+{
+public:
+    NoThreads()
+    {
+        pthread_getattr_default_np(&m_saved);
+        pthread_attr_t huge;
+        pthread_attr_init(&huge);
+        pthread_attr_setstacksize(&huge, size_t{1} << 48);
+        EXPECT_EQ(pthread_setattr_default_np(&huge), 0);
+        pthread_attr_destroy(&huge);
+    }
+    ~NoThreads()
+    {
+        pthread_setattr_default_np(&m_saved);
+        pthread_attr_destroy(&m_saved);
+    }
+    NoThreads(const NoThreads &) = delete;
+    NoThreads &operator=(const NoThreads &) = delete;
+
+private:
+    pthread_attr_t m_saved{};
+};
+} // namespace kiv::test

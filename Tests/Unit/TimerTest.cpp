@@ -1,0 +1,477 @@
+// Timers on threads and run loops, cancelled and freed from every side. What must come late enough is measured
+// from below; what must not happen is proved by order, never by waiting for it.
+#include <KIVCoreServices2/KIVCS2Timer.h>
+
+#include "ArgumentCheck.h"
+#include "CFText.h"
+#include "NoThreads.h"
+#include "RunLoopThread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <functional>
+#include <limits>
+#include <semaphore>
+#include <thread>
+
+namespace
+{
+static_assert(sizeof(KIVCS2Timer) == 56 && offsetof(KIVCS2Timer, m_running) == 0 &&
+              sizeof(KIVCS2Timer::m_running) == 1 && offsetof(KIVCS2Timer, m_flags) == 4 &&
+              offsetof(KIVCS2Timer, m_thread) == 8 && offsetof(KIVCS2Timer, m_runLoopTimer) == 16 &&
+              offsetof(KIVCS2Timer, m_callback) == 24 && offsetof(KIVCS2Timer, m_context) == 32 &&
+              offsetof(KIVCS2Timer, m_interval) == 40 && offsetof(KIVCS2Timer, m_fireDate) == 48);
+
+using kiv::test::RunLoopThread;
+using Gate = std::binary_semaphore;
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr CFAbsoluteTime kPast = 0; // 2001
+constexpr double kSoon = 0.001;
+constexpr CFTimeInterval kEndless = 3600; // of a run that something else ends
+constexpr int32_t kNext = 0;
+
+CFAbsoluteTime hours(double count)
+{
+    return CFAbsoluteTimeGetCurrent() + count * 3600;
+}
+
+// A timer whose callback is a function of the test, told the number of the call.
+struct Stage
+{
+    std::function<int32_t(int)> onCall = [](int)
+    {
+        return kNext;
+    };
+    KIVCS2Timer *timer = nullptr;
+    std::atomic<int> calls{0};
+    std::thread::id calledOn;
+
+    KIVCS2Status create(KIVCS2TimerFlags flags, double interval = kSoon, CFAbsoluteTime fireDate = kPast)
+    {
+        return kivCS2Timer_create(&timer, call, this, flags, interval, fireDate);
+    }
+    KIVCS2Status free()
+    {
+        return kivCS2Timer_free(std::exchange(timer, nullptr));
+    }
+
+private:
+    static int32_t call(void *context)
+    {
+        auto &stage = *static_cast<Stage *>(context);
+        stage.calledOn = std::this_thread::get_id();
+        return stage.onCall(++stage.calls);
+    }
+};
+
+// Ends the run of the calling thread's loop with the given call.
+std::function<int32_t(int)> stopAtCall(int last)
+{
+    return [last](int call)
+    {
+        if (call == last)
+            CFRunLoopStop(CFRunLoopGetCurrent());
+        return KIVCS2TimerResult_End;
+    };
+}
+
+// Ends the timer's thread with the given call, and tells of it.
+std::function<int32_t(int)> endAtCall(int last, Gate &ended, int32_t before = kNext)
+{
+    return [last, &ended, before](int call)
+    {
+        if (call < last)
+            return before;
+        ended.release();
+        return int32_t{KIVCS2TimerResult_End};
+    };
+}
+
+CFRunLoopRunResult runMode(CFRunLoopMode mode = kCFRunLoopDefaultMode)
+{
+    return CFRunLoopRunInMode(mode, kEndless, false);
+}
+
+// Opens when the thread it was watched on has left all of the library's code.
+class AtThreadExit
+{
+public:
+    static void open(Gate &gate)
+    {
+        thread_local AtThreadExit atExit;
+        atExit.m_gate = &gate;
+    }
+    ~AtThreadExit()
+    {
+        if (m_gate != nullptr)
+            m_gate->release();
+    }
+
+private:
+    Gate *m_gate = nullptr;
+};
+} // namespace
+
+// ---- Thread ----
+
+TEST(TimerThread, CallsAfterEachIntervalUntilTheResultEndsIt)
+{
+    using Clock = std::chrono::steady_clock;
+    for (const KIVCS2TimerFlags flags :
+         {uint32_t{KIVCS2TimerFlags_Thread}, uint32_t{1 | 2 | 4 | 8}}) // the thread wins
+    {
+        Stage stage;
+        Gate ended{0};
+        stage.onCall = endAtCall(3, ended, -1);
+        const auto start = Clock::now();
+        ASSERT_EQ(stage.create(flags, 0.02), KIVCS2STATUS_OK);
+        EXPECT_EQ(stage.timer->m_runLoopTimer, nullptr);
+        ended.acquire();
+        EXPECT_GE(Clock::now() - start, std::chrono::milliseconds{60});
+        EXPECT_NE(stage.calledOn, std::this_thread::get_id());
+        EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopCommonModes),
+                  KIVCS2STATUS_PARAM_ERR);
+        EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+        EXPECT_EQ(stage.calls, 3);
+    }
+}
+
+TEST(TimerThread, TheFirstCallComesOneIntervalAfterTheFireDate)
+{
+    Stage stage;
+    Gate called{0};
+    CFAbsoluteTime at = 0;
+    stage.onCall = [&](int)
+    {
+        at = CFAbsoluteTimeGetCurrent();
+        called.release();
+        return KIVCS2TimerResult_End;
+    };
+    const CFAbsoluteTime fireDate = CFAbsoluteTimeGetCurrent() + 0.3; // more than a slice
+    ASSERT_EQ(stage.create(KIVCS2TimerFlags_Thread, 0.3, fireDate), KIVCS2STATUS_OK);
+    called.acquire();
+    EXPECT_GE(at, fireDate + 0.299);
+    EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+}
+
+TEST(TimerThread, AResultOfTwoCallsAgainAtOnce)
+{
+    Stage stage;
+    Gate ended{0};
+    stage.onCall = endAtCall(5000, ended, KIVCS2TimerResult_Again); // half an hour, if it waited in between
+    ASSERT_EQ(stage.create(KIVCS2TimerFlags_Thread, 0.4), KIVCS2STATUS_OK);
+    ended.acquire();
+    EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+}
+
+TEST(TimerThread, IntervalsAndDatesThatAreNoneDoNotWait)
+{
+    for (const double interval : {0.0, -1.0, kNaN, -kInfinity, 1e-12})
+    {
+        for (const CFAbsoluteTime fireDate : {kPast, -1e300, kNaN, -kInfinity})
+        {
+            Stage stage;
+            Gate ended{0};
+            stage.onCall = endAtCall(3, ended);
+            ASSERT_EQ(stage.create(KIVCS2TimerFlags_Thread, interval, fireDate), KIVCS2STATUS_OK);
+            ended.acquire();
+            EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+        }
+    }
+}
+
+TEST(TimerThread, FreeDoesNotWaitForAFarDateOrInterval)
+{
+    const std::pair<double, CFAbsoluteTime> cases[] = {{3600, kPast}, {kInfinity, kPast}, {1e300, kPast},
+                                                       {1, hours(1)}, {1, kInfinity},     {1, 1e300}};
+    Stage stages[std::size(cases)];
+    for (size_t index = 0; index < std::size(cases); ++index)
+        ASSERT_EQ(stages[index].create(KIVCS2TimerFlags_Thread, cases[index].first, cases[index].second),
+                  KIVCS2STATUS_OK);
+    // By the time a thread made after them has slept, they sleep too.
+    Stage marker;
+    Gate called{0};
+    marker.onCall = endAtCall(1, called);
+    ASSERT_EQ(marker.create(KIVCS2TimerFlags_Thread, 0.02), KIVCS2STATUS_OK);
+    called.acquire();
+    EXPECT_EQ(marker.free(), KIVCS2STATUS_OK);
+    for (Stage &stage : stages)
+        EXPECT_EQ(kivCS2Timer_cancel(stage.timer), KIVCS2STATUS_OK);
+    for (Stage &stage : stages)
+    {
+        EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+        EXPECT_EQ(stage.calls, 0);
+    }
+}
+
+TEST(TimerThread, CancelDuringACallLetsItFinish)
+{
+    Stage stage;
+    Gate entered{0};
+    Gate leave{0};
+    stage.onCall = [&](int)
+    {
+        entered.release();
+        leave.acquire();
+        return KIVCS2TimerResult_Again; // but no more
+    };
+    ASSERT_EQ(stage.create(KIVCS2TimerFlags_Thread), KIVCS2STATUS_OK);
+    EXPECT_EQ(stage.timer->m_running, 1);
+    entered.acquire();
+    EXPECT_EQ(kivCS2Timer_cancel(stage.timer), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Timer_cancel(stage.timer), KIVCS2STATUS_OK);
+    EXPECT_EQ(stage.timer->m_running, 0);
+    EXPECT_EQ(stage.timer->m_callback, nullptr);
+    EXPECT_EQ(stage.timer->m_context, nullptr);
+    leave.release();
+    EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+    EXPECT_EQ(stage.calls, 1);
+}
+
+TEST(TimerThread, CancelAtAnyMomentGivesNoCallWithoutItsContext)
+{
+    std::atomic<int> calls{0};
+    for (int time = 0; time < 200; ++time)
+    {
+        KIVCS2Timer *timer = nullptr;
+        ASSERT_EQ(kivCS2Timer_create(
+                      &timer,
+                      [](void *context) -> int32_t
+                      {
+                          ++*static_cast<std::atomic<int> *>(context);
+                          return KIVCS2TimerResult_Again;
+                      },
+                      &calls, KIVCS2TimerFlags_Thread, 0, kPast),
+                  KIVCS2STATUS_OK);
+        kiv::test::spin(time); // further and further into the thread's start
+        EXPECT_EQ(kivCS2Timer_cancel(timer), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
+    }
+}
+
+TEST(TimerThread, IsFreedByItsOwnCallback)
+{
+    for (const bool cancelsFirst : {false, true})
+    {
+        Stage stage;
+        Gate gone{0};
+        KIVCS2Status status = KIVCS2STATUS_ERR;
+        stage.onCall = [&](int)
+        {
+            AtThreadExit::open(gone);
+            if (cancelsFirst)
+                (void)kivCS2Timer_cancel(stage.timer);
+            status = stage.free();
+            return KIVCS2TimerResult_Again;
+        };
+        ASSERT_EQ(stage.create(KIVCS2TimerFlags_Thread, 0), KIVCS2STATUS_OK); // may call before it returns
+        gone.acquire();
+        EXPECT_EQ(status, KIVCS2STATUS_OK);
+        EXPECT_EQ(stage.calls, 1);
+        EXPECT_EQ(stage.timer, nullptr);
+    }
+}
+
+TEST(TimerThread, WithoutACallbackOrAThread)
+{
+    KIVCS2Timer *timer = nullptr;
+    ASSERT_EQ(kivCS2Timer_create(&timer, nullptr, nullptr, KIVCS2TimerFlags_Thread, 0, kPast),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
+
+    const kiv::test::NoThreads none;
+    Stage stage;
+    EXPECT_EQ(stage.create(KIVCS2TimerFlags_Thread), KIVCS2STATUS_THREAD_ERR);
+    EXPECT_EQ(stage.timer, nullptr);
+}
+
+// ---- Run loops ----
+
+TEST(TimerRunLoop, FlagsChooseTheLoopAndResultsAreIgnored)
+{
+    const auto mainThread = std::this_thread::get_id();
+    struct Row
+    {
+        KIVCS2TimerFlags flags;
+        bool onMain; // called there although another thread has made the timer
+    };
+    for (const auto &[flags, onMain] : {Row{4, true}, Row{8, false}, Row{4 | 8, true}, Row{2 | 4, true}})
+    {
+        SCOPED_TRACE(flags);
+        Stage stage;
+        stage.onCall = stopAtCall(3);
+        std::thread::id creator;
+        std::thread{[&, asked = flags, runs = !onMain]
+                    {
+                        creator = std::this_thread::get_id();
+                        ASSERT_EQ(stage.create(asked), KIVCS2STATUS_OK);
+                        if (runs)
+                        {
+                            EXPECT_EQ(runMode(), kCFRunLoopRunStopped);
+                        }
+                    }}
+            .join();
+        if (onMain)
+        {
+            EXPECT_EQ(stage.calls, 0);
+            EXPECT_EQ(runMode(), kCFRunLoopRunStopped);
+        }
+        EXPECT_EQ(stage.calledOn, onMain ? mainThread : creator);
+        EXPECT_EQ(stage.calls, 3);
+        EXPECT_EQ(stage.timer->m_thread, nullptr);
+        EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+    }
+}
+
+TEST(TimerRunLoop, WithoutTheFlagForItIsNotAddedAndWithoutAnyNeverCalls)
+{
+    for (const KIVCS2TimerFlags flags : {0u, 16u, 0xfffffff0u, 4u, 8u, 12u})
+    {
+        Stage stage;
+        ASSERT_EQ(stage.create(flags, kSoon, (flags & 12) != 0 ? kInfinity : kPast), KIVCS2STATUS_OK);
+        EXPECT_EQ(stage.timer->m_runLoopTimer != nullptr, (flags & 12) != 0);
+        EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopDefaultMode),
+                  KIVCS2STATUS_PARAM_ERR);
+        (void)CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false);
+        EXPECT_EQ(stage.calls, 0);
+        EXPECT_EQ(stage.timer->m_running, 1);
+        EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+    }
+}
+
+TEST(TimerRunLoop, IsAddedToALoopOfAnotherThreadAndStaysThere)
+{
+    RunLoopThread other;
+    Stage stage;
+    Gate called{0};
+    stage.onCall = [&](int call)
+    {
+        if (call == 3)
+            called.release();
+        return kNext;
+    };
+    ASSERT_EQ(stage.create(KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopCommonModes), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopCommonModes), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopCommonModes),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false), kCFRunLoopRunFinished); // has no timer
+    called.acquire();
+    EXPECT_EQ(stage.calledOn, other.id());
+    other.stop(); // and joins it: no call is in progress
+    EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+}
+
+TEST(TimerRunLoop, WaitsForItsMode)
+{
+    const kiv::test::StringRef ingest = kiv::test::fromBytes("ingest");
+    Stage parked;
+    parked.onCall = stopAtCall(1);
+    ASSERT_EQ(parked.create(KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2Timer_addToRunLoop(parked.timer, CFRunLoopGetMain(), ingest.get()), KIVCS2STATUS_OK);
+
+    Stage common;
+    common.onCall = stopAtCall(5);
+    ASSERT_EQ(common.create(KIVCS2TimerFlags_CurrentRunLoop), KIVCS2STATUS_OK);
+    EXPECT_EQ(runMode(), kCFRunLoopRunStopped);
+    EXPECT_EQ(parked.calls, 0);
+
+    EXPECT_EQ(runMode(kiv::test::fromBytes("ingest").get()), kCFRunLoopRunStopped);
+    EXPECT_EQ(parked.calls, 1);
+    EXPECT_EQ(common.calls, 5); // was due all the time
+    EXPECT_EQ(parked.free(), KIVCS2STATUS_OK);
+    EXPECT_EQ(common.free(), KIVCS2STATUS_OK);
+}
+
+TEST(TimerRunLoop, WithoutAnIntervalItCallsOnce)
+{
+    for (const double interval : {0.0, -2.0, kNaN, -kInfinity})
+    {
+        Stage stage;
+        ASSERT_EQ(stage.create(KIVCS2TimerFlags_RunLoop | KIVCS2TimerFlags_CurrentRunLoop, interval, kNaN),
+                  KIVCS2STATUS_OK);
+        EXPECT_EQ(runMode(), kCFRunLoopRunFinished); // by itself: the timer is no longer there
+        EXPECT_EQ(stage.calls, 1);
+        EXPECT_FALSE(CFRunLoopTimerIsValid(stage.timer->m_runLoopTimer));
+        EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopDefaultMode),
+                  KIVCS2STATUS_OK);
+        EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false), kCFRunLoopRunFinished);
+        EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+    }
+}
+
+TEST(TimerRunLoop, IsCancelledAndFreedByItsOwnCallback)
+{
+    for (const bool frees : {false, true})
+    {
+        Stage stage;
+        stage.onCall = [&](int)
+        {
+            EXPECT_EQ(frees ? stage.free() : kivCS2Timer_cancel(stage.timer), KIVCS2STATUS_OK);
+            return kNext;
+        };
+        ASSERT_EQ(stage.create(KIVCS2TimerFlags_CurrentRunLoop), KIVCS2STATUS_OK);
+        EXPECT_EQ(runMode(), kCFRunLoopRunFinished);
+        EXPECT_EQ(stage.calls, 1);
+        if (!frees)
+        {
+            EXPECT_EQ(stage.timer->m_callback, nullptr);
+            EXPECT_EQ(stage.timer->m_context, nullptr);
+            EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+        }
+    }
+}
+
+TEST(TimerRunLoop, FreeOnAnotherThreadLetsTheCallInProgressFinish)
+{
+    RunLoopThread other;
+    Stage stage;
+    Gate entered{0};
+    Gate leave{0};
+    stage.onCall = [&](int)
+    {
+        entered.release();
+        leave.acquire();
+        return kNext;
+    };
+    ASSERT_EQ(stage.create(KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopDefaultMode), KIVCS2STATUS_OK);
+    entered.acquire();
+    EXPECT_EQ(stage.free(), KIVCS2STATUS_OK); // does not wait: the call is held
+    leave.release();
+    other.stop();
+    EXPECT_EQ(stage.calls, 1);
+}
+
+// ---- Arguments ----
+
+TEST(Timer, RefusesMissingArguments)
+{
+    Stage stage;
+    ASSERT_EQ(stage.create(KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
+    KIVCS2Timer withoutThread{};
+    withoutThread.m_flags = KIVCS2TimerFlags_Thread;
+    KIVCS2Timer withoutRunLoopTimer{};
+    withoutRunLoopTimer.m_flags = KIVCS2TimerFlags_MainRunLoop;
+    kiv::test::expectAllRefused({
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_create, "_timer", nullptr, nullptr, nullptr, 0, 1, 0),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_addToRunLoop, "_timer", nullptr, CFRunLoopGetMain(),
+                    kCFRunLoopDefaultMode),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_addToRunLoop, "_runLoop", stage.timer, nullptr,
+                    kCFRunLoopDefaultMode),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_addToRunLoop, "_mode", stage.timer,
+                    CFRunLoopGetMain(), nullptr),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_cancel, "_timer", nullptr),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_free, "_timer", nullptr),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_free, "(_timer->m_thread) != NULL", &withoutThread),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_free, "(_timer->m_runLoopTimer) != NULL",
+                    &withoutRunLoopTimer),
+    });
+    EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+}
