@@ -9,6 +9,7 @@
 #include "Private/Task_Tree.h"
 
 #include <KIVPlatform/KIVPlatform.h>
+#include <mach/mach_time.h>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -25,6 +26,7 @@ constinit KIVCS2TaskServer g_CSTaskServer{};
 namespace
 {
 constexpr int kIdlePeriod = 1000;     // milliseconds
+constexpr uint64_t kSpin = 100'000;   // of absolute time: a tenth of a millisecond
 constexpr int32_t kLostExitCode = -1; // neither an exit nor a signal
 
 class ServerLock
@@ -156,6 +158,7 @@ enum class Answer
 [[nodiscard]] pid_t readPid()
 {
     const int descriptor = g_CSTaskServer.m_descriptors[kPidRead];
+    const uint64_t spinUntil = mach_absolute_time() + kSpin;
     bool lastLook = false;
     for (;;)
     {
@@ -169,6 +172,9 @@ enum class Answer
             continue;
         if (errno != EAGAIN || lastLook)
             return 0;
+        // The answer mostly comes sooner than a sleeping thread wakes up.
+        if (mach_absolute_time() < spinUntil)
+            continue;
         pollfd entry{descriptor, POLLIN, 0};
         // Another process may hold the pipe open, so that it does not end with the server.
         if (poll(&entry, 1, kIdlePeriod) == 0)

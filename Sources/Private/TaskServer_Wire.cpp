@@ -104,13 +104,12 @@ KIVCS2Status kivCS2TaskServerPrv_readBytes(uint32_t index, void *bytes, size_t s
         {
             to += count;
             size -= static_cast<size_t>(count);
+            continue;
         }
-        else if (count == 0)
+        if (count == 0 || (errno != EAGAIN && errno != EINTR))
             return KIVCS2STATUS_PIPE_ERR;
-        else if (errno == EAGAIN)
+        if (errno == EAGAIN)
             KIV_TRY(waitToRead(descriptor(index), watch));
-        else if (errno != EINTR)
-            return KIVCS2STATUS_PIPE_ERR;
     }
     return KIVCS2STATUS_OK;
 }

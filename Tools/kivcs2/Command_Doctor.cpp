@@ -137,8 +137,7 @@ using Owned = std::unique_ptr<std::remove_pointer_t<Ref>, Release>;
 // Dates are written by ICU, whose data is a file of its own.
 Finding lookAtDates()
 {
-    Finding missing{State::Missing, "dates and calendars cannot be written",
-                          "apt-get install libicu72"};
+    Finding missing{State::Missing, "dates and calendars cannot be written", "apt-get install libicu72"};
     const Owned<CFStringRef> pattern{CFStringCreateWithCString(nullptr, "yyyy-MM-dd", kCFStringEncodingUTF8)};
     const Owned<CFDateFormatterRef> formatter{
         CFDateFormatterCreate(nullptr, nullptr, kCFDateFormatterNoStyle, kCFDateFormatterNoStyle)};

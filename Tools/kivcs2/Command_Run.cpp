@@ -80,7 +80,7 @@ std::string findCommand(const std::string &name)
         {
             const size_t colon = rest.find(':');
             const std::string folder{rest.substr(0, colon)};
-            const std::string candidate = (folder.empty() ? "." : folder) + "/" + name;
+            std::string candidate = (folder.empty() ? "." : folder) + "/" + name;
             more = colon != std::string_view::npos;
             rest.remove_prefix(more ? colon + 1 : rest.size());
             if (isFile(candidate) && access(candidate.c_str(), X_OK) == 0)

@@ -341,20 +341,7 @@ void addSensorsCommand(CLI::App &app, Context &context)
             };
         });
 
-    auto *watched = command->add_subcommand("watch", "The same again and again, until interrupted");
-    watched->footer(
-        "On a terminal each reading takes the place of the one before; elsewhere it is a line, and\n"
-        "with --json an object on a line.");
-    const auto options = std::make_shared<WatchOptions>();
-    addWatchOptions(*watched, *options);
-    watched->callback(
-        [&context, options]
-        {
-            context.run = [&context, options]
-            {
-                return watchSensors(*options, context.json);
-            };
-        });
+    addWatchWord(*command, context, "The same again and again, until interrupted", watchSensors);
 }
 
 } // namespace tool

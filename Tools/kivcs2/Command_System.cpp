@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <memory>
 #include <optional>
 
 namespace tool
@@ -187,20 +186,7 @@ void addSystemCommand(CLI::App &app, Context &context)
             };
         });
 
-    auto *watched = command->add_subcommand("watch", "The memory again and again, until interrupted");
-    watched->footer(
-        "On a terminal each reading takes the place of the one before; elsewhere it is a line, and\n"
-        "with --json an object on a line.");
-    const auto options = std::make_shared<WatchOptions>();
-    addWatchOptions(*watched, *options);
-    watched->callback(
-        [&context, options]
-        {
-            context.run = [&context, options]
-            {
-                return watchMemory(*options, context.json);
-            };
-        });
+    addWatchWord(*command, context, "The memory again and again, until interrupted", watchMemory);
 }
 
 } // namespace tool

@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <memory>
 
 namespace tool
 {
@@ -68,11 +69,26 @@ private:
 
 } // namespace
 
-void addWatchOptions(CLI::App &command, WatchOptions &options)
+void addWatchWord(CLI::App &command, Context &context, const std::string &description,
+                  int (*run)(const WatchOptions &options, bool json))
 {
-    command.add_option("--every", options.seconds, "Seconds from one reading to the next, otherwise 1")
+    auto *watched = command.add_subcommand("watch", description);
+    watched->footer(
+        "On a terminal each reading takes the place of the one before; elsewhere it is a line, and\n"
+        "with --json an object on a line.");
+    const auto options = std::make_shared<WatchOptions>();
+    watched->add_option("--every", options->seconds, "Seconds from one reading to the next, otherwise 1")
         ->check(CLI::Range(0.1, 86400.0));
-    command.add_option("--count", options.readings, "End after so many readings")->check(CLI::PositiveNumber);
+    watched->add_option("--count", options->readings, "End after so many readings")
+        ->check(CLI::PositiveNumber);
+    watched->callback(
+        [&context, options, run]
+        {
+            context.run = [&context, options, run]
+            {
+                return run(*options, context.json);
+            };
+        });
 }
 
 int watch(const WatchOptions &options, bool json, const Watched &watched)

@@ -1,9 +1,8 @@
 // Figures that are shown again and again: in place on a terminal, as lines elsewhere.
 #pragma once
 
+#include "Command.h"
 #include "Output.h"
-
-#include <CLI/CLI.hpp>
 
 #include <functional>
 #include <string>
@@ -17,8 +16,9 @@ struct WatchOptions
     uint64_t readings = 0; ///< 0: until interrupted
 };
 
-/// Adds --every and --count to a word of the command.
-void addWatchOptions(CLI::App &command, WatchOptions &options);
+/// Adds "watch" to a word of the command, with --every and --count; `run` is given them and whether JSON is wanted.
+void addWatchWord(CLI::App &command, Context &context, const std::string &description,
+                  int (*run)(const WatchOptions &options, bool json));
 
 /// One reading in its three forms, of which one is asked for each time.
 struct Watched

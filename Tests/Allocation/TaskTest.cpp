@@ -1,0 +1,75 @@
+// Tasks where memory runs out: a part of a task can be released, and a launch that was not prepared leaves nothing.
+#include "KIVCS2Task.h"
+#include "KIVCS2TaskServer.h"
+#include "Private/TaskServer_Wire.h"
+
+#include "FailingAllocator.h"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+namespace
+{
+using namespace kiv::test;
+
+const char *kArguments[] = {"-c", "exit 3", nullptr};
+
+KIVCS2Task *makeTask()
+{
+    KIVCS2Task *task = nullptr;
+    EXPECT_EQ(kivCS2Task_create(&task, "/bin/sh", kArguments), KIVCS2STATUS_OK);
+    return task;
+}
+
+TEST(TaskAllocations, APartOfATaskIsReleased)
+{
+    const size_t count = forEachAllocation(
+        [](size_t index)
+        {
+            KIVCS2Task *task = nullptr;
+            const KIVCS2Status status = kivCS2Task_create(&task, "/bin/sh", kArguments);
+            EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            EXPECT_EQ(task == nullptr, allocationFailed() && index == 0);
+            if (task != nullptr)
+            {
+                EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+            }
+        });
+    EXPECT_GE(count, 6u); // the record, the command, the arguments' array and three texts
+}
+
+TEST(TaskAllocations, LaunchesPathsAndRequestsTell)
+{
+    const size_t count = forEachAllocation(
+        [](size_t)
+        {
+            KIVCS2Task *task = nullptr;
+            if (KIVCS2_FAILED(kivCS2Task_create(&task, "/bin/sh", kArguments)))
+            {
+                if (task != nullptr)
+                    (void)kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);
+                return;
+            }
+            const KIVCS2Status path = kivCS2Task_setStdOutFile(task, "/dev/null");
+            EXPECT_EQ(path, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            EXPECT_EQ(task->m_stdOutFile == nullptr, KIVCS2_FAILED(path));
+            const bool before = allocationFailed();
+            kiv::ExecMessage message;
+            const KIVCS2Status made = message.make(*task);
+            EXPECT_EQ(made, allocationFailed() != before ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            const bool beforeLaunch = allocationFailed();
+            const KIVCS2Status launched = kivCS2Task_launch(task);
+            EXPECT_EQ(launched,
+                      allocationFailed() != beforeLaunch ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            EXPECT_EQ(task->m_exitCode, KIVCS2_FAILED(launched) ? 0 : 3);
+            // Without the table nobody is found, which is no failure.
+            EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(getpid()), KIVCS2STATUS_OK);
+            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        });
+    EXPECT_GE(count, 10u);
+    KIVCS2Task *task = makeTask();
+    EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+}
+} // namespace
