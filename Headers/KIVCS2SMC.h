@@ -166,10 +166,10 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getKeyDataInfo(KIVCS2SMC *pSMC, uint32_t index
 KIVCS2_API KIVCS2Status kivCS2SMC_getKeyData(KIVCS2SMC *pSMC, uint32_t index, uint8_t *pData, uint32_t size);
 
 /**
- * Stores the number of fans (key "FNum").
+ * Stores the number of fans (key "FNum"), the low 32 bits where it is longer.
  * @retval KIVCS2STATUS_PARAM_ERR      a pointer is null
  * @retval KIVCS2STATUS_NOT_FOUND_ERR  there is no such key
- * @retval KIVCS2STATUS_DATA_ERR       the controller does not answer, or with more than 4 bytes
+ * @retval KIVCS2STATUS_DATA_ERR       the controller does not answer, or with more than 32 bytes
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getNumberOfFans(KIVCS2SMC *pSMC, uint32_t *pFans);
 
@@ -185,7 +185,7 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getFanStatus(KIVCS2SMC *pSMC, uint32_t fan, KI
  * speed is clear after a failure.
  * @retval KIVCS2STATUS_PARAM_ERR      a pointer is null
  * @retval KIVCS2STATUS_NOT_FOUND_ERR  there is no such fan
- * @retval KIVCS2STATUS_DATA_ERR       the controller does not answer, or with no bytes or more than 32
+ * @retval KIVCS2STATUS_DATA_ERR       the controller does not answer, or with more than 32 bytes
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getFanCurrentSpeed(KIVCS2SMC *pSMC, uint32_t fan,
                                                      KIVCS2SMCFanStatus *pStatus);

@@ -85,6 +85,7 @@ double floatingPoint(const uint8_t *bytes)
     return signedByte(bytes[0]) + signedByte(bytes[1]) / 256.0;
 }
 
+// Modulo 2^32; no bytes are 0.
 uint32_t bigEndian(const uint8_t *bytes, uint32_t size)
 {
     uint32_t value = 0;
@@ -93,10 +94,10 @@ uint32_t bigEndian(const uint8_t *bytes, uint32_t size)
     return value;
 }
 
-// Two bits of fraction, which are dropped, and six bits a byte above them, modulo 2^32.
+// Two bits of fraction, which are dropped, and six bits a byte above them, modulo 2^32; no bytes are 0.
 float fanSpeed(const uint8_t *bytes, uint32_t size)
 {
-    uint32_t speed = bytes[size - 1] >> 2;
+    uint32_t speed = size > 0 ? bytes[size - 1] >> 2 : 0;
     for (uint32_t index = 0; index + 1 < size; ++index)
     {
         const uint32_t shift = (size - 1 - index) * 6;
@@ -123,7 +124,7 @@ KIVCS2Status readUnsigned(KIVCS2SMC *pSMC, const char *name, uint32_t *pVal)
 {
     KIVCS2SMCKeyValue value;
     KIV_TRY(kivCS2SMCPrv_readKey(pSMC, name, &value));
-    if (value.m_dataSize > kMaxIntegerSize)
+    if (value.m_dataSize > sizeof value.m_data)
         return KIVCS2STATUS_DATA_ERR;
     *pVal = bigEndian(value.m_data, value.m_dataSize);
     return KIVCS2STATUS_OK;
@@ -153,7 +154,7 @@ KIVCS2Status readFanSpeed(KIVCS2SMC *pSMC, uint32_t fan, const char *suffix, flo
     const char name[] = {'F', static_cast<char>('0' + fan), suffix[0], suffix[1], '\0'};
     KIVCS2SMCKeyValue value;
     KIV_TRY(kivCS2SMCPrv_readKey(pSMC, name, &value));
-    if (value.m_dataSize == 0 || value.m_dataSize > sizeof value.m_data)
+    if (value.m_dataSize > sizeof value.m_data)
         return KIVCS2STATUS_DATA_ERR;
     *pVal = fanSpeed(value.m_data, value.m_dataSize);
     return KIVCS2STATUS_OK;

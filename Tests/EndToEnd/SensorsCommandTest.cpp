@@ -123,7 +123,9 @@ TEST_F(Sensors, ShowFansCoresAndFigures)
     EXPECT_THAT(keys.out, HasSubstr("FS!   ui16     2       2  0002\n"));
     EXPECT_THAT(keys.out, HasSubstr("TC1c  sp78     2  42.250  2a40\n"));
     EXPECT_THAT(keys.out, HasSubstr("Mute  -        -       -  -\n"));
-    EXPECT_EQ(json({"sensors", "show", "--keys"})[3]["bytes"], "4e20");
+    const Json listed = json({"sensors", "show", "--keys"});
+    EXPECT_EQ(listed[3]["bytes"], "4e20");
+    EXPECT_EQ(listed[13], (Json{{"key", "Mute"}, {"type", {}}, {"size", {}}, {"bytes", {}}, {"value", {}}}));
 }
 
 TEST_F(Sensors, AreWatchedByLinesIntoAPipe)
@@ -139,7 +141,8 @@ TEST_F(Sensors, AreWatchedByLinesIntoAPipe)
     for (std::string line; std::getline(text, line); ++count)
         EXPECT_EQ(Json::parse(line, nullptr, false)["keys"], 14);
     EXPECT_EQ(count, 3u);
-    EXPECT_EQ(run({"sensors", "watch", "--every", "0"}).code, 2);
+    for (const char *never : {"0", "nan", "-nan", "inf", "86401", "1s", ""})
+        EXPECT_EQ(run({"sensors", "watch", "--every", never, "--count", "1"}).code, 2) << never;
 }
 
 TEST_F(Sensors, AreWatchedInPlaceOnATerminalUntilInterrupted)

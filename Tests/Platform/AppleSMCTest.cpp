@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -164,6 +166,20 @@ TEST_F(Driver, AChoiceThatAnotherProgramChangedIsMadeAgain)
     g_intruders = 1000;
     EXPECT_EQ(call(connection, 5, "TC0c", 2, output), kIOReturnIOError);
     EXPECT_EQ(IOServiceClose(connection), kIOReturnSuccess);
+}
+
+// Any user may open the file for reading, which is enough to lock it.
+TEST_F(Driver, ALockThatIsNeverGivenBackStopsNobody)
+{
+    const int file = ::open(m_folder.path("key_at_index").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(file, LOCK_EX), 0);
+    io_connect_t connection = IO_OBJECT_NULL;
+    ASSERT_EQ(open(connection), kIOReturnSuccess);
+    SMCCall output{};
+    ASSERT_EQ(call(connection, 8, "", 2, output), kIOReturnSuccess);
+    EXPECT_EQ(output.key, ScriptedSMC::pack("TC0c"));
+    EXPECT_EQ(IOServiceClose(connection), kIOReturnSuccess);
+    ::close(file);
 }
 
 TEST_F(Driver, FilesThatMakeNoSenseFailTheCall)

@@ -87,11 +87,8 @@ TEST(SMCOpening, EachFailureHasItsStatusAndMessage)
          },
          KIVCS2STATUS_DATA_ERR, "KIVSMC: kivCS2SMCPrv_readKey for number of key failed with error 80000004\n",
          true},
-        {[](ScriptedSMC &s) {
-             s.claim({0, 0, 0, 0, 3});
-         },
-         KIVCS2STATUS_DATA_ERR, "KIVSMC: kivCS2SMCPrv_readKey for number of key failed with error 80000004\n",
-         true},
+        {[](ScriptedSMC &s) { s.claim(Bytes(33)); }, KIVCS2STATUS_DATA_ERR,
+         "KIVSMC: kivCS2SMCPrv_readKey for number of key failed with error 80000004\n", true},
         {[](ScriptedSMC &s) {
              s.claim({0, 0, 0, 4});
          },
@@ -221,7 +218,10 @@ TEST(SMCFans, AreCountedByANumberOfItsSize)
         {{"FNum", "ui8 ", {2}}, KIVCS2STATUS_OK, 2},
         {{"FNum", "ui16", {1, 2}}, KIVCS2STATUS_OK, 258},
         {{"FNum", "ui32", {0xff, 0, 0, 1}}, KIVCS2STATUS_OK, 0xff000001},
-        {{"FNum", "hex_", {0, 0, 0, 0, 2}}, KIVCS2STATUS_DATA_ERR, 77},
+        {{"FNum", "hex_", {7, 0xff, 0, 0, 2}}, KIVCS2STATUS_OK, 0xff000002}, // of what is longer, the end
+        {{"FNum", "ch8*", Bytes(32, 1)}, KIVCS2STATUS_OK, 0x01010101},
+        {{"FNum", "ch8*", Bytes(33, 1)}, KIVCS2STATUS_DATA_ERR, 77},
+        {{"FNum", "ui8 ", {}}, KIVCS2STATUS_OK, 0},
         {{"FNum", "ui8 ", {2}, 0xffffffff}, KIVCS2STATUS_DATA_ERR, 77},
         {{"FNum", "ui8 ", {2}, 0, 9}, KIVCS2STATUS_DATA_ERR, 77},
         {{"FNum", "ui8 ", {2}, 0, 5}, KIVCS2STATUS_DATA_ERR, 77},
@@ -254,7 +254,7 @@ TEST(SMCFans, SpeedsHaveSixBitsAByteAndTwoOfFraction)
         {{"F0Ac", "ui48", {1, 0, 0, 0, 0, 4}}, KIVCS2STATUS_OK, 1073741824},
         {{"F0Ac", "ch8*", Bytes(32, 1)}, KIVCS2STATUS_OK, 1090785344.0F}, // 2^30 + 2^24 + ... + 2^6
         {{"F0Ac", "ch8*", {1}, 33}, KIVCS2STATUS_DATA_ERR, 77},
-        {{"F0Ac", "fpe2", {}}, KIVCS2STATUS_DATA_ERR, 77},
+        {{"F0Ac", "fpe2", {}}, KIVCS2STATUS_OK, 0},
         {{"F0Ac", "fpe2", {1, 1}, 0, 5}, KIVCS2STATUS_DATA_ERR, 77},
         {{"F1Ac", "fpe2", {1, 1}}, KIVCS2STATUS_NOT_FOUND_ERR, 77},
     };

@@ -208,10 +208,12 @@ Finding lookAtSensors()
         for (const auto &device : std::filesystem::directory_iterator{driver, ignored})
         {
             const auto keys = device.path() / "key_count";
-            if (::access(keys.c_str(), R_OK) == 0)
+            if (::access(keys.c_str(), F_OK) != 0)
+                continue;
+            // Reading a key begins with writing its index.
+            if (::access((device.path() / "key_at_index").c_str(), W_OK) == 0)
                 return {State::Good, "applesmc", ""};
-            if (errno == EACCES)
-                return {State::Limited, "applesmc, which this user may not read", "run as root"};
+            return {State::Limited, "applesmc, which this user may not ask", "run as root"};
         }
     }
     return {State::Absent, "no applesmc device", "modprobe applesmc, on a machine that has the controller"};

@@ -239,7 +239,8 @@ std::optional<Figure> interpret(KIVCS2SMC &smc, std::string_view type, const std
 
 struct KeyRow
 {
-    std::string name, type = kNothing, bytes = kNothing;
+    std::string name;
+    std::optional<std::string> type, bytes;
     std::optional<uint32_t> size;
     std::optional<Figure> value;
 };
@@ -259,10 +260,11 @@ KeyRow readKey(KIVCS2SMC &smc, uint32_t index)
     if (data.empty() ||
         KIVCS2_FAILED(kivCS2SMC_getKeyData(&smc, index, data.data(), static_cast<uint32_t>(data.size()))))
         return row;
-    row.bytes.clear();
+    std::string bytes;
     for (const uint8_t byte : data)
-        row.bytes += print("%02x", byte);
-    row.value = interpret(smc, row.type, data);
+        bytes += print("%02x", byte);
+    row.bytes = std::move(bytes);
+    row.value = interpret(smc, *row.type, data);
     return row;
 }
 
@@ -277,9 +279,9 @@ int listKeys(KIVCS2SMC &smc, bool json)
         {
             const KeyRow row = readKey(smc, index);
             array.add({{"key", row.name},
-                       {"type", row.type},
+                       {"type", row.type ? Json(*row.type) : Json()},
                        {"size", row.size ? Json(*row.size) : Json()},
-                       {"bytes", row.bytes},
+                       {"bytes", row.bytes ? Json(*row.bytes) : Json()},
                        {"value", row.value ? toJson(row.value->value) : Json()}});
         }
         array.close();
@@ -289,8 +291,9 @@ int listKeys(KIVCS2SMC &smc, bool json)
     for (uint32_t index = 0; index < count; ++index)
     {
         const KeyRow row = readKey(smc, index);
-        table.add({visible(row.name), visible(row.type), row.size ? std::to_string(*row.size) : kNothing,
-                   row.value ? toText(*row.value) : kNothing, row.bytes});
+        table.add({visible(row.name), row.type ? visible(*row.type) : kNothing,
+                   row.size ? std::to_string(*row.size) : kNothing, row.value ? toText(*row.value) : kNothing,
+                   row.bytes.value_or(kNothing)});
     }
     table.print();
     return kExitYes;

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <new>
 #include <utility>
@@ -179,6 +180,24 @@ int openDriver(const Driver &driver) noexcept
     return -1;
 }
 
+// Takes the lock that the calls of other processes hold for the milliseconds of one key. Every user may hold it
+// for good, though, as reading the file is enough for that: then the index that is read back has to do. False
+// where there can be no lock.
+bool lockWhileItMatters(int file) noexcept
+{
+    constexpr timespec kPause = {0, 1'000'000};
+    constexpr int kPauses = 50;
+    for (int pause = 0; pause < kPauses; ++pause)
+    {
+        if (flock(file, LOCK_EX | LOCK_NB) == 0)
+            return true;
+        if (errno != EWOULDBLOCK && errno != EINTR)
+            return false;
+        (void)nanosleep(&kPause, nullptr); // sooner is as well
+    }
+    return true;
+}
+
 constinit std::mutex g_choosing;
 } // namespace
 
@@ -230,9 +249,8 @@ IOReturn AppleSMC::choose(uint32_t index, Read read) const noexcept
     const File file{m_folder, "key_at_index", O_WRONLY};
     if (file.get() < 0)
         return kIOReturnIOError;
-    while (flock(file.get(), LOCK_EX) != 0)
-        if (errno != EINTR)
-            return kIOReturnIOError;
+    if (!lockWhileItMatters(file.get()))
+        return kIOReturnIOError;
 
     std::array<char, 16> text;
     char *const end = std::to_chars(text.begin(), text.end(), index).ptr;
