@@ -18,6 +18,9 @@
  * `free` of a thread timer waits for the call in progress and up to a quarter of a second; `free` of a
  * run-loop timer never waits: on the loop's thread no call follows it, on another thread a call that had
  * begun is finished, so that its context has to live until then.
+ *
+ * A run-loop timer takes a file descriptor. A child of fork() that goes on without exec has no thread that calls,
+ * and shares the descriptors: only one of parent and child may go on running the loops, while each may free its timers.
  */
 #ifndef KIVCS2_TIMER_H
 #define KIVCS2_TIMER_H
