@@ -105,7 +105,8 @@ KIVCS2_API KIVCS2Status kivCS2Timer_addToRunLoop(KIVCS2Timer *_timer, CFRunLoopR
 KIVCS2_API KIVCS2Status kivCS2Timer_cancel(KIVCS2Timer *_timer);
 
 /**
- * Cancels the timer, waits for its thread unless that is the caller, and releases it.
+ * Cancels the timer, waits for its thread unless that is the caller, and releases it. Callbacks of two timers
+ * with threads must not free each other's: each would wait for the other.
  * @retval KIVCS2STATUS_PARAM_ERR  `_timer` is null, or has lost the thread or the run-loop timer its flags name
  * Thread safety: one thread at a time; callbacks of the timer may call it.
  */
