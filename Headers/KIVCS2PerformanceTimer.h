@@ -5,8 +5,7 @@
  *
  * The caller owns the record; `init` clears and starts it, and nothing has to be released. `start` and
  * `stop` around the work measure one interval. The clock stands still while the machine sleeps. Reading
- * converts with the library's time base, so kivCS2_init() has to have run. A record is used by one thread at
- * a time.
+ * converts with the library's time base, so kivCS2_init() has to have run.
  */
 #ifndef KIVCS2_PERFORMANCE_TIMER_H
 #define KIVCS2_PERFORMANCE_TIMER_H
@@ -38,12 +37,14 @@ typedef struct KIVCS2PerformanceTimer
 /**
  * Clears the record and starts it.
  * @retval KIVCS2STATUS_PARAM_ERR  `timer` is null
+ * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_init(KIVCS2PerformanceTimer *timer);
 
 /**
  * Starts an interval now; what was measured before stays.
  * @retval KIVCS2STATUS_PARAM_ERR  `timer` is null
+ * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_start(KIVCS2PerformanceTimer *timer);
 
@@ -51,6 +52,7 @@ KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_start(KIVCS2PerformanceTimer *tim
  * Records the interval from the last start until now. Does not start another one: a second stop records a
  * second interval from the same start.
  * @retval KIVCS2STATUS_PARAM_ERR  `timer` is null
+ * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_stop(KIVCS2PerformanceTimer *timer);
 
@@ -59,6 +61,7 @@ KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_stop(KIVCS2PerformanceTimer *time
  * @param[out] nanoseconds  64 bits, in memory as two halves of 32 bits with the low one first
  * @retval KIVCS2STATUS_PARAM_ERR  `pTimer` or `nanoseconds` is null
  * @retval KIVCS2STATUS_DATA_ERR   average, minimum or maximum without a measured interval; nothing is stored
+ * Thread safety: any thread while none starts or stops the timer.
  */
 KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_getNanoseconds(const KIVCS2PerformanceTimer *pTimer,
                                                               KIVCS2PerformanceTimerKind kind,
@@ -68,15 +71,17 @@ KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_getNanoseconds(const KIVCS2Perfor
  * Reads `kind` in whole milliseconds, cut off, of which the low 32 bits are stored (49 days).
  * @retval KIVCS2STATUS_PARAM_ERR  `pTimer` or `milliseconds` is null
  * @retval KIVCS2STATUS_DATA_ERR   as kivCS2PerformanceTimer_getNanoseconds()
+ * Thread safety: any thread while none starts or stops the timer.
  */
 KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_getMilliseconds(const KIVCS2PerformanceTimer *pTimer,
                                                                KIVCS2PerformanceTimerKind kind,
                                                                uint32_t *milliseconds);
 
 /**
- * Reads `kind` in seconds, to the seven digits of a 32-bit float.
+ * Reads `kind` in seconds, fractions too, to the seven digits of a 32-bit float.
  * @retval KIVCS2STATUS_PARAM_ERR  `pTimer` or `seconds` is null
  * @retval KIVCS2STATUS_DATA_ERR   as kivCS2PerformanceTimer_getNanoseconds()
+ * Thread safety: any thread while none starts or stops the timer.
  */
 KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_getSeconds(const KIVCS2PerformanceTimer *pTimer,
                                                           KIVCS2PerformanceTimerKind kind, float *seconds);
@@ -84,6 +89,7 @@ KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_getSeconds(const KIVCS2Performanc
 /**
  * kivCS2PerformanceTimer_getNanoseconds() of the time since the last start.
  * @retval KIVCS2STATUS_PARAM_ERR  `timer` or `nanoseconds` is null
+ * Thread safety: any thread while none starts or stops the timer.
  */
 KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_getElapsedNanoseconds(const KIVCS2PerformanceTimer *timer,
                                                                      uint64_t *nanoseconds);
@@ -91,6 +97,7 @@ KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_getElapsedNanoseconds(const KIVCS
 /**
  * kivCS2PerformanceTimer_getMilliseconds() of the time since the last start.
  * @retval KIVCS2STATUS_PARAM_ERR  `timer` or `milliseconds` is null
+ * Thread safety: any thread while none starts or stops the timer.
  */
 KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_getElapsedMilliseconds(const KIVCS2PerformanceTimer *timer,
                                                                       uint32_t *milliseconds);
@@ -98,6 +105,7 @@ KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_getElapsedMilliseconds(const KIVC
 /**
  * kivCS2PerformanceTimer_getSeconds() of the time since the last start.
  * @retval KIVCS2STATUS_PARAM_ERR  `timer` or `seconds` is null
+ * Thread safety: any thread while none starts or stops the timer.
  */
 KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_getElapsedSeconds(const KIVCS2PerformanceTimer *timer,
                                                                  float *seconds);

@@ -18,6 +18,9 @@
  * `free` of a thread timer waits for the call in progress and up to a quarter of a second; `free` of a
  * run-loop timer never waits: on the loop's thread no call follows it, on another thread a call that had
  * begun is finished, so that its context has to live until then.
+ *
+ * A run-loop timer takes a file descriptor. A child of fork() that goes on without exec has no thread that calls,
+ * and shares the descriptors: only one of parent and child may go on running the loops, while each may free its timers.
  */
 #ifndef KIVCS2_TIMER_H
 #define KIVCS2_TIMER_H
@@ -102,7 +105,8 @@ KIVCS2_API KIVCS2Status kivCS2Timer_addToRunLoop(KIVCS2Timer *_timer, CFRunLoopR
 KIVCS2_API KIVCS2Status kivCS2Timer_cancel(KIVCS2Timer *_timer);
 
 /**
- * Cancels the timer, waits for its thread unless that is the caller, and releases it.
+ * Cancels the timer, waits for its thread unless that is the caller, and releases it. Callbacks of two timers
+ * with threads must not free each other's: each would wait for the other.
  * @retval KIVCS2STATUS_PARAM_ERR  `_timer` is null, or has lost the thread or the run-loop timer its flags name
  * Thread safety: one thread at a time; callbacks of the timer may call it.
  */

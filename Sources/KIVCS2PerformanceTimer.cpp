@@ -61,8 +61,9 @@ KIVCS2Status kivCS2PerformanceTimer_stop(KIVCS2PerformanceTimer *timer)
 
     const uint64_t interval = now - timer->m_start;
     timer->m_total += interval;
-    timer->m_minimum = timer->m_count == 0 ? interval : std::min(timer->m_minimum, interval);
-    timer->m_maximum = std::max(timer->m_maximum, interval);
+    const bool isFirst = timer->m_count == 0;
+    timer->m_minimum = isFirst ? interval : std::min(timer->m_minimum, interval);
+    timer->m_maximum = isFirst ? interval : std::max(timer->m_maximum, interval);
     ++timer->m_count;
     return KIVCS2STATUS_OK;
 }

@@ -11,6 +11,7 @@
 #include <functional>
 #include <future>
 #include <limits>
+#include <pthread.h>
 #include <string>
 #include <thread>
 #include <vector>
@@ -374,9 +375,66 @@ TEST(RunLoops, TimersLeaveTheLoopOfAThreadThatEnds)
     EXPECT_FALSE(timer.isIn(kCFRunLoopDefaultMode, gone.get()));
     EXPECT_TRUE(CFRunLoopTimerIsValid(timer.ref.get()));
     CFRunLoopWakeUp(gone.get());
+    timer.add(kCFRunLoopDefaultMode, gone.get());
+    EXPECT_FALSE(timer.isIn(kCFRunLoopDefaultMode, gone.get())); // would be called by nobody
     timer.add();
     CFRunLoopRun();
     EXPECT_EQ(timer.fired, 1);
+}
+
+TEST(RunLoops, EndWithAContextOfTheHosts)
+{
+    bool ended = false;
+    CFRef<CFRunLoopRef> loop;
+    Timer timer{1, kInfinity};
+    std::thread{[&] // which lives on, as a worker does that has a context for each of its jobs
+                {
+                    GMainContext *context = g_main_context_new();
+                    GSource *witness = g_idle_source_new();
+                    g_source_set_callback(witness, nullptr, &ended,
+                                          [](gpointer flag) { *static_cast<bool *>(flag) = true; });
+                    g_source_attach(witness, context);
+                    g_source_unref(witness);
+                    g_main_context_push_thread_default(context);
+                    CFRetain(CFRunLoopGetCurrent());
+                    loop = CFRef<CFRunLoopRef>{CFRunLoopGetCurrent()};
+                    timer.add();
+                    g_main_context_pop_thread_default(context);
+                    g_main_context_unref(context);
+                    EXPECT_FALSE(ended); // has a timer
+                    CFRunLoopTimerInvalidate(timer.ref.get());
+                    EXPECT_TRUE(ended);
+                }}
+        .join();
+    Timer late;
+    late.add(kCFRunLoopDefaultMode, loop.get());
+    EXPECT_FALSE(late.isIn(kCFRunLoopDefaultMode, loop.get()));
+    CFRunLoopStop(loop.get());
+}
+
+TEST(RunLoops, AreThereForDestructorsOfAThread)
+{
+    static int fired = 0;
+    pthread_key_t key{};
+    ASSERT_EQ(pthread_key_create(&key,
+                                 [](void *)
+                                 {
+                                     Timer timer;
+                                     timer.add();
+                                     CFRunLoopRun();
+                                     fired += timer.fired;
+                                 }),
+              0);
+    for (const bool usedBefore : {false, true})
+        std::thread{[&, usedBefore]
+                    {
+                        const CFRunLoopRef before = usedBefore ? CFRunLoopGetCurrent() : nullptr;
+                        EXPECT_EQ(before != nullptr, usedBefore);
+                        pthread_setspecific(key, &key);
+                    }}
+            .join();
+    pthread_key_delete(key);
+    EXPECT_EQ(fired, 2);
 }
 
 TEST(RunLoops, AddedAndInvalidatedFromManyThreads)

@@ -9,6 +9,9 @@
  *
  * A timer belongs to one loop at most, in one or more modes. It fires while the loop runs in one of them; in
  * other modes it waits, and one whose time has passed fires once when its mode is back.
+ *
+ * Each timer has a file descriptor. After fork() without exec, parent and child share those of timers made
+ * before: only one of the two may go on running loops with them, while both may invalidate and release them.
  */
 #ifndef KIV_CF_RUN_LOOP_H
 #define KIV_CF_RUN_LOOP_H
@@ -43,9 +46,10 @@ CF_EXPORT CFTypeID CFRunLoopGetTypeID(void);
 CF_EXPORT CFRunLoopRef CFRunLoopGetMain(void);
 
 /**
- * The calling thread's loop, the same object each time for the same context. It stays at least until the
- * thread ends, or as long as it is retained or has timers; when a thread ends, the timers leave a loop
- * of the thread's own. NULL when there is no memory.
+ * The calling thread's loop, the same object each time for the same context. One of the thread's own lives
+ * until the thread ends, and its timers leave it then; one of a context of the host's lives as long as the
+ * context, which its timers keep. One that is retained beyond that takes no timers and is not run. NULL when
+ * there is no memory, or no file descriptor for a loop of the thread's own.
  */
 CF_EXPORT CFRunLoopRef CFRunLoopGetCurrent(void);
 

@@ -4,7 +4,10 @@
 #include "CoreFoundation/RunLoop.h"
 #include "CoreFoundation/String.h"
 
+#include <pthread.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
+#include <utility>
 
 using kiv::cf::Run;
 using kiv::cf::runLoopMutex;
@@ -23,136 +26,126 @@ constinit __CFString defaultMode{
 constinit __CFString commonModes{
     {kCommonModesText, nullptr, sizeof kCommonModesText - 1}, false, kiv::cf::kForEver};
 
-// Every loop but the main one, so that a context has one loop on whatever thread it is asked for.
-constinit __CFRunLoop *allLoops = nullptr;
+// The loops of contexts that hosts have made, so that each has one on whatever thread it is asked for.
+constinit __CFRunLoop *hostLoops = nullptr;
 
 void finalizeRunLoop(kiv::cf::Object &object)
 {
-    auto &loop = static_cast<__CFRunLoop &>(object);
+    const auto &loop = static_cast<const __CFRunLoop &>(object);
+    if (loop.context != nullptr)
+        g_main_context_unref(loop.context);
+}
+
+// ---- Loops of a host's contexts ----
+
+// Lies in the context, never ready, and ends with it: the loop lives as long as its context and does not keep it.
+struct LoopSource
+{
+    GSource base;
+    __CFRunLoop *loop;
+};
+
+void leaveContext(GSource *source)
+{
+    __CFRunLoop *loop = nullptr;
     {
         const std::lock_guard lock{runLoopMutex};
-        __CFRunLoop **link = &allLoops;
-        while (*link != &loop)
+        loop = reinterpret_cast<LoopSource *>(source)->loop;
+        loop->context = nullptr;
+        __CFRunLoop **link = &hostLoops;
+        while (*link != loop)
             link = &(*link)->next;
-        *link = loop.next;
+        *link = loop->next;
     }
-    g_main_context_unref(loop.context);
+    CFRelease(loop);
 }
 
-// One that has lost its last reference waits for the mutex to leave the list, and stays lost.
-bool retainIfAlive(const __CFRunLoop &loop) noexcept
-{
-    CFIndex count = loop.references.load(std::memory_order_relaxed);
-    while (count > 0)
-    {
-        if (loop.references.compare_exchange_weak(count, count + 1, std::memory_order_acquire,
-                                                  std::memory_order_relaxed))
-            return true;
-    }
-    return false;
-}
+GSourceFuncs loopFunctions{nullptr, nullptr, nullptr, leaveContext, nullptr, nullptr};
 
-__CFRunLoop *retainedLoopOf(const GMainContext *context) noexcept
-{
-    __CFRunLoop *loop = allLoops;
-    while (loop != nullptr && (loop->context != context || !retainIfAlive(*loop)))
-        loop = loop->next;
-    return loop;
-}
-
-// The loop of a context, retained. Null without memory.
-__CFRunLoop *copyLoopOf(GMainContext *context) noexcept
+// Null without memory.
+__CFRunLoop *loopOf(GMainContext *context) noexcept
 {
     const std::lock_guard lock{runLoopMutex};
-    if (__CFRunLoop *loop = retainedLoopOf(context); loop != nullptr)
-        return loop;
+    for (__CFRunLoop *loop = hostLoops; loop != nullptr; loop = loop->next)
+    {
+        if (loop->context == context)
+            return loop;
+    }
     auto *loop = kiv::cf::create<__CFRunLoop>(0, context);
     if (loop == nullptr)
         return nullptr;
-    g_main_context_ref(context);
-    loop->next = allLoops;
-    allLoops = loop;
+    loop->next = hostLoops;
+    hostLoops = loop;
+
+    GSource *source = g_source_new(&loopFunctions, sizeof(LoopSource));
+    reinterpret_cast<LoopSource *>(source)->loop = loop;
+    g_source_set_static_name(source, "CFRunLoop");
+    g_source_attach(source, context);
+    g_source_unref(source);
     return loop;
 }
 
-// The loops a thread was given, which live as long as it does.
-class ThreadLoops
+// ---- A thread's own loop ----
+
+// Nobody will run it any more: its timers leave it, and one that is retained takes no others.
+void endOwnLoop(void *value)
 {
-public:
-    constexpr ThreadLoops() = default;
-    ~ThreadLoops()
+    auto *loop = static_cast<__CFRunLoop *>(value);
+    GMainContext *context = nullptr;
+    while (context == nullptr)
     {
-        if (m_own != nullptr)
-            leaveTimers(*m_own); // nobody will run it any more
-        while (m_first != nullptr)
-        {
-            Held *held = m_first;
-            m_first = held->next;
-            CFRelease(held->loop);
-            std::free(held);
-        }
+        kiv::cf::Leftovers leftovers;
+        const std::lock_guard lock{runLoopMutex};
+        if (loop->timers != nullptr)
+            kiv::cf::leaveLoop(*loop->timers, leftovers);
+        else
+            context = std::exchange(loop->context, nullptr);
     }
-    ThreadLoops(const ThreadLoops &) = delete;
-    ThreadLoops &operator=(const ThreadLoops &) = delete;
+    g_main_context_unref(context);
+    CFRelease(loop);
+}
 
-    // Of the thread-default context, or without one of a context of the thread's own.
-    [[nodiscard]] __CFRunLoop *get(GMainContext *threadDefault) noexcept
-    {
-        if (threadDefault != nullptr)
-            return hold(threadDefault);
-        if (m_own == nullptr)
-        {
-            GMainContext *context = g_main_context_new();
-            m_own = hold(context);
-            g_main_context_unref(context);
-        }
-        return m_own;
-    }
-
-private:
-    struct Held
-    {
-        __CFRunLoop *loop;
-        Held *next;
-    };
-
-    [[nodiscard]] __CFRunLoop *hold(GMainContext *context) noexcept
-    {
-        for (const Held *held = m_first; held != nullptr; held = held->next)
-        {
-            if (held->loop->context == context)
-                return held->loop;
-        }
-        __CFRunLoop *loop = copyLoopOf(context);
-        if (loop == nullptr)
-            return nullptr;
-        auto *held = static_cast<Held *>(std::malloc(sizeof(Held)));
-        if (held == nullptr)
-        {
-            CFRelease(loop);
-            return nullptr;
-        }
-        m_first = new (held) Held{loop, m_first};
-        return loop;
-    }
-
-    static void leaveTimers(__CFRunLoop &loop) noexcept
-    {
-        for (;;)
-        {
-            kiv::cf::Leftovers leftovers;
-            const std::lock_guard lock{runLoopMutex};
-            if (loop.timers == nullptr)
-                return;
-            kiv::cf::leaveLoop(*loop.timers, leftovers);
-        }
-    }
-
-    Held *m_first = nullptr;
-    __CFRunLoop *m_own = nullptr;
+// A key and no thread_local: destructors of other keys and thread_locals may still ask for the loop. One that was made
+// after this one's end has an end of its own.
+struct OwnLoopKey
+{
+    OwnLoopKey() noexcept : exists{pthread_key_create(&key, endOwnLoop) == 0} {}
+    pthread_key_t key{};
+    bool exists;
 };
 
-constinit thread_local ThreadLoops t_loops;
+// GLib ends the process when there is no descriptor to wake a new context by.
+bool hasDescriptorToSpare() noexcept
+{
+    const int descriptor = eventfd(0, EFD_CLOEXEC);
+    if (descriptor < 0)
+        return false;
+    close(descriptor);
+    return true;
+}
+
+__CFRunLoop *ownLoop() noexcept
+{
+    static const OwnLoopKey own;
+    if (!own.exists)
+        return nullptr;
+    if (void *loop = pthread_getspecific(own.key); loop != nullptr)
+        return static_cast<__CFRunLoop *>(loop);
+    if (!hasDescriptorToSpare())
+        return nullptr;
+    auto *loop = kiv::cf::create<__CFRunLoop>(0, nullptr);
+    if (loop == nullptr)
+        return nullptr;
+    loop->context = g_main_context_new();
+    if (pthread_setspecific(own.key, loop) != 0)
+    {
+        CFRelease(loop);
+        return nullptr;
+    }
+    return loop;
+}
+
+// ---- Runs ----
 
 // Wakes the context when a run is to end.
 class Deadline
@@ -294,7 +287,7 @@ CFRunLoopRef CFRunLoopGetCurrent(void)
     GMainContext *threadDefault = g_main_context_get_thread_default();
     if (threadDefault == nullptr && g_main_context_is_owner(g_main_context_default()) != FALSE)
         return CFRunLoopGetMain();
-    return t_loops.get(threadDefault);
+    return threadDefault != nullptr ? loopOf(threadDefault) : ownLoop();
 }
 
 void CFRunLoopRun(void)
@@ -312,9 +305,11 @@ CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds
     if (loop == nullptr || CFEqual(mode, kCFRunLoopCommonModes) ||
         g_main_context_acquire(loop->context) == FALSE)
         return kCFRunLoopRunFinished;
+    GMainContext *context = g_main_context_ref(loop->context); // a callout may be the host's last use of it
     Run run{mode};
     const CFRunLoopRunResult result = runUntilEnded(*loop, run, seconds, returnAfterSourceHandled);
-    g_main_context_release(loop->context);
+    g_main_context_release(context);
+    g_main_context_unref(context);
     return result;
 }
 
@@ -330,5 +325,7 @@ void CFRunLoopStop(CFRunLoopRef rl)
 
 void CFRunLoopWakeUp(CFRunLoopRef rl)
 {
-    g_main_context_wakeup(rl->context);
+    const std::lock_guard lock{runLoopMutex};
+    if (rl->context != nullptr)
+        g_main_context_wakeup(rl->context);
 }

@@ -84,7 +84,8 @@ bool hasMode(__CFRunLoopTimer &timer, CFRunLoopMode mode) noexcept
 
 bool mayBeAdded(const __CFRunLoop &loop, __CFRunLoopTimer &timer, CFRunLoopMode mode) noexcept
 {
-    return timer.valid && (timer.loop == nullptr || (timer.loop == &loop && !hasMode(timer, mode)));
+    return timer.valid && loop.context != nullptr &&
+           (timer.loop == nullptr || (timer.loop == &loop && !hasMode(timer, mode)));
 }
 
 // One that is being called may have gone to another loop, which waits until the call is over.
@@ -238,6 +239,7 @@ GSourceFuncs sourceFunctions{nullptr, nullptr, dispatch, finalizeSource, nullptr
 void joinLoop(__CFRunLoop &loop, __CFRunLoopTimer &timer) noexcept
 {
     CFRetain(&loop);
+    g_main_context_ref(loop.context);
     timer.loop = &loop;
     CFRetain(&timer);
     timer.next = loop.timers;
@@ -274,6 +276,8 @@ Leftovers::~Leftovers()
         release(info);
     releaseIfAny(timer);
     releaseIfAny(loop);
+    if (context != nullptr)
+        g_main_context_unref(context);
 }
 
 bool kiv::cf::isInMode(const __CFRunLoopTimer &timer, CFRunLoopMode mode) noexcept
@@ -305,6 +309,7 @@ void kiv::cf::leaveLoop(__CFRunLoopTimer &timer, Leftovers &leftovers) noexcept
 
     leftovers.timer = &timer; // the references that joinLoop took
     leftovers.loop = timer.loop;
+    leftovers.context = timer.loop->context;
     leftovers.source = timer.source;
     leftovers.modes = timer.modes;
     timer.loop = nullptr;

@@ -36,12 +36,12 @@ struct Run
 
 struct __CFRunLoop : kiv::cf::Object
 {
-    explicit __CFRunLoop(GMainContext *loopContext, CFIndex count = 1) noexcept; // has a reference to it
+    explicit __CFRunLoop(GMainContext *loopContext, CFIndex count = 1) noexcept;
 
-    GMainContext *const context;
-    __CFRunLoopTimer *timers = nullptr; // each retained, and each retains the loop while it is here
+    GMainContext *context; // a host's, which is not kept: null once it is gone. Else with a reference.
+    __CFRunLoopTimer *timers = nullptr; // each retained, and each retains loop and context while it is here
     kiv::cf::Run *run = nullptr;        // the innermost; none while GLib runs the context itself
-    __CFRunLoop *next = nullptr;        // of all loops but the main one
+    __CFRunLoop *next = nullptr;        // of all loops of hosts' contexts
 };
 
 struct __CFRunLoopTimer : kiv::cf::Object
@@ -78,6 +78,7 @@ struct Leftovers
 
     __CFRunLoopTimer *timer = nullptr;
     __CFRunLoop *loop = nullptr;
+    GMainContext *context = nullptr;
     GSource *source = nullptr;
     Mode *modes = nullptr;
     void (*release)(const void *info) = nullptr;
