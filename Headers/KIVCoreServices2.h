@@ -25,6 +25,8 @@
 #include "KIVCS2MemoryPool.h"
 #include "KIVCS2MultiBuffer.h"
 
+#include "KIVCS2Socket.h"
+
 #include "KIVCS2Dictionary.h"
 #include "KIVCS2JSON.h"
 
