@@ -326,7 +326,7 @@ KIVCS2Status kivCS2MultiBuffer_getUsage(KIVCS2MultiBuffer *_buffer, double *_usa
     const Hold hold{_buffer};
     // Kept: a count that cannot be read is a usage of 0.0, with success.
     if (KIVCS2_SUCCEEDED(hold.status()) && _buffer->m_count != 0)
-        *_usage = double{_buffer->m_usedList.m_count} / _buffer->m_count;
+        *_usage = static_cast<double>(_buffer->m_usedList.m_count) / _buffer->m_count;
     return KIVCS2STATUS_OK;
 }
 

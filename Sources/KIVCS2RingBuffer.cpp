@@ -5,6 +5,7 @@
 #include "Private/Copy.h"
 #include "Private/Log.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <ctime>
@@ -28,6 +29,58 @@ constexpr uint32_t kSmallestSize = 2;
 [[nodiscard]] uint32_t fetchableBytes(const KIVCS2RingBuffer &rb)
 {
     return rb.capacity - freeBytes(rb);
+}
+
+// What a store has behind it once its bytes are in: a ring that had `free` bytes free and got `size`.
+inline void settleHead(KIVCS2RingBuffer &rb, uint32_t free, uint32_t size)
+{
+    if (size < free)
+        return;
+    rb.head = rb.tail; // full: the oldest byte is the one after the newest
+    if (size > free)
+        rb.dataLost = 1;
+}
+
+// A store that is long or comes to the end of the storage. Apart, so that short ones keep no registers.
+[[gnu::noinline]] void storeAround(KIVCS2RingBuffer &rb, const void *data, uint32_t size, uint32_t free)
+{
+    const uint32_t room = distance(rb.tail, rb.buffer_end);
+    if (size < room)
+    {
+        kiv::copyBytes(rb.tail, data, size);
+        rb.tail += size;
+    }
+    else
+    {
+        kiv::copyBytes(rb.tail, data, room);
+        kiv::copyBytes(rb.buffer, static_cast<const uint8_t *>(data) + room, size - room);
+        rb.tail = rb.buffer + (size - room);
+        rb.circulating = 1;
+        rb.circulatedAtLeastOnce = 1;
+    }
+    settleHead(rb, free, size);
+}
+
+// Copies out of the storage from `position` on, going on at its start.
+void copyOut(const KIVCS2RingBuffer &rb, const uint8_t *position, void *outData, uint32_t size)
+{
+    const uint32_t ahead = std::min(size, distance(position, rb.buffer_end));
+    kiv::copyBytes(outData, position, ahead);
+    kiv::copyBytes(static_cast<uint8_t *>(outData) + ahead, rb.buffer, size - ahead);
+}
+
+// A fetch that is long or comes to the end of the storage.
+[[gnu::noinline]] void fetchAround(KIVCS2RingBuffer &rb, void *outData, uint32_t size)
+{
+    const uint32_t ahead = distance(rb.head, rb.buffer_end);
+    copyOut(rb, rb.head, outData, size);
+    if (size < ahead)
+    {
+        rb.head += size;
+        return;
+    }
+    rb.head = rb.buffer + (size - ahead);
+    rb.circulating = 0;
 }
 
 void sleepFor(uint32_t microseconds)
@@ -78,33 +131,23 @@ KIVCS2Status kivCS2RingBuffer_store(KIVCS2RingBuffer *rb, const void *data, uint
     if (free < size && rb->opMode == KIVCS2RingBufferOpMode_Reject)
         return KIVCS2STATUS_OVERFLOW_ERR;
 
-    const uint32_t room = distance(rb->tail, rb->buffer_end);
-    if (size < room)
+    if (size <= kiv::kShortCopy && size < distance(rb->tail, rb->buffer_end)) [[likely]]
     {
-        kiv::copyBytes(rb->tail, data, size);
+        kiv::copyShort(rb->tail, data, size);
         rb->tail += size;
+        settleHead(*rb, free, size);
     }
     else
-    {
-        const uint32_t rest = size - room;
-        kiv::copyBytes(rb->tail, data, room);
-        kiv::copyBytes(rb->buffer, static_cast<const uint8_t *>(data) + room, rest);
-        rb->tail = rb->buffer + rest;
-        rb->circulating = 1;
-        rb->circulatedAtLeastOnce = 1;
-    }
-    if (size >= free)
-    {
-        rb->head = rb->tail; // full: the oldest byte is the one after the newest
-        if (size > free)
-            rb->dataLost = 1;
-    }
+        storeAround(*rb, data, size, free);
     return KIVCS2STATUS_OK;
 }
 
 KIVCS2Status kivCS2RingBuffer_storeKeepTrying(KIVCS2RingBuffer *rb, const void *data, uint32_t size,
                                               uint32_t microseconds)
 {
+    KIV_CHECK(rb);
+    KIV_CHECK(data);
+
     for (;;)
     {
         const KIVCS2Status status = kivCS2RingBuffer_store(rb, data, size);
@@ -127,18 +170,13 @@ KIVCS2Status kivCS2RingBuffer_fetch(KIVCS2RingBuffer *rb, void *outData, uint32_
     if (fetchableBytes(*rb) < size)
         return KIVCS2STATUS_NO_DATA_ERR;
 
-    const uint32_t ahead = distance(rb->head, rb->buffer_end);
-    if (size < ahead)
+    if (size <= kiv::kShortCopy && size < distance(rb->head, rb->buffer_end)) [[likely]]
     {
-        kiv::copyBytes(outData, rb->head, size);
+        kiv::copyShort(outData, rb->head, size);
         rb->head += size;
-        return KIVCS2STATUS_OK;
     }
-    const uint32_t rest = size - ahead;
-    kiv::copyBytes(outData, rb->head, ahead);
-    kiv::copyBytes(static_cast<uint8_t *>(outData) + ahead, rb->buffer, rest);
-    rb->head = rb->buffer + rest;
-    rb->circulating = 0;
+    else
+        fetchAround(*rb, outData, size);
     return KIVCS2STATUS_OK;
 }
 
@@ -160,17 +198,9 @@ KIVCS2Status kivCS2RingBuffer_readDataAtOffset(const KIVCS2RingBuffer *rb, void 
         if (distance(rb->head, rb->tail) < end)
             return KIVCS2STATUS_NO_DATA_ERR;
     }
-    const uint32_t untilEnd = distance(position, rb->buffer_end);
-    position = offset < untilEnd ? position + offset : rb->buffer + (offset - untilEnd);
-
     const uint32_t ahead = distance(position, rb->buffer_end);
-    if (size <= ahead)
-    {
-        kiv::copyBytes(outData, position, size);
-        return KIVCS2STATUS_OK;
-    }
-    kiv::copyBytes(outData, position, ahead);
-    kiv::copyBytes(static_cast<uint8_t *>(outData) + ahead, rb->buffer, size - ahead);
+    position = offset < ahead ? position + offset : rb->buffer + (offset - ahead);
+    copyOut(*rb, position, outData, size);
     return KIVCS2STATUS_OK;
 }
 

@@ -23,6 +23,7 @@ void addRateCommand(CLI::App &app, Context &context);
 void addChecksumCommand(CLI::App &app, Context &context);
 void addTextCommand(CLI::App &app, Context &context);
 void addJSONCommand(CLI::App &app, Context &context);
+void addSharedMemoryCommand(CLI::App &app, Context &context);
 void addStatusCommand(CLI::App &app, Context &context);
 
 } // namespace tool

@@ -44,6 +44,7 @@ int run(int argc, char **argv)
     tool::addChecksumCommand(app, context);
     tool::addTextCommand(app, context);
     tool::addJSONCommand(app, context);
+    tool::addSharedMemoryCommand(app, context);
     tool::addStatusCommand(app, context);
 
     try

@@ -1,0 +1,87 @@
+// Multi-buffers when memory runs out: the documented status, nothing lost, and the record goes on working.
+#include "FailingAllocator.h"
+
+#include <KIVCoreServices2/KIVCS2MultiBuffer.h>
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace
+{
+using kiv::test::allocationFailed;
+using kiv::test::forEachAllocation;
+
+constexpr uint32_t kCount = 3;
+
+KIVCS2Status wanted()
+{
+    return allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK;
+}
+
+TEST(MultiBuffer, AnInitThatFailsLeavesNothing)
+{
+    for (const bool isFreed : {false, true})
+        EXPECT_EQ(forEachAllocation(
+                      [isFreed](size_t)
+                      {
+                          KIVCS2MultiBuffer buffer{};
+                          const KIVCS2Status status =
+                              kivCS2MultiBuffer_init(&buffer, kCount, KIVCS2MultiBufferFlags_ThreadSafe);
+                          EXPECT_EQ(status, wanted());
+                          EXPECT_EQ(buffer.m_count, allocationFailed() ? 0 : kCount);
+                          EXPECT_EQ(buffer.m_buffers == nullptr, allocationFailed());
+                          if (isFreed || !allocationFailed())
+                          {
+                              EXPECT_EQ(kivCS2MultiBuffer_free(&buffer), KIVCS2STATUS_OK);
+                          }
+                      }),
+                  kCount + 1);
+}
+
+// One growing buffer, a resize and a compaction, each of which may fail; entry 0 is in use all along.
+TEST(MultiBuffer, GrowthResizeAndCompactionFailAlone)
+{
+    const size_t allocations = forEachAllocation(
+        [](size_t index)
+        {
+            kiv::test::allowAllocations();
+            KIVCS2MultiBuffer buffer{};
+            void *held = nullptr;
+            ASSERT_EQ(kivCS2MultiBuffer_init(&buffer, kCount, KIVCS2MultiBufferFlags_ThreadSafe),
+                      KIVCS2STATUS_OK);
+            ASSERT_EQ(kivCS2MultiBuffer_allocateBuffer(&buffer, 0, &held), KIVCS2STATUS_OK);
+            kiv::test::failAllocation(index);
+
+            void *data = nullptr;
+            EXPECT_EQ(kivCS2MultiBuffer_allocateBuffer(&buffer, 100, &data),
+                      index == 0 ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            EXPECT_EQ(data, index == 0 ? nullptr : buffer.m_buffers[1].m_mem_ptr.m_buffer);
+            EXPECT_EQ(buffer.m_usedList.m_count, index == 0 ? 1u : 2u);
+            // Kept: the search has moved on, though entry 1 is free.
+            void *next = nullptr;
+            EXPECT_EQ(kivCS2MultiBuffer_allocateBuffer(&buffer, 0, &next), KIVCS2STATUS_OK);
+            EXPECT_EQ(next, buffer.m_buffers[2].m_mem_ptr.m_buffer);
+            EXPECT_EQ(kivCS2MultiBuffer_releaseBuffer(&buffer, next, nullptr), KIVCS2STATUS_OK);
+
+            // The array and two blocks.
+            const bool isRefused = index >= 1 && index <= 3;
+            EXPECT_EQ(kivCS2MultiBuffer_resize(&buffer, kCount + 2),
+                      isRefused ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            EXPECT_EQ(buffer.m_count, isRefused ? kCount : kCount + 2);
+            EXPECT_TRUE(kivCS2LinkList_checkValid(&buffer.m_usedList));
+            EXPECT_EQ(buffer.m_buffers[0].m_mem_ptr.m_buffer, held);
+            EXPECT_EQ(kivCS2MultiBuffer_resize(&buffer, kCount),
+                      index == 4 ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            if (data != nullptr)
+            {
+                EXPECT_EQ(kivCS2MultiBuffer_releaseBuffer(&buffer, data, nullptr), KIVCS2STATUS_OK);
+            }
+            const KIVCS2Status status = kivCS2MultiBuffer_compact(&buffer);
+            EXPECT_EQ(status, index > 4 ? wanted() : KIVCS2STATUS_OK);
+            EXPECT_EQ(buffer.m_usedList.m_count, 1u);
+            EXPECT_EQ(kivCS2MultiBuffer_free(&buffer), KIVCS2STATUS_OK);
+        });
+    EXPECT_EQ(allocations, 1u + 3 + 1 + 2);
+}
+} // namespace

@@ -1,0 +1,60 @@
+// System V segments of a test, gone with it however it ends: the program moves into an IPC namespace of
+// its own, which the kernel clears when the last process in it is gone, after a kill as well. Where
+// namespaces are refused, a guardian process outlives the test and removes the keys of its range.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+namespace kiv::test
+{
+constexpr uint32_t kOwnKeys = 64;
+
+class OwnIPC
+{
+public:
+    OwnIPC() : m_firstKey(0x4B000000u + static_cast<uint32_t>(getpid()) % 0x40000u * kOwnKeys)
+    {
+        // A plain user may have a namespace together with one of users.
+        if (unshare(CLONE_NEWIPC) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0)
+            startGuardian();
+    }
+
+    // One of the keys that are this run's alone.
+    [[nodiscard]] uint32_t key(uint32_t index) const
+    {
+        if (index >= kOwnKeys)
+            std::abort();
+        return m_firstKey + index;
+    }
+
+private:
+    void startGuardian() const
+    {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) // no program that the test starts keeps the guardian waiting
+            std::abort();
+        const pid_t guardian = fork();
+        if (guardian < 0)
+            std::abort();
+        close(ends[guardian == 0 ? 1 : 0]); // the test keeps its end open until it ends
+        if (guardian != 0)
+            return;
+        setsid(); // a signal to the test's group is not for the guardian
+        char byte = 0;
+        while (read(ends[0], &byte, 1) > 0)
+        {
+        }
+        for (uint32_t index = 0; index < kOwnKeys; ++index)
+            if (const int id = shmget(static_cast<key_t>(key(index)), 0, 0); id >= 0)
+                (void)shmctl(id, IPC_RMID, nullptr);
+        _exit(0);
+    }
+
+    uint32_t m_firstKey;
+};
+} // namespace kiv::test

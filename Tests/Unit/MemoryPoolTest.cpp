@@ -1,0 +1,245 @@
+// Memory pools: the order of reuse, zeros, objects of the heap, callbacks, and many threads.
+#include <KIVCoreServices2/KIVCS2MemoryPool.h>
+
+#include "ArgumentCheck.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+namespace
+{
+static_assert(offsetof(KIVCS2MemoryPool, m_storage) == 0);
+static_assert(offsetof(KIVCS2MemoryPool, m_storageEnd) == 8);
+static_assert(offsetof(KIVCS2MemoryPool, m_poolSize) == 16);
+static_assert(offsetof(KIVCS2MemoryPool, m_objectSize) == 20);
+static_assert(offsetof(KIVCS2MemoryPool, m_externalObjects) == 24);
+static_assert(offsetof(KIVCS2MemoryPool, m_allowExternal) == 28);
+static_assert(offsetof(KIVCS2MemoryPool, m_objects) == 32);
+static_assert(offsetof(KIVCS2MemoryPool, m_mutex) == 56);
+static_assert(offsetof(KIVCS2MemoryPool, m_allocFunc) == 56 + sizeof(KIVCS2Mutex));
+static_assert(offsetof(KIVCS2MemoryPool, m_freeFunc) == 64 + sizeof(KIVCS2Mutex));
+
+constexpr uint32_t kSize = 64; // bytes of an object
+
+struct Sample
+{
+    KIVCS2MemoryPool pool{};
+
+    explicit Sample(uint32_t count, uint32_t allowExternal = 0, KIVCS2MemoryPoolAllocFunc allocFunc = nullptr,
+                    KIVCS2MemoryPoolFreeFunc freeFunc = nullptr)
+    {
+        EXPECT_EQ(kivCS2MemoryPool_init(&pool, count, kSize, allowExternal, allocFunc, freeFunc),
+                  KIVCS2STATUS_OK);
+        EXPECT_EQ(pool.m_storageEnd - pool.m_storage, kSize * count);
+    }
+    ~Sample()
+    {
+        EXPECT_TRUE(kivCS2LinkList_checkValid(&pool.m_objects));
+        EXPECT_EQ(kivCS2MemoryPool_free(&pool), KIVCS2STATUS_OK);
+        EXPECT_EQ(pool.m_storage, nullptr);
+        EXPECT_EQ(kivCS2MemoryPool_free(&pool), KIVCS2STATUS_OK);
+    }
+    Sample(const Sample &) = delete;
+    Sample &operator=(const Sample &) = delete;
+
+    void *take(KIVCS2Status wanted = KIVCS2STATUS_OK)
+    {
+        void *object = this;
+        EXPECT_EQ(kivCS2MemoryPool_allocObject(&pool, &object), wanted);
+        return object;
+    }
+    void giveBack(void *object)
+    {
+        std::memset(object, 0xee, kSize);
+        EXPECT_EQ(kivCS2MemoryPool_freeObject(&pool, object), KIVCS2STATUS_OK);
+    }
+};
+
+bool isZero(const void *object)
+{
+    const auto *bytes = static_cast<const uint8_t *>(object);
+    return std::all_of(bytes, bytes + kSize, [](uint8_t byte) { return byte == 0; });
+}
+
+TEST(MemoryPool, ObjectsAreZeroAndTheOneReturnedLongestAgoComesFirst)
+{
+    Sample sample{3};
+    void *objects[3];
+    for (uint32_t index = 0; index < 3; ++index)
+    {
+        objects[index] = sample.take();
+        EXPECT_EQ(objects[index], sample.pool.m_storage + index * kSize);
+        EXPECT_TRUE(isZero(objects[index]));
+    }
+    EXPECT_EQ(sample.take(KIVCS2STATUS_MEMORY_ERR), nullptr);
+    for (const size_t index : {1u, 2u, 0u})
+        sample.giveBack(objects[index]);
+    for (const size_t index : {1u, 2u, 0u})
+    {
+        EXPECT_EQ(sample.take(), objects[index]);
+        EXPECT_TRUE(isZero(objects[index]));
+    }
+    for (void *object : objects)
+        sample.giveBack(object);
+}
+
+TEST(MemoryPool, TheHeapFollowsWhereItIsAllowed)
+{
+    Sample sample{1, 7};
+    void *inside = sample.take();
+    void *first = sample.take();
+    void *second = sample.take();
+    EXPECT_EQ(sample.pool.m_externalObjects, 2u);
+    EXPECT_EQ(sample.pool.m_objects.m_count, 0u);
+    sample.giveBack(first);
+    EXPECT_EQ(sample.pool.m_externalObjects, 1u);
+    sample.giveBack(inside);
+    EXPECT_EQ(sample.take(), inside); // the block comes first again
+    sample.giveBack(inside);
+    sample.giveBack(second);
+    EXPECT_EQ(sample.pool.m_externalObjects, 0u);
+}
+
+// What the callbacks saw: they have no context of their own.
+struct Seen
+{
+    Sample *sample = nullptr;
+    std::vector<int> bytes; // the first of each object
+    KIVCS2Status answer = KIVCS2STATUS_OK;
+} g_seen;
+
+// Uses the pool, as it runs outside the lock.
+KIVCS2Status makeObject(void *object)
+{
+    g_seen.bytes.push_back(*static_cast<uint8_t *>(object));
+    void *other = g_seen.sample->pool.m_objects.m_next;
+    if (other != nullptr)
+    {
+        g_seen.sample->pool.m_allocFunc = nullptr;
+        g_seen.sample->giveBack(g_seen.sample->take());
+        g_seen.sample->pool.m_allocFunc = makeObject;
+    }
+    *static_cast<uint8_t *>(object) = 42;
+    return g_seen.answer;
+}
+
+void clearObject(void *object)
+{
+    g_seen.bytes.push_back(*static_cast<uint8_t *>(object));
+}
+
+TEST(MemoryPool, CallbacksSeeTheObjectAndAFailingOneLeavesItWithTheCaller)
+{
+    Sample sample{2, 0, makeObject, clearObject};
+    g_seen = {&sample, {}, 5u}; // not a failure, and handed on
+    void *object = sample.take(5u);
+    EXPECT_EQ(*static_cast<uint8_t *>(object), 42);
+    for (const KIVCS2Status failure : {KIVCS2STATUS_MEMORY_ERR, KIVCS2STATUS_ERR})
+    {
+        g_seen.answer = failure;
+        EXPECT_EQ(kivCS2MemoryPool_freeObject(&sample.pool, object), KIVCS2STATUS_OK);
+        object = sample.take(failure);
+        ASSERT_NE(object, nullptr);
+        EXPECT_EQ(sample.pool.m_objects.m_count, 1u);
+    }
+    EXPECT_EQ(kivCS2MemoryPool_freeObject(&sample.pool, object), KIVCS2STATUS_OK);
+    // Made, returned by the callback's own use (0xee), then our return (42), three times over.
+    EXPECT_EQ(g_seen.bytes, (std::vector<int>{0, 0xee, 42, 0, 0xee, 42, 0, 0xee, 42}));
+}
+
+// At the end every object is back, and none was with two threads: each had it all zeros.
+TEST(MemoryPool, ManyThreadsTakeAndReturn)
+{
+    Sample sample{4, 1};
+    const auto work = [&](int mark)
+    {
+        for (int round = 0; round < 10000; ++round)
+        {
+            void *objects[3];
+            for (void *&object : objects)
+            {
+                ASSERT_EQ(kivCS2MemoryPool_allocObject(&sample.pool, &object), KIVCS2STATUS_OK);
+                const bool isOfBlock = object >= sample.pool.m_storage && object < sample.pool.m_storageEnd;
+                ASSERT_TRUE(!isOfBlock || isZero(object));
+                std::memset(object, mark, kSize);
+            }
+            for (void *object : objects)
+            {
+                ASSERT_EQ(static_cast<uint8_t *>(object)[kSize - 1], mark);
+                ASSERT_EQ(kivCS2MemoryPool_freeObject(&sample.pool, object), KIVCS2STATUS_OK);
+            }
+        }
+    };
+    std::vector<std::thread> threads;
+    for (const int mark : {1, 2, 3, 4})
+        threads.emplace_back(work, mark);
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(sample.pool.m_externalObjects, 0u);
+    EXPECT_EQ(sample.pool.m_objects.m_count, 4u);
+}
+
+TEST(MemoryPool, ABlockBeyondTheMachineIsRefused)
+{
+    // 2^62 bytes: in 32 bits the product would be 0.
+    KIVCS2MemoryPool pool{};
+    EXPECT_EQ(kivCS2MemoryPool_init(&pool, 0x80000000u, 0x80000000u, 0, nullptr, nullptr),
+              KIVCS2STATUS_MEMORY_ERR);
+    EXPECT_EQ(pool.m_poolSize, 0u);
+    EXPECT_EQ(kivCS2MemoryPool_free(&pool), KIVCS2STATUS_OK);
+}
+
+TEST(MemoryPool, MistakesAreRefused)
+{
+    Sample sample{1, 1};
+    KIVCS2MemoryPool *pool = &sample.pool;
+    KIVCS2MemoryPool other{};
+    void *object = nullptr;
+    constexpr KIVCS2Status kParam = KIVCS2STATUS_PARAM_ERR;
+    kiv::test::expectAllRefused({
+        KIV_REFUSES(kParam, kivCS2MemoryPool_init, "pool", nullptr, 1, kSize, 0, nullptr, nullptr),
+        KIV_REFUSES(kParam, kivCS2MemoryPool_init, "poolSize > 0", &other, 0, kSize, 0, nullptr, nullptr),
+        KIV_REFUSES(kParam, kivCS2MemoryPool_init, "objectSize > 0", &other, 1, 0, 0, nullptr, nullptr),
+        KIV_REFUSES(kParam, kivCS2MemoryPool_allocObject, "pool", nullptr, &object),
+        KIV_REFUSES(kParam, kivCS2MemoryPool_allocObject, "object", pool, nullptr),
+        KIV_REFUSES(kParam, kivCS2MemoryPool_freeObject, "pool", nullptr, pool),
+        KIV_REFUSES(kParam, kivCS2MemoryPool_freeObject, "object", pool, nullptr),
+        KIV_REFUSES(kParam, kivCS2MemoryPool_free, "pool", nullptr),
+        {"kivCS2Mutex_lock", "mutex->m_valid", kParam,
+         KIV_CALL(kivCS2MemoryPool_allocObject(&other, &object))},
+    });
+    EXPECT_EQ(object, nullptr);
+}
+
+TEST(MemoryPool, FreeReportsObjectsThatAreOutByAssertionsAlone)
+{
+    Sample sample{1, 1};
+    void *inside = sample.take();
+    kiv::test::expectRefused(KIV_REFUSES(KIVCS2STATUS_OK, kivCS2MemoryPool_free,
+                                         "pool->m_objects.m_count == pool->m_poolSize", &sample.pool));
+#ifndef NDEBUG
+    sample.giveBack(inside);
+#endif
+    KIVCS2MemoryPool other{};
+    void *objects[2]{};
+    ASSERT_EQ(kivCS2MemoryPool_init(&other, 1, kSize, 1, nullptr, nullptr), KIVCS2STATUS_OK);
+    for (void *&object : objects)
+        ASSERT_EQ(kivCS2MemoryPool_allocObject(&other, &object), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2MemoryPool_freeObject(&other, objects[0]), KIVCS2STATUS_OK);
+    kiv::test::expectRefused(
+        KIV_REFUSES(KIVCS2STATUS_OK, kivCS2MemoryPool_free, "pool->m_externalObjects == 0", &other));
+#ifdef NDEBUG
+    std::free(objects[1]); // outlives its pool
+    static_cast<void>(inside);
+#else
+    EXPECT_EQ(kivCS2MemoryPool_freeObject(&other, objects[1]), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2MemoryPool_free(&other), KIVCS2STATUS_OK);
+#endif
+}
+} // namespace

@@ -1,0 +1,388 @@
+// Multi-buffers: whose turn it is, what a buffer keeps, resizing, ranges, the lock, and many threads.
+#include <KIVCoreServices2/KIVCS2MultiBuffer.h>
+
+#include "ArgumentCheck.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <latch>
+#include <limits>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace
+{
+static_assert(offsetof(KIVCS2BufferEntry, m_link) == 0);
+static_assert(offsetof(KIVCS2BufferEntry, m_mem_ptr) == 24);
+static_assert(sizeof(KIVCS2BufferEntry) == 40);
+static_assert(offsetof(KIVCS2MultiBuffer, m_usedList) == 0);
+static_assert(offsetof(KIVCS2MultiBuffer, m_mutex) == 24);
+static_assert(offsetof(KIVCS2MultiBuffer, m_lastIndex) == 24 + sizeof(KIVCS2Mutex));
+static_assert(offsetof(KIVCS2MultiBuffer, m_count) == 28 + sizeof(KIVCS2Mutex));
+static_assert(offsetof(KIVCS2MultiBuffer, m_flags) == 32 + sizeof(KIVCS2Mutex));
+static_assert(offsetof(KIVCS2MultiBuffer, m_buffers) == 40 + sizeof(KIVCS2Mutex));
+
+constexpr uint32_t kNoBuffer = KIVCS2STATUS_NO_BUFFER_ERR;
+
+// A multi-buffer that answers with indices.
+struct Sample
+{
+    KIVCS2MultiBuffer record{};
+
+    explicit Sample(uint32_t count, KIVCS2MultiBufferFlags flags = KIVCS2MultiBufferFlags_ThreadSafe)
+    {
+        EXPECT_EQ(kivCS2MultiBuffer_init(&record, count, flags), KIVCS2STATUS_OK);
+        EXPECT_EQ(record.m_mutex.m_valid, flags & 1u);
+    }
+    ~Sample()
+    {
+        EXPECT_EQ(kivCS2MultiBuffer_free(&record), KIVCS2STATUS_OK);
+        EXPECT_EQ(record.m_buffers, nullptr);
+        EXPECT_EQ(kivCS2MultiBuffer_free(&record), KIVCS2STATUS_OK);
+    }
+    Sample(const Sample &) = delete;
+    Sample &operator=(const Sample &) = delete;
+
+    void *data(uint32_t index) const
+    {
+        return record.m_buffers[index].m_mem_ptr.m_buffer;
+    }
+    // The index of the entry handed out, or the status.
+    uint32_t allocate(uint32_t size = 16)
+    {
+        void *buffer = nullptr;
+        const KIVCS2Status status = kivCS2MultiBuffer_allocateBuffer(&record, size, &buffer);
+        return KIVCS2_FAILED(status) ? status : indexOf(buffer);
+    }
+    uint32_t allocateBetween(int32_t first, int32_t last)
+    {
+        void *buffer = nullptr;
+        const KIVCS2Status status =
+            kivCS2MultiBuffer_allocateAvailableBuffer(&record, 16, first, last, &buffer);
+        return KIVCS2_FAILED(status) ? status : indexOf(buffer);
+    }
+    uint32_t indexOf(const void *buffer)
+    {
+        int32_t index = -1;
+        KIVCS2BufferEntry *entry = nullptr;
+        EXPECT_EQ(kivCS2MultiBuffer_findEntryByMemPtr(&record, buffer, &index, &entry), KIVCS2STATUS_OK);
+        EXPECT_EQ(entry, &record.m_buffers[index]);
+        return static_cast<uint32_t>(index);
+    }
+    void release(uint32_t index)
+    {
+        int32_t released = -1;
+        EXPECT_EQ(kivCS2MultiBuffer_releaseBuffer(&record, data(index), &released), KIVCS2STATUS_OK);
+        EXPECT_EQ(released, static_cast<int32_t>(index));
+    }
+    uint32_t used()
+    {
+        uint32_t count = 99;
+        EXPECT_EQ(kivCS2MultiBuffer_getUsedCount(&record, &count), KIVCS2STATUS_OK);
+        return count;
+    }
+    double usage()
+    {
+        double share = 99;
+        EXPECT_EQ(kivCS2MultiBuffer_getUsage(&record, &share), KIVCS2STATUS_OK);
+        return share;
+    }
+    // The indices of the entries in use, oldest first; they are free afterwards.
+    std::vector<uint32_t> takeHeads()
+    {
+        std::vector<uint32_t> order;
+        KIVCS2BufferEntry *entry = nullptr;
+        while (kivCS2MultiBuffer_getHeadEntry(&record, &entry, 1) == KIVCS2STATUS_OK)
+            order.push_back(static_cast<uint32_t>(entry - record.m_buffers));
+        return order;
+    }
+};
+using Order = std::vector<uint32_t>;
+
+TEST(MultiBuffer, GoesRoundAndStartsAnewWhenNoneIsFree)
+{
+    Sample sample{3};
+    for (const uint32_t wanted : {0u, 1u, 2u, kNoBuffer})
+        EXPECT_EQ(sample.allocate(), wanted);
+    sample.release(1);
+    EXPECT_EQ(sample.allocate(), 1u);
+    sample.release(2);
+    sample.release(0);
+    EXPECT_EQ(sample.allocate(), 2u); // behind 1, though 0 is free as well
+    EXPECT_EQ(sample.allocate(), 0u); // and round
+    EXPECT_EQ(sample.allocate(), kNoBuffer);
+    for (const uint32_t index : {0u, 1u, 2u})
+        sample.release(index);
+    EXPECT_EQ(sample.allocate(), 0u); // after a search that found none
+
+    Sample empty{0, KIVCS2MultiBufferFlags_None};
+    EXPECT_EQ(empty.allocate(), kNoBuffer);
+    EXPECT_EQ(empty.usage(), 0.0);
+}
+
+TEST(MultiBuffer, BuffersKeepTheirMemoryUntilCompacted)
+{
+    Sample sample{2};
+    EXPECT_EQ(sample.allocate(1000), 0u);
+    void *const data = sample.data(0);
+    sample.release(0);
+    EXPECT_EQ(sample.allocateBetween(0, 0), 0u);
+    EXPECT_EQ(sample.data(0), data);
+    EXPECT_EQ(sample.record.m_buffers[0].m_mem_ptr.m_allocated, 1000u);
+
+    EXPECT_EQ(sample.allocate(2000), 1u);
+    sample.release(1);
+    EXPECT_EQ(kivCS2MultiBuffer_compact(&sample.record), KIVCS2STATUS_OK);
+    EXPECT_EQ(sample.record.m_buffers[0].m_mem_ptr.m_allocated, 1000u); // in use
+    EXPECT_EQ(sample.data(0), data);
+    EXPECT_EQ(sample.record.m_buffers[1].m_mem_ptr.m_allocated, 4u);
+}
+
+TEST(MultiBuffer, TheHeadIsTheOldestAndOnlyOneTakesItOff)
+{
+    Sample sample{3};
+    KIVCS2BufferEntry *entry = nullptr;
+    EXPECT_EQ(kivCS2MultiBuffer_getHeadEntry(&sample.record, &entry, 1), KIVCS2STATUS_NO_ENTRY_ERR);
+    for (const uint32_t wanted : {0u, 1u, 2u})
+        EXPECT_EQ(sample.allocate(), wanted);
+    sample.release(0);
+    EXPECT_EQ(sample.allocate(), 0u); // now the youngest
+    for (const int32_t remove : {0, 2, -1})
+    {
+        EXPECT_EQ(kivCS2MultiBuffer_getHeadEntry(&sample.record, &entry, remove), KIVCS2STATUS_OK);
+        EXPECT_EQ(entry, &sample.record.m_buffers[1]);
+    }
+    EXPECT_EQ(sample.used(), 3u);
+    EXPECT_EQ(kivCS2MultiBuffer_getHeadEntry(&sample.record, &entry, 1), KIVCS2STATUS_OK);
+    EXPECT_EQ(sample.used(), 2u);
+    EXPECT_DOUBLE_EQ(sample.usage(), 2.0 / 3);
+    EXPECT_EQ(sample.allocate(), 1u);
+    EXPECT_EQ(sample.takeHeads(), (Order{2, 0, 1}));
+}
+
+TEST(MultiBuffer, UnknownPointersChangeNothing)
+{
+    Sample sample{2};
+    EXPECT_EQ(sample.indexOf(sample.data(1)), 1u); // a free one is found too
+    EXPECT_EQ(sample.allocate(), 0u);
+    int32_t index = 77;
+    KIVCS2BufferEntry *entry = nullptr;
+    const void *inside = static_cast<char *>(sample.data(0)) + 1;
+    EXPECT_EQ(kivCS2MultiBuffer_releaseBuffer(&sample.record, inside, &index), KIVCS2STATUS_NO_ENTRY_ERR);
+    EXPECT_EQ(kivCS2MultiBuffer_findEntryByMemPtr(&sample.record, &index, &index, &entry),
+              KIVCS2STATUS_NO_ENTRY_ERR);
+    EXPECT_EQ(index, 77);
+    EXPECT_EQ(entry, nullptr);
+    EXPECT_EQ(sample.used(), 1u);
+    EXPECT_EQ(kivCS2MultiBuffer_releaseBuffer(&sample.record, sample.data(0), nullptr), KIVCS2STATUS_OK);
+    EXPECT_EQ(sample.used(), 0u);
+    kiv::test::expectRefused(KIV_REFUSES(KIVCS2STATUS_OK, kivCS2MultiBuffer_releaseBuffer,
+                                         "((buf)->m_link.m_list != ((void*)0))", &sample.record,
+                                         sample.data(0), nullptr));
+    EXPECT_EQ(sample.used(), 0u);
+}
+
+TEST(MultiBuffer, AResizeKeepsWhatIsInUseAndOrdersByIndex)
+{
+    Sample sample{4};
+    for (const uint32_t size : {100u, 200u, 300u})
+        (void)sample.allocate(size);
+    std::memset(sample.data(2), 0x5a, 300);
+    sample.release(0);
+    EXPECT_EQ(sample.allocate(), 3u);
+    EXPECT_EQ(sample.allocate(), 0u); // in use by age: 1, 2, 3, 0
+    sample.release(1);
+    void *const data = sample.data(2);
+
+    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 6), KIVCS2STATUS_OK);
+    EXPECT_EQ(sample.record.m_count, 6u);
+    EXPECT_TRUE(kivCS2LinkList_checkValid(&sample.record.m_usedList));
+    EXPECT_EQ(sample.indexOf(data), 2u);
+    EXPECT_EQ(static_cast<uint8_t *>(data)[299], 0x5a);
+    for (const uint32_t wanted : {1u, 4u, 5u, kNoBuffer}) // from the start again
+        EXPECT_EQ(sample.allocate(), wanted);
+
+    // Entries 4 and 5 are in use: the one that would fall away refuses.
+    sample.release(5);
+    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 3), KIVCS2STATUS_STATE_ERR);
+    EXPECT_EQ(sample.record.m_count, 6u);
+    EXPECT_EQ(sample.used(), 5u);
+    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 5), KIVCS2STATUS_OK);
+    EXPECT_EQ(sample.data(2), data);
+    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 5), KIVCS2STATUS_OK);
+    EXPECT_EQ(sample.takeHeads(), (Order{0, 1, 2, 3, 4}));
+    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 0), KIVCS2STATUS_OK);
+    EXPECT_EQ(sample.allocate(), kNoBuffer);
+    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 1), KIVCS2STATUS_OK);
+    EXPECT_EQ(sample.allocate(), 0u);
+    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 0xffffffffu), KIVCS2STATUS_MEMORY_ERR);
+    EXPECT_EQ(sample.used(), 1u);
+}
+
+TEST(MultiBuffer, RangesStayInTheTable)
+{
+    Sample sample{4};
+    EXPECT_EQ(sample.allocateBetween(1, 2), 1u);
+    EXPECT_EQ(sample.allocateBetween(1, 2), 2u);
+    EXPECT_EQ(sample.allocate(), 3u); // goes on behind it
+    EXPECT_EQ(sample.allocateBetween(1, 2), kNoBuffer);
+    EXPECT_EQ(sample.allocate(), 0u);
+    for (const uint32_t index : {0u, 1u, 2u, 3u})
+        sample.release(index);
+
+    struct Case
+    {
+        int32_t first;
+        int32_t last;
+        const char *text;
+        uint32_t answer; // without assertions
+    };
+    constexpr int32_t kLeast = std::numeric_limits<int32_t>::min();
+    constexpr int32_t kMost = std::numeric_limits<int32_t>::max();
+    const Case cases[] = {
+        {2, 1, "_s_idx <= _e_idx", kNoBuffer},
+        {kMost, kLeast, "_s_idx <= _e_idx", kNoBuffer},
+        {-1, 1, "(_s_idx >=0) && (_s_idx < _buffer->m_count)", 0},
+        {kLeast, -1, "(_s_idx >=0) && (_s_idx < _buffer->m_count)", kNoBuffer},
+        {4, 4, "(_s_idx >=0) && (_s_idx < _buffer->m_count)", kNoBuffer},
+        {kMost, kMost, "(_s_idx >=0) && (_s_idx < _buffer->m_count)", kNoBuffer},
+        {3, kMost, "(_e_idx >=0) && (_e_idx < _buffer->m_count)", 3},
+    };
+    for (const Case &c : cases)
+    {
+        kiv::test::expectRefused({"kivCS2MultiBuffer_allocateAvailableBuffer", c.text, c.answer,
+                                  KIV_CALL(sample.allocateBetween(c.first, c.last))});
+        sample.takeHeads();
+    }
+}
+
+TEST(MultiBuffer, TheLockIsHeldAroundSeveralCallsAndWaitedFor)
+{
+    Sample sample{2};
+    EXPECT_EQ(kivCS2MultiBuffer_lock(&sample.record), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2MultiBuffer_lock(&sample.record), KIVCS2STATUS_OK);
+    EXPECT_EQ(sample.allocateBetween(0, 1), 0u);
+    EXPECT_EQ(kivCS2MultiBuffer_waitUnlock(&sample.record), KIVCS2STATUS_OK); // its own hold
+    EXPECT_EQ(kivCS2MultiBuffer_unlock(&sample.record), KIVCS2STATUS_OK);
+    std::atomic<bool> letGo{false};
+    std::latch tried{1};
+    std::thread waiting{[&]
+                        {
+                            EXPECT_EQ(kivCS2Mutex_tryLock(&sample.record.m_mutex),
+                                      KIVCS2STATUS_MUTEX_BUSY_ERR);
+                            tried.count_down();
+                            EXPECT_EQ(kivCS2MultiBuffer_waitUnlock(&sample.record), KIVCS2STATUS_OK);
+                            EXPECT_TRUE(letGo.load());
+                        }};
+    tried.wait();
+    letGo.store(true);
+    EXPECT_EQ(kivCS2MultiBuffer_unlock(&sample.record), KIVCS2STATUS_OK);
+    waiting.join();
+
+    Sample plain{1, 2}; // an unknown bit is none
+    for (const auto call : {kivCS2MultiBuffer_lock, kivCS2MultiBuffer_unlock, kivCS2MultiBuffer_waitUnlock})
+        EXPECT_EQ(call(&plain.record), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2MultiBuffer_lock(nullptr), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(kivCS2MultiBuffer_unlock(nullptr), KIVCS2STATUS_PARAM_ERR);
+}
+
+TEST(MultiBuffer, AFreeThatFailsKeepsTheLock)
+{
+    Sample sample{0};
+    sample.record.m_count = 1; // of an array that is not there
+    KIVCS2BufferEntry *const entries = std::exchange(sample.record.m_buffers, nullptr);
+    kiv::test::expectRefused({"kivCS2BufferEntry_free", "(_entry) != NULL", KIVCS2STATUS_PARAM_ERR,
+                              KIV_CALL(kivCS2MultiBuffer_free(&sample.record))});
+#ifdef NDEBUG
+    std::thread{[&]
+                {
+                    EXPECT_EQ(kivCS2Mutex_tryLock(&sample.record.m_mutex), KIVCS2STATUS_MUTEX_BUSY_ERR);
+                }}
+        .join();
+    EXPECT_EQ(kivCS2MultiBuffer_unlock(&sample.record), KIVCS2STATUS_OK);
+#endif
+    sample.record.m_count = 0;
+    sample.record.m_buffers = entries;
+}
+
+// Whoever has a buffer is alone with it, whatever others do; the sanitizers see the rest.
+TEST(MultiBuffer, ManyThreadsShareFewBuffers)
+{
+    Sample sample{3};
+    std::atomic<uint32_t> served{0};
+    const auto work = [&](int mark)
+    {
+        for (uint32_t round = 0; round < 10000; ++round)
+        {
+            void *buffer = nullptr;
+            const uint32_t size = 16 + round % 64;
+            const KIVCS2Status status = kivCS2MultiBuffer_allocateBuffer(&sample.record, size, &buffer);
+            if (status == KIVCS2STATUS_NO_BUFFER_ERR)
+                continue;
+            ASSERT_EQ(status, KIVCS2STATUS_OK);
+            std::memset(buffer, mark, size);
+            for (uint32_t at = 0; at < size; ++at)
+                ASSERT_EQ(static_cast<uint8_t *>(buffer)[at], mark);
+            ASSERT_EQ(kivCS2MultiBuffer_releaseBuffer(&sample.record, buffer, nullptr), KIVCS2STATUS_OK);
+            ++served;
+        }
+    };
+    std::vector<std::thread> threads;
+    for (const int mark : {1, 2, 3, 4})
+        threads.emplace_back(work, mark);
+    for (uint32_t round = 0; round < 500; ++round)
+    {
+        const KIVCS2Status status = kivCS2MultiBuffer_resize(&sample.record, 1 + round % 8);
+        EXPECT_TRUE(status == KIVCS2STATUS_OK || status == KIVCS2STATUS_STATE_ERR);
+        EXPECT_EQ(kivCS2MultiBuffer_compact(&sample.record), KIVCS2STATUS_OK);
+        EXPECT_LE(sample.usage(), 1.0);
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_GT(served.load(), 0u);
+    EXPECT_EQ(sample.used(), 0u);
+}
+
+TEST(MultiBuffer, MissingArgumentsAreRefused)
+{
+    Sample sample{1};
+    KIVCS2MultiBuffer *buffer = &sample.record;
+    void *data = sample.data(0);
+    KIVCS2BufferEntry *entry = nullptr;
+    uint32_t count = 0;
+    double usage = 0;
+    constexpr KIVCS2Status kParam = KIVCS2STATUS_PARAM_ERR;
+    const char *kBuffer = "(_buffer) != NULL";
+    const char *kEntry = "(_entry) != NULL";
+    const char *kMemPtr = "(_mem_ptr) != NULL";
+    kiv::test::expectAllRefused({
+        KIV_REFUSES(kParam, kivCS2BufferEntry_init, kEntry, nullptr),
+        KIV_REFUSES(kParam, kivCS2BufferEntry_free, kEntry, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_init, kBuffer, nullptr, 1, 0),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_free, kBuffer, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_waitUnlock, kBuffer, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_allocateBuffer, kBuffer, nullptr, 1, &data),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_allocateBuffer, kMemPtr, buffer, 1, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_allocateAvailableBuffer, kBuffer, nullptr, 1, 0, 0, &data),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_allocateAvailableBuffer, kMemPtr, buffer, 1, 0, 0, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_releaseBuffer, kBuffer, nullptr, data, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_releaseBuffer, kMemPtr, buffer, nullptr, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_getHeadEntry, kBuffer, nullptr, &entry, 0),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_getHeadEntry, kEntry, buffer, nullptr, 0),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_findEntryByMemPtr, kBuffer, nullptr, data, nullptr, &entry),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_findEntryByMemPtr, kMemPtr, buffer, nullptr, nullptr, &entry),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_findEntryByMemPtr, kEntry, buffer, data, nullptr, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_getUsedCount, kBuffer, nullptr, &count),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_getUsedCount, "(_usedCount) != NULL", buffer, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_getUsage, kBuffer, nullptr, &usage),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_getUsage, "(_usage) != NULL", buffer, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_compact, kBuffer, nullptr),
+        KIV_REFUSES(kParam, kivCS2MultiBuffer_resize, kBuffer, nullptr, 1),
+    });
+}
+} // namespace

@@ -1,0 +1,356 @@
+// Rings: what is stored, fetched, overwritten, refused and read back, and what the record says of it.
+#include <KIVCoreServices2/KIVCS2RingBuffer.h>
+
+#include "ArgumentCheck.h"
+
+#include <KIVLogger/KIVLogger.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/time.h>
+
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace
+{
+static_assert(offsetof(KIVCS2RingBuffer, buffer) == 0 && offsetof(KIVCS2RingBuffer, buffer_end) == 8 &&
+              offsetof(KIVCS2RingBuffer, capacity) == 16 && offsetof(KIVCS2RingBuffer, head) == 24 &&
+              offsetof(KIVCS2RingBuffer, tail) == 32 &&
+              offsetof(KIVCS2RingBuffer, circulatedAtLeastOnce) == 40 &&
+              offsetof(KIVCS2RingBuffer, circulating) == 41 && offsetof(KIVCS2RingBuffer, dataLost) == 42 &&
+              offsetof(KIVCS2RingBuffer, opMode) == 44 && sizeof(KIVCS2RingBuffer) == 48);
+
+constexpr uint32_t kCapacity = 16;
+
+// A ring of 16 bytes that is given and gives texts.
+class Ring : public testing::Test
+{
+protected:
+    Ring()
+    {
+        EXPECT_EQ(kivCS2RingBuffer_init(&rb, kCapacity), KIVCS2STATUS_OK);
+    }
+    ~Ring() override
+    {
+        EXPECT_EQ(kivCS2RingBuffer_dispose(&rb), KIVCS2STATUS_OK);
+    }
+
+    KIVCS2Status store(const std::string &text)
+    {
+        return kivCS2RingBuffer_store(&rb, text.data(), static_cast<uint32_t>(text.size()));
+    }
+    // What comes out, or "-" where nothing does.
+    std::string fetch(uint32_t size)
+    {
+        std::string text(size, '?');
+        return KIVCS2_SUCCEEDED(kivCS2RingBuffer_fetch(&rb, text.data(), size)) ? text : "-";
+    }
+    std::string read(uint32_t size, uint32_t offset)
+    {
+        std::string text(size, '?');
+        return KIVCS2_SUCCEEDED(kivCS2RingBuffer_readDataAtOffset(&rb, text.data(), size, offset)) ? text
+                                                                                                   : "-";
+    }
+    uint32_t free() const
+    {
+        uint32_t bytes = ~0u;
+        EXPECT_EQ(kivCS2RingBuffer_getFreeBytesAvailable(&rb, &bytes), KIVCS2STATUS_OK);
+        return bytes;
+    }
+    uint32_t fetchable() const
+    {
+        uint32_t bytes = ~0u;
+        EXPECT_EQ(kivCS2RingBuffer_getFetchBytesAvailable(&rb, &bytes), KIVCS2STATUS_OK);
+        return bytes;
+    }
+    float utilization() const
+    {
+        float part = -1;
+        EXPECT_EQ(kivCS2RingBuffer_getUtilization(&rb, &part), KIVCS2STATUS_OK);
+        return part;
+    }
+    void setMode(uint32_t mode)
+    {
+        EXPECT_EQ(kivCS2RingBuffer_setOperationMode(&rb, mode), KIVCS2STATUS_OK);
+    }
+    ptrdiff_t headAt() const
+    {
+        return rb.head - rb.buffer;
+    }
+    ptrdiff_t tailAt() const
+    {
+        return rb.tail - rb.buffer;
+    }
+
+    KIVCS2RingBuffer rb;
+};
+
+TEST(RingBuffer, HasTwoBytesAtLeast)
+{
+    KIVCS2RingBuffer rb;
+    std::memset(&rb, 0xA5, sizeof rb);
+    const KIVCS2RingBuffer before = rb;
+    for (const uint32_t size : {0u, 1u})
+        EXPECT_EQ(kivCS2RingBuffer_init(&rb, size), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(std::memcmp(&rb, &before, sizeof rb), 0);
+    EXPECT_EQ(kivCS2RingBuffer_init(&rb, 2), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2RingBuffer_dispose(&rb), KIVCS2STATUS_OK);
+}
+
+TEST_F(Ring, IsNewEmptyZeroedAndOverwrites)
+{
+    EXPECT_EQ(free(), kCapacity);
+    EXPECT_EQ(fetchable(), 0u);
+    EXPECT_EQ(utilization(), 0.0f);
+    EXPECT_EQ(std::string(rb.buffer, rb.buffer_end), std::string(kCapacity, '\0'));
+    EXPECT_EQ(rb.circulatedAtLeastOnce + rb.circulating + rb.dataLost, 0);
+    EXPECT_EQ(rb.opMode, uint32_t{KIVCS2RingBufferOpMode_Overwrite});
+}
+
+TEST_F(Ring, IsFilledExactlyWithoutALoss)
+{
+    for (const uint32_t before : {0u, 5u, 15u}) // wherever its ends stand
+    {
+        ASSERT_EQ(store(std::string(before, '.')), KIVCS2STATUS_OK);
+        ASSERT_NE(fetch(before), "-");
+        EXPECT_EQ(store("0123456789abcdef"), KIVCS2STATUS_OK);
+        EXPECT_EQ(free(), 0u);
+        EXPECT_EQ(utilization(), 1.0f);
+        EXPECT_EQ(tailAt(), headAt());
+        EXPECT_EQ(rb.circulating, 1);
+        EXPECT_EQ(rb.circulatedAtLeastOnce, 1);
+        EXPECT_EQ(rb.dataLost, 0);
+        EXPECT_EQ(store(""), KIVCS2STATUS_OK); // full stays full
+        EXPECT_EQ(fetch(16), "0123456789abcdef");
+        EXPECT_EQ(fetchable(), 0u);
+        EXPECT_EQ(rb.circulating, 0);
+    }
+}
+
+TEST_F(Ring, StoresThatDoNotFit)
+{
+    struct Row
+    {
+        uint32_t mode;
+        uint32_t start; // where the ends of the ring stand before
+        const char *held;
+        const char *stored;
+        KIVCS2Status status;
+        const char *left;
+        bool lost;
+    };
+    constexpr uint32_t kOther = 7; // as overwriting
+    const Row rows[] = {
+        {0, 0, "abcdefghijkl", "0123456789", KIVCS2STATUS_OK, "ghijkl0123456789", true},
+        {0, 3, "abcdefghijkl", "0123456789", KIVCS2STATUS_OK, "ghijkl0123456789", true}, // ends inside
+        {0, 9, "abcdefghijkl", "0123456789", KIVCS2STATUS_OK, "ghijkl0123456789", true}, // on the second lap
+        {kOther, 0, "abcdefghijkl", "0123456789", KIVCS2STATUS_OK, "ghijkl0123456789", true},
+        {0, 6, "abcdef", "0123456789ABCDEF", KIVCS2STATUS_OK, "0123456789ABCDEF", true},
+        {0, 0, "abcdef", "0123456789ABCDEFG", KIVCS2STATUS_PARAM_ERR, "abcdef", false},
+        {1, 0, "abcdefghijkl", "0123456789", KIVCS2STATUS_OVERFLOW_ERR, "abcdefghijkl", false},
+        {1, 9, "abcdefghijkl", "01234", KIVCS2STATUS_OVERFLOW_ERR, "abcdefghijkl", false},
+        {1, 9, "abcdefghijkl", "0123", KIVCS2STATUS_OK, "abcdefghijkl0123", false},
+        {1, 0, "abcdef", "0123456789ABCDEFG", KIVCS2STATUS_PARAM_ERR, "abcdef", false},
+    };
+    for (const Row &row : rows)
+    {
+        SCOPED_TRACE(testing::Message() << row.held << " + " << row.stored << " in mode " << row.mode);
+        ASSERT_EQ(kivCS2RingBuffer_dispose(&rb), KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2RingBuffer_init(&rb, kCapacity), KIVCS2STATUS_OK);
+        ASSERT_EQ(store(std::string(row.start, '.')), KIVCS2STATUS_OK);
+        ASSERT_NE(fetch(row.start), "-");
+        setMode(row.mode);
+        ASSERT_EQ(store(row.held), KIVCS2STATUS_OK);
+        EXPECT_EQ(store(row.stored), row.status);
+        EXPECT_EQ(rb.dataLost, row.lost ? 1 : 0);
+        EXPECT_EQ(fetch(fetchable()), row.left);
+    }
+}
+
+TEST_F(Ring, FetchIsAllOrNothing)
+{
+    ASSERT_EQ(store("abcdefghij"), KIVCS2STATUS_OK);
+    char room[17];
+    EXPECT_EQ(kivCS2RingBuffer_fetch(&rb, room, 11), KIVCS2STATUS_NO_DATA_ERR);
+    EXPECT_EQ(kivCS2RingBuffer_fetch(&rb, room, 17), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(fetch(0), "");
+    EXPECT_EQ(fetch(4), "abcd");
+    ASSERT_EQ(store("0123456789"), KIVCS2STATUS_OK);
+    EXPECT_EQ(fetch(12), "efghij012345"); // up to the storage's last byte
+    EXPECT_EQ(headAt(), 0);
+    EXPECT_EQ(rb.circulating, 0);
+    EXPECT_EQ(fetch(5), "-");
+    EXPECT_EQ(fetch(4), "6789");
+}
+
+// Quirk: once the ring has been round, looking back does not mind what was fetched.
+TEST_F(Ring, HistoryFollowsTheTailOnceTheRingHasBeenRound)
+{
+    ASSERT_EQ(store("abcdefghij"), KIVCS2STATUS_OK);
+    EXPECT_EQ(read(3, 2), "cde");
+    ASSERT_EQ(fetch(4), "abcd");
+    EXPECT_EQ(read(3, 2), "ghi"); // still from the first byte that was not fetched
+    EXPECT_EQ(read(4, 2), "ghij");
+    EXPECT_EQ(read(5, 2), "-");
+    EXPECT_EQ(read(0, 6), "");
+    ASSERT_EQ(store("012345"), KIVCS2STATUS_OK); // fits: the tail comes round
+    ASSERT_EQ(fetch(12), "efghij012345");
+    EXPECT_EQ(fetchable(), 0u);
+    EXPECT_EQ(read(16, 0), "abcdefghij012345");
+    ASSERT_EQ(store("XYZ"), KIVCS2STATUS_OK);
+    EXPECT_EQ(read(16, 0), "defghij012345XYZ");
+    EXPECT_EQ(read(4, 11), "45XY");
+    EXPECT_EQ(read(0, 16), "");
+    char oldest[4] = "";
+    EXPECT_EQ(kivCS2RingBuffer_readOldestData(&rb, oldest, 3), KIVCS2STATUS_OK);
+    EXPECT_STREQ(oldest, "def");
+    EXPECT_EQ(fetch(3), "XYZ"); // none of it was taken
+}
+
+TEST_F(Ring, NoReadLeavesTheStorage)
+{
+    ASSERT_EQ(store("0123456789abcdef"), KIVCS2STATUS_OK);
+    char room[kCapacity];
+    const uint32_t beyond[][2] = {{16, 1}, {1, 16}, {17, 0}, {0, 17}, {8, ~0u - 6}, {~0u - 6, 8}, {1, ~0u}};
+    for (const auto &[size, offset] : beyond)
+        EXPECT_EQ(kivCS2RingBuffer_readDataAtOffset(&rb, room, size, offset), KIVCS2STATUS_PARAM_ERR)
+            << size << " at " << offset;
+}
+
+TEST_F(Ring, ALossIsRememberedUntilItIsReset)
+{
+    ASSERT_EQ(store("0123456789"), KIVCS2STATUS_OK);
+    ASSERT_EQ(store("0123456789"), KIVCS2STATUS_OK);
+    EXPECT_EQ(rb.dataLost, 1);
+    EXPECT_NE(fetch(16), "-");
+    ASSERT_EQ(store("ab"), KIVCS2STATUS_OK);
+    setMode(KIVCS2RingBufferOpMode_Reject);
+    EXPECT_EQ(rb.dataLost, 1);
+    EXPECT_EQ(kivCS2RingBuffer_resetDataLostIndicator(&rb), KIVCS2STATUS_OK);
+    EXPECT_EQ(rb.dataLost, 0);
+    EXPECT_EQ(fetch(2), "ab");
+    EXPECT_EQ(rb.circulatedAtLeastOnce, 1);
+}
+
+// Quirk: the record of a disposed ring still names the storage that is gone.
+TEST(RingBuffer, DisposeLeavesEveryMember)
+{
+    KIVCS2RingBuffer rb;
+    ASSERT_EQ(kivCS2RingBuffer_init(&rb, 64), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2RingBuffer_store(&rb, "abc", 3), KIVCS2STATUS_OK);
+    const KIVCS2RingBuffer before = rb;
+    EXPECT_EQ(kivCS2RingBuffer_dispose(&rb), KIVCS2STATUS_OK);
+    EXPECT_EQ(std::memcmp(&rb, &before, sizeof rb), 0);
+
+    KIVCS2RingBuffer none{};
+    EXPECT_EQ(kivCS2RingBuffer_dispose(&none), KIVCS2STATUS_OK);
+}
+
+// The consumer of the next test: a signal handler, so that producer and consumer share a thread.
+KIVCS2RingBuffer *theRing = nullptr;
+volatile sig_atomic_t theFetches = 0;
+
+void fetchOne(int)
+{
+    char byte = 0;
+    if (KIVCS2_SUCCEEDED(kivCS2RingBuffer_fetch(theRing, &byte, 1)))
+        theFetches = theFetches + 1;
+}
+
+// Quirk: it waits for as long as nobody makes room, and with no time between the attempts it spins.
+TEST_F(Ring, KeepsTryingUntilThereIsRoom)
+{
+    const auto tryStore = [&](const std::string &text, uint32_t microseconds)
+    {
+        return kivCS2RingBuffer_storeKeepTrying(&rb, text.data(), static_cast<uint32_t>(text.size()),
+                                                microseconds);
+    };
+    EXPECT_EQ(tryStore(std::string(17, '?'), 1000), KIVCS2STATUS_PARAM_ERR);
+    setMode(KIVCS2RingBufferOpMode_Reject);
+    ASSERT_EQ(tryStore("0123456789abcdef", 0), KIVCS2STATUS_OK);
+
+    theRing = &rb;
+    struct sigaction action = {};
+    action.sa_handler = fetchOne;
+    struct sigaction before = {};
+    ASSERT_EQ(sigaction(SIGALRM, &action, &before), 0);
+    const itimerval everyMillisecond = {{0, 1000}, {0, 1000}};
+    const itimerval never = {};
+    std::string kept = "0123456789abcdef";
+#if defined(__SANITIZE_THREAD__)
+    const uint32_t waits[] = {200}; // the tool holds signals back until the thread makes a system call
+#else
+    const uint32_t waits[] = {200, 0};
+#endif
+    for (const uint32_t microseconds : waits)
+    {
+        theFetches = 0;
+        ASSERT_EQ(setitimer(ITIMER_REAL, &everyMillisecond, nullptr), 0);
+        EXPECT_EQ(tryStore("XYZ", microseconds), KIVCS2STATUS_OK);
+        ASSERT_EQ(setitimer(ITIMER_REAL, &never, nullptr), 0);
+        EXPECT_GE(theFetches, 3);
+        kept = (kept + "XYZ").substr(static_cast<size_t>(theFetches));
+        const std::string all = fetch(fetchable());
+        EXPECT_EQ(all, kept);
+        ASSERT_EQ(store(kept = "0123456789abcdef"), KIVCS2STATUS_OK);
+    }
+    ASSERT_EQ(sigaction(SIGALRM, &before, nullptr), 0);
+}
+
+TEST_F(Ring, PrintsItsMembersInOneMessage)
+{
+    ASSERT_EQ(store("0123456789"), KIVCS2STATUS_OK);
+    ASSERT_EQ(store("0123456789"), KIVCS2STATUS_OK);
+    setMode(3000000000u);
+    std::string messages;
+    KLSetSink([](void *context, os_log_type_t, const char *message)
+              { *static_cast<std::string *>(context) += message; },
+              &messages);
+    EXPECT_EQ(kivCS2RingBuffer_print(&rb), KIVCS2STATUS_OK);
+    KLSetSink(nullptr, nullptr);
+
+    char wanted[256];
+    std::snprintf(wanted, sizeof wanted,
+                  "\n===\nbuffer_end[%p]\ncapacity[16]\nhead[%p]\ntail[%p]\ncirculatedAtLeastOnce[1]\n"
+                  "circulating[1]\ndataLost[1]\nopMode[3000000000]", // the log takes the last line feed off
+                  static_cast<void *>(rb.buffer + 16), static_cast<void *>(rb.buffer + 4),
+                  static_cast<void *>(rb.buffer + 4));
+    EXPECT_EQ(messages, wanted);
+}
+
+TEST_F(Ring, RefusesMissingArguments)
+{
+    uint32_t bytes = 0;
+    float part = 0;
+    char room[4] = "";
+    constexpr KIVCS2Status kBad = KIVCS2STATUS_PARAM_ERR;
+    kiv::test::expectAllRefused({
+        KIV_REFUSES(kBad, kivCS2RingBuffer_init, "rb", nullptr, 16),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_dispose, "rb", nullptr),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_store, "rb", nullptr, room, 1),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_store, "data", &rb, nullptr, 0),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_storeKeepTrying, "rb", nullptr, room, 1, 0),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_storeKeepTrying, "data", &rb, nullptr, 1, 0),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_fetch, "rb", nullptr, room, 1),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_fetch, "outData", &rb, nullptr, 0),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_readDataAtOffset, "rb", nullptr, room, 1, 0),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_readDataAtOffset, "outData", &rb, nullptr, 1, 0),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_readOldestData, "rb", nullptr, room, 1),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_readOldestData, "outData", &rb, nullptr, 1),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_getFreeBytesAvailable, "rb", nullptr, &bytes),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_getFreeBytesAvailable, "outBytes", &rb, nullptr),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_getFetchBytesAvailable, "rb", nullptr, &bytes),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_getFetchBytesAvailable, "outBytes", &rb, nullptr),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_getUtilization, "rb", nullptr, &part),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_getUtilization, "outUtilization", &rb, nullptr),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_resetDataLostIndicator, "rb", nullptr),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_setOperationMode, "rb", nullptr, 1),
+        KIV_REFUSES(kBad, kivCS2RingBuffer_print, "rb", nullptr),
+    });
+    EXPECT_EQ(fetchable(), 0u);
+}
+} // namespace

@@ -1,0 +1,402 @@
+// Shared memory: statuses, sharing between processes, what is left on the machine (nothing; see OwnIPC.h).
+#include <KIVCoreServices2/KIVCS2Mutex.h>
+#include <KIVCoreServices2/KIVCS2SharedMemory.h>
+
+#include "ArgumentCheck.h"
+#include "OwnIPC.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstring>
+#include <functional>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <utility>
+#include <vector>
+
+namespace
+{
+std::function<int(key_t, size_t, int)> g_shmget; // stands for the system's while it is set
+int g_attachError = 0;                           // with which every attachment fails, 0 for none
+} // namespace
+
+// A program's own definitions stand before the system's where they can be seen.
+#define KIV_SEEN __attribute__((visibility("default")))
+KIV_SEEN int shmget(key_t key, size_t size, int flags) noexcept
+{
+    return g_shmget ? g_shmget(key, size, flags) : static_cast<int>(syscall(SYS_shmget, key, size, flags));
+}
+
+KIV_SEEN void *shmat(int id, const void *address, int flags) noexcept
+{
+    if (g_attachError != 0)
+    {
+        errno = g_attachError;
+        return reinterpret_cast<void *>(-1);
+    }
+    return reinterpret_cast<void *>(syscall(SYS_shmat, id, address, flags));
+}
+
+namespace
+{
+static_assert(offsetof(KIVCS2SharedMemory, m_key) == 0 && offsetof(KIVCS2SharedMemory, m_id) == 4);
+static_assert(offsetof(KIVCS2SharedMemory, m_address) == 8 && offsetof(KIVCS2SharedMemory, m_error) == 16);
+static_assert(sizeof(KIVCS2SharedMemory) == 24);
+
+const kiv::test::OwnIPC theIPC;
+
+constexpr bool kCreate = true;
+constexpr bool kAttach = false;
+
+struct OwnSegment
+{
+    OwnSegment(uint32_t key, uint32_t size, bool create)
+    {
+        std::memset(&record, 0xAB, sizeof record); // whatever the record held
+        status = kivCS2SharedMemory_init(&record, key, size, create);
+    }
+    ~OwnSegment()
+    {
+        EXPECT_EQ(kivCS2SharedMemory_free(&record), KIVCS2STATUS_OK);
+        EXPECT_EQ(record.m_address, nullptr);
+        EXPECT_EQ(record.m_key, 0u);
+        EXPECT_EQ(kivCS2SharedMemory_free(&record), KIVCS2STATUS_OK); // twice is harmless
+    }
+    OwnSegment(const OwnSegment &) = delete;
+    OwnSegment &operator=(const OwnSegment &) = delete;
+
+    [[nodiscard]] uint8_t *bytes() const
+    {
+        return static_cast<uint8_t *>(record.m_address);
+    }
+
+    KIVCS2SharedMemory record;
+    KIVCS2Status status;
+};
+
+// What the system knows of a key; its attach count, or -1 where there is no segment.
+int attachedTo(uint32_t key)
+{
+    const int id = shmget(static_cast<key_t>(key), 0, 0);
+    shmid_ds segment{};
+    return id >= 0 && shmctl(id, IPC_STAT, &segment) == 0 ? static_cast<int>(segment.shm_nattch) : -1;
+}
+
+// A second process, made before there is anything to inherit; it does `work` once it is let go.
+class OtherProcess
+{
+public:
+    explicit OtherProcess(const std::function<bool(OtherProcess &)> &work)
+    {
+        EXPECT_EQ(pipe(m_go), 0);
+        EXPECT_EQ(pipe(m_ready), 0);
+        m_pid = fork();
+        if (m_pid != 0)
+            return;
+        close(m_go[1]); // an end of the test ends this process too
+        char byte = 0;
+        _exit(read(m_go[0], &byte, 1) == 1 && work(*this) ? 0 : 1);
+    }
+    ~OtherProcess()
+    {
+        if (m_pid > 1)
+            (void)end();
+        for (const int end : {m_go[0], m_go[1], m_ready[0], m_ready[1]})
+            close(end);
+    }
+    OtherProcess(const OtherProcess &) = delete;
+    OtherProcess &operator=(const OtherProcess &) = delete;
+
+    // In the test: lets it go, waits for what it tells, ends it.
+    void go() const
+    {
+        EXPECT_EQ(write(m_go[1], "g", 1), 1);
+    }
+    void waitUntilReady() const
+    {
+        char byte = 0;
+        EXPECT_EQ(read(m_ready[0], &byte, 1), 1);
+    }
+    void kill() const
+    {
+        ASSERT_GT(m_pid, 1);
+        ::kill(m_pid, SIGKILL);
+    }
+    [[nodiscard]] int end() // as waitpid tells it
+    {
+        int ended = -1;
+        close(std::exchange(m_go[1], -1));
+        EXPECT_EQ(waitpid(std::exchange(m_pid, -1), &ended, 0) > 1, true);
+        return ended;
+    }
+
+    // In the other process.
+    void tellReady() const
+    {
+        (void)!write(m_ready[1], "r", 1);
+    }
+    void waitForTheEnd() const
+    {
+        char byte = 0;
+        (void)!read(m_go[0], &byte, 1);
+    }
+
+private:
+    int m_go[2] = {-1, -1};
+    int m_ready[2] = {-1, -1};
+    pid_t m_pid = -1;
+};
+
+TEST(SharedMemory, AttachingNeedsASegmentThatIsLargeEnough)
+{
+    const uint32_t key = theIPC.key(0);
+    struct Row
+    {
+        const char *what;
+        uint32_t size;
+        bool create;
+        KIVCS2Status status;
+        int error;
+    };
+    const auto expectRefused = [key](const Row &row)
+    {
+        SCOPED_TRACE(row.what);
+        const OwnSegment segment{key, row.size, row.create};
+        EXPECT_EQ(segment.status, row.status);
+        EXPECT_EQ(segment.record.m_error, row.error);
+        EXPECT_EQ(segment.record.m_key, key);
+        EXPECT_EQ(segment.record.m_id, -1);
+        EXPECT_EQ(segment.record.m_address, nullptr);
+    };
+    expectRefused({"there is none", 16, kAttach, KIVCS2STATUS_SYSTEM_ERR, ENOENT});
+    expectRefused({"one of no size", 0, kCreate, KIVCS2STATUS_MEMORY_ERR, EINVAL});
+    EXPECT_EQ(attachedTo(key), -1);
+
+    const OwnSegment segment{key, 16, kCreate};
+    ASSERT_EQ(segment.status, KIVCS2STATUS_OK);
+    segment.bytes()[0] = 7;
+    expectRefused({"attach to a smaller one", 17, kAttach, KIVCS2STATUS_SYSTEM_ERR, EINVAL});
+    expectRefused({"create over a smaller one", 17, kCreate, KIVCS2STATUS_MEMORY_ERR, EINVAL});
+    EXPECT_EQ(segment.bytes()[0], 7); // nothing was cleared
+}
+
+TEST(SharedMemory, ASecondCreatorGetsTheSameSegmentAndClearsItsOwnSize)
+{
+    const OwnSegment first{theIPC.key(1), 4096, kCreate};
+    ASSERT_EQ(first.status, KIVCS2STATUS_OK);
+    EXPECT_EQ(first.record.m_error, 0);
+    EXPECT_TRUE(std::all_of(first.bytes(), first.bytes() + 4096, [](uint8_t byte) { return byte == 0; }));
+    shmid_ds segment{};
+    ASSERT_EQ(shmctl(first.record.m_id, IPC_STAT, &segment), 0);
+    EXPECT_EQ(segment.shm_perm.mode & 0777, 0666); // for other users too
+    std::memset(first.bytes(), 0xEE, 4096);
+
+    const OwnSegment attached{theIPC.key(1), 0, kAttach};
+    EXPECT_EQ(attached.record.m_id, first.record.m_id);
+    EXPECT_EQ(attached.bytes()[0], 0xEE); // attaching clears nothing
+
+    const OwnSegment second{theIPC.key(1), 100, kCreate};
+    ASSERT_EQ(second.status, KIVCS2STATUS_OK);
+    EXPECT_EQ(second.record.m_id, first.record.m_id);
+    EXPECT_EQ(std::count(first.bytes(), first.bytes() + 4096, 0), 100);
+    EXPECT_EQ(first.bytes()[99], 0);
+    EXPECT_EQ(first.bytes()[100], 0xEE);
+}
+
+TEST(SharedMemory, TheLastFreeRemovesTheSegment)
+{
+    const uint32_t key = theIPC.key(2);
+    OtherProcess other{[key](OtherProcess &self)
+                       {
+                           KIVCS2SharedMemory shared;
+                           const bool attached =
+                               kivCS2SharedMemory_init(&shared, key, 8, kAttach) == KIVCS2STATUS_OK;
+                           self.tellReady();
+                           self.waitForTheEnd();
+                           return attached && kivCS2SharedMemory_free(&shared) == KIVCS2STATUS_OK;
+                       }};
+    {
+        const OwnSegment segment{key, 8, kCreate};
+        ASSERT_EQ(segment.status, KIVCS2STATUS_OK);
+        other.go();
+        other.waitUntilReady();
+        EXPECT_EQ(attachedTo(key), 2);
+    }
+    EXPECT_EQ(attachedTo(key), 1); // the first free leaves it
+    EXPECT_EQ(other.end(), 0);
+    EXPECT_EQ(attachedTo(key), -1);
+}
+
+TEST(SharedMemory, TheSurvivorRemovesWhatAKilledProcessHeld)
+{
+    const uint32_t key = theIPC.key(3);
+    OtherProcess other{[key](OtherProcess &self)
+                       {
+                           const OwnSegment segment{key, 8, kAttach};
+                           self.tellReady();
+                           self.waitForTheEnd(); // which does not come
+                           return false;
+                       }};
+    {
+        const OwnSegment segment{key, 8, kCreate};
+        ASSERT_EQ(segment.status, KIVCS2STATUS_OK);
+        other.go();
+        other.waitUntilReady();
+        EXPECT_EQ(attachedTo(key), 2);
+        other.kill();
+        const int ended = other.end();
+        EXPECT_TRUE(WIFSIGNALED(ended) && WTERMSIG(ended) == SIGKILL);
+        EXPECT_EQ(attachedTo(key), 1); // the system has detached it
+    }
+    EXPECT_EQ(attachedTo(key), -1);
+}
+
+TEST(SharedMemory, AMutexInTheSegmentExcludesTheOtherProcess)
+{
+    struct Shared
+    {
+        KIVCS2Mutex mutex;
+        volatile uint32_t count; // as any host's: only the mutex keeps the processes apart
+    };
+    constexpr uint32_t kTimes = 100000;
+    const auto countUp = [](Shared &shared)
+    {
+        bool locked = true;
+        for (uint32_t time = 0; time < kTimes; ++time)
+        {
+            locked = kivCS2Mutex_lock(&shared.mutex) == KIVCS2STATUS_OK && locked;
+            shared.count = shared.count + 1;
+            locked = kivCS2Mutex_unlock(&shared.mutex) == KIVCS2STATUS_OK && locked;
+        }
+        return locked;
+    };
+    const uint32_t key = theIPC.key(4);
+    OtherProcess other{[&](OtherProcess &self)
+                       {
+                           const OwnSegment segment{key, sizeof(Shared), kAttach};
+                           self.tellReady();
+                           return segment.status == KIVCS2STATUS_OK &&
+                                  countUp(*static_cast<Shared *>(segment.record.m_address));
+                       }};
+    const OwnSegment segment{key, sizeof(Shared), kCreate};
+    ASSERT_EQ(segment.status, KIVCS2STATUS_OK);
+    Shared &shared = *static_cast<Shared *>(segment.record.m_address);
+    ASSERT_EQ(kivCS2Mutex_init(&shared.mutex, KIVCS2MutexOptions_ProcessShared), KIVCS2STATUS_OK);
+    other.go();
+    other.waitUntilReady();
+    EXPECT_TRUE(countUp(shared));
+    EXPECT_EQ(other.end(), 0);
+    EXPECT_EQ(shared.count, 2 * kTimes);
+    EXPECT_EQ(kivCS2Mutex_free(&shared.mutex), KIVCS2STATUS_OK);
+}
+
+TEST(SharedMemory, AFailedAttachmentRemovesOnlyWhatItMade)
+{
+    const uint32_t made = theIPC.key(5), used = theIPC.key(6), foreign = theIPC.key(7);
+    const OwnSegment inUse{used, 8, kCreate};
+    ASSERT_EQ(inUse.status, KIVCS2STATUS_OK);
+    inUse.bytes()[0] = 7;
+    OtherProcess other{[foreign](OtherProcess &)
+                       {
+                           return shmget(static_cast<key_t>(foreign), 8, IPC_CREAT | 0666) >= 0;
+                       }};
+    other.go();
+    ASSERT_EQ(other.end(), 0);
+
+    for (const auto &[key, create] : {std::pair{made, kCreate},
+                                      {used, kCreate},
+                                      {used, kAttach},
+                                      {foreign, kCreate},
+                                      {foreign, kAttach},
+                                      {uint32_t{0}, kAttach}})
+    {
+        SCOPED_TRACE(key);
+        g_attachError = ENOMEM;
+        const OwnSegment failed{key, 8, create};
+        g_attachError = 0;
+        EXPECT_EQ(failed.status, KIVCS2STATUS_DATA_ERR);
+        EXPECT_EQ(failed.record.m_error, ENOMEM);
+        EXPECT_EQ(failed.record.m_address, nullptr);
+        shmid_ds segment{};
+        EXPECT_EQ(shmctl(failed.record.m_id, IPC_STAT, &segment) == 0, key == used || key == foreign);
+    }
+    EXPECT_EQ(attachedTo(made), -1);
+    EXPECT_EQ(attachedTo(used), 1);
+    EXPECT_EQ(inUse.bytes()[0], 7);
+    EXPECT_EQ(attachedTo(foreign), 0);
+    const OwnSegment last{foreign, 0, kAttach}; // takes it away
+}
+
+TEST(SharedMemory, KeyZeroIsAlwaysASegmentOfItsOwn)
+{
+    const OwnSegment first{0, 8, kCreate}, second{0, 8, kAttach};
+    for (const OwnSegment *segment : {&first, &second})
+    {
+        ASSERT_EQ(segment->status, KIVCS2STATUS_OK);
+        (void)shmctl(segment->record.m_id, IPC_RMID, nullptr); // goes with the attachment, after a kill too
+    }
+    EXPECT_NE(first.record.m_id, second.record.m_id);
+}
+
+TEST(SharedMemory, TheSearchPassesWhatHasASegmentAndSeesNoSmallOne)
+{
+    const OwnSegment taken{theIPC.key(10), 8, kCreate};
+    const OwnSegment small{theIPC.key(11), 7, kCreate};
+    ASSERT_EQ(taken.status, KIVCS2STATUS_OK);
+    ASSERT_EQ(small.status, KIVCS2STATUS_OK);
+    for (const auto &[start, expected] :
+         {std::pair{theIPC.key(9), theIPC.key(9)}, {theIPC.key(10), theIPC.key(11)}})
+    {
+        uint32_t found = 0;
+        EXPECT_EQ(kivCS2SharedMemory_findKey(start, &found), KIVCS2STATUS_OK);
+        EXPECT_EQ(found, expected);
+        EXPECT_EQ(attachedTo(theIPC.key(9)), -1); // looking makes nothing
+    }
+}
+
+TEST(SharedMemory, TheSearchGoesOnAtTheBottomAndNeverAnswersZero)
+{
+    struct Row
+    {
+        uint32_t start;
+        uint32_t free; // the only key without a segment
+        bool found;
+        size_t lookedUp;
+    };
+    for (const Row &row : {Row{0, 1, true, 1}, Row{0xFFFFFFFEu, 5, true, 7}, Row{1, 10000, true, 10000},
+                           Row{1, 10001, false, 10000}, Row{0xFFFFFFFFu, 9998, true, 9999},
+                           Row{0xFFFFFFFFu, 9999, false, 9999}})
+    {
+        SCOPED_TRACE(testing::Message() << row.start << " to " << row.free);
+        std::vector<uint32_t> tried;
+        g_shmget = [&](key_t key, size_t size, int flags)
+        {
+            EXPECT_EQ(size, 8u);
+            EXPECT_EQ(flags, 0666);
+            tried.push_back(static_cast<uint32_t>(key));
+            errno = EACCES; // not accessible counts as free
+            return tried.back() == row.free ? -1 : 0;
+        };
+        uint32_t found = 77;
+        const KIVCS2Status status = kivCS2SharedMemory_findKey(row.start, &found);
+        g_shmget = nullptr;
+        EXPECT_EQ(status, row.found ? KIVCS2STATUS_OK : KIVCS2STATUS_NOT_FOUND_ERR);
+        EXPECT_EQ(found, row.found ? row.free : 77u);
+        EXPECT_EQ(tried.size(), row.lookedUp);
+        EXPECT_EQ(std::count(tried.begin(), tried.end(), 0u), 0); // it would make a segment
+    }
+}
+
+TEST(SharedMemory, RefusesMissingArguments)
+{
+    kiv::test::expectAllRefused({
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2SharedMemory_init, "shared", nullptr, 1, 8, kAttach),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2SharedMemory_free, "shared", nullptr),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2SharedMemory_findKey, "foundKey", 1, nullptr),
+    });
+}
+} // namespace

@@ -1,0 +1,456 @@
+// kivcs2 shm: System V segments made, filled, read, listed and removed.
+#include "Command.h"
+#include "Failure.h"
+#include "Files.h"
+#include "Output.h"
+
+#include <KIVCoreServices2/KIVCS2SharedMemory.h>
+
+#include <sys/ipc.h>
+#include <sys/shm.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <optional>
+
+namespace tool
+{
+namespace
+{
+
+// A whole number in decimal or, after "0x", in hexadecimal.
+uint64_t parseNumber(std::string_view text, std::string_view what, uint64_t most)
+{
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    const std::string_view digits = hexadecimal ? text.substr(2) : text;
+    uint64_t value = 0;
+    const auto [end, error] =
+        std::from_chars(digits.data(), digits.data() + digits.size(), value, hexadecimal ? 16 : 10);
+    if (error != std::errc{} || end != digits.data() + digits.size() || value > most)
+        throw Failure(kExitUsage, "\"" + visible(text) + "\" is no " + std::string{what});
+    return value;
+}
+
+constexpr uint32_t kMost = std::numeric_limits<uint32_t>::max();
+
+uint32_t parseKey(std::string_view text)
+{
+    const auto key = static_cast<uint32_t>(parseNumber(text, "key of 32 bits", kMost));
+    if (key == 0)
+        throw Failure(kExitUsage, "key 0 belongs to private segments, which nobody else finds");
+    return key;
+}
+
+// 4096, 64K, 16M, 1G.
+uint64_t parseSize(std::string_view text, std::string_view what)
+{
+    uint64_t unit = 1;
+    std::string_view digits = text;
+    if (const size_t letter = std::string_view{"KMG"}.find(digits.empty() ? ' ' : digits.back());
+        letter != std::string_view::npos)
+    {
+        unit <<= 10 * (letter + 1);
+        digits.remove_suffix(1);
+    }
+    return parseNumber(digits, what, kMost / unit) * unit;
+}
+
+std::string keyText(uint32_t key)
+{
+    return print("0x%08x", key);
+}
+
+// The record as long as this stands. Destroying it only detaches, and the segment stays, unless it
+// was to be held.
+class Attachment
+{
+public:
+    Attachment(uint32_t key, uint32_t size, bool create)
+    {
+        const KIVCS2Status status = kivCS2SharedMemory_init(&m_record, key, size, create);
+        if (KIVCS2_FAILED(status))
+            throw Failure(m_record.m_error == ENOENT ? kExitNo : kExitInputOutput,
+                          "key " + keyText(key) + ": " + std::strerror(m_record.m_error) + " (" +
+                              statusText(status) + ")");
+        if (::shmctl(m_record.m_id, IPC_STAT, &m_segment) != 0)
+            throw Failure::system("key " + keyText(key), errno);
+    }
+    ~Attachment()
+    {
+        if (m_hold)
+            (void)free();
+        else if (m_record.m_address != nullptr)
+            ::shmdt(m_record.m_address);
+    }
+    Attachment(const Attachment &) = delete;
+    Attachment &operator=(const Attachment &) = delete;
+
+    [[nodiscard]] std::span<uint8_t> bytes() const
+    {
+        return {static_cast<uint8_t *>(m_record.m_address), m_segment.shm_segsz};
+    }
+
+    // From here on the segment is this command's, whatever ends it.
+    void hold()
+    {
+        m_hold = true;
+    }
+
+    // By the library: true when nobody else was attached and the segment is gone.
+    bool free()
+    {
+        m_hold = false;
+        const int id = m_record.m_id;
+        (void)kivCS2SharedMemory_free(&m_record); // not null
+        return ::shmctl(id, IPC_STAT, &m_segment) != 0;
+    }
+
+private:
+    KIVCS2SharedMemory m_record{};
+    shmid_ds m_segment{};
+    bool m_hold = false;
+};
+
+struct Segment
+{
+    uint32_t key;
+    int id;
+    uint64_t size;
+    uint64_t attached;
+    pid_t creator;
+    uint32_t mode;
+    bool removed; // waits for its last user; has no key any more
+};
+
+Segment describe(int id, const shmid_ds &segment)
+{
+    return {static_cast<uint32_t>(segment.shm_perm.__key),
+            id,
+            segment.shm_segsz,
+            segment.shm_nattch,
+            segment.shm_cpid,
+            segment.shm_perm.mode & 0777u,
+            (segment.shm_perm.mode & SHM_DEST) != 0};
+}
+
+// Without attaching: whoever looks must not count as a user.
+std::optional<Segment> findSegment(uint32_t key)
+{
+    const int id = ::shmget(static_cast<key_t>(key), 0, 0);
+    shmid_ds segment{};
+    if (id < 0 || ::shmctl(id, IPC_STAT, &segment) != 0)
+    {
+        if (errno == ENOENT || errno == EIDRM || errno == EINVAL)
+            return std::nullopt;
+        throw Failure::system("key " + keyText(key), errno);
+    }
+    return describe(id, segment);
+}
+
+std::vector<Segment> allSegments()
+{
+    shm_info ignored{};
+    const int last = ::shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds *>(&ignored));
+    std::vector<Segment> segments;
+    for (int index = 0; index <= last; ++index)
+    {
+        shmid_ds segment{};
+        // An index without a segment, or one that another user keeps to itself.
+        if (const int id = ::shmctl(index, SHM_STAT, &segment); id >= 0)
+            segments.push_back(describe(id, segment));
+    }
+    return segments;
+}
+
+Json toJson(const Segment &segment)
+{
+    return {{"key", segment.key},         {"id", segment.id},
+            {"size", segment.size},       {"attached", segment.attached},
+            {"creator", segment.creator}, {"mode", print("%04o", segment.mode)},
+            {"removed", segment.removed}};
+}
+
+void printSegment(const Segment &segment)
+{
+    Facts facts;
+    facts.add("Key", Output::strong(keyText(segment.key)));
+    facts.add("Identifier", std::to_string(segment.id));
+    facts.add("Size", count(segment.size, "byte"));
+    facts.add("Attached", count(segment.attached, "time"));
+    facts.add("Made by", "process " + std::to_string(segment.creator));
+    facts.add("Mode", print("%04o", segment.mode));
+    facts.print();
+}
+
+void report(uint32_t key, bool json)
+{
+    const auto segment = findSegment(key);
+    if (!segment)
+        throw Failure(kExitNo, "key " + keyText(key) + ": another process has removed the segment");
+    if (json)
+        out().json(toJson(*segment));
+    else
+        printSegment(*segment);
+}
+
+int noSegment(uint32_t key)
+{
+    note("key " + keyText(key) + " has no segment");
+    return kExitNo;
+}
+
+int show(const std::string &wanted, bool json)
+{
+    if (!wanted.empty())
+    {
+        const uint32_t key = parseKey(wanted);
+        if (!findSegment(key))
+            return noSegment(key);
+        report(key, json);
+        return kExitYes;
+    }
+    const auto segments = allSegments();
+    if (json)
+    {
+        JsonArray array;
+        for (const Segment &segment : segments)
+            array.add(toJson(segment));
+        array.close();
+        return kExitYes;
+    }
+    Table table{"Key", ">Identifier", ">Bytes", ">Attached", ">Made by", "Mode", "Kind"};
+    for (const Segment &segment : segments)
+        table.add({keyText(segment.key), std::to_string(segment.id), std::to_string(segment.size),
+                   std::to_string(segment.attached), std::to_string(segment.creator),
+                   print("%04o", segment.mode),
+                   segment.removed    ? "removed"
+                   : segment.key == 0 ? "private"
+                                      : "shared"});
+    table.print();
+    return kExitYes;
+}
+
+// Blocks the signals that end a command, before there is anything that one of them could leave behind.
+class EndSignals
+{
+public:
+    EndSignals()
+    {
+        ::sigemptyset(&m_signals);
+        for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+            if (::signal(signalNumber, SIG_DFL) == SIG_IGN)
+                ::signal(signalNumber, SIG_IGN); // nohup, and jobs in the background
+            else
+                ::sigaddset(&m_signals, signalNumber);
+        ::sigprocmask(SIG_BLOCK, &m_signals, nullptr);
+    }
+    void wait() const
+    {
+        int signalNumber = 0;
+        ::sigwait(&m_signals, &signalNumber);
+    }
+
+private:
+    sigset_t m_signals{};
+};
+
+struct CreateOptions
+{
+    std::string key, size;
+    bool hold = false;
+    bool clear = false;
+};
+
+int create(const CreateOptions &options, bool json)
+{
+    const uint32_t key = parseKey(options.key);
+    const auto size = static_cast<uint32_t>(parseSize(options.size, "size below 4 GiB"));
+    if (size == 0)
+        throw Failure(kExitUsage, "a segment has one byte at least");
+    if (const auto existing = findSegment(key); existing && (!options.clear || existing->size < size))
+    {
+        note("key " + keyText(key) + " has a segment of " + count(existing->size, "byte") +
+             (options.clear ? "" : "; --clear takes it and sets it to zero"));
+        return kExitNo;
+    }
+
+    std::optional<EndSignals> signals;
+    if (options.hold)
+        signals.emplace();
+    Attachment attachment{key, size, true};
+    if (options.hold)
+        attachment.hold();
+    report(key, json);
+    if (!options.hold)
+        return kExitYes; // detached by leaving: the segment stays until somebody frees it
+    out().flush();
+    signals->wait();
+    note("key " + keyText(key) + (attachment.free() ? ": removed" : ": others are still attached"));
+    return kExitYes;
+}
+
+struct AttachOptions
+{
+    std::string key, source, target, offset = "0", length;
+    bool free = false;
+};
+
+// The part of the segment that was asked for.
+std::span<uint8_t> selectBytes(const Attachment &attachment, const AttachOptions &options)
+{
+    const auto bytes = attachment.bytes();
+    const uint64_t offset = parseSize(options.offset, "offset");
+    const uint64_t length = options.length.empty() ? bytes.size() - std::min<uint64_t>(offset, bytes.size())
+                                                   : parseSize(options.length, "length");
+    if (offset > bytes.size() || length > bytes.size() - offset)
+        throw Failure(kExitMalformed, "the segment ends at byte " + std::to_string(bytes.size()));
+    return bytes.subspan(offset, length);
+}
+
+int attach(const AttachOptions &options)
+{
+    const uint32_t key = parseKey(options.key);
+    std::vector<uint8_t> data;
+    if (!options.source.empty())
+        data = readWhole(options.source);
+    if (!findSegment(key))
+        return noSegment(key);
+    Attachment attachment{key, 0, false};
+    const auto bytes = selectBytes(attachment, options);
+    if (data.size() > bytes.size())
+        throw Failure(kExitMalformed, place(options.source, 0) + ": " + count(data.size(), "byte") +
+                                          ", and there is room for " + std::to_string(bytes.size()));
+    std::ranges::copy(data, bytes.begin());
+    if (!options.target.empty())
+    {
+        OutputFile target{options.target};
+        target.write(bytes);
+        target.commit();
+    }
+    if (options.free)
+        (void)attachment.free(); // the last one to go removes the segment
+    return kExitYes;
+}
+
+int freeSegment(const std::string &wanted, bool json)
+{
+    const uint32_t key = parseKey(wanted);
+    const auto before = findSegment(key);
+    if (!before)
+        return noSegment(key);
+    const bool removed = Attachment{key, 0, false}.free();
+    if (json)
+        out().json({{"key", key}, {"id", before->id}, {"removed", removed}});
+    else if (removed)
+        out().line("removed " + keyText(key) + ", " + count(before->size, "byte"));
+    else
+        note("key " + keyText(key) + " is attached elsewhere, " + count(before->attached, "time") +
+             "; the last one to free it removes it");
+    return removed ? kExitYes : kExitNo;
+}
+
+int findKey(const std::string &start, bool json)
+{
+    const auto first = static_cast<uint32_t>(parseNumber(start, "key of 32 bits", kMost));
+    uint32_t key = 0;
+    if (const KIVCS2Status status = kivCS2SharedMemory_findKey(first, &key); KIVCS2_FAILED(status))
+    {
+        note("no key is free among the 10000 from " + keyText(first) + " on (" + statusText(status) + ")");
+        return kExitNo;
+    }
+    if (json)
+        out().json({{"key", key}});
+    else
+        out().line(keyText(key));
+    return kExitYes;
+}
+
+} // namespace
+
+void addSharedMemoryCommand(CLI::App &app, Context &context)
+{
+    auto *command = app.add_subcommand("shm", "Shared memory segments (System V)");
+    command->fallthrough();
+    command->require_subcommand(1);
+    command->footer("Keys are decimal or 0x...; sizes may end in K, M or G.\n"
+                    "A segment stays on the machine until it is freed while nobody else is attached.");
+
+    auto *shown = command->add_subcommand("show", "One segment, or all of the machine");
+    const auto wanted = std::make_shared<std::string>();
+    shown->add_option("key", *wanted, "The segment's key");
+    shown->callback(
+        [&context, wanted]
+        {
+            context.run = [&context, wanted]
+            {
+                return show(*wanted, context.json);
+            };
+        });
+
+    auto *created = command->add_subcommand("create", "Make a segment of zeros and leave it on the machine");
+    const auto creation = std::make_shared<CreateOptions>();
+    created->add_option("key", creation->key, "Its key")->required();
+    created->add_option("size", creation->size, "Bytes")->required();
+    created->add_flag("--hold", creation->hold,
+                      "Stay attached until interrupted; then remove it unless others are attached");
+    created->add_flag("--clear", creation->clear, "Also where the key has one: set its first bytes to zero");
+    created->callback(
+        [&context, creation]
+        {
+            context.run = [&context, creation]
+            {
+                return create(*creation, context.json);
+            };
+        });
+
+    auto *attached = command->add_subcommand("attach", "Fill a segment from a file, or read it into one");
+    const auto attachment = std::make_shared<AttachOptions>();
+    attached->add_option("key", attachment->key, "The segment's key")->required();
+    auto *write = attached->add_option("-w,--write", attachment->source, "Copy this file into the segment");
+    auto *read = attached->add_option("-r,--read", attachment->target, "Copy the segment into this file");
+    write->excludes(read);
+    attached->add_option("--offset", attachment->offset, "First byte in the segment");
+    attached->add_option("--length", attachment->length, "Bytes of the segment, otherwise to its end");
+    attached->add_flag("--free", attachment->free, "Free it afterwards instead of leaving it");
+    attached->callback(
+        [&context, attachment]
+        {
+            if (attachment->source.empty() && attachment->target.empty())
+                throw CLI::RequiredError("--write or --read");
+            context.run = [attachment]
+            {
+                return attach(*attachment);
+            };
+        });
+
+    auto *freed = command->add_subcommand("free", "Remove a segment; exit 1 while others are attached");
+    const auto key = std::make_shared<std::string>();
+    freed->add_option("key", *key, "The segment's key")->required();
+    freed->callback(
+        [&context, key]
+        {
+            context.run = [&context, key]
+            {
+                return freeSegment(*key, context.json);
+            };
+        });
+
+    auto *found = command->add_subcommand("find", "The first key without a segment");
+    const auto start = std::make_shared<std::string>("1");
+    found->add_option("start", *start, "Where the search begins, otherwise 1");
+    found->callback(
+        [&context, start]
+        {
+            context.run = [&context, start]
+            {
+                return findKey(*start, context.json);
+            };
+        });
+}
+
+} // namespace tool
