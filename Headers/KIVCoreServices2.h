@@ -25,6 +25,7 @@
 #include "KIVCS2MemoryPool.h"
 #include "KIVCS2MultiBuffer.h"
 
+#include "KIVCS2Bonjour.h"
 #include "KIVCS2Socket.h"
 
 #include "KIVCS2Dictionary.h"
