@@ -40,6 +40,10 @@ enum TypeID : CFTypeID
     kTypeUUID,
     kTypeBoolean,
     kTypeDictionary,
+    kTypeData,
+    kTypeNetService,
+    kTypeNetServiceBrowser,
+    kTypeNetServiceMonitor,
 };
 
 struct Object
