@@ -20,18 +20,18 @@ class DescriptorMarks
 public:
     [[nodiscard]] bool has(int fd) const noexcept
     {
-        const Page *page = m_pages[pageOf(fd)].load(std::memory_order_acquire);
+        const Page *page = pageOf(fd);
         return page != nullptr && ((*page)[wordOf(fd)].load(std::memory_order_relaxed) & bitOf(fd)) != 0;
     }
     // False when there is no room for a mark; clearing always succeeds.
     [[nodiscard]] bool set(int fd, bool marked) noexcept
     {
-        Page *page = m_pages[pageOf(fd)].load(std::memory_order_acquire);
+        Page *page = pageOf(fd);
         if (page == nullptr)
         {
             if (!marked)
                 return true;
-            page = makePage(m_pages[pageOf(fd)]);
+            page = makePage(m_furtherPages[static_cast<size_t>(fd) / kPerPage]);
             if (page == nullptr)
                 return false;
         }
@@ -44,13 +44,14 @@ public:
 
 private:
     static constexpr size_t kPerWord = 64;
-    static constexpr size_t kPerPage = 32768; // descriptors; 4 KiB of bits
+    static constexpr size_t kPerPage = 8192; // descriptors; 1 KiB of bits
     static constexpr size_t kPages = (size_t{1} << 31) / kPerPage;
     using Page = std::array<std::atomic<uint64_t>, kPerPage / kPerWord>;
 
-    static size_t pageOf(int fd) noexcept
+    [[nodiscard]] Page *pageOf(int fd) const noexcept
     {
-        return static_cast<size_t>(fd) / kPerPage;
+        const size_t index = static_cast<size_t>(fd) / kPerPage;
+        return index == 0 ? &m_first : m_furtherPages[index].load(std::memory_order_acquire);
     }
     static size_t wordOf(int fd) noexcept
     {
@@ -70,8 +71,9 @@ private:
         return there;
     }
 
-    Page m_first{};
-    std::array<std::atomic<Page *>, kPages> m_pages{&m_first};
+    // All zero, so that the table takes memory only where it is used.
+    mutable Page m_first{};
+    std::array<std::atomic<Page *>, kPages> m_furtherPages{};
 };
 
 constinit DescriptorMarks s_noSigpipe;
