@@ -24,6 +24,7 @@ void addChecksumCommand(CLI::App &app, Context &context);
 void addTextCommand(CLI::App &app, Context &context);
 void addJSONCommand(CLI::App &app, Context &context);
 void addSharedMemoryCommand(CLI::App &app, Context &context);
+void addServicesCommand(CLI::App &app, Context &context);
 void addStatusCommand(CLI::App &app, Context &context);
 
 } // namespace tool

@@ -1,5 +1,6 @@
 // kivcs2 shm: System V segments made, filled, read, listed and removed.
 #include "Command.h"
+#include "EndSignals.h"
 #include "Failure.h"
 #include "Files.h"
 #include "Output.h"
@@ -12,7 +13,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <csignal>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -234,30 +234,6 @@ int show(const std::string &wanted, bool json)
     table.print();
     return kExitYes;
 }
-
-// Blocks the signals that end a command, before there is anything that one of them could leave behind.
-class EndSignals
-{
-public:
-    EndSignals()
-    {
-        ::sigemptyset(&m_signals);
-        for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-            if (::signal(signalNumber, SIG_DFL) == SIG_IGN)
-                ::signal(signalNumber, SIG_IGN); // nohup, and jobs in the background
-            else
-                ::sigaddset(&m_signals, signalNumber);
-        ::sigprocmask(SIG_BLOCK, &m_signals, nullptr);
-    }
-    void wait() const
-    {
-        int signalNumber = 0;
-        ::sigwait(&m_signals, &signalNumber);
-    }
-
-private:
-    sigset_t m_signals{};
-};
 
 struct CreateOptions
 {

@@ -45,6 +45,7 @@ int run(int argc, char **argv)
     tool::addTextCommand(app, context);
     tool::addJSONCommand(app, context);
     tool::addSharedMemoryCommand(app, context);
+    tool::addServicesCommand(app, context);
     tool::addStatusCommand(app, context);
 
     try
