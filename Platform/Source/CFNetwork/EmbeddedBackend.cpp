@@ -4,10 +4,15 @@
 #include "CFNetwork/Backend.h"
 
 #include <avahi-common/alternative.h>
+#include <avahi-common/domain.h>
 #include <avahi-common/error.h>
 #include <avahi-common/malloc.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <new>
+#include <string_view>
 
 namespace kiv::discovery
 {
@@ -76,7 +81,7 @@ private:
             break;
         case AVAHI_SERVER_COLLISION:
             self.m_state = BackendState::starting;
-            takeAnotherHostName(server);
+            self.takeAnotherHostName(server);
             break;
         case AVAHI_SERVER_FAILURE:
             self.m_state = BackendState::lost;
@@ -86,19 +91,33 @@ private:
             self.m_owner.backendChanged();
     }
 
-    // Another machine has the name: "encoder" becomes "encoder-2".
-    static void takeAnotherHostName(AvahiServer *server)
+    // Another machine has the name: "encoder" becomes "encoder-2", and from then on "encoder-4711". Two machines of
+    // one name that start together contend for every further name too if they count in step, and neither wins:
+    // each of a host's several addresses is compared by itself.
+    void takeAnotherHostName(AvahiServer *server) noexcept
     {
-        char *name = avahi_alternative_host_name(core().avahi_server_get_host_name(server));
-        (void)core().avahi_server_set_host_name(
-            server,
-            name); // refused, nothing is announced: the next conflict asks again
-        avahi_free(name);
+        constexpr size_t kRoomForNumber = 5;
+        constexpr uint32_t kNumbers = 10000;
+        char text[AVAHI_LABEL_MAX];
+        const char *name = core().avahi_server_get_host_name(server);
+        if (++m_conflicts > 1)
+        {
+            std::string_view stem = name;
+            stem = stem.substr(0, std::min(stem.rfind('-'), sizeof text - 1 - kRoomForNumber));
+            (void)std::snprintf(text, sizeof text, "%.*s-%u", static_cast<int>(stem.size()), stem.data(),
+                                arc4random_uniform(kNumbers));
+            (void)core().avahi_server_set_host_name(server, text); // refused, the next conflict asks again
+            return;
+        }
+        char *next = avahi_alternative_host_name(name);
+        (void)core().avahi_server_set_host_name(server, next); // as above
+        avahi_free(next);
     }
 
     BackendOwner &m_owner;
     AvahiServer *m_server = nullptr;
     BackendState m_state = BackendState::starting;
+    unsigned m_conflicts = 0;
     bool m_silent = false;
 };
 
