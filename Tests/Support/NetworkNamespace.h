@@ -17,7 +17,10 @@
 #include <linux/veth.h>
 #include <net/if.h>
 #include <net/route.h>
+#include <optional>
+#include <poll.h>
 #include <sched.h>
+#include <stdexcept>
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -217,6 +220,8 @@ public:
             });
         run([address] { configure(address); });
         other.run([otherAddress] { configure(otherAddress); });
+        awaitTraffic(other, otherAddress);
+        other.awaitTraffic(*this, address);
     }
 
     // Takes the interface down, or up again: the cable is pulled.
@@ -319,6 +324,36 @@ private:
         detail::require(ioctl(descriptor.get(), SIOCSIFNETMASK, &request), "mask");
         setUp(kInterface);
         addGroupRoute();
+    }
+
+    // The kernel lets packets through some time after an interface is up, and drops them until then.
+    void awaitTraffic(const NetworkNamespace &other, const char *otherAddress) const
+    {
+        std::optional<detail::Descriptor> from;
+        std::optional<detail::Descriptor> to;
+        sockaddr meeting = detail::addressOf(otherAddress);
+        const uint16_t port = htons(9); // discard
+        std::memcpy(meeting.sa_data, &port, sizeof port);
+        other.run(
+            [&]
+            {
+                to.emplace(control());
+                detail::require(bind(to->get(), &meeting, sizeof meeting), "probe");
+            });
+        run(
+            [&]
+            {
+                from.emplace(control());
+                detail::require(connect(from->get(), &meeting, sizeof meeting), "probe");
+            });
+        for (int attempt = 0; attempt < 3000; ++attempt)
+        {
+            (void)::send(from->get(), "", 1, 0); // while there is no way yet, it fails
+            pollfd asked{to->get(), POLLIN, 0};
+            if (poll(&asked, 1, 10) == 1)
+                return;
+        }
+        throw std::runtime_error{std::string{"nothing reaches "} + otherAddress};
     }
 
     detail::Descriptor m_namespace;

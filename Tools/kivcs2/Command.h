@@ -25,6 +25,7 @@ void addTextCommand(CLI::App &app, Context &context);
 void addJSONCommand(CLI::App &app, Context &context);
 void addSharedMemoryCommand(CLI::App &app, Context &context);
 void addServicesCommand(CLI::App &app, Context &context);
+void addNetCommand(CLI::App &app, Context &context);
 void addStatusCommand(CLI::App &app, Context &context);
 
 } // namespace tool

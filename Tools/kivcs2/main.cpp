@@ -46,6 +46,7 @@ int run(int argc, char **argv)
     tool::addJSONCommand(app, context);
     tool::addSharedMemoryCommand(app, context);
     tool::addServicesCommand(app, context);
+    tool::addNetCommand(app, context);
     tool::addStatusCommand(app, context);
 
     try
