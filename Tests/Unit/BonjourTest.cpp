@@ -448,11 +448,10 @@ TEST_F(BonjourNetwork, AMonitorSeesEveryTextRecord)
             texts.waitFor("\7rate=50\1a");
             EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
             EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
-            const size_t told = texts.all.size();
+            texts.all.clear();
             // Watched again it is told what there is; disposing of the browser ends the watch.
             ASSERT_EQ(kivCS2Bonjour_startServiceMonitor(service, changed, &texts), KIVCS2STATUS_OK);
             texts.waitFor("\7rate=50\1a");
-            EXPECT_GE(texts.all.size(), told);
         });
 }
 

@@ -52,6 +52,12 @@ constexpr int kRenamesMax = 1000; // so many services of one name are no acciden
     return text;
 }
 
+// The root, which the library takes for one too, is no domain to offer services in.
+[[nodiscard]] bool isDomain(const std::string &text)
+{
+    return !text.starts_with('.') && avahi_is_valid_domain_name(text.c_str()) != 0;
+}
+
 void tellFailure(Mailbox &mailbox, int error) noexcept
 {
     if (!willBeAskedAgain(error))
@@ -138,7 +144,7 @@ ServiceNames serviceNames(CFStringRef name, CFStringRef type, CFStringRef domain
     names.type = withoutLastDot(*typeText);
     names.domain = withoutLastDot(*domainText);
     names.valid = avahi_is_valid_service_type_generic(names.type.c_str()) != 0 &&
-                  (names.domain.empty() || avahi_is_valid_domain_name(names.domain.c_str()) != 0) &&
+                  (names.domain.empty() || isDomain(names.domain)) &&
                   (name == nullptr || avahi_is_valid_service_name(names.name.c_str()) != 0);
     return names;
 }
