@@ -24,7 +24,7 @@ int main(int argc, char **argv)
     if (argc != 4)
         return fail("which group and port, and how many datagrams?", KIVCS2STATUS_PARAM_ERR);
     kivCS2_initWithTaskServer(false); /* always succeeds; no child processes here */
-    status = kivCS2_createSockAddr(&group, argv[1], atoi(argv[2]), 0);
+    status = kivCS2_createSockAddr(&group, argv[1], (int)strtol(argv[2], NULL, 10), 0);
     if (KIVCS2_FAILED(status))
         return fail("no such address", status);
     /* With ReuseAddress several receivers of one machine hear the same group. */
@@ -36,7 +36,7 @@ int main(int argc, char **argv)
     printf("joined\n");
     fflush(stdout);
 
-    for (left = atoi(argv[3]); left > 0; --left)
+    for (left = (int)strtol(argv[3], NULL, 10); left > 0; --left)
     {
         char bytes[2048];
         char from[KIVCS2_SOCK_ADDR_TEXT_SIZE];

@@ -24,11 +24,11 @@ int main(int argc, char **argv)
     if (argc != 4)
         return fail("which group and port, and how many datagrams?", KIVCS2STATUS_PARAM_ERR);
     kivCS2_initWithTaskServer(false); /* always succeeds; no child processes here */
-    status = kivCS2_createSockAddr(&group, argv[1], atoi(argv[2]), 0);
+    status = kivCS2_createSockAddr(&group, argv[1], (int)strtol(argv[2], NULL, 10), 0);
     if (KIVCS2_FAILED(status))
         return fail("no such address", status);
     status = kivCS2Socket_createMulticastDatagramSender(&sender, 1, 0);
-    for (number = 1; KIVCS2_SUCCEEDED(status) && number <= atoi(argv[3]); ++number)
+    for (number = 1; KIVCS2_SUCCEEDED(status) && number <= (int)strtol(argv[3], NULL, 10); ++number)
     {
         char text[32];
         const int length = snprintf(text, sizeof text, "datagram %d", number);

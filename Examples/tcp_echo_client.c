@@ -24,7 +24,7 @@ int main(int argc, char **argv)
     if (argc != 4)
         return fail("which host, port and text?", KIVCS2STATUS_PARAM_ERR);
     kivCS2_initWithTaskServer(false); /* always succeeds; no child processes here */
-    status = kivCS2Socket_createClient(&server, argv[1], atoi(argv[2]), 0);
+    status = kivCS2Socket_createClient(&server, argv[1], (int)strtol(argv[2], NULL, 10), 0);
     if (KIVCS2_FAILED(status))
         return fail("nobody answers there", status);
     /* A server that never answers ends the wait after five seconds. */

@@ -35,12 +35,12 @@ int main(int argc, char **argv)
 {
     KIVCS2Socket *server = NULL;
     KIVCS2Status status;
-    int left = argc > 2 ? atoi(argv[2]) : -1;
+    int left = argc > 2 ? (int)strtol(argv[2], NULL, 10) : -1;
 
     if (argc < 2)
         return fail("which port?", KIVCS2STATUS_PARAM_ERR);
     kivCS2_initWithTaskServer(false); /* always succeeds; no child processes here */
-    status = kivCS2Socket_createServer(&server, atoi(argv[1]), 16,
+    status = kivCS2Socket_createServer(&server, (int)strtol(argv[1], NULL, 10), 16,
                                        KIVCS2SocketOption_ReuseAddress | KIVCS2SocketOption_BindNow);
     if (KIVCS2_FAILED(status))
         return fail("no server on this port", status);

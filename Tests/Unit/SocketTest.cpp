@@ -440,6 +440,31 @@ TEST(SocketData, DatagramsTellTheirSender)
     EXPECT_EQ(other.socket->m_errno, uint32_t{EMSGSIZE});
 }
 
+TEST(SocketData, AnIPv6DescriptorStillSpeaksIPv4)
+{
+    const OwnSocket both = make(kivCS2Socket_createDatagramSender, uint32_t{KIVCS2SocketOption_IPv6});
+    sockaddr_in6 any{};
+    any.sin6_family = AF_INET6;
+    if (bind(both->m_socket, reinterpret_cast<sockaddr *>(&any), sizeof any) != 0)
+        GTEST_SKIP() << "no IPv6 on this machine";
+    const Receiver receiver;
+    EXPECT_EQ(kivCS2Socket_sendTo(both.get(), receiver.address.get(), "abc", 3, nullptr), kOK);
+    EXPECT_EQ(receive(receiver.socket), "abc");
+
+    // What comes has an address that is longer than the record's: it is cut, and its size tells.
+    sockaddr_in6 bound{};
+    socklen_t boundSize = sizeof bound;
+    ASSERT_EQ(getsockname(both->m_socket, reinterpret_cast<sockaddr *>(&bound), &boundSize), 0);
+    const auto address = addressOf(kHere, ntohs(bound.sin6_port));
+    EXPECT_EQ(kivCS2Socket_sendTo(receiver.socket.get(), address.get(), "d", 1, nullptr), kOK);
+    char byte = 0;
+    sockaddr_in sender{};
+    uint32_t size = 0;
+    EXPECT_EQ(kivCS2Socket_receiveFrom(both.get(), &byte, 1, false, nullptr, &sender, &size), kOK);
+    EXPECT_EQ(sender.sin_family, AF_INET6);
+    EXPECT_EQ(size, sizeof any);
+}
+
 TEST(SocketData, AnEOTByteAtTheStartEndsTheConnection)
 {
     struct Row
