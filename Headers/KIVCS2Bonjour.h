@@ -152,8 +152,8 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_initBrowserData(KIVCS2BonjourBrowser *brow
 
 /**
  * Starts to browse. `callback` is called once for each service, when it has been resolved (2 seconds at most;
- * one that did not resolve is listed without host and addresses). Services that go away stay listed. That a
- * search fails is not reported.
+ * one that did not resolve is listed without host and addresses). Services that go away stay listed; one
+ * that comes back is found again. That a search fails is not reported.
  * @param[in] userData  handed to the callback unchanged; may be null
  * @retval KIVCS2STATUS_PARAM_ERR   `browser` or `callback` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  a text is null or not ASCII (no assertion), or no memory
