@@ -475,3 +475,29 @@ TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
     EXPECT_FALSE(CFNetServiceRegisterWithOptions(fixed.get(), kCFNetServiceFlagNoAutoRename, &error));
     EXPECT_EQ(error.error, kCFNetServicesErrorCollision);
 }
+
+TEST_F(Discovery, AMonitorThatBeginsDuringAChangeEndsWithTheRecordThatStays)
+{
+    m_network.records = [](const std::string &, uint16_t, RecordSink &sink)
+    {
+        const std::vector<uint8_t> older{1, 'a'};
+        const std::vector<uint8_t> newer{1, 'b'};
+        sink.recordSeen(true, kIPv4, newer);
+        sink.recordSeen(true, kIPv6, newer);
+        sink.recordSeen(true, kIPv4, older);
+        sink.recordSeen(false, kIPv4, older);
+        sink.recordSeen(false, kIPv6, newer);
+        sink.recordsFailed(AVAHI_ERR_FAILURE);
+    };
+    Strings told;
+    CFNetServiceClientContext client{0, &told, nullptr, nullptr, nullptr};
+    const auto watched = service("", "_play._tcp", "x", 1);
+    const CFRef<CFNetServiceMonitorRef> monitor{CFNetServiceMonitorCreate(
+        nullptr, watched.get(),
+        [](CFNetServiceMonitorRef, CFNetServiceRef, CFNetServiceMonitorType, CFDataRef data, CFStreamError *,
+           void *info)
+        { static_cast<Strings *>(info)->emplace_back(1, static_cast<char>(CFDataGetBytePtr(data)[1])); },
+        &client)};
+    EXPECT_FALSE(CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, nullptr));
+    EXPECT_THAT(told, testing::ElementsAre("b", "a", "b"));
+}

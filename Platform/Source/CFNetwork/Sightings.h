@@ -53,6 +53,12 @@ public:
         return true;
     }
 
+    // One of those that are there; null for none.
+    [[nodiscard]] const std::string *any() const noexcept
+    {
+        return m_seen.empty() ? nullptr : &m_seen.begin()->first;
+    }
+
     // The source of the reports is another from now on: what is there has to be reported again.
     void startAnew() noexcept
     {

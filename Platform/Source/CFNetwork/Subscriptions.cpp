@@ -208,12 +208,19 @@ void Watch::recordSeen(bool there, Place where, std::span<const uint8_t> data) n
 {
     try
     {
-        // A changed record arrives as a new one; the old one is taken back a second later, of which nobody
-        // needs to hear.
-        if (!there)
-            (void)m_sightings.remove(asText(data), where);
-        else if (m_sightings.add(asText(data), where))
-            tell(m_mailbox, Event::Kind::came, asText(data));
+        // A changed record arrives as a new one and is taken back a second later, of which nobody needs to
+        // hear. A watch that begins in that second is told of both, in any order: if the last was the old one, the
+        // one that stays is told again.
+        const std::string *changed = nullptr;
+        std::string record{asText(data)};
+        if (there && m_sightings.add(record, where))
+            changed = &record;
+        else if (!there && m_sightings.remove(record, where) && record == m_told)
+            changed = m_sightings.any();
+        if (changed == nullptr)
+            return;
+        m_told = *changed;
+        tell(m_mailbox, Event::Kind::came, m_told);
     }
     catch (const std::bad_alloc &)
     {

@@ -70,6 +70,7 @@ private:
     uint16_t m_type;
     Mailbox &m_mailbox;
     Sightings m_sightings;
+    std::string m_told; // the last one
     std::unique_ptr<Handle> m_browse;
 };
 
