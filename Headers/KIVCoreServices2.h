@@ -28,6 +28,9 @@
 #include "KIVCS2PerformanceTimer.h"
 #include "KIVCS2Timer.h"
 
+#include "KIVCS2Bonjour.h"
+#include "KIVCS2Socket.h"
+
 #include "KIVCS2Dictionary.h"
 #include "KIVCS2JSON.h"
 

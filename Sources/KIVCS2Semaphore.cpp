@@ -11,11 +11,16 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
 
 static_assert(KIVP_SEMAPHORE_NAME_SIZE == KIVCS2SemaphoreNameMax);
 
 namespace
 {
+// Held while the system changes its list of open semaphores: its own lock is one that thread checkers do not see,
+// and semaphores of several workers are opened and closed on several threads.
+constinit std::mutex openSemaphores;
+
 // The absolute clock for an automatic name, raised to one above the last one used: two threads may read
 // the same tick, and two records with one name would share one count.
 [[nodiscard]] uint64_t nextNameTime()
@@ -51,7 +56,11 @@ KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const char *name)
 
     char systemName[KIVP_SEMAPHORE_NAME_SIZE];
     KIVPSemaphoreName(pSemaphore->m_name, systemName);
-    sem_t *semaphore = sem_open(systemName, O_CREAT, 0666, 0);
+    sem_t *semaphore = nullptr;
+    {
+        const std::lock_guard lock{openSemaphores};
+        semaphore = sem_open(systemName, O_CREAT, 0666, 0);
+    }
     if (semaphore == SEM_FAILED)
         return KIVCS2STATUS_SEMAPHORE_ERR;
     pSemaphore->m_semaphore = semaphore;
@@ -102,7 +111,10 @@ KIVCS2Status kivCS2Semaphore_free(KIVCS2Semaphore *pSemaphore)
     KIV_CHECK(pSemaphore);
     KIV_CHECK(pSemaphore->m_semaphore);
 
-    (void)sem_close(pSemaphore->m_semaphore);
+    {
+        const std::lock_guard lock{openSemaphores};
+        (void)sem_close(pSemaphore->m_semaphore);
+    }
     char systemName[KIVP_SEMAPHORE_NAME_SIZE];
     KIVPSemaphoreName(pSemaphore->m_name, systemName);
     (void)sem_unlink(systemName); // Another user of the name may have removed it first.

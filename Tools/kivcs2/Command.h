@@ -30,6 +30,8 @@ void addSharedMemoryCommand(CLI::App &app, Context &context);
 void addSensorsCommand(CLI::App &app, Context &context);
 void addRunCommand(CLI::App &app, Context &context);
 void addPipeCommand(CLI::App &app, Context &context);
+void addServicesCommand(CLI::App &app, Context &context);
+void addNetCommand(CLI::App &app, Context &context);
 void addStatusCommand(CLI::App &app, Context &context);
 
 } // namespace tool

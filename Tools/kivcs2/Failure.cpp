@@ -89,6 +89,13 @@ constexpr std::array kExits = {
     ExitRow{KIVCS2STATUS_READ_ERR, kExitInputOutput},
     ExitRow{KIVCS2STATUS_OPEN_ERR, kExitInputOutput},
     ExitRow{KIVCS2STATUS_PIPE_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_CONNECT_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_ADDRESS_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_SOCKET_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_SOCKET_INVALID_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_CONNECTION_CLOSED_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_BIND_ERR, kExitInputOutput},
+    ExitRow{KIVCS2STATUS_ACCEPT_ERR, kExitInputOutput},
     ExitRow{KIVCS2STATUS_UNSUPPORTED_ERR, kExitNotHere},
 };
 

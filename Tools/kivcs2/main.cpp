@@ -51,6 +51,8 @@ int run(int argc, char **argv)
     tool::addSystemCommand(app, context);
     tool::addDoctorCommand(app, context);
     tool::addPipeCommand(app, context);
+    tool::addServicesCommand(app, context);
+    tool::addNetCommand(app, context);
     tool::addStatusCommand(app, context);
 
     try

@@ -43,6 +43,10 @@ enum TypeID : CFTypeID
     kTypeDictionary,
     kTypeRunLoop,
     kTypeRunLoopTimer,
+    kTypeData,
+    kTypeNetService,
+    kTypeNetServiceBrowser,
+    kTypeNetServiceMonitor,
 };
 
 // The count of an object that is part of the library: no host releases that often.

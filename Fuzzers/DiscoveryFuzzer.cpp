@@ -1,0 +1,183 @@
+// A network that answers whatever it likes, under the whole of discovery: services that come and go under any name,
+// location, address and TXT records of any content. Lists, names, addresses and records have to stay what the
+// header promises, and nothing may be kept.
+#include "KIVCS2Bonjour.h"
+
+#include "CFNetwork/Engine.h"
+#include "CFNetwork/RecordData.h"
+#include "Private/CFRef.h"
+
+#include "Expect.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string>
+
+namespace
+{
+using namespace kiv::discovery;
+using kiv::CFRef;
+
+constexpr int kNoMore = -1; // what the network fails with when it has said everything
+
+// The rest of the input, eaten by whoever is asked.
+struct Script
+{
+    const uint8_t *data = nullptr;
+    size_t size = 0;
+
+    uint8_t byte()
+    {
+        if (size == 0)
+            return 0;
+        --size;
+        return *data++;
+    }
+    std::span<const uint8_t> bytes(size_t length)
+    {
+        const std::span<const uint8_t> taken{data, std::min(length, size)};
+        data += taken.size();
+        size -= taken.size();
+        return taken;
+    }
+};
+Script script;
+
+Place place(uint8_t bits)
+{
+    return {bits >> 2 & 3, bits >> 4 & 1};
+}
+
+// Says what the script holds for a question, and then that there is no more.
+class ScriptedBackend final : public Backend
+{
+public:
+    [[nodiscard]] BackendState state() const noexcept override
+    {
+        return BackendState::ready;
+    }
+    std::unique_ptr<Handle> browseServices(const char *, const char *, ServiceSink &sink,
+                                           int &error) noexcept override
+    {
+        for (uint8_t steps = script.byte() & 7; steps > 0 && script.size > 0; --steps)
+        {
+            const uint8_t bits = script.byte();
+            const auto name = script.bytes(script.byte());
+            const std::string text{name.begin(), name.end()};
+            if ((bits & 0xc0) == 0xc0)
+                sink.allServicesForNow();
+            else
+                sink.serviceSeen((bits & 1) == 0, place(bits), text.c_str());
+        }
+        sink.browsingFailed(kNoMore);
+        error = 0;
+        return std::make_unique<Handle>();
+    }
+    std::unique_ptr<Handle> browseRecords(const char *name, uint16_t, RecordSink &sink,
+                                          int &error) noexcept override
+    {
+        KIV_FUZZ_EXPECT(std::strlen(name) < 1024);
+        for (uint8_t steps = script.byte() & 3; steps > 0 && script.size > 0; --steps)
+        {
+            const uint8_t bits = script.byte();
+            sink.recordSeen((bits & 1) == 0, place(bits), script.bytes(script.byte()));
+        }
+        sink.cacheDone();
+        sink.allRecordsForNow();
+        sink.recordsFailed(kNoMore);
+        error = 0;
+        return std::make_unique<Handle>();
+    }
+    std::unique_ptr<Group> makeGroup(GroupSink &, int &error) noexcept override
+    {
+        error = kNoMore;
+        return nullptr;
+    }
+};
+
+// Keeps one engine for all inputs.
+class Presence final : public Subscription
+{
+public:
+    Presence()
+    {
+        setBackendForTesting([](BackendOwner &) -> std::unique_ptr<Backend>
+                             { return std::make_unique<ScriptedBackend>(); });
+        KIV_FUZZ_EXPECT(subscribe(*this) == 0);
+    }
+    void attach(Backend &) noexcept override {}
+    void detach() noexcept override {}
+};
+
+CFRef<CFStringRef> ascii(const char *text)
+{
+    return CFRef<CFStringRef>{CFStringCreateWithCString(nullptr, text, kCFStringEncodingASCII)};
+}
+
+void checkText(const char *text)
+{
+    const size_t length = strnlen(text, KIVCS2BonjourNameMax);
+    KIV_FUZZ_EXPECT(length < KIVCS2BonjourNameMax);
+    KIV_FUZZ_EXPECT(
+        std::all_of(text, text + length, [](char c) { return static_cast<unsigned char>(c) < 0x80; }));
+}
+
+void serviceFound(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *service, void *userData,
+                  KIVCS2BonjourBrowser *)
+{
+    ++*static_cast<uint32_t *>(userData);
+    KIV_FUZZ_EXPECT(reinterpret_cast<KIVCS2BonjourService *>(browser->m_services.m_prev) == service);
+    checkText(service->m_name);
+    checkText(service->m_hostName);
+    KIV_FUZZ_EXPECT(service->m_addressCount == 0);
+    uint32_t port = 1;
+    KIVCS2BonjourAddress *address = nullptr;
+    (void)kivCS2Bonjour_getFirstPort(browser, service, &port);
+    (void)kivCS2Bonjour_getAddressesList(browser, service, &address);
+    KIV_FUZZ_EXPECT(address != nullptr || port == 0);
+    for (; address != nullptr; address = reinterpret_cast<KIVCS2BonjourAddress *>(address->m_elem.m_next))
+        KIV_FUZZ_EXPECT(address->m_port == port); // of the one location record that counts
+}
+
+void recordSeen(CFNetServiceMonitorRef, CFNetServiceRef, CFNetServiceMonitorType, CFDataRef data,
+                CFStreamError *, void *)
+{
+    // What came from the network may be set to be published, or is refused.
+    const CFRef<CFStringRef> text = ascii("x");
+    const CFRef<CFNetServiceRef> service{CFNetServiceCreate(nullptr, text.get(), text.get(), text.get(), 1)};
+    const bool isText = isTextRecord({CFDataGetBytePtr(data), static_cast<size_t>(CFDataGetLength(data))});
+    KIV_FUZZ_EXPECT(static_cast<bool>(CFNetServiceSetTXTData(service.get(), data)) == isText);
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    static const Presence presence;
+    script = {data, size};
+
+    KIVCS2BonjourBrowser browser;
+    KIV_FUZZ_EXPECT(kivCS2Bonjour_initBrowserData(&browser) == KIVCS2STATUS_OK);
+    uint32_t found = 0;
+    browser.m_mode = KIVCS2BonjourMode_Spin;
+    browser.m_callback = serviceFound;
+    browser.m_userData = &found;
+    // The search of a worker, on this thread.
+    const CFRef<CFStringRef> domain = ascii("");
+    const CFRef<CFStringRef> type = ascii("_fuzz._udp");
+    CFStreamError error{};
+    KIV_FUZZ_EXPECT(
+        !CFNetServiceBrowserSearchForServices(browser.m_browser, domain.get(), type.get(), &error));
+    KIV_FUZZ_EXPECT(error.error == kCFNetServicesErrorUnknown);
+    KIV_FUZZ_EXPECT(found == browser.m_services.m_count);
+
+    if (const auto *first = reinterpret_cast<KIVCS2BonjourService *>(browser.m_services.m_next);
+        first != nullptr)
+    {
+        CFRef<CFNetServiceMonitorRef> monitor{
+            CFNetServiceMonitorCreate(nullptr, first->m_service, recordSeen, nullptr)};
+        KIV_FUZZ_EXPECT(!CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, &error));
+    }
+    KIV_FUZZ_EXPECT(kivCS2Bonjour_diposeBrowserData(&browser) == KIVCS2STATUS_OK);
+    return 0;
+}

@@ -1,0 +1,247 @@
+/**
+ * @file
+ * Service discovery: publishes services on the local network and finds them by domain, type and name
+ * (RFC 6762, RFC 6763).
+ *
+ * The caller owns the records of publishers and browsers, which stay where they are while in use. Found
+ * services and their addresses are the browser's; they live until it is disposed of. What waits for the network
+ * runs on a worker thread of its own, so that no operation blocks its caller but finding the first service, which
+ * is asked to wait, and the endings, which wait for their worker.
+ *
+ * A browser's life: `initBrowserData`, then `findServices` or `findFirstService` once, `stopServiceBrowser`
+ * and `diposeBrowserData`. A stopped browser is not started again but initialised anew.
+ *
+ * Once a kivCS2Bonjour_findFirstService() of the process has found its service, no browser of the process
+ * finds any more: callbacks are no longer made. Look for the first service last, or in a process of its own.
+ *
+ * Texts are ASCII. A domain of "" is the default one, "local"; a type reads "_http._tcp". Start-up must have run.
+ */
+#ifndef KIVCS2_BONJOUR_H
+#define KIVCS2_BONJOUR_H
+
+#include "KIVCS2Base.h"
+#include "KIVCS2LinkList.h"
+#include "KIVCS2Mutex.h"
+#include "KIVCS2PThread.h"
+#include "KIVCS2Semaphore.h"
+
+#include <CFNetwork/CFNetwork.h>
+#include <CoreFoundation/CoreFoundation.h>
+
+KIVCS2_BEGIN_DECLS
+
+enum
+{
+    KIVCS2BonjourNameMax = 256 /**< bytes of a host or service name with its terminator */
+};
+
+/** A service that this process offers. */
+typedef struct KIVCS2BonjourPublisher
+{
+    CFNetServiceRef m_service;      /**< owned; for one to CFNetServiceSetTXTData(). Null once ended */
+    KIVCS2SemaphoreThread m_thread; /**< registers it and waits until it is cancelled */
+} KIVCS2BonjourPublisher;
+
+/** One IPv4 address of a found service. */
+typedef struct KIVCS2BonjourAddress
+{
+    KIVCS2LinkElem m_elem;
+    uint32_t m_address; /**< in network order, as in `struct in_addr` */
+    uint32_t m_port;    /**< in host order */
+} KIVCS2BonjourAddress;
+
+struct KIVCS2BonjourService;
+struct KIVCS2BonjourBrowser;
+
+/**
+ * A service was found. It runs on the browser's worker with the browser's mutex held: the operations of the
+ * service and kivCS2Bonjour_stopServiceBrowser() may be called, kivCS2Bonjour_diposeBrowserData() may not.
+ */
+typedef void (*KIVCS2BonjourBrowserCallback)(struct KIVCS2BonjourBrowser *browser,
+                                             struct KIVCS2BonjourService *service, void *userData,
+                                             struct KIVCS2BonjourBrowser *sameBrowser);
+
+/**
+ * A monitored TXT record has come or changed and stands in the service record. It runs on the monitor's
+ * worker and may stop the monitor.
+ */
+typedef void (*KIVCS2BonjourMonitorCallback)(struct KIVCS2BonjourService *service, void *userData,
+                                             struct KIVCS2BonjourService *sameService);
+
+/** A found service. */
+typedef struct KIVCS2BonjourService
+{
+    KIVCS2LinkElem m_elem;
+    KIVCS2LinkList m_addresses; /**< of KIVCS2BonjourAddress */
+    uint32_t m_addressCount;    /**< always 0; the list counts its own */
+    CFNetServiceRef m_service;  /**< owned */
+    char m_hostName
+        [KIVCS2BonjourNameMax];        /**< ASCII, other characters as "?"; empty where it did not resolve */
+    char m_name[KIVCS2BonjourNameMax]; /**< the same of the service's name */
+    KIVCS2SemaphoreThread m_monitorThread;
+    uint32_t m_monitorStop;               /**< 1 once stopping of the monitor has begun */
+    CFNetServiceMonitorRef m_monitor;     /**< owned; null while none is watching */
+    CFNetServiceMonitorType m_recordType; /**< of the last record: 1, TXT */
+    CFDataRef m_recordData;               /**< its data as in DNS; owned, null before the first */
+    CFStreamError m_recordError;
+    CFNetServiceClientContext m_monitorContext;
+    KIVCS2BonjourMonitorCallback m_monitorCallback;
+    void *m_monitorUserData;
+} KIVCS2BonjourService;
+
+/** What a browser is doing; four-character codes. */
+typedef uint32_t KIVCS2BonjourMode;
+enum
+{
+    KIVCS2BonjourMode_First = 0x66727374, /**< 'frst': finding the first service of a name */
+    KIVCS2BonjourMode_Spin = 0x7370696E   /**< 'spin': browsing on and on */
+};
+
+/** A browser and the services it has found. */
+typedef struct KIVCS2BonjourBrowser
+{
+    KIVCS2Semaphore m_semaphore; /**< signalled when the first service is found */
+    uint32_t m_stop;             /**< 1 once stopping has begun: callbacks do nothing then */
+    KIVCS2Mutex m_mutex;         /**< recursive; held by every callback and every stop */
+    KIVCS2SemaphoreThread m_thread;
+    CFNetServiceClientContext m_clientContext;
+    CFNetServiceBrowserRef m_browser; /**< owned */
+    CFStringRef m_domain;             /**< owned, as the next two; null while not searching */
+    CFStringRef m_type;
+    CFStringRef m_name;        /**< the wanted name, where the first is looked for */
+    KIVCS2LinkList m_services; /**< of KIVCS2BonjourService */
+    KIVCS2BonjourMode m_mode;
+    KIVCS2BonjourBrowserCallback m_callback;
+    void *m_userData;
+    KIVCS2Mutex m_endMutex; /**< held while the worker is ended; private */
+    uint32_t m_inCallback;  /**< 1 while the host's callback runs; private */
+} KIVCS2BonjourBrowser;
+
+/**
+ * Publishes a service from a worker thread until kivCS2Bonjour_endPublishingService(), whatever the record held
+ * before. Whether the network accepts it is not reported; a name that is taken gets a number (" #2").
+ * @param[in] name  at most 63 bytes
+ * @param[in] port  0 to 65535, in host order
+ * @retval KIVCS2STATUS_PARAM_ERR      an argument is null (texts: no assertion)
+ * @retval KIVCS2STATUS_MEMORY_ERR     a text is not ASCII, or no memory
+ * @retval KIVCS2STATUS_DATA_ERR       the port is out of range, or the service could not be made
+ * @retval KIVCS2STATUS_SEMAPHORE_ERR  no worker
+ * @retval KIVCS2STATUS_THREAD_ERR     no worker
+ * After a failure the record is zero. Thread safety: the owner alone.
+ */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_startPublishingService(KIVCS2BonjourPublisher *publisher,
+                                                             const char *domain, const char *type,
+                                                             const char *name, uint32_t port);
+
+/**
+ * Withdraws the service, waits for the worker and zeroes the record. A record that publishes nothing is left
+ * as it is.
+ * @retval KIVCS2STATUS_PARAM_ERR  `publisher` is null
+ * Thread safety: the owner alone.
+ */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_endPublishingService(KIVCS2BonjourPublisher *publisher);
+
+/**
+ * Makes `browser` ready, whatever the record held before.
+ * @retval KIVCS2STATUS_PARAM_ERR  `browser` is null
+ * @retval KIVCS2STATUS_MUTEX_ERR  the system made no mutex; the record is zero
+ * @retval KIVCS2STATUS_DATA_ERR   no browser could be created; the record is zero
+ * Thread safety: the owner alone.
+ */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_initBrowserData(KIVCS2BonjourBrowser *browser);
+
+/**
+ * Starts to browse. `callback` is called once for each service, when it has been resolved (2 seconds at most;
+ * one that did not resolve is listed without host and addresses). Services that go away stay listed; one
+ * that comes back is found again. That a search fails is not reported.
+ * @param[in] userData  handed to the callback unchanged; may be null
+ * @retval KIVCS2STATUS_PARAM_ERR   `browser` or `callback` is null
+ * @retval KIVCS2STATUS_MEMORY_ERR  a text is null or not ASCII (no assertion), or no memory
+ * @retval KIVCS2STATUS_STATE_ERR   the browser is browsing
+ * @retval KIVCS2STATUS_DATA_ERR    no worker
+ * After a failure nothing has changed. Thread safety: the owner alone.
+ */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_findServices(KIVCS2BonjourBrowser *browser, const char *domain,
+                                                   const char *type, KIVCS2BonjourBrowserCallback callback,
+                                                   void *userData);
+
+/**
+ * Waits until a service of exactly this name was found and resolved: it is the first in the browser's list then.
+ * The browser is stopped afterwards, found or not. Ending waits for a service that is being resolved, so the call
+ * may take up to 2 seconds longer than `timeout`; a stop by another thread does not shorten the wait.
+ * @param[in] timeout  milliseconds; 0 looks once
+ * @retval KIVCS2STATUS_PARAM_ERR      `browser` is null
+ * @retval KIVCS2STATUS_MEMORY_ERR     a text is null or not ASCII (no assertion), or no memory
+ * @retval KIVCS2STATUS_STATE_ERR      the browser is browsing
+ * @retval KIVCS2STATUS_SEMAPHORE_ERR  no semaphore; nothing has changed
+ * @retval KIVCS2STATUS_DATA_ERR       no worker; nothing has changed
+ * @retval KIVCS2STATUS_TIMEOUT_ERR    not found in time
+ * Thread safety: the owner alone.
+ */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_findFirstService(KIVCS2BonjourBrowser *browser, const char *domain,
+                                                       const char *type, const char *name, uint32_t timeout);
+
+/**
+ * Stops browsing and waits for the worker: no callback runs afterwards, except where the browser's own callback
+ * stops it, which ends with that callback. Twice is harmless, as is a browser that never began.
+ * @retval KIVCS2STATUS_PARAM_ERR  `data` is null
+ * @retval KIVCS2STATUS_MUTEX_ERR  the browser is not initialised
+ * Thread safety: any thread, the browser's callback included, until it is disposed of.
+ */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_stopServiceBrowser(KIVCS2BonjourBrowser *data);
+
+/**
+ * Stops the browser and the monitors of its services, releases everything it holds and zeroes the record.
+ * @retval KIVCS2STATUS_PARAM_ERR  `browser` is null
+ * @retval KIVCS2STATUS_STATE_ERR  called by the browser's own callback; nothing was released
+ * Thread safety: the owner alone. The name is spelled so.
+ */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_diposeBrowserData(KIVCS2BonjourBrowser *browser);
+
+/**
+ * The first IPv4 address of a service, null where it has none; the others follow by its links.
+ * @param[in] serviceData  null: the first service of the browser
+ * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or there is no service
+ * Thread safety: the browser's callback, or the owner once the browser is stopped. The same holds for the next three.
+ */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_getAddressesList(KIVCS2BonjourBrowser *browser,
+                                                       KIVCS2BonjourService *serviceData,
+                                                       KIVCS2BonjourAddress **hostAddr);
+
+/** As kivCS2Bonjour_getAddressesList(): the host's name, which is the record's own. */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_getHostname(KIVCS2BonjourBrowser *browser,
+                                                  KIVCS2BonjourService *serviceData, const char **hostName);
+
+/** As kivCS2Bonjour_getAddressesList(): the service's name, which is the record's own. */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_getServiceName(KIVCS2BonjourBrowser *browser,
+                                                     KIVCS2BonjourService *serviceData,
+                                                     const char **serviceName);
+
+/** As kivCS2Bonjour_getAddressesList(): the port of the first address, 0 where there is none. */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_getFirstPort(KIVCS2BonjourBrowser *browser,
+                                                   KIVCS2BonjourService *serviceData, uint32_t *firstPort);
+
+/**
+ * Watches the service's TXT record: `callback` is called with the record there is and whenever it changes. That
+ * the watch fails is not reported.
+ * @param[in] userData  handed to the callback unchanged; may be null
+ * @retval KIVCS2STATUS_PARAM_ERR  `service` or `callback` is null
+ * @retval KIVCS2STATUS_STATE_ERR  the service is watched
+ * @retval KIVCS2STATUS_DATA_ERR   no monitor or no worker; nothing is watched
+ * Thread safety: one thread at a time a service, the browser's callback included.
+ */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_startServiceMonitor(KIVCS2BonjourService *service,
+                                                          KIVCS2BonjourMonitorCallback callback,
+                                                          void *userData);
+
+/**
+ * Stops the watch and waits for its worker, except in the monitor's own callback. The last record stays. Twice is
+ * harmless, as is a service that was never watched.
+ * @retval KIVCS2STATUS_PARAM_ERR  `service` is null
+ * Thread safety: one thread at a time a service; the monitor's callback only while no other thread stops it.
+ */
+KIVCS2_API KIVCS2Status kivCS2Bonjour_stopServiceMonitor(KIVCS2BonjourService *service);
+
+KIVCS2_END_DECLS
+
+#endif

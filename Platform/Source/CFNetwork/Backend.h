@@ -1,0 +1,123 @@
+// Who speaks with the network: the machine's daemon through its client library, or the embedded stack. All
+// members are called, and all sinks are told, with the engine's lock held.
+#ifndef KIV_PLATFORM_DISCOVERY_BACKEND_H
+#define KIV_PLATFORM_DISCOVERY_BACKEND_H
+
+#include "CFNetwork/Sightings.h"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+
+struct AvahiPoll;
+
+namespace kiv::discovery
+{
+// Errors are those of <avahi-common/error.h>: 0 for none, negative.
+
+class ServiceSink
+{
+public:
+    virtual void serviceSeen(bool there, Place where, const char *name) noexcept = 0;
+    virtual void allServicesForNow() noexcept = 0;
+    virtual void browsingFailed(int error) noexcept = 0;
+
+protected:
+    ~ServiceSink() = default;
+};
+
+class RecordSink
+{
+public:
+    virtual void recordSeen(bool there, Place where, std::span<const uint8_t> data) noexcept = 0;
+    virtual void cacheDone() noexcept = 0; // what was known already has been reported
+    virtual void allRecordsForNow() noexcept = 0;
+    virtual void recordsFailed(int error) noexcept = 0;
+
+protected:
+    ~RecordSink() = default;
+};
+
+class GroupSink
+{
+public:
+    virtual void nameTaken() noexcept = 0;
+    virtual void groupFailed(int error) noexcept = 0;
+
+protected:
+    ~GroupSink() = default;
+};
+
+// Something asked of a backend; its end takes it back, and its sink hears no more.
+class Handle
+{
+public:
+    Handle() = default;
+    Handle(const Handle &) = delete;
+    Handle &operator=(const Handle &) = delete;
+    virtual ~Handle() = default;
+};
+
+struct Announcement
+{
+    const char *name;
+    const char *type;
+    const char *domain; // "" for the default one
+    uint16_t port;
+    std::span<const uint8_t> text; // TXT data, as in DNS
+};
+
+// One announced service.
+class Group : public Handle
+{
+public:
+    // In place of what was announced before. AVAHI_ERR_COLLISION: the name is taken on this machine.
+    virtual int announce(const Announcement &what) noexcept = 0;
+    virtual int updateText(const Announcement &what) noexcept = 0;
+    virtual void withdraw() noexcept = 0;
+};
+
+// Whoever made a backend hears how it fares; it must not end the backend there.
+class BackendOwner
+{
+public:
+    virtual void backendChanged() noexcept = 0;
+
+protected:
+    ~BackendOwner() = default;
+};
+
+enum class BackendState
+{
+    absent,   // a daemon that has not come yet
+    starting, // the host's name is not settled: browsing works, announcing waits
+    ready,
+    lost // for good
+};
+
+class Backend
+{
+public:
+    Backend() = default;
+    Backend(const Backend &) = delete;
+    Backend &operator=(const Backend &) = delete;
+    virtual ~Backend() = default;
+
+    [[nodiscard]] virtual BackendState state() const noexcept = 0;
+    // Null and an error where it is refused. Sinks may be told before the call returns.
+    [[nodiscard]] virtual std::unique_ptr<Handle> browseServices(const char *type, const char *domain,
+                                                                 ServiceSink &sink, int &error) noexcept = 0;
+    [[nodiscard]] virtual std::unique_ptr<Handle> browseRecords(const char *name, uint16_t type,
+                                                                RecordSink &sink, int &error) noexcept = 0;
+    [[nodiscard]] virtual std::unique_ptr<Group> makeGroup(GroupSink &sink, int &error) noexcept = 0;
+};
+
+// The running daemon; `wait`: also one that is still to come. Null where there is none, or no way to it.
+[[nodiscard]] std::unique_ptr<Backend> makeDaemonBackend(const AvahiPoll *poll, BackendOwner &owner,
+                                                         bool wait) noexcept;
+// The stack in this process. Null where there is no network.
+[[nodiscard]] std::unique_ptr<Backend> makeEmbeddedBackend(const AvahiPoll *poll,
+                                                           BackendOwner &owner) noexcept;
+} // namespace kiv::discovery
+
+#endif

@@ -1,0 +1,142 @@
+// Inside of services, for browsers and monitors.
+#ifndef KIV_PLATFORM_NET_SERVICE_H
+#define KIV_PLATFORM_NET_SERVICE_H
+
+#include "CFNetwork/Subscriptions.h"
+#include "CoreFoundation/Object.h"
+
+struct __CFNetService : kiv::cf::Object
+{
+    struct State
+    {
+        kiv::discovery::Mailbox mailbox;                      // of the call that waits, whichever it is
+        std::mutex textMutex;                                 // taken before the engine's lock
+        std::string text;                                     // TXT data to publish
+        kiv::discovery::Registration *registration = nullptr; // while it is published
+    };
+
+    __CFNetService(CFStringRef inDomain, CFStringRef ofType, CFStringRef itsName, SInt32 atPort,
+                   State *ownState) noexcept;
+
+    CFStringRef domain;
+    CFStringRef type;
+    CFStringRef name;
+    SInt32 port;
+    CFStringRef host = nullptr; // once resolved, as the next
+    CFArrayRef addresses = nullptr;
+    State *state;
+};
+
+namespace kiv::discovery
+{
+// What a client of a browser or monitor gave: its context, retained as it asks.
+class ClientContext
+{
+public:
+    explicit ClientContext(const CFNetServiceClientContext *context) noexcept
+    {
+        if (context == nullptr)
+            return;
+        m_info = context->info;
+        m_release = context->release;
+        if (context->retain != nullptr)
+            m_info = const_cast<void *>(context->retain(m_info));
+    }
+    ~ClientContext()
+    {
+        if (m_release != nullptr)
+            m_release(m_info);
+    }
+    ClientContext(const ClientContext &) = delete;
+    ClientContext &operator=(const ClientContext &) = delete;
+
+    [[nodiscard]] void *info() const noexcept
+    {
+        return m_info;
+    }
+
+private:
+    void *m_info = nullptr;
+    CFNetServiceReleaseCallBack m_release = nullptr;
+};
+
+// Runs one waiting call: `body` gets ready and waits, and returns the error that ended it.
+template <class Body>
+Boolean runWaiting(Mailbox &mailbox, CFStreamError *error, Body body) noexcept
+{
+    if (!mailbox.begin())
+    {
+        report(error, kCFNetServicesErrorInProgress);
+        return false;
+    }
+    mailbox.clear();
+    SInt32 result = kCFNetServicesErrorUnknown;
+    try
+    {
+        result =
+            mailbox.reason() ? SInt32{kCFNetServicesErrorCancel} : body(); // no network for an ended call
+    }
+    catch (const std::bad_alloc &)
+    {
+        // the result stands
+    }
+    report(error, result);
+    if (const auto reason = mailbox.reason(); reason && result != 0 && error != nullptr)
+        *error = *reason;
+    mailbox.finish();
+    return result == 0;
+}
+
+// Hands every event to `handle` until the call is ended or fails; the error.
+template <class Handle>
+SInt32 handleEvents(Mailbox &mailbox, Handle handle)
+{
+    bool more = false;
+    while (std::optional<Event> event = mailbox.take(more))
+    {
+        if (event->kind == Event::Kind::failed)
+            return event->error;
+        handle(*event, more);
+    }
+    return kCFNetServicesErrorCancel;
+}
+
+[[nodiscard]] inline CFStreamError endedBy(const CFStreamError *error) noexcept
+{
+    return error != nullptr ? *error
+                            : CFStreamError{kCFStreamErrorDomainNetServices, kCFNetServicesErrorCancel};
+}
+
+// In force for a scope.
+class Subscribed
+{
+public:
+    explicit Subscribed(Subscription &subscription) noexcept
+        : m_subscription{subscription}, m_error{subscribe(subscription)}
+    {
+    }
+    ~Subscribed()
+    {
+        end();
+    }
+    Subscribed(const Subscribed &) = delete;
+    Subscribed &operator=(const Subscribed &) = delete;
+
+    void end() noexcept
+    {
+        if (m_error == 0)
+            unsubscribe(m_subscription);
+        m_error = -1;
+    }
+    [[nodiscard]] int error() const noexcept
+    {
+        return m_error;
+    }
+
+private:
+    Subscription &m_subscription;
+    int m_error;
+};
+} // namespace kiv::discovery
+
+#endif

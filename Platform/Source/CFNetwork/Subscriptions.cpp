@@ -1,0 +1,500 @@
+// What the waiting calls ask of the engine.
+#include "CFNetwork/Subscriptions.h"
+
+#include <CoreFoundation/CFString.h>
+
+#include <avahi-common/alternative.h>
+#include <avahi-common/domain.h>
+#include <avahi-common/error.h>
+#include <avahi-common/malloc.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace kiv::discovery
+{
+namespace
+{
+// How long a host of which only IPv6 addresses are seen is waited for: its IPv4 ones come in a packet of
+// their own, the question for them waits 0.1 s and the answer may take 0.12 s more (RFC 6762, 6).
+constexpr std::chrono::milliseconds kOtherAddressesWait{300};
+
+constexpr const char *kDefaultDomain = "local";
+
+constexpr int kRenamesMax = 1000; // so many services of one name are no accident
+
+// The daemon went away under the call: the engine asks its successor.
+[[nodiscard]] bool willBeAskedAgain(int error) noexcept
+{
+    return error == AVAHI_ERR_DISCONNECTED || error == AVAHI_ERR_NO_DAEMON || error == AVAHI_ERR_DBUS_ERROR;
+}
+
+// UTF-8; nothing where the string holds a zero character or what has no UTF-8 form.
+[[nodiscard]] std::optional<std::string> utf8(CFStringRef string)
+{
+    const CFRange all = CFRangeMake(0, CFStringGetLength(string));
+    CFIndex size = 0;
+    if (CFStringGetBytes(string, all, kCFStringEncodingUTF8, 0, false, nullptr, 0, &size) != all.length)
+        return std::nullopt;
+    std::string text(static_cast<size_t>(size), '\0');
+    CFStringGetBytes(string, all, kCFStringEncodingUTF8, 0, false, reinterpret_cast<UInt8 *>(text.data()),
+                     size, &size);
+    if (text.find('\0') != std::string::npos)
+        return std::nullopt;
+    return text;
+}
+
+[[nodiscard]] std::string withoutLastDot(std::string text)
+{
+    if (text.ends_with('.'))
+        text.pop_back();
+    return text;
+}
+
+// The root, which the library takes for one too, is no domain to offer services in.
+[[nodiscard]] bool isDomain(const std::string &text)
+{
+    return !text.starts_with('.') && avahi_is_valid_domain_name(text.c_str()) != 0;
+}
+
+void tellFailure(Mailbox &mailbox, int error) noexcept
+{
+    if (!willBeAskedAgain(error))
+        mailbox.put({Event::Kind::failed, serviceError(error)});
+}
+
+void tell(Mailbox &mailbox, Event::Kind kind, std::string_view what) noexcept
+{
+    try
+    {
+        mailbox.put({kind, 0, std::string{what}});
+    }
+    catch (const std::bad_alloc &)
+    {
+        mailbox.putNothing();
+    }
+}
+
+[[nodiscard]] std::string_view asText(std::span<const uint8_t> data) noexcept
+{
+    return {reinterpret_cast<const char *>(data.data()), data.size()};
+}
+
+// Two sockets' addresses without their ports, which are the same.
+[[nodiscard]] bool sameHost(const SocketAddress &left, const SocketAddress &right) noexcept
+{
+    if (left.any.sa_family != right.any.sa_family)
+        return false;
+    if (left.any.sa_family == AF_INET)
+        return left.v4.sin_addr.s_addr == right.v4.sin_addr.s_addr;
+    return std::memcmp(&left.v6.sin6_addr, &right.v6.sin6_addr, sizeof left.v6.sin6_addr) == 0 &&
+           left.v6.sin6_scope_id == right.v6.sin6_scope_id;
+}
+} // namespace
+
+SInt32 serviceError(int avahiError) noexcept
+{
+    switch (avahiError)
+    {
+    case 0:
+        return 0;
+    case AVAHI_ERR_COLLISION:
+        return kCFNetServicesErrorCollision;
+    case AVAHI_ERR_NOT_FOUND:
+        return kCFNetServicesErrorNotFound;
+    case AVAHI_ERR_TIMEOUT:
+        return kCFNetServicesErrorTimeout;
+    case AVAHI_ERR_NO_NETWORK:
+    case AVAHI_ERR_NO_DAEMON:
+    case AVAHI_ERR_DISCONNECTED:
+        return kCFNetServicesErrorInvalid;
+    case AVAHI_ERR_INVALID_HOST_NAME:
+    case AVAHI_ERR_INVALID_DOMAIN_NAME:
+    case AVAHI_ERR_INVALID_SERVICE_NAME:
+    case AVAHI_ERR_INVALID_SERVICE_TYPE:
+    case AVAHI_ERR_INVALID_PORT:
+    case AVAHI_ERR_INVALID_KEY:
+    case AVAHI_ERR_INVALID_RECORD:
+    case AVAHI_ERR_INVALID_ARGUMENT:
+        return kCFNetServicesErrorBadArgument;
+    default:
+        return kCFNetServicesErrorUnknown;
+    }
+}
+
+std::string ServiceNames::full() const
+{
+    std::array<char, AVAHI_DOMAIN_NAME_MAX> joined{};
+    const char *inDomain = domain.empty() ? kDefaultDomain : domain.c_str();
+    if (avahi_service_name_join(joined.data(), joined.size(), name.c_str(), type.c_str(), inDomain) != 0)
+        return {};
+    return joined.data();
+}
+
+ServiceNames serviceNames(CFStringRef name, CFStringRef type, CFStringRef domain)
+{
+    ServiceNames names;
+    const std::optional<std::string> nameText = name != nullptr ? utf8(name) : std::string{};
+    const std::optional<std::string> typeText = utf8(type);
+    const std::optional<std::string> domainText = utf8(domain);
+    if (!nameText || !typeText || !domainText)
+        return names;
+    names.name = *nameText;
+    names.type = withoutLastDot(*typeText);
+    names.domain = withoutLastDot(*domainText);
+    names.valid = avahi_is_valid_service_type_generic(names.type.c_str()) != 0 &&
+                  (names.domain.empty() || isDomain(names.domain)) &&
+                  (name == nullptr || avahi_is_valid_service_name(names.name.c_str()) != 0);
+    return names;
+}
+
+// ---- Search ----
+
+void Search::attach(Backend &backend) noexcept
+{
+    m_sightings.startAnew();
+    int error = 0;
+    m_browse = backend.browseServices(m_names.type.c_str(), m_names.domain.c_str(), *this, error);
+    if (!m_browse)
+        tellFailure(m_mailbox, error);
+}
+
+void Search::detach() noexcept
+{
+    m_browse.reset();
+}
+
+void Search::serviceSeen(bool there, Place where, const char *name) noexcept
+{
+    try
+    {
+        if (there ? m_sightings.add(name, where) : m_sightings.remove(name, where))
+            tell(m_mailbox, there ? Event::Kind::came : Event::Kind::went, name);
+    }
+    catch (const std::bad_alloc &)
+    {
+        m_mailbox.putNothing();
+    }
+}
+
+void Search::allServicesForNow() noexcept
+{
+    m_sightings.settle([this](std::string_view name) { tell(m_mailbox, Event::Kind::went, name); });
+}
+
+void Search::browsingFailed(int error) noexcept
+{
+    tellFailure(m_mailbox, error);
+}
+
+// ---- Watch ----
+
+void Watch::attach(Backend &backend) noexcept
+{
+    m_sightings.startAnew();
+    int error = 0;
+    m_browse = backend.browseRecords(m_name.c_str(), m_type, *this, error);
+    if (!m_browse)
+        tellFailure(m_mailbox, error);
+}
+
+void Watch::detach() noexcept
+{
+    m_browse.reset();
+}
+
+void Watch::recordSeen(bool there, Place where, std::span<const uint8_t> data) noexcept
+{
+    try
+    {
+        // A changed record arrives as a new one and is taken back a second later, of which nobody needs to
+        // hear. A watch that begins in that second is told of both, in any order: if the last was the old one, the
+        // one that stays is told again.
+        const std::string *changed = nullptr;
+        std::string record{asText(data)};
+        if (there && m_sightings.add(record, where))
+            changed = &record;
+        else if (!there && m_sightings.remove(record, where) && record == m_told)
+            changed = m_sightings.any();
+        if (changed == nullptr)
+            return;
+        m_told = *changed;
+        tell(m_mailbox, Event::Kind::came, m_told);
+    }
+    catch (const std::bad_alloc &)
+    {
+        m_mailbox.putNothing();
+    }
+}
+
+void Watch::allRecordsForNow() noexcept
+{
+    m_sightings.settle([](std::string_view) {});
+}
+
+void Watch::recordsFailed(int error) noexcept
+{
+    tellFailure(m_mailbox, error);
+}
+
+// ---- Resolution ----
+
+void Resolution::attach(Backend &backend) noexcept
+{
+    m_backend = &backend;
+    m_server.browse(backend, m_fullName.c_str());
+    if (m_location) // found with the last backend, of which the addresses may not have come
+    {
+        m_v4.browse(backend, m_location->host.c_str());
+        m_v6.browse(backend, m_location->host.c_str());
+    }
+}
+
+void Resolution::detach() noexcept
+{
+    m_server.stop();
+    m_v4.stop();
+    m_v6.stop();
+    m_backend = nullptr;
+}
+
+SInt32 Resolution::wait(Clock::time_point deadline) noexcept
+{
+    constexpr unsigned kBothKinds = 3;
+    m_waiting.waitWhile(
+        [this, deadline]
+        {
+            const bool isDone = m_progress.error != 0 || m_progress.refused == kBothKinds ||
+                                (m_progress.hasIPv4 && m_progress.knownTold == kBothKinds);
+            if (isDone)
+                return Clock::time_point::min();
+            return m_progress.hasAny ? std::min(deadline, m_progress.firstAt + kOtherAddressesWait)
+                                     : deadline;
+        });
+    SInt32 error = 0;
+    if (const auto reason = m_waiting.reason(); reason)
+        return reason->error;
+    m_waiting.update(
+        [this, &error]
+        {
+            if (m_progress.hasAny)
+                return;
+            error = m_progress.error != 0              ? m_progress.error
+                    : m_progress.refused == kBothKinds ? SInt32{kCFNetServicesErrorNotFound}
+                                                       : SInt32{kCFNetServicesErrorTimeout};
+        });
+    return error;
+}
+
+void Resolution::locate(std::span<const uint8_t> data)
+{
+    std::optional<ServerLocation> location = readServerLocation(data);
+    if (!location || location == m_location)
+        return;
+    // A host that is none says that the service is not offered (RFC 2782), one that no question can be put
+    // for has no addresses either.
+    const bool isUsable = !location->host.empty() && avahi_is_valid_domain_name(location->host.c_str()) != 0;
+    m_v4.stop();
+    m_v6.stop();
+    m_addresses.clear();
+    m_location = std::move(location);
+    m_waiting.update([this] { m_progress = {}; });
+    if (!isUsable)
+    {
+        fail(kCFNetServicesErrorNotFound);
+        return;
+    }
+    m_v4.browse(*m_backend, m_location->host.c_str());
+    m_v6.browse(*m_backend, m_location->host.c_str());
+}
+
+void Resolution::addAddress(uint16_t type, Place where, std::span<const uint8_t> data)
+{
+    SocketAddress address{};
+    if (type == kTypeA && data.size() == sizeof address.v4.sin_addr)
+    {
+        address.v4.sin_family = AF_INET;
+        address.v4.sin_port = htons(m_location->port);
+        std::memcpy(&address.v4.sin_addr, data.data(), data.size());
+    }
+    else if (type == kTypeAAAA && data.size() == sizeof address.v6.sin6_addr)
+    {
+        address.v6.sin6_family = AF_INET6;
+        address.v6.sin6_port = htons(m_location->port);
+        std::memcpy(&address.v6.sin6_addr, data.data(), data.size());
+        if (IN6_IS_ADDR_LINKLOCAL(&address.v6.sin6_addr) && where.interface > 0)
+            address.v6.sin6_scope_id = static_cast<uint32_t>(where.interface);
+    }
+    else
+    {
+        return;
+    }
+    const auto isThis = [&address](const SocketAddress &other)
+    {
+        return sameHost(address, other);
+    };
+    if (std::ranges::any_of(m_addresses, isThis))
+        return;
+    m_addresses.push_back(address);
+    m_waiting.update(
+        [this, type]
+        {
+            if (!m_progress.hasAny)
+                m_progress.firstAt = Clock::now();
+            m_progress.hasAny = true;
+            m_progress.hasIPv4 = m_progress.hasIPv4 || type == kTypeA;
+        });
+}
+
+void Resolution::fail(SInt32 error) noexcept
+{
+    m_waiting.update([this, error] { m_progress.error = error; });
+}
+
+void Resolution::Records::browse(Backend &backend, const char *name) noexcept
+{
+    int error = 0;
+    m_browse = backend.browseRecords(name, m_type, *this, error);
+    if (!m_browse)
+        recordsFailed(error);
+}
+
+void Resolution::Records::recordSeen(bool there, Place where, std::span<const uint8_t> data) noexcept
+{
+    if (!there)
+        return;
+    try
+    {
+        if (m_type == kTypeSRV)
+            m_owner.locate(data);
+        else
+            m_owner.addAddress(m_type, where, data);
+    }
+    catch (const std::bad_alloc &)
+    {
+        m_owner.fail(kCFNetServicesErrorUnknown);
+    }
+}
+
+void Resolution::Records::cacheDone() noexcept
+{
+    if (m_type != kTypeSRV)
+        m_owner.m_waiting.update([this] { m_owner.m_progress.knownTold |= kindBit(m_type); });
+}
+
+void Resolution::Records::recordsFailed(int error) noexcept
+{
+    if (willBeAskedAgain(error))
+        return;
+    if (m_type == kTypeSRV)
+        m_owner.fail(serviceError(error));
+    else
+        m_owner.m_waiting.update(
+            [this]
+            {
+                m_owner.m_progress.knownTold |= kindBit(m_type);
+                m_owner.m_progress.refused |= kindBit(m_type);
+            });
+}
+
+// ---- Registration ----
+
+void Registration::attach(Backend &backend) noexcept
+{
+    int error = 0;
+    m_group = backend.makeGroup(*this, error);
+    if (!m_group)
+        tellFailure(m_mailbox, error);
+    else if (backend.state() == BackendState::ready)
+        announce();
+}
+
+void Registration::detach() noexcept
+{
+    m_group.reset();
+    m_announced = false;
+}
+
+void Registration::readyChanged(bool ready) noexcept
+{
+    if (!m_group || ready == m_announced)
+        return;
+    if (ready)
+    {
+        announce();
+        return;
+    }
+    // The host's name changes: what points at the old one has to be announced anew.
+    m_group->withdraw();
+    m_announced = false;
+}
+
+void Registration::setText(std::string &text) noexcept
+{
+    m_text.swap(text);
+    if (!m_announced)
+        return;
+    const int error = m_group->updateText(announcement());
+    if (error != 0 && error != AVAHI_ERR_NO_CHANGE)
+        tellFailure(m_mailbox, error);
+}
+
+void Registration::nameTaken() noexcept
+{
+    if (takeAnotherName())
+        announce();
+}
+
+void Registration::groupFailed(int error) noexcept
+{
+    tellFailure(m_mailbox, error);
+}
+
+void Registration::announce() noexcept
+{
+    m_announced = true;
+    int error = 0;
+    for (int tries = 0; tries < kRenamesMax; ++tries)
+    {
+        error = m_group->announce(announcement());
+        if (error != AVAHI_ERR_COLLISION)
+            break;
+        if (!takeAnotherName())
+            return;
+    }
+    if (error != 0)
+        tellFailure(m_mailbox, error);
+}
+
+bool Registration::takeAnotherName() noexcept
+{
+    if (!m_mayRename)
+    {
+        tellFailure(m_mailbox, AVAHI_ERR_COLLISION);
+        return false;
+    }
+    char *other = avahi_alternative_service_name(m_name.c_str());
+    try
+    {
+        m_name = other;
+    }
+    catch (const std::bad_alloc &)
+    {
+        m_mailbox.putNothing();
+        avahi_free(other);
+        return false;
+    }
+    avahi_free(other);
+    return true;
+}
+
+Announcement Registration::announcement() const noexcept
+{
+    return {m_name.c_str(),
+            m_names.type.c_str(),
+            m_names.domain.c_str(),
+            m_port,
+            {reinterpret_cast<const uint8_t *>(m_text.data()), m_text.size()}};
+}
+} // namespace kiv::discovery

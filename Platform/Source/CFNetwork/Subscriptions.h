@@ -1,0 +1,200 @@
+// What the waiting calls ask of the engine: a search, a watch, a resolution and a registration.
+#ifndef KIV_PLATFORM_DISCOVERY_SUBSCRIPTIONS_H
+#define KIV_PLATFORM_DISCOVERY_SUBSCRIPTIONS_H
+
+#include "CFNetwork/Engine.h"
+#include "CFNetwork/RecordData.h"
+#include "CFNetwork/Waiting.h"
+
+#include <chrono>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <vector>
+
+namespace kiv::discovery
+{
+// Names as DNS wants them, checked, without a dot at their end.
+struct ServiceNames
+{
+    std::string name; // "" where none is needed
+    std::string type;
+    std::string domain;
+    bool valid = false;
+
+    // name.type.domain with what is special in the name escaped.
+    [[nodiscard]] std::string full() const;
+};
+
+// Throws std::bad_alloc. `name` null: not needed.
+[[nodiscard]] ServiceNames serviceNames(CFStringRef name, CFStringRef type, CFStringRef domain);
+
+// Services of one type: events carry names.
+class Search final : public Subscription, ServiceSink
+{
+public:
+    Search(const ServiceNames &names, Mailbox &mailbox) noexcept : m_names{names}, m_mailbox{mailbox} {}
+
+    void attach(Backend &backend) noexcept override;
+    void detach() noexcept override;
+
+private:
+    void serviceSeen(bool there, Place where, const char *name) noexcept override;
+    void allServicesForNow() noexcept override;
+    void browsingFailed(int error) noexcept override;
+
+    const ServiceNames &m_names;
+    Mailbox &m_mailbox;
+    Sightings m_sightings;
+    std::unique_ptr<Handle> m_browse;
+};
+
+// One kind of record of one name: events carry its data, arrivals alone.
+class Watch final : public Subscription, RecordSink
+{
+public:
+    Watch(std::string name, uint16_t type, Mailbox &mailbox) noexcept
+        : m_name{std::move(name)}, m_type{type}, m_mailbox{mailbox}
+    {
+    }
+
+    void attach(Backend &backend) noexcept override;
+    void detach() noexcept override;
+
+private:
+    void recordSeen(bool there, Place where, std::span<const uint8_t> data) noexcept override;
+    void cacheDone() noexcept override {}
+    void allRecordsForNow() noexcept override;
+    void recordsFailed(int error) noexcept override;
+
+    std::string m_name;
+    uint16_t m_type;
+    Mailbox &m_mailbox;
+    Sightings m_sightings;
+    std::string m_told; // the last one
+    std::unique_ptr<Handle> m_browse;
+};
+
+union SocketAddress
+{
+    sockaddr any;
+    sockaddr_in v4;
+    sockaddr_in6 v6;
+};
+
+// Host, port and addresses of one service.
+class Resolution final : public Subscription
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    Resolution(std::string fullName, Waiting &waiting) noexcept
+        : m_fullName{std::move(fullName)}, m_waiting{waiting}
+    {
+    }
+
+    void attach(Backend &backend) noexcept override;
+    void detach() noexcept override;
+
+    // Waits until it is done, ended or `deadline`; 0 or the error.
+    [[nodiscard]] SInt32 wait(Clock::time_point deadline) noexcept;
+
+    // Once it is detached.
+    [[nodiscard]] const std::optional<ServerLocation> &location() const noexcept
+    {
+        return m_location;
+    }
+    [[nodiscard]] const std::vector<SocketAddress> &addresses() const noexcept
+    {
+        return m_addresses;
+    }
+
+private:
+    // The records of one type, told apart by who listens.
+    class Records final : public RecordSink
+    {
+    public:
+        Records(Resolution &owner, uint16_t type) noexcept : m_owner{owner}, m_type{type} {}
+        void browse(Backend &backend, const char *name) noexcept;
+        void stop() noexcept
+        {
+            m_browse.reset();
+        }
+
+    private:
+        void recordSeen(bool there, Place where, std::span<const uint8_t> data) noexcept override;
+        void cacheDone() noexcept override;
+        void allRecordsForNow() noexcept override {}
+        void recordsFailed(int error) noexcept override;
+
+        Resolution &m_owner;
+        uint16_t m_type;
+        std::unique_ptr<Handle> m_browse;
+    };
+    // What the waiting thread looks at, under the lock of `Waiting`.
+    struct Progress
+    {
+        bool hasIPv4 = false;
+        bool hasAny = false;
+        Clock::time_point firstAt{}; // of the first address
+        unsigned knownTold = 0;      // kinds of addresses, by bit, of which what was known has been told
+        unsigned refused = 0;        // kinds that cannot be asked for
+        SInt32 error = 0;
+    };
+    [[nodiscard]] static unsigned kindBit(uint16_t type) noexcept
+    {
+        return type == kTypeA ? 1u : 2u;
+    }
+
+    void locate(std::span<const uint8_t> data);
+    void addAddress(uint16_t type, Place where, std::span<const uint8_t> data);
+    void fail(SInt32 error) noexcept;
+
+    std::string m_fullName;
+    Waiting &m_waiting;
+    Backend *m_backend = nullptr;
+    Records m_server{*this, kTypeSRV};
+    Records m_v4{*this, kTypeA};
+    Records m_v6{*this, kTypeAAAA};
+    std::optional<ServerLocation> m_location;
+    std::vector<SocketAddress> m_addresses;
+    Progress m_progress;
+};
+
+// A service that is published.
+class Registration final : public Subscription, GroupSink
+{
+public:
+    Registration(const ServiceNames &names, uint16_t port, std::string text, bool mayRename,
+                 Mailbox &mailbox) noexcept
+        : m_names{names}, m_name{names.name}, m_port{port}, m_text{std::move(text)},
+          m_mayRename{mayRename}, m_mailbox{mailbox}
+    {
+    }
+
+    void attach(Backend &backend) noexcept override;
+    void detach() noexcept override;
+    void readyChanged(bool ready) noexcept override;
+
+    // With the engine's lock held.
+    void setText(std::string &text) noexcept;
+
+private:
+    void nameTaken() noexcept override;
+    void groupFailed(int error) noexcept override;
+
+    void announce() noexcept;
+    [[nodiscard]] bool takeAnotherName() noexcept;
+    [[nodiscard]] Announcement announcement() const noexcept;
+
+    const ServiceNames &m_names;
+    std::string m_name;
+    uint16_t m_port;
+    std::string m_text;
+    bool m_mayRename;
+    bool m_announced = false;
+    Mailbox &m_mailbox;
+    std::unique_ptr<Group> m_group;
+};
+} // namespace kiv::discovery
+
+#endif

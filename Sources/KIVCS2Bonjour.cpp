@@ -1,0 +1,533 @@
+// Service discovery: publishers, browsers and monitors, each with a worker for the call that waits.
+#include "KIVCS2Bonjour.h"
+
+#include "Private/CFRef.h"
+#include "Private/Check.h"
+#include "Private/MutexLock.h"
+
+#include <mach/mach_time.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <netinet/in.h>
+#include <new>
+#include <unistd.h>
+
+namespace
+{
+using kiv::CFRef;
+
+constexpr CFTimeInterval kResolveTimeout = 2.0; // seconds
+constexpr CFOptionFlags kNotAServiceThatCame = kCFNetServiceFlagIsDomain | kCFNetServiceFlagRemove;
+constexpr useconds_t kLookAgainAfter = 10; // microseconds
+constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
+
+// Kept: hosts rely on one successful search ending all browsing of the process. Only ever set.
+constinit std::atomic<uint32_t> foundFirst = 0;
+
+// A plain word of a record that another thread reads or writes.
+[[nodiscard]] std::atomic_ref<uint32_t> shared(uint32_t &word)
+{
+    return std::atomic_ref<uint32_t>{word};
+}
+
+[[nodiscard]] CFRef<CFStringRef> createText(const char *text)
+{
+    return CFRef<CFStringRef>{
+        text != nullptr ? CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingASCII)
+                        : nullptr};
+}
+
+template <class Ref>
+void releaseAndClear(Ref &object)
+{
+    if (object != nullptr)
+        CFRelease(object);
+    object = nullptr;
+}
+
+// What fits, with its zero byte; "?" for what is not ASCII.
+void copyText(CFStringRef text, char (&to)[KIVCS2BonjourNameMax])
+{
+    CFIndex used = 0;
+    if (text != nullptr)
+        CFStringGetBytes(text, CFRangeMake(0, CFStringGetLength(text)), kCFStringEncodingASCII, '?', false,
+                         reinterpret_cast<UInt8 *>(to), KIVCS2BonjourNameMax - 1, &used);
+    to[used] = '\0';
+}
+
+// The worker of a record that never had one has no thread.
+void endWorker(KIVCS2SemaphoreThread &worker)
+{
+    if (worker.m_thread.m_thread != 0)
+        (void)kivCS2SemaphoreThread_free(&worker); // cancels it, and lets its semaphore go too
+}
+
+// ---- Workers: a call that waits, with a reference of its own to what it waits in ----
+
+void registerService(void *context)
+{
+    const CFRef<CFNetServiceRef> service{static_cast<CFNetServiceRef>(context)};
+    CFStreamError error{};
+    (void)CFNetServiceRegisterWithOptions(service.get(), 0, &error); // its result is reported to nobody
+}
+
+void searchServices(void *context)
+{
+    auto *browser = static_cast<KIVCS2BonjourBrowser *>(context);
+    CFStreamError error{};
+    (void)CFNetServiceBrowserSearchForServices(browser->m_browser, browser->m_domain, browser->m_type,
+                                               &error); // as above
+}
+
+void watchService(void *context)
+{
+    const CFRef<CFNetServiceMonitorRef> monitor{static_cast<CFNetServiceMonitorRef>(context)};
+    CFStreamError error{};
+    (void)CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, &error); // as above
+}
+
+// Hands `object` to a worker that runs `wait` with it.
+[[nodiscard]] KIVCS2Status startWorker(KIVCS2SemaphoreThread &worker, CFTypeRef object,
+                                       KIVCS2SemaphoreThreadFunc wait)
+{
+    CFRetain(object);
+    const KIVCS2Status status =
+        kivCS2SemaphoreThread_init(&worker, const_cast<void *>(object), wait, nullptr, nullptr);
+    if (KIVCS2_FAILED(status))
+    {
+        worker = {};
+        CFRelease(object);
+    }
+    return status;
+}
+
+// ---- Found services ----
+
+void freeAddresses(KIVCS2BonjourService &service)
+{
+    while (KIVCS2LinkElem *elem = service.m_addresses.m_next)
+    {
+        kivCS2LinkElem_unlink(elem);
+        std::free(elem);
+    }
+}
+
+void freeService(KIVCS2BonjourService *service)
+{
+    (void)kivCS2Bonjour_stopServiceMonitor(service); // not null
+    freeAddresses(*service);
+    releaseAndClear(service->m_service);
+    releaseAndClear(service->m_recordData);
+    kivCS2LinkElem_unlink(&service->m_elem);
+    std::free(service);
+}
+
+// An address that is no IPv4 one, or for which there is no memory, is passed over.
+void appendAddress(KIVCS2BonjourService &service, CFDataRef data)
+{
+    sockaddr_in socketAddress{};
+    if (CFDataGetLength(data) < static_cast<CFIndex>(sizeof socketAddress))
+        return;
+    CFDataGetBytes(data, CFRangeMake(0, sizeof socketAddress), reinterpret_cast<UInt8 *>(&socketAddress));
+    if (socketAddress.sin_family != AF_INET)
+        return;
+    auto *address = static_cast<KIVCS2BonjourAddress *>(kivCS2ZeroMalloc(sizeof(KIVCS2BonjourAddress)));
+    if (address == nullptr)
+        return;
+    address->m_address = socketAddress.sin_addr.s_addr;
+    address->m_port = ntohs(socketAddress.sin_port);
+    kivCS2LinkList_appendElem(&service.m_addresses, &address->m_elem);
+    // Kept: hosts rely on `m_addressCount` staying 0.
+}
+
+// The record of a service, at the end of the browser's list; null without memory.
+[[nodiscard]] KIVCS2BonjourService *appendService(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
+{
+    auto *service = static_cast<KIVCS2BonjourService *>(kivCS2ZeroMalloc(sizeof(KIVCS2BonjourService)));
+    if (service == nullptr)
+        return nullptr;
+    kivCS2LinkList_appendElem(&browser.m_services, &service->m_elem);
+    CFRetain(cfService);
+    service->m_service = cfService;
+    copyText(CFNetServiceGetName(cfService), service->m_name);
+    copyText(CFNetServiceGetTargetHost(cfService), service->m_hostName);
+
+    const CFArrayRef addresses = CFNetServiceGetAddressing(cfService);
+    const CFIndex count = addresses != nullptr ? CFArrayGetCount(addresses) : 0;
+    for (CFIndex index = 0; index < count; ++index)
+        appendAddress(*service, static_cast<CFDataRef>(CFArrayGetValueAtIndex(addresses, index)));
+    return service;
+}
+
+void serviceCame(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
+{
+    const bool isFirst = browser.m_mode == KIVCS2BonjourMode_First;
+    // The name is known before the service is resolved, which takes time and packets, two seconds for a service
+    // that nobody answers for: only the wanted one is.
+    if (isFirst && CFStringCompare(CFNetServiceGetName(cfService), browser.m_name, 0) != kCFCompareEqualTo)
+        return;
+
+    CFStreamError error{};
+    (void)CFNetServiceResolveWithTimeout(cfService, kResolveTimeout, &error); // listed without addresses then
+    KIVCS2BonjourService *service = appendService(browser, cfService);
+    if (service == nullptr)
+        return;
+    if (isFirst)
+    {
+        foundFirst.store(1);
+        (void)kivCS2Semaphore_signal(&browser.m_semaphore); // open while a search for the first runs
+        return;
+    }
+    browser.m_inCallback = 1;
+    browser.m_callback(&browser, service, browser.m_userData, &browser);
+    browser.m_inCallback = 0;
+}
+
+void MyNetServiceBrowserClientCallBack(CFNetServiceBrowserRef, CFOptionFlags flags, CFTypeRef domainOrService,
+                                       CFStreamError *, void *info)
+{
+    auto &browser = *static_cast<KIVCS2BonjourBrowser *>(info);
+    const kiv::MutexLock lock{browser.m_mutex};
+    if (KIVCS2_FAILED(lock.status()) || shared(browser.m_stop).load() != 0 || foundFirst.load() != 0)
+        return;
+    // A service that went away stays listed; an error comes without a service.
+    if ((flags & kNotAServiceThatCame) != 0 || domainOrService == nullptr)
+        return;
+    serviceCame(browser, static_cast<CFNetServiceRef>(const_cast<void *>(domainOrService)));
+}
+
+void MyNetServiceMonitorClientCallBack(CFNetServiceMonitorRef, CFNetServiceRef, CFNetServiceMonitorType type,
+                                       CFDataRef data, CFStreamError *error, void *info)
+{
+    auto *service = static_cast<KIVCS2BonjourService *>(info);
+    if (shared(service->m_monitorStop).load() != 0)
+        return;
+    releaseAndClear(service->m_recordData);
+    if (data != nullptr)
+        CFRetain(data);
+    service->m_recordType = type;
+    service->m_recordData = data;
+    service->m_recordError = error != nullptr ? *error : CFStreamError{};
+    service->m_monitorCallback(service, service->m_monitorUserData, service);
+}
+
+// ---- Browsers ----
+
+void releaseTexts(KIVCS2BonjourBrowser &browser)
+{
+    releaseAndClear(browser.m_domain);
+    releaseAndClear(browser.m_type);
+    releaseAndClear(browser.m_name);
+}
+
+// Ends the search. The flag is set before the mutex is taken as well: a callback that waits for the mutex
+// would otherwise go on to the next service, and the next, while this thread waits.
+[[nodiscard]] KIVCS2Status stopSearch(KIVCS2BonjourBrowser &browser, bool &inCallback)
+{
+    shared(browser.m_stop).store(1);
+    const kiv::MutexLock lock{browser.m_mutex};
+    KIV_TRY(lock.status());
+    CFNetServiceBrowserStopSearch(browser.m_browser, nullptr);
+    // The mutex is recursive: held during a callback, it is this thread that the callback runs on.
+    inCallback = browser.m_inCallback != 0;
+    return KIVCS2STATUS_OK;
+}
+
+// Ends the worker, whose search has been stopped: it is blocked in it until then.
+[[nodiscard]] KIVCS2Status endSearch(KIVCS2BonjourBrowser &browser)
+{
+    const kiv::MutexLock lock{browser.m_endMutex};
+    KIV_TRY(lock.status());
+    endWorker(browser.m_thread);
+    releaseTexts(browser);
+    return KIVCS2STATUS_OK;
+}
+
+// Takes the texts over and starts the search; without a worker nothing has changed. The caller holds
+// `m_endMutex`: a stop by another thread meets a worker, or none.
+[[nodiscard]] KIVCS2Status startSearch(KIVCS2BonjourBrowser &browser, CFRef<CFStringRef> &domain,
+                                       CFRef<CFStringRef> &type)
+{
+    browser.m_domain = domain.release();
+    browser.m_type = type.release();
+    if (KIVCS2_SUCCEEDED(
+            kivCS2SemaphoreThread_init(&browser.m_thread, &browser, searchServices, nullptr, nullptr)))
+        return KIVCS2STATUS_OK;
+    browser.m_thread = {};
+    releaseTexts(browser);
+    return KIVCS2STATUS_DATA_ERR;
+}
+
+[[nodiscard]] bool isBrowsing(const KIVCS2BonjourBrowser &browser)
+{
+    return browser.m_thread.m_thread.m_thread != 0;
+}
+
+[[nodiscard]] KIVCS2Status startFirst(KIVCS2BonjourBrowser &browser, CFRef<CFStringRef> &domain,
+                                      CFRef<CFStringRef> &type, CFRef<CFStringRef> &name)
+{
+    const kiv::MutexLock lock{browser.m_endMutex};
+    KIV_TRY(lock.status());
+    if (isBrowsing(browser))
+        return KIVCS2STATUS_STATE_ERR;
+    KIV_TRY(kivCS2Semaphore_init(&browser.m_semaphore, nullptr));
+    browser.m_mode = KIVCS2BonjourMode_First;
+    browser.m_name = name.release();
+    const KIVCS2Status status = startSearch(browser, domain, type);
+    if (KIVCS2_FAILED(status))
+        (void)kivCS2Semaphore_free(&browser.m_semaphore);
+    return status;
+}
+
+// True once the semaphore was signalled, false when the time has passed first. Looks at least once.
+[[nodiscard]] bool waitForFirst(KIVCS2BonjourBrowser &browser, uint32_t timeout)
+{
+    const uint64_t start = mach_absolute_time();
+    for (;;)
+    {
+        if (KIVCS2_SUCCEEDED(kivCS2Semaphore_testWait(&browser.m_semaphore)))
+            return true;
+        const uint64_t elapsed = kivCS2AbsoluteToNanoseconds(mach_absolute_time() - start);
+        (void)usleep(kLookAgainAfter); // a signal that cuts it short makes the next look earlier
+        if (elapsed / kNanosecondsPerMillisecond >= timeout)
+            return false;
+    }
+}
+
+// A service, or the first one of the browser.
+[[nodiscard]] KIVCS2BonjourService *serviceOrFirst(const KIVCS2BonjourBrowser &browser,
+                                                   KIVCS2BonjourService *service)
+{
+    return service != nullptr ? service : reinterpret_cast<KIVCS2BonjourService *>(browser.m_services.m_next);
+}
+
+[[nodiscard]] KIVCS2BonjourAddress *firstAddress(const KIVCS2BonjourService &service)
+{
+    return reinterpret_cast<KIVCS2BonjourAddress *>(service.m_addresses.m_next);
+}
+} // namespace
+
+// ---- Publishing ----
+
+KIVCS2Status kivCS2Bonjour_startPublishingService(KIVCS2BonjourPublisher *publisher, const char *domain,
+                                                  const char *type, const char *name, uint32_t port)
+{
+    KIV_CHECK(publisher);
+
+    *publisher = {};
+    if (domain == nullptr || type == nullptr || name == nullptr)
+        return KIVCS2STATUS_PARAM_ERR;
+    const CFRef<CFStringRef> domainText = createText(domain);
+    const CFRef<CFStringRef> typeText = createText(type);
+    const CFRef<CFStringRef> nameText = createText(name);
+    if (!domainText || !typeText || !nameText)
+        return KIVCS2STATUS_MEMORY_ERR;
+    if (port > UINT16_MAX) // the platform's port is signed
+        return KIVCS2STATUS_DATA_ERR;
+    CFRef<CFNetServiceRef> service{CFNetServiceCreate(kCFAllocatorDefault, domainText.get(), typeText.get(),
+                                                      nameText.get(), static_cast<SInt32>(port))};
+    if (!service)
+        return KIVCS2STATUS_DATA_ERR;
+    KIV_TRY(startWorker(publisher->m_thread, service.get(), registerService));
+    publisher->m_service = service.release();
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Bonjour_endPublishingService(KIVCS2BonjourPublisher *publisher)
+{
+    KIV_CHECK(publisher);
+
+    if (publisher->m_service != nullptr)
+        CFNetServiceCancel(publisher->m_service);
+    releaseAndClear(publisher->m_service);
+    endWorker(publisher->m_thread);
+    return KIVCS2STATUS_OK;
+}
+
+// ---- Browsing ----
+
+KIVCS2Status kivCS2Bonjour_initBrowserData(KIVCS2BonjourBrowser *browser)
+{
+    KIV_CHECK(browser);
+
+    *browser = {};
+    KIV_TRY(kivCS2Mutex_init(&browser->m_mutex, KIVCS2MutexOptions_Recursive));
+    KIVCS2Status status = kivCS2Mutex_init(&browser->m_endMutex, KIVCS2MutexOptions_None);
+    if (KIVCS2_SUCCEEDED(status))
+    {
+        browser->m_clientContext.info = browser;
+        browser->m_browser = CFNetServiceBrowserCreate(kCFAllocatorDefault, MyNetServiceBrowserClientCallBack,
+                                                       &browser->m_clientContext);
+        if (browser->m_browser == nullptr)
+            status = KIVCS2STATUS_DATA_ERR;
+    }
+    if (KIVCS2_FAILED(status))
+    {
+        (void)kivCS2Mutex_free(&browser->m_endMutex); // harmless where there is none
+        (void)kivCS2Mutex_free(&browser->m_mutex);
+        *browser = {};
+    }
+    return status;
+}
+
+KIVCS2Status kivCS2Bonjour_diposeBrowserData(KIVCS2BonjourBrowser *browser)
+{
+    KIV_CHECK(browser);
+
+    if (browser->m_browser == nullptr) // never initialised, or disposed of before
+        return KIVCS2STATUS_OK;
+    bool inCallback = false;
+    KIV_TRY(stopSearch(*browser, inCallback));
+    if (inCallback)
+        return KIVCS2STATUS_STATE_ERR; // its worker still needs what would go
+    KIV_TRY(endSearch(*browser));
+    releaseAndClear(browser->m_browser);
+    while (KIVCS2LinkElem *elem = browser->m_services.m_next)
+        freeService(reinterpret_cast<KIVCS2BonjourService *>(elem));
+    (void)kivCS2Mutex_free(&browser->m_endMutex);
+    (void)kivCS2Mutex_free(&browser->m_mutex);
+    *browser = {};
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Bonjour_findServices(KIVCS2BonjourBrowser *browser, const char *domain, const char *type,
+                                        KIVCS2BonjourBrowserCallback callback, void *userData)
+{
+    KIV_CHECK(browser);
+    KIV_CHECK(callback);
+
+    CFRef<CFStringRef> domainText = createText(domain);
+    CFRef<CFStringRef> typeText = createText(type);
+    if (!domainText || !typeText)
+        return KIVCS2STATUS_MEMORY_ERR;
+    const kiv::MutexLock lock{browser->m_endMutex};
+    KIV_TRY(lock.status());
+    if (isBrowsing(*browser))
+        return KIVCS2STATUS_STATE_ERR;
+    browser->m_mode = KIVCS2BonjourMode_Spin;
+    browser->m_callback = callback;
+    browser->m_userData = userData;
+    return startSearch(*browser, domainText, typeText);
+}
+
+KIVCS2Status kivCS2Bonjour_findFirstService(KIVCS2BonjourBrowser *browser, const char *domain,
+                                            const char *type, const char *name, uint32_t timeout)
+{
+    KIV_CHECK(browser);
+
+    CFRef<CFStringRef> domainText = createText(domain);
+    CFRef<CFStringRef> typeText = createText(type);
+    CFRef<CFStringRef> nameText = createText(name);
+    if (!domainText || !typeText || !nameText)
+        return KIVCS2STATUS_MEMORY_ERR;
+    KIV_TRY(startFirst(*browser, domainText, typeText, nameText));
+
+    const bool isFound = waitForFirst(*browser, timeout);
+    const KIVCS2Status status = kivCS2Bonjour_stopServiceBrowser(browser);
+    (void)kivCS2Semaphore_free(&browser->m_semaphore); // open, and nobody waits
+    return KIVCS2_SUCCEEDED(status) && !isFound ? KIVCS2STATUS_TIMEOUT_ERR : status;
+}
+
+KIVCS2Status kivCS2Bonjour_stopServiceBrowser(KIVCS2BonjourBrowser *data)
+{
+    KIV_CHECK(data);
+
+    bool inCallback = false;
+    KIV_TRY(stopSearch(*data, inCallback));
+    // The worker, whose callback this is, ends by itself; who disposes of the browser waits for it.
+    return inCallback ? KIVCS2STATUS_OK : endSearch(*data);
+}
+
+KIVCS2Status kivCS2Bonjour_getAddressesList(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *serviceData,
+                                            KIVCS2BonjourAddress **hostAddr)
+{
+    KIV_CHECK(browser);
+    serviceData = serviceOrFirst(*browser, serviceData);
+    KIV_CHECK(serviceData);
+    KIV_CHECK(hostAddr);
+
+    *hostAddr = firstAddress(*serviceData);
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Bonjour_getHostname(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *serviceData,
+                                       const char **hostName)
+{
+    KIV_CHECK(browser);
+    serviceData = serviceOrFirst(*browser, serviceData);
+    KIV_CHECK(serviceData);
+    KIV_CHECK(hostName);
+
+    *hostName = serviceData->m_hostName;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Bonjour_getServiceName(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *serviceData,
+                                          const char **serviceName)
+{
+    KIV_CHECK(browser);
+    serviceData = serviceOrFirst(*browser, serviceData);
+    KIV_CHECK(serviceData);
+    KIV_CHECK(serviceName);
+
+    *serviceName = serviceData->m_name;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Bonjour_getFirstPort(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *serviceData,
+                                        uint32_t *firstPort)
+{
+    KIV_CHECK(browser);
+    serviceData = serviceOrFirst(*browser, serviceData);
+    KIV_CHECK(serviceData);
+    KIV_CHECK(firstPort);
+
+    const KIVCS2BonjourAddress *address = firstAddress(*serviceData);
+    *firstPort = address != nullptr ? address->m_port : 0;
+    return KIVCS2STATUS_OK;
+}
+
+// ---- Monitoring ----
+
+KIVCS2Status kivCS2Bonjour_startServiceMonitor(KIVCS2BonjourService *service,
+                                               KIVCS2BonjourMonitorCallback callback, void *userData)
+{
+    KIV_CHECK(service);
+    KIV_CHECK(callback);
+
+    if (service->m_monitor != nullptr)
+        return KIVCS2STATUS_STATE_ERR;
+    service->m_monitorCallback = callback;
+    service->m_monitorUserData = userData;
+    service->m_monitorContext = {};
+    service->m_monitorContext.info = service;
+    shared(service->m_monitorStop).store(0);
+    CFRef<CFNetServiceMonitorRef> monitor{CFNetServiceMonitorCreate(kCFAllocatorDefault, service->m_service,
+                                                                    MyNetServiceMonitorClientCallBack,
+                                                                    &service->m_monitorContext)};
+    if (!monitor)
+        return KIVCS2STATUS_DATA_ERR;
+    service->m_monitor = monitor.get(); // before the first callback, which may stop it
+    if (KIVCS2_FAILED(startWorker(service->m_monitorThread, monitor.get(), watchService)))
+    {
+        service->m_monitor = nullptr;
+        return KIVCS2STATUS_DATA_ERR;
+    }
+    (void)monitor.release();
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2Bonjour_stopServiceMonitor(KIVCS2BonjourService *service)
+{
+    KIV_CHECK(service);
+
+    shared(service->m_monitorStop).store(1);
+    if (service->m_monitor != nullptr)
+        CFNetServiceMonitorStop(service->m_monitor, nullptr);
+    endWorker(service->m_monitorThread);
+    releaseAndClear(service->m_monitor);
+    return KIVCS2STATUS_OK;
+}

@@ -1,0 +1,79 @@
+// Every allocation of the sockets, failed once in turn.
+#include "KIVCS2Socket.h"
+
+#include "FailingAllocator.h"
+#include "OwnSocket.h"
+
+#include <functional>
+
+namespace
+{
+using kiv::test::allocationFailed;
+using kiv::test::OwnSocket;
+
+// Runs a creation with each of its allocations failing; nothing may stay behind, descriptors included.
+size_t expectNothingLeft(const std::function<KIVCS2Status(KIVCS2Socket **)> &create)
+{
+    return kiv::test::forEachAllocation(
+        [&create](size_t)
+        {
+            const int before = dup(0);
+            close(before);
+            KIVCS2Socket *made = nullptr;
+            const KIVCS2Status status = create(&made);
+            EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            EXPECT_EQ(made == nullptr, allocationFailed());
+            const OwnSocket socket{made};
+            const int after = dup(0);
+            close(after);
+            EXPECT_EQ(after == before, allocationFailed());
+        });
+}
+
+TEST(SocketAllocation, CreationsLeaveNothing)
+{
+    const OwnSocket server = kiv::test::makeServer();
+    const int32_t port = kiv::test::portOf(server.get());
+    const auto address = kiv::test::addressOf("127.0.0.1", 0);
+    EXPECT_EQ(
+        expectNothingLeft([&](auto out) { return kivCS2Socket_createClient(out, "127.0.0.1", port, 0); }),
+        2u); // record and host
+    EXPECT_EQ(expectNothingLeft([](auto out) { return kivCS2Socket_createServer(out, 0, 1, 2); }), 1u);
+    EXPECT_EQ(expectNothingLeft([](auto out) { return kivCS2Socket_createDatagramSender(out, 0); }), 1u);
+    EXPECT_EQ(expectNothingLeft([&](auto out)
+                                { return kivCS2Socket_createDatagramReceiver(out, 0, address.get()); }),
+              1u);
+
+    EXPECT_EQ(kiv::test::forEachAllocation(
+                  [](size_t)
+                  {
+                      sockaddr_in *made = nullptr;
+                      const KIVCS2Status status = kivCS2_createSockAddr(&made, "127.0.0.1", 1, 0);
+                      EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+                      EXPECT_EQ(made == nullptr, allocationFailed());
+                      const kiv::test::OwnAddress own{made};
+                  }),
+              1u);
+}
+
+TEST(SocketAllocation, AConnectionWithoutARecordIsClosed)
+{
+    const OwnSocket server = kiv::test::makeServer();
+    const int32_t port = kiv::test::portOf(server.get());
+    const size_t count = kiv::test::forEachAllocation(
+        [&](size_t index)
+        {
+            kiv::test::allowAllocations();
+            const OwnSocket client = kiv::test::make(kivCS2Socket_createClient, "127.0.0.1", port, 0u);
+            kiv::test::failAllocation(index);
+            KIVCS2Socket *made = nullptr;
+            const KIVCS2Status status = kivCS2Socket_accept(server.get(), 10000, &made);
+            EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            EXPECT_EQ(made == nullptr, allocationFailed());
+            const OwnSocket accepted{made};
+            pollfd end{client->m_socket, POLLIN, 0}; // the peer sees it
+            EXPECT_EQ(poll(&end, 1, made == nullptr ? 60000 : 0), made == nullptr ? 1 : 0);
+        });
+    EXPECT_EQ(count, 2u); // record and address text
+}
+} // namespace

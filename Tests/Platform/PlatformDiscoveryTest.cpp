@@ -1,0 +1,503 @@
+// The documented calls of service discovery over a network that the test plays: what comes from several interfaces,
+// a backend that is replaced, names that are taken, records of any content.
+#include "CFText.h"
+
+#include "CFNetwork/Engine.h"
+#include "CFNetwork/RecordData.h"
+#include "CFNetwork/Subscriptions.h"
+
+#include <avahi-common/error.h>
+
+#include <gmock/gmock.h>
+
+#include <condition_variable>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+using kiv::CFRef;
+using kiv::test::fromBytes;
+using namespace kiv::discovery;
+
+namespace
+{
+using Strings = std::vector<std::string>;
+
+CFRef<CFStringRef> text(const char *characters)
+{
+    return CFRef<CFStringRef>{CFStringCreateWithCString(nullptr, characters, kCFStringEncodingUTF8)};
+}
+
+CFRef<CFNetServiceRef> service(const char *domain, const char *type, const char *name, SInt32 port)
+{
+    return CFRef<CFNetServiceRef>{
+        CFNetServiceCreate(nullptr, text(domain).get(), text(type).get(), text(name).get(), port)};
+}
+
+// The network. What is asked of it answers by the functions that the test sets; what was announced is noted.
+struct Network
+{
+    std::function<void(ServiceSink &)> services = [](ServiceSink &) {
+    };
+    std::function<void(const std::string &name, uint16_t type, RecordSink &)> records =
+        [](const std::string &, uint16_t, RecordSink &) {
+        };
+    std::function<int(const std::string &name)> accept = [](const std::string &)
+    {
+        return 0;
+    };
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    Strings log;
+    BackendOwner *owner = nullptr;
+    BackendState state = BackendState::ready;
+    int backends = 0;
+
+    void note(const std::string &line)
+    {
+        const std::lock_guard lock{mutex};
+        log.push_back(line);
+        changed.notify_all();
+    }
+    void waitFor(const std::string &line)
+    {
+        std::unique_lock lock{mutex};
+        changed.wait(lock, [&] { return std::ranges::find(log, line) != log.end(); });
+    }
+};
+Network *network = nullptr;
+
+class PlayedGroup final : public Group
+{
+public:
+    explicit PlayedGroup(GroupSink &sink) : m_sink{sink} {}
+    ~PlayedGroup() override
+    {
+        network->note("gone");
+    }
+    int announce(const Announcement &what) noexcept override
+    {
+        const int error = network->accept(what.name);
+        if (error == 0)
+            network->note(std::string{what.name} + ":" + std::to_string(what.port) + ":" +
+                          std::string{what.text.begin(), what.text.end()});
+        return error;
+    }
+    int updateText(const Announcement &what) noexcept override
+    {
+        network->note("text " + std::string{what.text.begin(), what.text.end()});
+        return 0;
+    }
+    void withdraw() noexcept override
+    {
+        network->note("withdrawn");
+    }
+
+private:
+    GroupSink &m_sink;
+};
+
+class PlayedBackend final : public Backend
+{
+public:
+    [[nodiscard]] BackendState state() const noexcept override
+    {
+        return network->state;
+    }
+    std::unique_ptr<Handle> browseServices(const char *, const char *, ServiceSink &sink,
+                                           int &) noexcept override
+    {
+        network->services(sink);
+        return std::make_unique<Handle>();
+    }
+    std::unique_ptr<Handle> browseRecords(const char *name, uint16_t type, RecordSink &sink,
+                                          int &) noexcept override
+    {
+        network->records(name, type, sink);
+        sink.cacheDone();
+        return std::make_unique<Handle>();
+    }
+    std::unique_ptr<Group> makeGroup(GroupSink &sink, int &) noexcept override
+    {
+        return std::make_unique<PlayedGroup>(sink);
+    }
+};
+
+class Discovery : public testing::Test
+{
+protected:
+    Discovery()
+    {
+        network = &m_network;
+        setBackendForTesting(
+            [](BackendOwner &owner) -> std::unique_ptr<Backend>
+            {
+                network->owner = &owner;
+                ++network->backends;
+                return std::make_unique<PlayedBackend>();
+            });
+    }
+    ~Discovery() override
+    {
+        setBackendForTesting(nullptr);
+        network = nullptr;
+    }
+
+    // Searches on this thread until the network fails the search or the callback stops it.
+    Strings search(CFStreamError &error)
+    {
+        struct Context
+        {
+            Strings seen;
+        } context;
+        CFNetServiceClientContext client{0, &context, nullptr, nullptr, nullptr};
+        const CFRef<CFNetServiceBrowserRef> browser{CFNetServiceBrowserCreate(
+            nullptr,
+            [](CFNetServiceBrowserRef own, CFOptionFlags flags, CFTypeRef found, CFStreamError *, void *info)
+            {
+                if (found == nullptr)
+                    return;
+                const auto each = static_cast<CFNetServiceRef>(const_cast<void *>(found));
+                char name[256];
+                EXPECT_TRUE(
+                    CFStringGetCString(CFNetServiceGetName(each), name, sizeof name, kCFStringEncodingUTF8));
+                static_cast<Context *>(info)->seen.push_back(
+                    ((flags & kCFNetServiceFlagRemove) != 0 ? "-" : "+") + std::string{name});
+                if (std::string_view{name} == "stop")
+                    CFNetServiceBrowserStopSearch(own, nullptr);
+            },
+            &client)};
+        EXPECT_FALSE(CFNetServiceBrowserSearchForServices(browser.get(), text("").get(),
+                                                          text("_play._tcp").get(), &error));
+        return context.seen;
+    }
+
+    Network m_network;
+};
+
+std::vector<uint8_t> locationData(uint16_t port, const Strings &labels)
+{
+    std::vector<uint8_t> data{0, 0, 0, 0, static_cast<uint8_t>(port >> 8), static_cast<uint8_t>(port)};
+    for (const std::string &label : labels)
+    {
+        data.push_back(static_cast<uint8_t>(label.size()));
+        data.insert(data.end(), label.begin(), label.end());
+    }
+    data.push_back(0);
+    return data;
+}
+
+constexpr Place kIPv4{2, 0};
+constexpr Place kIPv6{2, 1};
+constexpr Place kOther{3, 0};
+} // namespace
+
+TEST(RecordData, LocationsAreReadWholeOrNotAtAll)
+{
+    const std::vector<uint8_t> whole = locationData(0x1234, {"encoder", "local"});
+    const auto location = readServerLocation(whole);
+    ASSERT_TRUE(location);
+    EXPECT_EQ(location->port, 0x1234);
+    EXPECT_EQ(location->host, "encoder.local");
+    for (size_t size = 0; size < whole.size(); ++size)
+        EXPECT_FALSE(readServerLocation({whole.data(), size})) << size;
+    auto longer = whole;
+    longer.push_back(0);
+    EXPECT_FALSE(readServerLocation(longer));
+
+    EXPECT_EQ(readServerLocation(locationData(1, {}))->host, "");
+    EXPECT_EQ(readServerLocation(locationData(1, {"a.b", "c\\d", std::string{"\0\x7f\xff ", 4}}))->host,
+              "a\\.b.c\\\\d.\\000\\127\\255\\032");
+    const std::string label(63, 'x');
+    EXPECT_TRUE(readServerLocation(locationData(1, {label, label, label, std::string(61, 'y')})));
+    EXPECT_FALSE(readServerLocation(locationData(1, {label, label, label, std::string(62, 'y')})))
+        << "more than 255 octets";
+    EXPECT_FALSE(readServerLocation(locationData(1, {std::string(64, 'x')})));
+    EXPECT_FALSE(readServerLocation(std::vector<uint8_t>{0, 0, 0, 0, 0, 1, 0xc0, 0x0c})) << "a pointer";
+}
+
+TEST(RecordData, TextsStandBehindTheirLengths)
+{
+    const auto isText = [](std::string_view data)
+    {
+        return isTextRecord({reinterpret_cast<const uint8_t *>(data.data()), data.size()});
+    };
+    EXPECT_TRUE(isText(""));
+    EXPECT_TRUE(isText(std::string_view{"\1a\0\2bc", 6}));
+    EXPECT_FALSE(isText("\2a"));
+    EXPECT_FALSE(isText("\1"));
+    EXPECT_TRUE(isLocalName("a.b.LOCAL."));
+    EXPECT_TRUE(isLocalName("local"));
+    EXPECT_FALSE(isLocalName("notlocal"));
+    EXPECT_FALSE(isLocalName("local.example"));
+}
+
+TEST(Data, KeepsCopiesAndComparesThem)
+{
+    UInt8 bytes[] = {1, 2, 3};
+    const CFRef<CFDataRef> data{CFDataCreate(nullptr, bytes, 3)};
+    const CFRef<CFDataRef> same{CFDataCreate(nullptr, bytes, 3)};
+    bytes[0] = 9;
+    const CFRef<CFDataRef> other{CFDataCreate(nullptr, bytes, 3)};
+    const CFRef<CFDataRef> none{CFDataCreate(nullptr, nullptr, 0)};
+    EXPECT_TRUE(CFEqual(data.get(), same.get()));
+    EXPECT_EQ(CFHash(data.get()), CFHash(same.get()));
+    EXPECT_FALSE(CFEqual(data.get(), other.get()));
+    EXPECT_FALSE(CFEqual(data.get(), none.get()));
+    EXPECT_EQ(CFDataGetLength(none.get()), 0);
+    EXPECT_EQ(CFDataCreate(nullptr, bytes, -1), nullptr);
+    UInt8 copy[] = {0, 0, 0, 0};
+    CFDataGetBytes(data.get(), CFRangeMake(1, 9), copy);
+    EXPECT_THAT(copy, testing::ElementsAre(2, 3, 0, 0));
+}
+
+TEST_F(Discovery, NamesThatDNSCannotCarryAreRefusedBeforeTheNetworkIsAsked)
+{
+    const std::string tooLong(64, 'x');
+    struct Row
+    {
+        const char *domain, *type, *name;
+    };
+    for (const Row &row : {Row{"", "http", "x"}, Row{"", "", "x"}, Row{"", "_a..b", "x"},
+                           Row{"..", "_play._tcp", "x"}, Row{"", "_play._tcp", tooLong.c_str()}})
+    {
+        const auto bad = service(row.domain, row.type, row.name, 1);
+        CFStreamError error{};
+        EXPECT_FALSE(CFNetServiceRegisterWithOptions(bad.get(), 0, &error));
+        EXPECT_EQ(error.error, kCFNetServicesErrorBadArgument);
+        EXPECT_EQ(error.domain, kCFStreamErrorDomainNetServices);
+        EXPECT_FALSE(CFNetServiceResolveWithTimeout(bad.get(), 60, &error));
+        EXPECT_EQ(error.error, kCFNetServicesErrorBadArgument);
+    }
+    EXPECT_EQ(service("", "_play._tcp", "x", 65536).get(), nullptr);
+    EXPECT_EQ(service("", "_play._tcp", "x", -2).get(), nullptr);
+    EXPECT_EQ(m_network.backends, 0);
+}
+
+TEST_F(Discovery, WhatWasEndedBeforeItBeganEndsAtOnce)
+{
+    const auto cancelled = service("", "_play._tcp", "x", 1);
+    CFNetServiceCancel(cancelled.get());
+    CFStreamError error{};
+    EXPECT_FALSE(CFNetServiceRegisterWithOptions(cancelled.get(), 0, &error));
+    EXPECT_EQ(error.error, kCFNetServicesErrorCancel);
+    EXPECT_FALSE(CFNetServiceResolveWithTimeout(cancelled.get(), 60, nullptr));
+
+    const CFRef<CFNetServiceMonitorRef> monitor{CFNetServiceMonitorCreate(
+        nullptr, cancelled.get(),
+        [](CFNetServiceMonitorRef, CFNetServiceRef, CFNetServiceMonitorType, CFDataRef, CFStreamError *,
+           void *) { ADD_FAILURE() << "called"; },
+        nullptr)};
+    CFStreamError reason{7, 8};
+    CFNetServiceMonitorStop(monitor.get(), &reason);
+    CFNetServiceMonitorInvalidate(monitor.get());
+    EXPECT_FALSE(CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, &error));
+    EXPECT_EQ(error.domain, 7) << "the first end's reason counts";
+    EXPECT_EQ(error.error, 8);
+    EXPECT_EQ(m_network.backends, 0);
+}
+
+TEST_F(Discovery, AServiceIsToldOnceForAllInterfaces)
+{
+    m_network.services = [](ServiceSink &sink)
+    {
+        sink.serviceSeen(true, kIPv4, "A");
+        sink.serviceSeen(true, kIPv6, "A");
+        sink.serviceSeen(true, kIPv6, "A");
+        sink.serviceSeen(false, kIPv4, "A");
+        sink.serviceSeen(false, kOther, "A");
+        sink.serviceSeen(true, kIPv4, "\xff"); // no UTF-8
+        sink.serviceSeen(false, kIPv6, "A");
+        sink.serviceSeen(false, kIPv6, "never");
+        sink.serviceSeen(true, kOther, "A");
+        sink.serviceSeen(true, kOther, "stop");
+        sink.serviceSeen(true, kOther, "behind the end");
+    };
+    CFStreamError error{};
+    EXPECT_THAT(search(error), testing::ElementsAre("+A", "-A", "+A", "+stop"));
+    EXPECT_EQ(error.error, kCFNetServicesErrorCancel);
+}
+
+TEST_F(Discovery, ANewBackendIsAskedForAllAndMissesAreRemovals)
+{
+    m_network.services = [this](ServiceSink &sink)
+    {
+        if (m_network.backends == 1)
+        {
+            sink.serviceSeen(true, kIPv4, "goes with the daemon");
+            sink.serviceSeen(true, kIPv4, "stays");
+            m_network.state = BackendState::lost;
+            m_network.owner->backendChanged();
+            return;
+        }
+        m_network.state = BackendState::ready;
+        sink.serviceSeen(true, kIPv6, "stays");
+        sink.allServicesForNow();
+        sink.browsingFailed(AVAHI_ERR_DISCONNECTED); // of a daemon that has gone: to be asked again
+        sink.browsingFailed(AVAHI_ERR_NO_NETWORK);
+    };
+    CFStreamError error{};
+    EXPECT_THAT(search(error),
+                testing::ElementsAre("+goes with the daemon", "+stays", "-goes with the daemon"));
+    EXPECT_EQ(error.error, kCFNetServicesErrorInvalid);
+    EXPECT_EQ(m_network.backends, 2);
+}
+
+TEST_F(Discovery, ResolvingCollectsTheAddressesOfTheHost)
+{
+    m_network.records = [](const std::string &name, uint16_t type, RecordSink &sink)
+    {
+        const auto address = [](std::initializer_list<uint8_t> bytes)
+        {
+            return std::vector<uint8_t>{bytes};
+        };
+        if (type == kTypeSRV)
+        {
+            EXPECT_EQ(name, "a\\.b._play._tcp.local");
+            sink.recordSeen(true, kIPv4, std::vector<uint8_t>{1, 2});
+            sink.recordSeen(true, kIPv4, locationData(1, {"old", "local"}));
+            sink.recordSeen(true, kIPv4, locationData(5000, {"encoder", "local"}));
+            sink.recordSeen(true, kIPv6, locationData(5000, {"encoder", "local"}));
+        }
+        else if (name == "old.local")
+        {
+            sink.recordSeen(true, kIPv4, address({1, 1, 1, 1}));
+        }
+        else if (type == kTypeA)
+        {
+            sink.recordSeen(true, kIPv4, address({10, 0, 0, 7}));
+            sink.recordSeen(true, kOther, address({10, 0, 0, 7}));
+            sink.recordSeen(true, kOther, address({10, 1, 0, 7}));
+            sink.recordSeen(true, kOther, address({10, 1, 0}));
+            sink.recordSeen(false, kOther, address({10, 9, 9, 9}));
+        }
+        else
+        {
+            sink.recordSeen(true, kIPv6, address({0xfe, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}));
+            sink.recordSeen(true, kOther, address({0xfe, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1}));
+        }
+    };
+    const auto found = service("", "_play._tcp.", "a.b", -1);
+    EXPECT_EQ(CFNetServiceGetTargetHost(found.get()), nullptr);
+    EXPECT_EQ(CFNetServiceGetAddressing(found.get()), nullptr);
+    CFStreamError error{1, 1};
+    ASSERT_TRUE(CFNetServiceResolveWithTimeout(found.get(), 60, &error));
+    EXPECT_EQ(error.error, 0);
+    EXPECT_TRUE(CFEqual(CFNetServiceGetTargetHost(found.get()), text("encoder.local").get()));
+    EXPECT_EQ(CFNetServiceGetPortNumber(found.get()), 5000);
+    const CFArrayRef addresses = CFNetServiceGetAddressing(found.get());
+    Strings hosts;
+    for (CFIndex index = 0; index < CFArrayGetCount(addresses); ++index)
+    {
+        const auto data = static_cast<CFDataRef>(CFArrayGetValueAtIndex(addresses, index));
+        SocketAddress address{};
+        ASSERT_LE(CFDataGetLength(data), static_cast<CFIndex>(sizeof address));
+        std::memcpy(&address, CFDataGetBytePtr(data), static_cast<size_t>(CFDataGetLength(data)));
+        EXPECT_EQ(ntohs(address.v4.sin_port), 5000);
+        hosts.push_back(address.any.sa_family == AF_INET
+                            ? std::to_string(ntohl(address.v4.sin_addr.s_addr) >> 16 & 0xff)
+                            : "%" + std::to_string(address.v6.sin6_scope_id));
+    }
+    EXPECT_THAT(hosts, testing::UnorderedElementsAre("0", "1", "%2", "%3"));
+}
+
+TEST_F(Discovery, WhatDoesNotResolveSaysWhy)
+{
+    CFStreamError error{};
+    const auto nobody = service("", "_play._tcp", "nobody", -1);
+    EXPECT_FALSE(CFNetServiceResolveWithTimeout(nobody.get(), 0.01, &error));
+    EXPECT_EQ(error.error, kCFNetServicesErrorTimeout);
+
+    m_network.records = [](const std::string &, uint16_t, RecordSink &sink)
+    {
+        sink.recordSeen(true, kIPv4, locationData(9, {}));
+    };
+    EXPECT_FALSE(CFNetServiceResolveWithTimeout(nobody.get(), 60, &error));
+    EXPECT_EQ(error.error, kCFNetServicesErrorNotFound) << "offered nowhere (RFC 2782)";
+
+    m_network.records = [](const std::string &, uint16_t type, RecordSink &sink)
+    {
+        if (type == kTypeSRV)
+            sink.recordSeen(true, kIPv4, locationData(9, {"host", "local"}));
+        else
+            sink.recordsFailed(AVAHI_ERR_NOT_SUPPORTED);
+    };
+    EXPECT_FALSE(CFNetServiceResolveWithTimeout(nobody.get(), 60, &error));
+    EXPECT_EQ(error.error, kCFNetServicesErrorNotFound) << "nobody to ask for addresses";
+    EXPECT_TRUE(CFEqual(CFNetServiceGetTargetHost(nobody.get()), text("host.local").get()));
+    EXPECT_EQ(CFArrayGetCount(CFNetServiceGetAddressing(nobody.get())), 0);
+}
+
+TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
+{
+    m_network.accept = [](const std::string &name)
+    {
+        return name == "Ingest" ? AVAHI_ERR_COLLISION : 0;
+    };
+    const auto published = service("local.", "_play._tcp", "Ingest", 5000);
+    const auto setText = [&published](std::string_view record)
+    {
+        const CFRef<CFDataRef> data{CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(record.data()),
+                                                 static_cast<CFIndex>(record.size()))};
+        return CFNetServiceSetTXTData(published.get(), data.get());
+    };
+    EXPECT_FALSE(setText("\2a"));
+    EXPECT_FALSE(setText(std::string(8901, '\0')));
+    EXPECT_TRUE(setText("\1a"));
+    CFStreamError error{};
+    std::thread publishing{[&]
+                           {
+                               EXPECT_FALSE(CFNetServiceRegisterWithOptions(published.get(), 0, &error));
+                           }};
+    m_network.waitFor("Ingest #2:5000:\1a");
+    EXPECT_FALSE(CFNetServiceRegisterWithOptions(published.get(), 0, nullptr)) << "it is being published";
+    EXPECT_TRUE(setText("\1b"));
+    m_network.waitFor("text \1b");
+
+    // The host's name is lost to another machine, and another is settled; then the daemon goes.
+    const auto change = [](void *context)
+    {
+        network->state = *static_cast<BackendState *>(context);
+        network->owner->backendChanged();
+    };
+    for (BackendState state : {BackendState::starting, BackendState::ready})
+        withEngineLocked(change, &state);
+    m_network.waitFor("Ingest #2:5000:\1b");
+    CFNetServiceCancel(published.get());
+    publishing.join();
+    EXPECT_EQ(error.error, kCFNetServicesErrorCancel);
+    EXPECT_THAT(m_network.log, testing::ElementsAre("Ingest #2:5000:\1a", "text \1b", "withdrawn",
+                                                    "Ingest #2:5000:\1b", "gone"));
+    const auto fixed = service("", "_play._tcp", "Ingest", 5000);
+    EXPECT_FALSE(CFNetServiceRegisterWithOptions(fixed.get(), kCFNetServiceFlagNoAutoRename, &error));
+    EXPECT_EQ(error.error, kCFNetServicesErrorCollision);
+}
+
+TEST_F(Discovery, AMonitorThatBeginsDuringAChangeEndsWithTheRecordThatStays)
+{
+    m_network.records = [](const std::string &, uint16_t, RecordSink &sink)
+    {
+        const std::vector<uint8_t> older{1, 'a'};
+        const std::vector<uint8_t> newer{1, 'b'};
+        sink.recordSeen(true, kIPv4, newer);
+        sink.recordSeen(true, kIPv6, newer);
+        sink.recordSeen(true, kIPv4, older);
+        sink.recordSeen(false, kIPv4, older);
+        sink.recordSeen(false, kIPv6, newer);
+        sink.recordsFailed(AVAHI_ERR_FAILURE);
+    };
+    Strings told;
+    CFNetServiceClientContext client{0, &told, nullptr, nullptr, nullptr};
+    const auto watched = service("", "_play._tcp", "x", 1);
+    const CFRef<CFNetServiceMonitorRef> monitor{CFNetServiceMonitorCreate(
+        nullptr, watched.get(),
+        [](CFNetServiceMonitorRef, CFNetServiceRef, CFNetServiceMonitorType, CFDataRef data, CFStreamError *,
+           void *info)
+        { static_cast<Strings *>(info)->emplace_back(1, static_cast<char>(CFDataGetBytePtr(data)[1])); },
+        &client)};
+    EXPECT_FALSE(CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, nullptr));
+    EXPECT_THAT(told, testing::ElementsAre("b", "a", "b"));
+}

@@ -1,0 +1,157 @@
+// The system calls that sockets make: how many, and what their failures leave. The calls are stood in
+// for by this program's own, which the library's objects are linked with.
+#include "KIVCS2Socket.h"
+
+#include "OwnSocket.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+namespace
+{
+struct Calls
+{
+    int made = 0;         // of all kinds below
+    int failOption = 0;   // the error number that getsockopt answers, if not 0
+    int failShutdown = 0; // the same for shutdown
+    int failPoll = 0;     // and for poll
+};
+thread_local Calls t_calls;
+
+template <class... Arguments>
+long call(int failure, long number, Arguments... arguments)
+{
+    ++t_calls.made;
+    if (failure != 0)
+    {
+        errno = failure;
+        return -1;
+    }
+    return syscall(number, arguments...);
+}
+} // namespace
+
+extern "C"
+{
+    int getsockopt(int fd, int level, int name, void *value, socklen_t *size) noexcept
+    {
+        return static_cast<int>(call(t_calls.failOption, SYS_getsockopt, fd, level, name, value, size));
+    }
+    int shutdown(int fd, int how) noexcept
+    {
+        return static_cast<int>(call(t_calls.failShutdown, SYS_shutdown, fd, how));
+    }
+    int poll(pollfd *fds, nfds_t count, int timeout)
+    {
+        return static_cast<int>(call(t_calls.failPoll, SYS_poll, fds, count, timeout));
+    }
+    ssize_t sendto(int fd, const void *bytes, size_t size, int flags, const sockaddr *to, socklen_t toSize)
+    {
+        return call(0, SYS_sendto, fd, bytes, size, flags, to, toSize);
+    }
+    ssize_t recv(int fd, void *bytes, size_t size, int flags)
+    {
+        return call(0, SYS_recvfrom, fd, bytes, size, flags, nullptr, nullptr);
+    }
+    ssize_t recvfrom(int fd, void *bytes, size_t size, int flags, sockaddr *from, socklen_t *fromSize)
+    {
+        return call(0, SYS_recvfrom, fd, bytes, size, flags, from, fromSize);
+    }
+}
+
+namespace
+{
+using kiv::test::Connection;
+using kiv::test::OwnSocket;
+
+TEST(SocketCalls, ATransferAndATestAreOneCallEach)
+{
+    const Connection connection;
+    KIVCS2Socket *client = connection.client.get();
+    KIVCS2Socket *accepted = connection.accepted.get();
+    char byte = 'x';
+    const auto expectCalls = [](int calls, auto operation)
+    {
+        t_calls = {};
+        const KIVCS2Status status = operation();
+        EXPECT_EQ(t_calls.made, calls);
+        return status;
+    };
+    EXPECT_EQ(expectCalls(1, [&] { return kivCS2Socket_send(client, &byte, 1, nullptr); }), KIVCS2STATUS_OK);
+    EXPECT_EQ(expectCalls(1, [&] { return kivCS2Socket_receive(accepted, &byte, 1, true, nullptr); }),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(expectCalls(1, [&] { return kivCS2Socket_testRead(client); }), KIVCS2STATUS_EOF_ERR);
+    EXPECT_EQ(expectCalls(1, [&] { return kivCS2Socket_testWrite(client); }), KIVCS2STATUS_OK);
+    EXPECT_EQ(expectCalls(1, [&] { return kivCS2Socket_testAlive(client); }), KIVCS2STATUS_OK);
+}
+
+// Kept: the record stays with the host when no-SIGPIPE cannot be set.
+TEST(SocketQuirks, AFailureOfNoSigpipeHandsTheRecordOut)
+{
+    const OwnSocket server = kiv::test::makeServer();
+    const auto address = kiv::test::addressOf("127.0.0.1", 0);
+    struct Row
+    {
+        int error;
+        KIVCS2Status status;
+    };
+    for (const Row &row :
+         {Row{ENOPROTOOPT, KIVCS2STATUS_SOCKET_ERR}, Row{EBADF, KIVCS2STATUS_SOCKET_INVALID_ERR}})
+    {
+        KIVCS2Socket *made[3] = {};
+        const int32_t port = kiv::test::portOf(server.get());
+        t_calls.failOption = row.error;
+        EXPECT_EQ(kivCS2Socket_createClient(&made[0], "127.0.0.1", port, 0), row.status);
+        EXPECT_EQ(kivCS2Socket_createServer(&made[1], 0, 1, KIVCS2SocketOption_BindNow), row.status);
+        EXPECT_EQ(kivCS2Socket_createDatagramReceiver(&made[2], 0, address.get()), row.status);
+        t_calls.failOption = 0;
+        for (KIVCS2Socket *socket : made)
+        {
+            ASSERT_NE(socket, nullptr);
+            EXPECT_EQ(socket->m_errno, static_cast<uint32_t>(row.error));
+            EXPECT_EQ(socket->m_bound, 0u);
+            EXPECT_EQ(kivCS2Socket_free(socket), KIVCS2STATUS_OK);
+        }
+    }
+}
+
+TEST(SocketCalls, ACloseGoesOnAfterItsFailuresButOne)
+{
+    struct Row
+    {
+        int poll, shutdown;
+        KIVCS2Status status;
+        uint32_t error;
+        bool closed;
+    };
+    for (const Row &row :
+         {Row{0, 0, KIVCS2STATUS_OK, 0, true}, Row{ENOMEM, 0, KIVCS2STATUS_SOCKET_ERR, ENOMEM, true},
+          Row{0, ENOTCONN, KIVCS2STATUS_OK, 0, true}, Row{0, EINVAL, KIVCS2STATUS_SOCKET_ERR, EINVAL, true},
+          Row{0, EBADF, KIVCS2STATUS_SOCKET_INVALID_ERR, EBADF, false}})
+    {
+        const Connection connection;
+        ASSERT_EQ(kiv::test::send(connection.accepted, "x"), KIVCS2STATUS_OK);
+        kiv::test::awaitEvents(connection.client, POLLIN);
+        KIVCS2Socket *client = connection.client.get();
+        const int fd = client->m_socket;
+        t_calls = {0, 0, row.shutdown, row.poll};
+        EXPECT_EQ(kivCS2Socket_close(client), row.status);
+        t_calls = {};
+        EXPECT_EQ(client->m_errno, row.error);
+        EXPECT_EQ(client->m_socket, 0);
+        EXPECT_EQ(close(fd) != 0, row.closed);
+    }
+}
+
+TEST(SocketCalls, AFailedTestOfReadinessIsAFailure)
+{
+    const OwnSocket server = kiv::test::makeServer();
+    t_calls.failPoll = ENOMEM;
+    EXPECT_EQ(kivCS2Socket_testRead(server.get()), KIVCS2STATUS_SOCKET_ERR);
+    EXPECT_EQ(server->m_errno, uint32_t{ENOMEM});
+    t_calls = {};
+}
+} // namespace

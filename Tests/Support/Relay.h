@@ -1,0 +1,243 @@
+// Relays of a test's own between two sockets: what comes is held, lost, sent in another order, cut off
+// halfway or ended by a reset, when the test says so and never by chance. They run on a thread inside
+// the namespace they are started in.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <netinet/in.h>
+#include <poll.h>
+#include <string>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace kiv::test
+{
+// One thread that waits for a socket or for the test, which hands it work to do.
+class RelayThread
+{
+public:
+    RelayThread(const RelayThread &) = delete;
+    RelayThread &operator=(const RelayThread &) = delete;
+
+protected:
+    RelayThread() = default;
+    ~RelayThread()
+    {
+        EXPECT_FALSE(m_thread.joinable()) << "stop() comes first";
+        close(m_wake);
+    }
+
+    static int bound(int type, const sockaddr_in &address)
+    {
+        const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        return fd;
+    }
+
+    // Calls `ready` with each of the descriptors that can be read, until stop().
+    void start(std::function<std::array<int, 2>()> descriptors, std::function<void(int)> ready)
+    {
+        m_thread = std::thread{[this, descriptors = std::move(descriptors), ready = std::move(ready)]
+                               {
+                                   while (!m_ends)
+                                       turn(descriptors(), ready);
+                               }};
+    }
+    void stop()
+    {
+        run([this] { m_ends = true; });
+        m_thread.join();
+    }
+
+    // Runs `work` on the relay's thread, between two of its turns, and waits until it is done.
+    void run(const std::function<void()> &work)
+    {
+        std::unique_lock lock{m_mutex};
+        m_work = &work;
+        const uint64_t one = 1;
+        EXPECT_EQ(write(m_wake, &one, sizeof one), static_cast<ssize_t>(sizeof one));
+        m_done.wait(lock, [this] { return m_work == nullptr; });
+    }
+
+private:
+    void turn(const std::array<int, 2> &descriptors, const std::function<void(int)> &ready)
+    {
+        std::array<pollfd, 3> waits{pollfd{m_wake, POLLIN, 0}, pollfd{descriptors[0], POLLIN, 0},
+                                    pollfd{descriptors[1], POLLIN, 0}};
+        EXPECT_GT(poll(waits.data(), waits.size(), -1), 0);
+        for (size_t index = 1; index < waits.size(); ++index)
+            if (waits[index].revents != 0)
+                ready(waits[index].fd);
+        if (waits[0].revents == 0)
+            return;
+        uint64_t count = 0;
+        EXPECT_EQ(read(m_wake, &count, sizeof count), static_cast<ssize_t>(sizeof count));
+        const std::lock_guard lock{m_mutex};
+        (*m_work)();
+        m_work = nullptr;
+        m_done.notify_one();
+    }
+
+    int m_wake = eventfd(0, EFD_CLOEXEC);
+    bool m_ends = false; // of the relay's thread
+    std::mutex m_mutex;
+    std::condition_variable m_done;
+    const std::function<void()> *m_work = nullptr;
+    std::thread m_thread;
+};
+
+// Datagrams on their way to `to`. Whoever sends to the relay's address is relayed.
+class DatagramRelay : RelayThread
+{
+public:
+    DatagramRelay(const sockaddr_in &at, const sockaddr_in &to) : m_to{to}, m_socket{bound(SOCK_DGRAM, at)}
+    {
+        start([this] { return std::array{m_socket, -1}; }, [this](int) { take(); });
+    }
+    ~DatagramRelay()
+    {
+        stop();
+        close(m_socket);
+    }
+
+    // From now on nothing goes on until release(): a delay.
+    void hold()
+    {
+        run([this] { m_holds = true; });
+    }
+    // Waits until so many are held.
+    void awaitHeld(size_t count)
+    {
+        while (m_heldCount.load() < count)
+            std::this_thread::yield();
+    }
+    // Sends what was held on, in the order given: indices of the datagrams; those not named are lost.
+    void release(std::initializer_list<size_t> order)
+    {
+        run(
+            [this, order]
+            {
+                for (const size_t index : order)
+                    pass(m_held.at(index));
+                m_held.clear();
+                m_heldCount = 0;
+                m_holds = false;
+            });
+    }
+
+private:
+    void take()
+    {
+        std::string datagram(65536, '\0');
+        const ssize_t size = recv(m_socket, datagram.data(), datagram.size(), MSG_DONTWAIT);
+        if (size < 0)
+            return; // an error that an earlier datagram came back with
+        datagram.resize(static_cast<size_t>(size));
+        if (!m_holds)
+            return pass(datagram);
+        m_held.push_back(std::move(datagram));
+        ++m_heldCount;
+    }
+    void pass(const std::string &datagram)
+    {
+        (void)sendto(m_socket, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&m_to),
+                     sizeof m_to);
+    }
+
+    sockaddr_in m_to;
+    int m_socket;
+    bool m_holds = false;
+    std::deque<std::string> m_held;
+    std::atomic<size_t> m_heldCount = 0;
+};
+
+// One connection to the relay's address, passed on to `to` byte by byte.
+class StreamRelay : RelayThread
+{
+public:
+    StreamRelay(const sockaddr_in &at, const sockaddr_in &to) : m_to{to}, m_listener{bound(SOCK_STREAM, at)}
+    {
+        EXPECT_EQ(listen(m_listener, 1), 0);
+        start(
+            [this]
+            {
+                return m_near < 0 ? std::array{m_listener, -1}
+                                  : std::array{m_holds ? -1 : m_near, m_farEnded ? -1 : m_far};
+            },
+            [this](int fd) { fd == m_listener ? join() : pass(fd); });
+    }
+    ~StreamRelay()
+    {
+        stop();
+        for (const int fd : {m_listener, m_near, m_far})
+            if (fd >= 0)
+                close(fd);
+    }
+
+    // From now on nothing of the near side goes on until release().
+    void hold()
+    {
+        run([this] { m_holds = true; });
+    }
+    void release()
+    {
+        run([this] { m_holds = false; });
+    }
+    // The near side sees no more data, while its own still goes on.
+    void halfClose()
+    {
+        run([this] { EXPECT_EQ(shutdown(m_near, SHUT_WR), 0); });
+    }
+    // The near side is reset; the far one sees an end.
+    void reset()
+    {
+        run(
+            [this]
+            {
+                const linger now{1, 0};
+                EXPECT_EQ(setsockopt(m_near, SOL_SOCKET, SO_LINGER, &now, sizeof now), 0);
+                close(m_near);
+                close(m_far);
+                m_near = m_far = -1;
+            });
+    }
+
+private:
+    void join()
+    {
+        m_near = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        m_far = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(connect(m_far, reinterpret_cast<sockaddr *>(&m_to), sizeof m_to), 0);
+    }
+    void pass(int from)
+    {
+        const int to = from == m_near ? m_far : m_near;
+        std::array<char, 4096> bytes;
+        const ssize_t size = recv(from, bytes.data(), bytes.size(), 0);
+        if (size > 0)
+            (void)send(to, bytes.data(), static_cast<size_t>(size), MSG_NOSIGNAL);
+        else
+            (void)shutdown(to, SHUT_WR);
+        if (size <= 0)
+            (from == m_near ? m_holds : m_farEnded) = true; // nothing more to wait for
+    }
+
+    sockaddr_in m_to;
+    int m_listener;
+    int m_near = -1;
+    int m_far = -1;
+    bool m_holds = false;
+    bool m_farEnded = false;
+};
+} // namespace kiv::test

@@ -1,0 +1,1001 @@
+// Sockets over the loopback interface.
+#include <KIVCoreServices2/KIVCS2Socket.h>
+
+#include "ArgumentCheck.h"
+#include "OwnSocket.h"
+
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstring>
+#include <fcntl.h>
+#include <thread>
+#include <vector>
+
+static_assert(offsetof(KIVCS2Socket, m_socket) == 0);
+static_assert(offsetof(KIVCS2Socket, m_errno) == 4);
+static_assert(offsetof(KIVCS2Socket, m_type) == 8);
+static_assert(offsetof(KIVCS2Socket, m_options) == 12);
+static_assert(offsetof(KIVCS2Socket, m_bound) == 16);
+static_assert(offsetof(KIVCS2Socket, m_maxPendingConnections) == 20);
+static_assert(offsetof(KIVCS2Socket, m_addr) == 24 && sizeof(sockaddr_in) == 16);
+static_assert(offsetof(KIVCS2Socket, m_host) == 40);
+static_assert(offsetof(KIVCS2Socket, m_port) == 48);
+static_assert(offsetof(KIVCS2Socket, m_multicastAddress) == 52);
+static_assert(sizeof(KIVCS2Socket) == 56);
+static_assert(KIVCS2SocketType_Stream == 0 && KIVCS2SocketType_Datagram == 1 &&
+              KIVCS2SocketType_Multicast == 2 && KIVCS2SocketOption_ReuseAddress == 0x01 &&
+              KIVCS2SocketOption_BindNow == 0x02 && KIVCS2SocketOption_EndOnEOT == 0x04 &&
+              KIVCS2SocketOption_IPv6 == 0x08 && KIVCS2SocketOption_Drain == 0x10);
+
+namespace
+{
+using kiv::test::acceptFrom;
+using kiv::test::addressOf;
+using kiv::test::awaitEvents;
+using kiv::test::Connection;
+using kiv::test::make;
+using kiv::test::makeServer;
+using kiv::test::OwnSocket;
+using kiv::test::portOf;
+using kiv::test::receive;
+using kiv::test::reset;
+using kiv::test::send;
+
+constexpr auto kOK = KIVCS2STATUS_OK;
+constexpr auto kInvalid = KIVCS2STATUS_SOCKET_INVALID_ERR;
+constexpr auto kClosed = KIVCS2STATUS_CONNECTION_CLOSED_ERR;
+constexpr auto kSocketError = KIVCS2STATUS_SOCKET_ERR;
+constexpr auto kEOF = KIVCS2STATUS_EOF_ERR;
+constexpr auto kTimeout = KIVCS2STATUS_TIMEOUT_ERR;
+constexpr uint32_t kAllOnes = 0xFFFFFFFF;
+const char *const kHere = "127.0.0.1";
+
+// A receiver of datagrams on a port that the system chooses, and the address that reaches it.
+struct Receiver
+{
+    explicit Receiver(KIVCS2SocketOption options = 0)
+        : socket{make(kivCS2Socket_createDatagramReceiver, options, addressOf(kHere, 0).get())},
+          address{addressOf(kHere, portOf(socket.get()))}
+    {
+    }
+    OwnSocket socket;
+    kiv::test::OwnAddress address;
+};
+
+TEST(Socket, RefusesWhatIsMissing)
+{
+    KIVCS2Socket socket{};
+    KIVCS2Socket *made = nullptr;
+    sockaddr_in address{};
+    sockaddr_in *madeAddress = nullptr;
+    char buffer[32] = {};
+    uint32_t number = 0;
+    bool flag = false;
+    const auto param = KIVCS2STATUS_PARAM_ERR;
+    kiv::test::expectAllRefused({
+        KIV_REFUSES(param, kivCS2_createSockAddr, "(_addr) != NULL", nullptr, kHere, 1, 0),
+        KIV_REFUSES(param, kivCS2_createSockAddr, "(_host) != NULL", &madeAddress, nullptr, 1, 0),
+        KIV_REFUSES(param, kivCS2_freeSockAddr, "(_addr) != NULL", nullptr),
+        KIV_REFUSES(param, kivCS2_sockAddrToString, "(_addr) != NULL", nullptr, buffer, 16),
+        KIV_REFUSES(param, kivCS2_sockAddrToString, "(_buf) != NULL", &address, nullptr, 16),
+        KIV_REFUSES(param, kivCS2Socket_createClient, "(_socket) != NULL", nullptr, kHere, 1, 0),
+        KIV_REFUSES(param, kivCS2Socket_createClient, "(_host) != NULL", &made, nullptr, 1, 0),
+        KIV_REFUSES(param, kivCS2Socket_createServer, "(_socket) != NULL", nullptr, 1, 1, 0),
+        KIV_REFUSES(param, kivCS2Socket_createDatagramReceiver, "(_receiver) != NULL", nullptr, 0, &address),
+        KIV_REFUSES(param, kivCS2Socket_createDatagramReceiver, "(_addr) != NULL", &made, 0, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_createMulticastDatagramReceiver, "(_receiver) != NULL", nullptr, 0,
+                    &address),
+        KIV_REFUSES(param, kivCS2Socket_createMulticastDatagramReceiver, "(_addr) != NULL", &made, 0,
+                    nullptr),
+        KIV_REFUSES(param, kivCS2Socket_connect, "(_socket) != NULL", nullptr),
+        KIV_REFUSES(param, kivCS2Socket_bindToAddress, "(_addr) != NULL", &socket, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_accept, "(_server_socket) != NULL", nullptr, 0, &made),
+        KIV_REFUSES(param, kivCS2Socket_accept, "(_client_socket) != NULL", &socket, 0, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_free, "(_socket) != NULL", nullptr),
+        KIV_REFUSES(param, kivCS2Socket_send, "(_buf) != NULL", &socket, nullptr, 1, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_sendTo, "(_addr) != NULL", &socket, nullptr, buffer, 1, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_receive, "(_buf) != NULL", &socket, nullptr, 1, false, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_receive, "(s32)(_buf_size) != 0L", &socket, buffer, 0, true, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_receiveFrom, "(s32)(_buf_size) != 0L", &socket, buffer, 0, true,
+                    nullptr, nullptr, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_testRead, "(_socket) != NULL", nullptr),
+        KIV_REFUSES(param, kivCS2Socket_getNoSigpipe, "(_no_sigpipe) != NULL", &socket, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_getReuseAddress, "(_reuse_address) != NULL", &socket, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_getMinRecvByteCount, "(_byte_count) != NULL", &socket, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_getRecvBufSize, "(_buf_size) != NULL", &socket, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_getSendBufSize, "(_buf_size) != NULL", &socket, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_getRecvTimeout, "(_to_sec) != NULL", &socket, nullptr, &number),
+        KIV_REFUSES(param, kivCS2Socket_getSendTimeout, "(_to_usec) != NULL", &socket, &number, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_getLinger, "(_linger) != NULL", &socket, nullptr, &number),
+        KIV_REFUSES(param, kivCS2Socket_getLinger, "(_linger_time) != NULL", &socket, &flag, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_getTCPNodelay, "(_tcp_nodelay) != NULL", &socket, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_getMulticastTTL, "(_multicast_ttl) != NULL", &socket, nullptr),
+        KIV_REFUSES(param, kivCS2Socket_getBlocking, "(_blocks) != NULL", &socket, nullptr),
+    });
+}
+
+TEST(SocketAddresses, AreResolvedToIPv4AndWritten)
+{
+    struct Row
+    {
+        const char *host;
+        int32_t port;
+        KIVCS2Status status;
+        const char *text;
+        uint16_t storedPort;
+    };
+    for (const Row &row : std::initializer_list<Row>{
+             {kHere, 5004, kOK, "127.0.0.1", 5004},
+             {"239.255.0.1", 0, kOK, "239.255.0.1", 0},
+             {"255.255.255.255", 65535, kOK, "255.255.255.255", 65535},
+             {"localhost", 1, kOK, "127.0.0.1", 1},
+             {kHere, -1, kOK, "127.0.0.1", 0}, // no port
+             {kHere, 65536, KIVCS2STATUS_ADDRESS_ERR, "", 0},
+             {"::1", 5004, KIVCS2STATUS_ADDRESS_ERR, "", 0},
+         })
+    {
+        SCOPED_TRACE(row.host);
+        char untouched[] = "x";
+        auto *made = reinterpret_cast<sockaddr_in *>(untouched);
+        ASSERT_EQ(kivCS2_createSockAddr(&made, row.host, row.port, kAllOnes), row.status);
+        if (KIVCS2_FAILED(row.status))
+        {
+            EXPECT_EQ(made, nullptr);
+            continue;
+        }
+        const kiv::test::OwnAddress address{made};
+        EXPECT_EQ(address->sin_family, AF_INET);
+        EXPECT_EQ(ntohs(address->sin_port), row.storedPort);
+        char text[17] = "unchanged";
+        EXPECT_EQ(kivCS2_sockAddrToString(address.get(), text, 15), KIVCS2STATUS_BUFFER_SIZE_ERR);
+        EXPECT_STREQ(text, "unchanged");
+        EXPECT_EQ(kivCS2_sockAddrToString(address.get(), text, 16), kOK);
+        EXPECT_STREQ(text, row.text);
+    }
+}
+
+// ---- Creation ----
+
+TEST(SocketCreation, FailuresLeaveNothing)
+{
+    const OwnSocket server = makeServer();
+    const int32_t taken = portOf(server.get());
+    OwnSocket gone = makeServer();
+    const int32_t nobody = portOf(gone.get());
+    gone.reset();
+    const Receiver receiver;
+    const auto notHere = addressOf("192.0.2.1", 5004); // TEST-NET-1: no machine's
+    const auto noGroup = addressOf("192.168.1.1", 5004);
+    const auto below = addressOf("223.255.255.255", 5004);
+    const auto above = addressOf("240.0.0.0", 5004);
+    constexpr uint32_t kNow = KIVCS2SocketOption_BindNow;
+    constexpr uint32_t kIPv6 = KIVCS2SocketOption_IPv6;
+
+    const int before = dup(0);
+    close(before);
+    struct Row
+    {
+        KIVCS2Status status;
+        std::function<KIVCS2Status(KIVCS2Socket **)> create;
+    };
+    for (const Row &row :
+         std::initializer_list<Row>{
+             {KIVCS2STATUS_CONNECT_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createClient(out, kHere, nobody, 0);
+              }},
+             {KIVCS2STATUS_ADDRESS_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createClient(out, "::1", taken, 0);
+              }},
+             {KIVCS2STATUS_BIND_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createServer(out, taken, 1, kNow);
+              }},
+             {KIVCS2STATUS_BIND_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createDatagramReceiver(out, 0, receiver.address.get());
+              }},
+             {KIVCS2STATUS_BIND_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createDatagramReceiver(out, 0, notHere.get());
+              }},
+             {KIVCS2STATUS_MULTICAST_ADDRESS_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createMulticastDatagramReceiver(out, 0, noGroup.get());
+              }},
+             {KIVCS2STATUS_MULTICAST_ADDRESS_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createMulticastDatagramReceiver(out, 0, below.get());
+              }},
+             {KIVCS2STATUS_MULTICAST_ADDRESS_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createMulticastDatagramReceiver(out, 0, above.get());
+              }},
+             // An IPv6 descriptor takes no 16-byte address; the range of groups is not tested with it.
+             {KIVCS2STATUS_CONNECT_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createClient(out, kHere, taken, kIPv6);
+              }},
+             {KIVCS2STATUS_BIND_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createServer(out, 0, 1, kNow | kIPv6);
+              }},
+             {KIVCS2STATUS_BIND_ERR,
+              [&](auto out)
+              {
+                  return kivCS2Socket_createMulticastDatagramReceiver(out, kIPv6, noGroup.get());
+              }},
+         })
+    {
+        KIVCS2Socket *made = nullptr;
+        EXPECT_EQ(row.create(&made), row.status);
+        EXPECT_EQ(made, nullptr);
+    }
+    const int after = dup(0);
+    close(after);
+    EXPECT_EQ(after, before); // every descriptor was closed again
+}
+
+TEST(SocketCreation, RecordsHoldWhatWasGiven)
+{
+    const OwnSocket unbound = make(kivCS2Socket_createServer, 0, 3u, 0u);
+    EXPECT_EQ(unbound->m_bound, 0u);
+    EXPECT_EQ(unbound->m_addr.sin_port, 0);
+    const OwnSocket server = makeServer(KIVCS2SocketOption_ReuseAddress | KIVCS2SocketOption_Drain);
+    EXPECT_EQ(server->m_bound, 1u);
+    EXPECT_EQ(server->m_maxPendingConnections, 4096u);
+    EXPECT_EQ(server->m_port, 0u); // as given; the system's choice stands in the address
+    EXPECT_EQ(ntohs(server->m_addr.sin_port), portOf(server.get()));
+    EXPECT_EQ(server->m_addr.sin_addr.s_addr, 0u);
+    EXPECT_EQ(server->m_host, nullptr);
+    bool reuses = false;
+    EXPECT_EQ(kivCS2Socket_getReuseAddress(server.get(), &reuses), kOK);
+    EXPECT_TRUE(reuses);
+
+    const OwnSocket client = make(kivCS2Socket_createClient, "localhost", portOf(server.get()), 0x25u);
+    EXPECT_STREQ(client->m_host, "localhost");
+    EXPECT_EQ(client->m_options, 0x25u); // bits without a meaning too
+    EXPECT_EQ(client->m_port, static_cast<uint32_t>(portOf(server.get())));
+    EXPECT_EQ(client->m_addr.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+
+    const OwnSocket sender = make(kivCS2Socket_createMulticastDatagramSender, 0x102u, 0u);
+    EXPECT_EQ(sender->m_type, KIVCS2SocketType_Multicast);
+    uint8_t ttl = 0;
+    EXPECT_EQ(kivCS2Socket_getMulticastTTL(sender.get(), &ttl), kOK);
+    EXPECT_EQ(ttl, 2);
+}
+
+TEST(SocketCreation, DescriptorsAreAboveTheStandardOnesAndClosedOnExec)
+{
+    // In a child: the standard input that is closed for it must not be taken.
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0)
+    {
+        close(STDIN_FILENO);
+        KIVCS2Socket *server = nullptr;
+        KIVCS2Socket *client = nullptr;
+        KIVCS2Socket *accepted = nullptr;
+        bool holds = kivCS2Socket_createServer(&server, 0, 1, KIVCS2SocketOption_BindNow) == kOK &&
+                     kivCS2Socket_createClient(&client, kHere, ntohs(server->m_addr.sin_port), 0) == kOK &&
+                     kivCS2Socket_accept(server, 10000, &accepted) == kOK;
+        for (const KIVCS2Socket *socket : {server, client, accepted})
+            holds = holds && socket->m_socket > STDERR_FILENO &&
+                    (fcntl(socket->m_socket, F_GETFD) & FD_CLOEXEC) != 0;
+        _exit(holds && fcntl(STDIN_FILENO, F_GETFD) == -1 ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+// ---- Servers ----
+
+TEST(SocketServer, ListensFromTheFirstAcceptOn)
+{
+    const OwnSocket server = make(kivCS2Socket_createServer, 0, 1u, 0u);
+    KIVCS2Socket *none = server.get();
+    EXPECT_EQ(kivCS2Socket_accept(server.get(), 0, &none), kTimeout);
+    EXPECT_EQ(none, nullptr);
+    EXPECT_EQ(server->m_bound, 1u);
+    EXPECT_EQ(kivCS2Socket_bind(server.get()), KIVCS2STATUS_BIND_ERR);
+    EXPECT_EQ(kivCS2Socket_accept(server.get(), 20, &none), kTimeout);
+
+    const OwnSocket client = make(kivCS2Socket_createClient, kHere, portOf(server.get()), 0u);
+    const OwnSocket accepted = acceptFrom(server, -1); // blocks, if it had to
+    EXPECT_STREQ(accepted->m_host, kHere);
+    EXPECT_EQ(accepted->m_port, static_cast<uint32_t>(portOf(client.get())));
+    EXPECT_EQ(ntohs(accepted->m_addr.sin_port), accepted->m_port);
+    EXPECT_EQ(accepted->m_type, KIVCS2SocketType_Stream);
+    EXPECT_EQ(kivCS2Socket_setMaxPendingConnections(server.get(), 2), kOK);
+    EXPECT_EQ(server->m_maxPendingConnections, 1u);
+}
+
+TEST(SocketServer, WaitsAsLongAsItIsAsked)
+{
+    const OwnSocket server = makeServer();
+    KIVCS2Socket *none = nullptr;
+    for (const int32_t milliseconds : {0, 1, 1010})
+    {
+        timespec from{};
+        timespec to{};
+        clock_gettime(CLOCK_MONOTONIC, &from);
+        EXPECT_EQ(kivCS2Socket_accept(server.get(), milliseconds, &none), kTimeout);
+        clock_gettime(CLOCK_MONOTONIC, &to);
+        const int64_t waited = (to.tv_sec - from.tv_sec) * 1000000000 + (to.tv_nsec - from.tv_nsec);
+        EXPECT_GE(waited, int64_t{milliseconds} * 1000000);
+    }
+}
+
+TEST(SocketServer, AFailedAcceptIsPrinted)
+{
+    const OwnSocket datagrams = make(kivCS2Socket_createDatagramSender, 0u); // binds, but accepts nothing
+    KIVCS2Socket *none = nullptr;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(kivCS2Socket_accept(datagrams.get(), -1, &none), KIVCS2STATUS_ACCEPT_ERR);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "kivCS2Socket_accept error " +
+                                                          std::to_string(EOPNOTSUPP) +
+                                                          " in accept, returning KIVCS2STATUS_ACCEPT_ERR\n");
+    EXPECT_EQ(datagrams->m_errno, uint32_t{EOPNOTSUPP});
+    EXPECT_EQ(none, nullptr);
+
+    const OwnSocket closed = makeServer();
+    EXPECT_EQ(kivCS2Socket_close(closed.get()), kOK);
+    EXPECT_EQ(kivCS2Socket_accept(closed.get(), 0, &none), kSocketError); // the wait
+    EXPECT_EQ(closed->m_errno, uint32_t{EBADF});
+}
+
+TEST(SocketServer, APeerWithoutAnIPv4AddressIsClosedAgain)
+{
+    const OwnSocket server = make(kivCS2Socket_createServer, 0, 1u, uint32_t{KIVCS2SocketOption_IPv6});
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    address.sin6_addr = in6addr_loopback;
+    socklen_t size = sizeof address;
+    if (bind(server->m_socket, reinterpret_cast<sockaddr *>(&address), size) != 0)
+        GTEST_SKIP() << "no IPv6 loopback on this machine";
+    server->m_bound = 1; // a host that bound the descriptor itself
+    ASSERT_EQ(kivCS2Socket_setMaxPendingConnections(server.get(), 1), kOK);
+    ASSERT_EQ(getsockname(server->m_socket, reinterpret_cast<sockaddr *>(&address), &size), 0);
+    const int peer = socket(AF_INET6, SOCK_STREAM, 0);
+    ASSERT_EQ(connect(peer, reinterpret_cast<sockaddr *>(&address), size), 0);
+    KIVCS2Socket *none = nullptr;
+    EXPECT_EQ(kivCS2Socket_accept(server.get(), 10000, &none), KIVCS2STATUS_ADDRESS_ERR);
+    EXPECT_EQ(none, nullptr);
+    char byte = 0;
+    EXPECT_EQ(recv(peer, &byte, 1, 0), 0);
+    close(peer);
+}
+
+TEST(SocketServer, WaitsOnDescriptorsAboveThoseOfSelect)
+{
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit raised{limit.rlim_max, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
+    if (limit.rlim_max <= 2 * FD_SETSIZE)
+        GTEST_SKIP() << "no more than " << limit.rlim_max << " descriptors a process here";
+    const OwnSocket server = makeServer();
+    const int moved = fcntl(server->m_socket, F_DUPFD_CLOEXEC, FD_SETSIZE + 1);
+    ASSERT_GT(moved, FD_SETSIZE);
+    close(server->m_socket);
+    server->m_socket = moved;
+    KIVCS2Socket *none = nullptr;
+    EXPECT_EQ(kivCS2Socket_accept(server.get(), 1, &none), kTimeout);
+    const OwnSocket client = make(kivCS2Socket_createClient, kHere, portOf(server.get()), 0u);
+    EXPECT_TRUE(acceptFrom(server));
+    EXPECT_EQ(kivCS2Socket_testRead(server.get()), kEOF);
+}
+
+// ---- Data ----
+
+TEST(SocketData, DatagramsTellTheirSender)
+{
+    const Receiver receiver;
+    const Receiver other;
+    uint32_t count = 0;
+    EXPECT_EQ(kivCS2Socket_sendTo(other.socket.get(), receiver.address.get(), "abc", 3, &count), kOK);
+    EXPECT_EQ(count, 3u);
+    char buffer[8];
+    std::memset(buffer, 'x', sizeof buffer);
+    sockaddr_in sender{};
+    uint32_t size = 0;
+    EXPECT_EQ(
+        kivCS2Socket_receiveFrom(receiver.socket.get(), buffer, sizeof buffer, true, &count, &sender, &size),
+        kOK);
+    EXPECT_EQ(std::string_view(buffer, 8), std::string_view("abc\0\0\0\0\0", 8)); // cleared behind
+    EXPECT_EQ(count, 3u);
+    EXPECT_EQ(size, 16u);
+    EXPECT_EQ(std::memcmp(&sender, other.address.get(), sizeof sender), 0);
+
+    EXPECT_EQ(kivCS2Socket_sendTo(other.socket.get(), receiver.address.get(), "d", 1, nullptr), kOK);
+    EXPECT_EQ(kivCS2Socket_receiveFrom(receiver.socket.get(), buffer, 8, false, nullptr, nullptr, nullptr),
+              kOK);
+    EXPECT_EQ(std::string_view(buffer, 3), std::string_view("dbc", 3)); // not cleared
+
+    const std::string tooLong(70000, 'x');
+    EXPECT_EQ(kivCS2Socket_sendTo(other.socket.get(), receiver.address.get(), tooLong.data(), 70000, &count),
+              kSocketError);
+    EXPECT_EQ(count, kAllOnes);
+    EXPECT_EQ(other.socket->m_errno, uint32_t{EMSGSIZE});
+}
+
+TEST(SocketData, AnIPv6DescriptorStillSpeaksIPv4)
+{
+    const OwnSocket both = make(kivCS2Socket_createDatagramSender, uint32_t{KIVCS2SocketOption_IPv6});
+    sockaddr_in6 any{};
+    any.sin6_family = AF_INET6;
+    if (bind(both->m_socket, reinterpret_cast<sockaddr *>(&any), sizeof any) != 0)
+        GTEST_SKIP() << "no IPv6 on this machine";
+    const Receiver receiver;
+    EXPECT_EQ(kivCS2Socket_sendTo(both.get(), receiver.address.get(), "abc", 3, nullptr), kOK);
+    EXPECT_EQ(receive(receiver.socket), "abc");
+
+    // What comes has an address that is longer than the record's: it is cut, and its size tells.
+    sockaddr_in6 bound{};
+    socklen_t boundSize = sizeof bound;
+    ASSERT_EQ(getsockname(both->m_socket, reinterpret_cast<sockaddr *>(&bound), &boundSize), 0);
+    const auto address = addressOf(kHere, ntohs(bound.sin6_port));
+    EXPECT_EQ(kivCS2Socket_sendTo(receiver.socket.get(), address.get(), "d", 1, nullptr), kOK);
+    char byte = 0;
+    sockaddr_in sender{};
+    uint32_t size = 0;
+    EXPECT_EQ(kivCS2Socket_receiveFrom(both.get(), &byte, 1, false, nullptr, &sender, &size), kOK);
+    EXPECT_EQ(sender.sin_family, AF_INET6);
+    EXPECT_EQ(size, sizeof any);
+}
+
+TEST(SocketData, AnEOTByteAtTheStartEndsTheConnection)
+{
+    struct Row
+    {
+        std::string bytes;
+        KIVCS2Status plain;
+        KIVCS2Status ended; // with the option
+    };
+    for (const Row &row :
+         {Row{"\x04 and more", kOK, kClosed}, Row{"x\x04", kOK, kOK}, Row{"\x04", kOK, kClosed}})
+    {
+        for (const uint32_t options : {0u, uint32_t{KIVCS2SocketOption_EndOnEOT}})
+        {
+            const Connection connection{options};
+            ASSERT_EQ(send(connection.accepted, row.bytes), kOK);
+            char buffer[32] = {};
+            uint32_t count = 0;
+            testing::internal::CaptureStdout();
+            const KIVCS2Status status =
+                kivCS2Socket_receive(connection.client.get(), buffer, sizeof buffer, false, &count);
+            const std::string printed = testing::internal::GetCapturedStdout();
+            EXPECT_EQ(status, options == 0 ? row.plain : row.ended);
+            EXPECT_EQ(printed, status == kClosed ? "EOT!: 4 4\n" : "");
+            EXPECT_EQ(std::string(buffer, count), row.bytes); // it came all the same
+        }
+    }
+}
+
+// What each operation answers in each state of the connection. The tests of readiness come first; then
+// a receive, then two sends, since the first one may take a pending error away.
+struct StateRow
+{
+    const char *state;
+    std::function<void(Connection &)> prepare; // of the client
+    KIVCS2Status testRead, testWrite, testAlive;
+    KIVCS2Status receive;
+    uint32_t count;
+    KIVCS2Status firstSend, secondSend;
+};
+
+void shutDown(const OwnSocket &socket, int how)
+{
+    ASSERT_EQ(shutdown(socket->m_socket, how), 0);
+}
+
+const StateRow kStates[] = {
+    {"data is there",
+     [](Connection &c)
+     {
+         ASSERT_EQ(send(c.accepted, "x"), kOK);
+         awaitEvents(c.client, POLLIN);
+     },
+     kOK, kOK, kOK, kOK, 1, kOK, kOK},
+    {"nothing, not waiting", [](Connection &c) { kivCS2Socket_setBlocking(c.client.get(), false); }, kEOF,
+     kOK, kOK, kEOF, 0, kOK, kOK},
+    {"nothing within the time", [](Connection &c) { kivCS2Socket_setRecvTimeout(c.client.get(), 0, 1000); },
+     kEOF, kOK, kOK, kTimeout, 0, kOK, kOK},
+    {"the peer has stopped sending",
+     [](Connection &c)
+     {
+         shutDown(c.accepted, SHUT_WR);
+         awaitEvents(c.client, POLLIN);
+     },
+     kOK, kOK, kOK, kClosed, 0, kOK, kOK},
+    {"this end has stopped sending",
+     [](Connection &c)
+     {
+         kivCS2Socket_setBlocking(c.client.get(), false);
+         shutDown(c.client, SHUT_WR);
+     },
+     kEOF, kOK, kOK, kEOF, 0, kInvalid, kInvalid},
+    {"both have stopped",
+     [](Connection &c)
+     {
+         shutDown(c.accepted, SHUT_WR);
+         shutDown(c.client, SHUT_WR);
+         awaitEvents(c.client, POLLHUP);
+     },
+     kInvalid, kInvalid, kInvalid, kClosed, 0, kInvalid, kInvalid},
+    {"the peer has reset",
+     [](Connection &c)
+     {
+         reset(c.accepted);
+         awaitEvents(c.client, POLLHUP);
+     },
+     kInvalid, kInvalid, kInvalid, kClosed, kAllOnes, kInvalid, kInvalid},
+    {"not connected", [](Connection &c) { c.client = make(kivCS2Socket_createServer, 0, 1u, 0u); }, kEOF, kOK,
+     kOK, kSocketError, kAllOnes, kInvalid, kInvalid},
+    {"listening, nobody comes", [](Connection &c) { c.client = makeServer(); }, kEOF,
+     KIVCS2STATUS_NOT_WRITABLE_ERR, kOK, kSocketError, kAllOnes, kInvalid, kInvalid},
+    {"a datagram socket",
+     [](Connection &c)
+     {
+         c.client = make(kivCS2Socket_createDatagramSender, 0u);
+         kivCS2Socket_setBlocking(c.client.get(), false);
+     },
+     kEOF, kOK, kOK, kEOF, 0, kSocketError, kSocketError},
+    {"closed", [](Connection &c) { kivCS2Socket_close(c.client.get()); }, kInvalid, kInvalid, kInvalid,
+     kInvalid, kAllOnes, kInvalid, kInvalid},
+    {"closed by somebody else",
+     [](Connection &c)
+     {
+         close(std::exchange(c.client->m_socket, 1 << 20)); // a number that nothing else takes
+     },
+     kInvalid, kInvalid, kInvalid, kInvalid, kAllOnes, kInvalid, kInvalid},
+};
+
+TEST(SocketData, EveryStateHasItsAnswers)
+{
+    for (const StateRow &row : kStates)
+    {
+        SCOPED_TRACE(row.state);
+        Connection connection;
+        row.prepare(connection);
+        KIVCS2Socket *socket = connection.client.get();
+        EXPECT_EQ(kivCS2Socket_testRead(socket), row.testRead);
+        EXPECT_EQ(kivCS2Socket_testWrite(socket), row.testWrite);
+        EXPECT_EQ(kivCS2Socket_testAlive(socket), row.testAlive);
+
+        char byte = 0;
+        uint32_t count = 7;
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(kivCS2Socket_receive(socket, &byte, 1, true, &count), row.receive);
+        const std::string printed = testing::internal::GetCapturedStdout();
+        EXPECT_EQ(count, row.count);
+        // A count of all ones is a failed call: it is printed and its error number kept.
+        EXPECT_EQ(printed,
+                  row.count == kAllOnes ? "recv error: " + std::to_string(socket->m_errno) + "\n" : "");
+        EXPECT_EQ(socket->m_errno == 0, row.receive == kOK || (row.receive == kClosed && row.count == 0));
+        EXPECT_EQ(socket->m_errno == EAGAIN, row.count == 0 && row.receive != kClosed);
+
+        EXPECT_EQ(kivCS2Socket_send(socket, "y", 1, &count), row.firstSend);
+        EXPECT_EQ(count, KIVCS2_FAILED(row.firstSend) ? kAllOnes : 1u);
+        EXPECT_EQ(kivCS2Socket_send(socket, "y", 1, nullptr), row.secondSend);
+    }
+}
+
+TEST(SocketData, AResetThatWasNotReportedFailsTheSend)
+{
+    Connection connection;
+    reset(connection.accepted);
+    awaitEvents(connection.client, POLLHUP);
+    EXPECT_EQ(send(connection.client, "x"), kSocketError);
+    EXPECT_EQ(connection.client->m_errno, uint32_t{ECONNRESET});
+    EXPECT_EQ(send(connection.client, "x"), kInvalid);
+    EXPECT_EQ(connection.client->m_errno, uint32_t{EPIPE});
+}
+
+TEST(SocketData, ReceivingFromHasNoSecondLook)
+{
+    const Connection connection{KIVCS2SocketOption_EndOnEOT};
+    EXPECT_EQ(kivCS2Socket_setBlocking(connection.client.get(), false), kOK);
+    char buffer[4];
+    uint32_t count = 0;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(kivCS2Socket_receiveFrom(connection.client.get(), buffer, 4, false, &count, nullptr, nullptr),
+              kEOF);
+    EXPECT_EQ(count, kAllOnes);
+    ASSERT_EQ(send(connection.accepted, "\x04"), kOK);
+    awaitEvents(connection.client, POLLIN);
+    EXPECT_EQ(kivCS2Socket_receiveFrom(connection.client.get(), buffer, 4, false, &count, nullptr, nullptr),
+              kOK);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+TEST(SocketData, AFullBufferIsNotWritable)
+{
+    for (const bool blocks : {false, true})
+    {
+        const Connection connection;
+        KIVCS2Socket *client = connection.client.get();
+        ASSERT_EQ(kivCS2Socket_setSendTimeout(client, 0, 20000), kOK);
+        ASSERT_EQ(kivCS2Socket_setBlocking(client, blocks), kOK);
+        const std::string block(1 << 16, 'x');
+        KIVCS2Status status = kOK;
+        uint32_t count = 0;
+        while (KIVCS2_SUCCEEDED(status))
+            status = kivCS2Socket_send(client, block.data(), 1 << 16, &count);
+        EXPECT_EQ(status, kTimeout);
+        EXPECT_EQ(count, kAllOnes);
+        EXPECT_EQ(client->m_errno, uint32_t{EAGAIN});
+        EXPECT_EQ(kivCS2Socket_testWrite(client), KIVCS2STATUS_NOT_WRITABLE_ERR);
+        EXPECT_EQ(kivCS2Socket_testAlive(client), kOK);
+    }
+}
+
+TEST(SocketData, AnInterruptedReceiveIsAnEmptySuccess)
+{
+    const Connection connection;
+    struct sigaction handler
+    {
+    };
+    handler.sa_handler = [](int) {
+    }; // without SA_RESTART
+    struct sigaction before
+    {
+    };
+    ASSERT_EQ(sigaction(SIGALRM, &handler, &before), 0);
+    // Again and again, so that one comes while the receive waits.
+    const itimerval often{{0, 20000}, {0, 20000}};
+    ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
+    char byte = 0;
+    uint32_t count = 7;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(kivCS2Socket_receive(connection.client.get(), &byte, 1, false, &count), kOK);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Interrupt, recv with 0 bytes\n");
+    EXPECT_EQ(count, 0u);
+    KIVCS2Socket *none = nullptr;
+    EXPECT_EQ(kivCS2Socket_accept(connection.server.get(), 60000, &none), kSocketError);
+    EXPECT_EQ(connection.server->m_errno, uint32_t{EINTR});
+    const itimerval never{};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+}
+
+// ---- Options ----
+
+TEST(SocketOptions, ReadBackAsTheyWereSet)
+{
+    const OwnSocket socket = make(kivCS2Socket_createServer, 0, 1u, 0u);
+    KIVCS2Socket *s = socket.get();
+    const auto expectFlag = [s](auto get, auto set)
+    {
+        for (const int32_t value : {1, 0, 2, 0})
+        {
+            bool read = value == 0;
+            EXPECT_EQ(set(s, value), kOK);
+            EXPECT_EQ(get(s, &read), kOK);
+            EXPECT_EQ(read, value != 0);
+        }
+    };
+    expectFlag(kivCS2Socket_getNoSigpipe, kivCS2Socket_setNoSigpipe);
+    expectFlag(kivCS2Socket_getReuseAddress, kivCS2Socket_setReuseAddress);
+    expectFlag(kivCS2Socket_getTCPNodelay, kivCS2Socket_setTCPNodelay);
+    expectFlag(kivCS2Socket_getBlocking,
+               [](KIVCS2Socket *on, int32_t value) { return kivCS2Socket_setBlocking(on, value != 0); });
+
+    const auto expectNumber = [s](auto get, auto set, uint32_t value)
+    {
+        uint32_t read = 0;
+        EXPECT_EQ(set(s, value), kOK);
+        EXPECT_EQ(get(s, &read), kOK);
+        EXPECT_EQ(read, value);
+    };
+    expectNumber(kivCS2Socket_getMinRecvByteCount, kivCS2Socket_setMinRecvByteCount, 188);
+    expectNumber(kivCS2Socket_getRecvBufSize, kivCS2Socket_setRecvBufSize, 20000);
+    expectNumber(kivCS2Socket_getSendBufSize, kivCS2Socket_setSendBufSize, 30000);
+
+    for (const auto &[get, set] : {std::pair{&kivCS2Socket_getRecvTimeout, &kivCS2Socket_setRecvTimeout},
+                                   std::pair{&kivCS2Socket_getSendTimeout, &kivCS2Socket_setSendTimeout}})
+    {
+        uint32_t seconds = 9;
+        uint32_t microseconds = 9;
+        EXPECT_EQ(set(s, 2, 500000), kOK);
+        EXPECT_EQ(get(s, &seconds, &microseconds), kOK);
+        EXPECT_EQ(seconds, 2u);
+        EXPECT_EQ(microseconds, 500000u);
+    }
+    bool lingers = false;
+    uint32_t time = 0;
+    EXPECT_EQ(kivCS2Socket_setLinger(s, true, 3), kOK);
+    EXPECT_EQ(kivCS2Socket_getLinger(s, &lingers, &time), kOK);
+    EXPECT_TRUE(lingers);
+    EXPECT_EQ(time, 3u);
+    uint8_t ttl = 0;
+    const OwnSocket sender = make(kivCS2Socket_createMulticastDatagramSender, 1u, 0u);
+    EXPECT_EQ(kivCS2Socket_setMulticastTTL(sender.get(), 255), kOK);
+    EXPECT_EQ(kivCS2Socket_getMulticastTTL(sender.get(), &ttl), kOK);
+    EXPECT_EQ(ttl, 255);
+
+    int raw = 0;
+    uint32_t size = sizeof raw;
+    EXPECT_EQ(kivCS2Socket_getOption(s, SOL_SOCKET, SO_TYPE, &raw, &size), kOK);
+    EXPECT_EQ(raw, SOCK_STREAM);
+    EXPECT_EQ(size, 4u);
+}
+
+TEST(SocketOptions, AClosedSocketHasNone)
+{
+    for (const int32_t descriptor : {0, 1 << 20})
+    {
+        KIVCS2Socket closed{};
+        closed.m_socket = descriptor;
+        KIVCS2Socket *s = &closed;
+        bool flag = true;
+        uint8_t byte = 7;
+        uint32_t first = 7;
+        uint32_t second = 7;
+        for (const KIVCS2Status status :
+             {kivCS2Socket_getNoSigpipe(s, &flag), kivCS2Socket_setNoSigpipe(s, 1),
+              kivCS2Socket_setReuseAddress(s, 1), kivCS2Socket_setMinRecvByteCount(s, 1),
+              kivCS2Socket_getRecvBufSize(s, &first), kivCS2Socket_setSendBufSize(s, 4096),
+              kivCS2Socket_getSendTimeout(s, &first, &second), kivCS2Socket_setRecvTimeout(s, 1, 0),
+              kivCS2Socket_setLinger(s, true, 1), kivCS2Socket_setTCPNodelay(s, 1),
+              kivCS2Socket_getMulticastTTL(s, &byte), kivCS2Socket_addIPMembership(s, htonl(0xefff0001)),
+              kivCS2Socket_getBlocking(s, &flag), kivCS2Socket_setBlocking(s, true)})
+        {
+            EXPECT_EQ(status, kInvalid);
+            EXPECT_EQ(closed.m_errno, uint32_t{EBADF});
+        }
+        EXPECT_TRUE(!flag && byte == 0 && first == 0 && second == 0);
+    }
+}
+
+TEST(SocketOptions, OnlyTheReceiveTimeoutLooksAtItsMicroseconds)
+{
+    const OwnSocket socket = make(kivCS2Socket_createServer, 0, 1u, 0u);
+    EXPECT_EQ(kivCS2Socket_setRecvTimeout(socket.get(), 1, 1000000), KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(kivCS2Socket_setSendTimeout(socket.get(), 1, 1000000), kSocketError); // the system's answer
+    EXPECT_EQ(socket->m_errno, uint32_t{EDOM});
+}
+
+TEST(SocketOptions, APeerThatIsGoneRaisesNoSignalUnlessAsked)
+{
+    const auto sendTwiceToNobody = [](int32_t noSigpipe, bool fromAccepted)
+    {
+        Connection connection;
+        OwnSocket &end = fromAccepted ? connection.accepted : connection.client;
+        OwnSocket &peer = fromAccepted ? connection.client : connection.accepted;
+        if (noSigpipe == 0)
+            (void)kivCS2Socket_setNoSigpipe(end.get(), 0);
+        reset(peer);
+        awaitEvents(end, POLLHUP);
+        (void)send(end, "x"); // the reset
+        _exit(send(end, "x") == kInvalid ? 7 : 8);
+    };
+    for (const bool fromAccepted : {false, true})
+    {
+        EXPECT_EXIT(sendTwiceToNobody(1, fromAccepted), testing::ExitedWithCode(7), "");
+        EXPECT_EXIT(sendTwiceToNobody(0, fromAccepted), testing::KilledBySignal(SIGPIPE), "");
+    }
+    // The number of a closed socket is no longer marked.
+    OwnSocket server = makeServer();
+    const int number = server->m_socket;
+    server.reset();
+    const OwnSocket sender = make(kivCS2Socket_createDatagramSender, 0u);
+    ASSERT_EQ(sender->m_socket, number);
+    bool marked = true;
+    EXPECT_EQ(kivCS2Socket_getNoSigpipe(sender.get(), &marked), kOK);
+    EXPECT_FALSE(marked);
+}
+
+// ---- Closing ----
+
+TEST(SocketClose, MayBeCalledTwiceAndFreedAfterwards)
+{
+    KIVCS2Socket *server = makeServer().release();
+    EXPECT_EQ(kivCS2Socket_close(server), kOK);
+    EXPECT_EQ(server->m_socket, 0);
+    EXPECT_EQ(kivCS2Socket_close(server), kOK);
+    EXPECT_EQ(kivCS2Socket_free(server), kOK);
+
+    KIVCS2Socket *lost = makeServer().release();
+    close(lost->m_socket);
+    EXPECT_EQ(kivCS2Socket_free(lost), kSocketError); // closing failed; the record is gone
+}
+
+TEST(SocketClose, AMulticastSenderHasNoGroupToLeave)
+{
+    KIVCS2Socket *sender = make(kivCS2Socket_createMulticastDatagramSender, 1u, 0u).release();
+    const int number = sender->m_socket;
+    EXPECT_EQ(kivCS2Socket_close(sender), kSocketError);
+    EXPECT_NE(sender->m_errno, 0u);
+    EXPECT_EQ(fcntl(number, F_GETFD), -1); // closed all the same
+    EXPECT_EQ(kivCS2Socket_close(sender), kSocketError);
+    EXPECT_EQ(sender->m_errno, uint32_t{EBADF}); // and not what is open as descriptor 0
+    EXPECT_EQ(kivCS2Socket_free(sender), kSocketError);
+}
+
+TEST(SocketClose, DrainTakesWhatIsStillComing)
+{
+    for (const uint32_t options : {0u, uint32_t{KIVCS2SocketOption_Drain}})
+    {
+        Connection connection{options};
+        ASSERT_EQ(send(connection.accepted, std::string(100, 'x')), kOK);
+        shutDown(connection.accepted, SHUT_WR);
+        awaitEvents(connection.client, POLLRDHUP);
+        EXPECT_EQ(kivCS2Socket_free(connection.client.release()), kOK);
+        // What was not taken makes the system reset the connection.
+        char byte = 0;
+        KIVCS2Status status = kOK;
+        uint32_t count = 0;
+        testing::internal::CaptureStdout();
+        awaitEvents(connection.accepted, POLLIN);
+        status = kivCS2Socket_receive(connection.accepted.get(), &byte, 1, false, &count);
+        (void)testing::internal::GetCapturedStdout();
+        EXPECT_EQ(status, kClosed);
+        EXPECT_TRUE(options == 0 || count == 0);
+    }
+    // Datagrams have no end to wait for.
+    const Receiver receiver{KIVCS2SocketOption_Drain};
+    const OwnSocket sender = make(kivCS2Socket_createDatagramSender, 0u);
+    for (int index = 0; index < 3; ++index)
+        ASSERT_EQ(kivCS2Socket_sendTo(sender.get(), receiver.address.get(), "abc", 3, nullptr), kOK);
+    EXPECT_EQ(kivCS2Socket_close(receiver.socket.get()), kOK);
+}
+
+TEST(SocketClose, DrainSendsZeroBytesUntilThePeerIsGone)
+{
+    Connection connection{KIVCS2SocketOption_Drain};
+    std::thread peer{[&connection]
+                     {
+                         uint32_t zeros = 0;
+                         while (zeros < 1000)
+                         {
+                             const std::string bytes = receive(connection.accepted);
+                             zeros += static_cast<uint32_t>(std::ranges::count(bytes, '\0'));
+                         }
+                         reset(connection.accepted);
+                     }};
+    EXPECT_EQ(kivCS2Socket_close(connection.client.get()), kOK); // returns when the peer has reset
+    peer.join();
+}
+
+TEST(SocketClose, ASendTimeoutBoundsTheDrain)
+{
+    const Connection connection{KIVCS2SocketOption_Drain};
+    KIVCS2Socket *client = connection.client.get();
+    ASSERT_EQ(kivCS2Socket_setSendBufSize(client, 4096), kOK);
+    ASSERT_EQ(kivCS2Socket_setRecvBufSize(connection.accepted.get(), 4096), kOK);
+    ASSERT_EQ(kivCS2Socket_setSendTimeout(client, 0, 20000), kOK);
+    EXPECT_EQ(kivCS2Socket_close(client), kOK); // the peer reads nothing and stays
+    EXPECT_EQ(kivCS2Socket_testAlive(connection.accepted.get()), kOK);
+}
+
+TEST(SocketClose, DrainEndsAtOnceWhereNothingCanBeSent)
+{
+    constexpr uint32_t kDrain = KIVCS2SocketOption_Drain;
+    const OwnSocket sockets[] = {makeServer(kDrain), make(kivCS2Socket_createServer, 0, 1u, kDrain),
+                                 make(kivCS2Socket_createDatagramSender, kDrain)};
+    for (const OwnSocket &socket : sockets)
+        EXPECT_EQ(kivCS2Socket_close(socket.get()), kOK);
+}
+
+// ---- Kept quirks ----
+
+TEST(SocketQuirks, BindingToAnAddressLeavesTheRecordUnbound)
+{
+    const Receiver receiver;
+    EXPECT_EQ(receiver.socket->m_bound, 0u);
+    EXPECT_EQ(kivCS2Socket_bindToAddress(receiver.socket.get(), receiver.address.get()),
+              KIVCS2STATUS_BIND_ERR); // the system's refusal, not the record's
+    EXPECT_EQ(receiver.socket->m_errno, uint32_t{EINVAL});
+    receiver.socket->m_bound = 1;
+    EXPECT_EQ(kivCS2Socket_bindToAddress(receiver.socket.get(), receiver.address.get()),
+              KIVCS2STATUS_BIND_ERR);
+    EXPECT_EQ(receiver.socket->m_errno, 0u);
+    EXPECT_EQ(kivCS2Socket_bindToAddress(makeServer().get(), receiver.address.get()),
+              KIVCS2STATUS_BIND_ADDRESS_ERR);
+}
+
+TEST(SocketQuirks, AcceptedConnectionsHaveNoOptions)
+{
+    const OwnSocket server = makeServer(KIVCS2SocketOption_EndOnEOT | KIVCS2SocketOption_Drain);
+    const OwnSocket client = make(kivCS2Socket_createClient, kHere, portOf(server.get()), 0u);
+    const OwnSocket accepted = acceptFrom(server);
+    EXPECT_EQ(accepted->m_options, 0u);
+    ASSERT_EQ(send(client, "\x04"), kOK);
+    EXPECT_EQ(receive(accepted), "\x04");
+}
+
+// ---- Many ----
+
+// 10,000 connections that live at once between two processes, fewer where the system gives fewer descriptors.
+TEST(SocketMany, ConnectionsLiveBetweenTwoProcesses)
+{
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    limit.rlim_cur = limit.rlim_max;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    const auto connections = static_cast<size_t>(std::min<rlim_t>(limit.rlim_max - 50, 10000));
+    const OwnSocket server = makeServer();
+    const int32_t port = portOf(server.get());
+
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0)
+    {
+        alarm(300); // never outlives a test that was killed for long
+        std::vector<KIVCS2Socket *> clients(connections);
+        bool holds = true;
+        for (KIVCS2Socket *&client : clients)
+            holds = holds && kivCS2Socket_createClient(&client, kHere, port, 0) == kOK;
+        uint32_t index = 0;
+        for (KIVCS2Socket *client : clients) // when all of them live
+            holds = holds && kivCS2Socket_send(client, &index, sizeof index, nullptr) == kOK && ++index > 0;
+        for (KIVCS2Socket *client : clients)
+        {
+            uint32_t echoed = 0;
+            uint32_t count = 0;
+            holds = holds && kivCS2Socket_receive(client, &echoed, sizeof echoed, false, &count) == kOK &&
+                    count == sizeof echoed && clients.at(echoed) == client;
+        }
+        _exit(holds ? 0 : 1);
+    }
+    std::vector<OwnSocket> accepted;
+    for (size_t index = 0; index < connections; ++index)
+        accepted.push_back(acceptFrom(server, 60000));
+    for (const OwnSocket &connection : accepted)
+    {
+        uint32_t index = 0;
+        uint32_t count = 0;
+        ASSERT_EQ(kivCS2Socket_receive(connection.get(), &index, sizeof index, false, &count), kOK);
+        ASSERT_EQ(kivCS2Socket_send(connection.get(), &index, sizeof index, nullptr), kOK);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+// KIV_SOCKET_CONNECTIONS asks for more: a million is the long run.
+TEST(SocketMany, ConnectingAndClosingLeavesNoDescriptor)
+{
+    const char *wanted = std::getenv("KIV_SOCKET_CONNECTIONS");
+    const long connections = wanted != nullptr ? std::strtol(wanted, nullptr, 10) : 5000;
+    const OwnSocket server = makeServer();
+    const auto nextDescriptor = []
+    {
+        const int next = dup(0);
+        close(next);
+        return next;
+    };
+    const int before = nextDescriptor();
+    for (long index = 0; index < connections; ++index)
+    {
+        OwnSocket client = make(kivCS2Socket_createClient, kHere, portOf(server.get()), 0u);
+        const OwnSocket accepted = acceptFrom(server);
+        ASSERT_TRUE(accepted);
+        reset(client); // no port waits for stray packets
+        ASSERT_EQ(nextDescriptor() <= before + 2, true) << index;
+    }
+    EXPECT_EQ(nextDescriptor(), before);
+}
+} // namespace

@@ -1,0 +1,382 @@
+// kivcs2 services: services on the local network published, listed, found and watched.
+#include "Command.h"
+#include "EndSignals.h"
+#include "Failure.h"
+#include "Output.h"
+
+#include <KIVCoreServices2/KIVCS2Bonjour.h>
+
+#include <arpa/inet.h>
+
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+namespace tool
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+
+// So long after the last service a list counts as complete: questions are answered within half a second.
+constexpr auto kQuietTime = 1s;
+
+struct Options
+{
+    std::string name, type, domain;
+    uint32_t port = 0;
+    uint32_t timeout = 5000; // milliseconds
+    uint64_t count = 0;      // 0: without end
+    std::vector<std::string> texts;
+    bool terminate = false;
+};
+
+// What a worker hands to the main thread: no exception of ours may pass the library's callbacks.
+template <class Value>
+class Arrivals
+{
+public:
+    void put(const std::function<Value()> &make) noexcept
+    {
+        try
+        {
+            Value value = make();
+            const std::lock_guard lock{m_mutex};
+            m_values.push_back(std::move(value));
+        }
+        catch (const std::bad_alloc &)
+        {
+            // not listed
+        }
+        EndSignals::wake();
+    }
+    [[nodiscard]] std::optional<Value> take()
+    {
+        const std::lock_guard lock{m_mutex};
+        if (m_values.empty())
+            return std::nullopt;
+        Value value = std::move(m_values.front());
+        m_values.pop_front();
+        return value;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::deque<Value> m_values;
+};
+
+struct Found
+{
+    std::string name, host;
+    std::vector<std::string> addresses;
+    uint32_t port = 0;
+};
+
+Found describe(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *service)
+{
+    Found found;
+    const char *text = nullptr;
+    KIVCS2BonjourAddress *address = nullptr;
+    check(kivCS2Bonjour_getServiceName(browser, service, &text), "name");
+    found.name = visible(text);
+    check(kivCS2Bonjour_getHostname(browser, service, &text), "host");
+    found.host = visible(text);
+    check(kivCS2Bonjour_getFirstPort(browser, service, &found.port), "port");
+    check(kivCS2Bonjour_getAddressesList(browser, service, &address), "addresses");
+    for (; address != nullptr; address = reinterpret_cast<KIVCS2BonjourAddress *>(address->m_elem.m_next))
+    {
+        char dotted[INET_ADDRSTRLEN];
+        in_addr ipv4{};
+        ipv4.s_addr = address->m_address;
+        found.addresses.emplace_back(::inet_ntop(AF_INET, &ipv4, dotted, sizeof dotted));
+    }
+    return found;
+}
+
+Json asJson(const Found &found)
+{
+    return {{"name", found.name}, {"host", found.host}, {"port", found.port}, {"addresses", found.addresses}};
+}
+
+std::string asLine(const Found &found)
+{
+    std::string line = found.name + "\t" + (found.host.empty() ? "-" : found.host) + "\t";
+    std::string where;
+    for (const std::string &address : found.addresses)
+        where += (where.empty() ? "" : ",") + address + ":" + std::to_string(found.port);
+    return line + (where.empty() ? "-" : where);
+}
+
+// A browser as long as this stands.
+class Browser
+{
+public:
+    Browser()
+    {
+        check(kivCS2Bonjour_initBrowserData(&record), "browser");
+    }
+    Browser(const Browser &) = delete;
+    Browser &operator=(const Browser &) = delete;
+    ~Browser()
+    {
+        (void)kivCS2Bonjour_diposeBrowserData(&record); // not null, and no callback of its own
+    }
+
+    KIVCS2BonjourBrowser record{};
+};
+
+// The library reports no failure of a search: what cannot be searched is said before.
+void requireType(const std::string &type)
+{
+    if (!type.starts_with('_') || (!type.ends_with("._tcp") && !type.ends_with("._udp") &&
+                                   !type.ends_with("._tcp.") && !type.ends_with("._udp.")))
+        throw Failure(kExitUsage, "\"" + visible(type) + "\" is no service type such as _http._tcp");
+}
+
+// The TXT record: every text behind its length.
+std::string packTexts(const std::vector<std::string> &texts)
+{
+    std::string record;
+    for (const std::string &text : texts)
+    {
+        if (text.size() > 255)
+            throw Failure(kExitUsage, "a text of a TXT record has 255 bytes at most");
+        record += static_cast<char>(text.size());
+        record += text;
+    }
+    return record;
+}
+
+std::vector<std::string> unpackTexts(std::string_view record)
+{
+    std::vector<std::string> texts;
+    while (!record.empty())
+    {
+        const auto length = static_cast<unsigned char>(record.front());
+        const std::string_view text = record.substr(1, length);
+        if (!text.empty())
+            texts.push_back(visible(text));
+        record.remove_prefix(1 + text.size());
+    }
+    return texts;
+}
+
+int publish(const Options &options)
+{
+    requireType(options.type);
+    if (options.name.empty() || options.name.size() > 63)
+        throw Failure(kExitUsage, "a service's name has 1 to 63 bytes");
+    const std::string texts = packTexts(options.texts);
+    const EndSignals signals;
+    KIVCS2BonjourPublisher publisher{};
+    check(kivCS2Bonjour_startPublishingService(&publisher, options.domain.c_str(), options.type.c_str(),
+                                               options.name.c_str(), options.port),
+          "\"" + visible(options.name) + "\" cannot be published");
+    bool hasTexts = texts.empty();
+    if (!hasTexts)
+        if (CFDataRef data = CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(texts.data()),
+                                          static_cast<CFIndex>(texts.size()));
+            data != nullptr)
+        {
+            hasTexts = CFNetServiceSetTXTData(publisher.m_service, data);
+            CFRelease(data);
+        }
+    if (hasTexts)
+        signals.wait();
+    (void)kivCS2Bonjour_endPublishingService(&publisher); // not null
+    if (!hasTexts)
+        throw Failure(kExitUsage, "the texts are more than a TXT record holds");
+    return kExitYes;
+}
+
+int browse(const Options &options, bool json)
+{
+    requireType(options.type);
+    const EndSignals signals;
+    Arrivals<Found> arrivals;
+    Browser browser;
+    const auto came =
+        [](KIVCS2BonjourBrowser *from, KIVCS2BonjourService *service, void *context, KIVCS2BonjourBrowser *)
+    {
+        static_cast<Arrivals<Found> *>(context)->put([from, service] { return describe(from, service); });
+    };
+    check(kivCS2Bonjour_findServices(&browser.record, options.domain.c_str(), options.type.c_str(), came,
+                                     &arrivals),
+          "\"" + visible(options.type) + "\" cannot be searched");
+
+    std::optional<JsonArray> list;
+    if (json)
+        list.emplace();
+    auto last = std::chrono::steady_clock::now();
+    uint64_t listed = 0;
+    for (;;)
+    {
+        while (const std::optional<Found> found = arrivals.take())
+        {
+            if (json)
+                list->add(asJson(*found));
+            else
+                out().line(asLine(*found));
+            ++listed;
+            last = std::chrono::steady_clock::now();
+        }
+        out().flush();
+        const auto limit = options.terminate ? last + kQuietTime - std::chrono::steady_clock::now()
+                                             : std::chrono::nanoseconds{1h};
+        if (options.terminate && limit <= 0s)
+            break;
+        if (signals.waitFor(limit) == EndSignals::Event::End)
+            break;
+    }
+    if (json)
+        list->close();
+    return listed > 0 || !options.terminate ? kExitYes : kExitNo;
+}
+
+void findFirst(Browser &browser, const Options &options)
+{
+    requireType(options.type);
+    const KIVCS2Status status = kivCS2Bonjour_findFirstService(
+        &browser.record, options.domain.c_str(), options.type.c_str(), options.name.c_str(), options.timeout);
+    check(status, "\"" + visible(options.name) + "\"" +
+                      (status == KIVCS2STATUS_TIMEOUT_ERR ? ": nobody offers it" : " cannot be searched"));
+}
+
+int first(const Options &options, bool json)
+{
+    Browser browser;
+    findFirst(browser, options);
+    const Found found = describe(&browser.record, nullptr);
+    if (json)
+        out().json(asJson(found));
+    else
+        out().line(asLine(found));
+    return kExitYes;
+}
+
+int monitor(const Options &options, bool json)
+{
+    const EndSignals signals;
+    Arrivals<std::string> arrivals;
+    Browser browser; // ends the watch of its services too
+    findFirst(browser, options);
+    auto *service = reinterpret_cast<KIVCS2BonjourService *>(browser.record.m_services.m_next);
+    const auto changed = [](KIVCS2BonjourService *watched, void *context, KIVCS2BonjourService *)
+    {
+        static_cast<Arrivals<std::string> *>(context)->put(
+            [watched]
+            {
+                const CFDataRef data = watched->m_recordData;
+                return std::string{reinterpret_cast<const char *>(CFDataGetBytePtr(data)),
+                                   static_cast<size_t>(CFDataGetLength(data))};
+            });
+    };
+    check(kivCS2Bonjour_startServiceMonitor(service, changed, &arrivals),
+          "\"" + visible(options.name) + "\" cannot be watched");
+
+    std::optional<JsonArray> list;
+    if (json)
+        list.emplace();
+    uint64_t records = 0;
+    do
+    {
+        while (const std::optional<std::string> record = arrivals.take())
+        {
+            if (options.count != 0 && records == options.count)
+                break;
+            ++records;
+            std::string line;
+            for (const std::string &text : unpackTexts(*record))
+                line += (line.empty() ? "" : "\t") + text;
+            if (json)
+                list->add(unpackTexts(*record));
+            else
+                out().line(line);
+        }
+        out().flush();
+    } while ((options.count == 0 || records < options.count) &&
+             signals.waitFor(1h) != EndSignals::Event::End);
+    if (json)
+        list->close();
+    return kExitYes;
+}
+
+} // namespace
+
+void addServicesCommand(CLI::App &app, Context &context)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App *group = app.add_subcommand("services", "Publish, list, find and watch services on the network");
+    group->require_subcommand(1);
+    const auto withType = [options](CLI::App *word)
+    {
+        word->add_option("type", options->type, "Service type, such as _http._tcp")->required();
+        word->add_option("--domain", options->domain, "Domain to use instead of local");
+    };
+    const auto withName = [options](CLI::App *word)
+    {
+        word->add_option("name", options->name, "Service name, exactly")->required();
+    };
+    const auto withTimeout = [options](CLI::App *word)
+    {
+        word->add_option("--timeout", options->timeout, "Milliseconds to look for it")->capture_default_str();
+    };
+
+    CLI::App *word = group->add_subcommand("publish", "Offer a service until the command is ended");
+    withName(word);
+    withType(word);
+    word->add_option("port", options->port, "Port, 0 to 65535")->required()->check(CLI::Range(0, 65535));
+    word->add_option("--text", options->texts, "A text of its TXT record, such as rate=25; may be repeated")
+        ->allow_extra_args(false);
+    word->callback(
+        [options, &context]
+        {
+            context.run = [options]
+            {
+                return publish(*options);
+            };
+        });
+
+    word = group->add_subcommand("browse", "List the services of a type as they come");
+    withType(word);
+    word->add_flag("-t,--terminate", options->terminate, "End when the list is complete");
+    word->callback(
+        [options, &context]
+        {
+            context.run = [options, &context]
+            {
+                return browse(*options, context.json);
+            };
+        });
+
+    word = group->add_subcommand("first", "Find one service by name");
+    withName(word);
+    withType(word);
+    withTimeout(word);
+    word->callback(
+        [options, &context]
+        {
+            context.run = [options, &context]
+            {
+                return first(*options, context.json);
+            };
+        });
+
+    word = group->add_subcommand("monitor", "Show a service's TXT record whenever it changes");
+    withName(word);
+    withType(word);
+    withTimeout(word);
+    word->add_option("--count", options->count, "End after so many records");
+    word->callback(
+        [options, &context]
+        {
+            context.run = [options, &context]
+            {
+                return monitor(*options, context.json);
+            };
+        });
+}
+
+} // namespace tool
