@@ -187,8 +187,8 @@ Finding lookAtDiscovery()
 {
     if (answers("/run/avahi-daemon/socket", SOCK_STREAM))
         return {State::Good, "the Avahi daemon answers", ""};
-    return {State::Absent, "no Avahi daemon",
-            "apt-get install avahi-daemon, where services are to be announced"};
+    return {State::Limited, "no Avahi daemon: each program is its own",
+            "apt-get install avahi-daemon, which the programs of a machine share"};
 }
 
 Finding lookAtLog()
