@@ -80,6 +80,7 @@ typedef struct KIVCS2Task
     char *m_stdErrFile;        /**< where its errors go */
     uint32_t m_references;     /**< the host, and whoever still works on the task; private */
     uint32_t m_released;       /**< 1 once the host has freed it; private */
+    uint32_t m_aborted;        /**< 1 once the host has freed it with KIVCS2TaskFreeMode_Abort; private */
     uint32_t m_lost;           /**< 1 when the server that launched it is gone; private */
     uint64_t m_lostStart;      /**< when its process was started, to tell it from a later one; private */
 } KIVCS2Task;
@@ -101,10 +102,14 @@ KIVCS2_API KIVCS2Status kivCS2Task_create(KIVCS2Task **_task, const char *_comma
  * Releases a task, whose pipes it closes. A task that is running is stopped first as `mode` says and waited
  * for while its state is 3, without sleeping; where its process is still to come it is stopped when it
  * comes. A synchronous launch (state 2) is not waited for. In every state but these `mode` means nothing.
- * The callback is made as if the child had ended by itself, but for KIVCS2TaskFreeMode_Abort: then none is.
+ * The callback is made as if the child had ended by itself, and may begin when `free` has returned: what `context`
+ * points to has to last till then. With KIVCS2TaskFreeMode_Abort none is made.
  * @retval KIVCS2STATUS_PARAM_ERR         `_task` is null, or it is running and `mode` is above 4
  * @retval KIVCS2STATUS_TASK_RUNNING_ERR  it is running and `mode` is 0
- * In both cases nothing is freed. Thread safety: once, by any thread, a callback's included.
+ * In both cases nothing is freed, and a task that is running goes on without its pipes, which are closed first.
+ * Thread safety: once, by any thread, a callback's included. A callback of a launch through the task server holds
+ * the server's mutex: there only its own task, and those that have finished, can be freed, or any with
+ * KIVCS2TaskFreeMode_Abort; a wait for another one's end would never end.
  */
 KIVCS2_API KIVCS2Status kivCS2Task_free(KIVCS2Task *_task, KIVCS2TaskFreeMode mode);
 

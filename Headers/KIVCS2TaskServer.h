@@ -17,9 +17,11 @@
  * - SIGTERM ends the server, within a second, and all that it has launched in the same way; SIGINT, SIGHUP and SIGQUIT, which a
  *   terminal sends to the whole group, leave it alone.
  * - The server keeps the standard streams that were open when it was forked, and no other descriptor.
- * - A host that has forked itself cannot use its parent's server.
- * - A callback runs on the library's readback thread with the server's mutex held: it must not take long and
- *   must not launch through the server. All signals are blocked on that thread.
+ * - A process that the host has forked itself cannot use its parent's server, and reaps its own children. What it
+ *   launches by KIVCS2Task.h is its own too, and outlives the host.
+ * - A callback runs on the library's readback thread with the server's mutex held: it must not take long,
+ *   must not launch through the server (which is refused), and must not wait for another of the server's tasks: to free
+ *   one that runs in a mode that waits, 1 to 3, never returns. All signals are blocked on that thread.
  */
 #ifndef KIVCS2_TASK_SERVER_H
 #define KIVCS2_TASK_SERVER_H

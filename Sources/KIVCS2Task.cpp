@@ -100,7 +100,12 @@ void closePipes(KIVCS2Task &task)
     }
     setup.files[STDOUT_FILENO] = task.m_stdOutFile;
     setup.files[STDERR_FILENO] = task.m_stdErrFile;
-    return child.start(plan, setup, task.m_pid) ? KIVCS2STATUS_OK : KIVCS2STATUS_FORK_ERR;
+    if (!child.start(plan, setup, task.m_pid))
+        return KIVCS2STATUS_FORK_ERR;
+    // Aborted before there was a process; whoever aborts looks for one after saying so.
+    if (taskWord(task.m_aborted).load() != 0)
+        (void)kiv::signalProcess(taskWord(task.m_pid).load(), SIGABRT);
+    return KIVCS2STATUS_OK;
 }
 
 // The steps that both kinds of launch share.
@@ -209,7 +214,8 @@ void stop(KIVCS2Task &task, pid_t pid, KIVCS2TaskFreeMode mode)
         break;
     default:
         taskWord(task.m_released).store(1); // no callback
-        (void)kiv::signalProcess(pid, SIGABRT);
+        taskWord(task.m_aborted).store(1);
+        (void)kiv::signalProcess(taskWord(task.m_pid).load(), SIGABRT); // it may be there by now
         taskWord(task.m_state).store(KIVCS2TaskState_FinishedAsync);
     }
 }
@@ -256,11 +262,12 @@ KIVCS2Status kivCS2Task_free(KIVCS2Task *_task, KIVCS2TaskFreeMode mode)
 
     if (isRunning(*_task))
     {
+        // Kept: hosts rely on a task that is not freed having lost its pipes.
+        (void)kivCS2Task_closePipedIO(_task); // cannot fail for a task
         if (mode >= KIVCS2TaskFreeMode_MAX)
             return KIVCS2STATUS_PARAM_ERR;
         if (mode == KIVCS2TaskFreeMode_Refuse)
             return KIVCS2STATUS_TASK_RUNNING_ERR;
-        (void)kivCS2Task_closePipedIO(_task); // cannot fail for a task
         const pid_t pid = taskWord(_task->m_pid).load();
         const bool hasProcess = pid > 0;
         if (hasProcess || mode == KIVCS2TaskFreeMode_Abort)
@@ -341,13 +348,12 @@ KIVCS2Status kivCS2Task_launchAsync(KIVCS2Task *_task, KIVCS2TaskFunc callback, 
     kiv::retainTask(*_task); // ours, until the thread is detached: it may be over, and the task freed, before
     taskWord(_task->m_state).store(KIVCS2TaskState_RunningAsync);
     KIVCS2Status status = kivCS2Thread_init(&_task->m_thread, _task, runAsync);
-    if (KIVCS2_SUCCEEDED(status))
-        status = kivCS2Thread_detach(&_task->m_thread);
-    else
-    {
-        taskWord(_task->m_state).store(KIVCS2TaskState_Failed);
+    if (KIVCS2_FAILED(status))
         kiv::releaseTask(*_task);
-    }
+    else
+        status = kivCS2Thread_detach(&_task->m_thread);
+    if (KIVCS2_FAILED(status))
+        taskWord(_task->m_state).store(KIVCS2TaskState_Failed);
     kiv::releaseTask(*_task);
     return status;
 }

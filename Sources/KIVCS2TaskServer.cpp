@@ -193,6 +193,9 @@ enum class Answer
     kiv::retainTask(task);
     kivCS2LinkList_appendElem(&g_CSTaskServer.m_tasks, &task.m_link);
     kiv::taskWord(task.m_pid).store(pid);
+    // As for a child of the host's own.
+    if (kiv::taskWord(task.m_aborted).load() != 0)
+        (void)kiv::signalProcess(pid, SIGABRT);
     return Answer::launched;
 }
 
@@ -402,8 +405,11 @@ KIVCS2Status kivCS2TaskServer_exec(KIVCS2Task *task, KIVCS2TaskFunc callback, vo
 
     task->m_callback = callback;
     task->m_context = context;
+    kiv::retainTask(*task); // another thread may free it meanwhile
     kiv::taskWord(task->m_state).store(KIVCS2TaskState_RunningAsync);
-    return launch(*task, message);
+    const KIVCS2Status status = launch(*task, message);
+    kiv::releaseTask(*task);
+    return status;
 }
 
 KIVCS2Status kivCS2TaskServer_tasksRunning(uint32_t *tasks)

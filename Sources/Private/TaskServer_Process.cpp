@@ -35,7 +35,8 @@ static_assert(sizeof(Report) == 8);
 [[nodiscard]] bool hasRoom(int pipe)
 {
     pollfd entry{pipe, POLLOUT, 0};
-    return poll(&entry, 1, 0) > 0;
+    // A descriptor that the host has closed has none, or statuses would be taken that nobody can be told.
+    return poll(&entry, 1, 0) > 0 && (entry.revents & POLLOUT) != 0;
 }
 
 // "Unexpected SIGCHLD error %i\n" without printf, which a handler must not call.

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <array>
 #include <atomic>
@@ -34,6 +35,7 @@ constinit kiv::Child *g_first = nullptr;
 constinit bool g_reportsCome = false;
 constinit uint32_t g_idleSeconds = 0;
 constinit Slots *g_slots = nullptr;
+constinit pid_t g_host = 0; // whose server reads them. A process that it has forked launches for itself
 
 class Lock
 {
@@ -60,7 +62,7 @@ public:
 // The host may die between any two of these stores: the id comes last, and goes first.
 [[nodiscard]] uint32_t takeSlot(pid_t pid)
 {
-    if (g_slots == nullptr)
+    if (g_slots == nullptr || getpid() != g_host)
         return kNoSlot;
     for (uint32_t index = 0; index < g_slots->size(); ++index)
     {
@@ -111,7 +113,7 @@ bool kiv::Child::wait(int &status)
 
     const Lock lock;
     const uint32_t before = g_idleSeconds;
-    while (!m_ended && g_reportsCome && g_idleSeconds - before < kIdleSeconds)
+    while (!m_ended && g_reportsCome && getpid() == g_host && g_idleSeconds - before < kIdleSeconds)
         pthread_cond_wait(&g_reported, &g_mutex);
     status = m_status;
     return m_ended;
@@ -140,6 +142,7 @@ void kiv::ChildTable::remove(Child &child)
 void kiv::ChildTable::share()
 {
     const Lock lock;
+    g_host = getpid();
     void *memory = mmap(nullptr, sizeof(Slots), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory != MAP_FAILED) // without it the children outlive a host that is killed
         g_slots = static_cast<Slots *>(memory);

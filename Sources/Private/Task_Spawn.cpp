@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -78,6 +79,10 @@ void resetHandlers()
         if (write(setup.announce, &pid, sizeof pid) != sizeof pid)
             giveUp(); // a process that nobody knows must not run
     }
+    resetHandlers();
+    sigset_t none;
+    sigemptyset(&none);
+    (void)pthread_sigmask(SIG_SETMASK, &none, nullptr); // cannot fail with these arguments
     if (setup.piped)
     {
         for (int stream = 0; stream < 3; ++stream)
@@ -89,13 +94,29 @@ void resetHandlers()
     for (int stream = 1; stream < 3; ++stream)
         if (setup.files[stream] != nullptr)
             connectFile(setup.files[stream], stream);
-
-    resetHandlers();
-    sigset_t none;
-    sigemptyset(&none);
-    (void)pthread_sigmask(SIG_SETMASK, &none, nullptr); // cannot fail with these arguments
     plan.execute();
     giveUp();
+}
+
+// A FIFO is opened when somebody reads it, who may be the next task that the host launches.
+[[nodiscard]] bool mayWait(const kiv::ChildSetup &setup)
+{
+    struct stat about
+    {
+    };
+    for (const char *file : setup.files)
+        if (file != nullptr && stat(file, &about) == 0 && S_ISFIFO(about.st_mode))
+            return true;
+    return false;
+}
+
+// For a child that may wait: it keeps the memory that it runs on, and nobody waits for it.
+[[nodiscard]] pid_t startWaitingChild(const kiv::ExecPlan &plan, const kiv::ChildSetup &setup)
+{
+    const pid_t pid = fork();
+    if (pid == 0)
+        runChild(plan, setup);
+    return pid;
 }
 
 // Nothing of this function changes between the child's return from vfork and the parent's.
@@ -185,7 +206,7 @@ pid_t kiv::spawn(const ExecPlan &plan, const ChildSetup &setup)
     sigset_t before;
     sigfillset(&all);
     (void)pthread_sigmask(SIG_SETMASK, &all, &before); // cannot fail with these arguments
-    const pid_t pid = startChild(plan, setup);
+    const pid_t pid = mayWait(setup) ? startWaitingChild(plan, setup) : startChild(plan, setup);
     (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return pid;
 }

@@ -285,6 +285,15 @@ TEST(TaskFaults, AFailedCallGivesItsStatusAndLeavesNothing)
     }
 }
 
+TEST(TaskFaults, AnAsynchronousStartThatFailedIsInStateZero)
+{
+    KIVCS2Task *task = makeShell("exit");
+    fail(Call::thread, 0, EAGAIN);
+    EXPECT_EQ(kivCS2Task_launchAsync(task, nullptr, nullptr), KIVCS2STATUS_THREAD_ERR);
+    EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Failed});
+    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+}
+
 TEST(TaskFaults, FailedTransfersHaveAStatusAndNoCount)
 {
     KIVCS2Task *task = makeShell("cat");

@@ -358,6 +358,63 @@ TEST(TaskServer, NothingOutlivesTheHost)
     }
 }
 
+// It has its own children and keeps them, whoever dies first.
+TEST(TaskServer, AForkOfTheHostIsOnItsOwn)
+{
+    const auto body = []
+    {
+        const pid_t host = fork();
+        if (host == 0)
+        {
+            EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+            EXPECT_EQ(kivCS2TaskServer_exec(makeShell("exec sleep 600"), nullptr, nullptr), KIVCS2STATUS_OK);
+            if (fork() == 0)
+                std::exit(0); // runs the handler at exit, which is to find nothing of the host's
+            if (fork() == 0)
+            {
+                KIVCS2Task *task = makeShell("exec sleep 700");
+                EXPECT_EQ(kivCS2Task_launchAsync(task, nullptr, nullptr), KIVCS2STATUS_OK);
+                EXPECT_TRUE(holdsWithin(10000, [task] { return std::atomic_ref{task->m_pid}.load() > 0; }));
+                EXPECT_EQ(kivCS2TaskServer_exec(makeShell("exit"), nullptr, nullptr),
+                          KIVCS2STATUS_TASK_SERVER_ERR);
+                signal(SIGCHLD, SIG_IGN); // takes the status, which nobody here hands over
+                task = makeShell("exit 3");
+                EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_SYSTEM_ERR);
+                if (!testing::Test::HasFailure())
+                    execl("/bin/sleep", "sleep", "800", nullptr);
+            }
+            for (;;)
+                ::pause(); // its children's ends interrupt it
+        }
+        ASSERT_GT(host, 1);
+        ASSERT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 3; })) << countOf("sleep");
+        kill(host, SIGKILL);
+        EXPECT_EQ(exitCodeOf(host), 1000 + SIGKILL);
+        ASSERT_TRUE(holdsWithin(10000, [] { return countOf(kServerName) == 0; }));
+        EXPECT_EQ(countOf("sleep"), 2u);
+    };
+    IN_OWN_PROCESSES(body);
+}
+
+// As a host does that goes into the background after its start; then nobody can be told of a child's end.
+TEST(TaskServer, AHostThatClosesItsPipesKeepsItsExitCodes)
+{
+    inChild(
+        []
+        {
+            EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+            for (int descriptor = 3; descriptor < 64; ++descriptor)
+                close(descriptor);
+            for (int launch = 0; launch < 20; ++launch)
+            {
+                KIVCS2Task *task = makeShell("exit 3");
+                EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+                EXPECT_EQ(task->m_exitCode, 3);
+                EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+            }
+        });
+}
+
 // There the parent that takes over is not process 1.
 TEST(TaskServer, NothingOutlivesTheHostUnderASubreaper)
 {

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
@@ -77,6 +78,13 @@ struct Shell
         while (std::atomic_ref{task->m_pid}.load() == 0) // its id may come a little later than its output
             std::this_thread::yield();
     }
+    // Ends the child, and waits for the callback, which may come after the free.
+    void terminate()
+    {
+        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+        task = nullptr;
+        end.acquire();
+    }
     static void ended(KIVCS2Task *, void *context)
     {
         static_cast<Shell *>(context)->end.release();
@@ -86,10 +94,20 @@ struct Shell
     Gate end{0};
 };
 
-size_t openDescriptors()
+size_t entries(const char *folder)
 {
     using Entries = std::filesystem::directory_iterator;
-    return static_cast<size_t>(std::distance(Entries{"/proc/self/fd"}, Entries{}));
+    return static_cast<size_t>(std::distance(Entries{folder}, Entries{}));
+}
+
+size_t openDescriptors()
+{
+    return entries("/proc/self/fd");
+}
+
+size_t threads()
+{
+    return entries("/proc/self/task");
 }
 
 // What a task that says little writes; releases it.
@@ -324,6 +342,27 @@ TEST(TaskFiles, KeepTheTailOfAnOlderFile)
     EXPECT_EQ(nowhere.task->m_exitCode, 127);
 }
 
+// The FIFO's reader is launched after its writer.
+TEST(TaskFiles, ThatAreFIFOsHoldUpNoOtherLaunch)
+{
+    kiv::test::TemporaryFolder folder;
+    const std::string fifo = folder.path("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    Shell writer{"echo hi"};
+    EXPECT_EQ(kivCS2Task_setStdOutFile(writer.task, fifo.c_str()), KIVCS2STATUS_OK);
+    writer.startAsync();
+    while (std::atomic_ref{writer.task->m_pid}.load() == 0)
+        std::this_thread::yield();
+    EXPECT_EQ(outputOf(makeTask("/bin/cat", {fifo.c_str()})), "hi\n");
+    writer.end.acquire();
+    EXPECT_EQ(writer.task->m_exitCode, 0);
+
+    Shell waiting{"exit 0"}; // for a reader that never comes
+    EXPECT_EQ(kivCS2Task_setStdOutFile(waiting.task, fifo.c_str()), KIVCS2STATUS_OK);
+    waiting.startAsync();
+    waiting.terminate();
+}
+
 // ---- Asynchronous ----
 
 TEST(TaskAsync, CallsBackAndTells)
@@ -337,8 +376,6 @@ TEST(TaskAsync, CallsBackAndTells)
     EXPECT_EQ(kivCS2Task_finishedAsync(shell.task, &finished, &error), KIVCS2STATUS_OK);
     EXPECT_FALSE(finished);
     EXPECT_EQ(error, KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Task_free(shell.task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_TASK_RUNNING_ERR);
-    EXPECT_EQ(kivCS2Task_free(shell.task, KIVCS2TaskFreeMode_MAX), KIVCS2STATUS_PARAM_ERR);
     while (kivCS2Task_writeInput(shell.task, "7\n", 2, nullptr) == KIVCS2STATUS_NOT_PIPED_ERR)
         std::this_thread::yield();
     shell.end.acquire();
@@ -353,6 +390,23 @@ TEST(TaskAsync, CallsBackAndTells)
     EXPECT_EQ(kivCS2Task_free(bare, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
 }
 
+TEST(TaskAsync, AFreeThatIsRefusedClosesThePipes)
+{
+    for (const auto &[mode, status] : {std::pair{KIVCS2TaskFreeMode_Refuse, KIVCS2STATUS_TASK_RUNNING_ERR},
+                                       {KIVCS2TaskFreeMode_MAX, KIVCS2STATUS_PARAM_ERR}})
+    {
+        Shell shell{"echo; exec sleep 600"};
+        kivCS2Task_setPipedIO(shell.task, 1);
+        shell.startAsync();
+        shell.awaitByte();
+        EXPECT_EQ(kivCS2Task_free(shell.task, mode), status);
+        EXPECT_EQ(kivCS2Task_writeInput(shell.task, "x", 1, nullptr), KIVCS2STATUS_STATE_ERR);
+        EXPECT_EQ(shell.task->m_state, uint32_t{KIVCS2TaskState_RunningAsync});
+        EXPECT_EQ(kill(shell.task->m_pid, 0), 0);
+        shell.terminate();
+    }
+}
+
 // Before its process is there as well as after.
 TEST(TaskAsync, EveryModeOfFreeEndsARunningChild)
 {
@@ -360,6 +414,7 @@ TEST(TaskAsync, EveryModeOfFreeEndsARunningChild)
         for (const bool early : {true, false})
         {
             SCOPED_TRACE(testing::Message() << "mode " << mode << (early ? ", early" : ""));
+            const size_t before = threads();
             Shell shell{"echo; exec sleep 600"};
             kivCS2Task_setPipedIO(shell.task, 1);
             shell.startAsync();
@@ -374,6 +429,10 @@ TEST(TaskAsync, EveryModeOfFreeEndsARunningChild)
             {
                 EXPECT_EQ(kill(pid, 0), -1);
             }
+            // The launch's thread ends with the child.
+            for (int look = 0; look < 1000 && threads() > before; ++look)
+                std::this_thread::sleep_for(std::chrono::milliseconds{10});
+            EXPECT_LE(threads(), before);
         }
 }
 

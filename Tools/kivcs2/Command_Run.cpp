@@ -71,7 +71,11 @@ std::string findCommand(const std::string &name)
     };
     std::string found;
     if (name.find('/') != std::string::npos)
+    {
+        if (!isFile(name) && access(name.c_str(), F_OK) == 0)
+            throw Failure(static_cast<ExitCode>(kRunNotExecutable), "\"" + visible(name) + "\" is a folder");
         found = isFile(name) ? name : "";
+    }
     else
     {
         const char *path = std::getenv("PATH");
@@ -230,6 +234,13 @@ private:
     std::thread m_thread;
 };
 
+// "nan" reads as a number, and would be no limit at all.
+std::string refuseTimeout(const std::string &text)
+{
+    double seconds = 0;
+    return CLI::detail::lexical_cast(text, seconds) && seconds >= 0 ? "" : "0 seconds or more are expected";
+}
+
 int runCommand(const RunOptions &options)
 {
     const sigset_t set = awaited();
@@ -260,7 +271,7 @@ void addRunCommand(CLI::App &app, Context &context)
     command->add_option("--stdout", options->stdOut, "Its standard output goes to this file");
     command->add_option("--stderr", options->stdErr, "Its standard error goes to this file");
     command->add_option("--timeout", options->timeout, "Seconds; then it is ended with all it has started")
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Validator{refuseTimeout, "seconds"});
     command->add_option("command", options->words, "The command and its arguments, after --")->required();
     command->callback(
         [&context, options]
