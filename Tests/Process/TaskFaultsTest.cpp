@@ -478,7 +478,7 @@ TEST(TaskFaults, TheHostIsKilledAtEveryByte)
                     if (host == 0)
                     {
                         (void)kivCS2TaskServer_init();
-                        (void)kivCS2TaskServer_exec(makeShell("exec sleep 600"), nullptr, nullptr);
+                        (void)kivCS2TaskServer_exec(makeShell("exec sleep 60"), nullptr, nullptr);
                         faults().hostDies = true;
                         faults().bytes = byte;
                         faults().deathPipe = static_cast<int>(pipe);

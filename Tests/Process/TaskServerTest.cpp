@@ -105,7 +105,7 @@ TEST(TaskServer, StoresTheRawStatusWhereALaunchStoresTheExitCode)
             EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
 
             Ended ended;
-            task = makeShell("exec sleep 600");
+            task = makeShell("exec sleep 60");
             EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
             EXPECT_EQ(running(), 1u);
             int32_t result = -1;
@@ -227,7 +227,7 @@ TEST(TaskServer, EveryModeOfFreeEndsARunningTask)
         EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
         for (KIVCS2TaskFreeMode mode = KIVCS2TaskFreeMode_Interrupt; mode < KIVCS2TaskFreeMode_MAX; ++mode)
         {
-            KIVCS2Task *task = makeShell("sleep 600 & exec sleep 600");
+            KIVCS2Task *task = makeShell("sleep 60 & exec sleep 60");
             ASSERT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), KIVCS2STATUS_OK);
             EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 2; }));
             EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_TASK_RUNNING_ERR);
@@ -271,7 +271,7 @@ TEST(TaskServer, ATaskThatOutlivesItsServerStillEnds)
     {
         EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
         Ended ended;
-        KIVCS2Task *task = makeShell("exec sleep 600");
+        KIVCS2Task *task = makeShell("exec sleep 60");
         ASSERT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
         ASSERT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 1; }));
         kill(serverPid(), SIGKILL);
@@ -367,7 +367,7 @@ TEST(TaskServer, AForkOfTheHostIsOnItsOwn)
         if (host == 0)
         {
             EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
-            EXPECT_EQ(kivCS2TaskServer_exec(makeShell("exec sleep 600"), nullptr, nullptr), KIVCS2STATUS_OK);
+            EXPECT_EQ(kivCS2TaskServer_exec(makeShell("exec sleep 60"), nullptr, nullptr), KIVCS2STATUS_OK);
             if (fork() == 0)
                 std::exit(0); // runs the handler at exit, which is to find nothing of the host's
             if (fork() == 0)
@@ -431,10 +431,10 @@ TEST(TaskServer, KillsDescendantsAndNothingElse)
     {
         const pid_t other = fork();
         if (other == 0)
-            execl("/bin/sleep", "bystander", "600", nullptr);
+            execl("/bin/sleep", "bystander", "60", nullptr);
         const pid_t tree = fork();
         if (tree == 0)
-            execl("/bin/sh", "sh", "-c", "(sleep 600; :) & sh -c 'sleep 600 & wait' & wait", nullptr);
+            execl("/bin/sh", "sh", "-c", "(sleep 60; :) & sh -c 'sleep 60 & wait' & wait", nullptr);
         EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 3; }));
         for (const pid_t none : {1, 0, -1, -tree})
             EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(none), KIVCS2STATUS_OK);

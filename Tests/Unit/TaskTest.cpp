@@ -395,7 +395,7 @@ TEST(TaskAsync, AFreeThatIsRefusedClosesThePipes)
     for (const auto &[mode, status] : {std::pair{KIVCS2TaskFreeMode_Refuse, KIVCS2STATUS_TASK_RUNNING_ERR},
                                        {KIVCS2TaskFreeMode_MAX, KIVCS2STATUS_PARAM_ERR}})
     {
-        Shell shell{"echo; exec sleep 600"};
+        Shell shell{"echo; exec sleep 60"};
         kivCS2Task_setPipedIO(shell.task, 1);
         shell.startAsync();
         shell.awaitByte();
@@ -415,7 +415,7 @@ TEST(TaskAsync, EveryModeOfFreeEndsARunningChild)
         {
             SCOPED_TRACE(testing::Message() << "mode " << mode << (early ? ", early" : ""));
             const size_t before = threads();
-            Shell shell{"echo; exec sleep 600"};
+            Shell shell{"echo; exec sleep 60"};
             kivCS2Task_setPipedIO(shell.task, 1);
             shell.startAsync();
             if (!early)
