@@ -290,6 +290,9 @@ TEST(TaskPipes, WritingToAChildThatIsGoneRaisesNothing)
     kivCS2Task_setPipedIO(shell.task, 1);
     shell.startAsync();
     shell.awaitByte();
+    // The child may be this far before the host has closed its own copy of the child's end.
+    while (std::atomic_ref{shell.task->m_stdInPipe[0]}.load() != 0)
+        std::this_thread::yield();
     uint32_t count = 9;
     EXPECT_EQ(kivCS2Task_writeInput(shell.task, "x", 1, &count), KIVCS2STATUS_TASK_WRITE_ERR);
     EXPECT_EQ(count, 0u);
