@@ -24,6 +24,7 @@ namespace
 constexpr int kGrace = 750;       // milliseconds
 constexpr int kKillingTime = 500; // milliseconds to see the killed ones go
 constexpr int kLookPeriod = 10;   // milliseconds
+constexpr int kPartingTime = 300; // milliseconds at most between the end of a host's pipe and its own
 
 struct Report
 {
@@ -112,13 +113,13 @@ void buryChildren()
 
 // Signals everything until nothing is left or the time is over; true when nothing is left. Whoever is made
 // meanwhile, or loses its parent, becomes the server's child and is met in the next round.
-[[nodiscard]] bool clear(int signal, int milliseconds)
+[[nodiscard]] bool clear(int signal, int milliseconds, bool orphaned)
 {
     const bool again = signal == SIGKILL; // a second SIGTERM could cut short what the first one began
     bool signalled = false;
     for (int left = milliseconds; left > 0; left -= kLookPeriod)
     {
-        bool shared = kiv::ChildTable::signalShared(signalled && !again ? 0 : signal);
+        const bool shared = orphaned && kiv::ChildTable::signalShared(signalled && !again ? 0 : signal);
         if (!signalled || again)
             kiv::ProcessTable{}.signalDescendants(getpid(), signal);
         signalled = true;
@@ -134,8 +135,17 @@ void buryChildren()
 // The host is gone, or has told the server to end: nothing that was launched may stay.
 void takeAllAlong()
 {
-    if (!clear(SIGTERM, kGrace))
-        (void)clear(SIGKILL, kKillingTime);
+    // A host's pipes are closed a moment before it is gone. One that stays, having closed them itself or told the
+    // server to end, keeps the children that it has launched directly.
+    bool orphaned = kiv::isOrphaned();
+    for (int left = kPartingTime; !orphaned && !kiv::isToldToEnd() && left > 0; left -= kLookPeriod)
+    {
+        const timespec period{0, kLookPeriod * 1000000L};
+        (void)nanosleep(&period, nullptr); // a signal only makes it shorter
+        orphaned = kiv::isOrphaned();
+    }
+    if (!clear(SIGTERM, kGrace, orphaned))
+        (void)clear(SIGKILL, kKillingTime, orphaned);
 }
 
 [[nodiscard]] KIVCS2Status serve()
@@ -184,6 +194,11 @@ void kiv::reapChildren()
         // In one piece: host and server write to the same pipe. A host that is gone reads nothing.
         (void)!write(g_CSTaskServer.m_descriptors[kReportWrite], &report, sizeof report);
     }
+}
+
+bool kiv::isOrphaned()
+{
+    return getppid() != g_CSTaskServer.m_hostPid;
 }
 
 bool kiv::isToldToEnd()

@@ -74,6 +74,9 @@ void reapChildren();
 // In the server: SIGTERM has come.
 [[nodiscard]] bool isToldToEnd();
 
+// In the server: the host is gone.
+[[nodiscard]] bool isOrphaned();
+
 // For SIGCHLD, with every signal blocked while the handler runs.
 void installChildHandler();
 } // namespace kiv

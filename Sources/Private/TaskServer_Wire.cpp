@@ -21,15 +21,10 @@ constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has
     return g_CSTaskServer.m_descriptors[index];
 }
 
-[[nodiscard]] bool isOrphaned()
-{
-    return getppid() != g_CSTaskServer.m_hostPid;
-}
-
 // The server is to end: nobody is there to be served, or it was told so.
 [[nodiscard]] bool mayWait(bool watch)
 {
-    return !watch || (!isOrphaned() && !kiv::isToldToEnd());
+    return !watch || (!kiv::isOrphaned() && !kiv::isToldToEnd());
 }
 
 // Waits until there may be something to read; the caller tries again in any case.

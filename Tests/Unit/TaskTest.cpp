@@ -404,8 +404,8 @@ TEST(TaskAsync, AFreeThatIsRefusedClosesThePipes)
         shell.awaitByte();
         EXPECT_EQ(kivCS2Task_free(shell.task, mode), status);
         EXPECT_EQ(kivCS2Task_writeInput(shell.task, "x", 1, nullptr), KIVCS2STATUS_STATE_ERR);
-        EXPECT_EQ(shell.task->m_state, uint32_t{KIVCS2TaskState_RunningAsync});
-        EXPECT_EQ(kill(shell.task->m_pid, 0), 0);
+        EXPECT_EQ(std::atomic_ref{shell.task->m_state}.load(), uint32_t{KIVCS2TaskState_RunningAsync});
+        EXPECT_EQ(kill(std::atomic_ref{shell.task->m_pid}.load(), 0), 0);
         shell.terminate();
     }
 }

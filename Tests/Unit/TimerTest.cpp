@@ -363,8 +363,9 @@ TEST(TimerRunLoop, IsAddedToALoopOfAnotherThreadAndStaysThere)
               KIVCS2STATUS_OK);
     EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false), kCFRunLoopRunFinished); // has no timer
     called.acquire();
-    EXPECT_EQ(stage.calledOn, other.id());
+    const std::thread::id expected = other.id();
     other.stop(); // and joins it: no call is in progress
+    EXPECT_EQ(stage.calledOn, expected);
     EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
 }
 

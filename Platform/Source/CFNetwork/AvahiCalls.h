@@ -55,7 +55,8 @@
 
 namespace kiv::discovery
 {
-#define KIV_MEMBER(name) decltype(&::name) name = nullptr;
+#define KIV_NAME(name)   name
+#define KIV_MEMBER(name) decltype(&::name) KIV_NAME(name) = nullptr;
 struct ClientCalls
 {
     KIV_AVAHI_CLIENT_CALLS(KIV_MEMBER)
@@ -65,6 +66,7 @@ struct CoreCalls
     KIV_AVAHI_CORE_CALLS(KIV_MEMBER)
 };
 #undef KIV_MEMBER
+#undef KIV_NAME
 
 // Null where the library is not installed.
 [[nodiscard]] const ClientCalls *clientCalls() noexcept;
