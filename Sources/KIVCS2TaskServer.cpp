@@ -339,7 +339,12 @@ void *kivCS2TaskServerPrv_readbackThread(void *)
         int32_t status = 0;
         if (KIVCS2_FAILED(kivCS2TaskServerPrv_readBytes(kReportRead, &pid, sizeof pid, false)) ||
             KIVCS2_FAILED(kivCS2TaskServerPrv_readBytes(kReportRead, &status, sizeof status, false)))
+        {
+            // The host has closed the pipe. Nobody joins this thread, and the next launch makes another.
+            (void)pthread_detach(pthread_self());
+            g_CSTaskServer.m_readbackRuns.store(false);
             return nullptr;
+        }
         handleReport(pid, status);
     }
 }
