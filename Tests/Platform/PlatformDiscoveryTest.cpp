@@ -73,7 +73,6 @@ Network *network = nullptr;
 class PlayedGroup final : public Group
 {
 public:
-    explicit PlayedGroup(GroupSink &sink) : m_sink{sink} {}
     ~PlayedGroup() override
     {
         network->note("gone");
@@ -95,9 +94,6 @@ public:
     {
         network->note("withdrawn");
     }
-
-private:
-    GroupSink &m_sink;
 };
 
 class PlayedBackend final : public Backend
@@ -120,9 +116,9 @@ public:
         sink.cacheDone();
         return std::make_unique<Handle>();
     }
-    std::unique_ptr<Group> makeGroup(GroupSink &sink, int &) noexcept override
+    std::unique_ptr<Group> makeGroup(GroupSink & /*sink*/, int &) noexcept override
     {
-        return std::make_unique<PlayedGroup>(sink);
+        return std::make_unique<PlayedGroup>();
     }
 };
 
