@@ -40,6 +40,7 @@
 #include "KIVCS2Task.h"
 #include "KIVCS2TaskServer.h"
 
+#include "KIVCS2PixelBuffer.h"
 #include "KIVCS2VideoFormat.h"
 
 #include "KIVCS2Timecode.h"

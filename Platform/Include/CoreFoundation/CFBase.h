@@ -39,6 +39,8 @@ typedef float Float32;
 typedef double Float64;
 typedef uint16_t UniChar;
 typedef SInt32 OSStatus;
+typedef UInt32 FourCharCode; /**< four characters, the first in the top byte */
+typedef FourCharCode OSType;
 
 typedef unsigned long CFTypeID;
 typedef unsigned long CFOptionFlags;

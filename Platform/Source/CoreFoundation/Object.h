@@ -47,6 +47,7 @@ enum TypeID : CFTypeID
     kTypeNetService,
     kTypeNetServiceBrowser,
     kTypeNetServiceMonitor,
+    kTypePixelBuffer,
 };
 
 // The count of an object that is part of the library: no host releases that often.

@@ -1,0 +1,205 @@
+// Pixel buffers: one block of the heap holds the head and the rows behind it, or the head over a caller's rows.
+#include <CoreVideo/CVPixelBuffer.h>
+
+#include <KIVPlatform/KIVPPixelBuffer.h>
+
+#include "CoreFoundation/Object.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+struct __CVBuffer : kiv::cf::Object
+{
+    __CVBuffer(size_t pixels, size_t lines, OSType format, size_t stride) noexcept;
+
+    size_t width;
+    size_t height;
+    OSType pixelFormat;
+    size_t bytesPerRow;
+    UInt8 *base = nullptr;
+    std::atomic<size_t> locks{0};
+    CVPixelBufferReleaseBytesCallback releaseBytes = nullptr;
+    void *releaseContext = nullptr;
+};
+
+namespace
+{
+constexpr size_t kRowAlignment = 64; // a line of the cache, and the widest vector
+
+// Pixels come in blocks that are never split: a pair shares its chroma, six pixels of v210 share four words.
+struct Format
+{
+    OSType type;
+    size_t blockPixels;
+    size_t blockBytes;
+    size_t rowAlignment; // bytes
+};
+
+constexpr std::array kFormats = {
+    Format{kCVPixelFormatType_24RGB, 1, 3, kRowAlignment},
+    Format{kCVPixelFormatType_32ARGB, 1, 4, kRowAlignment},
+    Format{kCVPixelFormatType_32BGRA, 1, 4, kRowAlignment},
+    Format{kCVPixelFormatType_422YpCbCr8, 2, 4, kRowAlignment},
+    Format{kCVPixelFormatType_422YpCbCr8_yuvs, 2, 4, kRowAlignment},
+    Format{kCVPixelFormatType_422YpCbCr10, 6, 16, 128}, // 48 pixels, as capture cards have it
+};
+
+const Format *findFormat(OSType type) noexcept
+{
+    const auto *format = std::ranges::find(kFormats, type, &Format::type);
+    return format != kFormats.end() ? format : nullptr;
+}
+
+// The bytes that the pixels of a row take, in whole blocks; false where they have no number.
+bool measureRow(const Format &format, size_t width, size_t &bytes) noexcept
+{
+    const size_t blocks = width / format.blockPixels + (width % format.blockPixels != 0 ? 1 : 0);
+    return !__builtin_mul_overflow(blocks, format.blockBytes, &bytes);
+}
+
+void finalizeBuffer(kiv::cf::Object &object)
+{
+    const auto &buffer = static_cast<const __CVBuffer &>(object);
+    if (buffer.releaseBytes != nullptr)
+        buffer.releaseBytes(buffer.releaseContext, buffer.base);
+}
+
+constexpr kiv::cf::Type kPixelBufferType{kiv::cf::kTypePixelBuffer, finalizeBuffer, nullptr, nullptr};
+} // namespace
+
+__CVBuffer::__CVBuffer(size_t pixels, size_t lines, OSType format, size_t stride) noexcept
+    : Object{kPixelBufferType}, width{pixels}, height{lines}, pixelFormat{format}, bytesPerRow{stride}
+{
+}
+
+CFTypeID CVPixelBufferGetTypeID(void)
+{
+    return kiv::cf::kTypePixelBuffer;
+}
+
+CVReturn CVPixelBufferCreate(CFAllocatorRef, size_t width, size_t height, OSType pixelFormatType,
+                             CFDictionaryRef, CVPixelBufferRef *pixelBufferOut)
+{
+    if (pixelBufferOut == nullptr)
+        return kCVReturnInvalidArgument;
+    *pixelBufferOut = nullptr;
+    const Format *format = findFormat(pixelFormatType);
+    if (format == nullptr)
+        return kCVReturnInvalidPixelFormat;
+
+    size_t used = 0;
+    size_t bytesPerRow = 0;
+    size_t size = 0;
+    if (width == 0 || height == 0 || !measureRow(*format, width, used) ||
+        __builtin_add_overflow(used, format->rowAlignment - 1, &bytesPerRow))
+        return kCVReturnInvalidSize;
+    bytesPerRow -= bytesPerRow % format->rowAlignment;
+    if (__builtin_mul_overflow(bytesPerRow, height, &size) ||
+        __builtin_add_overflow(size, kRowAlignment - 1, &size))
+        return kCVReturnInvalidSize;
+
+    auto *buffer = kiv::cf::create<__CVBuffer>(size, width, height, pixelFormatType, bytesPerRow);
+    if (buffer == nullptr)
+        return kCVReturnAllocationFailed;
+    auto *behind = reinterpret_cast<UInt8 *>(buffer + 1);
+    buffer->base = behind + (-reinterpret_cast<uintptr_t>(behind)) % kRowAlignment;
+    // Whole buffers are written to files: nothing that the heap held before goes with them.
+    for (size_t row = 0; used < bytesPerRow && row < height; ++row)
+        std::memset(buffer->base + row * bytesPerRow + used, 0, bytesPerRow - used);
+    *pixelBufferOut = buffer;
+    return kCVReturnSuccess;
+}
+
+CVReturn CVPixelBufferCreateWithBytes(CFAllocatorRef, size_t width, size_t height, OSType pixelFormatType,
+                                      void *baseAddress, size_t bytesPerRow,
+                                      CVPixelBufferReleaseBytesCallback releaseCallback, void *releaseRefCon,
+                                      CFDictionaryRef, CVPixelBufferRef *pixelBufferOut)
+{
+    if (pixelBufferOut == nullptr)
+        return kCVReturnInvalidArgument;
+    *pixelBufferOut = nullptr;
+    const Format *format = findFormat(pixelFormatType);
+    if (format == nullptr)
+        return kCVReturnInvalidPixelFormat;
+
+    size_t used = 0;
+    size_t size = 0;
+    if (width == 0 || height == 0 || !measureRow(*format, width, used) ||
+        __builtin_mul_overflow(bytesPerRow, height, &size))
+        return kCVReturnInvalidSize;
+    if (baseAddress == nullptr || bytesPerRow < used)
+        return kCVReturnInvalidArgument;
+
+    auto *buffer = kiv::cf::create<__CVBuffer>(0, width, height, pixelFormatType, bytesPerRow);
+    if (buffer == nullptr)
+        return kCVReturnAllocationFailed;
+    buffer->base = static_cast<UInt8 *>(baseAddress);
+    buffer->releaseBytes = releaseCallback;
+    buffer->releaseContext = releaseRefCon;
+    *pixelBufferOut = buffer;
+    return kCVReturnSuccess;
+}
+
+CVPixelBufferRef CVPixelBufferRetain(CVPixelBufferRef texture)
+{
+    if (texture != nullptr)
+        CFRetain(texture);
+    return texture;
+}
+
+void CVPixelBufferRelease(CVPixelBufferRef texture)
+{
+    kiv::cf::releaseIfAny(texture);
+}
+
+CVReturn CVPixelBufferLockBaseAddress(CVPixelBufferRef pixelBuffer, CVPixelBufferLockFlags)
+{
+    if (pixelBuffer == nullptr)
+        return kCVReturnInvalidArgument;
+    pixelBuffer->locks.fetch_add(1, std::memory_order_relaxed);
+    return kCVReturnSuccess;
+}
+
+CVReturn CVPixelBufferUnlockBaseAddress(CVPixelBufferRef pixelBuffer, CVPixelBufferLockFlags)
+{
+    if (pixelBuffer == nullptr)
+        return kCVReturnInvalidArgument;
+    size_t held = pixelBuffer->locks.load(std::memory_order_relaxed);
+    do
+    {
+        if (held == 0)
+            return kCVReturnError;
+    } while (!pixelBuffer->locks.compare_exchange_weak(held, held - 1, std::memory_order_relaxed));
+    return kCVReturnSuccess;
+}
+
+size_t CVPixelBufferGetWidth(CVPixelBufferRef pixelBuffer)
+{
+    return pixelBuffer != nullptr ? pixelBuffer->width : 0;
+}
+
+size_t CVPixelBufferGetHeight(CVPixelBufferRef pixelBuffer)
+{
+    return pixelBuffer != nullptr ? pixelBuffer->height : 0;
+}
+
+OSType CVPixelBufferGetPixelFormatType(CVPixelBufferRef pixelBuffer)
+{
+    return pixelBuffer != nullptr ? pixelBuffer->pixelFormat : 0;
+}
+
+void *CVPixelBufferGetBaseAddress(CVPixelBufferRef pixelBuffer)
+{
+    return KIVPPixelBufferGetLockCount(pixelBuffer) != 0 ? pixelBuffer->base : nullptr;
+}
+
+size_t CVPixelBufferGetBytesPerRow(CVPixelBufferRef pixelBuffer)
+{
+    return pixelBuffer != nullptr ? pixelBuffer->bytesPerRow : 0;
+}
+
+size_t KIVPPixelBufferGetLockCount(CVPixelBufferRef pixelBuffer)
+{
+    return pixelBuffer != nullptr ? pixelBuffer->locks.load(std::memory_order_relaxed) : 0;
+}
