@@ -41,16 +41,10 @@ std::string shortenedToTerminal(const std::string &text)
     return text.substr(text.size() - size.ws_col + 1u); // the end has the number
 }
 
-bool wantsColour()
-{
-    const char *refused = std::getenv("NO_COLOR");
-    return ::isatty(STDOUT_FILENO) != 0 && (refused == nullptr || *refused == '\0');
-}
-
 std::string coloured(std::string_view code, std::string_view text)
 {
-    static const bool wanted = wantsColour();
-    return wanted ? "\x1b[" + std::string{code} + "m" + std::string{text} + "\x1b[0m" : std::string{text};
+    return Output::hasColour() ? "\x1b[" + std::string{code} + "m" + std::string{text} + "\x1b[0m"
+                               : std::string{text};
 }
 
 // Characters, not bytes, and none for an escape sequence: what the eye counts.
@@ -134,6 +128,16 @@ void Output::flush()
 std::string Output::take()
 {
     return std::exchange(m_buffer, {});
+}
+
+bool Output::hasColour()
+{
+    static const bool wanted = []
+    {
+        const char *refused = std::getenv("NO_COLOR");
+        return ::isatty(STDOUT_FILENO) != 0 && (refused == nullptr || *refused == '\0');
+    }();
+    return wanted;
 }
 
 std::string Output::strong(std::string_view text)

@@ -39,6 +39,9 @@ public:
     [[nodiscard]] static std::string good(std::string_view text);
     [[nodiscard]] static std::string bad(std::string_view text);
 
+    /// Whether colours are wanted: standard output is a terminal and NO_COLOR is not set.
+    [[nodiscard]] static bool hasColour();
+
     /// Columns that text may fill: the terminal's, or 100 where there is none.
     [[nodiscard]] static size_t width();
 
