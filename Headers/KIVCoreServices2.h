@@ -40,9 +40,11 @@
 #include "KIVCS2Task.h"
 #include "KIVCS2TaskServer.h"
 
+#include "KIVCS2Codec.h"
 #include "KIVCS2PixelBuffer.h"
 #include "KIVCS2VideoFormat.h"
 
+#include "KIVCS2Interpolate.h"
 #include "KIVCS2Timecode.h"
 
 #include "KIVCS2ClosedCaptions.h"
