@@ -75,7 +75,7 @@ KIVCS2_API KIVCS2Status kivCS2PixelBuffer_clear(CVPixelBufferRef pixelBufferIn,
 /**
  * Makes a smaller picture of the pixels at the multiples of source size / scale size, rounded down to 1/65536:
  * no filter. RGB of 32 bits is copied into RGB of 32 bits; '2vuy' is converted into RGB of 24 bits, each
- * pixel as kivCS2PixelBuffer_convert() would.
+ * pixel with the chroma it has in kivCS2PixelBuffer_convert().
  *
  * The two failures marked below leave the input locked once more, which the caller undoes with
  * CVPixelBufferUnlockBaseAddress().

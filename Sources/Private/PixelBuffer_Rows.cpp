@@ -1,0 +1,112 @@
+// Rows of pixels without vectors.
+#include "Private/PixelBuffer_Rows.h"
+
+#include "Private/PixelBuffer_Colour.h"
+
+#include <array>
+#include <cstring>
+#include <utility>
+
+namespace
+{
+constexpr uint8_t kOpaque = 255;
+
+enum class Order
+{
+    bgra,
+    rgba
+};
+
+template <const kiv::ColourMatrix &Matrix, Order Bytes>
+void convertRow(const uint8_t *from, uint8_t *to, size_t width) noexcept
+{
+    const size_t size = width * 2;
+    const auto byte = [from, size](size_t at)
+    {
+        return at < size ? from[at] : uint8_t{0}; // Kept: there is no chroma behind the end of a line
+    };
+    const auto store = [to](size_t x, kiv::RGB pixel)
+    {
+        const bool redFirst = Bytes == Order::rgba;
+        to[x * 4] = redFirst ? pixel.red : pixel.blue;
+        to[x * 4 + 1] = pixel.green;
+        to[x * 4 + 2] = redFirst ? pixel.blue : pixel.red;
+        to[x * 4 + 3] = kOpaque;
+    };
+    uint8_t cb = byte(0);
+    uint8_t luma = byte(1);
+    uint8_t cr = byte(2);
+    for (size_t x = 0; x < width; x += 2)
+    {
+        store(x, kiv::convertPixel(Matrix, luma, cb, cr));
+        luma = byte(x * 2 + 3);
+        const uint8_t nextCb = byte(x * 2 + 4);
+        const uint8_t nextCr = byte(x * 2 + 6);
+        store(x + 1, kiv::convertPixel(Matrix, luma, (cb + nextCb) >> 1, (cr + nextCr) >> 1));
+        cb = nextCb;
+        luma = byte(x * 2 + 5);
+        cr = nextCr;
+    }
+    // The pixel behind an odd width is none of the picture, so its bytes are not put in order.
+    if (Bytes == Order::rgba && width % 2 != 0)
+        std::swap(to[width * 4], to[width * 4 + 2]);
+}
+
+void v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noexcept
+{
+    const size_t components = (width + 1) / 2 * 4;
+    for (size_t component = 0; component < components; from += 4)
+    {
+        const uint32_t word = from[0] | static_cast<uint32_t>(from[1]) << 8 |
+                              static_cast<uint32_t>(from[2]) << 16 | static_cast<uint32_t>(from[3]) << 24;
+        for (unsigned shift = 2; shift < 30 && component < components; shift += 10)
+            to[component++] = static_cast<uint8_t>(word >> shift);
+    }
+}
+
+void sample32(const uint8_t *from, size_t, uint8_t *to, size_t count, uint64_t step) noexcept
+{
+    uint64_t position = 0;
+    for (size_t x = 0; x < count; ++x, position += step)
+        std::memcpy(to + x * 4, from + (position >> 16) * 4, 4);
+}
+
+void sample2vuyTo24(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t step) noexcept
+{
+    uint64_t position = 0;
+    for (size_t x = 0; x < count; ++x, position += step, to += 3)
+    {
+        uint8_t pixel[4];
+        kiv::ConvertPixeltoRGB(from, pixel, position >> 16, width, true);
+        to[0] = pixel[2];
+        to[1] = pixel[1];
+        to[2] = pixel[0];
+    }
+}
+
+void fill(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept
+{
+    size_t at = 0;
+    for (; at + sizeof pattern <= size; at += sizeof pattern)
+        std::memcpy(to + at, pattern, sizeof pattern);
+    std::memcpy(to + at, pattern, size - at);
+}
+
+constexpr kiv::PixelRows kPortable{convertRow<kiv::kMatrix601, Order::bgra>,
+                                   convertRow<kiv::kMatrix709, Order::bgra>,
+                                   convertRow<kiv::kMatrix601, Order::rgba>,
+                                   v210To2vuy,
+                                   sample32,
+                                   sample2vuyTo24,
+                                   fill};
+} // namespace
+
+const kiv::PixelRows &kiv::pixelRows(CpuLevel) noexcept
+{
+    return kPortable;
+}
+
+const kiv::PixelRows &kiv::pixelRows() noexcept
+{
+    return pixelRows(cpuLevel());
+}
