@@ -298,7 +298,8 @@ KIVCS2_API KIVCS2Status kivCS2Socket_sendTo(KIVCS2Socket *_socket, const struct 
 
 /**
  * One receive. With KIVCS2SocketOption_EndOnEOT a buffer that starts with 0x04 ends the connection: its
- * bytes stand in the buffer, and whoever wants to go on may.
+ * bytes stand in the buffer, and whoever wants to go on may. After an interruption that byte is what the buffer
+ * held before, unless `_clear` is set.
  * @param[in] _clear             zero the whole buffer first
  * @param[out] _bytes_received   how many came: 0 when the peer has closed, on a time-out and where nothing
  *                               was there, all ones after any other failure; may be null

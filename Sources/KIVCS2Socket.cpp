@@ -455,6 +455,7 @@ KIVCS2Status kivCS2Socket_createMulticastDatagramReceiver(KIVCS2Socket **_receiv
     KIV_CHECK((_receiver) != NULL);
     KIV_CHECK((_addr) != NULL);
 
+    *_receiver = nullptr;
     const uint32_t group = _addr->sin_addr.s_addr;
     if ((_options & KIVCS2SocketOption_IPv6) == 0 && !IN_MULTICAST(ntohl(group)))
         return KIVCS2STATUS_MULTICAST_ADDRESS_ERR;
@@ -677,8 +678,8 @@ KIVCS2Status kivCS2Socket_receive(KIVCS2Socket *_socket, void *_buf, uint32_t _b
         *_bytes_received = static_cast<uint32_t>(count);
     KIV_TRY(status);
 
-    // An interruption has received nothing: what the buffer held before is no end of anything.
-    const uint8_t first = count > 0 ? *static_cast<const uint8_t *>(_buf) : 0;
+    // Kept: hosts rely on the buffer alone: after an interruption it is what the buffer held before.
+    const uint8_t first = *static_cast<const uint8_t *>(_buf);
     if (hasOption(_socket, KIVCS2SocketOption_EndOnEOT) && first == kEOT)
     {
         std::printf("EOT!: %i %x\n", static_cast<int>(_socket->m_options), unsigned{first});

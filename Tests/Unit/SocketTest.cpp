@@ -247,7 +247,7 @@ TEST(SocketCreation, FailuresLeaveNothing)
               }},
          })
     {
-        KIVCS2Socket *made = nullptr;
+        KIVCS2Socket *made = server.get();
         EXPECT_EQ(row.create(&made), row.status);
         EXPECT_EQ(made, nullptr);
     }
@@ -653,7 +653,7 @@ TEST(SocketData, AFullBufferIsNotWritable)
 
 TEST(SocketData, AnInterruptedReceiveIsAnEmptySuccess)
 {
-    const Connection connection;
+    const Connection connection{KIVCS2SocketOption_EndOnEOT};
     struct sigaction handler
     {
     };
@@ -666,12 +666,18 @@ TEST(SocketData, AnInterruptedReceiveIsAnEmptySuccess)
     // Again and again, so that one comes while the receive waits.
     const itimerval often{{0, 20000}, {0, 20000}};
     ASSERT_EQ(setitimer(ITIMER_REAL, &often, nullptr), 0);
-    char byte = 0;
-    uint32_t count = 7;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(kivCS2Socket_receive(connection.client.get(), &byte, 1, false, &count), kOK);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Interrupt, recv with 0 bytes\n");
-    EXPECT_EQ(count, 0u);
+    const std::string interrupted = "Interrupt, recv with 0 bytes\n";
+    for (const bool clear : {true, false})
+    {
+        char byte = 0x04; // what an earlier receive left
+        uint32_t count = 7;
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(kivCS2Socket_receive(connection.client.get(), &byte, 1, clear, &count),
+                  clear ? kOK : kClosed);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), interrupted + (clear ? "" : "EOT!: 4 4\n"));
+        EXPECT_EQ(count, 0u);
+        EXPECT_EQ(connection.client->m_errno, uint32_t{EINTR});
+    }
     KIVCS2Socket *none = nullptr;
     EXPECT_EQ(kivCS2Socket_accept(connection.server.get(), 60000, &none), kSocketError);
     EXPECT_EQ(connection.server->m_errno, uint32_t{EINTR});
