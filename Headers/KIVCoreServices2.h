@@ -45,6 +45,9 @@
 #include "KIVCS2VideoFormat.h"
 
 #include "KIVCS2Interpolate.h"
+#include "KIVCS2AudioFormat.h"
+#include "KIVCS2PCMAudioConverter.h"
+
 #include "KIVCS2Timecode.h"
 
 #include "KIVCS2ClosedCaptions.h"

@@ -1,0 +1,113 @@
+/**
+ * @file
+ * Audio formats: an encoding, a sample rate and the layout of samples packed into one 32-bit code, and the
+ * weave of audio samples over video frames.
+ *
+ * A host stores the code in 32 bits and takes it apart with kivCS2AudioFormat_getDescription(). The values 0
+ * and 1 of data type, data stream, endian and alignment mean what the host says. Nothing is kept between
+ * calls, and every operation may be called from any thread. An operation that fails leaves its outputs alone.
+ */
+#ifndef KIVCS2_AUDIO_FORMAT_H
+#define KIVCS2_AUDIO_FORMAT_H
+
+#include "KIVCS2Base.h"
+#include "KIVCS2VideoFormat.h"
+
+KIVCS2_BEGIN_DECLS
+
+/** How samples are encoded. */
+typedef uint32_t KIVCS2AFEncoding;
+enum
+{
+    KIVCS2AFEncoding_LPCM = 0, /**< 'lpcm', linear PCM */
+    KIVCS2AFEncoding_AAC = 1,  /**< 'aac ', MPEG-4 AAC */
+    KIVCS2AFEncoding_MAX = 2   /**< the count; not an encoding */
+};
+
+/** Samples a second. */
+typedef uint32_t KIVCS2AFSampleRate;
+enum
+{
+    KIVCS2AFSampleRate_44100 = 0,
+    KIVCS2AFSampleRate_48000 = 1,
+    KIVCS2AFSampleRate_MAX = 2 /**< the count; not a rate */
+};
+
+/** Limits of the other fields; a value is below its limit, a count may be it. */
+enum
+{
+    KIVCS2AFDataType_MAX = 2,
+    KIVCS2AFDataStream_MAX = 2,
+    KIVCS2AFChannels_MAX = 16, /**< the largest count */
+    KIVCS2AFEndian_MAX = 2,
+    KIVCS2AFAlignment_MAX = 2,
+    KIVCS2AFBytesPerSample_MAX = 8,    /**< the largest count; builds with assertions stop at it */
+    KIVCS2AFBytesUsedPerSample_MAX = 8 /**< the largest count; builds with assertions stop at it */
+};
+
+/**
+ * A format code. From the top: always 0 (4 bits), encoding (4), sample rate (4), data type (4), data stream
+ * (4), channels - 1 (4), endian (1), alignment (1), bytes a sample - 1 (3), bytes used of a sample - 1 (3).
+ */
+typedef uint32_t KIVCS2AudioFormat;
+
+/** A format code, taken apart. */
+typedef struct KIVCS2AudioFormatDescription
+{
+    uint32_t m_encoding;   /**< four-character code: 'lpcm' or 'aac ' */
+    uint32_t m_sampleRate; /**< hertz */
+    uint32_t m_dataType;
+    uint32_t m_dataStream;
+    uint32_t m_endian;
+    uint32_t m_alignment;
+    uint32_t m_channels;           /**< 1 to 16 */
+    uint32_t m_bytesPerSample;     /**< 1 to 8 */
+    uint32_t m_bytesUsedPerSample; /**< 1 to 8; nothing relates it to m_bytesPerSample */
+} KIVCS2AudioFormatDescription;
+
+/**
+ * Packs a format code.
+ * @param[in] encoding            KIVCS2AFEncoding, 0 or 1
+ * @param[in] sampleRate          KIVCS2AFSampleRate, 0 or 1
+ * @param[in] channels            1 to 16
+ * @param[in] bytesPerSample      1 to 8; 8 stops a build with assertions
+ * @param[in] bytesUsedPerSample  1 to 8; 8 stops a build with assertions
+ * @retval KIVCS2STATUS_PARAM_ERR  `format` is null or a value is out of range; `format` is untouched
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2AudioFormat_getFormat(uint32_t encoding, uint32_t sampleRate, uint32_t dataType,
+                                                    uint32_t dataStream, uint32_t endian, uint32_t alignment,
+                                                    uint32_t channels, uint32_t bytesPerSample,
+                                                    uint32_t bytesUsedPerSample, KIVCS2AudioFormat *format);
+
+/**
+ * Takes a format code of kivCS2AudioFormat_getFormat() apart. Any other code is taken apart as well, unchecked;
+ * the encoding and the rate of a field without a meaning are 0.
+ * @retval KIVCS2STATUS_PARAM_ERR  `description` is null
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2AudioFormat_getDescription(KIVCS2AudioFormat format,
+                                                         KIVCS2AudioFormatDescription *description);
+
+/**
+ * How many samples of each channel belong to the frames of a cycle, after which the weave repeats: 1602, 1602,
+ * 1602, 1601, 1601 at 48000 Hz and 29.97 frames a second. The larger counts come first. The cycle is the
+ * first number of frames whose samples are whole to 0.001, and its counts may miss their sum by one.
+ * @param[in]     sampleRate          hertz
+ * @param[in,out] weaveSize           entries that `weave` has; then the frames of the cycle
+ * @param[out]    weave               one count a frame, or null
+ * @param[out]    maxSamplesPerFrame  the larger count, or null
+ * @retval KIVCS2STATUS_PARAM_ERR        `weaveSize` is null
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR   the frame rate is 8 or more
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `weave` is too short; the outputs are untouched: ask with a null `weave`
+ * Thread safety: any thread.
+ */
+KIVCS2_API KIVCS2Status kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate frameRate,
+                                                                            uint32_t sampleRate,
+                                                                            uint32_t *weaveSize,
+                                                                            uint32_t *weave,
+                                                                            uint32_t *maxSamplesPerFrame);
+
+KIVCS2_END_DECLS
+
+#endif

@@ -1,0 +1,57 @@
+/**
+ * @file
+ * How a stream of audio is stored.
+ */
+#ifndef KIV_CORE_AUDIO_TYPES_H
+#define KIV_CORE_AUDIO_TYPES_H
+
+#include <CoreFoundation/CFBase.h>
+
+CF_EXTERN_C_BEGIN
+
+/** A four-character code. */
+typedef UInt32 AudioFormatID;
+enum
+{
+    kAudioFormatLinearPCM = 0x6C70636D, /**< 'lpcm' */
+    kAudioFormatMPEG4AAC = 0x61616320   /**< 'aac ' */
+};
+
+typedef UInt32 AudioFormatFlags;
+enum
+{
+    kAudioFormatFlagIsFloat = 0x01,          /**< else integers */
+    kAudioFormatFlagIsBigEndian = 0x02,      /**< else little endian */
+    kAudioFormatFlagIsSignedInteger = 0x04,  /**< else unsigned; of integers only */
+    kAudioFormatFlagIsPacked = 0x08,         /**< the bits fill the bytes of a sample */
+    kAudioFormatFlagIsAlignedHigh = 0x10,    /**< not packed: the bits are the upper ones, else the lower */
+    kAudioFormatFlagIsNonInterleaved = 0x20, /**< a plane a channel; sizes are those of one plane */
+    kAudioFormatFlagIsNonMixable = 0x40,     /**< of hardware; without meaning here */
+
+    kLinearPCMFormatFlagsSampleFractionShift = 7,
+    kLinearPCMFormatFlagsSampleFractionMask = 0x3F << 7 /**< fraction bits of fixed-point samples */
+};
+
+/** Linear PCM has one frame, a sample of every channel, in a packet. */
+typedef struct AudioStreamBasicDescription
+{
+    Float64 mSampleRate; /**< frames a second */
+    AudioFormatID mFormatID;
+    AudioFormatFlags mFormatFlags;
+    UInt32 mBytesPerPacket;
+    UInt32 mFramesPerPacket;
+    UInt32 mBytesPerFrame; /**< of all channels, of one where they are not interleaved */
+    UInt32 mChannelsPerFrame;
+    UInt32 mBitsPerChannel; /**< bits of a sample that count */
+    UInt32 mReserved;       /**< 0 */
+} AudioStreamBasicDescription;
+
+enum
+{
+    kAudio_ParamError = -50, /**< an argument is missing */
+    kAudio_MemFullError = -108
+};
+
+CF_EXTERN_C_END
+
+#endif

@@ -1,0 +1,158 @@
+// Integer PCM samples: the plain loops, and the vector kernels over PCM_Lanes.h.
+#include "AudioToolbox/PCM.h"
+
+#include <algorithm>
+#include <cstring>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace
+{
+using kiv::audio::Conversion;
+using kiv::audio::kZeroByte;
+using kiv::audio::SampleLayout;
+
+// ---- One sample ----
+
+constexpr uint32_t upperBits(uint32_t bits)
+{
+    return ~uint32_t{0} << (32 - bits);
+}
+
+constexpr bool isHigh(const SampleLayout &layout)
+{
+    return layout.isAlignedHigh || layout.bits == 8 * layout.bytes;
+}
+
+// Where the byte with the weight 256^index lies.
+constexpr uint32_t placeOf(const SampleLayout &layout, uint32_t index)
+{
+    return layout.isBigEndian ? layout.bytes - 1 - index : index;
+}
+
+// The bits of a sample, moved to the top of a word with zeros below.
+uint32_t load(const SampleLayout &layout, const uint8_t *sample) noexcept
+{
+    uint32_t value = 0;
+    for (uint32_t index = 0; index < layout.bytes; ++index)
+        value |= static_cast<uint32_t>(sample[placeOf(layout, index)]) << 8 * index;
+    return value << (isHigh(layout) ? 32 - 8 * layout.bytes : 32 - layout.bits) & upperBits(layout.bits);
+}
+
+void store(const SampleLayout &layout, uint32_t value, uint8_t *sample) noexcept
+{
+    value &= upperBits(layout.bits);
+    if (isHigh(layout))
+        value >>= 32 - 8 * layout.bytes;
+    else if (layout.isSigned)
+        value = static_cast<uint32_t>(static_cast<int32_t>(value) >> (32 - layout.bits));
+    else
+        value >>= 32 - layout.bits;
+    for (uint32_t index = 0; index < layout.bytes; ++index)
+        sample[placeOf(layout, index)] = static_cast<uint8_t>(value >> 8 * index);
+}
+
+// The weight, as an index, of the least significant whole byte of the bits.
+constexpr uint32_t lowestByte(const SampleLayout &layout)
+{
+    return isHigh(layout) ? layout.bytes - layout.bits / 8 : 0;
+}
+
+// ---- Plain loops ----
+
+void computeStrided(const Conversion &conversion, const uint8_t *in, size_t inStride, uint8_t *out,
+                    size_t outStride, size_t samples) noexcept
+{
+    const uint32_t flip = conversion.in.isSigned != conversion.out.isSigned ? 0x80000000u : 0;
+    for (size_t index = 0; index < samples; ++index)
+        store(conversion.out, load(conversion.in, in + index * inStride) ^ flip, out + index * outStride);
+}
+
+template <size_t In, size_t Out>
+void moveStrided(const Conversion &conversion, const uint8_t *in, size_t inStride, uint8_t *out,
+                 size_t outStride, size_t samples) noexcept
+{
+    uint8_t sample[In + 1] = {}; // and the zero byte
+    uint8_t source[Out];
+    uint8_t flip[Out];
+    for (size_t byte = 0; byte < Out; ++byte)
+    {
+        source[byte] = conversion.source[byte] == kZeroByte ? In : conversion.source[byte];
+        flip[byte] = conversion.flip[byte];
+    }
+    for (size_t index = 0; index < samples; ++index)
+    {
+        std::memcpy(sample, in + index * inStride, In);
+        for (size_t byte = 0; byte < Out; ++byte)
+            out[index * outStride + byte] = sample[source[byte]] ^ flip[byte];
+    }
+}
+
+using Strided = void (*)(const Conversion &, const uint8_t *, size_t, uint8_t *, size_t, size_t) noexcept;
+
+// By bytes of a sample in, then out, each less one.
+constexpr Strided kMoveStrided[4][4] = {
+    {moveStrided<1, 1>, moveStrided<1, 2>, moveStrided<1, 3>, moveStrided<1, 4>},
+    {moveStrided<2, 1>, moveStrided<2, 2>, moveStrided<2, 3>, moveStrided<2, 4>},
+    {moveStrided<3, 1>, moveStrided<3, 2>, moveStrided<3, 3>, moveStrided<3, 4>},
+    {moveStrided<4, 1>, moveStrided<4, 2>, moveStrided<4, 3>, moveStrided<4, 4>},
+};
+
+void convertPortable(const Conversion &conversion, const uint8_t *in, uint8_t *out, size_t samples) noexcept
+{
+    kiv::audio::convertStrided(conversion, in, conversion.in.bytes, out, conversion.out.bytes, samples);
+}
+
+void splitPortable(const Conversion &conversion, size_t channels, const uint8_t *in, uint8_t *out,
+                   size_t planeBytes, size_t frames) noexcept
+{
+    constexpr size_t kFrames = 64; // their bytes stay in the first-level cache from channel to channel
+    const size_t frame = channels * conversion.in.bytes;
+    for (size_t first = 0; first < frames; first += kFrames)
+        for (size_t channel = 0; channel < channels; ++channel)
+            kiv::audio::convertStrided(conversion, in + first * frame + channel * conversion.in.bytes, frame,
+                                       out + channel * planeBytes + first * conversion.out.bytes,
+                                       conversion.out.bytes, std::min(kFrames, frames - first));
+}
+
+constexpr kiv::audio::Kernels kPortable = {convertPortable, splitPortable};
+} // namespace
+
+Conversion kiv::audio::makeConversion(const SampleLayout &in, const SampleLayout &out) noexcept
+{
+    Conversion conversion{in, out, false, {}, {}};
+    const bool areWhole = in.bits % 8 == 0 && out.bits % 8 == 0;
+    conversion.isMove = areWhole && (isHigh(out) || !out.isSigned);
+    if (!conversion.isMove)
+        return conversion;
+
+    // Bytes of the bits are numbered from the top.
+    const uint32_t inTop = lowestByte(in) + in.bits / 8 - 1;
+    const uint32_t outTop = lowestByte(out) + out.bits / 8 - 1;
+    conversion.source.fill(kZeroByte);
+    for (uint32_t byte = 0; byte < std::min(in.bits, out.bits) / 8; ++byte)
+        conversion.source[placeOf(out, outTop - byte)] = static_cast<uint8_t>(placeOf(in, inTop - byte));
+    if (in.isSigned != out.isSigned)
+        conversion.flip[placeOf(out, outTop)] = 0x80;
+    return conversion;
+}
+
+void kiv::audio::convertStrided(const Conversion &conversion, const uint8_t *in, size_t inStride,
+                                uint8_t *out, size_t outStride, size_t samples) noexcept
+{
+    const Strided convert =
+        conversion.isMove ? kMoveStrided[conversion.in.bytes - 1][conversion.out.bytes - 1] : computeStrided;
+    convert(conversion, in, inStride, out, outStride, samples);
+}
+
+kiv::audio::KernelKind kiv::audio::kernelKind() noexcept
+{
+    return KernelKind::portable;
+}
+
+const kiv::audio::Kernels &kiv::audio::kernelsOf(KernelKind) noexcept
+{
+    return kPortable;
+}

@@ -1,0 +1,68 @@
+// Integer PCM samples: what becomes of each, over runs of them and over frames that are split.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace kiv::audio
+{
+// How one sample is stored.
+struct SampleLayout
+{
+    uint32_t bytes = 0; // 1 to 4
+    uint32_t bits = 0;  // 1 to 8 * bytes
+    bool isBigEndian = false;
+    bool isSigned = false;
+    bool isAlignedHigh = false; // where the bits do not fill the bytes
+};
+
+// In Conversion::source: the byte is zero. As the shuffles of the vector units have it.
+constexpr uint8_t kZeroByte = 0x80;
+
+// What becomes of a sample.
+struct Conversion
+{
+    SampleLayout in;
+    SampleLayout out;
+    // Byte `index` of the output is byte source[index] of the input with the bits of flip[index] turned. Where
+    // that does not say it all (bits that do not fill bytes, a sign that is carried into spare bytes), isMove
+    // is false.
+    bool isMove = false;
+    std::array<uint8_t, 4> source{};
+    std::array<uint8_t, 4> flip{};
+};
+
+[[nodiscard]] Conversion makeConversion(const SampleLayout &in, const SampleLayout &out) noexcept;
+
+// `samples` samples, `inStride` and `outStride` bytes apart. Touches no byte between them.
+void convertStrided(const Conversion &conversion, const uint8_t *in, size_t inStride, uint8_t *out,
+                    size_t outStride, size_t samples) noexcept;
+
+// Samples behind each other.
+using Convert = void (*)(const Conversion &conversion, const uint8_t *in, uint8_t *out,
+                         size_t samples) noexcept;
+
+// Interleaved frames into planes, which start `planeBytes` apart.
+using Split = void (*)(const Conversion &conversion, size_t channels, const uint8_t *in, uint8_t *out,
+                       size_t planeBytes, size_t frames) noexcept;
+
+struct Kernels
+{
+    Convert convert;
+    Split split;
+};
+
+// The implementations, slowest first. Only those that the machine offers may be called.
+enum class KernelKind
+{
+    portable, // no intrinsics
+    ssse3,
+    avx2,
+    avx512, // F, BW and VBMI
+};
+
+// The best kind of this machine, read once.
+[[nodiscard]] KernelKind kernelKind() noexcept;
+[[nodiscard]] const Kernels &kernelsOf(KernelKind kind) noexcept;
+} // namespace kiv::audio

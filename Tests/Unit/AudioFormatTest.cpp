@@ -1,0 +1,250 @@
+// Audio format codes and the weave of samples over video frames.
+#include "ArgumentCheck.h"
+
+#include <KIVCoreServices2/KIVCS2AudioFormat.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+#include <vector>
+
+namespace
+{
+static_assert(sizeof(KIVCS2AudioFormatDescription) == 36);
+static_assert(offsetof(KIVCS2AudioFormatDescription, m_alignment) == 20);
+static_assert(offsetof(KIVCS2AudioFormatDescription, m_bytesUsedPerSample) == 32);
+
+constexpr uint32_t kLPCM = 0x6C70636D;
+constexpr uint32_t kAAC = 0x61616320;
+
+TEST(AudioFormat, CodesAndTheirDescriptions)
+{
+    const struct
+    {
+        uint32_t fields[9]; // in the order of the arguments
+        KIVCS2AudioFormat code;
+        uint32_t encoding, sampleRate;
+    } cases[] = {
+        {{0, 1, 0, 0, 0, 0, 2, 4, 3}, 0x0010011a, kLPCM, 48000},
+        {{0, 0, 0, 0, 0, 0, 1, 1, 1}, 0x00000000, kLPCM, 44100},
+        {{1, 1, 1, 1, 1, 1, 16, 7, 7}, 0x01111ff6, kAAC, 48000},
+        {{1, 0, 0, 0, 1, 0, 16, 1, 7}, 0x01000f86, kAAC, 44100}, // more bytes used than there are
+        {{0, 0, 1, 0, 0, 1, 8, 2, 2}, 0x00010749, kLPCM, 44100},
+        {{0, 0, 0, 1, 0, 0, 6, 3, 3}, 0x00001512, kLPCM, 44100},
+    };
+    for (const auto &[fields, code, encoding, sampleRate] : cases)
+    {
+        KIVCS2AudioFormat format = ~code;
+        ASSERT_EQ(kivCS2AudioFormat_getFormat(fields[0], fields[1], fields[2], fields[3], fields[4],
+                                              fields[5], fields[6], fields[7], fields[8], &format),
+                  KIVCS2STATUS_OK);
+        EXPECT_EQ(format, code);
+        KIVCS2AudioFormatDescription description{};
+        ASSERT_EQ(kivCS2AudioFormat_getDescription(code, &description), KIVCS2STATUS_OK);
+        EXPECT_EQ(description.m_encoding, encoding);
+        EXPECT_EQ(description.m_sampleRate, sampleRate);
+        EXPECT_EQ(description.m_dataType, fields[2]);
+        EXPECT_EQ(description.m_dataStream, fields[3]);
+        EXPECT_EQ(description.m_endian, fields[4]);
+        EXPECT_EQ(description.m_alignment, fields[5]);
+        EXPECT_EQ(description.m_channels, fields[6]);
+        EXPECT_EQ(description.m_bytesPerSample, fields[7]);
+        EXPECT_EQ(description.m_bytesUsedPerSample, fields[8]);
+    }
+}
+
+TEST(AudioFormat, CodesOfOtherOriginAreTakenApartUnchecked)
+{
+    KIVCS2AudioFormatDescription description{};
+    ASSERT_EQ(kivCS2AudioFormat_getDescription(UINT32_MAX, &description), KIVCS2STATUS_OK);
+    EXPECT_EQ(description.m_encoding, 0u);
+    EXPECT_EQ(description.m_sampleRate, 0u);
+    EXPECT_EQ(description.m_dataType, 15u);
+    EXPECT_EQ(description.m_endian, 1u);
+    EXPECT_EQ(description.m_channels, 16u);
+    EXPECT_EQ(description.m_bytesUsedPerSample, 8u);
+}
+
+TEST(AudioFormat, RefusesWhatIsOutOfRange)
+{
+    KIVCS2AudioFormat format = 7;
+    uint32_t size = 0;
+#define KIV_FORMAT(text, ...)                                                                                \
+    KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2AudioFormat_getFormat, text, __VA_ARGS__)
+    kiv::test::expectAllRefused({
+        KIV_FORMAT("encoding < KIVCS2AFEncoding_MAX", 2, 0, 0, 0, 0, 0, 1, 1, 1, &format),
+        KIV_FORMAT("sampleRate < KIVCS2AFSampleRate_MAX", 0, 2, 0, 0, 0, 0, 1, 1, 1, &format),
+        KIV_FORMAT("dataType < KIVCS2AFDataType_MAX", 0, 0, 2, 0, 0, 0, 1, 1, 1, &format),
+        KIV_FORMAT("dataStream < KIVCS2AFDataStream_MAX", 0, 0, 0, 2, 0, 0, 1, 1, 1, &format),
+        KIV_FORMAT("endian < KIVCS2AFEndian_MAX", 0, 0, 0, 0, 2, 0, 1, 1, 1, &format),
+        KIV_FORMAT("alignment < KIVCS2AFAlignment_MAX", 0, 0, 0, 0, 0, 2, 1, 1, 1, &format),
+        KIV_FORMAT("(channels > 0) && (channels <= KIVCS2AFChannels_MAX)", 0, 0, 0, 0, 0, 0, 0, 1, 1,
+                   &format),
+        KIV_FORMAT("(channels > 0) && (channels <= KIVCS2AFChannels_MAX)", 0, 0, 0, 0, 0, 0, 17, 1, 1,
+                   &format),
+        KIV_FORMAT("(bytesPerSample > 0) && (bytesPerSample < KIVCS2AFBytesPerSample_MAX)", 0, 0, 0, 0, 0, 0,
+                   1, 0, 1, &format),
+        KIV_FORMAT("(bytesPerSample > 0) && (bytesPerSample < KIVCS2AFBytesPerSample_MAX)", 0, 0, 0, 0, 0, 0,
+                   1, 9, 1, &format),
+        KIV_FORMAT("(bytesUsedPerSample > 0) && (bytesUsedPerSample < KIVCS2AFBytesUsedPerSample_MAX)", 0, 0,
+                   0, 0, 0, 0, 1, 1, 0, &format),
+        KIV_FORMAT("(bytesUsedPerSample > 0) && (bytesUsedPerSample < KIVCS2AFBytesUsedPerSample_MAX)", 0, 0,
+                   0, 0, 0, 0, 1, 1, 9, &format),
+        KIV_FORMAT("format", 0, 0, 0, 0, 0, 0, 1, 1, 1, nullptr),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2AudioFormat_getDescription, "description", 0, nullptr),
+        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames, "weaveSize",
+                    2, 48000, nullptr, &size, &size),
+    });
+#undef KIV_FORMAT
+    EXPECT_EQ(format, 7u);
+}
+
+// Eight bytes of a sample stop a build with assertions and pass in one without.
+TEST(AudioFormat, EightBytesFailTheAssertionAlone)
+{
+    const auto pack = [](uint32_t bytes, uint32_t bytesUsed)
+    {
+        KIVCS2AudioFormat format = 0;
+        EXPECT_EQ(kivCS2AudioFormat_getFormat(0, 0, 0, 0, 0, 0, 1, bytes, bytesUsed, &format),
+                  KIVCS2STATUS_OK);
+        return format;
+    };
+#ifdef NDEBUG
+    EXPECT_EQ(pack(8, 1), 0x38u);
+    EXPECT_EQ(pack(1, 8), 0x07u);
+#else
+    EXPECT_DEATH(pack(8, 1), "bytesPerSample < KIVCS2AFBytesPerSample_MAX");
+    EXPECT_DEATH(pack(1, 8), "bytesUsedPerSample < KIVCS2AFBytesUsedPerSample_MAX");
+#endif
+}
+
+// ---- Weave ----
+
+std::vector<uint32_t> weaveOf(KIVCS2FrameRate frameRate, uint32_t sampleRate)
+{
+    uint32_t size = 0;
+    uint32_t longest = 0;
+    EXPECT_EQ(
+        kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(frameRate, sampleRate, &size, nullptr, &longest),
+        KIVCS2STATUS_OK);
+    std::vector<uint32_t> weave(size);
+    EXPECT_EQ(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(frameRate, sampleRate, &size, weave.data(),
+                                                                  nullptr),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(size, weave.size());
+    EXPECT_EQ(weave.front(), longest);
+    EXPECT_TRUE(std::is_sorted(weave.rbegin(), weave.rend()));
+    return weave;
+}
+
+// Frames a second, exactly.
+constexpr struct
+{
+    uint64_t numerator, denominator;
+} kFrameRates[KIVCS2FrameRate_MAX] = {{24000, 1001}, {24, 1}, {25, 1},       {30000, 1001},
+                                      {30, 1},       {50, 1}, {60000, 1001}, {60, 1}};
+
+TEST(AudioWeave, OfTheCommonRatesAddsUpOverADay)
+{
+    const std::vector<uint32_t> expected[KIVCS2FrameRate_MAX][2] = {
+        {{2002}, {4004}},
+        {{2000}, {4000}},
+        {{1920}, {3840}},
+        {{1602, 1602, 1602, 1601, 1601}, {3204, 3203, 3203, 3203, 3203}},
+        {{1600}, {3200}},
+        {{960}, {1920}},
+        {{801, 801, 801, 801, 800}, {1602, 1602, 1602, 1601, 1601}},
+        {{800}, {1600}},
+    };
+    for (KIVCS2FrameRate rate = 0; rate < KIVCS2FrameRate_MAX; ++rate)
+        for (const uint64_t multiple : {1, 2})
+        {
+            const uint64_t sampleRate = 48000 * multiple;
+            const std::vector<uint32_t> weave = weaveOf(rate, static_cast<uint32_t>(sampleRate));
+            EXPECT_EQ(weave, expected[rate][multiple - 1]) << rate << " at " << sampleRate;
+
+            // The frames of 86400 nominal seconds, at the fractional rates about 86486 s, are whole cycles: frame by
+            // frame no more than the counts ahead of the exact time, and in the end none.
+            const auto [numerator, denominator] = kFrameRates[rate];
+            const uint64_t frames = 86400 * ((numerator + denominator - 1) / denominator);
+            uint64_t samples = 0;
+            for (uint64_t frame = 0; frame < frames; ++frame)
+            {
+                const uint64_t exact = sampleRate * denominator * frame; // in units of 1 / numerator
+                ASSERT_GE(samples * numerator, exact) << rate << " frame " << frame;
+                ASSERT_LT(samples * numerator, exact + 2 * numerator) << rate << " frame " << frame;
+                samples += weave[frame % weave.size()];
+            }
+            EXPECT_EQ(samples * numerator, sampleRate * denominator * frames) << rate;
+        }
+}
+
+TEST(AudioWeave, OfCDRatesMayMissASample)
+{
+    const struct
+    {
+        KIVCS2FrameRate rate;
+        uint32_t sampleRate;
+        size_t frames, larger;
+        uint32_t high, low;
+        uint64_t sum;
+    } cases[] = {
+        {KIVCS2FrameRate_29_97, 44100, 100, 47, 1472, 1471, 147147},
+        {KIVCS2FrameRate_23_98, 44100, 80, 26, 1840, 1839, 147146}, // exactly 147147
+        {KIVCS2FrameRate_24, 44100, 2, 1, 1838, 1837, 3675},
+        {KIVCS2FrameRate_60, 44100, 1, 0, 735, 735, 735},
+        {KIVCS2FrameRate_25, 0, 1, 0, 0, 0, 0},
+        {KIVCS2FrameRate_24, 1, 24, 1, 1, 0, 1},
+    };
+    for (const auto &row : cases)
+    {
+        const std::vector<uint32_t> weave = weaveOf(row.rate, row.sampleRate);
+        EXPECT_EQ(weave.size(), row.frames);
+        EXPECT_EQ(weave.front(), row.high);
+        EXPECT_EQ(weave.back(), row.low);
+        if (row.high != row.low)
+        {
+            EXPECT_EQ(std::count(weave.begin(), weave.end(), row.high), static_cast<ptrdiff_t>(row.larger));
+        }
+        EXPECT_EQ(std::accumulate(weave.begin(), weave.end(), uint64_t{0}), row.sum);
+    }
+}
+
+TEST(AudioWeave, EndsForEverySampleRate)
+{
+    for (KIVCS2FrameRate rate = 0; rate < KIVCS2FrameRate_MAX; ++rate)
+        for (const uint32_t sampleRate : {1u, 7u, 999u, 8000u, 22050u, 44056u, 47952u, 176400u, 16777213u,
+                                          2147483647u, 4294967291u, UINT32_MAX})
+        {
+            uint32_t size = 0;
+            EXPECT_EQ(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(rate, sampleRate, &size, nullptr,
+                                                                          nullptr),
+                      KIVCS2STATUS_OK);
+            EXPECT_GE(size, 1u);
+            EXPECT_LE(size, 60000u) << rate << " at " << sampleRate; // the exact cycle is no longer
+        }
+}
+
+TEST(AudioWeave, LeavesItsOutputsAloneOnFailure)
+{
+    uint32_t weave[5] = {7, 7, 7, 7, 7};
+    uint32_t size = 4;
+    uint32_t longest = 7;
+    EXPECT_EQ(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate_29_97, 48000, &size, weave,
+                                                                  &longest),
+              KIVCS2STATUS_BUFFER_SIZE_ERR);
+    EXPECT_EQ(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate_MAX, 48000, &size, weave,
+                                                                  &longest),
+              KIVCS2STATUS_FRAME_RATE_ERR);
+    EXPECT_EQ(size, 4u);
+    EXPECT_EQ(weave[0], 7u);
+    EXPECT_EQ(longest, 7u);
+    size = 5;
+    EXPECT_EQ(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate_29_97, 48000, &size, weave,
+                                                                  &longest),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(weave[4], 1601u);
+    EXPECT_EQ(longest, 1602u);
+}
+} // namespace
