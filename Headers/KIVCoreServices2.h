@@ -44,8 +44,8 @@
 #include "KIVCS2PixelBuffer.h"
 #include "KIVCS2VideoFormat.h"
 
-#include "KIVCS2Interpolate.h"
 #include "KIVCS2AudioFormat.h"
+#include "KIVCS2Interpolate.h"
 #include "KIVCS2PCMAudioConverter.h"
 
 #include "KIVCS2Timecode.h"
