@@ -192,7 +192,7 @@ KIVCS2Status kivCS2PixelBuffer_scale(CVPixelBufferRef pixelBufferIn, CVPixelBuff
         const LockedRows to{scaled.get()};
         uint64_t y = 0;
         for (size_t row = 0; row < scaleHeight; ++row, y += yStep)
-            sampleRow(from.row(y >> 16), sourceWidth, to.row(row), scaleWidth, xStep);
+            sampleRow(from.row(y >> 16), sourceWidth, to.row(row), scaleWidth, 0, xStep);
     }
     *pixelBufferOut = scaled.release();
     return KIVCS2STATUS_OK;

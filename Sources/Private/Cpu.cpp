@@ -14,7 +14,8 @@ kiv::CpuLevel detect() noexcept
         return kiv::CpuLevel::sse42;
     if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq") &&
-        __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("vpclmulqdq"))
+        __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vnni") &&
+        __builtin_cpu_supports("vpclmulqdq"))
         return kiv::CpuLevel::avx512;
     return kiv::CpuLevel::avx2;
 #else

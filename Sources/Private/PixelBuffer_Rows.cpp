@@ -2,8 +2,8 @@
 #include "Private/PixelBuffer_Rows.h"
 
 #include "Private/PixelBuffer_Colour.h"
+#include "Private/PixelBuffer_Vectors.h"
 
-#include <array>
 #include <cstring>
 #include <utility>
 
@@ -52,7 +52,18 @@ void convertRow(const uint8_t *from, uint8_t *to, size_t width) noexcept
         std::swap(to[width * 4], to[width * 4 + 2]);
 }
 
-void v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noexcept
+constexpr kiv::PixelRows kPortable{
+    .toBGRA601 = convertRow<kiv::kMatrix601, Order::bgra>,
+    .toBGRA709 = convertRow<kiv::kMatrix709, Order::bgra>,
+    .toRGBA601 = convertRow<kiv::kMatrix601, Order::rgba>,
+    .v210To2vuy = kiv::plain::v210To2vuy,
+    .sample32 = kiv::plain::sample32,
+    .sample2vuyTo24 = kiv::plain::sample2vuyTo24,
+    .fill = kiv::plain::fill,
+};
+} // namespace
+
+void kiv::plain::v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noexcept
 {
     const size_t components = (width + 1) / 2 * 4;
     for (size_t component = 0; component < components; from += 4)
@@ -64,27 +75,27 @@ void v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noexcept
     }
 }
 
-void sample32(const uint8_t *from, size_t, uint8_t *to, size_t count, uint64_t step) noexcept
+void kiv::plain::sample32(const uint8_t *from, size_t, uint8_t *to, size_t count, uint64_t position,
+                          uint64_t step) noexcept
 {
-    uint64_t position = 0;
     for (size_t x = 0; x < count; ++x, position += step)
         std::memcpy(to + x * 4, from + (position >> 16) * 4, 4);
 }
 
-void sample2vuyTo24(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t step) noexcept
+void kiv::plain::sample2vuyTo24(const uint8_t *from, size_t width, uint8_t *to, size_t count,
+                                uint64_t position, uint64_t step) noexcept
 {
-    uint64_t position = 0;
     for (size_t x = 0; x < count; ++x, position += step, to += 3)
     {
         uint8_t pixel[4];
-        kiv::ConvertPixeltoRGB(from, pixel, position >> 16, width, true);
+        ConvertPixeltoRGB(from, pixel, position >> 16, width, true);
         to[0] = pixel[2];
         to[1] = pixel[1];
         to[2] = pixel[0];
     }
 }
 
-void fill(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept
+void kiv::plain::fill(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept
 {
     size_t at = 0;
     for (; at + sizeof pattern <= size; at += sizeof pattern)
@@ -92,17 +103,21 @@ void fill(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept
     std::memcpy(to + at, pattern, size - at);
 }
 
-constexpr kiv::PixelRows kPortable{convertRow<kiv::kMatrix601, Order::bgra>,
-                                   convertRow<kiv::kMatrix709, Order::bgra>,
-                                   convertRow<kiv::kMatrix601, Order::rgba>,
-                                   v210To2vuy,
-                                   sample32,
-                                   sample2vuyTo24,
-                                   fill};
-} // namespace
-
-const kiv::PixelRows &kiv::pixelRows(CpuLevel) noexcept
+const kiv::PixelRows &kiv::pixelRows([[maybe_unused]] CpuLevel level) noexcept
 {
+#if defined(__x86_64__)
+    switch (level)
+    {
+    case CpuLevel::avx512:
+        return kPixelRowsAVX512;
+    case CpuLevel::avx2:
+        return kPixelRowsAVX2;
+    case CpuLevel::sse42:
+        return kPixelRowsSSE42;
+    case CpuLevel::portable:
+        break;
+    }
+#endif
     return kPortable;
 }
 

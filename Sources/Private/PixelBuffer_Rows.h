@@ -11,8 +11,8 @@
 namespace kiv
 {
 using ConvertRow = void (*)(const uint8_t *from, uint8_t *to, size_t width) noexcept;
-// `count` pixels of those at 0, step, 2 * step ... in 65536ths of a pixel; all of them lie in the `width` pixels.
-using SampleRow = void (*)(const uint8_t *from, size_t width, uint8_t *to, size_t count,
+// `count` pixels at `position` and every `step` from there, in 65536ths of a pixel; all lie in the `width` pixels.
+using SampleRow = void (*)(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t position,
                            uint64_t step) noexcept;
 
 struct PixelRows
@@ -27,6 +27,17 @@ struct PixelRows
     // The bytes of the pattern again and again, `size` bytes in all.
     void (*fill)(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept;
 };
+
+// The rows without vectors, which also do what is left at the end of a line.
+namespace plain
+{
+void v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noexcept;
+void sample32(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t position,
+              uint64_t step) noexcept;
+void sample2vuyTo24(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t position,
+                    uint64_t step) noexcept;
+void fill(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept;
+} // namespace plain
 
 // The rows of one level, which the machine must have.
 [[nodiscard]] const PixelRows &pixelRows(CpuLevel level) noexcept;
