@@ -289,6 +289,9 @@ void idle()
 {
     kiv::ChildTable::tick();
     const ServerLock lock;
+    // A host may have its SIGCHLD blocked, or not come to handle it, and never launch again.
+    if (g_CSTaskServer.m_tasks.m_count > 0 && !serverLives())
+        markTasksLost();
     finishLostTasks();
 }
 

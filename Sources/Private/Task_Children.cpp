@@ -11,20 +11,13 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <ctime>
 
 namespace
 {
 // Reports come within microseconds. After two seconds without any, another part of the host has taken the status.
 constexpr uint32_t kIdleSeconds = 2;
 
-// A child as the task server sees it. Its start tells it from a later process of the same id.
-struct Slot
-{
-    int32_t pid;            // 0 for a free one
-    uint64_t startedBefore; // nanoseconds of CLOCK_BOOTTIME
-};
-using Slots = std::array<Slot, 1024>; // more than that at once are not taken along
+using Slots = std::array<kiv::ChildNote, 1024>; // more than that at once are not taken along
 constexpr uint32_t kNoSlot = ~uint32_t{0};
 constexpr uint64_t kStartResolution = 10'000'000; // of the process table, nanoseconds
 
@@ -52,27 +45,14 @@ public:
     Lock &operator=(const Lock &) = delete;
 };
 
-[[nodiscard]] uint64_t nowSinceBoot()
-{
-    timespec now{};
-    clock_gettime(CLOCK_BOOTTIME, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
-}
-
-// The host may die between any two of these stores: the id comes last, and goes first.
-[[nodiscard]] uint32_t takeSlot(pid_t pid)
+// Taken by the child that writes itself down there.
+[[nodiscard]] uint32_t freeSlot()
 {
     if (g_slots == nullptr || getpid() != g_host)
         return kNoSlot;
     for (uint32_t index = 0; index < g_slots->size(); ++index)
-    {
-        Slot &slot = (*g_slots)[index];
-        if (slot.pid != 0)
-            continue;
-        slot.startedBefore = nowSinceBoot();
-        std::atomic_ref{slot.pid}.store(pid);
-        return index;
-    }
+        if (std::atomic_ref{(*g_slots)[index].pid}.load() == 0)
+            return index;
     return kNoSlot;
 }
 
@@ -94,9 +74,15 @@ kiv::Child::~Child()
 bool kiv::Child::start(const ExecPlan &plan, const ChildSetup &setup, int32_t &pid)
 {
     const Lock lock;
-    m_pid = spawn(plan, setup);
+    m_slot = freeSlot();
+    ChildSetup noted = setup;
+    noted.note = m_slot != kNoSlot ? &(*g_slots)[m_slot] : nullptr;
+    noted.parent = g_host;
+    m_pid = spawn(plan, noted);
     if (m_pid < 0)
         return false;
+    if (noted.note != nullptr)
+        noted.note->write(m_pid); // one that was forked may not have come to it, and the slot must be taken
     ChildTable::add(*this);
     std::atomic_ref{pid}.store(m_pid);
     return true;
@@ -123,7 +109,6 @@ bool kiv::Child::wait(int &status)
 
 void kiv::ChildTable::add(Child &child)
 {
-    child.m_slot = takeSlot(child.m_pid);
     child.m_next = g_first;
     g_first = &child;
 }
@@ -181,13 +166,13 @@ bool kiv::ChildTable::signalShared(int signal)
     bool any = false;
     if (g_slots == nullptr)
         return any;
-    for (Slot &slot : *g_slots)
+    for (ChildNote &slot : *g_slots)
         any = any || std::atomic_ref{slot.pid}.load() != 0;
     if (!any)
         return any;
     any = false;
     ProcessTable table;
-    for (Slot &slot : *g_slots)
+    for (ChildNote &slot : *g_slots)
     {
         const pid_t pid = std::atomic_ref{slot.pid}.load();
         const uint64_t start = pid != 0 ? table.startOf(pid) : 0;

@@ -5,10 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <string_view>
 
 namespace
@@ -73,6 +75,13 @@ void resetHandlers()
 
 [[noreturn]] void runChild(const kiv::ExecPlan &plan, const kiv::ChildSetup &setup)
 {
+    if (setup.note != nullptr)
+    {
+        setup.note->write(getpid());
+        // The host may have died before the note was there, and the task server have looked too early.
+        if (getppid() != setup.parent)
+            giveUp();
+    }
     if (setup.announce >= 0)
     {
         const int32_t pid = getpid();
@@ -129,6 +138,15 @@ void resetHandlers()
     return pid;
 }
 } // namespace
+
+void kiv::ChildNote::write(pid_t child)
+{
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    std::atomic_ref{startedBefore}.store(static_cast<uint64_t>(now.tv_sec) * 1000000000u +
+                                         static_cast<uint64_t>(now.tv_nsec));
+    std::atomic_ref{pid}.store(child);
+}
 
 KIVCS2Status kiv::ExecPlan::prepare(const char *command, char *const *argv)
 {

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 
@@ -37,9 +38,23 @@ private:
     char **m_files = nullptr;      // ends with a null
 };
 
+// A child as another process finds it, in memory that both share. Its start tells it from a later process of the same
+// id.
+struct ChildNote
+{
+    int32_t pid;            // 0 for none; comes last, and goes first
+    uint64_t startedBefore; // nanoseconds of CLOCK_BOOTTIME
+
+    // Async-signal-safe. Child and parent may both write it.
+    void write(pid_t child);
+};
+
 // What the child does before it executes; -1 and null leave a thing alone.
 struct ChildSetup
 {
+    ChildNote *note =
+        nullptr; // it writes itself down here before all, and goes no further if `parent` is gone
+    pid_t parent = 0;
     int announce = -1;  // its process id is written here first
     bool piped = false; // the three below become the standard streams
     int standardStreams[3] = {-1, -1, -1};

@@ -63,6 +63,8 @@ int32_t runThroughServer(const std::string &script)
 
 pid_t serverPid()
 {
+    // A server that was started a moment ago still has the host's name.
+    EXPECT_TRUE(holdsWithin(10000, [] { return countOf(kServerName) > 0; }));
     for (const Process &process : processes())
         if (process.name == kServerName)
             return process.pid;

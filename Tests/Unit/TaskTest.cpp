@@ -47,7 +47,8 @@ KIVCS2Task *makeTask(const char *command, std::vector<const char *> arguments)
     return task;
 }
 
-// A shell script as a task, freed at the end unless it has been before.
+// A shell script as a task, freed at the end unless it has been before. One that runs must not be left to that: its
+// callback needs this record.
 struct Shell
 {
     explicit Shell(const std::string &script) : task{makeTask("/bin/sh", {"-c", script.c_str()})} {}
@@ -296,6 +297,7 @@ TEST(TaskPipes, WritingToAChildThatIsGoneRaisesNothing)
     uint32_t count = 9;
     EXPECT_EQ(kivCS2Task_writeInput(shell.task, "x", 1, &count), KIVCS2STATUS_TASK_WRITE_ERR);
     EXPECT_EQ(count, 0u);
+    shell.terminate();
 }
 
 // Beyond the 1024 that fit a descriptor set.
