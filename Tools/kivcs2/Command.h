@@ -20,6 +20,8 @@ void addTimecodeCommand(CLI::App &app, Context &context);
 void addCaptionCommand(CLI::App &app, Context &context);
 void addCDPCommand(CLI::App &app, Context &context);
 void addFormatCommand(CLI::App &app, Context &context);
+void addCodecCommand(CLI::App &app, Context &context);
+void addCurveCommand(CLI::App &app, Context &context);
 void addRateCommand(CLI::App &app, Context &context);
 void addChecksumCommand(CLI::App &app, Context &context);
 void addTextCommand(CLI::App &app, Context &context);

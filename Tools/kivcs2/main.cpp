@@ -42,6 +42,8 @@ int run(int argc, char **argv)
     tool::addCDPCommand(app, context);
     tool::addFormatCommand(app, context);
     tool::addRateCommand(app, context);
+    tool::addCodecCommand(app, context);
+    tool::addCurveCommand(app, context);
     tool::addChecksumCommand(app, context);
     tool::addTextCommand(app, context);
     tool::addJSONCommand(app, context);
