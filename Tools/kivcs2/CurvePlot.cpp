@@ -244,7 +244,7 @@ struct Frame
 void draw(Canvas &canvas, KIVCS2InterpolationFunction index, uint32_t side, size_t x, size_t y)
 {
     const Frame frame{side};
-    const uint32_t scale = frame.scale;
+    const size_t scale = frame.scale;
     const size_t left = x + frame.left;
     const size_t top = y + frame.top;
     const size_t last = side - 1;
@@ -284,8 +284,8 @@ void draw(Canvas &canvas, KIVCS2InterpolationFunction index, uint32_t side, size
         canvas.ink(colour);
     };
     if (index != KIVCS2InterpolationFunction_Linear)
-        line(kCurves[KIVCS2InterpolationFunction_Linear].valueAt, 0.5 * scale, 39, kDiagonal);
-    line(kCurves[index].valueAt, scale, 0, kFamily[cellOf(index).column]);
+        line(kCurves[KIVCS2InterpolationFunction_Linear].valueAt, 0.5 * frame.scale, 39, kDiagonal);
+    line(kCurves[index].valueAt, frame.scale, 0, kFamily[cellOf(index).column]);
 }
 
 } // namespace

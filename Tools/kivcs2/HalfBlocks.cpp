@@ -37,9 +37,9 @@ public:
             for (size_t x = left; x < right; ++x)
             {
                 const uint8_t *pixel = m_picture.at(x, y);
-                const uint32_t alpha = m_picture.channels == 4 ? pixel[3] : 255u;
+                const uint64_t alpha = m_picture.channels == 4 ? pixel[3] : 255u;
                 for (size_t component = 0; component < sums.size(); ++component)
-                    sums[component] += pixel[component] * alpha;
+                    sums[component] += alpha * pixel[component];
             }
         const uint64_t weight = uint64_t{255} * (right - left) * (bottom - top);
         Colour colour{};
