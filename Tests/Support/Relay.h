@@ -1,17 +1,20 @@
-// Relays of a test's own between two sockets: what comes is held, lost, sent in another order, cut off
-// halfway or ended by a reset, when the test says so and never by chance. They run on a thread inside
+// Relays of a test's own between two sockets: what comes is delayed, held, lost, sent in another order, cut
+// off halfway or ended by a reset, when the test says so and never by chance. They run on a thread inside
 // the namespace they are started in.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <deque>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <netinet/in.h>
 #include <poll.h>
@@ -23,7 +26,7 @@
 
 namespace kiv::test
 {
-// One thread that waits for a socket or for the test, which hands it work to do.
+// One thread that waits for a socket, for what is due, or for the test, which hands it work to do.
 class RelayThread
 {
 public:
@@ -70,12 +73,32 @@ protected:
         m_done.wait(lock, [this] { return m_work == nullptr; });
     }
 
+    // From now on what comes goes on so much later.
+    void delay(std::chrono::milliseconds time)
+    {
+        run([this, time] { m_delay = time; });
+    }
+    // On the relay's thread: `work` when the delay of what has come now is over, in the order of coming.
+    void pass(std::function<void()> work)
+    {
+        m_due.emplace(Clock::now() + m_delay, std::move(work));
+    }
+
 private:
+    using Clock = std::chrono::steady_clock;
+
     void turn(const std::array<int, 2> &descriptors, const std::function<void(int)> &ready)
     {
         std::array<pollfd, 3> waits{pollfd{m_wake, POLLIN, 0}, pollfd{descriptors[0], POLLIN, 0},
                                     pollfd{descriptors[1], POLLIN, 0}};
-        EXPECT_GT(poll(waits.data(), waits.size(), -1), 0);
+        int wait = -1;
+        if (!m_due.empty())
+            wait = std::max(0, static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(
+                                                    m_due.begin()->first - Clock::now())
+                                                    .count()));
+        EXPECT_GE(poll(waits.data(), waits.size(), wait), 0);
+        while (!m_due.empty() && m_due.begin()->first <= Clock::now())
+            m_due.extract(m_due.begin()).mapped()();
         for (size_t index = 1; index < waits.size(); ++index)
             if (waits[index].revents != 0)
                 ready(waits[index].fd);
@@ -90,7 +113,9 @@ private:
     }
 
     int m_wake = eventfd(0, EFD_CLOEXEC);
-    bool m_ends = false; // of the relay's thread
+    bool m_ends = false; // of the relay's thread, with the two below
+    std::chrono::milliseconds m_delay{0};
+    std::multimap<Clock::time_point, std::function<void()>> m_due;
     std::mutex m_mutex;
     std::condition_variable m_done;
     const std::function<void()> *m_work = nullptr;
@@ -111,7 +136,9 @@ public:
         close(m_socket);
     }
 
-    // From now on nothing goes on until release(): a delay.
+    using RelayThread::delay;
+
+    // From now on nothing goes on until release().
     void hold()
     {
         run([this] { m_holds = true; });
@@ -129,7 +156,7 @@ public:
             [this, order]
             {
                 for (const size_t index : order)
-                    pass(m_held.at(index));
+                    sendOn(m_held.at(index));
                 m_held.clear();
                 m_heldCount = 0;
                 m_holds = false;
@@ -145,11 +172,11 @@ private:
             return; // an error that an earlier datagram came back with
         datagram.resize(static_cast<size_t>(size));
         if (!m_holds)
-            return pass(datagram);
+            return pass([this, datagram] { sendOn(datagram); });
         m_held.push_back(std::move(datagram));
         ++m_heldCount;
     }
-    void pass(const std::string &datagram)
+    void sendOn(const std::string &datagram)
     {
         (void)sendto(m_socket, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr *>(&m_to),
                      sizeof m_to);
@@ -173,9 +200,9 @@ public:
             [this]
             {
                 return m_near < 0 ? std::array{m_listener, -1}
-                                  : std::array{m_holds ? -1 : m_near, m_farEnded ? -1 : m_far};
+                                  : std::array{m_nearEnded ? -1 : m_near, m_farEnded ? -1 : m_far};
             },
-            [this](int fd) { fd == m_listener ? join() : pass(fd); });
+            [this](int fd) { fd == m_listener ? join() : take(fd == m_near); });
     }
     ~StreamRelay()
     {
@@ -185,15 +212,8 @@ public:
                 close(fd);
     }
 
-    // From now on nothing of the near side goes on until release().
-    void hold()
-    {
-        run([this] { m_holds = true; });
-    }
-    void release()
-    {
-        run([this] { m_holds = false; });
-    }
+    using RelayThread::delay;
+
     // The near side sees no more data, while its own still goes on.
     void halfClose()
     {
@@ -220,24 +240,29 @@ private:
         m_far = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         EXPECT_EQ(connect(m_far, reinterpret_cast<sockaddr *>(&m_to), sizeof m_to), 0);
     }
-    void pass(int from)
+    void take(bool fromNear)
     {
-        const int to = from == m_near ? m_far : m_near;
-        std::array<char, 4096> bytes;
-        const ssize_t size = recv(from, bytes.data(), bytes.size(), 0);
-        if (size > 0)
-            (void)send(to, bytes.data(), static_cast<size_t>(size), MSG_NOSIGNAL);
-        else
-            (void)shutdown(to, SHUT_WR);
-        if (size <= 0)
-            (from == m_near ? m_holds : m_farEnded) = true; // nothing more to wait for
+        std::string bytes(4096, '\0');
+        const ssize_t size = recv(fromNear ? m_near : m_far, bytes.data(), bytes.size(), 0);
+        bytes.resize(size > 0 ? static_cast<size_t>(size) : 0);
+        if (bytes.empty())
+            (fromNear ? m_nearEnded : m_farEnded) = true; // nothing more to wait for
+        pass(
+            [this, fromNear, bytes]
+            {
+                const int to = fromNear ? m_far : m_near;
+                if (bytes.empty())
+                    (void)shutdown(to, SHUT_WR);
+                else
+                    (void)send(to, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            });
     }
 
     sockaddr_in m_to;
     int m_listener;
     int m_near = -1;
     int m_far = -1;
-    bool m_holds = false;
+    bool m_nearEnded = false;
     bool m_farEnded = false;
 };
 } // namespace kiv::test

@@ -7,6 +7,7 @@
 #include "Relay.h"
 
 #include <cerrno>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -28,7 +29,11 @@ using kiv::test::receive;
 using kiv::test::send;
 using kiv::test::StreamRelay;
 
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
 constexpr auto kOK = KIVCS2STATUS_OK;
+constexpr auto kDelay = 60ms; // one way through a relay
 const char *const kNear = "10.77.0.1";
 const char *const kFar = "10.77.0.2";
 const char *const kGroup = "239.255.0.1";
@@ -80,6 +85,19 @@ void sendTo(const OwnSocket &sender, const OwnAddress &address, const std::strin
     EXPECT_EQ(kivCS2Socket_sendTo(sender.get(), address.get(), bytes.data(),
                                   static_cast<uint32_t>(bytes.size()), nullptr),
               kOK);
+}
+
+// What comes after time-outs of the receive, which have received nothing.
+std::string receiveLate(const OwnSocket &socket)
+{
+    EXPECT_EQ(kivCS2Socket_setRecvTimeout(socket.get(), 0, 10000), kOK);
+    char bytes[16];
+    uint32_t count = 0;
+    KIVCS2Status status = KIVCS2STATUS_TIMEOUT_ERR;
+    while (status == KIVCS2STATUS_TIMEOUT_ERR && count == 0)
+        status = kivCS2Socket_receive(socket.get(), bytes, sizeof bytes, false, &count);
+    EXPECT_EQ(status, kOK);
+    return {bytes, count};
 }
 
 TEST(SocketNetwork, StreamsCrossTheCable)
@@ -203,8 +221,12 @@ TEST(SocketNetwork, DatagramsAreLateLostAndOutOfOrder)
     const OwnSocket sender =
         makeIn(machines.near, [] { return make(kivCS2Socket_createDatagramSender, 0u); });
 
+    relay->delay(kDelay);
+    const auto from = Clock::now();
     sendTo(sender, relayed, "first");
-    EXPECT_EQ(receive(receiver), "first");
+    EXPECT_EQ(receiveLate(receiver), "first");
+    EXPECT_GE(Clock::now() - from, kDelay);
+    relay->delay(0ms);
     relay->hold();
     for (const char *datagram : {"0", "1", "2", "3"})
         sendTo(sender, relayed, datagram);
@@ -230,11 +252,14 @@ TEST(SocketNetwork, ConnectionsAreLateHalfClosedAndReset)
     const OwnSocket client = connectIn(machines.near, kFar, kPort);
     const OwnSocket accepted = acceptFrom(server);
 
-    relay->hold();
+    // There and back, each way through the delay.
+    relay->delay(kDelay);
+    const auto from = Clock::now();
     ASSERT_EQ(send(client, "late"), kOK);
-    EXPECT_EQ(kivCS2Socket_testRead(accepted.get()), KIVCS2STATUS_EOF_ERR);
-    relay->release();
-    EXPECT_EQ(receive(accepted), "late");
+    EXPECT_EQ(receiveLate(accepted), "late");
+    ASSERT_EQ(send(accepted, "later"), kOK);
+    EXPECT_EQ(receiveLate(client), "later");
+    EXPECT_GE(Clock::now() - from, 2 * kDelay);
 
     relay->halfClose();
     awaitEvents(client, POLLIN);
