@@ -553,6 +553,19 @@ const StateRow kStates[] = {
      kInvalid, kInvalid, kInvalid, kClosed, kAllOnes, kInvalid, kInvalid},
     {"not connected", [](Connection &c) { c.client = make(kivCS2Socket_createServer, 0, 1u, 0u); }, kEOF, kOK,
      kOK, kSocketError, kAllOnes, kInvalid, kInvalid},
+    {"refused while nobody waited",
+     [](Connection &c)
+     {
+         const auto nobody = addressOf(kHere, portOf(c.server.get()));
+         c.server.reset();
+         c.client = make(kivCS2Socket_createServer, 0, 1u, 0u);
+         c.client->m_addr = *nobody;
+         kivCS2Socket_setBlocking(c.client.get(), false);
+         EXPECT_EQ(kivCS2Socket_connect(c.client.get()), KIVCS2STATUS_CONNECT_ERR);
+         EXPECT_EQ(c.client->m_errno, uint32_t{EINPROGRESS});
+         awaitEvents(c.client, POLLHUP);
+     },
+     kInvalid, kInvalid, kInvalid, kSocketError, kAllOnes, kInvalid, kInvalid},
     {"listening, nobody comes", [](Connection &c) { c.client = makeServer(); }, kEOF,
      KIVCS2STATUS_NOT_WRITABLE_ERR, kOK, kSocketError, kAllOnes, kInvalid, kInvalid},
     {"a datagram socket",
