@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <poll.h>
 
 namespace tool
@@ -22,19 +23,20 @@ namespace
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr uint32_t kSlice = 100000;  // microseconds a wait lasts before the end signals are looked at
+constexpr auto kSlice = 100ms;       // a wait lasts before the end signals and the meter are looked at
 constexpr uint32_t kLargest = 65507; // bytes in a UDP datagram over IPv4
 
 struct Options
 {
     std::string protocol, host;
     int32_t port = 0;
-    uint32_t size = 1316; // seven transport packets
-    uint64_t count = 0;   // messages; 0: without end
-    double rate = 0;      // messages a second; 0: as fast as it goes
+    uint32_t size = 1316;        // seven transport packets
+    uint64_t count = UINT64_MAX; // messages
+    double rate = 0;             // messages a second; 0: as fast as it goes
     uint32_t ttl = 1;
     double timeout = 0; // seconds; 0: without end
     bool data = false;  // received data to standard output, or standard input to the network
+    bool keep = false;  // one connection after the other
 };
 
 struct FreeSocket
@@ -63,16 +65,33 @@ std::string place(const Options &options)
 Address resolve(const Options &options)
 {
     sockaddr_in *address = nullptr;
-    check(kivCS2_createSockAddr(&address, options.host.c_str(), options.port, 0), place(options));
+    check(kivCS2_createSockAddr(&address, options.host.c_str(), options.port, 0),
+          "the address " + place(options));
     return Address{address};
 }
 
-// What went by: a line a second, and one for all of it. With data on standard output the lines are on
-// standard error.
+// The lines that tell what happens. With data on standard output they are on standard error.
+class Lines
+{
+public:
+    Lines(bool json, bool onErrors) : m_json{json}, m_to{onErrors ? errors() : out()} {}
+
+    void tell(const Json &object, const std::string &text)
+    {
+        m_to.line(m_json ? object.dump() : text);
+        m_to.flush();
+    }
+
+private:
+    bool m_json;
+    Output &m_to;
+};
+
+// What went by: a line a second, and one for all of it.
 class Meter
 {
 public:
-    Meter(bool json, bool onErrors) : m_json{json}, m_to{onErrors ? errors() : out()} {}
+    explicit Meter(Lines &lines) : m_lines{lines} {}
 
     void add(uint64_t bytes)
     {
@@ -112,75 +131,126 @@ private:
         const uint64_t messages = m_total.messages - since.messages;
         const double bits = seconds > 0 ? static_cast<double>(bytes) * 8 / seconds : 0;
         const double each = seconds > 0 ? static_cast<double>(messages) / seconds : 0;
-        if (m_json)
-            m_to.line(Json{
-                {"kind", kind},
-                {"seconds", seconds},
-                {"bytes", bytes},
-                {"messages", messages},
-                {"bitsPerSecond", bits},
-                {"messagesPerSecond",
-                 each}}.dump());
-        else
-            m_to.line(print("%-5s  %10.3f Mbit/s  %10.0f messages/s  %s in %.1f s", kind, bits / 1e6, each,
-                            count(bytes, "byte").c_str(), seconds));
-        m_to.flush();
+        m_lines.tell(Json{{"kind", kind},
+                          {"seconds", seconds},
+                          {"bytes", bytes},
+                          {"messages", messages},
+                          {"bitsPerSecond", bits},
+                          {"messagesPerSecond", each}},
+                     print("%-5s  %10.3f Mbit/s  %10.0f messages/s  %s in %.1f s", kind, bits / 1e6, each,
+                           count(bytes, "byte").c_str(), seconds));
     }
 
-    bool m_json;
-    Output &m_to;
+    Lines &m_lines;
     Count m_total;
     Count m_second;
 };
 
-bool toldToEnd(const EndSignals &signals)
+// What goes on during every wait: the meter and the look at the end signals.
+struct Going
 {
-    return signals.waitFor(0ns) == EndSignals::Event::End;
+    Meter &meter;
+    const EndSignals &signals;
+
+    // Whether the command is told to end before `until`; without one, whether it has been told.
+    [[nodiscard]] bool toldToEnd(Clock::time_point until = {}) const
+    {
+        for (;;)
+        {
+            const auto left = std::clamp<std::chrono::nanoseconds>(until - Clock::now(), 0ns,
+                                                                   std::chrono::nanoseconds{kSlice});
+            if (signals.waitFor(left) == EndSignals::Event::End)
+                return true;
+            meter.tick();
+            if (left == 0ns)
+                return false;
+        }
+    }
+};
+
+// Whether a wait was cut short: a socket with a time-out, by a command that was stopped and goes on (Ctrl-Z, fg).
+bool wasInterrupted(const KIVCS2Socket *socket)
+{
+    return socket->m_errno == EINTR;
 }
 
-// Takes what comes until the peer ends, a limit is reached or the command is told to end.
-int take(KIVCS2Socket *from, const Options &options, bool json, const EndSignals &signals)
+std::string reason(const KIVCS2Socket *socket)
 {
-    check(kivCS2Socket_setRecvTimeout(from, 0, kSlice), "time-out");
-    Meter meter{json, options.data};
+    return std::strerror(static_cast<int>(socket->m_errno));
+}
+
+bool isOver(Clock::time_point since, double seconds)
+{
+    return seconds > 0 && Clock::now() - since >= std::chrono::duration<double>(seconds);
+}
+
+// How taking from a socket has ended: by the peer or a limit, where neither is set.
+struct Taken
+{
+    bool told = false;
+    std::optional<Failure> fault;
+};
+
+// Takes what comes until the peer ends, `left` messages have come or the command is told to end.
+Taken take(KIVCS2Socket *from, const Options &options, Lines &lines, const EndSignals &signals,
+           uint64_t &left)
+{
+    check(kivCS2Socket_setRecvTimeout(from, 0, std::chrono::microseconds{kSlice}.count()), "time-out");
+    Meter meter{lines};
+    const Going going{meter, signals};
     std::array<char, 65536> buffer; // as large as the largest datagram
     auto last = Clock::now();
-    bool timedOut = false;
-    while ((options.count == 0 || meter.messages() < options.count) && !timedOut)
+    Taken taken;
+    while (left > 0 && !taken.told && !taken.fault)
     {
         uint32_t received = 0;
-        // receiveFrom prints nothing, and standard output is taken.
         const KIVCS2Status status = kivCS2Socket_receiveFrom(
             from, buffer.data(), static_cast<uint32_t>(buffer.size()), false, &received, nullptr, nullptr);
-        if (status == KIVCS2STATUS_TIMEOUT_ERR)
+        const bool isEmptyDatagram =
+            status == KIVCS2STATUS_CONNECTION_CLOSED_ERR && from->m_type != KIVCS2SocketType_Stream;
+        if (isEmptyDatagram || (KIVCS2_SUCCEEDED(status) && !wasInterrupted(from)))
         {
-            timedOut =
-                options.timeout > 0 && Clock::now() - last >= std::chrono::duration<double>(options.timeout);
-        }
-        else if (status == KIVCS2STATUS_CONNECTION_CLOSED_ERR)
-        {
-            if (from->m_errno != 0)
-                throw Failure(status, "the connection was reset");
-            if (from->m_type == KIVCS2SocketType_Stream)
-                break;
-            meter.add(0); // a datagram without contents
-        }
-        else
-        {
-            check(status, "receiving");
             meter.add(received);
+            --left;
             if (options.data)
                 out().write({buffer.data(), received});
             last = Clock::now();
         }
-        meter.tick();
-        if (toldToEnd(signals))
+        else if (status == KIVCS2STATUS_TIMEOUT_ERR)
+        {
+            if (isOver(last, options.timeout))
+                taken.fault.emplace(kExitTimedOut, print("nothing came for %g s", options.timeout));
+        }
+        else if (status == KIVCS2STATUS_CONNECTION_CLOSED_ERR && from->m_errno == 0)
             break;
+        else if (status == KIVCS2STATUS_CONNECTION_CLOSED_ERR)
+            taken.fault.emplace(status, "the connection was reset");
+        else if (KIVCS2_FAILED(status))
+            taken.fault.emplace(status, "receiving: " + reason(from));
+        taken.told = going.toldToEnd();
     }
     meter.finish();
-    if (timedOut)
-        throw Failure(kExitTimedOut, print("nothing came for %g s", options.timeout));
-    return kExitYes;
+    return taken;
+}
+
+// The next connection; null when the command is told to end first.
+Socket await(KIVCS2Socket *server, const Options &options, const EndSignals &signals)
+{
+    const auto from = Clock::now();
+    for (;;)
+    {
+        KIVCS2Socket *client = nullptr;
+        const KIVCS2Status status =
+            kivCS2Socket_accept(server, std::chrono::milliseconds{kSlice}.count(), &client);
+        if (KIVCS2_SUCCEEDED(status))
+            return Socket{client};
+        if (status != KIVCS2STATUS_TIMEOUT_ERR && !wasInterrupted(server))
+            throw Failure(status, "accepting: " + reason(server));
+        if (signals.waitFor(0ns) == EndSignals::Event::End)
+            return nullptr;
+        if (isOver(from, options.timeout))
+            throw Failure(kExitTimedOut, print("nobody came for %g s", options.timeout));
+    }
 }
 
 int listen(const Options &options, bool json)
@@ -189,37 +259,29 @@ int listen(const Options &options, bool json)
     KIVCS2Socket *made = nullptr;
     check(kivCS2Socket_createServer(&made, options.port, 16,
                                     KIVCS2SocketOption_ReuseAddress | KIVCS2SocketOption_BindNow),
-          "port " + std::to_string(options.port));
+          "listening on port " + std::to_string(options.port));
     const Socket server{made};
     const uint16_t port = ntohs(server->m_addr.sin_port);
-    Output &to = options.data ? errors() : out();
-    if (json)
-        to.line(Json{{"kind", "listening"}, {"port", port}}.dump());
-    else
-        to.line("listening on port " + std::to_string(port));
-    to.flush();
+    Lines lines{json, options.data};
+    lines.tell(Json{{"kind", "listening"}, {"port", port}}, "listening on port " + std::to_string(port));
 
-    const auto from = Clock::now();
-    KIVCS2Socket *client = nullptr;
-    for (;;)
+    for (uint64_t left = options.count; left > 0;)
     {
-        const KIVCS2Status status = kivCS2Socket_accept(server.get(), kSlice / 1000, &client);
-        if (KIVCS2_SUCCEEDED(status))
+        const Socket connection = await(server.get(), options, signals);
+        if (!connection)
             break;
-        if (status != KIVCS2STATUS_TIMEOUT_ERR)
-            throw Failure(status, "accepting");
-        if (toldToEnd(signals))
-            return kExitYes;
-        if (options.timeout > 0 && Clock::now() - from >= std::chrono::duration<double>(options.timeout))
-            throw Failure(kExitTimedOut, print("nobody came for %g s", options.timeout));
+        const std::string peer = connection->m_host + (":" + std::to_string(connection->m_port));
+        lines.tell(Json{{"kind", "connected"}, {"host", connection->m_host}, {"port", connection->m_port}},
+                   "connected: " + peer);
+        const Taken taken = take(connection.get(), options, lines, signals, left);
+        if (taken.fault && !options.keep)
+            throw Failure(*taken.fault);
+        if (taken.fault)
+            note(peer + ": " + taken.fault->what());
+        if (taken.told || !options.keep)
+            break;
     }
-    const Socket connection{client};
-    if (json)
-        to.line(Json{{"kind", "connected"}, {"host", client->m_host}, {"port", client->m_port}}.dump());
-    else
-        to.line("connected: " + std::string{client->m_host} + ":" + std::to_string(client->m_port));
-    to.flush();
-    return take(client, options, json, signals);
+    return kExitYes;
 }
 
 int receive(const Options &options, bool json)
@@ -227,17 +289,23 @@ int receive(const Options &options, bool json)
     const EndSignals signals;
     KIVCS2Socket *made = nullptr;
     if (options.protocol == "tcp")
-        check(kivCS2Socket_createClient(&made, options.host.c_str(), options.port, 0), place(options));
+        check(kivCS2Socket_createClient(&made, options.host.c_str(), options.port, 0),
+              "connecting to " + place(options));
     else if (options.protocol == "udp")
         check(kivCS2Socket_createDatagramReceiver(&made, KIVCS2SocketOption_ReuseAddress,
                                                   resolve(options).get()),
-              place(options));
+              "receiving at " + place(options));
     else
         check(kivCS2Socket_createMulticastDatagramReceiver(&made, KIVCS2SocketOption_ReuseAddress,
                                                            resolve(options).get()),
-              place(options));
+              "joining " + place(options));
     const Socket socket{made};
-    return take(socket.get(), options, json, signals);
+    Lines lines{json, options.data};
+    uint64_t left = options.count;
+    const Taken taken = take(socket.get(), options, lines, signals, left);
+    if (taken.fault)
+        throw Failure(*taken.fault);
+    return kExitYes;
 }
 
 // The next message: standard input, or bytes that count. Empty at the end of the input, and when told to end.
@@ -246,7 +314,7 @@ class Messages
 public:
     explicit Messages(const Options &options) : m_input{options.data}, m_buffer(options.size, '\0') {}
 
-    [[nodiscard]] std::string_view next(const EndSignals &signals)
+    [[nodiscard]] std::string_view next(const Going &going)
     {
         if (!m_input)
         {
@@ -259,9 +327,9 @@ public:
         {
             // The end signals are blocked, so that a read alone would wait through them.
             pollfd input{STDIN_FILENO, POLLIN, 0};
-            if (::poll(&input, 1, kSlice / 1000) == 0)
+            if (::poll(&input, 1, std::chrono::milliseconds{kSlice}.count()) == 0)
             {
-                if (toldToEnd(signals))
+                if (going.toldToEnd())
                     return {};
                 continue;
             }
@@ -285,7 +353,8 @@ Socket makeSender(const Options &options)
 {
     KIVCS2Socket *made = nullptr;
     if (options.protocol == "tcp")
-        check(kivCS2Socket_createClient(&made, options.host.c_str(), options.port, 0), place(options));
+        check(kivCS2Socket_createClient(&made, options.host.c_str(), options.port, 0),
+              "connecting to " + place(options));
     else if (options.protocol == "udp")
         check(kivCS2Socket_createDatagramSender(&made, 0), "socket");
     else
@@ -294,7 +363,7 @@ Socket makeSender(const Options &options)
 }
 
 // Sends the whole message; false when the command is to end first.
-bool sendAll(KIVCS2Socket *socket, const sockaddr_in *to, std::string_view message, const EndSignals &signals)
+bool sendAll(KIVCS2Socket *socket, const sockaddr_in *to, std::string_view message, const Going &going)
 {
     while (!message.empty())
     {
@@ -303,16 +372,12 @@ bool sendAll(KIVCS2Socket *socket, const sockaddr_in *to, std::string_view messa
         const KIVCS2Status status = to != nullptr
                                         ? kivCS2Socket_sendTo(socket, to, message.data(), size, &sent)
                                         : kivCS2Socket_send(socket, message.data(), size, &sent);
-        if (status == KIVCS2STATUS_TIMEOUT_ERR)
-        {
-            if (toldToEnd(signals))
-                return false;
-            continue;
-        }
-        if (KIVCS2_FAILED(status))
-            throw Failure(status,
-                          std::string{"sending: "} + std::strerror(static_cast<int>(socket->m_errno)));
-        message.remove_prefix(sent);
+        if (KIVCS2_SUCCEEDED(status))
+            message.remove_prefix(sent);
+        else if (status != KIVCS2STATUS_TIMEOUT_ERR && !wasInterrupted(socket))
+            throw Failure(status, "sending: " + reason(socket));
+        else if (going.toldToEnd())
+            return false;
     }
     return true;
 }
@@ -324,24 +389,23 @@ int send(const Options &options, bool json)
     const EndSignals signals;
     const Address to = options.protocol == "tcp" ? nullptr : resolve(options);
     const Socket socket = makeSender(options);
-    check(kivCS2Socket_setSendTimeout(socket.get(), 0, kSlice), "time-out");
+    check(kivCS2Socket_setSendTimeout(socket.get(), 0, std::chrono::microseconds{kSlice}.count()),
+          "time-out");
 
     Messages messages{options};
-    Meter meter{json, false};
+    Lines lines{json, false};
+    Meter meter{lines};
+    const Going going{meter, signals};
+    const std::chrono::duration<double> interval{options.rate > 0 ? 1 / options.rate : 0};
     auto due = Clock::now();
-    while (options.count == 0 || meter.messages() < options.count)
+    while (meter.messages() < options.count)
     {
-        const std::string_view message = messages.next(signals);
-        if (message.empty() || !sendAll(socket.get(), to.get(), message, signals))
+        const std::string_view message = messages.next(going);
+        if (message.empty() || !sendAll(socket.get(), to.get(), message, going))
             break;
         meter.add(message.size());
-        meter.tick();
-        if (options.rate > 0)
-            due +=
-                std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(1 / options.rate));
-        const auto wait =
-            options.rate > 0 ? std::max<std::chrono::nanoseconds>(due - Clock::now(), 0ns) : 0ns;
-        if (signals.waitFor(wait) == EndSignals::Event::End)
+        due += std::chrono::duration_cast<Clock::duration>(interval);
+        if (going.toldToEnd(due))
             break;
     }
     meter.finish();
@@ -358,6 +422,19 @@ void addNetCommand(CLI::App &app, Context &context)
     group->require_subcommand(1);
     group->footer("A line a second says how much goes by; with --json each line is an object.");
 
+    const auto runs = [&context, options](CLI::App *word, int (*body)(const Options &, bool))
+    {
+        word->callback(
+            [&context, options, body]
+            {
+                context.run = [&context, options, body]
+                {
+                    // The library's own messages have no place among the lines; each comes with a status.
+                    keepStandardOutput();
+                    return body(*options, context.json);
+                };
+            });
+    };
     const auto withPort = [options](CLI::App *word, int least)
     {
         word->add_option("port", options->port, "Port")->required()->check(CLI::Range(least, 65535));
@@ -372,7 +449,16 @@ void addNetCommand(CLI::App &app, Context &context)
     };
     const auto withLimits = [options](CLI::App *word)
     {
-        word->add_option("--count", options->count, "End after so many messages");
+        word->add_option("--count", options->count, "End after so many messages")
+            ->check(CLI::Validator{[](std::string &text) -> std::string
+                                   {
+                                       const bool isNumber =
+                                           text.find_first_not_of("0123456789") == std::string::npos &&
+                                           text.find_first_not_of('0') != std::string::npos;
+                                       return isNumber ? ""
+                                                       : "\"" + visible(text) + "\" is no number of messages";
+                                   },
+                                   ""});
     };
     const auto withTaking = [options, withLimits](CLI::App *word)
     {
@@ -383,29 +469,16 @@ void addNetCommand(CLI::App &app, Context &context)
                        "Write what comes to standard output, the meter to standard error");
     };
 
-    CLI::App *word = group->add_subcommand("listen", "Take one TCP connection and what it sends");
+    CLI::App *word = group->add_subcommand("listen", "Take a TCP connection and what it sends");
     withPort(word, 0);
     withTaking(word);
-    word->callback(
-        [&context, options]
-        {
-            context.run = [&context, options]
-            {
-                return listen(*options, context.json);
-            };
-        });
+    word->add_flag("--keep", options->keep, "Take one connection after the other");
+    runs(word, listen);
 
     word = group->add_subcommand("recv", "Receive from a TCP server, on a UDP address or in a group");
     withPlace(word, "Server, local address or group");
     withTaking(word);
-    word->callback(
-        [&context, options]
-        {
-            context.run = [&context, options]
-            {
-                return receive(*options, context.json);
-            };
-        });
+    runs(word, receive);
 
     word = group->add_subcommand("send", "Send numbered messages, or standard input");
     withPlace(word, "Server, receiver or group");
@@ -419,14 +492,7 @@ void addNetCommand(CLI::App &app, Context &context)
         ->capture_default_str()
         ->check(CLI::Range(0, 255));
     word->add_flag("--input", options->data, "Send standard input in messages of --size bytes");
-    word->callback(
-        [&context, options]
-        {
-            context.run = [&context, options]
-            {
-                return send(*options, context.json);
-            };
-        });
+    runs(word, send);
 }
 
 } // namespace tool

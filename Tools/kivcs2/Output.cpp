@@ -3,6 +3,7 @@
 
 #include "Failure.h"
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -117,8 +118,7 @@ void Output::flush()
             m_buffer.clear();
             if (error == EPIPE)
                 throw ReaderGone{};
-            throw Failure::system(m_descriptor == STDOUT_FILENO ? "standard output" : "standard error",
-                                  error);
+            throw Failure::system(this == &out() ? "standard output" : "standard error", error);
         }
         rest.remove_prefix(static_cast<size_t>(written));
     }
@@ -167,6 +167,16 @@ Output &out()
 {
     static Output output{STDOUT_FILENO};
     return output;
+}
+
+void keepStandardOutput()
+{
+    const int own = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (own < 0 || nowhere < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0)
+        throw Failure::system("standard output", errno);
+    ::close(nowhere);
+    out().m_descriptor = own;
 }
 
 Output &errors()

@@ -46,12 +46,17 @@ public:
     [[nodiscard]] static size_t width();
 
 private:
+    friend void keepStandardOutput();
+
     int m_descriptor;
     std::string m_buffer;
 };
 
 /// The one standard output of the process.
 [[nodiscard]] Output &out();
+
+/// From here on standard output is the command's alone: what the library prints there is thrown away.
+void keepStandardOutput();
 
 /// Standard error, for a summary whose place on standard output a file has taken; without colour.
 [[nodiscard]] Output &errors();
