@@ -14,17 +14,27 @@ static int fail(const char *what, KIVCS2Status status)
     return 1;
 }
 
+/* A whole number from 0 to `most`; -1 for anything else. */
+static int number(const char *text, int most)
+{
+    char *end = NULL;
+    const long value = strtol(text, &end, 10);
+
+    return end == text || *end != '\0' || value < 0 || value > most ? -1 : (int)value;
+}
+
 int main(int argc, char **argv)
 {
     struct sockaddr_in *group = NULL;
     KIVCS2Socket *receiver = NULL;
     KIVCS2Status status;
-    int left;
+    const int port = argc == 4 ? number(argv[2], 65535) : -1;
+    int left = argc == 4 ? number(argv[3], 1000000) : -1;
 
-    if (argc != 4)
+    if (port < 0 || left < 0)
         return fail("which group and port, and how many datagrams?", KIVCS2STATUS_PARAM_ERR);
     kivCS2_initWithTaskServer(false); /* always succeeds; no child processes here */
-    status = kivCS2_createSockAddr(&group, argv[1], (int)strtol(argv[2], NULL, 10), 0);
+    status = kivCS2_createSockAddr(&group, argv[1], port, 0);
     if (KIVCS2_FAILED(status))
         return fail("no such address", status);
     /* With ReuseAddress several receivers of one machine hear the same group. */
@@ -36,7 +46,7 @@ int main(int argc, char **argv)
     printf("joined\n");
     fflush(stdout);
 
-    for (left = (int)strtol(argv[3], NULL, 10); left > 0; --left)
+    for (; left > 0; --left)
     {
         char bytes[2048];
         char from[KIVCS2_SOCK_ADDR_TEXT_SIZE];

@@ -15,16 +15,26 @@ static int fail(const char *what, KIVCS2Status status)
     return 1;
 }
 
+/* A whole number from 0 to `most`; -1 for anything else. */
+static int number(const char *text, int most)
+{
+    char *end = NULL;
+    const long value = strtol(text, &end, 10);
+
+    return end == text || *end != '\0' || value < 0 || value > most ? -1 : (int)value;
+}
+
 int main(int argc, char **argv)
 {
     KIVCS2Socket *server = NULL;
     KIVCS2Status status;
     uint32_t wanted, sent = 0;
+    const int port = argc == 4 ? number(argv[2], 65535) : -1;
 
-    if (argc != 4)
+    if (port < 0)
         return fail("which host, port and text?", KIVCS2STATUS_PARAM_ERR);
     kivCS2_initWithTaskServer(false); /* always succeeds; no child processes here */
-    status = kivCS2Socket_createClient(&server, argv[1], (int)strtol(argv[2], NULL, 10), 0);
+    status = kivCS2Socket_createClient(&server, argv[1], port, 0);
     if (KIVCS2_FAILED(status))
         return fail("nobody answers there", status);
     /* A server that never answers ends the wait after five seconds. */
@@ -45,7 +55,7 @@ int main(int argc, char **argv)
             wanted -= count < wanted ? count : wanted;
         }
     }
-    if (sent > 0)
+    if (KIVCS2_SUCCEEDED(status))
         printf("\n");
     kivCS2Socket_free(server);
     return KIVCS2_FAILED(status) ? fail("the connection broke", status) : 0;

@@ -1,6 +1,6 @@
 /*
  * The server of a TCP echo pair: takes connections one after the other and sends back what comes, until
- * a client sends an EOT byte or so many connections were served.
+ * so many were served or nobody came for a minute.
  *
  *   tcp_echo_server <port> [connections]     port 0 lets the system choose; it is printed
  */
@@ -14,6 +14,15 @@ static int fail(const char *what, KIVCS2Status status)
 {
     fprintf(stderr, "tcp_echo_server: %s (status 0x%08x)\n", what, status);
     return 1;
+}
+
+/* A whole number from 0 to `most`; -1 for anything else. */
+static int number(const char *text, int most)
+{
+    char *end = NULL;
+    const long value = strtol(text, &end, 10);
+
+    return end == text || *end != '\0' || value < 0 || value > most ? -1 : (int)value;
 }
 
 /* A send may take a part only. */
@@ -35,12 +44,13 @@ int main(int argc, char **argv)
 {
     KIVCS2Socket *server = NULL;
     KIVCS2Status status;
-    int left = argc > 2 ? (int)strtol(argv[2], NULL, 10) : -1;
+    const int port = argc == 2 || argc == 3 ? number(argv[1], 65535) : -1;
+    int left = argc == 3 ? number(argv[2], 1000000) : -1; /* -1: without end */
 
-    if (argc < 2)
-        return fail("which port?", KIVCS2STATUS_PARAM_ERR);
+    if (port < 0 || (argc == 3 && left < 0))
+        return fail("which port, and how many connections?", KIVCS2STATUS_PARAM_ERR);
     kivCS2_initWithTaskServer(false); /* always succeeds; no child processes here */
-    status = kivCS2Socket_createServer(&server, (int)strtol(argv[1], NULL, 10), 16,
+    status = kivCS2Socket_createServer(&server, port, 16,
                                        KIVCS2SocketOption_ReuseAddress | KIVCS2SocketOption_BindNow);
     if (KIVCS2_FAILED(status))
         return fail("no server on this port", status);
