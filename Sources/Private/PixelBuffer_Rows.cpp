@@ -65,14 +65,29 @@ constexpr kiv::PixelRows kPortable{
 
 void kiv::plain::v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noexcept
 {
-    const size_t components = (width + 1) / 2 * 4;
-    for (size_t component = 0; component < components; from += 4)
+    const auto word = [&from]
     {
-        const uint32_t word = from[0] | static_cast<uint32_t>(from[1]) << 8 |
-                              static_cast<uint32_t>(from[2]) << 16 | static_cast<uint32_t>(from[3]) << 24;
-        for (unsigned shift = 2; shift < 30 && component < components; shift += 10)
-            to[component++] = static_cast<uint8_t>(word >> shift);
+        const uint8_t *bytes = std::exchange(from, from + 4);
+        return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8 | static_cast<uint32_t>(bytes[2]) << 16 |
+               static_cast<uint32_t>(bytes[3]) << 24;
+    };
+    // The upper 8 of each 10 bits; the two highest of the word are none of a component.
+    const auto component = [](uint32_t bits, size_t index)
+    {
+        return static_cast<uint8_t>(bits >> (2 + 10 * index));
+    };
+    size_t components = (width + 1) / 2 * 4;
+    for (; components >= 3; components -= 3, to += 3)
+    {
+        const uint32_t bits = word();
+        for (size_t index = 0; index < 3; ++index)
+            to[index] = component(bits, index);
     }
+    if (components == 0)
+        return;
+    const uint32_t bits = word();
+    for (size_t index = 0; index < components; ++index)
+        to[index] = component(bits, index);
 }
 
 void kiv::plain::sample32(const uint8_t *from, size_t, uint8_t *to, size_t count, uint64_t position,
