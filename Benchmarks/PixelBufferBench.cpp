@@ -110,6 +110,22 @@ void add(const std::string &name, Size size, Run run)
                                  });
 }
 
+// Ours by every level of this machine, each an operation of its own.
+void addLevels(const std::string &name, Size size, const std::function<Run(const kiv::PixelRows &)> &ours)
+{
+    struct Level
+    {
+        kiv::CpuLevel level;
+        const char *suffix;
+    };
+    add(name + "/ours", size, ours(kiv::pixelRows()));
+    for (const auto &[level, suffix] :
+         {Level{kiv::CpuLevel::portable, "_portable"}, Level{kiv::CpuLevel::sse42, "_SSE42"},
+          Level{kiv::CpuLevel::avx2, "_AVX2"}})
+        if (level < kiv::cpuLevel())
+            add(name + suffix + "/ours", size, ours(kiv::pixelRows(level)));
+}
+
 // ---- 2vuy to RGBA ----
 
 void convertRows(kiv::ConvertRow row, const Plane &from, const Plane &to, size_t width)
@@ -123,20 +139,14 @@ void addToRGBA(Size size)
     const auto from = std::make_shared<Plane>(size.width * 2, size.height);
     const auto to = std::make_shared<Plane>(size.width * 4, size.height);
     fillRandom(*from);
-    const auto ours = [=](kiv::CpuLevel level) -> Run
-    {
-        return [=, row = kiv::pixelRows(level).toRGBA601]
-        {
-            convertRows(row, *from, *to, size.width);
-        };
-    };
-    add("Pixels_2vuyToRGBA/ours", size, ours(kiv::cpuLevel()));
-    add("Pixels_2vuyToRGBA/portable", size, ours(kiv::CpuLevel::portable));
-    if (kiv::cpuLevel() >= kiv::CpuLevel::avx2)
-    {
-        add("Pixels_2vuyToRGBA_AVX2/ours", size, ours(kiv::CpuLevel::avx2));
-        add("Pixels_2vuyToRGBA_SSE42/ours", size, ours(kiv::CpuLevel::sse42));
-    }
+    addLevels("Pixels_2vuyToRGBA", size,
+              [=](const kiv::PixelRows &rows) -> Run
+              {
+                  return [=, row = rows.toRGBA601]
+                  {
+                      convertRows(row, *from, *to, size.width);
+                  };
+              });
     const auto stride = [](const Plane &plane)
     {
         return static_cast<int>(plane.stride);
@@ -163,6 +173,12 @@ void addToRGBA(Size size)
     }
     add("Pixels_2vuyToRGBA/libyuv", size, libyuv);
     add("Pixels_2vuyToRGBA_AVX2/libyuv", size, libyuv);
+    add("Pixels_2vuyToRGBA/libyuv_RGBA", size, // with the bytes in our order, which takes it a second call
+        [=]
+        {
+            libyuv();
+            libyuv::ARGBToABGR(to->row(0), stride(*to), to->row(0), stride(*to), width, height);
+        });
 #endif
 #ifdef KIV_PEER_SWSCALE
     SwsContext *context = sws_getContext(width, height, AV_PIX_FMT_UYVY422, width, height, AV_PIX_FMT_RGBA,
@@ -239,9 +255,9 @@ void addV210(Size size)
     const auto from = std::make_shared<Plane>((size.width + 47) / 48 * 128, size.height);
     const auto to = std::make_shared<Plane>(size.width * 2, size.height);
     fillRandom(*from);
-    const auto ours = [=](kiv::CpuLevel level) -> Run
+    const auto ours = [=](const kiv::PixelRows &rows) -> Run
     {
-        return [=, row = kiv::pixelRows(level).v210To2vuy]
+        return [=, row = rows.v210To2vuy]
         {
             convertRows(row, *from, *to, size.width);
         };
@@ -251,13 +267,10 @@ void addV210(Size size)
     for (const auto level : {kiv::CpuLevel::portable, kiv::CpuLevel::avx2, kiv::CpuLevel::avx512})
         if (level <= kiv::cpuLevel())
         {
-            ours(level)();
+            ours(kiv::pixelRows(level))();
             require(std::equal(expected.begin(), expected.end(), to->row(1)), "v210 differs");
         }
-    add("Pixels_v210To2vuy/ours", size, ours(kiv::cpuLevel()));
-    add("Pixels_v210To2vuy/portable", size, ours(kiv::CpuLevel::portable));
-    if (kiv::cpuLevel() >= kiv::CpuLevel::avx2)
-        add("Pixels_v210To2vuy_AVX2/ours", size, ours(kiv::CpuLevel::avx2));
+    addLevels("Pixels_v210To2vuy", size, ours);
     const Run plain = [=]
     {
         for (size_t line = 0; line < size.height; ++line)
@@ -297,9 +310,9 @@ void addScale(Size size, Size scale)
     const auto to = std::make_shared<Plane>(scale.width * 4, scale.height);
     fillRandom(*from);
     const std::string argument = std::to_string(scale.width);
-    const auto ours = [=](kiv::CpuLevel level) -> Run
+    const auto ours = [=](const kiv::PixelRows &rows) -> Run
     {
-        return [=, row = kiv::pixelRows(level).sample32]
+        return [=, row = rows.sample32]
         {
             const uint64_t step = size.width * 65536 / scale.width;
             const uint64_t yStep = size.height * 65536 / scale.height;
@@ -308,10 +321,7 @@ void addScale(Size size, Size scale)
         };
     };
     const std::string name = "Pixels_scale" + argument;
-    add(name + "/ours", size, ours(kiv::cpuLevel()));
-    add(name + "/portable", size, ours(kiv::CpuLevel::portable));
-    if (kiv::cpuLevel() >= kiv::CpuLevel::avx2)
-        add(name + "_AVX2/ours", size, ours(kiv::CpuLevel::avx2));
+    addLevels(name, size, ours);
 #ifdef KIV_PEER_LIBYUV
     const Run libyuv = [=]
     {
@@ -342,9 +352,9 @@ void addScale(Size size, Size scale)
     const auto video = std::make_shared<Plane>(size.width * 2, size.height);
     fillRandom(*video);
     const auto rgb = std::make_shared<Plane>(scale.width * 3, scale.height);
-    const auto scaleVideo = [=](kiv::CpuLevel level) -> Run
+    const auto scaleVideo = [=](const kiv::PixelRows &rows) -> Run
     {
-        return [=, row = kiv::pixelRows(level).sample2vuyTo24]
+        return [=, row = rows.sample2vuyTo24]
         {
             const uint64_t step = size.width * 65536 / scale.width;
             const uint64_t yStep = size.height * 65536 / scale.height;
@@ -352,11 +362,7 @@ void addScale(Size size, Size scale)
                 row(video->row(line * yStep >> 16), size.width, rgb->row(line), scale.width, 0, step);
         };
     };
-    const std::string videoName = "Pixels_scale2vuy" + argument;
-    add(videoName + "/ours", size, scaleVideo(kiv::cpuLevel()));
-    add(videoName + "/portable", size, scaleVideo(kiv::CpuLevel::portable));
-    if (kiv::cpuLevel() >= kiv::CpuLevel::avx2)
-        add(videoName + "_AVX2/ours", size, scaleVideo(kiv::CpuLevel::avx2));
+    addLevels("Pixels_scale2vuy" + argument, size, scaleVideo);
 }
 
 // ---- Clearing and deinterlacing ----

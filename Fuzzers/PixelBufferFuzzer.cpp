@@ -36,6 +36,11 @@ constexpr std::array kFormats = {
     Format{kCVPixelFormatType_32BGRA, 1, 4},
 };
 
+size_t number(const uint8_t *bytes)
+{
+    return bytes[0] | static_cast<size_t>(bytes[1]) << 8;
+}
+
 const kiv::PixelRows &plainRows()
 {
     return kiv::pixelRows(kiv::CpuLevel::portable);
@@ -46,7 +51,7 @@ class Picture
 {
 public:
     Picture(const uint8_t *data, size_t size)
-        : format{kFormats[data[1] % kFormats.size()]}, width{1 + (data[2] | data[3] << 8) % kMaxWidth},
+        : format{kFormats[data[1] % kFormats.size()]}, width{1 + number(data + 2) % kMaxWidth},
           height{1 + data[4] % kMaxHeight}, stride{(width + format.blockPixels - 1) / format.blockPixels *
                                                        format.blockBytes +
                                                    data[5]},
@@ -211,7 +216,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (size < kHeader)
         return 0;
     Picture picture{data, size};
-    const auto choice = static_cast<uint32_t>(data[7] | data[8] << 8);
+    const auto choice = static_cast<uint32_t>(number(data + 7));
     switch (data[0] % 4)
     {
     case 0:
