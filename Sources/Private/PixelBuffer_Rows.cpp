@@ -47,7 +47,7 @@ void convertRow(const uint8_t *from, uint8_t *to, size_t width) noexcept
         luma = byte(x * 2 + 5);
         cr = nextCr;
     }
-    // The pixel behind an odd width is none of the picture, so its bytes are not put in order.
+    // Kept: the pixel behind an odd width is none of the picture, so its bytes are not put in order.
     if (Bytes == Order::rgba && width % 2 != 0)
         std::swap(to[width * 4], to[width * 4 + 2]);
 }
