@@ -126,6 +126,25 @@ void addLevels(const std::string &name, Size size, const std::function<Run(const
             add(name + suffix + "/ours", size, ours(kiv::pixelRows(level)));
 }
 
+#ifdef KIV_PEER_SWSCALE
+Run swscale(Size size, AVPixelFormat format, const std::shared_ptr<Plane> &from, Size target,
+            const std::shared_ptr<Plane> &to)
+{
+    SwsContext *context = sws_getContext(static_cast<int>(size.width), static_cast<int>(size.height), format,
+                                         static_cast<int>(target.width), static_cast<int>(target.height),
+                                         AV_PIX_FMT_RGBA, SWS_POINT, nullptr, nullptr, nullptr);
+    require(context != nullptr, "libswscale does not convert that");
+    return [=]
+    {
+        const uint8_t *source[] = {from->row(0)};
+        uint8_t *made[] = {to->row(0)};
+        const int sourceStride[] = {static_cast<int>(from->stride)};
+        const int madeStride[] = {static_cast<int>(to->stride)};
+        sws_scale(context, source, sourceStride, 0, static_cast<int>(size.height), made, madeStride);
+    };
+}
+#endif
+
 // ---- 2vuy to RGBA ----
 
 void convertRows(kiv::ConvertRow row, const Plane &from, const Plane &to, size_t width)
@@ -181,18 +200,7 @@ void addToRGBA(Size size)
         });
 #endif
 #ifdef KIV_PEER_SWSCALE
-    SwsContext *context = sws_getContext(width, height, AV_PIX_FMT_UYVY422, width, height, AV_PIX_FMT_RGBA,
-                                         SWS_POINT, nullptr, nullptr, nullptr);
-    require(context != nullptr, "libswscale has no UYVY to RGBA");
-    add("Pixels_2vuyToRGBA/swscale", size,
-        [=]
-        {
-            const uint8_t *source[] = {from->row(0)};
-            uint8_t *target[] = {to->row(0)};
-            const int sourceStride[] = {stride(*from)};
-            const int targetStride[] = {stride(*to)};
-            sws_scale(context, source, sourceStride, 0, height, target, targetStride);
-        });
+    add("Pixels_2vuyToRGBA/swscale", size, swscale(size, AV_PIX_FMT_UYVY422, from, size, to));
 #endif
     add("Pixels_2vuyToRGBA/memcpy", size, // the bytes that are written, from where they are
         [=]
@@ -333,20 +341,7 @@ void addScale(Size size, Size scale)
     add(name + "_AVX2/libyuv", size, libyuv);
 #endif
 #ifdef KIV_PEER_SWSCALE
-    SwsContext *context =
-        sws_getContext(static_cast<int>(size.width), static_cast<int>(size.height), AV_PIX_FMT_RGBA,
-                       static_cast<int>(scale.width), static_cast<int>(scale.height), AV_PIX_FMT_RGBA,
-                       SWS_POINT, nullptr, nullptr, nullptr);
-    require(context != nullptr, "libswscale does not scale RGBA");
-    add(name + "/swscale", size,
-        [=]
-        {
-            const uint8_t *source[] = {from->row(0)};
-            uint8_t *target[] = {to->row(0)};
-            const int sourceStride[] = {static_cast<int>(from->stride)};
-            const int targetStride[] = {static_cast<int>(to->stride)};
-            sws_scale(context, source, sourceStride, 0, static_cast<int>(size.height), target, targetStride);
-        });
+    add(name + "/swscale", size, swscale(size, AV_PIX_FMT_RGBA, from, scale, to));
 #endif
 
     const auto video = std::make_shared<Plane>(size.width * 2, size.height);

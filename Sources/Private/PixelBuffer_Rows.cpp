@@ -11,11 +11,7 @@ namespace
 {
 constexpr uint8_t kOpaque = 255;
 
-enum class Order
-{
-    bgra,
-    rgba
-};
+using Order = kiv::PixelOrder;
 
 template <const kiv::ColourMatrix &Matrix, Order Bytes>
 void convertRow(const uint8_t *from, uint8_t *to, size_t width) noexcept

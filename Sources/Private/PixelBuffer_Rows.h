@@ -28,6 +28,13 @@ struct PixelRows
     void (*fill)(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept;
 };
 
+// How the bytes of a converted pixel lie.
+enum class PixelOrder
+{
+    bgra,
+    rgba
+};
+
 // The rows without vectors, which also do what is left at the end of a line.
 namespace plain
 {

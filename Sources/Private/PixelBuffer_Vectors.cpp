@@ -26,11 +26,7 @@
 
 namespace
 {
-enum class Order
-{
-    bgra,
-    rgba
-};
+using Order = kiv::PixelOrder;
 
 // ---- The factors ----
 

@@ -45,17 +45,22 @@ constexpr std::array kFormats = {
     Format{kCVPixelFormatType_422YpCbCr10, 6, 16, 128}, // 48 pixels, as capture cards have it
 };
 
-const Format *findFormat(OSType type) noexcept
+struct Rows
+{
+    const Format *format;
+    size_t used; // bytes that the pixels of a row take, in whole blocks
+};
+
+CVReturn measureRows(size_t width, size_t height, OSType type, Rows &rows) noexcept
 {
     const auto *format = std::ranges::find(kFormats, type, &Format::type);
-    return format != kFormats.end() ? format : nullptr;
-}
-
-// The bytes that the pixels of a row take, in whole blocks; false where they have no number.
-bool measureRow(const Format &format, size_t width, size_t &bytes) noexcept
-{
-    const size_t blocks = width / format.blockPixels + (width % format.blockPixels != 0 ? 1 : 0);
-    return !__builtin_mul_overflow(blocks, format.blockBytes, &bytes);
+    if (format == kFormats.end())
+        return kCVReturnInvalidPixelFormat;
+    rows.format = format;
+    const size_t blocks = width / format->blockPixels + (width % format->blockPixels != 0 ? 1 : 0);
+    if (width == 0 || height == 0 || __builtin_mul_overflow(blocks, format->blockBytes, &rows.used))
+        return kCVReturnInvalidSize;
+    return kCVReturnSuccess;
 }
 
 void finalizeBuffer(kiv::cf::Object &object)
@@ -84,17 +89,15 @@ CVReturn CVPixelBufferCreate(CFAllocatorRef, size_t width, size_t height, OSType
     if (pixelBufferOut == nullptr)
         return kCVReturnInvalidArgument;
     *pixelBufferOut = nullptr;
-    const Format *format = findFormat(pixelFormatType);
-    if (format == nullptr)
-        return kCVReturnInvalidPixelFormat;
+    Rows rows{};
+    if (const CVReturn result = measureRows(width, height, pixelFormatType, rows); result != kCVReturnSuccess)
+        return result;
 
-    size_t used = 0;
     size_t bytesPerRow = 0;
     size_t size = 0;
-    if (width == 0 || height == 0 || !measureRow(*format, width, used) ||
-        __builtin_add_overflow(used, format->rowAlignment - 1, &bytesPerRow))
+    if (__builtin_add_overflow(rows.used, rows.format->rowAlignment - 1, &bytesPerRow))
         return kCVReturnInvalidSize;
-    bytesPerRow -= bytesPerRow % format->rowAlignment;
+    bytesPerRow -= bytesPerRow % rows.format->rowAlignment;
     if (__builtin_mul_overflow(bytesPerRow, height, &size) ||
         __builtin_add_overflow(size, kRowAlignment - 1, &size))
         return kCVReturnInvalidSize;
@@ -105,8 +108,8 @@ CVReturn CVPixelBufferCreate(CFAllocatorRef, size_t width, size_t height, OSType
     auto *behind = reinterpret_cast<UInt8 *>(buffer + 1);
     buffer->base = behind + (-reinterpret_cast<uintptr_t>(behind)) % kRowAlignment;
     // Whole buffers are written to files: nothing that the heap held before goes with them.
-    for (size_t row = 0; used < bytesPerRow && row < height; ++row)
-        std::memset(buffer->base + row * bytesPerRow + used, 0, bytesPerRow - used);
+    for (size_t row = 0; rows.used < bytesPerRow && row < height; ++row)
+        std::memset(buffer->base + row * bytesPerRow + rows.used, 0, bytesPerRow - rows.used);
     *pixelBufferOut = buffer;
     return kCVReturnSuccess;
 }
@@ -119,16 +122,14 @@ CVReturn CVPixelBufferCreateWithBytes(CFAllocatorRef, size_t width, size_t heigh
     if (pixelBufferOut == nullptr)
         return kCVReturnInvalidArgument;
     *pixelBufferOut = nullptr;
-    const Format *format = findFormat(pixelFormatType);
-    if (format == nullptr)
-        return kCVReturnInvalidPixelFormat;
+    Rows rows{};
+    if (const CVReturn result = measureRows(width, height, pixelFormatType, rows); result != kCVReturnSuccess)
+        return result;
 
-    size_t used = 0;
     size_t size = 0;
-    if (width == 0 || height == 0 || !measureRow(*format, width, used) ||
-        __builtin_mul_overflow(bytesPerRow, height, &size))
+    if (__builtin_mul_overflow(bytesPerRow, height, &size))
         return kCVReturnInvalidSize;
-    if (baseAddress == nullptr || bytesPerRow < used)
+    if (baseAddress == nullptr || bytesPerRow < rows.used)
         return kCVReturnInvalidArgument;
 
     auto *buffer = kiv::cf::create<__CVBuffer>(0, width, height, pixelFormatType, bytesPerRow);
