@@ -63,7 +63,7 @@ typedef void (*KIVCS2BonjourBrowserCallback)(struct KIVCS2BonjourBrowser *browse
 
 /**
  * A monitored TXT record has come or changed and stands in the service record. It runs on the monitor's
- * worker and may stop the monitor.
+ * worker and may stop the monitor, but not dispose of the browser.
  */
 typedef void (*KIVCS2BonjourMonitorCallback)(struct KIVCS2BonjourService *service, void *userData,
                                              struct KIVCS2BonjourService *sameService);
@@ -87,6 +87,7 @@ typedef struct KIVCS2BonjourService
     CFNetServiceClientContext m_monitorContext;
     KIVCS2BonjourMonitorCallback m_monitorCallback;
     void *m_monitorUserData;
+    KIVCS2Mutex m_monitorMutex; /**< held while a watch is started or ended; private */
 } KIVCS2BonjourService;
 
 /** What a browser is doing; four-character codes. */
@@ -193,7 +194,7 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_stopServiceBrowser(KIVCS2BonjourBrowser *d
 /**
  * Stops the browser and the monitors of its services, releases everything it holds and zeroes the record.
  * @retval KIVCS2STATUS_PARAM_ERR  `browser` is null
- * @retval KIVCS2STATUS_STATE_ERR  called by the browser's own callback; nothing was released
+ * @retval KIVCS2STATUS_STATE_ERR  called by a callback of the browser or of its monitors; nothing was released
  * Thread safety: the owner alone. The name is spelled so.
  */
 KIVCS2_API KIVCS2Status kivCS2Bonjour_diposeBrowserData(KIVCS2BonjourBrowser *browser);
@@ -226,19 +227,20 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_getFirstPort(KIVCS2BonjourBrowser *browser
  * the watch fails is not reported.
  * @param[in] userData  handed to the callback unchanged; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `service` or `callback` is null
- * @retval KIVCS2STATUS_STATE_ERR  the service is watched
+ * @retval KIVCS2STATUS_STATE_ERR  the service is watched, or this is the callback of the watch
  * @retval KIVCS2STATUS_DATA_ERR   no monitor or no worker; nothing is watched
- * Thread safety: one thread at a time a service, the browser's callback included.
+ * Thread safety: any thread, the browser's callback included, until the browser is disposed of.
  */
 KIVCS2_API KIVCS2Status kivCS2Bonjour_startServiceMonitor(KIVCS2BonjourService *service,
                                                           KIVCS2BonjourMonitorCallback callback,
                                                           void *userData);
 
 /**
- * Stops the watch and waits for its worker, except in the monitor's own callback. The last record stays. Twice is
- * harmless, as is a service that was never watched.
+ * Stops the watch and waits for its worker: no callback runs afterwards, except where the monitor's own callback
+ * stops it, which ends with that callback. The last record stays. Twice is harmless, as is a service that was
+ * never watched.
  * @retval KIVCS2STATUS_PARAM_ERR  `service` is null
- * Thread safety: one thread at a time a service; the monitor's callback only while no other thread stops it.
+ * Thread safety: any thread, the monitor's callback included, until the browser is disposed of.
  */
 KIVCS2_API KIVCS2Status kivCS2Bonjour_stopServiceMonitor(KIVCS2BonjourService *service);
 

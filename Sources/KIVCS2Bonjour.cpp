@@ -27,6 +27,9 @@ constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
 // Kept: hosts rely on one successful search ending all browsing of the process. Only ever set.
 constinit std::atomic<uint32_t> foundFirst = 0;
 
+// Whose monitor's callback runs on the calling thread; null for none.
+constinit thread_local KIVCS2BonjourService *t_watched = nullptr;
+
 // A plain word of a record that another thread reads or writes.
 [[nodiscard]] std::atomic_ref<uint32_t> shared(uint32_t &word)
 {
@@ -115,9 +118,19 @@ void freeAddresses(KIVCS2BonjourService &service)
     }
 }
 
+// Ends the watch, if there is one, and waits for its worker. The caller holds `m_monitorMutex`.
+void endMonitor(KIVCS2BonjourService &service)
+{
+    if (service.m_monitor != nullptr)
+        CFNetServiceMonitorStop(service.m_monitor, nullptr);
+    endWorker(service.m_monitorThread);
+    releaseAndClear(service.m_monitor);
+}
+
 void freeService(KIVCS2BonjourService *service)
 {
     (void)kivCS2Bonjour_stopServiceMonitor(service); // not null
+    (void)kivCS2Mutex_free(&service->m_monitorMutex);
     freeAddresses(*service);
     releaseAndClear(service->m_service);
     releaseAndClear(service->m_recordData);
@@ -147,8 +160,12 @@ void appendAddress(KIVCS2BonjourService &service, CFDataRef data)
 [[nodiscard]] KIVCS2BonjourService *appendService(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
 {
     auto *service = static_cast<KIVCS2BonjourService *>(kivCS2ZeroMalloc(sizeof(KIVCS2BonjourService)));
-    if (service == nullptr)
+    if (service == nullptr ||
+        KIVCS2_FAILED(kivCS2Mutex_init(&service->m_monitorMutex, KIVCS2MutexOptions_None)))
+    {
+        std::free(service);
         return nullptr;
+    }
     kivCS2LinkList_appendElem(&browser.m_services, &service->m_elem);
     CFRetain(cfService);
     service->m_service = cfService;
@@ -211,7 +228,9 @@ void MyNetServiceMonitorClientCallBack(CFNetServiceMonitorRef, CFNetServiceRef, 
     service->m_recordType = type;
     service->m_recordData = data;
     service->m_recordError = error != nullptr ? *error : CFStreamError{};
+    t_watched = service;
     service->m_monitorCallback(service, service->m_monitorUserData, service);
+    t_watched = nullptr;
 }
 
 // ---- Browsers ----
@@ -379,10 +398,13 @@ KIVCS2Status kivCS2Bonjour_diposeBrowserData(KIVCS2BonjourBrowser *browser)
 
     if (browser->m_browser == nullptr) // never initialised, or disposed of before
         return KIVCS2STATUS_OK;
+    // In a callback of its own: its worker still needs what would go.
+    if (t_watched != nullptr && t_watched->m_elem.m_list == &browser->m_services)
+        return KIVCS2STATUS_STATE_ERR;
     bool inCallback = false;
     KIV_TRY(stopSearch(*browser, inCallback));
     if (inCallback)
-        return KIVCS2STATUS_STATE_ERR; // its worker still needs what would go
+        return KIVCS2STATUS_STATE_ERR;
     KIV_TRY(endSearch(*browser));
     releaseAndClear(browser->m_browser);
     while (KIVCS2LinkElem *elem = browser->m_services.m_next)
@@ -498,19 +520,24 @@ KIVCS2Status kivCS2Bonjour_startServiceMonitor(KIVCS2BonjourService *service,
     KIV_CHECK(service);
     KIV_CHECK(callback);
 
-    if (service->m_monitor != nullptr)
+    if (t_watched == service)
         return KIVCS2STATUS_STATE_ERR;
+    const kiv::MutexLock lock{service->m_monitorMutex};
+    KIV_TRY(lock.status());
+    if (service->m_monitor != nullptr && shared(service->m_monitorStop).load() == 0)
+        return KIVCS2STATUS_STATE_ERR;
+    endMonitor(*service); // one that its callback has stopped
     service->m_monitorCallback = callback;
     service->m_monitorUserData = userData;
     service->m_monitorContext = {};
     service->m_monitorContext.info = service;
-    shared(service->m_monitorStop).store(0);
     CFRef<CFNetServiceMonitorRef> monitor{CFNetServiceMonitorCreate(kCFAllocatorDefault, service->m_service,
                                                                     MyNetServiceMonitorClientCallBack,
                                                                     &service->m_monitorContext)};
     if (!monitor)
         return KIVCS2STATUS_DATA_ERR;
     service->m_monitor = monitor.get(); // before the first callback, which may stop it
+    shared(service->m_monitorStop).store(0);
     if (KIVCS2_FAILED(startWorker(service->m_monitorThread, monitor.get(), watchService)))
     {
         service->m_monitor = nullptr;
@@ -524,10 +551,16 @@ KIVCS2Status kivCS2Bonjour_stopServiceMonitor(KIVCS2BonjourService *service)
 {
     KIV_CHECK(service);
 
+    // Before the mutex is taken, as a browser's stop does.
     shared(service->m_monitorStop).store(1);
-    if (service->m_monitor != nullptr)
+    if (t_watched == service)
+    {
+        // The worker, whose callback this is, ends by itself; the next stop or start waits for it.
         CFNetServiceMonitorStop(service->m_monitor, nullptr);
-    endWorker(service->m_monitorThread);
-    releaseAndClear(service->m_monitor);
+        return KIVCS2STATUS_OK;
+    }
+    const kiv::MutexLock lock{service->m_monitorMutex};
+    KIV_TRY(lock.status());
+    endMonitor(*service);
     return KIVCS2STATUS_OK;
 }
