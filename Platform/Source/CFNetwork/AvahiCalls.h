@@ -28,7 +28,9 @@
     CALL(avahi_record_browser_new)                                                                           \
     CALL(avahi_service_browser_free)                                                                         \
     CALL(avahi_service_browser_get_client)                                                                   \
-    CALL(avahi_service_browser_new)
+    CALL(avahi_service_browser_new)                                                                          \
+    CALL(avahi_service_resolver_free)                                                                        \
+    CALL(avahi_service_resolver_new)
 
 #define KIV_AVAHI_CORE_CALLS(CALL)                                                                           \
     CALL(avahi_key_new)                                                                                      \

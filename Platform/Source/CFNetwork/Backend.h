@@ -38,6 +38,15 @@ protected:
     ~RecordSink() = default;
 };
 
+class LocationSink
+{
+public:
+    virtual void located(const char *host, uint16_t port) noexcept = 0;
+
+protected:
+    ~LocationSink() = default;
+};
+
 class GroupSink
 {
 public:
@@ -109,6 +118,13 @@ public:
                                                                  ServiceSink &sink, int &error) noexcept = 0;
     [[nodiscard]] virtual std::unique_ptr<Handle> browseRecords(const char *name, uint16_t type,
                                                                 RecordSink &sink, int &error) noexcept = 0;
+    // Tells a service's host and port sooner than its record does, where there is such a way; null where not.
+    [[nodiscard]] virtual std::unique_ptr<Handle> locate(const char * /*name*/, const char * /*type*/,
+                                                         const char * /*domain*/,
+                                                         LocationSink & /*sink*/) noexcept
+    {
+        return nullptr;
+    }
     [[nodiscard]] virtual std::unique_ptr<Group> makeGroup(GroupSink &sink, int &error) noexcept = 0;
 };
 

@@ -98,7 +98,7 @@ constexpr kiv::cf::Type kServiceType{kiv::cf::kTypeNetService, finalizeService, 
     const Clock::time_point deadline =
         Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>{seconds});
 
-    kiv::discovery::Resolution resolution{std::move(fullName), service.state->mailbox};
+    kiv::discovery::Resolution resolution{names, std::move(fullName), service.state->mailbox};
     kiv::discovery::Subscribed subscribed{resolution};
     if (subscribed.error() != 0)
         return kiv::discovery::serviceError(subscribed.error());

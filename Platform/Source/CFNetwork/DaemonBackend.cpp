@@ -44,6 +44,8 @@ public:
                                            int &error) noexcept override;
     std::unique_ptr<Handle> browseRecords(const char *name, uint16_t type, RecordSink &sink,
                                           int &error) noexcept override;
+    std::unique_ptr<Handle> locate(const char *name, const char *type, const char *domain,
+                                   LocationSink &sink) noexcept override;
     std::unique_ptr<Group> makeGroup(GroupSink &sink, int &error) noexcept override;
 
 private:
@@ -94,6 +96,14 @@ void recordEvent(AvahiRecordBrowser *browser, AvahiIfIndex interface, AvahiProto
                 {static_cast<const uint8_t *>(rdata), size},
                 [browser]
                 { return client().avahi_client_errno(client().avahi_record_browser_get_client(browser)); });
+}
+
+void resolverEvent(AvahiServiceResolver *, AvahiIfIndex, AvahiProtocol, AvahiResolverEvent event,
+                   const char *, const char *, const char *, const char *host, const AvahiAddress *,
+                   uint16_t port, AvahiStringList *, AvahiLookupResultFlags, void *context)
+{
+    if (event == AVAHI_RESOLVER_FOUND) // what it does not find its record may still tell
+        static_cast<LocationSink *>(context)->located(host, port);
 }
 
 class DaemonGroup final : public Group
@@ -163,6 +173,20 @@ std::unique_ptr<Handle> DaemonBackend::browseRecords(const char *name, uint16_t 
                                           AVAHI_DNS_CLASS_IN, type, lookupFlags(name), recordEvent, &sink);
     error = browser != nullptr ? 0 : client().avahi_client_errno(m_client);
     return holding(browser, client().avahi_record_browser_free, error);
+}
+
+// The daemon begins to answer what browses 10 ms after it was asked, and a resolver at once. This one is not asked for
+// the address: it gives one, and a host may have several.
+std::unique_ptr<Handle> DaemonBackend::locate(const char *name, const char *type, const char *domain,
+                                              LocationSink &sink) noexcept
+{
+    constexpr auto kHostAndPort =
+        static_cast<AvahiLookupFlags>(AVAHI_LOOKUP_NO_ADDRESS | AVAHI_LOOKUP_NO_TXT);
+    AvahiServiceResolver *resolver = client().avahi_service_resolver_new(
+        m_client, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, name, type, domainOrNull(domain), AVAHI_PROTO_UNSPEC,
+        kHostAndPort, resolverEvent, &sink);
+    int error = 0;
+    return holding(resolver, client().avahi_service_resolver_free, error);
 }
 
 std::unique_ptr<Group> DaemonBackend::makeGroup(GroupSink &sink, int &error) noexcept

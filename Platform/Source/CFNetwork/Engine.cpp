@@ -52,18 +52,16 @@ public:
     {
         return m_first == nullptr;
     }
-    [[nodiscard]] int add(Subscription &subscription) noexcept
+    void add(Subscription &subscription) noexcept
     {
         const Lock lock{*this};
-        if (!m_backend)
-            return AVAHI_ERR_NO_NETWORK;
         subscription.m_previous = nullptr;
         subscription.m_next = m_first;
         if (m_first != nullptr)
             m_first->m_previous = &subscription;
         m_first = &subscription;
-        subscription.attach(*m_backend);
-        return 0;
+        if (m_backend) // otherwise one is being looked for
+            subscription.attach(*m_backend);
     }
     void remove(Subscription &subscription) noexcept
     {
@@ -231,9 +229,8 @@ int subscribe(Subscription &subscription) noexcept
         engine = Engine::start().release();
     if (engine == nullptr)
         return AVAHI_ERR_NO_NETWORK;
-    const int error = engine->add(subscription);
-    endIfIdle();
-    return error;
+    engine->add(subscription);
+    return 0;
 }
 
 void unsubscribe(Subscription &subscription) noexcept

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 
 namespace kiv::discovery
@@ -22,7 +23,8 @@ constexpr std::chrono::milliseconds kOtherAddressesWait{300};
 
 constexpr const char *kDefaultDomain = "local";
 
-constexpr int kRenamesMax = 1000; // so many services of one name are no accident
+constexpr int kRenamesMax = 1000;      // so many services of one name are no accident
+constexpr unsigned kConflictsMax = 10; // from which on the steps between the names grow no more
 
 // The daemon went away under the call: the engine asks its successor.
 [[nodiscard]] bool willBeAskedAgain(int error) noexcept
@@ -56,6 +58,13 @@ constexpr int kRenamesMax = 1000; // so many services of one name are no acciden
 [[nodiscard]] bool isDomain(const std::string &text)
 {
     return !text.starts_with('.') && avahi_is_valid_domain_name(text.c_str()) != 0;
+}
+
+// A host that is none says that the service is not offered (RFC 2782), one that no question can be put for has no
+// addresses either.
+[[nodiscard]] bool isUsableHost(const std::string &name)
+{
+    return !name.empty() && isDomain(name);
 }
 
 void tellFailure(Mailbox &mailbox, int error) noexcept
@@ -243,6 +252,7 @@ void Watch::recordsFailed(int error) noexcept
 void Resolution::attach(Backend &backend) noexcept
 {
     m_backend = &backend;
+    m_hint = backend.locate(m_names.name.c_str(), m_names.type.c_str(), m_names.domain.c_str(), *this);
     m_server.browse(backend, m_fullName.c_str());
     if (m_location) // found with the last backend, of which the addresses may not have come
     {
@@ -253,6 +263,7 @@ void Resolution::attach(Backend &backend) noexcept
 
 void Resolution::detach() noexcept
 {
+    m_hint.reset();
     m_server.stop();
     m_v4.stop();
     m_v6.stop();
@@ -287,20 +298,30 @@ SInt32 Resolution::wait(Clock::time_point deadline) noexcept
     return error;
 }
 
-void Resolution::locate(std::span<const uint8_t> data)
+void Resolution::located(const char *host, uint16_t port) noexcept
 {
-    std::optional<ServerLocation> location = readServerLocation(data);
-    if (!location || location == m_location)
+    if (m_location || !isUsableHost(host)) // the record tells more of one that is none
         return;
-    // A host that is none says that the service is not offered (RFC 2782), one that no question can be put
-    // for has no addresses either.
-    const bool isUsable = !location->host.empty() && avahi_is_valid_domain_name(location->host.c_str()) != 0;
+    try
+    {
+        locate({port, host});
+    }
+    catch (const std::bad_alloc &)
+    {
+        // the record follows
+    }
+}
+
+void Resolution::locate(ServerLocation location)
+{
+    if (location == m_location)
+        return;
     m_v4.stop();
     m_v6.stop();
     m_addresses.clear();
     m_location = std::move(location);
     m_waiting.update([this] { m_progress = {}; });
-    if (!isUsable)
+    if (!isUsableHost(m_location->host))
     {
         fail(kCFNetServicesErrorNotFound);
         return;
@@ -366,10 +387,10 @@ void Resolution::Records::recordSeen(bool there, Place where, std::span<const ui
         return;
     try
     {
-        if (m_type == kTypeSRV)
-            m_owner.locate(data);
-        else
+        if (m_type != kTypeSRV)
             m_owner.addAddress(m_type, where, data);
+        else if (std::optional<ServerLocation> location = readServerLocation(data); location)
+            m_owner.locate(std::move(*location));
     }
     catch (const std::bad_alloc &)
     {
@@ -436,14 +457,21 @@ void Registration::setText(std::string &text) noexcept
     if (!m_announced)
         return;
     const int error = m_group->updateText(announcement());
-    if (error != 0 && error != AVAHI_ERR_NO_CHANGE)
-        tellFailure(m_mailbox, error);
+    // The daemon may have taken the service back already, because of a name that is taken.
+    if (error != 0 && error != AVAHI_ERR_NO_CHANGE && !willBeAskedAgain(error))
+        announce();
 }
 
+// Another machine has the name: "Ingest" becomes "Ingest #2" and then, by a step of 1 to 4, "Ingest #3" to "#6". Two
+// machines that start together with one name contend for every further name too if they count in step, and neither
+// wins: each of a service's records is compared by itself.
 void Registration::nameTaken() noexcept
 {
-    if (takeAnotherName())
-        announce();
+    const uint32_t longest = 1u << 2 * std::min(m_conflicts++, kConflictsMax / 2);
+    for (uint32_t step = arc4random_uniform(longest) + 1; step > 0; --step)
+        if (!takeAnotherName())
+            return;
+    announce();
 }
 
 void Registration::groupFailed(int error) noexcept

@@ -82,13 +82,13 @@ union SocketAddress
 };
 
 // Host, port and addresses of one service.
-class Resolution final : public Subscription
+class Resolution final : public Subscription, LocationSink
 {
 public:
     using Clock = std::chrono::steady_clock;
 
-    Resolution(std::string fullName, Waiting &waiting) noexcept
-        : m_fullName{std::move(fullName)}, m_waiting{waiting}
+    Resolution(const ServiceNames &names, std::string fullName, Waiting &waiting) noexcept
+        : m_names{names}, m_fullName{std::move(fullName)}, m_waiting{waiting}
     {
     }
 
@@ -145,13 +145,16 @@ private:
         return type == kTypeA ? 1u : 2u;
     }
 
-    void locate(std::span<const uint8_t> data);
+    void located(const char *host, uint16_t port) noexcept override;
+    void locate(ServerLocation location);
     void addAddress(uint16_t type, Place where, std::span<const uint8_t> data);
     void fail(SInt32 error) noexcept;
 
+    const ServiceNames &m_names;
     std::string m_fullName;
     Waiting &m_waiting;
     Backend *m_backend = nullptr;
+    std::unique_ptr<Handle> m_hint;
     Records m_server{*this, kTypeSRV};
     Records m_v4{*this, kTypeA};
     Records m_v6{*this, kTypeAAAA};
@@ -192,6 +195,7 @@ private:
     std::string m_text;
     bool m_mayRename;
     bool m_announced = false;
+    unsigned m_conflicts = 0;
     Mailbox &m_mailbox;
     std::unique_ptr<Group> m_group;
 };
