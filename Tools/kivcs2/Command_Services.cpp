@@ -8,10 +8,14 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <thread>
 
 namespace tool
 {
@@ -20,8 +24,9 @@ namespace
 
 using namespace std::chrono_literals;
 
-// So long after the last service a list counts as complete: questions are answered within half a second.
-constexpr auto kQuietTime = 1s;
+// So long after the last service a list counts as complete: the question waits 0.12 s at most, an answer a second
+// after the one before it and 0.12 s more (RFC 6762, 5.2 and 6).
+constexpr auto kQuietTime = 1500ms;
 
 struct Options
 {
@@ -127,12 +132,46 @@ public:
     KIVCS2BonjourBrowser record{};
 };
 
-// The library reports no failure of a search: what cannot be searched is said before.
-void requireType(const std::string &type)
+std::vector<std::string_view> labelsOf(std::string_view name)
 {
-    if (!type.starts_with('_') || (!type.ends_with("._tcp") && !type.ends_with("._udp") &&
-                                   !type.ends_with("._tcp.") && !type.ends_with("._udp.")))
-        throw Failure(kExitUsage, "\"" + visible(type) + "\" is no service type such as _http._tcp");
+    std::vector<std::string_view> labels;
+    if (name.ends_with('.'))
+        name.remove_suffix(1);
+    for (size_t dot = name.find('.'); dot != std::string_view::npos; dot = name.find('.'))
+    {
+        labels.push_back(name.substr(0, dot));
+        name.remove_prefix(dot + 1);
+    }
+    labels.push_back(name);
+    return labels;
+}
+
+// The library reports no failure of a search or of what is published: what cannot be is said before. Avahi
+// carries no types of one letter.
+void requireNames(const Options &options)
+{
+    constexpr size_t kLabelMax = 63;
+    const auto isPlain = [](char c)
+    {
+        return c == '-' || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    };
+    const auto isASCII = [](char c)
+    {
+        return static_cast<unsigned char>(c) < 0x80;
+    };
+    const std::vector<std::string_view> type = labelsOf(options.type);
+    if (type.size() != 2 || type[0].size() < 3 || type[0].size() > kLabelMax || type[0][0] != '_' ||
+        !std::ranges::all_of(type[0].substr(1), isPlain) || (type[1] != "_tcp" && type[1] != "_udp"))
+        throw Failure(kExitUsage, "\"" + visible(options.type) + "\" is no service type such as _http._tcp");
+    const auto isLabel = [](std::string_view label)
+    {
+        return !label.empty() && label.size() <= kLabelMax;
+    };
+    if (!options.domain.empty() && (!std::ranges::all_of(labelsOf(options.domain), isLabel) ||
+                                    !std::ranges::all_of(options.domain, isASCII)))
+        throw Failure(kExitUsage, "\"" + visible(options.domain) + "\" is no domain");
+    if (!std::ranges::all_of(options.name, isASCII))
+        throw Failure(kExitUsage, "\"" + visible(options.name) + "\" is not ASCII");
 }
 
 // The TXT record: every text behind its length.
@@ -165,7 +204,7 @@ std::vector<std::string> unpackTexts(std::string_view record)
 
 int publish(const Options &options)
 {
-    requireType(options.type);
+    requireNames(options);
     if (options.name.empty() || options.name.size() > 63)
         throw Failure(kExitUsage, "a service's name has 1 to 63 bytes");
     const std::string texts = packTexts(options.texts);
@@ -191,9 +230,19 @@ int publish(const Options &options)
     return kExitYes;
 }
 
+// Whether no service is being resolved, which takes two seconds for one that nobody answers for: the browser
+// holds its mutex meanwhile.
+bool isResting(KIVCS2BonjourBrowser &browser)
+{
+    if (KIVCS2_FAILED(kivCS2Mutex_tryLock(&browser.m_mutex)))
+        return false;
+    (void)kivCS2Mutex_unlock(&browser.m_mutex); // held by this thread
+    return true;
+}
+
 int browse(const Options &options, bool json)
 {
-    requireType(options.type);
+    requireNames(options);
     const EndSignals signals;
     Arrivals<Found> arrivals;
     Browser browser;
@@ -226,7 +275,12 @@ int browse(const Options &options, bool json)
         const auto limit = options.terminate ? last + kQuietTime - std::chrono::steady_clock::now()
                                              : std::chrono::nanoseconds{1h};
         if (options.terminate && limit <= 0s)
-            break;
+        {
+            if (isResting(browser.record))
+                break;
+            last = std::chrono::steady_clock::now();
+            continue;
+        }
         if (signals.waitFor(limit) == EndSignals::Event::End)
             break;
     }
@@ -235,19 +289,43 @@ int browse(const Options &options, bool json)
     return listed > 0 || !options.terminate ? kExitYes : kExitNo;
 }
 
-void findFirst(Browser &browser, const Options &options)
+// Ends the process in the midst of a search for the first service, which goes on for its time-out whatever
+// happens: its semaphores' names would stay on the machine.
+[[noreturn]] void leaveSearch(KIVCS2BonjourBrowser &browser)
 {
-    requireType(options.type);
-    const KIVCS2Status status = kivCS2Bonjour_findFirstService(
-        &browser.record, options.domain.c_str(), options.type.c_str(), options.name.c_str(), options.timeout);
+    (void)kivCS2Bonjour_stopServiceBrowser(&browser); // the worker's semaphore goes with it
+    KIVCS2Semaphore same;
+    if (KIVCS2_SUCCEEDED(kivCS2Semaphore_init(&same, browser.m_semaphore.m_name)))
+        (void)kivCS2Semaphore_free(&same); // open, and nobody waits; removes the name
+    std::_Exit(kExitNo);
+}
+
+void findFirst(Browser &browser, const Options &options, const EndSignals &signals)
+{
+    requireNames(options);
+    std::atomic<bool> isDone = false;
+    KIVCS2Status status = KIVCS2STATUS_OK;
+    std::thread search{[&]
+                       {
+                           status = kivCS2Bonjour_findFirstService(&browser.record, options.domain.c_str(),
+                                                                   options.type.c_str(), options.name.c_str(),
+                                                                   options.timeout);
+                           isDone = true;
+                           EndSignals::wake();
+                       }};
+    while (!isDone)
+        if (signals.waitFor(1h) == EndSignals::Event::End && !isDone)
+            leaveSearch(browser.record);
+    search.join();
     check(status, "\"" + visible(options.name) + "\"" +
                       (status == KIVCS2STATUS_TIMEOUT_ERR ? ": nobody offers it" : " cannot be searched"));
 }
 
 int first(const Options &options, bool json)
 {
+    const EndSignals signals;
     Browser browser;
-    findFirst(browser, options);
+    findFirst(browser, options, signals);
     const Found found = describe(&browser.record, nullptr);
     if (json)
         out().json(asJson(found));
@@ -261,7 +339,7 @@ int monitor(const Options &options, bool json)
     const EndSignals signals;
     Arrivals<std::string> arrivals;
     Browser browser; // ends the watch of its services too
-    findFirst(browser, options);
+    findFirst(browser, options, signals);
     auto *service = reinterpret_cast<KIVCS2BonjourService *>(browser.record.m_services.m_next);
     const auto changed = [](KIVCS2BonjourService *watched, void *context, KIVCS2BonjourService *)
     {
