@@ -48,11 +48,15 @@ struct Network
     {
         return 0;
     };
+    std::function<void(LocationSink &)> location = [](LocationSink &) {
+    };
+    int updating = 0; // the answer to a new text
 
     std::mutex mutex;
     std::condition_variable changed;
     Strings log;
     BackendOwner *owner = nullptr;
+    GroupSink *group = nullptr;
     BackendState state = BackendState::ready;
     int backends = 0;
 
@@ -88,7 +92,7 @@ public:
     int updateText(const Announcement &what) noexcept override
     {
         network->note("text " + std::string{what.text.begin(), what.text.end()});
-        return 0;
+        return network->updating;
     }
     void withdraw() noexcept override
     {
@@ -116,8 +120,15 @@ public:
         sink.cacheDone();
         return std::make_unique<Handle>();
     }
-    std::unique_ptr<Group> makeGroup(GroupSink & /*sink*/, int &) noexcept override
+    std::unique_ptr<Handle> locate(const char *, const char *, const char *,
+                                   LocationSink &sink) noexcept override
     {
+        network->location(sink);
+        return std::make_unique<Handle>();
+    }
+    std::unique_ptr<Group> makeGroup(GroupSink &sink, int &) noexcept override
+    {
+        network->group = &sink;
         return std::make_unique<PlayedGroup>();
     }
 };
@@ -400,6 +411,34 @@ TEST_F(Discovery, ResolvingCollectsTheAddressesOfTheHost)
     EXPECT_THAT(hosts, testing::UnorderedElementsAre("0", "1", "%2", "%3"));
 }
 
+TEST_F(Discovery, ALocationThatIsToldSoonerIsNoMoreThanAHint)
+{
+    for (const char *hint : {"", ".", "..", "encoder.local", "other.local"})
+    {
+        Strings asked;
+        m_network.location = [hint](LocationSink &sink)
+        {
+            sink.located(hint, 4999);
+        };
+        m_network.records = [&asked](const std::string &name, uint16_t type, RecordSink &sink)
+        {
+            if (type == kTypeSRV)
+            {
+                sink.recordSeen(true, kIPv4, locationData(5000, {"encoder", "local"}));
+                return;
+            }
+            asked.push_back(name);
+            sink.recordSeen(true, kIPv4, std::vector<uint8_t>(type == kTypeA ? 4 : 16, 9));
+        };
+        const auto found = service("", "_play._tcp", "x", -1);
+        ASSERT_TRUE(CFNetServiceResolveWithTimeout(found.get(), 60, nullptr)) << hint;
+        EXPECT_EQ(CFNetServiceGetPortNumber(found.get()), 5000) << hint;
+        EXPECT_TRUE(CFEqual(CFNetServiceGetTargetHost(found.get()), text("encoder.local").get())) << hint;
+        EXPECT_EQ(CFArrayGetCount(CFNetServiceGetAddressing(found.get())), 2) << hint;
+        EXPECT_THAT(asked, testing::SizeIs(std::string_view{hint}.size() > 2 ? 4 : 2)) << hint;
+    }
+}
+
 TEST_F(Discovery, WhatDoesNotResolveSaysWhy)
 {
     CFStreamError error{};
@@ -462,11 +501,18 @@ TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
     for (BackendState state : {BackendState::starting, BackendState::ready})
         withEngineLocked(change, &state);
     m_network.waitFor("Ingest #2:5000:\1b");
+    // What was announced is taken back for another machine's sake, before anybody was told.
+    withEngineLocked([](void *) { network->updating = AVAHI_ERR_NOT_FOUND; }, nullptr);
+    EXPECT_TRUE(setText("\1c"));
+    m_network.waitFor("Ingest #2:5000:\1c");
+    withEngineLocked([](void *) { network->group->nameTaken(); }, nullptr);
+    m_network.waitFor("Ingest #3:5000:\1c");
     CFNetServiceCancel(published.get());
     publishing.join();
     EXPECT_EQ(error.error, kCFNetServicesErrorCancel);
-    EXPECT_THAT(m_network.log, testing::ElementsAre("Ingest #2:5000:\1a", "text \1b", "withdrawn",
-                                                    "Ingest #2:5000:\1b", "gone"));
+    EXPECT_THAT(m_network.log,
+                testing::ElementsAre("Ingest #2:5000:\1a", "text \1b", "withdrawn", "Ingest #2:5000:\1b",
+                                     "text \1c", "Ingest #2:5000:\1c", "Ingest #3:5000:\1c", "gone"));
     const auto fixed = service("", "_play._tcp", "Ingest", 5000);
     EXPECT_FALSE(CFNetServiceRegisterWithOptions(fixed.get(), kCFNetServiceFlagNoAutoRename, &error));
     EXPECT_EQ(error.error, kCFNetServicesErrorCollision);

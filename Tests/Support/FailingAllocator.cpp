@@ -109,3 +109,12 @@ void operator delete[](void *block, size_t) noexcept
 {
     std::free(block);
 }
+// Where a constructor throws.
+void operator delete(void *block, const std::nothrow_t &) noexcept
+{
+    std::free(block);
+}
+void operator delete[](void *block, const std::nothrow_t &) noexcept
+{
+    std::free(block);
+}

@@ -251,10 +251,12 @@ void Watch::recordsFailed(int error) noexcept
 
 void Resolution::attach(Backend &backend) noexcept
 {
+    const bool isLocated =
+        m_location.has_value(); // by the last backend, of which the addresses may not have come
     m_backend = &backend;
     m_hint = backend.locate(m_names.name.c_str(), m_names.type.c_str(), m_names.domain.c_str(), *this);
     m_server.browse(backend, m_fullName.c_str());
-    if (m_location) // found with the last backend, of which the addresses may not have come
+    if (isLocated)
     {
         m_v4.browse(backend, m_location->host.c_str());
         m_v6.browse(backend, m_location->host.c_str());

@@ -167,8 +167,8 @@ private:
 class Registration final : public Subscription, GroupSink
 {
 public:
-    Registration(const ServiceNames &names, uint16_t port, std::string text, bool mayRename,
-                 Mailbox &mailbox) noexcept
+    // Throws std::bad_alloc.
+    Registration(const ServiceNames &names, uint16_t port, std::string text, bool mayRename, Mailbox &mailbox)
         : m_names{names}, m_name{names.name}, m_port{port}, m_text{std::move(text)},
           m_mayRename{mayRename}, m_mailbox{mailbox}
     {

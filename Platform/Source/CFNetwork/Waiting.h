@@ -6,7 +6,7 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <deque>
+#include <list>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -146,7 +146,7 @@ public:
     }
 
 private:
-    std::deque<Event> m_events;
+    std::list<Event> m_events; // makes no room before the first
     bool m_overflow = false;
 };
 } // namespace kiv::discovery

@@ -1,0 +1,245 @@
+// Every allocation of service discovery, failed once in turn, over a network that the test plays. Avahi ends the process
+// where its own fail; they are not touched here.
+#include "KIVCS2Bonjour.h"
+
+#include "CFNetwork/Engine.h"
+#include "CFNetwork/RecordData.h"
+#include "Private/CFRef.h"
+
+#include "FailingAllocator.h"
+
+#include <avahi-common/error.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <new>
+#include <string_view>
+#include <thread>
+
+namespace
+{
+using namespace kiv::discovery;
+using kiv::CFRef;
+using kiv::test::allocationFailed;
+using kiv::test::forEachAllocation;
+using namespace std::string_view_literals;
+
+constexpr const char *kType = "_play._tcp";
+constexpr std::string_view kText = "\x1crate=25;with=more;than=short"sv; // TXT data, as in DNS
+
+std::atomic<uint32_t> announced{0};
+
+class PlayedGroup final : public Group
+{
+public:
+    int announce(const Announcement &) noexcept override
+    {
+        ++announced;
+        announced.notify_all();
+        return 0;
+    }
+    int updateText(const Announcement &) noexcept override
+    {
+        return 0;
+    }
+    void withdraw() noexcept override {}
+};
+
+// One service on one host with two addresses; the search, the host and the record are given all at once.
+class PlayedBackend final : public Backend
+{
+public:
+    [[nodiscard]] BackendState state() const noexcept override
+    {
+        return BackendState::ready;
+    }
+    std::unique_ptr<Handle> browseServices(const char *, const char *, ServiceSink &sink,
+                                           int &error) noexcept override
+    {
+        sink.serviceSeen(true, {1, 0}, "A service with a name that takes more than the room in a string");
+        sink.browsingFailed(AVAHI_ERR_NO_NETWORK); // the search ends by itself
+        return handle(error);
+    }
+    std::unique_ptr<Handle> browseRecords(const char *, uint16_t type, RecordSink &sink,
+                                          int &error) noexcept override
+    {
+        constexpr std::string_view kLocation = "\0\0\0\0\x13\x88\x19"
+                                               "a-host-with-a-longer-name\5local\0"sv;
+        constexpr std::string_view kIPv4 = "\x0a\0\0\7"sv;
+        constexpr std::string_view kIPv6 = "\x20\1\0\0\0\0\0\0\0\0\0\0\0\0\0\1"sv;
+        const std::string_view data = type == kTypeSRV   ? kLocation
+                                      : type == kTypeA   ? kIPv4
+                                      : type == kTypeTXT ? kText
+                                                         : kIPv6;
+        sink.recordSeen(true, {1, 0}, {reinterpret_cast<const uint8_t *>(data.data()), data.size()});
+        sink.cacheDone();
+        if (type == kTypeTXT)
+            sink.recordsFailed(AVAHI_ERR_NO_NETWORK); // the watch ends by itself
+        return handle(error);
+    }
+    std::unique_ptr<Group> makeGroup(GroupSink &, int &error) noexcept override
+    {
+        std::unique_ptr<Group> group{new (std::nothrow) PlayedGroup};
+        error = group ? 0 : AVAHI_ERR_NO_MEMORY;
+        return group;
+    }
+
+private:
+    static std::unique_ptr<Handle> handle(int &error) noexcept
+    {
+        std::unique_ptr<Handle> made{new (std::nothrow) Handle};
+        error = made ? 0 : AVAHI_ERR_NO_MEMORY;
+        return made;
+    }
+};
+
+class BonjourAllocation : public testing::Test
+{
+protected:
+    BonjourAllocation()
+    {
+        kivCS2_initWithTaskServer(false);
+        setBackendForTesting([](BackendOwner &) -> std::unique_ptr<Backend>
+                             { return std::unique_ptr<Backend>{new (std::nothrow) PlayedBackend}; });
+    }
+    ~BonjourAllocation() override
+    {
+        setBackendForTesting(nullptr);
+    }
+};
+
+CFRef<CFStringRef> text(const char *ascii)
+{
+    return CFRef<CFStringRef>{CFStringCreateWithCString(nullptr, ascii, kCFStringEncodingASCII)};
+}
+
+TEST_F(BonjourAllocation, PublishingTellsAndLeavesARecordOfZeroes)
+{
+    const size_t count = forEachAllocation(
+        [](size_t)
+        {
+            KIVCS2BonjourPublisher publisher;
+            announced = 0;
+            const KIVCS2Status status = kivCS2Bonjour_startPublishingService(
+                &publisher, "", kType, "Ingest 1 of a longer name", 5000);
+            if (KIVCS2_FAILED(status))
+            {
+                EXPECT_TRUE(status == KIVCS2STATUS_MEMORY_ERR || status == KIVCS2STATUS_DATA_ERR) << status;
+                EXPECT_EQ(publisher.m_service, nullptr);
+                EXPECT_EQ(publisher.m_thread.m_thread.m_thread, 0u);
+            }
+            else
+            {
+                // Without memory the worker announces nothing, which is not reported.
+                while (announced == 0 && !allocationFailed())
+                    std::this_thread::yield();
+            }
+            EXPECT_EQ(kivCS2Bonjour_endPublishingService(&publisher), KIVCS2STATUS_OK);
+        });
+    EXPECT_GE(count, 8u); // three texts, service and state, subscription's names, engine, backend, group
+}
+
+TEST_F(BonjourAllocation, ASearchTellsOrListsLess)
+{
+    const size_t count = forEachAllocation(
+        [](size_t)
+        {
+            KIVCS2BonjourBrowser browser;
+            KIVCS2Status status = kivCS2Bonjour_initBrowserData(&browser);
+            if (KIVCS2_FAILED(status))
+            {
+                EXPECT_EQ(status, KIVCS2STATUS_DATA_ERR);
+                EXPECT_EQ(browser.m_browser, nullptr);
+                return;
+            }
+            std::atomic<uint32_t> calls = 0;
+            const auto came = [](KIVCS2BonjourBrowser *own, KIVCS2BonjourService *service, void *userData,
+                                 KIVCS2BonjourBrowser *)
+            {
+                uint32_t port = 1;
+                KIVCS2BonjourAddress *address = nullptr;
+                EXPECT_EQ(kivCS2Bonjour_getFirstPort(own, service, &port), KIVCS2STATUS_OK);
+                EXPECT_EQ(kivCS2Bonjour_getAddressesList(own, service, &address), KIVCS2STATUS_OK);
+                EXPECT_EQ(port, address != nullptr ? 5000u : 0u);
+                EXPECT_TRUE(address != nullptr || allocationFailed());
+                ++*static_cast<std::atomic<uint32_t> *>(userData);
+            };
+            status = kivCS2Bonjour_findServices(&browser, "", kType, came, &calls);
+            if (KIVCS2_FAILED(status))
+            {
+                EXPECT_EQ(status, KIVCS2STATUS_MEMORY_ERR);
+                EXPECT_EQ(browser.m_domain, nullptr);
+            }
+            while (KIVCS2_SUCCEEDED(status) && calls == 0 && !allocationFailed())
+                std::this_thread::yield();
+            EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK);
+            EXPECT_EQ(browser.m_services.m_count, calls);
+            EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+        });
+    EXPECT_GE(count, 20u);
+}
+
+// On this thread, so that what each failure leads to is certain.
+TEST_F(BonjourAllocation, WaitingCallsTellAndKeepWhatTheyHad)
+{
+    const CFRef<CFNetServiceRef> service{CFNetServiceCreate(nullptr, text("").get(), text(kType).get(),
+                                                            text("A service of a longer name").get(), 1)};
+    ASSERT_TRUE(service);
+    forEachAllocation(
+        [&service](size_t)
+        {
+            CFStreamError error{};
+            const bool isResolved = CFNetServiceResolveWithTimeout(service.get(), 60, &error) != 0;
+            EXPECT_TRUE(isResolved || allocationFailed());
+            EXPECT_EQ(error.error == 0, isResolved);
+        });
+    EXPECT_EQ(CFArrayGetCount(CFNetServiceGetAddressing(service.get())), 2);
+
+    forEachAllocation(
+        [&service](size_t)
+        {
+            uint32_t records = 0;
+            CFNetServiceClientContext client{0, &records, nullptr, nullptr, nullptr};
+            const CFRef<CFNetServiceMonitorRef> monitor{CFNetServiceMonitorCreate(
+                nullptr, service.get(),
+                [](CFNetServiceMonitorRef, CFNetServiceRef, CFNetServiceMonitorType, CFDataRef,
+                   CFStreamError *, void *info) { ++*static_cast<uint32_t *>(info); },
+                &client)};
+            EXPECT_TRUE(monitor || allocationFailed());
+            CFStreamError error{};
+            if (monitor)
+            {
+                EXPECT_FALSE(CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, &error));
+                EXPECT_NE(error.error, 0);
+                EXPECT_TRUE(records == 1 || allocationFailed());
+            }
+        });
+
+    const CFRef<CFDataRef> data{CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(kText.data()),
+                                             static_cast<CFIndex>(kText.size()))};
+    const size_t count = forEachAllocation(
+        [&](size_t)
+        {
+            const bool isSet = CFNetServiceSetTXTData(service.get(), data.get()) != 0;
+            EXPECT_EQ(isSet, !allocationFailed());
+        });
+    EXPECT_GE(count, 1u);
+}
+
+TEST_F(BonjourAllocation, ASearchForTheFirstWithoutItsTextsIsNone)
+{
+    KIVCS2BonjourBrowser browser;
+    ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+    for (size_t text = 0; text < 3; ++text)
+    {
+        kiv::test::failAllocation(text);
+        EXPECT_EQ(kivCS2Bonjour_findFirstService(&browser, "", kType, "a", 0), KIVCS2STATUS_MEMORY_ERR);
+        EXPECT_TRUE(allocationFailed());
+    }
+    kiv::test::allowAllocations();
+    EXPECT_EQ(browser.m_name, nullptr);
+    EXPECT_EQ(browser.m_stop, 0u);
+    EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+}
+} // namespace
