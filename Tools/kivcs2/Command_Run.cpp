@@ -37,8 +37,8 @@ enum RunCode : int
 constexpr double kGrace = 1.0; // seconds between SIGTERM and SIGKILL
 using Deadline = double;       // seconds of the monotonic clock
 constexpr Deadline kNoDeadline = std::numeric_limits<double>::infinity();
-constexpr double kLongestWait = 1e6; // seconds; longer ones are waited for in pieces
-constexpr int kEnded = SIGUSR1;      // the task has ended
+constexpr double kLongestWait = 1e6;       // seconds; longer ones are waited for in pieces
+constexpr timespec kShortWait{0, 1000000}; // for a child that is about to be there
 
 struct RunOptions
 {
@@ -121,12 +121,18 @@ Task makeTask(const RunOptions &options)
     return task;
 }
 
+// The task has ended. It queues, so that no such signal of somebody else's takes its place.
+int endedSignal()
+{
+    return SIGRTMIN;
+}
+
 // The signals that this thread waits for, and every thread of the process has blocked.
 sigset_t awaited()
 {
     sigset_t set;
     sigemptyset(&set);
-    for (const int signal : {kEnded, SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+    for (const int signal : {endedSignal(), SIGINT, SIGTERM, SIGHUP, SIGQUIT})
         sigaddset(&set, signal);
     return set;
 }
@@ -139,7 +145,7 @@ double now()
 }
 
 // The next awaited signal, or 0 at `deadline`.
-int nextSignal(Deadline deadline)
+int nextSignal(Deadline deadline, siginfo_t &about)
 {
     const sigset_t set = awaited();
     for (;;)
@@ -151,7 +157,7 @@ int nextSignal(Deadline deadline)
         timespec time{};
         time.tv_sec = static_cast<time_t>(wait);
         time.tv_nsec = static_cast<long>((wait - std::floor(wait)) * 1e9);
-        const int signal = sigtimedwait(&set, nullptr, &time);
+        const int signal = sigtimedwait(&set, &about, &time);
         if (signal > 0)
             return signal;
     }
@@ -159,7 +165,7 @@ int nextSignal(Deadline deadline)
 
 void tellEnd(KIVCS2Task *, void *)
 {
-    kill(getpid(), kEnded);
+    kill(getpid(), endedSignal());
 }
 
 // Starts the task; whichever way it runs, its end is told by a signal.
@@ -167,7 +173,7 @@ class Running
 {
 public:
     Running(KIVCS2Task *task, const RunOptions &options)
-        : m_task{task}, m_server{!options.direct && !options.async}
+        : m_task{task}, m_direct{options.direct}, m_server{!options.direct && !options.async}
     {
         KIVCS2Status status = KIVCS2STATUS_OK;
         if (options.direct)
@@ -195,11 +201,14 @@ public:
     {
         for (;;)
         {
-            const int signal = nextSignal(deadline);
-            if (signal == 0 || signal == kEnded)
-                return signal != 0;
-            int32_t ignored = 0; // a child that has ended meanwhile needs none
-            (void)kivCS2Task_signal(m_task, signal, &ignored);
+            siginfo_t about{};
+            const int signal = nextSignal(deadline, about);
+            if (signal == 0)
+                return false;
+            if (signal != endedSignal())
+                handOn(signal, about);
+            else if (about.si_pid == getpid())
+                return true;
         }
     }
 
@@ -220,7 +229,10 @@ public:
     {
         if (m_thread.joinable())
             m_thread.join();
-        const KIVCS2Status status = m_launch.load() != 0 ? m_launch.load() : m_task->m_asyncError;
+        KIVCS2Status status = m_launch.load();
+        bool finished = true;
+        if (!m_direct)
+            (void)kivCS2Task_finishedAsync(m_task, &finished, &status); // it was launched so
         const int waited = m_server ? m_task->m_exitCode : m_task->m_waitStatus;
         if (KIVCS2_FAILED(status) || waited == -1)
             throw Failure(static_cast<ExitCode>(kRunFailed), "launch (" + statusText(status) + ")");
@@ -228,7 +240,26 @@ public:
     }
 
 private:
+    void handOn(int signal, const siginfo_t &about)
+    {
+        const pid_t child = std::atomic_ref{m_task->m_pid}.load();
+        if (child <= 0)
+        {
+            if (std::atomic_ref{m_task->m_state}.load() > KIVCS2TaskState_RunningAsync)
+                return; // there will be none
+            nanosleep(&kShortWait, nullptr);
+            kill(getpid(), signal); // comes back
+            return;
+        }
+        // A key tells the whole group of the terminal. Twice means "at once" to many programs.
+        if (about.si_code == SI_KERNEL && getpgid(child) == getpgrp())
+            return;
+        int32_t ignored = 0; // a child that has ended meanwhile needs none
+        (void)kivCS2Task_signal(m_task, signal, &ignored);
+    }
+
     KIVCS2Task *m_task;
+    bool m_direct;
     bool m_server;
     std::atomic<KIVCS2Status> m_launch{KIVCS2STATUS_OK};
     std::thread m_thread;
