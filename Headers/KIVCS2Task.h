@@ -79,8 +79,8 @@ typedef struct KIVCS2Task
     char *m_stdOutFile;        /**< where the child's output goes instead; null for none */
     char *m_stdErrFile;        /**< where its errors go */
     uint32_t m_references;     /**< the host, and whoever still works on the task; private */
-    uint32_t m_released;       /**< 1 once the host has freed it; private */
-    uint32_t m_aborted;        /**< 1 once the host has freed it with KIVCS2TaskFreeMode_Abort; private */
+    uint32_t m_launchPiped;    /**< m_piped when it was launched; private */
+    KIVCS2TaskFreeMode m_stop; /**< how it was freed while it had no process; private */
     uint32_t m_lost;           /**< 1 when the server that launched it is gone; private */
     uint64_t m_lostStart;      /**< when its process was started, to tell it from a later one; private */
 } KIVCS2Task;
@@ -103,7 +103,8 @@ KIVCS2_API KIVCS2Status kivCS2Task_create(KIVCS2Task **_task, const char *_comma
  * for while its state is 3, without sleeping; where its process is still to come it is stopped when it
  * comes. A synchronous launch (state 2) is not waited for. In every state but these `mode` means nothing.
  * The callback is made as if the child had ended by itself, and may begin when `free` has returned: what `context`
- * points to has to last till then. With KIVCS2TaskFreeMode_Abort none is made.
+ * points to has to last till then. KIVCS2TaskFreeMode_Abort of a task in state 3 makes it state 5 without a
+ * callback; one that finishes by itself before that has its own.
  * @retval KIVCS2STATUS_PARAM_ERR         `_task` is null, or it is running and `mode` is above 4
  * @retval KIVCS2STATUS_TASK_RUNNING_ERR  it is running and `mode` is 0
  * In both cases nothing is freed, and a task that is running goes on without its pipes, which are closed first.

@@ -14,9 +14,13 @@
  *   at once or within a second, and sends SIGTERM to all that it has launched, with their descendants, and to
  *   the children of launches by KIVCS2Task.h that are running. Who has not ended 3/4 second later is killed,
  *   in both cases. A process that a task leaves behind belongs to the server and goes too.
- * - SIGTERM ends the server, within a second, and all that it has launched in the same way; SIGINT, SIGHUP and SIGQUIT, which a
- *   terminal sends to the whole group, leave it alone.
- * - The server keeps the standard streams that were open when it was forked, and no other descriptor.
+ * - SIGTERM ends the server, within a second, and all that it has launched in the same way; other signals that a
+ *   terminal or a supervisor sends to the whole group leave it alone.
+ * - The server keeps the standard streams, the working directory and the environment that the host had when it was
+ *   forked, and no other descriptor. What it launches has them too; whether a command may be executed is looked up
+ *   from where the host is.
+ * - A host that closes the library's descriptors, as by closing all that it does not know, loses the server with all
+ *   that it has launched; those tasks finish with an `m_exitCode` of -1. Launches by KIVCS2Task.h go on.
  * - A process that the host has forked itself cannot use its parent's server, and reaps its own children. What it
  *   launches by KIVCS2Task.h is its own too, and outlives the host.
  * - A callback runs on the library's readback thread with the server's mutex held: it must not take long,

@@ -49,6 +49,13 @@ void closeEnd(int32_t &end)
         close(descriptor);
 }
 
+void closeHostEnds(KIVCS2Task &task)
+{
+    closeEnd(task.m_stdInPipe[kWriteEnd]);
+    closeEnd(task.m_stdOutPipe[kReadEnd]);
+    closeEnd(task.m_stdErrPipe[kReadEnd]);
+}
+
 void closePipes(KIVCS2Task &task)
 {
     for (int32_t *pipe : {task.m_stdInPipe, task.m_stdOutPipe, task.m_stdErrPipe})
@@ -90,10 +97,13 @@ void closePipes(KIVCS2Task &task)
     kiv::ExecPlan plan;
     KIV_TRY(plan.prepare(task.m_command, task.m_argv));
     kiv::ChildSetup setup;
-    setup.piped = taskWord(task.m_piped).load() != 0;
+    setup.piped = taskWord(task.m_launchPiped).load() != 0;
     if (setup.piped)
     {
         KIV_TRY(makePipes(task));
+        if (taskWord(task.m_piped).load() ==
+            0) // the host has closed them, before they were there to be closed
+            closeHostEnds(task);
         setup.standardStreams[STDIN_FILENO] = childEnd(task.m_stdInPipe[kReadEnd]);
         setup.standardStreams[STDOUT_FILENO] = childEnd(task.m_stdOutPipe[kWriteEnd]);
         setup.standardStreams[STDERR_FILENO] = childEnd(task.m_stdErrPipe[kWriteEnd]);
@@ -102,9 +112,7 @@ void closePipes(KIVCS2Task &task)
     setup.files[STDERR_FILENO] = task.m_stdErrFile;
     if (!child.start(plan, setup, task.m_pid))
         return KIVCS2STATUS_FORK_ERR;
-    // Aborted before there was a process; whoever aborts looks for one after saying so.
-    if (taskWord(task.m_aborted).load() != 0)
-        (void)kiv::signalProcess(taskWord(task.m_pid).load(), SIGABRT);
+    kiv::stopIfFreed(task);
     return KIVCS2STATUS_OK;
 }
 
@@ -137,6 +145,19 @@ void *runAsync(void *argument)
     kiv::finishTask(task);
     kiv::releaseTask(task);
     return nullptr;
+}
+
+[[nodiscard]] KIVCS2Status startThread(KIVCS2Task &task)
+{
+    kiv::retainTask(task); // the thread's, until it has called back
+    KIVCS2Status status = kivCS2Thread_init(&task.m_thread, &task, runAsync);
+    if (KIVCS2_FAILED(status))
+        kiv::releaseTask(task);
+    else
+        status = kivCS2Thread_detach(&task.m_thread);
+    if (KIVCS2_FAILED(status))
+        taskWord(task.m_state).store(KIVCS2TaskState_Failed);
+    return status;
 }
 
 [[nodiscard]] KIVCS2Status replaceText(char *&text, const char *source)
@@ -198,43 +219,13 @@ void *runAsync(void *argument)
     return KIVCS2STATUS_OK;
 }
 
-// The process is signalled by its id, which exists only some time after the launch has begun.
-void stop(KIVCS2Task &task, pid_t pid, KIVCS2TaskFreeMode mode)
-{
-    switch (mode)
-    {
-    case KIVCS2TaskFreeMode_Interrupt:
-        (void)kiv::signalProcess(pid, SIGINT);
-        break;
-    case KIVCS2TaskFreeMode_TerminateTree:
-        kiv::ProcessTable{}.signalDescendants(pid, SIGTERM);
-        [[fallthrough]];
-    case KIVCS2TaskFreeMode_Terminate:
-        (void)kiv::signalProcess(pid, SIGTERM);
-        break;
-    default:
-        taskWord(task.m_released).store(1); // no callback
-        taskWord(task.m_aborted).store(1);
-        (void)kiv::signalProcess(taskWord(task.m_pid).load(), SIGABRT); // it may be there by now
-        taskWord(task.m_state).store(KIVCS2TaskState_FinishedAsync);
-    }
-}
-
 // Spins until the launch has marked the task finished. Without another reference nobody will: its request
 // was not written.
-void waitForEnd(KIVCS2Task &task, bool stopped, KIVCS2TaskFreeMode mode)
+void waitForEnd(KIVCS2Task &task)
 {
     while (taskWord(task.m_state).load() == KIVCS2TaskState_RunningAsync &&
            taskWord(task.m_references).load() > 1)
-    {
-        const pid_t pid = taskWord(task.m_pid).load();
-        if (!stopped && pid > 0)
-        {
-            stop(task, pid, mode);
-            stopped = true;
-        }
         sched_yield();
-    }
 }
 } // namespace
 
@@ -268,13 +259,14 @@ KIVCS2Status kivCS2Task_free(KIVCS2Task *_task, KIVCS2TaskFreeMode mode)
             return KIVCS2STATUS_PARAM_ERR;
         if (mode == KIVCS2TaskFreeMode_Refuse)
             return KIVCS2STATUS_TASK_RUNNING_ERR;
-        const pid_t pid = taskWord(_task->m_pid).load();
-        const bool hasProcess = pid > 0;
-        if (hasProcess || mode == KIVCS2TaskFreeMode_Abort)
-            stop(*_task, pid, mode);
-        waitForEnd(*_task, hasProcess, mode);
+        // Before the signal: who finishes the task after it finds it finished, and makes no callback.
+        KIVCS2TaskState running = KIVCS2TaskState_RunningAsync;
+        if (mode == KIVCS2TaskFreeMode_Abort)
+            taskWord(_task->m_state).compare_exchange_strong(running, KIVCS2TaskState_FinishedAsync);
+        taskWord(_task->m_stop).store(mode);
+        kiv::stopIfFreed(*_task);
+        waitForEnd(*_task);
     }
-    taskWord(_task->m_released).store(1);
     kiv::releaseTask(*_task);
     return KIVCS2STATUS_OK;
 }
@@ -299,14 +291,48 @@ void kiv::releaseTask(KIVCS2Task &task)
     std::free(&task);
 }
 
+KIVCS2Status kiv::beginAsync(KIVCS2Task &task, KIVCS2TaskFunc callback, void *context)
+{
+    KIVCS2TaskState created = KIVCS2TaskState_Created;
+    if (!taskWord(task.m_state).compare_exchange_strong(created, KIVCS2TaskState_RunningAsync))
+        return KIVCS2STATUS_STATE_ERR; // another thread has come first
+    task.m_callback = callback;
+    task.m_context = context;
+    return KIVCS2STATUS_OK;
+}
+
+void kiv::stopIfFreed(KIVCS2Task &task)
+{
+    const pid_t pid = taskWord(task.m_pid).load();
+    if (pid <= 0)
+        return;
+    switch (taskWord(task.m_stop).exchange(KIVCS2TaskFreeMode_Refuse))
+    {
+    case KIVCS2TaskFreeMode_Interrupt:
+        (void)signalProcess(pid, SIGINT);
+        break;
+    case KIVCS2TaskFreeMode_TerminateTree:
+        ProcessTable{}.signalDescendants(pid, SIGTERM);
+        [[fallthrough]];
+    case KIVCS2TaskFreeMode_Terminate:
+        (void)signalProcess(pid, SIGTERM);
+        break;
+    case KIVCS2TaskFreeMode_Abort:
+        (void)signalProcess(pid, SIGABRT);
+        break;
+    default: // it has not been freed
+        break;
+    }
+}
+
 void kiv::finishTask(KIVCS2Task &task)
 {
-    // All of it first: from the moment the state says so the host may free the task.
+    // First: from the moment the state says so the host may free the task.
     const KIVCS2TaskFunc callback = task.m_callback;
     void *const context = task.m_context;
-    const bool aborted = taskWord(task.m_released).load() != 0;
-    taskWord(task.m_state).store(KIVCS2TaskState_FinishedAsync);
-    if (callback != nullptr && !aborted)
+    KIVCS2TaskState running = KIVCS2TaskState_RunningAsync;
+    if (taskWord(task.m_state).compare_exchange_strong(running, KIVCS2TaskState_FinishedAsync) &&
+        callback != nullptr)
         callback(&task, context);
 }
 
@@ -328,6 +354,7 @@ KIVCS2Status kivCS2Task_launch(KIVCS2Task *_task)
     if (!taskWord(_task->m_state).compare_exchange_strong(expected, KIVCS2TaskState_Running))
         return KIVCS2STATUS_STATE_ERR;
     kiv::retainTask(*_task); // it may be freed meanwhile, and is then not waited for
+    _task->m_launchPiped = taskWord(_task->m_piped).load();
     const KIVCS2Status status = run(*_task);
     taskWord(_task->m_state).store(KIVCS2TaskState_Finished);
     kiv::releaseTask(*_task);
@@ -342,18 +369,13 @@ KIVCS2Status kivCS2Task_launchAsync(KIVCS2Task *_task, KIVCS2TaskFunc callback, 
         return KIVCS2STATUS_STATE_ERR;
     KIV_TRY(kivCS2TaskPrv_checkLaunchable(_task));
 
-    _task->m_callback = callback;
-    _task->m_context = context;
-    kiv::retainTask(*_task); // the thread's, until it has called back
     kiv::retainTask(*_task); // ours, until the thread is detached: it may be over, and the task freed, before
-    taskWord(_task->m_state).store(KIVCS2TaskState_RunningAsync);
-    KIVCS2Status status = kivCS2Thread_init(&_task->m_thread, _task, runAsync);
-    if (KIVCS2_FAILED(status))
-        kiv::releaseTask(*_task);
-    else
-        status = kivCS2Thread_detach(&_task->m_thread);
-    if (KIVCS2_FAILED(status))
-        taskWord(_task->m_state).store(KIVCS2TaskState_Failed);
+    KIVCS2Status status = kiv::beginAsync(*_task, callback, context);
+    if (KIVCS2_SUCCEEDED(status))
+    {
+        _task->m_launchPiped = taskWord(_task->m_piped).load();
+        status = startThread(*_task);
+    }
     kiv::releaseTask(*_task);
     return status;
 }
@@ -464,11 +486,8 @@ KIVCS2Status kivCS2Task_closePipedIO(KIVCS2Task *_task)
 {
     CHECK_GIVEN(_task);
 
-    if (taskWord(_task->m_piped).exchange(0) == 0)
-        return KIVCS2STATUS_OK;
-    closeEnd(_task->m_stdInPipe[kWriteEnd]);
-    closeEnd(_task->m_stdOutPipe[kReadEnd]);
-    closeEnd(_task->m_stdErrPipe[kReadEnd]);
+    if (taskWord(_task->m_piped).exchange(0) != 0)
+        closeHostEnds(*_task);
     return KIVCS2STATUS_OK;
 }
 

@@ -13,6 +13,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,8 +26,9 @@ constinit KIVCS2TaskServer g_CSTaskServer{};
 
 namespace
 {
-constexpr int kIdlePeriod = 1000;     // milliseconds
-constexpr uint64_t kSpin = 100'000;   // of absolute time: a tenth of a millisecond
+constexpr int kIdlePeriod = 1000;               // milliseconds
+constexpr uint64_t kNsPerMillisecond = 1000000; // of absolute time as well
+constexpr uint64_t kSpin = kNsPerMillisecond / 10;
 constexpr int32_t kLostExitCode = -1; // neither an exit nor a signal
 
 class ServerLock
@@ -58,7 +60,7 @@ public:
 
 [[nodiscard]] bool isUsable()
 {
-    return g_CSTaskServer.m_usable && g_CSTaskServer.m_hostPid == getpid();
+    return g_CSTaskServer.m_usable.load() && g_CSTaskServer.m_hostPid == getpid();
 }
 
 // ---- Pipes ----
@@ -69,6 +71,16 @@ void closeEnd(uint32_t index)
         close(descriptor);
 }
 
+// Between two launches the host has these. Where it has closed one, as by closing all that it does not know, the
+// server is lost to it, and the number may stand for a file of its own by now.
+[[nodiscard]] bool hasItsPipes()
+{
+    for (const uint32_t index : {kRequestWrite, kPidRead, kReportRead, kReportWrite})
+        if (g_CSTaskServer.m_descriptors[index] > 0 && !kiv::isOwnPipe(index))
+            return false;
+    return true;
+}
+
 // Stores both ends at `readIndex` and behind it. Reading never blocks: who reads waits by poll.
 [[nodiscard]] KIVCS2Status makePipe(uint32_t readIndex)
 {
@@ -77,8 +89,12 @@ void closeEnd(uint32_t index)
         return KIVCS2STATUS_PIPE_ERR;
     g_CSTaskServer.m_descriptors[readIndex] = ends[0];
     g_CSTaskServer.m_descriptors[readIndex + 1] = ends[1];
-    if (fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0)
+    struct stat about;
+    if (fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0 && fstat(ends[0], &about) == 0)
+    {
+        g_CSTaskServer.m_pipes[readIndex / 2] = about.st_ino;
         return KIVCS2STATUS_OK;
+    }
     closeEnd(readIndex);
     closeEnd(readIndex + 1);
     return KIVCS2STATUS_PIPE_ERR;
@@ -136,8 +152,8 @@ void markTasksLost()
     markTasksLost();
     std::atomic_ref{g_CSTaskServer.m_serverPid}.store(0);
     closeServerPipes();
-    KIV_TRY(makeServerPipes());
-    return startServer();
+    // KIVCS2STATUS_PIPE_ERR would tell the host that its task is not to be launched again.
+    return KIVCS2_SUCCEEDED(makeServerPipes()) ? startServer() : KIVCS2STATUS_TASK_SERVER_ERR;
 }
 
 [[nodiscard]] KIVCS2Status ensureServer()
@@ -193,9 +209,7 @@ enum class Answer
     kiv::retainTask(task);
     kivCS2LinkList_appendElem(&g_CSTaskServer.m_tasks, &task.m_link);
     kiv::taskWord(task.m_pid).store(pid);
-    // As for a child of the host's own.
-    if (kiv::taskWord(task.m_aborted).load() != 0)
-        (void)kiv::signalProcess(pid, SIGABRT);
+    kiv::stopIfFreed(task);
     return Answer::launched;
 }
 
@@ -214,7 +228,8 @@ enum class Answer
     // Kept: hosts rely on a task whose request was not written staying as it is, never to be finished.
     if (answer == Answer::noRequest)
         return KIVCS2STATUS_PIPE_ERR;
-    kiv::taskWord(task.m_state).store(KIVCS2TaskState_Created);
+    KIVCS2TaskState running = KIVCS2TaskState_RunningAsync; // unless it was freed
+    kiv::taskWord(task.m_state).compare_exchange_strong(running, KIVCS2TaskState_Created);
     return KIVCS2_FAILED(replaced) ? replaced : KIVCS2STATUS_TASK_SERVER_ERR;
 }
 
@@ -229,9 +244,10 @@ void finish(KIVCS2Task &task, int32_t exitCode)
     kiv::releaseTask(task);
 }
 
+// The newest of that id: an older one was launched by a server that is gone, and its end not seen yet.
 [[nodiscard]] KIVCS2Task *findTask(pid_t pid)
 {
-    for (KIVCS2LinkElem *link = g_CSTaskServer.m_tasks.m_next; link != nullptr; link = link->m_next)
+    for (KIVCS2LinkElem *link = g_CSTaskServer.m_tasks.m_prev; link != nullptr; link = link->m_prev)
         if (taskOf(link).m_pid == pid)
             return &taskOf(link);
     return nullptr;
@@ -239,28 +255,22 @@ void finish(KIVCS2Task &task, int32_t exitCode)
 
 void handleReport(pid_t pid, int32_t status)
 {
-    if (pid <= 1)
+    // A child that a launch waits for was the only process of its id until it was reaped; a task of a server
+    // that is gone may have had it before.
+    if (pid <= 1 || kiv::ChildTable::deliver(pid, status))
         return;
+    const ServerLock lock;
+    if (pid == g_CSTaskServer.m_serverPid)
     {
-        const ServerLock lock;
-        if (pid == g_CSTaskServer.m_serverPid)
-        {
-            // The handler has not, where it ran before the id was stored.
-            g_CSTaskServer.m_serverEnded.store(1);
-            markTasksLost();
-            return;
-        }
-        if (KIVCS2Task *task = findTask(pid); task != nullptr)
-        {
-            finish(*task, status);
-            return;
-        }
+        // The handler has not, where it ran before the id was stored.
+        g_CSTaskServer.m_serverEnded.store(1);
+        markTasksLost();
     }
-    kiv::ChildTable::deliver(pid, status);
+    else if (KIVCS2Task *task = findTask(pid); task != nullptr)
+        finish(*task, status);
 }
 
-// The tasks of servers that are gone: finishes those whose process is gone too. Their last reports have
-// been read, for the pipe is empty.
+// The tasks of servers that are gone: finishes those whose process is gone too, with no report left to be read.
 void finishLostTasks()
 {
     KIVCS2LinkList &tasks = g_CSTaskServer.m_tasks;
@@ -275,41 +285,53 @@ void finishLostTasks()
     {
         KIVCS2Task &task = taskOf(link);
         link = link->m_next;
-        if (task.m_lost == 0)
-            continue;
-        const uint64_t start = table.startOf(task.m_pid);
-        if (task.m_lostStart == 0)
-            task.m_lostStart = start;
-        if (start == 0 || start != task.m_lostStart)
+        if (task.m_lost != 0 && table.hasEnded(task.m_pid, task.m_lostStart))
             finish(task, kLostExitCode);
     }
 }
 
 void idle()
 {
-    kiv::ChildTable::tick();
+    if (g_CSTaskServer.m_reaping.load() == 0) // or a status has been taken that is not in the pipe yet
+        kiv::ChildTable::tick();
     const ServerLock lock;
     // A host may have its SIGCHLD blocked, or not come to handle it, and never launch again.
     if (g_CSTaskServer.m_tasks.m_count > 0 && !serverLives())
         markTasksLost();
-    finishLostTasks();
+    // The server that launched them is gone: what it has reported is in the pipe.
+    pollfd entry{g_CSTaskServer.m_descriptors[kReportRead], POLLIN, 0};
+    if (poll(&entry, 1, 0) == 0)
+        finishLostTasks();
 }
 
-// Waits for a report, doing what is due in seconds without one.
-void waitForReport()
+// Waits for a report. What is due each second is done as soon as there is none, however many come in between.
+void waitForReport(uint64_t &lastIdle)
 {
     for (;;)
     {
-        pollfd entry{g_CSTaskServer.m_descriptors[kReportRead], POLLIN, 0};
-        const bool postponed = g_CSTaskServer.m_reapingPostponed.exchange(0) != 0;
-        if (postponed)
+        if (g_CSTaskServer.m_reapingPostponed.exchange(0) != 0)
             kiv::reapChildren();
-        const int ready = poll(&entry, 1, kIdlePeriod);
+        const uint64_t elapsed = (mach_absolute_time() - lastIdle) / kNsPerMillisecond;
+        pollfd entry{g_CSTaskServer.m_descriptors[kReportRead], POLLIN, 0};
+        const int ready =
+            poll(&entry, 1, elapsed < kIdlePeriod ? kIdlePeriod - static_cast<int>(elapsed) : 0);
         if (ready > 0 || (ready < 0 && errno != EINTR))
             return;
-        if (ready == 0)
-            idle();
+        if (ready < 0)
+            continue;
+        idle();
+        lastIdle = mach_absolute_time();
     }
+}
+
+// Nobody can be told of an end any more.
+void loseEverything()
+{
+    g_CSTaskServer.m_usable.store(false);
+    kiv::ChildTable::expectReports(false);
+    const ServerLock lock;
+    while (g_CSTaskServer.m_tasks.m_next != nullptr)
+        finish(taskOf(g_CSTaskServer.m_tasks.m_next), kLostExitCode);
 }
 
 [[nodiscard]] bool startReadback()
@@ -327,7 +349,7 @@ void waitForReport()
     (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
     server.m_readbackRuns.store(runs);
     if (runs)
-        kiv::ChildTable::expectReports();
+        kiv::ChildTable::expectReports(true);
     return runs;
 }
 } // namespace
@@ -335,15 +357,18 @@ void waitForReport()
 void *kivCS2TaskServerPrv_readbackThread(void *)
 {
     (void)KIVPSetThreadName("kivcs2-readback"); // a thread without a name works as well
+    uint64_t lastIdle = mach_absolute_time();
     for (;;)
     {
-        waitForReport();
+        waitForReport(lastIdle);
         int32_t pid = 0;
         int32_t status = 0;
-        if (KIVCS2_FAILED(kivCS2TaskServerPrv_readBytes(kReportRead, &pid, sizeof pid, false)) ||
+        if (!kiv::isOwnPipe(kReportRead) ||
+            KIVCS2_FAILED(kivCS2TaskServerPrv_readBytes(kReportRead, &pid, sizeof pid, false)) ||
             KIVCS2_FAILED(kivCS2TaskServerPrv_readBytes(kReportRead, &status, sizeof status, false)))
         {
-            // The host has closed the pipe. Nobody joins this thread, and the next launch makes another.
+            // The host has closed the pipe. Nobody joins this thread.
+            loseEverything();
             (void)pthread_detach(pthread_self());
             g_CSTaskServer.m_readbackRuns.store(false);
             return nullptr;
@@ -354,6 +379,7 @@ void *kivCS2TaskServerPrv_readbackThread(void *)
 
 void kivCS2TaskServerPrv_infanticide()
 {
+    kiv::ChildTable::tellSignalled(true);
     (void)kivCS2TaskServer_killAllChildProcesses(getpid()); // always succeeds
 }
 
@@ -380,7 +406,7 @@ KIVCS2Status kivCS2TaskServer_init(void)
         closeEnd(kReportWrite);
         return KIVCS2STATUS_MUTEX_ERR;
     }
-    server.m_usable = true;
+    server.m_usable.store(true);
     kiv::ChildTable::share();
     server.m_reaper.store(getpid());
     (void)std::atexit(
@@ -402,7 +428,7 @@ KIVCS2Status kivCS2TaskServer_exec(KIVCS2Task *task, KIVCS2TaskFunc callback, vo
     if (isReadbackThread())
         return KIVCS2STATUS_MUTEX_ERR; // a callback holds it
     const ServerLock lock;
-    if (!startReadback())
+    if (!hasItsPipes() || !startReadback())
         return KIVCS2STATUS_TASK_SERVER_ERR;
     KIV_TRY(ensureServer());
     if (kiv::taskWord(task->m_state).load() != KIVCS2TaskState_Created)
@@ -411,11 +437,10 @@ KIVCS2Status kivCS2TaskServer_exec(KIVCS2Task *task, KIVCS2TaskFunc callback, vo
     kiv::ExecMessage message;
     KIV_TRY(message.make(*task));
 
-    task->m_callback = callback;
-    task->m_context = context;
     kiv::retainTask(*task); // another thread may free it meanwhile
-    kiv::taskWord(task->m_state).store(KIVCS2TaskState_RunningAsync);
-    const KIVCS2Status status = launch(*task, message);
+    KIVCS2Status status = kiv::beginAsync(*task, callback, context);
+    if (KIVCS2_SUCCEEDED(status))
+        status = launch(*task, message);
     kiv::releaseTask(*task);
     return status;
 }
@@ -439,6 +464,9 @@ KIVCS2Status kivCS2TaskServer_tasksRunning(uint32_t *tasks)
 
 KIVCS2Status kivCS2TaskServer_killAllChildProcesses(pid_t parent)
 {
+    // The server is one of the host's, and does not signal once more what is signalled with it.
+    if (parent == getpid() && !kiv::ChildTable::hostLeaves())
+        kiv::ChildTable::tellSignalled(false);
     kiv::ProcessTable{}.signalDescendants(parent, SIGTERM);
     return KIVCS2STATUS_OK;
 }

@@ -9,6 +9,7 @@
 #include <KIVPlatform/KIVPlatform.h>
 
 #include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,11 +34,11 @@ struct Report
 };
 static_assert(sizeof(Report) == 8);
 
-[[nodiscard]] bool hasRoom(int pipe)
+// Where nobody reads, or the host has closed its end, statuses would be taken that nobody can be told.
+[[nodiscard]] bool canReport()
 {
-    pollfd entry{pipe, POLLOUT, 0};
-    // A descriptor that the host has closed has none, or statuses would be taken that nobody can be told.
-    return poll(&entry, 1, 0) > 0 && (entry.revents & POLLOUT) != 0;
+    pollfd entry{g_CSTaskServer.m_descriptors[kReportWrite], POLLOUT, 0};
+    return kiv::isOwnPipe(kReportWrite) && poll(&entry, 1, 0) > 0 && entry.revents == POLLOUT;
 }
 
 // "Unexpected SIGCHLD error %i\n" without printf, which a handler must not call.
@@ -55,28 +56,18 @@ void complain(int error)
     (void)!write(STDERR_FILENO, text, size); // nobody can be told that nobody can be told
 }
 
-// What the host does at a signal is not the server's business. Those that would end it are blocked, here
+// What the host does at a signal is not the server's business. All that might end or stop it are blocked, here
 // and not in what is launched: SIGTERM is looked for when there is something to do, the others have no effect.
+// Left are its children's ends, and faults of its own.
 void setUpSignals()
 {
-    for (int signal = 1; signal < NSIG; ++signal)
-    {
-        struct sigaction action
-        {
-        };
-        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_DFL ||
-            action.sa_handler == SIG_IGN)
-            continue;
-        action = {};
-        action.sa_handler = SIG_DFL;
-        (void)sigaction(signal, &action, nullptr); // it had a handler, so it can have another
-    }
+    kiv::resetHandlers();
     kiv::installChildHandler();
 
     sigset_t blocked;
-    sigemptyset(&blocked);
-    for (const int signal : {SIGTERM, SIGINT, SIGQUIT, SIGHUP, SIGPIPE})
-        sigaddset(&blocked, signal);
+    sigfillset(&blocked);
+    for (const int signal : {SIGCHLD, SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP})
+        sigdelset(&blocked, signal);
     (void)pthread_sigmask(SIG_SETMASK, &blocked, nullptr); // cannot fail with these arguments
 }
 
@@ -105,31 +96,49 @@ void closeAllBut(std::array<int32_t, 3> kept)
 void buryChildren()
 {
     kiv::reapChildren();
-    if (!hasRoom(g_CSTaskServer.m_descriptors[kReportWrite]))
+    if (!canReport())
         while (waitpid(-1, nullptr, WNOHANG) > 0)
         {
         }
 }
 
-// Signals everything until nothing is left or the time is over; true when nothing is left. Whoever is made
-// meanwhile, or loses its parent, becomes the server's child and is met in the next round.
-[[nodiscard]] bool clear(int signal, int milliseconds, bool orphaned)
+void waitALittle()
 {
-    const bool again = signal == SIGKILL; // a second SIGTERM could cut short what the first one began
-    bool signalled = false;
+    const timespec period{0, kLookPeriod * 1000000L};
+    (void)nanosleep(&period, nullptr); // a signal only makes it shorter
+}
+
+// Signals everything until nothing is left or the time is over; true when nothing is left. Whoever is made
+// meanwhile, or loses its parent, becomes the server's child and is met in the next round. What the host has
+// launched itself is met once the host is gone.
+[[nodiscard]] bool clear(int signal, int milliseconds)
+{
+    int sharedSignal = signal;
     for (int left = milliseconds; left > 0; left -= kLookPeriod)
     {
-        const bool shared = orphaned && kiv::ChildTable::signalShared(signalled && !again ? 0 : signal);
-        if (!signalled || again)
+        bool shared = false;
+        if (kiv::isOrphaned())
+        {
+            shared = kiv::ChildTable::signalShared(sharedSignal);
+            sharedSignal = signal == SIGKILL ? signal : 0;
+        }
+        if (signal != 0)
             kiv::ProcessTable{}.signalDescendants(getpid(), signal);
-        signalled = true;
+        if (signal != SIGKILL)
+            signal = 0; // a second SIGTERM could cut short what the first one began
         buryChildren();
         if (!shared && !hasChildren())
             return true;
-        const timespec period{0, kLookPeriod * 1000000L};
-        (void)nanosleep(&period, nullptr); // a signal only makes it shorter
+        waitALittle();
     }
     return false;
+}
+
+void clearAll()
+{
+    // Where the host has signalled them, they have begun to end.
+    if (!clear(kiv::ChildTable::allAreSignalled() ? 0 : SIGTERM, kGrace))
+        (void)clear(SIGKILL, kKillingTime);
 }
 
 // The host is gone, or has told the server to end: nothing that was launched may stay.
@@ -137,15 +146,15 @@ void takeAllAlong()
 {
     // A host's pipes are closed a moment before it is gone. One that stays, having closed them itself or told the
     // server to end, keeps the children that it has launched directly.
-    bool orphaned = kiv::isOrphaned();
-    for (int left = kPartingTime; !orphaned && !kiv::isToldToEnd() && left > 0; left -= kLookPeriod)
-    {
-        const timespec period{0, kLookPeriod * 1000000L};
-        (void)nanosleep(&period, nullptr); // a signal only makes it shorter
-        orphaned = kiv::isOrphaned();
-    }
-    if (!clear(SIGTERM, kGrace, orphaned))
-        (void)clear(SIGKILL, kKillingTime, orphaned);
+    for (int left = kPartingTime; !kiv::isOrphaned() && !kiv::isToldToEnd() && left > 0; left -= kLookPeriod)
+        waitALittle();
+    const bool wasOrphaned = kiv::isOrphaned();
+    clearAll();
+    // At the host's exit the server is told first; what else the host does then may take any time.
+    while (kiv::ChildTable::hostLeaves() && !kiv::isOrphaned())
+        waitALittle();
+    if (!wasOrphaned && kiv::isOrphaned())
+        clearAll();
 }
 
 [[nodiscard]] KIVCS2Status serve()
@@ -170,9 +179,21 @@ void takeAllAlong()
 
 void kiv::reapChildren()
 {
+    struct Reaping
+    {
+        Reaping()
+        {
+            g_CSTaskServer.m_reaping.fetch_add(1);
+        }
+        ~Reaping()
+        {
+            g_CSTaskServer.m_reaping.fetch_sub(1);
+        }
+    };
+    const Reaping reaping;
     for (;;)
     {
-        if (!hasRoom(g_CSTaskServer.m_descriptors[kReportWrite]))
+        if (!canReport())
         {
             g_CSTaskServer.m_reapingPostponed.store(1);
             return;
@@ -194,6 +215,13 @@ void kiv::reapChildren()
         // In one piece: host and server write to the same pipe. A host that is gone reads nothing.
         (void)!write(g_CSTaskServer.m_descriptors[kReportWrite], &report, sizeof report);
     }
+}
+
+bool kiv::isOwnPipe(uint32_t index)
+{
+    struct stat about;
+    return fstat(g_CSTaskServer.m_descriptors[index], &about) == 0 && S_ISFIFO(about.st_mode) &&
+           about.st_ino == g_CSTaskServer.m_pipes[index / 2];
 }
 
 bool kiv::isOrphaned()
@@ -242,6 +270,7 @@ KIVCS2Status kivCS2TaskServerPrv_childProcess()
 {
     KIVCS2TaskServer &server = g_CSTaskServer;
     server.m_reaper.store(getpid());
+    server.m_reaping.store(0); // threads of the host may have been at it
     server.m_serverPid = 0;
     closeAllBut({server.m_descriptors[kRequestRead], server.m_descriptors[kPidWrite],
                  server.m_descriptors[kReportWrite]});
@@ -264,6 +293,7 @@ KIVCS2Status kivCS2TaskServerPrv_createServer()
     sigfillset(&all);
     (void)pthread_sigmask(SIG_SETMASK, &all, &before); // cannot fail with these arguments
     server.m_serverEnded.store(0);
+    kiv::ChildTable::forgetSignalled();
     const pid_t pid = fork();
     if (pid == 0)
         std::_Exit(static_cast<int>(kivCS2TaskServerPrv_childProcess()));

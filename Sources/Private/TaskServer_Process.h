@@ -6,6 +6,7 @@
 #include "KIVCS2TaskServer.h"
 
 #include <pthread.h>
+#include <sys/types.h>
 
 #include <array>
 #include <atomic>
@@ -36,8 +37,10 @@ struct KIVCS2TaskServer
     std::atomic<pid_t> m_reaper; // the process whose SIGCHLD handler reaps: the host, in its copy the server
     std::atomic<uint32_t> m_serverEnded;      // the handler has reaped the server
     std::atomic<uint32_t> m_reapingPostponed; // the report pipe was full
-    bool m_usable;                            // pipes and mutex are there
+    std::atomic<uint32_t> m_reaping;          // statuses that are on their way into it
+    std::atomic<bool> m_usable;               // pipes and mutex are there
     std::atomic<bool> m_readbackRuns;
+    std::array<ino_t, kDescriptorCount / 2> m_pipes; // what the descriptors stood for when they were made
 };
 extern KIVCS2TaskServer g_CSTaskServer;
 
@@ -70,6 +73,10 @@ namespace kiv
 {
 // Reports every child that has ended, as long as the report pipe has room. Async-signal-safe.
 void reapChildren();
+
+// Whether the descriptor is still the pipe's: a host may have closed it, and given its number to a file of its
+// own. Async-signal-safe.
+[[nodiscard]] bool isOwnPipe(uint32_t index);
 
 // In the server: SIGTERM has come.
 [[nodiscard]] bool isToldToEnd();

@@ -11,13 +11,24 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <new>
 
 namespace
 {
-// Reports come within microseconds. After two seconds without any, another part of the host has taken the status.
+// Reports come within microseconds. After two seconds another part of the host has taken the status.
 constexpr uint32_t kIdleSeconds = 2;
 
-using Slots = std::array<kiv::ChildNote, 1024>; // more than that at once are not taken along
+enum class Told : uint32_t
+{
+    nothing,
+    signalled, // every descendant has been, the server too
+    leaving,   // and the host is on its way out
+};
+struct Shared
+{
+    std::array<kiv::ChildNote, 1024> slots; // more than that at once are not taken along
+    std::atomic<Told> told;
+};
 constexpr uint32_t kNoSlot = ~uint32_t{0};
 constexpr uint64_t kStartResolution = 10'000'000; // of the process table, nanoseconds
 
@@ -27,7 +38,7 @@ constinit pthread_cond_t g_reported = PTHREAD_COND_INITIALIZER;
 constinit kiv::Child *g_first = nullptr;
 constinit bool g_reportsCome = false;
 constinit uint32_t g_idleSeconds = 0;
-constinit Slots *g_slots = nullptr;
+constinit Shared *g_shared = nullptr;
 constinit pid_t g_host = 0; // whose server reads them. A process that it has forked launches for itself
 
 class Lock
@@ -48,18 +59,18 @@ public:
 // Taken by the child that writes itself down there.
 [[nodiscard]] uint32_t freeSlot()
 {
-    if (g_slots == nullptr || getpid() != g_host)
+    if (g_shared == nullptr || getpid() != g_host)
         return kNoSlot;
-    for (uint32_t index = 0; index < g_slots->size(); ++index)
-        if (std::atomic_ref{(*g_slots)[index].pid}.load() == 0)
+    for (uint32_t index = 0; index < g_shared->slots.size(); ++index)
+        if (std::atomic_ref{g_shared->slots[index].pid}.load() == 0)
             return index;
     return kNoSlot;
 }
 
 void leaveSlot(uint32_t index)
 {
-    if (g_slots != nullptr && index != kNoSlot)
-        std::atomic_ref{(*g_slots)[index].pid}.store(0);
+    if (g_shared != nullptr && index != kNoSlot)
+        std::atomic_ref{g_shared->slots[index].pid}.store(0);
 }
 } // namespace
 
@@ -76,7 +87,7 @@ bool kiv::Child::start(const ExecPlan &plan, const ChildSetup &setup, int32_t &p
     const Lock lock;
     m_slot = freeSlot();
     ChildSetup noted = setup;
-    noted.note = m_slot != kNoSlot ? &(*g_slots)[m_slot] : nullptr;
+    noted.note = m_slot != kNoSlot ? &g_shared->slots[m_slot] : nullptr;
     noted.parent = g_host;
     m_pid = spawn(plan, noted);
     if (m_pid < 0)
@@ -94,10 +105,13 @@ bool kiv::Child::wait(int &status)
     do
         waited = waitpid(m_pid, &status, 0);
     while (waited < 0 && errno == EINTR);
-    if (waited == m_pid)
-        return true;
-
     const Lock lock;
+    if (waited == m_pid)
+    {
+        // Its id is free for another process, whose end is another's.
+        ChildTable::remove(*this);
+        return true;
+    }
     const uint32_t before = g_idleSeconds;
     while (!m_ended && g_reportsCome && getpid() == g_host && g_idleSeconds - before < kIdleSeconds)
         pthread_cond_wait(&g_reported, &g_mutex);
@@ -128,18 +142,19 @@ void kiv::ChildTable::share()
 {
     const Lock lock;
     g_host = getpid();
-    void *memory = mmap(nullptr, sizeof(Slots), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void *memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory != MAP_FAILED) // without it the children outlive a host that is killed
-        g_slots = static_cast<Slots *>(memory);
+        g_shared = new (memory) Shared{};
 }
 
-void kiv::ChildTable::expectReports()
+void kiv::ChildTable::expectReports(bool come)
 {
     const Lock lock;
-    g_reportsCome = true;
+    g_reportsCome = come;
+    pthread_cond_broadcast(&g_reported);
 }
 
-void kiv::ChildTable::deliver(pid_t pid, int status)
+bool kiv::ChildTable::deliver(pid_t pid, int status)
 {
     const Lock lock;
     for (Child *child = g_first; child != nullptr; child = child->m_next)
@@ -148,8 +163,9 @@ void kiv::ChildTable::deliver(pid_t pid, int status)
             child->m_status = status;
             child->m_ended = true;
             pthread_cond_broadcast(&g_reported);
-            return;
+            return true;
         }
+    return false;
 }
 
 void kiv::ChildTable::tick()
@@ -164,15 +180,15 @@ bool kiv::ChildTable::signalShared(int signal)
 {
     // No lock: the host's threads are not here, and one may have held it at the fork.
     bool any = false;
-    if (g_slots == nullptr)
+    if (g_shared == nullptr)
         return any;
-    for (ChildNote &slot : *g_slots)
+    for (ChildNote &slot : g_shared->slots)
         any = any || std::atomic_ref{slot.pid}.load() != 0;
     if (!any)
         return any;
     any = false;
     ProcessTable table;
-    for (ChildNote &slot : *g_slots)
+    for (ChildNote &slot : g_shared->slots)
     {
         const pid_t pid = std::atomic_ref{slot.pid}.load();
         const uint64_t start = pid != 0 ? table.startOf(pid) : 0;
@@ -183,4 +199,27 @@ bool kiv::ChildTable::signalShared(int signal)
         (void)signalProcess(pid, signal);
     }
     return any;
+}
+
+void kiv::ChildTable::tellSignalled(bool leaves)
+{
+    if (g_shared != nullptr && getpid() == g_host)
+        g_shared->told.store(leaves ? Told::leaving : Told::signalled);
+}
+
+bool kiv::ChildTable::allAreSignalled()
+{
+    return g_shared != nullptr && g_shared->told.load() != Told::nothing;
+}
+
+bool kiv::ChildTable::hostLeaves()
+{
+    return g_shared != nullptr && g_shared->told.load() == Told::leaving;
+}
+
+void kiv::ChildTable::forgetSignalled()
+{
+    Told told = Told::signalled;
+    if (g_shared != nullptr)
+        g_shared->told.compare_exchange_strong(told, Told::nothing);
 }

@@ -40,15 +40,23 @@ class ChildTable
 public:
     // Memory that a task server forked later shares: it names the children that must not outlive the host.
     static void share();
-    // A readback thread is there, so that statuses taken by the handler come back.
-    static void expectReports();
-    // A child has ended with `status`; drops it where no launch waits for it.
-    static void deliver(pid_t pid, int status);
-    // A second has passed in which nothing was reported.
+    // Whether there is a readback thread, so that statuses taken by the handler come back.
+    static void expectReports(bool come);
+    // A child has ended with `status`; false where no launch waits for it.
+    static bool deliver(pid_t pid, int status);
+    // A second has passed, and nothing is left to be reported.
     static void tick();
     // In the task server, when the host is gone: signals its children and their descendants. Returns
     // whether there are any.
     static bool signalShared(int signal);
+
+    // The host has signalled all its descendants, the server among them; `leaves` for good.
+    static void tellSignalled(bool leaves);
+    // In the task server: whether it has, and whether it is on its way out.
+    [[nodiscard]] static bool allAreSignalled();
+    [[nodiscard]] static bool hostLeaves();
+    // A new server has been told nothing yet.
+    static void forgetSignalled();
 
 private:
     friend class Child;

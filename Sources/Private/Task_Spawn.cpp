@@ -58,21 +58,6 @@ void connectFile(const char *path, int to)
     close(file);
 }
 
-// A handler of the parent's would run on the parent's memory.
-void resetHandlers()
-{
-    struct sigaction action;
-    for (int signal = 1; signal < NSIG; ++signal)
-    {
-        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_DFL ||
-            action.sa_handler == SIG_IGN)
-            continue;
-        action = {};
-        action.sa_handler = SIG_DFL;
-        (void)sigaction(signal, &action, nullptr); // it had a handler, so it can have another
-    }
-}
-
 [[noreturn]] void runChild(const kiv::ExecPlan &plan, const kiv::ChildSetup &setup)
 {
     if (setup.note != nullptr)
@@ -88,7 +73,7 @@ void resetHandlers()
         if (write(setup.announce, &pid, sizeof pid) != sizeof pid)
             giveUp(); // a process that nobody knows must not run
     }
-    resetHandlers();
+    kiv::resetHandlers(); // one of the parent's would run on the parent's memory
     sigset_t none;
     sigemptyset(&none);
     (void)pthread_sigmask(SIG_SETMASK, &none, nullptr); // cannot fail with these arguments
@@ -215,6 +200,20 @@ void kiv::ExecPlan::execute() const
         if (errno != EACCES && errno != ENOENT && errno != ENOTDIR && errno != ESTALE && errno != ENODEV &&
             errno != ETIMEDOUT)
             return;
+    }
+}
+
+void kiv::resetHandlers()
+{
+    struct sigaction action;
+    for (int signal = 1; signal < NSIG; ++signal)
+    {
+        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_DFL ||
+            action.sa_handler == SIG_IGN)
+            continue;
+        action = {};
+        action.sa_handler = SIG_DFL;
+        (void)sigaction(signal, &action, nullptr); // it had a handler, so it can have another
     }
 }
 

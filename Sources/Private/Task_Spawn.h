@@ -61,6 +61,9 @@ struct ChildSetup
     const char *files[3] = {}; // opened for writing, for standard output and error
 };
 
+// Gives every signal that has a handler its default action; ignored ones stay ignored. Async-signal-safe.
+void resetHandlers();
+
 // Starts the plan in a new process and returns its id, or -1. The child has no signal blocked and no
 // handler of the parent's; it exits with 127 where anything fails.
 [[nodiscard]] pid_t spawn(const ExecPlan &plan, const ChildSetup &setup);

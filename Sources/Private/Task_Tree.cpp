@@ -57,10 +57,29 @@ void kiv::ProcessTable::signalDescendants(pid_t parent, int signal)
     }
 }
 
-uint64_t kiv::ProcessTable::startOf(pid_t pid) const
+const kinfo_proc *kiv::ProcessTable::find(pid_t pid) const
 {
     for (size_t index = 0; index < m_count; ++index)
-        if (m_entries[index].kp_proc.p_pid == pid && m_entries[index].kp_proc.p_stat != SZOMB)
-            return m_entries[index].kp_proc.p_starttime;
-    return 0;
+        if (m_entries[index].kp_proc.p_pid == pid)
+            return &m_entries[index];
+    return nullptr;
+}
+
+uint64_t kiv::ProcessTable::startOf(pid_t pid) const
+{
+    const kinfo_proc *process = find(pid);
+    return process != nullptr && process->kp_proc.p_stat != SZOMB ? process->kp_proc.p_starttime : 0;
+}
+
+bool kiv::ProcessTable::hasEnded(pid_t pid, uint64_t &start) const
+{
+    const kinfo_proc *process = find(pid);
+    // The table may have had no room for it, or no descriptor to read it by.
+    if (process == nullptr)
+        return signalProcess(pid, 0) != 0 && errno == ESRCH;
+    if (process->kp_proc.p_stat == SZOMB)
+        return true;
+    if (start == 0)
+        start = process->kp_proc.p_starttime;
+    return process->kp_proc.p_starttime != start;
 }

@@ -28,7 +28,13 @@ public:
     // When a process that has not ended was started, in nanoseconds of CLOCK_BOOTTIME; 0 where there is none.
     [[nodiscard]] uint64_t startOf(pid_t pid) const;
 
+    // Whether the process that was started at `start` has ended. A `start` of 0 stands for the one that has the
+    // id now, and is set.
+    [[nodiscard]] bool hasEnded(pid_t pid, uint64_t &start) const;
+
 private:
+    [[nodiscard]] const kinfo_proc *find(pid_t pid) const;
+
     kinfo_proc *m_entries = nullptr;
     size_t m_count = 0;
 };

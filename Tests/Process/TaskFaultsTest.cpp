@@ -4,6 +4,7 @@
 #include "Private/TaskServer_Process.h"
 
 #include "OwnProcesses.h"
+#include "TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -15,6 +16,8 @@
 #include <semaphore>
 #include <string>
 #include <sys/mman.h>
+#include <sys/stat.h>
+#include <utility>
 
 // ---- What fails, and who dies; in memory that host, server and children share ----
 
@@ -31,6 +34,8 @@ constexpr int kRounds = 20;
 enum class Call
 {
     none,
+    open,
+    dup2,
     pipe,
     fcntl,
     read,
@@ -108,6 +113,8 @@ void meetDeath(int fd, size_t &size)
     now.bytes -= static_cast<long>(size);
 }
 
+void (*g_beforePipe)() = nullptr; // what another thread of the host does at the worst moment
+
 size_t openDescriptors()
 {
     size_t count = 0;
@@ -119,6 +126,10 @@ size_t openDescriptors()
 
 extern "C"
 {
+    int __real_open(const char *path, int flags, ...);
+    int __wrap_open(const char *path, int flags, mode_t mode);
+    int __real_dup2(int from, int to);
+    int __wrap_dup2(int from, int to);
     int __real_pipe2(int *ends, int flags);
     int __wrap_pipe2(int *ends, int flags);
     int __real_fcntl(int fd, int command, ...);
@@ -139,8 +150,18 @@ extern "C"
                               void *);
     int kiv_test_vforkFails();
 
+    int __wrap_open(const char *path, int flags, mode_t mode)
+    {
+        return fails(Call::open) ? -1 : __real_open(path, flags, mode);
+    }
+    int __wrap_dup2(int from, int to)
+    {
+        return fails(Call::dup2) ? -1 : __real_dup2(from, to);
+    }
     int __wrap_pipe2(int *ends, int flags)
     {
+        if (auto *const before = std::exchange(g_beforePipe, nullptr); before != nullptr)
+            before();
         return fails(Call::pipe) ? -1 : __real_pipe2(ends, flags);
     }
     int __wrap_fcntl(int fd, int command, long argument)
@@ -285,6 +306,105 @@ TEST(TaskFaults, AFailedCallGivesItsStatusAndLeavesNothing)
     }
 }
 
+// In the child, which can tell the host by its exit code only: each file, and each of the three streams in turn, alone
+// and beside a server.
+TEST(TaskFaults, ACallThatFailsInTheChildIsItsExitCode)
+{
+    struct Row
+    {
+        Call call;
+        int calls; // that such a launch makes
+        bool piped;
+        bool files;
+    };
+    faults(); // shared with the children
+    const auto launches = []
+    {
+        for (const Row &row : {Row{Call::open, 2, false, true}, Row{Call::open, 2, true, true},
+                               Row{Call::dup2, 3, true, false}, Row{Call::dup2, 2, false, true},
+                               Row{Call::dup2, 3, true, true}})
+            for (int skip = 0; skip <= row.calls; ++skip)
+                for (const int error : {EMFILE, EINTR})
+                {
+                    SCOPED_TRACE(testing::Message()
+                                 << static_cast<int>(row.call) << " " << skip << " " << error);
+                    const size_t before = openDescriptors();
+                    KIVCS2Task *task = makeShell("exit 3");
+                    kivCS2Task_setPipedIO(task, row.piped ? 1 : 0);
+                    if (row.files)
+                    {
+                        kivCS2Task_setStdOutFile(task, "/dev/null");
+                        kivCS2Task_setStdErrFile(task, "/dev/null");
+                    }
+                    fail(row.call, skip, error);
+                    EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+                    const bool failed = skip < row.calls;
+                    EXPECT_EQ(faults().failed, failed ? 1 : 0);
+                    EXPECT_EQ(task->m_exitCode, failed && error != EINTR ? 127 : 3);
+                    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+                    EXPECT_EQ(openDescriptors(), before);
+                }
+        fail(Call::none, 0, 0, 0);
+    };
+    inChild(
+        [launches]
+        {
+            launches();
+            EXPECT_EQ(__real_waitpid(-1, nullptr, WNOHANG), -1); // no zombie
+            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+            launches();
+        });
+}
+
+// A server's child neither opens nor connects anything, whatever is set for other launches; it only executes.
+TEST(TaskFaults, AServersChildThatExecutesNothingEndsWith127)
+{
+    kiv::test::TemporaryFolder folder;
+    const std::string broken = folder.write("broken", "#!/nowhere/interpreter\n");
+    ASSERT_EQ(chmod(broken.c_str(), 0700), 0);
+    inChild(
+        [&broken]
+        {
+            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+            Ended ended;
+            KIVCS2Task *task = nullptr;
+            EXPECT_EQ(kivCS2Task_create(&task, broken.c_str(), nullptr), KIVCS2STATUS_OK);
+            kivCS2Task_setPipedIO(task, 1);
+            kivCS2Task_setStdOutFile(task, "/nowhere/file");
+            const size_t before = openDescriptors();
+            fail(Call::dup2, 0, EMFILE);
+            EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
+            ended.gate.acquire();
+            EXPECT_EQ(task->m_exitCode, 127 << 8);
+            EXPECT_EQ(faults().failed, 0);
+            fail(Call::none, 0, 0, 0);
+            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+            EXPECT_EQ(openDescriptors(), before);
+        });
+}
+
+// What another thread does to a task whose launch has begun, and whose pipes and process are still to come.
+TEST(TaskFaults, ALaunchUnderWayIsClosedAndFreed)
+{
+    static KIVCS2Task *task;
+    const auto launch = [](const char *script, void (*meanwhile)())
+    {
+        task = makeShell(script);
+        kivCS2Task_setPipedIO(task, 1);
+        g_beforePipe = meanwhile;
+        return kivCS2Task_launch(task);
+    };
+    const size_t before = openDescriptors();
+    // The child reads the end of its input.
+    EXPECT_EQ(launch("cat; exit 3", [] { (void)kivCS2Task_closePipedIO(task); }), KIVCS2STATUS_OK);
+    EXPECT_EQ(task->m_exitCode, 3);
+    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    // A synchronous launch is not waited for; its child is stopped when it comes.
+    EXPECT_EQ(launch("exec sleep 60", [] { (void)kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate); }),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
 TEST(TaskFaults, AnAsynchronousStartThatFailedIsInStateZero)
 {
     KIVCS2Task *task = makeShell("exit");
@@ -414,6 +534,32 @@ TEST(TaskFaults, ALaunchThroughTheServer)
                 EXPECT_EQ(openDescriptors(), before);
             });
     }
+}
+
+TEST(TaskFaults, AServerThatCannotBeReplacedLeavesTheTaskAsItWas)
+{
+    inChild(
+        []
+        {
+            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+            for (const auto &[call, status] :
+                 {std::pair{Call::pipe, KIVCS2STATUS_TASK_SERVER_ERR}, {Call::fork, KIVCS2STATUS_FORK_ERR}})
+            {
+                const pid_t server = g_CSTaskServer.m_serverPid;
+                ASSERT_GT(server, 1);
+                ASSERT_EQ(kill(server, SIGKILL), 0);
+                EXPECT_TRUE(holdsWithin(10000, [] { return g_CSTaskServer.m_serverEnded.load() != 0; }));
+                KIVCS2Task *task = makeShell("exit 3");
+                fail(call, 0, EMFILE);
+                EXPECT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), status);
+                EXPECT_EQ(faults().failed, 1);
+                EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Created});
+                EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+                int32_t exitCode = 0;
+                EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
+                EXPECT_EQ(exitCode, 768);
+            }
+        });
 }
 
 // ---- Deaths ----

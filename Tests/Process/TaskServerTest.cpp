@@ -3,12 +3,14 @@
 #include <KIVCoreServices2/KIVCS2TaskServer.h>
 
 #include "OwnProcesses.h"
+#include "TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <semaphore>
 #include <string>
 #include <sys/resource.h>
@@ -246,6 +248,22 @@ TEST(TaskServer, EveryModeOfFreeEndsARunningTask)
     IN_OWN_PROCESSES(body);
 }
 
+// As they come when a terminal or a supervisor signals the host's whole group.
+TEST(TaskServer, IgnoresTheSignalsOfTheHostsGroup)
+{
+    const auto body = []
+    {
+        EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+        const pid_t server = serverPid();
+        ASSERT_GT(server, 1);
+        for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGUSR1, SIGALRM, SIGTSTP, SIGIO, SIGRTMIN + 1})
+            ASSERT_EQ(kill(server, signal), 0);
+        EXPECT_EQ(runThroughServer("kill -USR1 $$"), SIGUSR1); // nothing of it reaches what is launched
+        EXPECT_EQ(serverPid(), server);
+    };
+    IN_OWN_PROCESSES(body);
+}
+
 TEST(TaskServer, IsReplacedWhenItWasKilled)
 {
     const auto body = []
@@ -266,7 +284,7 @@ TEST(TaskServer, IsReplacedWhenItWasKilled)
     IN_OWN_PROCESSES(body);
 }
 
-// Its process goes on and is watched; nobody can tell its status.
+// Its process goes on and is watched, however busy the host is; nobody can tell its status.
 TEST(TaskServer, ATaskThatOutlivesItsServerStillEnds)
 {
     const auto host = []
@@ -280,8 +298,15 @@ TEST(TaskServer, ATaskThatOutlivesItsServerStillEnds)
         EXPECT_EQ(runThroughServer("exit 3"), 768);
         EXPECT_EQ(countOf("sleep"), 1u);
         EXPECT_EQ(running(), 1u);
+        int32_t result = -1;
+        EXPECT_EQ(kivCS2Task_terminate(task, &result), KIVCS2STATUS_OK);
+        EXPECT_TRUE(holdsWithin(2000,
+                                [&ended]
+                                {
+                                    EXPECT_EQ(runThroughServer("exit 3"), 768);
+                                    return ended.gate.try_acquire();
+                                }));
         EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
-        ended.gate.acquire();
         EXPECT_EQ(ended.exitCode, -1);
         EXPECT_EQ(running(), 0u);
     };
@@ -293,16 +318,16 @@ TEST(TaskServer, ATaskThatOutlivesItsServerStillEnds)
 }
 
 // What a host leaves when it dies: a task of the server's, one that ignores SIGTERM, one that has left its
-// parent, and a child of a launch of the host's own.
+// parent, and two children of launches of the host's own, one that ignores SIGTERM.
 void startFamily()
 {
     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
     for (const char *script :
          {"exec sleep 601", "trap '' TERM; sleep 602", "(setsid sleep 603 &) ; exec sleep 604"})
         EXPECT_EQ(kivCS2TaskServer_exec(makeShell(script), nullptr, nullptr), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Task_launchAsync(makeShell("sleep 605 & exec sleep 606"), nullptr, nullptr),
-              KIVCS2STATUS_OK);
-    EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 6; })) << countOf("sleep");
+    for (const char *script : {"sleep 605 & exec sleep 606", "trap '' TERM; exec sleep 607"})
+        EXPECT_EQ(kivCS2Task_launchAsync(makeShell(script), nullptr, nullptr), KIVCS2STATUS_OK);
+    EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 7; })) << countOf("sleep");
 }
 
 enum class End
@@ -310,6 +335,7 @@ enum class End
     killed,
     aborted,
     exited,
+    exitedSlowly,
     leftAtOnce,
 };
 
@@ -321,6 +347,8 @@ void hostDies(End end, bool underSubreaper)
     if (host == 0)
     {
         signal(SIGABRT, SIG_DFL);
+        if (end == End::exitedSlowly) // still here when the server has ended what it launched
+            (void)std::atexit([] { (void)holdsWithin(10000, [] { return countOf("sleep") == 1; }); });
         startFamily();
         switch (end)
         {
@@ -335,6 +363,7 @@ void hostDies(End end, bool underSubreaper)
             break;
         }
         case End::exited:
+        case End::exitedSlowly:
             std::exit(0);
         case End::leftAtOnce:
             _exit(0);
@@ -349,7 +378,7 @@ void hostDies(End end, bool underSubreaper)
 
 TEST(TaskServer, NothingOutlivesTheHost)
 {
-    for (const End end : {End::killed, End::aborted, End::exited, End::leftAtOnce})
+    for (const End end : {End::killed, End::aborted, End::exited, End::exitedSlowly, End::leftAtOnce})
     {
         SCOPED_TRACE(static_cast<int>(end));
         const auto body = [end]
@@ -357,6 +386,35 @@ TEST(TaskServer, NothingOutlivesTheHost)
             hostDies(end, false);
         };
         IN_OWN_PROCESSES(body);
+    }
+}
+
+// A second SIGTERM makes many programs give up what the first has begun.
+TEST(TaskServer, SignalsOnceAtTheHostsExit)
+{
+    for (const bool atExit : {true, false})
+    {
+        kiv::test::TemporaryFolder folder;
+        const std::string log = folder.path("log");
+        const auto host = [&log, atExit]
+        {
+            EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+            const std::string script = "trap 'echo told >>" + log + "' TERM; echo up >" + log +
+                                       "; while :; do read line </dev/null; done";
+            EXPECT_EQ(kivCS2TaskServer_exec(makeShell(script), nullptr, nullptr), KIVCS2STATUS_OK);
+            EXPECT_TRUE(holdsWithin(10000, [&log] { return std::filesystem::exists(log); }));
+            if (atExit)
+                std::exit(testing::Test::HasFailure() ? 1 : 0);
+            EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(getpid()), KIVCS2STATUS_OK);
+            EXPECT_TRUE(holdsWithin(10000, [] { return running() == 0; }));
+        };
+        const auto body = [&host]
+        {
+            inChild(host);
+            EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sh") == 0 && countOf(kServerName) == 0; }));
+        };
+        IN_OWN_PROCESSES(body);
+        EXPECT_EQ(folder.read("log"), "up\ntold\n") << (atExit ? "at exit" : "on request");
     }
 }
 
@@ -401,15 +459,30 @@ TEST(TaskServer, AForkOfTheHostIsOnItsOwn)
     IN_OWN_PROCESSES(body);
 }
 
-// As a host does that goes into the background after its start; then nobody can be told of a child's end.
-TEST(TaskServer, AHostThatClosesItsPipesKeepsItsExitCodes)
+// As a host does that goes into the background after its start; then nobody can be told of a child's end, and
+// the numbers stand for files of its own.
+TEST(TaskServer, AHostThatClosesItsPipesKeepsItsExitCodesAndItsFiles)
 {
+    kiv::test::TemporaryFolder folder;
     inChild(
-        []
+        [&folder]
         {
             EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+            Ended lost;
+            KIVCS2Task *running = makeShell("exec sleep 60");
+            EXPECT_EQ(kivCS2TaskServer_exec(running, Ended::call, &lost), KIVCS2STATUS_OK);
             for (int descriptor = 3; descriptor < 64; ++descriptor)
                 close(descriptor);
+            std::vector<int> files;
+            for (const char *name : {"0", "1", "2", "3", "4", "5", "6", "7", "8", "9"})
+                files.push_back(open(folder.write(name, "").c_str(), O_RDWR | O_CLOEXEC));
+            KIVCS2Task *refused = makeShell("exit");
+            EXPECT_EQ(kivCS2TaskServer_exec(refused, nullptr, nullptr), KIVCS2STATUS_TASK_SERVER_ERR);
+            EXPECT_EQ(refused->m_state, uint32_t{KIVCS2TaskState_Created});
+            EXPECT_EQ(kivCS2Task_free(refused, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+            lost.gate.acquire();
+            EXPECT_EQ(lost.exitCode, -1);
+            EXPECT_EQ(kivCS2Task_free(running, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
             for (int launch = 0; launch < 20; ++launch)
             {
                 KIVCS2Task *task = makeShell("exit 3");
@@ -417,6 +490,8 @@ TEST(TaskServer, AHostThatClosesItsPipesKeepsItsExitCodes)
                 EXPECT_EQ(task->m_exitCode, 3);
                 EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
             }
+            for (const int file : files)
+                EXPECT_EQ(lseek(file, 0, SEEK_END), 0) << "written to, or closed";
         });
 }
 

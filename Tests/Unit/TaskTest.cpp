@@ -395,6 +395,28 @@ TEST(TaskAsync, CallsBackAndTells)
     EXPECT_EQ(kivCS2Task_free(bare, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
 }
 
+TEST(TaskAsync, OfSeveralThreadsOneLaunches)
+{
+    for (int round = 0; round < 20; ++round)
+    {
+        Shell shell{"exit 0"};
+        std::atomic<int> launched{0};
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < 4; ++thread)
+            threads.emplace_back(
+                [&]
+                {
+                    const KIVCS2Status status = kivCS2Task_launchAsync(shell.task, &Shell::ended, &shell);
+                    EXPECT_TRUE(status == KIVCS2STATUS_OK || status == KIVCS2STATUS_STATE_ERR);
+                    launched += KIVCS2_SUCCEEDED(status) ? 1 : 0;
+                });
+        for (std::thread &thread : threads)
+            thread.join();
+        EXPECT_EQ(launched, 1);
+        shell.end.acquire();
+    }
+}
+
 TEST(TaskAsync, AFreeThatIsRefusedClosesThePipes)
 {
     for (const auto &[mode, status] : {std::pair{KIVCS2TaskFreeMode_Refuse, KIVCS2STATUS_TASK_RUNNING_ERR},
