@@ -153,8 +153,11 @@ KIVCS2Status kivCS2PixelBuffer_clear(CVPixelBufferRef pixelBufferIn, KIVCS2Pixel
     const Pixel yuvTwice = {yuv[0], yuv[1], yuv[0], yuv[1]};
     const auto fill = kiv::pixelRows().fill;
     const LockedRows rows{pixelBufferIn};
-    for (size_t row = 0; row < CVPixelBufferGetHeight(pixelBufferIn); ++row)
-        fill(rows.row(row), size, rgb ? rgbaPixels[clearColour] : yuvTwice);
+    const size_t height = CVPixelBufferGetHeight(pixelBufferIn);
+    const size_t atOnce =
+        size == rows.bytesPerRow() ? height : 1; // rows without padding are one run of pixels
+    for (size_t row = 0; row < height; row += atOnce)
+        fill(rows.row(row), size * atOnce, rgb ? rgbaPixels[clearColour] : yuvTwice);
     return KIVCS2STATUS_OK;
 }
 

@@ -141,7 +141,7 @@ TEST(PixelBufferClear, FillsThePixelsAndLeavesThePadding)
         {k2vuy, KIVCS2PixelBuffer_ClearGrey, {128, 128}},
     };
     for (const Case &c : cases)
-        for (const size_t width : {1u, 3u, 16u, 33u, 720u})
+        for (const size_t width : {1u, 3u, 16u, 33u, 1920u, 4105u})
         {
             const Picture picture{width, 3, c.format};
             Bytes expected(picture.stride(), 0x5A);
