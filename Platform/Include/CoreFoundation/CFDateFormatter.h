@@ -42,6 +42,17 @@ CF_EXPORT CFStringRef CFDateFormatterCreateStringWithAbsoluteTime(CFAllocatorRef
                                                                   CFDateFormatterRef formatter,
                                                                   CFAbsoluteTime at);
 
+/**
+ * The date that `string` shows in the formatter's pattern, to be released with CFRelease(). Numbers may have
+ * fewer or more digits than the pattern, and all but the hours may lie beyond their ranges and carry.
+ * @param[in,out] rangep  the units to read, set to those that were; NULL for the whole string, which need not
+ *                        be read to its end
+ * NULL for a text of another form and when there is no memory.
+ */
+CF_EXPORT CFDateRef CFDateFormatterCreateDateFromString(CFAllocatorRef allocator,
+                                                        CFDateFormatterRef formatter, CFStringRef string,
+                                                        CFRange *rangep);
+
 CF_EXTERN_C_END
 
 #endif

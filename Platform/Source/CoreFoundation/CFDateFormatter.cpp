@@ -68,19 +68,26 @@ private:
     std::unique_ptr<char16_t[], FreeBlock> m_large;
 };
 
+// The units of a string in `buffer`; null for one longer than ICU takes and without memory.
+char16_t *unitsOf(CFStringRef string, CFRange range, UnitBuffer &buffer) noexcept
+{
+    char16_t *units = range.length <= INT32_MAX ? buffer.ofSize(static_cast<size_t>(range.length)) : nullptr;
+    if (units != nullptr)
+        CFStringGetCharacters(string, range, reinterpret_cast<UniChar *>(units));
+    return units;
+}
+
 bool open(__CFDateFormatter &formatter) noexcept
 {
     char locale[ULOC_FULLNAME_CAPACITY];
     if (formatter.locale != nullptr && !CFStringGetCString(CFLocaleGetIdentifier(formatter.locale), locale,
                                                            sizeof locale, kCFStringEncodingASCII))
         return false;
-    const auto length = static_cast<size_t>(CFStringGetLength(formatter.pattern));
+    const CFIndex length = CFStringGetLength(formatter.pattern);
     UnitBuffer buffer;
-    char16_t *pattern = length <= INT32_MAX ? buffer.ofSize(length) : nullptr;
+    const char16_t *pattern = unitsOf(formatter.pattern, CFRangeMake(0, length), buffer);
     if (pattern == nullptr)
         return false;
-    CFStringGetCharacters(formatter.pattern, CFRangeMake(0, static_cast<CFIndex>(length)),
-                          reinterpret_cast<UniChar *>(pattern));
 
     UErrorCode status = U_ZERO_ERROR;
     UDateFormat *opened =
@@ -159,4 +166,25 @@ CFStringRef CFDateFormatterCreateStringWithAbsoluteTime(CFAllocatorRef, CFDateFo
     if (U_FAILURE(status))
         return nullptr;
     return kiv::cf::createString(kiv::text::Units{nullptr, text, static_cast<size_t>(length)});
+}
+
+CFDateRef CFDateFormatterCreateDateFromString(CFAllocatorRef allocator, CFDateFormatterRef formatter,
+                                              CFStringRef string, CFRange *rangep)
+{
+    if (formatter->pattern == nullptr || (formatter->format == nullptr && !open(*formatter)))
+        return nullptr;
+    const CFRange range = rangep != nullptr ? *rangep : CFRangeMake(0, CFStringGetLength(string));
+    UnitBuffer buffer;
+    const char16_t *text = unitsOf(string, range, buffer);
+    if (text == nullptr)
+        return nullptr;
+    UErrorCode status = U_ZERO_ERROR;
+    int32_t end = 0;
+    const double time =
+        udat_parse(formatter->format, text, static_cast<int32_t>(range.length), &end, &status);
+    if (U_FAILURE(status))
+        return nullptr;
+    if (rangep != nullptr)
+        rangep->length = end;
+    return CFDateCreate(allocator, time / 1000.0 - kCFAbsoluteTimeIntervalSince1970);
 }

@@ -48,6 +48,7 @@ enum TypeID : CFTypeID
     kTypeNetServiceBrowser,
     kTypeNetServiceMonitor,
     kTypePixelBuffer,
+    kTypeTimeZone,
 };
 
 // The count of an object that is part of the library: no host releases that often.
