@@ -6,82 +6,24 @@
 #include "Private/CFRef.h"
 #include "Private/Check.h"
 #include "Private/Log.h"
-#include "Private/MutexLock.h"
-#include "Private/Timecode_Calendar.h"
 #include "Private/Timecode_Formatting.h"
-#include "Private/Timecode_Numbering.h"
-#include "Private/Timecode_Text.h"
-
-#include <algorithm>
+#include "Private/Timecode_Record.h"
 
 namespace
 {
 using namespace kiv::timecode;
 
-constexpr uint32_t kInvalidFrames = 0xFFFFFFFFu;
-constexpr uint32_t kHoursPerDay = 24;
-constexpr double kSecondsPerDay = 86400.0;
-constexpr uint32_t kDayShift = 32;
-constexpr uint32_t kMonthShift = 40;
-constexpr uint32_t kYearShift = 48;
-
 // All zero until the first rate. Written by setFramerate alone, which runs while nothing else here does.
-struct ModuleState
+struct ModuleState : RateState
 {
-    uint32_t framesPerSecond;
-    double realFramesPerSecond;
-    bool dropFrameTimecode;
-    uint32_t framesPerHour;
-    uint32_t framesPerDay;
     double millisecondsPerFrame;
-    Numbering numbering; // convertFrame, convertSecond, convertMinute
     Formatting formatting;
 };
 constinit ModuleState g_state{};
 
 [[nodiscard]] bool hasRate()
 {
-    return g_state.framesPerHour != 0;
-}
-
-// ---- The record
-
-[[nodiscard]] uint32_t framesOf(KIVCS2Timecode tc)
-{
-    return static_cast<uint32_t>(tc);
-}
-
-[[nodiscard]] bool isValid(KIVCS2Timecode tc)
-{
-    return framesOf(tc) != kInvalidFrames;
-}
-
-[[nodiscard]] uint32_t dateBitsOf(KIVCS2Timecode tc)
-{
-    return static_cast<uint32_t>(tc >> kDayShift);
-}
-
-[[nodiscard]] Date dateOf(KIVCS2Timecode tc)
-{
-    return {static_cast<uint8_t>(tc >> kDayShift), static_cast<uint8_t>(tc >> kMonthShift),
-            static_cast<uint16_t>(tc >> kYearShift)};
-}
-
-void setFrames(KIVCS2Timecode &tc, uint32_t frames)
-{
-    tc = (tc >> kDayShift << kDayShift) | frames;
-}
-
-void setDate(KIVCS2Timecode &tc, const Date &date)
-{
-    tc = uint64_t{date.year} << kYearShift | uint64_t{date.month} << kMonthShift |
-         uint64_t{date.day} << kDayShift | framesOf(tc);
-}
-
-// The calendar's tables hold twelve months; a record can hold 256.
-[[nodiscard]] bool hasMonth(KIVCS2Timecode tc)
-{
-    return dateOf(tc).month < kMonthsPerYear;
+    return hasRate(g_state);
 }
 
 // ---- Rate
@@ -95,48 +37,20 @@ KIVCS2Status setFramerate(const Rate &rate)
         return KIVCS2STATUS_MEMORY_ERR;
     freeNumbering(g_state.numbering);
 
-    g_state.numbering = numbering;
-    g_state.dropFrameTimecode = rate.droppedPerMinute > 0;
-    g_state.realFramesPerSecond = rate.realFramesPerSecond;
+    static_cast<RateState &>(g_state) = stateOf(rate, numbering);
     // Kept: frames per millisecond in spite of the name; its one user multiplies by it.
     g_state.millisecondsPerFrame = rate.realFramesPerSecond / 1000.0;
-    g_state.framesPerSecond = rate.framesPerSecond;
-    g_state.framesPerHour = rate.framesPerHour;
-    g_state.framesPerDay = kHoursPerDay * rate.framesPerHour;
     return KIVCS2STATUS_OK;
 }
 
 // ---- Fields
 
-// Every lookup starts here: the frame of the hour, when there is one and there are tables.
-KIVCS2Status frameWithinHour(KIVCS2Timecode tc, uint32_t &index)
-{
-    if (!isValid(tc))
-        return KIVCS2STATUS_INVALID_TIMECODE_ERR;
-    if (!hasRate())
-        return KIVCS2STATUS_FRAME_RATE_ERR;
-    index = framesOf(tc) % g_state.framesPerHour;
-    return KIVCS2STATUS_OK;
-}
-
 KIVCS2Status lookUp(const uint8_t *table, KIVCS2Timecode tc, uint32_t *value)
 {
     uint32_t index = 0;
-    KIV_TRY(frameWithinHour(tc, index));
+    KIV_TRY(frameWithinHour(g_state, tc, index));
     *value = table[index];
     return KIVCS2STATUS_OK;
-}
-
-// All four fields of a record under a rate; an invalid record reads as zeros.
-ClockFields clockOf(KIVCS2Timecode tc)
-{
-    if (!isValid(tc))
-        return {};
-    const Numbering &numbering = g_state.numbering;
-    const uint32_t hours = framesOf(tc) / g_state.framesPerHour;
-    const uint32_t index = framesOf(tc) - hours * g_state.framesPerHour;
-    return {hours, numbering.convertMinute[index], numbering.convertSecond[index],
-            numbering.convertFrame[index]};
 }
 
 // The one place that turns fields into a frame count; the fields are cut to 8 bits.
@@ -150,61 +64,10 @@ KIVCS2Status setClock(KIVCS2Timecode &tc, const ClockFields &clock)
 KIVCS2Status replaceField(KIVCS2Timecode &tc, uint32_t ClockFields::*field, uint32_t value)
 {
     uint32_t index = 0;
-    KIV_TRY(frameWithinHour(tc, index));
-    ClockFields clock = clockOf(tc);
+    KIV_TRY(frameWithinHour(g_state, tc, index));
+    ClockFields clock = clockOf(g_state, tc);
     clock.*field = value;
     return setClock(tc, clock);
-}
-
-char frameSeparator()
-{
-    return g_state.dropFrameTimecode ? ';' : ':';
-}
-
-// ---- Arithmetic
-
-// Adds whole days that frames were carried into; the frame count is the caller's.
-KIVCS2Status carryDays(KIVCS2Timecode &tc, const Carry &carry)
-{
-    if (carry.days > 0)
-    {
-        if (!hasMonth(tc))
-            return KIVCS2STATUS_PARAM_ERR;
-        setDate(tc, addDays(dateOf(tc), carry.days));
-    }
-    setFrames(tc, carry.frames);
-    return KIVCS2STATUS_OK;
-}
-
-KIVCS2Status roundDown(KIVCS2Timecode &tc, uint64_t step)
-{
-    if (step == 0)
-        return KIVCS2STATUS_FRAME_RATE_ERR;
-    setFrames(tc, static_cast<uint32_t>(framesOf(tc) - framesOf(tc) % step));
-    return KIVCS2STATUS_OK;
-}
-
-// Whole days from the date of `a` to that of `b`, which is taken to be the later one.
-int64_t daysBetween(const Date &a, const Date &b)
-{
-    const int64_t dayA = int64_t{dayOfYear(a)} + 1;
-    const int64_t dayB = int64_t{dayOfYear(b)} + 1;
-    if (a.year == b.year)
-        return dayB - dayA;
-    // Kept: years are counted between, in whichever order they come.
-    const auto [first, last] = std::minmax(a.year, b.year);
-    const int64_t between = int64_t{daysBeforeYear(last)} - int64_t{daysBeforeYear(first + 1u)};
-    const int64_t rest = (isLeapYear(a.year) ? 366 : 365) - dayA;
-    return between + rest + dayB;
-}
-
-// A double cut to its low 32 bits by way of 64; what 64 bits do not hold is 0.
-uint32_t truncateToFrames(double frames)
-{
-    constexpr double kLimit = 9223372036854775808.0; // 2 to the 63rd
-    if (!(frames >= -kLimit && frames < kLimit))
-        return 0;
-    return static_cast<uint32_t>(static_cast<int64_t>(frames));
 }
 
 // ---- Text
@@ -302,16 +165,10 @@ KIVCS2Status kivCS2Timecode_initWithTimecodeFields(KIVCS2Timecode *tc, uint8_t h
     if (!hasRate())
         return KIVCS2STATUS_FRAME_RATE_ERR;
 
-    const uint32_t firstOfHour = hours * g_state.framesPerHour;
-    const uint32_t frame = frameOfHour(g_state.numbering, minutes, seconds, frames);
-    if (frame == kNoFrame) [[unlikely]]
-    {
-        setFrames(*tc, firstOfHour); // Kept: the hours stay, and the record is not marked invalid
-        KIV_LOG("Illegal timecode %02i:%02i:%02i:%02i\n", hours, minutes, seconds, frames);
-        return KIVCS2STATUS_INVALID_TIMECODE_ERR;
-    }
-    setFrames(*tc, firstOfHour + frame);
-    return KIVCS2STATUS_OK;
+    if (setFields(g_state, *tc, hours, minutes, seconds, frames)) [[likely]]
+        return KIVCS2STATUS_OK;
+    KIV_LOG("Illegal timecode %02i:%02i:%02i:%02i\n", hours, minutes, seconds, frames);
+    return KIVCS2STATUS_INVALID_TIMECODE_ERR;
 }
 
 KIVCS2Status kivCS2Timecode_initWithFrames(KIVCS2Timecode *tc, uint32_t frames)
@@ -418,11 +275,7 @@ KIVCS2Status kivCS2Timecode_setFramesSinceMidnight(KIVCS2Timecode *tc, uint32_t 
 
 KIVCS2Status kivCS2Timecode_getSecondsSinceMidnight(const KIVCS2Timecode *tc, double *seconds)
 {
-    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
-    if (!hasRate())
-        return KIVCS2STATUS_FRAME_RATE_ERR;
-    *seconds = framesOf(*tc) / g_state.realFramesPerSecond;
-    return KIVCS2STATUS_OK;
+    return secondsOf(g_state, *tc, *seconds);
 }
 
 KIVCS2Status kivCS2Timecode_setSecondsSinceMidnight(KIVCS2Timecode *tc, double seconds)
@@ -524,33 +377,12 @@ KIVCS2Status kivCS2Timecode_zeroTime(KIVCS2Timecode *tc)
 
 KIVCS2Status kivCS2Timecode_addFrames(KIVCS2Timecode *tc, uint32_t frames)
 {
-    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
-    if (!hasRate())
-        return KIVCS2STATUS_FRAME_RATE_ERR;
-
-    const uint32_t sum = framesOf(*tc) + frames;
-    return carryDays(*tc, {sum % g_state.framesPerDay, sum / g_state.framesPerDay});
+    return addFrames(g_state, *tc, frames);
 }
 
 KIVCS2Status kivCS2Timecode_subtractFrames(KIVCS2Timecode *tc, uint32_t frames)
 {
-    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
-    const uint32_t count = framesOf(*tc);
-    if (frames <= count)
-    {
-        setFrames(*tc, count - frames);
-        return KIVCS2STATUS_OK;
-    }
-    if (!hasRate())
-        return KIVCS2STATUS_FRAME_RATE_ERR;
-    if (!hasMonth(*tc))
-        return KIVCS2STATUS_PARAM_ERR;
-
-    // One frame before midnight is the last of the day before; from there in whole days.
-    const uint32_t before = frames - count - 1;
-    setDate(*tc, subtractDays(dateOf(*tc), uint64_t{before / g_state.framesPerDay} + 1));
-    setFrames(*tc, g_state.framesPerDay - 1 - before % g_state.framesPerDay);
-    return KIVCS2STATUS_OK;
+    return subtractFrames(g_state, *tc, frames);
 }
 
 // Kept: seconds, minutes and hours hide what became of their frames, and a second has the nominal
@@ -594,10 +426,7 @@ KIVCS2Status kivCS2Timecode_subtractHours(KIVCS2Timecode *tc, uint32_t count)
 
 KIVCS2Status kivCS2Timecode_addDays(KIVCS2Timecode *tc, uint32_t count)
 {
-    if (!hasMonth(*tc))
-        return KIVCS2STATUS_PARAM_ERR;
-    setDate(*tc, addDays(dateOf(*tc), count));
-    return KIVCS2STATUS_OK;
+    return addDays(*tc, count);
 }
 
 KIVCS2Status kivCS2Timecode_addMonths(KIVCS2Timecode *tc, uint32_t count)
@@ -614,10 +443,7 @@ KIVCS2Status kivCS2Timecode_addYears(KIVCS2Timecode *tc, uint32_t count)
 
 KIVCS2Status kivCS2Timecode_subtractDays(KIVCS2Timecode *tc, uint32_t count)
 {
-    if (!hasMonth(*tc))
-        return KIVCS2STATUS_PARAM_ERR;
-    setDate(*tc, subtractDays(dateOf(*tc), count));
-    return KIVCS2STATUS_OK;
+    return subtractDays(*tc, count);
 }
 
 KIVCS2Status kivCS2Timecode_subtractMonths(KIVCS2Timecode *tc, uint32_t count)
@@ -680,10 +506,7 @@ KIVCS2Status kivCS2Timecode_compare(const KIVCS2Timecode *a, const KIVCS2Timecod
 {
     KIV_CHECK(result);
 
-    KIV_TRY(kivCS2Timecode_checkValidTimecode(a));
-    KIV_TRY(kivCS2Timecode_checkValidTimecode(b));
-    *result = (framesOf(*a) > framesOf(*b)) - (framesOf(*a) < framesOf(*b));
-    return KIVCS2STATUS_OK;
+    return compareFrames(*a, *b, *result);
 }
 
 KIVCS2Status kivCS2Timecode_isSameTimecode(const KIVCS2Timecode *a, const KIVCS2Timecode *b, uint32_t *same)
@@ -698,37 +521,13 @@ KIVCS2Status kivCS2Timecode_differenceInFrames(const KIVCS2Timecode *a, const KI
 {
     KIV_CHECK(difference);
 
-    KIV_TRY(kivCS2Timecode_checkValidTimecode(a));
-    KIV_TRY(kivCS2Timecode_checkValidTimecode(b));
-    if (dateBitsOf(*a) == dateBitsOf(*b))
-    {
-        *difference = static_cast<int32_t>(framesOf(*b) - framesOf(*a));
-        return KIVCS2STATUS_OK;
-    }
-    if (!hasRate())
-        return KIVCS2STATUS_FRAME_RATE_ERR;
-    if (!hasMonth(*a) || !hasMonth(*b))
-        return KIVCS2STATUS_PARAM_ERR;
-    const int64_t perDay = g_state.framesPerDay;
-    const int64_t days = daysBetween(dateOf(*a), dateOf(*b));
-    *difference = perDay - framesOf(*a) + perDay * (days - 1) + framesOf(*b);
-    return KIVCS2STATUS_OK;
+    return framesBetween(g_state, *a, *b, *difference);
 }
 
 KIVCS2Status kivCS2Timecode_differenceInSeconds(const KIVCS2Timecode *a, const KIVCS2Timecode *b,
                                                 double *difference)
 {
-    if (dateBitsOf(*a) != dateBitsOf(*b)) // Kept: success on two days, and nothing stored
-        return KIVCS2STATUS_OK;
-    if (!hasRate())
-        return KIVCS2STATUS_FRAME_RATE_ERR;
-
-    double secondsA = 0;
-    double secondsB = 0;
-    (void)kivCS2Timecode_getSecondsSinceMidnight(a, &secondsA); // an invalid record counts as 0
-    (void)kivCS2Timecode_getSecondsSinceMidnight(b, &secondsB);
-    *difference = secondsA - secondsB;
-    return KIVCS2STATUS_OK;
+    return secondsBetween(g_state, *a, *b, *difference);
 }
 
 // ---- Stepping, scaling and snapping
@@ -747,12 +546,7 @@ KIVCS2Status kivCS2Timecode_tickDown(KIVCS2Timecode *tc, uint32_t *nonZero)
 
 KIVCS2Status kivCS2Timecode_multiply(KIVCS2Timecode *tc, uint32_t factor)
 {
-    if (factor > 1 && isValid(*tc))
-    {
-        if (!hasRate())
-            return KIVCS2STATUS_FRAME_RATE_ERR;
-        KIV_TRY(carryDays(*tc, addRepeatedly(framesOf(*tc), factor - 1, g_state.framesPerDay)));
-    }
+    KIV_TRY(multiplyFrames(g_state, *tc, factor));
     return kivCS2Timecode_ensureLegalDuration(tc);
 }
 
@@ -765,19 +559,12 @@ KIVCS2Status kivCS2Timecode_initByMultiplyingTimecode(KIVCS2Timecode *result, co
 
 KIVCS2Status kivCS2Timecode_snapToMinute(KIVCS2Timecode *tc, uint32_t minutes)
 {
-    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
-    if (minutes >= kMinutesPerHour)
-        return kivCS2Timecode_snapToHour(tc, minutes / kMinutesPerHour);
-    // Kept: nominal frames at the drop-frame rates too, so that a snapped count need not be a whole minute.
-    return roundDown(*tc, uint64_t{g_state.framesPerSecond} * kSecondsPerMinute * std::max(minutes, 1u));
+    return snapToMinutes(g_state, *tc, minutes);
 }
 
 KIVCS2Status kivCS2Timecode_snapToHour(KIVCS2Timecode *tc, uint32_t hours)
 {
-    KIV_TRY(kivCS2Timecode_checkValidTimecode(tc));
-    if (hours == 0)
-        return KIVCS2STATUS_PARAM_ERR;
-    return roundDown(*tc, uint64_t{g_state.framesPerHour} * hours);
+    return snapToHours(g_state, *tc, hours);
 }
 
 // ---- Durations
@@ -867,10 +654,10 @@ KIVCS2Status kivCS2Timecode_timecodeToString(const KIVCS2Timecode *tc, char *buf
     if (!hasRate())
         return KIVCS2STATUS_FRAME_RATE_ERR;
 
-    const ClockFields clock = clockOf(*tc);
-    const bool written = dated ? writeDateAndTime(date, clock, frameSeparator(), buffer, bufferSize)
-                               : writeTime(clock, frameSeparator(), buffer, bufferSize);
-    return written ? KIVCS2STATUS_OK : KIVCS2STATUS_BUFFER_SIZE_ERR;
+    const ClockFields clock = clockOf(g_state, *tc);
+    const size_t written = dated ? writeDateAndTime(date, clock, frameSeparator(g_state), buffer, bufferSize)
+                                 : writeTime(clock, frameSeparator(g_state), buffer, bufferSize);
+    return written > 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_BUFFER_SIZE_ERR;
 }
 
 KIVCS2Status kivCS2Timecode_print(const KIVCS2Timecode *tc)
@@ -880,9 +667,9 @@ KIVCS2Status kivCS2Timecode_print(const KIVCS2Timecode *tc)
     if (!hasRate())
         return KIVCS2STATUS_FRAME_RATE_ERR;
 
-    const ClockFields clock = clockOf(*tc);
+    const ClockFields clock = clockOf(g_state, *tc);
     KIV_LOG("%02i:%02i:%02i%c%02i\n", static_cast<int>(clock.hours), static_cast<int>(clock.minutes),
-            static_cast<int>(clock.seconds), frameSeparator(), static_cast<int>(clock.frames));
+            static_cast<int>(clock.seconds), frameSeparator(g_state), static_cast<int>(clock.frames));
     return KIVCS2STATUS_OK;
 }
 
@@ -895,7 +682,7 @@ KIVCS2Status kivCS2Timecode_getBCDFromTimecode(const KIVCS2Timecode *tc, uint32_
     if (!hasRate())
         return KIVCS2STATUS_FRAME_RATE_ERR;
 
-    *bcd = bcdOfFields(clockOf(*tc));
+    *bcd = bcdOfFields(clockOf(g_state, *tc));
     return KIVCS2STATUS_OK;
 }
 
@@ -918,27 +705,9 @@ KIVCS2Status kivCS2Timecode_initWithDate(KIVCS2Timecode *tc, CFDateRef date, uin
     if (!hasRate())
         return KIVCS2STATUS_FRAME_RATE_ERR;
 
-    Formatting &formatting = g_state.formatting;
-    const kiv::MutexLock lock{formatting.dateFormatMutex};
-    KIV_TRY(lock.status());
-    const auto value = [date](CFDateFormatterRef formatter)
-    {
-        return getValueFromDate(g_state.formatting, date, formatter);
-    };
-    const uint32_t day = value(formatting.formatDay);
-    const uint32_t month = value(formatting.formatMonth);
-    const uint32_t year = value(formatting.formatYear);
-    *tc = 0;
-    setDate(*tc, dateOfFields(day, month, year));
-    if (includeTime == 0)
-        return KIVCS2STATUS_OK;
-
-    const uint32_t hours = value(formatting.formatHour);
-    const uint32_t minutes = value(formatting.formatMinute);
-    const uint32_t seconds = value(formatting.formatSecond);
-    const uint32_t milliseconds = value(formatting.formatMilliSecond);
-    setFrames(*tc, hours * g_state.framesPerHour +
-                       frameOfClockTime(g_state.numbering, minutes, seconds, milliseconds));
+    DateReading reading{};
+    KIV_TRY(readDate(g_state.formatting, date, includeTime != 0, reading));
+    setFromReading(g_state, *tc, reading, includeTime != 0);
     return KIVCS2STATUS_OK;
 }
 
@@ -966,7 +735,7 @@ KIVCS2Status kivCS2Timecode_createCFDate(const KIVCS2Timecode *tc, CFDateRef *da
 
     // A second has fewer frames than framesPerSecond counts, so frames never add a whole one.
     const Date day = dateOf(*tc);
-    const ClockFields clock = clockOf(*tc);
+    const ClockFields clock = clockOf(g_state, *tc);
     CFAbsoluteTime at = 0;
     // Kept: month and day are composed zero-based, which dates the result one month and one day early.
     if (!CFCalendarComposeAbsoluteTime(calendar.get(), &at, "yMdHms", static_cast<int>(day.year),

@@ -27,20 +27,6 @@ bool ensureString(CFStringRef &string, const char *text)
     return string != nullptr;
 }
 
-bool ensureFormatter(CFDateFormatterRef &formatter, const char *pattern)
-{
-    if (formatter != nullptr)
-        return true;
-    const StringRef format = makeASCII(pattern);
-    if (!format)
-        return false;
-    formatter = CFDateFormatterCreate(nullptr, nullptr, kCFDateFormatterNoStyle, kCFDateFormatterNoStyle);
-    if (formatter == nullptr)
-        return false;
-    CFDateFormatterSetFormat(formatter, format.get());
-    return true;
-}
-
 bool ensureCharacterSet(CFCharacterSetRef &set)
 {
     if (set != nullptr)
@@ -91,6 +77,20 @@ KIVCS2Status splitDate(const Formatting &formatting, CFStringRef text, TextField
 }
 } // namespace
 
+bool ensureFormatter(CFDateFormatterRef &formatter, const char *pattern)
+{
+    if (formatter != nullptr)
+        return true;
+    const StringRef format = makeASCII(pattern);
+    if (!format)
+        return false;
+    formatter = CFDateFormatterCreate(nullptr, nullptr, kCFDateFormatterNoStyle, kCFDateFormatterNoStyle);
+    if (formatter == nullptr)
+        return false;
+    CFDateFormatterSetFormat(formatter, format.get());
+    return true;
+}
+
 KIVCS2Status ensureFormatting(Formatting &formatting)
 {
     if (!formatting.dateFormatMutexValid)
@@ -126,6 +126,26 @@ uint32_t getValueFromDate(Formatting &formatting, CFDateRef date, CFDateFormatte
     }
     const StringRef text{CFDateFormatterCreateStringWithDate(nullptr, formatter, date)};
     return text ? static_cast<uint32_t>(CFStringGetIntValue(text.get())) : 0;
+}
+
+KIVCS2Status readDate(Formatting &formatting, CFDateRef date, bool withTime, DateReading &reading)
+{
+    const MutexLock lock{formatting.dateFormatMutex};
+    KIV_TRY(lock.status());
+    const auto value = [&](CFDateFormatterRef formatter)
+    {
+        return getValueFromDate(formatting, date, formatter);
+    };
+    reading.day = value(formatting.formatDay);
+    reading.month = value(formatting.formatMonth);
+    reading.year = value(formatting.formatYear);
+    if (!withTime)
+        return KIVCS2STATUS_OK;
+    reading.hours = value(formatting.formatHour);
+    reading.minutes = value(formatting.formatMinute);
+    reading.seconds = value(formatting.formatSecond);
+    reading.milliseconds = value(formatting.formatMilliSecond);
+    return KIVCS2STATUS_OK;
 }
 
 KIVCS2Status splitText(const Formatting &formatting, CFStringRef text, TextFields &fields)

@@ -3,12 +3,15 @@
 #define KIV_PRIVATE_TIMECODE_FORMATTING_H
 
 #include "KIVCS2Mutex.h"
-#include "Private/Timecode_Text.h"
+#include "Private/Timecode_Record.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
 namespace kiv::timecode
 {
+// Makes a formatter of a pattern, with no locale and no styles, unless there is one; false without memory.
+[[nodiscard]] bool ensureFormatter(CFDateFormatterRef &formatter, const char *pattern);
+
 struct Formatting
 {
     CFDateFormatterRef formatYear;
@@ -34,6 +37,11 @@ struct Formatting
 
 // The number that the formatter makes of the date; 0 when it makes none.
 [[nodiscard]] uint32_t getValueFromDate(Formatting &formatting, CFDateRef date, CFDateFormatterRef formatter);
+
+// The formatters' reading of a date, with 0 for a time that is not wanted and for a field that cannot be
+// formatted. KIVCS2STATUS_MUTEX_ERR, and nothing read, when the formatters cannot be locked.
+[[nodiscard]] KIVCS2Status readDate(Formatting &formatting, CFDateRef date, bool withTime,
+                                    DateReading &reading);
 
 // Splits any text. The date is complete before a time field is looked at, and stays in `fields` when one
 // of those fails. Another number of time fields than 1, 3 or 4 is a success.

@@ -40,9 +40,11 @@ char *putBelowHours(char *at, const ClockFields &clock, char separator)
     return at;
 }
 
-constexpr size_t kMaxDigits = 5;                                     // 49710 hours at 24 frames; year 65535
-constexpr size_t kMaxTimeSize = kMaxDigits + sizeof ":MM:SS:FF";     // terminator included
+constexpr size_t kMaxDigits = 5;                                 // 49710 hours at 24 frames; year 65535
+constexpr size_t kMaxTimeSize = kMaxDigits + sizeof ":MM:SS:FF"; // terminator included
+constexpr size_t kMaxFramesSize = sizeof "-2147483648";
 constexpr size_t kMaxTextSize = 3 * (kMaxDigits + 1) + kMaxTimeSize; // three numbers, each with what follows
+static_assert(kMaxFramesSize <= kMaxTimeSize);
 
 char *putNumber(char *at, uint32_t value)
 {
@@ -58,13 +60,33 @@ char *putTime(char *at, const ClockFields &clock, char separator)
     return putBelowHours(at, clock, separator);
 }
 
-bool copyWhole(const char *text, const char *end, char *buffer, size_t size)
+// "15.3.2024 "
+char *putDate(char *at, const Date &date)
+{
+    at = putNumber(at, date.day + 1u);
+    *at++ = '.';
+    at = putNumber(at, date.month + 1u);
+    *at++ = '.';
+    at = putNumber(at, date.year);
+    *at++ = ' ';
+    return at;
+}
+
+char *putFrames(char *at, int32_t frames)
+{
+    at = std::to_chars(at, at + kMaxFramesSize, frames).ptr;
+    *at++ = '\0';
+    return at;
+}
+
+// Copies a text that ends with its terminator, and returns its length without.
+size_t copyWhole(const char *text, const char *end, char *buffer, size_t size)
 {
     const auto length = static_cast<size_t>(end - text);
     if (length > size)
-        return false;
+        return 0;
     std::memcpy(buffer, text, length);
-    return true;
+    return length - 1;
 }
 
 // Moves `at` over one number; false without a digit or with too many.
@@ -108,27 +130,33 @@ bool splitPlainText(const char *text, TextFields &fields)
     return *at == '\0' && count != 2;
 }
 
-bool writeTime(const ClockFields &clock, char separator, char *buffer, size_t size)
+size_t writeTime(const ClockFields &clock, char separator, char *buffer, size_t size)
 {
     if (clock.hours < 100 && size >= kTimeBufferSize)
     {
         putBelowHours(putPair(buffer, clock.hours), clock, separator);
-        return true;
+        return kTimeBufferSize - 1;
     }
     std::array<char, kMaxTimeSize> text;
     return copyWhole(text.data(), putTime(text.data(), clock, separator), buffer, size);
 }
 
-bool writeDateAndTime(const Date &date, const ClockFields &clock, char separator, char *buffer, size_t size)
+size_t writeDateAndTime(const Date &date, const ClockFields &clock, char separator, char *buffer, size_t size)
 {
     std::array<char, kMaxTextSize> text;
-    char *at = putNumber(text.data(), date.day + 1u);
-    *at++ = '.';
-    at = putNumber(at, date.month + 1u);
-    *at++ = '.';
-    at = putNumber(at, date.year);
-    *at++ = ' ';
-    return copyWhole(text.data(), putTime(at, clock, separator), buffer, size);
+    return copyWhole(text.data(), putTime(putDate(text.data(), date), clock, separator), buffer, size);
+}
+
+size_t writeDateAndFrames(const Date &date, int32_t frames, char *buffer, size_t size)
+{
+    std::array<char, kMaxTextSize> text;
+    return copyWhole(text.data(), putFrames(putDate(text.data(), date), frames), buffer, size);
+}
+
+size_t writeFrames(int32_t frames, char *buffer, size_t size)
+{
+    std::array<char, kMaxFramesSize> text;
+    return copyWhole(text.data(), putFrames(text.data(), frames), buffer, size);
 }
 
 uint32_t bcdOfFields(const ClockFields &clock)

@@ -43,11 +43,15 @@ struct TextFields
 constexpr uint32_t kTimeBufferSize = 12;
 constexpr uint32_t kDateTimeBufferSize = 24;
 
-// Writes the time with its terminator; false, and nothing written, when `size` does not hold it.
-[[nodiscard]] bool writeTime(const ClockFields &clock, char separator, char *buffer, size_t size);
+// Writes the time with its terminator and returns its length without; 0, and nothing written, when `size`
+// does not hold it.
+[[nodiscard]] size_t writeTime(const ClockFields &clock, char separator, char *buffer, size_t size);
 // The same with the one-based date in front.
-[[nodiscard]] bool writeDateAndTime(const Date &date, const ClockFields &clock, char separator, char *buffer,
-                                    size_t size);
+[[nodiscard]] size_t writeDateAndTime(const Date &date, const ClockFields &clock, char separator,
+                                      char *buffer, size_t size);
+// "15.3.2024 ", the date alone and the number `frames`, as above.
+[[nodiscard]] size_t writeDateAndFrames(const Date &date, int32_t frames, char *buffer, size_t size);
+[[nodiscard]] size_t writeFrames(int32_t frames, char *buffer, size_t size);
 
 // One byte a field, hours first; the fields are below 100 for a word that reads back.
 [[nodiscard]] uint32_t bcdOfFields(const ClockFields &clock);
