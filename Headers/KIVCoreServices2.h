@@ -49,6 +49,7 @@
 #include "KIVCS2PCMAudioConverter.h"
 
 #include "KIVCS2Timecode.h"
+#include "KIVProjectTimecode.h"
 
 #include "KIVCS2ClosedCaptions.h"
 

@@ -1,0 +1,614 @@
+/**
+ * @file
+ * The project timecode: a KIVCS2Timecode as an object, for hosts written in C++.
+ *
+ * A KIVProjectTimecode is its record and nothing else: the 64 bits of KIVCS2Timecode.h, day and month
+ * zero-based, all 0 in a new object. It is copied like a number, eight bytes large, and that is part of
+ * the interface: CS2Timecode() hands the record to the C operations, setCS2Timecode() takes it back.
+ *
+ * The frame rate is the class's own: a host that uses the C operations too sets both rates.
+ * Until setFrameRate() has been called, fields, seconds and texts read 0, arithmetic that needs a rate
+ * changes nothing, conversions from dates leave the object as it is and those to dates give null.
+ *
+ * Members are named by the first keyword of their selector and take the others as parameters
+ * (setHours:minutes:seconds:frames:format: is setHours()); the table is Docs/project-timecode.md.
+ * Each init member resets the object and returns it, and a static timecodeWith... makes a new one.
+ * There is no status and nothing throws: a month of 12 or more, an invalid frame count (0xFFFFFFFF) or a
+ * missing rate leave the object as it is, or answer 0, false or null.
+ *
+ * Dates are CFDateRef and texts CFStringRef: those that a member returns belong to the caller, who
+ * releases them with CFRelease(), and are null without memory. A null text reads as an empty one, a null
+ * date leaves the object as it is. Overloads take UTF-8, and write a text to a buffer of the caller's.
+ *
+ * setFrameRate() must not run while another thread uses the class. After it all members may run on any
+ * number of threads, each on its own objects.
+ */
+#ifndef KIV_PROJECT_TIMECODE_H
+#define KIV_PROJECT_TIMECODE_H
+
+#include "KIVCS2Timecode.h"
+
+#include <CoreMedia/CoreMedia.h>
+
+#ifdef __cplusplus
+
+#include <string_view>
+
+class KIVCS2_API KIVProjectTimecode
+{
+public:
+    /* ---- Frame rate, of the whole class ------------------------------------------------------- */
+
+    /**
+     * Sets the rate of the class; codes of 8 and more are ignored, and so is the call without memory: see
+     * currentFrameRate(). Objects keep their frame counts. The tables of a rate are built once and stay.
+     * Thread safety: not while another thread uses the class. Source: SMPTE ST 12-1.
+     */
+    static void setFrameRate(KIVCS2FrameRate rate) noexcept;
+
+    static void fps2398() noexcept
+    {
+        setFrameRate(KIVCS2FrameRate_23_98);
+    }
+    static void fps24() noexcept
+    {
+        setFrameRate(KIVCS2FrameRate_24);
+    }
+    static void fps25() noexcept
+    {
+        setFrameRate(KIVCS2FrameRate_25);
+    }
+    static void fps2997() noexcept
+    {
+        setFrameRate(KIVCS2FrameRate_29_97);
+    }
+    static void fps30() noexcept
+    {
+        setFrameRate(KIVCS2FrameRate_30);
+    }
+    static void fps50() noexcept
+    {
+        setFrameRate(KIVCS2FrameRate_50);
+    }
+    static void fps5994() noexcept
+    {
+        setFrameRate(KIVCS2FrameRate_59_94);
+    }
+    static void fps60() noexcept
+    {
+        setFrameRate(KIVCS2FrameRate_60);
+    }
+
+    /** The code in force; KIVCS2FrameRate_MAX while there is none. */
+    [[nodiscard]] static KIVCS2FrameRate currentFrameRate() noexcept;
+    [[nodiscard]] static bool hasValidFrameRate() noexcept;
+    /** The nominal integer rate: 24, 25, 30, 50 or 60. */
+    [[nodiscard]] static uint32_t framesPerSecond() noexcept;
+    /** The rate that seconds are reckoned with: 23.98, 24, 25, 29.97, 30, 50, 59.94 or 60. */
+    [[nodiscard]] static double realFramesPerSecond() noexcept;
+    /** True at 29.97 and 59.94. */
+    [[nodiscard]] static bool dropFrameTimecode() noexcept;
+    [[nodiscard]] static uint32_t framesPerHour() noexcept;
+    [[nodiscard]] static uint32_t framesPerDay() noexcept;
+
+    /* ---- Creation ----------------------------------------------------------------------------- */
+
+    /** Midnight without a date: all 64 bits 0. */
+    constexpr KIVProjectTimecode() noexcept = default;
+
+    /** The first frame of the hour; hours have no upper limit. */
+    KIVProjectTimecode &initWithHours(uint8_t hours) noexcept;
+
+    /** As setHours() with format 0, without a date. */
+    KIVProjectTimecode &initWithHours(uint8_t hours, uint8_t minutes, uint8_t seconds,
+                                      uint8_t frames) noexcept;
+
+    /**
+     * Parses "15.3.2024 10:00:00:00" or parts of it: the date and one space may be missing; the time is a
+     * frame count, hours and minutes, or also seconds and frames, with ":" or ";" between these two. Each
+     * field is the decimal number it begins with, 0 for anything else; hours, minutes, seconds and frames
+     * are cut to 8 bits. A date that has not three fields is ignored. What names no frame: see setHours().
+     */
+    KIVProjectTimecode &initWithString(CFStringRef string) noexcept;
+    /** The same from UTF-8, or any other bytes whose ASCII stands for itself. */
+    KIVProjectTimecode &initWithString(std::string_view text) noexcept
+    {
+        return initWithText(text.data(), text.size());
+    }
+
+    /** `time` / `scale` seconds, as setSecondsSinceMidnight(); a scale of 0 is midnight. */
+    KIVProjectTimecode &initWithTime(uint32_t time, uint32_t scale) noexcept;
+    /** As setSecondsSinceMidnight(). */
+    KIVProjectTimecode &initWithSeconds(double seconds) noexcept;
+    /** Any frame count, stored unchecked. */
+    constexpr KIVProjectTimecode &initWithFrames(uint32_t frames) noexcept
+    {
+        m_fields = frames;
+        return *this;
+    }
+    /** Date and time of a system date, as fromDate(). */
+    KIVProjectTimecode &initWithDate(CFDateRef date) noexcept;
+    /** Date and time of a system date, as fromCFDate(). */
+    KIVProjectTimecode &initWithCFDate(CFDateRef date) noexcept;
+    /** The date of one with the frame count of the other. */
+    constexpr KIVProjectTimecode &initWithDate(const KIVProjectTimecode &date,
+                                               const KIVProjectTimecode &timecode) noexcept
+    {
+        m_fields = (date.m_fields & kDateMask) | (timecode.m_fields & ~kDateMask);
+        return *this;
+    }
+    constexpr KIVProjectTimecode &initWithCS2Timecode(KIVCS2Timecode timecode) noexcept
+    {
+        m_fields = timecode;
+        return *this;
+    }
+
+    [[nodiscard]] static KIVProjectTimecode timecodeWithHours(uint8_t hours) noexcept
+    {
+        return KIVProjectTimecode{}.initWithHours(hours);
+    }
+    [[nodiscard]] static KIVProjectTimecode timecodeWithHours(uint8_t hours, uint8_t minutes, uint8_t seconds,
+                                                              uint8_t frames) noexcept
+    {
+        return KIVProjectTimecode{}.initWithHours(hours, minutes, seconds, frames);
+    }
+    [[nodiscard]] static KIVProjectTimecode timecodeWithString(CFStringRef string) noexcept
+    {
+        return KIVProjectTimecode{}.initWithString(string);
+    }
+    [[nodiscard]] static KIVProjectTimecode timecodeWithString(std::string_view text) noexcept
+    {
+        return KIVProjectTimecode{}.initWithString(text);
+    }
+    [[nodiscard]] static KIVProjectTimecode timecodeWithTime(uint32_t time, uint32_t scale) noexcept
+    {
+        return KIVProjectTimecode{}.initWithTime(time, scale);
+    }
+    [[nodiscard]] static KIVProjectTimecode timecodeWithSeconds(double seconds) noexcept
+    {
+        return KIVProjectTimecode{}.initWithSeconds(seconds);
+    }
+    [[nodiscard]] static constexpr KIVProjectTimecode timecodeWithFrames(uint32_t frames) noexcept
+    {
+        return KIVProjectTimecode{}.initWithFrames(frames);
+    }
+    [[nodiscard]] static KIVProjectTimecode timecodeWithDate(CFDateRef date) noexcept
+    {
+        return KIVProjectTimecode{}.initWithDate(date);
+    }
+    [[nodiscard]] static KIVProjectTimecode timecodeWithCFDate(CFDateRef date) noexcept
+    {
+        return KIVProjectTimecode{}.initWithCFDate(date);
+    }
+    [[nodiscard]] static constexpr KIVProjectTimecode
+    timecodeCombiningDate(const KIVProjectTimecode &date, const KIVProjectTimecode &timecode) noexcept
+    {
+        return KIVProjectTimecode{}.initWithDate(date, timecode);
+    }
+    [[nodiscard]] static constexpr KIVProjectTimecode
+    timecodeWithCS2Timecode(KIVCS2Timecode timecode) noexcept
+    {
+        return KIVProjectTimecode{}.initWithCS2Timecode(timecode);
+    }
+
+    /** Today, at frame count 0. */
+    [[nodiscard]] static KIVProjectTimecode calendarDate() noexcept;
+    /** Today and the time of the clock. */
+    [[nodiscard]] static KIVProjectTimecode now() noexcept;
+    /** Midnight without a date; the class method zeroTime, whose name the member has. */
+    [[nodiscard]] static constexpr KIVProjectTimecode timecodeWithZeroTime() noexcept
+    {
+        return {};
+    }
+
+    /* ---- Fields ------------------------------------------------------------------------------- */
+
+    /** All 64 bits. */
+    [[nodiscard]] constexpr uint64_t ticks() const noexcept
+    {
+        return m_fields;
+    }
+    [[nodiscard]] constexpr KIVCS2Timecode CS2Timecode() const noexcept
+    {
+        return m_fields;
+    }
+    constexpr void setCS2Timecode(KIVCS2Timecode timecode) noexcept
+    {
+        m_fields = timecode;
+    }
+
+    /** The frame number within the second; 0 without a rate and of an invalid frame count. */
+    [[nodiscard]] uint32_t frames() const noexcept;
+    [[nodiscard]] uint32_t seconds() const noexcept;
+    [[nodiscard]] uint32_t minutes() const noexcept;
+    /** The hours, 24 and more where the frame count is beyond a day. */
+    [[nodiscard]] uint32_t hours() const noexcept;
+
+    /** The stored day of the month, from 0; in a duration the whole days. */
+    [[nodiscard]] constexpr uint32_t day() const noexcept
+    {
+        return static_cast<uint8_t>(m_fields >> 32);
+    }
+    /** The stored month: 0 is January. */
+    [[nodiscard]] constexpr uint32_t month() const noexcept
+    {
+        return static_cast<uint8_t>(m_fields >> 40);
+    }
+    [[nodiscard]] constexpr uint32_t year() const noexcept
+    {
+        return static_cast<uint16_t>(m_fields >> 48);
+    }
+
+    /**
+     * Sets the frame count from fields; the date stays.
+     * @param[in] format  0: `frames` as they are; 1 and 2: from 31 frames a second on, `frames` counts pairs
+     *                    of frames and means the first (1) or the second (2) of its pair
+     * Fields that name no frame are logged ("Illegal timecode ...") and leave the hours alone.
+     * Source: SMPTE ST 12-1, and its frame pairs above 30 frames a second.
+     */
+    void setHours(uint8_t hours, uint8_t minutes, uint8_t seconds, uint8_t frames, uint32_t format) noexcept;
+
+    /** The stored frame count; 0xFFFFFFFF marks the object invalid. */
+    [[nodiscard]] constexpr uint32_t framesSinceMidnight() const noexcept
+    {
+        return static_cast<uint32_t>(m_fields);
+    }
+    /** Stores any frame count unchecked; the date stays. */
+    constexpr void setFramesSinceMidnight(uint32_t frames) noexcept
+    {
+        m_fields = (m_fields & kDateMask) | frames;
+    }
+    /** The frame count over realFramesPerSecond(). */
+    [[nodiscard]] double secondsSinceMidnight() const noexcept;
+    /**
+     * Sets the frame count to `seconds` times realFramesPerSecond(), truncated and cut to its low 32 bits;
+     * what 64 bits do not hold, infinities and NaN are 0. The date stays.
+     */
+    void setSecondsSinceMidnight(double seconds) noexcept;
+    /** secondsSinceMidnight() and 86400 for each day of the day field, whatever the date. */
+    [[nodiscard]] double totalSeconds() const noexcept;
+
+    /**
+     * Hours, minutes, seconds and, in the low byte, frames as two decimal digits each; no flag bits. The
+     * frames are those of frames(), up to 59: pairs are not halved. Of hours of 100 and more the tens
+     * overflow their byte and its low 8 bits are kept.
+     */
+    [[nodiscard]] uint32_t bcdTimecode() const noexcept;
+    /** A time without a date from such a word; flag bits are not masked. No such frame: see setHours(). */
+    void setBcdTimecode(uint32_t bcd) noexcept;
+
+    /** Days of the month in its year; 0 for a month of 12 or more. */
+    [[nodiscard]] uint32_t daysInMonth() const noexcept;
+    /** Always 0. */
+    [[nodiscard]] constexpr uint32_t dayOfWeek() const noexcept
+    {
+        return 0;
+    }
+    /** Always 0. */
+    [[nodiscard]] constexpr double timeIntervalSinceReferenceDate() const noexcept
+    {
+        return 0.0;
+    }
+
+    /* ---- Adding and subtracting: see the operations of these names in KIVCS2Timecode.h --------- */
+
+    void addFrames(uint32_t frames) noexcept;
+    /** Seconds of the nominal rate: 30 or 60 frames each at the drop-frame rates; so in all six of these. */
+    void addSeconds(uint32_t seconds) noexcept;
+    void addMinutes(uint32_t minutes) noexcept;
+    void addHours(uint32_t hours) noexcept;
+    void addDays(uint32_t days) noexcept;
+    /** The day is not clamped to the new month. */
+    void addMonths(uint32_t months) noexcept;
+    void addYears(uint32_t years) noexcept;
+    /** Adds the frame count and then the day field of the other. */
+    void addTimecode(const KIVProjectTimecode &other) noexcept;
+    /** `to` plus `timecode`. */
+    [[nodiscard]] static KIVProjectTimecode timecodeAdding(const KIVProjectTimecode &timecode,
+                                                           const KIVProjectTimecode &to) noexcept
+    {
+        KIVProjectTimecode sum = to;
+        sum.addTimecode(timecode);
+        return sum;
+    }
+
+    void subtractFrames(uint32_t frames) noexcept;
+    void subtractSeconds(uint32_t seconds) noexcept;
+    void subtractMinutes(uint32_t minutes) noexcept;
+    void subtractHours(uint32_t hours) noexcept;
+    void subtractDays(uint32_t days) noexcept;
+    void subtractMonths(uint32_t months) noexcept;
+    /** The year stops at 0. */
+    void subtractYears(uint32_t years) noexcept;
+    /** Subtracts the frame count of the other; its day field is ignored, although addTimecode() adds it. */
+    void subtractTimecode(const KIVProjectTimecode &other) noexcept
+    {
+        subtractFrames(other.framesSinceMidnight());
+    }
+    /** Subtracts the frame count of the other and then its day field as days. */
+    void subtractTimecodeIncludingDays(const KIVProjectTimecode &other) noexcept
+    {
+        subtractFrames(other.framesSinceMidnight());
+        subtractDays(other.day());
+    }
+    /** `from` minus `timecode`, as the next with `framesOnly` false. */
+    [[nodiscard]] static KIVProjectTimecode timecodeSubtracting(const KIVProjectTimecode &timecode,
+                                                                const KIVProjectTimecode &from,
+                                                                bool timecodeOnly) noexcept
+    {
+        return timecodeSubtracting(timecode, from, timecodeOnly, false);
+    }
+    /**
+     * `from` minus `timecode`. With `timecodeOnly`, and `from` on a later day, the result has no date and
+     * counts the frames across the days, modulo 2 to the 32nd; otherwise it is a copy of `from` less the
+     * frame count of `timecode`. `framesOnly` makes no difference: the count may exceed a day either way.
+     */
+    [[nodiscard]] static KIVProjectTimecode timecodeSubtracting(const KIVProjectTimecode &timecode,
+                                                                const KIVProjectTimecode &from,
+                                                                bool timecodeOnly, bool framesOnly) noexcept;
+    /** Changes nothing. */
+    constexpr void subtractDate(const KIVProjectTimecode &) noexcept {}
+
+    /* ---- Scaling, snapping and stepping -------------------------------------------------------- */
+
+    /** Adds the frame count `factor` - 1 times, and the days it fills to the date; 0 and 1 change nothing. */
+    void multiplyBy(uint32_t factor) noexcept;
+    /** True when the product is at most framesPerDay(), so also for midnight of the next day. */
+    [[nodiscard]] bool canMultiplyBy(uint32_t factor) const noexcept;
+    /** framesPerDay() over the frame count, which must not be 0 (then 0). */
+    [[nodiscard]] uint32_t maximumMultiplePerDay() const noexcept;
+    [[nodiscard]] static KIVProjectTimecode timecodeMultiplying(const KIVProjectTimecode &timecode,
+                                                                uint32_t factor) noexcept
+    {
+        KIVProjectTimecode product = timecode;
+        product.multiplyBy(factor);
+        return product;
+    }
+
+    /** Sets the time to `seconds`; from 86400 on a day is added and 86400 taken off, once. */
+    void snapToSeconds(double seconds) noexcept;
+    /** Rounds down to nominal minutes; 0 counts as 1, 60 and more snap to whole hours. */
+    void snapToMinute(uint32_t minutes) noexcept;
+    /** Rounds down to hours of timecode; 0 changes nothing. */
+    void snapToHour(uint32_t hours) noexcept;
+    [[nodiscard]] constexpr bool isZeroTime() const noexcept
+    {
+        return framesSinceMidnight() == 0;
+    }
+    /** Sets the frame count to 0; the date stays. */
+    constexpr void zeroTime() noexcept
+    {
+        setFramesSinceMidnight(0);
+    }
+    /** Clears the date; the frame count stays. */
+    constexpr void zeroDate() noexcept
+    {
+        m_fields = framesSinceMidnight();
+    }
+    /** Changes nothing: a duration of more than a day stays one. */
+    constexpr void ensureLegalDuration() noexcept {}
+
+    /** One frame on. */
+    void tick() noexcept
+    {
+        addFrames(1);
+    }
+    /** One frame back, over midnight too; true when the frame count is then not 0. False where it cannot be. */
+    bool tickDown() noexcept;
+    /** Adds the frames, or subtracts them where they are negative. */
+    void adjustFrames(int32_t frames) noexcept;
+
+    /* ---- Comparing and measuring ---------------------------------------------------------------- */
+
+    /** 1, 0 or -1 as this frame count is above, equal to or below the other; dates do not count. 0 when
+        either is invalid. */
+    [[nodiscard]] int32_t compareTo(const KIVProjectTimecode &other) const noexcept
+    {
+        return compareToTimecode(other);
+    }
+    /** The same. */
+    [[nodiscard]] int32_t compareToTimecode(const KIVProjectTimecode &other) const noexcept;
+    /** Both valid and of one frame count; dates do not count. */
+    [[nodiscard]] bool isSameTimecode(const KIVProjectTimecode &other) const noexcept;
+    /** Day, month and year are equal. */
+    [[nodiscard]] constexpr bool isSameDay(const KIVProjectTimecode &other) const noexcept
+    {
+        return ((m_fields ^ other.m_fields) & kDateMask) == 0;
+    }
+    /** The same. */
+    [[nodiscard]] constexpr bool isSameCalendarDate(const KIVProjectTimecode &other) const noexcept
+    {
+        return isSameDay(other);
+    }
+    /** The date is today's in the zone that the process started with; false without a rate. */
+    [[nodiscard]] bool isToday() const noexcept;
+    /** Day, month and year are all 0. */
+    [[nodiscard]] constexpr bool isDuration() const noexcept
+    {
+        return (m_fields & kDateMask) == 0;
+    }
+    /** On one day, these seconds minus the other's; 0 on two days. */
+    [[nodiscard]] double differenceInSecondsTo(const KIVProjectTimecode &other) const noexcept;
+    /** The way to the other in frames, whose year is taken to be the later one; 0 where there is none. */
+    [[nodiscard]] int64_t differenceInFramesTo(const KIVProjectTimecode &other) const noexcept;
+    /** The way from the other to this one in frames, as differenceInFramesTo(). */
+    [[nodiscard]] int64_t framesSinceTimecode(const KIVProjectTimecode &other) const noexcept
+    {
+        return other.differenceInFramesTo(*this);
+    }
+    /** Always 0. */
+    [[nodiscard]] constexpr int32_t dayIntervalSinceProjectDate(const KIVProjectTimecode &) const noexcept
+    {
+        return 0;
+    }
+    /** All 64 bits are equal. */
+    friend constexpr bool operator==(const KIVProjectTimecode &,
+                                     const KIVProjectTimecode &) noexcept = default;
+
+    /* ---- Copying values -------------------------------------------------------------------------- */
+
+    /** Takes date and frame count. */
+    constexpr void takeValues(const KIVProjectTimecode &other) noexcept
+    {
+        m_fields = other.m_fields;
+    }
+    /** Takes the frame count; the date stays. */
+    constexpr void takeTimecodeValues(const KIVProjectTimecode &other) noexcept
+    {
+        setFramesSinceMidnight(other.framesSinceMidnight());
+    }
+    /** Takes day, month and year; the frame count stays. */
+    constexpr void takeDateValues(const KIVProjectTimecode &other) noexcept
+    {
+        m_fields = (other.m_fields & kDateMask) | framesSinceMidnight();
+    }
+    /** The same. */
+    constexpr void takeCalendarDataValues(const KIVProjectTimecode &other) noexcept
+    {
+        takeDateValues(other);
+    }
+    /** A copy; there are no zones, and the argument is not looked at. */
+    [[nodiscard]] constexpr KIVProjectTimecode copyWithZone(void *) const noexcept
+    {
+        return *this;
+    }
+
+    /* ---- Dates, in the zone that the process started with ----------------------------------------- */
+
+    /**
+     * Sets the date, and with `includeTime` the time to the last existing frame that is not later; without
+     * it the frame count is 0. A null date and a missing rate leave the object as it is.
+     */
+    void fromDate(CFDateRef date, bool includeTime) noexcept;
+    /** The same by the class's date formatters; a field that cannot be formatted (no memory) reads as 0. */
+    void fromCFDate(CFDateRef date, bool includeTime) noexcept;
+    /**
+     * The moment at which the clock shows date and time. Years 2001 to 2020 are reckoned from the seconds
+     * since midnight; all others from the digits, and the frames as parts of a second. The two differ where
+     * seconds of timecode are not real ones: by up to 72 seconds a day at 23.98. A time that the clock
+     * shows twice is the second, one that it leaves out counts on from before the gap.
+     * Null also for a month of 12 or more.
+     */
+    [[nodiscard]] CFDateRef toDate() const noexcept;
+    /** The same from the digits in every year, to the second: frames are dropped. */
+    [[nodiscard]] CFDateRef toCFDate() const noexcept;
+    /** toDate() of the same day at frame count 0. */
+    [[nodiscard]] CFDateRef toCalendarDate() const noexcept;
+    /** The number that the date's text in the calendar format ("%d") begins with; 0 for none. */
+    [[nodiscard]] static int32_t valueFromDate(CFDateRef date, CFStringRef format) noexcept;
+    [[nodiscard]] static int32_t valueFromDate(CFDateRef date, std::string_view format) noexcept
+    {
+        const Text text{format};
+        return valueFromDate(date, text.string);
+    }
+
+    /* ---- Media time ------------------------------------------------------------------------------ */
+
+    /**
+     * The time since midnight in frames of 1001/24000 s at 23.98, 1001/30000 and 1001/60000 at 29.97 and
+     * 59.94, 100/(100 times the rate) at the others; without a rate as at 25.
+     */
+    [[nodiscard]] CMTime CMTimeValue() const noexcept;
+
+    /* ---- Text ------------------------------------------------------------------------------------ */
+
+    /** Bytes that hold every text below, its zero byte included; a prefix and other separators come on top. */
+    static constexpr size_t kTextSize = 32;
+
+    /** "10:00:00:00", with ";" before the frames at drop-frame rates. */
+    [[nodiscard]] CFStringRef description() const noexcept;
+    /** The prefix, then description(). */
+    [[nodiscard]] CFStringRef descriptionWithPrefix(CFStringRef prefix) const noexcept;
+    [[nodiscard]] CFStringRef descriptionWithPrefix(std::string_view prefix) const noexcept
+    {
+        const Text text{prefix};
+        return descriptionWithPrefix(text.string);
+    }
+    /**
+     * Date and time in a calendar format: "%Y-%m-%d %H:%M:%S", as NSDate_descriptionWithCalendarFormat().
+     * The digits are the object's own, also where toDate() reckons another second; an hour more where the
+     * clock leaves this hour out. Null as toDate().
+     */
+    [[nodiscard]] CFStringRef descriptionWithCalendarFormat(CFStringRef format) const noexcept;
+    [[nodiscard]] CFStringRef descriptionWithCalendarFormat(std::string_view format) const noexcept
+    {
+        const Text text{format};
+        return descriptionWithCalendarFormat(text.string);
+    }
+    /** "15.3.2024 10:00:00:00"; a duration shows the date 1.1.0. */
+    [[nodiscard]] CFStringRef debugDescription() const noexcept;
+    /** "15.3.2024 900000", the date and the frame count; the count alone of a duration. */
+    [[nodiscard]] CFStringRef XMLRepresentation() const noexcept;
+    /** description() of a duration, otherwise debugDescription(). */
+    [[nodiscard]] CFStringRef SMPTERepresentation() const noexcept;
+    /** Hours, minutes, seconds and frames with the same text between all four. */
+    [[nodiscard]] static CFStringRef timecodeStringFromTimecode(const KIVProjectTimecode &timecode,
+                                                                CFStringRef separatingString) noexcept;
+    [[nodiscard]] static CFStringRef timecodeStringFromTimecode(const KIVProjectTimecode &timecode,
+                                                                std::string_view separator) noexcept
+    {
+        const Text text{separator};
+        return timecodeStringFromTimecode(timecode, text.string);
+    }
+
+    /**
+     * The same texts in a buffer of `size` bytes, zero-terminated, and a view of them; kTextSize bytes are
+     * enough. An empty view, and nothing written, when the text does not fit. Nothing is allocated.
+     */
+    std::string_view description(char *buffer, size_t size) const noexcept
+    {
+        return {buffer, write(Form::Time, buffer, size)};
+    }
+    std::string_view debugDescription(char *buffer, size_t size) const noexcept
+    {
+        return {buffer, write(Form::DateAndTime, buffer, size)};
+    }
+    std::string_view SMPTERepresentation(char *buffer, size_t size) const noexcept
+    {
+        return {buffer, write(isDuration() ? Form::Time : Form::DateAndTime, buffer, size)};
+    }
+    std::string_view XMLRepresentation(char *buffer, size_t size) const noexcept
+    {
+        return {buffer, write(isDuration() ? Form::Frames : Form::DateAndFrames, buffer, size)};
+    }
+
+private:
+    enum class Form : uint32_t
+    {
+        Time,
+        DateAndTime,
+        Frames,
+        DateAndFrames
+    };
+
+    // UTF-8 as a system string for the length of a call; null where it is none.
+    struct Text
+    {
+        explicit Text(std::string_view utf8) noexcept
+            : string{CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8 *>(utf8.data()),
+                                             static_cast<CFIndex>(utf8.size()), kCFStringEncodingUTF8, false)}
+        {
+        }
+        Text(const Text &) = delete;
+        Text &operator=(const Text &) = delete;
+        ~Text()
+        {
+            if (string != nullptr)
+                CFRelease(string);
+        }
+
+        CFStringRef string;
+    };
+
+    static constexpr uint64_t kDateMask = 0xFFFFFFFF00000000u;
+
+    // No standard type crosses into the library: whatever library of it a host was built with, it links.
+    KIVProjectTimecode &initWithText(const char *text, size_t length) noexcept;
+    size_t write(Form form, char *buffer, size_t size) const noexcept; // the length; 0 where it does not fit
+
+    uint64_t m_fields = 0;
+};
+
+#endif
+
+#endif
