@@ -18,7 +18,8 @@
  *
  * Dates are CFDateRef and texts CFStringRef: those that a member returns belong to the caller, who
  * releases them with CFRelease(), and are null without memory. A null text reads as an empty one, a null
- * date leaves the object as it is. Overloads take UTF-8, and write a text to a buffer of the caller's.
+ * date leaves the object as it is. Overloads take UTF-8 (what is none gives null), and write a text to a
+ * buffer of the caller's.
  *
  * setFrameRate() must not run while another thread uses the class. After it all members may run on any
  * number of threads, each on its own objects.
@@ -393,7 +394,7 @@ public:
     {
         addFrames(1);
     }
-    /** One frame back, over midnight too; true when the frame count is then not 0. False where it cannot be. */
+    /** One frame back, over midnight too; true when the frame count is then not 0, false where it cannot. */
     bool tickDown() noexcept;
     /** Adds the frames, or subtracts them where they are negative. */
     void adjustFrames(int32_t frames) noexcept;
@@ -512,7 +513,7 @@ public:
 
     /* ---- Text ------------------------------------------------------------------------------------ */
 
-    /** Bytes that hold every text below, its zero byte included; a prefix and other separators come on top. */
+    /** Bytes that hold every text below with its zero byte; a prefix and other separators come on top. */
     static constexpr size_t kTextSize = 32;
 
     /** "10:00:00:00", with ";" before the frames at drop-frame rates. */
@@ -522,7 +523,7 @@ public:
     [[nodiscard]] CFStringRef descriptionWithPrefix(std::string_view prefix) const noexcept
     {
         const Text text{prefix};
-        return descriptionWithPrefix(text.string);
+        return text.string != nullptr ? descriptionWithPrefix(text.string) : nullptr;
     }
     /**
      * Date and time in a calendar format: "%Y-%m-%d %H:%M:%S", as NSDate_descriptionWithCalendarFormat().
@@ -533,7 +534,7 @@ public:
     [[nodiscard]] CFStringRef descriptionWithCalendarFormat(std::string_view format) const noexcept
     {
         const Text text{format};
-        return descriptionWithCalendarFormat(text.string);
+        return text.string != nullptr ? descriptionWithCalendarFormat(text.string) : nullptr;
     }
     /** "15.3.2024 10:00:00:00"; a duration shows the date 1.1.0. */
     [[nodiscard]] CFStringRef debugDescription() const noexcept;
@@ -548,7 +549,7 @@ public:
                                                                 std::string_view separator) noexcept
     {
         const Text text{separator};
-        return timecodeStringFromTimecode(timecode, text.string);
+        return text.string != nullptr ? timecodeStringFromTimecode(timecode, text.string) : nullptr;
     }
 
     /**

@@ -1,6 +1,8 @@
 // Dates, the calendar and formatters, in a zone with summer time, against libc and a slow calendar.
 #include "CFText.h"
 
+#include <Foundation/NSDate.h>
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -259,4 +261,97 @@ TEST(Locales, TheEnvironmentNamesTheCurrentOne)
         unsetenv(variable);
     const CFRef<CFLocaleRef> none{CFLocaleCopyCurrent()};
     EXPECT_EQ(utf8(CFLocaleGetIdentifier(none.get())), "en_US_POSIX");
+}
+
+TEST(Formatters, ReadWhatTheyWrite)
+{
+    const FormatterRef format = formatter("yyyy-MM-dd HH:mm:ss ZZZ");
+    const auto read = [&format](const char *text, CFRange *range = nullptr)
+    {
+        const CFRef<CFDateRef> date{
+            CFDateFormatterCreateDateFromString(nullptr, format.get(), fromBytes(text).get(), range)};
+        return date ? CFDateGetAbsoluteTime(date.get()) : NAN;
+    };
+    for (double at = -1e10; at < 1e10; at += 12345678.0)
+        ASSERT_EQ(read(textOf(format, at).c_str()), at);
+    const std::pair<const char *, const char *> same[] = {
+        {"2024-3-5 1:2:3 +0100", "2024-03-05 01:02:03 +0100"},
+        {"2024-02-30 00:00:00 +0000", "2024-03-01 00:00:00 +0000"},
+        {"2024-13-01 00:61:60 +0000", "2025-01-01 01:02:00 +0000"},
+        {"2024-01-256 24:00:00 -0330", "2024-09-13 03:30:00 +0000"},
+        {"65535-01-01 00:00:00 +0545", "65534-12-31 18:15:00 +0000"},
+    };
+    for (const auto &[given, meant] : same)
+        EXPECT_EQ(read(given), read(meant)) << given;
+    for (const char *none : {"", "2024", "2024-01-01 25:00:00 +0000", "x2024-01-01 00:00:00 +0000"})
+        EXPECT_TRUE(std::isnan(read(none))) << none;
+    CFRange range = CFRangeMake(2, 27);
+    EXPECT_EQ(read("x 2001-01-01 00:00:00 +0000 y", &range), 0.0);
+    EXPECT_EQ(range.length, 25);
+    EXPECT_EQ(CFDateFormatterCreateDateFromString(
+                  nullptr, FormatterRef{CFDateFormatterCreate(nullptr, nullptr, 0, 0)}.get(),
+                  fromBytes("2001").get(), nullptr),
+              nullptr); // without a pattern
+}
+
+TEST(Zones, AreThoseOfTheCLibrary)
+{
+    const CFRef<CFTimeZoneRef> zone{CFTimeZoneCopyDefault()};
+    std::mt19937 random{1893};
+    std::uniform_int_distribution<time_t> seconds{-2145916800, 2145916800};
+    for (int index = 0; index < 3000; ++index)
+    {
+        const time_t moment = seconds(random);
+        tm local{};
+        localtime_r(&moment, &local);
+        ASSERT_EQ(CFTimeZoneGetSecondsFromGMT(zone.get(),
+                                              static_cast<double>(moment) - kCFAbsoluteTimeIntervalSince1970),
+                  static_cast<double>(local.tm_gmtoff))
+            << moment;
+    }
+    for (const double none : {NAN, INFINITY, -INFINITY})
+        EXPECT_EQ(CFTimeZoneGetSecondsFromGMT(zone.get(), none), 0.0);
+    EXPECT_TRUE(std::isfinite(CFTimeZoneGetSecondsFromGMT(zone.get(), 1e300)));
+    EXPECT_EQ(CFGetTypeID(zone.get()), CFTimeZoneGetTypeID());
+}
+
+std::string described(CFAbsoluteTime at, const char *format)
+{
+    const CFRef<CFDateRef> date{CFDateCreate(nullptr, at)};
+    const StringRef text{
+        NSDate_descriptionWithCalendarFormat(date.get(), fromBytes(format).get(), nullptr, nullptr)};
+    return text ? utf8(text.get()) : "(none)";
+}
+
+TEST(CalendarFormats, WriteWhatStrftimeWrites)
+{
+    constexpr const char *kFormat = "%a %A %b %B %d %H %I %j %m %M %p %S %w %x %X %y %Y %z %%";
+    std::mt19937 random{1970};
+    std::uniform_int_distribution<time_t> seconds{-2145916800, 2145916800};
+    for (int index = 0; index < 3000; ++index)
+    {
+        const time_t moment = seconds(random);
+        tm local{};
+        localtime_r(&moment, &local);
+        char expected[200];
+        strftime(expected, sizeof expected, kFormat, &local);
+        ASSERT_EQ(described(static_cast<double>(moment) - kCFAbsoluteTimeIntervalSince1970, kFormat),
+                  expected);
+    }
+    const CFAbsoluteTime at = composed(2024, 3, 5, 0, 7, 8) + 0.0625;
+    const std::pair<const char *, std::string> rows[] = {
+        {"%e.%m. %F %c", "5.03. 063 00:07:08 03/05/24"},
+        {"%I %p", "12 AM"},
+        {"%q%", "%q%"}, // none of a conversion
+        {"", ""},
+        {"\xe2\x82\xac%%Z", "\xe2\x82\xac%Z"},
+        {"%Z", "GMT+1"}, // ICU knows no shorter name in English
+    };
+    for (const auto &[format, text] : rows)
+        EXPECT_EQ(described(at, format), text) << format;
+    EXPECT_EQ(described(composed(2024, 7, 1), "%Z"), "GMT+2");
+    EXPECT_EQ(described(composed(-4, 1, 1), "%Y %y"), "-4 04");
+    EXPECT_EQ(described(at, (std::string(300, 'x') + "%d").c_str()), std::string(300, 'x') + "05");
+    for (const double none : {NAN, INFINITY, -INFINITY})
+        EXPECT_EQ(described(none, "%d"), "(none)");
 }

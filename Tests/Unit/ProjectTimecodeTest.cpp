@@ -587,6 +587,7 @@ TEST(ProjectTimecode, WritesItsTexts)
     const PT tc = object(1800, 14, 2, 2024);
     EXPECT_EQ(take(tc.descriptionWithPrefix("TC \xe2\x82\xac ")), "TC \xe2\x82\xac 00:01:00;02");
     EXPECT_EQ(take(tc.descriptionWithPrefix(nullptr)), "00:01:00;02");
+    EXPECT_EQ(take(tc.descriptionWithPrefix("\xff")), "(null)"); // no UTF-8
     EXPECT_EQ(take(tc.descriptionWithPrefix(std::string(300, 'x'))), std::string(300, 'x') + "00:01:00;02");
     EXPECT_EQ(take(PT::timecodeStringFromTimecode(tc, ".")), "00.01.00.02");
     EXPECT_EQ(take(PT::timecodeStringFromTimecode(tc, std::string(99, '-'))),
@@ -617,8 +618,8 @@ int64_t gmtOffset(int64_t at)
     return wall.tm_gmtoff;
 }
 
-// By the C library's zones: the last moment at which the wall shows this; in a gap, as far after the change as the
-// time is behind the beginning of the gap.
+// By the C library's zones: the last moment at which the wall shows this; in a gap, as far after the change as
+// the time is behind the beginning of the gap.
 int64_t expectedMoment(int64_t local)
 {
     const int64_t before = gmtOffset(local - 86400), after = gmtOffset(local + 86400);
