@@ -71,15 +71,19 @@ uint32_t lookUp(const uint8_t *table, KIVCS2Timecode tc)
     return KIVCS2_FAILED(frameWithinHour(rate(), tc, index)) ? 0 : table[index];
 }
 
-void setClock(KIVCS2Timecode &tc, const ClockFields &clock)
+[[gnu::cold, gnu::noinline]] void logIllegal(const ClockFields &clock)
 {
-    if (hasRate(rate()) && setFields(rate(), tc, clock.hours, clock.minutes, clock.seconds, clock.frames))
-        [[likely]]
-        return;
-    if (!hasRate(rate()))
-        setFrames(tc, 0);
     KIV_LOG("Illegal timecode %02i:%02i:%02i:%02i", static_cast<int>(clock.hours),
             static_cast<int>(clock.minutes), static_cast<int>(clock.seconds), static_cast<int>(clock.frames));
+}
+
+inline void setClock(KIVCS2Timecode &tc, const ClockFields &clock)
+{
+    if (!hasRate(rate()))
+        setFrames(tc, 0); // no digits name a frame
+    else if (setFields(rate(), tc, clock.hours, clock.minutes, clock.seconds, clock.frames)) [[likely]]
+        return;
+    logIllegal(clock);
 }
 
 KIVCS2Timecode timecodeOfText(const Letters &letters)
@@ -135,31 +139,39 @@ int64_t dayNumber(const Date &date)
     return int64_t{daysBeforeYear(date.year)} + dayOfYear(date);
 }
 
-// The moment of a date and a time by way of their text and the formatter that reads it.
-bool readMoment(CFTimeZoneRef zone, KIVCS2Timecode tc, CFAbsoluteTime &at)
+// Reads the text of a date and a time as the class's formatter does.
+bool readMoment(const Date &date, const ClockFields &clock, int minutesFromGMT, CFAbsoluteTime &at)
 {
-    const Date date = dateOf(tc);
-    const ClockFields clock = clockOf(tc);
-    const int64_t days = dayNumber(date) - daysBeforeYear(kReferenceYear);
-    const int offset = static_cast<int>(
-        secondsFromGMT(zone, static_cast<double>(days) * kSecondsPerDay + clockSeconds(clock)));
-    const int minutes = std::abs(offset) / 60;
+    const int minutes = std::abs(minutesFromGMT);
     // A frame count may be beyond its day, but no clock reads beyond 24 hours: the days take them over.
     const uint32_t day = date.day + 1 + clock.hours / kHoursPerDay;
     char text[64];
     std::snprintf(text, sizeof text, "%d-%d-%u %02u:%02u:%02u %s%02d%02d", date.year, date.month + 1, day,
-                  clock.hours % kHoursPerDay, clock.minutes, clock.seconds, offset < 0 ? "-" : "+",
+                  clock.hours % kHoursPerDay, clock.minutes, clock.seconds, minutesFromGMT < 0 ? "-" : "+",
                   minutes / 60, minutes % 60);
-
     const CFRef<CFStringRef> string{CFStringCreateWithCString(nullptr, text, kCFStringEncodingASCII)};
     const kiv::MutexLock lock{g_class.formatting.dateFormatMutex};
     if (!string || KIVCS2_FAILED(lock.status()))
         return false;
     const CFRef<CFDateRef> read{
         CFDateFormatterCreateDateFromString(nullptr, g_class.formatDate, string.get(), nullptr)};
-    if (!read)
-        return false;
-    at = CFDateGetAbsoluteTime(read.get());
+    if (read)
+        at = CFDateGetAbsoluteTime(read.get());
+    return static_cast<bool>(read);
+}
+
+// The moment of the digits "2024-3-15 10:00:00 +0100", which hold no seconds of the distance from GMT.
+bool momentOfDigits(CFTimeZoneRef zone, KIVCS2Timecode tc, CFAbsoluteTime &at)
+{
+    constexpr uint16_t kFirstGregorianYear = 1583; // the first that the calendar change has not touched
+    const Date date = dateOf(tc);
+    const ClockFields clock = clockOf(tc);
+    const double days = static_cast<double>(dayNumber(date) - int64_t{daysBeforeYear(kReferenceYear)});
+    const double local = days * kSecondsPerDay + clockSeconds(clock);
+    const int minutes = static_cast<int>(secondsFromGMT(zone, local)) / 60;
+    if (date.year < kFirstGregorianYear)
+        return readMoment(date, clock, minutes, at);
+    at = local - minutes * 60.0; // what the formatter reads, without writing and reading it
     return true;
 }
 
@@ -175,7 +187,7 @@ bool momentOf(KIVCS2Timecode tc, CFAbsoluteTime &at)
     const uint32_t year = uint32_t{date.year} - kReferenceYear; // wraps before 2001
     if (year >= kTableYears)
     {
-        if (!readMoment(zone.get(), tc, at))
+        if (!momentOfDigits(zone.get(), tc, at))
             return false;
         at += clockOf(tc).frames / rate().realFramesPerSecond;
         return true;
@@ -684,7 +696,7 @@ CFDateRef KIVProjectTimecode::toCFDate() const noexcept
 {
     CFAbsoluteTime at = 0;
     const CFRef<CFTimeZoneRef> zone{CFTimeZoneCopyDefault()};
-    if (!zone || !hasRate(rate()) || !hasMonth(m_fields) || !readMoment(zone.get(), m_fields, at))
+    if (!zone || !hasRate(rate()) || !hasMonth(m_fields) || !momentOfDigits(zone.get(), m_fields, at))
         return nullptr;
     return CFDateCreate(nullptr, at);
 }

@@ -82,11 +82,30 @@ void splitTime(const Letters &letters, Piece whole, TextFields &fields)
     for (size_t index = 0; index < known; ++index)
         fields.time[index] = static_cast<uint8_t>(numberOf(letters, pieces[index]));
 }
+// "10:00:00:00" and "10:00:00;00", which most texts are.
+bool splitPlainTime(const char *bytes, TextFields &fields)
+{
+    for (size_t field = 0; field < kMaxTimeFields; ++field)
+    {
+        const auto tens = static_cast<uint32_t>(bytes[3 * field]) - '0';
+        const auto units = static_cast<uint32_t>(bytes[3 * field + 1]) - '0';
+        if (tens > 9 || units > 9)
+            return false;
+        fields.time[field] = tens * 10 + units;
+    }
+    fields.timeFields = kMaxTimeFields;
+    return bytes[2] == ':' && bytes[5] == ':' && (bytes[8] == ':' || bytes[8] == ';');
+}
 } // namespace
 
 TextFields splitLenientText(const Letters &letters)
 {
+    constexpr size_t kPlainLength = std::string_view{"10:00:00:00"}.size();
     TextFields fields{};
+    if (letters.length() == kPlainLength && letters.bytes() != nullptr &&
+        splitPlainTime(letters.bytes(), fields)) [[likely]]
+        return fields;
+    fields = {};
     const Piece whole{0, letters.length()};
     std::array<Piece, 2> parts;
     const bool dated = split(letters, whole, u' ', parts) == parts.size();

@@ -25,6 +25,11 @@ public:
     {
         return m_length;
     }
+    // Null for a system string that keeps none.
+    [[nodiscard]] const char *bytes() const
+    {
+        return m_bytes;
+    }
     [[nodiscard]] char16_t operator[](size_t index) const
     {
         return m_bytes != nullptr ? static_cast<unsigned char>(m_bytes[index])

@@ -76,6 +76,11 @@ TEST_F(Command, AnswersSmallQuestions)
         {{"tc", "bcd", "12:34:56:12", "--rate", "25"}, 0, "0x12345612", ""},
         {{"tc", "bcd", "0x12345612", "--rate", "25"}, 0, "12:34:56:12", ""},
         {{"tc", "bcd", "0x1234561f"}, 3, "", "no decimal digit"},
+        {{"tc", "date", "@1710000000.48", "--rate", "25"}, 0, "2024-03-09T16:00:00.480Z", ""},
+        {{"tc", "date", "now"}, 0, "Unix time", ""},
+        {{"tc", "date", "10:00:00:00"}, 2, "", "without a date"},
+        {{"tc", "date", "@12x"}, 3, "", "no seconds since 1970"},
+        {{"tc", "date", "@1e12"}, 3, "", "no seconds since 1970"},
         {{"rate", "29.97"}, 0, "29.97df   30000/1001     2589408  2 a minute", ""},
         {{"rate", "31"}, 2, "", "unknown rate"},
         {{"format", "1080p59.94a"}, 0, "0x54102601", ""},
@@ -127,6 +132,18 @@ TEST_F(Command, AnswersSmallQuestions)
             EXPECT_THAT(result.err, HasSubstr(row.err));
             EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
         }
+    }
+}
+
+TEST_F(Command, GoesFromADatedTimecodeToItsMomentAndBack)
+{
+    for (const char *text : {"15.3.2024 10:00:00:12", "31.12.1999 23:59:59:24", "1.1.1500 00:00:00:00"})
+    {
+        const Json there = Json::parse(run({"tc", "date", text, "--rate", "25", "--json"}).out);
+        const Result back =
+            run({"tc", "date", "@" + there.at("unixSeconds").dump(), "--rate", "25", "--json"});
+        EXPECT_EQ(Json::parse(back.out), there);
+        EXPECT_EQ(there.at("timecode"), text);
     }
 }
 

@@ -757,6 +757,19 @@ TEST(ProjectTimecodeDates, TheTwoPathsDifferWhereSecondsOfTimecodeDo)
         EXPECT_NEAR(take(row.tc.toDate()) - take(row.tc.toCalendarDate()), row.seconds, 1e-3)
             << textOf(row.tc);
     }
+    // Up to 1582 the calendar is the Julian one of the system's formatters.
+    const kiv::CFRef<CFCalendarRef> calendar{CFCalendarCopyCurrent()};
+    for (const PT &tc :
+         {object(900000, 28, 1, 1500), object(900000, 3, 9, 1582), object(900000, 14, 9, 1582),
+          object(900000, 0, 0, 1583), object(49 * 90000, 0, 0, 1), object(900000, 30, 11, 1582)})
+    {
+        double at = 0;
+        const double hours = tc.hours();
+        ASSERT_TRUE(CFCalendarComposeAbsoluteTime(calendar.get(), &at, "yMdH", static_cast<int>(tc.year()),
+                                                  static_cast<int>(tc.month() + 1),
+                                                  static_cast<int>(tc.day() + 1), static_cast<int>(hours)));
+        EXPECT_NEAR(take(tc.toCFDate()), at, 59.0) << textOf(tc); // local mean time has seconds
+    }
     EXPECT_EQ(object(0, 0, 12, 2019).toDate(), nullptr);
     EXPECT_EQ(object(0, 0, 12, 2024).toCFDate(), nullptr);
 }

@@ -1,11 +1,15 @@
-// kivcs2 tc: show, add, sub, diff, convert, bcd.
+// kivcs2 tc: show, add, sub, diff, convert, bcd, date.
 #include "Command.h"
 #include "Counting.h"
 #include "Failure.h"
 #include "Output.h"
 
+#include <Foundation/NSDate.h>
+#include <KIVCoreServices2/KIVProjectTimecode.h>
+
 #include <charconv>
 #include <cmath>
+#include <ctime>
 #include <memory>
 
 namespace tool
@@ -253,11 +257,119 @@ int bcd(const Arguments &arguments, bool json)
     return report(timecode, arguments, counting, json);
 }
 
+struct ReleaseObject
+{
+    void operator()(CFTypeRef object) const
+    {
+        CFRelease(object);
+    }
+};
+using DatePtr = std::unique_ptr<const std::remove_pointer_t<CFDateRef>, ReleaseObject>;
+
+DatePtr dateAt(CFAbsoluteTime at)
+{
+    DatePtr date{CFDateCreate(nullptr, at)};
+    if (!date)
+        throw std::bad_alloc{};
+    return date;
+}
+
+// "now", or "@" and the seconds since 1970.
+std::optional<CFAbsoluteTime> momentOf(const std::string &text)
+{
+    if (text == "now")
+        return CFAbsoluteTimeGetCurrent();
+    if (!text.starts_with('@'))
+        return std::nullopt;
+    constexpr double kFarthest = 1e11; // some 3000 years
+    double seconds = 0;
+    const auto [end, error] = std::from_chars(text.data() + 1, text.data() + text.size(), seconds);
+    if (error != std::errc{} || end != text.data() + text.size() || !(std::abs(seconds) < kFarthest))
+        throw Failure(kExitMalformed, "\"" + visible(text) + "\": no seconds since 1970");
+    return seconds - kCFAbsoluteTimeIntervalSince1970;
+}
+
+std::string wallText(const DatePtr &date, const char *format)
+{
+    const std::unique_ptr<const std::remove_pointer_t<CFStringRef>, ReleaseObject> pattern{
+        CFStringCreateWithCString(nullptr, format, kCFStringEncodingASCII)};
+    const std::unique_ptr<const std::remove_pointer_t<CFStringRef>, ReleaseObject> text{
+        pattern ? NSDate_descriptionWithCalendarFormat(date.get(), pattern.get(), nullptr, nullptr)
+                : nullptr};
+    std::array<char, 80> buffer{};
+    if (!text || !CFStringGetCString(text.get(), buffer.data(), static_cast<CFIndex>(buffer.size()),
+                                     kCFStringEncodingUTF8))
+        throw std::bad_alloc{};
+    return buffer.data();
+}
+
+std::string utcText(double unixSeconds)
+{
+    const auto milliseconds = static_cast<int64_t>(std::floor(unixSeconds * 1000.0 + 0.5));
+    const int64_t fraction = (milliseconds % 1000 + 1000) % 1000;
+    const time_t whole = (milliseconds - fraction) / 1000;
+    std::tm utc{};
+    gmtime_r(&whole, &utc);
+    std::array<char, 64> text{};
+    (void)strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &utc); // fits every year
+    return print("%s.%03dZ", text.data(), static_cast<int>(fraction));
+}
+
+// A dated timecode becomes the moment at which the clock on the wall shows it, a moment its timecode.
+int date(const Arguments &arguments, bool json)
+{
+    const std::string &text = arguments.timecodes[0];
+    const Counting &counting = choose(arguments);
+    KIVProjectTimecode::setFrameRate(counting.code);
+    if (KIVProjectTimecode::currentFrameRate() != counting.code)
+        throw std::bad_alloc{};
+
+    KIVProjectTimecode timecode;
+    DatePtr date;
+    if (const std::optional<CFAbsoluteTime> moment = momentOf(text))
+    {
+        date = dateAt(*moment);
+        timecode.initWithDate(date.get());
+    }
+    else
+    {
+        timecode.setCS2Timecode(parseTimecode(text, counting));
+        if (timecode.year() == 0)
+            throw Failure(kExitUsage, "\"" + visible(text) + "\": without a date it is no moment");
+        // By its digits, in every year: a timecode that was taken from a clock goes back to it.
+        const DatePtr second{timecode.toCFDate()};
+        if (!second)
+            throw std::bad_alloc{};
+        date = dateAt(CFDateGetAbsoluteTime(second.get()) +
+                      static_cast<double>(timecode.frames()) * counting.denominator / counting.numerator);
+    }
+    const double unixSeconds = CFDateGetAbsoluteTime(date.get()) + kCFAbsoluteTimeIntervalSince1970;
+    const std::string local = wallText(date, "%Y-%m-%d %H:%M:%S.%F %z");
+    if (json)
+    {
+        out().json({{"timecode", timecodeText(timecode.CS2Timecode())},
+                    {"counting", counting.name},
+                    {"dropFrame", counting.drop},
+                    {"local", local},
+                    {"utc", utcText(unixSeconds)},
+                    {"unixSeconds", unixSeconds}});
+        return kExitYes;
+    }
+    Facts facts;
+    facts.add("Timecode", Output::strong(timecodeText(timecode.CS2Timecode())));
+    facts.add("Counting", countingText(arguments, counting));
+    facts.add("Local time", local + " (" + wallText(date, "%A, %Z") + ")");
+    facts.add("UTC", utcText(unixSeconds));
+    facts.add("Unix time", print("%.3f", unixSeconds));
+    facts.print();
+    return kExitYes;
+}
+
 } // namespace
 
 void addTimecodeCommand(CLI::App &app, Context &context)
 {
-    auto *tc = app.add_subcommand("tc", "Timecode: show, add, subtract, measure, convert, BCD");
+    auto *tc = app.add_subcommand("tc", "Timecode: show, add, subtract, measure, convert, BCD, dates");
     tc->require_subcommand(1);
     tc->fallthrough();
     tc->footer(
@@ -296,6 +408,8 @@ void addTimecodeCommand(CLI::App &app, Context &context)
     conversion->add_option("--to", arguments->to, "The rate to convert to")->required();
     conversion->add_flag("--keep-digits", arguments->keepDigits, "Keep the digits, not the instant");
     word("bcd", "A timecode as a BCD word, or a BCD word (0x12345612) as a timecode", "timecode", 1, 1, bcd);
+    word("date", "The moment of a dated timecode, or the timecode of a moment (now, @SECONDS since 1970)",
+         "timecode", 1, 1, date);
 }
 
 } // namespace tool
