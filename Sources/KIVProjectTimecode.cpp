@@ -336,7 +336,7 @@ uint32_t KIVProjectTimecode::framesPerDay() noexcept
 
 KIVProjectTimecode &KIVProjectTimecode::initWithHours(uint8_t hours) noexcept
 {
-    m_fields = hours * rate().framesPerHour;
+    m_fields = uint64_t{hours} * rate().framesPerHour;
     return *this;
 }
 

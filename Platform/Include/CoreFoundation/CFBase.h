@@ -23,6 +23,12 @@
 #define CF_EXTERN_C_END
 #endif
 #define CF_EXPORT extern __attribute__((visibility("default")))
+/** Marks a call whose object is the caller's to release although its name does not say so. */
+#ifdef __clang__
+#define CF_RETURNS_RETAINED __attribute__((cf_returns_retained))
+#else
+#define CF_RETURNS_RETAINED
+#endif
 
 CF_EXTERN_C_BEGIN
 

@@ -23,7 +23,8 @@ CF_EXTERN_C_BEGIN
  * NULL for a date that is no number and when there is no memory. Any thread.
  */
 CF_EXPORT CFStringRef NSDate_descriptionWithCalendarFormat(CFDateRef date, CFStringRef format,
-                                                           CFTimeZoneRef timeZone, CFTypeRef locale);
+                                                           CFTimeZoneRef timeZone,
+                                                           CFTypeRef locale) CF_RETURNS_RETAINED;
 
 CF_EXTERN_C_END
 

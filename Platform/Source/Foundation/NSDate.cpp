@@ -56,17 +56,17 @@ private:
 
 struct NumberConversion
 {
-    char16_t letter;
     int32_t WallTime::*field;
-    int32_t offset; // what the calendar counts from 0 and people from 1
     ptrdiff_t digits;
+    int32_t offset; // what the calendar counts from 0 and people from 1
+    char16_t letter;
 };
 constexpr NumberConversion kNumbers[] = {
-    {u'd', &WallTime::day, 0, 2},     {u'e', &WallTime::day, 0, 1},
-    {u'm', &WallTime::month, 1, 2},   {u'Y', &WallTime::year, 0, 1},
-    {u'H', &WallTime::hour, 0, 2},    {u'M', &WallTime::minute, 0, 2},
-    {u'S', &WallTime::second, 0, 2},  {u'j', &WallTime::dayOfYear, 0, 3},
-    {u'w', &WallTime::weekday, 0, 1}, {u'F', &WallTime::millisecond, 0, 3},
+    {&WallTime::day, 2, 0, u'd'},     {&WallTime::day, 1, 0, u'e'},
+    {&WallTime::month, 2, 1, u'm'},   {&WallTime::year, 1, 0, u'Y'},
+    {&WallTime::hour, 2, 0, u'H'},    {&WallTime::minute, 2, 0, u'M'},
+    {&WallTime::second, 2, 0, u'S'},  {&WallTime::dayOfYear, 3, 0, u'j'},
+    {&WallTime::weekday, 1, 0, u'w'}, {&WallTime::millisecond, 3, 0, u'F'},
 };
 
 // Without a locale these are the forms of the C locale.
