@@ -165,9 +165,12 @@ TEST_P(PCMKernels, SplitAsThePlainArithmeticDoes)
 {
     for (const SampleLayout &in : layouts())
         for (const SampleLayout &out : layouts())
-            if (GetParam() == KernelKind::portable || kiv::audio::makeConversion(in, out).isMove)
-                for (const size_t channels : {1, 2, 3, 4, 6, 16})
-                    ASSERT_NO_FATAL_FAILURE(expectSplit(kernels, in, out, channels, 43, 0));
+        {
+            if (GetParam() != KernelKind::portable && !kiv::audio::makeConversion(in, out).isMove)
+                continue;
+            for (const size_t channels : {1, 2, 3, 4, 6, 16})
+                ASSERT_NO_FATAL_FAILURE(expectSplit(kernels, in, out, channels, 43, 0));
+        }
 }
 
 TEST_P(PCMKernels, SplitEveryNumberOfChannelsAndFrames)
