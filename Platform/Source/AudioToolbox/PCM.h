@@ -24,8 +24,8 @@ constexpr uint8_t kZeroByte = 0x80;
 template <size_t Size>
 struct Pattern
 {
-    alignas(Size) std::array<uint8_t, Size> source;
-    alignas(Size) std::array<uint8_t, Size> flip;
+    std::array<uint8_t, Size> source;
+    std::array<uint8_t, Size> flip;
 };
 
 // Registers of the vector kernels, for a conversion that moves bytes.

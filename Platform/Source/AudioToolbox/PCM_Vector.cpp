@@ -322,8 +322,8 @@ KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, ui
     const size_t step = kSize / std::max(inBytes, outBytes);
     const size_t spare = spareSamples(conversion, kSize, step);
     const kiv::audio::Pattern<kSize> &pattern = conversion.patterns.run;
-    const Vector places = _mm512_load_si512(pattern.source.data());
-    const Vector turned = _mm512_load_si512(pattern.flip.data());
+    const Vector places = _mm512_loadu_si512(pattern.source.data());
+    const Vector turned = _mm512_loadu_si512(pattern.flip.data());
     const __mmask64 taken = ~_mm512_movepi8_mask(places);
     size_t done = 0;
     for (; samples - done >= step + spare; done += step)
