@@ -22,6 +22,7 @@ void addCDPCommand(CLI::App &app, Context &context);
 void addFormatCommand(CLI::App &app, Context &context);
 void addCodecCommand(CLI::App &app, Context &context);
 void addCurveCommand(CLI::App &app, Context &context);
+void addAudioCommand(CLI::App &app, Context &context);
 void addRateCommand(CLI::App &app, Context &context);
 void addChecksumCommand(CLI::App &app, Context &context);
 void addTextCommand(CLI::App &app, Context &context);

@@ -41,6 +41,7 @@ int run(int argc, char **argv)
     tool::addCaptionCommand(app, context);
     tool::addCDPCommand(app, context);
     tool::addFormatCommand(app, context);
+    tool::addAudioCommand(app, context);
     tool::addRateCommand(app, context);
     tool::addCodecCommand(app, context);
     tool::addCurveCommand(app, context);
