@@ -111,9 +111,13 @@ KIVCS2Status kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate
     KIV_TRY(kivCS2VideoFormat_frameRateToDouble(frameRate, &framesPerSecond));
     const double samples = sampleRate / framesPerSecond; // of a frame
 
-    uint32_t frames = 1; // of the cycle
-    for (double sum = samples; !isWhole(sum); sum += samples)
+    uint32_t frames = 1;  // of the cycle
+    double sum = samples; // added up frame by frame, as every host does
+    while (!isWhole(sum))
+    {
+        sum += samples;
         ++frames;
+    }
 
     // Kept: hosts rely on the truncation, which may leave a cycle one sample short of its sum, and on the larger
     // counts coming first.

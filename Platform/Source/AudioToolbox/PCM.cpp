@@ -14,7 +14,7 @@ using kiv::audio::SampleLayout;
 
 constexpr uint32_t upperBits(uint32_t bits)
 {
-    return ~uint32_t{0} << (32 - bits);
+    return static_cast<uint32_t>(~uint64_t{0} << (32 - bits));
 }
 
 constexpr bool isHigh(const SampleLayout &layout)
@@ -34,7 +34,8 @@ uint32_t load(const SampleLayout &layout, const uint8_t *sample) noexcept
     uint32_t value = 0;
     for (uint32_t index = 0; index < layout.bytes; ++index)
         value |= static_cast<uint32_t>(sample[placeOf(layout, index)]) << 8 * index;
-    return value << (isHigh(layout) ? 32 - 8 * layout.bytes : 32 - layout.bits) & upperBits(layout.bits);
+    const uint32_t shift = isHigh(layout) ? 32 - 8 * layout.bytes : 32 - layout.bits;
+    return static_cast<uint32_t>(uint64_t{value} << shift) & upperBits(layout.bits);
 }
 
 void store(const SampleLayout &layout, uint32_t value, uint8_t *sample) noexcept

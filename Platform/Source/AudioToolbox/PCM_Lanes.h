@@ -99,7 +99,7 @@ KIV_TARGET size_t splitPairs(const Conversion &conversion, const uint8_t *in, ui
     constexpr size_t kLoadFrames = Words ? 4 : 2;
     constexpr size_t kLaneFrames = 2 * kLoadFrames;
     constexpr size_t kBlockFrames = kLanes * kLaneFrames;
-    const size_t inFrame = 2 * conversion.in.bytes;
+    const size_t inFrame = size_t{2} * conversion.in.bytes;
     const size_t sample = conversion.out.bytes;
     const Change change = changeBy(conversion.patterns.pairs);
     const size_t usable = usableFrames(frames, kBlockFrames, inFrame, kLane - kLoadFrames * inFrame, sample);
@@ -207,8 +207,8 @@ KIV_TARGET size_t splitOctets(const Conversion &conversion, size_t channels, con
     return usable;
 }
 
-void split(const Conversion &conversion, size_t channels, const uint8_t *in, uint8_t *out, size_t planeBytes,
-           size_t frames) noexcept
+inline void split(const Conversion &conversion, size_t channels, const uint8_t *in, uint8_t *out,
+                  size_t planeBytes, size_t frames) noexcept
 {
     size_t done = 0;
     if (!conversion.isMove)
@@ -230,7 +230,7 @@ void split(const Conversion &conversion, size_t channels, const uint8_t *in, uin
                      out + done * conversion.out.bytes, planeBytes, frames - done);
 }
 
-void convert(const Conversion &conversion, const uint8_t *in, uint8_t *out, size_t samples) noexcept
+inline void convert(const Conversion &conversion, const uint8_t *in, uint8_t *out, size_t samples) noexcept
 {
     if (samples == 0)
         return;
@@ -244,5 +244,3 @@ void convert(const Conversion &conversion, const uint8_t *in, uint8_t *out, size
         kBelow.convert(conversion, in + done * conversion.in.bytes, out + done * conversion.out.bytes,
                        samples - done);
 }
-
-constexpr kiv::audio::Kernels kKernels = {convert, split};

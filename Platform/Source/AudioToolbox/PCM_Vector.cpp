@@ -131,6 +131,7 @@ KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, ui
 }
 
 #include "AudioToolbox/PCM_Lanes.h"
+constexpr kiv::audio::Kernels kKernels = {convert, split};
 #undef KIV_TARGET
 } // namespace ssse3
 
@@ -230,6 +231,7 @@ KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, ui
 }
 
 #include "AudioToolbox/PCM_Lanes.h"
+constexpr kiv::audio::Kernels kKernels = {convert, split};
 #undef KIV_TARGET
 } // namespace avx2
 
@@ -347,6 +349,7 @@ KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, ui
 }
 
 #include "AudioToolbox/PCM_Lanes.h"
+constexpr kiv::audio::Kernels kKernels = {convert, split};
 #undef KIV_TARGET
 } // namespace avx512
 
