@@ -665,7 +665,7 @@ KIVCS2Status kivCS2Socket_receive(KIVCS2Socket *_socket, void *_buf, uint32_t _b
         *_bytes_received = 0;
 
     ssize_t count = recv(descriptorOf(_socket), _buf, _buf_size, 0);
-    const int error = errno;
+    const int error = count < 0 ? errno : 0; // asking for it is a call
     const KIVCS2Status status = mapReceive(_socket, count);
     if (count == -1)
     {
