@@ -398,15 +398,23 @@ int send(const Options &options, bool json)
     const Going going{meter, signals};
     const std::chrono::duration<double> interval{options.rate > 0 ? 1 / options.rate : 0};
     auto due = Clock::now();
-    while (meter.messages() < options.count)
+    try
     {
-        const std::string_view message = messages.next(going);
-        if (message.empty() || !sendAll(socket.get(), to.get(), message, going))
-            break;
-        meter.add(message.size());
-        due += std::chrono::duration_cast<Clock::duration>(interval);
-        if (going.toldToEnd(due))
-            break;
+        while (meter.messages() < options.count)
+        {
+            const std::string_view message = messages.next(going);
+            if (message.empty() || !sendAll(socket.get(), to.get(), message, going))
+                break;
+            meter.add(message.size());
+            due += std::chrono::duration_cast<Clock::duration>(interval);
+            if (going.toldToEnd(due))
+                break;
+        }
+    }
+    catch (const Failure &)
+    {
+        meter.finish(); // what went until then
+        throw;
     }
     meter.finish();
     return kExitYes;
