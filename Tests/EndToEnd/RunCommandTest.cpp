@@ -4,6 +4,7 @@
 #include <csignal>
 #include <pty.h>
 #include <sys/stat.h>
+#include <utility>
 
 namespace
 {
@@ -75,7 +76,7 @@ public:
     }
     ~Terminal()
     {
-        close(m_master);
+        hangUp();
     }
     Terminal(const Terminal &) = delete;
     Terminal &operator=(const Terminal &) = delete;
@@ -95,6 +96,11 @@ public:
     void tell(int signal) const
     {
         kill(m_child, signal);
+    }
+    void hangUp()
+    {
+        if (m_master >= 0)
+            close(std::exchange(m_master, -1));
     }
     [[nodiscard]] int code()
     {
@@ -121,16 +127,18 @@ TEST_F(Run, InterruptsReachTheCommandOnceAndEndTheTree)
 {
     struct Row
     {
-        char key; // 0: SIGINT to kivcs2 alone
+        char key; // 0: SIGINT to kivcs2 alone; kHangUp: the terminal goes
         const char *script;
         int code;
     };
+    constexpr char kHangUp = 'h';
     const std::string fifo = path("fifo").string();
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const std::string left = "(trap '' INT; exec sleep 60 3>'" + fifo + "') & ";
     for (const std::string way : {"--timeout=60", "--direct", "--async"})
         for (const Row &row :
              {Row{'\003', "echo ready; wait", 128 + SIGINT}, Row{'\034', "echo ready; wait", 128 + SIGQUIT},
+              Row{kHangUp, "echo ready; wait", 128 + SIGHUP},
               Row{'\003', "trap 'echo told; n=1$n' INT; echo ready; read x; read x; exit ${n:-0}", 1},
               Row{'\0', "trap 'echo told; n=1$n' INT; echo ready; read x; read x; exit ${n:-0}", 1}})
         {
@@ -138,7 +146,9 @@ TEST_F(Run, InterruptsReachTheCommandOnceAndEndTheTree)
             Terminal terminal{m_command, {"run", way, "--", "sh", "-c", left + row.script}};
             const int reader = open(fifo.c_str(), O_RDONLY); // ends with the last of the tree
             ASSERT_TRUE(terminal.shows("ready"));
-            if (row.key != 0)
+            if (row.key == kHangUp)
+                terminal.hangUp();
+            else if (row.key != 0)
                 terminal.type(row.key);
             else
                 terminal.tell(SIGINT);

@@ -400,7 +400,8 @@ TEST(TaskFaults, ALaunchUnderWayIsClosedAndFreed)
     EXPECT_EQ(task->m_exitCode, 3);
     EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
     // A synchronous launch is not waited for; its child is stopped when it comes.
-    EXPECT_EQ(launch("exec sleep 60", [] { (void)kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate); }),
+    EXPECT_EQ(launch("exec tail -f --pid=$PPID /dev/null",
+                     [] { (void)kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate); }),
               KIVCS2STATUS_OK);
     EXPECT_EQ(openDescriptors(), before);
 }

@@ -39,6 +39,9 @@ static_assert(offsetof(KIVCS2Task, m_link) == 0 && offsetof(KIVCS2Task, m_comman
 
 using Gate = std::binary_semaphore;
 
+// A script's end that waits to be ended, at most as long as the test lives.
+#define WAIT "exec tail -f --pid=$PPID /dev/null"
+
 KIVCS2Task *makeTask(const char *command, std::vector<const char *> arguments)
 {
     arguments.push_back(nullptr);
@@ -287,7 +290,7 @@ TEST(TaskPipes, FeedAndDrainFromAnotherThread)
 
 TEST(TaskPipes, WritingToAChildThatIsGoneRaisesNothing)
 {
-    Shell shell{"exec 0<&-; echo; sleep 60"};
+    Shell shell{"exec 0<&-; echo; " WAIT};
     kivCS2Task_setPipedIO(shell.task, 1);
     shell.startAsync();
     shell.awaitByte();
@@ -422,7 +425,7 @@ TEST(TaskAsync, AFreeThatIsRefusedClosesThePipes)
     for (const auto &[mode, status] : {std::pair{KIVCS2TaskFreeMode_Refuse, KIVCS2STATUS_TASK_RUNNING_ERR},
                                        {KIVCS2TaskFreeMode_MAX, KIVCS2STATUS_PARAM_ERR}})
     {
-        Shell shell{"echo; exec sleep 60"};
+        Shell shell{"echo; " WAIT};
         kivCS2Task_setPipedIO(shell.task, 1);
         shell.startAsync();
         shell.awaitByte();
@@ -442,7 +445,7 @@ TEST(TaskAsync, EveryModeOfFreeEndsARunningChild)
         {
             SCOPED_TRACE(testing::Message() << "mode " << mode << (early ? ", early" : ""));
             const size_t before = threads();
-            Shell shell{"echo; exec sleep 60"};
+            Shell shell{"echo; " WAIT};
             kivCS2Task_setPipedIO(shell.task, 1);
             shell.startAsync();
             if (!early)
@@ -487,7 +490,7 @@ TEST(TaskAsync, ACallbackMayFreeItsTask)
 
 TEST(TaskSignals, ReachTheChildAlone)
 {
-    Shell shell{"trap 'exit 9' INT; echo; while :; do sleep 0.05; done"};
+    Shell shell{"trap 'exit 9' INT; echo; while kill -0 $PPID; do sleep 0.05; done"};
     kivCS2Task_setPipedIO(shell.task, 1);
     int32_t result = 5;
     EXPECT_EQ(kivCS2Task_interrupt(shell.task, &result), KIVCS2STATUS_TASK_NOT_RUNNING_ERR);

@@ -251,8 +251,10 @@ private:
             kill(getpid(), signal); // comes back
             return;
         }
-        // A key tells the whole group of the terminal. Twice means "at once" to many programs.
-        if (about.si_code == SI_KERNEL && getpgid(child) == getpgrp())
+        // A key tells the whole group of the terminal, and twice means "at once" to many programs. A terminal that
+        // hangs up tells us alone where we lead its session.
+        const bool isKey = signal == SIGINT || signal == SIGQUIT;
+        if (isKey && about.si_code == SI_KERNEL && getpgid(child) == getpgrp())
             return;
         int32_t ignored = 0; // a child that has ended meanwhile needs none
         (void)kivCS2Task_signal(m_task, signal, &ignored);
