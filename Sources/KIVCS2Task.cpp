@@ -101,8 +101,8 @@ void closePipes(KIVCS2Task &task)
     if (setup.piped)
     {
         KIV_TRY(makePipes(task));
-        if (taskWord(task.m_piped).load() ==
-            0) // the host has closed them, before they were there to be closed
+        // The host may have closed them before they were there to be closed.
+        if (taskWord(task.m_piped).load() == 0)
             closeHostEnds(task);
         setup.standardStreams[STDIN_FILENO] = childEnd(task.m_stdInPipe[kReadEnd]);
         setup.standardStreams[STDOUT_FILENO] = childEnd(task.m_stdOutPipe[kWriteEnd]);
