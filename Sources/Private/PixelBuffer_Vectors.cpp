@@ -404,7 +404,7 @@ KIV_SSE42 void v210To2vuy128(const uint8_t *from, uint8_t *to, size_t width) noe
 
 KIV_AVX2 void v210To2vuy256(const uint8_t *from, uint8_t *to, size_t width) noexcept
 {
-    constexpr size_t kMade = 4 * 8 * kWordComponents;
+    constexpr size_t kMade = size_t{32} * kWordComponents;
     const __m256i close =
         _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
     // Six of the eight 32-bit parts of a vector count. Four vectors fill three, each turned to where its parts go:
@@ -682,21 +682,15 @@ KIV_SSE42 void fill128(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) no
 // String stores do not read the lines that they write, as memset() has found too; they are slow to start.
 constexpr size_t kWorthStringStores = 16u << 10;
 
-void fillByString(uint8_t *to, size_t size, uint32_t pixel) noexcept
-{
-    const uint64_t pixels = pixel | static_cast<uint64_t>(pixel) << 32;
-    size_t count = size / sizeof pixels;
-    __asm__ volatile("rep stosq" : "+D"(to), "+c"(count) : "a"(pixels) : "memory");
-}
-
 KIV_AVX2 void fill256(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept
 {
     if (size >= kWorthStringStores && reinterpret_cast<uintptr_t>(to) % kCacheLine == 0)
     {
-        const size_t whole = size - size % kCacheLine;
-        fillByString(to, whole, std::bit_cast<uint32_t>(pattern));
-        to += whole;
-        size -= whole;
+        const auto pixel = std::bit_cast<uint32_t>(pattern);
+        const uint64_t pixels = pixel | static_cast<uint64_t>(pixel) << 32;
+        size_t count = size / sizeof pixels;
+        size %= sizeof pixels;
+        __asm__ volatile("rep stosq" : "+D"(to), "+c"(count) : "a"(pixels) : "memory"); // moves `to` on
     }
     const __m256i pixels = _mm256_set1_epi32(std::bit_cast<int>(pattern));
     for (; size >= kCacheLine; to += kCacheLine, size -= kCacheLine)

@@ -109,7 +109,7 @@ TEST(PixelBuffers, LocksAreCountedAndTheAddressStandsWhileThereIsOne)
 
 TEST(PixelBuffers, TheCallersMemoryIsGivenBackOnceByTheLastReference)
 {
-    std::array<uint8_t, 2 * 21> memory{};
+    std::array<uint8_t, 42> memory{};
     std::pair<size_t, const void *> given{0, nullptr};
     const auto release = [](void *context, const void *bytes)
     {

@@ -189,7 +189,8 @@ TEST(PixelBufferScale, TakesThePixelsAtTheMultiplesOfTheStep)
                 const auto pixel = source.begin() + static_cast<ptrdiff_t>(x * xStep / 65536 * 4);
                 expected.insert(expected.end(), pixel, pixel + 4);
             }
-            ASSERT_EQ(to.row(y, c.width * 4), expected) << c.sourceWidth << " to " << c.width << ", " << y;
+            ASSERT_EQ(to.row(y, size_t{4} * c.width), expected)
+                << c.sourceWidth << " to " << c.width << ", " << y;
         }
     }
 }
@@ -215,7 +216,7 @@ TEST(PixelBufferScale, VideoBecomesRGBOf24BitsWithTheChromaOfItsLine)
                     all.begin() + static_cast<ptrdiff_t>(x * (sourceWidth * 65536 / width) / 65536 * 4);
                 expected.insert(expected.end(), pixel, pixel + 3);
             }
-            ASSERT_EQ(to.row(0, width * 3), expected) << sourceWidth << " to " << width;
+            ASSERT_EQ(to.row(0, size_t{3} * width), expected) << sourceWidth << " to " << width;
         }
 }
 
@@ -236,11 +237,11 @@ TEST(PixelBufferScale, TwoFailuresLeaveTheInputLocked)
 #ifdef NDEBUG
 TEST(PixelBufferScale, EqualSizesPassWithoutAssertionsAndLargerDoNot)
 {
-    const Bytes line = kiv::test::randomBytes(8 * 4, 5);
+    const Bytes line = kiv::test::randomBytes(32, 5);
     const Picture from{8, kRGBA, line};
     Picture to;
     EXPECT_EQ(kivCS2PixelBuffer_scale(from.get(), to.out(), 8, 1), KIVCS2STATUS_OK);
-    EXPECT_EQ(to.row(0, 8 * 4), line);
+    EXPECT_EQ(to.row(0, 32), line);
     CVPixelBufferRef out = nullptr;
     EXPECT_EQ(kivCS2PixelBuffer_scale(from.get(), &out, 9, 1), KIVCS2STATUS_PARAM_ERR);
     EXPECT_EQ(kivCS2PixelBuffer_scale(from.get(), &out, 8, 2), KIVCS2STATUS_PARAM_ERR);
