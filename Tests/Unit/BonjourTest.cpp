@@ -558,9 +558,9 @@ TEST_F(BonjourMachine, AMonitorIsStoppedByManyThreadsAndItsCallback)
             KIVCS2BonjourService *service = ingest1(browser, listing);
             for (int round = 0; round < 20; ++round)
             {
-                std::vector<std::thread> threads;
-                for (int thread = 0; thread < 3; ++thread)
-                    threads.emplace_back(
+                std::vector<std::thread> threads(3);
+                for (size_t thread = 0; thread < threads.size(); ++thread)
+                    threads[thread] = std::thread(
                         [&, thread]
                         {
                             // Watched already, and not yet stopped, is a right answer too.
@@ -607,9 +607,9 @@ TEST_F(BonjourMachine, BrowsersAreStoppedByManyThreadsAtAnyMoment)
     m_near->run(
         []
         {
-            std::vector<std::thread> owners;
-            for (int owner = 0; owner < 3; ++owner)
-                owners.emplace_back(
+            std::vector<std::thread> owners(3);
+            for (size_t owner = 0; owner < owners.size(); ++owner)
+                owners[owner] = std::thread(
                     [owner]
                     {
                         for (int round = 0; round < kRounds; ++round)
