@@ -28,27 +28,29 @@ constexpr uint32_t placeOf(const SampleLayout &layout, uint32_t index)
     return layout.isBigEndian ? layout.bytes - 1 - index : index;
 }
 
+// From the top of a word to where the bits of a sample stand.
+constexpr uint32_t shiftOf(const SampleLayout &layout)
+{
+    return isHigh(layout) ? 32 - 8 * layout.bytes : 32 - layout.bits;
+}
+
 // The bits of a sample, moved to the top of a word with zeros below.
 uint32_t load(const SampleLayout &layout, const uint8_t *sample) noexcept
 {
-    uint32_t value = 0;
+    uint64_t value = 0;
     for (uint32_t index = 0; index < layout.bytes; ++index)
-        value |= static_cast<uint32_t>(sample[placeOf(layout, index)]) << 8 * index;
-    const uint32_t shift = isHigh(layout) ? 32 - 8 * layout.bytes : 32 - layout.bits;
-    return static_cast<uint32_t>(uint64_t{value} << shift) & upperBits(layout.bits);
+        value |= static_cast<uint64_t>(sample[placeOf(layout, index)]) << 8 * index;
+    return static_cast<uint32_t>(value << shiftOf(layout)) & upperBits(layout.bits);
 }
 
 void store(const SampleLayout &layout, uint32_t value, uint8_t *sample) noexcept
 {
     value &= upperBits(layout.bits);
-    if (isHigh(layout))
-        value >>= 32 - 8 * layout.bytes;
-    else if (layout.isSigned)
-        value = static_cast<uint32_t>(static_cast<int32_t>(value) >> (32 - layout.bits));
-    else
-        value >>= 32 - layout.bits;
+    // Spare upper bits carry the sign.
+    const int64_t extended = layout.isSigned ? static_cast<int32_t>(value) : int64_t{value};
+    const int64_t placed = extended >> shiftOf(layout);
     for (uint32_t index = 0; index < layout.bytes; ++index)
-        sample[placeOf(layout, index)] = static_cast<uint8_t>(value >> 8 * index);
+        sample[placeOf(layout, index)] = static_cast<uint8_t>(placed >> 8 * index);
 }
 
 // The weight, as an index, of the least significant whole byte of the bits.
