@@ -139,10 +139,11 @@ TEST_P(PCMKernels, ConvertAsThePlainArithmeticDoes)
 TEST_P(PCMKernels, ConvertEveryLengthAtEveryAlignment)
 {
     constexpr SampleLayout s16 = {2, 16, false, true, true};
+    constexpr SampleLayout b16 = {2, 16, true, true, true};
     constexpr SampleLayout s24 = {3, 24, false, true, true};
     constexpr SampleLayout b24 = {3, 24, true, true, true};
     const std::vector<uint8_t> source = randomBytes(4096);
-    const std::pair<SampleLayout, SampleLayout> cases[] = {{s16, s24}, {s24, s16}, {s24, b24}};
+    const std::pair<SampleLayout, SampleLayout> cases[] = {{s16, s24}, {s24, s16}, {s24, b24}, {s16, b16}};
     for (const auto &[in, out] : cases)
         for (size_t samples = 0; samples < 300; ++samples)
         {
