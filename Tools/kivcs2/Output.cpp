@@ -344,16 +344,47 @@ std::string print(const char *format, ...)
     return {text, static_cast<size_t>(std::clamp(length, 0, static_cast<int>(sizeof text) - 1))};
 }
 
+namespace
+{
+// How many bytes of `text` are one UTF-8 character that a terminal shows: 0 where it starts with something else, a
+// control character of ISO 6429's second set (U+0080 to U+009F) included.
+[[nodiscard]] size_t shownCharacter(std::string_view text)
+{
+    const auto byteAt = [text](size_t index)
+    {
+        return static_cast<unsigned char>(text[index]);
+    };
+    const unsigned char lead = byteAt(0);
+    if (lead < 0x80)
+        return lead >= 0x20 && lead != 0x7F ? 1 : 0;
+    const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
+        return 0;
+    uint32_t point = lead & (0x7Fu >> length);
+    for (size_t index = 1; index < length; ++index)
+    {
+        if ((byteAt(index) & 0xC0) != 0x80)
+            return 0;
+        point = point << 6 | (byteAt(index) & 0x3Fu);
+    }
+    constexpr uint32_t kLeast[] = {0xA0, 0x800, 0x10000}; // shorter ones have a shorter form
+    const bool isCharacter =
+        point >= kLeast[length - 2] && point <= 0x10FFFF && (point < 0xD800 || point > 0xDFFF);
+    return isCharacter ? length : 0;
+}
+} // namespace
+
 std::string visible(std::string_view text)
 {
     std::string result;
-    for (const char character : text)
+    while (!text.empty())
     {
-        const auto byte = static_cast<unsigned char>(character);
-        if (byte < 0x20 || byte == 0x7F)
-            result += print("\\x%02x", byte);
+        const size_t shown = shownCharacter(text);
+        if (shown > 0)
+            result += text.substr(0, shown);
         else
-            result += character;
+            result += print("\\x%02x", static_cast<unsigned char>(text.front()));
+        text.remove_prefix(std::max(shown, size_t{1}));
     }
     return result;
 }

@@ -145,7 +145,7 @@ void note(std::string_view text);
 /// printf into a string; for numbers with a fixed form.
 [[nodiscard]] __attribute__((format(printf, 1, 2))) std::string print(const char *format, ...);
 
-/// Quotes what would break a line or a terminal: control characters become \xNN.
+/// Quotes what would break a line or a terminal: control characters, and bytes that are no UTF-8, become \xNN.
 [[nodiscard]] std::string visible(std::string_view text);
 
 } // namespace tool
