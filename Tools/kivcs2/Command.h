@@ -19,6 +19,7 @@ struct Context
 void addTimecodeCommand(CLI::App &app, Context &context);
 void addCaptionCommand(CLI::App &app, Context &context);
 void addCDPCommand(CLI::App &app, Context &context);
+void addFrameCommand(CLI::App &app, Context &context);
 void addFormatCommand(CLI::App &app, Context &context);
 void addCodecCommand(CLI::App &app, Context &context);
 void addCurveCommand(CLI::App &app, Context &context);

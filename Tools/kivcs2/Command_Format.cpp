@@ -3,8 +3,7 @@
 #include "Counting.h"
 #include "Failure.h"
 #include "Output.h"
-
-#include <KIVCoreServices2/KIVCS2VideoFormat.h>
+#include "VideoFormats.h"
 
 #include <array>
 #include <charconv>
@@ -115,31 +114,16 @@ void printFormat(const KIVCS2VideoFormatDescription &format)
 
 int showFormat(const std::string &wanted, bool json)
 {
-    KIVCS2VideoFormat code = 0;
-    if (wanted.starts_with("0x") || wanted.starts_with("0X"))
+    const auto format = findVideoFormat(wanted);
+    if (!format)
     {
-        const auto [end, error] = std::from_chars(wanted.data() + 2, wanted.data() + wanted.size(), code, 16);
-        if (error != std::errc{} || end != wanted.data() + wanted.size())
-            throw Failure(kExitUsage, "\"" + visible(wanted) + "\": not a 32-bit format code");
-    }
-    else if (KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName(wanted.c_str(), &code)) &&
-             KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName((wanted + " 8 Bit").c_str(), &code)))
-    {
-        note("no video format is named \"" + visible(wanted) + "\" (" +
-             statusText(KIVCS2STATUS_VIDEO_FORMAT_ERR) + "); kivcs2 format lists them");
-        return kExitNo;
-    }
-    KIVCS2VideoFormatDescription description{};
-    if (KIVCS2_FAILED(kivCS2VideoFormat_getDescription(code, &description)))
-    {
-        note("no video format has the code " + visible(wanted) + " (" +
-             statusText(KIVCS2STATUS_VIDEO_FORMAT_ERR) + ")");
+        note(noVideoFormat(wanted));
         return kExitNo;
     }
     if (json)
-        out().json(toJson(description));
+        out().json(toJson(*format));
     else
-        printFormat(description);
+        printFormat(*format);
     return kExitYes;
 }
 
@@ -211,7 +195,38 @@ int showRates(const std::string &wanted, bool json)
     return kExitYes;
 }
 
+bool isCode(const std::string &wanted)
+{
+    return wanted.starts_with("0x") || wanted.starts_with("0X");
+}
+
 } // namespace
+
+std::optional<KIVCS2VideoFormatDescription> findVideoFormat(const std::string &wanted)
+{
+    KIVCS2VideoFormat code = 0;
+    if (isCode(wanted))
+    {
+        const auto [end, error] = std::from_chars(wanted.data() + 2, wanted.data() + wanted.size(), code, 16);
+        if (error != std::errc{} || end != wanted.data() + wanted.size())
+            throw Failure(kExitUsage, "\"" + visible(wanted) + "\": not a 32-bit format code");
+    }
+    else if (KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName(wanted.c_str(), &code)) &&
+             KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName((wanted + " 8 Bit").c_str(), &code)))
+        return std::nullopt;
+    KIVCS2VideoFormatDescription description{};
+    if (KIVCS2_FAILED(kivCS2VideoFormat_getDescription(code, &description)))
+        return std::nullopt;
+    return description;
+}
+
+std::string noVideoFormat(const std::string &wanted)
+{
+    const std::string status = " (" + statusText(KIVCS2STATUS_VIDEO_FORMAT_ERR) + ")";
+    return isCode(wanted) ? "no video format has the code " + visible(wanted) + status
+                          : "no video format is named \"" + visible(wanted) + "\"" + status +
+                                "; kivcs2 format lists them";
+}
 
 void addFormatCommand(CLI::App &app, Context &context)
 {

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -211,6 +212,19 @@ size_t Input::read(std::span<uint8_t> block)
     }
     m_position += filled;
     return filled;
+}
+
+uint64_t Input::skip(uint64_t blocks, uint64_t size)
+{
+    const off_t here = ::lseek(m_descriptor, 0, SEEK_CUR);
+    if (here < 0)
+        throw Failure::system(m_name, errno);
+    const uint64_t rest = m_size - std::min(m_size, static_cast<uint64_t>(here));
+    const uint64_t passed = std::min(blocks, rest / size);
+    if (::lseek(m_descriptor, static_cast<off_t>(passed * size), SEEK_CUR) < 0)
+        throw Failure::system(m_name, errno);
+    m_position += passed * size;
+    return passed;
 }
 
 std::vector<uint8_t> readWhole(const std::string &path)

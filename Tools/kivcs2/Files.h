@@ -47,6 +47,10 @@ public:
     /// Fills as much of `block` as there is; 0 at the end. Throws when reading fails.
     size_t read(std::span<uint8_t> block);
 
+    /// Passes blocks of `size` bytes of a regular file over without reading them, as many as are whole and at
+    /// most `blocks`; how many that were.
+    uint64_t skip(uint64_t blocks, uint64_t size);
+
     /// Whether `path` names the file that is read here.
     [[nodiscard]] bool isSameFileAs(const std::string &path) const;
 

@@ -40,6 +40,7 @@ int run(int argc, char **argv)
     tool::addTimecodeCommand(app, context);
     tool::addCaptionCommand(app, context);
     tool::addCDPCommand(app, context);
+    tool::addFrameCommand(app, context);
     tool::addFormatCommand(app, context);
     tool::addAudioCommand(app, context);
     tool::addRateCommand(app, context);

@@ -1,0 +1,465 @@
+// kivcs2 frame: raw frames described, converted, made and looked at.
+#include "ColourBars.h"
+#include "Command.h"
+#include "Failure.h"
+#include "HalfBlocks.h"
+#include "Output.h"
+#include "PngFile.h"
+#include "RawFrames.h"
+#include "VideoFormats.h"
+
+#include <algorithm>
+#include <charconv>
+#include <functional>
+#include <map>
+#include <memory>
+
+namespace tool
+{
+namespace
+{
+
+constexpr uint32_t kMostPixels = 16384; // in a line and of lines: a frame of at most a gibibyte
+constexpr uint32_t kLinesOfStandardDefinition = 576;
+
+// What a video format of the table calls 8 Bit, 10 Bit and RGBA.
+constexpr std::array kTablePixels = {"2vuy", "v210", "rgba"};
+
+const std::map<std::string, KIVCS2PixelBufferClearColour> kClearColours = {
+    {"white", KIVCS2PixelBuffer_ClearWhite},
+    {"black", KIVCS2PixelBuffer_ClearBlack},
+    {"grey", KIVCS2PixelBuffer_ClearGrey}};
+const std::map<std::string, BarPattern> kBarPatterns = {
+    {"smpte", BarPattern::Smpte}, {"ebu75", BarPattern::Ebu75}, {"ebu100", BarPattern::Ebu100}};
+const std::map<std::string, Matrix> kMatrices = {{"601", Matrix::BT601}, {"709", Matrix::BT709}};
+
+struct FrameArguments
+{
+    std::string source, target;
+    std::string video, format, to, size;
+    uint32_t width = 0, height = 0, rowBytes = 0;
+    uint64_t frame = 0, frames = 1;
+    std::string colour = "black", pattern = "smpte", matrix;
+    bool show = false, alpha = false, json = false;
+};
+
+FrameLayout layoutOf(const FrameArguments &arguments)
+{
+    FrameLayout layout;
+    layout.width = arguments.width;
+    layout.height = arguments.height;
+    if (!arguments.video.empty())
+    {
+        const auto video = findVideoFormat(arguments.video);
+        if (!video)
+            throw Failure(kExitUsage, noVideoFormat(arguments.video));
+        layout.pixels = &pixelLayout(kTablePixels[video->m_pixelFormat]);
+        layout.width = video->m_nativeWidth;
+        layout.height = video->m_nativeHeight;
+        layout.pixelAspect = static_cast<double>(video->m_hSpacing) / video->m_vSpacing;
+        layout.framesPerSecond = video->m_frameRateInfo->m_exactRate;
+    }
+    if (!arguments.format.empty())
+        layout.pixels = &pixelLayout(arguments.format);
+    if (layout.pixels == nullptr || layout.width == 0 || layout.height == 0)
+        throw Failure(kExitUsage, "raw frames do not tell their size: give --video, or --width, --height and "
+                                  "--format");
+    layout.rowBytes = layout.pixels->rowBytes(layout.width);
+    if (arguments.rowBytes > 0)
+    {
+        // Short of the alignment, but with all pixels.
+        const size_t needed = (size_t{layout.width} + layout.pixels->blockPixels - 1) /
+                              layout.pixels->blockPixels * layout.pixels->blockBytes;
+        if (arguments.rowBytes < needed)
+            throw Failure(kExitUsage, "--row-bytes: the pixels of a row take " + count(needed, "byte"));
+        layout.rowBytes = arguments.rowBytes;
+    }
+    return layout;
+}
+
+Matrix matrixFor(const FrameArguments &arguments, uint32_t height)
+{
+    if (!arguments.matrix.empty())
+        return kMatrices.at(arguments.matrix);
+    return height <= kLinesOfStandardDefinition ? Matrix::BT601 : Matrix::BT709;
+}
+
+void show(const Frame &frame, const FrameArguments &arguments, uint32_t sourceHeight, double pixelAspect)
+{
+    const FramePicture picture{frame, matrixFor(arguments, sourceHeight), arguments.alpha};
+    drawHalfBlocks(picture.view(), Output::width(), pixelAspect);
+}
+
+Json toJson(const FrameLayout &layout)
+{
+    return {{"width", layout.width},
+            {"height", layout.height},
+            {"format", layout.pixels->name},
+            {"rowBytes", layout.rowBytes},
+            {"frameBytes", layout.frameBytes()}};
+}
+
+// The summary, beside the frames where those have taken standard output.
+void report(const FrameArguments &arguments, const Json &value, const Facts &facts)
+{
+    Output &to = arguments.target == "-" ? errors() : out();
+    if (arguments.json)
+        to.json(value);
+    else
+        facts.print(to);
+    if (&to != &out())
+        to.flush();
+}
+
+std::string targetName(const FrameArguments &arguments)
+{
+    return arguments.target == "-" ? "standard output" : visible(arguments.target);
+}
+
+int noSuchFrame(const FrameReader &reader, uint64_t frame)
+{
+    note(reader.input().name() + ": " + count(reader.number(), "frame") + "; there is no frame " +
+         std::to_string(frame) + ", counted from 0");
+    return kExitNo;
+}
+
+// A layout that came out of an operation.
+FrameLayout layoutOf(const Frame &frame, const FrameLayout &source)
+{
+    FrameLayout layout = source;
+    layout.width = frame.width();
+    layout.height = frame.height();
+    // A picture scaled to other proportions keeps its shape.
+    layout.pixelAspect *= static_cast<double>(source.width) / frame.width() * frame.height() / source.height;
+    return layout.in(*frame.pixels);
+}
+
+using FrameWork = std::function<Frame(const Frame &)>;
+
+// Every frame of the source through `work` to the target, in the memory of a few. Without a target only the frame that is
+// to be shown.
+int forEachFrame(const FrameArguments &arguments, const FrameLayout &layout, const std::string &doing,
+                 const FrameWork &work)
+{
+    FrameReader reader{arguments.source, layout};
+    FrameWriter writer{arguments.target, &reader.input()};
+    Progress progress{doing + " " + reader.input().name()};
+    if (arguments.target.empty())
+        reader.skip(arguments.frame);
+    FrameLayout made = layout;
+    bool shown = false;
+    while (const Frame *frame = reader.next())
+    {
+        const Frame result = work(*frame);
+        made = layoutOf(result, layout);
+        writer.write(result);
+        if (arguments.show && reader.number() == arguments.frame + 1)
+        {
+            show(result, arguments, layout.height, made.pixelAspect);
+            shown = true;
+        }
+        if (arguments.target.empty())
+            break;
+        progress.at(reader.input().position(), reader.input().size());
+    }
+    if (arguments.show && !shown)
+        return noSuchFrame(reader, arguments.frame);
+    writer.commit();
+    if (arguments.target.empty())
+        return kExitYes;
+
+    Facts facts;
+    facts.add("In", visible(reader.input().name()) + ", " + count(reader.number(), "frame") + " of " +
+                        layout.text());
+    facts.add("Out", targetName(arguments) + ", " + made.text());
+    report(arguments,
+           {{"source", reader.input().name()},
+            {"target", arguments.target},
+            {"frames", reader.number()},
+            {"in", toJson(layout)},
+            {"out", toJson(made)}},
+           facts);
+    return kExitYes;
+}
+
+int convert(const FrameArguments &arguments)
+{
+    const FrameLayout layout = layoutOf(arguments);
+    const PixelLayout &to = pixelLayout(arguments.to);
+    if (!canConvert(*layout.pixels, to))
+        throw Failure(kExitNotHere, "no conversion leads from " + std::string{layout.pixels->name} + " to " +
+                                        std::string{to.name});
+    return forEachFrame(arguments, layout, "converting",
+                        [&to](const Frame &frame) { return converted(frame, to); });
+}
+
+// "960x540"
+std::pair<uint32_t, uint32_t> parsePictureSize(const std::string &text)
+{
+    std::pair<uint32_t, uint32_t> size;
+    const char *last = text.data() + text.size();
+    const auto width = std::from_chars(text.data(), last, size.first);
+    const char *rest =
+        width.ec == std::errc{} && width.ptr != last && *width.ptr == 'x' ? width.ptr + 1 : last;
+    const auto height = std::from_chars(rest, last, size.second);
+    if (height.ec != std::errc{} || height.ptr != last || size.first == 0 || size.second == 0)
+        throw Failure(kExitUsage, "\"" + visible(text) + "\": not a size such as 960x540");
+    return size;
+}
+
+int scale(const FrameArguments &arguments)
+{
+    const FrameLayout layout = layoutOf(arguments);
+    const auto [width, height] = parsePictureSize(arguments.size);
+    if (width >= layout.width || height >= layout.height)
+        throw Failure(kExitUsage, "--size " + arguments.size + ": scaling makes a picture of " +
+                                      std::to_string(layout.width) + " x " + std::to_string(layout.height) +
+                                      " smaller, in both directions");
+    const bool rgb = layout.pixels->isRGB();
+    // The library takes 2vuy and four bytes of RGB, whatever their order, and leaves three bytes for 2vuy.
+    const PixelLayout &taken = !rgb                             ? pixelLayout("2vuy")
+                               : layout.pixels->blockBytes == 4 ? *layout.pixels
+                                                                : pixelLayout("rgba");
+    const PixelLayout &left = rgb ? taken : pixelLayout("rgb");
+    return forEachFrame(arguments, layout, "scaling",
+                        [&, size = std::pair{width, height}](const Frame &frame)
+                        {
+                            CVPixelBufferRef made = nullptr;
+                            check(kivCS2PixelBuffer_scale(converted(frame, taken).buffer.get(), &made,
+                                                          size.first, size.second),
+                                  "scaling a frame");
+                            return converted(Frame{left, made}, rgb ? *layout.pixels : left);
+                        });
+}
+
+int deinterlace(const FrameArguments &arguments)
+{
+    const FrameLayout layout = layoutOf(arguments);
+    return forEachFrame(arguments, layout, "deinterlacing",
+                        [](const Frame &frame)
+                        {
+                            check(kivCS2PixelBuffer_deinterlace(frame.buffer.get()), "deinterlacing a frame");
+                            return converted(frame, *frame.pixels);
+                        });
+}
+
+// One frame as often as it is wanted.
+int repeat(const FrameArguments &arguments, const FrameLayout &layout, const Frame &frame,
+           const std::string &what)
+{
+    FrameWriter writer{arguments.target, nullptr};
+    if (arguments.show)
+        show(frame, arguments, layout.height, layout.pixelAspect);
+    if (arguments.target.empty())
+        return kExitYes;
+    Progress progress{"writing " + place(arguments.target, 0)};
+    while (writer.frames() < arguments.frames)
+    {
+        writer.write(frame);
+        progress.at(writer.frames(), arguments.frames);
+    }
+    writer.commit();
+    Facts facts;
+    facts.add("Out",
+              targetName(arguments) + ", " + count(arguments.frames, "frame") + " of " + layout.text());
+    facts.add("Picture", what);
+    report(arguments,
+           {{"target", arguments.target},
+            {"frames", arguments.frames},
+            {"picture", what},
+            {"out", toJson(layout)}},
+           facts);
+    return kExitYes;
+}
+
+int clear(const FrameArguments &arguments)
+{
+    const FrameLayout layout = layoutOf(arguments);
+    const PixelLayout &filled = pixelLayout(layout.pixels->isRGB() ? "rgba" : "2vuy");
+    if (!canConvert(filled, *layout.pixels))
+        throw Failure(kExitNotHere, std::string{layout.pixels->name} +
+                                        ": 2vuy and RGB can be filled with a colour, and no conversion leads "
+                                        "there");
+    Frame frame{filled, layout.width, layout.height};
+    check(kivCS2PixelBuffer_clear(frame.buffer.get(), kClearColours.at(arguments.colour)), "filling a frame");
+    return repeat(arguments, layout, converted(frame, *layout.pixels), arguments.colour);
+}
+
+int bars(const FrameArguments &arguments)
+{
+    const FrameLayout layout = layoutOf(arguments);
+    const Matrix matrix = matrixFor(arguments, layout.height);
+    const BarPattern pattern = kBarPatterns.at(arguments.pattern);
+    std::string what{barPatternName(pattern, layout.height)};
+    if (!layout.pixels->isRGB())
+        what += matrix == Matrix::BT601 ? ", ITU-R BT.601" : ", ITU-R BT.709";
+    return repeat(arguments, layout, colourBars(pattern, matrix, *layout.pixels, layout.width, layout.height),
+                  what);
+}
+
+int png(const FrameArguments &arguments)
+{
+    const FrameLayout layout = layoutOf(arguments);
+    FrameReader reader{arguments.source, layout};
+    if (reader.input().isSameFileAs(arguments.target))
+        throw Failure(kExitUsage, arguments.target + ": is the source itself; give the target another name");
+    reader.skip(arguments.frame);
+    const Frame *frame = reader.next();
+    if (frame == nullptr)
+        return noSuchFrame(reader, arguments.frame);
+    if (arguments.show)
+        show(*frame, arguments, layout.height, layout.pixelAspect);
+    if (arguments.target.empty())
+        return kExitYes;
+    const FramePicture picture{*frame, matrixFor(arguments, layout.height), arguments.alpha};
+    writePNG(arguments.target, picture.view());
+    Facts facts;
+    facts.add("In", visible(reader.input().name()) + ", frame " + std::to_string(arguments.frame) + " of " +
+                        layout.text());
+    facts.add("Out", targetName(arguments));
+    report(arguments,
+           {{"source", reader.input().name()},
+            {"target", arguments.target},
+            {"frame", arguments.frame},
+            {"in", toJson(layout)}},
+           facts);
+    return kExitYes;
+}
+
+// The bytes of the whole input; what is no file is read to its end.
+uint64_t sizeOf(const std::string &source, const FrameLayout &layout)
+{
+    Input input{source};
+    if (source != "-" && input.isRegularFile())
+        return input.size();
+    Progress progress{"reading " + input.name()};
+    std::vector<uint8_t> block(layout.frameBytes());
+    while (input.read(block) > 0)
+        progress.at(input.position(), input.size());
+    return input.position();
+}
+
+int info(const FrameArguments &arguments)
+{
+    const FrameLayout layout = layoutOf(arguments);
+    if (arguments.show)
+        (void)forEachFrame(arguments, layout, "reading",
+                           [](const Frame &frame) { return converted(frame, *frame.pixels); });
+    const uint64_t bytes = sizeOf(arguments.source, layout);
+    const uint64_t frames = bytes / layout.frameBytes();
+    const uint64_t rest = bytes % layout.frameBytes();
+    const std::string name = place(arguments.source, 0);
+    const int code = frames == 0 || rest != 0 ? kExitMalformed : kExitYes;
+    const bool timed = layout.framesPerSecond > 0;
+    const double seconds = timed ? static_cast<double>(frames) / layout.framesPerSecond : 0;
+    if (arguments.json)
+    {
+        Json value{{"file", name}, {"bytes", bytes}, {"frames", frames}, {"bytesLeftOver", rest}};
+        value.update(toJson(layout));
+        value["seconds"] = timed ? Json(seconds) : Json();
+        out().json(value);
+        return code;
+    }
+    Facts facts;
+    facts.add("File", visible(name) + ", " + count(bytes, "byte"));
+    facts.add("Size", std::to_string(layout.width) + " x " + std::to_string(layout.height) + " pixels");
+    facts.add("Pixels", std::string{layout.pixels->name} + " (" + std::string{layout.pixels->meaning} + ")");
+    facts.add("Row", count(layout.rowBytes, "byte"));
+    facts.add("Frame", count(layout.frameBytes(), "byte"));
+    facts.add("Frames", std::to_string(frames));
+    if (timed)
+        facts.add("Lasts", print("%.3f s at %.6g frames a second", seconds, layout.framesPerSecond));
+    if (rest != 0)
+        facts.add("Left over", Output::bad(count(rest, "byte")));
+    facts.print();
+    return code;
+}
+
+using Word = int (*)(const FrameArguments &);
+
+} // namespace
+
+void addFrameCommand(CLI::App &app, Context &context)
+{
+    auto *command = app.add_subcommand("frame", "Raw frames: described, converted, made and looked at");
+    command->fallthrough();
+    command->require_subcommand(1);
+    std::string pixels;
+    for (const PixelLayout &layout : pixelLayouts())
+        pixels += "\n  " + std::string{layout.name} + "  " + std::string{layout.meaning};
+    command->footer("Pixel formats:" + pixels +
+                    "\n\nExamples:\n"
+                    "  kivcs2 frame bars bars.v210 --video \"1080i25 10 Bit\" --frames 25\n"
+                    "  kivcs2 frame png bars.v210 bars.png --video \"1080i25 10 Bit\"\n"
+                    "  kivcs2 frame convert in.v210 - --to 2vuy --video \"625i25 10 Bit\" | player\n"
+                    "  kivcs2 frame info in.rgba --width 640 --height 360 --format rgba --show");
+
+    const auto arguments = std::make_shared<FrameArguments>();
+    // What all words have: how the frames lie in the file, and looking at one.
+    const auto addWord = [&](const char *name, const char *text, bool hasSource, bool hasTarget, Word word)
+    {
+        auto *added = command->add_subcommand(name, text);
+        if (hasSource)
+            added->add_option("file", arguments->source, "Raw frames; - is standard input")->required();
+        if (hasTarget)
+            added->add_option("target", arguments->target, "The result; - is standard output");
+        auto *video = added->add_option("--video", arguments->video,
+                                        "Size and pixels of a video format, as kivcs2 format lists them");
+        added->add_option("--width", arguments->width, "Pixels of a line")
+            ->check(CLI::Range(1u, kMostPixels))
+            ->excludes(video);
+        added->add_option("--height", arguments->height, "Lines")
+            ->check(CLI::Range(1u, kMostPixels))
+            ->excludes(video);
+        added->add_option("--format", arguments->format, "v210, 2vuy, yuvs, rgba, bgra, argb or rgb");
+        if (hasSource)
+        {
+            added->add_option("--row-bytes", arguments->rowBytes, "From one row of the file to the next")
+                ->check(CLI::Range(1u, 1u << 20));
+            added->add_option("--frame", arguments->frame, "The frame to look at, counted from 0");
+        }
+        else
+            added->add_option("--frames", arguments->frames, "How many, otherwise 1")
+                ->check(CLI::Range(uint64_t{1}, uint64_t{1} << 32));
+        added->add_flag("--show", arguments->show, "Draw a frame of the result on the terminal");
+        added->add_flag("--alpha", arguments->alpha, "Look at RGB with its alpha, otherwise as opaque");
+        added
+            ->add_option("--matrix", arguments->matrix,
+                         "601 or 709; otherwise 601 up to 576 lines and 709 above")
+            ->check(CLI::IsMember(kMatrices));
+        added->callback(
+            [&context, arguments, word, hasTarget]
+            {
+                if (hasTarget && arguments->target.empty() && !arguments->show)
+                    throw CLI::RequiredError("target or --show");
+                if (arguments->show && (context.json || arguments->target == "-"))
+                    throw CLI::ValidationError("--show", "standard output is taken by the picture");
+                context.run = [&context, arguments, word]
+                {
+                    arguments->json = context.json;
+                    return word(*arguments);
+                };
+            });
+        return added;
+    };
+
+    addWord("info", "Frames, bytes and length of a file; exit 3 where the last frame is not whole", true,
+            false, info);
+    addWord("convert", "Other pixels: v210 to 2vuy to RGB, and the orders of bytes", true, true, convert)
+        ->add_option("--to", arguments->to, "The pixel format of the target")
+        ->required();
+    addWord("scale", "A smaller picture by point sampling; 4:2:2 becomes rgb", true, true, scale)
+        ->add_option("--size", arguments->size, "Such as 960x540")
+        ->required();
+    addWord("deinterlace", "Every odd line replaced by the line above it", true, true, deinterlace);
+    addWord("clear", "Frames of one colour", false, true, clear)
+        ->add_option("--colour", arguments->colour, "white, black or grey, otherwise black")
+        ->check(CLI::IsMember(kClearColours));
+    addWord("bars", "Colour bars", false, true, bars)
+        ->add_option("--pattern", arguments->pattern,
+                     "smpte (75 % over the PLUGE), ebu75 or ebu100, otherwise smpte")
+        ->check(CLI::IsMember(kBarPatterns));
+    addWord("png", "One frame as a PNG picture", true, true, png);
+}
+
+} // namespace tool
