@@ -263,7 +263,11 @@ KIVCS2Status kivCS2TaskServerPrv_exec(const char *command, char *const *argv)
     KIV_TRY(plan.prepare(command, argv));
     kiv::ChildSetup setup;
     setup.announce = g_CSTaskServer.m_descriptors[kPidWrite];
-    return kiv::spawn(plan, setup) >= 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_FORK_ERR;
+    std::atomic<bool> announced{false};
+    setup.announced = &announced;
+    // The host waits for the id of a child that was killed before it could tell it: as with none at all, the end of
+    // this server tells the host, which tries once more with another.
+    return kiv::spawn(plan, setup) >= 0 && announced.load() ? KIVCS2STATUS_OK : KIVCS2STATUS_FORK_ERR;
 }
 
 KIVCS2Status kivCS2TaskServerPrv_childProcess()

@@ -70,7 +70,10 @@ void connectFile(const char *path, int to)
     if (setup.announce >= 0)
     {
         const int32_t pid = getpid();
-        if (write(setup.announce, &pid, sizeof pid) != sizeof pid)
+        const bool written = write(setup.announce, &pid, sizeof pid) == sizeof pid;
+        if (setup.announced != nullptr)
+            setup.announced->store(true);
+        if (!written)
             giveUp(); // a process that nobody knows must not run
     }
     kiv::resetHandlers(); // one of the parent's would run on the parent's memory

@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -55,8 +56,9 @@ struct ChildSetup
     ChildNote *note =
         nullptr; // it writes itself down here before all, and goes no further if `parent` is gone
     pid_t parent = 0;
-    int announce = -1;  // its process id is written here first
-    bool piped = false; // the three below become the standard streams
+    int announce = -1;                      // its process id is written here first
+    std::atomic<bool> *announced = nullptr; // set behind that, also where nobody reads; the child runs on it
+    bool piped = false;                     // the three below become the standard streams
     int standardStreams[3] = {-1, -1, -1};
     const char *files[3] = {}; // opened for writing, for standard output and error
 };

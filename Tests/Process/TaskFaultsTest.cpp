@@ -57,7 +57,8 @@ struct Faults
 
     std::atomic<int> deathPipe{-1}; // index of the descriptor
     std::atomic<bool> hostDies{false};
-    std::atomic<long> bytes{0}; // until then
+    std::atomic<bool> childDiesAlone{false}; // and not the server with it
+    std::atomic<long> bytes{0};              // until then
 };
 
 Faults &faults()
@@ -91,7 +92,7 @@ void fail(Call call, int skip, int error, int times = 1)
 [[noreturn]] void die(int pipe)
 {
     faults().deathPipe = -1; // once
-    if (pipe == kPidWrite)
+    if (pipe == kPidWrite && !faults().childDiesAlone)
         kill(getppid(), SIGKILL);
     kill(getpid(), SIGKILL);
     for (;;)
@@ -589,6 +590,23 @@ TEST(TaskFaults, TheServerIsKilledAtEveryByte)
                         ASSERT_EQ(faults().deathPipe, -1) << "nobody died at " << byte;
                     }
             EXPECT_EQ(openDescriptors(), before);
+        });
+}
+
+TEST(TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
+{
+    inChild(
+        []
+        {
+            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+            int32_t exitCode = 0;
+            faults().childDiesAlone = true;
+            faults().bytes = 0;
+            faults().deathPipe = static_cast<int>(kPidWrite);
+            EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
+            EXPECT_EQ(exitCode, 768);
+            EXPECT_EQ(faults().deathPipe, -1) << "nobody died";
+            faults().childDiesAlone = false;
         });
 }
 
