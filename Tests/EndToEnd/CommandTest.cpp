@@ -81,6 +81,7 @@ TEST_F(Command, AnswersSmallQuestions)
         {{"tc", "date", "10:00:00:00"}, 2, "", "without a date"},
         {{"tc", "date", "@12x"}, 3, "", "no seconds since 1970"},
         {{"tc", "date", "@1e12"}, 3, "", "no seconds since 1970"},
+        {{"tc", "date", "@-62168000000"}, 3, "", "before the year 1"},
         {{"rate", "29.97"}, 0, "29.97df   30000/1001     2589408  2 a minute", ""},
         {{"rate", "31"}, 2, "", "unknown rate"},
         {{"format", "1080p59.94a"}, 0, "0x54102601", ""},

@@ -329,6 +329,10 @@ int date(const Arguments &arguments, bool json)
     if (const std::optional<CFAbsoluteTime> moment = momentOf(text))
     {
         date = dateAt(*moment);
+        // The record's year has no sign: an earlier date would show as one of a far century, or as none.
+        if (KIVProjectTimecode::valueFromDate(date.get(), "%Y") < 1)
+            throw Failure(kExitMalformed,
+                          "\"" + visible(text) + "\": before the year 1, where timecodes begin");
         timecode.initWithDate(date.get());
     }
     else
