@@ -7,14 +7,14 @@
  * the interface: CS2Timecode() hands the record to the C operations, setCS2Timecode() takes it back.
  *
  * The frame rate is the class's own: a host that uses the C operations too sets both rates.
- * Until setFrameRate() has been called, fields, seconds and texts read 0, arithmetic that needs a rate
- * changes nothing, conversions from dates leave the object as it is and those to dates give null.
+ * Until setFrameRate() has been called, digits and seconds read as 0 and set a frame count of 0, frames are
+ * not added, conversions from dates leave the object as it is and those to dates give null.
  *
  * Members are named by the first keyword of their selector and take the others as parameters
  * (setHours:minutes:seconds:frames:format: is setHours()); the table is Docs/project-timecode.md.
  * Each init member resets the object and returns it, and a static timecodeWith... makes a new one.
- * There is no status and nothing throws: a month of 12 or more, an invalid frame count (0xFFFFFFFF) or a
- * missing rate leave the object as it is, or answer 0, false or null.
+ * There is no status and nothing throws: what a month of 12 or more, an invalid frame count (0xFFFFFFFF) or
+ * a missing rate keeps from being reckoned stays as it is, or is answered with 0, false or null.
  *
  * Dates are CFDateRef and texts CFStringRef: those that a member returns belong to the caller, who
  * releases them with CFRelease(), and are null without memory. A null text reads as an empty one, a null
@@ -481,7 +481,10 @@ public:
      * it the frame count is 0. A null date and a missing rate leave the object as it is.
      */
     void fromDate(CFDateRef date, bool includeTime) noexcept;
-    /** The same by the class's date formatters; a field that cannot be formatted (no memory) reads as 0. */
+    /**
+     * The same by the class's date formatters; a field that cannot be formatted (no memory) reads as 0. Before
+     * the year 1 theirs is the year of its era, 44 of 44 BC, where fromDate() has -43 cut to 16 bits.
+     */
     void fromCFDate(CFDateRef date, bool includeTime) noexcept;
     /**
      * The moment at which the clock shows date and time. Years 2001 to 2020 are reckoned from the seconds
