@@ -103,6 +103,11 @@ TEST_F(Audio, SplitsAFileIntoPlanesBlockByBlock)
     EXPECT_TRUE(run({"audio", "convert", source, "-", "--input", "s16le", "--channels", "16", "--bits", "24",
                      "--split"})
                     .out == expected);
+    // A file that another program has read the header of.
+    EXPECT_EQ(run({"audio", "convert", "-", "-", "--input", "s16le", "--channels", "2", "--split"},
+                  "headabcdefgh", -1, 4)
+                  .out,
+              "abefcdgh");
 }
 
 TEST_F(Audio, RefusesWhatItCannotConvertAndLeavesTheTarget)

@@ -67,8 +67,9 @@ protected:
         return path(name).string();
     }
 
-    // `out` of -1 collects standard output; otherwise it is given to the command as it is.
-    Result run(const Words &arguments, const std::string &input = "", int out = -1) const
+    // `out` of -1 collects standard output; otherwise it is given to the command as it is. The command finds its input
+    // at byte `inputFrom`.
+    Result run(const Words &arguments, const std::string &input = "", int out = -1, off_t inputFrom = 0) const
     {
         const fs::path in = path(".in"), outPath = path(".out"), errPath = path(".err");
         spill(in, input);
@@ -78,6 +79,7 @@ protected:
             const int inFile = open(in.c_str(), O_RDONLY);
             const int outFile = out >= 0 ? out : open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
             const int errFile = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            lseek(inFile, inputFrom, SEEK_SET);
             dup2(inFile, 0);
             dup2(outFile, 1);
             dup2(errFile, 2);

@@ -181,7 +181,11 @@ Input::Input(const std::string &path) : m_name(place(path, 0))
         throw Failure::system(m_name, EISDIR);
     m_regular = S_ISREG(status.st_mode);
     if (m_regular)
-        m_size = static_cast<uint64_t>(status.st_size);
+    {
+        // Standard input may stand anywhere in its file.
+        const off_t here = std::max(::lseek(m_descriptor, 0, SEEK_CUR), off_t{0});
+        m_size = static_cast<uint64_t>(status.st_size - std::min(status.st_size, here));
+    }
 }
 
 bool Input::isSameFileAs(const std::string &path) const
@@ -216,10 +220,7 @@ size_t Input::read(std::span<uint8_t> block)
 
 uint64_t Input::skip(uint64_t blocks, uint64_t size)
 {
-    const off_t here = ::lseek(m_descriptor, 0, SEEK_CUR);
-    if (here < 0)
-        throw Failure::system(m_name, errno);
-    const uint64_t rest = m_size - std::min(m_size, static_cast<uint64_t>(here));
+    const uint64_t rest = m_size - std::min(m_size, m_position);
     const uint64_t passed = std::min(blocks, rest / size);
     if (::lseek(m_descriptor, static_cast<off_t>(passed * size), SEEK_CUR) < 0)
         throw Failure::system(m_name, errno);

@@ -60,7 +60,7 @@ public:
         return m_regular;
     }
 
-    /// Bytes of the whole input, 0 when that is not known (a pipe).
+    /// Bytes from where the input stood to its end, 0 when that is not known (a pipe).
     [[nodiscard]] uint64_t size() const
     {
         return m_size;

@@ -232,9 +232,7 @@ std::string partOfFrame(uint64_t bytes, const FrameLayout &layout)
 FrameReader::FrameReader(const std::string &path, const FrameLayout &layout)
     : m_input(path), m_layout(layout), m_bytes(layout.frameBytes()), m_frame(layout, m_bytes)
 {
-    // Standard input may stand anywhere in its file.
-    if (path != "-" && m_input.isRegularFile() &&
-        (m_input.size() == 0 || m_input.size() % layout.frameBytes() != 0))
+    if (m_input.isRegularFile() && (m_input.size() == 0 || m_input.size() % layout.frameBytes() != 0))
         throw Failure(kExitMalformed, m_input.name() + ": " + partOfFrame(m_input.size(), layout));
 }
 
