@@ -276,9 +276,10 @@ public:
                                                    format.bits,
                                                    0};
         const bool deinterleave = options.split || options.only != 0;
-        const std::string what = std::string{format.name} +
-                                 " cannot be split into samples of this width: 32 bits need --bits, 24 "
-                                 "in 32 have none, 8 never can";
+        const std::string what = std::string{format.name} + " cannot be split into samples of this width: " +
+                                 (format.bits == 8    ? "8 bits never can"
+                                  : format.bits == 32 ? "32 bits need --bits"
+                                                      : "24 bits in 32 stay 24");
         if (KIVCS2_FAILED(
                 kivCS2PCMAudioConverter_init(&m_record, &input, deinterleave, options.swap, options.bits)))
             throw Failure(kExitUsage,
