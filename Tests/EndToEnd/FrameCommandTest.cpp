@@ -126,6 +126,15 @@ TEST_F(FrameCommand, TellsWhatAFileHolds)
     EXPECT_EQ(json({"frame", "info", file, "--video", "625i25 10 Bit"}, 3)["bytesLeftOver"], 5);
     EXPECT_THAT(run({"frame", "info", "-", "--video", "625i25 10 Bit"}, slurp(file)).out,
                 HasSubstr("Left over  5 bytes"));
+    // Showing a frame takes none from those that are counted, and the input may stand behind its start.
+    const Words shown = {"frame", "info",     "-",    "--width", "2",       "--height",
+                         "2",     "--format", "rgba", "--show",  "--frame", "1"};
+    const std::string frames(3 * 16 + 5, 'x');
+    EXPECT_THAT(run(shown, frames).out, HasSubstr("Frames     3\n"));
+    const Result later = run(shown, frames, -1, 37);
+    EXPECT_EQ(later.code, 1);
+    EXPECT_THAT(later.out, HasSubstr("standard input, 16 bytes"));
+    EXPECT_THAT(later.err, HasSubstr("there is no frame 1"));
 }
 
 // The values that ITU-R BT.801 and the SMPTE patterns have, in 8 bits and in 10.

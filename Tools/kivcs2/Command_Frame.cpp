@@ -116,10 +116,10 @@ std::string targetName(const FrameArguments &arguments)
     return arguments.target == "-" ? "standard output" : visible(arguments.target);
 }
 
-int noSuchFrame(const FrameReader &reader, uint64_t frame)
+int noSuchFrame(const std::string &name, uint64_t frames, uint64_t frame)
 {
-    note(reader.input().name() + ": " + count(reader.number(), "frame") + "; there is no frame " +
-         std::to_string(frame) + ", counted from 0");
+    note(name + ": " + count(frames, "frame") + "; there is no frame " + std::to_string(frame) +
+         ", counted from 0");
     return kExitNo;
 }
 
@@ -163,7 +163,7 @@ int forEachFrame(const FrameArguments &arguments, const FrameLayout &layout, con
         progress.at(reader.input().position(), reader.input().size());
     }
     if (arguments.show && !shown)
-        return noSuchFrame(reader, arguments.frame);
+        return noSuchFrame(reader.input().name(), reader.number(), arguments.frame);
     writer.commit();
     if (arguments.target.empty())
         return kExitYes;
@@ -306,7 +306,7 @@ int png(const FrameArguments &arguments)
     reader.skip(arguments.frame);
     const Frame *frame = reader.next();
     if (frame == nullptr)
-        return noSuchFrame(reader, arguments.frame);
+        return noSuchFrame(reader.input().name(), reader.number(), arguments.frame);
     if (arguments.show)
         show(*frame, arguments, layout.height, layout.pixelAspect);
     if (arguments.target.empty())
@@ -326,30 +326,40 @@ int png(const FrameArguments &arguments)
     return kExitYes;
 }
 
-// The bytes of the whole input; what is no file is read to its end.
-uint64_t sizeOf(const std::string &source, const FrameLayout &layout)
+// The bytes of the whole input; what is no file is read to its end. The frame that is to be shown is shown in passing,
+// for a pipe can be read once.
+uint64_t sizeOf(const FrameArguments &arguments, const FrameLayout &layout)
 {
-    Input input{source};
-    if (source != "-" && input.isRegularFile())
-        return input.size();
+    Input input{arguments.source};
+    uint64_t number = 0;
+    if (input.isRegularFile())
+    {
+        if (!arguments.show)
+            return input.size();
+        number = input.skip(arguments.frame, layout.frameBytes());
+    }
     Progress progress{"reading " + input.name()};
     std::vector<uint8_t> block(layout.frameBytes());
-    while (input.read(block) > 0)
+    const Frame frame{layout, block};
+    while (const size_t filled = input.read(block))
+    {
+        if (arguments.show && filled == block.size() && number++ == arguments.frame)
+            show(frame, arguments, layout.height, layout.pixelAspect);
+        if (input.isRegularFile())
+            break;
         progress.at(input.position(), input.size());
-    return input.position();
+    }
+    return input.isRegularFile() ? input.size() : input.position();
 }
 
 int info(const FrameArguments &arguments)
 {
     const FrameLayout layout = layoutOf(arguments);
-    if (arguments.show)
-        (void)forEachFrame(arguments, layout, "reading",
-                           [](const Frame &frame) { return converted(frame, *frame.pixels); });
-    const uint64_t bytes = sizeOf(arguments.source, layout);
+    const uint64_t bytes = sizeOf(arguments, layout);
     const uint64_t frames = bytes / layout.frameBytes();
     const uint64_t rest = bytes % layout.frameBytes();
     const std::string name = place(arguments.source, 0);
-    const int code = frames == 0 || rest != 0 ? kExitMalformed : kExitYes;
+    int code = frames == 0 || rest != 0 ? kExitMalformed : kExitYes;
     const bool timed = layout.framesPerSecond > 0;
     const double seconds = timed ? static_cast<double>(frames) / layout.framesPerSecond : 0;
     if (arguments.json)
@@ -372,6 +382,8 @@ int info(const FrameArguments &arguments)
     if (rest != 0)
         facts.add("Left over", Output::bad(count(rest, "byte")));
     facts.print();
+    if (arguments.show && arguments.frame >= frames)
+        code = std::max(code, noSuchFrame(name, frames, arguments.frame));
     return code;
 }
 
