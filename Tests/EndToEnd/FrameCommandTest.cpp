@@ -252,6 +252,8 @@ TEST_F(FrameCommand, ConvertsAndScalesByTheLibrary)
               bytes({255, 255, 255, 0, 255, 255, 255, 0}));
     EXPECT_EQ(made({"clear", "-", "--colour", "white"}, sized(1, 1, "argb")), bytes({0, 255, 255, 255}));
     EXPECT_EQ(made({"clear", "-"}, sized(2, 1, "2vuy")), bytes({128, 16, 128, 16}));
+    // A last odd pixel has the chroma of its pair too.
+    EXPECT_EQ(made({"clear", "-"}, sized(3, 1, "yuvs")), bytes({16, 128, 16, 128, 16, 128, 16, 128}));
 }
 
 TEST_F(FrameCommand, MakesPicturesToLookAt)

@@ -272,6 +272,15 @@ int repeat(const FrameArguments &arguments, const FrameLayout &layout, const Fra
     return kExitYes;
 }
 
+// The library fills pixels: of the pair of a last odd one, the chroma that it shares is missing.
+void completeLastPairs(const Frame &frame)
+{
+    const LockedPixels pixels{frame.buffer.get()};
+    const size_t bytes = frame.pixels->rowBytes(frame.width());
+    for (size_t row = 0; row < frame.height(); ++row)
+        std::copy_n(pixels.row(row), 2, pixels.row(row) + bytes - 2);
+}
+
 int clear(const FrameArguments &arguments)
 {
     const FrameLayout layout = layoutOf(arguments);
@@ -282,6 +291,8 @@ int clear(const FrameArguments &arguments)
                                         "there");
     Frame frame{filled, layout.width, layout.height};
     check(kivCS2PixelBuffer_clear(frame.buffer.get(), kClearColours.at(arguments.colour)), "filling a frame");
+    if (!layout.pixels->isRGB() && layout.width % 2 != 0)
+        completeLastPairs(frame);
     return repeat(arguments, layout, converted(frame, *layout.pixels), arguments.colour);
 }
 
