@@ -2,6 +2,7 @@
 #include "Command.h"
 #include "Failure.h"
 #include "Output.h"
+#include "VideoFormats.h"
 
 #include <KIVCoreServices2/KIVCS2Codec.h>
 
@@ -136,11 +137,10 @@ int showCodec(const std::string &wanted, const std::string &formatName, bool jso
     KIVCS2VideoFormatDescription format{};
     if (!formatName.empty())
     {
-        KIVCS2VideoFormat formatCode = 0;
-        if (KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName(formatName.c_str(), &formatCode)))
-            check(kivCS2VideoFormat_getFormatForName((formatName + " 8 Bit").c_str(), &formatCode),
-                  formatName);
-        check(kivCS2VideoFormat_getDescription(formatCode, &format), formatName);
+        const auto found = findVideoFormat(formatName);
+        if (!found)
+            throw Failure(kExitUsage, noVideoFormat(formatName));
+        format = *found;
     }
     const KIVCS2CodecDescription description = describe(*name, format);
     const double perSecond =

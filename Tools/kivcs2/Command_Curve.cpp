@@ -73,8 +73,10 @@ int listCurves(bool json)
     return kExitYes;
 }
 
-int plotCurves(const std::string &wanted)
+int plotCurves(const std::string &wanted, bool json)
 {
+    if (json)
+        throw Failure(kExitUsage, "a plot is no JSON; kivcs2 curve list has values");
     if (wanted.empty())
         printCurves(Output::width());
     else
@@ -263,9 +265,9 @@ void addCurveCommand(CLI::App &app, Context &context)
     plot->callback(
         [&context, plotted]
         {
-            context.run = [plotted]
+            context.run = [&context, plotted]
             {
-                return plotCurves(*plotted);
+                return plotCurves(*plotted, context.json);
             };
         });
 
