@@ -53,8 +53,7 @@ struct ChildNote
 // What the child does before it executes; -1 and null leave a thing alone.
 struct ChildSetup
 {
-    ChildNote *note =
-        nullptr; // it writes itself down here before all, and goes no further if `parent` is gone
+    ChildNote *note = nullptr; // it writes itself down here before all, and ends if `parent` is gone
     pid_t parent = 0;
     int announce = -1;                      // its process id is written here first
     std::atomic<bool> *announced = nullptr; // set behind that, also where nobody reads; the child runs on it
