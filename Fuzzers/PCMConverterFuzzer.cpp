@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -71,7 +72,7 @@ void convertInterleaved(KIVCS2PCMAudioConverter &converter, const Bytes &input, 
     kiv::audio::kernelsOf(kiv::audio::KernelKind::portable)
         .convert(kiv::audio::makeConversion(in, layout(converter.m_outputFormat)), input.data(), plain.data(),
                  input.size() / in.bytes);
-    KIV_FUZZ_EXPECT(std::memcmp(output.data(), plain.data(), written) == 0);
+    KIV_FUZZ_EXPECT(std::equal(plain.begin(), plain.begin() + written, output.begin()));
 }
 } // namespace
 
