@@ -7,9 +7,9 @@
 
 #include <AudioToolbox/PCM.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <algorithm>
 #include <cstring>
 #include <vector>
 
