@@ -9,6 +9,7 @@
 #include <KIVPlatform/KIVPlatform.h>
 
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <new>
 
 namespace
 {
@@ -90,6 +92,28 @@ void closeAllBut(std::array<int32_t, 3> kept)
 {
     siginfo_t info{};
     return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+// Whether the child of this launch has told its id; null without memory. Shared, because under some tools a child
+// of vfork has a memory of its own, and is not waited for.
+constinit std::atomic<bool> *g_announced = nullptr;
+
+void shareAnnouncement()
+{
+    void *memory =
+        mmap(nullptr, sizeof *g_announced, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory != MAP_FAILED)
+        g_announced = new (memory) std::atomic<bool>{false};
+}
+
+[[nodiscard]] bool diedSilently(pid_t child)
+{
+    if (g_announced == nullptr || g_announced->load())
+        return false;
+    siginfo_t info{};
+    const bool lives =
+        waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
+    return !lives && !g_announced->load();
 }
 
 // Takes what has ended off the process table, reported where there is room.
@@ -263,11 +287,13 @@ KIVCS2Status kivCS2TaskServerPrv_exec(const char *command, char *const *argv)
     KIV_TRY(plan.prepare(command, argv));
     kiv::ChildSetup setup;
     setup.announce = g_CSTaskServer.m_descriptors[kPidWrite];
-    std::atomic<bool> announced{false};
-    setup.announced = &announced;
+    setup.announced = g_announced;
+    if (g_announced != nullptr)
+        g_announced->store(false);
+    const pid_t child = kiv::spawn(plan, setup);
     // The host waits for the id of a child that was killed before it could tell it: as with none at all, the end of
     // this server tells the host, which tries once more with another.
-    return kiv::spawn(plan, setup) >= 0 && announced.load() ? KIVCS2STATUS_OK : KIVCS2STATUS_FORK_ERR;
+    return child >= 0 && !diedSilently(child) ? KIVCS2STATUS_OK : KIVCS2STATUS_FORK_ERR;
 }
 
 KIVCS2Status kivCS2TaskServerPrv_childProcess()
@@ -280,6 +306,7 @@ KIVCS2Status kivCS2TaskServerPrv_childProcess()
                  server.m_descriptors[kReportWrite]});
     (void)KIVPAdoptOrphans(); // without it, what loses its parent stays behind at the end
     (void)KIVPSetThreadName("kivcs2-tasks");
+    shareAnnouncement();
     setUpSignals();
 
     const KIVCS2Status status = serve();

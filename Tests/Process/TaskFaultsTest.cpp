@@ -595,6 +595,9 @@ TEST(TaskFaults, TheServerIsKilledAtEveryByte)
 
 TEST(TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
 {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "ThreadSanitizer forks where vfork is asked for, and the server goes on before its child";
+#endif
     inChild(
         []
         {
