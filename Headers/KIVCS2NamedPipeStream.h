@@ -6,6 +6,10 @@
  * What a FIFO cannot do is answered with KIVCS2STATUS_UNSUPPORTED_ERR here, where the anonymous pipe
  * says KIVCS2STATUS_PIPE_ERR. Writing to a FIFO whose reader is gone is a failed write and never
  * raises SIGPIPE. One record is used by one thread at a time.
+ *
+ * The descriptor is above 2, also in a host whose standard streams are closed, and is closed on exec. To pass
+ * it to a program that the host executes itself, put it on a number of the program's choice between fork and
+ * exec, `dup2(pipe.m_fileDescriptor, STDIN_FILENO)`: the copy stays open. Or pass the path.
  */
 #ifndef KIVCS2_NAMED_PIPE_STREAM_H
 #define KIVCS2_NAMED_PIPE_STREAM_H
@@ -42,12 +46,15 @@ KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_setup(KIVCS2NamedPipeStream *strea
 /**
  * Opens a FIFO for reading, or for writing where only KIVCS2NamedPipeFlag_Write is given. Without
  * KIVCS2NamedPipeFlag_NonBlocking the opening waits for the other end. A created FIFO has permissions
- * 0600. Release the stream with kivCS2NamedPipeStream_free(), also after KIVCS2STATUS_MEMORY_ERR.
+ * 0600. Release the stream with kivCS2NamedPipeStream_free(), also after KIVCS2STATUS_MEMORY_ERR. Whatever else
+ * stands at the path (a file, a device, a folder) is neither opened nor changed; a link counts as what it
+ * leads to.
  * @retval KIVCS2STATUS_PARAM_ERR   `stream` or `filename` is null
  * @retval KIVCS2STATUS_DATA_ERR    the path is missing or refused, and Create was not given
  * @retval KIVCS2STATUS_FIFO_ERR    the FIFO could not be created
- * @retval KIVCS2STATUS_OPEN_ERR    the opening failed for another reason, such as a non-blocking
- *                                  opening for writing without a reader
+ * @retval KIVCS2STATUS_OPEN_ERR    the path leads to something other than a FIFO, or the opening failed
+ *                                  for another reason, such as a non-blocking opening for writing
+ *                                  without a reader
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the path; the pipe is open and closed by `close`
  */
 KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_init(KIVCS2NamedPipeStream *stream, const char *filename,

@@ -5,6 +5,13 @@
  * The two descriptors may serve two parties (a parent and its child after a fork); one record is used
  * by one thread at a time. Writing to a pipe whose reader is gone is a failed write and never raises
  * SIGPIPE.
+ *
+ * The descriptors that kivCS2PipeStream_init() makes are above 2, also in a host whose standard streams are
+ * closed, and are closed on exec. To pass an end to a program that the host executes itself, put it on a number
+ * of the program's choice between fork and exec; the copy stays open:
+ *
+ *     dup2(pipe.m_readPipe, STDIN_FILENO);
+ *     execv(path, arguments);
  */
 #ifndef KIVCS2_PIPE_STREAM_H
 #define KIVCS2_PIPE_STREAM_H
@@ -29,7 +36,8 @@ KIVCS2_API KIVCS2Status kivCS2PipeStream_setup(KIVCS2PipeStream *stream);
 /**
  * Makes a pipe pair. Release the stream with kivCS2PipeStream_free().
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
- * @retval KIVCS2STATUS_PIPE_ERR   no pipe could be made; the operations are filled, nothing is open
+ * @retval KIVCS2STATUS_PIPE_ERR   no pipe could be made, or no descriptor above 2 is left; the operations
+ *                                 are filled, nothing is open
  */
 KIVCS2_API KIVCS2Status kivCS2PipeStream_init(KIVCS2PipeStream *stream);
 

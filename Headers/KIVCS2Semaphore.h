@@ -7,6 +7,12 @@
  * the name, the first user of a shared name to free it ends the sharing for those who come later;
  * those who have it open keep theirs. Only `free` removes it: a process that is killed leaves its names
  * behind, also those made for it ("kivCS2" and a number), under /dev/shm until the machine stops.
+ *
+ * Any user of the machine can make a file under any name there. `init` shares a semaphore that belongs to
+ * the effective user or to root, and another user's only if it is writable for its group and the group is
+ * one of this process. To share one between users, give them a group (and a mask of 002 to the process that
+ * comes first), or let root make it. Who may write to a semaphore's file may also cut it, which ends the
+ * processes that use it with SIGBUS: a mask of 0 lets every user of the machine do so.
  */
 #ifndef KIVCS2_SEMAPHORE_H
 #define KIVCS2_SEMAPHORE_H
@@ -31,11 +37,12 @@ typedef struct KIVCS2Semaphore
 
 /**
  * Opens the semaphore `name`, made when there is none, and takes all its pending counts: it starts
- * at 0 also when others had posted to it.
+ * at 0 also when others had posted to it. An automatic name is always a new one.
  * @param[in] name  at most 255 bytes, copied; null makes a name from the machine's absolute clock
  * @retval KIVCS2STATUS_PARAM_ERR        `pSemaphore` is null
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `name` has 256 bytes or more; the record is zero
- * @retval KIVCS2STATUS_SEMAPHORE_ERR    the system opened none; `m_semaphore` is null
+ * @retval KIVCS2STATUS_SEMAPHORE_ERR    the system opened none, or what stands under the name is not a
+ *                                       semaphore or is another user's; `m_semaphore` is null
  * Thread safety: the owner alone. Source: POSIX.1-2017, sem_open.
  */
 KIVCS2_API KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const char *name);

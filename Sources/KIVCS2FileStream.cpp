@@ -4,9 +4,13 @@
 #include "Private/Check.h"
 #include "Private/HeapLimit.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 namespace
@@ -28,6 +32,38 @@ constexpr std::array<int, KIVCS2StreamPosition_MAX> kSeekOrigin = {
                  KIVCS2STATUS_PARAM_ERR)
 #define CHECK_GIVEN(argument)                                                                                \
     KIV_CHECK_AS((argument) != nullptr, "(" #argument ") != NULL", KIVCS2STATUS_PARAM_ERR)
+
+// fopen, closed on exec from the first moment: a program that another thread launches meanwhile must not
+// keep the file open. The "e" goes behind the first character, because the C library looks at six flags only.
+[[nodiscard]] FILE *openClosedOnExec(const char *filename, const char *accessMode)
+{
+    constexpr size_t kLongestMode = 6; // its first character and five flags; the "e" is the sixth
+    const size_t length = std::strlen(accessMode);
+    if (length > 0 && length <= kLongestMode)
+    {
+        char mode[kLongestMode + 2] = {accessMode[0], 'e'};
+        std::memcpy(mode + 2, accessMode + 1, length); // with its terminator
+        return std::fopen(filename, mode);
+    }
+    FILE *const file = std::fopen(filename, accessMode);
+    if (file != nullptr)
+        (void)fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+    return file;
+}
+
+// In a host whose standard streams are closed the file would become one of them, and messages for standard
+// error would be written into it.
+[[nodiscard]] FILE *moveAboveStandardStreams(FILE *file, const char *accessMode)
+{
+    if (file == nullptr || fileno(file) > STDERR_FILENO)
+        return file;
+    const int descriptor = fcntl(fileno(file), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    FILE *const moved = descriptor >= 0 ? fdopen(descriptor, accessMode) : nullptr;
+    if (moved == nullptr && descriptor >= 0)
+        close(descriptor);
+    (void)std::fclose(file); // nothing has been written yet
+    return moved;
+}
 
 // The size, with the position put back.
 [[nodiscard]] KIVCS2Status measure(FILE *file, uint64_t *size)
@@ -67,7 +103,7 @@ KIVCS2Status kivCS2FileStream_init(KIVCS2FileStream *stream, const char *filenam
     CHECK_GIVEN(accessMode);
 
     KIV_TRY(kivCS2FileStream_setup(stream));
-    stream->m_file = std::fopen(filename, accessMode);
+    stream->m_file = moveAboveStandardStreams(openClosedOnExec(filename, accessMode), accessMode);
     return stream->m_file != nullptr ? KIVCS2STATUS_OK : KIVCS2STATUS_OPEN_ERR;
 }
 

@@ -43,6 +43,31 @@ struct OpenMode
     return mode;
 }
 
+[[nodiscard]] bool isFifo(const struct stat &info)
+{
+    return S_ISFIFO(info.st_mode);
+}
+
+// Opens the FIFO that `path` leads to; -1 and errno for everything else. Before the opening the path is looked at,
+// because opening a device may wait or act; behind it the descriptor is, because the path may have changed.
+[[nodiscard]] int openFifo(const char *path, int flags)
+{
+    struct stat info
+    {
+    };
+    if (stat(path, &info) == 0 && !isFifo(info))
+    {
+        errno = EEXIST;
+        return -1;
+    }
+    const int descriptor = KIVPAboveStandardStreams(open(path, flags));
+    if (descriptor < 0 || (fstat(descriptor, &info) == 0 && isFifo(info)))
+        return descriptor;
+    close(descriptor);
+    errno = EEXIST;
+    return -1;
+}
+
 #define CHECK_GIVEN(argument)                                                                                \
     KIV_CHECK_AS((argument) != nullptr, "(" #argument ") != NULL", KIVCS2STATUS_PARAM_ERR)
 #define CHECK_OPEN(stream)                                                                                   \
@@ -83,7 +108,7 @@ KIVCS2Status kivCS2NamedPipeStream_init(KIVCS2NamedPipeStream *stream, const cha
         // The opening tells whether it worked; a FIFO that another process made meanwhile will do.
         (void)mkfifo(filename, kOwnerReadsAndWrites);
     }
-    stream->m_fileDescriptor = open(filename, mode.flags);
+    stream->m_fileDescriptor = openFifo(filename, mode.flags);
     if (stream->m_fileDescriptor < 0)
         return errno == ENOENT ? KIVCS2STATUS_FIFO_ERR : KIVCS2STATUS_OPEN_ERR;
     return kivCS2String_createCopy(&stream->m_path, filename);

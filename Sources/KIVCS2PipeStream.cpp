@@ -5,7 +5,6 @@
 
 #include <KIVPlatform/KIVPlatform.h>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
@@ -40,18 +39,12 @@ KIVCS2Status kivCS2PipeStream_init(KIVCS2PipeStream *stream)
 {
     KIV_TRY(kivCS2PipeStream_setup(stream));
 
-    // Closed on exec: a program launched elsewhere in the host would keep the pipe from ever ending.
+    // Closed on exec: a program launched elsewhere in the host would keep the pipe from ever ending. Above
+    // the standard streams: a daemon without standard input would get descriptor 0, which marks a closed end.
     std::array<int, 2> pipes{};
-    if (pipe2(pipes.data(), O_CLOEXEC) != 0)
+    if (KIVPPipe(pipes.data()) != 0)
         return KIVCS2STATUS_PIPE_ERR;
-    const KIVCS2Status status = kivCS2PipeStream_initWithPipes(stream, pipes[0], pipes[1]);
-    if (KIVCS2_FAILED(status))
-    {
-        // Descriptor 0 was free and is refused; the pair has no other owner.
-        close(pipes[0]);
-        close(pipes[1]);
-    }
-    return status;
+    return kivCS2PipeStream_initWithPipes(stream, pipes[0], pipes[1]);
 }
 
 KIVCS2Status kivCS2PipeStream_initWithPipes(KIVCS2PipeStream *stream, int32_t readPipe, int32_t writePipe)

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -17,6 +18,8 @@ static_assert(KIVP_SEMAPHORE_NAME_SIZE == KIVCS2SemaphoreNameMax);
 
 namespace
 {
+constexpr mode_t kMode = 0666; // less the process's mask: semaphores are for every user that it lets in
+
 // Held while the system changes its list of open semaphores: its own lock is one that thread checkers do not see,
 // and semaphores of several workers are opened and closed on several threads.
 constinit std::mutex openSemaphores;
@@ -34,6 +37,31 @@ constinit std::mutex openSemaphores;
     while (!s_last.compare_exchange_weak(last, next, std::memory_order_relaxed));
     return next;
 }
+
+[[nodiscard]] sem_t *openShared(const char *name)
+{
+    char systemName[KIVP_SEMAPHORE_NAME_SIZE];
+    KIVPSemaphoreName(name, systemName);
+    const std::lock_guard lock{openSemaphores};
+    return KIVPSemaphoreOpen(systemName, kMode);
+}
+
+// Nobody else knows an automatic name, so what stands under it is not ours to share: the next one is taken.
+[[nodiscard]] sem_t *makeUnshared(char (&name)[KIVCS2SemaphoreNameMax])
+{
+    constexpr int kMostTries = 1000;
+    char systemName[KIVP_SEMAPHORE_NAME_SIZE];
+    const std::lock_guard lock{openSemaphores};
+    for (int tried = 0; tried < kMostTries; ++tried)
+    {
+        (void)std::snprintf(name, sizeof name, "kivCS2%lld", static_cast<long long>(nextNameTime()));
+        KIVPSemaphoreName(name, systemName);
+        sem_t *const semaphore = sem_open(systemName, O_CREAT | O_EXCL, kMode, 0);
+        if (semaphore != SEM_FAILED || errno != EEXIST)
+            return semaphore;
+    }
+    return SEM_FAILED;
+}
 } // namespace
 
 KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const char *name)
@@ -41,25 +69,18 @@ KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const char *name)
     KIV_CHECK(pSemaphore);
 
     *pSemaphore = {};
+    sem_t *semaphore = SEM_FAILED;
     if (name != nullptr)
     {
         const size_t length = strnlen(name, sizeof pSemaphore->m_name);
         if (length == sizeof pSemaphore->m_name)
             return KIVCS2STATUS_BUFFER_SIZE_ERR;
         std::memcpy(pSemaphore->m_name, name, length);
+        semaphore = openShared(pSemaphore->m_name);
     }
     else
     {
-        (void)std::snprintf(pSemaphore->m_name, sizeof pSemaphore->m_name, "kivCS2%lld",
-                            static_cast<long long>(nextNameTime()));
-    }
-
-    char systemName[KIVP_SEMAPHORE_NAME_SIZE];
-    KIVPSemaphoreName(pSemaphore->m_name, systemName);
-    sem_t *semaphore = nullptr;
-    {
-        const std::lock_guard lock{openSemaphores};
-        semaphore = sem_open(systemName, O_CREAT, 0666, 0);
+        semaphore = makeUnshared(pSemaphore->m_name);
     }
     if (semaphore == SEM_FAILED)
         return KIVCS2STATUS_SEMAPHORE_ERR;

@@ -2,13 +2,17 @@
 #include <KIVCoreServices2/KIVCS2FileStream.h>
 
 #include "ArgumentCheck.h"
+#include "NoStandardStreams.h"
 #include "TemporaryFolder.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
 #include <cstddef>
+#include <cstdio>
+#include <filesystem>
 #include <string>
 
 static_assert(offsetof(KIVCS2FileStream, m_stream) == 0);
@@ -214,5 +218,49 @@ TEST(FileStream, BytesLostAtTheCloseAreReported)
     EXPECT_EQ(count, 3u); // still in the buffer
     EXPECT_EQ(kivCS2FileStream_close(&file.m_stream), KIVCS2STATUS_WRITE_ERR);
     EXPECT_EQ(file.m_file, nullptr);
+}
+
+// A launched child must not keep the file open, nor may the file become a standard stream of a daemon.
+TEST(FileStream, EveryModeIsClosedOnExecAndAboveTheStandardStreams)
+{
+    for (const char *mode : {"r", "r+", "rb+", "re", "a", "a+", "w", "w+bm", "wbbbbb", "wbbbbbb"})
+        for (const int closed : {0, 1, 3})
+        {
+            SCOPED_TRACE(std::string{mode} + ' ' + std::to_string(closed));
+            const TemporaryFolder folder;
+            const std::string path = folder.write("a", "0123");
+            KIVCS2FileStream file;
+            KIVCS2Status status = KIVCS2STATUS_SYSTEM_ERR;
+            {
+                const kiv::test::NoStandardStreams none{closed};
+                status = kivCS2FileStream_init(&file, path.c_str(), mode);
+            }
+            ASSERT_EQ(status, KIVCS2STATUS_OK);
+            EXPECT_GT(fileno(file.m_file), STDERR_FILENO);
+            EXPECT_EQ(fcntl(fileno(file.m_file), F_GETFD), FD_CLOEXEC);
+            const bool isRead = mode[0] == 'r';
+            char byte = '9';
+            uint64_t count = 0;
+            if (isRead)
+            {
+                EXPECT_EQ(kivCS2FileStream_readBytes(&file.m_stream, &byte, 1, &count), KIVCS2STATUS_OK);
+            }
+            else
+            {
+                EXPECT_EQ(kivCS2FileStream_writeBytes(&file.m_stream, &byte, 1, &count), KIVCS2STATUS_OK);
+            }
+            EXPECT_EQ(count, 1u);
+            EXPECT_EQ(kivCS2FileStream_free(&file.m_stream), KIVCS2STATUS_OK);
+            EXPECT_EQ(std::filesystem::file_size(path), mode[0] == 'w' ? 1u : mode[0] == 'a' ? 5u : 4u);
+        }
+    // What the C library makes of the mode stays.
+    const TemporaryFolder folder;
+    const std::string path = folder.write("a", "0123");
+    for (const char *mode : {"wx", "", "q", "er"})
+    {
+        KIVCS2FileStream file;
+        EXPECT_EQ(kivCS2FileStream_init(&file, path.c_str(), mode), KIVCS2STATUS_OPEN_ERR) << mode;
+    }
+    EXPECT_EQ(std::filesystem::file_size(path), 4u);
 }
 } // namespace

@@ -2,16 +2,23 @@
 #include <KIVCoreServices2/KIVCS2NamedPipeStream.h>
 
 #include "ArgumentCheck.h"
+#include "NoStandardStreams.h"
 #include "TemporaryFolder.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 
 static_assert(offsetof(KIVCS2NamedPipeStream, m_stream) == 0);
 static_assert(offsetof(KIVCS2NamedPipeStream, m_path) == 80);
@@ -21,6 +28,19 @@ static_assert(sizeof(KIVCS2NamedPipeStream) == 96);
 static_assert(KIVCS2NamedPipeFlag_Read == 0x02 && KIVCS2NamedPipeFlag_Write == 0x04 &&
               KIVCS2NamedPipeFlag_NonBlocking == 0x08 && KIVCS2NamedPipeFlag_Create == 0x10 &&
               KIVCS2NamedPipeFlag_Unlink == 0x20);
+
+namespace
+{
+std::function<void()> g_beforeOpen; // runs once, between whatever looked at a path before and its opening
+} // namespace
+
+// A program's own call stands before the C library's.
+extern "C" __attribute__((visibility("default"))) int open(const char *path, int flags, ...)
+{
+    if (const auto run = std::exchange(g_beforeOpen, nullptr))
+        run();
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0600));
+}
 
 namespace
 {
@@ -190,5 +210,88 @@ TEST(NamedPipeStream, ASecondCloseDoesNotTouchDescriptorZero)
     const bool hadInput = fcntl(0, F_GETFD) >= 0;
     EXPECT_EQ(kivCS2NamedPipeStream_close(&pipe.m_stream), KIVCS2STATUS_PARAM_ERR);
     EXPECT_EQ(fcntl(0, F_GETFD) >= 0, hadInput);
+}
+
+TEST(NamedPipeStream, WhatIsNoFifoIsRefusedAndLeft)
+{
+    const TemporaryFolder folder;
+    const std::string file = folder.path("file");
+    const std::string link = folder.path("link");
+    const std::string linkToFifo = folder.path("linkToFifo");
+    std::ofstream{file} << "content";
+    std::filesystem::create_symlink(file, link);
+    ASSERT_EQ(mkfifo(folder.path("fifo").c_str(), 0600), 0);
+    std::filesystem::create_symlink(folder.path("fifo"), linkToFifo);
+    const std::string device = "/dev/null";
+    for (const std::string &path : {file, link, device, folder.path("")})
+        for (const uint32_t flags : {kWrite, kRead, kWrite | kCreate | kUnlink, kWrite | kNow})
+        {
+            SCOPED_TRACE(path + ' ' + std::to_string(flags));
+            KIVCS2NamedPipeStream pipe;
+            EXPECT_EQ(kivCS2NamedPipeStream_init(&pipe, path.c_str(), flags), KIVCS2STATUS_OPEN_ERR);
+            EXPECT_EQ(pipe.m_fileDescriptor, -1);
+            EXPECT_EQ(kivCS2NamedPipeStream_close(&pipe.m_stream), KIVCS2STATUS_PARAM_ERR);
+            EXPECT_TRUE(exists(path));
+        }
+    EXPECT_EQ(std::filesystem::file_size(file), 7u);
+    // A link that leads to a FIFO is as good as the FIFO.
+    KIVCS2NamedPipeStream pipe;
+    EXPECT_EQ(kivCS2NamedPipeStream_init(&pipe, linkToFifo.c_str(), kRead | kNow), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2NamedPipeStream_free(&pipe.m_stream), KIVCS2STATUS_OK);
+}
+
+// Between the look at the path and the opening another may stand there: the descriptor decides.
+TEST(NamedPipeStream, AFileThatTakesTheFifosPlaceIsNotWritten)
+{
+    for (const uint32_t flags : {kWrite | kNow, kRead | kNow})
+    {
+        const TemporaryFolder folder;
+        const std::string path = folder.path("fifo");
+        const std::string file = folder.path("file");
+        std::ofstream{file} << "content";
+        ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+        g_beforeOpen = [&]
+        {
+            EXPECT_EQ(std::rename(file.c_str(), path.c_str()), 0);
+        };
+        KIVCS2NamedPipeStream pipe;
+        EXPECT_EQ(kivCS2NamedPipeStream_init(&pipe, path.c_str(), flags), KIVCS2STATUS_OPEN_ERR);
+        EXPECT_FALSE(exists(file)); // it was there in time
+        EXPECT_EQ(pipe.m_fileDescriptor, -1);
+        kivCS2NamedPipeStream_close(&pipe.m_stream);
+    }
+}
+
+// A daemon's FIFO gets a number above its closed standard streams; one that the host itself puts on descriptor 0
+// works as well.
+TEST(NamedPipeStream, StandardStreamsAreLeftFreeAndDescriptorZeroWorks)
+{
+    const TemporaryFolder folder;
+    const std::string path = folder.path("fifo");
+    KIVCS2NamedPipeStream reader;
+    KIVCS2NamedPipeStream writer;
+    {
+        const kiv::test::NoStandardStreams none{3};
+        kivCS2NamedPipeStream_init(&reader, path.c_str(), kRead | kNow | kCreate);
+        kivCS2NamedPipeStream_init(&writer, path.c_str(), kWrite | kNow);
+    }
+    for (const auto *pipe : {&reader, &writer})
+    {
+        ASSERT_GT(pipe->m_fileDescriptor, STDERR_FILENO);
+        EXPECT_NE(fcntl(pipe->m_fileDescriptor, F_GETFD) & FD_CLOEXEC, 0);
+    }
+    EXPECT_EQ(kivCS2Stream_writeBytes(&writer.m_stream, "a", 1, nullptr), KIVCS2STATUS_OK);
+    {
+        const kiv::test::NoStandardStreams none;
+        const int opened = reader.m_fileDescriptor;
+        ASSERT_EQ(dup2(opened, STDIN_FILENO), STDIN_FILENO);
+        close(opened);
+        reader.m_fileDescriptor = STDIN_FILENO;
+        char byte = 0;
+        EXPECT_EQ(kivCS2Stream_readBytes(&reader.m_stream, &byte, 1, nullptr), KIVCS2STATUS_OK);
+        EXPECT_EQ(byte, 'a');
+        EXPECT_EQ(kivCS2NamedPipeStream_close(&reader.m_stream), KIVCS2STATUS_OK);
+    } // and is closed
+    EXPECT_EQ(kivCS2NamedPipeStream_free(&writer.m_stream), KIVCS2STATUS_OK);
 }
 } // namespace

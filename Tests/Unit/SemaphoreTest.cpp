@@ -11,9 +11,13 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -147,6 +151,155 @@ TEST(Semaphore, RefusesNamesTheSystemCannotHold)
     OwnSemaphore empty{""};
     EXPECT_EQ(empty.status, KIVCS2STATUS_SEMAPHORE_ERR);
     EXPECT_EQ(empty.record.m_semaphore, nullptr);
+}
+
+// ---- names that others can occupy ----
+
+std::string fileOf(const std::string &name)
+{
+    return "/dev/shm/sem." + name;
+}
+
+// A file under the semaphore's name, as any user of the machine can make it.
+class Planted
+{
+public:
+    Planted(const std::string &name, size_t size) : m_path{fileOf(name)}
+    {
+        std::ofstream{m_path} << std::string(size, '\0');
+    }
+    ~Planted()
+    {
+        std::filesystem::remove(m_path);
+    }
+    Planted(const Planted &) = delete;
+    Planted &operator=(const Planted &) = delete;
+
+    void give(uid_t owner, gid_t group, mode_t mode) const
+    {
+        EXPECT_EQ(chown(m_path.c_str(), owner, group), 0);
+        EXPECT_EQ(chmod(m_path.c_str(), mode), 0);
+    }
+
+private:
+    std::string m_path;
+};
+
+TEST(Semaphore, WhatIsNoSemaphoreIsRefusedAndLeft)
+{
+    const std::string name = uniqueName(34);
+    const std::string path = fileOf(name);
+    const auto refused = [&](const char *what)
+    {
+        const OwnSemaphore semaphore{name.c_str()};
+        EXPECT_EQ(semaphore.status, KIVCS2STATUS_SEMAPHORE_ERR) << what;
+        EXPECT_EQ(semaphore.record.m_semaphore, nullptr);
+        EXPECT_TRUE(std::filesystem::exists(std::filesystem::symlink_status(path))) << what;
+    };
+    for (const size_t size : {size_t{0}, sizeof(sem_t) - 1, sizeof(sem_t) + 1}) // an empty one raised SIGBUS
+    {
+        const Planted file{name, size};
+        refused("a file");
+    }
+    const Planted target{name + "-target", sizeof(sem_t)};
+    std::filesystem::create_symlink(fileOf(name + "-target"), path);
+    refused("a link");
+    std::filesystem::remove(path);
+    ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
+    refused("a named pipe");
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+    refused("a folder");
+    std::filesystem::remove(path);
+}
+
+TEST(Semaphore, AnAutomaticNameThatIsTakenIsPassedBy)
+{
+    g_stoppedClock = mach_absolute_time() + 1'000'000'000'000; // above every name given so far
+    const Planted empty{"kivCS2" + std::to_string(g_stoppedClock), 0};
+    const Planted other{"kivCS2" + std::to_string(g_stoppedClock + 1), sizeof(sem_t)};
+    OwnSemaphore semaphore{nullptr};
+    EXPECT_EQ(semaphore.status, KIVCS2STATUS_OK);
+    EXPECT_EQ(semaphore.record.m_name, "kivCS2" + std::to_string(g_stoppedClock + 2));
+    semaphore.signal(1);
+    EXPECT_EQ(semaphore.count(), 1u);
+    g_stoppedClock = 0;
+}
+
+// Its owner could cut the file at any time, and with it every process that has it open.
+TEST(Semaphore, AnotherUsersIsSharedThroughAGroupAlone)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can give a file away";
+    constexpr uid_t kOther = 54321;
+    constexpr struct
+    {
+        uid_t owner;
+        gid_t group;
+        mode_t mode;
+        bool shared;
+    } rows[] = {
+        {kOther, kOther, 0666, false}, {kOther, 0, 0660, true},     {kOther, 0, 0606, false},
+        {0, kOther, 0666, true},       {kOther + 1, 0, 0664, true}, // through the group, for each that asks
+    };
+    const std::string name = uniqueName(36);
+    for (const auto &row : rows)
+    {
+        SCOPED_TRACE(testing::Message() << row.owner << ':' << row.group << ' ' << std::oct << row.mode);
+        const Planted file{name, sizeof(sem_t)};
+        file.give(row.owner, row.group, row.mode);
+        const OwnSemaphore semaphore{name.c_str()};
+        EXPECT_EQ(semaphore.status, row.shared ? KIVCS2STATUS_OK : KIVCS2STATUS_SEMAPHORE_ERR);
+    }
+    // Root's is everybody's, as far as its mode lets them in.
+    const Planted roots{name, sizeof(sem_t)};
+    roots.give(0, 0, 0666);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0)
+    {
+        const bool isOther = setgid(kOther) == 0 && setuid(kOther) == 0;
+        KIVCS2Semaphore theirs;
+        _exit(isOther && kivCS2Semaphore_init(&theirs, name.c_str()) == KIVCS2STATUS_OK ? 0 : 1);
+    }
+    int ended = 1;
+    ASSERT_EQ(waitpid(child, &ended, 0), child);
+    EXPECT_EQ(ended, 0);
+}
+
+// The file is looked at before it is mapped and again behind that: whatever stands there in between, nothing is
+// read that is not there.
+TEST(Semaphore, AFileThatChangesUnderTheNameEndsNoProcess)
+{
+    const std::string name = uniqueName(38);
+    std::atomic<bool> over{false};
+    std::thread changing{[&]
+                         {
+                             for (size_t size = 0; !over; size = sizeof(sem_t) - size)
+                             {
+                                 std::ofstream{fileOf(name + "-next")} << std::string(size, '\0');
+                                 std::rename(fileOf(name + "-next").c_str(), fileOf(name).c_str());
+                             }
+                         }};
+    size_t opened = 0;
+    for (int tried = 0; tried < 5000; ++tried)
+    {
+        KIVCS2Semaphore semaphore;
+        const KIVCS2Status status = kivCS2Semaphore_init(&semaphore, name.c_str());
+        if (status == KIVCS2STATUS_OK)
+        {
+            ++opened;
+            EXPECT_EQ(kivCS2Semaphore_free(&semaphore), KIVCS2STATUS_OK);
+        }
+        else
+        {
+            EXPECT_EQ(status, KIVCS2STATUS_SEMAPHORE_ERR);
+        }
+    }
+    over = true;
+    changing.join();
+    std::filesystem::remove(fileOf(name));
+    EXPECT_GT(opened, 0u);
 }
 
 TEST(Semaphore, FreeRemovesTheName)

@@ -5,6 +5,7 @@
 #ifndef KIV_PLATFORM_H
 #define KIV_PLATFORM_H
 
+#include <semaphore.h>
 #include <stddef.h>
 #include <sys/cdefs.h>
 #include <sys/types.h>
@@ -33,6 +34,18 @@ KIVP_EXPORT ssize_t KIVPWriteWithoutSignal(int fd, const void *buffer, size_t si
 KIVP_EXPORT void KIVPSemaphoreName(const char *name, char encoded[KIVP_SEMAPHORE_NAME_SIZE]);
 
 /**
+ * sem_open(3) with O_CREAT and a count of 0 that cannot be killed by what another user left under the
+ * name: an existing file is opened only if it is a regular file of a semaphore's size and belongs to the
+ * effective user, to root, or, writable for its group, to a group of this process. It is looked at before
+ * the C library maps it and again behind that. Close and remove it with sem_close() and sem_unlink().
+ * @param[in] systemName  from KIVPSemaphoreName()
+ * @param     mode        permissions of a new one, less the process's mask
+ * @return SEM_FAILED and errno: EINVAL for another file, EPERM for another user's, EAGAIN if the name is
+ *         made and removed without end, else sem_open's. Any thread.
+ */
+KIVP_EXPORT sem_t *KIVPSemaphoreOpen(const char *systemName, mode_t mode);
+
+/**
  * Names the calling thread for debuggers and process listings; Linux keeps 15 bytes, so a longer name
  * ends at the last whole UTF-8 character within them.
  * @return 0, or the error number of the system
@@ -51,6 +64,13 @@ KIVP_EXPORT int KIVPCloseDescriptors(unsigned int first, unsigned int last);
  * @return 0, or -1 and errno
  */
 KIVP_EXPORT int KIVPAdoptOrphans(void);
+
+/**
+ * Gives `fd` a number above the standard streams, closed on exec, and closes the old number. A number
+ * above them is returned as it is. Any thread.
+ * @return the number, or -1 and errno: `fd` is closed then, and -1 stays -1
+ */
+KIVP_EXPORT int KIVPAboveStandardStreams(int fd);
 
 /** pipe2(2) with both ends closed on exec and above the standard streams, also where those are closed. */
 KIVP_EXPORT int KIVPPipe(int ends[2]);

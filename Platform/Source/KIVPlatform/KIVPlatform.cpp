@@ -34,18 +34,6 @@ uint64_t fnv1a(std::string_view text) noexcept
         hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001b3u;
     return hash;
 }
-
-// Gives `fd` a number above the standard streams; closes it where that fails.
-int moveUp(int fd) noexcept
-{
-    if (fd > STDERR_FILENO)
-        return fd;
-    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    const int moveError = errno;
-    close(fd);
-    errno = moveError;
-    return moved;
-}
 } // namespace
 
 ssize_t KIVPWriteWithoutSignal(int fd, const void *buffer, size_t size)
@@ -122,15 +110,26 @@ int KIVPAdoptOrphans(void)
     return prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
 }
 
+int KIVPAboveStandardStreams(int fd)
+{
+    if (fd < 0 || fd > STDERR_FILENO)
+        return fd;
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    (void)close(fd);
+    errno = error;
+    return moved;
+}
+
 int KIVPPipe(int ends[2])
 {
     int made[2];
     if (pipe2(made, O_CLOEXEC) != 0)
         return -1;
     // In this order, so that the number the first one leaves is not taken for the second.
-    const int writeEnd = moveUp(made[1]);
+    const int writeEnd = KIVPAboveStandardStreams(made[1]);
     const int writeError = errno;
-    const int readEnd = moveUp(made[0]);
+    const int readEnd = KIVPAboveStandardStreams(made[0]);
     if (writeEnd >= 0 && readEnd >= 0)
     {
         ends[0] = readEnd;

@@ -1,6 +1,8 @@
 // Sockets where Linux differs from what the modules were written for.
 #include <KIVPlatform/KIVPSocket.h>
 
+#include <KIVPlatform/KIVPlatform.h>
+
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -78,22 +80,10 @@ private:
 
 constinit DescriptorMarks s_noSigpipe;
 
-// The descriptor, or a copy of it above the standard ones.
-int aboveStandard(int fd) noexcept
-{
-    if (fd < 0 || fd > STDERR_FILENO)
-        return fd;
-    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    const int error = errno;
-    (void)close(fd);
-    errno = error;
-    return moved;
-}
-
 // A descriptor that has just been made: its number may have been marked by one that was closed elsewhere.
 int fresh(int fd, bool noSigpipe) noexcept
 {
-    const int made = aboveStandard(fd);
+    const int made = KIVPAboveStandardStreams(fd);
     if (made < 0 || s_noSigpipe.set(made, noSigpipe))
         return made;
     (void)close(made);

@@ -1,0 +1,121 @@
+// Named semaphores whose file another user may have made first.
+#include <KIVPlatform/KIVPlatform.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <new>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+// Where the C library keeps the semaphore "/name": it maps this file without a look at its size.
+constexpr char kFilePrefix[] = "/dev/shm/sem.";
+
+// One look at the file of a semaphore. While it lives the file's number cannot be given to another file.
+class SemaphoreFile
+{
+public:
+    explicit SemaphoreFile(const char *systemName) noexcept
+    {
+        char path[sizeof kFilePrefix + KIVP_SEMAPHORE_NAME_SIZE];
+        std::memcpy(path, kFilePrefix, sizeof kFilePrefix - 1);
+        std::strcpy(path + sizeof kFilePrefix - 1, systemName + 1); // without its "/"
+        // Opened as a place alone: whatever it is, nothing waits and nothing acts.
+        m_descriptor = open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
+        m_error = m_descriptor < 0 || fstat(m_descriptor, &m_info) != 0 ? errno : 0;
+    }
+    ~SemaphoreFile()
+    {
+        if (m_descriptor >= 0)
+            (void)close(m_descriptor);
+    }
+    SemaphoreFile(const SemaphoreFile &) = delete;
+    SemaphoreFile &operator=(const SemaphoreFile &) = delete;
+
+    [[nodiscard]] int error() const noexcept
+    {
+        return m_error;
+    }
+    [[nodiscard]] bool isSemaphore() const noexcept
+    {
+        return S_ISREG(m_info.st_mode) && m_info.st_size == sizeof(sem_t);
+    }
+    // Its owner, and whoever may write to it, can cut it at any time, and with it the process that maps it.
+    [[nodiscard]] bool isTrusted() const noexcept
+    {
+        const uid_t owner = m_info.st_uid;
+        return owner == geteuid() || owner == 0 || ((m_info.st_mode & S_IWGRP) != 0 && isOwnGroup());
+    }
+    [[nodiscard]] bool isSameAs(const SemaphoreFile &other) const noexcept
+    {
+        return m_error == 0 && other.m_error == 0 && m_info.st_dev == other.m_info.st_dev &&
+               m_info.st_ino == other.m_info.st_ino;
+    }
+
+private:
+    [[nodiscard]] bool isOwnGroup() const noexcept
+    {
+        if (m_info.st_gid == getegid())
+            return true;
+        const int count = getgroups(0, nullptr);
+        const auto room = static_cast<size_t>(std::max(count, 0));
+        const std::unique_ptr<gid_t[]> groups{new (std::nothrow) gid_t[room + 1]};
+        const int stored = groups != nullptr ? getgroups(static_cast<int>(room), groups.get()) : 0;
+        return std::count(groups.get(), groups.get() + std::max(stored, 0), m_info.st_gid) > 0;
+    }
+
+    int m_descriptor = -1;
+    int m_error = 0;
+    struct stat m_info
+    {
+    };
+};
+
+sem_t *refuse(int error) noexcept
+{
+    errno = error;
+    return SEM_FAILED;
+}
+
+// Opens the semaphore that exists; SEM_FAILED and EAGAIN if it changed meanwhile.
+sem_t *openExisting(const char *systemName) noexcept
+{
+    const SemaphoreFile before{systemName};
+    if (before.error() != 0)
+        return refuse(before.error() == ENOENT ? EAGAIN : before.error());
+    if (!before.isSemaphore())
+        return refuse(EINVAL);
+    if (!before.isTrusted())
+        return refuse(EPERM);
+
+    sem_t *const semaphore = sem_open(systemName, 0);
+    if (semaphore == SEM_FAILED)
+        return refuse(errno == ENOENT ? EAGAIN : errno);
+    // Opening touches nothing of the file. Only if the name still leads to it was it this one that was opened.
+    const SemaphoreFile after{systemName};
+    if (after.isSameAs(before))
+        return semaphore;
+    (void)sem_close(semaphore);
+    return refuse(EAGAIN);
+}
+} // namespace
+
+sem_t *KIVPSemaphoreOpen(const char *systemName, mode_t mode)
+{
+    // A name that somebody makes and removes all the time is given up.
+    constexpr int kMostTries = 100;
+    for (int tried = 0; tried < kMostTries; ++tried)
+    {
+        sem_t *const made = sem_open(systemName, O_CREAT | O_EXCL, mode, 0);
+        if (made != SEM_FAILED || errno != EEXIST)
+            return made;
+        sem_t *const opened = openExisting(systemName);
+        if (opened != SEM_FAILED || errno != EAGAIN)
+            return opened;
+    }
+    return SEM_FAILED;
+}
