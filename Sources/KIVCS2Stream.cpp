@@ -244,7 +244,8 @@ KIVCS2Status kivCS2Stream_readBits(KIVCS2Stream *stream, uint32_t count, uint8_t
     {
         // A whole byte at a byte's start, which is most of a packet: the loop below in one step.
         *value = stream->m_bitByte;
-        return fetchByte(stream);
+        KIV_TRY(fetchByte(stream));
+        return KIVCS2STATUS_OK; // a kind may have further successes; they are not the bits'
     }
     *value = 0;
     for (; count > 0; --count)

@@ -373,6 +373,21 @@ TEST(StreamBits, AFailingFetchStopsTheReaderWithItsStatus)
     }
 }
 
+TEST(StreamBits, ASuccessOfTheKindsOwnIsOKAfterAllBits)
+{
+    constexpr KIVCS2Status kOwnSuccess = 7;
+    for (const uint32_t size : {8u, 4u, 1u}) // the whole-byte step and the single bits
+    {
+        HostStream host{"\xA5\xA5"};
+        host.script = {{kOwnSuccess}, {kOwnSuccess}};
+        EXPECT_EQ(kivCS2Stream_beginReadBits(host.get()), KIVCS2STATUS_OK);
+        uint8_t value = 0;
+        for (uint32_t bit = 0; bit < 8; bit += size)
+            EXPECT_EQ(kivCS2Stream_readBits(host.get(), size, &value), KIVCS2STATUS_OK) << size;
+        EXPECT_EQ(host.asked.size(), 2u);
+    }
+}
+
 TEST(StreamBits, CountsOutOfRangeAndUnstartedReadersMoveNothing)
 {
     HostStream host{"\xFF\xFF"};
