@@ -344,11 +344,14 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_init(KIVCS2ClosedCaptionsM
  * comment block, UUID, creation lines) are passed over. "30DF" and "60DF" are recorded as 30 and 60.
  * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or writes
  * @retval KIVCS2STATUS_HEADER_ERR      the first line does not name MCC version 1.0 or 2.0
- * @retval KIVCS2STATUS_FRAME_RATE_ERR  the rate is none of 24, 25, 30, 50, 60
- * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended before the first caption
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  the rate in the file is none of 24, 25, 30, 50, 60, and
+ *                                      `m_frameRate` is 0; or no module-wide rate is set and a line
+ *                                      that looks like a caption was reached: set a rate, which
+ *                                      `m_frameRate` names but for drop-frame, and call `reset`
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended before the first caption; a failing read counts
+ *                                      as the end, and the line it cuts as the last one
  * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more
- * or the status of a failing read. After a failure nothing is pending; `reset` does not read the
- * header again.
+ * After a failure nothing is pending; `reset` does not read the header again.
  * Source: MacCaption MCC 1.0 and 2.0.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_readHeader(KIVCS2ClosedCaptionsMCCStream *mcc);
@@ -376,11 +379,38 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeHeader(KIVCS2ClosedCa
  * frame counts are compared; dates are ignored. The caption stays pending, so asking again gives it
  * again, and of several lines with one timecode only the first is handed out. An earlier timecode
  * never rewinds (kivCS2ClosedCaptionsMCCStream_reset() does). On failure `caption` is cleared.
- * @retval KIVCS2STATUS_PARAM_ERR      an argument is null, or `mcc` writes
- * @retval KIVCS2STATUS_NOT_FOUND_ERR  the pending caption is later (it is kept), or none is pending
- * @retval KIVCS2STATUS_NO_DATA_ERR    the file ended; the last caption stays pending
- * or the status of a failing read (the pending caption stays) or of a line that does not decode
- * (nothing is pending any more until `reset`).
+ *
+ * How to read a whole file: ask for every frame from the first caption's on, and look at what is pending.
+ *
+ *     KIVCS2Timecode frame = mcc.m_caption.m_timecode;
+ *     do
+ *     {
+ *         status = kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(&mcc, &frame, &caption);
+ *         if (status == KIVCS2STATUS_NO_DATA_ERR)
+ *             return KIVCS2STATUS_OK;
+ *         if (KIVCS2_SUCCEEDED(status))
+ *             use(&caption);
+ *         else if (status != KIVCS2STATUS_NOT_FOUND_ERR ||
+ *                  (mcc.m_caption.m_flags & KIVCS2ClosedCaptionFlag_Valid) == 0 ||
+ *                  (uint32_t)mcc.m_caption.m_timecode < (uint32_t)frame)
+ *             return status;
+ *         status = kivCS2Timecode_tick(&frame);
+ *     } while (KIVCS2_SUCCEEDED(status) && (uint32_t)frame != 0);
+ *
+ * KIVCS2STATUS_NOT_FOUND_ERR has four meanings. The pending caption, `mcc->m_caption`, tells them apart:
+ * - it is valid and later than `timecode`: there is no caption on this frame; go on with the next one
+ * - it is valid and earlier: the next line has 1024 characters or more. They are lost, and the next call
+ *   goes on behind them
+ * - it is not valid: the next line was not a caption (a note; a space where the tab should be)
+ * - it is not valid, and nothing was read: an earlier call had failed. Only `reset` goes on
+ * @retval KIVCS2STATUS_PARAM_ERR       an argument is null, or `mcc` writes
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR   as above
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended, or a read failed; the last caption stays pending,
+ *                                      and every further request beyond it has the same status
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
+ * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR, KIVCS2STATUS_CAPTION_ERR, KIVCS2STATUS_OVERFLOW_ERR  a line
+ *         that does not decode, as kivCS2ClosedCaptionsMCCStream_decodeCaption(); nothing is pending any
+ *         more until `reset`
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(
     KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2Timecode *timecode, KIVCS2ClosedCaption *caption);
@@ -405,6 +435,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeCaption(KIVCS2ClosedC
  * @retval KIVCS2STATUS_PARAM_ERR      `mcc` or `line` is null
  * @retval KIVCS2STATUS_NOT_FOUND_ERR  too short, no timecode, a bad suffix, or no tab behind it
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the timecode names no frame of the module-wide rate
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
  * @retval KIVCS2STATUS_CAPTION_ERR    a character that stands for nothing; lower-case digits included
  * @retval KIVCS2STATUS_OVERFLOW_ERR   more than 259 bytes
  * After a failure nothing is pending; the bytes decoded so far stay in the record.
@@ -460,9 +491,11 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_freeCaption(KIVCS2ClosedCa
 /**
  * Rewinds a file being read and makes its first caption pending. Version and rate stay as the header
  * gave them.
- * @retval KIVCS2STATUS_PARAM_ERR    `mcc` is null or writes
- * @retval KIVCS2STATUS_NO_DATA_ERR  the file holds no caption
- * or the status of the failing seek or read.
+ * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or writes
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file holds no caption; a failing read counts as its end
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more before the first caption
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
+ * or the status of the failing seek, with the pending caption kept.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_reset(KIVCS2ClosedCaptionsMCCStream *mcc);
 
@@ -488,11 +521,13 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_init(KIVCS2ClosedCaptionsM
 
 /**
  * Checks the first line and reads up to and including the first caption line, which is then pending.
- * @retval KIVCS2STATUS_PARAM_ERR      `mcc` is null or writes
- * @retval KIVCS2STATUS_HEADER_ERR     the first line does not begin with "Scenarist_SCC V1.0"
- * @retval KIVCS2STATUS_NO_DATA_ERR    the file ended before the first caption
- * @retval KIVCS2STATUS_NOT_FOUND_ERR  a line of 1024 characters or more
- * or the status of a failing read.
+ * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or writes
+ * @retval KIVCS2STATUS_HEADER_ERR      the first line does not begin with "Scenarist_SCC V1.0"
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set and a line that looks like a caption
+ *                                      was reached: set a rate and call `reset`
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended before the first caption; a failing read counts
+ *                                      as the end, and the line it cuts as the last one
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more
  * Source: Scenarist Closed Caption 1.0.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_readHeader(KIVCS2ClosedCaptionsMCCStream *mcc);
@@ -504,6 +539,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_readHeader(KIVCS2ClosedCap
  * @retval KIVCS2STATUS_PARAM_ERR      `mcc` or `line` is null
  * @retval KIVCS2STATUS_NOT_FOUND_ERR  too short, no timecode, or no tab behind it
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the timecode names no frame of the module-wide rate
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
  * @retval KIVCS2STATUS_CAPTION_ERR    a character that is neither a digit nor a space
  * @retval KIVCS2STATUS_OVERFLOW_ERR   more than 259 bytes
  * After a failure nothing is pending; the bytes decoded so far stay in the record.
@@ -516,22 +552,34 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_decodeCaption(KIVCS2Closed
  * Stores in `caption` the pair that falls on the frame `timecode`: the record of the line with the
  * timecode moved to that frame, the pair in the first two bytes and a size of 2; the bytes behind
  * them have no meaning. Reads forward as far as needed and never rewinds. Only frame counts are
- * compared, so a caption that runs past midnight is never handed out. On failure `caption` is cleared.
- * @retval KIVCS2STATUS_PARAM_ERR      an argument is null, or `mcc` writes
- * @retval KIVCS2STATUS_NOT_FOUND_ERR  no pair on that frame (the pending caption is kept), or none pending
- * @retval KIVCS2STATUS_NO_DATA_ERR    the file ended; the last caption stays pending
- * @retval KIVCS2STATUS_DATA_ERR       the pending caption, written by the caller, ends behind its data
- * or the status of a failing read (the pending caption stays) or of a line that does not decode
- * (nothing is pending any more until `reset`).
+ * compared, so a caption that reaches midnight, with its last pair on the last frame of the day or behind
+ * it, is never handed out, none of its pairs. On failure `caption` is cleared.
+ *
+ * How to read a whole file: as the loop at kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode() does, with
+ * its test of `m_caption.m_flags & KIVCS2ClosedCaptionFlag_Valid`. KIVCS2STATUS_NOT_FOUND_ERR has the same
+ * four meanings, told apart in the same way; in the first of them the pending caption may also begin on
+ * this very frame: it has no pairs, or it reaches midnight and will never be handed out. Examples/scc_to_mcc.c
+ * reads so.
+ * @retval KIVCS2STATUS_PARAM_ERR       an argument is null, or `mcc` writes
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR   as above
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended, or a read failed; the last caption stays pending,
+ *                                      and every further request beyond it has the same status
+ * @retval KIVCS2STATUS_DATA_ERR        the pending caption, written by the caller, ends behind its data
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
+ * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR, KIVCS2STATUS_CAPTION_ERR, KIVCS2STATUS_OVERFLOW_ERR  a line
+ *         that does not decode, as kivCS2ClosedCaptionsSCCStream_decodeCaption(); nothing is pending any
+ *         more until `reset`
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(
     KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2Timecode *timecode, KIVCS2ClosedCaption *caption);
 
 /**
  * Rewinds the file and makes its first caption pending.
- * @retval KIVCS2STATUS_PARAM_ERR    `mcc` is null or writes
- * @retval KIVCS2STATUS_NO_DATA_ERR  the file holds no caption
- * or the status of the failing seek or read.
+ * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or writes
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file holds no caption; a failing read counts as its end
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more before the first caption
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
+ * or the status of the failing seek, with the pending caption kept.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_reset(KIVCS2ClosedCaptionsMCCStream *mcc);
 

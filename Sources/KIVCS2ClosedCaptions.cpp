@@ -554,15 +554,22 @@ KIVCS2Status readLine(KIVCS2Stream *stream, CaptionLine &line)
 
 using DecodeLine = KIVCS2Status (*)(KIVCS2ClosedCaptionsMCCStream *mcc, const char *line, uint32_t length);
 
-// Reads lines until one decodes; it is then pending. What does not decode belongs to the header.
+// What a line before the first caption means for the search. What does not decode belongs to the header, except
+// that without a rate no caption decodes: the first of them says so, or a good file would be read to its end.
+bool endsHeader(KIVCS2Status decoded)
+{
+    return KIVCS2_SUCCEEDED(decoded) || decoded == KIVCS2STATUS_FRAME_RATE_ERR;
+}
+
+// Reads lines until one decodes; it is then pending.
 KIVCS2Status readFirstCaption(KIVCS2ClosedCaptionsMCCStream *mcc, DecodeLine decode)
 {
     for (;;)
     {
         CaptionLine line;
         KIV_TRY(readLine(mcc->m_stream, line));
-        if (KIVCS2_SUCCEEDED(decode(mcc, line.text, line.length)))
-            return KIVCS2STATUS_OK;
+        if (const KIVCS2Status status = decode(mcc, line.text, line.length); endsHeader(status))
+            return status;
     }
 }
 
@@ -792,8 +799,10 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_readHeader(KIVCS2ClosedCaptionsMCCStr
         KIV_TRY(readLine(mcc->m_stream, line));
         if (line.view().starts_with(kRate))
             KIV_TRY(readHeaderRate(line.view().substr(kRate.size()), mcc->m_frameRate));
-        else if (KIVCS2_SUCCEEDED(kivCS2ClosedCaptionsMCCStream_decodeCaption(mcc, line.text, line.length)))
-            return KIVCS2STATUS_OK;
+        else if (const KIVCS2Status status =
+                     kivCS2ClosedCaptionsMCCStream_decodeCaption(mcc, line.text, line.length);
+                 endsHeader(status))
+            return status;
     }
 }
 
@@ -819,7 +828,8 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeHeader(KIVCS2ClosedCaptionsMCCSt
     std::string_view rate;
     KIV_TRY(currentRateText(rate));
     KIV_TRY(writeItem(stream, kiv::mccTimeCodeRate, rate));
-    return writeText(stream, "\n");
+    KIV_TRY(writeText(stream, "\n"));
+    return KIVCS2STATUS_OK; // a kind may have further successes; they are not the header's
 }
 
 KIVCS2Status kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(KIVCS2ClosedCaptionsMCCStream *mcc,
@@ -982,7 +992,7 @@ KIVCS2Status findPair(KIVCS2ClosedCaptionsMCCStream *mcc, uint32_t request, uint
         if (!isValid(pending))
             return KIVCS2STATUS_NOT_FOUND_ERR;
         const uint32_t start = frameCount(pending.m_timecode);
-        // Kept: the end of a caption that runs past midnight lies before its start, so it holds no frame.
+        // Kept: the end of a caption that reaches midnight lies before its start, so it holds no frame.
         if (start <= request && request < frameCount(pending.m_endTimecode))
         {
             index = request - start;

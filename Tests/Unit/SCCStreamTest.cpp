@@ -1,4 +1,5 @@
 #include "CaptionFile.h"
+#include "HostStream.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
 
@@ -226,6 +227,49 @@ TEST_F(SCCStream, CaptionsPastMidnightHoldNoFrame)
     EXPECT_EQ(pairAt(file.mcc, 2159998), kNotFound);
     EXPECT_EQ(pairAt(file.mcc, 2159999), kNoData);
     EXPECT_EQ(pairAt(file.mcc, 0), kNotFound);
+
+    // Nor does one whose last pair is on the last frame of the day.
+    CaptionFile last{kHead + "23:59:59:24\t0001\n"};
+    ASSERT_EQ(kReadHeader(&last.mcc), KIVCS2STATUS_OK);
+    EXPECT_EQ(last.mcc.m_caption.m_endTimecode, frame(0));
+    EXPECT_EQ(pairAt(last.mcc, 2159999), kNotFound);
+    EXPECT_EQ(last.mcc.m_caption.m_flags, 1u);
+}
+
+// The four meanings of "not found", by what is pending; and the end, which stays the end.
+TEST_F(SCCStream, WhatIsPendingTellsWhyNothingWasFound)
+{
+    CaptionFile file{kHead + "00:00:10:00\t9420\n" + std::string(1024, '/') + "\n00:00:11:00\t942f\n"};
+    ASSERT_EQ(kReadHeader(&file.mcc), KIVCS2STATUS_OK);
+    EXPECT_EQ(pairAt(file.mcc, 249), kNotFound);
+    EXPECT_EQ(file.mcc.m_caption.m_timecode, frame(250)); // later than the request
+    EXPECT_EQ(pairAt(file.mcc, 260), kNotFound);
+    EXPECT_EQ(file.mcc.m_caption.m_timecode, frame(250)); // earlier: a long line was lost
+    EXPECT_EQ(pairAt(file.mcc, 275), found(0x942F));
+    for (const uint32_t beyond : {276u, 300u, 300u, 2159999u})
+        EXPECT_EQ(pairAt(file.mcc, beyond), kNoData);
+    EXPECT_EQ(file.mcc.m_caption.m_flags, 1u);
+
+    CaptionFile note{kHead + "00:00:10:00\t9420\na note\n00:00:11:00\t942f\n"};
+    ASSERT_EQ(kReadHeader(&note.mcc), KIVCS2STATUS_OK);
+    for (const uint32_t request : {260u, 275u}) // the line, and from then on
+    {
+        EXPECT_EQ(pairAt(note.mcc, request), kNotFound);
+        EXPECT_EQ(note.mcc.m_caption.m_flags & KIVCS2ClosedCaptionFlag_Valid, 0u);
+    }
+}
+
+TEST_F(SCCStream, AFailingReadIsTheEndAndTheLineItCutsIsHandedOut)
+{
+    const std::string text = kHead + "00:00:10:00\t9420 9420\n00:00:11:00\t942f\n";
+    HostStream stream{{text.begin(), text.end()}};
+    stream.m_failsAt = text.find(" 9420\n");
+    Stream mcc;
+    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_init(&mcc, &stream.m_stream, true, false), KIVCS2STATUS_OK);
+    ASSERT_EQ(kReadHeader(&mcc), KIVCS2STATUS_OK);
+    EXPECT_EQ(pairAt(mcc, 250), found(0x9420));
+    EXPECT_EQ(pairAt(mcc, 251), kNoData); // the pair behind the failure
+    EXPECT_EQ(kReset(&mcc), KIVCS2STATUS_UNSUPPORTED_ERR);
 }
 
 TEST_F(SCCStream, CaptionsWithoutAFrameAreKeptUntilTheyArePassed)

@@ -1,8 +1,11 @@
 // Timecode before any frame rate: a program of its own, since nothing takes a rate back.
 #include <KIVCoreServices2/KIVCS2Timecode.h>
 
+#include "CaptionFile.h"
+
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 namespace
@@ -74,5 +77,29 @@ TEST(TimecodeNoRate, WhatNeedsNoneWorks)
     EXPECT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_MAX), KIVCS2STATUS_FRAME_RATE_ERR);
     EXPECT_EQ(kivCS2Timecode_getFramesPerDay(&value), KIVCS2STATUS_OK);
     EXPECT_EQ(value, 0u);
+}
+
+// The last test of this program: it sets a rate.
+TEST(TimecodeNoRate, CaptionFilesSaySoAtTheirFirstCaptionAndGoOnWithARate)
+{
+    const std::string captions = "a note\n00:00:01:00\t9420\n00:00:02:00\t9420\n";
+    kiv::test::CaptionFile mcc{"File Format=MacCaption_MCC V2.0\nUUID=1\nTime Code Rate=25\n" + captions};
+    kiv::test::CaptionFile scc{"Scenarist_SCC V1.0\n\n" + captions};
+    kiv::test::CaptionFile none{"Scenarist_SCC V1.0\n\na note\n"};
+    EXPECT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&none.mcc), KIVCS2STATUS_NO_DATA_ERR);
+
+    EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_readHeader(&mcc.mcc), KIVCS2STATUS_FRAME_RATE_ERR);
+    EXPECT_EQ(mcc.mcc.m_version, 2u);
+    EXPECT_EQ(mcc.mcc.m_frameRate, static_cast<uint32_t>(KIVCS2FrameRate_25));
+    EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_reset(&mcc.mcc), KIVCS2STATUS_FRAME_RATE_ERR);
+    EXPECT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&scc.mcc), KIVCS2STATUS_FRAME_RATE_ERR);
+    EXPECT_EQ(kivCS2ClosedCaptionsSCCStream_reset(&scc.mcc), KIVCS2STATUS_FRAME_RATE_ERR);
+    EXPECT_EQ(mcc.mcc.m_caption.m_flags | scc.mcc.m_caption.m_flags, 0u);
+
+    ASSERT_EQ(kivCS2Timecode_setFrameRate(mcc.mcc.m_frameRate), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_reset(&mcc.mcc), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2ClosedCaptionsSCCStream_reset(&scc.mcc), KIVCS2STATUS_OK);
+    EXPECT_EQ(mcc.mcc.m_caption.m_timecode, kiv::test::frame(25));
+    EXPECT_EQ(scc.mcc.m_caption.m_timecode, kiv::test::frame(25));
 }
 } // namespace
