@@ -4,8 +4,8 @@
  *   example_scc_to_mcc captions.scc captions.mcc
  *
  * This is the short way: it looks up frame after frame as a playout would, so it needs a file whose
- * lines are in order and do not overlap, and it counts 29.97 drop-frame. `kivcs2 caption convert`
- * is the long way, which loses nothing on any file.
+ * lines are in order and do not overlap, and it counts 29.97 drop-frame. A line that cannot be read ends
+ * it with an error. `kivcs2 caption convert` is the long way, which loses nothing on any file.
  */
 #include <KIVCoreServices2/KIVCoreServices2.h>
 
@@ -39,14 +39,29 @@ static KIVCS2Status write_frame(KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2
     return status;
 }
 
-/* Every frame from the first caption until the file has no more; counts what was written. */
+/*
+ * Whether "not found" only means that this frame has no pair, and the next frame should be asked for.
+ * Otherwise nothing is pending (a line did not decode), or the pending line lies behind us (a line was too
+ * long to read), or it begins here and has pairs that are never handed out (it reaches midnight).
+ */
+static int is_between_lines(const KIVCS2ClosedCaption *pending, KIVCS2Timecode frame)
+{
+    const uint32_t asked = (uint32_t)frame; /* the low half is the frame count */
+    const uint32_t start = (uint32_t)pending->m_timecode;
+    if ((pending->m_flags & KIVCS2ClosedCaptionFlag_Valid) == 0)
+        return 0;
+    return start > asked || (start == asked && pending->m_captionSize < 2);
+}
+
+/* Every frame from the first caption until the file has no more; counts what was written. `last` receives
+   the timecode of the last pair that was read. */
 static KIVCS2Status convert(KIVCS2ClosedCaptionsMCCStream *scc, KIVCS2ClosedCaptionsMCCStream *mcc,
-                            unsigned *packets, unsigned *pairs)
+                            KIVCS2Timecode *last, unsigned *packets, unsigned *pairs)
 {
     KIVCS2Timecode frame = scc->m_caption.m_timecode;
     KIVCS2Status status = KIVCS2STATUS_OK;
 
-    while (KIVCS2_SUCCEEDED(status))
+    do
     {
         uint8_t pair[2] = {0x80, 0x80};
         KIVCS2ClosedCaption caption;
@@ -54,25 +69,39 @@ static KIVCS2Status convert(KIVCS2ClosedCaptionsMCCStream *scc, KIVCS2ClosedCapt
         status = kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(scc, &frame, &caption);
         if (status == KIVCS2STATUS_NO_DATA_ERR)
             return KIVCS2STATUS_OK; /* behind the last pair */
-        if (KIVCS2_FAILED(status) && status != KIVCS2STATUS_NOT_FOUND_ERR)
-            return status; /* a line that does not decode */
         if (KIVCS2_SUCCEEDED(status))
         {
             memcpy(pair, caption.m_captionData, sizeof pair);
+            *last = frame;
             ++*pairs;
         }
+        else if (status != KIVCS2STATUS_NOT_FOUND_ERR || !is_between_lines(&scc->m_caption, frame))
+            return status;
         status = write_frame(mcc, &frame, pair, (uint16_t)*packets);
         ++*packets;
         if (KIVCS2_SUCCEEDED(status))
             status = kivCS2Timecode_tick(&frame);
-    }
-    return status;
+    } while (KIVCS2_SUCCEEDED(status) && (uint32_t)frame != 0); /* 0: midnight */
+    return KIVCS2_FAILED(status) ? status : KIVCS2STATUS_NOT_FOUND_ERR;
+}
+
+/* Reading or writing failed; what was read before it is written. */
+static int fail_behind(const char *file, KIVCS2Timecode last, unsigned pairs, KIVCS2Status status)
+{
+    char timecode[32] = "nothing";
+    char what[512];
+
+    if (pairs > 0)
+        kivCS2Timecode_timecodeToString(&last, timecode, sizeof timecode);
+    snprintf(what, sizeof what, "%.400s: stopped behind %s; the target ends there", file, timecode);
+    return fail(what, status);
 }
 
 int main(int argc, char **argv)
 {
     KIVCS2FileStream in, out;
     KIVCS2ClosedCaptionsMCCStream scc, mcc;
+    KIVCS2Timecode last = 0;
     unsigned packets = 0, pairs = 0;
     uint64_t written = 0;
     KIVCS2Status status;
@@ -105,16 +134,15 @@ int main(int argc, char **argv)
     kivCS2ClosedCaptionsMCCStream_init(&mcc, &out.m_stream, false, true);
     status = kivCS2ClosedCaptionsMCCStream_writeHeader(&mcc, 1, NULL, "scc_to_mcc", NULL, NULL);
     if (KIVCS2_SUCCEEDED(status))
-        status = convert(&scc, &mcc, &packets, &pairs);
-    if (KIVCS2_SUCCEEDED(status))
-        status = kivCS2Stream_writeBytes(&out.m_stream, "\n", 1, &written);
-    if (KIVCS2_SUCCEEDED(status) && written != 1)
-        status = KIVCS2STATUS_WRITE_ERR;
+        status = convert(&scc, &mcc, &last, &packets, &pairs);
+    kivCS2Stream_writeBytes(&out.m_stream, "\n", 1, &written); /* the end of the last line */
 
-    kivCS2ClosedCaptionsMCCStream_free(&mcc); /* both own their streams */
-    kivCS2ClosedCaptionsMCCStream_free(&scc);
+    kivCS2ClosedCaptionsMCCStream_free(&scc); /* both own their streams */
+    kivCS2ClosedCaptionsMCCStream_free(&mcc);
     if (KIVCS2_FAILED(status))
-        return fail("converting", status);
+        return fail_behind(argv[1], last, pairs, status);
+    if (written != 1)
+        return fail(argv[2], KIVCS2STATUS_WRITE_ERR);
     printf("%u packets, %u pairs\n", packets, pairs);
     return 0;
 }

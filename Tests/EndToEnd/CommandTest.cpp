@@ -350,7 +350,7 @@ TEST_F(Command, NamesTheLineThatIsWrong)
         {kSCC + "00:00:01;00\tc1c2 43\n", ":3: ", "6 hexadecimal digits are no whole byte pairs"},
         {kSCC + "00:00:01;00\t" + pairs(300) + "x\n", ":3: ", "stands for nothing"},
         {kSCC + "\r\n\r\nnothing here\n", ":5: ", "no caption line"},
-        {kSCC, ": ", "holds no caption pairs"},
+        {kSCC, ": ", "holds no captions"},
         {"", ": ", "KIVCS2STATUS_HEADER_ERR"},
         {"Scenarist_SCC V2.0\n", ":1: ", "neither SCC nor MCC"},
         {"\xFF\xFES\0c\0", ": ", "UTF-16"},
@@ -375,6 +375,63 @@ TEST_F(Command, NamesTheLineThatIsWrong)
     EXPECT_EQ(result.code, 0);
     EXPECT_THAT(result.err, HasSubstr(source + ":3: "));
     EXPECT_EQ(json({"caption", "info", source}, 3)["malformedLines"], 1);
+}
+
+// Some writers put blanks in front of their caption lines; such a file is read, and nothing is no success.
+TEST_F(Command, ReadsIndentedPacketsAndNeverSucceedsOverNothing)
+{
+    const std::string plain = path("plain.mcc").string();
+    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, plain}).code, 0);
+    std::string text = slurp(plain);
+    const size_t lines = text.find("\n01:");
+    const std::string header = text.substr(0, lines);
+    EXPECT_THAT(header, HasSubstr("// U E1h 00h 00h")); // the format's own text stays
+    EXPECT_THAT(text.substr(lines), Not(HasSubstr("U")));
+    EXPECT_THAT(text.substr(lines), HasSubstr("91E1ZZ"));
+    for (size_t at = lines; (at = text.find("\n01:", at)) != std::string::npos; at += 3)
+        text.insert(at + 1, at % 2 == 0 ? "  " : " \t");
+    const std::string indented = write("indented.mcc", text);
+    EXPECT_EQ(json({"caption", "info", indented})["packets"], 1920);
+    EXPECT_EQ(run({"caption", "verify", indented, "--against", KIV_EXAMPLE_SCC}).code, 0);
+    EXPECT_EQ(json({"caption", "convert", indented, path("again.mcc").string()})["out"]["packets"], 1920);
+
+    const std::string out = path("nothing.mcc").string();
+    for (const std::string &nothing : {write("head.mcc", header + "\n"), write("head.scc", kSCC),
+                                       write("note.mcc", header + "\n a note\n")})
+        for (const Words &words : {Words{"info", nothing},
+                                   {"show", nothing},
+                                   {"show", nothing, "--captions"},
+                                   {"at", nothing, "00:00:00:00"},
+                                   {"convert", nothing, out},
+                                   {"convert", nothing, out, "--keep-going"},
+                                   {"verify", nothing}})
+        {
+            Words all{"caption"};
+            all.insert(all.end(), words.begin(), words.end());
+            const Result result = run(all);
+            EXPECT_EQ(result.code, 3) << words[0] << ' ' << nothing;
+            EXPECT_THAT(result.err, HasSubstr("holds no captions"));
+        }
+    const std::string bad = write("bad.mcc", header + "\n01:00:00:00\tT52x\n");
+    EXPECT_EQ(run({"caption", "convert", bad, out, "--keep-going"}).code, 3);
+    EXPECT_FALSE(fs::exists(out));
+}
+
+TEST_F(Command, WritesNoOtherKindThanMCC)
+{
+    const std::string mcc = path("good.MCC").string();
+    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, mcc}).code, 0);
+    for (const std::string &source : {std::string{KIV_EXAMPLE_SCC}, mcc})
+    {
+        for (const char *name : {"b.scc", "b.srt", "b", "b.mcc.txt", ".mcc"})
+        {
+            const Result result = run({"caption", "convert", source, path(name).string()});
+            EXPECT_EQ(result.code, 2) << name;
+            EXPECT_THAT(result.err, HasSubstr("only MCC files are written"));
+            EXPECT_FALSE(fs::exists(path(name)));
+        }
+        EXPECT_EQ(run({"caption", "convert", source, "/dev/null"}).code, 0); // a place has no kind
+    }
 }
 
 TEST_F(Command, VerifyFindsWhatIsWrong)

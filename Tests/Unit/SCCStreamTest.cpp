@@ -231,7 +231,7 @@ TEST_F(SCCStream, CaptionsPastMidnightHoldNoFrame)
     // Nor does one whose last pair is on the last frame of the day.
     CaptionFile last{kHead + "23:59:59:24\t0001\n"};
     ASSERT_EQ(kReadHeader(&last.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(last.mcc.m_caption.m_endTimecode, frame(0));
+    EXPECT_EQ(static_cast<uint32_t>(last.mcc.m_caption.m_endTimecode), 0u);
     EXPECT_EQ(pairAt(last.mcc, 2159999), kNotFound);
     EXPECT_EQ(last.mcc.m_caption.m_flags, 1u);
 }

@@ -52,6 +52,13 @@ std::string shortened(std::string_view text)
     return visible(text.substr(0, kMost)) + (text.size() > kMost ? "..." : "");
 }
 
+// A caption line, behind the blanks that some writers put in front of it.
+std::string_view withoutLeadingBlanks(std::string_view line)
+{
+    const size_t first = line.find_first_not_of(" \t");
+    return first != std::string_view::npos && isDigit(line[first]) ? line.substr(first) : line;
+}
+
 // The value of "Key=value", when the line has that key.
 std::optional<std::string> valueOf(std::string_view line, std::string_view key)
 {
@@ -269,7 +276,7 @@ void CaptionReader::readMCCHeader(const std::string &rate)
     uint64_t rateLine = 0;
     while (m_lines.next())
     {
-        const std::string_view line = m_lines.line();
+        const std::string_view line = withoutLeadingBlanks(m_lines.line());
         if (isDigit(line[0]))
         {
             m_pendingLine = line;
@@ -339,13 +346,23 @@ bool CaptionReader::next()
             continue;
         }
         if (!m_lines.next())
+        {
+            if (!m_anyLine)
+                throw Failure(KIVCS2STATUS_NO_DATA_ERR, m_lines.input().name() + ": holds no captions");
             return false;
+        }
         if (decode(m_lines.line()))
             return true;
     }
 }
 
-bool CaptionReader::decode(std::string_view whole)
+bool CaptionReader::decode(std::string_view line)
+{
+    m_anyLine = true;
+    return decodeLine(m_header.kind == CaptionFileKind::MCC ? withoutLeadingBlanks(line) : line);
+}
+
+bool CaptionReader::decodeLine(std::string_view whole)
 {
     // Blanks at the end mean nothing; but a line of a timecode and its tab is a caption without pairs.
     std::string_view line = withoutTrailingBlanks(whole);

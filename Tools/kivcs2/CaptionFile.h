@@ -108,7 +108,8 @@ public:
         return m_header;
     }
 
-    /// Moves to the next caption line; false at the end.
+    /// Moves to the next caption line; false at the end. Throws at the end of a file that has nothing behind its
+    /// header: no word succeeds over nothing.
     [[nodiscard]] bool next();
 
     [[nodiscard]] const KIVCS2ClosedCaption &caption() const
@@ -134,6 +135,7 @@ private:
     void readSCCHeader(const std::string &rate);
     void readMCCHeader(const std::string &rate);
     bool decode(std::string_view line);
+    bool decodeLine(std::string_view whole);
     KIVCS2Status decodeLongSCC(std::string_view line, std::string &why);
     void refuse(KIVCS2Status status, const std::string &text);
 
@@ -144,7 +146,8 @@ private:
     KIVCS2ClosedCaptionsMCCStream m_record{};
     std::string m_pendingLine; ///< the first caption line, met while reading the header
     bool m_hasPending = false;
-    std::string m_rest; ///< what is left of an SCC line of more pairs than a record holds
+    bool m_anyLine = false; ///< one behind the header, good or bad
+    std::string m_rest;     ///< what is left of an SCC line of more pairs than a record holds
     uint32_t m_restFrames = 0;
     uint64_t m_otherSeparators = 0;
 };

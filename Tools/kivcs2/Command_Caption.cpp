@@ -635,7 +635,8 @@ void addCaptionCommand(CLI::App &app, Context &context)
     file(convert);
     field(convert);
     keepGoing(convert);
-    convert->add_option("target", arguments->target, "The MCC file to write; - is standard output")
+    convert
+        ->add_option("target", arguments->target, "The MCC file to write, named *.mcc; - is standard output")
         ->required();
     convert->add_option("--mcc-version", arguments->mccVersion, "1 or 2; without it 1 from SCC, 2 from MCC")
         ->check(CLI::Range(1, 2));

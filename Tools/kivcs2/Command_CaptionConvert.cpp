@@ -6,6 +6,10 @@
 #include "Output.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstddef>
+#include <filesystem>
+#include <system_error>
 
 namespace tool
 {
@@ -14,13 +18,43 @@ namespace
 
 constexpr const char *kProgram = "kivcs2 " KIVCS2_TOOL_VERSION;
 
+/// A stream kind of our own that passes caption lines on with the letter U (E1 00 00) spelled out: readers take it
+/// for three bytes or for four, and some refuse a file that holds it.
+struct SpelledOut
+{
+    KIVCS2Stream stream{}; ///< first: the library hands this part back
+    KIVCS2Stream *to;
+    bool isCaption = false; ///< the header's text stays as it is
+
+    explicit SpelledOut(KIVCS2Stream &target) : to(&target)
+    {
+        stream.m_writeBytes = write;
+    }
+
+    static KIVCS2Status write(KIVCS2Stream *stream, const void *buffer, uint64_t size, uint64_t *bytesWritten)
+    {
+        const SpelledOut &self = *reinterpret_cast<SpelledOut *>(stream);
+        std::string text{static_cast<const char *>(buffer), size};
+        if (self.isCaption) // a line's other characters are digits, separators and other letters
+            for (size_t at = text.find('U'); at != std::string::npos; at = text.find('U', at))
+                text.replace(at, 1, "E1ZZ");
+        uint64_t written = 0;
+        const KIVCS2Status status = kivCS2Stream_writeBytes(self.to, text.data(), text.size(), &written);
+        if (bytesWritten != nullptr)
+            *bytesWritten = written == text.size() ? size : 0;
+        return status;
+    }
+};
+
 /// The library's MCC writer over an output file.
 class MCCWriter
 {
 public:
-    MCCWriter(OutputFile &output, uint32_t version, const CaptionHeader &header) : m_stream(output)
+    MCCWriter(OutputFile &output, uint32_t version, const CaptionHeader &header)
+        : m_stream(output), m_spelledOut(m_stream.stream)
     {
-        check(kivCS2ClosedCaptionsMCCStream_init(&m_record, &m_stream.stream, false, false), "MCC writer");
+        check(kivCS2ClosedCaptionsMCCStream_init(&m_record, &m_spelledOut.stream, false, false),
+              "MCC writer");
         const auto text = [](const std::string &value)
         {
             return value.empty() ? nullptr : value.c_str();
@@ -30,6 +64,7 @@ public:
                                                                               : header.program.c_str(),
                                                        text(header.date), text(header.time)),
              "writing the header");
+        m_spelledOut.isCaption = true;
     }
     ~MCCWriter()
     {
@@ -70,8 +105,29 @@ private:
     }
 
     OutputStream m_stream;
+    SpelledOut m_spelledOut;
     KIVCS2ClosedCaptionsMCCStream m_record{};
 };
+
+/// MCC is all that is written: another ending asks for what the command cannot do. A pipe or device has none.
+void requireMCCTarget(const std::string &target)
+{
+    const std::string_view ending = ".mcc";
+    const auto isSame = [](char left, char right)
+    {
+        return std::tolower(static_cast<unsigned char>(left)) == right;
+    };
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(target, error);
+    const bool isPlace = std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
+    if (target == "-" || isPlace ||
+        (target.size() > ending.size() &&
+         std::equal(target.end() - static_cast<std::ptrdiff_t>(ending.size()), target.end(), ending.begin(),
+                    isSame)))
+        return;
+    throw Failure(kExitUsage,
+                  place(target, 0) + ": only MCC files are written: give the target the ending .mcc");
+}
 
 struct Check
 {
@@ -282,6 +338,8 @@ int convertMCC(const CaptionArguments &arguments, CaptionReader &reader)
         }
         writer.finish();
     }
+    if (packets == 0) // every line was bad, and passed over
+        throw Failure(KIVCS2STATUS_NO_DATA_ERR, reader.input().name() + ": holds no caption packets");
     output.flush();
     const MCCScan scan = readBack(output.temporaryPath(), arguments, *header.counting, nullptr);
     if (scan.packets != packets || scan.digest != digest)
@@ -372,6 +430,8 @@ Check againstMCC(const CaptionArguments &arguments, uint32_t digest)
 int captionConvert(const CaptionArguments &arguments)
 {
     CaptionReader reader{arguments.file, arguments.rate, tellBadLines(arguments.file, arguments.keepGoing)};
+    if (!reader.input().isSameFileAs(arguments.target)) // which is refused with better words
+        requireMCCTarget(arguments.target);
     return reader.header().kind == CaptionFileKind::SCC ? convertSCC(arguments, reader)
                                                         : convertMCC(arguments, reader);
 }
