@@ -18,6 +18,7 @@ using kiv::test::spill;
 using kiv::test::Words;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 namespace fs = std::filesystem;
 

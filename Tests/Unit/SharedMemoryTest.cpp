@@ -184,6 +184,35 @@ TEST(SharedMemory, AttachingNeedsASegmentThatIsLargeEnough)
     EXPECT_EQ(segment.bytes()[0], 7); // nothing was cleared
 }
 
+// A key that another user took first, and keeps to itself: refused with the reason, and free in the search's eyes.
+TEST(SharedMemory, AnotherUsersSegmentIsRefusedWithTheReason)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has two users";
+    const uint32_t key = theIPC.key(0);
+    const int id = shmget(static_cast<key_t>(key), 16, IPC_CREAT | 0600);
+    ASSERT_GE(id, 0);
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        constexpr uid_t kOther = 54321;
+        const bool isOther = setgid(kOther) == 0 && setuid(kOther) == 0;
+        KIVCS2SharedMemory shared;
+        const bool attachIs = kivCS2SharedMemory_init(&shared, key, 16, kAttach) == KIVCS2STATUS_SYSTEM_ERR &&
+                              shared.m_error == EACCES;
+        const bool createIs = kivCS2SharedMemory_init(&shared, key, 16, kCreate) == KIVCS2STATUS_MEMORY_ERR &&
+                              shared.m_error == EACCES && shared.m_address == nullptr;
+        uint32_t found = 0;
+        const bool searchIs =
+            kivCS2SharedMemory_findKey(key, &found) == KIVCS2STATUS_OK && found == key; // as documented
+        _exit(isOther ? (attachIs ? 0 : 1) | (createIs ? 0 : 2) | (searchIs ? 0 : 4) : 8);
+    }
+    int ended = -1;
+    EXPECT_EQ(waitpid(child, &ended, 0), child);
+    EXPECT_EQ(ended, 0);
+    EXPECT_EQ(shmctl(id, IPC_RMID, nullptr), 0);
+}
+
 TEST(SharedMemory, ASecondCreatorGetsTheSameSegmentAndClearsItsOwnSize)
 {
     const OwnSegment first{theIPC.key(1), 4096, kCreate};
