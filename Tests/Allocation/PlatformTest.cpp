@@ -145,11 +145,6 @@ TEST(Allocation, WhatCannotBeMadeIsNull)
          {
              return kiv::cf::createBundle("/dev/host");
          }},
-        {"calendar", 1,
-         []
-         {
-             return CFCalendarCopyCurrent();
-         }},
     };
     for (const Creation &creation : creations)
     {

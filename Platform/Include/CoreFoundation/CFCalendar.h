@@ -1,6 +1,6 @@
 /**
  * @file
- * The Gregorian calendar in the zone the process started with; Julian before 15 October 1582.
+ * The Gregorian calendar in the process's zone (CFTimeZone.h); Julian before 15 October 1582.
  */
 #ifndef KIV_CF_CALENDAR_H
 #define KIV_CF_CALENDAR_H
@@ -13,14 +13,15 @@ CF_EXTERN_C_BEGIN
 typedef struct __CFCalendar *CFCalendarRef;
 
 CF_EXPORT CFTypeID CFCalendarGetTypeID(void);
-/** The process's calendar, Gregorian whatever the locale. NULL when there is none. */
+/** The process's calendar, Gregorian whatever the locale. */
 CF_EXPORT CFCalendarRef CFCalendarCopyCurrent(void);
 
 /**
  * The moment at which the calendar shows the given components; the others are those of year 1,
  * January 1, 00:00:00. One `int` an element of `componentDesc`: y year, M month (January is 1), d
  * day, H hour, m minute, s second. Values out of range carry: month 0 is the December before, day 0 the
- * last day of the month before. Julian before 15 October 1582. False, `at` untouched, for any other letter and without a calendar.
+ * last day of the month before. A time that the clock shows twice is the second one; a time that it leaves out
+ * is as far behind the gap as it lies in it. False, `at` untouched, for any other letter.
  * Thread safety: any thread.
  */
 CF_EXPORT Boolean CFCalendarComposeAbsoluteTime(CFCalendarRef calendar, CFAbsoluteTime *at,

@@ -1,7 +1,7 @@
 /**
  * @file
- * Texts of dates by a Unicode pattern ("yyyy-MM-dd HH:mm:ss.SSS", UTS 35), in the zone the process
- * started with.
+ * Texts of dates by a Unicode pattern ("yyyy-MM-dd HH:mm:ss.SSS", UTS 35), in the process's zone
+ * (CFTimeZone.h). A name of the zone in a pattern ("z") is written as its distance from GMT.
  *
  * A formatter is used by one thread at a time; making one is cheap, the first text of a process loads
  * the locale data.
@@ -44,7 +44,8 @@ CF_EXPORT CFStringRef CFDateFormatterCreateStringWithAbsoluteTime(CFAllocatorRef
 
 /**
  * The date that `string` shows in the formatter's pattern, to be released with CFRelease(). Numbers may have
- * fewer or more digits than the pattern, and all but the hours may lie beyond their ranges and carry.
+ * fewer or more digits than the pattern, and all but the hours may lie beyond their ranges and carry. Without a
+ * zone in the pattern it is a time of the process's, which a clock shows twice or not at all as in CFCalendar.h.
  * @param[in,out] rangep  the units to read, set to those that were; NULL for the whole string, which need not
  *                        be read to its end
  * NULL for a text of another form and when there is no memory.

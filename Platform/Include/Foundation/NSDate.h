@@ -17,8 +17,8 @@ CF_EXTERN_C_BEGIN
  * %a %A weekday (Mon, Monday), %w from 0, Sunday; %b %B month (Mar, March), %m 01 to 12; %d day 01 to 31,
  * %e without the zero; %j day of the year 001 to 366; %y year 00 to 99, %Y with its century;
  * %H hour 00 to 23, %I 01 to 12 with %p AM or PM; %M minute; %S second; %F milliseconds 000 to 999;
- * %Z zone (CET), %z its distance from GMT (+0100); %x "%m/%d/%y", %X "%H:%M:%S", %c "%X %x"; %% "%".
- * @param[in] timeZone  NULL for the process's
+ * %Z zone as the C library names it (CET, +05), %z its distance from GMT (+0100); %x "%m/%d/%y", %X "%H:%M:%S", %c "%X %x"; %% "%".
+ * @param[in] timeZone  not looked at: there is only the process's
  * @param[in] locale    not looked at: names are English
  * NULL for a date that is no number and when there is no memory. Any thread.
  */

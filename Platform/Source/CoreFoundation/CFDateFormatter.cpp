@@ -1,14 +1,27 @@
 // Date formatters over ICU, which is opened with the first text: it then loads its locale data, half a
 // millisecond with a warm cache and more from disk, and most formatters of a process never write one.
+// ICU works in GMT on what the wall shows: its own data of the zones are older than the machine's.
 #include <CoreFoundation/CFDateFormatter.h>
 
 #include "CoreFoundation/Date.h"
 #include "CoreFoundation/String.h"
+#include "CoreFoundation/TimeZone.h"
 
+#include <unicode/ucal.h>
 #include <unicode/udat.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdio>
 #include <memory>
+#include <string_view>
+
+using kiv::cf::WallTime;
+
+namespace
+{
+struct NumberPattern;
+} // namespace
 
 struct __CFDateFormatter : kiv::cf::Object
 {
@@ -16,17 +29,62 @@ struct __CFDateFormatter : kiv::cf::Object
 
     CFLocaleRef locale; // may be null
     CFStringRef pattern = nullptr;
-    UDateFormat *format = nullptr; // open for `pattern`, or null
+    const NumberPattern *number = nullptr; // where the pattern is one of these, which need no ICU
+    UDateFormat *format = nullptr;         // open for `pattern`, or null
+    UCalendar *calendar = nullptr; // of the distance from GMT that a pattern with a zone writes; else null
 };
 
 namespace
 {
 constexpr const char *kNoLocale = "en_US_POSIX";
 
+// Patterns of one number, as modules take a date apart: without a locale its digits are ASCII.
+struct NumberPattern
+{
+    std::u16string_view pattern;
+    int32_t WallTime::*field;
+    int32_t offset; // what the calendar counts from 0 and people from 1
+    int digits;     // at least
+};
+constexpr NumberPattern kNumberPatterns[] = {
+    {u"y", &WallTime::year, 0, 1},          {u"M", &WallTime::month, 1, 1},  {u"d", &WallTime::day, 0, 1},
+    {u"H", &WallTime::hour, 0, 1},          {u"m", &WallTime::minute, 0, 1}, {u"s", &WallTime::second, 0, 1},
+    {u"SSS", &WallTime::millisecond, 0, 3},
+};
+
+const NumberPattern *numberPatternOf(CFStringRef pattern) noexcept
+{
+    for (const NumberPattern &row : kNumberPatterns)
+    {
+        const CFIndex length = CFStringGetLength(pattern);
+        bool same = length == static_cast<CFIndex>(row.pattern.size());
+        for (CFIndex index = 0; same && index < length; ++index)
+            same = CFStringGetCharacterAtIndex(pattern, index) == row.pattern[static_cast<size_t>(index)];
+        if (same)
+            return &row;
+    }
+    return nullptr;
+}
+
+CFStringRef createNumber(const NumberPattern &row, CFAbsoluteTime at) noexcept
+{
+    WallTime wall;
+    if (!kiv::cf::readWall(at, wall))
+        return nullptr;
+    int32_t value = wall.*row.field + row.offset;
+    if (row.field == &WallTime::year && value <= 0)
+        value = 1 - value; // a year before Christ, without the era that says so
+    char text[12];
+    const int length = std::snprintf(text, sizeof text, "%0*d", row.digits, static_cast<int>(value));
+    return kiv::cf::createString(std::string_view{text, static_cast<size_t>(length)});
+}
+
 void close(__CFDateFormatter &formatter) noexcept
 {
     if (formatter.format != nullptr)
         udat_close(std::exchange(formatter.format, nullptr));
+    if (formatter.calendar != nullptr)
+        ucal_close(std::exchange(formatter.calendar, nullptr));
 }
 
 void finalizeFormatter(kiv::cf::Object &object)
@@ -77,6 +135,22 @@ char16_t *unitsOf(CFStringRef string, CFRange range, UnitBuffer &buffer) noexcep
     return units;
 }
 
+constexpr std::u16string_view kGMT = u"GMT";
+
+// Whether a pattern names a part of the zone; quoted letters name nothing.
+bool hasZone(std::u16string_view pattern) noexcept
+{
+    bool quoted = false;
+    for (const char16_t unit : pattern)
+    {
+        if (unit == u'\'')
+            quoted = !quoted;
+        else if (!quoted && std::u16string_view{u"zZOvVXx"}.find(unit) != std::u16string_view::npos)
+            return true;
+    }
+    return false;
+}
+
 bool open(__CFDateFormatter &formatter) noexcept
 {
     char locale[ULOC_FULLNAME_CAPACITY];
@@ -89,17 +163,43 @@ bool open(__CFDateFormatter &formatter) noexcept
     if (pattern == nullptr)
         return false;
 
+    const char *name = formatter.locale != nullptr ? locale : kNoLocale;
     UErrorCode status = U_ZERO_ERROR;
-    UDateFormat *opened =
-        udat_open(UDAT_PATTERN, UDAT_PATTERN, formatter.locale != nullptr ? locale : kNoLocale, nullptr, 0,
-                  pattern, static_cast<int32_t>(length), &status);
+    formatter.format = udat_open(UDAT_PATTERN, UDAT_PATTERN, name, kGMT.data(), kGMT.size(), pattern,
+                                 static_cast<int32_t>(length), &status);
+    if (hasZone({pattern, static_cast<size_t>(length)}))
+        formatter.calendar = ucal_open(kGMT.data(), kGMT.size(), name, UCAL_DEFAULT, &status);
     if (U_FAILURE(status))
-    {
-        udat_close(opened);
-        return false;
-    }
-    formatter.format = opened;
-    return true;
+        close(formatter);
+    return U_SUCCESS(status);
+}
+
+// Sets the calendar to a moment in a zone that is always as far from GMT.
+void setCalendar(UCalendar *calendar, double time, int32_t secondsFromGMT, UErrorCode &status) noexcept
+{
+    const int32_t distance = std::abs(secondsFromGMT);
+    char name[32];
+    const int length = std::snprintf(name, sizeof name, "GMT%c%02d:%02d:%02d", secondsFromGMT < 0 ? '-' : '+',
+                                     static_cast<int>(distance / 3600), static_cast<int>(distance / 60 % 60),
+                                     static_cast<int>(distance % 60));
+    char16_t units[sizeof name];
+    std::copy_n(name, length, units);
+    ucal_setTimeZone(calendar, units, length, &status);
+    ucal_setMillis(calendar, time, &status);
+}
+
+// The text of a moment in units of `room`; its length in any case.
+int32_t write(const __CFDateFormatter &formatter, CFAbsoluteTime at, char16_t *text, size_t room,
+              UErrorCode &status) noexcept
+{
+    const double time = kiv::cf::icuTime(at);
+    const int32_t ahead = kiv::cf::secondsFromGMT(kiv::cf::unixTime(at).seconds);
+    if (formatter.calendar == nullptr)
+        return udat_format(formatter.format, time + ahead * 1000.0, text, static_cast<int32_t>(room), nullptr,
+                           &status);
+    setCalendar(formatter.calendar, time, ahead, status);
+    return udat_formatCalendar(formatter.format, formatter.calendar, text, static_cast<int32_t>(room),
+                               nullptr, &status);
 }
 } // namespace
 
@@ -131,6 +231,7 @@ void CFDateFormatterSetFormat(CFDateFormatterRef formatter, CFStringRef formatSt
         return;
     close(*formatter);
     kiv::cf::releaseIfAny(std::exchange(formatter->pattern, pattern));
+    formatter->number = formatter->locale == nullptr ? numberPatternOf(pattern) : nullptr;
 }
 
 CFStringRef CFDateFormatterCreateStringWithDate(CFAllocatorRef allocator, CFDateFormatterRef formatter,
@@ -146,22 +247,22 @@ CFStringRef CFDateFormatterCreateStringWithAbsoluteTime(CFAllocatorRef, CFDateFo
         return nullptr;
     if (formatter->pattern == nullptr || CFStringGetLength(formatter->pattern) == 0)
         return kiv::cf::createString(std::string_view{});
+    if (formatter->number != nullptr)
+        return createNumber(*formatter->number, at);
     if (formatter->format == nullptr && !open(*formatter))
         return nullptr;
 
     UnitBuffer buffer;
     char16_t *text = buffer.ofSize(UnitBuffer::smallSize());
     UErrorCode status = U_ZERO_ERROR;
-    const double time = kiv::cf::icuTime(at);
-    int32_t length = udat_format(formatter->format, time, text, static_cast<int32_t>(UnitBuffer::smallSize()),
-                                 nullptr, &status);
+    int32_t length = write(*formatter, at, text, UnitBuffer::smallSize(), status);
     if (status == U_BUFFER_OVERFLOW_ERROR)
     {
         status = U_ZERO_ERROR;
         text = buffer.ofSize(static_cast<size_t>(length));
         if (text == nullptr)
             return nullptr;
-        length = udat_format(formatter->format, time, text, length, nullptr, &status);
+        length = write(*formatter, at, text, static_cast<size_t>(length), status);
     }
     if (U_FAILURE(status))
         return nullptr;
@@ -186,5 +287,10 @@ CFDateRef CFDateFormatterCreateDateFromString(CFAllocatorRef allocator, CFDateFo
         return nullptr;
     if (rangep != nullptr)
         rangep->length = end;
-    return CFDateCreate(allocator, time / 1000.0 - kCFAbsoluteTimeIntervalSince1970);
+    const CFAbsoluteTime at = time / 1000.0 - kCFAbsoluteTimeIntervalSince1970;
+    if (formatter->calendar != nullptr) // the text has told its distance from GMT
+        return CFDateCreate(allocator, at);
+    const kiv::cf::UnixTime wall = kiv::cf::unixTime(at);
+    const double ahead = static_cast<double>(wall.seconds - kiv::cf::momentOfWall(wall.seconds));
+    return CFDateCreate(allocator, at - ahead);
 }

@@ -1,82 +1,37 @@
-// Time zones over ICU's calendar: one for the process, whose zone ICU reads once.
+// The one time zone, which is the C library's: its rules are the machine's, and all forms of TZ are known to it.
 #include "CoreFoundation/TimeZone.h"
 
+#include "CoreFoundation/CalendarDays.h"
 #include "CoreFoundation/Date.h"
 #include "CoreFoundation/Object.h"
 
-#include <unicode/ucal.h>
-#include <unicode/ustring.h>
-
-#include <mutex>
+#include <ctime>
 
 struct __CFTimeZone : kiv::cf::Object
 {
-    explicit __CFTimeZone(UCalendar *opened) noexcept;
-
-    UCalendar *calendar;
+    constexpr __CFTimeZone() noexcept;
 };
 
 namespace
 {
-// Guards the one zone: its creation, and its calendar while a moment is looked at.
-std::mutex g_mutex;
-CFTimeZoneRef g_default = nullptr; // with a reference of the library's own, so it never ends
-
 constexpr kiv::cf::Type kTimeZoneType{kiv::cf::kTypeTimeZone, nullptr, nullptr, nullptr};
 
-CFTimeZoneRef openZone() noexcept
+// What the C library's zone is at a moment; false beyond its calendar, which ends with a year of 32 bits.
+bool readZone(int64_t second, std::tm &wall) noexcept
 {
-    UErrorCode status = U_ZERO_ERROR;
-    UCalendar *calendar = ucal_open(nullptr, 0, "en_US_POSIX", UCAL_GREGORIAN, &status);
-    CFTimeZoneRef object = U_SUCCESS(status) ? kiv::cf::create<__CFTimeZone>(0, calendar) : nullptr;
-    if (object == nullptr)
-        ucal_close(calendar);
-    return object;
+    // localtime_r() need not look at TZ, so it is read here, and once: hosts set it before their first date.
+    [[maybe_unused]] static const bool zoneIsRead = (tzset(), true);
+    const time_t moment = second;
+    return localtime_r(&moment, &wall) != nullptr;
 }
-
-// The fields of one moment; after a failure every further one is 0.
-class Moment
-{
-public:
-    Moment(CFTimeZoneRef zone, CFAbsoluteTime at) noexcept : m_calendar{zone->calendar}
-    {
-        if (!std::isfinite(at))
-            m_status = U_ILLEGAL_ARGUMENT_ERROR;
-        ucal_setMillis(m_calendar, kiv::cf::icuTime(at), &m_status);
-    }
-    int32_t field(UCalendarDateFields which) noexcept
-    {
-        const int32_t value = ucal_get(m_calendar, which, &m_status);
-        return U_SUCCESS(m_status) ? value : 0;
-    }
-    int32_t secondsFromGMT() noexcept
-    {
-        return (field(UCAL_ZONE_OFFSET) + field(UCAL_DST_OFFSET)) / 1000;
-    }
-    template <size_t Size>
-    void name(std::array<char, Size> &text) noexcept
-    {
-        const bool summer = field(UCAL_DST_OFFSET) != 0;
-        char16_t units[Size];
-        const int32_t length =
-            ucal_getTimeZoneDisplayName(m_calendar, summer ? UCAL_SHORT_DST : UCAL_SHORT_STANDARD,
-                                        "en_US_POSIX", units, static_cast<int32_t>(Size), &m_status);
-        const bool fits = U_SUCCESS(m_status) && length < static_cast<int32_t>(Size);
-        u_UCharsToChars(units, text.data(), fits ? length : 0); // names in English are ASCII
-        text[fits ? static_cast<size_t>(length) : 0] = '\0';
-    }
-    bool failed() const noexcept
-    {
-        return U_FAILURE(m_status);
-    }
-
-private:
-    UCalendar *m_calendar;
-    UErrorCode m_status = U_ZERO_ERROR;
-};
 } // namespace
 
-__CFTimeZone::__CFTimeZone(UCalendar *opened) noexcept : Object{kTimeZoneType}, calendar{opened} {}
+constexpr __CFTimeZone::__CFTimeZone() noexcept : Object{kTimeZoneType, kiv::cf::kForEver} {}
+
+namespace
+{
+constinit __CFTimeZone g_default;
+} // namespace
 
 CFTypeID CFTimeZoneGetTypeID(void)
 {
@@ -85,40 +40,57 @@ CFTypeID CFTimeZoneGetTypeID(void)
 
 CFTimeZoneRef CFTimeZoneCopyDefault(void)
 {
-    const std::lock_guard lock{g_mutex};
-    if (g_default == nullptr)
-        g_default = openZone();
-    if (g_default != nullptr)
-        CFRetain(g_default);
-    return g_default;
+    CFRetain(&g_default);
+    return &g_default;
 }
 
-CFTimeInterval CFTimeZoneGetSecondsFromGMT(CFTimeZoneRef tz, CFAbsoluteTime at)
+CFTimeInterval CFTimeZoneGetSecondsFromGMT(CFTimeZoneRef, CFAbsoluteTime at)
 {
-    const std::lock_guard lock{g_mutex};
-    return Moment{tz, at}.secondsFromGMT();
+    return std::isfinite(at) ? kiv::cf::secondsFromGMT(kiv::cf::unixTime(at).seconds) : 0;
 }
 
-bool kiv::cf::readWall(CFTimeZoneRef zone, CFAbsoluteTime at, WallTime &wall) noexcept
+int32_t kiv::cf::secondsFromGMT(int64_t second) noexcept
 {
-    const std::lock_guard lock{g_mutex};
-    Moment moment{zone, at};
-    wall.year = moment.field(UCAL_EXTENDED_YEAR);
-    wall.month = moment.field(UCAL_MONTH);
-    wall.day = moment.field(UCAL_DATE);
-    wall.dayOfYear = moment.field(UCAL_DAY_OF_YEAR);
-    wall.weekday = moment.field(UCAL_DAY_OF_WEEK) - UCAL_SUNDAY;
-    wall.hour = moment.field(UCAL_HOUR_OF_DAY);
-    wall.minute = moment.field(UCAL_MINUTE);
-    wall.second = moment.field(UCAL_SECOND);
-    wall.millisecond = moment.field(UCAL_MILLISECOND);
-    wall.secondsFromGMT = moment.secondsFromGMT();
-    wall.zoneName[0] = '\0';
-    return !moment.failed();
+    std::tm wall{};
+    return readZone(second, wall) ? static_cast<int32_t>(wall.tm_gmtoff) : 0;
 }
 
-void kiv::cf::readZoneName(CFTimeZoneRef zone, CFAbsoluteTime at, WallTime &wall) noexcept
+int64_t kiv::cf::momentOfWall(int64_t local) noexcept
 {
-    const std::lock_guard lock{g_mutex};
-    Moment{zone, at}.name(wall.zoneName);
+    // No zone is a day ahead or behind, and none changes twice in two days: these two moments lie on either
+    // side of the one looked for, with one change between them or none.
+    const int32_t before = secondsFromGMT(local - kSecondsPerDay);
+    const int32_t after = secondsFromGMT(local + kSecondsPerDay);
+    if (before == after)
+        return local - before;
+    return local - (secondsFromGMT(local - after) == after ? after : before);
+}
+
+bool kiv::cf::readWall(CFAbsoluteTime at, WallTime &wall) noexcept
+{
+    if (!std::isfinite(at))
+        return false;
+    const UnixTime moment = unixTime(at);
+    std::tm zone{};
+    const bool known = readZone(moment.seconds, zone);
+    wall.secondsFromGMT = known ? static_cast<int32_t>(zone.tm_gmtoff) : 0;
+    wall.zoneName = known ? zone.tm_zone : "";
+
+    const int64_t local = moment.seconds + wall.secondsFromGMT;
+    const int64_t number = floorDivide(local, kSecondsPerDay);
+    const auto clock = static_cast<int32_t>(local - number * kSecondsPerDay);
+    const CalendarDate date = dateOfDayNumber(number);
+    wall.year = static_cast<int32_t>(date.year);
+    wall.month = date.month;
+    wall.day = date.day;
+    wall.dayOfYear = date.dayOfYear;
+    constexpr int64_t kThursday = 4; // of 1 January 1970
+    constexpr int64_t kDaysPerWeek = 7;
+    const int64_t weekday = number + kThursday;
+    wall.weekday = static_cast<int32_t>(weekday - floorDivide(weekday, kDaysPerWeek) * kDaysPerWeek);
+    wall.hour = clock / 3600;
+    wall.minute = clock / 60 % 60;
+    wall.second = clock % 60;
+    wall.millisecond = moment.milliseconds;
+    return true;
 }

@@ -136,7 +136,7 @@ bool writeConversion(Writer &writer, char16_t letter, const WallTime &wall) noex
         writeDistance(writer, wall.secondsFromGMT);
         break;
     case u'Z':
-        writer.text(wall.zoneName.data());
+        writer.text(wall.zoneName);
         break;
     case u'%':
         writer.unit(u'%');
@@ -159,14 +159,6 @@ void writeFormat(Writer &writer, const kiv::text::Units &format, const WallTime 
     }
 }
 
-bool hasUnit(const kiv::text::Units &units, char16_t unit) noexcept
-{
-    for (size_t index = 0; index < units.length; ++index)
-        if (units[index] == unit)
-            return true;
-    return false;
-}
-
 struct FreeBlock
 {
     void operator()(void *block) const noexcept
@@ -176,18 +168,10 @@ struct FreeBlock
 };
 } // namespace
 
-CFStringRef NSDate_descriptionWithCalendarFormat(CFDateRef date, CFStringRef format, CFTimeZoneRef timeZone,
-                                                 CFTypeRef)
+CFStringRef NSDate_descriptionWithCalendarFormat(CFDateRef date, CFStringRef format, CFTimeZoneRef, CFTypeRef)
 {
-    CFTimeZoneRef own = timeZone == nullptr ? CFTimeZoneCopyDefault() : nullptr;
-    CFTimeZoneRef zone = own != nullptr ? own : timeZone;
     WallTime wall;
-    const CFAbsoluteTime at = CFDateGetAbsoluteTime(date);
-    const bool known = zone != nullptr && kiv::cf::readWall(zone, at, wall);
-    if (known && hasUnit(format->units, u'Z')) // it costs more than all else
-        kiv::cf::readZoneName(zone, at, wall);
-    kiv::cf::releaseIfAny(own);
-    if (!known)
+    if (!kiv::cf::readWall(CFDateGetAbsoluteTime(date), wall))
         return nullptr;
 
     Writer measure{nullptr};
