@@ -99,7 +99,7 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_copyTimecode(KIVCS2Timecode *dst, const K
 /** Copies day, month and year; the frame count of `dst` stays. Always OK. */
 KIVCS2_API KIVCS2Status kivCS2Timecode_copyDate(KIVCS2Timecode *dst, const KIVCS2Timecode *src);
 
-/** The date of one record with the frame count of another. Always OK. */
+/** The date of one record with the frame count of another; `dst` may be either. Always OK. */
 KIVCS2_API KIVCS2Status kivCS2Timecode_initWithDateAndTimecode(KIVCS2Timecode *dst,
                                                                const KIVCS2Timecode *dateSource,
                                                                const KIVCS2Timecode *timecodeSource);
@@ -295,10 +295,10 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_subtractMonths(KIVCS2Timecode *tc, uint32
 /** Subtracts from the year, which stops at 0. Always OK. */
 KIVCS2_API KIVCS2Status kivCS2Timecode_subtractYears(KIVCS2Timecode *tc, uint32_t count);
 
-/** Adds the frame count and then the day field of `other`. Always OK. */
+/** Adds the frame count and then the day field of `other`, which may be the record itself. Always OK. */
 KIVCS2_API KIVCS2Status kivCS2Timecode_addTimecode(KIVCS2Timecode *tc, const KIVCS2Timecode *other);
 
-/** Copies `b` and adds `a` to it as kivCS2Timecode_addTimecode(). Always OK. */
+/** `b` plus `a`, as kivCS2Timecode_addTimecode(); `result` may be either. Always OK. */
 KIVCS2_API KIVCS2Status kivCS2Timecode_initByAddingTimecodes(KIVCS2Timecode *result, const KIVCS2Timecode *a,
                                                              const KIVCS2Timecode *b);
 
@@ -312,6 +312,7 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_subtractTimecode(KIVCS2Timecode *tc, cons
  * `b` minus `a`. With `includeDays` the date decides first: `result` must on entry hold the date of
  * `a`. If it does not, the result is the difference of `result` and `b` in seconds as a duration of at
  * most one frame less than a day; otherwise the frame counts are subtracted and the date is cleared.
+ * `result` may be `a` or `b`.
  * Always OK once a rate is set; with `includeDays` the result is without a date.
  */
 KIVCS2_API KIVCS2Status kivCS2Timecode_initBySubtractingTimecodes(KIVCS2Timecode *result,
@@ -424,7 +425,9 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_convertMillisecondsToDuration(uint64_t mi
 /**
  * Parses NUL-terminated UTF-8: "hours:minutes:seconds:frames", "hours:minutes:seconds" or a bare frame
  * count, with an optional "day.month.year " in front. ";" is not taken. Another number of time fields
- * leaves midnight and succeeds; a date that has not three fields is ignored.
+ * leaves midnight and succeeds; a date that has not three fields is ignored. An empty field is 0, so that a
+ * time with a blank behind it ("10:00:00:00 ") is a date to ignore and frame 0, with success. A number
+ * above 2147483647 is taken for that one; of the hours only the low 8 bits are used.
  * @retval KIVCS2STATUS_PARAM_ERR   an argument is null (record untouched), or a field holds something
  *         else than digits; what was stored before that field stays
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  as kivCS2Timecode_initWithTimecodeFields(); a date stays
@@ -478,8 +481,12 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_initWithBCD(KIVCS2Timecode *tc, uint32_t 
 /* ---- System dates ----------------------------------------------------------------------------- */
 
 /**
- * Sets the date, and with `includeTime` the time to the last existing frame that is not later, from a
- * system date in the process's calendar and time zone; without it the frame count is 0.
+ * Sets the date, and with `includeTime` the time, from a system date in the process's calendar and time zone;
+ * without it the frame count is 0. The date is taken in whole milliseconds, and of the second's frames as many are
+ * counted from its first one as have begun at the nominal rate: milliseconds * framesPerSecond / 1000, rounded down.
+ * At 29.97 and 59.94 two less are counted from the third on, in every second: the frame always exists and is two
+ * before the one of that number, except in a second whose first numbers are dropped (29.97: that one, 59.94: two
+ * behind it, at most the second's last).
  * A field that cannot be formatted (no memory) reads as 0.
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no rate is set; the record is untouched
  * @retval KIVCS2STATUS_MUTEX_ERR       the formatters could not be locked; the record is untouched

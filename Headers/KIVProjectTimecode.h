@@ -302,7 +302,7 @@ public:
     /** The day is not clamped to the new month. */
     void addMonths(uint32_t months) noexcept;
     void addYears(uint32_t years) noexcept;
-    /** Adds the frame count and then the day field of the other. */
+    /** Adds the frame count and then the day field of the other, which may be this one. */
     void addTimecode(const KIVProjectTimecode &other) noexcept;
     /** `to` plus `timecode`. */
     [[nodiscard]] static KIVProjectTimecode timecodeAdding(const KIVProjectTimecode &timecode,
@@ -474,11 +474,12 @@ public:
         return *this;
     }
 
-    /* ---- Dates, in the zone that the process started with ----------------------------------------- */
+    /* ---- Dates, in the zone of the process (TZ) ----------------------------------------------------- */
 
     /**
-     * Sets the date, and with `includeTime` the time to the last existing frame that is not later; without
-     * it the frame count is 0. A null date and a missing rate leave the object as it is.
+     * Sets the date, and with `includeTime` the time, as kivCS2Timecode_initWithDate(): the frame of the whole
+     * milliseconds, and at drop-frame rates two before it in most seconds. Without `includeTime` the frame count is
+     * 0. A null date and a missing rate leave the object as it is.
      */
     void fromDate(CFDateRef date, bool includeTime) noexcept;
     /**
@@ -491,6 +492,9 @@ public:
      * since midnight; all others from the digits, and the frames as parts of a second. The two differ where
      * seconds of timecode are not real ones: by up to 72 seconds a day at 23.98. A time that the clock
      * shows twice is the second, one that it leaves out counts on from before the gap.
+     * fromDate() need not give the frame back: it takes whole milliseconds. From the digits it is the same one at 25
+     * and 50, the one before for every third frame at 24, 30 and 60 and for one of 24 at 23.98, and up to three
+     * before (at 59.94 also up to two behind) at the drop-frame rates.
      * Null also for a month of 12 or more.
      */
     [[nodiscard]] CFDateRef toDate() const noexcept;

@@ -53,12 +53,19 @@ KIVCS2Status lookUp(const uint8_t *table, KIVCS2Timecode tc, uint32_t *value)
     return KIVCS2STATUS_OK;
 }
 
-// The one place that turns fields into a frame count; the fields are cut to 8 bits.
+[[gnu::cold, gnu::noinline]] KIVCS2Status refuseIllegal(const ClockFields &clock)
+{
+    KIV_LOG("Illegal timecode %02i:%02i:%02i:%02i\n", static_cast<int>(clock.hours),
+            static_cast<int>(clock.minutes), static_cast<int>(clock.seconds), static_cast<int>(clock.frames));
+    return KIVCS2STATUS_INVALID_TIMECODE_ERR;
+}
+
+// The one place that turns fields into a frame count; there is a rate.
 KIVCS2Status setClock(KIVCS2Timecode &tc, const ClockFields &clock)
 {
-    return kivCS2Timecode_initWithTimecodeFields(
-        &tc, static_cast<uint8_t>(clock.hours), static_cast<uint8_t>(clock.minutes),
-        static_cast<uint8_t>(clock.seconds), static_cast<uint8_t>(clock.frames));
+    if (setFields(g_state, tc, clock.hours, clock.minutes, clock.seconds, clock.frames)) [[likely]]
+        return KIVCS2STATUS_OK;
+    return refuseIllegal(clock);
 }
 
 KIVCS2Status replaceField(KIVCS2Timecode &tc, uint32_t ClockFields::*field, uint32_t value)
@@ -66,7 +73,8 @@ KIVCS2Status replaceField(KIVCS2Timecode &tc, uint32_t ClockFields::*field, uint
     uint32_t index = 0;
     KIV_TRY(frameWithinHour(g_state, tc, index));
     ClockFields clock = clockOf(g_state, tc);
-    clock.*field = value;
+    clock.hours = static_cast<uint8_t>(clock.hours); // Kept: as the fields of 8 bits that they are given to
+    clock.*field = static_cast<uint8_t>(value);
     return setClock(tc, clock);
 }
 
@@ -76,9 +84,7 @@ KIVCS2Status replaceField(KIVCS2Timecode &tc, uint32_t ClockFields::*field, uint
 // time is refused there.
 uint32_t firstFrameNumber(uint32_t minutes, uint32_t seconds)
 {
-    const bool dropped = g_state.dropFrameTimecode && static_cast<uint8_t>(seconds) == 0 &&
-                         static_cast<uint8_t>(minutes) % 10 != 0;
-    return dropped ? 2 : 0;
+    return g_state.dropFrameTimecode && seconds == 0 && minutes % 10 != 0 ? 2 : 0;
 }
 
 // Stores what a text held; the record is all zero before.
@@ -87,15 +93,16 @@ KIVCS2Status storeText(KIVCS2Timecode &tc, const TextFields &fields)
     if (fields.hasDate)
         setDate(tc, fields.date);
     const auto &time = fields.time;
+    const uint32_t hours = static_cast<uint8_t>(time[0]); // Kept: the hours alone are cut
     switch (fields.timeFields)
     {
     case 1:
         setFrames(tc, time[0]);
         return KIVCS2STATUS_OK;
     case 3:
-        return setClock(tc, {time[0], time[1], time[2], firstFrameNumber(time[1], time[2])});
+        return setClock(tc, {hours, time[1], time[2], firstFrameNumber(time[1], time[2])});
     case 4:
-        return setClock(tc, {time[0], time[1], time[2], time[3]});
+        return setClock(tc, {hours, time[1], time[2], time[3]});
     default:
         return KIVCS2STATUS_OK;
     }
@@ -165,10 +172,7 @@ KIVCS2Status kivCS2Timecode_initWithTimecodeFields(KIVCS2Timecode *tc, uint8_t h
     if (!hasRate())
         return KIVCS2STATUS_FRAME_RATE_ERR;
 
-    if (setFields(g_state, *tc, hours, minutes, seconds, frames)) [[likely]]
-        return KIVCS2STATUS_OK;
-    KIV_LOG("Illegal timecode %02i:%02i:%02i:%02i\n", hours, minutes, seconds, frames);
-    return KIVCS2STATUS_INVALID_TIMECODE_ERR;
+    return setClock(*tc, {hours, minutes, seconds, frames});
 }
 
 KIVCS2Status kivCS2Timecode_initWithFrames(KIVCS2Timecode *tc, uint32_t frames)
@@ -210,8 +214,9 @@ KIVCS2Status kivCS2Timecode_copyDate(KIVCS2Timecode *dst, const KIVCS2Timecode *
 KIVCS2Status kivCS2Timecode_initWithDateAndTimecode(KIVCS2Timecode *dst, const KIVCS2Timecode *dateSource,
                                                     const KIVCS2Timecode *timecodeSource)
 {
+    const KIVCS2Timecode dated = *dateSource; // either may be the record itself
     KIV_TRY(kivCS2Timecode_copyTimecode(dst, timecodeSource));
-    return kivCS2Timecode_copyDate(dst, dateSource);
+    return kivCS2Timecode_copyDate(dst, &dated);
 }
 
 // ---- Fields
@@ -460,16 +465,18 @@ KIVCS2Status kivCS2Timecode_subtractYears(KIVCS2Timecode *tc, uint32_t count)
 
 KIVCS2Status kivCS2Timecode_addTimecode(KIVCS2Timecode *tc, const KIVCS2Timecode *other)
 {
-    (void)kivCS2Timecode_addFrames(tc, framesOf(*other)); // Kept: always a success
-    (void)kivCS2Timecode_addDays(tc, dateOf(*other).day);
+    const KIVCS2Timecode added = *other;                 // which may be the record itself
+    (void)kivCS2Timecode_addFrames(tc, framesOf(added)); // Kept: always a success
+    (void)kivCS2Timecode_addDays(tc, dateOf(added).day);
     return KIVCS2STATUS_OK;
 }
 
 KIVCS2Status kivCS2Timecode_initByAddingTimecodes(KIVCS2Timecode *result, const KIVCS2Timecode *a,
                                                   const KIVCS2Timecode *b)
 {
+    const KIVCS2Timecode added = *a; // which may be the result
     KIV_TRY(kivCS2Timecode_copy(result, b));
-    return kivCS2Timecode_addTimecode(result, a);
+    return kivCS2Timecode_addTimecode(result, &added);
 }
 
 KIVCS2Status kivCS2Timecode_subtractTimecode(KIVCS2Timecode *tc, const KIVCS2Timecode *other)
@@ -493,8 +500,9 @@ KIVCS2Status kivCS2Timecode_initBySubtractingTimecodes(KIVCS2Timecode *result, c
             return kivCS2Timecode_initWithFrames(result, g_state.framesPerDay - 1);
         return kivCS2Timecode_initWithSeconds(result, seconds);
     }
+    const KIVCS2Timecode subtracted = *a; // which may be the result
     *result = *b;
-    (void)kivCS2Timecode_subtractTimecode(result, a); // Kept: always a success
+    (void)kivCS2Timecode_subtractTimecode(result, &subtracted); // Kept: always a success
     if (includeDays != 0)
         (void)kivCS2Timecode_zeroDate(result); // cannot fail
     return KIVCS2STATUS_OK;

@@ -134,7 +134,7 @@ struct DateReading
     uint32_t hours, minutes, seconds, milliseconds;
 };
 
-// The date and, with its time, the last frame that exists and is not later; otherwise frame count 0.
+// The date and, with its time, the frame that frameOfClockTime() makes of it; otherwise frame count 0.
 void setFromReading(const RateState &state, KIVCS2Timecode &tc, const DateReading &reading, bool includeTime);
 
 // ---- Arithmetic. A failure leaves the record unchanged.

@@ -430,6 +430,8 @@ TEST(ProjectTimecode, HasRulesOfItsOwn)
         {"with days", object(9, 5, 2, 2024), [](PT &tc) { tc.subtractTimecodeIncludingDays(object(10, 6)); },
          object(day - 1, 27, 1, 2024)},
         {"onto itself", object(9, 5, 2, 2024), [](PT &tc) { tc.addTimecode(tc); }, object(18, 10, 2, 2024)},
+        {"onto itself over midnight", object(day - 1, 2), [](PT &tc) { tc.addTimecode(tc); },
+         object(day - 2, 5)},
         {"to seconds", object(9, 5, 2, 2024), [](PT &tc) { tc.snapToSeconds(86399.98); },
          object(day - 1, 5, 2, 2024)},
         {"to a day", object(9, 30, 2, 2024), [](PT &tc) { tc.snapToSeconds(86400.0); },
@@ -743,10 +745,13 @@ TEST(ProjectTimecodeDates, TheTwoPathsDifferWhereSecondsOfTimecodeDo)
     const Row rows[] = {
         {PT::fps25, object(900000, 0, 0, 2019), 36000.0},
         {PT::fps25, object(900000, 0, 0, 2024), 36000.0},
-        {PT::fps2398, object(864000, 0, 0, 2019), 36030.025},
-        {PT::fps2398, object(864000, 0, 0, 2024), 36000.0},
-        {PT::fps2997, object(1800, 0, 0, 2019), 60.06006},
-        {PT::fps2997, object(1800, 0, 0, 2024), 60.066733},
+        {PT::fps2398, object(864000, 0, 0, 2000), 36000.0},
+        {PT::fps2398, object(864000, 0, 0, 2001), 36030.025020850},
+        {PT::fps2398, object(864000, 0, 0, 2020), 36030.025020850},
+        {PT::fps2398, object(864000, 0, 0, 2021), 36000.0},
+        {PT::fps2997, object(1800, 0, 0, 2019), 60.060060060},
+        {PT::fps2997, object(1800, 0, 0, 2024), 60.066733400},
+        {PT::fps2997, object(29, 0, 0, 2024), 0.967634301}, // frames of the real rate
         {PT::fps25, object(0xFFFFFFFFu, 0, 0, 2019), 0.0},
         {PT::fps25, object(25 * 90000, 0, 0, 2019), 90000.0},
         {PT::fps25, object(25 * 90000, 0, 0, 2024), 90000.0}, // beyond the day
@@ -754,7 +759,7 @@ TEST(ProjectTimecodeDates, TheTwoPathsDifferWhereSecondsOfTimecodeDo)
     for (const Row &row : rows)
     {
         row.rate();
-        EXPECT_NEAR(take(row.tc.toDate()) - take(row.tc.toCalendarDate()), row.seconds, 1e-3)
+        EXPECT_NEAR(take(row.tc.toDate()) - take(row.tc.toCalendarDate()), row.seconds, 1e-6)
             << textOf(row.tc);
     }
     // Up to 1582 the calendar is the Julian one of the system's formatters.

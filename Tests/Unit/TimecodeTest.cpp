@@ -541,7 +541,9 @@ TEST(Timecode, ComparesFrameCountsAndMeasuresDays)
                            // Kept: an earlier year counts positive.
                            {record(0, 0, 0, 2024), record(0, 30, 11, 2023), (365 + 365) * kDay},
                            {record(0, 0, 0, 2024), record(0, 0, 0, 2020), 1461 * kDay},
-                           {record(10, 1, 1, 1), record(5, 1, 1, 1), -5}})
+                           {record(10, 1, 1, 1), record(5, 1, 1, 1), -5},
+                           // Kept: 32 bits with a sign on one day.
+                           {record(1, 1, 1, 1), record(0xFFFFFFFEu, 1, 1, 1), -3}})
     {
         int64_t difference = 7;
         EXPECT_EQ(kivCS2Timecode_differenceInFrames(&row.a, &row.b, &difference), KIVCS2STATUS_OK);
@@ -586,6 +588,8 @@ TEST(Timecode, AddsAndSubtractsRecords)
              {record(2500, 4, 3, 3), record(100, 3, 3, 3), record(0, 4, 3, 3), 1, record(2500)},
              {record(2500, 4, 3, 3), record(100, 3, 3, 3), record(0, 5, 3, 3), 1, record(0)},
              {record(4 * 2160000u, 4, 3, 3), record(0), record(0, 4, 3, 3), 1, record(2159999)},
+             {record(2160000, 4, 3, 3), record(0), record(0, 4, 3, 3), 1, record(2159999)}, // 86400 s
+             {record(2159999, 4, 3, 3), record(0), record(0, 4, 3, 3), 1, record(2159999)},
          })
     {
         tc = row.result;
@@ -593,6 +597,39 @@ TEST(Timecode, AddsAndSubtractsRecords)
                   KIVCS2STATUS_OK);
         EXPECT_EQ(textOf(tc), textOf(row.expected));
     }
+}
+
+TEST(Timecode, ASourceMayBeTheResult)
+{
+    setRate(KIVCS2FrameRate_25);
+    using Operation = KIVCS2Status (*)(KIVCS2Timecode *, const KIVCS2Timecode *, const KIVCS2Timecode *);
+    const Operation operations[] = {
+        kivCS2Timecode_initWithDateAndTimecode,
+        kivCS2Timecode_initByAddingTimecodes,
+        [](KIVCS2Timecode *result, const KIVCS2Timecode *a, const KIVCS2Timecode *b)
+        { return kivCS2Timecode_initBySubtractingTimecodes(result, a, b, 0); },
+        [](KIVCS2Timecode *result, const KIVCS2Timecode *a, const KIVCS2Timecode *b)
+        { return kivCS2Timecode_initBySubtractingTimecodes(result, a, b, 1); },
+    };
+    const KIVCS2Timecode a = record(1800000, 3, 1, 2024), b = record(1900000, 3, 1, 2024);
+    for (size_t index = 0; index < std::size(operations); ++index)
+    {
+        KIVCS2Timecode expected = a, first = a, second = b, both = a;
+        EXPECT_EQ(operations[index](&expected, &a, &b), KIVCS2STATUS_OK);
+        EXPECT_EQ(operations[index](&first, &first, &b), KIVCS2STATUS_OK);
+        EXPECT_EQ(operations[index](&second, &a, &second), KIVCS2STATUS_OK);
+        EXPECT_EQ(textOf(first), textOf(expected)) << index;
+        EXPECT_EQ(textOf(second), textOf(expected)) << index;
+        expected = a;
+        EXPECT_EQ(operations[index](&expected, &a, &a), KIVCS2STATUS_OK);
+        EXPECT_EQ(operations[index](&both, &both, &both), KIVCS2STATUS_OK);
+        EXPECT_EQ(textOf(both), textOf(expected)) << index;
+    }
+    KIVCS2Timecode tc = record(1800000, 2);
+    EXPECT_EQ(kivCS2Timecode_addTimecode(&tc, &tc), KIVCS2STATUS_OK);
+    EXPECT_EQ(textOf(tc), textOf(record(1440000, 5))); // 2 days and 20 hours, twice
+    EXPECT_EQ(kivCS2Timecode_subtractTimecode(&tc, &tc), KIVCS2STATUS_OK);
+    EXPECT_EQ(textOf(tc), textOf(record(0, 5)));
 }
 
 TEST(Timecode, MultipliesAndClampsToADay)
@@ -684,10 +721,13 @@ TEST(Timecode, ParsesText)
         {KIVCS2FrameRate_25, "15.3.2024 1:00:00:25", kIllegal, record(90000, 14, 2, 2024)},
         {KIVCS2FrameRate_25, "15.3.2024 1:00:x:00", kParam, record(0, 14, 2, 2024)},
         {KIVCS2FrameRate_25, "15.x.2024 1:00:00:00", kParam, record(0)},
-        {KIVCS2FrameRate_25, "257:00:00:00", kOK, record(90000)}, // fields are cut to 8 bits
-        {KIVCS2FrameRate_25, "1:256:256:256", kOK, record(90000)},
-        {KIVCS2FrameRate_29_97, "0:257:256", kOK,
-         record(1800)}, // and the start of the minute is found after the cut
+        {KIVCS2FrameRate_25, "257:00:00:00", kOK, record(90000)},      // the hours are cut to 8 bits,
+        {KIVCS2FrameRate_25, "01:00:00:256", kIllegal, record(90000)}, // the others name no frame
+        {KIVCS2FrameRate_25, "01:00:256:00", kIllegal, record(90000)},
+        {KIVCS2FrameRate_25, "01:256:00:00", kIllegal, record(90000)},
+        {KIVCS2FrameRate_25, "1.1.2024 257:0:4294967040", kIllegal, record(90000, 0, 0, 2024)},
+        {KIVCS2FrameRate_29_97, "0:1:256", kIllegal, record(0)},
+        {KIVCS2FrameRate_29_97, "0:257:0", kIllegal, record(0)},
         {KIVCS2FrameRate_25, "-1:00:00:00", kParam, record(0)},
         {KIVCS2FrameRate_25, "1:00:00:00\n", kParam, record(0)},
         {KIVCS2FrameRate_25, "\xd9\xa1:00:00:00", kParam, record(0)}, // an Arabic digit one
