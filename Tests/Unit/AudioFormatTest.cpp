@@ -193,6 +193,7 @@ TEST(AudioWeave, OfCDRatesMayMissASample)
         {KIVCS2FrameRate_29_97, 44100, 100, 47, 1472, 1471, 147147},
         {KIVCS2FrameRate_23_98, 44100, 80, 26, 1840, 1839, 147146}, // exactly 147147
         {KIVCS2FrameRate_24, 44100, 2, 1, 1838, 1837, 3675},
+        {KIVCS2FrameRate_59_94, 48048, 501, 301, 802, 801, 401602}, // 0.0008 beside a whole sum
         {KIVCS2FrameRate_60, 44100, 1, 0, 735, 735, 735},
         {KIVCS2FrameRate_25, 0, 1, 0, 0, 0, 0},
         {KIVCS2FrameRate_24, 1, 24, 1, 1, 0, 1},

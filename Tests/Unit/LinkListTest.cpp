@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -36,8 +37,11 @@ Record &recordOf(KIVCS2LinkElem *elem)
     return *reinterpret_cast<Record *>(elem);
 }
 
+size_t g_comparisons = 0;
+
 int32_t byKey(KIVCS2LinkElem *a, KIVCS2LinkElem *b)
 {
+    ++g_comparisons;
     return recordOf(a).key - recordOf(b).key;
 }
 
@@ -284,7 +288,10 @@ TEST(LinkList, SortIsStable)
             };
             std::stable_sort(expected.begin(), expected.end(), byKeys);
 
+            g_comparisons = 0;
             kivCS2LinkList_sort(&held.list, byKey);
+            const auto count = static_cast<double>(size);
+            EXPECT_LE(static_cast<double>(g_comparisons), count * (std::log2(count) + 3)) << kind;
             held.list.m_prev = held.at(static_cast<size_t>(expected.back()));
             ASSERT_EQ(keysOf(held.list).size(), size);
             size_t index = 0;
