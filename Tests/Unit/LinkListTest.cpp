@@ -291,7 +291,8 @@ TEST(LinkList, SortIsStable)
             g_comparisons = 0;
             kivCS2LinkList_sort(&held.list, byKey);
             const auto count = static_cast<double>(size);
-            EXPECT_LE(static_cast<double>(g_comparisons), count * (std::log2(count) + 3)) << kind;
+            EXPECT_LE(static_cast<double>(g_comparisons), count * (std::log2(count) + 1))
+                << kind; // the most seen is 0.6
             held.list.m_prev = held.at(static_cast<size_t>(expected.back()));
             ASSERT_EQ(keysOf(held.list).size(), size);
             size_t index = 0;
