@@ -21,6 +21,9 @@
  * date leaves the object as it is. Overloads take UTF-8 (what is none gives null), and write a text to a
  * buffer of the caller's.
  *
+ * The class is there for C++14 and later; C and C++11 may include the header and find nothing of it. The
+ * overloads for std::string_view come with C++17.
+ *
  * setFrameRate() must not run while another thread uses the class. After it all members may run on any
  * number of threads, each on its own objects.
  */
@@ -31,9 +34,16 @@
 
 #include <CoreMedia/CoreMedia.h>
 
-#ifdef __cplusplus
+#if defined(__cplusplus) && __cplusplus >= 201402L
 
+#include <stddef.h>
+
+#if __cplusplus >= 201703L
 #include <string_view>
+#define KIV_NODISCARD [[nodiscard]]
+#else
+#define KIV_NODISCARD
+#endif
 
 class KIVCS2_API KIVProjectTimecode
 {
@@ -81,16 +91,16 @@ public:
     }
 
     /** The code in force; KIVCS2FrameRate_MAX while there is none. */
-    [[nodiscard]] static KIVCS2FrameRate currentFrameRate() noexcept;
-    [[nodiscard]] static bool hasValidFrameRate() noexcept;
+    KIV_NODISCARD static KIVCS2FrameRate currentFrameRate() noexcept;
+    KIV_NODISCARD static bool hasValidFrameRate() noexcept;
     /** The nominal integer rate: 24, 25, 30, 50 or 60. */
-    [[nodiscard]] static uint32_t framesPerSecond() noexcept;
+    KIV_NODISCARD static uint32_t framesPerSecond() noexcept;
     /** The rate that seconds are reckoned with: 23.98, 24, 25, 29.97, 30, 50, 59.94 or 60. */
-    [[nodiscard]] static double realFramesPerSecond() noexcept;
+    KIV_NODISCARD static double realFramesPerSecond() noexcept;
     /** True at 29.97 and 59.94. */
-    [[nodiscard]] static bool dropFrameTimecode() noexcept;
-    [[nodiscard]] static uint32_t framesPerHour() noexcept;
-    [[nodiscard]] static uint32_t framesPerDay() noexcept;
+    KIV_NODISCARD static bool dropFrameTimecode() noexcept;
+    KIV_NODISCARD static uint32_t framesPerHour() noexcept;
+    KIV_NODISCARD static uint32_t framesPerDay() noexcept;
 
     /* ---- Creation ----------------------------------------------------------------------------- */
 
@@ -111,11 +121,13 @@ public:
      * are cut to 8 bits. A date that has not three fields is ignored. What names no frame: see setHours().
      */
     KIVProjectTimecode &initWithString(CFStringRef string) noexcept;
+#if __cplusplus >= 201703L
     /** The same from UTF-8, or any other bytes whose ASCII stands for itself. */
     KIVProjectTimecode &initWithString(std::string_view text) noexcept
     {
         return initWithText(text.data(), text.size());
     }
+#endif
 
     /** `time` / `scale` seconds, as setSecondsSinceMidnight(); a scale of 0 is midnight. */
     KIVProjectTimecode &initWithTime(uint32_t time, uint32_t scale) noexcept;
@@ -144,60 +156,62 @@ public:
         return *this;
     }
 
-    [[nodiscard]] static KIVProjectTimecode timecodeWithHours(uint8_t hours) noexcept
+    KIV_NODISCARD static KIVProjectTimecode timecodeWithHours(uint8_t hours) noexcept
     {
         return KIVProjectTimecode{}.initWithHours(hours);
     }
-    [[nodiscard]] static KIVProjectTimecode timecodeWithHours(uint8_t hours, uint8_t minutes, uint8_t seconds,
+    KIV_NODISCARD static KIVProjectTimecode timecodeWithHours(uint8_t hours, uint8_t minutes, uint8_t seconds,
                                                               uint8_t frames) noexcept
     {
         return KIVProjectTimecode{}.initWithHours(hours, minutes, seconds, frames);
     }
-    [[nodiscard]] static KIVProjectTimecode timecodeWithString(CFStringRef string) noexcept
+    KIV_NODISCARD static KIVProjectTimecode timecodeWithString(CFStringRef string) noexcept
     {
         return KIVProjectTimecode{}.initWithString(string);
     }
-    [[nodiscard]] static KIVProjectTimecode timecodeWithString(std::string_view text) noexcept
+#if __cplusplus >= 201703L
+    KIV_NODISCARD static KIVProjectTimecode timecodeWithString(std::string_view text) noexcept
     {
         return KIVProjectTimecode{}.initWithString(text);
     }
-    [[nodiscard]] static KIVProjectTimecode timecodeWithTime(uint32_t time, uint32_t scale) noexcept
+#endif
+    KIV_NODISCARD static KIVProjectTimecode timecodeWithTime(uint32_t time, uint32_t scale) noexcept
     {
         return KIVProjectTimecode{}.initWithTime(time, scale);
     }
-    [[nodiscard]] static KIVProjectTimecode timecodeWithSeconds(double seconds) noexcept
+    KIV_NODISCARD static KIVProjectTimecode timecodeWithSeconds(double seconds) noexcept
     {
         return KIVProjectTimecode{}.initWithSeconds(seconds);
     }
-    [[nodiscard]] static constexpr KIVProjectTimecode timecodeWithFrames(uint32_t frames) noexcept
+    KIV_NODISCARD static constexpr KIVProjectTimecode timecodeWithFrames(uint32_t frames) noexcept
     {
         return KIVProjectTimecode{}.initWithFrames(frames);
     }
-    [[nodiscard]] static KIVProjectTimecode timecodeWithDate(CFDateRef date) noexcept
+    KIV_NODISCARD static KIVProjectTimecode timecodeWithDate(CFDateRef date) noexcept
     {
         return KIVProjectTimecode{}.initWithDate(date);
     }
-    [[nodiscard]] static KIVProjectTimecode timecodeWithCFDate(CFDateRef date) noexcept
+    KIV_NODISCARD static KIVProjectTimecode timecodeWithCFDate(CFDateRef date) noexcept
     {
         return KIVProjectTimecode{}.initWithCFDate(date);
     }
-    [[nodiscard]] static constexpr KIVProjectTimecode
+    KIV_NODISCARD static constexpr KIVProjectTimecode
     timecodeCombiningDate(const KIVProjectTimecode &date, const KIVProjectTimecode &timecode) noexcept
     {
         return KIVProjectTimecode{}.initWithDate(date, timecode);
     }
-    [[nodiscard]] static constexpr KIVProjectTimecode
+    KIV_NODISCARD static constexpr KIVProjectTimecode
     timecodeWithCS2Timecode(KIVCS2Timecode timecode) noexcept
     {
         return KIVProjectTimecode{}.initWithCS2Timecode(timecode);
     }
 
     /** Today, at frame count 0. */
-    [[nodiscard]] static KIVProjectTimecode calendarDate() noexcept;
+    KIV_NODISCARD static KIVProjectTimecode calendarDate() noexcept;
     /** Today and the time of the clock. */
-    [[nodiscard]] static KIVProjectTimecode now() noexcept;
+    KIV_NODISCARD static KIVProjectTimecode now() noexcept;
     /** Midnight without a date; the class method zeroTime, whose name the member has. */
-    [[nodiscard]] static constexpr KIVProjectTimecode timecodeWithZeroTime() noexcept
+    KIV_NODISCARD static constexpr KIVProjectTimecode timecodeWithZeroTime() noexcept
     {
         return {};
     }
@@ -205,11 +219,11 @@ public:
     /* ---- Fields ------------------------------------------------------------------------------- */
 
     /** All 64 bits. */
-    [[nodiscard]] constexpr uint64_t ticks() const noexcept
+    KIV_NODISCARD constexpr uint64_t ticks() const noexcept
     {
         return m_fields;
     }
-    [[nodiscard]] constexpr KIVCS2Timecode CS2Timecode() const noexcept
+    KIV_NODISCARD constexpr KIVCS2Timecode CS2Timecode() const noexcept
     {
         return m_fields;
     }
@@ -219,23 +233,23 @@ public:
     }
 
     /** The frame number within the second; 0 without a rate and of an invalid frame count. */
-    [[nodiscard]] uint32_t frames() const noexcept;
-    [[nodiscard]] uint32_t seconds() const noexcept;
-    [[nodiscard]] uint32_t minutes() const noexcept;
+    KIV_NODISCARD uint32_t frames() const noexcept;
+    KIV_NODISCARD uint32_t seconds() const noexcept;
+    KIV_NODISCARD uint32_t minutes() const noexcept;
     /** The hours, 24 and more where the frame count is beyond a day. */
-    [[nodiscard]] uint32_t hours() const noexcept;
+    KIV_NODISCARD uint32_t hours() const noexcept;
 
     /** The stored day of the month, from 0; in a duration the whole days. */
-    [[nodiscard]] constexpr uint32_t day() const noexcept
+    KIV_NODISCARD constexpr uint32_t day() const noexcept
     {
         return static_cast<uint8_t>(m_fields >> 32);
     }
     /** The stored month: 0 is January. */
-    [[nodiscard]] constexpr uint32_t month() const noexcept
+    KIV_NODISCARD constexpr uint32_t month() const noexcept
     {
         return static_cast<uint8_t>(m_fields >> 40);
     }
-    [[nodiscard]] constexpr uint32_t year() const noexcept
+    KIV_NODISCARD constexpr uint32_t year() const noexcept
     {
         return static_cast<uint16_t>(m_fields >> 48);
     }
@@ -250,7 +264,7 @@ public:
     void setHours(uint8_t hours, uint8_t minutes, uint8_t seconds, uint8_t frames, uint32_t format) noexcept;
 
     /** The stored frame count; 0xFFFFFFFF marks the object invalid. */
-    [[nodiscard]] constexpr uint32_t framesSinceMidnight() const noexcept
+    KIV_NODISCARD constexpr uint32_t framesSinceMidnight() const noexcept
     {
         return static_cast<uint32_t>(m_fields);
     }
@@ -260,33 +274,33 @@ public:
         m_fields = (m_fields & kDateMask) | frames;
     }
     /** The frame count over realFramesPerSecond(). */
-    [[nodiscard]] double secondsSinceMidnight() const noexcept;
+    KIV_NODISCARD double secondsSinceMidnight() const noexcept;
     /**
      * Sets the frame count to `seconds` times realFramesPerSecond(), truncated and cut to its low 32 bits;
      * what 64 bits do not hold, infinities and NaN are 0. The date stays.
      */
     void setSecondsSinceMidnight(double seconds) noexcept;
     /** secondsSinceMidnight() and 86400 for each day of the day field, whatever the date. */
-    [[nodiscard]] double totalSeconds() const noexcept;
+    KIV_NODISCARD double totalSeconds() const noexcept;
 
     /**
      * Hours, minutes, seconds and, in the low byte, frames as two decimal digits each; no flag bits. The
      * frames are those of frames(), up to 59: pairs are not halved. Of hours of 100 and more the tens
      * overflow their byte and its low 8 bits are kept.
      */
-    [[nodiscard]] uint32_t bcdTimecode() const noexcept;
+    KIV_NODISCARD uint32_t bcdTimecode() const noexcept;
     /** A time without a date from such a word; flag bits are not masked. No such frame: see setHours(). */
     void setBcdTimecode(uint32_t bcd) noexcept;
 
     /** Days of the month in its year; 0 for a month of 12 or more. */
-    [[nodiscard]] uint32_t daysInMonth() const noexcept;
+    KIV_NODISCARD uint32_t daysInMonth() const noexcept;
     /** Always 0. */
-    [[nodiscard]] constexpr uint32_t dayOfWeek() const noexcept
+    KIV_NODISCARD constexpr uint32_t dayOfWeek() const noexcept
     {
         return 0;
     }
     /** Always 0. */
-    [[nodiscard]] constexpr double timeIntervalSinceReferenceDate() const noexcept
+    KIV_NODISCARD constexpr double timeIntervalSinceReferenceDate() const noexcept
     {
         return 0.0;
     }
@@ -305,7 +319,7 @@ public:
     /** Adds the frame count and then the day field of the other, which may be this one. */
     void addTimecode(const KIVProjectTimecode &other) noexcept;
     /** `to` plus `timecode`. */
-    [[nodiscard]] static KIVProjectTimecode timecodeAdding(const KIVProjectTimecode &timecode,
+    KIV_NODISCARD static KIVProjectTimecode timecodeAdding(const KIVProjectTimecode &timecode,
                                                            const KIVProjectTimecode &to) noexcept
     {
         KIVProjectTimecode sum = to;
@@ -333,7 +347,7 @@ public:
         subtractDays(other.day());
     }
     /** `from` minus `timecode`, as the next with `framesOnly` false. */
-    [[nodiscard]] static KIVProjectTimecode timecodeSubtracting(const KIVProjectTimecode &timecode,
+    KIV_NODISCARD static KIVProjectTimecode timecodeSubtracting(const KIVProjectTimecode &timecode,
                                                                 const KIVProjectTimecode &from,
                                                                 bool timecodeOnly) noexcept
     {
@@ -344,7 +358,7 @@ public:
      * counts the frames across the days, modulo 2 to the 32nd; otherwise it is a copy of `from` less the
      * frame count of `timecode`. `framesOnly` makes no difference: the count may exceed a day either way.
      */
-    [[nodiscard]] static KIVProjectTimecode timecodeSubtracting(const KIVProjectTimecode &timecode,
+    KIV_NODISCARD static KIVProjectTimecode timecodeSubtracting(const KIVProjectTimecode &timecode,
                                                                 const KIVProjectTimecode &from,
                                                                 bool timecodeOnly, bool framesOnly) noexcept;
     /** Changes nothing. */
@@ -355,10 +369,10 @@ public:
     /** Adds the frame count `factor` - 1 times, and the days it fills to the date; 0 and 1 change nothing. */
     void multiplyBy(uint32_t factor) noexcept;
     /** True when the product is at most framesPerDay(), so also for midnight of the next day. */
-    [[nodiscard]] bool canMultiplyBy(uint32_t factor) const noexcept;
+    KIV_NODISCARD bool canMultiplyBy(uint32_t factor) const noexcept;
     /** framesPerDay() over the frame count, which must not be 0 (then 0). */
-    [[nodiscard]] uint32_t maximumMultiplePerDay() const noexcept;
-    [[nodiscard]] static KIVProjectTimecode timecodeMultiplying(const KIVProjectTimecode &timecode,
+    KIV_NODISCARD uint32_t maximumMultiplePerDay() const noexcept;
+    KIV_NODISCARD static KIVProjectTimecode timecodeMultiplying(const KIVProjectTimecode &timecode,
                                                                 uint32_t factor) noexcept
     {
         KIVProjectTimecode product = timecode;
@@ -372,7 +386,7 @@ public:
     void snapToMinute(uint32_t minutes) noexcept;
     /** Rounds down to hours of timecode; 0 changes nothing. */
     void snapToHour(uint32_t hours) noexcept;
-    [[nodiscard]] constexpr bool isZeroTime() const noexcept
+    KIV_NODISCARD constexpr bool isZeroTime() const noexcept
     {
         return framesSinceMidnight() == 0;
     }
@@ -403,48 +417,54 @@ public:
 
     /** 1, 0 or -1 as this frame count is above, equal to or below the other; dates do not count. 0 when
         either is invalid. */
-    [[nodiscard]] int32_t compareTo(const KIVProjectTimecode &other) const noexcept
+    KIV_NODISCARD int32_t compareTo(const KIVProjectTimecode &other) const noexcept
     {
         return compareToTimecode(other);
     }
     /** The same. */
-    [[nodiscard]] int32_t compareToTimecode(const KIVProjectTimecode &other) const noexcept;
+    KIV_NODISCARD int32_t compareToTimecode(const KIVProjectTimecode &other) const noexcept;
     /** Both valid and of one frame count; dates do not count. */
-    [[nodiscard]] bool isSameTimecode(const KIVProjectTimecode &other) const noexcept;
+    KIV_NODISCARD bool isSameTimecode(const KIVProjectTimecode &other) const noexcept;
     /** Day, month and year are equal. */
-    [[nodiscard]] constexpr bool isSameDay(const KIVProjectTimecode &other) const noexcept
+    KIV_NODISCARD constexpr bool isSameDay(const KIVProjectTimecode &other) const noexcept
     {
         return ((m_fields ^ other.m_fields) & kDateMask) == 0;
     }
     /** The same. */
-    [[nodiscard]] constexpr bool isSameCalendarDate(const KIVProjectTimecode &other) const noexcept
+    KIV_NODISCARD constexpr bool isSameCalendarDate(const KIVProjectTimecode &other) const noexcept
     {
         return isSameDay(other);
     }
     /** The date is today's in the zone that the process started with; false without a rate. */
-    [[nodiscard]] bool isToday() const noexcept;
+    KIV_NODISCARD bool isToday() const noexcept;
     /** Day, month and year are all 0. */
-    [[nodiscard]] constexpr bool isDuration() const noexcept
+    KIV_NODISCARD constexpr bool isDuration() const noexcept
     {
         return (m_fields & kDateMask) == 0;
     }
     /** On one day, these seconds minus the other's; 0 on two days. */
-    [[nodiscard]] double differenceInSecondsTo(const KIVProjectTimecode &other) const noexcept;
+    KIV_NODISCARD double differenceInSecondsTo(const KIVProjectTimecode &other) const noexcept;
     /** The way to the other in frames, whose year is taken to be the later one; 0 where there is none. */
-    [[nodiscard]] int64_t differenceInFramesTo(const KIVProjectTimecode &other) const noexcept;
+    KIV_NODISCARD int64_t differenceInFramesTo(const KIVProjectTimecode &other) const noexcept;
     /** The way from the other to this one in frames, as differenceInFramesTo(). */
-    [[nodiscard]] int64_t framesSinceTimecode(const KIVProjectTimecode &other) const noexcept
+    KIV_NODISCARD int64_t framesSinceTimecode(const KIVProjectTimecode &other) const noexcept
     {
         return other.differenceInFramesTo(*this);
     }
     /** Always 0. */
-    [[nodiscard]] constexpr int32_t dayIntervalSinceProjectDate(const KIVProjectTimecode &) const noexcept
+    KIV_NODISCARD constexpr int32_t dayIntervalSinceProjectDate(const KIVProjectTimecode &) const noexcept
     {
         return 0;
     }
     /** All 64 bits are equal. */
-    friend constexpr bool operator==(const KIVProjectTimecode &,
-                                     const KIVProjectTimecode &) noexcept = default;
+    friend constexpr bool operator==(const KIVProjectTimecode &left, const KIVProjectTimecode &right) noexcept
+    {
+        return left.m_fields == right.m_fields;
+    }
+    friend constexpr bool operator!=(const KIVProjectTimecode &left, const KIVProjectTimecode &right) noexcept
+    {
+        return left.m_fields != right.m_fields;
+    }
 
     /* ---- Copying values -------------------------------------------------------------------------- */
 
@@ -469,7 +489,7 @@ public:
         takeDateValues(other);
     }
     /** A copy; there are no zones, and the argument is not looked at. */
-    [[nodiscard]] constexpr KIVProjectTimecode copyWithZone(void *) const noexcept
+    KIV_NODISCARD constexpr KIVProjectTimecode copyWithZone(void *) const noexcept
     {
         return *this;
     }
@@ -497,18 +517,20 @@ public:
      * before (at 59.94 also up to two behind) at the drop-frame rates.
      * Null also for a month of 12 or more.
      */
-    [[nodiscard]] CFDateRef toDate() const noexcept;
+    KIV_NODISCARD CFDateRef toDate() const noexcept;
     /** The same from the digits in every year, to the second: frames are dropped. */
-    [[nodiscard]] CFDateRef toCFDate() const noexcept;
+    KIV_NODISCARD CFDateRef toCFDate() const noexcept;
     /** toDate() of the same day at frame count 0. */
-    [[nodiscard]] CFDateRef toCalendarDate() const noexcept;
+    KIV_NODISCARD CFDateRef toCalendarDate() const noexcept;
     /** The number that the date's text in the calendar format ("%d") begins with; 0 for none. */
-    [[nodiscard]] static int32_t valueFromDate(CFDateRef date, CFStringRef format) noexcept;
-    [[nodiscard]] static int32_t valueFromDate(CFDateRef date, std::string_view format) noexcept
+    KIV_NODISCARD static int32_t valueFromDate(CFDateRef date, CFStringRef format) noexcept;
+#if __cplusplus >= 201703L
+    KIV_NODISCARD static int32_t valueFromDate(CFDateRef date, std::string_view format) noexcept
     {
         const Text text{format};
         return valueFromDate(date, text.string);
     }
+#endif
 
     /* ---- Media time ------------------------------------------------------------------------------ */
 
@@ -516,7 +538,7 @@ public:
      * The time since midnight in frames of 1001/24000 s at 23.98, 1001/30000 and 1001/60000 at 29.97 and
      * 59.94, 100/(100 times the rate) at the others; without a rate as at 25.
      */
-    [[nodiscard]] CMTime CMTimeValue() const noexcept;
+    KIV_NODISCARD CMTime CMTimeValue() const noexcept;
 
     /* ---- Text ------------------------------------------------------------------------------------ */
 
@@ -524,35 +546,40 @@ public:
     static constexpr size_t kTextSize = 32;
 
     /** "10:00:00:00", with ";" before the frames at drop-frame rates. */
-    [[nodiscard]] CFStringRef description() const noexcept;
+    KIV_NODISCARD CFStringRef description() const noexcept;
     /** The prefix, then description(). */
-    [[nodiscard]] CFStringRef descriptionWithPrefix(CFStringRef prefix) const noexcept;
-    [[nodiscard]] CFStringRef descriptionWithPrefix(std::string_view prefix) const noexcept
+    KIV_NODISCARD CFStringRef descriptionWithPrefix(CFStringRef prefix) const noexcept;
+#if __cplusplus >= 201703L
+    KIV_NODISCARD CFStringRef descriptionWithPrefix(std::string_view prefix) const noexcept
     {
         const Text text{prefix};
         return text.string != nullptr ? descriptionWithPrefix(text.string) : nullptr;
     }
+#endif
     /**
      * Date and time in a calendar format: "%Y-%m-%d %H:%M:%S", as NSDate_descriptionWithCalendarFormat().
      * The digits are the object's own, also where toDate() reckons another second; an hour more where the
      * clock leaves this hour out. Null as toDate().
      */
-    [[nodiscard]] CFStringRef descriptionWithCalendarFormat(CFStringRef format) const noexcept;
-    [[nodiscard]] CFStringRef descriptionWithCalendarFormat(std::string_view format) const noexcept
+    KIV_NODISCARD CFStringRef descriptionWithCalendarFormat(CFStringRef format) const noexcept;
+#if __cplusplus >= 201703L
+    KIV_NODISCARD CFStringRef descriptionWithCalendarFormat(std::string_view format) const noexcept
     {
         const Text text{format};
         return text.string != nullptr ? descriptionWithCalendarFormat(text.string) : nullptr;
     }
+#endif
     /** "15.3.2024 10:00:00:00"; a duration shows the date 1.1.0. */
-    [[nodiscard]] CFStringRef debugDescription() const noexcept;
+    KIV_NODISCARD CFStringRef debugDescription() const noexcept;
     /** "15.3.2024 900000", the date and the frame count; the count alone of a duration. */
-    [[nodiscard]] CFStringRef XMLRepresentation() const noexcept;
+    KIV_NODISCARD CFStringRef XMLRepresentation() const noexcept;
     /** description() of a duration, otherwise debugDescription(). */
-    [[nodiscard]] CFStringRef SMPTERepresentation() const noexcept;
+    KIV_NODISCARD CFStringRef SMPTERepresentation() const noexcept;
     /** Hours, minutes, seconds and frames with the same text between all four. */
-    [[nodiscard]] static CFStringRef timecodeStringFromTimecode(const KIVProjectTimecode &timecode,
+    KIV_NODISCARD static CFStringRef timecodeStringFromTimecode(const KIVProjectTimecode &timecode,
                                                                 CFStringRef separatingString) noexcept;
-    [[nodiscard]] static CFStringRef timecodeStringFromTimecode(const KIVProjectTimecode &timecode,
+#if __cplusplus >= 201703L
+    KIV_NODISCARD static CFStringRef timecodeStringFromTimecode(const KIVProjectTimecode &timecode,
                                                                 std::string_view separator) noexcept
     {
         const Text text{separator};
@@ -579,6 +606,7 @@ public:
     {
         return {buffer, write(isDuration() ? Form::Frames : Form::DateAndFrames, buffer, size)};
     }
+#endif
 
 private:
     enum class Form : uint32_t
@@ -589,6 +617,7 @@ private:
         DateAndFrames
     };
 
+#if __cplusplus >= 201703L
     // UTF-8 as a system string for the length of a call; null where it is none.
     struct Text
     {
@@ -607,6 +636,7 @@ private:
 
         CFStringRef string;
     };
+#endif
 
     static constexpr uint64_t kDateMask = 0xFFFFFFFF00000000u;
 
@@ -616,6 +646,8 @@ private:
 
     uint64_t m_fields = 0;
 };
+
+#undef KIV_NODISCARD
 
 #endif
 
