@@ -9,6 +9,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 enum
 {
@@ -135,6 +136,11 @@ int main(int argc, char **argv)
     const uint32_t places = argc > 2 ? (uint32_t)strtoul(argv[2], NULL, 10) : 64;
     KIVCS2Status status;
 
+    if (isatty(STDOUT_FILENO))
+    {
+        fputs("capture_ring: standard output is a terminal; give the packets a file or a pipe\n", stderr);
+        return 2;
+    }
     kivCS2_initWithTaskServer(false); /* always succeeds; no child processes here */
     recorder.packets = argc > 1 ? (uint32_t)strtoul(argv[1], NULL, 10) : 10000;
     recorder.crc = 0xFFFFFFFF;
