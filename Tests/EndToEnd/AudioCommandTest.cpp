@@ -152,31 +152,4 @@ TEST_F(Audio, RefusesWhatItCannotConvertAndLeavesTheTarget)
     EXPECT_THAT(files(), testing::UnorderedElementsAre("in.raw", "out.raw"));
 }
 
-TEST_F(Audio, LeavesNothingBehindWhenInterrupted)
-{
-    // The input never ends, so that the conversion is under way when its temporary file is there.
-    ASSERT_EQ(mkfifo(path("in.raw").c_str(), 0600), 0);
-    const int input = open(path("in.raw").c_str(), O_RDWR | O_CLOEXEC);
-    ASSERT_EQ(::write(input, "abcdefgh", 8), 8);
-    for (const int signalNumber : {SIGINT, SIGTERM})
-    {
-        const pid_t child = fork();
-        if (child == 0)
-        {
-            signal(signalNumber, SIG_DFL);
-            execl(m_command, "kivcs2", "audio", "convert", path("in.raw").c_str(), path("out.raw").c_str(),
-                  "--input", "s16le", "--channels", "2", nullptr);
-            _exit(127);
-        }
-        int status = 0;
-        while (files().size() < 2 && waitpid(child, &status, WNOHANG) == 0)
-            usleep(2000);
-        kill(child, signalNumber);
-        waitpid(child, &status, 0);
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signalNumber);
-        EXPECT_THAT(files(), testing::ElementsAre("in.raw"));
-    }
-    close(input);
-}
-
 } // namespace

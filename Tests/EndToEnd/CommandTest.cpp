@@ -572,9 +572,8 @@ TEST_F(Command, LeavesNothingBehindWhenInterrupted)
                   path("out.mcc").c_str(), nullptr);
             _exit(127);
         }
-        // The moment when the temporary file is there.
         int status = 0;
-        while (files().size() < 2 && waitpid(child, &status, WNOHANG) == 0)
+        while (!hasUnnamedFile(child) && waitpid(child, &status, WNOHANG) == 0)
             usleep(2000);
         kill(child, signalNumber);
         waitpid(child, &status, 0);

@@ -120,6 +120,16 @@ protected:
         return names;
     }
 
+    // Whether a process is writing a file that has no name yet.
+    bool hasUnnamedFile(pid_t process) const
+    {
+        std::error_code ignored;
+        for (const auto &entry : fs::directory_iterator{"/proc/" + std::to_string(process) + "/fd", ignored})
+            if (fs::read_symlink(entry, ignored).string().starts_with((m_folder / "#").string()))
+                return true;
+        return false;
+    }
+
     const char *m_command = KIV_COMMAND; // what is run
 
 private:

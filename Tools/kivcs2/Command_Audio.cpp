@@ -7,12 +7,8 @@
 #include <KIVCoreServices2/KIVCS2AudioFormat.h>
 #include <KIVCoreServices2/KIVCS2PCMAudioConverter.h>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <limits>
 #include <memory>
@@ -366,20 +362,6 @@ const SampleFormat &formatNamed(std::string_view name)
     throw Failure(kExitUsage, "\"" + visible(name) + "\": the formats of samples are " + names);
 }
 
-void writeAt(int descriptor, std::span<const uint8_t> bytes, uint64_t offset, const std::string &name)
-{
-    while (!bytes.empty())
-    {
-        const ssize_t written = ::pwrite(descriptor, bytes.data(), bytes.size(), static_cast<off_t>(offset));
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            throw Failure::system(name, errno);
-        bytes = bytes.subspan(static_cast<size_t>(written));
-        offset += static_cast<uint64_t>(written);
-    }
-}
-
 // Calls `take` with the frames of the input, block by block; returns how many there were.
 template <class Take>
 uint64_t readFrames(Input &input, uint32_t frameBytes, const std::string &target, Take take)
@@ -402,15 +384,12 @@ uint64_t readFrames(Input &input, uint32_t frameBytes, const std::string &target
 }
 
 // The planes behind each other: each block goes to as many places as there are channels.
-uint64_t splitFile(const PCMOptions &options, Input &input, Converter &converter, const OutputFile &output)
+uint64_t splitFile(const PCMOptions &options, Input &input, Converter &converter, OutputFile &output)
 {
     if (!input.isRegularFile())
         throw Failure(kExitUsage, "--split needs the length of the input: give it as a file, or take single "
                                   "channels with --channel");
     const uint64_t plane = input.size() / converter.inFrame() * converter.outSample();
-    const FileDescriptor file{::open(output.temporaryPath().c_str(), O_WRONLY | O_CLOEXEC)};
-    if (file.get() < 0)
-        throw Failure::system(options.target, errno);
     return readFrames(input, converter.inFrame(), options.target,
                       [&](std::span<const uint8_t> bytes, uint64_t before)
                       {
@@ -419,8 +398,7 @@ uint64_t splitFile(const PCMOptions &options, Input &input, Converter &converter
                           if (start + converter.channel(0).size() > plane)
                               throw Failure(kExitInputOutput, input.name() + ": it grows while it is read");
                           for (size_t channel = 0; channel < options.channels; ++channel)
-                              writeAt(file.get(), converter.channel(channel), channel * plane + start,
-                                      options.target);
+                              output.writeAt(converter.channel(channel), channel * plane + start);
                       });
 }
 
@@ -449,7 +427,7 @@ int convertPCM(const PCMOptions &options)
                                       std::to_string(options.channels));
     Converter converter{options, format};
     Input input{options.source};
-    OutputFile output{options.target, input};
+    OutputFile output{options.target};
     const uint64_t frames = options.split ? splitFile(options, input, converter, output)
                                           : convertFile(options, input, converter, output);
     if (options.split && frames != input.size() / converter.inFrame())

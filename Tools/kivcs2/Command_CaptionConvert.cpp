@@ -239,7 +239,7 @@ int convertSCC(const CaptionArguments &arguments, CaptionReader &reader)
                          }};
     play(schedule, screen);
 
-    OutputFile output{arguments.target, reader.input()};
+    OutputFile output{arguments.target};
     uint64_t packets = 0, fillers = 0;
     const uint32_t version = arguments.mccVersion == 0 ? 1 : arguments.mccVersion;
     {
@@ -266,7 +266,7 @@ int convertSCC(const CaptionArguments &arguments, CaptionReader &reader)
         writer.finish();
     }
     output.flush();
-    const MCCScan scan = readBack(output.temporaryPath(), arguments, counting, &schedule);
+    const MCCScan scan = readBack(output.readablePath(), arguments, counting, &schedule);
     if (scan.packets != packets)
         throw Failure(kExitInternal, "the written file reads back wrong: " + count(scan.packets, "packet") +
                                          " of " + std::to_string(packets));
@@ -319,7 +319,7 @@ int convertMCC(const CaptionArguments &arguments, CaptionReader &reader)
 {
     const CaptionHeader &header = reader.header();
     const uint32_t version = arguments.mccVersion == 0 ? 2 : arguments.mccVersion;
-    OutputFile output{arguments.target, reader.input()};
+    OutputFile output{arguments.target};
     uint64_t packets = 0;
     uint32_t digest = 0xFFFFFFFFu;
     {
@@ -341,7 +341,7 @@ int convertMCC(const CaptionArguments &arguments, CaptionReader &reader)
     if (packets == 0) // every line was bad, and passed over
         throw Failure(KIVCS2STATUS_NO_DATA_ERR, reader.input().name() + ": holds no caption packets");
     output.flush();
-    const MCCScan scan = readBack(output.temporaryPath(), arguments, *header.counting, nullptr);
+    const MCCScan scan = readBack(output.readablePath(), arguments, *header.counting, nullptr);
     if (scan.packets != packets || scan.digest != digest)
         throw Failure(kExitInternal, "the written file reads back wrong: other packets than the source's");
     output.commit();

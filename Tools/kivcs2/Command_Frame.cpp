@@ -142,7 +142,7 @@ int forEachFrame(const FrameArguments &arguments, const FrameLayout &layout, con
                  const FrameWork &work)
 {
     FrameReader reader{arguments.source, layout};
-    FrameWriter writer{arguments.target, &reader.input()};
+    FrameWriter writer{arguments.target};
     Progress progress{doing + " " + reader.input().name()};
     if (arguments.target.empty())
         reader.skip(arguments.frame);
@@ -247,7 +247,7 @@ int deinterlace(const FrameArguments &arguments)
 int repeat(const FrameArguments &arguments, const FrameLayout &layout, const Frame &frame,
            const std::string &what)
 {
-    FrameWriter writer{arguments.target, nullptr};
+    FrameWriter writer{arguments.target};
     if (arguments.show)
         show(frame, arguments, layout.height, layout.pixelAspect);
     if (arguments.target.empty())
@@ -312,8 +312,7 @@ int png(const FrameArguments &arguments)
 {
     const FrameLayout layout = layoutOf(arguments);
     FrameReader reader{arguments.source, layout};
-    if (reader.input().isSameFileAs(arguments.target))
-        throw Failure(kExitUsage, arguments.target + ": is the source itself; give the target another name");
+    refuseSource(arguments.target);
     reader.skip(arguments.frame);
     const Frame *frame = reader.next();
     if (frame == nullptr)

@@ -497,6 +497,7 @@ void checkOutput()
 int runPipe(const PipeOptions &options, bool json)
 {
     checkOutput();
+    const Input source{"-"}; // refuses to pass a file on to itself
     Pipe pipe{static_cast<uint32_t>(options.size),
               options.mode == "reject" ? uint32_t{KIVCS2RingBufferOpMode_Reject}
                                        : uint32_t{KIVCS2RingBufferOpMode_Overwrite},

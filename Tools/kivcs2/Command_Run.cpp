@@ -106,6 +106,10 @@ Task makeTask(const RunOptions &options)
         arguments.push_back(options.words[index].c_str());
     arguments.push_back(nullptr);
 
+    standardInputIsASource(); // the command reads it
+    for (const std::string &target : {options.stdOut, options.stdErr})
+        refuseSource(target, static_cast<ExitCode>(kRunFailed));
+
     KIVCS2Task *made = nullptr;
     KIVCS2Status status = kivCS2Task_create(&made, command.c_str(), arguments.data());
     Task task{made};

@@ -328,6 +328,7 @@ int attach(const AttachOptions &options)
     std::vector<uint8_t> data;
     if (!options.source.empty())
         data = readWhole(options.source);
+    refuseSource(options.target); // before the segment is written
     if (!findSegment(key))
         return noSegment(key);
     Attachment attachment{key, 0, false};

@@ -1,10 +1,15 @@
 // Files as the command uses them: read in blocks, read whole, and written beside their place.
 #pragma once
 
+#include "Failure.h"
+
 #include <KIVCoreServices2/KIVCS2Stream.h>
+
+#include <sys/stat.h>
 
 #include <cstdint>
 #include <exception>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -38,7 +43,7 @@ private:
     int m_descriptor = -1;
 };
 
-/// An input read in blocks; "-" is standard input.
+/// An input read in blocks; "-" is standard input. What is read here is a source from now on: see refuseSource().
 class Input
 {
 public:
@@ -50,9 +55,6 @@ public:
     /// Passes blocks of `size` bytes of a regular file over without reading them, as many as are whole and at
     /// most `blocks`; how many that were.
     uint64_t skip(uint64_t blocks, uint64_t size);
-
-    /// Whether `path` names the file that is read here.
-    [[nodiscard]] bool isSameFileAs(const std::string &path) const;
 
     /// Whether it can be opened by name and read again: no pipe, no device.
     [[nodiscard]] bool isRegularFile() const
@@ -85,6 +87,13 @@ private:
     uint64_t m_position = 0;
 };
 
+/// Makes standard input a source of a process that reads it without an Input.
+void standardInputIsASource();
+
+/// Throws when `target` is a file that this process reads, under whatever name: writing it would leave nothing of the
+/// source. "-" is standard output.
+void refuseSource(const std::string &target, ExitCode code = kExitUsage);
+
 /// A write to a reader that has gone, or beyond the limit of file size, fails instead of ending the
 /// process, from here to restoreWriteSignals().
 void ignoreWriteSignals();
@@ -97,30 +106,28 @@ void occupyStandardStreams();
 /// The whole input, for what has no streaming form; refuses more than 256 MiB.
 [[nodiscard]] std::vector<uint8_t> readWhole(const std::string &path);
 
-/// An output that appears whole or not at all: written to a temporary file in the target's folder
-/// and renamed over the target by `commit`. For "-" and for targets that are no regular files (a
-/// pipe, a device) the temporary file is copied there instead. Without `commit` it is removed.
+/// An output that appears whole or not at all: written to a file without a name in the target's folder, which `commit`
+/// gives the target's name; without it nothing is left, however the process ends. A file that it replaces hands on
+/// its owner, group and mode. For "-" and for targets that are no regular files (a pipe, a device) what was written is
+/// copied there instead.
 class OutputFile
 {
 public:
+    /// Refuses a source, see refuseSource(), and a file with several names: the others would keep the old content.
     explicit OutputFile(std::string target);
-
-    /// Refuses a target that is the file `source` itself, under whatever name: writing it would
-    /// leave nothing of the source.
-    OutputFile(std::string target, const Input &source);
     ~OutputFile();
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
     void write(std::span<const uint8_t> bytes);
 
-    /// Everything written so far is in the file under `temporaryPath` after this.
+    /// Bytes at a place of their own; not to be mixed with `write`.
+    void writeAt(std::span<const uint8_t> bytes, uint64_t offset);
+
+    /// Everything written so far can be read from `readablePath` after this.
     void flush();
 
-    [[nodiscard]] const std::string &temporaryPath() const
-    {
-        return m_temporary;
-    }
+    [[nodiscard]] std::string readablePath() const;
     [[nodiscard]] uint64_t size() const
     {
         return m_size;
@@ -129,8 +136,20 @@ public:
     void commit();
 
 private:
+    void findPlace();
+    void openTemporary();
+    void openNamed();
+    void copyToTarget();
+    void takeOverAttributes();
+    void giveName();
+    void giveTemporaryName();
+    [[nodiscard]] std::string folderName() const;
+
     std::string m_target;
-    std::string m_temporary;
+    FileDescriptor m_folder;             ///< what `m_name` and `m_temporary` stand in
+    std::string m_name;                  ///< the target's last part, links followed
+    std::string m_temporary;             ///< empty while the file has no name
+    std::optional<struct stat> m_before; ///< of the file that is replaced
     FileDescriptor m_file;
     std::vector<uint8_t> m_buffer;
     uint64_t m_size = 0;

@@ -260,15 +260,11 @@ void FrameReader::skip(uint64_t frames)
         --frames;
 }
 
-FrameWriter::FrameWriter(const std::string &target, const Input *source) : m_toStandardOutput(target == "-")
+FrameWriter::FrameWriter(const std::string &target) : m_toStandardOutput(target == "-")
 {
     if (m_toStandardOutput && ::isatty(STDOUT_FILENO) != 0)
         throw Failure(kExitUsage, "standard output is a terminal; give the frames a file");
-    if (target.empty() || m_toStandardOutput)
-        return;
-    if (source != nullptr)
-        m_file.emplace(target, *source);
-    else
+    if (!target.empty() && !m_toStandardOutput)
         m_file.emplace(target);
 }
 

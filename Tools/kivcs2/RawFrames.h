@@ -154,8 +154,8 @@ private:
 class FrameWriter
 {
 public:
-    /// An empty target takes nothing. `source` may be null.
-    FrameWriter(const std::string &target, const Input *source);
+    /// An empty target takes nothing; one that is read is refused, see refuseSource().
+    explicit FrameWriter(const std::string &target);
 
     void write(const Frame &frame);
     void commit();
