@@ -269,7 +269,7 @@ int build(const Arguments &arguments, bool json)
             throw Failure(kExitUsage, "--binary writes bytes and --json writes JSON: give one of them");
         Json value = toJson(inspectCDP(cdp.span()));
         value["hex"] = hexOf(bytes);
-        text = value.dump(2) + "\n";
+        text = jsonText(value, 2) + "\n";
     }
     OutputFile file{arguments.output};
     file.write(arguments.binary ? std::span<const uint8_t>{bytes}

@@ -240,15 +240,15 @@ public:
                           {"text", caption.text}});
             return;
         }
-        std::string head = Output::strong(timecodeText(caption.from)) + "  " + timecodeText(caption.until) +
-                           "  " + channel + "  " + caption.mode;
+        Shown head = Output::strong(timecodeText(caption.from)) + "  " + timecodeText(caption.until) + "  " +
+                     channel + "  " + caption.mode;
         head += std::string(9 - std::min<size_t>(9, std::string_view{caption.mode}.size()), ' ');
         const std::string indent(timecodeText(caption.from).size() * 2 + 18, ' ');
         size_t begin = 0;
         while (begin <= caption.text.size())
         {
             const size_t end = std::min(caption.text.find('\n', begin), caption.text.size());
-            out().line((begin == 0 ? head : indent) + caption.text.substr(begin, end - begin));
+            out().line((begin == 0 ? head : Shown{indent}) + caption.text.substr(begin, end - begin));
             begin = end + 1;
         }
     }

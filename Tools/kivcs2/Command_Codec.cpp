@@ -109,9 +109,9 @@ int listCodecs(bool json)
     {
         const uint32_t code = pack(characters);
         const std::string name = nameOf(code).value();
-        std::vector<std::string> cells = {name, std::string{characters}, print("0x%08x", code)};
+        std::vector<Shown> cells = {name, std::string{characters}, print("0x%08x", code)};
         for (const uint32_t height : kHeights)
-            cells.push_back(std::to_string(sizeAt(name, height)));
+            cells.emplace_back(std::to_string(sizeAt(name, height)));
         table.add(std::move(cells));
     }
     table.print();

@@ -43,12 +43,12 @@ int listCurves(bool json)
     for (KIVCS2InterpolationFunction code = 0; code < kCurves.size(); ++code)
     {
         const Curve &curve = kCurves[code];
-        std::vector<std::string> cells = {std::to_string(code), std::string{curve.name}};
+        std::vector<Shown> cells = {std::to_string(code), std::string{curve.name}};
         Json values = Json::array();
         for (const double t : kQuarters)
         {
             values.push_back(curve.valueAt(t));
-            cells.push_back(print("%.6f", curve.valueAt(t)));
+            cells.emplace_back(print("%.6f", curve.valueAt(t)));
         }
         cells.emplace_back(curve.formula);
         double value = 0;

@@ -244,7 +244,7 @@ constexpr std::array kChecks = {
     Check{"Resources", lookAtResources},
 };
 
-std::string coloured(State state)
+Shown coloured(State state)
 {
     const std::string name = stateName(state);
     return state == State::Good ? Output::good(name) : state == State::Missing ? Output::bad(name) : name;
@@ -255,14 +255,14 @@ int examine(bool json)
     bool isComplete = true;
     Json checks = Json::array();
     Table table{"What", "State", "Found"};
-    std::string remedies;
+    std::vector<std::string> remedies;
     for (const Check &check : kChecks)
     {
         const Finding finding = check.look();
         isComplete = isComplete && finding.state != State::Missing;
         table.add({check.name, coloured(finding.state), finding.found});
         if (!finding.remedy.empty())
-            remedies += std::string{"\n"} + check.name + ": " + finding.remedy;
+            remedies.push_back(check.name + (": " + finding.remedy));
         checks.push_back({{"name", check.name},
                           {"state", stateName(finding.state)},
                           {"found", finding.found},
@@ -274,7 +274,9 @@ int examine(bool json)
     {
         table.print();
         if (!remedies.empty())
-            out().line(remedies);
+            out().line("");
+        for (const std::string &remedy : remedies)
+            out().line(remedy);
     }
     return isComplete ? kExitYes : kExitNo;
 }

@@ -133,7 +133,7 @@ int writeJSON(const std::vector<std::string> &words, bool showPasses)
     char *cursor = text.data();
     uint32_t written = 0;
     check(kivCS2JSON_createFromPlist(dictionary.record.m_dictionary, &cursor, &written), "writing");
-    out().line(std::string_view{text.data(), written});
+    out().write(visibleJson({text.data(), written}) + "\n");
     if (showPasses)
         note("measured " + count(measured, "byte") + ", wrote " + count(written, "byte"));
     return kExitYes;

@@ -2,6 +2,7 @@
 #include "Command.h"
 #include "EndSignals.h"
 #include "Failure.h"
+#include "Files.h"
 #include "Output.h"
 
 #include <KIVCoreServices2/KIVCS2Socket.h>
@@ -78,7 +79,10 @@ public:
 
     void tell(const Json &object, const std::string &text)
     {
-        m_to.line(m_json ? object.dump() : text);
+        if (m_json)
+            m_to.write(jsonText(object) + "\n");
+        else
+            m_to.line(text);
         m_to.flush();
     }
 
@@ -312,7 +316,11 @@ int receive(const Options &options, bool json)
 class Messages
 {
 public:
-    explicit Messages(const Options &options) : m_input{options.data}, m_buffer(options.size, '\0') {}
+    explicit Messages(const Options &options) : m_input{options.data}, m_buffer(options.size, '\0')
+    {
+        if (m_input)
+            const Input source{"-"}; // refuses a file that standard output goes into
+    }
 
     [[nodiscard]] std::string_view next(const Going &going)
     {

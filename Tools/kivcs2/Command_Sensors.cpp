@@ -23,7 +23,11 @@ class Controller
 public:
     Controller()
     {
-        const KIVCS2Status status = kivCS2SMC_init(&smc); // which says on standard error what is missing
+        const KIVCS2Status status = [this]
+        {
+            const QuietErrors quiet; // the library says there what is missing
+            return kivCS2SMC_init(&smc);
+        }();
         if (!KIVCS2_FAILED(status))
             return;
         (void)kivCS2SMC_free(&smc); // not null
@@ -186,9 +190,9 @@ void printPage(const Reading &reading)
         for (size_t number = 0; number < reading.fans.size(); ++number)
         {
             const Fan &fan = reading.fans[number];
-            std::vector<std::string> cells{std::to_string(number)};
+            std::vector<Shown> cells{std::to_string(number)};
             for (const Figure &speed : fan.speeds)
-                cells.push_back(toText(speed));
+                cells.emplace_back(toText(speed));
             cells.emplace_back(!fan.forced ? kNothing : *fan.forced ? "a program" : "the controller");
             table.add(std::move(cells));
         }

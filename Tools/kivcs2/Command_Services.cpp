@@ -85,9 +85,9 @@ Found describe(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *service)
     const char *text = nullptr;
     KIVCS2BonjourAddress *address = nullptr;
     check(kivCS2Bonjour_getServiceName(browser, service, &text), "name");
-    found.name = visible(text);
+    found.name = text;
     check(kivCS2Bonjour_getHostname(browser, service, &text), "host");
-    found.host = visible(text);
+    found.host = text;
     check(kivCS2Bonjour_getFirstPort(browser, service, &found.port), "port");
     check(kivCS2Bonjour_getAddressesList(browser, service, &address), "addresses");
     for (; address != nullptr; address = reinterpret_cast<KIVCS2BonjourAddress *>(address->m_elem.m_next))
@@ -105,13 +105,15 @@ Json asJson(const Found &found)
     return {{"name", found.name}, {"host", found.host}, {"port", found.port}, {"addresses", found.addresses}};
 }
 
-std::string asLine(const Found &found)
+Shown asLine(const Found &found)
 {
-    std::string line = found.name + "\t" + (found.host.empty() ? "-" : found.host) + "\t";
+    Shown line = found.name;
+    line.addCell(found.host.empty() ? "-" : found.host);
     std::string where;
     for (const std::string &address : found.addresses)
         where += (where.empty() ? "" : ",") + address + ":" + std::to_string(found.port);
-    return line + (where.empty() ? "-" : where);
+    line.addCell(where.empty() ? "-" : where);
+    return line;
 }
 
 // A browser as long as this stands.
@@ -196,7 +198,7 @@ std::vector<std::string> unpackTexts(std::string_view record)
         const auto length = static_cast<unsigned char>(record.front());
         const std::string_view text = record.substr(1, length);
         if (!text.empty())
-            texts.push_back(visible(text));
+            texts.emplace_back(text);
         record.remove_prefix(1 + text.size());
     }
     return texts;
@@ -365,9 +367,9 @@ int monitor(const Options &options, bool json)
             if (options.count != 0 && records == options.count)
                 break;
             ++records;
-            std::string line;
+            Shown line;
             for (const std::string &text : unpackTexts(*record))
-                line += (line.empty() ? "" : "\t") + text;
+                line.addCell(text);
             if (json)
                 list->add(unpackTexts(*record));
             else

@@ -11,6 +11,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 
 namespace tool
 {

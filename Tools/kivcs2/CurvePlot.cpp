@@ -337,7 +337,7 @@ void printCurves(size_t columns)
     for (uint32_t row = 0; row < kGridRows; ++row)
     {
         // Title, plot and axis of every plot in the row, side by side.
-        std::vector<std::string> text(kGridLines + 2);
+        std::vector<Shown> text(kGridLines + 2);
         for (uint32_t column = 0; column < kGridColumns; ++column)
         {
             const uint32_t index = column == 0 ? 0 : 3 * column - 2 + row;
@@ -346,15 +346,15 @@ void printCurves(size_t columns)
             const std::string title{kCurves[index].name.substr(0, width + 1)};
             const std::string blank(width + 1, ' ');
             const std::string gap = column + 1 < kGridColumns ? "  " : "";
-            text[0] += isEmpty ? blank + gap
+            text[0] += isEmpty ? Shown{blank + gap}
                                : Output::strong(title) + std::string(width + 1 - title.size(), ' ') + gap;
             for (size_t line = 0; line < plot.size(); ++line)
                 text[line + 1] += (isEmpty ? blank : "│" + plot[line]) + gap;
             text.back() += (isEmpty ? blank : "└" + repeat("─", width)) + gap;
         }
-        for (std::string &line : text)
+        for (Shown &line : text)
         {
-            line.erase(line.find_last_not_of(' ') + 1);
+            line.trimEnd();
             out().line(line);
         }
     }

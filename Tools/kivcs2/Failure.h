@@ -1,6 +1,8 @@
 // Failures as a user meets them: one line, and the exit code that scripts test.
 #pragma once
 
+#include "Shown.h"
+
 #include <KIVCoreServices2/KIVCS2Base.h>
 
 #include <span>
@@ -48,11 +50,11 @@ struct StatusRow
 class Failure : public std::runtime_error
 {
 public:
-    Failure(ExitCode code, const std::string &text) : std::runtime_error(text), m_code(code) {}
+    Failure(ExitCode code, const Shown &text) : std::runtime_error(text.text()), m_code(code) {}
 
     /// A library operation failed: the status is named in the line and decides the exit code.
-    Failure(KIVCS2Status status, const std::string &text)
-        : std::runtime_error(text + " (" + statusText(status) + ")"), m_code(exitCodeFor(status))
+    Failure(KIVCS2Status status, const Shown &text)
+        : std::runtime_error(text.text() + " (" + statusText(status) + ")"), m_code(exitCodeFor(status))
     {
     }
 
@@ -69,7 +71,7 @@ private:
 };
 
 /// Throws the failure of `status`, if it is one.
-inline void check(KIVCS2Status status, const std::string &text)
+inline void check(KIVCS2Status status, std::string_view text)
 {
     if (KIVCS2_FAILED(status))
         throw Failure(status, text);

@@ -72,7 +72,7 @@ void drawInColour(const Boxes &boxes, size_t columns, size_t lines)
             shownAbove = above;
             shownBelow = below;
         }
-        out().line("\x1b[0m");
+        out().write("\x1b[0m\n");
     }
 }
 

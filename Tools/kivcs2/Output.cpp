@@ -42,12 +42,6 @@ std::string shortenedToTerminal(const std::string &text)
     return text.substr(text.size() - size.ws_col + 1u); // the end has the number
 }
 
-std::string coloured(std::string_view code, std::string_view text)
-{
-    return Output::hasColour() ? "\x1b[" + std::string{code} + "m" + std::string{text} + "\x1b[0m"
-                               : std::string{text};
-}
-
 // Characters, not bytes, and none for an escape sequence: what the eye counts.
 size_t columns(std::string_view text)
 {
@@ -86,22 +80,27 @@ std::string padding(std::string_view text, size_t width)
 
 } // namespace
 
-void Output::write(std::string_view text)
+void Output::write(std::string_view bytes)
 {
-    m_buffer += text;
+    m_buffer += bytes;
     if (m_buffer.size() >= kBlock)
         flush();
 }
 
-void Output::line(std::string_view text)
+void Output::line(const Shown &text)
 {
-    write(text);
+    write(text.text());
     write("\n");
 }
 
 void Output::json(const Json &value)
 {
-    line(value.dump(2, ' ', false, Json::error_handler_t::replace));
+    write(jsonText(value, 2) + "\n");
+}
+
+std::string jsonText(const Json &value, int indent)
+{
+    return visibleJson(value.dump(indent, ' ', false, Json::error_handler_t::replace));
 }
 
 void Output::flush()
@@ -140,17 +139,25 @@ bool Output::hasColour()
     return wanted;
 }
 
-std::string Output::strong(std::string_view text)
+Shown Output::coloured(std::string_view code, const Shown &text)
+{
+    Shown result = text;
+    if (hasColour())
+        result.m_text = "\x1b[" + std::string{code} + "m" + text.text() + "\x1b[0m";
+    return result;
+}
+
+Shown Output::strong(const Shown &text)
 {
     return coloured("1", text);
 }
 
-std::string Output::good(std::string_view text)
+Shown Output::good(const Shown &text)
 {
     return coloured("32", text);
 }
 
-std::string Output::bad(std::string_view text)
+Shown Output::bad(const Shown &text)
 {
     return coloured("31", text);
 }
@@ -177,6 +184,23 @@ void keepStandardOutput()
         throw Failure::system("standard output", errno);
     ::close(nowhere);
     out().m_descriptor = own;
+}
+
+QuietErrors::QuietErrors() : m_own(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
+{
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (m_own >= 0 && nowhere >= 0)
+        ::dup2(nowhere, STDERR_FILENO);
+    if (nowhere >= 0)
+        ::close(nowhere);
+}
+
+QuietErrors::~QuietErrors()
+{
+    if (m_own < 0)
+        return;
+    ::dup2(m_own, STDERR_FILENO);
+    ::close(m_own);
 }
 
 Output &errors()
@@ -206,7 +230,7 @@ JsonArray::~JsonArray()
 void JsonArray::add(const Json &value)
 {
     out().write(m_first ? "\n  " : ",\n  ");
-    out().write(value.dump(-1, ' ', false, Json::error_handler_t::replace));
+    out().write(jsonText(value));
     m_first = false;
 }
 
@@ -226,7 +250,7 @@ Table::Table(std::initializer_list<std::string_view> titles)
     }
 }
 
-void Table::add(std::vector<std::string> cells)
+void Table::add(std::vector<Shown> cells)
 {
     cells.resize(m_titles.size());
     m_rows.push_back(std::move(cells));
@@ -235,23 +259,23 @@ void Table::add(std::vector<std::string> cells)
 void Table::print() const
 {
     std::vector<size_t> widths;
-    for (const std::string &title : m_titles)
-        widths.push_back(columns(title));
+    for (const Shown &title : m_titles)
+        widths.push_back(columns(title.text()));
     for (const auto &row : m_rows)
         for (size_t column = 0; column < row.size(); ++column)
-            widths[column] = std::max(widths[column], columns(row[column]));
+            widths[column] = std::max(widths[column], columns(row[column].text()));
 
-    const auto printRow = [&](const std::vector<std::string> &cells, bool title)
+    const auto printRow = [&](const std::vector<Shown> &cells, bool title)
     {
-        std::string text;
+        Shown text;
         for (size_t column = 0; column < cells.size(); ++column)
         {
-            const std::string cell = title ? Output::strong(cells[column]) : cells[column];
-            const std::string space = padding(cell, widths[column]);
+            const Shown cell = title ? Output::strong(cells[column]) : cells[column];
+            const Shown space = padding(cell.text(), widths[column]);
             text += column > 0 ? "  " : "";
             text += m_aligns[column] == Align::Right ? space + cell : cell + space;
         }
-        text.erase(text.find_last_not_of(' ') + 1);
+        text.trimEnd();
         out().line(text);
     };
     printRow(m_titles, true);
@@ -259,9 +283,9 @@ void Table::print() const
         printRow(row, false);
 }
 
-void Facts::add(std::string_view name, std::string value)
+void Facts::add(Shown name, Shown value)
 {
-    m_facts.emplace_back(name, std::move(value));
+    m_facts.emplace_back(std::move(name), std::move(value));
 }
 
 void Facts::print(Output &to) const
@@ -269,10 +293,13 @@ void Facts::print(Output &to) const
     const bool plain = &to != &out();
     size_t width = 0;
     for (const auto &[name, value] : m_facts)
-        width = std::max(width, columns(name));
+        width = std::max(width, columns(name.text()));
     for (const auto &[name, value] : m_facts)
-        to.line((plain ? std::string{name} : Output::strong(name)) + padding(name, width) + "  " +
-                (plain ? withoutColour(value) : value));
+    {
+        const Shown between = padding(name.text(), width) + "  ";
+        to.line(plain ? name + between + withoutColour(value.text())
+                      : Output::strong(name) + between + value);
+    }
 }
 
 Progress::Progress(std::string what) : m_what(std::move(what)), m_terminal(::isatty(STDERR_FILENO) != 0)
@@ -342,51 +369,6 @@ std::string print(const char *format, ...)
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     return {text, static_cast<size_t>(std::clamp(length, 0, static_cast<int>(sizeof text) - 1))};
-}
-
-namespace
-{
-// How many bytes of `text` are one UTF-8 character that a terminal shows: 0 where it starts with something else, a
-// control character of ISO 6429's second set (U+0080 to U+009F) included.
-[[nodiscard]] size_t shownCharacter(std::string_view text)
-{
-    const auto byteAt = [text](size_t index)
-    {
-        return static_cast<unsigned char>(text[index]);
-    };
-    const unsigned char lead = byteAt(0);
-    if (lead < 0x80)
-        return lead >= 0x20 && lead != 0x7F ? 1 : 0;
-    const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
-        return 0;
-    uint32_t point = lead & (0x7Fu >> length);
-    for (size_t index = 1; index < length; ++index)
-    {
-        if ((byteAt(index) & 0xC0) != 0x80)
-            return 0;
-        point = point << 6 | (byteAt(index) & 0x3Fu);
-    }
-    constexpr uint32_t kLeast[] = {0xA0, 0x800, 0x10000}; // shorter ones have a shorter form
-    const bool isCharacter =
-        point >= kLeast[length - 2] && point <= 0x10FFFF && (point < 0xD800 || point > 0xDFFF);
-    return isCharacter ? length : 0;
-}
-} // namespace
-
-std::string visible(std::string_view text)
-{
-    std::string result;
-    while (!text.empty())
-    {
-        const size_t shown = shownCharacter(text);
-        if (shown > 0)
-            result += text.substr(0, shown);
-        else
-            result += print("\\x%02x", static_cast<unsigned char>(text.front()));
-        text.remove_prefix(std::max(shown, size_t{1}));
-    }
-    return result;
 }
 
 } // namespace tool

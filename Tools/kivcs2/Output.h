@@ -1,6 +1,8 @@
 // What people and programs read: tables, JSON, colour and progress.
 #pragma once
 
+#include "Shown.h"
+
 #include <nlohmann/json.hpp>
 
 #include <chrono>
@@ -25,8 +27,9 @@ class Output
 public:
     explicit Output(int descriptor) : m_descriptor(descriptor) {}
 
-    void write(std::string_view text);
-    void line(std::string_view text);
+    /// Bytes as they are: a result that is data, and what has been made visible before.
+    void write(std::string_view bytes);
+    void line(const Shown &text);
     void json(const Json &value);
     void flush();
 
@@ -35,9 +38,9 @@ public:
 
     /// A heading or a word that should stand out; plain when standard output is no terminal or
     /// NO_COLOR is set.
-    [[nodiscard]] static std::string strong(std::string_view text);
-    [[nodiscard]] static std::string good(std::string_view text);
-    [[nodiscard]] static std::string bad(std::string_view text);
+    [[nodiscard]] static Shown strong(const Shown &text);
+    [[nodiscard]] static Shown good(const Shown &text);
+    [[nodiscard]] static Shown bad(const Shown &text);
 
     /// Whether colours are wanted: standard output is a terminal and NO_COLOR is not set.
     [[nodiscard]] static bool hasColour();
@@ -47,6 +50,7 @@ public:
 
 private:
     friend void keepStandardOutput();
+    static Shown coloured(std::string_view code, const Shown &text);
 
     int m_descriptor;
     std::string m_buffer;
@@ -58,8 +62,24 @@ private:
 /// From here on standard output is the command's alone: what the library prints there is thrown away.
 void keepStandardOutput();
 
+/// Throws away what the library prints on standard error while this stands: the command says it in a line of its own.
+class QuietErrors
+{
+public:
+    QuietErrors();
+    ~QuietErrors();
+    QuietErrors(const QuietErrors &) = delete;
+    QuietErrors &operator=(const QuietErrors &) = delete;
+
+private:
+    int m_own;
+};
+
 /// Standard error, for a summary whose place on standard output a file has taken; without colour.
 [[nodiscard]] Output &errors();
+
+/// A JSON value as text, on one line or indented; visible on a terminal, with every value kept.
+[[nodiscard]] std::string jsonText(const Json &value, int indent = -1);
 
 /// A JSON array given element by element, so that a long one needs no memory. When a failure ends the
 /// listing, what was listed is closed, so that programs can read it; the exit code tells.
@@ -92,24 +112,24 @@ public:
     /// A column title that begins with ">" is aligned to the right.
     explicit Table(std::initializer_list<std::string_view> titles);
 
-    void add(std::vector<std::string> cells);
+    void add(std::vector<Shown> cells);
     void print() const;
 
 private:
-    std::vector<std::string> m_titles;
+    std::vector<Shown> m_titles;
     std::vector<Align> m_aligns;
-    std::vector<std::vector<std::string>> m_rows;
+    std::vector<std::vector<Shown>> m_rows;
 };
 
 /// "Name   value" pairs with the values in one column.
 class Facts
 {
 public:
-    void add(std::string_view name, std::string value);
+    void add(Shown name, Shown value);
     void print(Output &to = out()) const;
 
 private:
-    std::vector<std::pair<std::string, std::string>> m_facts;
+    std::vector<std::pair<Shown, Shown>> m_facts;
 };
 
 /// One line on standard error, renewed in place, once the command has run for a second and only when
@@ -144,8 +164,5 @@ void note(std::string_view text);
 
 /// printf into a string; for numbers with a fixed form.
 [[nodiscard]] __attribute__((format(printf, 1, 2))) std::string print(const char *format, ...);
-
-/// Quotes what would break a line or a terminal: control characters, and bytes that are no UTF-8, become \xNN.
-[[nodiscard]] std::string visible(std::string_view text);
 
 } // namespace tool

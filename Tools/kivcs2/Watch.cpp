@@ -56,7 +56,7 @@ public:
         while (!page.empty() && m_drawn + 1 < m_rows)
         {
             const size_t end = std::min(page.find('\n'), page.size());
-            out().line(shortened(page.substr(0, end), m_columns) + "\x1b[K");
+            out().write(shortened(page.substr(0, end), m_columns) + "\x1b[K\n");
             page.remove_prefix(std::min(end + 1, page.size()));
             ++m_drawn;
         }
@@ -117,8 +117,10 @@ int watch(const WatchOptions &options, bool json, const Watched &watched)
         }
         else
         {
-            out().line(json ? watched.json().dump(-1, ' ', false, Json::error_handler_t::replace)
-                            : timeOfDay() + "  " + watched.line());
+            if (json)
+                out().write(jsonText(watched.json()) + "\n");
+            else
+                out().line(timeOfDay() + "  " + watched.line());
             out().flush();
         }
         if (reading == options.readings)

@@ -2,6 +2,7 @@
 #include "Command.h"
 #include "Failure.h"
 #include "Files.h"
+#include "LibraryLog.h"
 #include "Output.h"
 
 #include <KIVCoreServices2/KIVCoreServices2.h>
@@ -85,6 +86,7 @@ int run(int argc, char **argv)
         return app.got_subcommand("run") ? tool::kExitRunFailed : tool::kExitUsage;
     }
 
+    tool::capLibraryLog();                               // before the task server takes it over
     (void)kivCS2_initWithTaskServer(context.taskServer); // always succeeds
     return context.run();
 }
@@ -99,6 +101,7 @@ int main(int argc, char **argv)
     try
     {
         const int code = run(argc, argv);
+        tool::tellLeftOutMessages();
         tool::out().flush();
         return code;
     }
@@ -116,6 +119,7 @@ int main(int argc, char **argv)
         {
             // The failure below is the one that matters.
         }
+        tool::tellLeftOutMessages();
         tool::note(failure.what());
         return failure.code();
     }
