@@ -55,15 +55,18 @@ KIVCS2Status failed(KIVCS2Socket *socket, KIVCS2Status status)
 
 // ---- Making records ----
 
-// A record that is given up before a host has seen it: nothing of it is drained or left.
+// A record that is given up before a host has seen it: nothing of it is drained or left but errno, which tells the
+// host why.
 struct Discard
 {
     void operator()(KIVCS2Socket *socket) const
     {
+        const int error = errno;
         if (socket->m_socket != 0)
             (void)KIVPSocketClose(socket->m_socket);
         std::free(socket->m_host);
         std::free(socket);
+        errno = error;
     }
 };
 using OwnSocket = std::unique_ptr<KIVCS2Socket, Discard>;
@@ -73,6 +76,23 @@ using OwnSocket = std::unique_ptr<KIVCS2Socket, Discard>;
     return OwnSocket{static_cast<KIVCS2Socket *>(kivCS2ZeroMalloc(sizeof(KIVCS2Socket)))};
 }
 
+// The error number for a failed look-up: 0 where the answer is that there is no such address, which no number says.
+[[nodiscard]] int lookUpError(int result, int systemError)
+{
+    switch (result)
+    {
+    case EAI_SYSTEM:
+        return systemError;
+    case EAI_MEMORY:
+        return ENOMEM;
+    case EAI_AGAIN:
+        return EAGAIN;
+    default:
+        return 0;
+    }
+}
+
+// Sets errno when it fails.
 KIVCS2Status kivCS2SocketPrv_resolveAddress(const char *_host, int32_t _port, KIVCS2SocketType type,
                                             sockaddr_in *_out_addr)
 {
@@ -88,11 +108,18 @@ KIVCS2Status kivCS2SocketPrv_resolveAddress(const char *_host, int32_t _port, KI
     else
         return KIVCS2STATUS_PARAM_ERR;
     if (_port > UINT16_MAX)
+    {
+        errno = 0;
         return KIVCS2STATUS_ADDRESS_ERR; // glibc would take its low 16 bits
+    }
 
     addrinfo *found = nullptr;
-    if (getaddrinfo(_host, _port < 0 ? nullptr : port.data(), &hints, &found) != 0)
+    const int result = getaddrinfo(_host, _port < 0 ? nullptr : port.data(), &hints, &found);
+    if (result != 0)
+    {
+        errno = lookUpError(result, errno);
         return KIVCS2STATUS_ADDRESS_ERR;
+    }
     std::memcpy(_out_addr, found->ai_addr, sizeof *_out_addr);
     freeaddrinfo(found);
     return KIVCS2STATUS_OK;
@@ -458,7 +485,10 @@ KIVCS2Status kivCS2Socket_createMulticastDatagramReceiver(KIVCS2Socket **_receiv
     *_receiver = nullptr;
     const uint32_t group = _addr->sin_addr.s_addr;
     if ((_options & KIVCS2SocketOption_IPv6) == 0 && !IN_MULTICAST(ntohl(group)))
+    {
+        errno = 0;
         return KIVCS2STATUS_MULTICAST_ADDRESS_ERR;
+    }
 
     KIV_TRY(kivCS2Socket_createDatagramReceiver(_receiver, _options, _addr));
     OwnSocket socket{*_receiver};

@@ -18,6 +18,7 @@ struct Calls
     int failOption = 0;   // the error number that getsockopt answers, if not 0
     int failShutdown = 0; // the same for shutdown
     int failPoll = 0;     // and for poll
+    int afterClose = 0;   // the error number that a close fails with once the descriptor is closed
 };
 thread_local Calls t_calls;
 
@@ -43,6 +44,11 @@ extern "C"
     int shutdown(int fd, int how) noexcept
     {
         return static_cast<int>(call(t_calls.failShutdown, SYS_shutdown, fd, how));
+    }
+    int close(int fd)
+    {
+        const long result = syscall(SYS_close, fd);
+        return static_cast<int>(t_calls.afterClose == 0 ? result : call(t_calls.afterClose, SYS_close, fd));
     }
     int poll(pollfd *fds, nfds_t count, int timeout)
     {
@@ -116,6 +122,18 @@ TEST(SocketQuirks, AFailureOfNoSigpipeHandsTheRecordOut)
             EXPECT_EQ(kivCS2Socket_free(socket), KIVCS2STATUS_OK);
         }
     }
+}
+
+TEST(SocketCalls, AFailedCloseOfWhatIsGivenUpDoesNotHideTheReason)
+{
+    const OwnSocket server = kiv::test::makeServer();
+    KIVCS2Socket *made = nullptr;
+    t_calls.afterClose = EIO;
+    EXPECT_EQ(
+        kivCS2Socket_createServer(&made, kiv::test::portOf(server.get()), 1, KIVCS2SocketOption_BindNow),
+        KIVCS2STATUS_BIND_ERR);
+    EXPECT_EQ(errno, EADDRINUSE);
+    t_calls = {};
 }
 
 TEST(SocketCalls, ACloseGoesOnAfterItsFailuresButOne)

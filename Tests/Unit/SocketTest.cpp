@@ -165,7 +165,7 @@ TEST(SocketAddresses, AreResolvedToIPv4AndWritten)
 
 // ---- Creation ----
 
-TEST(SocketCreation, FailuresLeaveNothing)
+TEST(SocketCreation, FailuresLeaveNothingButTheReason)
 {
     const OwnSocket server = makeServer();
     const int32_t taken = portOf(server.get());
@@ -185,62 +185,63 @@ TEST(SocketCreation, FailuresLeaveNothing)
     struct Row
     {
         KIVCS2Status status;
+        int error;
         std::function<KIVCS2Status(KIVCS2Socket **)> create;
     };
     for (const Row &row :
          std::initializer_list<Row>{
-             {KIVCS2STATUS_CONNECT_ERR,
+             {KIVCS2STATUS_CONNECT_ERR, ECONNREFUSED,
               [&](auto out)
               {
                   return kivCS2Socket_createClient(out, kHere, nobody, 0);
               }},
-             {KIVCS2STATUS_ADDRESS_ERR,
+             {KIVCS2STATUS_ADDRESS_ERR, 0,
               [&](auto out)
               {
                   return kivCS2Socket_createClient(out, "::1", taken, 0);
               }},
-             {KIVCS2STATUS_BIND_ERR,
+             {KIVCS2STATUS_BIND_ERR, EADDRINUSE,
               [&](auto out)
               {
                   return kivCS2Socket_createServer(out, taken, 1, kNow);
               }},
-             {KIVCS2STATUS_BIND_ERR,
+             {KIVCS2STATUS_BIND_ERR, EADDRINUSE,
               [&](auto out)
               {
                   return kivCS2Socket_createDatagramReceiver(out, 0, receiver.address.get());
               }},
-             {KIVCS2STATUS_BIND_ERR,
+             {KIVCS2STATUS_BIND_ERR, EADDRNOTAVAIL,
               [&](auto out)
               {
                   return kivCS2Socket_createDatagramReceiver(out, 0, notHere.get());
               }},
-             {KIVCS2STATUS_MULTICAST_ADDRESS_ERR,
+             {KIVCS2STATUS_MULTICAST_ADDRESS_ERR, 0,
               [&](auto out)
               {
                   return kivCS2Socket_createMulticastDatagramReceiver(out, 0, noGroup.get());
               }},
-             {KIVCS2STATUS_MULTICAST_ADDRESS_ERR,
+             {KIVCS2STATUS_MULTICAST_ADDRESS_ERR, 0,
               [&](auto out)
               {
                   return kivCS2Socket_createMulticastDatagramReceiver(out, 0, below.get());
               }},
-             {KIVCS2STATUS_MULTICAST_ADDRESS_ERR,
+             {KIVCS2STATUS_MULTICAST_ADDRESS_ERR, 0,
               [&](auto out)
               {
                   return kivCS2Socket_createMulticastDatagramReceiver(out, 0, above.get());
               }},
              // An IPv6 descriptor takes no 16-byte address; the range of groups is not tested with it.
-             {KIVCS2STATUS_CONNECT_ERR,
+             {KIVCS2STATUS_CONNECT_ERR, EINVAL,
               [&](auto out)
               {
                   return kivCS2Socket_createClient(out, kHere, taken, kIPv6);
               }},
-             {KIVCS2STATUS_BIND_ERR,
+             {KIVCS2STATUS_BIND_ERR, EINVAL,
               [&](auto out)
               {
                   return kivCS2Socket_createServer(out, 0, 1, kNow | kIPv6);
               }},
-             {KIVCS2STATUS_BIND_ERR,
+             {KIVCS2STATUS_BIND_ERR, EINVAL,
               [&](auto out)
               {
                   return kivCS2Socket_createMulticastDatagramReceiver(out, kIPv6, noGroup.get());
@@ -248,7 +249,9 @@ TEST(SocketCreation, FailuresLeaveNothing)
          })
     {
         KIVCS2Socket *made = server.get();
+        errno = EDOM; // an older one
         EXPECT_EQ(row.create(&made), row.status);
+        EXPECT_EQ(errno, row.error) << std::hex << row.status;
         EXPECT_EQ(made, nullptr);
     }
     const int after = dup(0);
