@@ -3,6 +3,7 @@
 #include "EndSignals.h"
 #include "Failure.h"
 #include "Files.h"
+#include "Numbers.h"
 #include "Output.h"
 
 #include <KIVCoreServices2/KIVCS2Socket.h>
@@ -63,11 +64,18 @@ std::string place(const Options &options)
     return visible(options.host) + ":" + std::to_string(options.port);
 }
 
+// Throws the failure of a create operation, with the system's reason if there is one.
+void checkMade(KIVCS2Status status, const std::string &what)
+{
+    const int error = errno;
+    check(status, error != 0 ? what + ": " + std::strerror(error) : what);
+}
+
 Address resolve(const Options &options)
 {
     sockaddr_in *address = nullptr;
-    check(kivCS2_createSockAddr(&address, options.host.c_str(), options.port, 0),
-          "the address " + place(options));
+    checkMade(kivCS2_createSockAddr(&address, options.host.c_str(), options.port, 0),
+              "the address " + place(options));
     return Address{address};
 }
 
@@ -261,9 +269,9 @@ int listen(const Options &options, bool json)
 {
     const EndSignals signals;
     KIVCS2Socket *made = nullptr;
-    check(kivCS2Socket_createServer(&made, options.port, 16,
-                                    KIVCS2SocketOption_ReuseAddress | KIVCS2SocketOption_BindNow),
-          "listening on port " + std::to_string(options.port));
+    checkMade(kivCS2Socket_createServer(&made, options.port, 16,
+                                        KIVCS2SocketOption_ReuseAddress | KIVCS2SocketOption_BindNow),
+              "listening on port " + std::to_string(options.port));
     const Socket server{made};
     const uint16_t port = ntohs(server->m_addr.sin_port);
     Lines lines{json, options.data};
@@ -293,16 +301,16 @@ int receive(const Options &options, bool json)
     const EndSignals signals;
     KIVCS2Socket *made = nullptr;
     if (options.protocol == "tcp")
-        check(kivCS2Socket_createClient(&made, options.host.c_str(), options.port, 0),
-              "connecting to " + place(options));
+        checkMade(kivCS2Socket_createClient(&made, options.host.c_str(), options.port, 0),
+                  "connecting to " + place(options));
     else if (options.protocol == "udp")
-        check(kivCS2Socket_createDatagramReceiver(&made, KIVCS2SocketOption_ReuseAddress,
-                                                  resolve(options).get()),
-              "receiving at " + place(options));
+        checkMade(kivCS2Socket_createDatagramReceiver(&made, KIVCS2SocketOption_ReuseAddress,
+                                                      resolve(options).get()),
+                  "receiving at " + place(options));
     else
-        check(kivCS2Socket_createMulticastDatagramReceiver(&made, KIVCS2SocketOption_ReuseAddress,
-                                                           resolve(options).get()),
-              "joining " + place(options));
+        checkMade(kivCS2Socket_createMulticastDatagramReceiver(&made, KIVCS2SocketOption_ReuseAddress,
+                                                               resolve(options).get()),
+                  "joining " + place(options));
     const Socket socket{made};
     Lines lines{json, options.data};
     uint64_t left = options.count;
@@ -361,12 +369,12 @@ Socket makeSender(const Options &options)
 {
     KIVCS2Socket *made = nullptr;
     if (options.protocol == "tcp")
-        check(kivCS2Socket_createClient(&made, options.host.c_str(), options.port, 0),
-              "connecting to " + place(options));
+        checkMade(kivCS2Socket_createClient(&made, options.host.c_str(), options.port, 0),
+                  "connecting to " + place(options));
     else if (options.protocol == "udp")
-        check(kivCS2Socket_createDatagramSender(&made, 0), "socket");
+        checkMade(kivCS2Socket_createDatagramSender(&made, 0), "socket");
     else
-        check(kivCS2Socket_createMulticastDatagramSender(&made, options.ttl, 0), "socket");
+        checkMade(kivCS2Socket_createMulticastDatagramSender(&made, options.ttl, 0), "socket");
     return Socket{made};
 }
 
@@ -466,21 +474,13 @@ void addNetCommand(CLI::App &app, Context &context)
     const auto withLimits = [options](CLI::App *word)
     {
         word->add_option("--count", options->count, "End after so many messages")
-            ->check(CLI::Validator{[](std::string &text) -> std::string
-                                   {
-                                       const bool isNumber =
-                                           text.find_first_not_of("0123456789") == std::string::npos &&
-                                           text.find_first_not_of('0') != std::string::npos;
-                                       return isNumber ? ""
-                                                       : "\"" + visible(text) + "\" is no number of messages";
-                                   },
-                                   ""});
+            ->transform(numberFrom<uint64_t>(1, UINT64_MAX, "a number of messages"));
     };
     const auto withTaking = [options, withLimits](CLI::App *word)
     {
         withLimits(word);
         word->add_option("--timeout", options->timeout, "Fail when nothing comes for so many seconds")
-            ->check(CLI::Range(0.0, 1e6));
+            ->transform(numberFrom<double>(0, 1e6, "a number of seconds from 0 to 1000000"));
         word->add_flag("--data", options->data,
                        "Write what comes to standard output, the meter to standard error");
     };
@@ -503,7 +503,7 @@ void addNetCommand(CLI::App &app, Context &context)
         ->capture_default_str()
         ->check(CLI::Range(1, 1 << 20));
     word->add_option("--rate", options->rate, "Messages a second; 0 sends as fast as it goes")
-        ->check(CLI::Range(0.0, 1e7));
+        ->transform(numberFrom<double>(0, 1e7, "a number of messages a second from 0 to 10000000"));
     word->add_option("--ttl", options->ttl, "Routers that a datagram to a group may pass, plus 1")
         ->capture_default_str()
         ->check(CLI::Range(0, 255));
