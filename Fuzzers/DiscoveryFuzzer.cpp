@@ -9,6 +9,8 @@
 
 #include "Expect.h"
 
+#include <KIVPlatform/KIVPNetService.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -56,6 +58,10 @@ public:
     [[nodiscard]] BackendState state() const noexcept override
     {
         return BackendState::ready;
+    }
+    [[nodiscard]] OwnNetworks networks() const override
+    {
+        return {}; // no input waits for a network that the script does not name
     }
     std::unique_ptr<Handle> browseServices(const char *, const char *, ServiceSink &sink,
                                            int &error) noexcept override
@@ -162,6 +168,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     browser.m_mode = KIVCS2BonjourMode_Spin;
     browser.m_callback = serviceFound;
     browser.m_userData = &found;
+    KIVPNetServiceBrowserResolveAhead(browser.m_browser);
     // The search of a worker, on this thread.
     const CFRef<CFStringRef> domain = ascii("");
     const CFRef<CFStringRef> type = ascii("_fuzz._udp");

@@ -121,6 +121,8 @@ typedef struct KIVCS2BonjourBrowser
 /**
  * Publishes a service from a worker thread until kivCS2Bonjour_endPublishingService(), whatever the record held
  * before. Whether the network accepts it is not reported; a name that is taken gets a number (" #2").
+ * KIVPNetServiceCopyPublishedName() of <KIVPlatform/KIVPNetService.h>, given `m_service`, returns the name that the
+ * service has got, once it has one.
  * @param[in] name  at most 63 bytes
  * @param[in] port  0 to 65535, in host order
  * @retval KIVCS2STATUS_PARAM_ERR      an argument is null (texts: no assertion)
@@ -152,9 +154,10 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_endPublishingService(KIVCS2BonjourPublishe
 KIVCS2_API KIVCS2Status kivCS2Bonjour_initBrowserData(KIVCS2BonjourBrowser *browser);
 
 /**
- * Starts to browse. `callback` is called once for each service, when it has been resolved (2 seconds at most;
- * one that did not resolve is listed without host and addresses). Services that go away stay listed; one
- * that comes back is found again. That a search fails is not reported.
+ * Starts to browse. `callback` is called once for each service, in the order in which they come, when it has been
+ * resolved (2 seconds at most; one that did not resolve is listed without host and addresses). The next 32 services
+ * are resolved meanwhile, so that several that do not answer take their 2 seconds together. Services that go away stay
+ * listed; one that comes back is found again. That a search fails is not reported.
  * @param[in] userData  handed to the callback unchanged; may be null
  * @retval KIVCS2STATUS_PARAM_ERR   `browser` or `callback` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  a text is null or not ASCII (no assertion), or no memory
@@ -168,8 +171,12 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_findServices(KIVCS2BonjourBrowser *browser
 
 /**
  * Waits until a service of exactly this name was found and resolved: it is the first in the browser's list then.
- * The browser is stopped afterwards, found or not. Ending waits for a service that is being resolved, so the call
- * may take up to 2 seconds longer than `timeout`; a stop by another thread does not shorten the wait.
+ * The browser is stopped afterwards, found or not. A service that is still being resolved when the time is over is
+ * not found, and a later search may find it; a stop by another thread does not shorten the wait.
+ *
+ * The call returns within 0.1 s of its time-out, with one exception: if the machine's discovery daemon hangs (it runs
+ * and does not answer), each question to it takes the 25 s of a call over the system bus. This call then takes about
+ * 50 s, and so does every ending of a browser, monitor or publisher.
  * @param[in] timeout  milliseconds; 0 looks once
  * @retval KIVCS2STATUS_PARAM_ERR      `browser` is null
  * @retval KIVCS2STATUS_MEMORY_ERR     a text is null or not ASCII (no assertion), or no memory
@@ -184,7 +191,8 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_findFirstService(KIVCS2BonjourBrowser *bro
 
 /**
  * Stops browsing and waits for the worker: no callback runs afterwards, except where the browser's own callback
- * stops it, which ends with that callback. Twice is harmless, as is a browser that never began.
+ * stops it, which ends with that callback. A service that is being resolved at that moment is not waited for, and is
+ * not listed. Twice is harmless, as is a browser that never began.
  * @retval KIVCS2STATUS_PARAM_ERR  `data` is null
  * @retval KIVCS2STATUS_MUTEX_ERR  the browser is not initialised
  * Thread safety: any thread, the browser's callback included, until it is disposed of.
@@ -200,7 +208,9 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_stopServiceBrowser(KIVCS2BonjourBrowser *d
 KIVCS2_API KIVCS2Status kivCS2Bonjour_diposeBrowserData(KIVCS2BonjourBrowser *browser);
 
 /**
- * The first IPv4 address of a service, null where it has none; the others follow by its links.
+ * The first IPv4 address of a service, null where it has none; the others follow by its links, in the order of their
+ * numbers. They are all those that the host has on the networks that it shares with this machine. A network on which
+ * the host says nothing is waited for 0.5 s.
  * @param[in] serviceData  null: the first service of the browser
  * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or there is no service
  * Thread safety: the browser's callback, or the owner once the browser is stopped. The same holds for the next three.

@@ -5,15 +5,18 @@
 #include "Private/Check.h"
 #include "Private/MutexLock.h"
 
+#include <KIVPlatform/KIVPNetService.h>
 #include <mach/mach_time.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <netinet/in.h>
 #include <new>
 #include <unistd.h>
+#include <utility>
 
 namespace
 {
@@ -24,7 +27,7 @@ constexpr CFOptionFlags kNotAServiceThatCame = kCFNetServiceFlagIsDomain | kCFNe
 constexpr useconds_t kLookAgainAfter = 10; // microseconds
 constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
 
-// Kept: hosts rely on one successful search ending all browsing of the process. Only ever set.
+// Hosts rely on one successful search ending all browsing of the process. Only ever set.
 constinit std::atomic<uint32_t> foundFirst = 0;
 
 // Whose monitor's callback runs on the calling thread; null for none.
@@ -107,6 +110,49 @@ void watchService(void *context)
     return status;
 }
 
+// ---- Services that are being resolved ----
+
+// The service that a browser's callback resolves at this moment, so that a stop can end that. One a browser, on the
+// stack of its worker.
+class Resolving
+{
+public:
+    Resolving(KIVCS2BonjourBrowser &browser, CFNetServiceRef service) : m_browser{browser}, m_service{service}
+    {
+        const std::lock_guard lock{s_mutex};
+        m_next = std::exchange(s_first, this);
+        if (shared(browser.m_stop).load() != 0) // it was stopped before it could find this
+            CFNetServiceCancel(service);
+    }
+    ~Resolving()
+    {
+        const std::lock_guard lock{s_mutex};
+        Resolving **link = &s_first;
+        while (*link != this)
+            link = &(*link)->m_next;
+        *link = m_next;
+    }
+    Resolving(const Resolving &) = delete;
+    Resolving &operator=(const Resolving &) = delete;
+
+    // Once the browser is marked as stopped.
+    static void cancel(const KIVCS2BonjourBrowser &browser)
+    {
+        const std::lock_guard lock{s_mutex};
+        for (const Resolving *each = s_first; each != nullptr; each = each->m_next)
+            if (&each->m_browser == &browser)
+                CFNetServiceCancel(each->m_service);
+    }
+
+private:
+    static constinit inline std::mutex s_mutex{};
+    static constinit inline Resolving *s_first = nullptr;
+
+    KIVCS2BonjourBrowser &m_browser;
+    CFNetServiceRef m_service;
+    Resolving *m_next = nullptr;
+};
+
 // ---- Found services ----
 
 void freeAddresses(KIVCS2BonjourService &service)
@@ -187,8 +233,16 @@ void serviceCame(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
     if (isFirst && CFStringCompare(CFNetServiceGetName(cfService), browser.m_name, 0) != kCFCompareEqualTo)
         return;
 
-    CFStreamError error{};
-    (void)CFNetServiceResolveWithTimeout(cfService, kResolveTimeout, &error); // listed without addresses then
+    {
+        const Resolving resolving{browser, cfService};
+        CFStreamError error{};
+        (void)CFNetServiceResolveWithTimeout(cfService, kResolveTimeout,
+                                             &error); // listed without addresses then
+    }
+    // A search that was stopped meanwhile has not found it: a host whose search for the first service timed out
+    // searches again, which the flag would forbid.
+    if (shared(browser.m_stop).load() != 0)
+        return;
     KIVCS2BonjourService *service = appendService(browser, cfService);
     if (service == nullptr)
         return;
@@ -243,10 +297,12 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
 }
 
 // Ends the search. The flag is set before the mutex is taken as well: a callback that waits for the mutex
-// would otherwise go on to the next service, and the next, while this thread waits.
+// would otherwise go on to the next service, and the next, while this thread waits. What it resolves at this moment
+// ends too, or this thread would wait for that.
 [[nodiscard]] KIVCS2Status stopSearch(KIVCS2BonjourBrowser &browser, bool &inCallback)
 {
     shared(browser.m_stop).store(1);
+    Resolving::cancel(browser);
     const kiv::MutexLock lock{browser.m_mutex};
     KIV_TRY(lock.status());
     CFNetServiceBrowserStopSearch(browser.m_browser, nullptr);
@@ -429,6 +485,7 @@ KIVCS2Status kivCS2Bonjour_findServices(KIVCS2BonjourBrowser *browser, const cha
     KIV_TRY(lock.status());
     if (isBrowsing(*browser))
         return KIVCS2STATUS_STATE_ERR;
+    KIVPNetServiceBrowserResolveAhead(browser->m_browser);
     browser->m_mode = KIVCS2BonjourMode_Spin;
     browser->m_callback = callback;
     browser->m_userData = userData;
@@ -447,8 +504,10 @@ KIVCS2Status kivCS2Bonjour_findFirstService(KIVCS2BonjourBrowser *browser, const
         return KIVCS2STATUS_MEMORY_ERR;
     KIV_TRY(startFirst(*browser, domainText, typeText, nameText));
 
-    const bool isFound = waitForFirst(*browser, timeout);
+    bool isFound = waitForFirst(*browser, timeout);
     const KIVCS2Status status = kivCS2Bonjour_stopServiceBrowser(browser);
+    // Between the last look and the stop it may have been found after all, which has ended all browsing.
+    isFound = isFound || KIVCS2_SUCCEEDED(kivCS2Semaphore_testWait(&browser->m_semaphore));
     (void)kivCS2Semaphore_free(&browser->m_semaphore); // open, and nobody waits
     return KIVCS2_SUCCEEDED(status) && !isFound ? KIVCS2STATUS_TIMEOUT_ERR : status;
 }

@@ -6,10 +6,19 @@
 #include "CFNetwork/RecordData.h"
 #include "CFNetwork/Subscriptions.h"
 
+#include "KIVCS2Bonjour.h"
+
+#include <KIVPlatform/KIVPNetService.h>
 #include <avahi-common/error.h>
 
 #include <gmock/gmock.h>
 
+#include <arpa/inet.h>
+#include <sched.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <functional>
@@ -51,6 +60,7 @@ struct Network
     std::function<void(LocationSink &)> location = [](LocationSink &) {
     };
     int updating = 0; // the answer to a new text
+    OwnNetworks own;
 
     std::mutex mutex;
     std::condition_variable changed;
@@ -106,6 +116,10 @@ public:
     [[nodiscard]] BackendState state() const noexcept override
     {
         return network->state;
+    }
+    [[nodiscard]] OwnNetworks networks() const override
+    {
+        return network->own;
     }
     std::unique_ptr<Handle> browseServices(const char *, const char *, ServiceSink &sink,
                                            int &) noexcept override
@@ -408,7 +422,78 @@ TEST_F(Discovery, ResolvingCollectsTheAddressesOfTheHost)
                             ? std::to_string(ntohl(address.v4.sin_addr.s_addr) >> 16 & 0xff)
                             : "%" + std::to_string(address.v6.sin6_scope_id));
     }
-    EXPECT_THAT(hosts, testing::UnorderedElementsAre("0", "1", "%2", "%3"));
+    EXPECT_THAT(hosts, testing::ElementsAre("0", "1", "%2", "%3"));
+}
+
+TEST(OwnNetworks, AHostIsHeardOnTheNetworksThatItMayBeOn)
+{
+    const auto address = [](const char *text)
+    {
+        in_addr parsed{};
+        EXPECT_EQ(inet_pton(AF_INET, text, &parsed), 1);
+        return parsed;
+    };
+    const OwnNetworks networks{{{1, address("127.0.0.1"), true, true},
+                                {2, address("10.0.0.1"), false, true},
+                                {2, address("10.0.0.9"), false, true},
+                                {3, address("10.1.0.1"), false, true},
+                                {4, address("10.2.0.1"), false, false}}};
+    EXPECT_TRUE(networks.isOwn(address("10.0.0.9")));
+    EXPECT_FALSE(networks.isOwn(address("10.0.0.2")));
+    for (const auto &[heardOn, other, own] : {std::tuple{std::vector{2}, false, false},
+                                              {std::vector{3, 2}, true, false},
+                                              {std::vector{1, 2, 3}, true, false},
+                                              {std::vector{4, 3, 2, 1}, true, true}})
+    {
+        EXPECT_EQ(networks.areAll(heardOn, false), other);
+        EXPECT_EQ(networks.areAll(heardOn, true), own);
+    }
+    EXPECT_TRUE(OwnNetworks{}.areAll(std::vector{2}, false)) << "the system has reported none";
+}
+
+// The second network answers later, from another thread: the first answer is not the whole list.
+TEST_F(Discovery, AHostOnTwoNetworksIsToldWithBothAddressesInTheirOrder)
+{
+    in_addr own{};
+    own.s_addr = htonl(0x0a000001);
+    m_network.own = OwnNetworks{{{kIPv4.interface, own, false, true}, {kOther.interface, own, false, true}}};
+    std::atomic<RecordSink *> later = nullptr;
+    m_network.records = [&later](const std::string &, uint16_t type, RecordSink &sink)
+    {
+        if (type == kTypeSRV)
+            sink.recordSeen(true, kIPv4, locationData(5000, {"encoder", "local"}));
+        else if (type == kTypeA)
+        {
+            sink.recordSeen(true, kOther, std::vector<uint8_t>{10, 1, 0, 7});
+            later = &sink;
+            later.notify_all();
+        }
+    };
+    std::thread second{[&later]
+                       {
+                           later.wait(nullptr);
+                           withEngineLocked(
+                               [](void *sink) {
+                                   static_cast<RecordSink *>(sink)->recordSeen(
+                                       true, kIPv4, std::vector<uint8_t>{10, 0, 0, 7});
+                               },
+                               later.load());
+                       }};
+    const auto found = service("", "_play._tcp", "x", -1);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(CFNetServiceResolveWithTimeout(found.get(), 60, nullptr));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{10});
+    second.join();
+    const CFArrayRef addresses = CFNetServiceGetAddressing(found.get());
+    std::vector<uint32_t> hosts;
+    for (CFIndex index = 0; index < CFArrayGetCount(addresses); ++index)
+    {
+        sockaddr_in address{};
+        CFDataGetBytes(static_cast<CFDataRef>(CFArrayGetValueAtIndex(addresses, index)),
+                       CFRangeMake(0, sizeof address), reinterpret_cast<UInt8 *>(&address));
+        hosts.push_back(ntohl(address.sin_addr.s_addr));
+    }
+    EXPECT_THAT(hosts, testing::ElementsAre(0x0a000007, 0x0a010007));
 }
 
 TEST_F(Discovery, ALocationThatIsToldSoonerIsNoMoreThanAHint)
@@ -488,6 +573,14 @@ TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
                                EXPECT_FALSE(CFNetServiceRegisterWithOptions(published.get(), 0, &error));
                            }};
     m_network.waitFor("Ingest #2:5000:\1a");
+    const auto publishedName = [&published]
+    {
+        const CFRef<CFStringRef> name{KIVPNetServiceCopyPublishedName(published.get())};
+        return name ? kiv::test::utf8(name.get()) : "";
+    };
+    EXPECT_EQ(publishedName(), "") << "the network has not accepted it yet";
+    withEngineLocked([](void *) { network->group->announced(); }, nullptr);
+    EXPECT_EQ(publishedName(), "Ingest #2");
     EXPECT_FALSE(CFNetServiceRegisterWithOptions(published.get(), 0, nullptr)) << "it is being published";
     EXPECT_TRUE(setText("\1b"));
     m_network.waitFor("text \1b");
@@ -507,6 +600,7 @@ TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
     m_network.waitFor("Ingest #2:5000:\1c");
     withEngineLocked([](void *) { network->group->nameTaken(); }, nullptr);
     m_network.waitFor("Ingest #3:5000:\1c");
+    EXPECT_EQ(publishedName(), "");
     CFNetServiceCancel(published.get());
     publishing.join();
     EXPECT_EQ(error.error, kCFNetServicesErrorCancel);
@@ -542,4 +636,139 @@ TEST_F(Discovery, AMonitorThatBeginsDuringAChangeEndsWithTheRecordThatStays)
         &client)};
     EXPECT_FALSE(CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, nullptr));
     EXPECT_THAT(told, testing::ElementsAre("b", "a", "b"));
+}
+
+namespace
+{
+// Announces services of which none is located until `answers`.
+class DeadServices : public Discovery
+{
+protected:
+    static constexpr int kServices = 10;
+
+    DeadServices()
+    {
+        kivCS2_initWithTaskServer(false);
+        m_network.services = [](ServiceSink &sink)
+        {
+            for (int index = 0; index < kServices; ++index)
+                sink.serviceSeen(true, kIPv4, ("dead " + std::to_string(index)).c_str());
+        };
+        m_network.records = [this](const std::string &, uint16_t type, RecordSink &sink)
+        {
+            m_network.note("asked");
+            if (answers && type == kTypeSRV)
+                sink.recordSeen(true, kIPv4, locationData(5000, {"encoder", "local"}));
+            else if (answers && type == kTypeA)
+                sink.recordSeen(true, kIPv4, std::vector<uint8_t>{10, 0, 0, 7});
+        };
+    }
+
+    std::atomic<bool> answers = false;
+};
+} // namespace
+
+TEST_F(DeadServices, TakeTheirTimeTogether)
+{
+    struct Listing
+    {
+        std::atomic<int> calls = 0;
+    } listing;
+    KIVCS2BonjourBrowser browser;
+    ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(kivCS2Bonjour_findServices(
+                  &browser, "", "_play._tcp",
+                  [](KIVCS2BonjourBrowser *, KIVCS2BonjourService *, void *context, KIVCS2BonjourBrowser *)
+                  {
+                      auto &calls = static_cast<Listing *>(context)->calls;
+                      ++calls;
+                      calls.notify_all();
+                  },
+                  &listing),
+              KIVCS2STATUS_OK);
+    for (int calls = 0; calls < kServices; calls = listing.calls)
+        listing.calls.wait(calls);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{4}) << "2 s each";
+    EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+    EXPECT_EQ(network->backends, 1);
+}
+
+TEST_F(DeadServices, AStopEndsTheOneThatIsBeingResolvedAndListsItNot)
+{
+    KIVCS2BonjourBrowser browser;
+    ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2Bonjour_findServices(
+                  &browser, "", "_play._tcp",
+                  [](KIVCS2BonjourBrowser *, KIVCS2BonjourService *, void *, KIVCS2BonjourBrowser *)
+                  { ADD_FAILURE() << "called after the stop"; },
+                  nullptr),
+              KIVCS2STATUS_OK);
+    m_network.waitFor("asked");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{1})
+        << "it waited for a time-out";
+    EXPECT_EQ(browser.m_services.m_count, 0u);
+    EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+}
+
+// In a process of its own, since a success ends all browsing of the process.
+TEST_F(DeadServices, ASearchForTheFirstThatTimesOutLeavesTheNextOneFree)
+{
+    const auto search = [](uint32_t timeout)
+    {
+        KIVCS2BonjourBrowser browser;
+        EXPECT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+        const KIVCS2Status status =
+            kivCS2Bonjour_findFirstService(&browser, "", "_play._tcp", "dead 3", timeout);
+        EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+        return status;
+    };
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(search(100), KIVCS2STATUS_TIMEOUT_ERR);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds{1100})
+            << "2 s too late";
+        answers = true;
+        EXPECT_EQ(search(60000), KIVCS2STATUS_OK);
+        std::exit(HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Discovery, AnEngineWithoutADaemonServesTheNextCallAndNoForkedChild)
+{
+    const auto resolve = []
+    {
+        const auto nobody = service("", "_play._tcp", "nobody", -1);
+        EXPECT_FALSE(CFNetServiceResolveWithTimeout(nobody.get(), 0.001, nullptr));
+    };
+    resolve();
+    resolve();
+    EXPECT_EQ(m_network.backends, 1);
+#ifndef __SANITIZE_THREAD__ // which ends a child that has threads of its own, if its parent had any
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        resolve();
+        EXPECT_EQ(m_network.backends, 2);
+        std::exit(HasFailure() ? 1 : 0); // neither engine leaks, and the one of this process ends
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+#endif
+    std::thread elsewhere{[&]
+                          {
+                              if (unshare(CLONE_NEWNET) != 0)
+                                  return; // not allowed here
+                              resolve();
+                              EXPECT_EQ(m_network.backends, 2) << "another network's engine";
+                          }};
+    elsewhere.join();
 }

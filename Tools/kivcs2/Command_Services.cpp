@@ -2,9 +2,11 @@
 #include "Command.h"
 #include "EndSignals.h"
 #include "Failure.h"
+#include "Numbers.h"
 #include "Output.h"
 
 #include <KIVCoreServices2/KIVCS2Bonjour.h>
+#include <KIVPlatform/KIVPNetService.h>
 
 #include <arpa/inet.h>
 
@@ -204,7 +206,37 @@ std::vector<std::string> unpackTexts(std::string_view record)
     return texts;
 }
 
-int publish(const Options &options)
+// The name under which the service is published now; "" while it is not. The name is ASCII, since its source is.
+std::string publishedName(const KIVCS2BonjourPublisher &publisher)
+{
+    std::string text;
+    if (CFStringRef name = KIVPNetServiceCopyPublishedName(publisher.m_service); name != nullptr)
+    {
+        char characters[KIVCS2BonjourNameMax] = {};
+        if (CFStringGetCString(name, characters, sizeof characters, kCFStringEncodingUTF8))
+            text = visible(characters);
+        CFRelease(name);
+    }
+    return text;
+}
+
+// Waits until the command is to end, and writes a line whenever the service has got a name.
+void tellNames(const KIVCS2BonjourPublisher &publisher, const EndSignals &signals, bool json)
+{
+    constexpr auto kLookAgainAfter = 50ms; // the network takes a second to accept a name
+    std::string told;
+    do
+    {
+        const std::string name = publishedName(publisher);
+        if (name.empty() || name == told)
+            continue;
+        told = name;
+        out().line(json ? Json{{"name", name}}.dump() : name);
+        out().flush();
+    } while (signals.waitFor(told.empty() ? kLookAgainAfter : 1s) != EndSignals::Event::End);
+}
+
+int publish(const Options &options, bool json)
 {
     requireNames(options);
     if (options.name.empty() || options.name.size() > 63)
@@ -225,7 +257,7 @@ int publish(const Options &options)
             CFRelease(data);
         }
     if (hasTexts)
-        signals.wait();
+        tellNames(publisher, signals, json);
     (void)kivCS2Bonjour_endPublishingService(&publisher); // not null
     if (!hasTexts)
         throw Failure(kExitUsage, "the texts are more than a TXT record holds");
@@ -401,7 +433,9 @@ void addServicesCommand(CLI::App &app, Context &context)
     };
     const auto withTimeout = [options](CLI::App *word)
     {
-        word->add_option("--timeout", options->timeout, "Milliseconds to look for it")->capture_default_str();
+        word->add_option("--timeout", options->timeout, "Milliseconds to look for it")
+            ->capture_default_str()
+            ->transform(numberFrom<uint32_t>(0, UINT32_MAX, "a number of milliseconds"));
     };
 
     CLI::App *word = group->add_subcommand("publish", "Offer a service until the command is ended");
@@ -413,9 +447,9 @@ void addServicesCommand(CLI::App &app, Context &context)
     word->callback(
         [options, &context]
         {
-            context.run = [options]
+            context.run = [options, &context]
             {
-                return publish(*options);
+                return publish(*options, context.json);
             };
         });
 
@@ -448,7 +482,8 @@ void addServicesCommand(CLI::App &app, Context &context)
     withName(word);
     withType(word);
     withTimeout(word);
-    word->add_option("--count", options->count, "End after so many records");
+    word->add_option("--count", options->count, "End after so many records; 0 goes on without end")
+        ->transform(numberFrom<uint64_t>(0, UINT64_MAX, "a number of records"));
     word->callback(
         [options, &context]
         {

@@ -114,8 +114,9 @@ CF_EXPORT CFStringRef CFNetServiceGetTargetHost(CFNetServiceRef theService);
 /** The port given, or the one resolved; -1 for none. */
 CF_EXPORT SInt32 CFNetServiceGetPortNumber(CFNetServiceRef theService);
 /**
- * The host's addresses with the service's port, each a CFDataRef of a struct sockaddr_in or sockaddr_in6;
- * NULL before it was resolved. It stays valid until the service is resolved again.
+ * The host's addresses with the service's port, each a CFDataRef of a struct sockaddr_in or sockaddr_in6, the IPv4
+ * ones first and each family in the order of its numbers; NULL before it was resolved. It stays valid until the
+ * service is resolved again.
  */
 CF_EXPORT CFArrayRef CFNetServiceGetAddressing(CFNetServiceRef theService);
 
@@ -137,8 +138,10 @@ CF_EXPORT Boolean CFNetServiceRegisterWithOptions(CFNetServiceRef theService, CF
                                                   CFStreamError *error);
 
 /**
- * Finds the host, the port and the host's addresses, waiting `timeout` seconds at most. The addresses are all
- * that are known when an IPv4 one is; for a host of which only IPv6 ones are seen it waits 0.3 s longer.
+ * Finds the host, the port and the host's addresses, waiting `timeout` seconds at most. It ends when an IPv4 address
+ * has come from every network that the host may be on: each interface of this machine that is up, has a carrier, an
+ * IPv4 address and multicast. A network on which the host says nothing is waited for 0.5 s after the first address, and
+ * an IPv4 address of a host of which only IPv6 ones are seen 1.3 s. IPv6 addresses are those known by then.
  * @param[out] error  may be NULL
  * @return true when the service has at least one address; otherwise it keeps what was found
  */

@@ -128,7 +128,9 @@ void tellGroup(GroupSink &sink, AvahiEntryGroupState state, Error error) noexcep
     {
     case AVAHI_ENTRY_GROUP_UNCOMMITED:
     case AVAHI_ENTRY_GROUP_REGISTERING:
+        break;
     case AVAHI_ENTRY_GROUP_ESTABLISHED:
+        sink.announced();
         break;
     case AVAHI_ENTRY_GROUP_COLLISION:
         sink.nameTaken();

@@ -3,6 +3,7 @@
 #ifndef KIV_PLATFORM_DISCOVERY_BACKEND_H
 #define KIV_PLATFORM_DISCOVERY_BACKEND_H
 
+#include "CFNetwork/OwnNetworks.h"
 #include "CFNetwork/Sightings.h"
 
 #include <cstdint>
@@ -50,6 +51,7 @@ protected:
 class GroupSink
 {
 public:
+    virtual void announced() noexcept = 0; // the name is nobody else's
     virtual void nameTaken() noexcept = 0;
     virtual void groupFailed(int error) noexcept = 0;
 
@@ -113,6 +115,11 @@ public:
     virtual ~Backend() = default;
 
     [[nodiscard]] virtual BackendState state() const noexcept = 0;
+    // Where answers arrive. Throws std::bad_alloc.
+    [[nodiscard]] virtual OwnNetworks networks() const
+    {
+        return OwnNetworks::read();
+    }
     // Null and an error where it is refused. Sinks may be told before the call returns.
     [[nodiscard]] virtual std::unique_ptr<Handle> browseServices(const char *type, const char *domain,
                                                                  ServiceSink &sink, int &error) noexcept = 0;

@@ -1,5 +1,6 @@
 // Services: published and resolved.
 #include <CFNetwork/CFNetServices.h>
+#include <KIVPlatform/KIVPNetService.h>
 
 #include "CFNetwork/NetService.h"
 #include "CoreFoundation/Array.h"
@@ -68,19 +69,21 @@ constexpr kiv::cf::Type kServiceType{kiv::cf::kTypeNetService, finalizeService, 
 
     __CFNetService::State &state = *service.state;
     std::unique_lock textLock{state.textMutex};
-    kiv::discovery::Registration registration{names, static_cast<uint16_t>(service.port), state.text,
-                                              (options & kCFNetServiceFlagNoAutoRename) == 0, state.mailbox};
+    kiv::discovery::Registration registration{names,         static_cast<uint16_t>(service.port),
+                                              state.text,    (options & kCFNetServiceFlagNoAutoRename) == 0,
+                                              state.mailbox, state.published};
     kiv::discovery::Subscribed subscribed{registration};
     if (subscribed.error() != 0)
         return kiv::discovery::serviceError(subscribed.error());
     state.registration = &registration;
     textLock.unlock();
 
-    const SInt32 error = kiv::discovery::handleEvents(state.mailbox, [](const Event &, bool) {});
+    const SInt32 error = kiv::discovery::handleEvents(state.mailbox, [](Event &, bool) {});
 
     textLock.lock();
     state.registration = nullptr;
     subscribed.end();
+    state.published.clear();
     return error;
 }
 
@@ -89,26 +92,29 @@ constexpr kiv::cf::Type kServiceType{kiv::cf::kTypeNetService, finalizeService, 
     using Clock = kiv::discovery::Resolution::Clock;
     constexpr CFTimeInterval kLongest = 86400; // a day stands for ever
 
-    const kiv::discovery::ServiceNames names =
-        kiv::discovery::serviceNames(service.name, service.type, service.domain);
-    std::string fullName = names.valid ? names.full() : std::string{};
-    if (fullName.empty())
-        return kCFNetServicesErrorBadArgument;
+    std::unique_ptr<kiv::discovery::BegunResolution> begun = std::move(service.state->begun);
+    if (!begun)
+    {
+        const kiv::discovery::ServiceNames names =
+            kiv::discovery::serviceNames(service.name, service.type, service.domain);
+        std::string fullName = names.valid ? names.full() : std::string{};
+        if (fullName.empty())
+            return kCFNetServicesErrorBadArgument;
+        begun = std::make_unique<kiv::discovery::BegunResolution>(names, std::move(fullName),
+                                                                  service.state->mailbox);
+    }
+    if (begun->subscribed.error() != 0)
+        return kiv::discovery::serviceError(begun->subscribed.error());
+    kiv::discovery::Resolution &resolution = begun->resolution;
     const CFTimeInterval seconds = timeout > 0 ? std::min(timeout, kLongest) : 0; // 0 for NaN too
-    const Clock::time_point deadline =
-        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>{seconds});
-
-    kiv::discovery::Resolution resolution{names, std::move(fullName), service.state->mailbox};
-    kiv::discovery::Subscribed subscribed{resolution};
-    if (subscribed.error() != 0)
-        return kiv::discovery::serviceError(subscribed.error());
-    const SInt32 error = resolution.wait(deadline);
-    subscribed.end();
+    const SInt32 error = resolution.wait(resolution.begun() + std::chrono::duration_cast<Clock::duration>(
+                                                                  std::chrono::duration<double>{seconds}));
+    begun->subscribed.end();
 
     if (!resolution.location())
         return error;
     const CFStringRef host = kiv::cf::createString(std::string_view{resolution.location()->host});
-    const CFArrayRef addresses = createAddresses(resolution.addresses());
+    const CFArrayRef addresses = createAddresses(resolution.sortedAddresses());
     if (host == nullptr || addresses == nullptr)
     {
         kiv::cf::releaseIfAny(host);
@@ -138,9 +144,17 @@ CFTypeID CFNetServiceGetTypeID(void)
 CFNetServiceRef CFNetServiceCreate(CFAllocatorRef, CFStringRef domain, CFStringRef serviceType,
                                    CFStringRef name, SInt32 port)
 {
+    return kiv::discovery::createService(
+        domain, serviceType, name, port,
+        std::unique_ptr<__CFNetService::State>{new (std::nothrow) __CFNetService::State});
+}
+
+CFNetServiceRef kiv::discovery::createService(CFStringRef domain, CFStringRef serviceType, CFStringRef name,
+                                              SInt32 port,
+                                              std::unique_ptr<__CFNetService::State> state) noexcept
+{
     if (port < -1 || port > kPortMax)
         return nullptr;
-    std::unique_ptr<__CFNetService::State> state{new (std::nothrow) __CFNetService::State};
     const CFStringRef ownDomain = retained(domain);
     const CFStringRef ownType = retained(serviceType);
     const CFStringRef ownName = retained(name);
@@ -240,4 +254,17 @@ Boolean CFNetServiceResolveWithTimeout(CFNetServiceRef theService, CFTimeInterva
 void CFNetServiceCancel(CFNetServiceRef theService)
 {
     theService->state->mailbox.end(kiv::discovery::endedBy(nullptr));
+}
+
+CFStringRef KIVPNetServiceCopyPublishedName(CFNetServiceRef service)
+{
+    try
+    {
+        const std::string name = service->state->published.get();
+        return name.empty() ? nullptr : kiv::cf::createString(std::string_view{name});
+    }
+    catch (const std::bad_alloc &)
+    {
+        return nullptr;
+    }
 }

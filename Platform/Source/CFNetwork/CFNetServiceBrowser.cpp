@@ -1,5 +1,6 @@
 // Browsers: every service of a type, as it comes and goes.
 #include <CFNetwork/CFNetServices.h>
+#include <KIVPlatform/KIVPNetService.h>
 
 #include "CFNetwork/NetService.h"
 #include "CoreFoundation/String.h"
@@ -18,6 +19,7 @@ struct __CFNetServiceBrowser : kiv::cf::Object
         CFNetServiceBrowserClientCallBack callback;
         kiv::discovery::ClientContext context;
         kiv::discovery::Mailbox mailbox;
+        bool resolvesAhead = false; // set before the search
     };
 
     explicit __CFNetServiceBrowser(State *ownState) noexcept;
@@ -34,13 +36,28 @@ void finalizeBrowser(kiv::cf::Object &object)
 
 constexpr kiv::cf::Type kBrowserType{kiv::cf::kTypeNetServiceBrowser, finalizeBrowser, nullptr, nullptr};
 
-void tellClient(CFNetServiceBrowserRef browser, CFStringRef domain, CFStringRef type, const Event &event,
-                bool more)
+[[nodiscard]] std::unique_ptr<kiv::discovery::Preparation>
+beginResolving(const kiv::discovery::ServiceNames &service, const kiv::discovery::Subscription &search)
+{
+    std::string fullName = service.full();
+    if (fullName.empty())
+        return nullptr;
+    auto state = std::make_unique<__CFNetService::State>();
+    state->begun = std::make_unique<kiv::discovery::BegunResolution>(service, std::move(fullName),
+                                                                     state->mailbox, search);
+    return state;
+}
+
+void tellClient(CFNetServiceBrowserRef browser, CFStringRef domain, CFStringRef type, Event &event, bool more)
 {
     const CFStringRef name = kiv::cf::createString(std::string_view{event.what});
     if (name == nullptr) // no UTF-8, so no name (RFC 6763, 4.1.1)
         return;
-    const CFNetServiceRef service = CFNetServiceCreate(nullptr, domain, type, name, -1);
+    std::unique_ptr<__CFNetService::State> begun{
+        static_cast<__CFNetService::State *>(event.prepared.release())};
+    const CFNetServiceRef service =
+        begun ? kiv::discovery::createService(domain, type, name, -1, std::move(begun))
+              : CFNetServiceCreate(nullptr, domain, type, name, -1);
     CFRelease(name);
     if (service == nullptr)
         throw std::bad_alloc{};
@@ -58,12 +75,20 @@ void tellClient(CFNetServiceBrowserRef browser, CFStringRef domain, CFStringRef 
     const kiv::discovery::ServiceNames names = kiv::discovery::serviceNames(nullptr, type, domain);
     if (!names.valid)
         return kCFNetServicesErrorBadArgument;
-    kiv::discovery::Search wanted{names, state.mailbox};
-    const kiv::discovery::Subscribed subscribed{wanted};
+    kiv::discovery::Search wanted{names, state.mailbox, state.resolvesAhead ? beginResolving : nullptr};
+    kiv::discovery::Subscribed subscribed{wanted};
     if (subscribed.error() != 0)
         return kiv::discovery::serviceError(subscribed.error());
-    return kiv::discovery::handleEvents(state.mailbox, [browser, domain, type](const Event &event, bool more)
-                                        { tellClient(browser, domain, type, event, more); });
+    const SInt32 error = kiv::discovery::handleEvents(state.mailbox,
+                                                      [&](Event &event, bool more)
+                                                      {
+                                                          if (more)
+                                                              wanted.prepareNext();
+                                                          tellClient(browser, domain, type, event, more);
+                                                      });
+    subscribed.end();
+    state.mailbox.clear(); // ends the resolutions that nobody asks for any more
+    return error;
 }
 } // namespace
 
@@ -87,6 +112,11 @@ CFNetServiceBrowserRef CFNetServiceBrowserCreate(CFAllocatorRef, CFNetServiceBro
     if (browser != nullptr)
         (void)state.release();
     return browser;
+}
+
+void KIVPNetServiceBrowserResolveAhead(CFNetServiceBrowserRef browser)
+{
+    browser->state->resolvesAhead = true;
 }
 
 void CFNetServiceBrowserInvalidate(CFNetServiceBrowserRef browser)

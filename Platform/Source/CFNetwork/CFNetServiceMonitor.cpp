@@ -59,7 +59,7 @@ void tellClient(CFNetServiceMonitorRef monitor, CFNetServiceMonitorType type, co
     const kiv::discovery::Subscribed subscribed{wanted};
     if (subscribed.error() != 0)
         return kiv::discovery::serviceError(subscribed.error());
-    return kiv::discovery::handleEvents(monitor->state->mailbox, [monitor, type](const Event &event, bool)
+    return kiv::discovery::handleEvents(monitor->state->mailbox, [monitor, type](Event &event, bool)
                                         { tellClient(monitor, type, event); });
 }
 } // namespace

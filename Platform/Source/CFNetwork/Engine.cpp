@@ -7,6 +7,8 @@
 
 #include <mutex>
 #include <new>
+#include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -16,6 +18,27 @@ namespace
 {
 // How long until a daemon is looked for again where not even the system bus answers, in milliseconds.
 constexpr unsigned kLookAgainAfter = 2000;
+
+// How long the embedded stack stays when nobody uses it, in milliseconds: what follows a search, such as a monitor, is
+// answered from what it has heard.
+constexpr unsigned kLingerFor = 6000;
+
+// The network namespace of the calling thread; zeroes where the system does not tell.
+struct NetworkName
+{
+    dev_t device = 0;
+    ino_t number = 0;
+
+    bool operator==(const NetworkName &) const = default;
+};
+
+[[nodiscard]] NetworkName ownNetwork() noexcept
+{
+    struct stat status = {};
+    if (stat("/proc/thread-self/ns/net", &status) != 0)
+        return {};
+    return {status.st_dev, status.st_ino};
+}
 
 constinit BackendMaker backendForTesting = nullptr; // under `life`
 } // namespace
@@ -36,25 +59,41 @@ public:
             avahi_threaded_poll_stop(m_poll); // what follows has no other thread beside it
         m_watch.reset();
         m_backend.reset();
-        if (m_timer != nullptr)
-            avahi_threaded_poll_get(m_poll)->timeout_free(m_timer);
+        for (AvahiTimeout *timer : {m_timer, m_idleTimer})
+            if (timer != nullptr)
+                avahi_threaded_poll_get(m_poll)->timeout_free(timer);
         if (m_poll != nullptr)
             avahi_threaded_poll_free(m_poll);
     }
     Engine(const Engine &) = delete;
     Engine &operator=(const Engine &) = delete;
 
-    [[nodiscard]] bool belongsToThisProcess() const noexcept
-    {
-        return m_process == getpid();
-    }
+    // With `life` held, as the next four.
     [[nodiscard]] bool isIdle() const noexcept
     {
         return m_first == nullptr;
     }
-    void add(Subscription &subscription) noexcept
+    [[nodiscard]] bool isOfThisNetwork() const noexcept
+    {
+        return m_network == ownNetwork();
+    }
+    [[nodiscard]] bool knows(const Subscription &subscription) const noexcept
+    {
+        return subscription.m_engine == this;
+    }
+    // False if it has ended by itself.
+    [[nodiscard]] bool add(Subscription &subscription) noexcept
     {
         const Lock lock{*this};
+        if (m_isOver)
+            return false;
+        setTimer(m_idleTimer, nullptr);
+        addLocked(subscription);
+        return true;
+    }
+    void addLocked(Subscription &subscription) noexcept
+    {
+        subscription.m_engine = this;
         subscription.m_previous = nullptr;
         subscription.m_next = m_first;
         if (m_first != nullptr)
@@ -63,14 +102,31 @@ public:
         if (m_backend) // otherwise one is being looked for
             subscription.attach(*m_backend);
     }
-    void remove(Subscription &subscription) noexcept
+    // True if the engine has no further use.
+    [[nodiscard]] bool remove(Subscription &subscription) noexcept
     {
         const Lock lock{*this};
+        subscription.m_engine = nullptr;
         subscription.detach();
         (subscription.m_previous != nullptr ? subscription.m_previous->m_next : m_first) =
             subscription.m_next;
         if (subscription.m_next != nullptr)
             subscription.m_next->m_previous = subscription.m_previous;
+        if (m_first != nullptr)
+            return false;
+        const bool lingers = !m_isDaemon && m_backend && m_backend->state() != BackendState::lost;
+        if (lingers)
+            setTimer(m_idleTimer, kLingerFor);
+        return !lingers;
+    }
+    // In a forked child, which uses neither engine.
+    void keep(Engine *older) noexcept
+    {
+        m_older = older;
+    }
+    [[nodiscard]] static Engine &of(const Subscription &subscription) noexcept
+    {
+        return *subscription.m_engine;
     }
     void run(void (*body)(void *), void *context) noexcept
     {
@@ -108,7 +164,10 @@ private:
         m_timer = api->timeout_new(
             api, nullptr, [](AvahiTimeout *, void *engine) { static_cast<Engine *>(engine)->settle(); },
             this);
-        if (m_timer == nullptr)
+        m_idleTimer = api->timeout_new(
+            api, nullptr, [](AvahiTimeout *, void *engine) { static_cast<Engine *>(engine)->finish(); },
+            this);
+        if (m_timer == nullptr || m_idleTimer == nullptr)
             return false;
         chooseBackend();
         m_started = m_backend != nullptr && avahi_threaded_poll_start(m_poll) == 0;
@@ -124,8 +183,8 @@ private:
         }
         const AvahiPoll *api = avahi_threaded_poll_get(m_poll);
         m_backend = makeDaemonBackend(api, *this, false);
-        m_embedded = m_backend == nullptr;
-        if (!m_embedded)
+        m_isDaemon = m_backend != nullptr;
+        if (m_isDaemon)
             return;
         m_backend = makeEmbeddedBackend(api, *this);
         watchForDaemon();
@@ -140,11 +199,32 @@ private:
             settleIn(0); // it came this moment
     }
 
-    void settleIn(unsigned milliseconds) noexcept
+    void setTimer(AvahiTimeout *timer, const timeval *when) noexcept
+    {
+        avahi_threaded_poll_get(m_poll)->timeout_update(timer, when);
+    }
+    void setTimer(AvahiTimeout *timer, unsigned milliseconds) noexcept
     {
         timeval when{};
         avahi_elapse_time(&when, milliseconds, 0);
-        avahi_threaded_poll_get(m_poll)->timeout_update(m_timer, &when);
+        setTimer(timer, &when);
+    }
+    void settleIn(unsigned milliseconds) noexcept
+    {
+        setTimer(m_timer, milliseconds);
+    }
+
+    // Nobody has used it for long: all but its memory is given back, which the next use or the process's end frees.
+    void finish() noexcept
+    {
+        setTimer(m_idleTimer, nullptr);
+        if (m_first != nullptr)
+            return;
+        setTimer(m_timer, nullptr);
+        m_watch.reset();
+        m_backend.reset();
+        m_isOver = true;
+        avahi_threaded_poll_quit(m_poll);
     }
 
     void backendChanged() noexcept override
@@ -165,7 +245,7 @@ private:
 
     void settle() noexcept
     {
-        avahi_threaded_poll_get(m_poll)->timeout_update(m_timer, nullptr);
+        setTimer(m_timer, nullptr);
         const bool daemonCame = m_watch && (m_watch->state() == BackendState::starting ||
                                             m_watch->state() == BackendState::ready);
         const bool isLost = !m_backend || m_backend->state() == BackendState::lost;
@@ -177,7 +257,7 @@ private:
             if (daemonCame)
             {
                 m_backend = std::move(m_watch);
-                m_embedded = false;
+                m_isDaemon = true;
             }
             else
             {
@@ -189,7 +269,8 @@ private:
             if (!m_backend)
                 settleIn(kLookAgainAfter);
         }
-        else if (m_embedded && (!m_watch || m_watch->state() == BackendState::lost))
+        else if (!m_isDaemon && backendForTesting == nullptr &&
+                 (!m_watch || m_watch->state() == BackendState::lost))
         {
             m_watch.reset();
             watchForDaemon();
@@ -198,57 +279,107 @@ private:
 
     AvahiThreadedPoll *m_poll = nullptr;
     AvahiTimeout *m_timer = nullptr;
+    AvahiTimeout *m_idleTimer = nullptr; // runs while nobody uses it
     std::unique_ptr<Backend> m_backend;
     std::unique_ptr<Backend> m_watch; // while the embedded stack serves: waits for a daemon
     Subscription *m_first = nullptr;
-    pid_t m_process = getpid();
+    NetworkName m_network = ownNetwork();
     bool m_started = false;
-    bool m_embedded = false;
+    bool m_isDaemon = false;
+    bool m_isOver = false;
+    Engine *m_older = nullptr;
 };
 
 namespace
 {
 // Which engine there is. Held while one starts or stops, and taken before the engine's own lock, never under it.
 constinit std::mutex life;
-constinit Engine *engine = nullptr; // not ended at exit: other threads may still wait in it
+constinit Engine *engine = nullptr;
+constinit Engine *forgotten = nullptr; // kept reachable, so that it counts as no leak
+constinit bool isExiting = false;
+
+// A forked child has the memory of its parent's engine, but neither its thread nor a right to its sockets.
+void forgetEngine() noexcept
+{
+    new (&life) std::mutex; // a thread that the child does not have may have held it
+    if (engine == nullptr)
+        return;
+    engine->keep(forgotten);
+    forgotten = std::exchange(engine, nullptr);
+}
+
+void endEngine() noexcept
+{
+    delete std::exchange(engine, nullptr);
+}
 
 void endIfIdle() noexcept
 {
     if (engine != nullptr && engine->isIdle())
-        delete std::exchange(engine, nullptr);
+        endEngine();
 }
+
+// Ends an engine that lingers when the process exits. One in use is left as it is: other threads still wait in it.
+struct AtExit
+{
+    AtExit()
+    {
+        (void)pthread_atfork(nullptr, nullptr,
+                             forgetEngine); // no memory: the child shares its parent's engine
+    }
+    AtExit(const AtExit &) = delete;
+    AtExit &operator=(const AtExit &) = delete;
+    ~AtExit()
+    {
+        const std::unique_lock lock{life, std::try_to_lock};
+        if (!lock.owns_lock())
+            return;
+        isExiting = true;
+        endIfIdle();
+    }
+};
 } // namespace
 
 int subscribe(Subscription &subscription) noexcept
 {
     const std::lock_guard lock{life};
-    // A forked child has the memory of its parent's engine, but neither its thread nor a right to its sockets.
-    if (engine != nullptr && !engine->belongsToThisProcess())
-        engine = nullptr;
-    if (engine == nullptr)
-        engine = Engine::start().release();
-    if (engine == nullptr)
-        return AVAHI_ERR_NO_NETWORK;
-    engine->add(subscription);
-    return 0;
+    static const AtExit atExit;
+    if (engine != nullptr && engine->isIdle() && !engine->isOfThisNetwork())
+        endEngine();
+    if (engine != nullptr && !engine->add(subscription))
+        endEngine();
+    if (engine != nullptr)
+        return 0;
+    engine = Engine::start().release();
+    return engine != nullptr && engine->add(subscription) ? 0 : AVAHI_ERR_NO_NETWORK;
 }
 
 void unsubscribe(Subscription &subscription) noexcept
 {
     const std::lock_guard lock{life};
-    engine->remove(subscription);
-    endIfIdle();
+    if (engine == nullptr || !engine->knows(subscription))
+        return;
+    const bool isDone = engine->remove(subscription);
+    if (isDone || isExiting)
+        endIfIdle();
+}
+
+void subscribeBeside(Subscription &subscription, const Subscription &beside) noexcept
+{
+    Engine::of(beside).addLocked(subscription);
 }
 
 void withEngineLocked(void (*body)(void *context), void *context) noexcept
 {
     const std::lock_guard lock{life};
-    engine->run(body, context);
+    if (engine != nullptr)
+        engine->run(body, context);
 }
 
 void setBackendForTesting(BackendMaker maker) noexcept
 {
     const std::lock_guard lock{life};
+    endIfIdle();
     backendForTesting = maker;
 }
 } // namespace kiv::discovery

@@ -5,14 +5,72 @@
 #include "CFNetwork/Subscriptions.h"
 #include "CoreFoundation/Object.h"
 
+namespace kiv::discovery
+{
+// In force for a scope.
+class Subscribed
+{
+public:
+    explicit Subscribed(Subscription &subscription) noexcept
+        : m_subscription{subscription}, m_error{subscribe(subscription)}
+    {
+    }
+    // In a member of `beside`, with the engine's lock held; the end is without it, as ever.
+    Subscribed(Subscription &subscription, const Subscription &beside) noexcept : m_subscription{subscription}
+    {
+        subscribeBeside(subscription, beside);
+    }
+    ~Subscribed()
+    {
+        end();
+    }
+    Subscribed(const Subscribed &) = delete;
+    Subscribed &operator=(const Subscribed &) = delete;
+
+    void end() noexcept
+    {
+        if (m_error == 0)
+            unsubscribe(m_subscription);
+        m_error = -1;
+    }
+    [[nodiscard]] int error() const noexcept
+    {
+        return m_error;
+    }
+
+private:
+    Subscription &m_subscription;
+    int m_error = 0;
+};
+
+// A resolution in force.
+struct BegunResolution
+{
+    BegunResolution(const ServiceNames &names, std::string fullName, Waiting &waiting)
+        : resolution{names, std::move(fullName), waiting}, subscribed{resolution}
+    {
+    }
+    BegunResolution(const ServiceNames &names, std::string fullName, Waiting &waiting,
+                    const Subscription &beside)
+        : resolution{names, std::move(fullName), waiting}, subscribed{resolution, beside}
+    {
+    }
+
+    Resolution resolution;
+    Subscribed subscribed;
+};
+} // namespace kiv::discovery
+
 struct __CFNetService : kiv::cf::Object
 {
-    struct State
+    struct State final : kiv::discovery::Preparation
     {
         kiv::discovery::Mailbox mailbox;                      // of the call that waits, whichever it is
         std::mutex textMutex;                                 // taken before the engine's lock
         std::string text;                                     // TXT data to publish
         kiv::discovery::Registration *registration = nullptr; // while it is published
+        kiv::discovery::PublishedName published;
+        std::unique_ptr<kiv::discovery::BegunResolution> begun; // by its browser, until it is asked for
     };
 
     __CFNetService(CFStringRef inDomain, CFStringRef ofType, CFStringRef itsName, SInt32 atPort,
@@ -107,36 +165,10 @@ SInt32 handleEvents(Mailbox &mailbox, Handle handle)
                             : CFStreamError{kCFStreamErrorDomainNetServices, kCFNetServicesErrorCancel};
 }
 
-// In force for a scope.
-class Subscribed
-{
-public:
-    explicit Subscribed(Subscription &subscription) noexcept
-        : m_subscription{subscription}, m_error{subscribe(subscription)}
-    {
-    }
-    ~Subscribed()
-    {
-        end();
-    }
-    Subscribed(const Subscribed &) = delete;
-    Subscribed &operator=(const Subscribed &) = delete;
-
-    void end() noexcept
-    {
-        if (m_error == 0)
-            unsubscribe(m_subscription);
-        m_error = -1;
-    }
-    [[nodiscard]] int error() const noexcept
-    {
-        return m_error;
-    }
-
-private:
-    Subscription &m_subscription;
-    int m_error;
-};
+// CFNetServiceCreate() with a state that there is already; null also for none.
+[[nodiscard]] CFNetServiceRef createService(CFStringRef domain, CFStringRef serviceType, CFStringRef name,
+                                            SInt32 port,
+                                            std::unique_ptr<__CFNetService::State> state) noexcept;
 } // namespace kiv::discovery
 
 #endif

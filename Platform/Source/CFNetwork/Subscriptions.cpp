@@ -17,11 +17,23 @@ namespace kiv::discovery
 {
 namespace
 {
-// How long a host of which only IPv6 addresses are seen is waited for: its IPv4 ones come in a packet of
-// their own, the question for them waits 0.1 s and the answer may take 0.12 s more (RFC 6762, 6).
-constexpr std::chrono::milliseconds kOtherAddressesWait{300};
+// How long the addresses of a host's other networks are waited for, counted from the first address. They come in packets
+// of their own: the question for them waits 0.1 s and the answer may take 0.12 s more (RFC 6762, 6), on machines that
+// have other work too.
+constexpr std::chrono::milliseconds kOtherNetworksWait{500};
+// The same where only IPv6 addresses are seen, which come over IPv6 before any other packet now and then: the question
+// is repeated after a second (RFC 6762, 5.2), and a list without an IPv4 address is of no use to most.
+constexpr std::chrono::milliseconds kIPv4Wait{1300};
+// The addresses of one packet arrive one by one over the daemon.
+constexpr std::chrono::milliseconds kSamePacketWait{10};
+
+// How many services that wait for a search's callback are resolved meanwhile. Each takes up to four of the daemon's
+// objects, of which one client may have 1024.
+constexpr size_t kPreparedMax = 32;
 
 constexpr const char *kDefaultDomain = "local";
+
+constexpr unsigned kBothKinds = 3; // of addresses, as bits
 
 constexpr int kRenamesMax = 1000;      // so many services of one name are no accident
 constexpr unsigned kConflictsMax = 10; // from which on the steps between the names grow no more
@@ -178,12 +190,54 @@ void Search::serviceSeen(bool there, Place where, const char *name) noexcept
 {
     try
     {
-        if (there ? m_sightings.add(name, where) : m_sightings.remove(name, where))
-            tell(m_mailbox, there ? Event::Kind::came : Event::Kind::went, name);
+        if (!(there ? m_sightings.add(name, where) : m_sightings.remove(name, where)))
+            return;
+        std::list<Event> event;
+        event.push_back({there ? Event::Kind::came : Event::Kind::went, 0, name});
+        if (there && m_mailbox.holdsLessThan(kPreparedMax))
+            prepareOne(event.front());
+        m_mailbox.put(std::move(event));
     }
     catch (const std::bad_alloc &)
     {
         m_mailbox.putNothing();
+    }
+}
+
+void Search::prepareOne(Event &event) const noexcept
+{
+    if (m_prepare == nullptr)
+        return;
+    try
+    {
+        ServiceNames service = m_names;
+        service.name = event.what;
+        event.prepared = m_prepare(service, *this);
+    }
+    catch (const std::bad_alloc &)
+    {
+        // resolved when its turn comes
+    }
+}
+
+void Search::prepareNext() noexcept
+{
+    struct Next
+    {
+        const Search *search;
+        Event *event;
+    } next{this, nullptr};
+    while (m_prepare != nullptr && (next.event = m_mailbox.unprepared(kPreparedMax)) != nullptr)
+    {
+        withEngineLocked(
+            [](void *context)
+            {
+                const auto &what = *static_cast<Next *>(context);
+                what.search->prepareOne(*what.event);
+            },
+            &next);
+        if (!next.event->prepared)
+            return;
     }
 }
 
@@ -274,17 +328,7 @@ void Resolution::detach() noexcept
 
 SInt32 Resolution::wait(Clock::time_point deadline) noexcept
 {
-    constexpr unsigned kBothKinds = 3;
-    m_waiting.waitWhile(
-        [this, deadline]
-        {
-            const bool isDone = m_progress.error != 0 || m_progress.refused == kBothKinds ||
-                                (m_progress.hasIPv4 && m_progress.knownTold == kBothKinds);
-            if (isDone)
-                return Clock::time_point::min();
-            return m_progress.hasAny ? std::min(deadline, m_progress.firstAt + kOtherAddressesWait)
-                                     : deadline;
-        });
+    m_waiting.waitWhile([this, deadline] { return waitUntil(deadline); });
     SInt32 error = 0;
     if (const auto reason = m_waiting.reason(); reason)
         return reason->error;
@@ -298,6 +342,34 @@ SInt32 Resolution::wait(Clock::time_point deadline) noexcept
                                                        : SInt32{kCFNetServicesErrorTimeout};
         });
     return error;
+}
+
+// How long to go on waiting as things are. The caller holds the lock of `Waiting`.
+Resolution::Clock::time_point Resolution::waitUntil(Clock::time_point deadline) const noexcept
+{
+    if (m_progress.error != 0 || m_progress.refused == kBothKinds)
+        return Clock::time_point::min();
+    if (!m_progress.hasAny)
+        return deadline;
+    if (m_progress.hasIPv4 && m_progress.knownTold == kBothKinds && m_progress.heardOnAll)
+        return std::min(deadline, m_progress.quietAt);
+    return std::min(deadline, m_progress.firstAt + (m_progress.hasIPv4 ? kOtherNetworksWait : kIPv4Wait));
+}
+
+const std::vector<SocketAddress> &Resolution::sortedAddresses() noexcept
+{
+    std::ranges::sort(m_addresses,
+                      [](const SocketAddress &left, const SocketAddress &right)
+                      {
+                          if (left.any.sa_family != right.any.sa_family)
+                              return left.any.sa_family == AF_INET;
+                          if (left.any.sa_family == AF_INET)
+                              return ntohl(left.v4.sin_addr.s_addr) < ntohl(right.v4.sin_addr.s_addr);
+                          const int order =
+                              std::memcmp(&left.v6.sin6_addr, &right.v6.sin6_addr, sizeof left.v6.sin6_addr);
+                          return order != 0 ? order < 0 : left.v6.sin6_scope_id < right.v6.sin6_scope_id;
+                      });
+    return m_addresses;
 }
 
 void Resolution::located(const char *host, uint16_t port) noexcept
@@ -321,6 +393,8 @@ void Resolution::locate(ServerLocation location)
     m_v4.stop();
     m_v6.stop();
     m_addresses.clear();
+    m_heardOn.clear();
+    m_isThisMachine = false;
     m_location = std::move(location);
     m_waiting.update([this] { m_progress = {}; });
     if (!isUsableHost(m_location->host))
@@ -328,8 +402,18 @@ void Resolution::locate(ServerLocation location)
         fail(kCFNetServicesErrorNotFound);
         return;
     }
+    m_networks = isLocalName(m_location->host.c_str()) ? m_backend->networks() : OwnNetworks{};
     m_v4.browse(*m_backend, m_location->host.c_str());
     m_v6.browse(*m_backend, m_location->host.c_str());
+}
+
+void Resolution::noteNetwork(int interface, in_addr address)
+{
+    if (std::ranges::find(m_heardOn, interface) == m_heardOn.end())
+        m_heardOn.push_back(interface);
+    m_isThisMachine = m_isThisMachine || m_networks.isOwn(address);
+    const bool isAll = m_networks.areAll(m_heardOn, m_isThisMachine);
+    m_waiting.update([this, isAll] { m_progress.heardOnAll = isAll; });
 }
 
 void Resolution::addAddress(uint16_t type, Place where, std::span<const uint8_t> data)
@@ -340,6 +424,7 @@ void Resolution::addAddress(uint16_t type, Place where, std::span<const uint8_t>
         address.v4.sin_family = AF_INET;
         address.v4.sin_port = htons(m_location->port);
         std::memcpy(&address.v4.sin_addr, data.data(), data.size());
+        noteNetwork(where.interface, address.v4.sin_addr);
     }
     else if (type == kTypeAAAA && data.size() == sizeof address.v6.sin6_addr)
     {
@@ -367,6 +452,8 @@ void Resolution::addAddress(uint16_t type, Place where, std::span<const uint8_t>
                 m_progress.firstAt = Clock::now();
             m_progress.hasAny = true;
             m_progress.hasIPv4 = m_progress.hasIPv4 || type == kTypeA;
+            if ((m_progress.knownTold & kindBit(type)) != 0)
+                m_progress.quietAt = Clock::now() + kSamePacketWait;
         });
 }
 
@@ -437,6 +524,7 @@ void Registration::detach() noexcept
 {
     m_group.reset();
     m_announced = false;
+    m_published.clear();
 }
 
 void Registration::readyChanged(bool ready) noexcept
@@ -451,6 +539,7 @@ void Registration::readyChanged(bool ready) noexcept
     // The host's name changes: what points at the old one has to be announced anew.
     m_group->withdraw();
     m_announced = false;
+    m_published.clear();
 }
 
 void Registration::setText(std::string &text) noexcept
@@ -462,6 +551,11 @@ void Registration::setText(std::string &text) noexcept
     // The daemon may have taken the service back already, because of a name that is taken.
     if (error != 0 && error != AVAHI_ERR_NO_CHANGE && !willBeAskedAgain(error))
         announce();
+}
+
+void Registration::announced() noexcept
+{
+    m_published.set(m_name);
 }
 
 // Another machine has the name: "Ingest" becomes "Ingest #2" and then, by a step of 1 to 4, "Ingest #3" to "#6". Two
@@ -484,6 +578,7 @@ void Registration::groupFailed(int error) noexcept
 void Registration::announce() noexcept
 {
     m_announced = true;
+    m_published.clear();
     int error = 0;
     for (int tries = 0; tries < kRenamesMax; ++tries)
     {

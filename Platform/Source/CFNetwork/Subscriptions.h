@@ -7,6 +7,7 @@
 #include "CFNetwork/Waiting.h"
 
 #include <chrono>
+#include <mutex>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <vector>
@@ -32,18 +33,31 @@ struct ServiceNames
 class Search final : public Subscription, ServiceSink
 {
 public:
-    Search(const ServiceNames &names, Mailbox &mailbox) noexcept : m_names{names}, m_mailbox{mailbox} {}
+    // Begins something for a service that came, beside its search, or returns null. Runs with the engine's lock
+    // held. Throws std::bad_alloc with nothing begun.
+    using Prepare = std::unique_ptr<Preparation> (*)(const ServiceNames &service, const Subscription &search);
+
+    // `prepare` null: nothing is begun.
+    Search(const ServiceNames &names, Mailbox &mailbox, Prepare prepare) noexcept
+        : m_names{names}, m_mailbox{mailbox}, m_prepare{prepare}
+    {
+    }
 
     void attach(Backend &backend) noexcept override;
     void detach() noexcept override;
 
+    // Prepares what has moved up since. For the thread that takes the events, without the engine's lock.
+    void prepareNext() noexcept;
+
 private:
+    void prepareOne(Event &event) const noexcept;
     void serviceSeen(bool there, Place where, const char *name) noexcept override;
     void allServicesForNow() noexcept override;
     void browsingFailed(int error) noexcept override;
 
     const ServiceNames &m_names;
     Mailbox &m_mailbox;
+    Prepare m_prepare;
     Sightings m_sightings;
     std::unique_ptr<Handle> m_browse;
 };
@@ -87,14 +101,18 @@ class Resolution final : public Subscription, LocationSink
 public:
     using Clock = std::chrono::steady_clock;
 
-    Resolution(const ServiceNames &names, std::string fullName, Waiting &waiting) noexcept
-        : m_names{names}, m_fullName{std::move(fullName)}, m_waiting{waiting}
+    Resolution(ServiceNames names, std::string fullName, Waiting &waiting) noexcept
+        : m_names{std::move(names)}, m_fullName{std::move(fullName)}, m_waiting{waiting}
     {
     }
 
     void attach(Backend &backend) noexcept override;
     void detach() noexcept override;
 
+    [[nodiscard]] Clock::time_point begun() const noexcept
+    {
+        return m_begun;
+    }
     // Waits until it is done, ended or `deadline`; 0 or the error.
     [[nodiscard]] SInt32 wait(Clock::time_point deadline) noexcept;
 
@@ -103,10 +121,8 @@ public:
     {
         return m_location;
     }
-    [[nodiscard]] const std::vector<SocketAddress> &addresses() const noexcept
-    {
-        return m_addresses;
-    }
+    // IPv4 first, in the order of their numbers.
+    [[nodiscard]] const std::vector<SocketAddress> &sortedAddresses() noexcept;
 
 private:
     // The records of one type, told apart by who listens.
@@ -135,7 +151,9 @@ private:
     {
         bool hasIPv4 = false;
         bool hasAny = false;
+        bool heardOnAll = false;     // an IPv4 address came from every network that the host may be on
         Clock::time_point firstAt{}; // of the first address
+        Clock::time_point quietAt{}; // when no other of the last packet's addresses is to be expected
         unsigned knownTold = 0;      // kinds of addresses, by bit, of which what was known has been told
         unsigned refused = 0;        // kinds that cannot be asked for
         SInt32 error = 0;
@@ -147,12 +165,15 @@ private:
 
     void located(const char *host, uint16_t port) noexcept override;
     void locate(ServerLocation location);
+    [[nodiscard]] Clock::time_point waitUntil(Clock::time_point deadline) const noexcept;
+    void noteNetwork(int interface, in_addr address);
     void addAddress(uint16_t type, Place where, std::span<const uint8_t> data);
     void fail(SInt32 error) noexcept;
 
-    const ServiceNames &m_names;
+    ServiceNames m_names;
     std::string m_fullName;
     Waiting &m_waiting;
+    Clock::time_point m_begun = Clock::now();
     Backend *m_backend = nullptr;
     std::unique_ptr<Handle> m_hint;
     Records m_server{*this, kTypeSRV};
@@ -160,7 +181,43 @@ private:
     Records m_v6{*this, kTypeAAAA};
     std::optional<ServerLocation> m_location;
     std::vector<SocketAddress> m_addresses;
+    OwnNetworks m_networks; // as they were when the addresses were asked for
+    std::vector<int> m_heardOn;
+    bool m_isThisMachine = false;
     Progress m_progress;
+};
+
+// The name that a service has on the network at this moment; "" while it is not announced.
+class PublishedName
+{
+public:
+    void set(const std::string &name) noexcept
+    {
+        const std::lock_guard lock{m_mutex};
+        try
+        {
+            m_name = name;
+        }
+        catch (const std::bad_alloc &)
+        {
+            m_name.clear();
+        }
+    }
+    void clear() noexcept
+    {
+        const std::lock_guard lock{m_mutex};
+        m_name.clear();
+    }
+    // Throws std::bad_alloc.
+    [[nodiscard]] std::string get()
+    {
+        const std::lock_guard lock{m_mutex};
+        return m_name;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::string m_name;
 };
 
 // A service that is published.
@@ -168,9 +225,10 @@ class Registration final : public Subscription, GroupSink
 {
 public:
     // Throws std::bad_alloc.
-    Registration(const ServiceNames &names, uint16_t port, std::string text, bool mayRename, Mailbox &mailbox)
+    Registration(const ServiceNames &names, uint16_t port, std::string text, bool mayRename, Mailbox &mailbox,
+                 PublishedName &published)
         : m_names{names}, m_name{names.name}, m_port{port}, m_text{std::move(text)},
-          m_mayRename{mayRename}, m_mailbox{mailbox}
+          m_mayRename{mayRename}, m_mailbox{mailbox}, m_published{published}
     {
     }
 
@@ -182,6 +240,7 @@ public:
     void setText(std::string &text) noexcept;
 
 private:
+    void announced() noexcept override;
     void nameTaken() noexcept override;
     void groupFailed(int error) noexcept override;
 
@@ -197,6 +256,7 @@ private:
     bool m_announced = false;
     unsigned m_conflicts = 0;
     Mailbox &m_mailbox;
+    PublishedName &m_published;
     std::unique_ptr<Group> m_group;
 };
 } // namespace kiv::discovery

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -86,6 +87,16 @@ private:
     bool m_busy = false;
 };
 
+// What is begun for an event before it is handled.
+class Preparation
+{
+public:
+    Preparation() = default;
+    Preparation(const Preparation &) = delete;
+    Preparation &operator=(const Preparation &) = delete;
+    virtual ~Preparation() = default;
+};
+
 // What was told and not yet handled, in its order.
 struct Event
 {
@@ -98,6 +109,7 @@ struct Event
     Kind kind;
     SInt32 error = 0; // of `failed`
     std::string what{};
+    std::unique_ptr<Preparation> prepared{}; // its end may wait for the engine's lock
 };
 
 class Mailbox : public Waiting
@@ -106,21 +118,28 @@ public:
     // A call of its own starts with nothing of an earlier one.
     void clear() noexcept
     {
+        std::list<Event> old;
         const std::lock_guard lock{m_mutex};
-        m_events.clear();
+        m_events.swap(old);
         m_overflow = false;
     }
     void put(Event event) noexcept
     {
-        const std::lock_guard lock{m_mutex};
         try
         {
-            m_events.push_back(std::move(event));
+            std::list<Event> one;
+            one.push_back(std::move(event));
+            put(std::move(one));
         }
         catch (const std::bad_alloc &)
         {
-            m_overflow = true;
+            putNothing();
         }
+    }
+    void put(std::list<Event> events) noexcept
+    {
+        const std::lock_guard lock{m_mutex};
+        m_events.splice(m_events.end(), events);
         m_changed.notify_all();
     }
     // An event could not even be made.
@@ -143,6 +162,23 @@ public:
         m_events.pop_front();
         more = !m_events.empty();
         return event;
+    }
+
+    // Whether fewer than `count` events wait to be taken.
+    [[nodiscard]] bool holdsLessThan(size_t count) noexcept
+    {
+        const std::lock_guard lock{m_mutex};
+        return m_events.size() < count;
+    }
+    // The first arrival among the next `count` events that is not prepared; null for none. For the thread that
+    // takes them: it stays where it is until then.
+    [[nodiscard]] Event *unprepared(size_t count) noexcept
+    {
+        const std::lock_guard lock{m_mutex};
+        for (auto event = m_events.begin(); event != m_events.end() && count > 0; ++event, --count)
+            if (event->kind == Event::Kind::came && !event->prepared)
+                return &*event;
+        return nullptr;
     }
 
 private:
