@@ -194,23 +194,24 @@ public:
         run([] { setUp("lo"); });
     }
 
-    // A pair of interfaces between this namespace and another, each with its address in a /24 network,
-    // up, and with the way to all groups through it. One pair a namespace.
-    void join(const char *address, NetworkNamespace &other, const char *otherAddress)
+    // A pair of interfaces between this namespace and another, each with its address in a /24 network and up; the
+    // way to all groups goes through the first pair. A second pair has an interface name of its own.
+    void join(const char *address, NetworkNamespace &other, const char *otherAddress,
+              const char *interface = kInterface)
     {
         run(
-            [&other]
+            [&other, interface]
             {
                 detail::NetlinkRequest request{RTM_NEWLINK, NLM_F_CREATE | NLM_F_EXCL};
                 const ifinfomsg link{};
                 request.append(&link, sizeof link);
-                request.attribute(IFLA_IFNAME, kInterface);
+                request.attribute(IFLA_IFNAME, interface);
                 const uint32_t info = request.beginNested(IFLA_LINKINFO);
                 request.attribute(IFLA_INFO_KIND, "veth");
                 const uint32_t data = request.beginNested(IFLA_INFO_DATA);
                 const uint32_t peer = request.beginNested(VETH_INFO_PEER);
                 request.append(&link, sizeof link);
-                request.attribute(IFLA_IFNAME, kInterface);
+                request.attribute(IFLA_IFNAME, interface);
                 const int namespaceOfPeer = other.m_namespace.get();
                 request.attribute(IFLA_NET_NS_FD, &namespaceOfPeer, sizeof namespaceOfPeer);
                 request.endNested(peer);
@@ -218,8 +219,8 @@ public:
                 request.endNested(info);
                 request.send();
             });
-        run([address] { configure(address); });
-        other.run([otherAddress] { configure(otherAddress); });
+        run([&] { configure(address, interface); });
+        other.run([&] { configure(otherAddress, interface); });
         awaitTraffic(other, otherAddress);
         other.awaitTraffic(*this, address);
     }
@@ -314,16 +315,17 @@ private:
         route.rt_dev = interface.data();
         detail::require(ioctl(descriptor.get(), SIOCADDRT, &route), "route to groups");
     }
-    static void configure(const char *address)
+    static void configure(const char *address, const std::string &interface)
     {
         const detail::Descriptor descriptor = control();
-        ifreq request = named(kInterface);
+        ifreq request = named(interface.c_str());
         request.ifr_addr = detail::addressOf(address);
         detail::require(ioctl(descriptor.get(), SIOCSIFADDR, &request), "address");
         request.ifr_netmask = detail::addressOf("255.255.255.0");
         detail::require(ioctl(descriptor.get(), SIOCSIFNETMASK, &request), "mask");
-        setUp(kInterface);
-        addGroupRoute();
+        setUp(interface.c_str());
+        if (interface == kInterface)
+            addGroupRoute();
     }
 
     // The kernel lets packets through some time after an interface is up, and drops them until then.

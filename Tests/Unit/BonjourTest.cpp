@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -35,22 +36,6 @@ constexpr auto kLongEnough = 60s; // an upper bound for what takes a second; not
 constexpr uint32_t kLongEnoughMs = 60000;
 
 // ---- Machines ----
-
-// Runs `body` in a process of its own, which has the found-first flag and the engine to itself.
-int runInProcess(const NetworkNamespace &network, const std::function<void()> &body)
-{
-    const pid_t child = fork();
-    if (child == 0)
-    {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        network.enter();
-        body();
-        std::exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
 
 struct Offer
 {
@@ -84,6 +69,8 @@ public:
         {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             close(ends[1]);
+            for (const int other : s_orders) // or the others would not see their end
+                close(other);
             network.enter();
             if (hostName != nullptr &&
                 (unshare(CLONE_NEWUTS) != 0 || sethostname(hostName, strlen(hostName)) != 0))
@@ -95,13 +82,19 @@ public:
         }
         close(ends[0]);
         m_order = ends[1];
+        s_orders.push_back(m_order);
     }
     Machine(const Machine &) = delete;
     Machine &operator=(const Machine &) = delete;
     ~Machine()
     {
-        close(m_order);
+        end();
         waitpid(m_child, nullptr, 0);
+    }
+    void end()
+    {
+        if (std::erase(s_orders, m_order) != 0)
+            close(m_order);
     }
 
     // The first offer gets another TXT record.
@@ -147,8 +140,86 @@ private:
         close(control);
     }
 
+    static inline std::vector<int> s_orders;
     pid_t m_child = -1;
     int m_order = -1;
+};
+
+// Runs searches in processes of their own, each of which has the found-first flag and the engine to itself. They are
+// forked by a process that is made before this one has threads.
+class Searches
+{
+public:
+    using Body = void (*)();
+
+    explicit Searches(const NetworkNamespace &network)
+    {
+        int orders[2];
+        int results[2];
+        if (pipe2(orders, O_CLOEXEC) != 0 || pipe2(results, O_CLOEXEC) != 0)
+            std::abort();
+        m_child = fork();
+        if (m_child == 0)
+        {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            close(orders[1]);
+            network.enter();
+            for (Order order{}; read(orders[0], &order, sizeof order) == sizeof order;)
+                if (const int failed = runAll(order); write(results[1], &failed, sizeof failed) < 0)
+                    break;
+            _exit(0);
+        }
+        close(orders[0]);
+        close(results[1]);
+        m_orders = orders[1];
+        m_results = results[0];
+    }
+    Searches(const Searches &) = delete;
+    Searches &operator=(const Searches &) = delete;
+    ~Searches()
+    {
+        close(m_orders);
+        close(m_results);
+        waitpid(m_child, nullptr, 0);
+    }
+
+    // Runs `body` in so many processes at once; how many of them have failed.
+    [[nodiscard]] int run(Body body, int count = 1) const
+    {
+        const Order order{body, count};
+        int failed = -1;
+        if (write(m_orders, &order, sizeof order) != sizeof order ||
+            read(m_results, &failed, sizeof failed) != sizeof failed)
+            return -1;
+        return failed;
+    }
+
+private:
+    struct Order
+    {
+        Body body;
+        int count;
+    };
+
+    static int runAll(const Order &order)
+    {
+        for (int index = 0; index < order.count; ++index)
+            if (fork() == 0)
+            {
+                prctl(PR_SET_PDEATHSIG, SIGKILL);
+                kivCS2_initWithTaskServer(false);
+                order.body();
+                std::exit(testing::Test::HasFailure() ? 1 : 0);
+            }
+        int failed = 0;
+        for (int status = 0; wait(&status) > 0;)
+            failed += status != 0 ? 1 : 0;
+        return failed;
+    }
+
+    pid_t m_child = -1;
+    int m_orders = -1;
+    int m_results = -1;
 };
 
 // ---- What a browser saw ----
@@ -159,6 +230,18 @@ struct Seen
     std::vector<std::string> addresses;
     uint32_t port = 0;
 };
+
+std::vector<std::string> addressesFrom(const KIVCS2BonjourAddress *address)
+{
+    std::vector<std::string> addresses;
+    for (; address != nullptr;
+         address = reinterpret_cast<const KIVCS2BonjourAddress *>(address->m_elem.m_next))
+    {
+        char text[INET_ADDRSTRLEN];
+        addresses.emplace_back(inet_ntop(AF_INET, &address->m_address, text, sizeof text));
+    }
+    return addresses;
+}
 
 class Listing
 {
@@ -176,11 +259,7 @@ public:
         EXPECT_EQ(kivCS2Bonjour_getHostname(browser, service, &host), KIVCS2STATUS_OK);
         EXPECT_EQ(kivCS2Bonjour_getFirstPort(browser, service, &seen.port), KIVCS2STATUS_OK);
         EXPECT_EQ(kivCS2Bonjour_getAddressesList(browser, service, &address), KIVCS2STATUS_OK);
-        for (; address != nullptr; address = reinterpret_cast<KIVCS2BonjourAddress *>(address->m_elem.m_next))
-        {
-            char text[INET_ADDRSTRLEN];
-            seen.addresses.emplace_back(inet_ntop(AF_INET, &address->m_address, text, sizeof text));
-        }
+        seen.addresses = addressesFrom(address);
         seen.host = host;
         const std::lock_guard lock{self.m_mutex};
         ++self.m_calls;
@@ -208,16 +287,83 @@ private:
     size_t m_calls = 0;
 };
 
-// Two namespaces of one network.
+// Two namespaces of one network, or of two.
 struct Networks
 {
-    Networks()
+    explicit Networks(bool withSecondCable = false)
     {
         near.join("10.77.0.1", far, "10.77.0.2");
+        if (withSecondCable)
+            near.join("10.78.0.1", far, "10.78.0.2", "pair1");
     }
     NetworkNamespace near;
     NetworkNamespace far;
 };
+
+constexpr size_t kManyServices = 200;
+
+std::vector<Offer> manyOffers()
+{
+    std::vector<Offer> offers;
+    for (size_t index = 0; index < kManyServices; ++index)
+        offers.push_back({"Service " + std::to_string(index), static_cast<uint32_t>(1000 + index)});
+    return offers;
+}
+
+// A network takes a second until it carries packets, and what a machine offers one more: all start together, before
+// the first test.
+class Scenes : public testing::Environment
+{
+public:
+    struct All
+    {
+        std::unique_ptr<Networks> many, sameName, six, twoCables, empty;
+        std::optional<Machine> ofMany, ofSameName, ofSix, ofTwoCables;
+        std::optional<Searches> searches;
+    };
+    void SetUp() override
+    {
+        if (!NetworkNamespace::unavailable().empty())
+            return;
+        std::vector<std::thread> makers;
+        for (std::unique_ptr<Networks> *each : networks())
+            makers.emplace_back([each] { *each = std::make_unique<Networks>(each == &s_all.twoCables); });
+        for (std::thread &maker : makers)
+            maker.join();
+        s_all.ofMany.emplace(s_all.many->far, manyOffers());
+        s_all.ofSameName.emplace(s_all.sameName->far,
+                                 std::vector<Offer>{{"Ingest 1", 5000}, {"Ingest 2", 65535}}, nullptr);
+        s_all.ofSix.emplace(s_all.six->far, std::vector<Offer>{{"Six", 6000}}, "far", true);
+        s_all.ofTwoCables.emplace(
+            s_all.twoCables->far,
+            std::vector<Offer>{{"Ingest 1", 5000, "\7rate=25"}, {"Ingest", 1}, {"Ingest 10", 2}});
+        s_all.searches.emplace(s_all.twoCables->near);
+    }
+    void TearDown() override
+    {
+        s_all.searches.reset();
+        for (std::optional<Machine> *each : machines())
+            if (*each)
+                (*each)->end();
+        for (std::optional<Machine> *each : machines())
+            each->reset();
+        for (std::unique_ptr<Networks> *each : networks())
+            each->reset();
+    }
+
+    static inline All s_all;
+
+private:
+    static std::array<std::unique_ptr<Networks> *, 5> networks()
+    {
+        return {&s_all.many, &s_all.sameName, &s_all.six, &s_all.twoCables, &s_all.empty};
+    }
+    static std::array<std::optional<Machine> *, 4> machines()
+    {
+        return {&s_all.ofMany, &s_all.ofSameName, &s_all.ofSix, &s_all.ofTwoCables};
+    }
+};
+[[maybe_unused]] const testing::Environment *const scenes = testing::AddGlobalTestEnvironment(new Scenes);
 
 class BonjourNetwork : public testing::Test
 {
@@ -226,9 +372,12 @@ protected:
     {
         KIV_NEEDS_NETWORK_NAMESPACES();
         kivCS2_initWithTaskServer(false);
-        m_own.emplace();
-        m_near = &m_own->near;
-        m_far = &m_own->far;
+    }
+
+    void use(Networks &networks)
+    {
+        m_near = &networks.near;
+        m_far = &networks.far;
     }
 
     // Browses in the near namespace while `body` runs.
@@ -247,35 +396,20 @@ protected:
             });
     }
 
-    std::optional<Networks> m_own;
-    NetworkNamespace *m_near = nullptr;
-    NetworkNamespace *m_far = nullptr;
+    const NetworkNamespace *m_near = nullptr;
+    const NetworkNamespace *m_far = nullptr;
 };
 
-// One far machine for all: what it offers takes a second and more until it is there.
+// One far machine for all, on two networks.
 class BonjourMachine : public BonjourNetwork
 {
 protected:
-    static void SetUpTestSuite()
-    {
-        if (!NetworkNamespace::unavailable().empty())
-            return;
-        s_networks = std::make_unique<Networks>();
-        s_machine = std::make_unique<Machine>(
-            s_networks->far,
-            std::vector<Offer>{{"Ingest 1", 5000, "\7rate=25"}, {"Ingest", 1}, {"Ingest 10", 2}});
-    }
-    static void TearDownTestSuite()
-    {
-        s_machine.reset();
-        s_networks.reset();
-    }
     void SetUp() override
     {
         KIV_NEEDS_NETWORK_NAMESPACES();
         kivCS2_initWithTaskServer(false);
-        m_near = &s_networks->near;
-        m_far = &s_networks->far;
+        use(*Scenes::s_all.twoCables);
+        m_machine = &*Scenes::s_all.ofTwoCables;
     }
 
     // The record of the service whose text the machine changes on demand.
@@ -289,8 +423,7 @@ protected:
         return service;
     }
 
-    static inline std::unique_ptr<Networks> s_networks;
-    static inline std::unique_ptr<Machine> s_machine;
+    Machine *m_machine = nullptr;
 };
 
 // The semaphores of this process that are open or lie about; the library's have names of their own form.
@@ -396,7 +529,7 @@ TEST(Bonjour, TextsThatAreMissingOrNotASCIIStartNothing)
 
 TEST_F(BonjourNetwork, FindsWhatAMachineOfTheSameNameOffers)
 {
-    const Machine machine{*m_far, {{"Ingest 1", 5000}, {"Ingest 2", 65535}}, nullptr};
+    use(*Scenes::s_all.sameName);
     browse(
         [](KIVCS2BonjourBrowser &browser, Listing &listing)
         {
@@ -430,17 +563,14 @@ TEST_F(BonjourMachine, AddressCountStays0)
 
 TEST_F(BonjourNetwork, TwoHundredServicesAreEachListedOnce)
 {
-    constexpr size_t kServices = 200;
-    std::vector<Offer> offers;
-    for (size_t index = 0; index < kServices; ++index)
-        offers.push_back({"Service " + std::to_string(index), static_cast<uint32_t>(1000 + index)});
-    const Machine machine{*m_far, offers};
+    const std::vector<Offer> offers = manyOffers();
+    use(*Scenes::s_all.many);
     browse(
         [&](KIVCS2BonjourBrowser &browser, Listing &listing)
         {
-            const auto services = listing.waitFor(kServices);
+            const auto services = listing.waitFor(kManyServices);
             EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK);
-            EXPECT_EQ(listing.calls(), kServices);
+            EXPECT_EQ(listing.calls(), kManyServices);
             size_t resolved = 0;
             for (const Offer &offer : offers)
             {
@@ -449,14 +579,14 @@ TEST_F(BonjourNetwork, TwoHundredServicesAreEachListedOnce)
                 EXPECT_TRUE(port == offer.port || port == 0) << offer.name << ": " << port;
                 resolved += port != 0 ? 1 : 0;
             }
-            EXPECT_GT(resolved, kServices / 2)
+            EXPECT_GT(resolved, kManyServices / 2)
                 << "more than a busy machine keeps from answering in two seconds";
         });
 }
 
 TEST_F(BonjourNetwork, AServiceWithIPv6AloneHasNoAddressesAndPort0)
 {
-    const Machine machine{*m_far, {{"Six", 6000}}, "far", true};
+    use(*Scenes::s_all.six);
     browse(
         [](KIVCS2BonjourBrowser &browser, Listing &listing)
         {
@@ -470,7 +600,7 @@ TEST_F(BonjourNetwork, AServiceWithIPv6AloneHasNoAddressesAndPort0)
 
 TEST_F(BonjourMachine, AMonitorSeesEveryTextRecord)
 {
-    s_machine->setFirstText("\7rate=25");
+    m_machine->setFirstText("\7rate=25");
     struct Texts
     {
         std::mutex mutex;
@@ -502,7 +632,7 @@ TEST_F(BonjourMachine, AMonitorSeesEveryTextRecord)
             ASSERT_EQ(kivCS2Bonjour_startServiceMonitor(service, changed, &texts), KIVCS2STATUS_OK);
             EXPECT_EQ(kivCS2Bonjour_startServiceMonitor(service, changed, &texts), KIVCS2STATUS_STATE_ERR);
             texts.waitFor("\7rate=25");
-            s_machine->setFirstText("\7rate=50\1a");
+            m_machine->setFirstText("\7rate=50\1a");
             texts.waitFor("\7rate=50\1a");
             EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
             EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
@@ -539,7 +669,7 @@ TEST_F(BonjourMachine, AMonitorStoppedByItsOwnCallbackIsNotCalledAgain)
             {
                 ASSERT_EQ(kivCS2Bonjour_startServiceMonitor(service, once, &watch), KIVCS2STATUS_OK);
                 watch.calls.wait(round);
-                s_machine->setFirstText("\1b");
+                m_machine->setFirstText("\1b");
             }
         });
     EXPECT_EQ(watch.calls, 2);
@@ -668,18 +798,38 @@ TEST_F(BonjourMachine, AfterTheFirstServiceWasFoundNoBrowserOfTheProcessFindsAny
         ASSERT_EQ(kivCS2Bonjour_findServices(&later, "", kType, Listing::came, &listing), KIVCS2STATUS_OK);
         KIVCS2BonjourBrowser again;
         ASSERT_EQ(kivCS2Bonjour_initBrowserData(&again), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Bonjour_findFirstService(&again, "", kType, "Ingest 1", 1500),
+        EXPECT_EQ(kivCS2Bonjour_findFirstService(&again, "", kType, "Ingest 1", 500),
                   KIVCS2STATUS_TIMEOUT_ERR);
         EXPECT_EQ(listing.calls(), 0u);
         for (KIVCS2BonjourBrowser *each : {&browser, &later, &again})
             EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(each), KIVCS2STATUS_OK);
         EXPECT_EQ(semaphores(), 0u);
     };
-    EXPECT_EQ(runInProcess(*m_near, search), 0);
+    EXPECT_EQ(Scenes::s_all.searches->run(search), 0);
+}
+
+// Each search starts with an empty memory of the network, and the machine answers on its two networks at different
+// times.
+TEST_F(BonjourMachine, AHostOnTwoNetworksIsFoundWithBothAddressesEveryTime)
+{
+    constexpr int kSearches = 8;
+    const auto search = []
+    {
+        KIVCS2BonjourBrowser browser;
+        KIVCS2BonjourAddress *address = nullptr;
+        ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2Bonjour_findFirstService(&browser, "", kType, "Ingest 1", kLongEnoughMs),
+                  KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2Bonjour_getAddressesList(&browser, nullptr, &address), KIVCS2STATUS_OK);
+        EXPECT_THAT(addressesFrom(address), testing::ElementsAre("10.77.0.2", "10.78.0.2"));
+        EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+    };
+    EXPECT_EQ(Scenes::s_all.searches->run(search, kSearches), 0);
 }
 
 TEST_F(BonjourNetwork, ASearchForTheFirstGivesUpAndStopsItsBrowser)
 {
+    use(*Scenes::s_all.empty);
     m_near->run(
         []
         {
@@ -774,6 +924,7 @@ TEST_F(BonjourNetwork, MalformedNamesAndRecordsListWhatIsUsable)
     packet.add(service("bad texts"), kTXT, std::string{"\5a=b\0\0", 6});
     packet.add(host, kA, std::string{"\x0a\x4d\0\x02", 4});
 
+    use(*Scenes::s_all.empty);
     int sender = -1;
     m_far->run([&sender] { sender = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); });
     sockaddr_in own{};
