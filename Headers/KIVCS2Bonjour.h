@@ -210,7 +210,7 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_diposeBrowserData(KIVCS2BonjourBrowser *br
 /**
  * The first IPv4 address of a service, null where it has none; the others follow by its links, in the order of their
  * numbers. They are all those that the host has on the networks that it shares with this machine. A network on which
- * the host says nothing is waited for 0.5 s.
+ * the host says nothing is waited for 0.8 s.
  * @param[in] serviceData  null: the first service of the browser
  * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or there is no service
  * Thread safety: the browser's callback, or the owner once the browser is stopped. The same holds for the next three.

@@ -140,7 +140,7 @@ CF_EXPORT Boolean CFNetServiceRegisterWithOptions(CFNetServiceRef theService, CF
 /**
  * Finds the host, the port and the host's addresses, waiting `timeout` seconds at most. It ends when an IPv4 address
  * has come from every network that the host may be on: each interface of this machine that is up, has a carrier, an
- * IPv4 address and multicast. A network on which the host says nothing is waited for 0.5 s after the first address, and
+ * IPv4 address and multicast. A network on which the host says nothing is waited for 0.8 s after the first address, and
  * an IPv4 address of a host of which only IPv6 ones are seen 1.3 s. IPv6 addresses are those known by then.
  * @param[out] error  may be NULL
  * @return true when the service has at least one address; otherwise it keeps what was found

@@ -5,6 +5,7 @@
 #include <avahi-common/thread-watch.h>
 #include <avahi-common/timeval.h>
 
+#include <atomic>
 #include <mutex>
 #include <new>
 #include <pthread.h>
@@ -71,7 +72,7 @@ public:
     // With `life` held, as the next four.
     [[nodiscard]] bool isIdle() const noexcept
     {
-        return m_first == nullptr;
+        return m_subscriptions == 0;
     }
     [[nodiscard]] bool isOfThisNetwork() const noexcept
     {
@@ -93,6 +94,7 @@ public:
     }
     void addLocked(Subscription &subscription) noexcept
     {
+        ++m_subscriptions;
         subscription.m_engine = this;
         subscription.m_previous = nullptr;
         subscription.m_next = m_first;
@@ -106,6 +108,7 @@ public:
     [[nodiscard]] bool remove(Subscription &subscription) noexcept
     {
         const Lock lock{*this};
+        --m_subscriptions;
         subscription.m_engine = nullptr;
         subscription.detach();
         (subscription.m_previous != nullptr ? subscription.m_previous->m_next : m_first) =
@@ -283,6 +286,7 @@ private:
     std::unique_ptr<Backend> m_backend;
     std::unique_ptr<Backend> m_watch; // while the embedded stack serves: waits for a daemon
     Subscription *m_first = nullptr;
+    std::atomic<size_t> m_subscriptions = 0; // for who does not hold the engine's lock
     NetworkName m_network = ownNetwork();
     bool m_started = false;
     bool m_isDaemon = false;

@@ -20,7 +20,7 @@ namespace
 // How long the addresses of a host's other networks are waited for, counted from the first address. They come in packets
 // of their own: the question for them waits 0.1 s and the answer may take 0.12 s more (RFC 6762, 6), on machines that
 // have other work too.
-constexpr std::chrono::milliseconds kOtherNetworksWait{500};
+constexpr std::chrono::milliseconds kOtherNetworksWait{800};
 // The same where only IPv6 addresses are seen, which come over IPv6 before any other packet now and then: the question
 // is repeated after a second (RFC 6762, 5.2), and a list without an IPv4 address is of no use to most.
 constexpr std::chrono::milliseconds kIPv4Wait{1300};
