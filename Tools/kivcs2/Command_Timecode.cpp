@@ -315,6 +315,18 @@ std::string utcText(double unixSeconds)
     return print("%s.%03dZ", text.data(), static_cast<int>(fraction));
 }
 
+// Frames by which the library's timecode of a moment lies before the frame that has begun then: it takes the moment
+// in whole milliseconds, and at drop-frame rates two frames off. Below 0 beside a dropped number.
+int framesEarlier(const KIVProjectTimecode &timecode, CFAbsoluteTime at)
+{
+    constexpr double kRoundsUp = 0.9995; // to the next second, whose first frame it is then
+    constexpr double kHair = 1e-4;       // of a frame: a sum of doubles lies below what it stands for
+    const double fraction = at - std::floor(at);
+    const double begun =
+        fraction < kRoundsUp ? std::floor(fraction * KIVProjectTimecode::framesPerSecond() + kHair) : 0;
+    return static_cast<int>(begun) - static_cast<int>(timecode.frames());
+}
+
 // A dated timecode becomes the moment at which the clock on the wall shows it, a moment its timecode.
 int date(const Arguments &arguments, bool json)
 {
@@ -326,6 +338,7 @@ int date(const Arguments &arguments, bool json)
 
     KIVProjectTimecode timecode;
     DatePtr date;
+    int earlier = 0;
     if (const std::optional<CFAbsoluteTime> moment = momentOf(text))
     {
         date = dateAt(*moment);
@@ -334,6 +347,7 @@ int date(const Arguments &arguments, bool json)
             throw Failure(kExitMalformed,
                           "\"" + visible(text) + "\": before the year 1, where timecodes begin");
         timecode.initWithDate(date.get());
+        earlier = framesEarlier(timecode, *moment);
     }
     else
     {
@@ -354,6 +368,7 @@ int date(const Arguments &arguments, bool json)
         out().json({{"timecode", timecodeText(timecode.CS2Timecode())},
                     {"counting", counting.name},
                     {"dropFrame", counting.drop},
+                    {"framesEarlier", earlier},
                     {"local", local},
                     {"utc", utcText(unixSeconds)},
                     {"unixSeconds", unixSeconds}});
@@ -362,6 +377,9 @@ int date(const Arguments &arguments, bool json)
     Facts facts;
     facts.add("Timecode", Output::strong(timecodeText(timecode.CS2Timecode())));
     facts.add("Counting", countingText(arguments, counting));
+    if (earlier != 0)
+        facts.add("Frame", print("%d %s than the one that has begun at this moment", std::abs(earlier),
+                                 earlier > 0 ? "earlier" : "later"));
     facts.add("Local time", local + " (" + wallText(date, "%A, %Z") + ")");
     facts.add("UTC", utcText(unixSeconds));
     facts.add("Unix time", print("%.3f", unixSeconds));
