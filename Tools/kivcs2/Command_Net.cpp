@@ -327,7 +327,9 @@ public:
     explicit Messages(const Options &options) : m_input{options.data}, m_buffer(options.size, '\0')
     {
         if (m_input)
+        {
             const Input source{"-"}; // refuses a file that standard output goes into
+        }
     }
 
     [[nodiscard]] std::string_view next(const Going &going)
