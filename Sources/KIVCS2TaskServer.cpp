@@ -27,6 +27,7 @@ constinit KIVCS2TaskServer g_CSTaskServer{};
 namespace
 {
 constexpr int kIdlePeriod = 1000;               // milliseconds
+constexpr int kAnswerPeriod = 10;               // milliseconds between two looks for a child that has ended
 constexpr uint64_t kNsPerMillisecond = 1000000; // of absolute time as well
 constexpr uint64_t kSpin = kNsPerMillisecond / 10;
 constexpr int32_t kLostExitCode = -1; // neither an exit nor a signal
@@ -81,7 +82,14 @@ void closeEnd(uint32_t index)
     return true;
 }
 
-// Stores both ends at `readIndex` and behind it. Reading never blocks: who reads waits by poll.
+// Who reads or writes waits by poll, with a bound. Children tell their ids through an end that blocks.
+[[nodiscard]] bool setUnblocked(const int (&ends)[2], uint32_t readIndex)
+{
+    return fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0 &&
+           (readIndex != kRequestRead || fcntl(ends[1], F_SETFL, O_NONBLOCK) == 0);
+}
+
+// Stores both ends at `readIndex` and behind it.
 [[nodiscard]] KIVCS2Status makePipe(uint32_t readIndex)
 {
     int ends[2];
@@ -90,7 +98,7 @@ void closeEnd(uint32_t index)
     g_CSTaskServer.m_descriptors[readIndex] = ends[0];
     g_CSTaskServer.m_descriptors[readIndex + 1] = ends[1];
     struct stat about;
-    if (fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0 && fstat(ends[0], &about) == 0)
+    if (setUnblocked(ends, readIndex) && fstat(ends[0], &about) == 0)
     {
         g_CSTaskServer.m_pipes[readIndex / 2] = about.st_ino;
         return KIVCS2STATUS_OK;
@@ -168,44 +176,78 @@ enum class Answer
     launched,
     noRequest, // it was not written
     noProcess, // it was, and the server went without launching
+    noAnswer,  // the server is there and does nothing
 };
 
-// The new process's id, or 0 once neither the server nor a process on its way is there to write it.
-[[nodiscard]] pid_t readPid()
+// The next id in the pipe: -1 with errno (EAGAIN) if there is none yet, 0 at its end.
+[[nodiscard]] pid_t nextPid()
 {
-    const int descriptor = g_CSTaskServer.m_descriptors[kPidRead];
-    const uint64_t spinUntil = mach_absolute_time() + kSpin;
-    bool lastLook = false;
+    int32_t pid = 0;
+    ssize_t count;
+    do
+        count =
+            read(g_CSTaskServer.m_descriptors[kPidRead], &pid, sizeof pid); // whole: it was written at once
+    while (count < 0 && errno == EINTR);
+    if (count < 0)
+        return -1;
+    return count == sizeof pid && pid > 1 ? pid : 0;
+}
+
+// The new process's id. 0 and no process if neither the server nor a process on its way is there to tell it, or if the
+// server does not answer in time.
+[[nodiscard]] Answer readPid(uint32_t launch, pid_t &pid)
+{
+    const uint64_t begin = mach_absolute_time();
+    uint64_t lastLook = begin; // at the server's life
+    bool last = false;
     for (;;)
     {
-        int32_t pid = 0;
-        const ssize_t count = read(descriptor, &pid, sizeof pid); // whole: it was written at once
-        if (count == sizeof pid)
-            return pid > 1 ? pid : 0;
-        if (count >= 0)
-            return 0;
-        if (errno == EINTR)
-            continue;
-        if (errno != EAGAIN || lastLook)
-            return 0;
+        // Asked before the pipe is read: what a child has told before its end is there then.
+        const pid_t ended = kiv::ChildTable::silentEnd(launch);
+        pid = nextPid();
+        if (pid < 0 && errno == EAGAIN && ended > 0)
+            pid = ended;
+        if (pid >= 0 || errno != EAGAIN || last)
+            return pid > 0 ? Answer::launched : Answer::noProcess;
+        const uint64_t now = mach_absolute_time();
+        if (now - begin >= kiv::g_answerTime)
+            return Answer::noAnswer;
         // The answer mostly comes sooner than a sleeping thread wakes up.
-        if (mach_absolute_time() < spinUntil)
+        if (now - begin < kSpin)
             continue;
-        pollfd entry{descriptor, POLLIN, 0};
+        pollfd entry{g_CSTaskServer.m_descriptors[kPidRead], POLLIN, 0};
+        if (poll(&entry, 1, kAnswerPeriod) != 0 || now - lastLook < kIdlePeriod * kNsPerMillisecond)
+            continue;
         // Another process may hold the pipe open, so that it does not end with the server.
-        if (poll(&entry, 1, kIdlePeriod) == 0)
-            lastLook = !serverLives();
+        last = !serverLives();
+        lastLook = now;
     }
+}
+
+// Something has stopped it, or holds up the program that it executes. A process that it is about to launch finds
+// nobody to tell its id, and ends.
+void endStuckServer()
+{
+    (void)kiv::signalProcess(g_CSTaskServer.m_serverPid, SIGKILL); // one that has ended meanwhile is as good
 }
 
 // The task is in the list before its process can end, and its end be looked for there.
 [[nodiscard]] Answer askServer(KIVCS2Task &task, const kiv::ExecMessage &message)
 {
-    if (KIVCS2_FAILED(message.send()))
+    const uint32_t launch = kiv::ChildTable::beginLaunch();
+    if (const KIVCS2Status sent = message.send(); KIVCS2_FAILED(sent))
+    {
+        if (sent == KIVCS2STATUS_TIMEOUT_ERR)
+            endStuckServer();
         return Answer::noRequest;
-    const pid_t pid = readPid();
-    if (pid == 0)
-        return Answer::noProcess;
+    }
+    pid_t pid = 0;
+    if (const Answer answer = readPid(launch, pid); answer != Answer::launched)
+    {
+        if (answer == Answer::noAnswer)
+            endStuckServer();
+        return answer;
+    }
     kiv::retainTask(task);
     kivCS2LinkList_appendElem(&g_CSTaskServer.m_tasks, &task.m_link);
     kiv::taskWord(task.m_pid).store(pid);

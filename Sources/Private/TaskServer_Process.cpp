@@ -7,6 +7,7 @@
 #include "Private/Task_Tree.h"
 
 #include <KIVPlatform/KIVPlatform.h>
+#include <mach/mach_time.h>
 
 #include <poll.h>
 #include <sys/mman.h>
@@ -28,6 +29,9 @@ constexpr int kGrace = 750;       // milliseconds
 constexpr int kKillingTime = 500; // milliseconds to see the killed ones go
 constexpr int kLookPeriod = 10;   // milliseconds
 constexpr int kPartingTime = 300; // milliseconds at most between the end of a host's pipe and its own
+constexpr int kTellingTime =
+    5000; // milliseconds for a forked child to tell its id; less than the host waits for it
+constexpr uint64_t kNsPerMillisecond = 1000000;
 
 struct Report
 {
@@ -106,14 +110,50 @@ void shareAnnouncement()
         g_announced = new (memory) std::atomic<bool>{false};
 }
 
-[[nodiscard]] bool diedSilently(pid_t child)
+constinit uint32_t g_launches = 0; // that this server has read
+
+// Whether the child has ended, at once or after a wait; it is left to be reaped. No child of that id counts as ended:
+// the handler has reaped it.
+[[nodiscard]] bool hasEnded(pid_t child, int wait)
+{
+    siginfo_t info{};
+    int result;
+    do
+        result = waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT | wait);
+    while (result != 0 && errno == EINTR);
+    return result != 0 || info.si_pid == child;
+}
+
+// Looks until the child of a fork, beside which the server goes on, has told its id or has ended. One that did
+// neither in time is killed: the host will not wait for it.
+void waitForAForkedChild(pid_t child)
+{
+    const uint64_t end = mach_absolute_time() + kTellingTime * kNsPerMillisecond;
+    while (!g_announced->load() && !hasEnded(child, WNOHANG))
+    {
+        if (mach_absolute_time() >= end)
+        {
+            (void)kiv::signalProcess(child, SIGKILL);
+            (void)hasEnded(child, 0);
+            return;
+        }
+        const timespec period{0, 1000000};
+        (void)nanosleep(&period, nullptr);
+    }
+}
+
+// Whether the child has ended and may not have told its id. After a real vfork (`memoryIsShared`) the server only
+// goes on when the child executes, and has told it, or when it is dead or about to be; a kernel lets the server go
+// on before the dead child can be waited for, so a look without waiting finds it alive.
+[[nodiscard]] bool diedSilently(pid_t child, bool memoryIsShared)
 {
     if (g_announced == nullptr || g_announced->load())
         return false;
-    siginfo_t info{};
-    const bool lives =
-        waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
-    return !lives && !g_announced->load();
+    if (memoryIsShared)
+        (void)hasEnded(child, 0);
+    else
+        waitForAForkedChild(child);
+    return !g_announced->load();
 }
 
 // Takes what has ended off the process table, reported where there is room.
@@ -283,17 +323,24 @@ void kivCS2TaskServerPrv_sigChildHandler(int)
 
 KIVCS2Status kivCS2TaskServerPrv_exec(const char *command, char *const *argv)
 {
+    ++g_launches;
     kiv::ExecPlan plan;
     KIV_TRY(plan.prepare(command, argv));
     kiv::ChildSetup setup;
     setup.announce = g_CSTaskServer.m_descriptors[kPidWrite];
     setup.announced = g_announced;
+    std::atomic<bool> begun{false};
+    setup.begun = &begun;
     if (g_announced != nullptr)
         g_announced->store(false);
     const pid_t child = kiv::spawn(plan, setup);
-    // The host waits for the id of a child that was killed before it could tell it: as with none at all, the end of
-    // this server tells the host, which tries once more with another.
-    return child >= 0 && !diedSilently(child) ? KIVCS2STATUS_OK : KIVCS2STATUS_FORK_ERR;
+    // Without a child, the end of this server tells the host, which tries once more with another.
+    if (child < 0)
+        return KIVCS2STATUS_FORK_ERR;
+    // The host waits for the id of a child that was killed before it could tell it, and learns it in another way.
+    if (diedSilently(child, begun.load()) && !kiv::ChildTable::tellSilentEnd(g_launches, child))
+        return KIVCS2STATUS_FORK_ERR;
+    return KIVCS2STATUS_OK;
 }
 
 KIVCS2Status kivCS2TaskServerPrv_childProcess()
@@ -324,7 +371,7 @@ KIVCS2Status kivCS2TaskServerPrv_createServer()
     sigfillset(&all);
     (void)pthread_sigmask(SIG_SETMASK, &all, &before); // cannot fail with these arguments
     server.m_serverEnded.store(0);
-    kiv::ChildTable::forgetSignalled();
+    kiv::ChildTable::beginServer();
     const pid_t pid = fork();
     if (pid == 0)
         std::_Exit(static_cast<int>(kivCS2TaskServerPrv_childProcess()));

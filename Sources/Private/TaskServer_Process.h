@@ -46,7 +46,8 @@ extern KIVCS2TaskServer g_CSTaskServer;
 
 // ---- Transport, by index of the descriptor (TaskServer_Wire.cpp) ----
 
-// Writes all of it; a reader that is gone is a failure and raises nothing.
+// Writes all of it; a reader that is gone is a failure and raises nothing. KIVCS2STATUS_TIMEOUT_ERR if there is no
+// room for longer than a host waits.
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_writeBytes(uint32_t index, const void *bytes, size_t size);
 // The 32-bit length, then the text.
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_writeString(uint32_t index, const char *text);

@@ -4,6 +4,7 @@
 #include "Private/TaskServer_Process.h"
 
 #include <KIVPlatform/KIVPlatform.h>
+#include <mach/mach_time.h>
 
 #include <poll.h>
 #include <unistd.h>
@@ -44,6 +45,15 @@ constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has
     return mayWait(watch) ? KIVCS2STATUS_OK : KIVCS2STATUS_PIPE_ERR;
 }
 
+// Waits for room until `end`. A writing end that blocks never comes here.
+[[nodiscard]] KIVCS2Status waitToWrite(int fd, uint64_t end)
+{
+    if (mach_absolute_time() >= end)
+        return KIVCS2STATUS_TIMEOUT_ERR;
+    pollfd entry{fd, POLLOUT, 0};
+    return poll(&entry, 1, kWatchPeriod) >= 0 || errno == EINTR ? KIVCS2STATUS_OK : KIVCS2STATUS_PIPE_ERR;
+}
+
 [[nodiscard]] uint32_t lengthOf(const char *text)
 {
     return static_cast<uint32_t>(std::strlen(text));
@@ -68,11 +78,17 @@ uint8_t *putText(uint8_t *out, const char *text)
 KIVCS2Status kivCS2TaskServerPrv_writeBytes(uint32_t index, const void *bytes, size_t size)
 {
     const auto *from = static_cast<const uint8_t *>(bytes);
+    const uint64_t end = mach_absolute_time() + kiv::g_answerTime;
     while (size > 0)
     {
         const ssize_t written = KIVPWriteWithoutSignal(descriptor(index), from, size);
         if (written < 0 && errno == EINTR)
             continue;
+        if (written < 0 && errno == EAGAIN)
+        {
+            KIV_TRY(waitToWrite(descriptor(index), end));
+            continue;
+        }
         if (written < 1)
             return KIVCS2STATUS_PIPE_ERR;
         from += written;

@@ -17,6 +17,10 @@ constexpr uint8_t kCommandQuit = 1;
 constexpr size_t kMostRequestText = size_t{6} << 20; // bytes of all texts, a zero byte each included
 constexpr uint32_t kMostArguments = 65536;
 
+// How long the host waits for a server that neither reads nor tells a process id, in absolute time: it holds the
+// server's mutex meanwhile.
+inline constinit uint64_t g_answerTime = 10'000'000'000;
+
 // A launch as the server has read it.
 class ExecRequest
 {

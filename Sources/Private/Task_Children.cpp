@@ -28,6 +28,7 @@ struct Shared
 {
     std::array<kiv::ChildNote, 1024> slots; // more than that at once are not taken along
     std::atomic<Told> told;
+    std::atomic<uint64_t> silentEnd; // number of the launch in the upper half, id of its child in the lower
 };
 constexpr uint32_t kNoSlot = ~uint32_t{0};
 constexpr uint64_t kStartResolution = 10'000'000; // of the process table, nanoseconds
@@ -39,6 +40,7 @@ constinit kiv::Child *g_first = nullptr;
 constinit bool g_reportsCome = false;
 constinit uint32_t g_idleSeconds = 0;
 constinit Shared *g_shared = nullptr;
+constinit uint32_t g_launches = 0; // asked of this server, under the server's mutex
 constinit pid_t g_host = 0; // whose server reads them. A process that it has forked launches for itself
 
 class Lock
@@ -217,8 +219,30 @@ bool kiv::ChildTable::hostLeaves()
     return g_shared != nullptr && g_shared->told.load() == Told::leaving;
 }
 
-void kiv::ChildTable::forgetSignalled()
+uint32_t kiv::ChildTable::beginLaunch()
 {
+    return ++g_launches;
+}
+
+bool kiv::ChildTable::tellSilentEnd(uint32_t launch, pid_t child)
+{
+    if (g_shared == nullptr)
+        return false;
+    g_shared->silentEnd.store(uint64_t{launch} << 32 | static_cast<uint32_t>(child));
+    return true;
+}
+
+pid_t kiv::ChildTable::silentEnd(uint32_t launch)
+{
+    const uint64_t told = g_shared != nullptr ? g_shared->silentEnd.load() : 0;
+    return told >> 32 == launch ? static_cast<pid_t>(told & 0xFFFFFFFFu) : 0;
+}
+
+void kiv::ChildTable::beginServer()
+{
+    g_launches = 0;
+    if (g_shared != nullptr)
+        g_shared->silentEnd.store(0);
     Told told = Told::signalled;
     if (g_shared != nullptr)
         g_shared->told.compare_exchange_strong(told, Told::nothing);

@@ -50,13 +50,20 @@ public:
     // whether there are any.
     static bool signalShared(int signal);
 
+    // The host asks its server for a process; the server's counts the same launches from 1 on.
+    [[nodiscard]] static uint32_t beginLaunch();
+    // In the task server: the child of a launch has ended and may not have told its id. False without shared memory.
+    [[nodiscard]] static bool tellSilentEnd(uint32_t launch, pid_t child);
+    // That child, or 0. Whatever it has told is in the pipe by then.
+    [[nodiscard]] static pid_t silentEnd(uint32_t launch);
+
     // The host has signalled all its descendants, the server among them; `leaves` for good.
     static void tellSignalled(bool leaves);
     // In the task server: whether it has, and whether it is on its way out.
     [[nodiscard]] static bool allAreSignalled();
     [[nodiscard]] static bool hostLeaves();
-    // A new server has been told nothing yet.
-    static void forgetSignalled();
+    // A new server has been told nothing yet, and counts its launches anew.
+    static void beginServer();
 
 private:
     friend class Child;

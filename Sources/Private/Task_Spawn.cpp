@@ -60,6 +60,8 @@ void connectFile(const char *path, int to)
 
 [[noreturn]] void runChild(const kiv::ExecPlan &plan, const kiv::ChildSetup &setup)
 {
+    if (setup.begun != nullptr)
+        setup.begun->store(true);
     if (setup.note != nullptr)
     {
         setup.note->write(getpid());

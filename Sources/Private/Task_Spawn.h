@@ -55,7 +55,9 @@ struct ChildSetup
 {
     ChildNote *note = nullptr; // it writes itself down here before all, and ends if `parent` is gone
     pid_t parent = 0;
-    int announce = -1;                      // its process id is written here first
+    std::atomic<bool> *begun =
+        nullptr;       // set at once, in memory of the parent's own: seen only if both share all
+    int announce = -1; // its process id is written here first
     std::atomic<bool> *announced = nullptr; // set behind that, in memory that both share
     bool piped = false;                     // the three below become the standard streams
     int standardStreams[3] = {-1, -1, -1};

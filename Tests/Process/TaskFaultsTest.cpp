@@ -2,6 +2,7 @@
 #include "KIVCS2Base.h"
 #include "KIVCS2TaskServer.h"
 #include "Private/TaskServer_Process.h"
+#include "Private/TaskServer_Wire.h"
 
 #include "OwnProcesses.h"
 #include "TemporaryFolder.h"
@@ -593,23 +594,60 @@ TEST(TaskFaults, TheServerIsKilledAtEveryByte)
         });
 }
 
+// Its end is told, and the server and the others that it has launched go on.
 TEST(TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
 {
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "ThreadSanitizer forks where vfork is asked for, and the server goes on before its child";
-#endif
     inChild(
         []
         {
             EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+            const pid_t server = g_CSTaskServer.m_serverPid;
+            Ended other;
+            KIVCS2Task *task = makeShell("exec sleep 60");
+            EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &other), KIVCS2STATUS_OK);
             int32_t exitCode = 0;
-            faults().childDiesAlone = true;
-            faults().bytes = 0;
-            faults().deathPipe = static_cast<int>(kPidWrite);
-            EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
-            EXPECT_EQ(exitCode, 768);
-            EXPECT_EQ(faults().deathPipe, -1) << "nobody died";
-            faults().childDiesAlone = false;
+            for (int round = 0; round < 2 * kRounds; ++round)
+            {
+                faults().childDiesAlone = true;
+                faults().bytes = 0;
+                faults().deathPipe = static_cast<int>(kPidWrite);
+                EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
+                EXPECT_EQ(exitCode, SIGKILL);
+                EXPECT_EQ(faults().deathPipe, -1) << "nobody died";
+                faults().childDiesAlone = false;
+                EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
+                EXPECT_EQ(exitCode, 768);
+            }
+            EXPECT_EQ(g_CSTaskServer.m_serverPid, server);
+            int32_t result = -1;
+            EXPECT_EQ(kivCS2Task_terminate(task, &result), KIVCS2STATUS_OK);
+            other.gate.acquire();
+            EXPECT_EQ(task->m_exitCode, SIGTERM);
+            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        });
+}
+
+// Stopped, it takes a small request and no large one; both are bounded, and another server launches.
+TEST(TaskFaults, AServerThatDoesNothingIsReplaced)
+{
+    inChild(
+        []
+        {
+            kiv::g_answerTime = 300'000'000;
+            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+            for (const size_t size : {1, 100'000})
+            {
+                const pid_t server = g_CSTaskServer.m_serverPid;
+                ASSERT_EQ(kill(server, SIGSTOP), 0);
+                Ended ended;
+                KIVCS2Task *task = makeShell(("exit 3 #" + std::string(size, 'x')).c_str());
+                EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
+                ended.gate.acquire();
+                EXPECT_EQ(task->m_exitCode, 768);
+                EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+                EXPECT_NE(g_CSTaskServer.m_serverPid, server);
+                EXPECT_TRUE(holdsWithin(10000, [server] { return kill(server, 0) != 0; }));
+            }
         });
 }
 

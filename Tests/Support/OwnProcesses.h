@@ -38,14 +38,19 @@ inline int exitCodeOf(pid_t pid)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
 }
 
-// Runs `body` in a child, whose failed expectations are this process's too.
+// Runs `body` in a child, whose failed expectations are this process's too. It goes with this process, which the
+// runner may end.
 inline void inChild(const std::function<void()> &body)
 {
     fflush(nullptr);
+    const pid_t parent = getpid();
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0)
     {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent)
+            _exit(1);
         body();
         exitWithResult();
     }
