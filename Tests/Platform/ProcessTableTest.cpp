@@ -1,4 +1,5 @@
 // The table of processes: ids, parents and names that try to look like the fields behind them.
+#include <KIVPlatform/KIVPlatform.h>
 #include <sys/sysctl.h>
 
 #include <gtest/gtest.h>
@@ -7,7 +8,9 @@
 #include <csignal>
 #include <cstring>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -78,5 +81,57 @@ TEST(Processes, WhatHasNoRoomIsLeftOut)
     EXPECT_TRUE(sysctl(kTable, 3, room.data(), &size, nullptr, 0) == -1 && errno == ENOMEM);
     EXPECT_EQ(size, sizeof(kinfo_proc));
     EXPECT_TRUE(sysctl(kTable, 3, room.data(), &size, room.data(), 1) == -1 && errno == EPERM);
+}
+
+// The bits of all threads: of a process whose first thread has ended, and of a parent that waits for its vfork.
+TEST(Processes, StandStillWhenAllTheirThreadsDo)
+{
+    const auto become = [](pid_t pid, unsigned states)
+    {
+        for (int wait = 0; wait < 10000 && KIVPThreadStates(pid) != states; ++wait)
+            usleep(1000);
+        EXPECT_EQ(KIVPThreadStates(pid), states);
+    };
+    pid_t child = fork();
+    if (child == 0)
+    {
+        std::thread{[]
+                    {
+                        for (;;)
+                            pause();
+                    }}
+            .detach();
+        syscall(SYS_exit, 0); // of this thread, without unwinding
+    }
+    become(child, KIVP_THREADS_ENDED | KIVP_THREADS_RUN);
+    kill(child, SIGSTOP);
+    become(child, KIVP_THREADS_ENDED | KIVP_THREADS_STOPPED);
+    kill(child, SIGKILL);
+    become(child, KIVP_THREADS_ENDED);
+    waitpid(child, nullptr, 0);
+    EXPECT_EQ(KIVPThreadStates(child), 0u);
+
+#ifndef __SANITIZE_THREAD__ // which makes a fork of it
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    child = fork();
+    if (child == 0)
+    {
+        if (vfork() == 0)
+        {
+            (void)!write(ready[1], "", 1);
+            for (;;)
+                pause();
+        }
+        _exit(0);
+    }
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    become(child, KIVP_THREADS_WAIT);
+    for (const kinfo_proc &entry : table())
+        if (entry.kp_eproc.e_ppid == child)
+            kill(entry.kp_proc.p_pid, SIGKILL);
+    waitpid(child, nullptr, 0);
+#endif
 }
 } // namespace

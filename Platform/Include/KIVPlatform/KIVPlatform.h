@@ -72,6 +72,18 @@ KIVP_EXPORT int KIVPAdoptOrphans(void);
  */
 KIVP_EXPORT int KIVPAboveStandardStreams(int fd);
 
+/** What threads do, as bits. */
+#define KIVP_THREADS_RUN     1u /**< run, could, or sleep until something comes */
+#define KIVP_THREADS_STOPPED 2u /**< stopped by a signal or a debugger */
+#define KIVP_THREADS_WAIT    4u /**< wait in the kernel for what comes by itself, as the parent of a vfork */
+#define KIVP_THREADS_ENDED   8u /**< have ended, and are still listed */
+
+/**
+ * What the threads of a process do; the bits of all of them. 0 if there is no such process, or if /proc cannot be read.
+ * Any thread.
+ */
+KIVP_EXPORT unsigned int KIVPThreadStates(pid_t pid);
+
 /** pipe2(2) with both ends closed on exec and above the standard streams, also where those are closed. */
 KIVP_EXPORT int KIVPPipe(int ends[2]);
 

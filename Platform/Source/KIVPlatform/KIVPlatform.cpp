@@ -1,6 +1,8 @@
 // What Linux needs beyond the documented calls.
 #include <KIVPlatform/KIVPlatform.h>
 
+#include "System/ProcessTable.h"
+
 #include <cerrno>
 #include <cinttypes>
 #include <csignal>
@@ -143,4 +145,9 @@ int KIVPPipe(int ends[2])
         close(readEnd);
     errno = moveError;
     return -1;
+}
+
+unsigned int KIVPThreadStates(pid_t pid)
+{
+    return kiv::system::threadStates(pid);
 }

@@ -1,12 +1,14 @@
 // The table of processes, from /proc.
 #include "System/ProcessTable.h"
 
+#include <KIVPlatform/KIVPlatform.h>
 #include <sys/sysctl.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
@@ -85,27 +87,53 @@ bool parse(std::string_view line, kinfo_proc &process) noexcept
     }
 }
 
-// False where the process is gone, or its line is not what it should be.
-bool readProcess(int proc, const char *pid, kinfo_proc &process) noexcept
+using StatLine = std::array<char, kStatSize>;
+
+// The stat file of the process or thread `id` in `folder`, stored in `line`; empty if it is gone.
+std::string_view readStat(int folder, const char *id, StatLine &line) noexcept
 {
     std::array<char, 32> path{};
-    const std::string_view name{pid};
+    const std::string_view name{id};
     if (name.size() + sizeof "/stat" > path.size())
-        return false;
+        return {};
     std::memcpy(path.data(), name.data(), name.size());
     std::memcpy(path.data() + name.size(), "/stat", sizeof "/stat");
 
-    const int file = openat(proc, path.data(), O_RDONLY | O_CLOEXEC);
+    const int file = openat(folder, path.data(), O_RDONLY | O_CLOEXEC);
     if (file < 0)
-        return false;
-    std::array<char, kStatSize> line;
+        return {};
     ssize_t size;
     do
         size = read(file, line.data(), line.size());
     while (size < 0 && errno == EINTR);
     close(file);
+    return {line.data(), size > 0 ? static_cast<size_t>(size) : 0};
+}
+
+// False where the process is gone, or its line is not what it should be.
+bool readProcess(int proc, const char *pid, kinfo_proc &process) noexcept
+{
+    StatLine line;
     process = {};
-    return size > 0 && parse({line.data(), static_cast<size_t>(size)}, process);
+    return parse(readStat(proc, pid, line), process);
+}
+
+unsigned threadStateOf(std::string_view line) noexcept
+{
+    const size_t close = line.rfind(')');
+    switch (close != std::string_view::npos && close + 2 < line.size() ? line[close + 2] : 'X')
+    {
+    case 'T':
+    case 't':
+        return KIVP_THREADS_STOPPED;
+    case 'D':
+        return KIVP_THREADS_WAIT;
+    case 'Z':
+    case 'X':
+        return KIVP_THREADS_ENDED;
+    default:
+        return KIVP_THREADS_RUN;
+    }
 }
 
 struct CloseFolder
@@ -116,6 +144,21 @@ struct CloseFolder
     }
 };
 } // namespace
+
+unsigned kiv::system::threadStates(pid_t pid)
+{
+    std::array<char, 32> path{};
+    (void)std::snprintf(path.data(), path.size(), "/proc/%d/task", static_cast<int>(pid));
+    const std::unique_ptr<DIR, CloseFolder> folder{opendir(path.data())};
+    unsigned states = 0;
+    while (const dirent *entry = folder ? readdir(folder.get()) : nullptr)
+    {
+        StatLine line;
+        if (entry->d_name[0] != '.')
+            states |= threadStateOf(readStat(dirfd(folder.get()), entry->d_name, line));
+    }
+    return states;
+}
 
 int kiv::system::processTable(void *entries, size_t &size)
 {
