@@ -304,7 +304,7 @@ KIVCS2Status kiv::beginAsync(KIVCS2Task &task, KIVCS2TaskFunc callback, void *co
 void kiv::stopIfFreed(KIVCS2Task &task)
 {
     const pid_t pid = taskWord(task.m_pid).load();
-    if (pid <= 0)
+    if (pid <= 1)
         return;
     switch (taskWord(task.m_stop).exchange(KIVCS2TaskFreeMode_Refuse))
     {
@@ -312,8 +312,8 @@ void kiv::stopIfFreed(KIVCS2Task &task)
         (void)signalProcess(pid, SIGINT);
         break;
     case KIVCS2TaskFreeMode_TerminateTree:
-        ProcessTable{}.signalDescendants(pid, SIGTERM);
-        [[fallthrough]];
+        ChildTable::terminateTree(pid, true);
+        break;
     case KIVCS2TaskFreeMode_Terminate:
         (void)signalProcess(pid, SIGTERM);
         break;
@@ -526,6 +526,8 @@ KIVCS2Status kivCS2Task_killAllChildProcesses(KIVCS2Task *_task)
 
     if (!isRunning(*_task))
         return KIVCS2STATUS_TASK_NOT_RUNNING_ERR;
-    kiv::ProcessTable{}.signalDescendants(taskWord(_task->m_pid).load(), SIGTERM);
+    if (const pid_t pid = taskWord(_task->m_pid).load();
+        pid > 1) // a task is never process 1, and its host may be
+        kiv::ChildTable::terminateTree(pid, false);
     return KIVCS2STATUS_OK;
 }

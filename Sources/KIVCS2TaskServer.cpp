@@ -20,6 +20,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <utility>
 
 constinit KIVCS2TaskServer g_CSTaskServer{};
@@ -30,6 +31,8 @@ constexpr int kIdlePeriod = 1000;               // milliseconds
 constexpr int kAnswerPeriod = 10;               // milliseconds between two looks for a child that has ended
 constexpr uint64_t kNsPerMillisecond = 1000000; // of absolute time as well
 constexpr uint64_t kSpin = kNsPerMillisecond / 10;
+constexpr uint64_t kPartingTime = 2000 * kNsPerMillisecond;
+constexpr pid_t kFirstProcess = 1;
 constexpr int32_t kLostExitCode = -1; // neither an exit nor a signal
 
 class ServerLock
@@ -146,7 +149,8 @@ void closeServerPipes()
 void markTasksLost()
 {
     for (KIVCS2LinkElem *link = g_CSTaskServer.m_tasks.m_next; link != nullptr; link = link->m_next)
-        taskOf(link).m_lost = 1;
+        if (std::exchange(taskOf(link).m_lost, 1) == 0)
+            kiv::ChildTable::note(taskOf(link).m_pid);
 }
 
 [[nodiscard]] bool serverLives()
@@ -251,7 +255,6 @@ void endStuckServer()
     kiv::retainTask(task);
     kivCS2LinkList_appendElem(&g_CSTaskServer.m_tasks, &task.m_link);
     kiv::taskWord(task.m_pid).store(pid);
-    kiv::stopIfFreed(task);
     return Answer::launched;
 }
 
@@ -394,6 +397,38 @@ void loseEverything()
         kiv::ChildTable::expectReports(true);
     return runs;
 }
+
+// What a launch does with the mutex held.
+[[nodiscard]] KIVCS2Status launchLocked(KIVCS2Task &task, KIVCS2TaskFunc callback, void *context)
+{
+    const ServerLock lock;
+    if (!hasItsPipes() || !startReadback())
+        return KIVCS2STATUS_TASK_SERVER_ERR;
+    KIV_TRY(ensureServer());
+    if (kiv::taskWord(task.m_state).load() != KIVCS2TaskState_Created)
+        return KIVCS2STATUS_STATE_ERR;
+    KIV_TRY(kivCS2TaskPrv_checkLaunchable(&task));
+    kiv::ExecMessage message;
+    KIV_TRY(message.make(task));
+    KIV_TRY(kiv::beginAsync(task, callback, context));
+    return launch(task, message);
+}
+
+// With process 1 the kernel ends all others at once: they have two seconds to end well.
+void waitForAllBelow()
+{
+    const uint64_t end = mach_absolute_time() + kPartingTime;
+    for (;;)
+    {
+        kiv::ProcessTree tree{g_CSTaskServer.m_serverPid};
+        tree.addRoot(getpid(), false);
+        (void)tree.look();
+        if (!tree.hasLiving(g_CSTaskServer.m_serverPid) || mach_absolute_time() >= end)
+            return;
+        const timespec period{0, kAnswerPeriod * static_cast<long>(kNsPerMillisecond)};
+        (void)nanosleep(&period, nullptr); // a signal only makes it shorter
+    }
+}
 } // namespace
 
 void *kivCS2TaskServerPrv_readbackThread(void *)
@@ -421,8 +456,10 @@ void *kivCS2TaskServerPrv_readbackThread(void *)
 
 void kivCS2TaskServerPrv_infanticide()
 {
-    kiv::ChildTable::tellSignalled(true);
+    kiv::ChildTable::beginSignalling(true);
     (void)kivCS2TaskServer_killAllChildProcesses(getpid()); // always succeeds
+    if (getpid() == kFirstProcess)
+        waitForAllBelow();
 }
 
 // ---- Operations ----
@@ -469,20 +506,9 @@ KIVCS2Status kivCS2TaskServer_exec(KIVCS2Task *task, KIVCS2TaskFunc callback, vo
         return KIVCS2STATUS_TASK_SERVER_ERR;
     if (isReadbackThread())
         return KIVCS2STATUS_MUTEX_ERR; // a callback holds it
-    const ServerLock lock;
-    if (!hasItsPipes() || !startReadback())
-        return KIVCS2STATUS_TASK_SERVER_ERR;
-    KIV_TRY(ensureServer());
-    if (kiv::taskWord(task->m_state).load() != KIVCS2TaskState_Created)
-        return KIVCS2STATUS_STATE_ERR;
-    KIV_TRY(kivCS2TaskPrv_checkLaunchable(task));
-    kiv::ExecMessage message;
-    KIV_TRY(message.make(*task));
-
-    kiv::retainTask(*task); // another thread may free it meanwhile
-    KIVCS2Status status = kiv::beginAsync(*task, callback, context);
-    if (KIVCS2_SUCCEEDED(status))
-        status = launch(*task, message);
+    kiv::retainTask(*task);            // another thread may free it meanwhile
+    const KIVCS2Status status = launchLocked(*task, callback, context);
+    kiv::stopIfFreed(*task); // without the mutex: to stop a child may hold up the server that launches it
     kiv::releaseTask(*task);
     return status;
 }
@@ -507,8 +533,10 @@ KIVCS2Status kivCS2TaskServer_tasksRunning(uint32_t *tasks)
 KIVCS2Status kivCS2TaskServer_killAllChildProcesses(pid_t parent)
 {
     // The server is one of the host's, and does not signal once more what is signalled with it.
-    if (parent == getpid() && !kiv::ChildTable::hostLeaves())
-        kiv::ChildTable::tellSignalled(false);
-    kiv::ProcessTable{}.signalDescendants(parent, SIGTERM);
+    if (parent == getpid())
+        kiv::ChildTable::beginSignalling(false);
+    kiv::ChildTable::terminateTree(parent, false);
+    if (parent == getpid())
+        kiv::ChildTable::endSignalling();
     return KIVCS2STATUS_OK;
 }

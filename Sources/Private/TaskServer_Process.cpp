@@ -21,14 +21,18 @@
 #include <cstring>
 #include <ctime>
 #include <new>
+#include <utility>
 
 namespace
 {
 // All that is launched has this long for its SIGTERM; then it is killed.
-constexpr int kGrace = 750;       // milliseconds
-constexpr int kKillingTime = 500; // milliseconds to see the killed ones go
-constexpr int kLookPeriod = 10;   // milliseconds
-constexpr int kPartingTime = 300; // milliseconds at most between the end of a host's pipe and its own
+constexpr uint64_t kGrace = 10000; // milliseconds; a recorder closes its file
+constexpr uint64_t kGraceAfterDeath =
+    750; // milliseconds; what is fed by a host that died has nothing to wait for
+constexpr uint64_t kKillingTime = 500; // milliseconds to see the killed ones go
+constexpr int kLookPeriod = 10;        // milliseconds
+constexpr int kSlowLookPeriod = 50;    // milliseconds, of a long wait
+constexpr int kPartingTime = 300;      // milliseconds at most between the end of a host's pipe and its own
 constexpr int kTellingTime =
     5000; // milliseconds for a forked child to tell its id; less than the host waits for it
 constexpr uint64_t kNsPerMillisecond = 1000000;
@@ -110,6 +114,12 @@ void shareAnnouncement()
         g_announced = new (memory) std::atomic<bool>{false};
 }
 
+void wait(int milliseconds)
+{
+    const timespec period{0, milliseconds * 1000000L};
+    (void)nanosleep(&period, nullptr); // a signal only makes it shorter
+}
+
 constinit uint32_t g_launches = 0; // that this server has read
 
 // Whether the child has ended, at once or after a wait; it is left to be reaped. No child of that id counts as ended:
@@ -137,8 +147,7 @@ void waitForAForkedChild(pid_t child)
             (void)hasEnded(child, 0);
             return;
         }
-        const timespec period{0, 1000000};
-        (void)nanosleep(&period, nullptr);
+        wait(1);
     }
 }
 
@@ -166,57 +175,99 @@ void buryChildren()
         }
 }
 
-void waitALittle()
+// Signals what is below the server (`own`), and what the host has launched itself (`shared`).
+void sweep(int signal, bool own, bool shared)
 {
-    const timespec period{0, kLookPeriod * 1000000L};
-    (void)nanosleep(&period, nullptr); // a signal only makes it shorter
+    kiv::ProcessTree tree{getpid()};
+    if (own)
+        tree.addRoot(getpid(), false);
+    if (shared)
+        kiv::ChildTable::addShared(tree);
+    tree.stopAndLook();
+    kiv::ChildTable::note(tree);
+    tree.signal(signal);
 }
 
-// Signals everything until nothing is left or the time is over; true when nothing is left. Whoever is made
-// meanwhile, or loses its parent, becomes the server's child and is met in the next round. What the host has
-// launched itself is met once the host is gone.
-[[nodiscard]] bool clear(int signal, int milliseconds)
+// Whether anything is left of that. What it makes meanwhile is noted before its parent can be gone.
+[[nodiscard]] bool sharedAreLeft()
 {
-    int sharedSignal = signal;
-    for (int left = milliseconds; left > 0; left -= kLookPeriod)
+    kiv::ProcessTree tree{getpid()};
+    kiv::ChildTable::addShared(tree);
+    if (tree.size() == 0)
+        return false;
+    (void)tree.look();
+    kiv::ChildTable::note(tree);
+    return tree.hasLiving(0);
+}
+
+// The time between SIGTERM and SIGKILL, in milliseconds. A host that died has not begun to end in order.
+[[nodiscard]] uint64_t graceNow()
+{
+    return kiv::isOrphaned() && !kiv::ChildTable::hostHasLeft() ? kGraceAfterDeath : kGrace;
+}
+
+[[nodiscard]] uint64_t killingTime()
+{
+    return kKillingTime;
+}
+
+// Signals everything until nothing is left or the time is over; true when nothing is left. SIGTERM comes once, as a
+// second one could cut short what the first one began, and not to those that are `told` already. Who is made meanwhile,
+// or loses its parent, becomes the server's child. What the host has launched itself is met once the host is gone.
+[[nodiscard]] bool clear(int signal, bool told, uint64_t (*time)())
+{
+    const uint64_t begin = mach_absolute_time();
+    bool ownAreTold = told;
+    bool sharedAreTold = told;
+    for (;;)
     {
-        bool shared = false;
-        if (kiv::isOrphaned())
-        {
-            shared = kiv::ChildTable::signalShared(sharedSignal);
-            sharedSignal = signal == SIGKILL ? signal : 0;
-        }
-        if (signal != 0)
-            kiv::ProcessTable{}.signalDescendants(getpid(), signal);
-        if (signal != SIGKILL)
-            signal = 0; // a second SIGTERM could cut short what the first one began
+        const bool orphaned = kiv::isOrphaned();
+        const bool own = signal == SIGKILL || !ownAreTold;
+        const bool shared = orphaned && (signal == SIGKILL || !sharedAreTold);
+        if (own || shared)
+            sweep(signal, own, shared);
+        ownAreTold = true;
+        sharedAreTold = sharedAreTold || orphaned;
         buryChildren();
-        if (!shared && !hasChildren())
+        const bool left = orphaned && sharedAreLeft();
+        if (!left && !hasChildren())
             return true;
-        waitALittle();
+        const uint64_t elapsed = (mach_absolute_time() - begin) / kNsPerMillisecond;
+        if (elapsed >= time())
+            return false;
+        wait(elapsed < kGraceAfterDeath ? kLookPeriod : kSlowLookPeriod);
     }
-    return false;
 }
 
 void clearAll()
 {
     // Where the host has signalled them, they have begun to end.
-    if (!clear(kiv::ChildTable::allAreSignalled() ? 0 : SIGTERM, kGrace))
-        (void)clear(SIGKILL, kKillingTime);
+    while (kiv::ChildTable::isSignalling() && !kiv::isOrphaned())
+        wait(kLookPeriod);
+    if (!clear(SIGTERM, kiv::ChildTable::allAreSignalled(), graceNow))
+        (void)clear(SIGKILL, false, killingTime);
+}
+
+// The host must not wait for an answer to a request that nobody reads.
+void closeRequests()
+{
+    for (const uint32_t index : {kRequestRead, kPidWrite})
+        close(std::exchange(g_CSTaskServer.m_descriptors[index], -1));
 }
 
 // The host is gone, or has told the server to end: nothing that was launched may stay.
 void takeAllAlong()
 {
+    closeRequests();
     // A host's pipes are closed a moment before it is gone. One that stays, having closed them itself or told the
     // server to end, keeps the children that it has launched directly.
     for (int left = kPartingTime; !kiv::isOrphaned() && !kiv::isToldToEnd() && left > 0; left -= kLookPeriod)
-        waitALittle();
+        wait(kLookPeriod);
     const bool wasOrphaned = kiv::isOrphaned();
     clearAll();
     // At the host's exit the server is told first; what else the host does then may take any time.
     while (kiv::ChildTable::hostLeaves() && !kiv::isOrphaned())
-        waitALittle();
+        wait(kLookPeriod);
     if (!wasOrphaned && kiv::isOrphaned())
         clearAll();
 }
@@ -354,6 +405,7 @@ KIVCS2Status kivCS2TaskServerPrv_childProcess()
     (void)KIVPAdoptOrphans(); // without it, what loses its parent stays behind at the end
     (void)KIVPSetThreadName("kivcs2-tasks");
     shareAnnouncement();
+    kiv::ChildTable::actForHost();
     setUpSignals();
 
     const KIVCS2Status status = serve();
@@ -376,7 +428,10 @@ KIVCS2Status kivCS2TaskServerPrv_createServer()
     if (pid == 0)
         std::_Exit(static_cast<int>(kivCS2TaskServerPrv_childProcess()));
     if (pid > 0)
+    {
         std::atomic_ref{server.m_serverPid}.store(pid);
+        kiv::ChildTable::serverIs(pid);
+    }
     (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return pid > 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_FORK_ERR;
 }

@@ -8,9 +8,11 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <new>
 
 namespace
@@ -21,16 +23,20 @@ constexpr uint32_t kIdleSeconds = 2;
 enum class Told : uint32_t
 {
     nothing,
-    signalled, // every descendant has been, the server too
-    leaving,   // and the host is on its way out
+    signalling, // every descendant, the server too
+    signalled,
+    leaving, // the same, while the host is on its way out
+    left,
 };
 struct Shared
 {
-    std::array<kiv::ChildNote, 1024> slots; // more than that at once are not taken along
+    std::array<kiv::ChildNote, 1024> slots;  // more than that at once are not taken along
+    std::array<kiv::ChildNote, 4096> others; // what was found below them, or has lost its server
     std::atomic<Told> told;
     std::atomic<uint64_t> silentEnd; // number of the launch in the upper half, id of its child in the lower
 };
 constexpr uint32_t kNoSlot = ~uint32_t{0};
+constexpr int32_t kTaken = -1;                    // a note that is being written
 constexpr uint64_t kStartResolution = 10'000'000; // of the process table, nanoseconds
 
 // Held from before a child is made until it is in the table, so that no report can come too early.
@@ -41,6 +47,8 @@ constinit bool g_reportsCome = false;
 constinit uint32_t g_idleSeconds = 0;
 constinit Shared *g_shared = nullptr;
 constinit uint32_t g_launches = 0; // asked of this server, under the server's mutex
+constinit pid_t g_noter = 0;       // the host, in its copy the server
+constinit std::atomic<pid_t> g_server{0};
 constinit pid_t g_host = 0; // whose server reads them. A process that it has forked launches for itself
 
 class Lock
@@ -67,6 +75,40 @@ public:
         if (std::atomic_ref{g_shared->slots[index].pid}.load() == 0)
             return index;
     return kNoSlot;
+}
+
+[[nodiscard]] bool isTold(Told told)
+{
+    return g_shared != nullptr && g_shared->told.load() == told;
+}
+
+// A process that was started later is another one of the same id.
+[[nodiscard]] uint64_t latestStart(kiv::ChildNote &noted)
+{
+    return std::atomic_ref{noted.startedBefore}.load() + kStartResolution;
+}
+
+// The process that was noted, in a tree that has looked for it.
+[[nodiscard]] size_t find(kiv::ProcessTree &tree, kiv::ChildNote &noted)
+{
+    const pid_t pid = std::atomic_ref{noted.pid}.load();
+    const size_t index = pid > 0 ? tree.find(pid) : kiv::TreeProcess::kNone;
+    return index != kiv::TreeProcess::kNone && tree[index].start <= latestStart(noted)
+               ? index
+               : kiv::TreeProcess::kNone;
+}
+
+// Those that have ended leave room for others.
+void clearNotes()
+{
+    const kiv::ProcessTable table;
+    for (kiv::ChildNote &other : g_shared->others)
+    {
+        pid_t pid = std::atomic_ref{other.pid}.load();
+        const uint64_t start = pid > 0 ? table.startOf(pid) : 0;
+        if (pid > 0 && (start == 0 || start > latestStart(other)))
+            std::atomic_ref{other.pid}.compare_exchange_strong(pid, 0);
+    }
 }
 
 void leaveSlot(uint32_t index)
@@ -144,6 +186,7 @@ void kiv::ChildTable::share()
 {
     const Lock lock;
     g_host = getpid();
+    g_noter = g_host;
     void *memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory != MAP_FAILED) // without it the children outlive a host that is killed
         g_shared = new (memory) Shared{};
@@ -178,46 +221,117 @@ void kiv::ChildTable::tick()
         pthread_cond_broadcast(&g_reported);
 }
 
-bool kiv::ChildTable::signalShared(int signal)
+// ---- What must not outlive the host ----
+
+// No lock in these: a server was forked while another thread held it.
+void kiv::ChildTable::note(pid_t pid)
 {
-    // No lock: the host's threads are not here, and one may have held it at the fork.
-    bool any = false;
-    if (g_shared == nullptr)
-        return any;
-    for (ChildNote &slot : g_shared->slots)
-        any = any || std::atomic_ref{slot.pid}.load() != 0;
-    if (!any)
-        return any;
-    any = false;
-    ProcessTable table;
-    for (ChildNote &slot : g_shared->slots)
+    if (g_shared == nullptr || getpid() != g_noter)
+        return;
+    for (bool cleared : {false, true})
     {
-        const pid_t pid = std::atomic_ref{slot.pid}.load();
-        const uint64_t start = pid != 0 ? table.startOf(pid) : 0;
-        if (start == 0 || start > slot.startedBefore + kStartResolution)
-            continue;
-        any = true;
-        table.signalDescendants(pid, signal);
-        (void)signalProcess(pid, signal);
+        for (ChildNote &other : g_shared->others)
+            if (int32_t none = 0; std::atomic_ref{other.pid}.compare_exchange_strong(none, kTaken))
+            {
+                other.write(pid);
+                return;
+            }
+        if (!cleared)
+            clearNotes();
     }
-    return any;
 }
 
-void kiv::ChildTable::tellSignalled(bool leaves)
+void kiv::ChildTable::note(ProcessTree &tree)
 {
-    if (g_shared != nullptr && getpid() == g_host)
-        g_shared->told.store(leaves ? Told::leaving : Told::signalled);
+    if (g_shared == nullptr || getpid() != g_noter)
+        return;
+    const auto mark = [&tree](ChildNote &noted)
+    {
+        const size_t index = find(tree, noted);
+        if (index != TreeProcess::kNone)
+            tree[index].isNoted = true;
+    };
+    std::for_each(g_shared->slots.begin(), g_shared->slots.end(), mark);
+    std::for_each(g_shared->others.begin(), g_shared->others.end(), mark);
+    for (size_t index = 0; index < tree.size(); ++index)
+    {
+        TreeProcess &process = tree[index];
+        if (process.isNoted || process.hasEnded || process.parent == TreeProcess::kNone ||
+            !tree[process.parent].isNoted)
+            continue;
+        process.isNoted = true;
+        note(process.pid);
+    }
+}
+
+void kiv::ChildTable::actForHost()
+{
+    g_noter = getpid();
+}
+
+void kiv::ChildTable::addShared(ProcessTree &tree)
+{
+    if (g_shared == nullptr)
+        return;
+    const auto add = [&tree](ChildNote &noted)
+    {
+        if (const pid_t pid = std::atomic_ref{noted.pid}.load(); pid > 0)
+            tree.addRoot(pid, true, latestStart(noted));
+    };
+    std::for_each(g_shared->slots.begin(), g_shared->slots.end(), add);
+    std::for_each(g_shared->others.begin(), g_shared->others.end(), add);
+}
+
+void kiv::ChildTable::serverIs(pid_t server)
+{
+    g_server.store(server);
+}
+
+void kiv::ChildTable::terminateTree(pid_t root, bool itself)
+{
+    // A fork of the host has the host's variables, and no server.
+    ProcessTree tree{getpid() == g_host ? g_server.load() : 0};
+    tree.addRoot(root, itself);
+    if (hostLeaves() && getpid() == g_host)
+        addShared(tree); // what has lost its parent is no descendant any more
+    tree.stopAndLook();
+    note(tree);
+    tree.signal(SIGTERM);
+}
+
+void kiv::ChildTable::beginSignalling(bool leaves)
+{
+    if (g_shared != nullptr && getpid() == g_host && !hostLeaves())
+        g_shared->told.store(leaves ? Told::leaving : Told::signalling);
+}
+
+void kiv::ChildTable::endSignalling()
+{
+    if (g_shared != nullptr && getpid() == g_host && isSignalling())
+        g_shared->told.store(hostLeaves() ? Told::left : Told::signalled);
+}
+
+bool kiv::ChildTable::isSignalling()
+{
+    return isTold(Told::signalling) || isTold(Told::leaving);
 }
 
 bool kiv::ChildTable::allAreSignalled()
 {
-    return g_shared != nullptr && g_shared->told.load() != Told::nothing;
+    return isTold(Told::signalled) || isTold(Told::left);
 }
 
 bool kiv::ChildTable::hostLeaves()
 {
-    return g_shared != nullptr && g_shared->told.load() == Told::leaving;
+    return isTold(Told::leaving) || isTold(Told::left);
 }
+
+bool kiv::ChildTable::hostHasLeft()
+{
+    return isTold(Told::left);
+}
+
+// ---- Launches through the server ----
 
 uint32_t kiv::ChildTable::beginLaunch()
 {

@@ -9,6 +9,8 @@
 
 namespace kiv
 {
+class ProcessTree;
+
 // A child of this process: started, signalled by others through its id, waited for. On the launch's stack.
 class Child
 {
@@ -46,9 +48,21 @@ public:
     static bool deliver(pid_t pid, int status);
     // A second has passed, and nothing is left to be reported.
     static void tick();
-    // In the task server, when the host is gone: signals its children and their descendants. Returns
-    // whether there are any.
-    static bool signalShared(int signal);
+
+    // Process ids that the task server finds when the host is gone, beside the children that launches wait for:
+    // what was below those, and tasks whose server has ended.
+    static void note(ProcessTree &tree);
+    static void note(pid_t pid);
+    // In the task server: from now on this process may note, for the host.
+    static void actForHost();
+    // Adds the host's children and what was noted.
+    static void addShared(ProcessTree &tree);
+
+    // The task server's id, 0 for none: it is never stopped.
+    static void serverIs(pid_t server);
+    // SIGTERM to all that is below `root`, the deepest first, and with `itself` to that process at last. Hold no mutex
+    // that a launch needs.
+    static void terminateTree(pid_t root, bool itself);
 
     // The host asks its server for a process; the server's counts the same launches from 1 on.
     [[nodiscard]] static uint32_t beginLaunch();
@@ -57,11 +71,15 @@ public:
     // That child, or 0. Whatever it has told is in the pipe by then.
     [[nodiscard]] static pid_t silentEnd(uint32_t launch);
 
-    // The host has signalled all its descendants, the server among them; `leaves` for good.
-    static void tellSignalled(bool leaves);
-    // In the task server: whether it has, and whether it is on its way out.
+    // The host signals all its descendants, the server among them; `leaves` for good.
+    static void beginSignalling(bool leaves);
+    static void endSignalling();
+    // In the task server: whether it does, whether it has, whether it is on its way out, and whether it has signalled
+    // them on that way.
+    [[nodiscard]] static bool isSignalling();
     [[nodiscard]] static bool allAreSignalled();
     [[nodiscard]] static bool hostLeaves();
+    [[nodiscard]] static bool hostHasLeft();
     // A new server has been told nothing yet, and counts its launches anew.
     static void beginServer();
 

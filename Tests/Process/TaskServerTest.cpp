@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <mutex>
 #include <semaphore>
 #include <string>
 #include <sys/resource.h>
@@ -25,7 +26,7 @@ using Gate = std::counting_semaphore<>;
 #ifdef __SANITIZE_THREAD__
 constexpr int kLaunches = 1000; // ThreadSanitizer copies the process at each
 #else
-constexpr int kLaunches = 10000;
+constexpr int kLaunches = 5000;
 #endif
 constexpr const char *kServerName = "kivcs2-tasks";
 
@@ -34,6 +35,11 @@ KIVCS2Task *makeShell(const std::string &script)
     const char *arguments[] = {"-c", script.c_str(), nullptr};
     KIVCS2Task *task = nullptr;
     EXPECT_EQ(kivCS2Task_create(&task, "/bin/sh", arguments), KIVCS2STATUS_OK);
+    // A host that ends with tasks has leaked none of them.
+    static auto &made = *new std::vector<KIVCS2Task *>;
+    static std::mutex mutex;
+    const std::lock_guard lock{mutex};
+    made.push_back(task);
     return task;
 }
 
@@ -330,6 +336,18 @@ void startFamily()
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 7; })) << countOf("sleep");
 }
 
+// The server of the first one is gone before the host is.
+void startBesideTwoServers()
+{
+    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2TaskServer_exec(makeShell("trap '' TERM; sleep 608; :"), nullptr, nullptr),
+              KIVCS2STATUS_OK);
+    EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 1; }));
+    kill(serverPid(), SIGKILL);
+    EXPECT_EQ(kivCS2TaskServer_exec(makeShell("exec sleep 609"), nullptr, nullptr), KIVCS2STATUS_OK);
+    EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 2; }));
+}
+
 enum class End
 {
     killed,
@@ -339,17 +357,19 @@ enum class End
     leftAtOnce,
 };
 
-void hostDies(End end, bool underSubreaper)
+// Nothing of what `start` launches is left when the host has ended so.
+void hostDies(End end, bool underSubreaper, void (*start)() = startFamily)
 {
+    SCOPED_TRACE(static_cast<int>(end));
     if (underSubreaper)
         prctl(PR_SET_CHILD_SUBREAPER, 1);
     const pid_t host = fork();
     if (host == 0)
     {
         signal(SIGABRT, SIG_DFL);
-        if (end == End::exitedSlowly) // still here when the server has ended what it launched
-            (void)std::atexit([] { (void)holdsWithin(10000, [] { return countOf("sleep") == 1; }); });
-        startFamily();
+        if (end == End::exitedSlowly) // still here when all that ends by itself has ended
+            (void)std::atexit([] { (void)holdsWithin(10000, [] { return countOf("sleep") == 2; }); });
+        start();
         switch (end)
         {
         case End::killed:
@@ -372,50 +392,204 @@ void hostDies(End end, bool underSubreaper)
     }
     (void)exitCodeOf(host);
     // About two seconds; what more is given here is for a loaded machine.
-    EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 0 && countOf(kServerName) == 0; }))
-        << countOf("sleep") << " children left";
+    const int most = end == End::killed || end == End::aborted || end == End::leftAtOnce ? 10000 : 20000;
+    const auto isGone = []
+    {
+        return countOf("sleep") + countOf("sh") + countOf(kServerName) == 0;
+    };
+    EXPECT_TRUE(holdsWithin(most, isGone)) << countOf("sleep") << " and " << countOf("sh") << " shells left";
 }
 
 TEST(TaskServer, NothingOutlivesTheHost)
 {
+    std::vector<std::function<void()>> bodies;
     for (const End end : {End::killed, End::aborted, End::exited, End::exitedSlowly, End::leftAtOnce})
+        bodies.emplace_back([end] { hostDies(end, false); });
+    bodies.emplace_back([] { hostDies(End::killed, false, startBesideTwoServers); });
+    IN_OWN_PROCESSES(bodies);
+}
+
+// Shells that are always about to start the next command, with and without one in the background.
+void startLoops(bool throughServer)
+{
+    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    for (int loop = 0; loop < 4; ++loop)
     {
-        SCOPED_TRACE(static_cast<int>(end));
-        const auto body = [end]
-        {
-            hostDies(end, false);
-        };
-        IN_OWN_PROCESSES(body);
+        KIVCS2Task *task =
+            makeShell(loop < 3 ? "while :; do sleep 100 & sleep 0.01; done" : "while :; do sleep 0.01; done");
+        EXPECT_EQ(throughServer ? kivCS2TaskServer_exec(task, nullptr, nullptr)
+                                : kivCS2Task_launchAsync(task, nullptr, nullptr),
+                  KIVCS2STATUS_OK);
     }
+    EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") > 100; })) << countOf("sleep");
+}
+
+TEST(TaskServer, NothingThatForksInALoopOutlivesTheHost)
+{
+    for (const End end : {End::killed, End::exited})
+    {
+        std::vector<std::function<void()>> bodies;
+        bodies.emplace_back([end] { hostDies(end, false, [] { startLoops(false); }); });
+        bodies.emplace_back([end] { hostDies(end, false, [] { startLoops(true); }); });
+        IN_OWN_PROCESSES(bodies);
+    }
+}
+
+// While the host lives: free in the mode for it, each operation that kills descendants, and the host as process 1.
+TEST(TaskServer, NothingThatForksInALoopOutlivesItsKill)
+{
+    const auto isGone = []
+    {
+        return holdsWithin(10000, [] { return countOf("sleep") + countOf("sh") == 0; });
+    };
+    const auto host = [isGone]
+    {
+        EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+        for (const bool throughServer : {false, true})
+        {
+            KIVCS2Task *task = makeShell("while :; do sleep 100 & sleep 0.01; done");
+            ASSERT_EQ(throughServer ? kivCS2TaskServer_exec(task, nullptr, nullptr)
+                                    : kivCS2Task_launchAsync(task, nullptr, nullptr),
+                      KIVCS2STATUS_OK);
+            EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") > 20; }));
+            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_TerminateTree), KIVCS2STATUS_OK);
+            EXPECT_TRUE(isGone()) << throughServer;
+        }
+        for (const bool throughServer : {false, true})
+        {
+            startLoops(throughServer);
+            EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(getpid()), KIVCS2STATUS_OK);
+            EXPECT_TRUE(isGone()) << throughServer;
+        }
+    };
+    const auto child = [host]
+    {
+        inChild(host);
+    };
+    IN_OWN_PROCESSES((std::vector<std::function<void()>>{host, child}));
+}
+
+// A group whose last tie to its session ends gets SIGHUP if one of it is stopped: the handler runs before that. What
+// somebody else has stopped stays so, and whoever kills its own siblings leaves none stopped.
+TEST(TaskServer, AKilledTreeIsContinuedAsItWas)
+{
+    const auto host = []
+    {
+        setsid();
+        int up[2];
+        ASSERT_EQ(pipe(up), 0);
+        const pid_t parent = fork();
+        if (parent == 0)
+        {
+            if (fork() == 0)
+            {
+                setpgid(0, 0);
+                signal(SIGTERM, [](int) { _exit(write(STDOUT_FILENO, "told\n", 5) == 5 ? 0 : 1); });
+                dup2(up[1], STDOUT_FILENO);
+                (void)!write(STDOUT_FILENO, "up\n", 3);
+            }
+            close(up[1]);
+            for (;;)
+                ::pause();
+        }
+        const auto stateOf = [](pid_t pid)
+        {
+            for (const Process &process : processes())
+                if (process.pid == pid)
+                    return process.state;
+            return '-';
+        };
+        const pid_t stopped = fork();
+        if (stopped == 0)
+            execl("/bin/sleep", "sleep", "60", nullptr);
+        close(up[1]);
+        char text[8] = {};
+        EXPECT_EQ(read(up[0], text, 3), 3);
+        kill(stopped, SIGSTOP);
+        EXPECT_TRUE(holdsWithin(10000, [=] { return stateOf(stopped) == 'T'; }));
+        const pid_t killer = fork();
+        if (killer == 0)
+        {
+            (void)kivCS2TaskServer_killAllChildProcesses(getppid());
+            _exit(0); // SIGTERM has come before
+        }
+        EXPECT_EQ(exitCodeOf(killer), 1000 + SIGTERM);
+        EXPECT_EQ(exitCodeOf(parent), 1000 + SIGTERM);
+        EXPECT_EQ(read(up[0], text, sizeof text), 5) << "SIGHUP came first";
+        EXPECT_EQ(stateOf(stopped), 'T');
+        kill(stopped, SIGCONT);
+        EXPECT_EQ(exitCodeOf(stopped), 1000 + SIGTERM);
+    };
+    const auto body = [&host]
+    {
+        inChild(host);
+    };
+    IN_OWN_PROCESSES(body);
+}
+
+// Time to close a file, for whatever the host has launched: after its exit in order, and as process 1 before the kernel
+// ends all others.
+TEST(TaskServer, ARecorderClosesItsFileAtTheHostsExit)
+{
+    kiv::test::TemporaryFolder folder;
+    const auto host = [&folder](const std::string &log, const char *seconds, bool throughServer)
+    {
+        EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+        KIVCS2Task *task =
+            makeShell("trap 'trap : TERM; sleep " + std::string{seconds} + "; echo closed >>" + log +
+                      "; exit' TERM; echo up >" + log + "; while :; do sleep 0.05; done");
+        EXPECT_EQ(throughServer ? kivCS2TaskServer_exec(task, nullptr, nullptr)
+                                : kivCS2Task_launchAsync(task, nullptr, nullptr),
+                  KIVCS2STATUS_OK);
+        EXPECT_TRUE(holdsWithin(10000, [&log] { return std::filesystem::exists(log); }));
+        std::exit(testing::Test::HasFailure() ? 1 : 0);
+    };
+    std::vector<std::function<void()>> bodies;
+    for (const bool throughServer : {false, true})
+    {
+        bodies.emplace_back(
+            [&, throughServer]
+            {
+                inChild([&] { host(folder.path(throughServer ? "server" : "direct"), "2", throughServer); });
+                EXPECT_TRUE(holdsWithin(20000, [] { return countOf("sh") + countOf(kServerName) == 0; }));
+            });
+        bodies.emplace_back(
+            [&, throughServer]
+            { host(folder.path(throughServer ? "server-1" : "direct-1"), "0.2", throughServer); });
+    }
+    IN_OWN_PROCESSES(bodies);
+    for (const char *log : {"direct", "server", "direct-1", "server-1"})
+        EXPECT_EQ(folder.read(log), "up\nclosed\n") << log;
 }
 
 // A second SIGTERM makes many programs give up what the first has begun.
 TEST(TaskServer, SignalsOnceAtTheHostsExit)
 {
+    kiv::test::TemporaryFolder folder;
+    std::vector<std::function<void()>> bodies;
     for (const bool atExit : {true, false})
-    {
-        kiv::test::TemporaryFolder folder;
-        const std::string log = folder.path("log");
-        const auto host = [&log, atExit]
-        {
-            EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
-            const std::string script = "trap 'echo told >>" + log + "' TERM; echo up >" + log +
-                                       "; while :; do read line </dev/null; done";
-            EXPECT_EQ(kivCS2TaskServer_exec(makeShell(script), nullptr, nullptr), KIVCS2STATUS_OK);
-            EXPECT_TRUE(holdsWithin(10000, [&log] { return std::filesystem::exists(log); }));
-            if (atExit)
-                std::exit(testing::Test::HasFailure() ? 1 : 0);
-            EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(getpid()), KIVCS2STATUS_OK);
-            EXPECT_TRUE(holdsWithin(10000, [] { return running() == 0; }));
-        };
-        const auto body = [&host]
-        {
-            inChild(host);
-            EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sh") == 0 && countOf(kServerName) == 0; }));
-        };
-        IN_OWN_PROCESSES(body);
-        EXPECT_EQ(folder.read("log"), "up\ntold\n") << (atExit ? "at exit" : "on request");
-    }
+        bodies.emplace_back(
+            [log = folder.path(atExit ? "at exit" : "on request"), atExit]
+            {
+                const auto host = [&log, atExit]
+                {
+                    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+                    const std::string script = "trap 'echo told >>\"" + log + "\"' TERM; echo up >\"" + log +
+                                               "\"; while :; do sleep 0.05; done";
+                    EXPECT_EQ(kivCS2TaskServer_exec(makeShell(script), nullptr, nullptr), KIVCS2STATUS_OK);
+                    EXPECT_TRUE(holdsWithin(10000, [&log] { return std::filesystem::exists(log); }));
+                    if (atExit)
+                        std::exit(testing::Test::HasFailure() ? 1 : 0);
+                    EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(getpid()), KIVCS2STATUS_OK);
+                    EXPECT_TRUE(holdsWithin(20000, [] { return running() == 0; }));
+                };
+                inChild(host);
+                EXPECT_TRUE(
+                    holdsWithin(20000, [] { return countOf("sh") == 0 && countOf(kServerName) == 0; }));
+            });
+    IN_OWN_PROCESSES(bodies);
+    for (const char *log : {"at exit", "on request"})
+        EXPECT_EQ(folder.read(log), "up\ntold\n") << log;
 }
 
 // It has its own children and keeps them, whoever dies first.
@@ -510,7 +684,7 @@ TEST(TaskServer, NothingOutlivesTheHostUnderASubreaper)
 
 TEST(TaskServer, KillsDescendantsAndNothingElse)
 {
-    const auto body = []
+    const auto host = []
     {
         const pid_t other = fork();
         if (other == 0)
@@ -521,7 +695,7 @@ TEST(TaskServer, KillsDescendantsAndNothingElse)
         EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 3; }));
         for (const pid_t none : {1, 0, -1, -tree})
             EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(none), KIVCS2STATUS_OK);
-        EXPECT_EQ(countOf("sleep"), 3u); // they are descendants of process 1
+        EXPECT_EQ(countOf("sleep"), 3u); // they are descendants of process 1, which is another
         EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(tree), KIVCS2STATUS_OK);
         EXPECT_TRUE(holdsWithin(10000,
                                 []
@@ -532,6 +706,10 @@ TEST(TaskServer, KillsDescendantsAndNothingElse)
                                     return countOf("sleep") == 1 && countOf("sh") == 0;
                                 }));
         EXPECT_EQ(kill(other, 0), 0);
+    };
+    const auto body = [host]
+    {
+        inChild(host);
     };
     IN_OWN_PROCESSES(body);
 }

@@ -57,31 +57,48 @@ inline void inChild(const std::function<void()> &body)
     EXPECT_EQ(exitCodeOf(child), 0) << "of the body's process";
 }
 
-// False, with a word of why, where no namespace can be made.
-[[nodiscard]] inline bool inOwnProcesses(const std::function<void()> &body)
+// Starts `body` as process 1 of a new namespace; the helper that is returned exits with its code.
+[[nodiscard]] inline pid_t startInOwnProcesses(const std::function<void()> &body)
 {
     fflush(nullptr);
     const pid_t helper = fork();
-    if (helper == 0)
+    if (helper != 0)
+        return helper;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        _exit(kNoNamespace);
+    const pid_t first = fork();
+    if (first == 0)
     {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0 ||
-            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        if (mount("proc", "/proc", "proc", 0, nullptr) != 0)
             _exit(kNoNamespace);
-        const pid_t first = fork();
-        if (first == 0)
-        {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            if (mount("proc", "/proc", "proc", 0, nullptr) != 0)
-                _exit(kNoNamespace);
-            body();
-            exitWithResult();
-        }
-        _exit(first > 0 ? exitCodeOf(first) & 0xFF : kNoNamespace);
+        body();
+        exitWithResult();
     }
-    const int code = exitCodeOf(helper);
-    EXPECT_TRUE(code == 0 || code == kNoNamespace) << "exit code " << code;
-    return code != kNoNamespace;
+    _exit(first > 0 ? exitCodeOf(first) & 0xFF : kNoNamespace);
+}
+
+// Runs the bodies side by side, each in a namespace of its own. False where no namespace can be made.
+[[nodiscard]] inline bool inOwnProcesses(const std::vector<std::function<void()>> &bodies)
+{
+    std::vector<pid_t> helpers;
+    for (const auto &body : bodies)
+        helpers.push_back(startInOwnProcesses(body));
+    bool made = true;
+    for (const pid_t helper : helpers)
+    {
+        const int code = exitCodeOf(helper);
+        EXPECT_TRUE(code == 0 || code == kNoNamespace) << "exit code " << code;
+        made = made && code != kNoNamespace;
+    }
+    return made;
+}
+
+[[nodiscard]] inline bool inOwnProcesses(const std::function<void()> &body)
+{
+    return inOwnProcesses(std::vector<std::function<void()>>{body});
 }
 
 struct Process

@@ -216,13 +216,16 @@ public:
         }
     }
 
-    // SIGTERM to the child and all below it. What resists is killed by the task server, with all below it, when
-    // this process has ended; a SIGKILL to the child alone would let go of those.
+    // SIGTERM to the child and all below it. Stopped meanwhile, the child starts nothing after that. What resists is
+    // killed by the task server, with all below it, when this process has ended; a SIGKILL to the child alone would let
+    // go of those.
     void stopAll()
     {
         int32_t ignored = 0;
-        (void)kivCS2Task_killAllChildProcesses(m_task);
+        (void)kivCS2Task_signal(m_task, SIGSTOP, &ignored);
         (void)kivCS2Task_terminate(m_task, &ignored);
+        (void)kivCS2Task_killAllChildProcesses(m_task);
+        (void)kivCS2Task_signal(m_task, SIGCONT, &ignored);
         if (waitForEnd(now() + kGrace))
             return;
         out().flush();
