@@ -118,13 +118,15 @@ typedef struct KIVCS2MemPtr
 /**
  * Starts the library: makes the CRC-32 table ready, reads the Mach time base and, where `startTaskServer`
  * says so, forks the task server, after which every child of the host is reaped by the library and ends with
- * the host (KIVCS2TaskServer.h). No failure is reported: without a server kivCS2TaskServer_exec() tells.
+ * the host (KIVCS2TaskServer.h). A host that waits for children of its own, also by system(), popen() or a child watch
+ * of its event loop, passes false: their statuses would be lost. No failure is reported: without a server
+ * kivCS2TaskServer_exec() fails.
  * @retval KIVCS2STATUS_OK  always
  * Thread safety: once, on one thread, before any other operation.
  */
 KIVCS2_API KIVCS2Status kivCS2_initWithTaskServer(bool startTaskServer);
 
-/** Exactly kivCS2_initWithTaskServer(true): it does start the task server. */
+/** Exactly kivCS2_initWithTaskServer(true): it does start the task server, which not every host wants. */
 KIVCS2_API KIVCS2Status kivCS2_init(void);
 
 /** Fills `param->m_table`; ignores a null record. Leaves `m_tableBuilt` as it is. */

@@ -45,12 +45,13 @@ enum
 typedef uint32_t KIVCS2TaskFreeMode;
 enum
 {
-    KIVCS2TaskFreeMode_Refuse = 0,        /**< not at all: the task is not freed */
-    KIVCS2TaskFreeMode_Interrupt = 1,     /**< SIGINT */
-    KIVCS2TaskFreeMode_Terminate = 2,     /**< SIGTERM */
-    KIVCS2TaskFreeMode_TerminateTree = 3, /**< SIGTERM to its descendants, deepest first, then to itself */
-    KIVCS2TaskFreeMode_Abort = 4,         /**< SIGABRT, and no wait for its end */
-    KIVCS2TaskFreeMode_MAX = 5            /**< the count; not a mode */
+    KIVCS2TaskFreeMode_Refuse = 0,    /**< not at all: the task is not freed */
+    KIVCS2TaskFreeMode_Interrupt = 1, /**< SIGINT */
+    KIVCS2TaskFreeMode_Terminate = 2, /**< SIGTERM */
+    KIVCS2TaskFreeMode_TerminateTree =
+        3, /**< SIGTERM to its descendants, deepest first, then to itself; stopped before */
+    KIVCS2TaskFreeMode_Abort = 4, /**< SIGABRT, and no wait for its end */
+    KIVCS2TaskFreeMode_MAX = 5    /**< the count; not a mode */
 };
 
 struct KIVCS2Task;
@@ -191,7 +192,8 @@ KIVCS2_API KIVCS2Status kivCS2Task_setStdErrFile(KIVCS2Task *_task, const char *
 /**
  * Reads once from the child's standard output; also after the child has ended.
  * @param[in] block       wait until there is something
- * @param[out] bytesRead  may be null; 0 at the end of the stream, and after every failure
+ * @param[out] bytesRead  may be null; 0 at the end of the stream, and after every failure but KIVCS2STATUS_PARAM_ERR,
+ *                        which leaves it as it was
  * @retval KIVCS2STATUS_PARAM_ERR        `_task` or `_buffer` is null
  * @retval KIVCS2STATUS_STATE_ERR        it has no pipes
  * @retval KIVCS2STATUS_NOT_PIPED_ERR    this stream has none: it goes to a file, or the launch has not come so far
@@ -210,7 +212,7 @@ KIVCS2_API KIVCS2Status kivCS2Task_readError(KIVCS2Task *_task, bool block, void
 
 /**
  * Writes once to the child's standard input; a child that no longer reads raises no SIGPIPE.
- * @param[out] bytesWritten  may be null; 0 after every failure
+ * @param[out] bytesWritten  may be null; 0 after every failure but KIVCS2STATUS_PARAM_ERR, which leaves it as it was
  * @retval KIVCS2STATUS_PARAM_ERR             `_task` or `_buffer` is null
  * @retval KIVCS2STATUS_TASK_NOT_RUNNING_ERR  it is not running
  * @retval KIVCS2STATUS_STATE_ERR             it has no pipes
@@ -245,7 +247,8 @@ KIVCS2_API KIVCS2Status kivCS2Task_interrupt(KIVCS2Task *_task, int32_t *_killRe
 KIVCS2_API KIVCS2Status kivCS2Task_terminate(KIVCS2Task *_task, int32_t *_killResult);
 
 /**
- * Sends SIGTERM to every descendant of the child, the deepest first, and not to the child itself.
+ * Sends SIGTERM to every descendant of the child, the deepest first, and not to the child itself. All are stopped for
+ * a moment, as at kivCS2TaskServer_killAllChildProcesses().
  * @retval KIVCS2STATUS_PARAM_ERR             `_task` is null
  * @retval KIVCS2STATUS_TASK_NOT_RUNNING_ERR  it is not running
  * Thread safety: any thread.
