@@ -1,6 +1,6 @@
 // Hexadecimal text beside boost and a byte table; whole MCC and SCC files beside libavformat's
 // demuxers. Packet counts and bytes are checked equal before anything is timed.
-#include "Private/ClosedCaptions_Hex.h"
+#include "Private/Captions/Hex.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
 #include <KIVCoreServices2/KIVCS2FileStream.h>

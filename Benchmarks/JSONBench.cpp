@@ -3,7 +3,7 @@
 #include <KIVCoreServices2/KIVCS2Dictionary.h>
 #include <KIVCoreServices2/KIVCS2JSON.h>
 
-#include "Private/JSON_Number.h"
+#include "Private/JSON/Number.h"
 
 #include <benchmark/benchmark.h>
 

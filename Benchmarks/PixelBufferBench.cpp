@@ -2,8 +2,8 @@
 // kernels into a buffer that is there, as the peers have it, and whole operations that make their buffer.
 #include <KIVCoreServices2/KIVCS2PixelBuffer.h>
 
-#include "Private/PixelBuffer_Colour.h"
-#include "Private/PixelBuffer_Rows.h"
+#include "Private/Pixels/Colour.h"
+#include "Private/Pixels/Rows.h"
 
 #include <benchmark/benchmark.h>
 

@@ -3,7 +3,7 @@
 #include <KIVCoreServices2/KIVCS2Base.h>
 #include <KIVCoreServices2/KIVCS2TaskServer.h>
 
-#include "Private/Task_Spawn.h"
+#include "Private/Tasks/Spawn.h"
 
 #include <benchmark/benchmark.h>
 

@@ -5,7 +5,7 @@
 
 #include "CFNetwork/Engine.h"
 #include "CFNetwork/RecordData.h"
-#include "Private/CFRef.h"
+#include "Private/Support/CFRef.h"
 
 #include "Expect.h"
 

@@ -2,7 +2,7 @@
 // values. The bytes are steps: make a value, open or close an array or a dictionary.
 #include "KIVCS2JSON.h"
 
-#include "Private/CFRef.h"
+#include "Private/Support/CFRef.h"
 
 #include "Expect.h"
 

@@ -3,7 +3,7 @@
 #include "Expect.h"
 
 #include "KIVProjectTimecode.h"
-#include "Private/CFRef.h"
+#include "Private/Support/CFRef.h"
 
 #include <KIVLogger/KIVLogger.h>
 

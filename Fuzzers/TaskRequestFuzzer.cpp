@@ -2,8 +2,8 @@
 // does not fill, nothing waits for bytes that never come, and what is read is what a host would have written.
 #include "Expect.h"
 
-#include "Private/TaskServer_Process.h"
-#include "Private/TaskServer_Wire.h"
+#include "Private/Tasks/ServerProcess.h"
+#include "Private/Tasks/ServerWire.h"
 
 #include <KIVPlatform/KIVPlatform.h>
 

@@ -1,7 +1,7 @@
 // Audio formats: the packed code, and the weave of samples over video frames.
 #include "KIVCS2AudioFormat.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
 // Service discovery: publishers, browsers and monitors, each with a worker for the call that waits.
 #include "KIVCS2Bonjour.h"
 
-#include "Private/CFRef.h"
-#include "Private/Check.h"
-#include "Private/MutexLock.h"
+#include "Private/Support/CFRef.h"
+#include "Private/Support/Check.h"
+#include "Private/Support/MutexLock.h"
 
 #include <KIVPlatform/KIVPNetService.h>
 #include <mach/mach_time.h>

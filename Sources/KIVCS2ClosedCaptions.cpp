@@ -4,14 +4,14 @@
 #include "KIVCS2MemoryStream.h"
 #include "KIVCS2String.h"
 #include "KIVCS2Timecode.h"
-#include "Private/CFRef.h"
-#include "Private/Check.h"
-#include "Private/ClosedCaptions_CDP.h"
-#include "Private/ClosedCaptions_Describe.h"
-#include "Private/ClosedCaptions_Hex.h"
-#include "Private/ClosedCaptions_MCC.h"
-#include "Private/ClosedCaptions_Words.h"
-#include "Private/Stream_Lines.h"
+#include "Private/Support/CFRef.h"
+#include "Private/Support/Check.h"
+#include "Private/Captions/CDP.h"
+#include "Private/Captions/Describe.h"
+#include "Private/Captions/Hex.h"
+#include "Private/Captions/MCC.h"
+#include "Private/Captions/Words.h"
+#include "Private/Streams/Lines.h"
 
 #include <algorithm>
 #include <array>

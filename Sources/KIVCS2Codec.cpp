@@ -1,7 +1,7 @@
 // Codecs: the table of names and four-character codes, and the sizes of their frames.
 #include "KIVCS2Codec.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <algorithm>
 #include <array>

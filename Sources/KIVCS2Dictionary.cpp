@@ -3,8 +3,8 @@
 
 #include "KIVCS2String.h"
 
-#include "Private/CFRef.h"
-#include "Private/Check.h"
+#include "Private/Support/CFRef.h"
+#include "Private/Support/Check.h"
 
 // What all setters ask of their first two arguments.
 #define KIV_CHECK_SETTER(dictionary, key)                                                                    \

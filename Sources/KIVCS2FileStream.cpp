@@ -1,8 +1,8 @@
 // File streams: the standard library's buffered file behind the stream operations.
 #include "KIVCS2FileStream.h"
 
-#include "Private/Check.h"
-#include "Private/HeapLimit.h"
+#include "Private/Support/Check.h"
+#include "Private/Support/HeapLimit.h"
 
 #include <fcntl.h>
 #include <unistd.h>

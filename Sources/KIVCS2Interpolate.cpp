@@ -3,7 +3,7 @@
 
 #include "KIVCS2Timecode.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <array>
 #include <cmath>

@@ -1,9 +1,9 @@
 // Linked lists: intrusive, in the caller's memory.
 #include "KIVCS2LinkList.h"
 
-#include "Private/Check.h"
-#include "Private/LinkList_Links.h"
-#include "Private/LinkList_Sort.h"
+#include "Private/Support/Check.h"
+#include "Private/Lists/Links.h"
+#include "Private/Lists/Sort.h"
 
 namespace
 {

@@ -1,7 +1,7 @@
 // Link trees: nodes as elements of their parents' lists of children.
 #include "KIVCS2LinkTree.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <algorithm>
 #include <array>

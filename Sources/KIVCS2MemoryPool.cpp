@@ -1,10 +1,10 @@
 // Memory pools: objects of one size out of one block, in the order in which they were returned.
 #include "KIVCS2MemoryPool.h"
 
-#include "Private/Check.h"
-#include "Private/HeapLimit.h"
-#include "Private/LinkList_Links.h"
-#include "Private/MutexLock.h"
+#include "Private/Support/Check.h"
+#include "Private/Support/HeapLimit.h"
+#include "Private/Lists/Links.h"
+#include "Private/Support/MutexLock.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,7 +1,7 @@
 // Memory streams: a growing block, or a view of the caller's bytes.
 #include "KIVCS2MemoryStream.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <algorithm>
 #include <cstdlib>

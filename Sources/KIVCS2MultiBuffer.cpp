@@ -1,8 +1,8 @@
 // Multi-buffers: growable buffers handed out round-robin and returned by their data pointers.
 #include "KIVCS2MultiBuffer.h"
 
-#include "Private/Check.h"
-#include "Private/HeapLimit.h"
+#include "Private/Support/Check.h"
+#include "Private/Support/HeapLimit.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // Mutexes: the POSIX mutex with statuses.
 #include "KIVCS2Mutex.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 namespace
 {

@@ -2,7 +2,7 @@
 #include "KIVCS2NamedPipeStream.h"
 
 #include "KIVCS2String.h"
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <KIVPlatform/KIVPlatform.h>
 

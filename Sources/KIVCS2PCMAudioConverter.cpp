@@ -1,7 +1,7 @@
 // PCM conversion: the output's description, the sizes, and the planes of a split.
 #include "KIVCS2PCMAudioConverter.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <KIVPlatform/KIVPAudioConverter.h>
 

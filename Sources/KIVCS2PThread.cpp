@@ -1,7 +1,7 @@
 // Threads, and semaphore threads: a worker that runs a callback once for every signal.
 #include "KIVCS2PThread.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <KIVPlatform/KIVPlatform.h>
 

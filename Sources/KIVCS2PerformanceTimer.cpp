@@ -1,7 +1,7 @@
 // Performance timers: intervals of the absolute clock, counted and compared.
 #include "KIVCS2PerformanceTimer.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <mach/mach_time.h>
 

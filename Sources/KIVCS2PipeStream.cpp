@@ -1,7 +1,7 @@
 // Pipe streams: an anonymous pipe pair behind the stream operations.
 #include "KIVCS2PipeStream.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <KIVPlatform/KIVPlatform.h>
 

@@ -1,9 +1,9 @@
 // Ring buffers: bytes between a producer and a consumer, or the history of a stream.
 #include "KIVCS2RingBuffer.h"
 
-#include "Private/Check.h"
-#include "Private/Copy.h"
-#include "Private/Log.h"
+#include "Private/Support/Check.h"
+#include "Private/Support/Copy.h"
+#include "Private/Support/Log.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,7 +1,7 @@
 // Semaphores: named POSIX semaphores with statuses.
 #include "KIVCS2Semaphore.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <KIVPlatform/KIVPlatform.h>
 #include <mach/mach_time.h>

@@ -1,7 +1,7 @@
 // Shared memory: System V segments with statuses.
 #include "KIVCS2SharedMemory.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,7 +1,7 @@
 // Sockets: TCP, UDP and IPv4 multicast with a status for every error of the system.
 #include "KIVCS2Socket.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <KIVPlatform/KIVPSocket.h>
 

@@ -1,8 +1,8 @@
 // Streams: the checked dispatch through a record's operations, length-prefixed strings, the bit reader.
 #include "KIVCS2Stream.h"
 
-#include "Private/Check.h"
-#include "Private/HeapLimit.h"
+#include "Private/Support/Check.h"
+#include "Private/Support/HeapLimit.h"
 
 #include <algorithm>
 #include <bit>

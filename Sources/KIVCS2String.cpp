@@ -1,8 +1,8 @@
 // Strings: texts in eight encodings to and from string objects, and the helpers around them.
 #include "KIVCS2String.h"
 
-#include "Private/CFRef.h"
-#include "Private/Check.h"
+#include "Private/Support/CFRef.h"
+#include "Private/Support/Check.h"
 
 #include <glob.h>
 #include <pwd.h>

@@ -1,8 +1,8 @@
 // System information: the machine's memory, version, processors and name.
 #include "KIVCS2SystemInfo.h"
 
-#include "Private/CFRef.h"
-#include "Private/Check.h"
+#include "Private/Support/CFRef.h"
+#include "Private/Support/Check.h"
 
 #include <Foundation/NSProcessInfo.h>
 #include <SystemConfiguration/SCDynamicStoreCopySpecific.h>

@@ -2,10 +2,10 @@
 #include "KIVCS2Task.h"
 
 #include "KIVCS2String.h"
-#include "Private/Check.h"
-#include "Private/Task_Children.h"
-#include "Private/Task_Record.h"
-#include "Private/Task_Tree.h"
+#include "Private/Support/Check.h"
+#include "Private/Tasks/Children.h"
+#include "Private/Tasks/Record.h"
+#include "Private/Tasks/Tree.h"
 
 #include <KIVPlatform/KIVPlatform.h>
 

@@ -1,12 +1,12 @@
 // The task server's host side: starts the server, hands it tasks and hears of their ends.
 #include "KIVCS2TaskServer.h"
 
-#include "Private/Check.h"
-#include "Private/TaskServer_Process.h"
-#include "Private/TaskServer_Wire.h"
-#include "Private/Task_Children.h"
-#include "Private/Task_Record.h"
-#include "Private/Task_Tree.h"
+#include "Private/Support/Check.h"
+#include "Private/Tasks/ServerProcess.h"
+#include "Private/Tasks/ServerWire.h"
+#include "Private/Tasks/Children.h"
+#include "Private/Tasks/Record.h"
+#include "Private/Tasks/Tree.h"
 
 #include <KIVPlatform/KIVPlatform.h>
 #include <mach/mach_time.h>

@@ -3,11 +3,11 @@
 
 #include "KIVCS2Mutex.h"
 #include "KIVCS2String.h"
-#include "Private/CFRef.h"
-#include "Private/Check.h"
-#include "Private/Log.h"
-#include "Private/Timecode_Formatting.h"
-#include "Private/Timecode_Record.h"
+#include "Private/Support/CFRef.h"
+#include "Private/Support/Check.h"
+#include "Private/Support/Log.h"
+#include "Private/Timecode/Formatting.h"
+#include "Private/Timecode/Record.h"
 
 namespace
 {

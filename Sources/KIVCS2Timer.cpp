@@ -1,7 +1,7 @@
 // Timers: a function called at an interval, on a thread of its own or by a run loop.
 #include "KIVCS2Timer.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <KIVPlatform/KIVPRunLoop.h>
 

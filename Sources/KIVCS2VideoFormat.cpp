@@ -1,7 +1,7 @@
 // Video formats: the tables of formats and frame rates, and what can be asked of a code.
 #include "KIVCS2VideoFormat.h"
 
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <algorithm>
 #include <array>

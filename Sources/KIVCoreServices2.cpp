@@ -1,9 +1,9 @@
 // The frame: start-up, CRC-32, the zero-filling allocator, the memory block, and time.
 #include "KIVCoreServices2.h"
 
-#include "Private/Check.h"
-#include "Private/Crc32.h"
-#include "Private/Frame.h"
+#include "Private/Support/Check.h"
+#include "Private/Support/Crc32.h"
+#include "Private/Support/Frame.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,12 +1,12 @@
 // The project timecode: the record as an object, under a frame rate of the class.
 #include "KIVProjectTimecode.h"
 
-#include "Private/CFRef.h"
-#include "Private/Log.h"
-#include "Private/MutexLock.h"
-#include "Private/ProjectTimecode_Text.h"
-#include "Private/Timecode_Formatting.h"
-#include "Private/Timecode_Record.h"
+#include "Private/Support/CFRef.h"
+#include "Private/Support/Log.h"
+#include "Private/Support/MutexLock.h"
+#include "Private/Timecode/ProjectText.h"
+#include "Private/Timecode/Formatting.h"
+#include "Private/Timecode/Record.h"
 
 #include <Foundation/NSDate.h>
 

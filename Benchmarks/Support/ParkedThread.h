@@ -1,6 +1,7 @@
 // Runs the benchmarks of a program in a process with threads, as hosts are. Without a second thread libc locks
 // without atomic operations.
-#pragma once
+#ifndef KIV_BENCH_PARKED_THREAD_H
+#define KIV_BENCH_PARKED_THREAD_H
 
 #include <benchmark/benchmark.h>
 
@@ -21,3 +22,5 @@ inline int runBesideParkedThread(int argc, char **argv)
     benchmark::Shutdown();
     return 0;
 }
+
+#endif

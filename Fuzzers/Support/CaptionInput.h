@@ -1,5 +1,6 @@
 // A fuzz input as a caption file being read, and the check that ends the run.
-#pragma once
+#ifndef KIV_FUZZ_CAPTION_INPUT_H
+#define KIV_FUZZ_CAPTION_INPUT_H
 
 #include "KIVCS2ClosedCaptions.h"
 #include "KIVCS2MemoryStream.h"
@@ -45,3 +46,5 @@ struct CaptionInput
     }
 };
 } // namespace kiv::fuzz
+
+#endif

@@ -1,5 +1,6 @@
 // What must hold of a fuzzed call's result: the process stops where it does not.
-#pragma once
+#ifndef KIV_FUZZ_EXPECT_H
+#define KIV_FUZZ_EXPECT_H
 
 #define KIV_FUZZ_EXPECT(condition)                                                                           \
     do                                                                                                       \
@@ -7,3 +8,5 @@
         if (!(condition))                                                                                    \
             __builtin_trap();                                                                                \
     } while (false)
+
+#endif

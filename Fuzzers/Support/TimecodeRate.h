@@ -1,5 +1,6 @@
 // The frame rate of a fuzzed timecode, picked by a byte of the input.
-#pragma once
+#ifndef KIV_FUZZ_TIMECODE_RATE_H
+#define KIV_FUZZ_TIMECODE_RATE_H
 
 #include "Expect.h"
 
@@ -22,3 +23,5 @@ inline void setRate(uint8_t choice)
     current = rate;
 }
 } // namespace kiv::fuzz
+
+#endif

@@ -2,7 +2,7 @@
 #include "KIVProjectTimecode.h"
 
 #include "FailingAllocator.h"
-#include "Private/CFRef.h"
+#include "Private/Support/CFRef.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Tasks where memory runs out: a part of a task can be released, and a launch that was not prepared leaves nothing.
 #include "KIVCS2Task.h"
 #include "KIVCS2TaskServer.h"
-#include "Private/TaskServer_Wire.h"
+#include "Private/Tasks/ServerWire.h"
 
 #include "FailingAllocator.h"
 

@@ -1,7 +1,7 @@
 // The decoders and the letter compression against plain references, over random and adversarial text.
-#include "Private/ClosedCaptions_Hex.h"
-#include "Private/ClosedCaptions_MCC.h"
-#include "Private/Cpu.h"
+#include "Private/Captions/Hex.h"
+#include "Private/Captions/MCC.h"
+#include "Private/Support/Cpu.h"
 
 #include <gtest/gtest.h>
 

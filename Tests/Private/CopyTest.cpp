@@ -1,5 +1,5 @@
 // The copies of every vector level: all bytes arrive, and none beside them is touched.
-#include "Private/Copy.h"
+#include "Private/Support/Copy.h"
 
 #include <gtest/gtest.h>
 

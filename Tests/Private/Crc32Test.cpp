@@ -1,5 +1,5 @@
 // CRC-32 by every means this machine has, against the plain loop.
-#include "Private/Crc32.h"
+#include "Private/Support/Crc32.h"
 
 #include <gtest/gtest.h>
 

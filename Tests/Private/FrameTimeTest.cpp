@@ -1,5 +1,5 @@
 // Absolute time with time bases that this machine does not have.
-#include "Private/Frame.h"
+#include "Private/Support/Frame.h"
 
 #include <gtest/gtest.h>
 

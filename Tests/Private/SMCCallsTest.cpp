@@ -1,5 +1,5 @@
 // The calls behind the sensors that no public operation shows.
-#include "Private/SMC_Calls.h"
+#include "Private/Sensors/Calls.h"
 
 #include "ArgumentCheck.h"
 #include "OpenSMC.h"

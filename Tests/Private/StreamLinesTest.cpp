@@ -1,7 +1,7 @@
 // Line reading in blocks gives what byte-wise reading gives, for every kind and every buffer size.
-#include "Private/Stream_Lines.h"
+#include "Private/Streams/Lines.h"
 
-#include "Private/Stream_View.h"
+#include "Private/Streams/View.h"
 
 #include "TemporaryFolder.h"
 

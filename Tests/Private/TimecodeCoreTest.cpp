@@ -1,10 +1,10 @@
 // The computing parts of timecode against the plain loops they replace.
-#include "Private/Timecode_Calendar.h"
-#include "Private/Timecode_Formatting.h"
-#include "Private/Timecode_Numbering.h"
+#include "Private/Timecode/Calendar.h"
+#include "Private/Timecode/Formatting.h"
+#include "Private/Timecode/Numbering.h"
 
 #include "KIVCS2Base.h"
-#include "Private/CFRef.h"
+#include "Private/Support/CFRef.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // Launches beside system calls that fail, and server and host killed at every byte of what they tell each other.
 #include "KIVCS2Base.h"
 #include "KIVCS2TaskServer.h"
-#include "Private/TaskServer_Process.h"
-#include "Private/TaskServer_Wire.h"
+#include "Private/Tasks/ServerProcess.h"
+#include "Private/Tasks/ServerWire.h"
 
 #include "OwnProcesses.h"
 #include "TemporaryFolder.h"

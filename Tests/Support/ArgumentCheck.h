@@ -1,6 +1,7 @@
 // One line an argument check: with assertions the call must stop the process with the exact text,
 // without them it must answer the status. Both builds run the same tables.
-#pragma once
+#ifndef KIV_TEST_ARGUMENT_CHECK_H
+#define KIV_TEST_ARGUMENT_CHECK_H
 
 #include <KIVCoreServices2/KIVCS2Base.h>
 
@@ -64,3 +65,5 @@ inline void expectAllRefused(std::initializer_list<ArgumentCheck> checks)
         expectRefused(check);
 }
 } // namespace kiv::test
+
+#endif

@@ -1,8 +1,9 @@
 // System strings from and to plain texts, for tests.
-#pragma once
+#ifndef KIV_TEST_CFTEXT_H
+#define KIV_TEST_CFTEXT_H
 
 // By its path: programs against the shared library use it too, and it needs nothing of the library.
-#include "../../Sources/Private/CFRef.h"
+#include "../../Sources/Private/Support/CFRef.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -59,3 +60,5 @@ inline std::string utf8(CFStringRef string)
     return convert(string, kCFStringEncodingUTF8).bytes;
 }
 } // namespace kiv::test
+
+#endif

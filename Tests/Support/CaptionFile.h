@@ -1,5 +1,6 @@
 // A caption file in memory, opened for reading or writing, and the timecodes to ask it for.
-#pragma once
+#ifndef KIV_TEST_CAPTION_FILE_H
+#define KIV_TEST_CAPTION_FILE_H
 
 #include "ArgumentCheck.h"
 
@@ -72,3 +73,5 @@ struct CaptionFile
     }
 };
 } // namespace kiv::test
+
+#endif

@@ -1,5 +1,6 @@
 // kivcs2 as a user runs it: arguments and input in; output, errors, exit code and files out.
-#pragma once
+#ifndef KIV_TEST_COMMAND_RUN_H
+#define KIV_TEST_COMMAND_RUN_H
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -137,3 +138,5 @@ private:
 };
 
 } // namespace kiv::test
+
+#endif

@@ -1,7 +1,8 @@
 // Fails one chosen allocation of the library's own code. Programs in Tests/Allocation/ are linked
 // with the archive of the library's objects and with malloc, calloc and realloc wrapped, and have
 // operator new replaced; allocations inside libc and ICU are not touched.
-#pragma once
+#ifndef KIV_TEST_FAILING_ALLOCATOR_H
+#define KIV_TEST_FAILING_ALLOCATOR_H
 
 #include <cstddef>
 
@@ -31,3 +32,5 @@ size_t forEachAllocation(Body body)
     }
 }
 } // namespace kiv::test
+
+#endif

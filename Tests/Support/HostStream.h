@@ -1,6 +1,7 @@
 // A stream of a host's own kind: bytes in memory behind operations that the library does not know,
 // which may begin to fail at a chosen byte.
-#pragma once
+#ifndef KIV_TEST_HOST_STREAM_H
+#define KIV_TEST_HOST_STREAM_H
 
 #include <KIVCoreServices2/KIVCS2Stream.h>
 
@@ -47,3 +48,5 @@ struct HostStream
     }
 };
 } // namespace kiv::test
+
+#endif

@@ -1,5 +1,6 @@
 // A property list as JSON by both passes, and what must hold of any of them.
-#pragma once
+#ifndef KIV_TEST_JSONTEXT_H
+#define KIV_TEST_JSONTEXT_H
 
 #include <KIVCoreServices2/KIVCS2JSON.h>
 
@@ -38,3 +39,5 @@ inline JSONText jsonOf(CFTypeRef plist)
     return result;
 }
 } // namespace kiv::test
+
+#endif

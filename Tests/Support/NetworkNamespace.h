@@ -1,7 +1,8 @@
 // Networks of a test's own: namespaces joined by pairs of virtual Ethernet interfaces, with real addresses
 // and multicast routes. A namespace has no name and no file: the kernel removes it with its interfaces
 // when the last descriptor, socket and thread in it is gone, so also after a kill.
-#pragma once
+#ifndef KIV_TEST_NETWORK_NAMESPACE_H
+#define KIV_TEST_NETWORK_NAMESPACE_H
 
 #include <gtest/gtest.h>
 
@@ -361,3 +362,5 @@ private:
     detail::Descriptor m_namespace;
 };
 } // namespace kiv::test
+
+#endif

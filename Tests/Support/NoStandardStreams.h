@@ -1,5 +1,6 @@
 // A daemon's world: standard input, or all three standard streams, closed for a while.
-#pragma once
+#ifndef KIV_TEST_NO_STANDARD_STREAMS_H
+#define KIV_TEST_NO_STANDARD_STREAMS_H
 
 #include <gtest/gtest.h>
 
@@ -42,3 +43,5 @@ private:
     std::vector<int> m_kept;
 };
 } // namespace kiv::test
+
+#endif

@@ -1,5 +1,6 @@
 // A process that gets no thread.
-#pragma once
+#ifndef KIV_TEST_NO_THREADS_H
+#define KIV_TEST_NO_THREADS_H
 
 #include <gtest/gtest.h>
 
@@ -32,3 +33,5 @@ private:
     pthread_attr_t m_saved{};
 };
 } // namespace kiv::test
+
+#endif

@@ -1,5 +1,6 @@
 // A record of the sensors that is open as long as it stands; nothing of it may be left behind.
-#pragma once
+#ifndef KIV_TEST_OPEN_SMC_H
+#define KIV_TEST_OPEN_SMC_H
 
 #include <KIVCoreServices2/KIVCS2SMC.h>
 #include <KIVPlatform/KIVPAppleSMC.h>
@@ -26,3 +27,5 @@ struct OpenSMC
     }
 };
 } // namespace kiv::test
+
+#endif

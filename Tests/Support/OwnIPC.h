@@ -1,7 +1,8 @@
 // System V segments of a test, gone with it however it ends: the program moves into an IPC namespace of
 // its own, which the kernel clears when the last process in it is gone, after a kill as well. Where
 // namespaces are refused, a guardian process outlives the test and removes the keys of its range.
-#pragma once
+#ifndef KIV_TEST_OWN_IPC_H
+#define KIV_TEST_OWN_IPC_H
 
 #include <cstdint>
 #include <cstdlib>
@@ -66,3 +67,5 @@ private:
     bool m_isApart = false;
 };
 } // namespace kiv::test
+
+#endif

@@ -1,6 +1,7 @@
 // Runs a test's body where it may kill whatever it finds: as process 1 of a process namespace of its own,
 // with a /proc of its own. Everything in the namespace goes with the body, and with the test, however it ends.
-#pragma once
+#ifndef KIV_TEST_OWN_PROCESSES_H
+#define KIV_TEST_OWN_PROCESSES_H
 
 #include <gtest/gtest.h>
 
@@ -155,3 +156,5 @@ inline bool holdsWithin(int milliseconds, const std::function<bool()> &condition
     return false;
 }
 } // namespace kiv::test
+
+#endif

@@ -1,5 +1,6 @@
 // Sockets of a test, freed at the end of the scope, and what their tests keep doing with them.
-#pragma once
+#ifndef KIV_TEST_OWN_SOCKET_H
+#define KIV_TEST_OWN_SOCKET_H
 
 #include <KIVCoreServices2/KIVCS2Socket.h>
 
@@ -116,3 +117,5 @@ inline void reset(OwnSocket &socket)
     EXPECT_EQ(kivCS2Socket_free(socket.release()), KIVCS2STATUS_OK);
 }
 } // namespace kiv::test
+
+#endif

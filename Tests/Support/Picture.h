@@ -1,5 +1,6 @@
 // A pixel buffer under test: made, filled, read, and looked at for what was left locked.
-#pragma once
+#ifndef KIV_TEST_PICTURE_H
+#define KIV_TEST_PICTURE_H
 
 #include <KIVPlatform/KIVPPixelBuffer.h>
 
@@ -92,3 +93,5 @@ private:
     CVPixelBufferRef m_buffer = nullptr;
 };
 } // namespace kiv::test
+
+#endif

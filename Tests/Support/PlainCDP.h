@@ -1,6 +1,7 @@
 // Caption distribution packets read and built the plain way, byte after byte as SMPTE ST 334-2 lists
 // them: what the library's results are compared with, and its time.
-#pragma once
+#ifndef KIV_TEST_PLAIN_CDP_H
+#define KIV_TEST_PLAIN_CDP_H
 
 #include <KIVCoreServices2/KIVCS2Base.h>
 
@@ -120,3 +121,5 @@ inline void buildPlainly(const uint8_t *pairs, uint16_t sequenceNumber, uint8_t 
     put(256 - static_cast<int>(sum % 256));
 }
 } // namespace kiv::test
+
+#endif

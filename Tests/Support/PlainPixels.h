@@ -1,5 +1,6 @@
 // The colour conversion as a formula with real division, and a line of '2vuy' by its pairs: what vectors are compared with.
-#pragma once
+#ifndef KIV_TEST_PLAIN_PIXELS_H
+#define KIV_TEST_PLAIN_PIXELS_H
 
 #include <algorithm>
 #include <array>
@@ -44,3 +45,5 @@ inline std::vector<uint8_t> plainLine(const Matrix &m, std::vector<uint8_t> line
     return pixels;
 }
 } // namespace kiv::test
+
+#endif

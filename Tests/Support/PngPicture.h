@@ -1,5 +1,6 @@
 // A PNG file read back, so that tests look at its pixels.
-#pragma once
+#ifndef KIV_TEST_PNG_PICTURE_H
+#define KIV_TEST_PNG_PICTURE_H
 
 #include <gtest/gtest.h>
 
@@ -47,3 +48,5 @@ struct PngPicture
 };
 
 } // namespace kiv::test
+
+#endif

@@ -1,7 +1,8 @@
 // Relays of a test's own between two sockets: what comes is delayed, held, lost, sent in another order, cut
 // off halfway or ended by a reset, when the test says so and never by chance. They run on a thread inside
 // the namespace they are started in.
-#pragma once
+#ifndef KIV_TEST_RELAY_H
+#define KIV_TEST_RELAY_H
 
 #include <gtest/gtest.h>
 
@@ -266,3 +267,5 @@ private:
     bool m_farEnded = false;
 };
 } // namespace kiv::test
+
+#endif

@@ -1,7 +1,8 @@
 // A thread that runs its own run loop in the default mode until it is stopped.
-#pragma once
+#ifndef KIV_TEST_RUN_LOOP_THREAD_H
+#define KIV_TEST_RUN_LOOP_THREAD_H
 
-#include "../../Sources/Private/CFRef.h"
+#include "../../Sources/Private/Support/CFRef.h"
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -74,3 +75,5 @@ private:
     std::thread::id m_id;
 };
 } // namespace kiv::test
+
+#endif

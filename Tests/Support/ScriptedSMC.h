@@ -1,5 +1,6 @@
 // A system management controller that a test writes: keys with their types and bytes, and calls that fail.
-#pragma once
+#ifndef KIV_TEST_SCRIPTED_SMC_H
+#define KIV_TEST_SCRIPTED_SMC_H
 
 #include <KIVPlatform/KIVPAppleSMC.h>
 
@@ -146,3 +147,5 @@ private:
     SMCCall m_last{};
 };
 } // namespace kiv::test
+
+#endif

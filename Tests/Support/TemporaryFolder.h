@@ -1,5 +1,6 @@
 // A folder of its own for one test, removed with everything in it.
-#pragma once
+#ifndef KIV_TEST_TEMPORARY_FOLDER_H
+#define KIV_TEST_TEMPORARY_FOLDER_H
 
 #include <gtest/gtest.h>
 
@@ -49,3 +50,5 @@ private:
     std::filesystem::path m_path;
 };
 } // namespace kiv::test
+
+#endif

@@ -1,5 +1,6 @@
 // CEA-608 for people: characters as UTF-8, control codes in words, and captions as a viewer sees them.
-#pragma once
+#ifndef KIV_TOOL_CEA608_H
+#define KIV_TOOL_CEA608_H
 
 #include <array>
 #include <cstdint>
@@ -109,3 +110,5 @@ private:
 };
 
 } // namespace tool
+
+#endif

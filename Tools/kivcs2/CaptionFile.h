@@ -3,7 +3,8 @@
 // The library's look-up by timecode goes forward only, stops at the first line that does not
 // decode and hands out one of several lines with the same timecode. A converter must not lose any
 // of them, so the file is driven through the library's line reader and line decoders instead.
-#pragma once
+#ifndef KIV_TOOL_CAPTION_FILE_H
+#define KIV_TOOL_CAPTION_FILE_H
 
 #include "CEA608.h"
 #include "Counting.h"
@@ -218,3 +219,5 @@ struct Finding
 [[nodiscard]] CaptionReader::OnBadLine tellBadLines(const std::string &file, bool keepGoing);
 
 } // namespace tool
+
+#endif

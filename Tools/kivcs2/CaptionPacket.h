@@ -1,5 +1,6 @@
 // Caption distribution packets at every frame rate.
-#pragma once
+#ifndef KIV_TOOL_CAPTION_PACKET_H
+#define KIV_TOOL_CAPTION_PACKET_H
 
 #include "CEA608.h"
 #include "Counting.h"
@@ -28,3 +29,5 @@ struct BuiltCDP
                                 bool sdi);
 
 } // namespace tool
+
+#endif

@@ -1,5 +1,6 @@
 // Caption programmes: the pairs of an SCC file on their frames, and one pass over an MCC file.
-#pragma once
+#ifndef KIV_TOOL_CAPTION_SCAN_H
+#define KIV_TOOL_CAPTION_SCAN_H
 
 #include "CEA608.h"
 #include "CaptionFile.h"
@@ -102,3 +103,5 @@ void addToDigest(uint32_t &digest, const KIVCS2ClosedCaption &caption);
 [[nodiscard]] bool ratesAgree(const Counting &counting, uint8_t cdpCode);
 
 } // namespace tool
+
+#endif

@@ -1,5 +1,6 @@
 // Colour bars: the patterns that lines and monitors are set by.
-#pragma once
+#ifndef KIV_TOOL_COLOUR_BARS_H
+#define KIV_TOOL_COLOUR_BARS_H
 
 #include "RawFrames.h"
 
@@ -22,3 +23,5 @@ enum class BarPattern
                                uint32_t height);
 
 } // namespace tool
+
+#endif

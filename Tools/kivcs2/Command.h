@@ -1,6 +1,7 @@
 // How the parts of the command meet: each adds its own words to the command line and leaves behind
 // what is to run.
-#pragma once
+#ifndef KIV_TOOL_COMMAND_H
+#define KIV_TOOL_COMMAND_H
 
 #include <CLI/CLI.hpp>
 
@@ -39,3 +40,5 @@ void addNetCommand(CLI::App &app, Context &context);
 void addStatusCommand(CLI::App &app, Context &context);
 
 } // namespace tool
+
+#endif

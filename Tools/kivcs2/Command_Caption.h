@@ -1,5 +1,6 @@
 // The words of kivcs2 caption, each in the file that does its work.
-#pragma once
+#ifndef KIV_TOOL_COMMAND_CAPTION_H
+#define KIV_TOOL_COMMAND_CAPTION_H
 
 #include <cstdint>
 #include <string>
@@ -35,3 +36,5 @@ int captionConvert(const CaptionArguments &arguments);
 int captionVerify(const CaptionArguments &arguments);
 
 } // namespace tool
+
+#endif

@@ -1,6 +1,7 @@
 // Counting: how a timecode's digits name frames. The library numbers frames by one rate for the
 // whole process; the command chooses it from the text or the file in front of it.
-#pragma once
+#ifndef KIV_TOOL_COUNTING_H
+#define KIV_TOOL_COUNTING_H
 
 #include <KIVCoreServices2/KIVCS2Timecode.h>
 #include <KIVCoreServices2/KIVCS2VideoFormat.h>
@@ -66,3 +67,5 @@ void use(const Counting &counting);
 [[nodiscard]] double exactSeconds(uint32_t frames, const Counting &counting);
 
 } // namespace tool
+
+#endif

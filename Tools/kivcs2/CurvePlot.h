@@ -1,5 +1,6 @@
 // The thirteen interpolation curves: their names, and plots of them in characters and in pixels.
-#pragma once
+#ifndef KIV_TOOL_CURVE_PLOT_H
+#define KIV_TOOL_CURVE_PLOT_H
 
 #include "Picture.h"
 
@@ -39,3 +40,5 @@ void printCurves(size_t columns);
 [[nodiscard]] Picture pictureOfCurves(uint32_t side);
 
 } // namespace tool
+
+#endif

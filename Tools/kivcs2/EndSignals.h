@@ -1,5 +1,6 @@
 // Commands that run until they are told to end: the signals that would end them are waited for.
-#pragma once
+#ifndef KIV_TOOL_END_SIGNALS_H
+#define KIV_TOOL_END_SIGNALS_H
 
 #include <algorithm>
 #include <chrono>
@@ -79,3 +80,5 @@ private:
 };
 
 } // namespace tool
+
+#endif

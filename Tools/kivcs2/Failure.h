@@ -1,5 +1,6 @@
 // Failures as a user meets them: one line, and the exit code that scripts test.
-#pragma once
+#ifndef KIV_TOOL_FAILURE_H
+#define KIV_TOOL_FAILURE_H
 
 #include "Shown.h"
 
@@ -78,3 +79,5 @@ inline void check(KIVCS2Status status, std::string_view text)
 }
 
 } // namespace tool
+
+#endif

@@ -1,5 +1,6 @@
 // Files as the command uses them: read in blocks, read whole, and written beside their place.
-#pragma once
+#ifndef KIV_TOOL_FILES_H
+#define KIV_TOOL_FILES_H
 
 #include "Failure.h"
 
@@ -174,3 +175,5 @@ struct OutputStream
 };
 
 } // namespace tool
+
+#endif

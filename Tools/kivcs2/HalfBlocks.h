@@ -1,5 +1,6 @@
 // Pictures on a terminal: two pixels a character.
-#pragma once
+#ifndef KIV_TOOL_HALF_BLOCKS_H
+#define KIV_TOOL_HALF_BLOCKS_H
 
 #include "Picture.h"
 
@@ -13,3 +14,5 @@ namespace tool
 void drawHalfBlocks(const PictureView &picture, size_t columns, double pixelAspect = 1.0);
 
 } // namespace tool
+
+#endif

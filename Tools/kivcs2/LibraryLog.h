@@ -1,5 +1,6 @@
 // The library's messages, while the command runs.
-#pragma once
+#ifndef KIV_TOOL_LIBRARY_LOG_H
+#define KIV_TOOL_LIBRARY_LOG_H
 
 namespace tool
 {
@@ -12,3 +13,5 @@ void capLibraryLog();
 void tellLeftOutMessages();
 
 } // namespace tool
+
+#endif

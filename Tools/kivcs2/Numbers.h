@@ -1,6 +1,7 @@
 // Numbers on the command line: taken as they are written, or refused. The parser's own conversion takes the nearest
 // number for one that is too large, octal for a leading 0, and nan and inf for times.
-#pragma once
+#ifndef KIV_TOOL_NUMBERS_H
+#define KIV_TOOL_NUMBERS_H
 
 #include "Output.h"
 
@@ -46,3 +47,5 @@ template <class Number>
 }
 
 } // namespace tool
+
+#endif

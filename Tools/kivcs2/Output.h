@@ -1,5 +1,6 @@
 // What people and programs read: tables, JSON, colour and progress.
-#pragma once
+#ifndef KIV_TOOL_OUTPUT_H
+#define KIV_TOOL_OUTPUT_H
 
 #include "Shown.h"
 
@@ -166,3 +167,5 @@ void note(std::string_view text);
 [[nodiscard]] __attribute__((format(printf, 1, 2))) std::string print(const char *format, ...);
 
 } // namespace tool
+
+#endif

@@ -1,5 +1,6 @@
 // A picture in memory as the command draws and writes it.
-#pragma once
+#ifndef KIV_TOOL_PICTURE_H
+#define KIV_TOOL_PICTURE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -57,3 +58,5 @@ private:
 };
 
 } // namespace tool
+
+#endif

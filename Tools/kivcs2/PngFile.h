@@ -1,5 +1,6 @@
 // Pictures as PNG files.
-#pragma once
+#ifndef KIV_TOOL_PNG_FILE_H
+#define KIV_TOOL_PNG_FILE_H
 
 #include "Picture.h"
 
@@ -14,3 +15,5 @@ namespace tool
 void writePNG(const std::string &target, const PictureView &picture);
 
 } // namespace tool
+
+#endif

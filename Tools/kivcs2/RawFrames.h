@@ -1,5 +1,6 @@
 // Raw frames: files of pictures that follow each other without headers, one frame in memory at a time.
-#pragma once
+#ifndef KIV_TOOL_RAW_FRAMES_H
+#define KIV_TOOL_RAW_FRAMES_H
 
 #include "Files.h"
 #include "Picture.h"
@@ -201,3 +202,5 @@ private:
 };
 
 } // namespace tool
+
+#endif

@@ -1,5 +1,6 @@
 // What a terminal may be shown: text without what would steer it.
-#pragma once
+#ifndef KIV_TOOL_SHOWN_H
+#define KIV_TOOL_SHOWN_H
 
 #include <string>
 #include <string_view>
@@ -57,3 +58,5 @@ private:
 };
 
 } // namespace tool
+
+#endif

@@ -1,5 +1,6 @@
 // Video formats by what a user calls them.
-#pragma once
+#ifndef KIV_TOOL_VIDEO_FORMATS_H
+#define KIV_TOOL_VIDEO_FORMATS_H
 
 #include <KIVCoreServices2/KIVCS2VideoFormat.h>
 
@@ -17,3 +18,5 @@ namespace tool
 [[nodiscard]] std::string noVideoFormat(const std::string &wanted);
 
 } // namespace tool
+
+#endif

@@ -1,5 +1,6 @@
 // Figures that are shown again and again: in place on a terminal, as lines elsewhere.
-#pragma once
+#ifndef KIV_TOOL_WATCH_H
+#define KIV_TOOL_WATCH_H
 
 #include "Command.h"
 #include "Output.h"
@@ -34,3 +35,5 @@ struct Watched
 int watch(const WatchOptions &options, bool json, const Watched &watched);
 
 } // namespace tool
+
+#endif

@@ -1,5 +1,6 @@
 // Integer PCM samples: what becomes of each, over runs of them and over frames that are split.
-#pragma once
+#ifndef KIVP_AUDIO_TOOLBOX_PCM_H
+#define KIVP_AUDIO_TOOLBOX_PCM_H
 
 #include <array>
 #include <cstddef>
@@ -89,3 +90,5 @@ enum class KernelKind
 [[nodiscard]] KernelKind kernelKind() noexcept;
 [[nodiscard]] const Kernels &kernelsOf(KernelKind kind) noexcept;
 } // namespace kiv::audio
+
+#endif

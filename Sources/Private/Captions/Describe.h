@@ -1,0 +1,17 @@
+// CEA-608 byte pairs in words.
+#ifndef KIV_PRIVATE_CAPTIONS_DESCRIBE_H
+#define KIV_PRIVATE_CAPTIONS_DESCRIBE_H
+
+#include "KIVCS2ClosedCaptions.h"
+
+#include <span>
+
+namespace kiv::captions
+{
+// Writes the zero-terminated description of a pair; KIVCS2STATUS_DATA_ERR for an empty pair, which
+// leaves the text alone.
+[[nodiscard]] KIVCS2Status describePair(uint8_t byte1, uint8_t byte2,
+                                        std::span<char, KIVCS2_CEA608_DESCRIPTION_SIZE> text);
+} // namespace kiv::captions
+
+#endif

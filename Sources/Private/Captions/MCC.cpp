@@ -1,0 +1,248 @@
+// The text forms of MCC files: the header's items, the letter compression, and the timecode that
+// opens a line of MCC and SCC files alike.
+#include "Private/Captions/MCC.h"
+
+#include "Private/Captions/Hex.h"
+
+#include <algorithm>
+#include <cstring>
+
+// Part of the published format: generators include the whole text as it stands.
+const std::string_view kiv::mccComment =
+    "///////////////////////////////////////////////////////////////////////////////////\n"
+    "// Computer Prompting and Captioning Company\n"
+    "// Ancillary Data Packet Transfer File\n"
+    "//\n"
+    "// Permission to generate this format is granted provided that\n"
+    "// 1. This ANC Transfer file format is used on an as-is basis and no warranty is given, and\n"
+    "// 2. This entire descriptive information text is included in a generated .mcc file.\n"
+    "//\n"
+    "// General file format:\n"
+    "// HH:MM:SS:FF(tab)[Hexadecimal ANC data in groups of 2 characters]\n"
+    "// Hexadecimal data starts with the Ancillary Data Packet DID (Data ID defined in S291M)\n"
+    "// and concludes with the Check Sum following the User Data Words.\n"
+    "// Each time code line must contain at most one complete ancillary data packet.\n"
+    "// To transfer additional ANC Data successive lines may contain identical time code.\n"
+    "// Time Code Rate=[24, 25, 30, 30DF, 50, 60]\n"
+    "//\n"
+    "// ANC data bytes may be represented by one ASCII character according to the following schema:\n"
+    "// G FAh 00h 00h\n"
+    "// H 2 x (FAh 00h 00h)\n"
+    "// I 3 x (FAh 00h 00h)\n"
+    "// J 4 x (FAh 00h 00h)\n"
+    "// K 5 x (FAh 00h 00h)\n"
+    "// L 6 x (FAh 00h 00h)\n"
+    "// M 7 x (FAh 00h 00h)\n"
+    "// N 8 x (FAh 00h 00h)\n"
+    "// O 9 x (FAh 00h 00h)\n"
+    "// P FBh 80h 80h\n"
+    "// Q FCh 80h 80h\n"
+    "// R FDh 80h 80h\n"
+    "// S 96h 69h\n"
+    "// T 61h 01h\n"
+    "// U E1h 00h 00h\n"
+    "// Z 00h\n"
+    "//\n"
+    "///////////////////////////////////////////////////////////////////////////////////";
+
+namespace
+{
+// Empty CEA-708 triplets: the letters G to O stand for one to nine of them.
+template <size_t Count>
+constexpr std::array<uint8_t, 3 * Count> emptyTriplets()
+{
+    std::array<uint8_t, 3 * Count> bytes{};
+    for (size_t index = 0; index < bytes.size(); index += 3)
+        bytes[index] = 0xFA;
+    return bytes;
+}
+
+constexpr auto mccCharG = emptyTriplets<1>();
+constexpr auto mccCharH = emptyTriplets<2>();
+constexpr auto mccCharI = emptyTriplets<3>();
+constexpr auto mccCharJ = emptyTriplets<4>();
+constexpr auto mccCharK = emptyTriplets<5>();
+constexpr auto mccCharL = emptyTriplets<6>();
+constexpr auto mccCharM = emptyTriplets<7>();
+constexpr auto mccCharN = emptyTriplets<8>();
+constexpr auto mccCharO = emptyTriplets<9>();
+constexpr std::array<uint8_t, 3> mccCharP{0xFB, 0x80, 0x80}; // empty field 2 pair
+constexpr std::array<uint8_t, 3> mccCharQ{0xFC, 0x80, 0x80}; // empty field 1 pair
+constexpr std::array<uint8_t, 3> mccCharR{0xFD, 0x80, 0x80};
+constexpr std::array<uint8_t, 2> mccCharS{0x96, 0x69}; // CDP identifier
+constexpr std::array<uint8_t, 2> mccCharT{0x61, 0x01}; // DID and SDID of a CDP
+constexpr std::array<uint8_t, 3> mccCharU{0xE1, 0x00, 0x00};
+constexpr std::array<uint8_t, 1> mccCharZ{0x00};
+
+template <size_t Size>
+constexpr kiv::MCCLetter row(char letter, const std::array<uint8_t, Size> &bytes)
+{
+    return {letter, static_cast<uint8_t>(Size), bytes.data()};
+}
+} // namespace
+
+constexpr std::array<kiv::MCCLetter, 20> kiv::mccEncoding{{
+    row('G', mccCharG), row('H', mccCharH), row('I', mccCharI), row('J', mccCharJ), row('K', mccCharK),
+    row('L', mccCharL), row('M', mccCharM), row('N', mccCharN), row('O', mccCharO), row('P', mccCharP),
+    row('Q', mccCharQ), row('R', mccCharR), row('S', mccCharS), row('T', mccCharT), row('U', mccCharU),
+    {'V', 0, nullptr},  {'W', 0, nullptr},  {'X', 0, nullptr},  {'Y', 0, nullptr},  row('Z', mccCharZ),
+}};
+
+namespace
+{
+using kiv::MCCLetter;
+
+constexpr const MCCLetter *letterRow(char character)
+{
+    return character >= 'G' && character <= 'Z' ? &kiv::mccEncoding[static_cast<size_t>(character - 'G')]
+                                                : nullptr;
+}
+
+// Most bytes of a packet open no letter: the table is walked for the few that do.
+constexpr std::array<bool, 256> kOpensLetter = []
+{
+    std::array<bool, 256> opens{};
+    for (const MCCLetter &letter : kiv::mccEncoding)
+        if (letter.size != 0)
+            opens[letter.bytes[0]] = true;
+    return opens;
+}();
+
+// The longest letter that `packet` begins with and that is shorter than the packet.
+const MCCLetter *longestLetter(std::span<const uint8_t> packet)
+{
+    const MCCLetter *longest = nullptr;
+    if (!kOpensLetter[packet[0]])
+        return longest;
+    for (const MCCLetter &letter : kiv::mccEncoding)
+    {
+        // Kept: a letter never takes the packet's last byte, so the checksum always stands as digits.
+        if (letter.size == 0 || letter.size >= packet.size())
+            continue;
+        if ((longest == nullptr || letter.size > longest->size) &&
+            std::memcmp(letter.bytes, packet.data(), letter.size) == 0)
+            longest = &letter;
+    }
+    return longest;
+}
+
+// Character by character, for what the whole bytes leave: an odd digit and everything behind it, the
+// limit, and characters that stand for nothing.
+KIVCS2Status decodeNibbles(std::string_view text, KIVCS2ClosedCaption &caption)
+{
+    bool lowHalf = false;
+    for (const char character : text)
+    {
+        if (const MCCLetter *const letter = letterRow(character))
+        {
+            for (uint8_t index = 0; index < letter->size; ++index)
+            {
+                const uint8_t byte = letter->bytes[index];
+                for (const uint8_t nibble : {static_cast<uint8_t>(byte >> 4), byte})
+                    if (const KIVCS2Status status = kiv::storeNibble(caption, lowHalf, nibble);
+                        KIVCS2_FAILED(status))
+                        return status;
+            }
+            continue;
+        }
+        // Kept: lower-case digits are refused here, though SCC files take them.
+        const uint8_t value = kiv::upperHexValue(character);
+        if (value == kiv::kNoDigit)
+            return KIVCS2STATUS_CAPTION_ERR;
+        if (const KIVCS2Status status = kiv::storeNibble(caption, lowHalf, value); KIVCS2_FAILED(status))
+            return status;
+    }
+    return KIVCS2STATUS_OK;
+}
+
+constexpr bool isDigit(char character)
+{
+    return character >= '0' && character <= '9';
+}
+} // namespace
+
+size_t kiv::compressMCCPacket(std::span<const uint8_t> packet, char *text) noexcept
+{
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    char *out = text;
+    while (!packet.empty())
+    {
+        if (const MCCLetter *const letter = longestLetter(packet))
+        {
+            *out++ = letter->letter;
+            packet = packet.subspan(letter->size);
+            continue;
+        }
+        *out++ = kDigits[packet[0] >> 4];
+        *out++ = kDigits[packet[0] & 0x0F];
+        packet = packet.subspan(1);
+    }
+    return static_cast<size_t>(out - text);
+}
+
+KIVCS2Status kiv::decodeMCCPacket(std::string_view text, KIVCS2ClosedCaption &caption) noexcept
+{
+    const std::span<uint8_t> bytes{caption.m_captionData, kCaptionBytesMax};
+    size_t size = 0;
+    size_t position = 0;
+    while (position < text.size())
+    {
+        const size_t decoded = decodeHexPairs(text.substr(position), bytes.subspan(size));
+        size += decoded;
+        position += 2 * decoded;
+        const MCCLetter *const letter = position < text.size() ? letterRow(text[position]) : nullptr;
+        if (letter == nullptr || letter->size > bytes.size() - size)
+            break;
+        std::copy_n(letter->bytes, letter->size, bytes.data() + size);
+        size += letter->size;
+        ++position;
+    }
+    caption.m_captionSize = static_cast<uint32_t>(size);
+    return decodeNibbles(text.substr(position), caption);
+}
+
+bool kiv::copyTimecodeText(std::string_view line, TimecodeText &text) noexcept
+{
+    if (line.size() < kTimecodeLength)
+        return false;
+    for (size_t index = 0; index < kTimecodeLength; ++index)
+    {
+        const char character = line[index];
+        const bool separator = index % 3 == 2;
+        if (separator ? character != ':' && character != ';' : !isDigit(character))
+            return false;
+        text[index] = separator ? ':' : character;
+    }
+    text[kTimecodeLength] = '\0';
+    return true;
+}
+
+bool kiv::readMCCSuffixes(std::string_view line, size_t &position, KIVCS2ClosedCaption &caption) noexcept
+{
+    constexpr size_t kDigitsMax = 16;
+
+    if (position + 2 > line.size() || line[position] != '.')
+        return true;
+    const char field = line[position + 1];
+    if (field != '0' && field != '1')
+        return false;
+    caption.m_field = static_cast<uint32_t>(field - '0');
+    caption.m_flags |= KIVCS2ClosedCaptionFlag_HasField;
+    position += 2;
+
+    if (position + 2 > line.size() || line[position] != ',')
+        return true;
+    uint64_t number = 0; // 16 digits fit
+    size_t digits = 0;
+    for (++position; position < line.size() && line[position] != '\t'; ++position)
+    {
+        if (!isDigit(line[position]) || digits++ == kDigitsMax)
+            return false;
+        number = number * 10 + static_cast<uint64_t>(line[position] - '0');
+    }
+    if (position == line.size())
+        return false;
+    caption.m_number = static_cast<uint32_t>(number);
+    caption.m_flags |= KIVCS2ClosedCaptionFlag_HasNumber;
+    return true;
+}

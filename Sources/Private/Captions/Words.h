@@ -1,0 +1,138 @@
+// The words of a SMPTE ST 291-1 packet and where they are read from: any stream through its bit
+// reader, or a memory stream's own bytes, which gives the same words, position and bit state.
+#ifndef KIV_PRIVATE_CAPTIONS_WORDS_H
+#define KIV_PRIVATE_CAPTIONS_WORDS_H
+
+#include "KIVCS2ClosedCaptions.h"
+#include "KIVCS2MemoryStream.h"
+#include "Private/Streams/View.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace kiv::captions
+{
+// One word: the 8 data bits, and above them bits 8 and 9 where the words have 10 bits.
+using AncWord = uint16_t;
+
+constexpr unsigned kParityShift = 8;
+
+struct AncForm
+{
+    bool tenBits;
+    uint8_t flagWords; // of `flag`, in front of the DID
+    std::array<AncWord, 3> flag;
+    AncWord did;
+    AncWord sdid;
+};
+
+// Indexed by KIVCS2CaptionANCFormat. Caption packets have DID 61h, SDID 01h (SMPTE ST 334-1); both
+// have an odd count of bits, so that their 10-bit words have bit 8 set and bit 9 clear.
+constexpr std::array<AncForm, 4> kAncForms = {{
+    {false, 3, {0xFF, 0xA0, 0x09}, 0x061, 0x001},
+    {false, 0, {}, 0x061, 0x001},
+    {true, 3, {0x000, 0x3FF, 0x3FF}, 0x161, 0x101},
+    {true, 0, {}, 0x161, 0x101},
+}};
+static_assert(kAncForms.size() == KIVCS2CaptionANCFormat_10Bit + 1);
+
+// Words through the stream interface.
+class StreamWords
+{
+public:
+    StreamWords(KIVCS2Stream *stream, bool tenBits) : m_stream{stream}, m_tenBits{tenBits} {}
+
+    [[nodiscard]] KIVCS2Status begin()
+    {
+        return kivCS2Stream_beginReadBits(m_stream);
+    }
+
+    [[nodiscard]] KIVCS2Status read(AncWord &word)
+    {
+        uint8_t value = 0;
+        uint8_t parity = 0;
+        const KIVCS2Status status =
+            m_tenBits ? kivCS2ClosedCaptions_read10BitParityWord(m_stream, true, &value, &parity, nullptr)
+                      : kivCS2ClosedCaptions_read8BitWord(m_stream, &value, nullptr);
+        word = static_cast<AncWord>(parity << kParityShift | value);
+        return status;
+    }
+
+    // A stream that cannot tell counts as ended.
+    [[nodiscard]] bool atEnd()
+    {
+        uint32_t eos = 0;
+        return KIVCS2_FAILED(kivCS2Stream_isEndOfStream(m_stream, &eos)) || eos != 0;
+    }
+
+private:
+    KIVCS2Stream *m_stream;
+    bool m_tenBits;
+};
+
+// Words straight from the bytes of a memory stream. The bit reader holds one byte fetched ahead and
+// at the end keeps the last one, so the same is done here; the stream is brought up to date at the end.
+// Kept: a packet whose data end early sees that last byte again, and may succeed.
+class MemoryWords
+{
+public:
+    // The stream when it reads, and tells its end, as memory streams do, and has a byte to begin with.
+    [[nodiscard]] static KIVCS2MemoryStream *readable(KIVCS2Stream &stream)
+    {
+        // isEndOfStream refuses a stream without a setPosition, which would leave a checksum untested.
+        if (stream.m_isEndOfStream != kivCS2MemoryStream_isEndOfStream || stream.m_setPosition == nullptr)
+            return nullptr;
+        KIVCS2MemoryStream *memory = asMemoryStream(stream);
+        return memory != nullptr && !unreadBytes(*memory).empty() ? memory : nullptr;
+    }
+
+    MemoryWords(KIVCS2MemoryStream &memory, bool tenBits)
+        : m_memory{memory}, m_bytes{unreadBytes(memory)}, m_tenBits{tenBits}
+    {
+    }
+    MemoryWords(const MemoryWords &) = delete;
+    MemoryWords &operator=(const MemoryWords &) = delete;
+
+    ~MemoryWords()
+    {
+        m_memory.m_stream.m_bitMask = 0x80;
+        m_memory.m_stream.m_bitByte = m_bytes[m_ahead];
+        m_memory.m_stream.m_bitReading = 1;
+        takeBytes(m_memory, m_ahead + 1);
+    }
+
+    [[nodiscard]] KIVCS2Status begin()
+    {
+        return KIVCS2STATUS_OK;
+    }
+
+    [[nodiscard]] KIVCS2Status read(AncWord &word)
+    {
+        const uint8_t high = m_tenBits ? take() & 0x03 : 0;
+        word = static_cast<AncWord>(high << kParityShift | take());
+        return KIVCS2STATUS_OK;
+    }
+
+    [[nodiscard]] bool atEnd() const
+    {
+        return m_ahead + 1 == m_bytes.size();
+    }
+
+private:
+    [[nodiscard]] uint8_t take()
+    {
+        const uint8_t byte = m_bytes[m_ahead];
+        m_ahead += atEnd() ? 0 : 1;
+        return byte;
+    }
+
+    KIVCS2MemoryStream &m_memory;
+    std::span<const uint8_t> m_bytes; // what was unread at the begin; not empty
+    size_t m_ahead = 0;               // the byte held ahead
+    bool m_tenBits;
+};
+} // namespace kiv::captions
+
+#endif

@@ -1,0 +1,62 @@
+// Y Cb Cr of video range to R G B of full range, in integers with 16 bits of fraction: one pixel at a time, and
+// the definition that the rows of PixelBuffer_Rows.h are equal to.
+#ifndef KIV_PRIVATE_PIXELS_COLOUR_H
+#define KIV_PRIVATE_PIXELS_COLOUR_H
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+namespace kiv
+{
+// The factors times 65536. Green takes its two away.
+struct ColourMatrix
+{
+    int32_t luma;
+    int32_t redCr;
+    int32_t blueCb;
+    int32_t greenCb;
+    int32_t greenCr;
+};
+
+inline constexpr ColourMatrix kMatrix601{76309, 104597, 132201, 25674, 53279}; // ITU-R BT.601
+inline constexpr ColourMatrix kMatrix709{76495, 122737, 141958, 14342, 35890}; // ITU-R BT.709
+
+inline constexpr int32_t kLumaBlack = 16;
+inline constexpr int32_t kChromaNeutral = 128;
+
+struct RGB
+{
+    uint8_t red;
+    uint8_t green;
+    uint8_t blue;
+};
+
+[[nodiscard]] constexpr RGB convertPixel(const ColourMatrix &matrix, int32_t luma, int32_t cb,
+                                         int32_t cr) noexcept
+{
+    const auto rounded = [](int32_t sum)
+    {
+        return static_cast<uint8_t>(std::clamp((sum + 32768) >> 16, 0, 255));
+    };
+    const int32_t y = (luma - kLumaBlack) * matrix.luma;
+    cb -= kChromaNeutral;
+    cr -= kChromaNeutral;
+    return {rounded(y + cr * matrix.redCr), rounded(y - cb * matrix.greenCb - cr * matrix.greenCr),
+            rounded(y + cb * matrix.blueCb)};
+}
+
+// One work pixel, bytes any, Cr, Y, Cb, into B, G, R and the work pixel's first byte.
+void SDConvertYCbCrtoRGB(const uint8_t *workPixel, uint8_t *pixel) noexcept;
+void HDConvertYCbCrtoRGB(const uint8_t *workPixel, uint8_t *pixel) noexcept;
+
+// A line of '2vuy' into B, G, R, 255 a pixel. The line has `width` * 2 bytes, and what lies behind them
+// is 0; an odd width writes one pixel more than itself.
+void ConvertLinetoRGB(const uint8_t *line, uint8_t *pixels, size_t width, bool standardDefinition) noexcept;
+
+// Pixel `x` of such a line. The last pair of an odd width is read whole.
+void ConvertPixeltoRGB(const uint8_t *line, uint8_t *pixel, size_t x, size_t width,
+                       bool standardDefinition) noexcept;
+} // namespace kiv
+
+#endif

@@ -1,0 +1,55 @@
+// Rows of pixels, by the fastest means of the machine. A kernel reads only the pixels it is given and writes no
+// byte beyond those it says; no row needs an alignment.
+#ifndef KIV_PRIVATE_PIXELS_ROWS_H
+#define KIV_PRIVATE_PIXELS_ROWS_H
+
+#include "Private/Support/Cpu.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kiv
+{
+using ConvertRow = void (*)(const uint8_t *from, uint8_t *to, size_t width) noexcept;
+// `count` pixels at `position` and every `step` from there, in 65536ths of a pixel; all lie in the `width` pixels.
+using SampleRow = void (*)(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t position,
+                           uint64_t step) noexcept;
+
+struct PixelRows
+{
+    ConvertRow toBGRA601; // '2vuy' as ConvertLinetoRGB(): an even number of pixels of 4 bytes
+    ConvertRow toBGRA709; //
+    ConvertRow
+        toRGBA601; // the same with red in front; the one pixel more of an odd width stays as B, G, R, 255
+    ConvertRow v210To2vuy;    // whole pairs
+    SampleRow sample32;       // pixels of 4 bytes, copied
+    SampleRow sample2vuyTo24; // '2vuy' as ConvertPixeltoRGB() into R, G, B
+    // The bytes of the pattern again and again, `size` bytes in all.
+    void (*fill)(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept;
+};
+
+// How the bytes of a converted pixel lie.
+enum class PixelOrder
+{
+    bgra,
+    rgba
+};
+
+// The rows without vectors, which also do what is left at the end of a line.
+namespace plain
+{
+void v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noexcept;
+void sample32(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t position,
+              uint64_t step) noexcept;
+void sample2vuyTo24(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t position,
+                    uint64_t step) noexcept;
+void fill(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept;
+} // namespace plain
+
+// The rows of one level, which the machine must have.
+[[nodiscard]] const PixelRows &pixelRows(CpuLevel level) noexcept;
+// The rows of this machine.
+[[nodiscard]] const PixelRows &pixelRows() noexcept;
+} // namespace kiv
+
+#endif

@@ -1,0 +1,20 @@
+// Which vector instructions this machine offers. Hot modules keep one table of function pointers
+// a level and choose with cpuLevel(); tests force every level the machine has.
+#ifndef KIV_PRIVATE_SUPPORT_CPU_H
+#define KIV_PRIVATE_SUPPORT_CPU_H
+
+namespace kiv
+{
+enum class CpuLevel
+{
+    portable, // no intrinsics
+    sse42,    // SSE4.2 and PCLMULQDQ
+    avx2,     // AVX2, BMI2 and PCLMULQDQ
+    avx512,   // AVX-512 F, BW, VL, DQ, VBMI, VNNI, and VPCLMULQDQ
+};
+
+// The best level of this machine, from CPUID and the operating system's enabled state, read once.
+[[nodiscard]] CpuLevel cpuLevel() noexcept;
+} // namespace kiv
+
+#endif

@@ -1,0 +1,437 @@
+// The task server itself: forked from the host, it launches what it is asked to and reports who has ended.
+#include "Private/Tasks/ServerProcess.h"
+
+#include "Private/Support/Check.h"
+#include "Private/Tasks/ServerWire.h"
+#include "Private/Tasks/Children.h"
+#include "Private/Tasks/Tree.h"
+
+#include <KIVPlatform/KIVPlatform.h>
+#include <mach/mach_time.h>
+
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <new>
+#include <utility>
+
+namespace
+{
+// All that is launched has this long for its SIGTERM; then it is killed.
+constexpr uint64_t kGrace = 10000; // milliseconds; a recorder closes its file
+constexpr uint64_t kGraceAfterDeath =
+    750; // milliseconds; what is fed by a host that died has nothing to wait for
+constexpr uint64_t kKillingTime = 500; // milliseconds to see the killed ones go
+constexpr int kLookPeriod = 10;        // milliseconds
+constexpr int kSlowLookPeriod = 50;    // milliseconds, of a long wait
+constexpr int kPartingTime = 300;      // milliseconds at most between the end of a host's pipe and its own
+constexpr int kTellingTime =
+    5000; // milliseconds for a forked child to tell its id; less than the host waits for it
+constexpr uint64_t kNsPerMillisecond = 1000000;
+
+struct Report
+{
+    int32_t pid;
+    int32_t status;
+};
+static_assert(sizeof(Report) == 8);
+
+// Where nobody reads, or the host has closed its end, statuses would be taken that nobody can be told.
+[[nodiscard]] bool canReport()
+{
+    pollfd entry{g_CSTaskServer.m_descriptors[kReportWrite], POLLOUT, 0};
+    return kiv::isOwnPipe(kReportWrite) && poll(&entry, 1, 0) > 0 && entry.revents == POLLOUT;
+}
+
+// "Unexpected SIGCHLD error %i\n" without printf, which a handler must not call.
+void complain(int error)
+{
+    char text[64] = "Unexpected SIGCHLD error ";
+    char digits[12];
+    size_t count = 0;
+    for (auto value = static_cast<unsigned>(error); value > 0 || count == 0; value /= 10)
+        digits[count++] = static_cast<char>('0' + value % 10);
+    size_t size = std::strlen(text);
+    while (count > 0)
+        text[size++] = digits[--count];
+    text[size++] = '\n';
+    (void)!write(STDERR_FILENO, text, size); // nobody can be told that nobody can be told
+}
+
+// What the host does at a signal is not the server's business. All that might end or stop it are blocked, here
+// and not in what is launched: SIGTERM is looked for when there is something to do, the others have no effect.
+// Left are its children's ends, and faults of its own.
+void setUpSignals()
+{
+    kiv::resetHandlers();
+    kiv::installChildHandler();
+
+    sigset_t blocked;
+    sigfillset(&blocked);
+    for (const int signal : {SIGCHLD, SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP})
+        sigdelset(&blocked, signal);
+    (void)pthread_sigmask(SIG_SETMASK, &blocked, nullptr); // cannot fail with these arguments
+}
+
+// A descriptor of the host's that the server kept would stay open when the host closes it.
+void closeAllBut(std::array<int32_t, 3> kept)
+{
+    std::sort(kept.begin(), kept.end());
+    unsigned first = STDERR_FILENO + 1;
+    for (const int32_t descriptor : kept)
+    {
+        const auto number = static_cast<unsigned>(descriptor);
+        if (number > first)
+            (void)KIVPCloseDescriptors(first, number - 1);
+        first = number + 1;
+    }
+    (void)KIVPCloseDescriptors(first, ~0u);
+}
+
+[[nodiscard]] bool hasChildren()
+{
+    siginfo_t info{};
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
+}
+
+// Whether the child of this launch has told its id; null without memory. Shared, because under some tools a child
+// of vfork has a memory of its own, and is not waited for.
+constinit std::atomic<bool> *g_announced = nullptr;
+
+void shareAnnouncement()
+{
+    void *memory =
+        mmap(nullptr, sizeof *g_announced, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory != MAP_FAILED)
+        g_announced = new (memory) std::atomic<bool>{false};
+}
+
+void wait(int milliseconds)
+{
+    const timespec period{0, milliseconds * 1000000L};
+    (void)nanosleep(&period, nullptr); // a signal only makes it shorter
+}
+
+constinit uint32_t g_launches = 0; // that this server has read
+
+// Whether the child has ended, at once or after a wait; it is left to be reaped. No child of that id counts as ended:
+// the handler has reaped it.
+[[nodiscard]] bool hasEnded(pid_t child, int wait)
+{
+    siginfo_t info{};
+    int result;
+    do
+        result = waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT | wait);
+    while (result != 0 && errno == EINTR);
+    return result != 0 || info.si_pid == child;
+}
+
+// Looks until the child of a fork, beside which the server goes on, has told its id or has ended. One that did
+// neither in time is killed: the host will not wait for it.
+void waitForAForkedChild(pid_t child)
+{
+    const uint64_t end = mach_absolute_time() + kTellingTime * kNsPerMillisecond;
+    while (!g_announced->load() && !hasEnded(child, WNOHANG))
+    {
+        if (mach_absolute_time() >= end)
+        {
+            (void)kiv::signalProcess(child, SIGKILL);
+            (void)hasEnded(child, 0);
+            return;
+        }
+        wait(1);
+    }
+}
+
+// Whether the child has ended and may not have told its id. After a real vfork (`memoryIsShared`) the server only
+// goes on when the child executes, and has told it, or when it is dead or about to be; a kernel lets the server go
+// on before the dead child can be waited for, so a look without waiting finds it alive.
+[[nodiscard]] bool diedSilently(pid_t child, bool memoryIsShared)
+{
+    if (g_announced == nullptr || g_announced->load())
+        return false;
+    if (memoryIsShared)
+        (void)hasEnded(child, 0);
+    else
+        waitForAForkedChild(child);
+    return !g_announced->load();
+}
+
+// Takes what has ended off the process table, reported where there is room.
+void buryChildren()
+{
+    kiv::reapChildren();
+    if (!canReport())
+        while (waitpid(-1, nullptr, WNOHANG) > 0)
+        {
+        }
+}
+
+// Signals what is below the server (`own`), and what the host has launched itself (`shared`).
+void sweep(int signal, bool own, bool shared)
+{
+    kiv::ProcessTree tree{getpid()};
+    if (own)
+        tree.addRoot(getpid(), false);
+    if (shared)
+        kiv::ChildTable::addShared(tree);
+    tree.stopAndLook();
+    kiv::ChildTable::note(tree);
+    tree.signal(signal);
+}
+
+// Whether anything is left of that. What it makes meanwhile is noted before its parent can be gone.
+[[nodiscard]] bool sharedAreLeft()
+{
+    kiv::ProcessTree tree{getpid()};
+    kiv::ChildTable::addShared(tree);
+    if (tree.size() == 0)
+        return false;
+    (void)tree.look();
+    kiv::ChildTable::note(tree);
+    return tree.hasLiving(0);
+}
+
+// The time between SIGTERM and SIGKILL, in milliseconds. A host that died has not begun to end in order.
+[[nodiscard]] uint64_t graceNow()
+{
+    return kiv::isOrphaned() && !kiv::ChildTable::hostHasLeft() ? kGraceAfterDeath : kGrace;
+}
+
+[[nodiscard]] uint64_t killingTime()
+{
+    return kKillingTime;
+}
+
+// Signals everything until nothing is left or the time is over; true when nothing is left. SIGTERM comes once, as a
+// second one could cut short what the first one began, and not to those that are `told` already. Who is made meanwhile,
+// or loses its parent, becomes the server's child. What the host has launched itself is met once the host is gone.
+[[nodiscard]] bool clear(int signal, bool told, uint64_t (*time)())
+{
+    const uint64_t begin = mach_absolute_time();
+    bool ownAreTold = told;
+    bool sharedAreTold = told;
+    for (;;)
+    {
+        const bool orphaned = kiv::isOrphaned();
+        const bool own = signal == SIGKILL || !ownAreTold;
+        const bool shared = orphaned && (signal == SIGKILL || !sharedAreTold);
+        if (own || shared)
+            sweep(signal, own, shared);
+        ownAreTold = true;
+        sharedAreTold = sharedAreTold || orphaned;
+        buryChildren();
+        const bool left = orphaned && sharedAreLeft();
+        if (!left && !hasChildren())
+            return true;
+        const uint64_t elapsed = (mach_absolute_time() - begin) / kNsPerMillisecond;
+        if (elapsed >= time())
+            return false;
+        wait(elapsed < kGraceAfterDeath ? kLookPeriod : kSlowLookPeriod);
+    }
+}
+
+void clearAll()
+{
+    // Where the host has signalled them, they have begun to end.
+    while (kiv::ChildTable::isSignalling() && !kiv::isOrphaned())
+        wait(kLookPeriod);
+    if (!clear(SIGTERM, kiv::ChildTable::allAreSignalled(), graceNow))
+        (void)clear(SIGKILL, false, killingTime);
+}
+
+// The host must not wait for an answer to a request that nobody reads.
+void closeRequests()
+{
+    for (const uint32_t index : {kRequestRead, kPidWrite})
+        close(std::exchange(g_CSTaskServer.m_descriptors[index], -1));
+}
+
+// The host is gone, or has told the server to end: nothing that was launched may stay.
+void takeAllAlong()
+{
+    closeRequests();
+    // A host's pipes are closed a moment before it is gone. One that stays, having closed them itself or told the
+    // server to end, keeps the children that it has launched directly.
+    for (int left = kPartingTime; !kiv::isOrphaned() && !kiv::isToldToEnd() && left > 0; left -= kLookPeriod)
+        wait(kLookPeriod);
+    const bool wasOrphaned = kiv::isOrphaned();
+    clearAll();
+    // At the host's exit the server is told first; what else the host does then may take any time.
+    while (kiv::ChildTable::hostLeaves() && !kiv::isOrphaned())
+        wait(kLookPeriod);
+    if (!wasOrphaned && kiv::isOrphaned())
+        clearAll();
+}
+
+[[nodiscard]] KIVCS2Status serve()
+{
+    for (;;)
+    {
+        uint8_t command = 0;
+        KIV_TRY(kivCS2TaskServerPrv_readBytes(kRequestRead, &command, sizeof command, true));
+        if (command == kiv::kCommandQuit)
+            return KIVCS2STATUS_OK;
+        if (command != kiv::kCommandExec)
+            continue;
+        kiv::ExecRequest request;
+        KIV_TRY(request.read(true));
+        // A request that was written after the server was told to end is for the next one.
+        if (kiv::isToldToEnd())
+            return KIVCS2STATUS_PIPE_ERR;
+        KIV_TRY(kivCS2TaskServerPrv_exec(request.command(), request.argv()));
+    }
+}
+} // namespace
+
+void kiv::reapChildren()
+{
+    struct Reaping
+    {
+        Reaping()
+        {
+            g_CSTaskServer.m_reaping.fetch_add(1);
+        }
+        ~Reaping()
+        {
+            g_CSTaskServer.m_reaping.fetch_sub(1);
+        }
+    };
+    const Reaping reaping;
+    for (;;)
+    {
+        if (!canReport())
+        {
+            g_CSTaskServer.m_reapingPostponed.store(1);
+            return;
+        }
+        Report report{};
+        report.pid = waitpid(-1, &report.status, WNOHANG);
+        if (report.pid == 0)
+            return;
+        if (report.pid < 0)
+        {
+            if (errno == EINTR)
+                continue;
+            if (errno != ECHILD)
+                complain(errno);
+            return;
+        }
+        if (report.pid == g_CSTaskServer.m_serverPid)
+            g_CSTaskServer.m_serverEnded.store(1);
+        // In one piece: host and server write to the same pipe. A host that is gone reads nothing.
+        (void)!write(g_CSTaskServer.m_descriptors[kReportWrite], &report, sizeof report);
+    }
+}
+
+bool kiv::isOwnPipe(uint32_t index)
+{
+    struct stat about;
+    return fstat(g_CSTaskServer.m_descriptors[index], &about) == 0 && S_ISFIFO(about.st_mode) &&
+           about.st_ino == g_CSTaskServer.m_pipes[index / 2];
+}
+
+bool kiv::isOrphaned()
+{
+    return getppid() != g_CSTaskServer.m_hostPid;
+}
+
+bool kiv::isToldToEnd()
+{
+    sigset_t pending;
+    sigemptyset(&pending);
+    return sigpending(&pending) == 0 && sigismember(&pending, SIGTERM) == 1;
+}
+
+void kiv::installChildHandler()
+{
+    struct sigaction action
+    {
+    };
+    action.sa_handler = kivCS2TaskServerPrv_sigChildHandler;
+    action.sa_flags = SA_RESTART;
+    sigfillset(&action.sa_mask);
+    (void)sigaction(SIGCHLD, &action, nullptr); // a signal that can be handled
+}
+
+void kivCS2TaskServerPrv_sigChildHandler(int)
+{
+    // A process that the host has forked itself keeps its children.
+    if (getpid() != g_CSTaskServer.m_reaper.load())
+        return;
+    const int interrupted = errno;
+    kiv::reapChildren();
+    errno = interrupted;
+}
+
+KIVCS2Status kivCS2TaskServerPrv_exec(const char *command, char *const *argv)
+{
+    ++g_launches;
+    kiv::ExecPlan plan;
+    KIV_TRY(plan.prepare(command, argv));
+    kiv::ChildSetup setup;
+    setup.announce = g_CSTaskServer.m_descriptors[kPidWrite];
+    setup.announced = g_announced;
+    std::atomic<bool> begun{false};
+    setup.begun = &begun;
+    if (g_announced != nullptr)
+        g_announced->store(false);
+    const pid_t child = kiv::spawn(plan, setup);
+    // Without a child, the end of this server tells the host, which tries once more with another.
+    if (child < 0)
+        return KIVCS2STATUS_FORK_ERR;
+    // The host waits for the id of a child that was killed before it could tell it, and learns it in another way.
+    if (diedSilently(child, begun.load()) && !kiv::ChildTable::tellSilentEnd(g_launches, child))
+        return KIVCS2STATUS_FORK_ERR;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status kivCS2TaskServerPrv_childProcess()
+{
+    KIVCS2TaskServer &server = g_CSTaskServer;
+    server.m_reaper.store(getpid());
+    server.m_reaping.store(0); // threads of the host may have been at it
+    server.m_serverPid = 0;
+    closeAllBut({server.m_descriptors[kRequestRead], server.m_descriptors[kPidWrite],
+                 server.m_descriptors[kReportWrite]});
+    (void)KIVPAdoptOrphans(); // without it, what loses its parent stays behind at the end
+    (void)KIVPSetThreadName("kivcs2-tasks");
+    shareAnnouncement();
+    kiv::ChildTable::actForHost();
+    setUpSignals();
+
+    const KIVCS2Status status = serve();
+    // After a quit, and where this machine could not serve, what runs goes on without the server.
+    if (status == KIVCS2STATUS_PIPE_ERR)
+        takeAllAlong();
+    return status;
+}
+
+KIVCS2Status kivCS2TaskServerPrv_createServer()
+{
+    KIVCS2TaskServer &server = g_CSTaskServer;
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    (void)pthread_sigmask(SIG_SETMASK, &all, &before); // cannot fail with these arguments
+    server.m_serverEnded.store(0);
+    kiv::ChildTable::beginServer();
+    const pid_t pid = fork();
+    if (pid == 0)
+        std::_Exit(static_cast<int>(kivCS2TaskServerPrv_childProcess()));
+    if (pid > 0)
+    {
+        std::atomic_ref{server.m_serverPid}.store(pid);
+        kiv::ChildTable::serverIs(pid);
+    }
+    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return pid > 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_FORK_ERR;
+}

@@ -1,0 +1,75 @@
+// Starts a command without copying the host's memory: the child runs on the parent's memory, whose thread
+// waits, until it executes. So everything is prepared before, and the child only makes system calls.
+#ifndef KIV_PRIVATE_TASKS_SPAWN_H
+#define KIV_PRIVATE_TASKS_SPAWN_H
+
+#include "KIVCS2Base.h"
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+namespace kiv
+{
+// What execvp() would try, as a list.
+class ExecPlan
+{
+public:
+    // `argv` ends with a null and outlives the plan, as does `command`.
+    [[nodiscard]] KIVCS2Status prepare(const char *command, char *const *argv);
+
+    // Executes the first file that can be; returns if none can. Async-signal-safe.
+    void execute() const;
+
+private:
+    struct Free
+    {
+        void operator()(void *block) const
+        {
+            std::free(block);
+        }
+    };
+
+    std::unique_ptr<char *[], Free> m_block; // the arguments of a script, the files, their texts
+    char *const *m_argv = nullptr;
+    char **m_scriptArgv = nullptr; // for a file that is no program: "/bin/sh", the file, the arguments
+    char **m_files = nullptr;      // ends with a null
+};
+
+// A child as another process finds it, in memory that both share. Its start tells it from a later process of the same
+// id.
+struct ChildNote
+{
+    int32_t pid;            // 0 for none; comes last, and goes first
+    uint64_t startedBefore; // nanoseconds of CLOCK_BOOTTIME
+
+    // Async-signal-safe. Child and parent may both write it.
+    void write(pid_t child);
+};
+
+// What the child does before it executes; -1 and null leave a thing alone.
+struct ChildSetup
+{
+    ChildNote *note = nullptr; // it writes itself down here before all, and ends if `parent` is gone
+    pid_t parent = 0;
+    std::atomic<bool> *begun =
+        nullptr;       // set at once, in memory of the parent's own: seen only if both share all
+    int announce = -1; // its process id is written here first
+    std::atomic<bool> *announced = nullptr; // set behind that, in memory that both share
+    bool piped = false;                     // the three below become the standard streams
+    int standardStreams[3] = {-1, -1, -1};
+    const char *files[3] = {}; // opened for writing, for standard output and error
+};
+
+// Gives every signal that has a handler its default action; ignored ones stay ignored. Async-signal-safe.
+void resetHandlers();
+
+// Starts the plan in a new process and returns its id, or -1. The child has no signal blocked and no
+// handler of the parent's; it exits with 127 where anything fails.
+[[nodiscard]] pid_t spawn(const ExecPlan &plan, const ChildSetup &setup);
+} // namespace kiv
+
+#endif

@@ -1,0 +1,120 @@
+// The descendants of a process, by the kernel's table, and how they are signalled.
+#ifndef KIV_PRIVATE_TASKS_TREE_H
+#define KIV_PRIVATE_TASKS_TREE_H
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+struct kinfo_proc;
+
+namespace kiv
+{
+// kill(), which reaches one process and never a group, all processes or process 1: -1 for such ids.
+int signalProcess(pid_t pid, int signal);
+
+// The table at one moment. Empty if /proc cannot be read.
+class ProcessTable
+{
+public:
+    ProcessTable();
+    ~ProcessTable();
+    ProcessTable(const ProcessTable &) = delete;
+    ProcessTable &operator=(const ProcessTable &) = delete;
+
+    [[nodiscard]] const kinfo_proc *begin() const;
+    [[nodiscard]] const kinfo_proc *end() const;
+
+    // Null if there is none, or if it has ended and was not waited for.
+    [[nodiscard]] const kinfo_proc *findLiving(pid_t pid) const;
+
+    // When a process that has not ended was started, in nanoseconds of CLOCK_BOOTTIME; 0 if there is none.
+    [[nodiscard]] uint64_t startOf(pid_t pid) const;
+
+    // Whether the process that was started at `start` has ended. A `start` of 0 stands for the one that has the
+    // id now, and is set.
+    [[nodiscard]] bool hasEnded(pid_t pid, uint64_t &start) const;
+
+private:
+    [[nodiscard]] const kinfo_proc *find(pid_t pid) const;
+
+    kinfo_proc *m_entries = nullptr;
+    size_t m_count = 0;
+};
+
+// A process of a tree.
+struct TreeProcess
+{
+    static constexpr size_t kNone = ~size_t{0};
+
+    pid_t pid;
+    size_t parent;          // index in the tree; kNone for a root whose parent is not in it
+    uint64_t start;         // 0 until the table was read
+    uint64_t startedBefore; // a later process of the same id is another one
+    bool isTarget;          // it is signalled, and not only what is below it
+    bool isStill;           // it stands still, or is never stopped
+    bool isStopped;         // here: it is to be continued
+    bool isServersCopy;     // the task server's child before it executes
+    bool hasEnded;
+    bool isNoted; // in the page that host and server share
+};
+
+// Processes with all below them. They are stopped before they are looked for: a shell starts its next command as soon
+// as its last one is gone, and once the shell is gone too, nobody finds that command. Whoever uses a tree holds no
+// mutex that a launch needs: a launch waits for its child until it executes, and the child may be stopped.
+class ProcessTree
+{
+public:
+    // `server` is never stopped: if this process dies meanwhile, the server is the one that ends what stands still. 0
+    // for none.
+    explicit ProcessTree(pid_t server);
+    ~ProcessTree();
+    ProcessTree(const ProcessTree &) = delete;
+    ProcessTree &operator=(const ProcessTree &) = delete;
+
+    // What is below a process, with `itself` the process too. Ids of 1 and less have nothing below them, unless this
+    // process is process 1 and means itself.
+    void addRoot(pid_t pid, bool itself, uint64_t startedBefore = ~uint64_t{0});
+
+    // Reads the table once; true if there was anything new.
+    bool look();
+    // Stops what it finds and looks again until there is nothing new, or for a quarter of a second.
+    void stopAndLook();
+    // Signals the targets, the deepest first, and then continues what was stopped here, children before parents.
+    // This process itself, if it is one of them, comes last of all.
+    void signal(int signal);
+
+    // Whether any target but `spared` has not ended.
+    [[nodiscard]] bool hasLiving(pid_t spared) const;
+
+    [[nodiscard]] size_t size() const
+    {
+        return m_count;
+    }
+    [[nodiscard]] TreeProcess &operator[](size_t index)
+    {
+        return m_processes[index];
+    }
+    // The process of that id that has not ended, or TreeProcess::kNone.
+    [[nodiscard]] size_t find(pid_t pid) const;
+
+private:
+    TreeProcess *add(pid_t pid, size_t parent);
+    void refresh(const ProcessTable &table);
+    void connect(size_t index, pid_t parent);
+    [[nodiscard]] bool mayBeStopped(const TreeProcess &process) const;
+    [[nodiscard]] bool stop(TreeProcess &process) const;
+    void waitUntilStill(uint64_t end);
+    template <class Visit>
+    void visitDeepestFirst(size_t parent, Visit visit);
+
+    pid_t m_server;
+    TreeProcess *m_processes = nullptr;
+    size_t m_count = 0;
+    size_t m_room = 0;
+    pid_t m_ancestors[64] = {}; // of this process: stopped, they could hold up who waits for it
+};
+} // namespace kiv
+
+#endif

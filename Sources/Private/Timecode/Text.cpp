@@ -1,0 +1,181 @@
+// Splits and writes timecode text without a detour over string objects.
+#include "Private/Timecode/Text.h"
+
+#include <charconv>
+#include <cstring>
+
+namespace kiv::timecode
+{
+namespace
+{
+constexpr ptrdiff_t kMaxPlainDigits = 9; // what a 32-bit number holds whatever the digits
+
+constexpr std::array<char, 200> kDigitPairs = []
+{
+    std::array<char, 200> pairs{};
+    for (size_t value = 0; value < 100; ++value)
+    {
+        pairs[2 * value] = static_cast<char>('0' + value / 10);
+        pairs[2 * value + 1] = static_cast<char>('0' + value % 10);
+    }
+    return pairs;
+}();
+
+char *putPair(char *at, uint32_t value)
+{
+    std::memcpy(at, &kDigitPairs[size_t{2} * value], 2);
+    return at + 2;
+}
+
+// ":MM:SS" and the frames behind their separator, with the terminator.
+char *putBelowHours(char *at, const ClockFields &clock, char separator)
+{
+    *at++ = ':';
+    at = putPair(at, clock.minutes);
+    *at++ = ':';
+    at = putPair(at, clock.seconds);
+    *at++ = separator;
+    at = putPair(at, clock.frames);
+    *at++ = '\0';
+    return at;
+}
+
+constexpr size_t kMaxDigits = 5;                                 // 49710 hours at 24 frames; year 65535
+constexpr size_t kMaxTimeSize = kMaxDigits + sizeof ":MM:SS:FF"; // terminator included
+constexpr size_t kMaxFramesSize = sizeof "-2147483648";
+constexpr size_t kMaxTextSize = 3 * (kMaxDigits + 1) + kMaxTimeSize; // three numbers, each with what follows
+static_assert(kMaxFramesSize <= kMaxTimeSize);
+
+char *putNumber(char *at, uint32_t value)
+{
+    return std::to_chars(at, at + kMaxDigits, value).ptr;
+}
+
+char *putTime(char *at, const ClockFields &clock, char separator)
+{
+    if (clock.hours < 100)
+        at = putPair(at, clock.hours);
+    else
+        at = putNumber(at, clock.hours);
+    return putBelowHours(at, clock, separator);
+}
+
+// "15.3.2024 "
+char *putDate(char *at, const Date &date)
+{
+    at = putNumber(at, date.day + 1u);
+    *at++ = '.';
+    at = putNumber(at, date.month + 1u);
+    *at++ = '.';
+    at = putNumber(at, date.year);
+    *at++ = ' ';
+    return at;
+}
+
+char *putFrames(char *at, int32_t frames)
+{
+    at = std::to_chars(at, at + kMaxFramesSize, frames).ptr;
+    *at++ = '\0';
+    return at;
+}
+
+// Copies a text that ends with its terminator, and returns its length without.
+size_t copyWhole(const char *text, const char *end, char *buffer, size_t size)
+{
+    const auto length = static_cast<size_t>(end - text);
+    if (length > size)
+        return 0;
+    std::memcpy(buffer, text, length);
+    return length - 1;
+}
+
+// Moves `at` over one number; false without a digit or with too many.
+bool takeNumber(const char *&at, uint32_t &value)
+{
+    const char *const start = at;
+    uint32_t number = 0;
+    for (uint32_t digit; (digit = static_cast<uint32_t>(*at) - '0') < 10; ++at)
+        number = number * 10 + digit;
+    value = number;
+    return at != start && at - start <= kMaxPlainDigits;
+}
+} // namespace
+
+bool splitPlainText(const char *text, TextFields &fields)
+{
+    const char *at = text;
+    uint32_t number = 0;
+    if (!takeNumber(at, number))
+        return false;
+    fields.hasDate = *at == '.';
+    if (fields.hasDate)
+    {
+        const uint32_t day = number;
+        uint32_t month = 0;
+        uint32_t year = 0;
+        if (!takeNumber(++at, month) || *at != '.' || !takeNumber(++at, year) || *at != ' ' ||
+            !takeNumber(++at, number))
+            return false;
+        fields.date = dateOfFields(day, month, year);
+    }
+    uint32_t count = 0;
+    fields.time[count++] = number;
+    while (*at == ':')
+    {
+        if (count == kMaxTimeFields || !takeNumber(++at, fields.time[count]))
+            return false;
+        ++count;
+    }
+    fields.timeFields = count;
+    return *at == '\0' && count != 2;
+}
+
+size_t writeTime(const ClockFields &clock, char separator, char *buffer, size_t size)
+{
+    if (clock.hours < 100 && size >= kTimeBufferSize)
+    {
+        putBelowHours(putPair(buffer, clock.hours), clock, separator);
+        return kTimeBufferSize - 1;
+    }
+    std::array<char, kMaxTimeSize> text;
+    return copyWhole(text.data(), putTime(text.data(), clock, separator), buffer, size);
+}
+
+size_t writeDateAndTime(const Date &date, const ClockFields &clock, char separator, char *buffer, size_t size)
+{
+    std::array<char, kMaxTextSize> text;
+    return copyWhole(text.data(), putTime(putDate(text.data(), date), clock, separator), buffer, size);
+}
+
+size_t writeDateAndFrames(const Date &date, int32_t frames, char *buffer, size_t size)
+{
+    std::array<char, kMaxTextSize> text;
+    return copyWhole(text.data(), putFrames(putDate(text.data(), date), frames), buffer, size);
+}
+
+size_t writeFrames(int32_t frames, char *buffer, size_t size)
+{
+    std::array<char, kMaxFramesSize> text;
+    return copyWhole(text.data(), putFrames(text.data(), frames), buffer, size);
+}
+
+uint32_t bcdOfFields(const ClockFields &clock)
+{
+    const auto digits = [](uint32_t value)
+    {
+        return value / 10 << 4 | value % 10;
+    };
+    return digits(clock.hours) << 24 | digits(clock.minutes) << 16 | digits(clock.seconds) << 8 |
+           digits(clock.frames);
+}
+
+ClockFields fieldsOfBCD(uint32_t bcd)
+{
+    const auto value = [bcd](uint32_t shift)
+    {
+        const uint32_t byte = bcd >> shift & 0xFF;
+        return (byte >> 4) * 10 + (byte & 0xF); // nibbles above 9 count on: at most 165
+    };
+    return {value(24), value(16), value(8), value(0)};
+}
+} // namespace kiv::timecode
