@@ -3,7 +3,7 @@
 #include <KIVCoreServices2/KIVCS2PixelBuffer.h>
 
 #include "Private/Pixels/Colour.h"
-#include "Private/Pixels/Rows.h"
+#include "Private/Pixels/Levels.h"
 
 #include <benchmark/benchmark.h>
 

@@ -4,7 +4,7 @@
 
 #include "KIVCS2PixelBuffer.h"
 
-#include "Private/Pixels/Rows.h"
+#include "Private/Pixels/Levels.h"
 
 #include <KIVPlatform/KIVPPixelBuffer.h>
 

@@ -3,7 +3,7 @@
 
 #include "Private/Support/CFRef.h"
 #include "Private/Support/Check.h"
-#include "Private/Pixels/Rows.h"
+#include "Private/Pixels/Levels.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 // Rows of pixels by every level this machine has, against the formula with real division.
 #include "Private/Pixels/Colour.h"
-#include "Private/Pixels/Rows.h"
+#include "Private/Pixels/Levels.h"
 
 #include "Picture.h"
 #include "PlainPixels.h"

@@ -1,7 +1,5 @@
-// Single pixels; lines are the rows' business.
+// Colour conversion of single pixels.
 #include "Private/Pixels/Colour.h"
-
-#include "Private/Pixels/Rows.h"
 
 namespace
 {
@@ -25,13 +23,6 @@ void kiv::SDConvertYCbCrtoRGB(const uint8_t *workPixel, uint8_t *pixel) noexcept
 void kiv::HDConvertYCbCrtoRGB(const uint8_t *workPixel, uint8_t *pixel) noexcept
 {
     convert(kMatrix709, workPixel, pixel);
-}
-
-void kiv::ConvertLinetoRGB(const uint8_t *line, uint8_t *pixels, size_t width,
-                           bool standardDefinition) noexcept
-{
-    const PixelRows &rows = pixelRows();
-    (standardDefinition ? rows.toBGRA601 : rows.toBGRA709)(line, pixels, width);
 }
 
 void kiv::ConvertPixeltoRGB(const uint8_t *line, uint8_t *pixel, size_t x, size_t width,

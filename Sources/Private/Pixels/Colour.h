@@ -1,5 +1,5 @@
-// Y Cb Cr of video range to R G B of full range, in integers with 16 bits of fraction: one pixel at a time, and
-// the definition that the rows of PixelBuffer_Rows.h are equal to.
+// Y Cb Cr of video range to R G B of full range, in integers with 16 bits of fraction: one pixel at a time. This is
+// the definition; every row of Rows.h gives the same bytes.
 #ifndef KIV_PRIVATE_PIXELS_COLOUR_H
 #define KIV_PRIVATE_PIXELS_COLOUR_H
 
@@ -50,11 +50,8 @@ struct RGB
 void SDConvertYCbCrtoRGB(const uint8_t *workPixel, uint8_t *pixel) noexcept;
 void HDConvertYCbCrtoRGB(const uint8_t *workPixel, uint8_t *pixel) noexcept;
 
-// A line of '2vuy' into B, G, R, 255 a pixel. The line has `width` * 2 bytes, and what lies behind them
-// is 0; an odd width writes one pixel more than itself.
-void ConvertLinetoRGB(const uint8_t *line, uint8_t *pixels, size_t width, bool standardDefinition) noexcept;
-
-// Pixel `x` of such a line. The last pair of an odd width is read whole.
+// Pixel `x` of a line of '2vuy' into B, G, R, 255. The line has `width` * 2 bytes, and what lies behind them
+// is 0; the last pair of an odd width is read whole.
 void ConvertPixeltoRGB(const uint8_t *line, uint8_t *pixel, size_t x, size_t width,
                        bool standardDefinition) noexcept;
 } // namespace kiv

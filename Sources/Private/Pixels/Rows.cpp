@@ -2,7 +2,6 @@
 #include "Private/Pixels/Rows.h"
 
 #include "Private/Pixels/Colour.h"
-#include "Private/Pixels/Vectors.h"
 
 #include <cstring>
 #include <utility>
@@ -47,16 +46,6 @@ void convertRow(const uint8_t *from, uint8_t *to, size_t width) noexcept
     if (Bytes == Order::rgba && width % 2 != 0)
         std::swap(to[width * 4], to[width * 4 + 2]);
 }
-
-constexpr kiv::PixelRows kPortable{
-    .toBGRA601 = convertRow<kiv::kMatrix601, Order::bgra>,
-    .toBGRA709 = convertRow<kiv::kMatrix709, Order::bgra>,
-    .toRGBA601 = convertRow<kiv::kMatrix601, Order::rgba>,
-    .v210To2vuy = kiv::plain::v210To2vuy,
-    .sample32 = kiv::plain::sample32,
-    .sample2vuyTo24 = kiv::plain::sample2vuyTo24,
-    .fill = kiv::plain::fill,
-};
 } // namespace
 
 void kiv::plain::v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noexcept
@@ -114,25 +103,12 @@ void kiv::plain::fill(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noe
     std::memcpy(to + at, pattern, size - at);
 }
 
-const kiv::PixelRows &kiv::pixelRows([[maybe_unused]] CpuLevel level) noexcept
-{
-#if defined(__x86_64__)
-    switch (level)
-    {
-    case CpuLevel::avx512:
-        return kPixelRowsAVX512;
-    case CpuLevel::avx2:
-        return kPixelRowsAVX2;
-    case CpuLevel::sse42:
-        return kPixelRowsSSE42;
-    case CpuLevel::portable:
-        break;
-    }
-#endif
-    return kPortable;
-}
-
-const kiv::PixelRows &kiv::pixelRows() noexcept
-{
-    return pixelRows(cpuLevel());
-}
+constexpr kiv::PixelRows kiv::kPixelRowsPortable{
+    .toBGRA601 = convertRow<kMatrix601, Order::bgra>,
+    .toBGRA709 = convertRow<kMatrix709, Order::bgra>,
+    .toRGBA601 = convertRow<kMatrix601, Order::rgba>,
+    .v210To2vuy = plain::v210To2vuy,
+    .sample32 = plain::sample32,
+    .sample2vuyTo24 = plain::sample2vuyTo24,
+    .fill = plain::fill,
+};

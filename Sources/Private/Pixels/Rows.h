@@ -1,9 +1,7 @@
-// Rows of pixels, by the fastest means of the machine. A kernel reads only the pixels it is given and writes no
-// byte beyond those it says; no row needs an alignment.
+// What can be done to a row of pixels, and how the portable level does it. A kernel reads only the pixels it is given
+// and writes no byte beyond those it says; no row needs an alignment.
 #ifndef KIV_PRIVATE_PIXELS_ROWS_H
 #define KIV_PRIVATE_PIXELS_ROWS_H
-
-#include "Private/Support/Cpu.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -17,7 +15,7 @@ using SampleRow = void (*)(const uint8_t *from, size_t width, uint8_t *to, size_
 
 struct PixelRows
 {
-    ConvertRow toBGRA601; // '2vuy' as ConvertLinetoRGB(): an even number of pixels of 4 bytes
+    ConvertRow toBGRA601; // '2vuy' as ConvertPixeltoRGB(): an even number of pixels of 4 bytes
     ConvertRow toBGRA709; //
     ConvertRow
         toRGBA601; // the same with red in front; the one pixel more of an odd width stays as B, G, R, 255
@@ -46,10 +44,8 @@ void sample2vuyTo24(const uint8_t *from, size_t width, uint8_t *to, size_t count
 void fill(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept;
 } // namespace plain
 
-// The rows of one level, which the machine must have.
-[[nodiscard]] const PixelRows &pixelRows(CpuLevel level) noexcept;
-// The rows of this machine.
-[[nodiscard]] const PixelRows &pixelRows() noexcept;
+// The level of a machine without vectors.
+extern const PixelRows kPixelRowsPortable;
 } // namespace kiv
 
 #endif
