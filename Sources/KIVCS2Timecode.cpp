@@ -108,6 +108,14 @@ KIVCS2Status storeText(KIVCS2Timecode &tc, const TextFields &fields)
     }
 }
 
+// The same of a text that was split with `status`: of one that failed its date alone.
+KIVCS2Status storeSplit(KIVCS2Timecode &tc, const TextFields &fields, KIVCS2Status status)
+{
+    tc = 0;
+    const KIVCS2Status stored = storeText(tc, fields);
+    return KIVCS2_FAILED(status) ? status : stored;
+}
+
 // ---- Media time
 
 struct FrameDuration
@@ -629,6 +637,11 @@ KIVCS2Status kivCS2Timecode_initWithString(KIVCS2Timecode *tc, const char *strin
         *tc = 0;
         return storeText(*tc, fields);
     }
+    if (isASCII(string))
+    {
+        const bool split = splitText(string, fields);
+        return storeSplit(*tc, fields, split ? KIVCS2STATUS_OK : KIVCS2STATUS_PARAM_ERR);
+    }
     CFStringRef text = nullptr;
     KIV_TRY(kivCS2String_createCFStringWithEncoding(string, KIVCS2_STRING_MEASURE, &text,
                                                     KIVCS2StringEncoding_UTF8));
@@ -643,11 +656,9 @@ KIVCS2Status kivCS2Timecode_initWithCFString(KIVCS2Timecode *tc, CFStringRef str
 
     if (!hasRate())
         return KIVCS2STATUS_FRAME_RATE_ERR;
-    *tc = 0;
     TextFields fields{};
     const KIVCS2Status status = splitText(g_state.formatting, string, fields);
-    const KIVCS2Status stored = storeText(*tc, fields); // of a text that failed: its date alone
-    return KIVCS2_FAILED(status) ? status : stored;
+    return storeSplit(*tc, fields, status);
 }
 
 KIVCS2Status kivCS2Timecode_timecodeToString(const KIVCS2Timecode *tc, char *buffer, uint32_t bufferSize)

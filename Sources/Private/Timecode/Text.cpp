@@ -1,6 +1,7 @@
 // Splits and writes timecode text without a detour over string objects.
 #include "Private/Timecode/Text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
@@ -99,7 +100,88 @@ bool takeNumber(const char *&at, uint32_t &value)
     value = number;
     return at != start && at - start <= kMaxPlainDigits;
 }
+
+// The pieces of a text between separators; those beyond the room of `Most` are only counted.
+template <size_t Most>
+struct Pieces
+{
+    std::array<std::string_view, Most> pieces{};
+    size_t count = 0;
+
+    Pieces(std::string_view text, char separator)
+    {
+        for (;;)
+        {
+            const size_t end = text.find(separator);
+            if (count < Most)
+                pieces[count] = text.substr(0, end);
+            ++count;
+            if (end == std::string_view::npos)
+                return;
+            text.remove_prefix(end + 1);
+        }
+    }
+};
+
+// The number of a field: empty is 0, and one too large for 31 bits is the largest. False if it is not all digits.
+bool readField(std::string_view field, uint32_t &value)
+{
+    constexpr uint64_t kLargest = INT32_MAX;
+    uint64_t number = 0;
+    for (const char letter : field)
+    {
+        const uint32_t digit = static_cast<uint8_t>(letter) - uint32_t{'0'};
+        if (digit > 9)
+            return false;
+        number = std::min(number * 10 + digit, kLargest);
+    }
+    value = static_cast<uint32_t>(number);
+    return true;
+}
+
+template <size_t Most>
+bool readFields(const Pieces<Most> &fields, uint32_t *values)
+{
+    for (size_t index = 0; index < fields.count; ++index)
+        if (!readField(fields.pieces[index], values[index]))
+            return false;
+    return true;
+}
+
+bool splitDate(std::string_view text, TextFields &fields)
+{
+    const Pieces<3> pieces{text, '.'};
+    if (pieces.count != 3)
+        return true; // Kept: a date of another shape is ignored
+    uint32_t values[3];
+    if (!readFields(pieces, values))
+        return false;
+    fields.hasDate = true;
+    fields.date = dateOfFields(values[0], values[1], values[2]);
+    return true;
+}
 } // namespace
+
+bool isASCII(std::string_view text)
+{
+    return std::ranges::all_of(text, [](char letter) { return static_cast<uint8_t>(letter) < 0x80; });
+}
+
+bool splitText(std::string_view text, TextFields &fields)
+{
+    fields = {};
+    const Pieces<2> parts{text, ' '};
+    const bool dated = parts.count == 2;
+    if (dated && !splitDate(parts.pieces[0], fields))
+        return false;
+    const Pieces<kMaxTimeFields> time{parts.pieces[dated ? 1 : 0], ':'};
+    if (time.count != 1 && time.count != 3 && time.count != 4)
+        return true; // Kept: another number of fields is midnight, not an error
+    if (!readFields(time, fields.time.data()))
+        return false;
+    fields.timeFields = static_cast<uint32_t>(time.count);
+    return true;
+}
 
 bool splitPlainText(const char *text, TextFields &fields)
 {

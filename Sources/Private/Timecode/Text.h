@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace kiv::timecode
 {
@@ -36,8 +37,13 @@ struct TextFields
 }
 
 // Takes the plain forms apart: ASCII digits, one to nine a field, single separators. False for every
-// other text, which is then left to the general splitter; what is true here reads the same there.
+// other text, which is then left to splitText(); what is true here reads the same there.
 [[nodiscard]] bool splitPlainText(const char *text, TextFields &fields);
+
+// Takes any ASCII text apart. False if a field that counts holds anything but digits; `fields` then has what was
+// read before it, as the splitter of string objects leaves it.
+[[nodiscard]] bool splitText(std::string_view text, TextFields &fields);
+[[nodiscard]] bool isASCII(std::string_view text);
 
 // Smallest buffers a host may pass, without and with a date, terminator included.
 constexpr uint32_t kTimeBufferSize = 12;
