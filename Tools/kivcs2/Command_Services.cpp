@@ -214,7 +214,7 @@ std::string publishedName(const KIVCS2BonjourPublisher &publisher)
     {
         char characters[KIVCS2BonjourNameMax] = {};
         if (CFStringGetCString(name, characters, sizeof characters, kCFStringEncodingUTF8))
-            text = visible(characters);
+            text = characters;
         CFRelease(name);
     }
     return text;
@@ -231,7 +231,10 @@ void tellNames(const KIVCS2BonjourPublisher &publisher, const EndSignals &signal
         if (name.empty() || name == told)
             continue;
         told = name;
-        out().line(json ? Json{{"name", name}}.dump() : name);
+        if (json)
+            out().write(jsonText(Json{{"name", name}}) + "\n");
+        else
+            out().line(name);
         out().flush();
     } while (signals.waitFor(told.empty() ? kLookAgainAfter : 1s) != EndSignals::Event::End);
 }
