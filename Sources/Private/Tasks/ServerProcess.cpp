@@ -2,8 +2,8 @@
 #include "Private/Tasks/ServerProcess.h"
 
 #include "Private/Support/Check.h"
-#include "Private/Tasks/ServerWire.h"
 #include "Private/Tasks/Children.h"
+#include "Private/Tasks/ServerWire.h"
 #include "Private/Tasks/Tree.h"
 
 #include <KIVPlatform/KIVPlatform.h>
@@ -36,35 +36,6 @@ constexpr int kPartingTime = 300;      // milliseconds at most between the end o
 constexpr int kTellingTime =
     5000; // milliseconds for a forked child to tell its id; less than the host waits for it
 constexpr uint64_t kNsPerMillisecond = 1000000;
-
-struct Report
-{
-    int32_t pid;
-    int32_t status;
-};
-static_assert(sizeof(Report) == 8);
-
-// Where nobody reads, or the host has closed its end, statuses would be taken that nobody can be told.
-[[nodiscard]] bool canReport()
-{
-    pollfd entry{g_CSTaskServer.m_descriptors[kReportWrite], POLLOUT, 0};
-    return kiv::isOwnPipe(kReportWrite) && poll(&entry, 1, 0) > 0 && entry.revents == POLLOUT;
-}
-
-// "Unexpected SIGCHLD error %i\n" without printf, which a handler must not call.
-void complain(int error)
-{
-    char text[64] = "Unexpected SIGCHLD error ";
-    char digits[12];
-    size_t count = 0;
-    for (auto value = static_cast<unsigned>(error); value > 0 || count == 0; value /= 10)
-        digits[count++] = static_cast<char>('0' + value % 10);
-    size_t size = std::strlen(text);
-    while (count > 0)
-        text[size++] = digits[--count];
-    text[size++] = '\n';
-    (void)!write(STDERR_FILENO, text, size); // nobody can be told that nobody can be told
-}
 
 // What the host does at a signal is not the server's business. All that might end or stop it are blocked, here
 // and not in what is launched: SIGTERM is looked for when there is something to do, the others have no effect.
@@ -169,7 +140,7 @@ void waitForAForkedChild(pid_t child)
 void buryChildren()
 {
     kiv::reapChildren();
-    if (!canReport())
+    if (!kiv::canReport())
         while (waitpid(-1, nullptr, WNOHANG) > 0)
         {
         }
@@ -291,86 +262,6 @@ void takeAllAlong()
     }
 }
 } // namespace
-
-void kiv::reapChildren()
-{
-    struct Reaping
-    {
-        Reaping()
-        {
-            g_CSTaskServer.m_reaping.fetch_add(1);
-        }
-        ~Reaping()
-        {
-            g_CSTaskServer.m_reaping.fetch_sub(1);
-        }
-    };
-    const Reaping reaping;
-    for (;;)
-    {
-        if (!canReport())
-        {
-            g_CSTaskServer.m_reapingPostponed.store(1);
-            return;
-        }
-        Report report{};
-        report.pid = waitpid(-1, &report.status, WNOHANG);
-        if (report.pid == 0)
-            return;
-        if (report.pid < 0)
-        {
-            if (errno == EINTR)
-                continue;
-            if (errno != ECHILD)
-                complain(errno);
-            return;
-        }
-        if (report.pid == g_CSTaskServer.m_serverPid)
-            g_CSTaskServer.m_serverEnded.store(1);
-        // In one piece: host and server write to the same pipe. A host that is gone reads nothing.
-        (void)!write(g_CSTaskServer.m_descriptors[kReportWrite], &report, sizeof report);
-    }
-}
-
-bool kiv::isOwnPipe(uint32_t index)
-{
-    struct stat about;
-    return fstat(g_CSTaskServer.m_descriptors[index], &about) == 0 && S_ISFIFO(about.st_mode) &&
-           about.st_ino == g_CSTaskServer.m_pipes[index / 2];
-}
-
-bool kiv::isOrphaned()
-{
-    return getppid() != g_CSTaskServer.m_hostPid;
-}
-
-bool kiv::isToldToEnd()
-{
-    sigset_t pending;
-    sigemptyset(&pending);
-    return sigpending(&pending) == 0 && sigismember(&pending, SIGTERM) == 1;
-}
-
-void kiv::installChildHandler()
-{
-    struct sigaction action
-    {
-    };
-    action.sa_handler = kivCS2TaskServerPrv_sigChildHandler;
-    action.sa_flags = SA_RESTART;
-    sigfillset(&action.sa_mask);
-    (void)sigaction(SIGCHLD, &action, nullptr); // a signal that can be handled
-}
-
-void kivCS2TaskServerPrv_sigChildHandler(int)
-{
-    // A process that the host has forked itself keeps its children.
-    if (getpid() != g_CSTaskServer.m_reaper.load())
-        return;
-    const int interrupted = errno;
-    kiv::reapChildren();
-    errno = interrupted;
-}
 
 KIVCS2Status kivCS2TaskServerPrv_exec(const char *command, char *const *argv)
 {

@@ -1,7 +1,6 @@
 #include "Private/Tasks/ServerWire.h"
 
 #include "Private/Support/Check.h"
-#include "Private/Tasks/ServerProcess.h"
 
 #include <KIVPlatform/KIVPlatform.h>
 #include <mach/mach_time.h>

@@ -3,10 +3,29 @@
 #ifndef KIV_PRIVATE_TASKS_SERVER_WIRE_H
 #define KIV_PRIVATE_TASKS_SERVER_WIRE_H
 
+#include "Private/Tasks/ServerRecord.h"
+
 #include "KIVCS2Task.h"
 
 #include <cstdlib>
 #include <memory>
+
+// ---- Transport, by index of the descriptor ----
+
+// Writes all of it; a reader that is gone is a failure and raises nothing. KIVCS2STATUS_TIMEOUT_ERR if there is no
+// room for longer than a host waits.
+[[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_writeBytes(uint32_t index, const void *bytes, size_t size);
+// The 32-bit length, then the text.
+[[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_writeString(uint32_t index, const char *text);
+
+// Reads all of it, waiting as long as it takes. With the orphan watch on, a second without a byte is
+// the time to look whether the host lives: where it does not the wait fails, and so it does at the end of the pipe.
+[[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_readBytes(uint32_t index, void *bytes, size_t size,
+                                                         bool watch);
+// A new text, released with free(), or null: the pipe failed, or there is no room. `left` is what may still be
+// read with a zero byte each, and becomes less.
+[[nodiscard]] char *kivCS2TaskServerPrv_readString(uint32_t index, bool watch, size_t &left,
+                                                   KIVCS2Status &status);
 
 namespace kiv
 {

@@ -1,0 +1,122 @@
+// Reaps children for the task server, in the host and in the server, and looks whether either still has the other.
+#include "Private/Tasks/ServerRecord.h"
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+namespace
+{
+struct Report
+{
+    int32_t pid;
+    int32_t status;
+};
+static_assert(sizeof(Report) == 8);
+
+// "Unexpected SIGCHLD error %i\n" without printf, which a handler must not call.
+void complain(int error)
+{
+    char text[64] = "Unexpected SIGCHLD error ";
+    char digits[12];
+    size_t count = 0;
+    for (auto value = static_cast<unsigned>(error); value > 0 || count == 0; value /= 10)
+        digits[count++] = static_cast<char>('0' + value % 10);
+    size_t size = std::strlen(text);
+    while (count > 0)
+        text[size++] = digits[--count];
+    text[size++] = '\n';
+    (void)!write(STDERR_FILENO, text, size); // nobody can be told that nobody can be told
+}
+} // namespace
+
+bool kiv::canReport()
+{
+    pollfd entry{g_CSTaskServer.m_descriptors[kReportWrite], POLLOUT, 0};
+    return kiv::isOwnPipe(kReportWrite) && poll(&entry, 1, 0) > 0 && entry.revents == POLLOUT;
+}
+
+void kiv::reapChildren()
+{
+    struct Reaping
+    {
+        Reaping()
+        {
+            g_CSTaskServer.m_reaping.fetch_add(1);
+        }
+        ~Reaping()
+        {
+            g_CSTaskServer.m_reaping.fetch_sub(1);
+        }
+    };
+    const Reaping reaping;
+    for (;;)
+    {
+        if (!canReport())
+        {
+            g_CSTaskServer.m_reapingPostponed.store(1);
+            return;
+        }
+        Report report{};
+        report.pid = waitpid(-1, &report.status, WNOHANG);
+        if (report.pid == 0)
+            return;
+        if (report.pid < 0)
+        {
+            if (errno == EINTR)
+                continue;
+            if (errno != ECHILD)
+                complain(errno);
+            return;
+        }
+        if (report.pid == g_CSTaskServer.m_serverPid)
+            g_CSTaskServer.m_serverEnded.store(1);
+        // In one piece: host and server write to the same pipe. A host that is gone reads nothing.
+        (void)!write(g_CSTaskServer.m_descriptors[kReportWrite], &report, sizeof report);
+    }
+}
+
+bool kiv::isOwnPipe(uint32_t index)
+{
+    struct stat about;
+    return fstat(g_CSTaskServer.m_descriptors[index], &about) == 0 && S_ISFIFO(about.st_mode) &&
+           about.st_ino == g_CSTaskServer.m_pipes[index / 2];
+}
+
+bool kiv::isOrphaned()
+{
+    return getppid() != g_CSTaskServer.m_hostPid;
+}
+
+bool kiv::isToldToEnd()
+{
+    sigset_t pending;
+    sigemptyset(&pending);
+    return sigpending(&pending) == 0 && sigismember(&pending, SIGTERM) == 1;
+}
+
+void kiv::installChildHandler()
+{
+    struct sigaction action
+    {
+    };
+    action.sa_handler = kivCS2TaskServerPrv_sigChildHandler;
+    action.sa_flags = SA_RESTART;
+    sigfillset(&action.sa_mask);
+    (void)sigaction(SIGCHLD, &action, nullptr); // a signal that can be handled
+}
+
+void kivCS2TaskServerPrv_sigChildHandler(int)
+{
+    // A process that the host has forked itself keeps its children.
+    if (getpid() != g_CSTaskServer.m_reaper.load())
+        return;
+    const int interrupted = errno;
+    kiv::reapChildren();
+    errno = interrupted;
+}

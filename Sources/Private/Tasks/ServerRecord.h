@@ -1,0 +1,73 @@
+// The task server's record, and what its two processes, host and server, ask of it while they wait: who has ended,
+// whether the other lives, whether a pipe is still theirs.
+#ifndef KIV_PRIVATE_TASKS_SERVER_RECORD_H
+#define KIV_PRIVATE_TASKS_SERVER_RECORD_H
+
+#include "KIVCS2LinkList.h"
+#include "KIVCS2TaskServer.h"
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include <array>
+#include <atomic>
+
+// Descriptors of the record by their index.
+enum : uint32_t
+{
+    kRequestRead = 0, // the server reads requests
+    kRequestWrite = 1,
+    kPidRead = 2,
+    kPidWrite = 3, // launched processes write their ids
+    kReportRead = 4,
+    kReportWrite = 5, // the SIGCHLD handler of host and server writes who has ended
+    kDescriptorCount = 6
+};
+
+// One per process. The server has a copy of its own from the fork on.
+struct KIVCS2TaskServer
+{
+    std::array<int32_t, kDescriptorCount> m_descriptors; // request, pid and report pipe; 0 for a closed end
+    int32_t m_serverPid;
+    uint32_t m_initialised;
+    KIVCS2LinkList m_tasks;  // launched, and not yet reported ended
+    pthread_mutex_t m_mutex; // one request and its answer at a time, and the list
+    pthread_t m_readback;
+
+    pid_t m_hostPid;             // the process that may use the server
+    std::atomic<pid_t> m_reaper; // the process whose SIGCHLD handler reaps: the host, in its copy the server
+    std::atomic<uint32_t> m_serverEnded;      // the handler has reaped the server
+    std::atomic<uint32_t> m_reapingPostponed; // the report pipe was full
+    std::atomic<uint32_t> m_reaping;          // statuses that are on their way into it
+    std::atomic<bool> m_usable;               // pipes and mutex are there
+    std::atomic<bool> m_readbackRuns;
+    std::array<ino_t, kDescriptorCount / 2> m_pipes; // what the descriptors stood for when they were made
+};
+extern KIVCS2TaskServer g_CSTaskServer;
+
+void kivCS2TaskServerPrv_sigChildHandler(int signal);
+
+namespace kiv
+{
+// Whether the report pipe has room and is still ours. Reap only then; otherwise the status is lost.
+// Async-signal-safe.
+[[nodiscard]] bool canReport();
+
+// Reports every child that has ended, as long as the report pipe has room. Async-signal-safe.
+void reapChildren();
+
+// Whether the descriptor is still the pipe's: a host may have closed it, and given its number to a file of its
+// own. Async-signal-safe.
+[[nodiscard]] bool isOwnPipe(uint32_t index);
+
+// In the server: SIGTERM has come.
+[[nodiscard]] bool isToldToEnd();
+
+// In the server: the host is gone.
+[[nodiscard]] bool isOrphaned();
+
+// For SIGCHLD, with every signal blocked while the handler runs.
+void installChildHandler();
+} // namespace kiv
+
+#endif
