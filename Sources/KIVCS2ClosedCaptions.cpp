@@ -592,8 +592,9 @@ constexpr uint32_t frameCount(KIVCS2Timecode timecode)
     return static_cast<uint32_t>(timecode);
 }
 
-// A size that the compiler does not see: for a constant of 296 it takes block instructions ("rep movs"),
-// which need longer to start than the C library's copy needs in all, once a pair handed out.
+// Volatile, so that the compiler does not know the size and calls the C library. For a constant of 296 bytes it emits
+// "rep movs" in place, which takes longer to start than the library's copy takes in all, and a copy is made for every
+// pair that is handed out.
 const volatile size_t kCaptionSize = sizeof(KIVCS2ClosedCaption);
 
 void copyCaption(KIVCS2ClosedCaption &to, const KIVCS2ClosedCaption &from)
@@ -910,14 +911,12 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_initCaptionWithSMPTE334CDP708Packet(
     KIV_CHECK((captionData) != NULL);
     KIV_CHECK((captionSize <= 255));
 
-    constexpr uint8_t kDID = 0x61; // SMPTE 334-1: caption distribution packets
-    constexpr uint8_t kSDID = 0x01;
     constexpr uint32_t kHeadSize = 3;
 
     KIVCS2ClosedCaption made{};
     made.m_timecode = *timecode;
-    made.m_captionData[0] = kDID;
-    made.m_captionData[1] = kSDID;
+    made.m_captionData[0] = kiv::cdp::kDID;
+    made.m_captionData[1] = kiv::cdp::kSDID;
     made.m_captionData[2] = static_cast<uint8_t>(captionSize);
     std::memcpy(made.m_captionData + kHeadSize, captionData, captionSize);
     uint32_t sum = 0;

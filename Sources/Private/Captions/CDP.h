@@ -13,6 +13,12 @@
 
 namespace kiv::cdp
 {
+// The ancillary packet that carries a CDP (SMPTE ST 334-1). Both have an odd count of bits, so that as 10-bit words
+// they have bit 8 set and bit 9 clear (SMPTE ST 291-1).
+constexpr uint8_t kDID = 0x61;
+constexpr uint8_t kSDID = 0x01;
+constexpr uint16_t kOddParity = 0x100;
+
 constexpr size_t kHeaderSize = 7;        // identifier, length, frame rate, flags, sequence counter
 constexpr size_t kChecksumSize = 1;      // the last byte
 constexpr size_t kSectionHeadSize = 2;   // section id, and marker bits with the count of entries

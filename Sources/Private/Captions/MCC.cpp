@@ -2,6 +2,7 @@
 // opens a line of MCC and SCC files alike.
 #include "Private/Captions/MCC.h"
 
+#include "Private/Captions/CDP.h"
 #include "Private/Captions/Hex.h"
 
 #include <algorithm>
@@ -70,7 +71,7 @@ constexpr std::array<uint8_t, 3> mccCharP{0xFB, 0x80, 0x80}; // empty field 2 pa
 constexpr std::array<uint8_t, 3> mccCharQ{0xFC, 0x80, 0x80}; // empty field 1 pair
 constexpr std::array<uint8_t, 3> mccCharR{0xFD, 0x80, 0x80};
 constexpr std::array<uint8_t, 2> mccCharS{0x96, 0x69}; // CDP identifier
-constexpr std::array<uint8_t, 2> mccCharT{0x61, 0x01}; // DID and SDID of a CDP
+constexpr std::array<uint8_t, 2> mccCharT{kiv::cdp::kDID, kiv::cdp::kSDID};
 constexpr std::array<uint8_t, 3> mccCharU{0xE1, 0x00, 0x00};
 constexpr std::array<uint8_t, 1> mccCharZ{0x00};
 

@@ -5,6 +5,7 @@
 
 #include "KIVCS2ClosedCaptions.h"
 #include "KIVCS2MemoryStream.h"
+#include "Private/Captions/CDP.h"
 #include "Private/Streams/View.h"
 
 #include <array>
@@ -28,13 +29,12 @@ struct AncForm
     AncWord sdid;
 };
 
-// Indexed by KIVCS2CaptionANCFormat. Caption packets have DID 61h, SDID 01h (SMPTE ST 334-1); both
-// have an odd count of bits, so that their 10-bit words have bit 8 set and bit 9 clear.
+// Indexed by KIVCS2CaptionANCFormat.
 constexpr std::array<AncForm, 4> kAncForms = {{
-    {false, 3, {0xFF, 0xA0, 0x09}, 0x061, 0x001},
-    {false, 0, {}, 0x061, 0x001},
-    {true, 3, {0x000, 0x3FF, 0x3FF}, 0x161, 0x101},
-    {true, 0, {}, 0x161, 0x101},
+    {false, 3, {0xFF, 0xA0, 0x09}, cdp::kDID, cdp::kSDID},
+    {false, 0, {}, cdp::kDID, cdp::kSDID},
+    {true, 3, {0x000, 0x3FF, 0x3FF}, cdp::kDID | cdp::kOddParity, cdp::kSDID | cdp::kOddParity},
+    {true, 0, {}, cdp::kDID | cdp::kOddParity, cdp::kSDID | cdp::kOddParity},
 }};
 static_assert(kAncForms.size() == KIVCS2CaptionANCFormat_10Bit + 1);
 
