@@ -633,7 +633,7 @@ TEST(TaskFaults, AServerThatDoesNothingIsReplaced)
     inChild(
         []
         {
-            kiv::g_answerTime = 300'000'000;
+            kiv::g_answerTime = 1'500'000'000;
             EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
             for (const size_t size : {1, 100'000})
             {
