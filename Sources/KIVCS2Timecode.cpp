@@ -180,7 +180,9 @@ KIVCS2Status kivCS2Timecode_initWithTimecodeFields(KIVCS2Timecode *tc, uint8_t h
     if (!hasRate())
         return KIVCS2STATUS_FRAME_RATE_ERR;
 
-    return setClock(*tc, {hours, minutes, seconds, frames});
+    if (setFields(g_state, *tc, hours, minutes, seconds, frames)) [[likely]]
+        return KIVCS2STATUS_OK;
+    return refuseIllegal({hours, minutes, seconds, frames});
 }
 
 KIVCS2Status kivCS2Timecode_initWithFrames(KIVCS2Timecode *tc, uint32_t frames)
