@@ -9,8 +9,8 @@
  *
  * Every operation that calls the system sets `m_errno` to 0 first and to the error number of the call
  * that failed. A failed create operation leaves no record to look into: `errno` holds the number then (ECONNREFUSED,
- * EADDRINUSE, EMFILE ...), and 0 where the answer is no failure of the system (a host without an IPv4 address,
- * an address that is no group's). Clients, servers, receivers and accepted connections never raise SIGPIPE; senders of
+ * EADDRINUSE, EMFILE ...), and 0 if no call of the system has failed (a host without an IPv4 address, a
+ * group's address that is not one). Clients, servers, receivers and accepted connections never raise SIGPIPE; senders of
  * datagrams have no need. Descriptors are above 2 and closed on exec.
  *
  * A record is used by one thread at a time; separate records are independent. A thread that waits in

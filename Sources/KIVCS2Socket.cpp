@@ -76,7 +76,7 @@ using OwnSocket = std::unique_ptr<KIVCS2Socket, Discard>;
     return OwnSocket{static_cast<KIVCS2Socket *>(kivCS2ZeroMalloc(sizeof(KIVCS2Socket)))};
 }
 
-// The error number for a failed look-up: 0 where the answer is that there is no such address, which no number says.
+// The error number of a failed look-up: 0 if the answer is that there is no such address, which no number says.
 [[nodiscard]] int lookUpError(int result, int systemError)
 {
     switch (result)
