@@ -5,6 +5,9 @@ target_compile_options(kiv_flags INTERFACE
     -Wall -Wextra -Wconversion -Wshadow
     # Assertion texts and log lines name files as the tree names them, not as this machine does.
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+# A compiler cache hands on paths relative to the build folder, so that another clone has the same ones.
+file(RELATIVE_PATH kiv_source_from_build ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+target_compile_options(kiv_flags INTERFACE -fmacro-prefix-map=${kiv_source_from_build}=)
 
 # Tests, fuzz targets and benchmarks, linked after kiv_flags. Edge values cross between signs all day;
 # of our two compilers only clang counts that among the conversions.
