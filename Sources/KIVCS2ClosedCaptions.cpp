@@ -4,14 +4,14 @@
 #include "KIVCS2MemoryStream.h"
 #include "KIVCS2String.h"
 #include "KIVCS2Timecode.h"
-#include "Private/Support/CFRef.h"
-#include "Private/Support/Check.h"
 #include "Private/Captions/CDP.h"
 #include "Private/Captions/Describe.h"
 #include "Private/Captions/Hex.h"
 #include "Private/Captions/MCC.h"
 #include "Private/Captions/Words.h"
 #include "Private/Streams/Lines.h"
+#include "Private/Support/CFRef.h"
+#include "Private/Support/Check.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 // JSON: walks a property list and writes its text, or counts it.
 #include "KIVCS2JSON.h"
 
-#include "Private/Support/Check.h"
 #include "Private/JSON/Number.h"
+#include "Private/Support/Check.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
 // Linked lists: intrusive, in the caller's memory.
 #include "KIVCS2LinkList.h"
 
-#include "Private/Support/Check.h"
 #include "Private/Lists/Links.h"
 #include "Private/Lists/Sort.h"
+#include "Private/Support/Check.h"
 
 namespace
 {

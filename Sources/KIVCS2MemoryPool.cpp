@@ -1,9 +1,9 @@
 // Memory pools: objects of one size out of one block, in the order in which they were returned.
 #include "KIVCS2MemoryPool.h"
 
+#include "Private/Lists/Links.h"
 #include "Private/Support/Check.h"
 #include "Private/Support/HeapLimit.h"
-#include "Private/Lists/Links.h"
 #include "Private/Support/MutexLock.h"
 
 #include <cstdlib>

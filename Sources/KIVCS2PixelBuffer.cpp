@@ -1,9 +1,9 @@
 // Pixel buffers: which rows a picture has and where they lie; what happens in a row is the rows' business.
 #include "KIVCS2PixelBuffer.h"
 
+#include "Private/Pixels/Levels.h"
 #include "Private/Support/CFRef.h"
 #include "Private/Support/Check.h"
-#include "Private/Pixels/Levels.h"
 
 #include <algorithm>
 #include <array>

@@ -1,8 +1,8 @@
 // Sensors: keys of the system management controller, and the figures that hosts read from them.
 #include "KIVCS2SMC.h"
 
-#include "Private/Support/Check.h"
 #include "Private/Sensors/Calls.h"
+#include "Private/Support/Check.h"
 
 #include <IOKit/IOKitLib.h>
 

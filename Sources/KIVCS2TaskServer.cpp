@@ -2,10 +2,10 @@
 #include "KIVCS2TaskServer.h"
 
 #include "Private/Support/Check.h"
-#include "Private/Tasks/ServerProcess.h"
-#include "Private/Tasks/ServerWire.h"
 #include "Private/Tasks/Children.h"
 #include "Private/Tasks/Record.h"
+#include "Private/Tasks/ServerProcess.h"
+#include "Private/Tasks/ServerWire.h"
 #include "Private/Tasks/Tree.h"
 
 #include <KIVPlatform/KIVPlatform.h>

@@ -4,8 +4,8 @@
 #include "Private/Support/CFRef.h"
 #include "Private/Support/Log.h"
 #include "Private/Support/MutexLock.h"
-#include "Private/Timecode/ProjectText.h"
 #include "Private/Timecode/Formatting.h"
+#include "Private/Timecode/ProjectText.h"
 #include "Private/Timecode/Record.h"
 
 #include <Foundation/NSDate.h>

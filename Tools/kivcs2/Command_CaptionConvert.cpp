@@ -3,6 +3,7 @@
 #include "CaptionScan.h"
 #include "Command_Caption.h"
 #include "Failure.h"
+#include "Files.h"
 #include "Output.h"
 
 #include <algorithm>
@@ -430,8 +431,8 @@ Check againstMCC(const CaptionArguments &arguments, uint32_t digest)
 int captionConvert(const CaptionArguments &arguments)
 {
     CaptionReader reader{arguments.file, arguments.rate, tellBadLines(arguments.file, arguments.keepGoing)};
-    if (!reader.input().isSameFileAs(arguments.target)) // which is refused with better words
-        requireMCCTarget(arguments.target);
+    refuseSource(arguments.target); // first, as it is the more useful of the two messages
+    requireMCCTarget(arguments.target);
     return reader.header().kind == CaptionFileKind::SCC ? convertSCC(arguments, reader)
                                                         : convertMCC(arguments, reader);
 }
