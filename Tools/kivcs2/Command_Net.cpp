@@ -463,7 +463,9 @@ void addNetCommand(CLI::App &app, Context &context)
     };
     const auto withPort = [options](CLI::App *word, int least)
     {
-        word->add_option("port", options->port, "Port")->required()->check(CLI::Range(least, 65535));
+        word->add_option("port", options->port, "Port")
+            ->required()
+            ->transform(numberFrom<int32_t>(least, 65535, "a port"));
     };
     const auto withPlace = [options, withPort](CLI::App *word, const char *host)
     {
@@ -503,12 +505,12 @@ void addNetCommand(CLI::App &app, Context &context)
     withLimits(word);
     word->add_option("--size", options->size, "Bytes a message")
         ->capture_default_str()
-        ->check(CLI::Range(1, 1 << 20));
+        ->transform(numberFrom<uint32_t>(1, 1 << 20, "a number of bytes from 1 to 1048576"));
     word->add_option("--rate", options->rate, "Messages a second; 0 sends as fast as it goes")
         ->transform(numberFrom<double>(0, 1e7, "a number of messages a second from 0 to 10000000"));
     word->add_option("--ttl", options->ttl, "Routers that a datagram to a group may pass, plus 1")
         ->capture_default_str()
-        ->check(CLI::Range(0, 255));
+        ->transform(numberFrom<uint32_t>(0, 255, "a number of routers from 0 to 255"));
     word->add_flag("--input", options->data, "Send standard input in messages of --size bytes");
     runs(word, send);
 }

@@ -444,7 +444,9 @@ void addServicesCommand(CLI::App &app, Context &context)
     CLI::App *word = group->add_subcommand("publish", "Offer a service until the command is ended");
     withName(word);
     withType(word);
-    word->add_option("port", options->port, "Port, 0 to 65535")->required()->check(CLI::Range(0, 65535));
+    word->add_option("port", options->port, "Port, 0 to 65535")
+        ->required()
+        ->transform(numberFrom<uint32_t>(0, 65535, "a port from 0 to 65535"));
     word->add_option("--text", options->texts, "A text of its TXT record, such as rate=25; may be repeated")
         ->allow_extra_args(false);
     word->callback(
