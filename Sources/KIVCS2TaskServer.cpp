@@ -162,7 +162,7 @@ void markTasksLost()
 [[nodiscard]] KIVCS2Status replaceServer()
 {
     markTasksLost();
-    std::atomic_ref{g_CSTaskServer.m_serverPid}.store(0);
+    g_CSTaskServer.m_serverPid.store(0);
     closeServerPipes();
     // KIVCS2STATUS_PIPE_ERR would tell the host that its task is not to be launched again.
     return KIVCS2_SUCCEEDED(makeServerPipes()) ? startServer() : KIVCS2STATUS_TASK_SERVER_ERR;

@@ -320,7 +320,7 @@ KIVCS2Status kivCS2TaskServerPrv_createServer()
         std::_Exit(static_cast<int>(kivCS2TaskServerPrv_childProcess()));
     if (pid > 0)
     {
-        std::atomic_ref{server.m_serverPid}.store(pid);
+        server.m_serverPid.store(pid);
         kiv::ChildTable::serverIs(pid);
     }
     (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
