@@ -2,12 +2,12 @@
 #include "CEA608.h"
 
 #include "Failure.h"
+#include "Numbers.h"
 #include "Output.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstddef>
 
 namespace tool
@@ -188,11 +188,10 @@ std::string hex(Pair pair)
 
 Pair parsePair(std::string_view word)
 {
-    uint16_t value = 0;
-    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value, 16);
-    if (word.size() != 4 || error != std::errc{} || end != word.data() + word.size())
+    const auto value = hexadecimalNumber(word);
+    if (word.size() != 4 || !value || word[1] == 'x' || word[1] == 'X')
         throw Failure(kExitMalformed, "\"" + visible(word) + "\": not a pair of four hexadecimal digits");
-    return {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value & 0xFFu)};
+    return {static_cast<uint8_t>(*value >> 8), static_cast<uint8_t>(*value & 0xFFu)};
 }
 
 std::string textOf(Pair pair)

@@ -1,43 +1,49 @@
-// How the parts of the command meet: each adds its own words to the command line and leaves behind
-// what is to run.
+// How the parts of the command meet: each adds its own words to the command line with
+// what each is to do.
 #ifndef KIV_TOOL_COMMAND_H
 #define KIV_TOOL_COMMAND_H
 
-#include <CLI/CLI.hpp>
-
-#include <functional>
+#include "CommandLine.h"
 
 namespace tool
 {
 
 struct Context
 {
-    bool json = false;        ///< --json: programs read the result
-    bool taskServer = false;  ///< the word launches child processes
-    std::function<int()> run; ///< set by the word that was given; its result is the exit code
+    bool json = false; ///< --json: programs read the result
 };
 
-void addTimecodeCommand(CLI::App &app, Context &context);
-void addCaptionCommand(CLI::App &app, Context &context);
-void addCDPCommand(CLI::App &app, Context &context);
-void addFrameCommand(CLI::App &app, Context &context);
-void addFormatCommand(CLI::App &app, Context &context);
-void addCodecCommand(CLI::App &app, Context &context);
-void addCurveCommand(CLI::App &app, Context &context);
-void addAudioCommand(CLI::App &app, Context &context);
-void addRateCommand(CLI::App &app, Context &context);
-void addChecksumCommand(CLI::App &app, Context &context);
-void addTextCommand(CLI::App &app, Context &context);
-void addJSONCommand(CLI::App &app, Context &context);
-void addDoctorCommand(CLI::App &app, Context &context);
-void addSystemCommand(CLI::App &app, Context &context);
-void addSharedMemoryCommand(CLI::App &app, Context &context);
-void addSensorsCommand(CLI::App &app, Context &context);
-void addRunCommand(CLI::App &app, Context &context);
-void addPipeCommand(CLI::App &app, Context &context);
-void addServicesCommand(CLI::App &app, Context &context);
-void addNetCommand(CLI::App &app, Context &context);
-void addStatusCommand(CLI::App &app, Context &context);
+/// The headings of kivcs2 --help.
+constexpr const char *kGroupCaptions = "Timecode and captions";
+constexpr const char *kGroupPictures = "Pictures and sound";
+constexpr const char *kGroupTexts = "Files and texts";
+constexpr const char *kGroupMachine = "This machine";
+constexpr const char *kGroupNetwork = "Network";
+constexpr const char *kGroupItself = "The command itself";
+
+void addTimecodeCommand(Word &root, Context &context);
+void addCaptionCommand(Word &root, Context &context);
+void addCDPCommand(Word &root, Context &context);
+void addFrameCommand(Word &root, Context &context);
+void addFormatCommand(Word &root, Context &context);
+void addCodecCommand(Word &root, Context &context);
+void addCurveCommand(Word &root, Context &context);
+void addAudioCommand(Word &root, Context &context);
+void addRateCommand(Word &root, Context &context);
+void addChecksumCommand(Word &root, Context &context);
+void addTextCommand(Word &root, Context &context);
+void addJSONCommand(Word &root, Context &context);
+void addDoctorCommand(Word &root, Context &context);
+void addSystemCommand(Word &root, Context &context);
+void addSharedMemoryCommand(Word &root, Context &context);
+void addSensorsCommand(Word &root, Context &context);
+void addRunCommand(Word &root, Context &context);
+void addPipeCommand(Word &root, Context &context);
+void addServicesCommand(Word &root, Context &context);
+void addNetCommand(Word &root, Context &context);
+void addStatusCommand(Word &root, Context &context);
+void addGenerateCommand(Word &root);
+void addHelpCommand(Word &root);
 
 } // namespace tool
 

@@ -2,6 +2,7 @@
 #include "Command.h"
 #include "Failure.h"
 #include "Files.h"
+#include "Numbers.h"
 #include "Output.h"
 
 #include <KIVCoreServices2/KIVCS2AudioFormat.h>
@@ -9,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <limits>
 #include <memory>
 #include <numeric>
@@ -40,6 +40,14 @@ constexpr std::array<Rate, KIVCS2FrameRate_MAX> kRates = {{
     {"59.94", 60000, 1001},
     {"60", 60, 1},
 }};
+
+Names rateNames()
+{
+    Names names;
+    for (const Rate &rate : kRates)
+        names.emplace_back(rate.name);
+    return names;
+}
 
 struct Weave
 {
@@ -201,14 +209,10 @@ int makeCode(const CodeOptions &options, bool json)
 
 int describeCode(std::string_view text, bool json)
 {
-    std::string_view digits = text;
-    if (digits.starts_with("0x") || digits.starts_with("0X"))
-        digits.remove_prefix(2);
-    KIVCS2AudioFormat code = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
-    if (error != std::errc{} || end != digits.data() + digits.size())
+    const auto code = hexadecimalNumber(text);
+    if (!code || *code > UINT32_MAX)
         throw Failure(kExitUsage, "\"" + visible(text) + "\": not a 32-bit format code");
-    return showDescription(code, json);
+    return showDescription(static_cast<KIVCS2AudioFormat>(*code), json);
 }
 
 // ---- PCM files ----
@@ -239,6 +243,14 @@ constexpr std::array<SampleFormat, 10> kSampleFormats = {{
     {"s32be",    4, 32, kPacked | kSigned | kBig},
     // clang-format on
 }};
+
+Names sampleFormatNames()
+{
+    Names names;
+    for (const SampleFormat &format : kSampleFormats)
+        names.emplace_back(format.name);
+    return names;
+}
 
 struct PCMOptions
 {
@@ -465,114 +477,80 @@ int convertPCM(const PCMOptions &options)
 
 // ---- Words ----
 
-void addWeaveWord(CLI::App &audio, Context &context)
+void addWeaveWord(Word &audio, Context &context)
 {
-    auto *command =
-        audio.add_subcommand("weave", "Samples of each channel that belong to the frames of a cycle");
-    command->fallthrough();
     const auto rate = std::make_shared<std::string>();
     const auto samples = std::make_shared<uint32_t>(0);
-    command->add_option("rate", *rate, "A frame rate; all when left out");
-    command->add_option("--samples", *samples, "Samples a second; 48000 and 96000 when left out")
-        ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()));
-    command->callback(
-        [&context, rate, samples]
-        {
-            context.run = [&context, rate, samples]
-            {
-                return showWeaves(*rate, *samples, context.json);
-            };
-        });
+    Word &word = audio.word("weave", "Samples of each channel that belong to the frames of a cycle");
+    word.option("rate", *rate, "A frame rate; all when left out").suggests("frame rates", rateNames);
+    word.option("--samples", *samples, Bounds{1}, "Samples a second; 48000 and 96000 when left out");
+    word.example("kivcs2 audio weave 29.97 --samples 48000");
+    word.runs([&context, rate, samples] { return showWeaves(*rate, *samples, context.json); });
 }
 
-void addCodeWords(CLI::App &audio, Context &context)
+void addCodeWords(Word &audio, Context &context)
 {
-    auto *command = audio.add_subcommand("code", "Pack a 32-bit format code");
-    command->fallthrough();
     const auto options = std::make_shared<CodeOptions>();
-    const CLI::Range flag{uint32_t{0}, uint32_t{1}};
-    const CLI::Range bytes{uint32_t{1}, uint32_t{7}}; // builds with assertions stop at 8
-    command->add_option("--encoding", options->encoding, "lpcm or aac")
-        ->check(CLI::IsMember({"lpcm", "aac"}));
-    command->add_option("--sample-rate", options->sampleRate, "44100 or 48000")
-        ->check(CLI::IsMember({44100u, 48000u}));
-    command->add_option("--channels", options->channels, "1 to 16")->check(CLI::Range(1u, 16u));
-    command->add_option("--bytes", options->bytes, "Bytes of a sample, 1 to 7")->check(bytes);
-    command->add_option("--used", options->used, "Bytes of it that are used; all when left out")
-        ->check(bytes);
-    command->add_option("--data-type", options->dataType, "0 or 1, as the host has it")->check(flag);
-    command->add_option("--data-stream", options->dataStream, "0 or 1, as the host has it")->check(flag);
-    command->add_option("--endian", options->endian, "0 or 1, as the host has it")->check(flag);
-    command->add_option("--alignment", options->alignment, "0 or 1, as the host has it")->check(flag);
-    command->callback(
-        [&context, options]
-        {
-            context.run = [&context, options]
-            {
-                return makeCode(*options, context.json);
-            };
-        });
+    constexpr Bounds kFlag{0, 1};
+    constexpr Bounds kBytes{1, 7}; // builds with assertions stop at 8
+    Word &packing = audio.word("code", "Pack a 32-bit format code");
+    packing.option("--encoding", options->encoding, "Encoding of the samples").among({"lpcm", "aac"});
+    packing.option("--sample-rate", options->sampleRate, {}, "Samples a second").among({"44100", "48000"});
+    packing.option("--channels", options->channels, {1, 16}, "1 to 16");
+    packing.option("--bytes", options->bytes, kBytes, "Bytes of a sample, 1 to 7");
+    packing.option("--used", options->used, kBytes, "Bytes of it that are used; all when left out");
+    packing.option("--data-type", options->dataType, kFlag, "0 or 1, as the host has it");
+    packing.option("--data-stream", options->dataStream, kFlag, "0 or 1, as the host has it");
+    packing.option("--endian", options->endian, kFlag, "0 or 1, as the host has it");
+    packing.option("--alignment", options->alignment, kFlag, "0 or 1, as the host has it");
+    packing.example("kivcs2 audio code --channels 16 --bytes 3");
+    packing.runs([&context, options] { return makeCode(*options, context.json); });
 
-    auto *describe = audio.add_subcommand("describe", "Take a format code apart");
-    describe->fallthrough();
     const auto code = std::make_shared<std::string>();
-    describe->add_option("code", *code, "Hexadecimal: 0x0010011a")->required();
-    describe->callback(
-        [&context, code]
-        {
-            context.run = [&context, code]
-            {
-                return describeCode(*code, context.json);
-            };
-        });
+    Word &describing = audio.word("describe", "Take a format code apart");
+    describing.option("code", *code, "Hexadecimal: 0x0010011a").required();
+    describing.example("kivcs2 audio describe 0x0010011a");
+    describing.runs([&context, code] { return describeCode(*code, context.json); });
 }
 
-void addConvertWord(CLI::App &audio, Context &context)
+void addConvertWord(Word &audio, Context &context)
 {
-    auto *command =
-        audio.add_subcommand("convert", "Convert the width and byte order of raw PCM, or split it");
-    command->fallthrough();
-    command->footer(
+    const auto options = std::make_shared<PCMOptions>();
+    Word &word = audio.word("convert", "Convert the width and byte order of raw PCM, or split it");
+    word.about(
         "Formats of samples: u8 s8 s16le s16be s24le s24be s24_32le s24_32be (24 bits in the lower part of\n"
         "four bytes) s32le s32be. Narrowing drops the low bits; nothing is rounded.\n"
         "--split writes one channel after the other into the target, --channel one channel alone.");
-    const auto options = std::make_shared<PCMOptions>();
-    command->add_option("source", options->source, "Raw samples, interleaved; - for standard input")
-        ->required();
-    command->add_option("target", options->target, "The result; - for standard output")->required();
-    command->add_option("--input", options->input, "Format of the samples")->required();
-    command->add_option("--channels", options->channels, "Channels of the input")
-        ->required()
-        ->check(CLI::Range(1u, 1024u));
-    command->add_option("--bits", options->bits, "Width of the result, 16 or 24; the input's when left out")
-        ->check(CLI::IsMember({16u, 24u}));
-    command->add_flag("--swap", options->swap, "The other byte order");
-    command->add_flag("--split", options->split, "A plane a channel");
-    command->add_option("--channel", options->only, "One channel alone, from 1 on")
-        ->check(CLI::Range(1u, 1024u));
-    command->callback(
+    word.option("source", options->source, "Raw samples, interleaved; - for standard input")
+        .required()
+        .isFile();
+    word.option("target", options->target, "The result; - for standard output").required().isFile();
+    word.option("--input", options->input, "Format of the samples")
+        .required()
+        .suggests("sample formats", sampleFormatNames);
+    word.option("--channels", options->channels, {1, 1024}, "Channels of the input").required();
+    word.option("--bits", options->bits, {}, "Width of the result; the input's when left out")
+        .among({"16", "24"});
+    word.flag("--swap", options->swap, "The other byte order");
+    word.flag("--split", options->split, "A plane a channel");
+    word.option("--channel", options->only, {1, 1024}, "One channel alone, from 1 on");
+    word.example("kivcs2 audio convert in.raw out.raw --input s16le --channels 16 --split");
+    word.runs(
         [&context, options]
         {
-            context.run = [&context, options]
-            {
-                options->json = context.json;
-                return convertPCM(*options);
-            };
+            options->json = context.json;
+            return convertPCM(*options);
         });
 }
 
 } // namespace
 
-void addAudioCommand(CLI::App &app, Context &context)
+void addAudioCommand(Word &root, Context &context)
 {
-    auto *audio = app.add_subcommand("audio", "Samples of video frames, format codes, raw PCM");
-    audio->fallthrough();
-    audio->require_subcommand(1);
-    audio->footer("Examples:\n  kivcs2 audio weave 29.97\n  kivcs2 audio describe 0x0010011a\n"
-                  "  kivcs2 audio convert in.raw out.raw --input s16le --channels 16 --split");
-    addWeaveWord(*audio, context);
-    addCodeWords(*audio, context);
-    addConvertWord(*audio, context);
+    Word &audio = root.word("audio", "Samples of video frames, format codes, raw PCM").group(kGroupPictures);
+    addWeaveWord(audio, context);
+    addCodeWords(audio, context);
+    addConvertWord(audio, context);
 }
 
 } // namespace tool

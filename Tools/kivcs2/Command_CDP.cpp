@@ -41,6 +41,14 @@ constexpr std::array<WordFormat, 4> kWordFormats = {{{"8bit-adf", KIVCS2CaptionA
                                                      {"10bit-adf", KIVCS2CaptionANCFormat_10BitWithADF, 2, 3},
                                                      {"10bit", KIVCS2CaptionANCFormat_10Bit, 2, 0}}};
 
+Names wordFormNames()
+{
+    Names names;
+    for (const WordFormat &format : kWordFormats)
+        names.emplace_back(format.name);
+    return names;
+}
+
 constexpr size_t kAtom = KIVCS2_CAPTION_ATOM_SIZE;
 
 int hexDigit(uint8_t character)
@@ -100,21 +108,20 @@ std::string hexOf(std::span<const uint8_t> bytes)
 
 Json toJson(const PacketFacts &facts)
 {
-    Json fields = Json::array();
-    for (const PairList &list : facts.pairs)
+    const auto pairs = [&facts](size_t field)
     {
-        Json pairs = Json::array();
-        for (const Pair pair : list.all())
-            pairs.push_back({{"pair", hex(pair)}, {"words", describe(pair)}, {"text", textOf(pair)}});
-        fields.push_back(pairs);
-    }
+        Json list = Json::array();
+        for (const Pair pair : facts.pairs[field].all())
+            list.push_back({{"pair", hex(pair)}, {"words", describe(pair)}, {"text", textOf(pair)}});
+        return list;
+    };
     return {{"bytes", facts.size},
             {"frameRateCode", facts.rateCode},
             {"framesPerSecond", cdpRateName(facts.rateCode)},
             {"sequence", facts.sequence},
             {"triplets", facts.triplets},
-            {"field1", fields[0]},
-            {"field2", fields[1]},
+            {"field1", pairs(0)},
+            {"field2", pairs(1)},
             {"faults", facts.faults}};
 }
 
@@ -422,54 +429,56 @@ int find(const Arguments &arguments, bool json)
     return findings.close(place(arguments.file, 0));
 }
 
+void addParseWord(Word &cdp, Context &context)
+{
+    const auto arguments = std::make_shared<Arguments>();
+    Word &word = cdp.word("parse", "Take a packet apart (exit 3: something is wrong in it)");
+    word.option("file", arguments->file, "Binary or hexadecimal text; - is standard input").isFile();
+    word.option("--hex", arguments->hexText, "The packet itself, in hexadecimal").excludes("file");
+    word.example("kivcs2 cdp build --field1 942c | kivcs2 cdp parse -");
+    word.runs([&context, arguments] { return parse(*arguments, context.json); });
+}
+
+void addBuildWord(Word &cdp, Context &context)
+{
+    const auto arguments = std::make_shared<Arguments>();
+    Word &word = cdp.word("build", "Make a packet from CEA-608 pairs");
+    word.option("--field1", arguments->field1, "Pair of field 1, four hexadecimal digits");
+    word.option("--field2", arguments->field2, "Pair of field 2");
+    word.option("--sequence", arguments->sequence, {0, 65535}, "Sequence number");
+    word.option("--rate", arguments->rate, "Frame rate of the packet").suggests("rates", rateNames);
+    word.flag("--sdi", arguments->sdi, "With a second service descriptor, language eng");
+    word.flag("--atom", arguments->atom, "With a QuickTime atom header in front");
+    word.flag("--binary", arguments->binary, "Write bytes, not hexadecimal text");
+    word.option("-o,--output", arguments->output, "Where to write; - is standard output").isFile();
+    word.example("kivcs2 cdp build --field1 942c --rate 29.97 --sequence 7");
+    word.runs([&context, arguments] { return build(*arguments, context.json); });
+}
+
+void addFindWord(Word &cdp, Context &context)
+{
+    const auto arguments = std::make_shared<Arguments>();
+    Word &word = cdp.word("find", "List the packets in captured ancillary data (exit 1: none)");
+    word.option("file", arguments->file, "A file; - is standard input").required().isFile();
+    word.option("--in", arguments->in, "291m: ancillary packets; 436m: wrapped data")
+        .required()
+        .amongAnyCase({"291m", "436m"});
+    word.option("--words", arguments->words,
+                "291m: 8bit, 8bit-adf, 10bit (16-bit big-endian units), 10bit-adf")
+        .suggests("word forms", wordFormNames);
+    word.example("kivcs2 cdp find capture.bin --in 291m --words 10bit");
+    word.runs([&context, arguments] { return find(*arguments, context.json); });
+}
+
 } // namespace
 
-void addCDPCommand(CLI::App &app, Context &context)
+void addCDPCommand(Word &root, Context &context)
 {
-    auto *cdp = app.add_subcommand("cdp", "Caption distribution packets (SMPTE 334-2): parse, build, find");
-    cdp->require_subcommand(1);
-    cdp->fallthrough();
-    cdp->footer("Examples:\n  kivcs2 cdp build --field1 942c | kivcs2 cdp parse -\n"
-                "  kivcs2 cdp find capture.bin --in 291m --words 10bit");
-    const auto arguments = std::make_shared<Arguments>();
-    const auto word = [&, arguments](const char *name, const char *help, int (*body)(const Arguments &, bool))
-    {
-        auto *sub = cdp->add_subcommand(name, help);
-        sub->fallthrough();
-        sub->callback(
-            [&context, arguments, body]
-            {
-                context.run = [&context, arguments, body]
-                {
-                    return body(*arguments, context.json);
-                };
-            });
-        return sub;
-    };
-
-    auto *parsing = word("parse", "Take a packet apart (exit 3: something is wrong in it)", parse);
-    auto *packetFile =
-        parsing->add_option("file", arguments->file, "Binary or hexadecimal text; - is standard input");
-    parsing->add_option("--hex", arguments->hexText, "The packet itself, in hexadecimal")
-        ->excludes(packetFile);
-
-    auto *building = word("build", "Make a packet from CEA-608 pairs", build);
-    building->add_option("--field1", arguments->field1, "Pair of field 1, four hexadecimal digits");
-    building->add_option("--field2", arguments->field2, "Pair of field 2");
-    building->add_option("--sequence", arguments->sequence, "Sequence number")->check(CLI::Range(0, 65535));
-    building->add_option("--rate", arguments->rate, "Frame rate of the packet");
-    building->add_flag("--sdi", arguments->sdi, "With a second service descriptor, language eng");
-    building->add_flag("--atom", arguments->atom, "With a QuickTime atom header in front");
-    building->add_flag("--binary", arguments->binary, "Write bytes, not hexadecimal text");
-    building->add_option("-o,--output", arguments->output, "Where to write; - is standard output");
-
-    auto *finding = word("find", "List the packets in captured ancillary data (exit 1: none)", find);
-    finding->add_option("file", arguments->file, "A file; - is standard input")->required();
-    finding->add_option("--in", arguments->in, "291m: ancillary packets; 436m: wrapped data")
-        ->required()
-        ->transform(CLI::IsMember({"291m", "436m"}, CLI::ignore_case)); // gives the lower-case spelling
-    finding->add_option("--words", arguments->words,
-                        "291m: 8bit, 8bit-adf, 10bit (16-bit big-endian units), 10bit-adf");
+    Word &cdp = root.word("cdp", "Caption distribution packets (SMPTE 334-2): parse, build, find");
+    cdp.group(kGroupCaptions);
+    addParseWord(cdp, context);
+    addBuildWord(cdp, context);
+    addFindWord(cdp, context);
 }
 
 } // namespace tool

@@ -563,95 +563,91 @@ int captionDecode(const CaptionArguments &arguments)
     return kExitYes;
 }
 
-void addCaptionCommand(CLI::App &app, Context &context)
+void addCaptionCommand(Word &root, Context &context)
 {
-    auto *caption =
-        app.add_subcommand("caption", "SCC and MCC caption files: info, show, at, decode, convert, verify");
-    caption->require_subcommand(1);
-    caption->fallthrough();
-    caption->footer(
+    Word &caption =
+        root.word("caption", "SCC and MCC caption files: info, show, at, decode, convert, verify");
+    caption.group(kGroupCaptions);
+    caption.about(
         "Files: - is standard input or output. An SCC file with \";\" counts 29.97 drop-frame, with\n"
-        "\":\" 29.97 non-drop; --rate says otherwise.\n"
-        "Examples:\n  kivcs2 caption show programme.scc --captions\n"
-        "  kivcs2 caption at programme.mcc \"01:00:05;00\"\n"
-        "  kivcs2 caption decode 9420 94ae c849\n"
-        "  kivcs2 caption convert old.mcc new.mcc --mcc-version 2");
+        "\":\" 29.97 non-drop; --rate says otherwise.");
     const auto arguments = std::make_shared<CaptionArguments>();
 
-    const auto word =
-        [&, arguments](const char *name, const char *help, int (*body)(const CaptionArguments &))
+    const auto word = [&, arguments](const char *name, const char *help,
+                                     int (*body)(const CaptionArguments &)) -> Word &
     {
-        auto *sub = caption->add_subcommand(name, help);
-        sub->fallthrough();
-        sub->callback(
-            [&context, arguments, body]
-            {
-                context.run = [&context, arguments, body]
+        return caption.word(name, help)
+            .runs(
+                [&context, arguments, body]
                 {
                     arguments->json = context.json;
                     return body(*arguments);
-                };
-            });
-        return sub;
+                });
     };
-    const auto file = [&](CLI::App *sub)
+    const auto file = [&](Word &sub)
     {
-        sub->add_option("file", arguments->file, "An SCC or MCC file; - is standard input")->required();
-        sub->add_option("--rate", arguments->rate, "Count at this rate, whatever the file says");
+        sub.option("file", arguments->file, "An SCC or MCC file; - is standard input").required().isFile();
+        sub.option("--rate", arguments->rate, "Count at this rate, whatever the file says")
+            .suggests("rates", rateNames);
     };
-    const auto keepGoing = [&](CLI::App *sub)
+    const auto keepGoing = [&](Word &sub)
     {
-        sub->add_flag("--keep-going", arguments->keepGoing, "Tell malformed lines and go on behind them");
+        sub.flag("--keep-going", arguments->keepGoing, "Tell malformed lines and go on behind them");
     };
-    const auto field = [&](CLI::App *sub)
+    const auto field = [&](Word &sub)
     {
-        sub->add_option("--field", arguments->field, "The field that an SCC file's pairs belong to: 1 or 2")
-            ->check(CLI::Range(1, 2));
+        sub.option("--field", arguments->field, {1, 2},
+                   "The field that an SCC file's pairs belong to: 1 or 2");
     };
 
-    auto *info = word("info", "What a file holds, and what is odd about it", captionInfo);
+    Word &info = word("info", "What a file holds, and what is odd about it", captionInfo);
     file(info);
     field(info);
+    info.example("kivcs2 caption info programme.scc");
 
-    auto *show = word("show", "Timecode, pairs, control codes in words, and text", captionShow);
+    Word &show = word("show", "Timecode, pairs, control codes in words, and text", captionShow);
     file(show);
     field(show);
     keepGoing(show);
-    show->add_flag("--captions", arguments->captions, "The captions as a viewer sees them");
-    show->add_option("--from", arguments->from, "The first timecode to show");
-    show->add_option("--to", arguments->to, "The last timecode to show");
+    show.flag("--captions", arguments->captions, "The captions as a viewer sees them");
+    show.option("--from", arguments->from, "The first timecode to show");
+    show.option("--to", arguments->to, "The last timecode to show");
+    show.example("kivcs2 caption show programme.mcc --captions | head");
 
-    auto *at = word("at", "The pairs of one frame and what is on the screen (exit 1: nothing)", captionAt);
+    Word &at = word("at", "The pairs of one frame and what is on the screen (exit 1: nothing)", captionAt);
     file(at);
     field(at);
     keepGoing(at);
-    at->add_option("timecode", arguments->timecode, "HH:MM:SS:FF or HH:MM:SS;FF")->required();
+    at.option("timecode", arguments->timecode, "HH:MM:SS:FF or HH:MM:SS;FF").required();
+    at.example("kivcs2 caption at programme.mcc \"01:00:05;00\"");
 
-    auto *decode = word("decode", "CEA-608 pairs in words", captionDecode);
-    decode->add_option("pairs", arguments->words, "Four hexadecimal digits each; - reads standard input")
-        ->required();
+    Word &decode = word("decode", "CEA-608 pairs in words", captionDecode);
+    decode.option("pairs", arguments->words, "Four hexadecimal digits each; - reads standard input")
+        .required();
+    decode.example("kivcs2 caption decode 9420 94ae c849");
 
-    auto *convert = word("convert", "SCC to MCC, or MCC to another version", captionConvert);
+    Word &convert = word("convert", "SCC to MCC, or MCC to another version", captionConvert);
     file(convert);
     field(convert);
     keepGoing(convert);
-    convert
-        ->add_option("target", arguments->target, "The MCC file to write, named *.mcc; - is standard output")
-        ->required();
-    convert->add_option("--mcc-version", arguments->mccVersion, "1 or 2; without it 1 from SCC, 2 from MCC")
-        ->check(CLI::Range(1, 2));
-    convert->add_flag("--sparse", arguments->sparse, "Packets only on frames that have a pair");
-    convert->add_flag("--sdi", arguments->sdi, "Packets with a second service descriptor, language eng");
+    convert.option("target", arguments->target, "The MCC file to write, named *.mcc; - is standard output")
+        .required()
+        .isFile();
+    convert.option("--mcc-version", arguments->mccVersion, {1, 2},
+                   "1 or 2; without it 1 from SCC, 2 from MCC");
+    convert.flag("--sparse", arguments->sparse, "Packets only on frames that have a pair");
+    convert.flag("--sdi", arguments->sdi, "Packets with a second service descriptor, language eng");
+    convert.flag("--fix-parity", arguments->fixParity,
+                 "Give every byte odd parity; without it pairs are kept");
+    convert.example("kivcs2 caption convert programme.scc converted.mcc --mcc-version 2");
 
-    convert->add_flag("--fix-parity", arguments->fixParity,
-                      "Give every byte odd parity; without it pairs are kept");
-
-    auto *verify =
+    Word &verify =
         word("verify", "Read an MCC file and check every packet (exit 1: something is wrong)", captionVerify);
     file(verify);
     field(verify);
-    verify->add_flag("--fix-parity", arguments->fixParity, "The source's pairs were given odd parity");
-    verify->add_option("--against", arguments->against, "The SCC or MCC file it was made from");
+    verify.flag("--fix-parity", arguments->fixParity, "The source's pairs were given odd parity");
+    verify.option("--against", arguments->against, "The SCC or MCC file it was made from").isFile();
+    verify.example("kivcs2 caption verify programme.mcc --against programme.scc");
 }
 
 } // namespace tool

@@ -1,13 +1,13 @@
 // kivcs2 codec: the table of codecs, one of it, and four-character codes taken apart.
 #include "Command.h"
 #include "Failure.h"
+#include "Numbers.h"
 #include "Output.h"
 #include "VideoFormats.h"
 
 #include <KIVCoreServices2/KIVCS2Codec.h>
 
 #include <array>
-#include <charconv>
 #include <memory>
 #include <optional>
 
@@ -50,14 +50,8 @@ std::optional<uint32_t> parseCode(std::string_view text)
     const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
     if (!isHexadecimal && !text.empty() && text.size() <= 4)
         return pack(std::string{text} + std::string(4 - text.size(), ' '));
-    if (isHexadecimal)
-        text.remove_prefix(2);
-    uint32_t code = 0;
-    const auto [end, error] =
-        std::from_chars(text.data(), text.data() + text.size(), code, isHexadecimal ? 16 : 10);
-    if (error != std::errc{} || end != text.data() + text.size())
-        return std::nullopt;
-    return code;
+    const auto code = wholeNumber(text);
+    return code && *code <= UINT32_MAX ? std::optional{static_cast<uint32_t>(*code)} : std::nullopt;
 }
 
 // The library's name of a code; none when it knows no such codec.
@@ -92,6 +86,14 @@ Json toJson(const std::string &name, uint32_t code)
             {"code", print("0x%08x", code)},
             {"characters", charactersOf(code)},
             {"sampleSizes", sizes}};
+}
+
+Names codecNames()
+{
+    Names names;
+    for (const std::string_view characters : kCodes)
+        names.push_back(nameOf(pack(characters)).value());
+    return names;
 }
 
 int listCodecs(bool json)
@@ -202,52 +204,34 @@ int unpackCodes(const std::vector<std::string> &texts, bool json)
 
 } // namespace
 
-void addCodecCommand(CLI::App &app, Context &context)
+void addCodecCommand(Word &root, Context &context)
 {
-    auto *command = app.add_subcommand("codec", "Codecs: names, four-character codes, sizes of frames");
-    command->require_subcommand(1);
-    command->fallthrough();
+    Word &codec =
+        root.word("codec", "Codecs: names, four-character codes, sizes of frames").group(kGroupPictures);
 
-    auto *list = command->add_subcommand("list", "The table, with the largest frame in bytes by height");
-    list->callback(
-        [&context]
-        {
-            context.run = [&context]
-            {
-                return listCodecs(context.json);
-            };
-        });
+    Word &list = codec.word("list", "The table, with the largest frame in bytes by height");
+    list.example("kivcs2 codec list");
+    list.runs([&context] { return listCodecs(context.json); });
 
-    auto *shown = command->add_subcommand("show", "One codec, by its name or code");
-    shown->footer(
-        "Examples:\n  kivcs2 codec show \"ProRes 422 (HQ)\" --format 1080i25\n  kivcs2 codec show v210");
     const auto wanted = std::make_shared<std::string>();
     const auto format = std::make_shared<std::string>();
-    shown->add_option("codec", *wanted, "A name, four characters, or a number")->required();
-    shown->add_option("--format", *format, "In this video format (without the pixel format: 8 Bit)");
-    shown->callback(
-        [&context, wanted, format]
-        {
-            context.run = [&context, wanted, format]
-            {
-                return showCodec(*wanted, *format, context.json);
-            };
-        });
+    Word &shown = codec.word("show", "One codec, by its name or code");
+    shown.option("codec", *wanted, "A name, four characters, or a number")
+        .required()
+        .suggests("codecs", codecNames);
+    shown.option("--format", *format, "In this video format (without the pixel format: 8 Bit)")
+        .suggests("video formats", videoFormatNames);
+    shown.example("kivcs2 codec show \"ProRes 422 (HQ)\" --format 1080i25");
+    shown.runs([&context, wanted, format] { return showCodec(*wanted, *format, context.json); });
 
-    auto *unpack = command->add_subcommand("unpack", "Codes taken apart, known ones or not");
-    unpack->footer(
+    const auto codes = std::make_shared<Names>();
+    Word &unpack = codec.word("unpack", "Codes taken apart, known ones or not");
+    unpack.about(
         "A code is four characters (spaces behind may be left out), 0x and hexadecimal digits, or a\n"
         "decimal number of five digits and more.");
-    const auto codes = std::make_shared<std::vector<std::string>>();
-    unpack->add_option("code", *codes, "The codes")->required();
-    unpack->callback(
-        [&context, codes]
-        {
-            context.run = [&context, codes]
-            {
-                return unpackCodes(*codes, context.json);
-            };
-        });
+    unpack.option("code", *codes, "The codes").required();
+    unpack.example("kivcs2 codec unpack apcn 0x6e645641");
+    unpack.runs([&context, codes] { return unpackCodes(*codes, context.json); });
 }
 
 } // namespace tool

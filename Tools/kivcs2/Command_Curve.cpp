@@ -3,10 +3,10 @@
 #include "Counting.h"
 #include "CurvePlot.h"
 #include "Failure.h"
+#include "Numbers.h"
 #include "Output.h"
 #include "PngFile.h"
 
-#include <charconv>
 #include <cmath>
 #include <memory>
 
@@ -104,11 +104,10 @@ struct RunOptions
 
 double number(std::string_view text, const std::string &step)
 {
-    double value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc{} || end != text.data() + text.size() || !std::isfinite(value))
+    const auto value = realNumber(text);
+    if (!value)
         throw usage("\"" + step + "\": \"" + std::string{text} + "\" is no number");
-    return value;
+    return *value;
 }
 
 std::vector<std::string_view> split(std::string_view text)
@@ -216,80 +215,52 @@ int runSequence(const RunOptions &options, bool json)
     return kExitYes;
 }
 
-void addRunWord(CLI::App &command, Context &context)
+void addRunWord(Word &curve, Context &context)
 {
-    auto *word = command.add_subcommand("run", "The values of a sequence, frame by frame");
-    word->footer("A step is CURVE:LENGTH:START:END or hold:LENGTH; the length is in frames, or in seconds as "
-                 "\"1.5s\".\n"
-                 "A step of one frame has no value.\n\n"
-                 "Examples:\n"
-                 "  kivcs2 curve run QuadraticIn:5:0:100 hold:3 SinOut:1s:100:0 --rate 25\n"
-                 "  kivcs2 curve run SinInOut:25:0:1 SinInOut:25:1:0 --looped --frames 200");
     const auto options = std::make_shared<RunOptions>();
-    word->add_option("step", options->steps, "The steps, 16 at most")->required();
-    word->add_option("--rate", options->rate, "Frames a second, for lengths in seconds; otherwise 25");
-    word->add_option("--frames", options->frames, "So many frames instead of those of the steps")
-        ->check(CLI::Range(uint32_t{1}, kMostFrames));
-    word->add_flag("--looped", options->looped, "The first step follows the last");
-    word->callback(
-        [&context, options]
-        {
-            context.run = [&context, options]
-            {
-                return runSequence(*options, context.json);
-            };
-        });
+    Word &word = curve.word("run", "The values of a sequence, frame by frame");
+    word.about("A step is CURVE:LENGTH:START:END or hold:LENGTH; the length is in frames, or in seconds as "
+               "\"1.5s\".\n"
+               "A step of one frame has no value.");
+    word.option("step", options->steps, "The steps, 16 at most").required();
+    word.option("--rate", options->rate, "Frames a second, for lengths in seconds; otherwise 25")
+        .suggests("rates", rateNames);
+    word.option("--frames", options->frames, {1, kMostFrames},
+                "So many frames instead of those of the steps");
+    word.flag("--looped", options->looped, "The first step follows the last");
+    word.example("kivcs2 curve run QuadraticIn:5:0:100 hold:3 SinOut:1s:100:0 --rate 25");
+    word.example("kivcs2 curve run SinInOut:25:0:1 SinInOut:25:1:0 --looped --frames 200");
+    word.runs([&context, options] { return runSequence(*options, context.json); });
 }
 
 } // namespace
 
-void addCurveCommand(CLI::App &app, Context &context)
+void addCurveCommand(Word &root, Context &context)
 {
-    auto *command = app.add_subcommand("curve", "Interpolation curves: table, plots, sequences");
-    command->require_subcommand(1);
-    command->fallthrough();
+    Word &curve = root.word("curve", "Interpolation curves: table, plots, sequences").group(kGroupPictures);
 
-    auto *list = command->add_subcommand("list", "The curves, their formulas and values");
-    list->callback(
-        [&context]
-        {
-            context.run = [&context]
-            {
-                return listCurves(context.json);
-            };
-        });
+    Word &list = curve.word("list", "The curves, their formulas and values");
+    list.example("kivcs2 curve list");
+    list.runs([&context] { return listCurves(context.json); });
 
-    auto *plot = command->add_subcommand("plot", "A plot in characters, of one curve or of all");
     const auto plotted = std::make_shared<std::string>();
-    plot->add_option("curve", *plotted, "A name or a number; all when left out");
-    plot->callback(
-        [&context, plotted]
-        {
-            context.run = [&context, plotted]
-            {
-                return plotCurves(*plotted, context.json);
-            };
-        });
+    Word &plot = curve.word("plot", "A plot in characters, of one curve or of all");
+    plot.option("curve", *plotted, "A name or a number; all when left out").suggests("curves", curveNames);
+    plot.example("kivcs2 curve plot ExpInOut");
+    plot.runs([&context, plotted] { return plotCurves(*plotted, context.json); });
 
-    auto *png = command->add_subcommand("png", "The same as a picture");
     const auto target = std::make_shared<std::string>();
     const auto drawn = std::make_shared<std::string>();
     const auto side = std::make_shared<uint32_t>(0);
-    png->add_option("file", *target, "The PNG file; - is standard output")->required();
-    png->add_option("curve", *drawn, "A name or a number; all when left out");
-    png->add_option("--side", *side,
-                    "Pixels of a plot, wide and high; otherwise 480 alone and 200 among others")
-        ->check(CLI::Range(64, 2000));
-    png->callback(
-        [&context, target, drawn, side]
-        {
-            context.run = [target, drawn, side]
-            {
-                return drawCurves(*target, *drawn, *side);
-            };
-        });
+    Word &png = curve.word("png", "The same as a picture");
+    png.option("file", *target, "The PNG file; - is standard output").required().isFile();
+    png.option("curve", *drawn, "A name or a number; all when left out").suggests("curves", curveNames);
+    png.option("--side", *side, {64, 2000},
+               "Pixels of a plot, wide and high; otherwise 480 alone and 200 among others");
+    png.example("kivcs2 curve png curve.png SinOut --side 1000");
+    png.runs([target, drawn, side] { return drawCurves(*target, *drawn, *side); });
 
-    addRunWord(*command, context);
+    addRunWord(curve, context);
 }
 
 } // namespace tool

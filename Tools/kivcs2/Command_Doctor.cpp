@@ -283,19 +283,13 @@ int examine(bool json)
 
 } // namespace
 
-void addDoctorCommand(CLI::App &app, Context &context)
+void addDoctorCommand(Word &root, Context &context)
 {
-    auto *command = app.add_subcommand("doctor", "What this machine offers the library, and what is missing");
-    command->fallthrough();
-    command->footer("Exit code 1 says that something is missing without which operations fail.");
-    command->callback(
-        [&context]
-        {
-            context.run = [&context]
-            {
-                return examine(context.json);
-            };
-        });
+    Word &word = root.word("doctor", "What this machine offers the library, and what is missing");
+    word.group(kGroupMachine);
+    word.about("Exit code 1 says that something is missing without which operations fail.");
+    word.example("kivcs2 doctor");
+    word.runs([&context] { return examine(context.json); });
 }
 
 } // namespace tool

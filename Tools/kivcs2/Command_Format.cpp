@@ -2,11 +2,11 @@
 #include "Command.h"
 #include "Counting.h"
 #include "Failure.h"
+#include "Numbers.h"
 #include "Output.h"
 #include "VideoFormats.h"
 
 #include <array>
-#include <charconv>
 #include <memory>
 
 namespace tool
@@ -207,9 +207,10 @@ std::optional<KIVCS2VideoFormatDescription> findVideoFormat(const std::string &w
     KIVCS2VideoFormat code = 0;
     if (isCode(wanted))
     {
-        const auto [end, error] = std::from_chars(wanted.data() + 2, wanted.data() + wanted.size(), code, 16);
-        if (error != std::errc{} || end != wanted.data() + wanted.size())
+        const auto number = hexadecimalNumber(wanted);
+        if (!number || *number > UINT32_MAX)
             throw Failure(kExitUsage, "\"" + visible(wanted) + "\": not a 32-bit format code");
+        code = static_cast<KIVCS2VideoFormat>(*number);
     }
     else if (KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName(wanted.c_str(), &code)) &&
              KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName((wanted + " 8 Bit").c_str(), &code)))
@@ -220,6 +221,14 @@ std::optional<KIVCS2VideoFormatDescription> findVideoFormat(const std::string &w
     return description;
 }
 
+std::vector<std::string> videoFormatNames()
+{
+    std::vector<std::string> names;
+    for (const auto &format : allFormats())
+        names.emplace_back(format.m_name);
+    return names;
+}
+
 std::string noVideoFormat(const std::string &wanted)
 {
     const std::string status = " (" + statusText(KIVCS2STATUS_VIDEO_FORMAT_ERR) + ")";
@@ -228,39 +237,25 @@ std::string noVideoFormat(const std::string &wanted)
                                 "; kivcs2 format lists them";
 }
 
-void addFormatCommand(CLI::App &app, Context &context)
+void addFormatCommand(Word &root, Context &context)
 {
-    auto *format = app.add_subcommand("format", "Video formats: the table, or one of it");
-    format->fallthrough();
-    format->footer(
-        "Examples:\n  kivcs2 format\n  kivcs2 format \"1080i25 10 Bit\"\n  kivcs2 format 0x54102601");
     const auto wanted = std::make_shared<std::string>();
-    format->add_option("format", *wanted,
-                       "A name (without the pixel format: 8 Bit) or a code; all when left out");
-    format->callback(
-        [&context, wanted]
-        {
-            context.run = [&context, wanted]
-            {
-                return wanted->empty() ? listFormats(context.json) : showFormat(*wanted, context.json);
-            };
-        });
+    Word &word = root.word("format", "Video formats: the table, or one of it").group(kGroupPictures);
+    word.option("format", *wanted, "A name (without the pixel format: 8 Bit) or a code; all when left out")
+        .suggests("video formats", videoFormatNames);
+    word.example("kivcs2 format \"1080i25 10 Bit\"");
+    word.example("kivcs2 format 0x54102601");
+    word.runs([&context, wanted]
+              { return wanted->empty() ? listFormats(context.json) : showFormat(*wanted, context.json); });
 }
 
-void addRateCommand(CLI::App &app, Context &context)
+void addRateCommand(Word &root, Context &context)
 {
-    auto *rate = app.add_subcommand("rate", "Frame rates and how they count");
-    rate->fallthrough();
     const auto wanted = std::make_shared<std::string>();
-    rate->add_option("rate", *wanted, "One rate; all when left out");
-    rate->callback(
-        [&context, wanted]
-        {
-            context.run = [&context, wanted]
-            {
-                return showRates(*wanted, context.json);
-            };
-        });
+    Word &word = root.word("rate", "Frame rates and how they count").group(kGroupPictures);
+    word.option("rate", *wanted, "One rate; all when left out").suggests("rates", rateNames);
+    word.example("kivcs2 rate 29.97");
+    word.runs([&context, wanted] { return showRates(*wanted, context.json); });
 }
 
 } // namespace tool

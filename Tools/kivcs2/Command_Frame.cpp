@@ -3,13 +3,13 @@
 #include "Command.h"
 #include "Failure.h"
 #include "HalfBlocks.h"
+#include "Numbers.h"
 #include "Output.h"
 #include "PngFile.h"
 #include "RawFrames.h"
 #include "VideoFormats.h"
 
 #include <algorithm>
-#include <charconv>
 #include <functional>
 #include <map>
 #include <memory>
@@ -196,15 +196,16 @@ int convert(const FrameArguments &arguments)
 // "960x540"
 std::pair<uint32_t, uint32_t> parsePictureSize(const std::string &text)
 {
-    std::pair<uint32_t, uint32_t> size;
-    const char *last = text.data() + text.size();
-    const auto width = std::from_chars(text.data(), last, size.first);
-    const char *rest =
-        width.ec == std::errc{} && width.ptr != last && *width.ptr == 'x' ? width.ptr + 1 : last;
-    const auto height = std::from_chars(rest, last, size.second);
-    if (height.ec != std::errc{} || height.ptr != last || size.first == 0 || size.second == 0)
+    const size_t cross = std::min(text.find('x'), text.size());
+    const auto width = wholeNumber(std::string_view{text}.substr(0, cross));
+    const auto height = wholeNumber(std::string_view{text}.substr(std::min(cross + 1, text.size())));
+    const auto isSide = [](const std::optional<uint64_t> &side)
+    {
+        return side && *side > 0 && *side <= UINT32_MAX;
+    };
+    if (!isSide(width) || !isSide(height))
         throw Failure(kExitUsage, "\"" + visible(text) + "\": not a size such as 960x540");
-    return size;
+    return {static_cast<uint32_t>(*width), static_cast<uint32_t>(*height)};
 }
 
 int scale(const FrameArguments &arguments)
@@ -397,91 +398,128 @@ int info(const FrameArguments &arguments)
     return code;
 }
 
-using Word = int (*)(const FrameArguments &);
+using FrameWord = int (*)(const FrameArguments &);
+
+template <class Value>
+Names namesIn(const std::map<std::string, Value> &values)
+{
+    Names names;
+    for (const auto &[name, value] : values)
+        names.push_back(name);
+    return names;
+}
+
+// How the frames lie in the file, or which ones to make.
+void addLayout(Word &word, FrameArguments &arguments, bool hasSource)
+{
+    word.option("--video", arguments.video, "Size and pixels of a video format, as kivcs2 format lists them")
+        .suggests("video formats", videoFormatNames);
+    word.option("--width", arguments.width, {1, kMostPixels}, "Pixels of a line").excludes("--video");
+    word.option("--height", arguments.height, {1, kMostPixels}, "Lines").excludes("--video");
+    word.option("--format", arguments.format, "v210, 2vuy, yuvs, rgba, bgra, argb or rgb")
+        .suggests("pixel formats", pixelLayoutNames);
+    if (!hasSource)
+    {
+        word.option("--frames", arguments.frames, {1, uint64_t{1} << 32}, "How many, otherwise 1");
+        return;
+    }
+    word.option("--row-bytes", arguments.rowBytes, {1, 1u << 20}, "From one row of the file to the next");
+    word.option("--frame", arguments.frame, {}, "The frame to look at, counted from 0");
+}
+
+void addLooking(Word &word, FrameArguments &arguments)
+{
+    word.flag("--show", arguments.show, "Draw a frame of the result on the terminal");
+    word.flag("--alpha", arguments.alpha, "Look at RGB with its alpha, otherwise as opaque");
+    word.option("--matrix", arguments.matrix, "601 or 709; otherwise 601 up to 576 lines and 709 above")
+        .among(namesIn(kMatrices));
+}
+
+std::string pixelText()
+{
+    std::string text = "Pixel formats:";
+    for (const PixelLayout &layout : pixelLayouts())
+        text += "\n  " + std::string{layout.name} + "  " + std::string{layout.meaning};
+    return text;
+}
+
+struct WordRow
+{
+    const char *name;
+    const char *help;
+    bool hasSource;
+    bool hasTarget;
+    FrameWord body;
+    const char *example;
+};
+
+constexpr const char *kBarsExample = "kivcs2 frame bars bars.v210 --video \"1080i25 10 Bit\" --frames 2";
+constexpr WordRow kWords[] = {
+    {"info", "Frames, bytes and length of a file; exit 3 where the last frame is not whole", true, false,
+     info, "kivcs2 frame info in.v210 --video \"625i25 10 Bit\""},
+    {"convert", "Other pixels: v210 to 2vuy to RGB, and the orders of bytes", true, true, convert,
+     "kivcs2 frame convert in.v210 out.2vuy --to 2vuy --video \"625i25 10 Bit\""},
+    {"scale", "A smaller picture by point sampling; 4:2:2 becomes rgb", true, true, scale,
+     "kivcs2 frame scale in.rgba small.rgba --size 320x180 --width 640 --height 360 --format rgba"},
+    {"deinterlace", "Every odd line replaced by the line above it", true, true, deinterlace,
+     "kivcs2 frame deinterlace in.2vuy out.2vuy --video 625i25"},
+    {"clear", "Frames of one colour", false, true, clear,
+     "kivcs2 frame clear black.2vuy --video 625i25 --colour black --frames 25"},
+    {"bars", "Colour bars", false, true, bars, kBarsExample},
+    {"png", "One frame as a PNG picture", true, true, png,
+     "kivcs2 frame png in.v210 picture.png --video \"625i25 10 Bit\""},
+};
+
+// What the words have beside what they share.
+void addOwnOptions(Word &frame, FrameArguments &arguments)
+{
+    frame.below("convert")
+        .option("--to", arguments.to, "The pixel format of the target")
+        .required()
+        .suggests("pixel formats", pixelLayoutNames);
+    frame.below("scale").option("--size", arguments.size, "Such as 960x540").required();
+    frame.below("clear")
+        .option("--colour", arguments.colour, "white, black or grey, otherwise black")
+        .among(namesIn(kClearColours));
+    frame.below("bars")
+        .option("--pattern", arguments.pattern,
+                "smpte (75 % over the PLUGE), ebu75 or ebu100, otherwise smpte")
+        .among(namesIn(kBarPatterns));
+}
 
 } // namespace
 
-void addFrameCommand(CLI::App &app, Context &context)
+void addFrameCommand(Word &root, Context &context)
 {
-    auto *command = app.add_subcommand("frame", "Raw frames: described, converted, made and looked at");
-    command->fallthrough();
-    command->require_subcommand(1);
-    std::string pixels;
-    for (const PixelLayout &layout : pixelLayouts())
-        pixels += "\n  " + std::string{layout.name} + "  " + std::string{layout.meaning};
-    command->footer("Pixel formats:" + pixels +
-                    "\n\nExamples:\n"
-                    "  kivcs2 frame bars bars.v210 --video \"1080i25 10 Bit\" --frames 25\n"
-                    "  kivcs2 frame png bars.v210 bars.png --video \"1080i25 10 Bit\"\n"
-                    "  kivcs2 frame convert in.v210 - --to 2vuy --video \"625i25 10 Bit\" | player\n"
-                    "  kivcs2 frame info in.rgba --width 640 --height 360 --format rgba --show");
-
+    Word &frame =
+        root.word("frame", "Raw frames: described, converted, made and looked at").group(kGroupPictures);
+    frame.about(pixelText());
     const auto arguments = std::make_shared<FrameArguments>();
-    // What all words have: how the frames lie in the file, and looking at one.
-    const auto addWord = [&](const char *name, const char *text, bool hasSource, bool hasTarget, Word word)
+    for (const WordRow &row : kWords)
     {
-        auto *added = command->add_subcommand(name, text);
-        if (hasSource)
-            added->add_option("file", arguments->source, "Raw frames; - is standard input")->required();
-        if (hasTarget)
-            added->add_option("target", arguments->target, "The result; - is standard output");
-        auto *video = added->add_option("--video", arguments->video,
-                                        "Size and pixels of a video format, as kivcs2 format lists them");
-        added->add_option("--width", arguments->width, "Pixels of a line")
-            ->check(CLI::Range(1u, kMostPixels))
-            ->excludes(video);
-        added->add_option("--height", arguments->height, "Lines")
-            ->check(CLI::Range(1u, kMostPixels))
-            ->excludes(video);
-        added->add_option("--format", arguments->format, "v210, 2vuy, yuvs, rgba, bgra, argb or rgb");
-        if (hasSource)
-        {
-            added->add_option("--row-bytes", arguments->rowBytes, "From one row of the file to the next")
-                ->check(CLI::Range(1u, 1u << 20));
-            added->add_option("--frame", arguments->frame, "The frame to look at, counted from 0");
-        }
-        else
-            added->add_option("--frames", arguments->frames, "How many, otherwise 1")
-                ->check(CLI::Range(uint64_t{1}, uint64_t{1} << 32));
-        added->add_flag("--show", arguments->show, "Draw a frame of the result on the terminal");
-        added->add_flag("--alpha", arguments->alpha, "Look at RGB with its alpha, otherwise as opaque");
-        added
-            ->add_option("--matrix", arguments->matrix,
-                         "601 or 709; otherwise 601 up to 576 lines and 709 above")
-            ->check(CLI::IsMember(kMatrices));
-        added->callback(
-            [&context, arguments, word, hasTarget]
+        Word &word = frame.word(row.name, row.help).example(row.example);
+        if (row.hasSource)
+            word.option("file", arguments->source, "Raw frames; - is standard input").required().isFile();
+        if (row.hasTarget)
+            word.option("target", arguments->target, "The result; - is standard output").isFile();
+        addLayout(word, *arguments, row.hasSource);
+        addLooking(word, *arguments);
+        word.refuses(
+            [&context, arguments, hasTarget = row.hasTarget]
             {
                 if (hasTarget && arguments->target.empty() && !arguments->show)
-                    throw CLI::RequiredError("target or --show");
-                if (arguments->show && (context.json || arguments->target == "-"))
-                    throw CLI::ValidationError("--show", "standard output is taken by the picture");
-                context.run = [&context, arguments, word]
-                {
-                    arguments->json = context.json;
-                    return word(*arguments);
-                };
+                    return "target or --show is required";
+                const bool isTaken = arguments->show && (context.json || arguments->target == "-");
+                return isTaken ? "--show: standard output is taken by the picture" : "";
             });
-        return added;
-    };
-
-    addWord("info", "Frames, bytes and length of a file; exit 3 where the last frame is not whole", true,
-            false, info);
-    addWord("convert", "Other pixels: v210 to 2vuy to RGB, and the orders of bytes", true, true, convert)
-        ->add_option("--to", arguments->to, "The pixel format of the target")
-        ->required();
-    addWord("scale", "A smaller picture by point sampling; 4:2:2 becomes rgb", true, true, scale)
-        ->add_option("--size", arguments->size, "Such as 960x540")
-        ->required();
-    addWord("deinterlace", "Every odd line replaced by the line above it", true, true, deinterlace);
-    addWord("clear", "Frames of one colour", false, true, clear)
-        ->add_option("--colour", arguments->colour, "white, black or grey, otherwise black")
-        ->check(CLI::IsMember(kClearColours));
-    addWord("bars", "Colour bars", false, true, bars)
-        ->add_option("--pattern", arguments->pattern,
-                     "smpte (75 % over the PLUGE), ebu75 or ebu100, otherwise smpte")
-        ->check(CLI::IsMember(kBarPatterns));
-    addWord("png", "One frame as a PNG picture", true, true, png);
+        word.runs(
+            [&context, arguments, body = row.body]
+            {
+                arguments->json = context.json;
+                return body(*arguments);
+            });
+    }
+    addOwnOptions(frame, *arguments);
 }
 
 } // namespace tool

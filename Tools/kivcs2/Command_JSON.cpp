@@ -1,6 +1,7 @@
 // kivcs2 json: a property list of the words given, as the library writes it.
 #include "Command.h"
 #include "Failure.h"
+#include "Numbers.h"
 #include "Output.h"
 
 #include <KIVCoreServices2/KIVCS2Dictionary.h>
@@ -8,7 +9,6 @@
 #include <KIVCoreServices2/KIVCS2String.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <memory>
 
@@ -44,24 +44,16 @@ String makeString(std::string_view text)
     return String{string};
 }
 
-template <class Number>
-Number parse(std::string_view text, std::string_view type)
+// What a number parser made of `text`, if it has the 32 bits of a Number.
+template <class Number, class Parsed>
+Number checked(std::optional<Parsed> value, std::string_view text, std::string_view type)
 {
-    Number value{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error == std::errc::result_out_of_range)
-        throw Failure(kExitUsage, "\"" + visible(text) + "\" does not fit the 32 bits of a number");
-    if (error != std::errc{} || end != text.data() + text.size())
+    using Limits = std::numeric_limits<Number>;
+    if (!value)
         throw Failure(kExitUsage, "\"" + visible(text) + "\" is no " + std::string{type});
-    return value;
-}
-
-float parseFinite(std::string_view text)
-{
-    const auto value = parse<float>(text, "number");
-    if (!std::isfinite(value))
-        throw Failure(kExitUsage, "\"" + visible(text) + "\": JSON has finite numbers only");
-    return value;
+    if (*value < static_cast<Parsed>(Limits::lowest()) || *value > static_cast<Parsed>(Limits::max()))
+        throw Failure(kExitUsage, "\"" + visible(text) + "\" does not fit the 32 bits of a number");
+    return static_cast<Number>(*value);
 }
 
 bool parseFlag(std::string_view text)
@@ -93,9 +85,11 @@ void store(KIVCS2Dictionary &dictionary, std::string_view word)
     constexpr KIVCS2DictionaryKey kKind = KIVCS2DictionaryKey_CFString;
     KIVCS2Status status = KIVCS2STATUS_OK;
     if (isInteger)
-        status = kivCS2Dictionary_setInteger(&dictionary, key.get(), parse<int32_t>(value, "integer"), kKind);
+        status = kivCS2Dictionary_setInteger(&dictionary, key.get(),
+                                             checked<int32_t>(signedNumber(value), value, "integer"), kKind);
     else if (isFraction)
-        status = kivCS2Dictionary_setFloat(&dictionary, key.get(), parseFinite(value), kKind);
+        status = kivCS2Dictionary_setFloat(&dictionary, key.get(),
+                                           checked<float>(realNumber(value), value, "finite number"), kKind);
     else if (isFlag)
         status = kivCS2Dictionary_setBool(&dictionary, key.get(), parseFlag(value) ? 1 : 0, kKind);
     else
@@ -141,24 +135,17 @@ int writeJSON(const std::vector<std::string> &words, bool showPasses)
 
 } // namespace
 
-void addJSONCommand(CLI::App &app, Context &context)
+void addJSONCommand(Word &root, Context &)
 {
-    auto *command = app.add_subcommand("json", "Write keys and values as a JSON object");
-    command->fallthrough();
-    command->footer("Entries: key=text, key:int=5, key:float=1.5, key:bool=true (a number, 1 or 0).\n"
-                    "Texts that JSON would have to escape are refused.");
-    const auto words = std::make_shared<std::vector<std::string>>();
+    const auto words = std::make_shared<Names>();
     const auto passes = std::make_shared<bool>(false);
-    command->add_option("entries", *words, "Keys and values; of one key the last value counts")->required();
-    command->add_flag("--passes", *passes, "Say on standard error what was measured and written");
-    command->callback(
-        [&context, words, passes]
-        {
-            context.run = [words, passes]
-            {
-                return writeJSON(*words, *passes);
-            };
-        });
+    Word &word = root.word("json", "Write keys and values as a JSON object").group(kGroupTexts);
+    word.about("Entries: key=text, key:int=5, key:float=1.5, key:bool=true (a number, 1 or 0).\n"
+               "Texts that JSON would have to escape are refused.");
+    word.option("entries", *words, "Keys and values; of one key the last value counts").required();
+    word.flag("--passes", *passes, "Say on standard error what was measured and written");
+    word.example("kivcs2 json name=\"clean feed\" rate:float=29.97 drop:bool=true");
+    word.runs([words, passes] { return writeJSON(*words, *passes); });
 }
 
 } // namespace tool

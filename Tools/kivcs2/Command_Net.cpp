@@ -438,81 +438,74 @@ int send(const Options &options, bool json)
     return kExitYes;
 }
 
+void addPlace(Word &word, Options &options, const char *host)
+{
+    word.option("protocol", options.protocol, "tcp, udp or group (multicast)")
+        .required()
+        .among({"tcp", "udp", "group"});
+    word.option("host", options.host, host).required();
+    word.option("port", options.port, {1, 65535}, "Port").required();
+}
+
+void addCount(Word &word, Options &options)
+{
+    word.option("--count", options.count, Bounds{1}, "End after so many messages");
+}
+
+void addTaking(Word &word, Options &options)
+{
+    addCount(word, options);
+    word.option("--timeout", options.timeout, {0.0, 1e6}, "Fail when nothing comes for so many seconds");
+    word.flag("--data", options.data, "Write what comes to standard output, the meter to standard error");
+}
+
+void addSending(Word &word, Options &options)
+{
+    addCount(word, options);
+    word.option("--size", options.size, {1, 1u << 20}, "Bytes a message").shownDefault();
+    word.option("--rate", options.rate, {0.0, 1e7}, "Messages a second; 0 sends as fast as it goes");
+    word.option("--ttl", options.ttl, {0, 255}, "Routers that a datagram to a group may pass, plus 1")
+        .shownDefault();
+    word.flag("--input", options.data, "Send standard input in messages of --size bytes");
+}
+
 } // namespace
 
-void addNetCommand(CLI::App &app, Context &context)
+void addNetCommand(Word &root, Context &context)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App *group =
-        app.add_subcommand("net", "Send and receive over TCP, UDP and multicast, with a rate meter");
-    group->require_subcommand(1);
-    group->footer("A line a second says how much goes by; with --json each line is an object.");
-
-    const auto runs = [&context, options](CLI::App *word, int (*body)(const Options &, bool))
+    Word &net = root.word("net", "Send and receive over TCP, UDP and multicast, with a rate meter");
+    net.group(kGroupNetwork);
+    net.about("A line a second says how much goes by; with --json each line is an object.");
+    const auto runs = [&context, options](Word &word, int (*body)(const Options &, bool))
     {
-        word->callback(
+        word.runs(
             [&context, options, body]
             {
-                context.run = [&context, options, body]
-                {
-                    // The library's own messages have no place among the lines; each comes with a status.
-                    keepStandardOutput();
-                    return body(*options, context.json);
-                };
+                // The library's own messages have no place among the lines; each comes with a status.
+                keepStandardOutput();
+                return body(*options, context.json);
             });
     };
-    const auto withPort = [options](CLI::App *word, int least)
-    {
-        word->add_option("port", options->port, "Port")
-            ->required()
-            ->transform(numberFrom<int32_t>(least, 65535, "a port"));
-    };
-    const auto withPlace = [options, withPort](CLI::App *word, const char *host)
-    {
-        word->add_option("protocol", options->protocol, "tcp, udp or group (multicast)")
-            ->required()
-            ->check(CLI::IsMember({"tcp", "udp", "group"}));
-        word->add_option("host", options->host, host)->required();
-        withPort(word, 1);
-    };
-    const auto withLimits = [options](CLI::App *word)
-    {
-        word->add_option("--count", options->count, "End after so many messages")
-            ->transform(numberFrom<uint64_t>(1, UINT64_MAX, "a number of messages"));
-    };
-    const auto withTaking = [options, withLimits](CLI::App *word)
-    {
-        withLimits(word);
-        word->add_option("--timeout", options->timeout, "Fail when nothing comes for so many seconds")
-            ->transform(numberFrom<double>(0, 1e6, "a number of seconds from 0 to 1000000"));
-        word->add_flag("--data", options->data,
-                       "Write what comes to standard output, the meter to standard error");
-    };
 
-    CLI::App *word = group->add_subcommand("listen", "Take a TCP connection and what it sends");
-    withPort(word, 0);
-    withTaking(word);
-    word->add_flag("--keep", options->keep, "Take one connection after the other");
-    runs(word, listen);
+    Word &listening = net.word("listen", "Take a TCP connection and what it sends");
+    listening.option("port", options->port, {0, 65535}, "Port").required();
+    addTaking(listening, *options);
+    listening.flag("--keep", options->keep, "Take one connection after the other");
+    listening.example("kivcs2 net listen 5004 --timeout 2 --data > received.bin");
+    runs(listening, listen);
 
-    word = group->add_subcommand("recv", "Receive from a TCP server, on a UDP address or in a group");
-    withPlace(word, "Server, local address or group");
-    withTaking(word);
-    runs(word, receive);
+    Word &receiving = net.word("recv", "Receive from a TCP server, on a UDP address or in a group");
+    addPlace(receiving, *options, "Server, local address or group");
+    addTaking(receiving, *options);
+    receiving.example("kivcs2 net recv udp 127.0.0.1 5004 --timeout 2");
+    runs(receiving, receive);
 
-    word = group->add_subcommand("send", "Send numbered messages, or standard input");
-    withPlace(word, "Server, receiver or group");
-    withLimits(word);
-    word->add_option("--size", options->size, "Bytes a message")
-        ->capture_default_str()
-        ->transform(numberFrom<uint32_t>(1, 1 << 20, "a number of bytes from 1 to 1048576"));
-    word->add_option("--rate", options->rate, "Messages a second; 0 sends as fast as it goes")
-        ->transform(numberFrom<double>(0, 1e7, "a number of messages a second from 0 to 10000000"));
-    word->add_option("--ttl", options->ttl, "Routers that a datagram to a group may pass, plus 1")
-        ->capture_default_str()
-        ->transform(numberFrom<uint32_t>(0, 255, "a number of routers from 0 to 255"));
-    word->add_flag("--input", options->data, "Send standard input in messages of --size bytes");
-    runs(word, send);
+    Word &sending = net.word("send", "Send numbered messages, or standard input");
+    addPlace(sending, *options, "Server, receiver or group");
+    addSending(sending, *options);
+    sending.example("kivcs2 net send udp 127.0.0.1 5004 --rate 1000 --count 1500");
+    runs(sending, send);
 }
 
 } // namespace tool

@@ -31,6 +31,7 @@ namespace
 
 constexpr uint64_t kDefaultSize = 1u << 20;
 constexpr uint64_t kDefaultChunk = 64u << 10;
+constexpr uint64_t kNoChunk = UINT64_MAX; // none was given
 constexpr uint64_t kLargest = std::numeric_limits<uint32_t>::max();
 constexpr long kNanosecondsBetween = 200'000'000; // two looks at the meter
 constexpr uint32_t kLooksBetweenLines = 5;        // where it is written line by line
@@ -39,7 +40,7 @@ constexpr size_t kMeterWidth = 20;
 struct PipeOptions
 {
     uint64_t size = kDefaultSize;
-    uint64_t chunk = kDefaultChunk;
+    uint64_t chunk = kNoChunk;
     std::string mode = "reject";
     bool meter = false;
     bool quiet = false;
@@ -476,12 +477,12 @@ void report(const PipeOptions &options, const Counts &counts, bool readerGone, b
     errors().flush();
 }
 
-void checkSizes(PipeOptions &options, bool chunkGiven)
+void checkSizes(PipeOptions &options)
 {
     if (options.size < 2 || options.size > kLargest)
         throw Failure(kExitUsage, "--size is 2 to " + std::to_string(kLargest) + " bytes");
-    if (!chunkGiven)
-        options.chunk = std::min(options.chunk, options.size);
+    if (options.chunk == kNoChunk)
+        options.chunk = std::min(kDefaultChunk, options.size);
     if (options.chunk < 1 || options.chunk > options.size)
         throw Failure(kExitUsage, "--chunk is 1 byte to the " + count(options.size, "byte") + " of the ring");
 }
@@ -546,32 +547,26 @@ int runPipeAndDie(const PipeOptions &options, bool json)
 
 } // namespace
 
-void addPipeCommand(CLI::App &app, Context &context)
+void addPipeCommand(Word &root, Context &context)
 {
-    auto *command = app.add_subcommand("pipe", "Pass standard input to standard output through a ring");
-    command->fallthrough();
-    command->footer(
-        "Modes: reject (waits for room, loses nothing), overwrite (never waits; the oldest bytes\n"
-        "go, and the exit code is 1). A report of the bytes in, out and lost goes to standard\n"
-        "error. Sizes may have a suffix: 64k, 4M.");
     const auto options = std::make_shared<PipeOptions>();
-    command->add_option("--size", options->size, "Bytes of the ring (1M)")
-        ->transform(CLI::AsSizeValue(false));
-    auto *chunk = command->add_option("--chunk", options->chunk, "Most bytes read or written at once (64k)")
-                      ->transform(CLI::AsSizeValue(false));
-    command->add_option("--mode", options->mode, "What happens when the ring is full (reject)")
-        ->check(CLI::IsMember({"reject", "overwrite"}));
-    command->add_flag("--meter", options->meter,
-                      "Show the fill meter where standard error is no terminal too");
-    command->add_flag("--quiet", options->quiet, "Neither meter nor report");
-    command->callback(
-        [&context, options, chunk]
+    Word &word =
+        root.word("pipe", "Pass standard input to standard output through a ring").group(kGroupTexts);
+    word.about("Modes: reject (waits for room, loses nothing), overwrite (never waits; the oldest bytes\n"
+               "go, and the exit code is 1). A report of the bytes in, out and lost goes to standard\n"
+               "error. Sizes may have a suffix: 64k, 4M.");
+    word.bytes("--size", options->size, "Bytes of the ring (1M)");
+    word.bytes("--chunk", options->chunk, "Most bytes read or written at once (64k)");
+    word.option("--mode", options->mode, "What happens when the ring is full (reject)")
+        .among({"reject", "overwrite"});
+    word.flag("--meter", options->meter, "Show the fill meter where standard error is no terminal too");
+    word.flag("--quiet", options->quiet, "Neither meter nor report");
+    word.example("head -c 1000000 /dev/zero | kivcs2 pipe --size 4M | wc -c");
+    word.runs(
+        [&context, options]
         {
-            context.run = [&context, options, chunk]
-            {
-                checkSizes(*options, chunk->count() > 0);
-                return runPipeAndDie(*options, context.json);
-            };
+            checkSizes(*options);
+            return runPipeAndDie(*options, context.json);
         });
 }
 

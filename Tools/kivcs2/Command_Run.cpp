@@ -34,8 +34,9 @@ enum RunCode : int
     kRunSignal = 128, ///< and the number of the signal that ended it
 };
 
-constexpr double kGrace = 1.0; // seconds between SIGTERM and SIGKILL
-using Deadline = double;       // seconds of the monotonic clock
+constexpr double kGrace = 1.0;       // seconds between SIGTERM and SIGKILL
+using Deadline = double;             // seconds of the monotonic clock
+constexpr double kMostSeconds = 1e9; // of a time limit, some thirty years
 constexpr Deadline kNoDeadline = std::numeric_limits<double>::infinity();
 constexpr double kLongestWait = 1e6;       // seconds; longer ones are waited for in pieces
 constexpr timespec kShortWait{0, 1000000}; // for a child that is about to be there
@@ -274,13 +275,6 @@ private:
     std::thread m_thread;
 };
 
-// "nan" reads as a number, and would be no limit at all.
-std::string refuseTimeout(const std::string &text)
-{
-    double seconds = 0;
-    return CLI::detail::lexical_cast(text, seconds) && seconds >= 0 ? "" : "0 seconds or more are expected";
-}
-
 int runCommand(const RunOptions &options)
 {
     const sigset_t set = awaited();
@@ -296,35 +290,31 @@ int runCommand(const RunOptions &options)
 
 } // namespace
 
-void addRunCommand(CLI::App &app, Context &context)
+void addRunCommand(Word &root, Context &)
 {
-    auto *command = app.add_subcommand("run", "Run a command through the task server");
-    command->fallthrough(false);
-    command->footer("kivcs2 run --timeout 10 -- ffprobe -v error programme.mxf\n\n"
-                    "When this command ends, everything that the command it ran has left is ended too.\n"
-                    "Exit codes: the command's own, 128 and its signal, 124 time-out, 125 a failure of\n"
-                    "this command, 126 not executable, 127 not found.");
     const auto options = std::make_shared<RunOptions>();
-    auto *direct = command->add_flag("--direct", options->direct, "Launch it without the server, and wait");
-    command->add_flag("--async", options->async, "Launch it without the server, on a thread")
-        ->excludes(direct);
-    command->add_option("--stdout", options->stdOut, "Its standard output goes to this file");
-    command->add_option("--stderr", options->stdErr, "Its standard error goes to this file");
-    command->add_option("--timeout", options->timeout, "Seconds; then it is ended with all it has started")
-        ->check(CLI::Validator{refuseTimeout, "seconds"});
-    command->add_option("command", options->words, "The command and its arguments, after --")->required();
-    command->callback(
-        [&context, options]
+    Word &word = root.word("run", "Run a command through the task server").group(kGroupMachine);
+    word.launches().keepsToItself().usageCode(kExitRunFailed);
+    word.about("When this command ends, everything that the command it ran has left is ended too.\n"
+               "Exit codes: the command's own, 128 and its signal, 124 time-out, 125 a failure of\n"
+               "this command, 126 not executable, 127 not found.");
+    word.flag("--direct", options->direct, "Launch it without the server, and wait");
+    word.flag("--async", options->async, "Launch it without the server, on a thread").excludes("--direct");
+    word.option("--stdout", options->stdOut, "Its standard output goes to this file").isFile();
+    word.option("--stderr", options->stdErr, "Its standard error goes to this file").isFile();
+    word.option("--timeout", options->timeout, {0, kMostSeconds},
+                "Seconds; then it is ended with all it has started");
+    word.option("command", options->words, "The command and its arguments, after --").required();
+    word.example("kivcs2 run --timeout 10 -- ls -l /");
+    word.refuses(
+        [options]
         {
-            if ((!options->stdOut.empty() || !options->stdErr.empty()) && !options->direct && !options->async)
-                throw CLI::ValidationError("--stdout, --stderr", "need --direct or --async");
-            context.taskServer = true;
-            restoreWriteSignals(); // what it runs is to find them as this command has
-            context.run = [options]
-            {
-                return runCommand(*options);
-            };
+            const bool isFiled = !options->stdOut.empty() || !options->stdErr.empty();
+            return isFiled && !options->direct && !options->async
+                       ? "--stdout, --stderr: need --direct or --async"
+                       : "";
         });
+    word.runs([options] { return runCommand(*options); });
 }
 
 } // namespace tool

@@ -330,25 +330,19 @@ int watchSensors(const WatchOptions &options, bool json)
 
 } // namespace
 
-void addSensorsCommand(CLI::App &app, Context &context)
+void addSensorsCommand(Word &root, Context &context)
 {
-    auto *command = app.add_subcommand("sensors", "Fans, temperatures and keys of the machine's controller");
-    command->require_subcommand(1);
-    command->fallthrough();
+    Word &sensors = root.word("sensors", "Fans, temperatures and keys of the machine's controller");
+    sensors.group(kGroupMachine);
 
-    auto *shown = command->add_subcommand("show", "Fan speeds, temperatures and power figures now");
     const auto keys = std::make_shared<bool>(false);
-    shown->add_flag("--keys", *keys, "Every key with its type and bytes instead");
-    shown->callback(
-        [&context, keys]
-        {
-            context.run = [&context, keys]
-            {
-                return show(context.json, *keys);
-            };
-        });
+    Word &shown = sensors.word("show", "Fan speeds, temperatures and power figures now");
+    shown.flag("--keys", *keys, "Every key with its type and bytes instead");
+    shown.example("kivcs2 sensors show");
+    shown.runs([&context, keys] { return show(context.json, *keys); });
 
-    addWatchWord(*command, context, "The same again and again, until interrupted", watchSensors);
+    addWatchWord(sensors, context, "The same again and again, until interrupted", watchSensors)
+        .example("kivcs2 sensors watch --every 5 --count 2");
 }
 
 } // namespace tool

@@ -418,85 +418,53 @@ int monitor(const Options &options, bool json)
     return kExitYes;
 }
 
+void addType(Word &word, Options &options)
+{
+    word.option("type", options.type, "Service type, such as _http._tcp").required();
+    word.option("--domain", options.domain, "Domain to use instead of local");
+}
+
+void addLookingFor(Word &word, Options &options)
+{
+    word.option("name", options.name, "Service name, exactly").required();
+    addType(word, options);
+    word.option("--timeout", options.timeout, {}, "Milliseconds to look for it").shownDefault();
+}
+
 } // namespace
 
-void addServicesCommand(CLI::App &app, Context &context)
+void addServicesCommand(Word &root, Context &context)
 {
     const auto options = std::make_shared<Options>();
-    CLI::App *group = app.add_subcommand("services", "Publish, list, find and watch services on the network");
-    group->require_subcommand(1);
-    const auto withType = [options](CLI::App *word)
-    {
-        word->add_option("type", options->type, "Service type, such as _http._tcp")->required();
-        word->add_option("--domain", options->domain, "Domain to use instead of local");
-    };
-    const auto withName = [options](CLI::App *word)
-    {
-        word->add_option("name", options->name, "Service name, exactly")->required();
-    };
-    const auto withTimeout = [options](CLI::App *word)
-    {
-        word->add_option("--timeout", options->timeout, "Milliseconds to look for it")
-            ->capture_default_str()
-            ->transform(numberFrom<uint32_t>(0, UINT32_MAX, "a number of milliseconds"));
-    };
+    Word &services = root.word("services", "Publish, list, find and watch services on the network");
+    services.group(kGroupNetwork);
 
-    CLI::App *word = group->add_subcommand("publish", "Offer a service until the command is ended");
-    withName(word);
-    withType(word);
-    word->add_option("port", options->port, "Port, 0 to 65535")
-        ->required()
-        ->transform(numberFrom<uint32_t>(0, 65535, "a port from 0 to 65535"));
-    word->add_option("--text", options->texts, "A text of its TXT record, such as rate=25; may be repeated")
-        ->allow_extra_args(false);
-    word->callback(
-        [options, &context]
-        {
-            context.run = [options, &context]
-            {
-                return publish(*options, context.json);
-            };
-        });
+    Word &publishing = services.word("publish", "Offer a service until the command is ended");
+    publishing.option("name", options->name, "Service name, exactly").required();
+    addType(publishing, *options);
+    publishing.option("port", options->port, {0, 65535}, "Port, 0 to 65535").required();
+    publishing.option("--text", options->texts, "A text of its TXT record, such as rate=25; may be repeated")
+        .oneAtATime();
+    publishing.example(
+        "timeout 2 kivcs2 services publish \"Ingest 1\" _mcc-feed._tcp 5000 --text rate=29.97");
+    publishing.runs([options, &context] { return publish(*options, context.json); });
 
-    word = group->add_subcommand("browse", "List the services of a type as they come");
-    withType(word);
-    word->add_flag("-t,--terminate", options->terminate, "End when the list is complete");
-    word->callback(
-        [options, &context]
-        {
-            context.run = [options, &context]
-            {
-                return browse(*options, context.json);
-            };
-        });
+    Word &browsing = services.word("browse", "List the services of a type as they come");
+    addType(browsing, *options);
+    browsing.flag("-t,--terminate", options->terminate, "End when the list is complete");
+    browsing.example("kivcs2 services browse _mcc-feed._tcp -t");
+    browsing.runs([options, &context] { return browse(*options, context.json); });
 
-    word = group->add_subcommand("first", "Find one service by name");
-    withName(word);
-    withType(word);
-    withTimeout(word);
-    word->callback(
-        [options, &context]
-        {
-            context.run = [options, &context]
-            {
-                return first(*options, context.json);
-            };
-        });
+    Word &finding = services.word("first", "Find one service by name");
+    addLookingFor(finding, *options);
+    finding.example("kivcs2 services first \"Ingest 1\" _mcc-feed._tcp --timeout 500");
+    finding.runs([options, &context] { return first(*options, context.json); });
 
-    word = group->add_subcommand("monitor", "Show a service's TXT record whenever it changes");
-    withName(word);
-    withType(word);
-    withTimeout(word);
-    word->add_option("--count", options->count, "End after so many records; 0 goes on without end")
-        ->transform(numberFrom<uint64_t>(0, UINT64_MAX, "a number of records"));
-    word->callback(
-        [options, &context]
-        {
-            context.run = [options, &context]
-            {
-                return monitor(*options, context.json);
-            };
-        });
+    Word &monitoring = services.word("monitor", "Show a service's TXT record whenever it changes");
+    addLookingFor(monitoring, *options);
+    monitoring.option("--count", options->count, {}, "End after so many records; 0 goes on without end");
+    monitoring.example("kivcs2 services monitor \"Ingest 1\" _mcc-feed._tcp --timeout 500 --count 1");
+    monitoring.runs([options, &context] { return monitor(*options, context.json); });
 }
 
 } // namespace tool

@@ -3,6 +3,7 @@
 #include "EndSignals.h"
 #include "Failure.h"
 #include "Files.h"
+#include "Numbers.h"
 #include "Output.h"
 
 #include <KIVCoreServices2/KIVCS2SharedMemory.h>
@@ -12,7 +13,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -25,23 +25,17 @@ namespace
 
 constexpr uint32_t kMost = std::numeric_limits<uint32_t>::max();
 
-// A whole number in decimal or, after "0x", in hexadecimal; `unit` times it has 32 bits.
-uint64_t parseNumber(std::string_view text, std::string_view digits, uint64_t unit, std::string_view what)
+// What a number parser made of `text`, if it has 32 bits.
+uint64_t checked(std::optional<uint64_t> number, std::string_view text, std::string_view what)
 {
-    const bool hexadecimal = digits.starts_with("0x") || digits.starts_with("0X");
-    if (hexadecimal)
-        digits.remove_prefix(2);
-    uint64_t value = 0;
-    const auto [end, error] =
-        std::from_chars(digits.data(), digits.data() + digits.size(), value, hexadecimal ? 16 : 10);
-    if (error != std::errc{} || end != digits.data() + digits.size() || value > kMost / unit)
+    if (!number || *number > kMost)
         throw Failure(kExitUsage, "\"" + visible(text) + "\" is no " + std::string{what});
-    return value * unit;
+    return *number;
 }
 
 uint32_t parseAnyKey(std::string_view text)
 {
-    return static_cast<uint32_t>(parseNumber(text, text, 1, "key of 32 bits"));
+    return static_cast<uint32_t>(checked(wholeNumber(text), text, "key of 32 bits"));
 }
 
 uint32_t parseKey(std::string_view text)
@@ -52,18 +46,9 @@ uint32_t parseKey(std::string_view text)
     return key;
 }
 
-// 4096, 64K, 16M, 1G.
 uint64_t parseSize(std::string_view text, std::string_view what)
 {
-    uint64_t unit = 1;
-    std::string_view digits = text;
-    if (const size_t letter = std::string_view{"KMG"}.find(digits.empty() ? ' ' : digits.back());
-        letter != std::string_view::npos)
-    {
-        unit <<= 10 * (letter + 1);
-        digits.remove_suffix(1);
-    }
-    return parseNumber(text, digits, unit, what);
+    return checked(byteNumber(text), text, what);
 }
 
 std::string keyText(uint32_t key)
@@ -382,87 +367,76 @@ int findKey(const std::string &start, bool json)
     return kExitYes;
 }
 
+void addShowing(Word &shm, Context &context)
+{
+    const auto wanted = std::make_shared<std::optional<std::string>>();
+    Word &shown = shm.word("show", "One segment, or all of the machine");
+    shown.option("key", *wanted, "The segment's key");
+    shown.example("kivcs2 shm show");
+    shown.runs([&context, wanted] { return show(*wanted, context.json); });
+
+    const auto start = std::make_shared<std::string>("1");
+    Word &found = shm.word("find", "The first key without a segment");
+    found.option("start", *start, "Where the search begins, otherwise 1");
+    found.example("kivcs2 shm find 0x4b495600");
+    found.runs([&context, start] { return findKey(*start, context.json); });
+}
+
+void addCreating(Word &shm, Context &context)
+{
+    const auto creation = std::make_shared<CreateOptions>();
+    Word &created = shm.word("create", "Make a segment of zeros and leave it on the machine");
+    created.option("key", creation->key, "Its key").required();
+    created.option("size", creation->size, "Bytes").required();
+    created.flag("--hold", creation->hold,
+                 "Stay attached until interrupted; then remove it unless others are attached");
+    created.flag("--clear", creation->clear, "Also where the key has one: set its first bytes to zero");
+    created.example("kivcs2 shm create 0x4b495600 64K");
+    created.runs([&context, creation] { return create(*creation, context.json); });
+}
+
+void addAttaching(Word &shm)
+{
+    const auto attachment = std::make_shared<AttachOptions>();
+    Word &attached = shm.word("attach", "Fill a segment from a file, or read it into one");
+    attached.option("key", attachment->key, "The segment's key").required();
+    attached.option("-w,--write", attachment->source, "Copy this file into the segment")
+        .isFile()
+        .excludes("--read");
+    attached.option("-r,--read", attachment->target, "Copy the segment into this file").isFile();
+    attached.option("--offset", attachment->offset, "First byte in the segment");
+    attached.option("--length", attachment->length, "Bytes of the segment, otherwise to its end");
+    attached.flag("--free", attachment->free, "Free it afterwards instead of leaving it");
+    attached.example("kivcs2 shm attach 0x4b495600 --read - --length 7");
+    attached.refuses(
+        [attachment]
+        {
+            const bool isNone = attachment->source.empty() && attachment->target.empty();
+            return isNone ? "--write or --read is required" : "";
+        });
+    attached.runs([attachment] { return attach(*attachment); });
+}
+
+void addFreeing(Word &shm, Context &context)
+{
+    const auto key = std::make_shared<std::string>();
+    Word &freed = shm.word("free", "Remove a segment; exit 1 while others are attached");
+    freed.option("key", *key, "The segment's key").required();
+    freed.example("kivcs2 shm free 0x4b495600");
+    freed.runs([&context, key] { return freeSegment(*key, context.json); });
+}
+
 } // namespace
 
-void addSharedMemoryCommand(CLI::App &app, Context &context)
+void addSharedMemoryCommand(Word &root, Context &context)
 {
-    auto *command = app.add_subcommand("shm", "Shared memory segments (System V)");
-    command->fallthrough();
-    command->require_subcommand(1);
-    command->footer("Keys are decimal or 0x...; sizes may end in K, M or G.\n"
-                    "A segment stays on the machine until it is freed while nobody else is attached.");
-
-    auto *shown = command->add_subcommand("show", "One segment, or all of the machine");
-    const auto wanted = std::make_shared<std::optional<std::string>>();
-    shown->add_option("key", *wanted, "The segment's key");
-    shown->callback(
-        [&context, wanted]
-        {
-            context.run = [&context, wanted]
-            {
-                return show(*wanted, context.json);
-            };
-        });
-
-    auto *created = command->add_subcommand("create", "Make a segment of zeros and leave it on the machine");
-    const auto creation = std::make_shared<CreateOptions>();
-    created->add_option("key", creation->key, "Its key")->required();
-    created->add_option("size", creation->size, "Bytes")->required();
-    created->add_flag("--hold", creation->hold,
-                      "Stay attached until interrupted; then remove it unless others are attached");
-    created->add_flag("--clear", creation->clear, "Also where the key has one: set its first bytes to zero");
-    created->callback(
-        [&context, creation]
-        {
-            context.run = [&context, creation]
-            {
-                return create(*creation, context.json);
-            };
-        });
-
-    auto *attached = command->add_subcommand("attach", "Fill a segment from a file, or read it into one");
-    const auto attachment = std::make_shared<AttachOptions>();
-    attached->add_option("key", attachment->key, "The segment's key")->required();
-    auto *write = attached->add_option("-w,--write", attachment->source, "Copy this file into the segment");
-    auto *read = attached->add_option("-r,--read", attachment->target, "Copy the segment into this file");
-    write->excludes(read);
-    attached->add_option("--offset", attachment->offset, "First byte in the segment");
-    attached->add_option("--length", attachment->length, "Bytes of the segment, otherwise to its end");
-    attached->add_flag("--free", attachment->free, "Free it afterwards instead of leaving it");
-    attached->callback(
-        [&context, attachment]
-        {
-            if (attachment->source.empty() && attachment->target.empty())
-                throw CLI::RequiredError("--write or --read");
-            context.run = [attachment]
-            {
-                return attach(*attachment);
-            };
-        });
-
-    auto *freed = command->add_subcommand("free", "Remove a segment; exit 1 while others are attached");
-    const auto key = std::make_shared<std::string>();
-    freed->add_option("key", *key, "The segment's key")->required();
-    freed->callback(
-        [&context, key]
-        {
-            context.run = [&context, key]
-            {
-                return freeSegment(*key, context.json);
-            };
-        });
-
-    auto *found = command->add_subcommand("find", "The first key without a segment");
-    const auto start = std::make_shared<std::string>("1");
-    found->add_option("start", *start, "Where the search begins, otherwise 1");
-    found->callback(
-        [&context, start]
-        {
-            context.run = [&context, start]
-            {
-                return findKey(*start, context.json);
-            };
-        });
+    Word &shm = root.word("shm", "Shared memory segments (System V)").group(kGroupMachine);
+    shm.about("Keys are decimal or 0x...; sizes may end in K, M or G.\n"
+              "A segment stays on the machine until it is freed while nobody else is attached.");
+    addShowing(shm, context);
+    addCreating(shm, context);
+    addAttaching(shm);
+    addFreeing(shm, context);
 }
 
 } // namespace tool

@@ -134,7 +134,7 @@ int show(bool json)
         return kExitYes;
     }
     Json facts{{"name", nullptr},
-               {"version", machine.version},
+               {"version", {machine.version[0], machine.version[1], machine.version[2]}},
                {"processors", machine.processors},
                {"clock", machine.hertz},
                {"physicalMemory", machine.physical},
@@ -170,23 +170,17 @@ int watchMemory(const WatchOptions &options, bool json)
 
 } // namespace
 
-void addSystemCommand(CLI::App &app, Context &context)
+void addSystemCommand(Word &root, Context &context)
 {
-    auto *command = app.add_subcommand("sys", "Memory, version, processors and name of this machine");
-    command->require_subcommand(1);
-    command->fallthrough();
+    Word &system =
+        root.word("sys", "Memory, version, processors and name of this machine").group(kGroupMachine);
 
-    auto *shown = command->add_subcommand("show", "All figures now");
-    shown->callback(
-        [&context]
-        {
-            context.run = [&context]
-            {
-                return show(context.json);
-            };
-        });
+    Word &shown = system.word("show", "All figures now");
+    shown.example("kivcs2 sys show");
+    shown.runs([&context] { return show(context.json); });
 
-    addWatchWord(*command, context, "The memory again and again, until interrupted", watchMemory);
+    addWatchWord(system, context, "The memory again and again, until interrupted", watchMemory)
+        .example("kivcs2 sys watch --every 0.5 --count 2");
 }
 
 } // namespace tool

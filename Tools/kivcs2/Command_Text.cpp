@@ -2,13 +2,13 @@
 #include "Command.h"
 #include "Failure.h"
 #include "Files.h"
+#include "Numbers.h"
 #include "Output.h"
 
 #include <KIVCoreServices2/KIVCS2String.h>
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdlib>
 #include <memory>
 #include <optional>
@@ -70,6 +70,22 @@ const EncodingRow *detect(std::span<const uint8_t> bytes, uint32_t &markLength)
         markLength = 4;
     }
     return &*std::ranges::find(kEncodings, found, &EncodingRow::code);
+}
+
+Names encodingNames()
+{
+    Names names{"auto"};
+    for (const EncodingRow &row : kEncodings)
+        names.emplace_back(row.name);
+    return names;
+}
+
+Names statusNames()
+{
+    Names names;
+    for (const StatusRow &row : statusTable())
+        names.emplace_back(row.name.substr(sizeof "KIVCS2STATUS_" - 1));
+    return names;
 }
 
 int detectCommand(const std::string &path, bool json)
@@ -223,14 +239,9 @@ int checksum(const std::vector<std::string> &paths, bool json)
 const StatusRow *findStatus(const std::string &wanted)
 {
     const auto rows = statusTable();
-    KIVCS2Status value = 0;
-    const bool hex = wanted.starts_with("0x") || wanted.starts_with("0X");
-    const char *first = wanted.data() + (hex ? 2 : 0);
-    const char *last = wanted.data() + wanted.size();
-    const auto [end, error] = std::from_chars(first, last, value, hex ? 16 : 10);
-    if (error == std::errc{} && end == last)
+    if (const auto value = wholeNumber(wanted))
     {
-        const auto row = std::ranges::find(rows, value, &StatusRow::value);
+        const auto row = std::ranges::find(rows, *value, &StatusRow::value);
         return row == rows.end() ? nullptr : &*row;
     }
     std::string name = wanted;
@@ -284,77 +295,49 @@ int status(const std::string &wanted, bool json)
 
 } // namespace
 
-void addChecksumCommand(CLI::App &app, Context &context)
+void addChecksumCommand(Word &root, Context &context)
 {
-    auto *crc = app.add_subcommand("crc", "CRC-32 (IEEE 802.3) of files");
-    crc->fallthrough();
-    const auto paths = std::make_shared<std::vector<std::string>>();
-    crc->add_option("files", *paths, "Files; - is standard input")->required();
-    crc->callback(
-        [&context, paths]
-        {
-            context.run = [&context, paths]
-            {
-                return checksum(*paths, context.json);
-            };
-        });
+    const auto paths = std::make_shared<Names>();
+    Word &word = root.word("crc", "CRC-32 (IEEE 802.3) of files").group(kGroupTexts);
+    word.option("files", *paths, "Files; - is standard input").required().isFile();
+    word.example("kivcs2 crc programme.scc programme.mcc");
+    word.runs([&context, paths] { return checksum(*paths, context.json); });
 }
 
-void addTextCommand(CLI::App &app, Context &context)
+void addTextCommand(Word &root, Context &context)
 {
-    auto *str = app.add_subcommand("str", "Text files: detect and convert encodings");
-    str->require_subcommand(1);
-    str->fallthrough();
+    Word &str = root.word("str", "Text files: detect and convert encodings").group(kGroupTexts);
 
-    auto *detection =
-        str->add_subcommand("detect", "Name the encoding by the byte-order mark (exit 1: none)");
-    detection->fallthrough();
     const auto path = std::make_shared<std::string>();
-    detection->add_option("file", *path, "A file; - is standard input")->required();
-    detection->callback(
-        [&context, path]
-        {
-            context.run = [&context, path]
-            {
-                return detectCommand(*path, context.json);
-            };
-        });
+    Word &detection = str.word("detect", "Name the encoding by the byte-order mark (exit 1: none)");
+    detection.option("file", *path, "A file; - is standard input").required().isFile();
+    detection.example("kivcs2 str detect marked.txt");
+    detection.runs([&context, path] { return detectCommand(*path, context.json); });
 
-    auto *converting = str->add_subcommand("convert", "Write a text in another encoding");
-    converting->fallthrough();
-    converting->footer("Encodings: ascii, filesystem, utf8, utf16be, utf16le, utf32be, utf32le, latin1.\n"
-                       "A character that the target cannot hold is an error: nothing is dropped.");
     const auto conversion = std::make_shared<Conversion>();
-    converting->add_option("file", conversion->path, "A file; - is standard input")->required();
-    converting->add_option("-o,--output", conversion->output, "Where to write; - is standard output");
-    converting->add_option("--from", conversion->from,
-                           "Encoding of the file; auto reads the mark, else utf8");
-    converting->add_option("--to", conversion->to, "Encoding to write")->required();
-    converting->add_flag("--mark", conversion->mark, "Write a byte-order mark first");
-    converting->callback(
-        [&context, conversion]
-        {
-            context.run = [conversion]
-            {
-                return convertCommand(*conversion);
-            };
-        });
+    Word &converting = str.word("convert", "Write a text in another encoding");
+    converting.about("Encodings: ascii, filesystem, utf8, utf16be, utf16le, utf32be, utf32le, latin1.\n"
+                     "A character that the target cannot hold is an error: nothing is dropped.");
+    converting.option("file", conversion->path, "A file; - is standard input").required().isFile();
+    converting.option("-o,--output", conversion->output, "Where to write; - is standard output").isFile();
+    converting.option("--from", conversion->from, "Encoding of the file; auto reads the mark, else utf8")
+        .suggests("encodings", encodingNames);
+    converting.option("--to", conversion->to, "Encoding to write")
+        .required()
+        .suggests("encodings", encodingNames);
+    converting.flag("--mark", conversion->mark, "Write a byte-order mark first");
+    converting.example("kivcs2 str convert text.txt --to utf16le --mark -o wide.txt");
+    converting.runs([conversion] { return convertCommand(*conversion); });
 }
 
-void addStatusCommand(CLI::App &app, Context &context)
+void addStatusCommand(Word &root, Context &context)
 {
-    auto *command = app.add_subcommand("status", "What a status of the library means");
-    command->fallthrough();
     const auto wanted = std::make_shared<std::string>();
-    command->add_option("status", *wanted, "A value (0x8000000b) or a name (CAPTION_ERR); all when left out");
-    command->callback(
-        [&context, wanted]
-        {
-            context.run = [&context, wanted]
-            {
-                return status(*wanted, context.json);
-            };
-        });
+    Word &word = root.word("status", "What a status of the library means").group(kGroupItself);
+    word.option("status", *wanted, "A value (0x8000000b) or a name (CAPTION_ERR); all when left out")
+        .suggests("statuses", statusNames);
+    word.example("kivcs2 status 0x8000000b");
+    word.runs([&context, wanted] { return status(*wanted, context.json); });
 }
 
 } // namespace tool

@@ -2,12 +2,13 @@
 #include "Command.h"
 #include "Counting.h"
 #include "Failure.h"
+#include "Numbers.h"
 #include "Output.h"
 
 #include <Foundation/NSDate.h>
 #include <KIVCoreServices2/KIVProjectTimecode.h>
 
-#include <charconv>
+#include <algorithm>
 #include <cmath>
 #include <ctime>
 #include <memory>
@@ -52,10 +53,19 @@ std::string countingText(const Arguments &arguments, const Counting &counting)
     return text;
 }
 
+// One digit pair a byte: hours of 100 and more have none.
+std::optional<std::string> bcdText(const KIVCS2Timecode &timecode)
+{
+    uint32_t bcd = 0, hours = 0;
+    check(kivCS2Timecode_getBCDFromTimecode(&timecode, &bcd), "BCD");
+    check(kivCS2Timecode_getHours(&timecode, &hours), "hours");
+    return hours < 100 ? std::optional{print("0x%08x", bcd)} : std::nullopt;
+}
+
 Json toJson(const KIVCS2Timecode &timecode, const Counting &counting)
 {
-    uint32_t bcd = 0, hours = 0, minutes = 0, seconds = 0, frames = 0;
-    check(kivCS2Timecode_getBCDFromTimecode(&timecode, &bcd), "BCD");
+    uint32_t hours = 0, minutes = 0, seconds = 0, frames = 0;
+    const auto bcd = bcdText(timecode);
     check(kivCS2Timecode_getHours(&timecode, &hours), "hours");
     check(kivCS2Timecode_getMinutes(&timecode, &minutes), "minutes");
     check(kivCS2Timecode_getSeconds(&timecode, &seconds), "seconds");
@@ -69,8 +79,7 @@ Json toJson(const KIVCS2Timecode &timecode, const Counting &counting)
             {"frames", frames},
             {"framesSinceMidnight", framesOf(timecode)},
             {"realSeconds", exactSeconds(framesOf(timecode), counting)},
-            // One digit pair a byte: hours of 100 and more have none.
-            {"bcd", hours < 100 ? Json(print("0x%08x", bcd)) : Json(nullptr)}};
+            {"bcd", bcd ? Json(*bcd) : Json(nullptr)}};
 }
 
 std::string realTime(double seconds)
@@ -94,8 +103,9 @@ int report(const KIVCS2Timecode &timecode, const Arguments &arguments, const Cou
     facts.add("Timecode", Output::strong(timecodeText(timecode)));
     facts.add("Counting", countingText(arguments, counting));
     facts.add("Frames since midnight", std::to_string(framesOf(timecode)));
-    facts.add("Real time", realTime(value["realSeconds"]) + " (hours, minutes, seconds at the exact rate)");
-    facts.add("BCD", value["bcd"].is_null() ? "none above 99 hours" : value["bcd"].get<std::string>());
+    facts.add("Real time", realTime(exactSeconds(framesOf(timecode), counting)) +
+                               " (hours, minutes, seconds at the exact rate)");
+    facts.add("BCD", bcdText(timecode).value_or("none above 99 hours"));
     facts.print();
     return kExitYes;
 }
@@ -234,16 +244,15 @@ int bcd(const Arguments &arguments, bool json)
     if (!text.starts_with("0x") && !text.starts_with("0X"))
         return report(parseTimecode(text, counting), arguments, counting, json);
 
-    uint32_t word = 0;
-    const auto [end, error] = std::from_chars(text.data() + 2, text.data() + text.size(), word, 16);
-    if (error != std::errc{} || end != text.data() + text.size())
+    const auto word = hexadecimalNumber(text);
+    if (!word || *word > UINT32_MAX)
         throw Failure(kExitMalformed, "\"" + visible(text) + "\": not a 32-bit word in hexadecimal");
     // The library decodes any nibble and hides digits that name no frame: the digits go through
     // the text parser, which tells.
     std::string digits;
     for (int shift = 28; shift >= 0; shift -= 4)
     {
-        const uint32_t nibble = word >> shift & 15u;
+        const auto nibble = static_cast<uint32_t>(*word >> shift & 15u);
         if (nibble > 9)
             throw Failure(kExitMalformed, "\"" + visible(text) + "\": \"" + print("%x", nibble) +
                                               "\" is no decimal digit (flag bits are not masked)");
@@ -253,7 +262,7 @@ int bcd(const Arguments &arguments, bool json)
     }
     (void)parseTimecode(digits, counting);
     KIVCS2Timecode timecode = 0;
-    check(kivCS2Timecode_initWithBCD(&timecode, word), "BCD");
+    check(kivCS2Timecode_initWithBCD(&timecode, static_cast<uint32_t>(*word)), "BCD");
     return report(timecode, arguments, counting, json);
 }
 
@@ -282,11 +291,10 @@ std::optional<CFAbsoluteTime> momentOf(const std::string &text)
     if (!text.starts_with('@'))
         return std::nullopt;
     constexpr double kFarthest = 1e11; // some 3000 years
-    double seconds = 0;
-    const auto [end, error] = std::from_chars(text.data() + 1, text.data() + text.size(), seconds);
-    if (error != std::errc{} || end != text.data() + text.size() || !(std::abs(seconds) < kFarthest))
+    const auto seconds = realNumber(std::string_view{text}.substr(1));
+    if (!seconds || std::abs(*seconds) >= kFarthest)
         throw Failure(kExitMalformed, "\"" + visible(text) + "\": no seconds since 1970");
-    return seconds - kCFAbsoluteTimeIntervalSince1970;
+    return *seconds - kCFAbsoluteTimeIntervalSince1970;
 }
 
 std::string wallText(const DatePtr &date, const char *format)
@@ -389,49 +397,44 @@ int date(const Arguments &arguments, bool json)
 
 } // namespace
 
-void addTimecodeCommand(CLI::App &app, Context &context)
+void addTimecodeCommand(Word &root, Context &context)
 {
-    auto *tc = app.add_subcommand("tc", "Timecode: show, add, subtract, measure, convert, BCD, dates");
-    tc->require_subcommand(1);
-    tc->fallthrough();
-    tc->footer(
-        "\";\" before the frames counts drop-frame, \":\" does not; the output says which.\n"
-        "Examples:\n  kivcs2 tc show \"00:01:00;02\"\n  kivcs2 tc diff 10:00:00:00 10:30:00:00 --rate 25\n"
-        "  kivcs2 tc convert \"01:00:00;00\" --to 25");
+    Word &tc = root.word("tc", "Timecode: show, add, subtract, measure, convert, BCD, dates");
+    tc.group(kGroupCaptions);
+    tc.about("\";\" before the frames counts drop-frame, \":\" does not; the output says which.");
     const auto arguments = std::make_shared<Arguments>();
 
-    const auto word = [&, arguments](const char *name, const char *help, const char *names, int least,
-                                     int most, int (*body)(const Arguments &, bool))
+    const auto word = [&, arguments](const char *name, const char *help, const char *names, size_t least,
+                                     size_t most, int (*body)(const Arguments &, bool)) -> Word &
     {
-        auto *sub = tc->add_subcommand(name, help);
-        sub->fallthrough();
-        sub->add_option(names, arguments->timecodes, "HH:MM:SS:FF, HH:MM:SS;FF, frames, or \"D.M.YYYY ...\"")
-            ->required()
-            ->expected(least, most);
-        sub->add_option("--rate", arguments->rate,
-                        "23.98, 24, 25, 29.97[df|ndf], 30, 50, 59.94[df|ndf] or 60");
-        sub->callback(
-            [&context, arguments, body]
-            {
-                context.run = [&context, arguments, body]
-                {
-                    return body(*arguments, context.json);
-                };
-            });
-        return sub;
+        Word &sub = tc.word(name, help);
+        sub.option(names, arguments->timecodes, "HH:MM:SS:FF, HH:MM:SS;FF, frames, or \"D.M.YYYY ...\"")
+            .required()
+            .times(least, most);
+        sub.option("--rate", arguments->rate, "23.98, 24, 25, 29.97[df|ndf], 30, 50, 59.94[df|ndf] or 60")
+            .suggests("rates", rateNames);
+        return sub.runs([&context, arguments, body] { return body(*arguments, context.json); });
     };
-    constexpr int kMany = 1000;
-    word("show", "Digits, frame count, real time and BCD of a timecode", "timecode", 1, 1, show);
-    word("add", "Add timecodes or numbers of frames", "timecodes", 2, kMany, add);
-    word("sub", "Subtract timecodes or numbers of frames", "timecodes", 2, kMany, subtract);
-    word("diff", "The way from one timecode to another, in frames and seconds", "timecodes", 2, 2,
-         difference);
-    auto *conversion = word("convert", "The same instant in another counting", "timecode", 1, 1, convert);
-    conversion->add_option("--to", arguments->to, "The rate to convert to")->required();
-    conversion->add_flag("--keep-digits", arguments->keepDigits, "Keep the digits, not the instant");
-    word("bcd", "A timecode as a BCD word, or a BCD word (0x12345612) as a timecode", "timecode", 1, 1, bcd);
+    constexpr size_t kMany = 1000;
+    word("show", "Digits, frame count, real time and BCD of a timecode", "timecode", 1, 1, show)
+        .example("kivcs2 tc show \"00:01:00;02\"");
+    word("add", "Add timecodes or numbers of frames", "timecodes", 2, kMany, add)
+        .example("kivcs2 tc add 10:00:00:00 250 --rate 25");
+    word("sub", "Subtract timecodes or numbers of frames", "timecodes", 2, kMany, subtract)
+        .example("kivcs2 tc sub 10:00:00:00 00:59:58:12 --rate 25");
+    word("diff", "The way from one timecode to another, in frames and seconds", "timecodes", 2, 2, difference)
+        .example("kivcs2 tc diff 10:00:00:00 10:30:00:00 --rate 25");
+    Word &conversion = word("convert", "The same instant in another counting", "timecode", 1, 1, convert);
+    conversion.option("--to", arguments->to, "The rate to convert to")
+        .required()
+        .suggests("rates", rateNames);
+    conversion.flag("--keep-digits", arguments->keepDigits, "Keep the digits, not the instant");
+    conversion.example("kivcs2 tc convert \"01:00:00;00\" --to 25");
+    word("bcd", "A timecode as a BCD word, or a BCD word (0x12345612) as a timecode", "timecode", 1, 1, bcd)
+        .example("kivcs2 tc bcd 12:34:56:12 --rate 25");
     word("date", "The moment of a dated timecode, or the timecode of a moment (now, @SECONDS since 1970)",
-         "timecode", 1, 1, date);
+         "timecode", 1, 1, date)
+        .example("kivcs2 tc date \"15.3.2024 10:00:00:00\" --rate 25");
 }
 
 } // namespace tool

@@ -2,11 +2,11 @@
 #include "Counting.h"
 
 #include "Failure.h"
+#include "Numbers.h"
 #include "Output.h"
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace tool
 {
@@ -78,9 +78,8 @@ void checkTime(std::string_view whole, std::string_view time)
 
 uint32_t number(std::string_view text)
 {
-    uint32_t value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc{} && end == text.data() + text.size() ? value : UINT32_MAX;
+    const auto value = wholeNumber(text);
+    return value && *value < UINT32_MAX ? static_cast<uint32_t>(*value) : UINT32_MAX;
 }
 
 // day.month.year, one-based. A day that its month does not have is refused here: the record would
@@ -111,6 +110,14 @@ void checkDate(std::string_view whole, std::string_view date)
 std::span<const Counting> countings()
 {
     return kCountings;
+}
+
+std::vector<std::string> rateNames()
+{
+    std::vector<std::string> names;
+    for (const Counting &counting : kCountings)
+        names.emplace_back(counting.name);
+    return names;
 }
 
 const Counting &countingFor(std::string_view rate, std::optional<char> separator)

@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tool
 {
@@ -31,6 +32,7 @@ struct Counting
 };
 
 [[nodiscard]] std::span<const Counting> countings();
+[[nodiscard]] std::vector<std::string> rateNames();
 
 /// The counting named by `rate` ("25", "29.97df"; "29.97" and "59.94" are decided by the
 /// separator: ";" drops frame numbers, ":" does not, and no separator does).

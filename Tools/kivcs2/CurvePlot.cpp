@@ -1,11 +1,11 @@
 // Plots: dots of braille characters, and lines and letters in pixels.
 #include "CurvePlot.h"
 
+#include "Numbers.h"
 #include "Output.h"
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <cmath>
 #include <utility>
 #include <vector>
@@ -290,12 +290,19 @@ void draw(Canvas &canvas, KIVCS2InterpolationFunction index, uint32_t side, size
 
 } // namespace
 
+std::vector<std::string> curveNames()
+{
+    std::vector<std::string> names;
+    for (const Curve &curve : kCurves)
+        names.emplace_back(curve.name);
+    return names;
+}
+
 std::optional<KIVCS2InterpolationFunction> findCurve(std::string_view text)
 {
-    uint32_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error == std::errc{} && end == text.data() + text.size())
-        return number < kCurves.size() ? std::optional{number} : std::nullopt;
+    if (const auto number = wholeNumber(text))
+        return *number < kCurves.size() ? std::optional{static_cast<KIVCS2InterpolationFunction>(*number)}
+                                        : std::nullopt;
 
     const auto plain = [](std::string_view name)
     {

@@ -24,6 +24,8 @@ struct Curve
 /// Indexed by KIVCS2InterpolationFunction.
 extern const std::array<Curve, KIVCS2InterpolationFunctionMax> kCurves;
 
+[[nodiscard]] std::vector<std::string> curveNames();
+
 /// The curve of a name in any case, "quadratic-in" too, or of its number.
 [[nodiscard]] std::optional<KIVCS2InterpolationFunction> findCurve(std::string_view text);
 

@@ -2,6 +2,7 @@
 #include "Output.h"
 
 #include "Failure.h"
+#include "JSON.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -100,7 +101,7 @@ void Output::json(const Json &value)
 
 std::string jsonText(const Json &value, int indent)
 {
-    return visibleJson(value.dump(indent, ' ', false, Json::error_handler_t::replace));
+    return visibleJson(indent < 0 ? value.line() : value.text());
 }
 
 void Output::flush()

@@ -2,9 +2,8 @@
 #ifndef KIV_TOOL_OUTPUT_H
 #define KIV_TOOL_OUTPUT_H
 
+#include "JSON.h"
 #include "Shown.h"
-
-#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <cstdint>
@@ -14,8 +13,6 @@
 
 namespace tool
 {
-
-using Json = nlohmann::ordered_json; // keys stay in the order they were given
 
 /// Thrown when the reader of standard output has gone (`| head`): the command ends silently.
 struct ReaderGone

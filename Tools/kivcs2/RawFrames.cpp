@@ -166,6 +166,14 @@ std::span<const PixelLayout> pixelLayouts()
     return kLayouts;
 }
 
+std::vector<std::string> pixelLayoutNames()
+{
+    std::vector<std::string> names;
+    for (const PixelLayout &layout : kLayouts)
+        names.emplace_back(layout.name);
+    return names;
+}
+
 const PixelLayout &pixelLayout(std::string_view name)
 {
     const auto *found = std::ranges::find(kLayouts, name, &PixelLayout::name);

@@ -39,6 +39,7 @@ struct PixelLayout
 };
 
 [[nodiscard]] std::span<const PixelLayout> pixelLayouts();
+[[nodiscard]] std::vector<std::string> pixelLayoutNames();
 /// Throws the usage failure of a name that is none.
 [[nodiscard]] const PixelLayout &pixelLayout(std::string_view name);
 

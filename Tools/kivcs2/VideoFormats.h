@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace tool
 {
@@ -13,6 +14,9 @@ namespace tool
 /// By a name, 8 Bit where it says no pixel format, or by a code "0x..."; none where the table has no such row. Throws the
 /// usage failure of a code that is no number.
 [[nodiscard]] std::optional<KIVCS2VideoFormatDescription> findVideoFormat(const std::string &wanted);
+
+/// The names of all formats.
+[[nodiscard]] std::vector<std::string> videoFormatNames();
 
 /// The line that tells so.
 [[nodiscard]] std::string noVideoFormat(const std::string &wanted);

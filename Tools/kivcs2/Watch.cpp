@@ -26,15 +26,6 @@ std::string timeOfDay()
     return print("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
 }
 
-// CLI::Range takes "nan", with which no reading would wait for the next.
-std::string refuseInterval(const std::string &text)
-{
-    double seconds = 0;
-    if (CLI::detail::lexical_cast(text, seconds) && seconds >= 0.1 && seconds <= 86400)
-        return {};
-    return "\"" + text + "\" is no number of seconds from 0.1 to 86400";
-}
-
 // Draws pages over each other: back up over the lines of the last one, each line cleared to its end, and
 // then what is below. A page that is too high or too wide is cut, for what scrolls or wraps cannot be gone back over.
 class Screen
@@ -78,26 +69,17 @@ private:
 
 } // namespace
 
-void addWatchWord(CLI::App &command, Context &context, const std::string &description,
-                  int (*run)(const WatchOptions &options, bool json))
+Word &addWatchWord(Word &command, Context &context, const std::string &description,
+                   int (*run)(const WatchOptions &options, bool json))
 {
-    auto *watched = command.add_subcommand("watch", description);
-    watched->footer(
-        "On a terminal each reading takes the place of the one before; elsewhere it is a line, and\n"
-        "with --json an object on a line.");
     const auto options = std::make_shared<WatchOptions>();
-    watched->add_option("--every", options->seconds, "Seconds from one reading to the next, otherwise 1")
-        ->check(CLI::Validator{refuseInterval, "from 0.1 to 86400"});
-    watched->add_option("--count", options->readings, "End after so many readings")
-        ->check(CLI::PositiveNumber);
-    watched->callback(
-        [&context, options, run]
-        {
-            context.run = [&context, options, run]
-            {
-                return run(*options, context.json);
-            };
-        });
+    Word &word = command.word("watch", description);
+    word.about("On a terminal each reading takes the place of the one before; elsewhere it is a line, and\n"
+               "with --json an object on a line.");
+    word.option("--every", options->seconds, {0.1, 86400.0},
+                "Seconds from one reading to the next, otherwise 1");
+    word.option("--count", options->readings, Bounds{1}, "End after so many readings");
+    return word.runs([&context, options, run] { return run(*options, context.json); });
 }
 
 int watch(const WatchOptions &options, bool json, const Watched &watched)

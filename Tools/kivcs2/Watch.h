@@ -18,8 +18,8 @@ struct WatchOptions
 };
 
 /// Adds "watch" to a word of the command, with --every and --count; `run` is given them and whether JSON is wanted.
-void addWatchWord(CLI::App &command, Context &context, const std::string &description,
-                  int (*run)(const WatchOptions &options, bool json));
+Word &addWatchWord(Word &command, Context &context, const std::string &description,
+                   int (*run)(const WatchOptions &options, bool json));
 
 /// One reading in its three forms, of which one is asked for each time.
 struct Watched

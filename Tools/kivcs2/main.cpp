@@ -15,80 +15,62 @@ namespace
 
 constexpr const char *kVersion = "kivcs2 " KIVCS2_TOOL_VERSION;
 
-constexpr const char *kFooter = R"(
-Examples:
-  kivcs2 tc add 10:00:00:00 250 --rate 25
-  kivcs2 caption info programme.scc
-  kivcs2 caption convert programme.scc programme.mcc
-  kivcs2 caption verify programme.mcc --against programme.scc
-  kivcs2 caption show programme.mcc --captions | head
-  kivcs2 run --timeout 10 -- ffprobe programme.mxf
-  kivcs2 status 0x8000000b
+constexpr const char *kExitCodes = "Exit codes: 0 yes, 1 no, 2 usage, 3 malformed input, 4 input or output,\n"
+                                   "5 not on this machine, 6 time-out, 70 internal.";
 
-Exit codes: 0 yes, 1 no, 2 usage, 3 malformed input, 4 input or output,
-5 not on this machine, 6 time-out, 70 internal.)";
+// All words, in the order in which help lists them.
+void addWords(tool::Word &root, tool::Context &context)
+{
+    root.flag("--json", context.json, "Write JSON for programs instead of tables");
+    root.about(kExitCodes);
+    for (const char *example :
+         {"kivcs2 tc add 10:00:00:00 250 --rate 25", "kivcs2 caption info programme.scc",
+          "kivcs2 caption convert programme.scc programme.mcc",
+          "kivcs2 caption verify programme.mcc --against programme.scc",
+          "kivcs2 caption show programme.mcc --captions | head",
+          "kivcs2 run --timeout 10 -- ffprobe programme.mxf", "kivcs2 status 0x8000000b"})
+        root.example(example);
+    tool::addTimecodeCommand(root, context);
+    tool::addCaptionCommand(root, context);
+    tool::addCDPCommand(root, context);
+    tool::addFormatCommand(root, context);
+    tool::addRateCommand(root, context);
+    tool::addFrameCommand(root, context);
+    tool::addAudioCommand(root, context);
+    tool::addCodecCommand(root, context);
+    tool::addCurveCommand(root, context);
+    tool::addChecksumCommand(root, context);
+    tool::addTextCommand(root, context);
+    tool::addJSONCommand(root, context);
+    tool::addPipeCommand(root, context);
+    tool::addSharedMemoryCommand(root, context);
+    tool::addSensorsCommand(root, context);
+    tool::addRunCommand(root, context);
+    tool::addSystemCommand(root, context);
+    tool::addDoctorCommand(root, context);
+    tool::addServicesCommand(root, context);
+    tool::addNetCommand(root, context);
+    tool::addStatusCommand(root, context);
+    tool::addGenerateCommand(root);
+    tool::addHelpCommand(root);
+}
 
 int run(int argc, char **argv)
 {
     tool::Context context;
-    CLI::App app{"Timecode, captions, video formats and text for broadcast files.", "kivcs2"};
-    app.footer(kFooter);
-    app.set_version_flag("--version", kVersion);
-    app.add_flag("--json", context.json, "Write JSON for programs instead of tables");
-    app.require_subcommand(1);
-    app.fallthrough();
-    app.get_formatter()->column_width(34);
-    tool::addTimecodeCommand(app, context);
-    tool::addCaptionCommand(app, context);
-    tool::addCDPCommand(app, context);
-    tool::addFrameCommand(app, context);
-    tool::addFormatCommand(app, context);
-    tool::addAudioCommand(app, context);
-    tool::addRateCommand(app, context);
-    tool::addCodecCommand(app, context);
-    tool::addCurveCommand(app, context);
-    tool::addChecksumCommand(app, context);
-    tool::addTextCommand(app, context);
-    tool::addJSONCommand(app, context);
-    tool::addSharedMemoryCommand(app, context);
-    tool::addSensorsCommand(app, context);
-    tool::addRunCommand(app, context);
-    tool::addSystemCommand(app, context);
-    tool::addDoctorCommand(app, context);
-    tool::addPipeCommand(app, context);
-    tool::addServicesCommand(app, context);
-    tool::addNetCommand(app, context);
-    tool::addStatusCommand(app, context);
-
-    try
+    tool::Word root{"kivcs2", "Timecode, captions, video formats and text for broadcast files."};
+    addWords(root, context);
+    const tool::Asked asked = tool::parse(root, kVersion, argc, argv);
+    if (asked.word == nullptr)
     {
-        app.parse(argc, argv);
-    }
-    catch (const CLI::CallForHelp &)
-    {
-        tool::out().write(app.help()); // the page of the word that was given
+        tool::out().write(asked.text);
         return tool::kExitYes;
     }
-    catch (const CLI::CallForVersion &)
-    {
-        tool::out().line(kVersion);
-        return tool::kExitYes;
-    }
-    catch (const CLI::ParseError &error)
-    {
-        // A word that is none of ours shows up as one that is missing.
-        const std::vector<std::string> extras = app.remaining(true);
-        const bool unknown =
-            error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !extras.empty();
-        tool::note(
-            (unknown ? "unknown word \"" + tool::visible(extras.front()) + "\"" : std::string{error.what()}) +
-            " (kivcs2 --help tells more)");
-        return app.got_subcommand("run") ? tool::kExitRunFailed : tool::kExitUsage;
-    }
-
-    tool::capLibraryLog();                               // before the task server takes it over
-    (void)kivCS2_initWithTaskServer(context.taskServer); // always succeeds
-    return context.run();
+    if (asked.word->facts().launches)
+        tool::restoreWriteSignals(); // what it runs is to find them as this command has
+    tool::capLibraryLog();           // before the task server takes it over
+    (void)kivCS2_initWithTaskServer(asked.word->facts().launches); // always succeeds
+    return asked.word->run();
 }
 
 } // namespace

@@ -1,0 +1,243 @@
+// The words of the command and their options: one description, which the parser, the help, the manual pages and the
+// completions are made of. The option parser itself is known to CommandLine.cpp alone.
+#ifndef KIV_TOOL_COMMAND_LINE_H
+#define KIV_TOOL_COMMAND_LINE_H
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace tool
+{
+
+using Names = std::vector<std::string>;
+
+/// The bounds of a whole number, both included.
+struct Bounds
+{
+    uint64_t least = 0;
+    uint64_t most = std::numeric_limits<uint64_t>::max();
+};
+
+/// The bounds of a number with a fraction, both included.
+struct RealBounds
+{
+    double least;
+    double most;
+};
+
+/// One option or positional of a word. Its value is stored in the variable that it was made with, which is to live as
+/// long as the word.
+class Option
+{
+public:
+    /// A number of bytes, "64k".
+    struct Bytes
+    {
+        uint64_t *value;
+    };
+    using Target = std::variant<bool *, std::string *, std::optional<std::string> *, Names *, int32_t *,
+                                uint32_t *, uint64_t *, double *, Bytes>;
+
+    /// What a reader of the description gets to know.
+    struct Facts
+    {
+        std::string names; ///< "-s,--size", or the name of a positional
+        std::string help;
+        Names choices;           ///< the only values; empty: others too
+        std::string excluded;    ///< the option that it cannot be given together with
+        std::string defaultText; ///< shown as the default; may be empty
+        std::string list;        ///< the name of the suggestions; empty: there are none
+        Names (*suggestions)() = nullptr;
+        size_t least = 1, most = 1; ///< how many values
+        bool isRequired = false;
+        bool isFile = false;
+        bool isOneAtATime = false;
+        bool hasAnyCase = false;
+    };
+
+    Option(std::string names, Target target, std::string help);
+
+    Option &required();
+
+    /// How often a list is given: so many texts in a row.
+    Option &times(size_t least, size_t most);
+
+    /// One value each time the option is written, so that a positional may follow.
+    Option &oneAtATime();
+
+    /// Only these texts, to the letter.
+    Option &among(Names choices);
+
+    /// Only these texts, in any case; the value has the spelling of the list.
+    Option &amongAnyCase(Names choices);
+
+    /// Completed by these texts, others being possible too. `list` names them: a word.
+    Option &suggests(std::string list, Names (*names)());
+
+    /// The name of a file.
+    Option &isFile();
+
+    /// Not together with the option of this name.
+    Option &excludes(const std::string &name);
+
+    /// The value that the variable has now is shown as the default.
+    Option &shownDefault();
+
+    Option &within(Bounds bounds);
+    Option &within(RealBounds bounds);
+
+    /// Stores what was given; throws std::invalid_argument with the reason when it cannot be taken.
+    void take(const Names &texts) const;
+
+    [[nodiscard]] bool isFlag() const;
+    [[nodiscard]] bool isList() const;
+    [[nodiscard]] bool isPositional() const;
+
+    /// "--size" of "-s,--size"; the name of a positional.
+    [[nodiscard]] std::string name() const;
+
+    /// "-s" and "--size"; the name of a positional.
+    [[nodiscard]] Names spellings() const;
+
+    /// What stands for the value in help: "FILE", "NUMBER", "a|b"; empty for a flag.
+    [[nodiscard]] std::string placeholder() const;
+
+    [[nodiscard]] const Facts &facts() const
+    {
+        return m_facts;
+    }
+
+private:
+    [[nodiscard]] uint64_t whole(const std::string &text) const;
+    [[nodiscard]] double real(const std::string &text) const;
+    [[nodiscard]] const std::string &chosen(const std::string &text) const;
+
+    Target m_target;
+    Facts m_facts;
+    Bounds m_bounds;
+    RealBounds m_realBounds{};
+};
+
+/// A word: the whole command, a group of words, or one that does something.
+class Word
+{
+public:
+    /// What a reader of the description gets to know.
+    struct Facts
+    {
+        std::string name;
+        std::string help;
+        std::string group; ///< the heading under which the help of the word above lists it
+        std::string about; ///< what help tells after the options
+        Names examples;    ///< lines as typed into a shell
+        int usageCode = 2; ///< the exit code of a command line that makes no sense
+        bool launches = false;
+        bool keepsToItself = false;
+    };
+
+    Word(std::string name, std::string help);
+    Word(const Word &) = delete;
+    Word &operator=(const Word &) = delete;
+
+    /// A word below this one.
+    Word &word(const std::string &name, const std::string &help);
+
+    /// The word of this name below, which is there.
+    Word &below(std::string_view name);
+
+    Option &flag(const std::string &names, bool &value, const std::string &help);
+    Option &option(const std::string &names, std::string &value, const std::string &help);
+    Option &option(const std::string &names, std::optional<std::string> &value, const std::string &help);
+    Option &option(const std::string &names, Names &values, const std::string &help);
+    Option &option(const std::string &names, int32_t &value, Bounds bounds, const std::string &help);
+    Option &option(const std::string &names, uint32_t &value, Bounds bounds, const std::string &help);
+    Option &option(const std::string &names, uint64_t &value, Bounds bounds, const std::string &help);
+    Option &option(const std::string &names, double &value, RealBounds bounds, const std::string &help);
+    Option &bytes(const std::string &names, uint64_t &value, const std::string &help);
+
+    /// The heading under which the help of the word above lists this one.
+    Word &group(std::string heading);
+
+    /// What help tells after the options.
+    Word &about(std::string text);
+
+    /// A line as typed into a shell.
+    Word &example(std::string line);
+
+    /// What the word does; the result is the exit code.
+    Word &runs(std::function<int()> body);
+
+    /// Asked when everything is read: why this makes no sense, or nothing.
+    Word &refuses(std::function<std::string()> reason);
+
+    /// Launches child processes: the library starts its task server for it, and signals are left as they are.
+    Word &launches();
+
+    /// The exit code of a command line that makes no sense, where it is not 2.
+    Word &usageCode(int code);
+
+    /// Options of the words above are not taken behind this word.
+    Word &keepsToItself();
+
+    [[nodiscard]] const Facts &facts() const
+    {
+        return m_facts;
+    }
+    [[nodiscard]] const std::deque<Option> &options() const
+    {
+        return m_options;
+    }
+    [[nodiscard]] const std::vector<std::unique_ptr<Word>> &words() const
+    {
+        return m_words;
+    }
+
+    /// The word of this name below; null when there is none.
+    [[nodiscard]] const Word *find(std::string_view name) const;
+
+    /// See refuses().
+    [[nodiscard]] std::string refusal() const
+    {
+        return m_reason ? m_reason() : std::string{};
+    }
+
+    /// See runs().
+    [[nodiscard]] int run() const
+    {
+        return m_body();
+    }
+
+private:
+    Option &add(const std::string &names, Option::Target target, const std::string &help);
+
+    Facts m_facts;
+    std::deque<Option> m_options; // whose addresses stay
+    std::vector<std::unique_ptr<Word>> m_words;
+    std::function<int()> m_body;
+    std::function<std::string()> m_reason;
+};
+
+/// What a command line asks for.
+struct Asked
+{
+    const Word *word = nullptr; ///< to run; null when `text` answers
+    std::string text;           ///< the page of --help, or the version
+};
+
+/// Reads the arguments into the words' variables. Throws a Failure with the usage code of the word that was given.
+[[nodiscard]] Asked parse(const Word &root, const std::string &version, int argc, char **argv);
+
+/// The page that --help shows for the word that `path` leads to from `root`. Throws a usage failure when there is none.
+[[nodiscard]] std::string helpPage(const Word &root, const Names &path);
+
+} // namespace tool
+
+#endif
