@@ -114,6 +114,8 @@ private:
 void requireMCCTarget(const std::string &target)
 {
     const std::string_view ending = ".mcc";
+    const std::string given =
+        std::filesystem::path{target}.extension(); // none of a hidden file called ".mcc"
     const auto isSame = [](char left, char right)
     {
         return std::tolower(static_cast<unsigned char>(left)) == right;
@@ -122,9 +124,7 @@ void requireMCCTarget(const std::string &target)
     const std::filesystem::file_status status = std::filesystem::status(target, error);
     const bool isPlace = std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
     if (target == "-" || isPlace ||
-        (target.size() > ending.size() &&
-         std::equal(target.end() - static_cast<std::ptrdiff_t>(ending.size()), target.end(), ending.begin(),
-                    isSame)))
+        std::equal(given.begin(), given.end(), ending.begin(), ending.end(), isSame))
         return;
     throw Failure(kExitUsage,
                   place(target, 0) + ": only MCC files are written: give the target the ending .mcc");
