@@ -532,7 +532,7 @@ TEST(TaskServer, AKilledTreeIsContinuedAsItWas)
 TEST(TaskServer, ARecorderClosesItsFileAtTheHostsExit)
 {
     kiv::test::TemporaryFolder folder;
-    const auto host = [&folder](const std::string &log, const char *seconds, bool throughServer)
+    const auto host = [](const std::string &log, const char *seconds, bool throughServer)
     {
         EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
         KIVCS2Task *task =
