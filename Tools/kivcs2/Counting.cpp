@@ -1,9 +1,9 @@
 // The countings, and timecode text in and out.
 #include "Counting.h"
 
+#include "CommandLine/Numbers.h"
 #include "Failure.h"
-#include "Numbers.h"
-#include "Output.h"
+#include "Terminal/Output.h"
 
 #include <algorithm>
 #include <array>

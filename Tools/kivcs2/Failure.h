@@ -2,7 +2,7 @@
 #ifndef KIV_TOOL_FAILURE_H
 #define KIV_TOOL_FAILURE_H
 
-#include "Shown.h"
+#include "Terminal/Shown.h"
 
 #include <KIVCoreServices2/KIVCS2Base.h>
 

@@ -1,9 +1,9 @@
 // kivcs2: timecode, captions, formats and text from the shell; a host of the public headers.
-#include "Command.h"
 #include "Failure.h"
-#include "Files.h"
-#include "LibraryLog.h"
-#include "Output.h"
+#include "Files/Files.h"
+#include "Terminal/LibraryLog.h"
+#include "Terminal/Output.h"
+#include "Words/Words.h"
 
 #include <KIVCoreServices2/KIVCoreServices2.h>
 

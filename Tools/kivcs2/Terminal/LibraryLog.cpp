@@ -1,0 +1,63 @@
+// A sink of the log that stops after some messages.
+#include "Terminal/LibraryLog.h"
+
+#include "Terminal/Output.h"
+
+#include <KIVLogger/KIVLogger.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <string_view>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace tool
+{
+namespace
+{
+
+constexpr uint64_t kMostMessages = 20;
+
+std::atomic<uint64_t> theMessages = 0; // of any thread
+
+void writeMessage(std::string_view message)
+{
+    static const bool toErrors = []
+    {
+        const char *value = std::getenv("KIV_LOG_STDERR");
+        return value != nullptr && std::string_view{value} == "1";
+    }();
+    const std::string text = visible(message); // it may quote a file
+    ::syslog(LOG_USER | LOG_NOTICE, "%s", text.c_str());
+    if (toErrors)
+        ::dprintf(STDERR_FILENO, "%s\n", text.c_str());
+}
+
+void take(void *, os_log_type_t, const char *message)
+{
+    if (theMessages.fetch_add(1, std::memory_order_relaxed) >= kMostMessages)
+        return;
+    try
+    {
+        writeMessage(message);
+    }
+    catch (...)
+    {
+        // Without memory there is no message; no exception crosses the library.
+    }
+}
+
+} // namespace
+
+void capLibraryLog()
+{
+    KLSetSink(take, nullptr);
+}
+
+void tellLeftOutMessages()
+{
+    if (const uint64_t messages = theMessages.load(); messages > kMostMessages)
+        writeMessage(count(messages - kMostMessages, "more message") + " of the library left out");
+}
+
+} // namespace tool

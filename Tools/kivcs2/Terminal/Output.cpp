@@ -1,0 +1,375 @@
+// Writing: blocks to standard output, tables, JSON, colour and progress.
+#include "Terminal/Output.h"
+
+#include "Failure.h"
+#include "Terminal/JSON.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+namespace tool
+{
+namespace
+{
+
+constexpr size_t kBlock = size_t{64} * 1024;
+constexpr size_t kWidthOfAFile = 100;
+constexpr auto kBeforeProgress = std::chrono::seconds{1};
+constexpr auto kBetween = std::chrono::milliseconds{200};
+
+// The line of progress that stands on the terminal, to be cleared before anything else is said.
+bool theProgressIsShown = false;
+
+void clearProgress()
+{
+    if (std::exchange(theProgressIsShown, false))
+        std::fputs("\r\x1b[K", stderr);
+}
+
+// A line that is longer than the terminal is wide would not be renewed in place.
+std::string shortenedToTerminal(const std::string &text)
+{
+    winsize size{};
+    if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || text.size() < size.ws_col)
+        return text;
+    return text.substr(text.size() - size.ws_col + 1u); // the end has the number
+}
+
+// Characters, not bytes, and none for an escape sequence: what the eye counts.
+size_t columns(std::string_view text)
+{
+    size_t count = 0;
+    bool escape = false;
+    for (const char byte : text)
+    {
+        if (byte == '\x1b')
+            escape = true;
+        else if (escape)
+            escape = byte != 'm';
+        else if ((static_cast<unsigned char>(byte) & 0xC0u) != 0x80u)
+            ++count;
+    }
+    return count;
+}
+
+std::string withoutColour(std::string_view text)
+{
+    std::string result;
+    bool escape = false;
+    for (const char byte : text)
+    {
+        escape = escape || byte == '\x1b';
+        if (!escape)
+            result += byte;
+        escape = escape && byte != 'm';
+    }
+    return result;
+}
+
+std::string padding(std::string_view text, size_t width)
+{
+    return std::string(width - std::min(width, columns(text)), ' ');
+}
+
+} // namespace
+
+void Output::write(std::string_view bytes)
+{
+    m_buffer += bytes;
+    if (m_buffer.size() >= kBlock)
+        flush();
+}
+
+void Output::line(const Shown &text)
+{
+    write(text.text());
+    write("\n");
+}
+
+void Output::json(const Json &value)
+{
+    write(jsonText(value, 2) + "\n");
+}
+
+std::string jsonText(const Json &value, int indent)
+{
+    return visibleJson(indent < 0 ? value.line() : value.text());
+}
+
+void Output::flush()
+{
+    std::string_view rest = m_buffer;
+    while (!rest.empty())
+    {
+        const ssize_t written = ::write(m_descriptor, rest.data(), rest.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+        {
+            const int error = errno;
+            m_buffer.clear();
+            if (error == EPIPE)
+                throw ReaderGone{};
+            throw Failure::system(this == &out() ? "standard output" : "standard error", error);
+        }
+        rest.remove_prefix(static_cast<size_t>(written));
+    }
+    m_buffer.clear();
+}
+
+std::string Output::take()
+{
+    return std::exchange(m_buffer, {});
+}
+
+bool Output::hasColour()
+{
+    static const bool wanted = []
+    {
+        const char *refused = std::getenv("NO_COLOR");
+        return ::isatty(STDOUT_FILENO) != 0 && (refused == nullptr || *refused == '\0');
+    }();
+    return wanted;
+}
+
+Shown Output::coloured(std::string_view code, const Shown &text)
+{
+    Shown result = text;
+    if (hasColour())
+        result.m_text = "\x1b[" + std::string{code} + "m" + text.text() + "\x1b[0m";
+    return result;
+}
+
+Shown Output::strong(const Shown &text)
+{
+    return coloured("1", text);
+}
+
+Shown Output::good(const Shown &text)
+{
+    return coloured("32", text);
+}
+
+Shown Output::bad(const Shown &text)
+{
+    return coloured("31", text);
+}
+
+size_t Output::width()
+{
+    winsize size{};
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+        return size.ws_col;
+    return kWidthOfAFile;
+}
+
+Output &out()
+{
+    static Output output{STDOUT_FILENO};
+    return output;
+}
+
+void keepStandardOutput()
+{
+    const int own = ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (own < 0 || nowhere < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0)
+        throw Failure::system("standard output", errno);
+    ::close(nowhere);
+    out().m_descriptor = own;
+}
+
+QuietErrors::QuietErrors() : m_own(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
+{
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (m_own >= 0 && nowhere >= 0)
+        ::dup2(nowhere, STDERR_FILENO);
+    if (nowhere >= 0)
+        ::close(nowhere);
+}
+
+QuietErrors::~QuietErrors()
+{
+    if (m_own < 0)
+        return;
+    ::dup2(m_own, STDERR_FILENO);
+    ::close(m_own);
+}
+
+Output &errors()
+{
+    static Output output{STDERR_FILENO};
+    return output;
+}
+
+JsonArray::JsonArray()
+{
+    out().write("[");
+}
+
+JsonArray::~JsonArray()
+{
+    try
+    {
+        if (!m_closed)
+            close();
+    }
+    catch (...)
+    {
+        // A failing standard output tells itself at the last flush.
+    }
+}
+
+void JsonArray::add(const Json &value)
+{
+    out().write(m_first ? "\n  " : ",\n  ");
+    out().write(jsonText(value));
+    m_first = false;
+}
+
+void JsonArray::close()
+{
+    m_closed = true;
+    out().write(m_first ? "]\n" : "\n]\n");
+}
+
+Table::Table(std::initializer_list<std::string_view> titles)
+{
+    for (std::string_view title : titles)
+    {
+        const bool right = !title.empty() && title.front() == '>';
+        m_aligns.push_back(right ? Align::Right : Align::Left);
+        m_titles.emplace_back(right ? title.substr(1) : title);
+    }
+}
+
+void Table::add(std::vector<Shown> cells)
+{
+    cells.resize(m_titles.size());
+    m_rows.push_back(std::move(cells));
+}
+
+void Table::print() const
+{
+    std::vector<size_t> widths;
+    for (const Shown &title : m_titles)
+        widths.push_back(columns(title.text()));
+    for (const auto &row : m_rows)
+        for (size_t column = 0; column < row.size(); ++column)
+            widths[column] = std::max(widths[column], columns(row[column].text()));
+
+    const auto printRow = [&](const std::vector<Shown> &cells, bool title)
+    {
+        Shown text;
+        for (size_t column = 0; column < cells.size(); ++column)
+        {
+            const Shown cell = title ? Output::strong(cells[column]) : cells[column];
+            const Shown space = padding(cell.text(), widths[column]);
+            text += column > 0 ? "  " : "";
+            text += m_aligns[column] == Align::Right ? space + cell : cell + space;
+        }
+        text.trimEnd();
+        out().line(text);
+    };
+    printRow(m_titles, true);
+    for (const auto &row : m_rows)
+        printRow(row, false);
+}
+
+void Facts::add(Shown name, Shown value)
+{
+    m_facts.emplace_back(std::move(name), std::move(value));
+}
+
+void Facts::print(Output &to) const
+{
+    const bool plain = &to != &out();
+    size_t width = 0;
+    for (const auto &[name, value] : m_facts)
+        width = std::max(width, columns(name.text()));
+    for (const auto &[name, value] : m_facts)
+    {
+        const Shown between = padding(name.text(), width) + "  ";
+        to.line(plain ? name + between + withoutColour(value.text())
+                      : Output::strong(name) + between + value);
+    }
+}
+
+Progress::Progress(std::string what) : m_what(std::move(what)), m_terminal(::isatty(STDERR_FILENO) != 0)
+{
+    // Several steps of less than a second each are work of more than a second.
+    static const Clock::time_point start = Clock::now();
+    m_next = start + kBeforeProgress;
+}
+
+Progress::~Progress()
+{
+    clearProgress();
+}
+
+void Progress::at(uint64_t done, uint64_t total)
+{
+    if (!m_terminal)
+        return;
+    const auto now = Clock::now();
+    if (now < m_next)
+        return;
+    m_next = now + kBetween;
+    theProgressIsShown = true;
+    // In floating point: done * 100 does not fit for every size.
+    const std::string number =
+        total > 0 ? tool::print(" %3.0f %%", 100.0 * static_cast<double>(std::min(done, total)) /
+                                                 static_cast<double>(total))
+                  : tool::print(" %.1f MB", static_cast<double>(done) / 1e6);
+    std::fprintf(stderr, "\r\x1b[K%s", shortenedToTerminal(visible(m_what) + number).c_str());
+    std::fflush(stderr);
+}
+
+void note(std::string_view text)
+{
+    clearProgress();
+    const std::string line = "kivcs2: " + visible(text) + "\n"; // one line, whatever a file is called
+    std::fputs(line.c_str(), stderr);
+}
+
+std::string shortened(std::string_view line, size_t width)
+{
+    std::string result;
+    size_t column = 0;
+    bool escape = false;
+    for (const char byte : line)
+    {
+        escape = escape || byte == '\x1b';
+        const bool begins = !escape && (static_cast<unsigned char>(byte) & 0xC0u) != 0x80u;
+        column += begins ? 1 : 0;
+        if (escape || column <= width)
+            result += byte;
+        escape = escape && byte != 'm';
+    }
+    return result;
+}
+
+std::string count(uint64_t number, std::string_view noun)
+{
+    return std::to_string(number) + " " + std::string{noun} + (number == 1 ? "" : "s");
+}
+
+std::string print(const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    char text[512];
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    return {text, static_cast<size_t>(std::clamp(length, 0, static_cast<int>(sizeof text) - 1))};
+}
+
+} // namespace tool

@@ -1,0 +1,168 @@
+// What people and programs read: tables, JSON, colour and progress.
+#ifndef KIV_TOOL_OUTPUT_H
+#define KIV_TOOL_OUTPUT_H
+
+#include "Terminal/JSON.h"
+#include "Terminal/Shown.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tool
+{
+
+/// Thrown when the reader of standard output has gone (`| head`): the command ends silently.
+struct ReaderGone
+{
+};
+
+/// Standard output or error, written in blocks; a failing write ends the command with a clear line.
+class Output
+{
+public:
+    explicit Output(int descriptor) : m_descriptor(descriptor) {}
+
+    /// Bytes as they are: a result that is data, and what has been made visible before.
+    void write(std::string_view bytes);
+    void line(const Shown &text);
+    void json(const Json &value);
+    void flush();
+
+    /// What was written since the last flush, instead of writing it.
+    [[nodiscard]] std::string take();
+
+    /// A heading or a word that should stand out; plain when standard output is no terminal or
+    /// NO_COLOR is set.
+    [[nodiscard]] static Shown strong(const Shown &text);
+    [[nodiscard]] static Shown good(const Shown &text);
+    [[nodiscard]] static Shown bad(const Shown &text);
+
+    /// Whether colours are wanted: standard output is a terminal and NO_COLOR is not set.
+    [[nodiscard]] static bool hasColour();
+
+    /// Columns that text may fill: the terminal's, or 100 where there is none.
+    [[nodiscard]] static size_t width();
+
+private:
+    friend void keepStandardOutput();
+    static Shown coloured(std::string_view code, const Shown &text);
+
+    int m_descriptor;
+    std::string m_buffer;
+};
+
+/// The one standard output of the process.
+[[nodiscard]] Output &out();
+
+/// From here on standard output is the command's alone: what the library prints there is thrown away.
+void keepStandardOutput();
+
+/// Throws away what the library prints on standard error while this stands: the command says it in a line of its own.
+class QuietErrors
+{
+public:
+    QuietErrors();
+    ~QuietErrors();
+    QuietErrors(const QuietErrors &) = delete;
+    QuietErrors &operator=(const QuietErrors &) = delete;
+
+private:
+    int m_own;
+};
+
+/// Standard error, for a summary whose place on standard output a file has taken; without colour.
+[[nodiscard]] Output &errors();
+
+/// A JSON value as text, on one line or indented; visible on a terminal, with every value kept.
+[[nodiscard]] std::string jsonText(const Json &value, int indent = -1);
+
+/// A JSON array given element by element, so that a long one needs no memory. When a failure ends the
+/// listing, what was listed is closed, so that programs can read it; the exit code tells.
+class JsonArray
+{
+public:
+    JsonArray();
+    ~JsonArray();
+    JsonArray(const JsonArray &) = delete;
+    JsonArray &operator=(const JsonArray &) = delete;
+
+    void add(const Json &value);
+    void close();
+
+private:
+    bool m_first = true;
+    bool m_closed = false;
+};
+
+/// Rows under aligned columns, two spaces apart.
+class Table
+{
+public:
+    enum class Align
+    {
+        Left,
+        Right
+    };
+
+    /// A column title that begins with ">" is aligned to the right.
+    explicit Table(std::initializer_list<std::string_view> titles);
+
+    void add(std::vector<Shown> cells);
+    void print() const;
+
+private:
+    std::vector<Shown> m_titles;
+    std::vector<Align> m_aligns;
+    std::vector<std::vector<Shown>> m_rows;
+};
+
+/// "Name   value" pairs with the values in one column.
+class Facts
+{
+public:
+    void add(Shown name, Shown value);
+    void print(Output &to = out()) const;
+
+private:
+    std::vector<std::pair<Shown, Shown>> m_facts;
+};
+
+/// One line on standard error, renewed in place, once the command has run for a second and only when
+/// standard error is a terminal.
+class Progress
+{
+public:
+    explicit Progress(std::string what);
+    ~Progress();
+    Progress(const Progress &) = delete;
+    Progress &operator=(const Progress &) = delete;
+
+    /// `total` 0 means that the end is not known.
+    void at(uint64_t done, uint64_t total);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::string m_what;
+    Clock::time_point m_next;
+    bool m_terminal;
+};
+
+/// A line on standard error, after "kivcs2: ".
+void note(std::string_view text);
+
+/// As much of a line as `width` columns hold, with its colours and their end.
+[[nodiscard]] std::string shortened(std::string_view line, size_t width);
+
+/// "1 packet", "2 packets".
+[[nodiscard]] std::string count(uint64_t number, std::string_view noun);
+
+/// printf into a string; for numbers with a fixed form.
+[[nodiscard]] __attribute__((format(printf, 1, 2))) std::string print(const char *format, ...);
+
+} // namespace tool
+
+#endif

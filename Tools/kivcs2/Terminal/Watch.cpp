@@ -1,0 +1,119 @@
+// Watching: pages in place, lines, and the end by an interrupt.
+#include "Terminal/Watch.h"
+
+#include "Failure.h"
+#include "Terminal/EndSignals.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <ctime>
+#include <memory>
+
+namespace tool
+{
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+std::string timeOfDay()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    ::localtime_r(&now, &local);
+    return print("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
+}
+
+// Draws pages over each other: back up over the lines of the last one, each line cleared to its end, and
+// then what is below. A page that is too high or too wide is cut, for what scrolls or wraps cannot be gone back over.
+class Screen
+{
+public:
+    void draw(std::string_view page)
+    {
+        winsize size{};
+        if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0)
+            size = {24, 80, 0, 0};
+        // After another width the terminal has wrapped the lines anew: only a clear screen is known ground.
+        if (m_columns != 0 && (m_columns != size.ws_col || m_rows != size.ws_row))
+            out().write("\x1b[H\x1b[2J");
+        else if (m_drawn > 0)
+            out().write(print("\r\x1b[%zuA", m_drawn));
+        m_columns = size.ws_col;
+        m_rows = size.ws_row;
+        m_drawn = 0;
+        while (!page.empty() && m_drawn + 1 < m_rows)
+        {
+            const size_t end = std::min(page.find('\n'), page.size());
+            out().write(shortened(page.substr(0, end), m_columns) + "\x1b[K\n");
+            page.remove_prefix(std::min(end + 1, page.size()));
+            ++m_drawn;
+        }
+        out().write("\x1b[J");
+        out().flush();
+    }
+    // Where the terminal has shown "^C", nothing stands behind.
+    static void leave()
+    {
+        out().write("\r\x1b[K");
+        out().flush();
+    }
+
+private:
+    size_t m_columns = 0;
+    size_t m_rows = 0;
+    size_t m_drawn = 0; // lines
+};
+
+} // namespace
+
+Word &addWatchWord(Word &command, Context &context, const std::string &description,
+                   int (*run)(const WatchOptions &options, bool json))
+{
+    const auto options = std::make_shared<WatchOptions>();
+    Word &word = command.word("watch", description);
+    word.about("On a terminal each reading takes the place of the one before; elsewhere it is a line, and\n"
+               "with --json an object on a line.");
+    word.option("--every", options->seconds, {0.1, 86400.0},
+                "Seconds from one reading to the next, otherwise 1");
+    word.option("--count", options->readings, Bounds{1}, "End after so many readings");
+    return word.runs([&context, options, run] { return run(*options, context.json); });
+}
+
+int watch(const WatchOptions &options, bool json, const Watched &watched)
+{
+    const EndSignals signals;
+    const bool inPlace = !json && ::isatty(STDOUT_FILENO) != 0;
+    const auto interval =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>{options.seconds});
+    Screen screen;
+    Clock::time_point next = Clock::now();
+    for (uint64_t reading = 1;; ++reading)
+    {
+        if (inPlace)
+        {
+            watched.page();
+            screen.draw(out().take());
+        }
+        else
+        {
+            if (json)
+                out().write(jsonText(watched.json()) + "\n");
+            else
+                out().line(timeOfDay() + "  " + watched.line());
+            out().flush();
+        }
+        if (reading == options.readings)
+            return kExitYes;
+        next = std::max(next + interval, Clock::now()); // a slow reading is not caught up with
+        if (!signals.waitUntil(next))
+            continue;
+        if (inPlace)
+            Screen::leave();
+        return kExitYes;
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,470 @@
+// kivcs2 services: services on the local network published, listed, found and watched.
+#include "CommandLine/Numbers.h"
+#include "Failure.h"
+#include "Terminal/EndSignals.h"
+#include "Terminal/Output.h"
+#include "Words/Words.h"
+
+#include <KIVCoreServices2/KIVCS2Bonjour.h>
+#include <KIVPlatform/KIVPNetService.h>
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace tool
+{
+namespace
+{
+
+using namespace std::chrono_literals;
+
+// So long after the last service a list counts as complete: the question waits 0.12 s at most, an answer a second
+// after the one before it and 0.12 s more (RFC 6762, 5.2 and 6).
+constexpr auto kQuietTime = 1500ms;
+
+struct Options
+{
+    std::string name, type, domain;
+    uint32_t port = 0;
+    uint32_t timeout = 5000; // milliseconds
+    uint64_t count = 0;      // 0: without end
+    std::vector<std::string> texts;
+    bool terminate = false;
+};
+
+// What a worker hands to the main thread: no exception of ours may pass the library's callbacks.
+template <class Value>
+class Arrivals
+{
+public:
+    void put(const std::function<Value()> &make) noexcept
+    {
+        try
+        {
+            Value value = make();
+            const std::lock_guard lock{m_mutex};
+            m_values.push_back(std::move(value));
+        }
+        catch (const std::bad_alloc &)
+        {
+            // not listed
+        }
+        EndSignals::wake();
+    }
+    [[nodiscard]] std::optional<Value> take()
+    {
+        const std::lock_guard lock{m_mutex};
+        if (m_values.empty())
+            return std::nullopt;
+        Value value = std::move(m_values.front());
+        m_values.pop_front();
+        return value;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::deque<Value> m_values;
+};
+
+struct Found
+{
+    std::string name, host;
+    std::vector<std::string> addresses;
+    uint32_t port = 0;
+};
+
+Found describe(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *service)
+{
+    Found found;
+    const char *text = nullptr;
+    KIVCS2BonjourAddress *address = nullptr;
+    check(kivCS2Bonjour_getServiceName(browser, service, &text), "name");
+    found.name = text;
+    check(kivCS2Bonjour_getHostname(browser, service, &text), "host");
+    found.host = text;
+    check(kivCS2Bonjour_getFirstPort(browser, service, &found.port), "port");
+    check(kivCS2Bonjour_getAddressesList(browser, service, &address), "addresses");
+    for (; address != nullptr; address = reinterpret_cast<KIVCS2BonjourAddress *>(address->m_elem.m_next))
+    {
+        char dotted[INET_ADDRSTRLEN];
+        in_addr ipv4{};
+        ipv4.s_addr = address->m_address;
+        found.addresses.emplace_back(::inet_ntop(AF_INET, &ipv4, dotted, sizeof dotted));
+    }
+    return found;
+}
+
+Json asJson(const Found &found)
+{
+    return {{"name", found.name}, {"host", found.host}, {"port", found.port}, {"addresses", found.addresses}};
+}
+
+Shown asLine(const Found &found)
+{
+    Shown line = found.name;
+    line.addCell(found.host.empty() ? "-" : found.host);
+    std::string where;
+    for (const std::string &address : found.addresses)
+        where += (where.empty() ? "" : ",") + address + ":" + std::to_string(found.port);
+    line.addCell(where.empty() ? "-" : where);
+    return line;
+}
+
+// A browser as long as this stands.
+class Browser
+{
+public:
+    Browser()
+    {
+        check(kivCS2Bonjour_initBrowserData(&record), "browser");
+    }
+    Browser(const Browser &) = delete;
+    Browser &operator=(const Browser &) = delete;
+    ~Browser()
+    {
+        (void)kivCS2Bonjour_diposeBrowserData(&record); // not null, and no callback of its own
+    }
+
+    KIVCS2BonjourBrowser record{};
+};
+
+std::vector<std::string_view> labelsOf(std::string_view name)
+{
+    std::vector<std::string_view> labels;
+    if (name.ends_with('.'))
+        name.remove_suffix(1);
+    for (size_t dot = name.find('.'); dot != std::string_view::npos; dot = name.find('.'))
+    {
+        labels.push_back(name.substr(0, dot));
+        name.remove_prefix(dot + 1);
+    }
+    labels.push_back(name);
+    return labels;
+}
+
+// The library reports no failure of a search or of what is published: what cannot be is said before. Avahi
+// carries no types of one letter.
+void requireNames(const Options &options)
+{
+    constexpr size_t kLabelMax = 63;
+    const auto isPlain = [](char c)
+    {
+        return c == '-' || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    };
+    const auto isASCII = [](char c)
+    {
+        return static_cast<unsigned char>(c) < 0x80;
+    };
+    const std::vector<std::string_view> type = labelsOf(options.type);
+    if (type.size() != 2 || type[0].size() < 3 || type[0].size() > kLabelMax || type[0][0] != '_' ||
+        !std::ranges::all_of(type[0].substr(1), isPlain) || (type[1] != "_tcp" && type[1] != "_udp"))
+        throw Failure(kExitUsage, "\"" + visible(options.type) + "\" is no service type such as _http._tcp");
+    const auto isLabel = [](std::string_view label)
+    {
+        return !label.empty() && label.size() <= kLabelMax;
+    };
+    if (!options.domain.empty() && (!std::ranges::all_of(labelsOf(options.domain), isLabel) ||
+                                    !std::ranges::all_of(options.domain, isASCII)))
+        throw Failure(kExitUsage, "\"" + visible(options.domain) + "\" is no domain");
+    if (!std::ranges::all_of(options.name, isASCII))
+        throw Failure(kExitUsage, "\"" + visible(options.name) + "\" is not ASCII");
+}
+
+// The TXT record: every text behind its length.
+std::string packTexts(const std::vector<std::string> &texts)
+{
+    std::string record;
+    for (const std::string &text : texts)
+    {
+        if (text.size() > 255)
+            throw Failure(kExitUsage, "a text of a TXT record has 255 bytes at most");
+        record += static_cast<char>(text.size());
+        record += text;
+    }
+    return record;
+}
+
+std::vector<std::string> unpackTexts(std::string_view record)
+{
+    std::vector<std::string> texts;
+    while (!record.empty())
+    {
+        const auto length = static_cast<unsigned char>(record.front());
+        const std::string_view text = record.substr(1, length);
+        if (!text.empty())
+            texts.emplace_back(text);
+        record.remove_prefix(1 + text.size());
+    }
+    return texts;
+}
+
+// The name under which the service is published now; "" while it is not. The name is ASCII, since its source is.
+std::string publishedName(const KIVCS2BonjourPublisher &publisher)
+{
+    std::string text;
+    if (CFStringRef name = KIVPNetServiceCopyPublishedName(publisher.m_service); name != nullptr)
+    {
+        char characters[KIVCS2BonjourNameMax] = {};
+        if (CFStringGetCString(name, characters, sizeof characters, kCFStringEncodingUTF8))
+            text = characters;
+        CFRelease(name);
+    }
+    return text;
+}
+
+// Waits until the command is to end, and writes a line whenever the service has got a name.
+void tellNames(const KIVCS2BonjourPublisher &publisher, const EndSignals &signals, bool json)
+{
+    constexpr auto kLookAgainAfter = 50ms; // the network takes a second to accept a name
+    std::string told;
+    do
+    {
+        const std::string name = publishedName(publisher);
+        if (name.empty() || name == told)
+            continue;
+        told = name;
+        if (json)
+            out().write(jsonText(Json{{"name", name}}) + "\n");
+        else
+            out().line(name);
+        out().flush();
+    } while (signals.waitFor(told.empty() ? kLookAgainAfter : 1s) != EndSignals::Event::End);
+}
+
+int publish(const Options &options, bool json)
+{
+    requireNames(options);
+    if (options.name.empty() || options.name.size() > 63)
+        throw Failure(kExitUsage, "a service's name has 1 to 63 bytes");
+    const std::string texts = packTexts(options.texts);
+    const EndSignals signals;
+    KIVCS2BonjourPublisher publisher{};
+    check(kivCS2Bonjour_startPublishingService(&publisher, options.domain.c_str(), options.type.c_str(),
+                                               options.name.c_str(), options.port),
+          "\"" + visible(options.name) + "\" cannot be published");
+    bool hasTexts = texts.empty();
+    if (!hasTexts)
+        if (CFDataRef data = CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(texts.data()),
+                                          static_cast<CFIndex>(texts.size()));
+            data != nullptr)
+        {
+            hasTexts = CFNetServiceSetTXTData(publisher.m_service, data);
+            CFRelease(data);
+        }
+    if (hasTexts)
+        tellNames(publisher, signals, json);
+    (void)kivCS2Bonjour_endPublishingService(&publisher); // not null
+    if (!hasTexts)
+        throw Failure(kExitUsage, "the texts are more than a TXT record holds");
+    return kExitYes;
+}
+
+// Whether no service is being resolved, which takes two seconds for one that nobody answers for: the browser
+// holds its mutex meanwhile.
+bool isResting(KIVCS2BonjourBrowser &browser)
+{
+    if (KIVCS2_FAILED(kivCS2Mutex_tryLock(&browser.m_mutex)))
+        return false;
+    (void)kivCS2Mutex_unlock(&browser.m_mutex); // held by this thread
+    return true;
+}
+
+int browse(const Options &options, bool json)
+{
+    requireNames(options);
+    const EndSignals signals;
+    Arrivals<Found> arrivals;
+    Browser browser;
+    const auto came =
+        [](KIVCS2BonjourBrowser *from, KIVCS2BonjourService *service, void *context, KIVCS2BonjourBrowser *)
+    {
+        static_cast<Arrivals<Found> *>(context)->put([from, service] { return describe(from, service); });
+    };
+    check(kivCS2Bonjour_findServices(&browser.record, options.domain.c_str(), options.type.c_str(), came,
+                                     &arrivals),
+          "\"" + visible(options.type) + "\" cannot be searched");
+
+    std::optional<JsonArray> list;
+    if (json)
+        list.emplace();
+    auto last = std::chrono::steady_clock::now();
+    uint64_t listed = 0;
+    for (;;)
+    {
+        while (const std::optional<Found> found = arrivals.take())
+        {
+            if (json)
+                list->add(asJson(*found));
+            else
+                out().line(asLine(*found));
+            ++listed;
+            last = std::chrono::steady_clock::now();
+        }
+        out().flush();
+        const auto limit = options.terminate ? last + kQuietTime - std::chrono::steady_clock::now()
+                                             : std::chrono::nanoseconds{1h};
+        if (options.terminate && limit <= 0s)
+        {
+            if (isResting(browser.record))
+                break;
+            last = std::chrono::steady_clock::now();
+            continue;
+        }
+        if (signals.waitFor(limit) == EndSignals::Event::End)
+            break;
+    }
+    if (json)
+        list->close();
+    return listed > 0 || !options.terminate ? kExitYes : kExitNo;
+}
+
+// Ends the process in the midst of a search for the first service, which goes on for its time-out whatever
+// happens: its semaphores' names would stay on the machine.
+[[noreturn]] void leaveSearch(KIVCS2BonjourBrowser &browser)
+{
+    (void)kivCS2Bonjour_stopServiceBrowser(&browser); // the worker's semaphore goes with it
+    KIVCS2Semaphore same;
+    if (KIVCS2_SUCCEEDED(kivCS2Semaphore_init(&same, browser.m_semaphore.m_name)))
+        (void)kivCS2Semaphore_free(&same); // open, and nobody waits; removes the name
+    std::_Exit(kExitNo);
+}
+
+void findFirst(Browser &browser, const Options &options, const EndSignals &signals)
+{
+    requireNames(options);
+    std::atomic<bool> isDone = false;
+    KIVCS2Status status = KIVCS2STATUS_OK;
+    std::thread search{[&]
+                       {
+                           status = kivCS2Bonjour_findFirstService(&browser.record, options.domain.c_str(),
+                                                                   options.type.c_str(), options.name.c_str(),
+                                                                   options.timeout);
+                           isDone = true;
+                           EndSignals::wake();
+                       }};
+    while (!isDone)
+        if (signals.waitFor(1h) == EndSignals::Event::End && !isDone)
+            leaveSearch(browser.record);
+    search.join();
+    check(status, "\"" + visible(options.name) + "\"" +
+                      (status == KIVCS2STATUS_TIMEOUT_ERR ? ": nobody offers it" : " cannot be searched"));
+}
+
+int first(const Options &options, bool json)
+{
+    const EndSignals signals;
+    Browser browser;
+    findFirst(browser, options, signals);
+    const Found found = describe(&browser.record, nullptr);
+    if (json)
+        out().json(asJson(found));
+    else
+        out().line(asLine(found));
+    return kExitYes;
+}
+
+int monitor(const Options &options, bool json)
+{
+    const EndSignals signals;
+    Arrivals<std::string> arrivals;
+    Browser browser; // ends the watch of its services too
+    findFirst(browser, options, signals);
+    auto *service = reinterpret_cast<KIVCS2BonjourService *>(browser.record.m_services.m_next);
+    const auto changed = [](KIVCS2BonjourService *watched, void *context, KIVCS2BonjourService *)
+    {
+        static_cast<Arrivals<std::string> *>(context)->put(
+            [watched]
+            {
+                const CFDataRef data = watched->m_recordData;
+                return std::string{reinterpret_cast<const char *>(CFDataGetBytePtr(data)),
+                                   static_cast<size_t>(CFDataGetLength(data))};
+            });
+    };
+    check(kivCS2Bonjour_startServiceMonitor(service, changed, &arrivals),
+          "\"" + visible(options.name) + "\" cannot be watched");
+
+    std::optional<JsonArray> list;
+    if (json)
+        list.emplace();
+    uint64_t records = 0;
+    do
+    {
+        while (const std::optional<std::string> record = arrivals.take())
+        {
+            if (options.count != 0 && records == options.count)
+                break;
+            ++records;
+            Shown line;
+            for (const std::string &text : unpackTexts(*record))
+                line.addCell(text);
+            if (json)
+                list->add(unpackTexts(*record));
+            else
+                out().line(line);
+        }
+        out().flush();
+    } while ((options.count == 0 || records < options.count) &&
+             signals.waitFor(1h) != EndSignals::Event::End);
+    if (json)
+        list->close();
+    return kExitYes;
+}
+
+void addType(Word &word, Options &options)
+{
+    word.option("type", options.type, "Service type, such as _http._tcp").required();
+    word.option("--domain", options.domain, "Domain to use instead of local");
+}
+
+void addLookingFor(Word &word, Options &options)
+{
+    word.option("name", options.name, "Service name, exactly").required();
+    addType(word, options);
+    word.option("--timeout", options.timeout, {}, "Milliseconds to look for it").shownDefault();
+}
+
+} // namespace
+
+void addServicesCommand(Word &root, Context &context)
+{
+    const auto options = std::make_shared<Options>();
+    Word &services = root.word("services", "Publish, list, find and watch services on the network");
+    services.group(kGroupNetwork);
+
+    Word &publishing = services.word("publish", "Offer a service until the command is ended");
+    publishing.option("name", options->name, "Service name, exactly").required();
+    addType(publishing, *options);
+    publishing.option("port", options->port, {0, 65535}, "Port, 0 to 65535").required();
+    publishing.option("--text", options->texts, "A text of its TXT record, such as rate=25; may be repeated")
+        .oneAtATime();
+    publishing.example(
+        "timeout 2 kivcs2 services publish \"Ingest 1\" _mcc-feed._tcp 5000 --text rate=29.97");
+    publishing.runs([options, &context] { return publish(*options, context.json); });
+
+    Word &browsing = services.word("browse", "List the services of a type as they come");
+    addType(browsing, *options);
+    browsing.flag("-t,--terminate", options->terminate, "End when the list is complete");
+    browsing.example("kivcs2 services browse _mcc-feed._tcp -t");
+    browsing.runs([options, &context] { return browse(*options, context.json); });
+
+    Word &finding = services.word("first", "Find one service by name");
+    addLookingFor(finding, *options);
+    finding.example("kivcs2 services first \"Ingest 1\" _mcc-feed._tcp --timeout 500");
+    finding.runs([options, &context] { return first(*options, context.json); });
+
+    Word &monitoring = services.word("monitor", "Show a service's TXT record whenever it changes");
+    addLookingFor(monitoring, *options);
+    monitoring.option("--count", options->count, {}, "End after so many records; 0 goes on without end");
+    monitoring.example("kivcs2 services monitor \"Ingest 1\" _mcc-feed._tcp --timeout 500 --count 1");
+    monitoring.runs([options, &context] { return monitor(*options, context.json); });
+}
+
+} // namespace tool
