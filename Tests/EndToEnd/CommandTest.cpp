@@ -63,6 +63,14 @@ TEST_F(Command, AnswersSmallQuestions)
         {{"tc", "add", "23:59:59:24", "1", "--rate", "25"}, 0, "00:00:00:00", ""},
         {{"tc", "add", "28.2.2024 23:59:59:24", "1", "--rate", "25"}, 0, "29.2.2024 00:00:00:00", ""},
         {{"tc", "sub", "00:00:00:00", "1", "--rate", "25"}, 0, "23:59:59:24", ""},
+        {{"tc", "add", "10:00:00:00", "90m", "--rate", "25"}, 0, "11:30:00:00", ""},
+        {{"tc", "add", "10:00:00:00", "1h30m"}, 0, "11:30:00:00", ""},
+        {{"tc", "add", "10:00:00;00", "1.5h", "10m"}, 0, "11:40:00;00", ""},
+        {{"tc", "add", "23:00:00;00", "1m", "--json"}, 0, "\"timecode\": \"23:00:59;28\"", ""},
+        {{"tc", "add", "23:00:00:00", "1d2h", "--rate", "24"}, 0, "Day                    2 days later", ""},
+        {{"tc", "add", "23:59:59:24", "1", "--rate", "25"}, 0, "Day                    the next day", ""},
+        {{"tc", "sub", "00:00:00;00", "1", "--json"}, 0, "\"days\": -1", ""},
+        {{"tc", "add", "10:00:00:00", "1m1h", "--rate", "25"}, 3, "", "not a timecode"},
         {{"tc", "diff", "00:00:59;29", "00:01:00;02"}, 0, "Frames      1\n", ""},
         {{"tc", "diff", "2.1.2024 01:00:00:00", "31.12.2023 23:00:00:00", "--rate", "25"},
          0,
@@ -603,10 +611,12 @@ TEST_F(Command, ChecksumsTheOtherFilesWhenOneIsMissing)
     EXPECT_EQ(table.code, 4);
     EXPECT_THAT(table.out, HasSubstr("cbf43926"));
     EXPECT_THAT(table.err, HasSubstr("/nowhere: No such file"));
-    EXPECT_EQ(json({"crc", file, "/nowhere", file}, 4).size(), 2u);
-    // A listing that ends in a failure is JSON all the same.
+    const Json list = json({"crc", file, "/nowhere", file}, 4);
+    EXPECT_EQ(list.size(), 3u);
+    EXPECT_EQ(list.at(1).at("error").at("file"), "/nowhere");
+    // A listing that ends in a failure is JSON all the same, with the failure at its end.
     const std::string bad = write("bad.scc", kSCC + "00:00:01;00\tc1c2\nbad\n");
-    EXPECT_EQ(json({"caption", "show", bad}, 3).size(), 1u);
+    EXPECT_EQ(json({"caption", "show", bad}, 3).at(1).at("error").at("line"), 4);
 }
 
 TEST_F(Command, ReportsAFullDisk)
@@ -641,13 +651,14 @@ TEST_F(Command, EndsSilentlyWhenItsReaderHasGone)
 
 TEST_F(Command, ColoursATerminalOnlyAndNeverUnderNoColor)
 {
-    const auto onTerminal = [&](bool noColour)
+    const auto onTerminal = [&](const char *variable, const char *value)
     {
         int master = -1;
         const int child = forkpty(&master, nullptr, nullptr, nullptr);
         if (child == 0)
         {
-            noColour ? setenv("NO_COLOR", "1", 1) : unsetenv("NO_COLOR");
+            unsetenv("NO_COLOR");
+            setenv(variable, value, 1);
             execl(KIV_COMMAND, "kivcs2", "status", "0", nullptr);
             _exit(127);
         }
@@ -659,8 +670,9 @@ TEST_F(Command, ColoursATerminalOnlyAndNeverUnderNoColor)
         waitpid(child, nullptr, 0);
         return text;
     };
-    EXPECT_THAT(onTerminal(false), HasSubstr("\x1b[1m"));
-    EXPECT_THAT(onTerminal(true), testing::Not(HasSubstr("\x1b")));
+    EXPECT_THAT(onTerminal("TERM", "xterm"), HasSubstr("\x1b[1m"));
+    EXPECT_THAT(onTerminal("TERM", "dumb"), testing::Not(HasSubstr("\x1b")));
+    EXPECT_THAT(onTerminal("NO_COLOR", "1"), testing::Not(HasSubstr("\x1b")));
     EXPECT_THAT(run({"status", "0"}).out, testing::Not(HasSubstr("\x1b")));
 }
 

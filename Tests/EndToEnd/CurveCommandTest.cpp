@@ -185,7 +185,7 @@ TEST_F(Command, ListsShowsAndUnpacksCodecs)
               "Format         525i29.97 10 Bit\n"
               "Largest frame  933120 bytes\n"
               "At most        28.0 MB a second\n");
-    const Result unknown = run({"codec", "show", "prores 422"});
+    const Result unknown = run({"codec", "show", "prores 423"});
     EXPECT_EQ(unknown.code, 1);
     EXPECT_THAT(unknown.err, HasSubstr("KIVCS2STATUS_PARAM_ERR"));
     EXPECT_EQ(run({"codec", "show", "v210", "--format", "1080i26"}).code, 2);

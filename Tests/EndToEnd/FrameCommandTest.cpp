@@ -100,7 +100,8 @@ TEST_F(FrameCommand, RefusesWhatMakesNoSense)
         SCOPED_TRACE(testing::PrintToString(words));
         const Result result = run(words);
         EXPECT_EQ(result.code, row.code);
-        EXPECT_THAT(result.out, IsEmpty());
+        EXPECT_THAT(result.out, StartsWith(words.back() == "--json" ? "{\"error\":" : ""));
+        EXPECT_EQ(result.out.empty(), words.back() != "--json");
         EXPECT_THAT(result.err, StartsWith("kivcs2: "));
         EXPECT_THAT(result.err, HasSubstr(row.err));
     }

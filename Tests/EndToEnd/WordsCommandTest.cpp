@@ -32,14 +32,15 @@ protected:
     }
 };
 
-// Beside 0. Services find nobody here, and few machines have sensors.
+// Beside 0. Services find nobody here, few machines have sensors, and some have no room for a segment.
 const std::map<std::string, std::set<int>> kOtherCodes = {
     {"kivcs2 sensors show", {4, 5}},  {"kivcs2 sensors watch", {4, 5}},
     {"kivcs2 doctor", {1}},           {"kivcs2 services publish", {124}},
     {"kivcs2 services browse", {1}},  {"kivcs2 services first", {6}},
     {"kivcs2 services monitor", {6}}, {"kivcs2 services types", {0, 1, 5}},
     {"kivcs2 net listen", {6}},       {"kivcs2 net recv", {6}},
-    {"kivcs2 cdp find", {1}}};
+    {"kivcs2 shm create", {1, 4}},    {"kivcs2 shm attach", {1, 4}},
+    {"kivcs2 shm free", {1, 4}},      {"kivcs2 cdp find", {1}}};
 
 TEST_F(WordsCommand, RunsTheExampleOfEveryWord)
 {
@@ -165,6 +166,112 @@ TEST_F(WordsCommand, HelpsByWordToo)
     EXPECT_EQ(run({"help"}).out, run({"--help"}).out);
     EXPECT_EQ(run({"help", "caption", "nonsense"}).code, 2);
     EXPECT_EQ(run({"help", "tc", "show"}).code, 0);
+}
+
+TEST_F(WordsCommand, TakesNamesInAnyCaseAndNamesTheNearest)
+{
+    struct Row
+    {
+        Words arguments;
+        int code;
+        std::string found; ///< in the output if the code is 0, otherwise in the error
+    };
+    const std::vector<Row> rows = {
+        {{"format", "1080I25 10 bit"}, 0, "1080i25 10 Bit"},
+        {{"format", "1080I25"}, 0, "1080i25 8 Bit"},
+        {{"format", "525i23"}, 0, "525i23.98 8 Bit"},
+        {{"format", "1080p2"}, 1, "; it begins 1080p2"},
+        {{"format", "1081i25"}, 1, "; did you mean \"1080i25\"?"},
+        {{"codec", "show", "prores 422 (hq)"}, 0, "ProRes 422 (HQ)"},
+        {{"codec", "show", "ProRes"}, 1, "; it begins ProRes 422, ProRes 422 (HQ)"},
+        {{"curve", "run", "sininO:2:0:1", "hold:1"}, 0, "1"},
+        {{"curve", "run", "SinInuot:2:0:1"}, 2, "; did you mean \"SinInOut\"?"},
+        {{"str", "convert", "-", "--to", "UTF-16LE"}, 0, ""},
+        {{"str", "convert", "-", "--to", "utf61le"}, 2, "; did you mean \"utf16le\"?"},
+        {{"audio", "convert", "-", "-", "--channels", "1", "--input", "s16el"},
+         2,
+         "; did you mean \"s16le\"?"},
+        {{"pipe", "--mode", "REJECT", "--quiet"}, 0, ""},
+        {{"status", "CAPTOIN_ERR"}, 1, "; did you mean \"CAPTION_ERR\"?"},
+        {{"captoin", "info"}, 2, "unknown word \"captoin\"; did you mean \"caption\"?"},
+        {{"caption", "shwo"}, 2, "unknown word \"shwo\"; did you mean \"show\"?"},
+        {{"help", "tc", "ad"}, 2, "; did you mean \"add\"?"},
+        {{"caption", "convert", "a", "b", "--spares"},
+         2,
+         "unknown option \"--spares\"; did you mean \"--sparse\"?"},
+        {{"tc", "show", "1", "--jsno"}, 2, "; did you mean \"--json\"?"},
+        {{"nothing-like-it"}, 2, "unknown word \"nothing-like-it\" ("},
+    };
+    for (const Row &row : rows)
+    {
+        SCOPED_TRACE(testing::PrintToString(row.arguments));
+        const Result result = run(row.arguments);
+        EXPECT_EQ(result.code, row.code) << result.err;
+        EXPECT_THAT(row.code == 0 ? result.out : result.err, HasSubstr(row.found));
+    }
+}
+
+// One document always: what failed says so in it, with the same text as the line on standard error.
+TEST_F(WordsCommand, WritesFailuresAsDocuments)
+{
+    struct Row
+    {
+        Words arguments;
+        int code;
+        Json status, file, line;
+    };
+    const std::string broken = write("broken.scc", "Scenarist_SCC V1.0\n\n00:00:00:00\t94\n");
+    const std::string nowhere = path("nowhere").string();
+    const Json none;
+    const std::vector<Row> rows = {
+        {{"nonsense"}, 2, none, none, none},
+        {{"tc", "show"}, 2, none, none, none},
+        {{"tc", "show", "25:00"}, 3, none, none, none},
+        {{"tc", "show", "1", "--rate", "31"}, 2, none, none, none},
+        {{"caption", "info", nowhere}, 4, none, nowhere, none},
+        {{"caption", "show", broken}, 3, "KIVCS2STATUS_CAPTION_ERR", broken, 3},
+        {{"caption", "convert", nowhere, path("x.mcc")}, 4, none, nowhere, none},
+        {{"cdp", "parse", nowhere}, 4, none, nowhere, none},
+        {{"cdp", "build", "--field1", "94"}, 3, none, none, none},
+        {{"cdp", "find", "--in", "other", "-"}, 2, none, none, none},
+        {{"format", "1080p61"}, 1, none, none, none},
+        {{"codec", "show", "none"}, 1, none, none, none},
+        {{"codec", "unpack", "apcn", "toolong"}, 2, none, none, none},
+        {{"curve", "plot"}, 2, none, none, none},
+        {{"frame", "info", nowhere, "--video", "625i25"}, 4, none, nowhere, none},
+        {{"audio", "describe", "x"}, 2, none, none, none},
+        {{"crc", nowhere}, 4, none, nowhere, none},
+        {{"str", "detect", nowhere}, 4, none, nowhere, none},
+        {{"json", "a"}, 2, none, none, none},
+        {{"shm", "show", "0x7e57da7a"}, 1, none, none, none},
+        {{"net", "recv", "udp", "127.0.0.1", "0"}, 2, none, none, none},
+        {{"services", "first", "a", "nonsense"}, 2, none, none, none},
+        {{"status", "nonsense"}, 1, none, none, none},
+        {{"run", "--timeout", "x", "--", "true"}, 125, none, none, none},
+        {{"help", "nonsense"}, 2, none, none, none},
+    };
+    for (Row row : rows)
+    {
+        SCOPED_TRACE(testing::PrintToString(row.arguments));
+        row.arguments.insert(row.arguments.begin(), "--json");
+        const Result result = run(row.arguments);
+        EXPECT_EQ(result.code, row.code);
+        Json document = Json::parse(result.out, nullptr, false);
+        ASSERT_FALSE(document.is_discarded()) << result.out;
+        if (document.is_array()) // a listing, of which the failure is the last element
+            document = document.back();
+        ASSERT_TRUE(document.contains("error")) << result.out;
+        const Json error = document["error"];
+        EXPECT_EQ(error["exitCode"], row.code);
+        EXPECT_EQ(error["status"], row.status);
+        EXPECT_EQ(error["file"], row.file);
+        EXPECT_EQ(error["line"], row.line);
+        EXPECT_EQ("kivcs2: " + error["message"].get<std::string>() + "\n", result.err);
+    }
+    // Standard output that was to hold data holds nothing else.
+    const Result piped = run({"caption", "convert", nowhere, "-", "--json"});
+    EXPECT_EQ(piped.out, "");
+    EXPECT_EQ(Json::parse(piped.err.substr(0, piped.err.find('\n')))["error"]["exitCode"], 4);
 }
 
 } // namespace

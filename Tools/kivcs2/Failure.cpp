@@ -1,6 +1,8 @@
 // The status table, exit codes and the texts of failures.
 #include "Failure.h"
 
+#include "Terminal/JSON.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -130,9 +132,38 @@ std::string place(std::string_view file, uint64_t line)
     return text;
 }
 
+Failure::Failure(ExitCode code, Where where, const Shown &text)
+    : Failure(code, Shown{place(where.file, where.line) + ": "} + text)
+{
+    m_where = std::move(where);
+}
+
+Failure::Failure(KIVCS2Status status, Where where, const Shown &text)
+    : Failure(status, Shown{place(where.file, where.line) + ": "} + text)
+{
+    m_where = std::move(where);
+}
+
 Failure Failure::system(std::string_view file, int error)
 {
-    return {kExitInputOutput, (file.empty() ? "\"\"" : std::string{file}) + ": " + std::strerror(error)};
+    return {kExitInputOutput, {file.empty() ? "\"\"" : std::string{file}}, std::strerror(error)};
+}
+
+Json Failure::json() const
+{
+    const auto row = std::ranges::find(kStatuses, m_status, &StatusRow::value);
+    const bool hasStatus = m_status != KIVCS2STATUS_OK && row != kStatuses.end();
+    return {{"error",
+             {{"exitCode", static_cast<int>(m_code)},
+              {"status", hasStatus ? Json(row->name) : Json()},
+              {"file", m_where.file.empty() ? Json() : Json(m_where.file)},
+              {"line", m_where.line == 0 ? Json() : Json(m_where.line)},
+              {"message", what()}}}};
+}
+
+Json errorJson(int code, std::string_view text)
+{
+    return Failure{static_cast<ExitCode>(code), text}.json();
 }
 
 } // namespace tool

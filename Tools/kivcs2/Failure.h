@@ -14,6 +14,8 @@
 namespace tool
 {
 
+class Json;
+
 /// What the command's exit code says. Scripts depend on the values.
 enum ExitCode : int
 {
@@ -47,17 +49,27 @@ struct StatusRow
 /// Where in the input something went wrong; line 0 means the file as a whole.
 [[nodiscard]] std::string place(std::string_view file, uint64_t line);
 
+/// The same before it is a text; a failure has it in front.
+struct Where
+{
+    std::string file = {}; ///< empty: no file
+    uint64_t line = 0;
+};
+
 /// Ends the command: main prints the text after "kivcs2: " and exits with the code.
 class Failure : public std::runtime_error
 {
 public:
     Failure(ExitCode code, const Shown &text) : std::runtime_error(text.text()), m_code(code) {}
+    Failure(ExitCode code, Where where, const Shown &text);
 
     /// A library operation failed: the status is named in the line and decides the exit code.
     Failure(KIVCS2Status status, const Shown &text)
-        : std::runtime_error(text.text() + " (" + statusText(status) + ")"), m_code(exitCodeFor(status))
+        : std::runtime_error(text.text() + " (" + statusText(status) + ")"), m_code(exitCodeFor(status)),
+          m_status(status)
     {
     }
+    Failure(KIVCS2Status status, Where where, const Shown &text);
 
     /// A system call failed on `file` with `error` (an errno).
     static Failure system(std::string_view file, int error);
@@ -67,9 +79,18 @@ public:
         return m_code;
     }
 
+    /// What --json writes: {"error": {...}} with the exit code, the status, file and line, and the text; null for what
+    /// is not known.
+    [[nodiscard]] Json json() const;
+
 private:
     ExitCode m_code;
+    KIVCS2Status m_status = KIVCS2STATUS_OK;
+    Where m_where;
 };
+
+/// The same for what is no failure of ours.
+[[nodiscard]] Json errorJson(int code, std::string_view text);
 
 /// Throws the failure of `status`, if it is one.
 inline void check(KIVCS2Status status, std::string_view text)

@@ -73,6 +73,38 @@ int run(int argc, char **argv)
     return asked.word->run();
 }
 
+// Whether the command line asks for JSON, which matters before it is understood.
+bool isJsonAsked(int argc, char **argv)
+{
+    for (int index = 1; index < argc && std::string_view{argv[index]} != "--"; ++index)
+        if (std::string_view{argv[index]} == "--json")
+            return true;
+    return false;
+}
+
+// The end of the command by a failure: a line for people, and a document for programs.
+int fail(int code, const std::string &text, const tool::Json &document, bool json)
+{
+    try
+    {
+        if (json)
+            tool::writeFailure(document);
+        tool::out().flush(); // what was found before the failure is still worth reading
+    }
+    catch (...)
+    {
+        // The failure below is the one that matters.
+    }
+    tool::tellLeftOutMessages();
+    tool::note(text);
+    return code;
+}
+
+int failInside(const std::string &text, bool json)
+{
+    return fail(tool::kExitInternal, text, tool::errorJson(tool::kExitInternal, text), json);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -80,6 +112,7 @@ int main(int argc, char **argv)
     // A reader that has gone shows as a failed write, which ends the command without a word.
     tool::ignoreWriteSignals();
     tool::occupyStandardStreams();
+    const bool json = isJsonAsked(argc, argv);
     try
     {
         const int code = run(argc, argv);
@@ -93,26 +126,14 @@ int main(int argc, char **argv)
     }
     catch (const tool::Failure &failure)
     {
-        try
-        {
-            tool::out().flush(); // what was found before the failure is still worth reading
-        }
-        catch (...)
-        {
-            // The failure below is the one that matters.
-        }
-        tool::tellLeftOutMessages();
-        tool::note(failure.what());
-        return failure.code();
+        return fail(failure.code(), failure.what(), failure.json(), json);
     }
     catch (const std::bad_alloc &)
     {
-        tool::note("out of memory");
-        return tool::kExitInternal;
+        return failInside("out of memory", json);
     }
     catch (const std::exception &error)
     {
-        tool::note(std::string{"internal fault: "} + error.what());
-        return tool::kExitInternal;
+        return failInside(std::string{"internal fault: "} + error.what(), json);
     }
 }

@@ -163,9 +163,8 @@ bool LineReader::fill()
         while (m_whole > 0 && !isLineEnd(m_window[m_whole - 1]))
             --m_whole;
         if (m_whole == 0)
-            throw Failure(KIVCS2STATUS_NOT_FOUND_ERR, place(m_input.name(), m_lineEnds + 1) +
-                                                          ": a line of more than " +
-                                                          count(m_window.size(), "byte"));
+            throw Failure(KIVCS2STATUS_NOT_FOUND_ERR, Where{m_input.name(), m_lineEnds + 1},
+                          "a line of more than " + count(m_window.size(), "byte"));
     }
     if (m_whole == 0)
         return false;
@@ -205,7 +204,7 @@ bool LineReader::next()
             return true;
         }
         if (status != KIVCS2STATUS_NO_DATA_ERR)
-            throw Failure(status, m_input.name() + ": reading a line");
+            throw Failure(status, Where{m_input.name()}, "reading a line");
         countLines(m_taken, m_whole);
         m_taken = m_whole;
         if (m_atEnd && m_taken == m_filled)
@@ -226,7 +225,7 @@ CaptionReader::CaptionReader(const std::string &path, const std::string &rate, O
     check(kivCS2ClosedCaptionsMCCStream_init(&m_record, &m_unused.m_stream, true, false), "caption record");
 
     if (!m_lines.next())
-        throw Failure(KIVCS2STATUS_HEADER_ERR, m_lines.input().name() + ": empty, neither SCC nor MCC");
+        throw Failure(KIVCS2STATUS_HEADER_ERR, Where{m_lines.input().name()}, "empty, neither SCC nor MCC");
     const std::string_view first = m_lines.line();
     if (first.starts_with("Scenarist_SCC V1.0"))
         readSCCHeader(rate);
@@ -237,8 +236,8 @@ CaptionReader::CaptionReader(const std::string &path, const std::string &rate, O
         readMCCHeader(rate);
     }
     else
-        throw Failure(KIVCS2STATUS_HEADER_ERR, place(m_lines.input().name(), m_lines.number()) +
-                                                   ": neither SCC nor MCC: \"" + shortened(first) + "\"");
+        throw Failure(KIVCS2STATUS_HEADER_ERR, Where{m_lines.input().name(), m_lines.number()},
+                      "neither SCC nor MCC: \"" + shortened(first) + "\"");
     use(*m_header.counting);
 }
 
@@ -307,13 +306,12 @@ void CaptionReader::readMCCHeader(const std::string &rate)
         return;
     }
     if (m_header.rate.empty())
-        throw Failure(KIVCS2STATUS_HEADER_ERR,
-                      m_lines.input().name() + ": no \"Time Code Rate=\" (--rate says one)");
+        throw Failure(KIVCS2STATUS_HEADER_ERR, Where{m_lines.input().name()},
+                      "no \"Time Code Rate=\" (--rate says one)");
     m_header.counting = countingForMCC(m_header.rate);
     if (m_header.counting == nullptr)
-        throw Failure(KIVCS2STATUS_FRAME_RATE_ERR, place(m_lines.input().name(), rateLine) +
-                                                       ": unknown time code rate \"" +
-                                                       shortened(m_header.rate) + "\" (--rate says one)");
+        throw Failure(KIVCS2STATUS_FRAME_RATE_ERR, Where{m_lines.input().name(), rateLine},
+                      "unknown time code rate \"" + shortened(m_header.rate) + "\" (--rate says one)");
     m_header.countingReason = "Time Code Rate=" + m_header.rate;
 }
 
@@ -349,7 +347,7 @@ bool CaptionReader::next()
         if (!m_lines.next())
         {
             if (!m_anyLine)
-                throw Failure(KIVCS2STATUS_NO_DATA_ERR, m_lines.input().name() + ": holds no captions");
+                throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{m_lines.input().name()}, "holds no captions");
             return false;
         }
         if (decode(m_lines.line()))
@@ -563,7 +561,7 @@ CaptionReader::OnBadLine tellBadLines(const std::string &file, bool keepGoing)
         constexpr uint64_t kMostTold = 20;
         const std::string text = place(file, line.number) + ": " + line.text;
         if (!keepGoing)
-            throw Failure(line.status, text);
+            throw Failure(line.status, Where{file, line.number}, line.text);
         if (++told <= kMostTold)
             note(text + " (" + statusText(line.status) + ")");
         else if (told == kMostTold + 1)

@@ -59,8 +59,8 @@ Schedule readSchedule(CaptionReader &reader)
             ++schedule.sameTimecode;
         const uint64_t start = std::max<uint64_t>(line.frame, next);
         if (start + line.pairs >= UINT32_MAX)
-            throw Failure(KIVCS2STATUS_INVALID_TIMECODE_ERR,
-                          place(reader.input().name(), line.number) + ": more frames than a timecode holds");
+            throw Failure(KIVCS2STATUS_INVALID_TIMECODE_ERR, Where{reader.input().name(), line.number},
+                          "more frames than a timecode holds");
         if (line.pairs > 0 && start > line.frame)
         {
             ++schedule.delayedLines;

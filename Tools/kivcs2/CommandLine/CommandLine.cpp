@@ -89,6 +89,7 @@ struct Parser
     explicit Parser(const Word &root) : app(root.facts().help, root.facts().name)
     {
         app.get_formatter()->column_width(kColumnOfHelp);
+        app.set_version_flag("--version", root.facts().name); // the text is parse()'s
         describe(app, root, words);
     }
 
@@ -107,10 +108,46 @@ struct Parser
 
 } // namespace
 
+namespace
+{
+
+Names namesBelow(const Word &word)
+{
+    Names names;
+    for (const auto &below : word.words())
+        names.push_back(below->facts().name);
+    return names;
+}
+
+Names optionsOf(const Word &root, const Word &word)
+{
+    Names names = {"--help", "--json"};
+    for (const Word *one : {&root, &word})
+        for (const Option &option : one->options())
+            if (!option.isPositional())
+                names.push_back(option.name());
+    return names;
+}
+
+// Why the command line makes no sense, with the word or option that may have been meant.
+std::string reasonOf(const CLI::ParseError &error, const Word &root, const Word &given, const Names &extras)
+{
+    if (extras.empty())
+        return error.what();
+    const std::string &first = extras.front();
+    if (first.starts_with('-') && first.size() > 1)
+        return "unknown option \"" + visible(first) + "\"" +
+               hint(optionsOf(root, given), first.substr(0, first.find('=')));
+    // A word that is none of ours shows up as one that is missing.
+    const bool isWord = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError);
+    return isWord ? "unknown word \"" + visible(first) + "\"" + hint(namesBelow(given), first) : error.what();
+}
+
+} // namespace
+
 Asked parse(const Word &root, const std::string &version, int argc, char **argv)
 {
     Parser parser{root};
-    parser.app.set_version_flag("--version", version);
     const auto refuse = [&](const std::string &reason)
     {
         return Failure(static_cast<ExitCode>(parser.given().facts().usageCode),
@@ -130,12 +167,7 @@ Asked parse(const Word &root, const std::string &version, int argc, char **argv)
     }
     catch (const CLI::ParseError &error)
     {
-        // A word that is none of ours shows up as one that is missing.
-        const std::vector<std::string> extras = parser.app.remaining(true);
-        const bool unknown =
-            error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !extras.empty();
-        throw refuse(unknown ? "unknown word \"" + visible(extras.front()) + "\""
-                             : std::string{error.what()});
+        throw refuse(reasonOf(error, root, parser.given(), parser.app.remaining(true)));
     }
     const Word &word = parser.given();
     const std::string reason = word.refusal();
@@ -154,7 +186,8 @@ std::string helpPage(const Word &root, const Names &path)
     {
         const Word *below = word->find(name);
         if (below == nullptr)
-            throw Failure(kExitUsage, "unknown word \"" + visible(name) + "\"");
+            throw Failure(kExitUsage,
+                          "unknown word \"" + visible(name) + "\"" + hint(namesBelow(*word), name));
         prefix += (prefix.empty() ? "" : " ") + word->facts().name;
         word = below;
         part = part->get_subcommand(name);

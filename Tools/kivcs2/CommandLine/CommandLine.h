@@ -3,6 +3,8 @@
 #ifndef KIV_TOOL_COMMAND_LINE_H
 #define KIV_TOOL_COMMAND_LINE_H
 
+#include "CommandLine/Names.h"
+
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -16,8 +18,6 @@
 
 namespace tool
 {
-
-using Names = std::vector<std::string>;
 
 /// The bounds of a whole number, both included.
 struct Bounds
@@ -59,8 +59,8 @@ public:
         size_t least = 1, most = 1; ///< how many values
         bool isRequired = false;
         bool isFile = false;
+        bool isTarget = false;
         bool isOneAtATime = false;
-        bool hasAnyCase = false;
     };
 
     Option(std::string names, Target target, std::string help);
@@ -73,17 +73,18 @@ public:
     /// One value each time the option is written, so that a positional may follow.
     Option &oneAtATime();
 
-    /// Only these texts, to the letter.
-    Option &among(Names choices);
-
     /// Only these texts, in any case; the value has the spelling of the list.
-    Option &amongAnyCase(Names choices);
+    Option &among(Names choices);
 
     /// Completed by these texts, others being possible too. `list` names them: a word.
     Option &suggests(std::string list, Names (*names)());
 
     /// The name of a file.
     Option &isFile();
+
+    /// The name of a file to write. When it is "-", standard output is left to data, and documents for programs go to
+    /// standard error.
+    Option &isTarget();
 
     /// Not together with the option of this name.
     Option &excludes(const std::string &name);

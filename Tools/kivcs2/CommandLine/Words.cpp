@@ -33,13 +33,15 @@ std::string joined(const Names &names, std::string_view between)
     return text;
 }
 
-bool isEqualInAnyCase(std::string_view one, std::string_view other)
+// "RATE" for the list of "frame rates".
+std::string oneOf(std::string_view list)
 {
-    const auto lower = [](char letter)
-    {
-        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-    };
-    return std::ranges::equal(one, other, {}, lower, lower);
+    list.remove_prefix(std::min(list.find(' ') + 1, list.size()));
+    list.remove_suffix(list.ends_with("uses") ? 2 : 1);
+    std::string name{list};
+    std::ranges::transform(name, name.begin(),
+                           [](char letter) { return static_cast<char>(letter - 'a' + 'A'); });
+    return name;
 }
 
 // "2.5", and "10" without a fraction.
@@ -91,12 +93,6 @@ Option &Option::among(Names choices)
     return *this;
 }
 
-Option &Option::amongAnyCase(Names choices)
-{
-    m_facts.hasAnyCase = true;
-    return among(std::move(choices));
-}
-
 Option &Option::suggests(std::string list, Names (*names)())
 {
     m_facts.list = std::move(list);
@@ -108,6 +104,12 @@ Option &Option::isFile()
 {
     m_facts.isFile = true;
     return *this;
+}
+
+Option &Option::isTarget()
+{
+    m_facts.isTarget = true;
+    return isFile();
 }
 
 Option &Option::excludes(const std::string &name)
@@ -165,9 +167,8 @@ const std::string &Option::chosen(const std::string &text) const
 {
     if (m_facts.choices.empty())
         return text;
-    const auto found = std::ranges::find_if(
-        m_facts.choices, [&](const std::string &choice)
-        { return m_facts.hasAnyCase ? isEqualInAnyCase(choice, text) : choice == text; });
+    const auto found = std::ranges::find_if(m_facts.choices, [&text](const std::string &choice)
+                                            { return isEqualInAnyCase(choice, text); });
     if (found == m_facts.choices.end())
         throw std::invalid_argument{quoted(text) + " is none of " + joined(m_facts.choices, ", ")};
     return *found;
@@ -180,6 +181,8 @@ void Option::take(const Names &texts) const
         throw std::invalid_argument{"takes " + count(m_facts.most, "value") + " at most, not " +
                                     std::to_string(texts.size())};
     (void)chosen(first); // of any type
+    if (m_facts.isTarget && first == "-")
+        giveStandardOutputToData();
     std::visit(Overloaded{[&](bool *value) { *value = first == "true"; },
                           [&](std::string *value) { *value = chosen(first); },
                           [&](std::optional<std::string> *value) { *value = first; },
@@ -233,6 +236,8 @@ std::string Option::placeholder() const
         return joined(m_facts.choices, "|");
     if (m_facts.isFile)
         return "FILE";
+    if (!m_facts.list.empty())
+        return oneOf(m_facts.list);
     return std::visit(Overloaded{[](const bool *) { return ""; }, [](const std::string *) { return "TEXT"; },
                                  [](const std::optional<std::string> *) { return "TEXT"; },
                                  [](const Names *) { return "TEXT"; }, [](const Bytes &) { return "BYTES"; },

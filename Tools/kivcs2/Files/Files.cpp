@@ -278,7 +278,10 @@ Input::Input(const std::string &path) : m_name(place(path, 0))
     if (!canBeOverwritten(status))
         return;
     if (isOwnOutput(status))
-        throw Failure(kExitUsage, m_name + ": standard output goes into it; send the result elsewhere");
+    {
+        giveStandardOutputToData(); // the failure's document must not go into it either
+        throw Failure(kExitUsage, Where{m_name}, "standard output goes into it; send the result elsewhere");
+    }
     sources().push_back({status.st_dev, status.st_ino});
 }
 
@@ -298,7 +301,7 @@ void refuseSource(const std::string &target, ExitCode code)
     };
     const int found = target == "-" ? ::fstat(STDOUT_FILENO, &status) : ::stat(target.c_str(), &status);
     if (found == 0 && isSource(status))
-        throw Failure(code, place(target, 0) + ": is the source itself; give the target another name");
+        throw Failure(code, Where{target, 0}, "is the source itself; give the target another name");
 }
 
 size_t Input::read(std::span<uint8_t> block)
@@ -342,7 +345,7 @@ std::vector<uint8_t> readWhole(const std::string &path)
         if (count < kBlock)
             break;
         if (filled > kMostRead)
-            throw Failure(kExitNotHere, input.name() + ": more than 256 MiB");
+            throw Failure(kExitNotHere, Where{input.name()}, "more than 256 MiB");
     }
     bytes.resize(filled);
     return bytes;

@@ -1,6 +1,7 @@
 // Plots: dots of braille characters, and lines and letters in pixels.
 #include "Pictures/CurvePlot.h"
 
+#include "CommandLine/Names.h"
 #include "CommandLine/Numbers.h"
 #include "Terminal/Output.h"
 
@@ -304,19 +305,10 @@ std::optional<KIVCS2InterpolationFunction> findCurve(std::string_view text)
         return *number < kCurves.size() ? std::optional{static_cast<KIVCS2InterpolationFunction>(*number)}
                                         : std::nullopt;
 
-    const auto plain = [](std::string_view name)
-    {
-        std::string result;
-        for (const char character : name)
-            if (character != '-')
-                result += static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
-        return result;
-    };
-    const auto found =
-        std::ranges::find(kCurves, plain(text), [&](const Curve &curve) { return plain(curve.name); });
-    if (found == kCurves.end())
-        return std::nullopt;
-    return static_cast<KIVCS2InterpolationFunction>(found - kCurves.begin());
+    std::string plain{text};
+    std::erase(plain, '-');
+    const auto found = findName(curveNames(), plain);
+    return found ? std::optional{static_cast<KIVCS2InterpolationFunction>(*found)} : std::nullopt;
 }
 
 void printCurve(KIVCS2InterpolationFunction curve, size_t columns)

@@ -26,7 +26,7 @@ extern const std::array<Curve, KIVCS2InterpolationFunctionMax> kCurves;
 
 [[nodiscard]] std::vector<std::string> curveNames();
 
-/// The curve of a name in any case, "quadratic-in" too, or of its number.
+/// The curve of a name in any case or of the beginning of one alone, "quadratic-in" too, or of its number.
 [[nodiscard]] std::optional<KIVCS2InterpolationFunction> findCurve(std::string_view text);
 
 /// One curve in braille dots with axes, `columns` characters wide.

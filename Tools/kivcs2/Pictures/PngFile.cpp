@@ -19,7 +19,7 @@ void writePNG(const std::string &target, const PictureView &picture)
     // The stride counts bytes in 31 bits.
     if (picture.width == 0 || picture.height == 0 ||
         picture.rowBytes > static_cast<size_t>(std::numeric_limits<png_int_32>::max()))
-        throw Failure(kExitNotHere, target + ": no picture of this size can be a PNG");
+        throw Failure(kExitNotHere, Where{target}, "no picture of this size can be a PNG");
 
     OutputFile file{target}; // before the work: a folder that is not there is told at once
     png_image image{};
@@ -32,7 +32,7 @@ void writePNG(const std::string &target, const PictureView &picture)
     png_alloc_size_t size = bytes.size();
     if (png_image_write_to_memory(&image, bytes.data(), &size, 0, picture.pixels,
                                   static_cast<png_int_32>(picture.rowBytes), nullptr) == 0)
-        throw Failure(kExitNotHere, target + ": " + image.message);
+        throw Failure(kExitNotHere, Where{target}, image.message);
     file.write({bytes.data(), size});
     file.commit();
 }

@@ -1,6 +1,7 @@
 // Reading, converting and writing raw frames through the library's pixel buffers.
 #include "Pictures/RawFrames.h"
 
+#include "CommandLine/Names.h"
 #include "Failure.h"
 #include "Terminal/Output.h"
 
@@ -176,13 +177,14 @@ std::vector<std::string> pixelLayoutNames()
 
 const PixelLayout &pixelLayout(std::string_view name)
 {
-    const auto *found = std::ranges::find(kLayouts, name, &PixelLayout::name);
-    if (found != kLayouts.end())
-        return *found;
-    std::string names;
-    for (const PixelLayout &layout : kLayouts)
-        names += (names.empty() ? "" : ", ") + std::string{layout.name};
-    throw Failure(kExitUsage, "\"" + visible(name) + "\": not a pixel format; there are " + names);
+    const Names names = pixelLayoutNames();
+    if (const auto found = findName(names, name))
+        return kLayouts[*found];
+    std::string list;
+    for (const std::string &known : names)
+        list += (list.empty() ? "" : ", ") + known;
+    throw Failure(kExitUsage,
+                  "\"" + visible(name) + "\": not a pixel format; there are " + list + hint(names, name));
 }
 
 FrameLayout FrameLayout::in(const PixelLayout &other) const
@@ -241,7 +243,7 @@ FrameReader::FrameReader(const std::string &path, const FrameLayout &layout)
     : m_input(path), m_layout(layout), m_bytes(layout.frameBytes()), m_frame(layout, m_bytes)
 {
     if (m_input.isRegularFile() && (m_input.size() == 0 || m_input.size() % layout.frameBytes() != 0))
-        throw Failure(kExitMalformed, m_input.name() + ": " + partOfFrame(m_input.size(), layout));
+        throw Failure(kExitMalformed, Where{m_input.name()}, partOfFrame(m_input.size(), layout));
 }
 
 Frame *FrameReader::next()
@@ -253,7 +255,7 @@ Frame *FrameReader::next()
         return &m_frame;
     }
     if (filled > 0 || m_number == 0)
-        throw Failure(kExitMalformed, m_input.name() + ": " + partOfFrame(m_input.position(), m_layout));
+        throw Failure(kExitMalformed, Where{m_input.name()}, partOfFrame(m_input.position(), m_layout));
     return nullptr;
 }
 

@@ -13,6 +13,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <utility>
 
 namespace tool
@@ -27,6 +28,17 @@ constexpr auto kBetween = std::chrono::milliseconds{200};
 
 // The line of progress that stands on the terminal, to be cleared before anything else is said.
 bool theProgressIsShown = false;
+
+// The array of JSON that is being written; there is one at a time.
+enum class ArrayState
+{
+    None,
+    Empty,
+    Filled
+};
+ArrayState theArray = ArrayState::None;
+
+bool theOutputIsData = false;
 
 void clearProgress()
 {
@@ -135,7 +147,7 @@ bool Output::hasColour()
     static const bool wanted = []
     {
         const char *refused = std::getenv("NO_COLOR");
-        return ::isatty(STDOUT_FILENO) != 0 && (refused == nullptr || *refused == '\0');
+        return isScreen(STDOUT_FILENO) && (refused == nullptr || *refused == '\0');
     }();
     return wanted;
 }
@@ -210,8 +222,26 @@ Output &errors()
     return output;
 }
 
+bool isScreen(int descriptor)
+{
+    const char *kind = std::getenv("TERM");
+    return ::isatty(descriptor) != 0 && (kind == nullptr || std::string_view{kind} != "dumb");
+}
+
+void giveStandardOutputToData()
+{
+    theOutputIsData = true;
+}
+
+Output &documents()
+{
+    return theOutputIsData ? errors() : out();
+}
+
+// An array that a failure leaves is closed by writeFailure(), and by nobody when the reader has gone.
 JsonArray::JsonArray()
 {
+    theArray = ArrayState::Empty;
     out().write("[");
 }
 
@@ -219,7 +249,7 @@ JsonArray::~JsonArray()
 {
     try
     {
-        if (!m_closed)
+        if (!m_closed && std::uncaught_exceptions() == 0)
             close();
     }
     catch (...)
@@ -230,15 +260,25 @@ JsonArray::~JsonArray()
 
 void JsonArray::add(const Json &value)
 {
-    out().write(m_first ? "\n  " : ",\n  ");
+    out().write(theArray == ArrayState::Empty ? "\n  " : ",\n  ");
     out().write(jsonText(value));
-    m_first = false;
+    theArray = ArrayState::Filled;
 }
 
 void JsonArray::close()
 {
     m_closed = true;
-    out().write(m_first ? "]\n" : "\n]\n");
+    out().write(theArray == ArrayState::Empty ? "]\n" : "\n]\n");
+    theArray = ArrayState::None;
+}
+
+void writeFailure(const Json &failure)
+{
+    if (theArray == ArrayState::None)
+        documents().write(jsonText(failure) + "\n");
+    else
+        out().write((theArray == ArrayState::Empty ? "\n  " : ",\n  ") + jsonText(failure) + "\n]\n");
+    documents().flush();
 }
 
 Table::Table(std::initializer_list<std::string_view> titles)
@@ -303,7 +343,7 @@ void Facts::print(Output &to) const
     }
 }
 
-Progress::Progress(std::string what) : m_what(std::move(what)), m_terminal(::isatty(STDERR_FILENO) != 0)
+Progress::Progress(std::string what) : m_what(std::move(what)), m_terminal(isScreen(STDERR_FILENO))
 {
     // Several steps of less than a second each are work of more than a second.
     static const Clock::time_point start = Clock::now();

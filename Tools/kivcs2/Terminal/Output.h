@@ -40,7 +40,7 @@ public:
     [[nodiscard]] static Shown good(const Shown &text);
     [[nodiscard]] static Shown bad(const Shown &text);
 
-    /// Whether colours are wanted: standard output is a terminal and NO_COLOR is not set.
+    /// Whether colours are wanted: standard output is a screen and NO_COLOR is not set.
     [[nodiscard]] static bool hasColour();
 
     /// Columns that text may fill: the terminal's, or 100 where there is none.
@@ -79,8 +79,8 @@ private:
 /// A JSON value as text, on one line or indented; visible on a terminal, with every value kept.
 [[nodiscard]] std::string jsonText(const Json &value, int indent = -1);
 
-/// A JSON array given element by element, so that a long one needs no memory. When a failure ends the
-/// listing, what was listed is closed, so that programs can read it; the exit code tells.
+/// A JSON array given element by element, so that a long one needs no memory. When a failure ends the listing, the
+/// failure becomes its last element, so that programs can read what was listed.
 class JsonArray
 {
 public:
@@ -93,9 +93,20 @@ public:
     void close();
 
 private:
-    bool m_first = true;
     bool m_closed = false;
 };
+
+/// Whether a line of this descriptor can be renewed in place and coloured: a terminal, and not a dumb one.
+[[nodiscard]] bool isScreen(int descriptor);
+
+/// From here on standard output has a result that is data: documents for programs go to standard error.
+void giveStandardOutputToData();
+
+/// Where documents for programs go.
+[[nodiscard]] Output &documents();
+
+/// The failure that ends the command as the last document for programs: in the array that is open, or alone.
+void writeFailure(const Json &failure);
 
 /// Rows under aligned columns, two spaces apart.
 class Table

@@ -69,7 +69,7 @@ private:
 
 } // namespace
 
-Word &addWatchWord(Word &command, Context &context, const std::string &description,
+Word &addWatchWord(Word &command, const bool &json, const std::string &description,
                    int (*run)(const WatchOptions &options, bool json))
 {
     const auto options = std::make_shared<WatchOptions>();
@@ -79,13 +79,13 @@ Word &addWatchWord(Word &command, Context &context, const std::string &descripti
     word.option("--every", options->seconds, {0.1, 86400.0},
                 "Seconds from one reading to the next, otherwise 1");
     word.option("--count", options->readings, Bounds{1}, "End after so many readings");
-    return word.runs([&context, options, run] { return run(*options, context.json); });
+    return word.runs([&json, options, run] { return run(*options, json); });
 }
 
 int watch(const WatchOptions &options, bool json, const Watched &watched)
 {
     const EndSignals signals;
-    const bool inPlace = !json && ::isatty(STDOUT_FILENO) != 0;
+    const bool inPlace = !json && isScreen(STDOUT_FILENO);
     const auto interval =
         std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>{options.seconds});
     Screen screen;

@@ -2,8 +2,8 @@
 #ifndef KIV_TOOL_WATCH_H
 #define KIV_TOOL_WATCH_H
 
+#include "CommandLine/CommandLine.h"
 #include "Terminal/Output.h"
-#include "Words/Words.h"
 
 #include <functional>
 #include <string>
@@ -17,8 +17,9 @@ struct WatchOptions
     uint64_t readings = 0; ///< 0: until interrupted
 };
 
-/// Adds "watch" to a word of the command, with --every and --count; `run` is given them and whether JSON is wanted.
-Word &addWatchWord(Word &command, Context &context, const std::string &description,
+/// Adds "watch" to a word of the command, with --every and --count; `run` is given them and `json`, as it is
+/// when the word runs.
+Word &addWatchWord(Word &command, const bool &json, const std::string &description,
                    int (*run)(const WatchOptions &options, bool json));
 
 /// One reading in its three forms, of which one is asked for each time.

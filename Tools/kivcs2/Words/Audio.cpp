@@ -365,13 +365,14 @@ private:
 
 const SampleFormat &formatNamed(std::string_view name)
 {
-    const auto found = std::ranges::find(kSampleFormats, name, &SampleFormat::name);
-    if (found != kSampleFormats.end())
-        return *found;
+    const Names known = sampleFormatNames();
+    if (const auto found = findName(known, name))
+        return kSampleFormats[*found];
     std::string names;
     for (const SampleFormat &format : kSampleFormats)
         names += (names.empty() ? "" : ", ") + std::string{format.name};
-    throw Failure(kExitUsage, "\"" + visible(name) + "\": the formats of samples are " + names);
+    throw Failure(kExitUsage,
+                  "\"" + visible(name) + "\": the formats of samples are " + names + hint(known, name));
 }
 
 // Calls `take` with the frames of the input, block by block; returns how many there were.
@@ -384,10 +385,10 @@ uint64_t readFrames(Input &input, uint32_t frameBytes, const std::string &target
     while (const size_t size = input.read(block))
     {
         if (size % frameBytes != 0)
-            throw Failure(kExitMalformed, input.name() + ": " + count(size % frameBytes, "byte") +
-                                              " left over after " +
-                                              count(frames + size / frameBytes, "frame") + " of " +
-                                              count(frameBytes, "byte"));
+            throw Failure(kExitMalformed, Where{input.name()},
+                          count(size % frameBytes, "byte") + " left over after " +
+                              count(frames + size / frameBytes, "frame") + " of " +
+                              count(frameBytes, "byte"));
         take(std::span<const uint8_t>{block.data(), size}, frames);
         frames += size / frameBytes;
         progress.at(input.position(), input.size());
@@ -408,7 +409,8 @@ uint64_t splitFile(const PCMOptions &options, Input &input, Converter &converter
                           converter.split(bytes);
                           const uint64_t start = before * converter.outSample();
                           if (start + converter.channel(0).size() > plane)
-                              throw Failure(kExitInputOutput, input.name() + ": it grows while it is read");
+                              throw Failure(kExitInputOutput, Where{input.name()},
+                                            "it grows while it is read");
                           for (size_t channel = 0; channel < options.channels; ++channel)
                               output.writeAt(converter.channel(channel), channel * plane + start);
                       });
@@ -443,7 +445,7 @@ int convertPCM(const PCMOptions &options)
     const uint64_t frames = options.split ? splitFile(options, input, converter, output)
                                           : convertFile(options, input, converter, output);
     if (options.split && frames != input.size() / converter.inFrame())
-        throw Failure(kExitInputOutput, input.name() + ": it became shorter while it was read");
+        throw Failure(kExitInputOutput, Where{input.name()}, "it became shorter while it was read");
     output.commit();
 
     const uint32_t channels = options.only != 0 ? 1 : options.channels;
@@ -524,7 +526,7 @@ void addConvertWord(Word &audio, Context &context)
     word.option("source", options->source, "Raw samples, interleaved; - for standard input")
         .required()
         .isFile();
-    word.option("target", options->target, "The result; - for standard output").required().isFile();
+    word.option("target", options->target, "The result; - for standard output").required().isTarget();
     word.option("--input", options->input, "Format of the samples")
         .required()
         .suggests("sample formats", sampleFormatNames);

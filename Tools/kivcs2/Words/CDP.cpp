@@ -72,9 +72,10 @@ std::vector<uint8_t> fromHex(std::span<const uint8_t> text, const std::string &n
             continue;
         const int digit = hexDigit(text[at]);
         if (digit < 0)
-            throw Failure(kExitMalformed, name + ": neither a packet nor hexadecimal text: \"" +
-                                              visible({reinterpret_cast<const char *>(&text[at]), 1}) +
-                                              "\" at byte " + std::to_string(at));
+            throw Failure(kExitMalformed, Where{name},
+                          "neither a packet nor hexadecimal text: \"" +
+                              visible({reinterpret_cast<const char *>(&text[at]), 1}) + "\" at byte " +
+                              std::to_string(at));
         if (high < 0)
             high = digit;
         else
@@ -84,7 +85,7 @@ std::vector<uint8_t> fromHex(std::span<const uint8_t> text, const std::string &n
         }
     }
     if (high >= 0)
-        throw Failure(kExitMalformed, name + ": an odd number of hexadecimal digits");
+        throw Failure(kExitMalformed, Where{name}, "an odd number of hexadecimal digits");
     return bytes;
 }
 
@@ -133,74 +134,81 @@ std::string pairsText(const PairList &list)
     return text.empty() ? "none" : text;
 }
 
+// A section that stands at `at`: the row's name and content, and where the next one begins; 0 when none can follow.
+struct SectionRow
+{
+    const char *name;
+    std::string content;
+    size_t next;
+};
+
+SectionRow captionSection(std::span<const uint8_t> cdp, size_t at)
+{
+    const size_t triplets = cdp[at + 1] & 0x1Fu;
+    size_t valid608 = 0, valid708 = 0, empty = 0;
+    size_t next = at + 2;
+    for (size_t index = 0; index < triplets && next + 3 <= cdp.size(); ++index, next += 3)
+    {
+        const bool valid = (cdp[next] & 4u) != 0;
+        (!valid ? empty : (cdp[next] & 3u) < 2 ? valid608 : valid708) += 1;
+    }
+    return {"cc_data",
+            print("%zu triplets: %zu CEA-608, %zu CEA-708, %zu empty", triplets, valid608, valid708, empty),
+            next};
+}
+
+SectionRow serviceSection(std::span<const uint8_t> cdp, size_t at)
+{
+    const size_t services = cdp[at + 1] & 0x0Fu;
+    std::string text = count(services, "service");
+    for (size_t index = 0; index < services && at + 2 + index * 7 + 7 <= cdp.size(); ++index)
+    {
+        const auto service = cdp.subspan(at + 2 + index * 7, 7);
+        std::string language;
+        for (const uint8_t character : service.subspan(1, 3))
+            language += character > ' ' && character < 0x7F ? static_cast<char>(character) : ' ';
+        text += (service[4] & 0x80u) != 0 ? ", CEA-708" : ", line 21";
+        if (language != "   ")
+            text += " language " + language;
+    }
+    return {"services", text, at + 2 + services * 7};
+}
+
+SectionRow sectionAt(std::span<const uint8_t> cdp, size_t at)
+{
+    const uint8_t id = cdp[at];
+    if (id == 0x71 && at + 5 <= cdp.size())
+        return {"time code", hexOf(cdp.subspan(at + 1, 4)), at + 5};
+    if (id == 0x72)
+        return captionSection(cdp, at);
+    if (id == 0x73)
+        return serviceSection(cdp, at);
+    if (id == 0x74 && at + 4 <= cdp.size())
+        return {"footer", print("sequence %u, checksum %02X", cdp[at + 1] << 8 | cdp[at + 2], cdp[at + 3]),
+                at + 4};
+    return {"unknown", print("id %02X", id), 0};
+}
+
 // The sections one by one, as far as they are whole.
 void printSections(const PacketFacts &facts)
 {
-    const std::span<const uint8_t> cdp{facts.bytes.data(), facts.size};
-    const size_t end = std::min<size_t>(cdp[2], cdp.size());
+    const std::span<const uint8_t> whole{facts.bytes.data(), facts.size};
+    const auto cdp = whole.first(std::min<size_t>(whole[2], whole.size()));
     Table table{">Offset", "Section", "Content"};
     const auto flag = [&](uint8_t bit, const char *name)
     {
-        return (cdp[4] & bit) != 0 ? std::string{", "} + name : std::string{};
+        return (whole[4] & bit) != 0 ? std::string{", "} + name : std::string{};
     };
     table.add({"0", "header",
-               print("%u bytes, %s frames a second, sequence %u", cdp[2],
+               print("%u bytes, %s frames a second, sequence %u", whole[2],
                      std::string{cdpRateName(facts.rateCode)}.c_str(), facts.sequence) +
                    flag(0x80, "time code") + flag(0x40, "caption data") + flag(0x20, "service information") +
                    flag(0x02, "caption service active")});
-    size_t at = 7;
-    while (at + 1 < end)
+    for (size_t at = 7; at != 0 && at + 1 < cdp.size();)
     {
-        const std::string offset = std::to_string(at);
-        const uint8_t id = cdp[at];
-        if (id == 0x71 && at + 5 <= end)
-        {
-            table.add({offset, "time code", hexOf(cdp.subspan(at + 1, 4))});
-            at += 5;
-        }
-        else if (id == 0x72)
-        {
-            const size_t triplets = cdp[at + 1] & 0x1Fu;
-            size_t valid608 = 0, valid708 = 0, empty = 0;
-            size_t next = at + 2;
-            for (size_t index = 0; index < triplets && next + 3 <= end; ++index, next += 3)
-            {
-                const bool valid = (cdp[next] & 4u) != 0;
-                (!valid ? empty : (cdp[next] & 3u) < 2 ? valid608 : valid708) += 1;
-            }
-            table.add({offset, "cc_data",
-                       print("%zu triplets: %zu CEA-608, %zu CEA-708, %zu empty", triplets, valid608,
-                             valid708, empty)});
-            at = next;
-        }
-        else if (id == 0x73)
-        {
-            const size_t services = cdp[at + 1] & 0x0Fu;
-            std::string text = count(services, "service");
-            for (size_t index = 0; index < services && at + 2 + index * 7 + 7 <= end; ++index)
-            {
-                const auto service = cdp.subspan(at + 2 + index * 7, 7);
-                std::string language;
-                for (const uint8_t character : service.subspan(1, 3))
-                    language += character > ' ' && character < 0x7F ? static_cast<char>(character) : ' ';
-                text += (service[4] & 0x80u) != 0 ? ", CEA-708" : ", line 21";
-                if (language != "   ")
-                    text += " language " + language;
-            }
-            table.add({offset, "services", text});
-            at += 2 + services * 7;
-        }
-        else if (id == 0x74 && at + 4 <= end)
-        {
-            table.add({offset, "footer",
-                       print("sequence %u, checksum %02X", cdp[at + 1] << 8 | cdp[at + 2], cdp[at + 3])});
-            at += 4;
-        }
-        else
-        {
-            table.add({offset, "unknown", print("id %02X", id)});
-            break;
-        }
+        const SectionRow row = sectionAt(cdp, at);
+        table.add({std::to_string(at), row.name, row.content});
+        at = row.next;
     }
     table.print();
 }
@@ -253,7 +261,7 @@ int parse(const Arguments &arguments, bool json)
     std::string text;
     for (const std::string &fault : facts.faults)
         text += (text.empty() ? "" : "; ") + fault;
-    throw Failure(kExitMalformed, name + ": " + text + " (" + statusText(KIVCS2STATUS_DATA_ERR) + ")");
+    throw Failure(kExitMalformed, Where{name}, text + " (" + statusText(KIVCS2STATUS_DATA_ERR) + ")");
 }
 
 int build(const Arguments &arguments, bool json)
@@ -399,8 +407,8 @@ void findIn436M(std::vector<uint8_t> &bytes, const std::string &name, Findings &
             end = payload > bytes.size() ? bytes.size() + 1 : end + kLineHeader + payload;
         }
         if (end > bytes.size())
-            throw Failure(KIVCS2STATUS_FORMAT_ERR,
-                          name + ": the frame at byte " + std::to_string(at) + " is cut short");
+            throw Failure(KIVCS2STATUS_FORMAT_ERR, Where{name},
+                          "the frame at byte " + std::to_string(at) + " is cut short");
         KIVCS2MemoryStream stream{};
         check(kivCS2MemoryStream_initWithBytes(&stream, bytes.data() + at, end - at), "wrapped data");
         std::array<uint8_t, 256> cdp{};
@@ -450,7 +458,7 @@ void addBuildWord(Word &cdp, Context &context)
     word.flag("--sdi", arguments->sdi, "With a second service descriptor, language eng");
     word.flag("--atom", arguments->atom, "With a QuickTime atom header in front");
     word.flag("--binary", arguments->binary, "Write bytes, not hexadecimal text");
-    word.option("-o,--output", arguments->output, "Where to write; - is standard output").isFile();
+    word.option("-o,--output", arguments->output, "Where to write; - is standard output").isTarget();
     word.example("kivcs2 cdp build --field1 942c --rate 29.97 --sequence 7");
     word.runs([&context, arguments] { return build(*arguments, context.json); });
 }
@@ -462,7 +470,7 @@ void addFindWord(Word &cdp, Context &context)
     word.option("file", arguments->file, "A file; - is standard input").required().isFile();
     word.option("--in", arguments->in, "291m: ancillary packets; 436m: wrapped data")
         .required()
-        .amongAnyCase({"291m", "436m"});
+        .among({"291m", "436m"});
     word.option("--words", arguments->words,
                 "291m: 8bit, 8bit-adf, 10bit (16-bit big-endian units), 10bit-adf")
         .suggests("word forms", wordFormNames);

@@ -632,7 +632,7 @@ void addCaptionCommand(Word &root, Context &context)
     keepGoing(convert);
     convert.option("target", arguments->target, "The MCC file to write, named *.mcc; - is standard output")
         .required()
-        .isFile();
+        .isTarget();
     convert.option("--mcc-version", arguments->mccVersion, {1, 2},
                    "1 or 2; without it 1 from SCC, 2 from MCC");
     convert.flag("--sparse", arguments->sparse, "Packets only on frames that have a pair");

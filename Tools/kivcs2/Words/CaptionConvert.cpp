@@ -126,8 +126,8 @@ void requireMCCTarget(const std::string &target)
     if (target == "-" || isPlace ||
         std::equal(given.begin(), given.end(), ending.begin(), ending.end(), isSame))
         return;
-    throw Failure(kExitUsage,
-                  place(target, 0) + ": only MCC files are written: give the target the ending .mcc");
+    throw Failure(kExitUsage, Where{target, 0},
+                  "only MCC files are written: give the target the ending .mcc");
 }
 
 struct Check
@@ -231,7 +231,7 @@ int convertSCC(const CaptionArguments &arguments, CaptionReader &reader)
     Schedule schedule = readSchedule(reader);
     const uint64_t repaired = arguments.fixParity ? setOddParity(schedule) : 0;
     if (schedule.pairs.empty())
-        throw Failure(KIVCS2STATUS_NO_DATA_ERR, reader.input().name() + ": holds no caption pairs");
+        throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{reader.input().name()}, "holds no caption pairs");
 
     uint64_t captionsIn = 0;
     CaptionScreen screen{arguments.field, [&](const ShownCaption &)
@@ -330,8 +330,8 @@ int convertMCC(const CaptionArguments &arguments, CaptionReader &reader)
         {
             const KIVCS2ClosedCaption &caption = reader.caption();
             if (version < 2 && (caption.m_flags & KIVCS2ClosedCaptionFlag_HasField) != 0)
-                throw Failure(KIVCS2STATUS_FORMAT_ERR, place(reader.input().name(), reader.lineNumber()) +
-                                                           ": a field suffix, which version 1 cannot hold");
+                throw Failure(KIVCS2STATUS_FORMAT_ERR, Where{reader.input().name(), reader.lineNumber()},
+                              "a field suffix, which version 1 cannot hold");
             writer.write(caption);
             addToDigest(digest, caption);
             ++packets;
@@ -340,7 +340,7 @@ int convertMCC(const CaptionArguments &arguments, CaptionReader &reader)
         writer.finish();
     }
     if (packets == 0) // every line was bad, and passed over
-        throw Failure(KIVCS2STATUS_NO_DATA_ERR, reader.input().name() + ": holds no caption packets");
+        throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{reader.input().name()}, "holds no caption packets");
     output.flush();
     const MCCScan scan = readBack(output.readablePath(), arguments, *header.counting, nullptr);
     if (scan.packets != packets || scan.digest != digest)

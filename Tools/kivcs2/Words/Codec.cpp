@@ -125,15 +125,20 @@ int showCodec(const std::string &wanted, const std::string &formatName, bool jso
 {
     uint32_t code = 0;
     std::optional<std::string> name;
-    if (KIVCS2_SUCCEEDED(kivCS2Codec_getFourCCFromString(wanted.c_str(), &code)))
-        name = wanted;
-    else if (const auto parsed = parseCode(wanted))
+    const Names names = codecNames();
+    if (const auto parsed = parseCode(wanted))
         name = nameOf(code = *parsed);
+    if (const auto found = findName(names, wanted); !name && found)
+    {
+        name = names[*found];
+        check(kivCS2Codec_getFourCCFromString(name->c_str(), &code), *name);
+    }
     if (!name)
     {
-        note("no codec has the name or code \"" + wanted + "\" (" + statusText(KIVCS2STATUS_PARAM_ERR) +
-             "); kivcs2 codec list has them");
-        return kExitNo;
+        const std::string nearest = hint(names, wanted);
+        throw Failure(kExitNo, "no codec has the name or code \"" + wanted + "\" (" +
+                                   statusText(KIVCS2STATUS_PARAM_ERR) + ")" +
+                                   (nearest.empty() ? "; kivcs2 codec list has them" : nearest));
     }
 
     KIVCS2VideoFormatDescription format{};

@@ -28,7 +28,11 @@ KIVCS2InterpolationFunction curveNamed(const std::string &text)
 {
     const auto curve = findCurve(text);
     if (!curve)
-        throw usage("\"" + text + "\" is no curve; kivcs2 curve list has them");
+    {
+        const std::string nearest = hint(curveNames(), text);
+        throw usage("\"" + text + "\" is no curve" +
+                    (nearest.empty() ? "; kivcs2 curve list has them" : nearest));
+    }
     return *curve;
 }
 
@@ -253,7 +257,7 @@ void addCurveCommand(Word &root, Context &context)
     const auto drawn = std::make_shared<std::string>();
     const auto side = std::make_shared<uint32_t>(0);
     Word &png = curve.word("png", "The same as a picture");
-    png.option("file", *target, "The PNG file; - is standard output").required().isFile();
+    png.option("file", *target, "The PNG file; - is standard output").required().isTarget();
     png.option("curve", *drawn, "A name or a number; all when left out").suggests("curves", curveNames);
     png.option("--side", *side, {64, 2000},
                "Pixels of a plot, wide and high; otherwise 480 alone and 200 among others");

@@ -117,8 +117,7 @@ int showFormat(const std::string &wanted, bool json)
     const auto format = findVideoFormat(wanted);
     if (!format)
     {
-        note(noVideoFormat(wanted));
-        return kExitNo;
+        throw Failure(kExitNo, noVideoFormat(wanted));
     }
     if (json)
         out().json(toJson(*format));
@@ -195,6 +194,45 @@ int showRates(const std::string &wanted, bool json)
     return kExitYes;
 }
 
+constexpr std::string_view kEightBit = " 8 Bit";
+
+Names eightBitNames()
+{
+    Names names;
+    for (const std::string &name : videoFormatNames())
+        if (name.ends_with(kEightBit))
+            names.push_back(name);
+    return names;
+}
+
+// A name of the table for what a user typed: in any case, without the pixel format for 8 Bit, or the beginning of one
+// name alone. What is none of these stays.
+std::string fullName(const std::string &wanted)
+{
+    const Names all = videoFormatNames();
+    const std::string eightBit = wanted + std::string{kEightBit};
+    for (const std::string &text : {wanted, eightBit})
+        if (const auto same = std::ranges::find_if(all, [&text](const std::string &name)
+                                                   { return isEqualInAnyCase(name, text); });
+            same != all.end())
+            return *same;
+    for (const Names &names : {all, eightBitNames()})
+        if (const auto found = findName(names, wanted))
+            return names[*found];
+    return wanted;
+}
+
+// The pixel format may be left out, so that a name is near to its beginning too.
+std::string nearestFormat(const std::string &wanted)
+{
+    Names names = eightBitNames();
+    if (wanted.find(' ') == std::string::npos)
+        for (std::string &name : names)
+            name.erase(name.size() - kEightBit.size());
+    const std::string text = hint(names, wanted);
+    return text.empty() ? "; kivcs2 format lists them" : text;
+}
+
 bool isCode(const std::string &wanted)
 {
     return wanted.starts_with("0x") || wanted.starts_with("0X");
@@ -212,8 +250,7 @@ std::optional<KIVCS2VideoFormatDescription> findVideoFormat(const std::string &w
             throw Failure(kExitUsage, "\"" + visible(wanted) + "\": not a 32-bit format code");
         code = static_cast<KIVCS2VideoFormat>(*number);
     }
-    else if (KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName(wanted.c_str(), &code)) &&
-             KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName((wanted + " 8 Bit").c_str(), &code)))
+    else if (KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName(fullName(wanted).c_str(), &code)))
         return std::nullopt;
     KIVCS2VideoFormatDescription description{};
     if (KIVCS2_FAILED(kivCS2VideoFormat_getDescription(code, &description)))
@@ -232,9 +269,9 @@ std::vector<std::string> videoFormatNames()
 std::string noVideoFormat(const std::string &wanted)
 {
     const std::string status = " (" + statusText(KIVCS2STATUS_VIDEO_FORMAT_ERR) + ")";
-    return isCode(wanted) ? "no video format has the code " + visible(wanted) + status
-                          : "no video format is named \"" + visible(wanted) + "\"" + status +
-                                "; kivcs2 format lists them";
+    return isCode(wanted)
+               ? "no video format has the code " + visible(wanted) + status
+               : "no video format is named \"" + visible(wanted) + "\"" + status + nearestFormat(wanted);
 }
 
 void addFormatCommand(Word &root, Context &context)

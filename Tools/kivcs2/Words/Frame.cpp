@@ -501,7 +501,7 @@ void addFrameCommand(Word &root, Context &context)
         if (row.hasSource)
             word.option("file", arguments->source, "Raw frames; - is standard input").required().isFile();
         if (row.hasTarget)
-            word.option("target", arguments->target, "The result; - is standard output").isFile();
+            word.option("target", arguments->target, "The result; - is standard output").isTarget();
         addLayout(word, *arguments, row.hasSource);
         addLooking(word, *arguments);
         word.refuses(

@@ -83,7 +83,11 @@ Address resolve(const Options &options)
 class Lines
 {
 public:
-    Lines(bool json, bool onErrors) : m_json{json}, m_to{onErrors ? errors() : out()} {}
+    Lines(bool json, bool onErrors) : m_json{json}, m_to{onErrors ? errors() : out()}
+    {
+        if (onErrors)
+            giveStandardOutputToData();
+    }
 
     void tell(const Json &object, const std::string &text)
     {

@@ -413,7 +413,8 @@ class Meter
 {
 public:
     Meter(bool asked, uint64_t capacity)
-        : m_capacity(capacity), m_terminal(::isatty(STDERR_FILENO) != 0), m_shown(asked || m_terminal)
+        : m_capacity(capacity), m_terminal(isScreen(STDERR_FILENO)),
+          m_shown(asked || ::isatty(STDERR_FILENO) != 0)
     {
     }
 
@@ -565,6 +566,7 @@ void addPipeCommand(Word &root, Context &context)
     word.runs(
         [&context, options]
         {
+            giveStandardOutputToData();
             checkSizes(*options);
             return runPipeAndDie(*options, context.json);
         });

@@ -341,7 +341,7 @@ void addSensorsCommand(Word &root, Context &context)
     shown.example("kivcs2 sensors show");
     shown.runs([&context, keys] { return show(context.json, *keys); });
 
-    addWatchWord(sensors, context, "The same again and again, until interrupted", watchSensors)
+    addWatchWord(sensors, context.json, "The same again and again, until interrupted", watchSensors)
         .example("kivcs2 sensors watch --every 5 --count 2");
 }
 

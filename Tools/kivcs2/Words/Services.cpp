@@ -17,6 +17,8 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
+#include <span>
 #include <thread>
 
 namespace tool
@@ -81,15 +83,26 @@ struct Found
     uint32_t port = 0;
 };
 
+// The whole of a text that the library hands out in ASCII, with "?" for other characters; `ascii` when there is none.
+std::string wholeText(CFStringRef text, const char *ascii)
+{
+    char characters[4 * KIVCS2BonjourNameMax] = {};
+    return text != nullptr && CFStringGetCString(text, characters, sizeof characters, kCFStringEncodingUTF8)
+               ? characters
+               : ascii;
+}
+
 Found describe(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *service)
 {
     Found found;
     const char *text = nullptr;
     KIVCS2BonjourAddress *address = nullptr;
+    const auto *record =
+        service != nullptr ? service : reinterpret_cast<KIVCS2BonjourService *>(browser->m_services.m_next);
     check(kivCS2Bonjour_getServiceName(browser, service, &text), "name");
-    found.name = text;
+    found.name = wholeText(CFNetServiceGetName(record->m_service), text);
     check(kivCS2Bonjour_getHostname(browser, service, &text), "host");
-    found.host = text;
+    found.host = wholeText(CFNetServiceGetTargetHost(record->m_service), text);
     check(kivCS2Bonjour_getFirstPort(browser, service, &found.port), "port");
     check(kivCS2Bonjour_getAddressesList(browser, service, &address), "addresses");
     for (; address != nullptr; address = reinterpret_cast<KIVCS2BonjourAddress *>(address->m_elem.m_next))
@@ -326,6 +339,117 @@ int browse(const Options &options, bool json)
     return listed > 0 || !options.terminate ? kExitYes : kExitNo;
 }
 
+// A search for the names of services by the platform itself: the library's browser takes types of two labels only, and
+// resolves what it finds.
+class NameSearch
+{
+public:
+    NameSearch(const std::string &type, const std::string &domain)
+        : m_type(CFStringCreateWithCString(nullptr, type.c_str(), kCFStringEncodingUTF8)),
+          m_domain(CFStringCreateWithCString(nullptr, domain.c_str(), kCFStringEncodingUTF8))
+    {
+        CFNetServiceClientContext context{0, this, nullptr, nullptr, nullptr};
+        m_browser = CFNetServiceBrowserCreate(nullptr, came, &context);
+        if (m_type == nullptr || m_domain == nullptr || m_browser == nullptr)
+            throw std::bad_alloc{};
+        m_thread =
+            std::thread{[this]
+                        {
+                            (void)CFNetServiceBrowserSearchForServices(m_browser, m_domain, m_type, nullptr);
+                        }};
+    }
+    NameSearch(const NameSearch &) = delete;
+    NameSearch &operator=(const NameSearch &) = delete;
+    ~NameSearch()
+    {
+        CFNetServiceBrowserInvalidate(m_browser);
+        m_thread.join();
+        CFRelease(m_browser);
+        CFRelease(m_type);
+        CFRelease(m_domain);
+    }
+
+    [[nodiscard]] std::optional<std::string> take()
+    {
+        return m_names.take();
+    }
+
+private:
+    static void came(CFNetServiceBrowserRef, CFOptionFlags flags, CFTypeRef service, CFStreamError *,
+                     void *info)
+    {
+        if (service == nullptr || (flags & kCFNetServiceFlagRemove) != 0)
+            return;
+        static_cast<NameSearch *>(info)->m_names.put(
+            [service] {
+                return wholeText(
+                    CFNetServiceGetName(static_cast<CFNetServiceRef>(const_cast<void *>(service))), "");
+            });
+    }
+
+    CFStringRef m_type;
+    CFStringRef m_domain;
+    CFNetServiceBrowserRef m_browser = nullptr;
+    Arrivals<std::string> m_names;
+    std::thread m_thread;
+};
+
+// What the searches find until nothing has come for a while, each as often as it was found; nothing once it is to end.
+std::optional<std::vector<std::set<std::string>>>
+namesOf(std::span<const std::unique_ptr<NameSearch>> searches, const EndSignals &signals)
+{
+    std::vector<std::set<std::string>> found(searches.size());
+    auto last = std::chrono::steady_clock::now();
+    for (;;)
+    {
+        for (size_t index = 0; index < searches.size(); ++index)
+            while (const auto name = searches[index]->take())
+            {
+                found[index].insert(*name);
+                last = std::chrono::steady_clock::now();
+            }
+        const auto left = last + kQuietTime - std::chrono::steady_clock::now();
+        if (left <= 0s)
+            return found;
+        if (signals.waitFor(left) == EndSignals::Event::End)
+            return std::nullopt;
+    }
+}
+
+// The question for types (RFC 6763, 9) is answered by names such as "_http", and the platform does not hand out the
+// protocol behind it: the services of both protocols are asked for.
+int listTypes(const Options &options, bool json)
+{
+    const EndSignals signals;
+    std::vector<std::unique_ptr<NameSearch>> searches;
+    searches.push_back(std::make_unique<NameSearch>("_services._dns-sd._udp", options.domain));
+    const auto labels = namesOf(searches, signals);
+    searches.clear();
+    std::vector<std::string> types;
+    for (const std::string &label : labels ? labels->front() : std::set<std::string>{})
+        for (const char *protocol : {"._tcp", "._udp"})
+        {
+            types.push_back(label + protocol);
+            searches.push_back(std::make_unique<NameSearch>(types.back(), options.domain));
+        }
+    const auto services = namesOf(searches, signals);
+    if (!services)
+        return kExitNo;
+    Json list = Json::array();
+    Table table{"Type", ">Services"};
+    for (size_t index = 0; index < types.size(); ++index)
+        if (const size_t number = (*services)[index].size(); number > 0)
+        {
+            list.push_back({{"type", types[index]}, {"services", number}});
+            table.add({types[index], std::to_string(number)});
+        }
+    if (json)
+        out().json(list);
+    else if (!list.empty())
+        table.print();
+    return list.empty() ? kExitNo : kExitYes;
+}
+
 // Ends the process in the midst of a search for the first service, which goes on for its time-out whatever
 // happens: its semaphores' names would stay on the machine.
 [[noreturn]] void leaveSearch(KIVCS2BonjourBrowser &browser)
@@ -454,6 +578,12 @@ void addServicesCommand(Word &root, Context &context)
     browsing.flag("-t,--terminate", options->terminate, "End when the list is complete");
     browsing.example("kivcs2 services browse _mcc-feed._tcp -t");
     browsing.runs([options, &context] { return browse(*options, context.json); });
+
+    Word &types = services.word("types", "List the types of services, and how many of each are offered");
+    types.option("--domain", options->domain, "Domain to use instead of local");
+    types.about("A type is listed when a service of it answers, over three seconds.");
+    types.example("kivcs2 services types");
+    types.runs([options, &context] { return listTypes(*options, context.json); });
 
     Word &finding = services.word("first", "Find one service by name");
     addLookingFor(finding, *options);

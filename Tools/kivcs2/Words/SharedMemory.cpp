@@ -205,8 +205,7 @@ void report(uint32_t key, bool json)
 
 int noSegment(uint32_t key)
 {
-    note("key " + keyText(key) + " has no segment");
-    return kExitNo;
+    throw Failure(kExitNo, "key " + keyText(key) + " has no segment");
 }
 
 int show(const std::optional<std::string> &wanted, bool json)
@@ -250,10 +249,9 @@ struct CreateOptions
 int refuseToCreate(uint32_t key, bool clear)
 {
     const auto existing = findSegment(key);
-    note("key " + keyText(key) + " has a segment" +
-         (existing ? " of " + count(existing->size, "byte") : std::string{}) +
-         (clear ? "" : "; --clear takes it and sets it to zero"));
-    return kExitNo;
+    throw Failure(kExitNo, "key " + keyText(key) + " has a segment" +
+                               (existing ? " of " + count(existing->size, "byte") : std::string{}) +
+                               (clear ? "" : "; --clear takes it and sets it to zero"));
 }
 
 // Makes a segment where there is none: of two commands that create one, the second must not clear what the
@@ -319,8 +317,8 @@ int attach(const AttachOptions &options)
     Attachment attachment{key, 0, false};
     const auto bytes = selectBytes(attachment, options);
     if (data.size() > bytes.size())
-        throw Failure(kExitMalformed, place(options.source, 0) + ": " + count(data.size(), "byte") +
-                                          ", and there is room for " + std::to_string(bytes.size()));
+        throw Failure(kExitMalformed, Where{options.source, 0},
+                      count(data.size(), "byte") + ", and there is room for " + std::to_string(bytes.size()));
     std::ranges::copy(data, bytes.begin());
     if (!options.target.empty())
     {
@@ -357,8 +355,8 @@ int findKey(const std::string &start, bool json)
     uint32_t key = 0;
     if (const KIVCS2Status status = kivCS2SharedMemory_findKey(first, &key); KIVCS2_FAILED(status))
     {
-        note("no key is free among the 10000 from " + keyText(first) + " on (" + statusText(status) + ")");
-        return kExitNo;
+        throw Failure(kExitNo, "no key is free among the 10000 from " + keyText(first) + " on (" +
+                                   statusText(status) + ")");
     }
     if (json)
         out().json({{"key", key}});
@@ -403,7 +401,7 @@ void addAttaching(Word &shm)
     attached.option("-w,--write", attachment->source, "Copy this file into the segment")
         .isFile()
         .excludes("--read");
-    attached.option("-r,--read", attachment->target, "Copy the segment into this file").isFile();
+    attached.option("-r,--read", attachment->target, "Copy the segment into this file").isTarget();
     attached.option("--offset", attachment->offset, "First byte in the segment");
     attached.option("--length", attachment->length, "Bytes of the segment, otherwise to its end");
     attached.flag("--free", attachment->free, "Free it afterwards instead of leaving it");

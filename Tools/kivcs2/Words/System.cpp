@@ -179,7 +179,7 @@ void addSystemCommand(Word &root, Context &context)
     shown.example("kivcs2 sys show");
     shown.runs([&context] { return show(context.json); });
 
-    addWatchWord(system, context, "The memory again and again, until interrupted", watchMemory)
+    addWatchWord(system, context.json, "The memory again and again, until interrupted", watchMemory)
         .example("kivcs2 sys watch --every 0.5 --count 2");
 }
 

@@ -42,17 +42,32 @@ constexpr std::array<EncodingRow, 8> kEncodings = {{
     {"latin1", KIVCS2StringEncoding_ISOLatin1, 1, ""sv, false},
 }};
 
+Names encodingNames()
+{
+    Names names{"auto"};
+    for (const EncodingRow &row : kEncodings)
+        names.emplace_back(row.name);
+    return names;
+}
+
+Names statusNames()
+{
+    Names names;
+    for (const StatusRow &row : statusTable())
+        names.emplace_back(row.name.substr(sizeof "KIVCS2STATUS_" - 1));
+    return names;
+}
+
 const EncodingRow &encoding(std::string name)
 {
     std::erase(name, '-');
-    std::ranges::transform(name, name.begin(),
-                           [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    const auto row = std::ranges::find(kEncodings, name, &EncodingRow::name);
-    if (row == kEncodings.end())
-        throw Failure(kExitUsage, "unknown encoding \"" + visible(name) +
-                                      "\"; known are ascii, filesystem, utf8, utf16be, utf16le, utf32be, "
-                                      "utf32le, latin1");
-    return *row;
+    const Names names = encodingNames();
+    if (const auto found = findName(names, name); found && *found > 0) // behind "auto"
+        return kEncodings[*found - 1];
+    throw Failure(kExitUsage, "unknown encoding \"" + visible(name) +
+                                  "\"; known are ascii, filesystem, utf8, utf16be, utf16le, utf32be, "
+                                  "utf32le, latin1" +
+                                  hint(names, name));
 }
 
 // The encoding that the mark at the start names. FF FE 00 00 is UTF-32 here, as it is far more
@@ -70,22 +85,6 @@ const EncodingRow *detect(std::span<const uint8_t> bytes, uint32_t &markLength)
         markLength = 4;
     }
     return &*std::ranges::find(kEncodings, found, &EncodingRow::code);
-}
-
-Names encodingNames()
-{
-    Names names{"auto"};
-    for (const EncodingRow &row : kEncodings)
-        names.emplace_back(row.name);
-    return names;
-}
-
-Names statusNames()
-{
-    Names names;
-    for (const StatusRow &row : statusTable())
-        names.emplace_back(row.name.substr(sizeof "KIVCS2STATUS_" - 1));
-    return names;
 }
 
 int detectCommand(const std::string &path, bool json)
@@ -125,8 +124,8 @@ std::vector<uint8_t> convertBytes(std::span<const uint8_t> bytes, const Encoding
     const Text guard{text};
     if (status == KIVCS2STATUS_MEMORY_ERR)
         // The strict reader's answer to bytes that the encoding does not allow.
-        throw Failure(kExitMalformed,
-                      name + ": not valid " + std::string{from.name} + " (" + statusText(status) + ")");
+        throw Failure(kExitMalformed, Where{name},
+                      "not valid " + std::string{from.name} + " (" + statusText(status) + ")");
     check(status, name + ": no character converts to " + std::string{to.name});
     uint32_t terminator = 0;
     check(kivCS2String_getNullTerminatorLength(to.code, &terminator), "terminator");
@@ -159,8 +158,9 @@ int convertCommand(const Conversion &conversion)
     if (found == from)
         body = body.subspan(mark);
     if (body.size() % from->unit != 0)
-        throw Failure(kExitMalformed, name + ": " + count(body.size(), "byte") + " are no whole " +
-                                          std::string{from->name} + " characters");
+        throw Failure(kExitMalformed, Where{name},
+                      count(body.size(), "byte") + " are no whole " + std::string{from->name} +
+                          " characters");
 
     std::vector<uint8_t> result;
     if (conversion.mark)
@@ -177,9 +177,9 @@ int convertCommand(const Conversion &conversion)
             if (!std::ranges::equal(back, body))
             {
                 const auto differs = std::ranges::mismatch(back, body);
-                throw Failure(kExitMalformed, name + ": the character at byte " +
-                                                  std::to_string(differs.in2 - body.begin()) +
-                                                  " has no place in " + std::string{to.name});
+                throw Failure(kExitMalformed, Where{name},
+                              "the character at byte " + std::to_string(differs.in2 - body.begin()) +
+                                  " has no place in " + std::string{to.name});
             }
         }
         result.insert(result.end(), text.begin(), text.end());
@@ -227,6 +227,8 @@ int checksum(const std::vector<std::string> &paths, bool json)
         catch (const Failure &failure)
         {
             note(failure.what()); // the other files are still worth their line
+            if (array)
+                array->add(failure.json());
             code = failure.code();
         }
     if (array)
@@ -283,8 +285,8 @@ int status(const std::string &wanted, bool json)
     const StatusRow *row = findStatus(wanted);
     if (row == nullptr)
     {
-        note("no status is \"" + visible(wanted) + "\"; kivcs2 status lists them");
-        return kExitNo;
+        throw Failure(kExitNo, "no status is \"" + visible(wanted) + "\"; kivcs2 status lists them" +
+                                   hint(statusNames(), wanted));
     }
     if (json)
         out().json(toJson(*row));
@@ -319,7 +321,7 @@ void addTextCommand(Word &root, Context &context)
     converting.about("Encodings: ascii, filesystem, utf8, utf16be, utf16le, utf32be, utf32le, latin1.\n"
                      "A character that the target cannot hold is an error: nothing is dropped.");
     converting.option("file", conversion->path, "A file; - is standard input").required().isFile();
-    converting.option("-o,--output", conversion->output, "Where to write; - is standard output").isFile();
+    converting.option("-o,--output", conversion->output, "Where to write; - is standard output").isTarget();
     converting.option("--from", conversion->from, "Encoding of the file; auto reads the mark, else utf8")
         .suggests("encodings", encodingNames);
     converting.option("--to", conversion->to, "Encoding to write")

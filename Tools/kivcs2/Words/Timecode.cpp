@@ -12,6 +12,8 @@
 #include <cmath>
 #include <ctime>
 #include <memory>
+#include <optional>
+#include <utility>
 
 namespace tool
 {
@@ -91,9 +93,20 @@ std::string realTime(double seconds)
                  static_cast<unsigned long long>(milliseconds % 1000));
 }
 
-int report(const KIVCS2Timecode &timecode, const Arguments &arguments, const Counting &counting, bool json)
+std::string dayText(int64_t days)
 {
-    const Json value = toJson(timecode, counting);
+    if (days == 1 || days == -1)
+        return days > 0 ? "the next day" : "the day before";
+    return count(static_cast<uint64_t>(std::abs(days)), "day") + (days > 0 ? " later" : " earlier");
+}
+
+// `days`: on which day from the first timecode's on, where that has no date.
+int report(const KIVCS2Timecode &timecode, const Arguments &arguments, const Counting &counting, bool json,
+           std::optional<int64_t> days = std::nullopt)
+{
+    Json value = toJson(timecode, counting);
+    if (days)
+        value["days"] = *days;
     if (json)
     {
         out().json(value);
@@ -101,6 +114,8 @@ int report(const KIVCS2Timecode &timecode, const Arguments &arguments, const Cou
     }
     Facts facts;
     facts.add("Timecode", Output::strong(timecodeText(timecode)));
+    if (days.value_or(0) != 0)
+        facts.add("Day", dayText(*days));
     facts.add("Counting", countingText(arguments, counting));
     facts.add("Frames since midnight", std::to_string(framesOf(timecode)));
     facts.add("Real time", realTime(exactSeconds(framesOf(timecode), counting)) +
@@ -116,25 +131,77 @@ int show(const Arguments &arguments, bool json)
     return report(parseTimecode(arguments.timecodes[0], counting), arguments, counting, json);
 }
 
-int add(const Arguments &arguments, bool json)
+// "90m", "1h30m", "1.5s": a number before each of d, h, m and s, in this order; none when it is no such text.
+std::optional<double> durationOf(std::string_view text)
+{
+    constexpr std::pair<char, double> kUnits[] = {{'d', 86400}, {'h', 3600}, {'m', 60}, {'s', 1}};
+    constexpr double kMost = 1e6; // seconds; more than a timecode holds at some rates
+    double seconds = 0;
+    size_t next = 0;
+    while (!text.empty())
+    {
+        const size_t letter = text.find_first_not_of("0123456789.");
+        const auto *unit = letter == std::string_view::npos
+                               ? std::end(kUnits)
+                               : std::find_if(kUnits + next, std::end(kUnits),
+                                              [&](const auto &row) { return row.first == text[letter]; });
+        const auto number = unit != std::end(kUnits) ? realNumber(text.substr(0, letter)) : std::nullopt;
+        if (!number)
+            return std::nullopt;
+        seconds += *number * unit->second;
+        next = static_cast<size_t>(unit - kUnits) + 1;
+        text.remove_prefix(letter + 1);
+    }
+    return next > 0 && seconds <= kMost ? std::optional{seconds} : std::nullopt;
+}
+
+// A duration is counted as the digits are: an hour is 01:00:00:00. Drop-frame digits follow the clock.
+KIVCS2Timecode parseAmount(const std::string &text, const Counting &counting)
+{
+    const auto seconds = durationOf(text);
+    if (!seconds)
+        return parseTimecode(text, counting);
+    const double exact = static_cast<double>(counting.numerator) / counting.denominator;
+    return parseTimecode(std::to_string(std::llround(*seconds * (counting.drop ? exact : std::ceil(exact)))),
+                         counting);
+}
+
+bool hasDate(const KIVCS2Timecode &timecode)
+{
+    uint32_t year = 0;
+    (void)kivCS2Timecode_getYear(&timecode, &year); // always succeeds
+    return year != 0;
+}
+
+using Step = KIVCS2Status (*)(KIVCS2Timecode *timecode, uint32_t frames);
+
+// The first timecode and what is added to it or subtracted; a result on another day says so.
+int calculate(const Arguments &arguments, bool json, Step step, const char *what)
 {
     const Counting &counting = choose(arguments);
-    KIVCS2Timecode sum = parseTimecode(arguments.timecodes[0], counting);
+    KIVCS2Timecode result = parseAmount(arguments.timecodes[0], counting);
+    int64_t days = 0;
+    uint32_t framesPerDay = 0;
+    (void)kivCS2Timecode_getFramesPerDay(&framesPerDay); // always succeeds
     for (size_t index = 1; index < arguments.timecodes.size(); ++index)
-        check(kivCS2Timecode_addFrames(&sum, framesOf(parseTimecode(arguments.timecodes[index], counting))),
-              "adding \"" + visible(arguments.timecodes[index]) + "\"");
-    return report(sum, arguments, counting, json);
+    {
+        const uint32_t amount = framesOf(parseAmount(arguments.timecodes[index], counting));
+        const int64_t before = framesOf(result);
+        check(step(&result, amount), what + (" \"" + visible(arguments.timecodes[index]) + "\""));
+        const int64_t wanted = step == kivCS2Timecode_addFrames ? before + amount : before - amount;
+        days += (wanted - framesOf(result)) / framesPerDay;
+    }
+    return report(result, arguments, counting, json, hasDate(result) ? std::nullopt : std::optional{days});
+}
+
+int add(const Arguments &arguments, bool json)
+{
+    return calculate(arguments, json, kivCS2Timecode_addFrames, "adding");
 }
 
 int subtract(const Arguments &arguments, bool json)
 {
-    const Counting &counting = choose(arguments);
-    KIVCS2Timecode difference = parseTimecode(arguments.timecodes[0], counting);
-    for (size_t index = 1; index < arguments.timecodes.size(); ++index)
-        check(kivCS2Timecode_subtractFrames(&difference,
-                                            framesOf(parseTimecode(arguments.timecodes[index], counting))),
-              "subtracting \"" + visible(arguments.timecodes[index]) + "\"");
-    return report(difference, arguments, counting, json);
+    return calculate(arguments, json, kivCS2Timecode_subtractFrames, "subtracting");
 }
 
 int difference(const Arguments &arguments, bool json)
@@ -142,10 +209,7 @@ int difference(const Arguments &arguments, bool json)
     const Counting &counting = choose(arguments);
     const KIVCS2Timecode from = parseTimecode(arguments.timecodes[0], counting);
     const KIVCS2Timecode to = parseTimecode(arguments.timecodes[1], counting);
-    uint32_t fromYear = 0, toYear = 0;
-    (void)kivCS2Timecode_getYear(&from, &fromYear); // always succeeds
-    (void)kivCS2Timecode_getYear(&to, &toYear);     // always succeeds
-    if ((fromYear == 0) != (toYear == 0))
+    if (hasDate(from) != hasDate(to))
         throw Failure(kExitUsage, "one timecode has a date and the other has none");
 
     // The library measures forward only when the years differ: ask it in calendar order.
@@ -418,9 +482,10 @@ void addTimecodeCommand(Word &root, Context &context)
     constexpr size_t kMany = 1000;
     word("show", "Digits, frame count, real time and BCD of a timecode", "timecode", 1, 1, show)
         .example("kivcs2 tc show \"00:01:00;02\"");
-    word("add", "Add timecodes or numbers of frames", "timecodes", 2, kMany, add)
-        .example("kivcs2 tc add 10:00:00:00 250 --rate 25");
-    word("sub", "Subtract timecodes or numbers of frames", "timecodes", 2, kMany, subtract)
+    word("add", "Add timecodes, numbers of frames, or durations such as 90m and 1h30m", "timecodes", 2, kMany,
+         add)
+        .example("kivcs2 tc add 10:00:00:00 1h30m --rate 25");
+    word("sub", "Subtract timecodes, numbers of frames, or durations", "timecodes", 2, kMany, subtract)
         .example("kivcs2 tc sub 10:00:00:00 00:59:58:12 --rate 25");
     word("diff", "The way from one timecode to another, in frames and seconds", "timecodes", 2, 2, difference)
         .example("kivcs2 tc diff 10:00:00:00 10:30:00:00 --rate 25");
