@@ -232,7 +232,8 @@ enum class Answer
 // nobody to tell its id, and ends.
 void endStuckServer()
 {
-    (void)kiv::signalProcess(g_CSTaskServer.m_serverPid, SIGKILL); // one that has ended meanwhile is as good
+    if (serverLives()) // or its id may be another's by now
+        (void)kiv::signalProcess(g_CSTaskServer.m_serverPid, SIGKILL);
 }
 
 // The task is in the list before its process can end, and its end be looked for there.

@@ -466,6 +466,25 @@ TEST(TaskAsync, EveryModeOfFreeEndsARunningChild)
         }
 }
 
+// The table of processes cannot be read then. The task itself is stopped without it, and free waits for its end.
+TEST(TaskAsync, AFreedTreeEndsWithoutADescriptorToSpare)
+{
+    Shell shell{"exec sleep 30"};
+    shell.startAsync();
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    while (std::atomic_ref{shell.task->m_pid}.load() == 0)
+        std::this_thread::yield();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(kivCS2Task_free(shell.task, KIVCS2TaskFreeMode_TerminateTree), KIVCS2STATUS_OK);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{20});
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    shell.task = nullptr;
+    shell.end.acquire();
+}
+
 TEST(TaskAsync, ACallbackMayFreeItsTask)
 {
     struct Seen

@@ -424,7 +424,6 @@ void Resolution::addAddress(uint16_t type, Place where, std::span<const uint8_t>
         address.v4.sin_family = AF_INET;
         address.v4.sin_port = htons(m_location->port);
         std::memcpy(&address.v4.sin_addr, data.data(), data.size());
-        noteNetwork(where.interface, address.v4.sin_addr);
     }
     else if (type == kTypeAAAA && data.size() == sizeof address.v6.sin6_addr)
     {
@@ -442,19 +441,23 @@ void Resolution::addAddress(uint16_t type, Place where, std::span<const uint8_t>
     {
         return sameHost(address, other);
     };
-    if (std::ranges::any_of(m_addresses, isThis))
-        return;
-    m_addresses.push_back(address);
-    m_waiting.update(
-        [this, type]
-        {
-            if (!m_progress.hasAny)
-                m_progress.firstAt = Clock::now();
-            m_progress.hasAny = true;
-            m_progress.hasIPv4 = m_progress.hasIPv4 || type == kTypeA;
-            if ((m_progress.knownTold & kindBit(type)) != 0)
-                m_progress.quietAt = Clock::now() + kSamePacketWait;
-        });
+    if (std::ranges::none_of(m_addresses, isThis))
+    {
+        m_addresses.push_back(address);
+        m_waiting.update(
+            [this, type]
+            {
+                if (!m_progress.hasAny)
+                    m_progress.firstAt = Clock::now();
+                m_progress.hasAny = true;
+                m_progress.hasIPv4 = m_progress.hasIPv4 || type == kTypeA;
+                if ((m_progress.knownTold & kindBit(type)) != 0)
+                    m_progress.quietAt = Clock::now() + kSamePacketWait;
+            });
+    }
+    // Last: once all networks are heard, the wait ends with the quiet that the address has begun.
+    if (type == kTypeA)
+        noteNetwork(where.interface, address.v4.sin_addr);
 }
 
 void Resolution::fail(SInt32 error) noexcept

@@ -105,8 +105,8 @@ void clearNotes()
     for (kiv::ChildNote &other : g_shared->others)
     {
         pid_t pid = std::atomic_ref{other.pid}.load();
-        const uint64_t start = pid > 0 ? table.startOf(pid) : 0;
-        if (pid > 0 && (start == 0 || start > latestStart(other)))
+        uint64_t start = 0;
+        if (pid > 0 && (table.hasEnded(pid, start) || start > latestStart(other)))
             std::atomic_ref{other.pid}.compare_exchange_strong(pid, 0);
     }
 }

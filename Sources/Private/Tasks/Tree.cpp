@@ -13,12 +13,14 @@
 #include <cstring>
 #include <ctime>
 #include <iterator>
+#include <utility>
 
 namespace
 {
-constexpr size_t kRoomForMore = 10; // processes that may come between the two questions
-constexpr pid_t kFirstProcess = 1;  // it and what lies below are groups, everything, or the machine's own
-constexpr size_t kFirstRoom = 64;   // processes
+constexpr size_t kRoomForMore = 10;   // processes that may come between the two questions
+constexpr size_t kMostRoom = 1 << 14; // the same on a machine that starts many at once
+constexpr pid_t kFirstProcess = 1;    // it and what lies below are groups, everything, or the machine's own
+constexpr size_t kFirstRoom = 64;     // processes
 constexpr uint64_t kStoppingTime = 250'000'000; // absolute time, nanoseconds
 constexpr long kStopPeriod = 200'000;           // nanoseconds between two looks at who stands still
 
@@ -40,17 +42,27 @@ int kiv::signalProcess(pid_t pid, int signal)
 
 kiv::ProcessTable::ProcessTable()
 {
+    for (size_t more = kRoomForMore; more <= kMostRoom && !read(more); more *= 4)
+    {
+    }
+}
+
+// False if more than `more` processes have come between the two questions. Those that had room are better than none.
+bool kiv::ProcessTable::read(size_t more)
+{
     int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
     size_t size = 0;
     if (sysctl(name, 3, nullptr, &size, nullptr, 0) != 0)
-        return;
-    size += kRoomForMore * sizeof(kinfo_proc);
-    m_entries = static_cast<kinfo_proc *>(std::malloc(size));
-    if (m_entries == nullptr)
-        return;
-    // Where still more have come, those that have room are better than none.
-    if (sysctl(name, 3, m_entries, &size, nullptr, 0) == 0 || errno == ENOMEM)
-        m_count = size / sizeof(kinfo_proc);
+        return true;
+    size += more * sizeof(kinfo_proc);
+    auto *entries = static_cast<kinfo_proc *>(std::malloc(size));
+    if (entries == nullptr)
+        return true;
+    std::free(std::exchange(m_entries, entries));
+    const int result = sysctl(name, 3, m_entries, &size, nullptr, 0);
+    const bool isCut = result != 0 && errno == ENOMEM;
+    m_count = result == 0 || isCut ? size / sizeof(kinfo_proc) : 0;
+    return !isCut;
 }
 
 kiv::ProcessTable::~ProcessTable()
@@ -80,12 +92,6 @@ const kinfo_proc *kiv::ProcessTable::findLiving(pid_t pid) const
 {
     const kinfo_proc *process = find(pid);
     return process != nullptr && lives(*process) ? process : nullptr;
-}
-
-uint64_t kiv::ProcessTable::startOf(pid_t pid) const
-{
-    const kinfo_proc *process = findLiving(pid);
-    return process != nullptr ? process->kp_proc.p_starttime : 0;
 }
 
 bool kiv::ProcessTable::hasEnded(pid_t pid, uint64_t &start) const
@@ -134,7 +140,7 @@ kiv::TreeProcess *kiv::ProcessTree::add(pid_t pid, size_t parent)
     process = {};
     process.pid = pid;
     process.parent = parent;
-    process.startedBefore = ~uint64_t{0};
+    process.startedBefore = TreeProcess::kAnyStart;
     process.isTarget = true;
     return &process;
 }
@@ -167,14 +173,21 @@ void kiv::ProcessTree::refresh(const ProcessTable &table)
     for (size_t index = 0; index < m_count; ++index)
     {
         TreeProcess &process = m_processes[index];
+        process.hasEnded = process.hasEnded || table.hasEnded(process.pid, process.start);
         const kinfo_proc *entry = process.hasEnded ? nullptr : table.findLiving(process.pid);
-        if (entry == nullptr || (process.start != 0 && entry->kp_proc.p_starttime != process.start) ||
-            entry->kp_proc.p_starttime > process.startedBefore)
+        if (entry == nullptr)
+        {
+            // The table could not be read. It is signalled all the same, and continued, if it is known to be the one
+            // that is meant.
+            process.hasEnded =
+                process.hasEnded || (process.start == 0 && process.startedBefore != TreeProcess::kAnyStart);
+            continue;
+        }
+        if (entry->kp_proc.p_starttime > process.startedBefore)
         {
             process.hasEnded = true;
             continue;
         }
-        process.start = entry->kp_proc.p_starttime;
         // It has the server's name until it executes.
         process.isServersCopy = server != nullptr && m_server != getpid() &&
                                 entry->kp_eproc.e_ppid == m_server &&
@@ -231,7 +244,8 @@ bool kiv::ProcessTree::stop(TreeProcess &process) const
     const unsigned states = KIVPThreadStates(process.pid);
     if (!process.isStopped)
     {
-        if (!mayBeStopped(process) || states == KIVP_THREADS_STOPPED ||
+        // If it is unknown what it does, nothing below it would be found either.
+        if (!mayBeStopped(process) || states == 0 || states == KIVP_THREADS_STOPPED ||
             signalProcess(process.pid, SIGSTOP) != 0)
         {
             process.isStill = true;

@@ -29,14 +29,12 @@ public:
     // Null if there is none, or if it has ended and was not waited for.
     [[nodiscard]] const kinfo_proc *findLiving(pid_t pid) const;
 
-    // When a process that has not ended was started, in nanoseconds of CLOCK_BOOTTIME; 0 if there is none.
-    [[nodiscard]] uint64_t startOf(pid_t pid) const;
-
     // Whether the process that was started at `start` has ended. A `start` of 0 stands for the one that has the
     // id now, and is set.
     [[nodiscard]] bool hasEnded(pid_t pid, uint64_t &start) const;
 
 private:
+    [[nodiscard]] bool read(size_t more);
     [[nodiscard]] const kinfo_proc *find(pid_t pid) const;
 
     kinfo_proc *m_entries = nullptr;
@@ -47,11 +45,12 @@ private:
 struct TreeProcess
 {
     static constexpr size_t kNone = ~size_t{0};
+    static constexpr uint64_t kAnyStart = ~uint64_t{0};
 
     pid_t pid;
     size_t parent;          // index in the tree; kNone for a root whose parent is not in it
     uint64_t start;         // 0 until the table was read
-    uint64_t startedBefore; // a later process of the same id is another one
+    uint64_t startedBefore; // a later process of the same id is another one; kAnyStart for any
     bool isTarget;          // it is signalled, and not only what is below it
     bool isStill;           // it stands still, or is never stopped
     bool isStopped;         // here: it is to be continued
@@ -75,7 +74,7 @@ public:
 
     // What is below a process, with `itself` the process too. Ids of 1 and less have nothing below them, unless this
     // process is process 1 and means itself.
-    void addRoot(pid_t pid, bool itself, uint64_t startedBefore = ~uint64_t{0});
+    void addRoot(pid_t pid, bool itself, uint64_t startedBefore = TreeProcess::kAnyStart);
 
     // Reads the table once; true if there was anything new.
     bool look();
