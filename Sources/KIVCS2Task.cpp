@@ -312,7 +312,7 @@ void kiv::stopIfFreed(KIVCS2Task &task)
         (void)signalProcess(pid, SIGINT);
         break;
     case KIVCS2TaskFreeMode_TerminateTree:
-        ChildTable::terminateTree(pid, true);
+        (void)ChildTable::terminateTree(pid, true); // the task itself is signalled in any case
         break;
     case KIVCS2TaskFreeMode_Terminate:
         (void)signalProcess(pid, SIGTERM);
@@ -528,6 +528,6 @@ KIVCS2Status kivCS2Task_killAllChildProcesses(KIVCS2Task *_task)
         return KIVCS2STATUS_TASK_NOT_RUNNING_ERR;
     if (const pid_t pid = taskWord(_task->m_pid).load();
         pid > 1) // a task is never process 1, and its host may be
-        kiv::ChildTable::terminateTree(pid, false);
+        (void)kiv::ChildTable::terminateTree(pid, false); // failures are not reported
     return KIVCS2STATUS_OK;
 }

@@ -536,8 +536,8 @@ KIVCS2Status kivCS2TaskServer_killAllChildProcesses(pid_t parent)
     // The server is one of the host's, and does not signal once more what is signalled with it.
     if (parent == getpid())
         kiv::ChildTable::beginSignalling(false);
-    kiv::ChildTable::terminateTree(parent, false);
+    const bool found = kiv::ChildTable::terminateTree(parent, false);
     if (parent == getpid())
-        kiv::ChildTable::endSignalling();
+        kiv::ChildTable::endSignalling(found);
     return KIVCS2STATUS_OK;
 }

@@ -287,7 +287,7 @@ void kiv::ChildTable::serverIs(pid_t server)
     g_server.store(server);
 }
 
-void kiv::ChildTable::terminateTree(pid_t root, bool itself)
+bool kiv::ChildTable::terminateTree(pid_t root, bool itself)
 {
     // A fork of the host has the host's variables, and no server.
     ProcessTree tree{getpid() == g_host ? g_server.load() : 0};
@@ -297,6 +297,7 @@ void kiv::ChildTable::terminateTree(pid_t root, bool itself)
     tree.stopAndLook();
     note(tree);
     tree.signal(SIGTERM);
+    return tree.hasSeen();
 }
 
 void kiv::ChildTable::beginSignalling(bool leaves)
@@ -305,10 +306,14 @@ void kiv::ChildTable::beginSignalling(bool leaves)
         g_shared->told.store(leaves ? Told::leaving : Told::signalling);
 }
 
-void kiv::ChildTable::endSignalling()
+void kiv::ChildTable::endSignalling(bool done)
 {
-    if (g_shared != nullptr && getpid() == g_host && isSignalling())
+    if (g_shared == nullptr || getpid() != g_host || !isSignalling())
+        return;
+    if (done)
         g_shared->told.store(hostLeaves() ? Told::left : Told::signalled);
+    else if (!hostLeaves())
+        g_shared->told.store(Told::nothing);
 }
 
 bool kiv::ChildTable::isSignalling()

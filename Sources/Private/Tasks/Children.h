@@ -61,8 +61,8 @@ public:
     // The task server's id, 0 for none: it is never stopped.
     static void serverIs(pid_t server);
     // SIGTERM to all that is below `root`, the deepest first, and with `itself` to that process at last. Hold no mutex
-    // that a launch needs.
-    static void terminateTree(pid_t root, bool itself);
+    // that a launch needs. False if the process table could not be read, so that nothing below was found.
+    static bool terminateTree(pid_t root, bool itself);
 
     // The host asks its server for a process; the server's counts the same launches from 1 on.
     [[nodiscard]] static uint32_t beginLaunch();
@@ -73,7 +73,8 @@ public:
 
     // The host signals all its descendants, the server among them; `leaves` for good.
     static void beginSignalling(bool leaves);
-    static void endSignalling();
+    // `done`: they were found. Otherwise the server signals them, once the host is gone.
+    static void endSignalling(bool done);
     // In the task server: whether it does, whether it has, whether it is on its way out, and whether it has signalled
     // them on that way.
     [[nodiscard]] static bool isSignalling();

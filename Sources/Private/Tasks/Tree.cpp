@@ -206,6 +206,7 @@ bool kiv::ProcessTree::look()
 {
     const ProcessTable table;
     const size_t before = m_count;
+    m_hasSeen = m_hasSeen || table.begin() != table.end();
     refresh(table);
     for (bool more = true; more;)
     {

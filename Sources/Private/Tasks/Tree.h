@@ -84,6 +84,12 @@ public:
     // This process itself, if it is one of them, comes last of all.
     void signal(int signal);
 
+    // Whether the table could be read at all, so that what was not found is not there.
+    [[nodiscard]] bool hasSeen() const
+    {
+        return m_hasSeen;
+    }
+
     // Whether any target but `spared` has not ended.
     [[nodiscard]] bool hasLiving(pid_t spared) const;
 
@@ -112,6 +118,7 @@ private:
     TreeProcess *m_processes = nullptr;
     size_t m_count = 0;
     size_t m_room = 0;
+    bool m_hasSeen = false;
     pid_t m_ancestors[64] = {}; // of this process: stopped, they could hold up who waits for it
 };
 } // namespace kiv
