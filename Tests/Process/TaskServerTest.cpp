@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <cstdlib>
 #include <fcntl.h>
@@ -563,24 +564,38 @@ TEST(TaskServer, ARecorderClosesItsFileAtTheHostsExit)
 }
 
 // A second SIGTERM makes many programs give up what the first has begun. A host that cannot read the process table, for
-// want of a descriptor, leaves the first one to the server.
+// want of a descriptor, leaves the first one to the server, and so does one that launches after it has signalled.
 TEST(TaskServer, SignalsOnceAtTheHostsExit)
 {
     kiv::test::TemporaryFolder folder;
+    static constexpr std::array kEnds = {"at exit", "on request", "blind", "late, by the server", "late"};
     std::vector<std::function<void()>> bodies;
-    for (const std::string end : {"at exit", "on request", "at a blind exit"})
+    for (const std::string end : kEnds)
         bodies.emplace_back(
             [log = folder.path(end), end]
             {
-                const auto host = [&log, &end]
+                static const std::string *path = &log;
+                static const auto launch = +[](bool throughServer)
                 {
+                    KIVCS2Task *task = makeShell("trap 'echo told >>\"" + *path + "\"' TERM; echo up >\"" +
+                                                 *path + "\"; while :; do sleep 0.05; done");
+                    EXPECT_EQ(throughServer ? kivCS2TaskServer_exec(task, nullptr, nullptr)
+                                            : kivCS2Task_launchAsync(task, nullptr, nullptr),
+                              KIVCS2STATUS_OK);
+                    EXPECT_TRUE(holdsWithin(10000, [] { return std::filesystem::exists(*path); }));
+                };
+                const auto host = [&end]
+                {
+                    // Handlers run in the other order: this one after the library's.
+                    if (end == "late")
+                        std::atexit([] { launch(false); });
+                    else if (end == "late, by the server")
+                        std::atexit([] { launch(true); });
                     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
-                    const std::string script = "trap 'echo told >>\"" + log + "\"' TERM; echo up >\"" + log +
-                                               "\"; while :; do sleep 0.05; done";
-                    EXPECT_EQ(kivCS2TaskServer_exec(makeShell(script), nullptr, nullptr), KIVCS2STATUS_OK);
-                    EXPECT_TRUE(holdsWithin(10000, [&log] { return std::filesystem::exists(log); }));
+                    if (!end.starts_with("late"))
+                        launch(true);
                     const rlimit none{0, 0};
-                    if (end == "at a blind exit")
+                    if (end == "blind")
                         setrlimit(RLIMIT_NOFILE, &none);
                     if (end != "on request")
                         std::exit(testing::Test::HasFailure() ? 1 : 0);
@@ -592,7 +607,7 @@ TEST(TaskServer, SignalsOnceAtTheHostsExit)
                     holdsWithin(20000, [] { return countOf("sh") == 0 && countOf(kServerName) == 0; }));
             });
     IN_OWN_PROCESSES(bodies);
-    for (const char *log : {"at exit", "on request", "at a blind exit"})
+    for (const char *log : kEnds)
         EXPECT_EQ(folder.read(log), "up\ntold\n") << log;
 }
 

@@ -33,6 +33,7 @@ struct Shared
     std::array<kiv::ChildNote, 1024> slots;  // more than that at once are not taken along
     std::array<kiv::ChildNote, 4096> others; // what was found below them, or has lost its server
     std::atomic<Told> told;
+    std::atomic<uint64_t> leftAt; // when the host signalled all on its way out; 0 for not yet, or looked at
     std::atomic<uint64_t> silentEnd; // number of the launch in the upper half, id of its child in the lower
 };
 constexpr uint32_t kNoSlot = ~uint32_t{0};
@@ -136,8 +137,9 @@ bool kiv::Child::start(const ExecPlan &plan, const ChildSetup &setup, int32_t &p
     m_pid = spawn(plan, noted);
     if (m_pid < 0)
         return false;
-    if (noted.note != nullptr)
-        noted.note->write(m_pid); // one that was forked may not have come to it, and the slot must be taken
+    // One that was forked may not have come to it, and the slot must be taken. Not twice: its start would seem later.
+    if (noted.note != nullptr && std::atomic_ref{noted.note->pid}.load() != m_pid)
+        noted.note->write(m_pid);
     ChildTable::add(*this);
     std::atomic_ref{pid}.store(m_pid);
     return true;
@@ -282,6 +284,17 @@ void kiv::ChildTable::addShared(ProcessTree &tree)
     std::for_each(g_shared->others.begin(), g_shared->others.end(), add);
 }
 
+void kiv::ChildTable::addLate(ProcessTree &tree)
+{
+    const uint64_t leftAt = g_shared != nullptr ? g_shared->leftAt.exchange(0) : 0;
+    if (leftAt == 0)
+        return;
+    for (ChildNote &noted : g_shared->slots)
+        if (const pid_t pid = std::atomic_ref{noted.pid}.load();
+            pid > 0 && std::atomic_ref{noted.startedBefore}.load() > leftAt)
+            tree.addRoot(pid, true, latestStart(noted));
+}
+
 void kiv::ChildTable::serverIs(pid_t server)
 {
     g_server.store(server);
@@ -296,6 +309,8 @@ bool kiv::ChildTable::terminateTree(pid_t root, bool itself)
         addShared(tree); // what has lost its parent is no descendant any more
     tree.stopAndLook();
     note(tree);
+    if (isTold(Told::leaving) && root == g_host && getpid() == g_host)
+        g_shared->leftAt.store(bootTime());
     tree.signal(SIGTERM);
     return tree.hasSeen();
 }

@@ -57,6 +57,8 @@ public:
     static void actForHost();
     // Adds the host's children and what was noted.
     static void addShared(ProcessTree &tree);
+    // Adds the children that the host has launched after it had signalled all on its way out; once, for one server.
+    static void addLate(ProcessTree &tree);
 
     // The task server's id, 0 for none: it is never stopped.
     static void serverIs(pid_t server);

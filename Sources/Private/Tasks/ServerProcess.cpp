@@ -92,6 +92,7 @@ void wait(int milliseconds)
 }
 
 constinit uint32_t g_launches = 0; // that this server has read
+constinit bool g_isLate = false;   // forked after the host had signalled all on its way out
 
 // Whether the child has ended, at once or after a wait; it is left to be reaped. No child of that id counts as ended:
 // the handler has reaped it.
@@ -159,6 +160,18 @@ void sweep(int signal, bool own, bool shared)
     tree.signal(signal);
 }
 
+// SIGTERM to what the host has launched too late for its own.
+void sweepLate()
+{
+    kiv::ProcessTree tree{getpid()};
+    kiv::ChildTable::addLate(tree);
+    if (tree.size() == 0)
+        return;
+    tree.stopAndLook();
+    kiv::ChildTable::note(tree);
+    tree.signal(SIGTERM);
+}
+
 // Whether anything is left of that. What it makes meanwhile is noted before its parent can be gone.
 [[nodiscard]] bool sharedAreLeft()
 {
@@ -188,7 +201,7 @@ void sweep(int signal, bool own, bool shared)
 [[nodiscard]] bool clear(int signal, bool told, uint64_t (*time)())
 {
     const uint64_t begin = mach_absolute_time();
-    bool ownAreTold = told;
+    bool ownAreTold = told && !g_isLate;
     bool sharedAreTold = told;
     for (;;)
     {
@@ -198,6 +211,8 @@ void sweep(int signal, bool own, bool shared)
         if (own || shared)
             sweep(signal, own, shared);
         ownAreTold = true;
+        if (orphaned && told)
+            sweepLate();
         sharedAreTold = sharedAreTold || orphaned;
         buryChildren();
         const bool left = orphaned && sharedAreLeft();
@@ -297,6 +312,7 @@ KIVCS2Status kivCS2TaskServerPrv_childProcess()
     (void)KIVPSetThreadName("kivcs2-tasks");
     shareAnnouncement();
     kiv::ChildTable::actForHost();
+    g_isLate = kiv::ChildTable::hostHasLeft();
     setUpSignals();
 
     const KIVCS2Status status = serve();

@@ -129,12 +129,16 @@ void connectFile(const char *path, int to)
 }
 } // namespace
 
-void kiv::ChildNote::write(pid_t child)
+uint64_t kiv::bootTime()
 {
     timespec now{};
     clock_gettime(CLOCK_BOOTTIME, &now);
-    std::atomic_ref{startedBefore}.store(static_cast<uint64_t>(now.tv_sec) * 1000000000u +
-                                         static_cast<uint64_t>(now.tv_nsec));
+    return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
+}
+
+void kiv::ChildNote::write(pid_t child)
+{
+    std::atomic_ref{startedBefore}.store(bootTime());
     std::atomic_ref{pid}.store(child);
 }
 

@@ -50,6 +50,9 @@ struct ChildNote
     void write(pid_t child);
 };
 
+// Nanoseconds of CLOCK_BOOTTIME, by which processes are told apart. Async-signal-safe.
+[[nodiscard]] uint64_t bootTime();
+
 // What the child does before it executes; -1 and null leave a thing alone.
 struct ChildSetup
 {
