@@ -367,4 +367,31 @@ TEST_F(OutputCommand, NothingIsLeftHoweverItEnds)
     }
 }
 
+TEST_F(OutputCommand, APipeThatBecomesAFileIsNotWrittenOver)
+{
+    ASSERT_EQ(mkfifo(path("in").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo(path("out").c_str(), 0600), 0);
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        setenv("TMPDIR", path("").c_str(), 1);
+        alarm(60);
+        execl(KIV_COMMAND, "kivcs2", "audio", "convert", path("in").c_str(), path("out").c_str(), "--input",
+              "s16le", "--channels", "2", nullptr);
+        _exit(127);
+    }
+    const int input = open(path("in").c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(::write(input, "abcd", 4), 4);
+    int status = 0;
+    while (!hasUnnamedFile(child) && waitpid(child, &status, WNOHANG) == 0)
+        usleep(2000);
+    fs::remove(path("out"));
+    spill(path("out"), "old content");
+    close(input);
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 4) << status;
+    EXPECT_EQ(slurp(path("out")), "old content");
+}
+
 } // namespace

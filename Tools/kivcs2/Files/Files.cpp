@@ -472,9 +472,15 @@ void OutputFile::copyToTarget()
     FileDescriptor opened;
     if (m_target != "-")
     {
-        opened = FileDescriptor{::open(m_target.c_str(), O_WRONLY | O_CLOEXEC)};
-        if (opened.get() < 0)
+        opened = FileDescriptor{::open(m_target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY)};
+        struct stat status
+        {
+        };
+        if (opened.get() < 0 || ::fstat(opened.get(), &status) != 0)
             throw Failure::system(m_target, errno);
+        // It was none when it was looked at; written over in place it would keep the end of its old content.
+        if (S_ISREG(status.st_mode))
+            throw Failure(kExitInputOutput, m_target + ": has become a regular file meanwhile");
     }
     copyWhole(m_file.get(), folderName(), m_target == "-" ? STDOUT_FILENO : opened.get(),
               m_target == "-" ? "standard output" : m_target);
