@@ -42,13 +42,16 @@ static KIVCS2Status write_frame(KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2
 /*
  * Whether "not found" only means that this frame has no pair, and the next frame should be asked for.
  * Otherwise nothing is pending (a line did not decode), or the pending line lies behind us (a line was too
- * long to read), or it begins here and has pairs that are never handed out (it reaches midnight).
+ * long to read), or it begins here and has pairs that are never handed out (it reaches midnight), or at 24
+ * hours or later, where no frame of the day comes to it.
  */
 static int is_between_lines(const KIVCS2ClosedCaption *pending, KIVCS2Timecode frame)
 {
     const uint32_t asked = (uint32_t)frame; /* the low half is the frame count */
     const uint32_t start = (uint32_t)pending->m_timecode;
-    if ((pending->m_flags & KIVCS2ClosedCaptionFlag_Valid) == 0)
+    uint32_t day = 0;
+    kivCS2Timecode_getFramesPerDay(&day);
+    if ((pending->m_flags & KIVCS2ClosedCaptionFlag_Valid) == 0 || start >= day)
         return 0;
     return start > asked || (start == asked && pending->m_captionSize < 2);
 }
