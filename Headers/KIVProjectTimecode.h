@@ -435,7 +435,7 @@ public:
     {
         return isSameDay(other);
     }
-    /** The date is today's in the zone that the process started with; false without a rate. */
+    /** The date is today's in the zone of the process (TZ); false without a rate. */
     KIV_NODISCARD bool isToday() const noexcept;
     /** Day, month and year are all 0. */
     KIV_NODISCARD constexpr bool isDuration() const noexcept
