@@ -6,6 +6,7 @@
 #include "Words/VideoFormats.h"
 #include "Words/Words.h"
 
+#include <algorithm>
 #include <array>
 #include <memory>
 
