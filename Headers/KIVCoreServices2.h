@@ -51,6 +51,9 @@
 #include "KIVCS2Timecode.h"
 #include "KIVProjectTimecode.h"
 
+#include "KIVCS2CaptionDecoder.h"
+#include "KIVCS2CaptionFile.h"
+#include "KIVCS2CaptionPacket.h"
 #include "KIVCS2ClosedCaptions.h"
 
 #endif

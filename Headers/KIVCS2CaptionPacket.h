@@ -1,0 +1,308 @@
+/**
+ * @file
+ * One caption packet with everything that is in it, and the countings that number its frames.
+ *
+ * A caption packet is a SMPTE 291 ancillary packet of 8-bit words: DID, SDID, data count, user data
+ * and checksum. Its user data are a caption distribution packet (CDP, SMPTE 334-2), and that holds
+ * the triplets of one frame (cc_data): CEA-608 pairs of both fields and the bytes of CEA-708.
+ *
+ * KIVCS2CaptionPacket is a plain value. It owns nothing and may be copied. parse() fills it from
+ * bytes and never refuses what is damaged: it keeps what is whole and sets a bit of `m_faults` for
+ * each cause. build() makes a packet that has no fault.
+ *
+ * A counting is a frame rate together with the way its frames are numbered. Every operation is
+ * given its counting: the module-wide rate of KIVCS2Timecode.h is neither read nor set.
+ *
+ * Nothing here keeps state or allocates. Every operation may be called from any thread.
+ */
+#ifndef KIVCS2_CAPTION_PACKET_H
+#define KIVCS2_CAPTION_PACKET_H
+
+#include "KIVCS2Base.h"
+
+KIVCS2_BEGIN_DECLS
+
+/* ---- Countings ---- */
+
+/** A frame rate and its numbering. DF leaves numbers out (SMPTE 12M), NDF numbers every frame. */
+typedef uint32_t KIVCS2CaptionCounting;
+enum
+{
+    KIVCS2CaptionCounting_FindOut = 0, /**< in options: take it from the file; elsewhere: not known */
+    KIVCS2CaptionCounting_23_98 = 1,
+    KIVCS2CaptionCounting_24 = 2,
+    KIVCS2CaptionCounting_25 = 3,
+    KIVCS2CaptionCounting_29_97DF = 4,
+    KIVCS2CaptionCounting_29_97NDF = 5,
+    KIVCS2CaptionCounting_30 = 6,
+    KIVCS2CaptionCounting_50 = 7,
+    KIVCS2CaptionCounting_59_94DF = 8,
+    KIVCS2CaptionCounting_59_94NDF = 9,
+    KIVCS2CaptionCounting_60 = 10,
+    KIVCS2CaptionCounting_MAX = 11 /**< the count; not a counting */
+};
+
+/** What belongs to a counting. The texts are static. */
+typedef struct KIVCS2CaptionCountingInfo
+{
+    const char *m_name;     /**< "29.97df" */
+    const char *m_mccRate;  /**< the text behind "Time Code Rate=" of an MCC file: "30DF" */
+    uint32_t m_numerator;   /**< frames a second as a fraction: 30000 ... */
+    uint32_t m_denominator; /**< ... over 1001 */
+    uint32_t m_numbers;     /**< frame numbers a second: 30 */
+    uint32_t m_perDay;      /**< frames from midnight to midnight in this counting */
+    uint32_t m_triplets;    /**< cc_data triplets of a frame: 25, 24, 20, 12 or 10 (CEA-708) */
+    uint8_t m_rateCode;     /**< cdp_frame_rate (SMPTE 334-2): 1 to 8 */
+    uint8_t m_drop;         /**< numbers left out at the start of nine minutes of ten: 0, 2 or 4 */
+    uint8_t m_reserved[6];
+} KIVCS2CaptionCountingInfo;
+
+/**
+ * Fills `info` with what belongs to `counting`.
+ * @retval KIVCS2STATUS_PARAM_ERR       `info` is null
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  not a counting; `info` is unchanged
+ */
+KIVCS2_API KIVCS2Status kivCS2CaptionCounting_getInfo(KIVCS2CaptionCounting counting,
+                                                      KIVCS2CaptionCountingInfo *info);
+
+/** The name, "29.97df" for example; null if `counting` is not a counting. The text is static. */
+KIVCS2_API const char *kivCS2CaptionCounting_name(KIVCS2CaptionCounting counting);
+
+/**
+ * Reads "HH:MM:SS:FF" as frames since midnight. ":", ";", "." and "," separate alike. Hours are 00
+ * to 23. Nothing but the 11 characters may be there.
+ * @param[in]  text    zero-terminated
+ * @param[out] frame   frames since midnight; of a number that drop-frame leaves out the next frame
+ * @param[out] exists  false for such a number; may be null
+ * @retval KIVCS2STATUS_PARAM_ERR             `text` or `frame` is null
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR        not a counting
+ * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  not of this form, or no such time; `frame` is unchanged
+ * Source: SMPTE ST 12-1.
+ */
+KIVCS2_API KIVCS2Status kivCS2CaptionCounting_frameFromText(KIVCS2CaptionCounting counting, const char *text,
+                                                            uint32_t *frame, bool *exists);
+
+/** Room for a timecode text with its terminator. */
+#define KIVCS2_CAPTION_TIMECODE_SIZE 12u
+
+/**
+ * Writes the timecode of `frame`, "01:00:00;02" in drop-frame and "01:00:00:02" otherwise. A frame
+ * behind midnight begins the next day at 00:00:00.
+ * @param[out] text  KIVCS2_CAPTION_TIMECODE_SIZE characters, zero-terminated
+ * @retval KIVCS2STATUS_PARAM_ERR       `text` is null
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  not a counting
+ */
+KIVCS2_API KIVCS2Status kivCS2CaptionCounting_textFromFrame(KIVCS2CaptionCounting counting, uint32_t frame,
+                                                            char *text);
+
+/**
+ * The real time from frame 0 to the start of `frame` in nanoseconds, exact and rounded down.
+ * @retval KIVCS2STATUS_PARAM_ERR       `nanoseconds` is null
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  not a counting
+ */
+KIVCS2_API KIVCS2Status kivCS2CaptionCounting_nanosecondsOfFrame(KIVCS2CaptionCounting counting,
+                                                                 uint32_t frame, uint64_t *nanoseconds);
+
+/* ---- Faults ---- */
+
+/**
+ * What is wrong with a packet or a caption file, one number a cause. `m_faults` of a packet has bit
+ * `1 << fault`. What each does to the line is in Docs/captions.md; its name and its status come from
+ * kivCS2CaptionFile_getFaultName() and kivCS2CaptionFile_getFaultStatus(). New ones come at the end.
+ */
+typedef uint32_t KIVCS2CaptionFault;
+enum
+{
+    KIVCS2CaptionFault_None = 0,              /**< not a fault */
+    KIVCS2CaptionFault_ByteOrderMark = 1,     /**< the file opens with the mark of UTF-8 */
+    KIVCS2CaptionFault_OtherEncoding = 2,     /**< UTF-16 or UTF-32 text */
+    KIVCS2CaptionFault_HeaderCase = 3,        /**< the first line is in another case */
+    KIVCS2CaptionFault_HeaderBlanks = 4,      /**< blank lines or blanks before the first line */
+    KIVCS2CaptionFault_HeaderUnknown = 5,     /**< a header line that is not one of the format's */
+    KIVCS2CaptionFault_HeaderLong = 6,        /**< a header line longer than a header record holds */
+    KIVCS2CaptionFault_HeaderMissing = 7,     /**< caption lines without the line that names the format */
+    KIVCS2CaptionFault_NotACaptionFile = 8,   /**< neither SCC nor MCC */
+    KIVCS2CaptionFault_RateMissing = 9,       /**< no "Time Code Rate=" before the first caption */
+    KIVCS2CaptionFault_RateUnknown = 10,      /**< a "Time Code Rate=" that the format does not have */
+    KIVCS2CaptionFault_RateLate = 11,         /**< "Time Code Rate=" behind the first caption */
+    KIVCS2CaptionFault_RateDisagrees = 12,    /**< a CDP of another rate than the file's */
+    KIVCS2CaptionFault_Blanks = 13,           /**< not exactly one tab between timecode and data */
+    KIVCS2CaptionFault_BlanksBefore = 14,     /**< blanks before the timecode */
+    KIVCS2CaptionFault_BlanksBehind = 15,     /**< blanks behind the data */
+    KIVCS2CaptionFault_FrameSeparator = 16,   /**< "." or "," before the frames */
+    KIVCS2CaptionFault_OtherCounting = 17,    /**< the separator of the other counting */
+    KIVCS2CaptionFault_DroppedNumber = 18,    /**< a number that drop-frame leaves out */
+    KIVCS2CaptionFault_NoSuchTime = 19,       /**< a timecode that names no frame */
+    KIVCS2CaptionFault_NotACaption = 20,      /**< text that is no caption line */
+    KIVCS2CaptionFault_Null = 21,             /**< a byte of 0 */
+    KIVCS2CaptionFault_UnknownCharacter = 22, /**< a character that stands for nothing */
+    KIVCS2CaptionFault_LowerCase = 23,        /**< lower-case digits or letters in an MCC line */
+    KIVCS2CaptionFault_FourByteU = 24,        /**< the letter U stands for four bytes */
+    KIVCS2CaptionFault_EightDigitWord = 25,   /**< an SCC word of two tracks */
+    KIVCS2CaptionFault_WordLength = 26,       /**< an SCC word of another length than 4 digits */
+    KIVCS2CaptionFault_HalfByte = 27,         /**< an odd count of hexadecimal digits */
+    KIVCS2CaptionFault_Suffix = 28,           /**< a malformed suffix of an MCC 2 line */
+    KIVCS2CaptionFault_LongPacket = 29,       /**< more bytes than an ancillary packet has */
+    KIVCS2CaptionFault_DataCount = 30,        /**< the data count and the bytes disagree */
+    KIVCS2CaptionFault_NotACDP = 31,          /**< a caption packet (61/01) without a CDP */
+    KIVCS2CaptionFault_CDPLength = 32,        /**< the CDP's length and its bytes disagree */
+    KIVCS2CaptionFault_SectionCut = 33,       /**< a section of the CDP is cut or its footer is missing */
+    KIVCS2CaptionFault_SectionUnknown = 34,   /**< a section that SMPTE 334-2 does not name, or too many */
+    KIVCS2CaptionFault_PacketChecksum = 35,   /**< the ancillary packet's checksum is wrong */
+    KIVCS2CaptionFault_PacketChecksumMissing = 36, /**< the ancillary packet has no checksum */
+    KIVCS2CaptionFault_CDPChecksum = 37,           /**< the CDP's checksum is wrong */
+    KIVCS2CaptionFault_CDPChecksumMissing = 38,    /**< the CDP has no checksum */
+    KIVCS2CaptionFault_Counters = 39,              /**< header and footer of a CDP count differently */
+    KIVCS2CaptionFault_Parity = 40,                /**< a CEA-608 byte without odd parity */
+    KIVCS2CaptionFault_Sequence = 41,              /**< a CDP does not count on from the one before */
+    KIVCS2CaptionFault_Gap = 42,                   /**< frames without a packet, and the CDPs count on */
+    KIVCS2CaptionFault_BackInTime = 43,            /**< earlier than the line before */
+    KIVCS2CaptionFault_SameFrame = 44,             /**< the frame of the line before, with the same suffix */
+    KIVCS2CaptionFault_Overlap = 45,               /**< an SCC line begins before the last one has ended */
+    KIVCS2CaptionFault_WaitsTooLong = 46,          /**< ordered by frame: pairs would wait over an hour */
+    KIVCS2CaptionFault_StreamFailed = 47,          /**< the stream's own failure */
+    KIVCS2CaptionFault_NoCaptions = 48,            /**< the file has no caption */
+    KIVCS2CaptionFault_MAX = 49                    /**< the count; not a fault */
+};
+
+/* ---- Packets ---- */
+
+/**
+ * A caption service: 1 to 63 are the services S1 to S63 of CEA-708; those of CEA-608 are named
+ * below.
+ */
+typedef uint32_t KIVCS2CaptionService;
+enum
+{
+    KIVCS2CaptionService_S1 = 1,
+    KIVCS2CaptionService_S63 = 63,
+    KIVCS2CaptionService_CC1 = 0x101,
+    KIVCS2CaptionService_CC2 = 0x102,
+    KIVCS2CaptionService_CC3 = 0x103,
+    KIVCS2CaptionService_CC4 = 0x104,
+    KIVCS2CaptionService_T1 = 0x111,
+    KIVCS2CaptionService_T2 = 0x112,
+    KIVCS2CaptionService_T3 = 0x113,
+    KIVCS2CaptionService_T4 = 0x114
+};
+
+/** One entry of a CDP's service list (ccsvcinfo_section of SMPTE 334-2). */
+typedef struct KIVCS2CaptionServiceEntry
+{
+    /** S1 to S63; CC1 or CC3 for the captions of field 1 or 2. */
+    KIVCS2CaptionService m_service;
+    char m_language[4];   /**< three letters of ISO 639-2 and a terminator; empty if there is none */
+    uint8_t m_easyReader; /**< 1: for beginning readers */
+    uint8_t m_wide;       /**< 1: for 16:9 */
+    uint8_t m_reserved[2];
+} KIVCS2CaptionServiceEntry;
+
+#define KIVCS2_CAPTION_ANC_SIZE     259u /**< bytes of the longest packet: DID, SDID, count, 255, checksum */
+#define KIVCS2_CAPTION_TRIPLETS_MAX 31u  /**< triplets of a packet: cc_count has 5 bits */
+#define KIVCS2_CAPTION_SERVICES_MAX 15u  /**< entries of a service list: svc_count has 4 bits */
+
+/** What a packet has; bits of KIVCS2CaptionPacket::m_flags. */
+typedef uint32_t KIVCS2CaptionPacketFlag;
+enum
+{
+    KIVCS2CaptionPacketFlag_HasField = 0x1,  /**< the line has a field suffix, in `m_field` */
+    KIVCS2CaptionPacketFlag_HasNumber = 0x2, /**< the line has a number suffix, in `m_number` */
+    KIVCS2CaptionPacketFlag_CDP = 0x4, /**< the user data open as a CDP: `m_rateCode` and `m_sequence` hold */
+    KIVCS2CaptionPacketFlag_HasTimeCode = 0x8, /**< the CDP has a time code section, in `m_timeCode` */
+    KIVCS2CaptionPacketFlag_HasServices = 0x10 /**< the CDP has a service list, of 0 or more entries */
+};
+
+/** One packet. A pair of an SCC file is a packet too: `m_size` is 0 and there is one triplet. */
+typedef struct KIVCS2CaptionPacket
+{
+    uint64_t m_line;        /**< the line of the file, from 1; 0 without a file */
+    uint64_t m_offset;      /**< bytes from the start of the file to the start of the line */
+    uint64_t m_faults;      /**< bits of KIVCS2CaptionFault */
+    uint32_t m_frame;       /**< frames since midnight */
+    uint32_t m_flags;       /**< bits of KIVCS2CaptionPacketFlag */
+    uint32_t m_field;       /**< field suffix of an MCC 2 line: 0 or 1 */
+    uint32_t m_number;      /**< number suffix of an MCC 2 line */
+    uint16_t m_size;        /**< bytes in `m_anc` */
+    uint16_t m_sequence;    /**< cdp_hdr_sequence_cntr */
+    uint8_t m_did, m_sdid;  /**< 61h and 01h for captions */
+    uint8_t m_rateCode;     /**< cdp_frame_rate; 0 without a CDP */
+    uint8_t m_tripletCount; /**< whole triplets in `m_triplets` */
+    uint8_t m_serviceCount; /**< entries in `m_services` */
+    uint8_t m_timeCode[4];  /**< the 4 bytes of the CDP's time code section, as they came */
+    uint8_t m_triplets[KIVCS2_CAPTION_TRIPLETS_MAX][3]; /**< marker, cc_valid and cc_type; two bytes */
+    uint8_t m_anc[KIVCS2_CAPTION_ANC_SIZE];             /**< DID to checksum, as they came */
+    KIVCS2CaptionServiceEntry m_services[KIVCS2_CAPTION_SERVICES_MAX];
+    uint8_t m_reserved[31];
+} KIVCS2CaptionPacket;
+
+/** CEA-608 pairs of one frame: at [0] those of field 1, at [1] those of field 2. */
+typedef struct KIVCS2CaptionPairs
+{
+    uint8_t m_count[2];
+    uint8_t m_pairs[2][KIVCS2_CAPTION_TRIPLETS_MAX][2]; /**< with their parity bits */
+    uint8_t m_reserved[6];
+} KIVCS2CaptionPairs;
+
+/** CEA-708 bytes of one frame, two a triplet. */
+typedef struct KIVCS2CaptionDTVCC
+{
+    uint32_t m_starts; /**< bit n: with bytes 2n and 2n + 1 a DTVCC packet begins */
+    uint32_t m_count;  /**< bytes in `m_bytes`: an even number */
+    uint8_t m_bytes[KIVCS2_CAPTION_TRIPLETS_MAX * 2];
+    uint8_t m_reserved[2];
+} KIVCS2CaptionDTVCC;
+
+/**
+ * Fills `packet` from bytes: an ancillary packet from its DID on, or a CDP alone (96 69), which
+ * becomes the user data of an ancillary packet with its count and checksum. Place, frame and suffixes
+ * are 0. Whatever is whole is taken; what is wrong is in `m_faults`. An ancillary packet of another
+ * DID or SDID keeps its bytes and has no triplets.
+ * @param[in] bytes  `size` bytes
+ * @retval KIVCS2STATUS_OK             also with faults
+ * @retval KIVCS2STATUS_PARAM_ERR      `packet` or `bytes` is null
+ * @retval KIVCS2STATUS_NO_DATA_ERR    `size` is 0; the packet is empty
+ * @retval KIVCS2STATUS_OVERFLOW_ERR   more than 259 bytes, or 255 of a CDP; the packet is empty
+ * Source: SMPTE ST 291-1, SMPTE ST 334-2, CEA-708.
+ */
+KIVCS2_API KIVCS2Status kivCS2CaptionPacket_parse(KIVCS2CaptionPacket *packet, const uint8_t *bytes,
+                                                  uint32_t size);
+
+/**
+ * Makes the packet of one frame: the pairs of field 1, those of field 2, the CEA-708 bytes, empty
+ * triplets up to the counting's number, the service list and the footer. A field without pairs
+ * carries 80 80. Place, frame and suffixes are 0.
+ * @param[in] pairs         may be null: none
+ * @param[in] dtvcc         may be null: none
+ * @param[in] services      `serviceCount` entries; null for service 1 without a language
+ * @param     serviceCount  0 to KIVCS2_CAPTION_SERVICES_MAX; not used if `services` is null
+ * @retval KIVCS2STATUS_PARAM_ERR       `packet` is null, a count is too large, or an entry is not a service
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  not a counting
+ * @retval KIVCS2STATUS_OVERFLOW_ERR    more pairs and bytes than a frame of the counting carries, or more
+ *                                      than 255 bytes
+ * On failure `packet` is unchanged. Source: SMPTE ST 334-2, CEA-708.
+ */
+KIVCS2_API KIVCS2Status kivCS2CaptionPacket_build(KIVCS2CaptionPacket *packet, KIVCS2CaptionCounting counting,
+                                                  uint16_t sequence, const KIVCS2CaptionPairs *pairs,
+                                                  const KIVCS2CaptionDTVCC *dtvcc,
+                                                  const KIVCS2CaptionServiceEntry *services,
+                                                  uint32_t serviceCount);
+
+/**
+ * The valid CEA-608 pairs of both fields in the order of the triplets, empty ones (80 80) included.
+ * @retval KIVCS2STATUS_PARAM_ERR    a pointer is null
+ * @retval KIVCS2STATUS_NO_DATA_ERR  the packet has no pair; `pairs` is empty
+ */
+KIVCS2_API KIVCS2Status kivCS2CaptionPacket_getPairs(const KIVCS2CaptionPacket *packet,
+                                                     KIVCS2CaptionPairs *pairs);
+
+/**
+ * The valid CEA-708 bytes in the order of the triplets.
+ * @retval KIVCS2STATUS_PARAM_ERR    a pointer is null
+ * @retval KIVCS2STATUS_NO_DATA_ERR  the packet has none; `dtvcc` is empty
+ */
+KIVCS2_API KIVCS2Status kivCS2CaptionPacket_getDTVCC(const KIVCS2CaptionPacket *packet,
+                                                     KIVCS2CaptionDTVCC *dtvcc);
+
+KIVCS2_END_DECLS
+
+#endif
