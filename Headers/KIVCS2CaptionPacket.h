@@ -155,7 +155,7 @@ enum
     KIVCS2CaptionFault_Counters = 39,              /**< header and footer of a CDP count differently */
     KIVCS2CaptionFault_Parity = 40,                /**< a CEA-608 byte without odd parity */
     KIVCS2CaptionFault_Sequence = 41,              /**< a CDP does not count on from the one before */
-    KIVCS2CaptionFault_Gap = 42,                   /**< frames without a packet, and the CDPs count on */
+    KIVCS2CaptionFault_Gap = 42,                   /**< lines are missing: the CDPs have counted frames that are not there */
     KIVCS2CaptionFault_BackInTime = 43,            /**< earlier than the line before */
     KIVCS2CaptionFault_SameFrame = 44,             /**< the frame of the line before, with the same suffix */
     KIVCS2CaptionFault_Overlap = 45,               /**< an SCC line begins before the last one has ended */

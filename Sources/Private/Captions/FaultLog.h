@@ -1,0 +1,51 @@
+// The faults that a reader meets: counted, kept with their first place, and told to the caller.
+#ifndef KIV_PRIVATE_CAPTIONS_FAULT_LOG_H
+#define KIV_PRIVATE_CAPTIONS_FAULT_LOG_H
+
+#include "KIVCS2CaptionFile.h"
+
+#include <array>
+#include <string_view>
+
+namespace kiv::cc
+{
+// Where a fault is. Positions in the line count from 0.
+struct Place
+{
+    uint64_t line = 0, offset = 0;
+    size_t column = static_cast<size_t>(-1); // of the whole line if it is that
+    std::string_view found;
+    bool hasFrame = false;
+    uint32_t frame = 0;
+};
+
+class FaultLog
+{
+public:
+    FaultLog(const KIVCS2CaptionReadOptions &options) : m_options{options} {}
+
+    // Counts and reports one place. The callback's failure; else in a strict read the fault's status.
+    [[nodiscard]] KIVCS2Status tell(KIVCS2CaptionFault fault, const Place &place, bool lost);
+
+    [[nodiscard]] uint64_t count(KIVCS2CaptionFault fault) const
+    {
+        return m_counts[fault];
+    }
+    [[nodiscard]] const KIVCS2CaptionFileFault &first(KIVCS2CaptionFault fault) const
+    {
+        return m_first[fault];
+    }
+    [[nodiscard]] uint64_t all() const
+    {
+        return m_all;
+    }
+
+private:
+    const KIVCS2CaptionReadOptions &m_options;
+    uint64_t m_all = 0;
+    std::array<uint64_t, KIVCS2CaptionFault_MAX> m_counts{};
+    std::array<KIVCS2CaptionFileFault, KIVCS2CaptionFault_MAX> m_first{};
+};
+} // namespace kiv::cc
+
+#endif

@@ -1,0 +1,208 @@
+// The text of one caption line: timecode, suffixes, and the data of an MCC packet or of SCC words.
+#include "Private/Captions/LineText.h"
+
+#include "Private/ClosedCaptions_CDP.h"
+#include "Private/ClosedCaptions_Hex.h"
+#include "Private/ClosedCaptions_MCC.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace kiv::cc
+{
+namespace
+{
+constexpr std::array<uint8_t, 4> kU = {0xE1, 0x00, 0x00, 0x00};
+constexpr size_t kANCAround = 4; // DID, SDID, data count, checksum
+
+constexpr bool isLower(char character)
+{
+    return character >= 'a' && character <= 'z';
+}
+
+constexpr std::array<uint8_t, 256> kWordValues = []
+{
+    std::array<uint8_t, 256> values{};
+    values.fill(kBadValue);
+    for (uint8_t digit = 0; digit < 10; ++digit)
+        values[static_cast<size_t>('0' + digit)] = digit;
+    for (uint8_t digit = 10; digit < 16; ++digit)
+        values[static_cast<size_t>('A' + digit - 10)] = values[static_cast<size_t>('a' + digit - 10)] = digit;
+    values[' '] = values['\t'] = kBlankValue;
+    return values;
+}();
+
+// The bytes of a letter of either case; none for other characters and for V to Y.
+std::span<const uint8_t> letterBytes(char character, size_t sizeOfU)
+{
+    const char letter = isLower(character) ? static_cast<char>(character - 'a' + 'A') : character;
+    if (letter == 'U')
+        return {kU.data(), sizeOfU};
+    if (letter < 'G' || letter > 'Z')
+        return {};
+    const MCCLetter &row = mccEncoding[static_cast<size_t>(letter - 'G')];
+    return {row.bytes, row.size};
+}
+
+// One digit and the other half of its byte.
+void takeByte(std::string_view text, size_t &at, std::span<uint8_t> out, MCCData &data)
+{
+    const uint8_t high = anyHexValue(text[at]);
+    const uint8_t low = at + 1 < text.size() ? anyHexValue(text[at + 1]) : kNoDigit;
+    if (high == kNoDigit)
+        data.badAt = at;
+    else if (low == kNoDigit)
+        data.halfAt = std::min(data.halfAt, at++);
+    else if (data.size == out.size())
+        data.tooLong = true;
+    else
+    {
+        if (isLower(text[at]) || isLower(text[at + 1]))
+            data.lowerAt = std::min(data.lowerAt, at);
+        out[data.size++] = static_cast<uint8_t>(high << 4 | low);
+        at += 2;
+    }
+}
+
+MCCData decode(std::string_view text, size_t sizeOfU, std::span<uint8_t> out)
+{
+    MCCData data;
+    size_t at = 0;
+    while (at < text.size() && data.badAt == kNowhere && !data.tooLong)
+    {
+        const size_t pairs = decodeHexPairs(text.substr(at), out.subspan(data.size));
+        data.size += pairs;
+        at += 2 * pairs;
+        if (at >= text.size())
+            break;
+        const std::span<const uint8_t> letter = letterBytes(text[at], sizeOfU);
+        if (letter.empty())
+            takeByte(text, at, out, data);
+        else if (letter.size() > out.size() - data.size)
+            data.tooLong = true;
+        else
+        {
+            std::memcpy(out.data() + data.size, letter.data(), letter.size());
+            data.size += letter.size();
+            if (letter.data() == kU.data())
+                data.uAt = std::min(data.uAt, at);
+            if (isLower(text[at]))
+                data.lowerAt = std::min(data.lowerAt, at);
+            ++at;
+        }
+    }
+    return data;
+}
+
+bool countFits(std::span<const uint8_t> packet)
+{
+    return packet.size() >= kANCAround && packet.size() == packet[2] + kANCAround;
+}
+
+// How many of a packet's three sums are right: data count, checksum, and the checksum of the CDP in it.
+int rightSums(std::span<const uint8_t> packet)
+{
+    constexpr size_t kCDPAt = 3;
+    constexpr size_t kLengthAt = kCDPAt + 2;
+    if (packet.size() <= kLengthAt)
+        return 0;
+    const size_t length = packet[kLengthAt];
+    const bool cdpFits = length <= packet.size() - kCDPAt && cdp::sum(packet.subspan(kCDPAt, length)) == 0;
+    return countFits(packet) + (cdp::sum(packet.first(packet.size() - 1)) == packet.back()) + cdpFits;
+}
+
+// ".field" and ",number" of MCC 2. What does not fit is left for the data to trip over.
+void takeSuffix(std::string_view line, size_t &at, LineHead &head)
+{
+    constexpr size_t kDigitsMost = 9;
+    if (at + 1 >= line.size() || (line[at + 1] != '0' && line[at + 1] != '1'))
+    {
+        head.badSuffix = true;
+        return;
+    }
+    head.hasField = true;
+    head.field = static_cast<uint32_t>(line[at + 1] - '0');
+    at += 2;
+    if (at >= line.size() || line[at] != ',')
+        return;
+    size_t digits = 0;
+    for (++at; at < line.size() && isDigit(line[at]) && digits < kDigitsMost; ++at, ++digits)
+        head.number = head.number * 10 + static_cast<uint32_t>(line[at] - '0');
+    head.hasNumber = digits > 0;
+    head.badSuffix = digits == 0 || (at < line.size() && isDigit(line[at]));
+}
+} // namespace
+
+std::string_view withoutBlanks(std::string_view text)
+{
+    while (!text.empty() && isBlank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+bool takeHead(std::string_view line, LineHead &head, Notes &notes)
+{
+    size_t at = 0;
+    while (at < line.size() && isBlank(line[at]))
+        ++at;
+    if (at > 0)
+        notes.add(KIVCS2CaptionFault_BlanksBefore, 0, at);
+    const auto time = takeTime(line.substr(at));
+    if (!time)
+        return false;
+    head.time = *time;
+    head.timeAt = at;
+    if (time->separator == '.' || time->separator == ',')
+        notes.add(KIVCS2CaptionFault_FrameSeparator, at + 8, 1);
+    at += kTimecodeSize;
+    if (at < line.size() && line[at] == '.')
+        takeSuffix(line, at, head);
+
+    const size_t blanks = at;
+    while (at < line.size() && isBlank(line[at]))
+        ++at;
+    if (at - blanks != 1 || line[blanks] != '\t')
+        notes.add(KIVCS2CaptionFault_Blanks, blanks, std::max<size_t>(at - blanks, 1));
+    head.dataAt = at;
+    return true;
+}
+
+MCCData decodeMCC(std::string_view text, std::span<uint8_t, KIVCS2_CAPTION_ANC_SIZE> out)
+{
+    MCCData three = decode(text, 3, out);
+    if (three.uAt == kNowhere || three.badAt != kNowhere || countFits(out.first(three.size)))
+        return three;
+    std::array<uint8_t, KIVCS2_CAPTION_ANC_SIZE> other;
+    MCCData four = decode(text, 4, other);
+    if (four.tooLong || rightSums({other.data(), four.size}) <= rightSums(out.first(three.size)))
+        return three;
+    four.fourByteU = true;
+    std::memcpy(out.data(), other.data(), four.size);
+    return four;
+}
+
+uint8_t wordValue(char character)
+{
+    return kWordValues[static_cast<uint8_t>(character)];
+}
+
+size_t findBadOfWords(std::string_view text)
+{
+    const auto bad = std::ranges::find_if(text, [](char c) { return wordValue(c) == kBadValue; });
+    return bad == text.end() ? kNowhere : static_cast<size_t>(bad - text.begin());
+}
+
+size_t countWords(std::string_view text, bool &inWord)
+{
+    size_t count = 0;
+    for (const char character : text)
+    {
+        const bool word = !isBlank(character);
+        count += word && !inWord ? 1 : 0;
+        inWord = word;
+    }
+    return count;
+}
+} // namespace kiv::cc

@@ -1,0 +1,808 @@
+// Reads a caption file packet by packet: header, order of lines, faults.
+#include "Private/Captions/Reader.h"
+
+#include "Private/Captions/Faults.h"
+#include "Private/Captions/Packet.h"
+#include "Private/Check.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace kiv::cc
+{
+namespace
+{
+constexpr size_t kLongestWord = 64; // a word of more characters is passed over as it comes
+
+bool isComment(std::string_view text)
+{
+    return text.starts_with("//");
+}
+
+KIVCS2CaptionFault faultOfCharacter(char character)
+{
+    return character == '\0' ? KIVCS2CaptionFault_Null : KIVCS2CaptionFault_UnknownCharacter;
+}
+
+bool losesData(KIVCS2CaptionFault fault)
+{
+    constexpr uint64_t kLosing =
+        faultBit(KIVCS2CaptionFault_HalfByte) | faultBit(KIVCS2CaptionFault_DataCount) |
+        faultBit(KIVCS2CaptionFault_NotACDP) | faultBit(KIVCS2CaptionFault_SectionCut) |
+        faultBit(KIVCS2CaptionFault_SectionUnknown);
+    return (kLosing & faultBit(fault)) != 0;
+}
+} // namespace
+
+// ---- Telling ----
+
+KIVCS2Status Reader::failed(KIVCS2Status status)
+{
+    m_ended = status;
+    return status;
+}
+
+// A callback that refuses ends the call; a strict read ends for good.
+KIVCS2Status Reader::tell(KIVCS2CaptionFault fault, const Place &place, bool lost)
+{
+    const KIVCS2Status status = m_log.tell(fault, place, lost);
+    return KIVCS2_FAILED(status) && m_options.m_strict ? failed(status) : status;
+}
+
+KIVCS2Status Reader::tellHere(KIVCS2CaptionFault fault, size_t at, std::string_view found, bool lost)
+{
+    const size_t column = at == kNowhere ? kNowhere : m_gone + at;
+    return tell(
+        fault,
+        {m_current.line.number, m_current.line.offset, column, found, m_current.hasFrame, m_current.frame},
+        lost);
+}
+
+KIVCS2Status Reader::tellNotes(uint64_t &faults)
+{
+    for (const Note &note : m_current.notes.all())
+    {
+        faults |= faultBit(note.fault);
+        const std::string_view text = m_current.line.text;
+        KIV_TRY(tellHere(note.fault, note.at, text.substr(std::min(note.at, text.size()), note.size),
+                         losesData(note.fault)));
+    }
+    return KIVCS2STATUS_OK;
+}
+
+// The line is lost.
+KIVCS2Status Reader::lose(KIVCS2CaptionFault fault, size_t at, std::string_view found)
+{
+    ++m_report.m_lostLines;
+    const KIVCS2Status told = tellHere(fault, at, found, true);
+    if (KIVCS2_FAILED(m_ended))
+        return m_ended;
+    if (const KIVCS2Status status = m_source.skipRest(m_current.line); KIVCS2_FAILED(status))
+        return streamFailed(status);
+    return told;
+}
+
+KIVCS2Status Reader::endOfFile()
+{
+    if (m_sawCaption)
+        return KIVCS2STATUS_EOF_ERR;
+    if (!m_toldEnd)
+    {
+        m_toldEnd = true;
+        KIV_TRY(
+            tell(KIVCS2CaptionFault_NoCaptions, {m_source.lineNumber(), 0, kNowhere, {}, false, 0}, false));
+    }
+    return KIVCS2STATUS_NO_DATA_ERR;
+}
+
+void Reader::report(KIVCS2CaptionFileReport &report) const
+{
+    report = m_report;
+    report.m_faults = m_log.all();
+}
+
+// ---- Header ----
+
+namespace
+{
+constexpr size_t kLinesAhead = 160; // of a header, some 50, and of captions enough for a vote
+
+struct TextKey
+{
+    std::string_view key;
+    char (KIVCS2CaptionFileHeader::*text)[KIVCS2_CAPTION_HEADER_SIZE];
+};
+constexpr std::array<TextKey, 4> kTextKeys = {{{"UUID=", &KIVCS2CaptionFileHeader::m_uuid},
+                                               {"Creation Program=", &KIVCS2CaptionFileHeader::m_program},
+                                               {"Creation Date=", &KIVCS2CaptionFileHeader::m_date},
+                                               {"Creation Time=", &KIVCS2CaptionFileHeader::m_time}}};
+
+// Copies what fits; false if something did not. A null byte would end the text early.
+bool copyText(std::span<char> room, std::string_view text)
+{
+    const size_t size = std::min(text.size(), room.size() - 1);
+    std::replace_copy(text.begin(), text.begin() + size, room.begin(), '\0', '?');
+    room[size] = '\0';
+    return size == text.size();
+}
+
+// A mark of UTF-8 is 3 bytes; of the other encodings it or the zeros of ASCII text tell.
+bool isOtherEncoding(std::string_view text)
+{
+    return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
+           (text.size() >= 4 &&
+            ((text[0] == '\0' && text[2] == '\0') || (text[1] == '\0' && text[3] == '\0')));
+}
+} // namespace
+
+KIVCS2Status Reader::readHeader()
+{
+    if (!m_headerTaken)
+    {
+        m_headerTaken = true;
+        m_headerStatus = takeHeader();
+        m_current.line.whole = true;
+    }
+    return m_headerStatus;
+}
+
+KIVCS2Status Reader::takeHeader()
+{
+    std::string_view text;
+    KIV_TRY(openFile(text));
+    m_survey = surveyText(text);
+    KIV_TRY(takeHeaderLines());
+    if (!m_sawFormat && m_header.m_firstLine == 0)
+    {
+        m_current.line = {{m_opening.data(), m_openingSize}, 1, 0, true};
+        return refuse(KIVCS2CaptionFault_NotACaptionFile);
+    }
+    if (!m_sawFormat)
+    {
+        m_header.m_kind = m_options.m_kind != 0 ? m_options.m_kind : m_survey.kind();
+        KIV_TRY(tellHere(KIVCS2CaptionFault_HeaderMissing, 0, m_current.line.text, false));
+    }
+    if (m_options.m_kind != 0)
+        m_header.m_kind = m_options.m_kind;
+    if (isSCC())
+        m_header.m_field = m_options.m_field != 0                            ? m_options.m_field
+                           : m_survey.fieldCodes[1] > m_survey.fieldCodes[0] ? 2
+                                                                             : 1;
+    return settleCounting();
+}
+
+// Told and final, also if faults are tolerated.
+KIVCS2Status Reader::refuse(KIVCS2CaptionFault fault)
+{
+    KIV_TRY(tellHere(fault, 0, m_current.line.text.substr(0, KIVCS2_CAPTION_FOUND_SIZE), true));
+    return faultRow(fault)->status;
+}
+
+KIVCS2Status Reader::openFile(std::string_view &text)
+{
+    text = m_source.lookAhead(kLinesAhead);
+    m_current.line = {text.substr(0, KIVCS2_CAPTION_FOUND_SIZE), 1, 0, true};
+    const size_t opening = std::min({text.size(), m_opening.size(), text.find_first_of("\r\n")});
+    std::copy_n(text.begin(), opening, m_opening.begin());
+    m_openingSize = opening;
+    if (isOtherEncoding(text))
+        return refuse(KIVCS2CaptionFault_OtherEncoding);
+    if (!text.starts_with("\xEF\xBB\xBF"))
+        return KIVCS2STATUS_OK;
+    m_current.line.text = text.substr(0, 3);
+    KIV_TRY(tellHere(KIVCS2CaptionFault_ByteOrderMark, 0, m_current.line.text, false));
+    m_source.skip(3);
+    text.remove_prefix(3);
+    return KIVCS2STATUS_OK;
+}
+
+// Up to the first caption, which is put back.
+KIVCS2Status Reader::takeHeaderLines()
+{
+    Line &line = m_current.line;
+    for (;;)
+    {
+        const KIVCS2Status status = m_source.next(line);
+        if (status == KIVCS2STATUS_EOF_ERR)
+            return KIVCS2STATUS_OK;
+        if (KIVCS2_FAILED(status))
+            return streamFailed(status);
+        m_report.m_lines = line.number;
+        LineHead head;
+        Notes notes;
+        if (takeHead(line.text, head, notes))
+        {
+            m_header.m_firstLine = line.number;
+            m_firstOffset = line.offset;
+            m_source.unread(line);
+            return KIVCS2STATUS_OK;
+        }
+        KIV_TRY(takeHeaderLine(line));
+        KIV_TRY(m_source.skipRest(line));
+    }
+}
+
+KIVCS2Status Reader::takeHeaderLine(const Line &line)
+{
+    const std::string_view text = withoutBlanks(line.text);
+    m_sawBlank = m_sawBlank || text.empty() || isBlank(line.text.front());
+    if (text.empty() || isComment(text))
+        return KIVCS2STATUS_OK;
+    bool known = false;
+    KIV_TRY(takeFormat(text, known));
+    if (!known)
+        KIV_TRY(takeKnown(text, known));
+    if (known)
+        return KIVCS2STATUS_OK;
+    // A caption line whose timecode is damaged looks like this.
+    if (isDigit(text.front()) || text.find('\t') != kNowhere)
+        return lose(KIVCS2CaptionFault_NotACaption, 0, line.text);
+    ++m_header.m_otherLines;
+    const size_t used = std::strlen(m_header.m_others);
+    const std::span<char> room = std::span{m_header.m_others}.subspan(used);
+    const bool whole = copyText(room, text) && line.whole;
+    if (used + text.size() + 1 < sizeof m_header.m_others)
+        copyText(room.subspan(text.size()), "\n");
+    return tellHere(whole ? KIVCS2CaptionFault_HeaderUnknown : KIVCS2CaptionFault_HeaderLong, 0, text, false);
+}
+
+// The line that names the format, once.
+KIVCS2Status Reader::takeFormat(std::string_view text, bool &known)
+{
+    bool exact = true;
+    const KIVCS2CaptionFileKind kind = m_sawFormat ? 0 : kindOfLine(text, exact);
+    if (kind == KIVCS2CaptionFileKind_FindOut)
+        return KIVCS2STATUS_OK;
+    known = m_sawFormat = true;
+    m_header.m_kind = kind;
+    if (m_sawBlank)
+        KIV_TRY(tellHere(KIVCS2CaptionFault_HeaderBlanks, 0, text, false));
+    return exact ? KIVCS2STATUS_OK : tellHere(KIVCS2CaptionFault_HeaderCase, 0, text, false);
+}
+
+KIVCS2Status Reader::takeKnown(std::string_view text, bool &known)
+{
+    bool exact = true;
+    bool whole = true;
+    for (const TextKey &key : kTextKeys)
+        if (const std::string_view value = valueOf(text, key.key, exact); value.data() != nullptr)
+        {
+            known = true;
+            whole = copyText(m_header.*key.text, value);
+        }
+    if (const std::string_view rate = valueOf(text, kRateKey, exact); rate.data() != nullptr)
+    {
+        known = true;
+        whole = copyText(m_header.m_rate, rate);
+        if (countingOfMCCRate(rate) == KIVCS2CaptionCounting_FindOut)
+            KIV_TRY(tellHere(KIVCS2CaptionFault_RateUnknown, kRateKey.size(), rate, false));
+    }
+    if (known && !exact)
+        KIV_TRY(tellHere(KIVCS2CaptionFault_HeaderCase, 0, text, false));
+    return whole ? KIVCS2STATUS_OK : tellHere(KIVCS2CaptionFault_HeaderLong, 0, text, false);
+}
+
+KIVCS2Status Reader::settleCounting()
+{
+    const bool needsRate = !isSCC() && m_header.m_rate[0] == '\0' && m_header.m_firstLine != 0;
+    const bool isLate = needsRate && !m_survey.rate.empty();
+    if (needsRate && !isLate)
+        KIV_TRY(tellHere(KIVCS2CaptionFault_RateMissing, kNowhere, {}, false));
+    const CountingChoice choice =
+        chooseCounting(m_header.m_kind, isLate ? m_survey.rate : std::string_view{m_header.m_rate}, m_survey);
+    m_header.m_counting = choice.counting;
+    m_header.m_reason = choice.reason;
+    if (m_options.m_counting != KIVCS2CaptionCounting_FindOut)
+    {
+        m_header.m_counting = m_options.m_counting;
+        m_header.m_reason = KIVCS2CaptionReason_Caller;
+    }
+    else if (choice.fault == KIVCS2CaptionFault_RateDisagrees)
+        return refuse(choice.fault);
+    else if (choice.fault != KIVCS2CaptionFault_None)
+        return faultRow(choice.fault)->status; // told already
+    m_info = countingInfo(m_header.m_counting);
+    return KIVCS2STATUS_OK;
+}
+
+// ---- Lines ----
+
+// Makes the next caption line the current one.
+KIVCS2Status Reader::nextLine()
+{
+    m_gone = 0;
+    const KIVCS2Status status =
+        m_options.m_order == KIVCS2CaptionOrder_Frame ? lineInFrameOrder() : lineInFileOrder();
+    if (KIVCS2_SUCCEEDED(status))
+        return status;
+    if (status == KIVCS2STATUS_EOF_ERR)
+        return endOfFile();
+    return streamFailed(status);
+}
+
+KIVCS2Status Reader::streamFailed(KIVCS2Status status)
+{
+    (void)tellHere(KIVCS2CaptionFault_StreamFailed, kNowhere, {}, true); // the stream's own status counts
+    return failed(status);
+}
+
+KIVCS2Status Reader::lineInFileOrder()
+{
+    Line &line = m_current.line;
+    KIV_TRY(m_source.skipRest(line)); // a callback may have ended the call in the middle of a line
+    for (;;)
+    {
+        KIV_TRY(m_source.next(line));
+        m_report.m_lines = std::max(m_report.m_lines, line.number);
+        const std::string_view text = withoutBlanks(line.text);
+        if (!isComment(text) && !(line.whole && text.empty()))
+            return KIVCS2STATUS_OK;
+        KIV_TRY(m_source.skipRest(line));
+    }
+}
+
+KIVCS2Status Reader::lineInFrameOrder()
+{
+    if (!m_listed)
+        KIV_TRY(listLines());
+    if (m_listAt == m_list.all().size())
+        return KIVCS2STATUS_EOF_ERR;
+    const OrderedLine &ordered = m_list.all()[m_listAt++];
+    KIV_TRY(m_source.moveTo(ordered.offset, ordered.number));
+    return m_source.next(m_current.line);
+}
+
+// The frame of a line's last pair or packet.
+KIVCS2Status Reader::lastFrameOf(Line &line, const LineHead &head, uint32_t &last)
+{
+    last = *frameOf(*m_info, head.time);
+    if (!isSCC())
+        return m_source.skipRest(line);
+    bool inWord = false;
+    size_t words = countWords(line.text.substr(head.dataAt), inWord);
+    while (!line.whole)
+    {
+        KIV_TRY(m_source.more(line, 0));
+        words += countWords(line.text, inWord);
+    }
+    last += static_cast<uint32_t>(std::max<size_t>(words, 1) - 1);
+    return KIVCS2STATUS_OK;
+}
+
+// Reads the whole file once for its timecodes. A line without one stays behind the line before it,
+// so that its fault is told in its place.
+KIVCS2Status Reader::listLines()
+{
+    uint32_t before = 0;
+    Line line;
+    KIVCS2Status status = KIVCS2STATUS_OK;
+    while (KIVCS2_SUCCEEDED(status = m_source.next(line)))
+        KIV_TRY(listLine(line, before));
+    if (status != KIVCS2STATUS_EOF_ERR)
+        return status;
+    m_report.m_lines = m_source.lineNumber() - 1;
+    m_list.order(isSCC());
+    m_listed = true;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status Reader::listLine(Line &line, uint32_t &before)
+{
+    const std::string_view text = withoutBlanks(line.text);
+    if (text.empty() || isComment(text))
+        return m_source.skipRest(line);
+    OrderedLine ordered{line.offset, static_cast<uint32_t>(line.number), before, before, 0, 0};
+    Notes notes;
+    LineHead head;
+    if (takeHead(line.text, head, notes) && frameOf(*m_info, head.time))
+    {
+        uint32_t last = 0;
+        KIV_TRY(lastFrameOf(line, head, last));
+        ordered.frame = *frameOf(*m_info, head.time);
+        ordered.frames = (last - ordered.frame + 1) & 0x7FFFFFFFu;
+        ordered.isBack = ordered.frame < before;
+        before = ordered.frame;
+    }
+    KIV_TRY(m_source.skipRest(line));
+    return m_list.add(ordered);
+}
+
+// ---- Packets ----
+
+KIVCS2Status Reader::readPacket(KIVCS2CaptionPacket &packet)
+{
+    KIV_TRY(readHeader());
+    KIV_TRY(m_ended);
+    bool got = false;
+    while (!got)
+    {
+        if (m_inWords)
+            KIV_TRY(nextWord(packet, got));
+        else
+        {
+            KIV_TRY(nextLine());
+            KIV_TRY(takeLine(packet, got));
+        }
+    }
+    m_sawCaption = true;
+    if (m_report.m_packets++ == 0)
+        m_report.m_firstFrame = packet.m_frame;
+    m_report.m_lastFrame = packet.m_frame;
+    m_report.m_cdps += (packet.m_flags & KIVCS2CaptionPacketFlag_CDP) != 0 ? 1 : 0;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status Reader::takeLine(KIVCS2CaptionPacket &packet, bool &got)
+{
+    m_current.head = {};
+    m_current.notes = {};
+    m_current.hasFrame = false;
+    bool good = false;
+    KIV_TRY(takeTimecode(good));
+    if (!good)
+        return KIVCS2STATUS_OK;
+    if (withoutBlanks(m_current.line.text.substr(m_current.head.dataAt)).empty() && m_current.line.whole)
+        return lose(KIVCS2CaptionFault_NotACaption, m_current.head.dataAt, {});
+    return isSCC() ? openWords() : takeMCC(packet, got);
+}
+
+// The line's frame. Not good: the line is lost and told.
+KIVCS2Status Reader::takeTimecode(bool &good)
+{
+    const std::string_view text = m_current.line.text;
+    LineHead &head = m_current.head;
+    if (!takeHead(text, head, m_current.notes))
+    {
+        bool exact = false;
+        if (valueOf(text, kRateKey, exact).data() != nullptr)
+            return tellHere(KIVCS2CaptionFault_RateLate, 0, text, false);
+        const size_t null = text.find('\0');
+        return null == kNowhere ? lose(KIVCS2CaptionFault_NotACaption, 0, text)
+                                : lose(KIVCS2CaptionFault_Null, null, text.substr(null, 1));
+    }
+    const std::string_view time = text.substr(head.timeAt, kTimecodeSize);
+    const auto frame = frameOf(*m_info, head.time);
+    if (!frame)
+        return lose(KIVCS2CaptionFault_NoSuchTime, head.timeAt, time);
+    m_current.frame = *frame;
+    m_current.hasFrame = true;
+    if (isDropped(*m_info, head.time))
+        m_current.notes.add(KIVCS2CaptionFault_DroppedNumber, head.timeAt, kTimecodeSize);
+    // MCC writes ":" at every rate; ";" there says drop-frame all the same.
+    const char separator = head.time.separator;
+    const bool drops = m_info->m_drop != 0;
+    if ((separator == ';' && !drops) || (separator == ':' && drops && isSCC()))
+        m_current.notes.add(KIVCS2CaptionFault_OtherCounting, head.timeAt + 8, 1);
+    if (head.badSuffix || (head.hasField && m_header.m_kind != KIVCS2CaptionFileKind_MCC2))
+        m_current.notes.add(KIVCS2CaptionFault_Suffix, head.timeAt + kTimecodeSize, 2);
+    if (m_dropping && m_current.frame < m_dropBefore && !isSCC())
+        return m_source.skipRest(m_current.line);
+    good = true;
+    return KIVCS2STATUS_OK;
+}
+
+// ---- MCC ----
+
+KIVCS2Status Reader::takeMCC(KIVCS2CaptionPacket &packet, bool &got)
+{
+    Line &line = m_current.line;
+    const size_t dataAt = m_current.head.dataAt;
+    std::string_view data = line.text.substr(dataAt);
+    while (!data.empty() && isBlank(data.back()))
+        data.remove_suffix(1);
+    packet = {};
+    const MCCData decoded = decodeMCC(data, packet.m_anc);
+    if (m_options.m_order == KIVCS2CaptionOrder_File)
+        m_index.add(line.offset, line.number, m_current.frame);
+    if (decoded.badAt != kNowhere)
+        return lose(faultOfCharacter(data[decoded.badAt]), dataAt + decoded.badAt,
+                    data.substr(decoded.badAt, 1));
+    if (decoded.tooLong || !line.whole)
+        return lose(KIVCS2CaptionFault_LongPacket, dataAt, data);
+    if (decoded.size == 0)
+        return lose(KIVCS2CaptionFault_HalfByte, dataAt, data);
+
+    packet.m_line = line.number;
+    packet.m_offset = line.offset;
+    packet.m_frame = m_current.frame;
+    packet.m_size = static_cast<uint16_t>(decoded.size);
+    if (line.text.size() > dataAt + data.size())
+        m_current.notes.add(KIVCS2CaptionFault_BlanksBehind, dataAt + data.size(),
+                            line.text.size() - dataAt - data.size());
+    KIV_TRY(finishMCC(packet, decoded));
+    m_dropping = false;
+    got = true;
+    return KIVCS2STATUS_OK;
+}
+
+KIVCS2Status Reader::finishMCC(KIVCS2CaptionPacket &packet, const MCCData &data)
+{
+    const LineHead &head = m_current.head;
+    if (head.hasField)
+    {
+        packet.m_flags |= KIVCS2CaptionPacketFlag_HasField;
+        packet.m_field = head.field;
+    }
+    if (head.hasNumber)
+    {
+        packet.m_flags |= KIVCS2CaptionPacketFlag_HasNumber;
+        packet.m_number = head.number;
+    }
+    if (data.lowerAt != kNowhere)
+        m_current.notes.add(KIVCS2CaptionFault_LowerCase, head.dataAt + data.lowerAt, 2);
+    if (data.halfAt != kNowhere)
+        m_current.notes.add(KIVCS2CaptionFault_HalfByte, head.dataAt + data.halfAt, 2);
+    if (data.fourByteU)
+        m_current.notes.add(KIVCS2CaptionFault_FourByteU, head.dataAt + data.uAt, 1);
+    takeApart(packet);
+    if ((packet.m_flags & KIVCS2CaptionPacketFlag_CDP) != 0 && packet.m_rateCode != 0 &&
+        !rateAgrees(*m_info, packet.m_rateCode))
+        packet.m_faults |= faultBit(KIVCS2CaptionFault_RateDisagrees);
+
+    // Those of the bytes have no column of their own: they are told where the data begin.
+    const uint64_t ofBytes = packet.m_faults;
+    KIV_TRY(tellNotes(packet.m_faults));
+    for (uint64_t rest = ofBytes; rest != 0; rest &= rest - 1)
+    {
+        const auto fault = static_cast<KIVCS2CaptionFault>(std::countr_zero(rest));
+        KIV_TRY(tellHere(fault, head.dataAt, m_current.line.text.substr(head.dataAt), losesData(fault)));
+    }
+    return compareMCC(packet);
+}
+
+// The packet beside the one before it.
+KIVCS2Status Reader::compareMCC(KIVCS2CaptionPacket &packet)
+{
+    const uint32_t frame = packet.m_frame;
+    const uint32_t last = m_lastFrame;
+    const uint32_t suffix[3] = {packet.m_flags & 3u, packet.m_field, packet.m_number};
+    const bool hasSequence = (packet.m_flags & KIVCS2CaptionPacketFlag_CDP) != 0;
+    KIVCS2CaptionFault fault = KIVCS2CaptionFault_None;
+    KIVCS2CaptionFault order = KIVCS2CaptionFault_None;
+    const bool overMidnight = m_hasLast && isOverMidnight(last, frame);
+    // Suffixes tell the fields and packets of one frame apart.
+    if (m_hasLast && frame == last && std::ranges::equal(suffix, m_lastSuffix))
+        order = KIVCS2CaptionFault_SameFrame;
+    else if (m_hasLast && frame < last && !overMidnight)
+        order = KIVCS2CaptionFault_BackInTime;
+    const uint32_t ahead = m_hasLast && order == KIVCS2CaptionFault_None
+                               ? frame + (overMidnight ? m_info->m_perDay : 0) - last
+                               : 0;
+    m_report.m_gapFrames += ahead > 1 ? ahead - 1 : 0;
+    if (m_hasSequence && hasSequence)
+    {
+        // In a sparse file the frames between have no packet and the counters go on. If the counters
+        // know of the frames, their packets are missing.
+        const auto step = static_cast<uint16_t>(packet.m_sequence - m_sequence);
+        const bool isSameFrame = frame == last && order == KIVCS2CaptionFault_None; // another field of it
+        if (step != 1 && !(step == 0 && isSameFrame))
+            fault = ahead > 1 && step == ahead ? KIVCS2CaptionFault_Gap : KIVCS2CaptionFault_Sequence;
+    }
+    if (m_options.m_order == KIVCS2CaptionOrder_Frame && m_list.all()[m_listAt - 1].isBack)
+        order = KIVCS2CaptionFault_BackInTime;
+    m_hasLast = true;
+    m_lastFrame = frame;
+    std::ranges::copy(suffix, m_lastSuffix);
+    m_hasSequence = m_hasSequence || hasSequence;
+    m_sequence = hasSequence ? packet.m_sequence : m_sequence;
+    for (const KIVCS2CaptionFault one : {order, fault})
+        if (one != KIVCS2CaptionFault_None)
+        {
+            packet.m_faults |= faultBit(one);
+            KIV_TRY(tellHere(one, m_current.head.timeAt,
+                             m_current.line.text.substr(m_current.head.timeAt, kTimecodeSize), false));
+        }
+    return KIVCS2STATUS_OK;
+}
+
+// ---- SCC ----
+
+KIVCS2Status Reader::openWords()
+{
+    Line &line = m_current.line;
+    m_at = m_current.head.dataAt;
+    m_lineFaults = 0;
+    m_first = true;
+    if (const size_t bad = findBadOfWords(line.text.substr(m_at)); bad != kNowhere)
+        return lose(faultOfCharacter(line.text[m_at + bad]), m_at + bad, line.text.substr(m_at + bad, 1));
+    const size_t used = line.text.find_last_not_of(" \t") + 1;
+    if (line.whole && used < line.text.size())
+        m_current.notes.add(KIVCS2CaptionFault_BlanksBehind, used, line.text.size() - used);
+    KIV_TRY(tellNotes(m_lineFaults));
+    return placeWords();
+}
+
+// The frame of the line's first pair, if it can be placed.
+KIVCS2Status Reader::placeWords()
+{
+    const uint32_t frame = m_current.frame;
+    const bool byFrame = m_options.m_order == KIVCS2CaptionOrder_Frame;
+    m_wordFrame = byFrame ? std::max(frame, m_list.all()[m_listAt - 1].placed) : frame;
+    KIVCS2CaptionFault fault = KIVCS2CaptionFault_None;
+    if (byFrame && m_list.all()[m_listAt - 1].isBack)
+        fault = KIVCS2CaptionFault_BackInTime;
+    else if (m_hasLast && frame < m_lastFrame && !isOverMidnight(m_lastFrame, frame))
+        fault = KIVCS2CaptionFault_BackInTime;
+    else if (m_hasLast && frame == m_lastFrame)
+        fault = KIVCS2CaptionFault_SameFrame;
+    else if (byFrame ? m_wordFrame > frame : m_hasLast && frame < m_nextFrame && frame > m_lastFrame)
+        fault = KIVCS2CaptionFault_Overlap;
+    m_hasLast = true;
+    m_lastFrame = frame;
+    if (m_wordFrame - frame > m_info->m_perDay / 24)
+        return lose(KIVCS2CaptionFault_WaitsTooLong, m_current.head.timeAt,
+                    m_current.line.text.substr(m_current.head.timeAt, kTimecodeSize));
+    m_inWords = true;
+    if (fault == KIVCS2CaptionFault_None)
+        return KIVCS2STATUS_OK;
+    m_lineFaults |= faultBit(fault);
+    return tellHere(fault, m_current.head.timeAt,
+                    m_current.line.text.substr(m_current.head.timeAt, kTimecodeSize), false);
+}
+
+void Reader::closeWords()
+{
+    m_inWords = false;
+    m_nextFrame = m_wordFrame;
+    if (m_options.m_order == KIVCS2CaptionOrder_File)
+        m_index.add(m_current.line.offset, m_current.line.number,
+                    std::max(m_wordFrame, m_current.frame + 1) - 1);
+}
+
+// The next word, or an empty one at the line's end. Of a word that is too long `word` is the end.
+KIVCS2Status Reader::findWord(std::string_view &word, size_t &digits)
+{
+    Line &line = m_current.line;
+    size_t dropped = 0;
+    for (;;)
+    {
+        while (dropped == 0 && m_at < line.text.size() && isBlank(line.text[m_at]))
+            ++m_at;
+        size_t end = m_at;
+        while (end < line.text.size() && !isBlank(line.text[end]))
+            ++end;
+        word = line.text.substr(m_at, end - m_at);
+        digits = dropped + word.size();
+        if (end < line.text.size() || line.whole)
+            return KIVCS2STATUS_OK;
+        // The word may go on in the next block.
+        const bool isLong = digits > kLongestWord;
+        const size_t keep = isLong ? 0 : word.size();
+        dropped = isLong ? digits : 0;
+        m_gone += line.text.size() - keep;
+        m_at = 0;
+        if (const KIVCS2Status status = m_source.more(line, keep); KIVCS2_FAILED(status))
+            return streamFailed(status);
+        KIV_TRY(checkWords(keep));
+    }
+}
+
+// A character that stands for nothing ends a line that is too long to be looked at beforehand.
+KIVCS2Status Reader::checkWords(size_t from)
+{
+    const size_t bad = findBadOfWords(m_current.line.text.substr(from));
+    if (bad == kNowhere)
+        return KIVCS2STATUS_OK;
+    const char character = m_current.line.text[from + bad];
+    const KIVCS2Status told = lose(faultOfCharacter(character), from + bad, {&character, 1});
+    m_current.line.text = {};
+    m_at = 0;
+    return told;
+}
+
+KIVCS2Status Reader::nextWord(KIVCS2CaptionPacket &packet, bool &got)
+{
+    std::string_view word;
+    size_t digits = 0;
+    const KIVCS2Status status = findWord(word, digits);
+    if (KIVCS2_FAILED(status))
+    {
+        closeWords();
+        return status;
+    }
+    if (digits == 0)
+    {
+        closeWords();
+        return KIVCS2STATUS_OK;
+    }
+    const bool dropped = m_dropping && m_wordFrame < m_dropBefore;
+    const KIVCS2Status taken = dropped ? KIVCS2STATUS_OK : takeWord(word, digits, packet, got);
+    m_at += word.size();
+    ++m_wordFrame;
+    m_dropping = m_dropping && !got;
+    return taken;
+}
+
+KIVCS2Status Reader::takeWord(std::string_view word, size_t digits, KIVCS2CaptionPacket &packet, bool &got)
+{
+    packet = {};
+    packet.m_frame = m_wordFrame;
+    if (digits != 4 && digits != 8)
+    {
+        ++m_report.m_lostPairs;
+        return tellHere(KIVCS2CaptionFault_WordLength, m_at, word, true);
+    }
+    packet.m_line = m_current.line.number;
+    packet.m_offset = m_current.line.offset;
+    packet.m_faults = m_first ? m_lineFaults : 0;
+    m_first = false;
+    const auto field = static_cast<uint8_t>(m_header.m_field == 2 ? 1 : 0);
+    const size_t pairs = digits == 8 && m_options.m_bothTracks ? 2 : 1;
+    for (size_t pair = 0; pair < pairs; ++pair)
+    {
+        uint8_t *const triplet = packet.m_triplets[packet.m_tripletCount++];
+        triplet[0] = static_cast<uint8_t>(kMarker | kValid | (pair == 0 ? field : 1 - field));
+        for (size_t byte = 0; byte < 2; ++byte)
+            triplet[1 + byte] = static_cast<uint8_t>(wordValue(word[pair * 4 + byte * 2]) << 4 |
+                                                     wordValue(word[pair * 4 + byte * 2 + 1]));
+        if (!isEmptyPair(triplet[1], triplet[2]) && !(hasOddParity(triplet[1]) && hasOddParity(triplet[2])))
+            packet.m_faults |= faultBit(KIVCS2CaptionFault_Parity);
+    }
+    got = true;
+    if (digits == 8)
+    {
+        packet.m_faults |= faultBit(KIVCS2CaptionFault_EightDigitWord);
+        KIV_TRY(tellHere(KIVCS2CaptionFault_EightDigitWord, m_at, word, pairs == 1));
+    }
+    if ((packet.m_faults & faultBit(KIVCS2CaptionFault_Parity)) != 0)
+        KIV_TRY(tellHere(KIVCS2CaptionFault_Parity, m_at, word, false));
+    return KIVCS2STATUS_OK;
+}
+
+// ---- Seeking ----
+
+KIVCS2Status Reader::seek(uint32_t frame)
+{
+    KIV_TRY(readHeader());
+    if (!canSeek())
+        return KIVCS2STATUS_UNSUPPORTED_ERR;
+    if (KIVCS2_FAILED(m_ended))
+        return m_ended;
+    m_inWords = false;
+    m_gone = 0;
+    m_hasLast = m_hasSequence = false;
+    m_dropping = true;
+    m_dropBefore = frame;
+    if (m_options.m_order == KIVCS2CaptionOrder_Frame)
+    {
+        if (!m_listed)
+            KIV_TRY(listLines());
+        m_listAt = m_list.find(frame);
+        return m_listAt < m_list.all().size() ? KIVCS2STATUS_OK : KIVCS2STATUS_EOF_ERR;
+    }
+    const LineIndex::Entry *const entry = m_index.find(frame);
+    KIV_TRY(entry != nullptr ? m_source.moveTo(entry->offset, entry->number)
+                             : m_source.moveTo(m_firstOffset, m_header.m_firstLine));
+    return passBefore(frame);
+}
+
+// Passes over lines that end before `frame`, looking at nothing but their timecodes.
+KIVCS2Status Reader::passBefore(uint32_t frame)
+{
+    for (;;)
+    {
+        KIV_TRY(lineInFileOrder());
+        Line line = m_current.line;
+        const bool whole = line.whole;
+        m_current.line.whole = true; // the copy goes on with it
+        Notes notes;
+        LineHead head;
+        uint32_t last = 0;
+        if (!takeHead(line.text, head, notes) || !frameOf(*m_info, head.time))
+        {
+            KIV_TRY(m_source.skipRest(line));
+            continue;
+        }
+        KIV_TRY(lastFrameOf(line, head, last));
+        m_index.add(line.offset, line.number, last);
+        m_sawCaption = true;
+        if (last < frame)
+            continue;
+        if (!whole)
+            return m_source.moveTo(line.offset, line.number);
+        m_source.unread(line);
+        return KIVCS2STATUS_OK;
+    }
+}
+} // namespace kiv::cc

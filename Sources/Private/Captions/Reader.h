@@ -1,0 +1,141 @@
+// Reads a caption file packet by packet: header, order of lines, faults.
+#ifndef KIV_PRIVATE_CAPTIONS_READER_H
+#define KIV_PRIVATE_CAPTIONS_READER_H
+
+#include "Private/Captions/Counting.h"
+#include "Private/Captions/FaultLog.h"
+#include "Private/Captions/LineIndex.h"
+#include "Private/Captions/LineSource.h"
+#include "Private/Captions/LineText.h"
+#include "Private/Captions/Survey.h"
+
+namespace kiv::cc
+{
+class Reader
+{
+public:
+    Reader(KIVCS2Stream *stream, const KIVCS2CaptionReadOptions &options)
+        : m_options{options}, m_source{stream}, m_log{m_options}
+    {
+    }
+    Reader(const Reader &) = delete;
+    Reader &operator=(const Reader &) = delete;
+
+    [[nodiscard]] bool canSeek() const
+    {
+        return m_source.canSeek();
+    }
+    [[nodiscard]] KIVCS2Status readHeader();
+    [[nodiscard]] const KIVCS2CaptionFileHeader &header() const
+    {
+        return m_header;
+    }
+    [[nodiscard]] KIVCS2Status readPacket(KIVCS2CaptionPacket &packet);
+    [[nodiscard]] KIVCS2Status seek(uint32_t frame);
+
+    void report(KIVCS2CaptionFileReport &report) const;
+    [[nodiscard]] const FaultLog &log() const
+    {
+        return m_log;
+    }
+
+private:
+    // One caption line being read.
+    struct Current
+    {
+        Line line;
+        LineHead head;
+        Notes notes;
+        uint32_t frame = 0;
+        bool hasFrame = false;
+    };
+
+    KIVCS2Status takeHeader();
+    KIVCS2Status openFile(std::string_view &text);
+    KIVCS2Status takeHeaderLines();
+    KIVCS2Status takeHeaderLine(const Line &line);
+    KIVCS2Status takeFormat(std::string_view text, bool &known);
+    KIVCS2Status takeKnown(std::string_view text, bool &known);
+    KIVCS2Status settleCounting();
+    KIVCS2Status refuse(KIVCS2CaptionFault fault);
+
+    KIVCS2Status nextLine();
+    KIVCS2Status lineInFileOrder();
+    KIVCS2Status lineInFrameOrder();
+    KIVCS2Status listLines();
+    KIVCS2Status listLine(Line &line, uint32_t &last);
+    KIVCS2Status takeLine(KIVCS2CaptionPacket &packet, bool &got);
+    KIVCS2Status takeTimecode(bool &good);
+    KIVCS2Status takeMCC(KIVCS2CaptionPacket &packet, bool &got);
+    KIVCS2Status finishMCC(KIVCS2CaptionPacket &packet, const MCCData &data);
+    KIVCS2Status compareMCC(KIVCS2CaptionPacket &packet);
+    KIVCS2Status openWords();
+    KIVCS2Status checkWords(size_t from);
+    KIVCS2Status placeWords();
+    KIVCS2Status nextWord(KIVCS2CaptionPacket &packet, bool &got);
+    KIVCS2Status findWord(std::string_view &word, size_t &digits);
+    KIVCS2Status takeWord(std::string_view word, size_t digits, KIVCS2CaptionPacket &packet, bool &got);
+    void closeWords();
+
+    KIVCS2Status lose(KIVCS2CaptionFault fault, size_t at, std::string_view found);
+    KIVCS2Status tell(KIVCS2CaptionFault fault, const Place &place, bool lost);
+    KIVCS2Status tellHere(KIVCS2CaptionFault fault, size_t at, std::string_view found, bool lost);
+    KIVCS2Status tellNotes(uint64_t &faults);
+    KIVCS2Status endOfFile();
+    KIVCS2Status failed(KIVCS2Status status);
+    KIVCS2Status streamFailed(KIVCS2Status status);
+    KIVCS2Status passBefore(uint32_t frame);
+    KIVCS2Status lastFrameOf(Line &line, const LineHead &head, uint32_t &last);
+    [[nodiscard]] bool isSCC() const
+    {
+        return m_header.m_kind == KIVCS2CaptionFileKind_SCC;
+    }
+    [[nodiscard]] bool isOverMidnight(uint32_t from, uint32_t to) const
+    {
+        return to < from && from - to > m_info->m_perDay / 2;
+    }
+
+    KIVCS2CaptionReadOptions m_options;
+    LineSource m_source;
+    FaultLog m_log;
+    KIVCS2CaptionFileHeader m_header{};
+    KIVCS2CaptionFileReport m_report{};
+    const KIVCS2CaptionCountingInfo *m_info = nullptr;
+    Survey m_survey;
+    bool m_headerTaken = false, m_sawBlank = false, m_sawFormat = false, m_sawCaption = false;
+    KIVCS2Status m_headerStatus = KIVCS2STATUS_OK;
+    KIVCS2Status m_ended = KIVCS2STATUS_OK; // a failure that stays
+    bool m_toldEnd = false;
+
+    uint64_t m_firstOffset = 0; // of the first caption line
+    uint32_t m_dropBefore = 0;  // behind a seek: packets before this frame are passed over
+    bool m_dropping = false;
+
+    Current m_current;
+    std::array<char, KIVCS2_CAPTION_FOUND_SIZE> m_opening; // the front of the first line
+    size_t m_openingSize = 0;
+
+    // The words of an SCC line.
+    bool m_inWords = false;
+    size_t m_at = 0;   // in the line's text
+    size_t m_gone = 0; // characters of the line in front of the text
+    uint32_t m_wordFrame = 0;
+    uint64_t m_lineFaults = 0; // of the line, for its first pair
+    bool m_first = true;       // no pair of the line is out yet
+
+    // The line before.
+    bool m_hasLast = false;
+    uint32_t m_lastFrame = 0; // its timecode
+    uint32_t m_nextFrame = 0; // behind its last pair
+    uint32_t m_lastSuffix[3] = {};
+    bool m_hasSequence = false;
+    uint16_t m_sequence = 0;
+
+    LineIndex m_index;
+    LineList m_list;
+    size_t m_listAt = 0;
+    bool m_listed = false;
+};
+} // namespace kiv::cc
+
+#endif

@@ -1,0 +1,172 @@
+// What the first lines of a caption file say about it, before any of them is read.
+#include "Private/Captions/Survey.h"
+
+#include "Private/Captions/Counting.h"
+#include "Private/Captions/LineText.h"
+
+#include <algorithm>
+
+namespace kiv::cc
+{
+namespace
+{
+constexpr uint32_t kLines = 64; // enough for a vote, few enough to cost nothing
+constexpr std::string_view kSCC = "Scenarist_SCC V1.0";
+constexpr std::string_view kMCC = "File Format=MacCaption_MCC V";
+
+constexpr char lower(char character)
+{
+    return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
+}
+
+bool beginsWith(std::string_view text, std::string_view start, bool &exact)
+{
+    if (text.size() < start.size() ||
+        !std::ranges::equal(text.substr(0, start.size()), start, {}, lower, lower))
+        return false;
+    exact = text.starts_with(start);
+    return true;
+}
+
+// Codes of field 1 begin with 14h or 1Ch, those of field 2 with 15h or 1Dh (CEA-608-E, 8.4).
+void voteForField(std::string_view data, Survey &survey)
+{
+    for (size_t at = 0; at + 4 <= data.size(); at += 5)
+    {
+        const unsigned high = wordValue(data[at]) & 0x7u;
+        const unsigned low = wordValue(data[at + 1]) & 0x7u;
+        if (high == 1 && (low == 4 || low == 5) && (wordValue(data[at + 2]) & 0x7u) == 2)
+            ++survey.fieldCodes[low - 4];
+    }
+}
+
+bool looksLikeWords(std::string_view data)
+{
+    const std::string_view front = data.substr(0, 24);
+    bool words = front.size() >= 4;
+    for (size_t at = 0; at < front.size() && words; ++at)
+        words = at % 5 == 4 ? isBlank(front[at]) : wordValue(front[at]) < kBlankValue;
+    return words && (data.size() > 4 || front.size() == 4);
+}
+
+void surveyPacket(std::string_view data, Survey &survey)
+{
+    std::array<uint8_t, KIVCS2_CAPTION_ANC_SIZE> bytes;
+    const size_t size = decodeMCC(data, bytes).size;
+    if (size > 6 && bytes[0] == 0x61 && bytes[1] == 0x01 && bytes[3] == 0x96 && bytes[4] == 0x69)
+        ++survey.rateCodes[bytes[6] >> 4];
+}
+
+// A line whose key is damaged still ends in its rate.
+std::string_view rateAtEnd(std::string_view line)
+{
+    line = withoutBlanks(line);
+    if (line.starts_with("//") ||
+        (line.find("Rate") == std::string_view::npos && line.find("Code") == std::string_view::npos))
+        return {};
+    const size_t before = line.find_last_not_of("0123456789DF");
+    const std::string_view end = line.substr(before == std::string_view::npos ? 0 : before + 1);
+    return countingOfMCCRate(end) != KIVCS2CaptionCounting_FindOut ? end : std::string_view{};
+}
+
+void surveyLine(std::string_view line, Survey &survey)
+{
+    bool exact = false;
+    if (const std::string_view rate = valueOf(line, kRateKey, exact); rate.data() != nullptr)
+        survey.rate = rate;
+    else if (const std::string_view end = rateAtEnd(line); survey.rate.empty() && !end.empty())
+        survey.rate = end;
+    Notes notes;
+    LineHead head;
+    if (!takeHead(line, head, notes))
+        return;
+    ++survey.captionLines;
+    ++(head.time.separator == ';' ? survey.semicolons : survey.colons);
+    survey.suffixes += head.hasField ? 1 : 0;
+    const std::string_view data = withoutBlanks(line.substr(head.dataAt));
+    const bool words = looksLikeWords(data);
+    ++(words ? survey.wordLines : survey.packetLines);
+    if (words)
+        voteForField(data, survey);
+    else
+        surveyPacket(data, survey);
+}
+} // namespace
+
+bool Survey::drops() const
+{
+    return semicolons > colons;
+}
+
+uint8_t Survey::rateCode() const
+{
+    uint32_t all = 0;
+    for (const uint32_t count : rateCodes)
+        all += count;
+    const auto most = std::ranges::max_element(rateCodes);
+    return *most * 2 > all ? static_cast<uint8_t>(most - rateCodes.begin()) : uint8_t{0};
+}
+
+KIVCS2CaptionFileKind Survey::kind() const
+{
+    if (captionLines == 0)
+        return KIVCS2CaptionFileKind_FindOut;
+    if (wordLines >= packetLines)
+        return KIVCS2CaptionFileKind_SCC;
+    return suffixes > 0 ? KIVCS2CaptionFileKind_MCC2 : KIVCS2CaptionFileKind_MCC1;
+}
+
+Survey surveyText(std::string_view text)
+{
+    Survey survey;
+    while (!text.empty() && survey.captionLines < kLines)
+    {
+        const size_t end = std::min(text.find_first_of("\r\n"), text.size());
+        surveyLine(text.substr(0, end), survey);
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return survey;
+}
+
+KIVCS2CaptionFileKind kindOfLine(std::string_view line, bool &exact)
+{
+    if (beginsWith(line, kSCC, exact))
+        return KIVCS2CaptionFileKind_SCC;
+    if (!beginsWith(line, kMCC, exact))
+        return KIVCS2CaptionFileKind_FindOut;
+    return line.substr(kMCC.size()).starts_with('1') ? KIVCS2CaptionFileKind_MCC1
+                                                     : KIVCS2CaptionFileKind_MCC2;
+}
+
+std::string_view valueOf(std::string_view line, std::string_view key, bool &exact)
+{
+    line = withoutBlanks(line);
+    return beginsWith(line, key, exact) ? withoutBlanks(line.substr(key.size())) : std::string_view{};
+}
+
+CountingChoice chooseCounting(KIVCS2CaptionFileKind kind, std::string_view rate, const Survey &survey)
+{
+    if (kind == KIVCS2CaptionFileKind_SCC)
+        return {survey.drops() ? uint32_t{KIVCS2CaptionCounting_29_97DF}
+                               : uint32_t{KIVCS2CaptionCounting_29_97NDF},
+                KIVCS2CaptionReason_Separator, KIVCS2CaptionFault_None};
+
+    const uint8_t code = survey.rateCode();
+    const KIVCS2CaptionCounting named = countingOfMCCRate(rate);
+    if (named == KIVCS2CaptionCounting_FindOut)
+    {
+        // "29.97DF" is none of the format's texts, but it does say that numbers are dropped.
+        const bool drops = survey.drops() || rate.find_first_of("DFdf") != std::string_view::npos;
+        CountingChoice choice{countingOfRateCode(code, drops), KIVCS2CaptionReason_Packets,
+                              KIVCS2CaptionFault_None};
+        if (choice.counting == KIVCS2CaptionCounting_FindOut && survey.captionLines > 0)
+            choice.fault = rate.empty() ? KIVCS2CaptionFault_RateMissing : KIVCS2CaptionFault_RateUnknown;
+        return choice;
+    }
+    // Of a text that stands for two rates the CDPs say which it is.
+    CountingChoice choice{withRateCode(named, code), KIVCS2CaptionReason_Header, KIVCS2CaptionFault_None};
+    if (code != 0 && !rateAgrees(*countingInfo(named), code))
+        choice.fault = KIVCS2CaptionFault_RateDisagrees;
+    return choice;
+}
+} // namespace kiv::cc

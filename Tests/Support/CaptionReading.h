@@ -1,0 +1,107 @@
+// Caption files read through the tolerant reader from texts, and the real files of the corpus.
+#pragma once
+
+#include <KIVCoreServices2/KIVCS2CaptionFile.h>
+#include <KIVCoreServices2/KIVCS2MemoryStream.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kiv::test
+{
+inline std::string fileText(const std::filesystem::path &path)
+{
+    std::ifstream file{path, std::ios::binary};
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
+
+// The folder of real caption files: KIV_CAPTION_CORPUS, or beside the project. Empty without one.
+inline std::filesystem::path corpus()
+{
+    const char *const set = std::getenv("KIV_CAPTION_CORPUS");
+    const std::filesystem::path path = set != nullptr ? set : KIV_TEST_DATA "/../../../shared/corpus";
+    return std::filesystem::is_directory(path) ? path : std::filesystem::path{};
+}
+
+#define KIV_NEED_CORPUS()                                                                                    \
+    if (kiv::test::corpus().empty())                                                                         \
+    GTEST_SKIP() << "no real caption files here; KIV_CAPTION_CORPUS says where they are"
+
+// A file in memory, opened for reading.
+struct Reading
+{
+    KIVCS2MemoryStream memory{};
+    KIVCS2CaptionFile file{};
+    KIVCS2CaptionFileHeader header{};
+    std::string text;
+    std::vector<KIVCS2CaptionFileFault> faults;
+    std::vector<KIVCS2CaptionPacket> packets;
+    KIVCS2Status status = KIVCS2STATUS_OK; // of the call that ended the reading
+
+    explicit Reading(std::string_view content, KIVCS2CaptionReadOptions options = {}) : text{content}
+    {
+        text.reserve(1); // a view needs a block, even of no bytes
+        options.m_onFault = [](const KIVCS2CaptionFileFault *fault, void *context)
+        {
+            static_cast<Reading *>(context)->faults.push_back(*fault);
+            return KIVCS2Status{KIVCS2STATUS_OK};
+        };
+        options.m_context = this;
+        EXPECT_EQ(kivCS2MemoryStream_initWithBytes(&memory, text.data(), text.size()), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2CaptionFile_initReading(&file, &memory.m_stream, true, &options), KIVCS2STATUS_OK);
+    }
+    Reading(const Reading &) = delete;
+    Reading &operator=(const Reading &) = delete;
+    ~Reading()
+    {
+        EXPECT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
+        EXPECT_EQ(memory.m_buffer, nullptr);
+    }
+
+    Reading &all()
+    {
+        KIVCS2CaptionPacket packet;
+        while (KIVCS2_SUCCEEDED(status = kivCS2CaptionFile_readPacket(&file, &packet)))
+            packets.push_back(packet);
+        (void)kivCS2CaptionFile_readHeader(&file, &header); // a refused file has none
+        return *this;
+    }
+    [[nodiscard]] uint64_t count(KIVCS2CaptionFault fault) const
+    {
+        uint64_t found = 0;
+        EXPECT_EQ(kivCS2CaptionFile_getFaultCount(&file, fault, &found, nullptr), KIVCS2STATUS_OK);
+        return found;
+    }
+    [[nodiscard]] KIVCS2CaptionFileReport report() const
+    {
+        KIVCS2CaptionFileReport report;
+        EXPECT_EQ(kivCS2CaptionFile_getReport(&file, &report), KIVCS2STATUS_OK);
+        return report;
+    }
+    // "9420 94ae" and so on: the pairs of a field, empty ones left out.
+    [[nodiscard]] std::string pairs(size_t field = 0) const
+    {
+        std::string found;
+        for (const KIVCS2CaptionPacket &packet : packets)
+        {
+            KIVCS2CaptionPairs pairs;
+            (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
+            for (size_t pair = 0; pair < pairs.m_count[field]; ++pair)
+                if (const uint8_t *bytes = pairs.m_pairs[field][pair]; ((bytes[0] | bytes[1]) & 0x7F) != 0)
+                {
+                    char text[8];
+                    std::snprintf(text, sizeof text, "%02x%02x ", bytes[0], bytes[1]);
+                    found += text;
+                }
+        }
+        return found;
+    }
+};
+} // namespace kiv::test

@@ -1,0 +1,566 @@
+// Caption files read with their faults: one row a fault, damaged copies of our own samples, and what is
+// known of real files.
+#include "ArgumentCheck.h"
+#include "CaptionReading.h"
+#include "HostStream.h"
+#include "TemporaryFolder.h"
+
+#include <KIVCoreServices2/KIVCS2FileStream.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+
+namespace
+{
+using kiv::test::fileText;
+using kiv::test::Reading;
+
+#define FAULT(name) KIVCS2CaptionFault_##name
+
+const std::string kMCCHead = "File Format=MacCaption_MCC V1.0\n\nUUID=u\nTime Code Rate=30DF\n\n";
+const std::string kSCCHead = "Scenarist_SCC V1.0\n\n";
+// The packet of one frame without captions: CDP, service list, both checksums.
+const std::string kData = "T52S524F67ZZ72F4QROO7391UZC13FFF74ZZAEB4";
+
+std::string mcc(std::string_view line)
+{
+    return kMCCHead + std::string{line} + "\n";
+}
+std::string scc(std::string_view lines)
+{
+    return kSCCHead + std::string{lines} + "\n";
+}
+std::string with(std::string text, std::string_view from, std::string_view to)
+{
+    const size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return text.replace(at, from.size(), to);
+}
+std::string data(std::string_view from, std::string_view to)
+{
+    return mcc("00:00:01:00\t" + with(kData, from, to));
+}
+
+struct FaultRow
+{
+    KIVCS2CaptionFault fault;
+    std::string content;
+    size_t packets;
+    uint64_t line;
+    uint32_t column;
+    bool lost;
+};
+
+const std::string kLine = "00:00:01:00\t" + kData;
+const std::string kNext = "\n00:00:01:01\t" + with(with(kData, "67ZZ", "67Z01"), "74ZZAEB4", "74Z01ACB4");
+
+const std::vector<FaultRow> kFaultRows = {
+    {FAULT(ByteOrderMark), "\xEF\xBB\xBF" + scc("00:00:01:00\t9420"), 1, 1, 1, false},
+    {FAULT(OtherEncoding), std::string("S\0c\0e\0n\0", 8), 0, 1, 1, true},
+    {FAULT(HeaderCase), with(scc("00:00:01:00\t9420"), "Scen", "scen"), 1, 1, 1, false},
+    {FAULT(HeaderCase), with(mcc(kLine), "Time Code", "time code"), 1, 4, 1, false},
+    {FAULT(HeaderBlanks), "\n \n" + scc("00:00:01:00\t9420"), 1, 3, 1, false},
+    {FAULT(HeaderUnknown), with(mcc(kLine), "UUID", "Author"), 1, 3, 1, false},
+    {FAULT(HeaderLong), with(mcc(kLine), "UUID=u", "UUID=" + std::string(300, 'u')), 1, 3, 1, false},
+    {FAULT(HeaderMissing), "00:00:01;00\t9420 9420\n", 2, 1, 1, false},
+    {FAULT(HeaderMissing), kLine + "\n", 1, 1, 1, false},
+    {FAULT(NotACaptionFile), "1\nhello\n", 0, 1, 1, true},
+    {FAULT(NotACaptionFile), "", 0, 1, 1, true},
+    {FAULT(RateMissing), with(mcc(kLine), "Time Code Rate=30DF\n", ""), 1, 5, 0, false},
+    {FAULT(RateUnknown), with(mcc(kLine), "30DF", "29.97"), 1, 4, 16, false},
+    {FAULT(RateLate), with(mcc(kLine), "Time Code Rate=30DF\n", "") + "Time Code Rate=30DF\n", 1, 6, 1,
+     false},
+    {FAULT(RateDisagrees), with(mcc(kLine), "30DF", "24"), 0, 6, 1, true},
+    {FAULT(RateDisagrees), mcc(kLine + kNext + kNext + "\n00:00:01:03\t" + with(kData, "4F", "3F")), 4, 9, 13,
+     false},
+    {FAULT(Blanks), mcc(with(kLine, "\t", " ")), 1, 6, 12, false},
+    {FAULT(Blanks), mcc(with(kLine, "\t", "\t\t")), 1, 6, 12, false},
+    {FAULT(Blanks), mcc(with(kLine, "\t", "")), 1, 6, 12, false},
+    {FAULT(Blanks), scc("00:00:01:00 9420"), 1, 3, 12, false},
+    {FAULT(BlanksBefore), mcc("  " + kLine), 1, 6, 1, false},
+    {FAULT(BlanksBehind), mcc(kLine + " \t"), 1, 6, 53, false},
+    {FAULT(BlanksBehind), scc("00:00:01:00\t9420 "), 1, 3, 17, false},
+    {FAULT(FrameSeparator), mcc(with(kLine, "01:00\t", "01.00\t")), 1, 6, 9, false},
+    {FAULT(FrameSeparator), scc("00:00:01,00\t9420"), 1, 3, 9, false},
+    {FAULT(OtherCounting), scc("00:00:01:00\t9420\n00:00:02:00\t9420\n00:00:03;00\t9420"), 3, 5, 9, false},
+    {FAULT(DroppedNumber), scc("00:01:00;00\t9420\n00:02:10;00\t9420\n00:03:10;00\t942c"), 3, 3, 1, false},
+    {FAULT(NoSuchTime), scc("00:00:01:00\t9420\n00:00:61:00\t9420\n00:00:62:30\t9420"), 1, 4, 1, true},
+    {FAULT(NoSuchTime), mcc(kLine + "\n24:00:00:00\t" + kData), 1, 7, 1, true},
+    {FAULT(NotACaption), mcc(kLine + "\nhello" + kNext), 2, 7, 1, true},
+    {FAULT(NotACaption), mcc(kLine + "\n00:00:01:00\t"), 1, 7, 13, true},
+    {FAULT(Null),
+     with(mcc(kLine + kNext), "T52",
+          std::string("T\0"
+                      "52",
+                      4)),
+     1, 6, 14, true},
+    {FAULT(UnknownCharacter), mcc(with(kLine, "T52", "T5?") + kNext), 1, 6, 15, true},
+    {FAULT(UnknownCharacter), mcc(with(kLine, "T52", "T5V") + kNext), 1, 6, 15, true},
+    {FAULT(UnknownCharacter), scc("00:00:01:00\t9420 94x0\n00:00:02:00\t9420"), 1, 3, 20, true},
+    {FAULT(LowerCase), data("4F67", "4f67"), 1, 6, 19, false},
+    {FAULT(LowerCase), data("QROO", "qrOO"), 1, 6, 29, false},
+    {FAULT(FourByteU), data("UZC1", "UC1"), 1, 6, 37, false},
+    {FAULT(EightDigitWord), scc("00:00:01:00\t94209420 94ae"), 2, 3, 13, true},
+    {FAULT(WordLength), scc("00:00:01:00\t9420 94 ae 942c"), 2, 3, 18, true},
+    {FAULT(HalfByte), data("T52S", "T5S"), 1, 6, 14, true},
+    {FAULT(Suffix), mcc("00:00:01:00.1\t" + kData), 1, 6, 12, false},
+    {FAULT(LongPacket), mcc(kLine + std::string(600, '0') + kNext), 1, 6, 13, true},
+    {FAULT(DataCount), data("AEB4", ""), 1, 6, 13, true},
+    {FAULT(NotACDP), mcc("00:00:01:00\tT0252525F\n" + kLine), 2, 6, 13, true},
+    {FAULT(CDPLength), data("S52", "S53"), 1, 6, 13, false},
+    {FAULT(SectionCut), data("T52S524F67ZZ72F4QROO7391UZC13FFF74ZZAEB4", "T0CS0C4F67ZZ72F4FC94206C52"), 1, 6,
+     13, true},
+    {FAULT(SectionUnknown), data("7391U", "7591U"), 1, 6, 13, true},
+    {FAULT(PacketChecksum), data("AEB4", "AEB5"), 1, 6, 13, false},
+    {FAULT(PacketChecksumMissing), data("AEB4", "AE"), 1, 6, 13, false},
+    {FAULT(CDPChecksum), data("AEB4", "AFB5"), 1, 6, 13, false},
+    {FAULT(CDPChecksumMissing),
+     data("T52S524F67ZZ72F4QROO7391UZC13FFF74ZZAEB4", "T51S524F67ZZ72F4QROO7391UZC13FFF74ZZ05"), 1, 6, 13,
+     false},
+    {FAULT(Counters), data("74ZZAE", "74Z01AD"), 1, 6, 13, false},
+    {FAULT(Parity), scc("00:00:01:00\t1420"), 1, 3, 13, false},
+    {FAULT(Parity), data("QROO", "FC1420ROO"), 1, 6, 13, false},
+    {FAULT(Sequence), mcc(kLine + with(kNext, "01:01", "01:05") + with(kNext, "01:01", "01:06")), 3, 8, 1,
+     false},
+    {FAULT(Gap), mcc(with(kLine, "01:00", "00:29") + with(with(kNext, "01:01", "01:01"), "67Z01", "67Z02")),
+     2, 7, 1, false},
+    {FAULT(BackInTime), mcc(kLine + with(kNext, "01:01", "00:01")), 2, 7, 1, false},
+    {FAULT(BackInTime), scc("00:00:02:00\t9420\n00:00:01:00\t9420"), 2, 4, 1, false},
+    {FAULT(SameFrame), mcc(kLine + with(kNext, "01:01", "01:00")), 2, 7, 1, false},
+    {FAULT(Overlap), scc("00:00:02:00\t9420 9420 9420\n00:00:02:01\t942c"), 4, 4, 1, false},
+    {FAULT(NoCaptions), kSCCHead, 0, 3, 0, false},
+};
+
+TEST(CaptionFileFaults, EachIsToldInItsPlaceAndLosesWhatItMust)
+{
+    for (const FaultRow &row : kFaultRows)
+    {
+        SCOPED_TRACE(std::string{kivCS2CaptionFile_getFaultName(row.fault)} + ": " + row.content);
+        Reading reading{row.content};
+        reading.all();
+        EXPECT_EQ(reading.packets.size(), row.packets);
+        uint64_t count = 0;
+        KIVCS2CaptionFileFault first;
+        ASSERT_EQ(kivCS2CaptionFile_getFaultCount(&reading.file, row.fault, &count, &first), KIVCS2STATUS_OK);
+        ASSERT_GT(count, 0u);
+        EXPECT_EQ(first.m_line, row.line);
+        EXPECT_EQ(first.m_column, row.column);
+        EXPECT_EQ(first.m_lost, row.lost);
+        EXPECT_NE(first.m_expected, nullptr);
+        const auto told = std::ranges::find(reading.faults, row.fault, &KIVCS2CaptionFileFault::m_fault);
+        ASSERT_NE(told, reading.faults.end());
+        EXPECT_EQ(std::memcmp(&*told, &first, sizeof first), 0);
+        EXPECT_EQ(reading.report().m_faults, reading.faults.size());
+        EXPECT_EQ(KIVCS2_FAILED(reading.status), true);
+        EXPECT_EQ(reading.status == KIVCS2STATUS_EOF_ERR, row.packets > 0);
+
+        KIVCS2CaptionReadOptions strict{};
+        strict.m_strict = true;
+        Reading stopped{row.content, strict};
+        stopped.all();
+        ASSERT_EQ(stopped.faults.size(), 1u);
+        EXPECT_EQ(stopped.status, kivCS2CaptionFile_getFaultStatus(stopped.faults[0].m_fault));
+        KIVCS2CaptionPacket packet;
+        EXPECT_EQ(kivCS2CaptionFile_readPacket(&stopped.file, &packet), stopped.status);
+    }
+}
+
+TEST(CaptionFileFaults, OnlyRefusedFilesGiveNoHeader)
+{
+    EXPECT_EQ(Reading{data("AEB4", "AEB5")}.all().header.m_counting, KIVCS2CaptionCounting_29_97DF);
+    for (const auto &[content, status] : std::map<std::string, KIVCS2Status>{
+             {"hello", KIVCS2STATUS_HEADER_ERR},
+             {with(mcc(kLine), "30DF", "25"), KIVCS2STATUS_FRAME_RATE_ERR},
+             {with(mcc("00:00:01:00\t414001FF"), "30DF", "29.97"), KIVCS2STATUS_FRAME_RATE_ERR},
+             {kMCCHead, KIVCS2STATUS_NO_DATA_ERR}})
+        EXPECT_EQ(Reading{content}.all().status, status) << content;
+    // The caller's counting overrules.
+    KIVCS2CaptionReadOptions options{};
+    options.m_counting = KIVCS2CaptionCounting_25;
+    EXPECT_EQ(Reading(with(mcc(kLine), "30DF", "24"), options).all().packets.size(), 1u);
+}
+
+TEST(CaptionFileSCC, WordsKeepTheirFrames)
+{
+    Reading reading{scc("00:00:10:00\t9420 94 ae 94ae\n00:00:20:00\t94209420 942c")};
+    reading.all();
+    EXPECT_EQ(reading.pairs(), "9420 94ae 9420 942c ");
+    EXPECT_EQ(reading.packets[1].m_frame, 303u); // two words are lost, their frames stay empty
+    EXPECT_EQ(reading.report().m_lostPairs, 2u);
+
+    KIVCS2CaptionReadOptions both{};
+    both.m_bothTracks = true;
+    Reading tracks{scc("00:00:20:00\t94209521"), both};
+    tracks.all();
+    EXPECT_EQ(tracks.pairs(0), "9420 ");
+    EXPECT_EQ(tracks.pairs(1), "9521 ");
+}
+
+TEST(CaptionFileSCC, ItsCodesNameTheField)
+{
+    Reading second{scc("00:00:10:00\t1520 1520 9770 c8e9 152f 152f")};
+    EXPECT_EQ(second.all().header.m_field, 2u);
+    EXPECT_EQ(second.pairs(0), "");
+    EXPECT_EQ(second.pairs(1), "1520 1520 9770 c8e9 152f 152f ");
+    KIVCS2CaptionReadOptions options{};
+    options.m_field = 1;
+    EXPECT_NE(Reading(second.text, options).all().pairs(0), "");
+}
+
+TEST(CaptionFileSCC, ByFrameLinesWaitAndArePlaced)
+{
+    KIVCS2CaptionReadOptions options{};
+    options.m_order = KIVCS2CaptionOrder_Frame;
+    const std::string text =
+        scc("00:00:10:00\t9420 9420 94ae\n00:00:10:01\t942c\n00:00:05:00\t942f\n00:00:30:00\t9429");
+    Reading reading{text, options};
+    reading.all();
+    EXPECT_EQ(reading.pairs(), "942f 9420 9420 94ae 942c 9429 ");
+    std::vector<uint32_t> frames;
+    for (const auto &packet : reading.packets)
+        frames.push_back(packet.m_frame);
+    EXPECT_EQ(frames, (std::vector<uint32_t>{150, 300, 301, 302, 303, 900}));
+    EXPECT_EQ(reading.count(FAULT(Overlap)), 1u);
+    EXPECT_EQ(reading.count(FAULT(BackInTime)), 1u);
+    // A damaged line is told in its place; the pairs of a line of hours make the next one wait too long.
+    std::string hours;
+    for (int pair = 0; pair < 108100; ++pair)
+        hours += " 9420";
+    Reading late{scc("00:00:00:00\t9420" + hours + "\nx\n00:00:00:02\t942c\n01:00:30:00\t942c"), options};
+    late.all();
+    EXPECT_EQ(late.packets.size(), 108102u);
+    EXPECT_EQ(late.count(FAULT(WaitsTooLong)), 1u);
+    EXPECT_EQ(late.count(FAULT(NotACaption)), 1u);
+}
+
+// ---- Damaged copies of our own samples ----
+
+std::vector<size_t> lineStarts(std::string_view text)
+{
+    std::vector<size_t> starts{0};
+    for (size_t at = 0; at < text.size(); ++at)
+        if (text[at] == '\n')
+            starts.push_back(at + 1);
+    return starts;
+}
+
+bool same(const KIVCS2CaptionPacket &a, const KIVCS2CaptionPacket &b)
+{
+    return a.m_frame == b.m_frame && a.m_size == b.m_size && std::memcmp(a.m_anc, b.m_anc, a.m_size) == 0 &&
+           std::memcmp(a.m_triplets, b.m_triplets, sizeof a.m_triplets) == 0;
+}
+
+// The packets of the lines before `first` and behind `last`.
+std::vector<KIVCS2CaptionPacket> outside(const Reading &reading, uint64_t first, uint64_t last)
+{
+    std::vector<KIVCS2CaptionPacket> packets;
+    for (const KIVCS2CaptionPacket &packet : reading.packets)
+        if (packet.m_line < first || packet.m_line > last)
+            packets.push_back(packet);
+    return packets;
+}
+
+struct SampleTest : testing::TestWithParam<const char *>
+{
+    std::string text = fileText(std::string{KIV_TEST_DATA "/"} + GetParam());
+};
+
+TEST_P(SampleTest, OneBadByteLeavesTheNeighboursWhole)
+{
+    Reading good{text};
+    good.all();
+    ASSERT_TRUE(good.report().m_lostLines == 0 && good.packets.size() > 10);
+    const std::vector<size_t> starts = lineStarts(text);
+    for (size_t at = 0; at < text.size(); ++at)
+    {
+        const char bad = "x\0003 "[at % 4];
+        // A line end that goes joins two lines.
+        const auto line = static_cast<uint64_t>(std::ranges::upper_bound(starts, at) - starts.begin());
+        const uint64_t last = line + (text[at] == '\n' ? 1 : 0);
+        const bool joins = text[at] == '\n' && text[at - 1] != '\r';
+        std::string damaged = text;
+        damaged[at] = bad;
+        Reading reading{damaged};
+        reading.all();
+        ASSERT_EQ(reading.status, KIVCS2STATUS_EOF_ERR) << at;
+        const auto kept = outside(reading, line, joins ? line : last);
+        const auto wanted = outside(good, line, last);
+        ASSERT_EQ(kept.size(), wanted.size()) << at << " line " << line;
+        for (size_t index = 0; index < kept.size(); ++index)
+            ASSERT_TRUE(same(kept[index], wanted[index])) << at << " line " << line;
+        if (reading.packets.size() < good.packets.size())
+            ASSERT_GT(reading.report().m_faults, 0u) << at;
+    }
+}
+
+TEST_P(SampleTest, CutAnywhereItEndsWithWhatIsWhole)
+{
+    Reading good{text};
+    good.all();
+    const std::vector<size_t> starts = lineStarts(text);
+    for (size_t size = 0; size < text.size(); ++size)
+    {
+        Reading reading{text.substr(0, size)};
+        reading.all();
+        const auto line = static_cast<uint64_t>(std::ranges::upper_bound(starts, size) - starts.begin());
+        const auto whole = outside(good, line, UINT64_MAX);
+        ASSERT_GE(reading.packets.size(), whole.size()) << size;
+        for (size_t index = 0; index < whole.size(); ++index)
+            ASSERT_TRUE(same(reading.packets[index], whole[index])) << size;
+        if (reading.packets.empty())
+            ASSERT_TRUE(reading.status == KIVCS2STATUS_HEADER_ERR ||
+                        reading.status == KIVCS2STATUS_NO_DATA_ERR)
+                << size;
+        for (size_t index = whole.size(); index < reading.packets.size(); ++index)
+            ASSERT_TRUE(same(reading.packets[index], good.packets[index]) ||
+                        reading.packets[index].m_faults != 0)
+                << size;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Samples, SampleTest,
+                         testing::Values("pop-on-ndf.scc", "roll-up-df-crlf.scc", "pop-on-25.mcc",
+                                         "suffixes-v2-crlf.mcc", "plain-hex-30df.mcc"),
+                         [](const auto &sample)
+                         {
+                             std::string name = sample.param;
+                             std::ranges::replace_if(
+                                 name, [](char c) { return !std::isalnum(c); }, '_');
+                             return name;
+                         });
+
+// ---- Streams, seeking, long lines ----
+
+// A million-caption file is made elsewhere; here every frame of a small one is asked for, both ways.
+TEST(CaptionFileSeek, FindsTheFirstPacketFromAFrameOnInBothOrders)
+{
+    std::string text = kSCCHead;
+    for (int line = 0; line < 900; ++line)
+    {
+        char time[32];
+        std::snprintf(time, sizeof time, "00:%02d:%02d:%02d\t", line / 60, line % 60, line * 7 % 30);
+        text += time + std::string{line % 50 == 3 ? "zz\n" : "9420 94ae 942f\n"};
+    }
+    for (const KIVCS2CaptionOrder order : {KIVCS2CaptionOrder_File, KIVCS2CaptionOrder_Frame})
+    {
+        KIVCS2CaptionReadOptions options{};
+        options.m_order = order;
+        Reading all{text, options};
+        all.all();
+        Reading reading{text, options};
+        for (uint32_t step = 0; step < 2000; ++step)
+        {
+            const uint32_t frame = step * 7919 % 27500;
+            const auto wanted = std::ranges::find_if(all.packets, [&](const auto &packet)
+                                                     { return packet.m_frame >= frame; });
+            KIVCS2CaptionPacket packet{};
+            KIVCS2Status status = kivCS2CaptionFile_seek(&reading.file, frame);
+            if (KIVCS2_SUCCEEDED(status))
+                status = kivCS2CaptionFile_readPacket(&reading.file, &packet);
+            ASSERT_EQ(KIVCS2_SUCCEEDED(status), wanted != all.packets.end()) << frame;
+            if (wanted != all.packets.end())
+                ASSERT_TRUE(packet.m_frame == wanted->m_frame && packet.m_line == wanted->m_line)
+                    << frame << ' ' << packet.m_frame;
+        }
+    }
+}
+
+TEST(CaptionFileStreams, PipesAreReadAndCannotBeMoved)
+{
+    const std::string text = fileText(KIV_TEST_DATA "/pop-on-25.mcc");
+    kiv::test::HostStream host{{text.begin(), text.end()}};
+    KIVCS2CaptionReadOptions options{};
+    options.m_order = KIVCS2CaptionOrder_Frame;
+    KIVCS2CaptionFile file;
+    EXPECT_EQ(kivCS2CaptionFile_initReading(&file, &host.m_stream, false, &options),
+              KIVCS2STATUS_UNSUPPORTED_ERR);
+    ASSERT_EQ(kivCS2CaptionFile_initReading(&file, &host.m_stream, false, nullptr), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2CaptionFile_seek(&file, 0), KIVCS2STATUS_UNSUPPORTED_ERR);
+    size_t count = 0;
+    KIVCS2CaptionPacket packet;
+    while (KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file, &packet)))
+        ++count;
+    EXPECT_EQ(count, 18u);
+    EXPECT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
+}
+
+// A stream that fails in the middle of a line gives the whole lines before it, its status, and no more.
+TEST(CaptionFileStreams, AFailureIsToldAndNothingCutComes)
+{
+    const std::string text = fileText(KIV_TEST_DATA "/pop-on-25.mcc");
+    for (size_t cut = 0; cut < text.size(); cut += 37)
+    {
+        kiv::test::HostStream host{{text.begin(), text.begin() + static_cast<ptrdiff_t>(cut)}};
+        host.m_failsAt = cut;
+        KIVCS2CaptionFile file;
+        ASSERT_EQ(kivCS2CaptionFile_initReading(&file, &host.m_stream, false, nullptr), KIVCS2STATUS_OK);
+        KIVCS2CaptionPacket packet;
+        KIVCS2Status status = KIVCS2STATUS_OK;
+        while (KIVCS2_SUCCEEDED(status = kivCS2CaptionFile_readPacket(&file, &packet)))
+            ASSERT_EQ(packet.m_faults, 0u);
+        EXPECT_EQ(status, KIVCS2STATUS_READ_ERR) << cut;
+        EXPECT_EQ(kivCS2CaptionFile_readPacket(&file, &packet), KIVCS2STATUS_READ_ERR);
+        kivCS2CaptionFile_free(&file);
+    }
+}
+
+TEST(CaptionFileStreams, AFileStreamThatReportsAllOrNothingLosesNothing)
+{
+    const kiv::test::TemporaryFolder folder;
+    for (const size_t lines : {1, 100, 5000})
+    {
+        std::string text = kSCCHead;
+        for (size_t line = 0; line < lines; ++line)
+            text += "00:00:01:00\t9420 94ae\r\n";
+        const std::string path = folder.path("file.scc");
+        std::ofstream{path, std::ios::binary} << text;
+        KIVCS2FileStream stream;
+        ASSERT_EQ(kivCS2FileStream_init(&stream, path.c_str(), "r"), KIVCS2STATUS_OK);
+        KIVCS2CaptionFile file;
+        ASSERT_EQ(kivCS2CaptionFile_initReading(&file, &stream.m_stream, true, nullptr), KIVCS2STATUS_OK);
+        size_t count = 0;
+        KIVCS2CaptionPacket packet;
+        while (KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file, &packet)))
+            ++count;
+        EXPECT_EQ(count, 2 * lines);
+        kivCS2CaptionFile_free(&file);
+    }
+}
+
+TEST(CaptionFileLines, OfAnyLengthAreReadInPieces)
+{
+    std::string words;
+    for (int word = 0; word < 40000; ++word)
+        words += word % 3 == 0 ? " 9420" : "  94ae";
+    Reading reading{scc("00:00:01:00\t9420" + words + "\n00:20:00:00\t942c")};
+    reading.all();
+    EXPECT_EQ(reading.packets.size(), 40002u);
+    EXPECT_EQ(reading.packets[40000].m_frame, 40030u);
+    EXPECT_EQ(reading.packets[40001].m_line, 4u);
+    // Digits without end: one word, lost, and the next line is there.
+    Reading digits{scc("00:00:01:00\t9420 " + std::string(300000, '9') + " 94ae\n00:20:00:00\t942c")};
+    digits.all();
+    EXPECT_EQ(digits.pairs(), "9420 94ae 942c ");
+    EXPECT_EQ(digits.packets[1].m_frame, 32u);
+    EXPECT_EQ(digits.report().m_lostPairs, 1u);
+    Reading packet{mcc("00:00:00:29\t" + std::string(300000, '9') + "\n" + kLine)};
+    packet.all();
+    EXPECT_EQ(packet.packets.size(), 1u);
+    EXPECT_EQ(packet.count(FAULT(LongPacket)), 1u);
+}
+
+// ---- Real files ----
+
+struct Golden
+{
+    const char *file;
+    size_t packets;
+    KIVCS2CaptionCounting counting;
+    size_t pairs1, pairs2; // empty ones not counted
+    std::map<KIVCS2CaptionFault, uint64_t> faults;
+};
+
+TEST(CaptionFileCorpus, RealFilesGiveWhatIsKnownOfThem)
+{
+    KIV_NEED_CORPUS();
+    const std::vector<Golden> files = {
+        {"mcc/BigBuckBunny_256x144-24fps.mcc",
+         688,
+         KIVCS2CaptionCounting_23_98,
+         323,
+         344,
+         {{FAULT(CDPChecksumMissing), 688}, {FAULT(Sequence), 42}}},
+        {"mcc/premiere2025-30df.mcc", 533, KIVCS2CaptionCounting_29_97DF, 198, 0, {}},
+        {"scc/df-crlf-out-of-order.scc",
+         12370,
+         KIVCS2CaptionCounting_29_97DF,
+         12370,
+         0,
+         {{FAULT(BlanksBehind), 632}, {FAULT(BackInTime), 1}, {FAULT(Overlap), 2}}},
+        {"scc/df-rollup-no-final-newline.scc",
+         259,
+         KIVCS2CaptionCounting_29_97DF,
+         259,
+         0,
+         {{FAULT(Parity), 6}}},
+        {"scc/df-short.scc", 265, KIVCS2CaptionCounting_29_97DF, 265, 0, {{FAULT(BlanksBehind), 15}}},
+        {"scc/df-simple.scc", 31, KIVCS2CaptionCounting_29_97DF, 31, 0, {{FAULT(Parity), 12}}},
+        {"scc/ndf-crlf.scc", 93, KIVCS2CaptionCounting_29_97NDF, 93, 0, {}},
+        {"scc/ndf-overlap.scc",
+         83,
+         KIVCS2CaptionCounting_29_97NDF,
+         83,
+         0,
+         {{FAULT(Parity), 56}, {FAULT(Overlap), 1}}},
+        {"scc/ndf-tears-of-steel.scc", 1438, KIVCS2CaptionCounting_29_97NDF, 1286, 0, {}},
+    };
+    for (const Golden &golden : files)
+    {
+        SCOPED_TRACE(golden.file);
+        Reading reading{fileText(kiv::test::corpus() / golden.file)};
+        reading.all();
+        EXPECT_EQ(reading.header.m_counting, golden.counting);
+        EXPECT_EQ(reading.packets.size(), golden.packets);
+        EXPECT_EQ(reading.pairs(0).size() / 5, golden.pairs1);
+        EXPECT_EQ(reading.pairs(1).size() / 5, golden.pairs2);
+        std::map<KIVCS2CaptionFault, uint64_t> faults;
+        for (const KIVCS2CaptionFileFault &fault : reading.faults)
+            ++faults[fault.m_fault];
+        EXPECT_EQ(faults, golden.faults);
+    }
+}
+
+TEST(CaptionFileCorpus, CapturedPacketsAreWhole)
+{
+    KIV_NEED_CORPUS();
+    const std::string text = fileText(kiv::test::corpus() / "anc/1080i-708b.s291-10bit.be16");
+    size_t packets = 0;
+    size_t at = 0;
+    for (; at + 6 <= text.size(); ++packets)
+    {
+        std::vector<uint8_t> bytes;
+        const size_t count = static_cast<uint8_t>(text[at + 5]) + 4u;
+        for (size_t word = 0; word < count && at + 2 * word + 1 < text.size(); ++word)
+            bytes.push_back(static_cast<uint8_t>(text[at + 2 * word + 1]));
+        KIVCS2CaptionPacket packet;
+        // The checksum of 10-bit words has nine bits of another sum; that of the CDP inside is its own.
+        ASSERT_EQ(
+            kivCS2CaptionPacket_parse(&packet, bytes.data() + 3, static_cast<uint32_t>(bytes.size() - 4)),
+            KIVCS2STATUS_OK);
+        EXPECT_EQ(packet.m_faults, 0u) << packets;
+        at += 2 * count;
+    }
+    EXPECT_EQ(at, text.size());
+    EXPECT_EQ(packets, 300u);
+}
+
+TEST(CaptionFileArguments, AreChecked)
+{
+    KIVCS2CaptionFile file{};
+    KIVCS2MemoryStream memory{};
+    KIVCS2CaptionPacket packet;
+    KIVCS2CaptionReadOptions options{};
+    options.m_kind = KIVCS2CaptionFileKind_SRT;
+    uint64_t count = 0;
+    const KIVCS2Status refused = KIVCS2STATUS_PARAM_ERR;
+    kiv::test::expectAllRefused({
+        KIV_REFUSES(refused, kivCS2CaptionFile_initReading, "file", nullptr, &memory.m_stream, false,
+                    nullptr),
+        KIV_REFUSES(refused, kivCS2CaptionFile_initReading, "stream", &file, nullptr, false, nullptr),
+        KIV_REFUSES(refused, kivCS2CaptionFile_initReading, "used.m_kind <= KIVCS2CaptionFileKind_MCC2",
+                    &file, &memory.m_stream, false, &options),
+        KIV_REFUSES(refused, kivCS2CaptionFile_readHeader, "file->m_state", &file, nullptr),
+        KIV_REFUSES(refused, kivCS2CaptionFile_readPacket, "packet", &file, nullptr),
+        KIV_REFUSES(refused, kivCS2CaptionFile_readPacket, "file->m_state", &file, &packet),
+        KIV_REFUSES(refused, kivCS2CaptionFile_getFaultCount, "kiv::cc::faultRow(fault) != nullptr", &file, 0,
+                    &count, nullptr),
+        KIV_REFUSES(refused, kivCS2CaptionFile_free, "file", nullptr),
+    });
+    EXPECT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
+    EXPECT_EQ(sizeof(KIVCS2CaptionFileFault), 136u);
+    EXPECT_EQ(sizeof(KIVCS2CaptionReadOptions), 48u);
+    EXPECT_EQ(sizeof(KIVCS2CaptionFileHeader), 2144u);
+    EXPECT_EQ(sizeof(KIVCS2CaptionFileReport), 96u);
+}
+} // namespace

@@ -1,0 +1,187 @@
+// Countings, and packets taken apart and put together.
+#include "ArgumentCheck.h"
+
+#include <KIVCoreServices2/KIVCS2CaptionPacket.h>
+#include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace
+{
+TEST(CaptionCounting, EveryFrameOfADayHasOneTextAndBack)
+{
+    for (KIVCS2CaptionCounting counting = 1; counting < KIVCS2CaptionCounting_MAX; ++counting)
+    {
+        KIVCS2CaptionCountingInfo info;
+        ASSERT_EQ(kivCS2CaptionCounting_getInfo(counting, &info), KIVCS2STATUS_OK);
+        SCOPED_TRACE(info.m_name);
+        EXPECT_STREQ(kivCS2CaptionCounting_name(counting), info.m_name);
+        for (uint32_t frame = 0; frame < info.m_perDay; frame += frame % 1800 < 40 ? 1 : 7)
+        {
+            char text[KIVCS2_CAPTION_TIMECODE_SIZE];
+            uint32_t back = 0;
+            bool exists = false;
+            ASSERT_EQ(kivCS2CaptionCounting_textFromFrame(counting, frame, text), KIVCS2STATUS_OK);
+            ASSERT_EQ(kivCS2CaptionCounting_frameFromText(counting, text, &back, &exists), KIVCS2STATUS_OK)
+                << text;
+            ASSERT_TRUE(back == frame && exists) << text;
+        }
+        char midnight[KIVCS2_CAPTION_TIMECODE_SIZE];
+        EXPECT_EQ(kivCS2CaptionCounting_textFromFrame(counting, info.m_perDay, midnight), KIVCS2STATUS_OK);
+        EXPECT_EQ(std::string{midnight}.substr(0, 8), "00:00:00");
+    }
+}
+
+// Frames by SMPTE ST 12-1; the real time of an hour of drop-frame is 3.6 ms from the clock's.
+TEST(CaptionCounting, KnownFramesAndTimes)
+{
+    struct Row
+    {
+        KIVCS2CaptionCounting counting;
+        const char *text;
+        uint32_t frame;
+        bool exists;
+        uint64_t nanoseconds;
+    };
+    for (const Row &row :
+         std::vector<Row>{{KIVCS2CaptionCounting_29_97DF, "00:01:00;02", 1800, true, 60'060'000'000},
+                          {KIVCS2CaptionCounting_29_97DF, "00:01:00;00", 1800, false, 60'060'000'000},
+                          {KIVCS2CaptionCounting_29_97DF, "01:00:00;00", 107892, true, 3'599'996'400'000},
+                          {KIVCS2CaptionCounting_59_94DF, "00:01:00;03", 3600, false, 60'060'000'000},
+                          {KIVCS2CaptionCounting_29_97NDF, "00:01:00.00", 1800, true, 60'060'000'000},
+                          {KIVCS2CaptionCounting_23_98, "00:00:00:01", 1, true, 41'708'333},
+                          {KIVCS2CaptionCounting_50, "23:59:59,49", 4319999, true, 86'399'980'000'000}})
+    {
+        uint32_t frame = 0;
+        bool exists = false;
+        uint64_t nanoseconds = 0;
+        EXPECT_EQ(kivCS2CaptionCounting_frameFromText(row.counting, row.text, &frame, &exists),
+                  KIVCS2STATUS_OK);
+        EXPECT_EQ(frame, row.frame) << row.text;
+        EXPECT_EQ(exists, row.exists) << row.text;
+        EXPECT_EQ(kivCS2CaptionCounting_nanosecondsOfFrame(row.counting, frame, &nanoseconds),
+                  KIVCS2STATUS_OK);
+        EXPECT_EQ(nanoseconds, row.nanoseconds) << row.text;
+    }
+    uint64_t last = 0;
+    EXPECT_EQ(kivCS2CaptionCounting_nanosecondsOfFrame(KIVCS2CaptionCounting_23_98, UINT32_MAX, &last),
+              KIVCS2STATUS_OK);
+    EXPECT_EQ(last, 179'135'429'145'625'000u);
+    uint32_t frame = 7;
+    for (const char *text :
+         {"24:00:00:00", "00:60:00:00", "00:00:00:25", "0:00:00:00", "00:00:00:000", "00.00:00:00", ""})
+        EXPECT_EQ(kivCS2CaptionCounting_frameFromText(KIVCS2CaptionCounting_25, text, &frame, nullptr),
+                  KIVCS2STATUS_INVALID_TIMECODE_ERR)
+            << text;
+    EXPECT_EQ(kivCS2CaptionCounting_frameFromText(0, "00:00:00:00", &frame, nullptr),
+              KIVCS2STATUS_FRAME_RATE_ERR);
+    EXPECT_EQ(frame, 7u);
+    EXPECT_EQ(kivCS2CaptionCounting_name(KIVCS2CaptionCounting_MAX), nullptr);
+}
+
+TEST(CaptionPacketBuild, At2997ItIsThePacketOfTheDescribedBuilder)
+{
+    const uint8_t pairs[4] = {0x94, 0x20, 0x15, 0x2C};
+    uint16_t words[2];
+    std::memcpy(words, pairs, sizeof words);
+    uint8_t cdp[KIVCS2_CDP_SIZE];
+    uint32_t size = sizeof cdp;
+    ASSERT_EQ(
+        kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(words, sizeof words, cdp, &size, 0xABCD),
+        KIVCS2STATUS_OK);
+
+    const KIVCS2CaptionPairs both{{1, 1}, {{{0x94, 0x20}}, {{0x15, 0x2C}}}, {}};
+    KIVCS2CaptionPacket packet;
+    ASSERT_EQ(
+        kivCS2CaptionPacket_build(&packet, KIVCS2CaptionCounting_29_97DF, 0xABCD, &both, nullptr, nullptr, 0),
+        KIVCS2STATUS_OK);
+    ASSERT_EQ(packet.m_size, size + 4);
+    EXPECT_EQ(std::memcmp(packet.m_anc + 3, cdp, size), 0);
+    KIVCS2CaptionPacket parsed; // of the CDP alone: the same packet around it, but for the parity of 15 2C
+    ASSERT_EQ(kivCS2CaptionPacket_parse(&parsed, cdp, size), KIVCS2STATUS_OK);
+    EXPECT_EQ(std::memcmp(&parsed, &packet, sizeof parsed), 0);
+    EXPECT_EQ(parsed.m_faults, 0u);
+}
+
+TEST(CaptionPacketBuild, EveryRateCarriesWhatItTakesApartAgain)
+{
+    const KIVCS2CaptionServiceEntry services[] = {{KIVCS2CaptionService_CC1, "eng", 0, 0, {}},
+                                                  {KIVCS2CaptionService_CC3, "spa", 0, 1, {}},
+                                                  {KIVCS2CaptionService_S1, "", 1, 0, {}},
+                                                  {KIVCS2CaptionService_S63, "deu", 1, 1, {}}};
+    const size_t triplets[] = {0, 25, 25, 24, 20, 20, 20, 12, 10, 10, 10};
+    for (KIVCS2CaptionCounting counting = 1; counting < KIVCS2CaptionCounting_MAX; ++counting)
+    {
+        KIVCS2CaptionPairs pairs{{2, 1}, {{{0x94, 0x20}, {0x94, 0xAE}}, {{0x15, 0x2C}}}, {}};
+        KIVCS2CaptionDTVCC dtvcc{};
+        dtvcc.m_count = static_cast<uint32_t>(2 * (triplets[counting] - 3));
+        dtvcc.m_starts = 0x15 & ((1u << dtvcc.m_count / 2) - 1);
+        for (uint32_t byte = 0; byte < dtvcc.m_count; ++byte)
+            dtvcc.m_bytes[byte] = static_cast<uint8_t>(byte + 1);
+        KIVCS2CaptionPacket packet;
+        ASSERT_EQ(kivCS2CaptionPacket_build(&packet, counting, 77, &pairs, &dtvcc, services, 4),
+                  KIVCS2STATUS_OK);
+        EXPECT_EQ(packet.m_faults, 0u);
+        EXPECT_EQ(packet.m_tripletCount, triplets[counting]);
+        EXPECT_EQ(packet.m_sequence, 77);
+        ASSERT_EQ(packet.m_serviceCount, 4);
+        EXPECT_EQ(std::memcmp(packet.m_services, services, sizeof services), 0);
+        KIVCS2CaptionPairs pairsBack;
+        KIVCS2CaptionDTVCC dtvccBack;
+        EXPECT_EQ(kivCS2CaptionPacket_getPairs(&packet, &pairsBack), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2CaptionPacket_getDTVCC(&packet, &dtvccBack), KIVCS2STATUS_OK);
+        EXPECT_EQ(std::memcmp(&pairsBack, &pairs, sizeof pairs), 0);
+        EXPECT_EQ(std::memcmp(&dtvccBack, &dtvcc, sizeof dtvcc), 0);
+        pairs.m_count[0] = 3;
+        EXPECT_EQ(kivCS2CaptionPacket_build(&packet, counting, 77, &pairs, &dtvcc, services, 4),
+                  KIVCS2STATUS_OVERFLOW_ERR);
+    }
+}
+
+TEST(CaptionPacketParse, WhatIsNotACaptionPacketKeepsItsBytes)
+{
+    const uint8_t other[] = {0x41, 0x01, 0x02, 0xAA, 0xBB, 0xA9};
+    KIVCS2CaptionPacket packet;
+    ASSERT_EQ(kivCS2CaptionPacket_parse(&packet, other, sizeof other), KIVCS2STATUS_OK);
+    EXPECT_TRUE(packet.m_faults == 0 && packet.m_size == 6 && packet.m_did == 0x41 &&
+                packet.m_tripletCount == 0);
+    KIVCS2CaptionPairs pairs;
+    EXPECT_EQ(kivCS2CaptionPacket_getPairs(&packet, &pairs), KIVCS2STATUS_NO_DATA_ERR);
+    std::vector<uint8_t> bytes(260, 0x96);
+    EXPECT_EQ(kivCS2CaptionPacket_parse(&packet, bytes.data(), 260), KIVCS2STATUS_OVERFLOW_ERR);
+    bytes[1] = 0x69;
+    EXPECT_EQ(kivCS2CaptionPacket_parse(&packet, bytes.data(), 256), KIVCS2STATUS_OVERFLOW_ERR);
+    EXPECT_EQ(kivCS2CaptionPacket_parse(&packet, bytes.data(), 0), KIVCS2STATUS_NO_DATA_ERR);
+    EXPECT_EQ(packet.m_size, 0);
+}
+
+TEST(CaptionPacketRecords, SizesAndArguments)
+{
+    EXPECT_EQ(sizeof(KIVCS2CaptionCountingInfo), 48u);
+    EXPECT_EQ(sizeof(KIVCS2CaptionServiceEntry), 12u);
+    EXPECT_EQ(sizeof(KIVCS2CaptionPacket), 624u);
+    EXPECT_EQ(sizeof(KIVCS2CaptionPairs), 132u);
+    EXPECT_EQ(sizeof(KIVCS2CaptionDTVCC), 72u);
+    KIVCS2CaptionPacket packet;
+    KIVCS2CaptionPairs many{};
+    many.m_count[1] = 32;
+    const KIVCS2CaptionServiceEntry text{KIVCS2CaptionService_T1, {}, 0, 0, {}};
+    const KIVCS2Status refused = KIVCS2STATUS_PARAM_ERR;
+    const uint8_t byte = 0;
+    kiv::test::expectAllRefused({
+        KIV_REFUSES(refused, kivCS2CaptionPacket_parse, "packet", nullptr, &byte, 1),
+        KIV_REFUSES(refused, kivCS2CaptionPacket_parse, "bytes", &packet, nullptr, 1),
+        KIV_REFUSES(refused, kivCS2CaptionPacket_build,
+                    "(pairs == nullptr) || ((pairs->m_count[0] <= 31) && (pairs->m_count[1] <= 31))", &packet,
+                    1, 0, &many, nullptr, nullptr, 0),
+        KIV_REFUSES(refused, kivCS2CaptionPacket_build, "kiv::cc::isService(entry.m_service)", &packet, 1, 0,
+                    nullptr, nullptr, &text, 1),
+        KIV_REFUSES(refused, kivCS2CaptionPacket_getPairs, "pairs", &packet, nullptr),
+        KIV_REFUSES(refused, kivCS2CaptionCounting_textFromFrame, "text", 1, 0, nullptr),
+    });
+}
+} // namespace
