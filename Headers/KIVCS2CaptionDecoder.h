@@ -12,8 +12,8 @@
  *     kivCS2CaptionDecoder_free(&decoder);
  *
  * Bytes from outside never make it fail: codes that mean nothing are passed over. Extended data
- * services (XDS) are passed over too. A service takes memory when its first code comes: 20 KiB
- * one of CEA-608, 70 KiB one of CEA-708.
+ * services (XDS) are passed over too. A decoder takes 60 KiB, and 60 KiB more for each service of
+ * CEA-708 when its first block comes; nothing for a packet.
  *
  * A record belongs to one thread at a time; the callback must not call an operation of its decoder.
  */

@@ -23,8 +23,8 @@
  * used in parallel, each at its own rate. The module-wide rate of KIVCS2Timecode.h is neither read nor
  * set. A callback must not call an operation of the record that calls it.
  *
- * Memory is taken at init only: less than 512 KiB, and an index of at most a byte a caption. Order by
- * frame takes 16 bytes a line more.
+ * Memory is taken at init only: less than 512 KiB, the index for seeking included. Order by frame takes
+ * a list of 24 bytes a line more, which grows while the file is read through for it.
  */
 #ifndef KIVCS2_CAPTION_FILE_H
 #define KIVCS2_CAPTION_FILE_H

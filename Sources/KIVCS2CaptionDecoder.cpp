@@ -6,7 +6,7 @@
 #include "Private/Captions/Line21.h"
 #include "Private/Captions/Packet.h"
 #include "Private/Captions/PairWords.h"
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <algorithm>
 #include <new>

@@ -3,7 +3,7 @@
 
 #include "Private/Captions/Counting.h"
 #include "Private/Captions/Packet.h"
-#include "Private/Check.h"
+#include "Private/Support/Check.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,5 +1,6 @@
 // Caption files read through the tolerant reader from texts, and the real files of the corpus.
-#pragma once
+#ifndef KIV_TEST_CAPTION_READING_H
+#define KIV_TEST_CAPTION_READING_H
 
 #include <KIVCoreServices2/KIVCS2CaptionFile.h>
 #include <KIVCoreServices2/KIVCS2MemoryStream.h>
@@ -96,12 +97,14 @@ struct Reading
             for (size_t pair = 0; pair < pairs.m_count[field]; ++pair)
                 if (const uint8_t *bytes = pairs.m_pairs[field][pair]; ((bytes[0] | bytes[1]) & 0x7F) != 0)
                 {
-                    char text[8];
-                    std::snprintf(text, sizeof text, "%02x%02x ", bytes[0], bytes[1]);
-                    found += text;
+                    char word[8];
+                    std::snprintf(word, sizeof word, "%02x%02x ", bytes[0], bytes[1]);
+                    found += word;
                 }
         }
         return found;
     }
 };
 } // namespace kiv::test
+
+#endif

@@ -290,7 +290,9 @@ TEST_P(SampleTest, OneBadByteLeavesTheNeighboursWhole)
         for (size_t index = 0; index < kept.size(); ++index)
             ASSERT_TRUE(same(kept[index], wanted[index])) << at << " line " << line;
         if (reading.packets.size() < good.packets.size())
+        {
             ASSERT_GT(reading.report().m_faults, 0u) << at;
+        }
     }
 }
 
@@ -309,9 +311,11 @@ TEST_P(SampleTest, CutAnywhereItEndsWithWhatIsWhole)
         for (size_t index = 0; index < whole.size(); ++index)
             ASSERT_TRUE(same(reading.packets[index], whole[index])) << size;
         if (reading.packets.empty())
+        {
             ASSERT_TRUE(reading.status == KIVCS2STATUS_HEADER_ERR ||
                         reading.status == KIVCS2STATUS_NO_DATA_ERR)
                 << size;
+        }
         for (size_t index = whole.size(); index < reading.packets.size(); ++index)
             ASSERT_TRUE(same(reading.packets[index], good.packets[index]) ||
                         reading.packets[index].m_faults != 0)
@@ -360,8 +364,10 @@ TEST(CaptionFileSeek, FindsTheFirstPacketFromAFrameOnInBothOrders)
                 status = kivCS2CaptionFile_readPacket(&reading.file, &packet);
             ASSERT_EQ(KIVCS2_SUCCEEDED(status), wanted != all.packets.end()) << frame;
             if (wanted != all.packets.end())
+            {
                 ASSERT_TRUE(packet.m_frame == wanted->m_frame && packet.m_line == wanted->m_line)
                     << frame << ' ' << packet.m_frame;
+            }
         }
     }
 }

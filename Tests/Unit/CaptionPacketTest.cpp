@@ -70,7 +70,7 @@ TEST(CaptionCounting, KnownFramesAndTimes)
     uint64_t last = 0;
     EXPECT_EQ(kivCS2CaptionCounting_nanosecondsOfFrame(KIVCS2CaptionCounting_23_98, UINT32_MAX, &last),
               KIVCS2STATUS_OK);
-    EXPECT_EQ(last, 179'135'429'145'625'000u);
+    EXPECT_EQ(last, 179'135'927'595'625'000u);
     uint32_t frame = 7;
     for (const char *text :
          {"24:00:00:00", "00:60:00:00", "00:00:00:25", "0:00:00:00", "00:00:00:000", "00.00:00:00", ""})

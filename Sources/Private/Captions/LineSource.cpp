@@ -1,7 +1,7 @@
 // Lines of a text stream, read in blocks: any stream, pipes too, in one buffer of fixed size.
 #include "Private/Captions/LineSource.h"
 
-#include "Private/Stream_View.h"
+#include "Private/Streams/View.h"
 
 #include <KIVPlatform/KIVPFileBuffer.h>
 

@@ -1,9 +1,9 @@
 // The text of one caption line: timecode, suffixes, and the data of an MCC packet or of SCC words.
 #include "Private/Captions/LineText.h"
 
-#include "Private/ClosedCaptions_CDP.h"
-#include "Private/ClosedCaptions_Hex.h"
-#include "Private/ClosedCaptions_MCC.h"
+#include "Private/Captions/CDP.h"
+#include "Private/Captions/Hex.h"
+#include "Private/Captions/MCC.h"
 
 #include <algorithm>
 #include <cstring>
@@ -114,7 +114,7 @@ int rightSums(std::span<const uint8_t> packet)
 // ".field" and ",number" of MCC 2. What does not fit is left for the data to trip over.
 void takeSuffix(std::string_view line, size_t &at, LineHead &head)
 {
-    constexpr size_t kDigitsMost = 9;
+    constexpr size_t kDigitsMost = 10;
     if (at + 1 >= line.size() || (line[at + 1] != '0' && line[at + 1] != '1'))
     {
         head.badSuffix = true;
@@ -126,10 +126,12 @@ void takeSuffix(std::string_view line, size_t &at, LineHead &head)
     if (at >= line.size() || line[at] != ',')
         return;
     size_t digits = 0;
+    uint64_t number = 0;
     for (++at; at < line.size() && isDigit(line[at]) && digits < kDigitsMost; ++at, ++digits)
-        head.number = head.number * 10 + static_cast<uint32_t>(line[at] - '0');
-    head.hasNumber = digits > 0;
-    head.badSuffix = digits == 0 || (at < line.size() && isDigit(line[at]));
+        number = number * 10 + static_cast<uint64_t>(line[at] - '0');
+    head.hasNumber = digits > 0 && number <= UINT32_MAX;
+    head.number = head.hasNumber ? static_cast<uint32_t>(number) : 0;
+    head.badSuffix = !head.hasNumber;
 }
 } // namespace
 

@@ -110,7 +110,7 @@ constexpr std::array<bool, 256> kOpensLetter = []
 }();
 
 // The longest letter that `packet` begins with and that is shorter than the packet.
-const MCCLetter *longestLetter(std::span<const uint8_t> packet)
+const MCCLetter *longestLetter(std::span<const uint8_t> packet, char without)
 {
     const MCCLetter *longest = nullptr;
     if (!kOpensLetter[packet[0]])
@@ -118,7 +118,7 @@ const MCCLetter *longestLetter(std::span<const uint8_t> packet)
     for (const MCCLetter &letter : kiv::mccEncoding)
     {
         // Kept: a letter never takes the packet's last byte, so the checksum always stands as digits.
-        if (letter.size == 0 || letter.size >= packet.size())
+        if (letter.size == 0 || letter.size >= packet.size() || letter.letter == without)
             continue;
         if ((longest == nullptr || letter.size > longest->size) &&
             std::memcmp(letter.bytes, packet.data(), letter.size) == 0)
@@ -162,13 +162,13 @@ constexpr bool isDigit(char character)
 }
 } // namespace
 
-size_t kiv::compressMCCPacket(std::span<const uint8_t> packet, char *text) noexcept
+size_t kiv::compressMCCPacket(std::span<const uint8_t> packet, char *text, char without) noexcept
 {
     constexpr char kDigits[] = "0123456789ABCDEF";
     char *out = text;
     while (!packet.empty())
     {
-        if (const MCCLetter *const letter = longestLetter(packet))
+        if (const MCCLetter *const letter = longestLetter(packet, without))
         {
             *out++ = letter->letter;
             packet = packet.subspan(letter->size);

@@ -30,8 +30,8 @@ struct MCCLetter
 extern const std::array<MCCLetter, 20> mccEncoding;
 
 // Writes `packet` as letters and upper-case digits to `text`, which has room for two characters a
-// byte, and returns the count of characters.
-size_t compressMCCPacket(std::span<const uint8_t> packet, char *text) noexcept;
+// byte, and returns the count of characters. The letter `without` is not used.
+size_t compressMCCPacket(std::span<const uint8_t> packet, char *text, char without = '\0') noexcept;
 
 // Decodes what stands behind the tab of a line into a cleared caption.
 [[nodiscard]] KIVCS2Status decodeMCCPacket(std::string_view text, KIVCS2ClosedCaption &caption) noexcept;

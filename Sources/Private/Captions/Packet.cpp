@@ -1,7 +1,7 @@
 // One ancillary packet of captions: what is in its bytes, and the bytes made of what is in it.
 #include "Private/Captions/Packet.h"
 
-#include "Private/ClosedCaptions_CDP.h"
+#include "Private/Captions/CDP.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,0 +1,286 @@
+// Caption files written and read back.
+#include "ArgumentCheck.h"
+#include "CaptionReading.h"
+
+#include <KIVCoreServices2/KIVCS2CaptionFile.h>
+
+#include <cstring>
+#include <thread>
+
+namespace
+{
+using kiv::test::fileText;
+using kiv::test::Reading;
+
+// A writer into memory.
+struct Writing
+{
+    KIVCS2MemoryStream memory{};
+    KIVCS2CaptionFile file{};
+
+    Writing(KIVCS2CaptionFileKind kind, KIVCS2CaptionCounting counting,
+            const KIVCS2CaptionWriteOptions &options = {})
+    {
+        EXPECT_EQ(kivCS2MemoryStream_init(&memory, 4096, 65536), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2CaptionFile_initWriting(&file, &memory.m_stream, false, kind, counting, &options),
+                  KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2CaptionFile_writeHeader(&file, nullptr), KIVCS2STATUS_OK);
+    }
+    Writing(const Writing &) = delete;
+    Writing &operator=(const Writing &) = delete;
+    ~Writing()
+    {
+        EXPECT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2MemoryStream_free(&memory.m_stream), KIVCS2STATUS_OK);
+    }
+    std::string text()
+    {
+        EXPECT_EQ(kivCS2CaptionFile_finish(&file), KIVCS2STATUS_OK);
+        return {reinterpret_cast<const char *>(memory.m_buffer), memory.m_size};
+    }
+};
+
+std::string copyOf(const Reading &reading, KIVCS2CaptionFileKind kind,
+                   const KIVCS2CaptionWriteOptions &options = {})
+{
+    Writing writing{kind, reading.header.m_counting, options};
+    for (const KIVCS2CaptionPacket &packet : reading.packets)
+        EXPECT_EQ(kivCS2CaptionFile_writePacket(&writing.file, &packet), KIVCS2STATUS_OK);
+    return writing.text();
+}
+
+std::vector<std::filesystem::path> samples(const char *ending)
+{
+    std::vector<std::filesystem::path> files;
+    for (const auto &file : std::filesystem::directory_iterator{KIV_TEST_DATA})
+        if (file.path().extension() == ending)
+            files.push_back(file.path());
+    if (!kiv::test::corpus().empty())
+        for (const auto &file : std::filesystem::directory_iterator{kiv::test::corpus() / (ending + 1)})
+            if (file.file_size() > 0)
+                files.push_back(file.path());
+    return files;
+}
+
+TEST(CaptionWriterMCC, CopiesArePacketForPacketTheSame)
+{
+    for (const auto &path : samples(".mcc"))
+        for (const bool plain : {false, true})
+        {
+            SCOPED_TRACE(path);
+            Reading from{fileText(path)};
+            from.all();
+            KIVCS2CaptionWriteOptions options{};
+            options.m_plainHex = plain;
+            Reading to{copyOf(from, from.header.m_kind, options)};
+            to.all();
+            ASSERT_EQ(to.packets.size(), from.packets.size());
+            for (size_t index = 0; index < to.packets.size(); ++index)
+            {
+                KIVCS2CaptionPacket &packet = to.packets[index];
+                packet.m_line = from.packets[index].m_line;
+                packet.m_offset = from.packets[index].m_offset;
+                packet.m_faults = from.packets[index].m_faults;
+                ASSERT_EQ(std::memcmp(&packet, &from.packets[index], sizeof packet), 0);
+            }
+            EXPECT_EQ(to.count(KIVCS2CaptionFault_FourByteU), 0u);
+            EXPECT_EQ(to.text.find('U', to.text.rfind("Time Code Rate=")), std::string::npos);
+        }
+}
+
+// The pairs of a field and the frames they are on, empty ones left out.
+using Placed = std::vector<std::pair<uint32_t, std::string>>;
+Placed placed(const Reading &reading)
+{
+    Placed found;
+    for (const KIVCS2CaptionPacket &packet : reading.packets)
+    {
+        KIVCS2CaptionPairs pairs;
+        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
+        for (uint8_t pair = 0; pair < pairs.m_count[0]; ++pair)
+            if (const uint8_t *bytes = pairs.m_pairs[0][pair]; ((bytes[0] | bytes[1]) & 0x7F) != 0)
+                found.emplace_back(packet.m_frame, std::string{bytes, bytes + 2});
+    }
+    return found;
+}
+
+TEST(CaptionWriterSCC, ToMCCAndBackPairsStayOnTheirFrames)
+{
+    for (const auto &path : samples(".scc"))
+        for (const bool everyFrame : {false, true})
+        {
+            SCOPED_TRACE(path);
+            KIVCS2CaptionReadOptions byFrame{};
+            byFrame.m_order = KIVCS2CaptionOrder_Frame;
+            Reading from{fileText(path), byFrame};
+            from.all();
+            KIVCS2CaptionWriteOptions options{};
+            options.m_everyFrame = everyFrame;
+            Writing writing{KIVCS2CaptionFileKind_MCC1, from.header.m_counting, options};
+            for (const KIVCS2CaptionPacket &packet : from.packets)
+            {
+                KIVCS2CaptionPairs pairs;
+                ASSERT_EQ(kivCS2CaptionPacket_getPairs(&packet, &pairs), KIVCS2STATUS_OK);
+                ASSERT_EQ(kivCS2CaptionFile_writeCaptions(&writing.file, packet.m_frame, &pairs, nullptr),
+                          KIVCS2STATUS_OK);
+            }
+            KIVCS2CaptionReadOptions strict{};
+            strict.m_strict = from.count(KIVCS2CaptionFault_Parity) == 0;
+            Reading mcc{writing.text(), strict};
+            EXPECT_EQ(mcc.all().status, KIVCS2STATUS_EOF_ERR);
+            EXPECT_EQ(mcc.report().m_gapFrames == 0,
+                      everyFrame ||
+                          from.packets.back().m_frame - from.packets[0].m_frame + 1 == from.packets.size());
+            EXPECT_EQ(placed(mcc), placed(from));
+            Reading scc{copyOf(mcc, KIVCS2CaptionFileKind_SCC), strict};
+            EXPECT_EQ(scc.all().status, KIVCS2STATUS_EOF_ERR);
+            EXPECT_EQ(scc.header.m_counting, from.header.m_counting);
+            EXPECT_EQ(placed(scc), placed(from));
+        }
+}
+
+TEST(CaptionWriterSCC, TextIsAsTheFormatHasIt)
+{
+    Reading reading{"Scenarist_SCC V1.0\n\n00:00:10;00\t9420 9420\n\n00:00:12;00\t94ae 8080 942f 8080\n"};
+    reading.all();
+    EXPECT_EQ(copyOf(reading, KIVCS2CaptionFileKind_SCC),
+              "Scenarist_SCC V1.0\n\n00:00:10;00\t9420 9420\n\n00:00:12;00\t94ae 8080 942f\n");
+}
+
+// One caption of two rows at the top left, the second yellow and in italics.
+struct Cue
+{
+    KIVCS2CaptionCell cells[5]{};
+    KIVCS2CaptionText text{};
+
+    Cue(uint32_t from, uint32_t until)
+    {
+        const char *const characters[] = {"A", "&", "<", "é", "!"};
+        for (size_t index = 0; index < 5; ++index)
+        {
+            KIVCS2CaptionCell &cell = cells[index];
+            std::strcpy(cell.m_text, characters[index]);
+            cell.m_row = index < 3 ? 0 : 1;
+            cell.m_column = static_cast<uint8_t>(index < 2 ? index : index == 2 ? 3 : index - 3);
+            cell.m_colour = index < 3 ? 0xFFFFFFFF : 0xFFFFFF00;
+            cell.m_style = index < 3 ? 0 : KIVCS2CaptionStyle_Italics;
+        }
+        text.m_from = from;
+        text.m_until = until;
+        text.m_service = KIVCS2CaptionService_CC1;
+        text.m_mode = KIVCS2CaptionMode_PopOn;
+        text.m_cells = cells;
+        text.m_cellCount = 5;
+    }
+};
+
+TEST(CaptionWriterCues, HaveTimesStyleAndPlace)
+{
+    KIVCS2CaptionWriteOptions options{};
+    options.m_timeZero = 25;
+    for (const auto &[kind, wanted] : std::vector<std::pair<KIVCS2CaptionFileKind, std::string>>{
+             {KIVCS2CaptionFileKind_SRT,
+              "1\n00:00:01,000 --> 00:00:02,040\n{\\an7}A& <\n<font color=\"#ffff00\"><i>é!</i></font>\n\n"
+              "2\n23:59:58,000 --> 24:00:00,000\n{\\an7}A& <\n<font color=\"#ffff00\"><i>é!</i></font>\n\n"},
+             {KIVCS2CaptionFileKind_WebVTT, "WEBVTT\n\n00:00:01.000 --> 00:00:02.040 line:10% position:10% "
+                                            "align:start\nA&amp; &lt;\n<c.yellow><i>é!</i></c>\n\n"
+                                            "23:59:58.000 --> 24:00:00.000 line:10% position:10% "
+                                            "align:start\nA&amp; &lt;\n<c.yellow><i>é!</i></c>\n\n"}})
+    {
+        Writing writing{kind, KIVCS2CaptionCounting_25, options};
+        const Cue first{50, 76}, overMidnight{2159975, 25};
+        EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &first.text), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &overMidnight.text), KIVCS2STATUS_OK);
+        const Cue early{24, 30};
+        EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &early.text), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+        EXPECT_EQ(writing.text(), wanted);
+    }
+}
+
+// A stream that takes so many bytes and then nothing.
+struct ShortStream
+{
+    KIVCS2Stream stream{};
+    size_t room;
+
+    explicit ShortStream(size_t bytes) : room{bytes}
+    {
+        stream.m_writeBytes = [](KIVCS2Stream *self, const void *, uint64_t size, uint64_t *written)
+        {
+            auto *own = reinterpret_cast<ShortStream *>(self);
+            *written = std::min<uint64_t>({size, own->room, 1000});
+            own->room -= *written;
+            return KIVCS2Status{KIVCS2STATUS_OK};
+        };
+    }
+};
+
+TEST(CaptionWriterFailures, ShortWritesAndWrongCalls)
+{
+    Reading reading{fileText(KIV_TEST_DATA "/pop-on-25.mcc")};
+    const KIVCS2CaptionPacket packet = reading.all().packets[0];
+    for (const size_t room : {0, 2500, 1000000}) // a pipe takes parts
+    {
+        ShortStream stream{room};
+        KIVCS2CaptionFile file;
+        ASSERT_EQ(kivCS2CaptionFile_initWriting(&file, &stream.stream, false, KIVCS2CaptionFileKind_MCC1,
+                                                KIVCS2CaptionCounting_25, nullptr),
+                  KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2CaptionFile_writePacket(&file, &packet), KIVCS2STATUS_STATE_ERR);
+        EXPECT_EQ(kivCS2CaptionFile_writeHeader(&file, nullptr), KIVCS2STATUS_OK);
+        for (int count = 0; count < 100; ++count)
+            (void)kivCS2CaptionFile_writePacket(&file, &packet); // the end reports it too
+        EXPECT_EQ(kivCS2CaptionFile_finish(&file), room < 1000000 ? KIVCS2STATUS_WRITE_ERR : KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2CaptionFile_writePacket(&file, &packet), KIVCS2STATUS_STATE_ERR);
+        KIVCS2CaptionPacket none;
+        EXPECT_EQ(kivCS2CaptionFile_readPacket(&file, &none), KIVCS2STATUS_STATE_ERR);
+        kivCS2CaptionFile_free(&file);
+    }
+    KIVCS2CaptionFile file;
+    ShortStream stream{0};
+    EXPECT_EQ(kivCS2CaptionFile_initWriting(&file, &stream.stream, false, KIVCS2CaptionFileKind_SCC,
+                                            KIVCS2CaptionCounting_25, nullptr),
+              KIVCS2STATUS_FRAME_RATE_ERR);
+    Writing mcc1{KIVCS2CaptionFileKind_MCC1, KIVCS2CaptionCounting_25};
+    KIVCS2CaptionPacket suffixed = packet;
+    suffixed.m_flags |= KIVCS2CaptionPacketFlag_HasField;
+    EXPECT_EQ(kivCS2CaptionFile_writePacket(&mcc1.file, &suffixed), KIVCS2STATUS_FORMAT_ERR);
+    KIVCS2CaptionWriteOptions everyFrame{};
+    everyFrame.m_everyFrame = true;
+    Writing rising{KIVCS2CaptionFileKind_MCC2, KIVCS2CaptionCounting_25, everyFrame};
+    EXPECT_EQ(kivCS2CaptionFile_writeCaptions(&rising.file, 7, nullptr, nullptr), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2CaptionFile_writeCaptions(&rising.file, 7, nullptr, nullptr),
+              KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    EXPECT_EQ(sizeof(KIVCS2CaptionWriteOptions), 56u);
+}
+
+// Eight files at eight countings at once, each as it is alone.
+TEST(CaptionWriterThreads, FilesAtTheirOwnRatesDoNotMeet)
+{
+    const auto roundTrip = [](KIVCS2CaptionCounting counting)
+    {
+        Writing writing{KIVCS2CaptionFileKind_MCC2, counting};
+        for (uint32_t frame = 1500; frame < 2100; ++frame)
+        {
+            const KIVCS2CaptionPairs pairs{{1, 0}, {{{0x94, static_cast<uint8_t>(frame | 0x80)}}, {}}, {}};
+            (void)kivCS2CaptionFile_writeCaptions(&writing.file, frame, &pairs, nullptr); // seen in the text
+        }
+        Reading reading{writing.text()};
+        reading.all();
+        std::string frames;
+        for (const auto &[frame, pair] : placed(reading))
+            frames += std::to_string(frame) + pair;
+        return frames;
+    };
+    const KIVCS2CaptionCounting kCountings[] = {1, 3, 4, 5, 7, 8, 9, 10};
+    std::vector<std::string> alone, together(8);
+    for (const KIVCS2CaptionCounting counting : kCountings)
+        alone.push_back(roundTrip(counting));
+    std::vector<std::thread> threads;
+    for (size_t index = 0; index < 8; ++index)
+        threads.emplace_back([&, index] { together[index] = roundTrip(kCountings[index]); });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(together, alone);
+}
+} // namespace
