@@ -1,0 +1,112 @@
+// What is written is read back without a fault and is the same: captions of any bytes to MCC, and pairs
+// through SCC, MCC and SCC.
+#include "Expect.h"
+
+#include "KIVCS2CaptionFile.h"
+#include "KIVCS2MemoryStream.h"
+
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace
+{
+using Placed = std::vector<std::pair<uint32_t, uint16_t>>;
+
+struct Writing
+{
+    KIVCS2MemoryStream memory;
+    KIVCS2CaptionFile file;
+
+    Writing(KIVCS2CaptionFileKind kind, KIVCS2CaptionCounting counting, bool plain)
+    {
+        KIVCS2CaptionWriteOptions options{};
+        options.m_plainHex = plain;
+        static const KIVCS2CaptionFileHeader header{0, 0, 0, 0, 0, 0, "", "u", "fuzzer", "d", "t", "", {}};
+        KIV_FUZZ_EXPECT(kivCS2MemoryStream_init(&memory, 4096, 4096) == KIVCS2STATUS_OK);
+        KIV_FUZZ_EXPECT(kivCS2CaptionFile_initWriting(&file, &memory.m_stream, false, kind, counting,
+                                                      &options) == KIVCS2STATUS_OK);
+        KIV_FUZZ_EXPECT(kivCS2CaptionFile_writeHeader(&file, &header) == KIVCS2STATUS_OK);
+    }
+    std::string text()
+    {
+        KIV_FUZZ_EXPECT(kivCS2CaptionFile_finish(&file) == KIVCS2STATUS_OK);
+        std::string written{reinterpret_cast<const char *>(memory.m_buffer), memory.m_size};
+        KIV_FUZZ_EXPECT(kivCS2CaptionFile_free(&file) == KIVCS2STATUS_OK);
+        KIV_FUZZ_EXPECT(kivCS2MemoryStream_free(&memory.m_stream) == KIVCS2STATUS_OK);
+        return written;
+    }
+};
+
+std::vector<KIVCS2CaptionPacket> readAll(std::string text, uint64_t &faults)
+{
+    KIVCS2MemoryStream memory;
+    KIVCS2CaptionFile file;
+    KIV_FUZZ_EXPECT(kivCS2MemoryStream_initWithBytes(&memory, text.data(), text.size()) == KIVCS2STATUS_OK);
+    KIV_FUZZ_EXPECT(kivCS2CaptionFile_initReading(&file, &memory.m_stream, true, nullptr) == KIVCS2STATUS_OK);
+    std::vector<KIVCS2CaptionPacket> packets;
+    KIVCS2CaptionPacket packet;
+    while (KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file, &packet)))
+        packets.push_back(packet);
+    KIVCS2CaptionFileReport report;
+    KIV_FUZZ_EXPECT(kivCS2CaptionFile_getReport(&file, &report) == KIVCS2STATUS_OK);
+    faults = report.m_faults;
+    KIV_FUZZ_EXPECT(kivCS2CaptionFile_free(&file) == KIVCS2STATUS_OK);
+    return packets;
+}
+
+Placed placed(const std::vector<KIVCS2CaptionPacket> &packets)
+{
+    Placed found;
+    for (const KIVCS2CaptionPacket &packet : packets)
+    {
+        KIVCS2CaptionPairs pairs;
+        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
+        for (uint8_t pair = 0; pair < pairs.m_count[0]; ++pair)
+            if (const uint8_t *bytes = pairs.m_pairs[0][pair]; ((bytes[0] | bytes[1]) & 0x7F) != 0)
+                found.emplace_back(packet.m_frame, static_cast<uint16_t>(bytes[0] << 8 | bytes[1]));
+    }
+    return found;
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    if (size < 5)
+        return 0;
+    const KIVCS2CaptionCounting counting =
+        (data[0] & 1) != 0 ? KIVCS2CaptionCounting_29_97DF : KIVCS2CaptionCounting_29_97NDF;
+    const bool plain = (data[0] & 2) != 0;
+    uint32_t frame = data[1] * 100u;
+    Writing mcc{KIVCS2CaptionFileKind_MCC1, counting, plain};
+    Placed wanted;
+    for (size_t at = 2; at + 3 <= size; at += 3)
+    {
+        frame += 1 + data[at];
+        KIVCS2CaptionPairs pairs{};
+        pairs.m_count[0] = 1;
+        std::memcpy(pairs.m_pairs[0][0], data + at + 1, 2);
+        KIVCS2CaptionDTVCC dtvcc{};
+        dtvcc.m_count = 2u * (data[at] % 18);
+        dtvcc.m_starts = data[at + 1] & ((1u << dtvcc.m_count / 2) - 1);
+        std::memset(dtvcc.m_bytes, data[at + 2], dtvcc.m_count);
+        KIV_FUZZ_EXPECT(kivCS2CaptionFile_writeCaptions(&mcc.file, frame, &pairs, &dtvcc) == KIVCS2STATUS_OK);
+        if (((data[at + 1] | data[at + 2]) & 0x7F) != 0)
+            wanted.emplace_back(frame, static_cast<uint16_t>(data[at + 1] << 8 | data[at + 2]));
+    }
+    uint64_t faults = 0;
+    const auto packets = readAll(mcc.text(), faults);
+    uint64_t parity = 0;
+    for (const KIVCS2CaptionPacket &packet : packets)
+        parity += packet.m_faults >> KIVCS2CaptionFault_Parity & 1;
+    KIV_FUZZ_EXPECT(faults == parity && placed(packets) == wanted);
+
+    Writing scc{KIVCS2CaptionFileKind_SCC, counting, plain};
+    for (const KIVCS2CaptionPacket &packet : packets)
+        KIV_FUZZ_EXPECT(kivCS2CaptionFile_writePacket(&scc.file, &packet) == KIVCS2STATUS_OK);
+    const auto back = placed(readAll(scc.text(), faults));
+    // A file of pairs that are codes of field 2 is taken for one of that field.
+    KIV_FUZZ_EXPECT(back == wanted || back.empty());
+    return 0;
+}
