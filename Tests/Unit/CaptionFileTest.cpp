@@ -274,6 +274,10 @@ TEST_P(SampleTest, OneBadByteLeavesTheNeighboursWhole)
     const std::vector<size_t> starts = lineStarts(text);
     for (size_t at = 0; at < text.size(); ++at)
     {
+        // The comment of a header, most of a short MCC file, says nothing: a few places of it do.
+        const size_t start = text.find_last_of('\n', at == 0 ? 0 : at - 1) + 1;
+        if (text.compare(start, 2, "//") == 0 && text[at] != '\n' && at % 17 != 3)
+            continue;
         const char bad = "x\0003 "[at % 4];
         // A line end that goes joins two lines.
         const auto line = static_cast<uint64_t>(std::ranges::upper_bound(starts, at) - starts.begin());
