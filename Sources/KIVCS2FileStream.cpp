@@ -41,8 +41,8 @@ constexpr std::array<int, KIVCS2StreamPosition_MAX> kSeekOrigin = {
     const size_t length = std::strlen(accessMode);
     if (length > 0 && length <= kLongestMode)
     {
-        char mode[kLongestMode + 2] = {accessMode[0], 'e'};
-        std::memcpy(mode + 2, accessMode + 1, length); // with its terminator
+        char mode[kLongestMode + 2];
+        (void)std::snprintf(mode, sizeof mode, "%ce%s", accessMode[0], accessMode + 1);
         return std::fopen(filename, mode);
     }
     FILE *const file = std::fopen(filename, accessMode);

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <cstdio>
 #include <fcntl.h>
 #include <memory>
 #include <new>
@@ -22,8 +22,7 @@ public:
     explicit SemaphoreFile(const char *systemName) noexcept
     {
         char path[sizeof kFilePrefix + KIVP_SEMAPHORE_NAME_SIZE];
-        std::memcpy(path, kFilePrefix, sizeof kFilePrefix - 1);
-        std::strcpy(path + sizeof kFilePrefix - 1, systemName + 1); // without its "/"
+        (void)std::snprintf(path, sizeof path, "%s%s", kFilePrefix, systemName + 1); // without its "/"
         // Opened as a place alone: whatever it is, nothing waits and nothing acts.
         m_descriptor = open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
         m_error = m_descriptor < 0 || fstat(m_descriptor, &m_info) != 0 ? errno : 0;
