@@ -155,14 +155,14 @@ enum
     KIVCS2CaptionFault_Counters = 39,              /**< header and footer of a CDP count differently */
     KIVCS2CaptionFault_Parity = 40,                /**< a CEA-608 byte without odd parity */
     KIVCS2CaptionFault_Sequence = 41,              /**< a CDP does not count on from the one before */
-    KIVCS2CaptionFault_Gap = 42,                   /**< lines are missing: the CDPs have counted frames that are not there */
-    KIVCS2CaptionFault_BackInTime = 43,            /**< earlier than the line before */
-    KIVCS2CaptionFault_SameFrame = 44,             /**< the frame of the line before, with the same suffix */
-    KIVCS2CaptionFault_Overlap = 45,               /**< an SCC line begins before the last one has ended */
-    KIVCS2CaptionFault_WaitsTooLong = 46,          /**< ordered by frame: pairs would wait over an hour */
-    KIVCS2CaptionFault_StreamFailed = 47,          /**< the stream's own failure */
-    KIVCS2CaptionFault_NoCaptions = 48,            /**< the file has no caption */
-    KIVCS2CaptionFault_MAX = 49                    /**< the count; not a fault */
+    KIVCS2CaptionFault_Gap = 42, /**< lines are missing: the CDPs have counted frames that are not there */
+    KIVCS2CaptionFault_BackInTime = 43,   /**< earlier than the line before */
+    KIVCS2CaptionFault_SameFrame = 44,    /**< the frame of the line before, with the same suffix */
+    KIVCS2CaptionFault_Overlap = 45,      /**< an SCC line begins before the last one has ended */
+    KIVCS2CaptionFault_WaitsTooLong = 46, /**< ordered by frame: pairs would wait over an hour */
+    KIVCS2CaptionFault_StreamFailed = 47, /**< the stream's own failure */
+    KIVCS2CaptionFault_NoCaptions = 48,   /**< the file has no caption */
+    KIVCS2CaptionFault_MAX = 49           /**< the count; not a fault */
 };
 
 /* ---- Packets ---- */

@@ -527,7 +527,7 @@ KIVCS2Status kivCS2Task_killAllChildProcesses(KIVCS2Task *_task)
     if (!isRunning(*_task))
         return KIVCS2STATUS_TASK_NOT_RUNNING_ERR;
     if (const pid_t pid = taskWord(_task->m_pid).load();
-        pid > 1) // a task is never process 1, and its host may be
+        pid > 1)                                          // a task is never process 1, and its host may be
         (void)kiv::ChildTable::terminateTree(pid, false); // failures are not reported
     return KIVCS2STATUS_OK;
 }

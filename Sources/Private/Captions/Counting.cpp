@@ -71,7 +71,7 @@ std::optional<TimeFields> takeTime(std::string_view text)
     if (text.size() < kTimecodeSize)
         return std::nullopt;
     const char *const at = text.data();
-    for (const size_t digit : {0, 1, 3, 4, 6, 7, 9, 10})
+    for (const size_t digit : {0u, 1u, 3u, 4u, 6u, 7u, 9u, 10u})
         if (!isDigit(at[digit]))
             return std::nullopt;
     if (!isFieldSeparator(at[2]) || !isFieldSeparator(at[5]) ||

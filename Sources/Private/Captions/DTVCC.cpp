@@ -273,8 +273,8 @@ void Service::code(uint32_t frame, std::span<const uint8_t> bytes)
     {
         // In tenths of a second.
         m_delayFrom = frame;
-        m_delayFrames =
-            static_cast<uint32_t>(uint64_t{bytes[1]} * m_info.m_numerator / (10u * m_info.m_denominator));
+        m_delayFrames = static_cast<uint32_t>(uint64_t{bytes[1]} * m_info.m_numerator /
+                                              (uint64_t{10} * m_info.m_denominator));
         m_delayed = m_delayFrames > 0;
     }
     else if (first == kReset)

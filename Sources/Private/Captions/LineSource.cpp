@@ -84,9 +84,7 @@ bool LineSource::fill()
     if (KIVCS2_SUCCEEDED(m_status) && count == 0)
         m_status = KIVCS2STATUS_EOF_ERR;
     m_end += count;
-    if (KIVCS2_FAILED(m_status))
-        return false;
-    return true;
+    return KIVCS2_SUCCEEDED(m_status);
 }
 
 // The first line end behind m_searched; kNone if there is none in the window.

@@ -217,7 +217,7 @@ uint8_t *putField(uint8_t *out, const KIVCS2CaptionPairs *pairs, uint8_t field)
 
 uint8_t *putDTVCC(uint8_t *out, const KIVCS2CaptionDTVCC *dtvcc)
 {
-    for (uint32_t index = 0; dtvcc != nullptr && index < dtvcc->m_count / 2; ++index)
+    for (size_t index = 0; dtvcc != nullptr && index < dtvcc->m_count / 2; ++index)
     {
         const uint8_t type = (dtvcc->m_starts >> index & 1u) != 0 ? kDTVCCStart : kDTVCCData;
         out = put(out, {static_cast<uint8_t>(kMarker | kValid | type), dtvcc->m_bytes[2 * index],

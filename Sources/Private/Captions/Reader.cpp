@@ -620,9 +620,8 @@ KIVCS2Status Reader::placeWords()
     const bool byFrame = m_options.m_order == KIVCS2CaptionOrder_Frame;
     m_wordFrame = byFrame ? std::max(frame, m_list.all()[m_listAt - 1].placed) : frame;
     KIVCS2CaptionFault fault = KIVCS2CaptionFault_None;
-    if (byFrame && m_list.all()[m_listAt - 1].isBack)
-        fault = KIVCS2CaptionFault_BackInTime;
-    else if (m_hasLast && frame < m_lastFrame && !isOverMidnight(m_lastFrame, frame))
+    if ((byFrame && m_list.all()[m_listAt - 1].isBack) ||
+        (m_hasLast && frame < m_lastFrame && !isOverMidnight(m_lastFrame, frame)))
         fault = KIVCS2CaptionFault_BackInTime;
     else if (m_hasLast && frame == m_lastFrame)
         fault = KIVCS2CaptionFault_SameFrame;

@@ -158,7 +158,7 @@ KIVCS2Status Writer::putPacket(const KIVCS2CaptionPacket &packet)
             m_out.putHex(packet.m_anc[byte], true);
     else
     {
-        std::array<char, 2 * KIVCS2_CAPTION_ANC_SIZE> text;
+        std::array<char, size_t{2} * KIVCS2_CAPTION_ANC_SIZE> text;
         m_out.put({text.data(), compressMCCPacket({packet.m_anc, size}, text.data(), 'U')});
     }
     m_out.put("\n");

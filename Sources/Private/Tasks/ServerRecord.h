@@ -28,7 +28,7 @@ enum : uint32_t
 struct KIVCS2TaskServer
 {
     std::array<int32_t, kDescriptorCount> m_descriptors; // request, pid and report pipe; 0 for a closed end
-    std::atomic<pid_t> m_serverPid; // read by the SIGCHLD handler of any thread
+    std::atomic<pid_t> m_serverPid;                      // read by the SIGCHLD handler of any thread
     uint32_t m_initialised;
     KIVCS2LinkList m_tasks;  // launched, and not yet reported ended
     pthread_mutex_t m_mutex; // one request and its answer at a time, and the list
