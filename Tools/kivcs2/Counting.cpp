@@ -115,6 +115,7 @@ std::span<const Counting> countings()
 std::vector<std::string> rateNames()
 {
     std::vector<std::string> names;
+    names.reserve(std::size(kCountings));
     for (const Counting &counting : kCountings)
         names.emplace_back(counting.name);
     return names;

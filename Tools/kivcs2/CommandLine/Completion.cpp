@@ -195,14 +195,15 @@ std::string sharedFunctions(const Word &root)
                 if (!option.isPositional() && !option.isFlag())
                     takes += (takes.empty() ? "        " : " | ") + quoted(place.path + " " + key);
                 if (!print.empty())
-                    values += "        " +
-                              (option.isPositional() && option.facts().most > 1
-                                   ? quoted(place.path + " ") + "[1-9]*"
-                                   : quoted(place.path + " " + key)) +
-                              ") " + print + " ;;\n";
+                {
+                    const bool isList = option.isPositional() && option.facts().most > 1;
+                    values.append("        ").append(quoted(place.path + " " + (isList ? "" : key)));
+                    values.append(isList ? "[1-9]*) " : ") ").append(print).append(" ;;\n");
+                }
             }
         }
-        options += "        " + quoted(place.path) + ") " + lines(spellings) + " ;;\n";
+        options.append("        ").append(quoted(place.path)).append(") ");
+        options.append(lines(spellings)).append(" ;;\n");
     }
     std::string text;
     for (const auto &[name, list] : listsOf(places))

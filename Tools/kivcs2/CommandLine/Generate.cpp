@@ -281,13 +281,15 @@ std::string markdown(const Word &root)
         std::string options;
         for (const Option &option : place.word->options())
             if (!option.isPositional())
-                options += (options.empty() ? "" : ", ") + optionCell(option);
+                options.append(options.empty() ? "" : ", ").append(optionCell(option));
         const std::string behind = positionals(*place.word);
-        text += "| `" +
-                cell(place.path.substr(root.facts().name.size() + 1) + (behind.empty() ? "" : " " + behind)) +
-                "` | " + cell(place.word->facts().help) + " | " + options + " | `" +
-                cell(place.word->facts().examples.empty() ? "" : place.word->facts().examples.front()) +
-                "` |\n";
+        std::string word = place.path.substr(root.facts().name.size() + 1);
+        if (!behind.empty())
+            word.append(" ").append(behind);
+        const auto &examples = place.word->facts().examples;
+        text.append("| `").append(cell(word)).append("` | ").append(cell(place.word->facts().help));
+        text.append(" | ").append(options).append(" | `");
+        text.append(cell(examples.empty() ? "" : examples.front())).append("` |\n");
     }
     return text;
 }

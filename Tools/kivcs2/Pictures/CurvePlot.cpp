@@ -294,6 +294,7 @@ void draw(Canvas &canvas, KIVCS2InterpolationFunction index, uint32_t side, size
 std::vector<std::string> curveNames()
 {
     std::vector<std::string> names;
+    names.reserve(std::size(kCurves));
     for (const Curve &curve : kCurves)
         names.emplace_back(curve.name);
     return names;

@@ -170,6 +170,7 @@ std::span<const PixelLayout> pixelLayouts()
 std::vector<std::string> pixelLayoutNames()
 {
     std::vector<std::string> names;
+    names.reserve(std::size(kLayouts));
     for (const PixelLayout &layout : kLayouts)
         names.emplace_back(layout.name);
     return names;
