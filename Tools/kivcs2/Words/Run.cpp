@@ -250,14 +250,14 @@ public:
 private:
     void handOn(int signal, const siginfo_t &about)
     {
-        const pid_t child = std::atomic_ref{m_task->m_pid}.load();
-        if (child <= 0)
+        // The child may run before its id is known here. The signal waits for that: sent again to this process, it
+        // would no longer say that it was a key.
+        pid_t child = 0;
+        while ((child = std::atomic_ref{m_task->m_pid}.load()) <= 0)
         {
             if (std::atomic_ref{m_task->m_state}.load() > KIVCS2TaskState_RunningAsync)
                 return; // there will be none
             nanosleep(&kShortWait, nullptr);
-            kill(getpid(), signal); // comes back
-            return;
         }
         // A key tells the whole group of the terminal, and twice means "at once" to many programs. A terminal that
         // hangs up tells us alone where we lead its session.
