@@ -120,7 +120,7 @@ typedef struct KIVCS2CaptionFileHeader
     KIVCS2CaptionCounting m_counting;
     KIVCS2CaptionReason m_reason;
     uint32_t m_field;      /**< field of an SCC file: 1 or 2; 0 otherwise */
-    uint64_t m_firstLine;  /**< the line of the first caption; 0 if there is none */
+    uint64_t m_firstLine;  /**< the line of the first caption; 0 without a caption */
     uint32_t m_otherLines; /**< header lines that are none of these texts */
     char m_rate[32];       /**< behind "Time Code Rate=" */
     char m_uuid[KIVCS2_CAPTION_HEADER_SIZE];

@@ -133,7 +133,7 @@ enum
     KIVCS2CaptionFault_OtherCounting = 17,    /**< the separator of the other counting */
     KIVCS2CaptionFault_DroppedNumber = 18,    /**< a number that drop-frame leaves out */
     KIVCS2CaptionFault_NoSuchTime = 19,       /**< a timecode that names no frame */
-    KIVCS2CaptionFault_NotACaption = 20,      /**< text that is no caption line */
+    KIVCS2CaptionFault_NotACaption = 20,      /**< text that is not a caption line */
     KIVCS2CaptionFault_Null = 21,             /**< a byte of 0 */
     KIVCS2CaptionFault_UnknownCharacter = 22, /**< a character that stands for nothing */
     KIVCS2CaptionFault_LowerCase = 23,        /**< lower-case digits or letters in an MCC line */
