@@ -169,37 +169,36 @@ struct Clock
     uint8_t h, m, s, f;
 };
 
+// Millions of frames come through here, so nothing is allocated and little compared by macros.
 void expectFrame(const RateRow &row, uint32_t frame, const Clock &clock)
 {
     const KIVCS2Timecode tc = frame;
-    uint32_t h = 99, m = 99, s = 99, f = 99;
-    ASSERT_EQ(kivCS2Timecode_getHours(&tc, &h) | kivCS2Timecode_getMinutes(&tc, &m) |
-                  kivCS2Timecode_getSeconds(&tc, &s) | kivCS2Timecode_getFrames(&tc, &f),
-              KIVCS2STATUS_OK);
-    ASSERT_TRUE(h == clock.h && m == clock.m && s == clock.s && f == clock.f) << frame;
-
-    char text[12];
-    ASSERT_EQ(kivCS2Timecode_timecodeToString(&tc, text, sizeof text), KIVCS2STATUS_OK);
-    const auto pair = [](uint32_t value)
+    const uint8_t fields[] = {clock.h, clock.m, clock.s, clock.f};
+    char expected[12] = "00:00:00:00";
+    uint32_t expectedBCD = 0;
+    for (size_t field = 0; field < 4; ++field)
     {
-        return std::string{char('0' + value / 10), char('0' + value % 10)};
-    };
-    const std::string head = pair(clock.h) + ":" + pair(clock.m) + ":" + pair(clock.s);
-    ASSERT_EQ(text, head + (row.dropped > 0 ? ";" : ":") + pair(clock.f));
-
-    KIVCS2Timecode back = 0;
-    text[8] = ':'; // what is written with ";" is not read
-    ASSERT_EQ(kivCS2Timecode_initWithString(&back, text), KIVCS2STATUS_OK);
-    ASSERT_EQ(back, tc);
-
-    uint32_t bcd = 0;
-    ASSERT_EQ(kivCS2Timecode_getBCDFromTimecode(&tc, &bcd), KIVCS2STATUS_OK);
-    ASSERT_EQ(bcd, std::stoul(pair(clock.h) + pair(clock.m) + pair(clock.s) + pair(clock.f), nullptr, 16));
-    ASSERT_EQ(kivCS2Timecode_initWithBCD(&back, bcd), KIVCS2STATUS_OK);
-    ASSERT_EQ(back, tc);
-    ASSERT_EQ(kivCS2Timecode_initWithTimecodeFields(&back, clock.h, clock.m, clock.s, clock.f),
-              KIVCS2STATUS_OK);
-    ASSERT_EQ(back, tc);
+        const uint32_t tens = fields[field] / 10u, units = fields[field] % 10u;
+        expected[3 * field] = static_cast<char>('0' + tens);
+        expected[3 * field + 1] = static_cast<char>('0' + units);
+        expectedBCD = expectedBCD << 8 | tens << 4 | units;
+    }
+    uint32_t h = 99, m = 99, s = 99, f = 99, bcd = 0;
+    KIVCS2Timecode fromText = 0, fromBCD = 0, fromFields = 0;
+    char text[12];
+    ASSERT_EQ(kivCS2Timecode_getHours(&tc, &h) | kivCS2Timecode_getMinutes(&tc, &m) |
+                  kivCS2Timecode_getSeconds(&tc, &s) | kivCS2Timecode_getFrames(&tc, &f) |
+                  kivCS2Timecode_initWithString(&fromText, expected) |
+                  kivCS2Timecode_timecodeToString(&tc, text, sizeof text) |
+                  kivCS2Timecode_getBCDFromTimecode(&tc, &bcd) |
+                  kivCS2Timecode_initWithBCD(&fromBCD, expectedBCD) |
+                  kivCS2Timecode_initWithTimecodeFields(&fromFields, clock.h, clock.m, clock.s, clock.f),
+              KIVCS2STATUS_OK)
+        << expected;
+    ASSERT_TRUE(h == clock.h && m == clock.m && s == clock.s && f == clock.f) << expected;
+    ASSERT_TRUE(fromText == tc && fromBCD == tc && fromFields == tc && bcd == expectedBCD) << expected;
+    expected[8] = row.dropped > 0 ? ';' : ':'; // written so, and not read
+    ASSERT_STREQ(text, expected);
 }
 
 TEST(Timecode, EveryFrameOfADayGoesThroughAllForms)
