@@ -1,6 +1,6 @@
 /**
  * @file
- * All of the framework that is supplied.
+ * AudioToolbox: the part of it that this system supplies. See Platform/README.md.
  */
 #ifndef KIV_AUDIO_TOOLBOX_H
 #define KIV_AUDIO_TOOLBOX_H

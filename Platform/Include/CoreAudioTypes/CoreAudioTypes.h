@@ -22,17 +22,17 @@ enum
 {
     kAudioFormatFlagIsFloat = 0x01,          /**< else integers */
     kAudioFormatFlagIsBigEndian = 0x02,      /**< else little endian */
-    kAudioFormatFlagIsSignedInteger = 0x04,  /**< else unsigned; of integers only */
+    kAudioFormatFlagIsSignedInteger = 0x04,  /**< else unsigned; for integers only */
     kAudioFormatFlagIsPacked = 0x08,         /**< the bits fill the bytes of a sample */
-    kAudioFormatFlagIsAlignedHigh = 0x10,    /**< not packed: the bits are the upper ones, else the lower */
-    kAudioFormatFlagIsNonInterleaved = 0x20, /**< a plane a channel; sizes are those of one plane */
-    kAudioFormatFlagIsNonMixable = 0x40,     /**< of hardware; without meaning here */
+    kAudioFormatFlagIsAlignedHigh = 0x10,    /**< if not packed: the upper bits count, else the lower */
+    kAudioFormatFlagIsNonInterleaved = 0x20, /**< a plane for each channel; sizes are those of one plane */
+    kAudioFormatFlagIsNonMixable = 0x40,     /**< for hardware; ignored here */
 
     kLinearPCMFormatFlagsSampleFractionShift = 7,
     kLinearPCMFormatFlagsSampleFractionMask = 0x3F << 7 /**< fraction bits of fixed-point samples */
 };
 
-/** Linear PCM has one frame, a sample of every channel, in a packet. */
+/** In linear PCM a packet is one frame: a sample of every channel. */
 typedef struct AudioStreamBasicDescription
 {
     Float64 mSampleRate; /**< frames a second */
@@ -40,9 +40,9 @@ typedef struct AudioStreamBasicDescription
     AudioFormatFlags mFormatFlags;
     UInt32 mBytesPerPacket;
     UInt32 mFramesPerPacket;
-    UInt32 mBytesPerFrame; /**< of all channels, of one where they are not interleaved */
+    UInt32 mBytesPerFrame; /**< of all channels, or of one if they are not interleaved */
     UInt32 mChannelsPerFrame;
-    UInt32 mBitsPerChannel; /**< bits of a sample that count */
+    UInt32 mBitsPerChannel; /**< significant bits of a sample */
     UInt32 mReserved;       /**< 0 */
 } AudioStreamBasicDescription;
 

@@ -2,7 +2,7 @@
  * @file
  * Ordered collections of pointers; with kCFTypeArrayCallBacks an array retains its values.
  *
- * A mutable array is used by one thread at a time; an immutable one by any number.
+ * One thread at a time uses a mutable array; any number may use an immutable one.
  */
 #ifndef KIV_CF_ARRAY_H
 #define KIV_CF_ARRAY_H
@@ -44,10 +44,10 @@ CF_EXPORT CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef allocator, CFInd
 
 CF_EXPORT CFIndex CFArrayGetCount(CFArrayRef theArray);
 
-/** The value at `idx`, 0 to count - 1, not retained. NULL beyond. */
+/** The value at `idx`, 0 to count - 1, not retained. NULL out of range. */
 CF_EXPORT const void *CFArrayGetValueAtIndex(CFArrayRef theArray, CFIndex idx);
 
-/** Retains `value` and puts it at the end. Without memory the array stays as it is: compare counts. */
+/** Retains `value` and appends it. Without memory the array stays as it is; compare counts to find out. */
 CF_EXPORT void CFArrayAppendValue(CFMutableArrayRef theArray, const void *value);
 
 CF_EXTERN_C_END

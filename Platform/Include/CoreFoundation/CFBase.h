@@ -1,10 +1,10 @@
 /**
  * @file
- * What every CoreFoundation object has in common: its types, reference counts, identity.
+ * Common parts of all CoreFoundation objects: types, reference counts, identity.
  *
  * Ownership follows the name of the call: an object from a "Create" or "Copy" call belongs to the
- * caller, who releases it; an object from a "Get" call belongs to someone else and is retained
- * to be kept. Counts may change on any thread. A call that fails answers NULL or false.
+ * caller, who releases it; an object from a "Get" call belongs to someone else, so a caller retains it
+ * to keep it. Counts may change on any thread. A call that fails returns NULL or false.
  */
 #ifndef KIV_CF_BASE_H
 #define KIV_CF_BASE_H
@@ -23,7 +23,7 @@
 #define CF_EXTERN_C_END
 #endif
 #define CF_EXPORT extern __attribute__((visibility("default")))
-/** Marks a call whose object is the caller's to release although its name does not say so. */
+/** Marks a call whose result the caller releases although the name does not say so. */
 #ifdef __clang__
 #define CF_RETURNS_RETAINED __attribute__((cf_returns_retained))
 #else
@@ -58,7 +58,7 @@ typedef const struct __CFString *CFStringRef;
 typedef struct __CFString *CFMutableStringRef;
 typedef const struct __CFAllocator *CFAllocatorRef;
 
-/** The allocator argument of every Create call: the system heap, whatever is passed. */
+/** The allocator argument of every Create call; any value means the system heap. */
 CF_EXPORT const CFAllocatorRef kCFAllocatorDefault;
 
 typedef CFIndex CFComparisonResult;
@@ -90,15 +90,15 @@ static inline CFRange CFRangeMake(CFIndex location, CFIndex length)
 
 /** Adds one reference and returns `cf`, which must not be NULL. Any thread. */
 CF_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
-/** Takes one reference away; the last one ends the object. `cf` must not be NULL. Any thread. */
+/** Removes one reference; removing the last one ends the object. `cf` must not be NULL. Any thread. */
 CF_EXPORT void CFRelease(CFTypeRef cf);
-/** The references at this moment; for tests and diagnostics. */
+/** The current number of references; for tests and diagnostics. */
 CF_EXPORT CFIndex CFGetRetainCount(CFTypeRef cf);
-/** Which kind of object this is: equals the type's own GetTypeID. */
+/** The kind of the object; equals the result of its type's own GetTypeID. */
 CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
-/** True for the same object, and for two of one kind with the same value. */
+/** True for the same object, and for two objects of one kind with the same value. */
 CF_EXPORT Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
-/** Equal objects have equal hashes, in this process. */
+/** Equal objects have equal hashes within one process. */
 CF_EXPORT CFHashCode CFHash(CFTypeRef cf);
 
 CF_EXTERN_C_END

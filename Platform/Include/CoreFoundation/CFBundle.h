@@ -14,13 +14,13 @@ typedef struct __CFBundle *CFBundleRef;
 
 CF_EXPORT CFTypeID CFBundleGetTypeID(void);
 
-/** The directory of the executable, found once; belongs to the system. NULL when it has no name. */
+/** The directory of the executable, found once; belongs to the system. NULL if the directory is unknown. */
 CF_EXPORT CFBundleRef CFBundleGetMainBundle(void);
 
 /**
- * The location of a resource: `resourceName`, with "." and `resourceType` when that is given, in the
- * bundle's "Resources" or else in "../share/<executable>", under `subDirName` when given.
- * NULL when no such file exists.
+ * The location of a resource: `resourceName`, with "." and `resourceType` if that is given, in the
+ * bundle's "Resources" or else in "../share/<executable>", under `subDirName` if given.
+ * NULL if no such file exists.
  * @param[in] resourceType, subDirName  may be NULL
  */
 CF_EXPORT CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName,

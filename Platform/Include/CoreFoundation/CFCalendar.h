@@ -17,12 +17,11 @@ CF_EXPORT CFTypeID CFCalendarGetTypeID(void);
 CF_EXPORT CFCalendarRef CFCalendarCopyCurrent(void);
 
 /**
- * The moment at which the calendar shows the given components; the others are those of year 1,
- * January 1, 00:00:00. One `int` an element of `componentDesc`: y year, M month (January is 1), d
- * day, H hour, m minute, s second. Values out of range carry: month 0 is the December before, day 0 the
- * last day of the month before. A time that the clock shows twice is the second one; a time that it leaves out
- * is as far behind the gap as it lies in it. False, `at` untouched, for any other letter.
- * Thread safety: any thread.
+ * The moment at which the calendar shows the given components; the others are those of year 1, January 1,
+ * 00:00:00. One `int` for each letter of `componentDesc`: y year, M month (January is 1), d day, H hour, m
+ * minute, s second. Values out of range carry: month 0 is the December before, day 0 the last day of the
+ * month before. A time that the clock shows twice means the second one; a time inside a gap means one as far
+ * after the gap as it lies inside it. False, `at` untouched, for any other letter. Thread safety: any thread.
  */
 CF_EXPORT Boolean CFCalendarComposeAbsoluteTime(CFCalendarRef calendar, CFAbsoluteTime *at,
                                                 const char *componentDesc, ...);

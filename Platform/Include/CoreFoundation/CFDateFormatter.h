@@ -1,10 +1,10 @@
 /**
  * @file
  * Texts of dates by a Unicode pattern ("yyyy-MM-dd HH:mm:ss.SSS", UTS 35), in the process's zone
- * (CFTimeZone.h). A name of the zone in a pattern ("z") is written as its distance from GMT.
+ * (CFTimeZone.h). A zone name in a pattern ("z") is written as the distance from GMT.
  *
- * A formatter is used by one thread at a time; making one is cheap, the first text of a process loads
- * the locale data.
+ * One thread at a time uses a formatter. Making one is cheap; the first
+ * text of a process loads the locale data.
  */
 #ifndef KIV_CF_DATE_FORMATTER_H
 #define KIV_CF_DATE_FORMATTER_H
@@ -37,16 +37,16 @@ CF_EXPORT void CFDateFormatterSetFormat(CFDateFormatterRef formatter, CFStringRe
 /** The text of `date`, to the nearest millisecond. NULL when the date cannot be written. */
 CF_EXPORT CFStringRef CFDateFormatterCreateStringWithDate(CFAllocatorRef allocator,
                                                           CFDateFormatterRef formatter, CFDateRef date);
-/** The same of a plain absolute time. */
+/** The same for a plain absolute time. */
 CF_EXPORT CFStringRef CFDateFormatterCreateStringWithAbsoluteTime(CFAllocatorRef allocator,
                                                                   CFDateFormatterRef formatter,
                                                                   CFAbsoluteTime at);
 
 /**
  * The date that `string` shows in the formatter's pattern, to be released with CFRelease(). Numbers may have
- * fewer or more digits than the pattern, and all but the hours may lie beyond their ranges and carry. Without a
- * zone in the pattern it is a time of the process's, which a clock shows twice or not at all as in CFCalendar.h.
- * @param[in,out] rangep  the units to read, set to those that were; NULL for the whole string, which need not
+ * fewer or more digits than the pattern, and all but the hours may be out of range and carry. Without a zone
+ * in the pattern the time is in the process's zone; repeated and missing times count as in CFCalendar.h.
+ * @param[in,out] rangep  the units to read, then the units read; NULL for the whole string, which need not
  *                        be read to its end
  * NULL for a text of another form and when there is no memory.
  */

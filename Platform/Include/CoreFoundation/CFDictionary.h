@@ -3,8 +3,8 @@
  * Values under keys; with kCFTypeDictionaryKeyCallBacks and kCFTypeDictionaryValueCallBacks a dictionary
  * retains both and finds keys by value.
  *
- * Keys and values are reported in the order in which the keys came. A mutable dictionary is used by one
- * thread at a time; an immutable one by any number.
+ * Keys and values are reported in the order in which the keys were added. One thread at a time uses a mutable
+ * dictionary; any number may use an immutable one.
  */
 #ifndef KIV_CF_DICTIONARY_H
 #define KIV_CF_DICTIONARY_H
@@ -51,8 +51,8 @@ CF_EXPORT const CFDictionaryValueCallBacks kCFTypeDictionaryValueCallBacks;
 CF_EXPORT CFTypeID CFDictionaryGetTypeID(void);
 
 /**
- * A dictionary of `numValues` keys and values, each retained; of equal keys the first counts.
- * Callbacks NULL: keys or values are plain pointers.
+ * A dictionary of `numValues` keys and values, each retained; the first of equal keys counts.
+ * With NULL callbacks, keys or values are plain pointers.
  */
 CF_EXPORT CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, const void **keys, const void **values,
                                              CFIndex numValues, const CFDictionaryKeyCallBacks *keyCallBacks,
@@ -67,25 +67,25 @@ CF_EXPORT CFIndex CFDictionaryGetCount(CFDictionaryRef theDict);
 
 CF_EXPORT Boolean CFDictionaryContainsKey(CFDictionaryRef theDict, const void *key);
 
-/** The value under `key`, not retained. NULL for none; a NULL value is told by the next call. */
+/** The value under `key`, not retained. NULL if there is none; the next call detects a NULL value. */
 CF_EXPORT const void *CFDictionaryGetValue(CFDictionaryRef theDict, const void *key);
 
-/** True when there is the key; `value`, which may be NULL, then receives its value, not retained. */
+/** True if the key exists; `value`, which may be NULL, then receives its value, not retained. */
 CF_EXPORT Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef theDict, const void *key, const void **value);
 
-/** Stores all keys and values, not retained, in the order of the keys' arrival; each array may be NULL. */
+/** Stores all keys and values, not retained, in the order of adding; each array may be NULL. */
 CF_EXPORT void CFDictionaryGetKeysAndValues(CFDictionaryRef theDict, const void **keys, const void **values);
 
-/** Retains key and value and adds them, unless there is the key. Without memory nothing changes. */
+/** Retains key and value and adds them, unless the key exists. Without memory nothing changes. */
 CF_EXPORT void CFDictionaryAddValue(CFMutableDictionaryRef theDict, const void *key, const void *value);
 
 /**
- * Retains `value` and puts it under `key`. A key that is there stays, at its place; one that is not is
- * retained and comes last. Without memory nothing changes: ask CFDictionaryContainsKey().
+ * Retains `value` and puts it under `key`. An existing key keeps its place; a new one is retained and comes
+ * last. Without memory nothing changes; ask CFDictionaryContainsKey().
  */
 CF_EXPORT void CFDictionarySetValue(CFMutableDictionaryRef theDict, const void *key, const void *value);
 
-/** Releases key and value, where there are such. */
+/** Removes and releases the key and its value, if they exist. */
 CF_EXPORT void CFDictionaryRemoveValue(CFMutableDictionaryRef theDict, const void *key);
 CF_EXPORT void CFDictionaryRemoveAllValues(CFMutableDictionaryRef theDict);
 

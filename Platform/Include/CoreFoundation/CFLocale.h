@@ -15,7 +15,7 @@ typedef CFStringRef CFLocaleIdentifier;
 CF_EXPORT CFTypeID CFLocaleGetTypeID(void);
 /** The locale of that name ("en_US_POSIX", "de_DE"). NULL when there is no memory. */
 CF_EXPORT CFLocaleRef CFLocaleCreate(CFAllocatorRef allocator, CFLocaleIdentifier localeIdentifier);
-/** The locale of the environment (LC_ALL, LC_TIME, LANG); en_US_POSIX where that names none. */
+/** The locale of the environment (LC_ALL, LC_TIME, LANG); en_US_POSIX if that names none. */
 CF_EXPORT CFLocaleRef CFLocaleCopyCurrent(void);
 /** Its name; belongs to the locale. */
 CF_EXPORT CFLocaleIdentifier CFLocaleGetIdentifier(CFLocaleRef locale);

@@ -12,7 +12,7 @@ CF_EXTERN_C_BEGIN
 typedef const struct __CFBoolean *CFBooleanRef;
 typedef const struct __CFNumber *CFNumberRef;
 
-/** The only two objects of their kind: they last as long as the process, however often released. */
+/** The only two objects of their kind; they live as long as the process, however often they are released. */
 CF_EXPORT const CFBooleanRef kCFBooleanTrue;
 CF_EXPORT const CFBooleanRef kCFBooleanFalse;
 
@@ -50,9 +50,9 @@ CF_EXPORT CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType theT
 CF_EXPORT CFNumberType CFNumberGetType(CFNumberRef number);
 
 /**
- * Stores the value as `theType`. False when something is lost: an integer out of the type's range
- * is cut to its low bits, a fraction towards zero, a floating-point value out of range to the nearest
- * one (NaN to 0), and a double is rounded to float.
+ * Stores the value as `theType`. False if something is lost: an integer out of the type's range
+ * is cut to its low bits, a fraction is cut towards zero, a floating-point value out of range becomes the
+ * nearest one (NaN becomes 0), and a double is rounded to float.
  */
 CF_EXPORT Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void *valuePtr);
 

@@ -1,6 +1,6 @@
 /**
  * @file
- * The form in which calls of the network report their errors.
+ * The form in which network calls report their errors.
  */
 #ifndef KIV_CF_STREAM_H
 #define KIV_CF_STREAM_H
@@ -11,8 +11,8 @@ CF_EXTERN_C_BEGIN
 
 typedef struct CFStreamError
 {
-    CFIndex domain; /**< whose number `error` is */
-    SInt32 error;   /**< 0: none */
+    CFIndex domain; /**< the set of numbers that `error` belongs to */
+    SInt32 error;   /**< 0: no error */
 } CFStreamError;
 
 CF_EXTERN_C_END

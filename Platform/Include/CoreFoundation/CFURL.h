@@ -18,11 +18,11 @@ enum
 };
 
 CF_EXPORT CFTypeID CFURLGetTypeID(void);
-/** The location of a path of `bufLen` bytes, no zero byte needed. NULL for no bytes and for bytes that
-    are no UTF-8. */
+/** The location of a path of `bufLen` bytes, which need not end in a zero byte. NULL for no bytes and for
+    bytes that are not UTF-8. */
 CF_EXPORT CFURLRef CFURLCreateFromFileSystemRepresentation(CFAllocatorRef allocator, const UInt8 *buffer,
                                                            CFIndex bufLen, Boolean isDirectory);
-/** What stands after the last "/"; slashes at the end do not count. "/" of the root. */
+/** The part after the last "/"; slashes at the end do not count. "/" for the root. */
 CF_EXPORT CFStringRef CFURLCopyLastPathComponent(CFURLRef url);
 /** The path, without slashes at the end. NULL for another style than POSIX. */
 CF_EXPORT CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle pathStyle);

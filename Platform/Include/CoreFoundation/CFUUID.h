@@ -12,7 +12,7 @@ CF_EXTERN_C_BEGIN
 typedef const struct __CFUUID *CFUUIDRef;
 
 CF_EXPORT CFTypeID CFUUIDGetTypeID(void);
-/** A new random identifier. NULL without memory or random numbers. */
+/** A new random identifier. NULL without memory or without random numbers. */
 CF_EXPORT CFUUIDRef CFUUIDCreate(CFAllocatorRef alloc);
 /** Its 36 characters, upper case: "68753A44-4D6F-1226-9C60-0050E4C00067". */
 CF_EXPORT CFStringRef CFUUIDCreateString(CFAllocatorRef alloc, CFUUIDRef uuid);

@@ -11,7 +11,7 @@ CF_EXTERN_C_BEGIN
 
 typedef int64_t CMTimeValue;
 typedef int32_t CMTimeScale; /**< units a second */
-typedef int64_t CMTimeEpoch; /**< tells apart the rounds of a loop; 0 otherwise */
+typedef int64_t CMTimeEpoch; /**< distinguishes the rounds of a loop; 0 otherwise */
 
 typedef uint32_t CMTimeFlags;
 enum

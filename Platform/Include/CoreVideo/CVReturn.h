@@ -1,6 +1,6 @@
 /**
  * @file
- * What the calls of CoreVideo answer.
+ * Results of the CoreVideo calls.
  */
 #ifndef KIV_CV_RETURN_H
 #define KIV_CV_RETURN_H

@@ -1,7 +1,7 @@
 /**
  * @file
- * What a process can ask about its machine. The messages of the class are functions here, called by class
- * and message; like messages, they answer 0 for a null object.
+ * Information for a process about its machine. The messages of the class are functions here, named after
+ * class and message; like messages, they return 0 for a null object.
  */
 #ifndef KIV_NS_PROCESS_INFO_H
 #define KIV_NS_PROCESS_INFO_H
@@ -25,12 +25,12 @@ typedef const struct __NSProcessInfo NSProcessInfo;
 /** The one object of the process; it is never released. Any thread. */
 CF_EXPORT NSProcessInfo *NSProcessInfo_processInfo(void);
 
-/** Bytes of memory that the kernel manages ("MemTotal"); 0 when it does not tell. Any thread. */
+/** Bytes of memory that the kernel manages ("MemTotal"); 0 if it does not report them. Any thread. */
 CF_EXPORT unsigned long long NSProcessInfo_physicalMemory(NSProcessInfo *processInfo);
 
 /**
- * The version of the distribution (VERSION_ID of os-release), up to three numbers; 0 for those that it does
- * not have, which are all in a rolling distribution. Any thread.
+ * The version of the distribution (VERSION_ID of os-release), up to three numbers; 0 for missing ones. A
+ * rolling distribution has none. Any thread.
  */
 CF_EXPORT NSOperatingSystemVersion NSProcessInfo_operatingSystemVersion(NSProcessInfo *processInfo);
 

@@ -1,6 +1,6 @@
 /**
  * @file
- * What the calls of IOKit answer beyond success.
+ * Results of the IOKit calls.
  */
 #ifndef KIV_IOKIT_IORETURN_H
 #define KIV_IOKIT_IORETURN_H

@@ -2,8 +2,8 @@
  * @file
  * The logging framework: one handle, through which every message goes to the system log.
  *
- * Messages go to syslog (facility user, level notice), and to standard error as well when the
- * environment had KIV_LOG_STDERR=1 at the first message. A host may take them itself with KLSetSink().
+ * Messages go to syslog (facility user, level notice), and also to standard error if the
+ * environment had KIV_LOG_STDERR=1 at the first message. A host may receive them itself with KLSetSink().
  * Logging never changes errno.
  */
 #ifndef KIV_LOGGER_H
@@ -22,20 +22,20 @@ typedef uint8_t os_log_type_t;
 
 #define OS_LOG_TYPE_DEFAULT ((os_log_type_t)0)
 
-/** Receives one message, formatted, zero-terminated, without the line end of its own that it may
-have had. Several threads may call it at the same time. */
+/** Receives one message, formatted, zero-terminated, without its line end. Several threads may call it at
+    the same time. */
 typedef void (*KLSinkCallback)(void *context, os_log_type_t type, const char *message);
 
 /** The log handle; belongs to the framework. Any thread. */
 KL_EXPORT os_log_t KLGetHandle(void);
 
 /**
- * Sends every later message to `sink` alone; NULL goes back to the system log. When it returns, no
- * call of the sink before is running or to come. Not to be called from inside a sink. Any thread.
+ * Sends every later message only to `sink`; NULL goes back to the system log. When it returns, no call of
+ * the previous sink is running or will come. Not to be called from inside a sink. Any thread.
  */
 KL_EXPORT void KLSetSink(KLSinkCallback sink, void *context);
 
-/** Switches the default type on (as at start) or off; one relaxed load decides for each message. */
+/** Switches the default type on (the initial state) or off; each message costs one relaxed load for this. */
 KL_EXPORT void KLSetEnabled(bool enabled);
 
 /** True when messages of that type are written; only the default type ever is. Cheap; any thread. */
@@ -47,7 +47,7 @@ KL_EXPORT void os_log_with_type(os_log_t log, os_log_type_t type, const char *fo
 
 /** Adds a reference and returns `object`, which is a log handle. */
 KL_EXPORT void *os_retain(void *object);
-/** Takes a reference away; the framework keeps its own. */
+/** Removes a reference; the framework keeps its own. */
 KL_EXPORT void os_release(void *object);
 
 __END_DECLS

@@ -1,7 +1,7 @@
 /**
  * @file
- * Splitting interleaved audio in one pass: what a call of AudioConverterConvertBuffer() for each channel
- * does, without reading the input once a channel.
+ * Splitting interleaved audio in one pass: the result of one AudioConverterConvertBuffer() call for each
+ * channel, without reading the input again for every channel.
  */
 #ifndef KIVP_AUDIO_CONVERTER_H
 #define KIVP_AUDIO_CONVERTER_H
@@ -11,12 +11,12 @@
 CF_EXTERN_C_BEGIN
 
 /**
- * Stores every input channel c in `planeSize` bytes from `outPlanes` + c * `planeSize` on, as
+ * Stores every input channel c in `planeSize` bytes at `outPlanes` + c * `planeSize`, as
  * AudioConverterConvertBuffer() stores the first channel of the input moved by c samples.
  * @param[in] inInputDataSize  bytes, a whole number of frames
- * @param[in] planeSize        room of a plane in bytes; what the channel does not fill stays as it is
- * @return as AudioConverterConvertBuffer(), also kAudioConverterErr_FormatNotSupported for a converter whose output
- *         has more than one channel: nothing is written
+ * @param[in] planeSize        room of a plane in bytes; bytes that the channel does not fill stay as they are
+ * @return as AudioConverterConvertBuffer(), also kAudioConverterErr_FormatNotSupported for a converter whose
+ *         output has more than one channel: nothing is written
  * Any number of threads may use one converter.
  */
 CF_EXPORT OSStatus KIVPAudioConverterSplit(AudioConverterRef converter, UInt32 inInputDataSize,

@@ -1,7 +1,7 @@
 /**
  * @file
- * The bytes a standard-library file has read ahead, in place: what a block search needs so that the
- * file still stands exactly where byte-wise reading would have left it.
+ * Access in place to the bytes that a standard-library file has read ahead. With it a block search leaves the
+ * file exactly at the position where byte-wise reading would have left it.
  */
 #ifndef KIVP_FILE_BUFFER_H
 #define KIVP_FILE_BUFFER_H
@@ -15,9 +15,9 @@ extern "C"
 #endif
 
     /**
- * Stores where the next bytes of `file` lie in memory and returns how many there are; 0 when the next
+ * Stores the address of the next bytes of `file` in memory and returns their number; 0 if the next
  * getc() would have to ask the system, and always on a C library that does not show its buffer. Reads
- * nothing from the system. The bytes stay until the next operation on `file`. One thread at a time.
+ * nothing from the system. The bytes stay valid until the next operation on `file`. One thread at a time.
  */
     extern __attribute__((visibility("default"))) size_t KIVPFileBuffered(FILE *file,
                                                                           const unsigned char **bytes);

@@ -1,6 +1,6 @@
 /**
  * @file
- * The locks of a pixel buffer, for tests and diagnostics: CoreVideo counts them and does not tell.
+ * The locks of a pixel buffer, for tests and diagnostics: CoreVideo counts them but does not report them.
  */
 #ifndef KIVP_PIXEL_BUFFER_H
 #define KIVP_PIXEL_BUFFER_H
@@ -9,7 +9,7 @@
 
 CF_EXTERN_C_BEGIN
 
-/** How many locks of the buffer's base address are held at this moment; 0 for NULL. Any thread. */
+/** The number of locks currently held on the buffer's base address; 0 for NULL. Any thread. */
 CF_EXPORT size_t KIVPPixelBufferGetLockCount(CVPixelBufferRef pixelBuffer);
 
 CF_EXTERN_C_END

@@ -1,6 +1,6 @@
 /**
  * @file
- * Adding a timer to a run loop by a call that tells of missing memory.
+ * Adds a timer to a run loop and reports missing memory.
  */
 #ifndef KIVP_RUN_LOOP_H
 #define KIVP_RUN_LOOP_H
@@ -10,8 +10,8 @@
 CF_EXTERN_C_BEGIN
 
 /**
- * CFRunLoopAddTimer() with an answer: false when there is no memory for the mode, and nothing has happened. A
- * timer that is invalid or in another loop is not added either, which is no failure. Any thread.
+ * CFRunLoopAddTimer() with a result: false, and nothing has changed, if there is no memory for the mode. A
+ * timer that is invalid or in another loop is not added either, but that is not a failure. Any thread.
  */
 CF_EXPORT Boolean KIVPRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode);
 

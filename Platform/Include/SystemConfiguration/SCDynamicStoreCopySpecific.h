@@ -9,13 +9,13 @@
 
 CF_EXTERN_C_BEGIN
 
-/** The store of settings; there is none here, and NULL stands for the system's. */
+/** The store of settings; there is none here, and NULL means the system's. */
 typedef const struct __SCDynamicStore *SCDynamicStoreRef;
 
 /**
- * The name that people gave the machine (PRETTY_HOSTNAME of machine-info), otherwise its host name; NULL when
- * there is neither. The platform keeps every name that it has answered, so that a caller that does not
- * release it costs nothing.
+ * The name that people gave the machine (PRETTY_HOSTNAME of machine-info), otherwise its host
+ * name; NULL if there is neither. The platform keeps every name that it has returned, so a caller
+ * that does not release one leaks nothing.
  * @param[out] nameEncoding  an encoding that holds the name, UTF-8; may be NULL
  * Any thread.
  */

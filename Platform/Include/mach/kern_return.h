@@ -1,6 +1,6 @@
 /**
  * @file
- * What the calls of the system services answer.
+ * Results of the system services' calls.
  */
 #ifndef KIV_MACH_KERN_RETURN_H
 #define KIV_MACH_KERN_RETURN_H

@@ -16,7 +16,7 @@ typedef int32_t integer_t;
 typedef uintptr_t vm_size_t;
 typedef uint32_t mach_msg_type_number_t;
 typedef integer_t host_flavor_t;
-typedef integer_t *host_info_t; /**< words of a record; which one, the flavor says */
+typedef integer_t *host_info_t; /**< words of the record that the flavor selects */
 
 #define KERN_INVALID_ARGUMENT 4
 #define KERN_FAILURE          5
@@ -25,7 +25,7 @@ typedef integer_t *host_info_t; /**< words of a record; which one, the flavor sa
 /** Words of the record. */
 #define HOST_VM_INFO_COUNT ((mach_msg_type_number_t)(sizeof(vm_statistics_data_t) / sizeof(integer_t)))
 
-/** Pages by use. What Linux does not tell in these terms is 0, here all but the first four. */
+/** Pages by use. Linux reports only the first four in these terms; the others are 0. */
 typedef struct vm_statistics
 {
     natural_t free_count;     /**< "MemFree" */
@@ -48,13 +48,13 @@ typedef struct vm_statistics
 /** The machine. Any thread. */
 extern __attribute__((visibility("default"))) host_t mach_host_self(void);
 
-/** Stores the bytes of a page. KERN_SUCCESS always. Any thread. */
+/** Stores the size of a page in bytes. Always KERN_SUCCESS. Any thread. */
 extern __attribute__((visibility("default"))) kern_return_t host_page_size(host_t host, vm_size_t *size);
 
 /**
- * Stores the record of `flavor` and its words in `count`, which holds the words there is room for.
- * @return KERN_INVALID_ARGUMENT for another flavor than HOST_VM_INFO or too little room, KERN_FAILURE when
- *         the system does not tell; nothing is stored then. Any thread.
+ * Stores the record of `flavor`, and its size in words in `count`, which holds the room in words.
+ * @return KERN_INVALID_ARGUMENT for another flavor than HOST_VM_INFO or too little room, KERN_FAILURE if
+ *         the system does not report the numbers; nothing is stored then. Any thread.
  */
 extern __attribute__((visibility("default"))) kern_return_t
 host_statistics(host_t host, host_flavor_t flavor, host_info_t info, mach_msg_type_number_t *count);

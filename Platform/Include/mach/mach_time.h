@@ -1,6 +1,6 @@
 /**
  * @file
- * The clock that only goes forward.
+ * The monotonic clock.
  */
 #ifndef KIV_MACH_TIME_H
 #define KIV_MACH_TIME_H
@@ -12,7 +12,7 @@
 
 __BEGIN_DECLS
 
-/** Nanoseconds are absolute time times `numer` by `denom`. */
+/** Nanoseconds are absolute time times `numer`, divided by `denom`. */
 typedef struct mach_timebase_info_data
 {
     uint32_t numer;
@@ -20,7 +20,7 @@ typedef struct mach_timebase_info_data
 } mach_timebase_info_data_t;
 typedef mach_timebase_info_data_t *mach_timebase_info_t;
 
-/** Stores the ratio, here 1 to 1. KERN_SUCCESS always. Any thread. */
+/** Stores the ratio, here 1 to 1. Always KERN_SUCCESS. Any thread. */
 extern __attribute__((visibility("default"))) kern_return_t mach_timebase_info(mach_timebase_info_t info);
 
 /** Ticks since an arbitrary start, not counting sleep. Never goes back; two readings may be equal. Any
