@@ -1,4 +1,4 @@
-// Inside of arrays, for the other types of this folder.
+// Internals of arrays, for the other types of this folder.
 #ifndef KIV_PLATFORM_ARRAY_H
 #define KIV_PLATFORM_ARRAY_H
 
@@ -11,7 +11,7 @@ struct __CFArray : kiv::cf::Object
     explicit __CFArray(const CFArrayCallBacks &forValues) noexcept;
 
     CFArrayCallBacks callBacks;
-    const void **values = nullptr; // behind this head, or a block of its own where it grows
+    const void **values = nullptr; // after this head, or in a block of its own if the array is mutable
     CFIndex count = 0;
     CFIndex capacity = 0;
     bool isMutable = false;
@@ -19,8 +19,8 @@ struct __CFArray : kiv::cf::Object
 
 namespace kiv::cf
 {
-// Makes an array of exactly so many new objects, which it takes over; one that is null (it could not
-// be made) makes the whole null.
+// Makes an array of exactly `count` new objects and takes over their references. If one is null (it could
+// not be made), the whole array is null.
 class ArrayBuilder
 {
 public:

@@ -1,4 +1,4 @@
-// Inside of bundles, for tests: a bundle around any executable.
+// Internals of bundles, for tests: a bundle for any executable.
 #ifndef KIV_PLATFORM_BUNDLE_H
 #define KIV_PLATFORM_BUNDLE_H
 

@@ -1,4 +1,4 @@
-// Arrays. An immutable one holds its values behind its head; a mutable one in a block that doubles.
+// Arrays. An immutable array holds its values after its head, a mutable one in a block that doubles.
 #include <CoreFoundation/CFArray.h>
 
 #include "CoreFoundation/Array.h"
@@ -37,7 +37,7 @@ bool equalArrays(const kiv::cf::Object &leftObject, const kiv::cf::Object &right
                       });
 }
 
-// Equal arrays have equally many values; more is not asked of a hash.
+// Equal arrays have the same count, so the count is a valid hash.
 CFHashCode hashArray(const kiv::cf::Object &object)
 {
     return static_cast<CFHashCode>(static_cast<const __CFArray &>(object).count);
@@ -45,7 +45,7 @@ CFHashCode hashArray(const kiv::cf::Object &object)
 
 constexpr kiv::cf::Type kArrayType{kiv::cf::kTypeArray, finalizeArray, equalArrays, hashArray, true};
 
-// An immutable array with room for `count` values and none in it.
+// An empty immutable array with room for `count` values.
 __CFArray *createFixed(size_t count, const CFArrayCallBacks &callBacks) noexcept
 {
     if (count > static_cast<size_t>(PTRDIFF_MAX) / sizeof(void *))

@@ -10,11 +10,11 @@ const kiv::cf::Object &asObject(CFTypeRef cf) noexcept
     return *static_cast<const kiv::cf::Object *>(cf);
 }
 
-// Containers in containers end inside each other only so deep; what lies deeper waits in a chain until
-// the outermost is done, so that no nesting overflows a stack.
+// Nested containers end recursively only to this depth. Deeper ones wait in a list until the outermost is
+// done, so that no nesting overflows the stack.
 constexpr unsigned kEndingsInside = 64;
 constinit thread_local unsigned endingsInside = 0;
-constinit thread_local kiv::cf::Object *waiting = nullptr; // linked by their counts, which nobody needs now
+constinit thread_local kiv::cf::Object *waiting = nullptr; // linked through their counts, unused by then
 static_assert(sizeof(kiv::cf::Object *) == sizeof(CFIndex));
 
 void end(kiv::cf::Object &object) noexcept
@@ -54,10 +54,10 @@ CFTypeRef CFRetain(CFTypeRef cf)
 
 void CFRelease(CFTypeRef cf)
 {
-    // Release, so that the last owner sees what the others wrote; acquire, for that last owner.
+    // Release: the last owner sees what the others wrote. Acquire: for that last owner.
     if (asObject(cf).references.fetch_sub(1, std::memory_order_acq_rel) != 1)
         return;
-    // Whoever gave the object away as const did not make it so: every object that ends is on the heap.
+    // The reference is const, the object is not: every object that ends is on the heap.
     auto &object = const_cast<kiv::cf::Object &>(asObject(cf));
     if (object.type->nests)
         endContainer(object);

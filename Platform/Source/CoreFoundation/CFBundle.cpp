@@ -1,4 +1,4 @@
-// The main bundle: resources stand beside the executable (a build tree, a relocated folder) or in
+// The main bundle: resources lie beside the executable (a build tree, a relocated folder) or in
 // share/<name> beside its bin (an installation).
 #include <CoreFoundation/CFBundle.h>
 
@@ -16,7 +16,7 @@ struct __CFBundle : kiv::cf::Object
 {
     explicit __CFBundle(size_t ofDirectory) noexcept;
 
-    size_t directoryLength; // of the executable's path, which follows this head with its zero byte
+    size_t directoryLength; // of the executable's path, which follows this head, zero-terminated
 
     [[nodiscard]] std::string_view directory() const noexcept
     {
@@ -101,7 +101,7 @@ CFTypeID CFBundleGetTypeID(void)
 CFBundleRef CFBundleGetMainBundle(void)
 {
     static std::mutex mutex;
-    static CFBundleRef bundle = nullptr; // kept for the life of the process, once it could be made
+    static CFBundleRef bundle = nullptr; // once made, kept for the life of the process
     const std::lock_guard lock{mutex};
     if (bundle == nullptr)
         bundle = openMainBundle();

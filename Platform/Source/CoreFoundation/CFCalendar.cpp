@@ -1,4 +1,4 @@
-// The calendar: one for the process, since every caller gets the same zone and rules.
+// The calendar: one for the process, because every caller gets the same zone and rules.
 #include <CoreFoundation/CFCalendar.h>
 
 #include "CoreFoundation/CalendarDays.h"
@@ -79,7 +79,7 @@ Boolean CFCalendarComposeAbsoluteTime(CFCalendarRef, CFAbsoluteTime *at, const c
     for (const char *letter = componentDesc; *letter != '\0'; ++letter)
         given.*componentFor(*letter)->field = va_arg(values, int);
     va_end(values);
-    // Of components of 32 bits nothing here passes 63.
+    // With 32-bit components nothing here exceeds 63 bits.
     const int64_t days = kiv::cf::dayNumberOf(given.year, given.month - 1, given.day);
     const int64_t local =
         days * kiv::cf::kSecondsPerDay + given.hour * 3600 + given.minute * 60 + given.second;

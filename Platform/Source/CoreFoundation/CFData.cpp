@@ -1,4 +1,4 @@
-// Immutable blocks of bytes, held behind their head.
+// Immutable blocks of bytes, stored after their head.
 #include <CoreFoundation/CFData.h>
 
 #include "CoreFoundation/Object.h"

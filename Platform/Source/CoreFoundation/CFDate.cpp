@@ -22,7 +22,7 @@ bool equalDates(const kiv::cf::Object &left, const kiv::cf::Object &right)
 
 CFHashCode hashDate(const kiv::cf::Object &object)
 {
-    // Adding zero makes the two zeros, which are equal, one.
+    // 0.0 and -0.0 are equal; adding zero gives both the same bits.
     return std::bit_cast<CFHashCode>(static_cast<const __CFDate &>(object).time + 0.0);
 }
 

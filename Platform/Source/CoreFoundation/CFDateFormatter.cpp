@@ -1,6 +1,6 @@
-// Date formatters over ICU, which is opened with the first text: it then loads its locale data, half a
-// millisecond with a warm cache and more from disk, and most formatters of a process never write one.
-// ICU works in GMT on what the wall shows: its own data of the zones are older than the machine's.
+// Date formatters over ICU. ICU is opened at the first text: it then loads its locale data, which takes half
+// a millisecond with a warm cache and more from disk, and most formatters of a process never write a text.
+// ICU gets local times and treats them as GMT: its own zone data are older than the machine's.
 #include <CoreFoundation/CFDateFormatter.h>
 
 #include "CoreFoundation/Date.h"
@@ -25,25 +25,25 @@ struct NumberPattern;
 
 struct __CFDateFormatter : kiv::cf::Object
 {
-    explicit __CFDateFormatter(CFLocaleRef forLocale) noexcept; // takes the reference over
+    explicit __CFDateFormatter(CFLocaleRef forLocale) noexcept; // takes over the reference
 
     CFLocaleRef locale; // may be null
     CFStringRef pattern = nullptr;
-    const NumberPattern *number = nullptr; // where the pattern is one of these, which need no ICU
+    const NumberPattern *number = nullptr; // if the pattern is one of these, which need no ICU
     UDateFormat *format = nullptr;         // open for `pattern`, or null
-    UCalendar *calendar = nullptr; // of the distance from GMT that a pattern with a zone writes; else null
+    UCalendar *calendar = nullptr;         // has the distance from GMT, for a pattern with a zone; else null
 };
 
 namespace
 {
 constexpr const char *kNoLocale = "en_US_POSIX";
 
-// Patterns of one number, as modules take a date apart: without a locale its digits are ASCII.
+// Patterns of one number, with which modules split a date: without a locale the digits are ASCII.
 struct NumberPattern
 {
     std::u16string_view pattern;
     int32_t WallTime::*field;
-    int32_t offset; // what the calendar counts from 0 and people from 1
+    int32_t offset; // 1 if the calendar counts from 0 and people from 1
     int digits;     // at least
 };
 constexpr NumberPattern kNumberPatterns[] = {
@@ -73,7 +73,7 @@ CFStringRef createNumber(const NumberPattern &row, CFAbsoluteTime at) noexcept
         return nullptr;
     int32_t value = wall.*row.field + row.offset;
     if (row.field == &WallTime::year && value <= 0)
-        value = 1 - value; // a year before Christ, without the era that says so
+        value = 1 - value; // a year BC, written without its era
     char text[12];
     const int length = std::snprintf(text, sizeof text, "%0*d", row.digits, static_cast<int>(value));
     return kiv::cf::createString(std::string_view{text, static_cast<size_t>(length)});
@@ -105,7 +105,7 @@ struct FreeBlock
     }
 };
 
-// Room for a few units without the heap, more with it.
+// A small buffer on the stack, a larger one on the heap.
 class UnitBuffer
 {
 public:
@@ -126,7 +126,7 @@ private:
     std::unique_ptr<char16_t[], FreeBlock> m_large;
 };
 
-// The units of a string in `buffer`; null for one longer than ICU takes and without memory.
+// The units of a string, in `buffer`; null for a string longer than ICU takes and without memory.
 char16_t *unitsOf(CFStringRef string, CFRange range, UnitBuffer &buffer) noexcept
 {
     char16_t *units = range.length <= INT32_MAX ? buffer.ofSize(static_cast<size_t>(range.length)) : nullptr;
@@ -137,7 +137,7 @@ char16_t *unitsOf(CFStringRef string, CFRange range, UnitBuffer &buffer) noexcep
 
 constexpr std::u16string_view kGMT = u"GMT";
 
-// Whether a pattern names a part of the zone; quoted letters name nothing.
+// Whether a pattern contains a zone field; quoted letters are not fields.
 bool hasZone(std::u16string_view pattern) noexcept
 {
     bool quoted = false;
@@ -174,7 +174,7 @@ bool open(__CFDateFormatter &formatter) noexcept
     return U_SUCCESS(status);
 }
 
-// Sets the calendar to a moment in a zone that is always as far from GMT.
+// Sets the calendar to a moment in a zone with a fixed distance from GMT.
 void setCalendar(UCalendar *calendar, double time, int32_t secondsFromGMT, UErrorCode &status) noexcept
 {
     const int32_t distance = std::abs(secondsFromGMT);
@@ -188,7 +188,7 @@ void setCalendar(UCalendar *calendar, double time, int32_t secondsFromGMT, UErro
     ucal_setMillis(calendar, time, &status);
 }
 
-// The text of a moment in units of `room`; its length in any case.
+// Writes the text of a moment into `room` units; returns its length, even if it does not fit.
 int32_t write(const __CFDateFormatter &formatter, CFAbsoluteTime at, char16_t *text, size_t room,
               UErrorCode &status) noexcept
 {
@@ -288,7 +288,7 @@ CFDateRef CFDateFormatterCreateDateFromString(CFAllocatorRef allocator, CFDateFo
     if (rangep != nullptr)
         rangep->length = end;
     const CFAbsoluteTime at = time / 1000.0 - kCFAbsoluteTimeIntervalSince1970;
-    if (formatter->calendar != nullptr) // the text has told its distance from GMT
+    if (formatter->calendar != nullptr) // the text contains its distance from GMT
         return CFDateCreate(allocator, at);
     const kiv::cf::UnixTime wall = kiv::cf::unixTime(at);
     const double ahead = static_cast<double>(wall.seconds - kiv::cf::momentOfWall(wall.seconds));

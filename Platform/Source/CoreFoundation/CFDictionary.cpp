@@ -1,5 +1,5 @@
-// Dictionaries: entries in the order of their arrival, and behind them, in the same block, a table of
-// open addressing that finds them. A removed entry stays as a dead one until the block is made anew.
+// Dictionaries: entries in the order in which they were added, followed in the same block by a hash table
+// with open addressing. A removed entry stays as a dead one until the block is rebuilt.
 #include <CoreFoundation/CFDictionary.h>
 
 #include "CoreFoundation/Object.h"
@@ -21,13 +21,13 @@ struct Entry
 };
 
 constexpr size_t kFirstCapacity = 8;
-constexpr size_t kSlotsPerEntry = 2; // a power of two, as the capacities: at most half of the slots is taken
+constexpr size_t kSlotsPerEntry = 2; // a power of two, like capacities; at most half the slots are used
 
-// What one block holds, or none of it.
+// The contents of one block; all empty without a block.
 struct Table
 {
     Entry *entries = nullptr;
-    uint32_t *slots = nullptr; // 0, or an entry's place and 1
+    uint32_t *slots = nullptr; // 0, or an entry's index + 1
     size_t capacity = 0;
     size_t used = 0; // entries, dead ones included
 };
@@ -81,7 +81,7 @@ CFHashCode hashOf(const __CFDictionary &dictionary, const void *key) noexcept
     return (hash != nullptr ? hash(key) : reinterpret_cast<CFHashCode>(key)) | kLive;
 }
 
-// Where the search for a hash begins. Small numbers and addresses differ in few bits: spread them.
+// The slot where the search for a hash begins. Small numbers and addresses differ in few bits: spread them.
 size_t firstSlot(const Table &table, CFHashCode hash) noexcept
 {
     constexpr CFHashCode kGolden = 0x9e3779b97f4a7c15u;
@@ -153,7 +153,7 @@ bool rebuild(__CFDictionary &dictionary, size_t capacity) noexcept
     return true;
 }
 
-// With half of the entries dead, room is made by leaving them out.
+// If half of the entries are dead, dropping them makes the room.
 bool makeRoom(__CFDictionary &dictionary) noexcept
 {
     const Table &table = dictionary.table;
@@ -164,7 +164,7 @@ bool makeRoom(__CFDictionary &dictionary) noexcept
     return rebuild(dictionary, dictionary.count > table.capacity / 2 ? table.capacity * 2 : table.capacity);
 }
 
-// For a key that is not there. Without memory nothing is retained.
+// For a key that does not exist yet. Without memory nothing is retained.
 void add(__CFDictionary &dictionary, const void *key, const void *value, CFHashCode hash) noexcept
 {
     if (!makeRoom(dictionary))
@@ -174,7 +174,7 @@ void add(__CFDictionary &dictionary, const void *key, const void *value, CFHashC
     ++dictionary.count;
 }
 
-// The dictionary is empty before any callback runs: one may look at it, or fill it again.
+// The dictionary is empty before any callback runs: a callback may read it or fill it again.
 void clear(__CFDictionary &dictionary) noexcept
 {
     const Table table = std::exchange(dictionary.table, {});
@@ -320,7 +320,7 @@ void CFDictionarySetValue(CFMutableDictionaryRef theDict, const void *key, const
         add(*theDict, key, value, hash);
         return;
     }
-    // The old value last: it may be the only owner of the new one.
+    // Release the old value last: it may be the only owner of the new one.
     const void *old = std::exchange(entry->value, retained(theDict->valueCallBacks, value));
     release(theDict->valueCallBacks, old);
 }

@@ -1,18 +1,18 @@
-// Locales: their name. What a locale means is ICU's business.
+// Locales: only their names; ICU interprets them.
 #include <CoreFoundation/CFLocale.h>
 
 #include "CoreFoundation/String.h"
 
 struct __CFLocale : kiv::cf::StringValue
 {
-    explicit __CFLocale(CFStringRef name) noexcept; // takes the reference over
+    explicit __CFLocale(CFStringRef name) noexcept; // takes over the reference
 };
 
 namespace
 {
 constexpr kiv::cf::Type kLocaleType = kiv::cf::stringValueType(kiv::cf::kTypeLocale);
 
-// "de_DE.UTF-8@euro" is "de_DE" here; the C locale and none at all are en_US_POSIX.
+// "de_DE.UTF-8@euro" gives "de_DE"; the C locale and a missing one give en_US_POSIX.
 std::string_view environmentLocale() noexcept
 {
     for (const char *variable : {"LC_ALL", "LC_TIME", "LANG"})

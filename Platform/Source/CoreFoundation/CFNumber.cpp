@@ -1,5 +1,5 @@
-// Numbers: every integer is kept in 64 bits, every fraction as a double, beside the type it came as. And the
-// two truth values.
+// Numbers, and the two truth values. Every integer is kept in 64 bits, every fraction as a
+// double, together with its original type.
 #include <CoreFoundation/CFNumber.h>
 
 #include "CoreFoundation/Object.h"
@@ -15,7 +15,7 @@ struct __CFNumber : kiv::cf::Object
     __CFNumber(CFNumberType createdAs, int64_t integerValue, double realValue) noexcept;
 
     CFNumberType numberType;
-    int64_t integer; // one of the two, by the type
+    int64_t integer; // the type decides which of the two counts
     double real;
 };
 
@@ -39,7 +39,7 @@ struct Form
     uint8_t size; // bytes
 };
 
-// Indexed by CFNumberType; the C types as this machine has them.
+// Indexed by CFNumberType; the sizes of C types are this machine's.
 constexpr std::array<Form, kCFNumberMaxType + 1> kForms = {{
     {Kind::integer, 0},                 // no type has the value 0
     {Kind::integer, 1},                 // SInt8
@@ -96,7 +96,7 @@ int64_t storeAs(int64_t value, void *to) noexcept
     return stored;
 }
 
-// The low bits of `value` in `size` bytes, and what they are worth.
+// Stores the low bits of `value` in `size` bytes and returns their value.
 int64_t storeInteger(int64_t value, size_t size, void *to) noexcept
 {
     switch (size)
@@ -119,7 +119,7 @@ bool isWholeInt64(double value) noexcept
     return value >= -kTwoTo63 && value < kTwoTo63 && std::trunc(value) == value;
 }
 
-// Towards zero; beyond the range the nearest end of it, NaN 0.
+// Truncates towards zero; out of range the nearest limit, and 0 for NaN.
 int64_t truncated(double value) noexcept
 {
     if (std::isnan(value))
@@ -129,7 +129,7 @@ int64_t truncated(double value) noexcept
     return value < -kTwoTo63 ? std::numeric_limits<int64_t>::min() : static_cast<int64_t>(value);
 }
 
-// The double as an integer of `size` bytes: the ends of that size's range are the limits.
+// The double as an integer of `size` bytes, limited to that size's range.
 int64_t truncatedTo(double value, size_t size) noexcept
 {
     const int64_t highest = std::numeric_limits<int64_t>::max() >> (64 - 8 * size);

@@ -1,4 +1,4 @@
-// Run loops: which GLib context is whose, and running it in a mode.
+// Run loops: the GLib context of each thread, and running it in a mode.
 #include <CoreFoundation/CFRunLoop.h>
 
 #include "CoreFoundation/RunLoop.h"
@@ -26,7 +26,7 @@ constinit __CFString defaultMode{
 constinit __CFString commonModes{
     {kCommonModesText, nullptr, sizeof kCommonModesText - 1}, false, kiv::cf::kForEver};
 
-// The loops of contexts that hosts have made, so that each has one on whatever thread it is asked for.
+// The loops of contexts that hosts have made: each context has one loop, whichever thread asks for it.
 constinit __CFRunLoop *hostLoops = nullptr;
 
 void finalizeRunLoop(kiv::cf::Object &object)
@@ -38,7 +38,8 @@ void finalizeRunLoop(kiv::cf::Object &object)
 
 // ---- Loops of a host's contexts ----
 
-// Lies in the context, never ready, and ends with it: the loop lives as long as its context and does not keep it.
+// A source that is never ready and ends with its context: so the loop lives as
+// long as its context without retaining it.
 struct LoopSource
 {
     GSource base;
@@ -87,7 +88,7 @@ __CFRunLoop *loopOf(GMainContext *context) noexcept
 
 // ---- A thread's own loop ----
 
-// Nobody will run it any more: its timers leave it, and one that is retained takes no others.
+// The loop cannot run any more: its timers leave it, and if it is still retained it takes no others.
 void endOwnLoop(void *value)
 {
     auto *loop = static_cast<__CFRunLoop *>(value);
@@ -105,8 +106,8 @@ void endOwnLoop(void *value)
     CFRelease(loop);
 }
 
-// A key and no thread_local: destructors of other keys and thread_locals may still ask for the loop. One that was made
-// after this one's end has an end of its own.
+// A key, not a thread_local: destructors of other keys and thread_locals may still ask for the loop. A loop
+// made after this one has ended is ended in turn.
 struct OwnLoopKey
 {
     OwnLoopKey() noexcept : exists{pthread_key_create(&key, endOwnLoop) == 0} {}
@@ -114,7 +115,7 @@ struct OwnLoopKey
     bool exists;
 };
 
-// GLib ends the process when there is no descriptor to wake a new context by.
+// GLib ends the process if there is no descriptor for waking a new context.
 bool hasDescriptorToSpare() noexcept
 {
     const int descriptor = eventfd(0, EFD_CLOEXEC);
@@ -147,7 +148,7 @@ __CFRunLoop *ownLoop() noexcept
 
 // ---- Runs ----
 
-// Wakes the context when a run is to end.
+// Wakes the context when the time of a run is over.
 class Deadline
 {
 public:
@@ -182,11 +183,11 @@ private:
     static GSourceFuncs s_functions;
 
     GSource *m_source;
-    gint64 m_at = -1; // microseconds of the monotonic clock; -1 never
+    gint64 m_at = -1; // microseconds of the monotonic clock; -1: never
 };
 GSourceFuncs Deadline::s_functions{nullptr, nullptr, wake, nullptr, nullptr, nullptr};
 
-// A run is on its loop's stack of runs while this lives.
+// Keeps a run on its loop's stack of runs.
 class RunScope
 {
 public:
@@ -215,7 +216,7 @@ private:
     __CFRunLoop &m_loop;
 };
 
-// 0 as long as the run goes on.
+// 0 while the run continues.
 CFRunLoopRunResult resultOf(const __CFRunLoop &loop, Run &run) noexcept
 {
     const std::lock_guard lock{runLoopMutex};
@@ -283,7 +284,7 @@ CFRunLoopRef CFRunLoopGetCurrent(void)
 {
     if (getpid() == gettid())
         return CFRunLoopGetMain();
-    // Not g_main_context_ref_thread_default(): it answers the main thread's context where there is none.
+    // Not g_main_context_ref_thread_default(): it returns the main thread's context if there is none.
     GMainContext *threadDefault = g_main_context_get_thread_default();
     if (threadDefault == nullptr && g_main_context_is_owner(g_main_context_default()) != FALSE)
         return CFRunLoopGetMain();
@@ -305,7 +306,7 @@ CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds
     if (loop == nullptr || CFEqual(mode, kCFRunLoopCommonModes) ||
         g_main_context_acquire(loop->context) == FALSE)
         return kCFRunLoopRunFinished;
-    GMainContext *context = g_main_context_ref(loop->context); // a callout may be the host's last use of it
+    GMainContext *context = g_main_context_ref(loop->context); // a callout may drop the host's last reference
     Run run{mode};
     const CFRunLoopRunResult result = runUntilEnded(*loop, run, seconds, returnAfterSourceHandled);
     g_main_context_release(context);

@@ -1,5 +1,5 @@
-// Run-loop timers: a source over a timerfd of the real-time clock. A descriptor wakes its loop tens of microseconds
-// after its time, where GLib's own time-outs are rounded up to the next millisecond.
+// Run-loop timers: a source over a timerfd of the real-time clock. A descriptor wakes its loop tens of
+// microseconds after its time; GLib's own time-outs are rounded up to the next millisecond.
 #include <CoreFoundation/CFRunLoop.h>
 #include <CoreFoundation/CFString.h>
 #include <KIVPlatform/KIVPRunLoop.h>
@@ -63,7 +63,7 @@ void freeModes(Mode *modes) noexcept
     }
 }
 
-// Where the mode hangs in the timer's list; where null hangs for one that is not there.
+// The link to the mode in the timer's list, or the null link at its end if the mode is not in it.
 Mode **findMode(__CFRunLoopTimer &timer, CFRunLoopMode name) noexcept
 {
     Mode **link = &timer.modes;
@@ -88,7 +88,7 @@ bool mayBeAdded(const __CFRunLoop &loop, __CFRunLoopTimer &timer, CFRunLoopMode 
            (timer.loop == nullptr || (timer.loop == &loop && !hasMode(timer, mode)));
 }
 
-// One that is being called may have gone to another loop, which waits until the call is over.
+// A timer that is being called may have moved to another loop, which waits until the call is over.
 bool mayFire(const __CFRunLoopTimer &timer) noexcept
 {
     if (timer.calling)
@@ -106,7 +106,7 @@ void noteClockWasSet(__CFRunLoopTimer &timer) noexcept
     timer.realTimeAhead = ahead;
 }
 
-// False when the clock was set since the last time, which is told once, here or by the next read.
+// False if the clock was set since the last time; the kernel reports this once, here or at the next read.
 bool armFor(__CFRunLoopTimer &timer, const kiv::cf::TimerSchedule &schedule) noexcept
 {
     const int64_t ahead = realTimeAhead();
@@ -125,8 +125,8 @@ void arm(__CFRunLoopTimer &timer) noexcept
         noteClockWasSet(timer);
 }
 
-// The next interval is looked for on a grid that has followed the clock: a clock that was set forward during the call
-// would else count as intervals that were missed.
+// Follow a clock that was set before looking for the next date: otherwise a clock set forward during the call
+// would count as missed intervals.
 void armForNextInterval(__CFRunLoopTimer &timer) noexcept
 {
     for (;;)
@@ -142,7 +142,7 @@ void armForNextInterval(__CFRunLoopTimer &timer) noexcept
     }
 }
 
-// False when the time has not come yet: the clock was set, or the timer has been served already.
+// False if the time has not come yet: the clock was set, or the timer has already been served.
 bool isDue(__CFRunLoopTimer &timer) noexcept
 {
     uint64_t expirations = 0;
@@ -178,7 +178,7 @@ void invalidate(__CFRunLoopTimer &timer, Leftovers &leftovers) noexcept
     timer.valid = false;
     if (timer.loop != nullptr)
         kiv::cf::leaveLoop(timer, leftovers);
-    if (!timer.calling) // else the callout has the info until it returns
+    if (!timer.calling) // else the callout uses the info until it returns
         takeInfo(timer, leftovers);
 }
 
@@ -199,7 +199,7 @@ void finishCall(__CFRunLoopTimer &timer) noexcept
         takeInfo(timer, leftovers);
 }
 
-// The source's timer, retained, if it is to be called now.
+// The source's timer, retained, if it should be called now.
 __CFRunLoopTimer *beginCall(GSource *source) noexcept
 {
     const std::lock_guard lock{runLoopMutex};
@@ -215,7 +215,7 @@ __CFRunLoopTimer *beginCall(GSource *source) noexcept
     return timer;
 }
 
-// GLib does not dispatch a source inside its own dispatch, so one call of a timer is made at a time.
+// GLib does not dispatch a source inside its own dispatch, so the calls of one timer never overlap.
 gboolean dispatch(GSource *source, GSourceFunc, gpointer)
 {
     if (__CFRunLoopTimer *timer = beginCall(source); timer != nullptr)
@@ -227,8 +227,8 @@ gboolean dispatch(GSource *source, GSourceFunc, gpointer)
     return G_SOURCE_CONTINUE;
 }
 
-// GLib frees the source after this, on the thread that was last to hold it; the mutex orders that behind what
-// others have done to it.
+// GLib frees the source after this, on the thread that held it last; the mutex
+// orders that after the other threads' accesses.
 void finalizeSource(GSource *)
 {
     const std::lock_guard lock{runLoopMutex};
@@ -254,7 +254,7 @@ void joinLoop(__CFRunLoop &loop, __CFRunLoopTimer &timer) noexcept
     g_source_attach(timer.source, loop.context);
 }
 
-// Nobody has the timer any more: it is in no loop and no callout.
+// The last reference is gone: the timer is in no loop and in no callout.
 void finalizeTimer(kiv::cf::Object &object)
 {
     auto &timer = static_cast<__CFRunLoopTimer &>(object);
@@ -332,7 +332,7 @@ Boolean KIVPRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopM
     {
         const std::lock_guard lock{runLoopMutex};
         if (!mayBeAdded(*rl, *timer, mode))
-            return true; // without asking for memory that is not needed
+            return true; // before allocating memory that is not needed
     }
     const bool common = isCommon(mode);
     Mode *named = common ? nullptr : createMode(mode);
@@ -354,13 +354,13 @@ Boolean KIVPRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopM
                 kiv::cf::followMode(*timer);
         }
     }
-    freeModes(named); // the timer is not looked at here: its callout may have ended it by now
+    freeModes(named); // do not access the timer here: its callout may have ended it by now
     return true;
 }
 
 void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode)
 {
-    (void)KIVPRunLoopAddTimer(rl, timer, mode); // has no answer to give
+    (void)KIVPRunLoopAddTimer(rl, timer, mode); // this call cannot report a failure
 }
 
 void CFRunLoopRemoveTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode)

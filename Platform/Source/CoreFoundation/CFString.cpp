@@ -1,4 +1,4 @@
-// Strings. All-ASCII contents take a byte a unit: caption lines, names and paths nearly always do.
+// Strings. Contents that are all ASCII take one byte a unit; caption lines, names and paths nearly always do.
 #include <CoreFoundation/CFString.h>
 
 #include "CoreFoundation/Array.h"
@@ -43,13 +43,13 @@ bool equalStrings(const kiv::cf::Object &left, const kiv::cf::Object &right)
 
 CFHashCode hashString(const kiv::cf::Object &object)
 {
-    // By units, so that the same text hashes alike however it is kept.
+    // By units, so that a text has the same hash in both storage forms.
     const Units &units = static_cast<const __CFString &>(object).units;
     return units.narrow != nullptr ? kiv::cf::hashValues(std::span{units.narrow, units.length})
                                    : kiv::cf::hashValues(std::span{units.wide, units.length});
 }
 
-// A string with room for `length` units behind its head, whose contents the caller fills in.
+// A string with room for `length` units after its head, which the caller fills in.
 struct NewString
 {
     __CFString *string;
@@ -62,7 +62,7 @@ NewString allocate(size_t length, bool narrow, bool canChange) noexcept
     static_assert(sizeof(__CFString) % alignof(char16_t) == 0);
     if (length > static_cast<size_t>(PTRDIFF_MAX) / sizeof(char16_t))
         return {};
-    // Bytes end with a zero, which CFStringGetCStringPtr() hands out with them.
+    // Bytes end with a zero, for CFStringGetCStringPtr().
     const size_t extra = narrow ? length + 1 : length * sizeof(char16_t);
     auto *string = kiv::cf::create<__CFString>(extra, Units{}, canChange);
     if (string == nullptr)
@@ -103,7 +103,7 @@ CFStringRef createFromBytes(std::span<const uint8_t> bytes, CFStringEncoding enc
                           nullptr, bytes.size()},
                          false);
 
-    // A short text gets a unit for each byte, the most UTF-8 can need; counting costs more than the room.
+    // A short text gets a unit for each byte, the most that UTF-8 needs; counting costs more than the room.
     constexpr size_t kShort = 256;
     const bool counts = encoding != kCFStringEncodingUTF8 || bytes.size() > kShort;
     const size_t bound = counts ? kiv::text::utf16Bound(bytes, encoding) : bytes.size();
@@ -148,7 +148,7 @@ const UNormalizer2 *normalizer(CFStringNormalizationForm form) noexcept
     }
 }
 
-// Where `separator` next occurs at `from` or later, or kCFNotFound.
+// The first position of `separator` at `from` or later, or kCFNotFound.
 CFIndex find(const Units &units, const Units &separator, size_t from) noexcept
 {
     if (separator.narrow != nullptr && separator.length == 1 && units.narrow != nullptr)
@@ -168,12 +168,12 @@ CFIndex find(const Units &units, const Units &separator, size_t from) noexcept
     return kCFNotFound;
 }
 
-// The range cut to what lies inside the string.
+// The part of the range that lies inside the string.
 CFRange inside(CFStringRef string, CFRange range) noexcept
 {
     const auto end = static_cast<CFIndex>(string->units.length);
     const CFIndex from = std::clamp(range.location, CFIndex{0}, end);
-    // What lies before the start is no part of the length; counted without an overflow.
+    // Units before the start do not count; this sum cannot overflow.
     const CFIndex length =
         range.location < 0 && range.length > 0 ? range.length + range.location : range.length;
     return CFRangeMake(from, std::clamp(length, CFIndex{0}, end - from));
@@ -277,7 +277,7 @@ void CFStringNormalize(CFMutableStringRef theString, CFStringNormalizationForm t
     UErrorCode status = U_ZERO_ERROR;
     if (unorm2_isNormalized(form, units.wide, length, &status) && U_SUCCESS(status))
         return;
-    // Measure, then convert: normalisation is rare and the answer may be longer or shorter.
+    // Measure, then convert: normalisation is rare, and the result may be longer or shorter.
     status = U_ZERO_ERROR;
     const int32_t needed = unorm2_normalize(form, units.wide, length, nullptr, 0, &status);
     if (status != U_BUFFER_OVERFLOW_ERROR)
@@ -360,8 +360,8 @@ CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encod
 
 CFIndex CFStringGetMaximumSizeOfFileSystemRepresentation(CFStringRef string)
 {
-    // Three bytes a unit, and as much again for each of the two marks that a path component may gain
-    // where a file system decomposes; hosts size their buffers by it.
+    // Three bytes a unit, and the same again for each of the two marks that a unit may gain on a file system
+    // that decomposes names; hosts size their buffers by this.
     return 9 * CFStringGetLength(string) + 1;
 }
 

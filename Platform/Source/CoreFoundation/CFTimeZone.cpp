@@ -1,4 +1,4 @@
-// The one time zone, which is the C library's: its rules are the machine's, and all forms of TZ are known to it.
+// The only time zone, the C library's: its rules are the machine's, and it knows all forms of TZ.
 #include "CoreFoundation/TimeZone.h"
 
 #include "CoreFoundation/CalendarDays.h"
@@ -16,10 +16,10 @@ namespace
 {
 constexpr kiv::cf::Type kTimeZoneType{kiv::cf::kTypeTimeZone, nullptr, nullptr, nullptr};
 
-// What the C library's zone is at a moment; false beyond its calendar, which ends with a year of 32 bits.
+// The C library's zone at a moment; false outside its calendar, whose years have 32 bits.
 bool readZone(int64_t second, std::tm &wall) noexcept
 {
-    // localtime_r() need not look at TZ, so it is read here, and once: hosts set it before their first date.
+    // localtime_r() need not read TZ, so read it here, once: hosts set it before their first date.
     [[maybe_unused]] static const bool zoneIsRead = (tzset(), true);
     const time_t moment = second;
     return localtime_r(&moment, &wall) != nullptr;
@@ -57,8 +57,8 @@ int32_t kiv::cf::secondsFromGMT(int64_t second) noexcept
 
 int64_t kiv::cf::momentOfWall(int64_t local) noexcept
 {
-    // No zone is a day ahead or behind, and none changes twice in two days: these two moments lie on either
-    // side of the one looked for, with one change between them or none.
+    // No zone is a whole day ahead or behind, and none changes twice in two days: the moment lies between
+    // these two, which have at most one change between them.
     const int32_t before = secondsFromGMT(local - kSecondsPerDay);
     const int32_t after = secondsFromGMT(local + kSecondsPerDay);
     if (before == after)

@@ -5,7 +5,7 @@
 
 struct __CFURL : kiv::cf::StringValue
 {
-    explicit __CFURL(CFStringRef ofPath) noexcept; // takes the reference over
+    explicit __CFURL(CFStringRef ofPath) noexcept; // takes over the reference
 };
 
 namespace

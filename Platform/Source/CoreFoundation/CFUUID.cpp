@@ -39,7 +39,7 @@ CFTypeID CFUUIDGetTypeID(void)
 CFUUIDRef CFUUIDCreate(CFAllocatorRef)
 {
     std::array<uint8_t, 16> bytes;
-    // Up to 256 bytes come whole or not at all once the system's pool is ready.
+    // Up to 256 bytes arrive complete or not at all once the system's pool is ready.
     if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
         return nullptr;
     bytes[6] = static_cast<uint8_t>((bytes[6] & 0x0f) | 0x40); // version 4

@@ -1,4 +1,4 @@
-// Days and dates by the leap years before them.
+// Day numbers and dates, computed from the leap years before them.
 #include "CoreFoundation/CalendarDays.h"
 
 namespace kiv::cf
@@ -21,7 +21,7 @@ bool isLeapYear(Calendar calendar, int64_t year) noexcept
     return year % 4 == 0 && (calendar == Calendar::Julian || year % 100 != 0 || year % 400 == 0);
 }
 
-// Days from 1 January 1970 to that of `year`.
+// Days from 1 January 1970 to 1 January of `year`.
 int64_t firstDay(Calendar calendar, int64_t year) noexcept
 {
     const int64_t past = year - 1;
@@ -45,7 +45,7 @@ int64_t dayNumberOf(int64_t year, int64_t month, int64_t day) noexcept
     {
         return firstDay(calendar, year) + daysBeforeMonth(calendar, year, monthOfYear) + day - 1;
     };
-    // A day that the calendar of its month's year counts into the other's time is counted by that one.
+    // The year chooses the calendar; if the day then falls into the other calendar's time, use that one.
     const bool gregorian = year >= kFirstGregorianYear;
     const int64_t first = number(gregorian ? Calendar::Gregorian : Calendar::Julian);
     if ((first >= kFirstGregorianDay) == gregorian)
@@ -56,7 +56,7 @@ int64_t dayNumberOf(int64_t year, int64_t month, int64_t day) noexcept
 CalendarDate dateOfDayNumber(int64_t number) noexcept
 {
     const Calendar calendar = number >= kFirstGregorianDay ? Calendar::Gregorian : Calendar::Julian;
-    // Right or one beside it: years have 365.2425 or 365.25 days.
+    // The right year or one next to it: years have 365.2425 or 365.25 days.
     int64_t year = 1970 + floorDivide(number * 400, 146097);
     while (firstDay(calendar, year) > number)
         --year;
@@ -67,7 +67,7 @@ CalendarDate dateOfDayNumber(int64_t number) noexcept
     while (month + 1 < kMonths && daysBeforeMonth(calendar, year, month + 1) <= dayOfYear)
         ++month;
     const int32_t day = dayOfYear - daysBeforeMonth(calendar, year, month) + 1;
-    // Of the year of the change the Julian part counts as it was.
+    // In 1582 the days of the Julian part count as they were.
     return {year, month, day, static_cast<int32_t>(number - dayNumberOf(year, 0, 1)) + 1};
 }
 } // namespace kiv::cf

@@ -1,4 +1,5 @@
-// The calendar as a count of days: Gregorian, Julian before 15 October 1582. No zone, no limits of the years.
+// The calendar as a count of days: Gregorian, Julian before 15
+// October 1582. Without zones or limits of years.
 #ifndef KIV_PLATFORM_CALENDAR_DAYS_H
 #define KIV_PLATFORM_CALENDAR_DAYS_H
 
@@ -13,7 +14,7 @@ struct CalendarDate
     int64_t year;  // 0 is the year before 1
     int32_t month; // January is 0
     int32_t day;
-    int32_t dayOfYear; // from 1; what 1582 left out does not count
+    int32_t dayOfYear; // from 1; the days that 1582 left out do not count
 };
 
 // The quotient rounded down, also below 0.
@@ -22,7 +23,7 @@ struct CalendarDate
     return value / divisor - (value % divisor < 0);
 }
 
-// Days since 1 January 1970 of a day of a month, both of which may lie beyond their ranges and carry.
+// Days since 1 January 1970 of a date; day and month may be out of range and carry.
 [[nodiscard]] int64_t dayNumberOf(int64_t year, int64_t month, int64_t day) noexcept;
 [[nodiscard]] CalendarDate dateOfDayNumber(int64_t number) noexcept;
 } // namespace kiv::cf

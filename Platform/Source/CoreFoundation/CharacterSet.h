@@ -1,4 +1,4 @@
-// Inside of character sets, for string searches.
+// Internals of character sets, for string searches.
 #ifndef KIV_PLATFORM_CHARACTER_SET_H
 #define KIV_PLATFORM_CHARACTER_SET_H
 

@@ -1,4 +1,4 @@
-// Dates inside: the way to the milliseconds since 1970 that ICU counts and the seconds of the C library.
+// Internals of dates: conversion to ICU's milliseconds since 1970 and to the C library's seconds.
 #ifndef KIV_PLATFORM_DATE_H
 #define KIV_PLATFORM_DATE_H
 
@@ -14,8 +14,8 @@ namespace kiv::cf
 {
 constexpr double kMillisecondsPerSecond = 1000.0;
 
-// ICU counts milliseconds from 1970. The half keeps an exact millisecond, which as a sum of doubles
-// often lies a little low, from printing one less.
+// ICU counts milliseconds from 1970. An exact millisecond is often a little low as a sum of doubles; adding
+// 0.5 keeps it from printing one less.
 [[nodiscard]] inline double icuTime(CFAbsoluteTime at) noexcept
 {
     return std::floor((at + kCFAbsoluteTimeIntervalSince1970) * kMillisecondsPerSecond + 0.5);
@@ -27,10 +27,10 @@ struct UnixTime
     int32_t milliseconds;
 };
 
-// The same time, of a number; what lies beyond the five million years of ICU is cut to them.
+// The same time for a finite `at`; times outside ICU's five million years are cut to them.
 [[nodiscard]] inline UnixTime unixTime(CFAbsoluteTime at) noexcept
 {
-    constexpr double kFirst = -184303902528000000.0; // the ends of the calendar that ICU has
+    constexpr double kFirst = -184303902528000000.0; // the limits of ICU's calendar
     constexpr double kLast = 183882168921600000.0;
     constexpr int64_t kPerSecond = 1000;
     const auto milliseconds = static_cast<int64_t>(std::clamp(icuTime(at), kFirst, kLast));

@@ -1,4 +1,4 @@
-// The codec. ASCII goes in blocks of 32 bytes, everything else a character at a time.
+// The codec. ASCII is converted in blocks of 32 bytes, everything else one character at a time.
 #include "CoreFoundation/Encoding.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@ namespace
 {
 constexpr size_t kBlock = 32;
 
-// One block to 16-bit units when all of it is ASCII; otherwise nothing is written.
+// Widens one block to 16-bit units if all of it is ASCII; otherwise writes nothing.
 bool widenBlock(const uint8_t *bytes, char16_t *out) noexcept
 {
 #if defined(__SSE2__)
@@ -41,7 +41,7 @@ bool widenBlock(const uint8_t *bytes, char16_t *out) noexcept
 struct Utf8Character
 {
     char32_t code;
-    size_t bytes; // 0: not well formed
+    size_t bytes; // 0: malformed
 };
 
 constexpr bool isContinuation(uint8_t byte) noexcept
@@ -49,7 +49,7 @@ constexpr bool isContinuation(uint8_t byte) noexcept
     return (byte & 0xc0) == 0x80;
 }
 
-// One character of three bytes or four. The ranges of the second byte refuse overlong forms (E0, F0),
+// One character of three or four bytes. The checks refuse overlong forms (E0, F0),
 // surrogates (ED) and values above 10FFFF (F4).
 Utf8Character utf8Character(const uint8_t *bytes, size_t left) noexcept
 {
@@ -84,7 +84,7 @@ size_t putUtf16(char32_t code, char16_t *out) noexcept
     return 2;
 }
 
-// A unit of an encoding whose units are wider than a byte, in its order.
+// Loads a unit of more than one byte in the given byte order.
 template <typename Unit, std::endian order>
 Unit load(const uint8_t *bytes) noexcept
 {
@@ -101,11 +101,12 @@ Unit load(const uint8_t *bytes) noexcept
 template <typename Unit, std::endian order>
 void store(uint8_t *bytes, Unit value) noexcept
 {
-    value = load<Unit, order>(reinterpret_cast<const uint8_t *>(&value)); // the same swap, or none
+    value = load<Unit, order>(reinterpret_cast<const uint8_t *>(&value)); // swaps if needed, as load() does
     std::memcpy(bytes, &value, sizeof value);
 }
 
-// One character in `encoding`: its bytes, at most 4; 0 when it has no form. UTF-16 goes by encodeUtf16().
+// Encodes one character; returns its bytes, at most 4, or 0 if
+// `encoding` lacks it. UTF-16 uses encodeUtf16().
 template <CFStringEncoding encoding>
 size_t encodeCharacter(char32_t code, uint8_t *out) noexcept
 {
@@ -154,7 +155,7 @@ size_t encodeCharacter(char32_t code, uint8_t *out) noexcept
     }
 }
 
-// The units come by value: through a reference every byte written might change them.
+// The units are passed by value: the compiler must assume that each byte written changes a reference.
 template <CFStringEncoding encoding>
 Encoded encodeCharacters(Units units, uint8_t lossByte, uint8_t *out, size_t room) noexcept
 {
@@ -164,7 +165,7 @@ Encoded encodeCharacters(Units units, uint8_t lossByte, uint8_t *out, size_t roo
     Encoded done{0, 0};
     while (done.units < units.length)
     {
-        // Most texts are runs of characters that are one byte; without a buffer there is no end to reach.
+        // Most texts are runs of one-byte characters; without a buffer there is no limit.
         if constexpr (kOneByte != 0)
         {
             const size_t left = units.length - done.units;
@@ -183,7 +184,7 @@ Encoded encodeCharacters(Units units, uint8_t lossByte, uint8_t *out, size_t roo
                 break;
         }
         const Character character = characterAt(units, done.units);
-        // Straight to its place where any character fits, else only when its size is known.
+        // Encode in place if any character fits; else aside, and copy it when its size is known.
         uint8_t aside[4];
         const bool fits = out != nullptr && room - done.bytes >= sizeof aside;
         uint8_t *to = fits ? out + done.bytes : aside;
@@ -204,7 +205,7 @@ Encoded encodeCharacters(Units units, uint8_t lossByte, uint8_t *out, size_t roo
     return done;
 }
 
-// Every unit has its form here, a lone surrogate too; a pair is not cut where the room ends.
+// Every unit can be encoded, a lone surrogate too; a pair is not split at the end of the room.
 template <std::endian order>
 Encoded encodeUtf16(Units units, uint8_t *out, size_t room) noexcept
 {
@@ -314,7 +315,7 @@ std::optional<size_t> utf16FromUtf8(std::span<const uint8_t> bytes, char16_t *ou
     char16_t *to = out;
     while (from != end)
     {
-        // Where a block is not all ASCII its characters go one by one before the next block is tried.
+        // If a block is not all ASCII, convert its characters one by one before the next block is tried.
         const uint8_t *stop = end;
         if (static_cast<size_t>(end - from) >= kBlock)
         {
@@ -333,7 +334,7 @@ std::optional<size_t> utf16FromUtf8(std::span<const uint8_t> bytes, char16_t *ou
                 *to++ = *from++;
                 continue;
             }
-            // Two bytes, the most of accented Latin, Greek and Cyrillic, without the longer forms' tests.
+            // Two bytes: most of accented Latin, Greek and Cyrillic. They skip the tests of longer forms.
             if (*from >= 0xc2 && *from < 0xe0 && end - from >= 2 && isContinuation(from[1]))
             {
                 *to++ = static_cast<char16_t>((from[0] & 0x1f) << 6 | (from[1] & 0x3f));
@@ -368,7 +369,7 @@ std::optional<size_t> decode(std::span<const uint8_t> bytes, CFStringEncoding en
         return utf16FromUtf32<std::endian::big>(bytes, out);
     case kCFStringEncodingUTF32LE:
         return utf16FromUtf32<std::endian::little>(bytes, out);
-    default: // ASCII is only ever copied: a byte above 7F brought us here
+    default: // valid ASCII is copied elsewhere, so there is a byte above 7F
         return std::nullopt;
     }
 }
@@ -378,7 +379,7 @@ size_t utf16Bound(std::span<const uint8_t> bytes, CFStringEncoding encoding) noe
     size_t count = 0;
     switch (encoding)
     {
-    case kCFStringEncodingUTF8: // a unit a character, two where the character takes four bytes
+    case kCFStringEncodingUTF8: // a unit for each character, two for a character of four bytes
         for (const uint8_t byte : bytes)
             count += static_cast<size_t>(!isContinuation(byte)) + static_cast<size_t>(byte >= 0xf0);
         return count;

@@ -1,4 +1,4 @@
-// The codec: UTF-16 units (8 bits each where all are ASCII) from and to bytes. Strict in reading.
+// The codec: UTF-16 units (8 bits each if all are ASCII) from and to bytes. Reading is strict.
 #ifndef KIV_PLATFORM_ENCODING_H
 #define KIV_PLATFORM_ENCODING_H
 
@@ -57,40 +57,39 @@ struct Character
     return {unit, 1};
 }
 
-// How many bytes at the start are below 0x80, and how many units.
+// The number of bytes at the start that are below 0x80, and whether all units are.
 [[nodiscard]] size_t asciiPrefix(std::span<const uint8_t> bytes) noexcept;
 [[nodiscard]] bool isAscii(std::span<const char16_t> units) noexcept;
 
 // Copies ASCII bytes to 16-bit units.
 void widen(std::span<const uint8_t> ascii, char16_t *out) noexcept;
 
-// UTF-8 to UTF-16; `out` has room for utf16Bound() units. The units written, or nothing when the
-// bytes are not well formed (Unicode, table 3-7).
+// UTF-8 to UTF-16; `out` has room for utf16Bound() units. The number of units written, or nothing for
+// malformed bytes (Unicode, table 3-7).
 [[nodiscard]] std::optional<size_t> utf16FromUtf8(std::span<const uint8_t> bytes, char16_t *out) noexcept;
 
 // The same for any encoding that decodes to more than a copy of ASCII.
 [[nodiscard]] std::optional<size_t> decode(std::span<const uint8_t> bytes, CFStringEncoding encoding,
                                            char16_t *out) noexcept;
 
-// The units that `bytes` decode to when they are well formed, and a bound for what decode() writes
-// in any case.
+// The number of units that well-formed `bytes` decode to; decode() never writes more.
 [[nodiscard]] size_t utf16Bound(std::span<const uint8_t> bytes, CFStringEncoding encoding) noexcept;
 
-// Bytes one unit can take at most in `encoding`, or 0 for an unknown one.
+// The most bytes of one unit in `encoding`, or 0 for an unknown encoding.
 [[nodiscard]] size_t maximumBytesPerUnit(CFStringEncoding encoding) noexcept;
 
 struct Encoded
 {
     size_t units; // converted
-    size_t bytes; // that they took
+    size_t bytes; // written for them
 };
 
-// Converts from the start until a character has no form (unless `lossByte` stands for it) or no
-// room. A null `out` measures, without limit. The encoding is a known one.
+// Converts from the start until the encoding lacks a character (unless `lossByte` replaces it) or the room is
+// full. A null `out` measures, without limit. The encoding must be known.
 [[nodiscard]] Encoded encode(const Units &units, CFStringEncoding encoding, uint8_t lossByte, uint8_t *out,
                              size_t room) noexcept;
 
-// The plain loops that the vector code must equal; for tests, and for machines without vectors.
+// Plain loops with the same results as the vector code; for tests, and for machines without vectors.
 [[nodiscard]] size_t asciiPrefixPortable(std::span<const uint8_t> bytes) noexcept;
 void widenPortable(std::span<const uint8_t> ascii, char16_t *out) noexcept;
 } // namespace kiv::text

@@ -1,5 +1,5 @@
-// The common head of every object: its kind and an atomic count. Objects are one block of the
-// system heap: the head, the members, and the contents behind them where their size is known.
+// The common head of every object: its kind and an atomic count. An object is one block of the
+// system heap: the head, the members, then the contents if their size is known.
 #ifndef KIV_PLATFORM_OBJECT_H
 #define KIV_PLATFORM_OBJECT_H
 
@@ -15,15 +15,14 @@ namespace kiv::cf
 {
 struct Object;
 
-// What a kind of object does differently from the others; null members do nothing, compare
-// addresses and hash the address.
+// The functions of a kind of object. Null members do nothing, compare addresses and hash the address.
 struct Type
 {
     CFTypeID id;
     void (*finalize)(Object &object);
     bool (*equal)(const Object &left, const Object &right);
     CFHashCode (*hash)(const Object &object);
-    bool nests = false; // its finalize may end others of its kind, and these others again
+    bool nests = false; // its finalize may end others of its kind, and so on
 };
 
 enum TypeID : CFTypeID
@@ -51,7 +50,7 @@ enum TypeID : CFTypeID
     kTypeTimeZone,
 };
 
-// The count of an object that is part of the library: no host releases that often.
+// The count of an object that is part of the library: no host releases it that often.
 constexpr CFIndex kForEver = std::numeric_limits<CFIndex>::max() / 2;
 
 struct Object
@@ -66,8 +65,8 @@ struct Object
     mutable std::atomic<CFIndex> references;
 };
 
-// A new T with `extra` bytes behind it, or null without memory. T has no destructor of its own:
-// finalize releases what it holds.
+// A new T with `extra` bytes after it, or null without memory. T has no destructor of its own:
+// finalize releases its resources.
 template <class T, class... Arguments>
 [[nodiscard]] T *create(size_t extra, Arguments &&...arguments) noexcept
 {

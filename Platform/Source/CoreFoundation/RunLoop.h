@@ -1,6 +1,6 @@
-// Inside of run loops and their timers. Everything below is guarded by one mutex of our own: GLib's locks
-// order its own data, but ThreadSanitizer does not see them, and a timer's state outlives its source. No callout
-// and no release of a host's runs under it.
+// Internals of run loops and their timers. One mutex of our own guards everything below: GLib's locks order
+// only its own data, ThreadSanitizer does not see them, and a timer's state outlives its source. No callout
+// and no release callback of a host runs under the mutex.
 #ifndef KIV_PLATFORM_RUN_LOOP_H
 #define KIV_PLATFORM_RUN_LOOP_H
 
@@ -17,7 +17,7 @@ namespace kiv::cf
 {
 extern std::mutex runLoopMutex;
 
-// A mode a timer was added to, other than the common ones.
+// A mode that a timer was added to, other than the common ones.
 struct Mode
 {
     CFStringRef name;
@@ -30,7 +30,7 @@ struct Run
     CFRunLoopMode mode;
     Run *outer = nullptr;
     bool stopped = false;
-    bool timerServed = false; // since the last look at the context
+    bool timerServed = false; // since the last iteration of the context
 };
 } // namespace kiv::cf
 
@@ -38,10 +38,10 @@ struct __CFRunLoop : kiv::cf::Object
 {
     explicit __CFRunLoop(GMainContext *loopContext, CFIndex count = 1) noexcept;
 
-    GMainContext *context; // a host's, which is not kept: null once it is gone. Else with a reference.
-    __CFRunLoopTimer *timers = nullptr; // each retained, and each retains loop and context while it is here
-    kiv::cf::Run *run = nullptr;        // the innermost; none while GLib runs the context itself
-    __CFRunLoop *next = nullptr;        // of all loops of hosts' contexts
+    GMainContext *context; // not retained if it is a host's, and null once that has ended; else retained
+    __CFRunLoopTimer *timers = nullptr; // each is retained, and retains loop and context while in this list
+    kiv::cf::Run *run = nullptr;        // the innermost; null while GLib runs the context itself
+    __CFRunLoop *next = nullptr;        // in the list of the loops of hosts' contexts
 };
 
 struct __CFRunLoopTimer : kiv::cf::Object
@@ -53,12 +53,12 @@ struct __CFRunLoopTimer : kiv::cf::Object
     const CFRunLoopTimerCallBack callout;
     CFRunLoopTimerContext context{};
     kiv::cf::TimerSchedule schedule;
-    int64_t realTimeAhead = 0; // of the real-time clock to the monotonic one when the timer was armed
+    int64_t realTimeAhead = 0; // real-time clock minus monotonic clock when the timer was armed
     bool valid = true;
     bool calling = false;
 
     __CFRunLoop *loop = nullptr;
-    GSource *source = nullptr; // of this loop; the rest is meaningful with it
+    GSource *source = nullptr; // in this loop; the members below need it
     gpointer pollTag = nullptr;
     bool polled = false;
     bool common = false;
@@ -68,7 +68,7 @@ struct __CFRunLoopTimer : kiv::cf::Object
 
 namespace kiv::cf
 {
-// What a timer leaves behind, released when the mutex is no longer held: declare it before the lock.
+// References that a timer gives up, released when the mutex is no longer held: declare it before the lock.
 struct Leftovers
 {
     Leftovers() = default;
@@ -88,7 +88,7 @@ struct Leftovers
 // ---- With the mutex held ----
 
 [[nodiscard]] bool isInMode(const __CFRunLoopTimer &timer, CFRunLoopMode mode) noexcept;
-// Has GLib look at the timer's descriptor in the mode the loop is in, and only there.
+// Lets GLib poll the timer's descriptor only while the loop is in one of the timer's modes.
 void followMode(__CFRunLoopTimer &timer) noexcept;
 void leaveLoop(__CFRunLoopTimer &timer, Leftovers &leftovers) noexcept;
 } // namespace kiv::cf

@@ -1,4 +1,4 @@
-// Inside of strings, for the other types of this folder.
+// Internals of strings, for the other types of this folder.
 #ifndef KIV_PLATFORM_STRING_H
 #define KIV_PLATFORM_STRING_H
 
@@ -19,7 +19,7 @@ struct __CFString : kiv::cf::Object
     {
     }
 
-    kiv::text::Units units; // behind this head, or in `owned`
+    kiv::text::Units units; // after this head, or in `owned`
     char16_t *owned = nullptr;
     bool isMutable;
 };
@@ -29,7 +29,7 @@ namespace kiv::cf
 // An object whose value is one string: a locale's name, a location's path.
 struct StringValue : Object
 {
-    StringValue(const Type &kind, CFStringRef text) noexcept; // takes the reference over
+    StringValue(const Type &kind, CFStringRef text) noexcept; // takes over the reference
 
     CFStringRef value;
 };
@@ -43,7 +43,8 @@ constexpr Type stringValueType(TypeID id) noexcept
     return {id, finalizeStringValue, equalStringValues, hashStringValue};
 }
 
-// A new T around `text`, which it takes over in every case. Null for null and without memory.
+// A new T with the value `text`, whose reference it takes over in
+// every case. Null for null and without memory.
 template <class T>
 [[nodiscard]] const T *createAround(CFStringRef text) noexcept
 {
@@ -55,7 +56,7 @@ template <class T>
     return object;
 }
 
-// An immutable string of the same units, in 8 bits each where all are ASCII. Null without memory.
+// An immutable string of the same units, of 8 bits each if all are ASCII. Null without memory.
 [[nodiscard]] CFStringRef createString(const text::Units &units) noexcept;
 // The same from UTF-8, strict.
 [[nodiscard]] CFStringRef createString(std::string_view utf8) noexcept;

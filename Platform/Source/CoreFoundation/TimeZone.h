@@ -1,4 +1,5 @@
-// Time zones inside: what the wall shows at a moment, and the moment at which it shows something.
+// Internals of time zones: the local time of a moment, and the moment of a
+// local time. A wall time is a local time.
 #ifndef KIV_PLATFORM_TIME_ZONE_H
 #define KIV_PLATFORM_TIME_ZONE_H
 
@@ -21,19 +22,19 @@ struct WallTime
     int32_t second;
     int32_t millisecond;
     int32_t secondsFromGMT;
-    const char *zoneName; // "CET", "+05"; the C library keeps every name that it has given out
+    const char *zoneName; // "CET", "+05"; the C library keeps every name it returns
 };
 
 // Seconds are counted from 1970, as the C library does.
 
-// Seconds that the wall's clock is ahead of GMT; 0 beyond the C library's calendar.
+// Seconds by which local time is ahead of GMT; 0 outside the C library's calendar.
 [[nodiscard]] int32_t secondsFromGMT(int64_t second) noexcept;
 
-// The moment at which the wall shows `local`, the seconds to it as if the wall were in GMT. Of a time that it
-// shows twice the second; a time that it leaves out is as far behind the gap as it lies in it.
+// The moment of the local time `local`, which counts seconds as if it were GMT. A time that the clock shows
+// twice means the second one; a time inside a gap means one as far after the gap as it lies inside it.
 [[nodiscard]] int64_t momentOfWall(int64_t local) noexcept;
 
-// To the nearest millisecond. False for a moment that is no number.
+// To the nearest millisecond. False for a moment that is not a number.
 [[nodiscard]] bool readWall(CFAbsoluteTime at, WallTime &wall) noexcept;
 } // namespace kiv::cf
 

@@ -8,7 +8,7 @@ namespace
 {
 constexpr long double kPerSecond = 1e9L;
 
-// Beyond 64 bits lies the end of them, on either side.
+// Values outside 64 bits become the nearest limit.
 int64_t toNanoseconds(long double value) noexcept
 {
     if (value >= 0x1p63L)
@@ -18,7 +18,7 @@ int64_t toNanoseconds(long double value) noexcept
     return static_cast<int64_t>(std::floor(value + 0.5L));
 }
 
-// Nanoseconds; 0 for an interval that does not repeat, and never so little that a grid has no next date.
+// Nanoseconds; 0 if the timer does not repeat, else at least 1, so that there is always a next date.
 long double intervalOf(CFTimeInterval seconds) noexcept
 {
     return seconds > 0 ? std::max(1.0L, static_cast<long double>(seconds) * kPerSecond) : 0.0L;
@@ -38,7 +38,7 @@ TimerSchedule::TimerSchedule(CFAbsoluteTime fireDate, CFTimeInterval interval, i
 
 int64_t TimerSchedule::next() const noexcept
 {
-    if (m_passed == 0) // also for an infinite interval, of which 0 is no multiple
+    if (m_passed == 0) // also for an infinite interval, of which 0 is not a multiple
         return m_first;
     return toNanoseconds(at(m_passed));
 }
@@ -53,7 +53,7 @@ void TimerSchedule::advance(int64_t now) noexcept
 {
     const long double since = static_cast<long double>(now) - static_cast<long double>(m_first);
     m_passed = std::max(m_passed, std::floor(since / m_interval)) + 1;
-    while (next() <= now && next() != kNever) // rounded down to a nanosecond that has passed
+    while (next() <= now && next() != kNever) // the date was rounded down to a nanosecond that has passed
         ++m_passed;
 }
 

@@ -14,32 +14,32 @@ class TimerSchedule
 public:
     static constexpr int64_t kNever = std::numeric_limits<int64_t>::max(); // in the year 2262
 
-    // A date of NaN is `now`; one beyond 64 bits is the end of them.
+    // A date of NaN means `now`; a date outside 64 bits means the nearest limit.
     TimerSchedule(CFAbsoluteTime fireDate, CFTimeInterval interval, int64_t now) noexcept;
 
     [[nodiscard]] bool repeats() const noexcept
     {
         return m_interval > 0;
     }
-    // The date to come; kNever for none.
+    // The next date; kNever if there is none.
     [[nodiscard]] int64_t next() const noexcept;
-    // The same as an absolute time, exact to the resolution of that.
+    // The same as an absolute time, as exact as that type is.
     [[nodiscard]] CFAbsoluteTime nextDate() const noexcept;
 
-    // From now on the dates follow a clock that is set.
+    // After this the dates follow a clock that is set.
     void fired() noexcept
     {
         m_hasFired = true;
     }
-    // The timer has fired and `now` it is free again: the next date is the first one after now on the grid of
-    // the intervals. Dates that have passed meanwhile are left out.
+    // The timer has fired and is free again at `now`: the next date is the first one after `now` that is a
+    // whole number of intervals after the first. Dates that have passed meanwhile are skipped.
     void advance(int64_t now) noexcept;
-    // The clock was set by `step`: intervals that run go on, a first date stays what the clock says.
+    // The clock was set by `step`: running intervals keep their length, a first date stays at its clock time.
     void clockWasSet(int64_t step) noexcept;
 
 private:
-    // Multiples of the interval are counted from the first date, so that no rounding adds up. The 64 bits of a long
-    // double hold every nanosecond.
+    // Multiples of the interval are counted from the first date, so that rounding does not add up. The 64
+    // bits of a long double hold every nanosecond.
     [[nodiscard]] long double at(long double intervals) const noexcept
     {
         return static_cast<long double>(m_first) + intervals * m_interval;
