@@ -1,10 +1,10 @@
-// Loading Avahi's two libraries beside the host.
+// Loads Avahi's two libraries without linking them.
 #include "CFNetwork/AvahiCalls.h"
 
 #include <dlfcn.h>
 #include <optional>
 
-// A sanitizer's runtime replaces the system's functions, which a library that looks at itself first would miss.
+// A sanitizer's runtime replaces system functions; a library that searches itself first would miss them.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define KIV_IS_SANITIZED 1
 #elif defined(__has_feature)
@@ -17,12 +17,12 @@ namespace kiv::discovery
 {
 namespace
 {
-// The names of the interfaces in the headers; they stay loaded.
+// The libraries of the headers' interfaces; they stay loaded.
 constexpr const char *kClientLibrary = "libavahi-client.so.3";
 constexpr const char *kCoreLibrary = "libavahi-core.so.7";
 
-// A host that has one of the libraries itself answers for the name that both define: then the other has to
-// look at itself first. Otherwise it need not, and a host's own allocator reaches it.
+// Both libraries define the same name. If the host links one of them, that name resolves to the host's, so
+// the other library must search itself first. Otherwise it need not, and it uses the host's own allocator.
 [[nodiscard]] int loadFlags() noexcept
 {
     constexpr int kBeside = RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE;

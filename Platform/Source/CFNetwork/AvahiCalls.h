@@ -1,6 +1,6 @@
-// The calls of Avahi's client library and of its stack, which are loaded when they are first needed, each beside
-// the host and not into it: both define avahi_entry_group_free, with different arguments, and a process that
-// links both calls the one where the other is meant.
+// The calls of Avahi's client library and of its stack. Each is loaded when it is first needed,
+// with its names kept local: both define avahi_entry_group_free, with different arguments, and a
+// process that links both calls the wrong one.
 #ifndef KIV_PLATFORM_AVAHI_CALLS_H
 #define KIV_PLATFORM_AVAHI_CALLS_H
 
@@ -70,7 +70,7 @@ struct CoreCalls
 #undef KIV_MEMBER
 #undef KIV_NAME
 
-// Null where the library is not installed.
+// Null if the library is not installed.
 [[nodiscard]] const ClientCalls *clientCalls() noexcept;
 [[nodiscard]] const CoreCalls *coreCalls() noexcept;
 } // namespace kiv::discovery

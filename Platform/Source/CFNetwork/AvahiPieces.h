@@ -1,4 +1,4 @@
-// What both ways to the network have in common.
+// Common parts of both backends.
 #ifndef KIV_PLATFORM_AVAHI_PIECES_H
 #define KIV_PLATFORM_AVAHI_PIECES_H
 
@@ -13,7 +13,7 @@
 
 namespace kiv::discovery
 {
-// TXT data as Avahi wants them; data that are none give an empty list.
+// TXT data in Avahi's form; invalid data give an empty list.
 class TextList
 {
 public:
@@ -37,7 +37,7 @@ private:
     AvahiStringList *m_list = nullptr;
 };
 
-// Ends an object of Avahi's by its own call.
+// Frees an Avahi object by its own call.
 template <class Object, class Free>
 class Holder final : public Handle
 {
@@ -45,7 +45,7 @@ public:
     Holder(Object *object, Free free) noexcept : m_object{object}, m_free{free} {}
     ~Holder() override
     {
-        (void)m_free(m_object); // the daemon may be gone, and the object on its side with it
+        (void)m_free(m_object); // fails if the daemon is gone, but then so is its side of the object
     }
 
 private:
@@ -77,7 +77,7 @@ std::unique_ptr<Handle> holding(Object *object, Free free, int &error) noexcept
     return isLocalName(name) ? AVAHI_LOOKUP_USE_MULTICAST : AVAHI_LOOKUP_USE_WIDE_AREA;
 }
 
-// Removals carry the same arguments as arrivals. `error` is asked only after a failure.
+// Removals carry the same arguments as arrivals. `error` is called only after a failure.
 template <class Error>
 void tellServices(ServiceSink &sink, AvahiBrowserEvent event, Place where, const char *name,
                   Error error) noexcept

@@ -1,5 +1,5 @@
-// Who speaks with the network: the machine's daemon through its client library, or the embedded stack. All
-// members are called, and all sinks are told, with the engine's lock held.
+// The connection to the network: the machine's daemon through its client library, or the embedded stack. All
+// members, and all sinks, are called with the engine's lock held.
 #ifndef KIV_PLATFORM_DISCOVERY_BACKEND_H
 #define KIV_PLATFORM_DISCOVERY_BACKEND_H
 
@@ -31,7 +31,7 @@ class RecordSink
 {
 public:
     virtual void recordSeen(bool there, Place where, std::span<const uint8_t> data) noexcept = 0;
-    virtual void cacheDone() noexcept = 0; // what was known already has been reported
+    virtual void cacheDone() noexcept = 0; // all cached records have been reported
     virtual void allRecordsForNow() noexcept = 0;
     virtual void recordsFailed(int error) noexcept = 0;
 
@@ -51,7 +51,7 @@ protected:
 class GroupSink
 {
 public:
-    virtual void announced() noexcept = 0; // the name is nobody else's
+    virtual void announced() noexcept = 0; // the name belongs to this service alone
     virtual void nameTaken() noexcept = 0;
     virtual void groupFailed(int error) noexcept = 0;
 
@@ -59,7 +59,7 @@ protected:
     ~GroupSink() = default;
 };
 
-// Something asked of a backend; its end takes it back, and its sink hears no more.
+// A request to a backend; destroying it cancels it, and its sink is not called any more.
 class Handle
 {
 public:
@@ -82,13 +82,13 @@ struct Announcement
 class Group : public Handle
 {
 public:
-    // In place of what was announced before. AVAHI_ERR_COLLISION: the name is taken on this machine.
+    // Replaces the earlier announcement. AVAHI_ERR_COLLISION: the name is taken on this machine.
     virtual int announce(const Announcement &what) noexcept = 0;
     virtual int updateText(const Announcement &what) noexcept = 0;
     virtual void withdraw() noexcept = 0;
 };
 
-// Whoever made a backend hears how it fares; it must not end the backend there.
+// The maker of a backend, called when its state changes; it must not destroy the backend in the call.
 class BackendOwner
 {
 public:
@@ -115,17 +115,17 @@ public:
     virtual ~Backend() = default;
 
     [[nodiscard]] virtual BackendState state() const noexcept = 0;
-    // Where answers arrive. Throws std::bad_alloc.
+    // The networks on which answers arrive. Throws std::bad_alloc.
     [[nodiscard]] virtual OwnNetworks networks() const
     {
         return OwnNetworks::read();
     }
-    // Null and an error where it is refused. Sinks may be told before the call returns.
+    // Null and an error if the request is refused. Sinks may be called before the call returns.
     [[nodiscard]] virtual std::unique_ptr<Handle> browseServices(const char *type, const char *domain,
                                                                  ServiceSink &sink, int &error) noexcept = 0;
     [[nodiscard]] virtual std::unique_ptr<Handle> browseRecords(const char *name, uint16_t type,
                                                                 RecordSink &sink, int &error) noexcept = 0;
-    // Tells a service's host and port sooner than its record does, where there is such a way; null where not.
+    // Finds a service's host and port sooner than its record does, if the backend can; null if it cannot.
     [[nodiscard]] virtual std::unique_ptr<Handle> locate(const char * /*name*/, const char * /*type*/,
                                                          const char * /*domain*/,
                                                          LocationSink & /*sink*/) noexcept
@@ -135,10 +135,10 @@ public:
     [[nodiscard]] virtual std::unique_ptr<Group> makeGroup(GroupSink &sink, int &error) noexcept = 0;
 };
 
-// The running daemon; `wait`: also one that is still to come. Null where there is none, or no way to it.
+// The running daemon, or with `wait` also a future one. Null if there is no daemon or no way to reach it.
 [[nodiscard]] std::unique_ptr<Backend> makeDaemonBackend(const AvahiPoll *poll, BackendOwner &owner,
                                                          bool wait) noexcept;
-// The stack in this process. Null where there is no network.
+// The stack in this process. Null without a network.
 [[nodiscard]] std::unique_ptr<Backend> makeEmbeddedBackend(const AvahiPoll *poll,
                                                            BackendOwner &owner) noexcept;
 } // namespace kiv::discovery

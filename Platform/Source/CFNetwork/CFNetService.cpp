@@ -1,4 +1,4 @@
-// Services: published and resolved.
+// Publishing and resolving services.
 #include <CFNetwork/CFNetServices.h>
 #include <KIVPlatform/KIVPNetService.h>
 
@@ -16,7 +16,7 @@ const SInt32 kCFStreamErrorDomainNetServices = 10;
 namespace
 {
 constexpr SInt32 kPortMax = 65535;
-constexpr CFIndex kTextMax = 8900; // beside it the rest of a packet (RFC 6762, 17)
+constexpr CFIndex kTextMax = 8900; // leaves room for the rest of a packet (RFC 6762, 17)
 
 void finalizeService(kiv::cf::Object &object)
 {
@@ -31,7 +31,7 @@ void finalizeService(kiv::cf::Object &object)
 
 constexpr kiv::cf::Type kServiceType{kiv::cf::kTypeNetService, finalizeService, nullptr, nullptr};
 
-// The name to publish under: the host's, up to its first dot, where none was given.
+// The name to publish under if none was given: the host's, up to its first dot.
 [[nodiscard]] std::string ownHostName()
 {
     char name[HOST_NAME_MAX + 1] = {};
@@ -90,7 +90,7 @@ constexpr kiv::cf::Type kServiceType{kiv::cf::kTypeNetService, finalizeService, 
 [[nodiscard]] SInt32 resolve(__CFNetService &service, CFTimeInterval timeout)
 {
     using Clock = kiv::discovery::Resolution::Clock;
-    constexpr CFTimeInterval kLongest = 86400; // a day stands for ever
+    constexpr CFTimeInterval kLongest = 86400; // a day, in place of longer times
 
     std::unique_ptr<kiv::discovery::BegunResolution> begun = std::move(service.state->begun);
     if (!begun)

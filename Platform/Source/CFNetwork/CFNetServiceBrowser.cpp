@@ -1,4 +1,4 @@
-// Browsers: every service of a type, as it comes and goes.
+// Browsers: report every service of a type as it comes and goes.
 #include <CFNetwork/CFNetServices.h>
 #include <KIVPlatform/KIVPNetService.h>
 
@@ -51,7 +51,7 @@ beginResolving(const kiv::discovery::ServiceNames &service, const kiv::discovery
 void tellClient(CFNetServiceBrowserRef browser, CFStringRef domain, CFStringRef type, Event &event, bool more)
 {
     const CFStringRef name = kiv::cf::createString(std::string_view{event.what});
-    if (name == nullptr) // no UTF-8, so no name (RFC 6763, 4.1.1)
+    if (name == nullptr) // not UTF-8, so not a name (RFC 6763, 4.1.1)
         return;
     std::unique_ptr<__CFNetService::State> begun{
         static_cast<__CFNetService::State *>(event.prepared.release())};
@@ -87,7 +87,7 @@ void tellClient(CFNetServiceBrowserRef browser, CFStringRef domain, CFStringRef 
                                                           tellClient(browser, domain, type, event, more);
                                                       });
     subscribed.end();
-    state.mailbox.clear(); // ends the resolutions that nobody asks for any more
+    state.mailbox.clear(); // ends resolutions that are not needed any more
     return error;
 }
 } // namespace

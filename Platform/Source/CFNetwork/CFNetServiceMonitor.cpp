@@ -1,4 +1,4 @@
-// Monitors: the TXT record of a service, as it changes.
+// Monitors: report the TXT record of a service when it changes.
 #include <CFNetwork/CFNetServices.h>
 
 #include "CFNetwork/NetService.h"

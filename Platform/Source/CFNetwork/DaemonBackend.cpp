@@ -11,7 +11,7 @@ namespace kiv::discovery
 {
 namespace
 {
-// Loaded before there is a backend.
+// Loaded before a backend is made.
 [[nodiscard]] const ClientCalls &client() noexcept
 {
     return *clientCalls();
@@ -23,7 +23,7 @@ public:
     explicit DaemonBackend(BackendOwner &owner) noexcept : m_owner{owner} {}
     ~DaemonBackend() override
     {
-        m_silent = true; // the owner is the one who ends it
+        m_silent = true; // the owner itself ends the backend
         if (m_client != nullptr)
             client().avahi_client_free(m_client);
     }
@@ -102,7 +102,7 @@ void resolverEvent(AvahiServiceResolver *, AvahiIfIndex, AvahiProtocol, AvahiRes
                    const char *, const char *, const char *, const char *host, const AvahiAddress *,
                    uint16_t port, AvahiStringList *, AvahiLookupResultFlags, void *context)
 {
-    if (event == AVAHI_RESOLVER_FOUND) // what it does not find its record may still tell
+    if (event == AVAHI_RESOLVER_FOUND) // otherwise the service's record may still arrive
         static_cast<LocationSink *>(context)->located(host, port);
 }
 
@@ -113,7 +113,7 @@ public:
     ~DaemonGroup() override
     {
         if (m_group != nullptr)
-            (void)client().avahi_entry_group_free(m_group); // fails where the daemon is gone, and it with it
+            (void)client().avahi_entry_group_free(m_group); // fails if the daemon and so the group is gone
     }
     int open(AvahiClient *of) noexcept
     {
@@ -175,8 +175,8 @@ std::unique_ptr<Handle> DaemonBackend::browseRecords(const char *name, uint16_t 
     return holding(browser, client().avahi_record_browser_free, error);
 }
 
-// The daemon begins to answer what browses 10 ms after it was asked, and a resolver at once. This one is not asked for
-// the address: it gives one, and a host may have several.
+// The daemon answers a resolver at once, but a browser only after 10 ms. The resolver is not asked for the
+// address: it reports only one, and a host may have several.
 std::unique_ptr<Handle> DaemonBackend::locate(const char *name, const char *type, const char *domain,
                                               LocationSink &sink) noexcept
 {

@@ -1,4 +1,4 @@
-// The multicast DNS stack in this process, where no daemon runs.
+// The multicast DNS stack in this process, used if no daemon runs.
 #include "CFNetwork/AvahiCalls.h"
 #include "CFNetwork/AvahiPieces.h"
 #include "CFNetwork/Backend.h"
@@ -18,7 +18,7 @@ namespace kiv::discovery
 {
 namespace
 {
-// Loaded before there is a backend.
+// Loaded before a backend is made.
 [[nodiscard]] const CoreCalls &core() noexcept
 {
     return *coreCalls();
@@ -30,19 +30,19 @@ public:
     explicit EmbeddedBackend(BackendOwner &owner) noexcept : m_owner{owner} {}
     ~EmbeddedBackend() override
     {
-        m_silent = true; // the owner is the one who ends it
+        m_silent = true; // the owner itself ends the backend
         if (m_server != nullptr)
             core().avahi_server_free(m_server);
     }
 
     bool open(const AvahiPoll *poll) noexcept
     {
-        // The stack's remarks (another stack on this machine, a packet that is none) go to standard error
-        // otherwise, which is the host's.
+        // Otherwise the stack's remarks (another stack on this machine, an invalid packet) go to standard
+        // error, which belongs to the host.
         core().avahi_set_log_function([](AvahiLogLevel, const char *) {});
 
-        // The host's name is the system's, as it would be the daemon's: several stacks on one machine then
-        // claim the same name with the same addresses, which is no conflict.
+        // Use the system's host name, as the daemon does: several stacks on one machine then claim the same
+        // name with the same addresses, which is not a conflict.
         AvahiServerConfig config;
         core().avahi_server_config_init(&config);
         config.publish_hinfo = 0;
@@ -91,9 +91,9 @@ private:
             self.m_owner.backendChanged();
     }
 
-    // Another machine has the name: "encoder" becomes "encoder-2", and from then on "encoder-4711". Two machines of
-    // one name that start together contend for every further name too if they count in step, and neither wins:
-    // each of a host's several addresses is compared by itself.
+    // Another machine has the name: "encoder" becomes "encoder-2", and after that "encoder-" and a random
+    // number. If two machines of one name start together and count in step, they contend for every further
+    // name too and neither wins: each of a host's several addresses is compared by itself.
     void takeAnotherHostName(AvahiServer *server) noexcept
     {
         constexpr size_t kRoomForNumber = 5;
@@ -106,7 +106,7 @@ private:
             stem = stem.substr(0, std::min(stem.rfind('-'), sizeof text - 1 - kRoomForNumber));
             (void)std::snprintf(text, sizeof text, "%.*s-%u", static_cast<int>(stem.size()), stem.data(),
                                 arc4random_uniform(kNumbers));
-            (void)core().avahi_server_set_host_name(server, text); // refused, the next conflict asks again
+            (void)core().avahi_server_set_host_name(server, text); // if refused, the next conflict retries
             return;
         }
         char *next = avahi_alternative_host_name(name);
@@ -121,7 +121,7 @@ private:
     bool m_silent = false;
 };
 
-// The objects of the stack do not name their server; a failure of one is a network's that went away.
+// The objects of the stack do not name their server; one fails because its network has gone.
 int failure()
 {
     return AVAHI_ERR_FAILURE;

@@ -17,14 +17,14 @@ namespace kiv::discovery
 {
 namespace
 {
-// How long until a daemon is looked for again where not even the system bus answers, in milliseconds.
+// Milliseconds until the next search for a daemon if not even the system bus responds.
 constexpr unsigned kLookAgainAfter = 2000;
 
-// How long the embedded stack stays when nobody uses it, in milliseconds: what follows a search, such as a monitor, is
-// answered from what it has heard.
+// Milliseconds that the embedded stack stays after its last use: a call that follows a search, such as a
+// monitor, is then answered from its cache.
 constexpr unsigned kLingerFor = 6000;
 
-// The network namespace of the calling thread; zeroes where the system does not tell.
+// The network namespace of the calling thread; zeroes if the system does not report it.
 struct NetworkName
 {
     dev_t device = 0;
@@ -57,7 +57,7 @@ public:
     ~Engine()
     {
         if (m_started)
-            avahi_threaded_poll_stop(m_poll); // what follows has no other thread beside it
+            avahi_threaded_poll_stop(m_poll); // no other thread runs after this
         m_watch.reset();
         m_backend.reset();
         for (AvahiTimeout *timer : {m_timer, m_idleTimer})
@@ -69,7 +69,7 @@ public:
     Engine(const Engine &) = delete;
     Engine &operator=(const Engine &) = delete;
 
-    // With `life` held, as the next four.
+    // With `life` held, like the next four.
     [[nodiscard]] bool isIdle() const noexcept
     {
         return m_subscriptions == 0;
@@ -101,10 +101,10 @@ public:
         if (m_first != nullptr)
             m_first->m_previous = &subscription;
         m_first = &subscription;
-        if (m_backend) // otherwise one is being looked for
+        if (m_backend) // otherwise the engine is still looking for one
             subscription.attach(*m_backend);
     }
-    // True if the engine has no further use.
+    // True if the engine is not needed any more.
     [[nodiscard]] bool remove(Subscription &subscription) noexcept
     {
         const Lock lock{*this};
@@ -122,7 +122,7 @@ public:
             setTimer(m_idleTimer, kLingerFor);
         return !lingers;
     }
-    // In a forked child, which uses neither engine.
+    // For a forked child, which uses neither engine.
     void keep(Engine *older) noexcept
     {
         m_older = older;
@@ -199,7 +199,7 @@ private:
         if (!m_watch)
             settleIn(kLookAgainAfter);
         else if (m_watch->state() != BackendState::absent)
-            settleIn(0); // it came this moment
+            settleIn(0); // the daemon has just come
     }
 
     void setTimer(AvahiTimeout *timer, const timeval *when) noexcept
@@ -217,7 +217,7 @@ private:
         setTimer(m_timer, milliseconds);
     }
 
-    // Nobody has used it for long: all but its memory is given back, which the next use or the process's end frees.
+    // Unused for kLingerFor: releases everything but the engine's memory, which the next use or exit frees.
     void finish() noexcept
     {
         setTimer(m_idleTimer, nullptr);
@@ -232,7 +232,7 @@ private:
 
     void backendChanged() noexcept override
     {
-        // A backend may not end within its own call, so what follows from the change waits for the timer.
+        // A backend must not end within its own call, so the timer handles the change.
         if ((m_backend && m_backend->state() == BackendState::lost) ||
             (m_watch && m_watch->state() != BackendState::absent))
         {
@@ -240,7 +240,7 @@ private:
             return;
         }
         if (!m_backend)
-            return; // it is being made
+            return; // the backend is still being made
         const bool ready = m_backend->state() == BackendState::ready;
         for (Subscription *each = m_first; each != nullptr; each = each->m_next)
             each->readyChanged(ready);
@@ -282,11 +282,11 @@ private:
 
     AvahiThreadedPoll *m_poll = nullptr;
     AvahiTimeout *m_timer = nullptr;
-    AvahiTimeout *m_idleTimer = nullptr; // runs while nobody uses it
+    AvahiTimeout *m_idleTimer = nullptr; // runs while the engine is unused
     std::unique_ptr<Backend> m_backend;
     std::unique_ptr<Backend> m_watch; // while the embedded stack serves: waits for a daemon
     Subscription *m_first = nullptr;
-    std::atomic<size_t> m_subscriptions = 0; // for who does not hold the engine's lock
+    std::atomic<size_t> m_subscriptions = 0; // atomic for readers without the engine's lock
     NetworkName m_network = ownNetwork();
     bool m_started = false;
     bool m_isDaemon = false;
@@ -296,16 +296,17 @@ private:
 
 namespace
 {
-// Which engine there is. Held while one starts or stops, and taken before the engine's own lock, never under it.
+// Guards the pointers below. Held while an engine starts or stops; taken
+// before the engine's own lock, never under it.
 constinit std::mutex life;
 constinit Engine *engine = nullptr;
-constinit Engine *forgotten = nullptr; // kept reachable, so that it counts as no leak
+constinit Engine *forgotten = nullptr; // kept reachable, so that it does not count as a leak
 constinit bool isExiting = false;
 
-// A forked child has the memory of its parent's engine, but neither its thread nor a right to its sockets.
+// A forked child has a copy of its parent's engine, but not its thread, and must not use its sockets.
 void forgetEngine() noexcept
 {
-    new (&life) std::mutex; // a thread that the child does not have may have held it
+    new (&life) std::mutex; // a thread that does not exist in the child may have held it
     if (engine == nullptr)
         return;
     engine->keep(forgotten);
@@ -323,13 +324,14 @@ void endIfIdle() noexcept
         endEngine();
 }
 
-// Ends an engine that lingers when the process exits. One in use is left as it is: other threads still wait in it.
+// Ends an unused engine when the process exits. An engine in use is
+// left alone: other threads still wait in it.
 struct AtExit
 {
     AtExit()
     {
         (void)pthread_atfork(nullptr, nullptr,
-                             forgetEngine); // no memory: the child shares its parent's engine
+                             forgetEngine); // without memory the child shares its parent's engine
     }
     AtExit(const AtExit &) = delete;
     AtExit &operator=(const AtExit &) = delete;

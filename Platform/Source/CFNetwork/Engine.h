@@ -1,6 +1,6 @@
-// The one thread that speaks with the network for all callers of the process. It runs while something is asked
-// for. Over the daemon it ends with the last of it; the embedded stack, whose memory of the network would go with it,
-// stays some seconds longer.
+// The thread that speaks with the network for all callers of the process. It runs while there are
+// subscriptions. With the daemon it ends with the last one; with the embedded stack it stays some seconds
+// longer, to keep the stack's cache.
 #ifndef KIV_PLATFORM_DISCOVERY_ENGINE_H
 #define KIV_PLATFORM_DISCOVERY_ENGINE_H
 
@@ -10,8 +10,8 @@ namespace kiv::discovery
 {
 class Engine;
 
-// Something that is asked of the network for as long as the engine knows it. The engine's lock is held in every
-// member; a backend that goes away is let go of, and the next one is asked anew.
+// A standing request to the network, in force while the engine knows it. Every member is called with the
+// engine's lock held. When a backend goes, the subscription detaches from it and attaches to the next one.
 class Subscription
 {
 public:
@@ -24,23 +24,23 @@ protected:
 
 private:
     friend class Engine;
-    Engine *m_engine = nullptr; // that knows it
+    Engine *m_engine = nullptr; // the engine that knows it
     Subscription *m_next = nullptr;
     Subscription *m_previous = nullptr;
 };
 
-// 0, or the error for which there is no network at all.
+// 0, or an error if there is no network at all.
 [[nodiscard]] int subscribe(Subscription &subscription) noexcept;
-// What was subscribed to is let go of when it returns. A subscription of a process that has forked this one is left
-// alone.
+// The subscription is detached when this returns. A subscription that belongs to the
+// parent of a forked process is left alone.
 void unsubscribe(Subscription &subscription) noexcept;
-// The same as subscribe() for a subscription that `beside` begets in one of its members.
+// Like subscribe(), for a subscription that a member of `beside` makes; the engine's lock is held.
 void subscribeBeside(Subscription &subscription, const Subscription &beside) noexcept;
 
-// Runs `body` with the lock held; a subscription must be in force.
+// Runs `body` with the engine's lock held; a subscription must be in force.
 void withEngineLocked(void (*body)(void *context), void *context) noexcept;
 
-// What every new engine asks instead of the network; null for the network again. An engine that nobody uses ends.
+// Makes the backend of every new engine; null for the real ones again. Ends an unused engine.
 using BackendMaker = std::unique_ptr<Backend> (*)(BackendOwner &owner);
 void setBackendForTesting(BackendMaker maker) noexcept;
 } // namespace kiv::discovery

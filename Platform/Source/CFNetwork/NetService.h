@@ -1,4 +1,4 @@
-// Inside of services, for browsers and monitors.
+// Internals of services, for browsers and monitors.
 #ifndef KIV_PLATFORM_NET_SERVICE_H
 #define KIV_PLATFORM_NET_SERVICE_H
 
@@ -7,7 +7,7 @@
 
 namespace kiv::discovery
 {
-// In force for a scope.
+// A subscription in force for a scope.
 class Subscribed
 {
 public:
@@ -15,7 +15,7 @@ public:
         : m_subscription{subscription}, m_error{subscribe(subscription)}
     {
     }
-    // In a member of `beside`, with the engine's lock held; the end is without it, as ever.
+    // Made in a member of `beside`, with the engine's lock held; end() is called without it, as always.
     Subscribed(Subscription &subscription, const Subscription &beside) noexcept : m_subscription{subscription}
     {
         subscribeBeside(subscription, beside);
@@ -65,12 +65,12 @@ struct __CFNetService : kiv::cf::Object
 {
     struct State final : kiv::discovery::Preparation
     {
-        kiv::discovery::Mailbox mailbox;                      // of the call that waits, whichever it is
+        kiv::discovery::Mailbox mailbox;                      // of the waiting call, of any kind
         std::mutex textMutex;                                 // taken before the engine's lock
         std::string text;                                     // TXT data to publish
         kiv::discovery::Registration *registration = nullptr; // while it is published
         kiv::discovery::PublishedName published;
-        std::unique_ptr<kiv::discovery::BegunResolution> begun; // by its browser, until it is asked for
+        std::unique_ptr<kiv::discovery::BegunResolution> begun; // made by its browser, until it is needed
     };
 
     __CFNetService(CFStringRef inDomain, CFStringRef ofType, CFStringRef itsName, SInt32 atPort,
@@ -80,14 +80,14 @@ struct __CFNetService : kiv::cf::Object
     CFStringRef type;
     CFStringRef name;
     SInt32 port;
-    CFStringRef host = nullptr; // once resolved, as the next
+    CFStringRef host = nullptr; // set once resolved, like the next
     CFArrayRef addresses = nullptr;
     State *state;
 };
 
 namespace kiv::discovery
 {
-// What a client of a browser or monitor gave: its context, retained as it asks.
+// The context of a browser's or monitor's client, retained by its own callback.
 class ClientContext
 {
 public:
@@ -118,7 +118,7 @@ private:
     CFNetServiceReleaseCallBack m_release = nullptr;
 };
 
-// Runs one waiting call: `body` gets ready and waits, and returns the error that ended it.
+// Runs one waiting call: `body` prepares and waits, and returns the error that ended it.
 template <class Body>
 Boolean runWaiting(Mailbox &mailbox, CFStreamError *error, Body body) noexcept
 {
@@ -132,11 +132,11 @@ Boolean runWaiting(Mailbox &mailbox, CFStreamError *error, Body body) noexcept
     try
     {
         result =
-            mailbox.reason() ? SInt32{kCFNetServicesErrorCancel} : body(); // no network for an ended call
+            mailbox.reason() ? SInt32{kCFNetServicesErrorCancel} : body(); // no network once it has ended
     }
     catch (const std::bad_alloc &)
     {
-        // the result stands
+        // `result` already holds the error
     }
     report(error, result);
     if (const auto reason = mailbox.reason(); reason && result != 0 && error != nullptr)
@@ -145,7 +145,7 @@ Boolean runWaiting(Mailbox &mailbox, CFStreamError *error, Body body) noexcept
     return result == 0;
 }
 
-// Hands every event to `handle` until the call is ended or fails; the error.
+// Passes every event to `handle` until the call is ended or fails; returns the error.
 template <class Handle>
 SInt32 handleEvents(Mailbox &mailbox, Handle handle)
 {
@@ -165,7 +165,7 @@ SInt32 handleEvents(Mailbox &mailbox, Handle handle)
                             : CFStreamError{kCFStreamErrorDomainNetServices, kCFNetServicesErrorCancel};
 }
 
-// CFNetServiceCreate() with a state that there is already; null also for none.
+// CFNetServiceCreate() with an existing state; null also for a null state.
 [[nodiscard]] CFNetServiceRef createService(CFStringRef domain, CFStringRef serviceType, CFStringRef name,
                                             SInt32 port,
                                             std::unique_ptr<__CFNetService::State> state) noexcept;

@@ -1,4 +1,4 @@
-// The networks of this machine, which tell when the addresses of a host are complete.
+// The networks of this machine; they decide when the addresses of a host are complete.
 #ifndef KIV_PLATFORM_OWN_NETWORKS_H
 #define KIV_PLATFORM_OWN_NETWORKS_H
 
@@ -8,8 +8,8 @@
 
 namespace kiv::discovery
 {
-// The IPv4 networks that multicast DNS uses, as they are at one moment. A host answers on each network that it
-// shares with this machine with its address there (RFC 6762, 6.2): in packets of their own, at different times.
+// The IPv4 networks that multicast DNS uses, at one moment. On each network that it shares with this machine
+// a host answers with its address there (RFC 6762, 6.2), in separate packets at different times.
 class OwnNetworks
 {
 public:
@@ -23,13 +23,15 @@ public:
 
     OwnNetworks() = default;
     explicit OwnNetworks(std::vector<Entry> entries) noexcept : m_entries{std::move(entries)} {}
-    // Those of the calling thread's network namespace. Throws std::bad_alloc; none if the system reports none.
+    // Those of the calling thread's network namespace. Throws
+    // std::bad_alloc; none if the system reports none.
     [[nodiscard]] static OwnNetworks read();
 
     // True if `address` is one of this machine's.
     [[nodiscard]] bool isOwn(in_addr address) const noexcept;
-    // True if every interface on which a host's answer may arrive is among `heardOn`. Another machine is not
-    // heard on the loopback interface, nor on one without a carrier; this machine hears itself on all of them.
+    // True if every interface on which a host's answer may arrive is among `heardOn`.
+    // Another machine is not heard on the loopback interface, nor on one without a carrier;
+    // this machine hears itself on all of them.
     [[nodiscard]] bool areAll(std::span<const int> heardOn, bool isThisMachine) const noexcept;
 
 private:

@@ -12,8 +12,8 @@ constexpr size_t kLabelMax = 63; // RFC 1035, 2.3.4
 constexpr size_t kNameOctetsMax = 255;
 constexpr size_t kFixedPartOfSRV = 6; // priority 2, weight 2, port 2
 
-// One label as text (RFC 1035, 5.1): a dot and a backslash of its own behind a backslash, bytes that are no
-// printing ASCII as three decimal digits.
+// Appends one label as text (RFC 1035, 5.1): its dots and backslashes follow a backslash, and bytes other
+// than printing ASCII become a backslash and three decimal digits.
 void appendLabel(std::string &text, std::span<const uint8_t> label)
 {
     if (!text.empty())

@@ -1,4 +1,4 @@
-// The data of DNS records as they come from the network, whose every byte is a stranger's.
+// The data of DNS records from the network; none of their bytes can be trusted.
 #ifndef KIV_PLATFORM_RECORD_DATA_H
 #define KIV_PLATFORM_RECORD_DATA_H
 
@@ -18,19 +18,19 @@ constexpr uint16_t kTypeSRV = 33;
 struct ServerLocation
 {
     uint16_t port = 0;
-    std::string host; // as text, dots and other special bytes of labels escaped; "" is no host at all
+    std::string host; // as text, with special bytes of labels escaped; "": no host
 
     bool operator==(const ServerLocation &) const = default;
 };
 
-// SRV data (RFC 2782) with an uncompressed name; nothing where bytes are missing or left over. Throws
-// std::bad_alloc.
+// SRV data (RFC 2782) with an uncompressed name; nothing if bytes are
+// missing or left over. Throws std::bad_alloc.
 [[nodiscard]] std::optional<ServerLocation> readServerLocation(std::span<const uint8_t> data);
 
-// True for TXT data as in RFC 1035, 3.3.14: texts, each behind its length, and nothing left over.
+// True for TXT data as in RFC 1035, 3.3.14: texts, each after its length, and nothing left over.
 [[nodiscard]] bool isTextRecord(std::span<const uint8_t> data) noexcept;
 
-// True when multicast DNS is in charge of a name: "local" is its last label.
+// True if a name belongs to multicast DNS: "local" is its last label.
 [[nodiscard]] bool isLocalName(const char *name) noexcept;
 } // namespace kiv::discovery
 

@@ -1,5 +1,5 @@
-// What is seen of something, and where: the network reports every service and record once an interface and
-// protocol, a client wants to hear of it once.
+// The items seen, and where: the network reports every service and record once for each interface and
+// protocol, but a client wants one report.
 #ifndef KIV_PLATFORM_SIGHTINGS_H
 #define KIV_PLATFORM_SIGHTINGS_H
 
@@ -24,7 +24,7 @@ struct Place
 class Sightings
 {
 public:
-    // True when `what` was nowhere before. Throws std::bad_alloc with nothing changed but, perhaps, room.
+    // True if `what` was nowhere before. If this throws std::bad_alloc, the contents are unchanged.
     bool add(std::string_view what, Place where)
     {
         const auto found = m_seen.find(what);
@@ -42,7 +42,7 @@ public:
         return false;
     }
 
-    // True when `what` was there and is nowhere any more.
+    // True if `what` was somewhere and now is nowhere.
     bool remove(std::string_view what, Place where)
     {
         const auto found = m_seen.find(what);
@@ -53,13 +53,13 @@ public:
         return true;
     }
 
-    // One of those that are there; null for none.
+    // Any one of the items; null if there are none.
     [[nodiscard]] const std::string *any() const noexcept
     {
         return m_seen.empty() ? nullptr : &m_seen.begin()->first;
     }
 
-    // The source of the reports is another from now on: what is there has to be reported again.
+    // Another source reports after this: it must report every item again.
     void startAnew() noexcept
     {
         for (auto &[what, seen] : m_seen)
@@ -69,7 +69,7 @@ public:
         }
     }
 
-    // The new source has reported what it knows: calls `gone` for what it did not name.
+    // The new source has reported all that it knows: calls `gone` for each item that it did not report.
     template <class Gone>
     void settle(Gone gone)
     {

@@ -1,4 +1,4 @@
-// What the waiting calls ask of the engine.
+// The engine's subscriptions for the waiting calls.
 #include "CFNetwork/Subscriptions.h"
 
 #include <CoreFoundation/CFString.h>
@@ -17,34 +17,35 @@ namespace kiv::discovery
 {
 namespace
 {
-// How long the addresses of a host's other networks are waited for, counted from the first address. They come in packets
-// of their own: the question for them waits 0.1 s and the answer may take 0.12 s more (RFC 6762, 6), on machines that
-// have other work too.
+// The wait for the addresses of a host's other networks, counted from the first address. They
+// come in separate packets: the question for them waits 0.1 s and the answer may take 0.12 s more
+// (RFC 6762, 6), and the machines may be busy.
 constexpr std::chrono::milliseconds kOtherNetworksWait{800};
-// The same where only IPv6 addresses are seen, which come over IPv6 before any other packet now and then: the question
-// is repeated after a second (RFC 6762, 5.2), and a list without an IPv4 address is of no use to most.
+// The same if only IPv6 addresses are seen; now and then they come over IPv6 before any
+// other packet. The question is repeated after a second (RFC 6762, 5.2), and few
+// callers can use a list without an IPv4 address.
 constexpr std::chrono::milliseconds kIPv4Wait{1300};
 // The addresses of one packet arrive one by one over the daemon.
 constexpr std::chrono::milliseconds kSamePacketWait{10};
 
-// How many services that wait for a search's callback are resolved meanwhile. Each takes up to four of the daemon's
-// objects, of which one client may have 1024.
+// The number of services waiting for a search's callback that are resolved ahead. Each takes up to four of
+// the daemon's objects, and a client may have 1024 of these.
 constexpr size_t kPreparedMax = 32;
 
 constexpr const char *kDefaultDomain = "local";
 
 constexpr unsigned kBothKinds = 3; // of addresses, as bits
 
-constexpr int kRenamesMax = 1000;      // so many services of one name are no accident
-constexpr unsigned kConflictsMax = 10; // from which on the steps between the names grow no more
+constexpr int kRenamesMax = 1000;      // so many services of one name are not an accident
+constexpr unsigned kConflictsMax = 10; // after these the steps between the names do not grow
 
-// The daemon went away under the call: the engine asks its successor.
+// The daemon went away during the call: the engine will ask its successor.
 [[nodiscard]] bool willBeAskedAgain(int error) noexcept
 {
     return error == AVAHI_ERR_DISCONNECTED || error == AVAHI_ERR_NO_DAEMON || error == AVAHI_ERR_DBUS_ERROR;
 }
 
-// UTF-8; nothing where the string holds a zero character or what has no UTF-8 form.
+// UTF-8; nothing if the string holds a zero character or cannot be written in UTF-8.
 [[nodiscard]] std::optional<std::string> utf8(CFStringRef string)
 {
     const CFRange all = CFRangeMake(0, CFStringGetLength(string));
@@ -66,14 +67,14 @@ constexpr unsigned kConflictsMax = 10; // from which on the steps between the na
     return text;
 }
 
-// The root, which the library takes for one too, is no domain to offer services in.
+// The library accepts the root too, but services cannot be offered in it.
 [[nodiscard]] bool isDomain(const std::string &text)
 {
     return !text.starts_with('.') && avahi_is_valid_domain_name(text.c_str()) != 0;
 }
 
-// A host that is none says that the service is not offered (RFC 2782), one that no question can be put for has no
-// addresses either.
+// An empty host means that the service is not offered (RFC 2782). A host whose name
+// cannot be queried has no addresses either.
 [[nodiscard]] bool isUsableHost(const std::string &name)
 {
     return !name.empty() && isDomain(name);
@@ -102,7 +103,7 @@ void tell(Mailbox &mailbox, Event::Kind kind, std::string_view what) noexcept
     return {reinterpret_cast<const char *>(data.data()), data.size()};
 }
 
-// Two sockets' addresses without their ports, which are the same.
+// Compares two addresses without their ports, which are the same.
 [[nodiscard]] bool sameHost(const SocketAddress &left, const SocketAddress &right) noexcept
 {
     if (left.any.sa_family != right.any.sa_family)
@@ -216,7 +217,7 @@ void Search::prepareOne(Event &event) const noexcept
     }
     catch (const std::bad_alloc &)
     {
-        // resolved when its turn comes
+        // it is resolved when its turn comes
     }
 }
 
@@ -271,9 +272,9 @@ void Watch::recordSeen(bool there, Place where, std::span<const uint8_t> data) n
 {
     try
     {
-        // A changed record arrives as a new one and is taken back a second later, of which nobody needs to
-        // hear. A watch that begins in that second is told of both, in any order: if the last was the old one, the
-        // one that stays is told again.
+        // A changed record arrives as a new one, and the old one is removed a second later; removals are not
+        // reported. A watch that begins in that second sees both, in any order: if it reported the old one
+        // last, the remaining one is reported again.
         const std::string *changed = nullptr;
         std::string record{asText(data)};
         if (there && m_sightings.add(record, where))
@@ -305,8 +306,7 @@ void Watch::recordsFailed(int error) noexcept
 
 void Resolution::attach(Backend &backend) noexcept
 {
-    const bool isLocated =
-        m_location.has_value(); // by the last backend, of which the addresses may not have come
+    const bool isLocated = m_location.has_value(); // by the last backend, whose addresses may not have come
     m_backend = &backend;
     m_hint = backend.locate(m_names.name.c_str(), m_names.type.c_str(), m_names.domain.c_str(), *this);
     m_server.browse(backend, m_fullName.c_str());
@@ -344,7 +344,7 @@ SInt32 Resolution::wait(Clock::time_point deadline) noexcept
     return error;
 }
 
-// How long to go on waiting as things are. The caller holds the lock of `Waiting`.
+// The end of the wait, as things are. The caller holds the lock of `Waiting`.
 Resolution::Clock::time_point Resolution::waitUntil(Clock::time_point deadline) const noexcept
 {
     if (m_progress.error != 0 || m_progress.refused == kBothKinds)
@@ -374,7 +374,7 @@ const std::vector<SocketAddress> &Resolution::sortedAddresses() noexcept
 
 void Resolution::located(const char *host, uint16_t port) noexcept
 {
-    if (m_location || !isUsableHost(host)) // the record tells more of one that is none
+    if (m_location || !isUsableHost(host)) // if unusable, wait for the record, which says why
         return;
     try
     {
@@ -382,7 +382,7 @@ void Resolution::located(const char *host, uint16_t port) noexcept
     }
     catch (const std::bad_alloc &)
     {
-        // the record follows
+        // the record will follow
     }
 }
 
@@ -455,7 +455,7 @@ void Resolution::addAddress(uint16_t type, Place where, std::span<const uint8_t>
                     m_progress.quietAt = Clock::now() + kSamePacketWait;
             });
     }
-    // Last: once all networks are heard, the wait ends with the quiet that the address has begun.
+    // Last: once all networks are heard, the wait ends at the `quietAt` that this address has set.
     if (type == kTypeA)
         noteNetwork(where.interface, address.v4.sin_addr);
 }
@@ -539,7 +539,7 @@ void Registration::readyChanged(bool ready) noexcept
         announce();
         return;
     }
-    // The host's name changes: what points at the old one has to be announced anew.
+    // The host's name changes: records that point at the old one must be announced again.
     m_group->withdraw();
     m_announced = false;
     m_published.clear();
@@ -551,7 +551,7 @@ void Registration::setText(std::string &text) noexcept
     if (!m_announced)
         return;
     const int error = m_group->updateText(announcement());
-    // The daemon may have taken the service back already, because of a name that is taken.
+    // The daemon may already have withdrawn the service because its name is taken.
     if (error != 0 && error != AVAHI_ERR_NO_CHANGE && !willBeAskedAgain(error))
         announce();
 }
@@ -561,9 +561,9 @@ void Registration::announced() noexcept
     m_published.set(m_name);
 }
 
-// Another machine has the name: "Ingest" becomes "Ingest #2" and then, by a step of 1 to 4, "Ingest #3" to "#6". Two
-// machines that start together with one name contend for every further name too if they count in step, and neither
-// wins: each of a service's records is compared by itself.
+// Another machine has the name: "Ingest" becomes "Ingest #2" and then, by a random step of 1 to 4, "Ingest
+// #3" to "#6". If two machines of one name start together and count in step, they contend for every further
+// name too and neither wins: each of a service's records is compared by itself.
 void Registration::nameTaken() noexcept
 {
     const uint32_t longest = 1u << 2 * std::min(m_conflicts++, kConflictsMax / 2);

@@ -1,4 +1,4 @@
-// What the waiting calls ask of the engine: a search, a watch, a resolution and a registration.
+// The engine's subscriptions for the waiting calls: a search, a watch, a resolution and a registration.
 #ifndef KIV_PLATFORM_DISCOVERY_SUBSCRIPTIONS_H
 #define KIV_PLATFORM_DISCOVERY_SUBSCRIPTIONS_H
 
@@ -14,30 +14,30 @@
 
 namespace kiv::discovery
 {
-// Names as DNS wants them, checked, without a dot at their end.
+// Names in the form of DNS, checked, without a dot at their end.
 struct ServiceNames
 {
-    std::string name; // "" where none is needed
+    std::string name; // "" if none is needed
     std::string type;
     std::string domain;
     bool valid = false;
 
-    // name.type.domain with what is special in the name escaped.
+    // name.type.domain, with special characters of the name escaped.
     [[nodiscard]] std::string full() const;
 };
 
-// Throws std::bad_alloc. `name` null: not needed.
+// Throws std::bad_alloc. A null `name` is not needed.
 [[nodiscard]] ServiceNames serviceNames(CFStringRef name, CFStringRef type, CFStringRef domain);
 
 // Services of one type: events carry names.
 class Search final : public Subscription, ServiceSink
 {
 public:
-    // Begins something for a service that came, beside its search, or returns null. Runs with the engine's lock
-    // held. Throws std::bad_alloc with nothing begun.
+    // Prepares a service that the search has found, or returns null. Runs with the engine's lock held. If it
+    // throws std::bad_alloc, nothing has begun.
     using Prepare = std::unique_ptr<Preparation> (*)(const ServiceNames &service, const Subscription &search);
 
-    // `prepare` null: nothing is begun.
+    // With a null `prepare` nothing is prepared.
     Search(const ServiceNames &names, Mailbox &mailbox, Prepare prepare) noexcept
         : m_names{names}, m_mailbox{mailbox}, m_prepare{prepare}
     {
@@ -46,7 +46,7 @@ public:
     void attach(Backend &backend) noexcept override;
     void detach() noexcept override;
 
-    // Prepares what has moved up since. For the thread that takes the events, without the engine's lock.
+    // Prepares events that have moved up. For the thread that takes the events, without the engine's lock.
     void prepareNext() noexcept;
 
 private:
@@ -62,7 +62,7 @@ private:
     std::unique_ptr<Handle> m_browse;
 };
 
-// One kind of record of one name: events carry its data, arrivals alone.
+// One kind of record of one name: events carry its data; only arrivals are reported.
 class Watch final : public Subscription, RecordSink
 {
 public:
@@ -84,7 +84,7 @@ private:
     uint16_t m_type;
     Mailbox &m_mailbox;
     Sightings m_sightings;
-    std::string m_told; // the last one
+    std::string m_told; // the last record reported
     std::unique_ptr<Handle> m_browse;
 };
 
@@ -113,19 +113,19 @@ public:
     {
         return m_begun;
     }
-    // Waits until it is done, ended or `deadline`; 0 or the error.
+    // Waits until it is complete or ended, or until `deadline`; returns 0 or the error.
     [[nodiscard]] SInt32 wait(Clock::time_point deadline) noexcept;
 
-    // Once it is detached.
+    // Call these two only after it is detached.
     [[nodiscard]] const std::optional<ServerLocation> &location() const noexcept
     {
         return m_location;
     }
-    // IPv4 first, in the order of their numbers.
+    // IPv4 first, each family in numerical order.
     [[nodiscard]] const std::vector<SocketAddress> &sortedAddresses() noexcept;
 
 private:
-    // The records of one type, told apart by who listens.
+    // The records of one type; each type has its own sink.
     class Records final : public RecordSink
     {
     public:
@@ -146,16 +146,16 @@ private:
         uint16_t m_type;
         std::unique_ptr<Handle> m_browse;
     };
-    // What the waiting thread looks at, under the lock of `Waiting`.
+    // Read by the waiting thread, under the lock of `Waiting`.
     struct Progress
     {
         bool hasIPv4 = false;
         bool hasAny = false;
         bool heardOnAll = false;     // an IPv4 address came from every network that the host may be on
         Clock::time_point firstAt{}; // of the first address
-        Clock::time_point quietAt{}; // when no other of the last packet's addresses is to be expected
-        unsigned knownTold = 0;      // kinds of addresses, by bit, of which what was known has been told
-        unsigned refused = 0;        // kinds that cannot be asked for
+        Clock::time_point quietAt{}; // after this no other address of the last packet is expected
+        unsigned knownTold = 0;      // kinds of addresses, as bits, whose cached ones have been reported
+        unsigned refused = 0;        // kinds that cannot be requested
         SInt32 error = 0;
     };
     [[nodiscard]] static unsigned kindBit(uint16_t type) noexcept
@@ -181,13 +181,13 @@ private:
     Records m_v6{*this, kTypeAAAA};
     std::optional<ServerLocation> m_location;
     std::vector<SocketAddress> m_addresses;
-    OwnNetworks m_networks; // as they were when the addresses were asked for
+    OwnNetworks m_networks; // at the time when the addresses were requested
     std::vector<int> m_heardOn;
     bool m_isThisMachine = false;
     Progress m_progress;
 };
 
-// The name that a service has on the network at this moment; "" while it is not announced.
+// The current name of a service on the network; "" while it is not announced.
 class PublishedName
 {
 public:

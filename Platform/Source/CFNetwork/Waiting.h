@@ -1,4 +1,4 @@
-// Where a call waits on its caller's thread for what the engine's thread tells it.
+// A call waits here, on its caller's thread, for reports of the engine's thread.
 #ifndef KIV_PLATFORM_DISCOVERY_WAITING_H
 #define KIV_PLATFORM_DISCOVERY_WAITING_H
 
@@ -16,7 +16,7 @@
 
 namespace kiv::discovery
 {
-// The error of the documented calls for one of Avahi's.
+// Translates an Avahi error into one of the documented calls.
 [[nodiscard]] SInt32 serviceError(int avahiError) noexcept;
 
 inline void report(CFStreamError *to, SInt32 error) noexcept
@@ -25,11 +25,11 @@ inline void report(CFStreamError *to, SInt32 error) noexcept
         *to = {error != 0 ? CFIndex{kCFStreamErrorDomainNetServices} : 0, error};
 }
 
-// One object's waiting call. An end given before the call has begun stays, and ends it at once.
+// One object's waiting call. An end() made before the call has begun stays in force and ends it at once.
 class Waiting
 {
 public:
-    // False when the object waits already.
+    // False if the object is already waiting.
     [[nodiscard]] bool begin() noexcept
     {
         const std::lock_guard lock{m_mutex};
@@ -40,7 +40,7 @@ public:
         const std::lock_guard lock{m_mutex};
         m_busy = false;
     }
-    // The first end's reason counts.
+    // The reason of the first end counts.
     void end(CFStreamError reason) noexcept
     {
         const std::lock_guard lock{m_mutex};
@@ -55,7 +55,7 @@ public:
         return m_ended ? std::optional{m_reason} : std::nullopt;
     }
 
-    // Changes what the waiting thread looks at.
+    // Changes state that the waiting thread reads.
     template <class Change>
     void update(Change change) noexcept
     {
@@ -63,7 +63,8 @@ public:
         change();
         m_changed.notify_all();
     }
-    // Asks `limit`, with the lock held, how long to wait, until that is past or the call has ended.
+    // Waits until the time that `limit` returns has passed or the call has
+    // ended. Calls `limit` with the lock held.
     template <class Limit>
     void waitWhile(Limit limit) noexcept
     {
@@ -87,7 +88,7 @@ private:
     bool m_busy = false;
 };
 
-// What is begun for an event before it is handled.
+// Work begun for an event before the event is handled.
 class Preparation
 {
 public:
@@ -97,7 +98,7 @@ public:
     virtual ~Preparation() = default;
 };
 
-// What was told and not yet handled, in its order.
+// A report that is not yet handled; they keep their order.
 struct Event
 {
     enum class Kind : uint8_t
@@ -109,13 +110,13 @@ struct Event
     Kind kind;
     SInt32 error = 0; // of `failed`
     std::string what{};
-    std::unique_ptr<Preparation> prepared{}; // its end may wait for the engine's lock
+    std::unique_ptr<Preparation> prepared{}; // its destructor may wait for the engine's lock
 };
 
 class Mailbox : public Waiting
 {
 public:
-    // A call of its own starts with nothing of an earlier one.
+    // A new call must not see events of an earlier one.
     void clear() noexcept
     {
         std::list<Event> old;
@@ -142,21 +143,21 @@ public:
         m_events.splice(m_events.end(), events);
         m_changed.notify_all();
     }
-    // An event could not even be made.
+    // There was no memory for an event.
     void putNothing() noexcept
     {
         const std::lock_guard lock{m_mutex};
         m_overflow = true;
         m_changed.notify_all();
     }
-    // Waits for the next event; nothing once ended. `more` tells whether another is there already.
+    // Waits for the next event; nothing once the call has ended. `more` reports whether another is ready.
     [[nodiscard]] std::optional<Event> take(bool &more) noexcept
     {
         std::unique_lock lock{m_mutex};
         m_changed.wait(lock, [this] { return m_ended || m_overflow || !m_events.empty(); });
         if (m_ended)
             return std::nullopt;
-        if (m_events.empty()) // what came is lost, so that the rest would be wrong
+        if (m_events.empty()) // an event was lost, so the following ones would be wrong
             return Event{Event::Kind::failed, kCFNetServicesErrorUnknown};
         Event event = std::move(m_events.front());
         m_events.pop_front();
@@ -170,8 +171,8 @@ public:
         const std::lock_guard lock{m_mutex};
         return m_events.size() < count;
     }
-    // The first arrival among the next `count` events that is not prepared; null for none. For the thread that
-    // takes them: it stays where it is until then.
+    // The first arrival among the next `count` events that is not prepared; null if there is none. For the
+    // thread that takes the events: the event stays in place until it is taken.
     [[nodiscard]] Event *unprepared(size_t count) noexcept
     {
         const std::lock_guard lock{m_mutex};
@@ -182,7 +183,7 @@ public:
     }
 
 private:
-    std::list<Event> m_events; // makes no room before the first
+    std::list<Event> m_events; // does not allocate while it is empty
     bool m_overflow = false;
 };
 } // namespace kiv::discovery
