@@ -1,4 +1,4 @@
-// Audio converters: which pairs of formats are taken, and the checks before a conversion.
+// Audio converters: the accepted pairs of formats, and the checks before a conversion.
 #include <AudioToolbox/AudioConverter.h>
 #include <KIVPlatform/KIVPAudioConverter.h>
 
@@ -15,7 +15,7 @@ struct OpaqueAudioConverter
     kiv::audio::Kernels kernels;
     size_t inChannels;  // of a frame
     size_t outChannels; // of a frame, not above the input's
-    bool isOneBuffer;   // on both sides; planes of several channels lie in several
+    bool isOneBuffer;   // on both sides; several planes are several buffers
 };
 
 namespace
@@ -30,7 +30,7 @@ bool isOneBuffer(const AudioStreamBasicDescription &format)
     return !has(format, kAudioFormatFlagIsNonInterleaved) || format.mChannelsPerFrame == 1;
 }
 
-// Nothing where the description is not one of integer linear PCM, or contradicts itself.
+// Nothing if the description is not integer linear PCM or contradicts itself.
 std::optional<kiv::audio::SampleLayout> sampleLayout(const AudioStreamBasicDescription &format)
 {
     constexpr UInt32 kMaxSampleBytes = 4;

@@ -1,4 +1,4 @@
-// Integer PCM samples by plain loops.
+// Integer PCM samples, in plain loops.
 #include "AudioToolbox/PCM.h"
 
 #include <algorithm>
@@ -22,13 +22,13 @@ constexpr bool isHigh(const SampleLayout &layout)
     return layout.isAlignedHigh || layout.bits == 8 * layout.bytes;
 }
 
-// Where the byte with the weight 256^index lies.
+// The position of the byte with the weight 256^index.
 constexpr uint32_t placeOf(const SampleLayout &layout, uint32_t index)
 {
     return layout.isBigEndian ? layout.bytes - 1 - index : index;
 }
 
-// From the top of a word to where the bits of a sample stand.
+// The shift from the top of a word to the position of a sample's bits.
 constexpr uint32_t shiftOf(const SampleLayout &layout)
 {
     return isHigh(layout) ? 32 - 8 * layout.bytes : 32 - layout.bits;
@@ -53,7 +53,7 @@ void store(const SampleLayout &layout, uint32_t value, uint8_t *sample) noexcept
         sample[placeOf(layout, index)] = static_cast<uint8_t>(placed >> 8 * index);
 }
 
-// The weight, as an index, of the least significant whole byte of the bits.
+// The weight, as an index, of the least significant whole byte of the sample's bits.
 constexpr uint32_t lowestByte(const SampleLayout &layout)
 {
     return isHigh(layout) ? layout.bytes - layout.bits / 8 : 0;
@@ -73,7 +73,7 @@ template <size_t In, size_t Out>
 void moveStrided(const Conversion &conversion, const uint8_t *in, size_t inStride, uint8_t *out,
                  size_t outStride, size_t samples) noexcept
 {
-    uint8_t sample[In + 1] = {}; // and the zero byte
+    uint8_t sample[In + 1] = {}; // the last one is the zero byte
     uint8_t source[Out];
     uint8_t flip[Out];
     for (size_t byte = 0; byte < Out; ++byte)
@@ -91,7 +91,7 @@ void moveStrided(const Conversion &conversion, const uint8_t *in, size_t inStrid
 
 using Strided = void (*)(const Conversion &, const uint8_t *, size_t, uint8_t *, size_t, size_t) noexcept;
 
-// By bytes of a sample in, then out, each less one.
+// Indexed by the bytes of an input sample and of an output sample, each minus one.
 constexpr Strided kMoveStrided[4][4] = {
     {moveStrided<1, 1>, moveStrided<1, 2>, moveStrided<1, 3>, moveStrided<1, 4>},
     {moveStrided<2, 1>, moveStrided<2, 2>, moveStrided<2, 3>, moveStrided<2, 4>},
@@ -107,7 +107,7 @@ void convertPortable(const Conversion &conversion, const uint8_t *in, uint8_t *o
 void splitPortable(const Conversion &conversion, size_t channels, const uint8_t *in, uint8_t *out,
                    size_t planeBytes, size_t frames) noexcept
 {
-    constexpr size_t kFrames = 64; // their bytes stay in the first-level cache from channel to channel
+    constexpr size_t kFrames = 64; // few enough to stay in the first-level cache from channel to channel
     const size_t frame = channels * conversion.in.bytes;
     for (size_t first = 0; first < frames; first += kFrames)
         for (size_t channel = 0; channel < channels; ++channel)
@@ -118,8 +118,8 @@ void splitPortable(const Conversion &conversion, size_t channels, const uint8_t 
 
 // ---- Patterns ----
 
-// `frames` frames of `channels` samples, converted and in order of channels, `slot` bytes from one sample to
-// the next. What no sample takes is zero.
+// `frames` frames of `channels` samples, converted and sorted by channel, with `slot` bytes from one sample
+// to the next. Bytes without a sample are zero.
 template <size_t Size>
 kiv::audio::Pattern<Size> makePattern(const Conversion &conversion, size_t channels, size_t frames,
                                       size_t slot) noexcept
@@ -170,7 +170,7 @@ Conversion kiv::audio::makeConversion(const SampleLayout &in, const SampleLayout
     if (!conversion.isMove)
         return conversion;
 
-    // Bytes of the bits are numbered from the top.
+    // The bytes of a sample's bits are numbered from the top.
     const uint32_t inTop = lowestByte(in) + in.bits / 8 - 1;
     const uint32_t outTop = lowestByte(out) + out.bits / 8 - 1;
     conversion.source.fill(kZeroByte);

@@ -1,4 +1,4 @@
-// Integer PCM samples: what becomes of each, over runs of them and over frames that are split.
+// Integer PCM samples: the conversion of each, over runs of samples and over frames that are split.
 #ifndef KIVP_AUDIO_TOOLBOX_PCM_H
 #define KIVP_AUDIO_TOOLBOX_PCM_H
 
@@ -15,13 +15,13 @@ struct SampleLayout
     uint32_t bits = 0;  // 1 to 8 * bytes
     bool isBigEndian = false;
     bool isSigned = false;
-    bool isAlignedHigh = false; // where the bits do not fill the bytes
+    bool isAlignedHigh = false; // if the bits do not fill the bytes
 };
 
-// In Conversion::source: the byte is zero. As the shuffles of the vector units have it.
+// In Conversion::source: the byte is zero. The value is that of the vector units' shuffles.
 constexpr uint8_t kZeroByte = 0x80;
 
-// Which byte goes to each byte of a register, and which of their bits are turned.
+// The source of each byte of a register, and the bits of it to invert.
 template <size_t Size>
 struct Pattern
 {
@@ -32,40 +32,40 @@ struct Pattern
 // Registers of the vector kernels, for a conversion that moves bytes.
 struct Patterns
 {
-    Pattern<64> run;    // samples behind each other, as many as go in and come out
-    Pattern<16> lane;   // the same of a shorter register
+    Pattern<64> run;    // consecutive samples, as many as fit a register in and out
+    Pattern<16> lane;   // the same for a shorter register
     Pattern<16> pairs;  // frames of two channels, sorted by channel
     Pattern<16> quads;  // a frame of four channels; two of 16 bits in and out
     Pattern<16> octets; // eight samples of 16 bits in and out
 };
 
-// What becomes of a sample.
+// The conversion of a sample.
 struct Conversion
 {
     SampleLayout in;
     SampleLayout out;
-    // Byte `index` of the output is byte source[index] of the input with the bits of flip[index] turned. Where
-    // that does not say it all (bits that do not fill bytes, a sign that is carried into spare bytes), isMove
-    // is false.
+    // Byte `index` of the output is byte source[index] of the input with the bits of
+    // flip[index] inverted. isMove is false if that is not enough (bits that do not fill bytes,
+    // a sign that is extended into spare bytes).
     bool isMove = false;
     std::array<uint8_t, 4> source{};
     std::array<uint8_t, 4> flip{};
-    bool isCopy = false;   // nothing becomes of it
+    bool isCopy = false;   // the sample does not change
     bool areWords = false; // 16 bits in and out
     Patterns patterns{};
 };
 
 [[nodiscard]] Conversion makeConversion(const SampleLayout &in, const SampleLayout &out) noexcept;
 
-// `samples` samples, `inStride` and `outStride` bytes apart. Touches no byte between them.
+// Converts `samples` samples that lie `inStride` and `outStride` bytes apart. Touches no byte between them.
 void convertStrided(const Conversion &conversion, const uint8_t *in, size_t inStride, uint8_t *out,
                     size_t outStride, size_t samples) noexcept;
 
-// Samples behind each other.
+// Converts consecutive samples.
 using Convert = void (*)(const Conversion &conversion, const uint8_t *in, uint8_t *out,
                          size_t samples) noexcept;
 
-// Interleaved frames into planes, which start `planeBytes` apart.
+// Splits interleaved frames into planes, which start `planeBytes` apart.
 using Split = void (*)(const Conversion &conversion, size_t channels, const uint8_t *in, uint8_t *out,
                        size_t planeBytes, size_t frames) noexcept;
 
@@ -77,7 +77,7 @@ struct Kernels
 
 extern const Kernels kPortableKernels;
 
-// The implementations, slowest first. Only those that the machine offers may be called.
+// The implementations, slowest first. Only those that the machine supports may be called.
 enum class KernelKind
 {
     portable, // no intrinsics

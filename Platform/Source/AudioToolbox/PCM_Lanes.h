@@ -1,20 +1,20 @@
-// The vector kernels of PCM, in terms of lanes of 16 bytes. PCM_Vector.cpp includes this text once a level, in a
-// namespace with
-//   KIV_TARGET, Vector, kLanes         the level, its register and how many lanes that has
+// The vector kernels of PCM, in terms of lanes of 16 bytes. PCM_Vector.cpp includes this text
+// once for each level, in a namespace with
+//   KIV_TARGET, Vector, kLanes         the level, its register and its number of lanes
 //   loadLanes(from, distance)          a lane from every `distance` bytes
 //   repeat(lane)                       the same lane in all
 //   shuffle, flip                      bytes of each lane by a pattern; exclusive or
-//   low16 high16 low32 ... high64      the units of two registers' lower or upper half lanes in turns
+//   low16 high16 low32 ... high64      interleave the units of two registers' lower or upper half lanes
 //   store(out, value)                  all lanes
-//   fetchAhead(out)                    to be called where a plane is stored to
-//   storePacked(out, value, bytes)     the first `bytes` bytes, 1 to 4, of every four; writes a whole register
-//   convertRun(...)                    samples behind each other; returns how many it has done
+//   fetchAhead(out)                    to be called before a store to a plane
+//   storePacked(out, value, bytes)     the first `bytes` bytes, 1 to 4, of every four; writes all lanes
+//   convertRun(...)                    converts consecutive samples; returns their number
 //   kBelow                             the kernels of the level below
 //
 // A block of a split is the frames that fill its registers. A lane holds frames that follow those of the lane
 // before it, so that transposing within lanes leaves a channel's samples in order.
 
-// What becomes of the bytes of a register.
+// The change of a register's bytes.
 struct Change
 {
     Vector places;
@@ -59,10 +59,10 @@ KIV_TARGET KIV_INLINE void transpose4(Vector (&row)[4])
     row[3] = high64(b, d);
 }
 
-// Without loops: at -O2 gcc 12 leaves those in place, and the rows in memory.
+// Without loops: at -O2 gcc 12 does not unroll them, and keeps the rows in memory.
 KIV_TARGET KIV_INLINE void transpose8(Vector (&row)[8])
 {
-    // Of frames 2i and 2i + 1: channels 0 to 3, then 4 to 7.
+    // From frames 2i and 2i + 1: channels 0 to 3, then 4 to 7.
     Vector first[4] = {low16(row[0], row[1]), low16(row[2], row[3]), low16(row[4], row[5]),
                        low16(row[6], row[7])};
     Vector last[4] = {high16(row[0], row[1]), high16(row[2], row[3]), high16(row[4], row[5]),
@@ -79,8 +79,8 @@ KIV_TARGET KIV_INLINE void transpose8(Vector (&row)[8])
     row[7] = last[3];
 }
 
-// The frames that blocks may take, so that what the last load reads and the last store writes behind its block stays
-// inside the buffers; 0 where no block may. The last block overlaps the one before it.
+// The frames that blocks may take, so that the last load and the last store, which reach past their block,
+// stay inside the buffers; 0 if there is no room for a block. The last block overlaps the one before it.
 inline size_t usableFrames(size_t frames, size_t blockFrames, size_t inFrame, size_t readBehind,
                            size_t outSample)
 {
@@ -91,7 +91,7 @@ inline size_t usableFrames(size_t frames, size_t blockFrames, size_t inFrame, si
     return frames >= spare + blockFrames ? frames - spare : 0;
 }
 
-// Two channels. In words, a lane takes four frames of 16 bits, else two frames of any width.
+// Two channels. With `Words` a lane takes four frames of 16 bits, else two frames of any width.
 template <bool Words>
 KIV_TARGET size_t splitPairs(const Conversion &conversion, const uint8_t *in, uint8_t *out, size_t planeBytes,
                              size_t frames) noexcept
@@ -115,8 +115,8 @@ KIV_TARGET size_t splitPairs(const Conversion &conversion, const uint8_t *in, ui
     return usable;
 }
 
-// Groups of four channels and what remains of them. In words, exactly four channels of 16 bits and a lane takes two
-// frames of them.
+// Groups of four channels and the remaining ones. With `Words` there are exactly four channels of 16 bits,
+// and a lane takes two frames of them.
 template <bool Words>
 KIV_TARGET size_t splitQuads(const Conversion &conversion, size_t channels, const uint8_t *in, uint8_t *out,
                              size_t planeBytes, size_t frames) noexcept
@@ -156,7 +156,7 @@ KIV_TARGET size_t splitQuads(const Conversion &conversion, size_t channels, cons
     return usable;
 }
 
-// Groups of eight channels of 16 bits and what remains of them; a lane takes a frame.
+// Groups of eight channels of 16 bits and the remaining ones; a lane takes a frame.
 template <bool Changes>
 KIV_TARGET size_t splitOctets(const Conversion &conversion, size_t channels, const uint8_t *in, uint8_t *out,
                               size_t planeBytes, size_t frames) noexcept

@@ -1,4 +1,4 @@
-// Integer PCM samples by SSSE3, AVX2 and AVX-512: what PCM_Lanes.h is written in, level by level.
+// Integer PCM samples with SSSE3, AVX2 and AVX-512: the building blocks of PCM_Lanes.h, level by level.
 #include "AudioToolbox/PCM.h"
 
 #include <algorithm>
@@ -17,8 +17,8 @@ constexpr size_t kLane = 16;
 
 // ---- Tables ----
 
-// The first n bytes of every four of `Size` bytes, for n of 1 to 4, towards the start; what is behind them is left
-// to the next store.
+// Moves the first n bytes of every four of `Size` bytes, for n of 1 to 4, to the start; the next store
+// overwrites the bytes after them.
 template <size_t Size>
 using PackTables = std::array<std::array<uint8_t, Size>, 4>;
 
@@ -35,8 +35,8 @@ constexpr PackTables<Size> makePackTables()
 alignas(64) constexpr PackTables<16> kPack16 = makePackTables<16>();
 alignas(64) constexpr PackTables<64> kPack64 = makePackTables<64>();
 
-// The spare samples that a step must leave behind it, so that registers of `size` bytes that take `samples` of them
-// stay inside both buffers.
+// The samples that a step must leave after it, so that registers of `size` bytes that hold
+// `samples` samples stay inside both buffers.
 size_t spareSamples(const Conversion &conversion, size_t size, size_t samples) noexcept
 {
     const auto spare = [=](size_t bytes)
@@ -46,7 +46,7 @@ size_t spareSamples(const Conversion &conversion, size_t size, size_t samples) n
     return std::max(spare(conversion.in.bytes), spare(conversion.out.bytes));
 }
 
-// The start of the block behind the one at `start`; `usable` behind the last.
+// The start of the block after the one at `start`; `usable` after the last.
 size_t nextBlock(size_t start, size_t usable, size_t blockFrames) noexcept
 {
     const size_t end = start + blockFrames;
@@ -193,7 +193,8 @@ KIV_TARGET KIV_INLINE void store(uint8_t *out, Vector value)
     _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), value);
 }
 
-// The double words of the first lane's start, then of the second's, by how many a lane keeps.
+// Takes the first double words of the first lane, then those of the second.
+// Indexed by the number for a lane, minus one.
 alignas(32) constexpr std::array<std::array<uint32_t, 8>, 4> kJoin = {{
     {0, 4, 0, 0, 0, 0, 0, 0},
     {0, 1, 4, 5, 0, 0, 0, 0},
@@ -249,7 +250,7 @@ KIV_TARGET KIV_INLINE __m128i loadLane(const uint8_t *from)
 {
     return _mm_loadu_si128(reinterpret_cast<const __m128i *>(from));
 }
-// Broadcasts merged under a mask cost no shuffle, as insertions would.
+// Unlike insertions, broadcasts merged under a mask cost no shuffle.
 KIV_TARGET KIV_INLINE Vector loadLanes(const uint8_t *from, size_t distance)
 {
     Vector value = _mm512_zextsi128_si512(loadLane(from));
@@ -269,7 +270,7 @@ KIV_TARGET KIV_INLINE Vector flip(Vector a, Vector b)
 {
     return _mm512_xor_si512(a, b);
 }
-// The masked forms, all units on: gcc 12 warns of undefined operands inside its plain ones.
+// Masked forms with all units on: gcc 12 warns of undefined operands inside its plain ones.
 KIV_TARGET KIV_INLINE Vector low16(Vector a, Vector b)
 {
     return _mm512_unpacklo_epi16(a, b);
@@ -298,8 +299,8 @@ KIV_TARGET KIV_INLINE void store(uint8_t *out, Vector value)
 {
     _mm512_storeu_si512(out, value);
 }
-// Planes seldom start at a cache line, so that nearly every store ends in a line that is not there yet: half as
-// fast where many planes are written in turns.
+// Planes seldom start at a cache line, so nearly every store ends in a line that is not in the cache yet.
+// Without this, writing many planes in turn is half as fast.
 KIV_TARGET KIV_INLINE void fetchAhead(const uint8_t *out)
 {
     _mm_prefetch(reinterpret_cast<const char *>(out) + 2 * kSize, _MM_HINT_T0);
@@ -315,7 +316,7 @@ KIV_TARGET KIV_INLINE uint64_t lowBits(size_t count) // 1 to 64
     return ~uint64_t{0} >> (64 - count);
 }
 
-// A register of any samples is one byte permutation, and masks end the run.
+// One byte permutation converts a register of any samples, and masks handle the end of the run.
 KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, uint8_t *out,
                              size_t samples) noexcept
 {
