@@ -1,4 +1,5 @@
-// Pixel buffers: one block of the heap holds the head and the rows behind it, or the head over a caller's rows.
+// Pixel buffers: one block of the heap holds the head and the rows after
+// it, or only the head for a caller's rows.
 #include <CoreVideo/CVPixelBuffer.h>
 
 #include <KIVPlatform/KIVPPixelBuffer.h>
@@ -25,7 +26,7 @@ struct __CVBuffer : kiv::cf::Object
 
 namespace
 {
-constexpr size_t kRowAlignment = 64; // a line of the cache, and the widest vector
+constexpr size_t kRowAlignment = 64; // a cache line, and the widest vector
 
 // Pixels come in blocks that are never split: a pair shares its chroma, six pixels of v210 share four words.
 struct Format
@@ -42,7 +43,7 @@ constexpr std::array kFormats = {
     Format{kCVPixelFormatType_32BGRA, 1, 4, kRowAlignment},
     Format{kCVPixelFormatType_422YpCbCr8, 2, 4, kRowAlignment},
     Format{kCVPixelFormatType_422YpCbCr8_yuvs, 2, 4, kRowAlignment},
-    Format{kCVPixelFormatType_422YpCbCr10, 6, 16, 128}, // 48 pixels, as capture cards have it
+    Format{kCVPixelFormatType_422YpCbCr10, 6, 16, 128}, // 48 pixels, as capture cards need
 };
 
 struct Rows
@@ -107,7 +108,7 @@ CVReturn CVPixelBufferCreate(CFAllocatorRef, size_t width, size_t height, OSType
         return kCVReturnAllocationFailed;
     auto *behind = reinterpret_cast<UInt8 *>(buffer + 1);
     buffer->base = behind + (-reinterpret_cast<uintptr_t>(behind)) % kRowAlignment;
-    // Whole buffers are written to files: nothing that the heap held before goes with them.
+    // Callers write whole buffers to files, so the padding must not hold old heap contents.
     for (size_t row = 0; rows.used < bytesPerRow && row < height; ++row)
         std::memset(buffer->base + row * bytesPerRow + rows.used, 0, bytesPerRow - rows.used);
     *pixelBufferOut = buffer;
