@@ -1,4 +1,4 @@
-// Texts of dates by calendar formats, which are those of strftime with milliseconds.
+// Texts of dates by calendar formats: those of strftime, and milliseconds.
 #include <Foundation/NSDate.h>
 
 #include "CoreFoundation/String.h"
@@ -19,7 +19,8 @@ constexpr const char *kMonths[] = {"January", "February", "March",     "April", 
                                    "July",    "August",   "September", "October", "November", "December"};
 constexpr size_t kShortName = 3;
 
-// Counts units until it has a place to put them: a text is written twice, to measure and to keep it.
+// Writes units, or only counts them without a destination: a text is
+// written twice, to measure and to keep it.
 class Writer
 {
 public:
@@ -58,7 +59,7 @@ struct NumberConversion
 {
     int32_t WallTime::*field;
     ptrdiff_t digits;
-    int32_t offset; // what the calendar counts from 0 and people from 1
+    int32_t offset; // 1 if the calendar counts from 0 and people from 1
     char16_t letter;
 };
 constexpr NumberConversion kNumbers[] = {
@@ -92,7 +93,7 @@ kiv::text::Units ascii(std::string_view text) noexcept
 
 void writeFormat(Writer &writer, const kiv::text::Units &format, const WallTime &wall) noexcept;
 
-// False for a letter that is none of a conversion.
+// False for a letter that is not a conversion.
 bool writeConversion(Writer &writer, char16_t letter, const WallTime &wall) noexcept
 {
     for (const NumberConversion &row : kNumbers)

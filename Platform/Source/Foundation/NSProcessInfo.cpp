@@ -1,4 +1,4 @@
-// What a process can ask about its machine, from /proc, /sys and os-release(5).
+// Information about the machine, from /proc, /sys and os-release(5).
 #include <Foundation/NSProcessInfo.h>
 
 #include "System/SystemFile.h"
@@ -11,13 +11,13 @@
 using kiv::system::SystemFile;
 using kiv::system::Version;
 
-struct __NSProcessInfo // has nothing of its own: every message asks the system
+struct __NSProcessInfo // has no members: every message asks the system
 {
 };
 
 namespace
 {
-// None without a file; zeros for one without a version.
+// Nothing without the file; zeros for a file without a version.
 std::optional<Version> readVersion(const char *path) noexcept
 {
     const SystemFile file{path};
@@ -49,7 +49,7 @@ NSOperatingSystemVersion NSProcessInfo_operatingSystemVersion(NSProcessInfo *pro
 {
     if (processInfo == nullptr)
         return {};
-    // The first file that is there counts, also when it has no version: os-release(5).
+    // The first file that exists counts, even if it has no version: os-release(5).
     auto found = readVersion("/etc/os-release");
     if (!found)
         found = readVersion("/usr/lib/os-release");
