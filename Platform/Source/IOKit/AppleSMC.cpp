@@ -1,5 +1,5 @@
-// The system management controller through the files of the kernel's applesmc driver: an index is written to
-// one, and others then tell name, type, length and data of the key there.
+// The system management controller, through the files of the kernel's applesmc driver: write an index to one
+// file, and others then contain the name, type, length and data of the key at this index.
 #include "IOKit/AppleSMC.h"
 
 #include <dirent.h>
@@ -21,7 +21,7 @@ namespace kiv::iokit
 {
 namespace
 {
-// Of a call's structure.
+// Offsets in a call's structure.
 constexpr size_t kKeyAt = 0;
 constexpr size_t kDataSizeAt = 28;
 constexpr size_t kDataTypeAt = 32;
@@ -37,13 +37,13 @@ enum Command : uint8_t
     kReadInfo = 9,
 };
 
-// Controllers have some hundred keys; a count above this is not believed.
+// Controllers have some hundred keys; a count above this cannot be right.
 constexpr uint32_t kMostKeys = 65536;
 
-// A program without this library may choose a key in the middle of ours.
+// A program without this library may choose another key while we read ours.
 constexpr int kTries = 3;
 
-// The driver binds to a platform device or, where it finds the controller through ACPI, to an ACPI device.
+// The driver binds to a platform device or, if it finds the controller through ACPI, to an ACPI device.
 constexpr std::array kDriverFolders = {"/sys/bus/platform/drivers/applesmc",
                                        "/sys/bus/acpi/drivers/applesmc"};
 
@@ -55,7 +55,7 @@ constexpr uint32_t pack(const char (&name)[5])
     return code;
 }
 
-// The number of keys has a file of its own, so that it can be asked for before any key is found.
+// The number of keys has its own file, so it can be read before any key is found.
 constexpr uint32_t kNumberOfKeys = pack("#KEY");
 
 uint32_t wordAt(const uint8_t *call, size_t offset)
@@ -90,7 +90,7 @@ private:
     int m_fd;
 };
 
-// An attribute's bytes, of which there may be fewer than `room`; -1 where it cannot be read.
+// Reads up to `room` bytes of an attribute and returns their number; -1 if it cannot be read.
 ssize_t readFile(int folder, const char *name, char *bytes, size_t room) noexcept
 {
     const File file{folder, name, O_RDONLY};
@@ -123,7 +123,7 @@ IOReturn readNumber(int folder, const char *name, uint32_t &number) noexcept
     return kIOReturnSuccess;
 }
 
-// Four characters and a line end. Blanks count; zero bytes at the end, which the driver leaves out, do not.
+// Reads four characters and a line end. Blanks count; the driver omits zero bytes at the end.
 IOReturn readCode(int folder, const char *name, uint32_t &code) noexcept
 {
     char text[8];
@@ -180,9 +180,9 @@ int openDriver(const Driver &driver) noexcept
     return -1;
 }
 
-// Takes the lock that the calls of other processes hold for the milliseconds of one key. Every user may hold it
-// for good, though, as reading the file is enough for that: then the index that is read back has to do. False
-// where there can be no lock.
+// Takes the lock that other processes hold for the milliseconds of reading one key. Any user who may read the
+// file can hold the lock forever, though; then continue without it, and the index that is read back has to be
+// enough. False if locking fails.
 bool lockWhileItMatters(int file) noexcept
 {
     constexpr timespec kPause = {0, 1'000'000};
@@ -193,7 +193,7 @@ bool lockWhileItMatters(int file) noexcept
             return true;
         if (errno != EWOULDBLOCK && errno != EINTR)
             return false;
-        (void)nanosleep(&kPause, nullptr); // sooner is as well
+        (void)nanosleep(&kPause, nullptr); // an early return does no harm
     }
     return true;
 }
@@ -239,9 +239,9 @@ AppleSMC::~AppleSMC()
         close(m_folder);
 }
 
-// Has the driver's files tell of the key at `index`, and reads them. They are one set for the whole machine, so
-// the choice is held against other threads and, by a lock on its file, against other processes; one that
-// does not know of the lock is seen by the index that it leaves.
+// Makes the driver's files show the key at `index`, and reads them. There is one set for the whole machine,
+// so a mutex excludes other threads, and a lock on the file other processes; a process that does not use the
+// lock is detected by the index that it leaves.
 template <class Read>
 IOReturn AppleSMC::choose(uint32_t index, Read read) const noexcept
 {
@@ -297,7 +297,7 @@ IOReturn AppleSMC::find(uint32_t key, uint32_t &index) noexcept
     for (uint32_t next = 0; next < m_count; ++next)
     {
         if (m_keys[next] != 0)
-            continue; // known, and another
+            continue; // known to be another key
         uint32_t found = 0;
         const IOReturn result = keyAt(next, found);
         if (result != kIOReturnSuccess)

@@ -10,15 +10,15 @@
 
 namespace kiv::iokit
 {
-// Where the driver's files lie, and who moves them along where they are plain files.
+// The folder of the driver's files, and the function that updates them if they are plain files.
 struct Driver
 {
     const char *folder;                 // null: the machine's
     void (*indexWritten)(const char *); // may be null
 };
 
-// One connection. The driver's chosen key is one for the machine: calls of all connections, and of other
-// processes with this library, follow each other.
+// One connection. The driver has one chosen key for the whole machine, so the calls of all connections, and
+// of other processes with this library, run one after the other.
 class AppleSMC
 {
 public:
@@ -49,7 +49,7 @@ private:
     Driver m_driver;
     int m_folder = -1;
     uint32_t m_count = 0;
-    std::unique_ptr<uint32_t[]> m_keys; // 0: not asked for yet
+    std::unique_ptr<uint32_t[]> m_keys; // 0: not read yet
 };
 } // namespace kiv::iokit
 

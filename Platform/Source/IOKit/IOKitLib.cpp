@@ -1,4 +1,4 @@
-// Services, iterators over them and connections to them, as numbers; behind them the one driver there is.
+// Services, iterators over them and connections to them, as numbers; they lead to the only driver.
 #include <IOKit/IOKitLib.h>
 
 #include "IOKit/AppleSMC.h"
@@ -29,12 +29,12 @@ enum class Kind
     Connection,
 };
 
-// An object holds the controller that was there when the services were matched.
+// An object holds the controller that was set when the services were matched.
 struct Object
 {
     Kind kind;
     io_object_t name = IO_OBJECT_NULL;
-    bool left = false; // of an iterator: the service is still to come
+    bool left = false; // for an iterator: the service is still to come
     std::optional<KIVPSMCController> controller{};
     Driver driver{};
     std::unique_ptr<AppleSMC> connection{}; // to the driver
@@ -47,7 +47,7 @@ constinit io_object_t g_lastName = kFirstObject;
 constinit std::optional<KIVPSMCController> g_controller;
 constinit Driver g_driver{};
 
-// The calls below stand under the lock.
+// The functions below are called with the lock held.
 
 Object *find(io_object_t name, Kind kind) noexcept
 {
@@ -76,7 +76,7 @@ io_object_t publish(std::unique_ptr<Object> object) noexcept
     return g_lastName;
 }
 
-// Takes an object out, for its end to come outside the lock.
+// Removes an object, so that it can be destroyed outside the lock.
 std::unique_ptr<Object> remove(io_object_t name, bool connection) noexcept
 {
     for (std::unique_ptr<Object> *place = &g_objects; *place; place = &(*place)->next)
@@ -123,7 +123,7 @@ private:
     CFStringRef m_text;
 };
 
-// Whether the class is the controller's; nothing for want of memory.
+// Whether the class is the controller's; nothing without memory.
 std::optional<bool> namesController(CFDictionaryRef matching) noexcept
 {
     const Text key{kIOProviderClassKey};
