@@ -1,4 +1,4 @@
-// What Linux needs beyond the documented calls.
+// Functions that Linux needs beyond the documented calls.
 #include <KIVPlatform/KIVPlatform.h>
 
 #include "System/ProcessTable.h"
@@ -54,7 +54,7 @@ ssize_t KIVPWriteWithoutSignal(int fd, const void *buffer, size_t size)
 
     const ssize_t written = write(fd, buffer, size);
     const int writeError = errno;
-    // A reader that leaves in the middle of a write raises it too, though the write then answers a part.
+    // A reader that leaves in the middle of a write raises it too, although the write then returns a part.
     const bool mayBeRaised = written < 0 ? writeError == EPIPE : static_cast<size_t>(written) < size;
     if (mayBeRaised && !wasPending)
     {
@@ -128,7 +128,7 @@ int KIVPPipe(int ends[2])
     int made[2];
     if (pipe2(made, O_CLOEXEC) != 0)
         return -1;
-    // In this order, so that the number the first one leaves is not taken for the second.
+    // In this order, so that the second does not take the number that the first one leaves.
     const int writeEnd = KIVPAboveStandardStreams(made[1]);
     const int writeError = errno;
     const int readEnd = KIVPAboveStandardStreams(made[0]);

@@ -12,10 +12,11 @@
 
 namespace
 {
-// Where the C library keeps the semaphore "/name": it maps this file without a look at its size.
+// The C library keeps the semaphore "/name" in the file with this
+// prefix, and maps it without checking its size.
 constexpr char kFilePrefix[] = "/dev/shm/sem.";
 
-// One look at the file of a semaphore. While it lives the file's number cannot be given to another file.
+// A reference to a semaphore's file. While it lives, no other file can get the same inode number.
 class SemaphoreFile
 {
 public:
@@ -23,7 +24,7 @@ public:
     {
         char path[sizeof kFilePrefix + KIVP_SEMAPHORE_NAME_SIZE];
         (void)std::snprintf(path, sizeof path, "%s%s", kFilePrefix, systemName + 1); // without its "/"
-        // Opened as a place alone: whatever it is, nothing waits and nothing acts.
+        // Opens only the path: whatever kind of file it is, this neither blocks nor triggers anything.
         m_descriptor = open(path, O_PATH | O_NOFOLLOW | O_CLOEXEC);
         m_error = m_descriptor < 0 || fstat(m_descriptor, &m_info) != 0 ? errno : 0;
     }
@@ -43,7 +44,8 @@ public:
     {
         return S_ISREG(m_info.st_mode) && m_info.st_size == sizeof(sem_t);
     }
-    // Its owner, and whoever may write to it, can cut it at any time, and with it the process that maps it.
+    // The owner, and anybody who may write, can truncate the file at
+    // any time; that ends a process that maps it.
     [[nodiscard]] bool isTrusted() const noexcept
     {
         const uid_t owner = m_info.st_uid;
@@ -94,7 +96,7 @@ sem_t *openExisting(const char *systemName) noexcept
     sem_t *const semaphore = sem_open(systemName, 0);
     if (semaphore == SEM_FAILED)
         return refuse(errno == ENOENT ? EAGAIN : errno);
-    // Opening touches nothing of the file. Only if the name still leads to it was it this one that was opened.
+    // Opening changes nothing in the file. If the name still leads to it, it is the file that was opened.
     const SemaphoreFile after{systemName};
     if (after.isSameAs(before))
         return semaphore;
@@ -105,7 +107,7 @@ sem_t *openExisting(const char *systemName) noexcept
 
 sem_t *KIVPSemaphoreOpen(const char *systemName, mode_t mode)
 {
-    // A name that somebody makes and removes all the time is given up.
+    // Give up on a name that somebody makes and removes all the time.
     constexpr int kMostTries = 100;
     for (int tried = 0; tried < kMostTries; ++tried)
     {

@@ -1,4 +1,4 @@
-// Sockets where Linux differs from what the modules were written for.
+// Socket behaviour that the modules need and Linux does not have.
 #include <KIVPlatform/KIVPSocket.h>
 
 #include <KIVPlatform/KIVPlatform.h>
@@ -14,9 +14,9 @@
 
 namespace
 {
-// One bit a descriptor, by its number: sends on it raise no SIGPIPE. Pages are made when a number in
-// them is first marked and stay, as a process comes back to the numbers it has used; the first one is
-// there from the start, so that few programs ever need another.
+// One bit for each descriptor, by its number: sends on it raise no SIGPIPE. A page is made when a
+// number in it is first marked, and stays, because a process reuses its numbers. The first page
+// always exists, so few programs need another.
 class DescriptorMarks
 {
 public:
@@ -25,7 +25,7 @@ public:
         const Page *page = pageOf(fd);
         return page != nullptr && ((*page)[wordOf(fd)].load(std::memory_order_relaxed) & bitOf(fd)) != 0;
     }
-    // False when there is no room for a mark; clearing always succeeds.
+    // False if there is no memory for a mark; clearing always succeeds.
     [[nodiscard]] bool set(int fd, bool marked) noexcept
     {
         Page *page = pageOf(fd);
@@ -73,14 +73,14 @@ private:
         return there;
     }
 
-    // All zero, so that the table takes memory only where it is used.
+    // All zero, so that only used parts of the table take memory.
     mutable Page m_first{};
     std::array<std::atomic<Page *>, kPages> m_furtherPages{};
 };
 
 constinit DescriptorMarks s_noSigpipe;
 
-// A descriptor that has just been made: its number may have been marked by one that was closed elsewhere.
+// For a new descriptor: an earlier one with the same number, closed elsewhere, may have left a mark.
 int fresh(int fd, bool noSigpipe) noexcept
 {
     const int made = KIVPAboveStandardStreams(fd);
@@ -96,7 +96,7 @@ bool isNoSigpipe(int level, int name) noexcept
     return level == SOL_SOCKET && name == SO_NOSIGPIPE;
 }
 
-// 0 when the descriptor is an open socket; otherwise -1 and errno, as any option would answer.
+// 0 if the descriptor is an open socket; otherwise -1 and errno, as for any option.
 int requireSocket(int fd) noexcept
 {
     int type = 0;
@@ -104,7 +104,7 @@ int requireSocket(int fd) noexcept
     return getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size);
 }
 
-// As much of the number as the caller has room for.
+// Stores as much of the number as the caller has room for.
 void storeOption(int number, void *value, socklen_t *size) noexcept
 {
     if (*size > sizeof number)
@@ -126,7 +126,7 @@ int KIVPSocketAccept(int fd, struct sockaddr *address, socklen_t *size)
 
 int KIVPSocketClose(int fd)
 {
-    // Before the system may give the number away again.
+    // Clear the mark first: after close() the system may reuse the number.
     if (fd >= 0)
         (void)s_noSigpipe.set(fd, false);
     return close(fd);
@@ -184,18 +184,18 @@ int KIVPSocketPoll(int fd, short events, short *found)
     *found = 0;
     if (fd < 0)
     {
-        *found = POLLNVAL; // poll would pass over it
+        *found = POLLNVAL; // poll would ignore it
         return 1;
     }
-    // A connection that has ended was shut down for receiving, which POLLRDHUP tells: a hang-up
-    // without it is that of a socket that was never connected.
+    // A connection that has ended is shut down for receiving, so it has POLLRDHUP. A hang-up without
+    // POLLRDHUP means that the socket was never connected.
     pollfd asked{fd, static_cast<short>(events | POLLRDHUP), 0};
     if (poll(&asked, 1, 0) < 0)
         return -1;
     unsigned bits = static_cast<unsigned short>(asked.revents);
     if ((bits & POLLRDHUP) == 0)
         bits &= ~static_cast<unsigned>(POLLHUP);
-    // Nor does a peer that only stopped sending count where nobody asked for reading.
+    // A peer that has only stopped sending does not count either, unless the caller asked for reading.
     bits &= static_cast<unsigned short>(events) | static_cast<unsigned>(POLLERR | POLLHUP | POLLNVAL);
     *found = static_cast<short>(bits);
     return bits != 0 ? 1 : 0;
@@ -207,7 +207,7 @@ int KIVPSocketWaitReadable(int fd, int32_t milliseconds)
     const int ready = fd < 0 ? 1 : poll(&asked, 1, milliseconds);
     if (fd < 0 || (ready > 0 && (asked.revents & POLLNVAL) != 0))
     {
-        errno = EBADF; // what select says to it
+        errno = EBADF; // as select does
         return -1;
     }
     return ready;
