@@ -22,7 +22,7 @@ namespace
 {
 constexpr uint64_t kNanosecondsPerTick = 10'000'000; // /proc counts in USER_HZ, 100 on every machine
 constexpr size_t kStatSize = 1024;                   // a line has 52 fields of at most 20 digits
-constexpr int kParentField = 1;                      // counted from the state behind the name
+constexpr int kParentField = 1;                      // counted from the state after the name
 constexpr int kStartField = 19;
 
 char stateOf(char letter) noexcept
@@ -52,7 +52,7 @@ bool readNumber(std::string_view text, Number &number) noexcept
 }
 
 // One line of /proc/<pid>/stat: "12 (a name (1)) S 1 ...". The name may hold any character, so the fields
-// begin behind the last parenthesis.
+// begin after the last parenthesis.
 bool parse(std::string_view line, kinfo_proc &process) noexcept
 {
     const size_t open = line.find(" (");
@@ -110,7 +110,7 @@ std::string_view readStat(int folder, const char *id, StatLine &line) noexcept
     return {line.data(), size > 0 ? static_cast<size_t>(size) : 0};
 }
 
-// False where the process is gone, or its line is not what it should be.
+// False if the process is gone or its line is malformed.
 bool readProcess(int proc, const char *pid, kinfo_proc &process) noexcept
 {
     StatLine line;

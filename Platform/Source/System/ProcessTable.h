@@ -7,11 +7,11 @@
 
 namespace kiv::system
 {
-// Fills `entries` with as many kinfo_proc as `size` bytes hold, or counts them where it is null, and stores
-// the bytes. As sysctl(): 0, or -1 and errno, ENOMEM where some had no room.
+// Fills `entries` with as many kinfo_proc as `size` bytes hold, or only counts them if it is null, and stores
+// their bytes in `size`. As sysctl(): 0, or -1 and errno, ENOMEM if some did not fit.
 int processTable(void *entries, size_t &size);
 
-// What the threads of a process do, as KIVPThreadStates().
+// The states of a process's threads, as KIVPThreadStates().
 [[nodiscard]] unsigned threadStates(pid_t pid);
 } // namespace kiv::system
 

@@ -1,4 +1,4 @@
-// Reading the files in which Linux tells about the machine.
+// Reads the files in which Linux describes the machine.
 #include "System/SystemFile.h"
 
 #include "System/SystemText.h"
@@ -28,7 +28,7 @@ int openRegular(const char *path) noexcept
     const int length = std::snprintf(whole, sizeof whole, "%s%s", root == nullptr ? "" : root, path);
     if (length < 0 || static_cast<size_t>(length) >= sizeof whole)
         return -1;
-    // A FIFO in the file's place would wait for its writer.
+    // O_NONBLOCK: opening a FIFO in the file's place would wait for a writer.
     const int file = open(whole, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     struct stat status
     {
@@ -62,7 +62,7 @@ SystemFile::SystemFile(const char *path) noexcept
     close(file);
     if (count < 0)
         m_size = 0;
-    if (m_size == sizeof m_bytes) // more may follow: the line at the end is not whole
+    if (m_size == sizeof m_bytes) // more may follow: the last line may be incomplete
     {
         const size_t end = text().rfind('\n');
         m_size = end == std::string_view::npos ? 0 : end + 1;

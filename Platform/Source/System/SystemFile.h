@@ -1,4 +1,4 @@
-// The files in which Linux tells about the machine.
+// The files in which Linux describes the machine.
 #ifndef KIV_SYSTEM_FILE_H
 #define KIV_SYSTEM_FILE_H
 
@@ -8,13 +8,13 @@
 
 namespace kiv::system
 {
-// Reads below `folder`, which is not copied, instead of the machine's own /proc, /sys, /etc and /usr/lib; null
-// for the machine's. For tests; not while another thread asks.
+// Reads /proc, /sys, /etc and /usr/lib below `folder`, which is not copied, instead of the machine's own;
+// null for the machine's. For tests; not while another thread reads.
 void setRoot(const char *folder) noexcept;
 
-// A file's beginning, at most 16 KiB of whole lines: all of what is read here but /proc/cpuinfo, of which the
-// first processors tell enough. Empty when there is no such file, when it is not a regular one (opening
-// never waits) or when reading fails. No heap.
+// The start of a file, at most 16 KiB of whole lines. Only /proc/cpuinfo can be longer, and its
+// first processors are enough. Empty if there is no such file, if it is not a regular one (opening
+// never waits) or if reading fails. No heap.
 class SystemFile
 {
 public:
@@ -32,7 +32,7 @@ private:
 };
 
 // The highest of the processors' clocks in hertz: the highest that frequency scaling allows, otherwise the
-// current one; 0 when the system tells neither.
+// current one; 0 if the system reports neither.
 [[nodiscard]] uint64_t processorClock() noexcept;
 } // namespace kiv::system
 

@@ -1,4 +1,4 @@
-// The texts in which Linux tells about the machine: /proc, /sys, os-release(5), machine-info(5).
+// The texts in which Linux describes the machine: /proc, /sys, os-release(5), machine-info(5).
 #include "System/SystemText.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@ namespace
 {
 constexpr uint64_t kMost = std::numeric_limits<uint64_t>::max();
 
-// Takes the first line off `text`, without its end; none when nothing is left.
+// Removes the first line from `text` and returns it without its end; nothing if no text is left.
 std::optional<std::string_view> takeLine(std::string_view &text) noexcept
 {
     if (text.empty())
@@ -38,7 +38,7 @@ std::string_view trimmed(std::string_view text) noexcept
     return text;
 }
 
-// Takes a number of decimal digits off the front.
+// Removes a decimal number from the front.
 std::optional<uint64_t> takeNumber(std::string_view &text) noexcept
 {
     uint64_t value = 0;
@@ -79,14 +79,14 @@ enum Kind : size_t
     kTables,
     kKinds
 };
-constexpr size_t kNeeded = kUnevictable; // kinds below it every kernel tells
+constexpr size_t kNeeded = kUnevictable; // every kernel reports the kinds before this one
 constexpr std::string_view kKindNames[kKinds] = {
     "MemTotal:",    "MemFree:",    "Inactive:",    "Active:",
     "Unevictable:", "SUnreclaim:", "KernelStack:", "PageTables:",
 };
 
-// A value between the quotes of a shell: a backslash takes the next character as it is where the quotes
-// are double, in single quotes nothing is special. `value` is behind the opening quote.
+// A value in shell quotes: in double quotes a backslash escapes the next character, in single quotes nothing
+// is special. `value` begins after the opening quote.
 std::optional<size_t> unquote(std::string_view value, char quote, std::span<char> room) noexcept
 {
     size_t length = 0;
@@ -162,14 +162,14 @@ std::optional<ProcessPages> parseProcessPages(std::string_view statm) noexcept
     if (!mapped || !take(statm, " "))
         return std::nullopt;
     const auto resident = takeNumber(statm);
-    if (!resident || !take(statm, " ")) // more numbers follow: without them the line is cut
+    if (!resident || !take(statm, " ")) // more numbers must follow; otherwise the line is cut
         return std::nullopt;
     return ProcessPages{*mapped, *resident};
 }
 
 uint64_t parseProcessorClock(std::string_view cpuinfo) noexcept
 {
-    constexpr double kHighest = 1e6; // MHz; nothing that is built comes near
+    constexpr double kHighest = 1e6; // MHz; no processor comes near
     double highest = 0;
     while (auto line = takeLine(cpuinfo))
     {
@@ -196,7 +196,7 @@ std::optional<uint64_t> parseNumber(std::string_view text) noexcept
 
 uint64_t countProcessors(std::string_view list) noexcept
 {
-    constexpr uint64_t kHighest = 1u << 20; // far above what a kernel takes
+    constexpr uint64_t kHighest = 1u << 20; // far above any kernel's limit
     list = trimmed(list);
     uint64_t count = 0;
     uint64_t next = 0; // the lowest number that may follow
