@@ -42,12 +42,12 @@ CFStringRef createHostName() noexcept
     return gethostname(name, sizeof name - 1) == 0 ? createName(name) : nullptr;
 }
 
-// The object of the text of `name` that is kept, which may be `name`; null when it cannot be kept.
+// The kept object with the text of `name`, which may be `name` itself; null if it cannot be kept.
 CFStringRef copyKept(CFStringRef name) noexcept
 {
     static std::mutex mutex;
     static CFMutableArrayRef names =
-        nullptr; // for the life of the process: few, as machines are seldom renamed
+        nullptr; // for the life of the process; few, because machines are seldom renamed
     const std::lock_guard lock{mutex};
     if (names == nullptr)
         names = CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks);
