@@ -28,7 +28,7 @@ natural_t pages(uint64_t bytes) noexcept
 
 host_t mach_host_self(void)
 {
-    return 2; // any number but those of nothing and of the process
+    return 2; // any number except MACH_PORT_NULL and the process's
 }
 
 kern_return_t host_page_size(host_t, vm_size_t *size)

@@ -1,4 +1,4 @@
-// The name of the process itself: any number but that of nothing.
+// The name of the process itself: any number except MACH_PORT_NULL.
 #include <mach/mach_init.h>
 
 const mach_port_t mach_task_self_ = 1;

@@ -1,4 +1,4 @@
-// Absolute time: the monotonic clock in nanoseconds, which like it stands still while the machine sleeps.
+// Absolute time: the monotonic clock in nanoseconds, which stops while the machine sleeps.
 #include <mach/mach_time.h>
 
 #include <ctime>
