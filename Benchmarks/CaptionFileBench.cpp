@@ -1,5 +1,5 @@
-// The tolerant reader of whole files beside the described readers and libavformat's demuxers, with its
-// captions decoded, and seeking among a million captions. What is read is checked equal before it is timed.
+// The tolerant reader of whole files, also with its captions decoded, compared with the described readers and
+// libavformat's demuxers; and seeking among a million captions. The contents read are checked before timing.
 #include "Support/CaptionFiles.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionFile.h>
@@ -60,7 +60,7 @@ Totals tolerant(const std::string &path)
     return totals;
 }
 
-// A million lines, read through once.
+// Seeks in a file of a million lines that has been read once.
 void runSeek(benchmark::State &state)
 {
     constexpr uint32_t kLines = 1'000'000;

@@ -1,5 +1,5 @@
-// Hexadecimal text beside boost and a byte table; whole MCC and SCC files beside libavformat's
-// demuxers. Packet counts and bytes are checked equal before anything is timed.
+// Hexadecimal text, compared with boost and a byte table; whole MCC and SCC files, compared with
+// libavformat's demuxers. Packet counts and bytes are checked to be equal before timing.
 #include "Private/Captions/Hex.h"
 #include "Support/CaptionFiles.h"
 

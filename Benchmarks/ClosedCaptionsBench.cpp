@@ -1,5 +1,5 @@
-// Caption packets against a plain reading and building byte by byte, and caption lines against the
-// line readers of the standard libraries. Results are compared before anything is timed.
+// Caption packets, compared with plain reading and building byte by byte; caption lines, compared with the
+// line readers of the standard libraries. Results are compared before timing.
 #include "../Tests/Support/PlainCDP.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
@@ -27,7 +27,7 @@ void require(bool holds, const char *what)
     exit(1);
 }
 
-constexpr size_t kPackets = 64; // different ones, so that nothing is learned by heart
+constexpr size_t kPackets = 64; // different ones, so that the processor cannot learn the branches
 constexpr uint8_t kPairs[] = {0x94, 0x20, 0x15, 0x2C};
 
 using Packet = std::array<uint8_t, KIVCS2_CDP_SIZE>;
@@ -112,7 +112,7 @@ void buildPlain(benchmark::State &state)
     state.SetItemsProcessed(state.iterations());
 }
 
-// A 10-bit ancillary packet of a whole CDP; with `host` the read operation is one that we do not know.
+// A 10-bit ancillary packet of a whole CDP; with `host` the stream has a read operation that we do not know.
 void extractAnc(benchmark::State &state, bool host)
 {
     const Packet cdp = makePackets()[1];
@@ -280,7 +280,7 @@ void linesByGetline(benchmark::State &state, bool fromFile)
             count(std::ifstream{path});
         else
         {
-            state.PauseTiming(); // the copy into the stream is not the reading
+            state.PauseTiming(); // do not time the copy into the stream
             std::istringstream text{captionText()};
             state.ResumeTiming();
             count(std::move(text));

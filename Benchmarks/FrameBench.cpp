@@ -1,4 +1,4 @@
-// CRC-32 beside libdeflate, ISA-L and zlib; every result is checked equal before it is timed.
+// CRC-32, compared with libdeflate, ISA-L and zlib; every result is checked to be equal before timing.
 #include <KIVCoreServices2/KIVCS2Base.h>
 
 #include <benchmark/benchmark.h>
@@ -30,7 +30,7 @@ uint32_t ours(const uint8_t *data, uint32_t length)
     return crc;
 }
 
-// A host's own record with the standard table, which is looked at in every call.
+// A host's own record with the standard table, which every call checks.
 uint32_t oursByRecord(const uint8_t *data, uint32_t length)
 {
     static KIVCS2CRC32Param param{};

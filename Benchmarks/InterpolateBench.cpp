@@ -1,4 +1,4 @@
-// A frame of an interpolation beside the same arithmetic written out over libm.
+// A frame of an interpolation, compared with the same arithmetic written directly with libm.
 #include <KIVCoreServices2/KIVCS2Interpolate.h>
 
 #include <benchmark/benchmark.h>
@@ -53,7 +53,7 @@ void frameOurs(benchmark::State &state, KIVCS2InterpolationFunction function, do
     }
 }
 
-// What a host would write for this one curve, without steps, holds and statuses.
+// The code that a host would write for this one curve, without steps, holds and statuses.
 template <double (*kPlain)(double)>
 void framePlain(benchmark::State &state)
 {

@@ -1,5 +1,5 @@
-// A property list as JSON text beside rapidjson and snprintf: one object of 16 entries, of integers, texts,
-// flags and fractions.
+// A property list as JSON text, compared with rapidjson and snprintf: one object of 16 entries (integers,
+// texts, flags and fractions).
 #include <KIVCoreServices2/KIVCS2Dictionary.h>
 #include <KIVCoreServices2/KIVCS2JSON.h>
 
@@ -39,7 +39,7 @@ struct Entry
     const char *text;
 };
 
-// What a monitor reports of one channel.
+// A monitor's report about one channel.
 constexpr std::array<Entry, 16> kEntries = {{
     {"channel", Kind::integer, 12, 0, nullptr},
     {"name", Kind::text, 0, 0, "Studio 2 clean feed"},
@@ -181,7 +181,7 @@ void peerSnprintf(benchmark::State &state)
 BENCHMARK(peerSnprintf)->Name("JSONObject/snprintf/16");
 
 #ifdef KIV_PEER_RAPIDJSON
-// The same entries in rapidjson's own document, written into a buffer that is used again.
+// The same entries in rapidjson's own document, written into a reused buffer.
 rapidjson::Document document()
 {
     rapidjson::Document made{rapidjson::kObjectType};
@@ -199,7 +199,8 @@ rapidjson::Document document()
     return made;
 }
 
-// Its fractions are the shortest text that reads back; that is the one difference.
+// rapidjson writes a fraction as the shortest text that reads back to the
+// same value; that is the only difference.
 void requireEqual(const rapidjson::StringBuffer &theirs)
 {
     Room room;
@@ -249,7 +250,7 @@ void peerRapidjsonTwoPasses(benchmark::State &state)
     const rapidjson::Document list = document();
     for (auto _ : state)
     {
-        rapidjson::StringBuffer buffer; // it grows instead of measuring
+        rapidjson::StringBuffer buffer; // grows instead of measuring
         rapidjson::Writer<rapidjson::StringBuffer> writer{buffer};
         list.Accept(writer);
         benchmark::DoNotOptimize(buffer.GetString());
@@ -259,7 +260,7 @@ void peerRapidjsonTwoPasses(benchmark::State &state)
 BENCHMARK(peerRapidjsonTwoPasses)->Name("JSONMeasureAndWrite/rapidjson/16");
 #endif
 
-// "%f" alone.
+// Only "%f".
 constexpr std::array<double, 8> kFractions = {1.5, 29.97, -23.4, 0.000123, 1e6 / 3, 48000, 0, 59.94};
 
 template <class Format>

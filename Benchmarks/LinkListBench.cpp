@@ -1,4 +1,5 @@
-// Linked lists and trees: the sort beside Boost.Intrusive and std::list, and how the linear operations grow.
+// Linked lists and trees: the sort, compared with Boost.Intrusive and
+// std::list, and the growth of linear operations.
 #include <KIVCoreServices2/KIVCS2LinkList.h>
 #include <KIVCoreServices2/KIVCS2LinkTree.h>
 
@@ -17,7 +18,7 @@
 
 namespace
 {
-// Random keys with some equals, and a number by which a stable order shows.
+// Random keys, some of them equal, and a number that shows whether the order is stable.
 struct Payload
 {
     uint32_t key;
@@ -145,7 +146,7 @@ struct Std
     }
 };
 
-// The order of a stable sort, by which every list is judged.
+// The order of a stable sort, which every list must produce.
 std::vector<uint32_t> expectedNumbers(std::vector<Payload> payloads)
 {
     std::stable_sort(payloads.begin(), payloads.end());
@@ -155,7 +156,7 @@ std::vector<uint32_t> expectedNumbers(std::vector<Payload> payloads)
     return numbers;
 }
 
-// The processor time of this thread: what else runs on the machine is left out.
+// The processor time of this thread, which excludes other programs on the machine.
 double threadSeconds()
 {
     timespec now{};
@@ -163,7 +164,7 @@ double threadSeconds()
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-// Links the same list anew before each sort, outside the time.
+// Links the same list again before each sort; this is not timed.
 template <class List>
 void sortList(benchmark::State &state)
 {
@@ -195,8 +196,8 @@ KIV_SORT_BENCH(Boost, "boost_intrusive");
 #endif
 KIV_SORT_BENCH(Std, "std_list");
 
-// How the linear operations grow. The lists are sorted ones of random records, so that neighbours lie apart in
-// memory as they do in a host that has run for a while.
+// The growth of the linear operations. The lists are sorted lists of random records, so that neighbours lie
+// apart in memory, as in a host that has run for a while.
 void growth(benchmark::internal::Benchmark *bench)
 {
     bench->Arg(1000)->Arg(10000)->Arg(100000)->Arg(1000000);
@@ -207,7 +208,7 @@ Ours::Record recordWithKey(uint32_t key)
     return {{}, {key, 0}};
 }
 
-// The largest number of steps: a key that is in no element and behind all of them.
+// The worst case: a key that no element has and that sorts after all of them.
 void findLast(benchmark::State &state)
 {
     const auto count = static_cast<uint32_t>(state.range(0));
@@ -222,7 +223,7 @@ void findLast(benchmark::State &state)
 }
 BENCHMARK(findLast)->Name("ListFind/ours")->Apply(growth);
 
-// Into the middle.
+// Inserts into the middle.
 void sortedInsert(benchmark::State &state)
 {
     const auto count = static_cast<uint32_t>(state.range(0));

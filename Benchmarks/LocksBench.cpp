@@ -1,4 +1,4 @@
-// Mutex, semaphore and clock beside the system calls they wrap.
+// Mutex, semaphore and clock, compared with the system calls they wrap.
 #include <KIVCoreServices2/KIVCS2Base.h>
 #include <KIVCoreServices2/KIVCS2Mutex.h>
 #include <KIVCoreServices2/KIVCS2Semaphore.h>
@@ -14,8 +14,8 @@
 
 namespace
 {
-// Hosts keep a mutex in a record on the heap. On the stack, in one cache line with the return addresses of
-// the calls, a pair takes 4 ns longer, and whether it lies there differs from one start to the next.
+// Hosts keep a mutex in a record on the heap. On the stack it may share a cache line with the return
+// addresses of the calls; then a pair takes 4 ns longer, and this varies from one start to the next.
 constexpr size_t kCacheLine = 64;
 
 void mutexOurs(benchmark::State &state)
@@ -44,7 +44,7 @@ void mutexPthread(benchmark::State &state)
 }
 BENCHMARK(mutexPthread)->Name("Mutex_lockUnlock/pthread");
 
-// Ours and the peer on the same semaphore, so that only the calls differ.
+// Our calls and the peer's use the same semaphore, so that only the calls differ.
 class OwnSemaphore
 {
 public:
@@ -91,7 +91,7 @@ void clockOurs(benchmark::State &state)
 }
 BENCHMARK(clockOurs)->Name("Clock_read/ours");
 
-// With the conversion, a second call, which the system's clock does not need.
+// Includes the conversion, a second call that the system's clock does not need.
 void nanosecondsOurs(benchmark::State &state)
 {
     for (auto _ : state)

@@ -1,6 +1,6 @@
-// Memory pools: objects of 64 bytes taken and returned, beside Boost's pool and two heaps. Ours alone clears what
-// comes back and hands out first what was returned first, which rules out a cache a thread: compare it with
-// the pool, which locks as well; the heaps show what other promises would cost.
+// Memory pools: objects of 64 bytes taken and returned, compared with Boost's pool and two heaps. Only ours
+// clears returned objects and hands them out in the order of their return, which rules out a cache for each
+// thread. So compare it with the pool, which locks as well; the heaps show the cost of other promises.
 #include <KIVCoreServices2/KIVCS2MemoryPool.h>
 
 #include "Support/ParkedThread.h"
@@ -24,8 +24,8 @@
 namespace
 {
 constexpr uint32_t kSize = 64;      // bytes of an object
-constexpr uint32_t kObjects = 1024; // of the block
-constexpr size_t kInFlight = 256;   // objects out at a time, where they flow
+constexpr uint32_t kObjects = 1024; // in the block
+constexpr size_t kInFlight = 256;   // objects in use at a time, in flow()
 
 // One pool for all threads of a benchmark.
 struct Ours
@@ -58,7 +58,8 @@ struct BoostPool
     }
 };
 
-// A pool of the same promise, as a host would make it: a free list in the objects, used in turn, and zeros.
+// A pool with the same promise, as a host would write it: a free list
+// inside the objects, used in order, and zeros.
 struct BoostFifo
 {
     using Hook = boost::intrusive::list_base_hook<boost::intrusive::link_mode<boost::intrusive::normal_link>>;
@@ -108,7 +109,7 @@ struct Heap
 };
 
 #ifdef KIV_PEER_MIMALLOC
-// Loaded and not linked, because it would take the place of malloc in the whole program.
+// Loaded, not linked, because it would replace malloc in the whole program.
 struct Mimalloc
 {
     static void *take()
@@ -135,7 +136,7 @@ private:
 };
 #endif
 
-// Writes to an object, as whoever takes one does; false when two were the same.
+// Takes two objects and writes to both, as users do; false if they are the same.
 template <class Pool>
 bool givesDifferentObjects()
 {
@@ -192,7 +193,7 @@ void registerPeer(const std::string &who)
 {
     benchmark::RegisterBenchmark(("PoolTakeReturn/" + who).c_str(), takeAndReturn<Pool>)->Arg(kSize);
     benchmark::RegisterBenchmark(("PoolFlow/" + who).c_str(), flow<Pool>)->Arg(kSize);
-    // Wall time: who waits for the other's lock uses no processor.
+    // Wall time: a thread that waits for the other's lock uses no processor.
     benchmark::RegisterBenchmark(("PoolTakeReturnTwoThreads/" + who).c_str(), takeAndReturn<Pool>)
         ->Arg(kSize)
         ->Threads(2)

@@ -1,4 +1,5 @@
-// Multi-buffers: handing out and taking back beside libavutil's buffer pool, and how the lookup grows.
+// Multi-buffers: handing out and taking back, compared with libavutil's
+// buffer pool, and the growth of the lookup.
 #include <KIVCoreServices2/KIVCS2MultiBuffer.h>
 
 #include "Support/ParkedThread.h"
@@ -89,7 +90,7 @@ private:
 };
 #endif
 
-// A pipeline that holds all of `count` buffers but one: each round returns the oldest and takes another.
+// A pipeline that holds all but one of `count` buffers: each round returns the oldest and takes another.
 template <class Pool>
 void releaseAndAllocate(benchmark::State &state)
 {
@@ -128,7 +129,7 @@ KIV_POOL_BENCH(Ours, "ours");
 KIV_POOL_BENCH(AVPool, "avutil");
 #endif
 
-// The entry at the end of the table.
+// Finds the entry at the end of the table.
 void findLast(benchmark::State &state)
 {
     const auto count = static_cast<uint32_t>(state.range(0));

@@ -1,5 +1,6 @@
-// PCM conversion beside libswresample, GStreamer's audio library and a plain loop, over the audio of one or several
-// video frames: 1602 samples of each channel are one at 48000 Hz and 29.97 frames a second.
+// PCM conversion, compared with libswresample, GStreamer's audio library and a plain
+// loop, for the audio of one or several video frames: a frame has 1602 samples of each
+// channel at 48000 Hz and 29.97 frames a second.
 #include <KIVCoreServices2/KIVCS2PCMAudioConverter.h>
 
 #include <benchmark/benchmark.h>
@@ -84,7 +85,7 @@ private:
     bool m_isMade = false;
 };
 
-// Times `run` from `in` to `out` when it gives `expected`.
+// Times `run` from `in` to `out` if it gives `expected`.
 template <class Run>
 void timeRun(benchmark::State &state, const Bytes &in, const Bytes &expected, Run run)
 {
@@ -167,7 +168,7 @@ void splitSwresample(benchmark::State &state)
 BENCHMARK(splitSwresample)->Name("PCM_split/swresample")->Arg(2)->Arg(4)->Arg(6)->Arg(8)->Arg(16);
 #endif
 
-// ---- Width and byte order; the argument is the number of samples, of two channels ----
+// ---- Width and byte order; the argument is the number of samples of two channels ----
 
 constexpr int64_t kFewSamples = 3204;
 constexpr int64_t kManySamples = 1 << 20;
@@ -243,7 +244,7 @@ void swapLoop(benchmark::State &state)
 }
 BENCHMARK(swapLoop)->Name("PCM_swap16/plain_loop")->Arg(kFewSamples)->Arg(kManySamples);
 
-// Above the second-level cache a conversion is as fast as a copy of what it writes.
+// Beyond the second-level cache a conversion is as fast as a copy of its output.
 void copyOf(benchmark::State &state, Bytes (*plain)(const Bytes &))
 {
     const Bytes in = plain(samplesOf(state));

@@ -1,5 +1,6 @@
-// Pictures of 1920x1080 and 3840x2160 beside libyuv, libswscale, libavcodec and bare memory: every row of the table of
-// kernels into a buffer that is there, as the peers have it, and whole operations that make their buffer.
+// Pictures of 1920x1080 and 3840x2160, compared with libyuv, libswscale, libavcodec and plain
+// memory functions: every row of the kernel table into an existing buffer, like the peers, and
+// whole operations that make their buffer.
 #include <KIVCoreServices2/KIVCS2PixelBuffer.h>
 
 #include "Private/Pixels/Colour.h"
@@ -93,7 +94,7 @@ void fillRandom(const Plane &plane)
 
 using Run = std::function<void()>;
 
-// The pixels a second are those of the picture that is read.
+// The rate counts the pixels of the picture that is read.
 void add(const std::string &name, Size size, Run run)
 {
     benchmark::RegisterBenchmark((name + "/" + std::to_string(size.width)).c_str(),
@@ -110,7 +111,7 @@ void add(const std::string &name, Size size, Run run)
                                  });
 }
 
-// Ours by every level of this machine, each an operation of its own.
+// Our code at every level of this machine; each level is an operation of its own.
 void addLevels(const std::string &name, Size size, const std::function<Run(const kiv::PixelRows &)> &ours)
 {
     struct Level
@@ -173,13 +174,14 @@ void addToRGBA(Size size)
     const auto width = static_cast<int>(size.width);
     const auto height = static_cast<int>(size.height);
 #ifdef KIV_PEER_LIBYUV
-    // Its ARGB is B, G, R, A in memory: it makes no other of UYVY in one step.
+    // libyuv's ARGB is B, G, R, A in memory, the only order it converts UYVY to in one step.
     const Run libyuv = [=]
     {
         libyuv::UYVYToARGB(from->row(0), stride(*from), to->row(0), stride(*to), width, height);
     };
     {
-        // Another approximation of the matrix, and chroma that is not interpolated: compared where it is constant.
+        // libyuv approximates the matrix differently and does not
+        // interpolate chroma: compare with constant chroma.
         const Plane flat{size.width * 2, 1};
         const Plane theirs{size.width * 4, 1};
         const Plane own{size.width * 4, 1};
@@ -192,7 +194,7 @@ void addToRGBA(Size size)
     }
     add("Pixels_2vuyToRGBA/libyuv", size, libyuv);
     add("Pixels_2vuyToRGBA_AVX2/libyuv", size, libyuv);
-    add("Pixels_2vuyToRGBA/libyuv_RGBA", size, // with the bytes in our order, which takes it a second call
+    add("Pixels_2vuyToRGBA/libyuv_RGBA", size, // with the bytes in our order, which needs a second call
         [=]
         {
             libyuv();
@@ -202,14 +204,14 @@ void addToRGBA(Size size)
 #ifdef KIV_PEER_SWSCALE
     add("Pixels_2vuyToRGBA/swscale", size, swscale(size, AV_PIX_FMT_UYVY422, from, size, to));
 #endif
-    add("Pixels_2vuyToRGBA/memcpy", size, // the bytes that are written, from where they are
+    add("Pixels_2vuyToRGBA/memcpy", size, // copies as many bytes, within the output
         [=]
         {
             std::memcpy(to->row(0), to->row(0) + to->size() / 2, to->size() / 2);
             std::memcpy(to->row(0) + to->size() / 2, to->row(0), to->size() / 2);
         });
 
-    // The whole operation, which makes a buffer, beside a peer that does.
+    // The whole operation, which makes a buffer, compared with a peer that does the same.
     CVPixelBufferRef picture = nullptr;
     require(CVPixelBufferCreateWithBytes(nullptr, size.width, size.height, kCVPixelFormatType_422YpCbCr8,
                                          from->row(0), from->stride, nullptr, nullptr, nullptr,
@@ -239,7 +241,7 @@ void addToRGBA(Size size)
 
 // ---- v210 to 2vuy ----
 
-// The loop that everyone writes first: a pixel pair's four components at a time, a word asked for when it is needed.
+// The loop that everyone writes first: one component at a time, reading a word when it is needed.
 void plainV210(const uint8_t *from, uint8_t *to, size_t width)
 {
     uint32_t word = 0;
@@ -288,7 +290,7 @@ void addV210(Size size)
     add("Pixels_v210To2vuy_AVX2/plain", size, plain);
     add("Pixels_v210To2vuy/memcpy", size, [=] { std::memcpy(to->row(0), from->row(0), to->size()); });
 #ifdef KIV_PEER_AVCODEC
-    // Its decoder stops at planes of 10 bits: less work, more bytes to write.
+    // libavcodec's decoder only makes planes of 10 bits: less work, but more bytes to write.
     AVCodecContext *decoder = avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_V210));
     require(decoder != nullptr, "no decoder of v210");
     decoder->width = static_cast<int>(size.width);

@@ -1,4 +1,4 @@
-// UTF-8 to UTF-16, the codec and whole strings, beside ICU and iconv.
+// UTF-8 to UTF-16, the codec and whole strings, compared with ICU and iconv.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "CoreFoundation/Encoding.h"
@@ -39,7 +39,7 @@ size_t libicu(const std::string &bytes, std::vector<char16_t> &out)
 
 size_t libcIconv(const std::string &bytes, std::vector<char16_t> &out)
 {
-    static const iconv_t converter = iconv_open("UTF-16LE", "UTF-8"); // opening is not what is timed
+    static const iconv_t converter = iconv_open("UTF-16LE", "UTF-8"); // opening is not timed
     char *in = const_cast<char *>(bytes.data());                      // iconv does not write to it
     size_t inLeft = bytes.size();
     char *to = reinterpret_cast<char *>(out.data());
@@ -78,7 +78,7 @@ void run(benchmark::State &state, Convert convert, bool mixed)
     state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 
-// What a caption line costs on its way to a system string and away again.
+// The cost of making a system string from a caption line and releasing it.
 void stringObject(benchmark::State &state, bool mixed)
 {
     const std::string bytes = sample(mixed, static_cast<size_t>(state.range(0)));

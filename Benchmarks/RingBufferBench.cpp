@@ -1,4 +1,5 @@
-// Bytes through a ring: one store and one fetch of the same size, beside the rings of boost and bare memcpy.
+// Bytes through a ring: one store and one fetch of the same size, compared
+// with the rings of boost and with memcpy.
 #include <KIVCoreServices2/KIVCS2RingBuffer.h>
 
 #include <benchmark/benchmark.h>
@@ -18,7 +19,7 @@
 
 namespace
 {
-// A megabyte between capture and disk; all of it, source and destination fit the second-level cache.
+// A megabyte between capture and disk; the ring, source and destination fit into the second-level cache.
 constexpr uint32_t kCapacity = 1u << 20;
 
 class Ours
@@ -45,7 +46,7 @@ public:
     KIVCS2RingBuffer m_ring{};
 };
 
-// What remains when everything but the copying is taken away.
+// Only the copying, without everything else.
 class Memcpy
 {
 public:
@@ -84,7 +85,7 @@ public:
     void pass(const uint8_t *from, uint8_t *to, size_t size)
     {
         m_ring.insert(m_ring.end(), from, from + size);
-        const auto first = m_ring.array_one(); // its iterators go byte by byte
+        const auto first = m_ring.array_one(); // iterators would copy byte by byte
         const size_t ahead = std::min(size, first.second);
         std::memcpy(to, first.first, ahead);
         if (ahead < size)

@@ -1,6 +1,6 @@
-// Sockets beside the same system calls made by hand, over the loopback interface. The other end is
-// plain in both cases, so that one side alone is compared, by its processor time: the clock on the wall would add
-// how the kernel happens to schedule two threads.
+// Sockets, compared with the same system calls made directly, over the loopback interface. The other end uses
+// plain calls in both cases, so that only one side is compared. It is compared by processor time: wall time
+// would include the kernel's scheduling of two threads.
 #include <KIVCoreServices2/KIVCS2Socket.h>
 
 #include <benchmark/benchmark.h>
@@ -27,8 +27,8 @@ KIVCS2Socket *require(KIVCS2Status status, KIVCS2Socket *const &made)
     return made;
 }
 
-// A connection whose far end is given to `peer` on a thread of its own. Both kinds use the near end of the
-// same making, so that its options are equal.
+// A connection whose far end is served by `peer` on a thread of its own. Both kinds make the near end in the
+// same way, so that its options are equal.
 class Stream
 {
 public:
@@ -48,7 +48,7 @@ public:
     }
     ~Stream()
     {
-        (void)kivCS2Socket_free(near); // the peer meets the end
+        (void)kivCS2Socket_free(near); // the peer then sees the end
         m_peer.join();
         (void)kivCS2Socket_free(m_far);
     }
@@ -139,7 +139,7 @@ void pingPongPlain(benchmark::State &state)
 }
 BENCHMARK(pingPongPlain)->Name("Socket_pingPong/plain/1");
 
-// Two UDP sockets of one thread: a datagram is sent and received, so that nothing is lost or waited for.
+// Two UDP sockets of one thread: each datagram is sent and then received, so none is lost and no call waits.
 struct Datagrams
 {
     Datagrams()

@@ -1,4 +1,4 @@
-// Short texts from one encoding into another, beside iconv with a converter that is kept open.
+// Short texts from one encoding into another, compared with iconv and a converter that stays open.
 #include <KIVCoreServices2/KIVCS2String.h>
 
 #include <benchmark/benchmark.h>
@@ -19,10 +19,10 @@ struct Conversion
     KIVCS2StringEncoding to;
     const char *iconvFrom;
     const char *iconvTo;
-    const char *utf8; // what is converted
+    const char *utf8; // the text to convert
 };
 
-// A caption row has 32 columns; the second text is one as accented languages have it.
+// A caption row has 32 columns; the second text is typical of languages with accents.
 constexpr const char *kPlain = "We now return to our programme.";
 constexpr const char *kAccented = "\u00c7a ira, d\u00e9j\u00e0 vu \u00e0 No\u00ebl, s\u00fbr.";
 constexpr const char *kWorld = "\u266a \u041f\u0440\u0438\u0432\u0435\u0442, \u65e5\u672c\u8a9e \u266a";
@@ -45,7 +45,7 @@ constexpr Conversion kConversions[] = {
     {"ConvertWorldUTF32LEtoUTF8", kUTF32LE, kUTF8, "UTF-32LE", "UTF-8", kWorld},
 };
 
-// A new block with the text and its terminator, as ours makes it; at most four bytes a byte of source.
+// A new block with the text and its terminator, like ours; at most four bytes for each byte of the source.
 char *libcIconv(iconv_t converter, const std::string &source, size_t *used)
 {
     const size_t room = 4 * source.size() + 4;
@@ -60,7 +60,7 @@ char *libcIconv(iconv_t converter, const std::string &source, size_t *used)
     return block;
 }
 
-// The text in the encoding, by iconv, so that ours is compared with it alone.
+// The text in the source encoding, made by iconv for both.
 std::string sourceOf(const Conversion &conversion)
 {
     const iconv_t converter = iconv_open(conversion.iconvFrom, "UTF-8");

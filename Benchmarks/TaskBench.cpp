@@ -1,5 +1,5 @@
-// Launches beside fork, vfork and posix_spawn from the same host, with 50 MB to 8 GB resident: how long the host
-// stands still, and how long a command takes from its launch to its end.
+// Launches, compared with fork, vfork and posix_spawn from the same host with 50 MB to 8 GB resident: the
+// pause of the host, and the time of a command from its launch to its end.
 #include <KIVCoreServices2/KIVCS2Base.h>
 #include <KIVCoreServices2/KIVCS2TaskServer.h>
 
@@ -27,7 +27,7 @@ using Clock = std::chrono::steady_clock;
 char g_true[] = "/bin/true";
 char *g_argv[] = {g_true, nullptr};
 
-// Memory of the host in pages of 4 KiB, as a host has it after some hours.
+// Memory of the host in pages of 4 KiB, as after some hours of work.
 class Resident
 {
 public:
@@ -61,7 +61,7 @@ void await(pid_t pid)
         std::abort();
 }
 
-// ---- Ways to make a process; each returns when the host goes on ----
+// ---- Ways to make a process; each returns when the host continues ----
 
 pid_t byFork()
 {
@@ -85,7 +85,7 @@ pid_t byVfork()
     return pid;
 }
 
-// With what our children get: no signal blocked, no handler left.
+// With the settings of our children: no signal blocked, no handler left.
 pid_t byPosixSpawn()
 {
     posix_spawnattr_t attributes;
@@ -126,8 +126,8 @@ KIVCS2Task *makeTask()
     return task;
 }
 
-// One iteration is the lower quartile of several launches: means, and on a busy machine medians, say how long
-// the child waited for a processor.
+// One iteration is the lower quartile of several launches: means, and on a busy machine medians too, mostly
+// measure how long the child waited for a processor.
 template <class Launch>
 void run(benchmark::State &state, Launch launch)
 {
@@ -231,7 +231,8 @@ void add(const char *name, void (*function)(benchmark::State &))
 int main(int argc, char **argv)
 {
     (void)kivCS2_init(); // the server, while the host is small
-    // The server's children are not ours. Without the handler peers and direct launches wait alike.
+    // The server's children are not ours. Without the handler, peers
+    // and direct launches wait in the same way.
     std::signal(SIGCHLD, SIG_DFL);
     for (const char *operation : {"LaunchPauseDirect", "LaunchPauseServer"})
     {

@@ -1,4 +1,5 @@
-// Timecode conversions beside {fmt}, libavutil, the C library and the plain search, at 29.97 drop frame.
+// Timecode conversions, compared with {fmt}, libavutil, the C library
+// and a plain search, at 29.97 drop frame.
 #include <KIVCoreServices2/KIVCS2Timecode.h>
 
 #include <benchmark/benchmark.h>
@@ -23,7 +24,7 @@ extern "C"
 
 namespace
 {
-constexpr size_t kSamples = 1024; // a power of two: the samples are walked by masking
+constexpr size_t kSamples = 1024; // a power of two, so the index wraps by masking
 constexpr uint32_t kFramesPerHour = 107892;
 
 struct Fields
@@ -36,10 +37,10 @@ struct Sample
     KIVCS2Timecode tc;
     Fields fields;
     std::array<char, 12> text;   // as written
-    std::array<char, 12> parsed; // with ":" throughout, which is what ours and sscanf read
+    std::array<char, 12> parsed; // with ":" throughout, as ours and sscanf need it
 };
 
-// The three digit tables as plain counters fill them, for the search that looks at every frame.
+// The three digit tables, filled by plain counters, for the search that checks every frame.
 struct PlainTables
 {
     std::vector<uint8_t> frames, seconds, minutes;
@@ -78,7 +79,7 @@ struct PlainTables
 PlainTables g_tables;
 std::vector<Sample> g_samples;
 
-// ---- What each of them does
+// ---- The conversions
 
 KIVCS2Timecode oursFromFields(const Sample &sample)
 {
@@ -157,7 +158,7 @@ void avutilToText(const Sample &sample, Text &text)
 }
 #endif
 
-// ---- Equal first, then timed
+// ---- Checks that results are equal, then timing
 
 void require(bool equal, const char *who, const Sample &sample)
 {
@@ -242,7 +243,7 @@ int main(int argc, char **argv)
     benchText("Timecode_framesToText/avutil", avutilToText);
     benchNumber("Timecode_textToFrames/avutil", avutilFromText);
 #endif
-    // The largest tables and, so that each round ends where it began, the rate of the other rows.
+    // Times the largest tables, then goes back to the rate of the other rows.
     benchmark::RegisterBenchmark("Timecode_setFrameRate/ours",
                                  [](benchmark::State &state)
                                  {

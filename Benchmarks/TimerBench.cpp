@@ -1,5 +1,5 @@
-// How late timers call: each run is a few hundred calls, and its time is a percentile of their lateness. The peers are
-// GLib's own time-out in the same loop and a thread that sleeps until an absolute time.
+// The lateness of timers: each run makes a few hundred calls, and its time is a percentile of their lateness.
+// The peers are GLib's own time-out in the same loop and a thread that sleeps until an absolute time.
 #include <KIVCoreServices2/KIVCS2Timer.h>
 
 #include <benchmark/benchmark.h>
@@ -15,7 +15,7 @@
 namespace
 {
 constexpr size_t kCalls = 300;
-constexpr unsigned kIntervalMilliseconds = 3; // of which GLib's time-outs take whole ones only
+constexpr unsigned kIntervalMilliseconds = 3; // whole ones, because of GLib's time-outs
 constexpr int64_t kInterval = kIntervalMilliseconds * 1000000;
 constexpr double kIntervalSeconds = kIntervalMilliseconds / 1e3;
 
@@ -30,7 +30,7 @@ using Latenesses = std::vector<int64_t>; // nanoseconds
 
 // ---- Run loops ----
 
-// Behind the interval's multiples after the fire date, which is what the timer promises.
+// Lateness after multiples of the interval from the fire date, as the timer promises.
 struct LoopCalls
 {
     int64_t first;
@@ -59,7 +59,7 @@ Latenesses loopOurs()
     return calls.late;
 }
 
-// Behind one interval after the moment GLib took for the call before.
+// Lateness after one interval from GLib's time of the previous call.
 struct TimeoutCalls
 {
     GMainLoop *loop;
@@ -89,7 +89,7 @@ Latenesses loopGLib()
 
 // ---- Threads ----
 
-// Behind one interval after the end of the call before.
+// Lateness after one interval from the end of the previous call.
 struct ThreadCalls
 {
     int64_t due = 0;

@@ -1,5 +1,5 @@
-// Caption files made for benchmarks, read by the described readers and by libavformat, and the run that
-// compares what is read before it times it.
+// Caption files made for benchmarks, their reading by the described readers and by libavformat, and a run
+// that checks the contents read before timing.
 #ifndef KIV_BENCH_CAPTION_FILES_H
 #define KIV_BENCH_CAPTION_FILES_H
 
@@ -36,7 +36,7 @@ inline void require(bool condition, const char *what)
 inline constexpr uint32_t kCaptions = 570'000; // six hours and twenty minutes at 25 frames per second
 inline constexpr uint32_t kPairsPerLine = 20;
 inline constexpr uint32_t kPairs = 2'000'000;
-inline constexpr uint64_t kTripletBytes = 60; // 20 triplets a packet
+inline constexpr uint64_t kTripletBytes = 60; // 20 triplets in each packet
 
 struct Totals
 {
@@ -45,7 +45,7 @@ struct Totals
     bool operator==(const Totals &) const = default;
 };
 
-// A folder of this run's files, removed with it.
+// A folder for this run's files, removed at its end.
 struct Files
 {
     std::filesystem::path folder;
@@ -65,12 +65,12 @@ struct Files
     }
     ~Files()
     {
-        std::error_code ignored; // nothing to be done about a folder that stays
+        std::error_code ignored; // a folder that stays cannot be helped
         std::filesystem::remove_all(folder, ignored);
     }
 
 private:
-    // Every packet: counters, a field 1 pair and three triplets of 708 data that change.
+    // Every packet has counters, a field 1 pair and three triplets of changing 708 data.
     void writeMCC() const
     {
         KIVCS2FileStream stream;
@@ -129,7 +129,7 @@ inline const Files &files()
     return made;
 }
 
-// Opens a caption file, asks for every frame and leaves what `look` counts.
+// Opens a caption file, asks for every frame and returns the totals that `look` counts.
 template <class ReadHeader, class Read, class Look>
 Totals readFrames(const std::string &path, uint32_t frames, ReadHeader readHeader, Read read, Look look)
 {
@@ -172,7 +172,7 @@ inline Totals oursSCC(const std::string &path)
 }
 
 #if KIV_PEER_AVFORMAT && KIV_PEER_AVCODEC
-// The demuxers hand out triplets: a CDP's as they stand, and one for every SCC pair.
+// The demuxers deliver triplets: those of a CDP unchanged, and one for every SCC pair.
 inline Totals avformat(const std::string &path)
 {
     AVFormatContext *context = nullptr;
@@ -206,7 +206,7 @@ using ReadFile = Totals (*)(const std::string &path);
 
 inline void runFile(benchmark::State &state, ReadFile read, const std::string &path, Totals expected)
 {
-    // The peak of one run above what was resident before it; "5" sets the kernel's mark back.
+    // The peak of one run above the memory resident before it; "5" resets the kernel's peak.
     std::ofstream{"/proc/self/clear_refs"} << 5 << std::flush;
     const double before = memoryOf("VmRSS");
     const Totals totals = read(path);

@@ -1,5 +1,5 @@
-// Runs the benchmarks of a program in a process with threads, as hosts are. Without a second thread libc locks
-// without atomic operations.
+// Runs the benchmarks of a program in a process with several threads, as in hosts. Without a second thread
+// libc locks without atomic operations.
 #ifndef KIV_BENCH_PARKED_THREAD_H
 #define KIV_BENCH_PARKED_THREAD_H
 
