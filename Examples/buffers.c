@@ -1,6 +1,6 @@
 /*
- * Two threads and no allocation on the way: a capture thread fills buffers out of a multi-buffer and
- * announces each with a note out of a memory pool; the main thread checks what arrived and returns both.
+ * Two threads that allocate nothing while they run: a capture thread fills buffers from a multi-buffer and
+ * announces each with a note from a memory pool; the main thread checks each frame and returns both.
  *
  *   example_buffers 1000
  *
@@ -15,10 +15,10 @@
 #define BUFFERS    4u
 #define FRAME_SIZE 4096u /* bytes */
 
-/* What the capture thread tells. A free one holds the pool's link at its start, so it is no smaller. */
+/* The capture thread's message. A free note holds the pool's link at its start, so it must not be smaller. */
 typedef struct
 {
-    KIVCS2LinkElem link; /* in the list of what has arrived */
+    KIVCS2LinkElem link; /* in the list of notes that have arrived */
     uint8_t *frame;
     uint64_t number;
 } Note;
@@ -71,7 +71,7 @@ static void *capture(void *argument)
     for (number = 0; number < host->frames && KIVCS2_SUCCEEDED(host->captured); ++number)
         host->captured = capture_frame(host, number);
     if (KIVCS2_FAILED(host->captured))
-        kivCS2Semaphore_signal(&host->arrived); /* nothing comes any more: let the reader look */
+        kivCS2Semaphore_signal(&host->arrived); /* no more notes will come: wake the reader */
     return NULL;
 }
 
@@ -89,7 +89,7 @@ static Note *next_note(Host *host)
     return (Note *)elem; /* the link is the note's first member */
 }
 
-/* True when the frame holds what its number says. Returns the buffer and the note. */
+/* True if the frame has the contents of its number. Returns the buffer and the note to their pools. */
 static bool use_note(Host *host, Note *note)
 {
     const uint8_t wanted = (uint8_t)(note->number & 0xff);
@@ -119,7 +119,7 @@ static KIVCS2Status make(Host *host)
     return status;
 }
 
-/* Whatever of the host was made; a record that was not is zero. */
+/* Frees the parts of the host that were made; a record that was not made is zero. */
 static void release(Host *host)
 {
     if (host->arrived.m_semaphore)

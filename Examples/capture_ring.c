@@ -1,6 +1,7 @@
 /*
- * From capture to writer through a ring: a capture thread stores packets of a fixed size as they come, a
- * worker writes them to standard output when it gets to it. The ring holds what the worker is behind.
+ * From capture to writer through a ring: a capture thread stores packets of a fixed size as
+ * they come, and a worker writes them to standard output when it can. The ring holds the
+ * packets that the worker has not reached yet.
  *
  * capture_ring [packets [packets that the ring holds]] > file
  */
@@ -19,19 +20,19 @@ enum
 typedef struct Recorder
 {
     KIVCS2Mutex mutex;            /* around every call on the ring */
-    KIVCS2RingBuffer ring;        /* stores and fetches are whole packets: the ring knows bytes only */
-    KIVCS2SemaphoreThread writer; /* one signal a packet stored */
-    KIVCS2Semaphore room;         /* one count a packet that fits */
+    KIVCS2RingBuffer ring;        /* always whole packets: the ring itself knows only bytes */
+    KIVCS2SemaphoreThread writer; /* one signal for each packet stored */
+    KIVCS2Semaphore room;         /* counts the packets that still fit */
     uint32_t packets;             /* to capture */
-    KIVCS2Status captureStatus;   /* the capture thread's, until it is joined */
-    uint32_t written;             /* these three are the worker's, until it has ended */
+    KIVCS2Status captureStatus;   /* belongs to the capture thread until it is joined */
+    uint32_t written;             /* these three belong to the worker until it has ended */
     uint32_t crc;
     KIVCS2Status writerStatus;
 } Recorder;
 
 static KIVCS2CRC32Param table; /* built at its first use */
 
-/* What a capture card would hand out: a sync byte, a counter and a picture. */
+/* Makes a packet like a capture card's: a sync byte, a counter and a picture. */
 static void capture(uint8_t *packet, uint32_t number)
 {
     memset(packet, (int)(number % 251), PACKET_SIZE);
@@ -41,14 +42,14 @@ static void capture(uint8_t *packet, uint32_t number)
     packet[3] = (uint8_t)number;
 }
 
-/* Stores one packet; in reject mode a full ring refuses it whole. */
+/* Stores one packet; in reject mode a full ring refuses the whole packet. */
 static KIVCS2Status storePacket(Recorder *recorder, const uint8_t *packet)
 {
     KIVCS2Status status = kivCS2Mutex_lock(&recorder->mutex);
     if (KIVCS2_FAILED(status))
         return status;
     status = kivCS2RingBuffer_store(&recorder->ring, packet, PACKET_SIZE);
-    kivCS2Mutex_unlock(&recorder->mutex); /* held: cannot fail */
+    kivCS2Mutex_unlock(&recorder->mutex); /* the lock is held, so this cannot fail */
     return status;
 }
 
@@ -57,14 +58,15 @@ static void *captureAll(void *argument)
     Recorder *recorder = argument;
     uint8_t packet[PACKET_SIZE];
 
-    kivCS2Thread_setCurrentThreadName("capture"); /* a thread without a name works as well */
+    kivCS2Thread_setCurrentThreadName("capture"); /* works without a name too */
     for (uint32_t number = 0; number < recorder->packets; ++number)
     {
         KIVCS2Status status;
 
         capture(packet, number);
-        /* A place in the ring is taken before the packet is stored, so that no store is refused. A card that
-           cannot wait would try to take one (kivCS2Semaphore_testWait) and count the packets it drops. */
+        /* Reserve a place in the ring before storing the packet, so that no store is refused. A card that
+           cannot wait would only try to reserve one (kivCS2Semaphore_testWait) and count its dropped
+           packets. */
         status = kivCS2Semaphore_wait(&recorder->room);
         if (KIVCS2_SUCCEEDED(status))
             status = storePacket(recorder, packet);
@@ -89,10 +91,10 @@ static void writeOne(void *context)
     if (KIVCS2_SUCCEEDED(status))
     {
         status = kivCS2RingBuffer_fetch(&recorder->ring, packet, sizeof packet);
-        kivCS2Mutex_unlock(&recorder->mutex); /* held: cannot fail */
+        kivCS2Mutex_unlock(&recorder->mutex); /* the lock is held, so this cannot fail */
     }
-    /* The place is free while the disk takes its time, and also when the disk has failed. */
-    kivCS2Semaphore_signal(&recorder->room); /* made: cannot fail */
+    /* The place is free before the slow write to disk, and also if that fails. */
+    kivCS2Semaphore_signal(&recorder->room); /* initialised, so this cannot fail */
     if (KIVCS2_SUCCEEDED(status) && fwrite(packet, sizeof packet, 1, stdout) != 1)
         status = KIVCS2STATUS_WRITE_ERR;
     if (KIVCS2_FAILED(status))
@@ -104,7 +106,7 @@ static void writeOne(void *context)
     recorder->crc = kivCSUtils_updateCRC32(&table, recorder->crc, packet, sizeof packet);
 }
 
-/* Runs capture and worker to their end. Everything that was made before stays the caller's. */
+/* Runs capture and worker to their end. The caller still owns everything made before. */
 static KIVCS2Status record(Recorder *recorder, uint32_t places)
 {
     KIVCS2Thread thread;
@@ -114,9 +116,9 @@ static KIVCS2Status record(Recorder *recorder, uint32_t places)
     status = kivCS2Thread_init(&thread, recorder, captureAll);
     if (KIVCS2_SUCCEEDED(status))
     {
-        kivCS2Thread_join(&thread); /* started: cannot fail */
+        kivCS2Thread_join(&thread); /* the thread has started, so this cannot fail */
         kivCS2Thread_free(&thread);
-        /* Freeing the worker drops runs that have not begun: first all places must have come back. */
+        /* Freeing the worker drops runs that have not begun, so first wait until all places are free. */
         for (uint32_t place = 0; KIVCS2_SUCCEEDED(recorder->captureStatus) && place < places; ++place)
             kivCS2Semaphore_wait(&recorder->room);
     }

@@ -1,6 +1,6 @@
 /*
  * A caption distribution packet, there and back: packs one CEA-608 pair for each field, prints the
- * packet, takes the pairs out again and says in words what they are.
+ * packet, extracts the pairs again and describes them in words.
  */
 #include <KIVCoreServices2/KIVCoreServices2.h>
 
@@ -29,7 +29,7 @@ int main(void)
 
     kivCS2_initWithTaskServer(false); /* always succeeds; no child processes here */
 
-    memcpy(pairs, bytes, sizeof pairs); /* pairs stand in memory order, whatever the machine's */
+    memcpy(pairs, bytes, sizeof pairs); /* pairs are in memory order, whatever the machine's byte order */
     status = kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(pairs, sizeof pairs, packet, &size,
                                                                           sequence);
     if (KIVCS2_FAILED(status))

@@ -1,9 +1,9 @@
 /*
- * Finds a service on the local network by name, and tells where it is.
+ * Finds a service on the local network by name, and prints its host and addresses.
  *
  *   example_find "Ingest 1" _mcc-feed._tcp 5000
  *
- * The arguments are the service's name and type, and how many milliseconds to look for it.
+ * The arguments are the service's name and type, and the longest search in milliseconds.
  */
 #include <KIVCoreServices2/KIVCoreServices2.h>
 
@@ -14,7 +14,7 @@
 static void print_addresses(KIVCS2BonjourBrowser *browser)
 {
     KIVCS2BonjourAddress *address = NULL;
-    kivCS2Bonjour_getAddressesList(browser, NULL, &address); /* there is a service, so it succeeds */
+    kivCS2Bonjour_getAddressesList(browser, NULL, &address); /* a service was found, so this succeeds */
     while (address != NULL)
     {
         char text[INET_ADDRSTRLEN];
@@ -52,6 +52,6 @@ int main(int argc, char **argv)
         fprintf(stderr, "find: nobody offers \"%s\"\n", argv[1]);
     else
         fprintf(stderr, "find: %s (status 0x%08x)\n", argv[1], status);
-    kivCS2Bonjour_diposeBrowserData(&browser); /* also where it could not be made */
+    kivCS2Bonjour_diposeBrowserData(&browser); /* also if it could not be made */
     return KIVCS2_FAILED(status);
 }

@@ -1,10 +1,10 @@
 /*
- * Timers in a host's own GLib main loop: counts timecode, one frame a call, without a thread.
+ * A timer in the host's own GLib main loop: counts timecode, one frame for each call, without a thread.
  *
  *   example_glib_timer 00:00:59:27 5
  *
- * The first argument is where the count starts, the second how many frames it takes. Next to the library this
- * host links GLib:
+ * The first argument is the start of the count, the second the number of frames.
+ * Besides the library, this host links GLib:
  *
  *   cc -std=c11 glib_timer.c $(pkg-config --cflags --libs KIVCoreServices2 glib-2.0)
  */
@@ -29,7 +29,7 @@ static int fail(const char *what, KIVCS2Status status)
     return 1;
 }
 
-/* Called by the main loop, so that nothing here needs a lock. */
+/* Called by the main loop, so nothing here needs a lock. */
 static int32_t next_frame(void *context)
 {
     Counter *counter = context;
@@ -47,7 +47,7 @@ static int32_t next_frame(void *context)
         counter->timer = NULL;
         g_main_loop_quit(counter->loop);
     }
-    return 0; /* a main loop does not look at it */
+    return 0; /* a main loop ignores it */
 }
 
 int main(int argc, char **argv)
@@ -88,7 +88,7 @@ int main(int argc, char **argv)
     if (KIVCS2_FAILED(counter.status))
         return fail("counting", counter.status);
 
-    /* The first call is made at once; each further one an interval later, or when a busy machine comes to it. */
+    /* The first call comes at once, each further one an interval later, or later still on a busy machine. */
     fprintf(stderr, "%u ms, of %u at least\n", milliseconds, shortest);
     return 0;
 }

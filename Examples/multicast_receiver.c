@@ -1,5 +1,5 @@
 /*
- * Joins a group and prints what it hears: the sender's address and the text of each datagram.
+ * Joins a group and prints the sender's address and the text of each datagram.
  *
  *   multicast_receiver <group> <port> <datagrams>
  */
@@ -37,7 +37,7 @@ int main(int argc, char **argv)
     status = kivCS2_createSockAddr(&group, argv[1], port, 0);
     if (KIVCS2_FAILED(status))
         return fail("no such address", status);
-    /* With ReuseAddress several receivers of one machine hear the same group. */
+    /* With ReuseAddress several receivers on one machine can join the same group. */
     status = kivCS2Socket_createMulticastDatagramReceiver(&receiver, KIVCS2SocketOption_ReuseAddress, group);
     kivCS2_freeSockAddr(group);
     if (KIVCS2_FAILED(status))

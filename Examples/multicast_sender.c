@@ -1,5 +1,5 @@
 /*
- * Sends numbered datagrams to a group, in this network only.
+ * Sends numbered datagrams to a group on this network only.
  *
  *   multicast_sender <group> <port> <datagrams>
  */
@@ -47,7 +47,7 @@ int main(int argc, char **argv)
         status = kivCS2Socket_sendTo(sender, group, text, (uint32_t)length, NULL);
     }
     if (sender != NULL)
-        kivCS2Socket_free(sender); /* fails, as a sender has no group to leave; it is closed all the same */
+        kivCS2Socket_free(sender); /* fails because a sender has no group to leave, but closes it */
     kivCS2_freeSockAddr(group);
     return KIVCS2_FAILED(status) ? fail("sending", status) : 0;
 }

@@ -11,7 +11,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* The TXT record: every text behind its length. 0 where one is too long. */
+/* Packs the TXT record: every text after its length. 0 if a text is too long. */
 static size_t pack_texts(char **texts, int count, uint8_t *record, size_t room)
 {
     size_t used = 0;

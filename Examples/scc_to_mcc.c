@@ -1,11 +1,11 @@
 /*
- * SCC to MCC through the plain C interface: one packet a frame, from the first pair to the last.
+ * SCC to MCC through the plain C interface: one packet for each frame, from the first pair to the last.
  *
  *   example_scc_to_mcc captions.scc captions.mcc
  *
  * This is the short way: it looks up frame after frame as a playout would, so it needs a file whose
  * lines are in order and do not overlap, and it counts 29.97 drop-frame. A line that cannot be read ends
- * it with an error. `kivcs2 caption convert` is the long way, which loses nothing on any file.
+ * it with an error. `kivcs2 caption convert` is the long way, which loses nothing of any file.
  */
 #include <KIVCoreServices2/KIVCoreServices2.h>
 
@@ -18,7 +18,7 @@ static int fail(const char *what, KIVCS2Status status)
     return 1;
 }
 
-/* One frame: the pair of that frame, or an empty one, as a line of the MCC file. */
+/* Writes one frame: its pair, or an empty one, as a line of the MCC file. */
 static KIVCS2Status write_frame(KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2Timecode *frame,
                                 const uint8_t pair[2], uint16_t sequence)
 {
@@ -41,9 +41,9 @@ static KIVCS2Status write_frame(KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2
 
 /*
  * Whether "not found" only means that this frame has no pair, and the next frame should be asked for.
- * Otherwise nothing is pending (a line did not decode), or the pending line lies behind us (a line was too
- * long to read), or it begins here and has pairs that are never handed out (it reaches midnight), or at 24
- * hours or later, where no frame of the day comes to it.
+ * Otherwise nothing is pending (a line did not decode), or the pending line is before this frame (a line was
+ * too long to read), or it begins here and has pairs that are never returned (it reaches midnight), or it
+ * begins at 24 hours or later, which no frame of the day reaches.
  */
 static int is_between_lines(const KIVCS2ClosedCaption *pending, KIVCS2Timecode frame)
 {
@@ -56,8 +56,8 @@ static int is_between_lines(const KIVCS2ClosedCaption *pending, KIVCS2Timecode f
     return start > asked || (start == asked && pending->m_captionSize < 2);
 }
 
-/* Every frame from the first caption until the file has no more; counts what was written. `last` receives
-   the timecode of the last pair that was read. */
+/* Converts every frame from the first caption to the last and counts the packets and pairs. `last` receives
+   the timecode of the last pair read. */
 static KIVCS2Status convert(KIVCS2ClosedCaptionsMCCStream *scc, KIVCS2ClosedCaptionsMCCStream *mcc,
                             KIVCS2Timecode *last, unsigned *packets, unsigned *pairs)
 {
@@ -71,7 +71,7 @@ static KIVCS2Status convert(KIVCS2ClosedCaptionsMCCStream *scc, KIVCS2ClosedCapt
 
         status = kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(scc, &frame, &caption);
         if (status == KIVCS2STATUS_NO_DATA_ERR)
-            return KIVCS2STATUS_OK; /* behind the last pair */
+            return KIVCS2STATUS_OK; /* after the last pair */
         if (KIVCS2_SUCCEEDED(status))
         {
             memcpy(pair, caption.m_captionData, sizeof pair);
@@ -88,7 +88,7 @@ static KIVCS2Status convert(KIVCS2ClosedCaptionsMCCStream *scc, KIVCS2ClosedCapt
     return KIVCS2_FAILED(status) ? status : KIVCS2STATUS_NOT_FOUND_ERR;
 }
 
-/* Reading or writing failed; what was read before it is written. */
+/* Reading or writing failed; everything read before that is written. */
 static int fail_behind(const char *file, KIVCS2Timecode last, unsigned pairs, KIVCS2Status status)
 {
     char timecode[32] = "nothing";

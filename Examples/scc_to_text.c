@@ -3,14 +3,14 @@
  *
  *   example_scc_to_text captions.scc
  *
- * Works for MCC files too. What is wrong with the file goes to standard error, and the captions that are
- * whole come all the same.
+ * Works for MCC files too. Faults of the file go to standard error;
+ * captions that are intact are still printed.
  */
 #include <KIVCoreServices2/KIVCoreServices2.h>
 
 #include <stdio.h>
 
-/* What the callbacks need: the counting comes with the header. */
+/* The context of the callbacks; the header gives the counting. */
 struct host
 {
     KIVCS2CaptionCounting counting;
@@ -42,7 +42,7 @@ static KIVCS2Status on_text(const KIVCS2CaptionText *text, void *context)
     return KIVCS2STATUS_OK;
 }
 
-/* Every packet through the decoder. */
+/* Feeds every packet to the decoder. */
 static KIVCS2Status decode(KIVCS2CaptionFile *file, struct host *host)
 {
     KIVCS2CaptionDecoder decoder;
@@ -91,7 +91,7 @@ int main(int argc, char **argv)
         fprintf(stderr, "scc_to_text: %s cannot be opened\n", argv[1]);
         return 1;
     }
-    options.m_order = KIVCS2CaptionOrder_Frame; /* a decoder wants rising frames */
+    options.m_order = KIVCS2CaptionOrder_Frame; /* a decoder needs ascending frames */
     options.m_onFault = on_fault;
     status = kivCS2CaptionFile_initReading(&file, &stream.m_stream, false, &options);
     if (KIVCS2_SUCCEEDED(status))

@@ -1,5 +1,5 @@
 /*
- * Two processes count frames in one shared memory segment, under a mutex that lies in it.
+ * Two processes count frames in one shared memory segment, protected by a mutex inside it.
  */
 #include <KIVCoreServices2/KIVCoreServices2.h>
 
@@ -13,7 +13,7 @@ enum
     FRAMES = 10000 /* of each process */
 };
 
-/* What lies in the segment. The creator sets it up before anybody else attaches. */
+/* The contents of the segment. The creator sets it up before any other process attaches. */
 struct Monitor
 {
     KIVCS2Mutex mutex;
@@ -36,7 +36,7 @@ static KIVCS2Status countFrames(struct Monitor *monitor, const char *name)
     return status;
 }
 
-/* The other process: it knows the key and nothing else. */
+/* The other process, which knows only the key. */
 static int runPlayout(uint32_t key)
 {
     KIVCS2SharedMemory shared;

@@ -37,12 +37,12 @@ int main(int argc, char **argv)
     status = kivCS2Socket_createClient(&server, argv[1], port, 0);
     if (KIVCS2_FAILED(status))
         return fail("nobody answers there", status);
-    /* A server that never answers ends the wait after five seconds. */
+    /* If the server never answers, stop waiting after five seconds. */
     kivCS2Socket_setRecvTimeout(server, 5, 0);
 
     wanted = (uint32_t)strlen(argv[3]);
     status = kivCS2Socket_send(server, argv[3], wanted, &sent);
-    wanted = sent; /* a short text goes in one piece; whatever went comes back */
+    wanted = sent; /* a short text is sent in one piece; the bytes sent come back */
     while (KIVCS2_SUCCEEDED(status) && wanted > 0)
     {
         char bytes[4096];

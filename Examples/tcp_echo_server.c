@@ -1,6 +1,6 @@
 /*
- * The server of a TCP echo pair: takes connections one after the other and sends back what comes, until
- * so many were served or nobody came for a minute.
+ * The server of a TCP echo pair: accepts connections one after the other and sends back what it receives,
+ * until it has served the given number or no client has come for a minute.
  *
  *   tcp_echo_server <port> [connections]     port 0 lets the system choose; it is printed
  */
@@ -25,7 +25,7 @@ static int number(const char *text, int most)
     return end == text || *end != '\0' || value < 0 || value > most ? -1 : (int)value;
 }
 
-/* A send may take a part only. */
+/* One send may take only a part. */
 static KIVCS2Status sendAll(KIVCS2Socket *client, const char *bytes, uint32_t size)
 {
     while (size > 0)
@@ -45,7 +45,7 @@ int main(int argc, char **argv)
     KIVCS2Socket *server = NULL;
     KIVCS2Status status;
     const int port = argc == 2 || argc == 3 ? number(argv[1], 65535) : -1;
-    int left = argc == 3 ? number(argv[2], 1000000) : -1; /* -1: without end */
+    int left = argc == 3 ? number(argv[2], 1000000) : -1; /* -1: no limit */
 
     if (port < 0 || (argc == 3 && left < 0))
         return fail("which port, and how many connections?", KIVCS2STATUS_PARAM_ERR);
@@ -65,7 +65,7 @@ int main(int argc, char **argv)
 
         status = kivCS2Socket_accept(server, 60000, &client);
         if (KIVCS2_FAILED(status))
-            break; /* nobody came for a minute, or something is wrong */
+            break; /* no client came for a minute, or accepting failed */
         while (KIVCS2_SUCCEEDED(kivCS2Socket_receive(client, bytes, sizeof bytes, false, &count)) &&
                KIVCS2_SUCCEEDED(sendAll(client, bytes, count)))
         {

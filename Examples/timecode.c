@@ -1,9 +1,9 @@
 /*
- * Timecode arithmetic: what time the last frame of a programme has, in drop-frame timecode.
+ * Timecode arithmetic: the drop-frame timecode of a programme's last frame.
  *
  *   example_timecode 01:00:00:00 53946
  *
- * The first argument is where the programme starts, the second its length in frames.
+ * The first argument is the start of the programme, the second its length in frames.
  */
 #include <KIVCoreServices2/KIVCoreServices2.h>
 
@@ -36,7 +36,7 @@ int main(int argc, char **argv)
     if (KIVCS2_FAILED(status))
         return fail("cannot count at 29.97", status);
 
-    /* The parser reads ":" alone; the rate decides that these digits count drop-frame. */
+    /* The parser accepts only ":"; the frame rate makes these digits drop-frame. */
     status = kivCS2Timecode_initWithString(&start, start_text);
     if (KIVCS2_FAILED(status))
         return fail(start_text, status);

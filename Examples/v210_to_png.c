@@ -1,13 +1,13 @@
 /*
- * A frame of 10-bit 4:2:2 video as a picture that any viewer opens.
+ * Converts a frame of 10-bit 4:2:2 video into a picture that any viewer opens.
  *
  *   example_v210_to_png frame.v210 1920 1080 frame.png
  *
- * The library takes v210 to 2vuy and that to RGB, libpng writes the file:
+ * The library converts v210 to 2vuy and that to RGBA; libpng writes the file:
  *   cc -std=c11 v210_to_png.c $(pkg-config --cflags --libs KIVCoreServices2 libpng)
  *
- * The library converts by the matrix of standard definition and averages the last pixel of a line with chroma 0, which
- * `kivcs2 frame png` works around for pictures of high definition and for that pixel.
+ * The library converts with the matrix of standard definition and averages the last pixel of a line with
+ * chroma 0. `kivcs2 frame png` works around both.
  */
 #include <KIVCoreServices2/KIVCoreServices2.h>
 
@@ -19,13 +19,13 @@
 
 #define MOST_PIXELS 16384
 
-/* Capture cards lay v210 out in groups of 48 pixels, 128 bytes each. */
+/* Capture cards store v210 in groups of 48 pixels, 128 bytes each. */
 static size_t v210_row_bytes(size_t width)
 {
     return (width + 47) / 48 * 128;
 }
 
-/* The first frame of the file into the rows of the buffer, which may have more padding than those of the file. */
+/* Reads the first frame of the file into the buffer, whose rows may have more padding than the file's. */
 static int read_frame(const char *path, CVPixelBufferRef buffer)
 {
     const size_t height = CVPixelBufferGetHeight(buffer);
@@ -60,7 +60,7 @@ static KIVCS2Status to_rgba(CVPixelBufferRef v210, CVPixelBufferRef *rgba)
 
     if (KIVCS2_SUCCEEDED(status))
         status = kivCS2PixelBuffer_convert(yuv, rgba, KIVCS2PixelBuffer_Convert2vuyToRGBA);
-    CVPixelBufferRelease(yuv); /* none is none */
+    CVPixelBufferRelease(yuv); /* NULL is ignored */
     return status;
 }
 
