@@ -1,5 +1,5 @@
-// Audio format codes of any origin taken apart, and the weave for any sample rate: four bytes of code, four of
-// rate, one of frame rate.
+// Audio format codes of any origin taken apart, and the weave for any sample rate: four bytes of code, four
+// of rate, one of frame rate.
 #include "Expect.h"
 
 #include "KIVCS2AudioFormat.h"

@@ -1,5 +1,5 @@
-// Four-character codes and names of codecs. Input: a code of 4 bytes, the room for its name, a height of 4 bytes, and a
-// name.
+// Four-character codes and names of codecs. Input: a code of 4 bytes, the room for its name, a height of 4
+// bytes, and a name.
 #include "Expect.h"
 
 #include <KIVCoreServices2/KIVCS2Codec.h>

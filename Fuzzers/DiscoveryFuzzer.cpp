@@ -1,6 +1,6 @@
-// A network that answers whatever it likes, under the whole of discovery: services that come and go under any name,
-// location, address and TXT records of any content. Lists, names, addresses and records have to stay what the
-// header promises, and nothing may be kept.
+// A network that answers whatever it likes, under the whole of discovery: services that come and go under any
+// name, location, address and TXT records of any content. Lists, names, addresses and records have to stay
+// what the header promises, and nothing may be kept.
 #include "KIVCS2Bonjour.h"
 
 #include "CFNetwork/Engine.h"

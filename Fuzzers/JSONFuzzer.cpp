@@ -1,5 +1,5 @@
-// A property list built from bytes, as JSON text by both passes; where that is legal JSON it parses back to the same
-// values. The bytes are steps: make a value, open or close an array or a dictionary.
+// A property list built from bytes, as JSON text by both passes; where that is legal JSON it parses back to
+// the same values. The bytes are steps: make a value, open or close an array or a dictionary.
 #include "KIVCS2JSON.h"
 
 #include "Private/Support/CFRef.h"

@@ -1,5 +1,5 @@
-// Operations on a multi-buffer against maps of its entries. Each operation takes four bytes of the input: which,
-// and three arguments.
+// Operations on a multi-buffer against maps of its entries. Each operation takes four bytes of the input:
+// which, and three arguments.
 #include "Expect.h"
 
 #include "KIVCS2MultiBuffer.h"

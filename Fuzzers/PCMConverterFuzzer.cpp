@@ -1,6 +1,6 @@
-// Set-ups of a PCM converter and lengths of its input. The input: the description's flags, channels, bytes of a frame
-// beyond those of its samples, bits and bytes of a sample, a byte of options, then the audio; or, with the
-// options' top bit, a whole description in front of the audio.
+// Set-ups of a PCM converter and lengths of its input. The input: the description's flags, channels, bytes of
+// a frame beyond those of its samples, bits and bytes of a sample, a byte of options, then the audio; or,
+// with the options' top bit, a whole description in front of the audio.
 #include "Expect.h"
 
 #include "KIVCS2PCMAudioConverter.h"

@@ -1,5 +1,5 @@
-// Every operation on a buffer over memory of any alignment, width, height and stride, against the rows without vectors.
-// Ten bytes say what and how; those behind them are the pixels, again and again.
+// Every operation on a buffer over memory of any alignment, width, height and stride, against the rows
+// without vectors. Ten bytes say what and how; those behind them are the pixels, again and again.
 #include "Expect.h"
 
 #include "KIVCS2PixelBuffer.h"
@@ -46,7 +46,8 @@ const kiv::PixelRows &plainRows()
     return kiv::pixelRows(kiv::CpuLevel::portable);
 }
 
-// The picture under test. Its memory ends with its last row, so that AddressSanitizer sees a read or write beyond.
+// The picture under test. Its memory ends with its last row, so that AddressSanitizer sees a read or write
+// beyond.
 class Picture
 {
 public:

@@ -1,8 +1,9 @@
-// A controller whose keys, types, sizes, bytes and failures come from the input, asked for all that hosts ask:
-// no answer may take a record out of its bounds, and what is flagged as read is what the bytes say.
+// A controller whose keys, types, sizes, bytes and failures come from the input, asked for all that hosts
+// ask: no answer may take a record out of its bounds, and what is flagged as read is what the bytes say.
 //
-// The input: how many keys are claimed (one byte; from 128 on, as four bytes of big-endian number that follow), then
-// keys until the end: name, type, failing command, claimed size (one byte each, or more: see below), and data.
+// The input: how many keys are claimed (one byte; from 128 on, as four bytes of big-endian number that
+// follow), then keys until the end: name, type, failing command, claimed size (one byte each, or more: see
+// below), and data.
 #include "Expect.h"
 
 #include "KIVCS2SMC.h"

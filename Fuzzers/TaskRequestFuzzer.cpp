@@ -1,5 +1,6 @@
-// A request's bytes in a real pipe, read as the task server reads them: a hostile length takes no memory that it
-// does not fill, nothing waits for bytes that never come, and what is read is what a host would have written.
+// A request's bytes in a real pipe, read as the task server reads them: a hostile length takes no memory that
+// it does not fill, nothing waits for bytes that never come, and what is read is what a host would have
+// written.
 #include "Expect.h"
 
 #include "Private/Tasks/ServerProcess.h"

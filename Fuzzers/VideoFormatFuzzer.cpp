@@ -1,5 +1,5 @@
-// Video format codes taken apart, rates as floats, and names. Input: words of 4 bytes, each a code and a float, and the
-// whole as a name.
+// Video format codes taken apart, rates as floats, and names. Input: words of 4 bytes, each a code and a
+// float, and the whole as a name.
 #include "Expect.h"
 
 #include <KIVCoreServices2/KIVCS2VideoFormat.h>

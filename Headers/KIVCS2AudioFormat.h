@@ -81,8 +81,8 @@ KIVCS2_API KIVCS2Status kivCS2AudioFormat_getFormat(uint32_t encoding, uint32_t 
                                                     uint32_t bytesUsedPerSample, KIVCS2AudioFormat *format);
 
 /**
- * Takes a format code of kivCS2AudioFormat_getFormat() apart. Any other code is taken apart as well, unchecked;
- * the encoding and the rate of a field without a meaning are 0.
+ * Takes a format code of kivCS2AudioFormat_getFormat() apart. Any other code is taken apart as well,
+ * unchecked; the encoding and the rate of a field without a meaning are 0.
  * @retval KIVCS2STATUS_PARAM_ERR  `description` is null
  * Thread safety: any thread.
  */
@@ -90,16 +90,17 @@ KIVCS2_API KIVCS2Status kivCS2AudioFormat_getDescription(KIVCS2AudioFormat forma
                                                          KIVCS2AudioFormatDescription *description);
 
 /**
- * How many samples of each channel belong to the frames of a cycle, after which the weave repeats: 1602, 1602,
- * 1602, 1601, 1601 at 48000 Hz and 29.97 frames a second. The larger counts come first. The cycle is the
- * first number of frames whose samples are whole to 0.001, and its counts may miss their sum by one.
+ * How many samples of each channel belong to the frames of a cycle, after which the weave repeats: 1602,
+ * 1602, 1602, 1601, 1601 at 48000 Hz and 29.97 frames a second. The larger counts come first. The cycle is
+ * the first number of frames whose samples are whole to 0.001, and its counts may miss their sum by one.
  * @param[in]     sampleRate          hertz
  * @param[in,out] weaveSize           entries that `weave` has; then the frames of the cycle
  * @param[out]    weave               one count a frame, or null
  * @param[out]    maxSamplesPerFrame  the larger count, or null
  * @retval KIVCS2STATUS_PARAM_ERR        `weaveSize` is null
  * @retval KIVCS2STATUS_FRAME_RATE_ERR   the frame rate is 8 or more
- * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `weave` is too short; the outputs are untouched: ask with a null `weave`
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `weave` is too short; the outputs are untouched: ask with a null
+ *                                       `weave`
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate frameRate,

@@ -53,7 +53,7 @@ typedef uint32_t KIVCS2Status;
 #define KIVCS2STATUS_FORMAT_ERR         0x80000008u /**< unexpected packet or caption format */
 #define KIVCS2STATUS_EOF_ERR            0x80000009u /**< end of stream, or the peer closed */
 #define KIVCS2STATUS_OVERFLOW_ERR       0x8000000au /**< no room to store the data */
-#define KIVCS2STATUS_CAPTION_ERR        0x8000000bu /**< malformed caption line, or a text conversion failed */
+#define KIVCS2STATUS_CAPTION_ERR        0x8000000bu /**< malformed caption line, or failed text conversion */
 #define KIVCS2STATUS_HEADER_ERR         0x8000000cu /**< a caption file's header is malformed */
 #define KIVCS2STATUS_FRAME_RATE_ERR     0x8000000du /**< frame-rate code unknown or not supported */
 #define KIVCS2STATUS_WRITE_ERR          0x8000000eu /**< a write failed */
@@ -93,7 +93,7 @@ typedef uint32_t KIVCS2Status;
 #define KIVCS2STATUS_TASK_SERVER_ERR       0x8000002fu /**< the task server failed */
 #define KIVCS2STATUS_INVALID_TIMECODE_ERR  0x80000030u /**< invalid, or names no frame of the current rate */
 #define KIVCS2STATUS_VIDEO_FORMAT_ERR      0x80000031u /**< video format unknown */
-#define KIVCS2STATUS_NODE_LOCKED_ERR       0x80000032u /**< a link-tree node or one of its parents is locked */
+#define KIVCS2STATUS_NODE_LOCKED_ERR       0x80000032u /**< a link-tree node, or one above it, is locked */
 #define KIVCS2STATUS_NOT_WRITABLE_ERR      0x80000033u /**< the socket is not writable */
 
 /** State of a byte-wise CRC-32: the table, and whether the lazy path has built it. */
@@ -118,9 +118,9 @@ typedef struct KIVCS2MemPtr
 /**
  * Starts the library: makes the CRC-32 table ready, reads the Mach time base and, where `startTaskServer`
  * says so, forks the task server, after which every child of the host is reaped by the library and ends with
- * the host (KIVCS2TaskServer.h). A host that waits for children of its own, also by system(), popen() or a child watch
- * of its event loop, passes false: their statuses would be lost. No failure is reported: without a server
- * kivCS2TaskServer_exec() fails.
+ * the host (KIVCS2TaskServer.h). A host that waits for children of its own, also by system(), popen() or a
+ * child watch of its event loop, passes false: their statuses would be lost. No failure is reported: without
+ * a server kivCS2TaskServer_exec() fails.
  * @retval KIVCS2STATUS_OK  always
  * Thread safety: once, on one thread, before any other operation.
  */

@@ -4,9 +4,9 @@
  * (RFC 6762, RFC 6763).
  *
  * The caller owns the records of publishers and browsers, which stay where they are while in use. Found
- * services and their addresses are the browser's; they live until it is disposed of. What waits for the network
- * runs on a worker thread of its own, so that no operation blocks its caller but finding the first service, which
- * is asked to wait, and the endings, which wait for their worker.
+ * services and their addresses are the browser's; they live until it is disposed of. What waits for the
+ * network runs on a worker thread of its own, so that no operation blocks its caller but finding the first
+ * service, which is asked to wait, and the endings, which wait for their worker.
  *
  * A browser's life: `initBrowserData`, then `findServices` or `findFirstService` once, `stopServiceBrowser`
  * and `diposeBrowserData`. A stopped browser is not started again but initialised anew.
@@ -14,7 +14,8 @@
  * Once a kivCS2Bonjour_findFirstService() of the process has found its service, no browser of the process
  * finds any more: callbacks are no longer made. Look for the first service last, or in a process of its own.
  *
- * Texts are ASCII. A domain of "" is the default one, "local"; a type reads "_http._tcp". Start-up must have run.
+ * Texts are ASCII. A domain of "" is the default one, "local"; a type reads "_http._tcp". Start-up must have
+ * run.
  */
 #ifndef KIVCS2_BONJOUR_H
 #define KIVCS2_BONJOUR_H
@@ -119,10 +120,10 @@ typedef struct KIVCS2BonjourBrowser
 } KIVCS2BonjourBrowser;
 
 /**
- * Publishes a service from a worker thread until kivCS2Bonjour_endPublishingService(), whatever the record held
- * before. Whether the network accepts it is not reported; a name that is taken gets a number (" #2").
- * KIVPNetServiceCopyPublishedName() of <KIVPlatform/KIVPNetService.h>, given `m_service`, returns the name that the
- * service has got, once it has one.
+ * Publishes a service from a worker thread until kivCS2Bonjour_endPublishingService(), whatever the record
+ * held before. Whether the network accepts it is not reported; a name that is taken gets a number (" #2").
+ * KIVPNetServiceCopyPublishedName() of <KIVPlatform/KIVPNetService.h>, given `m_service`, returns the name
+ * that the service has got, once it has one.
  * @param[in] name  at most 63 bytes
  * @param[in] port  0 to 65535, in host order
  * @retval KIVCS2STATUS_PARAM_ERR      an argument is null (texts: no assertion)
@@ -154,10 +155,10 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_endPublishingService(KIVCS2BonjourPublishe
 KIVCS2_API KIVCS2Status kivCS2Bonjour_initBrowserData(KIVCS2BonjourBrowser *browser);
 
 /**
- * Starts to browse. `callback` is called once for each service, in the order in which they come, when it has been
- * resolved (2 seconds at most; one that did not resolve is listed without host and addresses). The next 32 services
- * are resolved meanwhile, so that several that do not answer take their 2 seconds together. Services that go away stay
- * listed; one that comes back is found again. That a search fails is not reported.
+ * Starts to browse. `callback` is called once for each service, in the order in which they come, when it has
+ * been resolved (2 seconds at most; one that did not resolve is listed without host and addresses). The next
+ * 32 services are resolved meanwhile, so that several that do not answer take their 2 seconds together.
+ * Services that go away stay listed; one that comes back is found again. That a search fails is not reported.
  * @param[in] userData  handed to the callback unchanged; may be null
  * @retval KIVCS2STATUS_PARAM_ERR   `browser` or `callback` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  a text is null or not ASCII (no assertion), or no memory
@@ -170,13 +171,13 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_findServices(KIVCS2BonjourBrowser *browser
                                                    void *userData);
 
 /**
- * Waits until a service of exactly this name was found and resolved: it is the first in the browser's list then.
- * The browser is stopped afterwards, found or not. A service that is still being resolved when the time is over is
- * not found, and a later search may find it; a stop by another thread does not shorten the wait.
+ * Waits until a service of exactly this name was found and resolved: it is the first in the browser's list
+ * then. The browser is stopped afterwards, found or not. A service that is still being resolved when the time
+ * is over is not found, and a later search may find it; a stop by another thread does not shorten the wait.
  *
- * The call returns within 0.1 s of its time-out, with one exception: if the machine's discovery daemon hangs (it runs
- * and does not answer), each question to it takes the 25 s of a call over the system bus. This call then takes about
- * 50 s, and so does every ending of a browser, monitor or publisher.
+ * The call returns within 0.1 s of its time-out, with one exception: if the machine's discovery daemon hangs
+ * (it runs and does not answer), each question to it takes the 25 s of a call over the system bus. This call
+ * then takes about 50 s, and so does every ending of a browser, monitor or publisher.
  * @param[in] timeout  milliseconds; 0 looks once
  * @retval KIVCS2STATUS_PARAM_ERR      `browser` is null
  * @retval KIVCS2STATUS_MEMORY_ERR     a text is null or not ASCII (no assertion), or no memory
@@ -190,9 +191,9 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_findFirstService(KIVCS2BonjourBrowser *bro
                                                        const char *type, const char *name, uint32_t timeout);
 
 /**
- * Stops browsing and waits for the worker: no callback runs afterwards, except where the browser's own callback
- * stops it, which ends with that callback. A service that is being resolved at that moment is not waited for, and is
- * not listed. Twice is harmless, as is a browser that never began.
+ * Stops browsing and waits for the worker: no callback runs afterwards, except where the browser's own
+ * callback stops it, which ends with that callback. A service that is being resolved at that moment is not
+ * waited for, and is not listed. Twice is harmless, as is a browser that never began.
  * @retval KIVCS2STATUS_PARAM_ERR  `data` is null
  * @retval KIVCS2STATUS_MUTEX_ERR  the browser is not initialised
  * Thread safety: any thread, the browser's callback included, until it is disposed of.
@@ -202,18 +203,20 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_stopServiceBrowser(KIVCS2BonjourBrowser *d
 /**
  * Stops the browser and the monitors of its services, releases everything it holds and zeroes the record.
  * @retval KIVCS2STATUS_PARAM_ERR  `browser` is null
- * @retval KIVCS2STATUS_STATE_ERR  called by a callback of the browser or of its monitors; nothing was released
+ * @retval KIVCS2STATUS_STATE_ERR  called by a callback of the browser or of its monitors; nothing was
+ *                                 released
  * Thread safety: the owner alone. The name is spelled so.
  */
 KIVCS2_API KIVCS2Status kivCS2Bonjour_diposeBrowserData(KIVCS2BonjourBrowser *browser);
 
 /**
- * The first IPv4 address of a service, null where it has none; the others follow by its links, in the order of their
- * numbers. They are all those that the host has on the networks that it shares with this machine. A network on which
- * the host says nothing is waited for 0.8 s.
+ * The first IPv4 address of a service, null where it has none; the others follow by its links, in the order
+ * of their numbers. They are all those that the host has on the networks that it shares with this machine. A
+ * network on which the host says nothing is waited for 0.8 s.
  * @param[in] serviceData  null: the first service of the browser
  * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or there is no service
- * Thread safety: the browser's callback, or the owner once the browser is stopped. The same holds for the next three.
+ * Thread safety: the browser's callback, or the owner once the browser is stopped. The same holds for the
+ * next three.
  */
 KIVCS2_API KIVCS2Status kivCS2Bonjour_getAddressesList(KIVCS2BonjourBrowser *browser,
                                                        KIVCS2BonjourService *serviceData,
@@ -233,8 +236,8 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_getFirstPort(KIVCS2BonjourBrowser *browser
                                                    KIVCS2BonjourService *serviceData, uint32_t *firstPort);
 
 /**
- * Watches the service's TXT record: `callback` is called with the record there is and whenever it changes. That
- * the watch fails is not reported.
+ * Watches the service's TXT record: `callback` is called with the record there is and whenever it changes.
+ * That the watch fails is not reported.
  * @param[in] userData  handed to the callback unchanged; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `service` or `callback` is null
  * @retval KIVCS2STATUS_STATE_ERR  the service is watched, or this is the callback of the watch
@@ -246,9 +249,9 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_startServiceMonitor(KIVCS2BonjourService *
                                                           void *userData);
 
 /**
- * Stops the watch and waits for its worker: no callback runs afterwards, except where the monitor's own callback
- * stops it, which ends with that callback. The last record stays. Twice is harmless, as is a service that was
- * never watched.
+ * Stops the watch and waits for its worker: no callback runs afterwards, except where the monitor's own
+ * callback stops it, which ends with that callback. The last record stays. Twice is harmless, as is a service
+ * that was never watched.
  * @retval KIVCS2STATUS_PARAM_ERR  `service` is null
  * Thread safety: any thread, the monitor's callback included, until the browser is disposed of.
  */

@@ -558,8 +558,8 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_decodeCaption(KIVCS2Closed
  * How to read a whole file: as the loop at kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode() does, with
  * its test of `m_caption.m_flags & KIVCS2ClosedCaptionFlag_Valid`. KIVCS2STATUS_NOT_FOUND_ERR has the same
  * four meanings, told apart in the same way; in the first of them the pending caption may also begin on
- * this very frame: it has no pairs, or it reaches midnight and will never be handed out. Examples/scc_to_mcc.c
- * reads so.
+ * this very frame: it has no pairs, or it reaches midnight and will never be handed out.
+ * Examples/scc_to_mcc.c reads so.
  * @retval KIVCS2STATUS_PARAM_ERR       an argument is null, or `mcc` writes
  * @retval KIVCS2STATUS_NOT_FOUND_ERR   as above
  * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended, or a read failed; the last caption stays pending,

@@ -62,8 +62,8 @@ KIVCS2_API KIVCS2Status kivCS2Dictionary_free(KIVCS2Dictionary *dictionary);
  * @param[in] key    by `keyKind` a C string, not kept, or a CFStringRef, retained
  * @param[in] value  retained
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
- * @retval KIVCS2STATUS_MEMORY_ERR  the C string is no ASCII, or there is no room; the dictionary stays as it was.
- *                                  Also a new key for a dictionary that is not mutable
+ * @retval KIVCS2STATUS_MEMORY_ERR  the C string is no ASCII, or there is no room; the dictionary stays as it
+ *                                  was. Also a new key for a dictionary that is not mutable
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Dictionary_setCFValue(KIVCS2Dictionary *dictionary, const void *key,

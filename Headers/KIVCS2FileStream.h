@@ -28,8 +28,8 @@ KIVCS2_API KIVCS2Status kivCS2FileStream_setup(KIVCS2FileStream *stream);
 
 /**
  * Opens a file. Release the stream with kivCS2FileStream_free().
- * @param[in] accessMode  as fopen() understands it, passed on unchanged but for an "e": the file is closed on exec and
- *                        its descriptor is above 2
+ * @param[in] accessMode  as fopen() understands it, passed on unchanged but for an "e": the file is closed on
+ *                        exec and its descriptor is above 2
  * @retval KIVCS2STATUS_PARAM_ERR  `stream`, `filename` or `accessMode` is null
  * @retval KIVCS2STATUS_OPEN_ERR   the file cannot be opened; the operations are filled, no file is open
  */

@@ -2,13 +2,14 @@
  * @file
  * Interpolation: a value that moves from frame to frame, as a fade, a wipe or a moving picture needs it.
  *
- * The caller owns the sequence: `init` clears it, up to 16 steps are added, and `execute` is called once a video frame.
- * A step either eases from a start to an end value along one of the curves or holds for a number of frames. Nothing
- * has to be released, and there is no reset but `init`. A sequence is used by one thread at a time.
+ * The caller owns the sequence: `init` clears it, up to 16 steps are added, and `execute` is called once a
+ * video frame. A step either eases from a start to an end value along one of the curves or holds for a number
+ * of frames. Nothing has to be released, and there is no reset but `init`. A sequence is used by one thread
+ * at a time.
  *
- * A step of n frames shows its curve at t = 0, 1/(n-1), 2/(n-1) ... 1: the first frame has the start value and the last
- * one the end value, as closely as curve and arithmetic reach them. t is the position times 1/(n-1) in double precision,
- * which for some n ends at 1 - 2^-53.
+ * A step of n frames shows its curve at t = 0, 1/(n-1), 2/(n-1) ... 1: the first frame has the start value
+ * and the last one the end value, as closely as curve and arithmetic reach them. t is the position times
+ * 1/(n-1) in double precision, which for some n ends at 1 - 2^-53.
  */
 #ifndef KIVCS2_INTERPOLATE_H
 #define KIVCS2_INTERPOLATE_H
@@ -84,8 +85,8 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_init(KIVCS2Interpolation *interpolat
  * A step with the linear curve is added, and executing it fails.
  * @param[in] function  below KIVCS2InterpolationFunctionMax
  * @param[in] frames    at least 1
- * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, `function` or `frames` is out of its range, or there are 16
- *         steps already (for which there is no assertion); the sequence is unchanged
+ * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, `function` or `frames` is out of its range, or
+ *         there are 16 steps already (for which there is no assertion); the sequence is unchanged
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Interpolation_addInterpolateStepInFrames(KIVCS2Interpolation *interpolation,
@@ -94,11 +95,11 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_addInterpolateStepInFrames(KIVCS2Int
                                                                        double end);
 
 /**
- * As kivCS2Interpolation_addInterpolateStepInFrames(), for as many whole frames as `seconds` have at the frame rate
- * of the timecode module. The order of the arguments is another one: the length comes last.
+ * As kivCS2Interpolation_addInterpolateStepInFrames(), for as many whole frames as `seconds` have at the
+ * frame rate of the timecode module. The order of the arguments is another one: the length comes last.
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the seconds come to 0xFFFFFFFF frames, in the low 32 bits
- * @retval KIVCS2STATUS_PARAM_ERR  as there; also where the seconds are less than a frame or not a number, or no frame
- *         rate is set, for these are 0 frames
+ * @retval KIVCS2STATUS_PARAM_ERR  as there; also where the seconds are less than a frame or not a number, or
+ *         no frame rate is set, for these are 0 frames
  * Thread safety: one thread at a time, while nobody changes the frame rate.
  */
 KIVCS2_API KIVCS2Status kivCS2Interpolation_addInterpolateStepInSeconds(KIVCS2Interpolation *interpolation,
@@ -108,8 +109,8 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_addInterpolateStepInSeconds(KIVCS2In
 
 /**
  * Adds a step that keeps the value for `frames` frames, at least 1.
- * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, `frames` is 0, or there are 16 steps already (for which
- *         there is no assertion); the sequence is unchanged
+ * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, `frames` is 0, or there are 16 steps already (for
+ *         which there is no assertion); the sequence is unchanged
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Interpolation_addHoldStepInFrames(KIVCS2Interpolation *interpolation,
@@ -130,8 +131,8 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_addHoldStepInSeconds(KIVCS2Interpola
 KIVCS2_API KIVCS2Status kivCS2Interpolation_setLooped(KIVCS2Interpolation *interpolation, uint32_t looped);
 
 /**
- * Gives the value of the current frame and goes on to the next. A hold step, an ended sequence and one without steps
- * give the last value again.
+ * Gives the value of the current frame and goes on to the next. A hold step, an ended sequence and one
+ * without steps give the last value again.
  * @param[out] outValue  may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, or the step's curve is the linear one (without an
  *         assertion); nothing has advanced and nothing is stored
@@ -143,8 +144,8 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_execute(KIVCS2Interpolation *interpo
  * A curve's value at `t`.
  * @param[in] function  1 to 12: the linear curve is refused
  * @param[in] t         0 to 1; what is not a number gives a value that is not a number
- * @retval KIVCS2STATUS_PARAM_ERR  `function` or `t` is out of its range, or `outValue` is null (all without an
- *         assertion); nothing is stored
+ * @retval KIVCS2STATUS_PARAM_ERR  `function` or `t` is out of its range, or `outValue` is null (all without
+ *         an assertion); nothing is stored
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2Interpolate_value(KIVCS2InterpolationFunction function, double *outValue,

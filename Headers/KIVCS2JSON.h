@@ -13,8 +13,9 @@
  *     if (text != NULL)
  *         status = kivCS2JSON_createFromPlist(plist, &cursor, &length);
  *
- * Strings are not escaped: with a quote, a backslash or a control character in one the text is no JSON, and it is
- * the caller's part to keep them out. See kivCS2JSON_createFromPlist() for the other values that JSON lacks.
+ * Strings are not escaped: with a quote, a backslash or a control character in one the text is no JSON, and
+ * it is the caller's part to keep them out. See kivCS2JSON_createFromPlist() for the other values that JSON
+ * lacks.
  */
 #ifndef KIVCS2_JSON_H
 #define KIVCS2_JSON_H
@@ -32,18 +33,19 @@ KIVCS2_BEGIN_DECLS
  * Appends the text of `plist` at the cursor, zero-terminated, or only measures it.
  *
  * A string is its UTF-8 bytes between quotes, a number is what printf writes in the C locale for its
- * type ("%hhi", "%hi", "%i", "%li" or "%lli" for integers, "%f" for fractions, infinities and NaN as "inf" and
- * "nan"; "%hhui" for kCFNumberCharType, so that 7 is "7i"), an array "[a, b]", a dictionary {"k" : v, "l" : w}
- * in the order of its keys. Anything else, CFBoolean included, writes nothing, and where that is the whole list
- * no zero byte either.
+ * type ("%hhi", "%hi", "%i", "%li" or "%lli" for integers, "%f" for fractions, infinities and NaN as "inf"
+ * and "nan"; "%hhui" for kCFNumberCharType, so that 7 is "7i"), an array "[a, b]", a dictionary
+ * {"k" : v, "l" : w} in the order of its keys. Anything else, CFBoolean included, writes nothing, and where
+ * that is the whole list no zero byte either.
  *
  * A failure inside a dictionary ends its entries there, and with its closing brace the dictionary is a
- * success; inside an array it is returned at once. Measuring counts a string as long as UTF-8 can get, so that
- * it is never less than what is written, and a failure that would make it less, no memory or a count of
+ * success; inside an array it is returned at once. Measuring counts a string as long as UTF-8 can get, so
+ * that it is never less than what is written, and a failure that would make it less, no memory or a count of
  * more than 32 bits, is always returned. The property list may not change between the passes.
  *
  * @param[in]     plist   the property list
- * @param[in,out] cursor  the end of the text so far, which moves on to the new zero byte; null, or at null, to measure
+ * @param[in,out] cursor  the end of the text so far, which moves on to the new zero byte; null, or at null,
+ *                        to measure
  * @param[in,out] length  the bytes written, or that may be written, are added
  * @retval KIVCS2STATUS_PARAM_ERR        `plist` or `length` is null
  * @retval KIVCS2STATUS_MEMORY_ERR       no room for the keys and values of a dictionary, or the count

@@ -12,7 +12,8 @@
  *
  * The caller keeps the tree a tree: attach no node below itself, and no tree's root below a node.
  * Walks use the stack, about 10 bytes a level of depth in a release build. The operations that begin with an
- * underscore do the work; the others forward to them. Nothing is locked: who shares a tree serialises its use.
+ * underscore do the work; the others forward to them. Nothing is locked: who shares a tree serialises its
+ * use.
  */
 #ifndef KIVCS2_LINK_TREE_H
 #define KIVCS2_LINK_TREE_H
@@ -122,8 +123,8 @@ KIVCS2_API KIVCS2Status _kivCS2LinkTree_attachNewNode(KIVCS2LinkTree *tree, KIVC
 /**
  * Puts `node`, taken out of where it is, directly before `sibling` and makes `parent` its parent; that
  * `parent` holds `sibling` is the caller's care. Without a sibling as _kivCS2LinkTree_attachNode().
- * @retval KIVCS2STATUS_PARAM_ERR        `tree`, `parent` or `node` is null, or `sibling` is `node` or nobody's
- *                                       child; nothing has changed
+ * @retval KIVCS2STATUS_PARAM_ERR        `tree`, `parent` or `node` is null, or `sibling` is `node` or
+ *                                       nobody's child; nothing has changed
  * @retval KIVCS2STATUS_NODE_LOCKED_ERR  `node` or `sibling` is locked; nothing has changed
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_insertNode(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode *parent,

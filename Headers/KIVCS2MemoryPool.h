@@ -3,12 +3,12 @@
  * Memory pools: objects of one size out of one block, and out of the heap where the block is used up and the
  * host allows it.
  *
- * The caller owns the record: `init` fills it, `free` clears it, and it may then be initialised again. Objects
- * are handed out zero-filled, those of the heap excepted, and in the order in which they were returned: the
- * one returned longest ago comes first. Free objects hold their link at their start, so the pool needs no
- * memory beside them. Two duties of the host follow, which nothing checks: an object is at least as large as
- * a KIVCS2LinkElem (24 bytes), and its size a multiple of 8 so that every link is aligned. Each object is
- * returned once, to the pool it came from, and not used afterwards.
+ * The caller owns the record: `init` fills it, `free` clears it, and it may then be initialised again.
+ * Objects are handed out zero-filled, those of the heap excepted, and in the order in which they were
+ * returned: the one returned longest ago comes first. Free objects hold their link at their start, so the
+ * pool needs no memory beside them. Two duties of the host follow, which nothing checks: an object is at
+ * least as large as a KIVCS2LinkElem (24 bytes), and its size a multiple of 8 so that every link is aligned.
+ * Each object is returned once, to the pool it came from, and not used afterwards.
  *
  * Objects may be taken and returned from any thread; the callbacks run on that thread, outside the pool's
  * lock, and may use the pool. `init` and `free` belong to the owner, while nobody uses the pool.
@@ -69,8 +69,8 @@ KIVCS2_API KIVCS2Status kivCS2MemoryPool_init(KIVCS2MemoryPool *pool, uint32_t p
 KIVCS2_API KIVCS2Status kivCS2MemoryPool_free(KIVCS2MemoryPool *pool);
 
 /**
- * Hands out an object: all zeros from the block, not cleared from the heap. Then runs the alloc callback on it
- * and answers with its status. Return the object with kivCS2MemoryPool_freeObject().
+ * Hands out an object: all zeros from the block, not cleared from the heap. Then runs the alloc callback on
+ * it and answers with its status. Return the object with kivCS2MemoryPool_freeObject().
  * @param[out] object  the object, or null when none was handed out. It is handed out whatever the callback
  *                     answers: a caller that gets a failure and an object returns the object too
  * @retval KIVCS2STATUS_PARAM_ERR   `pool` or `object` is null, or the pool is not initialised
@@ -81,8 +81,8 @@ KIVCS2_API KIVCS2Status kivCS2MemoryPool_free(KIVCS2MemoryPool *pool);
 KIVCS2_API KIVCS2Status kivCS2MemoryPool_allocObject(KIVCS2MemoryPool *pool, void **object);
 
 /**
- * Runs the free callback on `object`, clears it, and puts it behind the free objects of the block or, where it
- * is none of the block, gives it back to the heap.
+ * Runs the free callback on `object`, clears it, and puts it behind the free objects of the block or, where
+ * it is none of the block, gives it back to the heap.
  * @retval KIVCS2STATUS_PARAM_ERR  `pool` or `object` is null, or the pool is not initialised
  * @retval KIVCS2STATUS_MUTEX_ERR  the lock was not taken; the object is cleared and still handed out
  * Thread safety: any thread.

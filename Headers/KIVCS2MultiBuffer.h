@@ -100,7 +100,8 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_lock(KIVCS2MultiBuffer *_buffer);
 KIVCS2_API KIVCS2Status kivCS2MultiBuffer_unlock(KIVCS2MultiBuffer *_buffer);
 
 /**
- * Waits until no other thread holds the lock. Without KIVCS2MultiBufferFlags_ThreadSafe nothing is waited for.
+ * Waits until no other thread holds the lock. Without KIVCS2MultiBufferFlags_ThreadSafe nothing is waited
+ * for.
  * @retval KIVCS2STATUS_PARAM_ERR  `_buffer` is null
  * Thread safety: any thread.
  */

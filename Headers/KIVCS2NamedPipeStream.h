@@ -46,7 +46,8 @@ KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_setup(KIVCS2NamedPipeStream *strea
 /**
  * Opens a FIFO for reading, or for writing where only KIVCS2NamedPipeFlag_Write is given. Without
  * KIVCS2NamedPipeFlag_NonBlocking the opening waits for the other end. A created FIFO has permissions
- * 0600. Release the stream with kivCS2NamedPipeStream_free(), also after KIVCS2STATUS_MEMORY_ERR. Whatever else
+ * 0600. Release the stream with kivCS2NamedPipeStream_free(), also after KIVCS2STATUS_MEMORY_ERR. Whatever
+ * else
  * stands at the path (a file, a device, a folder) is neither opened nor changed; a link counts as what it
  * leads to.
  * @retval KIVCS2STATUS_PARAM_ERR   `stream` or `filename` is null

@@ -3,11 +3,12 @@
  * PCM conversion: width and byte order of integer samples, and interleaved channels split into planes.
  *
  * `init` takes the description of the input and derives the output's; a converter that deinterleaves then
- * converts with kivCS2PCMAudioConverter_convert(), any other with kivCS2PCMAudioConverter_convertInterleaved().
- * Narrowing drops the low bits, widening appends zero bits; nothing is dithered or rounded.
+ * converts with kivCS2PCMAudioConverter_convert(), any other with
+ * kivCS2PCMAudioConverter_convertInterleaved(). Narrowing drops the low bits, widening appends zero bits;
+ * nothing is dithered or rounded.
  *
- * Samples are counted as 2 bytes at 16 bits and as 3 bytes otherwise, also where they have 1 or 4. So a 32-bit
- * input to be split needs an output width, and one of 8 bits cannot be split.
+ * Samples are counted as 2 bytes at 16 bits and as 3 bytes otherwise, also where they have 1 or 4. So a
+ * 32-bit input to be split needs an output width, and one of 8 bits cannot be split.
  *
  * The caller owns the record: `init` fills it, `free` releases the platform's converter and clears it, and it
  * may then be initialised again. A record is used by one thread at a time; records are independent.
@@ -36,8 +37,8 @@ typedef struct KIVCS2PCMAudioConverter
  * @param[in]  deinterleave         split the channels into planes; the input is then interleaved
  * @param[in]  swapByteOrder        the other byte order than the input's
  * @param[in]  outputBitsPerSample  16, 24, or 0 for the input's
- * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the width is another, an input of planes is to be split, the
- *                                 description is not consistent, or there is no memory
+ * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the width is another, an input of planes is to be split,
+ *                                 the description is not consistent, or there is no memory
  * Release with kivCS2PCMAudioConverter_free(). Thread safety: a record at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_init(KIVCS2PCMAudioConverter *converter,
@@ -72,17 +73,18 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_getSampleCountPerChannelForInput
     const KIVCS2PCMAudioConverter *converter, uint32_t inputLength, uint32_t *outSampleCount);
 
 /**
- * Splits interleaved channels into one plane a channel behind each other in `outputData`, with the width and byte
- * order of the output. With a converter that does not deinterleave, the one position is stored and nothing is
- * converted: see kivCS2PCMAudioConverter_convertInterleaved().
+ * Splits interleaved channels into one plane a channel behind each other in `outputData`, with the width and
+ * byte order of the output. With a converter that does not deinterleave, the one position is stored and
+ * nothing is converted: see kivCS2PCMAudioConverter_convertInterleaved().
  * @param[in]  inputLength           bytes, a whole number of frames
- * @param[out] outputData            kivCS2PCMAudioConverter_getOutputBytesForInputLength() bytes, apart from the input
+ * @param[out] outputData            kivCS2PCMAudioConverter_getOutputBytesForInputLength() bytes, apart from
+ *                                   the input
  * @param[in]  numberOfPositions     the input's channels; 1 for a converter that does not deinterleave
  * @param[out] positions             where each plane starts
  * @param[out] outBytesPerPosition   from one plane to the next, in bytes; what was written may be less
- * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the number of positions is another, the input is no whole
- *                                 number of frames, or the planes are too short for its width; `positions` and
- *                                 `outBytesPerPosition` are untouched, and so is `outputData`
+ * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the number of positions is another, the input is no
+ *                                 whole number of frames, or the planes are too short for its width;
+ *                                 `positions` and `outBytesPerPosition` are untouched, and so is `outputData`
  * Thread safety: a record at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_convert(KIVCS2PCMAudioConverter *converter,
@@ -95,8 +97,8 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_convert(KIVCS2PCMAudioConverter 
  * @param[in]     inputLength   bytes, a whole number of frames
  * @param[out]    outputData    apart from the input
  * @param[in,out] outputLength  bytes that `outputData` has; then the bytes written
- * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the converter deinterleaves or was never made, the input is
- *                                 no whole number of frames, or the output too short; nothing is written
+ * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the converter deinterleaves or was never made, the input
+ *                                 is no whole number of frames, or the output too short; nothing is written
  * Thread safety: a record at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_convertInterleaved(KIVCS2PCMAudioConverter *converter,

@@ -7,8 +7,8 @@
  * SIGPIPE.
  *
  * The descriptors that kivCS2PipeStream_init() makes are above 2, also in a host whose standard streams are
- * closed, and are closed on exec. To pass an end to a program that the host executes itself, put it on a number
- * of the program's choice between fork and exec; the copy stays open:
+ * closed, and are closed on exec. To pass an end to a program that the host executes itself, put it on a
+ * number of the program's choice between fork and exec; the copy stays open:
  *
  *     dup2(pipe.m_readPipe, STDIN_FILENO);
  *     execv(path, arguments);

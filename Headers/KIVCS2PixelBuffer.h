@@ -5,7 +5,8 @@
  *
  * The buffers are those of CoreVideo. A buffer that an operation makes is the caller's, who ends it with
  * CVPixelBufferRelease(). The formats are
- *   'v210'  10 bits a component, three in the low 30 bits of a little-endian word: Cb Y Cr, Y Cb Y, Cr Y Cb, Y Cr Y
+ *   'v210'  10 bits a component, three in the low 30 bits of a little-endian word: Cb Y Cr, Y Cb Y, Cr Y Cb,
+ *   Y Cr Y
  *   '2vuy'  8 bits a component, bytes Cb Y0 Cr Y1 for two pixels
  *   32      kCVPixelFormatType_32ARGB; within this library its bytes are R, G, B, A
  *   24      kCVPixelFormatType_24RGB, bytes R, G, B
@@ -73,18 +74,19 @@ KIVCS2_API KIVCS2Status kivCS2PixelBuffer_clear(CVPixelBufferRef pixelBufferIn,
                                                 KIVCS2PixelBufferClearColour clearColour);
 
 /**
- * Makes a smaller picture of the pixels at the multiples of source size / scale size, rounded down to 1/65536:
- * no filter. RGB of 32 bits is copied into RGB of 32 bits; '2vuy' is converted into RGB of 24 bits, each
- * pixel with the chroma it has in kivCS2PixelBuffer_convert().
+ * Makes a smaller picture of the pixels at the multiples of source size / scale size, rounded down to
+ * 1/65536: no filter. RGB of 32 bits is copied into RGB of 32 bits; '2vuy' is converted into RGB of 24 bits,
+ * each pixel with the chroma it has in kivCS2PixelBuffer_convert().
  *
  * The two failures marked below leave the input locked once more, which the caller undoes with
  * CVPixelBufferUnlockBaseAddress().
  * @param[out] pixelBufferOut         the new buffer, the caller's; untouched on a failure
- * @param[in] scaleWidth, scaleHeight  pixels; below those of the input, which assertions check. Without assertions equal
- *                                    sizes pass as well
- * @retval KIVCS2STATUS_PARAM_ERR   a null argument, an input smaller than the scale size, or one of another format (leaves
- *                                  the input locked)
- * @retval KIVCS2STATUS_MEMORY_ERR  the new buffer could not be made, as for a scale size of 0 (leaves the input locked)
+ * @param[in] scaleWidth, scaleHeight  pixels; below those of the input, which assertions check. Without
+ *                                    assertions equal sizes pass as well
+ * @retval KIVCS2STATUS_PARAM_ERR   a null argument, an input smaller than the scale size, or one of another
+ *                                  format (leaves the input locked)
+ * @retval KIVCS2STATUS_MEMORY_ERR  the new buffer could not be made, as for a scale size of 0 (leaves the
+ *                                  input locked)
  * Thread safety: any thread. Source: ITU-R BT.601.
  */
 KIVCS2_API KIVCS2Status kivCS2PixelBuffer_scale(CVPixelBufferRef pixelBufferIn,
@@ -92,16 +94,18 @@ KIVCS2_API KIVCS2Status kivCS2PixelBuffer_scale(CVPixelBufferRef pixelBufferIn,
                                                 uint32_t scaleHeight);
 
 /**
- * Replaces every odd line by the line above it, padding included. The last line of an odd number of lines has no
- * line below and stays. Any pixel format. A null buffer is asserted on; without assertions it succeeds and does nothing.
+ * Replaces every odd line by the line above it, padding included. The last line of an odd number of lines has
+ * no line below and stays. Any pixel format. A null buffer is asserted on; without assertions it succeeds and
+ * does nothing.
  * @retval KIVCS2STATUS_OK  always
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2PixelBuffer_deinterlace(CVPixelBufferRef pixelBuffer);
 
 /**
- * Converts a '2vuy' buffer as KIVCS2PixelBuffer_Convert2vuyToRGBA and writes its memory to a file, bytes per row times
- * height: rows with their padding, no header. A file that cannot be opened or written is not reported.
+ * Converts a '2vuy' buffer as KIVCS2PixelBuffer_Convert2vuyToRGBA and writes its memory to a file, bytes per
+ * row times height: rows with their padding, no header. A file that cannot be opened or written is not
+ * reported.
  * @param[in] path    created, or emptied first
  * @param[in] unused  any value; not looked at
  * @retval KIVCS2STATUS_PARAM_ERR   a null buffer or one of another format; no file is opened

@@ -115,8 +115,8 @@ typedef struct KIVCS2SMCGPUStatus
  * @retval KIVCS2STATUS_NOT_FOUND_ERR  there is no controller, or it may not be opened; the record is zero
  * @retval KIVCS2STATUS_DATA_ERR       the controller does not answer: the connection stays in the record, and
  *                                     so do the keys that were listed, those that were not being 0
- * @retval KIVCS2STATUS_MEMORY_ERR     no room for the list, or more than 65536 keys; the connection stays in the
- *                                     record
+ * @retval KIVCS2STATUS_MEMORY_ERR     no room for the list, or more than 65536 keys; the connection stays in
+ *                                     the record
  * Thread safety: the owner alone.
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_init(KIVCS2SMC *pSMC);
@@ -156,8 +156,8 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getKeyDataInfo(KIVCS2SMC *pSMC, uint32_t index
                                                  uint32_t maxSize, uint32_t *pDataBytes);
 
 /**
- * Asks for `size` bytes of a key's data. An answer has 32 at most: what `pData` has room for beyond them stays
- * as it is.
+ * Asks for `size` bytes of a key's data. An answer has 32 at most: what `pData` has room for beyond them
+ * stays as it is.
  * @param[in] index  below the number of keys
  * @param[in] size   of `pData`; any
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `index` is out of range
@@ -175,7 +175,8 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getNumberOfFans(KIVCS2SMC *pSMC, uint32_t *pFa
 
 /**
  * Reads all there is to a fan. What the machine does not tell is 0 and its flag clear.
- * @param[in] fan  from 0; keys name fans by one digit, so that from 10 on there is nothing but the forced flag
+ * @param[in] fan  from 0; keys name fans by one digit, so that from 10 on there is nothing but the forced
+ *                 flag
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getFanStatus(KIVCS2SMC *pSMC, uint32_t fan, KIVCS2SMCFanStatus *pStatus);
@@ -191,8 +192,8 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getFanCurrentSpeed(KIVCS2SMC *pSMC, uint32_t f
                                                      KIVCS2SMCFanStatus *pStatus);
 
 /**
- * Reads the core temperatures, up to the first that cannot be read, and the processors' power figures. What the
- * machine does not tell is 0 and its flag clear.
+ * Reads the core temperatures, up to the first that cannot be read, and the processors' power figures. What
+ * the machine does not tell is 0 and its flag clear.
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getCPUStatus(KIVCS2SMC *pSMC, KIVCS2SMCCPUStatus *pStatus);
@@ -205,8 +206,8 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getCPUStatus(KIVCS2SMC *pSMC, KIVCS2SMCCPUStat
 KIVCS2_API KIVCS2Status kivCS2SMC_getGPUStatus(KIVCS2SMC *pSMC, KIVCS2SMCGPUStatus *pStatus);
 
 /**
- * Degrees Celsius of the first two of `size` bytes, to a 64th of a degree. Both bytes are signed: a second byte of
- * 128 or more takes a degree away.
+ * Degrees Celsius of the first two of `size` bytes, to a 64th of a degree. Both bytes are signed: a second
+ * byte of 128 or more takes a degree away.
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `size` is below 2
  * Thread safety: any thread, as the three below.
  */

@@ -8,10 +8,10 @@
  * are released by kivCS2_freeSockAddr().
  *
  * Every operation that calls the system sets `m_errno` to 0 first and to the error number of the call
- * that failed. A failed create operation leaves no record to look into: `errno` holds the number then (ECONNREFUSED,
- * EADDRINUSE, EMFILE ...), and 0 if no call of the system has failed (a host without an IPv4 address, a
- * group's address that is not one). Clients, servers, receivers and accepted connections never raise SIGPIPE; senders of
- * datagrams have no need. Descriptors are above 2 and closed on exec.
+ * that failed. A failed create operation leaves no record to look into: `errno` holds the number then
+ * (ECONNREFUSED, EADDRINUSE, EMFILE ...), and 0 if no call of the system has failed (a host without an IPv4
+ * address, a group's address that is not one). Clients, servers, receivers and accepted connections never
+ * raise SIGPIPE; senders of datagrams have no need. Descriptors are above 2 and closed on exec.
  *
  * A record is used by one thread at a time; separate records are independent. A thread that waits in
  * one operation is woken by time-outs and by the peer, not by closing the record.
@@ -300,8 +300,8 @@ KIVCS2_API KIVCS2Status kivCS2Socket_sendTo(KIVCS2Socket *_socket, const struct 
 
 /**
  * One receive. With KIVCS2SocketOption_EndOnEOT a buffer that starts with 0x04 ends the connection: its
- * bytes stand in the buffer, and whoever wants to go on may. After an interruption that byte is what the buffer
- * held before, unless `_clear` is set.
+ * bytes stand in the buffer, and whoever wants to go on may. After an interruption that byte is what the
+ * buffer held before, unless `_clear` is set.
  * @param[in] _clear             zero the whole buffer first
  * @param[out] _bytes_received   how many came: 0 when the peer has closed, on a time-out and where nothing
  *                               was there, all ones after any other failure; may be null
@@ -352,12 +352,12 @@ KIVCS2_API KIVCS2Status kivCS2Socket_testWrite(KIVCS2Socket *_socket);
 
 /**
  * Whether the socket is neither hung up on both sides nor closed. A peer that has only stopped sending is
- * alive, and so is one that has closed its socket or ended: the network tells both by the same message. Such a peer
- * answers what is sent to it with a reset, and only from then on the test fails. One that vanishes without a message
- * (a cable, a power supply) stays alive until a send has been repeated in vain for minutes. To notice a peer that has
- * ended, use kivCS2Socket_testRead() and then kivCS2Socket_receive(), which fails with
- * KIVCS2STATUS_CONNECTION_CLOSED_ERR. Statuses as for kivCS2Socket_testRead(), but KIVCS2STATUS_OK also where
- * both would wait.
+ * alive, and so is one that has closed its socket or ended: the network tells both by the same message. Such
+ * a peer answers what is sent to it with a reset, and only from then on the test fails. One that vanishes
+ * without a message (a cable, a power supply) stays alive until a send has been repeated in vain for minutes.
+ * To notice a peer that has ended, use kivCS2Socket_testRead() and then kivCS2Socket_receive(), which fails
+ * with KIVCS2STATUS_CONNECTION_CLOSED_ERR. Statuses as for kivCS2Socket_testRead(), but KIVCS2STATUS_OK also
+ * where both would wait.
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_testAlive(KIVCS2Socket *_socket);

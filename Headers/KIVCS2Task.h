@@ -103,14 +103,15 @@ KIVCS2_API KIVCS2Status kivCS2Task_create(KIVCS2Task **_task, const char *_comma
  * Releases a task, whose pipes it closes. A task that is running is stopped first as `mode` says and waited
  * for while its state is 3, without sleeping; where its process is still to come it is stopped when it
  * comes. A synchronous launch (state 2) is not waited for. In every state but these `mode` means nothing.
- * The callback is made as if the child had ended by itself, and may begin when `free` has returned: what `context`
- * points to has to last till then. KIVCS2TaskFreeMode_Abort of a task in state 3 makes it state 5 without a
- * callback; one that finishes by itself before that has its own.
+ * The callback is made as if the child had ended by itself, and may begin when `free` has returned: what
+ * `context` points to has to last till then. KIVCS2TaskFreeMode_Abort of a task in state 3 makes it state 5
+ * without a callback; one that finishes by itself before that has its own.
  * @retval KIVCS2STATUS_PARAM_ERR         `_task` is null, or it is running and `mode` is above 4
  * @retval KIVCS2STATUS_TASK_RUNNING_ERR  it is running and `mode` is 0
- * In both cases nothing is freed, and a task that is running goes on without its pipes, which are closed first.
- * Thread safety: once, by any thread, a callback's included. A callback of a launch through the task server holds
- * the server's mutex: there only its own task, and those that have finished, can be freed, or any with
+ * In both cases nothing is freed, and a task that is running goes on without its pipes, which are closed
+ * first.
+ * Thread safety: once, by any thread, a callback's included. A callback of a launch through the task server
+ * holds the server's mutex: there only its own task, and those that have finished, can be freed, or any with
  * KIVCS2TaskFreeMode_Abort; a wait for another one's end would never end.
  */
 KIVCS2_API KIVCS2Status kivCS2Task_free(KIVCS2Task *_task, KIVCS2TaskFreeMode mode);
@@ -133,7 +134,8 @@ KIVCS2_API KIVCS2Status kivCS2TaskPrv_checkLaunchable(KIVCS2Task *_task);
  * @retval KIVCS2STATUS_PIPE_ERR            a pipe was not made; there are none then
  * @retval KIVCS2STATUS_FORK_ERR            no process was made; there are no pipes then
  * @retval KIVCS2STATUS_MEMORY_ERR          no room to prepare the launch; there are no pipes then
- * @retval KIVCS2STATUS_SYSTEM_ERR          another part of the host has taken the exit status; `m_waitStatus` is -1
+ * @retval KIVCS2STATUS_SYSTEM_ERR          another part of the host has taken the exit status; `m_waitStatus`
+ *                                          is -1
  * After every one but the first two the task has finished (state 4). Thread safety: one launch a task;
  * pipes and signals from any thread meanwhile.
  */
@@ -192,11 +194,12 @@ KIVCS2_API KIVCS2Status kivCS2Task_setStdErrFile(KIVCS2Task *_task, const char *
 /**
  * Reads once from the child's standard output; also after the child has ended.
  * @param[in] block       wait until there is something
- * @param[out] bytesRead  may be null; 0 at the end of the stream, and after every failure but KIVCS2STATUS_PARAM_ERR,
- *                        which leaves it as it was
+ * @param[out] bytesRead  may be null; 0 at the end of the stream, and after every failure but
+ *                        KIVCS2STATUS_PARAM_ERR, which leaves it as it was
  * @retval KIVCS2STATUS_PARAM_ERR        `_task` or `_buffer` is null
  * @retval KIVCS2STATUS_STATE_ERR        it has no pipes
- * @retval KIVCS2STATUS_NOT_PIPED_ERR    this stream has none: it goes to a file, or the launch has not come so far
+ * @retval KIVCS2STATUS_NOT_PIPED_ERR    this stream has none: it goes to a file, or the launch has not come
+ *                                       so far
  * @retval KIVCS2STATUS_EOF_ERR          nothing to read now, without `block`
  * @retval KIVCS2STATUS_READ_ERR         the pipe could not be polled
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  polling gave what it cannot give
@@ -212,7 +215,8 @@ KIVCS2_API KIVCS2Status kivCS2Task_readError(KIVCS2Task *_task, bool block, void
 
 /**
  * Writes once to the child's standard input; a child that no longer reads raises no SIGPIPE.
- * @param[out] bytesWritten  may be null; 0 after every failure but KIVCS2STATUS_PARAM_ERR, which leaves it as it was
+ * @param[out] bytesWritten  may be null; 0 after every failure but KIVCS2STATUS_PARAM_ERR, which leaves it as
+ *                           it was
  * @retval KIVCS2STATUS_PARAM_ERR             `_task` or `_buffer` is null
  * @retval KIVCS2STATUS_TASK_NOT_RUNNING_ERR  it is not running
  * @retval KIVCS2STATUS_STATE_ERR             it has no pipes
@@ -247,8 +251,8 @@ KIVCS2_API KIVCS2Status kivCS2Task_interrupt(KIVCS2Task *_task, int32_t *_killRe
 KIVCS2_API KIVCS2Status kivCS2Task_terminate(KIVCS2Task *_task, int32_t *_killResult);
 
 /**
- * Sends SIGTERM to every descendant of the child, the deepest first, and not to the child itself. All are stopped for
- * a moment, as at kivCS2TaskServer_killAllChildProcesses().
+ * Sends SIGTERM to every descendant of the child, the deepest first, and not to the child itself. All are
+ * stopped for a moment, as at kivCS2TaskServer_killAllChildProcesses().
  * @retval KIVCS2STATUS_PARAM_ERR             `_task` is null
  * @retval KIVCS2STATUS_TASK_NOT_RUNNING_ERR  it is not running
  * Thread safety: any thread.

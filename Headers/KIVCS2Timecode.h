@@ -482,11 +482,11 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_initWithBCD(KIVCS2Timecode *tc, uint32_t 
 
 /**
  * Sets the date, and with `includeTime` the time, from a system date in the process's calendar and time zone;
- * without it the frame count is 0. The date is taken in whole milliseconds, and of the second's frames as many are
- * counted from its first one as have begun at the nominal rate: milliseconds * framesPerSecond / 1000, rounded down.
- * At 29.97 and 59.94 two less are counted from the third on, in every second: the frame always exists and is two
- * before the one of that number, except in a second whose first numbers are dropped (29.97: that one, 59.94: two
- * behind it, at most the second's last).
+ * without it the frame count is 0. The date is taken in whole milliseconds, and of the second's frames as
+ * many are counted from its first one as have begun at the nominal rate: milliseconds * framesPerSecond /
+ * 1000, rounded down. At 29.97 and 59.94 two less are counted from the third on, in every second: the frame
+ * always exists and is two before the one of that number, except in a second whose first numbers are dropped
+ * (29.97: that one, 59.94: two behind it, at most the second's last).
  * A field that cannot be formatted (no memory) reads as 0.
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no rate is set; the record is untouched
  * @retval KIVCS2STATUS_MUTEX_ERR       the formatters could not be locked; the record is untouched

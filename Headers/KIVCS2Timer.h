@@ -19,8 +19,9 @@
  * run-loop timer never waits: on the loop's thread no call follows it, on another thread a call that had
  * begun is finished, so that its context has to live until then.
  *
- * A run-loop timer takes a file descriptor. A child of fork() that goes on without exec has no thread that calls,
- * and shares the descriptors: only one of parent and child may go on running the loops, while each may free its timers.
+ * A run-loop timer takes a file descriptor. A child of fork() that goes on without exec has no thread that
+ * calls, and shares the descriptors: only one of parent and child may go on running the loops, while each may
+ * free its timers.
  */
 #ifndef KIVCS2_TIMER_H
 #define KIVCS2_TIMER_H
@@ -72,8 +73,8 @@ typedef struct KIVCS2Timer
  * @param[in] callback  may be null: nothing is called
  * @param[in] context   handed to `callback` unchanged; has to live until no call can be made any more
  * @param[in] flags     bits of KIVCS2TimerFlags
- * @param[in] interval  seconds. A thread does not wait between its calls for 0 and less and for NaN, a run loop
- *                      calls once; infinity never comes
+ * @param[in] interval  seconds. A thread does not wait between its calls for 0 and less and for NaN, a run
+ *                      loop calls once; infinity never comes
  * @param[in] fireDate  seconds since 2001-01-01 00:00:00 UTC; one that has passed, or NaN, is now
  * @retval KIVCS2STATUS_PARAM_ERR   `_timer` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no memory, or no file descriptor for a run-loop timer
@@ -107,7 +108,8 @@ KIVCS2_API KIVCS2Status kivCS2Timer_cancel(KIVCS2Timer *_timer);
 /**
  * Cancels the timer, waits for its thread unless that is the caller, and releases it. Callbacks of two timers
  * with threads must not free each other's: each would wait for the other.
- * @retval KIVCS2STATUS_PARAM_ERR  `_timer` is null, or has lost the thread or the run-loop timer its flags name
+ * @retval KIVCS2STATUS_PARAM_ERR  `_timer` is null, or has lost the thread or the run-loop timer its flags
+ *                                 name
  * Thread safety: one thread at a time; callbacks of the timer may call it.
  */
 KIVCS2_API KIVCS2Status kivCS2Timer_free(KIVCS2Timer *_timer);

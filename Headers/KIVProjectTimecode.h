@@ -497,14 +497,15 @@ public:
     /* ---- Dates, in the zone of the process (TZ) ----------------------------------------------------- */
 
     /**
-     * Sets the date, and with `includeTime` the time, as kivCS2Timecode_initWithDate(): the frame of the whole
-     * milliseconds, and at drop-frame rates two before it in most seconds. Without `includeTime` the frame count is
+     * Sets the date, and with `includeTime` the time, as kivCS2Timecode_initWithDate(): the frame of the
+     * whole milliseconds, and at drop-frame rates two before it in most seconds. Without `includeTime` the
+     * frame count is
      * 0. A null date and a missing rate leave the object as it is.
      */
     void fromDate(CFDateRef date, bool includeTime) noexcept;
     /**
-     * The same by the class's date formatters; a field that cannot be formatted (no memory) reads as 0. Before
-     * the year 1 theirs is the year of its era, 44 of 44 BC, where fromDate() has -43 cut to 16 bits.
+     * The same by the class's date formatters; a field that cannot be formatted (no memory) reads as 0.
+     * Before the year 1 theirs is the year of its era, 44 of 44 BC, where fromDate() has -43 cut to 16 bits.
      */
     void fromCFDate(CFDateRef date, bool includeTime) noexcept;
     /**
@@ -512,9 +513,9 @@ public:
      * since midnight; all others from the digits, and the frames as parts of a second. The two differ where
      * seconds of timecode are not real ones: by up to 72 seconds a day at 23.98. A time that the clock
      * shows twice is the second, one that it leaves out counts on from before the gap.
-     * fromDate() need not give the frame back: it takes whole milliseconds. From the digits it is the same one at 25
-     * and 50, the one before for every third frame at 24, 30 and 60 and for one of 24 at 23.98, and up to three
-     * before (at 59.94 also up to two behind) at the drop-frame rates.
+     * fromDate() need not give the frame back: it takes whole milliseconds. From the digits it is the same
+     * one at 25 and 50, the one before for every third frame at 24, 30 and 60 and for one of 24 at 23.98, and
+     * up to three before (at 59.94 also up to two behind) at the drop-frame rates.
      * Null also for a month of 12 or more.
      */
     KIV_NODISCARD CFDateRef toDate() const noexcept;

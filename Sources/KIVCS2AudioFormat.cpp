@@ -9,8 +9,8 @@
 
 namespace
 {
-// Kept: hosts rely on a code of any origin being taken apart. The fields have four bits, so the tables have all
-// of their values; those without a meaning are 0.
+// Kept: hosts rely on a code of any origin being taken apart. The fields have four bits, so the tables have
+// all of their values; those without a meaning are 0.
 constexpr size_t kFieldValues = 16;
 constexpr std::array<uint32_t, kFieldValues> audioFormatEncoding = {
     0x6C70636D, // 'lpcm'
@@ -119,8 +119,8 @@ KIVCS2Status kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate
         ++frames;
     }
 
-    // Kept: hosts rely on the truncation, which may leave a cycle one sample short of its sum, and on the larger
-    // counts coming first.
+    // Kept: hosts rely on the truncation, which may leave a cycle one sample short of its sum, and on the
+    // larger counts coming first.
     const auto larger = static_cast<uint32_t>(frames * (samples - std::trunc(samples)));
     const auto high = static_cast<uint32_t>(std::ceil(samples));
     const uint32_t low = larger != 0 ? static_cast<uint32_t>(std::floor(samples)) : high;

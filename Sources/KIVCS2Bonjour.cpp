@@ -112,8 +112,8 @@ void watchService(void *context)
 
 // ---- Services that are being resolved ----
 
-// The service that a browser's callback resolves at this moment, so that a stop can end that. One a browser, on the
-// stack of its worker.
+// The service that a browser's callback resolves at this moment, so that a stop can end that. One a browser,
+// on the stack of its worker.
 class Resolving
 {
 public:
@@ -228,8 +228,8 @@ void appendAddress(KIVCS2BonjourService &service, CFDataRef data)
 void serviceCame(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
 {
     const bool isFirst = browser.m_mode == KIVCS2BonjourMode_First;
-    // The name is known before the service is resolved, which takes time and packets, two seconds for a service
-    // that nobody answers for: only the wanted one is.
+    // The name is known before the service is resolved, which takes time and packets, two seconds for a
+    // service that nobody answers for: only the wanted one is.
     if (isFirst && CFStringCompare(CFNetServiceGetName(cfService), browser.m_name, 0) != kCFCompareEqualTo)
         return;
 
@@ -239,8 +239,8 @@ void serviceCame(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
         (void)CFNetServiceResolveWithTimeout(cfService, kResolveTimeout,
                                              &error); // listed without addresses then
     }
-    // A search that was stopped meanwhile has not found it: a host whose search for the first service timed out
-    // searches again, which the flag would forbid.
+    // A search that was stopped meanwhile has not found it: a host whose search for the first service timed
+    // out searches again, which the flag would forbid.
     if (shared(browser.m_stop).load() != 0)
         return;
     KIVCS2BonjourService *service = appendService(browser, cfService);
@@ -297,8 +297,8 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
 }
 
 // Ends the search. The flag is set before the mutex is taken as well: a callback that waits for the mutex
-// would otherwise go on to the next service, and the next, while this thread waits. What it resolves at this moment
-// ends too, or this thread would wait for that.
+// would otherwise go on to the next service, and the next, while this thread waits. What it resolves at this
+// moment ends too, or this thread would wait for that.
 [[nodiscard]] KIVCS2Status stopSearch(KIVCS2BonjourBrowser &browser, bool &inCallback)
 {
     shared(browser.m_stop).store(1);

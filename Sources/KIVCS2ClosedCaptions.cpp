@@ -554,8 +554,9 @@ KIVCS2Status readLine(KIVCS2Stream *stream, CaptionLine &line)
 
 using DecodeLine = KIVCS2Status (*)(KIVCS2ClosedCaptionsMCCStream *mcc, const char *line, uint32_t length);
 
-// What a line before the first caption means for the search. What does not decode belongs to the header, except
-// that without a rate no caption decodes: the first of them says so, or a good file would be read to its end.
+// What a line before the first caption means for the search. What does not decode belongs to the header,
+// except that without a rate no caption decodes: the first of them says so, or a good file would be read to
+// its end.
 bool endsHeader(KIVCS2Status decoded)
 {
     return KIVCS2_SUCCEEDED(decoded) || decoded == KIVCS2STATUS_FRAME_RATE_ERR;
@@ -592,9 +593,9 @@ constexpr uint32_t frameCount(KIVCS2Timecode timecode)
     return static_cast<uint32_t>(timecode);
 }
 
-// Volatile, so that the compiler does not know the size and calls the C library. For a constant of 296 bytes it emits
-// "rep movs" in place, which takes longer to start than the library's copy takes in all, and a copy is made for every
-// pair that is handed out.
+// Volatile, so that the compiler does not know the size and calls the C library. For a constant of 296 bytes
+// it emits "rep movs" in place, which takes longer to start than the library's copy takes in all, and a copy
+// is made for every pair that is handed out.
 const volatile size_t kCaptionSize = sizeof(KIVCS2ClosedCaption);
 
 void copyCaption(KIVCS2ClosedCaption &to, const KIVCS2ClosedCaption &from)

@@ -13,7 +13,8 @@
 
 namespace
 {
-// Kept: hosts rely on this constant, a little above ln 1024, and so on exponential curves that start at 0.000976.
+// Kept: hosts rely on this constant, a little above ln 1024, and so on exponential curves that start at
+// 0.000976.
 constexpr double kExponent = 6.931618662570565;
 
 constexpr double kHalfPi = std::numbers::pi / 2.0;
@@ -147,7 +148,8 @@ KIVCS2Status kivCS2Interpolation_addInterpolateStepInFrames(KIVCS2Interpolation 
                                                             uint32_t frames, double start, double end)
 {
     KIV_CHECK(interpolation);
-    KIV_CHECK(function < KIVCS2InterpolationFunctionMax); // Kept: also the linear curve, which does not execute
+    // Kept: also the linear curve, which does not execute
+    KIV_CHECK(function < KIVCS2InterpolationFunctionMax);
     KIV_CHECK(frames > 0);
 
     if (isFull(*interpolation))
@@ -228,8 +230,8 @@ KIVCS2Status kivCS2Interpolation_execute(KIVCS2Interpolation *interpolation, dou
 
 KIVCS2Status kivCS2Interpolate_value(KIVCS2InterpolationFunction function, double *outValue, double t)
 {
-    // Without assertions: a host may try. Kept: the linear curve is out of the range, and t that is not a number, which
-    // a step of one frame gives, is in it.
+    // Without assertions: a host may try. Kept: the linear curve is out of the range, and t that is not a
+    // number, which a step of one frame gives, is in it.
     const bool isCurve =
         function > KIVCS2InterpolationFunction_Linear && function < KIVCS2InterpolationFunctionMax;
     const bool isOutside = t < 0.0 || t > 1.0;

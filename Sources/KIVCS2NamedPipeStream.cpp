@@ -48,8 +48,9 @@ struct OpenMode
     return S_ISFIFO(info.st_mode);
 }
 
-// Opens the FIFO that `path` leads to; -1 and errno for everything else. Before the opening the path is looked at,
-// because opening a device may wait or act; behind it the descriptor is, because the path may have changed.
+// Opens the FIFO that `path` leads to; -1 and errno for everything else. Before the opening the path is
+// looked at, because opening a device may wait or act; behind it the descriptor is, because the path may have
+// changed.
 [[nodiscard]] int openFifo(const char *path, int flags)
 {
     struct stat info

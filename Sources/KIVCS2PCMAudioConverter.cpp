@@ -129,7 +129,8 @@ KIVCS2Status kivCS2PCMAudioConverter_convert(KIVCS2PCMAudioConverter *converter,
     KIV_CHECK(positions);
     KIV_CHECK(outBytesPerPosition);
 
-    // Kept: hosts rely on the interleaved input being laid out as one position and on nothing being converted.
+    // Kept: hosts rely on the interleaved input being laid out as one position and on nothing being
+    // converted.
     const uint32_t expected = converter->m_deinterleave != 0 ? converter->m_inputFormat.mChannelsPerFrame : 1;
     if (numberOfPositions == 0 || numberOfPositions != expected)
         return KIVCS2STATUS_PARAM_ERR;

@@ -20,8 +20,8 @@ namespace
 {
 constexpr mode_t kMode = 0666; // less the process's mask: semaphores are for every user that it lets in
 
-// Held while the system changes its list of open semaphores: its own lock is one that thread checkers do not see,
-// and semaphores of several workers are opened and closed on several threads.
+// Held while the system changes its list of open semaphores: its own lock is one that thread checkers do not
+// see, and semaphores of several workers are opened and closed on several threads.
 constinit std::mutex openSemaphores;
 
 // The absolute clock for an automatic name, raised to one above the last one used: two threads may read

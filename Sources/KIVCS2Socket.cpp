@@ -55,8 +55,8 @@ KIVCS2Status failed(KIVCS2Socket *socket, KIVCS2Status status)
 
 // ---- Making records ----
 
-// A record that is given up before a host has seen it: nothing of it is drained or left but errno, which tells the
-// host why.
+// A record that is given up before a host has seen it: nothing of it is drained or left but errno, which
+// tells the host why.
 struct Discard
 {
     void operator()(KIVCS2Socket *socket) const
@@ -76,7 +76,8 @@ using OwnSocket = std::unique_ptr<KIVCS2Socket, Discard>;
     return OwnSocket{static_cast<KIVCS2Socket *>(kivCS2ZeroMalloc(sizeof(KIVCS2Socket)))};
 }
 
-// The error number of a failed look-up: 0 if the answer is that there is no such address, which no number says.
+// The error number of a failed look-up: 0 if the answer is that there is no such address, which no number
+// says.
 [[nodiscard]] int lookUpError(int result, int systemError)
 {
     switch (result)

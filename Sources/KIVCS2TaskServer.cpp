@@ -75,8 +75,8 @@ void closeEnd(uint32_t index)
         close(descriptor);
 }
 
-// Between two launches the host has these. Where it has closed one, as by closing all that it does not know, the
-// server is lost to it, and the number may stand for a file of its own by now.
+// Between two launches the host has these. Where it has closed one, as by closing all that it does not know,
+// the server is lost to it, and the number may stand for a file of its own by now.
 [[nodiscard]] bool hasItsPipes()
 {
     for (const uint32_t index : {kRequestWrite, kPidRead, kReportRead, kReportWrite})
@@ -197,8 +197,8 @@ enum class Answer
     return count == sizeof pid && pid > 1 ? pid : 0;
 }
 
-// The new process's id. 0 and no process if neither the server nor a process on its way is there to tell it, or if the
-// server does not answer in time.
+// The new process's id. 0 and no process if neither the server nor a process on its way is there to tell it,
+// or if the server does not answer in time.
 [[nodiscard]] Answer readPid(uint32_t launch, pid_t &pid)
 {
     const uint64_t begin = mach_absolute_time();
@@ -228,8 +228,8 @@ enum class Answer
     }
 }
 
-// Something has stopped it, or holds up the program that it executes. A process that it is about to launch finds
-// nobody to tell its id, and ends.
+// Something has stopped it, or holds up the program that it executes. A process that it is about to launch
+// finds nobody to tell its id, and ends.
 void endStuckServer()
 {
     if (serverLives()) // or its id may be another's by now
@@ -264,8 +264,8 @@ void endStuckServer()
     Answer answer = askServer(task, message);
     if (answer == Answer::launched)
         return KIVCS2STATUS_OK;
-    // The server went before it launched anything, though it may still be on its way out: once more with a new
-    // one, and not for ever.
+    // The server went before it launched anything, though it may still be on its way out: once more with a
+    // new one, and not for ever.
     const KIVCS2Status replaced = replaceServer();
     if (KIVCS2_SUCCEEDED(replaced))
         answer = askServer(task, message);
@@ -316,7 +316,8 @@ void handleReport(pid_t pid, int32_t status)
         finish(*task, status);
 }
 
-// The tasks of servers that are gone: finishes those whose process is gone too, with no report left to be read.
+// The tasks of servers that are gone: finishes those whose process is gone too, with no report left to be
+// read.
 void finishLostTasks()
 {
     KIVCS2LinkList &tasks = g_CSTaskServer.m_tasks;

@@ -31,7 +31,8 @@ std::atomic_ref<Member> shared(Member &member)
 
 // ---- Thread ----
 
-// What the timer's thread keeps on its own stack: once a callback has freed the record, it must not look there.
+// What the timer's thread keeps on its own stack: once a callback has freed the record, it must not look
+// there.
 struct Worker
 {
     KIVCS2Timer *record; // null once freed by the callback
@@ -53,7 +54,8 @@ constinit thread_local Worker *t_worker = nullptr;
     return worker.record != nullptr && shared(worker.record->m_running).load() != 0;
 }
 
-// Cancel clears the callback before the context. Read the other way round, a callback that is there has its context.
+// Cancel clears the callback before the context. Read the other way round, a callback that is there has its
+// context.
 [[nodiscard]] Worker workerOf(KIVCS2Timer &record)
 {
     void *context = shared(record.m_context).load();

@@ -1,5 +1,5 @@
-// Every allocation of service discovery, failed once in turn, over a network that the test plays. Avahi ends the process
-// where its own fail; they are not touched here.
+// Every allocation of service discovery, failed once in turn, over a network that the test plays. Avahi ends
+// the process where its own fail; they are not touched here.
 #include "KIVCS2Bonjour.h"
 
 #include "CFNetwork/Engine.h"

@@ -1,5 +1,5 @@
-// Every allocation behind the machine's name failed in turn: the documented status, a zeroed buffer, and no name
-// left that is not kept (LeakSanitizer). The other figures need no memory.
+// Every allocation behind the machine's name failed in turn: the documented status, a zeroed buffer, and no
+// name left that is not kept (LeakSanitizer). The other figures need no memory.
 #include <KIVCoreServices2/KIVCS2SystemInfo.h>
 
 #include "FailingAllocator.h"

@@ -1,4 +1,5 @@
-// Tasks where memory runs out: a part of a task can be released, and a launch that was not prepared leaves nothing.
+// Tasks where memory runs out: a part of a task can be released, and a launch that was not prepared leaves
+// nothing.
 #include "KIVCS2Task.h"
 #include "KIVCS2TaskServer.h"
 #include "Private/Tasks/ServerWire.h"

@@ -1,5 +1,5 @@
-// Run-loop timers while the real-time clock is set. The machine's clock stays as it is: this program puts a clock of its
-// own in front of it, and a timerfd that tells of a step once, as the kernel does.
+// Run-loop timers while the real-time clock is set. The machine's clock stays as it is: this program puts a
+// clock of its own in front of it, and a timerfd that tells of a step once, as the kernel does.
 #include "../../Sources/Private/Support/CFRef.h"
 
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,5 +1,5 @@
-// The documented calls of service discovery over a network that the test plays: what comes from several interfaces,
-// a backend that is replaced, names that are taken, records of any content.
+// The documented calls of service discovery over a network that the test plays: what comes from several
+// interfaces, a backend that is replaced, names that are taken, records of any content.
 #include "CFText.h"
 
 #include "CFNetwork/Engine.h"

@@ -1,5 +1,5 @@
-// Every zone of the machine, each in a process that starts with it: offsets, texts and composing against the C library,
-// and moments whose rules are known.
+// Every zone of the machine, each in a process that starts with it: offsets, texts and composing against the
+// C library, and moments whose rules are known.
 #include "CFText.h"
 #include "OwnProcesses.h"
 
@@ -259,7 +259,8 @@ TEST(Zones, KnownGapsAndRepeatedHours)
         inZone(row.zone, [&row] { EXPECT_EQ(composed(row.wall), row.moment); });
 }
 
-// The zone is the C library's: a host that changes TZ and tells it so is followed, one that only sets it is not.
+// The zone is the C library's: a host that changes TZ and tells it so is followed, one that only sets it is
+// not.
 TEST(Zones, AChangedZoneIsFollowedFromTzsetOn)
 {
     inZone("Europe/Berlin",

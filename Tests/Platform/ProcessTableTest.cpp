@@ -83,7 +83,8 @@ TEST(Processes, WhatHasNoRoomIsLeftOut)
     EXPECT_TRUE(sysctl(kTable, 3, room.data(), &size, room.data(), 1) == -1 && errno == EPERM);
 }
 
-// The bits of all threads: of a process whose first thread has ended, and of a parent that waits for its vfork.
+// The bits of all threads: of a process whose first thread has ended, and of a parent that waits for its
+// vfork.
 TEST(Processes, StandStillWhenAllTheirThreadsDo)
 {
     const auto become = [](pid_t pid, unsigned states)

@@ -68,7 +68,8 @@ Bytes redLast(Bytes pixels)
     return pixels;
 }
 
-// A line of every luma for each of the 65536 chromas; what follows the line has the same chroma, so that odd pixels have it too.
+// A line of every luma for each of the 65536 chromas; what follows the line has the same chroma, so that odd
+// pixels have it too.
 TEST_P(PixelRows, AllColoursOfBothMatricesAreThoseOfTheFormula)
 {
     constexpr size_t kLumas = 256;

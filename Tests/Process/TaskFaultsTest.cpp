@@ -1,4 +1,5 @@
-// Launches beside system calls that fail, and server and host killed at every byte of what they tell each other.
+// Launches beside system calls that fail, and server and host killed at every byte of what they tell each
+// other.
 #include "KIVCS2Base.h"
 #include "KIVCS2TaskServer.h"
 #include "Private/Tasks/ServerProcess.h"
@@ -308,8 +309,8 @@ TEST(TaskFaults, AFailedCallGivesItsStatusAndLeavesNothing)
     }
 }
 
-// In the child, which can tell the host by its exit code only: each file, and each of the three streams in turn, alone
-// and beside a server.
+// In the child, which can tell the host by its exit code only: each file, and each of the three streams in
+// turn, alone and beside a server.
 TEST(TaskFaults, ACallThatFailsInTheChildIsItsExitCode)
 {
     struct Row
@@ -651,8 +652,8 @@ TEST(TaskFaults, AServerThatDoesNothingIsReplaced)
         });
 }
 
-// A report is written in one piece, so there is no middle of one: the server dies before it, with a status that it
-// alone knew.
+// A report is written in one piece, so there is no middle of one: the server dies before it, with a status
+// that it alone knew.
 TEST(TaskFaults, TheServerIsKilledBeforeAReport)
 {
     const auto host = []

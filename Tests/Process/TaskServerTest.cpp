@@ -436,7 +436,8 @@ TEST(TaskServer, NothingThatForksInALoopOutlivesTheHost)
     }
 }
 
-// While the host lives: free in the mode for it, each operation that kills descendants, and the host as process 1.
+// While the host lives: free in the mode for it, each operation that kills descendants, and the host as
+// process 1.
 TEST(TaskServer, NothingThatForksInALoopOutlivesItsKill)
 {
     const auto isGone = []
@@ -470,8 +471,8 @@ TEST(TaskServer, NothingThatForksInALoopOutlivesItsKill)
     IN_OWN_PROCESSES((std::vector<std::function<void()>>{host, child}));
 }
 
-// A group whose last tie to its session ends gets SIGHUP if one of it is stopped: the handler runs before that. What
-// somebody else has stopped stays so, and whoever kills its own siblings leaves none stopped.
+// A group whose last tie to its session ends gets SIGHUP if one of it is stopped: the handler runs before
+// that. What somebody else has stopped stays so, and whoever kills its own siblings leaves none stopped.
 TEST(TaskServer, AKilledTreeIsContinuedAsItWas)
 {
     const auto host = []
@@ -528,8 +529,8 @@ TEST(TaskServer, AKilledTreeIsContinuedAsItWas)
     IN_OWN_PROCESSES(body);
 }
 
-// Time to close a file, for whatever the host has launched: after its exit in order, and as process 1 before the kernel
-// ends all others.
+// Time to close a file, for whatever the host has launched: after its exit in order, and as process 1 before
+// the kernel ends all others.
 TEST(TaskServer, ARecorderClosesItsFileAtTheHostsExit)
 {
     kiv::test::TemporaryFolder folder;
@@ -572,8 +573,9 @@ void limitDescriptors(bool allow)
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
-// A second SIGTERM makes many programs give up what the first has begun. A host that cannot read the process table, for
-// want of a descriptor, leaves the first one to the server, and so does one that launches after it has signalled.
+// A second SIGTERM makes many programs give up what the first has begun. A host that cannot read the process
+// table, for want of a descriptor, leaves the first one to the server, and so does one that launches after it
+// has signalled.
 TEST(TaskServer, SignalsOnceAtTheHostsExit)
 {
     kiv::test::TemporaryFolder folder;

@@ -1,5 +1,6 @@
-// Launches whose child is killed at a random moment: TaskSoak COUNT. None hangs, no status is lost, nothing is left. It
-// runs in a process namespace of its own, where the id of the next process is known before there is one.
+// Launches whose child is killed at a random moment: TaskSoak COUNT. None hangs, no status is lost, nothing
+// is left. It runs in a process namespace of its own, where the id of the next process is known before there
+// is one.
 #include <KIVCoreServices2/KIVCS2Base.h>
 #include <KIVCoreServices2/KIVCS2TaskServer.h>
 
@@ -60,7 +61,8 @@ struct Ended
     }
 };
 
-// Of processes: the next one is a step above the newest, whose child may be followed by a thread of a sanitizer's.
+// Of processes: the next one is a step above the newest, whose child may be followed by a thread of a
+// sanitizer's.
 struct Ids
 {
     int newest = 0;

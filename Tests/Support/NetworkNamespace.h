@@ -195,8 +195,8 @@ public:
         run([] { setUp("lo"); });
     }
 
-    // A pair of interfaces between this namespace and another, each with its address in a /24 network and up; the
-    // way to all groups goes through the first pair. A second pair has an interface name of its own.
+    // A pair of interfaces between this namespace and another, each with its address in a /24 network and up;
+    // the way to all groups goes through the first pair. A second pair has an interface name of its own.
     void join(const char *address, NetworkNamespace &other, const char *otherAddress,
               const char *interface = kInterface)
     {

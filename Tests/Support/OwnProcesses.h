@@ -1,5 +1,6 @@
 // Runs a test's body where it may kill whatever it finds: as process 1 of a process namespace of its own,
-// with a /proc of its own. Everything in the namespace goes with the body, and with the test, however it ends.
+// with a /proc of its own. Everything in the namespace goes with the body, and with the test, however it
+// ends.
 #ifndef KIV_TEST_OWN_PROCESSES_H
 #define KIV_TEST_OWN_PROCESSES_H
 
@@ -39,8 +40,8 @@ inline int exitCodeOf(pid_t pid)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
 }
 
-// Runs `body` in a child, whose failed expectations are this process's too. It goes with this process, which the
-// runner may end.
+// Runs `body` in a child, whose failed expectations are this process's too. It goes with this process, which
+// the runner may end.
 inline void inChild(const std::function<void()> &body)
 {
     fflush(nullptr);

@@ -1,6 +1,7 @@
-// Named semaphores of a test program and of the commands it runs, gone with it however it ends: it gets a /dev/shm of its
-// own in a mount namespace that the kernel clears when the last process in it is gone, after a kill as well.
-// Where that is refused, a guardian process outlives the test and removes the names that it has left.
+// Named semaphores of a test program and of the commands it runs, gone with it however it ends: it gets a
+// /dev/shm of its own in a mount namespace that the kernel clears when the last process in it is gone, after
+// a kill as well. Where that is refused, a guardian process outlives the test and removes the names that it
+// has left.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -45,8 +46,8 @@ std::set<std::string> openSemaphores()
     return open;
 }
 
-// Removes this user's names that were made by nobody else, as far as can be told: during the run, or with the test's
-// number, and open nowhere.
+// Removes this user's names that were made by nobody else, as far as can be told: during the run, or with the
+// test's number, and open nowhere.
 void removeNames(pid_t test, uint64_t from)
 {
     const std::set<std::string> open = openSemaphores();

@@ -1,4 +1,5 @@
-// The colour conversion as a formula with real division, and a line of '2vuy' by its pairs: what vectors are compared with.
+// The colour conversion as a formula with real division, and a line of '2vuy' by its pairs: what vectors are
+// compared with.
 #ifndef KIV_TEST_PLAIN_PIXELS_H
 #define KIV_TEST_PLAIN_PIXELS_H
 

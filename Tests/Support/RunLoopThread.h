@@ -55,7 +55,8 @@ public:
     {
         return m_id;
     }
-    // Returns when the thread is gone. A timer of the test's that is still in the loop has to have been called.
+    // Returns when the thread is gone. A timer of the test's that is still in the loop has to have been
+    // called.
     void stop()
     {
         if (!m_thread.joinable())

@@ -164,8 +164,8 @@ TEST(AudioWeave, OfTheCommonRatesAddsUpOverADay)
             const std::vector<uint32_t> weave = weaveOf(rate, static_cast<uint32_t>(sampleRate));
             EXPECT_EQ(weave, expected[rate][multiple - 1]) << rate << " at " << sampleRate;
 
-            // The frames of 86400 nominal seconds, at the fractional rates about 86486 s, are whole cycles: frame by
-            // frame no more than the counts ahead of the exact time, and in the end none.
+            // The frames of 86400 nominal seconds, at the fractional rates about 86486 s, are whole cycles:
+            // frame by frame no more than the counts ahead of the exact time, and in the end none.
             const auto [numerator, denominator] = kFrameRates[rate];
             const uint64_t frames = 86400 * ((numerator + denominator - 1) / denominator);
             uint64_t samples = 0;

@@ -1,5 +1,5 @@
-// Service discovery: arguments and records; then two machines of one network, each a process in a namespace of its
-// own, that find each other. Nothing leaves the test's namespaces.
+// Service discovery: arguments and records; then two machines of one network, each a process in a namespace
+// of its own, that find each other. Nothing leaves the test's namespaces.
 #include <KIVCoreServices2/KIVCS2Bonjour.h>
 
 #include "ArgumentCheck.h"
@@ -145,8 +145,8 @@ private:
     int m_order = -1;
 };
 
-// Runs searches in processes of their own, each of which has the found-first flag and the engine to itself. They are
-// forked by a process that is made before this one has threads.
+// Runs searches in processes of their own, each of which has the found-first flag and the engine to itself.
+// They are forked by a process that is made before this one has threads.
 class Searches
 {
 public:
@@ -310,8 +310,8 @@ std::vector<Offer> manyOffers()
     return offers;
 }
 
-// A network takes a second until it carries packets, and what a machine offers one more: all start together, before
-// the first test.
+// A network takes a second until it carries packets, and what a machine offers one more: all start together,
+// before the first test.
 class Scenes : public testing::Environment
 {
 public:
@@ -808,8 +808,8 @@ TEST_F(BonjourMachine, AfterTheFirstServiceWasFoundNoBrowserOfTheProcessFindsAny
     EXPECT_EQ(Scenes::s_all.searches->run(search), 0);
 }
 
-// Each search starts with an empty memory of the network, and the machine answers on its two networks at different
-// times.
+// Each search starts with an empty memory of the network, and the machine answers on its two networks at
+// different times.
 TEST_F(BonjourMachine, AHostOnTwoNetworksIsFoundWithBothAddressesEveryTime)
 {
     constexpr int kSearches = 8;

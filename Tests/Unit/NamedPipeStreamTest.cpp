@@ -262,8 +262,8 @@ TEST(NamedPipeStream, AFileThatTakesTheFifosPlaceIsNotWritten)
     }
 }
 
-// A daemon's FIFO gets a number above its closed standard streams; one that the host itself puts on descriptor 0
-// works as well.
+// A daemon's FIFO gets a number above its closed standard streams; one that the host itself puts on
+// descriptor 0 works as well.
 TEST(NamedPipeStream, StandardStreamsAreLeftFreeAndDescriptorZeroWorks)
 {
     const TemporaryFolder folder;

@@ -1,4 +1,5 @@
-// Pictures converted, filled, scaled, deinterlaced and saved, byte for byte, with what becomes of their locks.
+// Pictures converted, filled, scaled, deinterlaced and saved, byte for byte, with what becomes of their
+// locks.
 #include <KIVCoreServices2/KIVCS2PixelBuffer.h>
 
 #include "ArgumentCheck.h"

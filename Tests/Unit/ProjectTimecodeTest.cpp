@@ -616,8 +616,8 @@ int64_t gmtOffset(int64_t at)
     return wall.tm_gmtoff;
 }
 
-// By the C library's zones: the last moment at which the wall shows this; in a gap, as far after the change as
-// the time is behind the beginning of the gap.
+// By the C library's zones: the last moment at which the wall shows this; in a gap, as far after the change
+// as the time is behind the beginning of the gap.
 int64_t expectedMoment(int64_t local)
 {
     const int64_t before = gmtOffset(local - 86400), after = gmtOffset(local + 86400);

@@ -267,8 +267,8 @@ TEST(Semaphore, AnotherUsersIsSharedThroughAGroupAlone)
     EXPECT_EQ(ended, 0);
 }
 
-// The file is looked at before it is mapped and again behind that: whatever stands there in between, nothing is
-// read that is not there.
+// The file is looked at before it is mapped and again behind that: whatever stands there in between, nothing
+// is read that is not there.
 TEST(Semaphore, AFileThatChangesUnderTheNameEndsNoProcess)
 {
     const std::string name = uniqueName(38);

@@ -184,7 +184,8 @@ TEST(SharedMemory, AttachingNeedsASegmentThatIsLargeEnough)
     EXPECT_EQ(segment.bytes()[0], 7); // nothing was cleared
 }
 
-// A key that another user took first, and keeps to itself: refused with the reason, and free in the search's eyes.
+// A key that another user took first, and keeps to itself: refused with the reason, and free in the search's
+// eyes.
 TEST(SharedMemory, AnotherUsersSegmentIsRefusedWithTheReason)
 {
     if (geteuid() != 0)

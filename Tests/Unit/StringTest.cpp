@@ -435,7 +435,8 @@ TEST(String, ExpandsALeadingTilde)
         char *text = nullptr;
         EXPECT_EQ(kivCS2String_createStringByExpandingTilde(path, &text), KIVCS2STATUS_OK);
         ASSERT_STREQ(text, expanded);
-#ifdef __SANITIZE_ADDRESS__ // its allocator knows the exact size: the two lengths, less the tilde, and the zero
+#ifdef __SANITIZE_ADDRESS__
+        // Its allocator knows the exact size: the two lengths, less the tilde, and the zero.
         EXPECT_EQ(path[0] != '~' || malloc_usable_size(text) == std::strlen(expanded) + 1, true);
 #endif
         kivCS2String_freeCString(text);

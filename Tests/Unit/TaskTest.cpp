@@ -50,8 +50,8 @@ KIVCS2Task *makeTask(const char *command, std::vector<const char *> arguments)
     return task;
 }
 
-// A shell script as a task, freed at the end unless it has been before. One that runs must not be left to that: its
-// callback needs this record.
+// A shell script as a task, freed at the end unless it has been before. One that runs must not be left to
+// that: its callback needs this record.
 struct Shell
 {
     explicit Shell(const std::string &script) : task{makeTask("/bin/sh", {"-c", script.c_str()})} {}
@@ -466,7 +466,8 @@ TEST(TaskAsync, EveryModeOfFreeEndsARunningChild)
         }
 }
 
-// The table of processes cannot be read then. The task itself is stopped without it, and free waits for its end.
+// The table of processes cannot be read then. The task itself is stopped without it, and free waits for its
+// end.
 TEST(TaskAsync, AFreedTreeEndsWithoutADescriptorToSpare)
 {
     Shell shell{"exec sleep 30"};

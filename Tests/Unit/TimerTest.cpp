@@ -1,5 +1,5 @@
-// Timers on threads and run loops, cancelled and freed from every side. What must come late enough is measured
-// from below; what must not happen is proved by order, never by waiting for it.
+// Timers on threads and run loops, cancelled and freed from every side. What must come late enough is
+// measured from below; what must not happen is proved by order, never by waiting for it.
 #include <KIVCoreServices2/KIVCS2Timer.h>
 
 #include "ArgumentCheck.h"

@@ -15,17 +15,17 @@ namespace
 
 // clang-format off
 constexpr std::array<Counting, 10> kCountings = {{
-    // name       alias        title                                code                   drop   frames a second  cdp  MCC
-    {"23.98",    "23.976",    "23.98 frames a second, non-drop",  KIVCS2FrameRate_24,    false, 24000, 1001, 1, "24"},
-    {"24",       "",          "24 frames a second, non-drop",     KIVCS2FrameRate_24,    false, 24,    1,    2, "24"},
-    {"25",       "",          "25 frames a second, non-drop",     KIVCS2FrameRate_25,    false, 25,    1,    3, "25"},
-    {"29.97df",  "30df",      "29.97 frames a second, drop-frame", KIVCS2FrameRate_29_97, true, 30000, 1001, 4, "30DF"},
-    {"29.97ndf", "30ndf",     "29.97 frames a second, non-drop",  KIVCS2FrameRate_30,    false, 30000, 1001, 4, "30"},
-    {"30",       "",          "30 frames a second, non-drop",     KIVCS2FrameRate_30,    false, 30,    1,    5, "30"},
-    {"50",       "",          "50 frames a second, non-drop",     KIVCS2FrameRate_50,    false, 50,    1,    6, "50"},
-    {"59.94df",  "60df",      "59.94 frames a second, drop-frame", KIVCS2FrameRate_59_94, true, 60000, 1001, 7, "60DF"},
-    {"59.94ndf", "60ndf",     "59.94 frames a second, non-drop",  KIVCS2FrameRate_60,    false, 60000, 1001, 7, "60"},
-    {"60",       "",          "60 frames a second, non-drop",     KIVCS2FrameRate_60,    false, 60,    1,    8, "60"},
+    // name      alias       title                               code                   drop   frames a second cdp MCC
+    {"23.98",    "23.976", "23.98 frames a second, non-drop",   KIVCS2FrameRate_24,    false, 24000, 1001, 1, "24"},
+    {"24",       "",       "24 frames a second, non-drop",      KIVCS2FrameRate_24,    false, 24,    1,    2, "24"},
+    {"25",       "",       "25 frames a second, non-drop",      KIVCS2FrameRate_25,    false, 25,    1,    3, "25"},
+    {"29.97df",  "30df",   "29.97 frames a second, drop-frame", KIVCS2FrameRate_29_97, true,  30000, 1001, 4, "30DF"},
+    {"29.97ndf", "30ndf",  "29.97 frames a second, non-drop",   KIVCS2FrameRate_30,    false, 30000, 1001, 4, "30"},
+    {"30",       "",       "30 frames a second, non-drop",      KIVCS2FrameRate_30,    false, 30,    1,    5, "30"},
+    {"50",       "",       "50 frames a second, non-drop",      KIVCS2FrameRate_50,    false, 50,    1,    6, "50"},
+    {"59.94df",  "60df",   "59.94 frames a second, drop-frame", KIVCS2FrameRate_59_94, true,  60000, 1001, 7, "60DF"},
+    {"59.94ndf", "60ndf",  "59.94 frames a second, non-drop",   KIVCS2FrameRate_60,    false, 60000, 1001, 7, "60"},
+    {"60",       "",       "60 frames a second, non-drop",      KIVCS2FrameRate_60,    false, 60,    1,    8, "60"},
 }};
 // clang-format on
 

@@ -79,8 +79,8 @@ public:
         return m_code;
     }
 
-    /// What --json writes: {"error": {...}} with the exit code, the status, file and line, and the text; null for what
-    /// is not known.
+    /// What --json writes: {"error": {...}} with the exit code, the status, file and line, and the text; null
+    /// for what is not known.
     [[nodiscard]] Json json() const;
 
 private:

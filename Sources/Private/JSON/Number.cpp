@@ -70,8 +70,8 @@ std::string_view kiv::json::fixedTextPortable(double value, NumberText &buffer) 
 
 std::string_view kiv::json::fixedText(double value, NumberText &buffer) noexcept
 {
-    // value = mantissa / 2^shift. With 1 to 63 binary places the part behind the point, multiplied by a million,
-    // fits 128 bits, so that what is cut off is known to the last bit and a tie is seen as one.
+    // value = mantissa / 2^shift. With 1 to 63 binary places the part behind the point, multiplied by a
+    // million, fits 128 bits, so that what is cut off is known to the last bit and a tie is seen as one.
     const auto bits = std::bit_cast<uint64_t>(value);
     const int shift =
         kExponentOfOne + kMantissaBits - static_cast<int>(bits >> kMantissaBits & kExponentMask);

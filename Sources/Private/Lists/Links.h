@@ -1,5 +1,5 @@
-// The links of an element: set and cleared, for the list's own operations and for modules that take and put one
-// element a call.
+// The links of an element: set and cleared, for the list's own operations and for modules that take and put
+// one element a call.
 #ifndef KIV_PRIVATE_LISTS_LINKS_H
 #define KIV_PRIVATE_LISTS_LINKS_H
 

@@ -21,8 +21,8 @@ constexpr size_t kWays = 32;      // chains merged at a time
 constexpr size_t kLevels = 11;    // kChunk * kWays^kLevels elements are more than memory has
 constexpr size_t kOrderTest = 16; // runs from this length on are first tested for lying in order
 
-// `second` or `first` without a branch, which the compilers make of ?: here. A random order is a coin toss, and
-// a wrong guess costs more than the comparison.
+// `second` or `first` without a branch, which the compilers make of ?: here. A random order is a coin toss,
+// and a wrong guess costs more than the comparison.
 [[nodiscard]] uintptr_t select(bool takeSecond, uintptr_t first, uintptr_t second)
 {
     return first ^ ((first ^ second) & (uintptr_t{0} - takeSecond));

@@ -1,5 +1,5 @@
-// Y Cb Cr of video range to R G B of full range, in integers with 16 bits of fraction: one pixel at a time. This is
-// the definition; every row of Rows.h gives the same bytes.
+// Y Cb Cr of video range to R G B of full range, in integers with 16 bits of fraction: one pixel at a time.
+// This is the definition; every row of Rows.h gives the same bytes.
 #ifndef KIV_PRIVATE_PIXELS_COLOUR_H
 #define KIV_PRIVATE_PIXELS_COLOUR_H
 

@@ -1,5 +1,5 @@
-// What can be done to a row of pixels, and how the portable level does it. A kernel reads only the pixels it is given
-// and writes no byte beyond those it says; no row needs an alignment.
+// What can be done to a row of pixels, and how the portable level does it. A kernel reads only the pixels it
+// is given and writes no byte beyond those it says; no row needs an alignment.
 #ifndef KIV_PRIVATE_PIXELS_ROWS_H
 #define KIV_PRIVATE_PIXELS_ROWS_H
 
@@ -9,7 +9,8 @@
 namespace kiv
 {
 using ConvertRow = void (*)(const uint8_t *from, uint8_t *to, size_t width) noexcept;
-// `count` pixels at `position` and every `step` from there, in 65536ths of a pixel; all lie in the `width` pixels.
+// `count` pixels at `position` and every `step` from there, in 65536ths of a pixel; all lie in the `width`
+// pixels.
 using SampleRow = void (*)(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t position,
                            uint64_t step) noexcept;
 

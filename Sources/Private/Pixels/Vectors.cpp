@@ -1,9 +1,10 @@
 // Rows of pixels by the vectors of x86-64.
 //
-// A factor of the colour conversion has 17 or 18 bits, and the multiplier of two and two 16-bit numbers takes 16. So
-// a factor is m * 65536 + r with r a signed number of 16 bits: the sum of the products with r is made in 32 bits,
-// rounded and shifted, and the whole numbers m, which are 1, 2, 2, 0 and -1, are added behind the shift. Shifting before
-// or after adding multiples of 65536 is the same, so the result is that of the definition, bit for bit.
+// A factor of the colour conversion has 17 or 18 bits, and the multiplier of two and two 16-bit numbers takes
+// 16. So a factor is m * 65536 + r with r a signed number of 16 bits: the sum of the products with r is made
+// in 32 bits, rounded and shifted, and the whole numbers m, which are 1, 2, 2, 0 and -1, are added behind the
+// shift. Shifting before or after adding multiples of 65536 is the same, so the result is that of the
+// definition, bit for bit.
 #include "Private/Pixels/Vectors.h"
 
 #include "Private/Pixels/Colour.h"
@@ -89,9 +90,9 @@ KIV_INLINE void convertEnd(const uint8_t *from, uint8_t *to, size_t size, Conver
     std::memcpy(to, pixels, (size + kGroup - 1) / kGroup * kGroupPixels);
 }
 
-// Pictures come from memory and go there, and a line that is written is read first. Asked for this early, that takes
-// the time of the arithmetic: 1.5 times the pixels a second of a 1920x1080 picture. Behind the end of a line comes the
-// next one, mostly; an address that is no memory is ignored.
+// Pictures come from memory and go there, and a line that is written is read first. Asked for this early,
+// that takes the time of the arithmetic: 1.5 times the pixels a second of a 1920x1080 picture. Behind the end
+// of a line comes the next one, mostly; an address that is no memory is ignored.
 constexpr size_t kAhead = 2048; // bytes; of RGB made of 2vuy twice as many
 constexpr size_t kCacheLine = 64;
 
@@ -262,7 +263,8 @@ constexpr uint64_t firstBits(size_t count)
     return count >= 64 ? ~uint64_t{0} : (uint64_t{1} << count) - 1;
 }
 
-// One masked shuffle of bytes where the narrower vectors shift and blend: the arithmetic is what limits the widest.
+// One masked shuffle of bytes where the narrower vectors shift and blend: the arithmetic is what limits the
+// widest.
 KIV_AVX512 KIV_INLINE __m512i upperHalves(__m512i even, __m512i odd)
 {
     const __m512i down = _mm512_maskz_broadcast_i32x4(
@@ -387,7 +389,8 @@ KIV_AVX2 KIV_INLINE __m256i upperBits(__m256i words)
     return _mm256_or_si256(first, _mm256_or_si256(second, third));
 }
 
-// Each store reaches beyond what it is for, and the next one writes there: so that many components must follow.
+// Each store reaches beyond what it is for, and the next one writes there: so that many components must
+// follow.
 KIV_SSE42 void v210To2vuy128(const uint8_t *from, uint8_t *to, size_t width) noexcept
 {
     constexpr size_t kMade = 4 * kWordComponents;
@@ -407,8 +410,8 @@ KIV_AVX2 void v210To2vuy256(const uint8_t *from, uint8_t *to, size_t width) noex
     constexpr size_t kMade = size_t{32} * kWordComponents;
     const __m256i close =
         _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
-    // Six of the eight 32-bit parts of a vector count. Four vectors fill three, each turned to where its parts go:
-    // a store for each three quarters would meet two lines of the cache half of the time.
+    // Six of the eight 32-bit parts of a vector count. Four vectors fill three, each turned to where its
+    // parts go: a store for each three quarters would meet two lines of the cache half of the time.
     const __m256i first = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
     const __m256i second = _mm256_setr_epi32(2, 4, 5, 6, 3, 7, 0, 1);
     const __m256i third = _mm256_setr_epi32(5, 6, 3, 7, 0, 1, 2, 4);

@@ -248,7 +248,8 @@ KIV_VPCLMUL KIV_INLINE uint32_t finish512(__m512i sum)
 }
 
 // The first `size` bytes, 4 to 64, with the CRC on the first four, at the end of a block of zeros.
-// `data` has `length` bytes: masked loads that touch a missing page are slow, so they are kept for short data.
+// `data` has `length` bytes: masked loads that touch a missing page are slow, so they are kept for short
+// data.
 KIV_VPCLMUL KIV_INLINE __m512i loadHead(uint32_t crc, const uint8_t *data, size_t size, size_t length)
 {
     const __m512i bytes =

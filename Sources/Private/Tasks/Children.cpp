@@ -137,7 +137,8 @@ bool kiv::Child::start(const ExecPlan &plan, const ChildSetup &setup, int32_t &p
     m_pid = spawn(plan, noted);
     if (m_pid < 0)
         return false;
-    // One that was forked may not have come to it, and the slot must be taken. Not twice: its start would seem later.
+    // One that was forked may not have come to it, and the slot must be taken. Not twice: its start would
+    // seem later.
     if (noted.note != nullptr && std::atomic_ref{noted.note->pid}.load() != m_pid)
         noted.note->write(m_pid);
     ChildTable::add(*this);

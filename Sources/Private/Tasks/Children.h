@@ -49,26 +49,29 @@ public:
     // A second has passed, and nothing is left to be reported.
     static void tick();
 
-    // Process ids that the task server finds when the host is gone, beside the children that launches wait for:
-    // what was below those, and tasks whose server has ended.
+    // Process ids that the task server finds when the host is gone, beside the children that launches wait
+    // for: what was below those, and tasks whose server has ended.
     static void note(ProcessTree &tree);
     static void note(pid_t pid);
     // In the task server: from now on this process may note, for the host.
     static void actForHost();
     // Adds the host's children and what was noted.
     static void addShared(ProcessTree &tree);
-    // Adds the children that the host has launched after it had signalled all on its way out; once, for one server.
+    // Adds the children that the host has launched after it had signalled all on its way out; once, for one
+    // server.
     static void addLate(ProcessTree &tree);
 
     // The task server's id, 0 for none: it is never stopped.
     static void serverIs(pid_t server);
-    // SIGTERM to all that is below `root`, the deepest first, and with `itself` to that process at last. Hold no mutex
-    // that a launch needs. False if the process table could not be read, so that nothing below was found.
+    // SIGTERM to all that is below `root`, the deepest first, and with `itself` to that process at last. Hold
+    // no mutex that a launch needs. False if the process table could not be read, so that nothing below was
+    // found.
     static bool terminateTree(pid_t root, bool itself);
 
     // The host asks its server for a process; the server's counts the same launches from 1 on.
     [[nodiscard]] static uint32_t beginLaunch();
-    // In the task server: the child of a launch has ended and may not have told its id. False without shared memory.
+    // In the task server: the child of a launch has ended and may not have told its id. False without shared
+    // memory.
     [[nodiscard]] static bool tellSilentEnd(uint32_t launch, pid_t child);
     // That child, or 0. Whatever it has told is in the pipe by then.
     [[nodiscard]] static pid_t silentEnd(uint32_t launch);
@@ -77,8 +80,8 @@ public:
     static void beginSignalling(bool leaves);
     // `done`: they were found. Otherwise the server signals them, once the host is gone.
     static void endSignalling(bool done);
-    // In the task server: whether it does, whether it has, whether it is on its way out, and whether it has signalled
-    // them on that way.
+    // In the task server: whether it does, whether it has, whether it is on its way out, and whether it has
+    // signalled them on that way.
     [[nodiscard]] static bool isSignalling();
     [[nodiscard]] static bool allAreSignalled();
     [[nodiscard]] static bool hostLeaves();

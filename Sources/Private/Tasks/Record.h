@@ -22,8 +22,8 @@ void releaseTask(KIVCS2Task &task);
 // Begins a launch that ends with finishTask(). The caller holds a reference.
 [[nodiscard]] KIVCS2Status beginAsync(KIVCS2Task &task, KIVCS2TaskFunc callback, void *context);
 
-// For a task whose process has come: stops it where the task has been freed before, in the mode of that. Whoever
-// comes second, the launch or `free`, does so, and only once.
+// For a task whose process has come: stops it where the task has been freed before, in the mode of that.
+// Whoever comes second, the launch or `free`, does so, and only once.
 void stopIfFreed(KIVCS2Task &task);
 
 // Marks the task finished and calls back, unless it was aborted before. The caller holds a reference.

@@ -37,9 +37,9 @@ constexpr int kTellingTime =
     5000; // milliseconds for a forked child to tell its id; less than the host waits for it
 constexpr uint64_t kNsPerMillisecond = 1000000;
 
-// What the host does at a signal is not the server's business. All that might end or stop it are blocked, here
-// and not in what is launched: SIGTERM is looked for when there is something to do, the others have no effect.
-// Left are its children's ends, and faults of its own.
+// What the host does at a signal is not the server's business. All that might end or stop it are blocked,
+// here and not in what is launched: SIGTERM is looked for when there is something to do, the others have no
+// effect. Left are its children's ends, and faults of its own.
 void setUpSignals()
 {
     kiv::resetHandlers();
@@ -73,8 +73,8 @@ void closeAllBut(std::array<int32_t, 3> kept)
     return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
-// Whether the child of this launch has told its id; null without memory. Shared, because under some tools a child
-// of vfork has a memory of its own, and is not waited for.
+// Whether the child of this launch has told its id; null without memory. Shared, because under some tools a
+// child of vfork has a memory of its own, and is not waited for.
 constinit std::atomic<bool> *g_announced = nullptr;
 
 void shareAnnouncement()
@@ -94,8 +94,8 @@ void wait(int milliseconds)
 constinit uint32_t g_launches = 0; // that this server has read
 constinit bool g_isLate = false;   // forked after the host had signalled all on its way out
 
-// Whether the child has ended, at once or after a wait; it is left to be reaped. No child of that id counts as ended:
-// the handler has reaped it.
+// Whether the child has ended, at once or after a wait; it is left to be reaped. No child of that id counts
+// as ended: the handler has reaped it.
 [[nodiscard]] bool hasEnded(pid_t child, int wait)
 {
     siginfo_t info{};
@@ -106,8 +106,8 @@ constinit bool g_isLate = false;   // forked after the host had signalled all on
     return result != 0 || info.si_pid == child;
 }
 
-// Looks until the child of a fork, beside which the server goes on, has told its id or has ended. One that did
-// neither in time is killed: the host will not wait for it.
+// Looks until the child of a fork, beside which the server goes on, has told its id or has ended. One that
+// did neither in time is killed: the host will not wait for it.
 void waitForAForkedChild(pid_t child)
 {
     const uint64_t end = mach_absolute_time() + kTellingTime * kNsPerMillisecond;
@@ -123,9 +123,9 @@ void waitForAForkedChild(pid_t child)
     }
 }
 
-// Whether the child has ended and may not have told its id. After a real vfork (`memoryIsShared`) the server only
-// goes on when the child executes, and has told it, or when it is dead or about to be; a kernel lets the server go
-// on before the dead child can be waited for, so a look without waiting finds it alive.
+// Whether the child has ended and may not have told its id. After a real vfork (`memoryIsShared`) the server
+// only goes on when the child executes, and has told it, or when it is dead or about to be; a kernel lets the
+// server go on before the dead child can be waited for, so a look without waiting finds it alive.
 [[nodiscard]] bool diedSilently(pid_t child, bool memoryIsShared)
 {
     if (g_announced == nullptr || g_announced->load())
@@ -195,9 +195,10 @@ void sweepLate()
     return kKillingTime;
 }
 
-// Signals everything until nothing is left or the time is over; true when nothing is left. SIGTERM comes once, as a
-// second one could cut short what the first one began, and not to those that are `told` already. Who is made meanwhile,
-// or loses its parent, becomes the server's child. What the host has launched itself is met once the host is gone.
+// Signals everything until nothing is left or the time is over; true when nothing is left. SIGTERM comes
+// once, as a second one could cut short what the first one began, and not to those that are `told` already.
+// Who is made meanwhile, or loses its parent, becomes the server's child. What the host has launched itself
+// is met once the host is gone.
 [[nodiscard]] bool clear(int signal, bool told, uint64_t (*time)())
 {
     const uint64_t begin = mach_absolute_time();
@@ -245,8 +246,8 @@ void closeRequests()
 void takeAllAlong()
 {
     closeRequests();
-    // A host's pipes are closed a moment before it is gone. One that stays, having closed them itself or told the
-    // server to end, keeps the children that it has launched directly.
+    // A host's pipes are closed a moment before it is gone. One that stays, having closed them itself or told
+    // the server to end, keeps the children that it has launched directly.
     for (int left = kPartingTime; !kiv::isOrphaned() && !kiv::isToldToEnd() && left > 0; left -= kLookPeriod)
         wait(kLookPeriod);
     const bool wasOrphaned = kiv::isOrphaned();
@@ -294,7 +295,8 @@ KIVCS2Status kivCS2TaskServerPrv_exec(const char *command, char *const *argv)
     // Without a child, the end of this server tells the host, which tries once more with another.
     if (child < 0)
         return KIVCS2STATUS_FORK_ERR;
-    // The host waits for the id of a child that was killed before it could tell it, and learns it in another way.
+    // The host waits for the id of a child that was killed before it could tell it, and learns it in another
+    // way.
     if (diedSilently(child, begun.load()) && !kiv::ChildTable::tellSilentEnd(g_launches, child))
         return KIVCS2STATUS_FORK_ERR;
     return KIVCS2STATUS_OK;

@@ -1,4 +1,5 @@
-// Reaps children for the task server, in the host and in the server, and looks whether either still has the other.
+// Reaps children for the task server, in the host and in the server, and looks whether either still has the
+// other.
 #include "Private/Tasks/ServerRecord.h"
 
 #include <poll.h>

@@ -1,5 +1,5 @@
-// The task server's record, and what its two processes, host and server, ask of it while they wait: who has ended,
-// whether the other lives, whether a pipe is still theirs.
+// The task server's record, and what its two processes, host and server, ask of it while they wait: who has
+// ended, whether the other lives, whether a pipe is still theirs.
 #ifndef KIV_PRIVATE_TASKS_SERVER_RECORD_H
 #define KIV_PRIVATE_TASKS_SERVER_RECORD_H
 
@@ -56,8 +56,8 @@ namespace kiv
 // Reports every child that has ended, as long as the report pipe has room. Async-signal-safe.
 void reapChildren();
 
-// Whether the descriptor is still the pipe's: a host may have closed it, and given its number to a file of its
-// own. Async-signal-safe.
+// Whether the descriptor is still the pipe's: a host may have closed it, and given its number to a file of
+// its own. Async-signal-safe.
 [[nodiscard]] bool isOwnPipe(uint32_t index);
 
 // In the server: SIGTERM has come.

@@ -36,7 +36,8 @@ constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has
         return KIVCS2STATUS_PIPE_ERR;
     if (ready > 0)
         return KIVCS2STATUS_OK;
-    // A signal: most often a child has ended. The pause looks at the pipe as well, so that no request waits for it.
+    // A signal: most often a child has ended. The pause looks at the pipe as well, so that no request waits
+    // for it.
     if (ready < 0)
         (void)poll(&entry, 1, kInterruptPause);
     if (watch)

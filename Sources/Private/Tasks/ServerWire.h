@@ -1,5 +1,6 @@
-// Requests to the task server as they stand in the pipe: a command byte, and for a launch the path, the number
-// of arguments and the arguments. A text is its 32-bit length and its bytes; integers are in the machine's order.
+// Requests to the task server as they stand in the pipe: a command byte, and for a launch the path, the
+// number of arguments and the arguments. A text is its 32-bit length and its bytes; integers are in the
+// machine's order.
 #ifndef KIV_PRIVATE_TASKS_SERVER_WIRE_H
 #define KIV_PRIVATE_TASKS_SERVER_WIRE_H
 
@@ -12,18 +13,19 @@
 
 // ---- Transport, by index of the descriptor ----
 
-// Writes all of it; a reader that is gone is a failure and raises nothing. KIVCS2STATUS_TIMEOUT_ERR if there is no
-// room for longer than a host waits.
+// Writes all of it; a reader that is gone is a failure and raises nothing. KIVCS2STATUS_TIMEOUT_ERR if there
+// is no room for longer than a host waits.
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_writeBytes(uint32_t index, const void *bytes, size_t size);
 // The 32-bit length, then the text.
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_writeString(uint32_t index, const char *text);
 
 // Reads all of it, waiting as long as it takes. With the orphan watch on, a second without a byte is
-// the time to look whether the host lives: where it does not the wait fails, and so it does at the end of the pipe.
+// the time to look whether the host lives: where it does not the wait fails, and so it does at the end of the
+// pipe.
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_readBytes(uint32_t index, void *bytes, size_t size,
                                                          bool watch);
-// A new text, released with free(), or null: the pipe failed, or there is no room. `left` is what may still be
-// read with a zero byte each, and becomes less.
+// A new text, released with free(), or null: the pipe failed, or there is no room. `left` is what may still
+// be read with a zero byte each, and becomes less.
 [[nodiscard]] char *kivCS2TaskServerPrv_readString(uint32_t index, bool watch, size_t &left,
                                                    KIVCS2Status &status);
 
@@ -36,8 +38,8 @@ constexpr uint8_t kCommandQuit = 1;
 constexpr size_t kMostRequestText = size_t{6} << 20; // bytes of all texts, a zero byte each included
 constexpr uint32_t kMostArguments = 65536;
 
-// How long the host waits for a server that neither reads nor tells a process id, in absolute time: it holds the
-// server's mutex meanwhile.
+// How long the host waits for a server that neither reads nor tells a process id, in absolute time: it holds
+// the server's mutex meanwhile.
 inline constinit uint64_t g_answerTime = 10'000'000'000;
 
 // A launch as the server has read it.

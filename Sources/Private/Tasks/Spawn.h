@@ -39,8 +39,8 @@ private:
     char **m_files = nullptr;      // ends with a null
 };
 
-// A child as another process finds it, in memory that both share. Its start tells it from a later process of the same
-// id.
+// A child as another process finds it, in memory that both share. Its start tells it from a later process of
+// the same id.
 struct ChildNote
 {
     int32_t pid;            // 0 for none; comes last, and goes first

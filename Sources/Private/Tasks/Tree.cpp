@@ -47,7 +47,8 @@ kiv::ProcessTable::ProcessTable()
     }
 }
 
-// False if more than `more` processes have come between the two questions. Those that had room are better than none.
+// False if more than `more` processes have come between the two questions. Those that had room are better
+// than none.
 bool kiv::ProcessTable::read(size_t more)
 {
     int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
@@ -156,7 +157,8 @@ void kiv::ProcessTree::addRoot(pid_t pid, bool itself, uint64_t startedBefore)
     }
 }
 
-// Gives a root the parent that it has in the tree. Entries are read one after the other and may form a circle.
+// Gives a root the parent that it has in the tree. Entries are read one after the other and may form a
+// circle.
 void kiv::ProcessTree::connect(size_t index, pid_t parentPid)
 {
     const size_t parent = find(parentPid);
@@ -177,8 +179,8 @@ void kiv::ProcessTree::refresh(const ProcessTable &table)
         const kinfo_proc *entry = process.hasEnded ? nullptr : table.findLiving(process.pid);
         if (entry == nullptr)
         {
-            // The table could not be read. It is signalled all the same, and continued, if it is known to be the one
-            // that is meant.
+            // The table could not be read. It is signalled all the same, and continued, if it is known to be
+            // the one that is meant.
             process.hasEnded =
                 process.hasEnded || (process.start == 0 && process.startedBefore != TreeProcess::kAnyStart);
             continue;
@@ -309,8 +311,8 @@ void kiv::ProcessTree::signal(int signal)
                           if (process.isTarget && process.pid != self)
                               (void)signalProcess(process.pid, signal); // one that has ended is as good
                       });
-    // A parent that went on first would end, and the group of its stopped child would get SIGHUP before its handler
-    // has run.
+    // A parent that went on first would end, and the group of its stopped child would get SIGHUP before its
+    // handler has run.
     visitDeepestFirst(TreeProcess::kNone,
                       [](TreeProcess &process)
                       {

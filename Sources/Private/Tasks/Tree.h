@@ -29,8 +29,8 @@ public:
     // Null if there is none, or if it has ended and was not waited for.
     [[nodiscard]] const kinfo_proc *findLiving(pid_t pid) const;
 
-    // Whether the process that was started at `start` has ended. A `start` of 0 stands for the one that has the
-    // id now, and is set.
+    // Whether the process that was started at `start` has ended. A `start` of 0 stands for the one that has
+    // the id now, and is set.
     [[nodiscard]] bool hasEnded(pid_t pid, uint64_t &start) const;
 
 private:
@@ -59,29 +59,30 @@ struct TreeProcess
     bool isNoted; // in the page that host and server share
 };
 
-// Processes with all below them. They are stopped before they are looked for: a shell starts its next command as soon
-// as its last one is gone, and once the shell is gone too, nobody finds that command. Whoever uses a tree holds no
-// mutex that a launch needs: a launch waits for its child until it executes, and the child may be stopped.
+// Processes with all below them. They are stopped before they are looked for: a shell starts its next command
+// as soon as its last one is gone, and once the shell is gone too, nobody finds that command. Whoever uses a
+// tree holds no mutex that a launch needs: a launch waits for its child until it executes, and the child may
+// be stopped.
 class ProcessTree
 {
 public:
-    // `server` is never stopped: if this process dies meanwhile, the server is the one that ends what stands still. 0
-    // for none.
+    // `server` is never stopped: if this process dies meanwhile, the server is the one that ends what stands
+    // still. 0 for none.
     explicit ProcessTree(pid_t server);
     ~ProcessTree();
     ProcessTree(const ProcessTree &) = delete;
     ProcessTree &operator=(const ProcessTree &) = delete;
 
-    // What is below a process, with `itself` the process too. Ids of 1 and less have nothing below them, unless this
-    // process is process 1 and means itself.
+    // What is below a process, with `itself` the process too. Ids of 1 and less have nothing below them,
+    // unless this process is process 1 and means itself.
     void addRoot(pid_t pid, bool itself, uint64_t startedBefore = TreeProcess::kAnyStart);
 
     // Reads the table once; true if there was anything new.
     bool look();
     // Stops what it finds and looks again until there is nothing new, or for a quarter of a second.
     void stopAndLook();
-    // Signals the targets, the deepest first, and then continues what was stopped here, children before parents.
-    // This process itself, if it is one of them, comes last of all.
+    // Signals the targets, the deepest first, and then continues what was stopped here, children before
+    // parents. This process itself, if it is one of them, comes last of all.
     void signal(int signal);
 
     // Whether the table could be read at all, so that what was not found is not there.

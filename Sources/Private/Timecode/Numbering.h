@@ -66,8 +66,8 @@ void freeNumbering(Numbering &numbering);
     return candidate;
 }
 
-// The frame of the hour for a time of the clock: always one that exists and of that second. At drop-frame rates two
-// before the one that has begun, or beside a number that is dropped.
+// The frame of the hour for a time of the clock: always one that exists and of that second. At drop-frame
+// rates two before the one that has begun, or beside a number that is dropped.
 [[nodiscard]] uint32_t frameOfClockTime(const Numbering &numbering, uint32_t minute, uint32_t second,
                                         uint32_t millisecond);
 } // namespace kiv::timecode

@@ -123,7 +123,8 @@ struct Pieces
     }
 };
 
-// The number of a field: empty is 0, and one too large for 31 bits is the largest. False if it is not all digits.
+// The number of a field: empty is 0, and one too large for 31 bits is the largest. False if it is not all
+// digits.
 bool readField(std::string_view field, uint32_t &value)
 {
     constexpr uint64_t kLargest = INT32_MAX;

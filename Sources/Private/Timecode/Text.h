@@ -40,8 +40,8 @@ struct TextFields
 // other text, which is then left to splitText(); what is true here reads the same there.
 [[nodiscard]] bool splitPlainText(const char *text, TextFields &fields);
 
-// Takes any ASCII text apart. False if a field that counts holds anything but digits; `fields` then has what was
-// read before it, as the splitter of string objects leaves it.
+// Takes any ASCII text apart. False if a field that counts holds anything but digits; `fields` then has what
+// was read before it, as the splitter of string objects leaves it.
 [[nodiscard]] bool splitText(std::string_view text, TextFields &fields);
 [[nodiscard]] bool isASCII(std::string_view text);
 

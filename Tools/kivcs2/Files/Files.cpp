@@ -25,8 +25,8 @@ namespace
 constexpr size_t kBlock = size_t{64} * 1024;
 constexpr size_t kMostRead = 256u << 20;
 
-// The name that an interrupt must not leave behind, where a file needs one before it is whole. One at a time; read by
-// the signal handler, so a plain array that is only changed while it names nothing.
+// The name that an interrupt must not leave behind, where a file needs one before it is whole. One at a time;
+// read by the signal handler, so a plain array that is only changed while it names nothing.
 std::array<char, 32> theTemporary{};
 volatile sig_atomic_t theFolder = -1;
 
@@ -359,8 +359,8 @@ OutputFile::OutputFile(std::string target) : m_target(std::move(target))
     m_buffer.reserve(kBlock);
 }
 
-// The folder is held from here on, and what stands in it is looked at through it: whoever else may rename things there
-// cannot have one file's owner and mode given to another.
+// The folder is held from here on, and what stands in it is looked at through it: whoever else may rename
+// things there cannot have one file's owner and mode given to another.
 void OutputFile::findPlace()
 {
     struct stat status
@@ -486,8 +486,8 @@ void OutputFile::copyToTarget()
               m_target == "-" ? "standard output" : m_target);
 }
 
-// Those of the file that is replaced. The owner goes first: changing it takes set-id bits away, and they must not come
-// to stand on a file of another owner than they were given for.
+// Those of the file that is replaced. The owner goes first: changing it takes set-id bits away, and they must
+// not come to stand on a file of another owner than they were given for.
 void OutputFile::takeOverAttributes()
 {
     if (!m_before)
@@ -523,8 +523,8 @@ void OutputFile::takeOverAttributes()
         note(m_target + ": the set-id bits could not be kept");
 }
 
-// A second name for the unnamed file, for the moment until it is renamed. Where the system gives none, the content goes
-// into a file that has one.
+// A second name for the unnamed file, for the moment until it is renamed. Where the system gives none, the
+// content goes into a file that has one.
 void OutputFile::giveTemporaryName()
 {
     std::string name = temporaryName();

@@ -44,7 +44,8 @@ private:
     int m_descriptor = -1;
 };
 
-/// An input read in blocks; "-" is standard input. What is read here is a source from now on: see refuseSource().
+/// An input read in blocks; "-" is standard input. What is read here is a source from now on: see
+/// refuseSource().
 class Input
 {
 public:
@@ -91,8 +92,8 @@ private:
 /// Makes standard input a source of a process that reads it without an Input.
 void standardInputIsASource();
 
-/// Throws when `target` is a file that this process reads, under whatever name: writing it would leave nothing of the
-/// source. "-" is standard output.
+/// Throws when `target` is a file that this process reads, under whatever name: writing it would leave
+/// nothing of the source. "-" is standard output.
 void refuseSource(const std::string &target, ExitCode code = kExitUsage);
 
 /// A write to a reader that has gone, or beyond the limit of file size, fails instead of ending the
@@ -107,14 +108,15 @@ void occupyStandardStreams();
 /// The whole input, for what has no streaming form; refuses more than 256 MiB.
 [[nodiscard]] std::vector<uint8_t> readWhole(const std::string &path);
 
-/// An output that appears whole or not at all: written to a file without a name in the target's folder, which `commit`
-/// gives the target's name; without it nothing is left, however the process ends. A file that it replaces hands on
-/// its owner, group and mode. For "-" and for targets that are no regular files (a pipe, a device) what was written is
-/// copied there instead.
+/// An output that appears whole or not at all: written to a file without a name in the target's folder, which
+/// `commit` gives the target's name; without it nothing is left, however the process ends. A file that it
+/// replaces hands on its owner, group and mode. For "-" and for targets that are no regular files (a pipe, a
+/// device) what was written is copied there instead.
 class OutputFile
 {
 public:
-    /// Refuses a source, see refuseSource(), and a file with several names: the others would keep the old content.
+    /// Refuses a source, see refuseSource(), and a file with several names: the others would keep the old
+    /// content.
     explicit OutputFile(std::string target);
     ~OutputFile();
     OutputFile(const OutputFile &) = delete;

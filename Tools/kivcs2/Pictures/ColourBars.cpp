@@ -52,8 +52,8 @@ constexpr Colour kMagenta75 = {0.75, 0, 0.75};
 constexpr Colour kRed75 = {0.75, 0, 0};
 constexpr Colour kBlue75 = {0, 0, 0.75};
 
-// Colour without luma, outside of what RGB shows: 20 IRE of subcarrier on the axes I and Q of NTSC, which stand at 33 degrees
-// to V and U. With black at 7.5 IRE white is 92.5 above it.
+// Colour without luma, outside of what RGB shows: 20 IRE of subcarrier on the axes I and Q of NTSC, which
+// stand at 33 degrees to V and U. With black at 7.5 IRE white is 92.5 above it.
 constexpr Colour kMinusI = {-0.20670, 0.05881, 0.23929};
 constexpr Colour kPlusQ = {0.13423, -0.13994, 0.36848};
 

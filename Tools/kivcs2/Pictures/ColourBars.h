@@ -17,8 +17,8 @@ enum class BarPattern
 /// The name of the pattern that a picture of so many lines gets.
 [[nodiscard]] std::string_view barPatternName(BarPattern pattern, uint32_t height);
 
-/// One frame of bars. 4:2:2 by the matrix, rounded once to 10 or 8 bits, Y from 64 to 940 (16 to 235) and below
-/// where the PLUGE goes; RGB from 0 to 255 and no further. Edges stand between pairs of pixels.
+/// One frame of bars. 4:2:2 by the matrix, rounded once to 10 or 8 bits, Y from 64 to 940 (16 to 235) and
+/// below where the PLUGE goes; RGB from 0 to 255 and no further. Edges stand between pairs of pixels.
 [[nodiscard]] Frame colourBars(BarPattern pattern, Matrix matrix, const PixelLayout &pixels, uint32_t width,
                                uint32_t height);
 

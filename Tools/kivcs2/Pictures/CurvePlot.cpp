@@ -19,7 +19,7 @@ const std::array<Curve, KIVCS2InterpolationFunctionMax> kCurves = {{
     {"Linear",         "t",                                        kivCS2InterpolationCallback_Linear},
     {"QuadraticIn",    "t^2",                                      kivCS2InterpolationCallback_QuadraticIn},
     {"QuadraticOut",   "-t^2 + 2t",                                kivCS2InterpolationCallback_QuadraticOut},
-    {"QuadraticInOut", "2t^2; 2t(2 - t) - 1",                      kivCS2InterpolationCallback_QuadraticInOut},
+    {"QuadraticInOut", "2t^2; 2t(2 - t) - 1",                     kivCS2InterpolationCallback_QuadraticInOut},
     {"CubicIn",        "t^3",                                      kivCS2InterpolationCallback_CubicIn},
     {"CubicOut",       "1 + (t - 1)^3",                            kivCS2InterpolationCallback_CubicOut},
     {"CubicInOut",     "4t^3; 0.5(2t - 2)^3 + 1",                  kivCS2InterpolationCallback_CubicInOut},

@@ -9,8 +9,8 @@
 namespace tool
 {
 
-/// Somebody else's pixels: 8 bits a component, red first, rows from the top. Bytes of a row beyond its pixels are never
-/// read.
+/// Somebody else's pixels: 8 bits a component, red first, rows from the top. Bytes of a row beyond its pixels
+/// are never read.
 struct PictureView
 {
     const uint8_t *pixels = nullptr;

@@ -17,15 +17,15 @@ namespace
 
 // v210 rows are whole groups of 48 pixels, as capture cards have them; all other rows stand without gaps.
 // clang-format off
-constexpr std::array kLayouts = {
-    PixelLayout{"v210", "4:2:2, 10 bits",            kCVPixelFormatType_422YpCbCr10,     6, 16, 128, {}},
-    PixelLayout{"2vuy", "4:2:2, 8 bits, Cb Y Cr Y",  kCVPixelFormatType_422YpCbCr8,      2, 4,  1,   {}},
-    PixelLayout{"yuvs", "4:2:2, 8 bits, Y Cb Y Cr",  kCVPixelFormatType_422YpCbCr8_yuvs, 2, 4,  1,   {}},
-    PixelLayout{"rgba", "8 bits, R G B A",           kCVPixelFormatType_32ARGB,          1, 4,  1,   {0, 1, 2, 3}},
-    PixelLayout{"bgra", "8 bits, B G R A",           kCVPixelFormatType_32ARGB,          1, 4,  1,   {2, 1, 0, 3}},
-    PixelLayout{"argb", "8 bits, A R G B",           kCVPixelFormatType_32ARGB,          1, 4,  1,   {1, 2, 3, 0}},
-    PixelLayout{"rgb",  "8 bits, R G B",             kCVPixelFormatType_24RGB,           1, 3,  1,   {0, 1, 2, 0}},
-};
+constexpr std::array<PixelLayout, 7> kLayouts = {{
+    {"v210", "4:2:2, 10 bits",            kCVPixelFormatType_422YpCbCr10,     6, 16, 128, {}},
+    {"2vuy", "4:2:2, 8 bits, Cb Y Cr Y",  kCVPixelFormatType_422YpCbCr8,      2, 4,  1,   {}},
+    {"yuvs", "4:2:2, 8 bits, Y Cb Y Cr",  kCVPixelFormatType_422YpCbCr8_yuvs, 2, 4,  1,   {}},
+    {"rgba", "8 bits, R G B A",           kCVPixelFormatType_32ARGB,          1, 4,  1,   {0, 1, 2, 3}},
+    {"bgra", "8 bits, B G R A",           kCVPixelFormatType_32ARGB,          1, 4,  1,   {2, 1, 0, 3}},
+    {"argb", "8 bits, A R G B",           kCVPixelFormatType_32ARGB,          1, 4,  1,   {1, 2, 3, 0}},
+    {"rgb",  "8 bits, R G B",             kCVPixelFormatType_24RGB,           1, 3,  1,   {0, 1, 2, 0}},
+}};
 // clang-format on
 
 const PixelLayout &k2vuy = kLayouts[1];
@@ -88,7 +88,8 @@ Frame reordered(const Frame &frame, const PixelLayout &to)
     return result;
 }
 
-// One pair more on the right, with the chroma of the last: what the library averages the last pixel's chroma with.
+// One pair more on the right, with the chroma of the last: what the library averages the last pixel's chroma
+// with.
 Frame withOnePairMore(const Frame &frame)
 {
     const size_t bytes = k2vuy.rowBytes(frame.width());
@@ -124,8 +125,8 @@ void pixelByBT709(int32_t luma, int32_t blue, int32_t red, uint8_t *pixel)
     pixel[3] = 255;
 }
 
-// As the library converts by the matrix of standard definition: a pixel between two chroma samples has their mean. The
-// last pair is only there to be averaged with.
+// As the library converts by the matrix of standard definition: a pixel between two chroma samples has their
+// mean. The last pair is only there to be averaged with.
 Frame convertedByBT709(const Frame &wider)
 {
     Frame result{kRGBA, wider.width(), wider.height()};

@@ -19,8 +19,8 @@
 namespace tool
 {
 
-/// How pixels lie in a file. They come in blocks that are never split: a pair shares its chroma, six pixels of
-/// v210 share four words.
+/// How pixels lie in a file. They come in blocks that are never split: a pair shares its chroma, six pixels
+/// of v210 share four words.
 struct PixelLayout
 {
     std::string_view name;
@@ -151,8 +151,8 @@ private:
 /// "is 5 frames of 1382400 bytes and 1 byte more": why a file holds no whole frames.
 [[nodiscard]] std::string partOfFrame(uint64_t bytes, const FrameLayout &layout);
 
-/// Frames into a file that appears whole or not at all, or one after the other to standard output, which must be no
-/// terminal; rows without the padding of buffers.
+/// Frames into a file that appears whole or not at all, or one after the other to standard output, which must
+/// be no terminal; rows without the padding of buffers.
 class FrameWriter
 {
 public:
@@ -176,8 +176,8 @@ private:
 /// Whether `converted` knows a way. There is none from RGB to 4:2:2 and none from 8 bits to 10.
 [[nodiscard]] bool canConvert(const PixelLayout &from, const PixelLayout &to);
 
-/// The same picture in other pixels: what lies between 4:2:2 and RGB and what drops bits is the library's work,
-/// orders of bytes are changed here.
+/// The same picture in other pixels: what lies between 4:2:2 and RGB and what drops bits is the library's
+/// work, orders of bytes are changed here.
 [[nodiscard]] Frame converted(const Frame &frame, const PixelLayout &to);
 
 /// How luma and colour differences become RGB.
@@ -187,8 +187,8 @@ enum class Matrix
     BT709, ///< high definition
 };
 
-/// RGB to look at. Unlike `converted`, the last pixel of a line has the chroma of its own pair, and high definition has
-/// its own matrix; alpha is taken for opaque unless it is asked for.
+/// RGB to look at. Unlike `converted`, the last pixel of a line has the chroma of its own pair, and high
+/// definition has its own matrix; alpha is taken for opaque unless it is asked for.
 class FramePicture
 {
 public:

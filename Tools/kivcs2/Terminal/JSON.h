@@ -1,4 +1,5 @@
-// Values that --json writes. The library that writes them takes seconds to compile and is known to JSON.cpp alone.
+// Values that --json writes. The library that writes them takes seconds to compile and is known to JSON.cpp
+// alone.
 #ifndef KIV_TOOL_JSON_H
 #define KIV_TOOL_JSON_H
 
@@ -12,8 +13,8 @@
 namespace tool
 {
 
-/// null, a truth value, a number, a text, an array or an object, whose keys stay in the order they were given. A braced
-/// list of pairs that begin with a text is an object, any other list an array.
+/// null, a truth value, a number, a text, an array or an object, whose keys stay in the order they were
+/// given. A braced list of pairs that begin with a text is an object, any other list an array.
 class Json
 {
 public:

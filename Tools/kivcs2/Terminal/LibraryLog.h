@@ -5,8 +5,9 @@
 namespace tool
 {
 
-/// Hands on the first messages of the library and counts the rest: a file of many bad lines has one for each. They go
-/// where the library would send them, to the system log and, with KIV_LOG_STDERR=1, to standard error.
+/// Hands on the first messages of the library and counts the rest: a file of many bad lines has one for each.
+/// They go where the library would send them, to the system log and, with KIV_LOG_STDERR=1, to standard
+/// error.
 void capLibraryLog();
 
 /// One message that tells how many were left out, if any were.

@@ -8,16 +8,16 @@
 namespace tool
 {
 
-/// Quotes what would break a line or steer a terminal: control characters of both sets (U+0000 to U+001F, U+007F to
-/// U+009F), line and paragraph separators, marks that turn the direction of writing, and bytes that are no UTF-8
-/// become \xNN, byte by byte. Quoted text stays as it is.
+/// Quotes what would break a line or steer a terminal: control characters of both sets (U+0000 to U+001F,
+/// U+007F to U+009F), line and paragraph separators, marks that turn the direction of writing, and bytes that
+/// are no UTF-8 become \xNN, byte by byte. Quoted text stays as it is.
 [[nodiscard]] std::string visible(std::string_view text);
 
 /// The same characters of a JSON text as \uNNNN, so that a reader gets the values that were written.
 [[nodiscard]] std::string visibleJson(std::string_view json);
 
-/// Text that has gone through visible(): tables, facts, lines and failures take nothing else, so that no name from
-/// outside gets around it. Colour is added by Output alone.
+/// Text that has gone through visible(): tables, facts, lines and failures take nothing else, so that no name
+/// from outside gets around it. Colour is added by Output alone.
 class Shown
 {
 public:

@@ -27,7 +27,8 @@ std::string timeOfDay()
 }
 
 // Draws pages over each other: back up over the lines of the last one, each line cleared to its end, and
-// then what is below. A page that is too high or too wide is cut, for what scrolls or wraps cannot be gone back over.
+// then what is below. A page that is too high or too wide is cut, for what scrolls or wraps cannot be gone
+// back over.
 class Screen
 {
 public:

@@ -30,9 +30,9 @@ struct Watched
     std::function<Json()> json;        ///< with --json, one object a line
 };
 
-/// Shows readings until they are enough or an interrupt comes, which is the usual end. On a terminal each takes the
-/// place of the one before and the last stays; the terminal's state is never changed, so that nothing has to be
-/// put right after a kill. Elsewhere every reading is a line, written at once.
+/// Shows readings until they are enough or an interrupt comes, which is the usual end. On a terminal each
+/// takes the place of the one before and the last stays; the terminal's state is never changed, so that
+/// nothing has to be put right after a kill. Elsewhere every reading is a line, written at once.
 int watch(const WatchOptions &options, bool json, const Watched &watched);
 
 } // namespace tool
