@@ -343,6 +343,17 @@ void Facts::print(Output &to) const
     }
 }
 
+void report(bool json, const Json &value, const Facts &facts)
+{
+    Output &to = documents();
+    if (json)
+        to.json(value);
+    else
+        facts.print(to);
+    if (theOutputIsData)
+        to.flush();
+}
+
 Progress::Progress(std::string what) : m_what(std::move(what)), m_terminal(isScreen(STDERR_FILENO))
 {
     // Several steps of less than a second each are work of more than a second.

@@ -60,7 +60,8 @@ private:
 /// From here on standard output is the command's alone: what the library prints there is thrown away.
 void keepStandardOutput();
 
-/// Throws away what the library prints on standard error while this stands: the command says it in a line of its own.
+/// Throws away what the library prints on standard error while this stands: the command says it in a line of
+/// its own.
 class QuietErrors
 {
 public:
@@ -79,8 +80,8 @@ private:
 /// A JSON value as text, on one line or indented; visible on a terminal, with every value kept.
 [[nodiscard]] std::string jsonText(const Json &value, int indent = -1);
 
-/// A JSON array given element by element, so that a long one needs no memory. When a failure ends the listing, the
-/// failure becomes its last element, so that programs can read what was listed.
+/// A JSON array given element by element, so that a long one needs no memory. When a failure ends the
+/// listing, the failure becomes its last element, so that programs can read what was listed.
 class JsonArray
 {
 public:
@@ -140,6 +141,9 @@ public:
 private:
     std::vector<std::pair<Shown, Shown>> m_facts;
 };
+
+/// What a word has done, for programs or for people; on standard error when standard output carries data.
+void report(bool json, const Json &value, const Facts &facts);
 
 /// One line on standard error, renewed in place, once the command has run for a second and only when
 /// standard error is a terminal.

@@ -293,7 +293,8 @@ public:
             throw Failure(kExitUsage,
                           deinterleave ? what : std::string{format.name} + " cannot be converted");
         m_positions.resize(deinterleave ? options.channels : 1);
-        // Sizes of the library know samples of two and three bytes; planes that come out too short are refused.
+        // Sizes of the library know samples of two and three bytes; planes that come out too short are
+        // refused.
         if (deinterleave && KIVCS2_SUCCEEDED(getDistance(frame)) && m_distance < outSample())
         {
             (void)kivCS2PCMAudioConverter_free(&m_record); // made
@@ -451,29 +452,23 @@ int convertPCM(const PCMOptions &options)
     const uint32_t channels = options.only != 0 ? 1 : options.channels;
     const uint64_t written = frames * channels * converter.outSample();
     const std::string layout = options.split ? "planes" : "interleaved";
-    Output &to = options.target == "-" ? errors() : out();
-    if (options.json)
-        to.json(
-            {{"source", input.name()},
-             {"target", options.target},
-             {"frames", frames},
-             {"in", {{"format", format.name}, {"channels", options.channels}, {"bytes", input.position()}}},
-             {"out",
-              {{"layout", layout},
-               {"channels", channels},
-               {"bytesPerSample", converter.outSample()},
-               {"bytes", written}}}});
-    else
-    {
-        Facts facts;
-        facts.add("In", std::string{format.name} + ", " + count(options.channels, "channel") + ", " +
-                            count(input.position(), "byte"));
-        facts.add("Out", count(channels, options.split ? "plane" : "channel") + ", " +
-                             count(converter.outSample(), "byte") + " a sample, " + count(written, "byte"));
-        facts.add("Frames", std::to_string(frames));
-        facts.print(to);
-    }
-    to.flush();
+    Facts facts;
+    facts.add("In", std::string{format.name} + ", " + count(options.channels, "channel") + ", " +
+                        count(input.position(), "byte"));
+    facts.add("Out", count(channels, options.split ? "plane" : "channel") + ", " +
+                         count(converter.outSample(), "byte") + " a sample, " + count(written, "byte"));
+    facts.add("Frames", std::to_string(frames));
+    report(options.json,
+           {{"source", input.name()},
+            {"target", options.target},
+            {"frames", frames},
+            {"in", {{"format", format.name}, {"channels", options.channels}, {"bytes", input.position()}}},
+            {"out",
+             {{"layout", layout},
+              {"channels", channels},
+              {"bytesPerSample", converter.outSample()},
+              {"bytes", written}}}},
+           facts);
     return kExitYes;
 }
 
@@ -486,6 +481,9 @@ void addWeaveWord(Word &audio, Context &context)
     Word &word = audio.word("weave", "Samples of each channel that belong to the frames of a cycle");
     word.option("rate", *rate, "A frame rate; all when left out").suggests("frame rates", rateNames);
     word.option("--samples", *samples, Bounds{1}, "Samples a second; 48000 and 96000 when left out");
+    word.about(
+        "A frame of 29.97 a second has 1601.6 samples at 48000 Hz: so frames have 1602 or 1601 in turns.\n"
+        "Prints the numbers of a cycle in order, their sum, and whether the sum is exact.");
     word.example("kivcs2 audio weave 29.97 --samples 48000");
     word.runs([&context, rate, samples] { return showWeaves(*rate, *samples, context.json); });
 }
@@ -505,12 +503,16 @@ void addCodeWords(Word &audio, Context &context)
     packing.option("--data-stream", options->dataStream, kFlag, "0 or 1, as the host has it");
     packing.option("--endian", options->endian, kFlag, "0 or 1, as the host has it");
     packing.option("--alignment", options->alignment, kFlag, "0 or 1, as the host has it");
+    packing.about(
+        "Prints the code in hexadecimal and its fields, as kivcs2 audio describe reads them: samples a\n"
+        "second, channels, bytes of a sample and how many of them are used.");
     packing.example("kivcs2 audio code --channels 16 --bytes 3");
     packing.runs([&context, options] { return makeCode(*options, context.json); });
 
     const auto code = std::make_shared<std::string>();
     Word &describing = audio.word("describe", "Take a format code apart");
     describing.option("code", *code, "Hexadecimal: 0x0010011a").required();
+    describing.about("Takes any 32-bit number. Exit code 1: its encoding or its sample rate has no meaning.");
     describing.example("kivcs2 audio describe 0x0010011a");
     describing.runs([&context, code] { return describeCode(*code, context.json); });
 }

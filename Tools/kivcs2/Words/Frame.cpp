@@ -99,18 +99,6 @@ Json toJson(const FrameLayout &layout)
             {"frameBytes", layout.frameBytes()}};
 }
 
-// The summary, beside the frames where those have taken standard output.
-void report(const FrameArguments &arguments, const Json &value, const Facts &facts)
-{
-    Output &to = arguments.target == "-" ? errors() : out();
-    if (arguments.json)
-        to.json(value);
-    else
-        facts.print(to);
-    if (&to != &out())
-        to.flush();
-}
-
 std::string targetName(const FrameArguments &arguments)
 {
     return arguments.target == "-" ? "standard output" : visible(arguments.target);
@@ -136,8 +124,8 @@ FrameLayout layoutOf(const Frame &frame, const FrameLayout &source)
 
 using FrameWork = std::function<Frame(const Frame &)>;
 
-// Every frame of the source through `work` to the target, in the memory of a few. Without a target only the frame that is
-// to be shown.
+// Every frame of the source through `work` to the target, in the memory of a few. Without a target only the
+// frame that is to be shown.
 int forEachFrame(const FrameArguments &arguments, const FrameLayout &layout, const std::string &doing,
                  const FrameWork &work)
 {
@@ -172,7 +160,7 @@ int forEachFrame(const FrameArguments &arguments, const FrameLayout &layout, con
     facts.add("In", visible(reader.input().name()) + ", " + count(reader.number(), "frame") + " of " +
                         layout.text());
     facts.add("Out", targetName(arguments) + ", " + made.text());
-    report(arguments,
+    report(arguments.json,
            {{"source", reader.input().name()},
             {"target", arguments.target},
             {"frames", reader.number()},
@@ -264,7 +252,7 @@ int repeat(const FrameArguments &arguments, const FrameLayout &layout, const Fra
     facts.add("Out",
               targetName(arguments) + ", " + count(arguments.frames, "frame") + " of " + layout.text());
     facts.add("Picture", what);
-    report(arguments,
+    report(arguments.json,
            {{"target", arguments.target},
             {"frames", arguments.frames},
             {"picture", what},
@@ -328,7 +316,7 @@ int png(const FrameArguments &arguments)
     facts.add("In", visible(reader.input().name()) + ", frame " + std::to_string(arguments.frame) + " of " +
                         layout.text());
     facts.add("Out", targetName(arguments));
-    report(arguments,
+    report(arguments.json,
            {{"source", reader.input().name()},
             {"target", arguments.target},
             {"frame", arguments.frame},
@@ -337,8 +325,8 @@ int png(const FrameArguments &arguments)
     return kExitYes;
 }
 
-// The bytes of the whole input; what is no file is read to its end. The frame that is to be shown is shown in passing,
-// for a pipe can be read once.
+// The bytes of the whole input; what is no file is read to its end. The frame that is to be shown is shown in
+// passing, for a pipe can be read once.
 uint64_t sizeOf(const FrameArguments &arguments, const FrameLayout &layout)
 {
     Input input{arguments.source};
@@ -487,6 +475,34 @@ void addOwnOptions(Word &frame, FrameArguments &arguments)
         .among(namesIn(kBarPatterns));
 }
 
+// What the help of each word says behind its options.
+void describeWords(Word &frame)
+{
+    frame.below("info").about(
+        "Prints the bytes of a row and of a frame, the number of frames, and their length in seconds where\n"
+        "the video format says the rate. Exit code 3: no frame, or the last one is not whole.");
+    frame.below("convert").about(
+        "Converts every frame; between 4:2:2 and RGB by the matrix of ITU-R BT.601. Prints the number of\n"
+        "frames, on standard error when the target is -. Exit code 5: no conversion leads there.");
+    frame.below("scale").about(
+        "Takes the pixels at multiples of the proportion, without a filter; the size is to be smaller than\n"
+        "the picture. Prints the number of frames, on standard error when the target is -.");
+    frame.below("deinterlace")
+        .about(
+            "The second field goes, the size stays. Prints the number of frames, on standard error when the\n"
+            "target is -.");
+    frame.below("clear").about(
+        "Writes so many frames (--frames, otherwise one) of white, black or grey. Exit code 5: the library\n"
+        "does not fill pixels of this format.");
+    frame.below("bars").about(
+        "Writes so many frames (--frames, otherwise one) of bars for measuring: SMPTE EG 1 with PLUGE, or\n"
+        "EBU bars of 75 or 100 %. Prints the picture, on standard error when the target is -.");
+    frame.below("png").about(
+        "Writes RGB of 8 bits a component. --frame picks the frame, counted from 0. Prints what was "
+        "written,\n"
+        "on standard error when the target is -. Exit code 1: the file has no such frame.");
+}
+
 } // namespace
 
 void addFrameCommand(Word &root, Context &context)
@@ -520,6 +536,7 @@ void addFrameCommand(Word &root, Context &context)
             });
     }
     addOwnOptions(frame, *arguments);
+    describeWords(frame);
 }
 
 } // namespace tool

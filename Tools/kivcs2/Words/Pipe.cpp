@@ -448,24 +448,9 @@ private:
     uint32_t m_looks = 0;
 };
 
-// On standard error, since standard output carries the bytes.
-void report(const PipeOptions &options, const Counts &counts, bool readerGone, bool json)
+void reportCounts(const PipeOptions &options, const Counts &counts, bool readerGone, bool json)
 {
     const uint64_t unsent = counts.in - counts.out - counts.lost;
-    if (json)
-    {
-        errors().json({{"mode", options.mode},
-                       {"capacity", options.size},
-                       {"chunk", options.chunk},
-                       {"bytesIn", counts.in},
-                       {"bytesOut", counts.out},
-                       {"bytesLost", counts.lost},
-                       {"bytesUnsent", unsent},
-                       {"mostWaiting", counts.most},
-                       {"readerGone", readerGone}});
-        errors().flush();
-        return;
-    }
     Facts facts;
     facts.add("In", count(counts.in, "byte"));
     facts.add("Out", count(counts.out, "byte"));
@@ -474,8 +459,17 @@ void report(const PipeOptions &options, const Counts &counts, bool readerGone, b
         facts.add("Unsent", count(unsent, "byte") + (readerGone ? ", the reader has gone" : ""));
     facts.add("Ring", count(options.size, "byte") + ", at most " +
                           print("%.0f", 100.0 * counts.most / static_cast<double>(options.size)) + " % full");
-    facts.print(errors());
-    errors().flush();
+    report(json,
+           {{"mode", options.mode},
+            {"capacity", options.size},
+            {"chunk", options.chunk},
+            {"bytesIn", counts.in},
+            {"bytesOut", counts.out},
+            {"bytesLost", counts.lost},
+            {"bytesUnsent", unsent},
+            {"mostWaiting", counts.most},
+            {"readerGone", readerGone}},
+           facts);
 }
 
 void checkSizes(PipeOptions &options)
@@ -526,7 +520,7 @@ int runPipe(const PipeOptions &options, bool json)
     if (!options.quiet)
     {
         meter.at(counts, true);
-        report(options, counts, pipe.readerGone, json);
+        reportCounts(options, counts, pipe.readerGone, json);
     }
     for (const std::exception_ptr &failure : {pipe.outputFailure, pipe.inputFailure})
         if (failure)

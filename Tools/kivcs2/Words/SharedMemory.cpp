@@ -180,7 +180,7 @@ Json toJson(const Segment &segment)
             {"removed", segment.removed}};
 }
 
-void printSegment(const Segment &segment)
+Facts factsOf(const Segment &segment)
 {
     Facts facts;
     facts.add("Key", Output::strong(keyText(segment.key)));
@@ -189,18 +189,15 @@ void printSegment(const Segment &segment)
     facts.add("Attached", count(segment.attached, "time"));
     facts.add("Made by", "process " + std::to_string(segment.creator));
     facts.add("Mode", print("%04o", segment.mode));
-    facts.print();
+    return facts;
 }
 
-void report(uint32_t key, bool json)
+void showSegment(uint32_t key, bool json)
 {
     const auto segment = findSegment(key);
     if (!segment)
         throw Failure(kExitNo, "key " + keyText(key) + ": another process has removed the segment");
-    if (json)
-        out().json(toJson(*segment));
-    else
-        printSegment(*segment);
+    report(json, toJson(*segment), factsOf(*segment));
 }
 
 int noSegment(uint32_t key)
@@ -215,7 +212,7 @@ int show(const std::optional<std::string> &wanted, bool json)
         const uint32_t key = parseKey(*wanted);
         if (!findSegment(key))
             return noSegment(key);
-        report(key, json);
+        showSegment(key, json);
         return kExitYes;
     }
     const auto segments = allSegments();
@@ -277,7 +274,7 @@ int create(const CreateOptions &options, bool json)
     Attachment attachment{key, size, true};
     if (options.hold)
         attachment.hold();
-    report(key, json);
+    showSegment(key, json);
     if (!options.hold)
         return kExitYes; // detached by leaving: the segment stays until somebody frees it
     out().flush();
@@ -370,12 +367,18 @@ void addShowing(Word &shm, Context &context)
     const auto wanted = std::make_shared<std::optional<std::string>>();
     Word &shown = shm.word("show", "One segment, or all of the machine");
     shown.option("key", *wanted, "The segment's key");
+    shown.about("Prints key, identifier, size in bytes, how many times it is attached, the process that made "
+                "it, and\n"
+                "its mode. Exit code 1: the key has no segment.");
     shown.example("kivcs2 shm show");
     shown.runs([&context, wanted] { return show(*wanted, context.json); });
 
     const auto start = std::make_shared<std::string>("1");
     Word &found = shm.word("find", "The first key without a segment");
     found.option("start", *start, "Where the search begins, otherwise 1");
+    found.about(
+        "Prints the key alone, for scripts; nothing is made, so another process may take it. Exit code 1:\n"
+        "none of the 10000 keys from the start is free.");
     found.example("kivcs2 shm find 0x4b495600");
     found.runs([&context, start] { return findKey(*start, context.json); });
 }
@@ -389,6 +392,7 @@ void addCreating(Word &shm, Context &context)
     created.flag("--hold", creation->hold,
                  "Stay attached until interrupted; then remove it unless others are attached");
     created.flag("--clear", creation->clear, "Also where the key has one: set its first bytes to zero");
+    created.about("Prints the segment as kivcs2 shm show does. Exit code 1: the key has a segment already.");
     created.example("kivcs2 shm create 0x4b495600 64K");
     created.runs([&context, creation] { return create(*creation, context.json); });
 }
@@ -405,6 +409,9 @@ void addAttaching(Word &shm)
     attached.option("--offset", attachment->offset, "First byte in the segment");
     attached.option("--length", attachment->length, "Bytes of the segment, otherwise to its end");
     attached.flag("--free", attachment->free, "Free it afterwards instead of leaving it");
+    attached.about(
+        "Copies bytes as they are, and nothing where they do not all fit: exit code 3. Exit code 1: the key\n"
+        "has no segment.");
     attached.example("kivcs2 shm attach 0x4b495600 --read - --length 7");
     attached.refuses(
         [attachment]
@@ -420,6 +427,9 @@ void addFreeing(Word &shm, Context &context)
     const auto key = std::make_shared<std::string>();
     Word &freed = shm.word("free", "Remove a segment; exit 1 while others are attached");
     freed.option("key", *key, "The segment's key").required();
+    freed.about(
+        "Prints what was removed. A segment that others have attached goes with the last of them that frees\n"
+        "it: exit code 1 until then, and where the key has none.");
     freed.example("kivcs2 shm free 0x4b495600");
     freed.runs([&context, key] { return freeSegment(*key, context.json); });
 }
