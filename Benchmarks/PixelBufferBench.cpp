@@ -154,25 +154,6 @@ void convertRows(kiv::ConvertRow row, const Plane &from, const Plane &to, size_t
         row(from.row(line), to.row(line), width);
 }
 
-void addToRGBA(Size size)
-{
-    const auto from = std::make_shared<Plane>(size.width * 2, size.height);
-    const auto to = std::make_shared<Plane>(size.width * 4, size.height);
-    fillRandom(*from);
-    addLevels("Pixels_2vuyToRGBA", size,
-              [=](const kiv::PixelRows &rows) -> Run
-              {
-                  return [=, row = rows.toRGBA601]
-                  {
-                      convertRows(row, *from, *to, size.width);
-                  };
-              });
-    const auto stride = [](const Plane &plane)
-    {
-        return static_cast<int>(plane.stride);
-    };
-    const auto width = static_cast<int>(size.width);
-    const auto height = static_cast<int>(size.height);
 #ifdef KIV_PEER_LIBYUV
     // libyuv's ARGB is B, G, R, A in memory, the only order it converts UYVY to in one step.
     const Run libyuv = [=]
@@ -228,15 +209,60 @@ void addToRGBA(Size size)
             CVPixelBufferRelease(converted);
         });
 #ifdef KIV_PEER_LIBYUV
+    const size_t stride = size.width * 4;
     add("PixelBuffer_convertToRGBA/libyuv", size,
         [=]
         {
-            auto *converted = static_cast<uint8_t *>(std::malloc(to->size()));
-            libyuv::UYVYToARGB(from->row(0), stride(*from), converted, stride(*to), width, height);
+            auto *converted = static_cast<uint8_t *>(std::malloc(stride * size.height));
+            libyuv::UYVYToARGB(from->row(0), strideOf(*from), converted, static_cast<int>(stride),
+                               static_cast<int>(size.width), static_cast<int>(size.height));
             benchmark::DoNotOptimize(converted);
             std::free(converted);
         });
 #endif
+}
+
+void addToRGBA(Size size)
+{
+    const auto from = std::make_shared<Plane>(size.width * 2, size.height);
+    const auto to = std::make_shared<Plane>(size.width * 4, size.height);
+    fillRandom(*from);
+    addLevels("Pixels_2vuyToRGBA", size,
+              [=](const kiv::PixelRows &rows) -> Run
+              {
+                  return [=, row = rows.toRGBA601]
+                  {
+                      convertRows(row, *from, *to, size.width);
+                  };
+              });
+#ifdef KIV_PEER_LIBYUV
+    requireSameColours(size);
+    const auto width = static_cast<int>(size.width);
+    const auto height = static_cast<int>(size.height);
+    // Its ARGB is B, G, R, A in memory: it makes no other of UYVY in one step.
+    const Run libyuv = [=]
+    {
+        libyuv::UYVYToARGB(from->row(0), strideOf(*from), to->row(0), strideOf(*to), width, height);
+    };
+    add("Pixels_2vuyToRGBA/libyuv", size, libyuv);
+    add("Pixels_2vuyToRGBA_AVX2/libyuv", size, libyuv);
+    add("Pixels_2vuyToRGBA/libyuv_RGBA", size, // with the bytes in our order, which takes it a second call
+        [=]
+        {
+            libyuv();
+            libyuv::ARGBToABGR(to->row(0), strideOf(*to), to->row(0), strideOf(*to), width, height);
+        });
+#endif
+#ifdef KIV_PEER_SWSCALE
+    add("Pixels_2vuyToRGBA/swscale", size, swscale(size, AV_PIX_FMT_UYVY422, from, size, to));
+#endif
+    add("Pixels_2vuyToRGBA/memcpy", size, // the bytes that are written, from where they are
+        [=]
+        {
+            std::memcpy(to->row(0), to->row(0) + to->size() / 2, to->size() / 2);
+            std::memcpy(to->row(0) + to->size() / 2, to->row(0), to->size() / 2);
+        });
+    addConvertToRGBA(size, from);
 }
 
 // ---- v210 to 2vuy ----

@@ -105,17 +105,9 @@ double momentAndRelease(CFDateRef date)
     CFRelease(date);
     return at;
 }
-} // namespace
 
-int main(int argc, char **argv)
+void benchFields()
 {
-    benchmark::Initialize(&argc, argv);
-    KIVProjectTimecode::fps2997();
-    if (!KIVProjectTimecode::hasValidFrameRate() ||
-        KIVCS2_FAILED(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97)))
-        return 1;
-    makeSamples();
-
     bench(
         "fields",
         [](const Sample &sample)
@@ -168,6 +160,10 @@ int main(int argc, char **argv)
             (void)kivCS2Timecode_differenceInFrames(&sample.record, &g_samples[0].record, &difference);
             return difference;
         });
+}
+
+void benchTexts()
+{
     bench(
         "toText",
         [](const Sample &sample)
@@ -203,6 +199,10 @@ int main(int argc, char **argv)
             return changedRecord(sample, [&](KIVCS2Timecode *tc)
                                  { (void)kivCS2Timecode_initWithBCD(tc, sample.bcd); });
         });
+}
+
+void benchDates()
+{
     const auto dateOfOperation = [](const Sample &sample)
     {
         return changedRecord(sample, [&](KIVCS2Timecode *tc)
@@ -233,6 +233,10 @@ int main(int argc, char **argv)
     registerOne("ProjectTimecode_toCFDate/ours",
                 [](const Sample &sample) { return momentAndRelease(sample.object.toCFDate()); });
     registerOne("ProjectTimecode_toCFDate/c", create);
+}
+
+void benchRates()
+{
     benchmark::RegisterBenchmark("ProjectTimecode_setFrameRate/ours",
                                  [](benchmark::State &state)
                                  {
@@ -257,6 +261,22 @@ int main(int argc, char **argv)
                                      }
                                      (void)kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97);
                                  });
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    benchmark::Initialize(&argc, argv);
+    KIVProjectTimecode::fps2997();
+    if (!KIVProjectTimecode::hasValidFrameRate() ||
+        KIVCS2_FAILED(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97)))
+        return 1;
+    makeSamples();
+
+    benchFields();
+    benchTexts();
+    benchDates();
+    benchRates();
     benchmark::RunSpecifiedBenchmarks();
     for (const Sample &sample : g_samples)
         CFRelease(sample.date);

@@ -170,14 +170,8 @@ Encoded encodeCharacters(Units units, uint8_t lossByte, uint8_t *out, size_t roo
         {
             const size_t left = units.length - done.units;
             const size_t most = out == nullptr ? left : std::min(left, room - done.bytes);
-            const char16_t *from = units.wide + done.units;
-            size_t run = 0;
-            if (out == nullptr)
-                while (run < most && from[run] < kOneByte)
-                    ++run;
-            else
-                for (; run < most && from[run] < kOneByte; ++run)
-                    out[done.bytes + run] = static_cast<uint8_t>(from[run]);
+            uint8_t *to = out == nullptr ? nullptr : out + done.bytes;
+            const size_t run = encodeRun<kOneByte>(units.wide + done.units, most, to);
             done.units += run;
             done.bytes += run;
             if (done.units == units.length)
