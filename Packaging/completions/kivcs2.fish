@@ -1,5 +1,6 @@
 # Made by kivcs2 generate completion; changes belong into the words themselves.
-set -g __kivcs2_places 'tc' 'tc show' 'tc add' 'tc sub' 'tc diff' 'tc convert' 'tc bcd' 'tc date' 'caption' 'caption info' 'caption show' 'caption at' 'caption decode' 'caption convert' 'caption verify' 'cdp' 'cdp parse' 'cdp build' 'cdp find' 'format' 'rate' 'frame' 'frame info' 'frame convert' 'frame scale' 'frame deinterlace' 'frame clear' 'frame bars' 'frame png' 'audio' 'audio weave' 'audio code' 'audio describe' 'audio convert' 'codec' 'codec list' 'codec show' 'codec unpack' 'curve' 'curve list' 'curve plot' 'curve png' 'curve run' 'crc' 'str' 'str detect' 'str convert' 'json' 'pipe' 'shm' 'shm show' 'shm find' 'shm create' 'shm attach' 'shm free' 'sensors' 'sensors show' 'sensors watch' 'run' 'sys' 'sys show' 'sys watch' 'doctor' 'services' 'services publish' 'services browse' 'services types' 'services first' 'services monitor' 'net' 'net listen' 'net recv' 'net send' 'status' 'generate' 'generate man' 'generate completion' 'generate markdown' 'generate json' 'help'
+set -g __kivcs2_places 'tc' 'tc show' 'tc add' 'tc sub' 'tc diff' 'tc convert' 'tc bcd' 'tc date' 'caption' 'caption info' 'caption show' 'caption at' 'caption decode' 'caption convert' 'caption verify' 'cdp' 'cdp parse' 'cdp build' 'cdp find' 'format' 'rate' 'frame' 'frame info' 'frame convert' 'frame scale' 'frame deinterlace' 'frame clear' 'frame bars' 'frame png' 'audio' 'audio weave' 'audio code' 'audio describe' 'audio convert' 'codec' 'codec list' 'codec show' 'codec unpack' 'curve' 'curve list' 'curve plot' 'curve png' 'curve run' 'crc' 'str' 'str detect' 'str convert' 'json' 'pipe' 'shm' 'shm show' 'shm find' 'shm create' 'shm attach' 'shm free' 'sensors' 'sensors show' 'sensors watch' 'run' 'sys' 'sys show' 'sys watch' 'doctor' 'services' 'services publish' 'services browse' 'services types' 'services first' 'services monitor' 'net' 'net listen' 'net recv' 'net send' 'status' 'generate' 'generate man' 'generate completion' 'generate markdown' 'generate json'
+set -g __kivcs2_takes 'tc show --rate' 'tc add --rate' 'tc sub --rate' 'tc diff --rate' 'tc convert --rate' 'tc convert --to' 'tc bcd --rate' 'tc date --rate' 'caption info --rate' 'caption info --field' 'caption show --rate' 'caption show --field' 'caption show --from' 'caption show --to' 'caption at --rate' 'caption at --field' 'caption convert --rate' 'caption convert --field' 'caption convert --mcc-version' 'caption verify --rate' 'caption verify --field' 'caption verify --against' 'cdp parse --hex' 'cdp build --field1' 'cdp build --field2' 'cdp build --sequence' 'cdp build --rate' 'cdp build -o' 'cdp build --output' 'cdp find --in' 'cdp find --words' 'frame info --video' 'frame info --width' 'frame info --height' 'frame info --format' 'frame info --row-bytes' 'frame info --frame' 'frame info --matrix' 'frame convert --video' 'frame convert --width' 'frame convert --height' 'frame convert --format' 'frame convert --row-bytes' 'frame convert --frame' 'frame convert --matrix' 'frame convert --to' 'frame scale --video' 'frame scale --width' 'frame scale --height' 'frame scale --format' 'frame scale --row-bytes' 'frame scale --frame' 'frame scale --matrix' 'frame scale --size' 'frame deinterlace --video' 'frame deinterlace --width' 'frame deinterlace --height' 'frame deinterlace --format' 'frame deinterlace --row-bytes' 'frame deinterlace --frame' 'frame deinterlace --matrix' 'frame clear --video' 'frame clear --width' 'frame clear --height' 'frame clear --format' 'frame clear --frames' 'frame clear --matrix' 'frame clear --colour' 'frame bars --video' 'frame bars --width' 'frame bars --height' 'frame bars --format' 'frame bars --frames' 'frame bars --matrix' 'frame bars --pattern' 'frame png --video' 'frame png --width' 'frame png --height' 'frame png --format' 'frame png --row-bytes' 'frame png --frame' 'frame png --matrix' 'audio weave --samples' 'audio code --encoding' 'audio code --sample-rate' 'audio code --channels' 'audio code --bytes' 'audio code --used' 'audio code --data-type' 'audio code --data-stream' 'audio code --endian' 'audio code --alignment' 'audio convert --input' 'audio convert --channels' 'audio convert --bits' 'audio convert --channel' 'codec show --format' 'curve png --side' 'curve run --rate' 'curve run --frames' 'str convert -o' 'str convert --output' 'str convert --from' 'str convert --to' 'pipe --size' 'pipe --chunk' 'pipe --mode' 'shm attach -w' 'shm attach --write' 'shm attach -r' 'shm attach --read' 'shm attach --offset' 'shm attach --length' 'sensors watch --every' 'sensors watch --count' 'run --stdout' 'run --stderr' 'run --timeout' 'sys watch --every' 'sys watch --count' 'services publish --domain' 'services publish --text' 'services browse --domain' 'services types --domain' 'services first --domain' 'services first --timeout' 'services monitor --domain' 'services monitor --timeout' 'services monitor --count' 'net listen --count' 'net listen --timeout' 'net recv --count' 'net recv --timeout' 'net send --count' 'net send --size' 'net send --rate' 'net send --ttl'
 
 function __kivcs2_list_codecs
     printf '%s\n' 'DVCPRO 25' 'DV PAL' 'DV NTSC' 'DVCPRO50 PAL' 'DVCPRO50 NTSC' 'IMX30 PAL' 'IMX30 NTSC' 'IMX40 PAL' 'IMX40 NTSC' 'IMX50 PAL' 'IMX50 NTSC' 'Photo JPEG' 'ProRes 422' 'ProRes 422 (HQ)' 'ProRes 422 (LT)' 'ProRes 422 (PROXY)' 'DVCPRO HD 1080i50' 'DVCPRO HD 1080i60' 'DVCPRO HD 720p50' 'DVCPRO HD 720p60' 'Uncompressed 8-bit' 'Uncompressed 10-bit' 'DNxHD'
@@ -41,18 +42,34 @@ function __kivcs2_list_word_forms
     printf '%s\n' '8bit-adf' '8bit' '10bit-adf' '10bit'
 end
 
-function __kivcs2_path
+# The words so far lead to a path of kivcs2's words; then the number of the positional that comes.
+function __kivcs2_place
     set -l path
+    set -l key
+    set -l position 1
     for word in (commandline -opc)[2..-1]
-        if contains -- (string join ' ' $path $word) $__kivcs2_places
+        set -l here (string join -- ' ' $path $word)
+        if set -q key[1]
+            set key
+        else if contains -- $here $__kivcs2_takes
+            set key $word
+        else if contains -- $here $__kivcs2_places
             set path $path $word
+        else if not string match -q -- '-*' $word
+            set position (math $position + 1)
         end
     end
-    string join ' ' $path
+    printf '%s\n' "$path" $position
 end
 
+# A path, and the numbers of the first and last positional where it is about those.
 function __kivcs2_at
-    test (__kivcs2_path | string collect -a) = "$argv[1]"
+    set -l place (__kivcs2_place)
+    test "$place[1]" = "$argv[1]"
+    and begin
+        test (count $argv) -eq 1
+        or test $place[2] -ge $argv[2] -a $place[2] -le $argv[3]
+    end
 end
 
 complete -c kivcs2 -f
@@ -101,30 +118,30 @@ complete -c kivcs2 -n "__kivcs2_at 'caption'" -a at -d 'The pairs of one frame a
 complete -c kivcs2 -n "__kivcs2_at 'caption'" -a decode -d 'CEA-608 pairs in words'
 complete -c kivcs2 -n "__kivcs2_at 'caption'" -a convert -d 'SCC to MCC, or MCC to another version'
 complete -c kivcs2 -n "__kivcs2_at 'caption'" -a verify -d 'Read an MCC file and check every packet (exit 1: something is wrong)'
-complete -c kivcs2 -n "__kivcs2_at 'caption info'" -F
+complete -c kivcs2 -n "__kivcs2_at 'caption info' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption info'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Count at this rate, whatever the file says'
 complete -c kivcs2 -n "__kivcs2_at 'caption info'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2'
-complete -c kivcs2 -n "__kivcs2_at 'caption show'" -F
+complete -c kivcs2 -n "__kivcs2_at 'caption show' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Count at this rate, whatever the file says'
 complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2'
 complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l keep-going -d 'Tell malformed lines and go on behind them'
 complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l captions -d 'The captions as a viewer sees them'
 complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l from -x -d 'The first timecode to show'
 complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l to -x -d 'The last timecode to show'
-complete -c kivcs2 -n "__kivcs2_at 'caption at'" -F
+complete -c kivcs2 -n "__kivcs2_at 'caption at' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Count at this rate, whatever the file says'
 complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2'
 complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l keep-going -d 'Tell malformed lines and go on behind them'
-complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -F
+complete -c kivcs2 -n "__kivcs2_at 'caption convert' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Count at this rate, whatever the file says'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l keep-going -d 'Tell malformed lines and go on behind them'
-complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -F
+complete -c kivcs2 -n "__kivcs2_at 'caption convert' 2 2" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l mcc-version -x -d '1 or 2; without it 1 from SCC, 2 from MCC'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l sparse -d 'Packets only on frames that have a pair'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l sdi -d 'Packets with a second service descriptor, language eng'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l fix-parity -d 'Give every byte odd parity; without it pairs are kept'
-complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -F
+complete -c kivcs2 -n "__kivcs2_at 'caption verify' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Count at this rate, whatever the file says'
 complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2'
 complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l fix-parity -d 'The source\'s pairs were given odd parity'
@@ -132,7 +149,7 @@ complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l against -r -F -d 'The SC
 complete -c kivcs2 -n "__kivcs2_at 'cdp'" -a parse -d 'Take a packet apart (exit 3: something is wrong in it)'
 complete -c kivcs2 -n "__kivcs2_at 'cdp'" -a build -d 'Make a packet from CEA-608 pairs'
 complete -c kivcs2 -n "__kivcs2_at 'cdp'" -a find -d 'List the packets in captured ancillary data (exit 1: none)'
-complete -c kivcs2 -n "__kivcs2_at 'cdp parse'" -F
+complete -c kivcs2 -n "__kivcs2_at 'cdp parse' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'cdp parse'" -l hex -x -d 'The packet itself, in hexadecimal'
 complete -c kivcs2 -n "__kivcs2_at 'cdp build'" -l field1 -x -d 'Pair of field 1, four hexadecimal digits'
 complete -c kivcs2 -n "__kivcs2_at 'cdp build'" -l field2 -x -d 'Pair of field 2'
@@ -142,11 +159,11 @@ complete -c kivcs2 -n "__kivcs2_at 'cdp build'" -l sdi -d 'With a second service
 complete -c kivcs2 -n "__kivcs2_at 'cdp build'" -l atom -d 'With a QuickTime atom header in front'
 complete -c kivcs2 -n "__kivcs2_at 'cdp build'" -l binary -d 'Write bytes, not hexadecimal text'
 complete -c kivcs2 -n "__kivcs2_at 'cdp build'" -s o -l output -r -F -d 'Where to write; - is standard output'
-complete -c kivcs2 -n "__kivcs2_at 'cdp find'" -F
+complete -c kivcs2 -n "__kivcs2_at 'cdp find' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'cdp find'" -l in -x -a '291m 436m' -d '291m: ancillary packets; 436m: wrapped data'
 complete -c kivcs2 -n "__kivcs2_at 'cdp find'" -l words -x -a '(__kivcs2_list_word_forms)' -d '291m: 8bit, 8bit-adf, 10bit (16-bit big-endian units), 10bit-adf'
-complete -c kivcs2 -n "__kivcs2_at 'format'" -a '(__kivcs2_list_video_formats)'
-complete -c kivcs2 -n "__kivcs2_at 'rate'" -a '(__kivcs2_list_rates)'
+complete -c kivcs2 -n "__kivcs2_at 'format' 1 1" -a '(__kivcs2_list_video_formats)'
+complete -c kivcs2 -n "__kivcs2_at 'rate' 1 1" -a '(__kivcs2_list_rates)'
 complete -c kivcs2 -n "__kivcs2_at 'frame'" -a info -d 'Frames, bytes and length of a file; exit 3 where the last frame is not whole'
 complete -c kivcs2 -n "__kivcs2_at 'frame'" -a convert -d 'Other pixels: v210 to 2vuy to RGB, and the orders of bytes'
 complete -c kivcs2 -n "__kivcs2_at 'frame'" -a scale -d 'A smaller picture by point sampling; 4:2:2 becomes rgb'
@@ -154,7 +171,7 @@ complete -c kivcs2 -n "__kivcs2_at 'frame'" -a deinterlace -d 'Every odd line re
 complete -c kivcs2 -n "__kivcs2_at 'frame'" -a clear -d 'Frames of one colour'
 complete -c kivcs2 -n "__kivcs2_at 'frame'" -a bars -d 'Colour bars'
 complete -c kivcs2 -n "__kivcs2_at 'frame'" -a png -d 'One frame as a PNG picture'
-complete -c kivcs2 -n "__kivcs2_at 'frame info'" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame info' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'frame info'" -l video -x -a '(__kivcs2_list_video_formats)' -d 'Size and pixels of a video format, as kivcs2 format lists them'
 complete -c kivcs2 -n "__kivcs2_at 'frame info'" -l width -x -d 'Pixels of a line'
 complete -c kivcs2 -n "__kivcs2_at 'frame info'" -l height -x -d 'Lines'
@@ -164,8 +181,8 @@ complete -c kivcs2 -n "__kivcs2_at 'frame info'" -l frame -x -d 'The frame to lo
 complete -c kivcs2 -n "__kivcs2_at 'frame info'" -l show -d 'Draw a frame of the result on the terminal'
 complete -c kivcs2 -n "__kivcs2_at 'frame info'" -l alpha -d 'Look at RGB with its alpha, otherwise as opaque'
 complete -c kivcs2 -n "__kivcs2_at 'frame info'" -l matrix -x -a '601 709' -d '601 or 709; otherwise 601 up to 576 lines and 709 above'
-complete -c kivcs2 -n "__kivcs2_at 'frame convert'" -F
-complete -c kivcs2 -n "__kivcs2_at 'frame convert'" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame convert' 1 1" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame convert' 2 2" -F
 complete -c kivcs2 -n "__kivcs2_at 'frame convert'" -l video -x -a '(__kivcs2_list_video_formats)' -d 'Size and pixels of a video format, as kivcs2 format lists them'
 complete -c kivcs2 -n "__kivcs2_at 'frame convert'" -l width -x -d 'Pixels of a line'
 complete -c kivcs2 -n "__kivcs2_at 'frame convert'" -l height -x -d 'Lines'
@@ -176,8 +193,8 @@ complete -c kivcs2 -n "__kivcs2_at 'frame convert'" -l show -d 'Draw a frame of 
 complete -c kivcs2 -n "__kivcs2_at 'frame convert'" -l alpha -d 'Look at RGB with its alpha, otherwise as opaque'
 complete -c kivcs2 -n "__kivcs2_at 'frame convert'" -l matrix -x -a '601 709' -d '601 or 709; otherwise 601 up to 576 lines and 709 above'
 complete -c kivcs2 -n "__kivcs2_at 'frame convert'" -l to -x -a '(__kivcs2_list_pixel_formats)' -d 'The pixel format of the target'
-complete -c kivcs2 -n "__kivcs2_at 'frame scale'" -F
-complete -c kivcs2 -n "__kivcs2_at 'frame scale'" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame scale' 1 1" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame scale' 2 2" -F
 complete -c kivcs2 -n "__kivcs2_at 'frame scale'" -l video -x -a '(__kivcs2_list_video_formats)' -d 'Size and pixels of a video format, as kivcs2 format lists them'
 complete -c kivcs2 -n "__kivcs2_at 'frame scale'" -l width -x -d 'Pixels of a line'
 complete -c kivcs2 -n "__kivcs2_at 'frame scale'" -l height -x -d 'Lines'
@@ -188,8 +205,8 @@ complete -c kivcs2 -n "__kivcs2_at 'frame scale'" -l show -d 'Draw a frame of th
 complete -c kivcs2 -n "__kivcs2_at 'frame scale'" -l alpha -d 'Look at RGB with its alpha, otherwise as opaque'
 complete -c kivcs2 -n "__kivcs2_at 'frame scale'" -l matrix -x -a '601 709' -d '601 or 709; otherwise 601 up to 576 lines and 709 above'
 complete -c kivcs2 -n "__kivcs2_at 'frame scale'" -l size -x -d 'Such as 960x540'
-complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace'" -F
-complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace'" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace' 1 1" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace' 2 2" -F
 complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace'" -l video -x -a '(__kivcs2_list_video_formats)' -d 'Size and pixels of a video format, as kivcs2 format lists them'
 complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace'" -l width -x -d 'Pixels of a line'
 complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace'" -l height -x -d 'Lines'
@@ -199,7 +216,7 @@ complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace'" -l frame -x -d 'The fram
 complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace'" -l show -d 'Draw a frame of the result on the terminal'
 complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace'" -l alpha -d 'Look at RGB with its alpha, otherwise as opaque'
 complete -c kivcs2 -n "__kivcs2_at 'frame deinterlace'" -l matrix -x -a '601 709' -d '601 or 709; otherwise 601 up to 576 lines and 709 above'
-complete -c kivcs2 -n "__kivcs2_at 'frame clear'" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame clear' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'frame clear'" -l video -x -a '(__kivcs2_list_video_formats)' -d 'Size and pixels of a video format, as kivcs2 format lists them'
 complete -c kivcs2 -n "__kivcs2_at 'frame clear'" -l width -x -d 'Pixels of a line'
 complete -c kivcs2 -n "__kivcs2_at 'frame clear'" -l height -x -d 'Lines'
@@ -209,7 +226,7 @@ complete -c kivcs2 -n "__kivcs2_at 'frame clear'" -l show -d 'Draw a frame of th
 complete -c kivcs2 -n "__kivcs2_at 'frame clear'" -l alpha -d 'Look at RGB with its alpha, otherwise as opaque'
 complete -c kivcs2 -n "__kivcs2_at 'frame clear'" -l matrix -x -a '601 709' -d '601 or 709; otherwise 601 up to 576 lines and 709 above'
 complete -c kivcs2 -n "__kivcs2_at 'frame clear'" -l colour -x -a 'black grey white' -d 'white, black or grey, otherwise black'
-complete -c kivcs2 -n "__kivcs2_at 'frame bars'" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame bars' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'frame bars'" -l video -x -a '(__kivcs2_list_video_formats)' -d 'Size and pixels of a video format, as kivcs2 format lists them'
 complete -c kivcs2 -n "__kivcs2_at 'frame bars'" -l width -x -d 'Pixels of a line'
 complete -c kivcs2 -n "__kivcs2_at 'frame bars'" -l height -x -d 'Lines'
@@ -219,8 +236,8 @@ complete -c kivcs2 -n "__kivcs2_at 'frame bars'" -l show -d 'Draw a frame of the
 complete -c kivcs2 -n "__kivcs2_at 'frame bars'" -l alpha -d 'Look at RGB with its alpha, otherwise as opaque'
 complete -c kivcs2 -n "__kivcs2_at 'frame bars'" -l matrix -x -a '601 709' -d '601 or 709; otherwise 601 up to 576 lines and 709 above'
 complete -c kivcs2 -n "__kivcs2_at 'frame bars'" -l pattern -x -a 'ebu100 ebu75 smpte' -d 'smpte (75 % over the PLUGE), ebu75 or ebu100, otherwise smpte'
-complete -c kivcs2 -n "__kivcs2_at 'frame png'" -F
-complete -c kivcs2 -n "__kivcs2_at 'frame png'" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame png' 1 1" -F
+complete -c kivcs2 -n "__kivcs2_at 'frame png' 2 2" -F
 complete -c kivcs2 -n "__kivcs2_at 'frame png'" -l video -x -a '(__kivcs2_list_video_formats)' -d 'Size and pixels of a video format, as kivcs2 format lists them'
 complete -c kivcs2 -n "__kivcs2_at 'frame png'" -l width -x -d 'Pixels of a line'
 complete -c kivcs2 -n "__kivcs2_at 'frame png'" -l height -x -d 'Lines'
@@ -234,7 +251,7 @@ complete -c kivcs2 -n "__kivcs2_at 'audio'" -a weave -d 'Samples of each channel
 complete -c kivcs2 -n "__kivcs2_at 'audio'" -a code -d 'Pack a 32-bit format code'
 complete -c kivcs2 -n "__kivcs2_at 'audio'" -a describe -d 'Take a format code apart'
 complete -c kivcs2 -n "__kivcs2_at 'audio'" -a convert -d 'Convert the width and byte order of raw PCM, or split it'
-complete -c kivcs2 -n "__kivcs2_at 'audio weave'" -a '(__kivcs2_list_frame_rates)'
+complete -c kivcs2 -n "__kivcs2_at 'audio weave' 1 1" -a '(__kivcs2_list_frame_rates)'
 complete -c kivcs2 -n "__kivcs2_at 'audio weave'" -l samples -x -d 'Samples a second; 48000 and 96000 when left out'
 complete -c kivcs2 -n "__kivcs2_at 'audio code'" -l encoding -x -a 'lpcm aac' -d 'Encoding of the samples'
 complete -c kivcs2 -n "__kivcs2_at 'audio code'" -l sample-rate -x -a '44100 48000' -d 'Samples a second'
@@ -245,8 +262,8 @@ complete -c kivcs2 -n "__kivcs2_at 'audio code'" -l data-type -x -d '0 or 1, as 
 complete -c kivcs2 -n "__kivcs2_at 'audio code'" -l data-stream -x -d '0 or 1, as the host has it'
 complete -c kivcs2 -n "__kivcs2_at 'audio code'" -l endian -x -d '0 or 1, as the host has it'
 complete -c kivcs2 -n "__kivcs2_at 'audio code'" -l alignment -x -d '0 or 1, as the host has it'
-complete -c kivcs2 -n "__kivcs2_at 'audio convert'" -F
-complete -c kivcs2 -n "__kivcs2_at 'audio convert'" -F
+complete -c kivcs2 -n "__kivcs2_at 'audio convert' 1 1" -F
+complete -c kivcs2 -n "__kivcs2_at 'audio convert' 2 2" -F
 complete -c kivcs2 -n "__kivcs2_at 'audio convert'" -l input -x -a '(__kivcs2_list_sample_formats)' -d 'Format of the samples'
 complete -c kivcs2 -n "__kivcs2_at 'audio convert'" -l channels -x -d 'Channels of the input'
 complete -c kivcs2 -n "__kivcs2_at 'audio convert'" -l bits -x -a '16 24' -d 'Width of the result; the input\'s when left out'
@@ -256,24 +273,24 @@ complete -c kivcs2 -n "__kivcs2_at 'audio convert'" -l channel -x -d 'One channe
 complete -c kivcs2 -n "__kivcs2_at 'codec'" -a list -d 'The table, with the largest frame in bytes by height'
 complete -c kivcs2 -n "__kivcs2_at 'codec'" -a show -d 'One codec, by its name or code'
 complete -c kivcs2 -n "__kivcs2_at 'codec'" -a unpack -d 'Codes taken apart, known ones or not'
-complete -c kivcs2 -n "__kivcs2_at 'codec show'" -a '(__kivcs2_list_codecs)'
+complete -c kivcs2 -n "__kivcs2_at 'codec show' 1 1" -a '(__kivcs2_list_codecs)'
 complete -c kivcs2 -n "__kivcs2_at 'codec show'" -l format -x -a '(__kivcs2_list_video_formats)' -d 'In this video format (without the pixel format: 8 Bit)'
 complete -c kivcs2 -n "__kivcs2_at 'curve'" -a list -d 'The curves, their formulas and values'
 complete -c kivcs2 -n "__kivcs2_at 'curve'" -a plot -d 'A plot in characters, of one curve or of all'
 complete -c kivcs2 -n "__kivcs2_at 'curve'" -a png -d 'The same as a picture'
 complete -c kivcs2 -n "__kivcs2_at 'curve'" -a run -d 'The values of a sequence, frame by frame'
-complete -c kivcs2 -n "__kivcs2_at 'curve plot'" -a '(__kivcs2_list_curves)'
-complete -c kivcs2 -n "__kivcs2_at 'curve png'" -F
-complete -c kivcs2 -n "__kivcs2_at 'curve png'" -a '(__kivcs2_list_curves)'
+complete -c kivcs2 -n "__kivcs2_at 'curve plot' 1 1" -a '(__kivcs2_list_curves)'
+complete -c kivcs2 -n "__kivcs2_at 'curve png' 1 1" -F
+complete -c kivcs2 -n "__kivcs2_at 'curve png' 2 2" -a '(__kivcs2_list_curves)'
 complete -c kivcs2 -n "__kivcs2_at 'curve png'" -l side -x -d 'Pixels of a plot, wide and high; otherwise 480 alone and 200 among others'
 complete -c kivcs2 -n "__kivcs2_at 'curve run'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Frames a second, for lengths in seconds; otherwise 25'
 complete -c kivcs2 -n "__kivcs2_at 'curve run'" -l frames -x -d 'So many frames instead of those of the steps'
 complete -c kivcs2 -n "__kivcs2_at 'curve run'" -l looped -d 'The first step follows the last'
-complete -c kivcs2 -n "__kivcs2_at 'crc'" -F
+complete -c kivcs2 -n "__kivcs2_at 'crc' 1 536870912" -F
 complete -c kivcs2 -n "__kivcs2_at 'str'" -a detect -d 'Name the encoding by the byte-order mark (exit 1: none)'
 complete -c kivcs2 -n "__kivcs2_at 'str'" -a convert -d 'Write a text in another encoding'
-complete -c kivcs2 -n "__kivcs2_at 'str detect'" -F
-complete -c kivcs2 -n "__kivcs2_at 'str convert'" -F
+complete -c kivcs2 -n "__kivcs2_at 'str detect' 1 1" -F
+complete -c kivcs2 -n "__kivcs2_at 'str convert' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'str convert'" -s o -l output -r -F -d 'Where to write; - is standard output'
 complete -c kivcs2 -n "__kivcs2_at 'str convert'" -l from -x -a '(__kivcs2_list_encodings)' -d 'Encoding of the file; auto reads the mark, else utf8'
 complete -c kivcs2 -n "__kivcs2_at 'str convert'" -l to -x -a '(__kivcs2_list_encodings)' -d 'Encoding to write'
@@ -332,21 +349,21 @@ complete -c kivcs2 -n "__kivcs2_at 'net listen'" -l count -x -d 'End after so ma
 complete -c kivcs2 -n "__kivcs2_at 'net listen'" -l timeout -x -d 'Fail when nothing comes for so many seconds'
 complete -c kivcs2 -n "__kivcs2_at 'net listen'" -l data -d 'Write what comes to standard output, the meter to standard error'
 complete -c kivcs2 -n "__kivcs2_at 'net listen'" -l keep -d 'Take one connection after the other'
-complete -c kivcs2 -n "__kivcs2_at 'net recv'" -a 'tcp udp group'
+complete -c kivcs2 -n "__kivcs2_at 'net recv' 1 1" -a 'tcp udp group'
 complete -c kivcs2 -n "__kivcs2_at 'net recv'" -l count -x -d 'End after so many messages'
 complete -c kivcs2 -n "__kivcs2_at 'net recv'" -l timeout -x -d 'Fail when nothing comes for so many seconds'
 complete -c kivcs2 -n "__kivcs2_at 'net recv'" -l data -d 'Write what comes to standard output, the meter to standard error'
-complete -c kivcs2 -n "__kivcs2_at 'net send'" -a 'tcp udp group'
+complete -c kivcs2 -n "__kivcs2_at 'net send' 1 1" -a 'tcp udp group'
 complete -c kivcs2 -n "__kivcs2_at 'net send'" -l count -x -d 'End after so many messages'
 complete -c kivcs2 -n "__kivcs2_at 'net send'" -l size -x -d 'Bytes a message'
 complete -c kivcs2 -n "__kivcs2_at 'net send'" -l rate -x -d 'Messages a second; 0 sends as fast as it goes'
 complete -c kivcs2 -n "__kivcs2_at 'net send'" -l ttl -x -d 'Routers that a datagram to a group may pass, plus 1'
 complete -c kivcs2 -n "__kivcs2_at 'net send'" -l input -d 'Send standard input in messages of --size bytes'
-complete -c kivcs2 -n "__kivcs2_at 'status'" -a '(__kivcs2_list_statuses)'
+complete -c kivcs2 -n "__kivcs2_at 'status' 1 1" -a '(__kivcs2_list_statuses)'
 complete -c kivcs2 -n "__kivcs2_at 'generate'" -a man -d 'A manual page: of the command, or of one of its words'
 complete -c kivcs2 -n "__kivcs2_at 'generate'" -a completion -d 'What a shell completes the command\'s words and options with'
 complete -c kivcs2 -n "__kivcs2_at 'generate'" -a markdown -d 'Tables of the words, their options and examples'
 complete -c kivcs2 -n "__kivcs2_at 'generate'" -a json -d 'All words, options and examples for programs'
-complete -c kivcs2 -n "__kivcs2_at 'generate completion'" -a 'bash zsh fish'
+complete -c kivcs2 -n "__kivcs2_at 'generate completion' 1 1" -a 'bash zsh fish'
 complete -c kivcs2 -l json -d 'Write JSON for programs instead of tables'
 complete -c kivcs2 -s h -l help -d 'The help of the word in front of it'

@@ -12,6 +12,7 @@ namespace
 
 using kiv::test::Command;
 using kiv::test::Json;
+using kiv::test::parseJson;
 using kiv::test::Result;
 using kiv::test::slurp;
 using kiv::test::spill;
@@ -161,10 +162,10 @@ TEST_F(Command, GoesFromADatedTimecodeToItsMomentAndBack)
 {
     for (const char *text : {"15.3.2024 10:00:00:12", "31.12.1999 23:59:59:24", "1.1.1500 00:00:00:00"})
     {
-        const Json there = Json::parse(run({"tc", "date", text, "--rate", "25", "--json"}).out);
+        const Json there = parseJson(run({"tc", "date", text, "--rate", "25", "--json"}).out);
         const Result back =
             run({"tc", "date", "@" + there.at("unixSeconds").dump(), "--rate", "25", "--json"});
-        EXPECT_EQ(Json::parse(back.out), there);
+        EXPECT_EQ(parseJson(back.out), there);
         EXPECT_EQ(there.at("timecode"), text);
     }
 }
@@ -266,7 +267,7 @@ TEST_F(Command, WorksThroughStandardInputAndOutput)
     EXPECT_THAT(mcc.out, StartsWith("File Format=MacCaption_MCC V1.0\n"));
     EXPECT_THAT(mcc.err, HasSubstr("Out       1920 packets, 163 pairs, 7 captions"));
     const Result forPrograms = run({"caption", "convert", "-", "-", "--json"}, source);
-    EXPECT_EQ(Json::parse(forPrograms.err, nullptr, false)["out"]["packets"], 1920);
+    EXPECT_EQ(parseJson(forPrograms.err)["out"]["packets"], 1920);
     EXPECT_EQ(run({"caption", "verify", "-", "--against", KIV_EXAMPLE_SCC}, mcc.out).code, 0);
     EXPECT_THAT(run({"caption", "info", "-"}, mcc.out).out, HasSubstr("1920, of them 1920"));
     EXPECT_THAT(run({"crc", "-"}, "123456789").out, HasSubstr("cbf43926      9  -\n"));
@@ -737,7 +738,7 @@ TEST_F(Command, BuildsParsesAndFindsPackets)
     EXPECT_EQ(json({"cdp", "find", write("wrapped", frame + frame), "--in", "436m"}).size(), 2u);
     EXPECT_EQ(json({"cdp", "find", path("wrapped").string(), "--in", "436M"}).size(), 2u);
     EXPECT_EQ(run({"cdp", "build", "--json", "-o", path("cdp.json").string()}).out, "");
-    EXPECT_EQ(Json::parse(slurp(path("cdp.json")), nullptr, false)["bytes"], 82);
+    EXPECT_EQ(parseJson(slurp(path("cdp.json")))["bytes"], 82);
     EXPECT_EQ(run({"cdp", "find", write("cut", frame.substr(0, 40)), "--in", "436m"}).code, 3);
     EXPECT_EQ(run({"cdp", "find", write("none", "nothing"), "--in", "291m"}).code, 1);
 }

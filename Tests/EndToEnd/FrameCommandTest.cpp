@@ -12,6 +12,7 @@ namespace
 
 using kiv::test::Command;
 using kiv::test::Json;
+using kiv::test::parseJson;
 using kiv::test::Pixel;
 using kiv::test::PngPicture;
 using kiv::test::Result;
@@ -209,7 +210,8 @@ TEST_F(FrameCommand, MakesBarsOfDocumentedValues)
     }
 }
 
-// Every way between the pixel formats, by a picture of 3 x 1: an odd width, and colours that tell bytes apart.
+// Every way between the pixel formats, by a picture of 3 x 1: an odd width, and colours that tell bytes
+// apart.
 TEST_F(FrameCommand, ConvertsAndScalesByTheLibrary)
 {
     const std::string yuv = bytes({90, 81, 240, 235, 128, 16, 128, 235});
@@ -341,7 +343,7 @@ TEST_F(FrameCommand, KeepsOneFrameInMemory)
         const Result result = run({"frame", "convert", file, path("out").string(), "--to", "rgba", "--json",
                                    "--video", "720p50 10 Bit"});
         ASSERT_EQ(result.code, 0) << result.err;
-        EXPECT_EQ(Json::parse(result.out)["frames"], tenfold != 0 ? 30 : 3);
+        EXPECT_EQ(parseJson(result.out)["frames"], tenfold != 0 ? 30 : 3);
         EXPECT_EQ(fs::file_size(path("out")), (tenfold != 0 ? 30u : 3u) * 1280 * 720 * 4);
         kilobytes[tenfold] = result.kilobytes;
     }

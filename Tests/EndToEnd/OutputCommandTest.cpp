@@ -80,7 +80,8 @@ TEST_F(OutputCommand, AReplacedFileKeepsOwnerGroupAndMode)
         }
 }
 
-// Somebody who may write the file, and make files in its folder, is no reason to give his content another's rights.
+// Somebody who may write the file, and make files in its folder, is no reason to give his content another's
+// rights.
 TEST_F(OutputCommand, SetIdBitsGoWhereOwnerOrGroupCannotBeKept)
 {
     if (geteuid() != 0 || access("/usr/bin/setpriv", X_OK) != 0)
@@ -189,7 +190,8 @@ std::string onATerminal(const Words &arguments)
     return text;
 }
 
-// What is left of an output that may steer the terminal: anything but line ends, colours and a line renewed in place.
+// What is left of an output that may steer the terminal: anything but line ends, colours and a line renewed
+// in place.
 std::string steering(const std::string &output)
 {
     static const std::regex kOwn{"\r\n|\x1b\\[[0-9;]*m|\r\x1b\\[K"};

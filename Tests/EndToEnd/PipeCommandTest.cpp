@@ -1,11 +1,10 @@
 // kivcs2 pipe between a producer and a consumer that the test holds in its hands: which of them waits is
 // decided by what has been written and read, never by the clock.
+#include "CommandRun.h"
 #include "TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
 
 #include <fcntl.h>
 #include <pty.h>
@@ -186,7 +185,7 @@ TEST_F(Pipe, OverwritesWhatTheConsumerDoesNotTakeInTime)
     const size_t report = text.find("{\n");
     ASSERT_NE(report, std::string::npos) << text;
     EXPECT_THAT(text.substr(0, report), HasSubstr(" %  in "));
-    const auto counts = nlohmann::json::parse(text.substr(report));
+    const auto counts = kiv::test::parseJson(text.substr(report));
     EXPECT_EQ(counts["bytesIn"], bytes.size());
     EXPECT_EQ(counts["bytesOut"], passed.size());
     EXPECT_EQ(counts["bytesLost"], bytes.size() - passed.size());
@@ -196,8 +195,8 @@ TEST_F(Pipe, OverwritesWhatTheConsumerDoesNotTakeInTime)
     EXPECT_TRUE(passed.ends_with(bytes.substr(bytes.size() - kSize)));
 }
 
-// The same consumer, and the producer is made to wait; the meter of a terminal says when that is so. An output
-// that does not block makes no difference.
+// The same consumer, and the producer is made to wait; the meter of a terminal says when that is so. An
+// output that does not block makes no difference.
 TEST_F(Pipe, RejectModeMakesTheProducerWait)
 {
     const std::string bytes = stream(2000000);

@@ -10,6 +10,7 @@ namespace
 {
 
 using kiv::test::Json;
+using kiv::test::parseJson;
 using kiv::test::Result;
 using kiv::test::Words;
 using testing::HasSubstr;
@@ -139,7 +140,7 @@ TEST_F(Sensors, AreWatchedByLinesIntoAPipe)
     std::istringstream text{objects.out};
     size_t count = 0;
     for (std::string line; std::getline(text, line); ++count)
-        EXPECT_EQ(Json::parse(line, nullptr, false)["keys"], 14);
+        EXPECT_EQ(parseJson(line)["keys"], 14);
     EXPECT_EQ(count, 3u);
     for (const char *never : {"0", "nan", "-nan", "inf", "86401", "1s", ""})
         EXPECT_EQ(run({"sensors", "watch", "--every", never, "--count", "1"}).code, 2) << never;

@@ -9,6 +9,7 @@ namespace
 
 using kiv::test::Command;
 using kiv::test::Json;
+using kiv::test::parseJson;
 using kiv::test::Result;
 using testing::HasSubstr;
 using testing::MatchesRegex;
@@ -44,7 +45,7 @@ TEST_F(Command, WatchesTheMemory)
     std::istringstream objects{run({"sys", "watch", "--count", "2", "--every", "0.1", "--json"}).out};
     size_t read = 0;
     for (std::string text; std::getline(objects, text); ++read)
-        EXPECT_GT(Json::parse(text)["memory"]["wired"], 0u);
+        EXPECT_GT(parseJson(text)["memory"]["wired"], 0u);
     EXPECT_EQ(read, 2u);
     EXPECT_EQ(run({"sys", "watch", "--every", "0"}).code, 2);
 }

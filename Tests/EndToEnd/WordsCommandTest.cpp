@@ -2,6 +2,7 @@
 #include "CommandRun.h"
 
 #include <cstdlib>
+#include <iostream>
 #include <map>
 #include <set>
 #include <utility>
@@ -10,6 +11,7 @@ namespace
 {
 
 using kiv::test::Json;
+using kiv::test::parseJson;
 using kiv::test::Result;
 using kiv::test::slurp;
 using kiv::test::Words;
@@ -45,7 +47,7 @@ const std::map<std::string, std::set<int>> kOtherCodes = {
 TEST_F(WordsCommand, RunsTheExampleOfEveryWord)
 {
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1); // no daemon of the machine hears of this
-    const Json description = Json::parse(run({"generate", "json"}).out);
+    const Json description = parseJson(run({"generate", "json"}).out);
     write("programme.scc", slurp(KIV_EXAMPLE_SCC));
     for (const char *name : {"in.raw", "in.rgba", "capture.bin"})
         write(name, std::string(size_t{640} * 360 * 4, '\0'));
@@ -79,49 +81,86 @@ TEST_F(WordsCommand, RunsTheExampleOfEveryWord)
     EXPECT_GE(words, 60u);
 }
 
+struct Completion
+{
+    std::string line; ///< what stands on the command line, the last word half written
+    std::string found;
+};
+
+const std::vector<Completion> kCompletions = {
+    {"kivcs2 ca", "<caption>"},
+    {"kivcs2 --json caption co", "<convert>"},
+    {"kivcs2 help caption co", "<convert>"},
+    {"kivcs2 caption convert --ke", "<--keep-going>"},
+    {"kivcs2 run --as", "<--async>"},
+    {"kivcs2 codec show --format 1080i25\\ HDV\\ R", "<1080i25 HDV RGBA>"},
+    {"kivcs2 codec show ProRes\\ 422\\ \\(H", "<ProRes 422 (HQ)>"},
+    {"kivcs2 tc convert 1 --to 59", "<59.94df><59.94ndf>"},
+    {"kivcs2 curve png out.png Sin", "<SinIn><SinInOut><SinOut>"},
+    {"kivcs2 curve plot --json SinO", "<SinOut>"},
+    {"kivcs2 net send g", "<group>"},
+    {"kivcs2 generate completion z", "<zsh>"},
+    {"kivcs2 crc program", "<programme.scc>"},
+    {"kivcs2 crc programme.scc ot", "<other.txt>"},
+    {"kivcs2 shm attach 1 -w ot", "<other.txt>"},
+    {"kivcs2 audio weave 25 2", ""},
+    {"kivcs2 tc show 1", ""},
+};
+
+// Each shell's own words for: what this line completes to, as <one><two>.
+struct Shell
+{
+    std::string name;
+    std::string before; ///< KIV_COMPLETIONS is set
+    std::string line;   ///< the line is in the place of @
+};
+
+const std::vector<Shell> kShells = {
+    // As bash hands it over: the words as they are written, with their backslashes.
+    {"bash", "source $KIV_COMPLETIONS/kivcs2; compopt() { :; }\n", R"sh(
+        COMP_WORDS=(); line="@"
+        while [[ $line =~ ^((\\.|[^\\ ])+)\ *(.*)$ ]]; do
+            COMP_WORDS+=("${BASH_REMATCH[1]}"); line=${BASH_REMATCH[3]}
+        done
+        COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _kivcs2
+        printf '%s\n' "${COMPREPLY[@]//\\/}" | sort | sed '/./s/.*/<&>/' | tr -d '\n'; echo
+        )sh"},
+    {"zsh", R"sh(
+        compadd() { for one in ${(P)2}; do [[ $one != ${(Q)words[-1]}* ]] || print -r -- "$one"; done }
+        _files() { for one in ${(Q)words[-1]}*(N); do print -r -- "$one"; done }
+        words=(kivcs2 ''); CURRENT=2; source $KIV_COMPLETIONS/_kivcs2 >/dev/null
+        )sh",
+     R"sh(
+        words=(${(z):-"@"}); CURRENT=$#words; _kivcs2 | sort | sed '/./s/.*/<&>/' | tr -d '\n'; echo
+        )sh"},
+    {"fish", "source $KIV_COMPLETIONS/kivcs2.fish\n",
+     "complete -C '@' | string replace -r '\t.*' '' | sort | sed '/./s/.*/<&>/' | tr -d '\\n'; echo\n"},
+};
+
 TEST_F(WordsCommand, CompletesWordsOptionsAndValues)
 {
-    struct Row
-    {
-        std::string line; ///< what stands on the command line, the last word half written
-        std::string found;
-    };
-    const std::vector<Row> rows = {
-        {"kivcs2 ca", "<caption>"},
-        {"kivcs2 --json caption co", "<convert>"},
-        {"kivcs2 caption convert --ke", "<--keep-going>"},
-        {"kivcs2 run --as", "<--async>"},
-        {"kivcs2 codec show --format 1080i25\\ HDV\\ R", R"(<1080i25\ HDV\ RGBA>)"},
-        {"kivcs2 codec show ProRes\\ 422\\ \\(H", R"(<ProRes\ 422\ \(HQ\)>)"},
-        {"kivcs2 tc convert 1 --to 59", "<59.94df><59.94ndf>"},
-        {"kivcs2 curve png out.png Sin", "<SinIn><SinOut><SinInOut>"},
-        {"kivcs2 net send g", "<group>"},
-        {"kivcs2 generate completion z", "<zsh>"},
-        {"kivcs2 crc program", "<programme.scc>"},
-        {"kivcs2 crc programme.scc ot", "<other.txt>"},
-        {"kivcs2 shm attach 1 -w ot", "<other.txt>"},
-        {"kivcs2 tc show 1", ""},
-    };
     write("programme.scc", "");
     write("other.txt", "");
-    std::string script = "source '" KIV_COMPLETION "'; compopt() { :; }\n";
-    std::string wanted;
-    for (const Row &row : rows)
+    setenv("KIV_COMPLETIONS", KIV_COMPLETIONS, 1);
+    for (const Shell &one : kShells)
     {
-        // As bash hands it over: the words as they are written, with their backslashes.
-        script += "read -ra given <<<'" + row.line + "'; COMP_WORDS=()\n" + R"sh(
-            line=")sh" +
-                  row.line + R"sh("
-            while [[ $line =~ ^((\\.|[^\\ ])+)\ *(.*)$ ]]; do
-                COMP_WORDS+=("${BASH_REMATCH[1]}"); line=${BASH_REMATCH[3]}
-            done
-            COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _kivcs2
-            for reply in "${COMPREPLY[@]}"; do printf '<%s>' "$reply"; done; echo
-            )sh";
-        wanted += row.found + "\n";
+        SCOPED_TRACE(one.name);
+        if (shell("command -v " + one.name).code != 0)
+        {
+            std::cout << one.name << " is not installed: its completions were not tried\n";
+            continue;
+        }
+        std::string script = one.before, wanted;
+        for (const Completion &row : kCompletions)
+        {
+            script += std::string{one.line}.replace(one.line.find('@'), 1, row.line);
+            wanted += row.found + "\n";
+        }
+        write("complete", script);
+        const Result result =
+            shell("HOME=. LC_ALL=C " + one.name + (one.name == "zsh" ? " -f" : "") + " complete");
+        EXPECT_EQ(result.out, wanted) << result.err;
     }
-    const Result result = shell(script);
-    EXPECT_EQ(result.out, wanted) << result.err;
 }
 
 TEST_F(WordsCommand, ReadsNumbersByOneSetOfRules)
@@ -256,7 +295,7 @@ TEST_F(WordsCommand, WritesFailuresAsDocuments)
         row.arguments.insert(row.arguments.begin(), "--json");
         const Result result = run(row.arguments);
         EXPECT_EQ(result.code, row.code);
-        Json document = Json::parse(result.out, nullptr, false);
+        Json document = parseJson(result.out);
         ASSERT_FALSE(document.is_discarded()) << result.out;
         if (document.is_array()) // a listing, of which the failure is the last element
             document = document.back();
@@ -271,7 +310,7 @@ TEST_F(WordsCommand, WritesFailuresAsDocuments)
     // Standard output that was to hold data holds nothing else.
     const Result piped = run({"caption", "convert", nowhere, "-", "--json"});
     EXPECT_EQ(piped.out, "");
-    EXPECT_EQ(Json::parse(piped.err.substr(0, piped.err.find('\n')))["error"]["exitCode"], 4);
+    EXPECT_EQ(parseJson(piped.err.substr(0, piped.err.find('\n')))["error"]["exitCode"], 4);
 }
 
 } // namespace

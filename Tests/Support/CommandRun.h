@@ -25,6 +25,9 @@ namespace fs = std::filesystem;
 using Json = nlohmann::json;
 using Words = std::vector<std::string>;
 
+// Discarded where the text is no JSON. Out of line: the parser's templates take seconds to compile.
+Json parseJson(const std::string &text);
+
 inline std::string slurp(const fs::path &path)
 {
     std::ifstream file{path, std::ios::binary};
@@ -68,8 +71,8 @@ protected:
         return path(name).string();
     }
 
-    // `out` of -1 collects standard output; otherwise it is given to the command as it is. The command finds its input
-    // at byte `inputFrom`.
+    // `out` of -1 collects standard output; otherwise it is given to the command as it is. The command finds
+    // its input at byte `inputFrom`.
     Result run(const Words &arguments, const std::string &input = "", int out = -1, off_t inputFrom = 0) const
     {
         const fs::path in = path(".in"), outPath = path(".out"), errPath = path(".err");
@@ -109,7 +112,7 @@ protected:
         arguments.push_back("--json");
         const Result result = run(arguments);
         EXPECT_EQ(result.code, code) << result.err;
-        return Json::parse(result.out, nullptr, false);
+        return parseJson(result.out);
     }
 
     // Files of the test's folder: what a conversion must not leave behind.

@@ -1,4 +1,5 @@
-// Completions for shells. Those of bash and zsh share the functions that know the words; fish has lines of its own.
+// Completions for shells. Those of bash and zsh share the functions that know the words; fish has lines of
+// its own.
 #include "CommandLine/Generate.h"
 
 #include <algorithm>
@@ -10,8 +11,8 @@ namespace
 {
 
 constexpr const char *kBash = R"sh(
-# The words so far lead to a path of kivcs2's words and to a key: the option whose value comes, or the number of the
-# positional.
+# The words so far lead to a path of kivcs2's words and to a key: the option whose value comes, or the number
+# of the positional.
 _kivcs2()
 {
     local current=${COMP_WORDS[COMP_CWORD]} path='' key='' position=1 word value start i
@@ -82,18 +83,34 @@ _kivcs2 "$@"
 )sh";
 
 constexpr const char *kFish = R"sh(
-function __kivcs2_path
+# The words so far lead to a path of kivcs2's words; then the number of the positional that comes.
+function __kivcs2_place
     set -l path
+    set -l key
+    set -l position 1
     for word in (commandline -opc)[2..-1]
-        if contains -- (string join ' ' $path $word) $__kivcs2_places
+        set -l here (string join -- ' ' $path $word)
+        if set -q key[1]
+            set key
+        else if contains -- $here $__kivcs2_takes
+            set key $word
+        else if contains -- $here $__kivcs2_places
             set path $path $word
+        else if not string match -q -- '-*' $word
+            set position (math $position + 1)
         end
     end
-    string join ' ' $path
+    printf '%s\n' "$path" $position
 end
 
+# A path, and the numbers of the first and last positional where it is about those.
 function __kivcs2_at
-    test (__kivcs2_path | string collect -a) = "$argv[1]"
+    set -l place (__kivcs2_place)
+    test "$place[1]" = "$argv[1]"
+    and begin
+        test (count $argv) -eq 1
+        or test $place[2] -ge $argv[2] -a $place[2] -le $argv[3]
+    end
 end
 
 complete -c kivcs2 -f
@@ -151,6 +168,12 @@ std::string lines(const Names &names)
     return text;
 }
 
+// Whether what follows belongs to the place. Behind "help" come the words of the command again.
+bool leadsOn(const Place &place)
+{
+    return !place.path.empty() && place.path != "help";
+}
+
 // What a shell runs to print the values of an option; empty when there is nothing to print.
 std::string valuesOf(const Option &option)
 {
@@ -173,7 +196,7 @@ std::string sharedFunctions(const Word &root)
     std::string has, words, options, takes, values;
     for (const Place &place : places)
     {
-        if (!place.path.empty())
+        if (leadsOn(place))
             has += (has.empty() ? "        " : " | ") + quoted(place.path);
         Names below;
         for (const auto &word : place.word->words())
@@ -230,12 +253,25 @@ std::string fishValues(const Option &option)
     return facts.suggestions != nullptr ? " -a '(" + functionOf("__kivcs2_list_", facts.list) + ")'" : "";
 }
 
-std::string fishOption(const std::string &condition, const Option &option)
+// The beginning of a line of "complete"; `where` is what __kivcs2_at takes, or empty for every place.
+std::string fishCondition(const std::string &where)
+{
+    return where.empty() ? "complete -c kivcs2" : "complete -c kivcs2 -n \"__kivcs2_at " + where + "\"";
+}
+
+std::string fishOption(const std::string &where, const Option &option, size_t &position)
 {
     const std::string values = fishValues(option);
     if (option.isPositional())
-        return values.empty() ? "" : condition + values + "\n";
-    std::string line = condition;
+    {
+        const size_t first = position;
+        position += option.facts().most;
+        return values.empty()
+                   ? ""
+                   : fishCondition(where + " " + std::to_string(first) + " " + std::to_string(position - 1)) +
+                         values + "\n";
+    }
+    std::string line = fishCondition(where);
     for (const std::string &spelling : option.spellings())
         line += spelling.starts_with("--") ? " -l " + spelling.substr(2) : " -s " + spelling.substr(1);
     return line +
@@ -248,10 +284,16 @@ std::string fishOption(const std::string &condition, const Option &option)
 std::string fishLines(const Word &root)
 {
     const auto places = placesOf(root);
-    std::string text = "set -g __kivcs2_places";
+    std::string text = "set -g __kivcs2_places", takes = "set -g __kivcs2_takes";
     for (const Place &place : places)
-        text += place.path.empty() ? "" : " " + fishQuoted(place.path);
-    text += "\n";
+    {
+        text += leadsOn(place) ? " " + fishQuoted(place.path) : "";
+        for (const Option &option : place.word->options())
+            if (!option.isPositional() && !option.isFlag())
+                for (const std::string &spelling : option.spellings())
+                    takes += " " + fishQuoted(place.path + " " + spelling);
+    }
+    text += "\n" + takes + "\n";
     for (const auto &[name, list] : listsOf(places))
     {
         text += "\nfunction " + functionOf("__kivcs2_list_", name) + "\n    printf '%s\\n'";
@@ -262,15 +304,18 @@ std::string fishLines(const Word &root)
     text += kFish;
     for (const Place &place : places)
     {
-        const std::string condition = "complete -c kivcs2 -n \"__kivcs2_at " + fishQuoted(place.path) + "\"";
+        const std::string where = fishQuoted(place.path);
         for (const auto &word : place.word->words())
-            text += condition + " -a " + word->facts().name + " -d " + fishQuoted(word->facts().help) + "\n";
+            text += fishCondition(where) + " -a " + word->facts().name + " -d " +
+                    fishQuoted(word->facts().help) + "\n";
+        size_t position = 1;
         for (const Option &option : place.word->options())
             if (&place != &places.front())
-                text += fishOption(condition, option);
+                text += fishOption(where, option, position);
     }
+    size_t position = 1;
     for (const Option &option : root.options())
-        text += fishOption("complete -c kivcs2", option); // behind every word
+        text += fishOption("", option, position); // behind every word
     return text + "complete -c kivcs2 -s h -l help -d 'The help of the word in front of it'\n";
 }
 
