@@ -1,5 +1,5 @@
-// The words of the command and their options: one description, which the parser, the help, the manual pages and the
-// completions are made of. The option parser itself is known to CommandLine.cpp alone.
+// The words of the command and their options: one description, which the parser, the help, the manual pages
+// and the completions are made of. The option parser itself is known to CommandLine.cpp alone.
 #ifndef KIV_TOOL_COMMAND_LINE_H
 #define KIV_TOOL_COMMAND_LINE_H
 
@@ -33,8 +33,8 @@ struct RealBounds
     double most;
 };
 
-/// One option or positional of a word. Its value is stored in the variable that it was made with, which is to live as
-/// long as the word.
+/// One option or positional of a word. Its value is stored in the variable that it was made with, which is to
+/// live as long as the word.
 class Option
 {
 public:
@@ -82,8 +82,8 @@ public:
     /// The name of a file.
     Option &isFile();
 
-    /// The name of a file to write. When it is "-", standard output is left to data, and documents for programs go to
-    /// standard error.
+    /// The name of a file to write. When it is "-", standard output is left to data, and documents for
+    /// programs go to standard error.
     Option &isTarget();
 
     /// Not together with the option of this name.
@@ -233,10 +233,12 @@ struct Asked
     std::string text;           ///< the page of --help, or the version
 };
 
-/// Reads the arguments into the words' variables. Throws a Failure with the usage code of the word that was given.
+/// Reads the arguments into the words' variables. Throws a Failure with the usage code of the word that was
+/// given.
 [[nodiscard]] Asked parse(const Word &root, const std::string &version, int argc, char **argv);
 
-/// The page that --help shows for the word that `path` leads to from `root`. Throws a usage failure when there is none.
+/// The page that --help shows for the word that `path` leads to from `root`. Throws a usage failure when
+/// there is none.
 [[nodiscard]] std::string helpPage(const Word &root, const Names &path);
 
 } // namespace tool

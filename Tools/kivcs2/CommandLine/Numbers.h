@@ -9,7 +9,8 @@
 namespace tool
 {
 
-/// Decimal digits, or 0x and hexadecimal ones. Nothing for a sign, for text behind the digits, and for more than 64 bits.
+/// Decimal digits, or 0x and hexadecimal ones. Nothing for a sign, for text behind the digits, and for more
+/// than 64 bits.
 [[nodiscard]] std::optional<uint64_t> wholeNumber(std::string_view text);
 
 /// The same with a sign in front, within 64 bits.
@@ -18,7 +19,8 @@ namespace tool
 /// Hexadecimal digits, with or without 0x in front.
 [[nodiscard]] std::optional<uint64_t> hexadecimalNumber(std::string_view text);
 
-/// A finite number such as "-1.5" or "2e3". Nothing for "nan", "inf", and for what overflows or has text behind it.
+/// A finite number such as "-1.5" or "2e3". Nothing for "nan", "inf", and for what overflows or has text
+/// behind it.
 [[nodiscard]] std::optional<double> realNumber(std::string_view text);
 
 /// A number of bytes such as "188", "64k", "4M" or "1GiB", in powers of 1024. Nothing for more than 64 bits.

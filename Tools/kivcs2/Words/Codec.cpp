@@ -215,6 +215,7 @@ void addCodecCommand(Word &root, Context &context)
         root.word("codec", "Codecs: names, four-character codes, sizes of frames").group(kGroupPictures);
 
     Word &list = codec.word("list", "The table, with the largest frame in bytes by height");
+    list.about("Bytes are the most that one frame takes: a bound for buffers, not the size of a file.");
     list.example("kivcs2 codec list");
     list.runs([&context] { return listCodecs(context.json); });
 
@@ -226,6 +227,9 @@ void addCodecCommand(Word &root, Context &context)
         .suggests("codecs", codecNames);
     shown.option("--format", *format, "In this video format (without the pixel format: 8 Bit)")
         .suggests("video formats", videoFormatNames);
+    shown.about(
+        "Prints the code and the largest frame in bytes by height; with --format that of one format, and\n"
+        "bytes a second at its rate. Exit code 1: no codec has the name or the code.");
     shown.example("kivcs2 codec show \"ProRes 422 (HQ)\" --format 1080i25");
     shown.runs([&context, wanted, format] { return showCodec(*wanted, *format, context.json); });
 
@@ -233,7 +237,8 @@ void addCodecCommand(Word &root, Context &context)
     Word &unpack = codec.word("unpack", "Codes taken apart, known ones or not");
     unpack.about(
         "A code is four characters (spaces behind may be left out), 0x and hexadecimal digits, or a\n"
-        "decimal number of five digits and more.");
+        "decimal number of five digits and more. Prints each as number and characters, in both orders of\n"
+        "bytes, with the codec of the table, if any.");
     unpack.option("code", *codes, "The codes").required();
     unpack.example("kivcs2 codec unpack apcn 0x6e645641");
     unpack.runs([&context, codes] { return unpackCodes(*codes, context.json); });

@@ -225,7 +225,7 @@ void addRunWord(Word &curve, Context &context)
     Word &word = curve.word("run", "The values of a sequence, frame by frame");
     word.about("A step is CURVE:LENGTH:START:END or hold:LENGTH; the length is in frames, or in seconds as "
                "\"1.5s\".\n"
-               "A step of one frame has no value.");
+               "A step of one frame has no value. Prints the frame, from 0, the step and its value.");
     word.option("step", options->steps, "The steps, 16 at most").required();
     word.option("--rate", options->rate, "Frames a second, for lengths in seconds; otherwise 25")
         .suggests("rates", rateNames);
@@ -244,12 +244,18 @@ void addCurveCommand(Word &root, Context &context)
     Word &curve = root.word("curve", "Interpolation curves: table, plots, sequences").group(kGroupPictures);
 
     Word &list = curve.word("list", "The curves, their formulas and values");
+    list.about(
+        "Prints number, name, formula, and the values at five moments t from 0 to 1. These are the names\n"
+        "that the other words take, in any case.");
     list.example("kivcs2 curve list");
     list.runs([&context] { return listCurves(context.json); });
 
     const auto plotted = std::make_shared<std::string>();
     Word &plot = curve.word("plot", "A plot in characters, of one curve or of all");
     plot.option("curve", *plotted, "A name or a number; all when left out").suggests("curves", curveNames);
+    plot.about(
+        "Draws f(t) for t from 0 to 1, as wide as the terminal. There is no --json: kivcs2 curve list has\n"
+        "the values.");
     plot.example("kivcs2 curve plot ExpInOut");
     plot.runs([&context, plotted] { return plotCurves(*plotted, context.json); });
 
@@ -261,6 +267,7 @@ void addCurveCommand(Word &root, Context &context)
     png.option("curve", *drawn, "A name or a number; all when left out").suggests("curves", curveNames);
     png.option("--side", *side, {64, 2000},
                "Pixels of a plot, wide and high; otherwise 480 alone and 200 among others");
+    png.about("Draws f(t) for t from 0 to 1 in one plot a curve, and writes the file whole or not at all.");
     png.example("kivcs2 curve png curve.png SinOut --side 1000");
     png.runs([target, drawn, side] { return drawCurves(*target, *drawn, *side); });
 

@@ -287,7 +287,9 @@ void addDoctorCommand(Word &root, Context &context)
 {
     Word &word = root.word("doctor", "What this machine offers the library, and what is missing");
     word.group(kGroupMachine);
-    word.about("Exit code 1 says that something is missing without which operations fail.");
+    word.about(
+        "Prints what was looked at, its state and what was found, and then what would mend it. Exit code 1\n"
+        "says that something is missing without which operations fail.");
     word.example("kivcs2 doctor");
     word.runs([&context] { return examine(context.json); });
 }

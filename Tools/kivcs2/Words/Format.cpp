@@ -206,8 +206,8 @@ Names eightBitNames()
     return names;
 }
 
-// A name of the table for what a user typed: in any case, without the pixel format for 8 Bit, or the beginning of one
-// name alone. What is none of these stays.
+// A name of the table for what a user typed: in any case, without the pixel format for 8 Bit, or the
+// beginning of one name alone. What is none of these stays.
 std::string fullName(const std::string &wanted)
 {
     const Names all = videoFormatNames();
@@ -281,6 +281,9 @@ void addFormatCommand(Word &root, Context &context)
     Word &word = root.word("format", "Video formats: the table, or one of it").group(kGroupPictures);
     word.option("format", *wanted, "A name (without the pixel format: 8 Bit) or a code; all when left out")
         .suggests("video formats", videoFormatNames);
+    word.about(
+        "Prints the 32-bit code, sizes in pixels, frames a second, order of the fields, and clean aperture\n"
+        "of a format, or a line for each of the 75. Exit code 1: no format has the name or the code.");
     word.example("kivcs2 format \"1080i25 10 Bit\"");
     word.example("kivcs2 format 0x54102601");
     word.runs([&context, wanted]
@@ -292,6 +295,10 @@ void addRateCommand(Word &root, Context &context)
     const auto wanted = std::make_shared<std::string>();
     Word &word = root.word("rate", "Frame rates and how they count").group(kGroupPictures);
     word.option("rate", *wanted, "One rate; all when left out").suggests("rates", rateNames);
+    word.about(
+        "Prints the exact frames a second, frames a day, the numbers that drop-frame counting leaves out,\n"
+        "the length of a frame in milliseconds, and the codes of CDP and MCC. 29.97 and 59.94 have two "
+        "rows.");
     word.example("kivcs2 rate 29.97");
     word.runs([&context, wanted] { return showRates(*wanted, context.json); });
 }

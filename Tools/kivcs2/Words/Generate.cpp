@@ -14,6 +14,8 @@ void addManual(Word &generate, const Word &root)
     const auto wanted = std::make_shared<std::string>();
     Word &word = generate.word("man", "A manual page: of the command, or of one of its words");
     word.option("word", *wanted, "The word; the whole command when left out");
+    word.about(
+        "Prints roff, which man -l - shows. A page of a word has those below it, with options and examples.");
     word.example("kivcs2 generate man caption > kivcs2-caption.1");
     word.runs(
         [wanted, &root]
@@ -31,6 +33,9 @@ void addCompletion(Word &generate, const Word &root)
     const auto shell = std::make_shared<std::string>();
     Word &word = generate.word("completion", "What a shell completes the command's words and options with");
     word.option("shell", *shell, "The shell").required().among({"bash", "zsh", "fish"});
+    word.about("Prints a script: bash and fish read it by source, zsh finds it as _kivcs2 in a folder of its "
+               "fpath.\n"
+               "Words, options, files, formats, rates, curves and codecs are completed.");
     word.example("kivcs2 generate completion bash > kivcs2.bash");
     word.runs(
         [shell, &root]
@@ -49,6 +54,7 @@ void addGenerateCommand(Word &root)
     addManual(generate, root);
     addCompletion(generate, root);
     generate.word("markdown", "Tables of the words, their options and examples")
+        .about("Prints the tables of Docs/command.md.")
         .example("kivcs2 generate markdown > words.md")
         .runs(
             [&root]
@@ -57,6 +63,8 @@ void addGenerateCommand(Word &root)
                 return kExitYes;
             });
     generate.word("json", "All words, options and examples for programs")
+        .about(
+            "Prints one object: each word with its help, and each option with its names, value and default.")
         .example("kivcs2 generate json > words.json")
         .runs(
             [&root]
@@ -71,6 +79,7 @@ void addHelpCommand(Word &root)
     const auto path = std::make_shared<Names>();
     Word &word = root.word("help", "The help of a word, as --help behind it shows").group(kGroupItself);
     word.option("words", *path, "The word and those below it; the whole command when left out");
+    word.about("Prints the page alone; nothing of the word is run. Exit code 2: there is no such word.");
     word.example("kivcs2 help caption convert");
     word.runs(
         [path, &root]

@@ -184,7 +184,8 @@ struct Going
     }
 };
 
-// Whether a wait was cut short: a socket with a time-out, by a command that was stopped and goes on (Ctrl-Z, fg).
+// Whether a wait was cut short: a socket with a time-out, by a command that was stopped and goes on (Ctrl-Z,
+// fg).
 bool wasInterrupted(const KIVCS2Socket *socket)
 {
     return socket->m_errno == EINTR;
@@ -496,18 +497,27 @@ void addNetCommand(Word &root, Context &context)
     listening.option("port", options->port, {0, 65535}, "Port").required();
     addTaking(listening, *options);
     listening.flag("--keep", options->keep, "Take one connection after the other");
+    listening.about(
+        "Binds all addresses of the machine, takes one connection, and ends with it. Exit code 6: nobody\n"
+        "came, or nothing, for --timeout seconds.");
     listening.example("kivcs2 net listen 5004 --timeout 2 --data > received.bin");
     runs(listening, listen);
 
     Word &receiving = net.word("recv", "Receive from a TCP server, on a UDP address or in a group");
     addPlace(receiving, *options, "Server, local address or group");
     addTaking(receiving, *options);
+    receiving.about(
+        "Joins the group, binds the address, or connects to the server, and counts what comes until\n"
+        "--count messages or a signal. Exit code 6: nothing came for --timeout seconds.");
     receiving.example("kivcs2 net recv udp 127.0.0.1 5004 --timeout 2");
     runs(receiving, receive);
 
     Word &sending = net.word("send", "Send numbered messages, or standard input");
     addPlace(sending, *options, "Server, receiver or group");
     addSending(sending, *options);
+    sending.about(
+        "Sends --count messages, or until a signal or the end of the input, --rate of them a second.\n"
+        "Prints messages and bytes. Exit code 4: the peer is not there, or has gone.");
     sending.example("kivcs2 net send udp 127.0.0.1 5004 --rate 1000 --count 1500");
     runs(sending, send);
 }

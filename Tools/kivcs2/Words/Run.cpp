@@ -217,9 +217,9 @@ public:
         }
     }
 
-    // SIGTERM to the child and all below it. Stopped meanwhile, the child starts nothing after that. What resists is
-    // killed by the task server, with all below it, when this process has ended; a SIGKILL to the child alone would let
-    // go of those.
+    // SIGTERM to the child and all below it. Stopped meanwhile, the child starts nothing after that. What
+    // resists is killed by the task server, with all below it, when this process has ended; a SIGKILL to the
+    // child alone would let go of those.
     void stopAll()
     {
         int32_t ignored = 0;
@@ -250,8 +250,8 @@ public:
 private:
     void handOn(int signal, const siginfo_t &about)
     {
-        // The child may run before its id is known here. The signal waits for that: sent again to this process, it
-        // would no longer say that it was a key.
+        // The child may run before its id is known here. The signal waits for that: sent again to this
+        // process, it would no longer say that it was a key.
         pid_t child = 0;
         while ((child = std::atomic_ref{m_task->m_pid}.load()) <= 0)
         {
@@ -259,8 +259,8 @@ private:
                 return; // there will be none
             nanosleep(&kShortWait, nullptr);
         }
-        // A key tells the whole group of the terminal, and twice means "at once" to many programs. A terminal that
-        // hangs up tells us alone where we lead its session.
+        // A key tells the whole group of the terminal, and twice means "at once" to many programs. A terminal
+        // that hangs up tells us alone where we lead its session.
         const bool isKey = signal == SIGINT || signal == SIGQUIT;
         if (isKey && about.si_code == SI_KERNEL && getpgid(child) == getpgrp())
             return;

@@ -338,10 +338,16 @@ void addSensorsCommand(Word &root, Context &context)
     const auto keys = std::make_shared<bool>(false);
     Word &shown = sensors.word("show", "Fan speeds, temperatures and power figures now");
     shown.flag("--keys", *keys, "Every key with its type and bytes instead");
+    shown.about("Speeds in turns a minute, temperatures in degrees Celsius; power figures as the controller "
+                "has them.\n"
+                "Exit code 5: the machine has no such controller (most have none), or only root may ask it.");
     shown.example("kivcs2 sensors show");
     shown.runs([&context, keys] { return show(context.json, *keys); });
 
     addWatchWord(sensors, context.json, "The same again and again, until interrupted", watchSensors)
+        .about("On a terminal each reading takes the place of the one before, elsewhere it is a line; with "
+               "--json\n"
+               "an object a line. Exit code 5 as for kivcs2 sensors show.")
         .example("kivcs2 sensors watch --every 5 --count 2");
 }
 

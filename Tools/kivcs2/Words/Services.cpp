@@ -28,8 +28,8 @@ namespace
 
 using namespace std::chrono_literals;
 
-// So long after the last service a list counts as complete: the question waits 0.12 s at most, an answer a second
-// after the one before it and 0.12 s more (RFC 6762, 5.2 and 6).
+// So long after the last service a list counts as complete: the question waits 0.12 s at most, an answer a
+// second after the one before it and 0.12 s more (RFC 6762, 5.2 and 6).
 constexpr auto kQuietTime = 1500ms;
 
 struct Options
@@ -83,7 +83,8 @@ struct Found
     uint32_t port = 0;
 };
 
-// The whole of a text that the library hands out in ASCII, with "?" for other characters; `ascii` when there is none.
+// The whole of a text that the library hands out in ASCII, with "?" for other characters; `ascii` when there
+// is none.
 std::string wholeText(CFStringRef text, const char *ascii)
 {
     char characters[4 * KIVCS2BonjourNameMax] = {};
@@ -219,7 +220,8 @@ std::vector<std::string> unpackTexts(std::string_view record)
     return texts;
 }
 
-// The name under which the service is published now; "" while it is not. The name is ASCII, since its source is.
+// The name under which the service is published now; "" while it is not. The name is ASCII, since its source
+// is.
 std::string publishedName(const KIVCS2BonjourPublisher &publisher)
 {
     std::string text;
@@ -339,8 +341,8 @@ int browse(const Options &options, bool json)
     return listed > 0 || !options.terminate ? kExitYes : kExitNo;
 }
 
-// A search for the names of services by the platform itself: the library's browser takes types of two labels only, and
-// resolves what it finds.
+// A search for the names of services by the platform itself: the library's browser takes types of two labels
+// only, and resolves what it finds.
 class NameSearch
 {
 public:
@@ -394,7 +396,8 @@ private:
     std::thread m_thread;
 };
 
-// What the searches find until nothing has come for a while, each as often as it was found; nothing once it is to end.
+// What the searches find until nothing has come for a while, each as often as it was found; nothing once it
+// is to end.
 std::optional<std::vector<std::set<std::string>>>
 namesOf(std::span<const std::unique_ptr<NameSearch>> searches, const EndSignals &signals)
 {
@@ -416,8 +419,8 @@ namesOf(std::span<const std::unique_ptr<NameSearch>> searches, const EndSignals 
     }
 }
 
-// The question for types (RFC 6763, 9) is answered by names such as "_http", and the platform does not hand out the
-// protocol behind it: the services of both protocols are asked for.
+// The question for types (RFC 6763, 9) is answered by names such as "_http", and the platform does not hand
+// out the protocol behind it: the services of both protocols are asked for.
 int listTypes(const Options &options, bool json)
 {
     const EndSignals signals;
@@ -569,6 +572,9 @@ void addServicesCommand(Word &root, Context &context)
     publishing.option("port", options->port, {0, 65535}, "Port, 0 to 65535").required();
     publishing.option("--text", options->texts, "A text of its TXT record, such as rate=25; may be repeated")
         .oneAtATime();
+    publishing.about(
+        "Prints the name that the service has got: a name that is taken gets a number (\" #2\"). Ends by a\n"
+        "signal, which takes the service back.");
     publishing.example(
         "timeout 2 kivcs2 services publish \"Ingest 1\" _mcc-feed._tcp 5000 --text rate=29.97");
     publishing.runs([options, &context] { return publish(*options, context.json); });
@@ -576,23 +582,33 @@ void addServicesCommand(Word &root, Context &context)
     Word &browsing = services.word("browse", "List the services of a type as they come");
     addType(browsing, *options);
     browsing.flag("-t,--terminate", options->terminate, "End when the list is complete");
+    browsing.about(
+        "Prints name, host, and addresses with the port of each service, once it is resolved. With -t exit\n"
+        "code 1: nobody offers the type.");
     browsing.example("kivcs2 services browse _mcc-feed._tcp -t");
     browsing.runs([options, &context] { return browse(*options, context.json); });
 
     Word &types = services.word("types", "List the types of services, and how many of each are offered");
     types.option("--domain", options->domain, "Domain to use instead of local");
-    types.about("A type is listed when a service of it answers, over three seconds.");
+    types.about(
+        "A type is listed when a service of it answers, over three seconds. Exit code 1: no type was found.");
     types.example("kivcs2 services types");
     types.runs([options, &context] { return listTypes(*options, context.json); });
 
     Word &finding = services.word("first", "Find one service by name");
     addLookingFor(finding, *options);
+    finding.about(
+        "Prints the service as kivcs2 services browse does. Exit code 6: nobody has offered it within\n"
+        "--timeout, in milliseconds.");
     finding.example("kivcs2 services first \"Ingest 1\" _mcc-feed._tcp --timeout 500");
     finding.runs([options, &context] { return first(*options, context.json); });
 
     Word &monitoring = services.word("monitor", "Show a service's TXT record whenever it changes");
     addLookingFor(monitoring, *options);
     monitoring.option("--count", options->count, {}, "End after so many records; 0 goes on without end");
+    monitoring.about("Looks for the service as kivcs2 services first does, then prints its record now and at "
+                     "each change.\n"
+                     "Exit code 6: nobody has offered it within --timeout, in milliseconds.");
     monitoring.example("kivcs2 services monitor \"Ingest 1\" _mcc-feed._tcp --timeout 500 --count 1");
     monitoring.runs([options, &context] { return monitor(*options, context.json); });
 }

@@ -176,10 +176,16 @@ void addSystemCommand(Word &root, Context &context)
         root.word("sys", "Memory, version, processors and name of this machine").group(kGroupMachine);
 
     Word &shown = system.word("show", "All figures now");
+    shown.about(
+        "Prints name and version of the system, the number of processors and their clock in MHz, and memory\n"
+        "in GiB or MiB; with --json in bytes. The output says what the system does not tell.");
     shown.example("kivcs2 sys show");
     shown.runs([&context] { return show(context.json); });
 
     addWatchWord(system, context.json, "The memory again and again, until interrupted", watchMemory)
+        .about(
+            "Prints free, inactive, active and wired memory: on a terminal in one place, elsewhere a line a\n"
+            "reading; with --json an object a line, in bytes.")
         .example("kivcs2 sys watch --every 0.5 --count 2");
 }
 

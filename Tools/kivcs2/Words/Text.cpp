@@ -302,6 +302,9 @@ void addChecksumCommand(Word &root, Context &context)
     const auto paths = std::make_shared<Names>();
     Word &word = root.word("crc", "CRC-32 (IEEE 802.3) of files").group(kGroupTexts);
     word.option("files", *paths, "Files; - is standard input").required().isFile();
+    word.about(
+        "Prints the CRC in hexadecimal, the bytes and the name of each file. A file that cannot be read is\n"
+        "reported, the others are still done, and the exit code is its own.");
     word.example("kivcs2 crc programme.scc programme.mcc");
     word.runs([&context, paths] { return checksum(*paths, context.json); });
 }
@@ -313,13 +316,17 @@ void addTextCommand(Word &root, Context &context)
     const auto path = std::make_shared<std::string>();
     Word &detection = str.word("detect", "Name the encoding by the byte-order mark (exit 1: none)");
     detection.option("file", *path, "A file; - is standard input").required().isFile();
+    detection.about(
+        "Knows the marks of UTF-8, and of UTF-16 and UTF-32 in both orders of bytes; the text itself is not\n"
+        "looked at. Exit code 1: there is no mark.");
     detection.example("kivcs2 str detect marked.txt");
     detection.runs([&context, path] { return detectCommand(*path, context.json); });
 
     const auto conversion = std::make_shared<Conversion>();
     Word &converting = str.word("convert", "Write a text in another encoding");
     converting.about("Encodings: ascii, filesystem, utf8, utf16be, utf16le, utf32be, utf32le, latin1.\n"
-                     "A character that the target cannot hold is an error: nothing is dropped.");
+                     "A character that the target cannot hold is an error, exit code 3: nothing is\n"
+                     "dropped.");
     converting.option("file", conversion->path, "A file; - is standard input").required().isFile();
     converting.option("-o,--output", conversion->output, "Where to write; - is standard output").isTarget();
     converting.option("--from", conversion->from, "Encoding of the file; auto reads the mark, else utf8")
@@ -338,6 +345,9 @@ void addStatusCommand(Word &root, Context &context)
     Word &word = root.word("status", "What a status of the library means").group(kGroupItself);
     word.option("status", *wanted, "A value (0x8000000b) or a name (CAPTION_ERR); all when left out")
         .suggests("statuses", statusNames);
+    word.about(
+        "Prints name, value and meaning, as the header KIVCS2Base.h has them, of one status or of all.\n"
+        "The error lines of this command end with such a name. Exit code 1: there is no such status.");
     word.example("kivcs2 status 0x8000000b");
     word.runs([&context, wanted] { return status(*wanted, context.json); });
 }

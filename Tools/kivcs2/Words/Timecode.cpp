@@ -387,8 +387,8 @@ std::string utcText(double unixSeconds)
     return print("%s.%03dZ", text.data(), static_cast<int>(fraction));
 }
 
-// Frames by which the library's timecode of a moment lies before the frame that has begun then: it takes the moment
-// in whole milliseconds, and at drop-frame rates two frames off. Below 0 beside a dropped number.
+// Frames by which the library's timecode of a moment lies before the frame that has begun then: it takes the
+// moment in whole milliseconds, and at drop-frame rates two frames off. Below 0 beside a dropped number.
 int framesEarlier(const KIVProjectTimecode &timecode, CFAbsoluteTime at)
 {
     constexpr double kRoundsUp = 0.9995; // to the next second, whose first frame it is then
@@ -459,6 +459,33 @@ int date(const Arguments &arguments, bool json)
     return kExitYes;
 }
 
+// What the help of each word says behind its options.
+void describeWords(Word &tc)
+{
+    tc.below("show").about(
+        "Prints the frames since midnight, the time of day in hours, minutes and seconds at the exact\n"
+        "rate, and the BCD word of ST 12. Exit code 3: the rate has no such frame.");
+    tc.below("add").about(
+        "Adds from left to right, with a day of 24 hours; the output names the day where a sum leaves the\n"
+        "one it began on. A number alone counts frames; a duration moves the digits on, to the nearest "
+        "frame.");
+    tc.below("sub").about(
+        "Takes all that follow from the first, with a day of 24 hours; the output names the day where the\n"
+        "result leaves the one it began on. Numbers and durations are read as by kivcs2 tc add.");
+    tc.below("diff").about(
+        "Prints the way as a timecode, in frames, and in seconds at the exact rate; each is negative when\n"
+        "the second timecode is the earlier one.");
+    tc.below("convert").about(
+        "Prints the frame of the other rate that lies nearest to the same time since midnight, and both\n"
+        "times in seconds. --keep-digits changes the counting alone, and so the time.");
+    tc.below("bcd").about(
+        "Takes either form and prints both, with the frames since midnight. A word has two digits a byte,\n"
+        "hours first. Exit code 3: a digit above 9, or no frame of the rate.");
+    tc.below("date").about(
+        "Prints the moment in local time, in UTC and in seconds since 1970, to the millisecond. A moment of\n"
+        "the clock has the frame that has begun then.");
+}
+
 } // namespace
 
 void addTimecodeCommand(Word &root, Context &context)
@@ -500,6 +527,7 @@ void addTimecodeCommand(Word &root, Context &context)
     word("date", "The moment of a dated timecode, or the timecode of a moment (now, @SECONDS since 1970)",
          "timecode", 1, 1, date)
         .example("kivcs2 tc date \"15.3.2024 10:00:00:00\" --rate 25");
+    describeWords(tc);
 }
 
 } // namespace tool

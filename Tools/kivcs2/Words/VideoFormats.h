@@ -11,8 +11,8 @@
 namespace tool
 {
 
-/// By a name, 8 Bit where it says no pixel format, or by a code "0x..."; none where the table has no such row. Throws the
-/// usage failure of a code that is no number.
+/// By a name, 8 Bit where it says no pixel format, or by a code "0x..."; none where the table has no such
+/// row. Throws the usage failure of a code that is no number.
 [[nodiscard]] std::optional<KIVCS2VideoFormatDescription> findVideoFormat(const std::string &wanted);
 
 /// The names of all formats.
