@@ -1,6 +1,6 @@
-// Pictures of 1920x1080 and 3840x2160, compared with libyuv, libswscale, libavcodec and plain
-// memory functions: every row of the kernel table into an existing buffer, like the peers, and
-// whole operations that make their buffer.
+// Pictures of 1920x1080 and 3840x2160 beside libyuv, libswscale, libavcodec and bare memory: every row of the
+// table of kernels into a buffer that is there, as the peers have it, and whole operations that make their
+// buffer.
 #include <KIVCoreServices2/KIVCS2PixelBuffer.h>
 
 #include "Private/Pixels/Colour.h"
@@ -94,7 +94,7 @@ void fillRandom(const Plane &plane)
 
 using Run = std::function<void()>;
 
-// The rate counts the pixels of the picture that is read.
+// The pixels a second are those of the picture that is read.
 void add(const std::string &name, Size size, Run run)
 {
     benchmark::RegisterBenchmark((name + "/" + std::to_string(size.width)).c_str(),
@@ -111,7 +111,7 @@ void add(const std::string &name, Size size, Run run)
                                  });
 }
 
-// Our code at every level of this machine; each level is an operation of its own.
+// Ours by every level of this machine, each an operation of its own.
 void addLevels(const std::string &name, Size size, const std::function<Run(const kiv::PixelRows &)> &ours)
 {
     struct Level
@@ -155,44 +155,30 @@ void convertRows(kiv::ConvertRow row, const Plane &from, const Plane &to, size_t
 }
 
 #ifdef KIV_PEER_LIBYUV
-    // libyuv's ARGB is B, G, R, A in memory, the only order it converts UYVY to in one step.
-    const Run libyuv = [=]
-    {
-        libyuv::UYVYToARGB(from->row(0), stride(*from), to->row(0), stride(*to), width, height);
-    };
-    {
-        // libyuv approximates the matrix differently and does not
-        // interpolate chroma: compare with constant chroma.
-        const Plane flat{size.width * 2, 1};
-        const Plane theirs{size.width * 4, 1};
-        const Plane own{size.width * 4, 1};
-        for (size_t at = 0; at < size.width * 2; ++at)
-            flat.row(0)[at] = static_cast<uint8_t>(at % 4 == 0 ? 90 : at % 4 == 2 ? 170 : 16 + at % 220);
-        libyuv::UYVYToARGB(flat.row(0), stride(flat), theirs.row(0), stride(theirs), width, 1);
-        kiv::pixelRows().toBGRA601(flat.row(0), own.row(0), size.width);
-        for (size_t at = 0; at + 4 < size.width * 4; ++at)
-            require(std::abs(theirs.row(0)[at] - own.row(0)[at]) <= 2, "libyuv has other colours");
-    }
-    add("Pixels_2vuyToRGBA/libyuv", size, libyuv);
-    add("Pixels_2vuyToRGBA_AVX2/libyuv", size, libyuv);
-    add("Pixels_2vuyToRGBA/libyuv_RGBA", size, // with the bytes in our order, which needs a second call
-        [=]
-        {
-            libyuv();
-            libyuv::ARGBToABGR(to->row(0), stride(*to), to->row(0), stride(*to), width, height);
-        });
-#endif
-#ifdef KIV_PEER_SWSCALE
-    add("Pixels_2vuyToRGBA/swscale", size, swscale(size, AV_PIX_FMT_UYVY422, from, size, to));
-#endif
-    add("Pixels_2vuyToRGBA/memcpy", size, // copies as many bytes, within the output
-        [=]
-        {
-            std::memcpy(to->row(0), to->row(0) + to->size() / 2, to->size() / 2);
-            std::memcpy(to->row(0) + to->size() / 2, to->row(0), to->size() / 2);
-        });
+int strideOf(const Plane &plane)
+{
+    return static_cast<int>(plane.stride);
+}
 
-    // The whole operation, which makes a buffer, compared with a peer that does the same.
+// Another approximation of the matrix, and chroma that is not interpolated: compared where it is constant.
+void requireSameColours(Size size)
+{
+    const Plane flat{size.width * 2, 1};
+    const Plane theirs{size.width * 4, 1};
+    const Plane own{size.width * 4, 1};
+    for (size_t at = 0; at < size.width * 2; ++at)
+        flat.row(0)[at] = static_cast<uint8_t>(at % 4 == 0 ? 90 : at % 4 == 2 ? 170 : 16 + at % 220);
+    libyuv::UYVYToARGB(flat.row(0), strideOf(flat), theirs.row(0), strideOf(theirs),
+                       static_cast<int>(size.width), 1);
+    kiv::pixelRows().toBGRA601(flat.row(0), own.row(0), size.width);
+    for (size_t at = 0; at + 4 < size.width * 4; ++at)
+        require(std::abs(theirs.row(0)[at] - own.row(0)[at]) <= 2, "libyuv has other colours");
+}
+#endif
+
+// The whole operation, which makes a buffer, beside a peer that does.
+void addConvertToRGBA(Size size, const std::shared_ptr<Plane> &from)
+{
     CVPixelBufferRef picture = nullptr;
     require(CVPixelBufferCreateWithBytes(nullptr, size.width, size.height, kCVPixelFormatType_422YpCbCr8,
                                          from->row(0), from->stride, nullptr, nullptr, nullptr,
@@ -267,7 +253,8 @@ void addToRGBA(Size size)
 
 // ---- v210 to 2vuy ----
 
-// The loop that everyone writes first: one component at a time, reading a word when it is needed.
+// The loop that everyone writes first: a pixel pair's four components at a time, a word asked for when it is
+// needed.
 void plainV210(const uint8_t *from, uint8_t *to, size_t width)
 {
     uint32_t word = 0;
@@ -316,7 +303,7 @@ void addV210(Size size)
     add("Pixels_v210To2vuy_AVX2/plain", size, plain);
     add("Pixels_v210To2vuy/memcpy", size, [=] { std::memcpy(to->row(0), from->row(0), to->size()); });
 #ifdef KIV_PEER_AVCODEC
-    // libavcodec's decoder only makes planes of 10 bits: less work, but more bytes to write.
+    // Its decoder stops at planes of 10 bits: less work, more bytes to write.
     AVCodecContext *decoder = avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_V210));
     require(decoder != nullptr, "no decoder of v210");
     decoder->width = static_cast<int>(size.width);

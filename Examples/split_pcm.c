@@ -1,6 +1,6 @@
 /*
- * The sixteen audio channels of an SDI signal, frame by frame: the interleaved 16-bit samples of each video
- * frame are split into sixteen planes of 24 bits.
+ * The sixteen channels of an SDI signal, as they come with its video frames: each frame's interleaved 16-bit
+ * samples are split into sixteen planes of 24 bits.
  *
  *   example_split_pcm
  */
@@ -13,7 +13,7 @@
 #define SAMPLE_RATE 48000u
 #define MAX_CYCLE   8u /* frames; five at 29.97 */
 
-/* A value that identifies channel and sample. */
+/* A value that tells channel and sample. */
 static int16_t sample_of(uint32_t channel, uint32_t number)
 {
     return (int16_t)(uint16_t)(channel << 12 | (number & 0xfffu));
@@ -25,7 +25,7 @@ static int32_t read_s24(const uint8_t *bytes)
     return (int32_t)value / 256;
 }
 
-/* The number of samples that differ from their input times 256. */
+/* Samples that are not what they were, times 256. */
 static uint32_t count_wrong(void *const planes[CHANNELS], uint32_t first, uint32_t samples)
 {
     uint32_t wrong = 0, channel, sample;
@@ -69,7 +69,7 @@ static KIVCS2Status split_cycle(KIVCS2PCMAudioConverter *converter, const uint32
 
 int main(void)
 {
-    /* A card delivers 16-bit little-endian samples, channel after channel. */
+    /* What a card delivers: 16-bit little-endian samples, channel after channel. */
     const AudioStreamBasicDescription input = {SAMPLE_RATE,
                                                kAudioFormatLinearPCM,
                                                kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked,
@@ -95,7 +95,7 @@ int main(void)
         fprintf(stderr, "split_pcm: cannot start (status 0x%08x)\n", status);
         return 1;
     }
-    /* Allocate room for the longest frame once. */
+    /* Room for the longest frame, once. */
     kivCS2PCMAudioConverter_getOutputBytesForInputLength(&converter, most * CHANNELS * 2, &out_bytes);
     in = malloc((size_t)most * CHANNELS * sizeof *in);
     out = malloc(out_bytes);

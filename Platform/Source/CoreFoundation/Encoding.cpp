@@ -155,6 +155,20 @@ size_t encodeCharacter(char32_t code, uint8_t *out) noexcept
     }
 }
 
+// Counts the units below `kBelow` at the start, at most `most`; writes each as a byte unless `out` is null.
+template <char16_t kBelow>
+size_t encodeRun(const char16_t *from, size_t most, uint8_t *out) noexcept
+{
+    size_t run = 0;
+    if (out == nullptr)
+        while (run < most && from[run] < kBelow)
+            ++run;
+    else
+        for (; run < most && from[run] < kBelow; ++run)
+            out[run] = static_cast<uint8_t>(from[run]);
+    return run;
+}
+
 // The units are passed by value: the compiler must assume that each byte written changes a reference.
 template <CFStringEncoding encoding>
 Encoded encodeCharacters(Units units, uint8_t lossByte, uint8_t *out, size_t room) noexcept
