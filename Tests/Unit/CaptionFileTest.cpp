@@ -232,6 +232,11 @@ TEST(CaptionFileSCC, ByFrameLinesWaitAndArePlaced)
     EXPECT_EQ(late.packets.size(), 108102u);
     EXPECT_EQ(late.count(FAULT(WaitsTooLong)), 1u);
     EXPECT_EQ(late.count(FAULT(NotACaption)), 1u);
+    // Of a lost line nobody waits for the pairs that do not come; a comma says nothing about the counting.
+    options.m_counting = KIVCS2CaptionCounting_FindOut;
+    Reading lost{"Scenarist_SCC V1.0\n\n00:00:10,00\t9420 9420 942g\n00:00:10;02\t942c\n", options};
+    EXPECT_EQ(lost.all().packets.at(0).m_frame, 302u);
+    EXPECT_EQ(lost.count(FAULT(Overlap)) + lost.count(FAULT(OtherCounting)), 0u);
 }
 
 // ---- Damaged copies of our own samples ----

@@ -395,7 +395,12 @@ KIVCS2Status Reader::listLine(Line &line, uint32_t &before)
     OrderedLine ordered{line.offset, static_cast<uint32_t>(line.number), before, before, 0, 0};
     Notes notes;
     LineHead head;
-    if (takeHead(line.text, head, notes) && frameOf(*m_info, head.time))
+    // Nor does a line that will be lost take room from the lines behind it.
+    const auto isLost = [&]
+    {
+        return isSCC() && findBadOfWords(line.text.substr(head.dataAt)) != kNowhere;
+    };
+    if (takeHead(line.text, head, notes) && frameOf(*m_info, head.time) && !isLost())
     {
         uint32_t last = 0;
         KIV_TRY(lastFrameOf(line, head, last));

@@ -81,7 +81,8 @@ void surveyLine(std::string_view line, Survey &survey)
     if (!takeHead(line, head, notes))
         return;
     ++survey.captionLines;
-    ++(head.time.separator == ';' ? survey.semicolons : survey.colons);
+    survey.semicolons += head.time.separator == ';' ? 1 : 0;
+    survey.colons += head.time.separator == ':' ? 1 : 0; // "." and "," say nothing
     survey.suffixes += head.hasField ? 1 : 0;
     const std::string_view data = withoutBlanks(line.substr(head.dataAt));
     const bool words = looksLikeWords(data);
