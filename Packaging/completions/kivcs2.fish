@@ -1,6 +1,6 @@
 # Made by kivcs2 generate completion; changes belong into the words themselves.
 set -g __kivcs2_places 'tc' 'tc show' 'tc add' 'tc sub' 'tc diff' 'tc convert' 'tc bcd' 'tc date' 'caption' 'caption info' 'caption show' 'caption at' 'caption decode' 'caption convert' 'caption verify' 'cdp' 'cdp parse' 'cdp build' 'cdp find' 'format' 'rate' 'frame' 'frame info' 'frame convert' 'frame scale' 'frame deinterlace' 'frame clear' 'frame bars' 'frame png' 'audio' 'audio weave' 'audio code' 'audio describe' 'audio convert' 'codec' 'codec list' 'codec show' 'codec unpack' 'curve' 'curve list' 'curve plot' 'curve png' 'curve run' 'crc' 'str' 'str detect' 'str convert' 'json' 'pipe' 'shm' 'shm show' 'shm find' 'shm create' 'shm attach' 'shm free' 'sensors' 'sensors show' 'sensors watch' 'run' 'sys' 'sys show' 'sys watch' 'doctor' 'services' 'services publish' 'services browse' 'services types' 'services first' 'services monitor' 'net' 'net listen' 'net recv' 'net send' 'status' 'generate' 'generate man' 'generate completion' 'generate markdown' 'generate json'
-set -g __kivcs2_takes 'tc show --rate' 'tc add --rate' 'tc sub --rate' 'tc diff --rate' 'tc convert --rate' 'tc convert --to' 'tc bcd --rate' 'tc date --rate' 'caption info --rate' 'caption info --field' 'caption show --rate' 'caption show --field' 'caption show --from' 'caption show --to' 'caption at --rate' 'caption at --field' 'caption convert --rate' 'caption convert --field' 'caption convert --mcc-version' 'caption verify --rate' 'caption verify --field' 'caption verify --against' 'cdp parse --hex' 'cdp build --field1' 'cdp build --field2' 'cdp build --sequence' 'cdp build --rate' 'cdp build -o' 'cdp build --output' 'cdp find --in' 'cdp find --words' 'frame info --video' 'frame info --width' 'frame info --height' 'frame info --format' 'frame info --row-bytes' 'frame info --frame' 'frame info --matrix' 'frame convert --video' 'frame convert --width' 'frame convert --height' 'frame convert --format' 'frame convert --row-bytes' 'frame convert --frame' 'frame convert --matrix' 'frame convert --to' 'frame scale --video' 'frame scale --width' 'frame scale --height' 'frame scale --format' 'frame scale --row-bytes' 'frame scale --frame' 'frame scale --matrix' 'frame scale --size' 'frame deinterlace --video' 'frame deinterlace --width' 'frame deinterlace --height' 'frame deinterlace --format' 'frame deinterlace --row-bytes' 'frame deinterlace --frame' 'frame deinterlace --matrix' 'frame clear --video' 'frame clear --width' 'frame clear --height' 'frame clear --format' 'frame clear --frames' 'frame clear --matrix' 'frame clear --colour' 'frame bars --video' 'frame bars --width' 'frame bars --height' 'frame bars --format' 'frame bars --frames' 'frame bars --matrix' 'frame bars --pattern' 'frame png --video' 'frame png --width' 'frame png --height' 'frame png --format' 'frame png --row-bytes' 'frame png --frame' 'frame png --matrix' 'audio weave --samples' 'audio code --encoding' 'audio code --sample-rate' 'audio code --channels' 'audio code --bytes' 'audio code --used' 'audio code --data-type' 'audio code --data-stream' 'audio code --endian' 'audio code --alignment' 'audio convert --input' 'audio convert --channels' 'audio convert --bits' 'audio convert --channel' 'codec show --format' 'curve png --side' 'curve run --rate' 'curve run --frames' 'str convert -o' 'str convert --output' 'str convert --from' 'str convert --to' 'pipe --size' 'pipe --chunk' 'pipe --mode' 'shm attach -w' 'shm attach --write' 'shm attach -r' 'shm attach --read' 'shm attach --offset' 'shm attach --length' 'sensors watch --every' 'sensors watch --count' 'run --stdout' 'run --stderr' 'run --timeout' 'sys watch --every' 'sys watch --count' 'services publish --domain' 'services publish --text' 'services browse --domain' 'services types --domain' 'services first --domain' 'services first --timeout' 'services monitor --domain' 'services monitor --timeout' 'services monitor --count' 'net listen --count' 'net listen --timeout' 'net recv --count' 'net recv --timeout' 'net send --count' 'net send --size' 'net send --rate' 'net send --ttl'
+set -g __kivcs2_takes 'tc show --rate' 'tc add --rate' 'tc sub --rate' 'tc diff --rate' 'tc convert --rate' 'tc convert --to' 'tc bcd --rate' 'tc date --rate' 'caption info --rate' 'caption info --field' 'caption show --rate' 'caption show --field' 'caption show --service' 'caption show --from' 'caption show --to' 'caption at --rate' 'caption at --field' 'caption at --service' 'caption convert --rate' 'caption convert --field' 'caption convert --mcc-version' 'caption verify --rate' 'caption verify --field' 'caption verify --most' 'caption verify --against' 'cdp parse --hex' 'cdp build --field1' 'cdp build --field2' 'cdp build --sequence' 'cdp build --rate' 'cdp build -o' 'cdp build --output' 'cdp find --in' 'cdp find --words' 'frame info --video' 'frame info --width' 'frame info --height' 'frame info --format' 'frame info --row-bytes' 'frame info --frame' 'frame info --matrix' 'frame convert --video' 'frame convert --width' 'frame convert --height' 'frame convert --format' 'frame convert --row-bytes' 'frame convert --frame' 'frame convert --matrix' 'frame convert --to' 'frame scale --video' 'frame scale --width' 'frame scale --height' 'frame scale --format' 'frame scale --row-bytes' 'frame scale --frame' 'frame scale --matrix' 'frame scale --size' 'frame deinterlace --video' 'frame deinterlace --width' 'frame deinterlace --height' 'frame deinterlace --format' 'frame deinterlace --row-bytes' 'frame deinterlace --frame' 'frame deinterlace --matrix' 'frame clear --video' 'frame clear --width' 'frame clear --height' 'frame clear --format' 'frame clear --frames' 'frame clear --matrix' 'frame clear --colour' 'frame bars --video' 'frame bars --width' 'frame bars --height' 'frame bars --format' 'frame bars --frames' 'frame bars --matrix' 'frame bars --pattern' 'frame png --video' 'frame png --width' 'frame png --height' 'frame png --format' 'frame png --row-bytes' 'frame png --frame' 'frame png --matrix' 'audio weave --samples' 'audio code --encoding' 'audio code --sample-rate' 'audio code --channels' 'audio code --bytes' 'audio code --used' 'audio code --data-type' 'audio code --data-stream' 'audio code --endian' 'audio code --alignment' 'audio convert --input' 'audio convert --channels' 'audio convert --bits' 'audio convert --channel' 'codec show --format' 'curve png --side' 'curve run --rate' 'curve run --frames' 'str convert -o' 'str convert --output' 'str convert --from' 'str convert --to' 'pipe --size' 'pipe --chunk' 'pipe --mode' 'shm attach -w' 'shm attach --write' 'shm attach -r' 'shm attach --read' 'shm attach --offset' 'shm attach --length' 'sensors watch --every' 'sensors watch --count' 'run --stdout' 'run --stderr' 'run --timeout' 'sys watch --every' 'sys watch --count' 'services publish --domain' 'services publish --text' 'services browse --domain' 'services types --domain' 'services first --domain' 'services first --timeout' 'services monitor --domain' 'services monitor --timeout' 'services monitor --count' 'net listen --count' 'net listen --timeout' 'net recv --count' 'net recv --timeout' 'net send --count' 'net send --size' 'net send --rate' 'net send --ttl'
 
 function __kivcs2_list_codecs
     printf '%s\n' 'DVCPRO 25' 'DV PAL' 'DV NTSC' 'DVCPRO50 PAL' 'DVCPRO50 NTSC' 'IMX30 PAL' 'IMX30 NTSC' 'IMX40 PAL' 'IMX40 NTSC' 'IMX50 PAL' 'IMX50 NTSC' 'Photo JPEG' 'ProRes 422' 'ProRes 422 (HQ)' 'ProRes 422 (LT)' 'ProRes 422 (PROXY)' 'DVCPRO HD 1080i50' 'DVCPRO HD 1080i60' 'DVCPRO HD 720p50' 'DVCPRO HD 720p60' 'Uncompressed 8-bit' 'Uncompressed 10-bit' 'DNxHD'
@@ -28,6 +28,10 @@ end
 
 function __kivcs2_list_sample_formats
     printf '%s\n' 'u8' 's8' 's16le' 's16be' 's24le' 's24be' 's24_32le' 's24_32be' 's32le' 's32be'
+end
+
+function __kivcs2_list_services
+    printf '%s\n' 'CC1' 'CC2' 'CC3' 'CC4' 'T1' 'T2' 'T3' 'T4' 'S1' 'S2' 'S3' 'S4' 'S5' 'S6'
 end
 
 function __kivcs2_list_statuses
@@ -112,26 +116,34 @@ complete -c kivcs2 -n "__kivcs2_at 'tc convert'" -l to -x -a '(__kivcs2_list_rat
 complete -c kivcs2 -n "__kivcs2_at 'tc convert'" -l keep-digits -d 'Keep the digits, not the instant'
 complete -c kivcs2 -n "__kivcs2_at 'tc bcd'" -l rate -x -a '(__kivcs2_list_rates)' -d '23.98, 24, 25, 29.97[df|ndf], 30, 50, 59.94[df|ndf] or 60'
 complete -c kivcs2 -n "__kivcs2_at 'tc date'" -l rate -x -a '(__kivcs2_list_rates)' -d '23.98, 24, 25, 29.97[df|ndf], 30, 50, 59.94[df|ndf] or 60'
-complete -c kivcs2 -n "__kivcs2_at 'caption'" -a info -d 'What a file holds, and what is odd about it'
+complete -c kivcs2 -n "__kivcs2_at 'caption'" -a info -d 'What a file holds, with every caption service in it'
 complete -c kivcs2 -n "__kivcs2_at 'caption'" -a show -d 'Timecode, pairs, control codes in words, and text'
 complete -c kivcs2 -n "__kivcs2_at 'caption'" -a at -d 'The pairs of one frame and what is on the screen (exit 1: nothing)'
 complete -c kivcs2 -n "__kivcs2_at 'caption'" -a decode -d 'CEA-608 pairs in words'
 complete -c kivcs2 -n "__kivcs2_at 'caption'" -a convert -d 'SCC to MCC, or MCC to another version'
-complete -c kivcs2 -n "__kivcs2_at 'caption'" -a verify -d 'Read an MCC file and check every packet (exit 1: something is wrong)'
+complete -c kivcs2 -n "__kivcs2_at 'caption'" -a verify -d 'Read a file, check everything and list every fault (exit 1: something is wrong)'
 complete -c kivcs2 -n "__kivcs2_at 'caption info' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption info'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Count at this rate, whatever the file says'
-complete -c kivcs2 -n "__kivcs2_at 'caption info'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2'
+complete -c kivcs2 -n "__kivcs2_at 'caption info'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2; without it what the codes say'
+complete -c kivcs2 -n "__kivcs2_at 'caption info'" -l strict -d 'Stop at the first fault'
+complete -c kivcs2 -n "__kivcs2_at 'caption info'" -l both-tracks -d 'Of SCC words with 8 digits take the second track too, into the other field'
 complete -c kivcs2 -n "__kivcs2_at 'caption show' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Count at this rate, whatever the file says'
-complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2'
-complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l keep-going -d 'Tell malformed lines and go on behind them'
+complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2; without it what the codes say'
+complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l strict -d 'Stop at the first fault'
+complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l both-tracks -d 'Of SCC words with 8 digits take the second track too, into the other field'
+complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l keep-going -d 'Lost lines are told, and the exit code is that of a whole file'
 complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l captions -d 'The captions as a viewer sees them'
+complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l service -x -a '(__kivcs2_list_services)' -d 'Of these services alone: CC1, T1, S1, or several with commas'
 complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l from -x -d 'The first timecode to show'
 complete -c kivcs2 -n "__kivcs2_at 'caption show'" -l to -x -d 'The last timecode to show'
 complete -c kivcs2 -n "__kivcs2_at 'caption at' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Count at this rate, whatever the file says'
-complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2'
-complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l keep-going -d 'Tell malformed lines and go on behind them'
+complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2; without it what the codes say'
+complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l strict -d 'Stop at the first fault'
+complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l both-tracks -d 'Of SCC words with 8 digits take the second track too, into the other field'
+complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l keep-going -d 'Lost lines are told, and the exit code is that of a whole file'
+complete -c kivcs2 -n "__kivcs2_at 'caption at'" -l service -x -a '(__kivcs2_list_services)' -d 'Of these services alone: CC1, T1, S1, or several with commas'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Count at this rate, whatever the file says'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2'
@@ -143,7 +155,10 @@ complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l sdi -d 'Packets with a 
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l fix-parity -d 'Give every byte odd parity; without it pairs are kept'
 complete -c kivcs2 -n "__kivcs2_at 'caption verify' 1 1" -F
 complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l rate -x -a '(__kivcs2_list_rates)' -d 'Count at this rate, whatever the file says'
-complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2'
+complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l field -x -d 'The field that an SCC file\'s pairs belong to: 1 or 2; without it what the codes say'
+complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l strict -d 'Stop at the first fault'
+complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l both-tracks -d 'Of SCC words with 8 digits take the second track too, into the other field'
+complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l most -x -d 'Rows of faults to show; without it 20 on a terminal, all elsewhere'
 complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l fix-parity -d 'The source\'s pairs were given odd parity'
 complete -c kivcs2 -n "__kivcs2_at 'caption verify'" -l against -r -F -d 'The SCC or MCC file it was made from'
 complete -c kivcs2 -n "__kivcs2_at 'cdp'" -a parse -d 'Take a packet apart (exit 3: something is wrong in it)'

@@ -281,18 +281,6 @@ TEST_F(OutputCommand, NoWordLetsANameSteerTheTerminal)
     EXPECT_EQ(json({"crc", scc})[0]["file"], scc); // a program gets the name as it is
 }
 
-TEST_F(OutputCommand, HandsOnTheFirstMessagesOfTheLibraryAndCountsTheRest)
-{
-    std::string text = "Scenarist_SCC V1.0\n\n";
-    for (int line = 0; line < 3000; ++line)
-        text += "00:01:00;00\t9420\n"; // a dropped frame number
-    setenv("KIV_LOG_STDERR", "1", 1);
-    const Result result = run({"caption", "show", write("bad.scc", text), "--keep-going"});
-    unsetenv("KIV_LOG_STDERR");
-    EXPECT_LT(std::count(result.err.begin(), result.err.end(), '\n'), 60);
-    EXPECT_THAT(result.err, HasSubstr("more messages of the library left out\n"));
-}
-
 // ---- Ends of all kinds ----
 
 // A file system without unnamed files, as the system calls show it.

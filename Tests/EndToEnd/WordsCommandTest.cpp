@@ -268,7 +268,7 @@ TEST_F(WordsCommand, WritesFailuresAsDocuments)
         {{"tc", "show", "25:00"}, 3, none, none, none},
         {{"tc", "show", "1", "--rate", "31"}, 2, none, none, none},
         {{"caption", "info", nowhere}, 4, none, nowhere, none},
-        {{"caption", "show", broken}, 3, "KIVCS2STATUS_CAPTION_ERR", broken, 3},
+        {{"caption", "show", broken, "--strict"}, 3, "KIVCS2STATUS_CAPTION_ERR", broken, 3},
         {{"caption", "convert", nowhere, path("x.mcc")}, 4, none, nowhere, none},
         {{"cdp", "parse", nowhere}, 4, none, nowhere, none},
         {{"cdp", "build", "--field1", "94"}, 3, none, none, none},

@@ -85,7 +85,7 @@ std::string foundText(const KIVCS2CaptionFileFault &fault, size_t most)
 
 std::string sentence(const KIVCS2CaptionFileFault &fault)
 {
-    constexpr size_t kMostFound = 40;
+    constexpr size_t kMostFound = 24;
     std::string text = kivCS2CaptionFile_getFaultName(fault.m_fault);
     if (fault.m_column > 0)
         text += " in column " + std::to_string(fault.m_column);

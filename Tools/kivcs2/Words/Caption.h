@@ -2,6 +2,8 @@
 #ifndef KIV_TOOL_CAPTION_H
 #define KIV_TOOL_CAPTION_H
 
+#include "Captions/OpenCaptions.h"
+#include "Captions/Pairs.h"
 #include "Words/Words.h"
 
 #include <cstdint>
@@ -11,19 +13,16 @@
 namespace tool
 {
 
+/// Arguments of the words that read.
 struct CaptionArguments
 {
-    std::string file;
-    std::string target;
-    std::string rate;
+    ReadingArguments reading;
     std::string against;
     std::string timecode;
     std::string from, to;
+    std::string service; ///< empty: all
     std::vector<std::string> words;
-    uint32_t mccVersion = 0; ///< 0: 1 from SCC, 2 from MCC
-    uint32_t field = 1;
-    bool sparse = false;
-    bool sdi = false;
+    uint64_t most = UINT64_MAX; ///< rows of faults; not given: what fits a terminal, or all
     bool keepGoing = false;
     bool captions = false;
     bool fixParity = false;
@@ -33,8 +32,10 @@ struct CaptionArguments
 int captionInfo(const CaptionArguments &arguments);
 int captionShow(const CaptionArguments &arguments);
 int captionAt(const CaptionArguments &arguments);
-int captionDecode(const CaptionArguments &arguments);
 int captionVerify(const CaptionArguments &arguments);
+
+/// The digits, the parity, the words and the characters of a pair.
+[[nodiscard]] Json toJson(CaptionPair pair);
 
 /// Words of their own files.
 void addConvertWord(Word &caption, Context &context);

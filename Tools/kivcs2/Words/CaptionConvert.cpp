@@ -1,4 +1,4 @@
-// kivcs2 caption convert and verify.
+// kivcs2 caption convert.
 #include "Captions/CaptionPacket.h"
 #include "Captions/CaptionScan.h"
 #include "Failure.h"
@@ -17,6 +17,20 @@ namespace tool
 {
 namespace
 {
+
+struct ConvertArguments
+{
+    std::string file;
+    std::string target;
+    std::string rate;
+    uint32_t mccVersion = 0; ///< 0: 1 from SCC, 2 from MCC
+    uint32_t field = 1;
+    bool sparse = false;
+    bool sdi = false;
+    bool keepGoing = false;
+    bool fixParity = false;
+    bool json = false;
+};
 
 constexpr const char *kProgram = "kivcs2 " KIVCS2_TOOL_VERSION;
 
@@ -183,13 +197,8 @@ Check pairsCheck(const MCCScan &scan, const Schedule &schedule)
     return {"pairs", false, detail};
 }
 
-bool allOk(const std::vector<Check> &checks)
-{
-    return std::ranges::all_of(checks, &Check::ok);
-}
-
 // The summary goes where the captions do not: to standard error when they went to standard output.
-void report(const CaptionArguments &arguments, const Json &value, const Facts &facts)
+void report(const ConvertArguments &arguments, const Json &value, const Facts &facts)
 {
     Output &to = arguments.target == "-" ? errors() : out();
     if (arguments.json)
@@ -201,7 +210,7 @@ void report(const CaptionArguments &arguments, const Json &value, const Facts &f
 }
 
 /// Reads the file just written back and throws unless it is right.
-MCCScan readBack(const std::string &path, const CaptionArguments &arguments, const Counting &counting,
+MCCScan readBack(const std::string &path, const ConvertArguments &arguments, const Counting &counting,
                  const Schedule *schedule)
 {
     Finding badLines;
@@ -222,7 +231,7 @@ MCCScan readBack(const std::string &path, const CaptionArguments &arguments, con
     return scan;
 }
 
-int convertSCC(const CaptionArguments &arguments, CaptionReader &reader)
+int convertSCC(const ConvertArguments &arguments, CaptionReader &reader)
 {
     const Counting &counting = *reader.header().counting;
     if (counting.numerator / counting.denominator > 30)
@@ -317,7 +326,7 @@ int convertSCC(const CaptionArguments &arguments, CaptionReader &reader)
     return kExitYes;
 }
 
-int convertMCC(const CaptionArguments &arguments, CaptionReader &reader)
+int convertMCC(const ConvertArguments &arguments, CaptionReader &reader)
 {
     const CaptionHeader &header = reader.header();
     const uint32_t version = arguments.mccVersion == 0 ? 2 : arguments.mccVersion;
@@ -372,62 +381,7 @@ int convertMCC(const CaptionArguments &arguments, CaptionReader &reader)
     return kExitYes;
 }
 
-void printChecks(const std::vector<Check> &checks, const CaptionArguments &arguments)
-{
-    if (arguments.json)
-    {
-        Json list = Json::array();
-        for (const Check &check : checks)
-            list.push_back({{"check", check.name}, {"ok", check.ok}, {"detail", check.detail}});
-        out().json({{"file", place(arguments.file, 0)}, {"ok", allOk(checks)}, {"checks", list}});
-        return;
-    }
-    Table table{"Check", "Result", "Detail"};
-    for (const Check &check : checks)
-        table.add({check.name, check.ok ? Output::good("ok") : Output::bad("fails"), check.detail});
-    table.print();
-}
-
-// An SCC file of its own: its lines, their order and their parity.
-std::vector<Check> verifySCC(CaptionReader &reader, const Finding &badLines)
-{
-    const Schedule schedule = readSchedule(reader);
-    std::vector<Check> checks;
-    checks.push_back(
-        checkOf("lines", badLines, "malformed line",
-                count(schedule.lines.size(), "line") + ", " + count(schedule.pairs.size(), "pair")));
-    const auto notes = scheduleNotes(schedule, reader);
-    for (const auto &[name, key] : {std::pair{"order", "Out of order"},
-                                    {"timecodes", "Same timecode"},
-                                    {"overlap", "Overlap"},
-                                    {"parity", "Parity"},
-                                    {"separators", "Separators"}})
-    {
-        const auto found =
-            std::ranges::find(notes, std::string_view{key}, &std::pair<std::string_view, std::string>::first);
-        checks.push_back({name, found == notes.end(), found == notes.end() ? "nothing odd" : found->second});
-    }
-    return checks;
-}
-
-// MCC against MCC: the same packets on the same timecodes.
-Check againstMCC(const CaptionArguments &arguments, uint32_t digest)
-{
-    Finding badLines;
-    CaptionReader source{arguments.against, arguments.rate, countIn(badLines)};
-    uint32_t sourceDigest = 0xFFFFFFFFu;
-    uint64_t packets = 0;
-    while (source.next())
-    {
-        addToDigest(sourceDigest, source.caption());
-        ++packets;
-    }
-    return {"source", digest == sourceDigest && badLines.count == 0,
-            digest == sourceDigest ? "the same " + count(packets, "packet") + " on the same timecodes"
-                                   : "other packets than the source's " + std::to_string(packets)};
-}
-
-int captionConvert(const CaptionArguments &arguments)
+int captionConvert(const ConvertArguments &arguments)
 {
     CaptionReader reader{arguments.file, arguments.rate, tellBadLines(arguments.file, arguments.keepGoing)};
     refuseSource(arguments.target); // first, as it is the more useful of the two messages
@@ -438,54 +392,9 @@ int captionConvert(const CaptionArguments &arguments)
 
 } // namespace
 
-int captionVerify(const CaptionArguments &arguments)
-{
-    if (arguments.file == "-" && arguments.against == "-")
-        throw Failure(kExitUsage, "standard input can be the file or its source, not both");
-    // The source first: its counting must be the one in use while its lines are read.
-    std::optional<Schedule> schedule;
-    bool sourceIsMCC = false;
-    const Counting *sourceCounting = nullptr;
-    if (!arguments.against.empty())
-    {
-        CaptionReader source{arguments.against, arguments.rate, tellBadLines(arguments.against, false)};
-        sourceCounting = source.header().counting;
-        sourceIsMCC = source.header().kind == CaptionFileKind::MCC;
-        if (sourceIsMCC && (arguments.against == "-" || !source.input().isRegularFile()))
-            throw Failure(kExitUsage, "an MCC source is read a second time: give it as a file");
-        if (!sourceIsMCC)
-            schedule = readSchedule(source);
-        if (schedule && arguments.fixParity)
-            (void)setOddParity(*schedule); // the number was told when the file was made
-    }
-
-    Finding badLines;
-    CaptionReader reader{arguments.file, arguments.rate, countIn(badLines)};
-    if (reader.header().kind == CaptionFileKind::SCC)
-    {
-        if (!arguments.against.empty())
-            throw Failure(kExitUsage, "an SCC file is the source of others: verify the MCC file against it");
-        const std::vector<Check> checks = verifySCC(reader, badLines);
-        printChecks(checks, arguments);
-        return allOk(checks) ? kExitYes : kExitNo;
-    }
-    const MCCScan scan = scanMCC(reader, {schedule ? &*schedule : nullptr, arguments.field, {}, {}});
-    std::vector<Check> checks = checksOf(scan, badLines, reader.header());
-    if (sourceCounting != nullptr && sourceCounting->drop != reader.header().counting->drop)
-        checks.push_back({"counting", false,
-                          "the file counts " + std::string{reader.header().counting->name} + ", the source " +
-                              std::string{sourceCounting->name}});
-    if (schedule)
-        checks.push_back(pairsCheck(scan, *schedule));
-    if (sourceIsMCC)
-        checks.push_back(againstMCC(arguments, scan.digest));
-    printChecks(checks, arguments);
-    return allOk(checks) ? kExitYes : kExitNo;
-}
-
 void addConvertWord(Word &caption, Context &context)
 {
-    const auto arguments = std::make_shared<CaptionArguments>();
+    const auto arguments = std::make_shared<ConvertArguments>();
     Word &convert = caption.word("convert", "SCC to MCC, or MCC to another version");
     convert.option("file", arguments->file, "An SCC or MCC file; - is standard input").required().isFile();
     convert.option("--rate", arguments->rate, "Count at this rate, whatever the file says")
