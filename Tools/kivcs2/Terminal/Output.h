@@ -97,8 +97,8 @@ private:
     bool m_closed = false;
 };
 
-/// A JSON object that begins with a list given element by element, so that a long one needs no memory. The other
-/// members follow when the list is whole; a failure that comes before takes their place as the member "error".
+/// A JSON object that begins with a list given element by element, so that a long one needs no memory. The
+/// other members follow when the list is whole; a failure that comes before takes their place as "error".
 class JsonReport
 {
 public:
