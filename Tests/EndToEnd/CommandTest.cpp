@@ -127,7 +127,9 @@ TEST_F(Command, AnswersSmallQuestions)
         {{"caption", "info", "/nowhere.scc"}, 4, "", "kivcs2: /nowhere.scc: No such file or directory\n"},
         {{"caption", "info", "/tmp"}, 4, "", "Is a directory"},
         {{"crc", "/nowhere"}, 4, "", "No such file"},
-        {{"cdp", "parse", "--hex", "96694B"}, 3, "", "no caption distribution packet"},
+        {{"cdp", "parse", "--hex", "96694B"}, 3, "", "not a CDP (KIVCS2STATUS_FORMAT_ERR"},
+        {{"cdp", "parse", "--hex", "41040201034B"}, 3, "", "another kind, without captions"},
+        {{"cdp", "build", "--field1", "942"}, 3, "", "not a pair of four hexadecimal digits"},
         {{"caption", "info", "/no\nwhere.scc"}, 4, "", "/no\\x0awhere.scc: No such file"},
         {{"caption", "info", "/\xc2\x9b\xc3\xa9\xff.scc"},
          4,
@@ -710,7 +712,7 @@ TEST_F(Command, BuildsParsesAndFindsPackets)
     EXPECT_THAT(parsed.out, HasSubstr("resume caption loading"));
     std::string damaged = built.out;
     damaged[20] = damaged[20] == '0' ? '1' : '0';
-    EXPECT_EQ(run({"cdp", "parse", "-"}, damaged).code, 3);
+    EXPECT_EQ(json({"cdp", "parse", "--hex", damaged}, 3)["faults"].at(0)["fault"], "CDP checksum");
 
     for (const char *rate : {"23.98", "24", "25", "29.97", "30", "50", "59.94", "60"})
     {
@@ -728,6 +730,20 @@ TEST_F(Command, BuildsParsesAndFindsPackets)
     packet += static_cast<char>(sum);
     const std::string capture = write("capture", "?" + packet + packet);
     EXPECT_EQ(json({"cdp", "find", capture, "--in", "291m"}).size(), 2u);
+    EXPECT_EQ(run({"cdp", "parse", write("anc", packet)}).code, 0);
+    // As words of 10 bits behind the flag; the second one is cut.
+    std::string words;
+    for (const std::string &part : {packet, packet.substr(0, 60)})
+    {
+        words += std::string{"\0\0\3\xFF\3\xFF", 6};
+        for (const char byte : part)
+            words += std::string{'\1', byte};
+    }
+    const std::string cut = write("words", words);
+    const Result found = run({"cdp", "find", cut, "--in", "291m", "--words", "10bit-adf"});
+    EXPECT_EQ(found.code, 3);
+    EXPECT_THAT(found.err, HasSubstr("section cut: 1 packet, first at byte 178 (KIVCS2STATUS_FORMAT_ERR"));
+    EXPECT_EQ(run({"cdp", "find", cut, "--in", "291m", "--words", "8bit-adf"}).code, 1);
     // Wrapped, on line 9, after a line that is not looked at.
     const auto header = [](char line, char coding, char size)
     {
