@@ -273,6 +273,7 @@ Input::Input(const std::string &path) : m_name(place(path, 0))
     {
         // Standard input may stand anywhere in its file.
         const off_t here = std::max(::lseek(m_descriptor, 0, SEEK_CUR), off_t{0});
+        m_start = static_cast<uint64_t>(here);
         m_size = static_cast<uint64_t>(status.st_size - std::min(status.st_size, here));
     }
     if (!canBeOverwritten(status))
@@ -304,22 +305,38 @@ void refuseSource(const std::string &target, ExitCode code)
         throw Failure(code, Where{target, 0}, "is the source itself; give the target another name");
 }
 
+size_t Input::readSome(std::span<uint8_t> block)
+{
+    for (;;)
+    {
+        const ssize_t count = ::read(m_descriptor, block.data(), block.size());
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throw Failure::system(m_name, errno);
+        m_position += static_cast<uint64_t>(count);
+        return static_cast<size_t>(count);
+    }
+}
+
 size_t Input::read(std::span<uint8_t> block)
 {
     size_t filled = 0;
     while (filled < block.size())
     {
-        const ssize_t count = ::read(m_descriptor, block.data() + filled, block.size() - filled);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            throw Failure::system(m_name, errno);
+        const size_t count = readSome(block.subspan(filled));
         if (count == 0)
             break;
-        filled += static_cast<size_t>(count);
+        filled += count;
     }
-    m_position += filled;
     return filled;
+}
+
+void Input::moveTo(uint64_t position)
+{
+    if (::lseek(m_descriptor, static_cast<off_t>(m_start + position), SEEK_SET) < 0)
+        throw Failure::system(m_name, errno);
+    m_position = position;
 }
 
 uint64_t Input::skip(uint64_t blocks, uint64_t size)

@@ -54,6 +54,12 @@ public:
     /// Fills as much of `block` as there is; 0 at the end. Throws when reading fails.
     size_t read(std::span<uint8_t> block);
 
+    /// What one read gives: of a pipe what is there; 0 at the end.
+    size_t readSome(std::span<uint8_t> block);
+
+    /// Goes to a place of a regular file, counted from where the input stood.
+    void moveTo(uint64_t position);
+
     /// Passes blocks of `size` bytes of a regular file over without reading them, as many as are whole and at
     /// most `blocks`; how many that were.
     uint64_t skip(uint64_t blocks, uint64_t size);
@@ -85,6 +91,7 @@ private:
     FileDescriptor m_owned;
     int m_descriptor = -1;
     bool m_regular = false;
+    uint64_t m_start = 0;
     uint64_t m_size = 0;
     uint64_t m_position = 0;
 };

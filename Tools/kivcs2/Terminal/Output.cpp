@@ -38,6 +38,9 @@ enum class ArrayState
 };
 ArrayState theArray = ArrayState::None;
 
+// The list of a report that is being written; there is one at a time.
+ArrayState theReport = ArrayState::None;
+
 bool theOutputIsData = false;
 
 void clearProgress()
@@ -84,6 +87,17 @@ std::string withoutColour(std::string_view text)
         escape = escape && byte != 'm';
     }
     return result;
+}
+
+// The members of an object behind the list of a report.
+void closeReport(const Json &rest)
+{
+    const std::string members = jsonText(rest, 2);
+    documents().write(theReport == ArrayState::Empty ? "]," : "\n  ],");
+    documents().write(std::string_view{members}.substr(1)); // without the brace
+    documents().write("\n");
+    documents().flush();
+    theReport = ArrayState::None;
 }
 
 std::string padding(std::string_view text, size_t width)
@@ -272,9 +286,36 @@ void JsonArray::close()
     theArray = ArrayState::None;
 }
 
+JsonReport::JsonReport(std::string list) : m_list(std::move(list)) {}
+
+void JsonReport::open()
+{
+    if (!std::exchange(m_isOpen, true))
+    {
+        documents().write("{\n  " + jsonText(m_list) + ": [");
+        theReport = ArrayState::Empty;
+    }
+}
+
+void JsonReport::add(const Json &element)
+{
+    open();
+    documents().write(theReport == ArrayState::Empty ? "\n    " : ",\n    ");
+    documents().write(jsonText(element));
+    theReport = ArrayState::Filled;
+}
+
+void JsonReport::close(const Json &rest)
+{
+    open();
+    closeReport(rest);
+}
+
 void writeFailure(const Json &failure)
 {
-    if (theArray == ArrayState::None)
+    if (theReport != ArrayState::None)
+        closeReport(failure);
+    else if (theArray == ArrayState::None)
         documents().write(jsonText(failure) + "\n");
     else
         out().write((theArray == ArrayState::Empty ? "\n  " : ",\n  ") + jsonText(failure) + "\n]\n");

@@ -97,6 +97,28 @@ private:
     bool m_closed = false;
 };
 
+/// A JSON object that begins with a list given element by element, so that a long one needs no memory. The other
+/// members follow when the list is whole; a failure that comes before takes their place as the member "error".
+class JsonReport
+{
+public:
+    /// Nothing is written before the first element or close().
+    explicit JsonReport(std::string list);
+    JsonReport(const JsonReport &) = delete;
+    JsonReport &operator=(const JsonReport &) = delete;
+
+    void add(const Json &element);
+
+    /// `rest` is an object that is not empty.
+    void close(const Json &rest);
+
+private:
+    void open();
+
+    std::string m_list;
+    bool m_isOpen = false;
+};
+
 /// Whether a line of this descriptor can be renewed in place and coloured: a terminal, and not a dumb one.
 [[nodiscard]] bool isScreen(int descriptor);
 

@@ -626,20 +626,7 @@ void addCaptionCommand(Word &root, Context &context)
         .required();
     decode.example("kivcs2 caption decode 9420 94ae c849");
 
-    Word &convert = word("convert", "SCC to MCC, or MCC to another version", captionConvert);
-    file(convert);
-    field(convert);
-    keepGoing(convert);
-    convert.option("target", arguments->target, "The MCC file to write, named *.mcc; - is standard output")
-        .required()
-        .isTarget();
-    convert.option("--mcc-version", arguments->mccVersion, {1, 2},
-                   "1 or 2; without it 1 from SCC, 2 from MCC");
-    convert.flag("--sparse", arguments->sparse, "Packets only on frames that have a pair");
-    convert.flag("--sdi", arguments->sdi, "Packets with a second service descriptor, language eng");
-    convert.flag("--fix-parity", arguments->fixParity,
-                 "Give every byte odd parity; without it pairs are kept");
-    convert.example("kivcs2 caption convert programme.scc converted.mcc --mcc-version 2");
+    addConvertWord(caption, context);
 
     Word &verify =
         word("verify", "Read an MCC file and check every packet (exit 1: something is wrong)", captionVerify);

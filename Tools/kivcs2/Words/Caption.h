@@ -2,6 +2,8 @@
 #ifndef KIV_TOOL_CAPTION_H
 #define KIV_TOOL_CAPTION_H
 
+#include "Words/Words.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -32,8 +34,10 @@ int captionInfo(const CaptionArguments &arguments);
 int captionShow(const CaptionArguments &arguments);
 int captionAt(const CaptionArguments &arguments);
 int captionDecode(const CaptionArguments &arguments);
-int captionConvert(const CaptionArguments &arguments);
 int captionVerify(const CaptionArguments &arguments);
+
+/// Words of their own files.
+void addConvertWord(Word &caption, Context &context);
 
 } // namespace tool
 

@@ -10,6 +10,7 @@
 #include <cctype>
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 namespace tool
@@ -426,8 +427,6 @@ Check againstMCC(const CaptionArguments &arguments, uint32_t digest)
                                    : "other packets than the source's " + std::to_string(packets)};
 }
 
-} // namespace
-
 int captionConvert(const CaptionArguments &arguments)
 {
     CaptionReader reader{arguments.file, arguments.rate, tellBadLines(arguments.file, arguments.keepGoing)};
@@ -436,6 +435,8 @@ int captionConvert(const CaptionArguments &arguments)
     return reader.header().kind == CaptionFileKind::SCC ? convertSCC(arguments, reader)
                                                         : convertMCC(arguments, reader);
 }
+
+} // namespace
 
 int captionVerify(const CaptionArguments &arguments)
 {
@@ -480,6 +481,34 @@ int captionVerify(const CaptionArguments &arguments)
         checks.push_back(againstMCC(arguments, scan.digest));
     printChecks(checks, arguments);
     return allOk(checks) ? kExitYes : kExitNo;
+}
+
+void addConvertWord(Word &caption, Context &context)
+{
+    const auto arguments = std::make_shared<CaptionArguments>();
+    Word &convert = caption.word("convert", "SCC to MCC, or MCC to another version");
+    convert.option("file", arguments->file, "An SCC or MCC file; - is standard input").required().isFile();
+    convert.option("--rate", arguments->rate, "Count at this rate, whatever the file says")
+        .suggests("rates", rateNames);
+    convert.option("--field", arguments->field, {1, 2},
+                   "The field that an SCC file's pairs belong to: 1 or 2");
+    convert.flag("--keep-going", arguments->keepGoing, "Tell malformed lines and go on behind them");
+    convert.option("target", arguments->target, "The MCC file to write, named *.mcc; - is standard output")
+        .required()
+        .isTarget();
+    convert.option("--mcc-version", arguments->mccVersion, {1, 2},
+                   "1 or 2; without it 1 from SCC, 2 from MCC");
+    convert.flag("--sparse", arguments->sparse, "Packets only on frames that have a pair");
+    convert.flag("--sdi", arguments->sdi, "Packets with a second service descriptor, language eng");
+    convert.flag("--fix-parity", arguments->fixParity,
+                 "Give every byte odd parity; without it pairs are kept");
+    convert.example("kivcs2 caption convert programme.scc converted.mcc --mcc-version 2");
+    convert.runs(
+        [&context, arguments]
+        {
+            arguments->json = context.json;
+            return captionConvert(*arguments);
+        });
 }
 
 } // namespace tool
