@@ -1,4 +1,6 @@
 // kivcs2 cdp: parse, build and find caption distribution packets.
+#include "Captions/OpenCaptions.h"
+#include "Captions/Services.h"
 #include "Counting.h"
 #include "Failure.h"
 #include "Files/Files.h"
@@ -109,22 +111,6 @@ Pair pairOf(const std::string &word)
 }
 
 // ---- What is in a packet ----
-
-std::string serviceName(KIVCS2CaptionService service)
-{
-    if (service <= KIVCS2CaptionService_S63)
-        return "S" + std::to_string(service);
-    return (service < KIVCS2CaptionService_T1 ? "CC" : "T") + std::to_string(service & 0xFu);
-}
-
-/// The library's number of a counting: both sides name it alike.
-KIVCS2CaptionCounting captionCounting(const Counting &counting)
-{
-    KIVCS2CaptionCounting number = KIVCS2CaptionCounting_23_98;
-    while (number < KIVCS2CaptionCounting_MAX && kivCS2CaptionCounting_name(number) != counting.name)
-        ++number;
-    return number;
-}
 
 /// A packet with what is read from it more than once.
 struct Content
@@ -441,7 +427,10 @@ public:
         }
         std::string result;
         for (const KIVCS2CaptionFault fault : content.faults())
-            result += (result.empty() ? "" : ", ") + std::string{kivCS2CaptionFile_getFaultName(fault)};
+        {
+            result += result.empty() ? "" : ", ";
+            result += kivCS2CaptionFile_getFaultName(fault);
+        }
         m_table.add({std::to_string(offset), std::to_string(content.cdp().size()),
                      std::string{cdpRateName(content.packet.m_rateCode)},
                      std::to_string(content.packet.m_sequence), std::to_string(content.packet.m_tripletCount),
