@@ -33,7 +33,7 @@ public:
         if (m_way.kind == KIVCS2CaptionFileKind_MCC1 &&
             (packet.m_flags & KIVCS2CaptionPacketFlag_HasField) != 0)
             throw Failure(KIVCS2STATUS_FORMAT_ERR, Where{m_source.name(), packet.m_line},
-                          "a field suffix, which version 1 cannot hold");
+                          "a field suffix, which version 1 cannot hold; --to mcc2 keeps it");
         m_target.write(packet);
     }
     void take(const KIVCS2CaptionText & /*text*/) override {}

@@ -177,10 +177,16 @@ public:
     }
 
     /// The header is read: a repair says what it changes.
-    void begin(bool isRepair, bool isSCC)
+    void begin(bool isRepair, KIVCS2CaptionFileKind from)
     {
+        constexpr uint64_t kSuffix = uint64_t{1} << KIVCS2CaptionFault_Suffix;
         m_isBegun = true;
-        m_changed = !isRepair ? 0 : isSCC ? kMended | kLeftOut | kPlaced : kMended | kLeftOut;
+        if (isRepair)
+            m_changed = kMended | kLeftOut;
+        if (isRepair && from == KIVCS2CaptionFileKind_SCC)
+            m_changed |= kPlaced;
+        if (from == KIVCS2CaptionFileKind_MCC1) // where it is a fault that there is one
+            m_changed &= ~kSuffix;
         for (const KIVCS2CaptionFileFault &fault : m_early)
             tell(fault);
         m_early = {};
@@ -340,7 +346,7 @@ private:
     {
         ConversionWay way = wayFor(m_arguments, m_source);
         m_notes.begin(m_source.isSCC() ? way.kind == KIVCS2CaptionFileKind_SCC : isMCC(way.kind),
-                      m_source.isSCC());
+                      m_source.header().m_kind);
         return way;
     }
 
