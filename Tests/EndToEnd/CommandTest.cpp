@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
 
 namespace
 {
@@ -127,7 +128,9 @@ TEST_F(Command, AnswersSmallQuestions)
         {{"caption", "info", "/nowhere.scc"}, 4, "", "kivcs2: /nowhere.scc: No such file or directory\n"},
         {{"caption", "info", "/tmp"}, 4, "", "Is a directory"},
         {{"crc", "/nowhere"}, 4, "", "No such file"},
-        {{"cdp", "parse", "--hex", "96694B"}, 3, "", "no caption distribution packet"},
+        {{"cdp", "parse", "--hex", "96694B"}, 3, "", "not a CDP (KIVCS2STATUS_FORMAT_ERR"},
+        {{"cdp", "parse", "--hex", "41040201034B"}, 3, "", "another kind, without captions"},
+        {{"cdp", "build", "--field1", "942"}, 3, "", "not a pair of four hexadecimal digits"},
         {{"caption", "info", "/no\nwhere.scc"}, 4, "", "/no\\x0awhere.scc: No such file"},
         {{"caption", "info", "/\xc2\x9b\xc3\xa9\xff.scc"},
          4,
@@ -205,9 +208,18 @@ TEST_F(Command, ConvertsVerifiesAndShowsTheExample)
 {
     const std::string target = path("captions.mcc").string();
     const Json report = json({"caption", "convert", KIV_EXAMPLE_SCC, target});
-    EXPECT_EQ(report["in"], (Json{{"lines", 11}, {"pairs", 163}, {"captions", 7}}));
-    EXPECT_EQ(report["out"],
-              (Json{{"packets", 1920}, {"pairs", 163}, {"captions", 7}, {"emptyPackets", 1757}}));
+    EXPECT_EQ(report["in"], (Json{{"kind", "SCC"},
+                                  {"lines", 11},
+                                  {"emptyPairs", 0},
+                                  {"pairs", 163},
+                                  {"captions", 7},
+                                  {"services", {{"CC1", 7}}}}));
+    EXPECT_EQ(report["out"], (Json{{"kind", "MCC 1"},
+                                   {"version", 1},
+                                   {"packets", 1920},
+                                   {"pairs", 163},
+                                   {"captions", 7},
+                                   {"emptyPackets", 1757}}));
     EXPECT_EQ(run({"caption", "verify", target, "--against", KIV_EXAMPLE_SCC}).code, 0);
 
     // What a viewer sees is the same before and after.
@@ -230,7 +242,7 @@ TEST_F(Command, ConvertsVerifiesAndShowsTheExample)
 
     // Version 1 to 2 keeps every packet and the header's texts.
     const std::string second = path("second.mcc").string();
-    EXPECT_EQ(json({"caption", "convert", target, second})["out"]["version"], 2);
+    EXPECT_EQ(json({"caption", "convert", target, second, "--to", "mcc2"})["out"]["version"], 2);
     EXPECT_EQ(run({"caption", "verify", second, "--against", target}).code, 0);
     EXPECT_EQ(json({"caption", "info", second})["version"], 2);
     EXPECT_EQ(json({"caption", "info", second})["uuid"], json({"caption", "info", target})["uuid"]);
@@ -265,7 +277,7 @@ TEST_F(Command, WorksThroughStandardInputAndOutput)
     const Result mcc = run({"caption", "convert", "-", "-"}, source);
     ASSERT_EQ(mcc.code, 0) << mcc.err;
     EXPECT_THAT(mcc.out, StartsWith("File Format=MacCaption_MCC V1.0\n"));
-    EXPECT_THAT(mcc.err, HasSubstr("Out       1920 packets, 163 pairs, 7 captions"));
+    EXPECT_THAT(mcc.err, HasSubstr("Out       MCC 1: 1920 packets, 163 pairs, 7 captions"));
     const Result forPrograms = run({"caption", "convert", "-", "-", "--json"}, source);
     EXPECT_EQ(parseJson(forPrograms.err)["out"]["packets"], 1920);
     EXPECT_EQ(run({"caption", "verify", "-", "--against", KIV_EXAMPLE_SCC}, mcc.out).code, 0);
@@ -349,49 +361,55 @@ TEST_F(Command, CountsAsTheFileSays)
     }
 }
 
-TEST_F(Command, NamesTheLineThatIsWrong)
+// What is lost is told with its place, and nothing is written unless the rest is asked for.
+TEST_F(Command, NamesWhatIsLost)
 {
+    const std::string mcc = "File Format=MacCaption_MCC V1.0\n\nTime Code Rate=25\n\n";
+    const std::string good = "00:00:09;00\tc1c2\n";
     struct Row
     {
         std::string lines;
         const char *where;
         const char *what;
+        int lines_, pairs_, parts_; ///< lost; -1: nothing is left to write
     };
     const std::vector<Row> rows = {
-        {kSCC + "00:00:01;00\tc1c2\n\n00:01:00;00\tc1c2\n",
-         ":5: ", "names no frame of the counting in use (KIVCS2STATUS_INVALID_TIMECODE_ERR 0x80000030)"},
-        {kSCC + "00:00:01;00\tc1c2,4343\n",
-         ":3: ", "\",\" in column 17 stands for nothing (KIVCS2STATUS_CAPTION_ERR 0x8000000b)"},
-        {kSCC + "00:00:01;00 c1c2\n", ":3: ", "a space where the tab"},
-        {kSCC + "00:00:01;00\tc1c2 4\n", ":3: ", "5 hexadecimal digits are no whole byte pairs"},
-        {kSCC + "00:00:01;00\tc1c2 43\n", ":3: ", "6 hexadecimal digits are no whole byte pairs"},
-        {kSCC + "00:00:01;00\t" + pairs(300) + "x\n", ":3: ", "stands for nothing"},
-        {kSCC + "\r\n\r\nnothing here\n", ":5: ", "no caption line"},
-        {kSCC, ": ", "holds no captions"},
-        {"", ": ", "KIVCS2STATUS_HEADER_ERR"},
-        {"Scenarist_SCC V2.0\n", ":1: ", "neither SCC nor MCC"},
-        {"\xFF\xFES\0c\0", ": ", "UTF-16"},
-        {std::string(300000, 'x'), ":1: ", "a line of more than"},
-        {"File Format=MacCaption_MCC V1.0\n\nTime Code Rate=48\n", ":3: ", "KIVCS2STATUS_FRAME_RATE_ERR"},
-        {"File Format=MacCaption_MCC V1.0\n\n00:00:01:00\tT5252\n", ": ", "no \"Time Code Rate=\""},
-        {"File Format=MacCaption_MCC V1.0\nTime Code Rate=25\n00:00:01:00\tT525\n", ":3: ", "no whole bytes"},
+        {kSCC + "00:61:00;00\tc1c2\n" + good, ":3: ", "no such time in column 1", 1, 0, 0},
+        {kSCC + "00:00:01;00\tc1c2,4343\n" + good, ":3: ", "unknown character in column 17, \",\"", 1, 0, 0},
+        {kSCC + "00:00:01;00\t\n" + good, ":3: ", "not a caption", 1, 0, 0},
+        {kSCC + "00:00:01;00\tc1c2 43 c1c2\n", ":3: ", "word length in column 18, \"43\"", 0, 1, 0},
+        {kSCC + "00:00:01;00\tc1c2 9420942f c1c2\n", ":3: ", "word of two tracks in column 18", 0, 0, 1},
+        {kSCC + "00:00:01;00\t" + pairs(300) + "x\n" + good, ":3: ", "unknown character", 1, 0, 0},
+        {kSCC + good + "nothing here\n", ":4: ", "not a caption in column 1, \"nothing here\"", 1, 0, 0},
+        {kSCC, ": ", "holds no captions", -1, 0, 0},
+        {"", ":1: ", "KIVCS2STATUS_HEADER_ERR", -1, 0, 0},
+        {"Scenarist_SCC V2.0\n", ":1: ", "not a caption file", -1, 0, 0},
+        {"\xFF\xFES\0c\0", ":1: ", "other encoding", -1, 0, 0},
+        {std::string(300000, 'x'), ":1: ", "not a caption file", -1, 0, 0},
+        {"File Format=MacCaption_MCC V1.0\n\n00:00:01:00\tT5252\n", ":3: ", "rate missing", -1, 0, 0},
+        {mcc + "00:00:01:00\tT5x2\n", ":5: ", "unknown character", -1, 0, 0},
     };
     for (const Row &row : rows)
     {
         SCOPED_TRACE(row.what);
         const std::string source = write("in.scc", row.lines);
-        const Result result = run({"caption", "convert", source, path("out.mcc").string()});
+        const std::string target = path("out.mcc").string();
+        const Result result = run({"caption", "convert", source, target});
         EXPECT_EQ(result.code, 3);
-        EXPECT_THAT(result.err, StartsWith("kivcs2: " + source + row.where));
+        EXPECT_THAT(result.err, HasSubstr("kivcs2: " + source + row.where));
         EXPECT_THAT(result.err, HasSubstr(row.what));
         EXPECT_THAT(files(), testing::ElementsAre("in.scc")); // no target, no half-written file
+        const Json rest =
+            json({"caption", "convert", source, target, "--keep-going"}, row.lines_ < 0 ? 3 : 0);
+        if (row.lines_ < 0)
+            continue;
+        EXPECT_EQ(rest["lost"], (Json{{"lines", row.lines_}, {"pairs", row.pairs_}, {"parts", row.parts_}}));
+        EXPECT_EQ(rest["faults"].at(0)["lost"], true);
+        EXPECT_EQ(run({"caption", "verify", target}).code, 0);
+        fs::remove(target);
     }
-    // --keep-going tells them and goes on.
-    const std::string source = write("in.scc", kSCC + "00:00:01;00\tc1c2,\n\n00:00:02;00\tc1c2\n");
-    const Result result = run({"caption", "convert", source, path("out.mcc").string(), "--keep-going"});
-    EXPECT_EQ(result.code, 0);
-    EXPECT_THAT(result.err, HasSubstr(source + ":3: "));
-    EXPECT_EQ(json({"caption", "info", source}, 3)["malformedLines"], 1);
+    const Json info = json({"caption", "info", write("in.scc", kSCC + "00:00:01;00\tc1c2,\n" + good)}, 3);
+    EXPECT_EQ(info["malformedLines"], 1);
 }
 
 // Some writers put blanks in front of their caption lines; such a file is read, and nothing is no success.
@@ -433,21 +451,136 @@ TEST_F(Command, ReadsIndentedPacketsAndNeverSucceedsOverNothing)
     EXPECT_FALSE(fs::exists(out));
 }
 
-TEST_F(Command, WritesNoOtherKindThanMCC)
+// From SCC to each kind, and back without a pair on another frame.
+TEST_F(Command, WritesEachKindAndReadsItBack)
 {
-    const std::string mcc = path("good.MCC").string();
-    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, mcc}).code, 0);
-    for (const std::string &source : {std::string{KIV_EXAMPLE_SCC}, mcc})
+    const auto convert = [&](const std::string &from, const std::string &name, const Words &options = {})
     {
-        for (const char *name : {"b.scc", "b.srt", "b", "b.mcc.txt", ".mcc"})
-        {
-            const Result result = run({"caption", "convert", source, path(name).string()});
-            EXPECT_EQ(result.code, 2) << name;
-            EXPECT_THAT(result.err, HasSubstr("only MCC files are written"));
-            EXPECT_FALSE(fs::exists(path(name)));
-        }
-        EXPECT_EQ(run({"caption", "convert", source, "/dev/null"}).code, 0); // a place has no kind
+        Words words{"caption", "convert", from, path(name).string()};
+        words.insert(words.end(), options.begin(), options.end());
+        return json(words);
+    };
+    const auto text = [&](const char *name)
+    {
+        return slurp(path(name));
+    };
+    const std::string mcc = path("a.MCC").string();
+    EXPECT_EQ(convert(KIV_EXAMPLE_SCC, "a.MCC")["out"]["kind"], "MCC 1");
+    EXPECT_EQ(convert(KIV_EXAMPLE_SCC, "a.scc")["out"]["pairs"], 163);
+    EXPECT_EQ(convert(mcc, "b.scc")["out"]["captions"], 7);
+    EXPECT_EQ(convert(path("b.scc").string(), "b.mcc")["out"]["packets"], 1920);
+    const auto packets = [](const std::string &file)
+    {
+        return file.substr(file.find("\n\n01:"));
+    };
+    EXPECT_TRUE(packets(text("b.mcc")) == packets(text("a.MCC")));
+    convert(mcc, "c.mcc");
+    EXPECT_TRUE(text("c.mcc") == text("a.MCC")); // there was nothing to repair
+    EXPECT_EQ(convert(mcc, "d", {"--to", "Mcc2"})["out"]["version"], 2);
+    EXPECT_EQ(convert(mcc, "e.srt")["out"]["captions"], 7);
+    EXPECT_THAT(text("e.srt"), HasSubstr("1\n01:00:00,897 --> 01:00:04,101\n"));
+    EXPECT_EQ(convert(mcc, "e.vtt", {"--time-zero", "01:00:00:00"})["service"], "CC1");
+    EXPECT_THAT(text("e.vtt"), StartsWith("WEBVTT\n\n00:00:00.901 --> 00:00:04.104"));
+    EXPECT_EQ(run({"caption", "convert", mcc, "/dev/null"}).code, 0); // a place has no kind
+    for (const Words &words : std::vector<Words>{{"b"},
+                                                 {"b.mcc.txt"},
+                                                 {".mcc"},
+                                                 {"x.scc", "--mcc-version", "1"},
+                                                 {"x.mcc", "--service", "CC1"},
+                                                 {"x.srt", "--service", "CC1,CC2"},
+                                                 {"x.mcc", "--sparse"},
+                                                 {"x.mcc", "--fix-parity"}})
+    {
+        Words all{"caption", "convert", mcc, path(words[0]).string()};
+        all.insert(all.end(), words.begin() + 1, words.end());
+        EXPECT_EQ(run(all).code, 2) << words[0];
+        EXPECT_FALSE(fs::exists(path(words[0])));
     }
+}
+
+// To the same kind everything comes out as the format wants it, and each change is told.
+TEST_F(Command, RepairsAFileAndSaysWhatItChanged)
+{
+    const std::string good = path("good.mcc").string();
+    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, good}).code, 0);
+    std::string mcc = slurp(good);
+    const auto edit = [&mcc](const std::string &from, const std::string &to)
+    {
+        mcc.replace(mcc.find(from), from.size(), to);
+    };
+    edit("UUID=", "Nobody=knows\nUUID=");
+    edit("\n01:00:00:00\tT52S", "\n01:00:00:00  t52s");
+    edit("\n01:00:00:01\t", "\n01:00:00.01\t");
+    const std::string scc = "\xEF\xBB\xBF\nscenarist_scc v1.0\n 00:00:09.02  c1c2\n00:01:00;00\t4343\n"
+                            "00:00:01;00\tc1c2 4343\n";
+    struct Row
+    {
+        const char *kind;
+        std::string text;
+        std::vector<std::string> changes;
+        std::string made;
+    };
+    const std::vector<Row> rows = {
+        {"scc",
+         scc,
+         {"byte-order mark", "blanks before header", "header case", "back in time", "blanks before timecode",
+          "frame separator", "blanks before data", "dropped number"},
+         kSCC + "00:00:01;00\tc1c2 4343\n\n00:00:09;02\tc1c2\n\n00:01:00;02\t4343\n"},
+        {"mcc",
+         mcc,
+         {"unknown header line", "blanks before data", "lower case", "frame separator"},
+         slurp(good)},
+    };
+    for (const Row &row : rows)
+    {
+        const std::string source = write("in", row.text), target = path("out").string();
+        const Words words{"caption", "convert", source, target, "--to", row.kind};
+        const Result told = run(words);
+        EXPECT_EQ(told.code, 0);
+        std::multiset<std::string> changes;
+        const Json report = json(words);
+        for (const Json &fault : report["faults"])
+            if (!fault["changedTo"].is_null())
+                changes.insert(fault["name"].get<std::string>());
+        EXPECT_THAT(changes, testing::UnorderedElementsAreArray(row.changes));
+        for (const std::string &change : row.changes)
+            EXPECT_THAT(told.err, testing::ContainsRegex(":[0-9]+: changed: " + change));
+        EXPECT_TRUE(slurp(target) == row.made) << row.kind;
+    }
+}
+
+// A field keeps its number, SCC takes one of two, and SRT one service; what is left out is told.
+TEST_F(Command, KeepsTheFieldAndTakesOneService)
+{
+    const std::string one = write("one.scc", kSCC + "00:00:01;00\t1520 c1c2 152f\n\n00:00:02;00\t152c\n");
+    const std::string two =
+        write("two.scc", kSCC + "00:00:01;00\t94201520 c1c24343 942f152f\n\n00:00:02;00\t942c152c\n");
+    const std::string mcc = path("x.mcc").string(), scc = path("x.scc").string(),
+                      srt = path("x.srt").string();
+    ASSERT_EQ(run({"caption", "convert", one, mcc}).code, 0);
+    EXPECT_EQ(json({"caption", "convert", mcc, srt})["service"], "CC3");
+    const Result none = run({"caption", "convert", mcc, scc}); // field 1
+    EXPECT_EQ(none.code, 3);
+    EXPECT_THAT(none.err, HasSubstr("--field 2 takes the other"));
+    EXPECT_FALSE(fs::exists(scc));
+    EXPECT_EQ(run({"caption", "convert", mcc, scc, "--field", "2"}).code, 0);
+    EXPECT_EQ(slurp(scc), slurp(one));
+
+    ASSERT_EQ(run({"caption", "convert", two, mcc, "--both-tracks"}).code, 0);
+    const Json first = json({"caption", "convert", mcc, scc});
+    EXPECT_EQ(first["out"]["pairs"], 4);
+    EXPECT_EQ(first["leftOut"]["pairs"], 4);
+    EXPECT_EQ(first["leftOut"]["captions"], (Json{{"CC3", 1}}));
+    EXPECT_THAT(slurp(scc), HasSubstr("9420 c1c2 942f"));
+    const Json cues = json({"caption", "convert", mcc, srt});
+    EXPECT_EQ(cues["service"], "CC1");
+    EXPECT_EQ(cues["leftOut"]["captions"], (Json{{"CC3", 1}}));
+    EXPECT_THAT(run({"caption", "convert", mcc, srt, "--service", "cc2"}).err,
+                HasSubstr("CC1 1, CC3 1 captions"));
+    const std::string pal = write("pal.scc", kSCC + "00:00:01:00\t9420\n");
+    const Result rate = run({"caption", "convert", pal, scc, "--rate", "25"});
+    EXPECT_EQ(rate.code, 5);
+    EXPECT_THAT(rate.err, HasSubstr("SCC is written at 29.97 only"));
 }
 
 TEST_F(Command, VerifyFindsWhatIsWrong)
@@ -708,7 +841,7 @@ TEST_F(Command, BuildsParsesAndFindsPackets)
     EXPECT_THAT(parsed.out, HasSubstr("resume caption loading"));
     std::string damaged = built.out;
     damaged[20] = damaged[20] == '0' ? '1' : '0';
-    EXPECT_EQ(run({"cdp", "parse", "-"}, damaged).code, 3);
+    EXPECT_EQ(json({"cdp", "parse", "--hex", damaged}, 3)["faults"].at(0)["fault"], "CDP checksum");
 
     for (const char *rate : {"23.98", "24", "25", "29.97", "30", "50", "59.94", "60"})
     {
@@ -726,6 +859,20 @@ TEST_F(Command, BuildsParsesAndFindsPackets)
     packet += static_cast<char>(sum);
     const std::string capture = write("capture", "?" + packet + packet);
     EXPECT_EQ(json({"cdp", "find", capture, "--in", "291m"}).size(), 2u);
+    EXPECT_EQ(run({"cdp", "parse", write("anc", packet)}).code, 0);
+    // As words of 10 bits behind the flag; the second one is cut.
+    std::string words;
+    for (const std::string &part : {packet, packet.substr(0, 60)})
+    {
+        words += std::string{"\0\0\3\xFF\3\xFF", 6};
+        for (const char byte : part)
+            words += std::string{'\1', byte};
+    }
+    const std::string cut = write("words", words);
+    const Result found = run({"cdp", "find", cut, "--in", "291m", "--words", "10bit-adf"});
+    EXPECT_EQ(found.code, 3);
+    EXPECT_THAT(found.err, HasSubstr("section cut: 1 packet, first at byte 178 (KIVCS2STATUS_FORMAT_ERR"));
+    EXPECT_EQ(run({"cdp", "find", cut, "--in", "291m", "--words", "8bit-adf"}).code, 1);
     // Wrapped, on line 9, after a line that is not looked at.
     const auto header = [](char line, char coding, char size)
     {

@@ -145,6 +145,11 @@ TEST(CaptionWriterSCC, TextIsAsTheFormatHasIt)
     reading.all();
     EXPECT_EQ(copyOf(reading, KIVCS2CaptionFileKind_SCC),
               "Scenarist_SCC V1.0\n\n00:00:10;00\t9420 9420\n\n00:00:12;00\t94ae 8080 942f\n");
+    // A peer that times captions by their lines finds both.
+    Reading captions{"Scenarist_SCC V1.0\n\n00:00:10;00\t9420 c1c2 942f 942f 9420 c1c2 8080 942f\n"};
+    captions.all();
+    EXPECT_EQ(copyOf(captions, KIVCS2CaptionFileKind_SCC),
+              "Scenarist_SCC V1.0\n\n00:00:10;00\t9420 c1c2 942f 942f\n\n00:00:10;04\t9420 c1c2 8080 942f\n");
 }
 
 // One caption of two rows at the top left, the second yellow and in italics.

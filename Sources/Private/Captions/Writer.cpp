@@ -33,6 +33,12 @@ std::string_view textOf(const char (&text)[KIVCS2_CAPTION_HEADER_SIZE])
     return {text, strnlen(text, sizeof text)};
 }
 
+// End of caption, in either channel and field.
+bool isEndOfCaption(const uint8_t *pair)
+{
+    return (pair[0] & 0x76) == 0x14 && (pair[1] & 0x7F) == 0x2F;
+}
+
 bool hasLineEnd(std::string_view text)
 {
     return text.find_first_of("\r\n") != std::string_view::npos;
@@ -219,7 +225,9 @@ void Writer::putPair(uint32_t frame, const uint8_t *pair)
         m_emptyPairs += follows ? 1 : 0;
         return;
     }
-    if (!follows || m_emptyPairs > kEmptyPairsMost)
+    // One caption a line: peers give every caption the time of its line.
+    const bool isEnd = isEndOfCaption(pair);
+    if (!follows || m_emptyPairs > kEmptyPairsMost || (m_captionEnded && !isEnd))
     {
         m_out.put(m_lineOpen ? "\n\n" : "\n");
         putTimecode(frame);
@@ -234,6 +242,7 @@ void Writer::putPair(uint32_t frame, const uint8_t *pair)
         m_out.put("8080 ");
     m_out.putHex(pair[0], false);
     m_out.putHex(pair[1], false);
+    m_captionEnded = isEnd;
     ++m_nextFrame;
 }
 

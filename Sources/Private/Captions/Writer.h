@@ -53,7 +53,8 @@ private:
     bool m_hasFrame = false; // a frame was written: m_lastFrame
     uint32_t m_lastFrame = 0;
 
-    bool m_lineOpen = false; // SCC
+    bool m_lineOpen = false;     // SCC
+    bool m_captionEnded = false; // with the pair before
     uint32_t m_nextFrame = 0, m_emptyPairs = 0;
     uint64_t m_cues = 0;
 };

@@ -1,10 +1,16 @@
 // kivcs2 cdp: parse, build and find caption distribution packets.
-#include "Captions/CaptionFile.h"
-#include "Captions/CaptionPacket.h"
+#include "Captions/OpenCaptions.h"
+#include "Captions/Services.h"
+#include "Counting.h"
 #include "Failure.h"
 #include "Files/Files.h"
 #include "Terminal/Output.h"
 #include "Words/Words.h"
+
+#include <KIVCoreServices2/KIVCS2CaptionDecoder.h>
+#include <KIVCoreServices2/KIVCS2CaptionFile.h>
+#include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
+#include <KIVCoreServices2/KIVCS2MemoryStream.h>
 
 #include <algorithm>
 #include <array>
@@ -15,6 +21,8 @@ namespace tool
 {
 namespace
 {
+
+using Pair = std::array<uint8_t, 2>;
 
 struct Arguments
 {
@@ -28,28 +36,29 @@ struct Arguments
     bool sdi = false, atom = false, binary = false;
 };
 
-struct WordFormat
+/// How the words of an ancillary packet stand in a capture: bytes, or 16-bit big-endian units of 10 bits.
+struct WordForm
 {
     std::string_view name;
-    KIVCS2CaptionANCFormat format;
-    uint32_t bytes; ///< of one word
-    uint32_t flagWords;
+    size_t bytes; ///< of one word
+    bool hasFlag; ///< the ancillary data flag, 000 3FF 3FF, stands in front of a packet
 };
 
-constexpr std::array<WordFormat, 4> kWordFormats = {{{"8bit-adf", KIVCS2CaptionANCFormat_8BitWithADF, 1, 3},
-                                                     {"8bit", KIVCS2CaptionANCFormat_8Bit, 1, 0},
-                                                     {"10bit-adf", KIVCS2CaptionANCFormat_10BitWithADF, 2, 3},
-                                                     {"10bit", KIVCS2CaptionANCFormat_10Bit, 2, 0}}};
+constexpr std::array<WordForm, 4> kWordForms = {
+    {{"8bit-adf", 1, true}, {"8bit", 1, false}, {"10bit-adf", 2, true}, {"10bit", 2, false}}};
 
 Names wordFormNames()
 {
     Names names;
-    for (const WordFormat &format : kWordFormats)
-        names.emplace_back(format.name);
+    for (const WordForm &form : kWordForms)
+        names.emplace_back(form.name);
     return names;
 }
 
 constexpr size_t kAtom = KIVCS2_CAPTION_ATOM_SIZE;
+constexpr size_t kHead = 3; // DID, SDID and data count in front of the user data
+
+// ---- Hexadecimal text ----
 
 int hexDigit(uint8_t character)
 {
@@ -59,23 +68,19 @@ int hexDigit(uint8_t character)
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
-std::vector<uint8_t> fromHex(std::span<const uint8_t> text, const std::string &name)
+std::vector<uint8_t> fromHex(std::string_view text, const std::string &name)
 {
     std::vector<uint8_t> bytes;
     int high = -1;
-    size_t at = 0;
-    if (text.size() >= 2 && text[0] == '0' && (text[1] | 0x20u) == 'x')
-        at = 2;
-    for (; at < text.size(); ++at)
+    for (size_t at = text.starts_with("0x") || text.starts_with("0X") ? 2 : 0; at < text.size(); ++at)
     {
-        if (std::strchr(" \t\r\n", text[at]) != nullptr && text[at] != 0)
+        if (std::string_view{" \t\r\n"}.find(text[at]) != std::string_view::npos)
             continue;
-        const int digit = hexDigit(text[at]);
+        const int digit = hexDigit(static_cast<uint8_t>(text[at]));
         if (digit < 0)
             throw Failure(kExitMalformed, Where{name},
-                          "neither a packet nor hexadecimal text: \"" +
-                              visible({reinterpret_cast<const char *>(&text[at]), 1}) + "\" at byte " +
-                              std::to_string(at));
+                          "neither a packet nor hexadecimal text: \"" + visible(text.substr(at, 1)) +
+                              "\" at byte " + std::to_string(at));
         if (high < 0)
             high = digit;
         else
@@ -89,6 +94,217 @@ std::vector<uint8_t> fromHex(std::span<const uint8_t> text, const std::string &n
     return bytes;
 }
 
+std::string hexOf(std::span<const uint8_t> bytes, const char *digits = "%02X")
+{
+    std::string text;
+    for (const uint8_t byte : bytes)
+        text += print(digits, byte); // NOLINT(clang-diagnostic-format-nonliteral)
+    return text;
+}
+
+Pair pairOf(const std::string &word)
+{
+    const std::vector<uint8_t> bytes = word.size() == 4 ? fromHex(word, "pair") : std::vector<uint8_t>{};
+    if (bytes.size() != 2)
+        throw Failure(kExitMalformed, "\"" + word + "\" is not a pair of four hexadecimal digits");
+    return {bytes[0], bytes[1]};
+}
+
+// ---- What is in a packet ----
+
+/// A packet with what is read from it more than once.
+struct Content
+{
+    KIVCS2CaptionPacket packet{};
+    KIVCS2CaptionPairs pairs{};
+    KIVCS2CaptionDTVCC dtvcc{};
+
+    explicit Content(std::span<const uint8_t> bytes)
+    {
+        check(kivCS2CaptionPacket_parse(&packet, bytes.data(), static_cast<uint32_t>(bytes.size())),
+              "the packet");
+        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is an answer too
+        (void)kivCS2CaptionPacket_getDTVCC(&packet, &dtvcc);
+    }
+
+    [[nodiscard]] bool isCDP() const
+    {
+        return (packet.m_flags & KIVCS2CaptionPacketFlag_CDP) != 0;
+    }
+    /// The user data, as many as are there.
+    [[nodiscard]] std::span<const uint8_t> cdp() const
+    {
+        if (packet.m_size < kHead)
+            return {};
+        return {packet.m_anc + kHead, std::min<size_t>(packet.m_anc[2], packet.m_size - kHead)};
+    }
+    [[nodiscard]] std::span<const uint8_t[2]> field(size_t field) const
+    {
+        return {pairs.m_pairs[field], pairs.m_count[field]};
+    }
+    [[nodiscard]] std::span<const uint8_t> bytes708() const
+    {
+        return {dtvcc.m_bytes, dtvcc.m_count};
+    }
+    [[nodiscard]] std::span<const KIVCS2CaptionServiceEntry> services() const
+    {
+        return {packet.m_services, packet.m_serviceCount};
+    }
+    [[nodiscard]] std::vector<KIVCS2CaptionFault> faults() const
+    {
+        std::vector<KIVCS2CaptionFault> list;
+        for (KIVCS2CaptionFault fault = 1; fault < KIVCS2CaptionFault_MAX; ++fault)
+            if ((packet.m_faults >> fault & 1u) != 0)
+                list.push_back(fault);
+        return list;
+    }
+};
+
+std::string describe(const uint8_t (&pair)[2])
+{
+    char text[KIVCS2_CAPTION_DESCRIPTION_SIZE] = "";
+    (void)kivCS2CaptionDecoder_describePair(pair[0], pair[1], text); // leaves it empty for an empty pair
+    return text[0] == '\0' ? "empty" : text;
+}
+
+Json toJson(const Content &content)
+{
+    const KIVCS2CaptionPacket &packet = content.packet;
+    const auto pairs = [&content](size_t field)
+    {
+        Json list = Json::array();
+        for (const auto &pair : content.field(field))
+            list.push_back({{"pair", hexOf(pair, "%02x")}, {"words", describe(pair)}});
+        return list;
+    };
+    Json services = Json::array();
+    for (const KIVCS2CaptionServiceEntry &entry : content.services())
+        services.push_back({{"service", serviceName(entry.m_service)},
+                            {"language", entry.m_language},
+                            {"easyReader", entry.m_easyReader != 0},
+                            {"wide", entry.m_wide != 0}});
+    Json starts = Json::array();
+    for (uint32_t byte = 0; byte < content.dtvcc.m_count; byte += 2)
+        if ((content.dtvcc.m_starts >> byte / 2 & 1u) != 0)
+            starts.push_back(byte);
+    Json faults = Json::array();
+    for (const KIVCS2CaptionFault fault : content.faults())
+        faults.push_back({{"fault", kivCS2CaptionFile_getFaultName(fault)},
+                          {"status", statusText(kivCS2CaptionFile_getFaultStatus(fault))}});
+    const bool hasTime = (packet.m_flags & KIVCS2CaptionPacketFlag_HasTimeCode) != 0;
+    return {{"bytes", content.cdp().size()},
+            {"did", packet.m_did},
+            {"sdid", packet.m_sdid},
+            {"frameRateCode", packet.m_rateCode},
+            {"framesPerSecond", cdpRateName(packet.m_rateCode)},
+            {"sequence", packet.m_sequence},
+            {"triplets", packet.m_tripletCount},
+            {"timeCode", hasTime ? Json(hexOf(packet.m_timeCode)) : Json()},
+            {"field1", pairs(0)},
+            {"field2", pairs(1)},
+            {"cea708", {{"hex", hexOf(content.bytes708())}, {"packetStarts", starts}}},
+            {"services", services},
+            {"faults", faults}};
+}
+
+std::string pairsText(std::span<const uint8_t[2]> list)
+{
+    std::string text;
+    for (const auto &pair : list)
+        text += (text.empty() ? "" : " ") + hexOf(pair, "%02x");
+    return text.empty() ? "none" : text;
+}
+
+std::string servicesText(const Content &content)
+{
+    std::string text;
+    for (const KIVCS2CaptionServiceEntry &entry : content.services())
+    {
+        text += (text.empty() ? "" : ", ") + serviceName(entry.m_service);
+        if (entry.m_language[0] != '\0')
+            text += std::string{" language "} + entry.m_language;
+        text += entry.m_easyReader != 0 ? " (easy reader)" : "";
+        text += entry.m_wide != 0 ? " (16:9)" : "";
+    }
+    return text.empty() ? "none" : text;
+}
+
+void printFacts(const Content &content)
+{
+    const KIVCS2CaptionPacket &packet = content.packet;
+    const std::span<const uint8_t> cdp = content.cdp();
+    const auto flag = [&](uint8_t bit, const char *name)
+    {
+        return (cdp[4] & bit) != 0 ? std::string{", "} + name : std::string{};
+    };
+    Facts facts;
+    facts.add("Header", print("%zu bytes, %s frames a second, sequence %u", cdp.size(),
+                              std::string{cdpRateName(packet.m_rateCode)}.c_str(), packet.m_sequence) +
+                            flag(0x80, "time code") + flag(0x40, "caption data") +
+                            flag(0x20, "service information") + flag(0x02, "caption service active"));
+    if ((packet.m_flags & KIVCS2CaptionPacketFlag_HasTimeCode) != 0)
+        facts.add("Time code", hexOf(packet.m_timeCode));
+    const unsigned line21 = content.pairs.m_count[0] + content.pairs.m_count[1];
+    const unsigned digital = content.dtvcc.m_count / 2;
+    facts.add("Triplets", print("%u: %u CEA-608, %u CEA-708, %u empty", packet.m_tripletCount, line21,
+                                digital, packet.m_tripletCount - line21 - digital));
+    if (digital > 0)
+        facts.add("CEA-708", hexOf(content.bytes708()));
+    facts.add("Services", servicesText(content));
+    facts.print();
+}
+
+void printPairs(const Content &content)
+{
+    Table table{">Field", "Pair", "Meaning"};
+    for (size_t field = 0; field < 2; ++field)
+    {
+        for (const auto &pair : content.field(field))
+            table.add({std::to_string(field + 1), hexOf(pair, "%02x"), describe(pair)});
+        if (content.field(field).empty())
+            table.add({std::to_string(field + 1), "none"});
+    }
+    table.print();
+}
+
+/// The causes that were met, each with its number and its first place.
+class Causes
+{
+public:
+    /// `where` is empty for the one packet there is.
+    void add(const Content &content, const std::string &where)
+    {
+        for (const KIVCS2CaptionFault fault : content.faults())
+            if (m_causes[fault].count++ == 0)
+                m_causes[fault].first = where;
+    }
+
+    /// One line a cause on standard error.
+    void tell(const std::string &name) const
+    {
+        for (KIVCS2CaptionFault fault = 1; fault < KIVCS2CaptionFault_MAX; ++fault)
+        {
+            const Cause &cause = m_causes[fault];
+            if (cause.count == 0)
+                continue;
+            const std::string places =
+                cause.first.empty() ? "" : ": " + count(cause.count, "packet") + ", first " + cause.first;
+            note(name + ": " + kivCS2CaptionFile_getFaultName(fault) + places + " (" +
+                 statusText(kivCS2CaptionFile_getFaultStatus(fault)) + ")");
+        }
+    }
+
+private:
+    struct Cause
+    {
+        uint64_t count = 0;
+        std::string first;
+    };
+    std::array<Cause, KIVCS2CaptionFault_MAX> m_causes;
+};
+
+// ---- parse ----
+
 bool hasAtom(std::span<const uint8_t> bytes)
 {
     return bytes.size() >= kAtom && std::memcmp(bytes.data() + 4, "ccdp", 4) == 0;
@@ -96,193 +312,82 @@ bool hasAtom(std::span<const uint8_t> bytes)
 
 bool beginsPacket(std::span<const uint8_t> bytes)
 {
-    return hasAtom(bytes) || (bytes.size() >= 2 && bytes[0] == 0x96 && bytes[1] == 0x69);
+    return hasAtom(bytes) || (bytes.size() >= 2 && ((bytes[0] == 0x96 && bytes[1] == 0x69) ||
+                                                    (bytes[0] == 0x61 && bytes[1] == 0x01)));
 }
 
-std::string hexOf(std::span<const uint8_t> bytes)
+std::vector<uint8_t> packetBytes(const Arguments &arguments, const std::string &name)
 {
-    std::string text;
-    for (const uint8_t byte : bytes)
-        text += print("%02X", byte);
-    return text;
-}
-
-Json toJson(const PacketFacts &facts)
-{
-    const auto pairs = [&facts](size_t field)
-    {
-        Json list = Json::array();
-        for (const Pair pair : facts.pairs[field].all())
-            list.push_back({{"pair", hex(pair)}, {"words", describe(pair)}, {"text", textOf(pair)}});
-        return list;
-    };
-    return {{"bytes", facts.size},
-            {"frameRateCode", facts.rateCode},
-            {"framesPerSecond", cdpRateName(facts.rateCode)},
-            {"sequence", facts.sequence},
-            {"triplets", facts.triplets},
-            {"field1", pairs(0)},
-            {"field2", pairs(1)},
-            {"faults", facts.faults}};
-}
-
-std::string pairsText(const PairList &list)
-{
-    std::string text;
-    for (const Pair pair : list.all())
-        text += (text.empty() ? "" : " ") + hex(pair);
-    return text.empty() ? "none" : text;
-}
-
-// A section that stands at `at`: the row's name and content, and where the next one begins; 0 when none can follow.
-struct SectionRow
-{
-    const char *name;
-    std::string content;
-    size_t next;
-};
-
-SectionRow captionSection(std::span<const uint8_t> cdp, size_t at)
-{
-    const size_t triplets = cdp[at + 1] & 0x1Fu;
-    size_t valid608 = 0, valid708 = 0, empty = 0;
-    size_t next = at + 2;
-    for (size_t index = 0; index < triplets && next + 3 <= cdp.size(); ++index, next += 3)
-    {
-        const bool valid = (cdp[next] & 4u) != 0;
-        (!valid ? empty : (cdp[next] & 3u) < 2 ? valid608 : valid708) += 1;
-    }
-    return {"cc_data",
-            print("%zu triplets: %zu CEA-608, %zu CEA-708, %zu empty", triplets, valid608, valid708, empty),
-            next};
-}
-
-SectionRow serviceSection(std::span<const uint8_t> cdp, size_t at)
-{
-    const size_t services = cdp[at + 1] & 0x0Fu;
-    std::string text = count(services, "service");
-    for (size_t index = 0; index < services && at + 2 + index * 7 + 7 <= cdp.size(); ++index)
-    {
-        const auto service = cdp.subspan(at + 2 + index * 7, 7);
-        std::string language;
-        for (const uint8_t character : service.subspan(1, 3))
-            language += character > ' ' && character < 0x7F ? static_cast<char>(character) : ' ';
-        text += (service[4] & 0x80u) != 0 ? ", CEA-708" : ", line 21";
-        if (language != "   ")
-            text += " language " + language;
-    }
-    return {"services", text, at + 2 + services * 7};
-}
-
-SectionRow sectionAt(std::span<const uint8_t> cdp, size_t at)
-{
-    const uint8_t id = cdp[at];
-    if (id == 0x71 && at + 5 <= cdp.size())
-        return {"time code", hexOf(cdp.subspan(at + 1, 4)), at + 5};
-    if (id == 0x72)
-        return captionSection(cdp, at);
-    if (id == 0x73)
-        return serviceSection(cdp, at);
-    if (id == 0x74 && at + 4 <= cdp.size())
-        return {"footer", print("sequence %u, checksum %02X", cdp[at + 1] << 8 | cdp[at + 2], cdp[at + 3]),
-                at + 4};
-    return {"unknown", print("id %02X", id), 0};
-}
-
-// The sections one by one, as far as they are whole.
-void printSections(const PacketFacts &facts)
-{
-    const std::span<const uint8_t> whole{facts.bytes.data(), facts.size};
-    const auto cdp = whole.first(std::min<size_t>(whole[2], whole.size()));
-    Table table{">Offset", "Section", "Content"};
-    const auto flag = [&](uint8_t bit, const char *name)
-    {
-        return (whole[4] & bit) != 0 ? std::string{", "} + name : std::string{};
-    };
-    table.add({"0", "header",
-               print("%u bytes, %s frames a second, sequence %u", whole[2],
-                     std::string{cdpRateName(facts.rateCode)}.c_str(), facts.sequence) +
-                   flag(0x80, "time code") + flag(0x40, "caption data") + flag(0x20, "service information") +
-                   flag(0x02, "caption service active")});
-    for (size_t at = 7; at != 0 && at + 1 < cdp.size();)
-    {
-        const SectionRow row = sectionAt(cdp, at);
-        table.add({std::to_string(at), row.name, row.content});
-        at = row.next;
-    }
-    table.print();
-}
-
-void printPairs(const PacketFacts &facts)
-{
-    Table table{">Field", "Pair", "Meaning"};
-    for (size_t field = 0; field < 2; ++field)
-    {
-        for (const Pair pair : facts.pairs[field].all())
-            table.add({std::to_string(field + 1), hex(pair), describe(pair)});
-        if (facts.pairs[field].count == 0)
-            table.add({std::to_string(field + 1), "none"});
-    }
-    table.print();
+    if (!arguments.hexText.empty())
+        return fromHex(arguments.hexText, name);
+    std::vector<uint8_t> bytes = readWhole(arguments.file);
+    if (!beginsPacket(bytes))
+        bytes = fromHex({reinterpret_cast<const char *>(bytes.data()), bytes.size()}, name);
+    return bytes;
 }
 
 int parse(const Arguments &arguments, bool json)
 {
     const std::string name = arguments.hexText.empty() ? place(arguments.file, 0) : "--hex";
-    std::vector<uint8_t> bytes;
-    if (!arguments.hexText.empty())
-        bytes = fromHex(
-            {reinterpret_cast<const uint8_t *>(arguments.hexText.data()), arguments.hexText.size()}, name);
-    else
-    {
-        bytes = readWhole(arguments.file);
-        if (!beginsPacket(bytes))
-            bytes = fromHex(bytes, name);
-    }
-    std::span<const uint8_t> cdp{bytes};
-    const bool atom = hasAtom(cdp);
-    if (atom)
-        cdp = cdp.subspan(kAtom);
-    const PacketFacts facts = inspectCDP(cdp);
+    const std::vector<uint8_t> bytes = packetBytes(arguments, name);
+    const bool atom = hasAtom(bytes);
+    const Content content{std::span{bytes}.subspan(atom ? kAtom : 0)};
     if (json)
     {
-        Json value = toJson(facts);
+        Json value = toJson(content);
         value["atom"] = atom;
         out().json(value);
     }
-    else if (facts.isCDP)
+    else if (content.isCDP())
     {
-        printSections(facts);
+        printFacts(content);
         out().line("");
-        printPairs(facts);
+        printPairs(content);
     }
-    if (facts.faults.empty())
-        return kExitYes;
-    std::string text;
-    for (const std::string &fault : facts.faults)
-        text += (text.empty() ? "" : "; ") + fault;
-    throw Failure(kExitMalformed, Where{name}, text + " (" + statusText(KIVCS2STATUS_DATA_ERR) + ")");
+    Causes causes;
+    causes.add(content, {});
+    causes.tell(name);
+    if (!content.isCDP() && content.packet.m_faults == 0)
+        note(name + ": an ancillary packet of another kind, without captions");
+    return content.isCDP() && content.packet.m_faults == 0 ? kExitYes : kExitMalformed;
+}
+
+// ---- build ----
+
+KIVCS2CaptionPacket buildPacket(const Arguments &arguments)
+{
+    KIVCS2CaptionPairs pairs{};
+    pairs.m_count[0] = pairs.m_count[1] = 1;
+    std::ranges::copy(pairOf(arguments.field1), pairs.m_pairs[0][0]);
+    std::ranges::copy(pairOf(arguments.field2), pairs.m_pairs[1][0]);
+    constexpr std::array<KIVCS2CaptionServiceEntry, 2> kBoth = {
+        {{KIVCS2CaptionService_CC1, "", 0, 0, {}}, {KIVCS2CaptionService_S1, "eng", 0, 0, {}}}};
+    KIVCS2CaptionPacket packet;
+    check(kivCS2CaptionPacket_build(&packet, captionCounting(countingFor(arguments.rate, std::nullopt)),
+                                    static_cast<uint16_t>(arguments.sequence), &pairs, nullptr,
+                                    arguments.sdi ? kBoth.data() : nullptr, kBoth.size()),
+          "the packet");
+    return packet;
 }
 
 int build(const Arguments &arguments, bool json)
 {
-    const Counting &counting = countingFor(arguments.rate, std::nullopt);
-    const BuiltCDP cdp = buildCDP(parsePair(arguments.field1), parsePair(arguments.field2),
-                                  static_cast<uint16_t>(arguments.sequence), counting, arguments.sdi);
+    if (json && arguments.binary)
+        throw Failure(kExitUsage, "--binary writes bytes and --json writes JSON: give one of them");
+    const KIVCS2CaptionPacket packet = buildPacket(arguments);
+    const Content content{{packet.m_anc, packet.m_size}};
     const size_t before = arguments.atom ? kAtom : 0;
-    std::vector<uint8_t> bytes(before + cdp.size);
-    std::ranges::copy(cdp.span(), bytes.begin() + static_cast<std::ptrdiff_t>(before));
+    std::vector<uint8_t> bytes(before + content.cdp().size());
+    std::ranges::copy(content.cdp(), bytes.begin() + static_cast<std::ptrdiff_t>(before));
     if (arguments.atom)
     {
         uint8_t *at = bytes.data();
-        check(kivCS2ClosedCaptions_writeQuickTimeAtom(&at, static_cast<uint32_t>(kAtom + cdp.size)), "atom");
+        check(kivCS2ClosedCaptions_writeQuickTimeAtom(&at, static_cast<uint32_t>(bytes.size())), "atom");
     }
     std::string text = hexOf(bytes) + "\n";
     if (json)
     {
-        if (arguments.binary)
-            throw Failure(kExitUsage, "--binary writes bytes and --json writes JSON: give one of them");
-        Json value = toJson(inspectCDP(cdp.span()));
+        Json value = toJson(content);
         value["hex"] = hexOf(bytes);
         text = jsonText(value, 2) + "\n";
     }
@@ -290,8 +395,13 @@ int build(const Arguments &arguments, bool json)
     file.write(arguments.binary ? std::span<const uint8_t>{bytes}
                                 : std::span{reinterpret_cast<const uint8_t *>(text.data()), text.size()});
     file.commit();
+    Causes causes;
+    causes.add(content, {});
+    causes.tell("the pairs");
     return kExitYes;
 }
+
+// ---- find ----
 
 /// Prints the packets found, a row or an object each.
 class Findings
@@ -303,22 +413,29 @@ public:
             m_array.emplace();
     }
 
-    void add(size_t offset, std::span<const uint8_t> cdp)
+    void add(size_t offset, const Content &content)
     {
-        const PacketFacts facts = inspectCDP(cdp);
         ++m_found;
-        m_faulty += facts.faults.empty() ? 0 : 1;
+        m_faulty += content.packet.m_faults != 0 ? 1 : 0;
+        m_causes.add(content, "at byte " + std::to_string(offset));
         if (m_array)
         {
-            Json value = toJson(facts);
+            Json value = toJson(content);
             value["offset"] = offset;
             m_array->add(value);
             return;
         }
-        m_table.add({std::to_string(offset), std::to_string(cdp.size()),
-                     std::string{cdpRateName(facts.rateCode)}, std::to_string(facts.sequence),
-                     std::to_string(facts.triplets), pairsText(facts.pairs[0]), pairsText(facts.pairs[1]),
-                     facts.faults.empty() ? "ok" : facts.faults.front()});
+        std::string result;
+        for (const KIVCS2CaptionFault fault : content.faults())
+        {
+            result += result.empty() ? "" : ", ";
+            result += kivCS2CaptionFile_getFaultName(fault);
+        }
+        m_table.add({std::to_string(offset), std::to_string(content.cdp().size()),
+                     std::string{cdpRateName(content.packet.m_rateCode)},
+                     std::to_string(content.packet.m_sequence), std::to_string(content.packet.m_tripletCount),
+                     pairsText(content.field(0)), pairsText(content.field(1)),
+                     std::to_string(content.dtvcc.m_count), result.empty() ? "ok" : result});
     }
 
     int close(const std::string &name)
@@ -327,6 +444,7 @@ public:
             m_array->close();
         else if (m_found > 0)
             m_table.print();
+        m_causes.tell(name);
         if (m_found == 0)
             note(name + ": no caption distribution packet");
         return m_found == 0 ? kExitNo : m_faulty > 0 ? kExitMalformed : kExitYes;
@@ -334,48 +452,77 @@ public:
 
 private:
     std::optional<JsonArray> m_array;
-    Table m_table{">Offset", ">Bytes", ">Frames/s", ">Sequence", ">Triplets", "Field 1", "Field 2", "Result"};
+    Table m_table{">Offset", ">Bytes",  ">Frames/s",      ">Sequence", ">Triplets",
+                  "Field 1", "Field 2", ">CEA-708 bytes", "Result"};
+    Causes m_causes;
     uint64_t m_found = 0, m_faulty = 0;
 };
 
-// Packets one behind the other, with anything between them: where none is, the next word is tried.
-void findIn291M(std::vector<uint8_t> &bytes, const WordFormat &format, Findings &findings)
+/// The words of a capture; a word of 10 bits counts with its low 8.
+class CapturedWords
 {
-    if (bytes.empty())
-        return;
-    KIVCS2MemoryStream stream{};
-    check(kivCS2MemoryStream_initWithBytes(&stream, bytes.data(), bytes.size()), "packet stream");
-    const size_t wordBytes = format.bytes;
-    const size_t head = (format.flagWords + 3u) * wordBytes; // flag, DID, SDID, DC
-    Progress progress{"searching"};
-    for (size_t at = 0; at + head <= bytes.size();)
+public:
+    CapturedWords(std::span<const uint8_t> bytes, const WordForm &form) : m_bytes(bytes), m_form(form) {}
+
+    /// Words from byte `at` on, as many as are there and at most as many as a packet has.
+    [[nodiscard]] std::vector<uint8_t> from(size_t at) const
     {
-        // A look at DID and SDID first: most places hold no packet.
-        const size_t did = at + format.flagWords * wordBytes + (wordBytes - 1);
-        const size_t dc = did + 2 * wordBytes;
-        progress.at(at, bytes.size());
-        const size_t next = at + head + (static_cast<size_t>(bytes[dc]) + 1) * wordBytes;
-        if (bytes[did] != 0x61 || bytes[did + wordBytes] != 0x01 || next > bytes.size())
-        {
-            at += wordBytes;
-            continue;
-        }
-        std::array<uint8_t, 256> cdp{};
-        uint32_t size = cdp.size();
-        check(kivCS2Stream_setPosition(&stream.m_stream, static_cast<int64_t>(at), KIVCS2StreamPosition_Start,
-                                       nullptr),
-              "packet stream");
-        const KIVCS2Status status = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
-            &stream.m_stream, format.format, false, cdp.data(), &size);
-        if (KIVCS2_FAILED(status))
-        {
-            at += wordBytes;
-            continue;
-        }
-        findings.add(at, {cdp.data(), size});
-        at = next;
+        std::vector<uint8_t> words;
+        for (; words.size() < KIVCS2_CAPTION_ANC_SIZE && at + m_form.bytes <= m_bytes.size();
+             at += m_form.bytes)
+            words.push_back(m_bytes[at + m_form.bytes - 1]);
+        return words;
     }
-    (void)kivCS2MemoryStream_close(&stream.m_stream); // a view: there is nothing to lose
+
+    /// Whether a caption packet begins at byte `at`: DID 61, SDID 01, a count and the mark of a CDP.
+    [[nodiscard]] bool beginsPacket(size_t at) const
+    {
+        const auto is = [&](size_t word, uint8_t value)
+        {
+            const size_t byte = at + word * m_form.bytes + m_form.bytes - 1;
+            return byte < m_bytes.size() && m_bytes[byte] == value;
+        };
+        return is(0, 0x61) && is(1, 0x01) && is(3, 0x96) && is(4, 0x69);
+    }
+
+    /// Whether the ancillary data flag stands at byte `at`.
+    [[nodiscard]] bool hasFlag(size_t at) const
+    {
+        constexpr std::array<uint8_t, 3> kFlag8 = {0, 0xFF, 0xFF};
+        constexpr std::array<uint8_t, 6> kFlag10 = {0, 0, 3, 0xFF, 3, 0xFF};
+        const std::span<const uint8_t> rest = m_bytes.subspan(at);
+        const std::span<const uint8_t> flag =
+            m_form.bytes == 1 ? std::span<const uint8_t>{kFlag8} : std::span<const uint8_t>{kFlag10};
+        return rest.size() >= flag.size() && std::ranges::equal(rest.first(flag.size()), flag);
+    }
+
+private:
+    std::span<const uint8_t> m_bytes;
+    const WordForm &m_form;
+};
+
+// Packets one behind the other, with anything between them: if there is none, the next word is tried. A packet
+// that is damaged or cut is found too.
+void findIn291M(std::span<const uint8_t> bytes, const WordForm &form, Findings &findings)
+{
+    const CapturedWords words{bytes, form};
+    const size_t flag = form.hasFlag ? 3 * form.bytes : 0;
+    Progress progress{"searching"};
+    for (size_t at = 0; at < bytes.size();)
+    {
+        progress.at(at, bytes.size());
+        if (!words.beginsPacket(at + flag) || (form.hasFlag && !words.hasFlag(at)))
+        {
+            at += form.bytes;
+            continue;
+        }
+        std::vector<uint8_t> packet = words.from(at + flag);
+        packet.resize(std::min<size_t>(packet.size(), packet[2] + kHead + 1));
+        const Content content{packet};
+        findings.add(at, content);
+        // A damaged count leads into the next packet.
+        at += content.packet.m_faults == 0 ? flag + packet.size() * form.bytes : form.bytes;
+    }
 }
 
 uint32_t bigEndian(std::span<const uint8_t> bytes)
@@ -417,15 +564,15 @@ void findIn436M(std::vector<uint8_t> &bytes, const std::string &name, Findings &
             &stream.m_stream, false, cdp.data(), &size);
         (void)kivCS2MemoryStream_close(&stream.m_stream); // a view: there is nothing to lose
         if (KIVCS2_SUCCEEDED(status))
-            findings.add(at, {cdp.data(), size});
+            findings.add(at, Content{std::span{cdp}.first(size)});
         at = end;
     }
 }
 
 int find(const Arguments &arguments, bool json)
 {
-    const auto format = std::ranges::find(kWordFormats, arguments.words, &WordFormat::name);
-    if (format == kWordFormats.end())
+    const auto form = std::ranges::find(kWordForms, arguments.words, &WordForm::name);
+    if (form == kWordForms.end())
         throw Failure(kExitUsage, "unknown word format \"" + visible(arguments.words) +
                                       "\"; known are 8bit, 8bit-adf, 10bit, 10bit-adf");
     std::vector<uint8_t> bytes = readWhole(arguments.file);
@@ -433,7 +580,7 @@ int find(const Arguments &arguments, bool json)
     if (arguments.in == "436m")
         findIn436M(bytes, place(arguments.file, 0), findings);
     else
-        findIn291M(bytes, *format, findings);
+        findIn291M(bytes, *form, findings);
     return findings.close(place(arguments.file, 0));
 }
 

@@ -1,14 +1,14 @@
 // kivcs2 caption convert.
-#include "Captions/CaptionPacket.h"
-#include "Captions/CaptionScan.h"
+#include "Captions/Conversion.h"
+#include "Captions/Services.h"
 #include "Failure.h"
 #include "Files/Files.h"
-#include "Terminal/Output.h"
 #include "Words/Caption.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cctype>
-#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <system_error>
@@ -20,404 +20,451 @@ namespace
 
 struct ConvertArguments
 {
-    std::string file;
+    ReadingArguments reading;
     std::string target;
-    std::string rate;
-    uint32_t mccVersion = 0; ///< 0: 1 from SCC, 2 from MCC
-    uint32_t field = 1;
+    std::string to;
+    std::string service;
+    std::string timeZero;
+    uint32_t mccVersion = 0; ///< 0: 1 from SCC, that of the source from MCC
     bool sparse = false;
     bool sdi = false;
     bool keepGoing = false;
     bool fixParity = false;
-    bool json = false;
 };
 
-constexpr const char *kProgram = "kivcs2 " KIVCS2_TOOL_VERSION;
+// ---- What is asked for ----
 
-/// A stream kind of our own that passes caption lines on with the letter U (E1 00 00) spelled out: readers take it
-/// for three bytes or for four, and some refuse a file that holds it.
-struct SpelledOut
+struct KindRow
 {
-    KIVCS2Stream stream{}; ///< first: the library hands this part back
-    KIVCS2Stream *to;
-    bool isCaption = false; ///< the header's text stays as it is
-
-    explicit SpelledOut(KIVCS2Stream &target) : to(&target)
-    {
-        stream.m_writeBytes = write;
-    }
-
-    static KIVCS2Status write(KIVCS2Stream *stream, const void *buffer, uint64_t size, uint64_t *bytesWritten)
-    {
-        const SpelledOut &self = *reinterpret_cast<SpelledOut *>(stream);
-        std::string text{static_cast<const char *>(buffer), size};
-        if (self.isCaption) // a line's other characters are digits, separators and other letters
-            for (size_t at = text.find('U'); at != std::string::npos; at = text.find('U', at))
-                text.replace(at, 1, "E1ZZ");
-        uint64_t written = 0;
-        const KIVCS2Status status = kivCS2Stream_writeBytes(self.to, text.data(), text.size(), &written);
-        if (bytesWritten != nullptr)
-            *bytesWritten = written == text.size() ? size : 0;
-        return status;
-    }
+    std::string_view name;   ///< of --to
+    std::string_view ending; ///< of a file; empty: none leads here
+    KIVCS2CaptionFileKind kind;
 };
 
-/// The library's MCC writer over an output file.
-class MCCWriter
+/// "MCC" leaves the version open, which is MCC 1 here.
+constexpr std::array<KindRow, 6> kKinds = {{{"SCC", ".scc", KIVCS2CaptionFileKind_SCC},
+                                            {"MCC", ".mcc", KIVCS2CaptionFileKind_MCC1},
+                                            {"MCC1", "", KIVCS2CaptionFileKind_MCC1},
+                                            {"MCC2", "", KIVCS2CaptionFileKind_MCC2},
+                                            {"SRT", ".srt", KIVCS2CaptionFileKind_SRT},
+                                            {"WebVTT", ".vtt", KIVCS2CaptionFileKind_WebVTT}}};
+
+// The row of --to or of the target's ending. A pipe or device has none: what goes there is MCC.
+const KindRow &askedKind(const ConvertArguments &arguments)
+{
+    if (!arguments.to.empty())
+        return *std::ranges::find(kKinds, arguments.to, &KindRow::name);
+    std::string ending = std::filesystem::path{arguments.target}.extension(); // none of a file called ".mcc"
+    std::ranges::transform(ending, ending.begin(),
+                           [](unsigned char character)
+                           { return static_cast<char>(std::tolower(character)); });
+    const auto row = std::ranges::find(kKinds, ending, &KindRow::ending);
+    if (!ending.empty() && row != kKinds.end())
+        return *row;
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(arguments.target, error);
+    if (arguments.target == "-" ||
+        (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)))
+        return kKinds[1];
+    throw Failure(kExitUsage, Where{arguments.target, 0},
+                  "give the target the ending .scc, .mcc, .srt or .vtt, or name its kind with --to");
+}
+
+KIVCS2CaptionFileKind kindFor(const ConvertArguments &arguments, const CaptionSource &source)
+{
+    const KindRow &row = askedKind(arguments);
+    if (row.name != "MCC")
+        return row.kind;
+    if (arguments.mccVersion != 0)
+        return arguments.mccVersion == 1 ? KIVCS2CaptionFileKind_MCC1 : KIVCS2CaptionFileKind_MCC2;
+    return source.isSCC() ? row.kind : source.header().m_kind;
+}
+
+// Options that would do nothing are refused.
+void refuseIdleOptions(const ConvertArguments &arguments, const CaptionSource &source,
+                       KIVCS2CaptionFileKind kind)
+{
+    const bool toCues = kind == KIVCS2CaptionFileKind_SRT || kind == KIVCS2CaptionFileKind_WebVTT;
+    const bool buildsPackets = isMCC(kind) && source.isSCC();
+    const bool copiesPackets = isMCC(kind) && !source.isSCC();
+    const auto refuse = [](bool given, const char *text)
+    {
+        if (given)
+            throw Failure(kExitUsage, text);
+    };
+    refuse(!arguments.service.empty() && !toCues, "--service is of SRT and WebVTT");
+    refuse(!arguments.timeZero.empty() && !toCues, "--time-zero is of SRT and WebVTT");
+    refuse(arguments.mccVersion != 0 && !isMCC(kind), "--mcc-version is of MCC");
+    refuse((arguments.sparse || arguments.sdi) && !buildsPackets,
+           "--sparse and --sdi are for packets made from an SCC file");
+    refuse(arguments.fixParity && copiesPackets,
+           "--fix-parity: the packets of an MCC file are kept byte for byte");
+}
+
+KIVCS2CaptionService serviceFor(const std::string &name)
+{
+    if (name.empty())
+        return 0;
+    const std::vector<KIVCS2CaptionService> services = servicesOf(parseServices(name));
+    if (services.size() != 1)
+        throw Failure(kExitUsage, "--service: a file of SRT or WebVTT has one service");
+    return services.front();
+}
+
+ConversionWay wayFor(const ConvertArguments &arguments, const CaptionSource &source)
+{
+    refuseSource(arguments.target); // first, as it is the more useful of the messages
+    ConversionWay way;
+    way.target = arguments.target;
+    way.kind = kindFor(arguments, source);
+    refuseIdleOptions(arguments, source, way.kind);
+    way.field = source.isSCC() ? source.header().m_field : std::max(arguments.reading.field, 1u);
+    way.sparse = arguments.sparse;
+    way.sdi = arguments.sdi;
+    way.service = serviceFor(arguments.service);
+    way.timeZero = arguments.timeZero.empty() ? 0 : source.frameOf(arguments.timeZero);
+    return way;
+}
+
+// ---- Faults on the way ----
+
+constexpr uint64_t bits(std::initializer_list<KIVCS2CaptionFault> faults)
+{
+    uint64_t set = 0;
+    for (const KIVCS2CaptionFault fault : faults)
+        set |= uint64_t{1} << fault;
+    return set;
+}
+
+/// What is written as the format wants it, whatever the source had; packets and pairs stay as they are.
+constexpr uint64_t kMended =
+    bits({KIVCS2CaptionFault_ByteOrderMark, KIVCS2CaptionFault_HeaderCase, KIVCS2CaptionFault_HeaderBlanks,
+          KIVCS2CaptionFault_HeaderLong, KIVCS2CaptionFault_HeaderMissing, KIVCS2CaptionFault_RateMissing,
+          KIVCS2CaptionFault_RateUnknown, KIVCS2CaptionFault_RateLate, KIVCS2CaptionFault_Blanks,
+          KIVCS2CaptionFault_BlanksBefore, KIVCS2CaptionFault_BlanksBehind, KIVCS2CaptionFault_FrameSeparator,
+          KIVCS2CaptionFault_OtherCounting, KIVCS2CaptionFault_DroppedNumber, KIVCS2CaptionFault_LowerCase,
+          KIVCS2CaptionFault_FourByteU});
+constexpr uint64_t kLeftOut = bits({KIVCS2CaptionFault_HeaderUnknown, KIVCS2CaptionFault_Suffix});
+
+/// The order of an SCC file's lines is put right, that of an MCC file's stays.
+constexpr uint64_t kPlaced =
+    bits({KIVCS2CaptionFault_BackInTime, KIVCS2CaptionFault_SameFrame, KIVCS2CaptionFault_Overlap});
+
+/// Takes note of the faults of a source: as JSON, as changes of a repair, and what was lost or has to wait.
+class FaultNotes
 {
 public:
-    MCCWriter(OutputFile &output, uint32_t version, const CaptionHeader &header)
-        : m_stream(output), m_spelledOut(m_stream.stream)
+    FaultNotes(std::string file, bool json) : m_file(std::move(file))
     {
-        check(kivCS2ClosedCaptionsMCCStream_init(&m_record, &m_spelledOut.stream, false, false),
-              "MCC writer");
-        const auto text = [](const std::string &value)
+        if (json)
+            m_report.emplace("faults");
+    }
+
+    void take(const KIVCS2CaptionFileFault &fault)
+    {
+        if (fault.m_lost && m_lostLine == 0)
+            m_lostLine = fault.m_line;
+        if ((kPlaced >> fault.m_fault & 1u) != 0)
         {
-            return value.empty() ? nullptr : value.c_str();
-        };
-        done(kivCS2ClosedCaptionsMCCStream_writeHeader(&m_record, version, text(header.uuid),
-                                                       header.program.empty() ? kProgram
-                                                                              : header.program.c_str(),
-                                                       text(header.date), text(header.time)),
-             "writing the header");
-        m_spelledOut.isCaption = true;
-    }
-    ~MCCWriter()
-    {
-        (void)kivCS2ClosedCaptionsMCCStream_free(&m_record);
-    }
-    MCCWriter(const MCCWriter &) = delete;
-    MCCWriter &operator=(const MCCWriter &) = delete;
-
-    void write(const KIVCS2ClosedCaption &caption)
-    {
-        done(kivCS2ClosedCaptionsMCCStream_writeCaption(&m_record, &caption),
-             "writing the packet of " + timecodeText(caption.m_timecode));
+            m_waitingLine = fault.m_line;
+            m_waitingFrame = fault.m_frame;
+        }
+        // Those of the header come before it is known what the file is.
+        if (!m_isBegun && m_early.size() < kMostEarly)
+            m_early.push_back(fault);
+        else
+            tell(fault);
     }
 
-    void write(uint32_t frame, std::span<const uint8_t> cdp)
+    /// The header is read: a repair says what it changes.
+    void begin(bool isRepair, KIVCS2CaptionFileKind from)
     {
-        KIVCS2Timecode timecode = 0;
-        check(kivCS2Timecode_initWithFrames(&timecode, frame), "timecode");
-        KIVCS2ClosedCaption caption{};
-        check(kivCS2ClosedCaptionsMCCStream_initCaptionWithSMPTE334CDP708Packet(
-                  &m_record, &caption, &timecode, cdp.data(), static_cast<uint32_t>(cdp.size())),
-              "wrapping a packet");
-        write(caption);
+        constexpr uint64_t kSuffix = uint64_t{1} << KIVCS2CaptionFault_Suffix;
+        m_isBegun = true;
+        if (isRepair)
+            m_changed = kMended | kLeftOut;
+        if (isRepair && from == KIVCS2CaptionFileKind_SCC)
+            m_changed |= kPlaced;
+        if (from == KIVCS2CaptionFileKind_MCC1) // where it is a fault that there is one
+            m_changed &= ~kSuffix;
+        for (const KIVCS2CaptionFileFault &fault : m_early)
+            tell(fault);
+        m_early = {};
     }
 
-    /// The line end of the last line, which the writer leaves to the next one.
-    void finish()
+    /// Pairs of a line that goes out later than its timecode says.
+    void take(const KIVCS2CaptionPacket &packet)
     {
-        uint64_t written = 0;
-        done(kivCS2Stream_writeBytes(&m_stream.stream, "\n", 1, &written), "writing the last line");
+        if (packet.m_line != m_waitingLine)
+            return;
+        if (m_delayedLine != packet.m_line)
+        {
+            m_delayedLine = packet.m_line;
+            m_delay = packet.m_frame - m_waitingFrame;
+        }
+        delayedPairs += m_delay > 0 ? 1 : 0;
+        longestDelay = std::max(longestDelay, m_delay);
+    }
+
+    [[nodiscard]] uint64_t lostLine() const
+    {
+        return m_lostLine;
+    }
+    [[nodiscard]] std::optional<JsonReport> &report()
+    {
+        return m_report;
+    }
+
+    uint64_t delayedPairs = 0, changes = 0;
+    uint32_t longestDelay = 0; ///< frames
+
+private:
+    static constexpr size_t kMostEarly = 256;
+
+    void tell(const KIVCS2CaptionFileFault &fault)
+    {
+        const bool isChange = (m_changed >> fault.m_fault & 1u) != 0;
+        const bool isGone = (kLeftOut >> fault.m_fault & 1u) != 0;
+        const std::string now = isGone ? "left out" : fault.m_expected;
+        changes += isChange ? 1 : 0;
+        if (m_report)
+        {
+            Json value = toJson(m_file, fault);
+            value["changedTo"] = isChange ? Json(now) : Json();
+            m_report->add(value);
+        }
+        else if (isChange &&
+                 fault.m_fault != KIVCS2CaptionFault_BlanksBehind) // nobody sees those: counted at the end
+        {
+            std::string text = kivCS2CaptionFile_getFaultName(fault.m_fault);
+            if (fault.m_column > 0)
+                text += " in column " + std::to_string(fault.m_column);
+            if (fault.m_foundSize > 0)
+                text += ", \"" + foundText(fault, 40) + "\"";
+            note(place(m_file, fault.m_line) + ": changed: " + text + "; now " + now);
+        }
+    }
+
+    std::string m_file;
+    std::optional<JsonReport> m_report;
+    std::vector<KIVCS2CaptionFileFault> m_early;
+    bool m_isBegun = false;
+    uint64_t m_changed = 0;
+    uint64_t m_lostLine = 0, m_waitingLine = 0, m_delayedLine = 0;
+    uint32_t m_waitingFrame = 0, m_delay = 0;
+};
+
+// ---- The work ----
+
+uint8_t withOddParity(uint8_t byte)
+{
+    const auto low = static_cast<uint8_t>(byte & 0x7F);
+    return std::popcount(low) % 2 != 0 ? low : low | 0x80;
+}
+
+// Gives the pairs of a packet odd parity; how many had another.
+uint64_t setOddParity(KIVCS2CaptionPacket &packet)
+{
+    uint64_t mended = 0;
+    for (size_t index = 0; index < packet.m_tripletCount; ++index)
+    {
+        uint8_t *const triplet = packet.m_triplets[index];
+        if ((triplet[0] & 6u) != 4u) // a valid pair of CEA-608
+            continue;
+        const uint8_t first = withOddParity(triplet[1]), second = withOddParity(triplet[2]);
+        mended += first != triplet[1] || second != triplet[2] ? 1 : 0;
+        triplet[1] = first;
+        triplet[2] = second;
+    }
+    return mended;
+}
+
+/// What was lost of a source, in words.
+std::string lostText(const CaptionSource &source)
+{
+    const KIVCS2CaptionFileReport report = source.report();
+    const uint64_t parts = source.faults().lost() - report.m_lostLines - report.m_lostPairs;
+    std::string text;
+    for (const auto &[number, noun] :
+         {std::pair{report.m_lostLines, "line"}, {report.m_lostPairs, "pair"}, {parts, "part"}})
+        if (number > 0)
+            text += (text.empty() ? "" : ", ") + count(number, noun);
+    return text;
+}
+
+class Converter
+{
+public:
+    Converter(const ConvertArguments &arguments, bool json)
+        : m_arguments(arguments), m_notes(place(arguments.reading.file, 0), json),
+          m_source(arguments.reading, way()), m_conversion(Conversion::make(m_source, begin())),
+          m_in(m_source.header().m_counting,
+               [this](const KIVCS2CaptionText &text) { m_conversion->take(text); })
+    {
+    }
+
+    int run()
+    {
+        for (KIVCS2CaptionPacket packet; m_source.next(packet);)
+        {
+            if (m_arguments.fixParity)
+                m_repaired += setOddParity(packet);
+            m_notes.take(packet);
+            m_in.take(packet);
+            m_conversion->take(packet);
+        }
+        m_in.finish();
+        const bool isLost = m_source.finish() != kExitYes;
+        if (isLost && !m_arguments.keepGoing)
+            throw Failure(kExitMalformed, Where{m_source.name(), m_notes.lostLine()},
+                          lostText(m_source) +
+                              " lost, here first: nothing is written; --keep-going leaves them out");
+        if (m_in.allPairs() + m_in.bytes708 == 0)
+            throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{m_source.name()}, "holds no captions");
+        if (m_in.captions.empty())
+            note(m_source.name() + ": no caption in it comes to the screen");
+        m_conversion->finish(m_in);
+        m_conversion->commit();
+        tell(isLost);
+        return kExitYes;
     }
 
 private:
-    void done(KIVCS2Status status, const std::string &what)
+    ReadingWay way()
     {
-        m_stream.check(); // the system's reason is better than the status
-        check(status, what);
-    }
-
-    OutputStream m_stream;
-    SpelledOut m_spelledOut;
-    KIVCS2ClosedCaptionsMCCStream m_record{};
-};
-
-/// MCC is all that is written: another ending asks for what the command cannot do. A pipe or device has none.
-void requireMCCTarget(const std::string &target)
-{
-    const std::string_view ending = ".mcc";
-    const std::string given =
-        std::filesystem::path{target}.extension(); // none of a hidden file called ".mcc"
-    const auto isSame = [](char left, char right)
-    {
-        return std::tolower(static_cast<unsigned char>(left)) == right;
-    };
-    std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(target, error);
-    const bool isPlace = std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
-    if (target == "-" || isPlace ||
-        std::equal(given.begin(), given.end(), ending.begin(), ending.end(), isSame))
-        return;
-    throw Failure(kExitUsage, Where{target, 0},
-                  "only MCC files are written: give the target the ending .mcc");
-}
-
-struct Check
-{
-    std::string name;
-    bool ok;
-    std::string detail;
-};
-
-Check checkOf(std::string name, const Finding &finding, std::string_view noun, std::string good)
-{
-    if (finding.count == 0)
-        return {std::move(name), true, std::move(good)};
-    return {std::move(name), false, count(finding.count, noun) + ", first " + finding.first};
-}
-
-// What an MCC file must be, whatever it was made from.
-std::vector<Check> checksOf(const MCCScan &scan, const Finding &badLines, const CaptionHeader &header)
-{
-    std::vector<Check> checks;
-    checks.push_back(checkOf("lines", badLines, "malformed line", count(scan.packets, "packet")));
-    checks.push_back(
-        checkOf("packets", scan.badPackets, "faulty packet", "lengths, sections and checksums are right"));
-    checks.push_back(checkOf("sequence", scan.badSequence, "break", "sequence numbers follow each other"));
-    Finding order = scan.notRising;
-    if (scan.sameTimecode.count > 0)
-        order.add(0, scan.sameTimecode.first);
-    order.count = scan.notRising.count + scan.sameTimecode.count;
-    checks.push_back(
-        checkOf("timecodes", order, "timecode",
-                "rising" + (scan.gapFrames > 0 ? ", " + count(scan.gapFrames, "frame") + " without a packet"
-                                               : std::string{", one packet a frame"})));
-    if (order.count > 0)
-        checks.back().detail =
-            count(order.count, "timecode") + " not above the one before, first " + order.first;
-    checks.push_back(checkOf("frame rate", scan.rateDisagrees, "packet",
-                             "packets and header agree on " + std::string{header.counting->mccText}));
-    checks.push_back(checkOf("parity", scan.wrongParity, "pair", "odd in every pair"));
-    return checks;
-}
-
-Check pairsCheck(const MCCScan &scan, const Schedule &schedule)
-{
-    const uint64_t missing =
-        schedule.pairs.size() - std::min<uint64_t>(schedule.pairs.size(), scan.foundPairs);
-    if (scan.otherPairs.count == 0 && missing == 0)
-        return {"pairs", true, count(schedule.pairs.size(), "pair") + " as in the source"};
-    std::string detail = std::to_string(scan.foundPairs) + " of " + std::to_string(schedule.pairs.size()) +
-                         " pairs as in the source";
-    if (scan.otherPairs.count > 0)
-        detail += ", " + count(scan.otherPairs.count, "frame") + " differ, first " + scan.otherPairs.first;
-    return {"pairs", false, detail};
-}
-
-// The summary goes where the captions do not: to standard error when they went to standard output.
-void report(const ConvertArguments &arguments, const Json &value, const Facts &facts)
-{
-    Output &to = arguments.target == "-" ? errors() : out();
-    if (arguments.json)
-        to.json(value);
-    else
-        facts.print(to);
-    if (&to != &out())
-        to.flush();
-}
-
-/// Reads the file just written back and throws unless it is right.
-MCCScan readBack(const std::string &path, const ConvertArguments &arguments, const Counting &counting,
-                 const Schedule *schedule)
-{
-    Finding badLines;
-    CaptionReader reader{path, std::string{counting.name}, countIn(badLines)};
-    MCCScan scan =
-        scanMCC(reader, {schedule, arguments.field, {}, {}, "reading back " + place(arguments.target, 0)});
-    if (schedule != nullptr)
-    {
-        std::vector<Check> checks = checksOf(scan, badLines, reader.header());
-        // A source without odd parity is reported, and kept.
-        std::erase_if(checks, [](const Check &check) { return check.name == "parity"; });
-        checks.push_back(pairsCheck(scan, *schedule));
-        for (const Check &check : checks)
-            if (!check.ok)
-                throw Failure(kExitInternal,
-                              "the written file reads back wrong: " + check.name + ": " + check.detail);
-    }
-    return scan;
-}
-
-int convertSCC(const ConvertArguments &arguments, CaptionReader &reader)
-{
-    const Counting &counting = *reader.header().counting;
-    if (counting.numerator / counting.denominator > 30)
-        throw Failure(kExitUsage, "--rate " + std::string{counting.name} +
-                                      ": an SCC file has one pair a frame at up to 30 frames a second (line "
-                                      "21); the rates from 23.98 to 30 can be written");
-    Schedule schedule = readSchedule(reader);
-    const uint64_t repaired = arguments.fixParity ? setOddParity(schedule) : 0;
-    if (schedule.pairs.empty())
-        throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{reader.input().name()}, "holds no caption pairs");
-
-    uint64_t captionsIn = 0;
-    CaptionScreen screen{arguments.field, [&](const ShownCaption &)
-                         {
-                             ++captionsIn;
-                         }};
-    play(schedule, screen);
-
-    OutputFile output{arguments.target};
-    uint64_t packets = 0, fillers = 0;
-    const uint32_t version = arguments.mccVersion == 0 ? 1 : arguments.mccVersion;
-    {
-        MCCWriter writer{output, version, CaptionHeader{}};
-        Progress progress{"writing " + place(arguments.target, 0)};
-        uint32_t frame = schedule.pairs.front().frame;
-        const auto put = [&](Pair pair)
+        ReadingWay way;
+        way.byFrame = true;
+        way.onFault = [this](const KIVCS2CaptionFileFault &fault)
         {
-            const bool first = arguments.field == 1;
-            const BuiltCDP cdp = buildCDP(first ? pair : kNoCaption, first ? kNoCaption : pair,
-                                          static_cast<uint16_t>(packets), counting, arguments.sdi);
-            writer.write(frame, cdp.span());
-            ++packets;
-            ++frame;
+            m_notes.take(fault);
         };
-        for (const ScheduledPair &pair : schedule.pairs)
-        {
-            for (; !arguments.sparse && frame < pair.frame; ++fillers)
-                put(kNoCaption);
-            frame = pair.frame;
-            put(pair.pair);
-            progress.at(output.size(), 0);
-        }
-        writer.finish();
+        way.progress = "converting " + place(m_arguments.reading.file, 0);
+        return way;
     }
-    output.flush();
-    const MCCScan scan = readBack(output.readablePath(), arguments, counting, &schedule);
-    if (scan.packets != packets)
-        throw Failure(kExitInternal, "the written file reads back wrong: " + count(scan.packets, "packet") +
-                                         " of " + std::to_string(packets));
-    const std::string first = timecodeText(schedule.pairs.front().frame);
-    const std::string last = timecodeText(schedule.pairs.back().frame);
-    output.commit();
 
-    const Json value{
-        {"source", reader.input().name()},
-        {"target", arguments.target},
-        {"counting", counting.name},
-        {"dropFrame", counting.drop},
-        {"version", version},
-        {"in",
-         {{"lines", schedule.lines.size()}, {"pairs", schedule.pairs.size()}, {"captions", captionsIn}}},
-        {"out",
-         {{"packets", packets},
-          {"pairs", scan.foundPairs},
-          {"captions", scan.captions},
-          {"emptyPackets", fillers}}},
-        {"first", first},
-        {"last", last},
-        {"delayedPairs", schedule.delayedPairs},
-        {"longestDelayFrames", schedule.longestDelay},
-        {"linesBackInTime", schedule.backwards},
-        {"linesWithSameTimecode", schedule.sameTimecode},
-        {"pairsWithWrongParity", schedule.wrongParity},
-        {"pairsWithParityRepaired", repaired},
-        {"verified", true}};
-    Facts facts;
-    facts.add("Counting", std::string{counting.title} + " (" + reader.header().countingReason + ")");
-    facts.add("In", count(schedule.lines.size(), "line") + ", " + count(schedule.pairs.size(), "pair") +
-                        ", " + count(captionsIn, "caption"));
-    facts.add("Out",
-              count(packets, "packet") + ", " + count(scan.foundPairs, "pair") + ", " +
-                  count(scan.captions, "caption") +
-                  (fillers > 0 ? "; " + count(fillers, "packet") + " without captions between them" : ""));
-    facts.add("From", first + " until " + last);
-    for (const auto &[name, text] : scheduleNotes(schedule, reader))
-        facts.add(name, text);
-    if (repaired > 0)
-        facts.add("Parity", count(repaired, "pair") + " given odd parity");
-    facts.add("Verified",
-              Output::good("yes") + ", read back: every pair on its frame, sequence and checksums right");
-    report(arguments, value, facts);
-    return kExitYes;
-}
-
-int convertMCC(const ConvertArguments &arguments, CaptionReader &reader)
-{
-    const CaptionHeader &header = reader.header();
-    const uint32_t version = arguments.mccVersion == 0 ? 2 : arguments.mccVersion;
-    OutputFile output{arguments.target};
-    uint64_t packets = 0;
-    uint32_t digest = 0xFFFFFFFFu;
+    ConversionWay begin()
     {
-        MCCWriter writer{output, version, header};
-        Progress progress{"converting " + reader.input().name()};
-        while (reader.next())
-        {
-            const KIVCS2ClosedCaption &caption = reader.caption();
-            if (version < 2 && (caption.m_flags & KIVCS2ClosedCaptionFlag_HasField) != 0)
-                throw Failure(KIVCS2STATUS_FORMAT_ERR, Where{reader.input().name(), reader.lineNumber()},
-                              "a field suffix, which version 1 cannot hold");
-            writer.write(caption);
-            addToDigest(digest, caption);
-            ++packets;
-            progress.at(reader.input().position(), reader.input().size());
-        }
-        writer.finish();
+        ConversionWay way = wayFor(m_arguments, m_source);
+        m_notes.begin(m_source.isSCC() ? way.kind == KIVCS2CaptionFileKind_SCC : isMCC(way.kind),
+                      m_source.header().m_kind);
+        return way;
     }
-    if (packets == 0) // every line was bad, and passed over
-        throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{reader.input().name()}, "holds no caption packets");
-    output.flush();
-    const MCCScan scan = readBack(output.readablePath(), arguments, *header.counting, nullptr);
-    if (scan.packets != packets || scan.digest != digest)
-        throw Failure(kExitInternal, "the written file reads back wrong: other packets than the source's");
-    output.commit();
 
-    for (const std::string &other : header.others)
-        note(reader.input().name() + ": header line not carried over: \"" + visible(other) + "\"");
-    const Json value{{"source", reader.input().name()},
-                     {"target", arguments.target},
-                     {"counting", header.counting->name},
-                     {"in", {{"version", header.version}, {"packets", packets}}},
-                     {"out",
-                      {{"version", version},
-                       {"packets", scan.packets},
-                       {"pairs", scan.pairs[0] + scan.pairs[1]},
-                       {"captions", scan.captions}}},
-                     {"headerLinesNotCarried", header.others.size()},
-                     {"verified", true}};
-    Facts facts;
-    facts.add("Counting", std::string{header.counting->title} + " (" + header.countingReason + ")");
-    facts.add("In", "version " + std::to_string(header.version) + ", " + count(packets, "packet"));
-    facts.add("Out", "version " + std::to_string(version) + ", " + count(scan.packets, "packet") + ", " +
-                         count(scan.pairs[0] + scan.pairs[1], "pair") + ", " +
-                         count(scan.captions, "caption"));
-    facts.add("Verified", Output::good("yes") + ", read back: every packet is the source's, byte for byte");
-    report(arguments, value, facts);
-    return kExitYes;
-}
+    Json summary(bool isLost) const
+    {
+        const FoundFaults &faults = m_source.faults();
+        const KIVCS2CaptionFileReport report = m_source.report();
+        Json in{{"kind", kindTitle(m_source.header().m_kind)}};
+        if (m_source.isSCC())
+            in.update({{"lines", m_in.lines}, {"emptyPairs", m_in.emptyPairs}});
+        else
+            in.update({{"version", m_source.header().m_kind == KIVCS2CaptionFileKind_MCC1 ? 1 : 2},
+                       {"packets", m_in.packets},
+                       {"bytes708", m_in.bytes708}});
+        in.update({{"pairs", m_in.allPairs()},
+                   {"captions", sumOf(m_in.captions)},
+                   {"services", toJson(m_in.captions)}});
+        return {{"source", m_source.name()},
+                {"target", m_arguments.target},
+                {"counting", m_source.counting().name},
+                {"dropFrame", m_source.counting().drop},
+                {"in", in},
+                {"first", m_source.timecode(*m_in.first)},
+                {"last", m_source.timecode(*m_in.last)},
+                {"delayedPairs", m_notes.delayedPairs},
+                {"longestDelayFrames", m_notes.longestDelay},
+                {"linesBackInTime", faults.count(KIVCS2CaptionFault_BackInTime)},
+                {"linesWithSameTimecode", faults.count(KIVCS2CaptionFault_SameFrame)},
+                {"pairsWithWrongParity", faults.count(KIVCS2CaptionFault_Parity)},
+                {"pairsWithParityRepaired", m_repaired},
+                {"lost",
+                 {{"lines", report.m_lostLines},
+                  {"pairs", report.m_lostPairs},
+                  {"parts", isLost ? faults.lost() - report.m_lostLines - report.m_lostPairs : 0}}},
+                {"changes", m_notes.changes},
+                {"verified", true}};
+    }
 
-int captionConvert(const ConvertArguments &arguments)
-{
-    CaptionReader reader{arguments.file, arguments.rate, tellBadLines(arguments.file, arguments.keepGoing)};
-    refuseSource(arguments.target); // first, as it is the more useful of the two messages
-    requireMCCTarget(arguments.target);
-    return reader.header().kind == CaptionFileKind::SCC ? convertSCC(arguments, reader)
-                                                        : convertMCC(arguments, reader);
-}
+    Facts facts(bool isLost) const
+    {
+        Facts facts;
+        facts.add("Counting", m_source.countingText());
+        std::string in = kindTitle(m_source.header().m_kind) + ": " +
+                         (m_source.isSCC() ? count(m_in.lines, "line") : count(m_in.packets, "packet")) +
+                         ", " + count(m_in.allPairs(), "pair");
+        if (m_source.isSCC() && m_in.emptyPairs > 0)
+            in += " and " + std::to_string(m_in.emptyPairs) + " empty";
+        facts.add("In", in + ", " + captionsText(m_in.captions));
+        if (isLost)
+            facts.add("Lost", lostText(m_source) + " (--keep-going)");
+        if (m_notes.changes > 0)
+            facts.add("Changed", count(m_notes.changes, "place"));
+        if (m_notes.delayedPairs > 0)
+            facts.add("Waited", count(m_notes.delayedPairs, "pair") + " for the lines before, " +
+                                    count(m_notes.longestDelay, "frame") + " at most");
+        if (m_repaired > 0)
+            facts.add("Parity", count(m_repaired, "pair") + " given odd parity");
+        facts.add("From", m_source.timecode(*m_in.first) + " until " + m_source.timecode(*m_in.last));
+        return facts;
+    }
+
+    // The summary goes where the captions do not: to standard error when they went to standard output.
+    void tell(bool isLost)
+    {
+        Json value = summary(isLost);
+        Facts made = facts(isLost);
+        m_conversion->tell(m_in, made, value);
+        if (m_notes.report())
+            return m_notes.report()->close(value);
+        Output &to = m_arguments.target == "-" ? errors() : out();
+        made.print(to);
+        if (&to != &out())
+            to.flush();
+    }
+
+    const ConvertArguments &m_arguments;
+    FaultNotes m_notes;
+    CaptionSource m_source;
+    std::unique_ptr<Conversion> m_conversion;
+    Tally m_in;
+    uint64_t m_repaired = 0;
+};
 
 } // namespace
 
 void addConvertWord(Word &caption, Context &context)
 {
     const auto arguments = std::make_shared<ConvertArguments>();
-    Word &convert = caption.word("convert", "SCC to MCC, or MCC to another version");
-    convert.option("file", arguments->file, "An SCC or MCC file; - is standard input").required().isFile();
-    convert.option("--rate", arguments->rate, "Count at this rate, whatever the file says")
-        .suggests("rates", rateNames);
-    convert.option("--field", arguments->field, {1, 2},
-                   "The field that an SCC file's pairs belong to: 1 or 2");
-    convert.flag("--keep-going", arguments->keepGoing, "Tell malformed lines and go on behind them");
-    convert.option("target", arguments->target, "The MCC file to write, named *.mcc; - is standard output")
+    Word &convert =
+        caption.word("convert", "SCC and MCC to SCC, MCC, SRT or WebVTT; to the same kind it is a repair");
+    addReadingOptions(convert, arguments->reading);
+    convert
+        .option("target", arguments->target,
+                "The file to write: .scc, .mcc, .srt, .vtt; - is standard output")
         .required()
         .isTarget();
+    Names kinds;
+    for (const KindRow &row : kKinds)
+        kinds.emplace_back(row.name);
+    convert.option("--to", arguments->to, "The kind to write; without it the target's ending says it")
+        .among(kinds);
     convert.option("--mcc-version", arguments->mccVersion, {1, 2},
-                   "1 or 2; without it 1 from SCC, 2 from MCC");
-    convert.flag("--sparse", arguments->sparse, "Packets only on frames that have a pair");
-    convert.flag("--sdi", arguments->sdi, "Packets with a second service descriptor, language eng");
+                   "MCC: 1 or 2; without it 1 from SCC, the source's from MCC");
+    convert
+        .option("--service", arguments->service,
+                "SRT, WebVTT: the service to write; without it the first of CC1, S1 ... with captions")
+        .suggests("services", serviceNames);
+    convert.option("--time-zero", arguments->timeZero, "SRT, WebVTT: the timecode that is 00:00:00.000");
+    convert.flag("--keep-going", arguments->keepGoing, "Write what is left when lines are lost");
+    convert.flag("--sparse", arguments->sparse, "MCC from SCC: packets only on frames that have a pair");
+    convert.flag("--sdi", arguments->sdi, "MCC from SCC: a second service descriptor, language eng");
     convert.flag("--fix-parity", arguments->fixParity,
-                 "Give every byte odd parity; without it pairs are kept");
-    convert.example("kivcs2 caption convert programme.scc converted.mcc --mcc-version 2");
-    convert.runs(
-        [&context, arguments]
-        {
-            arguments->json = context.json;
-            return captionConvert(*arguments);
-        });
+                 "Give every pair odd parity; without it pairs are kept");
+    convert.about(
+        "An MCC file to SCC: --field says which field is taken, 1 without it. A repair writes what can be\n"
+        "read as the format wants it and says on standard error what it changed; packets keep their bytes.");
+    convert.example("kivcs2 caption convert programme.scc converted.mcc");
+    convert.runs([&context, arguments] { return Converter{*arguments, context.json}.run(); });
 }
 
 } // namespace tool

@@ -1,0 +1,70 @@
+// The ways from the packets of one caption file to another file.
+#ifndef KIV_TOOL_CAPTION_CONVERSION_H
+#define KIV_TOOL_CAPTION_CONVERSION_H
+
+#include "Captions/CaptionTarget.h"
+#include "Captions/OpenCaptions.h"
+#include "Captions/Tally.h"
+#include "Terminal/Output.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tool
+{
+
+/// What is to be written.
+struct ConversionWay
+{
+    std::string target;
+    KIVCS2CaptionFileKind kind = KIVCS2CaptionFileKind_FindOut;
+    uint32_t field = 1;               ///< SCC: the field that is taken
+    bool sparse = false;              ///< MCC from SCC: packets only on frames that have a pair
+    bool sdi = false;                 ///< MCC from SCC: two service descriptors
+    KIVCS2CaptionService service = 0; ///< SRT, WebVTT: 0 for the first that has captions
+    uint32_t timeZero = 0;            ///< SRT, WebVTT: the frame that is 00:00:00.000
+};
+
+/// One conversion: take() for every packet and caption of the source, then finish() and commit().
+class Conversion
+{
+public:
+    /// The one for a source and a target. Throws if there is none.
+    [[nodiscard]] static std::unique_ptr<Conversion> make(const CaptionSource &source, ConversionWay way);
+
+    virtual ~Conversion() = default;
+    Conversion(const Conversion &) = delete;
+    Conversion &operator=(const Conversion &) = delete;
+
+    virtual void take(const KIVCS2CaptionPacket &packet) = 0;
+    virtual void take(const KIVCS2CaptionText &text) = 0;
+
+    /// Ends the file, reads it back, and throws unless it has captions and is right.
+    virtual void finish(const Tally &in) = 0;
+
+    /// What was made, and what was left out.
+    virtual void tell(const Tally &in, Facts &facts, Json &value) const = 0;
+
+    virtual void commit() = 0;
+
+protected:
+    Conversion(const CaptionSource &source, ConversionWay way) : m_source(source), m_way(std::move(way)) {}
+
+    /// The written file, read packet by packet. Throws if it has a fault that its source has not.
+    [[nodiscard]] std::unique_ptr<Tally> readBack(const CaptionTarget &target) const;
+
+    [[nodiscard]] TargetWay targetWay() const;
+
+    const CaptionSource &m_source;
+    ConversionWay m_way;
+};
+
+/// "MCC 1", "SRT".
+[[nodiscard]] std::string kindTitle(KIVCS2CaptionFileKind kind);
+
+[[nodiscard]] bool isMCC(KIVCS2CaptionFileKind kind);
+
+} // namespace tool
+
+#endif
