@@ -408,7 +408,6 @@ private:
         return facts;
     }
 
-    // The summary goes where the captions do not: to standard error when they went to standard output.
     void tell(bool isLost)
     {
         Json value = summary(isLost);
@@ -416,10 +415,7 @@ private:
         m_conversion->tell(m_in, made, value);
         if (m_notes.report())
             return m_notes.report()->close(value);
-        Output &to = m_arguments.target == "-" ? errors() : out();
-        made.print(to);
-        if (&to != &out())
-            to.flush();
+        report(false, value, made);
     }
 
     const ConvertArguments &m_arguments;
