@@ -106,17 +106,19 @@ int main(int argc, char **argv)
                                      { runFile(state, read, isMCC ? files().mcc : files().scc, expected); })
             ->Unit(benchmark::kMillisecond);
     };
-    file("MCC/tolerant", tolerant<false, false>, true, mcc);
-    file("MCC/tolerant+decoded", tolerant<true, false>, true, mcc);
-    file("MCC/described", oursMCC, true, mcc);
-    file("SCC/tolerant", tolerant<false, true>, false, scc);
-    file("SCC/tolerant+decoded", tolerant<true, true>, false, scc);
-    file("SCC/described", oursSCC, false, scc);
+    file("CaptionMCC/ours", tolerant<false, false>, true, mcc);
+    file("CaptionMCCDescribed/ours", tolerant<false, false>, true, mcc);
+    file("CaptionMCCDescribed/described", oursMCC, true, mcc);
+    file("CaptionMCCDecoded/ours", tolerant<true, false>, true, mcc);
+    file("CaptionSCC/ours", tolerant<false, true>, false, scc);
+    file("CaptionSCCDescribed/ours", tolerant<false, true>, false, scc);
+    file("CaptionSCCDescribed/described", oursSCC, false, scc);
+    file("CaptionSCCDecoded/ours", tolerant<true, true>, false, scc);
 #if KIV_PEER_AVFORMAT && KIV_PEER_AVCODEC
-    file("MCC/avformat", avformat, true, mcc);
-    file("SCC/avformat", avformat, false, {kPairs / kPairsPerLine, 3 * uint64_t{kPairs}});
+    file("CaptionMCC/avformat", avformat, true, mcc);
+    file("CaptionSCC/avformat", avformat, false, {kPairs / kPairsPerLine, 3 * uint64_t{kPairs}});
 #endif
-    benchmark::RegisterBenchmark("Seek/of a million", runSeek)->Unit(benchmark::kMicrosecond);
+    benchmark::RegisterBenchmark("CaptionSeek/ours", runSeek)->Unit(benchmark::kMicrosecond);
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

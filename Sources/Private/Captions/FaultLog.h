@@ -27,6 +27,16 @@ public:
     // Counts and reports one place. The callback's failure; else in a strict read the fault's status.
     [[nodiscard]] KIVCS2Status tell(KIVCS2CaptionFault fault, const Place &place, bool lost);
 
+    // Counts `places` more of a fault that nobody has to be told of. False if tell() is needed.
+    [[nodiscard]] bool countOnly(KIVCS2CaptionFault fault, uint64_t places = 1)
+    {
+        if (m_counts[fault] == 0 || m_options.m_onFault != nullptr || m_options.m_strict)
+            return false;
+        m_counts[fault] += places;
+        m_all += places;
+        return true;
+    }
+
     [[nodiscard]] uint64_t count(KIVCS2CaptionFault fault) const
     {
         return m_counts[fault];

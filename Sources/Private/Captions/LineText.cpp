@@ -8,29 +8,29 @@
 #include <algorithm>
 #include <cstring>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace kiv::cc
 {
 namespace
 {
-constexpr std::array<uint8_t, 4> kU = {0xE1, 0x00, 0x00, 0x00};
+constexpr MCCLetterBytes kU = {0xE1, 0x00, 0x00, 0x00};
 constexpr size_t kANCAround = 4; // DID, SDID, data count, checksum
+
+constexpr std::array<uint8_t, 256> kDigits = []
+{
+    std::array<uint8_t, 256> values = kWordValues;
+    for (char digit = 'a'; digit <= 'f'; ++digit)
+        values[static_cast<size_t>(digit)] = kBadValue;
+    return values;
+}();
 
 constexpr bool isLower(char character)
 {
     return character >= 'a' && character <= 'z';
 }
-
-constexpr std::array<uint8_t, 256> kWordValues = []
-{
-    std::array<uint8_t, 256> values{};
-    values.fill(kBadValue);
-    for (uint8_t digit = 0; digit < 10; ++digit)
-        values[static_cast<size_t>('0' + digit)] = digit;
-    for (uint8_t digit = 10; digit < 16; ++digit)
-        values[static_cast<size_t>('A' + digit - 10)] = values[static_cast<size_t>('a' + digit - 10)] = digit;
-    values[' '] = values['\t'] = kBlankValue;
-    return values;
-}();
 
 // The bytes of a letter of either case; none for other characters and for V to Y.
 std::span<const uint8_t> letterBytes(char character, size_t sizeOfU)
@@ -64,17 +64,47 @@ void takeByte(std::string_view text, size_t &at, std::span<uint8_t> out, MCCData
     }
 }
 
+// A letter's bytes: where there is room, with the zeros behind them, as a copy of a size that is known.
+void putLetter(std::span<const uint8_t> letter, std::span<uint8_t> out, MCCData &data)
+{
+    uint8_t *const to = out.data() + data.size;
+    if (out.size() - data.size >= kLetterRoom)
+        std::memcpy(to, letter.data(), kLetterRoom);
+    else
+        std::memcpy(to, letter.data(), letter.size());
+    data.size += letter.size();
+}
+
+// Bytes of two upper-case digits, up to something else or to the end of the text or of the room. False at the
+// end of the text.
+bool takeDigits(std::string_view text, size_t &at, std::span<uint8_t> out, MCCData &data)
+{
+    constexpr size_t kManyDigits = 12; // bytes from which on a run of digits is worth a call
+    const size_t first = data.size;
+    const size_t most = std::min((text.size() - at) / 2, out.size() - first);
+    const char *const digits = text.data() + at;
+    size_t taken = 0;
+    for (; taken < most; ++taken)
+    {
+        const unsigned high = kDigits[static_cast<uint8_t>(digits[2 * taken])];
+        const unsigned low = kDigits[static_cast<uint8_t>(digits[2 * taken + 1])];
+        if ((high | low) > 0x0F)
+            break;
+        out[first + taken] = static_cast<uint8_t>(high << 4 | low);
+        if (taken == kManyDigits)
+            taken += decodeHexPairs(text.substr(at + 2 * taken + 2), out.subspan(first + taken + 1));
+    }
+    data.size += taken;
+    at += 2 * taken;
+    return at < text.size();
+}
+
 MCCData decode(std::string_view text, size_t sizeOfU, std::span<uint8_t> out)
 {
     MCCData data;
     size_t at = 0;
-    while (at < text.size() && data.badAt == kNowhere && !data.tooLong)
+    while (data.badAt == kNowhere && !data.tooLong && takeDigits(text, at, out, data))
     {
-        const size_t pairs = decodeHexPairs(text.substr(at), out.subspan(data.size));
-        data.size += pairs;
-        at += 2 * pairs;
-        if (at >= text.size())
-            break;
         const std::span<const uint8_t> letter = letterBytes(text[at], sizeOfU);
         if (letter.empty())
             takeByte(text, at, out, data);
@@ -82,8 +112,7 @@ MCCData decode(std::string_view text, size_t sizeOfU, std::span<uint8_t> out)
             data.tooLong = true;
         else
         {
-            std::memcpy(out.data() + data.size, letter.data(), letter.size());
-            data.size += letter.size();
+            putLetter(letter, out, data);
             if (letter.data() == kU.data())
                 data.uAt = std::min(data.uAt, at);
             if (isLower(text[at]))
@@ -110,6 +139,27 @@ int rightSums(std::span<const uint8_t> packet)
     const bool cdpFits = length <= packet.size() - kCDPAt && cdp::sum(packet.subspan(kCDPAt, length)) == 0;
     return countFits(packet) + (cdp::sum(packet.first(packet.size() - 1)) == packet.back()) + cdpFits;
 }
+
+// True if a block has nothing but digits of either case and blanks.
+constexpr size_t kWordBlock = 16;
+#if defined(__SSE2__)
+bool areWords(const char *block)
+{
+    const __m128i characters = _mm_loadu_si128(reinterpret_cast<const __m128i *>(block));
+    const __m128i decimal = _mm_sub_epi8(characters, _mm_set1_epi8('0'));
+    const __m128i letter = _mm_sub_epi8(_mm_or_si128(characters, _mm_set1_epi8(0x20)), _mm_set1_epi8('a'));
+    const __m128i isDigit = _mm_or_si128(_mm_cmpeq_epi8(_mm_min_epu8(decimal, _mm_set1_epi8(9)), decimal),
+                                         _mm_cmpeq_epi8(_mm_min_epu8(letter, _mm_set1_epi8(5)), letter));
+    const __m128i isBlank = _mm_or_si128(_mm_cmpeq_epi8(characters, _mm_set1_epi8(' ')),
+                                         _mm_cmpeq_epi8(characters, _mm_set1_epi8('\t')));
+    return _mm_movemask_epi8(_mm_or_si128(isDigit, isBlank)) == 0xFFFF;
+}
+#else
+bool areWords(const char *block)
+{
+    return std::none_of(block, block + kWordBlock, [](char c) { return wordValue(c) == kBadValue; });
+}
+#endif
 
 // ".field" and ",number" of MCC 2. What does not fit is left for the data to trip over.
 void takeSuffix(std::string_view line, size_t &at, LineHead &head)
@@ -185,15 +235,14 @@ MCCData decodeMCC(std::string_view text, std::span<uint8_t, KIVCS2_CAPTION_ANC_S
     return four;
 }
 
-uint8_t wordValue(char character)
-{
-    return kWordValues[static_cast<uint8_t>(character)];
-}
-
 size_t findBadOfWords(std::string_view text)
 {
+    size_t at = 0;
+    while (at + kWordBlock <= text.size() && areWords(text.data() + at))
+        at += kWordBlock;
+    text.remove_prefix(at);
     const auto bad = std::ranges::find_if(text, [](char c) { return wordValue(c) == kBadValue; });
-    return bad == text.end() ? kNowhere : static_cast<size_t>(bad - text.begin());
+    return bad == text.end() ? kNowhere : at + static_cast<size_t>(bad - text.begin());
 }
 
 size_t countWords(std::string_view text, bool &inWord)

@@ -35,6 +35,10 @@ public:
         if (m_count < m_notes.size())
             m_notes[m_count++] = {fault, at, size};
     }
+    void clear()
+    {
+        m_count = 0;
+    }
     [[nodiscard]] std::span<const Note> all() const
     {
         return {m_notes.data(), m_count};
@@ -76,7 +80,21 @@ struct MCCData
 // Value of a hexadecimal digit of either case; kBlankValue for blanks, kBadValue for all else.
 constexpr uint8_t kBlankValue = 0x10;
 constexpr uint8_t kBadValue = 0xFF;
-[[nodiscard]] uint8_t wordValue(char character);
+inline constexpr std::array<uint8_t, 256> kWordValues = []
+{
+    std::array<uint8_t, 256> values{};
+    values.fill(kBadValue);
+    for (uint8_t digit = 0; digit < 10; ++digit)
+        values[static_cast<size_t>('0' + digit)] = digit;
+    for (uint8_t digit = 10; digit < 16; ++digit)
+        values[static_cast<size_t>('A' + digit - 10)] = values[static_cast<size_t>('a' + digit - 10)] = digit;
+    values[' '] = values['\t'] = kBlankValue;
+    return values;
+}();
+[[nodiscard]] constexpr uint8_t wordValue(char character)
+{
+    return kWordValues[static_cast<uint8_t>(character)];
+}
 // The first character that is neither blank nor digit, or kNowhere.
 [[nodiscard]] size_t findBadOfWords(std::string_view text);
 // How many words there are.

@@ -48,45 +48,45 @@ const std::string_view kiv::mccComment =
 
 namespace
 {
+using kiv::MCCLetterBytes;
+
 // Empty CEA-708 triplets: the letters G to O stand for one to nine of them.
-template <size_t Count>
-constexpr std::array<uint8_t, 3 * Count> emptyTriplets()
+constexpr MCCLetterBytes emptyTriplets(size_t count)
 {
-    std::array<uint8_t, 3 * Count> bytes{};
-    for (size_t index = 0; index < bytes.size(); index += 3)
-        bytes[index] = 0xFA;
+    MCCLetterBytes bytes{};
+    for (size_t triplet = 0; triplet < count; ++triplet)
+        bytes[3 * triplet] = 0xFA;
     return bytes;
 }
 
-constexpr auto mccCharG = emptyTriplets<1>();
-constexpr auto mccCharH = emptyTriplets<2>();
-constexpr auto mccCharI = emptyTriplets<3>();
-constexpr auto mccCharJ = emptyTriplets<4>();
-constexpr auto mccCharK = emptyTriplets<5>();
-constexpr auto mccCharL = emptyTriplets<6>();
-constexpr auto mccCharM = emptyTriplets<7>();
-constexpr auto mccCharN = emptyTriplets<8>();
-constexpr auto mccCharO = emptyTriplets<9>();
-constexpr std::array<uint8_t, 3> mccCharP{0xFB, 0x80, 0x80}; // empty field 2 pair
-constexpr std::array<uint8_t, 3> mccCharQ{0xFC, 0x80, 0x80}; // empty field 1 pair
-constexpr std::array<uint8_t, 3> mccCharR{0xFD, 0x80, 0x80};
-constexpr std::array<uint8_t, 2> mccCharS{0x96, 0x69}; // CDP identifier
-constexpr std::array<uint8_t, 2> mccCharT{kiv::cdp::kDID, kiv::cdp::kSDID};
-constexpr std::array<uint8_t, 3> mccCharU{0xE1, 0x00, 0x00};
-constexpr std::array<uint8_t, 1> mccCharZ{0x00};
+constexpr std::array<MCCLetterBytes, 9> kEmptyTriplets = {
+    emptyTriplets(1), emptyTriplets(2), emptyTriplets(3), emptyTriplets(4), emptyTriplets(5),
+    emptyTriplets(6), emptyTriplets(7), emptyTriplets(8), emptyTriplets(9)};
+constexpr MCCLetterBytes mccCharP{0xFB, 0x80, 0x80}; // empty field 2 pair
+constexpr MCCLetterBytes mccCharQ{0xFC, 0x80, 0x80}; // empty field 1 pair
+constexpr MCCLetterBytes mccCharR{0xFD, 0x80, 0x80};
+constexpr MCCLetterBytes mccCharS{0x96, 0x69}; // CDP identifier
+constexpr MCCLetterBytes mccCharT{kiv::cdp::kDID, kiv::cdp::kSDID};
+constexpr MCCLetterBytes mccCharU{0xE1, 0x00, 0x00};
+constexpr MCCLetterBytes mccCharZ{0x00};
 
-template <size_t Size>
-constexpr kiv::MCCLetter row(char letter, const std::array<uint8_t, Size> &bytes)
+constexpr kiv::MCCLetter row(char letter, uint8_t size, const MCCLetterBytes &bytes)
 {
-    return {letter, static_cast<uint8_t>(Size), bytes.data()};
+    return {letter, size, bytes.data()};
+}
+constexpr kiv::MCCLetter tripletRow(uint8_t count)
+{
+    return row(static_cast<char>('G' + count - 1), static_cast<uint8_t>(3 * count),
+               kEmptyTriplets[count - size_t{1}]);
 }
 } // namespace
 
 constexpr std::array<kiv::MCCLetter, 20> kiv::mccEncoding{{
-    row('G', mccCharG), row('H', mccCharH), row('I', mccCharI), row('J', mccCharJ), row('K', mccCharK),
-    row('L', mccCharL), row('M', mccCharM), row('N', mccCharN), row('O', mccCharO), row('P', mccCharP),
-    row('Q', mccCharQ), row('R', mccCharR), row('S', mccCharS), row('T', mccCharT), row('U', mccCharU),
-    {'V', 0, nullptr},  {'W', 0, nullptr},  {'X', 0, nullptr},  {'Y', 0, nullptr},  row('Z', mccCharZ),
+    tripletRow(1),         tripletRow(2),         tripletRow(3),         tripletRow(4),
+    tripletRow(5),         tripletRow(6),         tripletRow(7),         tripletRow(8),
+    tripletRow(9),         row('P', 3, mccCharP), row('Q', 3, mccCharQ), row('R', 3, mccCharR),
+    row('S', 2, mccCharS), row('T', 2, mccCharT), row('U', 3, mccCharU), {'V', 0, nullptr},
+    {'W', 0, nullptr},     {'X', 0, nullptr},     {'Y', 0, nullptr},     row('Z', 1, mccCharZ),
 }};
 
 namespace

@@ -21,11 +21,13 @@ constexpr std::string_view mccCreationTime = "\nCreation Time=";
 constexpr std::string_view mccTimeCodeRate = "\nTime Code Rate=";
 
 // One letter of the compression; V to Y stand for no bytes.
+constexpr size_t kLetterRoom = 32;
+using MCCLetterBytes = std::array<uint8_t, kLetterRoom>; // with zeros behind the letter's: copied at once
 struct MCCLetter
 {
     char letter;
     uint8_t size;
-    const uint8_t *bytes;
+    const uint8_t *bytes; // kLetterRoom of them; null for V to Y
 };
 extern const std::array<MCCLetter, 20> mccEncoding;
 

@@ -4,7 +4,6 @@
 #include "Private/Captions/CDP.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 namespace kiv::cc
@@ -22,14 +21,6 @@ constexpr uint8_t kServiceMask = 0x3F;
 constexpr uint8_t kEasyReader = 0x80;
 constexpr uint8_t kWide = 0x40;
 
-constexpr std::array<bool, 256> kOddParity = []
-{
-    std::array<bool, 256> odd{};
-    for (size_t byte = 0; byte < odd.size(); ++byte)
-        odd[byte] = std::popcount(byte) % 2 != 0;
-    return odd;
-}();
-
 void addFault(KIVCS2CaptionPacket &packet, KIVCS2CaptionFault fault)
 {
     packet.m_faults |= faultBit(fault);
@@ -44,7 +35,11 @@ bool isSectionId(uint8_t byte)
 class CDPWalk
 {
 public:
-    CDPWalk(KIVCS2CaptionPacket &packet, std::span<const uint8_t> bytes) : m_packet{packet}, m_cdp{bytes} {}
+    // `sum` is that of all bytes.
+    CDPWalk(KIVCS2CaptionPacket &packet, std::span<const uint8_t> bytes, uint8_t sum)
+        : m_packet{packet}, m_cdp{bytes}, m_sum{sum}
+    {
+    }
 
     void run()
     {
@@ -81,18 +76,18 @@ private:
         m_at += cdp::kSectionHeadSize;
         // Bytes are missing or too many: they are triplets only as long as their markers say so.
         const bool doubtful = (m_packet.m_faults & faultBit(KIVCS2CaptionFault_DataCount)) != 0;
-        size_t taken = 0;
-        for (; taken < count && m_cdp.size() - m_at >= cdp::kTripletSize; ++taken)
-        {
-            const uint8_t *triplet = &m_cdp[m_at];
-            if (doubtful && (triplet[0] & kMarker) != kMarker)
-                return false;
-            if (m_packet.m_tripletCount == KIVCS2_CAPTION_TRIPLETS_MAX)
-                addFault(m_packet, KIVCS2CaptionFault_SectionUnknown);
-            else
-                std::memcpy(m_packet.m_triplets[m_packet.m_tripletCount++], triplet, cdp::kTripletSize);
-            m_at += cdp::kTripletSize;
-        }
+        const size_t there = std::min(count, (m_cdp.size() - m_at) / cdp::kTripletSize);
+        size_t taken = doubtful ? 0 : there;
+        while (taken < there && (m_cdp[m_at + taken * cdp::kTripletSize] & kMarker) == kMarker)
+            ++taken;
+        const size_t before = m_packet.m_tripletCount;
+        const size_t kept = std::min(taken, KIVCS2_CAPTION_TRIPLETS_MAX - before);
+        if (kept < taken)
+            addFault(m_packet, KIVCS2CaptionFault_SectionUnknown);
+        std::copy_n(m_cdp.data() + m_at, kept * cdp::kTripletSize,
+                    &m_packet.m_triplets[0][0] + before * cdp::kTripletSize);
+        m_packet.m_tripletCount = static_cast<uint8_t>(before + kept);
+        m_at += taken * cdp::kTripletSize;
         return taken == count;
     }
 
@@ -166,7 +161,7 @@ private:
             return;
         }
         const size_t end = m_at + kFooterSize + cdp::kChecksumSize;
-        if (cdp::sum(m_cdp.first(end)) != 0)
+        if ((end == m_cdp.size() ? m_sum : cdp::sum(m_cdp.first(end))) != 0)
             addFault(m_packet, KIVCS2CaptionFault_CDPChecksum);
         if (length != end || end != m_cdp.size())
             addFault(m_packet, KIVCS2CaptionFault_CDPLength);
@@ -174,6 +169,7 @@ private:
 
     KIVCS2CaptionPacket &m_packet;
     std::span<const uint8_t> m_cdp;
+    uint8_t m_sum;
     size_t m_at = cdp::kHeaderSize;
 };
 
@@ -183,19 +179,19 @@ void checkParity(KIVCS2CaptionPacket &packet)
     {
         const uint8_t *triplet = packet.m_triplets[index];
         if ((triplet[0] & cdp::kPairMask) == cdp::kPairValue && !isEmptyPair(triplet[1], triplet[2]) &&
-            !(kOddParity[triplet[1]] && kOddParity[triplet[2]]))
+            !(hasOddParity(triplet[1]) && hasOddParity(triplet[2])))
             return addFault(packet, KIVCS2CaptionFault_Parity);
     }
 }
 
-void takeCDP(KIVCS2CaptionPacket &packet, std::span<const uint8_t> bytes)
+void takeCDP(KIVCS2CaptionPacket &packet, std::span<const uint8_t> bytes, uint8_t sum)
 {
     if (bytes.size() < cdp::kHeaderSize || bytes[0] != 0x96 || bytes[1] != 0x69)
         return addFault(packet, KIVCS2CaptionFault_NotACDP);
     packet.m_flags |= KIVCS2CaptionPacketFlag_CDP;
     packet.m_rateCode = bytes[3] >> 4;
     packet.m_sequence = static_cast<uint16_t>(bytes[5] << 8 | bytes[6]);
-    CDPWalk{packet, bytes}.run();
+    CDPWalk{packet, bytes, sum}.run();
     checkParity(packet);
 }
 
@@ -255,9 +251,11 @@ bool isService(KIVCS2CaptionService service)
            service == KIVCS2CaptionService_CC1 || service == KIVCS2CaptionService_CC3;
 }
 
-bool hasOddParity(uint8_t byte)
+void clear(KIVCS2CaptionPacket &packet)
 {
-    return kOddParity[byte];
+    // Of a size that it knows the compiler makes "rep stos", which begins slower than all of memset().
+    const volatile size_t size = sizeof packet;
+    std::memset(&packet, 0, size);
 }
 
 void takeApart(KIVCS2CaptionPacket &packet)
@@ -273,14 +271,16 @@ void takeApart(KIVCS2CaptionPacket &packet)
 
     const size_t count = anc[2];
     const size_t there = anc.size() - kANCHead;
+    const std::span<const uint8_t> data = anc.subspan(kANCHead, std::min(count, there));
+    const uint8_t sum = cdp::sum(data);
     if (there == count)
         addFault(packet, KIVCS2CaptionFault_PacketChecksumMissing);
     else if (there != count + 1)
         addFault(packet, KIVCS2CaptionFault_DataCount);
-    else if (cdp::sum(anc.first(anc.size() - 1)) != anc.back())
+    else if (static_cast<uint8_t>(anc[0] + anc[1] + anc[2] + sum) != anc.back())
         addFault(packet, KIVCS2CaptionFault_PacketChecksum);
     if (packet.m_did == kCaptionDID && packet.m_sdid == kCaptionSDID)
-        takeCDP(packet, anc.subspan(kANCHead, std::min(count, there)));
+        takeCDP(packet, data, sum);
 }
 
 KIVCS2Status makePacket(const KIVCS2CaptionCountingInfo &info, uint16_t sequence, const Contents &contents,

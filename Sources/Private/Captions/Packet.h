@@ -35,7 +35,14 @@ constexpr uint8_t kMarker = 0xF8;
 {
     return ((first | second) & 0x7F) == 0;
 }
-[[nodiscard]] bool hasOddParity(uint8_t byte);
+[[nodiscard]] constexpr bool hasOddParity(uint8_t byte)
+{
+    // Bit n of the constant: n has an odd count of ones.
+    return (0x6996u >> ((byte ^ byte >> 4) & 0x0F) & 1u) != 0;
+}
+
+// Zeros a packet.
+void clear(KIVCS2CaptionPacket &packet);
 
 // Takes apart the `m_size` bytes that stand in `m_anc` of an otherwise cleared packet.
 void takeApart(KIVCS2CaptionPacket &packet);

@@ -13,6 +13,7 @@ namespace kiv::cc
 {
 namespace
 {
+constexpr size_t kWordSize = 4;     // digits of a pair
 constexpr size_t kLongestWord = 64; // a word of more characters is passed over as it comes
 
 bool isComment(std::string_view text)
@@ -23,6 +24,21 @@ bool isComment(std::string_view text)
 KIVCS2CaptionFault faultOfCharacter(char character)
 {
     return character == '\0' ? KIVCS2CaptionFault_Null : KIVCS2CaptionFault_UnknownCharacter;
+}
+
+// The pair of a word's four digits as the triplet `index`. 1 if it lacks its parity, else 0.
+inline uint64_t putPair(KIVCS2CaptionPacket &packet, uint8_t index, const char *digits, uint8_t field)
+{
+    const auto first = static_cast<uint8_t>(wordValue(digits[0]) << 4 | wordValue(digits[1]));
+    const auto second = static_cast<uint8_t>(wordValue(digits[2]) << 4 | wordValue(digits[3]));
+    uint8_t *const triplet = packet.m_triplets[index];
+    triplet[0] = static_cast<uint8_t>(kMarker | kValid | field);
+    triplet[1] = first;
+    triplet[2] = second;
+    packet.m_tripletCount = static_cast<uint8_t>(index + 1);
+    // Without branches: where bytes lack their parity, they do so at random.
+    const unsigned odd = hasOddParity(first) & hasOddParity(second);
+    return ~odd & static_cast<unsigned>(!isEmptyPair(first, second));
 }
 
 bool losesData(KIVCS2CaptionFault fault)
@@ -52,6 +68,8 @@ KIVCS2Status Reader::tell(KIVCS2CaptionFault fault, const Place &place, bool los
 
 KIVCS2Status Reader::tellHere(KIVCS2CaptionFault fault, size_t at, std::string_view found, bool lost)
 {
+    if (m_log.countOnly(fault))
+        return KIVCS2STATUS_OK;
     const size_t column = at == kNowhere ? kNowhere : m_gone + at;
     return tell(
         fault,
@@ -303,6 +321,8 @@ KIVCS2Status Reader::settleCounting()
     else if (choice.fault != KIVCS2CaptionFault_None)
         return faultRow(choice.fault)->status; // told already
     m_info = countingInfo(m_header.m_counting);
+    for (uint8_t code = 0; m_info != nullptr && code < 16; ++code) // none: no captions and no rate
+        m_rateCodes |= rateAgrees(*m_info, code) ? 1u << code : 0u;
     return KIVCS2STATUS_OK;
 }
 
@@ -423,7 +443,11 @@ KIVCS2Status Reader::readPacket(KIVCS2CaptionPacket &packet)
     while (!got)
     {
         if (m_inWords)
-            KIV_TRY(nextWord(packet, got));
+        {
+            KIV_TRY(usualWord(packet, got));
+            if (!got)
+                KIV_TRY(nextWord(packet, got));
+        }
         else
         {
             KIV_TRY(nextLine());
@@ -441,7 +465,7 @@ KIVCS2Status Reader::readPacket(KIVCS2CaptionPacket &packet)
 KIVCS2Status Reader::takeLine(KIVCS2CaptionPacket &packet, bool &got)
 {
     m_current.head = {};
-    m_current.notes = {};
+    m_current.notes.clear();
     m_current.hasFrame = false;
     bool good = false;
     KIV_TRY(takeTimecode(good));
@@ -496,7 +520,7 @@ KIVCS2Status Reader::takeMCC(KIVCS2CaptionPacket &packet, bool &got)
     std::string_view data = line.text.substr(dataAt);
     while (!data.empty() && isBlank(data.back()))
         data.remove_suffix(1);
-    packet = {};
+    clear(packet);
     const MCCData decoded = decodeMCC(data, packet.m_anc);
     if (m_options.m_order == KIVCS2CaptionOrder_File)
         m_index.add(line.offset, line.number, m_current.frame);
@@ -542,7 +566,7 @@ KIVCS2Status Reader::finishMCC(KIVCS2CaptionPacket &packet, const MCCData &data)
         m_current.notes.add(KIVCS2CaptionFault_FourByteU, head.dataAt + data.uAt, 1);
     takeApart(packet);
     if ((packet.m_flags & KIVCS2CaptionPacketFlag_CDP) != 0 && packet.m_rateCode != 0 &&
-        !rateAgrees(*m_info, packet.m_rateCode))
+        (m_rateCodes >> packet.m_rateCode & 1u) == 0)
         packet.m_faults |= faultBit(KIVCS2CaptionFault_RateDisagrees);
 
     // Those of the bytes have no column of their own: they are told where the data begin.
@@ -718,31 +742,54 @@ KIVCS2Status Reader::nextWord(KIVCS2CaptionPacket &packet, bool &got)
     return taken;
 }
 
-KIVCS2Status Reader::takeWord(std::string_view word, size_t digits, KIVCS2CaptionPacket &packet, bool &got)
+// A packet of the line at the frame of the present word.
+void Reader::openPair(KIVCS2CaptionPacket &packet)
 {
-    packet = {};
+    clear(packet);
     packet.m_frame = m_wordFrame;
-    if (digits != 4 && digits != 8)
-    {
-        ++m_report.m_lostPairs;
-        return tellHere(KIVCS2CaptionFault_WordLength, m_at, word, true);
-    }
     packet.m_line = m_current.line.number;
     packet.m_offset = m_current.line.offset;
     packet.m_faults = m_first ? m_lineFaults : 0;
     m_first = false;
-    const auto field = static_cast<uint8_t>(m_header.m_field == 2 ? 1 : 0);
-    const size_t pairs = digits == 8 && m_options.m_bothTracks ? 2 : 1;
-    for (size_t pair = 0; pair < pairs; ++pair)
+}
+
+// Four digits behind one blank or none, as most words are. What differs is left for nextWord().
+KIVCS2Status Reader::usualWord(KIVCS2CaptionPacket &packet, bool &got)
+{
+    const std::string_view text = m_current.line.text;
+    const size_t at = m_at + (m_at < text.size() && isBlank(text[m_at]) ? 1 : 0);
+    const bool isLast = at + kWordSize == text.size() && m_current.line.whole;
+    if (m_dropping || (!isLast && (at + kWordSize >= text.size() || !isBlank(text[at + kWordSize]))))
+        return KIVCS2STATUS_OK;
+    const char *const digits = &text[at];
+    if ((wordValue(digits[0]) | wordValue(digits[1]) | wordValue(digits[2]) | wordValue(digits[3])) >=
+        kBlankValue)
+        return KIVCS2STATUS_OK;
+    openPair(packet);
+    const uint64_t lacks = putPair(packet, 0, digits, m_header.m_field == 2 ? kField2 : kField1);
+    packet.m_faults |= lacks << KIVCS2CaptionFault_Parity;
+    got = true;
+    m_at = at + kWordSize;
+    ++m_wordFrame;
+    return m_log.countOnly(KIVCS2CaptionFault_Parity, lacks) || lacks == 0
+               ? KIVCS2STATUS_OK
+               : tellHere(KIVCS2CaptionFault_Parity, at, text.substr(at, kWordSize), false);
+}
+
+KIVCS2Status Reader::takeWord(std::string_view word, size_t digits, KIVCS2CaptionPacket &packet, bool &got)
+{
+    if (digits != kWordSize && digits != 2 * kWordSize)
     {
-        uint8_t *const triplet = packet.m_triplets[packet.m_tripletCount++];
-        triplet[0] = static_cast<uint8_t>(kMarker | kValid | (pair == 0 ? field : 1 - field));
-        for (size_t byte = 0; byte < 2; ++byte)
-            triplet[1 + byte] = static_cast<uint8_t>(wordValue(word[pair * 4 + byte * 2]) << 4 |
-                                                     wordValue(word[pair * 4 + byte * 2 + 1]));
-        if (!isEmptyPair(triplet[1], triplet[2]) && !(hasOddParity(triplet[1]) && hasOddParity(triplet[2])))
-            packet.m_faults |= faultBit(KIVCS2CaptionFault_Parity);
+        ++m_report.m_lostPairs;
+        return tellHere(KIVCS2CaptionFault_WordLength, m_at, word, true);
     }
+    openPair(packet);
+    const uint8_t field = m_header.m_field == 2 ? kField2 : kField1;
+    uint64_t lacks = putPair(packet, 0, word.data(), field);
+    const size_t pairs = digits == 8 && m_options.m_bothTracks ? 2 : 1;
+    if (pairs == 2)
+        lacks |= putPair(packet, 1, word.data() + kWordSize, field == kField1 ? kField2 : kField1);
+    packet.m_faults |= lacks << KIVCS2CaptionFault_Parity;
     got = true;
     if (digits == 8)
     {

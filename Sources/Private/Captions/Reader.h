@@ -73,8 +73,10 @@ private:
     KIVCS2Status checkWords(size_t from);
     KIVCS2Status placeWords();
     KIVCS2Status nextWord(KIVCS2CaptionPacket &packet, bool &got);
+    KIVCS2Status usualWord(KIVCS2CaptionPacket &packet, bool &got);
     KIVCS2Status findWord(std::string_view &word, size_t &digits);
     KIVCS2Status takeWord(std::string_view word, size_t digits, KIVCS2CaptionPacket &packet, bool &got);
+    void openPair(KIVCS2CaptionPacket &packet);
     void closeWords();
 
     KIVCS2Status lose(KIVCS2CaptionFault fault, size_t at, std::string_view found);
@@ -101,6 +103,7 @@ private:
     KIVCS2CaptionFileHeader m_header{};
     KIVCS2CaptionFileReport m_report{};
     const KIVCS2CaptionCountingInfo *m_info = nullptr;
+    uint32_t m_rateCodes = 0; // bit n: CDPs of rate code n belong to the counting
     Survey m_survey;
     bool m_headerTaken = false, m_sawBlank = false, m_sawFormat = false, m_sawCaption = false;
     KIVCS2Status m_headerStatus = KIVCS2STATUS_OK;
