@@ -181,6 +181,22 @@ TEST(CaptionFileFaults, OnlyRefusedFilesGiveNoHeader)
     EXPECT_EQ(Reading(with(mcc(kLine), "30DF", "24"), options).all().packets.size(), 1u);
 }
 
+// The counting of a file whose first caption is behind what the reader looks at ahead.
+TEST(CaptionFileHeaders, OfAnyLengthLeaveTheirCaptionsAVote)
+{
+    for (const std::string &filler :
+         {std::string(70000, 'x') + "\n", with(std::string(400, '\n'), "\n", "x\n")})
+    {
+        Reading drops{kSCCHead + filler + "00:00:01;00\t1520\n00:00:02;00\t1520\n"};
+        EXPECT_EQ(drops.all().header.m_counting, KIVCS2CaptionCounting_29_97DF);
+        EXPECT_EQ(drops.header.m_field, 2u);
+        Reading packets{with(kMCCHead, "Time Code Rate=30DF\n", filler) + with(kLine, "4F", "3F") + "\n"};
+        EXPECT_EQ(packets.all().header.m_counting, KIVCS2CaptionCounting_25);
+        EXPECT_EQ(packets.count(FAULT(RateMissing)), 1u);
+        EXPECT_EQ(packets.packets.size(), 1u);
+    }
+}
+
 TEST(CaptionFileSCC, WordsKeepTheirFrames)
 {
     Reading reading{scc("00:00:10:00\t9420 94 ae 94ae\n00:00:20:00\t94209420 942c")};

@@ -234,11 +234,21 @@ KIVCS2Status Reader::takeHeaderLines()
             m_header.m_firstLine = line.number;
             m_firstOffset = line.offset;
             m_source.unread(line);
+            if (m_survey.captionLines == 0)
+                surveyAgain();
             return KIVCS2STATUS_OK;
         }
         KIV_TRY(takeHeaderLine(line));
         KIV_TRY(m_source.skipRest(line));
     }
+}
+
+// From the first caption on: the header was longer than what is looked at ahead.
+void Reader::surveyAgain()
+{
+    const std::string_view text = m_source.lookAhead(kLinesAhead);
+    m_survey = surveyText(text);
+    m_current.line.text = text.substr(0, std::min(text.find_first_of("\r\n"), text.size()));
 }
 
 KIVCS2Status Reader::takeHeaderLine(const Line &line)

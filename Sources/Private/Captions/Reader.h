@@ -53,6 +53,7 @@ private:
     KIVCS2Status takeHeader();
     KIVCS2Status openFile(std::string_view &text);
     KIVCS2Status takeHeaderLines();
+    void surveyAgain();
     KIVCS2Status takeHeaderLine(const Line &line);
     KIVCS2Status takeFormat(std::string_view text, bool &known);
     KIVCS2Status takeKnown(std::string_view text, bool &known);
