@@ -35,6 +35,19 @@ inline std::filesystem::path corpus()
     if (kiv::test::corpus().empty())                                                                         \
     GTEST_SKIP() << "no real caption files here; KIV_CAPTION_CORPUS says where they are"
 
+// FNV-1a over what is added: a golden result in one number.
+struct Hash
+{
+    uint64_t value = 14695981039346656037u;
+
+    Hash &add(const void *bytes, size_t size)
+    {
+        for (size_t at = 0; at < size; ++at)
+            value = (value ^ static_cast<const uint8_t *>(bytes)[at]) * 1099511628211u;
+        return *this;
+    }
+};
+
 // A file in memory, opened for reading.
 struct Reading
 {
@@ -85,6 +98,16 @@ struct Reading
         KIVCS2CaptionFileReport report;
         EXPECT_EQ(kivCS2CaptionFile_getReport(&file, &report), KIVCS2STATUS_OK);
         return report;
+    }
+    // Of the frames and bytes of all packets.
+    [[nodiscard]] uint64_t hash() const
+    {
+        Hash hash;
+        for (const KIVCS2CaptionPacket &packet : packets)
+            hash.add(&packet.m_frame, sizeof packet.m_frame)
+                .add(packet.m_anc, packet.m_size)
+                .add(packet.m_triplets, size_t{3} * packet.m_tripletCount);
+        return hash.value;
     }
     // "9420 94ae" and so on: the pairs of a field, empty ones left out.
     [[nodiscard]] std::string pairs(size_t field = 0) const

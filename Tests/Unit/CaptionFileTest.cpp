@@ -483,48 +483,48 @@ TEST(CaptionFileLines, OfAnyLengthAreReadInPieces)
 
 // ---- Real files ----
 
+// Every word of an SCC file is a packet; of ndf-tears-of-steel.scc 152 words are empty pairs (80 80).
 struct Golden
 {
     const char *file;
-    size_t packets;
     KIVCS2CaptionCounting counting;
-    size_t pairs1, pairs2; // empty ones not counted
+    size_t packets, pairs1, pairs2; // empty pairs not counted
+    uint64_t hash;
     std::map<KIVCS2CaptionFault, uint64_t> faults;
 };
 
 TEST(CaptionFileCorpus, RealFilesGiveWhatIsKnownOfThem)
 {
     KIV_NEED_CORPUS();
+    const KIVCS2CaptionCounting df = KIVCS2CaptionCounting_29_97DF, ndf = KIVCS2CaptionCounting_29_97NDF;
     const std::vector<Golden> files = {
         {"mcc/BigBuckBunny_256x144-24fps.mcc",
-         688,
          KIVCS2CaptionCounting_23_98,
+         688,
          323,
          344,
+         1834093209773326977u,
          {{FAULT(CDPChecksumMissing), 688}, {FAULT(Sequence), 42}}},
-        {"mcc/premiere2025-30df.mcc", 533, KIVCS2CaptionCounting_29_97DF, 198, 0, {}},
+        {"mcc/premiere2025-30df.mcc", df, 533, 198, 0, 17863962859161499553u, {}},
         {"scc/df-crlf-out-of-order.scc",
+         df,
          12370,
-         KIVCS2CaptionCounting_29_97DF,
          12370,
          0,
+         3531358988449529362u,
          {{FAULT(BlanksBehind), 632}, {FAULT(BackInTime), 1}, {FAULT(Overlap), 2}}},
-        {"scc/df-rollup-no-final-newline.scc",
-         259,
-         KIVCS2CaptionCounting_29_97DF,
-         259,
-         0,
-         {{FAULT(Parity), 6}}},
-        {"scc/df-short.scc", 265, KIVCS2CaptionCounting_29_97DF, 265, 0, {{FAULT(BlanksBehind), 15}}},
-        {"scc/df-simple.scc", 31, KIVCS2CaptionCounting_29_97DF, 31, 0, {{FAULT(Parity), 12}}},
-        {"scc/ndf-crlf.scc", 93, KIVCS2CaptionCounting_29_97NDF, 93, 0, {}},
+        {"scc/df-rollup-no-final-newline.scc", df, 259, 259, 0, 8201492743205152756u, {{FAULT(Parity), 6}}},
+        {"scc/df-short.scc", df, 265, 265, 0, 7049566880893957213u, {{FAULT(BlanksBehind), 15}}},
+        {"scc/df-simple.scc", df, 31, 31, 0, 2669425433593298955u, {{FAULT(Parity), 12}}},
+        {"scc/ndf-crlf.scc", ndf, 93, 93, 0, 15213636595646879u, {}},
         {"scc/ndf-overlap.scc",
+         ndf,
          83,
-         KIVCS2CaptionCounting_29_97NDF,
          83,
          0,
+         7048860838568202523u,
          {{FAULT(Parity), 56}, {FAULT(Overlap), 1}}},
-        {"scc/ndf-tears-of-steel.scc", 1438, KIVCS2CaptionCounting_29_97NDF, 1286, 0, {}},
+        {"scc/ndf-tears-of-steel.scc", ndf, 1438, 1286, 0, 13818637304905125186u, {}},
     };
     for (const Golden &golden : files)
     {
@@ -535,34 +535,48 @@ TEST(CaptionFileCorpus, RealFilesGiveWhatIsKnownOfThem)
         EXPECT_EQ(reading.packets.size(), golden.packets);
         EXPECT_EQ(reading.pairs(0).size() / 5, golden.pairs1);
         EXPECT_EQ(reading.pairs(1).size() / 5, golden.pairs2);
+        EXPECT_EQ(reading.hash(), golden.hash);
         std::map<KIVCS2CaptionFault, uint64_t> faults;
         for (const KIVCS2CaptionFileFault &fault : reading.faults)
             ++faults[fault.m_fault];
         EXPECT_EQ(faults, golden.faults);
     }
+    EXPECT_EQ(Reading(fileText(kiv::test::corpus() / "mcc/empty.mcc")).all().status, KIVCS2STATUS_HEADER_ERR);
 }
 
+// Words of 10 bits, two bytes each, from the DID on (SMPTE ST 291-1).
 TEST(CaptionFileCorpus, CapturedPacketsAreWhole)
 {
     KIV_NEED_CORPUS();
     const std::string text = fileText(kiv::test::corpus() / "anc/1080i-708b.s291-10bit.be16");
+    const auto word = [&](size_t index)
+    {
+        return static_cast<uint8_t>(text.at(2 * index)) << 8 | static_cast<uint8_t>(text.at(2 * index + 1));
+    };
     size_t packets = 0;
     size_t at = 0;
-    for (; at + 6 <= text.size(); ++packets)
+    for (; at < text.size() / 2; ++packets)
     {
+        const size_t count = word(at + 2) & 0xFFu;
         std::vector<uint8_t> bytes;
-        const size_t count = static_cast<uint8_t>(text[at + 5]) + 4u;
-        for (size_t word = 0; word < count && at + 2 * word + 1 < text.size(); ++word)
-            bytes.push_back(static_cast<uint8_t>(text[at + 2 * word + 1]));
+        int sum = 0; // of nine bits; the tenth is the ninth turned over
+        for (size_t index = 0; index < 3 + count; ++index)
+        {
+            bytes.push_back(static_cast<uint8_t>(word(at + index)));
+            sum = (sum + word(at + index)) & 0x1FF;
+        }
+        ASSERT_EQ(word(at + 3 + count), sum | (~sum << 1 & 0x200)) << packets;
+        // Of 8-bit words the checksum is another one.
+        bytes.push_back(0);
+        for (size_t index = 0; index + 1 < bytes.size(); ++index)
+            bytes.back() = static_cast<uint8_t>(bytes.back() + bytes[index]);
         KIVCS2CaptionPacket packet;
-        // The checksum of 10-bit words has nine bits of another sum; that of the CDP inside is its own.
-        ASSERT_EQ(
-            kivCS2CaptionPacket_parse(&packet, bytes.data() + 3, static_cast<uint32_t>(bytes.size() - 4)),
-            KIVCS2STATUS_OK);
-        EXPECT_EQ(packet.m_faults, 0u) << packets;
-        at += 2 * count;
+        ASSERT_EQ(kivCS2CaptionPacket_parse(&packet, bytes.data(), static_cast<uint32_t>(bytes.size())),
+                  KIVCS2STATUS_OK);
+        EXPECT_TRUE(packet.m_faults == 0 && packet.m_did == 0x61 && packet.m_sdid == 0x01) << packets;
+        at += count + 4;
     }
-    EXPECT_EQ(at, text.size());
+    EXPECT_EQ(2 * at, text.size());
     EXPECT_EQ(packets, 300u);
 }
 
