@@ -1,5 +1,5 @@
-// What is written is read back without a fault and is the same: captions of any bytes to MCC, and pairs
-// through SCC, MCC and SCC.
+// What is written is read back without a fault and is the same: captions of any bytes to MCC and on to SCC, or
+// any text as SCC through MCC to SCC. The first byte picks the way.
 #include "Expect.h"
 
 #include "KIVCS2CaptionFile.h"
@@ -39,12 +39,15 @@ struct Writing
     }
 };
 
-std::vector<KIVCS2CaptionPacket> readAll(std::string text, uint64_t &faults)
+std::vector<KIVCS2CaptionPacket> readAll(std::string text, uint64_t &faults,
+                                         const KIVCS2CaptionReadOptions &options = {})
 {
+    text.reserve(1); // a view needs a block, even of no bytes
     KIVCS2MemoryStream memory;
     KIVCS2CaptionFile file;
     KIV_FUZZ_EXPECT(kivCS2MemoryStream_initWithBytes(&memory, text.data(), text.size()) == KIVCS2STATUS_OK);
-    KIV_FUZZ_EXPECT(kivCS2CaptionFile_initReading(&file, &memory.m_stream, true, nullptr) == KIVCS2STATUS_OK);
+    KIV_FUZZ_EXPECT(kivCS2CaptionFile_initReading(&file, &memory.m_stream, true, &options) ==
+                    KIVCS2STATUS_OK);
     std::vector<KIVCS2CaptionPacket> packets;
     KIVCS2CaptionPacket packet;
     while (KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file, &packet)))
@@ -56,6 +59,9 @@ std::vector<KIVCS2CaptionPacket> readAll(std::string text, uint64_t &faults)
     return packets;
 }
 
+constexpr uint32_t kPerDay =
+    2'589'408; // frames of a day in drop-frame; of the other counting no file gets there
+
 Placed placed(const std::vector<KIVCS2CaptionPacket> &packets)
 {
     Placed found;
@@ -65,9 +71,34 @@ Placed placed(const std::vector<KIVCS2CaptionPacket> &packets)
         (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
         for (uint8_t pair = 0; pair < pairs.m_count[0]; ++pair)
             if (const uint8_t *bytes = pairs.m_pairs[0][pair]; ((bytes[0] | bytes[1]) & 0x7F) != 0)
-                found.emplace_back(packet.m_frame, static_cast<uint16_t>(bytes[0] << 8 | bytes[1]));
+                found.emplace_back(packet.m_frame % kPerDay, static_cast<uint16_t>(bytes[0] << 8 | bytes[1]));
     }
     return found;
+}
+// Pairs keep their frames from SCC through MCC to SCC.
+void throughMCC(std::string text, KIVCS2CaptionCounting counting)
+{
+    KIVCS2CaptionReadOptions options{};
+    options.m_kind = KIVCS2CaptionFileKind_SCC;
+    options.m_counting = counting;
+    options.m_field = 1;
+    uint64_t faults = 0;
+    const auto packets = readAll(std::move(text), faults, options);
+    Writing mcc{KIVCS2CaptionFileKind_MCC2, counting, false};
+    for (const KIVCS2CaptionPacket &packet : packets)
+    {
+        KIVCS2CaptionPairs pairs;
+        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
+        KIV_FUZZ_EXPECT(kivCS2CaptionFile_writeCaptions(&mcc.file, packet.m_frame, &pairs, nullptr) ==
+                        KIVCS2STATUS_OK);
+    }
+    options.m_kind = KIVCS2CaptionFileKind_FindOut;
+    const auto between = readAll(mcc.text(), faults, options);
+    KIV_FUZZ_EXPECT(between.size() == packets.size() && placed(between) == placed(packets));
+    Writing scc{KIVCS2CaptionFileKind_SCC, counting, false};
+    for (const KIVCS2CaptionPacket &packet : between)
+        KIV_FUZZ_EXPECT(kivCS2CaptionFile_writePacket(&scc.file, &packet) == KIVCS2STATUS_OK);
+    KIV_FUZZ_EXPECT(placed(readAll(scc.text(), faults, options)) == placed(packets));
 }
 } // namespace
 
@@ -77,6 +108,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     const KIVCS2CaptionCounting counting =
         (data[0] & 1) != 0 ? KIVCS2CaptionCounting_29_97DF : KIVCS2CaptionCounting_29_97NDF;
+    if ((data[0] & 4) != 0)
+    {
+        throughMCC({reinterpret_cast<const char *>(data) + 1, size - 1}, counting);
+        return 0;
+    }
     const bool plain = (data[0] & 2) != 0;
     uint32_t frame = data[1] * 100u;
     Writing mcc{KIVCS2CaptionFileKind_MCC1, counting, plain};
