@@ -175,6 +175,21 @@ KIVCS2Status LineSource::next(Line &line)
         end = m_end;
     }
     take(line, end, found);
+    return line.whole ? KIVCS2STATUS_OK : passBlanks(line);
+}
+
+KIVCS2Status LineSource::passBlanks(Line &line)
+{
+    while (!line.whole && line.text.size() > 1)
+    {
+        const size_t first = line.text.find_first_not_of(" \t");
+        const size_t keep =
+            first == std::string_view::npos ? 1 : line.text.size() - std::max<size_t>(first, 1) + 1;
+        if (keep == line.text.size())
+            return KIVCS2STATUS_OK;
+        if (const KIVCS2Status status = more(line, keep); KIVCS2_FAILED(status))
+            return status;
+    }
     return KIVCS2STATUS_OK;
 }
 

@@ -46,7 +46,8 @@ public:
         m_begin += count;
     }
 
-    // The next line, blank ones included. KIVCS2STATUS_EOF_ERR at the end; a stream's failure when the
+    // The next line, blank ones included. Of a line that is not whole the blanks in front are passed over, all but
+    // one. KIVCS2STATUS_EOF_ERR at the end; a stream's failure when the
     // whole lines before it are out, with `line` at the place of the failure. `line.text` is valid until
     // the next call.
     [[nodiscard]] KIVCS2Status next(Line &line);
@@ -70,6 +71,7 @@ private:
     [[nodiscard]] size_t findEnd();
     [[nodiscard]] bool haveEnd(size_t &end);
     void passLineFeed();
+    [[nodiscard]] KIVCS2Status passBlanks(Line &line);
     void take(Line &line, size_t end, bool found);
 
     static constexpr size_t kFirstBlock = size_t{8} * 1024; // behind a move little may be asked for

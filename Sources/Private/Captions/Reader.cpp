@@ -477,6 +477,8 @@ KIVCS2Status Reader::takeLine(KIVCS2CaptionPacket &packet, bool &got)
     m_current.head = {};
     m_current.notes.clear();
     m_current.hasFrame = false;
+    if (!m_current.line.whole && !isSCC())
+        KIV_TRY(gatherLine());
     bool good = false;
     KIV_TRY(takeTimecode(good));
     if (!good)
@@ -484,6 +486,29 @@ KIVCS2Status Reader::takeLine(KIVCS2CaptionPacket &packet, bool &got)
     if (withoutBlanks(m_current.line.text.substr(m_current.head.dataAt)).empty() && m_current.line.whole)
         return lose(KIVCS2CaptionFault_NotACaption, m_current.head.dataAt, {});
     return isSCC() ? openWords() : takeMCC(packet, got);
+}
+
+// An MCC line that does not fit may do so without its blanks. Otherwise its front is longer than a packet.
+KIVCS2Status Reader::gatherLine()
+{
+    constexpr size_t kBlanksMost = 16;
+    Line &line = m_current.line;
+    size_t size = 0;
+    for (size_t blanks = 0; size < m_gathered.size();)
+    {
+        for (const char character : line.text)
+        {
+            blanks = isBlank(character) ? blanks + 1 : 0;
+            if (blanks <= kBlanksMost && size < m_gathered.size())
+                m_gathered[size++] = character;
+        }
+        if (line.whole)
+            break;
+        if (const KIVCS2Status status = m_source.more(line, 0); KIVCS2_FAILED(status))
+            return streamFailed(status);
+    }
+    line.text = {m_gathered.data(), size};
+    return KIVCS2STATUS_OK;
 }
 
 // The line's frame. Not good: the line is lost and told.
@@ -742,7 +767,12 @@ KIVCS2Status Reader::nextWord(KIVCS2CaptionPacket &packet, bool &got)
     if (digits == 0)
     {
         closeWords();
-        return KIVCS2STATUS_OK;
+        // Of a line in pieces the end is seen here first.
+        const std::string_view text = m_current.line.text;
+        if (m_gone == 0 || text.empty() || !isBlank(text.back()))
+            return KIVCS2STATUS_OK;
+        return tellHere(KIVCS2CaptionFault_BlanksBehind, text.size() - 1, text.substr(text.size() - 1),
+                        false);
     }
     const bool dropped = m_dropping && m_wordFrame < m_dropBefore;
     const KIVCS2Status taken = dropped ? KIVCS2STATUS_OK : takeWord(word, digits, packet, got);

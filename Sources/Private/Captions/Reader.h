@@ -66,6 +66,7 @@ private:
     KIVCS2Status listLines();
     KIVCS2Status listLine(Line &line, uint32_t &last);
     KIVCS2Status takeLine(KIVCS2CaptionPacket &packet, bool &got);
+    KIVCS2Status gatherLine();
     KIVCS2Status takeTimecode(bool &good);
     KIVCS2Status takeMCC(KIVCS2CaptionPacket &packet, bool &got);
     KIVCS2Status finishMCC(KIVCS2CaptionPacket &packet, const MCCData &data);
@@ -118,6 +119,7 @@ private:
     Current m_current;
     std::array<char, KIVCS2_CAPTION_FOUND_SIZE> m_opening; // the front of the first line
     size_t m_openingSize = 0;
+    std::array<char, 1024> m_gathered; // an MCC line without most of its blanks; longer than any packet's
 
     // The words of an SCC line.
     bool m_inWords = false;
