@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace
@@ -10,9 +11,11 @@ constexpr size_t kNever = static_cast<size_t>(-1);
 
 std::atomic<size_t> g_remaining{kNever};
 std::atomic<bool> g_failed{false};
+std::atomic<size_t> g_bytes{0};
 
-bool mustFail()
+bool mustFail(size_t size)
 {
+    g_bytes += size;
     size_t remaining = g_remaining.load();
     while (remaining != kNever)
     {
@@ -40,6 +43,11 @@ void kiv::test::allowAllocations()
     g_remaining.store(kNever);
 }
 
+size_t kiv::test::takeAllocatedBytes()
+{
+    return g_bytes.exchange(0);
+}
+
 bool kiv::test::allocationFailed()
 {
     return g_failed.load();
@@ -58,25 +66,25 @@ extern "C"
 
     void *__wrap_malloc(size_t size)
     {
-        return mustFail() ? nullptr : __real_malloc(size);
+        return mustFail(size) ? nullptr : __real_malloc(size);
     }
     void *__wrap_calloc(size_t count, size_t size)
     {
-        return mustFail() ? nullptr : __real_calloc(count, size);
+        return mustFail(count * size) ? nullptr : __real_calloc(count, size);
     }
     void *__wrap_realloc(void *block, size_t size)
     {
-        return mustFail() ? nullptr : __real_realloc(block, size);
+        return mustFail(size) ? nullptr : __real_realloc(block, size);
     }
     char *__wrap_strdup(const char *text)
     {
-        return mustFail() ? nullptr : __real_strdup(text);
+        return mustFail(std::strlen(text) + 1) ? nullptr : __real_strdup(text);
     }
 } // extern "C"
 
 void *operator new(size_t size)
 {
-    void *block = mustFail() ? nullptr : __real_malloc(size != 0 ? size : 1);
+    void *block = mustFail(size) ? nullptr : __real_malloc(size != 0 ? size : 1);
     if (block == nullptr)
         throw std::bad_alloc{};
     return block;
@@ -87,11 +95,11 @@ void *operator new[](size_t size)
 }
 void *operator new(size_t size, const std::nothrow_t &) noexcept
 {
-    return mustFail() ? nullptr : __real_malloc(size != 0 ? size : 1);
+    return mustFail(size) ? nullptr : __real_malloc(size != 0 ? size : 1);
 }
 void *operator new[](size_t size, const std::nothrow_t &) noexcept
 {
-    return mustFail() ? nullptr : __real_malloc(size != 0 ? size : 1);
+    return mustFail(size) ? nullptr : __real_malloc(size != 0 ? size : 1);
 }
 void operator delete(void *block) noexcept
 {

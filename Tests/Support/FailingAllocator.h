@@ -15,6 +15,9 @@ void allowAllocations();
 // True when the chosen allocation was reached (and failed).
 [[nodiscard]] bool allocationFailed();
 
+// Bytes that have been asked for since the last call, given back or not.
+[[nodiscard]] size_t takeAllocatedBytes();
+
 // Runs `body` with its first allocation failing, then its second, and so on until a run in which
 // none failed. `body` receives the index and asks allocationFailed() what to expect; it must release
 // everything, which LeakSanitizer checks in the debug build. Returns how many allocations there are.
