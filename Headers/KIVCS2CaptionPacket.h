@@ -125,7 +125,7 @@ enum
     KIVCS2CaptionFault_RateMissing = 9,       /**< no "Time Code Rate=" before the first caption */
     KIVCS2CaptionFault_RateUnknown = 10,      /**< a "Time Code Rate=" that the format does not have */
     KIVCS2CaptionFault_RateLate = 11,         /**< "Time Code Rate=" behind the first caption */
-    KIVCS2CaptionFault_RateDisagrees = 12,    /**< a CDP of another rate than the file's */
+    KIVCS2CaptionFault_RateDisagrees = 12,    /**< CDPs or frame numbers of another rate than the file's */
     KIVCS2CaptionFault_Blanks = 13,           /**< not exactly one tab between timecode and data */
     KIVCS2CaptionFault_BlanksBefore = 14,     /**< blanks before the timecode */
     KIVCS2CaptionFault_BlanksBehind = 15,     /**< blanks behind the data */

@@ -55,6 +55,8 @@ struct FaultRow
 const std::string kLine = "00:00:01:00\t" + kData;
 const std::string kNext = "\n00:00:01:01\t" + with(with(kData, "67ZZ", "67Z01"), "74ZZAEB4", "74Z01ACB4");
 
+const std::string kOther = "00:00:00:05\t41010042\n"; // not a caption packet: it names no rate
+
 const std::vector<FaultRow> kFaultRows = {
     {FAULT(ByteOrderMark), "\xEF\xBB\xBF" + scc("00:00:01:00\t9420"), 1, 1, 1, false},
     {FAULT(OtherEncoding), std::string("S\0c\0e\0n\0", 8), 0, 1, 1, true},
@@ -74,6 +76,11 @@ const std::vector<FaultRow> kFaultRows = {
     {FAULT(RateDisagrees), with(mcc(kLine), "30DF", "24"), 0, 6, 1, true},
     {FAULT(RateDisagrees), mcc(kLine + kNext + kNext + "\n00:00:01:03\t" + with(kData, "4F", "3F")), 4, 9, 13,
      false},
+    {FAULT(RateDisagrees),
+     with(mcc(kOther + "00:00:00:24\t" + kOther.substr(12) + "00:00:00:29\t" + kOther.substr(12)), "30DF",
+          "24"),
+     0, 6, 1, true},
+    {FAULT(NoSuchTime), with(mcc(kOther + "00:00:00:29\t" + kOther.substr(12)), "30DF", "24"), 1, 7, 1, true},
     {FAULT(Blanks), mcc(with(kLine, "\t", " ")), 1, 6, 12, false},
     {FAULT(Blanks), mcc(with(kLine, "\t", "\t\t")), 1, 6, 12, false},
     {FAULT(Blanks), mcc(with(kLine, "\t", "")), 1, 6, 12, false},

@@ -21,7 +21,7 @@ constexpr std::array<FaultRow, KIVCS2CaptionFault_MAX> kFaults = {{
     {"rate missing",            KIVCS2STATUS_FRAME_RATE_ERR,       false, "Time Code Rate= before the first caption"},
     {"unknown rate",            KIVCS2STATUS_FRAME_RATE_ERR,       false, "24, 25, 30, 30DF, 50, 60 or 60DF"},
     {"rate too late",           KIVCS2STATUS_FRAME_RATE_ERR,       false, "Time Code Rate= before the first caption"},
-    {"rate disagrees",          KIVCS2STATUS_FRAME_RATE_ERR,       false, "packets of the file's rate"},
+    {"rate disagrees",          KIVCS2STATUS_FRAME_RATE_ERR,       false, "packets and frame numbers of the file's rate"},
     {"blanks before data",      KIVCS2STATUS_NOT_FOUND_ERR,        false, "one tab between timecode and data"},
     {"blanks before timecode",  KIVCS2STATUS_NOT_FOUND_ERR,        false, "the timecode in column 1"},
     {"blanks behind data",      KIVCS2STATUS_CAPTION_ERR,          false, "the end of the line"},

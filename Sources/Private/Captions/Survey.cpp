@@ -83,6 +83,7 @@ void surveyLine(std::string_view line, Survey &survey)
     ++survey.captionLines;
     survey.semicolons += head.time.separator == ';' ? 1 : 0;
     survey.colons += head.time.separator == ':' ? 1 : 0; // "." and "," say nothing
+    ++survey.frames[std::min<size_t>(head.time.frames, survey.frames.size() - 1)];
     survey.suffixes += head.hasField ? 1 : 0;
     const std::string_view data = withoutBlanks(line.substr(head.dataAt));
     const bool words = looksLikeWords(data);
@@ -106,6 +107,16 @@ uint8_t Survey::rateCode() const
         all += count;
     const auto most = std::ranges::max_element(rateCodes);
     return *most * 2 > all ? static_cast<uint8_t>(most - rateCodes.begin()) : uint8_t{0};
+}
+
+bool Survey::exceeds(uint32_t numbers) const
+{
+    // Of lines that follow one another it is one in 25 at least, 24 for 25. A single damaged one decides nothing.
+    constexpr uint32_t kShare = 40;
+    uint32_t lines = 0;
+    for (size_t number = numbers; number < frames.size(); ++number)
+        lines += frames[number];
+    return lines > 1 && lines * kShare > captionLines;
 }
 
 KIVCS2CaptionFileKind Survey::kind() const
@@ -162,11 +173,15 @@ CountingChoice chooseCounting(KIVCS2CaptionFileKind kind, std::string_view rate,
                               KIVCS2CaptionFault_None};
         if (choice.counting == KIVCS2CaptionCounting_FindOut && survey.captionLines > 0)
             choice.fault = rate.empty() ? KIVCS2CaptionFault_RateMissing : KIVCS2CaptionFault_RateUnknown;
+        else if (choice.counting != KIVCS2CaptionCounting_FindOut &&
+                 survey.exceeds(countingInfo(choice.counting)->m_numbers))
+            choice.fault = KIVCS2CaptionFault_RateDisagrees;
         return choice;
     }
     // Of a text that stands for two rates the CDPs say which it is.
     CountingChoice choice{withRateCode(named, code), KIVCS2CaptionReason_Header, KIVCS2CaptionFault_None};
-    if (code != 0 && !rateAgrees(*countingInfo(named), code))
+    if ((code != 0 && !rateAgrees(*countingInfo(named), code)) ||
+        survey.exceeds(countingInfo(named)->m_numbers))
         choice.fault = KIVCS2CaptionFault_RateDisagrees;
     return choice;
 }

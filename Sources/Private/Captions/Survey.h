@@ -20,11 +20,14 @@ struct Survey
     uint32_t suffixes = 0;                // lines with a suffix of MCC 2
     uint32_t fieldCodes[2] = {};          // control codes of CEA-608 that name their field
     std::array<uint32_t, 16> rateCodes{}; // CDPs, by cdp_frame_rate
+    std::array<uint8_t, 100> frames{};    // lines, by the number of their frame
     std::string_view rate;                // behind "Time Code Rate=", wherever it stands
 
     [[nodiscard]] bool drops() const;
     // The rate code of more than half of the CDPs; 0 if there is none.
     [[nodiscard]] uint8_t rateCode() const;
+    // True if several lines name frames that a second of `numbers` does not have.
+    [[nodiscard]] bool exceeds(uint32_t numbers) const;
     [[nodiscard]] KIVCS2CaptionFileKind kind() const;
 };
 
