@@ -94,9 +94,10 @@ typedef struct KIVCS2CaptionReadOptions
     KIVCS2CaptionOrder m_order;
     bool m_strict;     /**< the first fault ends the read with its status */
     bool m_bothTracks; /**< SCC words of 8 digits: the second track goes to the other field */
-    uint8_t m_reserved[14];
+    uint8_t m_reserved1[6];
     KIVCS2CaptionFaultFunc m_onFault; /**< may be null */
     void *m_context;                  /**< of `m_onFault` */
+    uint8_t m_reserved[8];
 } KIVCS2CaptionReadOptions;
 
 /** Room for a text of a header, terminator included. */

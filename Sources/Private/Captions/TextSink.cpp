@@ -82,7 +82,7 @@ void TextSink::takeRow(std::span<const Cell> row, size_t index, KIVCS2CaptionTex
         made.m_row = static_cast<uint8_t>(index);
         made.m_column = static_cast<uint8_t>(cell - row.begin());
         made.m_style = cell->pen.style;
-        (void)writeUTF8(cell->character, made.m_text); // 4 bytes at most, of 8
+        (void)writeUTF8(cell->character, made.m_text); // 4 bytes at most, of 5
         made.m_colour = argb(cell->pen.colour);
         made.m_background = argb(cell->pen.background);
     }
