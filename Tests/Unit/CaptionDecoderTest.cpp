@@ -273,6 +273,55 @@ TEST(CaptionDecoder708, PlacesStylesAndServices)
     EXPECT_EQ(cell.m_background, 0x80000000u);
 }
 
+// Whole files on the way from their text to the viewer: what once came out empty or in another place.
+TEST(CaptionDecoderFiles, OfPeersShowTheirCaptions)
+{
+    const std::string sample = fileText(KIV_TEST_DATA "/pop-on-25.mcc");
+    const auto shown = [](const std::string &text)
+    {
+        Reading reading{text};
+        Decoding decoding;
+        for (const KIVCS2CaptionPacket &packet : reading.all().packets)
+            EXPECT_EQ(kivCS2CaptionDecoder_feed(&decoding.decoder, &packet), KIVCS2STATUS_OK);
+        decoding.finish(reading.packets.empty() ? 0 : reading.packets.back().m_frame + 1);
+        std::string services;
+        for (const Shown &one : decoding.shown)
+            services += one.text.m_service == KIVCS2CaptionService_CC1   ? "CC1 "
+                        : one.text.m_service == KIVCS2CaptionService_CC3 ? "CC3 "
+                                                                         : "S1 ";
+        return services + decoding.words();
+    };
+    const std::string wanted = shown(sample);
+    EXPECT_EQ(wanted.substr(0, 5), "CC1 [");
+    // Every U stands for four bytes: E1 00 00 00.
+    std::string four = sample;
+    for (size_t at = four.find("UZC1"); at != std::string::npos; at = four.find("UZC1", at))
+        four.replace(at, 4, "UC1");
+    EXPECT_NE(four, sample);
+    EXPECT_EQ(shown(four), wanted);
+    // Blanks in front of each line.
+    std::string blanks = sample;
+    for (size_t at = blanks.find("\n00:"); at != std::string::npos; at = blanks.find("\n00:", at + 1))
+        blanks.insert(at + 1, " ");
+    EXPECT_EQ(shown(blanks), wanted);
+    // Nothing but CEA-708: a window of service 1 and "A" in it.
+    const KIVCS2CaptionDTVCC window{1, 10, {0x05, 0x28, 0x98, 0x20, 0x8A, 0x05, 0x01, 0x1F, 0x11, 'A'}, {}};
+    KIVCS2CaptionPacket packet;
+    ASSERT_EQ(kivCS2CaptionPacket_build(&packet, KIVCS2CaptionCounting_25, 0, nullptr, &window, nullptr, 0),
+              KIVCS2STATUS_OK);
+    std::string line = "File Format=MacCaption_MCC V1.0\n\nTime Code Rate=25\n\n00:00:00:05\t";
+    for (size_t byte = 0; byte < packet.m_size; ++byte)
+    {
+        line += "0123456789ABCDEF"[packet.m_anc[byte] >> 4];
+        line += "0123456789ABCDEF"[packet.m_anc[byte] & 15];
+    }
+    EXPECT_EQ(shown(line), "S1 [A]");
+    // An SCC file of field 2.
+    EXPECT_EQ(shown("Scenarist_SCC V1.0\n\n00:00:00:00\t1520 15ae 1570 c8e9 152c 152f\n"), "CC3 [Hi]");
+    // Words of two digits in front of the text.
+    EXPECT_EQ(shown("Scenarist_SCC V1.0\n\n00:00:00:00\t94 20 9420 94ae 9470 c8e9 942c 942f\n"), "CC1 [Hi]");
+}
+
 TEST(CaptionDecoderCallback, ItsFailureEndsTheCall)
 {
     KIVCS2CaptionDecoder decoder;
