@@ -14,7 +14,7 @@ void LineIndex::add(uint64_t offset, uint64_t number, uint32_t last)
     {
         if (m_count == m_entries.size())
             thin();
-        m_entries[m_count++] = {offset, number, m_bound};
+        m_entries[m_count++] = {offset, static_cast<uint32_t>(number), m_bound};
     }
     m_frontier = offset + 1;
     m_bound = std::max(m_bound, last + 1);

@@ -19,7 +19,7 @@ public:
     struct Entry
     {
         uint64_t offset;
-        uint64_t number; // of the line
+        uint32_t number; // of the line
         uint32_t bound;  // every caption line before this one ends before that frame
     };
 
