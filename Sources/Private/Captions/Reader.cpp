@@ -37,7 +37,7 @@ inline uint64_t putPair(KIVCS2CaptionPacket &packet, uint8_t index, const char *
     triplet[2] = second;
     packet.m_tripletCount = static_cast<uint8_t>(index + 1);
     // Without branches: where bytes lack their parity, they do so at random.
-    const unsigned odd = hasOddParity(first) & hasOddParity(second);
+    const unsigned odd = unsigned{hasOddParity(first)} & unsigned{hasOddParity(second)};
     return ~odd & static_cast<unsigned>(!isEmptyPair(first, second));
 }
 
