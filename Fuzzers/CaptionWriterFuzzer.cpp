@@ -1,5 +1,5 @@
-// What is written is read back without a fault and is the same: captions of any bytes to MCC and on to SCC, or
-// any text as SCC through MCC to SCC. The first byte picks the way.
+// What is written is read back without a fault and is the same: captions of any bytes to MCC and on to
+// SCC, or any text as SCC through MCC to SCC. The first byte picks the way.
 #include "Expect.h"
 
 #include "KIVCS2CaptionFile.h"

@@ -484,8 +484,8 @@ TEST(CaptionFileLines, OfAnyLengthAreReadInPieces)
     EXPECT_EQ(packet.count(FAULT(LongPacket)), 1u);
 }
 
-// A line of digits that a stream makes as it is read: no byte is asked for twice, and what stands behind the line
-// comes. A gigabyte, or with sanitizers on what takes no longer.
+// A line of digits that a stream makes as it is read: no byte is asked for twice, and what stands behind
+// the line comes. A gigabyte, or with sanitizers on what takes no longer.
 #ifdef NDEBUG
 constexpr uint64_t kDigits = 1'000'000'000;
 #else

@@ -1,5 +1,5 @@
-// Damaged copies of our own samples, over 50 of each kind of file and a row each: what is kept, what is lost, and where it
-// is told.
+// Damaged copies of our own samples, over 50 of each kind of file and a row each: what is kept, what is
+// lost, and where it is told.
 #include "CaptionReading.h"
 
 #include <algorithm>

@@ -46,10 +46,9 @@ public:
         m_begin += count;
     }
 
-    // The next line, blank ones included. Of a line that is not whole the blanks in front are passed over, all but
-    // one. KIVCS2STATUS_EOF_ERR at the end; a stream's failure when the
-    // whole lines before it are out, with `line` at the place of the failure. `line.text` is valid until
-    // the next call.
+    // The next line, blank ones included. Of a line that is not whole the blanks in front are passed over,
+    // all but one. KIVCS2STATUS_EOF_ERR at the end; a stream's failure when the whole lines before it are
+    // out, with `line` at the place of the failure. `line.text` is valid until the next call.
     [[nodiscard]] KIVCS2Status next(Line &line);
     // Puts back the line that next() has just given.
     void unread(const Line &line);

@@ -111,7 +111,8 @@ uint8_t Survey::rateCode() const
 
 bool Survey::exceeds(uint32_t numbers) const
 {
-    // Of lines that follow one another it is one in 25 at least, 24 for 25. A single damaged one decides nothing.
+    // Of lines that follow one another it is one in 25 at least, 24 for 25. A single damaged one decides
+    // nothing.
     constexpr uint32_t kShare = 40;
     uint32_t lines = 0;
     for (size_t number = numbers; number < frames.size(); ++number)
