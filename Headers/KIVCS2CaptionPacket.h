@@ -156,13 +156,16 @@ enum
     KIVCS2CaptionFault_Parity = 40,                /**< a CEA-608 byte without odd parity */
     KIVCS2CaptionFault_Sequence = 41,              /**< a CDP does not count on from the one before */
     KIVCS2CaptionFault_Gap = 42, /**< lines are missing: the CDPs have counted frames that are not there */
-    KIVCS2CaptionFault_BackInTime = 43,   /**< earlier than the line before */
-    KIVCS2CaptionFault_SameFrame = 44,    /**< the frame of the line before, with the same suffix */
-    KIVCS2CaptionFault_Overlap = 45,      /**< an SCC line begins before the last one has ended */
-    KIVCS2CaptionFault_WaitsTooLong = 46, /**< ordered by frame: pairs would wait over an hour */
-    KIVCS2CaptionFault_StreamFailed = 47, /**< the stream's own failure */
-    KIVCS2CaptionFault_NoCaptions = 48,   /**< the file has no caption */
-    KIVCS2CaptionFault_MAX = 49           /**< the count; not a fault */
+    KIVCS2CaptionFault_BackInTime = 43,    /**< earlier than the line before */
+    KIVCS2CaptionFault_SameFrame = 44,     /**< the frame of the line before, with the same suffix */
+    KIVCS2CaptionFault_Overlap = 45,       /**< an SCC line begins before the last one has ended */
+    KIVCS2CaptionFault_WaitsTooLong = 46,  /**< ordered by frame: pairs would wait over an hour */
+    KIVCS2CaptionFault_StreamFailed = 47,  /**< the stream's own failure */
+    KIVCS2CaptionFault_NoCaptions = 48,    /**< the file has no caption */
+    KIVCS2CaptionFault_WordParity = 49,    /**< a 10-bit word whose two parity bits are wrong (SMPTE 291) */
+    KIVCS2CaptionFault_CarrierCounts = 50, /**< counts and lengths of a carrier disagree with what it holds */
+    KIVCS2CaptionFault_CarrierField = 51, /**< an RTP packet whose F is 01, which names no field (RFC 8331) */
+    KIVCS2CaptionFault_MAX = 52           /**< the count; not a fault */
 };
 
 /* ---- Packets ---- */
@@ -255,8 +258,9 @@ typedef struct KIVCS2CaptionDTVCC
 /**
  * Fills `packet` from bytes: an ancillary packet from its DID on, or a CDP alone (96 69), which
  * becomes the user data of an ancillary packet with its count and checksum. Place, frame and suffixes
- * are 0. Whatever is whole is taken; what is wrong is in `m_faults`. An ancillary packet of another
- * DID or SDID keeps its bytes and has no triplets.
+ * are 0. Whatever is whole is taken; what is wrong is in `m_faults`. A packet of one CEA-608 pair
+ * (61/02, SMPTE 334-1) has one triplet of its field. An ancillary packet of another DID or SDID keeps
+ * its bytes and has no triplets.
  * @param[in] bytes  `size` bytes
  * @retval KIVCS2STATUS_OK             also with faults
  * @retval KIVCS2STATUS_PARAM_ERR      `packet` or `bytes` is null
@@ -302,6 +306,125 @@ KIVCS2_API KIVCS2Status kivCS2CaptionPacket_getPairs(const KIVCS2CaptionPacket *
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionPacket_getDTVCC(const KIVCS2CaptionPacket *packet,
                                                      KIVCS2CaptionDTVCC *dtvcc);
+
+/* ---- Carriers ---- */
+
+/**
+ * How ancillary packets lie in bytes. The first four are those of KIVCS2CaptionANCFormat. Source:
+ * SMPTE ST 291-1 (words), SMPTE ST 436-1 (wrapped data), RFC 8331 (RTP).
+ */
+typedef uint32_t KIVCS2CaptionCarrier;
+enum
+{
+    KIVCS2CaptionCarrier_8BitWithADF = 0,        /**< bytes behind the data flag FF A0 09 */
+    KIVCS2CaptionCarrier_8Bit = 1,               /**< bytes, beginning with the DID */
+    KIVCS2CaptionCarrier_10BitWithADF = 2,       /**< 16-bit big-endian units behind 000 3FF 3FF */
+    KIVCS2CaptionCarrier_10Bit = 3,              /**< such units, beginning with the DID */
+    KIVCS2CaptionCarrier_10BitLittleWithADF = 4, /**< 16-bit little-endian units behind 000 3FF 3FF */
+    KIVCS2CaptionCarrier_10BitLittle = 5,        /**< such units, beginning with the DID */
+    KIVCS2CaptionCarrier_436M = 6,       /**< frames of wrapped data (MXF), 8-bit and 10-bit payloads */
+    KIVCS2CaptionCarrier_V210Luma = 7,   /**< a v210 line of HD: the packets among its luma samples */
+    KIVCS2CaptionCarrier_V210Chroma = 8, /**< a v210 line of HD: those among its colour differences */
+    KIVCS2CaptionCarrier_V210SD = 9,     /**< a v210 line of SD, where a packet takes every sample */
+    KIVCS2CaptionCarrier_RTP = 10,       /**< one whole RTP packet of ancillary data */
+    KIVCS2CaptionCarrier_MAX = 11,       /**< the count; not a form */
+    /** Added to a form of find(): every ancillary packet, not captions alone. Not with _8Bit, _10Bit and
+     *  _10BitLittle, where only DID and SDID show that a packet begins. */
+    KIVCS2CaptionCarrier_AnyPacket = 0x100
+};
+
+/** The samples that carry a packet. */
+typedef uint8_t KIVCS2CaptionChannel;
+enum
+{
+    KIVCS2CaptionChannel_Luma = 0, /**< luma, or not told */
+    KIVCS2CaptionChannel_Chroma = 1,
+    KIVCS2CaptionChannel_Both = 2 /**< one after the other, as in SD */
+};
+
+/** The header of one RTP packet of ancillary data (RFC 3550, RFC 8331). */
+typedef struct KIVCS2CaptionRTP
+{
+    uint32_t m_sequence;   /**< all 32 bits: the high ones are the payload header's */
+    uint32_t m_timestamp;  /**< of a clock of 90 kHz, usually */
+    uint32_t m_source;     /**< SSRC */
+    uint8_t m_payloadType; /**< 0 to 127 */
+    uint8_t m_marker;      /**< 1: the last packet of its frame or field */
+    uint8_t m_field;       /**< F: 0 progressive or not told, 1 or 2 the field; 3 found only: not valid */
+    uint8_t m_count;       /**< ANC_Count as found; wrap() counts itself */
+    uint8_t m_reserved[8];
+} KIVCS2CaptionRTP;
+
+/** Where a packet was found, or is to be put. What a form does not have is 0. */
+typedef struct KIVCS2CaptionPlace
+{
+    /** Bytes from the start of the buffer to the data flag, the DID, the 436M line record or the RTP
+     *  packet's header of one ancillary packet. Of v210: the byte in which the flag's first sample begins. */
+    uint64_t m_offset;
+    KIVCS2CaptionRTP m_rtp;         /**< RTP: found only */
+    uint16_t m_line;                /**< 436M, RTP: the line; 7FF, 7FE and 7FD of RTP as RFC 8331 has them */
+    uint16_t m_horizontal;          /**< RTP: Horizontal_Offset; v210: the flag's first word in its channel */
+    KIVCS2CaptionChannel m_channel; /**< all forms but 291M */
+    uint8_t m_field;                /**< 436M, RTP: 1 or 2; 0 a whole frame or not told */
+    uint8_t m_hasStream;            /**< RTP: S, `m_stream` holds */
+    uint8_t m_stream;               /**< RTP: StreamNum, 0 to 127 */
+    uint8_t m_wrapping;             /**< 436M: wrapping type; 0 to wrap(): VANC of `m_field` */
+    uint8_t m_coding;               /**< 436M: sample coding; 0 to wrap(): 8 bits of `m_channel` */
+    uint8_t m_reserved[6];
+} KIVCS2CaptionPlace;
+
+/**
+ * Finds the next caption packet (61/01 or 61/02) from `*offset` on. Begin with an `*offset` of 0 and
+ * call again while it succeeds: that gives every packet of the buffer. What is damaged comes with its
+ * faults, as far as it is whole, and costs no neighbour. The packet is as kivCS2CaptionPacket_parse()
+ * makes it; one that a carrier stores without its checksum has it added.
+ *
+ * A data flag, a line record or an RTP packet shows where a packet begins. Without them only DID and
+ * SDID do. Then a packet must have a right checksum and, of 10-bit words, right parity; or it must be a
+ * CDP, of whose identifier's two bytes and length at most one is wrong; or a 61/02 packet with a count of 3.
+ *
+ * A stream may come in blocks of any size: keep the bytes from `*offset` on and put more behind them.
+ * A buffer begins with a whole word; of 436M a block should have 96 KiB at least, the largest line record.
+ * A v210 line and an RTP packet are given as a whole.
+ * @param         form    a KIVCS2CaptionCarrier, `| KIVCS2CaptionCarrier_AnyPacket` if wanted
+ * @param[in]     bytes   `size` bytes; may be null if `size` is 0
+ * @param[in,out] offset  in: where to search from, up to `size`; out: behind what was found
+ * @param[out]    packet  the packet; unchanged if none was found
+ * @param[out]    place   where it was found; may be null. RTP: `m_rtp` also if there is no packet
+ * @retval KIVCS2STATUS_OK             a packet, possibly with faults
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  no packet; those from `*offset` on may be the beginning of one, or
+ *                                     it is `size`. So it is for an RTP keep-alive
+ * @retval KIVCS2STATUS_EOF_ERR        the bytes end within the packet that begins at `*offset`; `packet`
+ *                                     has what is there. At the end of a stream it is cut: go on from
+ *                                     `*offset + 1`
+ * @retval KIVCS2STATUS_FORMAT_ERR     RTP: another version than 2; `*offset` is unchanged
+ * @retval KIVCS2STATUS_PARAM_ERR      a pointer is null, `*offset` is above `size`, or not a form
+ */
+KIVCS2_API KIVCS2Status kivCS2CaptionPacket_find(KIVCS2CaptionCarrier form, const uint8_t *bytes,
+                                                 uint64_t size, uint64_t *offset, KIVCS2CaptionPacket *packet,
+                                                 KIVCS2CaptionPlace *place);
+
+/**
+ * Writes packets in a form: 291M words one packet behind the other; one 436M frame; into a v210 line,
+ * whose other samples stay; one RTP packet, a keep-alive if there is no packet. Of a packet only `m_anc`
+ * and `m_size` count: parity bits and checksum are made anew.
+ * @param[in]     packets  `count` packets; may be null if `count` is 0
+ * @param[in]     places   `count` places; null: line 9 in 436M, no specific place in RTP, one packet behind
+ *                         the other from the first sample in v210
+ * @param[in]     rtp      the header of an RTP packet; not used by other forms
+ * @param[out]    bytes    the result; may be null if `*size` is 0
+ * @param[in,out] size     in: room in bytes; out: bytes of the result, of v210 up to the last packet's end
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  no room; `*size` is what is needed, nothing is written
+ * @retval KIVCS2STATUS_FORMAT_ERR       a packet's data count and size disagree
+ * @retval KIVCS2STATUS_OVERFLOW_ERR     more than 255 packets or 65,535 bytes in an RTP packet, 65,535
+ *                                       packets in a 436M frame
+ * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null, not a form, or a place or header that the form
+ *                                       cannot say
+ */
+KIVCS2_API KIVCS2Status kivCS2CaptionPacket_wrap(KIVCS2CaptionCarrier form,
+                                                 const KIVCS2CaptionPacket *packets, uint32_t count,
+                                                 const KIVCS2CaptionPlace *places,
+                                                 const KIVCS2CaptionRTP *rtp, uint8_t *bytes, uint64_t *size);
 
 KIVCS2_END_DECLS
 

@@ -3,6 +3,9 @@
 
 #include "Private/Captions/Counting.h"
 #include "Private/Captions/Packet.h"
+#include "Private/Carriers/RTP.h"
+#include "Private/Carriers/WordForms.h"
+#include "Private/Carriers/Wrapped.h"
 #include "Private/Support/Check.h"
 
 #include <algorithm>
@@ -103,6 +106,7 @@ KIVCS2Status kivCS2CaptionPacket_parse(KIVCS2CaptionPacket *packet, const uint8_
     {
         made.m_size = static_cast<uint16_t>(size + around);
         kiv::cc::takeApart(made);
+        kiv::cc::takePair(made);
     }
     *packet = made;
     return status;
@@ -168,4 +172,59 @@ KIVCS2Status kivCS2CaptionPacket_getDTVCC(const KIVCS2CaptionPacket *packet, KIV
         dtvcc->m_bytes[dtvcc->m_count++] = triplet[2];
     }
     return dtvcc->m_count > 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_NO_DATA_ERR;
+}
+
+KIVCS2Status kivCS2CaptionPacket_find(KIVCS2CaptionCarrier form, const uint8_t *bytes, uint64_t size,
+                                      uint64_t *offset, KIVCS2CaptionPacket *packet,
+                                      KIVCS2CaptionPlace *place)
+{
+    const KIVCS2CaptionCarrier carrier = form & ~uint32_t{KIVCS2CaptionCarrier_AnyPacket};
+    KIV_CHECK(carrier < KIVCS2CaptionCarrier_MAX);
+    KIV_CHECK((carrier == form) || kiv::carriers::hasFlag(carrier));
+    KIV_CHECK((bytes != nullptr) || (size == 0));
+    KIV_CHECK(offset);
+    KIV_CHECK(*offset <= size);
+    KIV_CHECK(packet);
+
+    kiv::carriers::Search search{{bytes, size}, *offset, carrier != form, {}, {}};
+    const KIVCS2Status status = carrier == KIVCS2CaptionCarrier_436M ? kiv::carriers::findInWrapped(search)
+                                : carrier == KIVCS2CaptionCarrier_RTP
+                                    ? kiv::carriers::findInRTP(search)
+                                    : kiv::carriers::findInWords(carrier, search);
+    *offset = search.offset;
+    if (place != nullptr)
+        *place = search.place;
+    if (KIVCS2_SUCCEEDED(status) || status == KIVCS2STATUS_EOF_ERR)
+    {
+        kiv::cc::takeApart(search.packet);
+        kiv::cc::takePair(search.packet);
+        *packet = search.packet;
+    }
+    return status;
+}
+
+KIVCS2Status kivCS2CaptionPacket_wrap(KIVCS2CaptionCarrier form, const KIVCS2CaptionPacket *packets,
+                                      uint32_t count, const KIVCS2CaptionPlace *places,
+                                      const KIVCS2CaptionRTP *rtp, uint8_t *bytes, uint64_t *size)
+{
+    KIV_CHECK(form < KIVCS2CaptionCarrier_MAX);
+    KIV_CHECK((packets != nullptr) || (count == 0));
+    KIV_CHECK(size);
+    KIV_CHECK((bytes != nullptr) || (*size == 0));
+    const bool isRTP = form == KIVCS2CaptionCarrier_RTP;
+    KIV_CHECK(!isRTP || ((rtp != nullptr) && kiv::carriers::isSendable(*rtp)));
+    for (uint32_t index = 0; places != nullptr && index < count; ++index)
+    {
+        const KIVCS2CaptionPlace &place = places[index];
+        KIV_CHECK(!isRTP || kiv::carriers::isSendable(place));
+        KIV_CHECK((form != KIVCS2CaptionCarrier_436M) || kiv::carriers::isWrappable(place));
+    }
+
+    const kiv::carriers::Load load{{packets, count}, places, rtp};
+    const std::span<uint8_t> room{bytes, *size};
+    if (isRTP)
+        return kiv::carriers::wrapInRTP(load, room, *size);
+    if (form == KIVCS2CaptionCarrier_436M)
+        return kiv::carriers::wrapInFrame(load, room, *size);
+    return kiv::carriers::wrapInWords(form, load, room, *size);
 }

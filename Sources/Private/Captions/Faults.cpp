@@ -58,6 +58,9 @@ constexpr std::array<FaultRow, KIVCS2CaptionFault_MAX> kFaults = {{
     {"waits too long",          KIVCS2STATUS_OVERFLOW_ERR,         true,  "pairs that find a frame within an hour"},
     {"stream failed",           KIVCS2STATUS_READ_ERR,             true,  "further bytes"},
     {"no captions",             KIVCS2STATUS_NO_DATA_ERR,          false, "caption lines"},
+    {"word parity",             KIVCS2STATUS_DATA_ERR,             false, "10-bit words with their parity bits"},
+    {"carrier counts",          KIVCS2STATUS_FORMAT_ERR,           false, "counts and lengths of what a carrier holds"},
+    {"carrier field",           KIVCS2STATUS_DATA_ERR,             false, "a field code of 00, 10 or 11"},
 }};
 // clang-format on
 static_assert(kFaults.back().name != nullptr);

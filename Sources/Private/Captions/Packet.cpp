@@ -14,6 +14,9 @@ constexpr size_t kANCHead = 3; // DID, SDID, data count (SMPTE ST 291-1)
 constexpr uint8_t kCaptionDID = 0x61;
 constexpr uint8_t kCaptionSDID = 0x01;
 constexpr size_t kCDPMost = 255;
+constexpr uint8_t kPairSDID = 0x02; // one pair: a byte of field and line, and its two (SMPTE ST 334-1)
+constexpr size_t kPairSize = 3;
+constexpr uint8_t kFirstField = 0x80; // of the byte of field and line
 
 constexpr size_t kFooterSize = 3;  // id and sequence, without the checksum
 constexpr uint8_t kDigital = 0x80; // of a service entry: its captions are CEA-708
@@ -281,6 +284,21 @@ void takeApart(KIVCS2CaptionPacket &packet)
         addFault(packet, KIVCS2CaptionFault_PacketChecksum);
     if (packet.m_did == kCaptionDID && packet.m_sdid == kCaptionSDID)
         takeCDP(packet, data, sum);
+}
+
+void takePair(KIVCS2CaptionPacket &packet)
+{
+    if (packet.m_did != kCaptionDID || packet.m_sdid != kPairSDID || packet.m_size < kANCHead)
+        return;
+    if (packet.m_anc[2] != kPairSize)
+        addFault(packet, KIVCS2CaptionFault_DataCount);
+    if (packet.m_size < kANCHead + kPairSize)
+        return;
+    const uint8_t *const data = packet.m_anc + kANCHead;
+    const uint8_t field = (data[0] & kFirstField) != 0 ? kField1 : kField2;
+    put(packet.m_triplets[0], {static_cast<uint8_t>(kMarker | kValid | field), data[1], data[2]});
+    packet.m_tripletCount = 1;
+    checkParity(packet);
 }
 
 KIVCS2Status makePacket(const KIVCS2CaptionCountingInfo &info, uint16_t sequence, const Contents &contents,

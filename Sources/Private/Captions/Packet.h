@@ -46,6 +46,8 @@ void clear(KIVCS2CaptionPacket &packet);
 
 // Takes apart the `m_size` bytes that stand in `m_anc` of an otherwise cleared packet.
 void takeApart(KIVCS2CaptionPacket &packet);
+// The triplet of a packet of one pair (61/02), which files do not have: there the pairs are the CDPs'.
+void takePair(KIVCS2CaptionPacket &packet);
 
 // Makes a packet's bytes of one frame's captions; see kivCS2CaptionPacket_build().
 struct Contents

@@ -1,0 +1,17 @@
+// Packets among 291M words: bytes and 10-bit units one behind the other, and the samples of a v210 line.
+#ifndef KIV_PRIVATE_CARRIERS_WORDFORMS_H
+#define KIV_PRIVATE_CARRIERS_WORDFORMS_H
+
+#include "Private/Carriers/Carrier.h"
+
+namespace kiv::carriers
+{
+// A data flag stands before each packet.
+[[nodiscard]] bool hasFlag(KIVCS2CaptionCarrier form);
+
+[[nodiscard]] KIVCS2Status findInWords(KIVCS2CaptionCarrier form, Search &search);
+[[nodiscard]] KIVCS2Status wrapInWords(KIVCS2CaptionCarrier form, const Load &load, std::span<uint8_t> room,
+                                       size_t &size);
+} // namespace kiv::carriers
+
+#endif

@@ -1,0 +1,72 @@
+// Ancillary data words as they lie in bytes: one by one, and the search for a data flag or a DID among many.
+#ifndef KIV_PRIVATE_CARRIERS_WORDS_H
+#define KIV_PRIVATE_CARRIERS_WORDS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace kiv::carriers
+{
+enum class Packing : uint8_t
+{
+    Bytes,     // 8 bits
+    Big16,     // 10 bits in the low ones of 16, the higher byte first
+    Little16,  // the lower byte first
+    Luma210,   // every second of the v210 samples, which lie three in 32 bits, little-endian, low bits first
+    Chroma210, // those between
+    Both210,   // all of them
+    Dense,     // 10 bits without gaps, high bits first (RFC 8331)
+    Three32    // three in 32 bits, big-endian, high bits first (SMPTE ST 436-1)
+};
+
+constexpr size_t kFlagWords = 3; // the ancillary data flag (SMPTE ST 291-1)
+
+class Words
+{
+public:
+    Words(Packing packing, std::span<const uint8_t> bytes);
+
+    [[nodiscard]] size_t count() const
+    {
+        return m_count;
+    }
+    [[nodiscard]] bool tenBits() const
+    {
+        return m_packing != Packing::Bytes;
+    }
+    [[nodiscard]] uint16_t operator[](size_t index) const;
+
+    // The byte in which word `index` begins, at most the size; and the first word that begins there or later.
+    [[nodiscard]] size_t byteOf(size_t index) const;
+    [[nodiscard]] size_t indexAt(size_t byte) const;
+
+    // The first data flag from `from` on. None: `found` is false and `at` is where one may begin that the end cuts.
+    struct Flag
+    {
+        size_t at;
+        bool found;
+    };
+    [[nodiscard]] Flag findFlag(size_t from) const;
+
+    // The first word of this value from `from` on; the count if there is none. Bytes and 16-bit units only.
+    [[nodiscard]] size_t findWord(size_t from, uint16_t value) const;
+
+private:
+    [[nodiscard]] Flag findByteFlag(size_t from) const;
+    [[nodiscard]] size_t mayBegin(size_t from) const;
+    [[nodiscard]] size_t sampleOf(size_t index) const;
+
+    std::span<const uint8_t> m_bytes;
+    Packing m_packing;
+    size_t m_count;
+};
+
+// Bytes that `count` words take.
+[[nodiscard]] size_t bytesFor(Packing packing, size_t count);
+
+// Writes word `index`; what lies beside it in the same bytes stays.
+void putWord(Packing packing, std::span<uint8_t> bytes, size_t index, uint16_t word);
+} // namespace kiv::carriers
+
+#endif
