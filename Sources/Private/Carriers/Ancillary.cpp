@@ -27,15 +27,22 @@ bool hasParity(uint16_t word)
     return word == withParity(static_cast<uint8_t>(word));
 }
 
-// A copy of the words from a DID on.
+// A copy of the words from a DID on, as far as the packet may go by its own count or by that of the CDP in it.
 class Look
 {
 public:
     Look(const Words &words, size_t at, size_t limit)
         : m_ten{words.tenBits()}, m_count{std::min(limit - at, kMostWords)}
     {
-        for (size_t index = 0; index < m_count; ++index)
-            m_words[index] = words[at + index];
+        const auto copy = [&](size_t from, size_t end)
+        {
+            for (size_t index = from; index < std::min(end, m_count); ++index)
+                m_words[index] = words[at + index];
+        };
+        copy(0, kLengthAt + 1);
+        if (m_count > kHeadWords)
+            copy(kLengthAt + 1,
+                 kHeadWords + 1 + std::max(byte(2), m_count > kLengthAt ? byte(kLengthAt) : uint8_t{0}));
     }
 
     [[nodiscard]] size_t count() const

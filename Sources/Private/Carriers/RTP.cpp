@@ -17,7 +17,8 @@ constexpr size_t kFixedSize = 12;  // the RTP header without sources and extensi
 constexpr size_t kPayloadHead = 8; // extended sequence number, Length, ANC_Count, F
 constexpr size_t kPlaceSize = 4;   // C, line, horizontal offset, S and StreamNum of one packet
 constexpr uint16_t kAnyLine = 0x7FF, kAnyOffset = 0xFFF;
-constexpr size_t kTellingCount = 8; // so much user data do not look like a packet by chance
+constexpr size_t kMostPackets = 255; // what ANC_Count can say
+constexpr size_t kTellingCount = 8;  // so much user data do not look like a packet by chance
 
 struct Payload
 {
@@ -33,7 +34,7 @@ KIVCS2Status readHeaders(std::span<const uint8_t> bytes, KIVCS2CaptionRTP &rtp, 
         return KIVCS2STATUS_EOF_ERR;
     if (bytes[0] >> 6 != kVersion)
         return KIVCS2STATUS_FORMAT_ERR;
-    size_t head = kFixedSize + 4 * (bytes[0] & 0x0Fu);
+    size_t head = kFixedSize + size_t{4} * (bytes[0] & 0x0Fu);
     if ((bytes[0] & 0x10) != 0)
     {
         if (bytes.size() < head + 4)
@@ -131,7 +132,7 @@ Walk walk(std::span<const uint8_t> bytes, const Payload &payload, const Search &
     const std::span<const uint8_t> whole = bytes.first(payload.end);
     Walk result{std::nullopt, 0, 0, payload.begin};
     size_t at = payload.begin;
-    while (at + kPlaceSize < whole.size())
+    while (at + kPlaceSize < whole.size() && result.count <= kMostPackets)
     {
         const Item item = itemAt(whole, at);
         // Behind the Length only what is right counts as a packet.
@@ -219,7 +220,7 @@ KIVCS2Status wrapInRTP(const Load &load, std::span<uint8_t> room, size_t &size)
             return KIVCS2STATUS_FORMAT_ERR;
         length += kPlaceSize + padded(bytesFor(Packing::Dense, count));
     }
-    if (load.packets.size() > UINT8_MAX || length > UINT16_MAX)
+    if (load.packets.size() > kMostPackets || length > UINT16_MAX)
         return KIVCS2STATUS_OVERFLOW_ERR;
     KIV_TRY(claim(room, kFixedSize + kPayloadHead + length, size));
 
