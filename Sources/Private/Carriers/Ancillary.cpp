@@ -40,9 +40,9 @@ public:
                 m_words[index] = words[at + index];
         };
         copy(0, kLengthAt + 1);
-        if (m_count > kHeadWords)
+        if (m_count > kLengthAt)
             copy(kLengthAt + 1,
-                 kHeadWords + 1 + std::max(byte(2), m_count > kLengthAt ? byte(kLengthAt) : uint8_t{0}));
+                 kHeadWords + 1 + std::max({size_t{byte(2)}, size_t{byte(kLengthAt)}, kPairBytes}));
     }
 
     [[nodiscard]] size_t count() const
