@@ -1,5 +1,6 @@
-// The search for ancillary packets: a v210 line of picture without one, and a mebibyte of 10-bit words, beside a plain
-// loop over the words and memmem. The packet at the end is found by all before anything is timed.
+// The search for ancillary packets: a v210 line of picture without one, and a mebibyte of 10-bit words,
+// beside a plain loop over the words and memmem. The packet at the end is found by all before anything is
+// timed.
 #include <KIVCoreServices2/KIVCS2CaptionPacket.h>
 
 #include <benchmark/benchmark.h>

@@ -1,5 +1,5 @@
-// Caption packets in every form. Input: the form (its high bit: any packet); then the bytes. What is found whole is
-// found again where it is wrapped.
+// Caption packets in every form. Input: the form (its high bit: any packet); then the bytes. What is found
+// whole is found again where it is wrapped.
 #include "Expect.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionPacket.h>

@@ -245,8 +245,9 @@ TEST(CaptionCarriers, EveryFormThereAndBackByteForByte)
         }
 }
 
-// Worked out by hand from the figures of RFC 8331 and of SMPTE ST 436-1: field 1's "erase displayed memory" as
-// words is 161 102 203 180 194 12C and the sum 2A6, and field 2's of line offset 12 has 00C, so 20C, and 132.
+// Worked out by hand from the figures of RFC 8331 and of SMPTE ST 436-1: field 1's "erase displayed memory"
+// as words is 161 102 203 180 194 12C and the sum 2A6, and field 2's of line offset 12 has 00C, so 20C, and
+// 132.
 TEST(CaptionCarriers, BytesAsTheStandardsDrawThem)
 {
     const Packets packets{summed({0x61, 0x02, 0x03, 0x80, 0x94, 0x2C}),
@@ -343,7 +344,8 @@ Sample sampleOf(KIVCS2CaptionCarrier form, Random &random)
 // One wrong bit anywhere: the packet that it hits has a fault or is not found, the others are as they were.
 TEST(CaptionCarriers, OneWrongBitCostsNoNeighbour)
 {
-    // The bits of three flags, of three DIDs and SDIDs, of what 8 bits of 436M do not guard, and of RTP's first byte.
+    // The bits of three flags, of three DIDs and SDIDs, of what 8 bits of 436M do not guard, and of RTP's
+    // first byte.
     constexpr size_t kMostLost[] = {72, 48, 90, 60, 90, 60, 60, 90, 90, 90, 12};
     Random random;
     for (KIVCS2CaptionCarrier form = 0; form < KIVCS2CaptionCarrier_MAX; ++form)
@@ -394,7 +396,8 @@ TEST(CaptionCarriers, OneWrongBitCostsNoNeighbour)
     }
 }
 
-// Cut at any byte: what lies before is whole, and in blocks of any size the stream gives what it gives at once.
+// Cut at any byte: what lies before is whole, and in blocks of any size the stream gives what it gives at
+// once.
 TEST(CaptionCarriers, CutAnywhereAndReadInBlocks)
 {
     Random random;
@@ -412,7 +415,8 @@ TEST(CaptionCarriers, CutAnywhereAndReadInBlocks)
                 ++whole;
             ASSERT_GE(found.size(), whole);
             ASSERT_LE(found.size(), 3u);
-            // A packet may be there whose padding is not. That v210 ends in the middle of a packet is a fault.
+            // A packet may be there whose padding is not. That v210 ends in the middle of a packet is a
+            // fault.
             for (size_t index = 0; index < found.size(); ++index)
                 if (index < whole || !(found[index].cut || isV210(form)))
                 {

@@ -1,4 +1,5 @@
-// One ancillary packet among words (SMPTE ST 291-1): whether it is one, how far it goes, and its words from its bytes.
+// One ancillary packet among words (SMPTE ST 291-1): whether it is one, how far it goes, and its words from
+// its bytes.
 #include "Private/Carriers/Ancillary.h"
 
 #include <algorithm>
@@ -27,7 +28,8 @@ bool hasParity(uint16_t word)
     return word == withParity(static_cast<uint8_t>(word));
 }
 
-// A copy of the words from a DID on, as far as the packet may go by its own count or by that of the CDP in it.
+// A copy of the words from a DID on, as far as the packet may go by its own count or by that of the CDP in
+// it.
 class Look
 {
 public:

@@ -1,4 +1,5 @@
-// One ancillary packet among words (SMPTE ST 291-1): whether it is one, how far it goes, and its words from its bytes.
+// One ancillary packet among words (SMPTE ST 291-1): whether it is one, how far it goes, and its words from
+// its bytes.
 #ifndef KIV_PRIVATE_CARRIERS_ANCILLARY_H
 #define KIV_PRIVATE_CARRIERS_ANCILLARY_H
 
@@ -45,8 +46,8 @@ struct Judgement
 // Looks at the words from a DID at `at` on, of which those before `limit` may be the packet's.
 [[nodiscard]] Judgement judge(const Words &words, size_t at, size_t limit, Trust trust);
 
-// Fills the bytes of an otherwise cleared packet with `taken` words. A missing checksum is added if that is how the
-// carrier stores packets. Faults of the words alone are set; what is in the bytes is not looked at.
+// Fills the bytes of an otherwise cleared packet with `taken` words. A missing checksum is added if that is
+// how the carrier stores packets. Faults of the words alone are set; what is in the bytes is not looked at.
 void take(const Words &words, size_t at, size_t taken, Trust trust, KIVCS2CaptionPacket &packet);
 
 // The words of a packet, parity and checksum made anew; 0 if its count and its size disagree.

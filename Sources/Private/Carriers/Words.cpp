@@ -33,8 +33,8 @@ size_t sampleOfWord(Packing packing, size_t index)
     return packing == Packing::Both210 ? index : 2 * index + (packing == Packing::Luma210 ? 1 : 0);
 }
 
-// Both kinds of search pass over 64 bytes at once as long as no word in them can be what is sought. Vectors of 16
-// bytes are what every processor of the library has.
+// Both kinds of search pass over 64 bytes at once as long as no word in them can be what is sought. Vectors
+// of 16 bytes are what every processor of the library has.
 using Vector16 = uint16_t __attribute__((vector_size(16)));
 using Vector32 = uint32_t __attribute__((vector_size(16)));
 
@@ -64,7 +64,8 @@ uint16_t asUnit(Packing packing, uint16_t word)
     return unit;
 }
 
-// The start of the first block from `at` on that holds a unit of this word; where no block is left, its place.
+// The start of the first block from `at` on that holds a unit of this word; where no block is left, its
+// place.
 size_t passUnits(Packing packing, std::span<const uint8_t> bytes, size_t at, uint16_t word)
 {
     const Vector16 mask = Vector16{} + asUnit(packing, kTenBits);
@@ -80,8 +81,8 @@ size_t passUnits(Packing packing, std::span<const uint8_t> bytes, size_t at, uin
     return at;
 }
 
-// Of two neighbouring words of a channel that are both 3FF one is always at one of these samples of a group; a
-// comparison with all bits above a sample's 10 clear fails for the 32-bit words that need none.
+// Of two neighbouring words of a channel that are both 3FF one is always at one of these samples of a
+// group; a comparison with all bits above a sample's 10 clear fails for the 32-bit words that need none.
 struct Samples
 {
     Vector32 mask, value;

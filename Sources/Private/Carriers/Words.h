@@ -41,7 +41,8 @@ public:
     [[nodiscard]] size_t byteOf(size_t index) const;
     [[nodiscard]] size_t indexAt(size_t byte) const;
 
-    // The first data flag from `from` on. None: `found` is false and `at` is where one may begin that the end cuts.
+    // The first data flag from `from` on. None: `found` is false and `at` is where one may begin that the
+    // end cuts.
     struct Flag
     {
         size_t at;

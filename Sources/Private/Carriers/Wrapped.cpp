@@ -1,8 +1,8 @@
 // Packets in wrapped ancillary data (SMPTE ST 436-1): frames of line records.
 //
-// A frame is a count of 2 bytes and as many records. A search may begin at any record, where nothing says how many
-// are left in the frame; but a record shows itself by its header, and so does the count in front of one. Nothing
-// here relies on the count, so a wrong one loses nothing.
+// A frame is a count of 2 bytes and as many records. A search may begin at any record, where nothing says
+// how many are left in the frame; but a record shows itself by its header, and so does the count in front
+// of one. Nothing here relies on the count, so a wrong one loses nothing.
 #include "Private/Carriers/Wrapped.h"
 
 #include "Private/Carriers/Ancillary.h"
@@ -21,7 +21,8 @@ constexpr size_t kCountSize = 2;
 constexpr size_t kHeaderSize = 14;
 constexpr uint16_t kUsualLine = 9;
 
-// Wrapping types: VANC of a frame, of field 1, of field 2 and of a progressive frame; with kHANC the same of HANC.
+// Wrapping types: VANC of a frame, of field 1, of field 2 and of a progressive frame; with kHANC the same
+// of HANC.
 constexpr uint8_t kField1 = 2, kField2 = 3, kProgressive = 4, kHANC = 0x10;
 // Sample codings: three of VBI, then three each of 8 bits, 10 bits, and 8 bits with a parity error.
 constexpr uint8_t kVBI = 1, kEightBits = 4, kTenBits = 7, kWithError = 10, kLastCoding = 12;
