@@ -54,6 +54,7 @@
 #include "KIVCS2CaptionDecoder.h"
 #include "KIVCS2CaptionFile.h"
 #include "KIVCS2CaptionPacket.h"
+#include "KIVCS2CaptionRetime.h"
 #include "KIVCS2ClosedCaptions.h"
 
 #endif
