@@ -66,7 +66,7 @@ typedef struct KIVCS2CaptionRetimeReport
     uint64_t m_packetsLeftOut; /**< packets before `m_first` or behind `m_last` of the options */
     uint64_t m_packetsRefused; /**< packets that feed refused */
     uint64_t m_packetsBefore;  /**< of them those that fall before frame 0 of the result */
-    uint64_t m_packetsOther;   /**< taken ones of another DID or SDID than 61/01: their bytes end here */
+    uint64_t m_packetsOther;   /**< taken ones with bytes that are not a CDP: only their triplets go on */
     uint64_t m_packetsOut;     /**< packets handed over: frames of the result */
     uint64_t m_packetsBehind;  /**< of them those behind the end of the source, for what still waited */
     uint64_t m_pairsIn[2];     /**< CEA-608 pairs of field 1 and 2, empty ones not counted */

@@ -30,7 +30,7 @@ constexpr size_t kTripletSize = 3;
 uint64_t pairsBefore(const KIVCS2CaptionCountingInfo &info, uint64_t frame)
 {
     constexpr uint64_t kPairs = 60;
-    const uint64_t frames = std::min<uint64_t>(info.m_numbers > 30 ? kPairs : info.m_numbers, kPairs);
+    const uint64_t frames = info.m_numbers > 30 ? kPairs : info.m_numbers; // that share the pairs of a second
     return (frame * kPairs + frames - 1) / frames;
 }
 } // namespace
@@ -90,6 +90,7 @@ KIVCS2Status Retimer::feed(const KIVCS2CaptionPacket &packet)
 {
     uint64_t source = 0;
     uint64_t midnights = 0;
+    const uint64_t taken = m_now.report.m_packetsIn;
     KIVCS2Status status = place(packet.m_frame, source, midnights);
     if (KIVCS2_SUCCEEDED(status))
         status = select(packet, source);
@@ -101,7 +102,10 @@ KIVCS2Status Retimer::feed(const KIVCS2CaptionPacket &packet)
     m_now.seen = source;
     m_now.midnights = midnights;
     m_now.hasSeen = true;
-    return handOver(std::min(m_map(source - std::min(source, kFramesAhead)), m_now.end));
+    status = handOver(std::min(m_map(source - std::min(source, kFramesAhead)), m_now.end));
+    if (m_now.report.m_packetsIn > taken) // what it says about services holds from here on
+        takeSections(packet);
+    return status;
 }
 
 KIVCS2Status Retimer::select(const KIVCS2CaptionPacket &packet, uint64_t source)
@@ -156,7 +160,6 @@ KIVCS2Status Retimer::take(const KIVCS2CaptionPacket &packet, uint64_t source)
         m_now.report.m_firstFrame = static_cast<uint32_t>(ready);
     }
     m_now.end = std::max(ready + 1, m_map(source + 1));
-    takeSections(packet);
     const size_t count = std::min<size_t>(packet.m_tripletCount, KIVCS2_CAPTION_TRIPLETS_MAX);
     for (size_t index = 0; index < count; ++index)
     {
@@ -174,7 +177,7 @@ KIVCS2Status Retimer::take(const KIVCS2CaptionPacket &packet, uint64_t source)
 // Behind the last frame: the rest of a packet of CEA-708 that began before.
 KIVCS2Status Retimer::takeTail(const KIVCS2CaptionPacket &packet, uint64_t source)
 {
-    const int64_t ready = std::min(m_map(source), kLastFrame);
+    const int64_t ready = std::min(m_map(source), m_now.end); // however far behind the rest stands
     if (m_now.dtvcc.left > 0)
         KIV_TRY(reserve());
     ++m_now.report.m_packetsLeftOut;
