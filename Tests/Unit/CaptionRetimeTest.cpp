@@ -100,29 +100,23 @@ struct Retimed
     }
 };
 
-// Bursts of pairs in both fields, doubled codes among them, and triplets of CEA-708.
+// Bursts of pairs in both fields, often the same code again, and triplets of CEA-708.
 Packets programme(uint32_t first, uint32_t frames)
 {
     std::minstd_rand random{20};
     Placed made;
-    std::array<uint8_t, 2> code{};
     for (uint32_t frame = first; frame < first + frames; ++frame)
-        for (uint8_t type = 0; type < 12; ++type)
+        for (uint32_t type = frame / 64 % 2 * 2; type < 12; ++type)
         {
-            const auto byte = static_cast<uint8_t>(0x20 + random() % 90);
-            const auto head = static_cast<uint8_t>(type > 1 ? 0xFE + random() % 2 : 0xFC + type);
-            if (type < 2 && code[type] != 0)
-                made.push_back({frame, {head, 0x94, std::exchange(code[type], 0)}});
-            else if (type < 2 && byte < 0x30)
-                made.push_back({frame, {head, 0x94, code[type] = byte}});
-            else if (type > 1 || frame / 64 % 2 == 0)
-                made.push_back({frame, {head, byte, byte}});
+            const auto byte = static_cast<uint8_t>(random());
+            const auto head = static_cast<uint8_t>(type > 1 ? 0xFE + byte % 2 : 0xFC + type);
+            made.push_back({frame, {head, static_cast<uint8_t>(byte < 128 ? 0x94 : byte), 0x2D}});
         }
     return packetsOf(made);
 }
 
-// A pair is late by the wait that is told at most, and early by a frame, or two of the source more if it is a
-// repeat, which stays the neighbour of its code.
+// A pair is late by the wait that is told at most, and early by a frame, or by two of the source more if it is
+// the repeat of a code.
 TEST(CaptionRetime, EverythingArrivesInOrderAtEveryRateAndBack)
 {
     const Packets source = programme(107890, 400);
@@ -137,14 +131,10 @@ TEST(CaptionRetime, EverythingArrivesInOrderAtEveryRateAndBack)
             const Placed before = placedIn(source, queue), after = placedIn(there.packets, queue);
             const double late = static_cast<double>(there.report.m_waitTime[queue]) / 1e9 + 1e-6;
             const double early = 1.001 * secondsOf(to, 1) + 2 * secondsOf(from, 1);
-            bool repeats = false;
             for (size_t index = 0; index < after.size(); ++index)
             {
                 const double off = secondsOf(to, after[index].first) - secondsOf(from, before[index].first);
                 ASSERT_TRUE(off <= late && off >= -early) << off << ", " << late;
-                repeats = !repeats && index > 0 && after[index].second[1] == 0x94 &&
-                          after[index].second == after[index - 1].second;
-                ASSERT_TRUE(!repeats || after[index].first - after[index - 1].first <= 2) << "parted";
             }
         }
     }
@@ -154,35 +144,18 @@ TEST(CaptionRetime, EverythingArrivesInOrderAtEveryRateAndBack)
 // repeat would be ready for frame 8 only, with an empty pair before it.
 TEST(CaptionRetime, DoubledCodesStayNeighboursAndSingleOnesStayApart)
 {
-    const Triplet code{0xFC, 0x94, 0xAD}, text{0xFC, 0xC1, 0xC2};
-    const auto expect =
-        [](KIVCS2CaptionCounting from, KIVCS2CaptionCounting to, const Placed &source, const Placed &result)
+    const Triplet code{0xFC, 0x94, 0xAD}, text{0xFC, 0xC1, 0xC2}, empty{0xFC, 0x80, 0x80};
+    const auto retimed = [](const KIVCS2CaptionRetimeOptions &options, const Placed &source)
     {
-        EXPECT_EQ(placedIn(Retimed{fromTo(from, to), packetsOf(source)}.packets, 0), result);
+        return placedIn(Retimed{options, packetsOf(source)}.packets, 0);
     };
-    expect(k25, k59, {{2, code}, {3, code}}, {{4, code}, {6, code}});
-    expect(k24, k60, {{2, code}, {4, code}}, {{6, code}, {8, code}});
-    expect(k30, k24, {{4, code}, {7, code}}, {{3, code}, {6, code}});
-    expect(k60, k24, {{0, code}, {4, code}, {6, code}, {8, text}},
-           {{0, code}, {3, code}, {4, code}, {4, text}});
-}
-
-// 60 pairs a second of line 21 at every rate but 50, by turns of the fields.
-TEST(CaptionRetime, FramesCarryThePairsOfLine21)
-{
-    for (const auto &[counting, expected] : {std::pair{k24, "121 21 212 12 "},
-                                             {k25, "121 21 212 12 "},
-                                             {kDF, "12 12 12 12 "},
-                                             {k50, "1 2 1 2 "},
-                                             {k60, "1 2 1 2 "}})
-    {
-        const Packets packets = Retimed{fromTo(k24, counting), packetsOf({{0, {}}, {9, {}}})}.packets;
-        std::string found;
-        for (size_t frame = 0; frame < 4; ++frame, found += " ")
-            for (const auto &triplet : packets[frame].m_triplets)
-                found += triplet[0] == 0xFC ? "1" : triplet[0] == 0xFD ? "2" : "";
-        EXPECT_EQ(found, expected);
-    }
+    EXPECT_EQ(retimed(fromTo(k25, k59), {{2, code}, {3, code}}), (Placed{{4, code}, {6, code}}));
+    EXPECT_EQ(retimed(fromTo(k24, k60), {{1, code}, {2, empty}, {3, code}}), (Placed{{2, code}, {4, code}}));
+    EXPECT_EQ(retimed(fromTo(k30, k24), {{4, code}, {7, code}}), (Placed{{3, code}, {6, code}}));
+    EXPECT_EQ(retimed(fromTo(k60, k24), {{0, code}, {4, code}, {6, code}, {8, text}}),
+              (Placed{{0, code}, {3, code}, {4, code}, {4, text}}));
+    const KIVCS2CaptionRetimeOptions same{k24, k25, KIVCS2CaptionRetimeMode_SameFrames, 0, 0, 1, {}};
+    EXPECT_EQ(retimed(same, {{90000, code}, {90002, text}}), (Placed{{90001, code}, {90003, text}}));
 }
 
 TEST(CaptionRetime, WaitsAreToldAndEndAtAnHour)
@@ -213,32 +186,21 @@ TEST(CaptionRetime, WaitsAreToldAndEndAtAnHour)
 
 TEST(CaptionRetime, SelectionOffsetMidnightAndRefusals)
 {
-    // Packets of 3 triplets begin on frames 1 and 4 and go on in the next two.
-    const Triplet two{0xFC, 'a', '2'}, five{0xFC, 'a', '5'}, start{0xFF, 3, 4}, middle{0xFE, 5, 5},
-        end{0xFE, 6, 6};
-    const Packets source = packetsOf({{1, {0xFF, 3, 0}},
-                                      {2, middle},
-                                      {2, two},
-                                      {3, end},
-                                      {4, start},
-                                      {5, middle},
-                                      {5, five},
-                                      {6, end},
-                                      {6, two},
-                                      {7, start},
-                                      {5, two}});
+    const Triplet two{0xFC, 'a', '2'}, five{0xFC, 'a', '5'}, start{0xFF, 3, 4}, end{0xFE, 6, 6};
+    const Placed placed{{1, start}, {2, end}, {2, two}, {4, start}, {5, five}, {6, end}, {7, two}, {5, two}};
     KIVCS2CaptionRetimeOptions options = fromTo(k25, k50, -4);
     options.m_first = 2;
     options.m_last = 5;
-    const Retimed part{options, source};
+    const Retimed part{options, packetsOf(placed)};
     EXPECT_EQ(placedIn(part.packets, 0), (Placed{{0, two}, {6, five}}));
-    EXPECT_TRUE(haveSame(part.packets, packetsOf({{0, start}, {0, middle}, {0, end}}), 2));
-    EXPECT_TRUE(part.report.m_bytesLeftOut == 4 && part.report.m_packetsLeftOut == 4);
+    EXPECT_TRUE(haveSame(part.packets, packetsOf({{0, start}, {0, end}}), 2)); // by the frame of its start
+    EXPECT_TRUE(part.report.m_bytesLeftOut == 2 && part.report.m_packetsLeftOut == 3);
     EXPECT_EQ(part.refusals, std::vector{kRefused}); // back in time
-    const Retimed before{fromTo(k25, k50, -5), source}, none{fromTo(k25, k50, -100), source};
+    const Retimed before{fromTo(k25, k50, -5), packetsOf(placed)},
+        none{fromTo(k25, k50, -99), packetsOf(placed)};
     EXPECT_TRUE(before.report.m_packetsBefore == 3 && before.report.m_packetsRefused == 4);
-    EXPECT_EQ(placedIn(before.packets, 2)[0].second, start); // the rest of a refused one goes too
-    EXPECT_TRUE(none.packets.empty() && none.refusals == std::vector(11, kRefused));
+    EXPECT_TRUE(haveSame(before.packets, part.packets, 2)); // the rest of a refused one goes too
+    EXPECT_TRUE(none.packets.empty() && none.refusals == std::vector(8, kRefused));
 
     constexpr uint32_t kDay = 25 * 86400;
     const Retimed midnight{fromTo(k25, k50), packetsOf({{kDay - 1, {}}, {0, {}}, {1, two}})};
@@ -247,8 +209,8 @@ TEST(CaptionRetime, SelectionOffsetMidnightAndRefusals)
     const Packets whole = programme(5, 40);
     const Retimed failing{fromTo(kDF, k60), whole, 3}, good{fromTo(kDF, k60), whole};
     ASSERT_TRUE(failing.refusals.size() > 20 && failing.packets.size() == good.packets.size());
-    EXPECT_EQ(std::memcmp(failing.packets.data(), good.packets.data(), good.packets.size() * sizeof whole[0]),
-              0);
+    const size_t size = good.packets.size() * sizeof whole[0];
+    EXPECT_EQ(std::memcmp(failing.packets.data(), good.packets.data(), size), 0);
 }
 
 TEST(CaptionRetime, ServicesAndTimeCodeAreCarriedOn)
@@ -267,8 +229,6 @@ TEST(CaptionRetime, ServicesAndTimeCodeAreCarriedOn)
     EXPECT_EQ(Retimed(fromTo(kDF, kDF), {packet}).packets[0].m_flags, packet.m_flags); // neither of them
     EXPECT_EQ(Retimed(fromTo(kDF, kDF), packetsOf({{0, {}}})).packets[0].m_services[0].m_service, 1u);
 }
-
-// ---- Real files ----
 
 using Captions = std::vector<std::tuple<KIVCS2CaptionService, std::string, double>>; // text, seconds
 
@@ -338,32 +298,28 @@ TEST(CaptionRetimeRecords, SizesAndArguments)
 {
     EXPECT_EQ(sizeof(KIVCS2CaptionRetimeOptions), 56u);
     EXPECT_EQ(sizeof(KIVCS2CaptionRetimeReport), 184u);
-    KIVCS2CaptionRetime retime{};
-    const auto init = [&](KIVCS2CaptionRetimeOptions options, KIVCS2CaptionRetimeMode mode)
+    const auto init = [](KIVCS2CaptionRetimeOptions options)
     {
-        options.m_mode = mode;
-        const KIVCS2Status status = kivCS2CaptionRetime_init(&retime, &options, Retimed::onPacket, nullptr);
-        EXPECT_EQ(kivCS2CaptionRetime_free(&retime), KIVCS2STATUS_OK);
-        return status;
+        KIVCS2CaptionRetime retime;
+        return kivCS2CaptionRetime_init(&retime, &options, Retimed::onPacket, nullptr);
     };
-    EXPECT_EQ(init(fromTo(0, k24), 0), KIVCS2STATUS_FRAME_RATE_ERR);
-    EXPECT_EQ(init(fromTo(k24, KIVCS2CaptionCounting_MAX), 1), KIVCS2STATUS_FRAME_RATE_ERR);
-    EXPECT_EQ(init(fromTo(k24, k25), KIVCS2CaptionRetimeMode_SameFrames), KIVCS2STATUS_OK);
-    EXPECT_EQ(init(fromTo(k59, k60), KIVCS2CaptionRetimeMode_SameFrames), KIVCS2STATUS_OK);
-    EXPECT_EQ(init(fromTo(k25, kDF), KIVCS2CaptionRetimeMode_SameFrames), KIVCS2STATUS_UNSUPPORTED_ERR);
-    KIVCS2CaptionRetimeOptions range = fromTo(1, 2), reserved = range;
+    KIVCS2CaptionRetimeOptions range = fromTo(1, 2), reserved = range, mode = range, far = fromTo(k25, kDF);
     range.m_first = 2;
     range.m_last = 1;
     reserved.m_reserved[3] = 1;
-    const KIVCS2CaptionPacket packet{};
+    mode.m_mode = 2;
+    far.m_mode = KIVCS2CaptionRetimeMode_SameFrames;
+    EXPECT_EQ(init(far), KIVCS2STATUS_UNSUPPORTED_ERR);
+    EXPECT_EQ(init(fromTo(0, k24)), KIVCS2STATUS_FRAME_RATE_ERR);
+    EXPECT_EQ(init(fromTo(k24, KIVCS2CaptionCounting_MAX)), KIVCS2STATUS_FRAME_RATE_ERR);
     const KIVCS2Status refused = KIVCS2STATUS_PARAM_ERR;
+    KIVCS2CaptionRetime none{};
+    const char *const kRange = "(options->m_last == 0) || (options->m_first <= options->m_last)";
     kiv::test::expectAllRefused({
-        KIV_REFUSES(refused, init, "options->m_mode <= KIVCS2CaptionRetimeMode_SameFrames", fromTo(1, 2), 2),
-        KIV_REFUSES(refused, init, "(options->m_last == 0) || (options->m_first <= options->m_last)", range,
-                    0),
-        KIV_REFUSES(refused, init, "reserved == 0", reserved, 0),
-        KIV_REFUSES(refused, kivCS2CaptionRetime_feed, "retime->m_state", &retime, &packet),
-        KIV_REFUSES(refused, kivCS2CaptionRetime_finish, "retime->m_state", &retime, nullptr),
+        KIV_REFUSES(refused, init, "options->m_mode <= KIVCS2CaptionRetimeMode_SameFrames", mode),
+        KIV_REFUSES(refused, init, kRange, range),
+        KIV_REFUSES(refused, init, "reserved == 0", reserved),
+        KIV_REFUSES(refused, kivCS2CaptionRetime_finish, "retime->m_state", &none, nullptr),
     });
 }
 } // namespace
