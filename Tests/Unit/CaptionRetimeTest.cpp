@@ -187,14 +187,15 @@ TEST(CaptionRetime, WaitsAreToldAndEndAtAnHour)
 TEST(CaptionRetime, SelectionOffsetMidnightAndRefusals)
 {
     const Triplet two{0xFC, 'a', '2'}, five{0xFC, 'a', '5'}, start{0xFF, 3, 4}, end{0xFE, 6, 6};
-    const Placed placed{{1, start}, {2, end}, {2, two}, {4, start}, {5, five}, {6, end}, {7, two}, {5, two}};
+    const Placed placed{{1, start}, {2, end}, {2, two}, {4, start}, {5, five}, {7, two}, {9, end}, {5, two}};
     KIVCS2CaptionRetimeOptions options = fromTo(k25, k50, -4);
     options.m_first = 2;
     options.m_last = 5;
     const Retimed part{options, packetsOf(placed)};
     EXPECT_EQ(placedIn(part.packets, 0), (Placed{{0, two}, {6, five}}));
     EXPECT_TRUE(haveSame(part.packets, packetsOf({{0, start}, {0, end}}), 2)); // by the frame of its start
-    EXPECT_TRUE(part.report.m_bytesLeftOut == 2 && part.report.m_packetsLeftOut == 3);
+    EXPECT_TRUE(part.report.m_bytesLeftOut == 2 && part.report.m_packetsLeftOut == 3 &&
+                part.report.m_lastFrame == 8);
     EXPECT_EQ(part.refusals, std::vector{kRefused}); // back in time
     const Retimed before{fromTo(k25, k50, -5), packetsOf(placed)},
         none{fromTo(k25, k50, -99), packetsOf(placed)};
@@ -249,7 +250,8 @@ Captions decode(KIVCS2CaptionCounting counting, const Packets &packets)
         EXPECT_EQ(kivCS2CaptionDecoder_feed(&decoder, &packet), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2CaptionDecoder_finish(&decoder, packets.back().m_frame + 1), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2CaptionDecoder_free(&decoder), KIVCS2STATUS_OK);
-    std::ranges::stable_sort(found.second, {}, [](const auto &caption) { return std::get<0>(caption); });
+    std::stable_sort(found.second.begin(), found.second.end(),
+                     [](const auto &a, const auto &b) { return std::get<0>(a) < std::get<0>(b); });
     return found.second;
 }
 
