@@ -1,5 +1,5 @@
-// Captions put on another rate, beside reading the MCC file that they come from. The packets stand in memory, so that
-// the rows of retiming have no reading in them.
+// Captions put on another rate, beside reading the MCC file that they come from. The packets stand in memory,
+// so that the rows of retiming have no reading in them.
 #include "Support/CaptionFiles.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionFile.h>

@@ -1,5 +1,5 @@
-// Any triplets retimed there and back: two bytes of options, then five for each packet of one triplet, which are
-// the frames to it, the triplet, and flags. Nothing is lost, and the order stays.
+// Any triplets retimed there and back: two bytes of options, then five for each packet of one triplet, which
+// are the frames to it, the triplet, and flags. Nothing is lost, and the order stays.
 #include "Expect.h"
 
 #include "KIVCS2CaptionRetime.h"

@@ -444,8 +444,8 @@ TEST(CaptionDecoderCorpus, RealFilesShowWhatIsKnownOfThem)
         KnownServices services; // all that it has
         uint64_t hash;
     };
-    // Of each service of the first file one window fewer is shown than is defined: the last is written, but not
-    // yet displayed where the file ends. What the file opens with belongs to windows defined before it.
+    // Of each service of the first file one window fewer is shown than is defined: the last is written, but
+    // not yet displayed where the file ends. What the file opens with belongs to windows defined before it.
     const std::vector<Row> rows = {
         {"mcc/BigBuckBunny_256x144-24fps.mcc",
          {{1, {12, 20, 13}},

@@ -115,8 +115,8 @@ Packets programme(uint32_t first, uint32_t frames)
     return packetsOf(made);
 }
 
-// A pair is late by the wait that is told at most, and early by a frame, or by two of the source more if it is
-// the repeat of a code.
+// A pair is late by the wait that is told at most, and early by a frame, or by two of the source more if it
+// is the repeat of a code.
 TEST(CaptionRetime, EverythingArrivesInOrderAtEveryRateAndBack)
 {
     const Packets source = programme(107890, 400);
@@ -140,8 +140,8 @@ TEST(CaptionRetime, EverythingArrivesInOrderAtEveryRateAndBack)
     }
 }
 
-// Two equal codes within two frames are one, further apart they are two: so they must stay. At 59.94 the first
-// repeat would be ready for frame 8 only, with an empty pair before it.
+// Two equal codes within two frames are one, further apart they are two: so they must stay. At 59.94 the
+// first repeat would be ready for frame 8 only, with an empty pair before it.
 TEST(CaptionRetime, DoubledCodesStayNeighboursAndSingleOnesStayApart)
 {
     const Triplet code{0xFC, 0x94, 0xAD}, text{0xFC, 0xC1, 0xC2}, empty{0xFC, 0x80, 0x80};

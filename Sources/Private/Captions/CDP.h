@@ -13,8 +13,8 @@
 
 namespace kiv::cdp
 {
-// The ancillary packet that carries a CDP (SMPTE ST 334-1). Both have an odd count of bits, so that as 10-bit words
-// they have bit 8 set and bit 9 clear (SMPTE ST 291-1).
+// The ancillary packet that carries a CDP (SMPTE ST 334-1). Both have an odd count of bits, so that as 10-bit
+// words they have bit 8 set and bit 9 clear (SMPTE ST 291-1).
 constexpr uint8_t kDID = 0x61;
 constexpr uint8_t kSDID = 0x01;
 constexpr uint16_t kOddParity = 0x100;

@@ -102,38 +102,47 @@ void Line21::finish(uint32_t frame)
 
 void Line21::control(uint32_t frame, Channel &channel, uint8_t set, uint8_t second)
 {
-    const bool isBackground = set == 0x10 && second >= 0x20 && second < 0x30;
-    if (set == 0x11 && second >= 0x30 && second < 0x40)
-        put(frame, channel, specialCharacter(second));
-    else if ((set == 0x12 || set == 0x13) && second >= 0x20 && second < 0x40)
-        // An extended character takes the place of the plain one sent before it for older decoders.
-        putBack(frame, channel, extendedCharacter(set, second));
-    else if (set == 0x11 && second >= 0x20 && second < 0x30)
+    if (second >= 0x40)
+        return preamble(channel, set, second);
+    if (second < 0x20)
+        return; // not a code
+    const bool isLow = second < 0x30;
+    if (set == 0x10 && isLow)
+    {
+        channel.pen.background =
+            static_cast<Colour>(kColours[second >> 1 & 7u] | ((second & 1u) != 0 ? kTranslucent : 0));
+        putBack(frame, channel, U' '); // in place of the space sent before it (CEA-608-E, 6.2)
+    }
+    else if (set == 0x11 && isLow)
     {
         setColour(channel.pen, second);
         put(frame, channel, U' ');
     }
-    else if (isBackground || (set == 0x17 && second >= 0x2D && second < 0x30))
-    {
-        // These have a backspace in them, for the space sent before them (CEA-608-E, 6.2).
-        if (isBackground)
-            channel.pen.background =
-                static_cast<Colour>(kColours[second >> 1 & 7u] | ((second & 1u) != 0 ? kTranslucent : 0));
-        else if (second == 0x2D)
-            channel.pen.background = kTransparent;
-        else
-        {
-            channel.pen.colour = kBlack;
-            channel.pen.style = second == 0x2F ? KIVCS2CaptionStyle_Underline : 0;
-        }
-        putBack(frame, channel, U' ');
-    }
-    else if ((set == 0x14 || set == 0x15) && second >= 0x20 && second < 0x30)
+    else if (set == 0x11)
+        put(frame, channel, specialCharacter(second));
+    else if (set == 0x12 || set == 0x13)
+        // An extended character takes the place of the plain one sent before it for older decoders.
+        putBack(frame, channel, extendedCharacter(set, second));
+    else if ((set == 0x14 || set == 0x15) && isLow)
         command(frame, channel, second & 0x0F);
-    else if (set == 0x17 && second >= 0x21 && second < 0x24)
+    else if (set == 0x17)
+        tabOrBlack(frame, channel, second);
+}
+
+void Line21::tabOrBlack(uint32_t frame, Channel &channel, uint8_t second)
+{
+    if (second >= 0x21 && second < 0x24)
         column(channel) = std::min(column(channel) + (second & 3u), kColumns - 1);
-    else if (second >= 0x40)
-        preamble(channel, set, second);
+    if (second < 0x2D || second >= 0x30)
+        return;
+    if (second == 0x2D)
+        channel.pen.background = kTransparent;
+    else
+    {
+        channel.pen.colour = kBlack;
+        channel.pen.style = second == 0x2F ? KIVCS2CaptionStyle_Underline : 0;
+    }
+    putBack(frame, channel, U' '); // as a background code
 }
 
 void Line21::preamble(Channel &channel, uint8_t set, uint8_t second)

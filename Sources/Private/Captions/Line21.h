@@ -48,6 +48,7 @@ private:
     };
 
     void control(uint32_t frame, Channel &channel, uint8_t set, uint8_t second);
+    void tabOrBlack(uint32_t frame, Channel &channel, uint8_t second);
     void command(uint32_t frame, Channel &channel, uint8_t code);
     void put(uint32_t frame, Channel &channel, char32_t character);
     void putBack(uint32_t frame, Channel &channel, char32_t character);

@@ -83,33 +83,52 @@ void describePreamble(const Code &code, PairText text)
                       code.underline(), code.channel);
 }
 
+// What a code of set 17 does, or null if it is not a code.
+const char *tabOrBlack(uint8_t second)
+{
+    switch (second)
+    {
+    case 0x21:
+        return "tab 1";
+    case 0x22:
+        return "tab 2";
+    case 0x23:
+        return "tab 3";
+    case 0x2D:
+        return "background transparent";
+    case 0x2E:
+        return "text black";
+    case 0x2F:
+        return "text black, underline";
+    default:
+        return nullptr;
+    }
+}
+
 void describeCode(const Code &code, PairText text)
 {
+    const bool isLow = code.in(0x20, 0x2F);
     const char *words = nullptr;
-    if (code.set == 0x11 && code.in(0x20, 0x2F))
+    text[0] = '\0';
+    if (code.second >= 0x40)
+        return describePreamble(code, text);
+    if (code.set == 0x11 && isLow)
         std::snprintf(text.data(), text.size(), "%s%s%s", kAttributes[code.attribute()], code.underline(),
                       code.channel);
-    else if ((code.set == 0x11 && code.in(0x30, 0x3F)) ||
-             ((code.set == 0x12 || code.set == 0x13) && code.in(0x20, 0x3F)))
+    else if (code.set >= 0x11 && code.set <= 0x13 && code.in(0x20, 0x3F))
         describeCharacter(code, text);
-    else if (code.set == 0x10 && code.in(0x20, 0x2F))
+    else if (code.set == 0x10 && isLow)
         std::snprintf(text.data(), text.size(), "background %s%s%s", kBackgrounds[code.attribute()],
                       (code.second & 1u) != 0 ? " semi-transparent" : "", code.channel);
-    else if ((code.set == 0x14 || code.set == 0x15) && code.in(0x20, 0x2F))
+    else if ((code.set == 0x14 || code.set == 0x15) && isLow)
         words = kCommands[code.second & 0x0Fu];
-    else if (code.set == 0x17 && code.in(0x21, 0x23))
-        std::snprintf(text.data(), text.size(), "tab %u%s", code.second & 3u, code.channel);
-    else if (code.set == 0x17 && code.in(0x2D, 0x2F))
-        words = code.second == 0x2D   ? "background transparent"
-                : code.second == 0x2E ? "text black"
-                                      : "text black, underline";
-    else if (code.second >= 0x40)
-        describePreamble(code, text);
-    else
-        std::snprintf(text.data(), text.size(), "unknown code %02x %02x%s", code.set, code.second,
-                      code.channel);
+    else if (code.set == 0x17)
+        words = tabOrBlack(code.second);
     if (words != nullptr)
         std::snprintf(text.data(), text.size(), "%s%s", words, code.channel);
+    else if (text[0] == '\0')
+        std::snprintf(text.data(), text.size(), "unknown code %02x %02x%s", code.set, code.second,
+                      code.channel);
 }
 } // namespace
 

@@ -615,42 +615,53 @@ KIVCS2Status Reader::finishMCC(KIVCS2CaptionPacket &packet, const MCCData &data)
     return compareMCC(packet);
 }
 
-// The packet beside the one before it.
+// How a packet stands in time to the one before it.
+KIVCS2CaptionFault Reader::orderFault(uint32_t frame, const uint32_t (&suffix)[3]) const
+{
+    if (!m_hasLast)
+        return KIVCS2CaptionFault_None;
+    // Suffixes distinguish the fields and packets of one frame.
+    if (frame == m_lastFrame && std::ranges::equal(suffix, m_lastSuffix))
+        return KIVCS2CaptionFault_SameFrame;
+    const bool isBack = frame < m_lastFrame && !isOverMidnight(m_lastFrame, frame);
+    return isBack ? KIVCS2CaptionFault_BackInTime : KIVCS2CaptionFault_None;
+}
+
+// Whether a CDP counts on from the one before it, `ahead` frames earlier.
+KIVCS2CaptionFault Reader::sequenceFault(uint16_t sequence, uint32_t ahead, bool isSameFrame) const
+{
+    // In a sparse file the frames between have no packet and the counters go on. If the counters have
+    // counted the frames, their packets are missing.
+    const auto step = static_cast<uint16_t>(sequence - m_sequence);
+    if (!m_hasSequence || step == 1 || (step == 0 && isSameFrame))
+        return KIVCS2CaptionFault_None;
+    return ahead > 1 && step == ahead ? KIVCS2CaptionFault_Gap : KIVCS2CaptionFault_Sequence;
+}
+
+// Compares the packet with the one before it.
 KIVCS2Status Reader::compareMCC(KIVCS2CaptionPacket &packet)
 {
     const uint32_t frame = packet.m_frame;
-    const uint32_t last = m_lastFrame;
     const uint32_t suffix[3] = {packet.m_flags & 3u, packet.m_field, packet.m_number};
-    const bool hasSequence = (packet.m_flags & KIVCS2CaptionPacketFlag_CDP) != 0;
-    KIVCS2CaptionFault fault = KIVCS2CaptionFault_None;
-    KIVCS2CaptionFault order = KIVCS2CaptionFault_None;
-    const bool overMidnight = m_hasLast && isOverMidnight(last, frame);
-    // Suffixes tell the fields and packets of one frame apart.
-    if (m_hasLast && frame == last && std::ranges::equal(suffix, m_lastSuffix))
-        order = KIVCS2CaptionFault_SameFrame;
-    else if (m_hasLast && frame < last && !overMidnight)
-        order = KIVCS2CaptionFault_BackInTime;
-    const uint32_t ahead = m_hasLast && order == KIVCS2CaptionFault_None
-                               ? frame + (overMidnight ? m_info->m_perDay : 0) - last
-                               : 0;
+    KIVCS2CaptionFault order = orderFault(frame, suffix);
+    KIVCS2CaptionFault sequence = KIVCS2CaptionFault_None;
+    uint32_t ahead = 0;
+    if (m_hasLast && order == KIVCS2CaptionFault_None)
+        ahead = frame + (isOverMidnight(m_lastFrame, frame) ? m_info->m_perDay : 0) - m_lastFrame;
     m_report.m_gapFrames += ahead > 1 ? ahead - 1 : 0;
-    if (m_hasSequence && hasSequence)
+    if ((packet.m_flags & KIVCS2CaptionPacketFlag_CDP) != 0)
     {
-        // In a sparse file the frames between have no packet and the counters go on. If the counters
-        // know of the frames, their packets are missing.
-        const auto step = static_cast<uint16_t>(packet.m_sequence - m_sequence);
-        const bool isSameFrame = frame == last && order == KIVCS2CaptionFault_None; // another field of it
-        if (step != 1 && !(step == 0 && isSameFrame))
-            fault = ahead > 1 && step == ahead ? KIVCS2CaptionFault_Gap : KIVCS2CaptionFault_Sequence;
+        const bool isSameFrame = frame == m_lastFrame && order == KIVCS2CaptionFault_None;
+        sequence = sequenceFault(packet.m_sequence, ahead, isSameFrame);
+        m_sequence = packet.m_sequence;
+        m_hasSequence = true;
     }
-    if (m_options.m_order == KIVCS2CaptionOrder_Frame && m_list.all()[m_listAt - 1].isBack)
-        order = KIVCS2CaptionFault_BackInTime;
     m_hasLast = true;
     m_lastFrame = frame;
     std::ranges::copy(suffix, m_lastSuffix);
-    m_hasSequence = m_hasSequence || hasSequence;
-    m_sequence = hasSequence ? packet.m_sequence : m_sequence;
-    for (const KIVCS2CaptionFault one : {order, fault})
+    if (m_options.m_order == KIVCS2CaptionOrder_Frame && m_list.all()[m_listAt - 1].isBack)
+        order = KIVCS2CaptionFault_BackInTime;
+    for (const KIVCS2CaptionFault one : {order, sequence})
         if (one != KIVCS2CaptionFault_None)
         {
             packet.m_faults |= faultBit(one);

@@ -70,6 +70,8 @@ private:
     KIVCS2Status takeTimecode(bool &good);
     KIVCS2Status takeMCC(KIVCS2CaptionPacket &packet, bool &got);
     KIVCS2Status finishMCC(KIVCS2CaptionPacket &packet, const MCCData &data);
+    [[nodiscard]] KIVCS2CaptionFault orderFault(uint32_t frame, const uint32_t (&suffix)[3]) const;
+    [[nodiscard]] KIVCS2CaptionFault sequenceFault(uint16_t sequence, uint32_t ahead, bool isSameFrame) const;
     KIVCS2Status compareMCC(KIVCS2CaptionPacket &packet);
     KIVCS2Status openWords();
     KIVCS2Status checkWords(size_t from);

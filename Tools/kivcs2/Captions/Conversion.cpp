@@ -227,8 +227,8 @@ public:
 
     void take(const KIVCS2CaptionPacket & /*packet*/) override {}
 
-    // With no service asked for, the best one that has shown a caption is written. When a better one comes, this
-    // is its first caption, and the file begins anew with it.
+    // With no service asked for, the best one that has shown a caption is written. When a better one comes,
+    // this is its first caption, and the file begins anew with it.
     void take(const KIVCS2CaptionText &text) override
     {
         if (m_way.service == 0 && (m_service == 0 || rank(text.m_service) < rank(m_service)))

@@ -45,7 +45,8 @@ public:
     /// Places at which a line, a pair or a part of a packet was lost.
     [[nodiscard]] uint64_t lost() const;
 
-    /// One line a cause on standard error, by the places where they were met first. `besides` is told by another.
+    /// One line a cause on standard error, by the places where they were met first. `besides` is told by
+    /// another.
     void tell(KIVCS2CaptionFault besides = KIVCS2CaptionFault_None) const;
 
     /// The fault that a read ended with, as a failure; null if `status` came from none.

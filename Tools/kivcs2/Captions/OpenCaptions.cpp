@@ -19,8 +19,8 @@ namespace
 constexpr size_t kHead = size_t{64} * 1024;     // what the reader looks at before it decides
 constexpr size_t kMostKept = size_t{256} << 20; // of a pipe that must be gone through more than once
 
-/// An input behind the library's stream interface. A pipe is kept as far as it was read while `keeps` is set, and can
-/// be begun again.
+/// An input behind the library's stream interface. A pipe is kept as far as it was read while `keeps` is set,
+/// and can be begun again.
 struct InputStream
 {
     KIVCS2Stream stream{}; ///< first: the library hands this part back

@@ -32,8 +32,8 @@ void addReadingOptions(Word &word, ReadingArguments &arguments);
 /// How a word wants a file read.
 struct ReadingWay
 {
-    /// The pairs of an SCC file on the frames they go out on, for what follows a programme; otherwise as they stand
-    /// in the file. MCC files are always read as they stand. A pipe is read whole for it.
+    /// The pairs of an SCC file on the frames they go out on, for what follows a programme; otherwise as they
+    /// stand in the file. MCC files are always read as they stand. A pipe is read whole for it.
     bool byFrame = false;
     bool mayBeEmpty = false; ///< a file without captions ends the read instead of failing
     bool tellsLines = true;  ///< faults are told on standard error, a line a cause

@@ -501,8 +501,8 @@ private:
     const WordForm &m_form;
 };
 
-// Packets one behind the other, with anything between them: if there is none, the next word is tried. A packet
-// that is damaged or cut is found too.
+// Packets one behind the other, with anything between them: if there is none, the next word is tried. A
+// packet that is damaged or cut is found too.
 void findIn291M(std::span<const uint8_t> bytes, const WordForm &form, Findings &findings)
 {
     const CapturedWords words{bytes, form};
