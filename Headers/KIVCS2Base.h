@@ -1,11 +1,11 @@
 /**
  * @file
- * The frame every module stands on: the status table, the export macros, start-up, CRC-32,
- * the growable memory block and the conversion of absolute time to nanoseconds.
+ * The base of every module: the status table, the export macros, start-up, CRC-32, the growable memory block
+ * and the conversion of absolute time to nanoseconds.
  *
  * A host calls kivCS2_init() or kivCS2_initWithTaskServer() once, on one thread, before any
  * other operation. Operations return a KIVCS2Status: KIVCS2STATUS_OK is 0 and every failure
- * has the top bit set, so test a status with KIVCS2_FAILED() and never against a list.
+ * has the top bit set, so test a status with KIVCS2_FAILED() and do not compare it with a list.
  *
  * Argument checks come in two builds. With assertions, a failed check stops the process and
  * names the operation, the file, the line and the expression; with NDEBUG it returns the
@@ -28,7 +28,7 @@
 #define KIVCS2_END_DECLS
 #endif
 
-/** Marks the operations that leave the library; everything else is hidden. */
+/** Marks the exported operations; everything else is hidden. */
 #define KIVCS2_API __attribute__((visibility("default")))
 
 KIVCS2_BEGIN_DECLS
@@ -103,7 +103,7 @@ typedef struct KIVCS2CRC32Param
     uint32_t m_table[256]; /**< reflected polynomial 0xEDB88320 (IEEE 802.3) */
 } KIVCS2CRC32Param;
 
-/** A growable heap block. The owner keeps `m_used`; the operations of the block only clear it. */
+/** A growable heap block. The owner maintains `m_used`; the operations on the block only clear it. */
 typedef struct KIVCS2MemPtr
 {
     union
@@ -116,26 +116,26 @@ typedef struct KIVCS2MemPtr
 } KIVCS2MemPtr;
 
 /**
- * Starts the library: makes the CRC-32 table ready, reads the Mach time base and, where `startTaskServer`
- * says so, forks the task server, after which every child of the host is reaped by the library and ends with
- * the host (KIVCS2TaskServer.h). A host that waits for children of its own, also by system(), popen() or a
- * child watch of its event loop, passes false: their statuses would be lost. No failure is reported: without
- * a server kivCS2TaskServer_exec() fails.
+ * Starts the library: makes the CRC-32 table ready, reads the Mach time base and, if `startTaskServer` is
+ * true, forks the task server. From then on the library reaps every child of the host, and every child ends
+ * with the host (KIVCS2TaskServer.h). A host that waits for its own children, also through system(), popen()
+ * or a child watch of its event loop, must pass false: otherwise their statuses are lost. A server that does
+ * not start is not reported: kivCS2TaskServer_exec() fails instead.
  * @retval KIVCS2STATUS_OK  always
  * Thread safety: once, on one thread, before any other operation.
  */
 KIVCS2_API KIVCS2Status kivCS2_initWithTaskServer(bool startTaskServer);
 
-/** Exactly kivCS2_initWithTaskServer(true): it does start the task server, which not every host wants. */
+/** The same as kivCS2_initWithTaskServer(true). It starts the task server, which not every host wants. */
 KIVCS2_API KIVCS2Status kivCS2_init(void);
 
 /** Fills `param->m_table`; ignores a null record. Leaves `m_tableBuilt` as it is. */
 KIVCS2_API void kivCS2Utils_initCRC32Table(KIVCS2CRC32Param *param);
 
 /**
- * Carries a running CRC over `length` bytes and returns it. No inversion: the caller seeds with
- * 0xFFFFFFFF and complements at the end. Builds the table of `_param` if its flag is 0. The table
- * in the record decides the result: a caller's own polynomial is honoured.
+ * Continues a CRC over `length` bytes and returns it. It does not invert: the caller seeds with 0xFFFFFFFF
+ * and complements at the end. Builds the table of `_param` if its flag is 0. The table in the record decides
+ * the result, so a caller may use its own polynomial.
  * The name has no "2" after "CS"; it is the exported one.
  * Thread safety: any thread once the table is built. Source: IEEE 802.3.
  */
@@ -149,11 +149,11 @@ KIVCS2_API uint32_t kivCSUtils_updateCRC32(KIVCS2CRC32Param *_param, uint32_t cr
  */
 KIVCS2_API KIVCS2Status kivCS2Utils_calcCRC32(const uint8_t *data, uint32_t length, uint32_t *crc);
 
-/** `size` zero-filled bytes of the system heap, released with free(); null when there are none. */
+/** Returns `size` zero-filled bytes of the system heap, to be released with free(); null if out of memory. */
 KIVCS2_API void *kivCS2ZeroMalloc(size_t size);
 
 /**
- * Makes a block of `size` bytes, and never fewer than 4.
+ * Makes a block of `size` bytes, but at least 4.
  * @retval KIVCS2STATUS_PARAM_ERR   `mem` is null (no assertion)
  * @retval KIVCS2STATUS_MEMORY_ERR  no room; the record is empty
  */
@@ -163,7 +163,7 @@ KIVCS2_API KIVCS2Status kivCS2MemPtr_init(KIVCS2MemPtr *mem, uint32_t size);
  * Grows the block to `size` bytes; a block that is large enough stays as it is. The contents are
  * kept, new bytes are not cleared, `m_used` is untouched.
  * @retval KIVCS2STATUS_PARAM_ERR   `mem` is null (no assertion)
- * @retval KIVCS2STATUS_MEMORY_ERR  no room; the block and its size are as before
+ * @retval KIVCS2STATUS_MEMORY_ERR  no room; the block and its size are unchanged
  */
 KIVCS2_API KIVCS2Status kivCS2MemPtr_realloc(KIVCS2MemPtr *mem, uint32_t size);
 
@@ -171,14 +171,14 @@ KIVCS2_API KIVCS2Status kivCS2MemPtr_realloc(KIVCS2MemPtr *mem, uint32_t size);
 KIVCS2_API KIVCS2Status kivCS2MemPtr_forceRealloc(KIVCS2MemPtr *mem, uint32_t size);
 
 /**
- * Releases the block and clears the record, which may be initialised again; twice is harmless.
+ * Releases the block and clears the record, which may be initialised again; a second call is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `mem` is null (no assertion)
  */
 KIVCS2_API KIVCS2Status kivCS2MemPtr_free(KIVCS2MemPtr *mem);
 
 /**
- * Mach absolute time in nanoseconds: times the numerator, then by the denominator of the time
- * base, in 64 bits; a product beyond 64 bits wraps. Start-up must have run.
+ * Converts Mach absolute time to nanoseconds: multiplies by the numerator of the time base, then divides by
+ * its denominator, in 64 bits; a product beyond 64 bits wraps. Start-up must have run.
  * Thread safety: any thread.
  */
 KIVCS2_API uint64_t kivCS2AbsoluteToNanoseconds(uint64_t absoluteTime);

@@ -1,4 +1,4 @@
-// The frame: start-up, CRC-32, the zero-filling allocator, the memory block, and time.
+// The base: start-up, CRC-32, the zero-filling allocator, the memory block, and time.
 #include "KIVCoreServices2.h"
 
 #include "Private/Support/Check.h"
@@ -13,7 +13,7 @@ namespace
 {
 constexpr uint32_t kSmallestBlock = 4; // bytes
 
-// Below this many bytes the byte loop is faster than looking whether the table is the standard one.
+// Below this many bytes the byte loop is faster than checking whether the table is the standard one.
 constexpr uint32_t kBytesWorthACompare = 16;
 
 constexpr KIVCS2CRC32Param makeStandardParam()
@@ -24,7 +24,7 @@ constexpr KIVCS2CRC32Param makeStandardParam()
     return param;
 }
 
-// The record is the host's and may hold any polynomial, and another one since the last call: so the
+// The host owns the record, which may hold any polynomial and may have changed since the last call. So the
 // whole table is compared every time, which takes about as long as 16 bytes of the byte loop.
 [[nodiscard]] bool isStandard(const KIVCS2CRC32Param &param)
 {
@@ -39,10 +39,10 @@ constexpr KIVCS2CRC32Param makeStandardParam()
     return crc;
 }
 
-// Gives `mem` a block of exactly `size` bytes with the old contents, or leaves it as it is.
+// Gives `mem` a block of exactly `size` bytes with the old contents, or leaves it unchanged.
 [[nodiscard]] KIVCS2Status resize(KIVCS2MemPtr &mem, uint32_t size)
 {
-    // realloc() to nothing would free the block and report it as a failure.
+    // realloc() to 0 bytes would free the block and report it as a failure.
     void *block = std::realloc(mem.m_ptr, std::max<size_t>(size, 1));
     if (block == nullptr)
         return KIVCS2STATUS_MEMORY_ERR;
@@ -54,17 +54,17 @@ constexpr KIVCS2CRC32Param makeStandardParam()
 
 constexpr KIVCS2CRC32Param crc32Param = makeStandardParam();
 
-// One to one until start-up has asked the system.
+// One to one until start-up has read it from the system.
 constinit mach_timebase_info_data_t timebaseInfo = {1, 1};
 
 // ---- Start-up ----
 
 KIVCS2Status kivCS2_initWithTaskServer(bool startTaskServer)
 {
-    // The table of crc32Param is part of the library's image: nothing is built here.
+    // The table of crc32Param is part of the library's image: it is not built here.
     (void)mach_timebase_info(&timebaseInfo);
     if (startTaskServer)
-        (void)kivCS2TaskServer_init(); // the first launch through it tells
+        (void)kivCS2TaskServer_init(); // the first launch through it reports a failure
     return KIVCS2STATUS_OK;
 }
 

@@ -1,4 +1,4 @@
-// One reference to a system object, given back at the end of the scope.
+// One reference to a system object, released at the end of the scope.
 #ifndef KIV_PRIVATE_SUPPORT_CFREF_H
 #define KIV_PRIVATE_SUPPORT_CFREF_H
 
@@ -35,7 +35,7 @@ public:
     {
         return m_object;
     }
-    // Hands the reference to the caller.
+    // Passes the reference to the caller.
     [[nodiscard]] Ref release()
     {
         return std::exchange(m_object, nullptr);

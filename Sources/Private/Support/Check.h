@@ -1,4 +1,4 @@
-// The argument-check and status idiom: every operation opens with one KIV_CHECK an argument.
+// The argument-check and status idiom: every operation opens with one KIV_CHECK for each argument.
 #ifndef KIV_PRIVATE_SUPPORT_CHECK_H
 #define KIV_PRIVATE_SUPPORT_CHECK_H
 
@@ -18,7 +18,7 @@
 // Asserts only.
 #define KIV_ASSERT(expr) KIV_ASSERT_TEXT(expr, #expr)
 
-// Asserts, then answers the status where assertions are compiled out.
+// Asserts, then returns the status in builds without assertions.
 #define KIV_CHECK_OR(expr, status)                                                                           \
     do                                                                                                       \
     {                                                                                                        \
@@ -35,7 +35,7 @@
             return KIVCS2STATUS_PARAM_ERR;                                                                   \
     } while (false)
 
-// Where the text that hosts know differs from the test that is made.
+// For checks whose text, known to hosts, differs from the test that is made.
 #define KIV_CHECK_AS(expr, text, status)                                                                     \
     do                                                                                                       \
     {                                                                                                        \

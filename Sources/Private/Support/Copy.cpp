@@ -1,4 +1,4 @@
-// Copies by vectors where they beat the system's.
+// Copies by vectors if they are faster than the system's copy.
 #include "Private/Support/Copy.h"
 
 #include <cstdint>
@@ -13,8 +13,9 @@ namespace
 constexpr size_t kVector = 64; // bytes
 constexpr size_t kAhead = 1024;
 
-// Where whole vectors are faster than the system's copy: runs that stay in the first-level cache, and runs
-// that stay in the second-level cache. Between them, and where memory is the limit, the system's is.
+// True if whole vectors are faster than the system's copy: for runs that stay in the first-level cache, and
+// for runs that stay in the second-level cache. Between them, and if memory is the limit, the system's copy
+// is faster.
 [[nodiscard]] bool suitsVectors(size_t count)
 {
     constexpr size_t kFirstLevel = 6u << 10;
@@ -23,7 +24,7 @@ constexpr size_t kAhead = 1024;
     return count <= kFirstLevel || (count >= kSecondLevelFrom && count <= kSecondLevelTo);
 }
 
-// For more than 4 vectors. Stores are aligned, since one that meets two cache lines costs as much as two.
+// For more than 4 vectors. Stores are aligned, because a store across two cache lines costs as much as two.
 [[gnu::target("avx512f")]] void copyVectors(unsigned char *to, const unsigned char *from, size_t count)
 {
     const __m512i first = _mm512_loadu_si512(from);

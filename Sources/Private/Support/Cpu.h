@@ -1,5 +1,5 @@
-// Which vector instructions this machine offers. Hot modules keep one table of function pointers
-// a level and choose with cpuLevel(); tests force every level the machine has.
+// The vector instructions of this machine. Hot modules keep one table of function pointers for each level and
+// choose with cpuLevel(); tests force every level the machine has.
 #ifndef KIV_PRIVATE_SUPPORT_CPU_H
 #define KIV_PRIVATE_SUPPORT_CPU_H
 

@@ -1,10 +1,9 @@
 // CRC-32: slicing by eight, and folding with carry-less multiplication.
 //
 // Folding treats the message as a polynomial. Sixteen bytes at a distance of d bits from the end are
-// congruent, modulo the generator, to two products of 64 bits each with x^(d+64) and x^d, which
-// are again sixteen bytes: so a register is carried forward over d bits by two multiplications and an
-// exclusive or. The processor's product of reflected values stands one bit low, which the exponents
-// of the constants make up for.
+// congruent, modulo the generator, to two 64-bit products with x^(d+64) and x^d, which are again sixteen
+// bytes. So two multiplications and an exclusive or carry a register forward over d bits. The processor's
+// product of reflected values is one bit too low; the exponents of the constants correct that.
 #include "Private/Support/Crc32.h"
 
 #include "Private/Support/Cpu.h"
@@ -102,8 +101,8 @@ constexpr Factors foldFactors(int bytes)
     return {powerOfX(8 * bytes + 63) << 32, powerOfX(8 * bytes - 1) << 32};
 }
 
-// Carries a lane forward to the end of the message, `bytes` behind it, and over the 32 bits of the CRC:
-// what comes out has 96 bits, ready for finish().
+// Carries a lane forward to the end of the message, `bytes` after it, and over the 32 bits of the CRC: the
+// result has 96 bits, ready for finish().
 constexpr Factors endFactors(int bytes)
 {
     return {powerOfX(8 * bytes + 95), powerOfX(8 * bytes + 31)};
@@ -117,7 +116,7 @@ struct FoldFactors
                                                                  foldFactors(Bytes), foldFactors(Bytes)};
 };
 
-// For the four lanes of a 64-byte block with `Bytes` behind it, each over its own distance.
+// For the four lanes of a 64-byte block followed by `Bytes` bytes, each over its own distance.
 template <int Bytes>
 struct EndFactors
 {
@@ -143,7 +142,7 @@ KIV_PCLMUL KIV_INLINE __m128i multiply(__m128i lane, __m128i factors)
                          _mm_clmulepi64_si128(lane, factors, 0x11));
 }
 
-// The remainder of 96 bits: the upper 64 in the low half, the lower 32 behind them.
+// The remainder of 96 bits: the upper 64 in the low half, the lower 32 after them.
 KIV_PCLMUL KIV_INLINE uint32_t finish(__m128i value)
 {
     const __m128i barrett = load(kBarrett.data());
@@ -159,7 +158,7 @@ KIV_PCLMUL KIV_INLINE __m128i fold(__m128i lane)
 }
 
 // Sixteen bytes of it from 16 + n on shift a lane by n bytes towards its end, from 16 - n on towards its
-// start; what comes in is zero.
+// start; the bytes shifted in are zero.
 alignas(16) constexpr std::array<uint8_t, 48> kShift = {
     0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
     0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,   12,   13,   14,   15,
@@ -210,7 +209,7 @@ KIV_PCLMUL uint32_t updatePclmul(uint32_t crc, const uint8_t *data, size_t lengt
 constexpr size_t kBlock = 64;
 constexpr size_t kStride = 4 * kBlock;
 constexpr size_t kPrefetchAhead = 8192; // bytes; far enough for memory, near enough for the cache
-constexpr size_t kWorthPrefetching = size_t{1} << 20; // below, the data is in the second-level cache or near
+constexpr size_t kWorthPrefetching = size_t{1} << 20; // less data is in the second-level cache or near
 
 alignas(64) constexpr std::array<uint8_t, kBlock> kIota = []
 {
@@ -247,8 +246,8 @@ KIV_VPCLMUL KIV_INLINE uint32_t finish512(__m512i sum)
     return finish(_mm_xor_si128(_mm256_castsi256_si128(half), _mm256_extracti128_si256(half, 1)));
 }
 
-// The first `size` bytes, 4 to 64, with the CRC on the first four, at the end of a block of zeros.
-// `data` has `length` bytes: masked loads that touch a missing page are slow, so they are kept for short
+// Loads the first `size` bytes, 4 to 64, with the CRC on the first four, at the end of a block of zeros.
+// `data` has `length` bytes: masked loads that touch a missing page are slow, so they are only used for short
 // data.
 KIV_VPCLMUL KIV_INLINE __m512i loadHead(uint32_t crc, const uint8_t *data, size_t size, size_t length)
 {
@@ -279,8 +278,8 @@ KIV_VPCLMUL KIV_INLINE void foldStrides(__m512i (&sum)[4], const uint8_t *data, 
 KIV_VPCLMUL uint32_t updateVpclmul(uint32_t crc, const uint8_t *data, size_t length) noexcept
 {
     constexpr size_t kCrcBytes = sizeof crc;
-    // The message is seen as whole blocks with zeros in front. The CRC lies on the first four bytes: where
-    // fewer stand in front of the whole blocks they are taken one by one.
+    // The message is treated as whole blocks with zeros in front. The CRC goes on the first four bytes: if
+    // fewer than four precede the whole blocks, they are taken one by one.
     size_t head = length % kBlock;
     if (head != 0 && head < kCrcBytes)
     {
@@ -297,7 +296,7 @@ KIV_VPCLMUL uint32_t updateVpclmul(uint32_t crc, const uint8_t *data, size_t len
     const __m512i zero = _mm512_setzero_si512();
     const __m512i first = loadHead(crc, data, head, length);
     data += head;
-    const size_t blocks = (length - head) / kBlock; // whole ones, behind the head
+    const size_t blocks = (length - head) / kBlock; // whole ones, after the head
     if (blocks == 0)
         return finish512(addEnd<0>(zero, first));
     if (blocks == 1)
@@ -337,7 +336,7 @@ KIV_VPCLMUL uint32_t updateVpclmul(uint32_t crc, const uint8_t *data, size_t len
 }
 #endif
 
-// The first call looks at the machine and puts the best update here; a race stores the same twice.
+// The first call checks the machine and stores the best update here; a race stores the same value twice.
 uint32_t updateFirst(uint32_t crc, const uint8_t *data, size_t length) noexcept;
 constinit std::atomic<kiv::Crc32Update> g_update{updateFirst};
 

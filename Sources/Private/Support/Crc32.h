@@ -1,4 +1,4 @@
-// CRC-32 with the reflected polynomial 0xEDB88320 (IEEE 802.3), by the fastest means of the machine.
+// CRC-32 with the reflected polynomial 0xEDB88320 (IEEE 802.3), by the machine's fastest means.
 #ifndef KIV_PRIVATE_SUPPORT_CRC32_H
 #define KIV_PRIVATE_SUPPORT_CRC32_H
 

@@ -1,5 +1,5 @@
-// Diagnostics: one message through the logging framework's handle, at the default type and only
-// when that type is enabled. The handle is asked for per message and held for its duration.
+// Diagnostics: one message through the logging framework's handle, at the default type and only if that type
+// is enabled. The handle is fetched for each message and held for its duration.
 #ifndef KIV_PRIVATE_SUPPORT_LOG_H
 #define KIV_PRIVATE_SUPPORT_LOG_H
 

@@ -1,4 +1,4 @@
-// Holds a mutex for a scope. Locking can fail: ask status() before touching what it guards.
+// Holds a mutex for a scope. Locking can fail: check status() before touching the data it guards.
 #ifndef KIV_PRIVATE_SUPPORT_MUTEX_LOCK_H
 #define KIV_PRIVATE_SUPPORT_MUTEX_LOCK_H
 
@@ -13,7 +13,7 @@ public:
     ~MutexLock()
     {
         if (KIVCS2_SUCCEEDED(m_status))
-            (void)pthread_mutex_unlock(&m_mutex.m_mutex); // held by this thread: nothing can refuse it
+            (void)pthread_mutex_unlock(&m_mutex.m_mutex); // held by this thread, so it cannot fail
     }
     MutexLock(const MutexLock &) = delete;
     MutexLock &operator=(const MutexLock &) = delete;
@@ -24,7 +24,7 @@ public:
     }
 
 private:
-    // The call of the module is a tenth of the whole; it is made where it has a fault to report.
+    // The module's call would be a tenth of the total cost; it is made only if there is a fault to report.
     [[nodiscard]] static KIVCS2Status lock(KIVCS2Mutex &mutex)
     {
         if (mutex.m_valid == 0) [[unlikely]]
