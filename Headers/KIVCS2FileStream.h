@@ -2,8 +2,8 @@
  * @file
  * File streams: a stream over the standard library's buffered file.
  *
- * Transfers are all or nothing in what they report: the count is the whole request or 0, and the
- * status is KIVCS2STATUS_OK in both cases. One record is used by one thread at a time.
+ * A transfer reports all or nothing: the count is the whole request or 0, and the status is
+ * KIVCS2STATUS_OK in both cases. A record is used by one thread at a time.
  */
 #ifndef KIVCS2_FILE_STREAM_H
 #define KIVCS2_FILE_STREAM_H
@@ -21,67 +21,68 @@ typedef struct KIVCS2FileStream
 } KIVCS2FileStream;
 
 /**
- * Clears the record and fills its operations; no file is open yet.
+ * Clears the record and fills in its operations; no file is open yet.
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
  */
 KIVCS2_API KIVCS2Status kivCS2FileStream_setup(KIVCS2FileStream *stream);
 
 /**
  * Opens a file. Release the stream with kivCS2FileStream_free().
- * @param[in] accessMode  as fopen() understands it, passed on unchanged but for an "e": the file is closed on
+ * @param[in] accessMode  as for fopen(), passed on unchanged except for an added "e": the file is closed on
  *                        exec and its descriptor is above 2
  * @retval KIVCS2STATUS_PARAM_ERR  `stream`, `filename` or `accessMode` is null
- * @retval KIVCS2STATUS_OPEN_ERR   the file cannot be opened; the operations are filled, no file is open
+ * @retval KIVCS2STATUS_OPEN_ERR   the file cannot be opened; the operations are filled in, no file is open
  */
 KIVCS2_API KIVCS2Status kivCS2FileStream_init(KIVCS2FileStream *stream, const char *filename,
                                               const char *accessMode);
 
 /**
  * Writes `size` bytes as one item.
- * @param[out] bytesWritten  `size` when all went through, else 0; may be null
+ * @param[out] bytesWritten  `size` if all bytes were written, else 0; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `buffer` is null
- * @retval KIVCS2STATUS_OK         also after a short transfer: look at the count
+ * @retval KIVCS2STATUS_OK         also after a short transfer: check the count
  */
 KIVCS2_API KIVCS2Status kivCS2FileStream_writeBytes(KIVCS2Stream *stream, const void *buffer, uint64_t size,
                                                     uint64_t *bytesWritten);
 
 /**
  * Reads `size` bytes as one item.
- * @param[out] bytesRead  `size` when all came, else 0 (what was left is consumed); may be null
+ * @param[out] bytesRead  `size` if all bytes were read, else 0 (the bytes that were left are consumed); may
+ *                        be null
  * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `buffer` is null
- * @retval KIVCS2STATUS_OK         also after a short transfer: look at the count
+ * @retval KIVCS2STATUS_OK         also after a short transfer: check the count
  */
 KIVCS2_API KIVCS2Status kivCS2FileStream_readBytes(KIVCS2Stream *stream, void *buffer, uint64_t size,
                                                    uint64_t *bytesRead);
 
 /**
- * Stores the file's size in bytes; the position is as before. A directory's size reads as the largest
- * signed 64-bit number.
+ * Stores the file's size in bytes; the position is unchanged. A directory's size reads as the largest signed
+ * 64-bit number.
  * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `size` is null
  * @retval KIVCS2STATUS_READ_ERR   the file has no positions (a pipe, a terminal)
  */
 KIVCS2_API KIVCS2Status kivCS2FileStream_getSize(KIVCS2Stream *stream, uint64_t *size);
 
 /**
- * Moves the position; counted from the end a positive `offset` moves **behind** it.
+ * Moves the position; relative to the end, a positive `offset` moves **past** the end.
  * @param[out] newPosition  may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `mode` is unknown
- * @retval KIVCS2STATUS_READ_ERR   the position cannot be reached or told
+ * @retval KIVCS2STATUS_READ_ERR   the position cannot be set or read
  */
 KIVCS2_API KIVCS2Status kivCS2FileStream_setPosition(KIVCS2Stream *stream, int64_t offset,
                                                      KIVCS2StreamPosition mode, int64_t *newPosition);
 
 /**
- * Stores 1 when the position equals the file's size, else 0; behind the end is not at the end.
+ * Stores 1 if the position equals the file's size, else 0; a position past the end is not at the end.
  * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `eos` is null
  * @retval KIVCS2STATUS_READ_ERR   the file has no positions
  */
 KIVCS2_API KIVCS2Status kivCS2FileStream_isEndOfStream(KIVCS2Stream *stream, uint32_t *eos);
 
 /**
- * Reads the whole file into a new block, released with kivCS2FileStream_freeBytes(). The position is
- * left where the read ended.
- * @param[out] buffer  the block; null when the file brought fewer bytes than its size, which is
+ * Reads the whole file into a new block, released with kivCS2FileStream_freeBytes(). The position stays where
+ * the read ended.
+ * @param[out] buffer  the block; null if the file delivered fewer bytes than its size, which is
  *                     KIVCS2STATUS_OK: test the pointer
  * @param[out] size    the file's size
  * @retval KIVCS2STATUS_PARAM_ERR   no file is open, or `buffer` or `size` is null
@@ -94,7 +95,7 @@ KIVCS2_API KIVCS2Status kivCS2FileStream_getBytes(KIVCS2Stream *stream, uint8_t 
 KIVCS2_API KIVCS2Status kivCS2FileStream_freeBytes(KIVCS2Stream *stream, uint8_t *buffer);
 
 /**
- * Closes the file if one is open and clears the whole record; twice is harmless.
+ * Closes the file if one is open and clears the whole record; a second call is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
  * @retval KIVCS2STATUS_WRITE_ERR  bytes written earlier did not reach the file; the record is cleared
  */

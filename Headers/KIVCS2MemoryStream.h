@@ -3,8 +3,8 @@
  * Memory streams: a block that grows as it is written, or a view of the caller's bytes that can be
  * read and overwritten in place.
  *
- * Missing arguments of the byte operations are answered with KIVCS2STATUS_MEMORY_ERR here, where
- * other kinds say KIVCS2STATUS_PARAM_ERR. A memory stream holds less than 4 GiB. One record is used
+ * For missing arguments the byte operations return KIVCS2STATUS_MEMORY_ERR here, while other kinds of streams
+ * return KIVCS2STATUS_PARAM_ERR. A memory stream holds less than 4 GiB. One record is used
  * by one thread at a time.
  */
 #ifndef KIVCS2_MEMORY_STREAM_H
@@ -21,12 +21,12 @@ typedef struct KIVCS2MemoryStream
     uint64_t m_capacity; /**< bytes allocated for `m_buffer` */
     uint64_t m_growSize; /**< growth step in bytes; 0 for a view, which cannot grow */
     int64_t m_position;  /**< bytes from the start */
-    uint64_t m_size;     /**< bytes of content: how far writing has come */
+    uint64_t m_size;     /**< bytes of content: the furthest position written */
     bool m_ownsBuffer;   /**< the stream allocated `m_buffer` and releases it */
 } KIVCS2MemoryStream;
 
 /**
- * Clears the record and fills its operations; the record holds no bytes yet.
+ * Clears the record and fills in its operations; the record holds no bytes yet.
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_setup(KIVCS2MemoryStream *stream);
@@ -35,7 +35,7 @@ KIVCS2_API KIVCS2Status kivCS2MemoryStream_setup(KIVCS2MemoryStream *stream);
  * Makes an empty stream with room for `initialSize` bytes that grows by multiples of `growSize`.
  * Release it with kivCS2MemoryStream_free().
  * @retval KIVCS2STATUS_PARAM_ERR   `stream` is null, or a size is 0
- * @retval KIVCS2STATUS_MEMORY_ERR  no room, or 4 GiB and more; the operations are filled, the rest is empty
+ * @retval KIVCS2STATUS_MEMORY_ERR  no room, or 4 GiB or more; the operations are filled in, the rest is empty
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_init(KIVCS2MemoryStream *stream, uint64_t initialSize,
                                                 uint64_t growSize);
@@ -44,24 +44,24 @@ KIVCS2_API KIVCS2Status kivCS2MemoryStream_init(KIVCS2MemoryStream *stream, uint
  * Makes a stream over the caller's block: it reads and overwrites `bytes` in place and never grows.
  * The caller keeps the block alive and releases it after the stream.
  * @retval KIVCS2STATUS_PARAM_ERR   `stream` or `bytes` is null
- * @retval KIVCS2STATUS_MEMORY_ERR  4 GiB and more; the operations are filled, the rest is empty
+ * @retval KIVCS2STATUS_MEMORY_ERR  4 GiB or more; the operations are filled in, the rest is empty
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_initWithBytes(KIVCS2MemoryStream *stream, void *bytes,
                                                          uint64_t size);
 
 /**
- * Copies `size` bytes to the position and advances it; the content ends at the furthest position
- * written. Where the room ends the block grows by (shortfall / `m_growSize` + 1) steps.
+ * Copies `size` bytes to the position and advances it; the content ends at the furthest position written. If
+ * the room is too small, the block grows by (shortfall / `m_growSize` + 1) steps.
  * @param[out] bytesWritten  `size`; may be null
  * @retval KIVCS2STATUS_MEMORY_ERR  no content, `buffer` is null, no room, a view past its end, or the
- *                                  content would reach 4 GiB; the stream is as before
+ *                                  content would reach 4 GiB; the stream is unchanged
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_writeBytes(KIVCS2Stream *stream, const void *buffer, uint64_t size,
                                                       uint64_t *bytesWritten);
 
 /**
- * Copies at most `size` bytes from the position and advances it; a count of 0 at the end.
- * @param[out] bytesRead  how many were copied; may be null
+ * Copies at most `size` bytes from the position and advances it; at the end the count is 0.
+ * @param[out] bytesRead  the bytes copied; may be null
  * @retval KIVCS2STATUS_MEMORY_ERR  no content, or `buffer` is null
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_readBytes(KIVCS2Stream *stream, void *buffer, uint64_t size,
@@ -78,28 +78,28 @@ KIVCS2_API KIVCS2Status kivCS2MemoryStream_getSize(KIVCS2Stream *stream, uint64_
  * **before** the end (end).
  * @param[out] newPosition  may be null
  * @retval KIVCS2STATUS_MEMORY_ERR  no content
- * @retval KIVCS2STATUS_PARAM_ERR   before the start or behind the content; the position is as before
+ * @retval KIVCS2STATUS_PARAM_ERR   before the start or past the content; the position is unchanged
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_setPosition(KIVCS2Stream *stream, int64_t offset,
                                                        KIVCS2StreamPosition mode, int64_t *newPosition);
 
 /**
- * Stores 1 when the position has reached the size, else 0.
+ * Stores 1 if the position has reached the size, else 0.
  * @retval KIVCS2STATUS_MEMORY_ERR  no content, or `eos` is null
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_isEndOfStream(KIVCS2Stream *stream, uint32_t *eos);
 
 /**
- * Hands out the stream's own block, which the next growing write may move.
+ * Returns the stream's own block, which the next growing write may move.
  * @retval KIVCS2STATUS_MEMORY_ERR  no content, or `buffer` or `size` is null
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_getBytes(KIVCS2Stream *stream, uint8_t **buffer, uint64_t *size);
 
-/** Does nothing and succeeds: the block of kivCS2MemoryStream_getBytes() stays the stream's. */
+/** Does nothing and succeeds: the block of kivCS2MemoryStream_getBytes() still belongs to the stream. */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_freeBytes(KIVCS2Stream *stream, uint8_t *buffer);
 
 /**
- * Releases the block if the stream allocated it and clears the whole record; twice is harmless.
+ * Releases the block if the stream allocated it and clears the whole record; a second call is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_close(KIVCS2Stream *stream);

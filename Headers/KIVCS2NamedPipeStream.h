@@ -1,14 +1,14 @@
 /**
  * @file
- * Named-pipe streams: a stream over one end of a FIFO, which it can create at opening and remove at
+ * Named-pipe streams: a stream over one end of a FIFO, which it can create when opening and remove when
  * closing.
  *
- * What a FIFO cannot do is answered with KIVCS2STATUS_UNSUPPORTED_ERR here, where the anonymous pipe
- * says KIVCS2STATUS_PIPE_ERR. Writing to a FIFO whose reader is gone is a failed write and never
- * raises SIGPIPE. One record is used by one thread at a time.
+ * For operations that a FIFO lacks this kind returns KIVCS2STATUS_UNSUPPORTED_ERR, while the anonymous pipe
+ * returns KIVCS2STATUS_PIPE_ERR. Writing to a FIFO whose reader is gone is a failed write and never raises
+ * SIGPIPE. One record is used by one thread at a time.
  *
- * The descriptor is above 2, also in a host whose standard streams are closed, and is closed on exec. To pass
- * it to a program that the host executes itself, put it on a number of the program's choice between fork and
+ * The descriptor is above 2, even in a host whose standard streams are closed, and is closed on exec. To pass
+ * it to a program that the host executes itself, copy it to a number of the program's choice between fork and
  * exec, `dup2(pipe.m_fileDescriptor, STDIN_FILENO)`: the copy stays open. Or pass the path.
  */
 #ifndef KIVCS2_NAMED_PIPE_STREAM_H
@@ -25,7 +25,7 @@ enum
     KIVCS2NamedPipeFlag_Read = 0x02,        /**< open for reading */
     KIVCS2NamedPipeFlag_Write = 0x04,       /**< open for writing; ignored together with Read */
     KIVCS2NamedPipeFlag_NonBlocking = 0x08, /**< neither opening nor transfers wait */
-    KIVCS2NamedPipeFlag_Create = 0x10,      /**< create the FIFO where the path is missing or refused */
+    KIVCS2NamedPipeFlag_Create = 0x10,      /**< create the FIFO if the path is missing or refused */
     KIVCS2NamedPipeFlag_Unlink = 0x20       /**< remove the path on close */
 };
 
@@ -38,41 +38,39 @@ typedef struct KIVCS2NamedPipeStream
 } KIVCS2NamedPipeStream;
 
 /**
- * Clears the record, fills its operations and sets the descriptor to -1.
+ * Clears the record, fills in its operations and sets the descriptor to -1.
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
  */
 KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_setup(KIVCS2NamedPipeStream *stream);
 
 /**
- * Opens a FIFO for reading, or for writing where only KIVCS2NamedPipeFlag_Write is given. Without
- * KIVCS2NamedPipeFlag_NonBlocking the opening waits for the other end. A created FIFO has permissions
- * 0600. Release the stream with kivCS2NamedPipeStream_free(), also after KIVCS2STATUS_MEMORY_ERR. Whatever
- * else
- * stands at the path (a file, a device, a folder) is neither opened nor changed; a link counts as what it
- * leads to.
+ * Opens a FIFO for reading, or for writing if only KIVCS2NamedPipeFlag_Write is given. Without
+ * KIVCS2NamedPipeFlag_NonBlocking the call waits for the other end. A created FIFO has permissions 0600.
+ * Release the stream with kivCS2NamedPipeStream_free(), also after KIVCS2STATUS_MEMORY_ERR. If the path names
+ * anything else (a file, a device, a folder), it is neither opened nor changed; a link counts as its target.
  * @retval KIVCS2STATUS_PARAM_ERR   `stream` or `filename` is null
  * @retval KIVCS2STATUS_DATA_ERR    the path is missing or refused, and Create was not given
  * @retval KIVCS2STATUS_FIFO_ERR    the FIFO could not be created
- * @retval KIVCS2STATUS_OPEN_ERR    the path leads to something other than a FIFO, or the opening failed
- *                                  for another reason, such as a non-blocking opening for writing
- *                                  without a reader
- * @retval KIVCS2STATUS_MEMORY_ERR  no room for the path; the pipe is open and closed by `close`
+ * @retval KIVCS2STATUS_OPEN_ERR    the path leads to something other than a FIFO, or could not be opened for
+ *                                  another reason, such as a non-blocking opening for writing without a
+ *                                  reader
+ * @retval KIVCS2STATUS_MEMORY_ERR  no room for the path; the pipe is open, and `close` closes it
  */
 KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_init(KIVCS2NamedPipeStream *stream, const char *filename,
                                                    uint32_t flags);
 
 /**
  * One write of `size` bytes.
- * @param[out] bytesWritten  how many went through, possibly fewer; may be null
+ * @param[out] bytesWritten  the bytes written, possibly fewer; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
- * @retval KIVCS2STATUS_WRITE_ERR  the write failed, or would wait; `bytesWritten` is as before
+ * @retval KIVCS2STATUS_WRITE_ERR  the write failed, or would wait; `bytesWritten` is unchanged
  */
 KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_writeBytes(KIVCS2Stream *stream, const void *buffer,
                                                          uint64_t size, uint64_t *bytesWritten);
 
 /**
  * One read of up to `size` bytes.
- * @param[out] bytesRead  how many came, 0 when the last writer is gone and after a failure; may be null
+ * @param[out] bytesRead  the bytes read, 0 if the last writer is gone and after a failure; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
  * @retval KIVCS2STATUS_READ_ERR   the read failed, or would wait
  */
@@ -99,9 +97,9 @@ KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_freeBytes(KIVCS2Stream *stream, ui
 /**
  * Closes the pipe, removes its path if KIVCS2NamedPipeFlag_Unlink was given, releases the path's copy
  * and clears the whole record.
- * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null; or there is no path to release (after a failed
- *                                 `init`, after a close): the descriptor is closed if it was open,
- *                                 nothing else is held, and the record may be initialised again
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null; or there is no path to release (after a failed `init`,
+ *                                 after a close): then the descriptor is closed if it was open, nothing else
+ *                                 is held, and the record may be initialised again
  */
 KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_close(KIVCS2Stream *stream);
 

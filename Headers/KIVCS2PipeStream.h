@@ -6,8 +6,8 @@
  * by one thread at a time. Writing to a pipe whose reader is gone is a failed write and never raises
  * SIGPIPE.
  *
- * The descriptors that kivCS2PipeStream_init() makes are above 2, also in a host whose standard streams are
- * closed, and are closed on exec. To pass an end to a program that the host executes itself, put it on a
+ * The descriptors that kivCS2PipeStream_init() makes are above 2, even in a host whose standard streams are
+ * closed, and are closed on exec. To pass an end to a program that the host executes itself, copy it to a
  * number of the program's choice between fork and exec; the copy stays open:
  *
  *     dup2(pipe.m_readPipe, STDIN_FILENO);
@@ -28,7 +28,7 @@ typedef struct KIVCS2PipeStream
 } KIVCS2PipeStream;
 
 /**
- * Clears the record and fills its operations; no pipe is open yet.
+ * Clears the record and fills in its operations; no pipe is open yet.
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
  */
 KIVCS2_API KIVCS2Status kivCS2PipeStream_setup(KIVCS2PipeStream *stream);
@@ -37,34 +37,34 @@ KIVCS2_API KIVCS2Status kivCS2PipeStream_setup(KIVCS2PipeStream *stream);
  * Makes a pipe pair. Release the stream with kivCS2PipeStream_free().
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
  * @retval KIVCS2STATUS_PIPE_ERR   no pipe could be made, or no descriptor above 2 is left; the operations
- *                                 are filled, nothing is open
+ *                                 are filled in, nothing is open
  */
 KIVCS2_API KIVCS2Status kivCS2PipeStream_init(KIVCS2PipeStream *stream);
 
 /**
- * Takes over two open descriptors, which the stream closes from then on. After a refusal they stay
- * the caller's.
- * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null, or a descriptor is 0; with assertions also a
- *                                 negative one is refused
+ * Takes over two open descriptors; the stream closes them from then on. After a failure they still belong to
+ * the caller.
+ * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null, or a descriptor is 0; builds with assertions also refuse
+ *                                 a negative descriptor
  */
 KIVCS2_API KIVCS2Status kivCS2PipeStream_initWithPipes(KIVCS2PipeStream *stream, int32_t readPipe,
                                                        int32_t writePipe);
 
 /**
  * One write of `size` bytes.
- * @param[out] bytesWritten  how many went through, possibly fewer; may be null
+ * @param[out] bytesWritten  the bytes written, possibly fewer; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
- * @retval KIVCS2STATUS_PIPE_ERR   the write failed; `bytesWritten` is as before
+ * @retval KIVCS2STATUS_PIPE_ERR   the write failed; `bytesWritten` is unchanged
  */
 KIVCS2_API KIVCS2Status kivCS2PipeStream_writeBytes(KIVCS2Stream *stream, const void *buffer, uint64_t size,
                                                     uint64_t *bytesWritten);
 
 /**
  * One read of up to `size` bytes; blocks until there are bytes or the last writer is gone.
- * @param[out] bytesRead  the system's result as it stands: 0 at the end of file, all ones (the
- *                        unsigned form of -1) for a failed read; may be null
+ * @param[out] bytesRead  the system's own result: 0 at the end of file, all ones (the unsigned form of -1)
+ *                        for a failed read; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
- * @retval KIVCS2STATUS_OK         also after a failed read: look at the count
+ * @retval KIVCS2STATUS_OK         also after a failed read: check the count
  */
 KIVCS2_API KIVCS2Status kivCS2PipeStream_readBytes(KIVCS2Stream *stream, void *buffer, uint64_t size,
                                                    uint64_t *bytesRead);
@@ -89,7 +89,7 @@ KIVCS2_API KIVCS2Status kivCS2PipeStream_getBytes(KIVCS2Stream *stream, uint8_t 
 KIVCS2_API KIVCS2Status kivCS2PipeStream_freeBytes(KIVCS2Stream *stream, uint8_t *buffer);
 
 /**
- * Closes each descriptor above 0 and clears the whole record; twice is harmless.
+ * Closes each descriptor above 0 and clears the whole record; a second call is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
  */
 KIVCS2_API KIVCS2Status kivCS2PipeStream_close(KIVCS2Stream *stream);

@@ -4,9 +4,9 @@
  * of an encoding by its byte-order mark, copies, UUID texts, bundle resources, path components and
  * tilde expansion.
  *
- * Texts that an operation makes are released with kivCS2String_freeCString(), string objects and
- * arrays with CFRelease(). A missing argument is answered with KIVCS2STATUS_PARAM_ERR. Every operation
- * may be called from any thread.
+ * Texts that an operation makes are released with kivCS2String_freeCString(), string objects and arrays with
+ * CFRelease(). A missing argument returns KIVCS2STATUS_PARAM_ERR. Every operation may be called from any
+ * thread.
  */
 #ifndef KIVCS2_STRING_H
 #define KIVCS2_STRING_H
@@ -17,7 +17,7 @@
 
 KIVCS2_BEGIN_DECLS
 
-/** The encodings of texts; each takes the terminator of its unit (1, 2 or 4 zero bytes). */
+/** The encodings of texts; the terminator is one unit of the encoding (1, 2 or 4 zero bytes). */
 typedef int32_t KIVCS2StringEncoding;
 enum
 {
@@ -32,26 +32,26 @@ enum
     KIVCS2StringEncodingMax = 8 /**< the count; not an encoding */
 };
 
-/** As the length of a source: measure it up to its terminator. */
+/** As a source's length: measure it up to its terminator. */
 #define KIVCS2_STRING_MEASURE 0xFFFFFFFFu
 
 /**
- * Stores the string objects' own code of an encoding; the file system's is UTF-8.
+ * Stores the string objects' own code of an encoding; that of the file system is UTF-8.
  * @retval KIVCS2STATUS_PARAM_ERR  `encoding` is outside 0 to 7, or `systemEncoding` is null
  */
 KIVCS2_API KIVCS2Status kivCS2String_convertEncoding(KIVCS2StringEncoding encoding,
                                                      CFStringEncoding *systemEncoding);
 
 /**
- * Stores the bytes of an encoding's terminator: 1, 2 or 4.
+ * Stores the number of bytes in an encoding's terminator: 1, 2 or 4.
  * @retval KIVCS2STATUS_PARAM_ERR  `encoding` is outside 0 to 7, or `nullTerminatorLen` is null
  */
 KIVCS2_API KIVCS2Status kivCS2String_getNullTerminatorLength(KIVCS2StringEncoding encoding,
                                                              uint32_t *nullTerminatorLen);
 
 /**
- * Makes a string object of a text. A byte-order mark stays as a character. A file-system source is
- * read up to its zero byte and composed (canonical composition).
+ * Makes a string object from a text. A byte-order mark stays as a character. A file-system source is read up
+ * to its zero byte and composed (canonical composition).
  * @param[in]  source    the text, of any alignment
  * @param[in]  length    its bytes without terminator, or KIVCS2_STRING_MEASURE; not used for the
  *                       file-system encoding
@@ -65,17 +65,17 @@ KIVCS2_API KIVCS2Status kivCS2String_createCFStringWithEncoding(const void *sour
                                                                 KIVCS2StringEncoding encoding);
 
 /**
- * Makes a zero-terminated text of a string object. Conversion stops at the first character that the
- * encoding lacks; what came before is a success ("ab\u00e9" to ASCII gives "ab").
+ * Makes a zero-terminated text from a string object. Conversion stops at the first character that the
+ * encoding lacks; the text before it is a success ("ab\u00e9" to ASCII gives "ab").
  * @param[out] cString    the new text, released with kivCS2String_freeCString(); null after
  *                        KIVCS2STATUS_CAPTION_ERR
  * @param[out] bytesUsed  bytes of the text with its terminator; may be null
- * @retval KIVCS2STATUS_PARAM_ERR    `cfString` or `cString` is null, or `encoding` is outside 0 to 7;
- *                                   for the file-system encoding also an empty string with `bytesUsed`
- *                                   given, then the text stays with the caller
- * @retval KIVCS2STATUS_MEMORY_ERR   no room; or the string has no file-system form, then the block stays
- *                                   with the caller
- * @retval KIVCS2STATUS_CAPTION_ERR  no character converted, an empty string included
+ * @retval KIVCS2STATUS_PARAM_ERR    `cfString` or `cString` is null, or `encoding` is outside 0 to 7; for the
+ *                                   file-system encoding also an empty string with `bytesUsed` given, in
+ *                                   which case the caller must still release the text
+ * @retval KIVCS2STATUS_MEMORY_ERR   no room; or the string has no file-system form, in which case the caller
+ *                                   must still release the block
+ * @retval KIVCS2STATUS_CAPTION_ERR  no character was converted; also for an empty string
  */
 KIVCS2_API KIVCS2Status kivCS2String_createCStringFromCFStringWithEncoding(CFStringRef cfString,
                                                                            char **cString,
@@ -87,7 +87,7 @@ KIVCS2_API KIVCS2Status kivCS2String_createCStringFromCFStringWithEncoding(CFStr
  * @retval KIVCS2STATUS_PARAM_ERR        an argument is null, `encoding` is outside 0 to 7, or the string
  *                                       is empty
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  no character converts
- * @retval KIVCS2STATUS_MEMORY_ERR       4 GiB and more
+ * @retval KIVCS2STATUS_MEMORY_ERR       4 GiB or more
  */
 KIVCS2_API KIVCS2Status kivCS2String_getBytesUsed(CFStringRef string, KIVCS2StringEncoding encoding,
                                                   uint32_t *bytesUsed);
@@ -96,7 +96,7 @@ KIVCS2_API KIVCS2Status kivCS2String_getBytesUsed(CFStringRef string, KIVCS2Stri
  * Converts a text from one encoding into a new text in another, with the rules of
  * kivCS2String_createCFStringWithEncoding() and kivCS2String_createCStringFromCFStringWithEncoding().
  * @param[out] destination  the new text, released with kivCS2String_freeCString(); null after a failure,
- *                          but for the block that a text without file-system form leaves
+ *                          except for the block left by a text without file-system form
  * @param[out] bytesUsed    bytes of the new text with its terminator; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `source` or `destination` is null, or an encoding is outside 0 to 7
  * @return otherwise the first failing status of the two steps
@@ -113,12 +113,11 @@ KIVCS2_API KIVCS2Status kivCS2String_convertCString(const void *source, uint32_t
 KIVCS2_API KIVCS2Status kivCS2String_freeCString(char *string);
 
 /**
- * Tells an encoding by its byte-order mark: UTF-8, UTF-16 big-endian, UTF-16 little-endian, UTF-32
- * big-endian, in this order. UTF-32 little-endian begins like UTF-16 little-endian and is reported as
- * such.
- * @param[in]  length     bytes of `source` that may be looked at
- * @param[out] encoding   as before after a failure
- * @param[out] bomLength  bytes of the mark; may be null; as before after a failure
+ * Detects an encoding by its byte-order mark: UTF-8, UTF-16 big-endian, UTF-16 little-endian, UTF-32
+ * big-endian, in this order. UTF-32 little-endian begins like UTF-16 little-endian and is reported as that.
+ * @param[in]  length     bytes of `source` that may be read
+ * @param[out] encoding   unchanged after a failure
+ * @param[out] bomLength  bytes of the mark; may be null; unchanged after a failure
  * @retval KIVCS2STATUS_PARAM_ERR        `source` or `encoding` is null
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  no mark
  * Source: Unicode Standard, 2.6 and 23.8.
@@ -130,7 +129,7 @@ KIVCS2_API KIVCS2Status kivCS2String_detectEncoding(const void *source, uint32_t
  * Writes the four bytes of a code, most significant first, and a terminator: 0x63636470 is "ccdp".
  * @param[in] size  bytes of `buffer`, at least 5
  * @retval KIVCS2STATUS_PARAM_ERR        `buffer` is null
- * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  fewer than 5 bytes; the buffer is as before
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  fewer than 5 bytes; the buffer is unchanged
  */
 KIVCS2_API KIVCS2Status kivCS2String_OSTypeToString(uint32_t code, char *buffer, uint32_t size);
 
@@ -138,7 +137,7 @@ KIVCS2_API KIVCS2Status kivCS2String_OSTypeToString(uint32_t code, char *buffer,
  * Copies a text with its terminator.
  * @param[in] size  bytes of `dest`
  * @retval KIVCS2STATUS_PARAM_ERR        `dest` or `source` is null
- * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the text does not fit; `dest` is as before
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the text does not fit; `dest` is unchanged
  */
 KIVCS2_API KIVCS2Status kivCS2String_copy(char *dest, const char *source, uint32_t size);
 
@@ -163,7 +162,7 @@ KIVCS2_API KIVCS2Status kivCS2String_separateCFString(CFStringRef cfString, cons
  * Finds a resource of the main bundle and stores its POSIX path as a new string, released with
  * CFRelease().
  * @param[in] name  ASCII, without the extension
- * @param[in] type  the extension, ASCII; null for none
+ * @param[in] type  the extension, ASCII; null if there is none
  * @retval KIVCS2STATUS_PARAM_ERR   `name` or `resourcePath` is null
  * @retval KIVCS2STATUS_PATH_ERR    there is no main bundle
  * @retval KIVCS2STATUS_MEMORY_ERR  no room, or a text is not ASCII
@@ -189,20 +188,20 @@ KIVCS2_API KIVCS2Status kivCS2String_createUIDCFString(CFStringRef *cfString);
 KIVCS2_API KIVCS2Status kivCS2String_createUIDCString(char *buffer, uint32_t size);
 
 /**
- * Stores the last component of a path as a string released with CFRelease(); a string that is no path
- * is handed back itself, retained.
+ * Stores the last component of a path as a string released with CFRelease(); a string that is not a path is
+ * itself returned, retained.
  * @retval KIVCS2STATUS_PARAM_ERR  `cfString` or `cfLastPathComponent` is null, or the string is empty
- * @return otherwise what kivCS2String_createCStringFromCFStringWithEncoding() returns for the file
- *         system; `cfLastPathComponent` is null after a failure
+ * @return otherwise the status of kivCS2String_createCStringFromCFStringWithEncoding() for the file system;
+ * `cfLastPathComponent` is null after a failure
  */
 KIVCS2_API KIVCS2Status kivCS2String_getCFStringLastPathComponent(CFStringRef cfString,
                                                                   CFStringRef *cfLastPathComponent);
 
 /**
- * Copies a path, a leading "~" replaced by the home directory: HOME, or where that is missing or empty
- * the directory in the user's entry. "~name/x" is the home directory followed by "name/x".
- * @param[out] expandedPath  the new text, released with kivCS2String_freeCString(); null when there was
- *                           no room to copy a path without "~", which is reported as success
+ * Copies a path and replaces a leading "~" with the home directory: HOME, or if that is missing or empty the
+ * directory in the user's entry. "~name/x" is the home directory followed by "name/x".
+ * @param[out] expandedPath  the new text, released with kivCS2String_freeCString(); null if there was no room
+ *                           to copy a path without "~", which is reported as success
  * @retval KIVCS2STATUS_PARAM_ERR        `path` or `expandedPath` is null
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  the home directory is not known; `expandedPath` is null
  * @retval KIVCS2STATUS_MEMORY_ERR       no room; `expandedPath` is null

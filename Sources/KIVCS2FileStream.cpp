@@ -15,7 +15,7 @@
 
 namespace
 {
-// Seek origins by position mode; here the offset from the end is added, unlike in a memory stream.
+// Seek origins by position mode. The offset from the end is added here, unlike in a memory stream.
 constexpr std::array<int, KIVCS2StreamPosition_MAX> kSeekOrigin = {
     SEEK_SET, // Start
     SEEK_CUR, // Current
@@ -33,8 +33,8 @@ constexpr std::array<int, KIVCS2StreamPosition_MAX> kSeekOrigin = {
 #define CHECK_GIVEN(argument)                                                                                \
     KIV_CHECK_AS((argument) != nullptr, "(" #argument ") != NULL", KIVCS2STATUS_PARAM_ERR)
 
-// fopen, closed on exec from the first moment: a program that another thread launches meanwhile must not
-// keep the file open. The "e" goes behind the first character, because the C library looks at six flags only.
+// fopen(), closed on exec from the start: a program that another thread launches meanwhile must not keep the
+// file open. The "e" goes after the first character, because the C library reads only six flags.
 [[nodiscard]] FILE *openClosedOnExec(const char *filename, const char *accessMode)
 {
     constexpr size_t kLongestMode = 6; // its first character and five flags; the "e" is the sixth
@@ -51,7 +51,7 @@ constexpr std::array<int, KIVCS2StreamPosition_MAX> kSeekOrigin = {
     return file;
 }
 
-// In a host whose standard streams are closed the file would become one of them, and messages for standard
+// If the host's standard streams are closed, the file would become one of them, and messages for standard
 // error would be written into it.
 [[nodiscard]] FILE *moveAboveStandardStreams(FILE *file, const char *accessMode)
 {
@@ -65,7 +65,7 @@ constexpr std::array<int, KIVCS2StreamPosition_MAX> kSeekOrigin = {
     return moved;
 }
 
-// The size, with the position put back.
+// Stores the size and restores the position.
 [[nodiscard]] KIVCS2Status measure(FILE *file, uint64_t *size)
 {
     const off_t position = ftello(file);
@@ -107,8 +107,8 @@ KIVCS2Status kivCS2FileStream_init(KIVCS2FileStream *stream, const char *filenam
     return stream->m_file != nullptr ? KIVCS2STATUS_OK : KIVCS2STATUS_OPEN_ERR;
 }
 
-// Kept: one item of `size` bytes, so that the count is all or nothing and a short transfer shows in it
-// alone.
+// Kept: one item of `size` bytes, so that the count is all or nothing and only the count shows a short
+// transfer.
 KIVCS2Status kivCS2FileStream_writeBytes(KIVCS2Stream *_stream, const void *buffer, uint64_t size,
                                          uint64_t *bytesWritten)
 {
@@ -170,7 +170,7 @@ KIVCS2Status kivCS2FileStream_isEndOfStream(KIVCS2Stream *_stream, uint32_t *eos
     CHECK_OPEN(stream);
     CHECK_GIVEN(eos);
 
-    // The position decides: the file's own end flag rises only with a read beyond the end.
+    // The position decides: the file's own end flag is set only by a read past the end.
     uint64_t size = 0;
     KIV_TRY(measure(stream->m_file, &size));
     const off_t position = ftello(stream->m_file);
@@ -191,8 +191,8 @@ KIVCS2Status kivCS2FileStream_getBytes(KIVCS2Stream *_stream, uint8_t **buffer, 
     KIV_TRY(measure(stream->m_file, size));
     if (fseeko(stream->m_file, 0, SEEK_SET) != 0)
         return KIVCS2STATUS_READ_ERR;
-    // A directory opens for reading and claims the largest size there is; a sparse file may claim more
-    // than the machine has.
+    // A directory opens for reading and reports the largest possible size; a sparse file may report more than
+    // the machine has.
     if (!kiv::fitsMemory(*size))
         return KIVCS2STATUS_MEMORY_ERR;
     auto *block = static_cast<uint8_t *>(std::malloc(*size > 0 ? *size : 1));

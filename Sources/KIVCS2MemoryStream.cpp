@@ -10,7 +10,7 @@
 
 namespace
 {
-// Block sizes and positions stay within 32 bits, the promise of this kind.
+// Block sizes and positions stay within 32 bits, as this kind of stream promises.
 constexpr uint64_t kLargestSize = std::numeric_limits<uint32_t>::max();
 
 [[nodiscard]] KIVCS2MemoryStream *record(KIVCS2Stream *stream)
@@ -18,10 +18,10 @@ constexpr uint64_t kLargestSize = std::numeric_limits<uint32_t>::max();
     return reinterpret_cast<KIVCS2MemoryStream *>(stream);
 }
 
-// Kept: this kind answers missing arguments with the memory status; hosts tell the kinds apart by it.
+// Kept: for missing arguments this kind returns the memory status; hosts distinguish the kinds by it.
 #define CHECK_MEMORY(expr, text) KIV_CHECK_AS(expr, text, KIVCS2STATUS_MEMORY_ERR)
 
-// Makes room for `size` bytes at the position; on failure the stream is as before.
+// Makes room for `size` bytes at the position; on failure the stream is unchanged.
 [[nodiscard]] KIVCS2Status makeRoom(KIVCS2MemoryStream *stream, uint64_t size)
 {
     const uint64_t room = stream->m_capacity - static_cast<uint64_t>(stream->m_position);
@@ -143,7 +143,7 @@ KIVCS2Status kivCS2MemoryStream_setPosition(KIVCS2Stream *_stream, int64_t offse
     CHECK_MEMORY(stream != nullptr && stream->m_buffer != nullptr, "stream->m_buffer");
 
     const auto size = static_cast<int64_t>(stream->m_size);
-    int64_t target = offset; // Kept: also for a mode that does not exist
+    int64_t target = offset; // Kept: also for an unknown mode
     bool overflows = false;
     if (mode == KIVCS2StreamPosition_Current)
         overflows = __builtin_add_overflow(stream->m_position, offset, &target);
@@ -182,7 +182,7 @@ KIVCS2Status kivCS2MemoryStream_getBytes(KIVCS2Stream *_stream, uint8_t **buffer
 
 KIVCS2Status kivCS2MemoryStream_freeBytes(KIVCS2Stream *, uint8_t *)
 {
-    return KIVCS2STATUS_OK; // the block is the stream's own
+    return KIVCS2STATUS_OK; // the block belongs to the stream
 }
 
 KIVCS2Status kivCS2MemoryStream_close(KIVCS2Stream *_stream)

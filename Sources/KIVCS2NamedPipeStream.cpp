@@ -20,8 +20,8 @@ constexpr mode_t kOwnerReadsAndWrites = 0600;
 
 struct OpenMode
 {
-    int permission; // what the probe asks for
-    int flags;      // what the opening asks for
+    int permission; // checked before opening
+    int flags;      // for open()
 };
 
 [[nodiscard]] KIVCS2NamedPipeStream *record(KIVCS2Stream *stream)
@@ -29,7 +29,7 @@ struct OpenMode
     return reinterpret_cast<KIVCS2NamedPipeStream *>(stream);
 }
 
-// Reading wins over writing; with neither the path only has to exist, and is read.
+// Reading wins over writing; with neither flag the path only has to exist, and is opened for reading.
 [[nodiscard]] OpenMode openMode(uint32_t flags)
 {
     // Closed on exec: a program launched elsewhere in the host would hold the pipe open.
@@ -48,8 +48,8 @@ struct OpenMode
     return S_ISFIFO(info.st_mode);
 }
 
-// Opens the FIFO that `path` leads to; -1 and errno for everything else. Before the opening the path is
-// looked at, because opening a device may wait or act; behind it the descriptor is, because the path may have
+// Opens the FIFO that `path` leads to; -1 and errno for anything else. The path is checked before opening,
+// because opening a device may wait or act; the descriptor is checked afterwards, because the path may have
 // changed.
 [[nodiscard]] int openFifo(const char *path, int flags)
 {
@@ -106,7 +106,7 @@ KIVCS2Status kivCS2NamedPipeStream_init(KIVCS2NamedPipeStream *stream, const cha
     {
         if ((flags & KIVCS2NamedPipeFlag_Create) == 0)
             return KIVCS2STATUS_DATA_ERR;
-        // The opening tells whether it worked; a FIFO that another process made meanwhile will do.
+        // The opening shows whether it worked; a FIFO that another process made meanwhile is as good.
         (void)mkfifo(filename, kOwnerReadsAndWrites);
     }
     stream->m_fileDescriptor = openFifo(filename, mode.flags);
@@ -147,7 +147,7 @@ KIVCS2Status kivCS2NamedPipeStream_readBytes(KIVCS2Stream *_stream, void *buffer
     return KIVCS2STATUS_OK;
 }
 
-// Kept: what a FIFO cannot do is "unsupported" here and a pipe failure in an anonymous pipe.
+// Kept: an operation that a FIFO lacks is "unsupported" here and a pipe failure in an anonymous pipe.
 KIVCS2Status kivCS2NamedPipeStream_getSize(KIVCS2Stream *, uint64_t *)
 {
     return KIVCS2STATUS_UNSUPPORTED_ERR;
@@ -178,7 +178,7 @@ KIVCS2Status kivCS2NamedPipeStream_close(KIVCS2Stream *_stream)
     KIVCS2NamedPipeStream *stream = record(_stream);
     CHECK_GIVEN(stream);
 
-    // A record that close has cleared holds 0, which is some other part's descriptor.
+    // A record cleared by a close holds 0, which is the descriptor of some other part of the process.
     const bool isSetUp = stream->m_stream.m_close != nullptr;
     if (isSetUp && stream->m_fileDescriptor >= 0)
     {
@@ -186,11 +186,11 @@ KIVCS2Status kivCS2NamedPipeStream_close(KIVCS2Stream *_stream)
         if ((stream->m_flags & KIVCS2NamedPipeFlag_Unlink) != 0)
         {
             KIV_CHECK_AS(stream->m_path != nullptr, "(stream->m_path) != NULL", KIVCS2STATUS_PARAM_ERR);
-            (void)unlink(stream->m_path); // gone already is as good
+            (void)unlink(stream->m_path); // a path that is gone already is as good
         }
     }
-    // After an init that opened nothing there is no path. That is a host's input, not a fault of the
-    // program, so it is answered as releasing the null path would be, without its assertion.
+    // After an init that opened nothing there is no path. That comes from the host's input and is not a fault
+    // of the program, so the status is that of releasing a null path, but without its assertion.
     if (stream->m_path == nullptr)
         return KIVCS2STATUS_PARAM_ERR;
     KIV_TRY(kivCS2String_freeCString(stream->m_path));

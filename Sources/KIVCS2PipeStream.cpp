@@ -39,8 +39,9 @@ KIVCS2Status kivCS2PipeStream_init(KIVCS2PipeStream *stream)
 {
     KIV_TRY(kivCS2PipeStream_setup(stream));
 
-    // Closed on exec: a program launched elsewhere in the host would keep the pipe from ever ending. Above
-    // the standard streams: a daemon without standard input would get descriptor 0, which marks a closed end.
+    // Closed on exec: otherwise a program launched elsewhere in the host would keep the pipe open for ever.
+    // Above the standard streams: a daemon without standard input would get descriptor 0, which marks a
+    // closed end.
     std::array<int, 2> pipes{};
     if (KIVPPipe(pipes.data()) != 0)
         return KIVCS2STATUS_PIPE_ERR;
@@ -50,7 +51,7 @@ KIVCS2Status kivCS2PipeStream_init(KIVCS2PipeStream *stream)
 KIVCS2Status kivCS2PipeStream_initWithPipes(KIVCS2PipeStream *stream, int32_t readPipe, int32_t writePipe)
 {
     KIV_CHECK(stream);
-    // Kept: asserted for the range, refused for 0 alone; 0 marks a closed end in the record.
+    // Kept: asserted for the whole range, but only 0 is refused; 0 marks a closed end in the record.
     KIV_ASSERT(readPipe > 0);
     KIV_ASSERT(writePipe > 0);
     if (readPipe == 0 || writePipe == 0)
@@ -87,13 +88,13 @@ KIVCS2Status kivCS2PipeStream_readBytes(KIVCS2Stream *_stream, void *buffer, uin
     KIV_CHECK(buffer);
 
     const ssize_t count = read(stream->m_readPipe, buffer, size);
-    // Kept: the system's result as it stands, -1 as all ones, always with success.
+    // Kept: the system's own result, -1 as all ones, always with success.
     if (bytesRead != nullptr)
         *bytesRead = static_cast<uint64_t>(count);
     return KIVCS2STATUS_OK;
 }
 
-// Kept: what a pipe cannot do is a pipe failure here and "unsupported" in a named pipe.
+// Kept: an operation that a pipe lacks is a pipe failure here and "unsupported" in a named pipe.
 KIVCS2Status kivCS2PipeStream_getSize(KIVCS2Stream *, uint64_t *)
 {
     return KIVCS2STATUS_PIPE_ERR;

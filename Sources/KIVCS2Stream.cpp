@@ -12,11 +12,11 @@
 
 namespace
 {
-// A text ends like a 16-bit string, too.
+// A text also ends like a 16-bit string.
 constexpr uint64_t kTerminatorBytes = 2;
 
-// A text up to this size takes one allocation and one read; a longer one is fetched in steps, so that
-// a damaged length is found before its memory is asked for.
+// A text up to this size takes one allocation and one read; a longer text is read in steps, so that a damaged
+// length is found before memory is allocated for it.
 constexpr uint64_t kFirstStep = 1u << 20;
 
 constexpr uint8_t kFirstBit = 0x80;
@@ -36,14 +36,14 @@ constexpr uint8_t kFirstBit = 0x80;
     return count == size ? KIVCS2STATUS_OK : KIVCS2STATUS_WRITE_ERR;
 }
 
-// Kept: the fetch does not look at its count, so that at the end of the data the byte stays and comes
-// again; parsers rely on reading past the end without a status.
+// Kept: the fetch ignores its count, so at the end of the data the byte stays and is delivered again; parsers
+// rely on reading past the end without a status.
 [[nodiscard]] KIVCS2Status fetchByte(KIVCS2Stream *stream)
 {
     return kivCS2Stream_readBytes(stream, &stream->m_bitByte, 1, nullptr);
 }
 
-// Moves to the next bit. The next byte is fetched as soon as the last bit of this one is passed.
+// Moves to the next bit. The next byte is fetched as soon as the last bit of this byte is passed.
 [[nodiscard]] KIVCS2Status advanceBit(KIVCS2Stream *stream)
 {
     stream->m_bitMask = static_cast<uint8_t>(stream->m_bitMask >> 1);
@@ -98,7 +98,7 @@ KIVCS2Status kivCS2Stream_setPosition(KIVCS2Stream *stream, int64_t offset, KIVC
 {
     KIV_CHECK(stream);
     KIV_CHECK(stream->m_setPosition);
-    // Kept: asserted only; without assertions each kind answers an unknown mode in its own way.
+    // Kept: only asserted; without assertions each kind handles an unknown mode in its own way.
     KIV_ASSERT(mode < KIVCS2StreamPosition_MAX);
 
     return stream->m_setPosition(stream, offset, mode, newPosition);
@@ -107,7 +107,7 @@ KIVCS2Status kivCS2Stream_setPosition(KIVCS2Stream *stream, int64_t offset, KIVC
 KIVCS2Status kivCS2Stream_isEndOfStream(KIVCS2Stream *stream, uint32_t *eos)
 {
     KIV_CHECK(stream);
-    // Kept: it is the position's slot that is asserted here, the text hosts know.
+    // Kept: the position's slot is asserted here, because hosts know that text.
     KIV_CHECK(stream->m_setPosition);
     if (stream->m_isEndOfStream == nullptr)
         return KIVCS2STATUS_PARAM_ERR;
@@ -147,8 +147,8 @@ KIVCS2Status kivCS2Stream_free(KIVCS2Stream *stream)
     KIV_CHECK(stream);
     KIV_CHECK(stream->m_free);
 
-    (void)kivCS2Stream_close(stream); // the answer is that of the final release
-    // Kept: closing clears the record of our kinds, so that this always answers PARAM_ERR for them.
+    (void)kivCS2Stream_close(stream); // the status is that of the final release
+    // Kept: closing clears the record of this library's kinds, so this always returns PARAM_ERR for them.
     if (stream->m_free == nullptr)
         return KIVCS2STATUS_PARAM_ERR;
     return stream->m_free(stream);
@@ -170,7 +170,7 @@ KIVCS2Status kivCS2Stream_readUTF8String(KIVCS2Stream *stream, char **string)
     KIV_TRY(readWhole(stream, &length, sizeof length));
     if (length == 0)
         return KIVCS2STATUS_OK;
-    // Also keeps the terminators from carrying a length near 2^64 over to a small size.
+    // Also prevents a length near 2^64 plus the terminators from wrapping to a small size.
     if (!kiv::fitsMemory(length))
         return KIVCS2STATUS_MEMORY_ERR;
 
@@ -182,7 +182,7 @@ KIVCS2Status kivCS2Stream_readUTF8String(KIVCS2Stream *stream, char **string)
             std::free(std::exchange(*string, nullptr));
             return KIVCS2STATUS_MEMORY_ERR;
         }
-        // A failure leaves the block with the caller.
+        // After a failure the caller has the block.
         KIV_TRY(readWhole(stream, *string + done, next - done));
         done = next;
     }
@@ -245,7 +245,7 @@ KIVCS2Status kivCS2Stream_readBits(KIVCS2Stream *stream, uint32_t count, uint8_t
         // A whole byte at a byte's start, which is most of a packet: the loop below in one step.
         *value = stream->m_bitByte;
         KIV_TRY(fetchByte(stream));
-        return KIVCS2STATUS_OK; // a kind may have further successes; they are not the bits'
+        return KIVCS2STATUS_OK; // a kind of stream may have other success codes; the bits have not
     }
     *value = 0;
     for (; count > 0; --count)
@@ -263,7 +263,7 @@ KIVCS2Status kivCS2Stream_skipBits(KIVCS2Stream *stream, uint32_t count)
 
     if (stream->m_bitReading == 0)
         return KIVCS2STATUS_OK;
-    // Eight bits further is the same place in the next byte, however many there are to skip.
+    // Eight bits further is the same place in the next byte, for any number of bits to skip.
     for (; count >= 8 && std::has_single_bit(stream->m_bitMask); count -= 8)
     {
         const uint8_t mask = std::exchange(stream->m_bitMask, kFirstBit);

@@ -41,8 +41,8 @@ struct Mark
     KIVCS2StringEncoding encoding;
 };
 
-// In the order they are tried. Kept: UTF-16 little-endian comes before UTF-32 little-endian, whose mark
-// begins with it, so that the last row never answers; hosts rely on what is reported.
+// In the order in which they are tried. Kept: UTF-16 little-endian comes before UTF-32 little-endian, whose
+// mark begins with it, so the last row never matches; hosts rely on that result.
 constexpr std::array<Mark, 5> kMarks = {{
     {{0xEF, 0xBB, 0xBF}, 3, KIVCS2StringEncoding_UTF8},
     {{0xFE, 0xFF}, 2, KIVCS2StringEncoding_UTF16BE},
@@ -69,7 +69,7 @@ using Text = std::unique_ptr<char, Free>;
                                                                : nullptr;
 }
 
-// Bytes before the first unit of `unit` zero bytes, units counted from the start.
+// Counts the bytes before the first unit of `unit` zero bytes; units are counted from the start.
 [[nodiscard]] size_t measureText(const void *source, uint32_t unit)
 {
     const char *bytes = static_cast<const char *>(source);
@@ -82,7 +82,7 @@ using Text = std::unique_ptr<char, Free>;
     return length;
 }
 
-// A path as the file system gives it is decomposed or not; what comes out is composed.
+// A path from the file system may be decomposed; the result is composed.
 [[nodiscard]] CFStringRef createFromPath(const char *path)
 {
     kiv::CFRef<CFStringRef> plain{CFStringCreateWithFileSystemRepresentation(kCFAllocatorDefault, path)};
@@ -90,7 +90,7 @@ using Text = std::unique_ptr<char, Free>;
         return nullptr;
     const CFMutableStringRef composed = CFStringCreateMutableCopy(kCFAllocatorDefault, 0, plain.get());
     if (composed == nullptr)
-        return plain.release(); // better the path as it stands than none
+        return plain.release(); // the path unchanged is better than no path
     CFStringNormalize(composed, kCFStringNormalizationFormC);
     return composed;
 }
@@ -101,7 +101,7 @@ using Text = std::unique_ptr<char, Free>;
     *cString = static_cast<char *>(kivCS2ZeroMalloc(static_cast<size_t>(room)));
     if (*cString == nullptr)
         return KIVCS2STATUS_MEMORY_ERR;
-    // Kept: the block stays with the caller when the string has no file-system form.
+    // Kept: the caller keeps the block if the string has no file-system form.
     if (CFStringGetFileSystemRepresentation(cfString, *cString, room) == 0)
         return KIVCS2STATUS_MEMORY_ERR;
     return bytesUsed != nullptr
@@ -123,7 +123,7 @@ public:
         if (glob("~", GLOB_TILDE, nullptr, &m_matches) != 0 || m_matches.gl_pathc == 0)
             return;
         m_path = m_matches.gl_pathv[0];
-        if (std::strcmp(m_path, "~") == 0) // as it was: not expanded
+        if (std::strcmp(m_path, "~") == 0) // unchanged: not expanded
             m_path = findByUser();
     }
     HomeDirectory(const HomeDirectory &) = delete;
@@ -133,14 +133,14 @@ public:
         globfree(&m_matches);
     }
 
-    // Null where the system knows none.
+    // Null if the system knows no home directory.
     [[nodiscard]] const char *path() const
     {
         return m_path;
     }
 
 private:
-    // Without HOME the matcher here asks who logged in on the terminal, and a service has none.
+    // Without HOME the system's matcher looks for the user who logged in on the terminal; a service has none.
     [[nodiscard]] const char *findByUser()
     {
         passwd entry{};
@@ -327,7 +327,7 @@ KIVCS2Status kivCS2String_createCopy(char **dest, const char *source)
     KIV_CHECK(dest);
 
     const size_t length = std::strlen(source);
-    // Room for the terminator of a 16-bit text, too.
+    // Room for the terminator of a 16-bit text as well.
     *dest = static_cast<char *>(std::malloc(length + 2));
     if (*dest == nullptr)
         return KIVCS2STATUS_MEMORY_ERR;
@@ -411,7 +411,7 @@ KIVCS2Status kivCS2String_getCFStringLastPathComponent(CFStringRef cfString, CFS
     uint32_t bytes = 0;
     const KIVCS2Status status = kivCS2String_createCStringFromCFStringWithEncoding(
         cfString, &block, KIVCS2StringEncoding_FileSystem, &bytes);
-    const Text path{block}; // also what a failed conversion left
+    const Text path{block}; // also releases the block of a failed conversion
     KIV_TRY(status);
 
     const kiv::CFRef<CFURLRef> location{CFURLCreateFromFileSystemRepresentation(
@@ -430,14 +430,14 @@ KIVCS2Status kivCS2String_createStringByExpandingTilde(const char *path, char **
     *expandedPath = nullptr;
     if (path[0] != '~')
     {
-        // Kept: success whatever the copy answered; callers test the pointer.
+        // Kept: success whatever the copy returned; callers test the pointer.
         (void)kivCS2String_createCopy(expandedPath, path);
         return KIVCS2STATUS_OK;
     }
     const HomeDirectory home;
     if (home.path() == nullptr)
         return KIVCS2STATUS_UNSUPPORTED_ERR;
-    // The "~" goes and the terminator comes: exactly the two lengths together.
+    // The "~" is dropped and the terminator added, so the size is exactly the sum of both lengths.
     const size_t size = std::strlen(home.path()) + std::strlen(path);
     *expandedPath = static_cast<char *>(std::malloc(size));
     if (*expandedPath == nullptr)

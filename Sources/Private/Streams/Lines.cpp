@@ -1,4 +1,4 @@
-// Line ends in streams: the block search and the three ways to the bytes.
+// Line ends in streams: the block search and the three ways to read the bytes.
 #include "Private/Streams/Lines.h"
 
 #include "Private/Streams/View.h"
@@ -44,7 +44,7 @@ kiv::LinePiece readFromFile(FILE *file, char *buffer, size_t room)
         const size_t buffered = std::min(KIVPFileBuffered(file, &bytes), room - length);
         if (buffered == 0)
         {
-            // Fills the file's buffer, or tells that there is no more.
+            // Fills the file's buffer, or reports that there are no more bytes.
             const int byte = getc(file);
             if (byte == EOF)
                 return {length, kiv::LineStop::noData};
@@ -72,7 +72,7 @@ kiv::LinePiece readThroughOperation(KIVCS2Stream &stream, char *buffer, size_t r
     {
         uint8_t byte = 0;
         uint64_t count = 0;
-        // Pipes answer a failed read with success and a count of all ones.
+        // Pipes report a failed read as a success with a count of all ones.
         if (KIVCS2_FAILED(stream.m_readBytes(&stream, &byte, 1, &count)) || count != 1)
             return {length, kiv::LineStop::noData};
         if (isLineEnd(byte))
@@ -86,7 +86,7 @@ kiv::LinePiece readThroughOperation(KIVCS2Stream &stream, char *buffer, size_t r
 size_t kiv::findLineEnd(const unsigned char *bytes, size_t size) noexcept
 {
     size_t index = 0;
-#if defined(__SSE2__) // every x86-64 machine: nothing to choose at run time
+#if defined(__SSE2__) // every x86-64 machine has it, so there is no choice at run time
     const __m128i lineFeed = _mm_set1_epi8('\n');
     const __m128i carriageReturn = _mm_set1_epi8('\r');
     for (; size - index >= sizeof(__m128i); index += sizeof(__m128i))

@@ -1,4 +1,4 @@
-// The unread bytes of a memory stream in place, for parsers that would otherwise pay a call a byte.
+// The unread bytes of a memory stream in place, for parsers that would otherwise need a call for each byte.
 #ifndef KIV_PRIVATE_STREAMS_VIEW_H
 #define KIV_PRIVATE_STREAMS_VIEW_H
 
@@ -10,7 +10,7 @@
 
 namespace kiv
 {
-// The stream as a memory stream when reading it would read memory, else null. A host that put its own
+// The stream as a memory stream if reading it would read memory, otherwise null. A host that put its own
 // read operation into the record is not bypassed.
 [[nodiscard]] inline KIVCS2MemoryStream *asMemoryStream(KIVCS2Stream &stream) noexcept
 {
@@ -29,7 +29,7 @@ namespace kiv
     return file->m_file != nullptr ? file : nullptr;
 }
 
-// What is left to read; valid until the next write to the stream.
+// The bytes left to read; valid until the next write to the stream.
 [[nodiscard]] inline std::span<const uint8_t> unreadBytes(const KIVCS2MemoryStream &memory) noexcept
 {
     const auto position = static_cast<uint64_t>(memory.m_position);
@@ -38,7 +38,7 @@ namespace kiv
     return {memory.m_buffer + position, static_cast<size_t>(memory.m_size - position)};
 }
 
-// Moves behind `size` bytes of unreadBytes().
+// Moves past `size` bytes of unreadBytes().
 inline void takeBytes(KIVCS2MemoryStream &memory, size_t size) noexcept
 {
     memory.m_position += static_cast<int64_t>(size);
