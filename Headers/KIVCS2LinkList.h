@@ -2,20 +2,21 @@
  * @file
  * Linked lists: intrusive, doubly linked, in the caller's own memory.
  *
- * The caller embeds a KIVCS2LinkElem in its record and casts from the one to the other. The list
- * allocates, copies and frees nothing: records belong to the caller, who takes an element out before
- * its memory goes. A list or an element is made ready by zeroing it; there is no init operation, and
+ * The caller embeds a KIVCS2LinkElem in its record and casts between the two. The list does not allocate,
+ * copy or free memory: records belong to the caller, who must take an element out of its list before
+ * releasing it. Zeroing makes a list or an element ready; there is no init operation, and
  * kivCS2LinkList_free() returns a list to that state.
  *
  * Append, prepend, unlink, remove and move take the element out of the list that holds it; the
  * insertions do not, so give them an element that is in no list.
  *
- * kivCS2LinkList_sort() leaves the list's `m_prev` at the element that was last before. Where that
- * one has moved, appending or moving an element to the end would cut off what follows it: walk to the
- * last element and store it in `m_prev` first.
+ * kivCS2LinkList_sort() leaves the list's `m_prev` at the element that was last before the sort. If that
+ * element has moved, appending an element or moving one to the end would cut off the elements after it: walk
+ * to the last element and store it in `m_prev` first.
  *
- * There is no status: with assertions a missing argument stops the process, without them the operation
- * goes on and the behaviour is undefined. Nothing is locked: who shares a list serialises its use.
+ * No operation returns a status. With assertions a missing argument stops the process; without them the
+ * operation continues and the behaviour is undefined. Nothing is locked: callers that share a list serialise
+ * its use.
  */
 #ifndef KIVCS2_LINK_LIST_H
 #define KIVCS2_LINK_LIST_H
@@ -43,9 +44,9 @@ typedef struct KIVCS2LinkList
 } KIVCS2LinkList;
 
 /**
- * Compares two elements: negative where `a` sorts before `b`, 0 where they are equal (for searches:
- * found), positive where `a` sorts after `b`. It must not touch the links. Answers that contradict each
- * other give some order, and lose no element.
+ * Compares two elements: negative if `a` sorts before `b`, 0 if they are equal (for searches: found),
+ * positive if `a` sorts after `b`. It must not touch the links. Results that contradict each other give some
+ * order, and lose no element.
  */
 typedef int32_t (*KIVCS2LinkListCmpFunc)(KIVCS2LinkElem *a, KIVCS2LinkElem *b);
 
@@ -59,13 +60,13 @@ KIVCS2_API void kivCS2LinkList_appendElem(KIVCS2LinkList *list, KIVCS2LinkElem *
 KIVCS2_API void kivCS2LinkList_prependElem(KIVCS2LinkList *list, KIVCS2LinkElem *elem);
 
 /**
- * Takes `_elem` out of `_list` and clears its links; does nothing when another list or none holds it.
- * Constant time. Thread safety: the list's owner.
+ * Takes `_elem` out of `_list` and clears its links; does nothing if `_elem` is in another list or in no
+ * list. Constant time. Thread safety: the list's owner.
  */
 KIVCS2_API void kivCS2LinkList_removeElem(KIVCS2LinkList *_list, KIVCS2LinkElem *_elem);
 
 /**
- * Takes `elem` out of the list that holds it and clears its links; does nothing when none does. Constant
+ * Takes `elem` out of the list that holds it and clears its links; does nothing if it is in no list. Constant
  * time. Thread safety: the list's owner.
  */
 KIVCS2_API void kivCS2LinkElem_unlink(KIVCS2LinkElem *elem);
@@ -80,48 +81,48 @@ KIVCS2_API void kivCS2LinkList_insertElemAfter(KIVCS2LinkElem *_f_elem, KIVCS2Li
 KIVCS2_API void kivCS2LinkList_insertElemBefore(KIVCS2LinkElem *_f_elem, KIVCS2LinkElem *_b_elem);
 
 /**
- * Puts `_elem`, which must be in no list, before the first element that does not sort before it, so in
- * front of its equals; else at the end. Calls `_cmp_func(_elem, element)`; linear time.
+ * Puts `_elem`, which must be in no list, before the first element that does not sort before it, so in front
+ * of equal elements; otherwise at the end. Calls `_cmp_func(_elem, element)`; linear time.
  * Thread safety: the list's owner.
  */
 KIVCS2_API void kivCS2LinkList_sortedInsert(KIVCS2LinkList *_list, KIVCS2LinkElem *_elem,
                                             KIVCS2LinkListCmpFunc _cmp_func);
 
 /**
- * The first element for which `_cmp_func(element, _cmp_elem)` is 0, or null. `_cmp_elem` need not be in
- * a list. Linear time. Thread safety: together with other readers.
+ * Returns the first element for which `_cmp_func(element, _cmp_elem)` is 0, or null. `_cmp_elem` need not be
+ * in a list. Linear time. Thread safety: together with other readers.
  */
 KIVCS2_API KIVCS2LinkElem *kivCS2LinkList_find(const KIVCS2LinkList *_list, KIVCS2LinkListCmpFunc _cmp_func,
                                                KIVCS2LinkElem *_cmp_elem);
 
-/** As kivCS2LinkList_find() in an ascending list: gives up at the first element that sorts after. */
+/** As kivCS2LinkList_find() in an ascending list: stops at the first element that sorts after. */
 KIVCS2_API KIVCS2LinkElem *kivCS2LinkList_findInSortedList(const KIVCS2LinkList *_list,
                                                            KIVCS2LinkListCmpFunc _cmp_func,
                                                            KIVCS2LinkElem *_cmp_elem);
 
 /**
- * The element at `index`, counted from 0 at the start; null for an index below 0 or not below the count,
- * read as a signed number. Linear time. Thread safety: together with other readers.
+ * Returns the element at `index`, counted from 0 at the start; null if the index, read as a signed number, is
+ * below 0 or not below the count. Linear time. Thread safety: together with other readers.
  */
 KIVCS2_API KIVCS2LinkElem *kivCS2LinkList_getElem(const KIVCS2LinkList *list, int32_t index);
 
 /**
  * Moves `_f_elem` directly after `_b_elem` of the same list, or to the list's end when `_b_elem` is null.
  * Constant time. Thread safety: the list's owner.
- * @return false when `_f_elem` followed `_b_elem` already; without `_b_elem` always true
+ * @return false if `_f_elem` followed `_b_elem` already; without `_b_elem` always true
  */
 KIVCS2_API bool kivCS2LinkElem_moveInFront(KIVCS2LinkElem *_f_elem, KIVCS2LinkElem *_b_elem);
 
 /**
  * Moves `_f_elem` directly before `_b_elem` of the same list, or to the list's start when `_b_elem` is
  * null. Constant time. Thread safety: the list's owner.
- * @return false when `_f_elem` preceded `_b_elem` already; without `_b_elem` always true
+ * @return false if `_f_elem` preceded `_b_elem` already; without `_b_elem` always true
  */
 KIVCS2_API bool kivCS2LinkElem_moveBehind(KIVCS2LinkElem *_f_elem, KIVCS2LinkElem *_b_elem);
 
 /**
- * Sorts the list in ascending order, equals in the order they had. `m_next` becomes the new first
- * element, `m_prev` stays the element that was last before. O(n log n) time, no heap, about 20 KiB of stack.
+ * Sorts the list in ascending order; equal elements keep their order. `m_next` becomes the new first element,
+ * `m_prev` stays the element that was last before the sort. O(n log n) time, no heap, about 20 KiB of stack.
  * Thread safety: the list's owner.
  * @return the first element, null for an empty list
  */
@@ -129,8 +130,8 @@ KIVCS2_API KIVCS2LinkElem *kivCS2LinkList_sort(KIVCS2LinkList *_list, KIVCS2Link
 
 /**
  * Sorts the chain of at least two elements that starts at `_list` and ends with a null `m_next`, as
- * kivCS2LinkList_sort() does. Sets both links of every element and leaves `m_list` alone; no list is told
- * of its new ends. Thread safety: the chain's owner.
+ * kivCS2LinkList_sort() does. Sets both links of every element and leaves `m_list` alone; no list is updated
+ * with its new ends. Thread safety: the chain's owner.
  * @return the chain's new first element
  */
 KIVCS2_API KIVCS2LinkElem *kivCS2LinkList_sortElems(KIVCS2LinkElem *_list, KIVCS2LinkListCmpFunc cmp);
@@ -142,21 +143,21 @@ KIVCS2_API KIVCS2LinkElem *kivCS2LinkList_sortElems(KIVCS2LinkElem *_list, KIVCS
 KIVCS2_API void kivCS2LinkList_unlinkElems(KIVCS2LinkList *list);
 
 /**
- * Takes every element out as kivCS2LinkList_unlinkElems() does and zeroes the list; the elements' memory
- * stays the caller's. Thread safety: the list's owner.
+ * Takes every element out as kivCS2LinkList_unlinkElems() does and zeroes the list; the caller still owns the
+ * elements' memory. Thread safety: the list's owner.
  */
 KIVCS2_API void kivCS2LinkList_free(KIVCS2LinkList *list);
 
 /**
- * True when the links of `list` agree with each other; false for a null list. With two elements and more
- * the count itself is not compared, and a sort that moved the last element leaves the list not valid.
+ * True if the links of `list` agree with each other; false for a null list. With two or more elements the
+ * count itself is not checked; after a sort that moved the last element the list is not valid.
  * Linear time. Thread safety: together with other readers.
  */
 KIVCS2_API bool kivCS2LinkList_checkValid(KIVCS2LinkList *list);
 
 /**
- * Returns `reason` (1: an empty list with an end, 2: a single element with other links) and looks at
- * nothing: the one place to stop a debugger at for kivCS2LinkList_checkValid(). Thread safety: any thread.
+ * Returns `reason` (1: an empty list with an end, 2: a single element with other links) and reads nothing:
+ * the one place for a debugger's breakpoint on kivCS2LinkList_checkValid(). Thread safety: any thread.
  */
 KIVCS2_API uint32_t kivCS2LinkList_checkFailed(KIVCS2LinkList *list, uint32_t reason);
 

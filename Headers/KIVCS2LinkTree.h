@@ -2,18 +2,18 @@
  * @file
  * Link trees: each node is a link element in its parent's list of children and holds a list of its own.
  *
- * A caller's record begins with a KIVCS2LinkTreeNode. Either the tree allocates it, with room for the
- * caller's fields behind the node, and frees it with the tree (owned), or it lies in the caller's memory
- * and is made ready with _kivCS2LinkTree_initNode().
+ * A caller's record begins with a KIVCS2LinkTreeNode. Either the tree allocates the record, with room for the
+ * caller's fields after the node, and frees it with the tree (owned), or the record lies in the caller's
+ * memory and is made ready with _kivCS2LinkTree_initNode().
  *
  * Detaching a node makes it new: it forgets its children, flags and ID, so an owned node becomes the
- * caller's, who releases it with free(). Its former children keep naming it as their parent: attach them
- * elsewhere, or release them, before that memory goes.
+ * caller's, who releases it with free(). Its former children still name it as their parent: attach them
+ * elsewhere, or release them, before releasing that memory.
  *
- * The caller keeps the tree a tree: attach no node below itself, and no tree's root below a node.
- * Walks use the stack, about 10 bytes a level of depth in a release build. The operations that begin with an
- * underscore do the work; the others forward to them. Nothing is locked: who shares a tree serialises its
- * use.
+ * The caller keeps the tree a tree: do not attach a node below itself, nor a tree's root below a node. Walks
+ * use the stack, about 10 bytes for each level of depth in a release build. The operations that begin with an
+ * underscore do the work; the others forward to them. Nothing is locked: callers that share a tree serialise
+ * its use.
  */
 #ifndef KIVCS2_LINK_TREE_H
 #define KIVCS2_LINK_TREE_H
@@ -22,7 +22,7 @@
 
 KIVCS2_BEGIN_DECLS
 
-/** What a node is, combined with "or". Flags are only added; re-initialising the node clears them. */
+/** Properties of a node, combined with "or". Flags are only added; re-initialising the node clears them. */
 typedef uint32_t KIVCS2LinkTreeNodeFlag;
 enum
 {
@@ -39,17 +39,17 @@ typedef struct KIVCS2LinkTree
     struct KIVCS2LinkTreeNode *m_root;
 } KIVCS2LinkTree;
 
-/** Visits a node; 0 goes on, anything else ends a search. It may release or detach the node it is given. */
+/** Visits a node; 0 continues, any other result ends a search. It may release or detach its node. */
 typedef KIVCS2Status (*KIVCS2LinkTreeCallback)(KIVCS2LinkTree *tree, struct KIVCS2LinkTreeNode *node,
                                                void *context);
 
 /** A node; the caller's fields follow it. */
 typedef struct KIVCS2LinkTreeNode
 {
-    KIVCS2LinkElem m_link;               /**< membership of the parent's children */
+    KIVCS2LinkElem m_link;               /**< link in the parent's list of children */
     KIVCS2LinkList m_children;           /**< the children, in order */
     struct KIVCS2LinkTreeNode *m_parent; /**< null for the root and for loose nodes */
-    KIVCS2LinkTreeCallback m_callback;   /**< visits this node where a walk has no callback; may be null */
+    KIVCS2LinkTreeCallback m_callback;   /**< visits this node if a walk has no callback; may be null */
     uint32_t m_flags;                    /**< KIVCS2LinkTreeNodeFlag */
     uint32_t m_ID;                       /**< the caller's; 0 after init */
 } KIVCS2LinkTreeNode;
@@ -57,19 +57,19 @@ typedef struct KIVCS2LinkTreeNode
 /**
  * Makes `tree` empty; nodes it held are forgotten.
  * @retval KIVCS2STATUS_PARAM_ERR  `tree` is null
- * Thread safety: the tree's owner, as for all below.
+ * Thread safety: the tree's owner, as for all operations below.
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_init(KIVCS2LinkTree *tree);
 
 /**
- * A new owned node of `size` bytes, and never fewer than a node has; the rest is zero. Released by
- * kivCS2LinkTree_freeNode() with free flag 1, or with the tree it is attached to.
- * @return null when there is no memory
+ * Returns a new owned node of `size` bytes, but at least the size of a node; the rest is zero. Release it
+ * with kivCS2LinkTree_freeNode() and free flag 1, or with the tree it is attached to.
+ * @return null if there is no memory
  */
 KIVCS2_API KIVCS2LinkTreeNode *_kivCS2LinkTree_newNode(uint32_t size, KIVCS2LinkTreeCallback callback);
 
 /**
- * Makes a loose node of whatever `node` held, with `callback`; nothing is read or released.
+ * Turns `node` into a loose node with `callback`, whatever it held; nothing is read or released.
  * @retval KIVCS2STATUS_PARAM_ERR  `node` is null
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_initNode(KIVCS2LinkTreeNode *node, KIVCS2LinkTreeCallback callback);
@@ -100,11 +100,11 @@ KIVCS2_API KIVCS2Status _kivCS2LinkTree_setNodeID(KIVCS2LinkTreeNode *node, uint
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_getNodeID(const KIVCS2LinkTreeNode *node, uint32_t *ID);
 
 /**
- * Makes `node`, taken out of where it is, the last child of `parent`, or the root when `parent` is null;
- * the old root is then detached first. Locks of `parent` and of its ancestors are not looked at.
+ * Takes `node` out of its place and makes it the last child of `parent`, or the root if `parent` is null; the
+ * old root is then detached first. Locks of `parent` and of its ancestors are ignored.
  * @retval KIVCS2STATUS_PARAM_ERR        `tree` or `node` is null
- * @retval KIVCS2STATUS_NODE_LOCKED_ERR  `node` is locked and stays; or the old root is locked, and `node`
- *                                       has been taken out of the children it was in
+ * @retval KIVCS2STATUS_NODE_LOCKED_ERR  `node` is locked and stays; or the old root is locked, and `node` has
+ *                                       been taken out of its former parent's children
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_attachNode(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode *parent,
                                                    KIVCS2LinkTreeNode *node);
@@ -113,59 +113,60 @@ KIVCS2_API KIVCS2Status _kivCS2LinkTree_attachNode(KIVCS2LinkTree *tree, KIVCS2L
  * Allocates an owned node as _kivCS2LinkTree_newNode() does and attaches it.
  * @param[out] node  the new node; null on failure
  * @retval KIVCS2STATUS_PARAM_ERR        `tree` or `node` is null
- * @retval KIVCS2STATUS_MEMORY_ERR       no memory; the tree is as before
- * @retval KIVCS2STATUS_NODE_LOCKED_ERR  the old root is locked; the tree is as before
+ * @retval KIVCS2STATUS_MEMORY_ERR       no memory; the tree is unchanged
+ * @retval KIVCS2STATUS_NODE_LOCKED_ERR  the old root is locked; the tree is unchanged
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_attachNewNode(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode *parent,
                                                       uint32_t size, KIVCS2LinkTreeCallback callback,
                                                       KIVCS2LinkTreeNode **node);
 
 /**
- * Puts `node`, taken out of where it is, directly before `sibling` and makes `parent` its parent; that
- * `parent` holds `sibling` is the caller's care. Without a sibling as _kivCS2LinkTree_attachNode().
- * @retval KIVCS2STATUS_PARAM_ERR        `tree`, `parent` or `node` is null, or `sibling` is `node` or
- *                                       nobody's child; nothing has changed
+ * Takes `node` out of its place, puts it directly before `sibling` and makes `parent` its parent; the caller
+ * must make sure that `parent` holds `sibling`. Without a sibling as _kivCS2LinkTree_attachNode().
+ * @retval KIVCS2STATUS_PARAM_ERR        `tree`, `parent` or `node` is null, or `sibling` is `node` or in no
+ *                                       list of children; nothing has changed
  * @retval KIVCS2STATUS_NODE_LOCKED_ERR  `node` or `sibling` is locked; nothing has changed
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_insertNode(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode *parent,
                                                    KIVCS2LinkTreeNode *sibling, KIVCS2LinkTreeNode *node);
 
 /**
- * Takes `node` out of the tree and makes it new, with its callback kept; its children are out of reach
- * from then on. An owned node becomes the caller's, to be released with free(). Linear in its children.
+ * Takes `node` out of the tree and makes it new, with its callback kept; its children are then out of reach.
+ * An owned node becomes the caller's, to be released with free(). Linear in its children.
  * @retval KIVCS2STATUS_PARAM_ERR        `tree` or `node` is null
  * @retval KIVCS2STATUS_NODE_LOCKED_ERR  `node` is locked; nothing has changed
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_detachNode(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode *node);
 
 /**
- * Takes `node` out of its parent's children and, with `freeFlag` 1, frees it when it is owned and else
- * leaves it as it is; with any other flag it is made new, with its callback kept. Children of a freed node
- * become loose. Linear in the children. A tree whose root this is must not be used before it has a new one.
+ * Takes `node` out of its parent's children. With `freeFlag` 1 an owned node is freed and any other node is
+ * left unchanged; with any other flag the node is made new, with its callback kept. Children of a freed node
+ * become loose. Linear in the children. If the node is a tree's root, do not use that tree before it has a
+ * new root.
  * @retval KIVCS2STATUS_PARAM_ERR        `node` is null
  * @retval KIVCS2STATUS_NODE_LOCKED_ERR  `node` is locked; nothing has changed
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_freeNode(KIVCS2LinkTreeNode *node, uint32_t freeFlag);
 
 /**
- * Releases every node that a walk reaches, parents first: owned ones are freed, the caller's are made new.
- * Locked nodes and nodes in skipped subtrees stay as they are and belong to the caller. The tree is empty.
+ * Releases every node that a walk reaches, parents first: owned nodes are freed, the caller's are made new.
+ * Locked nodes and nodes in skipped subtrees are unchanged and belong to the caller. The tree is empty.
  * @retval KIVCS2STATUS_PARAM_ERR  `tree` is null
  * @retval KIVCS2STATUS_OK         otherwise, whatever happened
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_free(KIVCS2LinkTree *tree);
 
 /**
- * Visits `start`, or the root when it is null, and what lies below, parents before their children and
- * children in order. A node with flag 1 is left out with its subtree. The first child is noted before a
- * node is visited and the next sibling before a child is, so a visit may release or detach its node.
- * @param[in] callback  visits each node; when null, each node's own callback does, where it has one
+ * Visits `start`, or the root if it is null, and the nodes below it, parents before their children and
+ * children in order. A node with flag 1 is left out with its subtree. The first child is noted before a node
+ * is visited and the next sibling before a child is, so a visit may release or detach its node.
+ * @param[in] callback  visits each node; if null, each node's own callback does, if it has one
  * @param[in] all       0: the first visit that does not return 0 ends the walk with its result;
  *                      otherwise results are ignored
- * @param[out] node     may be null; for a walk that ended early the child of the start node on whose side
- *                      it ended, or the start node itself; else untouched
+ * @param[out] node     may be null; if the walk ended early: the child of the start node in whose subtree it
+ *                      ended, or the start node itself; otherwise untouched
  * @retval KIVCS2STATUS_PARAM_ERR  `tree` is null
- * @retval KIVCS2STATUS_OK         every node was visited, or there is none
+ * @retval KIVCS2STATUS_OK         every node was visited, or there is no node
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_traverseNodes(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode *start,
                                                       KIVCS2LinkTreeNode **node,
@@ -173,29 +174,29 @@ KIVCS2_API KIVCS2Status _kivCS2LinkTree_traverseNodes(KIVCS2LinkTree *tree, KIVC
                                                       uint32_t all);
 
 /**
- * Adds the number of nodes from `start`, or the root when it is null, downwards to `*count`, which the
- * caller sets to 0 first. Nodes with flag 1 count too.
+ * Adds the number of nodes from `start`, or the root if it is null, downwards to `*count`, which the caller
+ * sets to 0 first. Nodes with flag 1 count too.
  * @retval KIVCS2STATUS_PARAM_ERR  `tree` or `count` is null
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_countNodes(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode *start,
                                                    uint32_t *count);
 
 /**
- * Whether `node` is the root, or has it among the parents above it.
+ * Checks whether `node` is the root, or has the root among the parents above it.
  * @retval KIVCS2STATUS_PARAM_ERR      `tree` or `node` is null
- * @retval KIVCS2STATUS_NOT_FOUND_ERR  it has not
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  it is not in the tree
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_isTreeNode(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode *node);
 
 /**
- * Whether one of the parents above `node` is locked; its own lock is not looked at.
+ * Checks whether one of the parents above `node` is locked; the node's own lock is ignored.
  * @retval KIVCS2STATUS_PARAM_ERR        `node` is null
- * @retval KIVCS2STATUS_NODE_LOCKED_ERR  one is
+ * @retval KIVCS2STATUS_NODE_LOCKED_ERR  one of them is locked
  */
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_anyParentNodeLocked(KIVCS2LinkTreeNode *node);
 
 /**
- * The visit of _kivCS2LinkTree_free(): releases `node` with free flag 1 when it is owned, else 0.
+ * The visit of _kivCS2LinkTree_free(): releases `node` with free flag 1 if it is owned, otherwise with 0.
  * @retval KIVCS2STATUS_PARAM_ERR        `tree` or `node` is null
  * @retval KIVCS2STATUS_NODE_LOCKED_ERR  `node` is locked; nothing has changed
  */

@@ -1,17 +1,17 @@
 /**
  * @file
- * Memory pools: objects of one size out of one block, and out of the heap where the block is used up and the
- * host allows it.
+ * Memory pools: objects of one size from one block, and from the heap once the block is used up, if the host
+ * allows it.
  *
  * The caller owns the record: `init` fills it, `free` clears it, and it may then be initialised again.
- * Objects are handed out zero-filled, those of the heap excepted, and in the order in which they were
- * returned: the one returned longest ago comes first. Free objects hold their link at their start, so the
- * pool needs no memory beside them. Two duties of the host follow, which nothing checks: an object is at
- * least as large as a KIVCS2LinkElem (24 bytes), and its size a multiple of 8 so that every link is aligned.
- * Each object is returned once, to the pool it came from, and not used afterwards.
+ * The block's objects are handed out zero-filled, those of the heap are not. Objects are reused in the order
+ * of their return: the one returned longest ago comes first. Free objects hold their link at their start, so
+ * the pool needs no other memory for them. The host therefore has two duties, which are not checked: an
+ * object is at least as large as a KIVCS2LinkElem (24 bytes), and its size is a multiple of 8 so that every
+ * link is aligned. Each object must be returned once, to the pool it came from, and not used afterwards.
  *
  * Objects may be taken and returned from any thread; the callbacks run on that thread, outside the pool's
- * lock, and may use the pool. `init` and `free` belong to the owner, while nobody uses the pool.
+ * lock, and may use the pool. `init` and `free` belong to the owner, while no other thread uses the pool.
  */
 #ifndef KIVCS2_MEMORY_POOL_H
 #define KIVCS2_MEMORY_POOL_H
@@ -22,10 +22,10 @@
 
 KIVCS2_BEGIN_DECLS
 
-/** Run on an object that is being handed out; the caller receives its status. */
+/** Runs on an object that is being handed out; the caller receives its status. */
 typedef KIVCS2Status (*KIVCS2MemoryPoolAllocFunc)(void *object);
 
-/** Run on an object that is being returned, before it is cleared. */
+/** Runs on an object that is being returned, before it is cleared. */
 typedef void (*KIVCS2MemoryPoolFreeFunc)(void *object);
 
 /** A memory pool. */
@@ -36,7 +36,7 @@ typedef struct KIVCS2MemoryPool
     uint32_t m_poolSize;        /**< objects in the block */
     uint32_t m_objectSize;      /**< bytes */
     uint32_t m_externalObjects; /**< objects of the heap that are handed out */
-    uint32_t m_allowExternal;   /**< not 0: go on with the heap when the block is used up */
+    uint32_t m_allowExternal;   /**< not 0: continue with the heap once the block is used up */
     KIVCS2LinkList m_objects;   /**< the free objects of the block, in the order they will be handed out */
     KIVCS2Mutex m_mutex;        /**< for `m_objects` and `m_externalObjects` */
     KIVCS2MemoryPoolAllocFunc m_allocFunc; /**< may be null */
@@ -44,45 +44,45 @@ typedef struct KIVCS2MemoryPool
 } KIVCS2MemoryPool;
 
 /**
- * Makes a pool of `poolSize` zero-filled objects of `objectSize` bytes, whatever the record held before. A
- * failure leaves the record zero and nothing behind.
- * @param[in] objectSize     a multiple of 8, and 24 at least; not checked
- * @param[in] allowExternal  not 0: objects come from the heap when the block is used up
+ * Makes a pool of `poolSize` zero-filled objects of `objectSize` bytes. The record's previous contents are
+ * ignored. A failure leaves the record zero and holds no memory.
+ * @param[in] objectSize     a multiple of 8, at least 24; not checked
+ * @param[in] allowExternal  not 0: objects come from the heap once the block is used up
  * @param[in] allocFunc      run on each object handed out; may be null
  * @param[in] freeFunc       run on each object returned; may be null
  * @retval KIVCS2STATUS_PARAM_ERR   `pool` is null, or a size is 0
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the block
- * @retval KIVCS2STATUS_MUTEX_ERR   no mutex
- * Thread safety: the owner alone.
+ * @retval KIVCS2STATUS_MUTEX_ERR   the mutex could not be made
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryPool_init(KIVCS2MemoryPool *pool, uint32_t poolSize, uint32_t objectSize,
                                               uint32_t allowExternal, KIVCS2MemoryPoolAllocFunc allocFunc,
                                               KIVCS2MemoryPoolFreeFunc freeFunc);
 
 /**
- * Releases the block and zeroes the record; twice is harmless. All objects must have been returned, which the
- * build with assertions checks. In the other one the objects of the block that are out end with it, and those
- * of the heap stay with who has them, who releases them with the system's free().
+ * Releases the block and zeroes the record; a second call is harmless. All objects must have been returned,
+ * which a build with assertions checks. Without assertions, objects of the block that are still out end with
+ * the block; heap objects stay with their holders, who release them with the system's free().
  * @retval KIVCS2STATUS_PARAM_ERR  `pool` is null
- * Thread safety: the owner alone.
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryPool_free(KIVCS2MemoryPool *pool);
 
 /**
  * Hands out an object: all zeros from the block, not cleared from the heap. Then runs the alloc callback on
- * it and answers with its status. Return the object with kivCS2MemoryPool_freeObject().
- * @param[out] object  the object, or null when none was handed out. It is handed out whatever the callback
- *                     answers: a caller that gets a failure and an object returns the object too
+ * it and returns the callback's status. Return the object with kivCS2MemoryPool_freeObject().
+ * @param[out] object  the object, or null if none was handed out. The callback's status does not change that:
+ *                     a caller that gets a failure and an object returns the object too
  * @retval KIVCS2STATUS_PARAM_ERR   `pool` or `object` is null, or the pool is not initialised
- * @retval KIVCS2STATUS_MEMORY_ERR  the block is used up, and so is the heap or it is not allowed
+ * @retval KIVCS2STATUS_MEMORY_ERR  the block is used up, and the heap is used up or not allowed
  * @retval KIVCS2STATUS_MUTEX_ERR   the lock was not taken; no object
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryPool_allocObject(KIVCS2MemoryPool *pool, void **object);
 
 /**
- * Runs the free callback on `object`, clears it, and puts it behind the free objects of the block or, where
- * it is none of the block, gives it back to the heap.
+ * Runs the free callback on `object`, clears the object, and appends it to the free objects of the block or,
+ * if it does not belong to the block, returns it to the heap.
  * @retval KIVCS2STATUS_PARAM_ERR  `pool` or `object` is null, or the pool is not initialised
  * @retval KIVCS2STATUS_MUTEX_ERR  the lock was not taken; the object is cleared and still handed out
  * Thread safety: any thread.

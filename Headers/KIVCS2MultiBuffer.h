@@ -5,16 +5,16 @@
  * The caller owns the record: `init` fills it, `free` clears it, and it may then be initialised again. The
  * entries belong to the multi-buffer. An entry is in use exactly while its link is in `m_usedList`, which
  * keeps the order in which entries were handed out: the oldest is at its head. The search for a free entry
- * starts behind the one handed out last and wraps around once. A returned buffer keeps its memory, so that
- * a steady flow of like-sized buffers allocates nothing after a warm-up. Contents are never cleared.
+ * starts after the entry handed out last and wraps around once. A returned buffer keeps its memory, so a
+ * steady flow of similar buffers allocates nothing after a warm-up. Contents are never cleared.
  *
  * With KIVCS2MultiBufferFlags_ThreadSafe every operation holds a recursive mutex from its start to its end,
- * except kivCS2MultiBuffer_allocateAvailableBuffer(): who calls that one holds kivCS2MultiBuffer_lock()
- * around it. Without the flag nothing is locked and the host serialises all calls. `init` and `free` are
- * the owner's in either case, while nobody uses the record or holds its lock.
+ * except kivCS2MultiBuffer_allocateAvailableBuffer(): its caller must hold kivCS2MultiBuffer_lock() around
+ * it. Without the flag nothing is locked and the host serialises all calls. In both cases `init` and `free`
+ * belong to the owner, while no other thread uses the record or holds its lock.
  *
  * A data pointer is valid while its entry is in use. A pointer to an entry is valid until the next
- * resize or `free`; indices stay what they are over a resize.
+ * resize or `free`; a resize does not change indices.
  */
 #ifndef KIVCS2_MULTI_BUFFER_H
 #define KIVCS2_MULTI_BUFFER_H
@@ -45,14 +45,14 @@ typedef struct KIVCS2MultiBuffer
 {
     KIVCS2LinkList m_usedList;      /**< the entries in use, oldest first */
     KIVCS2Mutex m_mutex;            /**< made only for KIVCS2MultiBufferFlags_ThreadSafe */
-    int32_t m_lastIndex;            /**< of the entry handed out last; -1 for none */
+    int32_t m_lastIndex;            /**< index of the entry handed out last; -1 if there is none */
     uint32_t m_count;               /**< entries in `m_buffers` */
     KIVCS2MultiBufferFlags m_flags; /**< as given to `init` */
     KIVCS2BufferEntry *m_buffers;   /**< `m_count` entries; replaced by a resize */
 } KIVCS2MultiBuffer;
 
 /**
- * Makes a free entry with a block of the least size, 4 bytes, whatever the record held before.
+ * Makes a free entry with a block of the smallest size, 4 bytes. The record's previous contents are ignored.
  * @retval KIVCS2STATUS_PARAM_ERR   `_entry` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room; the entry has no block
  * Thread safety: the entry's owner.
@@ -60,62 +60,63 @@ typedef struct KIVCS2MultiBuffer
 KIVCS2_API KIVCS2Status kivCS2BufferEntry_init(KIVCS2BufferEntry *_entry);
 
 /**
- * Takes the entry out of the list that holds it and releases its block; twice is harmless.
+ * Takes the entry out of the list that holds it and releases its block; a second call is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `_entry` is null, or the block was not released
  * Thread safety: the entry's owner.
  */
 KIVCS2_API KIVCS2Status kivCS2BufferEntry_free(KIVCS2BufferEntry *_entry);
 
 /**
- * Makes `count` free entries (0 is allowed) in `_buffer`, whatever the record held before. A failure
- * leaves the record zero and nothing behind; kivCS2MultiBuffer_free() is then harmless and not needed.
+ * Makes `count` free entries (0 is allowed) in `_buffer`. The record's previous contents are ignored. A
+ * failure leaves the record zero and holds no memory; kivCS2MultiBuffer_free() is then harmless and not
+ * needed.
  * @param[in] flags  KIVCS2MultiBufferFlags
  * @retval KIVCS2STATUS_PARAM_ERR   `_buffer` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room, or more entries than an index can name (2^31 - 1)
- * @retval KIVCS2STATUS_MUTEX_ERR   no mutex
- * Thread safety: the owner alone.
+ * @retval KIVCS2STATUS_MUTEX_ERR   the mutex could not be made
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2MultiBuffer_init(KIVCS2MultiBuffer *_buffer, uint32_t count,
                                                KIVCS2MultiBufferFlags flags);
 
 /**
- * Releases all entries with their memory, those in use too, and zeroes the record; twice is harmless.
- * When an entry cannot be released, its status comes back at once and the lock stays held.
+ * Releases all entries with their memory, also those in use, and zeroes the record; a second call is
+ * harmless. If an entry cannot be released, its status is returned at once and the lock stays held.
  * @retval KIVCS2STATUS_PARAM_ERR  `_buffer` is null, or an entry cannot be released
  * @retval KIVCS2STATUS_MUTEX_ERR  the lock was not taken; nothing happened
- * Thread safety: the owner alone, while nobody holds the lock.
+ * Thread safety: only the owner, while no other thread holds the lock.
  */
 KIVCS2_API KIVCS2Status kivCS2MultiBuffer_free(KIVCS2MultiBuffer *_buffer);
 
 /**
- * Holds the lock around several calls; the thread that holds it may lock again. Without
- * KIVCS2MultiBufferFlags_ThreadSafe nothing happens, with success.
+ * Locks the multi-buffer across several calls; the thread that holds the lock may lock again. Without
+ * KIVCS2MultiBufferFlags_ThreadSafe the call does nothing and succeeds.
  * @retval KIVCS2STATUS_PARAM_ERR  `_buffer` is null (no assertion)
  * @retval KIVCS2STATUS_MUTEX_ERR  the system refused
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2MultiBuffer_lock(KIVCS2MultiBuffer *_buffer);
 
-/** Gives the lock back once, by the thread that holds it; statuses as kivCS2MultiBuffer_lock(). */
+/** Releases the lock once, by the thread that holds it; statuses as kivCS2MultiBuffer_lock(). */
 KIVCS2_API KIVCS2Status kivCS2MultiBuffer_unlock(KIVCS2MultiBuffer *_buffer);
 
 /**
- * Waits until no other thread holds the lock. Without KIVCS2MultiBufferFlags_ThreadSafe nothing is waited
- * for.
+ * Waits until no other thread holds the lock. Without KIVCS2MultiBufferFlags_ThreadSafe it returns at once.
  * @retval KIVCS2STATUS_PARAM_ERR  `_buffer` is null
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2MultiBuffer_waitUnlock(KIVCS2MultiBuffer *_buffer);
 
 /**
- * Hands out the first free entry behind the one handed out last, with a block of at least `size` bytes;
+ * Hands out the first free entry after the one handed out last, with a block of at least `size` bytes;
  * release it with kivCS2MultiBuffer_releaseBuffer().
  * @param[out] _mem_ptr  the data pointer; untouched on failure
  * @retval KIVCS2STATUS_PARAM_ERR      `_buffer` or `_mem_ptr` is null
- * @retval KIVCS2STATUS_NO_BUFFER_ERR  every entry is in use, or there is none; the next search starts at 0
- * @retval KIVCS2STATUS_MEMORY_ERR     the block cannot grow and is as before; the entry stays free, and the
- *                                     next search starts one place further on than this one, or at 0 when
- *                                     this one started there or came round to it
+ * @retval KIVCS2STATUS_NO_BUFFER_ERR  every entry is in use, or there are no entries; the next search starts
+ *                                     at 0
+ * @retval KIVCS2STATUS_MEMORY_ERR     the block cannot grow and is unchanged; the entry stays free, and the
+ *                                     next search starts one place after the start of this one, or at 0 if
+ *                                     this one started there or wrapped around to it
  * @retval KIVCS2STATUS_MUTEX_ERR      the lock was not taken; nothing happened
  * Thread safety: any thread with the thread-safe flag.
  */
@@ -123,13 +124,13 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_allocateBuffer(KIVCS2MultiBuffer *_buf
                                                          void **_mem_ptr);
 
 /**
- * Hands out the first free entry of those with the indices `_s_idx` to `_e_idx`, both included, as
- * kivCS2MultiBuffer_allocateBuffer() does. A range that is empty or leaves the table is a mistake of the
- * caller, which the build with assertions reports; the other one passes over what is not in the table.
+ * Hands out the first free entry with an index from `_s_idx` to `_e_idx`, both included, as
+ * kivCS2MultiBuffer_allocateBuffer() does. A range that is empty or leaves the table is an error of the
+ * caller: a build with assertions reports it, a build without them skips the indices outside the table.
  * @param[out] _mem_ptr  the data pointer; untouched on failure
  * @retval KIVCS2STATUS_PARAM_ERR      `_buffer` or `_mem_ptr` is null
  * @retval KIVCS2STATUS_NO_BUFFER_ERR  no entry of the range is free; the next round-robin search starts at 0
- * @retval KIVCS2STATUS_MEMORY_ERR     the block cannot grow and is as before; the entry stays free
+ * @retval KIVCS2STATUS_MEMORY_ERR     the block cannot grow and is unchanged; the entry stays free
  * Thread safety: takes no lock; hold kivCS2MultiBuffer_lock() around it.
  */
 KIVCS2_API KIVCS2Status kivCS2MultiBuffer_allocateAvailableBuffer(KIVCS2MultiBuffer *_buffer, uint32_t size,
@@ -137,8 +138,8 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_allocateAvailableBuffer(KIVCS2MultiBuf
                                                                   void **_mem_ptr);
 
 /**
- * Returns a buffer; its memory is kept for the next one. That the buffer is not in use is reported by the
- * build with assertions alone; the other one changes nothing, with success. Linear in the number of entries.
+ * Returns a buffer; its memory is kept for the next use. Only a build with assertions reports a buffer that
+ * is not in use; without assertions the call changes nothing and succeeds. Linear in the number of entries.
  * @param[in] _mem_ptr  the data pointer
  * @param[out] _index   the entry's index; may be null
  * @retval KIVCS2STATUS_PARAM_ERR     `_buffer` or `_mem_ptr` is null
@@ -150,10 +151,10 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_releaseBuffer(KIVCS2MultiBuffer *_buff
                                                         int32_t *_index);
 
 /**
- * The entry that has been in use for the longest time.
- * @param[out] _entry  the entry, the multi-buffer's own; untouched on failure
- * @param[in] remove   exactly 1 takes it off the used list: it is free, and its memory goes to whoever asks
- *                     for a buffer next, so let no other call come before you are done with it
+ * Stores the entry that has been in use for the longest time.
+ * @param[out] _entry  the entry, owned by the multi-buffer; untouched on failure
+ * @param[in] remove   exactly 1 takes the entry off the used list: it is then free, and its memory goes to
+ *                     the next caller that requests a buffer, so finish with the entry before any other call
  * @retval KIVCS2STATUS_PARAM_ERR     `_buffer` or `_entry` is null
  * @retval KIVCS2STATUS_NO_ENTRY_ERR  no entry is in use
  * @retval KIVCS2STATUS_MUTEX_ERR     the lock was not taken; nothing happened
@@ -163,10 +164,10 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_getHeadEntry(KIVCS2MultiBuffer *_buffe
                                                        int32_t remove);
 
 /**
- * The entry that has a data pointer, in use or free. Linear in the number of entries.
+ * Finds the entry that has a data pointer, in use or free. Linear in the number of entries.
  * @param[in] _mem_ptr  the data pointer
  * @param[out] _index   the entry's index; may be null
- * @param[out] _entry   the entry, the multi-buffer's own
+ * @param[out] _entry   the entry, owned by the multi-buffer
  * @retval KIVCS2STATUS_PARAM_ERR     `_buffer`, `_mem_ptr` or `_entry` is null
  * @retval KIVCS2STATUS_NO_ENTRY_ERR  no entry has this data pointer; both results are untouched
  * @retval KIVCS2STATUS_MUTEX_ERR     the lock was not taken; nothing happened
@@ -176,7 +177,7 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_findEntryByMemPtr(KIVCS2MultiBuffer *_
                                                             int32_t *_index, KIVCS2BufferEntry **_entry);
 
 /**
- * The number of entries in use.
+ * Stores the number of entries in use.
  * @retval KIVCS2STATUS_PARAM_ERR  `_buffer` or `_usedCount` is null
  * @retval KIVCS2STATUS_MUTEX_ERR  the lock was not taken; nothing happened
  * Thread safety: any thread with the thread-safe flag.
@@ -184,8 +185,8 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_findEntryByMemPtr(KIVCS2MultiBuffer *_
 KIVCS2_API KIVCS2Status kivCS2MultiBuffer_getUsedCount(KIVCS2MultiBuffer *_buffer, uint32_t *_usedCount);
 
 /**
- * The share of entries in use, 0.0 to 1.0; 0.0 where there are none, and where the count cannot be read,
- * which is a success as well.
+ * Stores the share of entries in use, 0.0 to 1.0. It is 0.0 if there are no entries, and also if the count
+ * cannot be read, which is a success as well.
  * @retval KIVCS2STATUS_PARAM_ERR  `_buffer` or `_usage` is null
  * Thread safety: any thread with the thread-safe flag.
  */
@@ -194,7 +195,7 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_getUsage(KIVCS2MultiBuffer *_buffer, d
 /**
  * Shrinks the block of every free entry to 4 bytes; entries in use stay as they are.
  * @retval KIVCS2STATUS_PARAM_ERR   `_buffer` is null
- * @retval KIVCS2STATUS_MEMORY_ERR  a block cannot be shrunk; it and those behind it are as before
+ * @retval KIVCS2STATUS_MEMORY_ERR  a block cannot be shrunk; it and those after it are unchanged
  * @retval KIVCS2STATUS_MUTEX_ERR   the lock was not taken; nothing happened
  * Thread safety: any thread with the thread-safe flag.
  */
@@ -202,10 +203,10 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_compact(KIVCS2MultiBuffer *_buffer);
 
 /**
  * Changes the number of entries. Entries keep index, memory and data pointer; the used list is then in the
- * order of the indices, and the next search starts at 0. Fewer entries release the memory of those that fall
- * away. On failure nothing has changed.
+ * order of the indices, and the next search starts at 0. Reducing the number releases the memory of the
+ * entries removed. On failure nothing has changed.
  * @retval KIVCS2STATUS_PARAM_ERR   `_buffer` is null
- * @retval KIVCS2STATUS_STATE_ERR   an entry that would fall away is in use
+ * @retval KIVCS2STATUS_STATE_ERR   an entry that would be removed is in use
  * @retval KIVCS2STATUS_MEMORY_ERR  no room, or more entries than an index can name
  * @retval KIVCS2STATUS_MUTEX_ERR   the lock was not taken; nothing happened
  * Thread safety: any thread with the thread-safe flag.

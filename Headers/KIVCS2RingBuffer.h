@@ -3,18 +3,18 @@
  * Ring buffers: a fixed number of bytes between a producer and a consumer, or the history of the last
  * bytes of a stream.
  *
- * The caller owns the record: `init` allocates the storage, `dispose` frees it and leaves the record as
- * it was, so that a disposed record is neither used nor disposed again before the next `init`. Bytes are
- * all a ring knows: records in it have a size that producer and consumer have agreed on.
+ * The caller owns the record: `init` allocates the storage, `dispose` frees it but does not clear the record,
+ * so a disposed record must not be used or disposed again before the next `init`. A ring holds only bytes:
+ * for records in it, producer and consumer must agree on a size.
  *
- * There are two ways to look back. `fetch` takes the oldest bytes that nobody has fetched.
- * `readDataAtOffset` takes nothing, and from the first time the writing end has come round it reads the
- * last `capacity` bytes written, whether they have been fetched or not.
+ * There are two ways to read. `fetch` removes the oldest bytes that were not yet fetched. `readDataAtOffset`
+ * removes nothing. Once the writing end has wrapped around for the first time, it reads the last `capacity`
+ * bytes written, whether they have been fetched or not.
  *
- * Nothing is locked and no word is atomic. One thread that stores and one that fetches do not get by
- * without a lock either: both write `circulating`, both read the other's position, and the bytes of a store
- * need not have arrived when its new position is seen. In overwrite mode a store moves the reading end
- * as well. So put every call between the lock and the unlock of one KIVCS2Mutex.
+ * Nothing is locked and no word is atomic. Even one thread that stores and one that fetches need a lock: both
+ * write `circulating`, both read the other's position, and the bytes of a store need not have arrived when
+ * its new position is visible. In overwrite mode a store moves the reading end as well. So put every call
+ * between the lock and the unlock of one KIVCS2Mutex.
  */
 #ifndef KIVCS2_RING_BUFFER_H
 #define KIVCS2_RING_BUFFER_H
@@ -23,15 +23,15 @@
 
 KIVCS2_BEGIN_DECLS
 
-/** What becomes of a store that does not fit; any value without a name is as overwriting. */
+/** What happens to a store that does not fit; a value without a name counts as Overwrite. */
 typedef uint32_t KIVCS2RingBufferOpMode;
 enum
 {
-    KIVCS2RingBufferOpMode_Overwrite = 0, /**< the oldest bytes go, and `dataLost` is set */
+    KIVCS2RingBufferOpMode_Overwrite = 0, /**< the oldest bytes are lost, and `dataLost` is set */
     KIVCS2RingBufferOpMode_Reject = 1     /**< the store is refused and nothing changes */
 };
 
-/** A ring. Empty and full both have `head` at `tail`: `circulating` tells them apart. */
+/** A ring. Empty and full both have `head` equal to `tail`: `circulating` distinguishes them. */
 typedef struct KIVCS2RingBuffer
 {
     uint8_t *buffer;               /**< the storage */
@@ -39,31 +39,31 @@ typedef struct KIVCS2RingBuffer
     uint32_t capacity;             /**< bytes of storage */
     uint8_t *head;                 /**< the oldest byte that was not fetched */
     uint8_t *tail;                 /**< where the next stored byte goes */
-    uint8_t circulatedAtLeastOnce; /**< 1 from the first time `tail` came round; never cleared */
+    uint8_t circulatedAtLeastOnce; /**< 1 after `tail` wrapped around for the first time; never cleared */
     uint8_t circulating;           /**< 1 while `tail` is one lap ahead of `head` */
-    uint8_t dataLost;              /**< 1 once bytes were overwritten that nobody had fetched */
-    KIVCS2RingBufferOpMode opMode; /**< as it was set */
+    uint8_t dataLost;              /**< 1 once bytes were overwritten that had not been fetched */
+    KIVCS2RingBufferOpMode opMode; /**< the mode as it was set */
 } KIVCS2RingBuffer;
 
 /**
- * Allocates a ring of `size` bytes, empty and in overwrite mode, whatever the record held before.
+ * Allocates a ring of `size` bytes, empty and in overwrite mode. The record's previous contents are ignored.
  * @param[in] size  bytes, at least 2; all of them can be filled
  * @retval KIVCS2STATUS_PARAM_ERR   `rb` is null, or `size` is below 2; the record is unchanged
  * @retval KIVCS2STATUS_MEMORY_ERR  no storage; the record is unchanged
- * Thread safety: the owner alone.
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2RingBuffer_init(KIVCS2RingBuffer *rb, uint32_t size);
 
 /**
- * Frees the storage, if there is any, and leaves every member as it was: not to be called twice.
+ * Frees the storage, if there is any, and leaves every member unchanged: not to be called twice.
  * @retval KIVCS2STATUS_PARAM_ERR  `rb` is null
- * Thread safety: the owner alone.
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2RingBuffer_dispose(KIVCS2RingBuffer *rb);
 
 /**
- * Stores `size` bytes behind the newest: all of them or, on a failure, none. At most two copies.
- * @param[in] data  `size` bytes outside of the ring, copied
+ * Stores `size` bytes after the newest: all of them or, on a failure, none. At most two copies.
+ * @param[in] data  `size` bytes outside the ring, copied
  * @retval KIVCS2STATUS_PARAM_ERR     `rb` or `data` is null, or `size` is above the capacity
  * @retval KIVCS2STATUS_OVERFLOW_ERR  fewer than `size` bytes are free, in reject mode; nothing has changed
  * Thread safety: under the host's lock.
@@ -71,21 +71,20 @@ KIVCS2_API KIVCS2Status kivCS2RingBuffer_dispose(KIVCS2RingBuffer *rb);
 KIVCS2_API KIVCS2Status kivCS2RingBuffer_store(KIVCS2RingBuffer *rb, const void *data, uint32_t size);
 
 /**
- * Stores as kivCS2RingBuffer_store() does, again and again as long as the answer is
- * KIVCS2STATUS_OVERFLOW_ERR, and returns the first other status. It never gives up, so it counts on room
- * being made while it runs, by what is no part of this call: without that it does not return. Holding a
- * lock that the consumer takes too, it would wait for ever; a loop of lock, store, unlock and a wait is
- * the way for threads.
+ * Repeats kivCS2RingBuffer_store() as long as it returns KIVCS2STATUS_OVERFLOW_ERR, and returns the first
+ * other status. It never gives up, so room must be made from outside this call; otherwise it does not return.
+ * If its caller holds a lock that the consumer takes too, it waits for ever. Threads should use a loop of
+ * lock, store, unlock and a wait instead.
  * @param[in] microseconds  slept between two attempts; 0 spins
  * @retval KIVCS2STATUS_PARAM_ERR  `rb` or `data` is null, or `size` is above the capacity
- * Thread safety: none. A fetch by another thread in the meantime is the race told above.
+ * Thread safety: none. A fetch by another thread meanwhile is the race described above.
  */
 KIVCS2_API KIVCS2Status kivCS2RingBuffer_storeKeepTrying(KIVCS2RingBuffer *rb, const void *data,
                                                          uint32_t size, uint32_t microseconds);
 
 /**
- * Takes the oldest `size` bytes out: all of them or none. At most two copies.
- * @param[out] outData  room for `size` bytes outside of the ring
+ * Removes the oldest `size` bytes: all of them or none. At most two copies.
+ * @param[out] outData  room for `size` bytes outside the ring
  * @retval KIVCS2STATUS_PARAM_ERR    `rb` or `outData` is null, or `size` is above the capacity
  * @retval KIVCS2STATUS_NO_DATA_ERR  there are fewer; nothing has changed
  * Thread safety: under the host's lock.
@@ -93,14 +92,14 @@ KIVCS2_API KIVCS2Status kivCS2RingBuffer_storeKeepTrying(KIVCS2RingBuffer *rb, c
 KIVCS2_API KIVCS2Status kivCS2RingBuffer_fetch(KIVCS2RingBuffer *rb, void *outData, uint32_t size);
 
 /**
- * Copies `size` bytes that begin `offset` bytes behind the oldest, and takes nothing out. Until `tail`
- * comes round for the first time, the oldest byte is the first that was not fetched. From then on it is
- * the oldest of the last `capacity` bytes written, whatever has been fetched.
- * @param[out] outData  room for `size` bytes outside of the ring
+ * Copies `size` bytes that begin `offset` bytes after the oldest, and removes nothing. Until `tail` wraps
+ * around for the first time, the oldest byte is the first that was not fetched. After that it is the oldest
+ * of the last `capacity` bytes written, fetched or not.
+ * @param[out] outData  room for `size` bytes outside the ring
  * @retval KIVCS2STATUS_PARAM_ERR    `rb` or `outData` is null, or `size` and `offset` together are above
- *                                   the capacity, also where their sum does not fit 32 bits
- * @retval KIVCS2STATUS_NO_DATA_ERR  `tail` never came round and there are fewer bytes
- * Thread safety: under the host's lock; together with other readers that take nothing.
+ *                                   the capacity, also if their sum does not fit 32 bits
+ * @retval KIVCS2STATUS_NO_DATA_ERR  `tail` has never wrapped around and there are fewer bytes
+ * Thread safety: under the host's lock; together with other readers that remove nothing.
  */
 KIVCS2_API KIVCS2Status kivCS2RingBuffer_readDataAtOffset(const KIVCS2RingBuffer *rb, void *outData,
                                                           uint32_t size, uint32_t offset);
@@ -129,22 +128,22 @@ KIVCS2_API KIVCS2Status kivCS2RingBuffer_getFetchBytesAvailable(const KIVCS2Ring
 KIVCS2_API KIVCS2Status kivCS2RingBuffer_getUtilization(const KIVCS2RingBuffer *rb, float *outUtilization);
 
 /**
- * Clears `dataLost`; nothing else does.
+ * Clears `dataLost`; only this operation does.
  * @retval KIVCS2STATUS_PARAM_ERR  `rb` is null
  * Thread safety: under the host's lock.
  */
 KIVCS2_API KIVCS2Status kivCS2RingBuffer_resetDataLostIndicator(KIVCS2RingBuffer *rb);
 
 /**
- * Sets what becomes of stores that do not fit, from the next one on.
- * @param[in] mode  KIVCS2RingBufferOpMode; kept as it is given
+ * Sets what happens to stores that do not fit, from the next one on.
+ * @param[in] mode  KIVCS2RingBufferOpMode; stored as given
  * @retval KIVCS2STATUS_PARAM_ERR  `rb` is null
  * Thread safety: under the host's lock.
  */
 KIVCS2_API KIVCS2Status kivCS2RingBuffer_setOperationMode(KIVCS2RingBuffer *rb, KIVCS2RingBufferOpMode mode);
 
 /**
- * Writes the members but the storage's start to the log, as one message.
+ * Writes all members except the storage's start to the log, as one message.
  * @retval KIVCS2STATUS_PARAM_ERR  `rb` is null
  * Thread safety: under the host's lock.
  */

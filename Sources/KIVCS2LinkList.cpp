@@ -128,7 +128,7 @@ bool kivCS2LinkElem_moveInFront(KIVCS2LinkElem *_f_elem, KIVCS2LinkElem *_b_elem
 
     if (!_b_elem)
     {
-        // Kept: "moved" also when it was the last.
+        // Kept: returns "moved" even if it was the last already.
         kivCS2LinkList_appendElem(_f_elem->m_list, _f_elem);
         return true;
     }
@@ -148,7 +148,7 @@ bool kivCS2LinkElem_moveBehind(KIVCS2LinkElem *_f_elem, KIVCS2LinkElem *_b_elem)
 
     if (!_b_elem)
     {
-        // Kept: "moved" also when it was the first.
+        // Kept: returns "moved" even if it was the first already.
         kivCS2LinkList_prependElem(_f_elem->m_list, _f_elem);
         return true;
     }
@@ -165,7 +165,7 @@ KIVCS2LinkElem *kivCS2LinkList_sort(KIVCS2LinkList *_list, KIVCS2LinkListCmpFunc
     KIV_ASSERT(_list);
     KIV_ASSERT(_cmp_func);
 
-    // Kept: m_prev stays at the element that was last before.
+    // Kept: m_prev stays at the element that was last before the sort.
     if (_list->m_count >= 2)
         _list->m_next = kivCS2LinkList_sortElems(_list->m_next, _cmp_func);
     return _list->m_next;
@@ -181,7 +181,7 @@ KIVCS2LinkElem *kivCS2LinkList_sortElems(KIVCS2LinkElem *_list, KIVCS2LinkListCm
 
 void kivCS2LinkList_unlinkElems(KIVCS2LinkList *list)
 {
-    // From the start: after a sort m_prev may name an element that has left the list since.
+    // From the start: after a sort m_prev may point to an element that has left the list since.
     KIVCS2LinkElem *elem = list->m_next;
     while (elem && elem->m_list == list)
     {

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdlib>
 
-// A link element leads to its node by its address alone.
+// A link element has the address of its node.
 static_assert(offsetof(KIVCS2LinkTreeNode, m_link) == 0);
 
 namespace
@@ -18,7 +18,7 @@ KIVCS2LinkTreeNode *nodeOf(KIVCS2LinkElem *elem)
     return reinterpret_cast<KIVCS2LinkTreeNode *>(elem);
 }
 
-// The node whose list of children holds `node`; the parent that was given may be another.
+// Returns the node whose list of children holds `node`; this may differ from the parent that was given.
 KIVCS2LinkTreeNode *holderOf(const KIVCS2LinkTreeNode *node)
 {
     auto *list = reinterpret_cast<std::byte *>(node->m_link.m_list);
@@ -30,8 +30,8 @@ bool hasFlag(const KIVCS2LinkTreeNode *node, uint32_t mask)
     return (node->m_flags & mask) != 0;
 }
 
-// Lets go of the children of a node whose list is about to end: unlinking one later must not write to it.
-// Their m_next stays, for the walk that has noted them.
+// Releases the children of a node whose list is about to end: unlinking a child later must not write to that
+// list. Their m_next stays, for a walk that has noted them.
 void abandonChildren(KIVCS2LinkTreeNode *node, KIVCS2LinkTreeNode *parentLeft)
 {
     for (KIVCS2LinkElem *child = node->m_children.m_next; child; child = child->m_next)
@@ -42,7 +42,7 @@ void abandonChildren(KIVCS2LinkTreeNode *node, KIVCS2LinkTreeNode *parentLeft)
     }
 }
 
-// One walk over a tree: what to call, and when to end.
+// One walk over a tree: the callback, and the condition that ends it.
 struct Walk
 {
     KIVCS2LinkTree *tree;
@@ -59,12 +59,12 @@ struct Walk
     }
 };
 
-// Depth that one call covers; deeper levels take another call. It keeps the stack of a deep tree small.
+// The depth that one call covers; deeper levels need another call. This keeps the stack of a deep tree small.
 constexpr size_t kLevelsPerCall = 64;
 
-// Walks the siblings from `first` on and all below. Visits may release their nodes, so all that is known of
-// a level is the next sibling, noted before the visit. `top` is the node of `first`'s level on whose side
-// the walk is.
+// Walks the siblings from `first` on and all nodes below. Visits may release their nodes, so the walk keeps
+// only the next sibling of each level, noted before the visit. `top` is the node of `first`'s level in whose
+// subtree the walk is.
 [[nodiscard]] KIVCS2Status walkSiblings(const Walk &walk, KIVCS2LinkElem *first, KIVCS2LinkTreeNode *&top)
 {
     std::array<KIVCS2LinkElem *, kLevelsPerCall> pending;
@@ -172,7 +172,7 @@ KIVCS2Status _kivCS2LinkTree_attachNode(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode
 {
     if (!tree || !node)
         return KIVCS2STATUS_PARAM_ERR;
-    // Kept: neither the parent's lock nor one above it refuses; hosts lock a node and still add below.
+    // Kept: locks of the parent and above it do not refuse; hosts lock a node and still add below it.
     if (hasFlag(node, KIVCS2LinkTreeNodeFlag_Locked))
         return KIVCS2STATUS_NODE_LOCKED_ERR;
 
@@ -219,13 +219,13 @@ KIVCS2Status _kivCS2LinkTree_insertNode(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode
         return _kivCS2LinkTree_attachNode(tree, parent, node);
     if (hasFlag(node, KIVCS2LinkTreeNodeFlag_Locked) || hasFlag(sibling, KIVCS2LinkTreeNodeFlag_Locked))
         return KIVCS2STATUS_NODE_LOCKED_ERR;
-    // A root or a loose node has nothing before which another could stand.
+    // A root or a loose node is in no list, so nothing can be inserted before it.
     if (sibling == node || !sibling->m_link.m_list)
         return KIVCS2STATUS_PARAM_ERR;
 
     kivCS2LinkElem_unlink(&node->m_link);
     kivCS2LinkList_insertElemBefore(&node->m_link, &sibling->m_link);
-    // Kept: the parent is the one given, also where it does not hold the sibling.
+    // Kept: the parent is the one given, even if it does not hold the sibling.
     node->m_parent = parent;
     return KIVCS2STATUS_OK;
 }
@@ -252,7 +252,7 @@ KIVCS2Status _kivCS2LinkTree_freeNode(KIVCS2LinkTreeNode *node, uint32_t freeFla
     kivCS2LinkElem_unlink(&node->m_link);
     if (freeFlag != 1)
     {
-        // Kept: the children go on naming it as their parent, and the node forgets them and its flags.
+        // Kept: the children still name it as their parent, and the node forgets them and its flags.
         abandonChildren(node, node);
         return _kivCS2LinkTree_initNode(node, node->m_callback);
     }
@@ -269,7 +269,7 @@ KIVCS2Status _kivCS2LinkTree_free(KIVCS2LinkTree *tree)
     if (!tree)
         return KIVCS2STATUS_PARAM_ERR;
 
-    // Kept: what refuses and what the walk leaves out stays with the host, and the tree is empty.
+    // Kept: nodes that refuse and nodes that the walk skips stay with the host, and the tree is empty.
     (void)_kivCS2LinkTree_traverseNodes(tree, nullptr, nullptr, _kivCS2LinkTree_freeNodeCallback, nullptr, 1);
     tree->m_root = nullptr;
     return KIVCS2STATUS_OK;
@@ -287,7 +287,7 @@ KIVCS2Status _kivCS2LinkTree_traverseNodes(KIVCS2LinkTree *tree, KIVCS2LinkTreeN
 
     const Walk walk{tree, callback, context, all != 0};
     KIVCS2LinkElem *children = first->m_children.m_next;
-    // Kept: a search that ends further down answers the node's ancestor on the first level.
+    // Kept: a search that ends further down returns the node's ancestor on the first level.
     KIVCS2LinkTreeNode *found = first;
     KIVCS2Status result = walk.visit(first);
     if (result == KIVCS2STATUS_OK)
@@ -305,8 +305,8 @@ KIVCS2Status _kivCS2LinkTree_countNodes(KIVCS2LinkTree *tree, KIVCS2LinkTreeNode
     if (!first)
         return KIVCS2STATUS_OK;
 
-    // Kept: skipped nodes count, and the count goes on from what the caller stored.
-    // Nothing is released on the way, so the lists lead back up without a stack.
+    // Kept: skipped nodes count, and the count is added to the caller's value. Nothing is released meanwhile,
+    // so the lists lead back up without a stack.
     for (KIVCS2LinkTreeNode *node = first;; node = nodeOf(node->m_link.m_next))
     {
         ++*count;

@@ -1,4 +1,4 @@
-// Memory pools: objects of one size out of one block, in the order in which they were returned.
+// Memory pools: objects of one size from one block, in the order in which they were returned.
 #include "KIVCS2MemoryPool.h"
 
 #include "Private/Lists/Links.h"
@@ -11,7 +11,7 @@
 
 namespace
 {
-// Of objects that are no part of one array, only numbers may be compared.
+// Pointers to objects of different arrays can only be compared as numbers.
 bool isOfBlock(const KIVCS2MemoryPool &pool, const void *object)
 {
     const auto address = reinterpret_cast<uintptr_t>(object);
@@ -25,7 +25,7 @@ KIVCS2LinkElem *linkOf(void *object)
     return static_cast<KIVCS2LinkElem *>(object);
 }
 
-// As memset, and without its call for the sizes that most pools have: it would be a tenth of the whole.
+// As memset, but without a call for the sizes of most pools: the call would be a tenth of the total time.
 void clear(void *object, size_t size)
 {
     constexpr size_t kHalf = 32;
@@ -39,12 +39,12 @@ void clear(void *object, size_t size)
     std::memset(bytes + size - kHalf, 0, kHalf);
 }
 
-// The object that is next in turn, or one of the heap, or null. Under the lock.
+// Returns the next object in turn, or one from the heap, or null. Under the lock.
 [[nodiscard]] void *takeObject(KIVCS2MemoryPool &pool)
 {
     if (KIVCS2LinkElem *first = pool.m_objects.m_next; first != nullptr)
     {
-        kiv::unlink(first, &pool.m_objects); // and with its link the last of it is zero
+        kiv::unlink(first, &pool.m_objects); // clearing its link completes the zeroes
         return first;
     }
     void *object = pool.m_allowExternal != 0 ? std::malloc(pool.m_objectSize) : nullptr;
@@ -63,7 +63,7 @@ KIVCS2Status kivCS2MemoryPool_init(KIVCS2MemoryPool *pool, uint32_t poolSize, ui
     KIV_CHECK(objectSize > 0);
 
     *pool = {};
-    // Every object is written to below: room that the kernel grants and cannot back would end the process.
+    // Every object is written to below: memory that the kernel grants but cannot back would end the process.
     const uint64_t bytes = uint64_t{poolSize} * objectSize;
     if (!kiv::fitsMemory(bytes))
         return KIVCS2STATUS_MEMORY_ERR;
@@ -95,7 +95,7 @@ KIVCS2Status kivCS2MemoryPool_free(KIVCS2MemoryPool *pool)
     KIV_ASSERT(pool->m_externalObjects == 0);
     KIV_ASSERT(pool->m_objects.m_count == pool->m_poolSize);
 
-    // Kept: without assertions the block goes also with objects that are out.
+    // Kept: without assertions the block is released even if objects are still out.
     std::free(pool->m_storage);
     (void)kivCS2Mutex_free(&pool->m_mutex); // not null: cannot fail
     *pool = {};
@@ -107,7 +107,7 @@ KIVCS2Status kivCS2MemoryPool_allocObject(KIVCS2MemoryPool *pool, void **object)
     KIV_CHECK(pool);
     KIV_CHECK(object);
 
-    *object = nullptr; // so that it tells, whatever the status, whether there is one to return
+    *object = nullptr; // so that it shows, whatever the status, whether there is an object to return
     void *taken = nullptr;
     {
         kiv::MutexLock lock{pool->m_mutex};
@@ -117,7 +117,7 @@ KIVCS2Status kivCS2MemoryPool_allocObject(KIVCS2MemoryPool *pool, void **object)
     if (taken == nullptr)
         return KIVCS2STATUS_MEMORY_ERR;
     *object = taken;
-    // Kept: the object is handed out also when the callback fails.
+    // Kept: the object is handed out even if the callback fails.
     return pool->m_allocFunc != nullptr ? pool->m_allocFunc(taken) : KIVCS2STATUS_OK;
 }
 

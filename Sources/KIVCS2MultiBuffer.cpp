@@ -11,7 +11,7 @@
 
 namespace
 {
-constexpr uint32_t kIdleBlock = 4; // bytes: what a compacted entry keeps
+constexpr uint32_t kIdleBlock = 4; // bytes that a compacted entry keeps
 constexpr int32_t kNoIndex = -1;
 
 bool isThreadSafe(const KIVCS2MultiBuffer &buffer)
@@ -24,8 +24,8 @@ bool isFree(const KIVCS2BufferEntry &entry)
     return entry.m_link.m_list == nullptr;
 }
 
-// Holds the multi-buffer for a scope. Ask status() before touching the record; end with unlock() where its
-// status is the operation's.
+// Holds the lock for a scope. Check status() before touching the record; end with unlock() if its status is
+// the operation's.
 class Hold
 {
 public:
@@ -53,11 +53,11 @@ public:
     }
 
 private:
-    KIVCS2MultiBuffer *m_buffer; // null once the scope has let go
+    KIVCS2MultiBuffer *m_buffer; // null once the scope has released the lock
     KIVCS2Status m_status;
 };
 
-// Entries of an array that is not in a multi-buffer yet: released with their blocks unless given away.
+// Entries of an array that is not in a multi-buffer yet: released with their blocks unless taken over.
 class NewEntries
 {
 public:
@@ -71,15 +71,15 @@ public:
     NewEntries(const NewEntries &) = delete;
     NewEntries &operator=(const NewEntries &) = delete;
 
-    // Room for `count` entries, of which those from `first` on become free entries.
+    // Makes room for `count` entries, of which those from `first` on become free entries.
     [[nodiscard]] KIVCS2Status make(uint32_t count, uint32_t first)
     {
-        // Every block takes two words of the heap at least; the kernel would end the process over what it
-        // has granted and cannot back.
+        // Every block takes at least two words of the heap; the kernel would end the process if it had
+        // granted memory that it cannot back.
         constexpr uint64_t kBytesPerEntry = sizeof(KIVCS2BufferEntry) + 32;
         if (count > uint32_t{std::numeric_limits<int32_t>::max()} || !kiv::fitsMemory(count * kBytesPerEntry))
             return KIVCS2STATUS_MEMORY_ERR;
-        // No entries are an array too, so that null always means that there was no room.
+        // An array of no entries is allocated too, so that null always means that there was no room.
         m_entries = static_cast<KIVCS2BufferEntry *>(
             kivCS2ZeroMalloc(sizeof(KIVCS2BufferEntry) * std::max<size_t>(count, 1)));
         if (m_entries == nullptr)
@@ -96,7 +96,7 @@ public:
 
 private:
     KIVCS2BufferEntry *m_entries = nullptr;
-    uint32_t m_first = 0; // those before are another array's
+    uint32_t m_first = 0; // the entries before it belong to another array
     uint32_t m_end = 0;
 };
 
@@ -146,7 +146,7 @@ KIVCS2Status kivCS2MultiBuffer_init(KIVCS2MultiBuffer *_buffer, uint32_t count, 
 {
     KIV_CHECK((_buffer) != NULL);
 
-    // Nobody else knows the record yet, so what it is made of can be made before there is a lock.
+    // No other thread knows the record yet, so its contents can be made before there is a lock.
     *_buffer = {};
     NewEntries entries;
     KIV_TRY(entries.make(count, 0));
@@ -170,7 +170,7 @@ KIVCS2Status kivCS2MultiBuffer_free(KIVCS2MultiBuffer *_buffer)
         const KIVCS2Status status = kivCS2BufferEntry_free(&_buffer->m_buffers[index]);
         if (KIVCS2_FAILED(status))
         {
-            (void)hold.keepLocked(); // Kept: nobody gets at what is half released.
+            (void)hold.keepLocked(); // Kept: no thread can reach the half released record.
             return status;
         }
     }
@@ -205,7 +205,7 @@ KIVCS2Status kivCS2MultiBuffer_waitUnlock(KIVCS2MultiBuffer *_buffer)
 {
     KIV_CHECK((_buffer) != NULL);
 
-    const Hold hold{_buffer}; // and lets go at once
+    const Hold hold{_buffer}; // releases it at once
     return KIVCS2STATUS_OK;
 }
 
@@ -224,7 +224,7 @@ KIVCS2Status kivCS2MultiBuffer_allocateBuffer(KIVCS2MultiBuffer *_buffer, uint32
         start = int64_t{_buffer->m_lastIndex} + 1;
         if (start >= _buffer->m_count)
             start = 0;
-        // Kept: also a search that fails for memory has moved on, unless it started at 0 or came round.
+        // Kept: a search that fails for memory has also moved on, unless it started at 0 or wrapped around.
         _buffer->m_lastIndex = start > 0 ? static_cast<int32_t>(start) : kNoIndex;
     }
     KIVCS2Status status = handOutFirstFree(*_buffer, size, start, int64_t{_buffer->m_count} - 1, _mem_ptr);
@@ -253,7 +253,7 @@ KIVCS2Status kivCS2MultiBuffer_releaseBuffer(KIVCS2MultiBuffer *_buffer, const v
     KIV_CHECK((_buffer) != NULL);
     KIV_CHECK((_mem_ptr) != NULL);
 
-    // One hold over both steps: a resize by another thread between them would take the entry away.
+    // Locked across both steps: a resize by another thread between them would remove the entry.
     Hold hold{_buffer};
     KIV_TRY(hold.status());
     KIVCS2BufferEntry *buf = nullptr;
@@ -355,7 +355,7 @@ KIVCS2Status kivCS2MultiBuffer_resize(KIVCS2MultiBuffer *_buffer, uint32_t newCo
     if (newCount == oldCount)
         return hold.unlock();
 
-    // Nothing of the record is touched before all that can fail is done.
+    // The record is touched only after all steps that can fail.
     for (uint32_t index = newCount; index < oldCount; ++index)
         if (!isFree(_buffer->m_buffers[index]))
             return KIVCS2STATUS_STATE_ERR;
@@ -370,7 +370,7 @@ KIVCS2Status kivCS2MultiBuffer_resize(KIVCS2MultiBuffer *_buffer, uint32_t newCo
     {
         KIVCS2BufferEntry &entry = _buffer->m_buffers[index];
         entry.m_mem_ptr = oldBuffers[index].m_mem_ptr;
-        // Kept: the used list is in the order of the indices from here on.
+        // Kept: from here on the used list is in the order of the indices.
         if (!isFree(oldBuffers[index]))
             kivCS2LinkList_appendElem(&_buffer->m_usedList, &entry.m_link);
     }

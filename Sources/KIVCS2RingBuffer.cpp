@@ -31,7 +31,7 @@ constexpr uint32_t kSmallestSize = 2;
     return rb.capacity - freeBytes(rb);
 }
 
-// What a store has behind it once its bytes are in: a ring that had `free` bytes free and got `size`.
+// Updates the head after a store: the ring had `free` bytes free and received `size`.
 inline void settleHead(KIVCS2RingBuffer &rb, uint32_t free, uint32_t size)
 {
     if (size < free)
@@ -41,7 +41,7 @@ inline void settleHead(KIVCS2RingBuffer &rb, uint32_t free, uint32_t size)
         rb.dataLost = 1;
 }
 
-// A store that is long or comes to the end of the storage. Apart, so that short ones keep no registers.
+// A store that is long or reaches the end of the storage. Separate, so that short stores save no registers.
 [[gnu::noinline]] void storeAround(KIVCS2RingBuffer &rb, const void *data, uint32_t size, uint32_t free)
 {
     const uint32_t room = distance(rb.tail, rb.buffer_end);
@@ -61,7 +61,7 @@ inline void settleHead(KIVCS2RingBuffer &rb, uint32_t free, uint32_t size)
     settleHead(rb, free, size);
 }
 
-// Copies out of the storage from `position` on, going on at its start.
+// Copies out of the storage from `position` on and continues at its start.
 void copyOut(const KIVCS2RingBuffer &rb, const uint8_t *position, void *outData, uint32_t size)
 {
     const uint32_t ahead = std::min(size, distance(position, rb.buffer_end));
@@ -69,7 +69,7 @@ void copyOut(const KIVCS2RingBuffer &rb, const uint8_t *position, void *outData,
     kiv::copyBytes(static_cast<uint8_t *>(outData) + ahead, rb.buffer, size - ahead);
 }
 
-// A fetch that is long or comes to the end of the storage.
+// A fetch that is long or reaches the end of the storage.
 [[gnu::noinline]] void fetchAround(KIVCS2RingBuffer &rb, void *outData, uint32_t size)
 {
     const uint32_t ahead = distance(rb.head, rb.buffer_end);
@@ -116,7 +116,7 @@ KIVCS2Status kivCS2RingBuffer_dispose(KIVCS2RingBuffer *rb)
 {
     KIV_CHECK(rb);
 
-    std::free(rb->buffer); // Kept: hosts rely on members that stay as they were, the storage's address too.
+    std::free(rb->buffer); // Kept: hosts rely on unchanged members, including the storage's address.
     return KIVCS2STATUS_OK;
 }
 
@@ -155,7 +155,7 @@ KIVCS2Status kivCS2RingBuffer_storeKeepTrying(KIVCS2RingBuffer *rb, const void *
             return status;
         if (microseconds > 0)
             sleepFor(microseconds);
-        // What makes room is not to be seen from here: the record is read again, not remembered.
+        // The compiler cannot see what makes room: the record must be read again, not remembered.
         std::atomic_signal_fence(std::memory_order_seq_cst);
     }
 }
@@ -186,11 +186,11 @@ KIVCS2Status kivCS2RingBuffer_readDataAtOffset(const KIVCS2RingBuffer *rb, void 
     KIV_CHECK(rb);
     KIV_CHECK(outData);
 
-    const uint64_t end = uint64_t{size} + offset; // in 32 bits the sum could wrap and pass the test
+    const uint64_t end = uint64_t{size} + offset; // in 32 bits the sum could wrap and pass the check
     if (end > rb->capacity)
         return KIVCS2STATUS_PARAM_ERR;
 
-    // Kept: hosts rely on a history that does not mind what has been fetched, once the ring is filled.
+    // Kept: once the ring was filled, hosts rely on a history that ignores what has been fetched.
     const uint8_t *position = rb->tail;
     if (rb->circulatedAtLeastOnce == 0)
     {

@@ -1,5 +1,5 @@
-// The links of an element: set and cleared, for the list's own operations and for modules that take and put
-// one element a call.
+// Setting and clearing the links of an element, for the list's own operations and for modules that take and
+// put one element per call.
 #ifndef KIV_PRIVATE_LISTS_LINKS_H
 #define KIV_PRIVATE_LISTS_LINKS_H
 
@@ -7,7 +7,7 @@
 
 namespace kiv
 {
-// The pointer that leads to what follows `prev`: the list's own where nothing precedes.
+// The pointer to the element after `prev`: that of the list itself if `prev` is null.
 inline KIVCS2LinkElem *&nextOf(KIVCS2LinkElem *prev, KIVCS2LinkList *list)
 {
     return prev ? prev->m_next : list->m_next;

@@ -1,5 +1,5 @@
-// Sorting of chains: chunks of pointers are merged in the cache, then the sorted chains many at a time, so
-// that each element's memory is fetched three times for a million elements instead of twenty.
+// Sorting of chains: chunks of pointers are merged in the cache, then many sorted chains at a time, so that
+// for a million elements each element's memory is fetched three times instead of twenty.
 #include "Private/Lists/Sort.h"
 
 #include <algorithm>
@@ -18,11 +18,11 @@ using Compare = KIVCS2LinkListCmpFunc;
 
 constexpr size_t kChunk = 1024;   // elements sorted as pointers; two buffers of 8 KiB
 constexpr size_t kWays = 32;      // chains merged at a time
-constexpr size_t kLevels = 11;    // kChunk * kWays^kLevels elements are more than memory has
-constexpr size_t kOrderTest = 16; // runs from this length on are first tested for lying in order
+constexpr size_t kLevels = 11;    // kChunk * kWays^kLevels elements are more than memory holds
+constexpr size_t kOrderTest = 16; // runs of at least this length are first checked for being in order
 
-// `second` or `first` without a branch, which the compilers make of ?: here. A random order is a coin toss,
-// and a wrong guess costs more than the comparison.
+// `second` or `first` without a branch, which the compilers would make of ?: here. In random order the branch
+// is a coin toss, and a wrong guess costs more than the comparison.
 [[nodiscard]] uintptr_t select(bool takeSecond, uintptr_t first, uintptr_t second)
 {
     return first ^ ((first ^ second) & (uintptr_t{0} - takeSecond));
@@ -52,9 +52,9 @@ void mergeRuns(Elem *const *left, size_t lefts, Elem *const *right, size_t right
     std::copy(right + r, right + rights, to);
 }
 
-// Merges two runs of one length from both ends at once: two chains of comparisons that do not wait for each
-// other, and no end of a run to watch, as either run lasts for `count` steps. False, with the result void,
-// when answers contradict each other, so that the ends do not meet.
+// Merges two runs of equal length from both ends at once. The two chains of comparisons do not wait for each
+// other, and no end of a run needs watching, because each run lasts for `count` steps. False, with the result
+// void, if contradicting comparisons keep the ends from meeting.
 [[nodiscard]] bool mergeFromBothEnds(Elem *const *left, Elem *const *right, size_t count, Elem **to,
                                      Compare cmp)
 {
@@ -100,7 +100,7 @@ void mergeNeighbours(Elem *const *left, size_t lefts, size_t rights, Elem **to, 
         mergeRuns(left, lefts, right, rights, to, cmp);
 }
 
-// Sorts `count` pointers and returns the buffer that has them in order.
+// Sorts `count` pointers and returns the buffer that holds them in order.
 [[nodiscard]] Elem **sortPointers(Elem **from, Elem **to, size_t count, Compare cmp)
 {
     for (size_t at = 0; at + 1 < count; at += 2)
@@ -145,8 +145,8 @@ void join(Elem *prev, Elem *next)
     return {sorted[0], sorted[count - 1]};
 }
 
-// Merges up to kWays chains with a tournament: a leaf for the head of each chain, and in each node the
-// winner of the two below.
+// Merges up to kWays chains with a tournament: a leaf for the head of each chain, and in each node the winner
+// of the two nodes below.
 class Tournament
 {
 public:
@@ -179,7 +179,7 @@ public:
 private:
     struct Entry
     {
-        Elem *elem; // null where a chain has ended
+        Elem *elem; // null if a chain has ended
         size_t leaf;
     };
 
@@ -189,7 +189,7 @@ private:
                 kiv::select(takeSecond, first.leaf, second.leaf)};
     }
 
-    // The next head's successor will be needed some comparisons later: have it fetched by then.
+    // The successor of the next head is needed some comparisons later: start fetching it now.
     [[nodiscard]] static Elem *head(Elem *elem)
     {
         if (elem)
@@ -229,8 +229,8 @@ private:
     return count == 1 ? chains[0] : Tournament{chains, count, cmp}.merge();
 }
 
-// Sorted chains that wait to be merged, each level kWays times as long as the one below. Earlier elements
-// are on higher levels.
+// Sorted chains that wait to be merged, each level kWays times as long as the one below. Earlier elements are
+// on higher levels.
 class Levels
 {
 public:
@@ -272,7 +272,7 @@ private:
     std::array<std::array<Elem *, kWays>, kLevels> m_chains;
 };
 
-// Extends `run` by the chain that follows it where the two lie in order or in reverse.
+// Extends `run` by the chain that follows it if the two are in order or in reverse order.
 [[nodiscard]] bool extend(Chain &run, const Chain &next, Compare cmp)
 {
     if (cmp(run.last, next.first) <= 0)

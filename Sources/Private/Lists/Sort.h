@@ -7,7 +7,7 @@
 namespace kiv
 {
 // Sorts a chain that ends with a null m_next; sets both links of every element and returns the first.
-// Contradicting answers of `cmp` give some order of the same elements.
+// Contradicting results of `cmp` give some order of the same elements.
 [[nodiscard]] KIVCS2LinkElem *sortChain(KIVCS2LinkElem *first, KIVCS2LinkListCmpFunc cmp);
 } // namespace kiv
 
