@@ -1,10 +1,10 @@
 /**
  * @file
- * Mutexes: a POSIX mutex that reports by status, optionally recursive or shared between processes.
+ * Mutexes: a POSIX mutex that returns a status, optionally recursive or shared between processes.
  *
  * The caller owns the record: `init` fills it, `free` destroys the system mutex and zeroes the
  * record, which may then be initialised again. Locking, trying and unlocking may be done from any
- * thread; `init` and `free` belong to the owner, while nobody holds or waits for the mutex. A
+ * thread; `init` and `free` belong to the owner, while no thread holds or waits for the mutex. A
  * process-shared mutex must itself lie in memory that the processes share.
  */
 #ifndef KIVCS2_MUTEX_H
@@ -25,7 +25,7 @@ enum
     KIVCS2MutexOptions_ProcessShared = 2 /**< PTHREAD_PROCESS_SHARED */
 };
 
-/** A mutex. The system's mutex comes first, so the record can stand where one is expected. */
+/** A mutex. The system's mutex comes first, so the record can be used in its place. */
 typedef struct KIVCS2Mutex
 {
     pthread_mutex_t m_mutex;
@@ -33,23 +33,23 @@ typedef struct KIVCS2Mutex
 } KIVCS2Mutex;
 
 /**
- * Makes a mutex in `mutex`, whatever the record held before.
- * @param[in] options  KIVCS2MutexOptions; that a mutex cannot be shared is not reported
+ * Makes a mutex in `mutex`. The record's previous contents are ignored.
+ * @param[in] options  KIVCS2MutexOptions; a mutex that cannot be shared is not reported
  * @retval KIVCS2STATUS_PARAM_ERR  `mutex` is null
- * @retval KIVCS2STATUS_MUTEX_ERR  the system made none; the record is zero
- * Thread safety: the owner alone. Source: POSIX.1-2017, pthread_mutex_init.
+ * @retval KIVCS2STATUS_MUTEX_ERR  the system could not make a mutex; the record is zero
+ * Thread safety: only the owner. Source: POSIX.1-2017, pthread_mutex_init.
  */
 KIVCS2_API KIVCS2Status kivCS2Mutex_init(KIVCS2Mutex *mutex, KIVCS2MutexOptions options);
 
 /**
  * Destroys the mutex and zeroes the record. Freeing a freed or zeroed record is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `mutex` is null
- * Thread safety: the owner alone.
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2Mutex_free(KIVCS2Mutex *mutex);
 
 /**
- * Locks the mutex, waiting for it as long as it takes.
+ * Locks the mutex; waits for it as long as it takes.
  * @retval KIVCS2STATUS_PARAM_ERR  `mutex` is null or not initialised
  * @retval KIVCS2STATUS_MUTEX_ERR  the system refused; the mutex is not held by this call
  * Thread safety: any thread.
@@ -57,17 +57,17 @@ KIVCS2_API KIVCS2Status kivCS2Mutex_free(KIVCS2Mutex *mutex);
 KIVCS2_API KIVCS2Status kivCS2Mutex_lock(KIVCS2Mutex *mutex);
 
 /**
- * Locks the mutex if that needs no wait.
+ * Locks the mutex if this needs no wait.
  * @retval KIVCS2STATUS_PARAM_ERR       `mutex` is null or not initialised
- * @retval KIVCS2STATUS_MUTEX_BUSY_ERR  it was not locked, for whatever reason
+ * @retval KIVCS2STATUS_MUTEX_BUSY_ERR  the mutex was not locked by this call, for any reason
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2Mutex_tryLock(KIVCS2Mutex *mutex);
 
 /**
- * Unlocks the mutex once; a recursive one is free after as many unlocks as locks.
+ * Unlocks the mutex once; a recursive mutex is free after as many unlocks as locks.
  * @retval KIVCS2STATUS_PARAM_ERR  `mutex` is null or not initialised
- * @retval KIVCS2STATUS_MUTEX_ERR  the system refused, for one a recursive mutex of another thread
+ * @retval KIVCS2STATUS_MUTEX_ERR  the system refused, for example a recursive mutex of another thread
  * Thread safety: the thread that holds it.
  */
 KIVCS2_API KIVCS2Status kivCS2Mutex_unlock(KIVCS2Mutex *mutex);

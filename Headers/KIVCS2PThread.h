@@ -1,18 +1,18 @@
 /**
  * @file
- * Threads, and semaphore threads: a worker that runs a callback once for every signal it is given.
+ * Threads, and semaphore threads: a worker that runs a callback once for every signal it receives.
  *
  * The caller owns the records. A thread's record remembers whether the thread was joined or
  * detached, so that `free` never leaks it; it must not be joined, detached or freed from two
  * threads at once.
  *
- * A semaphore thread may be signalled from any thread; signals given while it is busy are counted
- * and run later. `cancel` and `free` wait for the run in progress and for the end callback, and drop
- * the runs that were queued. A callback may end its own worker, without a wait:
- * - `cancel` detaches the worker, which makes the end callback when the run in progress returns;
- *   the record is not looked at again, so its owner may free it from any thread.
- * - `free` makes the end callback itself, if it was still to come. When it returns, record and
- *   context belong to the host alone, as after a `free` from another thread.
+ * A semaphore thread may be signalled from any thread; signals received while it is busy are counted and run
+ * later. `cancel` and `free` wait for the run in progress and for the end callback, and drop the queued runs.
+ * A callback may end its own worker, without a wait:
+ * - `cancel` detaches the worker, which calls the end callback when the run in progress returns; the record
+ *   is not read again, so its owner may free it from any thread.
+ * - `free` calls the end callback itself, if it was still to come. When `free` returns, record and context
+ *   belong only to the host, as after a `free` from another thread.
  */
 #ifndef KIVCS2_PTHREAD_H
 #define KIVCS2_PTHREAD_H
@@ -24,7 +24,7 @@
 
 KIVCS2_BEGIN_DECLS
 
-/** What has been done with a thread. */
+/** How a thread was ended. */
 typedef uint32_t KIVCS2ThreadFlags;
 enum
 {
@@ -39,22 +39,22 @@ typedef struct KIVCS2Thread
     KIVCS2ThreadFlags m_flags; /**< bits of KIVCS2ThreadFlags */
 } KIVCS2Thread;
 
-/** What a thread runs; its result is not kept. */
+/** The function of a thread; its result is not kept. */
 typedef void *(*KIVCS2ThreadFunc)(void *argument);
 
 /**
  * Starts a thread with the system's default attributes.
- * @param[in] argument  handed to `startRoutine` unchanged; may be null
+ * @param[in] argument  passed to `startRoutine` unchanged; may be null
  * @retval KIVCS2STATUS_PARAM_ERR   `pThread` or `startRoutine` is null
- * @retval KIVCS2STATUS_THREAD_ERR  no thread was made; the record is zero
- * Thread safety: the owner alone. Source: POSIX.1-2017, pthread_create.
+ * @retval KIVCS2STATUS_THREAD_ERR  the thread could not be made; the record is zero
+ * Thread safety: only the owner. Source: POSIX.1-2017, pthread_create.
  */
 KIVCS2_API KIVCS2Status kivCS2Thread_init(KIVCS2Thread *pThread, void *argument,
                                           KIVCS2ThreadFunc startRoutine);
 
 /**
- * Waits until the thread has ended. A joined record joins again at once, and a detached one counts as
- * joined without a wait, as does any failure of the system other than a deadlock.
+ * Waits until the thread has ended. Joining a joined record again returns at once. A detached thread counts
+ * as joined without a wait, as does any failure of the system other than a deadlock.
  * @retval KIVCS2STATUS_PARAM_ERR  `pThread` is null or not started, or the thread joins itself; the
  *                                 record is unchanged
  * Thread safety: one thread at a time.
@@ -62,15 +62,15 @@ KIVCS2_API KIVCS2Status kivCS2Thread_init(KIVCS2Thread *pThread, void *argument,
 KIVCS2_API KIVCS2Status kivCS2Thread_join(KIVCS2Thread *pThread);
 
 /**
- * Lets the thread's resources go by themselves when it ends. Twice is harmless, and so is a thread
- * that was joined.
+ * Lets the system release the thread's resources when it ends. A second call is harmless, and so is a call
+ * for a thread that was joined.
  * @retval KIVCS2STATUS_PARAM_ERR  `pThread` is null or not started
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Thread_detach(KIVCS2Thread *pThread);
 
 /**
- * Zeroes the record, detaching a thread that was neither joined nor detached. Never waits.
+ * Zeroes the record and detaches a thread that was neither joined nor detached. Never waits.
  * @retval KIVCS2STATUS_PARAM_ERR  `pThread` is null or not started
  * Thread safety: one thread at a time.
  */
@@ -91,22 +91,22 @@ typedef void (*KIVCS2SemaphoreThreadFunc)(void *context);
 typedef struct KIVCS2SemaphoreThread
 {
     KIVCS2Thread m_thread;
-    void *m_context;                        /**< handed to every callback unchanged */
-    uint32_t m_cancel;                      /**< 1 once the worker has been told to end */
+    void *m_context;                        /**< passed to every callback unchanged */
+    uint32_t m_cancel;                      /**< 1 once the worker has to end */
     uint32_t m_busy;                        /**< 1 from a wake-up until the signal callback has returned */
-    KIVCS2SemaphoreThreadFunc m_startFunc;  /**< once, before the first wait; may be null */
-    KIVCS2SemaphoreThreadFunc m_endFunc;    /**< once, after the last run; may be null */
-    KIVCS2SemaphoreThreadFunc m_signalFunc; /**< once for every signal; may be null */
+    KIVCS2SemaphoreThreadFunc m_startFunc;  /**< called once, before the first wait; may be null */
+    KIVCS2SemaphoreThreadFunc m_endFunc;    /**< called once, after the last run; may be null */
+    KIVCS2SemaphoreThreadFunc m_signalFunc; /**< called once for every signal; may be null */
     KIVCS2Semaphore m_semaphore;            /**< the signals not yet run */
     uint32_t m_detached;                    /**< 1 after a cancel on the worker itself; private */
 } KIVCS2SemaphoreThread;
 
 /**
- * Starts a worker that waits for signals. The record must stay where it is until `free`.
+ * Starts a worker that waits for signals. The record must not move until `free`.
  * @retval KIVCS2STATUS_PARAM_ERR      `pThread` is null
- * @retval KIVCS2STATUS_SEMAPHORE_ERR  no semaphore; no thread was started
- * @retval KIVCS2STATUS_THREAD_ERR     no thread; the semaphore is gone again
- * Thread safety: the owner alone.
+ * @retval KIVCS2STATUS_SEMAPHORE_ERR  the semaphore could not be made; no thread was started
+ * @retval KIVCS2STATUS_THREAD_ERR     the thread could not be made; the semaphore is released again
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2SemaphoreThread_init(KIVCS2SemaphoreThread *pThread, void *context,
                                                    KIVCS2SemaphoreThreadFunc startFunc,
@@ -114,32 +114,32 @@ KIVCS2_API KIVCS2Status kivCS2SemaphoreThread_init(KIVCS2SemaphoreThread *pThrea
                                                    KIVCS2SemaphoreThreadFunc signalFunc);
 
 /**
- * Asks for one run of the signal callback.
+ * Requests one run of the signal callback.
  * @retval KIVCS2STATUS_PARAM_ERR  `pThread` is null or not started
  * Thread safety: any thread, the worker's callbacks included.
  */
 KIVCS2_API KIVCS2Status kivCS2SemaphoreThread_signal(KIVCS2SemaphoreThread *pThread);
 
 /**
- * Drops the runs that have been asked for and have not started.
+ * Drops the runs that were requested and have not started.
  * @retval KIVCS2STATUS_PARAM_ERR  `pThread` is null or not started
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2SemaphoreThread_drain(KIVCS2SemaphoreThread *pThread);
 
 /**
- * Drops the runs that have not started and waits until the one in progress has returned, that is
- * until `m_busy` is 0. The wait spins without sleeping and is meant for short callbacks. A worker
- * that has just taken a signal and has not yet marked itself busy is not waited for. It never
- * returns when called by a callback of the worker, or after `cancel`: a cancelled worker stays busy.
+ * Drops the runs that have not started and waits until the one in progress has returned, that is, until
+ * `m_busy` is 0. The wait spins without sleeping and is meant for short callbacks. It does not wait for a
+ * worker that has just taken a signal and has not yet marked itself busy. It never returns if called by a
+ * callback of the worker, or after `cancel`: a cancelled worker stays busy.
  * @retval KIVCS2STATUS_PARAM_ERR  `pThread` is null or not started
  * Thread safety: any thread but the worker.
  */
 KIVCS2_API KIVCS2Status kivCS2SemaphoreThread_drainAndBlock(KIVCS2SemaphoreThread *pThread);
 
 /**
- * Ends the worker after the run in progress and waits for its end callback; queued runs are not
- * made. Twice is harmless. From a callback of the worker it does not wait but detaches the worker.
+ * Ends the worker after the run in progress and waits for its end callback; queued runs are dropped. A second
+ * call is harmless. From a callback of the worker it does not wait but detaches the worker.
  * @retval KIVCS2STATUS_PARAM_ERR  `pThread` is null or not started
  * Thread safety: one thread at a time.
  */
@@ -148,7 +148,7 @@ KIVCS2_API KIVCS2Status kivCS2SemaphoreThread_cancel(KIVCS2SemaphoreThread *pThr
 /**
  * Cancels the worker, closes and removes its semaphore and zeroes the record.
  * @retval KIVCS2STATUS_PARAM_ERR  `pThread` is null or not started
- * Thread safety: the owner alone.
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2SemaphoreThread_free(KIVCS2SemaphoreThread *pThread);
 

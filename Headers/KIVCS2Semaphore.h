@@ -3,16 +3,16 @@
  * Semaphores: counting, and always named, so that any process that knows the name shares the count.
  *
  * The caller owns the record: `init` opens the semaphore, `free` closes it, removes its name and
- * zeroes the record. All other operations may be called from any thread. Because `free` removes
- * the name, the first user of a shared name to free it ends the sharing for those who come later;
- * those who have it open keep theirs. Only `free` removes it: a process that is killed leaves its names
- * behind, also those made for it ("kivCS2" and a number), under /dev/shm until the machine stops.
+ * zeroes the record. All other operations may be called from any thread. Because `free` removes the name, the
+ * first user to free a shared name ends the sharing for later users; users that have the semaphore open keep
+ * it. Only `free` removes a name: a process that is killed leaves its names, also automatic ones ("kivCS2"
+ * and a number), under /dev/shm until the machine stops.
  *
- * Any user of the machine can make a file under any name there. `init` shares a semaphore that belongs to
- * the effective user or to root, and another user's only if it is writable for its group and the group is
- * one of this process. To share one between users, give them a group (and a mask of 002 to the process that
- * comes first), or let root make it. Who may write to a semaphore's file may also cut it, which ends the
- * processes that use it with SIGBUS: a mask of 0 lets every user of the machine do so.
+ * Any user of the machine can make a file under any name there. `init` shares a semaphore that belongs to the
+ * effective user or to root. It shares another user's only if that is writable for its group and this process
+ * is in that group. To share a semaphore between users, give them a group (and a mask of 002 to the process
+ * that comes first), or let root make it. A user who may write to a semaphore's file may also cut it, which
+ * ends the processes that use it with SIGBUS: a mask of 0 lets every user of the machine do so.
  */
 #ifndef KIVCS2_SEMAPHORE_H
 #define KIVCS2_SEMAPHORE_H
@@ -25,25 +25,25 @@ KIVCS2_BEGIN_DECLS
 
 enum
 {
-    KIVCS2SemaphoreNameMax = 256 /**< bytes of a name with its terminator */
+    KIVCS2SemaphoreNameMax = 256 /**< bytes of a name, terminator included */
 };
 
 /** A counting semaphore. */
 typedef struct KIVCS2Semaphore
 {
-    sem_t *m_semaphore;                  /**< null when not initialised */
-    char m_name[KIVCS2SemaphoreNameMax]; /**< the name as it was given or made, nul-terminated */
+    sem_t *m_semaphore;                  /**< null if not initialised */
+    char m_name[KIVCS2SemaphoreNameMax]; /**< the name as given or made, nul-terminated */
 } KIVCS2Semaphore;
 
 /**
- * Opens the semaphore `name`, made when there is none, and takes all its pending counts: it starts
- * at 0 also when others had posted to it. An automatic name is always a new one.
+ * Opens the semaphore `name`, or makes it if it does not exist, and takes all its pending counts: it starts
+ * at 0 even if others had posted to it. An automatic name is always new.
  * @param[in] name  at most 255 bytes, copied; null makes a name from the machine's absolute clock
  * @retval KIVCS2STATUS_PARAM_ERR        `pSemaphore` is null
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `name` has 256 bytes or more; the record is zero
- * @retval KIVCS2STATUS_SEMAPHORE_ERR    the system opened none, or what stands under the name is not a
- *                                       semaphore or is another user's; `m_semaphore` is null
- * Thread safety: the owner alone. Source: POSIX.1-2017, sem_open.
+ * @retval KIVCS2STATUS_SEMAPHORE_ERR    the system could not open it, or the name belongs to something that
+ *                                       is not a semaphore or to another user; `m_semaphore` is null
+ * Thread safety: only the owner. Source: POSIX.1-2017, sem_open.
  */
 KIVCS2_API KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const char *name);
 
@@ -55,15 +55,15 @@ KIVCS2_API KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const 
 KIVCS2_API KIVCS2Status kivCS2Semaphore_signal(KIVCS2Semaphore *pSemaphore);
 
 /**
- * Takes one from the count, waiting until there is one. A signal delivered to the waiting thread
- * ends the wait too, with the same status and nothing taken.
+ * Takes one from the count; waits while the count is 0. A signal delivered to the waiting thread also ends
+ * the wait, with the same status and nothing taken.
  * @retval KIVCS2STATUS_PARAM_ERR  `pSemaphore` is null or not initialised
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2Semaphore_wait(KIVCS2Semaphore *pSemaphore);
 
 /**
- * Takes one from the count if there is one.
+ * Takes one from the count if it is not 0.
  * @retval KIVCS2STATUS_PARAM_ERR           `pSemaphore` is null or not initialised
  * @retval KIVCS2STATUS_SEMAPHORE_BUSY_ERR  the count was 0
  * Thread safety: any thread.
@@ -80,7 +80,7 @@ KIVCS2_API KIVCS2Status kivCS2Semaphore_drain(KIVCS2Semaphore *pSemaphore);
 /**
  * Closes the semaphore, removes its name from the machine and zeroes the record.
  * @retval KIVCS2STATUS_PARAM_ERR  `pSemaphore` is null or not initialised
- * Thread safety: the owner alone, with no thread waiting.
+ * Thread safety: only the owner, with no thread waiting.
  */
 KIVCS2_API KIVCS2Status kivCS2Semaphore_free(KIVCS2Semaphore *pSemaphore);
 

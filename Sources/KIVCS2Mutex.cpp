@@ -5,7 +5,7 @@
 
 namespace
 {
-// Makes the system mutex; true when it stands.
+// Makes the system mutex; true on success.
 [[nodiscard]] bool initSystemMutex(pthread_mutex_t &mutex, KIVCS2MutexOptions options)
 {
     pthread_mutexattr_t attributes;
@@ -15,7 +15,7 @@ namespace
     const bool recursive = (options & KIVCS2MutexOptions_Recursive) != 0;
     const int type = recursive ? PTHREAD_MUTEX_RECURSIVE : PTHREAD_MUTEX_NORMAL;
     bool made = pthread_mutexattr_settype(&attributes, type) == 0;
-    // Kept: hosts rely on a mutex for one process where the system cannot share it.
+    // Kept: hosts rely on a mutex for one process if the system cannot share it.
     if (made && (options & KIVCS2MutexOptions_ProcessShared) != 0)
         (void)pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
     made = made && pthread_mutex_init(&mutex, &attributes) == 0;

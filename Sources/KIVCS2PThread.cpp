@@ -10,20 +10,20 @@
 
 namespace
 {
-// What a worker keeps on its own stack. A callback may give its record away (free it, or detach the
-// worker, after which the owner frees it), and from then on the worker must not look at it.
+// A worker's data on its own stack. A callback may give up the worker's record (free it, or detach the
+// worker, after which the owner frees it); from then on the worker must not read it.
 struct Worker
 {
     KIVCS2SemaphoreThread *record; // null once freed by a callback
     void *context;
     KIVCS2SemaphoreThreadFunc endFunc; // null once called
-    bool detached;                     // a callback has cancelled: the record is its owner's alone
+    bool detached;                     // a callback has cancelled: the record belongs only to its owner
 };
 
 // The worker of the calling thread, if it is one.
 constinit thread_local Worker *t_worker = nullptr;
 
-// A plain word of the record that another thread reads or writes.
+// Access to a plain word of the record that another thread reads or writes.
 std::atomic_ref<uint32_t> shared(uint32_t &word)
 {
     return std::atomic_ref<uint32_t>{word};
@@ -37,7 +37,7 @@ std::atomic_ref<uint32_t> shared(uint32_t &word)
 void callEnd(Worker &worker)
 {
     const KIVCS2SemaphoreThreadFunc endFunc = worker.endFunc;
-    worker.endFunc = nullptr; // before the call: the callback may free the record in its turn
+    worker.endFunc = nullptr; // before the call: the callback may itself free the record
     if (endFunc != nullptr)
         endFunc(worker.context);
 }
@@ -47,7 +47,7 @@ void callEnd(Worker &worker)
     return worker.record != nullptr && !worker.detached;
 }
 
-// Waits for one signal and runs it; false when the worker is to end.
+// Waits for one signal and runs it; false if the worker has to end.
 [[nodiscard]] bool runOnce(const Worker &worker)
 {
     KIVCS2SemaphoreThread *record = worker.record;
@@ -87,8 +87,8 @@ KIVCS2Status kivCS2Thread_join(KIVCS2Thread *pThread)
 
     if ((pThread->m_flags & KIVCS2ThreadFlags_Joined) != 0)
         return KIVCS2STATUS_OK;
-    // A detached thread may have ended and its handle be another thread's by now: the system is not asked.
-    // Nor need it notice a thread that joins itself.
+    // A detached thread may have ended, and its handle may belong to another thread, so the system is not
+    // called. The system need not notice either that a thread joins itself.
     if ((pThread->m_flags & KIVCS2ThreadFlags_Detached) == 0 &&
         (pthread_equal(pThread->m_thread, pthread_self()) != 0 ||
          pthread_join(pThread->m_thread, nullptr) == EDEADLK))
@@ -105,7 +105,7 @@ KIVCS2Status kivCS2Thread_detach(KIVCS2Thread *pThread)
 
     if ((pThread->m_flags & KIVCS2ThreadFlags_Detached) != 0)
         return KIVCS2STATUS_OK;
-    // The handle of a joined thread may be another thread's by now, which must stay joinable.
+    // The handle of a joined thread may belong to another thread, which must stay joinable.
     if ((pThread->m_flags & KIVCS2ThreadFlags_Joined) == 0)
         (void)pthread_detach(pThread->m_thread);
     pThread->m_flags |= KIVCS2ThreadFlags_Detached;
@@ -211,11 +211,11 @@ KIVCS2Status kivCS2SemaphoreThread_cancel(KIVCS2SemaphoreThread *pThread)
     if (KIVCS2_SUCCEEDED(kivCS2Thread_join(&pThread->m_thread)))
         return KIVCS2STATUS_OK;
 
-    // Only the worker itself cannot join it: a callback of its own is ending it.
+    // Only the worker itself cannot join: it is being ended by its own callback.
     const KIVCS2Status status = kivCS2Thread_detach(&pThread->m_thread);
     pThread->m_thread.m_flags = 0; // Kept: hosts rely on the cleared word.
     pThread->m_detached = 1;
-    shared(pThread->m_busy).store(1); // as every cancelled worker; this one will not come back to say so
+    shared(pThread->m_busy).store(1); // as for every cancelled worker; this one will not set it itself
     if (Worker *worker = ownWorkerOf(pThread); worker != nullptr)
         worker->detached = true;
     return status;
@@ -227,7 +227,7 @@ KIVCS2Status kivCS2SemaphoreThread_free(KIVCS2SemaphoreThread *pThread)
     KIV_CHECK_AS(pThread->m_thread.m_thread, "pThread->m_thread", KIVCS2STATUS_PARAM_ERR);
 
     KIV_TRY(kivCS2SemaphoreThread_cancel(pThread));
-    // Called by a callback: the end callback comes now, so that the host may let go of the context.
+    // Called by a callback: the end callback comes now, so that the host may release the context.
     if (Worker *worker = ownWorkerOf(pThread); worker != nullptr)
     {
         callEnd(*worker);

@@ -13,7 +13,7 @@ static_assert(std::endian::native == std::endian::little);
 
 namespace
 {
-// Units of the clock; the kinds below have at least one interval to read.
+// Reads units of the clock; the kinds below need at least one interval.
 [[nodiscard]] uint64_t readUnits(const KIVCS2PerformanceTimer &timer, KIVCS2PerformanceTimerKind kind)
 {
     switch (kind)
@@ -55,7 +55,7 @@ KIVCS2Status kivCS2PerformanceTimer_start(KIVCS2PerformanceTimer *timer)
 
 KIVCS2Status kivCS2PerformanceTimer_stop(KIVCS2PerformanceTimer *timer)
 {
-    // Before the check, whose time is none of the interval's.
+    // Read the clock first, so the check is not timed.
     const uint64_t now = mach_absolute_time();
     KIV_CHECK(timer);
 

@@ -18,14 +18,14 @@ static_assert(KIVP_SEMAPHORE_NAME_SIZE == KIVCS2SemaphoreNameMax);
 
 namespace
 {
-constexpr mode_t kMode = 0666; // less the process's mask: semaphores are for every user that it lets in
+constexpr mode_t kMode = 0666; // less the process's mask, which decides which users share a semaphore
 
-// Held while the system changes its list of open semaphores: its own lock is one that thread checkers do not
-// see, and semaphores of several workers are opened and closed on several threads.
+// Held while the system changes its list of open semaphores: thread checkers do not see the system's own
+// lock, and semaphores of several workers are opened and closed on several threads.
 constinit std::mutex openSemaphores;
 
-// The absolute clock for an automatic name, raised to one above the last one used: two threads may read
-// the same tick, and two records with one name would share one count.
+// The absolute clock for an automatic name, raised above the last one used: two threads may read the same
+// tick, and two records with one name would share one count.
 [[nodiscard]] uint64_t nextNameTime()
 {
     static constinit std::atomic<uint64_t> s_last{0};
@@ -46,7 +46,7 @@ constinit std::mutex openSemaphores;
     return KIVPSemaphoreOpen(systemName, kMode);
 }
 
-// Nobody else knows an automatic name, so what stands under it is not ours to share: the next one is taken.
+// No other process knows an automatic name, so an existing semaphore must not be shared: try the next name.
 [[nodiscard]] sem_t *makeUnshared(char (&name)[KIVCS2SemaphoreNameMax])
 {
     constexpr int kMostTries = 1000;
@@ -86,7 +86,7 @@ KIVCS2Status kivCS2Semaphore_init(KIVCS2Semaphore *pSemaphore, const char *name)
         return KIVCS2STATUS_SEMAPHORE_ERR;
     pSemaphore->m_semaphore = semaphore;
 
-    // One that existed may have counts pending; this record starts at 0 all the same.
+    // A semaphore that existed may have counts pending; this record still starts at 0.
     return kivCS2Semaphore_drain(pSemaphore);
 }
 

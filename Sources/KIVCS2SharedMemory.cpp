@@ -12,7 +12,7 @@
 namespace
 {
 constexpr int kMode = 0666;                // segments are for every user of the machine
-constexpr uint32_t kKeysTried = 10000;     // by one search
+constexpr uint32_t kKeysTried = 10000;     // in one search
 constexpr size_t kSmallestSegmentSeen = 8; // bytes; the search does not see smaller ones
 
 [[nodiscard]] key_t systemKey(uint32_t key)
@@ -20,8 +20,8 @@ constexpr size_t kSmallestSegmentSeen = 8; // bytes; the search does not see sma
     return static_cast<key_t>(key);
 }
 
-// Removes the segment if this process made it and nobody has ever attached to it: there is no other
-// way to tell a segment that shmget has just made from one that it found, and nobody else knows of it.
+// Removes the segment if this process made it and no process has ever attached to it. There is no other way
+// to distinguish a segment that shmget has just made from one that it found, and no other process knows it.
 void removeUnused(int id)
 {
     struct shmid_ds segment
@@ -57,7 +57,7 @@ KIVCS2Status kivCS2SharedMemory_init(KIVCS2SharedMemory *shared, uint32_t key, u
     shared->m_address = address;
 
     if (create)
-        std::memset(address, 0, size); // Kept: hosts rely on a cleared segment, also one that existed.
+        std::memset(address, 0, size); // Kept: hosts rely on a cleared segment, even if it existed before.
     return KIVCS2STATUS_OK;
 }
 
@@ -71,7 +71,7 @@ KIVCS2Status kivCS2SharedMemory_free(KIVCS2SharedMemory *shared)
         struct shmid_ds segment
         {
         };
-        // Another process that detached in the same moment may have removed it already.
+        // Another process that detached at the same time may have removed it already.
         if (shmctl(shared->m_id, IPC_STAT, &segment) == 0 && segment.shm_nattch == 0)
             (void)shmctl(shared->m_id, IPC_RMID, nullptr);
     }
@@ -86,10 +86,10 @@ KIVCS2Status kivCS2SharedMemory_findKey(uint32_t startKey, uint32_t *foundKey)
     for (uint32_t tried = 0; tried < kKeysTried; ++tried)
     {
         const uint32_t key = startKey + tried; // 0 follows the last key
-        // Looking up the private key would make a segment, and find one that no other process can.
+        // Looking up the private key would make a segment, and one that no other process can find.
         if (systemKey(key) == IPC_PRIVATE)
             continue;
-        // Kept: hosts rely on every failed look-up being a free key, whatever the reason.
+        // Kept: hosts rely on every failed look-up meaning a free key, whatever the reason.
         if (shmget(systemKey(key), kSmallestSegmentSeen, kMode) < 0)
         {
             *foundKey = key;

@@ -16,13 +16,13 @@ namespace
 {
 using Seconds = std::chrono::duration<double>;
 
-// How long a timer's thread may take to notice that it is cancelled.
+// The longest time in which a timer's thread notices that it is cancelled.
 constexpr Seconds kSlice{0.25};
 
 constexpr KIVCS2TimerFlags kRunLoopFlags =
     KIVCS2TimerFlags_RunLoop | KIVCS2TimerFlags_MainRunLoop | KIVCS2TimerFlags_CurrentRunLoop;
 
-// A plain member of the record that the timer's thread reads while cancel writes it.
+// Access to a plain member of the record that the timer's thread reads while cancel writes it.
 template <class Member>
 std::atomic_ref<Member> shared(Member &member)
 {
@@ -31,8 +31,8 @@ std::atomic_ref<Member> shared(Member &member)
 
 // ---- Thread ----
 
-// What the timer's thread keeps on its own stack: once a callback has freed the record, it must not look
-// there.
+// The data of the timer's thread on its own stack: once a callback has freed the record, the thread must not
+// read it.
 struct Worker
 {
     KIVCS2Timer *record; // null once freed by the callback
@@ -54,15 +54,15 @@ constinit thread_local Worker *t_worker = nullptr;
     return worker.record != nullptr && shared(worker.record->m_running).load() != 0;
 }
 
-// Cancel clears the callback before the context. Read the other way round, a callback that is there has its
-// context.
+// Cancel clears the callback before the context. Because they are read in the reverse order, a callback that
+// is not null has its context.
 [[nodiscard]] Worker workerOf(KIVCS2Timer &record)
 {
     void *context = shared(record.m_context).load();
     return {&record, shared(record.m_callback).load(), context, Seconds{record.m_interval}};
 }
 
-// Sleeps until nothing remains or the timer is cancelled.
+// Sleeps until no time remains or the timer is cancelled.
 template <class Remaining>
 void sleepInSlices(const Worker &worker, Remaining remaining)
 {
@@ -77,7 +77,7 @@ void sleepInSlices(const Worker &worker, Remaining remaining)
 
 void waitForFireDate(const Worker &worker, CFAbsoluteTime fireDate)
 {
-    // By the clock that dates go by, so that one that is set is followed within a slice.
+    // By the wall clock, so that a change of the clock is followed within a slice.
     sleepInSlices(worker, [fireDate] { return Seconds{fireDate - CFAbsoluteTimeGetCurrent()}; });
 }
 
@@ -92,7 +92,7 @@ void *runTimer(void *argument)
 {
     auto *record = static_cast<KIVCS2Timer *>(argument);
     Worker worker = workerOf(*record);
-    if (worker.callback == nullptr) // there is none, or it is cancelled already
+    if (worker.callback == nullptr) // not given, or already cancelled
         return nullptr;
     t_worker = &worker;
 
@@ -124,7 +124,8 @@ void *runTimer(void *argument)
 
 // ---- Run loop ----
 
-// What a run loop calls. Counted, because a loop on another thread may be in a call while the timer is freed.
+// The calls of a run loop. Counted, because a loop on another thread may be in a call while the timer is
+// freed.
 struct Calls
 {
     std::atomic<uint32_t> references{1};
@@ -181,7 +182,7 @@ void callOut(CFRunLoopTimerRef, void *info)
         return KIVCS2STATUS_MEMORY_ERR;
     if (loop != nullptr)
         CFRunLoopAddTimer(loop, record.m_runLoopTimer, kCFRunLoopCommonModes);
-    return KIVCS2STATUS_OK; // the record may be gone: a call may already have been made on the loop's thread
+    return KIVCS2STATUS_OK; // the record may be gone: the loop's thread may already have made a call
 }
 } // namespace
 
@@ -201,7 +202,7 @@ KIVCS2Status kivCS2Timer_create(KIVCS2Timer **_timer, KIVCS2TimerFunc callback, 
     record->m_interval = interval;
     record->m_fireDate = fireDate;
 
-    // Before the timer runs, whose first callback may look for it, and free it.
+    // Stored before the timer runs, because its first callback may use the timer and free it.
     *_timer = record;
     KIVCS2Status status = KIVCS2STATUS_OK;
     if ((flags & KIVCS2TimerFlags_Thread) != 0)
