@@ -1,25 +1,25 @@
 /**
  * @file
- * Sockets: TCP clients and servers, UDP senders and receivers and IPv4 multicast groups, with a status
- * for every failure and the system's error number beside it.
+ * Sockets: TCP clients and servers, UDP senders and receivers and IPv4 multicast groups, with a status for
+ * every failure and the system's error number next to it.
  *
- * Unlike the other records a socket is made by the library: a create operation stores a pointer, and
- * kivCS2Socket_free() closes the socket and releases the record. Addresses of kivCS2_createSockAddr()
+ * Unlike other records, a socket is made by the library: a create operation stores a pointer, and
+ * kivCS2Socket_free() closes the socket and releases the record. Addresses made by kivCS2_createSockAddr()
  * are released by kivCS2_freeSockAddr().
  *
- * Every operation that calls the system sets `m_errno` to 0 first and to the error number of the call
- * that failed. A failed create operation leaves no record to look into: `errno` holds the number then
- * (ECONNREFUSED, EADDRINUSE, EMFILE ...), and 0 if no call of the system has failed (a host without an IPv4
- * address, a group's address that is not one). Clients, servers, receivers and accepted connections never
- * raise SIGPIPE; senders of datagrams have no need. Descriptors are above 2 and closed on exec.
+ * Every operation that calls the system sets `m_errno` to 0 first, and to the error number if a call fails. A
+ * failed create operation leaves no record: then `errno` holds the number (ECONNREFUSED, EADDRINUSE, EMFILE
+ * ...), or 0 if no call of the system has failed (a host without an IPv4 address, a group address out of
+ * range). Clients, servers, receivers and accepted connections never raise SIGPIPE; senders of datagrams
+ * cannot raise it. Descriptors are above 2 and closed on exec.
  *
- * A record is used by one thread at a time; separate records are independent. A thread that waits in
- * one operation is woken by time-outs and by the peer, not by closing the record.
+ * A record is used by one thread at a time; separate records are independent. A thread that waits in an
+ * operation is woken by time-outs and by the peer, not by closing the record.
  *
- * Addresses are IPv4 throughout. KIVCS2SocketOption_IPv6 opens the descriptor in the IPv6 family and
- * changes nothing else, so that connecting and binding it fail on Linux.
+ * All addresses are IPv4. KIVCS2SocketOption_IPv6 opens the descriptor in the IPv6 family and changes nothing
+ * else, so on Linux the socket can neither connect nor bind.
  *
- * A few messages go to standard output: a failed accept, a failed receive, an interrupted one, and a
+ * A few messages go to standard output: for a failed accept, a failed receive, an interrupted receive, and a
  * connection ended by an EOT byte.
  */
 #ifndef KIVCS2_SOCKET_H
@@ -31,7 +31,7 @@
 
 KIVCS2_BEGIN_DECLS
 
-/** What a socket carries. */
+/** Transport of a socket. */
 typedef uint32_t KIVCS2SocketType;
 enum
 {
@@ -41,32 +41,32 @@ enum
     KIVCS2SocketType_MAX = 3        /**< the count; not a type */
 };
 
-/** Bits given to the create operations; other bits are kept and have no meaning. */
+/** Bits for the create operations; other bits are kept and have no meaning. */
 typedef uint32_t KIVCS2SocketOption;
 enum
 {
-    KIVCS2SocketOption_ReuseAddress = 0x01, /**< servers and receivers take an address that is in use */
+    KIVCS2SocketOption_ReuseAddress = 0x01, /**< servers and receivers may take an address that is in use */
     KIVCS2SocketOption_BindNow = 0x02,      /**< a server binds at creation, not at the first accept */
     KIVCS2SocketOption_EndOnEOT = 0x04,     /**< received data that starts with 0x04 ends the connection */
     KIVCS2SocketOption_IPv6 = 0x08,         /**< open the descriptor in the IPv6 family */
-    KIVCS2SocketOption_Drain = 0x10         /**< close takes what is still coming, or sends until it fails */
+    KIVCS2SocketOption_Drain = 0x10         /**< close reads until the peer closes, or sends until it fails */
 };
 
-/** Bytes that the text of an IPv4 address can take, its zero byte included. */
+/** Bytes of the longest text of an IPv4 address, its zero byte included. */
 #define KIVCS2_SOCK_ADDR_TEXT_SIZE 16
 
 /** A socket. */
 typedef struct KIVCS2Socket
 {
-    int32_t m_socket;                 /**< the descriptor; 0 when there is none */
+    int32_t m_socket;                 /**< the descriptor; 0 if there is none */
     uint32_t m_errno;                 /**< the error number of the last failed system call */
-    KIVCS2SocketType m_type;          /**< what it carries */
+    KIVCS2SocketType m_type;          /**< its transport */
     KIVCS2SocketOption m_options;     /**< bits given at creation; 0 for accepted connections */
     uint32_t m_bound;                 /**< 1 once kivCS2Socket_bind() has succeeded */
     uint32_t m_maxPendingConnections; /**< a server's listen backlog */
     struct sockaddr_in m_addr;        /**< the peer; a server's local address */
     char *m_host;                     /**< a client's host name, an accepted peer in dotted form, or null */
-    uint32_t m_port;                  /**< host order: as given, or an accepted peer's */
+    uint32_t m_port;                  /**< host order: as given, or that of an accepted peer */
     uint32_t m_multicastAddress;      /**< a receiver's group, network order */
 } KIVCS2Socket;
 
@@ -76,18 +76,18 @@ typedef struct KIVCS2Socket
  * Makes the IPv4 address of a host and port, for kivCS2Socket_sendTo() and the receivers.
  * @param[out] _addr   the address, released by kivCS2_freeSockAddr(); null after a failure
  * @param[in] _host    a name or a dotted address
- * @param[in] _port    0 to 65535, host order; negative for none, which stores 0
+ * @param[in] _port    0 to 65535, host order; a negative value means no port and stores 0
  * @param[in] _options ignored
  * @retval KIVCS2STATUS_PARAM_ERR    `_addr` or `_host` is null
  * @retval KIVCS2STATUS_MEMORY_ERR   no room for the address
- * @retval KIVCS2STATUS_ADDRESS_ERR  the host has no IPv4 address, or there is no such port
- * Thread safety: any thread. Source: POSIX.1-2017, getaddrinfo; a look-up of a name may wait.
+ * @retval KIVCS2STATUS_ADDRESS_ERR  the host has no IPv4 address, or the port is out of range
+ * Thread safety: any thread. Source: POSIX.1-2017, getaddrinfo; looking up a name may wait.
  */
 KIVCS2_API KIVCS2Status kivCS2_createSockAddr(struct sockaddr_in **_addr, const char *_host, int32_t _port,
                                               uint32_t _options);
 
 /**
- * Releases an address of kivCS2_createSockAddr().
+ * Releases an address made by kivCS2_createSockAddr().
  * @retval KIVCS2STATUS_PARAM_ERR  `_addr` is null
  * Thread safety: one thread at a time.
  */
@@ -108,14 +108,14 @@ KIVCS2_API KIVCS2Status kivCS2_sockAddrToString(const struct sockaddr_in *_addr,
 /**
  * Connects to a TCP server. Waits as long as the system tries; `KIVCS2SocketOption_ReuseAddress` and
  * `KIVCS2SocketOption_BindNow` have no meaning here.
- * @param[out] _socket  the connection, released by kivCS2Socket_free(); null after a failure, except after
- *                      one of setting no-SIGPIPE, which leaves a record to be freed
+ * @param[out] _socket  the connection, released by kivCS2Socket_free(); null after a failure, except if only
+ *                      setting no-SIGPIPE failed: then a record is left to be freed
  * @param[in] _port     as for kivCS2_createSockAddr()
  * @retval KIVCS2STATUS_PARAM_ERR    `_socket` or `_host` is null
  * @retval KIVCS2STATUS_MEMORY_ERR   no room for the record or the copy of the host name
- * @retval KIVCS2STATUS_SOCKET_ERR   the system has no socket to give
+ * @retval KIVCS2STATUS_SOCKET_ERR   the system could not make a socket
  * @retval KIVCS2STATUS_ADDRESS_ERR  the host has no IPv4 address
- * @retval KIVCS2STATUS_CONNECT_ERR  nobody accepts there
+ * @retval KIVCS2STATUS_CONNECT_ERR  no server accepts there
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_createClient(KIVCS2Socket **_socket, const char *_host, int32_t _port,
@@ -125,12 +125,12 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createClient(KIVCS2Socket **_socket, const 
  * Makes a TCP server on every local address. It listens from the first kivCS2Socket_accept() on, or
  * at once with KIVCS2SocketOption_BindNow.
  * @param[out] _socket               as for kivCS2Socket_createClient()
- * @param[in] _port                  host order, the low 16 bits; 0 lets the system choose, and `m_addr`
- *                                   holds the choice once it is bound
+ * @param[in] _port                  host order, the low 16 bits; 0 lets the system choose, and `m_addr` holds
+ *                                   the chosen port once the server is bound
  * @param[in] _maxPendingConnections connections that may wait to be accepted
  * @retval KIVCS2STATUS_PARAM_ERR   `_socket` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the record
- * @retval KIVCS2STATUS_SOCKET_ERR  the system has no socket to give, or an option could not be set
+ * @retval KIVCS2STATUS_SOCKET_ERR  the system could not make a socket, or an option could not be set
  * @retval KIVCS2STATUS_BIND_ERR    the port is taken or forbidden
  * Thread safety: any thread.
  */
@@ -143,7 +143,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createServer(KIVCS2Socket **_socket, int32_
  * @param[out] _socket  released by kivCS2Socket_free(); null after a failure
  * @retval KIVCS2STATUS_PARAM_ERR   `_socket` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the record
- * @retval KIVCS2STATUS_SOCKET_ERR  the system has no socket to give
+ * @retval KIVCS2STATUS_SOCKET_ERR  the system could not make a socket
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_createDatagramSender(KIVCS2Socket **_socket,
@@ -152,10 +152,10 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createDatagramSender(KIVCS2Socket **_socket
 /**
  * Makes an unbound UDP socket for sending to groups.
  * @param[out] _socket  as for kivCS2Socket_createDatagramSender()
- * @param[in] _ttl      routers that a datagram may pass plus 1; the low 8 bits
+ * @param[in] _ttl      the number of routers that a datagram may pass, plus 1; the low 8 bits
  * @retval KIVCS2STATUS_PARAM_ERR   `_socket` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the record
- * @retval KIVCS2STATUS_SOCKET_ERR  the system has no socket to give, or refused the time-to-live
+ * @retval KIVCS2STATUS_SOCKET_ERR  the system could not make a socket, or refused the time-to-live
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_createMulticastDatagramSender(KIVCS2Socket **_socket, uint32_t _ttl,
@@ -167,8 +167,8 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createMulticastDatagramSender(KIVCS2Socket 
  * @param[in] _addr       the local address and port; not kept
  * @retval KIVCS2STATUS_PARAM_ERR   `_receiver` or `_addr` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the record
- * @retval KIVCS2STATUS_SOCKET_ERR  the system has no socket to give, or an option could not be set
- * @retval KIVCS2STATUS_BIND_ERR    the address is taken or is none of this machine's
+ * @retval KIVCS2STATUS_SOCKET_ERR  the system could not make a socket, or an option could not be set
+ * @retval KIVCS2STATUS_BIND_ERR    the address is taken or does not belong to this machine
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_createDatagramReceiver(KIVCS2Socket **_receiver,
@@ -181,10 +181,10 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createDatagramReceiver(KIVCS2Socket **_rece
  * @param[out] _receiver  as for kivCS2Socket_createClient()
  * @param[in] _addr       the group (224.0.0.0 to 239.255.255.255) and port; not kept
  * @retval KIVCS2STATUS_PARAM_ERR              `_receiver` or `_addr` is null
- * @retval KIVCS2STATUS_MULTICAST_ADDRESS_ERR  the address is no group's; nothing was made. Not tested with
- *                                             KIVCS2SocketOption_IPv6
+ * @retval KIVCS2STATUS_MULTICAST_ADDRESS_ERR  the address is not a group's; nothing was made. Not checked
+ *                                             with KIVCS2SocketOption_IPv6
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the record
- * @retval KIVCS2STATUS_SOCKET_ERR  the system has no socket to give, an option could not be set, or no
+ * @retval KIVCS2STATUS_SOCKET_ERR  the system could not make a socket, an option could not be set, or no
  *                                  interface can join (there is no route to the group)
  * @retval KIVCS2STATUS_BIND_ERR    the address is taken
  * Thread safety: any thread. Source: RFC 1112.
@@ -205,27 +205,27 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createMulticastDatagramReceiver(KIVCS2Socke
 KIVCS2_API KIVCS2Status kivCS2Socket_connect(KIVCS2Socket *_socket);
 
 /**
- * Binds to `m_addr`, reads a port that the system chose back into it, and lets a stream socket listen.
+ * Binds to `m_addr`, stores a port that the system chose in it, and lets a stream socket listen.
  * @retval KIVCS2STATUS_PARAM_ERR   `_socket` is null
  * @retval KIVCS2STATUS_BIND_ERR    bound already, or the address is taken or forbidden
  * @retval KIVCS2STATUS_SOCKET_ERR  the port could not be read back, or listening failed; `m_bound` stays 0
- *                                  though the descriptor is bound
+ *                                  although the descriptor is bound
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_bind(KIVCS2Socket *_socket);
 
 /**
- * Binds a datagram socket to an address. `m_bound` and `m_addr` stay as they are.
+ * Binds a datagram socket to an address. `m_bound` and `m_addr` are unchanged.
  * @retval KIVCS2STATUS_PARAM_ERR         `_socket` or `_addr` is null
  * @retval KIVCS2STATUS_BIND_ADDRESS_ERR  it is a stream socket
- * @retval KIVCS2STATUS_BIND_ERR          bound by kivCS2Socket_bind() already, or the address is taken or is
- *                                        none of this machine's
+ * @retval KIVCS2STATUS_BIND_ERR          bound by kivCS2Socket_bind() already, or the address is taken or
+ *                                        does not belong to this machine
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_bindToAddress(KIVCS2Socket *_socket, const struct sockaddr_in *_addr);
 
 /**
- * Listens with this backlog. `m_maxPendingConnections` stays as it is.
+ * Listens with this backlog. `m_maxPendingConnections` is unchanged.
  * @retval KIVCS2STATUS_PARAM_ERR   `_socket` is null
  * @retval KIVCS2STATUS_SOCKET_ERR  listening failed
  * Thread safety: one thread at a time.
@@ -233,15 +233,16 @@ KIVCS2_API KIVCS2Status kivCS2Socket_bindToAddress(KIVCS2Socket *_socket, const 
 KIVCS2_API KIVCS2Status kivCS2Socket_setMaxPendingConnections(KIVCS2Socket *_socket, uint32_t _backlog);
 
 /**
- * Takes one connection, after binding a server that is not bound yet. The connection has no option bits,
- * so neither EOT nor drain; it raises SIGPIPE as little as its server does.
- * @param[in] _timeout         milliseconds to wait for a connection; 0 only looks, negative waits for ever
+ * Accepts one connection, after binding a server that is not bound yet. The connection has no option bits, so
+ * neither EOT nor drain; it raises SIGPIPE only if its server does.
+ * @param[in] _timeout         milliseconds to wait for a connection; 0 does not wait, a negative value waits
+ *                             for ever
  * @param[out] _client_socket  the connection, released by kivCS2Socket_free(); null after a failure
  * @retval KIVCS2STATUS_PARAM_ERR    `_server_socket` or `_client_socket` is null
  * @retval KIVCS2STATUS_BIND_ERR     the server could not be bound
- * @retval KIVCS2STATUS_SOCKET_ERR   binding it, or the wait, failed; EINTR when a signal ended the wait
- * @retval KIVCS2STATUS_TIMEOUT_ERR  nobody came within the time
- * @retval KIVCS2STATUS_ACCEPT_ERR   accepting failed; a line on standard output says so
+ * @retval KIVCS2STATUS_SOCKET_ERR   binding or the wait failed; EINTR if a signal ended the wait
+ * @retval KIVCS2STATUS_TIMEOUT_ERR  no connection came in time
+ * @retval KIVCS2STATUS_ACCEPT_ERR   accepting failed; a line on standard output reports it
  * @retval KIVCS2STATUS_MEMORY_ERR   no room for the record; the connection is closed
  * @retval KIVCS2STATUS_ADDRESS_ERR  the peer has no IPv4 address; the connection is closed
  * Thread safety: one thread at a time.
@@ -250,47 +251,48 @@ KIVCS2_API KIVCS2Status kivCS2Socket_accept(KIVCS2Socket *_server_socket, int32_
                                             KIVCS2Socket **_client_socket);
 
 /**
- * Closes the descriptor and sets `m_socket` to 0; the record stays. What still comes from a connected
- * peer is shut off gracefully: the sending side is shut down first when there is something to read.
+ * Closes the descriptor and sets `m_socket` to 0; the record stays. A connected peer that is still sending is
+ * shut off gracefully: the sending side is shut down first if there is data to read.
  *
- * With KIVCS2SocketOption_Drain what is still coming is taken and thrown away until the peer closes too;
- * when nothing was there to read, single zero bytes are sent until a send fails. Both wait for the peer:
- * kivCS2Socket_setRecvTimeout() and kivCS2Socket_setSendTimeout() bound one wait each, and a peer that
- * keeps sending, or reading, is not bounded by them.
+ * With KIVCS2SocketOption_Drain incoming data is read and discarded until the peer closes too; if there was
+ * no data to read, single zero bytes are sent until a send fails. Both wait for the peer:
+ * kivCS2Socket_setRecvTimeout() and kivCS2Socket_setSendTimeout() limit each single wait, but not a peer that
+ * keeps sending, or reading.
  * @retval KIVCS2STATUS_PARAM_ERR           `_socket` is null
  * @retval KIVCS2STATUS_SOCKET_INVALID_ERR  the descriptor turned out not to be open
  * @retval KIVCS2STATUS_SOCKET_ERR          closed, but leaving the group, shutting down or closing failed:
- *                                          `m_errno` says why. A multicast sender, which is in no group, and
- *                                          a second close of any multicast socket always end so
+ *                                          `m_errno` holds the reason. A multicast sender, which is in no
+ *                                          group, and a second close of any multicast socket always end like
+ *                                          this
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_close(KIVCS2Socket *_socket);
 
 /**
- * Closes as kivCS2Socket_close() does and releases the record, whatever the status: it is that of the
+ * Closes as kivCS2Socket_close() does and releases the record whatever the status, which is that of the
  * close, with KIVCS2STATUS_SOCKET_INVALID_ERR counting as success.
  * @retval KIVCS2STATUS_PARAM_ERR   `_socket` is null
  * @retval KIVCS2STATUS_SOCKET_ERR  as for kivCS2Socket_close()
- * Thread safety: the owner alone.
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_free(KIVCS2Socket *_socket);
 
 /* ---- Data ---- */
 
 /**
- * One send to the connected peer; on a stream possibly of a part.
- * @param[out] _bytes_sent  how many went, all ones after a failed send; may be null
+ * Sends once to the connected peer; on a stream possibly only a part.
+ * @param[out] _bytes_sent  the bytes sent, all ones after a failed send; may be null
  * @retval KIVCS2STATUS_PARAM_ERR           `_socket` or `_buf` is null
- * @retval KIVCS2STATUS_SOCKET_INVALID_ERR  the socket is closed, or its peer takes nothing any more
- * @retval KIVCS2STATUS_TIMEOUT_ERR         it would wait, or the send time-out passed
- * @retval KIVCS2STATUS_SOCKET_ERR          any other failure, a reset that was not yet reported included
+ * @retval KIVCS2STATUS_SOCKET_INVALID_ERR  the socket is closed, or its peer accepts no more data
+ * @retval KIVCS2STATUS_TIMEOUT_ERR         the send would wait, or the send time-out passed
+ * @retval KIVCS2STATUS_SOCKET_ERR          any other failure, including a reset that was not yet reported
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_send(KIVCS2Socket *_socket, const void *_buf, uint32_t _length,
                                           uint32_t *_bytes_sent);
 
 /**
- * One datagram to an address. Arguments and statuses are those of kivCS2Socket_send().
+ * Sends one datagram to an address. Arguments and statuses are those of kivCS2Socket_send().
  * @param[in] _addr  the destination
  * @retval KIVCS2STATUS_PARAM_ERR  `_socket`, `_addr` or `_buf` is null
  * Thread safety: one thread at a time.
@@ -299,19 +301,19 @@ KIVCS2_API KIVCS2Status kivCS2Socket_sendTo(KIVCS2Socket *_socket, const struct 
                                             const void *_buf, uint32_t _length, uint32_t *_bytes_sent);
 
 /**
- * One receive. With KIVCS2SocketOption_EndOnEOT a buffer that starts with 0x04 ends the connection: its
- * bytes stand in the buffer, and whoever wants to go on may. After an interruption that byte is what the
- * buffer held before, unless `_clear` is set.
+ * Receives once. With KIVCS2SocketOption_EndOnEOT a buffer that starts with 0x04 ends the connection: its
+ * bytes are in the buffer, and the caller may go on. After an interruption by a signal, the byte checked is
+ * what the buffer held before, unless `_clear` is set.
  * @param[in] _clear             zero the whole buffer first
- * @param[out] _bytes_received   how many came: 0 when the peer has closed, on a time-out and where nothing
- *                               was there, all ones after any other failure; may be null
+ * @param[out] _bytes_received   the bytes received: 0 if the peer has closed, on a time-out and if there was
+ *                               no data, all ones after any other failure; may be null
  * @retval KIVCS2STATUS_OK   data, or an interruption by a signal, with a count of 0 and a line on standard
  *                           output
  * @retval KIVCS2STATUS_PARAM_ERR              `_socket` or `_buf` is null, or `_buf_size` is 0
  * @retval KIVCS2STATUS_CONNECTION_CLOSED_ERR  closed or reset by the peer, ended by an EOT byte, or a
  *                                             datagram without contents
- * @retval KIVCS2STATUS_EOF_ERR                nothing there, on a non-blocking socket
- * @retval KIVCS2STATUS_TIMEOUT_ERR            nothing came within the receive time-out
+ * @retval KIVCS2STATUS_EOF_ERR                no data, on a non-blocking socket
+ * @retval KIVCS2STATUS_TIMEOUT_ERR            no data came within the receive time-out
  * @retval KIVCS2STATUS_SOCKET_INVALID_ERR     the socket is closed
  * @retval KIVCS2STATUS_SOCKET_ERR             any other failure
  * Thread safety: one thread at a time.
@@ -320,10 +322,10 @@ KIVCS2_API KIVCS2Status kivCS2Socket_receive(KIVCS2Socket *_socket, void *_buf, 
                                              bool _clear, uint32_t *_bytes_received);
 
 /**
- * One receive that also tells the sender; an EOT byte has no meaning here. Statuses and counts are those of
- * kivCS2Socket_receive(), except that the count is all ones after time-outs and where nothing was there.
- * @param[out] _addr       the sender's address, zero where the system names none; may be null
- * @param[out] _addr_size  bytes of the sender's address as the system tells it; may be null
+ * Receives once and also stores the sender; an EOT byte has no meaning here. Statuses and counts are those of
+ * kivCS2Socket_receive(), except that the count is all ones after time-outs and if there was no data.
+ * @param[out] _addr       the sender's address, zero if the system names none; may be null
+ * @param[out] _addr_size  bytes of the sender's address as the system reports them; may be null
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_receiveFrom(KIVCS2Socket *_socket, void *_buf, uint32_t _buf_size,
@@ -333,122 +335,125 @@ KIVCS2_API KIVCS2Status kivCS2Socket_receiveFrom(KIVCS2Socket *_socket, void *_b
 /* ---- Readiness: none of these waits ---- */
 
 /**
- * Whether a receive would not wait: data, a closed peer or, on a server, a connection.
- * @retval KIVCS2STATUS_OK                  it would not
- * @retval KIVCS2STATUS_EOF_ERR             it would
+ * Checks whether a receive would not wait: because of data, a closed peer or, on a server, a connection.
+ * @retval KIVCS2STATUS_OK                  it would not wait
+ * @retval KIVCS2STATUS_EOF_ERR             it would wait
  * @retval KIVCS2STATUS_PARAM_ERR           `_socket` is null
  * @retval KIVCS2STATUS_SOCKET_INVALID_ERR  hung up on both sides, or closed
- * @retval KIVCS2STATUS_SOCKET_ERR          the system could not tell
+ * @retval KIVCS2STATUS_SOCKET_ERR          the system could not check
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_testRead(KIVCS2Socket *_socket);
 
 /**
- * Whether a send would not wait. Statuses as for kivCS2Socket_testRead(), but:
- * @retval KIVCS2STATUS_NOT_WRITABLE_ERR  it would
+ * Checks whether a send would not wait. Statuses as for kivCS2Socket_testRead(), except:
+ * @retval KIVCS2STATUS_NOT_WRITABLE_ERR  it would wait
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_testWrite(KIVCS2Socket *_socket);
 
 /**
- * Whether the socket is neither hung up on both sides nor closed. A peer that has only stopped sending is
- * alive, and so is one that has closed its socket or ended: the network tells both by the same message. Such
- * a peer answers what is sent to it with a reset, and only from then on the test fails. One that vanishes
- * without a message (a cable, a power supply) stays alive until a send has been repeated in vain for minutes.
- * To notice a peer that has ended, use kivCS2Socket_testRead() and then kivCS2Socket_receive(), which fails
- * with KIVCS2STATUS_CONNECTION_CLOSED_ERR. Statuses as for kivCS2Socket_testRead(), but KIVCS2STATUS_OK also
- * where both would wait.
+ * Checks that the socket is neither hung up on both sides nor closed. A peer that has only stopped sending
+ * counts as alive. So does a peer that has closed its socket or ended, because the network reports both with
+ * the same message. Such a peer answers data with a reset, and only then does the test fail. A peer that
+ * vanishes without a message (a cable, a power supply) counts as alive until a send has been repeated in vain
+ * for minutes. To notice a peer that has ended, use kivCS2Socket_testRead() and then kivCS2Socket_receive(),
+ * which fails with KIVCS2STATUS_CONNECTION_CLOSED_ERR. Statuses as for kivCS2Socket_testRead(), but
+ * KIVCS2STATUS_OK also if both would wait.
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_testAlive(KIVCS2Socket *_socket);
 
 /* ---- Options ----
- * Every one of these answers KIVCS2STATUS_PARAM_ERR for a null pointer, KIVCS2STATUS_SOCKET_INVALID_ERR for a
- * closed socket and KIVCS2STATUS_SOCKET_ERR for what the system refuses. Getters set their outputs to 0
- * before anything else. Thread safety: one thread at a time.
+ * Each of these returns KIVCS2STATUS_PARAM_ERR for a null pointer, KIVCS2STATUS_SOCKET_INVALID_ERR for a
+ * closed socket and KIVCS2STATUS_SOCKET_ERR for a value that the system refuses. Getters set their outputs to
+ * 0 before anything else. Thread safety: one thread at a time.
  */
 
 /**
- * getsockopt as it is.
+ * Calls getsockopt() directly.
  * @param[in] _level, _name       of <sys/socket.h>; SO_NOSIGPIPE of <KIVPlatform/KIVPSocket.h> is known too
- * @param[in,out] _value_size     bytes in `_value`, and then bytes stored
+ * @param[in,out] _value_size     in: bytes in `_value`; out: bytes stored
  * Buffer sizes (SO_RCVBUF, SO_SNDBUF) read as they were set, not as Linux doubles them.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_getOption(KIVCS2Socket *_socket, int32_t _level, int32_t _name,
                                                void *_value, uint32_t *_value_size);
 
-/** setsockopt as it is; see kivCS2Socket_getOption(). */
+/** Calls setsockopt() directly; see kivCS2Socket_getOption(). */
 KIVCS2_API KIVCS2Status kivCS2Socket_setOption(KIVCS2Socket *_socket, int32_t _level, int32_t _name,
                                                const void *_value, uint32_t _value_size);
 
-/** Whether sends to a peer that is gone fail with a status alone. */
+/** Stores whether sends to a peer that is gone only fail with a status. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getNoSigpipe(KIVCS2Socket *_socket, bool *_no_sigpipe);
-/** 0 lets such a send raise SIGPIPE, anything else does not. */
+/** 0 lets such a send raise SIGPIPE, any other value does not. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setNoSigpipe(KIVCS2Socket *_socket, int32_t _no_sigpipe);
 
-/** Whether an address that is in use may be bound. */
+/** Stores whether an address that is in use may be bound. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getReuseAddress(KIVCS2Socket *_socket, bool *_reuse_address);
-/** 0 or anything else; before binding. */
+/** 0 forbids it, any other value allows it; set it before binding. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setReuseAddress(KIVCS2Socket *_socket, int32_t _reuse_address);
 
-/** Bytes that make a receive return. */
+/** Stores the smallest number of bytes that makes a receive return. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getMinRecvByteCount(KIVCS2Socket *_socket, uint32_t *_byte_count);
-/** Bytes; 0 is taken as 1. */
+/** Sets that number in bytes; 0 counts as 1. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setMinRecvByteCount(KIVCS2Socket *_socket, uint32_t _byte_count);
 
-/** Bytes the system keeps for what has come. */
+/** Stores the size of the system's receive buffer in bytes. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getRecvBufSize(KIVCS2Socket *_socket, uint32_t *_buf_size);
-/** Bytes; the system cuts them to its limits (net.core.rmem_max) without a word. */
+/** Sets that size in bytes; the system silently limits it (net.core.rmem_max). */
 KIVCS2_API KIVCS2Status kivCS2Socket_setRecvBufSize(KIVCS2Socket *_socket, uint32_t _buf_size);
 
-/** Bytes the system keeps for what is to go. */
+/** Stores the size of the system's send buffer in bytes. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getSendBufSize(KIVCS2Socket *_socket, uint32_t *_buf_size);
-/** Bytes; the system cuts them to its limits (net.core.wmem_max) without a word. */
+/** Sets that size in bytes; the system silently limits it (net.core.wmem_max). */
 KIVCS2_API KIVCS2Status kivCS2Socket_setSendBufSize(KIVCS2Socket *_socket, uint32_t _buf_size);
 
-/** Seconds and microseconds after which a receive gives up; 0 and 0 is never. */
+/** Stores the seconds and microseconds after which a receive gives up; 0 and 0 is never. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getRecvTimeout(KIVCS2Socket *_socket, uint32_t *_to_sec,
                                                     uint32_t *_to_usec);
 /**
- * Seconds and microseconds, which the system rounds up to its clock's steps.
+ * Sets those seconds and microseconds, which the system rounds up to its clock's steps.
  * @retval KIVCS2STATUS_PARAM_ERR  `_socket` is null, or `_to_usec` is 1000000 or more
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_setRecvTimeout(KIVCS2Socket *_socket, uint32_t _to_sec,
                                                     uint32_t _to_usec);
 
-/** Seconds and microseconds after which a send gives up; 0 and 0 is never. */
+/** Stores the seconds and microseconds after which a send gives up; 0 and 0 is never. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getSendTimeout(KIVCS2Socket *_socket, uint32_t *_to_sec,
                                                     uint32_t *_to_usec);
 /**
- * Seconds and microseconds, which the system rounds up to its clock's steps. It bounds a connect too.
- * @retval KIVCS2STATUS_SOCKET_ERR  the system refuses, 1000000 microseconds and more among others
+ * Sets those seconds and microseconds, which the system rounds up to its clock's steps. They limit a connect
+ * too.
+ * @retval KIVCS2STATUS_SOCKET_ERR  the system refuses, for example 1000000 microseconds or more
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_setSendTimeout(KIVCS2Socket *_socket, uint32_t _to_sec,
                                                     uint32_t _to_usec);
 
-/** Whether, and for how many seconds, a close waits for what was not sent yet. */
+/** Stores whether, and for how many seconds, a close waits for unsent data. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getLinger(KIVCS2Socket *_socket, bool *_linger, uint32_t *_linger_time);
-/** On with 0 seconds makes a close reset the connection. */
+/** Sets both; on with 0 seconds makes a close reset the connection. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setLinger(KIVCS2Socket *_socket, bool _linger, uint32_t _linger_time);
 
-/** Whether small sends go at once. */
+/** Stores whether small sends go out at once. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getTCPNodelay(KIVCS2Socket *_socket, bool *_tcp_nodelay);
-/** 0 lets the system gather them; stream sockets only. */
+/** 0 lets the system gather small sends; stream sockets only. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setTCPNodelay(KIVCS2Socket *_socket, int32_t _tcp_nodelay);
 
-/** Routers that a datagram to a group may pass, plus 1. */
+/** Stores the number of routers that a datagram to a group may pass, plus 1. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getMulticastTTL(KIVCS2Socket *_socket, uint8_t *_multicast_ttl);
-/** 0 stays on this machine, 1 in this network. */
+/** Sets that number: 0 stays on this machine, 1 in this network. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setMulticastTTL(KIVCS2Socket *_socket, uint8_t _multicast_ttl);
 
-/** Joins the group, network order, on the interface that the system chooses. `m_multicastAddress` stays. */
+/**
+ * Joins the group, in network order, on the interface that the system chooses. `m_multicastAddress` stays.
+ */
 KIVCS2_API KIVCS2Status kivCS2Socket_addIPMembership(KIVCS2Socket *_socket, uint32_t _multicast_address);
-/** Leaves the group, network order. */
+/** Leaves the group, in network order. */
 KIVCS2_API KIVCS2Status kivCS2Socket_dropIPMembership(KIVCS2Socket *_socket, uint32_t _multicast_address);
 
-/** Whether operations on the socket wait. */
+/** Stores whether operations on the socket wait. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getBlocking(KIVCS2Socket *_socket, bool *_blocks);
-/** Lets operations wait or not; nothing is changed where it is so already. */
+/** Sets whether operations wait; does nothing if that is already so. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setBlocking(KIVCS2Socket *_socket, bool _blocks);
 
 KIVCS2_END_DECLS

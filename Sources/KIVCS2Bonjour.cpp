@@ -30,10 +30,10 @@ constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
 // Hosts rely on one successful search ending all browsing of the process. Only ever set.
 constinit std::atomic<uint32_t> foundFirst = 0;
 
-// Whose monitor's callback runs on the calling thread; null for none.
+// The service whose monitor's callback runs on the calling thread; null if there is none.
 constinit thread_local KIVCS2BonjourService *t_watched = nullptr;
 
-// A plain word of a record that another thread reads or writes.
+// Access to a plain word of a record that another thread reads or writes.
 [[nodiscard]] std::atomic_ref<uint32_t> shared(uint32_t &word)
 {
     return std::atomic_ref<uint32_t>{word};
@@ -54,7 +54,7 @@ void releaseAndClear(Ref &object)
     object = nullptr;
 }
 
-// What fits, with its zero byte; "?" for what is not ASCII.
+// Copies as much as fits, with its zero byte; characters that are not ASCII become "?".
 void copyText(CFStringRef text, char (&to)[KIVCS2BonjourNameMax])
 {
     CFIndex used = 0;
@@ -64,20 +64,20 @@ void copyText(CFStringRef text, char (&to)[KIVCS2BonjourNameMax])
     to[used] = '\0';
 }
 
-// The worker of a record that never had one has no thread.
+// The worker of a record that was never started has no thread.
 void endWorker(KIVCS2SemaphoreThread &worker)
 {
     if (worker.m_thread.m_thread != 0)
-        (void)kivCS2SemaphoreThread_free(&worker); // cancels it, and lets its semaphore go too
+        (void)kivCS2SemaphoreThread_free(&worker); // cancels it, and releases its semaphore too
 }
 
-// ---- Workers: a call that waits, with a reference of its own to what it waits in ----
+// ---- Workers: each runs a call that waits, with its own reference to the object it waits in ----
 
 void registerService(void *context)
 {
     const CFRef<CFNetServiceRef> service{static_cast<CFNetServiceRef>(context)};
     CFStreamError error{};
-    (void)CFNetServiceRegisterWithOptions(service.get(), 0, &error); // its result is reported to nobody
+    (void)CFNetServiceRegisterWithOptions(service.get(), 0, &error); // its result is not reported
 }
 
 void searchServices(void *context)
@@ -95,7 +95,7 @@ void watchService(void *context)
     (void)CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, &error); // as above
 }
 
-// Hands `object` to a worker that runs `wait` with it.
+// Gives `object` to a worker that runs `wait` with it.
 [[nodiscard]] KIVCS2Status startWorker(KIVCS2SemaphoreThread &worker, CFTypeRef object,
                                        KIVCS2SemaphoreThreadFunc wait)
 {
@@ -112,8 +112,8 @@ void watchService(void *context)
 
 // ---- Services that are being resolved ----
 
-// The service that a browser's callback resolves at this moment, so that a stop can end that. One a browser,
-// on the stack of its worker.
+// The service that a browser's callback is resolving, so that a stop can end the resolving. One for each
+// browser, on the stack of its worker.
 class Resolving
 {
 public:
@@ -121,7 +121,7 @@ public:
     {
         const std::lock_guard lock{s_mutex};
         m_next = std::exchange(s_first, this);
-        if (shared(browser.m_stop).load() != 0) // it was stopped before it could find this
+        if (shared(browser.m_stop).load() != 0) // it was stopped before it could find this entry
             CFNetServiceCancel(service);
     }
     ~Resolving()
@@ -135,7 +135,7 @@ public:
     Resolving(const Resolving &) = delete;
     Resolving &operator=(const Resolving &) = delete;
 
-    // Once the browser is marked as stopped.
+    // Call it once the browser is marked as stopped.
     static void cancel(const KIVCS2BonjourBrowser &browser)
     {
         const std::lock_guard lock{s_mutex};
@@ -164,7 +164,7 @@ void freeAddresses(KIVCS2BonjourService &service)
     }
 }
 
-// Ends the watch, if there is one, and waits for its worker. The caller holds `m_monitorMutex`.
+// Ends the monitor, if there is one, and waits for its worker. The caller holds `m_monitorMutex`.
 void endMonitor(KIVCS2BonjourService &service)
 {
     if (service.m_monitor != nullptr)
@@ -184,7 +184,7 @@ void freeService(KIVCS2BonjourService *service)
     std::free(service);
 }
 
-// An address that is no IPv4 one, or for which there is no memory, is passed over.
+// Skips an address that is not IPv4, or for which there is no memory.
 void appendAddress(KIVCS2BonjourService &service, CFDataRef data)
 {
     sockaddr_in socketAddress{};
@@ -202,7 +202,7 @@ void appendAddress(KIVCS2BonjourService &service, CFDataRef data)
     // Kept: hosts rely on `m_addressCount` staying 0.
 }
 
-// The record of a service, at the end of the browser's list; null without memory.
+// Appends a service's record to the browser's list; null if there is no memory.
 [[nodiscard]] KIVCS2BonjourService *appendService(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
 {
     auto *service = static_cast<KIVCS2BonjourService *>(kivCS2ZeroMalloc(sizeof(KIVCS2BonjourService)));
@@ -228,8 +228,8 @@ void appendAddress(KIVCS2BonjourService &service, CFDataRef data)
 void serviceCame(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
 {
     const bool isFirst = browser.m_mode == KIVCS2BonjourMode_First;
-    // The name is known before the service is resolved, which takes time and packets, two seconds for a
-    // service that nobody answers for: only the wanted one is.
+    // The name is known before the service is resolved. Resolving takes time and packets, two seconds for a
+    // service that does not respond, so only the wanted one is resolved.
     if (isFirst && CFStringCompare(CFNetServiceGetName(cfService), browser.m_name, 0) != kCFCompareEqualTo)
         return;
 
@@ -237,10 +237,10 @@ void serviceCame(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
         const Resolving resolving{browser, cfService};
         CFStreamError error{};
         (void)CFNetServiceResolveWithTimeout(cfService, kResolveTimeout,
-                                             &error); // listed without addresses then
+                                             &error); // on failure listed without addresses
     }
-    // A search that was stopped meanwhile has not found it: a host whose search for the first service timed
-    // out searches again, which the flag would forbid.
+    // A search that was stopped meanwhile has not found the service: a host whose search for the first
+    // service timed out searches again, which the flag would forbid.
     if (shared(browser.m_stop).load() != 0)
         return;
     KIVCS2BonjourService *service = appendService(browser, cfService);
@@ -249,7 +249,7 @@ void serviceCame(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
     if (isFirst)
     {
         foundFirst.store(1);
-        (void)kivCS2Semaphore_signal(&browser.m_semaphore); // open while a search for the first runs
+        (void)kivCS2Semaphore_signal(&browser.m_semaphore); // open while a search for the first service runs
         return;
     }
     browser.m_inCallback = 1;
@@ -264,7 +264,7 @@ void MyNetServiceBrowserClientCallBack(CFNetServiceBrowserRef, CFOptionFlags fla
     const kiv::MutexLock lock{browser.m_mutex};
     if (KIVCS2_FAILED(lock.status()) || shared(browser.m_stop).load() != 0 || foundFirst.load() != 0)
         return;
-    // A service that went away stays listed; an error comes without a service.
+    // A service that went away stays listed; an error is reported without a service.
     if ((flags & kNotAServiceThatCame) != 0 || domainOrService == nullptr)
         return;
     serviceCame(browser, static_cast<CFNetServiceRef>(const_cast<void *>(domainOrService)));
@@ -296,9 +296,9 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
     releaseAndClear(browser.m_name);
 }
 
-// Ends the search. The flag is set before the mutex is taken as well: a callback that waits for the mutex
-// would otherwise go on to the next service, and the next, while this thread waits. What it resolves at this
-// moment ends too, or this thread would wait for that.
+// Ends the search. The flag is set before the mutex is taken: otherwise a callback that waits for the mutex
+// would go on to the next service, and the next, while this thread waits. The service being resolved is
+// cancelled too, or this thread would wait for it.
 [[nodiscard]] KIVCS2Status stopSearch(KIVCS2BonjourBrowser &browser, bool &inCallback)
 {
     shared(browser.m_stop).store(1);
@@ -306,12 +306,12 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
     const kiv::MutexLock lock{browser.m_mutex};
     KIV_TRY(lock.status());
     CFNetServiceBrowserStopSearch(browser.m_browser, nullptr);
-    // The mutex is recursive: held during a callback, it is this thread that the callback runs on.
+    // The mutex is recursive: if it is held during a callback, the callback runs on this thread.
     inCallback = browser.m_inCallback != 0;
     return KIVCS2STATUS_OK;
 }
 
-// Ends the worker, whose search has been stopped: it is blocked in it until then.
+// Ends the worker, whose search has been stopped: until then the worker is blocked in the search.
 [[nodiscard]] KIVCS2Status endSearch(KIVCS2BonjourBrowser &browser)
 {
     const kiv::MutexLock lock{browser.m_endMutex};
@@ -321,8 +321,8 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
     return KIVCS2STATUS_OK;
 }
 
-// Takes the texts over and starts the search; without a worker nothing has changed. The caller holds
-// `m_endMutex`: a stop by another thread meets a worker, or none.
+// Takes the texts over and starts the search; if no worker starts, nothing has changed. The caller holds
+// `m_endMutex`: a stop by another thread finds a complete worker, or none.
 [[nodiscard]] KIVCS2Status startSearch(KIVCS2BonjourBrowser &browser, CFRef<CFStringRef> &domain,
                                        CFRef<CFStringRef> &type)
 {
@@ -357,7 +357,7 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
     return status;
 }
 
-// True once the semaphore was signalled, false when the time has passed first. Looks at least once.
+// True once the semaphore was signalled, false if the time passed first. Checks at least once.
 [[nodiscard]] bool waitForFirst(KIVCS2BonjourBrowser &browser, uint32_t timeout)
 {
     const uint64_t start = mach_absolute_time();
@@ -366,13 +366,13 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
         if (KIVCS2_SUCCEEDED(kivCS2Semaphore_testWait(&browser.m_semaphore)))
             return true;
         const uint64_t elapsed = kivCS2AbsoluteToNanoseconds(mach_absolute_time() - start);
-        (void)usleep(kLookAgainAfter); // a signal that cuts it short makes the next look earlier
+        (void)usleep(kLookAgainAfter); // a signal that cuts it short makes the next check earlier
         if (elapsed / kNanosecondsPerMillisecond >= timeout)
             return false;
     }
 }
 
-// A service, or the first one of the browser.
+// Returns the given service, or else the browser's first.
 [[nodiscard]] KIVCS2BonjourService *serviceOrFirst(const KIVCS2BonjourBrowser &browser,
                                                    KIVCS2BonjourService *service)
 {
@@ -400,7 +400,7 @@ KIVCS2Status kivCS2Bonjour_startPublishingService(KIVCS2BonjourPublisher *publis
     const CFRef<CFStringRef> nameText = createText(name);
     if (!domainText || !typeText || !nameText)
         return KIVCS2STATUS_MEMORY_ERR;
-    if (port > UINT16_MAX) // the platform's port is signed
+    if (port > UINT16_MAX) // the platform's port type is signed
         return KIVCS2STATUS_DATA_ERR;
     CFRef<CFNetServiceRef> service{CFNetServiceCreate(kCFAllocatorDefault, domainText.get(), typeText.get(),
                                                       nameText.get(), static_cast<SInt32>(port))};
@@ -441,7 +441,7 @@ KIVCS2Status kivCS2Bonjour_initBrowserData(KIVCS2BonjourBrowser *browser)
     }
     if (KIVCS2_FAILED(status))
     {
-        (void)kivCS2Mutex_free(&browser->m_endMutex); // harmless where there is none
+        (void)kivCS2Mutex_free(&browser->m_endMutex); // harmless if it was not made
         (void)kivCS2Mutex_free(&browser->m_mutex);
         *browser = {};
     }
@@ -454,7 +454,7 @@ KIVCS2Status kivCS2Bonjour_diposeBrowserData(KIVCS2BonjourBrowser *browser)
 
     if (browser->m_browser == nullptr) // never initialised, or disposed of before
         return KIVCS2STATUS_OK;
-    // In a callback of its own: its worker still needs what would go.
+    // Called from its own callback: the worker still uses this record.
     if (t_watched != nullptr && t_watched->m_elem.m_list == &browser->m_services)
         return KIVCS2STATUS_STATE_ERR;
     bool inCallback = false;
@@ -506,9 +506,9 @@ KIVCS2Status kivCS2Bonjour_findFirstService(KIVCS2BonjourBrowser *browser, const
 
     bool isFound = waitForFirst(*browser, timeout);
     const KIVCS2Status status = kivCS2Bonjour_stopServiceBrowser(browser);
-    // Between the last look and the stop it may have been found after all, which has ended all browsing.
+    // It may have been found between the last check and the stop, which has ended all browsing.
     isFound = isFound || KIVCS2_SUCCEEDED(kivCS2Semaphore_testWait(&browser->m_semaphore));
-    (void)kivCS2Semaphore_free(&browser->m_semaphore); // open, and nobody waits
+    (void)kivCS2Semaphore_free(&browser->m_semaphore); // it is open, and no thread waits
     return KIVCS2_SUCCEEDED(status) && !isFound ? KIVCS2STATUS_TIMEOUT_ERR : status;
 }
 
@@ -518,7 +518,7 @@ KIVCS2Status kivCS2Bonjour_stopServiceBrowser(KIVCS2BonjourBrowser *data)
 
     bool inCallback = false;
     KIV_TRY(stopSearch(*data, inCallback));
-    // The worker, whose callback this is, ends by itself; who disposes of the browser waits for it.
+    // The worker, whose callback this is, ends by itself; disposing of the browser waits for it.
     return inCallback ? KIVCS2STATUS_OK : endSearch(*data);
 }
 
@@ -585,7 +585,7 @@ KIVCS2Status kivCS2Bonjour_startServiceMonitor(KIVCS2BonjourService *service,
     KIV_TRY(lock.status());
     if (service->m_monitor != nullptr && shared(service->m_monitorStop).load() == 0)
         return KIVCS2STATUS_STATE_ERR;
-    endMonitor(*service); // one that its callback has stopped
+    endMonitor(*service); // a monitor that its own callback has stopped
     service->m_monitorCallback = callback;
     service->m_monitorUserData = userData;
     service->m_monitorContext = {};

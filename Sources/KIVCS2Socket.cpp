@@ -24,7 +24,7 @@ constexpr uint8_t kEOT = 0x04;
 constexpr size_t kDrainPiece = 32; // bytes
 constexpr uint32_t kMicrosecondsPerSecond = 1000000;
 
-// 0 stands for no descriptor in a record, and must never reach what the process has open there.
+// In a record 0 means no descriptor; it must never reach the descriptor 0 of the process.
 [[nodiscard]] int descriptorOf(const KIVCS2Socket *socket)
 {
     return socket->m_socket != 0 ? socket->m_socket : -1;
@@ -40,14 +40,14 @@ constexpr uint32_t kMicrosecondsPerSecond = 1000000;
     return reinterpret_cast<const sockaddr *>(address);
 }
 
-// Keeps the system's error number in the record.
+// Stores the system's error number in the record.
 KIVCS2Status failed(KIVCS2Socket *socket, KIVCS2Status status)
 {
     socket->m_errno = static_cast<uint32_t>(errno);
     return status;
 }
 
-// The failure of a call that only an open socket takes.
+// The failure of a call that needs an open socket.
 [[nodiscard]] KIVCS2Status failedOption(KIVCS2Socket *socket)
 {
     return failed(socket, errno == EBADF ? KIVCS2STATUS_SOCKET_INVALID_ERR : KIVCS2STATUS_SOCKET_ERR);
@@ -55,8 +55,8 @@ KIVCS2Status failed(KIVCS2Socket *socket, KIVCS2Status status)
 
 // ---- Making records ----
 
-// A record that is given up before a host has seen it: nothing of it is drained or left but errno, which
-// tells the host why.
+// Releases a record that no host has seen: it does not drain, and keeps only errno, which gives the host the
+// reason.
 struct Discard
 {
     void operator()(KIVCS2Socket *socket) const
@@ -76,8 +76,7 @@ using OwnSocket = std::unique_ptr<KIVCS2Socket, Discard>;
     return OwnSocket{static_cast<KIVCS2Socket *>(kivCS2ZeroMalloc(sizeof(KIVCS2Socket)))};
 }
 
-// The error number of a failed look-up: 0 if the answer is that there is no such address, which no number
-// says.
+// The error number of a failed look-up: 0 if there is no such address, because no error number means that.
 [[nodiscard]] int lookUpError(int result, int systemError)
 {
     switch (result)
@@ -93,7 +92,7 @@ using OwnSocket = std::unique_ptr<KIVCS2Socket, Discard>;
     }
 }
 
-// Sets errno when it fails.
+// Sets errno on failure.
 KIVCS2Status kivCS2SocketPrv_resolveAddress(const char *_host, int32_t _port, KIVCS2SocketType type,
                                             sockaddr_in *_out_addr)
 {
@@ -147,7 +146,7 @@ KIVCS2Status kivCS2SocketPrv_resolveAddress(const char *_host, int32_t _port, KI
     return KIVCS2STATUS_OK;
 }
 
-// Kept: hosts rely on the record when no-SIGPIPE cannot be set: it is theirs to free.
+// Kept: hosts rely on getting the record if no-SIGPIPE cannot be set: they free it.
 KIVCS2Status setNoSigpipeOrHandOut(OwnSocket &socket, KIVCS2Socket **out)
 {
     const KIVCS2Status status = kivCS2Socket_setNoSigpipe(socket.get(), 1);
@@ -216,7 +215,7 @@ template <class Value>
     return setValue(socket, IPPROTO_IP, name, membership);
 }
 
-// ---- What the system's answers mean ----
+// ---- The meaning of the system's results ----
 
 KIVCS2Status sendOnce(KIVCS2Socket *socket, const void *buffer, uint32_t length, const sockaddr_in *to,
                       uint32_t *outSent)
@@ -244,17 +243,17 @@ KIVCS2Status sendOnce(KIVCS2Socket *socket, const void *buffer, uint32_t length,
     }
 }
 
-// Nothing came: because nothing waits here, or because the time is over.
+// No data came: because the socket does not block, or because the time is over.
 [[nodiscard]] KIVCS2Status nothingReceived(KIVCS2Socket *socket)
 {
     const uint32_t error = socket->m_errno;
     bool blocks = false;
     KIV_TRY(kivCS2Socket_getBlocking(socket, &blocks));
-    socket->m_errno = error; // the receive's, which asking has cleared
+    socket->m_errno = error; // the receive's number, which the query has cleared
     return blocks ? KIVCS2STATUS_TIMEOUT_ERR : KIVCS2STATUS_EOF_ERR;
 }
 
-// Called with errno as the receive left it. An interruption makes the count 0.
+// Called with errno as the receive left it. After an interruption the count is 0.
 [[nodiscard]] KIVCS2Status mapReceive(KIVCS2Socket *socket, ssize_t &count)
 {
     if (count > 0)
@@ -286,7 +285,7 @@ enum class Readiness
     None,
     Ready,
     HungUp,
-    Failed // m_errno says why
+    Failed // m_errno holds the reason
 };
 
 [[nodiscard]] Readiness testReadiness(KIVCS2Socket *socket, short events)
@@ -301,10 +300,10 @@ enum class Readiness
     }
     if ((found & (POLLHUP | POLLNVAL)) != 0)
         return Readiness::HungUp;
-    return count == 0 ? Readiness::None : Readiness::Ready; // of one descriptor there is no other count
+    return count == 0 ? Readiness::None : Readiness::Ready; // with one descriptor there is no other count
 }
 
-// The status of a readiness test; `none` is its answer where nothing is ready.
+// The status of a readiness test; `none` is the status if nothing is ready.
 [[nodiscard]] KIVCS2Status readinessStatus(Readiness readiness, KIVCS2Status none)
 {
     switch (readiness)
@@ -323,7 +322,7 @@ enum class Readiness
 
 // ---- Closing ----
 
-// Takes what is still coming. Datagrams have no end that a wait could meet.
+// Reads and discards incoming data. Datagrams have no end to wait for.
 void drainReceive(int fd, KIVCS2SocketType type)
 {
     std::array<char, kDrainPiece> piece;
@@ -342,7 +341,7 @@ void drainSend(int fd)
     }
 }
 
-// Stops sending. False when there is no such descriptor.
+// Stops sending. False if there is no such descriptor.
 [[nodiscard]] bool shutDownSending(KIVCS2Socket *socket, int fd)
 {
     if (shutdown(fd, SHUT_WR) == 0)
@@ -619,8 +618,8 @@ KIVCS2Status kivCS2Socket_close(KIVCS2Socket *_socket)
     KIV_CHECK((_socket) != NULL);
 
     _socket->m_errno = 0;
-    // Kept: hosts rely on a group that cannot be left showing in the result alone, which a sender's,
-    // having joined none, always does.
+    // Kept: hosts rely on a failure to leave a group showing only in the result. For a sender, which has
+    // joined no group, it always shows.
     if (_socket->m_type == KIVCS2SocketType_Multicast)
         (void)kivCS2Socket_dropIPMembership(_socket, _socket->m_multicastAddress);
 
@@ -696,7 +695,7 @@ KIVCS2Status kivCS2Socket_receive(KIVCS2Socket *_socket, void *_buf, uint32_t _b
         *_bytes_received = 0;
 
     ssize_t count = recv(descriptorOf(_socket), _buf, _buf_size, 0);
-    const int error = count < 0 ? errno : 0; // asking for it is a call
+    const int error = count < 0 ? errno : 0; // kept now: mapReceive() may call the system
     const KIVCS2Status status = mapReceive(_socket, count);
     if (count == -1)
     {
@@ -709,7 +708,7 @@ KIVCS2Status kivCS2Socket_receive(KIVCS2Socket *_socket, void *_buf, uint32_t _b
         *_bytes_received = static_cast<uint32_t>(count);
     KIV_TRY(status);
 
-    // Kept: hosts rely on the buffer alone: after an interruption it is what the buffer held before.
+    // Kept: hosts rely on only the buffer counting: after an interruption it holds its earlier contents.
     const uint8_t first = *static_cast<const uint8_t *>(_buf);
     if (hasOption(_socket, KIVCS2SocketOption_EndOnEOT) && first == kEOT)
     {
@@ -884,7 +883,7 @@ KIVCS2Status kivCS2Socket_setRecvTimeout(KIVCS2Socket *_socket, uint32_t _to_sec
 {
     KIV_CHECK((_socket) != NULL);
 
-    // Kept: hosts rely on this refusal, and on the send time-out having none of its own.
+    // Kept: hosts rely on this refusal, and on the send time-out having no such check.
     if (_to_usec >= kMicrosecondsPerSecond)
         return KIVCS2STATUS_PARAM_ERR;
     return setTime(_socket, SO_RCVTIMEO, _to_sec, _to_usec);
