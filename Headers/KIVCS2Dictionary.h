@@ -3,10 +3,10 @@
  * Dictionaries: a CoreFoundation mutable dictionary filled from C values, under keys that are C strings
  * or string objects.
  *
- * The caller owns the record: `init` or `initWithCFDictionary` fills it, `free` releases the dictionary
- * and zeroes the record, which may then be initialised again. The dictionary retains what is stored, so
- * that an object passed in stays its owner's. `m_dictionary` may be handed to any call of the system, for
- * one to kivCS2JSON_createFromPlist(); it lists its keys in the order in which they came.
+ * The caller owns the record: `init` or `initWithCFDictionary` fills it, `free` releases the dictionary and
+ * zeroes the record, which may then be initialised again. The dictionary retains what is stored, so an object
+ * passed in still belongs to its owner. `m_dictionary` may be passed to any call of the system, for example
+ * kivCS2JSON_createFromPlist(); it lists its keys in the order in which they were added.
  *
  * One thread at a time fills or reads a record.
  */
@@ -19,7 +19,7 @@
 
 KIVCS2_BEGIN_DECLS
 
-/** What the key of a setter is: 0, or any other value for a string object. */
+/** The type of a setter's key: 0 for a C string, any other value for a string object. */
 typedef uint32_t KIVCS2DictionaryKey;
 enum
 {
@@ -34,18 +34,19 @@ typedef struct KIVCS2Dictionary
 } KIVCS2Dictionary;
 
 /**
- * Makes an empty dictionary with the standard callbacks for objects, whatever the record held before.
+ * Makes an empty dictionary with the standard callbacks for objects. The record's previous contents are
+ * ignored.
  * @retval KIVCS2STATUS_PARAM_ERR   `dictionary` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room; `m_dictionary` is null
- * Thread safety: the owner alone.
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2Dictionary_init(KIVCS2Dictionary *dictionary);
 
 /**
- * Retains `cfDictionary` and puts it into the record, whatever that held before. Setters need a
- * mutable one and change it for all its owners.
+ * Retains `cfDictionary` and stores it in the record, whose previous contents are ignored. Setters need a
+ * mutable dictionary and change it for all its owners.
  * @retval KIVCS2STATUS_PARAM_ERR  an argument is null
- * Thread safety: the owner alone.
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2Dictionary_initWithCFDictionary(CFDictionaryRef cfDictionary,
                                                               KIVCS2Dictionary *dictionary);
@@ -53,17 +54,17 @@ KIVCS2_API KIVCS2Status kivCS2Dictionary_initWithCFDictionary(CFDictionaryRef cf
 /**
  * Releases the dictionary and zeroes the record. Freeing a zeroed record is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `dictionary` is null
- * Thread safety: the owner alone.
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2Dictionary_free(KIVCS2Dictionary *dictionary);
 
 /**
- * Stores an object under a key, in place of the value that may be there.
+ * Stores an object under a key and replaces any value already there.
  * @param[in] key    by `keyKind` a C string, not kept, or a CFStringRef, retained
  * @param[in] value  retained
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
- * @retval KIVCS2STATUS_MEMORY_ERR  the C string is no ASCII, or there is no room; the dictionary stays as it
- *                                  was. Also a new key for a dictionary that is not mutable
+ * @retval KIVCS2STATUS_MEMORY_ERR  the C string is not ASCII, or there is no room; the dictionary is
+ *                                  unchanged. Also a new key for a dictionary that is not mutable
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Dictionary_setCFValue(KIVCS2Dictionary *dictionary, const void *key,
@@ -90,8 +91,8 @@ KIVCS2_API KIVCS2Status kivCS2Dictionary_setFloat(KIVCS2Dictionary *dictionary, 
                                                   KIVCS2DictionaryKey keyKind);
 
 /**
- * Stores the low 8 bits of a flag as a number of type kCFNumberSInt8Type (no CFBoolean), which JSON
- * writes as 0 or 1.
+ * Stores the low 8 bits of a flag as a number of type kCFNumberSInt8Type (not a CFBoolean), which JSON writes
+ * as 0 or 1.
  * @param[in] key  as for kivCS2Dictionary_setCFValue()
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
  * @retval KIVCS2STATUS_MEMORY_ERR  as kivCS2Dictionary_setCFValue()
@@ -101,11 +102,11 @@ KIVCS2_API KIVCS2Status kivCS2Dictionary_setBool(KIVCS2Dictionary *dictionary, c
                                                  uint32_t value, KIVCS2DictionaryKey keyKind);
 
 /**
- * Stores a string object made of a C string.
+ * Stores a string object made from a C string.
  * @param[in] key    as for kivCS2Dictionary_setCFValue()
  * @param[in] value  ASCII, up to its zero byte, not kept
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
- * @retval KIVCS2STATUS_MEMORY_ERR  `value` is no ASCII, or as kivCS2Dictionary_setCFValue()
+ * @retval KIVCS2STATUS_MEMORY_ERR  `value` is not ASCII, or as kivCS2Dictionary_setCFValue()
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Dictionary_setCString(KIVCS2Dictionary *dictionary, const void *key,

@@ -3,9 +3,9 @@
  * Sensors: the keys of the system management controller, and from them fan speeds, temperatures of
  * processors and graphics, and power figures.
  *
- * The caller owns the record: `init` opens the connection and lists the keys, `free` closes it and may
- * follow an `init` that failed. A machine without the controller fails at `init`. The operations that
- * gather a status succeed whatever keys the machine has: a flag of the status tells each value that was read.
+ * The caller owns the record: `init` opens the connection and lists the keys, `free` closes it and may follow
+ * a failed `init`. On a machine without the controller `init` fails. The operations that gather a status
+ * succeed whatever keys the machine has: flags in the status mark the values that were read.
  *
  * A connection is used by one thread at a time; connections are independent of each other.
  */
@@ -19,10 +19,10 @@ KIVCS2_BEGIN_DECLS
 /** Bytes that the text of a key or of a data type takes: four characters and a zero. */
 #define KIVCS2_SMC_NAME_SIZE 5
 
-/** Bytes of data that one answer of the controller carries. */
+/** Bytes of data that one response of the controller carries. */
 #define KIVCS2_SMC_DATA_SIZE 32
 
-/** Temperatures a processor status has room for. */
+/** Room for temperatures in a processor status. */
 #define KIVCS2_SMC_MAX_CORES 32
 
 /** The keys of one kind of processor's core temperatures. */
@@ -38,10 +38,10 @@ typedef struct KIVCS2SMC
     uint32_t m_connection;               /**< 0 when closed */
     uint32_t m_keyCount;                 /**< keys in `m_keys` */
     uint32_t *m_keys;                    /**< four-character codes, the first character in the top byte */
-    const KIVCS2SMCKeySet *m_cpuTempSet; /**< constant; null when the machine has none of the known sets */
+    const KIVCS2SMCKeySet *m_cpuTempSet; /**< constant; null if no known set fits the machine */
 } KIVCS2SMC;
 
-/** What a fan's status holds. */
+/** The values that a fan's status holds. */
 typedef uint32_t KIVCS2SMCFanFlags;
 enum
 {
@@ -50,14 +50,14 @@ enum
     KIVCS2SMCFanFlags_Maximum = 4,
     KIVCS2SMCFanFlags_Safe = 8,
     KIVCS2SMCFanFlags_Target = 16,
-    KIVCS2SMCFanFlags_Forced = 32 /**< it was read whether the fan is forced */
+    KIVCS2SMCFanFlags_Forced = 32 /**< `m_forced` was read */
 };
 
-/** One fan; speeds in turns a minute. */
+/** One fan; speeds in revolutions per minute. */
 typedef struct KIVCS2SMCFanStatus
 {
     KIVCS2SMCFanFlags m_flags;
-    uint32_t m_forced; /**< 1 when the speed is set by a program, not by the controller */
+    uint32_t m_forced; /**< 1 if a program sets the speed, not the controller */
     float m_actual;
     float m_minimum;
     float m_maximum;
@@ -65,7 +65,7 @@ typedef struct KIVCS2SMCFanStatus
     float m_target;
 } KIVCS2SMCFanStatus;
 
-/** What a processor's status holds. */
+/** The values that a processor's status holds. */
 typedef uint32_t KIVCS2SMCCPUFlags;
 enum
 {
@@ -86,7 +86,7 @@ typedef struct KIVCS2SMCCPUStatus
     double m_MSAc;
 } KIVCS2SMCCPUStatus;
 
-/** What a graphics status holds. */
+/** The values that a graphics status holds. */
 typedef uint32_t KIVCS2SMCGPUFlags;
 enum
 {
@@ -102,36 +102,37 @@ typedef struct KIVCS2SMCGPUStatus
     KIVCS2SMCGPUFlags m_flags;
     uint32_t m_MSTg;
     double m_MSAg;
-    double m_TG0D; /**< degrees Celsius, as the next two */
+    double m_TG0D; /**< degrees Celsius, as are the next two */
     double m_TG0H;
     double m_TG0P;
 } KIVCS2SMCGPUStatus;
 
 /**
  * Opens the machine's controller, lists its keys and chooses the key set of the core temperatures: the first
- * known one whose keys are all there. A failure is told on standard error; `free` releases what it leaves.
+ * known set whose keys all exist. A failure is printed on standard error; `free` releases what `init` has
+ * made.
  * @retval KIVCS2STATUS_PARAM_ERR      `pSMC` is null
- * @retval KIVCS2STATUS_CONNECT_ERR    the machine's services cannot be asked for
+ * @retval KIVCS2STATUS_CONNECT_ERR    the machine's services cannot be queried
  * @retval KIVCS2STATUS_NOT_FOUND_ERR  there is no controller, or it may not be opened; the record is zero
- * @retval KIVCS2STATUS_DATA_ERR       the controller does not answer: the connection stays in the record, and
- *                                     so do the keys that were listed, those that were not being 0
- * @retval KIVCS2STATUS_MEMORY_ERR     no room for the list, or more than 65536 keys; the connection stays in
- *                                     the record
- * Thread safety: the owner alone.
+ * @retval KIVCS2STATUS_DATA_ERR       the controller does not respond: the record holds the connection and
+ *                                     the keys listed so far, and 0 for the others
+ * @retval KIVCS2STATUS_MEMORY_ERR     no room for the list, or more than 65536 keys; the record holds the
+ *                                     connection
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_init(KIVCS2SMC *pSMC);
 
 /**
- * Closes the connection, if there is one, releases the list and zeroes the record. Twice is harmless.
+ * Closes the connection, if there is one, releases the list and zeroes the record. A second call is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `pSMC` is null
- * Thread safety: the owner alone.
+ * Thread safety: only the owner.
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_free(KIVCS2SMC *pSMC);
 
 /**
  * Stores how many keys the controller has.
  * @retval KIVCS2STATUS_PARAM_ERR  `pSMC` or `pKeys` is null
- * Thread safety: one thread at a time, as everything below.
+ * Thread safety: one thread at a time, as for all operations below.
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getNumberOfKeys(KIVCS2SMC *pSMC, uint32_t *pKeys);
 
@@ -145,91 +146,89 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getKeyName(KIVCS2SMC *pSMC, uint32_t index, ch
                                              uint32_t maxSize);
 
 /**
- * Asks for the type of a key, four characters such as "sp78", and for the size of its data.
+ * Requests the type of a key, four characters such as "sp78", and the size of its data.
  * @param[in] index      below the number of keys
  * @param[in] maxSize    of `pDataType`, 5 or more
- * @param[out] pDataBytes  bytes, as the controller says
+ * @param[out] pDataBytes  bytes, as the controller reports
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, `index` or `maxSize` is out of range
- * @retval KIVCS2STATUS_DATA_ERR   the controller does not answer; nothing is stored
+ * @retval KIVCS2STATUS_DATA_ERR   the controller does not respond; nothing is stored
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getKeyDataInfo(KIVCS2SMC *pSMC, uint32_t index, char *pDataType,
                                                  uint32_t maxSize, uint32_t *pDataBytes);
 
 /**
- * Asks for `size` bytes of a key's data. An answer has 32 at most: what `pData` has room for beyond them
- * stays as it is.
+ * Requests `size` bytes of a key's data. A response has at most 32 bytes: the rest of `pData` is unchanged.
  * @param[in] index  below the number of keys
- * @param[in] size   of `pData`; any
+ * @param[in] size   of `pData`; any value
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `index` is out of range
- * @retval KIVCS2STATUS_DATA_ERR   the controller does not answer; nothing is stored
+ * @retval KIVCS2STATUS_DATA_ERR   the controller does not respond; nothing is stored
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getKeyData(KIVCS2SMC *pSMC, uint32_t index, uint8_t *pData, uint32_t size);
 
 /**
- * Stores the number of fans (key "FNum"), the low 32 bits where it is longer.
+ * Stores the number of fans (key "FNum"), or its low 32 bits if it is longer.
  * @retval KIVCS2STATUS_PARAM_ERR      a pointer is null
  * @retval KIVCS2STATUS_NOT_FOUND_ERR  there is no such key
- * @retval KIVCS2STATUS_DATA_ERR       the controller does not answer, or with more than 32 bytes
+ * @retval KIVCS2STATUS_DATA_ERR       the controller does not respond, or responds with more than 32 bytes
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getNumberOfFans(KIVCS2SMC *pSMC, uint32_t *pFans);
 
 /**
- * Reads all there is to a fan. What the machine does not tell is 0 and its flag clear.
- * @param[in] fan  from 0; keys name fans by one digit, so that from 10 on there is nothing but the forced
- *                 flag
+ * Reads all values of a fan. A value that the machine does not report is 0 and its flag is clear.
+ * @param[in] fan  from 0; keys name fans by one digit, so from 10 on only the forced flag is known
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getFanStatus(KIVCS2SMC *pSMC, uint32_t fan, KIVCS2SMCFanStatus *pStatus);
 
 /**
- * Reads the actual speed of a fan anew into `pStatus`, where the rest stays as it is. The flag of the actual
- * speed is clear after a failure.
+ * Reads the actual speed of a fan again into `pStatus`; the other members are unchanged. After a failure the
+ * flag of the actual speed is clear.
  * @retval KIVCS2STATUS_PARAM_ERR      a pointer is null
  * @retval KIVCS2STATUS_NOT_FOUND_ERR  there is no such fan
- * @retval KIVCS2STATUS_DATA_ERR       the controller does not answer, or with more than 32 bytes
+ * @retval KIVCS2STATUS_DATA_ERR       the controller does not respond, or responds with more than 32 bytes
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getFanCurrentSpeed(KIVCS2SMC *pSMC, uint32_t fan,
                                                      KIVCS2SMCFanStatus *pStatus);
 
 /**
- * Reads the core temperatures, up to the first that cannot be read, and the processors' power figures. What
- * the machine does not tell is 0 and its flag clear.
+ * Reads the core temperatures, up to the first that cannot be read, and the processors' power figures. A
+ * value that the machine does not report is 0 and its flag is clear.
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getCPUStatus(KIVCS2SMC *pSMC, KIVCS2SMCCPUStatus *pStatus);
 
 /**
- * Reads the temperatures and power figures of the graphics processor. What the machine does not tell is 0 and
- * its flag clear.
+ * Reads the temperatures and power figures of the graphics processor. A value that the machine does not
+ * report is 0 and its flag is clear.
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getGPUStatus(KIVCS2SMC *pSMC, KIVCS2SMCGPUStatus *pStatus);
 
 /**
- * Degrees Celsius of the first two of `size` bytes, to a 64th of a degree. Both bytes are signed: a second
- * byte of 128 or more takes a degree away.
+ * Stores degrees Celsius from the first two of `size` bytes, to a 64th of a degree. Both bytes are signed: a
+ * second byte of 128 or more subtracts a degree.
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `size` is below 2
- * Thread safety: any thread, as the three below.
+ * Thread safety: any thread, as for the three below.
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_interpretDataAsTemperature(KIVCS2SMC *pSMC, const uint8_t *pData,
                                                              uint32_t size, double *pTemperature);
 
 /**
- * The first two of `size` bytes as a number: the first, and 256ths in the second, both signed.
+ * Stores the first two of `size` bytes as a number: the first byte, and 256ths in the second, both signed.
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `size` is below 2
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_interpretDataAsFloatingPoint(KIVCS2SMC *pSMC, const uint8_t *pData,
                                                                uint32_t size, double *pDouble);
 
 /**
- * `size` bytes as a big-endian number; no bytes are 0.
+ * Stores `size` bytes as a big-endian number; no bytes give 0.
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `size` is above 4
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_interpretDataAsUnsignedInteger(KIVCS2SMC *pSMC, const uint8_t *pData,
                                                                  uint32_t size, uint32_t *pInteger);
 
 /**
- * As the operation above: fewer than 4 bytes are not extended by their sign, so FFh FFh is 65535.
+ * As the operation above: fewer than 4 bytes are not sign-extended, so FFh FFh is 65535.
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `size` is above 4
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_interpretDataAsInteger(KIVCS2SMC *pSMC, const uint8_t *pData, uint32_t size,

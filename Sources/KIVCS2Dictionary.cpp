@@ -6,7 +6,7 @@
 #include "Private/Support/CFRef.h"
 #include "Private/Support/Check.h"
 
-// What all setters ask of their first two arguments.
+// The checks that all setters make on their first two arguments.
 #define KIV_CHECK_SETTER(dictionary, key)                                                                    \
     KIV_CHECK_AS((dictionary) != nullptr, "(dictionary) != NULL", KIVCS2STATUS_PARAM_ERR);                   \
     KIV_CHECK_AS((dictionary)->m_dictionary != nullptr, "(dictionary->m_dictionary) != NULL",                \
@@ -27,7 +27,7 @@ namespace
 [[nodiscard]] KIVCS2Status store(CFMutableDictionaryRef dictionary, const void *key, CFTypeRef value)
 {
     CFDictionarySetValue(dictionary, key, value);
-    // The call reports nothing. A key that was there takes its new value without any memory.
+    // The call has no result. A key that exists takes its new value without any memory.
     return CFDictionaryContainsKey(dictionary, key) != 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_MEMORY_ERR;
 }
 
@@ -67,7 +67,7 @@ KIVCS2Status kivCS2Dictionary_initWithCFDictionary(CFDictionaryRef cfDictionary,
     KIV_CHECK_AS(dictionary != nullptr, "(dictionary) != NULL", KIVCS2STATUS_PARAM_ERR);
 
     CFRetain(cfDictionary);
-    // Whether it is mutable cannot be asked; an immutable one takes no values.
+    // The system cannot report whether it is mutable; an immutable dictionary takes no values.
     dictionary->m_dictionary = const_cast<CFMutableDictionaryRef>(cfDictionary);
     return KIVCS2STATUS_OK;
 }
@@ -110,7 +110,7 @@ KIVCS2Status kivCS2Dictionary_setBool(KIVCS2Dictionary *dictionary, const void *
 {
     KIV_CHECK_SETTER(dictionary, key);
 
-    // Kept: a number, not a truth value, and of the low 8 bits alone; JSON has a text for the one only.
+    // Kept: a number, not a truth value, and only of the low 8 bits; JSON has a text only for numbers.
     return storeNumber(*dictionary, key, kCFNumberSInt8Type, static_cast<int8_t>(value), keyKind);
 }
 

@@ -14,7 +14,7 @@
 
 namespace
 {
-// A stack whose first elements need no memory of the heap.
+// A stack whose first elements need no heap memory.
 template <class T, size_t kInline>
 class Stack
 {
@@ -30,7 +30,7 @@ public:
             std::free(m_data);
     }
 
-    // Room for `count` more on top, uninitialised, or null without memory.
+    // Room for `count` more elements on top, uninitialised; null if there is no memory.
     [[nodiscard]] T *push(size_t count)
     {
         if (count > m_capacity - m_size && !grow(count))
@@ -69,16 +69,16 @@ private:
         return true;
     }
 
-    std::array<T, kInline> m_inline; // left as it is: most of it is never used
+    std::array<T, kInline> m_inline; // uninitialised: most of it is never used
     T *m_data = m_inline.data();
     size_t m_size = 0;
     size_t m_capacity = kInline;
 };
 
-// Keys and texts are mostly shorter than a call of memcpy is worth.
+// Most keys and texts are too short to be worth a call of memcpy.
 void copy(char *to, const char *from, size_t size)
 {
-    const auto ends = [=](auto word) // two that overlap, for one to two words
+    const auto ends = [=](auto word) // two words that overlap, for sizes of one to two words
     {
         std::memcpy(&word, from + size - sizeof word, sizeof word);
         const auto last = word;
@@ -98,7 +98,7 @@ void copy(char *to, const char *from, size_t size)
         *to = *from;
 }
 
-// Where the text goes: to a cursor and a counter, or to the counter alone.
+// The output of the text: to a cursor and a counter, or only to the counter.
 class Text
 {
 public:
@@ -117,8 +117,8 @@ public:
         return m_length;
     }
 
-    // Makes this failure the answer to everything that follows: no text may go on behind a gap that
-    // would leave the measured length below the written one.
+    // Makes everything that follows fail in the same way: no text may follow a gap that would leave the
+    // measured length below the written one.
     [[nodiscard]] KIVCS2Status breakOff()
     {
         m_limit = m_length;
@@ -146,7 +146,7 @@ public:
         return KIVCS2STATUS_OK;
     }
 
-    // Kept: between quotes and nothing escaped; hosts escape what they store.
+    // Kept: between quotes and not escaped; hosts escape the strings they store.
     [[nodiscard]] KIVCS2Status appendQuoted(CFStringRef string)
     {
         const CFIndex units = CFStringGetLength(string);
@@ -188,14 +188,14 @@ private:
         const CFIndex converted =
             CFStringGetBytes(string, CFRangeMake(0, units), kCFStringEncodingUTF8, 0, false,
                              reinterpret_cast<UInt8 *>(m_cursor + 1), std::min(most, room), &bytes);
-        // With less than the most room it is the room that may have ended the conversion.
+        // If the room was less than the most, the room may have ended the conversion.
         if (converted < units)
             return most > room ? breakOff() : KIVCS2STATUS_UNSUPPORTED_ERR;
         quote(static_cast<size_t>(bytes));
         return KIVCS2STATUS_OK;
     }
 
-    // Around so many bytes behind the cursor and its quote.
+    // Puts quotes around `bytes` bytes after the cursor and its quote.
     void quote(size_t bytes)
     {
         m_cursor[0] = '"';
@@ -224,7 +224,7 @@ struct Level
     size_t firstKey; // in the stack of keys and values
 };
 
-// Asked once: a call for each value would cost as much as writing it.
+// Queried once: a call for each value would cost as much as writing it.
 struct Types
 {
     CFTypeID string = CFStringGetTypeID();
@@ -239,7 +239,7 @@ const Types &types()
     return asked;
 }
 
-// Walks without calling itself, so that no nesting reaches the end of a thread's stack.
+// Walks without recursion, so that deep nesting cannot overflow a thread's stack.
 class Walk
 {
 public:
@@ -314,7 +314,7 @@ private:
         return status;
     }
 
-    // What a dictionary hides when it fails must not make the measured length too short.
+    // A failure hidden by a dictionary must not make the measured length too short.
     [[nodiscard]] KIVCS2Status noMemory()
     {
         return m_text.measures() ? m_text.breakOff() : KIVCS2STATUS_MEMORY_ERR;
@@ -339,11 +339,11 @@ private:
         return begin(value);
     }
 
-    // Closes the innermost level. After a failure: an array hands it on.
+    // Closes the innermost level after a failure: an array passes the failure on.
     [[nodiscard]] KIVCS2Status abandon(KIVCS2Status status)
     {
         if (m_levels[m_levels.size() - 1].array == nullptr)
-            return finish(); // Kept: a dictionary closes and forgets the failure; hosts get what there is
+            return finish(); // Kept: a dictionary closes and forgets the failure; hosts get what is there
         m_levels.pop(1);
         return status;
     }
@@ -373,7 +373,7 @@ KIVCS2Status kivCS2JSON_createFromPlist(CFTypeRef plist, char **cursor, uint32_t
     char *const start = cursor != nullptr ? *cursor : nullptr;
     Text text{start, *length};
     const KIVCS2Status status = Walk{text}.write(plist);
-    // Where nothing was written, the byte at the cursor is not ours.
+    // If nothing was written, the byte at the cursor does not belong to the text.
     if (!text.measures() && text.cursor() != start)
         *text.cursor() = '\0';
     *length = text.length();

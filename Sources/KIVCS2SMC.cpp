@@ -19,9 +19,9 @@ namespace
 constexpr uint32_t kStructMethod = 2; // the service's selector
 constexpr size_t kNameLength = KIVCS2_SMC_NAME_SIZE - 1;
 constexpr uint32_t kMaxIntegerSize = sizeof(uint32_t);
-constexpr uint32_t kLastFan = 9; // keys have one digit for it
+constexpr uint32_t kLastFan = 9; // keys have one digit for the fan
 
-// Controllers have some hundred keys. No memory is asked for on the word of one that claims more than this.
+// Controllers have some hundred keys. No memory is allocated for a controller that claims more than this.
 constexpr uint32_t kMostKeys = 65536;
 
 static_assert(sizeof(KIVCS2SMCKeyData) == 80);
@@ -42,7 +42,7 @@ constexpr KIVCS2SMCKeySet keySet(const char *const (&keys)[Count])
     return {Count, keys};
 }
 
-// The first whose keys are all there counts: the set of two comes after that of four, which begins alike.
+// The first set whose keys all exist counts: the set of two comes after the set of four, which begins alike.
 constexpr std::array cpuTempSets = {
     keySet(macPro8Core),
     keySet(macMini4Core),
@@ -76,7 +76,7 @@ int32_t signedByte(uint8_t byte)
 
 double temperature(const uint8_t *bytes)
 {
-    // Kept: hosts rely on both bytes being signed, though it takes a degree away from halves and above.
+    // Kept: hosts rely on both bytes being signed, though this subtracts a degree from halves and above.
     return ((signedByte(bytes[0]) * 256 + signedByte(bytes[1])) >> 2) / 64.0;
 }
 
@@ -85,7 +85,7 @@ double floatingPoint(const uint8_t *bytes)
     return signedByte(bytes[0]) + signedByte(bytes[1]) / 256.0;
 }
 
-// Modulo 2^32; no bytes are 0.
+// Modulo 2^32; no bytes give 0.
 uint32_t bigEndian(const uint8_t *bytes, uint32_t size)
 {
     uint32_t value = 0;
@@ -94,7 +94,7 @@ uint32_t bigEndian(const uint8_t *bytes, uint32_t size)
     return value;
 }
 
-// Two bits of fraction, which are dropped, and six bits a byte above them, modulo 2^32; no bytes are 0.
+// Two bits of fraction, which are dropped, and six bits per byte above them, modulo 2^32; no bytes give 0.
 float fanSpeed(const uint8_t *bytes, uint32_t size)
 {
     uint32_t speed = size > 0 ? bytes[size - 1] >> 2 : 0;
@@ -146,7 +146,7 @@ KIVCS2Status readFloatingPoint(KIVCS2SMC *pSMC, const char *name, double *pVal)
     return KIVCS2STATUS_OK;
 }
 
-// The speed that ends in `suffix`, such as "Ac", of a fan.
+// Reads a fan's speed whose key ends in `suffix`, such as "Ac".
 KIVCS2Status readFanSpeed(KIVCS2SMC *pSMC, uint32_t fan, const char *suffix, float *pVal)
 {
     if (fan > kLastFan)
@@ -165,7 +165,7 @@ KIVCS2Status readFanSpeed(KIVCS2SMC *pSMC, uint32_t fan, const char *suffix, flo
 KIVCS2Status connectTo(io_service_t device, KIVCS2SMC *pSMC)
 {
     const kern_return_t error = IOServiceOpen(device, mach_task_self(), 0, &pSMC->m_connection);
-    (void)IOObjectRelease(device); // it was ours
+    (void)IOObjectRelease(device); // this function owns it
     if (error == KERN_SUCCESS)
         return KIVCS2STATUS_OK;
     std::fprintf(stderr, "KIVSMC: IOServiceOpen failed with error %i\n", error);
@@ -190,7 +190,7 @@ KIVCS2Status openConnection(KIVCS2SMC *pSMC)
         return KIVCS2STATUS_NOT_FOUND_ERR;
     }
     const io_service_t device = IOIteratorNext(services);
-    (void)IOObjectRelease(services); // it was ours
+    (void)IOObjectRelease(services); // this function owns it
     if (device == IO_OBJECT_NULL)
     {
         std::fputs("KIVSMC: device not found\n", stderr);
@@ -215,7 +215,7 @@ KIVCS2Status listKeys(KIVCS2SMC *pSMC)
         std::fputs("KIVSMC: malloc failed\n", stderr);
         return KIVCS2STATUS_MEMORY_ERR;
     }
-    pSMC->m_keyCount = count; // with the list: an index below it is one of the list
+    pSMC->m_keyCount = count; // set with the list: an index below it is in the list
 
     for (uint32_t index = 0; index < count; ++index)
     {
@@ -325,7 +325,7 @@ KIVCS2Status kivCS2SMC_free(KIVCS2SMC *pSMC)
     KIV_CHECK(pSMC);
 
     if (pSMC->m_connection != 0)
-        (void)IOServiceClose(pSMC->m_connection); // nothing that a caller could do about it
+        (void)IOServiceClose(pSMC->m_connection); // a caller could not act on a failure
     std::free(pSMC->m_keys);
     *pSMC = {};
     return KIVCS2STATUS_OK;
@@ -382,7 +382,7 @@ KIVCS2Status kivCS2SMC_getKeyData(KIVCS2SMC *pSMC, uint32_t index, uint8_t *pDat
     KIVCS2SMCKeyData input{};
     KIVCS2SMCKeyData output{};
     input.m_key = pSMC->m_keys[index];
-    // Kept: hosts rely on any size being passed on, and the call fails or not as the controller sees it.
+    // Kept: hosts rely on any size being passed on; the controller decides whether the call fails.
     input.m_dataSize = size;
     input.m_command = kSMCReadData;
     KIV_TRY(kivCS2SMCPrv_call(pSMC, &input, &output));
@@ -481,7 +481,7 @@ KIVCS2Status kivCS2SMC_getGPUStatus(KIVCS2SMC *pSMC, KIVCS2SMCGPUStatus *pStatus
         pStatus->m_flags |= KIVCS2SMCGPUFlags_TG0H;
     if (KIVCS2_SUCCEEDED(kivCS2SMCPrv_getTemperature(pSMC, "TG0P", &pStatus->m_TG0P)))
         pStatus->m_flags |= KIVCS2SMCGPUFlags_TG0P;
-    // Kept: hosts rely on one flag for the two.
+    // Kept: hosts rely on one flag for both values.
     if (KIVCS2_SUCCEEDED(readSignedByte(pSMC, "MSTg", &pStatus->m_MSTg)))
         pStatus->m_flags |= KIVCS2SMCGPUFlags_MSTgOrMSAg;
     if (KIVCS2_SUCCEEDED(readFloatingPoint(pSMC, "MSAg", &pStatus->m_MSAg)))
@@ -539,7 +539,7 @@ KIVCS2Status kivCS2SMC_interpretDataAsInteger(KIVCS2SMC *pSMC, const uint8_t *pD
     if (size > kMaxIntegerSize)
         return KIVCS2STATUS_PARAM_ERR;
 
-    // Kept: hosts rely on fewer than four bytes not being extended by their sign.
+    // Kept: hosts rely on fewer than four bytes not being sign-extended.
     *pInteger = static_cast<int32_t>(bigEndian(pData, size));
     return KIVCS2STATUS_OK;
 }

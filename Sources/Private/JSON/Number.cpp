@@ -1,4 +1,4 @@
-// Numbers: one table row a type, and "%f" by integer arithmetic where its digits fit 64 bits.
+// Numbers: one table row for each type, and "%f" by integer arithmetic if its digits fit 64 bits.
 #include "Private/JSON/Number.h"
 
 #include <bit>
@@ -13,7 +13,7 @@ using kiv::json::NumberText;
 enum class Format : uint8_t
 {
     none,
-    integer,             // "%hhi", "%hi", "%i", "%li", "%lli": a value prints alike as any of them
+    integer,             // "%hhi", "%hi", "%i", "%li", "%lli": a value prints the same with each of them
     characterWithLetter, // "%hhui"
     fixed,               // "%f"
 };
@@ -70,8 +70,8 @@ std::string_view kiv::json::fixedTextPortable(double value, NumberText &buffer) 
 
 std::string_view kiv::json::fixedText(double value, NumberText &buffer) noexcept
 {
-    // value = mantissa / 2^shift. With 1 to 63 binary places the part behind the point, multiplied by a
-    // million, fits 128 bits, so that what is cut off is known to the last bit and a tie is seen as one.
+    // value = mantissa / 2^shift. With 1 to 63 binary places the fraction, multiplied by a million, fits 128
+    // bits. So the part cut off is known to the last bit and a tie is recognised as one.
     const auto bits = std::bit_cast<uint64_t>(value);
     const int shift =
         kExponentOfOne + kMantissaBits - static_cast<int>(bits >> kMantissaBits & kExponentMask);
