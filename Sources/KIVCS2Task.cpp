@@ -23,7 +23,7 @@ using kiv::taskWord;
 
 namespace
 {
-constexpr int32_t kNoDescriptor = 0; // as in a zero-filled record: pipes lie above the standard streams
+constexpr int32_t kNoDescriptor = 0; // as in a zero-filled record: pipes are above the standard streams
 constexpr int kReadEnd = 0;
 constexpr int kWriteEnd = 1;
 constexpr int32_t kUnknownStatus = -1;
@@ -41,7 +41,7 @@ constexpr int32_t kUnknownStatus = -1;
     return isRunning(taskWord(task.m_state).load());
 }
 
-// Closes an end once, whoever else tries to.
+// Closes an end exactly once, even if other threads try to.
 void closeEnd(int32_t &end)
 {
     const int32_t descriptor = taskWord(end).exchange(kNoDescriptor);
@@ -85,7 +85,7 @@ void closePipes(KIVCS2Task &task)
     return KIVCS2STATUS_OK;
 }
 
-// The child's end of a pipe, -1 where there is none.
+// The child's end of a pipe, -1 if there is no pipe.
 [[nodiscard]] int childEnd(int32_t &end)
 {
     const int32_t descriptor = taskWord(end).load();
@@ -101,7 +101,7 @@ void closePipes(KIVCS2Task &task)
     if (setup.piped)
     {
         KIV_TRY(makePipes(task));
-        // The host may have closed them before they were there to be closed.
+        // The host may have closed the pipes before they existed.
         if (taskWord(task.m_piped).load() == 0)
             closeHostEnds(task);
         setup.standardStreams[STDIN_FILENO] = childEnd(task.m_stdInPipe[kReadEnd]);
@@ -149,7 +149,7 @@ void *runAsync(void *argument)
 
 [[nodiscard]] KIVCS2Status startThread(KIVCS2Task &task)
 {
-    kiv::retainTask(task); // the thread's, until it has called back
+    kiv::retainTask(task); // the thread's reference, until it has called back
     KIVCS2Status status = kivCS2Thread_init(&task.m_thread, &task, runAsync);
     if (KIVCS2_FAILED(status))
         kiv::releaseTask(task);
@@ -193,7 +193,7 @@ void *runAsync(void *argument)
     if (ready < 0)
         return KIVCS2STATUS_READ_ERR;
     if (ready == 0)
-        return KIVCS2STATUS_EOF_ERR; // Kept: hosts rely on "nothing yet" reading as the end does.
+        return KIVCS2STATUS_EOF_ERR; // Kept: hosts rely on "no data yet" having the status of the end.
     return ready == 1 ? KIVCS2STATUS_OK : KIVCS2STATUS_UNSUPPORTED_ERR;
 }
 
@@ -219,8 +219,8 @@ void *runAsync(void *argument)
     return KIVCS2STATUS_OK;
 }
 
-// Spins until the launch has marked the task finished. Without another reference nobody will: its request
-// was not written.
+// Spins until the launch has marked the task finished. Without another reference that never happens, because
+// the request was not written.
 void waitForEnd(KIVCS2Task &task)
 {
     while (taskWord(task.m_state).load() == KIVCS2TaskState_RunningAsync &&
@@ -253,13 +253,14 @@ KIVCS2Status kivCS2Task_free(KIVCS2Task *_task, KIVCS2TaskFreeMode mode)
 
     if (isRunning(*_task))
     {
-        // Kept: hosts rely on a task that is not freed having lost its pipes.
+        // Kept: hosts rely on a task that was not freed having lost its pipes.
         (void)kivCS2Task_closePipedIO(_task); // cannot fail for a task
         if (mode >= KIVCS2TaskFreeMode_MAX)
             return KIVCS2STATUS_PARAM_ERR;
         if (mode == KIVCS2TaskFreeMode_Refuse)
             return KIVCS2STATUS_TASK_RUNNING_ERR;
-        // Before the signal: who finishes the task after it finds it finished, and makes no callback.
+        // Before the signal: any thread that finishes the task later finds it finished, and makes no
+        // callback.
         KIVCS2TaskState running = KIVCS2TaskState_RunningAsync;
         if (mode == KIVCS2TaskFreeMode_Abort)
             taskWord(_task->m_state).compare_exchange_strong(running, KIVCS2TaskState_FinishedAsync);
@@ -295,7 +296,7 @@ KIVCS2Status kiv::beginAsync(KIVCS2Task &task, KIVCS2TaskFunc callback, void *co
 {
     KIVCS2TaskState created = KIVCS2TaskState_Created;
     if (!taskWord(task.m_state).compare_exchange_strong(created, KIVCS2TaskState_RunningAsync))
-        return KIVCS2STATUS_STATE_ERR; // another thread has come first
+        return KIVCS2STATUS_STATE_ERR; // another thread was first
     task.m_callback = callback;
     task.m_context = context;
     return KIVCS2STATUS_OK;
@@ -327,7 +328,7 @@ void kiv::stopIfFreed(KIVCS2Task &task)
 
 void kiv::finishTask(KIVCS2Task &task)
 {
-    // First: from the moment the state says so the host may free the task.
+    // Read these first: once the state is set, the host may free the task.
     const KIVCS2TaskFunc callback = task.m_callback;
     void *const context = task.m_context;
     KIVCS2TaskState running = KIVCS2TaskState_RunningAsync;
@@ -342,7 +343,7 @@ KIVCS2Status kivCS2TaskPrv_checkLaunchable(KIVCS2Task *_task)
 {
     CHECK_GIVEN(_task);
 
-    // Kept: hosts rely on a bare name being refused; what is executed would be searched for in PATH.
+    // Kept: hosts rely on a bare name being refused; executing it would search for it in PATH.
     return access(_task->m_command, X_OK) == 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_NOT_LAUNCHABLE_ERR;
 }
 
@@ -353,7 +354,7 @@ KIVCS2Status kivCS2Task_launch(KIVCS2Task *_task)
     KIVCS2TaskState expected = KIVCS2TaskState_Created;
     if (!taskWord(_task->m_state).compare_exchange_strong(expected, KIVCS2TaskState_Running))
         return KIVCS2STATUS_STATE_ERR;
-    kiv::retainTask(*_task); // it may be freed meanwhile, and is then not waited for
+    kiv::retainTask(*_task); // it may be freed meanwhile, without waiting for the launch
     _task->m_launchPiped = taskWord(_task->m_piped).load();
     const KIVCS2Status status = run(*_task);
     taskWord(_task->m_state).store(KIVCS2TaskState_Finished);
@@ -369,7 +370,7 @@ KIVCS2Status kivCS2Task_launchAsync(KIVCS2Task *_task, KIVCS2TaskFunc callback, 
         return KIVCS2STATUS_STATE_ERR;
     KIV_TRY(kivCS2TaskPrv_checkLaunchable(_task));
 
-    kiv::retainTask(*_task); // ours, until the thread is detached: it may be over, and the task freed, before
+    kiv::retainTask(*_task); // until the thread is detached: it may end, and the task be freed, before that
     KIVCS2Status status = kiv::beginAsync(*_task, callback, context);
     if (KIVCS2_SUCCEEDED(status))
     {
@@ -527,7 +528,7 @@ KIVCS2Status kivCS2Task_killAllChildProcesses(KIVCS2Task *_task)
     if (!isRunning(*_task))
         return KIVCS2STATUS_TASK_NOT_RUNNING_ERR;
     if (const pid_t pid = taskWord(_task->m_pid).load();
-        pid > 1)                                          // a task is never process 1, and its host may be
+        pid > 1)                                          // a task is never process 1, but its host may be
         (void)kiv::ChildTable::terminateTree(pid, false); // failures are not reported
     return KIVCS2STATUS_OK;
 }

@@ -1,4 +1,4 @@
-// The task server's host side: starts the server, hands it tasks and hears of their ends.
+// The task server's host side: starts the server, sends it tasks and receives the reports of their ends.
 #include "KIVCS2TaskServer.h"
 
 #include "Private/Support/Check.h"
@@ -28,7 +28,7 @@ constinit KIVCS2TaskServer g_CSTaskServer{};
 namespace
 {
 constexpr int kIdlePeriod = 1000;               // milliseconds
-constexpr int kAnswerPeriod = 10;               // milliseconds between two looks for a child that has ended
+constexpr int kAnswerPeriod = 10;               // milliseconds between two checks for a child that has ended
 constexpr uint64_t kNsPerMillisecond = 1000000; // of absolute time as well
 constexpr uint64_t kSpin = kNsPerMillisecond / 10;
 constexpr uint64_t kPartingTime = 2000 * kNsPerMillisecond;
@@ -50,7 +50,7 @@ public:
     ServerLock &operator=(const ServerLock &) = delete;
 };
 
-// The link is a task's first member.
+// The link is the first member of a task.
 [[nodiscard]] KIVCS2Task &taskOf(KIVCS2LinkElem *link)
 {
     return *reinterpret_cast<KIVCS2Task *>(link);
@@ -75,8 +75,8 @@ void closeEnd(uint32_t index)
         close(descriptor);
 }
 
-// Between two launches the host has these. Where it has closed one, as by closing all that it does not know,
-// the server is lost to it, and the number may stand for a file of its own by now.
+// Checks the host's pipe ends between two launches. If the host has closed one, for example by closing all
+// descriptors it does not know, the server is lost, and the number may belong to a file of the host.
 [[nodiscard]] bool hasItsPipes()
 {
     for (const uint32_t index : {kRequestWrite, kPidRead, kReportRead, kReportWrite})
@@ -85,14 +85,14 @@ void closeEnd(uint32_t index)
     return true;
 }
 
-// Who reads or writes waits by poll, with a bound. Children tell their ids through an end that blocks.
+// Readers and writers wait with poll(), with a limit. Only children write their ids to an end that blocks.
 [[nodiscard]] bool setUnblocked(const int (&ends)[2], uint32_t readIndex)
 {
     return fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0 &&
            (readIndex != kRequestRead || fcntl(ends[1], F_SETFL, O_NONBLOCK) == 0);
 }
 
-// Stores both ends at `readIndex` and behind it.
+// Stores both ends at `readIndex` and the index after it.
 [[nodiscard]] KIVCS2Status makePipe(uint32_t readIndex)
 {
     int ends[2];
@@ -111,7 +111,7 @@ void closeEnd(uint32_t index)
     return KIVCS2STATUS_PIPE_ERR;
 }
 
-// New pipes for each server: what an old one has left unread, or half written, is nobody's message.
+// Makes new pipes for each server: messages that an old server left unread, or half written, are void.
 [[nodiscard]] KIVCS2Status makeServerPipes()
 {
     KIV_TRY(makePipe(kRequestRead));
@@ -129,7 +129,7 @@ void closeServerPipes()
         closeEnd(index);
 }
 
-// The server's ends are its own: with the host's copies closed, its end shows in both pipes.
+// The server's ends belong only to it: with the host's copies closed, both pipes show the server's end.
 [[nodiscard]] KIVCS2Status startServer()
 {
     const KIVCS2Status status = kivCS2TaskServerPrv_createServer();
@@ -145,7 +145,7 @@ void closeServerPipes()
 
 // ---- The server's life ----
 
-// Without its parent a process ends unseen; the readback thread looks after those from now on.
+// A process without its parent ends unnoticed; from now on the readback thread watches these tasks.
 void markTasksLost()
 {
     for (KIVCS2LinkElem *link = g_CSTaskServer.m_tasks.m_next; link != nullptr; link = link->m_next)
@@ -164,7 +164,7 @@ void markTasksLost()
     markTasksLost();
     g_CSTaskServer.m_serverPid.store(0);
     closeServerPipes();
-    // KIVCS2STATUS_PIPE_ERR would tell the host that its task is not to be launched again.
+    // KIVCS2STATUS_PIPE_ERR would mean to the host that its task must not be launched again.
     return KIVCS2_SUCCEEDED(makeServerPipes()) ? startServer() : KIVCS2STATUS_TASK_SERVER_ERR;
 }
 
@@ -178,9 +178,9 @@ void markTasksLost()
 enum class Answer
 {
     launched,
-    noRequest, // it was not written
-    noProcess, // it was, and the server went without launching
-    noAnswer,  // the server is there and does nothing
+    noRequest, // the request was not written
+    noProcess, // it was written, and the server ended without launching
+    noAnswer,  // the server is there but does not respond
 };
 
 // The next id in the pipe: -1 with errno (EAGAIN) if there is none yet, 0 at its end.
@@ -197,16 +197,16 @@ enum class Answer
     return count == sizeof pid && pid > 1 ? pid : 0;
 }
 
-// The new process's id. 0 and no process if neither the server nor a process on its way is there to tell it,
-// or if the server does not answer in time.
+// Reads the new process's id. It is 0, and there is no process, if neither the server nor a new process is
+// left to send the id, or if the server does not respond in time.
 [[nodiscard]] Answer readPid(uint32_t launch, pid_t &pid)
 {
     const uint64_t begin = mach_absolute_time();
-    uint64_t lastLook = begin; // at the server's life
+    uint64_t lastLook = begin; // time of the last check that the server lives
     bool last = false;
     for (;;)
     {
-        // Asked before the pipe is read: what a child has told before its end is there then.
+        // Checked before the pipe is read: an id that a child wrote before its end is then in the pipe.
         const pid_t ended = kiv::ChildTable::silentEnd(launch);
         pid = nextPid();
         if (pid < 0 && errno == EAGAIN && ended > 0)
@@ -216,27 +216,27 @@ enum class Answer
         const uint64_t now = mach_absolute_time();
         if (now - begin >= kiv::g_answerTime)
             return Answer::noAnswer;
-        // The answer mostly comes sooner than a sleeping thread wakes up.
+        // The answer usually comes sooner than a sleeping thread wakes up.
         if (now - begin < kSpin)
             continue;
         pollfd entry{g_CSTaskServer.m_descriptors[kPidRead], POLLIN, 0};
         if (poll(&entry, 1, kAnswerPeriod) != 0 || now - lastLook < kIdlePeriod * kNsPerMillisecond)
             continue;
-        // Another process may hold the pipe open, so that it does not end with the server.
+        // Another process may hold the pipe open, so the pipe need not end with the server.
         last = !serverLives();
         lastLook = now;
     }
 }
 
-// Something has stopped it, or holds up the program that it executes. A process that it is about to launch
-// finds nobody to tell its id, and ends.
+// The server is stopped, or the program that it executes is held up. A process that it is about to launch
+// cannot send its id any more, and ends.
 void endStuckServer()
 {
-    if (serverLives()) // or its id may be another's by now
+    if (serverLives()) // otherwise its id may belong to another process
         (void)kiv::signalProcess(g_CSTaskServer.m_serverPid, SIGKILL);
 }
 
-// The task is in the list before its process can end, and its end be looked for there.
+// Puts the task in the list before its process can end and be looked up there.
 [[nodiscard]] Answer askServer(KIVCS2Task &task, const kiv::ExecMessage &message)
 {
     const uint32_t launch = kiv::ChildTable::beginLaunch();
@@ -264,14 +264,14 @@ void endStuckServer()
     Answer answer = askServer(task, message);
     if (answer == Answer::launched)
         return KIVCS2STATUS_OK;
-    // The server went before it launched anything, though it may still be on its way out: once more with a
-    // new one, and not for ever.
+    // The server went before it launched anything, though it may still be ending. Try once more with a new
+    // server, but not for ever.
     const KIVCS2Status replaced = replaceServer();
     if (KIVCS2_SUCCEEDED(replaced))
         answer = askServer(task, message);
     if (answer == Answer::launched)
         return KIVCS2STATUS_OK;
-    // Kept: hosts rely on a task whose request was not written staying as it is, never to be finished.
+    // Kept: hosts rely on a task whose request was not written staying unchanged, never to be finished.
     if (answer == Answer::noRequest)
         return KIVCS2STATUS_PIPE_ERR;
     KIVCS2TaskState running = KIVCS2TaskState_RunningAsync; // unless it was freed
@@ -290,7 +290,7 @@ void finish(KIVCS2Task &task, int32_t exitCode)
     kiv::releaseTask(task);
 }
 
-// The newest of that id: an older one was launched by a server that is gone, and its end not seen yet.
+// Finds the newest task of that id: an older one was launched by a lost server, and its end was not seen yet.
 [[nodiscard]] KIVCS2Task *findTask(pid_t pid)
 {
     for (KIVCS2LinkElem *link = g_CSTaskServer.m_tasks.m_prev; link != nullptr; link = link->m_prev)
@@ -301,14 +301,14 @@ void finish(KIVCS2Task &task, int32_t exitCode)
 
 void handleReport(pid_t pid, int32_t status)
 {
-    // A child that a launch waits for was the only process of its id until it was reaped; a task of a server
-    // that is gone may have had it before.
+    // A child that a launch waits for was the only process with its id until it was reaped; a task of a lost
+    // server may have had the id before.
     if (pid <= 1 || kiv::ChildTable::deliver(pid, status))
         return;
     const ServerLock lock;
     if (pid == g_CSTaskServer.m_serverPid)
     {
-        // The handler has not, where it ran before the id was stored.
+        // The handler has not done this if it ran before the id was stored.
         g_CSTaskServer.m_serverEnded.store(1);
         markTasksLost();
     }
@@ -316,7 +316,7 @@ void handleReport(pid_t pid, int32_t status)
         finish(*task, status);
 }
 
-// The tasks of servers that are gone: finishes those whose process is gone too, with no report left to be
+// The tasks of lost servers: finishes those whose process is gone too and that have no report left to be
 // read.
 void finishLostTasks()
 {
@@ -339,19 +339,20 @@ void finishLostTasks()
 
 void idle()
 {
-    if (g_CSTaskServer.m_reaping.load() == 0) // or a status has been taken that is not in the pipe yet
+    if (g_CSTaskServer.m_reaping.load() == 0) // otherwise a status taken may not be in the pipe yet
         kiv::ChildTable::tick();
     const ServerLock lock;
-    // A host may have its SIGCHLD blocked, or not come to handle it, and never launch again.
+    // The host may have SIGCHLD blocked, or not handle it in time, and never launch again.
     if (g_CSTaskServer.m_tasks.m_count > 0 && !serverLives())
         markTasksLost();
-    // The server that launched them is gone: what it has reported is in the pipe.
+    // The server that launched them is gone: all its reports are in the pipe.
     pollfd entry{g_CSTaskServer.m_descriptors[kReportRead], POLLIN, 0};
     if (poll(&entry, 1, 0) == 0)
         finishLostTasks();
 }
 
-// Waits for a report. What is due each second is done as soon as there is none, however many come in between.
+// Waits for a report. The work due each second is done as soon as no report is waiting, however many come in
+// between.
 void waitForReport(uint64_t &lastIdle)
 {
     for (;;)
@@ -371,7 +372,7 @@ void waitForReport(uint64_t &lastIdle)
     }
 }
 
-// Nobody can be told of an end any more.
+// From now on no end can be reported.
 void loseEverything()
 {
     g_CSTaskServer.m_usable.store(false);
@@ -386,7 +387,7 @@ void loseEverything()
     KIVCS2TaskServer &server = g_CSTaskServer;
     if (server.m_readbackRuns.load())
         return true;
-    // The host's signals are for the host's threads.
+    // The host's signals must reach only the host's threads.
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
@@ -400,7 +401,7 @@ void loseEverything()
     return runs;
 }
 
-// What a launch does with the mutex held.
+// The part of a launch that needs the mutex.
 [[nodiscard]] KIVCS2Status launchLocked(KIVCS2Task &task, KIVCS2TaskFunc callback, void *context)
 {
     const ServerLock lock;
@@ -416,7 +417,7 @@ void loseEverything()
     return launch(task, message);
 }
 
-// With process 1 the kernel ends all others at once: they have two seconds to end well.
+// When process 1 ends, the kernel ends all others at once: give them two seconds to end properly.
 void waitForAllBelow()
 {
     const uint64_t end = mach_absolute_time() + kPartingTime;
@@ -446,7 +447,7 @@ void *kivCS2TaskServerPrv_readbackThread(void *)
             KIVCS2_FAILED(kivCS2TaskServerPrv_readBytes(kReportRead, &pid, sizeof pid, false)) ||
             KIVCS2_FAILED(kivCS2TaskServerPrv_readBytes(kReportRead, &status, sizeof status, false)))
         {
-            // The host has closed the pipe. Nobody joins this thread.
+            // The host has closed the pipe. No thread joins this one.
             loseEverything();
             (void)pthread_detach(pthread_self());
             g_CSTaskServer.m_readbackRuns.store(false);
@@ -491,9 +492,9 @@ KIVCS2Status kivCS2TaskServer_init(void)
     kiv::ChildTable::share();
     server.m_reaper.store(getpid());
     (void)std::atexit(
-        kivCS2TaskServerPrv_infanticide); // without it the server does the same, when the host is gone
+        kivCS2TaskServerPrv_infanticide); // without it the server does the same, once the host is gone
 
-    // Forked before there is a second thread; only then is there anything for the handler to hand over to.
+    // Forked before there is a second thread; only then can the handler deliver to the readback thread.
     kiv::installChildHandler();
     const KIVCS2Status status = startServer();
     (void)startReadback(); // tried again at each launch
@@ -507,10 +508,10 @@ KIVCS2Status kivCS2TaskServer_exec(KIVCS2Task *task, KIVCS2TaskFunc callback, vo
     if (!isUsable())
         return KIVCS2STATUS_TASK_SERVER_ERR;
     if (isReadbackThread())
-        return KIVCS2STATUS_MUTEX_ERR; // a callback holds it
+        return KIVCS2STATUS_MUTEX_ERR; // the calling callback holds it
     kiv::retainTask(*task);            // another thread may free it meanwhile
     const KIVCS2Status status = launchLocked(*task, callback, context);
-    kiv::stopIfFreed(*task); // without the mutex: to stop a child may hold up the server that launches it
+    kiv::stopIfFreed(*task); // without the mutex: stopping a child may hold up the server that launches it
     kiv::releaseTask(*task);
     return status;
 }
@@ -522,7 +523,7 @@ KIVCS2Status kivCS2TaskServer_tasksRunning(uint32_t *tasks)
     *tasks = 0;
     if (!isUsable())
         return KIVCS2STATUS_TASK_SERVER_ERR;
-    if (isReadbackThread()) // a callback, which holds the mutex
+    if (isReadbackThread()) // in a callback, which holds the mutex
     {
         *tasks = g_CSTaskServer.m_tasks.m_count;
         return KIVCS2STATUS_OK;
@@ -534,7 +535,7 @@ KIVCS2Status kivCS2TaskServer_tasksRunning(uint32_t *tasks)
 
 KIVCS2Status kivCS2TaskServer_killAllChildProcesses(pid_t parent)
 {
-    // The server is one of the host's, and does not signal once more what is signalled with it.
+    // The server is a child of the host, and must not signal again the processes signalled here.
     if (parent == getpid())
         kiv::ChildTable::beginSignalling(false);
     const bool found = kiv::ChildTable::terminateTree(parent, false);

@@ -17,7 +17,7 @@
 
 namespace
 {
-// Reports come within microseconds. After two seconds another part of the host has taken the status.
+// Reports come within microseconds. After two seconds another part of the host must have taken the status.
 constexpr uint32_t kIdleSeconds = 2;
 
 enum class Told : uint32_t
@@ -25,15 +25,15 @@ enum class Told : uint32_t
     nothing,
     signalling, // every descendant, the server too
     signalled,
-    leaving, // the same, while the host is on its way out
+    leaving, // the same, while the host is exiting
     left,
 };
 struct Shared
 {
-    std::array<kiv::ChildNote, 1024> slots;  // more than that at once are not taken along
-    std::array<kiv::ChildNote, 4096> others; // what was found below them, or has lost its server
+    std::array<kiv::ChildNote, 1024> slots;  // more than that at once are not ended with the host
+    std::array<kiv::ChildNote, 4096> others; // processes found below them, or that have lost their server
     std::atomic<Told> told;
-    std::atomic<uint64_t> leftAt; // when the host signalled all on its way out; 0 for not yet, or looked at
+    std::atomic<uint64_t> leftAt;    // when the exiting host signalled all; 0 if not yet, or already handled
     std::atomic<uint64_t> silentEnd; // number of the launch in the upper half, id of its child in the lower
 };
 constexpr uint32_t kNoSlot = ~uint32_t{0};
@@ -47,10 +47,10 @@ constinit kiv::Child *g_first = nullptr;
 constinit bool g_reportsCome = false;
 constinit uint32_t g_idleSeconds = 0;
 constinit Shared *g_shared = nullptr;
-constinit uint32_t g_launches = 0; // asked of this server, under the server's mutex
+constinit uint32_t g_launches = 0; // requested from this server, under the server's mutex
 constinit pid_t g_noter = 0;       // the host, in its copy the server
 constinit std::atomic<pid_t> g_server{0};
-constinit pid_t g_host = 0; // whose server reads them. A process that it has forked launches for itself
+constinit pid_t g_host = 0; // the process whose server reads the notes. Its forks launch for themselves
 
 class Lock
 {
@@ -67,7 +67,7 @@ public:
     Lock &operator=(const Lock &) = delete;
 };
 
-// Taken by the child that writes itself down there.
+// The child that writes its own note there takes the slot.
 [[nodiscard]] uint32_t freeSlot()
 {
     if (g_shared == nullptr || getpid() != g_host)
@@ -83,13 +83,13 @@ public:
     return g_shared != nullptr && g_shared->told.load() == told;
 }
 
-// A process that was started later is another one of the same id.
+// A process that was started later is a different process with the same id.
 [[nodiscard]] uint64_t latestStart(kiv::ChildNote &noted)
 {
     return std::atomic_ref{noted.startedBefore}.load() + kStartResolution;
 }
 
-// The process that was noted, in a tree that has looked for it.
+// Finds the noted process, in a tree that has looked for it.
 [[nodiscard]] size_t find(kiv::ProcessTree &tree, kiv::ChildNote &noted)
 {
     const pid_t pid = std::atomic_ref{noted.pid}.load();
@@ -99,7 +99,7 @@ public:
                : kiv::TreeProcess::kNone;
 }
 
-// Those that have ended leave room for others.
+// Removes the notes of processes that have ended.
 void clearNotes()
 {
     const kiv::ProcessTable table;
@@ -137,8 +137,8 @@ bool kiv::Child::start(const ExecPlan &plan, const ChildSetup &setup, int32_t &p
     m_pid = spawn(plan, noted);
     if (m_pid < 0)
         return false;
-    // One that was forked may not have come to it, and the slot must be taken. Not twice: its start would
-    // seem later.
+    // A forked child may not have written its note yet, and the slot must be taken. Do not write it twice:
+    // the start would seem later.
     if (noted.note != nullptr && std::atomic_ref{noted.note->pid}.load() != m_pid)
         noted.note->write(m_pid);
     ChildTable::add(*this);
@@ -155,7 +155,7 @@ bool kiv::Child::wait(int &status)
     const Lock lock;
     if (waited == m_pid)
     {
-        // Its id is free for another process, whose end is another's.
+        // Its id is free for another process, whose end must not be taken for this one's.
         ChildTable::remove(*this);
         return true;
     }
@@ -224,9 +224,9 @@ void kiv::ChildTable::tick()
         pthread_cond_broadcast(&g_reported);
 }
 
-// ---- What must not outlive the host ----
+// ---- Processes that must not outlive the host ----
 
-// No lock in these: a server was forked while another thread held it.
+// These take no lock: a server may have been forked while another thread held it.
 void kiv::ChildTable::note(pid_t pid)
 {
     if (g_shared == nullptr || getpid() != g_noter)
@@ -303,11 +303,11 @@ void kiv::ChildTable::serverIs(pid_t server)
 
 bool kiv::ChildTable::terminateTree(pid_t root, bool itself)
 {
-    // A fork of the host has the host's variables, and no server.
+    // A fork of the host has the host's variables, but no server.
     ProcessTree tree{getpid() == g_host ? g_server.load() : 0};
     tree.addRoot(root, itself);
     if (hostLeaves() && getpid() == g_host)
-        addShared(tree); // what has lost its parent is no descendant any more
+        addShared(tree); // a process that has lost its parent is no longer a descendant
     tree.stopAndLook();
     note(tree);
     if (isTold(Told::leaving) && root == g_host && getpid() == g_host)

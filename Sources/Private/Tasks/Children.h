@@ -1,5 +1,5 @@
-// Children that a launch of the host's own waits for. The SIGCHLD handler takes whatever child has ended, so
-// a launch may find its child gone: the status then comes back over the report pipe and is handed over here.
+// Children that a launch by the host itself waits for. The SIGCHLD handler reaps every child that has ended,
+// so a launch may find its child gone: the status then comes back over the report pipe and is delivered here.
 #ifndef KIV_PRIVATE_TASKS_CHILDREN_H
 #define KIV_PRIVATE_TASKS_CHILDREN_H
 
@@ -11,7 +11,8 @@ namespace kiv
 {
 class ProcessTree;
 
-// A child of this process: started, signalled by others through its id, waited for. On the launch's stack.
+// A child of this process: it is started, signalled by other threads through its id, and waited for. On the
+// launch's stack.
 class Child
 {
 public:
@@ -20,10 +21,10 @@ public:
     Child(const Child &) = delete;
     Child &operator=(const Child &) = delete;
 
-    // Starts the plan and stores the id for other threads; false where there is no process.
+    // Starts the plan and stores the id for other threads; false if no process was made.
     [[nodiscard]] bool start(const ExecPlan &plan, const ChildSetup &setup, int32_t &pid);
 
-    // Waits for its end; false where nobody can tell the status.
+    // Waits for its end; false if the status is lost.
     [[nodiscard]] bool wait(int &status);
 
 private:
@@ -36,57 +37,58 @@ private:
     bool m_ended = false;
 };
 
-// What the readback thread and the task server do with all children of that kind.
+// The operations of the readback thread and the task server on all children of that kind.
 class ChildTable
 {
 public:
-    // Memory that a task server forked later shares: it names the children that must not outlive the host.
+    // Makes memory that a task server forked later shares: it names the children that must not outlive the
+    // host.
     static void share();
-    // Whether there is a readback thread, so that statuses taken by the handler come back.
+    // Stores whether there is a readback thread, so that statuses taken by the handler come back.
     static void expectReports(bool come);
-    // A child has ended with `status`; false where no launch waits for it.
+    // A child has ended with `status`; false if no launch waits for it.
     static bool deliver(pid_t pid, int status);
-    // A second has passed, and nothing is left to be reported.
+    // A second has passed, and no report is left.
     static void tick();
 
-    // Process ids that the task server finds when the host is gone, beside the children that launches wait
-    // for: what was below those, and tasks whose server has ended.
+    // Notes process ids that the task server must find once the host is gone, in addition to the children
+    // that launches wait for: processes below those children, and tasks whose server has ended.
     static void note(ProcessTree &tree);
     static void note(pid_t pid);
-    // In the task server: from now on this process may note, for the host.
+    // In the task server: from now on this process may note ids for the host.
     static void actForHost();
-    // Adds the host's children and what was noted.
+    // Adds the host's children and the noted processes.
     static void addShared(ProcessTree &tree);
-    // Adds the children that the host has launched after it had signalled all on its way out; once, for one
-    // server.
+    // Adds the children that the exiting host has launched after it had signalled all; once, for one server.
     static void addLate(ProcessTree &tree);
 
-    // The task server's id, 0 for none: it is never stopped.
+    // Stores the task server's id, 0 if there is none: the server is never stopped.
     static void serverIs(pid_t server);
-    // SIGTERM to all that is below `root`, the deepest first, and with `itself` to that process at last. Hold
-    // no mutex that a launch needs. False if the process table could not be read, so that nothing below was
-    // found.
+    // Sends SIGTERM to all processes below `root`, the deepest first, and with `itself` to that process last.
+    // Hold no mutex that a launch needs. False if the process table could not be read, so that no process
+    // below was found.
     static bool terminateTree(pid_t root, bool itself);
 
-    // The host asks its server for a process; the server's counts the same launches from 1 on.
+    // The host requests a process from its server; the server's own count numbers the same launches from 1
+    // on.
     [[nodiscard]] static uint32_t beginLaunch();
-    // In the task server: the child of a launch has ended and may not have told its id. False without shared
-    // memory.
+    // In the task server: the child of a launch has ended and may not have written its id. False without
+    // shared memory.
     [[nodiscard]] static bool tellSilentEnd(uint32_t launch, pid_t child);
-    // That child, or 0. Whatever it has told is in the pipe by then.
+    // Returns that child, or 0. By then an id it has written is in the pipe.
     [[nodiscard]] static pid_t silentEnd(uint32_t launch);
 
-    // The host signals all its descendants, the server among them; `leaves` for good.
+    // The host signals all its descendants, including the server; `leaves` if the host is exiting.
     static void beginSignalling(bool leaves);
     // `done`: they were found. Otherwise the server signals them, once the host is gone.
     static void endSignalling(bool done);
-    // In the task server: whether it does, whether it has, whether it is on its way out, and whether it has
-    // signalled them on that way.
+    // In the task server: whether the host is signalling, whether it has signalled, whether it is exiting,
+    // and whether it has signalled while exiting.
     [[nodiscard]] static bool isSignalling();
     [[nodiscard]] static bool allAreSignalled();
     [[nodiscard]] static bool hostLeaves();
     [[nodiscard]] static bool hostHasLeft();
-    // A new server has been told nothing yet, and counts its launches anew.
+    // Resets the state for a new server, which counts its launches from the start.
     static void beginServer();
 
 private:

@@ -1,4 +1,4 @@
-// A task's record as its launches see it: shared words, references, and its end.
+// A task's record as seen by its launches: shared words, references, and its end.
 #ifndef KIV_PRIVATE_TASKS_RECORD_H
 #define KIV_PRIVATE_TASKS_RECORD_H
 
@@ -8,22 +8,22 @@
 
 namespace kiv
 {
-// A plain word of the record that one thread writes and another reads.
+// Access to a plain word of the record that one thread writes and another reads.
 template <class Word>
 [[nodiscard]] std::atomic_ref<Word> taskWord(Word &word)
 {
     return std::atomic_ref<Word>{word};
 }
 
-// The host holds one reference, each launch under way another; the last one releases the record.
+// The host holds one reference, each running launch another; the last one releases the record.
 void retainTask(KIVCS2Task &task);
 void releaseTask(KIVCS2Task &task);
 
 // Begins a launch that ends with finishTask(). The caller holds a reference.
 [[nodiscard]] KIVCS2Status beginAsync(KIVCS2Task &task, KIVCS2TaskFunc callback, void *context);
 
-// For a task whose process has come: stops it where the task has been freed before, in the mode of that.
-// Whoever comes second, the launch or `free`, does so, and only once.
+// For a task whose process now exists: if the task was freed before, stops the process in the mode given to
+// `free`. Either the launch or `free` does so, whichever comes second, and only once.
 void stopIfFreed(KIVCS2Task &task);
 
 // Marks the task finished and calls back, unless it was aborted before. The caller holds a reference.

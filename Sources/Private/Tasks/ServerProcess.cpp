@@ -1,4 +1,4 @@
-// The task server itself: forked from the host, it launches what it is asked to and reports who has ended.
+// The task server itself: forked from the host, it launches the requested commands and reports their ends.
 #include "Private/Tasks/ServerProcess.h"
 
 #include "Private/Support/Check.h"
@@ -25,21 +25,21 @@
 
 namespace
 {
-// All that is launched has this long for its SIGTERM; then it is killed.
+// Every launched process has this long to end after SIGTERM; then it is killed.
 constexpr uint64_t kGrace = 10000; // milliseconds; a recorder closes its file
 constexpr uint64_t kGraceAfterDeath =
-    750; // milliseconds; what is fed by a host that died has nothing to wait for
-constexpr uint64_t kKillingTime = 500; // milliseconds to see the killed ones go
+    750; // milliseconds; a process fed by a host that died has no more data to wait for
+constexpr uint64_t kKillingTime = 500; // milliseconds for the killed processes to disappear
 constexpr int kLookPeriod = 10;        // milliseconds
 constexpr int kSlowLookPeriod = 50;    // milliseconds, of a long wait
 constexpr int kPartingTime = 300;      // milliseconds at most between the end of a host's pipe and its own
 constexpr int kTellingTime =
-    5000; // milliseconds for a forked child to tell its id; less than the host waits for it
+    5000; // milliseconds for a forked child to write its id; less than the host waits for it
 constexpr uint64_t kNsPerMillisecond = 1000000;
 
-// What the host does at a signal is not the server's business. All that might end or stop it are blocked,
-// here and not in what is launched: SIGTERM is looked for when there is something to do, the others have no
-// effect. Left are its children's ends, and faults of its own.
+// The server must not run the host's signal handlers. Signals that might end or stop it are blocked, here but
+// not in the launched processes: SIGTERM is checked whenever there is work, the others have no effect. Not
+// blocked are its children's ends, and its own faults.
 void setUpSignals()
 {
     kiv::resetHandlers();
@@ -52,7 +52,7 @@ void setUpSignals()
     (void)pthread_sigmask(SIG_SETMASK, &blocked, nullptr); // cannot fail with these arguments
 }
 
-// A descriptor of the host's that the server kept would stay open when the host closes it.
+// A host's descriptor kept by the server would stay open after the host closes it.
 void closeAllBut(std::array<int32_t, 3> kept)
 {
     std::sort(kept.begin(), kept.end());
@@ -73,8 +73,8 @@ void closeAllBut(std::array<int32_t, 3> kept)
     return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0;
 }
 
-// Whether the child of this launch has told its id; null without memory. Shared, because under some tools a
-// child of vfork has a memory of its own, and is not waited for.
+// Whether the child of this launch has written its id; null without memory. Shared, because under some tools
+// a child of vfork has its own memory, and the parent does not wait for it.
 constinit std::atomic<bool> *g_announced = nullptr;
 
 void shareAnnouncement()
@@ -92,10 +92,10 @@ void wait(int milliseconds)
 }
 
 constinit uint32_t g_launches = 0; // that this server has read
-constinit bool g_isLate = false;   // forked after the host had signalled all on its way out
+constinit bool g_isLate = false;   // forked after the exiting host had signalled all
 
-// Whether the child has ended, at once or after a wait; it is left to be reaped. No child of that id counts
-// as ended: the handler has reaped it.
+// Whether the child has ended, at once or after a wait; it is not reaped here. If there is no child of that
+// id, it has ended: the handler has reaped it.
 [[nodiscard]] bool hasEnded(pid_t child, int wait)
 {
     siginfo_t info{};
@@ -106,8 +106,8 @@ constinit bool g_isLate = false;   // forked after the host had signalled all on
     return result != 0 || info.si_pid == child;
 }
 
-// Looks until the child of a fork, beside which the server goes on, has told its id or has ended. One that
-// did neither in time is killed: the host will not wait for it.
+// Checks until the child of a fork, which runs in parallel to the server, has written its id or has ended. A
+// child that does neither in time is killed: the host will not wait for it.
 void waitForAForkedChild(pid_t child)
 {
     const uint64_t end = mach_absolute_time() + kTellingTime * kNsPerMillisecond;
@@ -123,9 +123,10 @@ void waitForAForkedChild(pid_t child)
     }
 }
 
-// Whether the child has ended and may not have told its id. After a real vfork (`memoryIsShared`) the server
-// only goes on when the child executes, and has told it, or when it is dead or about to be; a kernel lets the
-// server go on before the dead child can be waited for, so a look without waiting finds it alive.
+// Whether the child has ended and may not have written its id. After a real vfork (`memoryIsShared`) the
+// server only continues once the child executes, and has written the id, or once it is dead or about to be. A
+// kernel lets the server continue before the dead child can be waited for, so a check without waiting finds
+// it alive.
 [[nodiscard]] bool diedSilently(pid_t child, bool memoryIsShared)
 {
     if (g_announced == nullptr || g_announced->load())
@@ -137,7 +138,7 @@ void waitForAForkedChild(pid_t child)
     return !g_announced->load();
 }
 
-// Takes what has ended off the process table, reported where there is room.
+// Reaps the children that have ended and reports them if the report pipe has room.
 void buryChildren()
 {
     kiv::reapChildren();
@@ -147,7 +148,7 @@ void buryChildren()
         }
 }
 
-// Signals what is below the server (`own`), and what the host has launched itself (`shared`).
+// Signals the processes below the server (`own`), and those that the host has launched itself (`shared`).
 void sweep(int signal, bool own, bool shared)
 {
     kiv::ProcessTree tree{getpid()};
@@ -160,7 +161,7 @@ void sweep(int signal, bool own, bool shared)
     tree.signal(signal);
 }
 
-// SIGTERM to what the host has launched too late for its own.
+// Sends SIGTERM to the processes that the host launched too late to signal them itself.
 void sweepLate()
 {
     kiv::ProcessTree tree{getpid()};
@@ -172,7 +173,8 @@ void sweepLate()
     tree.signal(SIGTERM);
 }
 
-// Whether anything is left of that. What it makes meanwhile is noted before its parent can be gone.
+// Whether any process launched by the host itself is left. Processes they make meanwhile are noted before
+// their parent can be gone.
 [[nodiscard]] bool sharedAreLeft()
 {
     kiv::ProcessTree tree{getpid()};
@@ -195,10 +197,10 @@ void sweepLate()
     return kKillingTime;
 }
 
-// Signals everything until nothing is left or the time is over; true when nothing is left. SIGTERM comes
-// once, as a second one could cut short what the first one began, and not to those that are `told` already.
-// Who is made meanwhile, or loses its parent, becomes the server's child. What the host has launched itself
-// is met once the host is gone.
+// Signals everything until no process is left or the time is over; true if none is left. SIGTERM is sent
+// once, because a second one could cut short the work started by the first, and not to processes that already
+// had it (`told`). Processes that are made meanwhile, or lose their parent, become the server's children.
+// Processes launched by the host itself are signalled once the host is gone.
 [[nodiscard]] bool clear(int signal, bool told, uint64_t (*time)())
 {
     const uint64_t begin = mach_absolute_time();
@@ -228,31 +230,31 @@ void sweepLate()
 
 void clearAll()
 {
-    // Where the host has signalled them, they have begun to end.
+    // If the host has signalled them, they have begun to end.
     while (kiv::ChildTable::isSignalling() && !kiv::isOrphaned())
         wait(kLookPeriod);
     if (!clear(SIGTERM, kiv::ChildTable::allAreSignalled(), graceNow))
         (void)clear(SIGKILL, false, killingTime);
 }
 
-// The host must not wait for an answer to a request that nobody reads.
+// The host must not wait for an answer to a request that is never read.
 void closeRequests()
 {
     for (const uint32_t index : {kRequestRead, kPidWrite})
         close(std::exchange(g_CSTaskServer.m_descriptors[index], -1));
 }
 
-// The host is gone, or has told the server to end: nothing that was launched may stay.
+// The host is gone, or has ended the server: no launched process may stay.
 void takeAllAlong()
 {
     closeRequests();
-    // A host's pipes are closed a moment before it is gone. One that stays, having closed them itself or told
-    // the server to end, keeps the children that it has launched directly.
+    // A host's pipes are closed a moment before it is gone. A host that stays, because it closed them itself
+    // or ended the server, keeps the children that it has launched directly.
     for (int left = kPartingTime; !kiv::isOrphaned() && !kiv::isToldToEnd() && left > 0; left -= kLookPeriod)
         wait(kLookPeriod);
     const bool wasOrphaned = kiv::isOrphaned();
     clearAll();
-    // At the host's exit the server is told first; what else the host does then may take any time.
+    // At its exit the host notifies the server first; its other work may then take any time.
     while (kiv::ChildTable::hostLeaves() && !kiv::isOrphaned())
         wait(kLookPeriod);
     if (!wasOrphaned && kiv::isOrphaned())
@@ -271,7 +273,7 @@ void takeAllAlong()
             continue;
         kiv::ExecRequest request;
         KIV_TRY(request.read(true));
-        // A request that was written after the server was told to end is for the next one.
+        // A request written after the server had to end is for the next server.
         if (kiv::isToldToEnd())
             return KIVCS2STATUS_PIPE_ERR;
         KIV_TRY(kivCS2TaskServerPrv_exec(request.command(), request.argv()));
@@ -292,10 +294,10 @@ KIVCS2Status kivCS2TaskServerPrv_exec(const char *command, char *const *argv)
     if (g_announced != nullptr)
         g_announced->store(false);
     const pid_t child = kiv::spawn(plan, setup);
-    // Without a child, the end of this server tells the host, which tries once more with another.
+    // Without a child, the end of this server informs the host, which tries once more with another server.
     if (child < 0)
         return KIVCS2STATUS_FORK_ERR;
-    // The host waits for the id of a child that was killed before it could tell it, and learns it in another
+    // The host waits for the id of a child that was killed before it could write it, and gets it in another
     // way.
     if (diedSilently(child, begun.load()) && !kiv::ChildTable::tellSilentEnd(g_launches, child))
         return KIVCS2STATUS_FORK_ERR;
@@ -306,11 +308,11 @@ KIVCS2Status kivCS2TaskServerPrv_childProcess()
 {
     KIVCS2TaskServer &server = g_CSTaskServer;
     server.m_reaper.store(getpid());
-    server.m_reaping.store(0); // threads of the host may have been at it
+    server.m_reaping.store(0); // threads of the host may have been reaping
     server.m_serverPid = 0;
     closeAllBut({server.m_descriptors[kRequestRead], server.m_descriptors[kPidWrite],
                  server.m_descriptors[kReportWrite]});
-    (void)KIVPAdoptOrphans(); // without it, what loses its parent stays behind at the end
+    (void)KIVPAdoptOrphans(); // without it, processes that lose their parent stay behind at the end
     (void)KIVPSetThreadName("kivcs2-tasks");
     shareAnnouncement();
     kiv::ChildTable::actForHost();
@@ -318,7 +320,7 @@ KIVCS2Status kivCS2TaskServerPrv_childProcess()
     setUpSignals();
 
     const KIVCS2Status status = serve();
-    // After a quit, and where this machine could not serve, what runs goes on without the server.
+    // After a quit, and if this machine could not serve, running tasks continue without the server.
     if (status == KIVCS2STATUS_PIPE_ERR)
         takeAllAlong();
     return status;

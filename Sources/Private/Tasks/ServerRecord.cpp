@@ -1,5 +1,5 @@
-// Reaps children for the task server, in the host and in the server, and looks whether either still has the
-// other.
+// Reaps children for the task server, in the host and in the server, and checks whether host and server still
+// have each other.
 #include "Private/Tasks/ServerRecord.h"
 
 #include <poll.h>
@@ -20,7 +20,7 @@ struct Report
 };
 static_assert(sizeof(Report) == 8);
 
-// "Unexpected SIGCHLD error %i\n" without printf, which a handler must not call.
+// Prints "Unexpected SIGCHLD error %i\n" without printf(), which a handler must not call.
 void complain(int error)
 {
     char text[64] = "Unexpected SIGCHLD error ";
@@ -32,7 +32,7 @@ void complain(int error)
     while (count > 0)
         text[size++] = digits[--count];
     text[size++] = '\n';
-    (void)!write(STDERR_FILENO, text, size); // nobody can be told that nobody can be told
+    (void)!write(STDERR_FILENO, text, size); // a failure here cannot be reported
 }
 } // namespace
 
@@ -109,7 +109,7 @@ void kiv::installChildHandler()
     action.sa_handler = kivCS2TaskServerPrv_sigChildHandler;
     action.sa_flags = SA_RESTART;
     sigfillset(&action.sa_mask);
-    (void)sigaction(SIGCHLD, &action, nullptr); // a signal that can be handled
+    (void)sigaction(SIGCHLD, &action, nullptr); // cannot fail: SIGCHLD can be handled
 }
 
 void kivCS2TaskServerPrv_sigChildHandler(int)

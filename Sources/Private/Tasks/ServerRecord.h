@@ -1,5 +1,5 @@
-// The task server's record, and what its two processes, host and server, ask of it while they wait: who has
-// ended, whether the other lives, whether a pipe is still theirs.
+// The task server's record, and the checks that its two processes, host and server, make while they wait:
+// which children have ended, whether the other lives, whether a pipe is still theirs.
 #ifndef KIV_PRIVATE_TASKS_SERVER_RECORD_H
 #define KIV_PRIVATE_TASKS_SERVER_RECORD_H
 
@@ -20,17 +20,17 @@ enum : uint32_t
     kPidRead = 2,
     kPidWrite = 3, // launched processes write their ids
     kReportRead = 4,
-    kReportWrite = 5, // the SIGCHLD handler of host and server writes who has ended
+    kReportWrite = 5, // the SIGCHLD handler of host and server writes the children that have ended
     kDescriptorCount = 6
 };
 
-// One per process. The server has a copy of its own from the fork on.
+// One for each process. From the fork on the server has its own copy.
 struct KIVCS2TaskServer
 {
     std::array<int32_t, kDescriptorCount> m_descriptors; // request, pid and report pipe; 0 for a closed end
     std::atomic<pid_t> m_serverPid;                      // read by the SIGCHLD handler of any thread
     uint32_t m_initialised;
-    KIVCS2LinkList m_tasks;  // launched, and not yet reported ended
+    KIVCS2LinkList m_tasks;  // launched, end not yet reported
     pthread_mutex_t m_mutex; // one request and its answer at a time, and the list
     pthread_t m_readback;
 
@@ -38,10 +38,10 @@ struct KIVCS2TaskServer
     std::atomic<pid_t> m_reaper; // the process whose SIGCHLD handler reaps: the host, in its copy the server
     std::atomic<uint32_t> m_serverEnded;      // the handler has reaped the server
     std::atomic<uint32_t> m_reapingPostponed; // the report pipe was full
-    std::atomic<uint32_t> m_reaping;          // statuses that are on their way into it
-    std::atomic<bool> m_usable;               // pipes and mutex are there
+    std::atomic<uint32_t> m_reaping;          // statuses taken but not yet in that pipe
+    std::atomic<bool> m_usable;               // pipes and mutex exist
     std::atomic<bool> m_readbackRuns;
-    std::array<ino_t, kDescriptorCount / 2> m_pipes; // what the descriptors stood for when they were made
+    std::array<ino_t, kDescriptorCount / 2> m_pipes; // the pipes' inodes when they were made
 };
 extern KIVCS2TaskServer g_CSTaskServer;
 
@@ -49,24 +49,24 @@ void kivCS2TaskServerPrv_sigChildHandler(int signal);
 
 namespace kiv
 {
-// Whether the report pipe has room and is still ours. Reap only then; otherwise the status is lost.
-// Async-signal-safe.
+// Whether the report pipe has room and still belongs to the library. Reap only then; otherwise the status is
+// lost. Async-signal-safe.
 [[nodiscard]] bool canReport();
 
 // Reports every child that has ended, as long as the report pipe has room. Async-signal-safe.
 void reapChildren();
 
-// Whether the descriptor is still the pipe's: a host may have closed it, and given its number to a file of
-// its own. Async-signal-safe.
+// Whether the descriptor is still the pipe's: a host may have closed it, and its number may now belong to a
+// file of the host. Async-signal-safe.
 [[nodiscard]] bool isOwnPipe(uint32_t index);
 
-// In the server: SIGTERM has come.
+// In the server: SIGTERM has been received.
 [[nodiscard]] bool isToldToEnd();
 
 // In the server: the host is gone.
 [[nodiscard]] bool isOrphaned();
 
-// For SIGCHLD, with every signal blocked while the handler runs.
+// Installs the handler for SIGCHLD, with every signal blocked while it runs.
 void installChildHandler();
 } // namespace kiv
 

@@ -13,7 +13,7 @@
 
 namespace
 {
-constexpr int kWatchPeriod = 1000; // milliseconds between two looks at the host
+constexpr int kWatchPeriod = 1000; // milliseconds between two checks of the host
 constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has cut short
 
 [[nodiscard]] int descriptor(uint32_t index)
@@ -21,13 +21,13 @@ constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has
     return g_CSTaskServer.m_descriptors[index];
 }
 
-// The server is to end: nobody is there to be served, or it was told so.
+// False if the server has to end: the host is gone, or has ended it.
 [[nodiscard]] bool mayWait(bool watch)
 {
     return !watch || (!kiv::isOrphaned() && !kiv::isToldToEnd());
 }
 
-// Waits until there may be something to read; the caller tries again in any case.
+// Waits until there may be data to read; the caller tries again in any case.
 [[nodiscard]] KIVCS2Status waitToRead(int fd, bool watch)
 {
     pollfd entry{fd, POLLIN, 0};
@@ -36,8 +36,8 @@ constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has
         return KIVCS2STATUS_PIPE_ERR;
     if (ready > 0)
         return KIVCS2STATUS_OK;
-    // A signal: most often a child has ended. The pause looks at the pipe as well, so that no request waits
-    // for it.
+    // A signal: usually a child has ended. The pause polls the pipe as well, so that no request is delayed by
+    // it.
     if (ready < 0)
         (void)poll(&entry, 1, kInterruptPause);
     if (watch)
@@ -109,7 +109,7 @@ KIVCS2Status kivCS2TaskServerPrv_readBytes(uint32_t index, void *bytes, size_t s
     auto *to = static_cast<uint8_t *>(bytes);
     while (size > 0)
     {
-        // The reading ends do not block: what is there already costs one call.
+        // The reading ends do not block: bytes that are already there cost one call.
         const ssize_t count = read(descriptor(index), to, size);
         if (count > 0)
         {
@@ -131,14 +131,14 @@ char *kivCS2TaskServerPrv_readString(uint32_t index, bool watch, size_t &left, K
     status = kivCS2TaskServerPrv_readBytes(index, &length, sizeof length, watch);
     if (KIVCS2_FAILED(status))
         return nullptr;
-    // Compared before anything is added: a length of 2^32-1 is a length like another.
+    // Compared before adding anything: a length of 2^32-1 is possible too.
     auto *text = length < left ? static_cast<char *>(std::malloc(size_t{length} + 1)) : nullptr;
     if (text == nullptr)
     {
         status = KIVCS2STATUS_MEMORY_ERR;
         return nullptr;
     }
-    left -= size_t{length} + 1; // by what was claimed: the text may have a zero byte inside
+    left -= size_t{length} + 1; // by the claimed length: the text may contain a zero byte
     text[length] = '\0';
     status = kivCS2TaskServerPrv_readBytes(index, text, length, watch);
     if (KIVCS2_SUCCEEDED(status))
@@ -193,7 +193,7 @@ KIVCS2Status kiv::ExecMessage::make(const KIVCS2Task &task)
     if (text > kMostRequestText)
         return KIVCS2STATUS_OVERFLOW_ERR;
 
-    // A length instead of each zero byte, the command byte and the count.
+    // Each text has a length instead of its zero byte; then the command byte and the count.
     m_size = text + (count + 1) * (sizeof(uint32_t) - 1) + sizeof kCommandExec + sizeof count;
     m_bytes.reset(static_cast<uint8_t *>(std::malloc(m_size)));
     if (!m_bytes)

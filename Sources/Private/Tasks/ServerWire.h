@@ -1,6 +1,6 @@
-// Requests to the task server as they stand in the pipe: a command byte, and for a launch the path, the
+// Requests to the task server in their form in the pipe: a command byte, and for a launch the path, the
 // number of arguments and the arguments. A text is its 32-bit length and its bytes; integers are in the
-// machine's order.
+// machine's byte order.
 #ifndef KIV_PRIVATE_TASKS_SERVER_WIRE_H
 #define KIV_PRIVATE_TASKS_SERVER_WIRE_H
 
@@ -13,19 +13,18 @@
 
 // ---- Transport, by index of the descriptor ----
 
-// Writes all of it; a reader that is gone is a failure and raises nothing. KIVCS2STATUS_TIMEOUT_ERR if there
-// is no room for longer than a host waits.
+// Writes all bytes; a reader that is gone is a failure and raises no signal. KIVCS2STATUS_TIMEOUT_ERR if
+// there is no room for longer than a host waits.
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_writeBytes(uint32_t index, const void *bytes, size_t size);
-// The 32-bit length, then the text.
+// Writes the 32-bit length, then the text.
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_writeString(uint32_t index, const char *text);
 
-// Reads all of it, waiting as long as it takes. With the orphan watch on, a second without a byte is
-// the time to look whether the host lives: where it does not the wait fails, and so it does at the end of the
-// pipe.
+// Reads all bytes and waits as long as it takes. With the orphan watch on, each second without a byte checks
+// whether the host lives: if it does not, the wait fails. It also fails at the end of the pipe.
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_readBytes(uint32_t index, void *bytes, size_t size,
                                                          bool watch);
-// A new text, released with free(), or null: the pipe failed, or there is no room. `left` is what may still
-// be read with a zero byte each, and becomes less.
+// Returns a new text, released with free(), or null: the pipe failed, or there is no room. `left` is the
+// number of bytes that may still be read, counting a zero byte for each text, and is reduced.
 [[nodiscard]] char *kivCS2TaskServerPrv_readString(uint32_t index, bool watch, size_t &left,
                                                    KIVCS2Status &status);
 
@@ -34,15 +33,16 @@ namespace kiv
 constexpr uint8_t kCommandExec = 0;
 constexpr uint8_t kCommandQuit = 1;
 
-// What one request may hold: no system executes more than 6 MiB of arguments, whatever a length claims.
+// The most that one request may hold: no system executes more than 6 MiB of arguments, whatever a length
+// claims.
 constexpr size_t kMostRequestText = size_t{6} << 20; // bytes of all texts, a zero byte each included
 constexpr uint32_t kMostArguments = 65536;
 
-// How long the host waits for a server that neither reads nor tells a process id, in absolute time: it holds
-// the server's mutex meanwhile.
+// How long the host waits for a server that neither reads nor returns a process id, in absolute time: it
+// holds the server's mutex meanwhile.
 inline constinit uint64_t g_answerTime = 10'000'000'000;
 
-// A launch as the server has read it.
+// A launch as read by the server.
 class ExecRequest
 {
 public:
@@ -51,7 +51,7 @@ public:
     ExecRequest(const ExecRequest &) = delete;
     ExecRequest &operator=(const ExecRequest &) = delete;
 
-    // Reads what follows the command byte from the request pipe.
+    // Reads the bytes after the command byte from the request pipe.
     [[nodiscard]] KIVCS2Status read(bool watch);
 
     [[nodiscard]] const char *command() const
@@ -71,7 +71,7 @@ private:
     char **m_argv = nullptr;
 };
 
-// A launch as the host writes it, in one piece.
+// A launch as written by the host, in one piece.
 class ExecMessage
 {
 public:

@@ -17,11 +17,11 @@ namespace
 {
 constexpr int kExecFailed = 127;
 constexpr mode_t kOwnerWritesAllRead = 0644;
-constexpr const char *kDefaultPath = "/bin:/usr/bin"; // where there is no PATH, as confstr(_CS_PATH)
+constexpr const char *kDefaultPath = "/bin:/usr/bin"; // if there is no PATH, as confstr(_CS_PATH)
 
 char g_shell[] = "/bin/sh";
 
-// How many pieces `text` has between the colons, one at least.
+// Counts the pieces of `text` between the colons, at least one.
 [[nodiscard]] size_t pieceCount(std::string_view text)
 {
     size_t count = 1;
@@ -45,7 +45,7 @@ void connect(int from, int to)
 void connectFile(const char *path, int to)
 {
     int file;
-    // Kept: hosts rely on an older file keeping what lies beyond the child's output.
+    // Kept: hosts rely on an older file keeping its bytes past the child's output.
     while ((file = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, kOwnerWritesAllRead)) < 0)
         if (errno != EINTR)
             giveUp();
@@ -65,7 +65,7 @@ void connectFile(const char *path, int to)
     if (setup.note != nullptr)
     {
         setup.note->write(getpid());
-        // The host may have died before the note was there, and the task server have looked too early.
+        // The host may have died before the note was written, and the task server checked too early.
         if (getppid() != setup.parent)
             giveUp();
     }
@@ -76,9 +76,9 @@ void connectFile(const char *path, int to)
         if (setup.announced != nullptr)
             setup.announced->store(true);
         if (!written)
-            giveUp(); // a process that nobody knows must not run
+            giveUp(); // a process whose id is unknown must not run
     }
-    kiv::resetHandlers(); // one of the parent's would run on the parent's memory
+    kiv::resetHandlers(); // a handler of the parent would run on the parent's memory
     sigset_t none;
     sigemptyset(&none);
     (void)pthread_sigmask(SIG_SETMASK, &none, nullptr); // cannot fail with these arguments
@@ -88,7 +88,7 @@ void connectFile(const char *path, int to)
             if (setup.standardStreams[stream] >= 0)
                 connect(setup.standardStreams[stream], stream);
         for (int stream = 0; stream < 3; ++stream)
-            (void)fcntl(stream, F_SETFD, 0); // one that is closed stays so
+            (void)fcntl(stream, F_SETFD, 0); // a closed stream stays closed
     }
     for (int stream = 1; stream < 3; ++stream)
         if (setup.files[stream] != nullptr)
@@ -97,7 +97,7 @@ void connectFile(const char *path, int to)
     giveUp();
 }
 
-// A FIFO is opened when somebody reads it, who may be the next task that the host launches.
+// Opening a FIFO blocks until it has a reader, which may be the next task that the host launches.
 [[nodiscard]] bool mayWait(const kiv::ChildSetup &setup)
 {
     struct stat about
@@ -109,7 +109,7 @@ void connectFile(const char *path, int to)
     return false;
 }
 
-// For a child that may wait: it keeps the memory that it runs on, and nobody waits for it.
+// Starts a child that may block: fork gives it its own memory, and the parent does not wait.
 [[nodiscard]] pid_t startWaitingChild(const kiv::ExecPlan &plan, const kiv::ChildSetup &setup)
 {
     const pid_t pid = fork();
@@ -118,7 +118,7 @@ void connectFile(const char *path, int to)
     return pid;
 }
 
-// Nothing of this function changes between the child's return from vfork and the parent's.
+// Nothing in this function changes between the child's return from vfork and the parent's.
 [[nodiscard]] __attribute__((noinline)) pid_t startChild(const kiv::ExecPlan &plan,
                                                          const kiv::ChildSetup &setup)
 {
@@ -166,7 +166,7 @@ KIVCS2Status kiv::ExecPlan::prepare(const char *command, char *const *argv)
     m_argv = argv;
     m_scriptArgv = m_block.get();
     m_scriptArgv[0] = g_shell;
-    m_scriptArgv[1] = nullptr; // the file that is found
+    m_scriptArgv[1] = nullptr; // the file that is found later
     for (size_t argument = 1; argument < arguments; ++argument)
         m_scriptArgv[argument + 1] = argv[argument];
     m_scriptArgv[arguments > 0 ? arguments + 1 : 2] = nullptr;
@@ -175,7 +175,7 @@ KIVCS2Status kiv::ExecPlan::prepare(const char *command, char *const *argv)
     m_files[files] = nullptr;
     if (path == nullptr)
     {
-        m_files[0] = const_cast<char *>(command); // execve() takes what it does not write as writable
+        m_files[0] = const_cast<char *>(command); // execve() does not write it, but takes it as writable
         return KIVCS2STATUS_OK;
     }
     char *out = reinterpret_cast<char *>(m_files + files + 1);
@@ -222,7 +222,7 @@ void kiv::resetHandlers()
             continue;
         action = {};
         action.sa_handler = SIG_DFL;
-        (void)sigaction(signal, &action, nullptr); // it had a handler, so it can have another
+        (void)sigaction(signal, &action, nullptr); // cannot fail: it had a handler
     }
 }
 

@@ -17,14 +17,14 @@
 
 namespace
 {
-constexpr size_t kRoomForMore = 10;   // processes that may come between the two questions
+constexpr size_t kRoomForMore = 10;   // processes that may be added between the two queries
 constexpr size_t kMostRoom = 1 << 14; // the same on a machine that starts many at once
-constexpr pid_t kFirstProcess = 1;    // it and what lies below are groups, everything, or the machine's own
+constexpr pid_t kFirstProcess = 1;    // it and lower ids mean groups, all processes, or the machine's own
 constexpr size_t kFirstRoom = 64;     // processes
 constexpr uint64_t kStoppingTime = 250'000'000; // absolute time, nanoseconds
-constexpr long kStopPeriod = 200'000;           // nanoseconds between two looks at who stands still
+constexpr long kStopPeriod = 200'000;           // nanoseconds between two checks of the stopped processes
 
-// A process whose first thread has ended lives on in the others.
+// A process whose first thread has ended still lives in its other threads.
 [[nodiscard]] bool lives(const kinfo_proc &process)
 {
     return process.kp_proc.p_stat != SZOMB ||
@@ -47,8 +47,8 @@ kiv::ProcessTable::ProcessTable()
     }
 }
 
-// False if more than `more` processes have come between the two questions. Those that had room are better
-// than none.
+// False if more than `more` processes were added between the two queries. A table of those that had room is
+// better than none.
 bool kiv::ProcessTable::read(size_t more)
 {
     int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
@@ -98,7 +98,7 @@ const kinfo_proc *kiv::ProcessTable::findLiving(pid_t pid) const
 bool kiv::ProcessTable::hasEnded(pid_t pid, uint64_t &start) const
 {
     const kinfo_proc *process = find(pid);
-    // The table may have had no room for it, or no descriptor to read it by.
+    // The table may have had no room for it, or no descriptor may have been left to read it.
     if (process == nullptr)
         return signalProcess(pid, 0) != 0 && errno == ESRCH;
     if (!lives(*process))
@@ -125,7 +125,7 @@ size_t kiv::ProcessTree::find(pid_t pid) const
     return TreeProcess::kNone;
 }
 
-// Without memory what has been found is better than nothing.
+// Without memory the processes found so far are better than none.
 kiv::TreeProcess *kiv::ProcessTree::add(pid_t pid, size_t parent)
 {
     if (m_count == m_room)
@@ -157,7 +157,7 @@ void kiv::ProcessTree::addRoot(pid_t pid, bool itself, uint64_t startedBefore)
     }
 }
 
-// Gives a root the parent that it has in the tree. Entries are read one after the other and may form a
+// Gives a root the parent that it has in the tree. Entries are read one after the other, so they may form a
 // circle.
 void kiv::ProcessTree::connect(size_t index, pid_t parentPid)
 {
@@ -168,7 +168,7 @@ void kiv::ProcessTree::connect(size_t index, pid_t parentPid)
     m_processes[index].parent = parent;
 }
 
-// What the table says of those that are known.
+// Updates the known processes from the table.
 void kiv::ProcessTree::refresh(const ProcessTable &table)
 {
     const kinfo_proc *server = m_server > kFirstProcess ? table.findLiving(m_server) : nullptr;
@@ -179,8 +179,8 @@ void kiv::ProcessTree::refresh(const ProcessTable &table)
         const kinfo_proc *entry = process.hasEnded ? nullptr : table.findLiving(process.pid);
         if (entry == nullptr)
         {
-            // The table could not be read. It is signalled all the same, and continued, if it is known to be
-            // the one that is meant.
+            // The table could not be read. The process is still signalled, and continued, if it is known to
+            // be the right one.
             process.hasEnded =
                 process.hasEnded || (process.start == 0 && process.startedBefore != TreeProcess::kAnyStart);
             continue;
@@ -190,7 +190,7 @@ void kiv::ProcessTree::refresh(const ProcessTable &table)
             process.hasEnded = true;
             continue;
         }
-        // It has the server's name until it executes.
+        // Until it executes, it has the server's name.
         process.isServersCopy = server != nullptr && m_server != getpid() &&
                                 entry->kp_eproc.e_ppid == m_server &&
                                 std::strcmp(entry->kp_proc.p_comm, server->kp_proc.p_comm) == 0;
@@ -233,21 +233,22 @@ bool kiv::ProcessTree::look()
 
 bool kiv::ProcessTree::mayBeStopped(const TreeProcess &process) const
 {
-    // The root that only stands for what is below it is stopped as well, or it would go on making them.
+    // A root that only stands for the processes below it is stopped as well, or it would continue to make
+    // them.
     return process.pid > kFirstProcess && process.pid != getpid() && process.pid != m_server &&
            std::find(std::begin(m_ancestors), std::end(m_ancestors), process.pid) == std::end(m_ancestors);
 }
 
-// Stops a process; false while it has not come to stand. One that somebody else has stopped stays so.
+// Stops a process; false while it has not stopped yet. A process that somebody else has stopped stays so.
 bool kiv::ProcessTree::stop(TreeProcess &process) const
 {
-    // Before it executes, the server waits for it and could not be of help.
+    // Before it executes, the server waits for it and could not help.
     if (process.isStill || process.hasEnded || process.isServersCopy)
         return true;
     const unsigned states = KIVPThreadStates(process.pid);
     if (!process.isStopped)
     {
-        // If it is unknown what it does, nothing below it would be found either.
+        // If its state is unknown, no process below it would be found either.
         if (!mayBeStopped(process) || states == 0 || states == KIVP_THREADS_STOPPED ||
             signalProcess(process.pid, SIGSTOP) != 0)
         {
@@ -309,10 +310,10 @@ void kiv::ProcessTree::signal(int signal)
                       {
                           isTarget = isTarget || (process.isTarget && process.pid == self);
                           if (process.isTarget && process.pid != self)
-                              (void)signalProcess(process.pid, signal); // one that has ended is as good
+                              (void)signalProcess(process.pid, signal); // a process that has ended is as good
                       });
-    // A parent that went on first would end, and the group of its stopped child would get SIGHUP before its
-    // handler has run.
+    // A parent that continued first would end, and the group of its stopped child would get SIGHUP before the
+    // child's handler has run.
     visitDeepestFirst(TreeProcess::kNone,
                       [](TreeProcess &process)
                       {

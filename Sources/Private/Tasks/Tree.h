@@ -1,4 +1,4 @@
-// The descendants of a process, by the kernel's table, and how they are signalled.
+// The descendants of a process, by the kernel's table, and the ways to signal them.
 #ifndef KIV_PRIVATE_TASKS_TREE_H
 #define KIV_PRIVATE_TASKS_TREE_H
 
@@ -11,10 +11,10 @@ struct kinfo_proc;
 
 namespace kiv
 {
-// kill(), which reaches one process and never a group, all processes or process 1: -1 for such ids.
+// kill() for exactly one process, never a group, all processes or process 1: -1 for such ids.
 int signalProcess(pid_t pid, int signal);
 
-// The table at one moment. Empty if /proc cannot be read.
+// A snapshot of the table. Empty if /proc cannot be read.
 class ProcessTable
 {
 public:
@@ -29,8 +29,8 @@ public:
     // Null if there is none, or if it has ended and was not waited for.
     [[nodiscard]] const kinfo_proc *findLiving(pid_t pid) const;
 
-    // Whether the process that was started at `start` has ended. A `start` of 0 stands for the one that has
-    // the id now, and is set.
+    // Whether the process that was started at `start` has ended. A `start` of 0 means the current process of
+    // that id, and is set.
     [[nodiscard]] bool hasEnded(pid_t pid, uint64_t &start) const;
 
 private:
@@ -50,42 +50,42 @@ struct TreeProcess
     pid_t pid;
     size_t parent;          // index in the tree; kNone for a root whose parent is not in it
     uint64_t start;         // 0 until the table was read
-    uint64_t startedBefore; // a later process of the same id is another one; kAnyStart for any
-    bool isTarget;          // it is signalled, and not only what is below it
-    bool isStill;           // it stands still, or is never stopped
-    bool isStopped;         // here: it is to be continued
+    uint64_t startedBefore; // a later process with the same id is a different one; kAnyStart for any
+    bool isTarget;          // it is signalled, and not only the processes below it
+    bool isStill;           // it has stopped, or is never stopped
+    bool isStopped;         // by this tree: it must be continued
     bool isServersCopy;     // the task server's child before it executes
     bool hasEnded;
     bool isNoted; // in the page that host and server share
 };
 
-// Processes with all below them. They are stopped before they are looked for: a shell starts its next command
-// as soon as its last one is gone, and once the shell is gone too, nobody finds that command. Whoever uses a
-// tree holds no mutex that a launch needs: a launch waits for its child until it executes, and the child may
-// be stopped.
+// Processes with all their descendants. They are stopped before the search: a shell starts its next command
+// as soon as its last one is gone, and once the shell is gone too, that command cannot be found. The user of
+// a tree must not hold a mutex that a launch needs: a launch waits for its child until it executes, and the
+// child may be stopped.
 class ProcessTree
 {
 public:
-    // `server` is never stopped: if this process dies meanwhile, the server is the one that ends what stands
-    // still. 0 for none.
+    // `server` is never stopped: if this process dies meanwhile, the server ends the stopped processes. 0 if
+    // there is none.
     explicit ProcessTree(pid_t server);
     ~ProcessTree();
     ProcessTree(const ProcessTree &) = delete;
     ProcessTree &operator=(const ProcessTree &) = delete;
 
-    // What is below a process, with `itself` the process too. Ids of 1 and less have nothing below them,
-    // unless this process is process 1 and means itself.
+    // Adds the processes below a process, with `itself` the process too. Ids of 1 and less have no processes
+    // below them, unless this process is process 1 and means itself.
     void addRoot(pid_t pid, bool itself, uint64_t startedBefore = TreeProcess::kAnyStart);
 
-    // Reads the table once; true if there was anything new.
+    // Reads the table once; true if a new process was found.
     bool look();
-    // Stops what it finds and looks again until there is nothing new, or for a quarter of a second.
+    // Stops the processes it finds and looks again until no new one is found, or for a quarter of a second.
     void stopAndLook();
-    // Signals the targets, the deepest first, and then continues what was stopped here, children before
-    // parents. This process itself, if it is one of them, comes last of all.
+    // Signals the targets, the deepest first, and then continues the processes it has stopped, children
+    // before parents. This process itself, if it is a target, comes last of all.
     void signal(int signal);
 
-    // Whether the table could be read at all, so that what was not found is not there.
+    // Whether the table could be read at all, so that processes not found do not exist.
     [[nodiscard]] bool hasSeen() const
     {
         return m_hasSeen;
@@ -120,7 +120,7 @@ private:
     size_t m_count = 0;
     size_t m_room = 0;
     bool m_hasSeen = false;
-    pid_t m_ancestors[64] = {}; // of this process: stopped, they could hold up who waits for it
+    pid_t m_ancestors[64] = {}; // of this process: if stopped, they could hold up a process that waits for it
 };
 } // namespace kiv
 
