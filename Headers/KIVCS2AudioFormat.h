@@ -1,11 +1,12 @@
 /**
  * @file
- * Audio formats: an encoding, a sample rate and the layout of samples packed into one 32-bit code, and the
- * weave of audio samples over video frames.
+ * Audio formats: an encoding, a sample rate and a sample layout packed into one 32-bit code, and the weave:
+ * how audio samples are spread over video frames.
  *
- * A host stores the code in 32 bits and takes it apart with kivCS2AudioFormat_getDescription(). The values 0
- * and 1 of data type, data stream, endian and alignment mean what the host says. Nothing is kept between
- * calls, and every operation may be called from any thread. An operation that fails leaves its outputs alone.
+ * A host stores the code in 32 bits and unpacks it with kivCS2AudioFormat_getDescription(). The host decides
+ * what the values 0 and 1 of data type, data stream, endian and alignment mean. No state is kept between
+ * calls, and every operation may be called from any thread. An operation that fails leaves its outputs
+ * untouched.
  */
 #ifndef KIVCS2_AUDIO_FORMAT_H
 #define KIVCS2_AUDIO_FORMAT_H
@@ -24,7 +25,7 @@ enum
     KIVCS2AFEncoding_MAX = 2   /**< the count; not an encoding */
 };
 
-/** Samples a second. */
+/** Samples per second. */
 typedef uint32_t KIVCS2AFSampleRate;
 enum
 {
@@ -33,7 +34,7 @@ enum
     KIVCS2AFSampleRate_MAX = 2 /**< the count; not a rate */
 };
 
-/** Limits of the other fields; a value is below its limit, a count may be it. */
+/** Limits of the other fields: a value must be below its limit, a count may equal it. */
 enum
 {
     KIVCS2AFDataType_MAX = 2,
@@ -47,11 +48,11 @@ enum
 
 /**
  * A format code. From the top: always 0 (4 bits), encoding (4), sample rate (4), data type (4), data stream
- * (4), channels - 1 (4), endian (1), alignment (1), bytes a sample - 1 (3), bytes used of a sample - 1 (3).
+ * (4), channels - 1 (4), endian (1), alignment (1), bytes per sample - 1 (3), bytes used per sample - 1 (3).
  */
 typedef uint32_t KIVCS2AudioFormat;
 
-/** A format code, taken apart. */
+/** An unpacked format code. */
 typedef struct KIVCS2AudioFormatDescription
 {
     uint32_t m_encoding;   /**< four-character code: 'lpcm' or 'aac ' */
@@ -62,7 +63,7 @@ typedef struct KIVCS2AudioFormatDescription
     uint32_t m_alignment;
     uint32_t m_channels;           /**< 1 to 16 */
     uint32_t m_bytesPerSample;     /**< 1 to 8 */
-    uint32_t m_bytesUsedPerSample; /**< 1 to 8; nothing relates it to m_bytesPerSample */
+    uint32_t m_bytesUsedPerSample; /**< 1 to 8; not checked against m_bytesPerSample */
 } KIVCS2AudioFormatDescription;
 
 /**
@@ -81,8 +82,8 @@ KIVCS2_API KIVCS2Status kivCS2AudioFormat_getFormat(uint32_t encoding, uint32_t 
                                                     uint32_t bytesUsedPerSample, KIVCS2AudioFormat *format);
 
 /**
- * Takes a format code of kivCS2AudioFormat_getFormat() apart. Any other code is taken apart as well,
- * unchecked; the encoding and the rate of a field without a meaning are 0.
+ * Unpacks a format code made by kivCS2AudioFormat_getFormat(). Any other code is unpacked as well, unchecked;
+ * an encoding or sample rate without a meaning gives 0.
  * @retval KIVCS2STATUS_PARAM_ERR  `description` is null
  * Thread safety: any thread.
  */
@@ -90,17 +91,18 @@ KIVCS2_API KIVCS2Status kivCS2AudioFormat_getDescription(KIVCS2AudioFormat forma
                                                          KIVCS2AudioFormatDescription *description);
 
 /**
- * How many samples of each channel belong to the frames of a cycle, after which the weave repeats: 1602,
- * 1602, 1602, 1601, 1601 at 48000 Hz and 29.97 frames a second. The larger counts come first. The cycle is
- * the first number of frames whose samples are whole to 0.001, and its counts may miss their sum by one.
+ * Stores how many samples of each channel belong to each frame of a cycle, after which the weave repeats:
+ * 1602, 1602, 1602, 1601, 1601 at 48000 Hz and 29.97 frames per second. The larger counts come first. The
+ * cycle is the smallest number of frames whose samples are a whole number to within 0.001; the sum of its
+ * counts may be off by one.
  * @param[in]     sampleRate          hertz
- * @param[in,out] weaveSize           entries that `weave` has; then the frames of the cycle
- * @param[out]    weave               one count a frame, or null
+ * @param[in,out] weaveSize           in: entries in `weave`; out: the frames of the cycle
+ * @param[out]    weave               one count for each frame, or null
  * @param[out]    maxSamplesPerFrame  the larger count, or null
  * @retval KIVCS2STATUS_PARAM_ERR        `weaveSize` is null
  * @retval KIVCS2STATUS_FRAME_RATE_ERR   the frame rate is 8 or more
- * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `weave` is too short; the outputs are untouched: ask with a null
- *                                       `weave`
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `weave` is too short; the outputs are untouched. Pass a null `weave`
+ *                                       to get the size
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate frameRate,

@@ -1,11 +1,11 @@
 /**
  * @file
- * Codecs: the names and four-character codes of the video codecs that are recorded and played, and how large
- * one compressed frame gets at most, for the sizes of buffers.
+ * Codecs: the names and four-character codes of the video codecs that are recorded and played, and the
+ * largest size of one compressed frame, for sizing buffers.
  *
  * Codes are packed with the first character in the top byte: 'apch' is 0x61706368. Everything is constant:
- * names that are handed out are static and never released, and every operation may be called from any thread.
- * An operation that fails leaves its output alone.
+ * returned names are static and must not be released, and every operation may be called from any thread. An
+ * operation that fails leaves its output untouched.
  */
 #ifndef KIVCS2_CODEC_H
 #define KIVCS2_CODEC_H
@@ -19,11 +19,11 @@ typedef struct KIVCS2CodecDescription
 {
     const char *m_name;    /**< static, for example "ProRes 422 (HQ)" */
     uint32_t m_code;       /**< four characters */
-    uint32_t m_sampleSize; /**< bytes of the largest compressed frame; 0 where it is not known */
+    uint32_t m_sampleSize; /**< bytes of the largest compressed frame; 0 if not known */
 } KIVCS2CodecDescription;
 
 /**
- * The code of the codec with exactly this name, byte for byte.
+ * Stores the code of the codec with exactly this name, byte for byte.
  * @retval KIVCS2STATUS_PARAM_ERR  `name` or `code` is null, or no codec has this name (without an assertion)
  * Thread safety: any thread.
  */
@@ -31,7 +31,7 @@ KIVCS2_API KIVCS2Status kivCS2Codec_getFourCCFromString(const char *name, uint32
 
 /**
  * Copies the name of the codec with this code as strncpy() does: at most `length` bytes, without a terminator
- * where the name fills them, and with zeros behind a shorter name. The longest name has 19 characters.
+ * if the name fills them, and padded with zeros if it is shorter. The longest name has 19 characters.
  * @retval KIVCS2STATUS_PARAM_ERR  `text` is null, or no codec has this code (without an assertion)
  * Thread safety: any thread.
  */
@@ -41,8 +41,8 @@ KIVCS2_API KIVCS2Status kivCS2Codec_getStringFromFourCC(uint32_t code, char *tex
  * Describes the codec with exactly this name, with the sample size at the format's native height.
  *
  * Uncompressed and ProRes frames have a size at 480, 486, 576, 720 and 1080 lines, and 0 at any other height;
- * those of the other codecs have the same size at every height but 0. The sizes are estimates of codecs, not
- * of streams: none depends on the width or the frame rate.
+ * frames of the other codecs have the same size at every height but 0. The sizes are estimates for codecs,
+ * not for streams: they do not depend on the width or the frame rate.
  * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or no codec has this name (without an assertion)
  * Thread safety: any thread.
  */

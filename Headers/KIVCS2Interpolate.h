@@ -1,15 +1,15 @@
 /**
  * @file
- * Interpolation: a value that moves from frame to frame, as a fade, a wipe or a moving picture needs it.
+ * Interpolation: a value that moves from frame to frame, for a fade, a wipe or a moving picture.
  *
- * The caller owns the sequence: `init` clears it, up to 16 steps are added, and `execute` is called once a
- * video frame. A step either eases from a start to an end value along one of the curves or holds for a number
- * of frames. Nothing has to be released, and there is no reset but `init`. A sequence is used by one thread
- * at a time.
+ * The caller owns the sequence: `init` clears it, up to 16 steps are added, and `execute` is called once for
+ * each video frame. A step either eases from a start value to an end value along one of the curves or holds
+ * the value for a number of frames. Nothing has to be released, and only `init` resets. A sequence is used by
+ * one thread at a time.
  *
  * A step of n frames shows its curve at t = 0, 1/(n-1), 2/(n-1) ... 1: the first frame has the start value
- * and the last one the end value, as closely as curve and arithmetic reach them. t is the position times
- * 1/(n-1) in double precision, which for some n ends at 1 - 2^-53.
+ * and the last one the end value, as closely as curve and arithmetic allow. t is the position times 1/(n-1)
+ * in double precision, which for some n ends at 1 - 2^-53.
  */
 #ifndef KIVCS2_INTERPOLATE_H
 #define KIVCS2_INTERPOLATE_H
@@ -22,7 +22,7 @@ KIVCS2_BEGIN_DECLS
 typedef uint32_t KIVCS2InterpolationFunction;
 enum
 {
-    KIVCS2InterpolationFunction_Linear = 0, /**< may be added, and then fails when it is executed */
+    KIVCS2InterpolationFunction_Linear = 0, /**< may be added, but then fails when it is executed */
     KIVCS2InterpolationFunction_QuadraticIn = 1,
     KIVCS2InterpolationFunction_QuadraticOut = 2,
     KIVCS2InterpolationFunction_QuadraticInOut = 3,
@@ -55,19 +55,19 @@ typedef struct KIVCS2InterpolationStep
     KIVCS2InterpolationStepKind m_kind;
     KIVCS2InterpolationFunction m_function;
     uint32_t m_frames;   /**< the step's length */
-    uint32_t m_position; /**< the frame within the step that comes next */
+    uint32_t m_position; /**< the next frame within the step */
     double m_dt;         /**< 1 / (frames - 1): infinite for one frame */
     double m_start;
     double m_range; /**< end - start */
 } KIVCS2InterpolationStep;
 
-/** A sequence of steps and where it stands. */
+/** A sequence of steps and its position. */
 typedef struct KIVCS2Interpolation
 {
     KIVCS2InterpolationStep m_steps[KIVCS2_INTERPOLATION_STEPS];
     uint32_t m_count;       /**< steps added */
     uint32_t m_currentStep; /**< `m_count` when the sequence has ended */
-    double m_currentValue;  /**< of the last interpolated frame; 0 before there is one */
+    double m_currentValue;  /**< of the last interpolated frame; 0 before the first */
     uint32_t m_looped;      /**< non-zero: the first step follows the last */
 } KIVCS2Interpolation;
 
@@ -86,7 +86,8 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_init(KIVCS2Interpolation *interpolat
  * @param[in] function  below KIVCS2InterpolationFunctionMax
  * @param[in] frames    at least 1
  * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, `function` or `frames` is out of its range, or
- *         there are 16 steps already (for which there is no assertion); the sequence is unchanged
+ *                                 there are 16 steps already (without an assertion); the sequence is
+ *                                 unchanged
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Interpolation_addInterpolateStepInFrames(KIVCS2Interpolation *interpolation,
@@ -95,12 +96,12 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_addInterpolateStepInFrames(KIVCS2Int
                                                                        double end);
 
 /**
- * As kivCS2Interpolation_addInterpolateStepInFrames(), for as many whole frames as `seconds` have at the
- * frame rate of the timecode module. The order of the arguments is another one: the length comes last.
+ * As kivCS2Interpolation_addInterpolateStepInFrames(), for the whole frames in `seconds` at the frame rate of
+ * the timecode module. Note the order of the arguments: the length comes last.
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the seconds come to 0xFFFFFFFF frames, in the low 32 bits
- * @retval KIVCS2STATUS_PARAM_ERR  as there; also where the seconds are less than a frame or not a number, or
- *         no frame rate is set, for these are 0 frames
- * Thread safety: one thread at a time, while nobody changes the frame rate.
+ * @retval KIVCS2STATUS_PARAM_ERR  as there; also if the seconds are less than a frame or not a number, or no
+ *                                 frame rate is set, because these give 0 frames
+ * Thread safety: one thread at a time, while no other thread changes the frame rate.
  */
 KIVCS2_API KIVCS2Status kivCS2Interpolation_addInterpolateStepInSeconds(KIVCS2Interpolation *interpolation,
                                                                         KIVCS2InterpolationFunction function,
@@ -109,8 +110,8 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_addInterpolateStepInSeconds(KIVCS2In
 
 /**
  * Adds a step that keeps the value for `frames` frames, at least 1.
- * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, `frames` is 0, or there are 16 steps already (for
- *         which there is no assertion); the sequence is unchanged
+ * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, `frames` is 0, or there are 16 steps already
+ *                                 (without an assertion); the sequence is unchanged
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Interpolation_addHoldStepInFrames(KIVCS2Interpolation *interpolation,
@@ -124,15 +125,15 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_addHoldStepInSeconds(KIVCS2Interpola
                                                                  double seconds);
 
 /**
- * Stores whether the first step follows the last one. Does not wake a sequence that has ended.
+ * Stores whether the first step follows the last one. A sequence that has ended does not start again.
  * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Interpolation_setLooped(KIVCS2Interpolation *interpolation, uint32_t looped);
 
 /**
- * Gives the value of the current frame and goes on to the next. A hold step, an ended sequence and one
- * without steps give the last value again.
+ * Stores the value of the current frame and advances to the next. A hold step, an ended sequence and a
+ * sequence without steps give the last value again.
  * @param[out] outValue  may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, or the step's curve is the linear one (without an
  *         assertion); nothing has advanced and nothing is stored
@@ -141,9 +142,9 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_setLooped(KIVCS2Interpolation *inter
 KIVCS2_API KIVCS2Status kivCS2Interpolation_execute(KIVCS2Interpolation *interpolation, double *outValue);
 
 /**
- * A curve's value at `t`.
+ * Stores a curve's value at `t`.
  * @param[in] function  1 to 12: the linear curve is refused
- * @param[in] t         0 to 1; what is not a number gives a value that is not a number
+ * @param[in] t         0 to 1; a NaN gives a NaN
  * @retval KIVCS2STATUS_PARAM_ERR  `function` or `t` is out of its range, or `outValue` is null (all without
  *         an assertion); nothing is stored
  * Thread safety: any thread.
@@ -159,19 +160,19 @@ KIVCS2_API double kivCS2InterpolationCallback_Linear(double t);
 KIVCS2_API double kivCS2InterpolationCallback_QuadraticIn(double t);
 /** -t^2 + 2t. */
 KIVCS2_API double kivCS2InterpolationCallback_QuadraticOut(double t);
-/** 2t^2, above 0.5 2t(2 - t) - 1. */
+/** 2t^2; above 0.5: 2t(2 - t) - 1. */
 KIVCS2_API double kivCS2InterpolationCallback_QuadraticInOut(double t);
 /** t^3. */
 KIVCS2_API double kivCS2InterpolationCallback_CubicIn(double t);
 /** 1 + (t - 1)^3. */
 KIVCS2_API double kivCS2InterpolationCallback_CubicOut(double t);
-/** 4t^3, above 0.5 0.5(2t - 2)^3 + 1. */
+/** 4t^3; above 0.5: 0.5(2t - 2)^3 + 1. */
 KIVCS2_API double kivCS2InterpolationCallback_CubicInOut(double t);
 /** exp((t - 1)k) with k = 6.931618662570565: begins at 0.000976, not at 0. */
 KIVCS2_API double kivCS2InterpolationCallback_ExpIn(double t);
 /** 1 - exp(-kt): ends at 0.999024, not at 1. */
 KIVCS2_API double kivCS2InterpolationCallback_ExpOut(double t);
-/** 0.5 exp(k(2t - 1)), above 0.5 1 - 0.5 exp(-k(2t - 1)): from 0.000488 to 0.999512. */
+/** 0.5 exp(k(2t - 1)); above 0.5: 1 - 0.5 exp(-k(2t - 1)): from 0.000488 to 0.999512. */
 KIVCS2_API double kivCS2InterpolationCallback_ExpInOut(double t);
 /** 1 - sin(pi/2 + pi/2 t). */
 KIVCS2_API double kivCS2InterpolationCallback_SinIn(double t);

@@ -2,13 +2,13 @@
  * @file
  * PCM conversion: width and byte order of integer samples, and interleaved channels split into planes.
  *
- * `init` takes the description of the input and derives the output's; a converter that deinterleaves then
+ * `init` takes the description of the input and derives that of the output. A converter that deinterleaves
  * converts with kivCS2PCMAudioConverter_convert(), any other with
  * kivCS2PCMAudioConverter_convertInterleaved(). Narrowing drops the low bits, widening appends zero bits;
- * nothing is dithered or rounded.
+ * there is no dithering or rounding.
  *
- * Samples are counted as 2 bytes at 16 bits and as 3 bytes otherwise, also where they have 1 or 4. So a
- * 32-bit input to be split needs an output width, and one of 8 bits cannot be split.
+ * A sample counts as 2 bytes at 16 bits and as 3 bytes otherwise, even if it has 1 or 4. So splitting a
+ * 32-bit input needs an output width, and an 8-bit input cannot be split.
  *
  * The caller owns the record: `init` fills it, `free` releases the platform's converter and clears it, and it
  * may then be initialised again. A record is used by one thread at a time; records are independent.
@@ -27,19 +27,19 @@ typedef struct KIVCS2PCMAudioConverter
     AudioConverterRef m_converter;
     AudioStreamBasicDescription m_inputFormat;
     AudioStreamBasicDescription m_outputFormat;
-    uint8_t m_deinterleave; /**< 1 when the output is a plane a channel */
+    uint8_t m_deinterleave; /**< 1 if the output has one plane for each channel */
 } KIVCS2PCMAudioConverter;
 
 /**
  * Makes a converter.
- * @param[out] converter            zeroed first, and left so on failure
+ * @param[out] converter            zeroed first, and stays zeroed on failure
  * @param[in]  inputFormat          integer linear PCM, not kept
  * @param[in]  deinterleave         split the channels into planes; the input is then interleaved
- * @param[in]  swapByteOrder        the other byte order than the input's
- * @param[in]  outputBitsPerSample  16, 24, or 0 for the input's
- * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the width is another, an input of planes is to be split,
- *                                 the description is not consistent, or there is no memory
- * Release with kivCS2PCMAudioConverter_free(). Thread safety: a record at a time.
+ * @param[in]  swapByteOrder        the output has the opposite byte order of the input
+ * @param[in]  outputBitsPerSample  16, 24, or 0 for the input's width
+ * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the width is not 16, 24 or 0, an input of planes is to
+ *                                 be split, the description is not consistent, or there is no memory
+ * Release with kivCS2PCMAudioConverter_free(). Thread safety: one thread at a time for each record.
  */
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_init(KIVCS2PCMAudioConverter *converter,
                                                      const AudioStreamBasicDescription *inputFormat,
@@ -47,45 +47,46 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_init(KIVCS2PCMAudioConverter *co
                                                      uint32_t outputBitsPerSample);
 
 /**
- * Releases the platform's converter and zeroes the record; a record without one stays as it is. OK always.
+ * Releases the platform's converter and zeroes the record; a record without a converter is unchanged.
+ * @retval KIVCS2STATUS_OK         otherwise
  * @retval KIVCS2STATUS_PARAM_ERR  `converter` is null
- * Thread safety: a record at a time.
+ * Thread safety: one thread at a time for each record.
  */
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_free(KIVCS2PCMAudioConverter *converter);
 
 /**
- * The bytes of output that kivCS2PCMAudioConverter_convert() lays out for an input.
+ * Stores the bytes of output that kivCS2PCMAudioConverter_convert() lays out for an input.
  * @param[in]  inputLength  bytes
- * @param[out] outBytes     bytes, of all channels; modulo 2^32
+ * @param[out] outBytes     bytes of all channels together; modulo 2^32
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, or the record's descriptions divide by zero
- * Thread safety: a record at a time.
+ * Thread safety: one thread at a time for each record.
  */
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_getOutputBytesForInputLength(
     const KIVCS2PCMAudioConverter *converter, uint32_t inputLength, uint32_t *outBytes);
 
 /**
- * The whole samples of each channel in an interleaved input.
+ * Stores the number of whole samples of each channel in an interleaved input.
  * @param[in] inputLength  bytes
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, or the record's description divides by zero
- * Thread safety: a record at a time.
+ * Thread safety: one thread at a time for each record.
  */
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_getSampleCountPerChannelForInputLength(
     const KIVCS2PCMAudioConverter *converter, uint32_t inputLength, uint32_t *outSampleCount);
 
 /**
- * Splits interleaved channels into one plane a channel behind each other in `outputData`, with the width and
- * byte order of the output. With a converter that does not deinterleave, the one position is stored and
- * nothing is converted: see kivCS2PCMAudioConverter_convertInterleaved().
+ * Splits interleaved channels into planes, one for each channel and one after the other in `outputData`, with
+ * the width and byte order of the output. With a converter that does not deinterleave, only one position is
+ * stored and nothing is converted: see kivCS2PCMAudioConverter_convertInterleaved().
  * @param[in]  inputLength           bytes, a whole number of frames
- * @param[out] outputData            kivCS2PCMAudioConverter_getOutputBytesForInputLength() bytes, apart from
- *                                   the input
+ * @param[out] outputData            kivCS2PCMAudioConverter_getOutputBytesForInputLength() bytes, not
+ *                                   overlapping the input
  * @param[in]  numberOfPositions     the input's channels; 1 for a converter that does not deinterleave
- * @param[out] positions             where each plane starts
- * @param[out] outBytesPerPosition   from one plane to the next, in bytes; what was written may be less
- * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the number of positions is another, the input is no
+ * @param[out] positions             the start of each plane
+ * @param[out] outBytesPerPosition   from one plane to the next, in bytes; a plane may hold fewer
+ * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the number of positions is wrong, the input is not a
  *                                 whole number of frames, or the planes are too short for its width;
- *                                 `positions` and `outBytesPerPosition` are untouched, and so is `outputData`
- * Thread safety: a record at a time.
+ *                                 `positions`, `outBytesPerPosition` and `outputData` are untouched
+ * Thread safety: one thread at a time for each record.
  */
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_convert(KIVCS2PCMAudioConverter *converter,
                                                         const void *inputData, uint32_t inputLength,
@@ -95,11 +96,12 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_convert(KIVCS2PCMAudioConverter 
 /**
  * Converts width and byte order and leaves the channels interleaved.
  * @param[in]     inputLength   bytes, a whole number of frames
- * @param[out]    outputData    apart from the input
- * @param[in,out] outputLength  bytes that `outputData` has; then the bytes written
+ * @param[out]    outputData    must not overlap the input
+ * @param[in,out] outputLength  in: room in bytes; out: the bytes written
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the converter deinterleaves or was never made, the input
- *                                 is no whole number of frames, or the output too short; nothing is written
- * Thread safety: a record at a time.
+ *                                 is not a whole number of frames, or the output is too short; nothing is
+ *                                 written
+ * Thread safety: one thread at a time for each record.
  */
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_convertInterleaved(KIVCS2PCMAudioConverter *converter,
                                                                    const void *inputData,

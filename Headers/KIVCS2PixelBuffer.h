@@ -1,22 +1,22 @@
 /**
  * @file
- * Pixel buffers: conversion of 10-bit to 8-bit 4:2:2 video and of that to RGB, filling, scaling down by point
- * sampling, doubling of lines, and a dump to a file.
+ * Pixel buffers: conversion of 4:2:2 video from 10 to 8 bits and of 8-bit 4:2:2 to RGB, filling, scaling down
+ * by point sampling, doubling of lines, and a dump to a file.
  *
- * The buffers are those of CoreVideo. A buffer that an operation makes is the caller's, who ends it with
- * CVPixelBufferRelease(). The formats are
- *   'v210'  10 bits a component, three in the low 30 bits of a little-endian word: Cb Y Cr, Y Cb Y, Cr Y Cb,
- *   Y Cr Y
- *   '2vuy'  8 bits a component, bytes Cb Y0 Cr Y1 for two pixels
+ * The buffers are those of CoreVideo. A buffer made by an operation belongs to the caller, who ends it with
+ * CVPixelBufferRelease(). The formats are:
+ *   'v210'  10 bits per component, three in the low 30 bits of a little-endian word: Cb Y Cr, Y Cb Y, Cr Y
+ *   Cb, Y Cr Y
+ *   '2vuy'  8 bits per component, bytes Cb Y0 Cr Y1 for two pixels
  *   32      kCVPixelFormatType_32ARGB; within this library its bytes are R, G, B, A
  *   24      kCVPixelFormatType_24RGB, bytes R, G, B
  * Colours are converted by the matrix of standard definition (ITU-R BT.601), video range to full range, in
  * fixed point with 16 bits of fraction, rounded and limited: bit for bit the same on every machine.
  *
  * Every operation locks the base address of the buffers it touches, with flags 0, and unlocks it again;
- * kivCS2PixelBuffer_scale() tells where it does not. The rows of a buffer over the caller's own memory hold
- * whole pairs of pixels, as CVPixelBufferCreateWithBytes() demands. Nothing is shared between
- * calls: any thread may call, with buffers that no other thread uses meanwhile.
+ * kivCS2PixelBuffer_scale() names its exceptions. The rows of a buffer over the caller's own memory must hold
+ * whole pairs of pixels, as CVPixelBufferCreateWithBytes() requires. No state is shared between calls: any
+ * thread may call, with buffers that no other thread uses meanwhile.
  */
 #ifndef KIVCS2_PIXEL_BUFFER_H
 #define KIVCS2_PIXEL_BUFFER_H
@@ -37,7 +37,7 @@ enum
     KIVCS2PixelBuffer_ClearMAX = 3 /**< the count; not a colour */
 };
 
-/** A conversion; 1 is none. */
+/** A conversion; 1 has no meaning. */
 typedef uint32_t KIVCS2PixelBufferConvertMode;
 enum
 {
@@ -48,12 +48,12 @@ enum
 /**
  * Makes a new buffer of the same width and height with the picture in another format.
  *
- * To RGB, a pixel at an odd place has the mean of its pair's chroma and the next pair's. Behind the end of a
- * line chroma is 0, so that the last odd pixel of a line is tinted. With an odd width one more pixel
- * is written into the padding of each row, in the order B, G, R, A.
- * @param[in] pixelBufferIn    'v210' or '2vuy', as the mode says
- * @param[out] pixelBufferOut  the new buffer, the caller's; untouched on a failure
- * @retval KIVCS2STATUS_PARAM_ERR   a null argument, a mode that is none, or an input of another format
+ * To RGB, a pixel at an odd place gets the mean of its pair's chroma and the next pair's. Past the end of a
+ * line chroma counts as 0, so the last odd pixel of a line is tinted. With an odd width one more pixel is
+ * written into the padding of each row, in the order B, G, R, A.
+ * @param[in] pixelBufferIn    'v210' or '2vuy', depending on the mode
+ * @param[out] pixelBufferOut  the new buffer, owned by the caller; untouched on a failure
+ * @retval KIVCS2STATUS_PARAM_ERR   a null argument, an unknown mode, or an input of another format
  * @retval KIVCS2STATUS_MEMORY_ERR  the new buffer could not be made
  * Thread safety: any thread. Source: ITU-R BT.601.
  */
@@ -62,11 +62,11 @@ KIVCS2_API KIVCS2Status kivCS2PixelBuffer_convert(CVPixelBufferRef pixelBufferIn
                                                   KIVCS2PixelBufferConvertMode mode);
 
 /**
- * Fills every pixel with one colour and leaves the padding of the rows. RGB gets an alpha of 0, unlike
- * converted pixels; '2vuy' gets chroma 128 and luma 235, 16 or 128.
+ * Fills every pixel with one colour and leaves the padding of the rows untouched. RGB gets an alpha of 0,
+ * unlike converted pixels; '2vuy' gets chroma 128 and luma 235, 16 or 128.
  * @param[in] pixelBufferIn  kCVPixelFormatType_32ARGB or '2vuy'
  * @param[in] clearColour    below KIVCS2PixelBuffer_ClearMAX
- * @retval KIVCS2STATUS_PARAM_ERR         a null buffer or no such colour
+ * @retval KIVCS2STATUS_PARAM_ERR         a null buffer or an unknown colour
  * @retval KIVCS2STATUS_PIXEL_FORMAT_ERR  a buffer of another format
  * Thread safety: any thread. Source: ITU-R BT.601 (the levels).
  */
@@ -74,15 +74,15 @@ KIVCS2_API KIVCS2Status kivCS2PixelBuffer_clear(CVPixelBufferRef pixelBufferIn,
                                                 KIVCS2PixelBufferClearColour clearColour);
 
 /**
- * Makes a smaller picture of the pixels at the multiples of source size / scale size, rounded down to
- * 1/65536: no filter. RGB of 32 bits is copied into RGB of 32 bits; '2vuy' is converted into RGB of 24 bits,
- * each pixel with the chroma it has in kivCS2PixelBuffer_convert().
+ * Makes a smaller picture from the pixels at the multiples of source size / scale size, rounded down to
+ * 1/65536: no filter. 32-bit RGB is copied into 32-bit RGB; '2vuy' is converted into 24-bit RGB, each pixel
+ * with the chroma it has in kivCS2PixelBuffer_convert().
  *
- * The two failures marked below leave the input locked once more, which the caller undoes with
+ * The two failures marked below leave the input locked once more; the caller undoes this with
  * CVPixelBufferUnlockBaseAddress().
- * @param[out] pixelBufferOut         the new buffer, the caller's; untouched on a failure
- * @param[in] scaleWidth, scaleHeight  pixels; below those of the input, which assertions check. Without
- *                                    assertions equal sizes pass as well
+ * @param[out] pixelBufferOut         the new buffer, owned by the caller; untouched on a failure
+ * @param[in] scaleWidth, scaleHeight  pixels; must be below those of the input, which assertions check.
+ *                                     Without assertions equal sizes pass as well
  * @retval KIVCS2STATUS_PARAM_ERR   a null argument, an input smaller than the scale size, or one of another
  *                                  format (leaves the input locked)
  * @retval KIVCS2STATUS_MEMORY_ERR  the new buffer could not be made, as for a scale size of 0 (leaves the
@@ -94,9 +94,9 @@ KIVCS2_API KIVCS2Status kivCS2PixelBuffer_scale(CVPixelBufferRef pixelBufferIn,
                                                 uint32_t scaleHeight);
 
 /**
- * Replaces every odd line by the line above it, padding included. The last line of an odd number of lines has
- * no line below and stays. Any pixel format. A null buffer is asserted on; without assertions it succeeds and
- * does nothing.
+ * Replaces every odd line with the line above it, padding included. If the number of lines is odd, the last
+ * line has no line below it and is unchanged. Any pixel format. A null buffer fails an assertion; without
+ * assertions the call does nothing and succeeds.
  * @retval KIVCS2STATUS_OK  always
  * Thread safety: any thread.
  */
@@ -107,7 +107,7 @@ KIVCS2_API KIVCS2Status kivCS2PixelBuffer_deinterlace(CVPixelBufferRef pixelBuff
  * row times height: rows with their padding, no header. A file that cannot be opened or written is not
  * reported.
  * @param[in] path    created, or emptied first
- * @param[in] unused  any value; not looked at
+ * @param[in] unused  any value; ignored
  * @retval KIVCS2STATUS_PARAM_ERR   a null buffer or one of another format; no file is opened
  * @retval KIVCS2STATUS_MEMORY_ERR  the converted buffer could not be made; no file is opened
  * Thread safety: any thread.

@@ -3,10 +3,10 @@
  * Video formats: the broadcast formats of the library, each packed into one 32-bit code, and the
  * frame rates.
  *
- * A format code is taken apart with the getters; names, display sizes and descriptions come from
- * the table of 75 formats (25 base formats, each as 8 Bit, 10 Bit and RGBA). Everything is constant:
- * pointers handed out are to static data and are never released, and every operation may be
- * called from any thread. An operation that fails leaves its output alone unless it says otherwise.
+ * The getters unpack a format code; names, display sizes and descriptions come from the table of 75 formats
+ * (25 base formats, each as 8 Bit, 10 Bit and RGBA). Everything is constant: returned pointers are to static
+ * data and must not be released, and every operation may be called from any thread. An operation that fails
+ * leaves its output untouched unless it says otherwise.
  */
 #ifndef KIVCS2_VIDEO_FORMAT_H
 #define KIVCS2_VIDEO_FORMAT_H
@@ -77,7 +77,7 @@ enum
     KIVCS2VideoPixelFormat_MAX = 3 /**< the count */
 };
 
-/** How a 1080p format above 30 frames a second is carried (SMPTE ST 425-1). */
+/** How a 1080p format above 30 frames per second is carried (SMPTE ST 425-1). */
 typedef uint32_t KIVCS2SDIDualLinkMode;
 enum
 {
@@ -93,12 +93,12 @@ enum
  */
 typedef uint32_t KIVCS2VideoFormat;
 
-/** What there is to know about a frame rate. */
+/** The properties of a frame rate. */
 typedef struct KIVCS2FrameRateInfo
 {
     uint32_t m_integerRate; /**< truncated, not rounded: 29 for 29.97 */
-    double m_exactRate;     /**< frames a second */
-    uint32_t m_hundredths;  /**< hundredths of a frame a second */
+    double m_exactRate;     /**< frames per second */
+    uint32_t m_hundredths;  /**< hundredths of a frame per second */
     uint32_t m_dropFrame;   /**< 1 for a fractional rate, 23.98 included */
     KIVCS2InterlaceMode m_defaultInterlaceMode;
     const char *m_shortName; /**< "2997" */
@@ -118,13 +118,13 @@ typedef struct KIVCS2CleanAperture
 typedef struct KIVCS2VideoFormatDefinition
 {
     KIVCS2VideoFormat m_format;
-    uint32_t m_displayWidthIndex;  /**< as found by kivCS2VideoFormat_matchWidth() */
-    uint32_t m_displayHeightIndex; /**< as found by kivCS2VideoFormat_matchHeight() */
+    uint32_t m_displayWidthIndex;  /**< the index from kivCS2VideoFormat_matchWidth() */
+    uint32_t m_displayHeightIndex; /**< the index from kivCS2VideoFormat_matchHeight() */
     const char *m_name;            /**< "1080i25 8 Bit" */
     const KIVCS2CleanAperture *m_cleanAperture;
 } KIVCS2VideoFormatDefinition;
 
-/** A format of the table, taken apart. */
+/** An unpacked format of the table. */
 typedef struct KIVCS2VideoFormatDescription
 {
     const char *m_name;       /**< static */
@@ -146,7 +146,7 @@ typedef struct KIVCS2VideoFormatDescription
 
 /**
  * Finds the row of the table for a code; all 32 bits count.
- * @param[out] definition  the static row, or null when there is none
+ * @param[out] definition  the static row, or null if there is none
  * @retval KIVCS2STATUS_PARAM_ERR         `definition` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
  * Thread safety: any thread.
@@ -155,7 +155,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_findDefinition(KIVCS2VideoFormat forma
                                                          const KIVCS2VideoFormatDefinition **definition);
 
 /**
- * The index, 0 to 5, of a native width (704, 720, 1024, 1280, 1440, 1920 pixels).
+ * Stores the index, 0 to 5, of a native width (704, 720, 1024, 1280, 1440, 1920 pixels).
  * @retval KIVCS2STATUS_PARAM_ERR         `widthOut` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  no such width; `widthOut` is untouched
  * Thread safety: any thread.
@@ -163,7 +163,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_findDefinition(KIVCS2VideoFormat forma
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_matchWidth(uint32_t width, uint32_t *widthOut);
 
 /**
- * The index, 0 to 4, of a native height (480, 486, 576, 720, 1080 lines).
+ * Stores the index, 0 to 4, of a native height (480, 486, 576, 720, 1080 lines).
  * @retval KIVCS2STATUS_PARAM_ERR         `heightOut` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  no such height; `heightOut` is untouched
  * Thread safety: any thread.
@@ -171,7 +171,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_matchWidth(uint32_t width, uint32_t *w
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_matchHeight(uint32_t height, uint32_t *heightOut);
 
 /**
- * The native width of a code in pixels; the code need not be in the table.
+ * Stores the native width of a code in pixels; the code need not be in the table.
  * @retval KIVCS2STATUS_PARAM_ERR         `nativeWidth` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the width index is 6 or more
  * Thread safety: any thread.
@@ -179,7 +179,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_matchHeight(uint32_t height, uint32_t 
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getNativeWidth(KIVCS2VideoFormat format, uint32_t *nativeWidth);
 
 /**
- * The native height of a code in lines; the code need not be in the table.
+ * Stores the native height of a code in lines; the code need not be in the table.
  * @retval KIVCS2STATUS_PARAM_ERR         `nativeHeight` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the height index is 5 or more
  * Thread safety: any thread.
@@ -187,29 +187,29 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_getNativeWidth(KIVCS2VideoFormat forma
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getNativeHeight(KIVCS2VideoFormat format, uint32_t *nativeHeight);
 
 /**
- * The field of any code, in the table or not, as it stands.
+ * Stores the frame aspect field of any code, in the table or not, unchecked.
  * @retval KIVCS2STATUS_PARAM_ERR  the output is null
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getFrameAspectRatio(KIVCS2VideoFormat format,
                                                               KIVCS2FrameAspect *frameAspect);
-/** As kivCS2VideoFormat_getFrameAspectRatio(), the pixel aspect. */
+/** As kivCS2VideoFormat_getFrameAspectRatio(), for the pixel aspect. */
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getPixelAspectRatio(KIVCS2VideoFormat format,
                                                               KIVCS2PixelAspect *pixelAspect);
-/** As kivCS2VideoFormat_getFrameAspectRatio(), the frame rate. */
+/** As kivCS2VideoFormat_getFrameAspectRatio(), for the frame rate. */
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getFrameRate(KIVCS2VideoFormat format, KIVCS2FrameRate *frameRate);
-/** As kivCS2VideoFormat_getFrameAspectRatio(), the interlace mode. */
+/** As kivCS2VideoFormat_getFrameAspectRatio(), for the interlace mode. */
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getInterlaceMode(KIVCS2VideoFormat format,
                                                            KIVCS2InterlaceMode *interlaceMode);
-/** As kivCS2VideoFormat_getFrameAspectRatio(), the pixel format. */
+/** As kivCS2VideoFormat_getFrameAspectRatio(), for the pixel format. */
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getPixelFormat(KIVCS2VideoFormat format,
                                                          KIVCS2VideoPixelFormat *pixelFormat);
-/** As kivCS2VideoFormat_getFrameAspectRatio(), the SDI dual-link mode. */
+/** As kivCS2VideoFormat_getFrameAspectRatio(), for the SDI dual-link mode. */
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getSDIDualLinkMode(KIVCS2VideoFormat format,
                                                              KIVCS2SDIDualLinkMode *sdiDualLinkMode);
 
 /**
- * The width at which a format of the table is shown, in pixels.
+ * Stores the display width of a format of the table, in pixels.
  * @retval KIVCS2STATUS_PARAM_ERR         `displayWidth` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
  * Thread safety: any thread.
@@ -217,7 +217,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_getSDIDualLinkMode(KIVCS2VideoFormat f
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getDisplayWidth(KIVCS2VideoFormat format, uint32_t *displayWidth);
 
 /**
- * The height at which a format of the table is shown, in lines.
+ * Stores the display height of a format of the table, in lines.
  * @retval KIVCS2STATUS_PARAM_ERR         `displayHeight` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
  * Thread safety: any thread.
@@ -225,7 +225,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_getDisplayWidth(KIVCS2VideoFormat form
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getDisplayHeight(KIVCS2VideoFormat format, uint32_t *displayHeight);
 
 /**
- * The name of a format of the table, for example "1080p59.94a 8 Bit".
+ * Stores the name of a format of the table, for example "1080p59.94a 8 Bit".
  * @param[out] name  static text
  * @retval KIVCS2STATUS_PARAM_ERR         `name` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
@@ -243,8 +243,8 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_getDescription(KIVCS2VideoFormat forma
                                                          KIVCS2VideoFormatDescription *description);
 
 /**
- * The code of the format with exactly this name, byte for byte.
- * @param[out] format  0 when there is none
+ * Stores the code of the format with exactly this name, byte for byte.
+ * @param[out] format  0 if there is none
  * @retval KIVCS2STATUS_PARAM_ERR         `name` or `format` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  no format has this name
  * Thread safety: any thread.
@@ -252,10 +252,10 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_getDescription(KIVCS2VideoFormat forma
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_getFormatForName(const char *name, KIVCS2VideoFormat *format);
 
 /**
- * The first format of the table with these properties. Interlace mode, aspects and dual link are
- * not compared: 1920 x 1080 at 23.98 or 24 is the segmented frame, at 50 and above level A,
- * 720 x 576 at 25 is never DV.
- * @param[out] format  0 when there is none
+ * Stores the first format of the table with these properties. Interlace mode, aspects and dual link are not
+ * compared: 1920 x 1080 at 23.98 or 24 gives the segmented frame, at 50 and above level A; 720 x 576 at 25
+ * never gives DV.
+ * @param[out] format  0 if there is none
  * @retval KIVCS2STATUS_PARAM_ERR         `format` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  no format has these properties
  * Thread safety: any thread.
@@ -267,7 +267,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_matchFormat(uint32_t nativeWidth, uint
                                                       KIVCS2VideoFormat *format);
 
 /**
- * The frame rate of a truncated rate: 23, 24, 25, 29, 30, 50, 59 or 60.
+ * Stores the frame rate of a truncated rate: 23, 24, 25, 29, 30, 50, 59 or 60.
  * @param[out] frameRate  must not be null: it is not checked
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no such rate; `frameRate` is untouched
  * Thread safety: any thread.
@@ -276,7 +276,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_integerToFrameRate(uint32_t integerRat
                                                              KIVCS2FrameRate *frameRate);
 
 /**
- * The frame rate of a rate that is truncated first: 29.97 and 29.999 are both 29.97.
+ * Stores the frame rate of a rate, which is truncated first: 29.97 and 29.999 both give 29.97.
  * @param[out] frameRate  must not be null: it is not checked
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no such rate, or not a number; `frameRate` is untouched
  * Thread safety: any thread.
@@ -284,7 +284,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_integerToFrameRate(uint32_t integerRat
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_floatToFrameRate(float rate, KIVCS2FrameRate *frameRate);
 
 /**
- * The exact rate in frames a second, in single precision.
+ * Stores the exact rate in frames per second, in single precision.
  * @retval KIVCS2STATUS_PARAM_ERR       `outFrameRate` is null
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  the code is 8 or more
  * Thread safety: any thread.
@@ -292,7 +292,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_floatToFrameRate(float rate, KIVCS2Fra
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_frameRateToFloat(KIVCS2FrameRate frameRate, float *outFrameRate);
 
 /**
- * The exact rate in frames a second.
+ * Stores the exact rate in frames per second.
  * @retval KIVCS2STATUS_PARAM_ERR       `outFrameRate` is null
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  the code is 8 or more
  * Thread safety: any thread.
@@ -300,7 +300,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_frameRateToFloat(KIVCS2FrameRate frame
 KIVCS2_API KIVCS2Status kivCS2VideoFormat_frameRateToDouble(KIVCS2FrameRate frameRate, double *outFrameRate);
 
 /**
- * The interlace mode that a frame rate usually has.
+ * Stores the interlace mode that a frame rate usually has.
  * @param[out] interlaceMode  must not be null: it is not checked
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  the code is 8 or more; `interlaceMode` is untouched
  * Thread safety: any thread.

@@ -9,8 +9,8 @@
 
 namespace
 {
-// Kept: hosts rely on a code of any origin being taken apart. The fields have four bits, so the tables have
-// all of their values; those without a meaning are 0.
+// Kept: hosts rely on unpacking a code of any origin. The fields have four bits, so the tables cover all of
+// their values; values without a meaning give 0.
 constexpr size_t kFieldValues = 16;
 constexpr std::array<uint32_t, kFieldValues> audioFormatEncoding = {
     0x6C70636D, // 'lpcm'
@@ -18,7 +18,7 @@ constexpr std::array<uint32_t, kFieldValues> audioFormatEncoding = {
 };
 constexpr std::array<uint32_t, kFieldValues> audioFormatSampleRate = {44100, 48000};
 
-// Bits of a code: the lowest, and how many.
+// A field of a code: its lowest bit, and its number of bits.
 struct Field
 {
     uint32_t shift;
@@ -65,7 +65,7 @@ KIVCS2Status kivCS2AudioFormat_getFormat(uint32_t encoding, uint32_t sampleRate,
     KIV_CHECK(endian < KIVCS2AFEndian_MAX);
     KIV_CHECK(alignment < KIVCS2AFAlignment_MAX);
     KIV_CHECK((channels > 0) && (channels <= KIVCS2AFChannels_MAX));
-    // Kept: hosts rely on 8 bytes passing where assertions are compiled out, and on being stopped where not.
+    // Kept: hosts rely on 8 bytes being accepted without assertions, and being stopped with them.
     KIV_ASSERT((bytesPerSample > 0) && (bytesPerSample < KIVCS2AFBytesPerSample_MAX));
     if (bytesPerSample == 0 || bytesPerSample > KIVCS2AFBytesPerSample_MAX)
         return KIVCS2STATUS_PARAM_ERR;
@@ -109,10 +109,10 @@ KIVCS2Status kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate
 
     double framesPerSecond = 0;
     KIV_TRY(kivCS2VideoFormat_frameRateToDouble(frameRate, &framesPerSecond));
-    const double samples = sampleRate / framesPerSecond; // of a frame
+    const double samples = sampleRate / framesPerSecond; // per frame
 
-    uint32_t frames = 1;  // of the cycle
-    double sum = samples; // added up frame by frame, as every host does
+    uint32_t frames = 1;  // in the cycle
+    double sum = samples; // added up frame by frame, as hosts do
     while (!isWhole(sum))
     {
         sum += samples;

@@ -10,7 +10,7 @@
 
 namespace
 {
-// First character in the top byte.
+// Packs a code with the first character in the top byte.
 consteval uint32_t fourCC(const char (&text)[5])
 {
     uint32_t code = 0;

@@ -13,8 +13,8 @@
 
 namespace
 {
-// Kept: hosts rely on this constant, a little above ln 1024, and so on exponential curves that start at
-// 0.000976.
+// Kept: hosts rely on this constant, a little above ln 1024, and therefore on exponential curves that start
+// at 0.000976.
 constexpr double kExponent = 6.931618662570565;
 
 constexpr double kHalfPi = std::numbers::pi / 2.0;
@@ -111,7 +111,7 @@ constexpr std::array<double (*)(double), KIVCS2InterpolationFunctionMax> callbac
     return interpolation.m_count >= KIVCS2_INTERPOLATION_STEPS;
 }
 
-// Whole frames of a time at the rate of the timecode module.
+// Stores the whole frames of a time at the rate of the timecode module.
 [[nodiscard]] KIVCS2Status framesIn(double seconds, uint32_t &frames)
 {
     KIVCS2Timecode length = 0;
@@ -119,7 +119,7 @@ constexpr std::array<double (*)(double), KIVCS2InterpolationFunctionMax> callbac
     return kivCS2Timecode_getFramesSinceMidnight(&length, &frames);
 }
 
-// After a frame of the current step: the step's next one, or the next step.
+// Goes to the step's next frame, or to the next step.
 void advance(KIVCS2Interpolation &interpolation)
 {
     KIVCS2InterpolationStep &step = interpolation.m_steps[interpolation.m_currentStep];
@@ -148,7 +148,7 @@ KIVCS2Status kivCS2Interpolation_addInterpolateStepInFrames(KIVCS2Interpolation 
                                                             uint32_t frames, double start, double end)
 {
     KIV_CHECK(interpolation);
-    // Kept: also the linear curve, which does not execute
+    // Kept: the linear curve is accepted too, although it does not execute
     KIV_CHECK(function < KIVCS2InterpolationFunctionMax);
     KIV_CHECK(frames > 0);
 
@@ -184,7 +184,7 @@ KIVCS2Status kivCS2Interpolation_addHoldStepInFrames(KIVCS2Interpolation *interp
 
     if (isFull(*interpolation))
         return KIVCS2STATUS_PARAM_ERR;
-    // The other members stay as they are in the record.
+    // The other members of the record are unchanged.
     KIVCS2InterpolationStep &step = interpolation->m_steps[interpolation->m_count++];
     step.m_kind = KIVCS2InterpolationStepKind_Hold;
     step.m_frames = frames;
@@ -230,8 +230,8 @@ KIVCS2Status kivCS2Interpolation_execute(KIVCS2Interpolation *interpolation, dou
 
 KIVCS2Status kivCS2Interpolate_value(KIVCS2InterpolationFunction function, double *outValue, double t)
 {
-    // Without assertions: a host may try. Kept: the linear curve is out of the range, and t that is not a
-    // number, which a step of one frame gives, is in it.
+    // Without assertions, because a host may try values. Kept: the linear curve is out of range, and a NaN as
+    // t, which a step of one frame gives, is in range.
     const bool isCurve =
         function > KIVCS2InterpolationFunction_Linear && function < KIVCS2InterpolationFunctionMax;
     const bool isOutside = t < 0.0 || t > 1.0;

@@ -18,7 +18,7 @@ bool isSet(const AudioStreamBasicDescription &format, AudioFormatFlags flag)
     return (format.mFormatFlags & flag) != 0;
 }
 
-// 0 for a description of nothing, and for planes of more channels than a frame of one has bytes.
+// 0 for an empty description, and for planes with more channels than one frame has bytes.
 uint32_t bytesOfSample(const AudioStreamBasicDescription &format)
 {
     return format.mChannelsPerFrame != 0 ? format.mBytesPerFrame / format.mChannelsPerFrame : 0;
@@ -30,7 +30,7 @@ void setFrameBytes(AudioStreamBasicDescription &format, uint32_t bytes)
     format.mBytesPerPacket = bytes;
 }
 
-// The output of an input; PARAM_ERR for a width that there is not.
+// Derives the output from an input; PARAM_ERR for an unknown width.
 KIVCS2Status makeOutputFormat(const AudioStreamBasicDescription &input, bool deinterleave, bool swapByteOrder,
                               uint32_t bits, AudioStreamBasicDescription &output)
 {
@@ -129,8 +129,7 @@ KIVCS2Status kivCS2PCMAudioConverter_convert(KIVCS2PCMAudioConverter *converter,
     KIV_CHECK(positions);
     KIV_CHECK(outBytesPerPosition);
 
-    // Kept: hosts rely on the interleaved input being laid out as one position and on nothing being
-    // converted.
+    // Kept: hosts rely on the interleaved input being laid out as one position, without any conversion.
     const uint32_t expected = converter->m_deinterleave != 0 ? converter->m_inputFormat.mChannelsPerFrame : 1;
     if (numberOfPositions == 0 || numberOfPositions != expected)
         return KIVCS2STATUS_PARAM_ERR;

@@ -1,4 +1,4 @@
-// Pixel buffers: which rows a picture has and where they lie; what happens in a row is the rows' business.
+// Pixel buffers: the rows of a picture and where they lie; Private/Pixels/ converts within a row.
 #include "KIVCS2PixelBuffer.h"
 
 #include "Private/Pixels/Levels.h"
@@ -14,13 +14,13 @@ namespace
 {
 using PixelBuffer = kiv::CFRef<CVPixelBufferRef>;
 
-// The rows of a buffer, locked while this lives.
+// The rows of a buffer, locked during the lifetime of this object.
 class LockedRows
 {
 public:
     explicit LockedRows(CVPixelBufferRef buffer) : m_buffer{buffer}
     {
-        (void)CVPixelBufferLockBaseAddress(m_buffer, 0); // fails for no buffer alone, which has no rows
+        (void)CVPixelBufferLockBaseAddress(m_buffer, 0); // fails only without a buffer, which has no rows
         m_base = static_cast<uint8_t *>(CVPixelBufferGetBaseAddress(m_buffer));
         m_bytesPerRow = CVPixelBufferGetBytesPerRow(m_buffer);
     }
@@ -86,7 +86,7 @@ constexpr Pixel rgbaPixels[KIVCS2PixelBuffer_ClearMAX] = {
     {128, 128, 128, 0}, // grey
 };
 
-// Neutral chroma, then luma: the same for either pixel of a pair.
+// Neutral chroma, then luma: the same for both pixels of a pair.
 constexpr uint8_t yuvPixels[KIVCS2PixelBuffer_ClearMAX][2] = {
     {128, 235}, // white
     {128, 16},  // black
@@ -105,7 +105,7 @@ constexpr std::array kSamplings = {
     Sampling{kCVPixelFormatType_422YpCbCr8, kCVPixelFormatType_24RGB, &kiv::PixelRows::sample2vuyTo24},
 };
 
-// From one sample to the next, in 65536ths of a pixel.
+// The distance from one sample to the next, in 65536ths of a pixel.
 uint64_t sampleStep(size_t sourceSize, uint32_t scaleSize)
 {
     return static_cast<uint64_t>(static_cast<double>(sourceSize) * 65536.0 / scaleSize);
@@ -155,7 +155,7 @@ KIVCS2Status kivCS2PixelBuffer_clear(CVPixelBufferRef pixelBufferIn, KIVCS2Pixel
     const LockedRows rows{pixelBufferIn};
     const size_t height = CVPixelBufferGetHeight(pixelBufferIn);
     const size_t atOnce =
-        size == rows.bytesPerRow() ? height : 1; // rows without padding are one run of pixels
+        size == rows.bytesPerRow() ? height : 1; // rows without padding form one run of pixels
     for (size_t row = 0; row < height; row += atOnce)
         fill(rows.row(row), size * atOnce, rgb ? rgbaPixels[clearColour] : yuvTwice);
     return KIVCS2STATUS_OK;
@@ -169,7 +169,7 @@ KIVCS2Status kivCS2PixelBuffer_scale(CVPixelBufferRef pixelBufferIn, CVPixelBuff
 
     const size_t sourceWidth = CVPixelBufferGetWidth(pixelBufferIn);
     const size_t sourceHeight = CVPixelBufferGetHeight(pixelBufferIn);
-    // Kept: equal sizes stop a build with assertions and pass without.
+    // Kept: equal sizes stop a build with assertions and pass without them.
     KIV_ASSERT(sourceWidth > scaleWidth);
     KIV_ASSERT(sourceHeight > scaleHeight);
     if (sourceWidth < scaleWidth || sourceHeight < scaleHeight)
@@ -203,7 +203,7 @@ KIVCS2Status kivCS2PixelBuffer_scale(CVPixelBufferRef pixelBufferIn, CVPixelBuff
 
 KIVCS2Status kivCS2PixelBuffer_deinterlace(CVPixelBufferRef pixelBuffer)
 {
-    KIV_ASSERT(pixelBuffer); // Kept: without assertions no buffer is one without lines
+    KIV_ASSERT(pixelBuffer); // Kept: without assertions a null buffer counts as one without lines
 
     const LockedRows rows{pixelBuffer};
     const size_t pairs = CVPixelBufferGetHeight(pixelBuffer) / 2;

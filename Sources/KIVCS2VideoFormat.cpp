@@ -1,4 +1,4 @@
-// Video formats: the tables of formats and frame rates, and what can be asked of a code.
+// Video formats: the tables of formats and frame rates, and the operations on a code.
 #include "KIVCS2VideoFormat.h"
 
 #include "Private/Support/Check.h"
@@ -26,7 +26,7 @@ constexpr std::array<KIVCS2FrameRateInfo, KIVCS2FrameRate_MAX> frameRateInfos = 
     // clang-format on
 }};
 
-constexpr float kRateLimit = 61.0f; // above every rate of the table, far below what overflows an integer
+constexpr float kRateLimit = 61.0f; // above every rate of the table, far below an integer overflow
 
 // ---- Sizes and shapes; the indexes are part of a format code ----
 
@@ -39,7 +39,7 @@ constexpr std::array<uint32_t, KIVCS2PixelAspect_MAX> videoFormatHSpacings = {1,
 constexpr std::array<uint32_t, KIVCS2PixelAspect_MAX> videoFormatVSpacings = {1,  3,  15, 11, 9, 11,
                                                                               45, 11, 27, 33, 2, 54};
 
-// Kept: hosts rely on 480 clean lines of the 486.
+// Kept: hosts rely on 480 clean lines of 486.
 constexpr KIVCS2CleanAperture cleanAperture_720_486 = {704, 1, 480, 1};
 constexpr KIVCS2CleanAperture cleanAperture_720_480 = {704, 1, 480, 1};
 constexpr KIVCS2CleanAperture cleanAperture_720_576 = {41472, 59, 576, 1};
@@ -69,7 +69,7 @@ constexpr uint32_t get(KIVCS2VideoFormat format, CodeField field)
     return (format >> field.shift) & ((1u << field.bits) - 1u);
 }
 
-// Where `value` stands in `table`, or the table's size.
+// The index of `value` in `table`, or the table's size.
 constexpr uint32_t indexOf(std::span<const uint32_t> table, uint32_t value)
 {
     return static_cast<uint32_t>(std::find(table.begin(), table.end(), value) - table.begin());
@@ -107,11 +107,12 @@ constexpr KIVCS2InterlaceMode kProgressive = KIVCS2InterlaceMode_Progressive;
 constexpr KIVCS2InterlaceMode kSegmented = KIVCS2InterlaceMode_SegmentedFrame;
 
 // Searched in this order: the first format that matches wins.
-// Kept: hosts rely on 525i23.98 with 486 lines, lower field first; on 625i25 DV being lower field first
-// where 625i25 is upper; and on the two HDV widths having different pixels.
+// Kept: hosts rely on 525i23.98 with 486 lines, lower field first; on 625i25 DV being lower field first while
+// 625i25 is upper; and on the two HDV widths having different pixels.
 constexpr std::array<BaseFormat, kBaseFormats> kBase = {{
     // clang-format off
-    // names                        native      display     shape  pixel                    rate                   fields        dual link                      clean aperture
+    // names                        native      display     shape  pixel                    rate
+    // fields        dual link                      clean aperture
     {KIV_NAMES("525i23.98"),       720,  486,  720,  486, k4x3,  KIVCS2PixelAspect_10x11, KIVCS2FrameRate_23_98, kLower,       KIVCS2SDIDualLinkMode_None,   &cleanAperture_720_486},
     {KIV_NAMES("525i29.97"),       720,  486,  720,  486, k4x3,  KIVCS2PixelAspect_10x11, KIVCS2FrameRate_29_97, kLower,       KIVCS2SDIDualLinkMode_None,   &cleanAperture_720_486},
     {KIV_NAMES("525i29.97 DV"),    720,  480,  720,  480, k4x3,  KIVCS2PixelAspect_10x11, KIVCS2FrameRate_29_97, kLower,       KIVCS2SDIDualLinkMode_None,   &cleanAperture_720_480},
@@ -170,7 +171,7 @@ constexpr std::array<KIVCS2VideoFormatDefinition, kVideoFormats> expand()
 constexpr std::array<KIVCS2VideoFormatDefinition, kVideoFormats> videoFormats = expand();
 static_assert(videoFormats.size() == 75);
 
-// Every index of the table names a size, so the operations on rows need not look again.
+// Every index of the table names a size, so the operations on rows need not check again.
 static_assert(std::all_of(videoFormats.begin(), videoFormats.end(),
                           [](const auto &row)
                           {
@@ -180,7 +181,7 @@ static_assert(std::all_of(videoFormats.begin(), videoFormats.end(),
                                      row.m_displayHeightIndex < videoFormatHeights.size();
                           }));
 
-// Stores where `value` stands in `table`.
+// Stores the index of `value` in `table`.
 [[nodiscard]] KIVCS2Status match(std::span<const uint32_t> table, uint32_t value, uint32_t &index)
 {
     const uint32_t found = indexOf(table, value);
@@ -190,7 +191,7 @@ static_assert(std::all_of(videoFormats.begin(), videoFormats.end(),
     return KIVCS2STATUS_OK;
 }
 
-// The entry of `table` at `index`, which comes from a code and may be anything.
+// Stores the entry of `table` at `index`, which comes from a code and may be anything.
 [[nodiscard]] KIVCS2Status lookUp(std::span<const uint32_t> table, uint32_t index, uint32_t &value)
 {
     if (index >= table.size())
@@ -199,7 +200,7 @@ static_assert(std::all_of(videoFormats.begin(), videoFormats.end(),
     return KIVCS2STATUS_OK;
 }
 
-// The properties by which a format is matched, from a row of the table.
+// The properties that are compared to match a format, from a row of the table.
 struct Properties
 {
     uint32_t nativeWidth, nativeHeight, displayWidth, displayHeight, frameRate, pixelFormat;
@@ -217,7 +218,7 @@ struct Properties
             get(row.m_format, kPixelFormat)};
 }
 
-// The code of the first row that `fits`, or 0.
+// Stores the code of the first row that `fits`, or 0.
 template <class Predicate>
 [[nodiscard]] KIVCS2Status firstFormat(KIVCS2VideoFormat &format, Predicate fits)
 {
@@ -320,7 +321,7 @@ KIVCS2Status kivCS2VideoFormat_getSDIDualLinkMode(KIVCS2VideoFormat format,
     return KIVCS2STATUS_OK;
 }
 
-// ---- What only the table knows ----
+// ---- Properties that only the table holds ----
 
 KIVCS2Status kivCS2VideoFormat_getDisplayWidth(KIVCS2VideoFormat format, uint32_t *displayWidth)
 {
@@ -360,7 +361,7 @@ KIVCS2Status kivCS2VideoFormat_getDescription(KIVCS2VideoFormat format,
     const KIVCS2VideoFormatDefinition *definition = nullptr;
     KIV_TRY(kivCS2VideoFormat_findDefinition(format, &definition));
 
-    // A row's own fields are in range, so nothing below can fail.
+    // A row's own fields are in range, so no step below can fail.
     const Properties properties = propertiesOf(*definition);
     const KIVCS2PixelAspect pixelAspect = get(format, kPixelAspect);
     *description = {
@@ -398,7 +399,7 @@ KIVCS2Status kivCS2VideoFormat_matchFormat(uint32_t nativeWidth, uint32_t native
 {
     KIV_CHECK(format);
 
-    // Kept: hosts rely on the first match; interlace mode, aspects and dual link do not count.
+    // Kept: hosts rely on the first match; interlace mode, aspects and dual link are ignored.
     const Properties wanted = {nativeWidth,   nativeHeight, displayWidth,
                                displayHeight, frameRate,    pixelFormat};
     return firstFormat(*format, [&wanted](const auto &row) { return propertiesOf(row) == wanted; });
@@ -419,7 +420,7 @@ KIVCS2Status kivCS2VideoFormat_integerToFrameRate(uint32_t integerRate, KIVCS2Fr
 
 KIVCS2Status kivCS2VideoFormat_floatToFrameRate(float rate, KIVCS2FrameRate *frameRate)
 {
-    // Not a number, negative or beyond every rate: converting it would be undefined.
+    // NaN, negative or above every rate: converting it would be undefined.
     if (!(rate >= 0.0f && rate < kRateLimit))
         return KIVCS2STATUS_FRAME_RATE_ERR;
     // Kept: hosts rely on truncation; 29.999 is 29.97.

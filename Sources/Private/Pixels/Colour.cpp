@@ -28,7 +28,7 @@ void kiv::HDConvertYCbCrtoRGB(const uint8_t *workPixel, uint8_t *pixel) noexcept
 void kiv::ConvertPixeltoRGB(const uint8_t *line, uint8_t *pixel, size_t x, size_t width,
                             bool standardDefinition) noexcept
 {
-    // Kept: the Cr of the last pixel of an odd width is that of its pair, which a line has cut off.
+    // Kept: the Cr of the last pixel of an odd width is that of its pair, which the line cuts off.
     const size_t group = (x >> 1) * 4;
     uint8_t cb = line[group];
     uint8_t cr = line[group + 2];

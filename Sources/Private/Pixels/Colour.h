@@ -9,7 +9,7 @@
 
 namespace kiv
 {
-// The factors times 65536. Green takes its two away.
+// The factors times 65536. Both green factors are subtracted.
 struct ColourMatrix
 {
     int32_t luma;
@@ -46,12 +46,12 @@ struct RGB
             rounded(y + cb * matrix.blueCb)};
 }
 
-// One work pixel, bytes any, Cr, Y, Cb, into B, G, R and the work pixel's first byte.
+// Converts one work pixel, with the bytes any, Cr, Y, Cb, to B, G, R and the work pixel's first byte.
 void SDConvertYCbCrtoRGB(const uint8_t *workPixel, uint8_t *pixel) noexcept;
 void HDConvertYCbCrtoRGB(const uint8_t *workPixel, uint8_t *pixel) noexcept;
 
-// Pixel `x` of a line of '2vuy' into B, G, R, 255. The line has `width` * 2 bytes, and what lies behind them
-// is 0; the last pair of an odd width is read whole.
+// Converts pixel `x` of a line of '2vuy' to B, G, R, 255. The line has `width` * 2 bytes; bytes past its end
+// count as 0; the last pair of an odd width is read whole.
 void ConvertPixeltoRGB(const uint8_t *line, uint8_t *pixel, size_t x, size_t width,
                        bool standardDefinition) noexcept;
 } // namespace kiv

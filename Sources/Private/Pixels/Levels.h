@@ -1,4 +1,4 @@
-// The rows of pixels that suit the machine.
+// The rows of pixels for this machine.
 #ifndef KIV_PRIVATE_PIXELS_LEVELS_H
 #define KIV_PRIVATE_PIXELS_LEVELS_H
 
@@ -12,7 +12,7 @@ namespace kiv
 // The rows of this machine.
 [[nodiscard]] const PixelRows &pixelRows() noexcept;
 
-// A line of '2vuy' into B, G, R, 255 a pixel; an odd width writes one pixel more than itself.
+// Converts a line of '2vuy' to B, G, R, 255 for each pixel; an odd width writes one pixel more.
 void ConvertLinetoRGB(const uint8_t *line, uint8_t *pixels, size_t width, bool standardDefinition) noexcept;
 } // namespace kiv
 

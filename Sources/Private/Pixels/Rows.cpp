@@ -18,7 +18,7 @@ void convertRow(const uint8_t *from, uint8_t *to, size_t width) noexcept
     const size_t size = width * 2;
     const auto byte = [from, size](size_t at)
     {
-        return at < size ? from[at] : uint8_t{0}; // Kept: there is no chroma behind the end of a line
+        return at < size ? from[at] : uint8_t{0}; // Kept: there is no chroma past the end of a line
     };
     const auto store = [to](size_t x, kiv::RGB pixel)
     {
@@ -42,7 +42,7 @@ void convertRow(const uint8_t *from, uint8_t *to, size_t width) noexcept
         luma = byte(x * 2 + 5);
         cr = nextCr;
     }
-    // Kept: the pixel behind an odd width is none of the picture, so its bytes are not put in order.
+    // Kept: the pixel past an odd width is not part of the picture, so its bytes are not put in order.
     if (Bytes == Order::rgba && width % 2 != 0)
         std::swap(to[width * 4], to[width * 4 + 2]);
 }
@@ -56,7 +56,7 @@ void kiv::plain::v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noex
         return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8 | static_cast<uint32_t>(bytes[2]) << 16 |
                static_cast<uint32_t>(bytes[3]) << 24;
     };
-    // The upper 8 of each 10 bits; the two highest of the word are none of a component.
+    // The upper 8 of each 10 bits; the two highest bits of the word belong to no component.
     const auto component = [](uint32_t bits, size_t index)
     {
         return static_cast<uint8_t>(bits >> (2 + 10 * index));

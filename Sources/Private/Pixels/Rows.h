@@ -1,5 +1,5 @@
-// What can be done to a row of pixels, and how the portable level does it. A kernel reads only the pixels it
-// is given and writes no byte beyond those it says; no row needs an alignment.
+// The operations on a row of pixels, and their portable form. A kernel reads only the pixels it is given and
+// writes only the bytes it names; rows need no alignment.
 #ifndef KIV_PRIVATE_PIXELS_ROWS_H
 #define KIV_PRIVATE_PIXELS_ROWS_H
 
@@ -9,8 +9,8 @@
 namespace kiv
 {
 using ConvertRow = void (*)(const uint8_t *from, uint8_t *to, size_t width) noexcept;
-// `count` pixels at `position` and every `step` from there, in 65536ths of a pixel; all lie in the `width`
-// pixels.
+// Takes `count` pixels, at `position` and every `step` from there, in 65536ths of a pixel; all are within the
+// `width` pixels.
 using SampleRow = void (*)(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t position,
                            uint64_t step) noexcept;
 
@@ -18,23 +18,22 @@ struct PixelRows
 {
     ConvertRow toBGRA601; // '2vuy' as ConvertPixeltoRGB(): an even number of pixels of 4 bytes
     ConvertRow toBGRA709; //
-    ConvertRow
-        toRGBA601; // the same with red in front; the one pixel more of an odd width stays as B, G, R, 255
+    ConvertRow toRGBA601; // the same with red in front; the extra pixel of an odd width stays as B, G, R, 255
     ConvertRow v210To2vuy;    // whole pairs
     SampleRow sample32;       // pixels of 4 bytes, copied
     SampleRow sample2vuyTo24; // '2vuy' as ConvertPixeltoRGB() into R, G, B
-    // The bytes of the pattern again and again, `size` bytes in all.
+    // Repeats the bytes of the pattern, `size` bytes in all.
     void (*fill)(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept;
 };
 
-// How the bytes of a converted pixel lie.
+// The order of a converted pixel's bytes.
 enum class PixelOrder
 {
     bgra,
     rgba
 };
 
-// The rows without vectors, which also do what is left at the end of a line.
+// The rows without vectors, which also convert the rest at the end of a line.
 namespace plain
 {
 void v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noexcept;

@@ -1,10 +1,10 @@
 // Rows of pixels by the vectors of x86-64.
 //
-// A factor of the colour conversion has 17 or 18 bits, and the multiplier of two and two 16-bit numbers takes
-// 16. So a factor is m * 65536 + r with r a signed number of 16 bits: the sum of the products with r is made
-// in 32 bits, rounded and shifted, and the whole numbers m, which are 1, 2, 2, 0 and -1, are added behind the
-// shift. Shifting before or after adding multiples of 65536 is the same, so the result is that of the
-// definition, bit for bit.
+// A factor of the colour conversion has 17 or 18 bits, but the instruction that multiplies pairs of 16-bit
+// numbers takes 16. So a factor is split into m * 65536 + r, with r a signed 16-bit number. The sum of the
+// products with r is made in 32 bits, rounded and shifted; the whole numbers m, which are 1, 2, 2, 0 and -1,
+// are added after the shift. Multiples of 65536 may be added before or after the shift, so the result equals
+// the definition bit for bit.
 #include "Private/Pixels/Vectors.h"
 
 #include "Private/Pixels/Colour.h"
@@ -54,22 +54,22 @@ struct Factors
     static_assert(whole(M.luma) == 1 && whole(M.redCr) == 2 && whole(M.blueCb) == 2 &&
                   whole(-M.greenCb) == 0 && whole(-M.greenCr) == -1);
 
-    // Of two lumas, for either.
+    // For either of two lumas.
     static constexpr int32_t luma0 = pairOf(rest(M.luma), 0);
     static constexpr int32_t luma1 = pairOf(0, rest(M.luma));
-    // Of Cb and Cr.
+    // For Cb and Cr.
     static constexpr int32_t red = pairOf(0, rest(M.redCr));
     static constexpr int32_t green = pairOf(rest(-M.greenCb), rest(-M.greenCr));
     static constexpr int32_t blue = pairOf(rest(M.blueCb), 0);
-    // Rounds, and makes up for lumas that count from 0 instead of 16.
+    // Rounds, and corrects for lumas that count from 0 instead of 16.
     static constexpr int32_t start = 32768 - kiv::kLumaBlack * M.luma;
 };
 
 constexpr int kChromaBytes = 0x00FF; // of a word: Cb and Cr are the even bytes
 constexpr size_t kGroup = 4;         // bytes of two pixels
-constexpr size_t kGroupPixels = 8;   // bytes of these after the conversion
+constexpr size_t kGroupPixels = 8;   // bytes of these two pixels after the conversion
 
-// The pixel behind an odd width is none of the picture: its bytes stay in the order of ConvertLinetoRGB().
+// The pixel past an odd width is not part of the picture: its bytes stay in the order of ConvertLinetoRGB().
 template <Order Bytes>
 void finishOddWidth(uint8_t *to, size_t width) noexcept
 {
@@ -77,7 +77,7 @@ void finishOddWidth(uint8_t *to, size_t width) noexcept
         std::swap(to[width * 4], to[width * 4 + 2]);
 }
 
-// The last bytes of a line, fewer than `Block` + kGroup, through blocks with zeros behind the line.
+// Converts the last bytes of a line, fewer than `Block` + kGroup, in blocks with zeros after the line.
 template <size_t Block, class Convert>
 KIV_INLINE void convertEnd(const uint8_t *from, uint8_t *to, size_t size, Convert convertBlock)
 {
@@ -90,10 +90,10 @@ KIV_INLINE void convertEnd(const uint8_t *from, uint8_t *to, size_t size, Conver
     std::memcpy(to, pixels, (size + kGroup - 1) / kGroup * kGroupPixels);
 }
 
-// Pictures come from memory and go there, and a line that is written is read first. Asked for this early,
-// that takes the time of the arithmetic: 1.5 times the pixels a second of a 1920x1080 picture. Behind the end
-// of a line comes the next one, mostly; an address that is no memory is ignored.
-constexpr size_t kAhead = 2048; // bytes; of RGB made of 2vuy twice as many
+// Pictures are read from and written to memory, and a written cache line is read first. Prefetching this
+// early hides that behind the arithmetic: 1.5 times the pixels per second of a 1920x1080 picture. After the
+// end of a line usually comes the next line; an address outside memory is ignored.
+constexpr size_t kAhead = 2048; // bytes; twice as many for RGB made from 2vuy
 constexpr size_t kCacheLine = 64;
 
 KIV_INLINE void prefetch(const uint8_t *address)
@@ -119,7 +119,7 @@ KIV_SSE42 KIV_INLINE __m128i upperHalves(__m128i even, __m128i odd)
     return _mm_blend_epi16(_mm_srli_epi32(even, 16), odd, 0xAA);
 }
 
-// 8 pixels out of 16 bytes and the 4 behind them.
+// Converts 8 pixels from 16 bytes and the 4 after them.
 template <const kiv::ColourMatrix &M, Order Bytes>
 KIV_SSE42 KIV_INLINE void convertBlock128(const uint8_t *from, uint8_t *to)
 {
@@ -190,12 +190,12 @@ KIV_AVX2 KIV_INLINE __m256i upperHalves(__m256i even, __m256i odd)
     return _mm256_blend_epi16(_mm256_srli_epi32(even, 16), odd, 0xAA);
 }
 
-// 16 pixels out of 32 bytes and the 4 behind them.
+// Converts 16 pixels from 32 bytes and the 4 after them.
 template <const kiv::ColourMatrix &M, Order Bytes>
 KIV_AVX2 KIV_INLINE void convertBlock256(const uint8_t *from, uint8_t *to)
 {
     using F = Factors<M>;
-    // Quarters 0, 2 and 1, 3 in the lanes: what is unpacked within the lanes comes out in order.
+    // Quarters 0, 2 and 1, 3 in the lanes: unpacking within the lanes then gives them in order.
     constexpr int kInterleaved = 0xD8;
     const __m256i own = _mm256_permute4x64_epi64(load256(from), kInterleaved);
     const __m256i next = _mm256_permute4x64_epi64(load256(from + kGroup), kInterleaved);
@@ -253,7 +253,7 @@ KIV_AVX512 KIV_INLINE __m512i load512(const uint8_t *from)
     return _mm512_loadu_si512(from);
 }
 
-// The masked forms, all lanes on, where gcc 12 warns of undefined operands inside its plain ones.
+// The masked forms, all lanes on, because gcc 12 warns of undefined operands inside its plain forms.
 constexpr uint8_t kAll64 = 0xFF;
 constexpr uint16_t kAll = 0xFFFF;
 constexpr uint64_t kAllBytes = ~uint64_t{0};
@@ -263,8 +263,8 @@ constexpr uint64_t firstBits(size_t count)
     return count >= 64 ? ~uint64_t{0} : (uint64_t{1} << count) - 1;
 }
 
-// One masked shuffle of bytes where the narrower vectors shift and blend: the arithmetic is what limits the
-// widest.
+// One masked shuffle of bytes, while the narrower vectors shift and blend: for the widest vectors the
+// arithmetic is the limit.
 KIV_AVX512 KIV_INLINE __m512i upperHalves(__m512i even, __m512i odd)
 {
     const __m512i down = _mm512_maskz_broadcast_i32x4(
@@ -285,7 +285,7 @@ struct Pixels512
     __m512i second;
 };
 
-// 32 pixels out of 16 groups and the ones that follow each.
+// Converts 32 pixels from 16 groups and the group after each.
 template <const kiv::ColourMatrix &M, Order Bytes>
 KIV_AVX512 KIV_INLINE Pixels512 convertBlock512(__m512i own, __m512i next)
 {
@@ -346,7 +346,7 @@ KIV_AVX512 void convertRow512(const uint8_t *from, uint8_t *to, size_t width) no
         const Pixels512 pixels =
             convertBlock512<M, Bytes>(_mm512_maskz_loadu_epi8(firstBits(part), from),
                                       _mm512_maskz_loadu_epi8(firstBits(following), from + kGroup));
-        const uint64_t made = firstBits((part + kGroup - 1) / kGroup * 2); // a bit a pixel
+        const uint64_t made = firstBits((part + kGroup - 1) / kGroup * 2); // one bit for each pixel
         _mm512_mask_storeu_epi32(to, static_cast<__mmask16>(made), pixels.first);
         _mm512_mask_storeu_epi32(to + kBlock, static_cast<__mmask16>(made >> 16), pixels.second);
         from += part;
@@ -361,7 +361,7 @@ KIV_AVX512 void convertRow512(const uint8_t *from, uint8_t *to, size_t width) no
 constexpr size_t kWord = 4;
 constexpr size_t kWordComponents = 3;
 
-// What remains of a line behind whole words: `components` of them.
+// Converts the rest of a line after whole words: `components` of them.
 void finishV210(const uint8_t *from, uint8_t *to, size_t components) noexcept
 {
     kiv::plain::v210To2vuy(from, to, components / 2);
@@ -389,8 +389,8 @@ KIV_AVX2 KIV_INLINE __m256i upperBits(__m256i words)
     return _mm256_or_si256(first, _mm256_or_si256(second, third));
 }
 
-// Each store reaches beyond what it is for, and the next one writes there: so that many components must
-// follow.
+// Each store writes past its own bytes, and the next store overwrites the excess: so that many components
+// must follow.
 KIV_SSE42 void v210To2vuy128(const uint8_t *from, uint8_t *to, size_t width) noexcept
 {
     constexpr size_t kMade = 4 * kWordComponents;
@@ -410,8 +410,8 @@ KIV_AVX2 void v210To2vuy256(const uint8_t *from, uint8_t *to, size_t width) noex
     constexpr size_t kMade = size_t{32} * kWordComponents;
     const __m256i close =
         _mm256_broadcastsi128_si256(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
-    // Six of the eight 32-bit parts of a vector count. Four vectors fill three, each turned to where its
-    // parts go: a store for each three quarters would meet two lines of the cache half of the time.
+    // Only six of the eight 32-bit parts of a vector are used. Four vectors fill three, each turned so that
+    // its parts are in place: a store for every three quarters would cross a cache line half of the time.
     const __m256i first = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7);
     const __m256i second = _mm256_setr_epi32(2, 4, 5, 6, 3, 7, 0, 1);
     const __m256i third = _mm256_setr_epi32(5, 6, 3, 7, 0, 1, 2, 4);
@@ -438,10 +438,11 @@ KIV_AVX2 void v210To2vuy256(const uint8_t *from, uint8_t *to, size_t width) noex
     v210To2vuy128(from, to, components / 2);
 }
 
-// 48 components out of 64 bytes, at the front.
+// 48 components from 64 bytes, at the front.
 KIV_AVX512 KIV_INLINE __m512i upperBits(__m512i words)
 {
-    // Where the upper 8 bits of the six components of two words begin; two bytes of eight are not used.
+    // The places where the upper 8 bits of the six components of two words begin; two of eight bytes are
+    // unused.
     constexpr int64_t kBegins =
         2 | 12 << 8 | 22 << 16 | int64_t{34} << 24 | int64_t{44} << 32 | int64_t{54} << 40;
     alignas(64) static constexpr std::array<uint8_t, 64> kClose = []
@@ -482,7 +483,7 @@ KIV_AVX512 void v210To2vuy512(const uint8_t *from, uint8_t *to, size_t width) no
 
 constexpr uint64_t kOne = 65536; // a pixel, in the units of positions
 
-// 16 samples lie in 32 pixels up to a step of two, 8 in 16.
+// Up to a step of two, 16 samples lie within 32 pixels, and 8 within 16.
 constexpr uint64_t kMaxStep32 = 2 * kOne;
 
 KIV_AVX2 void sample32by256(const uint8_t *from, size_t width, uint8_t *to, size_t count, uint64_t position,
@@ -535,7 +536,7 @@ KIV_AVX512 void sample32by512(const uint8_t *from, size_t width, uint8_t *to, si
     kiv::plain::sample32(from, width, to, count, position, step);
 }
 
-// 16 samples and the pairs behind them lie in 32 pairs up to a step of four pixels, 8 in 16.
+// Up to a step of four pixels, 16 samples and the pairs after them lie within 32 pairs, and 8 within 16.
 constexpr uint64_t kMaxStep2vuy = 4 * kOne;
 
 KIV_AVX2 void sample2vuyTo24by256(const uint8_t *from, size_t width, uint8_t *to, size_t count,
@@ -682,7 +683,7 @@ KIV_SSE42 void fill128(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) no
     kiv::plain::fill(to, size, pattern);
 }
 
-// String stores do not read the lines that they write, as memset() has found too; they are slow to start.
+// String stores do not read the cache lines that they write (memset() uses them too); they are slow to start.
 constexpr size_t kWorthStringStores = 16u << 10;
 
 KIV_AVX2 void fill256(uint8_t *to, size_t size, const uint8_t (&pattern)[4]) noexcept
