@@ -2,29 +2,29 @@
  * @file
  * The project timecode: a KIVCS2Timecode as an object, for hosts written in C++.
  *
- * A KIVProjectTimecode is its record and nothing else: the 64 bits of KIVCS2Timecode.h, day and month
- * zero-based, all 0 in a new object. It is copied like a number, eight bytes large, and that is part of
- * the interface: CS2Timecode() hands the record to the C operations, setCS2Timecode() takes it back.
+ * A KIVProjectTimecode holds only its record: the 64 bits of KIVCS2Timecode.h, day and month zero-based, all
+ * 0 in a new object. It is copied like a number, eight bytes large, and that is part of the interface:
+ * CS2Timecode() returns the record for the C operations, setCS2Timecode() stores it again.
  *
- * The frame rate is the class's own: a host that uses the C operations too sets both rates.
- * Until setFrameRate() has been called, digits and seconds read as 0 and set a frame count of 0, frames are
- * not added, conversions from dates leave the object as it is and those to dates give null.
+ * The class has its own frame rate: a host that also uses the C operations sets both rates. Until
+ * setFrameRate() has been called, digits and seconds read as 0 and set a frame count of 0, frames are not
+ * added, conversions from dates leave the object unchanged and those to dates return null.
  *
  * Members are named by the first keyword of their selector and take the others as parameters
  * (setHours:minutes:seconds:frames:format: is setHours()); the table is Docs/project-timecode.md.
- * Each init member resets the object and returns it, and a static timecodeWith... makes a new one.
- * There is no status and nothing throws: what a month of 12 or more, an invalid frame count (0xFFFFFFFF) or
- * a missing rate keeps from being reckoned stays as it is, or is answered with 0, false or null.
+ * Each init member resets the object and returns it, and a static timecodeWith... makes a new one. There is
+ * no status and no exception. If a month of 12 or more, an invalid frame count (0xFFFFFFFF) or a missing rate
+ * prevents a calculation, the object is unchanged, or the result is 0, false or null.
  *
- * Dates are CFDateRef and texts CFStringRef: those that a member returns belong to the caller, who
- * releases them with CFRelease(), and are null without memory. A null text reads as an empty one, a null
- * date leaves the object as it is. Overloads take UTF-8 (what is none gives null), and write a text to a
- * buffer of the caller's.
+ * Dates are CFDateRef and texts CFStringRef: those that a member returns belong to the caller, who releases
+ * them with CFRelease(), and are null if there is no memory. A null text reads as an empty one, a null date
+ * leaves the object unchanged. Overloads take UTF-8 (invalid UTF-8 gives null), and write a text to a buffer
+ * of the caller's.
  *
- * The class is there for C++14 and later; C and C++11 may include the header and find nothing of it. The
- * overloads for std::string_view come with C++17.
+ * The class exists for C++14 and later; C and C++11 may include the header but get no class. The overloads
+ * for std::string_view need C++17.
  *
- * setFrameRate() must not run while another thread uses the class. After it all members may run on any
+ * setFrameRate() must not run while another thread uses the class. Afterwards all members may run on any
  * number of threads, each on its own objects.
  */
 #ifndef KIV_PROJECT_TIMECODE_H
@@ -51,8 +51,8 @@ public:
     /* ---- Frame rate, of the whole class ------------------------------------------------------- */
 
     /**
-     * Sets the rate of the class; codes of 8 and more are ignored, and so is the call without memory: see
-     * currentFrameRate(). Objects keep their frame counts. The tables of a rate are built once and stay.
+     * Sets the rate of the class; codes of 8 and more are ignored, and so is the call if there is no memory:
+     * see currentFrameRate(). Objects keep their frame counts. The tables of a rate are built once and stay.
      * Thread safety: not while another thread uses the class. Source: SMPTE ST 12-1.
      */
     static void setFrameRate(KIVCS2FrameRate rate) noexcept;
@@ -90,12 +90,12 @@ public:
         setFrameRate(KIVCS2FrameRate_60);
     }
 
-    /** The code in force; KIVCS2FrameRate_MAX while there is none. */
+    /** The current code; KIVCS2FrameRate_MAX while no rate is set. */
     KIV_NODISCARD static KIVCS2FrameRate currentFrameRate() noexcept;
     KIV_NODISCARD static bool hasValidFrameRate() noexcept;
     /** The nominal integer rate: 24, 25, 30, 50 or 60. */
     KIV_NODISCARD static uint32_t framesPerSecond() noexcept;
-    /** The rate that seconds are reckoned with: 23.98, 24, 25, 29.97, 30, 50, 59.94 or 60. */
+    /** The rate for calculations with seconds: 23.98, 24, 25, 29.97, 30, 50, 59.94 or 60. */
     KIV_NODISCARD static double realFramesPerSecond() noexcept;
     /** True at 29.97 and 59.94. */
     KIV_NODISCARD static bool dropFrameTimecode() noexcept;
@@ -115,14 +115,15 @@ public:
                                       uint8_t frames) noexcept;
 
     /**
-     * Parses "15.3.2024 10:00:00:00" or parts of it: the date and one space may be missing; the time is a
+     * Parses "15.3.2024 10:00:00:00" or parts of it. The date and one space may be missing. The time is a
      * frame count, hours and minutes, or also seconds and frames, with ":" or ";" between these two. Each
-     * field is the decimal number it begins with, 0 for anything else; hours, minutes, seconds and frames
-     * are cut to 8 bits. A date that has not three fields is ignored. What names no frame: see setHours().
+     * field is the decimal number it begins with, 0 for anything else; hours, minutes, seconds and frames are
+     * cut to 8 bits. A date that does not have three fields is ignored. For a time that names no frame see
+     * setHours().
      */
     KIVProjectTimecode &initWithString(CFStringRef string) noexcept;
 #if __cplusplus >= 201703L
-    /** The same from UTF-8, or any other bytes whose ASCII stands for itself. */
+    /** The same from UTF-8, or any other encoding that contains ASCII. */
     KIVProjectTimecode &initWithString(std::string_view text) noexcept
     {
         return initWithText(text.data(), text.size());
@@ -143,7 +144,7 @@ public:
     KIVProjectTimecode &initWithDate(CFDateRef date) noexcept;
     /** Date and time of a system date, as fromCFDate(). */
     KIVProjectTimecode &initWithCFDate(CFDateRef date) noexcept;
-    /** The date of one with the frame count of the other. */
+    /** The date of one object with the frame count of the other. */
     constexpr KIVProjectTimecode &initWithDate(const KIVProjectTimecode &date,
                                                const KIVProjectTimecode &timecode) noexcept
     {
@@ -208,9 +209,9 @@ public:
 
     /** Today, at frame count 0. */
     KIV_NODISCARD static KIVProjectTimecode calendarDate() noexcept;
-    /** Today and the time of the clock. */
+    /** Today and the current time. */
     KIV_NODISCARD static KIVProjectTimecode now() noexcept;
-    /** Midnight without a date; the class method zeroTime, whose name the member has. */
+    /** Midnight without a date; it is the class method zeroTime, but a member has that name here. */
     KIV_NODISCARD static constexpr KIVProjectTimecode timecodeWithZeroTime() noexcept
     {
         return {};
@@ -232,14 +233,14 @@ public:
         m_fields = timecode;
     }
 
-    /** The frame number within the second; 0 without a rate and of an invalid frame count. */
+    /** The frame number within the second; 0 without a rate and for an invalid frame count. */
     KIV_NODISCARD uint32_t frames() const noexcept;
     KIV_NODISCARD uint32_t seconds() const noexcept;
     KIV_NODISCARD uint32_t minutes() const noexcept;
-    /** The hours, 24 and more where the frame count is beyond a day. */
+    /** The hours, 24 and more if the frame count is beyond a day. */
     KIV_NODISCARD uint32_t hours() const noexcept;
 
-    /** The stored day of the month, from 0; in a duration the whole days. */
+    /** The stored day of the month, from 0; in a duration the number of whole days. */
     KIV_NODISCARD constexpr uint32_t day() const noexcept
     {
         return static_cast<uint8_t>(m_fields >> 32);
@@ -256,9 +257,9 @@ public:
 
     /**
      * Sets the frame count from fields; the date stays.
-     * @param[in] format  0: `frames` as they are; 1 and 2: from 31 frames a second on, `frames` counts pairs
-     *                    of frames and means the first (1) or the second (2) of its pair
-     * Fields that name no frame are logged ("Illegal timecode ...") and leave the hours alone.
+     * @param[in] format  0: `frames` is used unchanged; 1 and 2: from 31 frames per second on, `frames`
+     *                    counts pairs of frames and means the first (1) or the second (2) of its pair
+     * Fields that name no frame are logged ("Illegal timecode ...") and only the hours are used.
      * Source: SMPTE ST 12-1, and its frame pairs above 30 frames a second.
      */
     void setHours(uint8_t hours, uint8_t minutes, uint8_t seconds, uint8_t frames, uint32_t format) noexcept;
@@ -273,23 +274,25 @@ public:
     {
         m_fields = (m_fields & kDateMask) | frames;
     }
-    /** The frame count over realFramesPerSecond(). */
+    /** The frame count divided by realFramesPerSecond(). */
     KIV_NODISCARD double secondsSinceMidnight() const noexcept;
     /**
-     * Sets the frame count to `seconds` times realFramesPerSecond(), truncated and cut to its low 32 bits;
-     * what 64 bits do not hold, infinities and NaN are 0. The date stays.
+     * Sets the frame count to `seconds` times realFramesPerSecond(), truncated and cut to its low 32 bits; a
+     * product beyond 64 bits, infinities and NaN give 0. The date stays.
      */
     void setSecondsSinceMidnight(double seconds) noexcept;
-    /** secondsSinceMidnight() and 86400 for each day of the day field, whatever the date. */
+    /** secondsSinceMidnight() plus 86400 for each day of the day field, whatever the date. */
     KIV_NODISCARD double totalSeconds() const noexcept;
 
     /**
      * Hours, minutes, seconds and, in the low byte, frames as two decimal digits each; no flag bits. The
-     * frames are those of frames(), up to 59: pairs are not halved. Of hours of 100 and more the tens
+     * frames are those of frames(), up to 59: pairs are not halved. For hours of 100 and more the tens
      * overflow their byte and its low 8 bits are kept.
      */
     KIV_NODISCARD uint32_t bcdTimecode() const noexcept;
-    /** A time without a date from such a word; flag bits are not masked. No such frame: see setHours(). */
+    /**
+     * Sets a time without a date from such a word; flag bits are not masked. No such frame: see setHours().
+     */
     void setBcdTimecode(uint32_t bcd) noexcept;
 
     /** Days of the month in its year; 0 for a month of 12 or more. */
@@ -316,7 +319,7 @@ public:
     /** The day is not clamped to the new month. */
     void addMonths(uint32_t months) noexcept;
     void addYears(uint32_t years) noexcept;
-    /** Adds the frame count and then the day field of the other, which may be this one. */
+    /** Adds the frame count and then the day field of the other object, which may be this one. */
     void addTimecode(const KIVProjectTimecode &other) noexcept;
     /** `to` plus `timecode`. */
     KIV_NODISCARD static KIVProjectTimecode timecodeAdding(const KIVProjectTimecode &timecode,
@@ -335,18 +338,18 @@ public:
     void subtractMonths(uint32_t months) noexcept;
     /** The year stops at 0. */
     void subtractYears(uint32_t years) noexcept;
-    /** Subtracts the frame count of the other; its day field is ignored, although addTimecode() adds it. */
+    /** Subtracts the other's frame count; its day field is ignored, although addTimecode() adds it. */
     void subtractTimecode(const KIVProjectTimecode &other) noexcept
     {
         subtractFrames(other.framesSinceMidnight());
     }
-    /** Subtracts the frame count of the other and then its day field as days. */
+    /** Subtracts the other's frame count and then its day field as days. */
     void subtractTimecodeIncludingDays(const KIVProjectTimecode &other) noexcept
     {
         subtractFrames(other.framesSinceMidnight());
         subtractDays(other.day());
     }
-    /** `from` minus `timecode`, as the next with `framesOnly` false. */
+    /** `from` minus `timecode`, as the next operation with `framesOnly` false. */
     KIV_NODISCARD static KIVProjectTimecode timecodeSubtracting(const KIVProjectTimecode &timecode,
                                                                 const KIVProjectTimecode &from,
                                                                 bool timecodeOnly) noexcept
@@ -354,9 +357,9 @@ public:
         return timecodeSubtracting(timecode, from, timecodeOnly, false);
     }
     /**
-     * `from` minus `timecode`. With `timecodeOnly`, and `from` on a later day, the result has no date and
+     * `from` minus `timecode`. With `timecodeOnly`, if `from` is on a later day, the result has no date and
      * counts the frames across the days, modulo 2 to the 32nd; otherwise it is a copy of `from` less the
-     * frame count of `timecode`. `framesOnly` makes no difference: the count may exceed a day either way.
+     * frame count of `timecode`. `framesOnly` makes no difference: the count may exceed a day in both cases.
      */
     KIV_NODISCARD static KIVProjectTimecode timecodeSubtracting(const KIVProjectTimecode &timecode,
                                                                 const KIVProjectTimecode &from,
@@ -366,11 +369,13 @@ public:
 
     /* ---- Scaling, snapping and stepping -------------------------------------------------------- */
 
-    /** Adds the frame count `factor` - 1 times, and the days it fills to the date; 0 and 1 change nothing. */
+    /**
+     * Adds the frame count `factor` - 1 times and carries full days into the date; 0 and 1 change nothing.
+     */
     void multiplyBy(uint32_t factor) noexcept;
-    /** True when the product is at most framesPerDay(), so also for midnight of the next day. */
+    /** True if the product is at most framesPerDay(), so also for midnight of the next day. */
     KIV_NODISCARD bool canMultiplyBy(uint32_t factor) const noexcept;
-    /** framesPerDay() over the frame count, which must not be 0 (then 0). */
+    /** framesPerDay() divided by the frame count; 0 if that is 0. */
     KIV_NODISCARD uint32_t maximumMultiplePerDay() const noexcept;
     KIV_NODISCARD static KIVProjectTimecode timecodeMultiplying(const KIVProjectTimecode &timecode,
                                                                 uint32_t factor) noexcept
@@ -380,7 +385,7 @@ public:
         return product;
     }
 
-    /** Sets the time to `seconds`; from 86400 on a day is added and 86400 taken off, once. */
+    /** Sets the time to `seconds`; from 86400 on, one day is added and 86400 subtracted, once. */
     void snapToSeconds(double seconds) noexcept;
     /** Rounds down to nominal minutes; 0 counts as 1, 60 and more snap to whole hours. */
     void snapToMinute(uint32_t minutes) noexcept;
@@ -400,22 +405,22 @@ public:
     {
         m_fields = framesSinceMidnight();
     }
-    /** Changes nothing: a duration of more than a day stays one. */
+    /** Changes nothing: a duration of more than a day is kept. */
     constexpr void ensureLegalDuration() noexcept {}
 
-    /** One frame on. */
+    /** Adds one frame. */
     void tick() noexcept
     {
         addFrames(1);
     }
-    /** One frame back, over midnight too; true when the frame count is then not 0, false where it cannot. */
+    /** Subtracts one frame, also over midnight; true if the frame count is then not 0, false on failure. */
     bool tickDown() noexcept;
-    /** Adds the frames, or subtracts them where they are negative. */
+    /** Adds the frames, or subtracts them if they are negative. */
     void adjustFrames(int32_t frames) noexcept;
 
     /* ---- Comparing and measuring ---------------------------------------------------------------- */
 
-    /** 1, 0 or -1 as this frame count is above, equal to or below the other; dates do not count. 0 when
+    /** 1, 0 or -1 if this frame count is above, equal to or below the other; dates do not count. 0 if
         either is invalid. */
     KIV_NODISCARD int32_t compareTo(const KIVProjectTimecode &other) const noexcept
     {
@@ -423,7 +428,7 @@ public:
     }
     /** The same. */
     KIV_NODISCARD int32_t compareToTimecode(const KIVProjectTimecode &other) const noexcept;
-    /** Both valid and of one frame count; dates do not count. */
+    /** Both are valid and have the same frame count; dates do not count. */
     KIV_NODISCARD bool isSameTimecode(const KIVProjectTimecode &other) const noexcept;
     /** Day, month and year are equal. */
     KIV_NODISCARD constexpr bool isSameDay(const KIVProjectTimecode &other) const noexcept
@@ -442,11 +447,13 @@ public:
     {
         return (m_fields & kDateMask) == 0;
     }
-    /** On one day, these seconds minus the other's; 0 on two days. */
+    /** On one day, this object's seconds minus the other's; 0 on two days. */
     KIV_NODISCARD double differenceInSecondsTo(const KIVProjectTimecode &other) const noexcept;
-    /** The way to the other in frames, whose year is taken to be the later one; 0 where there is none. */
+    /**
+     * Frames from here to the other, whose year is assumed to be the later one; 0 if there is no distance.
+     */
     KIV_NODISCARD int64_t differenceInFramesTo(const KIVProjectTimecode &other) const noexcept;
-    /** The way from the other to this one in frames, as differenceInFramesTo(). */
+    /** Frames from the other to this one, as differenceInFramesTo(). */
     KIV_NODISCARD int64_t framesSinceTimecode(const KIVProjectTimecode &other) const noexcept
     {
         return other.differenceInFramesTo(*this);
@@ -488,7 +495,7 @@ public:
     {
         takeDateValues(other);
     }
-    /** A copy; there are no zones, and the argument is not looked at. */
+    /** A copy; there are no zones, and the argument is ignored. */
     KIV_NODISCARD constexpr KIVProjectTimecode copyWithZone(void *) const noexcept
     {
         return *this;
@@ -499,23 +506,23 @@ public:
     /**
      * Sets the date, and with `includeTime` the time, as kivCS2Timecode_initWithDate(): the frame of the
      * whole milliseconds, and at drop-frame rates two before it in most seconds. Without `includeTime` the
-     * frame count is
-     * 0. A null date and a missing rate leave the object as it is.
+     * frame count is 0. With a null date or without a rate the object is unchanged.
      */
     void fromDate(CFDateRef date, bool includeTime) noexcept;
     /**
-     * The same by the class's date formatters; a field that cannot be formatted (no memory) reads as 0.
-     * Before the year 1 theirs is the year of its era, 44 of 44 BC, where fromDate() has -43 cut to 16 bits.
+     * The same with the class's date formatters; a field that cannot be formatted (no memory) reads as 0.
+     * Before the year 1 the formatters use the year of the era, 44 for 44 BC, while fromDate() has -43 cut to
+     * 16 bits.
      */
     void fromCFDate(CFDateRef date, bool includeTime) noexcept;
     /**
-     * The moment at which the clock shows date and time. Years 2001 to 2020 are reckoned from the seconds
-     * since midnight; all others from the digits, and the frames as parts of a second. The two differ where
-     * seconds of timecode are not real ones: by up to 72 seconds a day at 23.98. A time that the clock
-     * shows twice is the second, one that it leaves out counts on from before the gap.
-     * fromDate() need not give the frame back: it takes whole milliseconds. From the digits it is the same
-     * one at 25 and 50, the one before for every third frame at 24, 30 and 60 and for one of 24 at 23.98, and
-     * up to three before (at 59.94 also up to two behind) at the drop-frame rates.
+     * The moment at which the clock shows date and time. In the years 2001 to 2020 it is calculated from the
+     * seconds since midnight; in all others from the digits, with the frames as parts of a second. The two
+     * differ if seconds of timecode are not real seconds: by up to 72 seconds a day at 23.98. A time that the
+     * clock shows twice is the second one; a time that the clock skips counts on from before the gap.
+     * fromDate() may not return the same frame, because it takes whole milliseconds. From the digits it is
+     * the same frame at 25 and 50; the one before for every third frame at 24, 30 and 60 and for one of 24 at
+     * 23.98; and up to three before (at 59.94 also up to two after) at the drop-frame rates.
      * Null also for a month of 12 or more.
      */
     KIV_NODISCARD CFDateRef toDate() const noexcept;
@@ -523,7 +530,7 @@ public:
     KIV_NODISCARD CFDateRef toCFDate() const noexcept;
     /** toDate() of the same day at frame count 0. */
     KIV_NODISCARD CFDateRef toCalendarDate() const noexcept;
-    /** The number that the date's text in the calendar format ("%d") begins with; 0 for none. */
+    /** The number at the start of the date's text in the calendar format ("%d"); 0 if there is none. */
     KIV_NODISCARD static int32_t valueFromDate(CFDateRef date, CFStringRef format) noexcept;
 #if __cplusplus >= 201703L
     KIV_NODISCARD static int32_t valueFromDate(CFDateRef date, std::string_view format) noexcept
@@ -543,7 +550,7 @@ public:
 
     /* ---- Text ------------------------------------------------------------------------------------ */
 
-    /** Bytes that hold every text below with its zero byte; a prefix and other separators come on top. */
+    /** Bytes for any text below with its zero byte; a prefix and other separators need more. */
     static constexpr size_t kTextSize = 32;
 
     /** "10:00:00:00", with ";" before the frames at drop-frame rates. */
@@ -559,8 +566,8 @@ public:
 #endif
     /**
      * Date and time in a calendar format: "%Y-%m-%d %H:%M:%S", as NSDate_descriptionWithCalendarFormat().
-     * The digits are the object's own, also where toDate() reckons another second; an hour more where the
-     * clock leaves this hour out. Null as toDate().
+     * The digits are the object's own, even if toDate() calculates another second; they are an hour later if
+     * the clock skips this hour. Null as toDate().
      */
     KIV_NODISCARD CFStringRef descriptionWithCalendarFormat(CFStringRef format) const noexcept;
 #if __cplusplus >= 201703L
@@ -572,7 +579,7 @@ public:
 #endif
     /** "15.3.2024 10:00:00:00"; a duration shows the date 1.1.0. */
     KIV_NODISCARD CFStringRef debugDescription() const noexcept;
-    /** "15.3.2024 900000", the date and the frame count; the count alone of a duration. */
+    /** "15.3.2024 900000", the date and the frame count; for a duration only the count. */
     KIV_NODISCARD CFStringRef XMLRepresentation() const noexcept;
     /** description() of a duration, otherwise debugDescription(). */
     KIV_NODISCARD CFStringRef SMPTERepresentation() const noexcept;
@@ -589,7 +596,7 @@ public:
 
     /**
      * The same texts in a buffer of `size` bytes, zero-terminated, and a view of them; kTextSize bytes are
-     * enough. An empty view, and nothing written, when the text does not fit. Nothing is allocated.
+     * enough. If the text does not fit, the view is empty and nothing is written. Nothing is allocated.
      */
     std::string_view description(char *buffer, size_t size) const noexcept
     {
@@ -619,7 +626,7 @@ private:
     };
 
 #if __cplusplus >= 201703L
-    // UTF-8 as a system string for the length of a call; null where it is none.
+    // UTF-8 as a system string for the length of a call; null if it is not UTF-8.
     struct Text
     {
         explicit Text(std::string_view utf8) noexcept
@@ -641,9 +648,9 @@ private:
 
     static constexpr uint64_t kDateMask = 0xFFFFFFFF00000000u;
 
-    // No standard type crosses into the library: whatever library of it a host was built with, it links.
+    // No standard type crosses into the library: so a host links with any standard library.
     KIVProjectTimecode &initWithText(const char *text, size_t length) noexcept;
-    size_t write(Form form, char *buffer, size_t size) const noexcept; // the length; 0 where it does not fit
+    size_t write(Form form, char *buffer, size_t size) const noexcept; // the length; 0 if it does not fit
 
     uint64_t m_fields = 0;
 };

@@ -13,7 +13,7 @@ namespace
 {
 using namespace kiv::timecode;
 
-// All zero until the first rate. Written by setFramerate alone, which runs while nothing else here does.
+// All zero until the first rate. Written only by setFramerate(), while no other operation here runs.
 struct ModuleState : RateState
 {
     double millisecondsPerFrame;
@@ -30,7 +30,7 @@ constinit ModuleState g_state{};
 
 KIVCS2Status setFramerate(const Rate &rate)
 {
-    // Everything new is made aside, so that the old rate stays in force when something cannot be.
+    // Everything new is prepared first, so that the old rate stays in force if a step fails.
     KIV_TRY(ensureFormatting(g_state.formatting));
     Numbering numbering;
     if (!makeNumbering(rate, numbering))
@@ -38,7 +38,7 @@ KIVCS2Status setFramerate(const Rate &rate)
     freeNumbering(g_state.numbering);
 
     static_cast<RateState &>(g_state) = stateOf(rate, numbering);
-    // Kept: frames per millisecond in spite of the name; its one user multiplies by it.
+    // Kept: frames per millisecond despite the name; its one user multiplies by it.
     g_state.millisecondsPerFrame = rate.realFramesPerSecond / 1000.0;
     return KIVCS2STATUS_OK;
 }
@@ -60,7 +60,7 @@ KIVCS2Status lookUp(const uint8_t *table, KIVCS2Timecode tc, uint32_t *value)
     return KIVCS2STATUS_INVALID_TIMECODE_ERR;
 }
 
-// The one place that turns fields into a frame count; there is a rate.
+// The only place that turns fields into a frame count; a rate is set.
 KIVCS2Status setClock(KIVCS2Timecode &tc, const ClockFields &clock)
 {
     if (setFields(g_state, tc, clock.hours, clock.minutes, clock.seconds, clock.frames)) [[likely]]
@@ -73,27 +73,27 @@ KIVCS2Status replaceField(KIVCS2Timecode &tc, uint32_t ClockFields::*field, uint
     uint32_t index = 0;
     KIV_TRY(frameWithinHour(g_state, tc, index));
     ClockFields clock = clockOf(g_state, tc);
-    clock.hours = static_cast<uint8_t>(clock.hours); // Kept: as the fields of 8 bits that they are given to
+    clock.hours = static_cast<uint8_t>(clock.hours); // Kept: cut to 8 bits, like the fields of the caller
     clock.*field = static_cast<uint8_t>(value);
     return setClock(tc, clock);
 }
 
 // ---- Text
 
-// Frames for "hours:minutes:seconds". Kept: 2 at 59.94 too, where minutes begin at 4, so that such a
-// time is refused there.
+// The frame number for "hours:minutes:seconds". Kept: 2 also at 59.94, where minutes begin at 4, so that such
+// a time is refused there.
 uint32_t firstFrameNumber(uint32_t minutes, uint32_t seconds)
 {
     return g_state.dropFrameTimecode && seconds == 0 && minutes % 10 != 0 ? 2 : 0;
 }
 
-// Stores what a text held; the record is all zero before.
+// Stores the fields of a text; the record must be all zero before.
 KIVCS2Status storeText(KIVCS2Timecode &tc, const TextFields &fields)
 {
     if (fields.hasDate)
         setDate(tc, fields.date);
     const auto &time = fields.time;
-    const uint32_t hours = static_cast<uint8_t>(time[0]); // Kept: the hours alone are cut
+    const uint32_t hours = static_cast<uint8_t>(time[0]); // Kept: only the hours are cut
     switch (fields.timeFields)
     {
     case 1:
@@ -108,7 +108,7 @@ KIVCS2Status storeText(KIVCS2Timecode &tc, const TextFields &fields)
     }
 }
 
-// The same of a text that was split with `status`: of one that failed its date alone.
+// The same for a text that was split with `status`: if that failed, only its date is stored.
 KIVCS2Status storeSplit(KIVCS2Timecode &tc, const TextFields &fields, KIVCS2Status status)
 {
     tc = 0;
@@ -127,7 +127,7 @@ struct FrameDuration
 };
 
 constexpr FrameDuration kFrameDurations[] = {
-    {24, 1001, 1000, 24000}, // Kept: 23.98 is no drop-frame rate and reports 1000 like 24
+    {24, 1001, 1000, 24000}, // Kept: 23.98 is not a drop-frame rate and reports 1000 like 24
     {25, 100, 100, 2500},    {30, 1001, 1000, 30000}, {50, 100, 100, 5000}, {60, 1001, 1000, 60000},
 };
 } // namespace
@@ -224,7 +224,7 @@ KIVCS2Status kivCS2Timecode_copyDate(KIVCS2Timecode *dst, const KIVCS2Timecode *
 KIVCS2Status kivCS2Timecode_initWithDateAndTimecode(KIVCS2Timecode *dst, const KIVCS2Timecode *dateSource,
                                                     const KIVCS2Timecode *timecodeSource)
 {
-    const KIVCS2Timecode dated = *dateSource; // either may be the record itself
+    const KIVCS2Timecode dated = *dateSource; // a copy, because either may be the record itself
     KIV_TRY(kivCS2Timecode_copyTimecode(dst, timecodeSource));
     return kivCS2Timecode_copyDate(dst, &dated);
 }
@@ -400,8 +400,8 @@ KIVCS2Status kivCS2Timecode_subtractFrames(KIVCS2Timecode *tc, uint32_t frames)
     return subtractFrames(g_state, *tc, frames);
 }
 
-// Kept: seconds, minutes and hours hide what became of their frames, and a second has the nominal
-// number of frames at the drop-frame rates too. The products are of 32 bits.
+// Kept: seconds, minutes and hours hide the result of adding their frames, and a second has the nominal
+// number of frames also at the drop-frame rates. The products have 32 bits.
 
 KIVCS2Status kivCS2Timecode_addSeconds(KIVCS2Timecode *tc, uint32_t count)
 {
@@ -475,7 +475,7 @@ KIVCS2Status kivCS2Timecode_subtractYears(KIVCS2Timecode *tc, uint32_t count)
 
 KIVCS2Status kivCS2Timecode_addTimecode(KIVCS2Timecode *tc, const KIVCS2Timecode *other)
 {
-    const KIVCS2Timecode added = *other;                 // which may be the record itself
+    const KIVCS2Timecode added = *other;                 // a copy: it may be the record itself
     (void)kivCS2Timecode_addFrames(tc, framesOf(added)); // Kept: always a success
     (void)kivCS2Timecode_addDays(tc, dateOf(added).day);
     return KIVCS2STATUS_OK;
@@ -484,7 +484,7 @@ KIVCS2Status kivCS2Timecode_addTimecode(KIVCS2Timecode *tc, const KIVCS2Timecode
 KIVCS2Status kivCS2Timecode_initByAddingTimecodes(KIVCS2Timecode *result, const KIVCS2Timecode *a,
                                                   const KIVCS2Timecode *b)
 {
-    const KIVCS2Timecode added = *a; // which may be the result
+    const KIVCS2Timecode added = *a; // a copy: it may be the result
     KIV_TRY(kivCS2Timecode_copy(result, b));
     return kivCS2Timecode_addTimecode(result, &added);
 }
@@ -510,7 +510,7 @@ KIVCS2Status kivCS2Timecode_initBySubtractingTimecodes(KIVCS2Timecode *result, c
             return kivCS2Timecode_initWithFrames(result, g_state.framesPerDay - 1);
         return kivCS2Timecode_initWithSeconds(result, seconds);
     }
-    const KIVCS2Timecode subtracted = *a; // which may be the result
+    const KIVCS2Timecode subtracted = *a; // a copy: it may be the result
     *result = *b;
     (void)kivCS2Timecode_subtractTimecode(result, &subtracted); // Kept: always a success
     if (includeDays != 0)
@@ -754,11 +754,11 @@ KIVCS2Status kivCS2Timecode_createCFDate(const KIVCS2Timecode *tc, CFDateRef *da
     if (!calendar)
         return KIVCS2STATUS_DATA_ERR;
 
-    // A second has fewer frames than framesPerSecond counts, so frames never add a whole one.
+    // A second has fewer frames than framesPerSecond counts, so frames never add up to a whole second.
     const Date day = dateOf(*tc);
     const ClockFields clock = clockOf(g_state, *tc);
     CFAbsoluteTime at = 0;
-    // Kept: month and day are composed zero-based, which dates the result one month and one day early.
+    // Kept: month and day are composed zero-based, so the result is one month and one day early.
     if (!CFCalendarComposeAbsoluteTime(calendar.get(), &at, "yMdHms", static_cast<int>(day.year),
                                        static_cast<int>(day.month), static_cast<int>(day.day),
                                        static_cast<int>(clock.hours), static_cast<int>(clock.minutes),

@@ -23,13 +23,13 @@ using kiv::CFRef;
 // In the order of DateReading.
 constexpr std::array kReadingFormats = {"%d", "%m", "%Y", "%H", "%M", "%S", "%F"};
 
-// The class's own, beside those of the C operations. Written by setFrameRate alone, which runs while nothing
-// else here does.
+// The state of the class, separate from that of the C operations. Written only by setFrameRate(), while no
+// other operation here runs.
 struct ClassState
 {
     KIVCS2FrameRate currentFrameRate = KIVCS2FrameRate_MAX;
-    RateState rate{}; // all zero until there is one
-    // Kept: a change of the rate leaves the tables of the old one. They serve again when it comes back.
+    RateState rate{}; // all zero until a rate is set
+    // Kept: a change of the rate leaves the old rate's tables. They are used again when that rate returns.
     std::array<Numbering, KIVCS2FrameRate_MAX> numberings{};
     Formatting formatting{};
     CFDateFormatterRef formatDate = nullptr; // guarded by the mutex of `formatting`
@@ -42,7 +42,7 @@ constinit ClassState g_class;
     return g_class.rate;
 }
 
-// Makes what does not exist yet; what a failed call made stays for the next one.
+// Makes the objects that do not exist yet; those made by a failed call stay for the next call.
 bool ensureShared()
 {
     if (KIVCS2_FAILED(ensureFormatting(g_class.formatting)) ||
@@ -116,11 +116,12 @@ constexpr std::array<uint32_t, kTableYears> kSecondsSince2001 = []
 }();
 static_assert(kSecondsSince2001[1] == 31536000 && kSecondsSince2001.back() == 599529600);
 
-// What the zone's clock is ahead of GMT when it shows `local` seconds since 1 January 2001. Of a time that it
-// shows twice the second counts, as in the system's calendar; before a gap stays what was ahead before it.
+// Seconds by which the zone's clock is ahead of GMT when it shows `local` seconds since 1 January 2001. If
+// the clock shows a time twice, the second one counts, as in the system's calendar; in a gap the offset from
+// before the gap counts.
 double secondsFromGMT(CFTimeZoneRef zone, double local)
 {
-    // No zone is a day ahead or behind: these two moments lie on either side of the one looked for.
+    // No zone is a day ahead or behind, so these two moments lie on either side of the wanted one.
     const double before = CFTimeZoneGetSecondsFromGMT(zone, local - kSecondsPerDay);
     const double after = CFTimeZoneGetSecondsFromGMT(zone, local + kSecondsPerDay);
     if (before == after)
@@ -133,7 +134,7 @@ double clockSeconds(const ClockFields &clock)
     return clock.hours * 3600.0 + clock.minutes * 60.0 + clock.seconds;
 }
 
-// Days since 1 January of year 0, for a month that there is.
+// Days since 1 January of year 0; the month must be valid.
 int64_t dayNumber(const Date &date)
 {
     return int64_t{daysBeforeYear(date.year)} + dayOfYear(date);
@@ -143,7 +144,7 @@ int64_t dayNumber(const Date &date)
 bool readMoment(const Date &date, const ClockFields &clock, int minutesFromGMT, CFAbsoluteTime &at)
 {
     const int minutes = std::abs(minutesFromGMT);
-    // A frame count may be beyond its day, but no clock reads beyond 24 hours: the days take them over.
+    // A frame count may exceed its day, but no clock reads beyond 24 hours: the days take the excess.
     const uint32_t day = date.day + 1 + clock.hours / kHoursPerDay;
     char text[64];
     std::snprintf(text, sizeof text, "%d-%d-%u %02u:%02u:%02u %s%02d%02d", date.year, date.month + 1, day,
@@ -160,10 +161,10 @@ bool readMoment(const Date &date, const ClockFields &clock, int minutesFromGMT, 
     return static_cast<bool>(read);
 }
 
-// The moment of the digits "2024-3-15 10:00:00 +0100", which hold no seconds of the distance from GMT.
+// The moment of the digits "2024-3-15 10:00:00 +0100"; the offset from GMT has no seconds there.
 bool momentOfDigits(CFTimeZoneRef zone, KIVCS2Timecode tc, CFAbsoluteTime &at)
 {
-    constexpr uint16_t kFirstGregorianYear = 1583; // the first that the calendar change has not touched
+    constexpr uint16_t kFirstGregorianYear = 1583; // the first that the calendar change did not touch
     const Date date = dateOf(tc);
     const ClockFields clock = clockOf(tc);
     const double days = static_cast<double>(dayNumber(date) - int64_t{daysBeforeYear(kReferenceYear)});
@@ -171,11 +172,11 @@ bool momentOfDigits(CFTimeZoneRef zone, KIVCS2Timecode tc, CFAbsoluteTime &at)
     const int minutes = static_cast<int>(secondsFromGMT(zone, local)) / 60;
     if (date.year < kFirstGregorianYear)
         return readMoment(date, clock, minutes, at);
-    at = local - minutes * 60.0; // what the formatter reads, without writing and reading it
+    at = local - minutes * 60.0; // the formatter's result, without writing and reading the text
     return true;
 }
 
-// The moment of date and time in the process's zone; false when there is none.
+// The moment of date and time in the process's zone; false if there is none.
 bool momentOf(KIVCS2Timecode tc, CFAbsoluteTime &at)
 {
     if (!hasRate(rate()) || !hasMonth(tc))
@@ -193,7 +194,7 @@ bool momentOf(KIVCS2Timecode tc, CFAbsoluteTime &at)
         return true;
     }
     double time = 0;
-    (void)secondsOf(rate(), tc, time); // an invalid frame count is midnight
+    (void)secondsOf(rate(), tc, time); // an invalid frame count counts as midnight
     const double local = kSecondsSince2001[year] + dayOfYear(date) * kSecondsPerDay + time;
     at = local - secondsFromGMT(zone.get(), local);
     return true;
@@ -220,7 +221,7 @@ struct FreeBlock
     }
 };
 
-// A text put together of texts of the host's and of ours, whose length is known before.
+// A text joined from the host's texts and the class's own, whose length is known before.
 class Joined
 {
 public:
@@ -270,7 +271,7 @@ struct FrameDuration
     int32_t timescale;
 };
 
-// By KIVCS2FrameRate; the last row is that of no rate. Kept: 23.98 has 1001 here, unlike the C operation.
+// By KIVCS2FrameRate; the last row is for no rate. Kept: 23.98 has 1001 here, unlike the C operation.
 constexpr std::array<FrameDuration, KIVCS2FrameRate_MAX + 1> kFrameDurations = {{
     {1001, 24000},
     {100, 2400},
@@ -436,7 +437,7 @@ void KIVProjectTimecode::setHours(uint8_t hours, uint8_t minutes, uint8_t second
 double KIVProjectTimecode::secondsSinceMidnight() const noexcept
 {
     double seconds = 0;
-    (void)secondsOf(rate(), m_fields, seconds); // 0 where there are none
+    (void)secondsOf(rate(), m_fields, seconds); // 0 on failure
     return seconds;
 }
 
@@ -467,7 +468,7 @@ uint32_t KIVProjectTimecode::daysInMonth() const noexcept
     return hasMonth(m_fields) ? kiv::timecode::daysInMonth(date.month, date.year) : 0;
 }
 
-// ---- Adding and subtracting. Kept: what cannot be reckoned changes nothing and is not reported.
+// ---- Adding and subtracting. Kept: a failed calculation changes nothing and is not reported.
 
 void KIVProjectTimecode::addFrames(uint32_t frames) noexcept
 {
@@ -506,7 +507,7 @@ void KIVProjectTimecode::addYears(uint32_t years) noexcept
 
 void KIVProjectTimecode::addTimecode(const KIVProjectTimecode &other) noexcept
 {
-    const KIVProjectTimecode added = other; // which may be this one
+    const KIVProjectTimecode added = other; // a copy: it may be this object
     addFrames(added.framesSinceMidnight());
     addDays(added.day());
 }
@@ -550,11 +551,11 @@ KIVProjectTimecode KIVProjectTimecode::timecodeSubtracting(const KIVProjectTimec
                                                            const KIVProjectTimecode &from, bool timecodeOnly,
                                                            bool framesOnly) noexcept
 {
-    (void)framesOnly; // either way the result is made of the frame count alone
+    (void)framesOnly; // in both cases only the frame count makes the result
     if (timecodeOnly && hasRate(rate()) && hasMonth(timecode.m_fields) && hasMonth(from.m_fields) &&
         from.day() < from.daysInMonth())
     {
-        // Walking a day at a time would never reach an earlier day, nor one that no month has.
+        // Stepping one day at a time would never reach an earlier day, nor a day that no month has.
         const int64_t days = dayNumber(dateOf(from.m_fields)) - dayNumber(dateOf(timecode.m_fields));
         if (days > 0)
             return timecodeWithFrames(static_cast<uint32_t>(days) * rate().framesPerDay -
@@ -569,7 +570,7 @@ KIVProjectTimecode KIVProjectTimecode::timecodeSubtracting(const KIVProjectTimec
 
 void KIVProjectTimecode::multiplyBy(uint32_t factor) noexcept
 {
-    // Kept: the days of the product stay in the date; the C operation makes a legal duration of it.
+    // Kept: the days of the product stay in the date; the C operation makes a legal duration of the product.
     (void)multiplyFrames(rate(), m_fields, factor);
 }
 
@@ -622,7 +623,7 @@ void KIVProjectTimecode::adjustFrames(int32_t frames) noexcept
 int32_t KIVProjectTimecode::compareToTimecode(const KIVProjectTimecode &other) const noexcept
 {
     int32_t result = 0;
-    (void)compareFrames(m_fields, other.m_fields, result); // 0 with an invalid one
+    (void)compareFrames(m_fields, other.m_fields, result); // 0 if either is invalid
     return result;
 }
 
@@ -645,14 +646,14 @@ bool KIVProjectTimecode::isToday() const noexcept
 double KIVProjectTimecode::differenceInSecondsTo(const KIVProjectTimecode &other) const noexcept
 {
     double difference = 0;
-    (void)secondsBetween(rate(), m_fields, other.m_fields, difference); // 0 where there is none
+    (void)secondsBetween(rate(), m_fields, other.m_fields, difference); // 0 on failure
     return difference;
 }
 
 int64_t KIVProjectTimecode::differenceInFramesTo(const KIVProjectTimecode &other) const noexcept
 {
     int64_t difference = 0;
-    (void)framesBetween(rate(), m_fields, other.m_fields, difference); // 0 where there is none
+    (void)framesBetween(rate(), m_fields, other.m_fields, difference); // 0 on failure
     return difference;
 }
 

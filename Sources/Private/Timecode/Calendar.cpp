@@ -44,7 +44,7 @@ int64_t dayNumber(const Date &date)
 
 Date dateOfDayNumber(uint32_t number)
 {
-    uint32_t year = number / 365; // at most 44 years late at the end of 65536
+    uint32_t year = number / 365; // at most 44 years too late at the end of 65536
     while (daysBeforeYear(year) > number)
         year -= (daysBeforeYear(year) - number + 365) / 366;
     uint32_t day = number - daysBeforeYear(year);
@@ -84,7 +84,7 @@ Date subtractDays(const Date &date, uint64_t count)
     const uint64_t number = static_cast<uint64_t>(dayNumber(date));
     if (count <= number)
         return dateOfDayNumber(static_cast<uint32_t>(number - count));
-    // Kept: the year stops at 0, so that going back from January of year 0 leads to its December.
+    // Kept: the year stops at 0, so going back from January of year 0 leads to its December.
     const int64_t below = static_cast<int64_t>((count - number) % kDaysInYearZero);
     return dateOfDayNumber(static_cast<uint32_t>((kDaysInYearZero - below) % kDaysInYearZero));
 }

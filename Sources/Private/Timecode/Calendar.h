@@ -1,5 +1,5 @@
-// The calendar of a timecode record: zero-based day and month, a year of 16 bits. Months passed to the
-// functions that look one up are below 12; the callers refuse others.
+// The calendar of a timecode record: zero-based day and month, a 16-bit year. Functions that look up a month
+// need one below 12; the callers refuse others.
 #ifndef KIV_PRIVATE_TIMECODE_CALENDAR_H
 #define KIV_PRIVATE_TIMECODE_CALENDAR_H
 
@@ -23,7 +23,7 @@ struct Date
     return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
 }
 
-// Years of 366 days in 0 to year - 1, and the days before 1 January of that year since year 0.
+// The days before 1 January of `year`, counted from 1 January of year 0, leap years included.
 [[nodiscard]] constexpr uint32_t daysBeforeYear(uint32_t year)
 {
     if (year == 0)
@@ -37,8 +37,8 @@ struct Date
 // Zero-based; a day beyond its month counts on.
 [[nodiscard]] uint32_t dayOfYear(const Date &date);
 
-// Month by month this would take 130 million steps for the largest count; the calendar is linear, so
-// both go through the number of the day. A count of 0 does not bring a day beyond its month into place.
+// Month by month this would take 130 million steps for the largest count; the calendar is linear, so both use
+// the number of the day. A count of 0 does not correct a day beyond its month.
 [[nodiscard]] Date addDays(const Date &date, uint64_t count);
 [[nodiscard]] Date subtractDays(const Date &date, uint64_t count);
 

@@ -50,7 +50,7 @@ CFStringRef piece(const ArrayRef &pieces, CFIndex index)
     return static_cast<CFStringRef>(CFArrayGetValueAtIndex(pieces.get(), index));
 }
 
-// The values of `count` fields, as far as they hold digits.
+// Stores the values of `count` fields; fails at a field that holds anything but digits.
 KIVCS2Status readFields(const Formatting &formatting, const ArrayRef &pieces, CFIndex count, uint32_t *values)
 {
     for (CFIndex index = 0; index < count; ++index)
@@ -121,7 +121,7 @@ uint32_t getValueFromDate(Formatting &formatting, CFDateRef date, CFDateFormatte
     const MutexLock lock{formatting.dateFormatMutex};
     if (KIVCS2_FAILED(lock.status()))
     {
-        std::printf("getValueFormDate failed!\n"); // Kept: spelled so; hosts match the line
+        std::printf("getValueFormDate failed!\n"); // Kept: this spelling; hosts match the line
         return 0;
     }
     const StringRef text{CFDateFormatterCreateStringWithDate(nullptr, formatter, date)};
@@ -163,7 +163,7 @@ KIVCS2Status splitText(const Formatting &formatting, CFStringRef text, TextField
         return KIVCS2STATUS_MEMORY_ERR;
     const CFIndex count = CFArrayGetCount(pieces.get());
     if (count != 1 && count != 3 && count != 4)
-        return KIVCS2STATUS_OK; // Kept: another number of fields is midnight, not an error
+        return KIVCS2STATUS_OK; // Kept: any other number of fields is midnight, not an error
     KIV_TRY(readFields(formatting, pieces, count, fields.time.data()));
     fields.timeFields = static_cast<uint32_t>(count);
     return KIVCS2STATUS_OK;

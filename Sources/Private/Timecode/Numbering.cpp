@@ -11,7 +11,7 @@ namespace
 {
 constexpr uint32_t kSecondsPerHour = kMinutesPerHour * kSecondsPerMinute;
 
-// Fills the frame and second digits of one minute from index `at` and returns the index behind it.
+// Fills the frame and second digits of one minute from index `at` and returns the index after it.
 uint32_t fillMinute(Numbering &numbering, uint32_t at, uint32_t firstNumber)
 {
     uint32_t frame = firstNumber;
@@ -89,21 +89,21 @@ uint32_t frameOfClockTime(const Numbering &numbering, uint32_t minute, uint32_t 
     const uint8_t *seconds = numbering.convertSecond;
     const uint32_t last = numbering.framesPerHour - 1;
 
-    // The first frame of the minute, from where it would be without dropped numbers.
+    // The first frame of the minute, searched from its place without dropped numbers.
     uint32_t i = clampToHour(numbering, uint64_t{numbering.framesPerSecond} * kSecondsPerMinute * minute);
     while (minutes[i] >= minute && i > 0 && minutes[i - 1] >= minute)
         --i;
     while (minutes[i] < minute && i < last)
         ++i;
 
-    // The first frame of the second within it.
+    // The first frame of the second within the minute.
     uint32_t j = clampToHour(numbering, uint64_t{numbering.framesPerSecond} * second + i);
     while (seconds[j] >= second && j > 0 && minutes[j - 1] == minute && seconds[j - 1] >= second)
         --j;
     while (seconds[j] < second && j < last && minutes[j + 1] == minute)
         ++j;
 
-    // Kept: hosts rely on 2 frames less at 59.94 too, and on it in every second, not only where numbers drop.
+    // Kept: hosts rely on 2 frames less also at 59.94, and in every second, not only if numbers are dropped.
     uint64_t frame = uint64_t{millisecond} * numbering.framesPerSecond / 1000;
     if (numbering.droppedPerMinute > 0 && frame >= 2)
         frame -= 2;

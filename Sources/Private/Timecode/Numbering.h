@@ -1,4 +1,4 @@
-// The numbering of the frames of one hour: three digit tables, and the way back from digits to frames.
+// The numbering of the frames of one hour: three digit tables, and the conversion from digits to frames.
 #ifndef KIV_PRIVATE_TIMECODE_NUMBERING_H
 #define KIV_PRIVATE_TIMECODE_NUMBERING_H
 
@@ -17,11 +17,11 @@ struct Rate
 {
     uint32_t framesPerSecond; // nominal
     uint32_t framesPerHour;
-    uint32_t droppedPerMinute; // frame numbers skipped in every minute that is no multiple of ten
+    uint32_t droppedPerMinute; // frame numbers skipped in every minute that is not a multiple of ten
     double realFramesPerSecond;
 };
 
-// By KIVCS2FrameRate. Not the rates of the video formats: here the fractional rates are these
+// By KIVCS2FrameRate. These are not the rates of the video formats: here the fractional rates are these
 // two-decimal values, and 23.98 counts without dropping (SMPTE ST 12-1 defines no drop frame for it).
 inline constexpr std::array<Rate, KIVCS2FrameRate_MAX> kRates = {{
     {24, 86400, 0, 23.98},
@@ -50,9 +50,9 @@ struct Numbering
 [[nodiscard]] bool makeNumbering(const Rate &rate, Numbering &numbering);
 void freeNumbering(Numbering &numbering);
 
-// The frame of the hour that carries these digits, or kNoFrame. The first frame of the second gives the
-// only candidate, and the three tables decide whether it is the one: a dropped number points at a
-// neighbour, whose digits differ.
+// The frame of the hour with these digits, or kNoFrame. The first frame of the second gives the only
+// candidate, and the three tables decide whether it is the right one: a dropped number points at a neighbour,
+// whose digits differ.
 [[nodiscard]] inline uint32_t frameOfHour(const Numbering &numbering, uint32_t minute, uint32_t second,
                                           uint32_t frame)
 {
@@ -66,8 +66,8 @@ void freeNumbering(Numbering &numbering);
     return candidate;
 }
 
-// The frame of the hour for a time of the clock: always one that exists and of that second. At drop-frame
-// rates two before the one that has begun, or beside a number that is dropped.
+// The frame of the hour for a clock time: it always exists and belongs to that second. At drop-frame rates it
+// is two before the frame that has begun, or next to a dropped number.
 [[nodiscard]] uint32_t frameOfClockTime(const Numbering &numbering, uint32_t minute, uint32_t second,
                                         uint32_t millisecond);
 } // namespace kiv::timecode

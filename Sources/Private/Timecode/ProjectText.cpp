@@ -1,4 +1,4 @@
-// Splits lenient timecode text. Nothing is refused and nothing is allocated.
+// Splits lenient timecode text. No text is refused and nothing is allocated.
 #include "Private/Timecode/ProjectText.h"
 
 #include <algorithm>
@@ -13,7 +13,7 @@ struct Piece
     size_t end;
 };
 
-// The first pieces between the separators of `whole`; how many there are in all is returned.
+// Stores the first pieces between the separators of `whole` and returns the number of all pieces.
 template <size_t Size>
 size_t split(const Letters &letters, Piece whole, char16_t separator, std::array<Piece, Size> &pieces)
 {
@@ -32,7 +32,7 @@ size_t split(const Letters &letters, Piece whole, char16_t separator, std::array
     }
 }
 
-// As CFStringGetIntValue: white space, one sign, digits; the nearest value of 32 bits.
+// As CFStringGetIntValue(): white space, one sign, digits; the nearest 32-bit value.
 int32_t numberOf(const Letters &letters, Piece piece)
 {
     size_t at = piece.begin;
@@ -82,7 +82,7 @@ void splitTime(const Letters &letters, Piece whole, TextFields &fields)
     for (size_t index = 0; index < known; ++index)
         fields.time[index] = static_cast<uint8_t>(numberOf(letters, pieces[index]));
 }
-// "10:00:00:00" and "10:00:00;00", which most texts are.
+// "10:00:00:00" and "10:00:00;00", the form of most texts.
 bool splitPlainTime(const char *bytes, TextFields &fields)
 {
     for (size_t field = 0; field < kMaxTimeFields; ++field)

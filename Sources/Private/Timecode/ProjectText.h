@@ -1,4 +1,4 @@
-// The lenient text form of the project timecode: whatever the letters are, they read as some numbers.
+// The lenient text form of the project timecode: any letters read as some numbers.
 #ifndef KIV_PRIVATE_TIMECODE_PROJECT_TEXT_H
 #define KIV_PRIVATE_TIMECODE_PROJECT_TEXT_H
 
@@ -10,7 +10,7 @@
 
 namespace kiv::timecode
 {
-// A text as it comes, read unit by unit: bytes, or a system string that keeps none.
+// A text read unit by unit: bytes, or a system string that keeps no bytes.
 class Letters
 {
 public:
@@ -25,7 +25,7 @@ public:
     {
         return m_length;
     }
-    // Null for a system string that keeps none.
+    // Null for a system string that keeps no bytes.
     [[nodiscard]] const char *bytes() const
     {
         return m_bytes;
@@ -42,8 +42,8 @@ private:
     size_t m_length;
 };
 
-// One time field is a frame count; otherwise there are four. Both have what fits the record of what was
-// written: fields of 8 bits, the date's as stored.
+// One time field is a frame count; otherwise there are four. Values are cut to what the record holds: fields
+// to 8 bits, the date as stored.
 [[nodiscard]] TextFields splitLenientText(const Letters &letters);
 } // namespace kiv::timecode
 

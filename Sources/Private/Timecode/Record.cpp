@@ -1,4 +1,4 @@
-// The less trodden paths of a record's arithmetic: days, products, distances, dates.
+// The less common parts of a record's arithmetic: days, products, distances, dates.
 #include "Private/Timecode/Record.h"
 
 #include "Private/Support/Check.h"
@@ -17,14 +17,14 @@ KIVCS2Status roundDown(KIVCS2Timecode &tc, uint64_t step)
     return KIVCS2STATUS_OK;
 }
 
-// Whole days from the date of `a` to that of `b`, which is taken to be the later one.
+// Whole days from the date of `a` to that of `b`, which is assumed to be the later one.
 int64_t daysBetween(const Date &a, const Date &b)
 {
     const int64_t dayA = int64_t{dayOfYear(a)} + 1;
     const int64_t dayB = int64_t{dayOfYear(b)} + 1;
     if (a.year == b.year)
         return dayB - dayA;
-    // Kept: years are counted between, in whichever order they come.
+    // Kept: the years between are counted, in whichever order they come.
     const auto [first, last] = std::minmax(a.year, b.year);
     const int64_t between = int64_t{daysBeforeYear(last)} - int64_t{daysBeforeYear(first + 1u)};
     const int64_t rest = (isLeapYear(a.year) ? 366 : 365) - dayA;
@@ -83,7 +83,7 @@ KIVCS2Status borrowDays(const RateState &state, KIVCS2Timecode &tc, uint32_t fra
         return KIVCS2STATUS_FRAME_RATE_ERR;
     if (!hasMonth(tc))
         return KIVCS2STATUS_PARAM_ERR;
-    // One frame before midnight is the last of the day before; from there in whole days.
+    // One frame before midnight is the last frame of the day before; from there count in whole days.
     const uint32_t before = frames - framesOf(tc) - 1;
     setDate(tc, subtractDays(dateOf(tc), uint64_t{before / state.framesPerDay} + 1));
     setFrames(tc, state.framesPerDay - 1 - before % state.framesPerDay);

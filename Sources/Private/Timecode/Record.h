@@ -1,5 +1,5 @@
-// The record of a timecode and its arithmetic under any frame rate: what the C operations and the class,
-// each with a rate of its own, have in common. Without a rate nothing here divides or loops.
+// The record of a timecode and its arithmetic under any frame rate, shared by the C operations and the class,
+// each with its own rate. Without a rate no function here divides or loops.
 #ifndef KIV_PRIVATE_TIMECODE_RECORD_H
 #define KIV_PRIVATE_TIMECODE_RECORD_H
 
@@ -17,7 +17,7 @@ constexpr uint32_t kDayShift = 32;
 constexpr uint32_t kMonthShift = 40;
 constexpr uint32_t kYearShift = 48;
 
-// A rate in force: its figures and its tables. All zero while there is none.
+// The current rate: its figures and its tables. All zero while no rate is set.
 struct RateState
 {
     uint32_t framesPerSecond;
@@ -81,7 +81,7 @@ constexpr void setDate(KIVCS2Timecode &tc, const Date &date)
 
 // ---- Fields
 
-// Every lookup starts here: the frame of the hour, when there is one and there are tables.
+// Every lookup starts here: stores the frame of the hour, if the record is valid and there are tables.
 [[nodiscard]] inline KIVCS2Status frameWithinHour(const RateState &state, KIVCS2Timecode tc, uint32_t &index)
 {
     if (!isValid(tc))
@@ -104,8 +104,8 @@ constexpr void setDate(KIVCS2Timecode &tc, const Date &date)
             numbering.convertFrame[index]};
 }
 
-// The frame count of four fields; the date stays. Fields that name no frame leave the hours alone and are
-// false: the caller logs them.
+// Sets the frame count from four fields; the date stays. For fields that name no frame only the hours are
+// used and the result is false: the caller logs them.
 [[nodiscard]] inline bool setFields(const RateState &state, KIVCS2Timecode &tc, uint32_t hours,
                                     uint32_t minutes, uint32_t seconds, uint32_t frames)
 {
@@ -121,25 +121,25 @@ constexpr void setDate(KIVCS2Timecode &tc, const Date &date)
     return state.dropFrameTimecode ? ';' : ':';
 }
 
-// A double cut to its low 32 bits by way of 64; what 64 bits do not hold is 0.
+// A double cut to its low 32 bits by way of 64; a value that 64 bits do not hold gives 0.
 [[nodiscard]] uint32_t truncateToFrames(double frames);
 
-// The frame count over the real rate; a failure stores nothing.
+// The frame count divided by the real rate; a failure stores nothing.
 [[nodiscard]] KIVCS2Status secondsOf(const RateState &state, KIVCS2Timecode tc, double &seconds);
 
-// A date taken apart, with its one-based day and month.
+// An unpacked date, with its one-based day and month.
 struct DateReading
 {
     uint32_t day, month, year;
     uint32_t hours, minutes, seconds, milliseconds;
 };
 
-// The date and, with its time, the frame that frameOfClockTime() makes of it; otherwise frame count 0.
+// Sets the date and, with its time, the frame from frameOfClockTime(); otherwise frame count 0.
 void setFromReading(const RateState &state, KIVCS2Timecode &tc, const DateReading &reading, bool includeTime);
 
 // ---- Arithmetic. A failure leaves the record unchanged.
 
-// Adds whole days that frames were carried into, and stores what is left of them.
+// Adds whole days carried from frames, and stores the remaining frames.
 [[nodiscard]] KIVCS2Status carryDays(KIVCS2Timecode &tc, const Carry &carry);
 
 [[nodiscard]] inline KIVCS2Status addFrames(const RateState &state, KIVCS2Timecode &tc, uint32_t frames)
@@ -157,7 +157,7 @@ void setFromReading(const RateState &state, KIVCS2Timecode &tc, const DateReadin
     return carryDays(tc, {sum % state.framesPerDay, sum / state.framesPerDay});
 }
 
-// Borrows whole days from the date: more frames than the record counts.
+// Borrows whole days from the date: for more frames than the record counts.
 [[nodiscard]] KIVCS2Status borrowDays(const RateState &state, KIVCS2Timecode &tc, uint32_t frames);
 
 [[nodiscard]] inline KIVCS2Status subtractFrames(const RateState &state, KIVCS2Timecode &tc, uint32_t frames)
@@ -173,22 +173,22 @@ void setFromReading(const RateState &state, KIVCS2Timecode &tc, const DateReadin
 [[nodiscard]] KIVCS2Status addDays(KIVCS2Timecode &tc, uint32_t count);
 [[nodiscard]] KIVCS2Status subtractDays(KIVCS2Timecode &tc, uint32_t count);
 
-// Adds the frame count to itself until it is there `factor` times; 0 and 1 change nothing.
+// Adds the frame count to itself until it has `factor` times its value; 0 and 1 change nothing.
 [[nodiscard]] KIVCS2Status multiplyFrames(const RateState &state, KIVCS2Timecode &tc, uint32_t factor);
 
-// Round the frame count down to a multiple. Kept: a minute has the nominal number of frames at the drop-frame
-// rates too, so that a snapped count need not be a whole minute.
+// Round the frame count down to a multiple. Kept: a minute has the nominal number of frames also at the
+// drop-frame rates, so a snapped count need not be a whole minute.
 [[nodiscard]] KIVCS2Status snapToMinutes(const RateState &state, KIVCS2Timecode &tc, uint32_t minutes);
 [[nodiscard]] KIVCS2Status snapToHours(const RateState &state, KIVCS2Timecode &tc, uint32_t hours);
 
 // ---- Measuring. A failure stores nothing.
 
-// Both valid: 1, 0 or -1 by the frame counts.
+// For two valid records: 1, 0 or -1 by the frame counts.
 [[nodiscard]] KIVCS2Status compareFrames(KIVCS2Timecode a, KIVCS2Timecode b, int32_t &result);
-// From `a` to `b`, which on two days is taken to be the later year.
+// From `a` to `b`, which on two days is assumed to be the later year.
 [[nodiscard]] KIVCS2Status framesBetween(const RateState &state, KIVCS2Timecode a, KIVCS2Timecode b,
                                          int64_t &difference);
-// Kept: `a` less `b`, the other way round; on two days a success that stores nothing.
+// Kept: `a` less `b`, the reverse order; on two days a success that stores nothing.
 [[nodiscard]] KIVCS2Status secondsBetween(const RateState &state, KIVCS2Timecode a, KIVCS2Timecode b,
                                           double &difference);
 } // namespace kiv::timecode

@@ -1,4 +1,4 @@
-// Splits and writes timecode text without a detour over string objects.
+// Splits and writes timecode text without string objects.
 #include "Private/Timecode/Text.h"
 
 #include <algorithm>
@@ -9,7 +9,7 @@ namespace kiv::timecode
 {
 namespace
 {
-constexpr ptrdiff_t kMaxPlainDigits = 9; // what a 32-bit number holds whatever the digits
+constexpr ptrdiff_t kMaxPlainDigits = 9; // fit a 32-bit number whatever the digits
 
 constexpr std::array<char, 200> kDigitPairs = []
 {
@@ -28,7 +28,7 @@ char *putPair(char *at, uint32_t value)
     return at + 2;
 }
 
-// ":MM:SS" and the frames behind their separator, with the terminator.
+// Writes ":MM:SS" and the frames after their separator, with the terminator.
 char *putBelowHours(char *at, const ClockFields &clock, char separator)
 {
     *at++ = ':';
@@ -44,7 +44,7 @@ char *putBelowHours(char *at, const ClockFields &clock, char separator)
 constexpr size_t kMaxDigits = 5;                                 // 49710 hours at 24 frames; year 65535
 constexpr size_t kMaxTimeSize = kMaxDigits + sizeof ":MM:SS:FF"; // terminator included
 constexpr size_t kMaxFramesSize = sizeof "-2147483648";
-constexpr size_t kMaxTextSize = 3 * (kMaxDigits + 1) + kMaxTimeSize; // three numbers, each with what follows
+constexpr size_t kMaxTextSize = 3 * (kMaxDigits + 1) + kMaxTimeSize; // three numbers, each with its separator
 static_assert(kMaxFramesSize <= kMaxTimeSize);
 
 char *putNumber(char *at, uint32_t value)
@@ -80,7 +80,7 @@ char *putFrames(char *at, int32_t frames)
     return at;
 }
 
-// Copies a text that ends with its terminator, and returns its length without.
+// Copies a text that ends with its terminator, and returns its length without the terminator.
 size_t copyWhole(const char *text, const char *end, char *buffer, size_t size)
 {
     const auto length = static_cast<size_t>(end - text);
@@ -90,7 +90,7 @@ size_t copyWhole(const char *text, const char *end, char *buffer, size_t size)
     return length - 1;
 }
 
-// Moves `at` over one number; false without a digit or with too many.
+// Moves `at` over one number; false if there is no digit or too many.
 bool takeNumber(const char *&at, uint32_t &value)
 {
     const char *const start = at;
@@ -101,7 +101,7 @@ bool takeNumber(const char *&at, uint32_t &value)
     return at != start && at - start <= kMaxPlainDigits;
 }
 
-// The pieces of a text between separators; those beyond the room of `Most` are only counted.
+// The pieces of a text between separators; pieces beyond the room of `Most` are only counted.
 template <size_t Most>
 struct Pieces
 {
@@ -123,8 +123,8 @@ struct Pieces
     }
 };
 
-// The number of a field: empty is 0, and one too large for 31 bits is the largest. False if it is not all
-// digits.
+// Stores the number of a field: empty gives 0, and a number too large for 31 bits the largest one. False if
+// it is not all digits.
 bool readField(std::string_view field, uint32_t &value)
 {
     constexpr uint64_t kLargest = INT32_MAX;
@@ -177,7 +177,7 @@ bool splitText(std::string_view text, TextFields &fields)
         return false;
     const Pieces<kMaxTimeFields> time{parts.pieces[dated ? 1 : 0], ':'};
     if (time.count != 1 && time.count != 3 && time.count != 4)
-        return true; // Kept: another number of fields is midnight, not an error
+        return true; // Kept: any other number of fields is midnight, not an error
     if (!readFields(time, fields.time.data()))
         return false;
     fields.timeFields = static_cast<uint32_t>(time.count);
