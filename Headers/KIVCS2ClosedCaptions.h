@@ -4,22 +4,22 @@
  * signal, and the MCC and SCC files that store them.
  *
  * A caption of CEA-608 is a pair of bytes, each with odd parity in bit 7. CEA-708 carries such
- * pairs beside its own data as triplets (cc_data). SMPTE 334-2 puts the triplets of one frame
+ * pairs next to its own data as triplets (cc_data). SMPTE 334-2 puts the triplets of one frame
  * into a caption distribution packet (CDP), and SMPTE 291M puts the CDP into an ancillary
- * packet, which is stored as 8-bit or 10-bit words, alone or wrapped as SMPTE 436M. The first
- * section of this header goes each of these ways:
+ * packet, which is stored as 8-bit or 10-bit words, bare or wrapped as SMPTE 436M. The first
+ * section of this header converts in each of these directions:
  *
  *     436M stream --> 291M stream --> CDP --> 608 pairs
  *                                      |  \-> CEA-708 caption data block
  *     608 pairs, 708 triplets ---------+
  *
- * Nothing here keeps state or allocates, but for kivCS2ClosedCaptions_createDateStringWithFormat().
- * Every operation may be called from any thread as long as its stream and buffers belong to that
- * thread. "With atom" always means that the packet is preceded by the 8-byte QuickTime atom
+ * No operation keeps state, and only kivCS2ClosedCaptions_createDateStringWithFormat() allocates. Every
+ * operation may be called from any thread as long as its stream and buffers belong to that thread. "With
+ * atom" always means that the packet is preceded by the 8-byte QuickTime atom
  * header: its size, big-endian, header included, and then "ccdp".
  *
- * Bytes that come from outside never make an operation read or write past the buffers it was
- * given. A failed operation may leave its output partly written.
+ * Input bytes never make an operation read or write past its buffers. A failed operation may leave its output
+ * partly written.
  */
 #ifndef KIVCS2_CLOSED_CAPTIONS_H
 #define KIVCS2_CLOSED_CAPTIONS_H
@@ -35,9 +35,9 @@ KIVCS2_BEGIN_DECLS
 /* ---- Caption words and packets (SMPTE 291M, 334, 436M; CEA-608, CEA-708) ---- */
 
 /**
- * How an ancillary packet lies in a stream. A 10-bit word takes two bytes, big-endian, of which
- * the top 6 bits are ignored; then come bit 9 (the inverse of bit 8), bit 8 (even parity) and
- * the 8 data bits. Source: SMPTE ST 291-1.
+ * How an ancillary packet is stored in a stream. A 10-bit word takes two bytes, big-endian. The top 6 bits
+ * are ignored; then follow bit 9 (the inverse of bit 8), bit 8 (even parity) and the 8 data bits. Source:
+ * SMPTE ST 291-1.
  */
 typedef uint32_t KIVCS2CaptionANCFormat;
 enum
@@ -67,9 +67,9 @@ KIVCS2_API uint8_t kivCS2ClosedCaptions_oddParityByte(uint8_t byte);
 
 /**
  * Describes a CEA-608 byte pair in words, zero-terminated: "Control channel 0 = command erase
- * displayed memory, line 21". Parity bits are not looked at. A printable pair is copied as it
- * is, so that a second character of 0 ends the text early. Mid-row codes are reported as unknown
- * special characters, and of the extended characters only second bytes 0x40 to 0x5F are known.
+ * displayed memory, line 21". Parity bits are ignored. A printable pair is copied unchanged, so a second
+ * character of 0 ends the text early. Mid-row codes are reported as unknown special characters; of the
+ * extended characters only second bytes 0x40 to 0x5F are known.
  * @param[out] buffer  room for KIVCS2_CEA608_DESCRIPTION_SIZE characters
  * @retval KIVCS2STATUS_DATA_ERR   the pair is empty (00 00 without parity); nothing is written
  * @retval KIVCS2STATUS_PARAM_ERR  `buffer` is null
@@ -78,9 +78,9 @@ KIVCS2_API uint8_t kivCS2ClosedCaptions_oddParityByte(uint8_t byte);
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_decodeCEA608CCPair(uint8_t byte1, uint8_t byte2, char *buffer);
 
 /**
- * Reads one 8-bit word through the bit reader, which must have been begun with
- * kivCS2Stream_beginReadBits(), and adds it to `*checksum` unless that is null. The bit reader
- * fetches a byte ahead.
+ * Reads one 8-bit word through the bit reader, which must have been started with
+ * kivCS2Stream_beginReadBits(), and adds the word to `*checksum` unless that pointer is null. The bit reader
+ * fetches one byte ahead.
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` or `value` is null
  * @retval other                   the stream's own failure; the checksum is unchanged
  */
@@ -88,9 +88,9 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_read8BitWord(KIVCS2Stream *stream, 
                                                           uint32_t *checksum);
 
 /**
- * Reads one 10-bit word: its two parity bits (bit 9 is the higher) and its 8 data bits, and adds
- * all ten to `*checksum` unless that is null.
- * @param skip  passes over the 6 unused bits in front of the word first
+ * Reads one 10-bit word: its two parity bits (bit 9 is the higher) and its 8 data bits. Adds all ten bits to
+ * `*checksum` unless that pointer is null.
+ * @param skip  first skips the 6 unused bits in front of the word
  * @retval KIVCS2STATUS_PARAM_ERR  `stream`, `value` or `parity` is null
  * @retval other                   the stream's own failure; the checksum is unchanged
  */
@@ -100,7 +100,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_read10BitParityWord(KIVCS2Stream *s
 
 /**
  * Reads one 8-bit word as kivCS2ClosedCaptions_read8BitWord() does and compares it.
- * @retval KIVCS2STATUS_DATA_ERR   another byte than `expected`; it is consumed and counted
+ * @retval KIVCS2STATUS_DATA_ERR   the byte is not `expected`; it is consumed and counted
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
  * @retval other                   the stream's own failure
  */
@@ -110,7 +110,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_validate8BitWord(KIVCS2Stream *stre
 /**
  * Reads one 10-bit word as kivCS2ClosedCaptions_read10BitParityWord() does and compares both the
  * data bits and the two parity bits.
- * @retval KIVCS2STATUS_DATA_ERR   another word than expected; it is consumed and counted
+ * @retval KIVCS2STATUS_DATA_ERR   the word is not the expected one; it is consumed and counted
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null
  * @retval other                   the stream's own failure
  */
@@ -119,17 +119,17 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_validate10BitParityWord(KIVCS2Strea
                                                                      uint32_t *checksum);
 
 /**
- * Takes the CDP out of a caption packet (DID 0x61, SDID 0x01) at the stream's position.
+ * Extracts the CDP from a caption packet (DID 0x61, SDID 0x01) at the stream's position.
  *
- * The packet's data count goes into `*bufferSize` (with atom 8 more, in 8 bits: a count above 247
- * wraps and is refused), and its user data words into `buffer`. The checksum of a 10-bit packet
- * is always compared; that of an 8-bit packet only when at least one more byte follows it in the
- * stream. The stream is left one byte behind what was read, if there is one. Where the data end
- * early, the last byte is seen again instead, as the bit reader has it.
- * A word format above 3 succeeds without touching anything.
+ * The packet's data count goes into `*bufferSize` (8 more with atom, in 8 bits: a count above 247 wraps and
+ * is refused), and its user data words into `buffer`. The checksum of a 10-bit packet is always compared;
+ * that of an 8-bit packet only if at least one more byte follows it in the stream. The stream is left one
+ * byte past the packet, if there is such a byte. If the data end early, the bit reader delivers the last byte
+ * again.
+ * A word format above 3 succeeds without any effect.
  * @param         withAtom    stores the atom header in front of the CDP
  * @param[out]    buffer      at least `*bufferSize` bytes
- * @param[in,out] bufferSize  in: room in bytes; out: bytes stored, once the room was found enough
+ * @param[in,out] bufferSize  in: room in bytes; out: bytes stored, set once the room is known to suffice
  * @retval KIVCS2STATUS_DATA_ERR         no caption packet here, or its checksum is wrong
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the CDP (and atom) does not fit, or its size wrapped
  * @retval KIVCS2STATUS_PARAM_ERR        `stream`, `buffer` or `bufferSize` is null
@@ -141,15 +141,15 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPT
     uint32_t *bufferSize);
 
 /**
- * Takes the first CDP out of wrapped ancillary data: of the line records, those of lines 4, 9 and
- * 21 with a sample coding of 4 to 9 are tried in turn, each with the room the caller gave. A line
- * that holds no valid packet, or whose payload reaches beyond the stream, is passed over.
+ * Extracts the first CDP from wrapped ancillary data. Of the line records, those of lines 4, 9 and 21 with a
+ * sample coding of 4 to 9 are tried in turn, each with the room the caller gave. A line without a valid
+ * packet, or with a payload that reaches past the stream's end, is skipped.
  *
- * The stream must support kivCS2Stream_getBytes() without moving its position, and relative
- * positioning: a memory stream does. It is left in front of the payload of the line that gave
+ * The stream must support relative positioning, and its kivCS2Stream_getBytes() must not move the position: a
+ * memory stream qualifies. It is left in front of the payload of the line that held the CDP.
  * the CDP.
  * @param[in,out] bufferSize  in: room in bytes; out: bytes stored; unchanged on failure
- * @retval KIVCS2STATUS_DATA_ERR    no line gave a CDP
+ * @retval KIVCS2STATUS_DATA_ERR    no line held a CDP
  * @retval KIVCS2STATUS_FORMAT_ERR  the line count or a line's header is cut short
  * @retval KIVCS2STATUS_PARAM_ERR   `stream`, `buffer` or `bufferSize` is null
  * @retval other                    the stream's own failure
@@ -167,14 +167,14 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPT
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_writeQuickTimeAtom(uint8_t **buffer, uint32_t atomSize);
 
 /**
- * Takes the CEA-608 pairs of field 1 and field 2 out of a CDP, each as two bytes in memory order.
- * A field without a valid triplet gives 80 80; of several the last counts. The packet's checksum
- * and counters are not compared.
+ * Extracts the CEA-608 pairs of field 1 and field 2 from a CDP, each as two bytes in memory order. A field
+ * without a valid triplet gives 80 80; of several triplets the last counts. The packet's checksum and
+ * counters are not checked.
  * @param[in]  buffer708      the CDP, `bufferSize708` bytes, the atom header in front included
- * @param[out] buffer608      field 1, then field 2; set before the packet is looked at
+ * @param[out] buffer608      field 1, then field 2; set before the packet is read
  * @param[in]  bufferSize608  bytes of room in `buffer608`, at least 4
- * @retval KIVCS2STATUS_EOF_ERR          no valid triplet of field 1; one of field 2 alone does not count
- * @retval KIVCS2STATUS_DATA_ERR         no CDP, or an unknown section
+ * @retval KIVCS2STATUS_EOF_ERR          no valid triplet of field 1; one of field 2 does not suffice
+ * @retval KIVCS2STATUS_DATA_ERR         not a CDP, or an unknown section
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  no room, or the CDP or a section of it is cut short
  * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null
  * Thread safety: any thread. Source: SMPTE ST 334-2, CEA-708.
@@ -184,7 +184,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP70
     const uint32_t *bufferSize608);
 
 /**
- * Exactly kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat() with the SDI flag
+ * The same as kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat() with the SDI flag
  * cleared: the packet has KIVCS2_CDP_SIZE bytes.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(
@@ -193,8 +193,8 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Pa
 
 /**
  * Makes a CDP without atom from one or two CEA-608 pairs, at 29.97 frames per second with 20
- * triplets, and stamps its counters and its checksum. A field not given carries 80 80.
- * @param[in]     buffer608      field 1 and then, where there is one, field 2, in memory order
+ * triplets, and sets its counters and its checksum. A field that was not given carries 80 80.
+ * @param[in]     buffer608      field 1, then field 2 if given, in memory order
  * @param         bufferSize608  2 or 4 bytes
  * @param[out]    buffer708      the packet
  * @param[in,out] bufferSize708  in: room in bytes; out: KIVCS2_CDP_SIZE or KIVCS2_CDP_SDI_SIZE
@@ -208,16 +208,17 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Pa
     uint16_t sequenceNumber, bool sdi);
 
 /**
- * Makes a CDP with atom around CEA-708 triplets and stamps its counters and its checksum.
+ * Makes a CDP with atom around CEA-708 triplets and sets its counters and its checksum.
  *
- * The head is that of 20 triplets whatever is given: only a `bufferSize708Data` of 60 makes a
- * consistent packet, of 90 bytes. Offsets and the stored size are taken modulo 256.
- * The room is compared with 82 only. **The caller must give
- * KIVCS2_CDP_ROOM_FOR_708_DATA(bufferSize708Data) bytes**, and never less than 82.
+ * The header always declares 20 triplets, so only a `bufferSize708Data` of 60 makes a consistent packet, of
+ * 90 bytes. Offsets and the stored size are taken modulo 256.
+ * The room is only compared with 82. **The caller must give KIVCS2_CDP_ROOM_FOR_708_DATA(bufferSize708Data)
+ * bytes**, and never less than 82.
  * @param[in]     buffer708Data  `bufferSize708Data` bytes of triplets, not overlapping `buffer708`
  * @param[in,out] bufferSize708  in: room in bytes; out: 30 + `bufferSize708Data`, modulo 256
- * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  room below 82, nothing written; or the size modulo 256 is
- *                                       below 18, written but not stamped, size not stored
+ * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the room is below 82: nothing is written; or the size modulo 256 is
+ *                                       below 18: the packet is written without counters and checksum, and
+ *                                       the size is not stored
  * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null
  * Thread safety: any thread. Source: SMPTE ST 334-2.
  */
@@ -226,8 +227,8 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Pa
     uint16_t sequenceNumber);
 
 /**
- * Stamps a CDP's two sequence counters and then its checksum, so that its bytes sum to 0 modulo
- * 256. Where the footer stands is taken from the size alone; the atom is not part of the sum.
+ * Sets a CDP's two sequence counters and then its checksum, so that its bytes sum to 0 modulo 256. The
+ * footer's place follows only from the size; the atom is not part of the sum.
  * @param[in,out] buffer708Data      the packet, atom header in front included
  * @param         bufferSize708Data  its bytes: at least 10, with atom 18
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  fewer bytes; nothing is written
@@ -240,13 +241,13 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumb
                                                                                    uint16_t sequenceNumber);
 
 /**
- * Turns a CDP into a CEA-708 caption data block: 0xC0 | cc_count, 0xFF, then every triplet, valid
- * or not. The packet is walked to its end; its checksum is not compared. A packet without caption
- * data succeeds and leaves the size as it is. What fails behind the room leaves the block and its
- * size as far as they were written: a section that is cut short its whole triplets.
- * @param[out]    bufferCEA708      the block; null asks for its size only
+ * Converts a CDP to a CEA-708 caption data block: 0xC0 | cc_count, 0xFF, then every triplet, valid or not.
+ * The packet is read to its end; its checksum is not checked. A packet without caption data succeeds and
+ * leaves the size unchanged. After a failure that is found once the room was accepted, the block and its size
+ * stay as far as they were written: of a section that is cut short, its whole triplets.
+ * @param[out]    bufferCEA708      the block; null to get only its size
  * @param[in,out] bufferSizeCEA708  in: room in bytes; out: cc_count * 3 + 2, at most 95
- * @retval KIVCS2STATUS_DATA_ERR         no CDP, or an unknown section
+ * @retval KIVCS2STATUS_DATA_ERR         not a CDP, or an unknown section
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  no room, or the CDP or a section of it is cut short
  * @retval KIVCS2STATUS_PARAM_ERR        `bufferCDP708` or `bufferSizeCEA708` is null
  * Thread safety: any thread. Source: SMPTE ST 334-2, CEA-708.
@@ -257,24 +258,24 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708
 
 /**
  * Reads the next line of a caption file. A line ends at a line feed or a carriage return, which
- * is not kept, or at the end of the input; empty lines and lines that begin with "//" are passed
- * over. Nothing behind the line is consumed.
+ * is not kept, or at the end of the input; empty lines and lines that begin with "//" are skipped. No byte
+ * after the line is consumed.
  * @param[out]    buffer  the line, zero-terminated
  * @param[in,out] size    in: room in bytes, terminator included; out: length of the line without it
- * @retval KIVCS2STATUS_NO_DATA_ERR    no further line; a failing read is taken as the end as well
- * @retval KIVCS2STATUS_NOT_FOUND_ERR  the line (a comment line too) has `*size` characters or more:
- *                                     that many are consumed, and the next call goes on behind them
+ * @retval KIVCS2STATUS_NO_DATA_ERR    no further line; a failing read counts as the end as well
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  the line (also a comment line) has `*size` characters or more: that
+ *                                     many are consumed, and the next call continues after them
  * @retval KIVCS2STATUS_PARAM_ERR      a pointer is null
  * On failure `*size` is unchanged.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_readLine(KIVCS2Stream *stream, char *buffer, uint32_t *size);
 
 /**
- * The current time in the locale "en_US", local time zone, by the caller's pattern.
+ * Stores the current local time, formatted in the locale "en_US" with the caller's pattern.
  * @param      format  a date pattern of Unicode TS 35, "HH:mm:ss" for example
  * @param[out] result  a new zero-terminated text; release it with kivCS2String_freeCString()
  * @retval KIVCS2STATUS_DATA_ERR     the locale, the formatter or the string could not be made
- * @retval KIVCS2STATUS_CAPTION_ERR  nothing of the text converts to ASCII, an empty one included
+ * @retval KIVCS2STATUS_CAPTION_ERR  the text is empty or does not convert to ASCII
  * @retval KIVCS2STATUS_MEMORY_ERR   no room for the text
  * @retval KIVCS2STATUS_PARAM_ERR    `format` or `result` is null
  * Thread safety: any thread.
@@ -299,7 +300,7 @@ enum
 typedef struct KIVCS2ClosedCaption
 {
     KIVCS2Timecode m_timecode;    /**< of the line; no date */
-    KIVCS2Timecode m_endTimecode; /**< first frame behind the caption; SCC only, otherwise 0 */
+    KIVCS2Timecode m_endTimecode; /**< first frame after the caption; SCC only, otherwise 0 */
     uint32_t m_flags;             /**< bits of KIVCS2ClosedCaptionFlag */
     uint32_t m_field;             /**< field suffix: 0 or 1 */
     uint32_t m_number;            /**< number suffix (MCC version 2) */
@@ -322,9 +323,9 @@ typedef struct KIVCS2ClosedCaptionsMCCStream
     bool m_reading;                /**< true: the file is read; false: it is written */
     bool m_ownsStream;             /**< true: freeing this record frees the stream as well */
     uint32_t m_version;            /**< MCC version, 1 or 2, known after the header; 0 for SCC */
-    uint32_t m_frameRate;          /**< KIVCS2FrameRate that the MCC header names; a record only */
+    uint32_t m_frameRate;          /**< KIVCS2FrameRate that the MCC header names; not used for timecodes */
     KIVCS2Stream *m_stream;        /**< the file; not owned unless `m_ownsStream` */
-    KIVCS2ClosedCaption m_caption; /**< the pending caption: read, and not yet passed by */
+    KIVCS2ClosedCaption m_caption; /**< the pending caption: read, and not yet passed */
 } KIVCS2ClosedCaptionsMCCStream;
 
 /**
@@ -341,15 +342,15 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_init(KIVCS2ClosedCaptionsM
 /**
  * Reads the header up to and including the first caption line, which is then pending. Stores the
  * version and the rate that the file names; lines that are neither the rate nor a caption (the
- * comment block, UUID, creation lines) are passed over. "30DF" and "60DF" are recorded as 30 and 60.
- * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or writes
+ * comment block, UUID, creation lines) are skipped. "30DF" and "60DF" are recorded as 30 and 60.
+ * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or is a writer
  * @retval KIVCS2STATUS_HEADER_ERR      the first line does not name MCC version 1.0 or 2.0
- * @retval KIVCS2STATUS_FRAME_RATE_ERR  the rate in the file is none of 24, 25, 30, 50, 60, and
- *                                      `m_frameRate` is 0; or no module-wide rate is set and a line
- *                                      that looks like a caption was reached: set a rate, which
- *                                      `m_frameRate` names but for drop-frame, and call `reset`
- * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended before the first caption; a failing read counts
- *                                      as the end, and the line it cuts as the last one
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  the file's rate is not 24, 25, 30, 50 or 60, and `m_frameRate` is 0;
+ *                                      or no module-wide rate is set and a line that looks like a caption was
+ *                                      reached: set a rate (`m_frameRate` names it except for drop-frame) and
+ *                                      call `reset`
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended before the first caption; a failing read counts as the
+ *                                      end, and the line that it cuts off counts as the last line
  * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more
  * After a failure nothing is pending; `reset` does not read the header again.
  * Source: MacCaption MCC 1.0 and 2.0.
@@ -361,10 +362,11 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_readHeader(KIVCS2ClosedCap
  * the module-wide frame rate (24, 25, 29.97 as "30DF", 30, 50, 59.94 as "60DF", 60).
  * @param[in] version          1 or 2; 2 allows the field and number suffixes
  * @param[in] uuid             text, or null for a new UUID
- * @param[in] applicationName  stands behind "Creation Program="
+ * @param[in] applicationName  written after "Creation Program="
  * @param[in] date             text, or null for today, as in "Monday, March 4, 2024"
  * @param[in] time             text, or null for now, as in "17:05:00"
- * @retval KIVCS2STATUS_PARAM_ERR       `mcc` or `applicationName` is null, `mcc` reads, or the version
+ * @retval KIVCS2STATUS_PARAM_ERR       `mcc` or `applicationName` is null, `mcc` is a reader, or `version` is
+ *                                      not 1 or 2
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  23.98 or no rate is set; everything before the rate is written
  * or the first failing status of the stream, with the earlier items written.
  * Source: MacCaption MCC 1.0 and 2.0.
@@ -375,12 +377,12 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeHeader(KIVCS2ClosedCa
                                                                   const char *date, const char *time);
 
 /**
- * Stores the caption of the frame `timecode` in `caption`, reading forward as far as needed. Only
- * frame counts are compared; dates are ignored. The caption stays pending, so asking again gives it
- * again, and of several lines with one timecode only the first is handed out. An earlier timecode
- * never rewinds (kivCS2ClosedCaptionsMCCStream_reset() does). On failure `caption` is cleared.
+ * Stores the caption of the frame `timecode` in `caption`, reading forward as far as needed. Only frame
+ * counts are compared; dates are ignored. The caption stays pending, so a second request for it succeeds too;
+ * of several lines with one timecode only the first is returned. An earlier timecode never rewinds
+ * (kivCS2ClosedCaptionsMCCStream_reset() does). On failure `caption` is cleared.
  *
- * How to read a whole file: ask for every frame from the first caption's on, and look at what is pending.
+ * How to read a whole file: request every frame from the first caption's on, and check the pending caption.
  *
  *     KIVCS2Timecode frame = mcc.m_caption.m_timecode;
  *     do
@@ -397,29 +399,29 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeHeader(KIVCS2ClosedCa
  *         status = kivCS2Timecode_tick(&frame);
  *     } while (KIVCS2_SUCCEEDED(status) && (uint32_t)frame != 0);
  *
- * KIVCS2STATUS_NOT_FOUND_ERR has four meanings. The pending caption, `mcc->m_caption`, tells them apart:
- * - it is valid and later than `timecode`: there is no caption on this frame; go on with the next one
+ * KIVCS2STATUS_NOT_FOUND_ERR has four meanings. The pending caption, `mcc->m_caption`, distinguishes them:
+ * - it is valid and later than `timecode`: there is no caption on this frame; continue with the next frame
  * - it is valid and earlier: the next line has 1024 characters or more. They are lost, and the next call
- *   goes on behind them
- * - it is not valid: the next line was not a caption (a note; a space where the tab should be)
- * - it is not valid, and nothing was read: an earlier call had failed. Only `reset` goes on
- * @retval KIVCS2STATUS_PARAM_ERR       an argument is null, or `mcc` writes
+ *   continues after them
+ * - it is not valid: the next line was not a caption (a note; a space in place of the tab)
+ * - it is not valid, and nothing was read: an earlier call had failed. Only `reset` helps
+ * @retval KIVCS2STATUS_PARAM_ERR       an argument is null, or `mcc` is a writer
  * @retval KIVCS2STATUS_NOT_FOUND_ERR   as above
- * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended, or a read failed; the last caption stays pending,
- *                                      and every further request beyond it has the same status
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended, or a read failed; the last caption stays pending, and
+ *                                      every further request past it has the same status
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR, KIVCS2STATUS_CAPTION_ERR, KIVCS2STATUS_OVERFLOW_ERR  a line
- *         that does not decode, as kivCS2ClosedCaptionsMCCStream_decodeCaption(); nothing is pending any
- *         more until `reset`
+ *         that does not decode, as for kivCS2ClosedCaptionsMCCStream_decodeCaption(); nothing is pending
+ *         until `reset`
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(
     KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2Timecode *timecode, KIVCS2ClosedCaption *caption);
 
 /**
- * Appends the line of `caption`: timecode, in version 2 the suffixes its flags name, and the packet
- * with the letter compression. The line's end is written with the next line. Nothing is rolled back
- * when the stream fails. A short write that the stream reports as a success is not noticed.
- * @retval KIVCS2STATUS_PARAM_ERR   an argument is null, `mcc` reads, or `m_captionSize` is above 264
+ * Appends the line of `caption`: the timecode, in version 2 the suffixes that its flags name, and the packet
+ * with the letter compression. The line's end is written with the next line. Nothing is rolled back if the
+ * stream fails. A short write that the stream reports as a success is not detected.
+ * @retval KIVCS2STATUS_PARAM_ERR   an argument is null, `mcc` is a reader, or `m_captionSize` is above 264
  * @retval KIVCS2STATUS_FORMAT_ERR  a field suffix in version 1, or a field other than 0 and 1
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the caption's timecode is invalid
  * or the status of the failing write. Nothing is written unless the status comes from the write.
@@ -429,14 +431,14 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeCaption(KIVCS2ClosedC
                                                                    const KIVCS2ClosedCaption *caption);
 
 /**
- * Decodes one line into the pending caption. Upper-case hexadecimal and the letters G to Z only. A
- * number suffix of more than 32 bits keeps its low 32.
+ * Decodes one line into the pending caption. Only upper-case hexadecimal digits and the letters G to Z are
+ * accepted. A number suffix of more than 32 bits keeps its low 32.
  * @param[in] line    `length` characters without a line end; needs no terminator
  * @retval KIVCS2STATUS_PARAM_ERR      `mcc` or `line` is null
- * @retval KIVCS2STATUS_NOT_FOUND_ERR  too short, no timecode, a bad suffix, or no tab behind it
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  too short, no timecode, a bad suffix, or no tab after it
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the timecode names no frame of the module-wide rate
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
- * @retval KIVCS2STATUS_CAPTION_ERR    a character that stands for nothing; lower-case digits included
+ * @retval KIVCS2STATUS_CAPTION_ERR    a character without a meaning; that includes lower-case digits
  * @retval KIVCS2STATUS_OVERFLOW_ERR   more than 259 bytes
  * After a failure nothing is pending; the bytes decoded so far stay in the record.
  * Source: MacCaption MCC 1.0 and 2.0.
@@ -460,7 +462,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeNibble(KIVCS2ClosedCa
  * and the 8-bit checksum.
  * @param[in] captionData  the CDP, `captionSize` bytes, copied
  * @param[in] captionSize  at most 255
- * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or the size; `caption` is untouched
+ * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or `captionSize` is above 255; `caption` is untouched
  * Source: SMPTE 334-1, SMPTE 291M.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_initCaptionWithSMPTE334CDP708Packet(
@@ -468,13 +470,13 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_initCaptionWithSMPTE334CDP
     const uint8_t *captionData, uint32_t captionSize);
 
 /**
- * Takes the caption distribution packet out of `caption`, as
+ * Extracts the caption distribution packet from `caption`, as
  * kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream() does from a stream of 8-bit
  * words without data flag.
  * @param[in]     withAtom    put a QuickTime "ccdp" atom header in front
- * @param[in,out] bufferSize  room in bytes; then the bytes stored
+ * @param[in,out] bufferSize  in: room in bytes; out: the bytes stored
  * @retval KIVCS2STATUS_PARAM_ERR   an argument is null, or `m_captionSize` is above 264
- * @retval KIVCS2STATUS_FORMAT_ERR  `caption` holds none
+ * @retval KIVCS2STATUS_FORMAT_ERR  `caption` does not hold a caption distribution packet
  * or the status of the extraction.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_extractSMPTE334CDP708PacketFromCaption(
@@ -489,9 +491,8 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_freeCaption(KIVCS2ClosedCa
                                                                   KIVCS2ClosedCaption *caption);
 
 /**
- * Rewinds a file being read and makes its first caption pending. Version and rate stay as the header
- * gave them.
- * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or writes
+ * Rewinds a file being read and makes its first caption pending. The header's version and rate are kept.
+ * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or is a writer
  * @retval KIVCS2STATUS_NO_DATA_ERR     the file holds no caption; a failing read counts as its end
  * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more before the first caption
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
@@ -501,7 +502,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_reset(KIVCS2ClosedCaptions
 
 /**
  * Frees the stream if the record owns it (its status is ignored) and clears the record, which may be
- * initialised again; twice is harmless.
+ * initialised again; a second call is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `mcc` is null
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_free(KIVCS2ClosedCaptionsMCCStream *mcc);
@@ -509,35 +510,35 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_free(KIVCS2ClosedCaptionsM
 /* ---- SCC caption files ---- */
 
 /*
- * An SCC file carries CEA-608 pairs, one pair a video frame from the line's timecode on, and names
- * no rate: the module-wide one counts. It is read with the record of the MCC reader, whose
+ * An SCC file carries CEA-608 pairs, one pair for each video frame from the line's timecode on, and names no
+ * rate: the module-wide rate counts. It is read with the record of the MCC reader, whose
  * kivCS2ClosedCaptionsMCCStream_freeCaption() and kivCS2ClosedCaptionsMCCStream_free() release it.
  */
 
-/** Exactly kivCS2ClosedCaptionsMCCStream_init(). There is no SCC writer. */
+/** The same as kivCS2ClosedCaptionsMCCStream_init(). There is no SCC writer. */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_init(KIVCS2ClosedCaptionsMCCStream *mcc,
                                                            KIVCS2Stream *stream, bool reading,
                                                            bool ownsStream);
 
 /**
  * Checks the first line and reads up to and including the first caption line, which is then pending.
- * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or writes
+ * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or is a writer
  * @retval KIVCS2STATUS_HEADER_ERR      the first line does not begin with "Scenarist_SCC V1.0"
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set and a line that looks like a caption
  *                                      was reached: set a rate and call `reset`
- * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended before the first caption; a failing read counts
- *                                      as the end, and the line it cuts as the last one
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended before the first caption; a failing read counts as the
+ *                                      end, and the line that it cuts off counts as the last line
  * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more
  * Source: Scenarist Closed Caption 1.0.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_readHeader(KIVCS2ClosedCaptionsMCCStream *mcc);
 
 /**
- * Decodes one line into the pending caption, whose end is the frame behind its last pair. Upper- and
- * lower-case hexadecimal; spaces are skipped wherever they stand behind the tab.
+ * Decodes one line into the pending caption, whose end is the frame after its last pair. Upper-case and
+ * lower-case hexadecimal digits are accepted; after the tab, spaces are skipped.
  * @param[in] line    `length` characters without a line end; needs no terminator
  * @retval KIVCS2STATUS_PARAM_ERR      `mcc` or `line` is null
- * @retval KIVCS2STATUS_NOT_FOUND_ERR  too short, no timecode, or no tab behind it
+ * @retval KIVCS2STATUS_NOT_FOUND_ERR  too short, no timecode, or no tab after it
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the timecode names no frame of the module-wide rate
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
  * @retval KIVCS2STATUS_CAPTION_ERR    a character that is neither a digit nor a space
@@ -549,33 +550,33 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_decodeCaption(KIVCS2Closed
                                                                     const char *line, uint32_t length);
 
 /**
- * Stores in `caption` the pair that falls on the frame `timecode`: the record of the line with the
- * timecode moved to that frame, the pair in the first two bytes and a size of 2; the bytes behind
- * them have no meaning. Reads forward as far as needed and never rewinds. Only frame counts are
- * compared, so a caption that reaches midnight, with its last pair on the last frame of the day or behind
- * it, is never handed out, none of its pairs. On failure `caption` is cleared.
+ * Stores in `caption` the pair that falls on the frame `timecode`: the record of the line with the timecode
+ * moved to that frame, the pair in the first two bytes and a size of 2; the bytes after them have no meaning.
+ * Reads forward as far as needed and never rewinds. Only frame counts are compared, so a caption that reaches
+ * midnight, with its last pair on the last frame of the day or later, is never returned, none of its pairs.
+ * On failure `caption` is cleared.
  *
- * How to read a whole file: as the loop at kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode() does, with
- * its test of `m_caption.m_flags & KIVCS2ClosedCaptionFlag_Valid`. KIVCS2STATUS_NOT_FOUND_ERR has the same
- * four meanings, told apart in the same way; in the first of them the pending caption may also begin on
- * this very frame: it has no pairs, or it reaches midnight and will never be handed out.
- * Examples/scc_to_mcc.c reads so.
- * @retval KIVCS2STATUS_PARAM_ERR       an argument is null, or `mcc` writes
+ * How to read a whole file: use the loop at kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(), with its
+ * test of `m_caption.m_flags & KIVCS2ClosedCaptionFlag_Valid`. KIVCS2STATUS_NOT_FOUND_ERR has the same four
+ * meanings, distinguished in the same way; in the first of them the pending caption may also begin on this
+ * very frame: then it has no pairs, or it reaches midnight and is never returned. Examples/scc_to_mcc.c reads
+ * a file in this way.
+ * @retval KIVCS2STATUS_PARAM_ERR       an argument is null, or `mcc` is a writer
  * @retval KIVCS2STATUS_NOT_FOUND_ERR   as above
- * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended, or a read failed; the last caption stays pending,
- *                                      and every further request beyond it has the same status
- * @retval KIVCS2STATUS_DATA_ERR        the pending caption, written by the caller, ends behind its data
+ * @retval KIVCS2STATUS_NO_DATA_ERR     the file ended, or a read failed; the last caption stays pending, and
+ *                                      every further request past it has the same status
+ * @retval KIVCS2STATUS_DATA_ERR        the pending caption was written by the caller and ends past its data
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR, KIVCS2STATUS_CAPTION_ERR, KIVCS2STATUS_OVERFLOW_ERR  a line
- *         that does not decode, as kivCS2ClosedCaptionsSCCStream_decodeCaption(); nothing is pending any
- *         more until `reset`
+ *         that does not decode, as for kivCS2ClosedCaptionsSCCStream_decodeCaption(); nothing is pending
+ *         until `reset`
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(
     KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2Timecode *timecode, KIVCS2ClosedCaption *caption);
 
 /**
  * Rewinds the file and makes its first caption pending.
- * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or writes
+ * @retval KIVCS2STATUS_PARAM_ERR       `mcc` is null or is a writer
  * @retval KIVCS2STATUS_NO_DATA_ERR     the file holds no caption; a failing read counts as its end
  * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more before the first caption
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set

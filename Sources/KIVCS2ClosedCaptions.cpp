@@ -27,7 +27,7 @@ namespace
 {
 constexpr uint8_t kParity = 0x80; // bit 7 of a CEA-608 byte
 
-// Bytes that carry no CEA-608 data: a null with its parity bit.
+// Bytes without CEA-608 data: a null with its parity bit.
 constexpr std::array<uint8_t, 4> kEmptyPairs = {0x80, 0x80, 0x80, 0x80};
 
 [[nodiscard]] constexpr bool bit8(uint32_t word)
@@ -58,7 +58,7 @@ KIVCS2Status checkWord(Words &words, uint32_t expected, uint32_t &sum)
     return word == expected ? KIVCS2STATUS_OK : KIVCS2STATUS_DATA_ERR;
 }
 
-// `sum` counts DID to the last user data word.
+// `sum` counts the words from the DID to the last user data word.
 template <class Words>
 KIVCS2Status checkSum(Words &words, bool tenBits, uint32_t sum)
 {
@@ -71,7 +71,7 @@ KIVCS2Status checkSum(Words &words, bool tenBits, uint32_t sum)
         return matches ? KIVCS2STATUS_OK : KIVCS2STATUS_DATA_ERR;
     }
     // Kept: the bit reader already holds the checksum byte, so a packet at the very end of its stream
-    // is accepted whatever its checksum. Captions cut out of their packets come without one.
+    // is accepted whatever its checksum. Captions cut out of their packets have no checksum.
     if (words.atEnd())
         return KIVCS2STATUS_OK;
     return checkWord(words, sum & 0xFF, notCounted);
@@ -93,8 +93,8 @@ KIVCS2Status extractCDP(Words words, const kiv::captions::AncForm &form, bool wi
     KIV_TRY(readWord(words, dataCount, sum));
     dataCount &= 0xFF;
 
-    // Kept: the count has 8 bits. A wrapped count is below 8, which the atom header refuses, so that
-    // nothing is written that the room was not compared with.
+    // Kept: the count has 8 bits. A wrapped count is below 8, which the atom header refuses, so every write
+    // was compared with the room.
     const auto count = static_cast<uint8_t>(dataCount + (withAtom ? KIVCS2_CAPTION_ATOM_SIZE : 0));
     if (count > *bufferSize)
         return KIVCS2STATUS_BUFFER_SIZE_ERR;
@@ -152,7 +152,7 @@ KIVCS2Status readExactly(KIVCS2Stream *stream, std::span<uint8_t> bytes)
     return count == bytes.size() ? KIVCS2STATUS_OK : KIVCS2STATUS_FORMAT_ERR;
 }
 
-// The CDP of a line whose payload begins at `position` of the block.
+// Extracts the CDP of a line whose payload begins at `position` of the block.
 KIVCS2Status extractFromBlock(std::span<uint8_t> block, int64_t position, const WrappedLine &line,
                               bool withAtom, uint8_t *buffer, uint32_t *bufferSize)
 {
@@ -164,12 +164,12 @@ KIVCS2Status extractFromBlock(std::span<uint8_t> block, int64_t position, const 
     KIV_TRY(kivCS2MemoryStream_initWithBytes(&view, block.data() + start, line.payloadSize));
     const KIVCS2Status status = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
         &view.m_stream, line.format(), withAtom, buffer, bufferSize);
-    (void)kivCS2MemoryStream_free(&view.m_stream); // a view holds nothing
+    (void)kivCS2MemoryStream_free(&view.m_stream); // a view owns no memory
     return status;
 }
 
-// Where the next line begins. A payload that no stream can hold is refused here: as an offset with a
-// sign it would lead backwards.
+// Moves to the next line. A payload that no stream can hold is refused here: as a signed offset it would lead
+// backwards.
 KIVCS2Status skipPayload(KIVCS2Stream *stream, const WrappedLine &line)
 {
     constexpr uint64_t kFarthest = INT64_MAX / 2;
@@ -179,7 +179,7 @@ KIVCS2Status skipPayload(KIVCS2Stream *stream, const WrappedLine &line)
                                     KIVCS2StreamPosition_Current, nullptr);
 }
 
-// A line of a caption file that is none of its content. A single "/" is content.
+// A line of a caption file that is not content. A single "/" is content.
 [[nodiscard]] bool isComment(std::string_view line)
 {
     return line.starts_with("//");
@@ -255,7 +255,7 @@ KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream
     KIV_CHECK(buffer);
     KIV_CHECK(bufferSize);
 
-    // Kept: hosts pass formats they do not know and take the untouched buffer for "no caption".
+    // Kept: hosts pass formats they do not know and read the untouched buffer as "no caption".
     if (format >= kiv::captions::kAncForms.size())
         return KIVCS2STATUS_OK;
 
@@ -297,7 +297,7 @@ KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream
                 bytes.empty() ? KIVCS2STATUS_DATA_ERR
                               : extractFromBlock(bytes, position, line, withAtom, buffer, &stored);
             if (block != nullptr)
-                (void)kivCS2Stream_freeBytes(stream, block); // the packet counts, not the block
+                (void)kivCS2Stream_freeBytes(stream, block); // the packet's status counts, not the block's
             if (KIVCS2_SUCCEEDED(status))
             {
                 *bufferSize = stored;
@@ -359,7 +359,7 @@ KIVCS2Status kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(con
             foundField1 = foundField1 || field == 0;
         }
     KIV_TRY(sections.status());
-    // Kept: hosts wait for field 1; a pair of field 2 alone is stored and still the end.
+    // Kept: hosts wait for field 1; a pair of field 2 alone is stored and still ends the data.
     return foundField1 ? KIVCS2STATUS_OK : KIVCS2STATUS_EOF_ERR;
 }
 
@@ -411,7 +411,7 @@ KIVCS2Status kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Packet(const 
     KIV_CHECK(bufferSize708);
 
     // Kept: the room is compared with the size of a packet without atom, and offsets have 8 bits.
-    // The caller gives the room that the header asks for.
+    // The caller gives the room that the header requires.
     if (*bufferSize708 < KIVCS2_CDP_SIZE)
         return KIVCS2STATUS_BUFFER_SIZE_ERR;
 
@@ -465,7 +465,7 @@ KIVCS2Status kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(con
         const auto blockSize = static_cast<uint32_t>(data.count * kiv::cdp::kTripletSize + kBlockHeadSize);
         if (bufferCEA708 == nullptr)
         {
-            // Kept: the size is told from cc_count alone, whatever follows it.
+            // Kept: the size follows only from cc_count, whatever comes after it.
             *bufferSizeCEA708 = blockSize;
             return KIVCS2STATUS_OK;
         }
@@ -484,12 +484,12 @@ KIVCS2Status kivCS2ClosedCaptions_readLine(KIVCS2Stream *stream, char *buffer, u
     KIV_CHECK(stream);
     KIV_CHECK(buffer);
     KIV_CHECK(size);
-    KIV_CHECK_OR(stream->m_readBytes, KIVCS2STATUS_NO_DATA_ERR); // as a read that fails
+    KIV_CHECK_OR(stream->m_readBytes, KIVCS2STATUS_NO_DATA_ERR); // as for a read that fails
 
     for (;;)
     {
         const kiv::LinePiece line = kiv::readThroughLineEnd(*stream, buffer, *size);
-        // Kept: the room is compared before the line is known, so that a long comment is an error too.
+        // Kept: the room is compared before the kind of line is known, so a long comment is an error too.
         if (line.stop == kiv::LineStop::noRoom)
             return KIVCS2STATUS_NOT_FOUND_ERR;
         if (line.length > 0 && !isComment({buffer, line.length}))
@@ -532,7 +532,7 @@ KIVCS2Status kivCS2ClosedCaptions_createDateStringWithFormat(CFStringRef format,
 
 namespace
 {
-constexpr uint32_t kLineSize = 1024; // a longer line is lost, as the header says
+constexpr uint32_t kLineSize = 1024; // a longer line is lost, as documented in the header
 constexpr size_t kShortestLine = 12; // the timecode and one character
 
 struct CaptionLine
@@ -554,9 +554,9 @@ KIVCS2Status readLine(KIVCS2Stream *stream, CaptionLine &line)
 
 using DecodeLine = KIVCS2Status (*)(KIVCS2ClosedCaptionsMCCStream *mcc, const char *line, uint32_t length);
 
-// What a line before the first caption means for the search. What does not decode belongs to the header,
-// except that without a rate no caption decodes: the first of them says so, or a good file would be read to
-// its end.
+// Tells whether a line ends the search for the first caption. A line that does not decode belongs to the
+// header, with one exception: without a rate no caption decodes, so the first caption reports that, or a good
+// file would be read to its end.
 bool endsHeader(KIVCS2Status decoded)
 {
     return KIVCS2_SUCCEEDED(decoded) || decoded == KIVCS2STATUS_FRAME_RATE_ERR;
@@ -587,15 +587,15 @@ KIVCS2Status rewindToFirstCaption(KIVCS2ClosedCaptionsMCCStream *mcc, DecodeLine
     return readFirstCaption(mcc, decode);
 }
 
-// Captions are compared by frame count alone; the date in the high half does not take part.
+// Captions are compared only by frame count; the date in the high half is ignored.
 constexpr uint32_t frameCount(KIVCS2Timecode timecode)
 {
     return static_cast<uint32_t>(timecode);
 }
 
 // Volatile, so that the compiler does not know the size and calls the C library. For a constant of 296 bytes
-// it emits "rep movs" in place, which takes longer to start than the library's copy takes in all, and a copy
-// is made for every pair that is handed out.
+// it emits "rep movs" in place, which takes longer to start than the library's whole copy, and a copy is made
+// for every pair that is returned.
 const volatile size_t kCaptionSize = sizeof(KIVCS2ClosedCaption);
 
 void copyCaption(KIVCS2ClosedCaption &to, const KIVCS2ClosedCaption &from)
@@ -608,7 +608,7 @@ void clearCaption(KIVCS2ClosedCaption &caption)
     std::memset(&caption, 0, kCaptionSize);
 }
 
-// Clears the caption and takes the timecode off the line; false if the line is no caption's.
+// Clears the caption and reads the timecode of the line; false if the line is not a caption.
 bool openLine(KIVCS2ClosedCaption &caption, std::string_view line, kiv::TimecodeText &timecode)
 {
     clearCaption(caption);
@@ -628,7 +628,7 @@ KIVCS2Status findCaption(KIVCS2ClosedCaptionsMCCStream *mcc, uint32_t request)
         if (!isValid(mcc->m_caption))
             return KIVCS2STATUS_NOT_FOUND_ERR;
         const uint32_t pending = frameCount(mcc->m_caption.m_timecode);
-        // Kept: it stays pending, so a second line with this timecode is never handed out.
+        // Kept: it stays pending, so a second line with this timecode is never returned.
         if (pending == request)
             return KIVCS2STATUS_OK;
         if (pending > request)
@@ -638,8 +638,8 @@ KIVCS2Status findCaption(KIVCS2ClosedCaptionsMCCStream *mcc, uint32_t request)
     }
 }
 
-// Kept: in this order "30DF" and "60DF" are taken by their two-character prefixes and read as 30 and
-// 60. The timecodes are read with the module-wide rate, so the rate recorded here decides nothing.
+// Kept: in this order "30DF" and "60DF" match their two-character prefixes and read as 30 and 60. The
+// timecodes are read with the module-wide rate, so the rate recorded here has no effect.
 constexpr struct
 {
     std::string_view text;
@@ -662,7 +662,7 @@ KIVCS2Status readHeaderRate(std::string_view text, uint32_t &frameRate)
     return KIVCS2STATUS_FRAME_RATE_ERR;
 }
 
-// The rate text by the real rate cut to an integer; 23.98 has none.
+// The rate's text by the real rate cut to an integer; 23.98 has no text.
 constexpr struct
 {
     uint32_t framesPerSecond;
@@ -686,7 +686,7 @@ KIVCS2Status currentRateText(std::string_view &text)
     return KIVCS2STATUS_FRAME_RATE_ERR;
 }
 
-// Kept: the count written is not asked for, so a short write that the stream calls a success passes.
+// Kept: the count written is not requested, so a short write that the stream reports as a success passes.
 KIVCS2Status writeText(KIVCS2Stream *stream, std::string_view text)
 {
     return kivCS2Stream_writeBytes(stream, text.data(), text.size(), nullptr);
@@ -709,7 +709,7 @@ KIVCS2Status writeUUIDItem(KIVCS2Stream *stream, const char *uuid)
     return writeItem(stream, kiv::mccUUID, uuid);
 }
 
-// The caller's text, or the current time by `pattern`.
+// Writes the caller's text, or the current time formatted by `pattern`.
 KIVCS2Status writeDateItem(KIVCS2Stream *stream, std::string_view name, const char *text, const char *pattern)
 {
     if (text != nullptr)
@@ -726,10 +726,10 @@ KIVCS2Status writeDateItem(KIVCS2Stream *stream, std::string_view name, const ch
     return status;
 }
 
-// A line's text without its packet: hours of up to 5 digits, both suffixes, the tab.
+// Room for a line's text without its packet: hours of up to 5 digits, both suffixes, the tab.
 constexpr size_t kLineHeadSize = 64;
 
-// Writes "\nHH:MM:SS:FF", the suffixes and the tab to `text`; `length` receives the characters.
+// Writes "\nHH:MM:SS:FF", the suffixes and the tab to `text`; `length` receives their number of characters.
 KIVCS2Status formatLineHead(uint32_t version, const KIVCS2ClosedCaption &caption, char (&text)[kLineHeadSize],
                             size_t &length)
 {
@@ -751,7 +751,7 @@ KIVCS2Status formatLineHead(uint32_t version, const KIVCS2ClosedCaption &caption
             return KIVCS2STATUS_FORMAT_ERR;
         text[length++] = '.';
         text[length++] = caption.m_field == 1 ? '1' : '0';
-        // Kept: the number is printed as a signed one; from 2^31 on it does not read back.
+        // Kept: the number is printed as a signed number; from 2^31 on it does not read back.
         if ((caption.m_flags & KIVCS2ClosedCaptionFlag_HasNumber) != 0)
             length += static_cast<size_t>(std::snprintf(text + length, sizeof text - length, ",%i",
                                                         static_cast<int>(caption.m_number)));
@@ -824,14 +824,15 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeHeader(KIVCS2ClosedCaptionsMCCSt
     KIV_TRY(writeText(stream, kiv::mccComment));
     KIV_TRY(writeUUIDItem(stream, uuid));
     KIV_TRY(writeItem(stream, kiv::mccCreationProgram, applicationName));
-    // Kept: "YYYY" is the year of the week, one off from the calendar's in some days around New Year.
+    // Kept: "YYYY" is the year of the week, which differs from the calendar year on some days around New
+    // Year.
     KIV_TRY(writeDateItem(stream, kiv::mccCreationDate, date, "EEEE, MMMM d, YYYY"));
     KIV_TRY(writeDateItem(stream, kiv::mccCreationTime, time, "HH:mm:ss"));
     std::string_view rate;
     KIV_TRY(currentRateText(rate));
     KIV_TRY(writeItem(stream, kiv::mccTimeCodeRate, rate));
     KIV_TRY(writeText(stream, "\n"));
-    return KIVCS2STATUS_OK; // a kind may have further successes; they are not the header's
+    return KIVCS2STATUS_OK; // a kind of stream may have other success codes; the header has not
 }
 
 KIVCS2Status kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(KIVCS2ClosedCaptionsMCCStream *mcc,
@@ -941,13 +942,13 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_extractSMPTE334CDP708PacketFromCaptio
     if (caption->m_captionSize > sizeof caption->m_captionData)
         return KIVCS2STATUS_PARAM_ERR;
 
-    // The view is read only, so the caption may be constant although a memory stream takes any block.
+    // The view is only read, so the caption may be constant although a memory stream takes any block.
     KIVCS2MemoryStream view;
     KIV_TRY(kivCS2MemoryStream_initWithBytes(&view, const_cast<uint8_t *>(caption->m_captionData),
                                              caption->m_captionSize));
     const KIVCS2Status status = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
         &view.m_stream, KIVCS2CaptionANCFormat_8Bit, withAtom, buffer, bufferSize);
-    (void)kivCS2MemoryStream_free(&view.m_stream); // a view owns nothing that could fail to go
+    (void)kivCS2MemoryStream_free(&view.m_stream); // a view owns nothing, so this cannot fail
     return status;
 }
 
@@ -974,7 +975,7 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_free(KIVCS2ClosedCaptionsMCCStream *m
     KIV_CHECK((mcc) != NULL);
 
     if (mcc->m_ownsStream)
-        (void)kivCS2Stream_free(mcc->m_stream); // always a failure, since the close clears the stream
+        (void)kivCS2Stream_free(mcc->m_stream); // always returns a failure, since the close clears the stream
     *mcc = {};
     return KIVCS2STATUS_OK;
 }
@@ -983,7 +984,7 @@ KIVCS2Status kivCS2ClosedCaptionsMCCStream_free(KIVCS2ClosedCaptionsMCCStream *m
 
 namespace
 {
-// Reads forward until the pending caption has a pair on the frame `request`; `index` receives which.
+// Reads forward until the pending caption has a pair on the frame `request`; `index` receives its place.
 KIVCS2Status findPair(KIVCS2ClosedCaptionsMCCStream *mcc, uint32_t request, uint32_t &index)
 {
     const KIVCS2ClosedCaption &pending = mcc->m_caption;
@@ -1000,8 +1001,8 @@ KIVCS2Status findPair(KIVCS2ClosedCaptionsMCCStream *mcc, uint32_t request, uint
         }
         if (start >= request)
             return KIVCS2STATUS_NOT_FOUND_ERR;
-        // Kept: a line that begins before the last one has ended loses the pairs that lie before the
-        // request, and a line that does not decode ends the search and leaves nothing pending.
+        // Kept: a line that begins before the last line has ended loses its pairs before the request, and a
+        // line that does not decode ends the search and leaves nothing pending.
         KIV_TRY(readNextCaption(mcc, kivCS2ClosedCaptionsSCCStream_decodeCaption));
     }
 }
@@ -1042,7 +1043,7 @@ KIVCS2Status kivCS2ClosedCaptionsSCCStream_decodeCaption(KIVCS2ClosedCaptionsMCC
     if (caption.m_captionSize != 0)
     {
         KIVCS2Timecode duration;
-        // Neither fails for a timecode that was just parsed.
+        // Neither call fails for a timecode that was just parsed.
         (void)kivCS2Timecode_initWithDuration(&duration, caption.m_captionSize / 2);
         (void)kivCS2Timecode_initByAddingTimecodes(&caption.m_endTimecode, &caption.m_timecode, &duration);
     }
