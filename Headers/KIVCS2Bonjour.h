@@ -180,7 +180,7 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_findServices(KIVCS2BonjourBrowser *browser
  * The call returns within 0.1 s of its time-out, with one exception: if the machine's discovery daemon hangs
  * (it runs but does not respond), each request to it takes the 25 s of a call over the system bus. This call
  * then takes about 50 s, and so does every ending of a browser, monitor or publisher.
- * @param[in] timeout  milliseconds; 0 looks once
+ * @param[in] timeout  milliseconds; 0 checks once
  * @retval KIVCS2STATUS_PARAM_ERR      `browser` is null
  * @retval KIVCS2STATUS_MEMORY_ERR     a text is null or not ASCII (no assertion), or no memory
  * @retval KIVCS2STATUS_STATE_ERR      the browser is browsing

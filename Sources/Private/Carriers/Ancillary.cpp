@@ -1,5 +1,5 @@
-// One ancillary packet among words (SMPTE ST 291-1): whether it is one, how far it goes, and its words from
-// its bytes.
+// One ancillary packet among words (SMPTE ST 291-1): whether it is a packet, how long it is, and its words
+// made from its bytes.
 #include "Private/Carriers/Ancillary.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ constexpr uint8_t kCaptionDID = 0x61;
 constexpr uint8_t kCDP = 0x01;  // SDID of a caption distribution packet
 constexpr uint8_t kPair = 0x02; // SDID of one CEA-608 pair (SMPTE ST 334-1)
 constexpr size_t kPairBytes = 3;
-constexpr std::array<uint8_t, 2> kIdentifier{0x96, 0x69}; // of a CDP (SMPTE ST 334-2), its length behind it
+constexpr std::array<uint8_t, 2> kIdentifier{0x96, 0x69}; // of a CDP (SMPTE ST 334-2); its length follows
 constexpr size_t kLengthAt = kHeadWords + 2;
 
 // Bit 8 makes the parity of bits 0 to 8 even, bit 9 is its inverse.
@@ -28,7 +28,7 @@ bool hasParity(uint16_t word)
     return word == withParity(static_cast<uint8_t>(word));
 }
 
-// A copy of the words from a DID on, as far as the packet may go by its own count or by that of the CDP in
+// A copy of the words from a DID on, as far as the packet can reach by its own count or by that of the CDP in
 // it.
 class Look
 {
@@ -63,13 +63,13 @@ public:
     {
         m_words[index] = m_ten ? withParity(byte) : byte;
     }
-    // How many bits of a word differ from the right one.
+    // The number of bits in which a word differs from the right one.
     [[nodiscard]] int distance(size_t index, uint8_t byte) const
     {
         return std::popcount(static_cast<uint16_t>(m_words[index] ^ (m_ten ? withParity(byte) : byte)));
     }
 
-    // All words of a packet with this count are there and right, and its checksum is.
+    // True if all words of a packet with this count exist and are right, and its checksum is right.
     [[nodiscard]] bool isWhole(size_t data) const
     {
         const size_t last = kHeadWords + data;
@@ -83,7 +83,7 @@ public:
         const uint32_t low = sum & 0x1FFu;
         return m_words[last] == (low | ((low & 0x100u) != 0 ? 0 : 0x200u));
     }
-    // The words end with the user data.
+    // True if the words end with the user data and are right.
     [[nodiscard]] bool isWholeWithoutChecksum(size_t data) const
     {
         return m_count == kHeadWords + data && allRight(m_count);
@@ -101,7 +101,7 @@ private:
     size_t m_count;
 };
 
-// The count that a caption packet's own content asks for.
+// The count that a caption packet's own content implies.
 std::optional<size_t> countInside(const Look &look, uint8_t sdid)
 {
     if (sdid == kPair)
@@ -112,7 +112,7 @@ std::optional<size_t> countInside(const Look &look, uint8_t sdid)
     return std::nullopt;
 }
 
-// Enough of the content is as it should be to take a damaged packet for one.
+// True if enough of the content is right to accept a damaged packet as one.
 bool hasMarks(const Look &look, uint8_t sdid)
 {
     const uint8_t data = look.byte(2);
@@ -134,7 +134,7 @@ size_t wordsOf(const Look &look, size_t data)
     return std::min(look.count(), kHeadWords + data + 1);
 }
 
-// One bit of DID or SDID has changed: believed only if the rest is right to the last word.
+// One bit of DID or SDID has changed: accepted only if the rest is right to the last word.
 std::optional<Judgement> judgeNear(const Look &look, Trust trust)
 {
     for (const uint8_t sdid : {kCDP, kPair})
@@ -168,7 +168,7 @@ Judgement judgeBody(const Look &look, size_t left, std::optional<uint8_t> sdid, 
     if (!trust.placed && !(isCaption && hasMarks(look, *sdid)))
         return {kHeadWords + data < left ? Verdict::No : Verdict::Undecided, 0, isCaption};
     if (!look.isRight(2) && !inside)
-        return {Verdict::Damaged, kHeadWords, isCaption}; // nothing says how long it is
+        return {Verdict::Damaged, kHeadWords, isCaption}; // its length is unknown
     const size_t length = kHeadWords + (look.isRight(2) ? data : *inside) + 1;
     return {length > left ? Verdict::Cut : Verdict::Damaged, std::min(length, left), isCaption};
 }
@@ -208,7 +208,7 @@ void take(const Words &words, size_t at, size_t taken, Trust trust, KIVCS2Captio
     {
         const uint16_t word = words[at + index];
         const size_t data = index > 2 ? packet.m_anc[2] : 255;
-        // The checksum's bit 8 is of the sum, not of a parity.
+        // The checksum's bit 8 belongs to the sum and is not a parity.
         if (words.tenBits() && index == kHeadWords + data)
         {
             parity = parity && (word >> 9 & 1) != (word >> 8 & 1);

@@ -1,5 +1,5 @@
-// One ancillary packet among words (SMPTE ST 291-1): whether it is one, how far it goes, and its words from
-// its bytes.
+// One ancillary packet among words (SMPTE ST 291-1): whether it is a packet, how long it is, and its words
+// made from its bytes.
 #ifndef KIV_PRIVATE_CARRIERS_ANCILLARY_H
 #define KIV_PRIVATE_CARRIERS_ANCILLARY_H
 
@@ -19,18 +19,18 @@ constexpr size_t kMostWords = kHeadWords + 255 + 1; // with user data and checks
     return uint64_t{1} << fault;
 }
 
-// What makes a place in the words that of a packet.
+// The signs by which a place in the words is accepted as a packet.
 struct Trust
 {
-    bool placed;          // something in front of the DID shows it: a flag, a record
-    bool any;             // other packets than captions are looked for too
+    bool placed;          // a flag or a record in front of the DID marks it
+    bool any;             // packets other than captions are searched for too
     bool checksumMayMiss; // the words end with the user data in this carrier
 };
 
 enum class Verdict : uint8_t
 {
-    No,        // no packet that is looked for
-    Undecided, // the words end before it shows
+    No,        // not a packet of the wanted kind
+    Undecided, // the words end before this can be decided
     Cut,       // the words end within the packet
     Damaged,
     Whole
@@ -40,17 +40,18 @@ struct Judgement
 {
     Verdict verdict;
     size_t taken;   // words from the DID on; 0 without a packet
-    bool isCaption; // DID and SDID are those of captions, or were before one bit changed
+    bool isCaption; // DID and SDID are those of captions, or were until one bit changed
 };
 
-// Looks at the words from a DID at `at` on, of which those before `limit` may be the packet's.
+// Judges the words from a DID at `at` on; only those before `limit` may belong to the packet.
 [[nodiscard]] Judgement judge(const Words &words, size_t at, size_t limit, Trust trust);
 
-// Fills the bytes of an otherwise cleared packet with `taken` words. A missing checksum is added if that is
-// how the carrier stores packets. Faults of the words alone are set; what is in the bytes is not looked at.
+// Fills the bytes of an otherwise cleared packet with `taken` words. A missing checksum is added if the
+// carrier stores packets without it. Only faults of the words are set; the contents of the bytes are not
+// checked.
 void take(const Words &words, size_t at, size_t taken, Trust trust, KIVCS2CaptionPacket &packet);
 
-// The words of a packet, parity and checksum made anew; 0 if its count and its size disagree.
+// Makes the words of a packet with new parity and checksum; 0 if its count and its size disagree.
 using PacketWords = std::array<uint16_t, kMostWords>;
 [[nodiscard]] size_t makeWords(const KIVCS2CaptionPacket &packet, bool tenBits, PacketWords &words);
 } // namespace kiv::carriers

@@ -1,4 +1,4 @@
-// What a search in a carrier begins with and fills, and what is to be put into one.
+// The input and result of a search in a carrier, and the packets to be put into a carrier.
 #ifndef KIV_PRIVATE_CARRIERS_CARRIER_H
 #define KIV_PRIVATE_CARRIERS_CARRIER_H
 
@@ -9,12 +9,12 @@
 
 namespace kiv::carriers
 {
-// Of a packet its bytes and the carrier's faults are set; what is in the bytes is not looked at.
+// Of a packet only its bytes and the carrier's faults are set; the contents of the bytes are not checked.
 struct Search
 {
     std::span<const uint8_t> bytes;
-    size_t offset; // as that of kivCS2CaptionPacket_find()
-    bool any;      // other packets than captions too
+    size_t offset; // as in kivCS2CaptionPacket_find()
+    bool any;      // packets other than captions too
     KIVCS2CaptionPacket packet;
     KIVCS2CaptionPlace place;
 };
@@ -22,11 +22,11 @@ struct Search
 struct Load
 {
     std::span<const KIVCS2CaptionPacket> packets;
-    const KIVCS2CaptionPlace *places; // one a packet, or null
+    const KIVCS2CaptionPlace *places; // one for each packet, or null
     const KIVCS2CaptionRTP *rtp;
 };
 
-// A result that fits: `size` becomes its bytes in any case.
+// Checks that a result fits; `size` becomes its bytes in any case.
 [[nodiscard]] inline KIVCS2Status claim(std::span<uint8_t> room, size_t needed, size_t &size)
 {
     size = needed;

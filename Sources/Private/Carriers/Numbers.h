@@ -16,7 +16,7 @@ namespace kiv::carriers
     return value;
 }
 
-// Writes at `at` and moves it behind.
+// Writes at `at` and moves it past the number.
 inline void putBig(std::span<uint8_t> room, size_t &at, size_t size, size_t value)
 {
     for (size_t byte = size; byte-- > 0;)

@@ -17,17 +17,17 @@ constexpr size_t kFixedSize = 12;  // the RTP header without sources and extensi
 constexpr size_t kPayloadHead = 8; // extended sequence number, Length, ANC_Count, F
 constexpr size_t kPlaceSize = 4;   // C, line, horizontal offset, S and StreamNum of one packet
 constexpr uint16_t kAnyLine = 0x7FF, kAnyOffset = 0xFFF;
-constexpr size_t kMostPackets = 255; // what ANC_Count can say
-constexpr size_t kTellingCount = 8;  // so much user data do not look like a packet by chance
+constexpr size_t kMostPackets = 255; // the largest ANC_Count
+constexpr size_t kTellingCount = 8;  // this much user data does not look like a packet by chance
 
 struct Payload
 {
-    size_t begin, end; // of the ancillary packets, the end as the bytes say it
-    size_t length;     // as the header says it
-    bool padding;      // is as it should be
+    size_t begin, end; // of the ancillary packets; the end by the number of bytes
+    size_t length;     // by the header
+    bool padding;      // the padding is right
 };
 
-// The headers: FORMAT_ERR if it is not RTP, EOF_ERR if they are cut.
+// Reads the headers: FORMAT_ERR if it is not RTP, EOF_ERR if they are cut.
 KIVCS2Status readHeaders(std::span<const uint8_t> bytes, KIVCS2CaptionRTP &rtp, Payload &payload)
 {
     if (bytes.empty())
@@ -61,7 +61,7 @@ KIVCS2Status readHeaders(std::span<const uint8_t> bytes, KIVCS2CaptionRTP &rtp, 
     return KIVCS2STATUS_OK;
 }
 
-// One ancillary packet: its words stand behind the header, and the next header on the next 32 bits.
+// One ancillary packet: its words follow the header, and the next header begins on the next 32 bits.
 struct Item
 {
     Judgement found;
@@ -74,7 +74,7 @@ Judgement judgeAt(std::span<const uint8_t> bytes, size_t at)
     return judge(words, 0, words.count(), {true, true, false});
 }
 
-// Where the next packet begins that shows itself, or the end.
+// The beginning of the next recognisable packet, or the end.
 size_t startBehind(std::span<const uint8_t> bytes, size_t at)
 {
     for (; at + kPlaceSize <= bytes.size(); at += 4)
@@ -91,7 +91,7 @@ Item itemAt(std::span<const uint8_t> bytes, size_t at)
 {
     Judgement found = judgeAt(bytes, at);
     size_t next = std::min(bytes.size(), at + kPlaceSize + padded(bytesFor(Packing::Dense, found.taken)));
-    // Its own count is not to be believed: it lacks its parity, or leads out of the bytes.
+    // Its own count cannot be trusted: it has a wrong parity, or leads past the bytes.
     const bool lost = found.verdict == Verdict::Damaged && found.taken == kHeadWords;
     if (found.verdict == Verdict::Cut || found.verdict < Verdict::Cut || lost)
     {
@@ -119,11 +119,11 @@ void tellPlace(std::span<const uint8_t> bytes, size_t at, KIVCS2CaptionPlace &pl
     place.m_stream = head & 0x7F;
 }
 
-// Every packet is passed, also behind the one that is sought, to hold their number against ANC_Count.
+// Every packet is walked, also those after the wanted one, to compare their number with ANC_Count.
 struct Walk
 {
-    std::optional<Item> item; // the first that is looked for
-    size_t at;                // where it is
+    std::optional<Item> item; // the first wanted packet
+    size_t at;                // its place
     size_t count, end;
 };
 
@@ -135,7 +135,7 @@ Walk walk(std::span<const uint8_t> bytes, const Payload &payload, const Search &
     while (at + kPlaceSize < whole.size() && result.count <= kMostPackets)
     {
         const Item item = itemAt(whole, at);
-        // Behind the Length only what is right counts as a packet.
+        // Past the Length only a packet without faults counts.
         if (item.found.verdict < Verdict::Cut ||
             (at >= payload.begin + payload.length && item.found.verdict != Verdict::Whole))
             break;
@@ -184,7 +184,7 @@ KIVCS2Status findInRTP(Search &search)
         search.packet.m_faults |= faultBit(KIVCS2CaptionFault_CarrierField);
     if (!found.item)
     {
-        // The bytes end before the packet that comes next has shown what it is.
+        // The bytes end before the next packet could be recognised.
         if (payload.end >= told || found.count >= rtp.m_count || search.offset > found.end)
             return nothing(search);
         search.offset = found.end;

@@ -1,4 +1,4 @@
-// Packets among 291M words: bytes and 10-bit units one behind the other, and the samples of a v210 line.
+// Packets among 291M words: consecutive bytes and 10-bit units, and the samples of a v210 line.
 #include "Private/Carriers/WordForms.h"
 
 #include "Private/Carriers/Ancillary.h"
@@ -15,7 +15,7 @@ struct Form
 {
     Packing packing;
     bool flag;
-    bool isLine; // a packet's place is its first word's in the line
+    bool isLine; // a packet's place is that of its first word in the line
     KIVCS2CaptionChannel channel;
 };
 // clang-format off
@@ -36,7 +36,7 @@ constexpr std::array<Form, KIVCS2CaptionCarrier_MAX> kForms = {{
 constexpr std::array<uint16_t, kFlagWords> kByteFlag{0xFF, 0xA0, 0x09};
 constexpr std::array<uint16_t, kFlagWords> kWordFlag{0x000, 0x3FF, 0x3FF};
 
-// Where the next packet may begin: at its flag, or at its DID.
+// The place where the next packet may begin: at its flag, or at its DID.
 Words::Flag nextStart(const Words &words, bool flag, size_t from)
 {
     if (flag)
@@ -45,7 +45,7 @@ Words::Flag nextStart(const Words &words, bool flag, size_t from)
     return {at, at < words.count()};
 }
 
-// A packet that is damaged may be one that was cut by the next: where that one begins, or `end`.
+// A damaged packet may have been cut by the next one: returns where that one begins, or `end`.
 size_t startInside(const Words &words, bool flag, size_t from, size_t end)
 {
     for (size_t at = from; at < end; ++at)
@@ -61,7 +61,7 @@ size_t startInside(const Words &words, bool flag, size_t from, size_t end)
     return end;
 }
 
-// Looks at the packet whose flag or DID is at `start`, and puts it into the search if it is one.
+// Judges the packet whose flag or DID is at `start`, and stores it in the search if it is a packet.
 Verdict tryAt(const Words &words, const Form &form, size_t start, Search &search)
 {
     const Trust trust{form.flag, form.flag && search.any, false};
@@ -84,7 +84,7 @@ Verdict tryAt(const Words &words, const Form &form, size_t start, Search &search
     return found.verdict;
 }
 
-// The words of packet after packet and where each begins.
+// Visits the words of one packet after another and the beginning of each.
 template <typename Use>
 KIVCS2Status forEach(const Form &form, const Load &load, Use use)
 {
@@ -127,7 +127,7 @@ KIVCS2Status findInWords(KIVCS2CaptionCarrier form, Search &search)
             return KIVCS2STATUS_EOF_ERR;
         if (verdict >= Verdict::Damaged)
             return KIVCS2STATUS_OK;
-        // What only looks like the beginning of a packet must not hide the packets behind it.
+        // Words that only look like the beginning of a packet must not hide the packets after them.
         if (verdict == Verdict::Undecided)
             pending = std::min(pending, from);
     }

@@ -1,4 +1,4 @@
-// Packets among 291M words: bytes and 10-bit units one behind the other, and the samples of a v210 line.
+// Packets among 291M words: consecutive bytes and 10-bit units, and the samples of a v210 line.
 #ifndef KIV_PRIVATE_CARRIERS_WORDFORMS_H
 #define KIV_PRIVATE_CARRIERS_WORDFORMS_H
 
@@ -6,7 +6,7 @@
 
 namespace kiv::carriers
 {
-// A data flag stands before each packet.
+// Whether a data flag precedes each packet.
 [[nodiscard]] bool hasFlag(KIVCS2CaptionCarrier form);
 
 [[nodiscard]] KIVCS2Status findInWords(KIVCS2CaptionCarrier form, Search &search);

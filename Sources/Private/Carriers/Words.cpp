@@ -1,4 +1,4 @@
-// Ancillary data words as they lie in bytes: one by one, and the search for a data flag or a DID among many.
+// Ancillary data words in their packing: single words, and the search for a data flag or a DID among many.
 #include "Private/Carriers/Words.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@ namespace
 {
 constexpr uint16_t kTenBits = 0x3FF;
 constexpr size_t kGroup = 16; // bytes after which v210 repeats: 12 samples
-constexpr size_t kBlock = 64; // bytes that are looked at together
+constexpr size_t kBlock = 64; // bytes that are checked together
 
 bool is210(Packing packing)
 {
@@ -33,8 +33,8 @@ size_t sampleOfWord(Packing packing, size_t index)
     return packing == Packing::Both210 ? index : 2 * index + (packing == Packing::Luma210 ? 1 : 0);
 }
 
-// Both kinds of search pass over 64 bytes at once as long as no word in them can be what is sought. Vectors
-// of 16 bytes are what every processor of the library has.
+// Both kinds of search skip 64 bytes at once as long as no word in them can be the wanted one. Every
+// processor that the library supports has vectors of 16 bytes.
 using Vector16 = uint16_t __attribute__((vector_size(16)));
 using Vector32 = uint32_t __attribute__((vector_size(16)));
 
@@ -54,7 +54,7 @@ Vector load(const uint8_t *bytes)
     return vector;
 }
 
-// A 16-bit number whose bytes lie in memory as those of a unit with this word do.
+// A 16-bit number whose bytes in memory are those of a unit with this word.
 uint16_t asUnit(Packing packing, uint16_t word)
 {
     const std::array<uint8_t, 2> big{static_cast<uint8_t>(word >> 8), static_cast<uint8_t>(word)};
@@ -64,8 +64,8 @@ uint16_t asUnit(Packing packing, uint16_t word)
     return unit;
 }
 
-// The start of the first block from `at` on that holds a unit of this word; where no block is left, its
-// place.
+// The start of the first block from `at` on that holds a unit of this word; if there is none, the place where
+// no whole block is left.
 size_t passUnits(Packing packing, std::span<const uint8_t> bytes, size_t at, uint16_t word)
 {
     const Vector16 mask = Vector16{} + asUnit(packing, kTenBits);
@@ -81,8 +81,8 @@ size_t passUnits(Packing packing, std::span<const uint8_t> bytes, size_t at, uin
     return at;
 }
 
-// Of two neighbouring words of a channel that are both 3FF one is always at one of these samples of a
-// group; a comparison with all bits above a sample's 10 clear fails for the 32-bit words that need none.
+// Of two neighbouring words of a channel that are both 3FF, one is always at one of these samples of a group.
+// A 32-bit word without such a sample gets a value that no masked word has, so its comparison fails.
 struct Samples
 {
     Vector32 mask, value;
@@ -181,7 +181,7 @@ size_t Words::byteOf(size_t index) const
         byte = 2 * index;
     else if (is210(m_packing))
     {
-        // A sample begins in byte 0, 1 or 2 of its four.
+        // A sample begins in byte 0, 1 or 2 of its four bytes.
         const size_t sample = sampleOfWord(m_packing, index);
         byte = sample / 3 * 4 + sample % 3;
     }
@@ -203,7 +203,7 @@ size_t Words::indexAt(size_t byte) const
     return std::min(index, m_count);
 }
 
-// The first word from `from` on with which a data flag may begin, as far as whole blocks tell.
+// The first word from `from` on with which a data flag may begin, as far as whole blocks show.
 size_t Words::mayBegin(size_t from) const
 {
     size_t block = byteOf(from);
@@ -217,7 +217,7 @@ size_t Words::mayBegin(size_t from) const
         else
             block = passGroups<false>(m_bytes, block, m_packing == Packing::Luma210 ? kLuma : kChroma);
     }
-    // The word that was seen may be the flag's last.
+    // The word that was found may be the last of the flag.
     const size_t seen = indexAt(block);
     return std::max(from, seen - std::min<size_t>(seen, kFlagWords - 1));
 }

@@ -1,4 +1,4 @@
-// Ancillary data words as they lie in bytes: one by one, and the search for a data flag or a DID among many.
+// Ancillary data words in their packing: single words, and the search for a data flag or a DID among many.
 #ifndef KIV_PRIVATE_CARRIERS_WORDS_H
 #define KIV_PRIVATE_CARRIERS_WORDS_H
 
@@ -11,10 +11,10 @@ namespace kiv::carriers
 enum class Packing : uint8_t
 {
     Bytes,     // 8 bits
-    Big16,     // 10 bits in the low ones of 16, the higher byte first
-    Little16,  // the lower byte first
-    Luma210,   // every second of the v210 samples, which lie three in 32 bits, little-endian, low bits first
-    Chroma210, // those between
+    Big16,     // 10 bits, the low ones of 16, the higher byte first
+    Little16,  // the same, the lower byte first
+    Luma210,   // every second v210 sample; three samples in 32 bits, little-endian, low bits first
+    Chroma210, // the samples between those
     Both210,   // all of them
     Dense,     // 10 bits without gaps, high bits first (RFC 8331)
     Three32    // three in 32 bits, big-endian, high bits first (SMPTE ST 436-1)
@@ -41,8 +41,8 @@ public:
     [[nodiscard]] size_t byteOf(size_t index) const;
     [[nodiscard]] size_t indexAt(size_t byte) const;
 
-    // The first data flag from `from` on. None: `found` is false and `at` is where one may begin that the
-    // end cuts.
+    // The first data flag from `from` on. If there is none, `found` is false and `at` is where a flag may
+    // begin that the end cuts off.
     struct Flag
     {
         size_t at;
@@ -63,10 +63,10 @@ private:
     size_t m_count;
 };
 
-// Bytes that `count` words take.
+// The bytes that `count` words need.
 [[nodiscard]] size_t bytesFor(Packing packing, size_t count);
 
-// Writes word `index`; what lies beside it in the same bytes stays.
+// Writes word `index`; other bits in the same bytes are kept.
 void putWord(Packing packing, std::span<uint8_t> bytes, size_t index, uint16_t word);
 } // namespace kiv::carriers
 

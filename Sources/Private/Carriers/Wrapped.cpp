@@ -1,8 +1,8 @@
 // Packets in wrapped ancillary data (SMPTE ST 436-1): frames of line records.
 //
-// A frame is a count of 2 bytes and as many records. A search may begin at any record, where nothing says
-// how many are left in the frame; but a record shows itself by its header, and so does the count in front
-// of one. Nothing here relies on the count, so a wrong one loses nothing.
+// A frame is a count of 2 bytes and that many records. A search may begin at any record, where the number of
+// records left in the frame is unknown. But a record is recognised by its header, and so is a count in front
+// of a record. The code does not rely on the count, so a wrong count loses no record.
 #include "Private/Carriers/Wrapped.h"
 
 #include "Private/Carriers/Ancillary.h"
@@ -21,8 +21,8 @@ constexpr size_t kCountSize = 2;
 constexpr size_t kHeaderSize = 14;
 constexpr uint16_t kUsualLine = 9;
 
-// Wrapping types: VANC of a frame, of field 1, of field 2 and of a progressive frame; with kHANC the same
-// of HANC.
+// Wrapping types: VANC of a frame, of field 1, of field 2 and of a progressive frame; with kHANC the same for
+// HANC.
 constexpr uint8_t kField1 = 2, kField2 = 3, kProgressive = 4, kHANC = 0x10;
 // Sample codings: three of VBI, then three each of 8 bits, 10 bits, and 8 bits with a parity error.
 constexpr uint8_t kVBI = 1, kEightBits = 4, kTenBits = 7, kWithError = 10, kLastCoding = 12;
@@ -38,15 +38,15 @@ bool isWrapping(uint8_t wrapping)
     return type >= 1 && type <= kProgressive;
 }
 
-// One line record's header, and how far it can be believed.
+// The header of one line record, and how far it can be trusted.
 struct Record
 {
     uint16_t line;
     uint8_t wrapping, coding;
     size_t samples, array;
     bool tenBits;
-    bool lengthsAgree; // the array is as long as the samples ask for
-    int doubts;        // of four things that each header has
+    bool lengthsAgree; // the array is as long as the samples require
+    int doubts;        // how many of the four checks of a header fail
 
     Record(std::span<const uint8_t> bytes, size_t at)
         : line{static_cast<uint16_t>(big(bytes, at, 2))}, wrapping{bytes[at + 2]}, coding{bytes[at + 3]},
@@ -56,7 +56,7 @@ struct Record
         const bool threesFit = array == bytesFor(Packing::Three32, samples);
         lengthsAgree = tenBits ? threesFit : bytesFit;
         if (!lengthsAgree && (tenBits ? bytesFit : threesFit))
-            tenBits = !tenBits; // the coding is damaged, or the maker's
+            tenBits = !tenBits; // the coding is damaged, or the writer's error
         const bool elementsAreBytes = big(bytes, at + 10, 4) == 1;
         doubts = (lengthsAgree ? 0 : 1) + (elementsAreBytes ? 0 : 1) + (isWrapping(wrapping) ? 0 : 1) +
                  (coding >= kVBI && coding <= kLastCoding ? 0 : 1);
@@ -76,13 +76,14 @@ std::optional<Record> recordAt(std::span<const uint8_t> bytes, size_t at, int do
     return record.doubts <= doubts ? std::optional{record} : std::nullopt;
 }
 
-// Here the data end, or a record begins, or a count in front of one.
+// True if the data end here, or a record begins, or a count in front of a record.
 bool isBoundary(std::span<const uint8_t> bytes, size_t at)
 {
     return at == bytes.size() || recordAt(bytes, at, 0) || recordAt(bytes, at + kCountSize, 0);
 }
 
-// The record at `at` or behind, and where it is. None: where one may begin that the end cuts.
+// The record at `at` or after it, and its place. If there is none: where a record may begin that the end cuts
+// off.
 std::optional<Record> nextRecord(std::span<const uint8_t> bytes, size_t &at)
 {
     for (; bytes.size() - at >= kHeaderSize; at += kCountSize)
@@ -105,7 +106,7 @@ std::optional<Record> nextRecord(std::span<const uint8_t> bytes, size_t &at)
     return std::nullopt;
 }
 
-// Bytes of the record's payload. Where its own numbers disagree, what follows decides.
+// Bytes of the record's payload. If its own numbers disagree, the bytes that follow decide.
 size_t payloadOf(std::span<const uint8_t> bytes, size_t begin, const Record &record)
 {
     if (record.lengthsAgree)
@@ -132,7 +133,7 @@ void tellPlace(const Record &record, size_t at, KIVCS2CaptionPlace &place)
         place.m_channel = static_cast<KIVCS2CaptionChannel>((record.coding - kEightBits) % 3);
 }
 
-// The packet of a record whose payload is `payload`, or what the buffer has of it.
+// Judges the packet of a record whose payload is `payload`, or the part that the buffer has of it.
 Verdict tryRecord(const Record &record, std::span<const uint8_t> payload, bool cut, Search &search)
 {
     const Trust trust{true, search.any, true};
@@ -141,7 +142,7 @@ Verdict tryRecord(const Record &record, std::span<const uint8_t> payload, bool c
     const bool counts = found.verdict != Verdict::Cut && found.taken == record.samples;
     if (!counts && words.count() >= kHeadWords)
     {
-        // Not the samples but the packet's own count and the payload.
+        // Limited not by the samples but by the packet's own count and the payload.
         const size_t ownCount = kHeadWords + words[2];
         const size_t limit = record.tenBits ? words.count() : std::min(words.count(), ownCount);
         found = judge(words, 0, limit, trust);
