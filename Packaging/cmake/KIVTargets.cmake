@@ -3,14 +3,14 @@
 add_library(kiv_flags INTERFACE)
 target_compile_options(kiv_flags INTERFACE
     -Wall -Wextra -Wconversion -Wshadow
-    # Assertion texts and log lines name files as the tree names them, not as this machine does.
+    # Assertion texts and log lines have file names relative to the tree, not to this machine.
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
-# A compiler cache hands on paths relative to the build folder, so that another clone has the same ones.
+# Paths relative to the build folder, so that a compiler cache works for another clone.
 file(RELATIVE_PATH kiv_source_from_build ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
 target_compile_options(kiv_flags INTERFACE -fmacro-prefix-map=${kiv_source_from_build}=)
 
-# Tests, fuzz targets and benchmarks, linked after kiv_flags. Edge values cross between signs all day;
-# of our two compilers only clang counts that among the conversions.
+# Tests, fuzz targets and benchmarks, linked after kiv_flags. Their edge values often change sign, for
+# which only clang warns with -Wconversion.
 add_library(kiv_test_flags INTERFACE)
 target_compile_options(kiv_test_flags INTERFACE -Wno-sign-conversion)
 
@@ -28,8 +28,8 @@ if(KIV_BUILD_FUZZERS)
     target_compile_options(kiv_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# A name that nothing supplies is an error here, not at a host's start. clang leaves the sanitizers'
-# own names to the program, so their builds do without.
+# An undefined name is an error here, not at a host's start. With clang the program defines the
+# sanitizers' own names, so sanitizer builds omit the option.
 if(NOT KIV_SANITIZE AND NOT KIV_BUILD_FUZZERS)
     target_link_options(kiv_flags INTERFACE -Wl,-z,defs)
 endif()
