@@ -55,8 +55,8 @@ bool areDigits(std::string_view text)
     throw Failure(kExitMalformed, "\"" + visible(text) + "\": " + why);
 }
 
-// HH:MM:SS:FF: the library's parser takes more shapes (two fields, three fields with rules of
-// their own) and answers some of them with midnight; a command should not guess.
+// HH:MM:SS:FF: the library's parser accepts more shapes (two fields, three fields with rules of
+// their own) and reads some of them as midnight; a command should not guess.
 void checkTime(std::string_view whole, std::string_view time)
 {
     int fields = 1, digits = 0;
@@ -82,8 +82,8 @@ uint32_t number(std::string_view text)
     return value && *value < UINT32_MAX ? static_cast<uint32_t>(*value) : UINT32_MAX;
 }
 
-// day.month.year, one-based. A day that its month does not have is refused here: the record would
-// take any value that fits its bits.
+// day.month.year, one-based. A day that its month does not have is refused here, because the record
+// accepts any value that fits its bits.
 void checkDate(std::string_view whole, std::string_view date)
 {
     const size_t first = date.find('.');
@@ -149,7 +149,7 @@ const Counting &countingFor(std::optional<char> separator)
 
 const Counting *countingForMCC(std::string_view text)
 {
-    // The plain rates come first where a text stands for two: the file cannot say which it is.
+    // If a text means two rates, the plain one comes first: the file does not show which it is.
     if (text == "30" || text == "60" || text == "24")
         return find(text);
     const auto row = std::ranges::find(kCountings, text, &Counting::mccText);
@@ -181,7 +181,7 @@ KIVCS2Timecode parseTimecode(std::string_view text, const Counting &counting)
         checkDate(text, text.substr(0, space));
     if (areDigits(time))
     {
-        // The library's parser answers a larger number with the largest it knows.
+        // The library's parser reads a larger number as the largest that it supports.
         if (number(time) > INT32_MAX)
             refuse(text, "more frames than a timecode holds");
     }
@@ -189,7 +189,7 @@ KIVCS2Timecode parseTimecode(std::string_view text, const Counting &counting)
         checkTime(text, time);
 
     std::string digits{text};
-    std::ranges::replace(digits, ';', ':'); // the library's parser knows ":" alone
+    std::ranges::replace(digits, ';', ':'); // the library's parser accepts only ":"
     const KIVCS2Status status = kivCS2Timecode_initWithString(&timecode, digits.c_str());
     if (status == KIVCS2STATUS_INVALID_TIMECODE_ERR)
         throw Failure(status, "\"" + visible(text) + "\": names no frame at " + std::string{counting.title});

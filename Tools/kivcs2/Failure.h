@@ -1,4 +1,4 @@
-// Failures as a user meets them: one line, and the exit code that scripts test.
+// Failures as a user sees them: one line, and the exit code that scripts test.
 #ifndef KIV_TOOL_FAILURE_H
 #define KIV_TOOL_FAILURE_H
 
@@ -16,17 +16,17 @@ namespace tool
 
 class Json;
 
-/// What the command's exit code says. Scripts depend on the values.
+/// The command's exit codes. Scripts depend on the values.
 enum ExitCode : int
 {
     kExitYes = 0,         ///< done, or the answer is yes
     kExitNo = 1,          ///< the answer is no: nothing found, or a check failed
-    kExitUsage = 2,       ///< the command line makes no sense
-    kExitMalformed = 3,   ///< the input is not what it should be
+    kExitUsage = 2,       ///< the command line is invalid
+    kExitMalformed = 3,   ///< the input is malformed
     kExitInputOutput = 4, ///< opening, reading or writing failed
-    kExitNotHere = 5,     ///< this machine or this input cannot do it
-    kExitTimedOut = 6,    ///< it took too long
-    kExitRunFailed = 125, ///< of the word "run", whose other codes are those of what it runs
+    kExitNotHere = 5,     ///< not possible on this machine or with this input
+    kExitTimedOut = 6,    ///< time-out
+    kExitRunFailed = 125, ///< of the word "run", whose other codes are those of its command
     kExitInternal = 70,   ///< a fault of the command or of the library
 };
 
@@ -40,16 +40,16 @@ struct StatusRow
 
 [[nodiscard]] std::span<const StatusRow> statusTable();
 
-/// "KIVCS2STATUS_DATA_ERR 0x80000004"; a value outside the table is given as the number alone.
+/// "KIVCS2STATUS_DATA_ERR 0x80000004"; a value outside the table gives only the number.
 [[nodiscard]] std::string statusText(KIVCS2Status status);
 
 /// The exit code a failing status stands for.
 [[nodiscard]] ExitCode exitCodeFor(KIVCS2Status status);
 
-/// Where in the input something went wrong; line 0 means the file as a whole.
+/// The place of a fault in the input; line 0 means the whole file.
 [[nodiscard]] std::string place(std::string_view file, uint64_t line);
 
-/// The same before it is a text; a failure has it in front.
+/// The place as values; a failure's text begins with it.
 struct Where
 {
     std::string file = {}; ///< empty: no file
@@ -63,7 +63,7 @@ public:
     Failure(ExitCode code, const Shown &text) : std::runtime_error(text.text()), m_code(code) {}
     Failure(ExitCode code, Where where, const Shown &text);
 
-    /// A library operation failed: the status is named in the line and decides the exit code.
+    /// A library operation failed: the line names the status, which decides the exit code.
     Failure(KIVCS2Status status, const Shown &text)
         : std::runtime_error(text.text() + " (" + statusText(status) + ")"), m_code(exitCodeFor(status)),
           m_status(status)
@@ -79,8 +79,8 @@ public:
         return m_code;
     }
 
-    /// What --json writes: {"error": {...}} with the exit code, the status, file and line, and the text; null
-    /// for what is not known.
+    /// The document of --json: {"error": {...}} with the exit code, the status, file and line, and the text;
+    /// unknown values are null.
     [[nodiscard]] Json json() const;
 
 private:
@@ -89,7 +89,7 @@ private:
     Where m_where;
 };
 
-/// The same for what is no failure of ours.
+/// The same for an exception that is not a Failure.
 [[nodiscard]] Json errorJson(int code, std::string_view text);
 
 /// Throws the failure of `status`, if it is one.

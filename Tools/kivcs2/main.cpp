@@ -18,7 +18,7 @@ constexpr const char *kVersion = "kivcs2 " KIVCS2_TOOL_VERSION;
 constexpr const char *kExitCodes = "Exit codes: 0 yes, 1 no, 2 usage, 3 malformed input, 4 input or output,\n"
                                    "5 not on this machine, 6 time-out, 70 internal.";
 
-// All words, in the order in which help lists them.
+// All words, in the order of the help.
 void addWords(tool::Word &root, tool::Context &context)
 {
     root.flag("--json", context.json, "Write JSON for programs instead of tables");
@@ -67,13 +67,13 @@ int run(int argc, char **argv)
         return tool::kExitYes;
     }
     if (asked.word->facts().launches)
-        tool::restoreWriteSignals(); // what it runs is to find them as this command has
-    tool::capLibraryLog();           // before the task server takes it over
+        tool::restoreWriteSignals(); // its children must get them as this command got them
+    tool::capLibraryLog();           // before the task server inherits it
     (void)kivCS2_initWithTaskServer(asked.word->facts().launches); // always succeeds
     return asked.word->run();
 }
 
-// Whether the command line asks for JSON, which matters before it is understood.
+// Whether the command line asks for JSON; needed before the line is parsed.
 bool isJsonAsked(int argc, char **argv)
 {
     for (int index = 1; index < argc && std::string_view{argv[index]} != "--"; ++index)
@@ -82,14 +82,14 @@ bool isJsonAsked(int argc, char **argv)
     return false;
 }
 
-// The end of the command by a failure: a line for people, and a document for programs.
+// Reports the failure that ends the command: a line for people, and a document for programs.
 int fail(int code, const std::string &text, const tool::Json &document, bool json)
 {
     try
     {
         if (json)
             tool::writeFailure(document);
-        tool::out().flush(); // what was found before the failure is still worth reading
+        tool::out().flush(); // results before the failure are still useful
     }
     catch (...)
     {
@@ -109,7 +109,7 @@ int failInside(const std::string &text, bool json)
 
 int main(int argc, char **argv)
 {
-    // A reader that has gone shows as a failed write, which ends the command without a word.
+    // If the reader has gone, a write fails, which ends the command silently.
     tool::ignoreWriteSignals();
     tool::occupyStandardStreams();
     const bool json = isJsonAsked(argc, argv);

@@ -1,4 +1,4 @@
-// The option parser, made of the description. This is the only source that includes it.
+// Builds the option parser from the description. Only this source includes the parser.
 #include "CommandLine/CommandLine.h"
 
 #include "Failure.h"
@@ -83,17 +83,17 @@ void describe(CLI::App &parser, const Word &word, Parsers &parsers)
         describe(*parser.add_subcommand(below->facts().name, below->facts().help), *below, parsers);
 }
 
-// The parser and the words that its parts stand for.
+// The parser and the words that its parts represent.
 struct Parser
 {
     explicit Parser(const Word &root) : app(root.facts().help, root.facts().name)
     {
         app.get_formatter()->column_width(kColumnOfHelp);
-        app.set_version_flag("--version", root.facts().name); // the text is parse()'s
+        app.set_version_flag("--version", root.facts().name); // parse() sets the text
         describe(app, root, words);
     }
 
-    /// The word that was given, the lowest of them.
+    /// The lowest given word.
     [[nodiscard]] const Word &given()
     {
         const CLI::App *last = &app;
@@ -129,7 +129,7 @@ Names optionsOf(const Word &root, const Word &word)
     return names;
 }
 
-// Why the command line makes no sense, with the word or option that may have been meant.
+// Why the command line is invalid, with the word or option that was probably meant.
 std::string reasonOf(const CLI::ParseError &error, const Word &root, const Word &given, const Names &extras)
 {
     if (extras.empty())
@@ -138,7 +138,7 @@ std::string reasonOf(const CLI::ParseError &error, const Word &root, const Word 
     if (first.starts_with('-') && first.size() > 1)
         return "unknown option \"" + visible(first) + "\"" +
                hint(optionsOf(root, given), first.substr(0, first.find('=')));
-    // A word that is none of ours shows up as one that is missing.
+    // The parser reports an unknown word as a missing one.
     const bool isWord = error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError);
     return isWord ? "unknown word \"" + visible(first) + "\"" + hint(namesBelow(given), first) : error.what();
 }
@@ -159,7 +159,7 @@ Asked parse(const Word &root, const std::string &version, int argc, char **argv)
     }
     catch (const CLI::CallForHelp &)
     {
-        return {nullptr, parser.app.help()}; // the page of the word that was given
+        return {nullptr, parser.app.help()}; // the page of the given word
     }
     catch (const CLI::CallForVersion &)
     {

@@ -1,5 +1,5 @@
-// The words of the command and their options: one description, which the parser, the help, the manual pages
-// and the completions are made of. The option parser itself is known to CommandLine.cpp alone.
+// The words of the command and their options: one description, from which the parser, the help, the manual
+// pages and the completions are made. Only CommandLine.cpp includes the option parser.
 #ifndef KIV_TOOL_COMMAND_LINE_H
 #define KIV_TOOL_COMMAND_LINE_H
 
@@ -19,21 +19,21 @@
 namespace tool
 {
 
-/// The bounds of a whole number, both included.
+/// The inclusive bounds of a whole number.
 struct Bounds
 {
     uint64_t least = 0;
     uint64_t most = std::numeric_limits<uint64_t>::max();
 };
 
-/// The bounds of a number with a fraction, both included.
+/// The inclusive bounds of a number with a fraction.
 struct RealBounds
 {
     double least;
     double most;
 };
 
-/// One option or positional of a word. Its value is stored in the variable that it was made with, which is to
+/// One option or positional of a word. Its value is stored in the variable given at construction, which must
 /// live as long as the word.
 class Option
 {
@@ -46,15 +46,15 @@ public:
     using Target = std::variant<bool *, std::string *, std::optional<std::string> *, Names *, int32_t *,
                                 uint32_t *, uint64_t *, double *, Bytes>;
 
-    /// What a reader of the description gets to know.
+    /// The description, for its readers.
     struct Facts
     {
         std::string names; ///< "-s,--size", or the name of a positional
         std::string help;
-        Names choices;           ///< the only values; empty: others too
+        Names choices;           ///< the only values; empty: any
         std::string excluded;    ///< the option that it cannot be given together with
         std::string defaultText; ///< shown as the default; may be empty
-        std::string list;        ///< the name of the suggestions; empty: there are none
+        std::string list;        ///< the name of the suggestions; empty: none
         Names (*suggestions)() = nullptr;
         size_t least = 1, most = 1; ///< how many values
         bool isRequired = false;
@@ -67,35 +67,35 @@ public:
 
     Option &required();
 
-    /// How often a list is given: so many texts in a row.
+    /// The number of texts in a row that a list takes.
     Option &times(size_t least, size_t most);
 
-    /// One value each time the option is written, so that a positional may follow.
+    /// One value for each use of the option, so that a positional may follow.
     Option &oneAtATime();
 
-    /// Only these texts, in any case; the value has the spelling of the list.
+    /// Only these texts, in any case; the value gets the spelling of the list.
     Option &among(Names choices);
 
-    /// Completed by these texts, others being possible too. `list` names them: a word.
+    /// Completed with these texts, but others are possible too. `list` is a one-word name for them.
     Option &suggests(std::string list, Names (*names)());
 
     /// The name of a file.
     Option &isFile();
 
-    /// The name of a file to write. When it is "-", standard output is left to data, and documents for
+    /// The name of a file to write. If it is "-", standard output is for data, and documents for
     /// programs go to standard error.
     Option &isTarget();
 
-    /// Not together with the option of this name.
+    /// Excludes the option of this name.
     Option &excludes(const std::string &name);
 
-    /// The value that the variable has now is shown as the default.
+    /// Shows the variable's current value as the default.
     Option &shownDefault();
 
     Option &within(Bounds bounds);
     Option &within(RealBounds bounds);
 
-    /// Stores what was given; throws std::invalid_argument with the reason when it cannot be taken.
+    /// Stores the given texts; throws std::invalid_argument with the reason if they are not valid.
     void take(const Names &texts) const;
 
     [[nodiscard]] bool isFlag() const;
@@ -108,7 +108,7 @@ public:
     /// "-s" and "--size"; the name of a positional.
     [[nodiscard]] Names spellings() const;
 
-    /// What stands for the value in help: "FILE", "NUMBER", "a|b"; empty for a flag.
+    /// The placeholder of the value in help: "FILE", "NUMBER", "a|b"; empty for a flag.
     [[nodiscard]] std::string placeholder() const;
 
     [[nodiscard]] const Facts &facts() const
@@ -127,19 +127,19 @@ private:
     RealBounds m_realBounds{};
 };
 
-/// A word: the whole command, a group of words, or one that does something.
+/// A word: the whole command, a group of words, or a word with a body.
 class Word
 {
 public:
-    /// What a reader of the description gets to know.
+    /// The description, for its readers.
     struct Facts
     {
         std::string name;
         std::string help;
         std::string group; ///< the heading under which the help of the word above lists it
-        std::string about; ///< what help tells after the options
+        std::string about; ///< the help text after the options
         Names examples;    ///< lines as typed into a shell
-        int usageCode = 2; ///< the exit code of a command line that makes no sense
+        int usageCode = 2; ///< the exit code of an invalid command line
         bool launches = false;
         bool keepsToItself = false;
     };
@@ -148,10 +148,10 @@ public:
     Word(const Word &) = delete;
     Word &operator=(const Word &) = delete;
 
-    /// A word below this one.
+    /// Adds a word below this one.
     Word &word(const std::string &name, const std::string &help);
 
-    /// The word of this name below, which is there.
+    /// The word of this name below, which must exist.
     Word &below(std::string_view name);
 
     Option &flag(const std::string &names, bool &value, const std::string &help);
@@ -167,25 +167,25 @@ public:
     /// The heading under which the help of the word above lists this one.
     Word &group(std::string heading);
 
-    /// What help tells after the options.
+    /// Sets the help text after the options.
     Word &about(std::string text);
 
-    /// A line as typed into a shell.
+    /// Adds an example: a line as typed into a shell.
     Word &example(std::string line);
 
-    /// What the word does; the result is the exit code.
+    /// Sets the body of the word; its result is the exit code.
     Word &runs(std::function<int()> body);
 
-    /// Asked when everything is read: why this makes no sense, or nothing.
+    /// Sets the check after parsing: it returns why the command line is invalid, or an empty text.
     Word &refuses(std::function<std::string()> reason);
 
-    /// Launches child processes: the library starts its task server for it, and signals are left as they are.
+    /// The word launches child processes: the library starts its task server, and signals stay unchanged.
     Word &launches();
 
-    /// The exit code of a command line that makes no sense, where it is not 2.
+    /// Sets the exit code of an invalid command line, if it is not 2.
     Word &usageCode(int code);
 
-    /// Options of the words above are not taken behind this word.
+    /// Options of the words above are not accepted after this word.
     Word &keepsToItself();
 
     [[nodiscard]] const Facts &facts() const
@@ -201,7 +201,7 @@ public:
         return m_words;
     }
 
-    /// The word of this name below; null when there is none.
+    /// The word of this name below; null if there is none.
     [[nodiscard]] const Word *find(std::string_view name) const;
 
     /// See refuses().
@@ -220,25 +220,25 @@ private:
     Option &add(const std::string &names, Option::Target target, const std::string &help);
 
     Facts m_facts;
-    std::deque<Option> m_options; // whose addresses stay
+    std::deque<Option> m_options; // a deque keeps their addresses
     std::vector<std::unique_ptr<Word>> m_words;
     std::function<int()> m_body;
     std::function<std::string()> m_reason;
 };
 
-/// What a command line asks for.
+/// The request of a command line.
 struct Asked
 {
-    const Word *word = nullptr; ///< to run; null when `text` answers
+    const Word *word = nullptr; ///< to run; null if `text` is to be printed
     std::string text;           ///< the page of --help, or the version
 };
 
-/// Reads the arguments into the words' variables. Throws a Failure with the usage code of the word that was
-/// given.
+/// Reads the arguments into the words' variables. Throws a Failure with the usage code of the given
+/// word.
 [[nodiscard]] Asked parse(const Word &root, const std::string &version, int argc, char **argv);
 
-/// The page that --help shows for the word that `path` leads to from `root`. Throws a usage failure when
-/// there is none.
+/// The --help page of the word at `path` from `root`. Throws a usage failure if there is no such
+/// word.
 [[nodiscard]] std::string helpPage(const Word &root, const Names &path);
 
 } // namespace tool

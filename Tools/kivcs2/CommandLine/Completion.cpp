@@ -1,5 +1,5 @@
-// Completions for shells. Those of bash and zsh share the functions that know the words; fish has lines of
-// its own.
+// Completions for shells. Bash and zsh share the functions that know the words; fish has its own
+// lines.
 #include "CommandLine/Generate.h"
 
 #include <algorithm>
@@ -116,7 +116,7 @@ end
 complete -c kivcs2 -f
 )sh";
 
-// What no shell takes apart.
+// Quotes a text so that no shell splits or expands it.
 std::string quoted(std::string_view text)
 {
     std::string result = "'";
@@ -149,7 +149,7 @@ std::string functionOf(const std::string &prefix, std::string list)
     return prefix + list;
 }
 
-// The suggestions by the names of their lists, each once.
+// The suggestions by the names of their lists, without duplicates.
 std::map<std::string, Names> listsOf(const std::vector<Place> &places)
 {
     std::map<std::string, Names> lists;
@@ -168,13 +168,13 @@ std::string lines(const Names &names)
     return text;
 }
 
-// Whether what follows belongs to the place. Behind "help" come the words of the command again.
+// Whether the next words belong to the place. After "help" come the words of the command again.
 bool leadsOn(const Place &place)
 {
     return !place.path.empty() && place.path != "help";
 }
 
-// What a shell runs to print the values of an option; empty when there is nothing to print.
+// The shell code that prints the values of an option; empty if there are none.
 std::string valuesOf(const Option &option)
 {
     if (!option.facts().choices.empty())
@@ -189,7 +189,7 @@ std::string caseOf(const std::string &name, const std::string &branches, const s
     return "\n" + name + "()\n{\n    case \"$1\" in\n" + branches + otherwise + "    esac\n}\n";
 }
 
-// The functions that bash and zsh share: what stands where, as shell code.
+// The functions that bash and zsh share: the values for each place, as shell code.
 std::string sharedFunctions(const Word &root)
 {
     const auto places = placesOf(root);
@@ -253,7 +253,7 @@ std::string fishValues(const Option &option)
     return facts.suggestions != nullptr ? " -a '(" + functionOf("__kivcs2_list_", facts.list) + ")'" : "";
 }
 
-// The beginning of a line of "complete"; `where` is what __kivcs2_at takes, or empty for every place.
+// The beginning of a line of "complete"; `where` is the argument of __kivcs2_at, or empty for every place.
 std::string fishCondition(const std::string &where)
 {
     return where.empty() ? "complete -c kivcs2" : "complete -c kivcs2 -n \"__kivcs2_at " + where + "\"";
@@ -315,7 +315,7 @@ std::string fishLines(const Word &root)
     }
     size_t position = 1;
     for (const Option &option : root.options())
-        text += fishOption("", option, position); // behind every word
+        text += fishOption("", option, position); // after every word
     return text + "complete -c kivcs2 -s h -l help -d 'The help of the word in front of it'\n";
 }
 

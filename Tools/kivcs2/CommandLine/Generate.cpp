@@ -58,7 +58,7 @@ An error is one line on standard error with the file, the line and the status; f
 adds an object "error" to standard output.
 )";
 
-// A text of the description as roff: what begins a request, an escape or a dash is protected.
+// A text of the description as roff: escapes characters that begin a request, an escape or a dash.
 std::string roff(std::string_view text)
 {
     std::string result;
@@ -118,7 +118,7 @@ void appendOptions(std::string &text, const Word &word)
     }
 }
 
-// Paragraphs stay; lines within one are filled, except those that are indented.
+// Keeps paragraphs and fills their lines, except indented ones.
 void appendText(std::string &text, const std::string &about)
 {
     if (!about.empty())
@@ -270,7 +270,7 @@ std::string markdown(const Word &root)
     std::string group;
     for (const Place &place : placesFrom(root, root.facts().name))
     {
-        const std::string &own = place.word->facts().group; // of words directly below the command
+        const std::string &own = place.word->facts().group; // only words directly below the command have one
         if (!own.empty() && own != group)
         {
             group = own;

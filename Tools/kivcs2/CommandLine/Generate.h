@@ -1,4 +1,4 @@
-// Documents made of the description of words and options.
+// Documents made from the description of words and options.
 #ifndef KIV_TOOL_GENERATE_H
 #define KIV_TOOL_GENERATE_H
 
@@ -8,7 +8,7 @@
 namespace tool
 {
 
-/// The manual page of the whole command, with the options of all words in short.
+/// The manual page of the whole command, with a short list of the options of all words.
 [[nodiscard]] std::string manualPage(const Word &root);
 
 /// The manual page of one word directly below `root`, "kivcs2-caption(1)".
@@ -17,10 +17,10 @@ namespace tool
 /// Completion for "bash", "zsh" or "fish".
 [[nodiscard]] std::string completion(const Word &root, std::string_view shell);
 
-/// The tables of Docs/command.md: a row a word that does something, with its options and its example.
+/// The tables of Docs/command.md: a row for each word with a body, with its options and its example.
 [[nodiscard]] std::string markdown(const Word &root);
 
-/// All of it for programs.
+/// The whole description, for programs.
 [[nodiscard]] Json description(const Word &root);
 
 /// A word and the names that lead to it.
@@ -33,7 +33,7 @@ struct Place
 /// The word itself and all below it, in their order.
 [[nodiscard]] std::vector<Place> placesFrom(const Word &word, const std::string &path);
 
-/// "file target", a positional that may be left out in brackets, a list with dots.
+/// "file target": an optional positional is in brackets, a list has dots.
 [[nodiscard]] std::string positionals(const Word &word);
 
 } // namespace tool

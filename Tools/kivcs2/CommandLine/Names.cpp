@@ -1,4 +1,4 @@
-// Names found by their beginnings, and the nearest one for those that are mistyped.
+// Finds names by their beginnings, and the nearest one to a mistyped name.
 #include "CommandLine/Names.h"
 
 #include "Terminal/Shown.h"
@@ -23,7 +23,7 @@ bool begins(std::string_view name, std::string_view with)
     return name.size() >= with.size() && isEqualInAnyCase(name.substr(0, with.size()), with);
 }
 
-// How many letters to insert, remove, replace or swap with the next one (optimal string alignment).
+// The number of letters to insert, remove, replace or swap with the next one (optimal string alignment).
 size_t distance(std::string_view one, std::string_view other)
 {
     std::vector<size_t> before(other.size() + 1), above(other.size() + 1), row(other.size() + 1);

@@ -1,4 +1,4 @@
-// Names as people type them: in any case, and no longer than is needed to know which one is meant.
+// Names as people type them: in any case, and abbreviated as far as they stay unambiguous.
 #ifndef KIV_TOOL_NAMES_H
 #define KIV_TOOL_NAMES_H
 
@@ -12,15 +12,15 @@ namespace tool
 
 using Names = std::vector<std::string>;
 
-/// "a" as "A"; letters of ASCII only.
+/// "A" for "a"; only ASCII letters.
 [[nodiscard]] bool isEqualInAnyCase(std::string_view one, std::string_view other);
 
-/// The place of the name that `wanted` is in any case, or that it is the beginning of while no other name
-/// begins so.
+/// The index of the name that equals `wanted` in any case, or of the only name that begins with
+/// `wanted`.
 [[nodiscard]] std::optional<size_t> findName(const Names &names, std::string_view wanted);
 
-/// What to say behind the refusal of a name: "; did you mean "caption"?", "; it begins SinIn and SinOut", or
-/// nothing.
+/// The hint after the refusal of a name: "; did you mean "caption"?", "; it begins SinIn and SinOut", or
+/// an empty text.
 [[nodiscard]] std::string hint(const Names &names, std::string_view wanted);
 
 } // namespace tool

@@ -1,4 +1,4 @@
-// Numbers out of texts, by std::from_chars: the whole text or nothing.
+// Reads numbers by std::from_chars: the whole text or nothing.
 #include "CommandLine/Numbers.h"
 
 #include <charconv>
@@ -10,7 +10,7 @@ namespace tool
 namespace
 {
 
-// Of std::from_chars only what took the whole text; it knows no "+" and skips no blanks.
+// std::from_chars, if it took the whole text; it accepts no "+" and skips no blanks.
 template <class Number, class... Base>
 std::optional<Number> read(std::string_view text, Base... base)
 {
@@ -56,7 +56,7 @@ std::optional<uint64_t> byteNumber(std::string_view text)
     {
         return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
     };
-    const bool isPlain = isHexadecimal(text); // whose digits are letters too
+    const bool isPlain = isHexadecimal(text); // hexadecimal digits may be letters
     if (!isPlain && !text.empty() && lower(text.back()) == 'b')
         text.remove_suffix(1);
     if (!isPlain && text.size() > 1 && lower(text.back()) == 'i')

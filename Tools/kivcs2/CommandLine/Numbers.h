@@ -9,21 +9,21 @@
 namespace tool
 {
 
-/// Decimal digits, or 0x and hexadecimal ones. Nothing for a sign, for text behind the digits, and for more
+/// Decimal digits, or 0x and hexadecimal ones. Empty for a sign, for text after the digits, and for more
 /// than 64 bits.
 [[nodiscard]] std::optional<uint64_t> wholeNumber(std::string_view text);
 
-/// The same with a sign in front, within 64 bits.
+/// The same with an optional sign, within 64 bits.
 [[nodiscard]] std::optional<int64_t> signedNumber(std::string_view text);
 
-/// Hexadecimal digits, with or without 0x in front.
+/// Hexadecimal digits, with or without 0x.
 [[nodiscard]] std::optional<uint64_t> hexadecimalNumber(std::string_view text);
 
-/// A finite number such as "-1.5" or "2e3". Nothing for "nan", "inf", and for what overflows or has text
-/// behind it.
+/// A finite number such as "-1.5" or "2e3". Empty for "nan", "inf", an overflow, and text after the
+/// number.
 [[nodiscard]] std::optional<double> realNumber(std::string_view text);
 
-/// A number of bytes such as "188", "64k", "4M" or "1GiB", in powers of 1024. Nothing for more than 64 bits.
+/// A number of bytes such as "188", "64k", "4M" or "1GiB", in powers of 1024. Empty for more than 64 bits.
 [[nodiscard]] std::optional<uint64_t> byteNumber(std::string_view text);
 
 } // namespace tool

@@ -1,4 +1,4 @@
-// The description of words and options, and the values that are stored through it.
+// The description of words and options, and the values stored through it.
 #include "CommandLine/CommandLine.h"
 
 #include "CommandLine/Numbers.h"

@@ -25,8 +25,8 @@ namespace
 constexpr size_t kBlock = size_t{64} * 1024;
 constexpr size_t kMostRead = 256u << 20;
 
-// The name that an interrupt must not leave behind, where a file needs one before it is whole. One at a time;
-// read by the signal handler, so a plain array that is only changed while it names nothing.
+// The temporary name that an interrupt must remove, if a file needs a name before it is complete. One at a
+// time. The signal handler reads it, so it is a plain array that changes only while it is empty.
 std::array<char, 32> theTemporary{};
 volatile sig_atomic_t theFolder = -1;
 
@@ -41,7 +41,7 @@ extern "C" void removeTemporaryAndDie(int signalNumber)
 void rememberTemporary(int folder, const std::string &name)
 {
     theFolder = folder;
-    // The first byte last: until it stands, the handler sees no name.
+    // The first byte last: until it is written, the handler sees no name.
     std::memcpy(theTemporary.data() + 1, name.c_str() + 1, std::min(name.size(), theTemporary.size() - 1));
     theTemporary[0] = name[0];
     for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
@@ -54,7 +54,7 @@ void forgetTemporary()
     theTemporary[0] = '\0';
 }
 
-// No signal between an act and its being written down.
+// Holds signals between an action and its record.
 class SignalsHeld
 {
 public:
@@ -75,7 +75,7 @@ private:
     sigset_t m_before{};
 };
 
-// A name that nobody else has in mind; whoever makes it must still refuse one that exists.
+// A name that no other process is likely to use; the caller must still refuse an existing one.
 std::string temporaryName()
 {
     constexpr std::string_view kCharacters = "abcdefghijklmnopqrstuvwxyz0123456789";
@@ -93,7 +93,7 @@ std::string pathOf(int descriptor)
     return "/proc/self/fd/" + std::to_string(descriptor);
 }
 
-// The files that this process reads: writing one of them would leave nothing of it.
+// The files that this process reads: writing one of them would destroy it.
 struct FileIdentity
 {
     dev_t device;
@@ -112,7 +112,7 @@ bool isSource(const struct stat &status)
     return std::ranges::find(sources(), FileIdentity{status.st_dev, status.st_ino}) != sources().end();
 }
 
-// Standard output, where it goes into a file that can be read again.
+// Standard output, if it is a file that can be read again.
 bool isOwnOutput(const struct stat &status)
 {
     struct stat output
@@ -150,7 +150,7 @@ std::string temporaryFolder()
     return (folder != nullptr && *folder != '\0' ? std::string{folder} : std::string{"/tmp"}) + "/";
 }
 
-// What a new file would have got: the mask can only be read by setting it.
+// The mode of a new file: the mask can only be read by setting it.
 mode_t newFileMode()
 {
     const mode_t mask = ::umask(0);
@@ -158,7 +158,7 @@ mode_t newFileMode()
     return 0666u & ~mask;
 }
 
-// From the start of `from`, wherever the descriptor stands, to `to`, wherever that stands.
+// Copies from the start of `from`, whatever its offset, to the current offset of `to`.
 void copyWhole(int from, const std::string &fromName, int to, const std::string &toName)
 {
     std::array<uint8_t, kBlock> block{};
@@ -187,7 +187,7 @@ KIVCS2Status writeToOutput(KIVCS2Stream *stream, const void *buffer, uint64_t si
     }
     catch (...)
     {
-        output->failure = std::current_exception(); // no exception crosses the library
+        output->failure = std::current_exception(); // an exception must not cross the library
         return KIVCS2STATUS_WRITE_ERR;
     }
     if (bytesWritten != nullptr)
@@ -225,8 +225,8 @@ void occupyStandardStreams()
 {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
         if (::fcntl(descriptor, F_GETFD) < 0 && errno == EBADF)
-            // The lowest free number is the one that is missing. A path alone: reading and writing
-            // it fail as they would have failed on the closed stream.
+            // open() returns the lowest free number, the missing one. With O_PATH, reading and writing
+            // fail as on the closed stream.
             (void)::open("/dev/null", O_PATH | O_CLOEXEC);
 }
 
@@ -271,7 +271,7 @@ Input::Input(const std::string &path) : m_name(place(path, 0))
     m_regular = S_ISREG(status.st_mode);
     if (m_regular)
     {
-        // Standard input may stand anywhere in its file.
+        // Standard input may be at any offset of its file.
         const off_t here = std::max(::lseek(m_descriptor, 0, SEEK_CUR), off_t{0});
         m_start = static_cast<uint64_t>(here);
         m_size = static_cast<uint64_t>(status.st_size - std::min(status.st_size, here));
@@ -376,8 +376,8 @@ OutputFile::OutputFile(std::string target) : m_target(std::move(target))
     m_buffer.reserve(kBlock);
 }
 
-// The folder is held from here on, and what stands in it is looked at through it: whoever else may rename
-// things there cannot have one file's owner and mode given to another.
+// Keeps the folder open and examines its files through it, so that a user who may rename files there
+// cannot have one file's owner and mode given to another.
 void OutputFile::findPlace()
 {
     struct stat status
@@ -389,12 +389,12 @@ void OutputFile::findPlace()
     m_copyOver = m_target == "-" || (exists && !S_ISREG(status.st_mode));
 
     std::string path = m_copyOver ? temporaryFolder() : m_target;
-    // A link stays a link: its target is what gets replaced.
+    // A link stays a link: its target is replaced.
     char *resolved = exists && !m_copyOver ? ::realpath(m_target.c_str(), nullptr) : nullptr;
     if (resolved != nullptr)
         path = resolved;
     std::free(resolved);
-    const size_t slash = path.rfind('/') + 1; // 0 without one
+    const size_t slash = path.rfind('/') + 1; // 0 without a slash
     m_name = path.substr(slash);
     if (m_name.empty() && !m_copyOver)
         throw Failure::system(m_target, m_target.empty() ? ENOENT : EISDIR);
@@ -423,7 +423,7 @@ std::string OutputFile::folderName() const
 void OutputFile::openTemporary()
 {
     m_file = FileDescriptor{::openat(m_folder.get(), ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600)};
-    // Some file systems have no files without a name, and without /proc there would be no way to name it.
+    // Some file systems have no unnamed files, and without /proc such a file cannot be named.
     if (m_file.get() < 0 || ::access(pathOf(m_file.get()).c_str(), F_OK) != 0)
         openNamed();
 }
@@ -442,7 +442,7 @@ void OutputFile::openNamed()
 
 OutputFile::~OutputFile()
 {
-    const SignalsHeld held; // the descriptor that the handler would use closes
+    const SignalsHeld held; // the handler would use the descriptor being closed
     if (!m_temporary.empty())
         ::unlinkat(m_folder.get(), m_temporary.c_str(), 0);
     forgetTemporary();
@@ -482,7 +482,7 @@ std::string OutputFile::readablePath() const
     return m_temporary.empty() ? pathOf(m_file.get()) : pathOf(m_folder.get()) + "/" + m_temporary;
 }
 
-// From its start, wherever the descriptor stands.
+// From its start, whatever the offset.
 void OutputFile::copyToTarget()
 {
     out().flush();
@@ -495,7 +495,7 @@ void OutputFile::copyToTarget()
         };
         if (opened.get() < 0 || ::fstat(opened.get(), &status) != 0)
             throw Failure::system(m_target, errno);
-        // It was none when it was looked at; written over in place it would keep the end of its old content.
+        // It was not a regular file before; written in place it would keep the end of its old content.
         if (S_ISREG(status.st_mode))
             throw Failure(kExitInputOutput, m_target + ": has become a regular file meanwhile");
     }
@@ -503,8 +503,8 @@ void OutputFile::copyToTarget()
               m_target == "-" ? "standard output" : m_target);
 }
 
-// Those of the file that is replaced. The owner goes first: changing it takes set-id bits away, and they must
-// not come to stand on a file of another owner than they were given for.
+// Sets the owner, group and mode of the replaced file. The owner is set first, because changing it clears the
+// set-id bits, which must not be set on a file of another owner.
 void OutputFile::takeOverAttributes()
 {
     if (!m_before)
@@ -525,9 +525,9 @@ void OutputFile::takeOverAttributes()
     if (!owner || !group)
         mode &= ~kSetId;
     if (!group)
-        mode &= ~static_cast<mode_t>(S_IRWXG) | (mode & S_IRWXO) << 3; // another group gets what all get
+        mode &= ~static_cast<mode_t>(S_IRWXG) | (mode & S_IRWXO) << 3; // another group gets the rights of all
     (void)::fchmod(m_file.get(), mode);
-    // The system may take a set-id bit away without a word.
+    // The system may silently clear a set-id bit.
     const bool kept = ::fstat(m_file.get(), &own) == 0 &&
                       ((own.st_mode ^ m_before->st_mode) & kSetId & m_before->st_mode) == 0;
     if (!owner || !group)
@@ -540,8 +540,8 @@ void OutputFile::takeOverAttributes()
         note(m_target + ": the set-id bits could not be kept");
 }
 
-// A second name for the unnamed file, for the moment until it is renamed. Where the system gives none, the
-// content goes into a file that has one.
+// Links the unnamed file under a second name until it is renamed. If the system refuses, copies the
+// content into a named file.
 void OutputFile::giveTemporaryName()
 {
     std::string name = temporaryName();
@@ -560,7 +560,7 @@ void OutputFile::giveTemporaryName()
 void OutputFile::giveName()
 {
     const SignalsHeld held;
-    // A name that is free is given at once.
+    // A free name is used at once.
     if (m_temporary.empty() && !m_before &&
         ::linkat(AT_FDCWD, pathOf(m_file.get()).c_str(), m_folder.get(), m_name.c_str(), AT_SYMLINK_FOLLOW) ==
             0)

@@ -25,7 +25,7 @@ struct Cell
 {
     uint32_t width; // in 168ths of the line, into which all patterns divide
     Colour left;
-    Colour right; // other than the left one: a ramp
+    Colour right; // if different from the left one: a ramp
 };
 
 constexpr Cell plain(uint32_t width, Colour colour)
@@ -52,8 +52,8 @@ constexpr Colour kMagenta75 = {0.75, 0, 0.75};
 constexpr Colour kRed75 = {0.75, 0, 0};
 constexpr Colour kBlue75 = {0, 0, 0.75};
 
-// Colour without luma, outside of what RGB shows: 20 IRE of subcarrier on the axes I and Q of NTSC, which
-// stand at 33 degrees to V and U. With black at 7.5 IRE white is 92.5 above it.
+// Colour without luma, outside the range of RGB: 20 IRE of subcarrier on the axes I and Q of NTSC, which
+// are at 33 degrees to V and U. With black at 7.5 IRE white is 92.5 above it.
 constexpr Colour kMinusI = {-0.20670, 0.05881, 0.23929};
 constexpr Colour kPlusQ = {0.13423, -0.13994, 0.36848};
 
@@ -78,7 +78,7 @@ constexpr std::array kEG1Pluge = {plain(30, kMinusI),       plain(30, kWhite),  
                                   plain(30, kBlack),        plain(8, grey(-kFourIRE)), plain(8, kBlack),
                                   plain(8, grey(kFourIRE)), plain(24, kBlack)};
 
-// SMPTE RP 219, with 100 % white and black where the practice leaves a choice.
+// SMPTE RP 219, with 100 % white and black at its optional places.
 constexpr std::array kRP219Bars = {plain(21, grey(0.4)), plain(18, kWhite75), plain(18, kYellow75),
                                    plain(18, kCyan75),   plain(18, kGreen75), plain(18, kMagenta75),
                                    plain(18, kRed75),    plain(18, kBlue75),  plain(21, grey(0.4))};
@@ -203,7 +203,7 @@ void writeRGB(const std::vector<Colour> &colours, const PixelLayout &pixels, uin
     }
 }
 
-// Chroma is sited on the even pixel; a last pixel without partner has a pair of its own.
+// Chroma is sited on the even pixel; a last odd pixel has its own pair.
 void write422(const std::vector<Colour> &colours, Matrix matrix, const PixelLayout &pixels, uint8_t *row)
 {
     const bool tenBits = pixels.type == kCVPixelFormatType_422YpCbCr10;
@@ -216,13 +216,13 @@ void write422(const std::vector<Colour> &colours, Matrix matrix, const PixelLayo
     }
     if (!tenBits)
     {
-        // Cb Y Cr Y; with luma first the neighbours change places.
+        // Cb Y Cr Y; with luma first the neighbours are swapped.
         const size_t swapped = pixels.type == kCVPixelFormatType_422YpCbCr8_yuvs ? 1 : 0;
         for (size_t index = 0; index < components.size(); ++index)
             row[index ^ swapped] = static_cast<uint8_t>(components[index]);
         return;
     }
-    components.resize((components.size() + 2) / 3 * 3); // three components a word
+    components.resize((components.size() + 2) / 3 * 3); // three components in each word
     for (size_t index = 0; index < components.size(); index += 3, row += 4)
     {
         const uint32_t word = components[index] | components[index + 1] << 10 | components[index + 2] << 20;

@@ -1,4 +1,4 @@
-// Colour bars: the patterns that lines and monitors are set by.
+// Colour bars: the patterns for adjusting lines and monitors.
 #ifndef KIV_TOOL_COLOUR_BARS_H
 #define KIV_TOOL_COLOUR_BARS_H
 
@@ -14,11 +14,11 @@ enum class BarPattern
     Ebu100, ///< eight bars 100/0/100/0
 };
 
-/// The name of the pattern that a picture of so many lines gets.
+/// The name of the pattern for a picture with so many lines.
 [[nodiscard]] std::string_view barPatternName(BarPattern pattern, uint32_t height);
 
 /// One frame of bars. 4:2:2 by the matrix, rounded once to 10 or 8 bits, Y from 64 to 940 (16 to 235) and
-/// below where the PLUGE goes; RGB from 0 to 255 and no further. Edges stand between pairs of pixels.
+/// lower in the PLUGE; RGB clipped to 0 to 255. Edges lie between pairs of pixels.
 [[nodiscard]] Frame colourBars(BarPattern pattern, Matrix matrix, const PixelLayout &pixels, uint32_t width,
                                uint32_t height);
 

@@ -35,7 +35,7 @@ const std::array<Curve, KIVCS2InterpolationFunctionMax> kCurves = {{
 namespace
 {
 
-// ---- Where a curve stands among all of them
+// ---- The place of a curve among all of them
 
 constexpr uint32_t kGridColumns = 5; // the linear curve, then the families
 constexpr uint32_t kGridRows = 3;    // in, out, in-out
@@ -53,7 +53,7 @@ constexpr Cell cellOf(KIVCS2InterpolationFunction curve)
 // ---- Characters
 
 constexpr size_t kGridLines = 6;   // of a plot among others
-constexpr size_t kLargeLines = 16; // of one alone
+constexpr size_t kLargeLines = 16; // of a single plot
 
 // The lines of a plot, each `columns` braille characters. A character is two dots wide and four high.
 std::vector<std::string> brailleOf(const Curve &curve, size_t columns, size_t lines)
@@ -73,7 +73,7 @@ std::vector<std::string> brailleOf(const Curve &curve, size_t columns, size_t li
         const double value = curve.valueAt(static_cast<double>(x) / static_cast<double>(width - 1));
         const double up = std::clamp(value, 0.0, 1.0) * static_cast<double>(height - 1);
         const size_t y = height - 1 - static_cast<size_t>(std::lround(up));
-        // Down to the dot beside the last one, so that a steep curve stays a line; no curve goes down.
+        // Down to the dot next to the last one, so that a steep curve stays a line; no curve goes down.
         const size_t lowest = x > 0 && before > y + 1 ? before - 1 : y;
         for (size_t dot = y; dot <= lowest; ++dot)
             set(x, dot);
@@ -108,7 +108,7 @@ constexpr Colour kGrid = {228, 228, 232};
 constexpr Colour kAxis = {96, 96, 104};
 constexpr Colour kDiagonal = {176, 176, 184};
 constexpr Colour kInk = {32, 32, 40};
-// A colour a family, in the order of the grid's columns.
+// A colour for each family, in the order of the grid's columns.
 constexpr std::array<Colour, kGridColumns> kFamily = {
     {{72, 72, 80}, {24, 96, 200}, {208, 88, 16}, {16, 136, 80}, {144, 48, 168}}};
 
@@ -151,7 +151,7 @@ constexpr Letter kLetters[] = {
 };
 // clang-format on
 
-// A picture that is drawn on, from the upper left.
+// A picture to draw on, with the origin at the upper left.
 class Canvas
 {
 public:
@@ -167,7 +167,7 @@ public:
                 std::copy(colour.begin(), colour.end(), m_picture.at(column, row));
     }
 
-    // A round dot of the line that is being drawn.
+    // A round dot of the line being drawn.
     void dot(double x, double y, double radius)
     {
         const auto first = [radius](double centre)
@@ -188,7 +188,7 @@ public:
             }
     }
 
-    // Ends the line: its dots overlap, and yet every pixel takes the colour once.
+    // Ends the line: its dots overlap, but every pixel takes the colour only once.
     void ink(const Colour &colour)
     {
         for (size_t index = 0; index < m_line.size(); ++index)
@@ -224,10 +224,10 @@ public:
 
 private:
     Picture m_picture;
-    std::vector<float> m_line; // what share of each pixel the line covers
+    std::vector<float> m_line; // the share of each pixel that the line covers
 };
 
-// What stands around a plot of `side` pixels.
+// The margins around a plot of `side` pixels.
 struct Frame
 {
     uint32_t scale; // of the letters

@@ -26,13 +26,13 @@ extern const std::array<Curve, KIVCS2InterpolationFunctionMax> kCurves;
 
 [[nodiscard]] std::vector<std::string> curveNames();
 
-/// The curve of a name in any case or of the beginning of one alone, "quadratic-in" too, or of its number.
+/// The curve of a name in any case, of an unambiguous beginning ("quadratic-in" too), or of a number.
 [[nodiscard]] std::optional<KIVCS2InterpolationFunction> findCurve(std::string_view text);
 
 /// One curve in braille dots with axes, `columns` characters wide.
 void printCurve(KIVCS2InterpolationFunction curve, size_t columns);
 
-/// All of them: the linear curve, then a column a family and rows for in, out and in-out.
+/// All of them: the linear curve, then a column for each family with rows for in, out and in-out.
 void printCurves(size_t columns);
 
 /// One curve with axes over a grid of quarters, the plot `side` pixels wide and high.

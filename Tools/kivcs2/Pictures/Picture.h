@@ -9,15 +9,15 @@
 namespace tool
 {
 
-/// Somebody else's pixels: 8 bits a component, red first, rows from the top. Bytes of a row beyond its pixels
-/// are never read.
+/// A view of pixels: 8 bits for each component, red first, rows from the top. Bytes of a row beyond its
+/// pixels are never read.
 struct PictureView
 {
     const uint8_t *pixels = nullptr;
     uint32_t width = 0;    ///< pixels
     uint32_t height = 0;   ///< rows
     size_t rowBytes = 0;   ///< from one row to the next
-    uint32_t channels = 3; ///< 3: RGB, 4: RGBA with an alpha that is not multiplied in
+    uint32_t channels = 3; ///< 3: RGB, 4: RGBA with an alpha that is not premultiplied
 
     [[nodiscard]] const uint8_t *at(size_t x, size_t y) const
     {
@@ -25,7 +25,7 @@ struct PictureView
     }
 };
 
-/// An RGB picture of its own, black at first.
+/// An RGB picture with its own pixels, initially black.
 class Picture
 {
 public:

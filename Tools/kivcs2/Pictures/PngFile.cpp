@@ -21,13 +21,13 @@ void writePNG(const std::string &target, const PictureView &picture)
         picture.rowBytes > static_cast<size_t>(std::numeric_limits<png_int_32>::max()))
         throw Failure(kExitNotHere, Where{target}, "no picture of this size can be a PNG");
 
-    OutputFile file{target}; // before the work: a folder that is not there is told at once
+    OutputFile file{target}; // before the work: a missing folder is reported at once
     png_image image{};
     image.version = PNG_IMAGE_VERSION;
     image.width = picture.width;
     image.height = picture.height;
     image.format = picture.channels == 4 ? PNG_FORMAT_RGBA : PNG_FORMAT_RGB;
-    // Room for pixels that do not compress at all.
+    // Room for incompressible pixels.
     std::vector<uint8_t> bytes(PNG_IMAGE_PNG_SIZE_MAX(image));
     png_alloc_size_t size = bytes.size();
     if (png_image_write_to_memory(&image, bytes.data(), &size, 0, picture.pixels,

@@ -10,7 +10,7 @@ namespace tool
 {
 
 /// Writes the picture as an 8-bit PNG in sRGB. The file appears whole or not at all; "-" is standard output,
-/// which must be no terminal. Throws the command's failures: a picture without pixels or too large for the
+/// which must not be a terminal. Throws the command's failures: a picture without pixels or too large for the
 /// format, a target that cannot be written.
 void writePNG(const std::string &target, const PictureView &picture);
 

@@ -15,7 +15,7 @@ namespace tool
 namespace
 {
 
-// v210 rows are whole groups of 48 pixels, as capture cards have them; all other rows stand without gaps.
+// v210 rows are whole groups of 48 pixels, as in capture cards; all other rows have no gaps.
 // clang-format off
 constexpr std::array<PixelLayout, 7> kLayouts = {{
     {"v210", "4:2:2, 10 bits",            kCVPixelFormatType_422YpCbCr10,     6, 16, 128, {}},
@@ -50,7 +50,7 @@ Frame convertedByLibrary(const Frame &frame, KIVCS2PixelBufferConvertMode mode, 
     return {to, made};
 }
 
-// Luma and chroma change places: '2vuy' to 'yuvs' and back.
+// Swaps luma and chroma: '2vuy' to 'yuvs' and back.
 Frame withSwappedBytes(const Frame &frame, const PixelLayout &to)
 {
     Frame swapped{to, frame.width(), frame.height()};
@@ -88,8 +88,8 @@ Frame reordered(const Frame &frame, const PixelLayout &to)
     return result;
 }
 
-// One pair more on the right, with the chroma of the last: what the library averages the last pixel's chroma
-// with.
+// Adds a pair on the right with the chroma of the last one, with which the library averages the last pixel's
+// chroma.
 Frame withOnePairMore(const Frame &frame)
 {
     const size_t bytes = k2vuy.rowBytes(frame.width());
@@ -125,8 +125,8 @@ void pixelByBT709(int32_t luma, int32_t blue, int32_t red, uint8_t *pixel)
     pixel[3] = 255;
 }
 
-// As the library converts by the matrix of standard definition: a pixel between two chroma samples has their
-// mean. The last pair is only there to be averaged with.
+// Interpolates like the library's conversion for standard definition: a pixel between two chroma samples has
+// their mean. The last pair is used only for that mean.
 Frame convertedByBT709(const Frame &wider)
 {
     Frame result{kRGBA, wider.width(), wider.height()};
@@ -204,7 +204,7 @@ std::string FrameLayout::text() const
 
 LockedPixels::LockedPixels(CVPixelBufferRef buffer) : m_buffer(buffer)
 {
-    (void)CVPixelBufferLockBaseAddress(m_buffer, 0); // fails for no buffer alone
+    (void)CVPixelBufferLockBaseAddress(m_buffer, 0); // fails only without a buffer
     m_base = static_cast<uint8_t *>(CVPixelBufferGetBaseAddress(m_buffer));
     m_rowBytes = CVPixelBufferGetBytesPerRow(m_buffer);
 }

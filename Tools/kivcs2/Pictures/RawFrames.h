@@ -19,17 +19,17 @@
 namespace tool
 {
 
-/// How pixels lie in a file. They come in blocks that are never split: a pair shares its chroma, six pixels
-/// of v210 share four words.
+/// The layout of pixels in a file. They come in blocks that are never split: a pair shares its chroma, six
+/// pixels of v210 share four words.
 struct PixelLayout
 {
     std::string_view name;
     std::string_view meaning;
-    OSType type; ///< of the buffers that hold it; every four bytes of RGB are the library's 32-bit RGB
+    OSType type; ///< of its buffers; all four-byte RGB is the library's 32-bit RGB
     uint32_t blockPixels;
     uint32_t blockBytes;
     uint32_t rowAlignment;            ///< bytes
-    std::array<uint8_t, 4> component; ///< places of R, G, B and A in a pixel; none in 4:2:2
+    std::array<uint8_t, 4> component; ///< offsets of R, G, B and A in a pixel; unused in 4:2:2
 
     [[nodiscard]] bool isRGB() const
     {
@@ -40,10 +40,10 @@ struct PixelLayout
 
 [[nodiscard]] std::span<const PixelLayout> pixelLayouts();
 [[nodiscard]] std::vector<std::string> pixelLayoutNames();
-/// Throws the usage failure of a name that is none.
+/// Throws a usage failure for an unknown name.
 [[nodiscard]] const PixelLayout &pixelLayout(std::string_view name);
 
-/// What a file of frames holds, which nothing in it tells.
+/// The contents of a file of frames, which the file itself does not describe.
 struct FrameLayout
 {
     const PixelLayout *pixels = nullptr;
@@ -51,7 +51,7 @@ struct FrameLayout
     uint32_t height = 0; ///< rows
     size_t rowBytes = 0; ///< from one row to the next
     double pixelAspect = 1.0;
-    double framesPerSecond = 0.0; ///< 0: not known
+    double framesPerSecond = 0.0; ///< 0: unknown
 
     [[nodiscard]] uint64_t frameBytes() const
     {
@@ -95,14 +95,14 @@ struct Frame
     PixelBuffer buffer{nullptr, CVPixelBufferRelease};
     const PixelLayout *pixels = nullptr;
 
-    /// Pixels of no particular value.
+    /// Uninitialised pixels.
     Frame(const PixelLayout &layout, uint32_t width, uint32_t height);
-    /// Takes the buffer over.
+    /// Takes ownership of the buffer.
     Frame(const PixelLayout &layout, CVPixelBufferRef made) : Frame(layout)
     {
         buffer.reset(made);
     }
-    /// Over somebody else's bytes.
+    /// A buffer over the caller's bytes.
     Frame(const FrameLayout &layout, std::vector<uint8_t> &bytes);
 
     [[nodiscard]] uint32_t width() const
@@ -118,23 +118,23 @@ private:
     explicit Frame(const PixelLayout &layout) : pixels(&layout) {}
 };
 
-/// Frames out of an input, each over the bytes of the one before.
+/// Reads frames from an input, each over the bytes of the previous one.
 class FrameReader
 {
 public:
-    /// Refuses a file that is no whole number of frames at once.
+    /// Refuses at once a file that is not a whole number of frames.
     FrameReader(const std::string &path, const FrameLayout &layout);
 
-    /// The next frame, null at the end. Throws when the input ends inside a frame.
+    /// The next frame, null at the end. Throws if the input ends inside a frame.
     [[nodiscard]] Frame *next();
-    /// Passes frames over; how many there were is seen by `next`.
+    /// Skips frames; `next` shows whether there were enough.
     void skip(uint64_t frames);
 
     [[nodiscard]] const Input &input() const
     {
         return m_input;
     }
-    /// Frames handed out or passed over.
+    /// Frames returned or skipped.
     [[nodiscard]] uint64_t number() const
     {
         return m_number;
@@ -148,15 +148,15 @@ private:
     uint64_t m_number = 0;
 };
 
-/// "is 5 frames of 1382400 bytes and 1 byte more": why a file holds no whole frames.
+/// "is 5 frames of 1382400 bytes and 1 byte more": why a file does not hold whole frames.
 [[nodiscard]] std::string partOfFrame(uint64_t bytes, const FrameLayout &layout);
 
-/// Frames into a file that appears whole or not at all, or one after the other to standard output, which must
-/// be no terminal; rows without the padding of buffers.
+/// Writes frames into a file that appears whole or not at all, or one by one to standard output, which must
+/// not be a terminal; rows are without the padding of buffers.
 class FrameWriter
 {
 public:
-    /// An empty target takes nothing; one that is read is refused, see refuseSource().
+    /// An empty target discards the frames; a source is refused, see refuseSource().
     explicit FrameWriter(const std::string &target);
 
     void write(const Frame &frame);
@@ -173,11 +173,11 @@ private:
     uint64_t m_frames = 0;
 };
 
-/// Whether `converted` knows a way. There is none from RGB to 4:2:2 and none from 8 bits to 10.
+/// Whether `converted` supports it. It does not convert RGB to 4:2:2 or 8 bits to 10.
 [[nodiscard]] bool canConvert(const PixelLayout &from, const PixelLayout &to);
 
-/// The same picture in other pixels: what lies between 4:2:2 and RGB and what drops bits is the library's
-/// work, orders of bytes are changed here.
+/// The same picture in other pixels: the library converts 4:2:2 to RGB and drops bits; byte orders are
+/// changed here.
 [[nodiscard]] Frame converted(const Frame &frame, const PixelLayout &to);
 
 /// How luma and colour differences become RGB.
@@ -187,8 +187,8 @@ enum class Matrix
     BT709, ///< high definition
 };
 
-/// RGB to look at. Unlike `converted`, the last pixel of a line has the chroma of its own pair, and high
-/// definition has its own matrix; alpha is taken for opaque unless it is asked for.
+/// RGB for viewing. Unlike in `converted`, the last pixel of a line has the chroma of its own pair, and high
+/// definition has its own matrix; pixels are opaque unless alpha is requested.
 class FramePicture
 {
 public:

@@ -1,4 +1,4 @@
-// Commands that run until they are told to end: the signals that would end them are waited for.
+// For commands that run until a signal ends them: waits for those signals.
 #ifndef KIV_TOOL_END_SIGNALS_H
 #define KIV_TOOL_END_SIGNALS_H
 
@@ -11,9 +11,9 @@
 namespace tool
 {
 
-/// Blocks the signals that end a command, before there is anything that one of them could leave behind and
-/// before other threads start. One that the command was started without (nohup, jobs in the background) stays
-/// ignored. SIGUSR1 of the own process wakes a wait.
+/// Blocks the signals that end a command, before the command makes anything that must be cleaned up and
+/// before other threads start. A signal that was ignored at the start (nohup, jobs in the background) stays
+/// ignored. SIGUSR1 from this process wakes a wait.
 class EndSignals
 {
 public:
@@ -35,7 +35,7 @@ public:
         ::kill(::getpid(), SIGUSR1);
     }
 
-    /// Waits until the command is to end.
+    /// Waits for a signal that ends the command.
     void wait() const
     {
         int signalNumber = 0;
@@ -60,7 +60,7 @@ public:
         return signalNumber == SIGUSR1 ? Event::Woken : Event::End;
     }
 
-    /// Whether the command is told to end before `end`.
+    /// Waits until `end`; true if a signal ended the command before.
     [[nodiscard]] bool waitUntil(std::chrono::steady_clock::time_point end) const
     {
         using std::chrono::nanoseconds;

@@ -17,7 +17,7 @@ using Colour = std::array<uint32_t, 3>;
 
 constexpr std::string_view kShades = " .:-=+*#%@";
 
-// The picture cut into a grid of boxes, none of them empty.
+// The picture divided into a grid of boxes, none of which is empty.
 class Boxes
 {
 public:
@@ -58,7 +58,7 @@ void drawInColour(const Boxes &boxes, size_t columns, size_t lines)
 {
     for (size_t line = 0; line < lines; ++line)
     {
-        Colour shownAbove{256, 256, 256}; // no colour of a pixel: the first is always told
+        Colour shownAbove{256, 256, 256}; // not a pixel's colour, so the first is always written
         Colour shownBelow = shownAbove;
         for (size_t column = 0; column < columns; ++column)
         {
@@ -99,7 +99,7 @@ void drawHalfBlocks(const PictureView &picture, size_t columns, double pixelAspe
 {
     if (picture.width == 0 || picture.height == 0 || columns == 0)
         return;
-    // A character is as high as two are wide, so a line of characters is two rows of squares.
+    // A character is twice as high as wide, so a line of characters is two rows of squares.
     const double squares = static_cast<double>(columns) * picture.height / (picture.width * pixelAspect);
     const size_t lines = static_cast<size_t>(std::clamp(std::lround(squares / 2), 1L, 10000L));
     if (Output::hasColour())

@@ -1,4 +1,4 @@
-// JSON values, and their text by the library that is compiled here only.
+// JSON values, and their text by the JSON library, which only this source includes.
 #include "Terminal/JSON.h"
 
 #include <nlohmann/json.hpp>

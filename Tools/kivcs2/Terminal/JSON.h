@@ -1,5 +1,5 @@
-// Values that --json writes. The library that writes them takes seconds to compile and is known to JSON.cpp
-// alone.
+// Values that --json writes. Only JSON.cpp includes the library that writes them, because it takes seconds
+// to compile.
 #ifndef KIV_TOOL_JSON_H
 #define KIV_TOOL_JSON_H
 
@@ -13,8 +13,8 @@
 namespace tool
 {
 
-/// null, a truth value, a number, a text, an array or an object, whose keys stay in the order they were
-/// given. A braced list of pairs that begin with a text is an object, any other list an array.
+/// null, a truth value, a number, a text, an array or an object, whose keys keep their order. A braced list
+/// of pairs that begin with a text is an object, any other list an array.
 class Json
 {
 public:
@@ -47,13 +47,13 @@ public:
     [[nodiscard]] static Json array();
     [[nodiscard]] static Json object();
 
-    /// Adds an element to an array; a null becomes one.
+    /// Adds an element to an array; null becomes an array.
     void push_back(Json value);
 
-    /// The value of a key of an object, null when it is new; a null becomes an object.
+    /// The value of a key of an object, null for a new key; null becomes an object.
     Json &operator[](std::string_view key);
 
-    /// Takes over all keys of another object.
+    /// Copies all keys of another object.
     void update(const Json &other);
 
     [[nodiscard]] bool isNull() const;
@@ -65,10 +65,10 @@ public:
         return size() == 0;
     }
 
-    /// In one line. Bytes that are not UTF-8 become U+FFFD, numbers that are not finite null.
+    /// The text in one line. Bytes that are not UTF-8 become U+FFFD, numbers that are not finite null.
     [[nodiscard]] std::string line() const;
 
-    /// The same, indented by two blanks a level.
+    /// The same, indented by two blanks for each level.
     [[nodiscard]] std::string text() const;
 
 private:

@@ -18,7 +18,7 @@ namespace
 
 constexpr uint64_t kMostMessages = 20;
 
-std::atomic<uint64_t> theMessages = 0; // of any thread
+std::atomic<uint64_t> theMessages = 0; // from all threads
 
 void writeMessage(std::string_view message)
 {
@@ -43,7 +43,7 @@ void take(void *, os_log_type_t, const char *message)
     }
     catch (...)
     {
-        // Without memory there is no message; no exception crosses the library.
+        // Without memory the message is lost; an exception must not cross the library.
     }
 }
 

@@ -26,10 +26,10 @@ constexpr size_t kWidthOfAFile = 100;
 constexpr auto kBeforeProgress = std::chrono::seconds{1};
 constexpr auto kBetween = std::chrono::milliseconds{200};
 
-// The line of progress that stands on the terminal, to be cleared before anything else is said.
+// The line of progress on the terminal, to be cleared before any other output.
 bool theProgressIsShown = false;
 
-// The array of JSON that is being written; there is one at a time.
+// The JSON array being written; there is one at a time.
 enum class ArrayState
 {
     None,
@@ -38,7 +38,7 @@ enum class ArrayState
 };
 ArrayState theArray = ArrayState::None;
 
-// The list of a report that is being written; there is one at a time.
+// The list of the report being written; there is one at a time.
 ArrayState theReport = ArrayState::None;
 
 bool theOutputIsData = false;
@@ -49,16 +49,16 @@ void clearProgress()
         std::fputs("\r\x1b[K", stderr);
 }
 
-// A line that is longer than the terminal is wide would not be renewed in place.
+// A line wider than the terminal could not be redrawn in place.
 std::string shortenedToTerminal(const std::string &text)
 {
     winsize size{};
     if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || text.size() < size.ws_col)
         return text;
-    return text.substr(text.size() - size.ws_col + 1u); // the end has the number
+    return text.substr(text.size() - size.ws_col + 1u); // the number is at the end
 }
 
-// Characters, not bytes, and none for an escape sequence: what the eye counts.
+// The visible width: characters, not bytes, without escape sequences.
 size_t columns(std::string_view text)
 {
     size_t count = 0;
@@ -89,7 +89,7 @@ std::string withoutColour(std::string_view text)
     return result;
 }
 
-// The members of an object behind the list of a report.
+// The members of an object after the list of a report.
 void closeReport(const Json &rest)
 {
     const std::string members = jsonText(rest, 2);
@@ -252,7 +252,7 @@ Output &documents()
     return theOutputIsData ? errors() : out();
 }
 
-// An array that a failure leaves is closed by writeFailure(), and by nobody when the reader has gone.
+// After a failure writeFailure() closes the array; if the reader has gone, it stays open.
 JsonArray::JsonArray()
 {
     theArray = ArrayState::Empty;
@@ -268,7 +268,7 @@ JsonArray::~JsonArray()
     }
     catch (...)
     {
-        // A failing standard output tells itself at the last flush.
+        // A failing standard output is reported at the last flush.
     }
 }
 
@@ -397,7 +397,7 @@ void report(bool json, const Json &value, const Facts &facts)
 
 Progress::Progress(std::string what) : m_what(std::move(what)), m_terminal(isScreen(STDERR_FILENO))
 {
-    // Several steps of less than a second each are work of more than a second.
+    // Several steps of less than a second each may take more than a second.
     static const Clock::time_point start = Clock::now();
     m_next = start + kBeforeProgress;
 }
@@ -416,7 +416,7 @@ void Progress::at(uint64_t done, uint64_t total)
         return;
     m_next = now + kBetween;
     theProgressIsShown = true;
-    // In floating point: done * 100 does not fit for every size.
+    // In floating point, because done * 100 may overflow.
     const std::string number =
         total > 0 ? tool::print(" %3.0f %%", 100.0 * static_cast<double>(std::min(done, total)) /
                                                  static_cast<double>(total))
@@ -428,7 +428,7 @@ void Progress::at(uint64_t done, uint64_t total)
 void note(std::string_view text)
 {
     clearProgress();
-    const std::string line = "kivcs2: " + visible(text) + "\n"; // one line, whatever a file is called
+    const std::string line = "kivcs2: " + visible(text) + "\n"; // one line for any file name
     std::fputs(line.c_str(), stderr);
 }
 

@@ -1,4 +1,4 @@
-// What people and programs read: tables, JSON, colour and progress.
+// Output for people and programs: tables, JSON, colour and progress.
 #ifndef KIV_TOOL_OUTPUT_H
 #define KIV_TOOL_OUTPUT_H
 
@@ -14,7 +14,7 @@
 namespace tool
 {
 
-/// Thrown when the reader of standard output has gone (`| head`): the command ends silently.
+/// Thrown if the reader of standard output has closed it (`| head`): the command ends silently.
 struct ReaderGone
 {
 };
@@ -25,25 +25,25 @@ class Output
 public:
     explicit Output(int descriptor) : m_descriptor(descriptor) {}
 
-    /// Bytes as they are: a result that is data, and what has been made visible before.
+    /// Writes bytes unchanged: a result that is data, and text that is already visible().
     void write(std::string_view bytes);
     void line(const Shown &text);
     void json(const Json &value);
     void flush();
 
-    /// What was written since the last flush, instead of writing it.
+    /// Returns the bytes since the last flush instead of writing them.
     [[nodiscard]] std::string take();
 
-    /// A heading or a word that should stand out; plain when standard output is no terminal or
+    /// A heading or an emphasised word; plain if standard output is not a terminal or
     /// NO_COLOR is set.
     [[nodiscard]] static Shown strong(const Shown &text);
     [[nodiscard]] static Shown good(const Shown &text);
     [[nodiscard]] static Shown bad(const Shown &text);
 
-    /// Whether colours are wanted: standard output is a screen and NO_COLOR is not set.
+    /// Whether to use colours: standard output is a terminal and NO_COLOR is not set.
     [[nodiscard]] static bool hasColour();
 
-    /// Columns that text may fill: the terminal's, or 100 where there is none.
+    /// Columns for text: the terminal's, or 100 without a terminal.
     [[nodiscard]] static size_t width();
 
 private:
@@ -57,10 +57,10 @@ private:
 /// The one standard output of the process.
 [[nodiscard]] Output &out();
 
-/// From here on standard output is the command's alone: what the library prints there is thrown away.
+/// From here on only the command writes to standard output: the library's output there is discarded.
 void keepStandardOutput();
 
-/// Throws away what the library prints on standard error while this stands: the command says it in a line of
+/// Discards the library's output on standard error during its lifetime: the command prints a line of
 /// its own.
 class QuietErrors
 {
@@ -74,14 +74,14 @@ private:
     int m_own;
 };
 
-/// Standard error, for a summary whose place on standard output a file has taken; without colour.
+/// Standard error, for a summary if a file goes to standard output; without colour.
 [[nodiscard]] Output &errors();
 
-/// A JSON value as text, on one line or indented; visible on a terminal, with every value kept.
+/// A JSON value as text, on one line or indented; escaped for a terminal without losing a value.
 [[nodiscard]] std::string jsonText(const Json &value, int indent = -1);
 
-/// A JSON array given element by element, so that a long one needs no memory. When a failure ends the
-/// listing, the failure becomes its last element, so that programs can read what was listed.
+/// A JSON array written element by element, so that a long one needs no memory. If a failure ends the
+/// listing, the failure becomes its last element, so that programs can read the elements before it.
 class JsonArray
 {
 public:
@@ -97,8 +97,8 @@ private:
     bool m_closed = false;
 };
 
-/// A JSON object that begins with a list given element by element, so that a long one needs no memory. The
-/// other members follow when the list is whole; a failure that comes before takes their place as "error".
+/// A JSON object that begins with a list written element by element, so that a long one needs no memory. The
+/// other members follow the complete list; after an earlier failure "error" replaces them.
 class JsonReport
 {
 public:
@@ -109,7 +109,7 @@ public:
 
     void add(const Json &element);
 
-    /// `rest` is an object that is not empty.
+    /// `rest` must not be empty.
     void close(const Json &rest);
 
 private:
@@ -119,19 +119,19 @@ private:
     bool m_isOpen = false;
 };
 
-/// Whether a line of this descriptor can be renewed in place and coloured: a terminal, and not a dumb one.
+/// Whether a line of this descriptor can be redrawn in place and coloured: a terminal, but not a dumb one.
 [[nodiscard]] bool isScreen(int descriptor);
 
-/// From here on standard output has a result that is data: documents for programs go to standard error.
+/// From here on standard output is for a result that is data: documents for programs go to standard error.
 void giveStandardOutputToData();
 
-/// Where documents for programs go.
+/// The output for documents for programs.
 [[nodiscard]] Output &documents();
 
-/// The failure that ends the command as the last document for programs: in the array that is open, or alone.
+/// Writes the failure that ends the command as the last document for programs: in the open array, or alone.
 void writeFailure(const Json &failure);
 
-/// Rows under aligned columns, two spaces apart.
+/// Rows in aligned columns, two spaces apart.
 class Table
 {
 public:
@@ -164,10 +164,10 @@ private:
     std::vector<std::pair<Shown, Shown>> m_facts;
 };
 
-/// What a word has done, for programs or for people; on standard error when standard output carries data.
+/// Writes the result of a word, for programs or for people; on standard error if standard output is for data.
 void report(bool json, const Json &value, const Facts &facts);
 
-/// One line on standard error, renewed in place, once the command has run for a second and only when
+/// One line on standard error, redrawn in place after the command has run for a second, and only if
 /// standard error is a terminal.
 class Progress
 {
@@ -177,7 +177,7 @@ public:
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
 
-    /// `total` 0 means that the end is not known.
+    /// `total` 0 means that the total is unknown.
     void at(uint64_t done, uint64_t total);
 
 private:
@@ -191,7 +191,7 @@ private:
 /// A line on standard error, after "kivcs2: ".
 void note(std::string_view text);
 
-/// As much of a line as `width` columns hold, with its colours and their end.
+/// The part of a line that fits `width` columns, with its colours and their end.
 [[nodiscard]] std::string shortened(std::string_view line, size_t width);
 
 /// "1 packet", "2 packets".

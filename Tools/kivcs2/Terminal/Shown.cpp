@@ -1,4 +1,4 @@
-// Which characters a terminal is shown, and how the others are written.
+// Which characters a terminal gets, and how the others are written.
 #include "Terminal/Shown.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ struct PointRange
     uint32_t first, last;
 };
 
-// What steers a terminal or hides what stands where.
+// Characters that control a terminal or hide the order of the text.
 constexpr std::array kSteering = {
     PointRange{0x00, 0x1F},     // ISO 6429's first set
     PointRange{0x7F, 0x9F},     // DEL and the second set
@@ -28,9 +28,9 @@ constexpr std::array kSteering = {
 
 struct Character
 {
-    size_t length;  ///< bytes; 1 where they are no UTF-8
+    size_t length;  ///< bytes; 1 if they are not UTF-8
     bool isValid;   ///< UTF-8
-    uint32_t point; ///< where it is valid
+    uint32_t point; ///< if it is valid
 };
 
 // The first character of a text that is not empty.
@@ -65,7 +65,7 @@ bool isPlain(char byte)
     return byte >= 0x20 && byte < 0x7F;
 }
 
-// Copies a text with every character that steers rewritten by `quote`, and every byte that is no UTF-8.
+// Copies a text; `quote` rewrites every controlling character and every byte that is not UTF-8.
 template <class Quote>
 std::string rewritten(std::string_view text, Quote quote)
 {
@@ -119,7 +119,7 @@ std::string visibleJson(std::string_view json)
                          if (!character.isValid)
                              result += "\xEF\xBF\xBD"; // the replacement character: JSON is UTF-8
                          else if (bytes == "\n")
-                             result += bytes; // between values; within one it has been escaped
+                             result += bytes; // between values; inside a value it is escaped
                          else
                              result += quoted;
                      });

@@ -1,4 +1,4 @@
-// What a terminal may be shown: text without what would steer it.
+// Text that is safe for a terminal: without characters that control it.
 #ifndef KIV_TOOL_SHOWN_H
 #define KIV_TOOL_SHOWN_H
 
@@ -8,16 +8,16 @@
 namespace tool
 {
 
-/// Quotes what would break a line or steer a terminal: control characters of both sets (U+0000 to U+001F,
-/// U+007F to U+009F), line and paragraph separators, marks that turn the direction of writing, and bytes that
-/// are no UTF-8 become \xNN, byte by byte. Quoted text stays as it is.
+/// Escapes characters that break a line or control a terminal: control characters of both sets (U+0000 to
+/// U+001F, U+007F to U+009F), line and paragraph separators, marks that change the direction of writing, and
+/// bytes that are not UTF-8 become \xNN, byte by byte. Escaped text stays unchanged.
 [[nodiscard]] std::string visible(std::string_view text);
 
-/// The same characters of a JSON text as \uNNNN, so that a reader gets the values that were written.
+/// Writes the same characters of a JSON text as \uNNNN, so that a reader gets the original values.
 [[nodiscard]] std::string visibleJson(std::string_view json);
 
-/// Text that has gone through visible(): tables, facts, lines and failures take nothing else, so that no name
-/// from outside gets around it. Colour is added by Output alone.
+/// Text after visible(): tables, facts, lines and failures take only this type, so that no name from outside
+/// bypasses it. Only Output adds colour.
 class Shown
 {
 public:
@@ -41,7 +41,7 @@ public:
         return left;
     }
 
-    /// The next cell of a line for programs, behind a tabulator; none in front of the first.
+    /// Appends the next cell of a line for programs, with a tabulator between cells.
     void addCell(const Shown &cell)
     {
         m_text += (m_text.empty() ? "" : "\t") + cell.m_text;

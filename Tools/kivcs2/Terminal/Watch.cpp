@@ -1,4 +1,4 @@
-// Watching: pages in place, lines, and the end by an interrupt.
+// Draws pages in place, or lines, until an interrupt.
 #include "Terminal/Watch.h"
 
 #include "Failure.h"
@@ -26,9 +26,9 @@ std::string timeOfDay()
     return print("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
 }
 
-// Draws pages over each other: back up over the lines of the last one, each line cleared to its end, and
-// then what is below. A page that is too high or too wide is cut, for what scrolls or wraps cannot be gone
-// back over.
+// Draws each page over the previous one: moves up over its lines, clears each line to its end, and then
+// everything below. Cuts a page that is too high or too wide, because lines that scroll or wrap cannot be
+// overwritten.
 class Screen
 {
 public:
@@ -37,7 +37,7 @@ public:
         winsize size{};
         if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0)
             size = {24, 80, 0, 0};
-        // After another width the terminal has wrapped the lines anew: only a clear screen is known ground.
+        // After a change of width the terminal has wrapped the lines again, so clear the screen.
         if (m_columns != 0 && (m_columns != size.ws_col || m_rows != size.ws_row))
             out().write("\x1b[H\x1b[2J");
         else if (m_drawn > 0)
@@ -55,7 +55,7 @@ public:
         out().write("\x1b[J");
         out().flush();
     }
-    // Where the terminal has shown "^C", nothing stands behind.
+    // Clears the line that shows the terminal's "^C".
     static void leave()
     {
         out().write("\r\x1b[K");
@@ -108,7 +108,7 @@ int watch(const WatchOptions &options, bool json, const Watched &watched)
         }
         if (reading == options.readings)
             return kExitYes;
-        next = std::max(next + interval, Clock::now()); // a slow reading is not caught up with
+        next = std::max(next + interval, Clock::now()); // do not catch up after a slow reading
         if (!signals.waitUntil(next))
             continue;
         if (inPlace)

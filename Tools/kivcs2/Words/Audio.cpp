@@ -22,7 +22,7 @@ namespace
 
 // ---- Weave ----
 
-// By code of the rate. Without the ways of counting, which say nothing about samples.
+// By code of the rate, without the countings, because samples do not depend on them.
 struct Rate
 {
     std::string_view name;
@@ -54,7 +54,7 @@ struct Weave
     std::vector<uint32_t> samples; ///< of each frame of the cycle
     uint32_t most = 0;
     uint64_t sum = 0;
-    int64_t missed = 0; ///< what the cycle has too few of
+    int64_t missed = 0; ///< the missing samples of the cycle
 };
 
 Weave weaveOf(KIVCS2FrameRate rate, uint32_t sampleRate)
@@ -76,7 +76,7 @@ Weave weaveOf(KIVCS2FrameRate rate, uint32_t sampleRate)
     return weave;
 }
 
-// "1602 x 3, 1601 x 2": the larger counts come first, so a weave has two runs at most.
+// "1602 x 3, 1601 x 2": the larger counts come first, so a weave has at most two runs.
 std::string runs(const Weave &weave)
 {
     const auto larger = std::count(weave.samples.begin(), weave.samples.end(), weave.most);
@@ -162,7 +162,7 @@ int showDescription(KIVCS2AudioFormat code, bool json)
 {
     KIVCS2AudioFormatDescription format{};
     check(kivCS2AudioFormat_getDescription(code, &format), "format");
-    // The library takes every code apart; a field without a meaning gives 0.
+    // The library describes every code; a field without a meaning gives 0.
     const bool isKnown = format.m_encoding != 0 && format.m_sampleRate != 0;
     if (json)
         out().json({{"code", print("0x%08x", code)},
@@ -267,14 +267,14 @@ struct PCMOptions
 
 constexpr uint32_t kBlockBytes = 1 << 20;
 
-// The library's converter, with what it needs to be told of lengths.
+// The library's converter, with the lengths that it needs.
 class Converter
 {
 public:
     Converter(const PCMOptions &options, const SampleFormat &format)
     {
         const UInt32 frame = options.channels * format.bytes;
-        const AudioStreamBasicDescription input = {48000, // which no conversion depends on
+        const AudioStreamBasicDescription input = {48000, // no conversion depends on it
                                                    kAudioFormatLinearPCM,
                                                    format.flags,
                                                    frame,
@@ -293,8 +293,8 @@ public:
             throw Failure(kExitUsage,
                           deinterleave ? what : std::string{format.name} + " cannot be converted");
         m_positions.resize(deinterleave ? options.channels : 1);
-        // Sizes of the library know samples of two and three bytes; planes that come out too short are
-        // refused.
+        // The library computes sizes only for samples of two and three bytes; refuse planes that are too
+        // short.
         if (deinterleave && KIVCS2_SUCCEEDED(getDistance(frame)) && m_distance < outSample())
         {
             (void)kivCS2PCMAudioConverter_free(&m_record); // made
@@ -304,7 +304,7 @@ public:
     ~Converter()
     {
         (void)kivCS2PCMAudioConverter_free(&m_record);
-    } // not null
+    } // is not null
     Converter(const Converter &) = delete;
     Converter &operator=(const Converter &) = delete;
 
@@ -318,7 +318,7 @@ public:
         return format.mBytesPerFrame / format.mChannelsPerFrame;
     }
 
-    /// Interleaved frames, whole ones; the result stays until the next call.
+    /// Converts whole interleaved frames; the result is valid until the next call.
     std::span<const uint8_t> convert(std::span<const uint8_t> input)
     {
         m_output.resize(input.size() / inFrame() * m_record.m_outputFormat.mBytesPerFrame);
@@ -329,7 +329,7 @@ public:
         return {m_output.data(), size};
     }
 
-    /// Splits interleaved frames, whole ones; channel() has them until the next call.
+    /// Splits whole interleaved frames; channel() returns them until the next call.
     void split(std::span<const uint8_t> input)
     {
         const auto length = static_cast<uint32_t>(input.size());
@@ -376,7 +376,7 @@ const SampleFormat &formatNamed(std::string_view name)
                   "\"" + visible(name) + "\": the formats of samples are " + names + hint(known, name));
 }
 
-// Calls `take` with the frames of the input, block by block; returns how many there were.
+// Calls `take` with the frames of the input, block by block; returns their number.
 template <class Take>
 uint64_t readFrames(Input &input, uint32_t frameBytes, const std::string &target, Take take)
 {
@@ -397,7 +397,7 @@ uint64_t readFrames(Input &input, uint32_t frameBytes, const std::string &target
     return frames;
 }
 
-// The planes behind each other: each block goes to as many places as there are channels.
+// Writes the planes one after the other: each block goes to one place for each channel.
 uint64_t splitFile(const PCMOptions &options, Input &input, Converter &converter, OutputFile &output)
 {
     if (!input.isRegularFile())

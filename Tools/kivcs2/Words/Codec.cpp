@@ -1,4 +1,4 @@
-// kivcs2 codec: the table of codecs, one of it, and four-character codes taken apart.
+// kivcs2 codec: the table of codecs, a single codec, and four-character codes.
 #include "CommandLine/Numbers.h"
 #include "Failure.h"
 #include "Terminal/Output.h"
@@ -16,7 +16,7 @@ namespace tool
 namespace
 {
 
-// The library finds codecs by name and by code and hands out no list: these are asked for.
+// The library finds codecs by name and by code but has no list: these codes are looked up.
 constexpr std::array<std::string_view, 23> kCodes = {
     "dvpp", "dvcp", "dvc ", "dv5p", "dv5n", "mx3p", "mx3n", "mx4p", "mx4n", "mx5p", "mx5n", "jpeg",
     "apcn", "apch", "apcs", "apco", "dvh5", "dvh6", "dvhq", "dvhp", "2vuy", "v210", "AVdn"};
@@ -31,7 +31,7 @@ uint32_t pack(std::string_view characters)
     return code;
 }
 
-// The four characters, first the one in the top byte; what is no ASCII becomes \xNN.
+// The four characters, that of the top byte first; bytes that are not ASCII become \xNN.
 std::string charactersOf(uint32_t code)
 {
     std::string text;
@@ -44,7 +44,7 @@ std::string charactersOf(uint32_t code)
     return text;
 }
 
-// "0x61706368", "apch", or a decimal number; a shorter text has spaces behind it, as 'dvc ' has.
+// "0x61706368", "apch", or a decimal number; a shorter text is padded with spaces, as in 'dvc '.
 std::optional<uint32_t> parseCode(std::string_view text)
 {
     const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
@@ -54,7 +54,7 @@ std::optional<uint32_t> parseCode(std::string_view text)
     return code && *code <= UINT32_MAX ? std::optional{static_cast<uint32_t>(*code)} : std::nullopt;
 }
 
-// The library's name of a code; none when it knows no such codec.
+// The library's name of a code; empty for an unknown codec.
 std::optional<std::string> nameOf(uint32_t code)
 {
     char name[64];
@@ -120,7 +120,7 @@ int listCodecs(bool json)
     return kExitYes;
 }
 
-// A codec in a video format: what the buffers of its frames take.
+// A codec in a video format: the sizes of its frame buffers.
 int showCodec(const std::string &wanted, const std::string &formatName, bool json)
 {
     uint32_t code = 0;

@@ -15,7 +15,7 @@ namespace tool
 namespace
 {
 
-constexpr uint32_t kMostFrames = 10000000; // of a step and of a run, more than a day
+constexpr uint32_t kMostFrames = 10000000; // of a step and of a run; more than a day
 constexpr uint32_t kSecondsPerDay = 86400;
 constexpr size_t kWidestPlot = 72; // characters; wider ones are flat
 
@@ -127,7 +127,7 @@ std::vector<std::string_view> split(std::string_view text)
     }
 }
 
-// "25" frames or "1.5s". Neither reaches the library before it is known to be a length.
+// "25" frames or "1.5s". Both are validated before they reach the library.
 struct Length
 {
     double seconds = 0;

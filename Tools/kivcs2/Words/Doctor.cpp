@@ -1,4 +1,4 @@
-// kivcs2 doctor: what this machine offers the library, what is missing, and how to get it.
+// kivcs2 doctor: what this machine offers the library, what is missing, and how to install it.
 #include "Failure.h"
 #include "Terminal/Output.h"
 #include "Words/Words.h"
@@ -31,7 +31,7 @@ enum class State
 {
     Good,
     Limited, ///< works, with less or slower
-    Absent,  ///< something that only some machines have, or need
+    Absent,  ///< only some machines have or need it
     Missing, ///< operations fail
 };
 constexpr std::array kStateNames = {"good", "limited", "absent", "missing"};
@@ -40,7 +40,7 @@ struct Finding
 {
     State state;
     std::string found;
-    std::string remedy; ///< what to do about it; empty when there is nothing
+    std::string remedy; ///< what to do about it; empty if nothing
 };
 
 struct Check
@@ -62,7 +62,7 @@ std::string refusal(KIVCS2Status status, int error)
 Finding lookAtVectors()
 {
 #if defined(__x86_64__)
-    // The same questions that the library asks before it takes its vector paths.
+    // The checks that the library makes before it uses its vector paths.
     const bool carryless = __builtin_cpu_supports("pclmul");
     const bool sse42 = __builtin_cpu_supports("sse4.2") && carryless;
     const bool avx2 = sse42 && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2");
@@ -89,19 +89,19 @@ Finding lookAtMachine()
     return {State::Good, print("%.1f GiB free", static_cast<double>(free) / (1u << 30)), ""};
 }
 
-// Makes a private segment, which nobody else can meet.
+// Makes a private segment, which no other process can find.
 Finding lookAtSharedMemory()
 {
     KIVCS2SharedMemory segment{};
     const KIVCS2Status status = kivCS2SharedMemory_init(&segment, 0, 4096, true);
     const int error = segment.m_error;
-    (void)kivCS2SharedMemory_free(&segment); // not null
+    (void)kivCS2SharedMemory_free(&segment); // is not null
     if (KIVCS2_FAILED(status))
         return {State::Missing, refusal(status, error),
                 "free segments (kivcs2 shm show), or raise kernel.shmmni, shmall and shmmax (sysctl -w)"};
     shminfo limits{};
     shm_info use{};
-    (void)::shmctl(0, IPC_INFO, reinterpret_cast<shmid_ds *>(&limits)); // zeros otherwise
+    (void)::shmctl(0, IPC_INFO, reinterpret_cast<shmid_ds *>(&limits)); // zeros if it fails
     (void)::shmctl(0, SHM_INFO, reinterpret_cast<shmid_ds *>(&use));
     constexpr double kBytesPerGigabyte = 1u << 30;
     const double largest = static_cast<double>(limits.shmmax) / kBytesPerGigabyte;
@@ -120,7 +120,7 @@ Finding lookAtSemaphores()
     if (KIVCS2_FAILED(status))
         return {State::Missing, refusal(status, error),
                 "mount a file system with room on /dev/shm (mount -t tmpfs tmpfs /dev/shm -o mode=1777)"};
-    (void)kivCS2Semaphore_free(&semaphore); // initialised
+    (void)kivCS2Semaphore_free(&semaphore); // is initialised
     return {State::Good, "in /dev/shm", ""};
 }
 
@@ -134,7 +134,7 @@ struct Release
 template <class Ref>
 using Owned = std::unique_ptr<std::remove_pointer_t<Ref>, Release>;
 
-// Dates are written by ICU, whose data is a file of its own.
+// ICU writes dates, and its data is a separate file.
 Finding lookAtDates()
 {
     Finding missing{State::Missing, "dates and calendars cannot be written", "apt-get install libicu72"};
@@ -149,7 +149,7 @@ Finding lookAtDates()
         CFDateFormatterCreateStringWithAbsoluteTime(nullptr, formatter.get(), kNoonOfTheFirstDay)};
     std::array<char, 32> bytes{};
     if (!text || !CFStringGetCString(text.get(), bytes.data(), bytes.size(), kCFStringEncodingUTF8) ||
-        !std::string_view{bytes.data()}.starts_with("2001-01-0")) // of the zone's first or second day
+        !std::string_view{bytes.data()}.starts_with("2001-01-0")) // the day depends on the zone
         return missing;
     return {State::Good, "dates by ICU", ""};
 }
@@ -199,7 +199,7 @@ Finding lookAtLog()
             "KIV_LOG_STDERR=1 shows them on standard error; or apt-get install rsyslog"};
 }
 
-// The driver lists its devices in its folder, under the bus that found the controller.
+// The driver's folder, under the bus that found the controller, lists its devices.
 Finding lookAtSensors()
 {
     for (const char *driver : {"/sys/bus/platform/drivers/applesmc", "/sys/bus/acpi/drivers/applesmc"})

@@ -38,8 +38,8 @@ std::string fraction(uint32_t numerator, uint32_t denominator)
                             : std::to_string(numerator) + "/" + std::to_string(denominator);
 }
 
-// The library finds formats by code and by property, and hands out no list: all codes that its
-// fields can make are asked for, by walking the fields.
+// The library finds formats by code and by property but has no list, so all combinations of the
+// code's fields are looked up.
 std::vector<KIVCS2VideoFormatDescription> allFormats()
 {
     std::vector<KIVCS2VideoFormatDescription> formats;
@@ -206,8 +206,8 @@ Names eightBitNames()
     return names;
 }
 
-// A name of the table for what a user typed: in any case, without the pixel format for 8 Bit, or the
-// beginning of one name alone. What is none of these stays.
+// The table's name for a typed one: in any case, without the pixel format for 8 Bit, or an unambiguous
+// beginning. Any other text stays unchanged.
 std::string fullName(const std::string &wanted)
 {
     const Names all = videoFormatNames();
@@ -223,7 +223,7 @@ std::string fullName(const std::string &wanted)
     return wanted;
 }
 
-// The pixel format may be left out, so that a name is near to its beginning too.
+// The pixel format is optional, so a name is also compared without it.
 std::string nearestFormat(const std::string &wanted)
 {
     Names names = eightBitNames();

@@ -1,4 +1,4 @@
-// kivcs2 frame: raw frames described, converted, made and looked at.
+// kivcs2 frame: describes, converts, makes and shows raw frames.
 #include "CommandLine/Numbers.h"
 #include "Failure.h"
 #include "Pictures/ColourBars.h"
@@ -19,10 +19,10 @@ namespace tool
 namespace
 {
 
-constexpr uint32_t kMostPixels = 16384; // in a line and of lines: a frame of at most a gibibyte
+constexpr uint32_t kMostPixels = 16384; // in a line and in a column: a frame has at most a gibibyte
 constexpr uint32_t kLinesOfStandardDefinition = 576;
 
-// What a video format of the table calls 8 Bit, 10 Bit and RGBA.
+// The pixels of 8 Bit, 10 Bit and RGBA in the table of video formats.
 constexpr std::array kTablePixels = {"2vuy", "v210", "rgba"};
 
 const std::map<std::string, KIVCS2PixelBufferClearColour> kClearColours = {
@@ -67,7 +67,7 @@ FrameLayout layoutOf(const FrameArguments &arguments)
     layout.rowBytes = layout.pixels->rowBytes(layout.width);
     if (arguments.rowBytes > 0)
     {
-        // Short of the alignment, but with all pixels.
+        // Less than the alignment, but with all pixels.
         const size_t needed = (size_t{layout.width} + layout.pixels->blockPixels - 1) /
                               layout.pixels->blockPixels * layout.pixels->blockBytes;
         if (arguments.rowBytes < needed)
@@ -111,7 +111,7 @@ int noSuchFrame(const std::string &name, uint64_t frames, uint64_t frame)
     return kExitNo;
 }
 
-// A layout that came out of an operation.
+// The layout of an operation's result.
 FrameLayout layoutOf(const Frame &frame, const FrameLayout &source)
 {
     FrameLayout layout = source;
@@ -124,8 +124,8 @@ FrameLayout layoutOf(const Frame &frame, const FrameLayout &source)
 
 using FrameWork = std::function<Frame(const Frame &)>;
 
-// Every frame of the source through `work` to the target, in the memory of a few. Without a target only the
-// frame that is to be shown.
+// Passes every frame of the source through `work` to the target, with only a few in memory. Without a target
+// only the frame to show.
 int forEachFrame(const FrameArguments &arguments, const FrameLayout &layout, const std::string &doing,
                  const FrameWork &work)
 {
@@ -205,7 +205,7 @@ int scale(const FrameArguments &arguments)
                                       std::to_string(layout.width) + " x " + std::to_string(layout.height) +
                                       " smaller, in both directions");
     const bool rgb = layout.pixels->isRGB();
-    // The library takes 2vuy and four bytes of RGB, whatever their order, and leaves three bytes for 2vuy.
+    // The library takes 2vuy and four-byte RGB in any order, and leaves three bytes for 2vuy.
     const PixelLayout &taken = !rgb                             ? pixelLayout("2vuy")
                                : layout.pixels->blockBytes == 4 ? *layout.pixels
                                                                 : pixelLayout("rgba");
@@ -232,7 +232,7 @@ int deinterlace(const FrameArguments &arguments)
                         });
 }
 
-// One frame as often as it is wanted.
+// Writes one frame as often as requested.
 int repeat(const FrameArguments &arguments, const FrameLayout &layout, const Frame &frame,
            const std::string &what)
 {
@@ -261,7 +261,7 @@ int repeat(const FrameArguments &arguments, const FrameLayout &layout, const Fra
     return kExitYes;
 }
 
-// The library fills pixels: of the pair of a last odd one, the chroma that it shares is missing.
+// The library fills pixels: the pair of a last odd pixel lacks the shared chroma.
 void completeLastPairs(const Frame &frame)
 {
     const LockedPixels pixels{frame.buffer.get()};
@@ -325,8 +325,8 @@ int png(const FrameArguments &arguments)
     return kExitYes;
 }
 
-// The bytes of the whole input; what is no file is read to its end. The frame that is to be shown is shown in
-// passing, for a pipe can be read once.
+// The bytes of the whole input; an input that is not a file is read to its end. The frame to show is shown
+// on the way, because a pipe can be read only once.
 uint64_t sizeOf(const FrameArguments &arguments, const FrameLayout &layout)
 {
     Input input{arguments.source};
@@ -397,7 +397,7 @@ Names namesIn(const std::map<std::string, Value> &values)
     return names;
 }
 
-// How the frames lie in the file, or which ones to make.
+// The layout of the frames in the file, or of those to make.
 void addLayout(Word &word, FrameArguments &arguments, bool hasSource)
 {
     word.option("--video", arguments.video, "Size and pixels of a video format, as kivcs2 format lists them")
@@ -458,7 +458,7 @@ constexpr WordRow kWords[] = {
      "kivcs2 frame png in.v210 picture.png --video \"625i25 10 Bit\""},
 };
 
-// What the words have beside what they share.
+// The options that only some words have.
 void addOwnOptions(Word &frame, FrameArguments &arguments)
 {
     frame.below("convert")
@@ -475,7 +475,7 @@ void addOwnOptions(Word &frame, FrameArguments &arguments)
         .among(namesIn(kBarPatterns));
 }
 
-// What the help of each word says behind its options.
+// The help text of each word after its options.
 void describeWords(Word &frame)
 {
     frame.below("info").about(

@@ -1,4 +1,4 @@
-// kivcs2 generate and kivcs2 help: what the command says about itself.
+// kivcs2 generate and kivcs2 help: the documents of the command.
 #include "CommandLine/Generate.h"
 #include "Failure.h"
 #include "Terminal/Output.h"

@@ -1,4 +1,4 @@
-// kivcs2 json: a property list of the words given, as the library writes it.
+// kivcs2 json: a property list of the given words, as the library writes it.
 #include "CommandLine/Numbers.h"
 #include "Failure.h"
 #include "Terminal/Output.h"
@@ -26,7 +26,7 @@ struct Release
 };
 using String = std::unique_ptr<const std::remove_pointer_t<CFStringRef>, Release>;
 
-// The library escapes nothing, so what would need it has no place in a text that programs read.
+// The library does not escape, so characters that need escaping are refused in a text for programs.
 String makeString(std::string_view text)
 {
     const bool needsEscape = std::ranges::any_of(
@@ -38,13 +38,13 @@ String makeString(std::string_view text)
     CFStringRef string = nullptr;
     const KIVCS2Status status = kivCS2String_createCFStringWithEncoding(
         text.data(), static_cast<uint32_t>(text.size()), &string, KIVCS2StringEncoding_UTF8);
-    if (KIVCS2_FAILED(status)) // the strict reader's answer to bytes that the encoding does not allow
+    if (KIVCS2_FAILED(status)) // the strict reader's status for bytes that the encoding does not allow
         throw Failure(kExitMalformed,
                       "\"" + visible(text) + "\" is not valid utf8 (" + statusText(status) + ")");
     return String{string};
 }
 
-// What a number parser made of `text`, if it has the 32 bits of a Number.
+// The parsed number of `text`, if it fits the 32 bits of a Number.
 template <class Number, class Parsed>
 Number checked(std::optional<Parsed> value, std::string_view text, std::string_view type)
 {
@@ -97,7 +97,7 @@ void store(KIVCS2Dictionary &dictionary, std::string_view word)
     check(status, "\"" + visible(name) + "\" cannot be stored");
 }
 
-// The record as long as this stands.
+// Holds the record for its lifetime.
 class OwnDictionary
 {
 public:
@@ -109,7 +109,7 @@ public:
     OwnDictionary &operator=(const OwnDictionary &) = delete;
     ~OwnDictionary()
     {
-        (void)kivCS2Dictionary_free(&record); // not null
+        (void)kivCS2Dictionary_free(&record); // is not null
     }
 
     KIVCS2Dictionary record{};

@@ -1,4 +1,4 @@
-// kivcs2 net: takes and sends data over TCP, UDP and multicast, and says how much of it goes by.
+// kivcs2 net: receives and sends data over TCP, UDP and multicast, and reports the amount.
 #include "CommandLine/Numbers.h"
 #include "Failure.h"
 #include "Files/Files.h"
@@ -25,7 +25,7 @@ namespace
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kSlice = 100ms;       // a wait lasts before the end signals and the meter are looked at
+constexpr auto kSlice = 100ms;       // longest wait between checks of the end signals and the meter
 constexpr uint32_t kLargest = 65507; // bytes in a UDP datagram over IPv4
 
 struct Options
@@ -34,9 +34,9 @@ struct Options
     int32_t port = 0;
     uint32_t size = 1316;        // seven transport packets
     uint64_t count = UINT64_MAX; // messages
-    double rate = 0;             // messages a second; 0: as fast as it goes
+    double rate = 0;             // messages a second; 0: as fast as possible
     uint32_t ttl = 1;
-    double timeout = 0; // seconds; 0: without end
+    double timeout = 0; // seconds; 0: without limit
     bool data = false;  // received data to standard output, or standard input to the network
     bool keep = false;  // one connection after the other
 };
@@ -45,7 +45,7 @@ struct FreeSocket
 {
     void operator()(KIVCS2Socket *socket) const
     {
-        (void)kivCS2Socket_free(socket); // of what the peer no longer hears, nothing can be told
+        (void)kivCS2Socket_free(socket); // a failure cannot be reported: the peer is gone
     }
 };
 using Socket = std::unique_ptr<KIVCS2Socket, FreeSocket>;
@@ -54,7 +54,7 @@ struct FreeAddress
 {
     void operator()(sockaddr_in *address) const
     {
-        (void)kivCS2_freeSockAddr(address); // not null
+        (void)kivCS2_freeSockAddr(address); // is not null
     }
 };
 using Address = std::unique_ptr<sockaddr_in, FreeAddress>;
@@ -64,7 +64,7 @@ std::string place(const Options &options)
     return visible(options.host) + ":" + std::to_string(options.port);
 }
 
-// Throws the failure of a create operation, with the system's reason if there is one.
+// Throws the failure of a create operation, with the system's reason if known.
 void checkMade(KIVCS2Status status, const std::string &what)
 {
     const int error = errno;
@@ -79,7 +79,7 @@ Address resolve(const Options &options)
     return Address{address};
 }
 
-// The lines that tell what happens. With data on standard output they are on standard error.
+// Lines that report what happens; on standard error if standard output has data.
 class Lines
 {
 public:
@@ -103,7 +103,7 @@ private:
     Output &m_to;
 };
 
-// What went by: a line a second, and one for all of it.
+// Reports the data transferred: a line each second, and one for the total.
 class Meter
 {
 public:
@@ -162,13 +162,13 @@ private:
     Count m_second;
 };
 
-// What goes on during every wait: the meter and the look at the end signals.
+// The work during every wait: the meter and the check of the end signals.
 struct Going
 {
     Meter &meter;
     const EndSignals &signals;
 
-    // Whether the command is told to end before `until`; without one, whether it has been told.
+    // Whether a signal ends the command before `until`; without `until`, whether one has.
     [[nodiscard]] bool toldToEnd(Clock::time_point until = {}) const
     {
         for (;;)
@@ -184,8 +184,8 @@ struct Going
     }
 };
 
-// Whether a wait was cut short: a socket with a time-out, by a command that was stopped and goes on (Ctrl-Z,
-// fg).
+// Whether a wait was interrupted: on a socket with a time-out, by stopping and continuing the command
+// (Ctrl-Z, fg).
 bool wasInterrupted(const KIVCS2Socket *socket)
 {
     return socket->m_errno == EINTR;
@@ -201,14 +201,14 @@ bool isOver(Clock::time_point since, double seconds)
     return seconds > 0 && Clock::now() - since >= std::chrono::duration<double>(seconds);
 }
 
-// How taking from a socket has ended: by the peer or a limit, where neither is set.
+// How receiving from a socket ended; if neither is set, by the peer or a limit.
 struct Taken
 {
     bool told = false;
     std::optional<Failure> fault;
 };
 
-// Takes what comes until the peer ends, `left` messages have come or the command is told to end.
+// Receives until the peer ends, `left` messages have come or a signal ends the command.
 Taken take(KIVCS2Socket *from, const Options &options, Lines &lines, const EndSignals &signals,
            uint64_t &left)
 {
@@ -250,7 +250,7 @@ Taken take(KIVCS2Socket *from, const Options &options, Lines &lines, const EndSi
     return taken;
 }
 
-// The next connection; null when the command is told to end first.
+// The next connection; null if a signal ends the command first.
 Socket await(KIVCS2Socket *server, const Options &options, const EndSignals &signals)
 {
     const auto from = Clock::now();
@@ -325,7 +325,7 @@ int receive(const Options &options, bool json)
     return kExitYes;
 }
 
-// The next message: standard input, or bytes that count. Empty at the end of the input, and when told to end.
+// The next message: standard input, or counting bytes. Empty at the end of the input and after an end signal.
 class Messages
 {
 public:
@@ -348,7 +348,7 @@ public:
         size_t filled = 0;
         while (filled < m_buffer.size())
         {
-            // The end signals are blocked, so that a read alone would wait through them.
+            // The end signals are blocked, so a read alone would not notice them.
             pollfd input{STDIN_FILENO, POLLIN, 0};
             if (::poll(&input, 1, std::chrono::milliseconds{kSlice}.count()) == 0)
             {
@@ -385,7 +385,7 @@ Socket makeSender(const Options &options)
     return Socket{made};
 }
 
-// Sends the whole message; false when the command is to end first.
+// Sends the whole message; false if a signal ends the command first.
 bool sendAll(KIVCS2Socket *socket, const sockaddr_in *to, std::string_view message, const Going &going)
 {
     while (!message.empty())
@@ -436,7 +436,7 @@ int send(const Options &options, bool json)
     }
     catch (const Failure &)
     {
-        meter.finish(); // what went until then
+        meter.finish(); // the amount until then
         throw;
     }
     meter.finish();
@@ -487,7 +487,7 @@ void addNetCommand(Word &root, Context &context)
         word.runs(
             [&context, options, body]
             {
-                // The library's own messages have no place among the lines; each comes with a status.
+                // The library's messages must not mix with the lines; each comes with a status.
                 keepStandardOutput();
                 return body(*options, context.json);
             });

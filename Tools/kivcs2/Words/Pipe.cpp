@@ -1,4 +1,4 @@
-// kivcs2 pipe: standard input through a ring to standard output, with one thread at either end.
+// kivcs2 pipe: standard input through a ring to standard output, with one thread at each end.
 #include "Failure.h"
 #include "Files/Files.h"
 #include "Terminal/Output.h"
@@ -31,10 +31,10 @@ namespace
 
 constexpr uint64_t kDefaultSize = 1u << 20;
 constexpr uint64_t kDefaultChunk = 64u << 10;
-constexpr uint64_t kNoChunk = UINT64_MAX; // none was given
+constexpr uint64_t kNoChunk = UINT64_MAX; // not given
 constexpr uint64_t kLargest = std::numeric_limits<uint32_t>::max();
-constexpr long kNanosecondsBetween = 200'000'000; // two looks at the meter
-constexpr uint32_t kLooksBetweenLines = 5;        // where it is written line by line
+constexpr long kNanosecondsBetween = 200'000'000; // between two updates of the meter
+constexpr uint32_t kLooksBetweenLines = 5;        // if it is written line by line
 constexpr size_t kMeterWidth = 20;
 
 struct PipeOptions
@@ -46,28 +46,28 @@ struct PipeOptions
     bool quiet = false;
 };
 
-// What has gone through so far.
+// The amounts so far.
 struct Counts
 {
     uint64_t in = 0;
     uint64_t out = 0;
     uint64_t lost = 0;    ///< overwritten before they were fetched
     uint32_t waiting = 0; ///< in the ring
-    uint32_t most = 0;    ///< that ever waited
+    uint32_t most = 0;    ///< the maximum of `waiting`
 };
 
 // ---- An interrupt ends the input ----
 
-// The end that interrupts and a failed output write to; the reading thread waits for it beside the input.
+// Interrupts and a failed output write to this end; the reading thread polls it together with the input.
 volatile sig_atomic_t theWakeUp = -1;
-std::atomic<int> theSignal = 0; // the first; two of them may come on two threads at once
+std::atomic<int> theSignal = 0; // the first signal; two may arrive on two threads at once
 static_assert(std::atomic<int>::is_always_lock_free);
 
 void wakeUp()
 {
     const char byte = 0;
     if (::write(theWakeUp, &byte, 1) < 0)
-        return; // full: it has been woken before
+        return; // the pipe is full: the thread has been woken before
 }
 
 extern "C" void endInput(int signalNumber)
@@ -77,11 +77,11 @@ extern "C" void endInput(int signalNumber)
     if (theSignal.compare_exchange_strong(none, signalNumber))
         wakeUp();
     else
-        (void)std::raise(signalNumber); // back at its default: it ends the process once this has returned
+        (void)std::raise(signalNumber); // reset to its default, it ends the process after this returns
     errno = error;
 }
 
-// While it stands, the first interrupt ends the input and the second, of whatever kind, the process.
+// During its lifetime the first interrupt ends the input and the second, of any kind, the process.
 class Interrupts
 {
 public:
@@ -127,8 +127,8 @@ private:
 
 // ---- The ring between the threads ----
 
-// A ring under a mutex, with waiting. A condition stands beside the mutex, whose record begins with the
-// system's own.
+// A ring under a mutex, with waiting. The condition uses the system's mutex, with which the record of the
+// mutex begins.
 class SharedRing
 {
 public:
@@ -139,7 +139,7 @@ public:
         if (KIVCS2_FAILED(status))
             (void)kivCS2Mutex_free(&m_mutex); // the failure below is the one that matters
         check(status, "a ring of " + count(size, "byte"));
-        (void)kivCS2RingBuffer_setOperationMode(&m_ring, mode); // not null
+        (void)kivCS2RingBuffer_setOperationMode(&m_ring, mode); // is not null
         pthread_condattr_t attributes;
         pthread_condattr_init(&attributes);
         pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
@@ -151,13 +151,13 @@ public:
     {
         pthread_cond_destroy(&m_ended);
         pthread_cond_destroy(&m_moved);
-        (void)kivCS2RingBuffer_dispose(&m_ring); // not null
-        (void)kivCS2Mutex_free(&m_mutex);        // not null
+        (void)kivCS2RingBuffer_dispose(&m_ring); // is not null
+        (void)kivCS2Mutex_free(&m_mutex);        // is not null
     }
     SharedRing(const SharedRing &) = delete;
     SharedRing &operator=(const SharedRing &) = delete;
 
-    /// Stores all of `bytes`; in reject mode it waits for room, and gives up only once nobody fetches.
+    /// Stores all of `bytes`; in reject mode waits for room, and gives up only if the reader has ended.
     void store(std::span<const uint8_t> bytes)
     {
         const Lock lock{*this};
@@ -167,7 +167,7 @@ public:
         uint32_t room = 0;
         while (!m_outputEnded)
         {
-            (void)kivCS2RingBuffer_getFreeBytesAvailable(&m_ring, &room); // not null
+            (void)kivCS2RingBuffer_getFreeBytesAvailable(&m_ring, &room); // is not null
             status = kivCS2RingBuffer_store(&m_ring, bytes.data(), size);
             if (status != KIVCS2STATUS_OVERFLOW_ERR)
                 break;
@@ -181,7 +181,7 @@ public:
         pthread_cond_signal(&m_moved);
     }
 
-    /// The oldest bytes, as many as fit `room`; waits for some. None once the input has ended.
+    /// Fetches the oldest bytes, as many as fit `room`; waits for some. None after the end of the input.
     size_t fetch(std::span<uint8_t> room)
     {
         const Lock lock{*this};
@@ -215,7 +215,7 @@ public:
         pthread_cond_signal(&m_ended);
     }
 
-    /// Waits until both ends have ended, but not longer than between two looks at the meter.
+    /// Waits until both ends have ended, at most until the next update of the meter.
     bool waitForEnd()
     {
         timespec until{};
@@ -254,7 +254,7 @@ private:
         }
         ~Lock()
         {
-            (void)kivCS2Mutex_unlock(&m_ring.m_mutex); // held
+            (void)kivCS2Mutex_unlock(&m_ring.m_mutex); // is held
         }
         Lock(const Lock &) = delete;
         Lock &operator=(const Lock &) = delete;
@@ -263,16 +263,16 @@ private:
         SharedRing &m_ring;
     };
 
-    // Under the lock.
+    // Call it with the lock held.
     [[nodiscard]] uint32_t waiting() const
     {
         uint32_t bytes = 0;
-        (void)kivCS2RingBuffer_getFetchBytesAvailable(&m_ring, &bytes); // not null
+        (void)kivCS2RingBuffer_getFetchBytesAvailable(&m_ring, &bytes); // is not null
         return bytes;
     }
 
     KIVCS2Mutex m_mutex{};
-    pthread_cond_t m_moved{}; ///< bytes have come or gone, or an end has ended
+    pthread_cond_t m_moved{}; ///< bytes were stored or fetched, or an end has ended
     pthread_cond_t m_ended{};
     KIVCS2RingBuffer m_ring{};
     Counts m_counts;
@@ -296,7 +296,7 @@ struct Pipe
     bool readerGone = false;          ///< the writing thread's
 };
 
-// Waits until `descriptor` can be used, or for a wake-up, which is not taken: it counts for good.
+// Waits until `descriptor` is ready, or for a wake-up, which stays in its pipe: it is permanent.
 [[nodiscard]] bool waitFor(int descriptor, short events, int wakeUpDescriptor)
 {
     std::array<pollfd, 2> waits = {{{descriptor, events, 0}, {wakeUpDescriptor, POLLIN, 0}}};
@@ -347,14 +347,14 @@ void writeOutput(Pipe &pipe)
 void *runInput(void *argument)
 {
     Pipe &pipe = *static_cast<Pipe *>(argument);
-    (void)kivCS2Thread_setCurrentThreadName("input"); // not null
+    (void)kivCS2Thread_setCurrentThreadName("input"); // is not null
     try
     {
         readInput(pipe);
     }
     catch (...)
     {
-        pipe.inputFailure = std::current_exception(); // what was read before still goes out
+        pipe.inputFailure = std::current_exception(); // the bytes read before are still written
     }
     pipe.ring.endInput();
     return nullptr;
@@ -363,7 +363,7 @@ void *runInput(void *argument)
 void *runOutput(void *argument)
 {
     Pipe &pipe = *static_cast<Pipe *>(argument);
-    (void)kivCS2Thread_setCurrentThreadName("output"); // not null
+    (void)kivCS2Thread_setCurrentThreadName("output"); // is not null
     try
     {
         writeOutput(pipe);
@@ -377,11 +377,11 @@ void *runOutput(void *argument)
         pipe.outputFailure = std::current_exception();
     }
     pipe.ring.endOutput();
-    wakeUp(); // nothing needs to be read any more
+    wakeUp(); // no more input is needed
     return nullptr;
 }
 
-// Joined as soon as it goes.
+// A thread that its destructor joins.
 class Thread
 {
 public:
@@ -391,7 +391,7 @@ public:
     }
     ~Thread()
     {
-        (void)kivCS2Thread_join(&m_thread); // started
+        (void)kivCS2Thread_join(&m_thread); // was started
         (void)kivCS2Thread_free(&m_thread);
     }
     Thread(const Thread &) = delete;
@@ -401,14 +401,14 @@ private:
     KIVCS2Thread m_thread{};
 };
 
-// ---- What people see ----
+// ---- Reports ----
 
 std::string megabytes(uint64_t bytes)
 {
     return print("%.1f MB", static_cast<double>(bytes) / 1e6);
 }
 
-// One line on standard error: renewed in place on a terminal, else a line now and then and one at the end.
+// One line on standard error: redrawn in place on a terminal, else a line at intervals and one at the end.
 class Meter
 {
 public:
@@ -432,12 +432,12 @@ public:
         {
             errors().write(m_terminal ? "\r\x1b[K" + line : line + "\n");
             if (m_terminal && last)
-                errors().write("\r\x1b[K"); // the report takes its place
+                errors().write("\r\x1b[K"); // the report replaces it
             errors().flush();
         }
         catch (...)
         {
-            m_shown = false; // nobody looks at it any more; the bytes go on
+            m_shown = false; // its reader has gone; the bytes still flow
         }
     }
 
@@ -482,7 +482,7 @@ void checkSizes(PipeOptions &options)
         throw Failure(kExitUsage, "--chunk is 1 byte to the " + count(options.size, "byte") + " of the ring");
 }
 
-// Before anything is read: an output that cannot be written would take bytes that nobody gets.
+// Before anything is read: otherwise bytes for an output that cannot be written would be lost.
 void checkOutput()
 {
     const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
@@ -493,7 +493,7 @@ void checkOutput()
 int runPipe(const PipeOptions &options, bool json)
 {
     checkOutput();
-    const Input source{"-"}; // refuses to pass a file on to itself
+    const Input source{"-"}; // refuses to copy a file to itself
     Pipe pipe{static_cast<uint32_t>(options.size),
               options.mode == "reject" ? uint32_t{KIVCS2RingBufferOpMode_Reject}
                                        : uint32_t{KIVCS2RingBufferOpMode_Overwrite},
@@ -528,7 +528,7 @@ int runPipe(const PipeOptions &options, bool json)
     return pipe.ring.lostData() ? kExitNo : kExitYes;
 }
 
-// Interrupted, it has passed on what it had read; who called still learns of the interrupt.
+// After an interrupt, the bytes read have been written; the caller still gets the signal.
 int runPipeAndDie(const PipeOptions &options, bool json)
 {
     const int code = runPipe(options, json);

@@ -1,4 +1,4 @@
-// kivcs2 run: a command as a task of the library, with a time limit for it and all it starts.
+// kivcs2 run: a command as a task of the library, with a time limit for it and all its descendants.
 #include "Failure.h"
 #include "Files/Files.h"
 #include "Terminal/Output.h"
@@ -24,22 +24,23 @@ namespace tool
 namespace
 {
 
-// As env and timeout have them, so that a script sees through the command. Those below are the command's own.
+// Like those of env and timeout, so that scripts treat this word alike. Lower codes are those of the command
+// that it runs.
 enum RunCode : int
 {
     kRunTimedOut = 124,
-    kRunFailed = 125,        ///< this command, not the one it runs
-    kRunNotExecutable = 126, ///< found, and may not be executed
+    kRunFailed = 125,        ///< kivcs2 failed, not the command
+    kRunNotExecutable = 126, ///< found, but may not be executed
     kRunNotFound = 127,
-    kRunSignal = 128, ///< and the number of the signal that ended it
+    kRunSignal = 128, ///< plus the number of the signal that ended it
 };
 
 constexpr double kGrace = 1.0;       // seconds between SIGTERM and SIGKILL
 using Deadline = double;             // seconds of the monotonic clock
 constexpr double kMostSeconds = 1e9; // of a time limit, some thirty years
 constexpr Deadline kNoDeadline = std::numeric_limits<double>::infinity();
-constexpr double kLongestWait = 1e6;       // seconds; longer ones are waited for in pieces
-constexpr timespec kShortWait{0, 1000000}; // for a child that is about to be there
+constexpr double kLongestWait = 1e6;       // seconds; a longer wait is divided
+constexpr timespec kShortWait{0, 1000000}; // for a child that is about to start
 
 struct RunOptions
 {
@@ -60,7 +61,7 @@ struct ReleaseTask
 };
 using Task = std::unique_ptr<KIVCS2Task, ReleaseTask>;
 
-// The path of a command: a name without a slash is searched for, which the library leaves to its host.
+// The path of a command: searches PATH for a name without a slash, because the library does not.
 std::string findCommand(const std::string &name)
 {
     const auto isFile = [](const std::string &path)
@@ -126,13 +127,13 @@ Task makeTask(const RunOptions &options)
     return task;
 }
 
-// The task has ended. It queues, so that no such signal of somebody else's takes its place.
+// Signals the end of the task. It queues, so that a signal of another process cannot replace it.
 int endedSignal()
 {
     return SIGRTMIN;
 }
 
-// The signals that this thread waits for, and every thread of the process has blocked.
+// The signals that this thread waits for; every thread of the process blocks them.
 sigset_t awaited()
 {
     sigset_t set;
@@ -173,7 +174,7 @@ void tellEnd(KIVCS2Task *, void *)
     kill(getpid(), endedSignal());
 }
 
-// Starts the task; whichever way it runs, its end is told by a signal.
+// Starts the task; in each way of running, a signal reports its end.
 class Running
 {
 public:
@@ -201,7 +202,7 @@ public:
     Running(const Running &) = delete;
     Running &operator=(const Running &) = delete;
 
-    // Waits for the end, handing on what this process is told; false at the deadline.
+    // Waits for the end and forwards the signals of this process; false at the deadline.
     [[nodiscard]] bool waitForEnd(Deadline deadline)
     {
         for (;;)
@@ -217,9 +218,9 @@ public:
         }
     }
 
-    // SIGTERM to the child and all below it. Stopped meanwhile, the child starts nothing after that. What
-    // resists is killed by the task server, with all below it, when this process has ended; a SIGKILL to the
-    // child alone would let go of those.
+    // Sends SIGTERM to the child and its descendants, which are stopped meanwhile, so that the child starts
+    // no other. The task server kills what remains, with its descendants, after this process has ended; a
+    // SIGKILL to the child alone would miss those.
     void stopAll()
     {
         int32_t ignored = 0;
@@ -230,7 +231,7 @@ public:
         if (waitForEnd(now() + kGrace))
             return;
         out().flush();
-        _exit(kRunTimedOut); // the launch cannot be waited for
+        _exit(kRunTimedOut); // cannot wait for the launch
     }
 
     [[nodiscard]] int code()
@@ -240,7 +241,7 @@ public:
         KIVCS2Status status = m_launch.load();
         bool finished = true;
         if (!m_direct)
-            (void)kivCS2Task_finishedAsync(m_task, &finished, &status); // it was launched so
+            (void)kivCS2Task_finishedAsync(m_task, &finished, &status); // is an asynchronous launch
         const int waited = m_server ? m_task->m_exitCode : m_task->m_waitStatus;
         if (KIVCS2_FAILED(status) || waited == -1)
             throw Failure(static_cast<ExitCode>(kRunFailed), "launch (" + statusText(status) + ")");
@@ -250,21 +251,21 @@ public:
 private:
     void handOn(int signal, const siginfo_t &about)
     {
-        // The child may run before its id is known here. The signal waits for that: sent again to this
-        // process, it would no longer say that it was a key.
+        // The child may run before its id is known here, so the signal waits: sent again to this process,
+        // it would lose the mark of a key press.
         pid_t child = 0;
         while ((child = std::atomic_ref{m_task->m_pid}.load()) <= 0)
         {
             if (std::atomic_ref{m_task->m_state}.load() > KIVCS2TaskState_RunningAsync)
-                return; // there will be none
+                return; // the child did not start
             nanosleep(&kShortWait, nullptr);
         }
-        // A key tells the whole group of the terminal, and twice means "at once" to many programs. A terminal
-        // that hangs up tells us alone where we lead its session.
+        // A key press signals the terminal's whole group, and to many programs a second signal means "at
+        // once". A terminal that hangs up signals only the leader of its session.
         const bool isKey = signal == SIGINT || signal == SIGQUIT;
         if (isKey && about.si_code == SI_KERNEL && getpgid(child) == getpgrp())
             return;
-        int32_t ignored = 0; // a child that has ended meanwhile needs none
+        int32_t ignored = 0; // fails if the child has ended, which is harmless
         (void)kivCS2Task_signal(m_task, signal, &ignored);
     }
 
@@ -278,7 +279,7 @@ private:
 int runCommand(const RunOptions &options)
 {
     const sigset_t set = awaited();
-    pthread_sigmask(SIG_BLOCK, &set, nullptr); // before there is a second thread; children have none blocked
+    pthread_sigmask(SIG_BLOCK, &set, nullptr); // before a second thread starts; children block no signals
     const Task task = makeTask(options);
     Running running{task.get(), options};
     const Deadline deadline = options.timeout > 0 ? now() + options.timeout : kNoDeadline;

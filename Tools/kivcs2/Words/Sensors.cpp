@@ -17,7 +17,7 @@ namespace
 
 constexpr const char *kNothing = "-";
 
-// The connection as long as this stands.
+// Holds the connection for its lifetime.
 class Controller
 {
 public:
@@ -25,7 +25,7 @@ public:
     {
         const KIVCS2Status status = [this]
         {
-            const QuietErrors quiet; // the library says there what is missing
+            const QuietErrors quiet; // where the library prints what is missing
             return kivCS2SMC_init(&smc);
         }();
         if (!KIVCS2_FAILED(status))
@@ -48,7 +48,7 @@ public:
     KIVCS2SMC smc{};
 };
 
-// A figure that may be missing.
+// A figure that the controller may not have.
 struct Figure
 {
     std::string name;
@@ -109,7 +109,7 @@ struct Reading
     std::vector<Figure> figures;
 };
 
-// A controller may claim any number of fans; its keys name ten.
+// A controller may report any number of fans; its keys name ten.
 constexpr uint32_t kMostFans = 10;
 
 Reading read(KIVCS2SMC &smc)
@@ -226,7 +226,7 @@ std::string toLine(const Reading &reading)
     return line.empty() ? kNothing : line;
 }
 
-// The value of the types whose meaning is known.
+// The value, for types with a known meaning.
 std::optional<Figure> interpret(KIVCS2SMC &smc, std::string_view type, const std::vector<uint8_t> &data)
 {
     const auto size = static_cast<uint32_t>(data.size());

@@ -1,4 +1,4 @@
-// kivcs2 services: services on the local network published, listed, found and watched.
+// kivcs2 services: publishes, lists, finds and watches services on the local network.
 #include "CommandLine/Numbers.h"
 #include "Failure.h"
 #include "Terminal/EndSignals.h"
@@ -28,8 +28,8 @@ namespace
 
 using namespace std::chrono_literals;
 
-// So long after the last service a list counts as complete: the question waits 0.12 s at most, an answer a
-// second after the one before it and 0.12 s more (RFC 6762, 5.2 and 6).
+// A list is complete this long after the last service: the question waits at most 0.12 s, and a reply comes
+// at most a second and 0.12 s after the previous one (RFC 6762, 5.2 and 6).
 constexpr auto kQuietTime = 1500ms;
 
 struct Options
@@ -37,12 +37,12 @@ struct Options
     std::string name, type, domain;
     uint32_t port = 0;
     uint32_t timeout = 5000; // milliseconds
-    uint64_t count = 0;      // 0: without end
+    uint64_t count = 0;      // 0: without limit
     std::vector<std::string> texts;
     bool terminate = false;
 };
 
-// What a worker hands to the main thread: no exception of ours may pass the library's callbacks.
+// A worker's results for the main thread: an exception must not cross the library's callbacks.
 template <class Value>
 class Arrivals
 {
@@ -83,7 +83,7 @@ struct Found
     uint32_t port = 0;
 };
 
-// The whole of a text that the library hands out in ASCII, with "?" for other characters; `ascii` when there
+// The full text behind the library's ASCII form, which has "?" for other characters; `ascii` if there
 // is none.
 std::string wholeText(CFStringRef text, const char *ascii)
 {
@@ -132,7 +132,7 @@ Shown asLine(const Found &found)
     return line;
 }
 
-// A browser as long as this stands.
+// Holds a browser for its lifetime.
 class Browser
 {
 public:
@@ -144,7 +144,7 @@ public:
     Browser &operator=(const Browser &) = delete;
     ~Browser()
     {
-        (void)kivCS2Bonjour_diposeBrowserData(&record); // not null, and no callback of its own
+        (void)kivCS2Bonjour_diposeBrowserData(&record); // is not null, and not in its own callback
     }
 
     KIVCS2BonjourBrowser record{};
@@ -164,8 +164,8 @@ std::vector<std::string_view> labelsOf(std::string_view name)
     return labels;
 }
 
-// The library reports no failure of a search or of what is published: what cannot be is said before. Avahi
-// carries no types of one letter.
+// The library does not report failures of searching and publishing, so impossible names are refused before.
+// Avahi does not carry types of one letter.
 void requireNames(const Options &options)
 {
     constexpr size_t kLabelMax = 63;
@@ -192,7 +192,7 @@ void requireNames(const Options &options)
         throw Failure(kExitUsage, "\"" + visible(options.name) + "\" is not ASCII");
 }
 
-// The TXT record: every text behind its length.
+// The TXT record: every text after its length.
 std::string packTexts(const std::vector<std::string> &texts)
 {
     std::string record;
@@ -220,8 +220,8 @@ std::vector<std::string> unpackTexts(std::string_view record)
     return texts;
 }
 
-// The name under which the service is published now; "" while it is not. The name is ASCII, since its source
-// is.
+// The current name of the published service; "" if it is not published. The name is ASCII, because its
+// source is.
 std::string publishedName(const KIVCS2BonjourPublisher &publisher)
 {
     std::string text;
@@ -235,7 +235,7 @@ std::string publishedName(const KIVCS2BonjourPublisher &publisher)
     return text;
 }
 
-// Waits until the command is to end, and writes a line whenever the service has got a name.
+// Waits for an end signal, and writes a line whenever the service gets a name.
 void tellNames(const KIVCS2BonjourPublisher &publisher, const EndSignals &signals, bool json)
 {
     constexpr auto kLookAgainAfter = 50ms; // the network takes a second to accept a name
@@ -276,14 +276,14 @@ int publish(const Options &options, bool json)
         }
     if (hasTexts)
         tellNames(publisher, signals, json);
-    (void)kivCS2Bonjour_endPublishingService(&publisher); // not null
+    (void)kivCS2Bonjour_endPublishingService(&publisher); // is not null
     if (!hasTexts)
         throw Failure(kExitUsage, "the texts are more than a TXT record holds");
     return kExitYes;
 }
 
-// Whether no service is being resolved, which takes two seconds for one that nobody answers for: the browser
-// holds its mutex meanwhile.
+// Whether no service is being resolved; the browser holds its mutex meanwhile. A service without a reply
+// takes two seconds.
 bool isResting(KIVCS2BonjourBrowser &browser)
 {
     if (KIVCS2_FAILED(kivCS2Mutex_tryLock(&browser.m_mutex)))
@@ -341,8 +341,8 @@ int browse(const Options &options, bool json)
     return listed > 0 || !options.terminate ? kExitYes : kExitNo;
 }
 
-// A search for the names of services by the platform itself: the library's browser takes types of two labels
-// only, and resolves what it finds.
+// Searches for the names of services through the platform, because the library's browser accepts only types
+// of two labels, and resolves every service.
 class NameSearch
 {
 public:
@@ -396,8 +396,8 @@ private:
     std::thread m_thread;
 };
 
-// What the searches find until nothing has come for a while, each as often as it was found; nothing once it
-// is to end.
+// The names that each search finds until no more come for a while, without duplicates; empty after an end
+// signal.
 std::optional<std::vector<std::set<std::string>>>
 namesOf(std::span<const std::unique_ptr<NameSearch>> searches, const EndSignals &signals)
 {
@@ -419,8 +419,8 @@ namesOf(std::span<const std::unique_ptr<NameSearch>> searches, const EndSignals 
     }
 }
 
-// The question for types (RFC 6763, 9) is answered by names such as "_http", and the platform does not hand
-// out the protocol behind it: the services of both protocols are asked for.
+// The replies to the question for types (RFC 6763, 9) are names such as "_http", and the platform omits the
+// protocol after it, so the services of both protocols are searched for.
 int listTypes(const Options &options, bool json)
 {
     const EndSignals signals;
@@ -453,14 +453,14 @@ int listTypes(const Options &options, bool json)
     return list.empty() ? kExitNo : kExitYes;
 }
 
-// Ends the process in the midst of a search for the first service, which goes on for its time-out whatever
-// happens: its semaphores' names would stay on the machine.
+// Cleans up to end the process during a search for the first service, which always runs until its time-out:
+// otherwise the names of its semaphores would stay on the machine.
 [[noreturn]] void leaveSearch(KIVCS2BonjourBrowser &browser)
 {
     (void)kivCS2Bonjour_stopServiceBrowser(&browser); // the worker's semaphore goes with it
     KIVCS2Semaphore same;
     if (KIVCS2_SUCCEEDED(kivCS2Semaphore_init(&same, browser.m_semaphore.m_name)))
-        (void)kivCS2Semaphore_free(&same); // open, and nobody waits; removes the name
+        (void)kivCS2Semaphore_free(&same); // is open, and no thread waits; removes the name
     std::_Exit(kExitNo);
 }
 

@@ -1,4 +1,4 @@
-// kivcs2 shm: System V segments made, filled, read, listed and removed.
+// kivcs2 shm: makes, fills, reads, lists and removes System V segments.
 #include "CommandLine/Numbers.h"
 #include "Failure.h"
 #include "Files/Files.h"
@@ -25,7 +25,7 @@ namespace
 
 constexpr uint32_t kMost = std::numeric_limits<uint32_t>::max();
 
-// What a number parser made of `text`, if it has 32 bits.
+// The parsed number of `text`, if it fits 32 bits.
 uint64_t checked(std::optional<uint64_t> number, std::string_view text, std::string_view what)
 {
     if (!number || *number > kMost)
@@ -56,8 +56,8 @@ std::string keyText(uint32_t key)
     return print("0x%08x", key);
 }
 
-// The record as long as this stands. Destroying it only detaches, and the segment stays, unless it
-// was to be held.
+// Holds the record for its lifetime. Destroying it only detaches, and the segment stays, unless it
+// is held.
 class Attachment
 {
 public:
@@ -74,7 +74,7 @@ public:
     ~Attachment()
     {
         if (m_hold)
-            (void)free(); // something else is being reported
+            (void)free(); // another failure is being reported
         else if (m_record.m_address != nullptr)
             ::shmdt(m_record.m_address);
     }
@@ -86,19 +86,19 @@ public:
         return {static_cast<uint8_t *>(m_record.m_address), m_segment.shm_segsz};
     }
 
-    // From here on the segment is this command's, whatever ends it.
+    // From here on the segment belongs to this command, however it ends.
     void hold()
     {
         m_hold = true;
     }
 
-    // By the library, which says nothing of a segment that stays: 0 when it is gone, EBUSY while others are
-    // attached, EPERM when another user has made it.
+    // Frees through the library, which does not report a segment that stays: 0 if it is gone, EBUSY while
+    // others are attached, EPERM if another user made it.
     int free()
     {
         m_hold = false;
         const int id = m_record.m_id;
-        (void)kivCS2SharedMemory_free(&m_record); // not null
+        (void)kivCS2SharedMemory_free(&m_record); // is not null
         if (::shmctl(id, IPC_STAT, &m_segment) != 0)
             return 0;
         if (m_segment.shm_nattch != 0)
@@ -112,7 +112,7 @@ private:
     bool m_hold = false;
 };
 
-// True when the segment is gone, false while others are attached.
+// True if the segment is gone, false while others are attached.
 bool freeOrFail(Attachment &attachment, uint32_t key)
 {
     const int error = attachment.free();
@@ -129,7 +129,7 @@ struct Segment
     uint64_t attached;
     pid_t creator;
     uint32_t mode;
-    bool removed; // waits for its last user; has no key any more
+    bool removed; // waits for its last user and has no key
 };
 
 Segment describe(int id, const shmid_ds &segment)
@@ -143,7 +143,7 @@ Segment describe(int id, const shmid_ds &segment)
             (segment.shm_perm.mode & SHM_DEST) != 0};
 }
 
-// Without attaching: whoever looks must not count as a user.
+// Does not attach, because a reader of the list must not count as a user.
 std::optional<Segment> findSegment(uint32_t key)
 {
     const int id = ::shmget(static_cast<key_t>(key), 0, 0);
@@ -165,7 +165,7 @@ std::vector<Segment> allSegments()
     for (int index = 0; index <= last; ++index)
     {
         shmid_ds segment{};
-        // An index without a segment, or one that another user keeps to itself.
+        // An index without a segment, or with one that is closed to this user.
         if (const int id = ::shmctl(index, SHM_STAT, &segment); id >= 0)
             segments.push_back(describe(id, segment));
     }
@@ -251,8 +251,8 @@ int refuseToCreate(uint32_t key, bool clear)
                                (clear ? "" : "; --clear takes it and sets it to zero"));
 }
 
-// Makes a segment where there is none: of two commands that create one, the second must not clear what the
-// first has filled, and the library takes what is there. What else fails is the library's to report.
+// Makes a segment only if there is none: the library uses an existing one and clears it, so the second of two
+// commands would clear what the first has filled. The library reports all other failures.
 bool makeFirst(uint32_t key, uint32_t size)
 {
     return ::shmget(static_cast<key_t>(key), size, IPC_CREAT | IPC_EXCL | 0666) >= 0 || errno != EEXIST;
@@ -276,7 +276,7 @@ int create(const CreateOptions &options, bool json)
         attachment.hold();
     showSegment(key, json);
     if (!options.hold)
-        return kExitYes; // detached by leaving: the segment stays until somebody frees it
+        return kExitYes; // leaving detaches: the segment stays until it is freed
     out().flush();
     signals->wait();
     note("key " + keyText(key) + (freeOrFail(attachment, key) ? ": removed" : ": others are still attached"));
@@ -290,7 +290,7 @@ struct AttachOptions
     bool free = false;
 };
 
-// The part of the segment that was asked for.
+// The requested part of the segment.
 std::span<uint8_t> selectBytes(const Attachment &attachment, const AttachOptions &options)
 {
     const auto bytes = attachment.bytes();

@@ -26,7 +26,7 @@ struct Process
     uint64_t resident = 0, mapped = 0;
 };
 
-// What does not change while the command runs.
+// Figures that do not change while the command runs.
 struct Machine
 {
     std::optional<std::string> name;
@@ -34,7 +34,7 @@ struct Machine
     uint32_t processors = 0;
     uint32_t hertz = 0;
     uint64_t physical = 0;
-    uint32_t physicalLow = 0; // as the library tells it: the low 32 bits
+    uint32_t physicalLow = 0; // from the library: the low 32 bits
 };
 
 std::optional<Memory> readMemory()

@@ -62,7 +62,7 @@ const EncodingRow &encoding(std::string name)
 {
     std::erase(name, '-');
     const Names names = encodingNames();
-    if (const auto found = findName(names, name); found && *found > 0) // behind "auto"
+    if (const auto found = findName(names, name); found && *found > 0) // after "auto"
         return kEncodings[*found - 1];
     throw Failure(kExitUsage, "unknown encoding \"" + visible(name) +
                                   "\"; known are ascii, filesystem, utf8, utf16be, utf16le, utf32be, "
@@ -70,8 +70,8 @@ const EncodingRow &encoding(std::string name)
                                   hint(names, name));
 }
 
-// The encoding that the mark at the start names. FF FE 00 00 is UTF-32 here, as it is far more
-// often than UTF-16 text that begins with a zero character; the library says UTF-16.
+// The encoding named by the byte-order mark. FF FE 00 00 is UTF-32 here, because it is far more often
+// that than UTF-16 text that begins with a zero character; the library detects UTF-16.
 const EncodingRow *detect(std::span<const uint8_t> bytes, uint32_t &markLength)
 {
     KIVCS2StringEncoding found = 0;
@@ -110,7 +110,7 @@ struct FreeText
     void operator()(char *text) const
     {
         (void)kivCS2String_freeCString(text);
-    } // not null here
+    } // is not null
 };
 using Text = std::unique_ptr<char, FreeText>;
 
@@ -123,7 +123,7 @@ std::vector<uint8_t> convertBytes(std::span<const uint8_t> bytes, const Encoding
                                                             from.code, &text, to.code, &length);
     const Text guard{text};
     if (status == KIVCS2STATUS_MEMORY_ERR)
-        // The strict reader's answer to bytes that the encoding does not allow.
+        // The strict reader's status for bytes that the encoding does not allow.
         throw Failure(kExitMalformed, Where{name},
                       "not valid " + std::string{from.name} + " (" + statusText(status) + ")");
     check(status, name + ": no character converts to " + std::string{to.name});
@@ -168,8 +168,8 @@ int convertCommand(const Conversion &conversion)
     if (!body.empty())
     {
         const std::vector<uint8_t> text = convertBytes(body, *from, to, name);
-        // The library stops at the first character that has no place in the target and calls it a
-        // success: what came out is taken back and compared. A path may be composed on the way.
+        // The library stops at the first character that the target lacks, with success: convert the
+        // result back and compare. A path may be composed on the way.
         if (to.code != KIVCS2StringEncoding_FileSystem && from->code != KIVCS2StringEncoding_FileSystem)
         {
             const std::vector<uint8_t> back =
@@ -226,7 +226,7 @@ int checksum(const std::vector<std::string> &paths, bool json)
         }
         catch (const Failure &failure)
         {
-            note(failure.what()); // the other files are still worth their line
+            note(failure.what()); // the other files still get their lines
             if (array)
                 array->add(failure.json());
             code = failure.code();

@@ -55,7 +55,7 @@ std::string countingText(const Arguments &arguments, const Counting &counting)
     return text;
 }
 
-// One digit pair a byte: hours of 100 and more have none.
+// One pair of digits in each byte: hours of 100 and more do not fit.
 std::optional<std::string> bcdText(const KIVCS2Timecode &timecode)
 {
     uint32_t bcd = 0, hours = 0;
@@ -100,7 +100,7 @@ std::string dayText(int64_t days)
     return count(static_cast<uint64_t>(std::abs(days)), "day") + (days > 0 ? " later" : " earlier");
 }
 
-// `days`: on which day from the first timecode's on, where that has no date.
+// `days`: the day relative to the first timecode's, if that has no date.
 int report(const KIVCS2Timecode &timecode, const Arguments &arguments, const Counting &counting, bool json,
            std::optional<int64_t> days = std::nullopt)
 {
@@ -131,7 +131,7 @@ int show(const Arguments &arguments, bool json)
     return report(parseTimecode(arguments.timecodes[0], counting), arguments, counting, json);
 }
 
-// "90m", "1h30m", "1.5s": a number before each of d, h, m and s, in this order; none when it is no such text.
+// "90m", "1h30m", "1.5s": a number before each of d, h, m and s, in this order; empty for any other text.
 std::optional<double> durationOf(std::string_view text)
 {
     constexpr std::pair<char, double> kUnits[] = {{'d', 86400}, {'h', 3600}, {'m', 60}, {'s', 1}};
@@ -155,7 +155,7 @@ std::optional<double> durationOf(std::string_view text)
     return next > 0 && seconds <= kMost ? std::optional{seconds} : std::nullopt;
 }
 
-// A duration is counted as the digits are: an hour is 01:00:00:00. Drop-frame digits follow the clock.
+// A duration counts like the digits: an hour is 01:00:00:00. Drop-frame digits follow the clock.
 KIVCS2Timecode parseAmount(const std::string &text, const Counting &counting)
 {
     const auto seconds = durationOf(text);
@@ -175,7 +175,7 @@ bool hasDate(const KIVCS2Timecode &timecode)
 
 using Step = KIVCS2Status (*)(KIVCS2Timecode *timecode, uint32_t frames);
 
-// The first timecode and what is added to it or subtracted; a result on another day says so.
+// Adds to the first timecode or subtracts from it; a result on another day shows the day.
 int calculate(const Arguments &arguments, bool json, Step step, const char *what)
 {
     const Counting &counting = choose(arguments);
@@ -212,7 +212,7 @@ int difference(const Arguments &arguments, bool json)
     if (hasDate(from) != hasDate(to))
         throw Failure(kExitUsage, "one timecode has a date and the other has none");
 
-    // The library measures forward only when the years differ: ask it in calendar order.
+    // If the years differ, the library measures only forward, so call it in calendar order.
     const bool backwards = (from >> 32) != (to >> 32) && [&]
     {
         const auto day = [](KIVCS2Timecode timecode)
@@ -271,8 +271,8 @@ int convert(const Arguments &arguments, bool json)
     }
     else
     {
-        // The same instant, to the nearest frame. Exact fractions: the two-decimal rates that the
-        // library's seconds use would be 30 s off at 23.98 after ten hours.
+        // The same time, to the nearest frame. Exact fractions, because the two-decimal rates of the
+        // library's seconds would be 30 s off at 23.98 after ten hours.
         const auto frames = static_cast<unsigned __int128>(framesOf(source));
         const auto numerator = frames * from.denominator * to.numerator;
         const uint64_t denominator = static_cast<uint64_t>(from.numerator) * to.denominator;
@@ -311,8 +311,8 @@ int bcd(const Arguments &arguments, bool json)
     const auto word = hexadecimalNumber(text);
     if (!word || *word > UINT32_MAX)
         throw Failure(kExitMalformed, "\"" + visible(text) + "\": not a 32-bit word in hexadecimal");
-    // The library decodes any nibble and hides digits that name no frame: the digits go through
-    // the text parser, which tells.
+    // The library decodes any nibble and hides digits that name no frame, so the digits go through
+    // the text parser, which reports them.
     std::string digits;
     for (int shift = 28; shift >= 0; shift -= 4)
     {
@@ -387,19 +387,20 @@ std::string utcText(double unixSeconds)
     return print("%s.%03dZ", text.data(), static_cast<int>(fraction));
 }
 
-// Frames by which the library's timecode of a moment lies before the frame that has begun then: it takes the
-// moment in whole milliseconds, and at drop-frame rates two frames off. Below 0 beside a dropped number.
+// The number of frames by which the library's timecode of a time lies before the frame that has begun then,
+// because it uses whole milliseconds and subtracts two frames at drop-frame rates. Negative next to a dropped
+// number.
 int framesEarlier(const KIVProjectTimecode &timecode, CFAbsoluteTime at)
 {
-    constexpr double kRoundsUp = 0.9995; // to the next second, whose first frame it is then
-    constexpr double kHair = 1e-4;       // of a frame: a sum of doubles lies below what it stands for
+    constexpr double kRoundsUp = 0.9995; // to the next second, and is then its first frame
+    constexpr double kHair = 1e-4;       // of a frame: a sum of doubles may lie just below its exact value
     const double fraction = at - std::floor(at);
     const double begun =
         fraction < kRoundsUp ? std::floor(fraction * KIVProjectTimecode::framesPerSecond() + kHair) : 0;
     return static_cast<int>(begun) - static_cast<int>(timecode.frames());
 }
 
-// A dated timecode becomes the moment at which the clock on the wall shows it, a moment its timecode.
+// A dated timecode becomes the time at which a local clock shows it; a time becomes its timecode.
 int date(const Arguments &arguments, bool json)
 {
     const std::string &text = arguments.timecodes[0];
@@ -414,7 +415,7 @@ int date(const Arguments &arguments, bool json)
     if (const std::optional<CFAbsoluteTime> moment = momentOf(text))
     {
         date = dateAt(*moment);
-        // The record's year has no sign: an earlier date would show as one of a far century, or as none.
+        // The record's year has no sign: an earlier date would show as a far century, or not at all.
         if (KIVProjectTimecode::valueFromDate(date.get(), "%Y") < 1)
             throw Failure(kExitMalformed,
                           "\"" + visible(text) + "\": before the year 1, where timecodes begin");
@@ -426,7 +427,7 @@ int date(const Arguments &arguments, bool json)
         timecode.setCS2Timecode(parseTimecode(text, counting));
         if (timecode.year() == 0)
             throw Failure(kExitUsage, "\"" + visible(text) + "\": without a date it is no moment");
-        // By its digits, in every year: a timecode that was taken from a clock goes back to it.
+        // By its digits, in every year, so that a timecode taken from a clock gives the same time back.
         const DatePtr second{timecode.toCFDate()};
         if (!second)
             throw std::bad_alloc{};
@@ -459,7 +460,7 @@ int date(const Arguments &arguments, bool json)
     return kExitYes;
 }
 
-// What the help of each word says behind its options.
+// The help text of each word after its options.
 void describeWords(Word &tc)
 {
     tc.below("show").about(

@@ -1,5 +1,5 @@
-// How the parts of the command meet: each adds its own words to the command line with
-// what each is to do.
+// The interface between the parts of the command: each adds its own words, with their bodies, to
+// the command line.
 #ifndef KIV_TOOL_WORDS_H
 #define KIV_TOOL_WORDS_H
 
