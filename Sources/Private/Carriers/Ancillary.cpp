@@ -101,15 +101,16 @@ private:
     size_t m_count;
 };
 
-// The count that a caption packet's own content implies.
-std::optional<size_t> countInside(const Look &look, uint8_t sdid)
+// The count that a caption packet's own content implies, or kUnknown.
+constexpr size_t kUnknown = SIZE_MAX;
+size_t countInside(const Look &look, uint8_t sdid)
 {
     if (sdid == kPair)
         return kPairBytes;
     if (look.count() > kLengthAt && look.byte(kHeadWords) == kIdentifier[0] &&
         look.byte(kHeadWords + 1) == kIdentifier[1])
         return look.byte(kLengthAt);
-    return std::nullopt;
+    return kUnknown;
 }
 
 // True if enough of the content is right to accept a damaged packet as one.
@@ -157,19 +158,19 @@ Judgement judgeBody(const Look &look, size_t left, std::optional<uint8_t> sdid, 
     const size_t data = look.byte(2);
     if (isWholeAs(look, data, trust))
         return {Verdict::Whole, wordsOf(look, data), isCaption};
-    const std::optional<size_t> inside = isCaption ? countInside(look, *sdid) : std::nullopt;
-    if (inside && (*inside != data || !look.isRight(2)))
+    const size_t inside = isCaption ? countInside(look, *sdid) : kUnknown;
+    if (inside != kUnknown && (inside != data || !look.isRight(2)))
     {
         Look mended = look;
-        mended.set(2, static_cast<uint8_t>(*inside));
-        if (isWholeAs(mended, *inside, trust))
-            return {Verdict::Damaged, wordsOf(look, *inside), true};
+        mended.set(2, static_cast<uint8_t>(inside));
+        if (isWholeAs(mended, inside, trust))
+            return {Verdict::Damaged, wordsOf(look, inside), true};
     }
     if (!trust.placed && !(isCaption && hasMarks(look, *sdid)))
         return {kHeadWords + data < left ? Verdict::No : Verdict::Undecided, 0, isCaption};
-    if (!look.isRight(2) && !inside)
+    if (!look.isRight(2) && inside == kUnknown)
         return {Verdict::Damaged, kHeadWords, isCaption}; // its length is unknown
-    const size_t length = kHeadWords + (look.isRight(2) ? data : *inside) + 1;
+    const size_t length = kHeadWords + (look.isRight(2) ? data : inside) + 1;
     return {length > left ? Verdict::Cut : Verdict::Damaged, std::min(length, left), isCaption};
 }
 } // namespace
