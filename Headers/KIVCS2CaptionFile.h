@@ -82,7 +82,9 @@ typedef uint32_t KIVCS2CaptionOrder;
 enum
 {
     KIVCS2CaptionOrder_File = 0, /**< as they stand in the file */
-    KIVCS2CaptionOrder_Frame = 1 /**< by frame: the pairs of an SCC line wait for the line before */
+    /** By frame: the pairs of an SCC line wait for the line before. A line more than half a day earlier than
+     *  the first line of the file is of the next day. */
+    KIVCS2CaptionOrder_Frame = 1
 };
 
 /** Options of reading. Zeroed is the tolerant default. */
@@ -190,7 +192,9 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_readPacket(KIVCS2CaptionFile *file, KI
 /**
  * Moves so that the next packet is the first one of the file, in the order of reading, that is at
  * `frame` or behind it. Lines that are passed over are not checked and count in no report. What
- * has been read once is found through the index; seeking behind it reads on from its end.
+ * has been read once is found through the index; seeking behind it reads on from its end. In a file that
+ * runs over midnight a frame more than half a day before the first line is of the next day; to know whether
+ * a file does so, it is read through once.
  * @param frame  frames since midnight
  * @retval KIVCS2STATUS_EOF_ERR          no packet is there; the next read is at the end
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  the stream cannot be positioned; nothing has moved
@@ -277,7 +281,9 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writePacket(KIVCS2CaptionFile *file,
 
 /**
  * Writes the captions of one frame: to an MCC file in a packet of kivCS2CaptionPacket_build(), whose
- * sequence counts on, to an SCC file the pairs.
+ * sequence counts on (from 50 frames a second on an even frame without pairs has the empty one of field 1,
+ * an odd one that of field 2), to an SCC file the pairs: of several in one frame each takes the next
+ * frame that is free.
  * @param[in] pairs  may be null
  * @param[in] dtvcc  may be null
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  every frame is written, and `frame` does not rise
@@ -289,7 +295,8 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeCaptions(KIVCS2CaptionFile *file,
 
 /**
  * Writes one cue of SRT or WebVTT: its times, its rows, italics, underline and colours; and its
- * position, in SRT as one of nine places.
+ * position, in SRT as one of nine places. A cue more than half a day before the last one, or before the
+ * time zero, is of the next day: its time counts on.
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR       another kind of file
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the cue begins before the time zero
  * @return otherwise as kivCS2CaptionFile_writePacket()

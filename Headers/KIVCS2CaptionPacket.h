@@ -273,8 +273,10 @@ KIVCS2_API KIVCS2Status kivCS2CaptionPacket_parse(KIVCS2CaptionPacket *packet, c
 
 /**
  * Makes the packet of one frame: the pairs of field 1, those of field 2, the CEA-708 bytes, empty
- * triplets up to the counting's number, the service list and the footer. A field without pairs
- * carries 80 80. Place, frame and suffixes are 0.
+ * triplets up to the counting's number, the service list and the footer. Up to 30 frames a second a
+ * field without pairs carries 80 80. From 50 on a frame carries one pair of line 21, the fields by turns:
+ * a packet without any pair has 80 80 of field 1 if `sequence` is even, of field 2 if it is odd; pairs of
+ * both fields are put in as they are given. Place, frame and suffixes are 0.
  * @param[in] pairs         may be null: none
  * @param[in] dtvcc         may be null: none
  * @param[in] services      `serviceCount` entries; null for service 1 without a language

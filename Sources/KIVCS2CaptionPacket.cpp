@@ -122,7 +122,7 @@ KIVCS2Status kivCS2CaptionPacket_build(KIVCS2CaptionPacket *packet, KIVCS2Captio
     KIV_CHECK((dtvcc == nullptr) || ((dtvcc->m_count <= 62) && (dtvcc->m_count % 2 == 0)));
     KIV_CHECK((services == nullptr) || (serviceCount <= KIVCS2_CAPTION_SERVICES_MAX));
 
-    kiv::cc::Contents contents{pairs, dtvcc, kiv::cc::kDefaultServices};
+    kiv::cc::Contents contents{pairs, dtvcc, kiv::cc::kDefaultServices, sequence};
     if (services != nullptr)
         contents.services = {services, serviceCount};
     for (const KIVCS2CaptionServiceEntry &entry : contents.services)

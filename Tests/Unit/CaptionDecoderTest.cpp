@@ -64,7 +64,11 @@ struct Decoding
         bytes += service < 7
                      ? std::string(1, static_cast<char>(service << 5 | codes.size()))
                      : std::string{static_cast<char>(7 << 5 | codes.size()), static_cast<char>(service)};
-        bytes += codes;
+        packet(frame, bytes + codes);
+    }
+    // A packet of service blocks behind a byte for its header.
+    void packet(uint32_t frame, std::string bytes)
+    {
         bytes.resize((bytes.size() + 1) / 2 * 2);
         bytes[0] = static_cast<char>(m_sequence++ << 6 | bytes.size() / 2);
         KIVCS2CaptionPacket packet{};
@@ -116,6 +120,9 @@ TEST(CaptionDecoder608, ScreensShowWhatViewersSee)
              {"backspace and delete to end of row", popOn("c1c2 9421 43c4 9421 94a4"), "[AC]"},
              {"roll-up, row by row", "9425 9470 c1c2 94ad 9470 43c4 94ad", "[AB][CD]"},
              {"paint-on", "9429 9470 c1c2 942c", "[AB]"},
+             {"paint-on among rows that rolled up", "9425 9470 c1c2 9429 9152 4380 942c", "[AB][C\nAB]"},
+             {"text between words that roll up", "9425 9470 c1c2 942a 4380 9425 43c4 94ad", "[ABCD][C]"},
+             {"field 2: a byte of filling is no extended data", "1520 1520 9770 80c1 c8e9 152f", "[Hi]"},
              {"text service", "942a c1c2 94ad 43c4", "[AB][CD]"}})
     {
         SCOPED_TRACE(row.what);
@@ -151,6 +158,23 @@ TEST(CaptionDecoder608, FramesPlacesStylesAndScreens)
     Decoding rows{true};
     rows.pairs("9425 9470 c1c2 94ad 9470 43c4 94ad 4546");
     EXPECT_EQ(rows.words(), "[AB][AB\nCD][CD\nEF]");
+    Decoding fewer{true}; // four rows, then two
+    fewer.pairs("94a7 9470 c180 94ad c280 94ad 4380 9425 94ad 4480");
+    EXPECT_EQ(fewer.words(), "[A][A\nB][A\nB\nC][B\nC][C\nD]");
+    Decoding midnight; // between the two of a code sent twice
+    KIVCS2CaptionPacket packet{};
+    packet.m_tripletCount = 1;
+    for (const auto &[frame, pair] : std::vector<std::pair<uint32_t, std::string>>{
+             {2159996, "\x94\x20"}, {2159998, "\xC8\xE9"}, {2159999, "\x94\x2F"}, {0, "\x94\x2F"}})
+    {
+        packet.m_frame = frame;
+        packet.m_triplets[0][0] = 0xFC;
+        std::memcpy(packet.m_triplets[0] + 1, pair.data(), 2);
+        ASSERT_EQ(kivCS2CaptionDecoder_feed(&midnight.decoder, &packet), KIVCS2STATUS_OK);
+    }
+    midnight.finish(50);
+    ASSERT_EQ(midnight.words(), "[Hi]");
+    EXPECT_TRUE(midnight.shown[0].text.m_from == 2159999 && midnight.shown[0].text.m_until == 50);
 }
 
 // Codes of CEA-708: window 0 of two rows, hidden; text; display. A form of each command.
@@ -202,6 +226,15 @@ TEST(CaptionDecoder708, WindowsShowTheirText)
              {"row by row where it scrolls on the screen",
               {{1, kDefine + kShow + "A\rB\rC\rD"}, {5, "\x8C\x01"}},
               "[A\nB][C][D]"},
+             {"a horizontal return where print runs down",
+              {{1, string("\x98\x20\x8A\x05\x01\x05\x39") + "AB\x0E" + "C"}},
+              "[C]"},
+             {"a control character of P16 ends no line",
+              {{1, kDefine + string("\x18\x00\x0A", 3) + "A" + kShow}},
+              "[\uFFFDA]"},
+             {"a pen that leaves the row that rolled",
+              {{1, kDefine + kShow + "A\rB\rC" + string("\x92\x00\x00", 3) + "D"}, {5, "\x8C\x01"}},
+              "[A\nB][D\nC]"},
              {"what reaches over the edge is lost",
               {{1, string("\x98\x20\x8A\x05\x01\x01\x11") + "ABC"}},
               "[AB]"},
@@ -271,6 +304,13 @@ TEST(CaptionDecoder708, PlacesStylesAndServices)
     EXPECT_EQ(cell.m_style, KIVCS2CaptionStyle_Italics | KIVCS2CaptionStyle_Underline);
     EXPECT_EQ(cell.m_colour, 0xFFFF0000u);
     EXPECT_EQ(cell.m_background, 0x80000000u);
+
+    Decoding behind; // an empty block; attributes leave the flashing of a colour
+    behind.packet(0, std::string(1, '\0') + "\x40" + static_cast<char>(1 << 5 | 17) + kDefine +
+                         std::string("\x91\x7F\x00\x00\x90\x00\x00", 7) + "x" + kShow.substr(0, 1) + "\x01");
+    behind.finish(20);
+    ASSERT_EQ(behind.words(), "[x]");
+    EXPECT_EQ(behind.shown[0].cells[0].m_style, KIVCS2CaptionStyle_Flash);
 }
 
 // Whole files on the way from their text to the viewer: what once came out empty or in another place.

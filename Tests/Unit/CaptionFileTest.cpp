@@ -364,6 +364,53 @@ INSTANTIATE_TEST_SUITE_P(Samples, SampleTest,
 
 // ---- Streams, seeking, long lines ----
 
+KIVCS2CaptionPacket soughtIn(Reading &reading, uint32_t frame)
+{
+    KIVCS2CaptionPacket packet{};
+    EXPECT_EQ(kivCS2CaptionFile_seek(&reading.file, frame), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2CaptionFile_readPacket(&reading.file, &packet), KIVCS2STATUS_OK);
+    return packet;
+}
+
+TEST(CaptionFileSeek, AFileMayRunOverMidnightInBothOrders)
+{
+    const uint32_t day = 2592000;
+    for (const KIVCS2CaptionOrder order : {KIVCS2CaptionOrder_File, KIVCS2CaptionOrder_Frame})
+    {
+        KIVCS2CaptionReadOptions options{};
+        options.m_order = order;
+        Reading reading{scc("23:59:59:28\t9420 9420 94ae 94ae\n00:00:00:01\t942c\n00:00:10:00\t942f"),
+                        options};
+        const bool waits = order == KIVCS2CaptionOrder_Frame;
+        std::vector<uint32_t> frames;
+        for (const KIVCS2CaptionPacket &packet : reading.all().packets)
+            frames.push_back(packet.m_frame);
+        EXPECT_EQ(frames, (std::vector<uint32_t>{day - 2, day - 1, 0, 1, waits ? 2u : 1u, 300}));
+        EXPECT_TRUE(reading.count(FAULT(Overlap)) == 1 && reading.report().m_faults == 1);
+        Reading fresh{reading.text, options};
+        for (Reading *const one : {&reading, &fresh})
+            for (const auto &[frame, found] : std::vector<std::pair<uint32_t, uint32_t>>{
+                     {0, 0}, {day - 1, day - 1}, {day / 2 + 2000, day - 2}, {100, 300}, {1, 1}})
+                EXPECT_EQ(soughtIn(*one, frame).m_frame, found) << frame;
+        EXPECT_EQ(kivCS2CaptionFile_seek(&reading.file, 301), KIVCS2STATUS_EOF_ERR);
+        Reading evening{scc("20:00:00:00\t9420\n21:00:00:00\t942c"), options}; // all of one day
+        EXPECT_EQ(soughtIn(evening, 0).m_frame, 2160000u);
+    }
+}
+
+TEST(CaptionFileSeek, OutOfALineThatIsReadInPieces)
+{
+    std::string words;
+    for (int pair = 0; pair < 20000; ++pair)
+        words += " 9420";
+    Reading reading{scc("00:00:00:00\t9420" + words + "\n01:00:00:00\t942c")};
+    KIVCS2CaptionPacket packet;
+    for (int time = 0; time < 2; ++time)
+        ASSERT_EQ(kivCS2CaptionFile_readPacket(&reading.file, &packet), KIVCS2STATUS_OK);
+    EXPECT_EQ(soughtIn(reading, 0).m_frame, 0u);
+    EXPECT_EQ(soughtIn(reading, 19000).m_frame, 19000u);
+}
+
 // A million-caption file is made elsewhere; here every frame of a small one is asked for, both ways.
 TEST(CaptionFileSeek, FindsTheFirstPacketFromAFrameOnInBothOrders)
 {

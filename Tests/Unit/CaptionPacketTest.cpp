@@ -142,6 +142,27 @@ TEST(CaptionPacketBuild, EveryRateCarriesWhatItTakesApartAgain)
     }
 }
 
+// Up to 30 frames a second have both fields of line 21, from 50 on they take turns.
+TEST(CaptionPacketBuild, EmptyPairsAreThoseThatLine21Has)
+{
+    const KIVCS2CaptionPairs second{{0, 1}, {{}, {{0x15, 0x2C}}}, {}};
+    for (KIVCS2CaptionCounting counting = 1; counting < KIVCS2CaptionCounting_MAX; ++counting)
+        for (uint16_t sequence = 0; sequence < 4; ++sequence)
+        {
+            const bool both = counting < KIVCS2CaptionCounting_50;
+            const bool given = sequence >= 2;
+            const int first = both ? 1 : given ? 0 : 1 - sequence % 2;
+            KIVCS2CaptionPacket packet;
+            KIVCS2CaptionPairs pairs;
+            ASSERT_EQ(kivCS2CaptionPacket_build(&packet, counting, sequence, given ? &second : nullptr,
+                                                nullptr, nullptr, 0),
+                      KIVCS2STATUS_OK);
+            ASSERT_EQ(kivCS2CaptionPacket_getPairs(&packet, &pairs), KIVCS2STATUS_OK);
+            EXPECT_EQ(pairs.m_count[0], first) << counting << ' ' << sequence;
+            EXPECT_EQ(pairs.m_count[1], both ? 1 : 1 - first) << counting << ' ' << sequence;
+        }
+}
+
 TEST(CaptionPacketParse, WhatIsNotACaptionPacketKeepsItsBytes)
 {
     const uint8_t other[] = {0x41, 0x01, 0x02, 0xAA, 0xBB, 0xA9};

@@ -152,6 +152,42 @@ TEST(CaptionWriterSCC, TextIsAsTheFormatHasIt)
               "Scenarist_SCC V1.0\n\n00:00:10;00\t9420 c1c2 942f 942f\n\n00:00:10;04\t9420 c1c2 8080 942f\n");
 }
 
+// Pairs beyond the first of a frame wait, and those of the next frames behind them, over midnight too.
+TEST(CaptionWriterSCC, PairsOfOneFrameStandBehindOneAnother)
+{
+    Writing writing{KIVCS2CaptionFileKind_SCC, KIVCS2CaptionCounting_29_97NDF};
+    const KIVCS2CaptionPairs two{{2, 0}, {{{0x94, 0x20}, {0x94, 0xAE}}}, {}};
+    const KIVCS2CaptionPairs one{{1, 0}, {{{0xC1, 0xC2}}}, {}};
+    const KIVCS2CaptionPairs none{{1, 0}, {{{0x80, 0x80}}}, {}};
+    const uint32_t day = 2592000;
+    for (const auto &[frame, pairs] :
+         std::vector<std::pair<uint32_t, const KIVCS2CaptionPairs *>>{{day - 2, &two},
+                                                                      {day - 1, &two},
+                                                                      {0, &one},
+                                                                      {1, &none},
+                                                                      {2, &none},
+                                                                      {3, &one},
+                                                                      {3, &one},
+                                                                      {9, &one}})
+        ASSERT_EQ(kivCS2CaptionFile_writeCaptions(&writing.file, frame, pairs, nullptr), KIVCS2STATUS_OK);
+    EXPECT_EQ(writing.text(), "Scenarist_SCC V1.0\n\n23:59:59:28\t9420 94ae 9420 94ae\n\n"
+                              "00:00:00:02\tc1c2 c1c2 c1c2\n\n"
+                              "00:00:00:09\tc1c2\n");
+
+    KIVCS2CaptionWriteOptions options{}; // an MCC file of every frame goes on likewise
+    options.m_everyFrame = true;
+    Writing every{KIVCS2CaptionFileKind_MCC1, KIVCS2CaptionCounting_59_94NDF, options};
+    for (const uint32_t frame : {2 * day - 3, 2u})
+        ASSERT_EQ(kivCS2CaptionFile_writeCaptions(&every.file, frame, nullptr, nullptr), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2CaptionFile_writeCaptions(&every.file, 2, nullptr, nullptr),
+              KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    Reading reading{every.text()};
+    ASSERT_EQ(reading.all().packets.size(), 6u);
+    EXPECT_EQ(reading.report().m_gapFrames + reading.report().m_faults, 0u);
+    for (const KIVCS2CaptionPacket &packet : reading.packets) // fields by turns
+        EXPECT_EQ(packet.m_triplets[0][0], 0xFC + packet.m_frame % 2);
+}
+
 // One caption of two rows at the top left, the second yellow and in italics.
 struct Cue
 {
@@ -186,18 +222,20 @@ TEST(CaptionWriterCues, HaveTimesStyleAndPlace)
     for (const auto &[kind, wanted] : std::vector<std::pair<KIVCS2CaptionFileKind, std::string>>{
              {KIVCS2CaptionFileKind_SRT,
               "1\n00:00:01,000 --> 00:00:02,040\n{\\an7}A& <\n<font color=\"#ffff00\"><i>é!</i></font>\n\n"
-              "2\n23:59:58,000 --> 24:00:00,000\n{\\an7}A& <\n<font color=\"#ffff00\"><i>é!</i></font>\n\n"},
+              "2\n23:59:58,000 --> 24:00:00,000\n{\\an7}A& <\n<font color=\"#ffff00\"><i>é!</i></font>\n\n"
+              "3\n24:00:00,960 --> 24:00:01,000\n{\\an7}A& <\n<font color=\"#ffff00\"><i>é!</i></font>\n\n"},
              {KIVCS2CaptionFileKind_WebVTT, "WEBVTT\n\n00:00:01.000 --> 00:00:02.040 line:10% position:10% "
                                             "align:start\nA&amp; &lt;\n<c.yellow><i>é!</i></c>\n\n"
                                             "23:59:58.000 --> 24:00:00.000 line:10% position:10% "
+                                            "align:start\nA&amp; &lt;\n<c.yellow><i>é!</i></c>\n\n"
+                                            "24:00:00.960 --> 24:00:01.000 line:10% position:10% "
                                             "align:start\nA&amp; &lt;\n<c.yellow><i>é!</i></c>\n\n"}})
     {
         Writing writing{kind, KIVCS2CaptionCounting_25, options};
-        const Cue first{50, 76}, overMidnight{2159975, 25};
-        EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &first.text), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &overMidnight.text), KIVCS2STATUS_OK);
-        const Cue early{24, 30};
+        const Cue early{24, 30}, first{50, 76}, overMidnight{2159975, 25}, nextDay{49, 50};
         EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &early.text), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+        for (const Cue *const cue : {&first, &overMidnight, &nextDay})
+            EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &cue->text), KIVCS2STATUS_OK);
         EXPECT_EQ(writing.text(), wanted);
     }
 }

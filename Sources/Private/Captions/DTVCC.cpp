@@ -61,6 +61,14 @@ size_t sizeOfCode(std::span<const uint8_t> codes)
     return first >= 0x80 && first < 0xA0 ? kC1Size[first - 0x80u] : 1;
 }
 
+// A line end or another control would break the text.
+char32_t p16Character(uint8_t high, uint8_t low)
+{
+    const auto character = static_cast<char32_t>(high << 8 | low);
+    const bool isControl = character < 0x20 || (character >= 0x7F && character < 0xA0);
+    return isControl ? U'\uFFFD' : character;
+}
+
 struct WindowStyle
 {
     uint8_t justify, print, scroll;
@@ -132,6 +140,20 @@ void Window::backspace()
         return;
     at = back;
     cells[row][column] = {};
+}
+
+// Erases the line of the pen, which goes to its beginning.
+void Window::startLine()
+{
+    if (isVertical())
+    {
+        for (auto &line : cells)
+            line[std::min(column, columns - 1)] = {};
+        row = print == kTopToBottom ? 0 : rows - 1;
+        return;
+    }
+    cells[std::min(row, rows - 1)] = {};
+    column = print == kLeftToRight ? 0 : columns - 1;
 }
 
 bool Window::nextRow()
@@ -257,7 +279,7 @@ void Service::code(uint32_t frame, std::span<const uint8_t> bytes)
             put(frame, extendedServiceCharacter(second));
     }
     else if (first == kP16)
-        put(frame, static_cast<char32_t>(bytes[1] << 8 | bytes[2]));
+        put(frame, p16Character(bytes[1], bytes[2]));
     else if (first < 0x20)
         control(frame, first);
     else if (first < 0x80 || first >= 0xA0)
@@ -306,9 +328,7 @@ void Service::control(uint32_t frame, uint8_t code)
         carriageReturn(frame);
     else if (code == kHorizontalReturn)
     {
-        if (!window.isVertical() && window.row < window.rows)
-            window.cells[window.row] = {};
-        window.column = window.print == Window::kRightToLeft ? window.columns - 1 : 0;
+        window.startLine();
     }
 }
 
@@ -395,7 +415,8 @@ void Service::setPen(uint8_t code, std::span<const uint8_t> bytes)
 {
     Window &window = *m_current;
     if (code == kPenAttributes)
-        window.pen.style = static_cast<uint8_t>(((bytes[2] & 0x80u) != 0 ? KIVCS2CaptionStyle_Italics : 0) |
+        window.pen.style = static_cast<uint8_t>((window.pen.style & KIVCS2CaptionStyle_Flash) |
+                                                ((bytes[2] & 0x80u) != 0 ? KIVCS2CaptionStyle_Italics : 0) |
                                                 ((bytes[2] & 0x40u) != 0 ? KIVCS2CaptionStyle_Underline : 0));
     else if (code == kPenColour)
     {
@@ -408,7 +429,10 @@ void Service::setPen(uint8_t code, std::span<const uint8_t> bytes)
     }
     else
     {
-        window.row = std::min<size_t>(bytes[1] & 0x0Fu, window.rows - 1);
+        const size_t row = std::min<size_t>(bytes[1] & 0x0Fu, window.rows - 1);
+        // What rolled up is one screen again: the row that the pen leaves was not told.
+        window.rolled = window.rolled && row == window.row;
+        window.row = row;
         window.column = std::min<size_t>(bytes[2] & 0x3Fu, window.columns - 1);
     }
 }
@@ -525,8 +549,10 @@ KIVCS2Status DTVCC::takePacket(uint32_t frame)
         uint32_t number = rest[0] >> 5;
         const size_t size = rest[0] & 0x1Fu;
         rest = rest.subspan(1);
-        if (number == 0 || size == 0) // a null block: filling up to the end
+        if (number == 0) // a null block: filling up to the end
             return KIVCS2STATUS_OK;
+        if (size == 0) // an empty block has no further header
+            continue;
         if (number == kLongNumber)
         {
             if (rest.empty())

@@ -44,6 +44,7 @@ struct Window
     // Moves the pen to the next row, or column where printing is vertical. True if it has to scroll.
     [[nodiscard]] bool nextRow();
     void scrollOne();
+    void startLine();
 };
 
 class Service

@@ -26,6 +26,11 @@ void setColour(Pen &pen, uint8_t second)
     else
         pen.colour = kColours[attribute];
 }
+
+bool hasInk(std::span<const Cell> row)
+{
+    return std::ranges::any_of(row, isInk);
+}
 } // namespace
 
 Line21::Row &Line21::writing(Channel &channel)
@@ -65,7 +70,10 @@ void Line21::feed(uint32_t frame, uint8_t first, uint8_t second)
         // frames a second a frame without a pair may stand between the two.
         constexpr uint32_t kFramesOfARepeat = 2;
         const uint32_t code = first * 256u + second;
-        if (m_mayRepeat && code == m_lastControl && frame - m_lastFrame <= kFramesOfARepeat)
+        // Over midnight frames begin anew.
+        const bool isSoon =
+            frame - m_lastFrame <= kFramesOfARepeat || (frame < m_lastFrame && frame < kFramesOfARepeat);
+        if (m_mayRepeat && code == m_lastControl && isSoon)
         {
             m_mayRepeat = false;
             return;
@@ -78,7 +86,7 @@ void Line21::feed(uint32_t frame, uint8_t first, uint8_t second)
     }
     m_mayRepeat = false;
     if (first < 0x10)
-        m_inXDS = m_field == 1 && first != 0x0F;
+        m_inXDS = m_field == 1 && (first == 0 ? m_inXDS : first != 0x0F);
     else if (!m_inXDS)
     {
         Channel &channel = m_channels[m_current];
@@ -201,10 +209,10 @@ void Line21::command(uint32_t frame, Channel &channel, uint8_t code)
         break;
     case 10: // text restart
         endTextRow(frame, channel);
-        channel.mode = Mode::Text;
+        startText(channel);
         break;
     case 11: // resume text display
-        channel.mode = Mode::Text;
+        startText(channel);
         break;
     case 12: // erase displayed memory
         end(frame, channel);
@@ -244,9 +252,17 @@ void Line21::carriageReturn(uint32_t frame, Channel &channel)
     channel.pen = {};
 }
 
+void Line21::startText(Channel &channel)
+{
+    if (channel.mode != Mode::Text)
+        channel.captionMode = channel.mode;
+    channel.mode = Mode::Text;
+}
+
 void Line21::startRollUp(uint32_t frame, Channel &channel, size_t rows)
 {
-    if (channel.mode != Mode::RollUp)
+    // The text service comes between captions and leaves their screen alone.
+    if ((channel.mode == Mode::Text ? channel.captionMode : channel.mode) != Mode::RollUp)
     {
         end(frame, channel);
         channel.shown = {};
@@ -257,21 +273,40 @@ void Line21::startRollUp(uint32_t frame, Channel &channel, size_t rows)
         channel.since = frame;
         channel.pen = {};
     }
+    else if (rows < channel.rollRows)
+        eraseAbove(frame, channel, rows);
     channel.mode = Mode::RollUp;
     channel.how = KIVCS2CaptionMode_RollUp;
     channel.rollRows = rows;
+}
+
+// A window of fewer rows loses its upper ones.
+void Line21::eraseAbove(uint32_t frame, Channel &channel, size_t rows)
+{
+    const auto first = channel.shown.begin();
+    const auto last =
+        first + static_cast<std::ptrdiff_t>(channel.baseRow + 1 - std::min(rows, channel.baseRow + 1));
+    if (m_sink.screens() && std::any_of(first, last, hasInk))
+    {
+        end(frame, channel);
+        channel.since = frame;
+    }
+    std::fill(first, last, Row{});
 }
 
 void Line21::put(uint32_t frame, Channel &channel, char32_t character)
 {
     if (channel.mode == Mode::None)
         return;
+    if (channel.mode == Mode::PaintOn && channel.how == KIVCS2CaptionMode_RollUp && character != U' ')
+    {
+        // From here on the rows are one screen.
+        end(frame, channel);
+        channel.since = frame;
+        channel.how = KIVCS2CaptionMode_PaintOn;
+    }
     if (channel.mode == Mode::PaintOn || channel.mode == Mode::RollUp)
     {
-        const auto hasInk = [](const Row &row)
-        {
-            return std::ranges::any_of(row, isInk);
-        };
         const bool isRollUp = channel.mode == Mode::RollUp;
         const bool isFirst = isRollUp && !m_sink.screens() ? !hasInk(channel.shown[channel.baseRow])
                                                            : std::ranges::none_of(channel.shown, hasInk);

@@ -33,6 +33,7 @@ private:
     struct Channel
     {
         Mode mode = Mode::None;
+        Mode captionMode = Mode::None; // while `mode` is Text: the mode before
         Memory shown{};
         Memory hidden{};
         size_t row = kRows - 1;
@@ -57,7 +58,9 @@ private:
     void carriageReturn(uint32_t frame, Channel &channel);
     void end(uint32_t frame, const Channel &channel);
     void endTextRow(uint32_t frame, Channel &channel);
+    static void startText(Channel &channel);
     void startRollUp(uint32_t frame, Channel &channel, size_t rows);
+    void eraseAbove(uint32_t frame, Channel &channel, size_t rows);
     void moveTo(Channel &channel, size_t row);
     [[nodiscard]] static Row &writing(Channel &channel);
     [[nodiscard]] static size_t &column(Channel &channel);

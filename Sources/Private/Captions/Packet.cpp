@@ -203,14 +203,31 @@ uint8_t *put(uint8_t *out, std::initializer_list<uint8_t> bytes)
     return std::copy(bytes.begin(), bytes.end(), out);
 }
 
-uint8_t *putField(uint8_t *out, const KIVCS2CaptionPairs *pairs, uint8_t field)
+size_t pairsOf(const Contents &contents, uint8_t field)
 {
-    const size_t count = pairs == nullptr ? 0 : pairs->m_count[field];
+    return contents.pairs == nullptr ? 0 : contents.pairs->m_count[field];
+}
+
+// Whether a field without pairs has an empty one: a frame of up to 30 a second has both fields of line 21,
+// one of 50 and more a second has one of them, by turns (CEA-708-E, 4.3.6).
+bool hasEmptyPair(const KIVCS2CaptionCountingInfo &info, const Contents &contents, uint8_t field)
+{
+    constexpr uint32_t kBothFieldsMost = 30;
+    if (pairsOf(contents, field) > 0)
+        return false;
+    return info.m_numbers <= kBothFieldsMost ||
+           (pairsOf(contents, 1 - field) == 0 && contents.turn % 2 == field);
+}
+
+uint8_t *putField(uint8_t *out, const KIVCS2CaptionCountingInfo &info, const Contents &contents,
+                  uint8_t field)
+{
     const auto head = static_cast<uint8_t>(kMarker | kValid | field);
-    if (count == 0)
+    if (hasEmptyPair(info, contents, field))
         return put(out, {head, 0x80, 0x80});
-    for (size_t index = 0; index < count; ++index)
-        out = put(out, {head, pairs->m_pairs[field][index][0], pairs->m_pairs[field][index][1]});
+    for (size_t index = 0; index < pairsOf(contents, field); ++index)
+        out = put(out,
+                  {head, contents.pairs->m_pairs[field][index][0], contents.pairs->m_pairs[field][index][1]});
     return out;
 }
 
@@ -304,12 +321,9 @@ void takePair(KIVCS2CaptionPacket &packet)
 KIVCS2Status makePacket(const KIVCS2CaptionCountingInfo &info, uint16_t sequence, const Contents &contents,
                         KIVCS2CaptionPacket &packet)
 {
-    const auto pairsOf = [&](size_t field)
-    {
-        return std::max<size_t>(1, contents.pairs == nullptr ? 0 : contents.pairs->m_count[field]);
-    };
-    const size_t used =
-        pairsOf(0) + pairsOf(1) + (contents.dtvcc == nullptr ? 0 : contents.dtvcc->m_count / 2);
+    size_t used = contents.dtvcc == nullptr ? 0 : contents.dtvcc->m_count / 2;
+    for (const uint8_t field : {kField1, kField2})
+        used += pairsOf(contents, field) + (hasEmptyPair(info, contents, field) ? 1 : 0);
     const size_t size = cdp::kTripletsOffset + info.m_triplets * cdp::kTripletSize +
                         (contents.services.empty() ? 0 : cdp::kSectionHeadSize) +
                         contents.services.size() * cdp::kDescriptorSize + kFooterSize + cdp::kChecksumSize;
@@ -324,8 +338,8 @@ KIVCS2Status makePacket(const KIVCS2CaptionCountingInfo &info, uint16_t sequence
     out = put(out, {0x96, 0x69, static_cast<uint8_t>(size), static_cast<uint8_t>(info.m_rateCode << 4 | 0x0F),
                     static_cast<uint8_t>(contents.services.empty() ? kData : kData | kServices), 0, 0,
                     cdp::kCaptionDataId, static_cast<uint8_t>(0xE0 | info.m_triplets)});
-    out = putField(out, contents.pairs, 0);
-    out = putField(out, contents.pairs, 1);
+    out = putField(out, info, contents, kField1);
+    out = putField(out, info, contents, kField2);
     out = putDTVCC(out, contents.dtvcc);
     for (size_t empty = used; empty < info.m_triplets; ++empty)
         out = put(out, {kMarker | kDTVCCData, 0, 0});

@@ -55,6 +55,7 @@ struct Contents
     const KIVCS2CaptionPairs *pairs;
     const KIVCS2CaptionDTVCC *dtvcc;
     std::span<const KIVCS2CaptionServiceEntry> services;
+    uint32_t turn = 0; // from 50 frames a second on: even for field 1, odd for field 2
 };
 [[nodiscard]] KIVCS2Status makePacket(const KIVCS2CaptionCountingInfo &info, uint16_t sequence,
                                       const Contents &contents, KIVCS2CaptionPacket &packet);

@@ -71,10 +71,10 @@ KIVCS2Status Reader::tellHere(KIVCS2CaptionFault fault, size_t at, std::string_v
     if (m_log.countOnly(fault))
         return KIVCS2STATUS_OK;
     const size_t column = at == kNowhere ? kNowhere : m_gone + at;
-    return tell(
-        fault,
-        {m_current.line.number, m_current.line.offset, column, found, m_current.hasFrame, m_current.frame},
-        lost);
+    return tell(fault,
+                {m_current.line.number, m_current.line.offset, column, found, m_current.hasFrame,
+                 m_current.hasFrame ? ofDay(m_current.frame) : 0},
+                lost);
 }
 
 KIVCS2Status Reader::tellNotes(uint64_t &faults)
@@ -239,7 +239,8 @@ KIVCS2Status Reader::takeHeaderLines()
             return KIVCS2STATUS_OK;
         }
         KIV_TRY(takeHeaderLine(line));
-        KIV_TRY(m_source.skipRest(line));
+        if (const KIVCS2Status rest = m_source.skipRest(line); KIVCS2_FAILED(rest))
+            return streamFailed(rest);
     }
 }
 
@@ -383,10 +384,29 @@ KIVCS2Status Reader::lineInFrameOrder()
     return m_source.next(m_current.line);
 }
 
-// The frame of a line's last pair or packet.
+// The frame of a line, counted on over midnight. The first one asked for is the file's first.
+std::optional<uint32_t> Reader::frameOfLine(const LineHead &head)
+{
+    const auto frame = frameOf(*m_info, head.time);
+    if (!frame)
+        return frame;
+    if (!m_hasOrigin)
+        m_origin = *frame;
+    m_hasOrigin = true;
+    const uint32_t counted = countedOn(*frame);
+    m_runsOver = m_runsOver || counted != *frame;
+    return counted;
+}
+
+// A programme lasts less than half a day: what is that much earlier than the first line is of the next day.
+uint32_t Reader::countedOn(uint32_t frame) const
+{
+    return frame + m_info->m_perDay / 2 < m_origin ? frame + m_info->m_perDay : frame;
+}
+
+// The frame of the last pair or packet of a line that begins at `last`.
 KIVCS2Status Reader::lastFrameOf(Line &line, const LineHead &head, uint32_t &last)
 {
-    last = *frameOf(*m_info, head.time);
     if (!isSCC())
         return m_source.skipRest(line);
     bool inWord = false;
@@ -430,11 +450,12 @@ KIVCS2Status Reader::listLine(Line &line, uint32_t &before)
     {
         return isSCC() && findBadOfWords(line.text.substr(head.dataAt)) != kNowhere;
     };
-    if (takeHead(line.text, head, notes) && frameOf(*m_info, head.time) && !isLost())
+    const auto frame = takeHead(line.text, head, notes) ? frameOfLine(head) : std::nullopt;
+    if (frame && !isLost())
     {
-        uint32_t last = 0;
+        uint32_t last = *frame;
         KIV_TRY(lastFrameOf(line, head, last));
-        ordered.frame = *frameOf(*m_info, head.time);
+        ordered.frame = *frame;
         ordered.frames = (last - ordered.frame + 1) & 0x7FFFFFFFu;
         ordered.isBack = ordered.frame < before;
         before = ordered.frame;
@@ -526,7 +547,7 @@ KIVCS2Status Reader::takeTimecode(bool &good)
                                 : lose(KIVCS2CaptionFault_Null, null, text.substr(null, 1));
     }
     const std::string_view time = text.substr(head.timeAt, kTimecodeSize);
-    const auto frame = frameOf(*m_info, head.time);
+    const auto frame = frameOfLine(head);
     if (!frame)
         return lose(KIVCS2CaptionFault_NoSuchTime, head.timeAt, time);
     m_current.frame = *frame;
@@ -569,7 +590,7 @@ KIVCS2Status Reader::takeMCC(KIVCS2CaptionPacket &packet, bool &got)
 
     packet.m_line = line.number;
     packet.m_offset = line.offset;
-    packet.m_frame = m_current.frame;
+    packet.m_frame = ofDay(m_current.frame);
     packet.m_size = static_cast<uint16_t>(decoded.size);
     if (line.text.size() > dataAt + data.size())
         m_current.notes.add(KIVCS2CaptionFault_BlanksBehind, dataAt + data.size(),
@@ -797,7 +818,7 @@ KIVCS2Status Reader::nextWord(KIVCS2CaptionPacket &packet, bool &got)
 void Reader::openPair(KIVCS2CaptionPacket &packet)
 {
     clear(packet);
-    packet.m_frame = m_wordFrame;
+    packet.m_frame = ofDay(m_wordFrame);
     packet.m_line = m_current.line.number;
     packet.m_offset = m_current.line.offset;
     packet.m_faults = m_first ? m_lineFaults : 0;
@@ -862,26 +883,43 @@ KIVCS2Status Reader::seek(uint32_t frame)
     if (KIVCS2_FAILED(m_ended))
         return m_ended;
     m_inWords = false;
+    m_current.line.whole = true; // what is left of it is passed over
     m_gone = 0;
     m_hasLast = m_hasSequence = false;
+    KIVCS2Status status = m_info == nullptr ? KIVCS2STATUS_EOF_ERR : moveTo(frame);
+    if (KIVCS2_FAILED(status) && status != KIVCS2STATUS_EOF_ERR)
+        status = streamFailed(status);
+    return status;
+}
+
+// A frame that can only be of the next day is so in a file that runs over midnight; of others it is before
+// the first line.
+KIVCS2Status Reader::moveTo(uint32_t frame)
+{
+    const bool byFrame = m_options.m_order == KIVCS2CaptionOrder_Frame;
+    if (byFrame && !m_listed)
+        KIV_TRY(listLines());
+    if (!byFrame && !m_hasOrigin)
+        KIV_TRY(passBefore(0));
+    // By frame it is known whether the file does; otherwise when its end was seen.
+    const uint32_t wanted = byFrame && !m_runsOver ? frame : countedOn(frame);
+    const KIVCS2Status status = passBefore(wanted);
+    return status == KIVCS2STATUS_EOF_ERR && wanted != frame && !m_runsOver ? passBefore(frame) : status;
+}
+
+// Passes over lines that end before `frame`, looking at nothing but their timecodes.
+KIVCS2Status Reader::passBefore(uint32_t frame)
+{
     m_dropping = true;
     m_dropBefore = frame;
     if (m_options.m_order == KIVCS2CaptionOrder_Frame)
     {
-        if (!m_listed)
-            KIV_TRY(listLines());
         m_listAt = m_list.find(frame);
         return m_listAt < m_list.all().size() ? KIVCS2STATUS_OK : KIVCS2STATUS_EOF_ERR;
     }
     const LineIndex::Entry *const entry = m_index.find(frame);
     KIV_TRY(entry != nullptr ? m_source.moveTo(entry->offset, entry->number)
                              : m_source.moveTo(m_firstOffset, m_header.m_firstLine));
-    return passBefore(frame);
-}
-
-// Passes over lines that end before `frame`, looking at nothing but their timecodes.
-KIVCS2Status Reader::passBefore(uint32_t frame)
-{
     for (;;)
     {
         KIV_TRY(lineInFileOrder());
@@ -890,12 +928,13 @@ KIVCS2Status Reader::passBefore(uint32_t frame)
         m_current.line.whole = true; // the copy goes on with it
         Notes notes;
         LineHead head;
-        uint32_t last = 0;
-        if (!takeHead(line.text, head, notes) || !frameOf(*m_info, head.time))
+        const auto begin = takeHead(line.text, head, notes) ? frameOfLine(head) : std::nullopt;
+        if (!begin)
         {
             KIV_TRY(m_source.skipRest(line));
             continue;
         }
+        uint32_t last = *begin;
         KIV_TRY(lastFrameOf(line, head, last));
         m_index.add(line.offset, line.number, last);
         m_sawCaption = true;

@@ -9,6 +9,8 @@
 #include "Private/Captions/LineText.h"
 #include "Private/Captions/Survey.h"
 
+#include <optional>
+
 namespace kiv::cc
 {
 class Reader
@@ -46,7 +48,7 @@ private:
         Line line;
         LineHead head;
         Notes notes;
-        uint32_t frame = 0;
+        uint32_t frame = 0; // counted on over midnight
         bool hasFrame = false;
     };
 
@@ -90,7 +92,14 @@ private:
     KIVCS2Status endOfFile();
     KIVCS2Status failed(KIVCS2Status status);
     KIVCS2Status streamFailed(KIVCS2Status status);
+    KIVCS2Status moveTo(uint32_t frame);
     KIVCS2Status passBefore(uint32_t frame);
+    std::optional<uint32_t> frameOfLine(const LineHead &head);
+    [[nodiscard]] uint32_t countedOn(uint32_t frame) const;
+    [[nodiscard]] uint32_t ofDay(uint32_t frame) const
+    {
+        return frame < m_info->m_perDay ? frame : frame % m_info->m_perDay;
+    }
     KIVCS2Status lastFrameOf(Line &line, const LineHead &head, uint32_t &last);
     [[nodiscard]] bool isSCC() const
     {
@@ -115,7 +124,10 @@ private:
     bool m_toldEnd = false;
 
     uint64_t m_firstOffset = 0; // of the first caption line
-    uint32_t m_dropBefore = 0;  // behind a seek: packets before this frame are passed over
+    uint32_t m_origin = 0;      // the first frame of the file, if m_hasOrigin
+    bool m_hasOrigin = false;
+    bool m_runsOver = false;   // a line of the next day was met
+    uint32_t m_dropBefore = 0; // behind a seek: packets before this frame are passed over
     bool m_dropping = false;
 
     Current m_current;

@@ -69,6 +69,7 @@ Writer::Writer(KIVCS2Stream *stream, KIVCS2CaptionFileKind kind, const KIVCS2Cap
     std::ranges::copy(services, m_services.begin());
     m_options.m_services = m_services.data();
     m_options.m_serviceCount = static_cast<uint32_t>(services.size());
+    m_cueFrom = options.m_timeZero;
 }
 
 KIVCS2Status Writer::writeHeader(const KIVCS2CaptionFileHeader *header)
@@ -186,10 +187,12 @@ KIVCS2Status Writer::writeCaptions(uint32_t frame, const KIVCS2CaptionPairs *pai
         return KIVCS2STATUS_UNSUPPORTED_ERR;
     if (m_options.m_everyFrame && m_hasFrame)
     {
-        if (frame <= m_lastFrame)
+        const uint32_t day = m_info.m_perDay;
+        const bool isOver = frame < day && m_lastFrame < day && isNextDay(frame, m_lastFrame);
+        if (frame <= m_lastFrame && !isOver)
             return KIVCS2STATUS_INVALID_TIMECODE_ERR;
-        while (m_lastFrame + 1 < frame)
-            KIV_TRY(putFrame(m_lastFrame + 1, nullptr, nullptr));
+        for (uint32_t next = m_lastFrame + 1; (isOver ? next % day : next) != frame; ++next)
+            KIV_TRY(putFrame(isOver ? next % day : next, nullptr, nullptr));
     }
     return putFrame(frame, pairs, dtvcc);
 }
@@ -198,8 +201,8 @@ KIVCS2Status Writer::putFrame(uint32_t frame, const KIVCS2CaptionPairs *pairs,
                               const KIVCS2CaptionDTVCC *dtvcc)
 {
     KIVCS2CaptionPacket packet;
-    KIV_TRY(makePacket(m_info, m_sequence, {pairs, dtvcc, {m_services.data(), m_options.m_serviceCount}},
-                       packet));
+    KIV_TRY(makePacket(m_info, m_sequence,
+                       {pairs, dtvcc, {m_services.data(), m_options.m_serviceCount}, frame}, packet));
     packet.m_frame = frame;
     KIV_TRY(putPacket(packet));
     ++m_sequence;
@@ -211,9 +214,20 @@ KIVCS2Status Writer::putFrame(uint32_t frame, const KIVCS2CaptionPairs *pairs,
 void Writer::putPairs(uint32_t frame, const KIVCS2CaptionPairs &pairs)
 {
     const size_t field = m_options.m_field == 2 ? 1 : 0;
-    // A frame of an SCC file has one pair: further ones take the next frames.
-    for (uint8_t pair = 0; pair < pairs.m_count[field]; ++pair)
-        putPair(frame + pair, pairs.m_pairs[field][pair]);
+    // A frame of an SCC file has one pair: further ones take the next frames, and the pairs of those wait for
+    // them, over midnight too. Empty ones give way.
+    const uint32_t day = m_info.m_perDay;
+    const uint32_t waits = (m_freeFrame + day - frame % day) % day;
+    const bool isLate = (m_isLate || frame == m_pairsFrame) && waits < day / 2;
+    uint32_t at = frame + (isLate ? waits : 0);
+    for (const auto &pair : std::span{pairs.m_pairs[field]}.first(pairs.m_count[field]))
+        if (!isEmptyPair(pair[0], pair[1]))
+            putPair(at++, pair);
+    if (at == frame && pairs.m_count[field] > 0)
+        putPair(at++, pairs.m_pairs[field][0]);
+    m_isLate = at - frame > 1;
+    m_pairsFrame = frame;
+    m_freeFrame = at % day;
 }
 
 void Writer::putPair(uint32_t frame, const uint8_t *pair)
@@ -253,14 +267,18 @@ KIVCS2Status Writer::writeText(const KIVCS2CaptionText &text)
         return KIVCS2STATUS_STATE_ERR;
     if (!isSRT && m_kind != KIVCS2CaptionFileKind_WebVTT)
         return KIVCS2STATUS_UNSUPPORTED_ERR;
-    if (text.m_from < m_options.m_timeZero)
+    uint64_t from = text.m_from;
+    if (isNextDay(from, m_cueFrom))
+        from += m_info.m_perDay;
+    if (from < m_options.m_timeZero)
         return KIVCS2STATUS_INVALID_TIMECODE_ERR;
+    m_cueFrom = from;
     if (isSRT)
     {
         m_out.putNumber(++m_cues);
         m_out.put("\n");
     }
-    KIV_TRY(putTimes(text));
+    putTimes(from, from - text.m_from + text.m_until);
     if (!isSRT)
         putVTTPlace(m_out, text);
     m_out.put("\n");
@@ -269,22 +287,20 @@ KIVCS2Status Writer::writeText(const KIVCS2CaptionText &text)
     return m_out.status();
 }
 
-KIVCS2Status Writer::putTimes(const KIVCS2CaptionText &text)
+void Writer::putTimes(uint64_t from, uint64_t until)
 {
     // Over midnight the end counts on; a caption lasts a frame at least.
-    uint64_t until = text.m_until;
-    if (until < text.m_from)
+    if (until < from)
         until += m_info.m_perDay;
-    until = std::max<uint64_t>(until, uint64_t{text.m_from} + 1);
+    until = std::max(until, from + 1);
     const auto milliseconds = [&](uint64_t frame)
     {
         const uint64_t frames = frame - m_options.m_timeZero;
         return (frames * 1000 * m_info.m_denominator + m_info.m_numerator / 2) / m_info.m_numerator;
     };
-    putTime(milliseconds(text.m_from));
+    putTime(milliseconds(from));
     m_out.put(" --> ");
     putTime(milliseconds(until));
-    return KIVCS2STATUS_OK;
 }
 
 void Writer::putTime(uint64_t milliseconds)

@@ -33,13 +33,18 @@ private:
     {
         return m_kind == KIVCS2CaptionFileKind_MCC1 || m_kind == KIVCS2CaptionFileKind_MCC2;
     }
+    // What is more than half a day earlier than what stands before it is behind midnight.
+    [[nodiscard]] bool isNextDay(uint64_t frame, uint64_t before) const
+    {
+        return frame + m_info.m_perDay / 2 < before;
+    }
     KIVCS2Status putMCCHeader(const KIVCS2CaptionFileHeader &header);
     KIVCS2Status putPacket(const KIVCS2CaptionPacket &packet);
     KIVCS2Status putFrame(uint32_t frame, const KIVCS2CaptionPairs *pairs, const KIVCS2CaptionDTVCC *dtvcc);
     void putPairs(uint32_t frame, const KIVCS2CaptionPairs &pairs);
     void putPair(uint32_t frame, const uint8_t *pair);
     void putTimecode(uint32_t frame);
-    KIVCS2Status putTimes(const KIVCS2CaptionText &text);
+    void putTimes(uint64_t from, uint64_t until);
     void putTime(uint64_t milliseconds);
 
     Output m_out;
@@ -56,7 +61,10 @@ private:
     bool m_lineOpen = false;     // SCC
     bool m_captionEnded = false; // with the pair before
     uint32_t m_nextFrame = 0, m_emptyPairs = 0;
+    bool m_isLate = false;                               // pairs stand behind their frames
+    uint32_t m_pairsFrame = UINT32_MAX, m_freeFrame = 0; // of the pairs before, and the first one behind them
     uint64_t m_cues = 0;
+    uint64_t m_cueFrom = 0; // of the cue before, counted on over midnight; at first the time zero
 };
 } // namespace kiv::cc
 
