@@ -112,6 +112,8 @@ const std::vector<FaultRow> kFaultRows = {
     {FAULT(WordLength), scc("00:00:01:00\t9420 94 ae 942c"), 2, 3, 18, true},
     {FAULT(HalfByte), data("T52S", "T5S"), 1, 6, 14, true},
     {FAULT(Suffix), mcc("00:00:01:00.1\t" + kData), 1, 6, 12, false},
+    {FAULT(Suffix), mcc("00:00:01:00.2\t" + kData), 1, 6, 12, false},
+    {FAULT(Suffix), mcc("00:00:01:00.0,99999999999\t" + kData), 1, 6, 12, false},
     {FAULT(LongPacket), mcc(kLine + std::string(600, '0') + kNext), 1, 6, 13, true},
     {FAULT(DataCount), data("AEB4", ""), 1, 6, 13, true},
     {FAULT(NotACDP), mcc("00:00:01:00\tT0252525F\n" + kLine), 2, 6, 13, true},
@@ -246,6 +248,8 @@ TEST(CaptionFileSCC, ByFrameLinesWaitAndArePlaced)
     EXPECT_EQ(frames, (std::vector<uint32_t>{150, 300, 301, 302, 303, 900}));
     EXPECT_EQ(reading.count(FAULT(Overlap)), 1u);
     EXPECT_EQ(reading.count(FAULT(BackInTime)), 1u);
+    Reading cut{text.substr(0, text.size() - 1), options}; // the last line end
+    EXPECT_TRUE(text.back() == '\n' && cut.all().report().m_lines == reading.report().m_lines);
     // A damaged line is told in its place; the pairs of a line of hours make the next one wait too long.
     std::string hours;
     for (int pair = 0; pair < 108100; ++pair)

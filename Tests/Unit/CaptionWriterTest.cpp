@@ -258,6 +258,23 @@ struct ShortStream
     }
 };
 
+TEST(CaptionWriterCues, WithoutCellsOrBackInTimeAreWholeToo)
+{
+    for (const auto &[kind, wanted] : {std::pair{KIVCS2CaptionFileKind_SRT, "a & <b>\n"},
+                                       std::pair{KIVCS2CaptionFileKind_WebVTT, "a &amp; &lt;b&gt;\n"}})
+    {
+        Writing writing{static_cast<KIVCS2CaptionFileKind>(kind), KIVCS2CaptionCounting_25};
+        Cue cue{10, 5};
+        cue.text.m_cells = nullptr;
+        cue.text.m_text = "a & <b>";
+        cue.text.m_textSize = 7;
+        EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &cue.text), KIVCS2STATUS_OK);
+        const std::string text = writing.text();
+        EXPECT_NE(text.find(wanted), std::string::npos) << text;
+        EXPECT_NE(text.find("--> 00:00:00"), std::string::npos) << text;
+    }
+}
+
 TEST(CaptionWriterFailures, ShortWritesAndWrongCalls)
 {
     Reading reading{fileText(KIV_TEST_DATA "/pop-on-25.mcc")};

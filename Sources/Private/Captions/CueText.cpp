@@ -19,6 +19,12 @@ struct Place
     unsigned vertical, horizontal; // 0 top or left, 1 in the middle, 2 bottom or right
 };
 
+// A host may have none.
+std::span<const KIVCS2CaptionCell> cellsOf(const KIVCS2CaptionText &text)
+{
+    return {text.m_cells, text.m_cells == nullptr ? 0 : text.m_cellCount};
+}
+
 Place placeOf(const KIVCS2CaptionText &text)
 {
     if (text.m_mode == KIVCS2CaptionMode_Window)
@@ -32,7 +38,7 @@ Place placeOf(const KIVCS2CaptionText &text)
     }
     // The 15 rows and 32 columns lie in the middle 80 percent.
     unsigned last = text.m_anchorColumn;
-    for (const KIVCS2CaptionCell &cell : std::span{text.m_cells, text.m_cellCount})
+    for (const KIVCS2CaptionCell &cell : cellsOf(text))
         last = std::max<unsigned>(last, cell.m_column);
     const unsigned middle = (text.m_anchorColumn + last) / 2;
     return {10 + text.m_anchorRow * 80u / 15, 10 + text.m_anchorColumn * 80u / 32,
@@ -118,17 +124,17 @@ private:
     uint32_t m_colour = kWhiteColour;
 };
 
-void putCharacter(Output &out, const KIVCS2CaptionCell &cell, bool isVTT)
+void putCharacters(Output &out, std::string_view text, bool isVTT)
 {
-    const std::string_view text{cell.m_text, strnlen(cell.m_text, sizeof cell.m_text)};
-    if (isVTT && text == "&")
-        out.put("&amp;");
-    else if (isVTT && text == "<")
-        out.put("&lt;");
-    else if (isVTT && text == ">")
-        out.put("&gt;");
-    else
-        out.put(text);
+    for (const char &character : text)
+        if (isVTT && character == '&')
+            out.put("&amp;");
+        else if (isVTT && character == '<')
+            out.put("&lt;");
+        else if (isVTT && character == '>')
+            out.put("&gt;");
+        else
+            out.put({&character, 1});
 }
 
 bool isSpace(const KIVCS2CaptionCell &cell)
@@ -153,7 +159,7 @@ void putRow(Output &out, std::span<const KIVCS2CaptionCell> row, bool isVTT)
         ++next;
         if (!isSpace(cell))
             tags.change(cell.m_style, cell.m_colour & kColourMask);
-        putCharacter(out, cell, isVTT);
+        putCharacters(out, {cell.m_text, strnlen(cell.m_text, sizeof cell.m_text)}, isVTT);
     }
     tags.close();
     out.put("\n");
@@ -161,10 +167,10 @@ void putRow(Output &out, std::span<const KIVCS2CaptionCell> row, bool isVTT)
 
 void putRows(Output &out, const KIVCS2CaptionText &text, bool isVTT)
 {
-    std::span<const KIVCS2CaptionCell> rest{text.m_cells, text.m_cells == nullptr ? 0 : text.m_cellCount};
+    std::span<const KIVCS2CaptionCell> rest = cellsOf(text);
     if (rest.empty() && text.m_text != nullptr)
     {
-        out.put({text.m_text, text.m_textSize});
+        putCharacters(out, {text.m_text, text.m_textSize}, isVTT);
         out.put("\n");
     }
     while (!rest.empty())

@@ -161,15 +161,21 @@ bool areWords(const char *block)
 }
 #endif
 
-// ".field" and ",number" of MCC 2. What does not fit is left for the data to trip over.
+// Passes over what is left of a malformed suffix, if a blank ends it. Otherwise the data trip over it.
+void passSuffix(std::string_view line, size_t &at, LineHead &head)
+{
+    head.badSuffix = true;
+    const size_t end = line.find_first_not_of("0123456789.,", at);
+    if (end != std::string_view::npos && isBlank(line[end]))
+        at = end;
+}
+
+// ".field" and ",number" of MCC 2.
 void takeSuffix(std::string_view line, size_t &at, LineHead &head)
 {
     constexpr size_t kDigitsMost = 10;
     if (at + 1 >= line.size() || (line[at + 1] != '0' && line[at + 1] != '1'))
-    {
-        head.badSuffix = true;
-        return;
-    }
+        return passSuffix(line, at, head);
     head.hasField = true;
     head.field = static_cast<uint32_t>(line[at + 1] - '0');
     at += 2;
@@ -181,7 +187,8 @@ void takeSuffix(std::string_view line, size_t &at, LineHead &head)
         number = number * 10 + static_cast<uint64_t>(line[at] - '0');
     head.hasNumber = digits > 0 && number <= UINT32_MAX;
     head.number = head.hasNumber ? static_cast<uint32_t>(number) : 0;
-    head.badSuffix = !head.hasNumber;
+    if (!head.hasNumber)
+        passSuffix(line, at, head);
 }
 } // namespace
 

@@ -428,10 +428,12 @@ KIVCS2Status Reader::listLines()
     Line line;
     KIVCS2Status status = KIVCS2STATUS_OK;
     while (KIVCS2_SUCCEEDED(status = m_source.next(line)))
+    {
+        m_report.m_lines = std::max(m_report.m_lines, line.number);
         KIV_TRY(listLine(line, before));
+    }
     if (status != KIVCS2STATUS_EOF_ERR)
         return status;
-    m_report.m_lines = m_source.lineNumber() - 1;
     m_list.order(isSCC());
     m_listed = true;
     return KIVCS2STATUS_OK;

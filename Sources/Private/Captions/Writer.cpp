@@ -289,10 +289,9 @@ KIVCS2Status Writer::writeText(const KIVCS2CaptionText &text)
 
 void Writer::putTimes(uint64_t from, uint64_t until)
 {
-    // Over midnight the end counts on; a caption lasts a frame at least.
-    if (until < from)
-        until += m_info.m_perDay;
-    until = std::max(until, from + 1);
+    // Over midnight the end counts on; a caption lasts a frame at least, one of a file that goes back in time
+    // too.
+    until = std::max(isNextDay(until, from) ? until + m_info.m_perDay : until, from + 1);
     const auto milliseconds = [&](uint64_t frame)
     {
         const uint64_t frames = frame - m_options.m_timeZero;
