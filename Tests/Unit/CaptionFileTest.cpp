@@ -397,6 +397,8 @@ TEST(CaptionFileSeek, AFileMayRunOverMidnightInBothOrders)
                      {0, 0}, {day - 1, day - 1}, {day / 2 + 2000, day - 2}, {100, 300}, {1, 1}})
                 EXPECT_EQ(soughtIn(*one, frame).m_frame, found) << frame;
         EXPECT_EQ(kivCS2CaptionFile_seek(&reading.file, 301), KIVCS2STATUS_EOF_ERR);
+        Reading tail{scc("23:59:59:28\t9420 9420 94ae 94ae"), options}; // only its words run over
+        EXPECT_EQ(soughtIn(tail, 1).m_frame, 1u);
         Reading evening{scc("20:00:00:00\t9420\n21:00:00:00\t942c"), options}; // all of one day
         EXPECT_EQ(soughtIn(evening, 0).m_frame, 2160000u);
     }

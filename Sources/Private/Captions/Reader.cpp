@@ -417,6 +417,7 @@ KIVCS2Status Reader::lastFrameOf(Line &line, const LineHead &head, uint32_t &las
         words += countWords(line.text, inWord);
     }
     last += static_cast<uint32_t>(std::max<size_t>(words, 1) - 1);
+    m_runsOver = m_runsOver || last >= m_info->m_perDay;
     return KIVCS2STATUS_OK;
 }
 
@@ -435,6 +436,9 @@ KIVCS2Status Reader::listLines()
     if (status != KIVCS2STATUS_EOF_ERR)
         return status;
     m_list.order(isSCC());
+    const auto lines = m_list.all(); // of those that wait the last one may do so until the next day
+    m_runsOver = m_runsOver ||
+                 (!lines.empty() && uint64_t{lines.back().placed} + lines.back().frames > m_info->m_perDay);
     m_listed = true;
     return KIVCS2STATUS_OK;
 }
@@ -742,6 +746,7 @@ void Reader::closeWords()
 {
     m_inWords = false;
     m_nextFrame = m_wordFrame;
+    m_runsOver = m_runsOver || m_wordFrame > m_info->m_perDay;
     if (m_options.m_order == KIVCS2CaptionOrder_File)
         m_index.add(m_current.line.offset, m_current.line.number,
                     std::max(m_wordFrame, m_current.frame + 1) - 1);
