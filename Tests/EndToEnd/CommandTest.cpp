@@ -876,7 +876,7 @@ TEST_F(Command, BuildsParsesAndFindsPackets)
     // Wrapped, on line 9, after a line that is not looked at.
     const auto header = [](char line, char coding, char size)
     {
-        return std::string{'\0', line, 1, coding, 0, 0, 0, 0, 0, size, 0, 0, 0, 1};
+        return std::string{'\0', line, 1, coding, 0, size, 0, 0, 0, size, 0, 0, 0, 1};
     };
     const std::string frame = std::string{"\0\2", 2} + header(7, 4, 1) + "x" +
                               header(9, 4, static_cast<char>(packet.size())) + packet;

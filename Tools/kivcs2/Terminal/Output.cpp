@@ -338,14 +338,15 @@ void Table::add(std::vector<Shown> cells)
     m_rows.push_back(std::move(cells));
 }
 
-void Table::print() const
+void Table::print()
 {
-    std::vector<size_t> widths;
-    for (const Shown &title : m_titles)
-        widths.push_back(columns(title.text()));
+    const bool isFirst = m_widths.empty();
+    m_widths.resize(m_titles.size());
+    for (size_t column = 0; column < m_titles.size(); ++column)
+        m_widths[column] = std::max(m_widths[column], columns(m_titles[column].text()));
     for (const auto &row : m_rows)
         for (size_t column = 0; column < row.size(); ++column)
-            widths[column] = std::max(widths[column], columns(row[column].text()));
+            m_widths[column] = std::max(m_widths[column], columns(row[column].text()));
 
     const auto printRow = [&](const std::vector<Shown> &cells, bool title)
     {
@@ -353,16 +354,18 @@ void Table::print() const
         for (size_t column = 0; column < cells.size(); ++column)
         {
             const Shown cell = title ? Output::strong(cells[column]) : cells[column];
-            const Shown space = padding(cell.text(), widths[column]);
+            const Shown space = padding(cell.text(), m_widths[column]);
             text += column > 0 ? "  " : "";
             text += m_aligns[column] == Align::Right ? space + cell : cell + space;
         }
         text.trimEnd();
         out().line(text);
     };
-    printRow(m_titles, true);
+    if (isFirst)
+        printRow(m_titles, true);
     for (const auto &row : m_rows)
         printRow(row, false);
+    m_rows.clear();
 }
 
 void Facts::add(Shown name, Shown value)

@@ -145,10 +145,19 @@ public:
     explicit Table(std::initializer_list<std::string_view> titles);
 
     void add(std::vector<Shown> cells);
-    void print() const;
+
+    /// The rows since the last print(), below those; columns only grow wider.
+    void print();
+
+    /// Rows that wait for print().
+    [[nodiscard]] size_t size() const
+    {
+        return m_rows.size();
+    }
 
 private:
     std::vector<Shown> m_titles;
+    std::vector<size_t> m_widths; ///< empty until the titles are printed
     std::vector<Align> m_aligns;
     std::vector<std::vector<Shown>> m_rows;
 };

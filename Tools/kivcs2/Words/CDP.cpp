@@ -1,4 +1,6 @@
 // kivcs2 cdp: parse, build and find caption distribution packets.
+#include "Captions/CaptionRows.h"
+#include "Captions/Capture.h"
 #include "Captions/OpenCaptions.h"
 #include "Captions/Services.h"
 #include "Counting.h"
@@ -10,7 +12,6 @@
 #include <KIVCoreServices2/KIVCS2CaptionDecoder.h>
 #include <KIVCoreServices2/KIVCS2CaptionFile.h>
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
-#include <KIVCoreServices2/KIVCS2MemoryStream.h>
 
 #include <algorithm>
 #include <array>
@@ -31,21 +32,25 @@ struct Arguments
     std::string field1 = "8080", field2 = "8080";
     std::string rate = "29.97";
     std::string output = "-";
-    std::string in, words = "8bit";
-    uint32_t sequence = 0;
-    bool sdi = false, atom = false, binary = false;
+    std::string in, words, service;
+    uint32_t sequence = 0, width = 0;
+    bool sdi = false, atom = false, binary = false, captions = false;
 };
 
-/// How the words of an ancillary packet stand in a capture: bytes, or 16-bit big-endian units of 10 bits.
+/// How the words of ancillary packets stand in a capture: bytes, or 16-bit units of 10 bits; "adf": behind the
+/// ancillary data flag.
 struct WordForm
 {
     std::string_view name;
-    size_t bytes; ///< of one word
-    bool hasFlag; ///< the ancillary data flag, 000 3FF 3FF, stands in front of a packet
+    KIVCS2CaptionCarrier carrier;
 };
 
-constexpr std::array<WordForm, 4> kWordForms = {
-    {{"8bit-adf", 1, true}, {"8bit", 1, false}, {"10bit-adf", 2, true}, {"10bit", 2, false}}};
+constexpr std::array<WordForm, 6> kWordForms = {{{"8bit-adf", KIVCS2CaptionCarrier_8BitWithADF},
+                                                 {"8bit", KIVCS2CaptionCarrier_8Bit},
+                                                 {"10bit-adf", KIVCS2CaptionCarrier_10BitWithADF},
+                                                 {"10bit", KIVCS2CaptionCarrier_10Bit},
+                                                 {"10bit-le-adf", KIVCS2CaptionCarrier_10BitLittleWithADF},
+                                                 {"10bit-le", KIVCS2CaptionCarrier_10BitLittle}}};
 
 Names wordFormNames()
 {
@@ -119,12 +124,20 @@ struct Content
     KIVCS2CaptionPairs pairs{};
     KIVCS2CaptionDTVCC dtvcc{};
 
-    explicit Content(std::span<const uint8_t> bytes)
+    explicit Content(const KIVCS2CaptionPacket &found) : packet(found)
     {
-        check(kivCS2CaptionPacket_parse(&packet, bytes.data(), static_cast<uint32_t>(bytes.size())),
-              "the packet");
         (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is an answer too
         (void)kivCS2CaptionPacket_getDTVCC(&packet, &dtvcc);
+    }
+
+    explicit Content(std::span<const uint8_t> bytes) : Content(parsed(bytes)) {}
+
+    [[nodiscard]] static KIVCS2CaptionPacket parsed(std::span<const uint8_t> bytes)
+    {
+        KIVCS2CaptionPacket packet{};
+        check(kivCS2CaptionPacket_parse(&packet, bytes.data(), static_cast<uint32_t>(bytes.size())),
+              "the packet");
+        return packet;
     }
 
     [[nodiscard]] bool isCDP() const
@@ -403,185 +416,221 @@ int build(const Arguments &arguments, bool json)
 
 // ---- find ----
 
-/// Prints the packets found, a row or an object each.
+/// What is listed of a capture: its packets, or the captions in them. A row or an object each, so that memory
+/// does not grow with the capture.
 class Findings
 {
 public:
-    explicit Findings(bool json)
+    Findings(const Arguments &arguments, bool json)
+        : m_form(arguments.in), m_showsCaptions(arguments.captions), m_table(tableFor(arguments.in)),
+          m_decoder(parseServices(arguments.service),
+                    [this](const KIVCS2CaptionText &text, KIVCS2CaptionCounting counting)
+                    { add(text, counting); })
     {
         if (json)
             m_array.emplace();
     }
 
-    void add(size_t offset, const Content &content)
+    void add(const CapturedPacket &found)
     {
+        const Content content{found.packet};
         ++m_found;
         m_faulty += content.packet.m_faults != 0 ? 1 : 0;
-        m_causes.add(content, "at byte " + std::to_string(offset));
+        m_causes.add(content, "at byte " + std::to_string(found.offset));
+        if (m_showsCaptions)
+            m_decoder.take(found.packet);
+        else if (m_array)
+            m_array->add(json(found, content));
+        else
+            addRow(found, content);
+    }
+
+    int close(const Capture &capture)
+    {
+        if (m_showsCaptions)
+            m_decoder.finish();
         if (m_array)
+            m_array->close();
+        else if (m_table.size() > 0)
+            m_table.print();
+        out().flush(); // what is wrong comes behind what is there
+        const std::string name = capture.input().name();
+        m_causes.tell(name);
+        const bool isDamaged = tell(name, capture.damage());
+        if (m_found == 0)
+            note(name + ": no caption distribution packet");
+        else if (m_showsCaptions && m_captions == 0)
+            note(name + ": no caption in it comes to the screen");
+        if (m_faulty > 0 || isDamaged)
+            return kExitMalformed;
+        return (m_showsCaptions ? m_captions : m_found) == 0 ? kExitNo : kExitYes;
+    }
+
+private:
+    static constexpr size_t kRows = 1000;
+
+    // Only the forms that say where a packet was have columns for it.
+    static Table tableFor(const std::string &form)
+    {
+        if (form == "291m")
+            return Table{">Offset", ">Bytes",  ">Frames/s",      ">Sequence", ">Triplets",
+                         "Field 1", "Field 2", ">CEA-708 bytes", "Result"};
+        const bool isRow = form == "v210";
+        return Table{">Offset",
+                     isRow ? ">Row" : ">Line",
+                     isRow ? "Samples" : ">Field",
+                     ">Bytes",
+                     ">Frames/s",
+                     ">Sequence",
+                     ">Triplets",
+                     "Field 1",
+                     "Field 2",
+                     ">CEA-708 bytes",
+                     "Result"};
+    }
+
+    static const char *channelName(const KIVCS2CaptionPlace &place)
+    {
+        constexpr std::array<const char *, 3> kNames = {"luma", "chroma", "both"};
+        return kNames[std::min<size_t>(place.m_channel, 2)];
+    }
+
+    [[nodiscard]] Json json(const CapturedPacket &found, const Content &content) const
+    {
+        Json value = toJson(content);
+        const KIVCS2CaptionPlace &place = found.place;
+        value["offset"] = found.offset;
+        if (m_form == "291m")
+            return value;
+        value["channel"] = channelName(place);
+        if (m_form == "v210")
         {
-            Json value = toJson(content);
-            value["offset"] = offset;
-            m_array->add(value);
-            return;
+            value.update({{"row", found.row}, {"word", place.m_horizontal}});
+            return value;
         }
+        value.update({{"line", place.m_line}, {"field", place.m_field > 0 ? Json(place.m_field) : Json()}});
+        if (m_form == "436m")
+            value.update({{"wrapping", place.m_wrapping}, {"coding", place.m_coding}});
+        else
+            value.update({{"horizontalOffset", place.m_horizontal},
+                          {"stream", place.m_hasStream != 0 ? Json(place.m_stream) : Json()},
+                          {"rtp",
+                           {{"sequence", place.m_rtp.m_sequence},
+                            {"timestamp", place.m_rtp.m_timestamp},
+                            {"source", place.m_rtp.m_source},
+                            {"payloadType", place.m_rtp.m_payloadType},
+                            {"marker", place.m_rtp.m_marker != 0},
+                            {"packets", place.m_rtp.m_count}}}});
+        return value;
+    }
+
+    void addRow(const CapturedPacket &found, const Content &content)
+    {
+        const KIVCS2CaptionPacket &packet = content.packet;
+        const KIVCS2CaptionPlace &place = found.place;
+        std::vector<Shown> cells = {std::to_string(found.offset)};
+        if (m_form == "v210")
+            cells.insert(cells.end(), {std::to_string(found.row), channelName(place)});
+        else if (m_form != "291m")
+            cells.insert(cells.end(), {std::to_string(place.m_line),
+                                       place.m_field > 0 ? std::to_string(place.m_field) : "-"});
         std::string result;
         for (const KIVCS2CaptionFault fault : content.faults())
         {
             result += result.empty() ? "" : ", ";
             result += kivCS2CaptionFile_getFaultName(fault);
         }
-        m_table.add({std::to_string(offset), std::to_string(content.cdp().size()),
-                     std::string{cdpRateName(content.packet.m_rateCode)},
-                     std::to_string(content.packet.m_sequence), std::to_string(content.packet.m_tripletCount),
-                     pairsText(content.field(0)), pairsText(content.field(1)),
-                     std::to_string(content.dtvcc.m_count), result.empty() ? "ok" : result});
-    }
-
-    int close(const std::string &name)
-    {
-        if (m_array)
-            m_array->close();
-        else if (m_found > 0)
+        const bool isCDP = content.isCDP();
+        cells.insert(cells.end(),
+                     {std::to_string(content.cdp().size()),
+                      isCDP ? std::string{cdpRateName(packet.m_rateCode)} : "-",
+                      isCDP ? std::to_string(packet.m_sequence) : "-", std::to_string(packet.m_tripletCount),
+                      pairsText(content.field(0)), pairsText(content.field(1)),
+                      std::to_string(content.dtvcc.m_count), result.empty() ? "ok" : result});
+        m_table.add(std::move(cells));
+        if (m_table.size() == kRows)
             m_table.print();
-        m_causes.tell(name);
-        if (m_found == 0)
-            note(name + ": no caption distribution packet");
-        return m_found == 0 ? kExitNo : m_faulty > 0 ? kExitMalformed : kExitYes;
     }
 
-private:
+    void add(const KIVCS2CaptionText &text, KIVCS2CaptionCounting counting)
+    {
+        ++m_captions;
+        if (m_array)
+            m_array->add(captionJson(text, counting));
+        else
+            printCaption(text, counting);
+    }
+
+    // What is wrong with the capture around the packets.
+    bool tell(const std::string &name, const Capture::Damage &damage) const
+    {
+        const std::string format = " (" + statusText(KIVCS2STATUS_FORMAT_ERR) + ")";
+        if (damage.notRTP > 0)
+            note(name + ": not RTP version 2: " + count(damage.notRTP, "payload") + ", first at byte " +
+                 std::to_string(damage.firstNotRTP) + format);
+        if (damage.cut)
+            note(name + ": the " +
+                 (m_form == "v210"  ? "row"
+                  : m_form == "rtp" ? "payload"
+                                    : "record") +
+                 " at byte " + std::to_string(*damage.cut) + " is cut short" + format);
+        return damage.notRTP > 0 || damage.cut;
+    }
+
+    std::string m_form;
+    bool m_showsCaptions;
     std::optional<JsonArray> m_array;
-    Table m_table{">Offset", ">Bytes",  ">Frames/s",      ">Sequence", ">Triplets",
-                  "Field 1", "Field 2", ">CEA-708 bytes", "Result"};
+    Table m_table;
+    CaptureDecoder m_decoder;
     Causes m_causes;
-    uint64_t m_found = 0, m_faulty = 0;
+    uint64_t m_found = 0, m_faulty = 0, m_captions = 0;
 };
 
-/// The words of a capture; a word of 10 bits counts with its low 8.
-class CapturedWords
+KIVCS2CaptionCarrier carrierOf(const Arguments &arguments)
 {
-public:
-    CapturedWords(std::span<const uint8_t> bytes, const WordForm &form) : m_bytes(bytes), m_form(form) {}
-
-    /// Words from byte `at` on, as many as are there and at most as many as a packet has.
-    [[nodiscard]] std::vector<uint8_t> from(size_t at) const
-    {
-        std::vector<uint8_t> words;
-        for (; words.size() < KIVCS2_CAPTION_ANC_SIZE && at + m_form.bytes <= m_bytes.size();
-             at += m_form.bytes)
-            words.push_back(m_bytes[at + m_form.bytes - 1]);
-        return words;
-    }
-
-    /// Whether a caption packet begins at byte `at`: DID 61, SDID 01, a count and the mark of a CDP.
-    [[nodiscard]] bool beginsPacket(size_t at) const
-    {
-        const auto is = [&](size_t word, uint8_t value)
-        {
-            const size_t byte = at + word * m_form.bytes + m_form.bytes - 1;
-            return byte < m_bytes.size() && m_bytes[byte] == value;
-        };
-        return is(0, 0x61) && is(1, 0x01) && is(3, 0x96) && is(4, 0x69);
-    }
-
-    /// Whether the ancillary data flag stands at byte `at`.
-    [[nodiscard]] bool hasFlag(size_t at) const
-    {
-        constexpr std::array<uint8_t, 3> kFlag8 = {0, 0xFF, 0xFF};
-        constexpr std::array<uint8_t, 6> kFlag10 = {0, 0, 3, 0xFF, 3, 0xFF};
-        const std::span<const uint8_t> rest = m_bytes.subspan(at);
-        const std::span<const uint8_t> flag =
-            m_form.bytes == 1 ? std::span<const uint8_t>{kFlag8} : std::span<const uint8_t>{kFlag10};
-        return rest.size() >= flag.size() && std::ranges::equal(rest.first(flag.size()), flag);
-    }
-
-private:
-    std::span<const uint8_t> m_bytes;
-    const WordForm &m_form;
-};
-
-// Packets one behind the other, with anything between them: if there is none, the next word is tried. A
-// packet that is damaged or cut is found too.
-void findIn291M(std::span<const uint8_t> bytes, const WordForm &form, Findings &findings)
-{
-    const CapturedWords words{bytes, form};
-    const size_t flag = form.hasFlag ? 3 * form.bytes : 0;
-    Progress progress{"searching"};
-    for (size_t at = 0; at < bytes.size();)
-    {
-        progress.at(at, bytes.size());
-        if (!words.beginsPacket(at + flag) || (form.hasFlag && !words.hasFlag(at)))
-        {
-            at += form.bytes;
-            continue;
-        }
-        std::vector<uint8_t> packet = words.from(at + flag);
-        packet.resize(std::min<size_t>(packet.size(), packet[2] + kHead + 1));
-        const Content content{packet};
-        findings.add(at, content);
-        // A damaged count leads into the next packet.
-        at += content.packet.m_faults == 0 ? flag + packet.size() * form.bytes : form.bytes;
-    }
+    if (arguments.in == "436m")
+        return KIVCS2CaptionCarrier_436M;
+    if (arguments.in == "v210")
+        return KIVCS2CaptionCarrier_V210Luma;
+    if (arguments.in == "rtp")
+        return KIVCS2CaptionCarrier_RTP;
+    const std::string words = arguments.words.empty() ? "8bit" : arguments.words;
+    const auto form = std::ranges::find(kWordForms, words, &WordForm::name);
+    if (form != kWordForms.end())
+        return form->carrier;
+    std::string known;
+    for (const WordForm &row : kWordForms)
+        known += (known.empty() ? "" : ", ") + std::string{row.name};
+    throw Failure(kExitUsage, "unknown word format \"" + visible(words) + "\"; known are " + known);
 }
 
-uint32_t bigEndian(std::span<const uint8_t> bytes)
+std::string findRefusal(const Arguments &arguments)
 {
-    uint32_t value = 0;
-    for (const uint8_t byte : bytes)
-        value = value << 8 | byte;
-    return value;
-}
-
-// Frames of wrapped data one behind the other; each gives its first packet.
-void findIn436M(std::vector<uint8_t> &bytes, const std::string &name, Findings &findings)
-{
-    constexpr size_t kLineHeader = 14;
-    for (size_t at = 0; at < bytes.size();)
-    {
-        size_t end = at + 2;
-        const uint32_t lines = end <= bytes.size() ? bigEndian(std::span{bytes}.subspan(at, 2)) : 0;
-        for (uint32_t line = 0; line < lines && end <= bytes.size(); ++line)
-        {
-            if (end + kLineHeader > bytes.size())
-            {
-                end = bytes.size() + 1;
-                break;
-            }
-            const auto header = std::span{bytes}.subspan(end, kLineHeader);
-            const uint64_t payload =
-                static_cast<uint64_t>(bigEndian(header.subspan(6, 4))) * bigEndian(header.subspan(10, 4));
-            end = payload > bytes.size() ? bytes.size() + 1 : end + kLineHeader + payload;
-        }
-        if (end > bytes.size())
-            throw Failure(KIVCS2STATUS_FORMAT_ERR, Where{name},
-                          "the frame at byte " + std::to_string(at) + " is cut short");
-        KIVCS2MemoryStream stream{};
-        check(kivCS2MemoryStream_initWithBytes(&stream, bytes.data() + at, end - at), "wrapped data");
-        std::array<uint8_t, 256> cdp{};
-        uint32_t size = cdp.size();
-        const KIVCS2Status status = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream(
-            &stream.m_stream, false, cdp.data(), &size);
-        (void)kivCS2MemoryStream_close(&stream.m_stream); // a view: there is nothing to lose
-        if (KIVCS2_SUCCEEDED(status))
-            findings.add(at, Content{std::span{cdp}.first(size)});
-        at = end;
-    }
+    const bool isRows = arguments.in == "v210";
+    if (isRows && arguments.width == 0)
+        return "--in v210 needs --width, the samples of a row";
+    if (!isRows && arguments.width != 0)
+        return "--width is of --in v210";
+    if (!arguments.words.empty() && arguments.in != "291m")
+        return "--words is of --in 291m";
+    if (!arguments.service.empty() && !arguments.captions)
+        return "--service is of --captions";
+    return {};
 }
 
 int find(const Arguments &arguments, bool json)
 {
-    const auto form = std::ranges::find(kWordForms, arguments.words, &WordForm::name);
-    if (form == kWordForms.end())
-        throw Failure(kExitUsage, "unknown word format \"" + visible(arguments.words) +
-                                      "\"; known are 8bit, 8bit-adf, 10bit, 10bit-adf");
-    std::vector<uint8_t> bytes = readWhole(arguments.file);
-    Findings findings{json};
-    if (arguments.in == "436m")
-        findIn436M(bytes, place(arguments.file, 0), findings);
-    else
-        findIn291M(bytes, *form, findings);
-    return findings.close(place(arguments.file, 0));
+    Capture capture{arguments.file, carrierOf(arguments), arguments.width};
+    Findings findings{arguments, json};
+    Progress progress{"searching " + capture.input().name()};
+    CapturedPacket found;
+    capture.onProgress = [&]
+    {
+        progress.at(capture.input().position(), capture.input().size());
+    };
+    while (capture.next(found))
+        findings.add(found);
+    return findings.close(capture);
 }
 
 void addParseWord(Word &cdp, Context &context)
@@ -615,12 +664,24 @@ void addFindWord(Word &cdp, Context &context)
     const auto arguments = std::make_shared<Arguments>();
     Word &word = cdp.word("find", "List the packets in captured ancillary data (exit 1: none)");
     word.option("file", arguments->file, "A file; - is standard input").required().isFile();
-    word.option("--in", arguments->in, "291m: ancillary packets; 436m: wrapped data")
+    word.option("--in", arguments->in,
+                "291m: ancillary packets; 436m: wrapped data; v210: rows of pixels; rtp: payloads (RFC 8331)")
         .required()
-        .among({"291m", "436m"});
+        .among({"291m", "436m", "v210", "rtp"});
     word.option("--words", arguments->words,
-                "291m: 8bit, 8bit-adf, 10bit (16-bit big-endian units), 10bit-adf")
+                "291m: 8bit (default), 8bit-adf, 10bit (16-bit big-endian units), 10bit-adf, 10bit-le "
+                "(little-endian), 10bit-le-adf")
         .suggests("word forms", wordFormNames);
+    word.option("--width", arguments->width, {1, 16384}, "v210: samples of a row; 720 is SD");
+    word.flag("--captions", arguments->captions, "The captions as a viewer sees them");
+    word.option("--service", arguments->service,
+                "With --captions, of these services alone: CC1, T1, S1, or several with commas")
+        .suggests("services", serviceNames);
+    word.about(
+        "v210: of HD luma and chroma are searched, of SD (720) every sample. rtp: one payload, or each\n"
+        "behind its length in 16 bits, high byte first (RFC 4571). Captions are timed by the CDPs' time\n"
+        "codes, without them from 0 on. Exit codes: 0, 1 nothing found, 3 something is damaged or cut.");
+    word.refuses([arguments] { return findRefusal(*arguments); });
     word.example("kivcs2 cdp find capture.bin --in 291m --words 10bit");
     word.runs([&context, arguments] { return find(*arguments, context.json); });
 }

@@ -1,4 +1,5 @@
 // kivcs2 caption show and caption at.
+#include "Captions/CaptionRows.h"
 #include "Captions/Decoding.h"
 #include "Captions/Pairs.h"
 #include "Captions/Services.h"
@@ -214,38 +215,6 @@ private:
 
 // ---- Captions ----
 
-Json toJson(const CaptionSource &source, const KIVCS2CaptionText &text)
-{
-    return {{"from", source.timecode(text.m_from)},
-            {"until", source.timecode(text.m_until)},
-            {"channel", serviceName(text.m_service)},
-            {"mode", modeName(text.m_mode)},
-            {"text", text.m_text}};
-}
-
-std::string padded(std::string text, size_t width)
-{
-    text.resize(std::max(text.size(), width), ' ');
-    return text;
-}
-
-void print(const CaptionSource &source, const KIVCS2CaptionText &text)
-{
-    const std::string from = source.timecode(text.m_from);
-    const std::string rest = "  " + source.timecode(text.m_until) + "  " +
-                             padded(serviceName(text.m_service), 3) + "  " +
-                             padded(std::string{modeName(text.m_mode)}, 9);
-    const std::string indent(from.size() + rest.size(), ' ');
-    const std::string_view rows = text.m_text;
-    for (size_t begin = 0; begin <= rows.size();)
-    {
-        const size_t end = std::min(rows.find('\n', begin), rows.size());
-        out().line((begin == 0 ? Output::strong(from) + rest : Shown{indent}) +
-                   rows.substr(begin, end - begin));
-        begin = end + 1;
-    }
-}
-
 void showCaptions(const CaptionArguments &arguments, CaptionSource &source, Listing &listing)
 {
     const Range range{arguments, source};
@@ -256,9 +225,9 @@ void showCaptions(const CaptionArguments &arguments, CaptionSource &source, List
                                if ((text.m_until <= range.from && !wraps) || text.m_from > range.to)
                                    return;
                                if (listing.isJson())
-                                   listing.add(toJson(source, text));
+                                   listing.add(captionJson(text, source.header().m_counting));
                                else
-                                   print(source, text);
+                                   printCaption(text, source.header().m_counting);
                            }};
     KIVCS2CaptionPacket packet;
     while (source.next(packet))
@@ -331,7 +300,7 @@ Json toJson(const CaptionSource &source, Moment &moment)
     for (Moment::Shown &shown : moment.shown)
     {
         shown.text.m_text = shown.rows.c_str();
-        value["shown"].push_back(toJson(source, shown.text));
+        value["shown"].push_back(captionJson(shown.text, source.header().m_counting));
     }
     return value;
 }
@@ -356,7 +325,7 @@ void print(const CaptionSource &source, Moment &moment)
     for (Moment::Shown &shown : moment.shown)
     {
         shown.text.m_text = shown.rows.c_str();
-        print(source, shown.text);
+        printCaption(shown.text, source.header().m_counting);
     }
 }
 
