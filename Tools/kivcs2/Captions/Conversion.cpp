@@ -56,8 +56,9 @@ public:
                         {"pairs", m_out->allPairs()},
                         {"captions", sumOf(m_out->captions)}};
         value["headerLinesNotCarried"] = m_source.header().m_otherLines;
-        facts.add("Verified",
-                  Output::good("yes") + ", read back: every packet is the source's, byte for byte");
+        facts.add("Verified", Output::good("yes") + ", read back: " +
+                                  (m_way.isRetimed ? "every pair in order within the wait, the same texts"
+                                                   : "every packet is the source's, byte for byte"));
     }
 
     void commit() override
@@ -79,7 +80,7 @@ public:
         : Conversion(source, std::move(way)), m_target(m_way.target, targetWay())
     {
         KIVCS2CaptionCountingInfo info{};
-        check(kivCS2CaptionCounting_getInfo(source.header().m_counting, &info), "counting");
+        check(kivCS2CaptionCounting_getInfo(m_way.counting, &info), "counting");
         m_perDay = info.m_perDay;
     }
 
@@ -335,14 +336,16 @@ private:
 };
 
 // Whether the pairs of a source go into a target. Throws if its rate is in the way.
-void checkRates(const CaptionSource &source, KIVCS2CaptionFileKind kind)
+void checkRates(const CaptionSource &source, const ConversionWay &way)
 {
-    const Counting &counting = source.counting();
+    const Counting &counting = rowOf(way.counting);
+    const KIVCS2CaptionFileKind kind = way.kind;
     constexpr uint8_t kNTSC = 4; // cdp_frame_rate of 29.97
     if (kind == KIVCS2CaptionFileKind_SCC && counting.cdpCode != kNTSC)
         throw Failure(kExitNotHere, Where{source.name()},
-                      "counts " + std::string{counting.title} + "; SCC is written at 29.97 only");
-    if (isMCC(kind) && source.isSCC() && counting.numerator / counting.denominator > 30)
+                      "counts " + std::string{counting.title} +
+                          "; SCC is written at 29.97 only (--to-rate 29.97)");
+    if (isMCC(kind) && source.isSCC() && !way.isRetimed && counting.numerator / counting.denominator > 30)
         throw Failure(kExitUsage, "--rate " + std::string{counting.name} +
                                       ": an SCC file has one pair a frame at up to 30 frames a second (line "
                                       "21); the rates from 23.98 to 30 can be written");
@@ -363,24 +366,23 @@ bool isMCC(KIVCS2CaptionFileKind kind)
 
 std::unique_ptr<Conversion> Conversion::make(const CaptionSource &source, ConversionWay way)
 {
-    checkRates(source, way.kind);
+    checkRates(source, way);
     if (way.kind == KIVCS2CaptionFileKind_SRT || way.kind == KIVCS2CaptionFileKind_WebVTT)
         return std::make_unique<CueCopy>(source, std::move(way));
-    if (isMCC(way.kind) && !source.isSCC())
+    if (isMCC(way.kind) && (way.isRetimed || !source.isSCC()))
         return std::make_unique<PacketCopy>(source, std::move(way));
     return std::make_unique<PairCopy>(source, std::move(way));
 }
 
 std::unique_ptr<Tally> Conversion::readBack(const CaptionTarget &target) const
 {
-    const KIVCS2CaptionFileHeader &header = m_source.header();
-    const ReadingArguments arguments{target.readablePath(), std::string{m_source.counting().name},
+    const ReadingArguments arguments{target.readablePath(), std::string{rowOf(m_way.counting).name},
                                      m_way.field, false, false};
     ReadingWay way;
     way.tellsLines = false;
     way.progress = "reading back " + place(m_way.target, 0);
     CaptionSource written{arguments, std::move(way)};
-    auto tally = std::make_unique<Tally>(header.m_counting);
+    auto tally = std::make_unique<Tally>(m_way.counting);
     for (KIVCS2CaptionPacket packet; written.next(packet);)
         tally->take(packet);
     tally->finish();
@@ -396,7 +398,7 @@ TargetWay Conversion::targetWay() const
         {{KIVCS2CaptionService_CC1, "", 0, 0, {}}, {KIVCS2CaptionService_S1, "eng", 0, 0, {}}}};
     TargetWay way;
     way.kind = m_way.kind;
-    way.counting = m_source.header().m_counting;
+    way.counting = m_way.counting;
     way.options.m_everyFrame = !m_way.sparse;
     way.options.m_field = m_way.field;
     way.options.m_timeZero = m_way.timeZero;

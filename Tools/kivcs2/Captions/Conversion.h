@@ -23,7 +23,9 @@ struct ConversionWay
     bool sparse = false;              ///< MCC from SCC: packets only on frames that have a pair
     bool sdi = false;                 ///< MCC from SCC: two service descriptors
     KIVCS2CaptionService service = 0; ///< SRT, WebVTT: 0 for the first that has captions
-    uint32_t timeZero = 0;            ///< SRT, WebVTT: the frame that is 00:00:00.000
+    KIVCS2CaptionCounting counting = KIVCS2CaptionCounting_FindOut; ///< of the target
+    bool isRetimed = false; ///< packets are those of a retiming: CDPs made anew
+    uint32_t timeZero = 0;  ///< SRT, WebVTT: the frame that is 00:00:00.000
 };
 
 /// One conversion: take() for every packet and caption of the source, then finish() and commit().

@@ -199,19 +199,21 @@ struct CaptionSource::State
     void settle(const ReadingArguments &arguments, KIVCS2CaptionReadOptions &options)
     {
         const Counting *named = arguments.rate.empty() ? nullptr : &countingFor(arguments.rate, std::nullopt);
+        bool isSCC = false;
         if (way.byFrame || leavesDropOpen(arguments.rate))
         {
             const KIVCS2CaptionFileHeader found = probe();
+            isSCC = found.m_kind == KIVCS2CaptionFileKind_SCC;
             if (leavesDropOpen(arguments.rate) && found.m_counting != KIVCS2CaptionCounting_FindOut)
                 named = &countingFor(arguments.rate, rowOf(found.m_counting).drop ? ';' : ':');
-            if (way.byFrame && found.m_kind == KIVCS2CaptionFileKind_SCC)
-            {
-                options.m_order = KIVCS2CaptionOrder_Frame;
-                input.readWhole();
-            }
         }
         if (named != nullptr)
             options.m_counting = captionCounting(*named);
+        if (!way.byFrame || !isSCC)
+            return;
+        input.readWhole();
+        if (!way.keepsMidnight || !runsOverMidnight(options.m_counting))
+            options.m_order = KIVCS2CaptionOrder_Frame;
     }
 
     KIVCS2CaptionFileHeader probe()
@@ -223,6 +225,29 @@ struct CaptionSource::State
             (void)kivCS2CaptionFile_readHeader(&file.file, &found); // what it cannot say is left open
         input.beginAgain();
         return found;
+    }
+
+    // Whether a packet is more than half a day earlier than the one before. What fails will do so again.
+    bool runsOverMidnight(KIVCS2CaptionCounting counting)
+    {
+        KIVCS2CaptionReadOptions options{};
+        options.m_counting = counting;
+        OpenFile file;
+        KIVCS2CaptionFileHeader found{};
+        KIVCS2CaptionCountingInfo info{};
+        bool runsOver = false;
+        if (KIVCS2_SUCCEEDED(kivCS2CaptionFile_initReading(&file.file, &input.stream, false, &options)) &&
+            KIVCS2_SUCCEEDED(kivCS2CaptionFile_readHeader(&file.file, &found)) &&
+            KIVCS2_SUCCEEDED(kivCS2CaptionCounting_getInfo(found.m_counting, &info)))
+        {
+            KIVCS2CaptionPacket packet;
+            for (uint32_t frame = 0;
+                 !runsOver && KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file.file, &packet));
+                 frame = packet.m_frame)
+                runsOver = packet.m_frame + info.m_perDay / 2 < frame;
+        }
+        input.beginAgain();
+        return runsOver;
     }
 
     // Throws what stopped the library.

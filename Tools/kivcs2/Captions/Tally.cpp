@@ -95,6 +95,9 @@ KIVCS2Status Tally::takeText(const KIVCS2CaptionText *text, void *context) noexc
     try
     {
         ++self.captions[text->m_service];
+        // The terminator ends each.
+        self.texts[text->m_service].add(
+            std::span{reinterpret_cast<const uint8_t *>(text->m_text), size_t{text->m_textSize} + 1});
         if (self.m_onText)
             self.m_onText(*text);
         return KIVCS2STATUS_OK;

@@ -78,6 +78,7 @@ public:
     CaptionCounts captions;
     std::optional<uint32_t> first, last; ///< frames
     Digest packetDigest, pairDigest;
+    std::map<KIVCS2CaptionService, Digest> texts; ///< of each service in their order
 
     [[nodiscard]] uint64_t allPairs() const
     {

@@ -1,5 +1,6 @@
 // kivcs2 caption convert.
 #include "Captions/Conversion.h"
+#include "Captions/Retiming.h"
 #include "Captions/Services.h"
 #include "Failure.h"
 #include "Files/Files.h"
@@ -21,6 +22,7 @@ namespace
 struct ConvertArguments
 {
     ReadingArguments reading;
+    RetimeArguments retime;
     std::string target;
     std::string to;
     std::string service;
@@ -85,8 +87,9 @@ void refuseIdleOptions(const ConvertArguments &arguments, const CaptionSource &s
                        KIVCS2CaptionFileKind kind)
 {
     const bool toCues = kind == KIVCS2CaptionFileKind_SRT || kind == KIVCS2CaptionFileKind_WebVTT;
-    const bool buildsPackets = isMCC(kind) && source.isSCC();
-    const bool copiesPackets = isMCC(kind) && !source.isSCC();
+    const bool isRetimed = arguments.retime.isAsked();
+    const bool buildsPackets = isMCC(kind) && source.isSCC() && !isRetimed;
+    const bool copiesPackets = isMCC(kind) && !source.isSCC() && !isRetimed;
     const auto refuse = [](bool given, const char *text)
     {
         if (given)
@@ -94,9 +97,11 @@ void refuseIdleOptions(const ConvertArguments &arguments, const CaptionSource &s
     };
     refuse(!arguments.service.empty() && !toCues, "--service is of SRT and WebVTT");
     refuse(!arguments.timeZero.empty() && !toCues, "--time-zero is of SRT and WebVTT");
+    refuse(!arguments.timeZero.empty() && isRetimed,
+           "--time-zero does not go with another time; --start-at-zero and --offset do");
     refuse(arguments.mccVersion != 0 && !isMCC(kind), "--mcc-version is of MCC");
     refuse((arguments.sparse || arguments.sdi) && !buildsPackets,
-           "--sparse and --sdi are for packets made from an SCC file");
+           "--sparse and --sdi are for packets made from an SCC file, frame by frame");
     refuse(arguments.fixParity && copiesPackets,
            "--fix-parity: the packets of an MCC file are kept byte for byte");
 }
@@ -122,6 +127,8 @@ ConversionWay wayFor(const ConvertArguments &arguments, const CaptionSource &sou
     way.sparse = arguments.sparse;
     way.sdi = arguments.sdi;
     way.service = serviceFor(arguments.service);
+    way.isRetimed = arguments.retime.isAsked();
+    way.counting = retimedCounting(arguments.retime, source);
     way.timeZero = arguments.timeZero.empty() ? 0 : source.frameOf(arguments.timeZero);
     return way;
 }
@@ -299,8 +306,22 @@ public:
         : m_arguments(arguments), m_notes(place(arguments.reading.file, 0), json),
           m_source(arguments.reading, way()), m_conversion(Conversion::make(m_source, begin())),
           m_in(m_source.header().m_counting,
-               [this](const KIVCS2CaptionText &text) { m_conversion->take(text); })
+               [this](const KIVCS2CaptionText &text)
+               {
+                   if (!m_retiming)
+                       m_conversion->take(text);
+               })
     {
+        if (!m_arguments.retime.isAsked())
+            return;
+        m_retimed.emplace(retimedCounting(m_arguments.retime, m_source),
+                          [this](const KIVCS2CaptionText &text) { m_conversion->take(text); });
+        m_retiming.emplace(m_source, m_arguments.retime, m_arguments.keepGoing,
+                           [this](const KIVCS2CaptionPacket &packet)
+                           {
+                               m_retimed->take(packet);
+                               m_conversion->take(packet);
+                           });
     }
 
     int run()
@@ -310,8 +331,11 @@ public:
             if (m_arguments.fixParity)
                 m_repaired += setOddParity(packet);
             m_notes.take(packet);
+            if (m_retiming && !m_retiming->take(packet))
+                continue;
             m_in.take(packet);
-            m_conversion->take(packet);
+            if (!m_retiming)
+                m_conversion->take(packet);
         }
         m_in.finish();
         const bool isLost = m_source.finish() != kExitYes;
@@ -320,10 +344,12 @@ public:
                           lostText(m_source) +
                               " lost, here first: nothing is written; --keep-going leaves them out");
         if (m_in.allPairs() + m_in.bytes708 == 0)
-            throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{m_source.name()}, "holds no captions");
+            throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{m_source.name()},
+                          m_retiming ? "has no captions in what is taken" : "holds no captions");
         if (m_in.captions.empty())
             note(m_source.name() + ": no caption in it comes to the screen");
-        m_conversion->finish(m_in);
+        finishRetiming();
+        m_conversion->finish(result());
         m_conversion->commit();
         tell(isLost);
         return kExitYes;
@@ -334,6 +360,7 @@ private:
     {
         ReadingWay way;
         way.byFrame = true;
+        way.keepsMidnight = m_arguments.retime.isAsked();
         way.onFault = [this](const KIVCS2CaptionFileFault &fault)
         {
             m_notes.take(fault);
@@ -348,6 +375,21 @@ private:
         m_notes.begin(m_source.isSCC() ? way.kind == KIVCS2CaptionFileKind_SCC : isMCC(way.kind),
                       m_source.header().m_kind);
         return way;
+    }
+
+    /// What went into the target.
+    [[nodiscard]] const Tally &result() const
+    {
+        return m_retimed ? *m_retimed : m_in;
+    }
+
+    void finishRetiming()
+    {
+        if (!m_retiming)
+            return;
+        m_retiming->finish();
+        m_retimed->finish();
+        m_retiming->compare(m_in, *m_retimed);
     }
 
     Json summary(bool isLost) const
@@ -412,7 +454,9 @@ private:
     {
         Json value = summary(isLost);
         Facts made = facts(isLost);
-        m_conversion->tell(m_in, made, value);
+        if (m_retiming)
+            m_retiming->tell(made, value);
+        m_conversion->tell(result(), made, value);
         if (m_notes.report())
             return m_notes.report()->close(value);
         report(false, value, made);
@@ -423,6 +467,8 @@ private:
     CaptionSource m_source;
     std::unique_ptr<Conversion> m_conversion;
     Tally m_in;
+    std::optional<Tally> m_retimed;
+    std::optional<Retiming> m_retiming;
     uint64_t m_repaired = 0;
 };
 
@@ -451,6 +497,7 @@ void addConvertWord(Word &caption, Context &context)
                 "SRT, WebVTT: the service to write; without it the first of CC1, S1 ... with captions")
         .suggests("services", serviceNames);
     convert.option("--time-zero", arguments->timeZero, "SRT, WebVTT: the timecode that is 00:00:00.000");
+    addRetimeOptions(convert, arguments->retime);
     convert.flag("--keep-going", arguments->keepGoing, "Write what is left when lines are lost");
     convert.flag("--sparse", arguments->sparse, "MCC from SCC: packets only on frames that have a pair");
     convert.flag("--sdi", arguments->sdi, "MCC from SCC: a second service descriptor, language eng");
@@ -458,7 +505,11 @@ void addConvertWord(Word &caption, Context &context)
                  "Give every pair odd parity; without it pairs are kept");
     convert.about(
         "An MCC file to SCC: --field says which field is taken, 1 without it. A repair writes what can be\n"
-        "read as the format wants it and says on standard error what it changed; packets keep their bytes.");
+        "read as the format wants it and says on standard error what it changed; packets keep their bytes.\n"
+        "At another rate, under another numbering or in part, packets are made anew; captions that a frame "
+        "has\n"
+        "no room for wait, and the longest wait is told.");
+    convert.example("kivcs2 caption convert programme.scc web.mcc --to-rate 25");
     convert.example("kivcs2 caption convert programme.scc converted.mcc");
     convert.runs([&context, arguments] { return Converter{*arguments, context.json}.run(); });
 }
