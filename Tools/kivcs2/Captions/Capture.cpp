@@ -159,7 +159,12 @@ bool Capture::readPayload()
                               "more than one RTP packet, without lengths between them");
             return true;
         }
-        const size_t size = m_bytes.size() < 2 ? 1 : size_t{m_bytes[0]} << 8 | m_bytes[1];
+        if (m_bytes.size() < 2)
+        {
+            m_damage.cut = m_begin;
+            return false;
+        }
+        const size_t size = size_t{m_bytes[0]} << 8 | m_bytes[1];
         m_begin += m_bytes.size();
         m_bytes.clear();
         if (size == 0) // a length without a payload keeps a connection open
@@ -193,7 +198,7 @@ void CaptureDecoder::begin(const KIVCS2CaptionPacket &packet)
                       [this](const KIVCS2CaptionText &text) { m_onText(text, m_counting); });
 }
 
-// The time code section of SMPTE 334-2: hours, minutes, seconds with the field flag, frames with the drop flag.
+// The time code of SMPTE 334-2: hours, minutes, seconds with the field flag, frames with the drop flag.
 std::optional<uint32_t> CaptureDecoder::timeOf(const KIVCS2CaptionPacket &packet) const
 {
     if ((packet.m_flags & KIVCS2CaptionPacketFlag_HasTimeCode) == 0)

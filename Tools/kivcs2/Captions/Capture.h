@@ -39,7 +39,7 @@ public:
         std::optional<uint64_t> cut; ///< where the record, row or payload begins that the end cuts
     };
 
-    /// `width` is that of a v210 capture's rows: of HD luma and chroma are searched, of 720 samples every one.
+    /// `width` is that of a v210 capture's rows: luma and chroma are searched, of SD (720) every sample.
     /// An RTP capture is one payload, or payloads each behind its length in 16 bits, high byte first
     /// (RFC 4571).
     Capture(const std::string &path, KIVCS2CaptionCarrier form, uint32_t width);
@@ -84,7 +84,8 @@ private:
 };
 
 /// The captions of a capture. Time comes from the CDPs' time codes, and counts on from frame 0 without them.
-/// A CDP is a frame. From the first CDP on, packets of one pair (61/02) are passed over: they repeat the CDPs'.
+/// A CDP is a frame. From the first CDP on, packets of one pair (61/02) are passed over: they repeat the
+/// CDPs'.
 class CaptureDecoder
 {
 public:

@@ -35,7 +35,7 @@ struct ReadingWay
     /// The pairs of an SCC file on the frames they go out on, for what follows a programme; otherwise as they
     /// stand in the file. MCC files are always read as they stand. A pipe is read whole for it.
     bool byFrame = false;
-    /// With `byFrame`: an SCC file that runs over midnight is read as it stands, which keeps the next day behind.
+    /// With `byFrame`: an SCC file that runs over midnight is read as it stands, the next day behind.
     bool keepsMidnight = false;
     bool mayBeEmpty = false; ///< a file without captions ends the read instead of failing
     bool tellsLines = true;  ///< faults are told on standard error, a line a cause

@@ -1,6 +1,7 @@
 // A caption file's packets on another rate, over the library's retimer.
 #include "Captions/Retiming.h"
 
+#include "Captions/Services.h"
 #include "CommandLine/Numbers.h"
 #include "Failure.h"
 
@@ -220,7 +221,7 @@ void Retiming::finish()
     if (status == KIVCS2STATUS_NO_DATA_ERR)
         throw Failure(status, Where{m_source.name()}, "has no captions in what is taken");
     check(status, "retiming");
-    // The repeat of a code takes the next place, which may be before its moment, two frames of the source long.
+    // The repeat of a code takes the next place, up to two frames of the source before its moment.
     const int64_t repeat = 2 + int64_t{2} * m_to.m_numerator * m_from.m_denominator /
                                    (int64_t{m_to.m_denominator} * m_from.m_numerator);
     for (size_t field = 0; field < 2; ++field)
@@ -244,7 +245,7 @@ void Retiming::compare(const Tally &in, const Tally &out) const
         const auto other = out.texts.find(service);
         const bool isSame = other != out.texts.end() && other->second == texts;
         if (!isSame && !(isPart && service <= KIVCS2CaptionService_S63))
-            throw wrong("other captions of " + std::to_string(service));
+            throw wrong("other captions of " + serviceName(service));
     }
 }
 

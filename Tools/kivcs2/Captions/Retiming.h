@@ -57,11 +57,11 @@ public:
     /// Whether the packet goes into the result.
     bool take(const KIVCS2CaptionPacket &packet);
 
-    /// What waits goes out. Throws unless every pair and byte has come out in order, none later than the wait.
+    /// What waits goes out. Throws unless every pair has come out in order, none later than the wait.
     void finish();
 
-    /// `in` was counted of the source's packets that were taken, `out` of the result's. Throws unless they show
-    /// the same texts.
+    /// `in` is of the source's packets that were taken, `out` of the result's. Throws unless they show the
+    /// same texts.
     void compare(const Tally &in, const Tally &out) const;
 
     void tell(Facts &facts, Json &value) const;

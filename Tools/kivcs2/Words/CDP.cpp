@@ -37,8 +37,8 @@ struct Arguments
     bool sdi = false, atom = false, binary = false, captions = false;
 };
 
-/// How the words of ancillary packets stand in a capture: bytes, or 16-bit units of 10 bits; "adf": behind the
-/// ancillary data flag.
+/// How the words of ancillary packets stand in a capture: bytes, or 16-bit units of 10 bits; with "adf"
+/// behind the ancillary data flag.
 struct WordForm
 {
     std::string_view name;

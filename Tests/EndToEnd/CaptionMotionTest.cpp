@@ -1,0 +1,334 @@
+// Captions on other rates and out of captures: kivcs2 caption convert and kivcs2 cdp find.
+#include "CommandRun.h"
+
+#include <KIVCoreServices2/KIVCS2CaptionPacket.h>
+
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+namespace
+{
+
+using kiv::test::Command;
+using kiv::test::Json;
+using kiv::test::parseJson;
+using kiv::test::Result;
+using kiv::test::slurp;
+using kiv::test::Words;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class CaptionMotion : public Command
+{
+protected:
+    [[nodiscard]] Json captions(const std::string &file) const
+    {
+        return parseJson(run({"caption", "show", file, "--captions", "--json"}).out);
+    }
+};
+
+// ---- Other rates ----
+
+const std::string kLoad = "94ae 94ae 9420 9420 9470 9470 c849 942f 942f"; // HI
+const std::string kMidnight = "Scenarist_SCC V1.0\n\n23:59:58;00\t" + kLoad + "\n\n00:00:01;00\t942c 942c\n";
+
+double secondsOf(const Json &timecode, double numbers, double rate)
+{
+    unsigned hours = 0, minutes = 0, seconds = 0, frames = 0;
+    std::sscanf(timecode.get<std::string>().c_str(), "%u:%u:%u%*c%u", &hours, &minutes, &seconds, &frames);
+    double frame = ((hours * 60 + minutes) * 60 + seconds) * numbers + frames;
+    if (numbers != rate && timecode.get<std::string>()[8] == ';')
+        frame -= numbers / 15 * (hours * 60 + minutes - (hours * 60 + minutes) / 10);
+    return frame / rate;
+}
+
+TEST_F(CaptionMotion, RetimesThereAndBack)
+{
+    struct Row
+    {
+        const char *rate;
+        double numbers, exact;
+    };
+    const std::vector<Row> rows = {{"23.98", 24, 24 / 1.001},    {"25", 25, 25},
+                                   {"29.97ndf", 30, 30 / 1.001}, {"50", 50, 50},
+                                   {"59.94df", 60, 60 / 1.001},  {"60", 60, 60}};
+    const Json before = captions(KIV_EXAMPLE_SCC);
+    ASSERT_EQ(before.size(), 7u);
+    for (const Row &row : rows)
+    {
+        SCOPED_TRACE(row.rate);
+        const std::string there = path("there.mcc").string(), back = path("back.scc").string();
+        const Json made = json({"caption", "convert", KIV_EXAMPLE_SCC, there, "--to-rate", row.rate});
+        EXPECT_EQ(made["retimed"]["counting"], row.rate);
+        EXPECT_EQ(made["in"]["pairs"], made["out"]["pairs"]);
+        EXPECT_EQ(run({"caption", "verify", there}).code, 0);
+        const double wait = made["retimed"]["longestWaitSeconds"]["field1"];
+        const Json now = captions(there);
+        ASSERT_EQ(now.size(), before.size());
+        for (size_t index = 0; index < now.size(); ++index)
+        {
+            EXPECT_EQ(now[index]["text"], before[index]["text"]);
+            EXPECT_EQ(now[index]["mode"], before[index]["mode"]);
+            const double off = secondsOf(now[index]["from"], row.numbers, row.exact) -
+                               secondsOf(before[index]["from"], 30, 30 / 1.001);
+            EXPECT_TRUE(off > -0.08 && off < wait + 0.08) << off << " at " << index << ", waits " << wait;
+        }
+        const Result returned = run({"caption", "convert", there, back, "--to-rate", "29.97df"});
+        EXPECT_EQ(returned.code, 0) << returned.err;
+        EXPECT_THAT(returned.out, HasSubstr("Longest wait  field 1 "));
+        EXPECT_EQ(captions(back).size(), before.size());
+    }
+}
+
+TEST_F(CaptionMotion, MovesAndCutsAFile)
+{
+    const std::string mcc = path("25.mcc").string();
+    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, mcc, "--to-rate", "25"}).code, 0);
+    const std::string midnight = write("midnight.scc", kMidnight);
+    struct Row
+    {
+        std::string source, target;
+        Words more;
+        int code;
+        std::string out, err; ///< what is in the summary or the target; on standard error
+    };
+    const std::string scc = KIV_EXAMPLE_SCC;
+    const std::vector<Row> rows = {
+        {scc, "o.mcc", {"--offset", "-30"}, 0, "\n00:59:59:00\t", ""},
+        {scc, "o.scc", {"--offset", "30"}, 0, "\n01:00:01;00\t", ""},
+        {scc, "c.mcc", {"--to-counting", "30"}, 0, "Time Code Rate=30\n", ""},
+        {scc, "z.srt", {"--start-at-zero", "--to-rate", "50"}, 0, "1\n00:00:01,080 --> ", ""},
+        {scc, "f.mcc", {"--from", "01:00:04;04", "--start-at-zero"}, 0, "\n00:00:00:00\tT", ""},
+        {scc, "u.mcc", {"--until", "01:00:04;10"}, 0, "\n01:00:04:06\tT", ""},
+        {mcc, "b.scc", {"--to-rate", "29.97"}, 0, "\n00:59:59;28\t", ""},
+        {midnight, "m.srt", {"--start-at-zero"}, 0, "1\n00:00:00,234 --> 00:00:03,003\n{\\an1}HI\n", ""},
+        {midnight, "m.mcc", {"--to-rate", "25"}, 0, "\n23:59:57:22\tT", ""},
+        {midnight, "n.mcc", {"--from", "23:59:58;05", "--until", "00:00:00;10"}, 0, "\n23:59:58:08\tT", ""},
+        {mcc, "b.scc", {}, 5, "", "SCC is written at 29.97 only (--to-rate 29.97)"},
+        {scc, "c.mcc", {"--to-counting", "25"}, 5, "", "too far from 29.97df"},
+        {scc, "c.mcc", {"--to-rate", "25", "--to-counting", "30"}, 2, "", "--to-counting"},
+        {scc, "c.mcc", {"--to-rate", "26"}, 2, "", "unknown rate \"26\""},
+        {scc, "o.mcc", {"--offset", "-200000"}, 3, "", ":3: 01:00:00;00 falls before frame 0"},
+        {scc, "o.mcc", {"--offset", "-200000", "--keep-going"}, 3, "", "NO_DATA"},
+        {scc, "o.mcc", {"--offset", "1s"}, 2, "", "\"1s\" is not a number of frames"},
+        {scc,
+         "u.mcc",
+         {"--from", "01:00:04;04", "--until", "01:00:04;00"},
+         2,
+         "",
+         "--until is before --from"},
+        {scc, "u.mcc", {"--until", "00:59:00;02"}, 3, "", "has no captions in what is taken"},
+        {scc, "u.mcc", {"--from", "25:00:00:00"}, 3, "", "names no frame"},
+        {scc, "z.srt", {"--start-at-zero", "--time-zero", "0"}, 2, "", "--time-zero does not go with"},
+        {scc, "s.mcc", {"--to-rate", "25", "--sparse"}, 2, "", "--sparse"},
+    };
+    for (const Row &row : rows)
+    {
+        const std::string target = path(row.target).string();
+        Words words = {"caption", "convert", row.source, target};
+        words.insert(words.end(), row.more.begin(), row.more.end());
+        SCOPED_TRACE(testing::PrintToString(words));
+        std::filesystem::remove(target);
+        const Result result = run(words);
+        EXPECT_EQ(result.code, row.code) << result.err;
+        EXPECT_THAT(result.err, HasSubstr(row.err));
+        EXPECT_EQ(std::filesystem::exists(target), row.code == 0);
+        EXPECT_THAT(slurp(target), HasSubstr(row.out));
+    }
+    // The same through a pipe, whose midnight is found too.
+    EXPECT_EQ(run({"caption", "convert", "-", "-", "--to", "SRT", "--start-at-zero"}, kMidnight).out,
+              slurp(path("m.srt")));
+}
+
+// ---- Captures ----
+
+// Ten frames that show HI from frame 6 to 9.
+std::vector<KIVCS2CaptionPacket> frames()
+{
+    const std::vector<std::pair<uint8_t, uint8_t>> codes = {
+        {0x94, 0x20}, {0x94, 0x20}, {0x94, 0x70}, {0x94, 0x70}, {0xC8, 0x49},
+        {0x94, 0x2F}, {0x94, 0x2F}, {0x80, 0x80}, {0x94, 0x2C}, {0x94, 0x2C}};
+    std::vector<KIVCS2CaptionPacket> packets(codes.size());
+    for (size_t index = 0; index < codes.size(); ++index)
+    {
+        KIVCS2CaptionPairs pairs{};
+        pairs.m_count[0] = 1;
+        pairs.m_pairs[0][0][0] = codes[index].first;
+        pairs.m_pairs[0][0][1] = codes[index].second;
+        EXPECT_EQ(kivCS2CaptionPacket_build(&packets[index], KIVCS2CaptionCounting_29_97DF,
+                                            static_cast<uint16_t>(index), &pairs, nullptr, nullptr, 0),
+                  KIVCS2STATUS_OK);
+    }
+    return packets;
+}
+
+struct Form
+{
+    KIVCS2CaptionCarrier carrier;
+    Words words;
+    size_t row;      ///< v210: bytes
+    Json place;      ///< of every packet
+    const char *cut; ///< told of a capture that ends 20 bytes early
+    KIVCS2CaptionPlace put{};
+};
+
+const Json kLine13 = {{"line", 13}, {"field", nullptr}, {"channel", "luma"}};
+
+KIVCS2CaptionPlace at(uint16_t line, KIVCS2CaptionChannel channel = KIVCS2CaptionChannel_Luma)
+{
+    KIVCS2CaptionPlace place{};
+    place.m_line = line;
+    place.m_channel = channel;
+    return place;
+}
+
+std::vector<Form> forms()
+{
+    const Words v210 = {"--in", "v210", "--width", "1920"};
+    const auto words = [](const char *name)
+    {
+        return Words{"--in", "291m", "--words", name};
+    };
+    return {
+        {KIVCS2CaptionCarrier_8BitWithADF, words("8bit-adf"), 0, {}, "section cut: 1 packet"},
+        {KIVCS2CaptionCarrier_8Bit, words("8bit"), 0, {}, "section cut: 1 packet"},
+        {KIVCS2CaptionCarrier_10BitWithADF, words("10bit-adf"), 0, {}, "section cut: 1 packet"},
+        {KIVCS2CaptionCarrier_10Bit, words("10bit"), 0, {}, "section cut: 1 packet"},
+        {KIVCS2CaptionCarrier_10BitLittleWithADF, words("10bit-le-adf"), 0, {}, "section cut: 1 packet"},
+        {KIVCS2CaptionCarrier_10BitLittle, words("10bit-le"), 0, {}, "section cut: 1 packet"},
+        {KIVCS2CaptionCarrier_436M, {"--in", "436m"}, 0, kLine13, "section cut: 1 packet", at(13)},
+        {KIVCS2CaptionCarrier_V210Luma, v210, 5120, {{"channel", "luma"}}, "the row at byte 46080 is cut"},
+        {KIVCS2CaptionCarrier_V210Chroma,
+         v210,
+         5120,
+         {{"channel", "chroma"}},
+         "the row at byte 46080",
+         at(0, KIVCS2CaptionChannel_Chroma)},
+        {KIVCS2CaptionCarrier_V210SD,
+         {"--in", "v210", "--width", "720"},
+         1920,
+         {{"channel", "both"}},
+         "the row at byte 17280 is cut",
+         at(0, KIVCS2CaptionChannel_Both)},
+        {KIVCS2CaptionCarrier_RTP, {"--in", "rtp"}, 0, kLine13, "is cut short", at(13)},
+    };
+}
+
+// Each packet on its own: behind its length in RTP, in a row of v210.
+std::string capture(const Form &form, const std::vector<KIVCS2CaptionPacket> &packets)
+{
+    std::string all;
+    KIVCS2CaptionRTP rtp{};
+    for (const KIVCS2CaptionPacket &packet : packets)
+    {
+        std::vector<uint8_t> bytes(form.row > 0 ? form.row : 4096);
+        uint64_t size = bytes.size();
+        EXPECT_EQ(kivCS2CaptionPacket_wrap(form.carrier, &packet, 1, &form.put, &rtp, bytes.data(), &size),
+                  KIVCS2STATUS_OK);
+        ++rtp.m_sequence;
+        bytes.resize(form.row > 0 ? form.row : size);
+        if (form.carrier == KIVCS2CaptionCarrier_RTP)
+            all += {static_cast<char>(size >> 8), static_cast<char>(size)};
+        all.append(bytes.begin(), bytes.end());
+    }
+    return all;
+}
+
+TEST_F(CaptionMotion, FindsCaptionsInEveryForm)
+{
+    const std::vector<KIVCS2CaptionPacket> packets = frames();
+    for (const Form &form : forms())
+    {
+        Words words = {"cdp", "find", "-"};
+        words.insert(words.end(), form.words.begin(), form.words.end());
+        SCOPED_TRACE(testing::PrintToString(words));
+        const auto found = [&](const std::string &input, const char *how)
+        {
+            Words all = words;
+            all.emplace_back(how);
+            return run(all, input);
+        };
+        const std::string whole = capture(form, packets);
+        Json rows = parseJson(found(whole, "--json").out);
+        ASSERT_EQ(rows.size(), packets.size());
+        for (size_t index = 0; index < rows.size(); ++index)
+        {
+            EXPECT_EQ(rows[index]["sequence"], index);
+            EXPECT_EQ(rows[index]["offset"].get<size_t>() / (whole.size() / packets.size()), index);
+            for (const auto &[key, value] : form.place.items())
+                EXPECT_EQ(rows[index][key], value) << key;
+            EXPECT_EQ(rows[index]["rtp"].is_null() ? index : rows[index]["rtp"]["sequence"].get<size_t>(),
+                      index);
+            EXPECT_EQ(rows[index]["row"], form.row > 0 ? Json(index + 1) : Json());
+        }
+        EXPECT_EQ(found(whole, "--captions").out, "00:00:00;05  00:00:00;08  CC1  pop-on   HI\n");
+        // The end is cut: its neighbours are whole.
+        const Result cut =
+            found(whole.substr(0, whole.size() - (form.row > 0 ? form.row - 128 : 20)), "--json");
+        EXPECT_EQ(cut.code, 3);
+        EXPECT_THAT(cut.err, HasSubstr(form.cut));
+        EXPECT_GE(parseJson(cut.out).size(), packets.size() - 1);
+        EXPECT_EQ(found("", "--json").code, 1);
+    }
+}
+
+TEST_F(CaptionMotion, RefusesWhatMakesNoSenseOfACapture)
+{
+    const Form rtp = forms().back();
+    const std::string whole = capture(rtp, frames());
+    const size_t size = whole.size() / 10;
+    std::string other = whole;
+    other[2] = 0; // version 0
+    struct Row
+    {
+        Words words;
+        std::string input;
+        int code;
+        std::string out, err;
+    };
+    const std::vector<Row> rows = {
+        {{"--in", "rtp"}, whole.substr(2, size - 2), 0, "  ok\n", ""},
+        {{"--in", "rtp"}, std::string(2, '\0') + whole, 0, "9420", ""},
+        {{"--in", "rtp"}, other, 3, "9420", "not RTP version 2: 1 payload, first at byte 2 ("},
+        {{"--in", "rtp"}, "\x80" + std::string(70000, 'x'), 3, "", "without lengths between them"},
+        {{"--in", "rtp"}, whole.substr(0, size + 1), 3, "9420", "payload at byte " + std::to_string(size)},
+        {{"--in", "v210"}, "", 2, "", "--in v210 needs --width"},
+        {{"--in", "rtp", "--width", "720"}, "", 2, "", "--width is of --in v210"},
+        {{"--in", "436m", "--words", "8bit"}, "", 2, "", "--words is of --in 291m"},
+        {{"--in", "291m", "--words", "9bit"}, "", 2, "", "known are 8bit-adf, 8bit, 10bit-adf"},
+        {{"--in", "rtp", "--service", "CC1"}, "", 2, "", "--service is of --captions"},
+        {{"--in", "rtp", "--captions", "--service", "CC2"}, whole, 1, "", "no caption in it comes"},
+    };
+    for (const Row &row : rows)
+    {
+        Words words = {"cdp", "find", "-"};
+        words.insert(words.end(), row.words.begin(), row.words.end());
+        SCOPED_TRACE(testing::PrintToString(words) + row.err);
+        const Result result = run(words, row.input);
+        EXPECT_EQ(result.code, row.code) << result.err;
+        EXPECT_THAT(result.out, HasSubstr(row.out));
+        EXPECT_THAT(result.err, row.err.empty() ? testing::Matcher<std::string>(IsEmpty())
+                                                : testing::Matcher<std::string>(HasSubstr(row.err)));
+    }
+}
+
+// More than memory should hold: 300 MiB between two captures, one of them across the border of a block.
+TEST_F(CaptionMotion, SearchesAStreamOfAnySize)
+{
+    const std::string file = write("capture", capture(forms()[2], frames()));
+    const size_t size = slurp(file).size(), filler = size_t{300} << 20;
+    const std::string line = "(cat '" + file + "'; yes | head -c " + std::to_string(filler) + "; cat '" +
+                             file + "') | '" + m_command + "' cdp find - --in 291m --words 10bit-adf --json";
+    m_command = "/bin/bash";
+    const Result result = run({"-c", line});
+    EXPECT_EQ(result.code, 0) << result.err;
+    const Json rows = parseJson(result.out);
+    ASSERT_EQ(rows.size(), 20u);
+    EXPECT_EQ(rows[10]["offset"], size + filler);
+#ifndef __SANITIZE_ADDRESS__ // which keeps freed memory back
+    EXPECT_LT(result.kilobytes, 48 * 1024);
+#endif
+}
+
+} // namespace
