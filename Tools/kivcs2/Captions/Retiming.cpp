@@ -74,12 +74,9 @@ Retiming::Retiming(const CaptionSource &source, const RetimeArguments &arguments
     check(kivCS2CaptionCounting_getInfo(m_options.m_from, &m_from), "counting");
     check(kivCS2CaptionCounting_getInfo(m_options.m_to, &m_to), "counting");
     m_offset = offsetOf(arguments.offset);
-    // What is asked for is looked at before anything is read.
-    const bool isReversed = !arguments.until.empty() && source.frameOf(arguments.until) == 0;
-    if (isReversed)
-        throw Failure(kExitUsage, "--until 0: frame 0 alone cannot be taken");
-    if (!arguments.from.empty())
-        (void)source.frameOf(arguments.from);
+    for (const std::string &text : {arguments.from, arguments.until})
+        if (!text.empty())
+            (void)source.frameOf(text); // what is mistyped is said before anything is read
     const double change = double{1} * m_to.m_numerator * m_from.m_denominator /
                           (double{1} * m_to.m_denominator * m_from.m_numerator);
     if (m_options.m_mode == KIVCS2CaptionRetimeMode_SameFrames && (change > 1.05 || change < 0.95))
@@ -114,6 +111,8 @@ void Retiming::begin(const KIVCS2CaptionPacket &first)
         m_options.m_first = after(m_arguments.from, first.m_frame);
     if (!m_arguments.until.empty())
         m_options.m_last = after(m_arguments.until, std::max(m_options.m_first, first.m_frame));
+    if (!m_arguments.until.empty() && m_options.m_last == 0)
+        throw Failure(kExitUsage, "--until: frame 0 alone cannot be taken");
     if (m_options.m_last != 0 && m_options.m_last < m_options.m_first)
         throw Failure(kExitUsage, "--until is before --from");
     if (m_arguments.startsAtZero)
