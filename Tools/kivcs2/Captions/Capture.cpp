@@ -54,11 +54,9 @@ bool Capture::nextInStream(CapturedPacket &found)
     {
         const KIVCS2Status status = kivCS2CaptionPacket_find(m_forms[0], m_bytes.data(), m_bytes.size(),
                                                              &m_at, &found.packet, &found.place);
+        put(found); // before the bytes move
         if (KIVCS2_SUCCEEDED(status))
-        {
-            put(found);
             return true;
-        }
         if (status != KIVCS2STATUS_EOF_ERR && status != KIVCS2STATUS_NOT_FOUND_ERR)
             check(status, m_input.name());
         if (grow())
@@ -69,8 +67,7 @@ bool Capture::nextInStream(CapturedPacket &found)
                 m_damage.cut = m_begin + m_at;
             return false;
         }
-        put(found); // cut
-        ++m_at;
+        ++m_at; // a cut packet
         return true;
     }
 }
