@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <sstream>
 
 namespace
 {
@@ -51,7 +52,7 @@ std::string packetLine(const std::string &timecode, uint16_t sequence, const std
 {
     KIVCS2CaptionPacket packet;
     KIVCS2CaptionDTVCC dtvcc{};
-    dtvcc.m_starts = 1;
+    dtvcc.m_starts = dtvccBytes.empty() ? 0 : 1;
     dtvcc.m_count = static_cast<uint32_t>(dtvccBytes.size());
     std::copy(dtvccBytes.begin(), dtvccBytes.end(), dtvcc.m_bytes);
     EXPECT_EQ(
@@ -67,13 +68,19 @@ std::string packetLine(const std::string &timecode, uint16_t sequence, const std
     return line + "\n";
 }
 
+const std::string kMCC = "File Format=MacCaption_MCC V1.0\n\nTime Code Rate=25\n\n";
+
 // Service 1 alone: a window with HI, and its end.
-std::string only708()
+std::string window708(const std::string &from, const std::string &until, uint16_t sequence)
 {
     const std::string window = std::string{"\x98\x00\x8A\x05\x01\x1F\x11", 7} + "HI\x89\x01";
-    return "File Format=MacCaption_MCC V1.0\n\nTime Code Rate=25\n\n" +
-           packetLine("00:00:01:00", 0, "\x07\x2B" + window + std::string(1, '\0')) +
-           packetLine("00:00:02:00", 1, "\x42\x22\x8C\x01");
+    return packetLine(from, sequence, "\x07\x2B" + window + std::string(1, '\0')) +
+           packetLine(until, sequence + 1, "\x42\x22\x8C\x01");
+}
+
+std::string only708()
+{
+    return kMCC + window708("00:00:01:00", "00:00:02:00", 0);
 }
 
 TEST_F(CaptionCommand, ShowsWhatOthersHaveWritten)
@@ -153,6 +160,60 @@ TEST_F(CaptionCommand, NamesEveryService)
               replacedAll(captions(KIV_EXAMPLE_SCC).out, "CC1", "CC3"));
 }
 
+// What shows, lists or reads nothing is no success, and an option without effect is refused.
+TEST_F(CaptionCommand, CallsNothingNoSuccess)
+{
+    const std::string mcc = write("d.mcc", only708()), scc = write("s.scc", kSCC);
+    const std::string unseen = write("unseen.scc", kHead + "00:00:01;00\tc849\n");
+    const std::string empty = write("empty.mcc", kMCC + packetLine("00:00:01:00", 0, ""));
+    const std::string out = path("out.mcc").string();
+    struct Row
+    {
+        Words words;
+        int code;
+        const char *text; ///< somewhere in what is printed
+    };
+    const std::vector<Row> rows = {
+        {{"caption", "show", unseen, "--captions"}, 1, "no caption in it comes to the screen"},
+        {{"caption", "show", empty}, 1, "no pair in it"},
+        {{"caption", "show", mcc, "--service", "CC1"}, 1, "no pair of what was asked for"},
+        {{"caption", "show", mcc, "--captions", "--from", "00:00:10:00"}, 1, "no caption of what was"},
+        {{"caption", "at", scc, "00:00:01;00", "--service", "S1"}, 1, "No pair goes out"},
+        {{"caption", "verify", empty}, 1, "captions    fails   none"},
+        {{"caption", "verify", scc}, 0, "captions   ok      CC1 1 captions"},
+        {{"caption", "verify", mcc, "--fix-parity"}, 2, "--against"},
+        {{"caption", "decode", "-"}, 3, "no pairs to decode"},
+        {{"cdp", "parse", "-"}, 3, "standard input: no bytes of a packet"},
+        {{"cdp", "parse", "--hex", " "}, 3, "--hex: no bytes of a packet"},
+        {{"caption", "convert", mcc, out, "--field", "2"}, 2, "--service"},
+        {{"caption", "convert", mcc, out, "--both-tracks"}, 2, "of an SCC source"},
+        {{"caption", "convert", mcc, out, "--to", "mcc1", "--mcc-version", "2"}, 2, "without a number"},
+        {{"caption", "convert", mcc, out, "--strict", "--keep-going"}, 2, "excludes"},
+    };
+    for (const Row &row : rows)
+    {
+        const Result result = run(row.words);
+        EXPECT_EQ(result.code, row.code) << row.text;
+        EXPECT_THAT(result.out + result.err, HasSubstr(row.text));
+    }
+}
+
+// The times of cues go on over midnight, from a time zero of the evening too.
+TEST_F(CaptionCommand, CountsCuesOverMidnight)
+{
+    const std::string srt = path("night.srt").string();
+    const std::string night = write("night.mcc", kMCC + window708("23:59:58:00", "23:59:59:00", 0) +
+                                                     window708("23:59:59:12", "00:00:00:12", 2) +
+                                                     window708("00:00:01:00", "00:00:02:00", 4));
+    ASSERT_EQ(run({"caption", "convert", night, srt, "--time-zero", "23:59:00:00"}).code, 0);
+    std::string times;
+    std::istringstream lines{slurp(srt)};
+    for (std::string line; std::getline(lines, line);)
+        times += line.find("-->") != std::string::npos ? line + "\n" : "";
+    EXPECT_EQ(times, "00:00:58,000 --> 00:00:59,000\n00:00:59,480 --> 00:01:00,480\n"
+                     "00:01:01,000 --> 00:01:02,000\n");
+}
+
 TEST_F(CaptionCommand, GoesOnBehindWhatIsLost)
 {
     std::string text = kHead + "00:00:00;00\tc1c2,c3c4\n" + kFirst + "\nnot a line\n";
@@ -221,8 +282,9 @@ TEST_F(CaptionCommand, VerifyListsEveryFault)
     const std::vector<Row> rows = {
         {kSCC, 0, "parity     ok"},
         {edited(kSCC, "942c 942c", "942c 942c \t"), 0,
-         "22  00:00:09;00  blanks behind data       no     \\x09\n\n"},
-        {edited(kSCC, "c849", "c84"), 1, "43  00:00:01;00  word length              yes   c84\n\n"},
+         "22  00:00:09;00  blanks behind data       no     \\x09; expected the end of the line\n\n"},
+        {edited(kSCC, "c849", "c84"), 1,
+         "43  00:00:01;00  word length              yes   c84; expected words of four digits\n\n"},
         {edited(kSCC, "c849", "4849"), 1,
          "parity     fails   1 fault, first line 3: parity in column 43, \"4849\""},
         {kHead, 1, "lines      fails   1 fault, first line 3: no captions"},

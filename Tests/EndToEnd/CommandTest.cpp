@@ -546,6 +546,12 @@ TEST_F(Command, RepairsAFileAndSaysWhatItChanged)
         for (const std::string &change : row.changes)
             EXPECT_THAT(told.err, testing::ContainsRegex(":[0-9]+: changed: " + change));
         EXPECT_TRUE(slurp(target) == row.made) << row.kind;
+        // Where nothing is written nothing has changed.
+        Words lost = words;
+        lost[2] = write("lost", row.text + "bad\n");
+        const Result refused = run(lost);
+        EXPECT_EQ(refused.code, 3);
+        EXPECT_THAT(refused.err, testing::Not(HasSubstr("changed:")));
     }
 }
 

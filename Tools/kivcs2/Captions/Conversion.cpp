@@ -77,11 +77,9 @@ class PairCopy final : public Conversion
 {
 public:
     PairCopy(const CaptionSource &source, ConversionWay way)
-        : Conversion(source, std::move(way)), m_target(m_way.target, targetWay())
+        : Conversion(source, std::move(way)), m_target(m_way.target, targetWay()),
+          m_perDay(framesADay(m_way.counting))
     {
-        KIVCS2CaptionCountingInfo info{};
-        check(kivCS2CaptionCounting_getInfo(m_way.counting, &info), "counting");
-        m_perDay = info.m_perDay;
     }
 
     void take(const KIVCS2CaptionPacket &packet) override
@@ -212,7 +210,7 @@ private:
     std::unique_ptr<Tally> m_out;
     Digest m_digest;
     uint64_t m_pairs = 0, m_packets = 0, m_moved = 0;
-    uint32_t m_perDay = 0;
+    uint32_t m_perDay;
     uint32_t m_frame = 0, m_free = 0; ///< SCC: of the packet before; the next frame without a pair
 };
 
@@ -221,12 +219,17 @@ class CueCopy final : public Conversion
 {
 public:
     CueCopy(const CaptionSource &source, ConversionWay way)
-        : Conversion(source, std::move(way)), m_service(m_way.service)
+        : Conversion(source, std::move(way)), m_service(m_way.service), m_perDay(framesADay(m_way.counting))
     {
         m_target.emplace(m_way.target, targetWay());
     }
 
-    void take(const KIVCS2CaptionPacket & /*packet*/) override {}
+    // Of the frames of a file that runs over midnight those behind it are the smaller ones.
+    void take(const KIVCS2CaptionPacket &packet) override
+    {
+        m_day += isDayBefore(m_frame, packet.m_frame) ? m_perDay : 0;
+        m_frame = packet.m_frame;
+    }
 
     // With no service asked for, the best one that has shown a caption is written. When a better one comes,
     // this is its first caption, and the file begins anew with it.
@@ -240,10 +243,14 @@ public:
         }
         if (text.m_service != m_service)
             return;
-        if (text.m_from < m_way.timeZero)
+        KIVCS2CaptionText placed = text;
+        const uint32_t day = m_day - (m_day > 0 && isDayBefore(text.m_from, m_frame) ? m_perDay : 0);
+        placed.m_from += day;
+        placed.m_until += day;
+        if (placed.m_from < m_way.timeZero)
             throw Failure(KIVCS2STATUS_INVALID_TIMECODE_ERR, Where{m_source.name()},
                           "a caption at " + m_source.timecode(text.m_from) + ", before the time zero");
-        m_target->write(text);
+        m_target->write(placed);
         ++m_cues;
     }
 
@@ -294,6 +301,11 @@ private:
                                                   : 0x200 + service;
     }
 
+    [[nodiscard]] bool isDayBefore(uint32_t frame, uint32_t other) const
+    {
+        return frame > other && frame - other > m_perDay / 2;
+    }
+
     // Lines of times.
     static uint64_t cuesOf(const std::string &path)
     {
@@ -333,6 +345,8 @@ private:
     std::optional<CaptionTarget> m_target;
     KIVCS2CaptionService m_service;
     uint64_t m_cues = 0;
+    uint32_t m_perDay;
+    uint32_t m_frame = 0, m_day = 0; ///< of the packet before; frames up to the midnight before it
 };
 
 // Whether the pairs of a source go into a target. Throws if its rate is in the way.

@@ -83,7 +83,7 @@ std::string foundText(const KIVCS2CaptionFileFault &fault, size_t most)
     return visible(text) + (text.size() < fault.m_foundSize ? "..." : "");
 }
 
-std::string sentence(const KIVCS2CaptionFileFault &fault)
+std::string sentence(const KIVCS2CaptionFileFault &fault, const std::string &end)
 {
     constexpr size_t kMostFound = 24;
     std::string text = kivCS2CaptionFile_getFaultName(fault.m_fault);
@@ -91,7 +91,12 @@ std::string sentence(const KIVCS2CaptionFileFault &fault)
         text += " in column " + std::to_string(fault.m_column);
     if (fault.m_foundSize > 0)
         text += ", \"" + foundText(fault, kMostFound) + "\"";
-    return text + "; expected " + fault.m_expected;
+    return text + "; " + end;
+}
+
+std::string sentence(const KIVCS2CaptionFileFault &fault)
+{
+    return sentence(fault, std::string{"expected "} + fault.m_expected);
 }
 
 Json toJson(const std::string &file, const KIVCS2CaptionFileFault &fault)

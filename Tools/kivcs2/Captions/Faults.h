@@ -64,6 +64,9 @@ private:
 /// `unknown character in column 17, ","; expected hexadecimal digits or letters of the format`
 [[nodiscard]] std::string sentence(const KIVCS2CaptionFileFault &fault);
 
+/// The same with another end than what was expected.
+[[nodiscard]] std::string sentence(const KIVCS2CaptionFileFault &fault, const std::string &end);
+
 /// What was found, at most `most` bytes of it, as it may be shown.
 [[nodiscard]] std::string foundText(const KIVCS2CaptionFileFault &fault, size_t most);
 

@@ -345,13 +345,11 @@ std::string CaptionSource::timecode(uint32_t frame) const
 uint32_t CaptionSource::frameOf(std::string_view text) const
 {
     const std::string shown = "\"" + visible(text) + "\": ";
-    KIVCS2CaptionCountingInfo info{};
-    check(kivCS2CaptionCounting_getInfo(header().m_counting, &info), "counting");
     uint32_t frame = 0;
     if (text.find_first_not_of("0123456789") == std::string_view::npos && !text.empty())
     {
         const auto number = text.size() < 10 ? std::stoul(std::string{text}) : uint64_t{UINT32_MAX};
-        if (number >= info.m_perDay)
+        if (number >= framesADay(header().m_counting))
             throw Failure(kExitMalformed, shown + "more frames than a day of the file has");
         return static_cast<uint32_t>(number);
     }
@@ -408,6 +406,13 @@ KIVCS2CaptionCounting captionCounting(const Counting &row)
     while (counting < KIVCS2CaptionCounting_MAX && kivCS2CaptionCounting_name(counting) != row.name)
         ++counting;
     return counting;
+}
+
+uint32_t framesADay(KIVCS2CaptionCounting counting)
+{
+    KIVCS2CaptionCountingInfo info{};
+    check(kivCS2CaptionCounting_getInfo(counting, &info), "counting");
+    return info.m_perDay;
 }
 
 std::string_view kindName(KIVCS2CaptionFileKind kind)

@@ -88,6 +88,7 @@ private:
 /// The row of a counting of the library.
 [[nodiscard]] const Counting &rowOf(KIVCS2CaptionCounting counting);
 [[nodiscard]] KIVCS2CaptionCounting captionCounting(const Counting &row);
+[[nodiscard]] uint32_t framesADay(KIVCS2CaptionCounting counting);
 
 /// "SCC", "MCC".
 [[nodiscard]] std::string_view kindName(KIVCS2CaptionFileKind kind);

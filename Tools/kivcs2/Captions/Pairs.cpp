@@ -124,6 +124,14 @@ std::vector<CaptionPair> dtvccOf(const KIVCS2CaptionPacket &packet)
     return list;
 }
 
+std::string listed(const std::vector<CaptionPair> &pairs, std::string_view between)
+{
+    std::string text;
+    for (const CaptionPair pair : pairs)
+        text += (text.empty() ? "" : std::string{between}) + pair.hex();
+    return text;
+}
+
 void Transcript::feed(CaptionPair pair)
 {
     if (pair.isEmpty())

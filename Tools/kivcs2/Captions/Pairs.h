@@ -53,6 +53,9 @@ struct CaptionPair
 /// The CEA-708 bytes of a packet, two a triplet.
 [[nodiscard]] std::vector<CaptionPair> dtvccOf(const KIVCS2CaptionPacket &packet);
 
+/// Their digits, with a blank or other text between them.
+[[nodiscard]] std::string listed(const std::vector<CaptionPair> &pairs, std::string_view between = " ");
+
 /// Pairs as a list of codes in words and quoted text, doubled codes once.
 class Transcript
 {

@@ -1,11 +1,13 @@
 // What is in the packets of a caption file.
 #include "Captions/Tally.h"
 
+#include "Captions/OpenCaptions.h"
 #include "Captions/Services.h"
-#include "Failure.h"
 #include "Terminal/Output.h"
 
+#include <algorithm>
 #include <array>
+#include <utility>
 
 namespace tool
 {
@@ -74,46 +76,43 @@ uint64_t sumOf(const CaptionCounts &captions)
     return sum;
 }
 
-Tally::Tally(KIVCS2CaptionCounting counting, OnText onText) : m_onText(std::move(onText))
+void Delays::take(const KIVCS2CaptionFileFault &fault)
 {
-    KIVCS2CaptionCountingInfo info{};
-    check(kivCS2CaptionCounting_getInfo(counting, &info), "counting");
-    m_perDay = info.m_perDay;
-    KIVCS2CaptionDecoderOptions options{};
-    options.m_counting = counting;
-    check(kivCS2CaptionDecoder_init(&m_decoder, nullptr, &options, takeText, this), "decoder");
+    if (fault.m_fault != KIVCS2CaptionFault_Overlap && fault.m_fault != KIVCS2CaptionFault_SameFrame &&
+        fault.m_fault != KIVCS2CaptionFault_BackInTime)
+        return;
+    m_line = fault.m_line;
+    m_frame = fault.m_frame;
+    m_isFirst = true;
 }
 
-Tally::~Tally()
+void Delays::take(const KIVCS2CaptionPacket &packet)
 {
-    (void)kivCS2CaptionDecoder_free(&m_decoder);
-}
-
-KIVCS2Status Tally::takeText(const KIVCS2CaptionText *text, void *context) noexcept
-{
-    Tally &self = *static_cast<Tally *>(context);
-    try
+    if (packet.m_line != m_line)
+        return;
+    if (m_isFirst)
     {
-        ++self.captions[text->m_service];
-        // The terminator ends each.
-        self.texts[text->m_service].add(
-            std::span{reinterpret_cast<const uint8_t *>(text->m_text), size_t{text->m_textSize} + 1});
-        if (self.m_onText)
-            self.m_onText(*text);
-        return KIVCS2STATUS_OK;
+        m_delay = std::max(packet.m_frame, m_frame) - m_frame;
+        longest = std::max(longest, m_delay);
+        lines += m_delay > 0 ? 1 : 0;
     }
-    catch (...)
-    {
-        self.m_thrown = std::current_exception(); // no exception crosses the library
-        return KIVCS2STATUS_ERR;
-    }
+    m_isFirst = false;
+    pairs += m_delay > 0 ? 1 : 0;
 }
 
-void Tally::done(KIVCS2Status status)
+Tally::Tally(KIVCS2CaptionCounting counting, CaptionDecoder::OnText onText)
+    : m_decoder(parseServices({}), counting,
+                [this, onText = std::move(onText)](const KIVCS2CaptionText &text)
+                {
+                    ++captions[text.m_service];
+                    // The terminator ends each.
+                    texts[text.m_service].add(std::span{reinterpret_cast<const uint8_t *>(text.m_text),
+                                                        size_t{text.m_textSize} + 1});
+                    if (onText)
+                        onText(text);
+                }),
+      m_perDay(framesADay(counting))
 {
-    if (m_thrown)
-        std::rethrow_exception(m_thrown);
-    check(status, "decoding");
 }
 
 void Tally::take(const KIVCS2CaptionPacket &packet)
@@ -137,12 +136,7 @@ void Tally::take(const KIVCS2CaptionPacket &packet)
     KIVCS2CaptionDTVCC dtvcc;
     (void)kivCS2CaptionPacket_getDTVCC(&packet, &dtvcc);
     bytes708 += dtvcc.m_count;
-    done(kivCS2CaptionDecoder_feed(&m_decoder, &packet));
-}
-
-void Tally::finish()
-{
-    done(kivCS2CaptionDecoder_finish(&m_decoder, last.value_or(0) + 1));
+    m_decoder.feed(packet);
 }
 
 } // namespace tool

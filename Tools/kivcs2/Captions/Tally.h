@@ -2,13 +2,12 @@
 #ifndef KIV_TOOL_CAPTION_TALLY_H
 #define KIV_TOOL_CAPTION_TALLY_H
 
+#include "Captions/Decoding.h"
 #include "Terminal/JSON.h"
 
-#include <KIVCoreServices2/KIVCS2CaptionDecoder.h>
+#include <KIVCoreServices2/KIVCS2CaptionFile.h>
 
 #include <cstdint>
-#include <exception>
-#include <functional>
 #include <map>
 #include <optional>
 #include <span>
@@ -57,19 +56,38 @@ using CaptionCounts = std::map<KIVCS2CaptionService, uint64_t, ServiceOrder>;
 [[nodiscard]] Json toJson(const CaptionCounts &captions);
 [[nodiscard]] uint64_t sumOf(const CaptionCounts &captions);
 
+/// Pairs of an SCC file that go out later than their line says, since an earlier line is still going out.
+class Delays
+{
+public:
+    /// Faults and pairs in the order of the reading.
+    void take(const KIVCS2CaptionFileFault &fault);
+    void take(const KIVCS2CaptionPacket &packet);
+
+    uint64_t pairs = 0, lines = 0;
+    uint32_t longest = 0; ///< frames
+
+private:
+    uint64_t m_line = 0; ///< of the last line that may wait
+    uint32_t m_frame = 0, m_delay = 0;
+    bool m_isFirst = false;
+};
+
 class Tally
 {
 public:
-    using OnText = std::function<void(const KIVCS2CaptionText &)>;
-
     /// `onText` is called with every caption; what it throws comes out of take() and finish().
-    explicit Tally(KIVCS2CaptionCounting counting, OnText onText = {});
-    ~Tally();
-    Tally(const Tally &) = delete;
-    Tally &operator=(const Tally &) = delete;
+    explicit Tally(KIVCS2CaptionCounting counting, CaptionDecoder::OnText onText = {});
 
     void take(const KIVCS2CaptionPacket &packet);
-    void finish();
+    void finish()
+    {
+        m_decoder.finish();
+    }
+    [[nodiscard]] KIVCS2CaptionDecoderReport report() const
+    {
+        return m_decoder.report();
+    }
 
     uint64_t packets = 0, lines = 0;
     uint64_t pairs[2] = {}; ///< by field, empty ones not counted
@@ -86,14 +104,9 @@ public:
     }
 
 private:
-    static KIVCS2Status takeText(const KIVCS2CaptionText *text, void *context) noexcept;
-    void done(KIVCS2Status status);
-
-    KIVCS2CaptionDecoder m_decoder{};
-    uint32_t m_perDay = 0;
+    CaptionDecoder m_decoder;
+    uint32_t m_perDay;
     uint64_t m_line = 0;
-    OnText m_onText;
-    std::exception_ptr m_thrown;
 };
 
 } // namespace tool

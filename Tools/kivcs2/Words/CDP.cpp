@@ -2,6 +2,7 @@
 #include "Captions/CaptionRows.h"
 #include "Captions/Capture.h"
 #include "Captions/OpenCaptions.h"
+#include "Captions/Pairs.h"
 #include "Captions/Services.h"
 #include "Counting.h"
 #include "Failure.h"
@@ -22,8 +23,6 @@ namespace tool
 {
 namespace
 {
-
-using Pair = std::array<uint8_t, 2>;
 
 struct Arguments
 {
@@ -99,20 +98,12 @@ std::vector<uint8_t> fromHex(std::string_view text, const std::string &name)
     return bytes;
 }
 
-std::string hexOf(std::span<const uint8_t> bytes, const char *digits = "%02X")
+std::string hexOf(std::span<const uint8_t> bytes)
 {
     std::string text;
     for (const uint8_t byte : bytes)
-        text += print(digits, byte); // NOLINT(clang-diagnostic-format-nonliteral)
+        text += print("%02X", byte);
     return text;
-}
-
-Pair pairOf(const std::string &word)
-{
-    const std::vector<uint8_t> bytes = word.size() == 4 ? fromHex(word, "pair") : std::vector<uint8_t>{};
-    if (bytes.size() != 2)
-        throw Failure(kExitMalformed, "\"" + word + "\" is not a pair of four hexadecimal digits");
-    return {bytes[0], bytes[1]};
 }
 
 // ---- What is in a packet ----
@@ -121,13 +112,14 @@ Pair pairOf(const std::string &word)
 struct Content
 {
     KIVCS2CaptionPacket packet{};
-    KIVCS2CaptionPairs pairs{};
+    std::array<std::vector<CaptionPair>, 2> fields;
     KIVCS2CaptionDTVCC dtvcc{};
 
     explicit Content(const KIVCS2CaptionPacket &found) : packet(found)
     {
-        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is an answer too
-        (void)kivCS2CaptionPacket_getDTVCC(&packet, &dtvcc);
+        for (uint32_t field = 1; field <= 2; ++field)
+            fields[field - 1] = pairsOf(packet, field);
+        (void)kivCS2CaptionPacket_getDTVCC(&packet, &dtvcc); // none is an answer too
     }
 
     explicit Content(std::span<const uint8_t> bytes) : Content(parsed(bytes)) {}
@@ -151,10 +143,6 @@ struct Content
             return {};
         return {packet.m_anc + kHead, std::min<size_t>(packet.m_anc[2], packet.m_size - kHead)};
     }
-    [[nodiscard]] std::span<const uint8_t[2]> field(size_t field) const
-    {
-        return {pairs.m_pairs[field], pairs.m_count[field]};
-    }
     [[nodiscard]] std::span<const uint8_t> bytes708() const
     {
         return {dtvcc.m_bytes, dtvcc.m_count};
@@ -173,21 +161,14 @@ struct Content
     }
 };
 
-std::string describe(const uint8_t (&pair)[2])
-{
-    char text[KIVCS2_CAPTION_DESCRIPTION_SIZE] = "";
-    (void)kivCS2CaptionDecoder_describePair(pair[0], pair[1], text); // leaves it empty for an empty pair
-    return text[0] == '\0' ? "empty" : text;
-}
-
 Json toJson(const Content &content)
 {
     const KIVCS2CaptionPacket &packet = content.packet;
     const auto pairs = [&content](size_t field)
     {
         Json list = Json::array();
-        for (const auto &pair : content.field(field))
-            list.push_back({{"pair", hexOf(pair, "%02x")}, {"words", describe(pair)}});
+        for (const CaptionPair pair : content.fields[field])
+            list.push_back({{"pair", pair.hex()}, {"words", pair.words()}});
         return list;
     };
     Json services = Json::array();
@@ -220,12 +201,9 @@ Json toJson(const Content &content)
             {"faults", faults}};
 }
 
-std::string pairsText(std::span<const uint8_t[2]> list)
+std::string listedOrNone(const std::vector<CaptionPair> &pairs)
 {
-    std::string text;
-    for (const auto &pair : list)
-        text += (text.empty() ? "" : " ") + hexOf(pair, "%02x");
-    return text.empty() ? "none" : text;
+    return pairs.empty() ? "none" : listed(pairs);
 }
 
 std::string servicesText(const Content &content)
@@ -257,9 +235,9 @@ void printFacts(const Content &content)
                             flag(0x20, "service information") + flag(0x02, "caption service active"));
     if ((packet.m_flags & KIVCS2CaptionPacketFlag_HasTimeCode) != 0)
         facts.add("Time code", hexOf(packet.m_timeCode));
-    const unsigned line21 = content.pairs.m_count[0] + content.pairs.m_count[1];
+    const size_t line21 = content.fields[0].size() + content.fields[1].size();
     const unsigned digital = content.dtvcc.m_count / 2;
-    facts.add("Triplets", print("%u: %u CEA-608, %u CEA-708, %u empty", packet.m_tripletCount, line21,
+    facts.add("Triplets", print("%u: %zu CEA-608, %u CEA-708, %zu empty", packet.m_tripletCount, line21,
                                 digital, packet.m_tripletCount - line21 - digital));
     if (digital > 0)
         facts.add("CEA-708", hexOf(content.bytes708()));
@@ -272,9 +250,9 @@ void printPairs(const Content &content)
     Table table{">Field", "Pair", "Meaning"};
     for (size_t field = 0; field < 2; ++field)
     {
-        for (const auto &pair : content.field(field))
-            table.add({std::to_string(field + 1), hexOf(pair, "%02x"), describe(pair)});
-        if (content.field(field).empty())
+        for (const CaptionPair pair : content.fields[field])
+            table.add({std::to_string(field + 1), pair.hex(), pair.words()});
+        if (content.fields[field].empty())
             table.add({std::to_string(field + 1), "none"});
     }
     table.print();
@@ -344,6 +322,8 @@ int parse(const Arguments &arguments, bool json)
     const std::string name = arguments.hexText.empty() ? place(arguments.file, 0) : "--hex";
     const std::vector<uint8_t> bytes = packetBytes(arguments, name);
     const bool atom = hasAtom(bytes);
+    if (bytes.size() <= (atom ? kAtom : 0))
+        throw Failure(kExitMalformed, Where{name}, "no bytes of a packet");
     const Content content{std::span{bytes}.subspan(atom ? kAtom : 0)};
     if (json)
     {
@@ -370,9 +350,14 @@ int parse(const Arguments &arguments, bool json)
 KIVCS2CaptionPacket buildPacket(const Arguments &arguments)
 {
     KIVCS2CaptionPairs pairs{};
-    pairs.m_count[0] = pairs.m_count[1] = 1;
-    std::ranges::copy(pairOf(arguments.field1), pairs.m_pairs[0][0]);
-    std::ranges::copy(pairOf(arguments.field2), pairs.m_pairs[1][0]);
+    const std::array<CaptionPair, 2> fields = {parseCaptionPair(arguments.field1),
+                                               parseCaptionPair(arguments.field2)};
+    for (size_t field = 0; field < fields.size(); ++field)
+    {
+        pairs.m_count[field] = 1;
+        pairs.m_pairs[field][0][0] = fields[field].first;
+        pairs.m_pairs[field][0][1] = fields[field].second;
+    }
     constexpr std::array<KIVCS2CaptionServiceEntry, 2> kBoth = {
         {{KIVCS2CaptionService_CC1, "", 0, 0, {}}, {KIVCS2CaptionService_S1, "eng", 0, 0, {}}}};
     KIVCS2CaptionPacket packet;
@@ -545,7 +530,7 @@ private:
                      {std::to_string(content.cdp().size()),
                       isCDP ? std::string{cdpRateName(packet.m_rateCode)} : "-",
                       isCDP ? std::to_string(packet.m_sequence) : "-", std::to_string(packet.m_tripletCount),
-                      pairsText(content.field(0)), pairsText(content.field(1)),
+                      listedOrNone(content.fields[0]), listedOrNone(content.fields[1]),
                       std::to_string(content.dtvcc.m_count), result.empty() ? "ok" : result});
         m_table.add(std::move(cells));
         if (m_table.size() == kRows)

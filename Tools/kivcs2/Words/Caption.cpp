@@ -31,6 +31,8 @@ int captionDecode(const CaptionArguments &arguments)
         for (std::string word; stream >> word;)
             pairs.push_back(parseCaptionPair(word));
     }
+    if (pairs.empty())
+        throw Failure(kExitMalformed, "no pairs to decode");
     if (arguments.json)
     {
         JsonArray array;

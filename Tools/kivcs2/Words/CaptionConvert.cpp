@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cctype>
 #include <filesystem>
 #include <memory>
@@ -99,7 +98,11 @@ void refuseIdleOptions(const ConvertArguments &arguments, const CaptionSource &s
     refuse(!arguments.timeZero.empty() && !toCues, "--time-zero is of SRT and WebVTT");
     refuse(!arguments.timeZero.empty() && isRetimed,
            "--time-zero does not go with another time; --start-at-zero and --offset do");
-    refuse(arguments.mccVersion != 0 && !isMCC(kind), "--mcc-version is of MCC");
+    refuse(arguments.mccVersion != 0 && askedKind(arguments).name != "MCC",
+           "--mcc-version is of MCC without a number in --to");
+    refuse(arguments.reading.field != 0 && !source.isSCC() && kind != KIVCS2CaptionFileKind_SCC,
+           "--field is of SCC, the source or the target; --service names a service of SRT and WebVTT");
+    refuse(arguments.reading.bothTracks && !source.isSCC(), "--both-tracks is of an SCC source");
     refuse((arguments.sparse || arguments.sdi) && !buildsPackets,
            "--sparse and --sdi are for packets made from an SCC file, frame by frame");
     refuse(arguments.fixParity && copiesPackets,
@@ -161,7 +164,8 @@ constexpr uint64_t kPlaced =
 class FaultNotes
 {
 public:
-    FaultNotes(std::string file, bool json) : m_file(std::move(file))
+    FaultNotes(std::string file, bool json, bool keepsGoing)
+        : m_file(std::move(file)), m_keepsGoing(keepsGoing)
     {
         if (json)
             m_report.emplace("faults");
@@ -171,11 +175,7 @@ public:
     {
         if (fault.m_lost && m_lostLine == 0)
             m_lostLine = fault.m_line;
-        if ((kPlaced >> fault.m_fault & 1u) != 0)
-        {
-            m_waitingLine = fault.m_line;
-            m_waitingFrame = fault.m_frame;
-        }
+        delays.take(fault);
         // Those of the header come before it is known what the file is.
         if (!m_isBegun && m_early.size() < kMostEarly)
             m_early.push_back(fault);
@@ -199,18 +199,12 @@ public:
         m_early = {};
     }
 
-    /// Pairs of a line that goes out later than its timecode says.
-    void take(const KIVCS2CaptionPacket &packet)
+    /// The file is written: what was changed in it.
+    void tellChanges()
     {
-        if (packet.m_line != m_waitingLine)
-            return;
-        if (m_delayedLine != packet.m_line)
-        {
-            m_delayedLine = packet.m_line;
-            m_delay = packet.m_frame - m_waitingFrame;
-        }
-        delayedPairs += m_delay > 0 ? 1 : 0;
-        longestDelay = std::max(longestDelay, m_delay);
+        for (const std::string &change : m_held)
+            note(change);
+        m_held.clear();
     }
 
     [[nodiscard]] uint64_t lostLine() const
@@ -222,11 +216,12 @@ public:
         return m_report;
     }
 
-    uint64_t delayedPairs = 0, changes = 0;
-    uint32_t longestDelay = 0; ///< frames
+    Delays delays;
+    uint64_t changes = 0;
 
 private:
     static constexpr size_t kMostEarly = 256;
+    static constexpr size_t kMostHeld = 4096; // as memory does not grow with a file
 
     void tell(const KIVCS2CaptionFileFault &fault)
     {
@@ -240,34 +235,25 @@ private:
             value["changedTo"] = isChange ? Json(now) : Json();
             m_report->add(value);
         }
-        else if (isChange &&
-                 fault.m_fault != KIVCS2CaptionFault_BlanksBehind) // nobody sees those: counted at the end
+        else if (isChange && fault.m_fault != KIVCS2CaptionFault_BlanksBehind && // only counted: not seen
+                 (m_lostLine == 0 || m_keepsGoing))
         {
-            std::string text = kivCS2CaptionFile_getFaultName(fault.m_fault);
-            if (fault.m_column > 0)
-                text += " in column " + std::to_string(fault.m_column);
-            if (fault.m_foundSize > 0)
-                text += ", \"" + foundText(fault, 40) + "\"";
-            note(place(m_file, fault.m_line) + ": changed: " + text + "; now " + now);
+            m_held.push_back(place(m_file, fault.m_line) + ": changed: " + sentence(fault, "now " + now));
+            if (m_held.size() > kMostHeld)
+                tellChanges();
         }
     }
 
     std::string m_file;
     std::optional<JsonReport> m_report;
     std::vector<KIVCS2CaptionFileFault> m_early;
-    bool m_isBegun = false;
+    std::vector<std::string> m_held; ///< changes, until it is certain that something is written
+    bool m_keepsGoing, m_isBegun = false;
     uint64_t m_changed = 0;
-    uint64_t m_lostLine = 0, m_waitingLine = 0, m_delayedLine = 0;
-    uint32_t m_waitingFrame = 0, m_delay = 0;
+    uint64_t m_lostLine = 0;
 };
 
 // ---- The work ----
-
-uint8_t withOddParity(uint8_t byte)
-{
-    const auto low = static_cast<uint8_t>(byte & 0x7F);
-    return std::popcount(low) % 2 != 0 ? low : low | 0x80;
-}
 
 // Gives the pairs of a packet odd parity; how many had another.
 uint64_t setOddParity(KIVCS2CaptionPacket &packet)
@@ -278,10 +264,10 @@ uint64_t setOddParity(KIVCS2CaptionPacket &packet)
         uint8_t *const triplet = packet.m_triplets[index];
         if ((triplet[0] & 6u) != 4u) // a valid pair of CEA-608
             continue;
-        const uint8_t first = withOddParity(triplet[1]), second = withOddParity(triplet[2]);
-        mended += first != triplet[1] || second != triplet[2] ? 1 : 0;
-        triplet[1] = first;
-        triplet[2] = second;
+        const CaptionPair pair{triplet[1], triplet[2]}, odd = pair.withOddParity();
+        mended += pair == odd ? 0 : 1;
+        triplet[1] = odd.first;
+        triplet[2] = odd.second;
     }
     return mended;
 }
@@ -303,7 +289,7 @@ class Converter
 {
 public:
     Converter(const ConvertArguments &arguments, bool json)
-        : m_arguments(arguments), m_notes(place(arguments.reading.file, 0), json),
+        : m_arguments(arguments), m_notes(place(arguments.reading.file, 0), json, arguments.keepGoing),
           m_source(arguments.reading, way()), m_conversion(Conversion::make(m_source, begin())),
           m_in(m_source.header().m_counting,
                [this](const KIVCS2CaptionText &text)
@@ -330,7 +316,7 @@ public:
         {
             if (m_arguments.fixParity)
                 m_repaired += setOddParity(packet);
-            m_notes.take(packet);
+            m_notes.delays.take(packet);
             if (m_retiming && !m_retiming->take(packet))
                 continue;
             m_in.take(packet);
@@ -351,6 +337,7 @@ public:
         finishRetiming();
         m_conversion->finish(result());
         m_conversion->commit();
+        m_notes.tellChanges();
         tell(isLost);
         return kExitYes;
     }
@@ -413,8 +400,8 @@ private:
                 {"in", in},
                 {"first", m_source.timecode(*m_in.first)},
                 {"last", m_source.timecode(*m_in.last)},
-                {"delayedPairs", m_notes.delayedPairs},
-                {"longestDelayFrames", m_notes.longestDelay},
+                {"delayedPairs", m_notes.delays.pairs},
+                {"longestDelayFrames", m_notes.delays.longest},
                 {"linesBackInTime", faults.count(KIVCS2CaptionFault_BackInTime)},
                 {"linesWithSameTimecode", faults.count(KIVCS2CaptionFault_SameFrame)},
                 {"pairsWithWrongParity", faults.count(KIVCS2CaptionFault_Parity)},
@@ -441,9 +428,9 @@ private:
             facts.add("Lost", lostText(m_source) + " (--keep-going)");
         if (m_notes.changes > 0)
             facts.add("Changed", count(m_notes.changes, "place"));
-        if (m_notes.delayedPairs > 0)
-            facts.add("Waited", count(m_notes.delayedPairs, "pair") + " for the lines before, " +
-                                    count(m_notes.longestDelay, "frame") + " at most");
+        if (m_notes.delays.pairs > 0)
+            facts.add("Waited", count(m_notes.delays.pairs, "pair") + " for the lines before, " +
+                                    count(m_notes.delays.longest, "frame") + " at most");
         if (m_repaired > 0)
             facts.add("Parity", count(m_repaired, "pair") + " given odd parity");
         facts.add("From", m_source.timecode(*m_in.first) + " until " + m_source.timecode(*m_in.last));
@@ -498,7 +485,8 @@ void addConvertWord(Word &caption, Context &context)
         .suggests("services", serviceNames);
     convert.option("--time-zero", arguments->timeZero, "SRT, WebVTT: the timecode that is 00:00:00.000");
     addRetimeOptions(convert, arguments->retime);
-    convert.flag("--keep-going", arguments->keepGoing, "Write what is left when lines are lost");
+    convert.flag("--keep-going", arguments->keepGoing, "Write what is left when lines are lost")
+        .excludes("--strict");
     convert.flag("--sparse", arguments->sparse, "MCC from SCC: packets only on frames that have a pair");
     convert.flag("--sdi", arguments->sdi, "MCC from SCC: a second service descriptor, language eng");
     convert.flag("--fix-parity", arguments->fixParity,

@@ -1,68 +1,26 @@
 // kivcs2 caption info.
-#include "Captions/Decoding.h"
-#include "Captions/Pairs.h"
 #include "Captions/Services.h"
+#include "Captions/Tally.h"
 #include "Terminal/Output.h"
 #include "Words/Caption.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionFile.h>
 
-#include <algorithm>
 #include <map>
+#include <utility>
 
 namespace tool
 {
 namespace
 {
 
-/// Pairs of an SCC file that go out later than their line says, since an earlier line is still going out.
-class Delays
-{
-public:
-    void onFault(const KIVCS2CaptionFileFault &fault)
-    {
-        if (fault.m_fault == KIVCS2CaptionFault_Overlap || fault.m_fault == KIVCS2CaptionFault_SameFrame ||
-            fault.m_fault == KIVCS2CaptionFault_BackInTime)
-        {
-            m_line = fault.m_line;
-            m_frame = fault.m_frame;
-            m_isFirst = true;
-        }
-    }
-
-    void onPair(const KIVCS2CaptionPacket &packet)
-    {
-        if (packet.m_line != m_line)
-            return;
-        if (m_isFirst && packet.m_frame > m_frame)
-        {
-            m_delay = packet.m_frame - m_frame;
-            longest = std::max(longest, m_delay);
-            ++lines;
-        }
-        else if (m_isFirst)
-            m_delay = 0;
-        m_isFirst = false;
-        pairs += m_delay > 0 ? 1 : 0;
-    }
-
-    uint64_t pairs = 0, lines = 0;
-    uint32_t longest = 0;
-
-private:
-    uint64_t m_line = 0; ///< of the last line that may wait
-    uint32_t m_frame = 0, m_delay = 0;
-    bool m_isFirst = false;
-};
-
 /// What one pass over a file has found.
 struct Found
 {
     Delays delays;
-    std::map<KIVCS2CaptionService, uint64_t> captions;
+    CaptionCounts captions;                                ///< of every service that was met
     std::map<KIVCS2CaptionService, std::string> languages; ///< of the service lists
-    uint64_t texts = 0;
-    uint64_t lines = 0; ///< of an SCC file, with pairs
+    uint64_t lines = 0;                                    ///< of an SCC file, with pairs
     uint64_t suffixes = 0, faulty = 0;
     uint8_t rateCode = 0; ///< of the first CDP
     KIVCS2CaptionFileReport file{};
@@ -90,36 +48,20 @@ void takeNote(const KIVCS2CaptionPacket &packet, Found &found)
 
 void readAll(CaptionSource &source, Found &found)
 {
-    CaptionDecoder decoder{parseServices({}), source.header().m_counting,
-                           [&](const KIVCS2CaptionText &text)
-                           {
-                               ++found.captions[text.m_service];
-                               ++found.texts;
-                           }};
-    KIVCS2CaptionPacket packet;
-    for (uint64_t line = 0; source.next(packet);)
+    Tally tally{source.header().m_counting};
+    for (KIVCS2CaptionPacket packet; source.next(packet);)
     {
-        found.lines += packet.m_line != line ? 1 : 0;
-        line = packet.m_line;
-        found.delays.onPair(packet);
+        found.delays.take(packet);
         takeNote(packet, found);
-        decoder.feed(packet);
+        tally.take(packet);
     }
-    decoder.finish();
-    found.decoder = decoder.report();
+    tally.finish();
+    found.captions = std::move(tally.captions);
+    found.lines = tally.lines;
+    found.decoder = tally.report();
     found.file = source.report();
     for (const KIVCS2CaptionService service : servicesOf(found.decoder.m_met))
         found.captions.try_emplace(service, 0);
-}
-
-/// The services by name, those of CEA-608 first.
-std::vector<std::pair<KIVCS2CaptionService, uint64_t>> inOrder(const Found &found)
-{
-    std::vector<std::pair<KIVCS2CaptionService, uint64_t>> services{found.captions.begin(),
-                                                                    found.captions.end()};
-    std::ranges::stable_partition(services, [](const auto &service)
-                                  { return service.first > KIVCS2CaptionService_S63; });
-    return services;
 }
 
 std::string languageOf(const Found &found, KIVCS2CaptionService service)
@@ -131,7 +73,7 @@ std::string languageOf(const Found &found, KIVCS2CaptionService service)
 Json servicesJson(const Found &found)
 {
     Json list = Json::array();
-    for (const auto &[service, captions] : inOrder(found))
+    for (const auto &[service, captions] : found.captions)
     {
         const std::string language = languageOf(found, service);
         list.push_back({{"service", serviceName(service)},
@@ -187,7 +129,7 @@ Json infoJson(const CaptionSource &source, const Found &found)
                {"counting", source.counting().name},
                {"dropFrame", source.counting().drop}};
     value.update(source.isSCC() ? sccJson(source, found) : mccJson(source, found));
-    value.update({{"captions", found.texts},
+    value.update({{"captions", sumOf(found.captions)},
                   {"services", servicesJson(found)},
                   {"first", isEmpty ? "" : source.timecode(found.file.m_firstFrame)},
                   {"last", isEmpty ? "" : source.timecode(found.file.m_lastFrame)},
@@ -198,8 +140,10 @@ Json infoJson(const CaptionSource &source, const Found &found)
 void addMCCFacts(const CaptionSource &source, const Found &found, Facts &facts)
 {
     const KIVCS2CaptionFileHeader &header = source.header();
-    facts.add("UUID", header.m_uuid);
-    facts.add("Created", std::string{header.m_date} + " " + header.m_time + " by " + header.m_program);
+    if (header.m_uuid[0] != '\0')
+        facts.add("UUID", header.m_uuid);
+    if (header.m_date[0] != '\0' || header.m_program[0] != '\0')
+        facts.add("Created", std::string{header.m_date} + " " + header.m_time + " by " + header.m_program);
     facts.add("Packets", std::to_string(found.file.m_packets) + ", of them " +
                              std::to_string(found.file.m_cdps) + " caption distribution packets" +
                              (found.file.m_cdps > 0
@@ -229,8 +173,8 @@ void printFacts(const CaptionSource &source, const Found &found)
     }
     else
         addMCCFacts(source, found, facts);
-    facts.add("Captions", std::to_string(found.texts) + " shown");
-    for (const auto &[service, captions] : inOrder(found))
+    facts.add("Captions", std::to_string(sumOf(found.captions)) + " shown");
+    for (const auto &[service, captions] : found.captions)
     {
         const std::string language = languageOf(found, service);
         facts.add("  " + serviceName(service),
@@ -260,7 +204,7 @@ int captionInfo(const CaptionArguments &arguments)
                           .onFault =
                               [&](const KIVCS2CaptionFileFault &fault)
                           {
-                              found.delays.onFault(fault);
+                              found.delays.take(fault);
                               if (arguments.json)
                                   report.add(toJson(name, fault));
                           },

@@ -69,18 +69,30 @@ std::vector<std::string> digits(const std::vector<CaptionPair> &pairs)
     return list;
 }
 
+/// Whether something of field 1 or 2, or of CEA-708 (0), is asked for.
+bool isAsked(const KIVCS2CaptionServices &services, uint32_t field)
+{
+    constexpr std::array<uint32_t, 3> kLine21 = {0, 0x33, 0xCC}; // CC1, CC2, T1, T2; the other four
+    return field == 0 ? services.m_dtvcc != 0 : (services.m_line21 & kLine21[field]) != 0;
+}
+
 /// A list for programs, or lines for people; a fault is an element of the list.
 class Listing
 {
 public:
     explicit Listing(const CaptionArguments &arguments)
-        : m_isJson(arguments.json), m_file(place(arguments.reading.file, 0))
+        : m_arguments(arguments), m_file(place(arguments.reading.file, 0))
     {
     }
 
     [[nodiscard]] bool isJson() const
     {
-        return m_isJson;
+        return m_arguments.json;
+    }
+    /// Something is there to be listed.
+    void takeNote()
+    {
+        m_isEmpty = false;
     }
     void add(const Json &element)
     {
@@ -89,22 +101,35 @@ public:
     }
     void onFault(const KIVCS2CaptionFileFault &fault)
     {
-        if (m_isJson)
+        if (m_arguments.json)
             add({{"fault", toJson(m_file, fault)}});
     }
-    /// The end of a word that lists: its exit code.
+    /// The end of a word that lists: its exit code. To have nothing to list is no success.
     int close(CaptionSource &source)
     {
-        if (m_isJson)
+        if (m_arguments.json)
         {
             begin();
             m_array->close();
         }
         out().flush(); // what is wrong comes behind what is there
-        return source.finish();
+        const int code = source.finish();
+        if (m_isEmpty)
+            note(source.name() + ": " + nothing());
+        if (code != kExitYes && !m_arguments.keepGoing)
+            return code;
+        return m_isEmpty ? kExitNo : kExitYes;
     }
 
 private:
+    [[nodiscard]] std::string nothing() const
+    {
+        const bool isWhole =
+            m_arguments.service.empty() && m_arguments.from.empty() && m_arguments.to.empty();
+        const std::string where = isWhole ? "in it" : "of what was asked for";
+        return m_arguments.captions ? "no caption " + where + " comes to the screen" : "no pair " + where;
+    }
+
     // Nothing is written before the file is open: standard output may go into it.
     void begin()
     {
@@ -112,8 +137,9 @@ private:
             m_array.emplace();
     }
 
-    bool m_isJson;
+    const CaptionArguments &m_arguments;
     std::string m_file;
+    bool m_isEmpty = true;
     std::optional<JsonArray> m_array;
 };
 
@@ -127,6 +153,7 @@ void print(const CaptionSource &source, const Run &run, Listing &listing)
         for (const CaptionPair pair : run.pairs)
             transcript.feed(pair);
     const std::vector<std::string> &items = transcript.items();
+    listing.takeNote();
     if (listing.isJson())
     {
         listing.add({{"timecode", source.timecode(run.frame)},
@@ -160,14 +187,9 @@ public:
 
     void feed(const KIVCS2CaptionPacket &packet)
     {
-        constexpr uint32_t kField1 = 0x33, kField2 = 0xCC; // CC1, CC2, T1, T2; the other four
         for (Run &run : m_runs)
-        {
-            if (run.field == 0 ? m_services.m_dtvcc == 0
-                               : (m_services.m_line21 & (run.field == 1 ? kField1 : kField2)) == 0)
-                continue;
-            join(run, packet, run.field == 0 ? dtvccOf(packet) : pairsOf(packet, run.field));
-        }
+            if (isAsked(m_services, run.field))
+                join(run, packet, run.field == 0 ? dtvccOf(packet) : pairsOf(packet, run.field));
     }
 
     void finish()
@@ -224,6 +246,7 @@ void showCaptions(const CaptionArguments &arguments, CaptionSource &source, List
                                const bool wraps = text.m_until < text.m_from; // over midnight
                                if ((text.m_until <= range.from && !wraps) || text.m_from > range.to)
                                    return;
+                               listing.takeNote();
                                if (listing.isJson())
                                    listing.add(captionJson(text, source.header().m_counting));
                                else
@@ -255,12 +278,13 @@ struct Moment
     std::vector<Hit> hits;
     std::vector<Shown> shown;
 
-    void add(const KIVCS2CaptionPacket &packet)
+    void add(const KIVCS2CaptionPacket &packet, const KIVCS2CaptionServices &services)
     {
         for (uint32_t field = 1; field <= 2; ++field)
-            for (const CaptionPair pair : pairsOf(packet, field))
-                hits.push_back({packet.m_line, field, {pair}});
-        if (std::vector<CaptionPair> bytes = dtvccOf(packet); !bytes.empty())
+            if (isAsked(services, field))
+                for (const CaptionPair pair : pairsOf(packet, field))
+                    hits.push_back({packet.m_line, field, {pair}});
+        if (std::vector<CaptionPair> bytes = dtvccOf(packet); isAsked(services, 0) && !bytes.empty())
             hits.push_back({packet.m_line, 0, std::move(bytes)});
     }
 
@@ -270,14 +294,6 @@ struct Moment
         shown.back().text.m_cells = nullptr;
     }
 };
-
-std::string joined(const std::vector<CaptionPair> &pairs)
-{
-    std::string text;
-    for (const CaptionPair pair : pairs)
-        text += pair.hex();
-    return text;
-}
 
 Json toJson(const CaptionSource &source, Moment &moment)
 {
@@ -289,7 +305,7 @@ Json toJson(const CaptionSource &source, Moment &moment)
     {
         if (hit.field == 0)
         {
-            value["cea708"].push_back({{"line", hit.line}, {"bytes", joined(hit.pairs)}});
+            value["cea708"].push_back({{"line", hit.line}, {"bytes", listed(hit.pairs, "")}});
             continue;
         }
         Json pair = toJson(hit.pairs.front());
@@ -317,7 +333,7 @@ void print(const CaptionSource &source, Moment &moment)
                 table.add({std::to_string(hit.line), std::to_string(hit.field), hit.pairs.front().hex(),
                            hit.pairs.front().words()});
             else
-                table.add({std::to_string(hit.line), "708", "", joined(hit.pairs)});
+                table.add({std::to_string(hit.line), "708", "", listed(hit.pairs, "")});
         table.print();
     }
     if (moment.shown.empty())
@@ -358,8 +374,7 @@ int captionShow(const CaptionArguments &arguments)
             printer.feed(packet);
         printer.finish();
     }
-    const int code = listing.close(source);
-    return arguments.keepGoing ? kExitYes : code;
+    return listing.close(source);
 }
 
 int captionAt(const CaptionArguments &arguments)
@@ -376,7 +391,8 @@ int captionAt(const CaptionArguments &arguments)
                           },
                           .progress = "reading " + name}};
     Moment moment{source.frameOf(arguments.timecode), {}, {}};
-    CaptionDecoder decoder{parseServices(arguments.service), source.header().m_counting,
+    const KIVCS2CaptionServices services = parseServices(arguments.service);
+    CaptionDecoder decoder{services, source.header().m_counting,
                            [&](const KIVCS2CaptionText &text)
                            {
                                if (isWithin(moment.frame, text.m_from, text.m_until))
@@ -386,7 +402,7 @@ int captionAt(const CaptionArguments &arguments)
     while (source.next(packet))
     {
         if (packet.m_frame == moment.frame)
-            moment.add(packet);
+            moment.add(packet, services);
         decoder.feed(packet);
     }
     decoder.finish();

@@ -1,5 +1,6 @@
 // kivcs2 caption verify.
 #include "Captions/Pairs.h"
+#include "Captions/Tally.h"
 #include "Terminal/Output.h"
 #include "Words/Caption.h"
 
@@ -98,12 +99,13 @@ public:
                     "Found in " + file));
             m_file = file;
             const std::string column = fault.m_column > 0 ? std::to_string(fault.m_column) : "";
+            const std::string found = foundText(fault, kMostFound);
             const std::string timecode =
                 fault.m_hasFrame && source != nullptr ? source->timecode(fault.m_frame) : "";
             out().line(print("%9llu  %6s  %-11s  %-23s  %-4s  ",
                              static_cast<unsigned long long>(fault.m_line), column.c_str(), timecode.c_str(),
                              kivCS2CaptionFile_getFaultName(fault.m_fault), fault.m_lost ? "yes" : "no") +
-                       foundText(fault, kMostFound));
+                       (found.empty() ? "" : found + "; ") + "expected " + fault.m_expected);
         }
     }
 
@@ -152,13 +154,16 @@ private:
 class PairTable
 {
 public:
-    PairTable(CaptionSource &source, bool fixParity) : m_field(source.header().m_field)
+    /// `tally` counts what is read.
+    PairTable(CaptionSource &source, bool fixParity, Tally &tally) : m_field(source.header().m_field)
     {
-        KIVCS2CaptionPacket packet;
-        while (source.next(packet))
+        for (KIVCS2CaptionPacket packet; source.next(packet);)
+        {
+            tally.take(packet);
             for (const CaptionPair pair : pairsOf(packet, m_field))
                 if (!pair.isEmpty())
                     m_pairs.push_back({packet.m_frame, fixParity ? pair.withOddParity() : pair});
+        }
         std::ranges::stable_sort(m_pairs, {}, &Placed::frame);
     }
 
@@ -189,12 +194,9 @@ private:
     uint32_t m_field;
 };
 
-std::string listed(const std::vector<CaptionPair> &pairs)
+std::string listedOrNothing(const std::vector<CaptionPair> &pairs)
 {
-    std::string text;
-    for (const CaptionPair pair : pairs)
-        text += (text.empty() ? "" : " ") + pair.hex();
-    return text.empty() ? "nothing" : text;
+    return pairs.empty() ? "nothing" : listed(pairs);
 }
 
 /// Follows a file beside the pairs of an SCC file.
@@ -215,7 +217,7 @@ public:
             m_same += found.size();
         else if (m_others++ == 0)
             m_first = "line " + std::to_string(packet.m_line) + ": " + source.timecode(packet.m_frame) +
-                      " has " + listed(found) + ", the other file has " + listed(expected);
+                      " has " + listedOrNothing(found) + ", the other file has " + listedOrNothing(expected);
     }
 
     [[nodiscard]] Check check() const
@@ -345,7 +347,8 @@ private:
     // The file is read beside the pairs of an SCC source.
     void againstPairs(CaptionSource &source, CaptionSource &other)
     {
-        const PairTable table{other, m_arguments.fixParity};
+        Tally others{other.header().m_counting};
+        const PairTable table{other, m_arguments.fixParity, others};
         PairComparison comparison{table, false};
         read(source, [&](const KIVCS2CaptionPacket &packet) { comparison.feed(source, packet); });
         m_checks.push_back(comparison.check());
@@ -354,8 +357,9 @@ private:
     // An MCC source is read beside the pairs of an SCC file.
     void pairsAgainst(CaptionSource &source, CaptionSource &other)
     {
-        const PairTable table{source, false};
-        addChecks(source);
+        Tally tally{source.header().m_counting};
+        const PairTable table{source, false, tally};
+        addChecks(source, tally);
         PairComparison comparison{table, m_arguments.fixParity};
         KIVCS2CaptionPacket packet;
         while (other.next(packet))
@@ -366,13 +370,16 @@ private:
     template <class OnPacket>
     void read(CaptionSource &source, const OnPacket &onPacket)
     {
-        KIVCS2CaptionPacket packet;
-        while (source.next(packet))
+        Tally tally{source.header().m_counting};
+        for (KIVCS2CaptionPacket packet; source.next(packet);)
+        {
+            tally.take(packet);
             onPacket(packet);
-        addChecks(source);
+        }
+        addChecks(source, tally);
     }
 
-    void addChecks(const CaptionSource &source)
+    void addChecks(const CaptionSource &source, Tally &tally)
     {
         const KIVCS2CaptionFileReport report = source.report();
         for (const CheckRow &row : kChecks)
@@ -385,6 +392,12 @@ private:
                     check.detail += ", " + count(report.m_gapFrames, "frame") + " without a packet";
                 m_checks.push_back(std::move(check));
             }
+        tally.finish();
+        const bool isEmpty = tally.allPairs() + tally.bytes708 == 0;
+        m_checks.push_back({"captions", !isEmpty,
+                            isEmpty                  ? "none: neither pairs nor CEA-708"
+                            : tally.captions.empty() ? "none in it comes to the screen"
+                                                     : captionsText(tally.captions, true)});
     }
 
     void checkSource(const CaptionSource &source, const CaptionSource &other)
@@ -425,6 +438,8 @@ private:
 
 int captionVerify(const CaptionArguments &arguments)
 {
+    if (arguments.fixParity && arguments.against.empty())
+        throw Failure(kExitUsage, "--fix-parity goes with --against");
     if (arguments.reading.file == "-" && arguments.against == "-")
         throw Failure(kExitUsage, "standard input can be the file or its source, not both");
     return Verification{arguments}.run();
