@@ -154,16 +154,17 @@ private:
 class PairTable
 {
 public:
-    /// `tally` counts what is read.
-    PairTable(CaptionSource &source, bool fixParity, Tally &tally) : m_field(source.header().m_field)
+    PairTable(uint32_t field, bool fixParity) : m_field(field), m_fixParity(fixParity) {}
+
+    void add(const KIVCS2CaptionPacket &packet)
     {
-        for (KIVCS2CaptionPacket packet; source.next(packet);)
-        {
-            tally.take(packet);
-            for (const CaptionPair pair : pairsOf(packet, m_field))
-                if (!pair.isEmpty())
-                    m_pairs.push_back({packet.m_frame, fixParity ? pair.withOddParity() : pair});
-        }
+        for (const CaptionPair pair : pairsOf(packet, m_field))
+            if (!pair.isEmpty())
+                m_pairs.push_back({packet.m_frame, m_fixParity ? pair.withOddParity() : pair});
+    }
+    /// Behind the last packet: a line may go out over midnight.
+    void sort()
+    {
         std::ranges::stable_sort(m_pairs, {}, &Placed::frame);
     }
 
@@ -192,6 +193,7 @@ private:
     };
     std::vector<Placed> m_pairs;
     uint32_t m_field;
+    bool m_fixParity;
 };
 
 std::string listedOrNothing(const std::vector<CaptionPair> &pairs)
@@ -347,8 +349,10 @@ private:
     // The file is read beside the pairs of an SCC source.
     void againstPairs(CaptionSource &source, CaptionSource &other)
     {
-        Tally others{other.header().m_counting};
-        const PairTable table{other, m_arguments.fixParity, others};
+        PairTable table{other.header().m_field, m_arguments.fixParity};
+        for (KIVCS2CaptionPacket packet; other.next(packet);)
+            table.add(packet);
+        table.sort();
         PairComparison comparison{table, false};
         read(source, [&](const KIVCS2CaptionPacket &packet) { comparison.feed(source, packet); });
         m_checks.push_back(comparison.check());
@@ -357,12 +361,11 @@ private:
     // An MCC source is read beside the pairs of an SCC file.
     void pairsAgainst(CaptionSource &source, CaptionSource &other)
     {
-        Tally tally{source.header().m_counting};
-        const PairTable table{source, false, tally};
-        addChecks(source, tally);
+        PairTable table{source.header().m_field, false};
+        read(source, [&](const KIVCS2CaptionPacket &packet) { table.add(packet); });
+        table.sort();
         PairComparison comparison{table, m_arguments.fixParity};
-        KIVCS2CaptionPacket packet;
-        while (other.next(packet))
+        for (KIVCS2CaptionPacket packet; other.next(packet);)
             comparison.feed(other, packet);
         m_checks.push_back(comparison.check());
     }
@@ -376,10 +379,11 @@ private:
             tally.take(packet);
             onPacket(packet);
         }
+        tally.finish();
         addChecks(source, tally);
     }
 
-    void addChecks(const CaptionSource &source, Tally &tally)
+    void addChecks(const CaptionSource &source, const Tally &tally)
     {
         const KIVCS2CaptionFileReport report = source.report();
         for (const CheckRow &row : kChecks)
@@ -392,7 +396,6 @@ private:
                     check.detail += ", " + count(report.m_gapFrames, "frame") + " without a packet";
                 m_checks.push_back(std::move(check));
             }
-        tally.finish();
         const bool isEmpty = tally.allPairs() + tally.bytes708 == 0;
         m_checks.push_back({"captions", !isEmpty,
                             isEmpty                  ? "none: neither pairs nor CEA-708"
