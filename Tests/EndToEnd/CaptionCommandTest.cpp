@@ -171,7 +171,7 @@ TEST_F(CaptionCommand, CallsNothingNoSuccess)
     {
         Words words;
         int code;
-        const char *text; ///< somewhere in what is printed
+        std::string text; ///< somewhere in what is printed
     };
     const std::vector<Row> rows = {
         {{"caption", "show", unseen, "--captions"}, 1, "no caption in it comes to the screen"},
@@ -185,6 +185,10 @@ TEST_F(CaptionCommand, CallsNothingNoSuccess)
         {{"caption", "decode", "-"}, 3, "no pairs to decode"},
         {{"cdp", "parse", "-"}, 3, "standard input: no bytes of a packet"},
         {{"cdp", "parse", "--hex", " "}, 3, "--hex: no bytes of a packet"},
+        {{"caption", "convert", unseen, out}, 0, ": no caption in it comes to the screen\n"},
+        {{"caption", "convert", unseen, out, "--to", "srt"},
+         3,
+         "kivcs2: " + unseen + ": shows no captions ("},
         {{"caption", "convert", mcc, out, "--field", "2"}, 2, "--service"},
         {{"caption", "convert", mcc, out, "--both-tracks"}, 2, "of an SCC source"},
         {{"caption", "convert", mcc, out, "--to", "mcc1", "--mcc-version", "2"}, 2, "without a number"},

@@ -40,10 +40,6 @@ public:
     {
         return m_output.readablePath();
     }
-    [[nodiscard]] uint64_t size() const
-    {
-        return m_output.size();
-    }
 
     void commit()
     {

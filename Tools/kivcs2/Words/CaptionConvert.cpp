@@ -332,10 +332,10 @@ public:
         if (m_in.allPairs() + m_in.bytes708 == 0)
             throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{m_source.name()},
                           m_retiming ? "has no captions in what is taken" : "holds no captions");
-        if (m_in.captions.empty())
-            note(m_source.name() + ": no caption in it comes to the screen");
         finishRetiming();
         m_conversion->finish(result());
+        if (m_in.captions.empty())
+            note(m_source.name() + ": no caption in it comes to the screen");
         m_conversion->commit();
         m_notes.tellChanges();
         tell(isLost);
