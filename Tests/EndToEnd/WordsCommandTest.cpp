@@ -42,7 +42,8 @@ const std::map<std::string, std::set<int>> kOtherCodes = {
     {"kivcs2 services monitor", {6}}, {"kivcs2 services types", {0, 1, 5}},
     {"kivcs2 net listen", {6}},       {"kivcs2 net recv", {6}},
     {"kivcs2 shm create", {1, 4}},    {"kivcs2 shm attach", {1, 4}},
-    {"kivcs2 shm free", {1, 4}},      {"kivcs2 cdp find", {1}}};
+    {"kivcs2 shm free", {1, 4}},      {"kivcs2 cdp find", {1}},
+    {"kivcs2 caption monitor", {1}}};
 
 TEST_F(WordsCommand, RunsTheExampleOfEveryWord)
 {

@@ -111,7 +111,7 @@ void describeVerify(Word &verify, const Arguments &arguments)
 void addCaptionCommand(Word &root, Context &context)
 {
     Word &caption =
-        root.word("caption", "SCC and MCC caption files: info, show, at, decode, convert, verify");
+        root.word("caption", "SCC and MCC caption files, and live captions over RTP");
     caption.group(kGroupCaptions);
     caption.about(
         "Files: - is standard input or output. What is wrong with a file is told on standard error, a line\n"
@@ -139,6 +139,8 @@ void addCaptionCommand(Word &root, Context &context)
                         "Read a file, check everything and list every fault (exit 1: something is wrong)",
                         captionVerify),
                    arguments);
+    addPlayWord(caption, context);
+    addMonitorWord(caption, context);
 }
 
 } // namespace tool

@@ -39,6 +39,8 @@ int captionVerify(const CaptionArguments &arguments);
 
 /// Words of their own files.
 void addConvertWord(Word &caption, Context &context);
+void addPlayWord(Word &caption, Context &context);
+void addMonitorWord(Word &caption, Context &context);
 
 } // namespace tool
 

@@ -1,0 +1,103 @@
+// Packets of a stream, put into the order of their sequence numbers.
+#ifndef KIV_TOOL_CAPTION_REORDER_H
+#define KIV_TOOL_CAPTION_REORDER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace tool
+{
+
+/// A window of packets by extended sequence number (RFC 8331). A packet waits for those before it, until the
+/// window is full: then what is missing is given up as lost. Sequence numbers wrap at 2^32; those of a sender
+/// that leaves the high bits alone wrap at 2^16.
+///
+/// Numbers far from the present ones, or of another source, need a second packet to be believed (RFC 3550,
+/// appendix A.1), so that one stray packet moves nothing. Then they are a long gap or, backwards or beyond
+/// `kMostLost`, a sender that has begun anew.
+class Reorder
+{
+public:
+    static constexpr uint32_t kMostLost = uint32_t{1} << 23; ///< 38 hours at 60 a second
+
+    /// Of all packets taken each is in one of passed, doubled, late and strays, or still in the window.
+    struct Counts
+    {
+        uint64_t taken = 0;
+        uint64_t passed = 0;
+        uint64_t lost = 0;      ///< numbers that were given up
+        uint64_t gaps = 0;      ///< runs of them
+        uint64_t doubled = 0;   ///< numbers that had come already
+        uint64_t late = 0;      ///< numbers that had been given up, or before the first
+        uint64_t reordered = 0; ///< of those passed: a higher number had come before
+        uint64_t strays = 0;    ///< of another source, or far away, and never followed
+        uint64_t restarts = 0;  ///< the sender has begun anew
+    };
+    struct Passed
+    {
+        std::span<const uint8_t> bytes;
+        uint64_t lostBefore = 0; ///< numbers missing between the packet passed before and this one
+        bool restarted = false;  ///< the first of a sender that has begun anew
+    };
+    using OnPacket = std::function<void(const Passed &)>;
+
+    /// A window of so many packets, at least 1.
+    Reorder(uint32_t window, OnPacket onPacket);
+
+    void take(uint32_t source, uint32_t sequence, std::span<const uint8_t> bytes);
+
+    /// Passes what waits. Packets that come later for a gap in it are late.
+    void flush();
+
+    [[nodiscard]] const Counts &counts() const
+    {
+        return m_counts;
+    }
+
+private:
+    struct Slot
+    {
+        bool isFilled = false;
+        std::vector<uint8_t> bytes;
+    };
+    struct Candidate
+    {
+        uint32_t source, sequence;
+        std::vector<uint8_t> bytes;
+    };
+
+    void begin(uint32_t source, uint32_t sequence);
+    [[nodiscard]] uint32_t numberOf(uint32_t sequence);
+    [[nodiscard]] bool isNear(uint32_t number) const;
+    void accept(uint32_t number, std::span<const uint8_t> bytes);
+    void takeOld(uint32_t number);
+    void propose(uint32_t source, uint32_t sequence, std::span<const uint8_t> bytes);
+    void moveTo(uint32_t source, uint32_t sequence);
+    void advance();
+    void giveUp(uint64_t count);
+    void forgetCandidate();
+
+    OnPacket m_onPacket;
+    std::vector<Slot> m_slots; ///< a ring, m_next at m_head
+    std::vector<bool> m_came;  ///< of the numbers before m_next, by their low bits
+    size_t m_head = 0;
+    bool m_isRunning = false;
+    uint32_t m_source = 0;
+    uint32_t m_next = 0;     ///< the number that is passed next
+    uint32_t m_highest = 0;  ///< the highest that has come
+    uint32_t m_offset = 0;   ///< from the sender's sequence to the number: wraps at 2^16
+    uint32_t m_highBits = 0; ///< of the sequence that came last
+    uint32_t m_oldRun = 0;   ///< packets behind the window without one in it
+    uint64_t m_lostBefore = 0;
+    bool m_hasRestarted = false;
+    std::optional<Candidate> m_candidate;
+    Counts m_counts;
+};
+
+} // namespace tool
+
+#endif

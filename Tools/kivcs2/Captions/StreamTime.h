@@ -1,0 +1,90 @@
+// The time of live captions: time labels in ancillary packets, and the frames they stand for.
+#ifndef KIV_TOOL_CAPTION_STREAM_TIME_H
+#define KIV_TOOL_CAPTION_STREAM_TIME_H
+
+#include <KIVCoreServices2/KIVCS2CaptionPacket.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tool
+{
+
+/// An ancillary timecode packet (SMPTE ST 12-2): DID 60h, SDID 60h. Above 30 frames a second it is VITC,
+/// whose field flag says which frame of a pair it is.
+[[nodiscard]] KIVCS2CaptionPacket ancillaryTimecode(KIVCS2CaptionCounting counting, uint32_t frame);
+[[nodiscard]] bool isAncillaryTimecode(const KIVCS2CaptionPacket &packet);
+
+/// Where the time of a stream comes from.
+enum class TimeSource : uint8_t
+{
+    None,
+    CDP,
+    Ancillary,
+    RTP
+};
+[[nodiscard]] std::string_view timeSourceName(TimeSource source);
+
+/// The frames of a stream's packets: from the time code of a CDP, else from ancillary timecode, else by the RTP
+/// clock from the last of these, or from 0.
+class StreamTime
+{
+public:
+    /// `counting` as the caller knows it, or KIVCS2CaptionCounting_FindOut.
+    explicit StreamTime(KIVCS2CaptionCounting counting) : m_counting(counting) {}
+
+    /// The next RTP packet, in order, with what it carries. `isNew`: its clock has nothing to do with the one
+    /// before.
+    void take(uint32_t timestamp, std::span<const KIVCS2CaptionPacket> packets, bool isNew);
+
+    /// Known once a caption packet has come: the rate of its CDP, or 29.97 for one of a CEA-608 pair alone.
+    [[nodiscard]] KIVCS2CaptionCounting counting() const
+    {
+        return m_counting;
+    }
+    [[nodiscard]] TimeSource source() const
+    {
+        return m_source;
+    }
+
+    /// Of the last packet; 0 while the counting is not known.
+    [[nodiscard]] uint32_t frame() const
+    {
+        return m_frame;
+    }
+    [[nodiscard]] std::string timecode() const;
+
+private:
+    /// A time as SMPTE ST 12-1 has it.
+    struct Label
+    {
+        std::array<uint8_t, 4> digits; ///< hours, minutes, seconds, frames
+        bool drops;
+        bool isSecond;  ///< of a pair of frames, above 30 a second
+        bool tellsPair; ///< `isSecond` holds
+        TimeSource source;
+    };
+
+    [[nodiscard]] static std::optional<Label> labelOf(const KIVCS2CaptionPacket &packet);
+    [[nodiscard]] static std::optional<Label> labelOfAncillary(const KIVCS2CaptionPacket &packet);
+    void settleCounting(std::span<const KIVCS2CaptionPacket> packets);
+    [[nodiscard]] std::optional<uint32_t> frameOf(const Label &label) const;
+    [[nodiscard]] uint32_t frameByClock() const;
+
+    KIVCS2CaptionCounting m_counting;
+    TimeSource m_source = TimeSource::None;
+    std::optional<uint32_t> m_timestamp;
+    int64_t m_ticks = 0;  ///< of 90 kHz since the first packet
+    int64_t m_anchor = 0; ///< the ticks at which `m_anchorFrame` was
+    uint32_t m_anchorFrame = 0;
+    uint32_t m_frame = 0;
+    bool m_drops = true; ///< as the last label said; without one numbers follow the real time
+};
+
+} // namespace tool
+
+#endif
