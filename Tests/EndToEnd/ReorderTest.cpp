@@ -111,8 +111,8 @@ TEST(Reorder, PutsPacketsInOrder)
          "100 101 R 95",
          {0, 0, 0, 5, 0, 0, 1}},
         {"forward too far for a gap",
-         {{1}, {Reorder::kMostLost + 2}, {Reorder::kMostLost + 3}},
-         "1 R 8388610 8388611",
+         {{1}, {Reorder::kMostLost + 3}, {Reorder::kMostLost + 4}},
+         "1 R 8388611 8388612",
          {0, 0, 0, 0, 0, 0, 1}},
     };
     for (const Row &row : rows)
@@ -170,7 +170,7 @@ TEST(Reorder, CountsExactly)
                 expected += " " + std::to_string(first + index);
             }
             run.order.flush();
-            EXPECT_EQ(" " + run.passed, expected);
+            EXPECT_TRUE(" " + run.passed == expected); // the texts are long
             const Reorder::Counts &got = run.order.counts();
             EXPECT_EQ(got.lost, lost);
             EXPECT_EQ(got.gaps, lost);

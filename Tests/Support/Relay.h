@@ -24,6 +24,7 @@
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace kiv::test
 {
@@ -164,7 +165,33 @@ public:
             });
     }
 
+    enum class Way
+    {
+        Pass,
+        Lose,
+        Double,
+        Swap // behind the next one
+    };
+    // From now on `choose` says what becomes of each datagram, by its number from 0. On the relay's thread.
+    void choose(std::function<Way(size_t)> choose)
+    {
+        run([this, &choose] { m_choose = std::move(choose); });
+    }
+
 private:
+    void treat(std::string datagram)
+    {
+        const Way way = m_choose(m_taken++);
+        if (way == Way::Swap)
+        {
+            m_behind = std::move(datagram);
+            return;
+        }
+        for (int copies = way == Way::Lose ? 0 : way == Way::Double ? 2 : 1; copies > 0; --copies)
+            sendOn(datagram);
+        if (!m_behind.empty())
+            sendOn(std::exchange(m_behind, {}));
+    }
     void take()
     {
         std::string datagram(65536, '\0');
@@ -172,6 +199,8 @@ private:
         if (size < 0)
             return; // an error that an earlier datagram came back with
         datagram.resize(static_cast<size_t>(size));
+        if (m_choose)
+            return treat(std::move(datagram));
         if (!m_holds)
             return pass([this, datagram] { sendOn(datagram); });
         m_held.push_back(std::move(datagram));
@@ -187,6 +216,9 @@ private:
     int m_socket;
     bool m_holds = false;
     std::deque<std::string> m_held;
+    std::function<Way(size_t)> m_choose;
+    size_t m_taken = 0;
+    std::string m_behind;
     std::atomic<size_t> m_heldCount = 0;
 };
 

@@ -12,6 +12,7 @@ namespace
 {
 
 constexpr size_t kLeastHistory = 1024;
+constexpr uint32_t kLeastReach = 64; // of a small window too: two losses in a row are no new sender
 
 // From `from` to `to`, over the wrap.
 int32_t distance(uint32_t from, uint32_t to)
@@ -22,7 +23,7 @@ int32_t distance(uint32_t from, uint32_t to)
 } // namespace
 
 Reorder::Reorder(uint32_t window, OnPacket onPacket)
-    : m_onPacket(std::move(onPacket)), m_slots(std::max(window, 1u)),
+    : m_onPacket(std::move(onPacket)), m_slots(std::max(window, 1u)), m_reach(std::max(window, kLeastReach)),
       m_came(std::bit_ceil(std::max(kLeastHistory, 2 * m_slots.size())))
 {
 }
@@ -64,7 +65,7 @@ uint32_t Reorder::numberOf(uint32_t sequence)
 {
     const uint32_t number = sequence + m_offset;
     const auto low = static_cast<int16_t>(static_cast<uint16_t>(sequence - m_highest));
-    if (isNear(number) || sequence >> 16 != m_highBits || std::abs(low) > static_cast<int>(m_slots.size()))
+    if (isNear(number) || sequence >> 16 != m_highBits || std::abs(int64_t{low}) > m_reach)
         return number;
     const uint32_t continued = m_highest + static_cast<uint32_t>(int32_t{low});
     if (low > 0)
@@ -75,7 +76,7 @@ uint32_t Reorder::numberOf(uint32_t sequence)
 bool Reorder::isNear(uint32_t number) const
 {
     const int64_t from = distance(m_highest, number);
-    return from <= static_cast<int64_t>(m_slots.size()) && from > -static_cast<int64_t>(m_came.size() / 2);
+    return from <= m_reach && from > -static_cast<int64_t>(m_came.size() / 2);
 }
 
 void Reorder::accept(uint32_t number, std::span<const uint8_t> bytes)
@@ -139,7 +140,7 @@ void Reorder::propose(uint32_t source, uint32_t sequence, std::span<const uint8_
         ++m_counts.doubled;
         return;
     }
-    if (std::abs(from) > static_cast<int64_t>(m_slots.size()))
+    if (std::abs(from) > m_reach)
     {
         forgetCandidate();
         m_candidate = {source, sequence, {bytes.begin(), bytes.end()}};

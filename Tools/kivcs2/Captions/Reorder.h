@@ -83,6 +83,7 @@ private:
 
     OnPacket m_onPacket;
     std::vector<Slot> m_slots; ///< a ring, m_next at m_head
+    int64_t m_reach;           ///< numbers so far ahead are believed at once
     std::vector<bool> m_came;  ///< of the numbers before m_next, by their low bits
     size_t m_head = 0;
     bool m_isRunning = false;

@@ -1,0 +1,280 @@
+// kivcs2 caption play and monitor over a cable between two namespaces.
+#include "CaptionReading.h"
+#include "CommandRun.h"
+#include "NetworkNamespace.h"
+#include "Relay.h"
+
+#include <KIVCoreServices2/KIVCS2FileStream.h>
+
+#include <csignal>
+#include <map>
+#include <optional>
+#include <poll.h>
+#include <random>
+#include <set>
+
+namespace
+{
+using namespace kiv::test;
+using Pairs = std::map<uint32_t, std::string>; // a frame's pairs of both fields, empty ones left out
+using Way = DatagramRelay::Way;
+
+constexpr int kMostSeconds = 120;
+
+sockaddr_in at(const char *address, uint16_t port)
+{
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_port = htons(port);
+    inet_pton(AF_INET, address, &place.sin_addr);
+    return place;
+}
+
+Pairs pairsOf(const fs::path &path)
+{
+    KIVCS2CaptionReadOptions options{};
+    options.m_order = path.extension() == ".scc" ? KIVCS2CaptionOrder_Frame : KIVCS2CaptionOrder_File;
+    Reading reading{fileText(path), options};
+    Pairs found;
+    for (const KIVCS2CaptionPacket &packet : reading.all().packets)
+    {
+        KIVCS2CaptionPairs pairs;
+        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
+        for (size_t field = 0; field < 2; ++field)
+            for (size_t pair = 0; pair < pairs.m_count[field]; ++pair)
+                if (const uint8_t *const bytes = pairs.m_pairs[field][pair];
+                    ((bytes[0] | bytes[1]) & 0x7F) != 0)
+                    found[packet.m_frame] +=
+                        std::to_string(field) + ":" + std::to_string(bytes[0] * 256 + bytes[1]) + " ";
+    }
+    return found;
+}
+
+class LiveCaptions : public Command
+{
+protected:
+    struct Process
+    {
+        pid_t pid;
+        int out; // its standard output
+        std::string text = {};
+    };
+
+    // The alarm clock stays through exec: nothing outlives the test.
+    Process launch(const NetworkNamespace &in, const Words &arguments) const
+    {
+        int ends[2];
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            in.enter();
+            alarm(kMostSeconds);
+            dup2(ends[1], 1);
+            std::vector<char *> words{const_cast<char *>("kivcs2"), const_cast<char *>("--json"),
+                                      const_cast<char *>("caption")};
+            for (const std::string &word : arguments)
+                words.push_back(const_cast<char *>(word.c_str()));
+            words.push_back(nullptr);
+            execv(m_command, words.data());
+            _exit(127);
+        }
+        close(ends[1]);
+        return {child, ends[0]};
+    }
+
+    // Reads on until the text comes, for so many milliseconds between two pieces; false if it does not.
+    static bool readUntil(Process &process, const std::string &text, int milliseconds)
+    {
+        const size_t from = process.text.size();
+        for (;;)
+        {
+            if (!text.empty() && process.text.find(text, from) != std::string::npos)
+                return true;
+            pollfd asked{process.out, POLLIN, 0};
+            char piece[4096];
+            const ssize_t size =
+                poll(&asked, 1, milliseconds) == 1 ? read(process.out, piece, sizeof piece) : 0;
+            if (size <= 0)
+                return false;
+            process.text.append(piece, static_cast<size_t>(size));
+        }
+    }
+
+    static int end(Process &process)
+    {
+        readUntil(process, "", kMostSeconds * 1000); // to its end
+        close(process.out);
+        int status = 0;
+        waitpid(process.pid, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+    // Plays a file; when all has come the monitor is interrupted. Its last line.
+    Json play(const std::string &file, const std::string &from, const std::string &to, const Words &options)
+    {
+        Process monitor = launch(*m_far, {"monitor", from, "--to", path("out.mcc").string()});
+        EXPECT_TRUE(readUntil(monitor, "listening", kMostSeconds * 1000));
+        Words words{"play", file, to};
+        words.insert(words.end(), options.begin(), options.end());
+        Process player = launch(*m_near, words);
+        EXPECT_EQ(end(player), 0);
+        // A second after the last packet the monitor says so. If it has already, all has come anyway.
+        (void)readUntil(monitor, "", 0);
+        (void)readUntil(monitor, "noPackets", 5000);
+        kill(monitor.pid, SIGINT);
+        EXPECT_EQ(end(monitor), 0) << monitor.text;
+        m_text = monitor.text;
+        m_played = parseJson(player.text);
+        monitor.text.pop_back();
+        return parseJson(monitor.text.substr(monitor.text.rfind('\n') + 1));
+    }
+
+    // Behind the question whether namespaces can be made.
+    void join()
+    {
+        m_near.emplace();
+        m_far.emplace();
+        m_near->join("10.9.0.1", *m_far, "10.9.0.2");
+    }
+
+    std::optional<NetworkNamespace> m_near, m_far;
+    std::string m_text; // all that the monitor said
+    Json m_played;      // what the player said
+};
+
+TEST_F(LiveCaptions, EveryPairComesOnItsFrame)
+{
+    KIV_NEEDS_NETWORK_NAMESPACES();
+    join();
+    const std::string group = "udp://239.1.1.1:20000";
+    const Json total = play(KIV_EXAMPLE_SCC, group, group, {"--speed", "20", "--interface", "10.9.0.1"});
+    const Pairs source = pairsOf(KIV_EXAMPLE_SCC);
+    EXPECT_EQ(pairsOf(path("out.mcc")), source);
+    EXPECT_EQ(total["packets"], m_played["frames"]);
+    EXPECT_EQ(m_played["captionFrames"], source.size());
+    EXPECT_EQ(m_played["stops"], 0);
+    EXPECT_EQ(total["captions"], 7); // the last one too, which the interrupt has ended
+    EXPECT_EQ(total["timeSource"], "ancillary timecode");
+    EXPECT_EQ(total["drop"], true);
+    for (const char *const none : {"lost", "doubled", "late", "reordered", "strays", "restarts", "notRTP"})
+        EXPECT_EQ(total[none], 0) << none;
+    for (const auto &[alarm, count] : total["alarms"].items())
+        EXPECT_EQ(alarm, "noPackets");
+
+    // The file is played as it is, under the clock of RTP alone: from 0 on.
+    fs::rename(path("out.mcc"), path("in.mcc"));
+    const Json again = play(path("in.mcc").string(), group, group, {"--speed", "20", "--no-timecode"});
+    EXPECT_EQ(again["timeSource"], "RTP clock");
+    Pairs moved;
+    for (const auto &[frame, pairs] : source)
+        moved[frame - source.begin()->first] = pairs;
+    EXPECT_EQ(pairsOf(path("out.mcc")), moved);
+}
+
+TEST_F(LiveCaptions, WhatIsLostIsCountedExactly)
+{
+    KIV_NEEDS_NETWORK_NAMESPACES();
+    join();
+    const Pairs source = pairsOf(KIV_EXAMPLE_SCC);
+    const uint32_t first = source.begin()->first, count = source.rbegin()->first - first + 1;
+    // One of a hundred each, neither the first nor the last ones, apart from each other.
+    std::mt19937 random{20};
+    std::map<size_t, Way> ways;
+    Pairs expected = source;
+    uint64_t numbers[4] = {};
+    for (size_t index = 8; index + 8 < count; index += 4)
+    {
+        const auto way = static_cast<Way>(std::min<unsigned long>(random() % 25, 4) % 4);
+        if (way == Way::Pass)
+            continue;
+        ways[index] = way;
+        ++numbers[static_cast<size_t>(way)];
+        if (way == Way::Lose)
+            expected.erase(first + static_cast<uint32_t>(index));
+    }
+    ASSERT_LT(expected.size(), source.size());
+
+    std::optional<DatagramRelay> relay;
+    m_far->run([&] { relay.emplace(at("10.9.0.2", 20001), at("10.9.0.2", 20000)); });
+    relay->choose(
+        [&ways](size_t index)
+        {
+            const auto way = ways.find(index);
+            return way == ways.end() ? Way::Pass : way->second;
+        });
+    const Json total =
+        play(KIV_EXAMPLE_SCC, "udp://10.9.0.2:20000", "udp://10.9.0.2:20001", {"--speed", "20"});
+    EXPECT_EQ(pairsOf(path("out.mcc")), expected);
+    EXPECT_EQ(total["lost"], numbers[static_cast<size_t>(Way::Lose)]);
+    EXPECT_EQ(total["gaps"], total["lost"]);
+    EXPECT_EQ(total["doubled"], numbers[static_cast<size_t>(Way::Double)]);
+    EXPECT_EQ(total["reordered"], numbers[static_cast<size_t>(Way::Swap)]);
+    EXPECT_EQ(total["alarms"]["lost"], total["lost"]);
+    for (const char *const none : {"late", "strays", "restarts", "notRTP"})
+        EXPECT_EQ(total[none], 0) << none;
+    for (const auto &[alarm, times] : total["alarms"].items())
+        EXPECT_TRUE(alarm == "lost" || alarm == "noPackets") << alarm << " " << times;
+}
+
+// Over a minute, where numbers are dropped, and with pairs of frames that share a number.
+TEST_F(LiveCaptions, EveryCountingKeepsItsFrames)
+{
+    KIV_NEEDS_NETWORK_NAMESPACES();
+    join();
+    for (const KIVCS2CaptionCounting counting : {KIVCS2CaptionCounting_23_98, KIVCS2CaptionCounting_29_97NDF,
+                                                 KIVCS2CaptionCounting_50, KIVCS2CaptionCounting_59_94DF})
+    {
+        SCOPED_TRACE(kivCS2CaptionCounting_name(counting));
+        const std::string in = path("in.mcc").string();
+        KIVCS2FileStream stream;
+        KIVCS2CaptionFile file;
+        ASSERT_EQ(kivCS2FileStream_init(&stream, in.c_str(), "w"), KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2CaptionFile_initWriting(&file, &stream.m_stream, true, KIVCS2CaptionFileKind_MCC1,
+                                                counting, nullptr),
+                  KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2CaptionFile_writeHeader(&file, nullptr), KIVCS2STATUS_OK);
+        uint32_t minute = 0;
+        ASSERT_EQ(kivCS2CaptionCounting_frameFromText(counting, "09:59:00:00", &minute, nullptr),
+                  KIVCS2STATUS_OK);
+        for (uint32_t frame = minute - 40; frame < minute + 41; frame += frame % 3 + 1)
+        {
+            const KIVCS2CaptionPairs pairs{{1, 0}, {{{0xC8, 0xE9}}}, {}};
+            ASSERT_EQ(kivCS2CaptionFile_writeCaptions(&file, frame, &pairs, nullptr), KIVCS2STATUS_OK);
+        }
+        ASSERT_EQ(kivCS2CaptionFile_finish(&file), KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
+        const Json total = play(in, "udp://10.9.0.2:20000", "udp://10.9.0.2:20000", {"--speed", "5"});
+        EXPECT_EQ(total["rate"], kivCS2CaptionCounting_name(counting));
+        EXPECT_EQ(total["packets"], m_played["frames"]);
+        EXPECT_EQ(pairsOf(path("out.mcc")), pairsOf(in));
+    }
+}
+
+TEST_F(LiveCaptions, NothingIsNoSuccess)
+{
+    const std::string here = "udp://127.0.0.1:0", none = path("out.mcc").string();
+    struct Row
+    {
+        Words words;
+        int code;
+    };
+    for (const Row &row :
+         {Row{{"monitor", "udp://127.0.0.1:20973", "--for", "0.2", "--to", none}, 1},
+          Row{{"monitor", here}, 2}, Row{{"monitor", "127.0.0.1:20000"}, 2},
+          Row{{"monitor", "udp://:20000"}, 2},
+          Row{{"monitor", "udp://239.1.1.1:20000", "--interface", "none9"}, 5},
+          Row{{"monitor", "udp://192.0.2.1:20000"}, 4},
+          Row{{"monitor", "udp://127.0.0.1:20000", "--window", "0"}, 2},
+          Row{{"monitor", "udp://127.0.0.1:20973", "--to", path("no/folder.mcc").string()}, 4},
+          Row{{"play", KIV_EXAMPLE_SCC, here}, 2}, Row{{"play", none, "udp://127.0.0.1:20973"}, 4},
+          Row{{"play", "-", "udp://127.0.0.1:20973", "--loop"}, 2},
+          Row{{"play", KIV_EXAMPLE_SCC, "udp://127.0.0.1:20973", "--speed", "0"}, 2}})
+    {
+        Words words{"caption"};
+        words.insert(words.end(), row.words.begin(), row.words.end());
+        EXPECT_EQ(run(words).code, row.code) << testing::PrintToString(row.words);
+    }
+    EXPECT_FALSE(fs::exists(none));
+}
+} // namespace
