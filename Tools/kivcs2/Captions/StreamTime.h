@@ -29,8 +29,8 @@ enum class TimeSource : uint8_t
 };
 [[nodiscard]] std::string_view timeSourceName(TimeSource source);
 
-/// The frames of a stream's packets: from the time code of a CDP, else from ancillary timecode, else by the RTP
-/// clock from the last of these, or from 0.
+/// The frames of a stream's packets: from the time code of a CDP, else from ancillary timecode, else by the
+/// RTP clock from the last of these, or from 0.
 class StreamTime
 {
 public:

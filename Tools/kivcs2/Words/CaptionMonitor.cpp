@@ -1,5 +1,5 @@
-// kivcs2 caption monitor: the captions of a stream of ancillary data (SMPTE ST 2110-40, RFC 8331), and what is
-// wrong with it, as they come.
+// kivcs2 caption monitor: the captions of a stream of ancillary data (SMPTE ST 2110-40, RFC 8331), and what
+// is wrong with it, as they come.
 #include "Captions/Alarms.h"
 #include "Captions/CaptionTarget.h"
 #include "Captions/Decoding.h"
@@ -74,7 +74,7 @@ bool hasCaptions(const KIVCS2CaptionPacket &packet)
            std::ranges::any_of(pairsOf(packet, 2), isFilled);
 }
 
-/// What the monitor tells: lines for people, alarms among them on standard error; for programs an object a line.
+/// What the monitor tells: lines for people, with alarms on standard error; for programs an object a line.
 class MonitorLines
 {
 public:
