@@ -3,7 +3,7 @@
  *
  *   example_caption_sender captions.scc <group> <port> [times the pace]
  *
- * The file is retimed from 29.97: a CDP for every frame of the result, with the pairs of both fields in turns.
+ * The file is retimed from 29.97: a CDP for every frame of the result, in which the fields take turns.
  */
 #ifndef _POSIX_C_SOURCE
 #define _POSIX_C_SOURCE 200809L /* for clock_nanosleep */

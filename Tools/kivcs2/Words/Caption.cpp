@@ -110,8 +110,7 @@ void describeVerify(Word &verify, const Arguments &arguments)
 
 void addCaptionCommand(Word &root, Context &context)
 {
-    Word &caption =
-        root.word("caption", "SCC and MCC caption files, and live captions over RTP");
+    Word &caption = root.word("caption", "SCC and MCC caption files, and live captions over RTP");
     caption.group(kGroupCaptions);
     caption.about(
         "Files: - is standard input or output. What is wrong with a file is told on standard error, a line\n"
