@@ -251,6 +251,76 @@ TEST_F(LiveCaptions, EveryCountingKeepsItsFrames)
     }
 }
 
+// What is damaged is told, once each, and costs no neighbour.
+TEST_F(LiveCaptions, AlarmsNameWhatIsWrong)
+{
+    KIV_NEEDS_NETWORK_NAMESPACES();
+    join();
+    Process monitor = launch(
+        *m_far, {"monitor", "udp://10.9.0.2:20000", "--silence", "0.2", "--to", path("out.mcc").string()});
+    ASSERT_TRUE(readUntil(monitor, "listening", kMostSeconds * 1000));
+    int sender = -1;
+    m_near->run([&sender] { sender = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); });
+    const sockaddr_in to = at("10.9.0.2", 20000);
+    const auto send = [&](const std::string &bytes)
+    {
+        EXPECT_EQ(
+            sendto(sender, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&to), sizeof to),
+            static_cast<ssize_t>(bytes.size()));
+    };
+    KIVCS2CaptionRTP rtp{};
+    rtp.m_sequence = UINT32_MAX - 1;
+    const auto datagram = [&rtp](uint16_t sequence, KIVCS2CaptionCounting counting, uint8_t first)
+    {
+        const KIVCS2CaptionPairs pairs{{1, 0}, {{{first, 0xE9}}}, {}};
+        KIVCS2CaptionPacket packet;
+        EXPECT_EQ(kivCS2CaptionPacket_build(&packet, counting, sequence, &pairs, nullptr, nullptr, 0),
+                  KIVCS2STATUS_OK);
+        std::string bytes(1500, '\0');
+        uint64_t size = bytes.size();
+        EXPECT_EQ(kivCS2CaptionPacket_wrap(KIVCS2CaptionCarrier_RTP, &packet, 1, nullptr, &rtp,
+                                           reinterpret_cast<uint8_t *>(bytes.data()), &size),
+                  KIVCS2STATUS_OK);
+        bytes.resize(size);
+        ++rtp.m_sequence;
+        rtp.m_timestamp += 3600;
+        return bytes;
+    };
+    constexpr KIVCS2CaptionCounting k25 = KIVCS2CaptionCounting_25;
+    send(datagram(7, k25, 0xC8));
+    send(datagram(8, k25, 0x48)); // parity
+    std::string damaged = datagram(9, k25, 0xC8);
+    damaged[60] ^= 0x10; // checksums
+    send(damaged);
+    send(datagram(20, k25, 0xC8)); // 9 could not be read, so this is a break
+    send(datagram(21, KIVCS2CaptionCounting_24, 0xC8));
+    send("");
+    send("not RTP");
+    send(std::string("\x80\x64", 2) + std::string(9, '\0'));
+    send(datagram(22, k25, 0xC8).substr(0, 50)); // cut
+    rtp = {0, 0, 77, 100, 1, 0, 0, {}};
+    send(datagram(0, k25, 0xC8)); // another sender
+    send(datagram(1, k25, 0xC8));
+    for (const char *const kind : {"noPackets", "noCaption"})
+        EXPECT_TRUE(monitor.text.find(kind) != std::string::npos ||
+                    readUntil(monitor, kind, kMostSeconds * 1000));
+    kill(monitor.pid, SIGTERM);
+    EXPECT_EQ(end(monitor), 0);
+    close(sender);
+    monitor.text.pop_back();
+    const Json total = parseJson(monitor.text.substr(monitor.text.rfind('\n') + 1));
+    EXPECT_EQ(total["notRTP"], 3);
+    EXPECT_EQ(total["restarts"], 1);
+    EXPECT_EQ(total["lost"], 0);
+    EXPECT_EQ(total["rate"], "25");
+    Json alarms = total["alarms"];
+    EXPECT_GE(alarms["noCaption"], 1);
+    alarms.erase("noCaption");
+    alarms.erase("noPackets");
+    EXPECT_EQ(alarms.dump(), R"({"checksum":1,"malformed":4,"parity":2,"rate":1,"restart":1,"sequence":1})");
+    EXPECT_EQ(pairsOf(path("out.mcc")).size(), 8u); // also of the damaged ones, whose triplets are whole
+}
+
 TEST_F(LiveCaptions, NothingIsNoSuccess)
 {
     const std::string here = "udp://127.0.0.1:0", none = path("out.mcc").string();

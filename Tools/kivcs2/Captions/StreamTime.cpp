@@ -187,7 +187,8 @@ uint32_t StreamTime::frameByClock() const
 {
     const KIVCS2CaptionCountingInfo info = infoOf(m_counting);
     const int64_t unit = kClock * info.m_denominator;
-    const int64_t since = (m_ticks - m_anchor) * info.m_numerator + unit / 2;
+    // A quarter early is still this frame, and so is a second field, half a frame late.
+    const int64_t since = (m_ticks - m_anchor) * info.m_numerator + unit / 4;
     const int64_t frames = since / unit - (since % unit < 0 ? 1 : 0);
     const int64_t day = info.m_perDay;
     return static_cast<uint32_t>(((m_anchorFrame + frames) % day + day) % day);
@@ -197,7 +198,7 @@ void StreamTime::take(uint32_t timestamp, std::span<const KIVCS2CaptionPacket> p
 {
     if (isNew)
     {
-        m_anchorFrame = m_frame;
+        m_anchorFrame = m_frame + 1;
         m_anchor = m_ticks;
         m_timestamp = timestamp;
     }

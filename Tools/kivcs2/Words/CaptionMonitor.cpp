@@ -74,6 +74,22 @@ bool hasCaptions(const KIVCS2CaptionPacket &packet)
            std::ranges::any_of(pairsOf(packet, 2), isFilled);
 }
 
+// Whether the header of RTP and that of RFC 8331 are whole.
+bool hasHeaders(std::span<const uint8_t> datagram)
+{
+    constexpr size_t kFixed = 12, kPayloadHead = 8;
+    size_t size = kFixed;
+    if (datagram.size() >= size)
+    {
+        size += size_t{4} * (datagram[0] & 0x0Fu); // contributing sources
+        const bool isExtended = (datagram[0] & 0x10u) != 0;
+        if (isExtended && datagram.size() >= size + 4)
+            size += size_t{4} * (size_t{datagram[size + 2]} << 8 | datagram[size + 3]);
+        size += isExtended ? 4 : 0;
+    }
+    return datagram.size() >= size + kPayloadHead;
+}
+
 /// What the monitor tells: lines for people, with alarms on standard error; for programs an object a line.
 class MonitorLines
 {
@@ -345,16 +361,14 @@ public:
 
     void take(std::span<const uint8_t> datagram)
     {
-        constexpr uint8_t kUnset = 0xFF; // no payload type
         KIVCS2CaptionPlace place{};
-        place.m_rtp.m_payloadType = kUnset;
         uint64_t offset = 0;
         KIVCS2CaptionPacket packet;
         m_bytes += datagram.size();
         const KIVCS2Status status =
             kivCS2CaptionPacket_find(KIVCS2CaptionCarrier_RTP | KIVCS2CaptionCarrier_AnyPacket,
                                      datagram.data(), datagram.size(), &offset, &packet, &place);
-        if (status == KIVCS2STATUS_FORMAT_ERR || place.m_rtp.m_payloadType == kUnset)
+        if (status == KIVCS2STATUS_FORMAT_ERR || !hasHeaders(datagram))
         {
             ++m_foreign;
             m_alarms.raise(Alarm::Malformed, m_captions.timecode(), "a datagram that is not RTP");
