@@ -44,13 +44,13 @@ LiveAddress::LiveAddress(const std::string &url)
 {
     constexpr std::string_view kScheme = "udp://";
     const size_t colon = url.rfind(':');
-    const auto number =
-        colon < url.size() ? wholeNumber(std::string_view{url}.substr(colon + 1)) : std::nullopt;
-    if (!url.starts_with(kScheme) || colon <= kScheme.size() || !number || *number == 0 ||
-        *number > UINT16_MAX)
+    const bool hasPort = colon < url.size() && colon > kScheme.size();
+    // 0 is not a port, so it stands for a text that is not a number.
+    const uint64_t number = hasPort ? wholeNumber(std::string_view{url}.substr(colon + 1)).value_or(0) : 0;
+    if (!url.starts_with(kScheme) || number == 0 || number > UINT16_MAX)
         throw Failure(kExitUsage, "\"" + visible(url) + "\" is not an address such as udp://239.1.1.1:20000");
     host = url.substr(kScheme.size(), colon - kScheme.size());
-    port = static_cast<uint16_t>(*number);
+    port = static_cast<uint16_t>(number);
 }
 
 LiveSocket::LiveSocket(const LiveAddress &peer) : m_name(visible(peer.host) + ":" + std::to_string(peer.port))

@@ -354,7 +354,8 @@ KIVCS2CaptionPacket buildPacket(const Arguments &arguments)
                                                parseCaptionPair(arguments.field2)};
     for (size_t field = 0; field < fields.size(); ++field)
     {
-        pairs.m_count[field] = 1;
+        // The library adds the empty pairs that the rate asks for.
+        pairs.m_count[field] = ((fields[field].first | fields[field].second) & 0x7F) != 0;
         pairs.m_pairs[field][0][0] = fields[field].first;
         pairs.m_pairs[field][0][1] = fields[field].second;
     }
