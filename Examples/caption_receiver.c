@@ -79,7 +79,7 @@ static KIVCS2Status take(struct host *host, KIVCS2CaptionPacket *packet, uint32_
     }
     kivCS2CaptionCounting_getInfo(host->counting, &info);
     host->frame = (uint32_t)(((uint64_t)(uint32_t)(timestamp - host->first) * info.m_numerator +
-                              45000u * info.m_denominator) /
+                              (uint64_t)45000u * info.m_denominator) /
                              (90000u * (uint64_t)info.m_denominator));
     packet->m_frame = host->frame;
     return kivCS2CaptionDecoder_feed(&host->decoder, packet);

@@ -116,18 +116,18 @@ private:
     KIVCS2CaptionFileHeader m_header{};
     KIVCS2CaptionFileReport m_report{};
     const KIVCS2CaptionCountingInfo *m_info = nullptr;
-    uint32_t m_rateCodes = 0; // bit n: CDPs of rate code n belong to the counting
     Survey m_survey;
+    uint32_t m_rateCodes = 0; // bit n: CDPs of rate code n belong to the counting
     bool m_headerTaken = false, m_sawBlank = false, m_sawFormat = false, m_sawCaption = false;
     KIVCS2Status m_headerStatus = KIVCS2STATUS_OK;
     KIVCS2Status m_ended = KIVCS2STATUS_OK; // a failure that stays
-    bool m_toldEnd = false;
 
     uint64_t m_firstOffset = 0; // of the first caption line
     uint32_t m_origin = 0;      // the first frame of the file, if m_hasOrigin
+    uint32_t m_dropBefore = 0;  // behind a seek: packets before this frame are passed over
+    bool m_toldEnd = false;
     bool m_hasOrigin = false;
-    bool m_runsOver = false;   // a line of the next day was met
-    uint32_t m_dropBefore = 0; // behind a seek: packets before this frame are passed over
+    bool m_runsOver = false; // a line of the next day was met
     bool m_dropping = false;
 
     Current m_current;
@@ -136,25 +136,25 @@ private:
     std::array<char, 1024> m_gathered; // an MCC line without most of its blanks; longer than any packet's
 
     // The words of an SCC line.
-    bool m_inWords = false;
-    size_t m_at = 0;   // in the line's text
-    size_t m_gone = 0; // characters of the line in front of the text
-    uint32_t m_wordFrame = 0;
+    size_t m_at = 0;           // in the line's text
+    size_t m_gone = 0;         // characters of the line in front of the text
     uint64_t m_lineFaults = 0; // of the line, for its first pair
-    bool m_first = true;       // no pair of the line is out yet
+    uint32_t m_wordFrame = 0;
+    bool m_inWords = false;
+    bool m_first = true; // no pair of the line is out yet
 
     // The line before.
     bool m_hasLast = false;
-    uint32_t m_lastFrame = 0; // its timecode
-    uint32_t m_nextFrame = 0; // behind its last pair
-    uint32_t m_lastSuffix[3] = {};
     bool m_hasSequence = false;
+    uint32_t m_lastFrame = 0; // its timecode
+    uint32_t m_nextFrame = 0; // after its last pair
+    uint32_t m_lastSuffix[3] = {};
     uint16_t m_sequence = 0;
 
+    bool m_listed = false;
     LineIndex m_index;
     LineList m_list;
     size_t m_listAt = 0;
-    bool m_listed = false;
 };
 } // namespace kiv::cc
 
