@@ -22,8 +22,8 @@ constexpr size_t kANCAround = 4; // DID, SDID, data count, checksum
 constexpr std::array<uint8_t, 256> kDigits = []
 {
     std::array<uint8_t, 256> values = kWordValues;
-    for (char digit = 'a'; digit <= 'f'; ++digit)
-        values[static_cast<size_t>(digit)] = kBadValue;
+    for (unsigned char digit = 'a'; digit <= 'f'; ++digit)
+        values[digit] = kBadValue;
     return values;
 }();
 
