@@ -5,7 +5,6 @@
 #include "Terminal/Output.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace tool
 {
@@ -64,13 +63,13 @@ KIVCS2CaptionPacket ancillaryTimecode(KIVCS2CaptionCounting counting, uint32_t f
     const KIVCS2CaptionCountingInfo info = infoOf(counting);
     const auto text = textOf(counting, frame);
     const bool isPaired = info.m_numbers > kPairsAbove;
-    const int number = std::atoi(text.data() + 9);
-    const int shown = isPaired ? number / 2 : number;
-    const bool isSecond = isPaired && number % 2 != 0;
     const auto digit = [&text](size_t at)
     {
         return static_cast<uint8_t>(text[at] - '0');
     };
+    const int number = digit(9) * 10 + digit(10);
+    const int shown = isPaired ? number / 2 : number;
+    const bool isSecond = isPaired && number % 2 != 0;
 
     std::array<uint8_t, kWords> digits{};
     digits[FrameUnits] = static_cast<uint8_t>(shown % 10);
