@@ -278,10 +278,11 @@ public:
             const Cause &cause = m_causes[fault];
             if (cause.count == 0)
                 continue;
-            const std::string places =
-                cause.first.empty() ? "" : ": " + count(cause.count, "packet") + ", first " + cause.first;
-            note(name + ": " + kivCS2CaptionFile_getFaultName(fault) + places + " (" +
-                 statusText(kivCS2CaptionFile_getFaultStatus(fault)) + ")");
+            std::string text = name;
+            text.append(": ").append(kivCS2CaptionFile_getFaultName(fault));
+            if (!cause.first.empty())
+                text.append(": ").append(count(cause.count, "packet")).append(", first ").append(cause.first);
+            note(text.append(" (").append(statusText(kivCS2CaptionFile_getFaultStatus(fault))).append(")"));
         }
     }
 
