@@ -39,7 +39,7 @@ Pairs pairsOf(const fs::path &path)
     for (const KIVCS2CaptionPacket &packet : reading.all().packets)
     {
         KIVCS2CaptionPairs pairs;
-        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
+        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // empty if there are none
         for (size_t field = 0; field < 2; ++field)
             for (size_t pair = 0; pair < pairs.m_count[field]; ++pair)
                 if (const uint8_t *const bytes = pairs.m_pairs[field][pair];

@@ -116,7 +116,7 @@ struct Reading
         for (const KIVCS2CaptionPacket &packet : packets)
         {
             KIVCS2CaptionPairs pairs;
-            (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
+            (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // empty if there are none
             for (size_t pair = 0; pair < pairs.m_count[field]; ++pair)
                 if (const uint8_t *bytes = pairs.m_pairs[field][pair]; ((bytes[0] | bytes[1]) & 0x7F) != 0)
                 {

@@ -96,7 +96,7 @@ Placed placed(const Reading &reading)
     for (const KIVCS2CaptionPacket &packet : reading.packets)
     {
         KIVCS2CaptionPairs pairs;
-        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
+        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // empty if there are none
         for (uint8_t pair = 0; pair < pairs.m_count[0]; ++pair)
             if (const uint8_t *bytes = pairs.m_pairs[0][pair]; ((bytes[0] | bytes[1]) & 0x7F) != 0)
                 found.emplace_back(packet.m_frame, std::string{bytes, bytes + 2});

@@ -86,7 +86,7 @@ public:
     void take(const KIVCS2CaptionPacket &packet) override
     {
         KIVCS2CaptionPairs pairs;
-        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is an answer too
+        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // empty if there are none
         if (m_way.kind == KIVCS2CaptionFileKind_SCC)
             takeField(packet.m_frame, pairs);
         else

@@ -147,7 +147,7 @@ bool Retiming::take(const KIVCS2CaptionPacket &packet)
 void Retiming::expect(const KIVCS2CaptionPacket &packet, uint64_t frame)
 {
     KIVCS2CaptionPairs pairs;
-    (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is an answer too
+    (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // empty if there are none
     for (size_t field = 0; field < 2; ++field)
         for (const auto &pair : std::span{pairs.m_pairs[field], pairs.m_count[field]})
             if (!isEmpty(pair))

@@ -124,7 +124,7 @@ void Tally::take(const KIVCS2CaptionPacket &packet)
     last = packet.m_frame;
     packetDigest.add(packet);
     KIVCS2CaptionPairs found;
-    (void)kivCS2CaptionPacket_getPairs(&packet, &found); // none is an answer too
+    (void)kivCS2CaptionPacket_getPairs(&packet, &found); // empty if there are none
     for (uint32_t field = 0; field < 2; ++field)
         for (uint32_t index = 0; index < found.m_count[field]; ++index)
         {

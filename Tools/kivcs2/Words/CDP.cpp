@@ -119,7 +119,7 @@ struct Content
     {
         for (uint32_t field = 1; field <= 2; ++field)
             fields[field - 1] = pairsOf(packet, field);
-        (void)kivCS2CaptionPacket_getDTVCC(&packet, &dtvcc); // none is an answer too
+        (void)kivCS2CaptionPacket_getDTVCC(&packet, &dtvcc); // empty if there are none
     }
 
     explicit Content(std::span<const uint8_t> bytes) : Content(parsed(bytes)) {}

@@ -86,7 +86,7 @@ private:
     void add(KIVCS2CaptionPairs &pairs) const
     {
         KIVCS2CaptionPairs found;
-        (void)kivCS2CaptionPacket_getPairs(&m_ahead, &found); // none is none
+        (void)kivCS2CaptionPacket_getPairs(&m_ahead, &found); // empty if there are none
         for (size_t field = 0; field < 2; ++field)
             for (size_t pair = 0; pair < found.m_count[field]; ++pair)
                 if (pairs.m_count[field] < KIVCS2_CAPTION_TRIPLETS_MAX)
