@@ -75,12 +75,13 @@ Placed placed(const std::vector<KIVCS2CaptionPacket> &packets)
     }
     return found;
 }
-// Pairs keep their frames from SCC through MCC to SCC.
+// Pairs keep their frames from SCC through MCC to SCC: read by frame, as SCC holds one pair a frame.
 void throughMCC(std::string text, KIVCS2CaptionCounting counting)
 {
     KIVCS2CaptionReadOptions options{};
     options.m_kind = KIVCS2CaptionFileKind_SCC;
     options.m_counting = counting;
+    options.m_order = KIVCS2CaptionOrder_Frame;
     options.m_field = 1;
     uint64_t faults = 0;
     const auto packets = readAll(std::move(text), faults, options);
