@@ -7,8 +7,10 @@
  * kivCS2PCMAudioConverter_convertInterleaved(). Narrowing drops the low bits, widening appends zero bits;
  * there is no dithering or rounding.
  *
- * A sample counts as 2 bytes at 16 bits and as 3 bytes otherwise, even if it has 1 or 4. So splitting a
- * 32-bit input needs an output width, and an 8-bit input cannot be split.
+ * The sizes for splitting count 2 bytes for a sample of 16 bits and 3 bytes for any other, even if it has 1
+ * or 4. So splitting a packed 32-bit input needs an output width. `init` takes two kinds of input that
+ * `convert` can never split, since their planes would be too short: packed samples of 8 bits, and samples that
+ * do not fill their bytes (not packed) of any width but 16 bits, to an output of 16 bits.
  *
  * The caller owns the record: `init` fills it, `free` releases the platform's converter and clears it, and it
  * may then be initialised again. A record is used by one thread at a time; records are independent.
@@ -55,7 +57,9 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_init(KIVCS2PCMAudioConverter *co
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_free(KIVCS2PCMAudioConverter *converter);
 
 /**
- * Stores the bytes of output that kivCS2PCMAudioConverter_convert() lays out for an input.
+ * Stores the bytes of output that kivCS2PCMAudioConverter_convert() lays out for an input. For
+ * kivCS2PCMAudioConverter_convertInterleaved() this may be too few or too many: 6,400 bytes of packed 32-bit
+ * samples to 16 bits give 4,266 here and take 3,200 there; of 24 bits in 4 bytes they give 2,132.
  * @param[in]  inputLength  bytes
  * @param[out] outBytes     bytes of all channels together; modulo 2^32
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, or the record's descriptions divide by zero
@@ -97,7 +101,8 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_convert(KIVCS2PCMAudioConverter 
  * Converts width and byte order and leaves the channels interleaved.
  * @param[in]     inputLength   bytes, a whole number of frames
  * @param[out]    outputData    must not overlap the input
- * @param[in,out] outputLength  in: room in bytes; out: the bytes written
+ * @param[in,out] outputLength  in: room in bytes, at least the number of frames times
+ *                              `m_outputFormat.mBytesPerFrame`; out: the bytes written
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the converter deinterleaves or was never made, the input
  *                                 is not a whole number of frames, or the output is too short; nothing is
  *                                 written

@@ -282,6 +282,44 @@ TEST(PCMAudioConverter, InterleavedInputIsLaidOutAndNotConverted)
             KIVCS2STATUS_PARAM_ERR);
 }
 
+// The size for a split is not the room for an interleaved result, and some inputs have planes too short to split.
+TEST(PCMAudioConverter, CountsOtherSizesForASplitThanItWritesInterleaved)
+{
+    const struct
+    {
+        AudioStreamBasicDescription input;
+        uint32_t counted, written;
+        bool splits;
+    } cases[] = {
+        {pcm(kSigned | kPacked, 4, 4, 32), 4266, 3200, true},
+        {pcm(kSigned | kHigh, 4, 4, 24), 2132, 3200, false},
+        {pcm(kSigned | kPacked, 4, 1, 8), 4266, 12800, false},
+    };
+    const std::vector<uint8_t> input(6400);
+    for (const auto &one : cases)
+    {
+        SCOPED_TRACE(one.counted);
+        std::vector<uint8_t> output(12800);
+        void *planes[4];
+        uint32_t plane = 0;
+        Converter splitting{one.input, true, false, 16};
+        EXPECT_EQ(splitting.outBytes(6400), one.counted);
+        EXPECT_EQ(
+            kivCS2PCMAudioConverter_convert(&splitting, input.data(), 6400, output.data(), 4, planes, &plane),
+            one.splits ? KIVCS2STATUS_OK : KIVCS2STATUS_PARAM_ERR);
+        Converter plain{one.input, false, false, 16};
+        uint32_t room = one.written - 1;
+        EXPECT_EQ(
+            kivCS2PCMAudioConverter_convertInterleaved(&plain, input.data(), 6400, output.data(), &room),
+            KIVCS2STATUS_PARAM_ERR);
+        room = one.written;
+        EXPECT_EQ(
+            kivCS2PCMAudioConverter_convertInterleaved(&plain, input.data(), 6400, output.data(), &room),
+            KIVCS2STATUS_OK);
+        EXPECT_EQ(room, one.written);
+    }
+}
+
 TEST(PCMAudioConverter, FreeClearsTheRecordForAnotherInit)
 {
     const auto s16 = pcm(kSigned | kPacked, 2, 2, 16);
