@@ -24,7 +24,8 @@
  * set. A callback must not call an operation of the record that calls it.
  *
  * Memory is taken at init only: less than 512 KiB, the index for seeking included. Order by frame takes
- * a list of 24 bytes a line more, which grows while the file is read through for it.
+ * a list of 24 bytes a line more, which grows while the file is read through for it; none for an MCC file
+ * that is in order.
  */
 #ifndef KIVCS2_CAPTION_FILE_H
 #define KIVCS2_CAPTION_FILE_H

@@ -23,7 +23,7 @@ KIVCS2CaptionFileFault record(KIVCS2CaptionFault fault, const Place &place, bool
     made.m_frame = place.frame;
     made.m_hasFrame = place.hasFrame;
     made.m_lost = lost;
-    made.m_expected = row.expected;
+    made.m_expected = place.expected != nullptr ? place.expected : row.expected;
     made.m_foundSize = static_cast<uint16_t>(std::min(place.found.size(), sizeof made.m_found - 1));
     std::copy_n(place.found.begin(), made.m_foundSize, made.m_found);
     return made;

@@ -17,6 +17,7 @@ struct Place
     std::string_view found;
     bool hasFrame = false;
     uint32_t frame = 0;
+    const char *expected = nullptr; // static; null for that of the fault
 };
 
 class FaultLog

@@ -161,34 +161,38 @@ bool areWords(const char *block)
 }
 #endif
 
-// Passes over what is left of a malformed suffix, if a blank ends it. Otherwise the data trip over it.
-void passSuffix(std::string_view line, size_t &at, LineHead &head)
+// Where the suffix at `at` ends, if a blank and data follow it. Otherwise `at`: its digits may be data.
+size_t endOfSuffix(std::string_view line, size_t at)
 {
-    head.badSuffix = true;
-    const size_t end = line.find_first_not_of("0123456789.,", at);
-    if (end != std::string_view::npos && isBlank(line[end]))
-        at = end;
+    const size_t end = std::min(line.find_first_not_of("0123456789.,", at), line.size());
+    const bool hasBlank = end < line.size() && isBlank(line[end]);
+    return hasBlank && line.find_first_not_of(" \t", end) != std::string_view::npos ? end : at;
 }
 
-// ".field" and ",number" of MCC 2.
+// ".field" and ",number" of MCC 2. A malformed part is passed over, if a blank ends it. Otherwise the data
+// trip over it.
 void takeSuffix(std::string_view line, size_t &at, LineHead &head)
 {
     constexpr size_t kDigitsMost = 10;
-    if (at + 1 >= line.size() || (line[at + 1] != '0' && line[at + 1] != '1'))
-        return passSuffix(line, at, head);
-    head.hasField = true;
-    head.field = static_cast<uint32_t>(line[at + 1] - '0');
-    at += 2;
-    if (at >= line.size() || line[at] != ',')
-        return;
-    size_t digits = 0;
-    uint64_t number = 0;
-    for (++at; at < line.size() && isDigit(line[at]) && digits < kDigitsMost; ++at, ++digits)
-        number = number * 10 + static_cast<uint64_t>(line[at] - '0');
-    head.hasNumber = digits > 0 && number <= UINT32_MAX;
-    head.number = head.hasNumber ? static_cast<uint32_t>(number) : 0;
-    if (!head.hasNumber)
-        passSuffix(line, at, head);
+    const size_t end = endOfSuffix(line, at);
+    const bool isField =
+        line[at] == '.' && at + 1 < line.size() && (line[at + 1] == '0' || line[at + 1] == '1');
+    head.hasField = isField && (end <= at + 2 || line[at + 2] == ',');
+    if (head.hasField)
+    {
+        head.field = static_cast<uint32_t>(line[at + 1] - '0');
+        at += 2;
+        if (at == line.size() || line[at] != ',')
+            return;
+        size_t digits = 0;
+        uint64_t number = 0;
+        for (++at; at < line.size() && isDigit(line[at]) && digits < kDigitsMost; ++at, ++digits)
+            number = number * 10 + static_cast<uint64_t>(line[at] - '0');
+        head.hasNumber = digits > 0 && number <= UINT32_MAX && end <= at;
+        head.number = head.hasNumber ? static_cast<uint32_t>(number) : 0;
+    }
+    head.badSuffix = !head.hasNumber;
+    at = std::max(at, end);
 }
 } // namespace
 
@@ -216,7 +220,7 @@ bool takeHead(std::string_view line, LineHead &head, Notes &notes)
     if (time->separator == '.' || time->separator == ',')
         notes.add(KIVCS2CaptionFault_FrameSeparator, at + 8, 1);
     at += kTimecodeSize;
-    if (at < line.size() && line[at] == '.')
+    if (at < line.size() && (line[at] == '.' || line[at] == ','))
         takeSuffix(line, at, head);
 
     const size_t blanks = at;

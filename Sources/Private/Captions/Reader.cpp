@@ -101,6 +101,14 @@ KIVCS2Status Reader::lose(KIVCS2CaptionFault fault, size_t at, std::string_view 
     return told;
 }
 
+// A line without a timecode.
+KIVCS2Status Reader::loseText(std::string_view text)
+{
+    const size_t null = text.find('\0');
+    return null == kNowhere ? lose(KIVCS2CaptionFault_NotACaption, 0, text)
+                            : lose(KIVCS2CaptionFault_Null, null, text.substr(null, 1));
+}
+
 KIVCS2Status Reader::endOfFile()
 {
     if (m_sawCaption)
@@ -191,9 +199,10 @@ KIVCS2Status Reader::takeHeader()
 }
 
 // Told and final, also if faults are tolerated.
-KIVCS2Status Reader::refuse(KIVCS2CaptionFault fault)
+KIVCS2Status Reader::refuse(KIVCS2CaptionFault fault, const char *expected)
 {
-    KIV_TRY(tellHere(fault, 0, m_current.line.text.substr(0, KIVCS2_CAPTION_FOUND_SIZE), true));
+    const Line &line = m_current.line;
+    KIV_TRY(tell(fault, {line.number, line.offset, 0, line.text, false, 0, expected}, true));
     return faultRow(fault)->status;
 }
 
@@ -229,7 +238,11 @@ KIVCS2Status Reader::takeHeaderLines()
         m_report.m_lines = line.number;
         LineHead head;
         Notes notes;
-        if (takeHead(line.text, head, notes))
+        const bool isCue = !m_sawFormat && m_survey.isCues();
+        if (isCue && isCueLine(line.text))
+            return refuse(KIVCS2CaptionFault_NotACaptionFile,
+                          "an SCC or MCC file; SRT and WebVTT are written only");
+        if (!isCue && takeHead(line.text, head, notes))
         {
             m_header.m_firstLine = line.number;
             m_firstOffset = line.offset;
@@ -238,7 +251,8 @@ KIVCS2Status Reader::takeHeaderLines()
                 surveyAgain();
             return KIVCS2STATUS_OK;
         }
-        KIV_TRY(takeHeaderLine(line));
+        if (!isCue)
+            KIV_TRY(takeHeaderLine(line));
         if (const KIVCS2Status rest = m_source.skipRest(line); KIVCS2_FAILED(rest))
             return streamFailed(rest);
     }
@@ -262,11 +276,13 @@ KIVCS2Status Reader::takeHeaderLine(const Line &line)
     KIV_TRY(takeFormat(text, known));
     if (!known)
         KIV_TRY(takeKnown(text, known));
-    if (known)
-        return KIVCS2STATUS_OK;
+    const size_t null = line.text.find('\0');
+    if (known) // a null byte is a question mark in the text
+        return null == kNowhere ? KIVCS2Status{KIVCS2STATUS_OK}
+                                : tellHere(KIVCS2CaptionFault_Null, null, line.text.substr(null, 1), false);
     // A caption line whose timecode is damaged looks like this.
-    if (isDigit(text.front()) || text.find('\t') != kNowhere)
-        return lose(KIVCS2CaptionFault_NotACaption, 0, line.text);
+    if (null != kNowhere || isDigit(text.front()) || text.find('\t') != kNowhere)
+        return loseText(line.text);
     ++m_header.m_otherLines;
     const size_t used = std::strlen(m_header.m_others);
     const std::span<char> room = std::span{m_header.m_others}.subspan(used);
@@ -377,6 +393,8 @@ KIVCS2Status Reader::lineInFrameOrder()
 {
     if (!m_listed)
         KIV_TRY(listLines());
+    if (m_options.m_order == KIVCS2CaptionOrder_File)
+        return lineInFileOrder();
     if (m_listAt == m_list.all().size())
         return KIVCS2STATUS_EOF_ERR;
     const OrderedLine &ordered = m_list.all()[m_listAt++];
@@ -421,20 +439,20 @@ KIVCS2Status Reader::lastFrameOf(Line &line, const LineHead &head, uint32_t &las
     return KIVCS2STATUS_OK;
 }
 
-// Reads the whole file once for its timecodes. A line without one stays behind the line before it,
-// so that its fault is told in its place.
+// Reads the whole file once for its timecodes. An MCC file that is in order is read as it stands, and the
+// lines of others are listed.
 KIVCS2Status Reader::listLines()
 {
-    uint32_t before = 0;
-    Line line;
-    KIVCS2Status status = KIVCS2STATUS_OK;
-    while (KIVCS2_SUCCEEDED(status = m_source.next(line)))
+    bool isBack = false;
+    if (!isSCC() && m_header.m_firstLine != 0)
     {
-        m_report.m_lines = std::max(m_report.m_lines, line.number);
-        KIV_TRY(listLine(line, before));
+        KIV_TRY(goThroughLines(false, isBack));
+        KIV_TRY(m_source.moveTo(m_firstOffset, m_header.m_firstLine));
+        if (!isBack)
+            m_options.m_order = KIVCS2CaptionOrder_File;
     }
-    if (status != KIVCS2STATUS_EOF_ERR)
-        return status;
+    if (m_options.m_order == KIVCS2CaptionOrder_Frame)
+        KIV_TRY(goThroughLines(true, isBack));
     m_list.order(isSCC());
     const auto lines = m_list.all(); // of those that wait the last one may do so until the next day
     m_runsOver = m_runsOver ||
@@ -443,12 +461,32 @@ KIVCS2Status Reader::listLines()
     return KIVCS2STATUS_OK;
 }
 
-KIVCS2Status Reader::listLine(Line &line, uint32_t &before)
+KIVCS2Status Reader::goThroughLines(bool lists, bool &isBack)
+{
+    uint32_t before = 0;
+    Line line;
+    KIVCS2Status status = KIVCS2STATUS_OK;
+    while (KIVCS2_SUCCEEDED(status = m_source.next(line)))
+    {
+        m_report.m_lines = std::max(m_report.m_lines, line.number);
+        OrderedLine ordered{};
+        bool isCaption = false;
+        KIV_TRY(orderLine(line, before, ordered, isCaption));
+        isBack = isBack || (isCaption && ordered.isBack);
+        if (lists && isCaption)
+            KIV_TRY(m_list.add(ordered));
+    }
+    return status == KIVCS2STATUS_EOF_ERR ? KIVCS2Status{KIVCS2STATUS_OK} : status;
+}
+
+// A line without a timecode stays behind the line before it, so that its fault is told in its place.
+KIVCS2Status Reader::orderLine(Line &line, uint32_t &before, OrderedLine &ordered, bool &isCaption)
 {
     const std::string_view text = withoutBlanks(line.text);
-    if (text.empty() || isComment(text))
+    isCaption = !text.empty() && !isComment(text);
+    if (!isCaption)
         return m_source.skipRest(line);
-    OrderedLine ordered{line.offset, static_cast<uint32_t>(line.number), before, before, 0, 0};
+    ordered = {line.offset, static_cast<uint32_t>(line.number), before, before, 0, 0};
     Notes notes;
     LineHead head;
     // Nor does a line that will be lost take room from the lines behind it.
@@ -466,8 +504,7 @@ KIVCS2Status Reader::listLine(Line &line, uint32_t &before)
         ordered.isBack = ordered.frame < before;
         before = ordered.frame;
     }
-    KIV_TRY(m_source.skipRest(line));
-    return m_list.add(ordered);
+    return m_source.skipRest(line);
 }
 
 // ---- Packets ----
@@ -548,9 +585,7 @@ KIVCS2Status Reader::takeTimecode(bool &good)
         bool exact = false;
         if (valueOf(text, kRateKey, exact).data() != nullptr)
             return tellHere(KIVCS2CaptionFault_RateLate, 0, text, false);
-        const size_t null = text.find('\0');
-        return null == kNowhere ? lose(KIVCS2CaptionFault_NotACaption, 0, text)
-                                : lose(KIVCS2CaptionFault_Null, null, text.substr(null, 1));
+        return loseText(text);
     }
     const std::string_view time = text.substr(head.timeAt, kTimecodeSize);
     const auto frame = frameOfLine(head);
@@ -903,9 +938,9 @@ KIVCS2Status Reader::seek(uint32_t frame)
 // the first line.
 KIVCS2Status Reader::moveTo(uint32_t frame)
 {
-    const bool byFrame = m_options.m_order == KIVCS2CaptionOrder_Frame;
-    if (byFrame && !m_listed)
+    if (m_options.m_order == KIVCS2CaptionOrder_Frame && !m_listed)
         KIV_TRY(listLines());
+    const bool byFrame = m_options.m_order == KIVCS2CaptionOrder_Frame;
     if (!byFrame && !m_hasOrigin)
         KIV_TRY(passBefore(0));
     // By frame it is known whether the file does; otherwise when its end was seen.

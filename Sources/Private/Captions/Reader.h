@@ -60,13 +60,14 @@ private:
     KIVCS2Status takeFormat(std::string_view text, bool &known);
     KIVCS2Status takeKnown(std::string_view text, bool &known);
     KIVCS2Status settleCounting();
-    KIVCS2Status refuse(KIVCS2CaptionFault fault);
+    KIVCS2Status refuse(KIVCS2CaptionFault fault, const char *expected = nullptr);
 
     KIVCS2Status nextLine();
     KIVCS2Status lineInFileOrder();
     KIVCS2Status lineInFrameOrder();
     KIVCS2Status listLines();
-    KIVCS2Status listLine(Line &line, uint32_t &last);
+    KIVCS2Status goThroughLines(bool lists, bool &isBack);
+    KIVCS2Status orderLine(Line &line, uint32_t &before, OrderedLine &ordered, bool &isCaption);
     KIVCS2Status takeLine(KIVCS2CaptionPacket &packet, bool &got);
     KIVCS2Status gatherLine();
     KIVCS2Status takeTimecode(bool &good);
@@ -86,6 +87,7 @@ private:
     void closeWords();
 
     KIVCS2Status lose(KIVCS2CaptionFault fault, size_t at, std::string_view found);
+    KIVCS2Status loseText(std::string_view text);
     KIVCS2Status tell(KIVCS2CaptionFault fault, const Place &place, bool lost);
     KIVCS2Status tellHere(KIVCS2CaptionFault fault, size_t at, std::string_view found, bool lost);
     KIVCS2Status tellNotes(uint64_t &faults);

@@ -76,6 +76,11 @@ void surveyLine(std::string_view line, Survey &survey)
         survey.rate = rate;
     else if (const std::string_view end = rateAtEnd(line); survey.rate.empty() && !end.empty())
         survey.rate = end;
+    if (isCueLine(line))
+    {
+        ++survey.cueLines;
+        return;
+    }
     Notes notes;
     LineHead head;
     if (!takeHead(line, head, notes))
@@ -139,6 +144,12 @@ Survey surveyText(std::string_view text)
         text.remove_prefix(std::min(end + 1, text.size()));
     }
     return survey;
+}
+
+bool isCueLine(std::string_view line)
+{
+    line = withoutBlanks(line);
+    return !line.empty() && isDigit(line.front()) && line.find("-->") != std::string_view::npos;
 }
 
 KIVCS2CaptionFileKind kindOfLine(std::string_view line, bool &exact)

@@ -17,6 +17,7 @@ struct Survey
     uint32_t semicolons = 0, colons = 0;  // before the frames
     uint32_t wordLines = 0;               // data of four-digit words: SCC
     uint32_t packetLines = 0;             // data of another form: MCC
+    uint32_t cueLines = 0;                // times of SRT or WebVTT
     uint32_t suffixes = 0;                // lines with a suffix of MCC 2
     uint32_t fieldCodes[2] = {};          // control codes of CEA-608 that name their field
     std::array<uint32_t, 16> rateCodes{}; // CDPs, by cdp_frame_rate
@@ -29,7 +30,15 @@ struct Survey
     // True if several lines name frames that a second of `numbers` does not have.
     [[nodiscard]] bool exceeds(uint32_t numbers) const;
     [[nodiscard]] KIVCS2CaptionFileKind kind() const;
+    // True for SRT and WebVTT, which are not read.
+    [[nodiscard]] bool isCues() const
+    {
+        return cueLines > 0 && captionLines == 0;
+    }
 };
+
+// "00:00:01,000 --> 00:00:02,000", and without the hours.
+[[nodiscard]] bool isCueLine(std::string_view line);
 
 [[nodiscard]] Survey surveyText(std::string_view text);
 
