@@ -1,6 +1,7 @@
 // The ways from packets to a file: packets as they are, pairs on their frames, and captions as cues.
 #include "Captions/Conversion.h"
 
+#include "Captions/Cues.h"
 #include "Captions/Services.h"
 
 #include <algorithm>
@@ -220,7 +221,8 @@ class CueCopy final : public Conversion
 {
 public:
     CueCopy(const CaptionSource &source, ConversionWay way)
-        : Conversion(source, std::move(way)), m_service(m_way.service), m_perDay(framesADay(m_way.counting))
+        : Conversion(source, std::move(way)), m_service(m_way.service), m_cues(isVTT()),
+          m_perDay(framesADay(m_way.counting))
     {
         m_target.emplace(m_way.target, targetWay());
     }
@@ -239,7 +241,7 @@ public:
         if (m_way.service == 0 && (m_service == 0 || rank(text.m_service) < rank(m_service)))
         {
             m_service = text.m_service;
-            m_cues = 0;
+            m_cues = Cues{isVTT()};
             m_target.emplace(m_way.target, targetWay());
         }
         if (text.m_service != m_service)
@@ -252,35 +254,41 @@ public:
             throw Failure(KIVCS2STATUS_INVALID_TIMECODE_ERR, Where{m_source.name()},
                           "a caption at " + m_source.timecode(text.m_from) + ", before the time zero");
         m_target->write(placed);
-        ++m_cues;
+        const uint32_t until = placed.m_until + (isDayBefore(placed.m_from, placed.m_until) ? m_perDay : 0);
+        m_cues.add(milliseconds(placed.m_from), milliseconds(std::max(until, placed.m_from + 1)),
+                   placed.m_text);
     }
 
     void finish(const Tally &in) override
     {
-        if (m_cues == 0)
+        if (m_cues.number() == 0)
             throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{m_source.name()},
                           m_service == 0
                               ? std::string{"shows no captions"}
                               : "shows no captions of " + serviceName(m_service) +
                                     (in.captions.empty() ? "" : ", but " + captionsText(in.captions, true)));
         m_target->finish();
-        const uint64_t found = cuesOf(m_target->readablePath());
-        if (found < m_cues) // a text may look like a line of times too
-            throw wrongBack(count(found, "cue") + " for " + std::to_string(m_cues));
+        Cues found{isVTT()};
+        std::ifstream file{m_target->readablePath()};
+        found.read(file);
+        if (!(found == m_cues))
+            throw wrongBack(found.number() == m_cues.number()
+                                ? "other texts or times"
+                                : count(found.number(), "cue") + " for " + std::to_string(m_cues.number()));
     }
 
     void tell(const Tally &in, Facts &facts, Json &value) const override
     {
         CaptionCounts others = in.captions;
         others.erase(m_service);
-        value["out"] = {{"kind", kindTitle(m_way.kind)}, {"captions", m_cues}};
+        value["out"] = {{"kind", kindTitle(m_way.kind)}, {"captions", m_cues.number()}};
         value["service"] = serviceName(m_service);
         value["leftOut"] = {{"captions", toJson(others)}};
-        facts.add("Out", kindTitle(m_way.kind) + ": " + count(m_cues, "caption"));
+        facts.add("Out", kindTitle(m_way.kind) + ": " + count(m_cues.number(), "caption"));
         facts.add("Service", serviceName(m_service));
         if (!others.empty())
             facts.add("Left out", captionsText(others, true));
-        facts.add("Verified", Output::good("yes") + ", read back: as many cues");
+        facts.add("Verified", Output::good("yes") + ", read back: the same texts at the same times");
     }
 
     void commit() override
@@ -307,26 +315,22 @@ private:
         return frame > other && frame - other > m_perDay / 2;
     }
 
-    // Lines of times: "00:00:00,000 --> ", in WebVTT with points.
-    static uint64_t cuesOf(const std::string &path)
+    [[nodiscard]] bool isVTT() const
     {
-        std::ifstream file{path};
-        uint64_t cues = 0;
-        for (std::string line; std::getline(file, line);)
-        {
-            for (char &character : line)
-                if (character >= '0' && character <= '9')
-                    character = '0';
-                else if (character == '.')
-                    character = ',';
-            cues += line.find("00:00:00,000 --> ") != std::string::npos ? 1 : 0;
-        }
-        return cues;
+        return m_way.kind == KIVCS2CaptionFileKind_WebVTT;
+    }
+
+    [[nodiscard]] uint64_t milliseconds(uint32_t frame) const
+    {
+        uint64_t time = 0;
+        check(kivCS2CaptionCounting_nanosecondsOfFrame(m_way.counting, frame - m_way.timeZero, &time),
+              "time");
+        return (time + 500'000) / 1'000'000;
     }
 
     std::optional<CaptionTarget> m_target;
     KIVCS2CaptionService m_service;
-    uint64_t m_cues = 0;
+    Cues m_cues;
     uint32_t m_perDay;
     uint32_t m_frame = 0, m_day = 0; ///< of the packet before; frames up to the midnight before it
 };

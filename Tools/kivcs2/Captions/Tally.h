@@ -3,6 +3,7 @@
 #define KIV_TOOL_CAPTION_TALLY_H
 
 #include "Captions/Decoding.h"
+#include "Captions/Digest.h"
 #include "Terminal/JSON.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionFile.h>
@@ -10,30 +11,10 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <span>
 #include <string>
 
 namespace tool
 {
-
-/// A running CRC-32.
-class Digest
-{
-public:
-    void add(std::span<const uint8_t> bytes);
-    void add(std::span<const uint32_t> numbers);
-
-    /// One pair on its frame.
-    void add(uint32_t frame, uint32_t field, const uint8_t (&pair)[2]);
-
-    /// The bytes of a packet with its frame and suffixes.
-    void add(const KIVCS2CaptionPacket &packet);
-
-    [[nodiscard]] bool operator==(const Digest &other) const = default;
-
-private:
-    uint32_t m_value = 0xFFFFFFFFu;
-};
 
 [[nodiscard]] bool isEmpty(const uint8_t (&pair)[2]);
 

@@ -1,12 +1,13 @@
 // A sink of the log that stops after some messages.
 #include "Terminal/LibraryLog.h"
 
-#include "Terminal/Output.h"
+#include "Terminal/Shown.h"
 
 #include <KIVLogger/KIVLogger.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 #include <syslog.h>
 #include <unistd.h>
@@ -57,7 +58,11 @@ void capLibraryLog()
 void tellLeftOutMessages()
 {
     if (const uint64_t messages = theMessages.load(); messages > kMostMessages)
-        writeMessage(count(messages - kMostMessages, "more message") + " of the library left out");
+    {
+        const uint64_t more = messages - kMostMessages;
+        writeMessage(std::to_string(more) + (more == 1 ? " more message" : " more messages") +
+                     " of the library left out");
+    }
 }
 
 } // namespace tool

@@ -1,0 +1,42 @@
+// The cues of SRT and WebVTT, to compare a file with the captions it was made of.
+#ifndef KIV_TOOL_CAPTION_CUES_H
+#define KIV_TOOL_CAPTION_CUES_H
+
+#include "Captions/Digest.h"
+
+#include <iosfwd>
+#include <string>
+#include <string_view>
+
+namespace tool
+{
+
+/// Cues in their order: times, and text without tags and blanks.
+class Cues
+{
+public:
+    explicit Cues(bool isWebVTT) : m_isWebVTT(isWebVTT) {}
+
+    /// Times are in milliseconds. `text` has no tags; what looks like one in it counts no more than a tag.
+    void add(uint64_t from, uint64_t until, std::string_view text);
+
+    /// All cues of a file.
+    void read(std::istream &file);
+
+    [[nodiscard]] uint64_t number() const
+    {
+        return m_number;
+    }
+    [[nodiscard]] bool operator==(const Cues &other) const = default;
+
+private:
+    void addPlain(uint64_t from, uint64_t until, std::string text);
+
+    Digest m_digest;
+    uint64_t m_number = 0;
+    bool m_isWebVTT;
+};
+
+} // namespace tool
+
+#endif
