@@ -152,7 +152,7 @@ complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l field -x -d 'The field 
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l strict -d 'Stop at the first fault'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l both-tracks -d 'Of SCC words with 8 digits take the second track too, into the other field'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert' 2 2" -F
-complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l to -x -a 'SCC MCC MCC1 MCC2 SRT WebVTT' -d 'The kind to write; without it the target\'s ending says it'
+complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l to -x -a 'SCC MCC MCC1 MCC2 SRT WebVTT VTT' -d 'The kind to write; without it the target\'s ending says it'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l mcc-version -x -d 'MCC: 1 or 2; without it 1 from SCC, the source\'s from MCC'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l service -x -a '(__kivcs2_list_services)' -d 'SRT, WebVTT: the service to write; without it the first of CC1, S1 ... with captions'
 complete -c kivcs2 -n "__kivcs2_at 'caption convert'" -l time-zero -x -d 'SRT, WebVTT: the timecode that is 00:00:00.000'

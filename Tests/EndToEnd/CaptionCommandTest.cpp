@@ -193,6 +193,16 @@ TEST_F(CaptionCommand, CallsNothingNoSuccess)
         {{"caption", "convert", mcc, out, "--both-tracks"}, 2, "of an SCC source"},
         {{"caption", "convert", mcc, out, "--to", "mcc1", "--mcc-version", "2"}, 2, "without a number"},
         {{"caption", "convert", mcc, out, "--strict", "--keep-going"}, 2, "excludes"},
+        {{"caption", "convert", mcc, out, "--to", "vtt"}, 0, "WebVTT: 1 caption"},
+        {{"caption", "info", write("a.srt", "1\n00:00:01,000 --> 00:00:02,000\nHI\n")},
+         3,
+         ".srt:2: not a caption file in column 1, \"00:00:01,000 --> 00:00:0...\"; expected an SCC or MCC "
+         "file; "
+         "SRT and WebVTT are written only"},
+        {{"caption", "info", mcc, "--field", "2"}, 2, "--field is of an SCC file"},
+        {{"caption", "show", mcc, "--both-tracks"}, 2, "--both-tracks is of an SCC file"},
+        {{"caption", "at", mcc, "0", "--field", "1"}, 2, "--field is of an SCC file"},
+        {{"caption", "verify", mcc, "--field", "1"}, 2, "--field is of an SCC file"},
     };
     for (const Row &row : rows)
     {
@@ -200,6 +210,30 @@ TEST_F(CaptionCommand, CallsNothingNoSuccess)
         EXPECT_EQ(result.code, row.code) << row.text;
         EXPECT_THAT(result.out + result.err, HasSubstr(row.text));
     }
+}
+
+// The packets of an MCC file that goes back in time are placed for all that follows a programme.
+TEST_F(CaptionCommand, PlacesPacketsByFrame)
+{
+    const std::string early = window708("00:00:01:00", "00:00:02:00", 0);
+    const std::string late = window708("00:00:03:00", "00:00:04:00", 2);
+    const std::string straight = write("straight.mcc", kMCC + early + late);
+    const std::string back = write("back.mcc", kMCC + late + early), out = path("out.srt").string();
+    const auto result = [&](const std::string &file)
+    {
+        EXPECT_EQ(run({"caption", "convert", file, out}).code, 0);
+        return slurp(out) + captions(file).out + run({"caption", "at", file, "00:00:03:05"}).out;
+    };
+    EXPECT_EQ(replacedAll(result(back), "line", "-"), replacedAll(result(straight), "line", "-"));
+    EXPECT_EQ(run({"caption", "convert", back, out, "--to-rate", "24"}).code, 0);
+    EXPECT_THAT(run({"caption", "verify", back}).out, HasSubstr("back in time")); // as it stands
+    std::filesystem::remove(out);
+    const std::string told = path("told").string();
+    const std::string line =
+        "cat '" + back + "' | " + KIV_COMMAND + " caption convert - '" + out + "' 2>'" + told + "'";
+    EXPECT_EQ(WEXITSTATUS(std::system(line.c_str())), 3);
+    EXPECT_THAT(slurp(told), HasSubstr("standard input:7: goes back in time, and packets cannot be placed"));
+    EXPECT_FALSE(std::filesystem::exists(out));
 }
 
 // The times of cues go on over midnight, from a time zero of the evening too.

@@ -175,6 +175,7 @@ struct CaptionSource::State
     KIVCS2CaptionFileHeader header{};
     std::optional<Progress> progress;
     uint64_t read = 0; ///< the furthest place
+    bool isPlaced = false;
 
     State(const ReadingArguments &arguments, ReadingWay how)
         : way(std::move(how)), input(arguments.file), faults(input.input.name(), way.onFault)
@@ -209,11 +210,11 @@ struct CaptionSource::State
         }
         if (named != nullptr)
             options.m_counting = captionCounting(*named);
-        if (!way.byFrame || !isSCC)
+        if (!way.byFrame || (!isSCC && !(way.placesPackets && input.input.isRegularFile())))
             return;
         input.readWhole();
-        if (!way.keepsMidnight || !runsOverMidnight(options.m_counting))
-            options.m_order = KIVCS2CaptionOrder_Frame;
+        options.m_order = KIVCS2CaptionOrder_Frame;
+        isPlaced = true;
     }
 
     KIVCS2CaptionFileHeader probe()
@@ -225,29 +226,6 @@ struct CaptionSource::State
             (void)kivCS2CaptionFile_readHeader(&file.file, &found); // what it cannot say is left open
         input.beginAgain();
         return found;
-    }
-
-    // Whether a packet is more than half a day earlier than the one before. What fails will do so again.
-    bool runsOverMidnight(KIVCS2CaptionCounting counting)
-    {
-        KIVCS2CaptionReadOptions options{};
-        options.m_counting = counting;
-        OpenFile file;
-        KIVCS2CaptionFileHeader found{};
-        KIVCS2CaptionCountingInfo info{};
-        bool runsOver = false;
-        if (KIVCS2_SUCCEEDED(kivCS2CaptionFile_initReading(&file.file, &input.stream, false, &options)) &&
-            KIVCS2_SUCCEEDED(kivCS2CaptionFile_readHeader(&file.file, &found)) &&
-            KIVCS2_SUCCEEDED(kivCS2CaptionCounting_getInfo(found.m_counting, &info)))
-        {
-            KIVCS2CaptionPacket packet;
-            for (uint32_t frame = 0;
-                 !runsOver && KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file.file, &packet));
-                 frame = packet.m_frame)
-                runsOver = packet.m_frame + info.m_perDay / 2 < frame;
-        }
-        input.beginAgain();
-        return runsOver;
     }
 
     // Throws what stopped the library.
@@ -314,6 +292,11 @@ bool CaptionSource::next(KIVCS2CaptionPacket &packet)
     if (m_state->progress)
         m_state->progress->at(m_state->read, input.size());
     return true;
+}
+
+bool CaptionSource::isInOrder() const
+{
+    return m_state->isPlaced || faults().count(KIVCS2CaptionFault_BackInTime) == 0;
 }
 
 const FoundFaults &CaptionSource::faults() const
@@ -388,6 +371,14 @@ void addReadingOptions(Word &word, ReadingArguments &arguments)
     word.flag("--strict", arguments.strict, "Stop at the first fault");
     word.flag("--both-tracks", arguments.bothTracks,
               "Of SCC words with 8 digits take the second track too, into the other field");
+}
+
+void refuseIdleOptions(const ReadingArguments &arguments, bool hasSCC)
+{
+    if (!hasSCC && arguments.field != 0)
+        throw Failure(kExitUsage, "--field is of an SCC file; --service shows one service of an MCC file");
+    if (!hasSCC && arguments.bothTracks)
+        throw Failure(kExitUsage, "--both-tracks is of an SCC file");
 }
 
 const Counting &rowOf(KIVCS2CaptionCounting counting)

@@ -29,14 +29,17 @@ struct ReadingArguments
 /// The file and the options of reading it: --rate, --field, --strict, --both-tracks.
 void addReadingOptions(Word &word, ReadingArguments &arguments);
 
+/// Refuses --field and --both-tracks if no file is SCC.
+void refuseIdleOptions(const ReadingArguments &arguments, bool hasSCC);
+
 /// How a word wants a file read.
 struct ReadingWay
 {
     /// The pairs of an SCC file on the frames they go out on, for what follows a programme; otherwise as they
-    /// stand in the file. MCC files are always read as they stand. A pipe is read whole for it.
+    /// stand in the file. A pipe is read whole for it.
     bool byFrame = false;
-    /// With `byFrame`: an SCC file that runs over midnight is read as it stands, the next day behind.
-    bool keepsMidnight = false;
+    /// With `byFrame`: the packets of an MCC file as well, but not through a pipe.
+    bool placesPackets = false;
     bool mayBeEmpty = false; ///< a file without captions ends the read instead of failing
     bool tellsLines = true;  ///< faults are told on standard error, a line a cause
     OnFault onFault = {};
@@ -67,6 +70,9 @@ public:
 
     /// The next packet; false behind the last.
     [[nodiscard]] bool next(KIVCS2CaptionPacket &packet);
+
+    /// False if packets went back in time, and nothing could place them.
+    [[nodiscard]] bool isInOrder() const;
 
     [[nodiscard]] const FoundFaults &faults() const;
     [[nodiscard]] KIVCS2CaptionFileReport report() const;

@@ -43,12 +43,13 @@ struct KindRow
 };
 
 /// "MCC" leaves the version open, which is MCC 1 here.
-constexpr std::array<KindRow, 6> kKinds = {{{"SCC", ".scc", KIVCS2CaptionFileKind_SCC},
+constexpr std::array<KindRow, 7> kKinds = {{{"SCC", ".scc", KIVCS2CaptionFileKind_SCC},
                                             {"MCC", ".mcc", KIVCS2CaptionFileKind_MCC1},
                                             {"MCC1", "", KIVCS2CaptionFileKind_MCC1},
                                             {"MCC2", "", KIVCS2CaptionFileKind_MCC2},
                                             {"SRT", ".srt", KIVCS2CaptionFileKind_SRT},
-                                            {"WebVTT", ".vtt", KIVCS2CaptionFileKind_WebVTT}}};
+                                            {"WebVTT", ".vtt", KIVCS2CaptionFileKind_WebVTT},
+                                            {"VTT", "", KIVCS2CaptionFileKind_WebVTT}}};
 
 // The row of --to or of the target's ending. A pipe or device has none: what goes there is MCC.
 const KindRow &askedKind(const ConvertArguments &arguments)
@@ -328,7 +329,15 @@ public:
         if (isLost && !m_arguments.keepGoing)
             throw Failure(kExitMalformed, Where{m_source.name(), m_notes.lostLine()},
                           lostText(m_source) +
-                              " lost, here first: nothing is written; --keep-going leaves them out");
+                              " lost, here first: nothing is written; --keep-going leaves them out" +
+                              (m_source.faults().count(KIVCS2CaptionFault_EightDigitWord) > 0
+                                   ? ", --both-tracks takes the second track"
+                                   : ""));
+        if (placesPackets() && !m_source.isInOrder() && !m_arguments.keepGoing)
+            throw Failure(
+                kExitMalformed,
+                Where{m_source.name(), m_source.faults().first(KIVCS2CaptionFault_BackInTime).m_line},
+                "goes back in time, and packets cannot be placed through a pipe; give it as a file");
         if (m_in.allPairs() + m_in.bytes708 == 0)
             throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{m_source.name()},
                           m_retiming ? "has no captions in what is taken" : "holds no captions");
@@ -347,13 +356,19 @@ private:
     {
         ReadingWay way;
         way.byFrame = true;
-        way.keepsMidnight = m_arguments.retime.isAsked();
+        way.placesPackets = placesPackets();
         way.onFault = [this](const KIVCS2CaptionFileFault &fault)
         {
             m_notes.take(fault);
         };
         way.progress = "converting " + place(m_arguments.reading.file, 0);
         return way;
+    }
+
+    /// A copy of an MCC file keeps the order of its packets.
+    [[nodiscard]] bool placesPackets() const
+    {
+        return m_arguments.retime.isAsked() || !isMCC(askedKind(m_arguments).kind);
     }
 
     ConversionWay begin()

@@ -201,6 +201,7 @@ int captionInfo(const CaptionArguments &arguments)
     const std::string name = place(arguments.reading.file, 0);
     CaptionSource source{arguments.reading,
                          {.byFrame = true,
+                          .placesPackets = true,
                           .onFault =
                               [&](const KIVCS2CaptionFileFault &fault)
                           {
@@ -209,6 +210,7 @@ int captionInfo(const CaptionArguments &arguments)
                                   report.add(toJson(name, fault));
                           },
                           .progress = "reading " + name}};
+    refuseIdleOptions(arguments.reading, source.isSCC());
     readAll(source, found);
     if (arguments.json)
         report.close(infoJson(source, found));

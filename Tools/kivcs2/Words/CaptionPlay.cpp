@@ -43,7 +43,8 @@ class FrameFeed
 {
 public:
     FrameFeed(const ReadingArguments &arguments, bool tellsLines)
-        : m_source(arguments, {.byFrame = true, .tellsLines = tellsLines}), m_isThere(m_source.next(m_ahead))
+        : m_source(arguments, {.byFrame = true, .placesPackets = true, .tellsLines = tellsLines}),
+          m_isThere(m_source.next(m_ahead))
     {
     }
 
@@ -278,6 +279,7 @@ int captionPlay(const PlayArguments &arguments, bool json)
     if (arguments.loop && arguments.reading.file == "-")
         throw Failure(kExitUsage, "--loop needs a file that can be read again, not standard input");
     auto feed = std::make_unique<FrameFeed>(arguments.reading, true);
+    refuseIdleOptions(arguments.reading, feed->source().isSCC());
     Player player{arguments, feed->source().header().m_counting};
     int code = kExitYes;
     try

@@ -360,10 +360,12 @@ int captionShow(const CaptionArguments &arguments)
     Listing listing{arguments};
     CaptionSource source{arguments.reading,
                          {.byFrame = arguments.captions,
+                          .placesPackets = true,
                           .onFault = [&](const KIVCS2CaptionFileFault &fault)
                           {
                               listing.onFault(fault);
                           }}};
+    refuseIdleOptions(arguments.reading, source.isSCC());
     if (arguments.captions)
         showCaptions(arguments, source, listing);
     else
@@ -383,6 +385,7 @@ int captionAt(const CaptionArguments &arguments)
     const std::string name = place(arguments.reading.file, 0);
     CaptionSource source{arguments.reading,
                          {.byFrame = true,
+                          .placesPackets = true,
                           .onFault =
                               [&](const KIVCS2CaptionFileFault &fault)
                           {
@@ -390,6 +393,7 @@ int captionAt(const CaptionArguments &arguments)
                                   report.add(toJson(name, fault));
                           },
                           .progress = "reading " + name}};
+    refuseIdleOptions(arguments.reading, source.isSCC());
     Moment moment{source.frameOf(arguments.timecode), {}, {}};
     const KIVCS2CaptionServices services = parseServices(arguments.service);
     CaptionDecoder decoder{services, source.header().m_counting,

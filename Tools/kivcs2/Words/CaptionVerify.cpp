@@ -330,6 +330,7 @@ private:
         }
         VerifiedFile file{m_arguments.reading, m_rows, true};
         CaptionSource &source = file.source();
+        refuseIdleOptions(m_arguments.reading, source.isSCC() || (other && other->source().isSCC()));
         if (!other)
             read(source, [](const KIVCS2CaptionPacket &) {});
         else if (other->source().isSCC())
