@@ -67,6 +67,7 @@ const std::vector<FaultRow> kFaultRows = {
     {FAULT(HeaderLong), with(mcc(kLine), "UUID=u", "UUID=" + std::string(300, 'u')), 1, 3, 1, false},
     {FAULT(HeaderMissing), "00:00:01;00\t9420 9420\n", 2, 1, 1, false},
     {FAULT(HeaderMissing), kLine + "\n", 1, 1, 1, false},
+    {FAULT(HeaderMissing), "00:00:01;00\t94209420\n00:00:02;00\t94 942f942f 942c942c\n", 3, 1, 1, false},
     {FAULT(NotACaptionFile), "1\nhello\n", 0, 1, 1, true},
     {FAULT(NotACaptionFile), "", 0, 1, 1, true},
     {FAULT(NotACaptionFile), "1\n00:00:01,000 --> 00:00:02,000\nHello\n", 0, 2, 1, true},
@@ -239,6 +240,9 @@ TEST(CaptionFileSCC, ItsCodesNameTheField)
     KIVCS2CaptionReadOptions options{};
     options.m_field = 1;
     EXPECT_NE(Reading(second.text, options).all().pairs(0), "");
+    // Whatever stands between them.
+    EXPECT_EQ(Reading{scc("00:00:10:00\t94 1520  1520 152f")}.all().header.m_field, 2u);
+    EXPECT_EQ(Reading{scc("00:00:10:00\t15201520 152f152f")}.all().header.m_field, 2u);
 }
 
 TEST(CaptionFileSCC, ByFrameLinesWaitAndArePlaced)

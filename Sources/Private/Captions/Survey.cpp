@@ -28,25 +28,49 @@ bool beginsWith(std::string_view text, std::string_view start, bool &exact)
     return true;
 }
 
+// Takes the next word off the data of an SCC line; an empty one behind the last.
+std::string_view takeWord(std::string_view &data)
+{
+    const size_t begin = std::min(data.find_first_not_of(" \t"), data.size());
+    const size_t end = std::min(data.find_first_of(" \t", begin), data.size());
+    const std::string_view word = data.substr(begin, end - begin);
+    data.remove_prefix(end);
+    return word;
+}
+
+// Pairs of one track or of two.
+constexpr bool hasPair(std::string_view word)
+{
+    return word.size() == 4 || word.size() == 8;
+}
+
 // Codes of field 1 begin with 14h or 1Ch, those of field 2 with 15h or 1Dh (CEA-608-E, 8.4).
 void voteForField(std::string_view data, Survey &survey)
 {
-    for (size_t at = 0; at + 4 <= data.size(); at += 5)
+    for (std::string_view word = takeWord(data); !word.empty(); word = takeWord(data))
     {
-        const unsigned high = wordValue(data[at]) & 0x7u;
-        const unsigned low = wordValue(data[at + 1]) & 0x7u;
-        if (high == 1 && (low == 4 || low == 5) && (wordValue(data[at + 2]) & 0x7u) == 2)
+        const unsigned high = wordValue(word[0]) & 0x7u;
+        const unsigned low = hasPair(word) ? wordValue(word[1]) & 0x7u : 0;
+        if (high == 1 && (low == 4 || low == 5) && (wordValue(word[2]) & 0x7u) == 2)
             ++survey.fieldCodes[low - 4];
     }
 }
 
+// Most of the first words have four digits or eight. Eight digits alone may also be a packet without data.
 bool looksLikeWords(std::string_view data)
 {
-    const std::string_view front = data.substr(0, 24);
-    bool words = front.size() >= 4;
-    for (size_t at = 0; at < front.size() && words; ++at)
-        words = at % 5 == 4 ? isBlank(front[at]) : wordValue(front[at]) < kBlankValue;
-    return words && (data.size() > 4 || front.size() == 4);
+    constexpr size_t kWords = 5;
+    const bool isPacket = data.size() == 8 && data.substr(4, 2) == "00";
+    size_t words = 0;
+    size_t pairs = 0;
+    for (std::string_view word = takeWord(data); !word.empty() && words < kWords; word = takeWord(data))
+    {
+        if (std::ranges::any_of(word, [](char digit) { return wordValue(digit) >= kBlankValue; }))
+            return false;
+        ++words;
+        pairs += hasPair(word) ? 1 : 0;
+    }
+    return pairs * 2 > words && !isPacket;
 }
 
 void surveyPacket(std::string_view data, Survey &survey)
