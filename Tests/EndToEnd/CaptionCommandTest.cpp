@@ -210,6 +210,7 @@ TEST_F(CaptionCommand, CallsNothingNoSuccess)
         EXPECT_EQ(result.code, row.code) << row.text;
         EXPECT_THAT(result.out + result.err, HasSubstr(row.text));
     }
+    EXPECT_EQ(json({"caption", "convert", path("a.srt").string(), out}, 3)["faults"].size(), 1u);
 }
 
 // The packets of an MCC file that goes back in time are placed for all that follows a programme.

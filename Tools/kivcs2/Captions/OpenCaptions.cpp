@@ -376,7 +376,7 @@ void addReadingOptions(Word &word, ReadingArguments &arguments)
 void refuseIdleOptions(const ReadingArguments &arguments, bool hasSCC)
 {
     if (!hasSCC && arguments.field != 0)
-        throw Failure(kExitUsage, "--field is of an SCC file; --service shows one service of an MCC file");
+        throw Failure(kExitUsage, "--field is of an SCC file");
     if (!hasSCC && arguments.bothTracks)
         throw Failure(kExitUsage, "--both-tracks is of an SCC file");
 }

@@ -171,6 +171,21 @@ public:
         if (json)
             m_report.emplace("faults");
     }
+    FaultNotes(const FaultNotes &) = delete;
+    FaultNotes &operator=(const FaultNotes &) = delete;
+    ~FaultNotes()
+    {
+        try
+        {
+            if (!m_isBegun) // the header could not be read
+                for (const KIVCS2CaptionFileFault &fault : m_early)
+                    tell(fault);
+        }
+        catch (...)
+        {
+            // What has ended the reading is told already, or will be.
+        }
+    }
 
     void take(const KIVCS2CaptionFileFault &fault)
     {
