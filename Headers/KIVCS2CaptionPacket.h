@@ -420,8 +420,8 @@ KIVCS2_API KIVCS2Status kivCS2CaptionPacket_find(KIVCS2CaptionCarrier form, cons
  * @retval KIVCS2STATUS_FORMAT_ERR       a packet's data count and size disagree
  * @retval KIVCS2STATUS_OVERFLOW_ERR     more than 255 packets or 65,535 bytes in an RTP packet, 65,535
  *                                       packets in a 436M frame
- * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null, not a form, or a place or header that the form
- *                                       cannot say
+ * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null, not a form, a place or header that the form
+ *                                       cannot say, or packets that overlap in a v210 line
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionPacket_wrap(KIVCS2CaptionCarrier form,
                                                  const KIVCS2CaptionPacket *packets, uint32_t count,

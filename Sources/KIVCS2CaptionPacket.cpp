@@ -221,6 +221,7 @@ KIVCS2Status kivCS2CaptionPacket_wrap(KIVCS2CaptionCarrier form, const KIVCS2Cap
     }
 
     const kiv::carriers::Load load{{packets, count}, places, rtp};
+    KIV_CHECK(kiv::carriers::areApart(form, load));
     const std::span<uint8_t> room{bytes, *size};
     if (isRTP)
         return kiv::carriers::wrapInRTP(load, room, *size);

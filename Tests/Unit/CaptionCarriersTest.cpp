@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <random>
 #include <vector>
@@ -396,6 +397,60 @@ TEST(CaptionCarriers, OneWrongBitCostsNoNeighbour)
     }
 }
 
+// Damage to a packet that the border of a block cuts: the words of a wrong DID, SDID or count are waited for,
+// and what is found is what is found at once.
+TEST(CaptionCarriers, DamageIsFoundInBlocksAsAtOnce)
+{
+    Random random;
+    for (const KIVCS2CaptionCarrier form : {0u, 2u, 4u})
+    {
+        const Bytes whole = wrap(form, {random.cdp(), random.pair()}, {}, {});
+        const size_t word = form == 0 ? 1 : 2;
+        for (size_t wrong = 8 * 3 * word; wrong < 8 * (form == 0 ? 5 : 6) * word; ++wrong)
+        {
+            Bytes bytes = whole, kept;
+            bytes[wrong / 8] = static_cast<uint8_t>(bytes[wrong / 8] ^ 1u << wrong % 8);
+            std::vector<Bytes> atOnce, inBlocks;
+            for (const Found &found : findAll(form, bytes))
+                atOnce.push_back(found.bytes());
+            for (const uint8_t byte : bytes)
+            {
+                kept.push_back(byte);
+                uint64_t rest = 0;
+                for (const Found &found : findAll(form, kept, false, &rest))
+                    if (!found.cut)
+                        inBlocks.push_back(found.bytes());
+                kept.erase(kept.begin(), kept.begin() + static_cast<long>(rest));
+            }
+            EXPECT_EQ(inBlocks, atOnce) << form << ' ' << wrong;
+        }
+    }
+}
+
+// A search for the next packet or record is made once, not by every call: these bytes took over a minute.
+TEST(CaptionCarriers, HostileBytesCostNoMoreThanTheirLength)
+{
+    const Packets pairs(120, summed({0x61, 0x02, 0x03, 0x80, 0x94, 0x2C}));
+    Bytes bytes = wrap(KIVCS2CaptionCarrier_RTP, pairs, {}, {});
+    // In front of them zeros, whose count has a wrong parity, and words of right parity wherever they begin.
+    Bytes filler(60'000, 0xAA);
+    std::fill_n(filler.begin(), 8, uint8_t{0});
+    bytes.insert(bytes.begin() + 20, filler.begin(), filler.end());
+    bytes[14] = static_cast<uint8_t>((bytes.size() - 20) >> 8);
+    bytes[15] = static_cast<uint8_t>(bytes.size() - 20);
+    bytes[16] = 121;
+    Bytes records; // of 436M, with a count of 6 and a length of 2304
+    while (records.size() < 4'000'000)
+    {
+        records.insert(records.end(), {0, 9, 4, 4, 0, 6, 0, 0, 9, 0, 0, 0, 0, 1});
+        records.resize(records.size() + 520);
+    }
+    const std::clock_t begin = std::clock();
+    EXPECT_EQ(findAll(KIVCS2CaptionCarrier_RTP, bytes).size(), 120u);
+    (void)findAll(KIVCS2CaptionCarrier_436M, records);
+    EXPECT_LT(std::clock() - begin, 3 * CLOCKS_PER_SEC);
+}
+
 // Cut at any byte: what lies before is whole, and in blocks of any size the stream gives what it gives at
 // once.
 TEST(CaptionCarriers, CutAnywhereAndReadInBlocks)
@@ -495,6 +550,7 @@ TEST(CaptionCarriers, RecordsAndRefusals)
     EXPECT_EQ(
         kivCS2CaptionPacket_wrap(KIVCS2CaptionCarrier_RTP, many.data(), 256, nullptr, &rtp, bytes, &size),
         KIVCS2STATUS_OVERFLOW_ERR);
+    const KIVCS2CaptionPlace over[2] = {};
     place.m_line = 0x800;
     kiv::test::expectAllRefused(
         {KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2CaptionPacket_find, "carrier < KIVCS2CaptionCarrier_MAX",
@@ -509,6 +565,8 @@ TEST(CaptionCarriers, RecordsAndRefusals)
          KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2CaptionPacket_wrap,
                      "!isRTP || ((rtp != nullptr) && kiv::carriers::isSendable(*rtp))", 10, nullptr, 0,
                      nullptr, nullptr, bytes, &size),
+         KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2CaptionPacket_wrap, "kiv::carriers::areApart(form, load)",
+                     KIVCS2CaptionCarrier_V210Luma, many.data(), 2, over, nullptr, bytes, &size),
          KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2CaptionPacket_wrap,
                      "!isRTP || kiv::carriers::isSendable(place)", 10, &packet, 1, &place, &rtp, bytes,
                      &size)});

@@ -136,7 +136,7 @@ size_t wordsOf(const Look &look, size_t data)
 }
 
 // One bit of DID or SDID has changed: accepted only if the rest is right to the last word.
-std::optional<Judgement> judgeNear(const Look &look, Trust trust)
+std::optional<Judgement> judgeNear(const Look &look, size_t left, Trust trust)
 {
     for (const uint8_t sdid : {kCDP, kPair})
     {
@@ -146,8 +146,13 @@ std::optional<Judgement> judgeNear(const Look &look, Trust trust)
         mended.set(0, kCaptionDID);
         mended.set(1, sdid);
         const size_t data = look.byte(2);
-        if (look.isRight(2) && countInside(mended, sdid) == data && mended.isWhole(data))
+        const size_t inside = countInside(mended, sdid);
+        if (look.isRight(2) && inside == data && mended.isWhole(data))
             return Judgement{Verdict::Damaged, wordsOf(look, data), true};
+        // The words that follow decide, but only if the content allows it so far.
+        const bool mayBe = look.isRight(2) && (inside == data || look.count() <= kLengthAt);
+        if (!trust.any && mayBe && kHeadWords + data >= left)
+            return Judgement{Verdict::Undecided, 0, true};
     }
     return trust.any ? std::nullopt : std::optional<Judgement>{{Verdict::No, 0, false}};
 }
@@ -168,6 +173,8 @@ Judgement judgeBody(const Look &look, size_t left, std::optional<uint8_t> sdid, 
     }
     if (!trust.placed && !(isCaption && hasMarks(look, *sdid)))
         return {kHeadWords + data < left ? Verdict::No : Verdict::Undecided, 0, isCaption};
+    if (!look.isRight(2) && isCaption && left <= kLengthAt)
+        return {Verdict::Cut, left, true}; // the CDP's own length may follow
     if (!look.isRight(2) && inside == kUnknown)
         return {Verdict::Damaged, kHeadWords, isCaption}; // its length is unknown
     const size_t length = kHeadWords + (look.isRight(2) ? data : inside) + 1;
@@ -196,7 +203,7 @@ Judgement judge(const Words &words, size_t at, size_t limit, Trust trust)
 
     const Look look{words, at, limit};
     if (!sdid)
-        if (const auto near = judgeNear(look, trust))
+        if (const auto near = judgeNear(look, left, trust))
             return *near;
     return judgeBody(look, left, sdid, trust);
 }

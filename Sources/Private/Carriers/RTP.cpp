@@ -16,6 +16,7 @@ constexpr uint8_t kVersion = 2;
 constexpr size_t kFixedSize = 12;  // the RTP header without sources and extension
 constexpr size_t kPayloadHead = 8; // extended sequence number, Length, ANC_Count, F
 constexpr size_t kPlaceSize = 4;   // C, line, horizontal offset, S and StreamNum of one packet
+constexpr size_t kLeastSize = 8;   // of a packet with its place
 constexpr uint16_t kAnyLine = 0x7FF, kAnyOffset = 0xFFF;
 constexpr size_t kMostPackets = 255; // the largest ANC_Count
 constexpr size_t kTellingCount = 8;  // this much user data does not look like a packet by chance
@@ -66,6 +67,7 @@ struct Item
 {
     Judgement found;
     size_t next;
+    bool leads; // its own count says where the next one begins
 };
 
 Judgement judgeAt(std::span<const uint8_t> bytes, size_t at)
@@ -89,23 +91,25 @@ size_t startBehind(std::span<const uint8_t> bytes, size_t at)
 
 Item itemAt(std::span<const uint8_t> bytes, size_t at)
 {
-    Judgement found = judgeAt(bytes, at);
-    size_t next = std::min(bytes.size(), at + kPlaceSize + padded(bytesFor(Packing::Dense, found.taken)));
+    const Judgement found = judgeAt(bytes, at);
+    const size_t next = at + kPlaceSize + padded(bytesFor(Packing::Dense, found.taken));
     // Its own count cannot be trusted: it has a wrong parity, or leads past the bytes.
     const bool lost = found.verdict == Verdict::Damaged && found.taken == kHeadWords;
-    if (found.verdict == Verdict::Cut || found.verdict < Verdict::Cut || lost)
-    {
-        const size_t start = startBehind(bytes, std::min(bytes.size(), at + kPlaceSize + 4));
-        if (start < bytes.size() || lost)
-        {
-            next = start;
-            const Words words{Packing::Dense,
-                              bytes.subspan(at + kPlaceSize, start - std::min(start, at + kPlaceSize))};
-            found.verdict = Verdict::Damaged;
-            found.taken = std::min(lost ? kHeadWords : words.count(), kMostWords);
-        }
-    }
-    return {found, next};
+    return {found, std::min(bytes.size(), next), found.verdict > Verdict::Cut && !lost};
+}
+
+// Ends a packet whose count does not lead to the next one at the next recognisable one.
+void endAtNext(std::span<const uint8_t> bytes, size_t at, Item &item)
+{
+    const bool lost = item.found.verdict == Verdict::Damaged;
+    const size_t start = startBehind(bytes, std::min(bytes.size(), at + kLeastSize));
+    if (start == bytes.size() && !lost)
+        return;
+    const Words words{Packing::Dense,
+                      bytes.subspan(at + kPlaceSize, start - std::min(start, at + kPlaceSize))};
+    item.next = start;
+    item.found.verdict = Verdict::Damaged;
+    item.found.taken = std::min(lost ? kHeadWords : words.count(), kMostWords);
 }
 
 void tellPlace(std::span<const uint8_t> bytes, size_t at, KIVCS2CaptionPlace &place)
@@ -119,33 +123,57 @@ void tellPlace(std::span<const uint8_t> bytes, size_t at, KIVCS2CaptionPlace &pl
     place.m_stream = head & 0x7F;
 }
 
+// Where the search goes on at `offset`, but not before `least`. The call before left it at a packet, or within
+// a cut one if it is not on 32 bits.
+size_t resumeAt(std::span<const uint8_t> bytes, size_t begin, size_t offset, size_t least)
+{
+    const size_t at = begin + padded(offset - begin);
+    if (at == offset && at >= least)
+        return at;
+    return startBehind(bytes, std::min(bytes.size(), std::max(at, least)));
+}
+
 // Every packet is walked, also those after the wanted one, to compare their number with ANC_Count.
 struct Walk
 {
     std::optional<Item> item; // the first wanted packet
     size_t at;                // its place
     size_t count, end;
+    bool isComplete; // every packet was counted
 };
 
+// A packet that does not lead to the next one costs a search. Only the call that finds the packet makes it:
+// otherwise hostile bytes would take a time that grows with the square of their number.
 Walk walk(std::span<const uint8_t> bytes, const Payload &payload, const Search &search)
 {
     const std::span<const uint8_t> whole = bytes.first(payload.end);
-    Walk result{std::nullopt, 0, 0, payload.begin};
+    Walk result{std::nullopt, 0, 0, payload.begin, true};
     size_t at = payload.begin;
     while (at + kPlaceSize < whole.size() && result.count <= kMostPackets)
     {
-        const Item item = itemAt(whole, at);
+        Item item = itemAt(whole, at);
         // Past the Length only a packet without faults counts.
         if (item.found.verdict < Verdict::Cut ||
             (at >= payload.begin + payload.length && item.found.verdict != Verdict::Whole))
             break;
+        if (!item.leads && (result.item || at < search.offset))
+        {
+            result.isComplete = false;
+            if (result.item)
+                break;
+            ++result.count;
+            at = resumeAt(whole, payload.begin, search.offset, at + kLeastSize);
+            continue;
+        }
+        if (!item.leads)
+            endAtNext(whole, at, item);
         if (!result.item && at >= search.offset && (search.any || item.found.isCaption))
         {
             result.item = item;
             result.at = at;
         }
         ++result.count;
-        at = std::max(item.next, at + kPlaceSize + 4);
+        at = std::max(item.next, at + kLeastSize);
     }
     result.end = std::min(at, whole.size());
     return result;
@@ -178,7 +206,8 @@ KIVCS2Status findInRTP(Search &search)
     search.place.m_field = rtp.m_field;
     const Walk found = walk(search.bytes, payload, search);
     const size_t told = payload.begin + payload.length;
-    if (found.count != rtp.m_count || found.end != told || payload.end != told || !payload.padding)
+    const bool agrees = !found.isComplete || (found.count == rtp.m_count && found.end == told);
+    if (!agrees || payload.end != told || !payload.padding)
         search.packet.m_faults |= faultBit(KIVCS2CaptionFault_CarrierCounts);
     if (rtp.m_field == 3)
         search.packet.m_faults |= faultBit(KIVCS2CaptionFault_CarrierField);

@@ -110,6 +110,23 @@ bool hasFlag(KIVCS2CaptionCarrier form)
     return kForms[form].flag;
 }
 
+bool areApart(KIVCS2CaptionCarrier form, const Load &load)
+{
+    if (!kForms[form].isLine || load.places == nullptr)
+        return true;
+    const auto end = [&load](size_t packet)
+    {
+        return size_t{load.places[packet].m_horizontal} + kFlagWords + kHeadWords +
+               load.packets[packet].m_anc[2] + 1;
+    };
+    for (size_t packet = 1; packet < load.packets.size(); ++packet)
+        for (size_t other = 0; other < packet; ++other)
+            if (load.places[packet].m_horizontal < end(other) &&
+                load.places[other].m_horizontal < end(packet))
+                return false;
+    return true;
+}
+
 KIVCS2Status findInWords(KIVCS2CaptionCarrier form, Search &search)
 {
     const Form &row = kForms[form];

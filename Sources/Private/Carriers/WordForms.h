@@ -9,6 +9,9 @@ namespace kiv::carriers
 // Whether a data flag precedes each packet.
 [[nodiscard]] bool hasFlag(KIVCS2CaptionCarrier form);
 
+// Whether no packet is put over another one in a line.
+[[nodiscard]] bool areApart(KIVCS2CaptionCarrier form, const Load &load);
+
 [[nodiscard]] KIVCS2Status findInWords(KIVCS2CaptionCarrier form, Search &search);
 [[nodiscard]] KIVCS2Status wrapInWords(KIVCS2CaptionCarrier form, const Load &load, std::span<uint8_t> room,
                                        size_t &size);

@@ -106,19 +106,21 @@ std::optional<Record> nextRecord(std::span<const uint8_t> bytes, size_t &at)
     return std::nullopt;
 }
 
-// Bytes of the record's payload. If its own numbers disagree, the bytes that follow decide.
+// Bytes of the record's payload. If its own numbers disagree, the bytes that follow decide; as long as they
+// do not, it is as long as the longest packet's.
 size_t payloadOf(std::span<const uint8_t> bytes, size_t begin, const Record &record)
 {
     if (record.lengthsAgree)
         return record.array;
+    constexpr size_t kLongest = 2 * padded(kMostWords);
     const size_t left = bytes.size() - begin;
     for (const size_t length : {record.array, record.length(), padded(record.length())})
         if (length <= left && isBoundary(bytes, begin + length))
             return length;
-    size_t next = begin;
-    while (bytes.size() - next >= kHeaderSize && !recordAt(bytes, next, 0))
-        ++next;
-    return std::min({next - begin, left, padded(kMostWords) * 2});
+    for (size_t length = 0; length < kLongest && length + kHeaderSize <= left; ++length)
+        if (recordAt(bytes, begin + length, 0))
+            return length;
+    return kLongest;
 }
 
 void tellPlace(const Record &record, size_t at, KIVCS2CaptionPlace &place)
