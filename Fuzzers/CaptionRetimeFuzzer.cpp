@@ -77,6 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const bool isPart = data[1] >= 128; // of a part nothing is lost either, which the report says
     there.m_first = isPart ? frame / 4 : 0;
     there.m_last = isPart ? frame / 2 : 0;
+    there.m_mode = isPart ? KIVCS2CaptionRetimeMode_HasLast : 0;
     const Packets result = retime(there, source);
     KIV_FUZZ_EXPECT(isPart || queuedIn(result) == queuedIn(source));
     KIV_FUZZ_EXPECT(queuedIn(retime(back, result)) == queuedIn(result));

@@ -37,7 +37,9 @@ enum
     /** The frame that is shown at the moment at which the source's begins, both counted from frame 0. */
     KIVCS2CaptionRetimeMode_SameMoment = 0,
     /** The frame of the same number since midnight: the programme runs faster or slower. */
-    KIVCS2CaptionRetimeMode_SameFrames = 1
+    KIVCS2CaptionRetimeMode_SameFrames = 1,
+    /** Added to a mode: `m_last` is a frame even if it is 0. */
+    KIVCS2CaptionRetimeMode_HasLast = 0x100
 };
 
 /** Options of retiming. */
@@ -46,7 +48,7 @@ typedef struct KIVCS2CaptionRetimeOptions
     KIVCS2CaptionCounting m_from, m_to;
     KIVCS2CaptionRetimeMode m_mode;
     uint32_t m_first;       /**< the first frame of the source that is taken */
-    uint32_t m_last;        /**< the last one; 0 for no end */
+    uint32_t m_last;        /**< the last one; 0 for no end, without _HasLast */
     int32_t m_offset;       /**< frames of the result, added to each */
     uint64_t m_reserved[4]; /**< 0 */
 } KIVCS2CaptionRetimeOptions;
@@ -98,8 +100,8 @@ typedef struct KIVCS2CaptionRetime
  * Makes a retimer with empty queues.
  * @param[in] options   copied
  * @param     onPacket  called from feed and finish
- * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null, the mode is neither, `m_last` is smaller than
- *                                       `m_first` and not 0, or `m_reserved` is not 0
+ * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null, the mode is neither, there is a last frame and
+ *                                       it is before `m_first`, or `m_reserved` is not 0
  * @retval KIVCS2STATUS_FRAME_RATE_ERR   `m_from` or `m_to` is not a counting
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  same frames, and the rates are more than 5 % apart: only 23.98,
  *                                       24 and 25, or 29.97 and 30, or 59.94 and 60 go together

@@ -31,8 +31,9 @@ KIVCS2Status kivCS2CaptionRetime_init(KIVCS2CaptionRetime *retime, const KIVCS2C
     KIV_CHECK(options);
     KIV_CHECK(onPacket);
     retime->m_state = nullptr;
-    KIV_CHECK(options->m_mode <= KIVCS2CaptionRetimeMode_SameFrames);
-    KIV_CHECK((options->m_last == 0) || (options->m_first <= options->m_last));
+    const KIVCS2CaptionRetimeMode mode = kiv::cc::modeOf(*options);
+    KIV_CHECK(mode <= KIVCS2CaptionRetimeMode_SameFrames);
+    KIV_CHECK(!kiv::cc::hasLast(*options) || (options->m_first <= options->m_last));
     for (const uint64_t reserved : options->m_reserved)
         KIV_CHECK(reserved == 0);
 
@@ -40,7 +41,7 @@ KIVCS2Status kivCS2CaptionRetime_init(KIVCS2CaptionRetime *retime, const KIVCS2C
     const KIVCS2CaptionCountingInfo *const to = kiv::cc::countingInfo(options->m_to);
     if (from == nullptr || to == nullptr)
         return KIVCS2STATUS_FRAME_RATE_ERR;
-    if (options->m_mode == KIVCS2CaptionRetimeMode_SameFrames && !areNear(*from, *to))
+    if (mode == KIVCS2CaptionRetimeMode_SameFrames && !areNear(*from, *to))
         return KIVCS2STATUS_UNSUPPORTED_ERR;
     retime->m_state = new (std::nothrow) kiv::cc::Retimer{*options, onPacket, context};
     return retime->m_state != nullptr ? KIVCS2STATUS_OK : KIVCS2STATUS_MEMORY_ERR;

@@ -22,6 +22,7 @@ constexpr KIVCS2CaptionCounting kDF = KIVCS2CaptionCounting_29_97DF, k24 = KIVCS
                                 k50 = KIVCS2CaptionCounting_50, k59 = KIVCS2CaptionCounting_59_94DF,
                                 k60 = KIVCS2CaptionCounting_60;
 constexpr KIVCS2Status kRefused = KIVCS2STATUS_INVALID_TIMECODE_ERR;
+constexpr KIVCS2CaptionRetimeMode kHasLast = KIVCS2CaptionRetimeMode_HasLast;
 
 KIVCS2CaptionRetimeOptions fromTo(KIVCS2CaptionCounting from, KIVCS2CaptionCounting to, int32_t offset = 0)
 {
@@ -203,6 +204,12 @@ TEST(CaptionRetime, SelectionOffsetMidnightAndRefusals)
     EXPECT_TRUE(haveSame(before.packets, part.packets, 2)); // the rest of a refused one goes too
     EXPECT_TRUE(none.packets.empty() && none.refusals == std::vector(8, kRefused));
 
+    // Frame 0 alone, with the rest of what begins on it.
+    const KIVCS2CaptionRetimeOptions zero{k25, k25, kHasLast, 0, 0, 0, {}};
+    const Retimed alone{zero, packetsOf({{0, start}, {0, two}, {1, five}, {1, end}})};
+    EXPECT_EQ(placedIn(alone.packets, 0), (Placed{{0, two}}));
+    EXPECT_EQ(placedIn(alone.packets, 2), (Placed{{0, start}, {1, end}}));
+
     constexpr uint32_t kDay = 25 * 86400;
     const Retimed midnight{fromTo(k25, k50), packetsOf({{kDay - 1, {}}, {0, {}}, {1, two}})};
     EXPECT_TRUE(midnight.packets.size() == 6 && placedIn(midnight.packets, 0)[0].first == 2 * kDay + 2);
@@ -255,23 +262,6 @@ Captions decode(KIVCS2CaptionCounting counting, const Packets &packets)
     return found.second;
 }
 
-// The same texts, each at its moment: late by the wait and two frames at most, early by two.
-void expectSame(const Captions &before, const Retimed &retimed, KIVCS2CaptionCounting counting)
-{
-    const Captions after = decode(counting, retimed.packets);
-    const double two = 2 * secondsOf(counting, 1);
-    ASSERT_EQ(after.size(), before.size());
-    for (size_t index = 0; index < before.size(); ++index)
-    {
-        const auto &[service, text, from] = before[index];
-        const size_t queue = service <= KIVCS2CaptionService_S63 ? 2 : ((service & 0xF) - 1) / 2;
-        const double off = std::get<2>(after[index]) - from;
-        EXPECT_TRUE(std::get<0>(after[index]) == service && std::get<1>(after[index]) == text &&
-                    off >= -two && off <= two + static_cast<double>(retimed.report.m_waitTime[queue]) / 1e9)
-            << text << ": " << off;
-    }
-}
-
 TEST(CaptionRetimeCorpus, RealFilesShowTheSameAtEveryRateAndBack)
 {
     KIV_NEED_CORPUS();
@@ -290,38 +280,49 @@ TEST(CaptionRetimeCorpus, RealFilesShowTheSameAtEveryRateAndBack)
         {
             SCOPED_TRACE(entry.path().filename().string() + " at " + kivCS2CaptionCounting_name(to));
             const Retimed there{fromTo(from, to), source};
-            expectSame(known, there, to);
-            expectSame(decode(to, there.packets), Retimed{fromTo(to, from), there.packets}, from);
+            const Captions middle = decode(to, there.packets);
+            const Retimed back{fromTo(to, from), there.packets};
+            // The same texts, each at its moment: late by the wait and two frames at most, early by two.
+            for (const auto &[before, after, retimed, counting] :
+                 {std::tuple{known, middle, there, to}, {middle, decode(from, back.packets), back, from}})
+            {
+                ASSERT_EQ(after.size(), before.size());
+                for (size_t index = 0; index < before.size(); ++index)
+                {
+                    const auto &[service, text, moment] = before[index];
+                    const size_t queue = service <= KIVCS2CaptionService_S63 ? 2 : ((service & 0xF) - 1) / 2;
+                    const double off = std::get<2>(after[index]) - moment, two = 2 * secondsOf(counting, 1);
+                    const double wait = static_cast<double>(retimed.report.m_waitTime[queue]) / 1e9;
+                    EXPECT_TRUE(std::get<0>(after[index]) == service && std::get<1>(after[index]) == text &&
+                                off >= -two && off <= two + wait)
+                        << text << ": " << off;
+                }
+            }
         }
     }
 }
 
 TEST(CaptionRetimeRecords, SizesAndArguments)
 {
-    EXPECT_EQ(sizeof(KIVCS2CaptionRetimeOptions), 56u);
-    EXPECT_EQ(sizeof(KIVCS2CaptionRetimeReport), 184u);
+    EXPECT_TRUE(sizeof(KIVCS2CaptionRetimeOptions) == 56 && sizeof(KIVCS2CaptionRetimeReport) == 184);
     const auto init = [](KIVCS2CaptionRetimeOptions options)
     {
         KIVCS2CaptionRetime retime;
         return kivCS2CaptionRetime_init(&retime, &options, Retimed::onPacket, nullptr);
     };
-    KIVCS2CaptionRetimeOptions range = fromTo(1, 2), reserved = range, mode = range, far = fromTo(k25, kDF);
-    range.m_first = 2;
-    range.m_last = 1;
-    reserved.m_reserved[3] = 1;
-    mode.m_mode = 2;
-    far.m_mode = KIVCS2CaptionRetimeMode_SameFrames;
+    const KIVCS2CaptionRetimeOptions far{k25, kDF, KIVCS2CaptionRetimeMode_SameFrames, 0, 0, 0, {}},
+        range{1, 2, 0, 2, 1, 0, {}}, frame0{1, 2, kHasLast, 2, 0, 0, {}}, mode{1, 2, 2, 0, 0, 0, {}},
+        reserved{1, 2, 0, 0, 0, 0, {0, 0, 0, 1}};
     EXPECT_EQ(init(far), KIVCS2STATUS_UNSUPPORTED_ERR);
     EXPECT_EQ(init(fromTo(0, k24)), KIVCS2STATUS_FRAME_RATE_ERR);
     EXPECT_EQ(init(fromTo(k24, KIVCS2CaptionCounting_MAX)), KIVCS2STATUS_FRAME_RATE_ERR);
     const KIVCS2Status refused = KIVCS2STATUS_PARAM_ERR;
     KIVCS2CaptionRetime none{};
-    const char *const kRange = "(options->m_last == 0) || (options->m_first <= options->m_last)";
-    kiv::test::expectAllRefused({
-        KIV_REFUSES(refused, init, "options->m_mode <= KIVCS2CaptionRetimeMode_SameFrames", mode),
-        KIV_REFUSES(refused, init, kRange, range),
-        KIV_REFUSES(refused, init, "reserved == 0", reserved),
-        KIV_REFUSES(refused, kivCS2CaptionRetime_finish, "retime->m_state", &none, nullptr),
-    });
+    const char *const kRange = "!kiv::cc::hasLast(*options) || (options->m_first <= options->m_last)";
+    kiv::test::expectAllRefused(
+        {KIV_REFUSES(refused, init, "mode <= KIVCS2CaptionRetimeMode_SameFrames", mode),
+         KIV_REFUSES(refused, init, kRange, range), KIV_REFUSES(refused, init, kRange, frame0),
+         KIV_REFUSES(refused, init, "reserved == 0", reserved),
+         KIV_REFUSES(refused, kivCS2CaptionRetime_finish, "retime->m_state", &none, nullptr)});
 }
 } // namespace

@@ -39,7 +39,7 @@ FrameMap::FrameMap(const KIVCS2CaptionCountingInfo &from, const KIVCS2CaptionCou
                    const KIVCS2CaptionRetimeOptions &options)
     : m_times{1}, m_over{1}, m_offset{options.m_offset}
 {
-    if (options.m_mode == KIVCS2CaptionRetimeMode_SameFrames)
+    if (modeOf(options) == KIVCS2CaptionRetimeMode_SameFrames)
         return;
     m_times = uint64_t{from.m_denominator} * to.m_numerator;
     m_over = uint64_t{from.m_numerator} * to.m_denominator;
@@ -116,7 +116,7 @@ KIVCS2Status Retimer::select(const KIVCS2CaptionPacket &packet, uint64_t source)
         m_now.dtvcc.startLost = true;
         return KIVCS2STATUS_OK;
     }
-    if (m_options.m_last != 0 && source > m_options.m_last)
+    if (hasLast(m_options) && source > m_options.m_last)
         return takeTail(packet, source);
     if (m_map(source) < 0)
     {

@@ -10,6 +10,15 @@
 
 namespace kiv::cc
 {
+[[nodiscard]] constexpr KIVCS2CaptionRetimeMode modeOf(const KIVCS2CaptionRetimeOptions &options)
+{
+    return options.m_mode & ~uint32_t{KIVCS2CaptionRetimeMode_HasLast};
+}
+[[nodiscard]] constexpr bool hasLast(const KIVCS2CaptionRetimeOptions &options)
+{
+    return options.m_last != 0 || modeOf(options) != options.m_mode;
+}
+
 // From frames of the source to frames of the result by an exact fraction.
 class FrameMap
 {

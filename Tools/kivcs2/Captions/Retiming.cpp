@@ -65,12 +65,16 @@ KIVCS2CaptionCounting retimedCounting(const RetimeArguments &arguments, const Ca
 
 Retiming::Retiming(const CaptionSource &source, const RetimeArguments &arguments, bool keepGoing,
                    OnPacket onPacket)
-    : m_source(source), m_arguments(arguments), m_keepGoing(keepGoing), m_onPacket(std::move(onPacket))
+    : m_source(source), m_arguments(arguments), m_keepGoing(keepGoing),
+      m_isSameFrames(!arguments.toCounting.empty()), m_hasLast(!arguments.until.empty()),
+      m_onPacket(std::move(onPacket))
 {
     m_options.m_from = source.header().m_counting;
     m_options.m_to = retimedCounting(arguments, source);
-    m_options.m_mode = arguments.toCounting.empty() ? KIVCS2CaptionRetimeMode_SameMoment
-                                                    : KIVCS2CaptionRetimeMode_SameFrames;
+    m_options.m_mode =
+        m_isSameFrames ? KIVCS2CaptionRetimeMode_SameFrames : KIVCS2CaptionRetimeMode_SameMoment;
+    if (m_hasLast)
+        m_options.m_mode |= KIVCS2CaptionRetimeMode_HasLast;
     check(kivCS2CaptionCounting_getInfo(m_options.m_from, &m_from), "counting");
     check(kivCS2CaptionCounting_getInfo(m_options.m_to, &m_to), "counting");
     m_offset = offsetOf(arguments.offset);
@@ -79,7 +83,7 @@ Retiming::Retiming(const CaptionSource &source, const RetimeArguments &arguments
             (void)source.frameOf(text); // what is mistyped is said before anything is read
     const double change = double{1} * m_to.m_numerator * m_from.m_denominator /
                           (double{1} * m_to.m_denominator * m_from.m_numerator);
-    if (m_options.m_mode == KIVCS2CaptionRetimeMode_SameFrames && (change > 1.05 || change < 0.95))
+    if (m_isSameFrames && (change > 1.05 || change < 0.95))
         throw Failure(KIVCS2STATUS_UNSUPPORTED_ERR,
                       "--to-counting " + arguments.toCounting + ": too far from " +
                           std::string{source.counting().name} + "; --to-rate keeps the moments");
@@ -92,7 +96,7 @@ Retiming::~Retiming()
 
 int64_t Retiming::due(uint64_t frame) const
 {
-    if (m_options.m_mode == KIVCS2CaptionRetimeMode_SameMoment)
+    if (!m_isSameFrames)
         frame = frame * m_from.m_denominator * m_to.m_numerator /
                 (uint64_t{m_from.m_numerator} * m_to.m_denominator);
     return static_cast<int64_t>(frame) + m_options.m_offset;
@@ -109,11 +113,9 @@ void Retiming::begin(const KIVCS2CaptionPacket &first)
     m_frame = first.m_frame;
     if (!m_arguments.from.empty())
         m_options.m_first = after(m_arguments.from, first.m_frame);
-    if (!m_arguments.until.empty())
+    if (m_hasLast)
         m_options.m_last = after(m_arguments.until, std::max(m_options.m_first, first.m_frame));
-    if (!m_arguments.until.empty() && m_options.m_last == 0)
-        throw Failure(kExitUsage, "--until: frame 0 alone cannot be taken");
-    if (m_options.m_last != 0 && m_options.m_last < m_options.m_first)
+    if (m_hasLast && m_options.m_last < m_options.m_first)
         throw Failure(kExitUsage, "--until is before --from");
     if (m_arguments.startsAtZero)
         m_options.m_offset -=
@@ -129,7 +131,7 @@ bool Retiming::take(const KIVCS2CaptionPacket &packet)
         begin(packet);
     const bool isNextDay = packet.m_frame + m_from.m_perDay / 2 < m_frame;
     const uint64_t frame = m_day + (isNextDay ? m_from.m_perDay : 0) + packet.m_frame;
-    const bool isTaken = frame >= m_options.m_first && (m_options.m_last == 0 || frame <= m_options.m_last);
+    const bool isTaken = frame >= m_options.m_first && (!m_hasLast || frame <= m_options.m_last);
     m_added = {};
     if (isTaken)
         expect(packet, frame);
@@ -238,7 +240,7 @@ void Retiming::finish()
 void Retiming::compare(const Tally &in, const Tally &out) const
 {
     // A packet of CEA-708 may begin on the last frame that is taken and end behind it.
-    const bool isPart = m_options.m_first != 0 || m_options.m_last != 0;
+    const bool isPart = m_options.m_first != 0 || m_hasLast;
     for (const auto &[service, texts] : in.texts)
     {
         const auto other = out.texts.find(service);
@@ -264,12 +266,11 @@ std::string Retiming::waitText() const
 
 void Retiming::tell(Facts &facts, Json &value) const
 {
-    const bool isSameFrames = m_options.m_mode == KIVCS2CaptionRetimeMode_SameFrames;
     const std::string first = timecode(m_options.m_to, m_report.m_firstFrame);
     const std::string last = timecode(m_options.m_to, m_report.m_lastFrame);
     facts.add("Retimed",
               "to " + std::string{rowOf(m_options.m_to).title} + ", " +
-                  (isSameFrames ? "same frames" : "same moments") +
+                  (m_isSameFrames ? "same frames" : "same moments") +
                   (m_options.m_offset != 0 ? ", offset " + std::to_string(m_options.m_offset) : ""));
     facts.add("Result", first + " until " + last + ", " + count(m_report.m_packetsOut, "frame"));
     facts.add("Longest wait", waitText());
@@ -284,7 +285,7 @@ void Retiming::tell(Facts &facts, Json &value) const
         seconds[kQueues[queue]] = static_cast<double>(m_report.m_waitTime[queue]) / 1e9;
     }
     value["retimed"] = {{"counting", m_to.m_name},
-                        {"sameFrames", isSameFrames},
+                        {"sameFrames", m_isSameFrames},
                         {"offset", m_options.m_offset},
                         {"first", first},
                         {"last", last},

@@ -83,7 +83,8 @@ private:
 
     const CaptionSource &m_source;
     const RetimeArguments &m_arguments;
-    bool m_keepGoing;
+    bool m_keepGoing, m_isSameFrames;
+    bool m_hasLast; ///< --until is given
     OnPacket m_onPacket;
     std::exception_ptr m_thrown;
     KIVCS2CaptionRetimeOptions m_options{};
