@@ -86,6 +86,7 @@ TEST_F(CaptionMotion, MovesAndCutsAFile)
     const std::string mcc = path("25.mcc").string();
     ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, mcc, "--to-rate", "25"}).code, 0);
     const std::string midnight = write("midnight.scc", kMidnight);
+    const std::string zero = write("zero.scc", "Scenarist_SCC V1.0\n\n00:00:00:00\t9420 9420 c849\n");
     struct Row
     {
         std::string source, target;
@@ -119,7 +120,7 @@ TEST_F(CaptionMotion, MovesAndCutsAFile)
          "",
          "--until is before --from"},
         {scc, "u.mcc", {"--until", "00:59:00;02"}, 3, "", "has no captions in what is taken"},
-        {scc, "u.mcc", {"--until", "0"}, 2, "", "frame 0 alone"},
+        {zero, "n.scc", {"--until", "0"}, 0, "\n00:00:00:00\t9420\n", ""}, // frame 0 alone
         {midnight, "q.mcc", {"--until", "00:00:00;00"}, 0, "\n23:59:58:08\tT", ""},
         {scc, "u.mcc", {"--from", "25:00:00:00"}, 3, "", "names no frame"},
         {scc, "z.srt", {"--start-at-zero", "--time-zero", "0"}, 2, "", "--time-zero does not go with"},
@@ -284,6 +285,12 @@ TEST_F(CaptionMotion, RefusesWhatMakesNoSenseOfACapture)
     const size_t size = whole.size() / 10;
     std::string other = whole;
     other[2] = 0; // version 0
+    const std::string units = capture(forms()[2], frames()), records = capture(forms()[6], frames());
+    const auto more = [](const std::string &packets, size_t bytes)
+    {
+        return packets.substr(0, packets.size() / 10 + bytes);
+    };
+    const std::string unit = std::to_string(units.size() / 10), record = std::to_string(records.size() / 10);
     struct Row
     {
         Words words;
@@ -298,6 +305,10 @@ TEST_F(CaptionMotion, RefusesWhatMakesNoSenseOfACapture)
         {{"--in", "rtp"}, other, 3, "9420", "not RTP version 2: 1 payload, first at byte 2 ("},
         {{"--in", "rtp"}, "\x80" + std::string(70000, 'x'), 3, "", "without lengths between them"},
         {{"--in", "rtp"}, whole.substr(0, size + 1), 3, "9420", "payload at byte " + std::to_string(size)},
+        // Too little of the next one to be found.
+        {{"--in", "291m", "--words", "10bit-adf"}, more(units, 6), 3, "9420", "packet at byte " + unit},
+        {{"--in", "436m"}, more(records, 9), 3, "9420", "record at byte " + record + " is cut short"},
+        {{"--in", "436m"}, more(records, 0) + std::string(9, '\0'), 0, "9420", ""},
         {{"--in", "v210"}, "", 2, "", "--in v210 needs --width"},
         {{"--in", "rtp", "--width", "720"}, "", 2, "", "--width is of --in v210"},
         {{"--in", "436m", "--words", "8bit"}, "", 2, "", "--words is of --in 291m"},

@@ -13,7 +13,6 @@ namespace
 {
 
 constexpr size_t kBlock = size_t{1} << 20; // a 436M line record has 96 KiB at most
-constexpr size_t kRecordHeader = 14;       // of a 436M line record
 constexpr size_t kMostPayload = 0xFFFF;    // a length of RFC 4571 has 16 bits
 
 bool hasFirst(std::span<const uint8_t> bytes, uint8_t mask, uint8_t value)
@@ -63,13 +62,32 @@ bool Capture::nextInStream(CapturedPacket &found)
             continue;
         if (status != KIVCS2STATUS_EOF_ERR)
         {
-            if (m_forms[0] == KIVCS2CaptionCarrier_436M && m_at + kRecordHeader <= m_bytes.size())
+            if (!m_isCut && hasBegun())
                 m_damage.cut = m_begin + m_at;
             return false;
         }
+        m_isCut = true;
         ++m_at; // a cut packet
         return true;
     }
+}
+
+// Whether what is left at the end is a piece of a record or packet, too small to be found. A frame of 436M
+// without records is zeros, and a DID or a part of a flag alone may be chance.
+bool Capture::hasBegun() const
+{
+    const std::span<const uint8_t> rest = std::span{m_bytes}.subspan(m_at);
+    const KIVCS2CaptionCarrier form = m_forms[0];
+    if (form == KIVCS2CaptionCarrier_436M)
+        return std::ranges::any_of(rest, [](uint8_t byte) { return byte != 0; });
+    if (form == KIVCS2CaptionCarrier_8Bit)
+        return false;
+    constexpr size_t kFlag = 3, kHead = 2; // DID and SDID
+    const bool hasFlag = form == KIVCS2CaptionCarrier_8BitWithADF ||
+                         form == KIVCS2CaptionCarrier_10BitWithADF ||
+                         form == KIVCS2CaptionCarrier_10BitLittleWithADF;
+    const size_t unit = form == KIVCS2CaptionCarrier_8BitWithADF ? 1 : 2;
+    return rest.size() % unit != 0 || rest.size() / unit >= (hasFlag ? kFlag : kHead);
 }
 
 // Puts the next block behind what may be the beginning of a packet; false at the end.

@@ -36,7 +36,7 @@ public:
     {
         uint64_t notRTP = 0; ///< payloads of another version than 2
         uint64_t firstNotRTP = 0;
-        std::optional<uint64_t> cut; ///< where the record, row or payload begins that the end cuts
+        std::optional<uint64_t> cut; ///< where begins what the end cuts: record, packet, row or payload
     };
 
     /// `width` is that of a v210 capture's rows: luma and chroma are searched, of SD (720) every sample.
@@ -63,6 +63,7 @@ private:
     bool nextInStream(CapturedPacket &found);
     bool nextInPart(CapturedPacket &found);
     bool grow();
+    [[nodiscard]] bool hasBegun() const;
     bool readPart();
     bool readRow();
     bool readPayload();
@@ -80,6 +81,7 @@ private:
     uint64_t m_row = 0;
     bool m_isOpen = false; ///< a part is there
     bool m_isAlone = false;
+    bool m_isCut = false; ///< a packet at the end is
     Damage m_damage;
 };
 

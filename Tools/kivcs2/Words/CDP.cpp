@@ -1,7 +1,8 @@
 // kivcs2 cdp: parse, build and find caption distribution packets.
-#include "Captions/CaptionRows.h"
 #include "Captions/Capture.h"
+#include "Captions/Findings.h"
 #include "Captions/OpenCaptions.h"
+#include "Captions/PacketContent.h"
 #include "Captions/Pairs.h"
 #include "Captions/Services.h"
 #include "Counting.h"
@@ -10,8 +11,6 @@
 #include "Terminal/Output.h"
 #include "Words/Words.h"
 
-#include <KIVCoreServices2/KIVCS2CaptionDecoder.h>
-#include <KIVCoreServices2/KIVCS2CaptionFile.h>
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
 
 #include <algorithm>
@@ -60,7 +59,6 @@ Names wordFormNames()
 }
 
 constexpr size_t kAtom = KIVCS2_CAPTION_ATOM_SIZE;
-constexpr size_t kHead = 3; // DID, SDID and data count in front of the user data
 
 // ---- Hexadecimal text ----
 
@@ -98,113 +96,7 @@ std::vector<uint8_t> fromHex(std::string_view text, const std::string &name)
     return bytes;
 }
 
-std::string hexOf(std::span<const uint8_t> bytes)
-{
-    std::string text;
-    for (const uint8_t byte : bytes)
-        text += print("%02X", byte);
-    return text;
-}
-
-// ---- What is in a packet ----
-
-/// A packet with what is read from it more than once.
-struct Content
-{
-    KIVCS2CaptionPacket packet{};
-    std::array<std::vector<CaptionPair>, 2> fields;
-    KIVCS2CaptionDTVCC dtvcc{};
-
-    explicit Content(const KIVCS2CaptionPacket &found) : packet(found)
-    {
-        for (uint32_t field = 1; field <= 2; ++field)
-            fields[field - 1] = pairsOf(packet, field);
-        (void)kivCS2CaptionPacket_getDTVCC(&packet, &dtvcc); // empty if there are none
-    }
-
-    explicit Content(std::span<const uint8_t> bytes) : Content(parsed(bytes)) {}
-
-    [[nodiscard]] static KIVCS2CaptionPacket parsed(std::span<const uint8_t> bytes)
-    {
-        KIVCS2CaptionPacket packet{};
-        check(kivCS2CaptionPacket_parse(&packet, bytes.data(), static_cast<uint32_t>(bytes.size())),
-              "the packet");
-        return packet;
-    }
-
-    [[nodiscard]] bool isCDP() const
-    {
-        return (packet.m_flags & KIVCS2CaptionPacketFlag_CDP) != 0;
-    }
-    /// The user data, as many as are there.
-    [[nodiscard]] std::span<const uint8_t> cdp() const
-    {
-        if (packet.m_size < kHead)
-            return {};
-        return {packet.m_anc + kHead, std::min<size_t>(packet.m_anc[2], packet.m_size - kHead)};
-    }
-    [[nodiscard]] std::span<const uint8_t> bytes708() const
-    {
-        return {dtvcc.m_bytes, dtvcc.m_count};
-    }
-    [[nodiscard]] std::span<const KIVCS2CaptionServiceEntry> services() const
-    {
-        return {packet.m_services, packet.m_serviceCount};
-    }
-    [[nodiscard]] std::vector<KIVCS2CaptionFault> faults() const
-    {
-        std::vector<KIVCS2CaptionFault> list;
-        for (KIVCS2CaptionFault fault = 1; fault < KIVCS2CaptionFault_MAX; ++fault)
-            if ((packet.m_faults >> fault & 1u) != 0)
-                list.push_back(fault);
-        return list;
-    }
-};
-
-Json toJson(const Content &content)
-{
-    const KIVCS2CaptionPacket &packet = content.packet;
-    const auto pairs = [&content](size_t field)
-    {
-        Json list = Json::array();
-        for (const CaptionPair pair : content.fields[field])
-            list.push_back({{"pair", pair.hex()}, {"words", pair.words()}});
-        return list;
-    };
-    Json services = Json::array();
-    for (const KIVCS2CaptionServiceEntry &entry : content.services())
-        services.push_back({{"service", serviceName(entry.m_service)},
-                            {"language", entry.m_language},
-                            {"easyReader", entry.m_easyReader != 0},
-                            {"wide", entry.m_wide != 0}});
-    Json starts = Json::array();
-    for (uint32_t byte = 0; byte < content.dtvcc.m_count; byte += 2)
-        if ((content.dtvcc.m_starts >> byte / 2 & 1u) != 0)
-            starts.push_back(byte);
-    Json faults = Json::array();
-    for (const KIVCS2CaptionFault fault : content.faults())
-        faults.push_back({{"fault", kivCS2CaptionFile_getFaultName(fault)},
-                          {"status", statusText(kivCS2CaptionFile_getFaultStatus(fault))}});
-    const bool hasTime = (packet.m_flags & KIVCS2CaptionPacketFlag_HasTimeCode) != 0;
-    return {{"bytes", content.cdp().size()},
-            {"did", packet.m_did},
-            {"sdid", packet.m_sdid},
-            {"frameRateCode", packet.m_rateCode},
-            {"framesPerSecond", cdpRateName(packet.m_rateCode)},
-            {"sequence", packet.m_sequence},
-            {"triplets", packet.m_tripletCount},
-            {"timeCode", hasTime ? Json(hexOf(packet.m_timeCode)) : Json()},
-            {"field1", pairs(0)},
-            {"field2", pairs(1)},
-            {"cea708", {{"hex", hexOf(content.bytes708())}, {"packetStarts", starts}}},
-            {"services", services},
-            {"faults", faults}};
-}
-
-std::string listedOrNone(const std::vector<CaptionPair> &pairs)
-{
-    return pairs.empty() ? "none" : listed(pairs);
-}
+// ---- A packet for people ----
 
 std::string servicesText(const Content &content)
 {
@@ -257,43 +149,6 @@ void printPairs(const Content &content)
     }
     table.print();
 }
-
-/// The causes that were met, each with its number and its first place.
-class Causes
-{
-public:
-    /// `where` is empty for the one packet there is.
-    void add(const Content &content, const std::string &where)
-    {
-        for (const KIVCS2CaptionFault fault : content.faults())
-            if (m_causes[fault].count++ == 0)
-                m_causes[fault].first = where;
-    }
-
-    /// One line a cause on standard error.
-    void tell(const std::string &name) const
-    {
-        for (KIVCS2CaptionFault fault = 1; fault < KIVCS2CaptionFault_MAX; ++fault)
-        {
-            const Cause &cause = m_causes[fault];
-            if (cause.count == 0)
-                continue;
-            std::string text = name;
-            text.append(": ").append(kivCS2CaptionFile_getFaultName(fault));
-            if (!cause.first.empty())
-                text.append(": ").append(count(cause.count, "packet")).append(", first ").append(cause.first);
-            note(text.append(" (").append(statusText(kivCS2CaptionFile_getFaultStatus(fault))).append(")"));
-        }
-    }
-
-private:
-    struct Cause
-    {
-        uint64_t count = 0;
-        std::string first;
-    };
-    std::array<Cause, KIVCS2CaptionFault_MAX> m_causes;
-};
 
 // ---- parse ----
 
@@ -403,176 +258,6 @@ int build(const Arguments &arguments, bool json)
 
 // ---- find ----
 
-/// What is listed of a capture: its packets, or the captions in them. A row or an object each, so that memory
-/// does not grow with the capture.
-class Findings
-{
-public:
-    Findings(const Arguments &arguments, bool json)
-        : m_form(arguments.in), m_showsCaptions(arguments.captions), m_table(tableFor(arguments.in)),
-          m_decoder(parseServices(arguments.service),
-                    [this](const KIVCS2CaptionText &text, KIVCS2CaptionCounting counting)
-                    { add(text, counting); })
-    {
-        if (json)
-            m_array.emplace();
-    }
-
-    void add(const CapturedPacket &found)
-    {
-        const Content content{found.packet};
-        ++m_found;
-        m_faulty += content.packet.m_faults != 0 ? 1 : 0;
-        m_causes.add(content, "at byte " + std::to_string(found.offset));
-        if (m_showsCaptions)
-            m_decoder.take(found.packet);
-        else if (m_array)
-            m_array->add(json(found, content));
-        else
-            addRow(found, content);
-    }
-
-    int close(const Capture &capture)
-    {
-        if (m_showsCaptions)
-            m_decoder.finish();
-        if (m_array)
-            m_array->close();
-        else if (m_table.size() > 0)
-            m_table.print();
-        out().flush(); // what is wrong comes behind what is there
-        const std::string name = capture.input().name();
-        m_causes.tell(name);
-        const bool isDamaged = tell(name, capture.damage());
-        if (m_found == 0)
-            note(name + ": no caption distribution packet");
-        else if (m_showsCaptions && m_captions == 0)
-            note(name + ": no caption in it comes to the screen");
-        if (m_faulty > 0 || isDamaged)
-            return kExitMalformed;
-        return (m_showsCaptions ? m_captions : m_found) == 0 ? kExitNo : kExitYes;
-    }
-
-private:
-    static constexpr size_t kRows = 1000;
-
-    // Only the forms that say where a packet was have columns for it.
-    static Table tableFor(const std::string &form)
-    {
-        if (form == "291m")
-            return Table{">Offset", ">Bytes",  ">Frames/s",      ">Sequence", ">Triplets",
-                         "Field 1", "Field 2", ">CEA-708 bytes", "Result"};
-        const bool isRow = form == "v210";
-        return Table{">Offset",
-                     isRow ? ">Row" : ">Line",
-                     isRow ? "Samples" : ">Field",
-                     ">Bytes",
-                     ">Frames/s",
-                     ">Sequence",
-                     ">Triplets",
-                     "Field 1",
-                     "Field 2",
-                     ">CEA-708 bytes",
-                     "Result"};
-    }
-
-    static const char *channelName(const KIVCS2CaptionPlace &place)
-    {
-        constexpr std::array<const char *, 3> kNames = {"luma", "chroma", "both"};
-        return kNames[std::min<size_t>(place.m_channel, 2)];
-    }
-
-    [[nodiscard]] Json json(const CapturedPacket &found, const Content &content) const
-    {
-        Json value = toJson(content);
-        const KIVCS2CaptionPlace &place = found.place;
-        value["offset"] = found.offset;
-        if (m_form == "291m")
-            return value;
-        value["channel"] = channelName(place);
-        if (m_form == "v210")
-        {
-            value.update({{"row", found.row}, {"word", place.m_horizontal}});
-            return value;
-        }
-        value.update({{"line", place.m_line}, {"field", place.m_field > 0 ? Json(place.m_field) : Json()}});
-        if (m_form == "436m")
-            value.update({{"wrapping", place.m_wrapping}, {"coding", place.m_coding}});
-        else
-            value.update({{"horizontalOffset", place.m_horizontal},
-                          {"stream", place.m_hasStream != 0 ? Json(place.m_stream) : Json()},
-                          {"rtp",
-                           {{"sequence", place.m_rtp.m_sequence},
-                            {"timestamp", place.m_rtp.m_timestamp},
-                            {"source", place.m_rtp.m_source},
-                            {"payloadType", place.m_rtp.m_payloadType},
-                            {"marker", place.m_rtp.m_marker != 0},
-                            {"packets", place.m_rtp.m_count}}}});
-        return value;
-    }
-
-    void addRow(const CapturedPacket &found, const Content &content)
-    {
-        const KIVCS2CaptionPacket &packet = content.packet;
-        const KIVCS2CaptionPlace &place = found.place;
-        std::vector<Shown> cells = {std::to_string(found.offset)};
-        if (m_form == "v210")
-            cells.insert(cells.end(), {std::to_string(found.row), channelName(place)});
-        else if (m_form != "291m")
-            cells.insert(cells.end(), {std::to_string(place.m_line),
-                                       place.m_field > 0 ? std::to_string(place.m_field) : "-"});
-        std::string result;
-        for (const KIVCS2CaptionFault fault : content.faults())
-        {
-            result += result.empty() ? "" : ", ";
-            result += kivCS2CaptionFile_getFaultName(fault);
-        }
-        const bool isCDP = content.isCDP();
-        cells.insert(cells.end(),
-                     {std::to_string(content.cdp().size()),
-                      isCDP ? std::string{cdpRateName(packet.m_rateCode)} : "-",
-                      isCDP ? std::to_string(packet.m_sequence) : "-", std::to_string(packet.m_tripletCount),
-                      listedOrNone(content.fields[0]), listedOrNone(content.fields[1]),
-                      std::to_string(content.dtvcc.m_count), result.empty() ? "ok" : result});
-        m_table.add(std::move(cells));
-        if (m_table.size() == kRows)
-            m_table.print();
-    }
-
-    void add(const KIVCS2CaptionText &text, KIVCS2CaptionCounting counting)
-    {
-        ++m_captions;
-        if (m_array)
-            m_array->add(captionJson(text, counting));
-        else
-            printCaption(text, counting);
-    }
-
-    // What is wrong with the capture around the packets.
-    bool tell(const std::string &name, const Capture::Damage &damage) const
-    {
-        const std::string format = " (" + statusText(KIVCS2STATUS_FORMAT_ERR) + ")";
-        if (damage.notRTP > 0)
-            note(name + ": not RTP version 2: " + count(damage.notRTP, "payload") + ", first at byte " +
-                 std::to_string(damage.firstNotRTP) + format);
-        if (damage.cut)
-            note(name + ": the " +
-                 (m_form == "v210"  ? "row"
-                  : m_form == "rtp" ? "payload"
-                                    : "record") +
-                 " at byte " + std::to_string(*damage.cut) + " is cut short" + format);
-        return damage.notRTP > 0 || damage.cut;
-    }
-
-    std::string m_form;
-    bool m_showsCaptions;
-    std::optional<JsonArray> m_array;
-    Table m_table;
-    CaptureDecoder m_decoder;
-    Causes m_causes;
-    uint64_t m_found = 0, m_faulty = 0, m_captions = 0;
-};
-
 KIVCS2CaptionCarrier carrierOf(const Arguments &arguments)
 {
     if (arguments.in == "436m")
@@ -608,7 +293,7 @@ std::string findRefusal(const Arguments &arguments)
 int find(const Arguments &arguments, bool json)
 {
     Capture capture{arguments.file, carrierOf(arguments), arguments.width};
-    Findings findings{arguments, json};
+    Findings findings{{arguments.in, arguments.service, arguments.captions, json}};
     Progress progress{"searching " + capture.input().name()};
     CapturedPacket found;
     capture.onProgress = [&]
