@@ -123,8 +123,8 @@ void tellPlace(std::span<const uint8_t> bytes, size_t at, KIVCS2CaptionPlace &pl
     place.m_stream = head & 0x7F;
 }
 
-// Where the search goes on at `offset`, but not before `least`. The call before left it at a packet, or within
-// a cut one if it is not on 32 bits.
+// Where the search goes on at `offset`, but not before `least`. The call before left it at a packet, or
+// within a cut one if it is not on 32 bits.
 size_t resumeAt(std::span<const uint8_t> bytes, size_t begin, size_t offset, size_t least)
 {
     const size_t at = begin + padded(offset - begin);
