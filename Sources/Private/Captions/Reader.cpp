@@ -419,7 +419,7 @@ std::optional<uint32_t> Reader::frameOfLine(const LineHead &head)
 // A programme lasts less than half a day: what is that much earlier than the first line is of the next day.
 uint32_t Reader::countedOn(uint32_t frame) const
 {
-    return frame + m_info->m_perDay / 2 < m_origin ? frame + m_info->m_perDay : frame;
+    return uint64_t{frame} + m_info->m_perDay / 2 < m_origin ? frame + m_info->m_perDay : frame;
 }
 
 // The frame of the last pair or packet of a line that begins at `last`.
