@@ -5,6 +5,7 @@
 #include "KIVCS2CaptionFile.h"
 #include "KIVCS2MemoryStream.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -75,6 +76,14 @@ Placed placed(const std::vector<KIVCS2CaptionPacket> &packets)
     }
     return found;
 }
+// Which of two pairs more than half a day apart is the earlier depends on the first line, and an empty SCC line is not
+// kept: so in the order of their frames.
+Placed inOrder(const std::vector<KIVCS2CaptionPacket> &packets)
+{
+    Placed found = placed(packets);
+    std::ranges::stable_sort(found, {}, &Placed::value_type::first);
+    return found;
+}
 // Pairs keep their frames from SCC through MCC to SCC: read by frame, as SCC holds one pair a frame.
 void throughMCC(std::string text, KIVCS2CaptionCounting counting)
 {
@@ -95,11 +104,11 @@ void throughMCC(std::string text, KIVCS2CaptionCounting counting)
     }
     options.m_kind = KIVCS2CaptionFileKind_FindOut;
     const auto between = readAll(mcc.text(), faults, options);
-    KIV_FUZZ_EXPECT(between.size() == packets.size() && placed(between) == placed(packets));
+    KIV_FUZZ_EXPECT(between.size() == packets.size() && inOrder(between) == inOrder(packets));
     Writing scc{KIVCS2CaptionFileKind_SCC, counting, false};
     for (const KIVCS2CaptionPacket &packet : between)
         KIV_FUZZ_EXPECT(kivCS2CaptionFile_writePacket(&scc.file, &packet) == KIVCS2STATUS_OK);
-    KIV_FUZZ_EXPECT(placed(readAll(scc.text(), faults, options)) == placed(packets));
+    KIV_FUZZ_EXPECT(inOrder(readAll(scc.text(), faults, options)) == inOrder(packets));
 }
 } // namespace
 
