@@ -1,6 +1,7 @@
 // kivcs2: timecode, captions, formats and text from the shell; a host of the public headers.
 #include "Failure.h"
 #include "Files/Files.h"
+#include "Terminal/EndSignals.h"
 #include "Terminal/LibraryLog.h"
 #include "Terminal/Output.h"
 #include "Words/Words.h"
@@ -121,6 +122,10 @@ int main(int argc, char **argv)
         return code;
     }
     catch (const tool::ReaderGone &)
+    {
+        return tool::kExitYes;
+    }
+    catch (const tool::Ended &)
     {
         return tool::kExitYes;
     }

@@ -2,6 +2,7 @@
 #include "Files/Files.h"
 
 #include "Failure.h"
+#include "Terminal/EndSignals.h"
 #include "Terminal/Output.h"
 
 #include <fcntl.h>
@@ -118,9 +119,9 @@ bool isOwnOutput(const struct stat &status)
     struct stat output
     {
     };
-    const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);
+    const int flags = ::fcntl(standardOutput(), F_GETFL);
     return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY && (flags & O_PATH) == 0 &&
-           ::fstat(STDOUT_FILENO, &output) == 0 && output.st_dev == status.st_dev &&
+           ::fstat(standardOutput(), &output) == 0 && output.st_dev == status.st_dev &&
            output.st_ino == status.st_ino;
 }
 
@@ -133,10 +134,11 @@ void writeAll(int descriptor, std::span<const uint8_t> bytes, const std::string 
 {
     while (!bytes.empty())
     {
-        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        const size_t piece = EndSignals::awaitWritable(descriptor, bytes.size());
+        const ssize_t written = piece > 0 ? ::write(descriptor, bytes.data(), piece) : 0;
         if (written < 0 && errno == EINTR)
             continue;
-        if (written < 0 && errno == EPIPE)
+        if (piece == 0 || (written < 0 && errno == EPIPE))
             throw ReaderGone{};
         if (written < 0)
             throw Failure::system(name, errno);
@@ -300,7 +302,7 @@ void refuseSource(const std::string &target, ExitCode code)
     struct stat status
     {
     };
-    const int found = target == "-" ? ::fstat(STDOUT_FILENO, &status) : ::stat(target.c_str(), &status);
+    const int found = target == "-" ? ::fstat(standardOutput(), &status) : ::stat(target.c_str(), &status);
     if (found == 0 && isSource(status))
         throw Failure(code, Where{target, 0}, "is the source itself; give the target another name");
 }
@@ -309,6 +311,8 @@ size_t Input::readSome(std::span<uint8_t> block)
 {
     for (;;)
     {
+        if (!m_regular && !EndSignals::awaitReadable(m_descriptor))
+            throw Ended{};
         const ssize_t count = ::read(m_descriptor, block.data(), block.size());
         if (count < 0 && errno == EINTR)
             continue;
@@ -499,7 +503,7 @@ void OutputFile::copyToTarget()
         if (S_ISREG(status.st_mode))
             throw Failure(kExitInputOutput, m_target + ": has become a regular file meanwhile");
     }
-    copyWhole(m_file.get(), folderName(), m_target == "-" ? STDOUT_FILENO : opened.get(),
+    copyWhole(m_file.get(), folderName(), m_target == "-" ? standardOutput() : opened.get(),
               m_target == "-" ? "standard output" : m_target);
 }
 

@@ -5,11 +5,17 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
 #include <ctime>
 #include <unistd.h>
 
 namespace tool
 {
+
+/// Thrown out of a read that waits while a signal ends the command: the command ends silently.
+struct Ended
+{
+};
 
 /// Blocks the signals that end a command, before the command makes anything that must be cleaned up and
 /// before other threads start. A signal that was ignored at the start (nohup, jobs in the background) stays
@@ -20,7 +26,7 @@ public:
     EndSignals()
     {
         ::sigemptyset(&m_signals);
-        for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        for (const int signalNumber : kEnding)
             if (::signal(signalNumber, SIG_DFL) == SIG_IGN)
                 ::signal(signalNumber, SIG_IGN);
             else
@@ -42,6 +48,7 @@ public:
         do
             ::sigwait(&m_signals, &signalNumber);
         while (signalNumber == SIGUSR1);
+        s_hasEnded = true;
     }
 
     enum class Event
@@ -57,7 +64,8 @@ public:
         const int signalNumber = ::sigtimedwait(&m_signals, nullptr, &limit);
         if (signalNumber < 0)
             return Event::TimePassed;
-        return signalNumber == SIGUSR1 ? Event::Woken : Event::End;
+        s_hasEnded = signalNumber != SIGUSR1;
+        return s_hasEnded ? Event::End : Event::Woken;
     }
 
     /// Waits until `end`; true if a signal ended the command before.
@@ -75,7 +83,21 @@ public:
         }
     }
 
+    /// Waits until `descriptor` can be read. False if a signal that is blocked ends the command before; it
+    /// stays pending. Before there is an EndSignals this is true at once, since a signal ends the read.
+    [[nodiscard]] static bool awaitReadable(int descriptor);
+
+    /// The same for a write of `size` bytes, at least 1: how many of them can be written without a further
+    /// wait, or 0. Behind the signal the reader has a second for each write.
+    [[nodiscard]] static size_t awaitWritable(int descriptor, size_t size);
+
 private:
+    inline static bool s_hasEnded = false; // a wait has taken the signal
+    static constexpr int kEnding[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+    static bool await(int descriptor, short events, const sigset_t &ending);
+    static bool areBlocked(sigset_t &ending);
+
     sigset_t m_signals{};
 };
 

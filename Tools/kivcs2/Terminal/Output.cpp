@@ -2,6 +2,7 @@
 #include "Terminal/Output.h"
 
 #include "Failure.h"
+#include "Terminal/EndSignals.h"
 #include "Terminal/JSON.h"
 
 #include <fcntl.h>
@@ -135,7 +136,8 @@ void Output::flush()
     std::string_view rest = m_buffer;
     while (!rest.empty())
     {
-        const ssize_t written = ::write(m_descriptor, rest.data(), rest.size());
+        const size_t piece = EndSignals::awaitWritable(m_descriptor, rest.size());
+        const ssize_t written = piece > 0 ? ::write(m_descriptor, rest.data(), piece) : 0;
         if (written < 0 && errno == EINTR)
             continue;
         if (written < 0)
@@ -145,6 +147,11 @@ void Output::flush()
             if (error == EPIPE)
                 throw ReaderGone{};
             throw Failure::system(this == &out() ? "standard output" : "standard error", error);
+        }
+        if (piece == 0)
+        {
+            m_buffer.clear();
+            throw ReaderGone{};
         }
         rest.remove_prefix(static_cast<size_t>(written));
     }
@@ -161,7 +168,7 @@ bool Output::hasColour()
     static const bool wanted = []
     {
         const char *refused = std::getenv("NO_COLOR");
-        return isScreen(STDOUT_FILENO) && (refused == nullptr || *refused == '\0');
+        return isScreen(standardOutput()) && (refused == nullptr || *refused == '\0');
     }();
     return wanted;
 }
@@ -192,7 +199,7 @@ Shown Output::bad(const Shown &text)
 size_t Output::width()
 {
     winsize size{};
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+    if (::ioctl(standardOutput(), TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
         return size.ws_col;
     return kWidthOfAFile;
 }
@@ -211,6 +218,11 @@ void keepStandardOutput()
         throw Failure::system("standard output", errno);
     ::close(nowhere);
     out().m_descriptor = own;
+}
+
+int standardOutput()
+{
+    return out().m_descriptor;
 }
 
 QuietErrors::QuietErrors() : m_own(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
@@ -432,7 +444,8 @@ void note(std::string_view text)
 {
     clearProgress();
     const std::string line = "kivcs2: " + visible(text) + "\n"; // one line for any file name
-    std::fputs(line.c_str(), stderr);
+    if (EndSignals::awaitWritable(STDERR_FILENO, line.size()) > 0)
+        std::fputs(line.c_str(), stderr);
 }
 
 std::string shortened(std::string_view line, size_t width)

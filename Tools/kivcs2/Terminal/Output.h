@@ -14,7 +14,8 @@
 namespace tool
 {
 
-/// Thrown if the reader of standard output has closed it (`| head`): the command ends silently.
+/// Thrown if the reader of standard output has closed it (`| head`), or reads nothing while a signal ends the
+/// command: the command ends silently.
 struct ReaderGone
 {
 };
@@ -48,6 +49,7 @@ public:
 
 private:
     friend void keepStandardOutput();
+    friend int standardOutput();
     static Shown coloured(std::string_view code, const Shown &text);
 
     int m_descriptor;
@@ -59,6 +61,9 @@ private:
 
 /// From here on only the command writes to standard output: the library's output there is discarded.
 void keepStandardOutput();
+
+/// The descriptor of the command's own standard output, also after keepStandardOutput().
+[[nodiscard]] int standardOutput();
 
 /// Discards the library's output on standard error during its lifetime: the command prints a line of
 /// its own.
