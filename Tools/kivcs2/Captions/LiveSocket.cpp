@@ -26,6 +26,11 @@ void checkMade(KIVCS2Status status, const std::string &what)
     check(status, error != 0 ? what + ": " + std::strerror(error) : what);
 }
 
+Failure noInterface(const std::string &interface)
+{
+    return {kExitNotHere, "no interface has the name or the address " + visible(interface)};
+}
+
 ip_mreqn membership(const in_addr &group, const std::string &interface)
 {
     ip_mreqn request{};
@@ -34,7 +39,7 @@ ip_mreqn membership(const in_addr &group, const std::string &interface)
         return request;
     request.imr_ifindex = static_cast<int>(::if_nametoindex(interface.c_str()));
     if (request.imr_ifindex == 0)
-        throw Failure(kExitNotHere, "no interface has the name or the address " + visible(interface));
+        throw noInterface(interface);
     return request;
 }
 
@@ -50,13 +55,16 @@ LiveAddress::LiveAddress(const std::string &url)
     if (!url.starts_with(kScheme) || number == 0 || number > UINT16_MAX)
         throw Failure(kExitUsage, "\"" + visible(url) + "\" is not an address such as udp://239.1.1.1:20000");
     host = url.substr(kScheme.size(), colon - kScheme.size());
+    if (host.find(':') != std::string::npos)
+        throw Failure(kExitUsage, "\"" + visible(url) + "\" has an IPv6 address; captions go over IPv4");
     port = static_cast<uint16_t>(number);
 }
 
 LiveSocket::LiveSocket(const LiveAddress &peer) : m_name(visible(peer.host) + ":" + std::to_string(peer.port))
 {
     sockaddr_in *address = nullptr;
-    checkMade(kivCS2_createSockAddr(&address, peer.host.c_str(), peer.port, 0), "the address " + m_name);
+    tool::check(kivCS2_createSockAddr(&address, peer.host.c_str(), peer.port, 0),
+                "no address belongs to " + m_name);
     m_address = *address;
     (void)kivCS2_freeSockAddr(address); // not null
 }
@@ -64,6 +72,24 @@ LiveSocket::LiveSocket(const LiveAddress &peer) : m_name(visible(peer.host) + ":
 bool LiveSocket::isGroup() const
 {
     return IN_MULTICAST(ntohl(m_address.sin_addr.s_addr));
+}
+
+// Joins the group, or sends to it, through the interface.
+void LiveSocket::setInterface(int option, const std::string &interface, const std::string &what)
+{
+    const ip_mreqn through = membership(m_address.sin_addr, interface);
+    const KIVCS2Status status =
+        kivCS2Socket_setOption(m_socket.get(), IPPROTO_IP, option, &through, sizeof through);
+    const auto error = static_cast<int>(m_socket->m_errno);
+    if (KIVCS2_FAILED(status) && !interface.empty() && (error == ENODEV || error == EADDRNOTAVAIL))
+        throw noInterface(interface);
+    check(status, what);
+}
+
+void LiveSocket::refuseInterface(const std::string &interface) const
+{
+    if (!interface.empty() && !isGroup())
+        throw Failure(kExitUsage, "--interface is for a group, and " + m_name + " is not one");
 }
 
 void LiveSocket::check(KIVCS2Status status, const std::string &what) const
@@ -76,23 +102,21 @@ void LiveSocket::check(KIVCS2Status status, const std::string &what) const
 LiveSocket LiveSocket::sender(const LiveAddress &to, const std::string &interface, uint32_t ttl)
 {
     LiveSocket made{to};
+    made.refuseInterface(interface);
     KIVCS2Socket *socket = nullptr;
     checkMade(made.isGroup() ? kivCS2Socket_createMulticastDatagramSender(&socket, ttl, 0)
                              : kivCS2Socket_createDatagramSender(&socket, 0),
               "socket");
     made.m_socket.reset(socket);
-    if (made.isGroup() && !interface.empty())
-    {
-        const ip_mreqn through = membership({}, interface);
-        made.check(kivCS2Socket_setOption(socket, IPPROTO_IP, IP_MULTICAST_IF, &through, sizeof through),
-                   "sending through " + visible(interface) + " to");
-    }
+    if (!interface.empty())
+        made.setInterface(IP_MULTICAST_IF, interface, "sending through " + visible(interface) + " to");
     return made;
 }
 
 LiveSocket LiveSocket::receiver(const LiveAddress &at, const std::string &interface)
 {
     LiveSocket made{at};
+    made.refuseInterface(interface);
     KIVCS2Socket *socket = nullptr;
     checkMade(kivCS2Socket_createDatagramReceiver(
                   &socket, made.isGroup() ? KIVCS2SocketOption_ReuseAddress : 0, &made.m_address),
@@ -100,9 +124,11 @@ LiveSocket LiveSocket::receiver(const LiveAddress &at, const std::string &interf
     made.m_socket.reset(socket);
     if (made.isGroup())
     {
-        const ip_mreqn joined = membership(made.m_address.sin_addr, interface);
-        made.check(kivCS2Socket_setOption(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &joined, sizeof joined),
+        // Otherwise the socket also gets what others on this machine have joined through other interfaces.
+        constexpr int kOthers = 0;
+        made.check(kivCS2Socket_setOption(socket, IPPROTO_IP, IP_MULTICAST_ALL, &kOthers, sizeof kOthers),
                    "joining");
+        made.setInterface(IP_ADD_MEMBERSHIP, interface, "joining");
     }
     (void)kivCS2Socket_setRecvBufSize(socket, kReceiveRoom); // less room is room too
     made.check(kivCS2Socket_setRecvTimeout(socket, 0, static_cast<uint32_t>(kSlice.count())), "time-out of");

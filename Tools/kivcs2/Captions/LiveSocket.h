@@ -49,6 +49,8 @@ private:
 
     explicit LiveSocket(const LiveAddress &peer);
     [[nodiscard]] bool isGroup() const;
+    void refuseInterface(const std::string &interface) const;
+    void setInterface(int option, const std::string &interface, const std::string &what);
     void check(KIVCS2Status status, const std::string &what) const;
 
     std::string m_name;

@@ -74,8 +74,8 @@ void checkMade(KIVCS2Status status, const std::string &what)
 Address resolve(const Options &options)
 {
     sockaddr_in *address = nullptr;
-    checkMade(kivCS2_createSockAddr(&address, options.host.c_str(), options.port, 0),
-              "the address " + place(options));
+    check(kivCS2_createSockAddr(&address, options.host.c_str(), options.port, 0),
+          "no address belongs to " + place(options));
     return Address{address};
 }
 
