@@ -7,8 +7,10 @@
 #include "Words/Caption.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <random>
 
 namespace tool
@@ -20,6 +22,8 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kMostBehind = 1s; // a command that was stopped does not send what it has missed in one burst
+constexpr size_t kMostBytes = 1452;  // of a datagram: SMPTE ST 2110-10 allows 1460 with the header of UDP
+constexpr size_t kMostPackets = 255; // ANC_Count has eight bits (RFC 8331)
 
 struct PlayArguments
 {
@@ -42,10 +46,15 @@ struct PlayedFrame
 class FrameFeed
 {
 public:
-    FrameFeed(const ReadingArguments &arguments, bool tellsLines)
-        : m_source(arguments, {.byFrame = true, .placesPackets = true, .tellsLines = tellsLines}),
-          m_isThere(m_source.next(m_ahead))
+    explicit FrameFeed(const ReadingArguments &arguments) : m_arguments(arguments)
     {
+        open(true);
+    }
+
+    /// Reads the file again from its beginning. CDPs that are built here count on.
+    void beginAgain()
+    {
+        open(false);
     }
 
     /// The next frame that has a packet; false behind the last. What a file has back in time goes with the
@@ -63,7 +72,7 @@ public:
                 frame.packets.push_back(m_ahead);
             else
                 add(pairs);
-            m_isThere = m_source.next(m_ahead);
+            m_isThere = m_source->next(m_ahead);
         } while (m_isThere && isSameFrame(frame.frame, m_ahead.m_frame));
         if (pairs.m_count[0] + pairs.m_count[1] > 0)
             frame.packets.push_back(build(pairs));
@@ -72,15 +81,22 @@ public:
 
     [[nodiscard]] CaptionSource &source()
     {
-        return m_source;
+        return *m_source;
     }
 
 private:
+    void open(bool tellsLines)
+    {
+        m_source.emplace(m_arguments,
+                         ReadingWay{.byFrame = true, .placesPackets = true, .tellsLines = tellsLines});
+        m_isThere = m_source->next(m_ahead);
+    }
+
     // A frame more than half a day earlier is of the next day.
     [[nodiscard]] bool isSameFrame(uint32_t frame, uint32_t next) const
     {
         KIVCS2CaptionCountingInfo info{};
-        check(kivCS2CaptionCounting_getInfo(m_source.header().m_counting, &info), "counting");
+        check(kivCS2CaptionCounting_getInfo(m_source->header().m_counting, &info), "counting");
         return next <= frame && frame - next < info.m_perDay / 2;
     }
 
@@ -98,15 +114,16 @@ private:
     [[nodiscard]] KIVCS2CaptionPacket build(const KIVCS2CaptionPairs &pairs)
     {
         KIVCS2CaptionPacket packet;
-        check(kivCS2CaptionPacket_build(&packet, m_source.header().m_counting, m_sequence++, &pairs, nullptr,
+        check(kivCS2CaptionPacket_build(&packet, m_source->header().m_counting, m_sequence++, &pairs, nullptr,
                                         nullptr, 0),
-              m_source.name());
+              m_source->name());
         return packet;
     }
 
-    CaptionSource m_source;
+    const ReadingArguments &m_arguments;
+    std::optional<CaptionSource> m_source;
     KIVCS2CaptionPacket m_ahead{};
-    bool m_isThere;
+    bool m_isThere = false;
     uint16_t m_sequence = 0;
 };
 
@@ -167,7 +184,13 @@ private:
     uint64_t m_stops = 0;
 };
 
-/// RTP packets, one a frame.
+// The bytes of an ancillary packet in an RTP packet: its place, words of ten bits, padding to 32 bits.
+size_t carriedSize(const KIVCS2CaptionPacket &packet)
+{
+    return 4 + (size_t{packet.m_size} * 10 + 31) / 32 * 4;
+}
+
+/// RTP packets, one a frame, or as many as the frame needs.
 class Player
 {
 public:
@@ -178,7 +201,6 @@ public:
         // RFC 3550: a receiver knows a new sender by these.
         std::random_device random;
         m_rtp.m_payloadType = static_cast<uint8_t>(arguments.payloadType);
-        m_rtp.m_marker = 1;
         m_rtp.m_source = random();
         m_rtp.m_sequence = random();
         m_firstTimestamp = random();
@@ -198,11 +220,13 @@ public:
             while (m_frames < begin + place)
                 if (!send({}))
                     return false;
-            m_captionPackets += frame.packets.size();
+            const size_t captions = frame.packets.size();
+            // In front: what follows in further datagrams has the time of the first.
             if (!m_arguments.noTimecode && !std::ranges::any_of(frame.packets, tellsTime))
-                frame.packets.push_back(ancillaryTimecode(m_counting, frame.frame));
+                frame.packets.insert(frame.packets.begin(), ancillaryTimecode(m_counting, frame.frame));
             if (!send(frame.packets))
                 return false;
+            m_captionPackets += captions;
             ++m_captionFrames;
         }
         ++m_passes;
@@ -213,6 +237,8 @@ public:
     {
         Facts facts;
         facts.add("Frames", std::to_string(m_frames) + print(" in %.3f s", m_pace.seconds()));
+        if (m_datagrams != m_frames)
+            facts.add("RTP packets", std::to_string(m_datagrams));
         facts.add("With captions",
                   std::to_string(m_captionFrames) + ", " + count(m_captionPackets, "caption packet"));
         facts.add("Keep-alives", std::to_string(m_frames - m_captionFrames));
@@ -222,6 +248,7 @@ public:
             facts.add("Stood still", count(m_pace.stops(), "time"));
         report(json,
                Json{{"frames", m_frames},
+                    {"packets", m_datagrams},
                     {"seconds", m_pace.seconds()},
                     {"captionFrames", m_captionFrames},
                     {"captionPackets", m_captionPackets},
@@ -243,24 +270,40 @@ private:
         if (!m_pace.await(m_frames, m_signals))
             return false;
         constexpr uint64_t kClock = 90000;
+        constexpr size_t kHeads = 20; // of RTP and RFC 8331
         m_rtp.m_timestamp = m_firstTimestamp + static_cast<uint32_t>(m_pace.ticks(m_frames, kClock));
+        do
+        {
+            size_t taken = 0;
+            for (size_t room = kMostBytes - kHeads; taken < std::min(packets.size(), kMostPackets); ++taken)
+            {
+                const size_t size = carriedSize(packets[taken]);
+                if (size > room)
+                    break;
+                room -= size;
+            }
+            m_rtp.m_marker = taken == packets.size() ? 1 : 0; // the last of its frame
+            sendDatagram(packets.first(taken));
+            packets = packets.subspan(taken);
+        } while (!packets.empty());
+        ++m_frames;
+        return true;
+    }
+
+    void sendDatagram(std::span<const KIVCS2CaptionPacket> packets)
+    {
         KIVCS2CaptionPlace place{};
         place.m_line = static_cast<uint16_t>(m_arguments.line);
         const std::vector<KIVCS2CaptionPlace> places(packets.size(), place);
         const auto number = static_cast<uint32_t>(packets.size());
-        uint64_t size = m_datagram.size();
-        KIVCS2Status status = KIVCS2STATUS_OK;
-        do
-        {
-            m_datagram.resize(size);
-            status = kivCS2CaptionPacket_wrap(KIVCS2CaptionCarrier_RTP, packets.data(), number, places.data(),
-                                              &m_rtp, m_datagram.data(), &size);
-        } while (status == KIVCS2STATUS_BUFFER_SIZE_ERR);
-        check(status, "an RTP packet of " + count(number, "ancillary packet"));
-        m_socket.send(std::span{m_datagram}.first(size));
+        std::array<uint8_t, kMostBytes> datagram{};
+        uint64_t size = datagram.size();
+        check(kivCS2CaptionPacket_wrap(KIVCS2CaptionCarrier_RTP, packets.data(), number, places.data(),
+                                       &m_rtp, datagram.data(), &size),
+              "an RTP packet of " + count(number, "ancillary packet"));
+        m_socket.send(std::span{datagram}.first(size));
         ++m_rtp.m_sequence;
-        ++m_frames;
-        return true;
+        ++m_datagrams;
     }
 
     const PlayArguments &m_arguments;
@@ -270,27 +313,30 @@ private:
     LiveSocket m_socket;
     KIVCS2CaptionRTP m_rtp{};
     uint32_t m_firstTimestamp = 0;
-    std::vector<uint8_t> m_datagram = std::vector<uint8_t>(1500);
-    uint64_t m_frames = 0, m_captionFrames = 0, m_captionPackets = 0, m_passes = 0;
+    uint64_t m_frames = 0, m_datagrams = 0, m_captionFrames = 0, m_captionPackets = 0, m_passes = 0;
 };
 
 int captionPlay(const PlayArguments &arguments, bool json)
 {
     if (arguments.loop && arguments.reading.file == "-")
         throw Failure(kExitUsage, "--loop needs a file that can be read again, not standard input");
-    auto feed = std::make_unique<FrameFeed>(arguments.reading, true);
-    refuseIdleOptions(arguments.reading, feed->source().isSCC());
-    Player player{arguments, feed->source().header().m_counting};
+    FrameFeed feed{arguments.reading};
+    refuseIdleOptions(arguments.reading, feed.source().isSCC());
+    Player player{arguments, feed.source().header().m_counting};
     int code = kExitYes;
     try
     {
-        bool goesOn = player.play(*feed);
-        code = feed->source().finish();
+        bool goesOn = player.play(feed);
+        code = feed.source().finish();
         while (arguments.loop && goesOn)
         {
-            feed = std::make_unique<FrameFeed>(arguments.reading, false);
-            goesOn = player.play(*feed);
+            feed.beginAgain();
+            goesOn = player.play(feed);
         }
+    }
+    catch (const Ended &)
+    {
+        // What went until then is told, as after any interrupt.
     }
     catch (const Failure &)
     {
@@ -322,9 +368,9 @@ void addPlayWord(Word &caption, Context &context)
               "No ancillary timecode (SMPTE ST 12-2) beside captions that have no time code");
     play.about(
         "Sends one RTP packet a frame (SMPTE ST 2110-40, RFC 8331) from the file's first frame to its\n"
-        "last, a keep-alive for each frame without captions, each at its exact time. Pairs of an SCC\n"
-        "file go into CDPs. An interrupt ends it. Prints how much went. Exit codes: 3 something of the\n"
-        "file was lost, 4 nothing can be sent there.");
+        "last, a keep-alive for each frame without captions, each at its exact time. What does not fit\n"
+        "into a datagram takes several. Pairs of an SCC file go into CDPs. An interrupt ends it. Prints\n"
+        "how much went. Exit codes: 3 something of the file was lost, 4 nothing can be sent there.");
     play.example("kivcs2 caption play programme.scc udp://127.0.0.1:20000 --speed 100");
     play.runs(
         [&context, arguments]
