@@ -14,8 +14,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <optional>
+#include <utility>
 
 namespace tool
 {
@@ -27,12 +29,13 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kNoPackets = 1s;
 constexpr size_t kMostAtEnd = 65536; // datagrams that have come before the end and are still taken
+constexpr uint32_t kAnyType = 128;   // payload types of RTP have seven bits
 
 struct MonitorArguments
 {
     std::string from, interface, service, rate;
     std::string to; ///< empty: no file
-    uint32_t window = 64;
+    uint32_t window = 64, payloadType = kAnyType;
     double seconds = 0; ///< 0: until interrupted
     double silence = 0; ///< 0: silence is not watched
     bool json = false;
@@ -90,7 +93,8 @@ bool hasHeaders(std::span<const uint8_t> datagram)
     return datagram.size() >= size + kPayloadHead;
 }
 
-/// What the monitor tells: lines for people, with alarms on standard error; for programs an object a line.
+/// What the monitor tells: lines for people, with alarms on standard error; for programs an object a line. A
+/// line that cannot be written is the last, and costs nothing of what has come.
 class MonitorLines
 {
 public:
@@ -102,39 +106,65 @@ public:
 
     void tell(const Json &object, const Shown &text)
     {
-        if (m_isJson)
-            m_to.write(jsonText(object) + "\n");
-        else
-            m_to.line(text);
-        m_to.flush();
+        write(
+            [&]
+            {
+                if (m_isJson)
+                    m_to.write(jsonText(object) + "\n");
+                else
+                    m_to.line(text);
+            });
     }
 
     void tell(const Alarms::Told &alarm)
     {
+        // Gaps come together in one alarm.
+        const bool isLost = alarm.alarm == Alarm::Lost;
+        const std::string said = isLost ? count(alarm.count, "packet") + " lost" : alarm.text;
         if (m_isJson)
             return tell(Json{{"kind", "alarm"},
                              {"alarm", alarmName(alarm.alarm)},
                              {"count", alarm.count},
                              {"timecode", alarm.timecode.empty() ? Json() : Json(alarm.timecode)},
-                             {"text", alarm.text}},
+                             {"text", said}},
                         "");
-        note((alarm.timecode.empty() ? "" : alarm.timecode + "  ") + alarm.text +
-             (alarm.count > 1 && alarm.alarm != Alarm::Lost
-                  ? " (" + std::to_string(alarm.count) + " times in a second)"
-                  : ""));
+        note((alarm.timecode.empty() ? "" : alarm.timecode + "  ") + said +
+             (alarm.count > 1 && !isLost ? " (" + std::to_string(alarm.count) + " times in a second)" : ""));
     }
 
     void finish(const Json &object, const Facts &facts)
     {
         if (m_isJson)
             return tell(object, "");
-        facts.print(m_to);
-        m_to.flush();
+        write([&] { facts.print(m_to); });
+    }
+
+    /// Why no line can be written any more, if so.
+    [[nodiscard]] const std::exception_ptr &failure() const
+    {
+        return m_failure;
     }
 
 private:
+    template <typename Body>
+    void write(const Body &body)
+    {
+        if (m_failure)
+            return;
+        try
+        {
+            body();
+            m_to.flush();
+        }
+        catch (...)
+        {
+            m_failure = std::current_exception();
+        }
+    }
+
     bool m_isJson;
     Output &m_to;
+    std::exception_ptr m_failure;
 };
 
 /// The captions of a stream: from RTP packets in order to texts, a file and alarms.
@@ -157,8 +187,7 @@ public:
         if (passed.restarted)
             m_alarms.raise(Alarm::Restart, m_time.timecode(), "the sender has begun anew");
         if (passed.lostBefore > 0)
-            m_alarms.raise(Alarm::Lost, m_time.timecode(), count(passed.lostBefore, "packet") + " lost",
-                           passed.lostBefore);
+            m_alarms.raise(Alarm::Lost, m_time.timecode(), "", passed.lostBefore);
         if (breaks)
             m_sequence.reset();
         if (m_packets.empty())
@@ -174,10 +203,10 @@ public:
     {
         if (m_decoder)
             m_decoder->finish();
-        if (m_file)
+        if (const auto file = std::exchange(m_file, nullptr))
         {
-            m_file->finish();
-            m_file->commit();
+            file->finish();
+            file->commit();
         }
         return m_captionPackets > 0;
     }
@@ -273,16 +302,30 @@ private:
             m_decoder = std::make_unique<CaptionDecoder>(
                 m_services, m_time.counting(), [this](const KIVCS2CaptionText &text) { show(text); });
         m_decoder->feed(packet);
-        if (m_target.empty())
-            return;
-        if (!m_file)
+        if (!m_target.empty())
+            write(packet);
+    }
+
+    // A file that cannot be written to its end gets no name.
+    void write(const KIVCS2CaptionPacket &packet)
+    {
+        try
         {
-            TargetWay way;
-            way.kind = KIVCS2CaptionFileKind_MCC1;
-            way.counting = m_time.counting();
-            m_file = std::make_unique<CaptionTarget>(m_target, way);
+            if (!m_file)
+            {
+                TargetWay way;
+                way.kind = KIVCS2CaptionFileKind_MCC1;
+                way.counting = m_time.counting();
+                m_file = std::make_unique<CaptionTarget>(m_target, way);
+            }
+            m_file->write(packet);
         }
-        m_file->write(packet);
+        catch (const Failure &)
+        {
+            m_file.reset();
+            m_target.clear();
+            throw;
+        }
     }
 
     void checkSequence(const KIVCS2CaptionPacket &packet)
@@ -364,7 +407,6 @@ public:
         KIVCS2CaptionPlace place{};
         uint64_t offset = 0;
         KIVCS2CaptionPacket packet;
-        m_bytes += datagram.size();
         const KIVCS2Status status =
             kivCS2CaptionPacket_find(KIVCS2CaptionCarrier_RTP | KIVCS2CaptionCarrier_AnyPacket,
                                      datagram.data(), datagram.size(), &offset, &packet, &place);
@@ -374,6 +416,12 @@ public:
             m_alarms.raise(Alarm::Malformed, m_captions.timecode(), "a datagram that is not RTP");
             return;
         }
+        if (m_arguments.payloadType != kAnyType && place.m_rtp.m_payloadType != m_arguments.payloadType)
+        {
+            ++m_otherTypes;
+            return;
+        }
+        m_bytes += datagram.size();
         m_lastPacket = Clock::now();
         m_isSilent = false;
         m_order.take(place.m_rtp.m_source, place.m_rtp.m_sequence, datagram);
@@ -399,18 +447,40 @@ public:
                              std::chrono::duration<double>(now - m_captions.lastCaption()).count()));
     }
 
-    /// The exit code.
+    /// Ends what came and gives the file its name. The exit code.
     int finish()
     {
-        m_order.flush();
-        m_alarms.tick(true);
-        const bool hasCaptions = m_captions.finish();
+        std::exception_ptr failure;
+        bool hasCaptions = false;
+        try
+        {
+            m_order.flush();
+            m_alarms.tick(true);
+            hasCaptions = m_captions.finish();
+        }
+        catch (const Failure &)
+        {
+            failure = std::current_exception();
+        }
         tell();
+        if (!failure)
+            failure = m_lines.failure();
+        if (failure)
+            std::rethrow_exception(failure);
         if (!hasCaptions)
-            note(m_order.counts().taken == 0 ? "no packet came" : "no caption packet came");
+            note(m_order.counts().taken > 0 ? "no caption packet came"
+                 : m_otherTypes > 0         ? "no packet of this payload type came"
+                                            : "no packet came");
         return hasCaptions ? kExitYes : kExitNo;
     }
 
+    /// Whether nobody can be told anything any more.
+    [[nodiscard]] bool isUnheard() const
+    {
+        return m_lines.failure() != nullptr;
+    }
+
+private:
     void tell()
     {
         const Reorder::Counts &counts = m_order.counts();
@@ -426,7 +496,8 @@ public:
                    {"reordered", counts.reordered},
                    {"strays", counts.strays},
                    {"restarts", counts.restarts},
-                   {"notRTP", m_foreign}};
+                   {"notRTP", m_foreign},
+                   {"otherTypes", m_otherTypes}};
         facts.add("Packets", std::to_string(counts.taken) + ", " + count(m_bytes, "byte"));
         facts.add("Lost", std::to_string(counts.lost) + " in " + count(counts.gaps, "gap"));
         facts.add("Doubled, late", std::to_string(counts.doubled) + ", " + std::to_string(counts.late));
@@ -435,6 +506,8 @@ public:
             facts.add("Strays, restarts, not RTP", std::to_string(counts.strays) + ", " +
                                                        std::to_string(counts.restarts) + ", " +
                                                        std::to_string(m_foreign));
+        if (m_otherTypes > 0)
+            facts.add("Other payload types", std::to_string(m_otherTypes));
         m_captions.tell(value, facts);
         Json alarms = Json::object();
         for (size_t index = 0; index < kAlarmCount; ++index)
@@ -447,13 +520,12 @@ public:
         m_lines.finish(value, facts);
     }
 
-private:
     const MonitorArguments &m_arguments;
     MonitorLines m_lines;
     Alarms m_alarms;
     LiveCaptions m_captions;
     Reorder m_order;
-    uint64_t m_bytes = 0, m_foreign = 0;
+    uint64_t m_bytes = 0, m_foreign = 0, m_otherTypes = 0;
     Clock::time_point m_start = Clock::now(), m_lastPacket = m_start, m_toldQuiet = m_start;
     bool m_isSilent = false;
 };
@@ -464,7 +536,7 @@ void listen(Monitor &monitor, LiveSocket &socket, double seconds)
     const EndSignals signals;
     const auto start = Clock::now();
     std::vector<uint8_t> datagram;
-    while (signals.waitFor(0ns) != EndSignals::Event::End)
+    while (!monitor.isUnheard() && signals.waitFor(0ns) != EndSignals::Event::End)
     {
         if (seconds > 0 && Clock::now() - start >= std::chrono::duration<double>(seconds))
             break;
@@ -484,16 +556,19 @@ int captionMonitor(const MonitorArguments &arguments)
     Monitor monitor{arguments};
     LiveSocket socket = LiveSocket::receiver(at, arguments.interface);
     monitor.tellListening(at);
+    std::exception_ptr failure;
     try
     {
         listen(monitor, socket, arguments.seconds);
-        return monitor.finish();
     }
     catch (const Failure &)
     {
-        monitor.tell(); // what came until then
-        throw;
+        failure = std::current_exception(); // what came until then is worth its file and its totals
     }
+    const int code = monitor.finish();
+    if (failure)
+        std::rethrow_exception(failure);
+    return code;
 }
 
 } // namespace
@@ -515,6 +590,8 @@ void addMonitorWord(Word &caption, Context &context)
         .isTarget();
     monitor.option("--rate", arguments->rate, "Count at this rate, whatever the CDPs say")
         .suggests("rates", rateNames);
+    monitor.option("--payload-type", arguments->payloadType, {0, 127},
+                   "Take packets of this RTP payload type alone");
     monitor.option("--window", arguments->window, {1, 4096}, "Packets that may wait for one that is missing")
         .shownDefault();
     monitor.option("--for", arguments->seconds, {0.0, 1e9}, "End after so many seconds");
