@@ -12,6 +12,8 @@
 #include <poll.h>
 #include <random>
 #include <set>
+#include <sstream>
+#include <sys/syscall.h>
 
 namespace
 {
@@ -50,6 +52,16 @@ Pairs pairsOf(const fs::path &path)
     return found;
 }
 
+// An SCC file with a caption a second.
+std::string captions(int number)
+{
+    std::string text = "Scenarist_SCC V1.0\n\n";
+    for (int second = 0; second < number; ++second)
+        text += "01:00:" + std::string{second < 10 ? "0" : ""} + std::to_string(second) +
+                ";02\t94ae 94ae 9420 9420 9470 9470 c8e5 ecec efae 942f 942f\n\n";
+    return text;
+}
+
 class LiveCaptions : public Command
 {
 protected:
@@ -61,7 +73,8 @@ protected:
     };
 
     // The alarm clock stays through exec: nothing outlives the test.
-    Process launch(const NetworkNamespace &in, const Words &arguments) const
+    Process launch(const NetworkNamespace &in, const Words &arguments, bool withErrors = false,
+                   int input = 0) const
     {
         int ends[2];
         EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -70,7 +83,10 @@ protected:
         {
             in.enter();
             alarm(kMostSeconds);
+            dup2(input, 0);
             dup2(ends[1], 1);
+            if (withErrors)
+                dup2(ends[1], 2);
             std::vector<char *> words{const_cast<char *>("kivcs2"), const_cast<char *>("--json"),
                                       const_cast<char *>("caption")};
             for (const std::string &word : arguments)
@@ -101,10 +117,23 @@ protected:
         }
     }
 
+    // Waits for the end without reading what the process says; false if it does not come.
+    static bool ends(const Process &process)
+    {
+        const int descriptor = static_cast<int>(syscall(SYS_pidfd_open, process.pid, 0));
+        pollfd asked{descriptor, POLLIN, 0};
+        const bool hasEnded = poll(&asked, 1, kMostSeconds * 1000) == 1;
+        close(descriptor);
+        return hasEnded;
+    }
+
     static int end(Process &process)
     {
-        readUntil(process, "", kMostSeconds * 1000); // to its end
-        close(process.out);
+        if (process.out >= 0)
+        {
+            readUntil(process, "", kMostSeconds * 1000); // to its end
+            close(process.out);
+        }
         int status = 0;
         waitpid(process.pid, &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -211,6 +240,12 @@ TEST_F(LiveCaptions, WhatIsLostIsCountedExactly)
     EXPECT_EQ(total["doubled"], numbers[static_cast<size_t>(Way::Double)]);
     EXPECT_EQ(total["reordered"], numbers[static_cast<size_t>(Way::Swap)]);
     EXPECT_EQ(total["alarms"]["lost"], total["lost"]);
+    std::istringstream lines{m_text};
+    for (std::string line; std::getline(lines, line);)
+        if (const Json one = parseJson(line); one["kind"] == "alarm" && one["alarm"] == "lost")
+        {
+            EXPECT_THAT(one["text"], testing::StartsWith(one["count"].dump() + " packet")) << line;
+        }
     for (const char *const none : {"late", "strays", "restarts", "notRTP"})
         EXPECT_EQ(total[none], 0) << none;
     for (const auto &[alarm, times] : total["alarms"].items())
@@ -256,8 +291,8 @@ TEST_F(LiveCaptions, AlarmsNameWhatIsWrong)
 {
     KIV_NEEDS_NETWORK_NAMESPACES();
     join();
-    Process monitor = launch(
-        *m_far, {"monitor", "udp://10.9.0.2:20000", "--silence", "0.2", "--to", path("out.mcc").string()});
+    Process monitor = launch(*m_far, {"monitor", "udp://10.9.0.2:20000", "--silence", "0.2", "--to",
+                                      path("out.mcc").string(), "--payload-type", "100"});
     ASSERT_TRUE(readUntil(monitor, "listening", kMostSeconds * 1000));
     int sender = -1;
     m_near->run([&sender] { sender = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); });
@@ -270,6 +305,7 @@ TEST_F(LiveCaptions, AlarmsNameWhatIsWrong)
     };
     KIVCS2CaptionRTP rtp{};
     rtp.m_sequence = UINT32_MAX - 1;
+    rtp.m_payloadType = 100;
     const auto datagram = [&rtp](uint16_t sequence, KIVCS2CaptionCounting counting, uint8_t first)
     {
         const KIVCS2CaptionPairs pairs{{1, 0}, {{{first, 0xE9}}}, {}};
@@ -298,6 +334,8 @@ TEST_F(LiveCaptions, AlarmsNameWhatIsWrong)
     send("not RTP");
     send(std::string("\x80\x64", 2) + std::string(9, '\0'));
     send(datagram(22, k25, 0xC8).substr(0, 50)); // cut
+    rtp = {0, 0, 77, 96, 1, 0, 0, {}};
+    send(datagram(0, k25, 0xC8)); // of another payload type
     rtp = {0, 0, 77, 100, 1, 0, 0, {}};
     send(datagram(0, k25, 0xC8)); // another sender
     send(datagram(1, k25, 0xC8));
@@ -310,6 +348,7 @@ TEST_F(LiveCaptions, AlarmsNameWhatIsWrong)
     monitor.text.pop_back();
     const Json total = parseJson(monitor.text.substr(monitor.text.rfind('\n') + 1));
     EXPECT_EQ(total["notRTP"], 3);
+    EXPECT_EQ(total["otherTypes"], 1);
     EXPECT_EQ(total["restarts"], 1);
     EXPECT_EQ(total["lost"], 0);
     EXPECT_EQ(total["rate"], "25");
@@ -319,6 +358,130 @@ TEST_F(LiveCaptions, AlarmsNameWhatIsWrong)
     alarms.erase("noPackets");
     EXPECT_EQ(alarms.dump(), R"({"checksum":1,"malformed":4,"parity":2,"rate":1,"restart":1,"sequence":1})");
     EXPECT_EQ(pairsOf(path("out.mcc")).size(), 8u); // also of the damaged ones, whose triplets are whole
+}
+
+// The file is whole whatever becomes of the lines: a reader that has gone, one that reads nothing while an
+// interrupt comes, and one that wants the file itself.
+TEST_F(LiveCaptions, TheFileOutlivesItsReader)
+{
+    KIV_NEEDS_NETWORK_NAMESPACES();
+    join();
+    const std::string here = "udp://10.9.0.2:20000", file = path("out.mcc").string();
+    const std::string in = write("in.scc", captions(60));
+    const Pairs source = pairsOf(in);
+    const auto play = [&]
+    {
+        Process player = launch(*m_near, {"play", in, here, "--speed", "20"});
+        EXPECT_EQ(end(player), 0);
+    };
+    Process gone = launch(*m_far, {"monitor", here, "--to", file});
+    ASSERT_TRUE(readUntil(gone, "listening", kMostSeconds * 1000));
+    close(gone.out); // the first line after this one finds no reader
+    gone.out = -1;
+    play();
+    ASSERT_TRUE(ends(gone));
+    EXPECT_EQ(end(gone), 0);
+    EXPECT_TRUE(fs::remove(file)); // of what came until then
+
+    Process full = launch(*m_far, {"monitor", here, "--to", file});
+    ASSERT_TRUE(readUntil(full, "listening", kMostSeconds * 1000));
+    ASSERT_EQ(fcntl(full.out, F_SETPIPE_SZ, 4096), 4096);
+    play(); // more lines than fit
+    kill(full.pid, SIGINT);
+    EXPECT_TRUE(ends(full)) << kill(full.pid, SIGKILL);
+    EXPECT_EQ(end(full), 0);
+    EXPECT_EQ(pairsOf(file), source);
+
+    Process data = launch(*m_far, {"monitor", here, "--to", "-"}, true);
+    ASSERT_TRUE(readUntil(data, "listening", kMostSeconds * 1000));
+    play();
+    kill(data.pid, SIGINT);
+    EXPECT_EQ(end(data), 0);
+    const size_t at = data.text.find("File Format=MacCaption_MCC");
+    ASSERT_NE(at, std::string::npos) << data.text;
+    spill(file, data.text.substr(at, data.text.find("{\"kind\":\"total\"") - at));
+    EXPECT_EQ(pairsOf(file), source);
+}
+
+// Two senders to the same group and port, each behind an interface of its own.
+TEST_F(LiveCaptions, AnInterfaceIsThatOneAlone)
+{
+    KIV_NEEDS_NETWORK_NAMESPACES();
+    join();
+    m_near->join("10.9.1.1", *m_far, "10.9.1.2", "pair1");
+    const std::string group = "udp://239.1.1.1:20000";
+    std::vector<Process> monitors, players;
+    for (const char *const interface : {"10.9.0.2", "pair1"})
+    {
+        monitors.push_back(launch(*m_far, {"monitor", group, "--interface", interface}));
+        ASSERT_TRUE(readUntil(monitors.back(), "listening", kMostSeconds * 1000));
+    }
+    for (const char *const interface : {"10.9.0.1", "10.9.1.1"})
+        players.push_back(
+            launch(*m_near, {"play", KIV_EXAMPLE_SCC, group, "--interface", interface, "--speed", "20"}));
+    for (Process &player : players)
+        EXPECT_EQ(end(player), 0);
+    for (Process &monitor : monitors)
+    {
+        kill(monitor.pid, SIGINT);
+        EXPECT_EQ(end(monitor), 0);
+        monitor.text.pop_back();
+        const Json total = parseJson(monitor.text.substr(monitor.text.rfind('\n') + 1));
+        for (const char *const none : {"lost", "strays", "restarts"})
+            EXPECT_EQ(total[none], 0) << none;
+        EXPECT_EQ(total["captions"], 7);
+    }
+}
+
+// A frame of more packets than a datagram takes, from a pipe that stays open; then a file again and again.
+TEST_F(LiveCaptions, FullFramesAndLoopsGoOn)
+{
+    KIV_NEEDS_NETWORK_NAMESPACES();
+    join();
+    const std::string here = "udp://10.9.0.2:20000", file = path("in.mcc").string();
+    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, file}).code, 0);
+    std::string text = slurp(file);
+    const size_t row = text.find("\n01:00:00");
+    const std::string first = text.substr(row, text.find('\n', row + 1) - row);
+    for (int more = 0; more < 300; ++more)
+        text.insert(row, first);
+    spill(file, text);
+    const Pairs pairs = pairsOf(file);
+
+    int pipe[2];
+    ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+    ASSERT_GE(fcntl(pipe[1], F_SETPIPE_SZ, static_cast<int>(text.size())), static_cast<int>(text.size()));
+    ASSERT_EQ(::write(pipe[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    Process monitor = launch(*m_far, {"monitor", here, "--to", path("out.mcc").string()});
+    ASSERT_TRUE(readUntil(monitor, "listening", kMostSeconds * 1000));
+    Process player = launch(*m_near, {"play", "-", here, "--speed", "20"}, false, pipe[0]);
+    ASSERT_TRUE(readUntil(monitor, "GOOD EVENING", kMostSeconds * 1000));
+    ASSERT_TRUE(readUntil(monitor, "noPackets", kMostSeconds * 1000)); // it waits for its input
+    kill(player.pid, SIGINT);
+    EXPECT_TRUE(ends(player)) << kill(player.pid, SIGKILL);
+    EXPECT_EQ(end(player), 0);
+    close(pipe[0]);
+    close(pipe[1]);
+    const Json played = parseJson(player.text);
+    EXPECT_GT(played["packets"], played["frames"]);
+
+    const size_t before = monitor.text.size();
+    Process loop = launch(*m_near, {"play", write("in.scc", captions(2)), here, "--speed", "5", "--loop"});
+    for (int caption = 0; caption < 5; ++caption)
+        ASSERT_TRUE(readUntil(monitor, "Hello.", kMostSeconds * 1000));
+    kill(loop.pid, SIGINT);
+    EXPECT_EQ(end(loop), 0);
+    EXPECT_GE(parseJson(loop.text)["passes"], 2);
+    kill(monitor.pid, SIGINT);
+    EXPECT_EQ(end(monitor), 0);
+    monitor.text.pop_back();
+    const Json total = parseJson(monitor.text.substr(monitor.text.rfind('\n') + 1));
+    EXPECT_EQ(total["lost"], 0);
+    EXPECT_EQ(total["alarms"]["sequence"], 300); // of the repeated packets, but not of the loop
+    EXPECT_EQ(monitor.text.find(R"("alarm":"sequence")", before), std::string::npos);
+    const Pairs found = pairsOf(path("out.mcc"));
+    EXPECT_EQ(found.begin()->first, pairs.begin()->first);
+    EXPECT_THAT(found.begin()->second, testing::StartsWith(pairs.begin()->second));
 }
 
 TEST_F(LiveCaptions, NothingIsNoSuccess)
@@ -334,7 +497,10 @@ TEST_F(LiveCaptions, NothingIsNoSuccess)
           Row{{"monitor", here}, 2}, Row{{"monitor", "127.0.0.1:20000"}, 2},
           Row{{"monitor", "udp://:20000"}, 2},
           Row{{"monitor", "udp://239.1.1.1:20000", "--interface", "none9"}, 5},
-          Row{{"monitor", "udp://192.0.2.1:20000"}, 4},
+          Row{{"monitor", "udp://239.1.1.1:20000", "--interface", "192.0.2.1"}, 5},
+          Row{{"play", KIV_EXAMPLE_SCC, "udp://239.1.1.1:20000", "--interface", "192.0.2.1"}, 5},
+          Row{{"play", KIV_EXAMPLE_SCC, "udp://127.0.0.1:20973", "--interface", "lo"}, 2},
+          Row{{"monitor", "udp://[::1]:20000"}, 2}, Row{{"monitor", "udp://192.0.2.1:20000"}, 4},
           Row{{"monitor", "udp://127.0.0.1:20000", "--window", "0"}, 2},
           Row{{"monitor", "udp://127.0.0.1:20973", "--to", path("no/folder.mcc").string()}, 4},
           Row{{"play", KIV_EXAMPLE_SCC, here}, 2}, Row{{"play", none, "udp://127.0.0.1:20973"}, 4},
