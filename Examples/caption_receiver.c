@@ -16,7 +16,8 @@ struct host
 {
     KIVCS2CaptionDecoder decoder;
     KIVCS2CaptionCounting counting;
-    uint32_t first, frame, timestamp;
+    uint32_t frame, timestamp; /* of the last packet */
+    int64_t ticks;             /* since the first one: time stamps wrap every 13 hours */
     int hasDecoder;
 };
 
@@ -65,6 +66,7 @@ static KIVCS2Status take(struct host *host, KIVCS2CaptionPacket *packet, uint32_
     KIVCS2CaptionDecoderOptions options = {0};
     KIVCS2CaptionCountingInfo info;
     KIVCS2Status status;
+    uint64_t since;
 
     if (!host->hasDecoder)
     {
@@ -75,12 +77,14 @@ static KIVCS2Status take(struct host *host, KIVCS2CaptionPacket *packet, uint32_
         if (KIVCS2_FAILED(status))
             return status;
         host->hasDecoder = 1;
-        host->first = timestamp;
+        host->timestamp = timestamp;
     }
     kivCS2CaptionCounting_getInfo(host->counting, &info);
-    host->frame = (uint32_t)(((uint64_t)(uint32_t)(timestamp - host->first) * info.m_numerator +
-                              (uint64_t)45000u * info.m_denominator) /
-                             (90000u * (uint64_t)info.m_denominator));
+    host->ticks += (int32_t)(timestamp - host->timestamp);
+    host->timestamp = timestamp;
+    since = host->ticks > 0 ? (uint64_t)host->ticks : 0; /* one from before the first may come behind it */
+    host->frame = (uint32_t)((since * info.m_numerator + (uint64_t)45000u * info.m_denominator) /
+                             (90000u * (uint64_t)info.m_denominator) % info.m_perDay);
     packet->m_frame = host->frame;
     return kivCS2CaptionDecoder_feed(&host->decoder, packet);
 }
@@ -129,6 +133,8 @@ int main(int argc, char **argv)
         status = kivCS2Socket_receiveFrom(receiver, bytes, sizeof bytes, false, &size, NULL, NULL);
         if (KIVCS2_SUCCEEDED(status))
             status = take_datagram(&host, bytes, size);
+        else if (status == KIVCS2STATUS_CONNECTION_CLOSED_ERR)
+            status = KIVCS2STATUS_OK; /* an empty datagram */
     } while (KIVCS2_SUCCEEDED(status));
     if (status == KIVCS2STATUS_TIMEOUT_ERR &&
         host.hasDecoder) /* the stream has ended, and its captions with it */

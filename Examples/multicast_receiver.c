@@ -54,7 +54,7 @@ int main(int argc, char **argv)
         struct sockaddr_in sender;
 
         status = kivCS2Socket_receiveFrom(receiver, bytes, sizeof bytes, false, &count, &sender, NULL);
-        if (KIVCS2_FAILED(status))
+        if (KIVCS2_FAILED(status) && status != KIVCS2STATUS_CONNECTION_CLOSED_ERR) /* an empty datagram */
             break;
         kivCS2_sockAddrToString(&sender, from, sizeof from);
         printf("%s: %.*s\n", from, (int)count, bytes);
