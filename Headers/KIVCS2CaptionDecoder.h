@@ -2,18 +2,18 @@
  * @file
  * Caption packets to text: CEA-608 (CC1 to CC4, T1 to T4) and CEA-708 (S1 to S63).
  *
- * A decoder follows the packets of one programme in the order of their frames and reports every
- * caption when it leaves the screen: what a viewer sees, from when until when, where, and in which
+ * A decoder follows the packets of one programme in the order of their frames. It reports each caption
+ * when the caption leaves the screen: what a viewer saw, from when until when, where, and in which
  * style. The caller owns the record:
  *
  *     kivCS2CaptionDecoder_init(&decoder, NULL, NULL, onText, context);
  *     kivCS2CaptionDecoder_feed(&decoder, &packet);            for every packet
- *     kivCS2CaptionDecoder_finish(&decoder, lastFrame + 1);    what is still on the screen
+ *     kivCS2CaptionDecoder_finish(&decoder, lastFrame + 1);    reports what is still on the screen
  *     kivCS2CaptionDecoder_free(&decoder);
  *
- * Bytes from outside never make it fail: codes that mean nothing are passed over. Extended data
- * services (XDS) are passed over too. A decoder takes 60 KiB, and 60 KiB more for each service of
- * CEA-708 when its first block comes; nothing for a packet.
+ * Damaged data never makes it fail: codes without a meaning are ignored, and so are extended data
+ * services (XDS). A decoder takes 60 KiB, and 60 KiB more for each service of CEA-708 when its first
+ * block comes. A packet takes no memory.
  *
  * A record belongs to one thread at a time; the callback must not call an operation of its decoder.
  */
@@ -32,7 +32,7 @@ typedef struct KIVCS2CaptionServices
     uint32_t m_reserved;
 } KIVCS2CaptionServices;
 
-/** How a caption came to the screen. */
+/** The way a caption came to the screen. */
 typedef uint32_t KIVCS2CaptionMode;
 enum
 {
@@ -54,8 +54,8 @@ enum
 /** One character on the screen. */
 typedef struct KIVCS2CaptionCell
 {
-    uint8_t m_row;         /**< from 0: of 15 in CEA-608, of the window's in CEA-708 */
-    uint8_t m_column;      /**< from 0: of 32 in CEA-608, of the window's in CEA-708 */
+    uint8_t m_row;         /**< from 0: of 15 in CEA-608, of the window's rows in CEA-708 */
+    uint8_t m_column;      /**< from 0: of 32 in CEA-608, of the window's columns in CEA-708 */
     uint8_t m_style;       /**< bits of KIVCS2CaptionStyle */
     char m_text[5];        /**< UTF-8, zero-terminated */
     uint32_t m_colour;     /**< AARRGGBB; AA is 255 solid, 128 translucent, 0 transparent */
@@ -67,7 +67,7 @@ typedef struct KIVCS2CaptionCell
 typedef struct KIVCS2CaptionText
 {
     uint32_t m_from;  /**< the frame on which it appeared */
-    uint32_t m_until; /**< the first frame without it; smaller than `m_from` over midnight */
+    uint32_t m_until; /**< the first frame without it; smaller than `m_from` past midnight */
     KIVCS2CaptionService m_service;
     KIVCS2CaptionMode m_mode;
     uint8_t m_window;          /**< CEA-708: the window, 0 to 7 */
@@ -76,35 +76,35 @@ typedef struct KIVCS2CaptionText
     uint8_t m_anchorColumn;    /**< CEA-608: the first column; CEA-708: 0 to 209, or 0 to 99 if relative */
     uint8_t m_anchorRelative;  /**< 1: row and column of the anchor are percent of the screen */
     uint8_t m_justify;         /**< CEA-708: 0 left, 1 right, 2 centre, 3 full; CEA-608: 0 */
-    uint8_t m_rows, m_columns; /**< of the screen (15, 32) or of the window */
+    uint8_t m_rows, m_columns; /**< size of the screen (15, 32) or of the window */
     uint32_t m_cellCount;
-    uint32_t m_textSize;              /**< bytes of `m_text`, terminator not counted */
-    const KIVCS2CaptionCell *m_cells; /**< row by row from the left; cells without a character are left out */
+    uint32_t m_textSize;              /**< bytes of `m_text`, without the terminator */
+    const KIVCS2CaptionCell *m_cells; /**< row by row from the left, without cells that have no character */
     const char
         *m_text; /**< UTF-8, zero-terminated: the rows without blanks at their ends, a line feed between */
     uint8_t m_reserved[24];
 } KIVCS2CaptionText;
 
-/** Takes a caption. KIVCS2STATUS_OK goes on; a failure ends the call and is its result. */
+/** Receives a caption. After KIVCS2STATUS_OK the call goes on; a failure ends the call and is its result. */
 typedef KIVCS2Status (*KIVCS2CaptionTextFunc)(const KIVCS2CaptionText *text, void *context);
 
-/** Options of decoding. Zeroed is the default. */
+/** Options of decoding. All zeros is the default. */
 typedef struct KIVCS2CaptionDecoderOptions
 {
-    KIVCS2CaptionCounting m_counting; /**< for the delay of CEA-708; 0 for 29.97 */
-    bool m_screens; /**< roll-up is reported as whole screens whenever it changes; otherwise row by row */
+    KIVCS2CaptionCounting m_counting; /**< for the delays of CEA-708; 0 means 29.97 */
+    bool m_screens; /**< report roll-up as a whole screen at each change; otherwise row by row */
     uint8_t m_reserved[27];
 } KIVCS2CaptionDecoderOptions;
 
-/** What a decoder has met. */
+/** Totals of a decoder. */
 typedef struct KIVCS2CaptionDecoderReport
 {
-    KIVCS2CaptionServices m_met; /**< services with a code of their own */
+    KIVCS2CaptionServices m_met; /**< services with at least one code of their own */
     uint64_t m_texts;            /**< captions reported */
-    uint64_t m_pairs[2];         /**< CEA-608 pairs of field 1 and 2, empty ones not counted */
-    uint64_t m_dtvccPackets;     /**< whole packets of CEA-708 */
-    uint64_t m_dtvccCut;         /**< packets that another began before their end */
-    uint64_t m_dtvccBreaks;      /**< packets whose sequence does not count on */
+    uint64_t m_pairs[2];         /**< CEA-608 pairs of field 1 and 2 that are not empty */
+    uint64_t m_dtvccPackets;     /**< complete packets of CEA-708 */
+    uint64_t m_dtvccCut;         /**< packets cut off by the start of another */
+    uint64_t m_dtvccBreaks;      /**< packets whose sequence number does not follow the one before */
     uint64_t m_windows;          /**< window definitions */
     uint8_t m_reserved[24];
 } KIVCS2CaptionDecoderReport;
@@ -117,12 +117,12 @@ typedef struct KIVCS2CaptionDecoder
 
 /**
  * Makes a decoder with empty screens.
- * @param[in] services  which services are reported; null for all
+ * @param[in] services  the services to report; null for all
  * @param[in] options   copied; null for the defaults
  * @param     onText    called from feed and finish
  * @retval KIVCS2STATUS_PARAM_ERR       `decoder` or `onText` is null
- * @retval KIVCS2STATUS_FRAME_RATE_ERR  the options' counting is none
- * @retval KIVCS2STATUS_MEMORY_ERR      no room
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  the options' counting is not a counting
+ * @retval KIVCS2STATUS_MEMORY_ERR      out of memory
  * On failure the record is empty.
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionDecoder_init(KIVCS2CaptionDecoder *decoder,
@@ -131,9 +131,9 @@ KIVCS2_API KIVCS2Status kivCS2CaptionDecoder_init(KIVCS2CaptionDecoder *decoder,
                                                   KIVCS2CaptionTextFunc onText, void *context);
 
 /**
- * Follows one packet. Packets without captions do no harm.
+ * Follows one packet. Packets without captions are harmless.
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null or `decoder` is not initialised
- * @retval KIVCS2STATUS_MEMORY_ERR  no room for a service; the rest of the packet is lost
+ * @retval KIVCS2STATUS_MEMORY_ERR  out of memory for a service; the rest of the packet is lost
  * @return otherwise the failure of the callback; the rest of the packet is lost
  * Source: CEA-608-E, CEA-708-E.
  */
@@ -141,33 +141,33 @@ KIVCS2_API KIVCS2Status kivCS2CaptionDecoder_feed(KIVCS2CaptionDecoder *decoder,
                                                   const KIVCS2CaptionPacket *packet);
 
 /**
- * Ends every caption on the screen at `frame` and empties the decoder, which may then be fed anew.
+ * Ends every caption on the screen at `frame` and empties the decoder, which may then be used again.
  * @retval KIVCS2STATUS_PARAM_ERR  `decoder` is null or not initialised
  * @return otherwise the failure of the callback
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionDecoder_finish(KIVCS2CaptionDecoder *decoder, uint32_t frame);
 
 /**
- * Stores what has been met since init.
+ * Stores the totals since init.
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `decoder` is not initialised
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionDecoder_getReport(const KIVCS2CaptionDecoder *decoder,
                                                        KIVCS2CaptionDecoderReport *report);
 
 /**
- * Releases the decoder without a report and clears the record; twice is harmless.
+ * Releases the decoder without reporting captions and clears the record. A second call is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `decoder` is null
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionDecoder_free(KIVCS2CaptionDecoder *decoder);
 
-/** Room for kivCS2CaptionDecoder_describePair(), terminator included. */
+/** Room for the text of kivCS2CaptionDecoder_describePair(), including the terminator. */
 #define KIVCS2_CAPTION_DESCRIPTION_SIZE 96u
 
 /**
  * Describes a CEA-608 pair in words, zero-terminated: "resume caption loading",
  * "row 1 indent 4, underline", "white, underline", "background blue semi-transparent",
- * "extended character ü", "characters Hé". Parity bits are not looked at. Codes of the second
- * channel of a field end in " (channel 2)".
+ * "extended character ü", "characters Hé". Parity bits are ignored. The texts of codes of a field's
+ * second channel end in " (channel 2)".
  * @param[out] buffer  KIVCS2_CAPTION_DESCRIPTION_SIZE characters
  * @retval KIVCS2STATUS_PARAM_ERR  `buffer` is null
  * @retval KIVCS2STATUS_DATA_ERR   the pair is empty (00 00 without parity): `buffer` is empty

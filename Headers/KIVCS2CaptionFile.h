@@ -1,12 +1,12 @@
 /**
  * @file
- * Caption files as they are in the field: SCC and MCC read with their faults and written, SRT and
- * WebVTT written.
+ * Caption files as they are in the field. SCC and MCC are read, faults included, and written; SRT and
+ * WebVTT are only written.
  *
- * Reading: initReading, readHeader (or not: the first readPacket does it), readPacket until
- * KIVCS2STATUS_EOF_ERR, free. What is wrong with a file is tolerated if nothing or little is lost by
- * it, counted, and reported to the options' callback with line and column; with `m_strict` the first
- * fault ends the read. Docs/captions.md has a row for each fault.
+ * Reading: initReading, readHeader (optional: the first readPacket does it), readPacket until
+ * KIVCS2STATUS_EOF_ERR, free. A fault is tolerated if little or nothing is lost by it. It is counted and
+ * reported to the options' callback with line and column; with `m_strict` the first fault ends the
+ * read. Docs/captions.md has a row for each fault.
  *
  *     KIVCS2CaptionFile file;
  *     KIVCS2CaptionPacket packet;
@@ -16,16 +16,16 @@
  *     kivCS2CaptionFile_free(&file);
  *
  * Writing: initWriting, writeHeader, then writePacket, writeCaptions or writeText with rising frames,
- * finish, free. A file is whole only after finish has succeeded.
+ * finish, free. A file is complete only after finish has succeeded.
  *
- * The caller owns the record, and a stream is read and written in blocks: its position is undefined
- * until the record is freed. A record belongs to one thread at a time; any number of records may be
- * used in parallel, each at its own rate. The module-wide rate of KIVCS2Timecode.h is neither read nor
- * set. A callback must not call an operation of the record that calls it.
+ * The caller owns the record. A stream is read and written in blocks: its position is undefined until
+ * the record is freed. A record belongs to one thread at a time; any number of records may be used in
+ * parallel, each at its own rate. The module-wide rate of KIVCS2Timecode.h is neither read nor set. A
+ * callback must not call an operation of the record that calls it.
  *
- * Memory is taken at init only: less than 512 KiB, the index for seeking included. Order by frame takes
- * a list of 24 bytes a line more, which grows while the file is read through for it; none for an MCC file
- * that is in order.
+ * Memory is allocated only at init: less than 512 KiB, including the index for seeking. Order by frame
+ * also needs a list of 24 bytes for each line, which grows during the pass that reads the whole file; an
+ * MCC file that is in order needs no list.
  */
 #ifndef KIVCS2_CAPTION_FILE_H
 #define KIVCS2_CAPTION_FILE_H
@@ -40,7 +40,7 @@ KIVCS2_BEGIN_DECLS
 typedef uint32_t KIVCS2CaptionFileKind;
 enum
 {
-    KIVCS2CaptionFileKind_FindOut = 0, /**< reading: find out; writing: not allowed */
+    KIVCS2CaptionFileKind_FindOut = 0, /**< reading: take it from the file; writing: not allowed */
     KIVCS2CaptionFileKind_SCC = 1,
     KIVCS2CaptionFileKind_MCC1 = 2,
     KIVCS2CaptionFileKind_MCC2 = 3,   /**< lines may have suffixes: ".field" and ",number" */
@@ -55,58 +55,58 @@ typedef struct KIVCS2CaptionFile
     void *m_state;
 } KIVCS2CaptionFile;
 
-/** Room for the text found at a fault, terminator included. */
+/** Room for the text found at a fault, including the terminator. */
 #define KIVCS2_CAPTION_FOUND_SIZE 64u
 
 /** One fault at one place. Valid during the callback. */
 typedef struct KIVCS2CaptionFileFault
 {
     KIVCS2CaptionFault m_fault;
-    KIVCS2Status m_status;                   /**< the status of the fault: what ends a strict read */
+    KIVCS2Status m_status;                   /**< the status of the fault; a strict read ends with it */
     uint64_t m_line;                         /**< from 1 */
     uint64_t m_offset;                       /**< bytes from the start of the file to the start of the line */
-    uint32_t m_column;                       /**< characters from 1; 0 if the fault is of the whole line */
+    uint32_t m_column;                       /**< characters from 1; 0 if the fault concerns the whole line */
     uint32_t m_frame;                        /**< frames since midnight, if `m_hasFrame` */
     bool m_hasFrame;                         /**< the line has a timecode */
-    bool m_lost;                             /**< a line, a pair or a part of a packet was lost by it */
-    uint16_t m_foundSize;                    /**< bytes in `m_found`, terminator not counted */
-    const char *m_expected;                  /**< what should be there; static text */
-    char m_found[KIVCS2_CAPTION_FOUND_SIZE]; /**< what is there, as it is in the file; zero-terminated */
+    bool m_lost;                             /**< it cost a line, a pair or a part of a packet */
+    uint16_t m_foundSize;                    /**< bytes in `m_found`, without the terminator */
+    const char *m_expected;                  /**< the text expected here; static */
+    char m_found[KIVCS2_CAPTION_FOUND_SIZE]; /**< the text of the file here, unchanged; zero-terminated */
     uint8_t m_reserved[20];
 } KIVCS2CaptionFileFault;
 
-/** Takes note of a fault. KIVCS2STATUS_OK goes on; a failure ends the call and is its result. */
+/** Receives a fault. After KIVCS2STATUS_OK the read goes on; a failure ends the call and is its result. */
 typedef KIVCS2Status (*KIVCS2CaptionFaultFunc)(const KIVCS2CaptionFileFault *fault, void *context);
 
-/** In which order packets come. */
+/** The order in which packets are returned. */
 typedef uint32_t KIVCS2CaptionOrder;
 enum
 {
     KIVCS2CaptionOrder_File = 0, /**< as they stand in the file */
-    /** By frame: the pairs of an SCC line wait for the line before. A line more than half a day earlier than
-     *  the first line of the file is of the next day. */
+    /** By frame: the pairs of an SCC line wait for those of the line before. A line more than half a day
+     *  earlier than the first line of the file belongs to the next day. */
     KIVCS2CaptionOrder_Frame = 1
 };
 
-/** Options of reading. Zeroed is the tolerant default. */
+/** Options of reading. All zeros is the tolerant default. */
 typedef struct KIVCS2CaptionReadOptions
 {
     KIVCS2CaptionFileKind m_kind;     /**< SCC or MCC, if the caller knows it */
-    KIVCS2CaptionCounting m_counting; /**< overrules the file's */
-    uint32_t m_field;                 /**< of the pairs of an SCC file: 1, 2, or 0 for what its codes say */
+    KIVCS2CaptionCounting m_counting; /**< overrides the file's */
+    uint32_t m_field;                 /**< SCC: field of the pairs, 1, 2, or 0 to take it from the codes */
     KIVCS2CaptionOrder m_order;
     bool m_strict;     /**< the first fault ends the read with its status */
     bool m_bothTracks; /**< SCC words of 8 digits: the second track goes to the other field */
     uint8_t m_reserved1[6];
     KIVCS2CaptionFaultFunc m_onFault; /**< may be null */
-    void *m_context;                  /**< of `m_onFault` */
+    void *m_context;                  /**< passed to `m_onFault` */
     uint8_t m_reserved[8];
 } KIVCS2CaptionReadOptions;
 
-/** Room for a text of a header, terminator included. */
+/** Room for a text of a header, including the terminator. */
 #define KIVCS2_CAPTION_HEADER_SIZE 256u
 
-/** Why a counting was taken. */
+/** The source of a counting. */
 typedef uint32_t KIVCS2CaptionReason;
 enum
 {
@@ -117,16 +117,16 @@ enum
     KIVCS2CaptionReason_Separator = 4 /**< the separators before the frames: ";" drops numbers */
 };
 
-/** The header of a caption file. Texts that are not there are empty. */
+/** The header of a caption file. Missing texts are empty. */
 typedef struct KIVCS2CaptionFileHeader
 {
     KIVCS2CaptionFileKind m_kind;
     KIVCS2CaptionCounting m_counting;
     KIVCS2CaptionReason m_reason;
     uint32_t m_field;      /**< field of an SCC file: 1 or 2; 0 otherwise */
-    uint64_t m_firstLine;  /**< the line of the first caption; 0 without a caption */
-    uint32_t m_otherLines; /**< header lines that are none of these texts */
-    char m_rate[32];       /**< behind "Time Code Rate=" */
+    uint64_t m_firstLine;  /**< the line of the first caption; 0 if there is no caption */
+    uint32_t m_otherLines; /**< count of the header lines other than these texts */
+    char m_rate[32];       /**< the text after "Time Code Rate=" */
     char m_uuid[KIVCS2_CAPTION_HEADER_SIZE];
     char m_program[KIVCS2_CAPTION_HEADER_SIZE];
     char m_date[KIVCS2_CAPTION_HEADER_SIZE];
@@ -136,28 +136,28 @@ typedef struct KIVCS2CaptionFileHeader
     uint8_t m_reserved[36];
 } KIVCS2CaptionFileHeader;
 
-/** What a reader has met so far. */
+/** Totals of a reader so far. */
 typedef struct KIVCS2CaptionFileReport
 {
-    uint64_t m_lines;      /**< lines of the file, blank ones and comments included */
-    uint64_t m_packets;    /**< packets handed out; those of an SCC file are its pairs */
-    uint64_t m_cdps;       /**< of them with a CDP */
+    uint64_t m_lines;      /**< lines of the file, including blank lines and comments */
+    uint64_t m_packets;    /**< packets returned; in an SCC file each pair is a packet */
+    uint64_t m_cdps;       /**< packets returned that have a CDP */
     uint64_t m_lostLines;  /**< caption lines without a packet */
-    uint64_t m_lostPairs;  /**< SCC words without a pair, of lines that were kept */
-    uint64_t m_faults;     /**< places with a fault, each cause of a line counted */
+    uint64_t m_lostPairs;  /**< SCC words without a pair in lines that were kept */
+    uint64_t m_faults;     /**< places with a fault; each cause in a line counts */
     uint64_t m_gapFrames;  /**< frames without a packet between the first and the last */
-    uint32_t m_firstFrame; /**< frame of the first packet; 0 without one */
+    uint32_t m_firstFrame; /**< frame of the first packet; 0 if there is no packet */
     uint32_t m_lastFrame;
     uint8_t m_reserved[32];
 } KIVCS2CaptionFileReport;
 
 /**
- * Makes a reader of `stream`, which begins where the stream stands. Nothing is read yet.
- * @param ownsStream   the reader frees the stream with kivCS2Stream_free(); not if this call fails
+ * Makes a reader that begins at the current position of `stream`. Nothing is read yet.
+ * @param ownsStream   the reader frees the stream with kivCS2Stream_free(), unless this call fails
  * @param[in] options  copied; null for the defaults
  * @retval KIVCS2STATUS_PARAM_ERR        `file` or `stream` is null, or an option is out of its range
- * @retval KIVCS2STATUS_UNSUPPORTED_ERR  order by frame, and the stream cannot be positioned
- * @retval KIVCS2STATUS_MEMORY_ERR       no room
+ * @retval KIVCS2STATUS_UNSUPPORTED_ERR  order by frame, but the stream cannot be positioned
+ * @retval KIVCS2STATUS_MEMORY_ERR       out of memory
  * On failure the record is empty and the stream stays the caller's.
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_initReading(KIVCS2CaptionFile *file, KIVCS2Stream *stream,
@@ -165,14 +165,14 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_initReading(KIVCS2CaptionFile *file, K
                                                       const KIVCS2CaptionReadOptions *options);
 
 /**
- * Reads the header, once; later calls return the same. The rate of an MCC file comes from the
- * caller, else from "Time Code Rate=", else from the CDPs. That of an SCC file comes from the caller,
- * else from the separators of its lines.
+ * Reads the header once; later calls return the same header. The rate of an MCC file comes from the
+ * caller, else from "Time Code Rate=", else from the CDPs. The rate of an SCC file comes from the
+ * caller, else from the separators of its lines.
  * @param[out] header  may be null
  * @retval KIVCS2STATUS_HEADER_ERR      not a caption file, or UTF-16
- * @retval KIVCS2STATUS_FRAME_RATE_ERR  no counting is known, or most CDPs are of another rate than the
- *                                      header's and the caller names none
- * @retval KIVCS2STATUS_STATE_ERR       the record writes
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  the counting is unknown, or most CDPs have another rate than the
+ *                                      header and the caller names no counting
+ * @retval KIVCS2STATUS_STATE_ERR       the record is a writer
  * @retval KIVCS2STATUS_PARAM_ERR       `file` is null or not initialised
  * @return otherwise the status of a fault (strict), of the callback or of the stream
  */
@@ -180,61 +180,63 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_readHeader(KIVCS2CaptionFile *file,
                                                      KIVCS2CaptionFileHeader *header);
 
 /**
- * Reads the next packet. An MCC line is one packet, an SCC line one packet a pair.
- * @retval KIVCS2STATUS_EOF_ERR      behind the last packet
- * @retval KIVCS2STATUS_NO_DATA_ERR  at the end, and the file has no packet at all
- * @retval KIVCS2STATUS_STATE_ERR    the record writes
+ * Reads the next packet. An MCC line is one packet; an SCC line has one packet for each pair.
+ * @retval KIVCS2STATUS_EOF_ERR      after the last packet
+ * @retval KIVCS2STATUS_NO_DATA_ERR  at the end of a file without any packet
+ * @retval KIVCS2STATUS_STATE_ERR    the record is a writer
  * @retval KIVCS2STATUS_PARAM_ERR    `file` or `packet` is null, or `file` is not initialised
- * @return otherwise as kivCS2CaptionFile_readHeader(); a failure of the stream or of a strict read stays
+ * @return otherwise as kivCS2CaptionFile_readHeader(); after a failure of the stream or of a strict read,
+ *         every later read fails with the same status
  * On failure `packet` is zeroed.
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_readPacket(KIVCS2CaptionFile *file, KIVCS2CaptionPacket *packet);
 
 /**
- * Moves so that the next packet is the first one of the file, in the order of reading, that is at
- * `frame` or behind it. Lines that are passed over are not checked and count in no report. What
- * has been read once is found through the index; seeking behind it reads on from its end. In a file that
- * runs over midnight a frame more than half a day before the first line is of the next day; to know whether
- * a file does so, it is read through once.
+ * Moves to the first packet, in the order of reading, at `frame` or later: the next read returns it.
+ * Lines passed over are not checked and not counted in the report. The index finds lines that were read
+ * before; seeking beyond them reads on from their end. In a file that runs past midnight, a frame more
+ * than half a day before the first line belongs to the next day; the file is read to its end once to
+ * find out if it does.
  * @param frame  frames since midnight
- * @retval KIVCS2STATUS_EOF_ERR          no packet is there; the next read is at the end
- * @retval KIVCS2STATUS_UNSUPPORTED_ERR  the stream cannot be positioned; nothing has moved
+ * @retval KIVCS2STATUS_EOF_ERR          there is no such packet; the next read is at the end
+ * @retval KIVCS2STATUS_UNSUPPORTED_ERR  the stream cannot be positioned; the position is unchanged
  * @return otherwise as kivCS2CaptionFile_readHeader()
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_seek(KIVCS2CaptionFile *file, uint32_t frame);
 
 /**
- * Stores what has been met so far.
+ * Stores the totals so far.
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `file` is not initialised
- * @retval KIVCS2STATUS_STATE_ERR  the record writes
+ * @retval KIVCS2STATUS_STATE_ERR  the record is a writer
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_getReport(const KIVCS2CaptionFile *file,
                                                     KIVCS2CaptionFileReport *report);
 
 /**
- * Stores how often a fault was met, and where first.
- * @param[out] count  places
+ * Stores the number of places with a fault, and the first of these places.
+ * @param[out] count  the number of places
  * @param[out] first  zeroed if `*count` is 0; its `m_expected` is static; may be null
- * @retval KIVCS2STATUS_PARAM_ERR  `file` or `count` is null, `file` is not initialised, or not a fault
- * @retval KIVCS2STATUS_STATE_ERR  the record writes
+ * @retval KIVCS2STATUS_PARAM_ERR  `file` or `count` is null, `file` is not initialised, or `fault` is
+ *                                 not a fault
+ * @retval KIVCS2STATUS_STATE_ERR  the record is a writer
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_getFaultCount(const KIVCS2CaptionFile *file,
                                                         KIVCS2CaptionFault fault, uint64_t *count,
                                                         KIVCS2CaptionFileFault *first);
 
-/** The name of a fault, "four-byte U" for example; null if `fault` is not one. The text is static. */
+/** Returns the name of a fault, for example "four-byte U"; null if `fault` is not a fault. Static text. */
 KIVCS2_API const char *kivCS2CaptionFile_getFaultName(KIVCS2CaptionFault fault);
 
-/** The status of a fault; KIVCS2STATUS_PARAM_ERR if `fault` is not one. */
+/** Returns the status of a fault; KIVCS2STATUS_PARAM_ERR if `fault` is not a fault. */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_getFaultStatus(KIVCS2CaptionFault fault);
 
-/** Options of writing. Zeroed is the default. */
+/** Options of writing. All zeros is the default. */
 typedef struct KIVCS2CaptionWriteOptions
 {
-    bool m_plainHex;   /**< MCC: no letters; otherwise all but U, whose length is disputed */
-    bool m_everyFrame; /**< MCC, writeCaptions: empty packets for the frames between; otherwise sparse */
+    bool m_plainHex;   /**< MCC: no letters; otherwise all except U, whose length is disputed */
+    bool m_everyFrame; /**< MCC, writeCaptions: empty packets fill the frames between; otherwise sparse */
     uint8_t m_reserved1[2];
-    uint32_t m_field;        /**< SCC: the field whose pairs are written, 1 or 2; 0 for 1 */
+    uint32_t m_field;        /**< SCC: the field whose pairs are written, 1 or 2; 0 means 1 */
     uint32_t m_timeZero;     /**< SRT, WebVTT: the frame that is 00:00:00.000 */
     uint32_t m_serviceCount; /**< writeCaptions: entries of `m_services` */
     const KIVCS2CaptionServiceEntry *m_services; /**< copied; null for service 1 without a language */
@@ -242,13 +244,13 @@ typedef struct KIVCS2CaptionWriteOptions
 } KIVCS2CaptionWriteOptions;
 
 /**
- * Makes a writer onto `stream` at its position. Nothing is written yet.
- * @param ownsStream   the writer frees the stream with kivCS2Stream_free(); not if this call fails
+ * Makes a writer that begins at the current position of `stream`. Nothing is written yet.
+ * @param ownsStream   the writer frees the stream with kivCS2Stream_free(), unless this call fails
  * @param counting     SCC: 29.97 with either numbering
  * @param[in] options  copied; null for the defaults
  * @retval KIVCS2STATUS_PARAM_ERR       `file` or `stream` is null, or a kind or an option is out of range
- * @retval KIVCS2STATUS_FRAME_RATE_ERR  not a counting, or not one of SCC
- * @retval KIVCS2STATUS_MEMORY_ERR      no room
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  `counting` is not a counting, or not a counting of SCC
+ * @retval KIVCS2STATUS_MEMORY_ERR      out of memory
  * On failure the record is empty and the stream stays the caller's.
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_initWriting(KIVCS2CaptionFile *file, KIVCS2Stream *stream,
@@ -257,11 +259,11 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_initWriting(KIVCS2CaptionFile *file, K
                                                       const KIVCS2CaptionWriteOptions *options);
 
 /**
- * Writes the header, once and before anything else. Kind and counting are those of initWriting.
- * @param[in] header  UUID, program, date and time of an MCC file; empty ones and a null header are
- *                    made: a new UUID, the library's name and the present time
- * @retval KIVCS2STATUS_PARAM_ERR  `file` is null or not initialised, or a text has a line end in it
- * @retval KIVCS2STATUS_STATE_ERR  the record reads, or the header is written
+ * Writes the header once, before anything else. Kind and counting are those of initWriting.
+ * @param[in] header  UUID, program, date and time of an MCC file. Empty texts, or all if it is null, are
+ *                    filled in: a new UUID, the library's name and the current time
+ * @retval KIVCS2STATUS_PARAM_ERR  `file` is null or not initialised, or a text contains a line end
+ * @retval KIVCS2STATUS_STATE_ERR  the record is a reader, or the header is already written
  * @retval KIVCS2STATUS_WRITE_ERR  the stream took fewer bytes
  * @return otherwise the stream's own failure
  */
@@ -269,10 +271,10 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeHeader(KIVCS2CaptionFile *file,
                                                       const KIVCS2CaptionFileHeader *header);
 
 /**
- * Writes a packet: to an MCC file its bytes as they are, with its suffixes in version 2; to an SCC
- * file the pairs of the options' field. Empty pairs (80 80) of an SCC file stand only between others.
+ * Writes a packet. An MCC file gets its bytes unchanged, with its suffixes in version 2; an SCC file
+ * gets the pairs of the options' field. In an SCC file empty pairs (80 80) stand only between others.
  * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null or `file` is not initialised
- * @retval KIVCS2STATUS_STATE_ERR        the record reads, no header is written, or finish was called
+ * @retval KIVCS2STATUS_STATE_ERR        the record is a reader, no header is written, or finish was called
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  SRT or WebVTT; or a packet without bytes (an SCC pair) for MCC
  * @retval KIVCS2STATUS_FORMAT_ERR       a suffix for MCC 1, or a field above 1
  * @return otherwise as kivCS2CaptionFile_writeHeader()
@@ -281,13 +283,13 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writePacket(KIVCS2CaptionFile *file,
                                                       const KIVCS2CaptionPacket *packet);
 
 /**
- * Writes the captions of one frame: to an MCC file in a packet of kivCS2CaptionPacket_build(), whose
- * sequence counts on (from 50 frames a second on an even frame without pairs has the empty one of field 1,
- * an odd one that of field 2), to an SCC file the pairs: of several in one frame each takes the next
- * frame that is free.
+ * Writes the captions of one frame. An MCC file gets a packet of kivCS2CaptionPacket_build(), whose
+ * sequence counts on. From 50 frames a second on, a frame without pairs gets an empty pair: of field 1
+ * if the frame is even, of field 2 if it is odd. An SCC file gets the pairs; if a frame has several, each
+ * takes the next free frame.
  * @param[in] pairs  may be null
  * @param[in] dtvcc  may be null
- * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  every frame is written, and `frame` does not rise
+ * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  every frame is written, but `frame` does not rise
  * @return otherwise as kivCS2CaptionFile_writePacket() and kivCS2CaptionPacket_build()
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeCaptions(KIVCS2CaptionFile *file, uint32_t frame,
@@ -295,9 +297,9 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeCaptions(KIVCS2CaptionFile *file,
                                                         const KIVCS2CaptionDTVCC *dtvcc);
 
 /**
- * Writes one cue of SRT or WebVTT: its times, its rows, italics, underline and colours; and its
- * position, in SRT as one of nine places. A cue more than half a day before the last one, or before the
- * time zero, is of the next day: its time counts on.
+ * Writes one cue of SRT or WebVTT: its times, its rows, italics, underline and colours, and its
+ * position, in SRT as one of nine places. A cue more than half a day before the last cue, or before the
+ * time zero, belongs to the next day: its time counts on.
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR       another kind of file
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the cue begins before the time zero
  * @return otherwise as kivCS2CaptionFile_writePacket()
@@ -305,15 +307,15 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeCaptions(KIVCS2CaptionFile *file,
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeText(KIVCS2CaptionFile *file, const KIVCS2CaptionText *text);
 
 /**
- * Writes what is still held back. Must be called before free; a file is not whole without it.
- * @retval KIVCS2STATUS_STATE_ERR  the record reads, or no header is written
- * @return otherwise as kivCS2CaptionFile_writeHeader(); also a failure that an earlier call has returned
+ * Writes the data still held back. Must be called before free: without it the file is not complete.
+ * @retval KIVCS2STATUS_STATE_ERR  the record is a reader, or no header is written
+ * @return otherwise as kivCS2CaptionFile_writeHeader(); also a failure that an earlier call returned
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_finish(KIVCS2CaptionFile *file);
 
 /**
- * Releases what the record holds, and the stream if it is owned, and clears the record, which may
- * then be initialised again; twice is harmless.
+ * Releases the record's memory, and the stream if it is owned, and clears the record, which may then be
+ * initialised again. A second call is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `file` is null
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_free(KIVCS2CaptionFile *file);
