@@ -327,7 +327,7 @@ enum
     KIVCS2CaptionCarrier_436M = 6,       /**< frames of wrapped data (MXF), 8-bit and 10-bit payloads */
     KIVCS2CaptionCarrier_V210Luma = 7,   /**< a v210 line of HD: the packets among its luma samples */
     KIVCS2CaptionCarrier_V210Chroma = 8, /**< a v210 line of HD: the packets among its colour differences */
-    KIVCS2CaptionCarrier_V210SD = 9,     /**< a v210 line of SD, where a packet takes every sample */
+    KIVCS2CaptionCarrier_V210SD = 9,     /**< a v210 line of SD: a packet takes every sample */
     KIVCS2CaptionCarrier_RTP = 10,       /**< one whole RTP packet of ancillary data */
     KIVCS2CaptionCarrier_MAX = 11,       /**< the count; not a form */
     /** Added to a form of find(): every ancillary packet, not only captions. Not allowed with _8Bit, _10Bit
@@ -391,7 +391,7 @@ typedef struct KIVCS2CaptionPlace
  * A v210 line and an RTP packet must be complete.
  * @param         form    a KIVCS2CaptionCarrier, `| KIVCS2CaptionCarrier_AnyPacket` if wanted
  * @param[in]     bytes   `size` bytes; may be null if `size` is 0
- * @param[in,out] offset  in: where to search from, up to `size`; out: past the packet found
+ * @param[in,out] offset  in: the start of the search, up to `size`; out: past the packet found
  * @param[out]    packet  the packet; unchanged if no packet was found
  * @param[out]    place   its place; may be null. RTP: `m_rtp` is set even if there is no packet
  * @retval KIVCS2STATUS_OK             a packet, possibly with faults

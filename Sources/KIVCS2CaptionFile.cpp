@@ -16,7 +16,7 @@ namespace
 using kiv::cc::Reader;
 using kiv::cc::Writer;
 
-// What a record's `m_state` points at: one of the two.
+// A record's `m_state` points at one of these; exactly one of the two is set.
 struct FileState
 {
     KIVCS2Stream *stream = nullptr;

@@ -1,4 +1,4 @@
-// Countings, and one caption packet taken apart and put together.
+// Countings, and one caption packet: parsed, built, and found in its carriers.
 #include "KIVCS2CaptionPacket.h"
 
 #include "Private/Captions/Counting.h"
@@ -69,7 +69,7 @@ KIVCS2Status kivCS2CaptionCounting_nanosecondsOfFrame(KIVCS2CaptionCounting coun
     const KIVCS2CaptionCountingInfo *const info = kiv::cc::countingInfo(counting);
     if (info == nullptr)
         return KIVCS2STATUS_FRAME_RATE_ERR;
-    // In two steps, because the product does not fit: whole multiples of the numerator first.
+    // In two steps, because the product does not fit: first the whole multiples of the numerator.
     constexpr uint64_t kSecond = 1'000'000'000;
     const uint64_t whole = frame / info->m_numerator;
     const uint64_t rest = frame % info->m_numerator;
@@ -86,7 +86,7 @@ KIVCS2Status kivCS2CaptionPacket_parse(KIVCS2CaptionPacket *packet, const uint8_
     KIVCS2CaptionPacket made{};
     KIVCS2Status status = KIVCS2STATUS_OK;
     const bool isCDP = size >= 2 && bytes[0] == 0x96 && bytes[1] == 0x69;
-    const uint32_t around = isCDP ? 4 : 0; // DID, SDID, count; checksum
+    const uint32_t around = isCDP ? 4 : 0; // DID, SDID, count, and the checksum
     if (size == 0)
         status = KIVCS2STATUS_NO_DATA_ERR;
     else if (size > KIVCS2_CAPTION_ANC_SIZE - around)

@@ -1,4 +1,4 @@
-// Captions on another frame rate, or under another numbering.
+// Captions at another frame rate, or under another numbering.
 #include "KIVCS2CaptionRetime.h"
 
 #include "Private/Captions/Counting.h"
@@ -15,7 +15,7 @@ kiv::cc::Retimer *retimerOf(const KIVCS2CaptionRetime *retime)
     return static_cast<kiv::cc::Retimer *>(retime->m_state);
 }
 
-// Film at 25 frames a second runs 4 % faster than at 24, and nobody shows it faster than that.
+// Film at 25 frames a second runs 4 % faster than at 24; no broadcaster speeds it up more.
 bool areNear(const KIVCS2CaptionCountingInfo &a, const KIVCS2CaptionCountingInfo &b)
 {
     const auto [less, more] =

@@ -72,8 +72,8 @@ KIVCS2Status Sections::begin(std::span<const uint8_t> packet)
     if (packet[0] != kIdentifier0 || packet[1] != kIdentifier1)
         return KIVCS2STATUS_DATA_ERR;
 
-    // A length of 7 would be allowed by its own check, but leaves less than nothing for the sections:
-    // counted in 8 bits the walk would have 255 bytes, which lie outside the packet.
+    // A length of 7 would pass its own check, but leaves -1 bytes for the sections: counted in 8 bits the
+    // walk would cover 255 bytes, beyond the packet.
     const size_t length = packet[kLengthOffset];
     if (length < kHeaderSize + kChecksumSize || length > packet.size())
         return KIVCS2STATUS_BUFFER_SIZE_ERR;
@@ -108,7 +108,7 @@ bool Sections::next(CaptionData &data)
             data.count = section[1] & kTripletCountMask;
             const size_t whole = std::min<size_t>(data.count, m_rest.size() / kTripletSize);
             data.triplets = m_rest.first(whole * kTripletSize);
-            // A cut section is handed out all the same: its triplets count before the failure does.
+            // A cut section is still returned: its triplets count before the failure does.
             (void)skip(data.count * kTripletSize);
             return true;
         }
@@ -138,8 +138,8 @@ bool Sections::next(CaptionData &data)
 
 uint8_t sum(std::span<const uint8_t> bytes)
 {
-    // Eight bytes at a time, as four lanes of 16 bits for the even and the odd ones: 128 rounds of
-    // two bytes below 256 stay below 65,536.
+    // Adds eight bytes at a time, in four lanes of 16 bits: the even and the odd bytes. 128 rounds of two
+    // bytes below 256 stay below 65,536.
     constexpr uint64_t kEvenBytes = 0x00FF00FF00FF00FFu;
     constexpr size_t kRoundsAtOnce = 128;
 

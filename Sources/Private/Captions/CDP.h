@@ -1,5 +1,5 @@
-// Caption distribution packets (SMPTE ST 334-2) as plain bytes: where the packet lies, the walk over
-// its sections, the counters and the checksum, and the templates that packets are built from.
+// Caption distribution packets (SMPTE ST 334-2) as plain bytes: the packet's place, the walk over its
+// sections, the counters and the checksum, and the templates that packets are built from.
 #ifndef KIV_PRIVATE_CAPTIONS_CDP_H
 #define KIV_PRIVATE_CAPTIONS_CDP_H
 
@@ -13,8 +13,8 @@
 
 namespace kiv::cdp
 {
-// The ancillary packet that carries a CDP (SMPTE ST 334-1). Both have an odd count of bits, so that as 10-bit
-// words they have bit 8 set and bit 9 clear (SMPTE ST 291-1).
+// The ancillary packet that carries a CDP (SMPTE ST 334-1). Both bytes have an odd count of ones, so as
+// 10-bit words they have bit 8 set and bit 9 clear (SMPTE ST 291-1).
 constexpr uint8_t kDID = 0x61;
 constexpr uint8_t kSDID = 0x01;
 constexpr uint16_t kOddParity = 0x100;
@@ -39,7 +39,7 @@ constexpr uint8_t kPaddingId = 0xFF;
 
 constexpr uint8_t kTripletCountMask = 0x1F;
 constexpr uint8_t kServiceCountMask = 0x0F;
-// The first byte of a triplet that holds a CEA-608 pair: cc_valid set, cc_type 0 or 1, which is the
+// The first byte of a triplet that holds a CEA-608 pair: cc_valid is set and cc_type, 0 or 1, is the
 // field counted from 0.
 constexpr uint8_t kPairMask = 0x06;
 constexpr uint8_t kPairValue = 0x04;
@@ -49,18 +49,18 @@ constexpr uint8_t kFieldMask = 0x01;
 extern const std::array<uint8_t, KIVCS2_CDP_SIZE> kTemplate608in708;
 extern const std::array<uint8_t, KIVCS2_CDP_SDI_SIZE> kTemplateSDI608in708;
 
-// What stands around 708 triplets: an atom header and the packet's head, and its foot.
+// The bytes before and after 708 triplets: an atom header with the packet's head, and the packet's foot.
 extern const std::array<uint8_t, 17> kTemplate708DataTo708Header;
 extern const std::array<uint8_t, 13> kTemplate708DataTo708Footer;
 
-// The packet behind an atom header, where there is one. No look is taken at the bytes.
+// Stores the packet, without its atom header if it has one. Does not check the bytes.
 [[nodiscard]] KIVCS2Status skipAtom(std::span<const uint8_t> bytes, bool withAtom,
                                     std::span<const uint8_t> &packet);
 
 // One cc_data section.
 struct CaptionData
 {
-    uint8_t count;                     // cc_count as the packet says it
+    uint8_t count;                     // cc_count of the packet
     std::span<const uint8_t> triplets; // whole triplets only; fewer than `count` in a cut packet
 };
 
@@ -76,8 +76,8 @@ class Sections
 public:
     // Checks the header. The walk covers everything between header and checksum.
     [[nodiscard]] KIVCS2Status begin(std::span<const uint8_t> packet);
-    // Goes on to the next cc_data section, checking those in between. False at the end of the packet
-    // and behind a section that is unknown or cut short; status() tells which.
+    // Moves to the next cc_data section and checks the sections between. Returns false at the end of the
+    // packet and after a section that is unknown or cut short; status() says which.
     [[nodiscard]] bool next(CaptionData &data);
     [[nodiscard]] KIVCS2Status status() const
     {
@@ -91,10 +91,10 @@ private:
     KIVCS2Status m_status = KIVCS2STATUS_OK;
 };
 
-// Sum of the bytes modulo 256.
+// Returns the sum of the bytes modulo 256.
 [[nodiscard]] uint8_t sum(std::span<const uint8_t> bytes);
 
-// Writes the sequence number into header and footer and closes with the checksum. At least 10 bytes.
+// Writes the sequence number into header and footer, then the checksum. The packet has at least 10 bytes.
 void stamp(std::span<uint8_t> packet, uint16_t sequenceNumber);
 } // namespace kiv::cdp
 

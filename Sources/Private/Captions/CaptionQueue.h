@@ -1,4 +1,4 @@
-// Captions that wait for their frame of the result: a ring that grows to a bound.
+// The queue of captions that wait for their frame of the result: a ring that grows up to a bound.
 #ifndef KIV_PRIVATE_CAPTIONS_CAPTION_QUEUE_H
 #define KIV_PRIVATE_CAPTIONS_CAPTION_QUEUE_H
 
@@ -11,18 +11,18 @@
 
 namespace kiv::cc
 {
-// What a pair is to the one before it in its field (CEA-608-E, 8.3).
+// The relation of a pair to the one before it in its field (CEA-608-E, 8.3).
 enum class Mark : uint8_t
 {
     Plain,
-    Repeat, // the second of a doubled control code: without effect if it stays the neighbour of the first
-    Again   // the same control code once more: without effect if it became the neighbour
+    Repeat, // the second of a doubled control code: no effect while it directly follows the first
+    Again   // the same control code sent again: would lose its effect if it directly followed the first
 };
 
 // A triplet without its marker bits.
 struct Waiting
 {
-    uint32_t ready; // the frame of the result from which on it may go out
+    uint32_t ready; // the first frame of the result on which it may go out
     uint8_t type;   // cc_type
     uint8_t bytes[2];
     Mark mark;
@@ -35,7 +35,7 @@ public:
     // `most` is a power of two.
     explicit CaptionQueue(size_t most) : m_most{most} {}
 
-    // Makes room for `count` more, so that as many calls of push() cannot fail.
+    // Makes room for `count` more items, so that this number of push() calls cannot fail.
     [[nodiscard]] KIVCS2Status reserve(size_t count)
     {
         const size_t wanted = m_count + count;

@@ -27,7 +27,7 @@ struct Replaced
     char32_t character;
 };
 
-// The basic set is ASCII but for these.
+// The basic set is ASCII except for these.
 constexpr std::array<Replaced, 10> kBasic = {{{0x2A, U'á'},
                                               {0x5C, U'é'},
                                               {0x5E, U'í'},
@@ -39,7 +39,7 @@ constexpr std::array<Replaced, 10> kBasic = {{{0x2A, U'á'},
                                               {0x7E, U'ñ'},
                                               {0x7F, U'█'}}};
 
-// G2 of CEA-708; every other code of it has no character.
+// G2 of CEA-708; its other codes have no character.
 constexpr std::array<Replaced, 27> kG2 = {
     {
         {0x20, U' '}, {0x21, U'\u00A0'}, {0x25, U'…'},  {0x2A, U'Š'}, {0x2C, U'Œ'}, {0x30, U'█'},

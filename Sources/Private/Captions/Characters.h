@@ -7,19 +7,19 @@
 
 namespace kiv::cc
 {
-// CEA-608: a byte of the basic set, 20h to 7Fh.
+// CEA-608: the basic set, 20h to 7Fh.
 [[nodiscard]] char32_t basicCharacter(uint8_t code);
-// 30h to 3Fh behind 11h; the transparent space is 0, an empty cell.
+// 30h to 3Fh after 11h; the transparent space is 0, an empty cell.
 [[nodiscard]] char32_t specialCharacter(uint8_t code);
-// 20h to 3Fh behind 12h or 13h.
+// 20h to 3Fh after 12h or 13h.
 [[nodiscard]] char32_t extendedCharacter(uint8_t set, uint8_t code);
 
-// CEA-708: G0 and G1 as they are, G2 and G3 behind EXT1; "_" for codes without a character.
+// CEA-708: G0 and G1 directly, G2 and G3 after EXT1; "_" for codes without a character.
 [[nodiscard]] char32_t serviceCharacter(uint8_t code);
 [[nodiscard]] char32_t extendedServiceCharacter(uint8_t code);
 
-// Writes up to 4 bytes without a terminator and returns their count. What is no character is written as
-// U+FFFD.
+// Writes up to 4 bytes without a terminator and returns their count. A value that is not a character is
+// written as U+FFFD.
 size_t writeUTF8(char32_t character, char *out);
 } // namespace kiv::cc
 

@@ -1,4 +1,4 @@
-// Countings: how the digits of a timecode number frames, at a rate that the caller names.
+// Countings: how the digits of a timecode number frames at a rate that the caller names.
 #include "Private/Captions/Counting.h"
 
 #include <algorithm>
@@ -121,7 +121,7 @@ void writeTimecode(const KIVCS2CaptionCountingInfo &info, uint32_t frame, char s
 
 KIVCS2CaptionCounting countingOfMCCRate(std::string_view text)
 {
-    // From the end: of a text that stands for two, the plain rate is the later row.
+    // From the end: if a text means two rates, the whole rate is the later row.
     for (uint32_t counting = KIVCS2CaptionCounting_MAX - 1; counting > 0; --counting)
         if (equalInAnyCase(text, kCountings[counting].m_mccRate))
             return counting;

@@ -12,14 +12,14 @@ namespace
 constexpr uint32_t kColourMask = 0xFFFFFF;
 constexpr uint32_t kWhiteColour = 0xFFFFFF;
 
-// Where a caption stands, in percent of the picture; of its first row and column in CEA-608.
+// The place of a caption in percent of the picture; in CEA-608 that of its first row and column.
 struct Place
 {
     unsigned line, position;
     unsigned vertical, horizontal; // 0 top or left, 1 in the middle, 2 bottom or right
 };
 
-// A host may have none.
+// A host's text may have no cells.
 std::span<const KIVCS2CaptionCell> cellsOf(const KIVCS2CaptionText &text)
 {
     return {text.m_cells, text.m_cells == nullptr ? 0 : text.m_cellCount};
@@ -29,14 +29,14 @@ Place placeOf(const KIVCS2CaptionText &text)
 {
     if (text.m_mode == KIVCS2CaptionMode_Window)
     {
-        constexpr unsigned kRows = 75, kColumns = 210; // of the grid that anchors count in, 16:9
+        constexpr unsigned kRows = 75, kColumns = 210; // the grid of anchors, 16:9
         const unsigned line = text.m_anchorRelative != 0 ? text.m_anchorRow : text.m_anchorRow * 100u / kRows;
         const unsigned position =
             text.m_anchorRelative != 0 ? text.m_anchorColumn : text.m_anchorColumn * 100u / kColumns;
         return {std::min(line, 100u), std::min(position, 100u), text.m_anchorPoint / 3u,
                 text.m_anchorPoint % 3u};
     }
-    // The 15 rows and 32 columns lie in the middle 80 percent.
+    // The 15 rows and 32 columns lie in the middle 80 percent of the picture.
     unsigned last = text.m_anchorColumn;
     for (const KIVCS2CaptionCell &cell : cellsOf(text))
         last = std::max<unsigned>(last, cell.m_column);
@@ -80,7 +80,7 @@ public:
     {
         style &= KIVCS2CaptionStyle_Italics | KIVCS2CaptionStyle_Underline;
         if (m_isVTT && nameOf(colour) == nullptr)
-            colour = kWhiteColour; // there is no name for others
+            colour = kWhiteColour; // other colours have no name
         if (style == m_style && colour == m_colour)
             return;
         close();
@@ -186,8 +186,9 @@ void putRows(Output &out, const KIVCS2CaptionText &text, bool isVTT)
 
 void putSRTText(Output &out, const KIVCS2CaptionText &text)
 {
-    constexpr std::array kPlaces = {"{\\an7}", "{\\an8}", "{\\an9}", "{\\an4}", "{\\an5}",
-                                    "{\\an6}", "{\\an1}", "",        "{\\an3}"}; // bottom centre is the rule
+    constexpr std::array kPlaces = {
+        "{\\an7}", "{\\an8}", "{\\an9}", "{\\an4}", "{\\an5}",
+        "{\\an6}", "{\\an1}", "",        "{\\an3}"}; // bottom centre is the default
     const Place place = placeOf(text);
     out.put(kPlaces[std::min(place.vertical, 2u) * 3 + place.horizontal]);
     putRows(out, text, false);

@@ -8,10 +8,10 @@
 
 namespace kiv::cc
 {
-// Rows with their styles, each with a line feed.
+// Write the rows with their styles, each with a line feed.
 void putSRTText(Output &out, const KIVCS2CaptionText &text);
 void putVTTText(Output &out, const KIVCS2CaptionText &text);
-// The settings behind the times of a WebVTT cue.
+// Writes the settings after the times of a WebVTT cue.
 void putVTTPlace(Output &out, const KIVCS2CaptionText &text);
 } // namespace kiv::cc
 

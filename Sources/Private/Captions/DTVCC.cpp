@@ -39,7 +39,7 @@ enum : uint8_t
 constexpr std::array<uint8_t, 32> kC1Size = {1, 1, 1, 1, 1, 1, 1, 1, 2, 2, 2, 2, 2, 2, 1, 1,
                                              3, 4, 3, 1, 1, 1, 1, 5, 7, 7, 7, 7, 7, 7, 7, 7};
 
-// Bytes of the code that `codes` begins with; more than there are if it is cut.
+// Returns the bytes of the first code in `codes`; more than `codes` has if the code is cut.
 size_t sizeOfCode(std::span<const uint8_t> codes)
 {
     const uint8_t first = codes[0];
@@ -48,11 +48,11 @@ size_t sizeOfCode(std::span<const uint8_t> codes)
         if (codes.size() < 2)
             return 2;
         const uint8_t second = codes[1];
-        if (second < 0x20) // C2: none, one, two or three further bytes
+        if (second < 0x20) // C2: zero to three more bytes
             return 2u + second / 8;
         if (second >= 0x80 && second < 0x90) // C3: four or five
             return 2u + (second < 0x88 ? 4 : 5);
-        if (second >= 0x90 && second < 0xA0) // C3 of any length: it stands in the next byte
+        if (second >= 0x90 && second < 0xA0) // C3 of variable length: the next byte has it
             return codes.size() < 3 ? 3 : 3u + (codes[2] & 0x3F);
         return 2;
     }
@@ -61,7 +61,7 @@ size_t sizeOfCode(std::span<const uint8_t> codes)
     return first >= 0x80 && first < 0xA0 ? kC1Size[first - 0x80u] : 1;
 }
 
-// A line end or another control would break the text.
+// Replaces line ends and other controls, which would break the text.
 char32_t p16Character(uint8_t high, uint8_t low)
 {
     const auto character = static_cast<char32_t>(high << 8 | low);
@@ -75,7 +75,7 @@ struct WindowStyle
     bool wordWrap;
 };
 // The styles 1 to 7 that a definition may name (CEA-708-E, table 16): pop-up, pop-up without a
-// background, centred pop-up; the same of roll-up; ticker tape.
+// background, centred pop-up; the same three for roll-up; ticker tape.
 constexpr std::array<WindowStyle, 8> kStyles = {{
     {0, Window::kLeftToRight, Window::kBottomToTop, false},
     {0, Window::kLeftToRight, Window::kBottomToTop, false},
@@ -117,8 +117,8 @@ void Window::setStyle(uint8_t style)
     wordWrap = named.wordWrap;
 }
 
-// Behind the last place the pen stands still and what is written goes nowhere. To the left of the first
-// the place wraps to the largest number, which is behind the last as well.
+// Past the last place the pen stays and the character is lost. To the left of the first place the number
+// wraps to the largest one, which is also past the last.
 void Window::put(char32_t character)
 {
     if (row >= rows || column >= columns)
@@ -135,14 +135,14 @@ void Window::backspace()
     size_t &at = isVertical() ? row : column;
     const size_t end = isVertical() ? rows : columns;
     const bool rises = print == kLeftToRight || print == kTopToBottom;
-    const size_t back = rises ? at - 1 : at + 1; // either wraps at its end
+    const size_t back = rises ? at - 1 : at + 1; // may wrap; the check below catches it
     if (back >= end)
         return;
     at = back;
     cells[row][column] = {};
 }
 
-// Erases the line of the pen, which goes to its beginning.
+// Erases the pen's line and moves the pen to its start.
 void Window::startLine()
 {
     if (isVertical())
@@ -210,7 +210,7 @@ void Service::feed(uint32_t frame, std::span<const uint8_t> codes)
     tick(frame);
     if (!m_delayed)
         return run(frame, codes);
-    // What waits goes on if it is told to, or if no more can wait.
+    // A delay ends by a code, or because no more bytes can wait.
     bool ends = codes.size() > m_queue.size() - m_queued;
     for (auto rest = codes; !rest.empty() && !ends;
          rest = rest.subspan(std::min(sizeOfCode(rest), rest.size())))
@@ -221,14 +221,15 @@ void Service::feed(uint32_t frame, std::span<const uint8_t> codes)
         m_queued += codes.size();
         return;
     }
-    while (m_delayed) // what waits may delay again
+    while (m_delayed) // the waiting codes may start another delay
         release(frame);
     run(frame, codes);
 }
 
 void Service::tick(uint32_t frame)
 {
-    // A frame before the delay comes of a seek or of midnight: nobody knows how long it was.
+    // A frame before the delay's start is due to a seek or to midnight: its length is then unknown. The
+    // difference wraps to a large number, which ends the delay.
     while (m_delayed && frame - m_delayFrom >= m_delayFrames)
         release(frame);
 }
@@ -260,7 +261,7 @@ void Service::run(uint32_t frame, std::span<const uint8_t> codes)
         codes = codes.subspan(size);
         if (m_delayed)
         {
-            // At most a block behind an empty queue, or what has just left it.
+            // At most one block into an empty queue, or the bytes that have just left the queue.
             m_queued = std::min(codes.size(), m_queue.size());
             std::copy_n(codes.begin(), m_queued, m_queue.begin());
             return;
@@ -273,7 +274,7 @@ void Service::code(uint32_t frame, std::span<const uint8_t> bytes)
     const uint8_t first = bytes[0];
     if (first == kExtended)
     {
-        // Of the extended sets C2 and C3 have no codes yet.
+        // The extended sets C2 and C3 have no codes yet.
         const uint8_t second = bytes[1];
         if ((second >= 0x20 && second < 0x80) || second >= 0xA0)
             put(frame, extendedServiceCharacter(second));
@@ -383,14 +384,15 @@ void Service::define(uint32_t frame, std::span<const uint8_t> bytes)
     window.anchorPoint = std::min<uint8_t>(bytes[4] >> 4, 8);
     window.rows = rows;
     window.columns = columns;
-    // Style 0 of a window that is there leaves its attributes, pen style 0 its pen.
+    // If the window exists, style 0 keeps its attributes and pen style 0 keeps its pen.
     const uint8_t style = bytes[6] >> 3 & 7u;
     if (isNew || style != 0)
         window.setStyle(style);
     if (isNew || (bytes[6] & 7u) != 0)
     {
         window.pen = {};
-        window.pen.background = (bytes[6] & 7u) >= 6 ? kTransparent : kBlack; // styles 6 and 7 have none
+        window.pen.background =
+            (bytes[6] & 7u) >= 6 ? kTransparent : kBlack; // styles 6 and 7 have no background
     }
     if (isNew)
         window.home();
@@ -430,7 +432,7 @@ void Service::setPen(uint8_t code, std::span<const uint8_t> bytes)
     else
     {
         const size_t row = std::min<size_t>(bytes[1] & 0x0Fu, window.rows - 1);
-        // What rolled up is one screen again: the row that the pen leaves was not told.
+        // The rolled-up rows are one screen again, because the row that the pen leaves was not reported.
         window.rolled = window.rolled && row == window.row;
         window.row = row;
         window.column = std::min<size_t>(bytes[2] & 0x3Fu, window.columns - 1);
@@ -449,8 +451,8 @@ void Service::put(uint32_t frame, char32_t character)
     window.put(character);
 }
 
-// The row that is pushed out must have been told. In a window that scrolls on the screen every row is
-// told when the next one pushes it up, as in roll-up.
+// A row must be reported before it is pushed out. In a window that scrolls on the screen each row is
+// reported when the next one pushes it up, as in roll-up.
 void Service::carriageReturn(uint32_t frame)
 {
     Window &window = *m_current;
@@ -467,7 +469,7 @@ void Service::carriageReturn(uint32_t frame)
     window.scrollOne();
 }
 
-// The window leaves the screen.
+// Reports the window's captions, which leave the screen.
 void Service::end(uint32_t frame, Window &window)
 {
     const bool isRow = window.rolled && !m_sink.screens() && !window.isVertical();
@@ -517,9 +519,9 @@ KIVCS2Status DTVCC::feed(uint32_t frame, bool start, uint8_t first, uint8_t seco
         if (m_used < m_size)
         {
             ++m_sink.report.m_dtvccCut;
-            status = takePacket(frame); // its whole blocks
+            status = takePacket(frame); // its complete blocks
         }
-        const size_t code = first & 0x3Fu; // half the packet's bytes, the header's one included
+        const size_t code = first & 0x3Fu; // half the packet's bytes, including the header's byte
         m_size = code == 0 ? kPacket : code * 2;
         m_used = 0;
         if (KIVCS2_FAILED(status))
@@ -549,9 +551,9 @@ KIVCS2Status DTVCC::takePacket(uint32_t frame)
         uint32_t number = rest[0] >> 5;
         const size_t size = rest[0] & 0x1Fu;
         rest = rest.subspan(1);
-        if (number == 0) // a null block: filling up to the end
+        if (number == 0) // a null block: padding up to the end
             return KIVCS2STATUS_OK;
-        if (size == 0) // an empty block has no further header
+        if (size == 0) // an empty block has no extended header
             continue;
         if (number == kLongNumber)
         {

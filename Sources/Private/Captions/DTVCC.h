@@ -8,7 +8,7 @@
 
 namespace kiv::cc
 {
-// One window: where it stands, what is in it, and the pen that writes into it.
+// One window: its place, its cells, and the pen that writes into them.
 struct Window
 {
     static constexpr size_t kRows = TextSink::kMostRows, kColumns = TextSink::kMostColumns;
@@ -26,7 +26,7 @@ struct Window
     uint8_t anchorPoint = 0, anchorRow = 0, anchorColumn = 0, justify = 0;
     uint8_t print = kLeftToRight, scroll = kBottomToTop;
     size_t rows = 1, columns = 1;
-    size_t row = 0, column = 0; // of the pen; `columns` and `rows` are behind the last
+    size_t row = 0, column = 0; // of the pen; `columns` and `rows` are past the last
     uint32_t since = 0;
     Pen pen;
     std::array<std::array<Cell, kColumns>, kRows> cells{};
@@ -41,7 +41,7 @@ struct Window
     void setStyle(uint8_t style);
     void put(char32_t character);
     void backspace();
-    // Moves the pen to the next row, or column where printing is vertical. True if it has to scroll.
+    // Moves the pen to the next row, or column if printing is vertical. Returns true if it has to scroll.
     [[nodiscard]] bool nextRow();
     void scrollOne();
     void startLine();
@@ -55,9 +55,9 @@ public:
     {
     }
 
-    // One service block's codes. A code that the block cuts is passed over.
+    // Runs the codes of one service block. A code cut off by the block's end is ignored.
     void feed(uint32_t frame, std::span<const uint8_t> codes);
-    // Time has come to `frame`: a delay may be over.
+    // Advances the time to `frame`, which may end a delay.
     void tick(uint32_t frame);
     void finish(uint32_t frame);
     [[nodiscard]] bool isDelayed() const
@@ -66,7 +66,7 @@ public:
     }
 
 private:
-    static constexpr size_t kQueue = 128; // bytes that wait at most (CEA-708-E, 8.10.5.14)
+    static constexpr size_t kQueue = 128; // the most bytes that can wait (CEA-708-E, 8.10.5.14)
 
     void run(uint32_t frame, std::span<const uint8_t> codes);
     void release(uint32_t frame);
@@ -99,7 +99,7 @@ class DTVCC
 public:
     DTVCC(const KIVCS2CaptionCountingInfo &info, TextSink &sink) : m_info{info}, m_sink{sink} {}
 
-    // One triplet's two bytes. KIVCS2STATUS_MEMORY_ERR if a service finds no room.
+    // Takes the two bytes of one triplet. KIVCS2STATUS_MEMORY_ERR: out of memory for a service.
     [[nodiscard]] KIVCS2Status feed(uint32_t frame, bool start, uint8_t first, uint8_t second);
     void tick(uint32_t frame);
     void finish(uint32_t frame);
@@ -116,7 +116,7 @@ private:
     bool m_anyDelayed = false;
     bool m_hasSequence = false;
     uint8_t m_sequence = 0;
-    size_t m_size = 0, m_used = 0; // of the packet being put together; no packet: 0
+    size_t m_size = 0, m_used = 0; // of the packet being put together; 0 if there is none
     std::array<uint8_t, kPacket> m_packet;
 };
 } // namespace kiv::cc

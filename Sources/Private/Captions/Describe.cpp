@@ -54,7 +54,7 @@ constexpr std::array<const char *, 16> kCommandMap = {
     "end of caption",                          // 15
 };
 
-// Low 3 bits of the first byte, then bit 5 of the second; -1 is no row.
+// Index: the low 3 bits of the first byte, then bit 5 of the second. -1: not a row.
 constexpr std::array<int32_t, 16> kRowMap = {11, -1, 1, 2, 3, 4, 12, 13, 14, 15, 5, 6, 7, 8, 9, 10};
 
 using Text = std::span<char, KIVCS2_CEA608_DESCRIPTION_SIZE>;
@@ -84,15 +84,15 @@ KIVCS2Status describePair(uint8_t byte1, uint8_t byte2, std::span<char, KIVCS2_C
                          kSpecialCharMap[static_cast<size_t>(c2 - 0x30)]);
         return print(text, "Channel %i unknown special character %02x", channel, c2);
     }
-    // Kept: the second bytes tested are 0x40 to 0x5F, where CEA-608 has its extended characters at
-    // 0x20 to 0x3F; those fall through to the unknown pairs.
+    // Kept: the second byte is tested for 0x40 to 0x5F, but the extended characters of CEA-608 are at 0x20 to
+    // 0x3F; those fall through to the unknown pairs.
     if ((byte1 & 0x1E) == 0x12 && (byte2 & 0x60) == 0x40)
         return print(text, "Extended character %02x", ((byte1 & 1) * 32) | (byte2 & 0x1F));
     if ((byte1 & 0x70) == 0x10 && (byte2 & 0x40) != 0)
         return print(text, "Preamble channel %i = row %i, attribute %s, underline %i", channel,
                      kRowMap[(byte1 & 7u) * 2u + ((byte2 >> 5) & 1u)],
                      kAttributeMap[static_cast<size_t>((c2 >> 1) & 15)], c2 & 1);
-    // Kept: unreachable, since every such first byte was taken for a special character above.
+    // Kept: unreachable, because every such first byte was treated as a special character above.
     if ((byte1 & 0x77) == 0x11 && (byte2 & 0x70) == 0x20)
         return print(text, "Midrow channel %i = attribute %s, underline %i", channel,
                      kAttributeMap[static_cast<size_t>((c2 >> 1) & 7)], c2 & 1);

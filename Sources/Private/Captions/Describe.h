@@ -8,8 +8,8 @@
 
 namespace kiv::captions
 {
-// Writes the zero-terminated description of a pair; KIVCS2STATUS_DATA_ERR for an empty pair, which
-// leaves the text alone.
+// Writes the zero-terminated description of a pair. KIVCS2STATUS_DATA_ERR: the pair is empty; the text is
+// unchanged.
 [[nodiscard]] KIVCS2Status describePair(uint8_t byte1, uint8_t byte2,
                                         std::span<char, KIVCS2_CEA608_DESCRIPTION_SIZE> text);
 } // namespace kiv::captions

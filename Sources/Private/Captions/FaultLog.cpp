@@ -1,4 +1,4 @@
-// The faults that a reader meets: counted, kept with their first place, and told to the caller.
+// The faults that a reader finds: counted, kept with their first place, and reported to the caller.
 #include "Private/Captions/FaultLog.h"
 
 #include "Private/Captions/Faults.h"

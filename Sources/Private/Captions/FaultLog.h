@@ -1,4 +1,4 @@
-// The faults that a reader meets: counted, kept with their first place, and told to the caller.
+// The faults that a reader finds: counted, kept with their first place, and reported to the caller.
 #ifndef KIV_PRIVATE_CAPTIONS_FAULT_LOG_H
 #define KIV_PRIVATE_CAPTIONS_FAULT_LOG_H
 
@@ -9,15 +9,15 @@
 
 namespace kiv::cc
 {
-// Where a fault is. Positions in the line count from 0.
+// The place of a fault. Positions in the line count from 0.
 struct Place
 {
     uint64_t line = 0, offset = 0;
-    size_t column = static_cast<size_t>(-1); // of the whole line if it is that
+    size_t column = static_cast<size_t>(-1); // this value: the whole line
     std::string_view found;
     bool hasFrame = false;
     uint32_t frame = 0;
-    const char *expected = nullptr; // static; null for that of the fault
+    const char *expected = nullptr; // static; null for the fault's own text
 };
 
 class FaultLog
@@ -25,10 +25,10 @@ class FaultLog
 public:
     FaultLog(const KIVCS2CaptionReadOptions &options) : m_options{options} {}
 
-    // Counts and reports one place. The callback's failure; else in a strict read the fault's status.
+    // Counts and reports one place. Returns the callback's failure, else in a strict read the fault's status.
     [[nodiscard]] KIVCS2Status tell(KIVCS2CaptionFault fault, const Place &place, bool lost);
 
-    // Counts `places` more of a fault that nobody has to be told of. False if tell() is needed.
+    // Counts `places` more of a fault that need not be reported. Returns false if tell() is needed.
     [[nodiscard]] bool countOnly(KIVCS2CaptionFault fault, uint64_t places = 1)
     {
         if (m_counts[fault] == 0 || m_options.m_onFault != nullptr || m_options.m_strict)

@@ -1,4 +1,4 @@
-// The faults of caption files: name, status and what should be there.
+// The faults of caption files: name, status and the text expected.
 #include "Private/Captions/Faults.h"
 
 #include <array>

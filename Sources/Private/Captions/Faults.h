@@ -1,4 +1,4 @@
-// The faults of caption files: name, status and what should be there.
+// The faults of caption files: name, status and the text expected.
 #ifndef KIV_PRIVATE_CAPTIONS_FAULTS_H
 #define KIV_PRIVATE_CAPTIONS_FAULTS_H
 
@@ -14,7 +14,7 @@ struct FaultRow
     const char *expected;
 };
 
-// The row of a fault; null if it is none.
+// Returns the row of a fault; null if it is not a fault.
 [[nodiscard]] const FaultRow *faultRow(KIVCS2CaptionFault fault);
 } // namespace kiv::cc
 

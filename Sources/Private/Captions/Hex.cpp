@@ -50,16 +50,16 @@ size_t decodePortable(const char *text, size_t pairs, uint8_t *out)
 }
 
 #if defined(__x86_64__)
-// Stores the first `count` of eight bytes and zeros behind them: one store instead of a short copy.
+// Stores the first `count` of eight bytes, then zeros: one store instead of a short copy.
 void storeFront(uint64_t bytes, unsigned count, uint8_t *out)
 {
     bytes &= count < 8 ? (uint64_t{1} << (8 * count)) - 1 : ~uint64_t{0};
     std::memcpy(out, &bytes, sizeof bytes);
 }
 
-// 16 digits to 8 bytes. Both ranges are tested by an unsigned minimum; a pair is high * 16 + low.
-// Always inlined, so that each level encodes it in its own way: a call from AVX2 code to SSE code would
-// cost more than the whole packet.
+// Decodes 16 digits to 8 bytes. An unsigned minimum tests both ranges; a pair is high * 16 + low. Always
+// inlined, so that each level encodes it in its own way: a call from AVX2 code to SSE code would cost more
+// than the whole packet.
 __attribute__((target("sse4.2"), always_inline)) inline unsigned decodeBlock16(const char *text, uint8_t *out)
 {
     const __m128i characters = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text));
@@ -76,7 +76,7 @@ __attribute__((target("sse4.2"), always_inline)) inline unsigned decodeBlock16(c
     return count;
 }
 
-// Whole blocks of 16 digits from `done` on; true if a block ended before its last digit.
+// Decodes whole blocks of 16 digits from `done` on; returns true if a block ended before its last digit.
 __attribute__((target("sse4.2"), always_inline)) inline bool decodeBlocks16(const char *text, size_t pairs,
                                                                             uint8_t *out, size_t &done)
 {
@@ -109,7 +109,7 @@ __attribute__((target("avx2"))) size_t decodeAVX2(const char *text, size_t pairs
         const __m256i isDecimal = _mm256_cmpeq_epi8(_mm256_min_epu8(decimal, _mm256_set1_epi8(9)), decimal);
         const __m256i isLetter = _mm256_cmpeq_epi8(_mm256_min_epu8(letter, _mm256_set1_epi8(5)), letter);
         if (_mm256_movemask_epi8(_mm256_or_si256(isDecimal, isLetter)) != -1)
-            break; // the narrower steps below find where it ends
+            break; // the narrower steps below find its end
         const __m256i values =
             _mm256_blendv_epi8(decimal, _mm256_add_epi8(letter, _mm256_set1_epi8(10)), isLetter);
         const __m256i words = _mm256_maddubs_epi16(values, _mm256_set1_epi16(0x0110));
@@ -181,7 +181,7 @@ KIVCS2Status kiv::decodeHexWords(std::string_view text, KIVCS2ClosedCaption &cap
     bool lowHalf = false;
     for (size_t position = 0; position < text.size();)
     {
-        // A word of four digits on a byte boundary is the rule; everything else goes digit by digit.
+        // Most words are four digits on a byte boundary; everything else is decoded digit by digit.
         if (!lowHalf && text.size() - position >= 4 && caption.m_captionSize + 2 <= kCaptionBytesMax)
         {
             const unsigned a = valueOf(kAnyHex, text[position]);

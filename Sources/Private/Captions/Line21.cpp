@@ -9,8 +9,8 @@ namespace kiv::cc
 {
 namespace
 {
-// By bits 1 to 3 of the second byte: white, green, blue, cyan, red, yellow, magenta, and black where
-// backgrounds have it.
+// Index: bits 1 to 3 of the second byte. White, green, blue, cyan, red, yellow, magenta, and black, which
+// only backgrounds have.
 constexpr std::array<Colour, 8> kColours = {kWhite, 0x0C, 0x03, 0x0F, 0x30, 0x3C, 0x33, kBlack};
 constexpr unsigned kItalics = 7; // in a preamble or a mid-row code
 
@@ -66,11 +66,11 @@ void Line21::feed(uint32_t frame, uint8_t first, uint8_t second)
     if (first >= 0x10 && first < 0x20)
     {
         m_inXDS = false;
-        // Codes are sent twice in successive frames; the second is there for lost pairs only. At 24
-        // frames a second a frame without a pair may stand between the two.
+        // Codes are sent twice, in successive frames; the second only replaces a lost first one. At 24
+        // frames a second there may be a frame without a pair between the two.
         constexpr uint32_t kFramesOfARepeat = 2;
         const uint32_t code = first * 256u + second;
-        // Over midnight frames begin anew.
+        // At midnight frames start again from 0.
         const bool isSoon =
             frame - m_lastFrame <= kFramesOfARepeat || (frame < m_lastFrame && frame < kFramesOfARepeat);
         if (m_mayRepeat && code == m_lastControl && isSoon)
@@ -119,7 +119,7 @@ void Line21::control(uint32_t frame, Channel &channel, uint8_t set, uint8_t seco
     {
         channel.pen.background =
             static_cast<Colour>(kColours[second >> 1 & 7u] | ((second & 1u) != 0 ? kTranslucent : 0));
-        putBack(frame, channel, U' '); // in place of the space sent before it (CEA-608-E, 6.2)
+        putBack(frame, channel, U' '); // replaces the space sent before it (CEA-608-E, 6.2)
     }
     else if (set == 0x11 && isLow)
     {
@@ -129,7 +129,7 @@ void Line21::control(uint32_t frame, Channel &channel, uint8_t set, uint8_t seco
     else if (set == 0x11)
         put(frame, channel, specialCharacter(second));
     else if (set == 0x12 || set == 0x13)
-        // An extended character takes the place of the plain one sent before it for older decoders.
+        // An extended character replaces the plain character sent before it for older decoders.
         putBack(frame, channel, extendedCharacter(set, second));
     else if ((set == 0x14 || set == 0x15) && isLow)
         command(frame, channel, second & 0x0F);
@@ -150,7 +150,7 @@ void Line21::tabOrBlack(uint32_t frame, Channel &channel, uint8_t second)
         channel.pen.colour = kBlack;
         channel.pen.style = second == 0x2F ? KIVCS2CaptionStyle_Underline : 0;
     }
-    putBack(frame, channel, U' '); // as a background code
+    putBack(frame, channel, U' '); // like a background code
 }
 
 void Line21::preamble(Channel &channel, uint8_t set, uint8_t second)
@@ -166,7 +166,7 @@ void Line21::preamble(Channel &channel, uint8_t set, uint8_t second)
         setColour(channel.pen, second);
 }
 
-// In roll-up a preamble moves the whole window: what is in it goes along.
+// In roll-up a preamble moves the whole window with its rows.
 void Line21::moveTo(Channel &channel, size_t row)
 {
     if (channel.mode == Mode::RollUp && row != channel.baseRow)
@@ -261,7 +261,7 @@ void Line21::startText(Channel &channel)
 
 void Line21::startRollUp(uint32_t frame, Channel &channel, size_t rows)
 {
-    // The text service comes between captions and leaves their screen alone.
+    // The text service may interrupt captions and does not change their screen.
     if ((channel.mode == Mode::Text ? channel.captionMode : channel.mode) != Mode::RollUp)
     {
         end(frame, channel);
@@ -280,7 +280,7 @@ void Line21::startRollUp(uint32_t frame, Channel &channel, size_t rows)
     channel.rollRows = rows;
 }
 
-// A window of fewer rows loses its upper ones.
+// Removes the upper rows, because the window now has fewer.
 void Line21::eraseAbove(uint32_t frame, Channel &channel, size_t rows)
 {
     const auto first = channel.shown.begin();
@@ -300,7 +300,7 @@ void Line21::put(uint32_t frame, Channel &channel, char32_t character)
         return;
     if (channel.mode == Mode::PaintOn && channel.how == KIVCS2CaptionMode_RollUp && character != U' ')
     {
-        // From here on the rows are one screen.
+        // From this point the rows are one screen.
         end(frame, channel);
         channel.since = frame;
         channel.how = KIVCS2CaptionMode_PaintOn;
@@ -318,7 +318,7 @@ void Line21::put(uint32_t frame, Channel &channel, char32_t character)
     }
     if (channel.mode == Mode::Text && std::ranges::none_of(channel.text, isInk))
         channel.textSince = frame;
-    // What comes behind the last column takes the place of what is in it.
+    // Past the last column, a character replaces the one in the last column.
     size_t &at = column(channel);
     writing(channel)[std::min(at, kColumns - 1)] = {character, channel.pen};
     at = std::min(at + 1, kColumns);
@@ -340,7 +340,7 @@ void Line21::backspace(Channel &channel)
 
 void Line21::end(uint32_t frame, const Channel &channel)
 {
-    // The upper rows of roll-up were told when they were pushed up.
+    // The upper rows of roll-up were reported when they were pushed up.
     const bool rolled = channel.how == KIVCS2CaptionMode_RollUp && !m_sink.screens();
     KIVCS2CaptionText text{};
     text.m_from = channel.since;

@@ -13,7 +13,7 @@ public:
     Line21(uint32_t field, TextSink &sink) : m_sink{sink}, m_field{field} {}
 
     void feed(uint32_t frame, uint8_t first, uint8_t second);
-    // Ends what is on the screen and forgets everything.
+    // Ends the captions on the screen and resets all state.
     void finish(uint32_t frame);
 
 private:
@@ -33,15 +33,15 @@ private:
     struct Channel
     {
         Mode mode = Mode::None;
-        Mode captionMode = Mode::None; // while `mode` is Text: the mode before
+        Mode captionMode = Mode::None; // while `mode` is Text: the mode before it
         Memory shown{};
         Memory hidden{};
         size_t row = kRows - 1;
-        size_t baseRow = kRows - 1; // of roll-up: where new text appears
-        size_t column = 0;          // kColumns behind the last column
+        size_t baseRow = kRows - 1; // of roll-up: the row of new text
+        size_t column = 0;          // kColumns: past the last column
         size_t rollRows = 2;
-        uint32_t since = 0;                              // frame at which what is shown appeared
-        KIVCS2CaptionMode how = KIVCS2CaptionMode_PopOn; // the mode that put it there
+        uint32_t since = 0;                              // the frame on which the shown rows appeared
+        KIVCS2CaptionMode how = KIVCS2CaptionMode_PopOn; // the mode that put them there
         Pen pen;
         Row text{}; // the text channel's row
         size_t textColumn = 0;
@@ -74,7 +74,7 @@ private:
     uint32_t m_lastControl = 0; // both bytes
     uint32_t m_lastFrame = 0;   // of m_lastControl
     bool m_mayRepeat = false;
-    bool m_inXDS = false; // field 2: characters belong to extended data services
+    bool m_inXDS = false; // field 2: the characters belong to extended data services
 };
 } // namespace kiv::cc
 

@@ -1,4 +1,4 @@
-// Where the lines of a caption file are.
+// The places of a caption file's lines.
 #include "Private/Captions/LineIndex.h"
 
 #include <algorithm>
@@ -60,7 +60,7 @@ KIVCS2Status LineList::add(const OrderedLine &line)
 void LineList::order(bool wait)
 {
     const std::span<OrderedLine> lines{m_lines, m_count};
-    // By offset as well instead of stable_sort, which takes memory.
+    // Compares offsets too, because stable_sort would allocate memory.
     std::ranges::sort(lines, [](const OrderedLine &a, const OrderedLine &b)
                       { return a.frame != b.frame ? a.frame < b.frame : a.offset < b.offset; });
     uint64_t next = 0;

@@ -1,5 +1,5 @@
-// Where the lines of a caption file are: a sparse index of fixed size for reading in the file's order,
-// and the whole list for reading by frame.
+// The places of a caption file's lines: a sparse index of fixed size for reading in the file's order, and
+// the whole list for reading by frame.
 #ifndef KIV_PRIVATE_CAPTIONS_LINE_INDEX_H
 #define KIV_PRIVATE_CAPTIONS_LINE_INDEX_H
 
@@ -12,7 +12,7 @@
 
 namespace kiv::cc
 {
-// Every n-th caption line. When the room is used up, every second entry goes and n doubles.
+// Holds every n-th caption line. When it is full, every second entry is removed and n doubles.
 class LineIndex
 {
 public:
@@ -23,11 +23,10 @@ public:
         uint32_t bound;  // every caption line before this one ends before that frame
     };
 
-    // Takes note of a caption line whose last frame is `last`. Lines come in the file's order, but some
-    // of them again after a seek.
+    // Records a caption line whose last frame is `last`. Lines come in the file's order, but after a seek
+    // some come again.
     void add(uint64_t offset, uint64_t number, uint32_t last);
-    // The last entry in front of the first line that is at `frame` or behind it; null if nothing is
-    // known.
+    // Returns the last entry before the first line at `frame` or later; null if there is no entry.
     [[nodiscard]] const Entry *find(uint32_t frame) const;
 
 private:
@@ -38,7 +37,7 @@ private:
     std::array<Entry, kEntries> m_entries;
     size_t m_count = 0;
     uint64_t m_lines = 0, m_stride = 16;
-    uint64_t m_frontier = 0; // offset behind which lines are new
+    uint64_t m_frontier = 0; // lines from this offset on are new
     uint32_t m_bound = 0;
 };
 
@@ -47,8 +46,8 @@ struct OrderedLine
 {
     uint64_t offset;
     uint32_t number;
-    uint32_t frame;  // as the line says
-    uint32_t placed; // where it begins when those before it have ended
+    uint32_t frame;  // of the line's timecode
+    uint32_t placed; // the frame on which it begins after those before it have ended
     uint32_t frames : 31;
     uint32_t isBack : 1; // earlier than the line before it in the file
 };
@@ -62,10 +61,10 @@ public:
     ~LineList();
 
     [[nodiscard]] KIVCS2Status add(const OrderedLine &line);
-    // Orders the lines by frame, those of one frame as in the file. With `wait` a line begins behind the
-    // end of the one before.
+    // Orders the lines by frame; lines of the same frame keep their order. With `wait` a line begins after
+    // the end of the line before.
     void order(bool wait);
-    // The first line that ends behind `frame`.
+    // Returns the first line that ends after `frame`.
     [[nodiscard]] size_t find(uint32_t frame) const;
     [[nodiscard]] std::span<const OrderedLine> all() const
     {

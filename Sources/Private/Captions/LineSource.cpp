@@ -1,4 +1,4 @@
-// Lines of a text stream, read in blocks: any stream, pipes too, in one buffer of fixed size.
+// Lines of a text stream, read in blocks: any stream, including pipes, through one buffer of fixed size.
 #include "Private/Captions/LineSource.h"
 
 #include "Private/Streams/View.h"
@@ -15,7 +15,7 @@ namespace
 {
 constexpr size_t kNone = static_cast<size_t>(-1);
 
-// What a file has at once: of a terminal or a FIFO a block may not fill up for long.
+// Returns the bytes that a file has at once: a block from a terminal or a FIFO may take long to fill.
 size_t readAtOnce(FILE *file, char *buffer, size_t size)
 {
     const int byte = getc(file); // fills the file's buffer
@@ -30,8 +30,8 @@ size_t readAtOnce(FILE *file, char *buffer, size_t size)
     return count + 1;
 }
 
-// Reads what there is, up to `size` bytes; none at the end. A file stream reports all or nothing, so its
-// file is asked; a pipe's failure is a count of all ones.
+// Reads the available bytes, up to `size`; `count` is 0 at the end. Reads the FILE of a file stream directly,
+// because the stream returns all or nothing. A failing pipe returns a count with all bits set.
 KIVCS2Status readSome(KIVCS2Stream &stream, bool canSeek, char *buffer, size_t size, size_t &count)
 {
     count = 0;
@@ -54,7 +54,7 @@ KIVCS2Status readSome(KIVCS2Stream &stream, bool canSeek, char *buffer, size_t s
 
 LineSource::LineSource(KIVCS2Stream *stream) : m_stream{stream}
 {
-    // A stream may refuse to say where it stands: then it is read from here on and never moved.
+    // A stream may not know its position: then it is read from here on and never moved.
     int64_t position = 0;
     if (stream->m_setPosition != nullptr &&
         KIVCS2_SUCCEEDED(kivCS2Stream_setPosition(stream, 0, KIVCS2StreamPosition_Current, &position)))
@@ -64,7 +64,7 @@ LineSource::LineSource(KIVCS2Stream *stream) : m_stream{stream}
     }
 }
 
-// Moves what is left to the front and reads one block behind it. False if no byte came.
+// Moves the remaining bytes to the front and reads one block after them. Returns false if no byte came.
 bool LineSource::fill()
 {
     if (m_begin > 0)
@@ -87,7 +87,7 @@ bool LineSource::fill()
     return KIVCS2_SUCCEEDED(m_status);
 }
 
-// The first line end behind m_searched; kNone if there is none in the window.
+// Returns the first line end after m_searched; kNone if there is none in the window.
 size_t LineSource::findEnd()
 {
     m_searched = std::max(m_searched, m_begin);
@@ -129,7 +129,7 @@ void LineSource::passLineFeed()
     m_begin += m_window[m_begin] == '\n' ? 1 : 0;
 }
 
-// Makes the bytes up to `end` the line's text and passes over them and the line end.
+// Makes the bytes up to `end` the line's text, and skips them and the line end.
 void LineSource::take(Line &line, size_t end, bool found)
 {
     line.text = {m_window.data() + m_begin, end - m_begin};
@@ -168,7 +168,8 @@ KIVCS2Status LineSource::next(Line &line)
     line.text = {};
     if (!found)
     {
-        // At the end the last line may lack its end. A failure may have cut it, and an empty line is none.
+        // The last line of the stream may lack its line end. After a failure it may be cut, so it is not
+        // returned; an empty rest is not a line.
         if (KIVCS2_FAILED(m_status) && (m_status != KIVCS2STATUS_EOF_ERR || m_begin == m_end))
             return m_status;
         line.whole = KIVCS2_FAILED(m_status);

@@ -1,4 +1,4 @@
-// Lines of a text stream, read in blocks: any stream, pipes too, in one buffer of fixed size.
+// Lines of a text stream, read in blocks: any stream, including pipes, through one buffer of fixed size.
 #ifndef KIV_PRIVATE_CAPTIONS_LINE_SOURCE_H
 #define KIV_PRIVATE_CAPTIONS_LINE_SOURCE_H
 
@@ -24,7 +24,7 @@ class LineSource
 {
 public:
     static constexpr size_t kWindow =
-        size_t{64} * 1024; // the front of a longer line, far above any caption's
+        size_t{64} * 1024; // longer lines come in pieces; far above any caption's length
 
     explicit LineSource(KIVCS2Stream *stream);
 
@@ -37,27 +37,27 @@ public:
         return m_canSeek;
     }
 
-    // Reads ahead until the window is full, the stream ends, or `lines` line ends are there, and shows
-    // what is buffered. Consumes nothing; a failing stream is reported by next().
+    // Reads ahead until the window is full, the stream ends, or `lines` line ends are in it, and returns the
+    // buffered text. Consumes nothing; next() reports a failure of the stream.
     [[nodiscard]] std::string_view lookAhead(size_t lines);
-    // Passes over bytes that lookAhead() has shown.
+    // Skips bytes that lookAhead() returned.
     void skip(size_t count)
     {
         m_begin += count;
     }
 
-    // The next line, blank ones included. Of a line that is not whole the blanks in front are passed over,
-    // all but one. KIVCS2STATUS_EOF_ERR at the end; a stream's failure when the whole lines before it are
-    // out, with `line` at the place of the failure. `line.text` is valid until the next call.
+    // Reads the next line, which may be blank. Skips all but one of the leading blanks of a line that is not
+    // whole. Returns KIVCS2STATUS_EOF_ERR at the end. Returns a stream's failure after the whole lines before
+    // it, with `line` at the place of the failure. `line.text` is valid until the next call.
     [[nodiscard]] KIVCS2Status next(Line &line);
-    // Puts back the line that next() has just given.
+    // Puts back the line that next() has just returned.
     void unread(const Line &line);
-    // Goes on with a line that is not whole: of its text only the last `keep` bytes are still needed.
+    // Reads on in a line that is not whole; keeps only the last `keep` bytes of its text.
     [[nodiscard]] KIVCS2Status more(Line &line, size_t keep);
-    // Passes over the rest of a line that is not whole.
+    // Skips the rest of a line that is not whole.
     [[nodiscard]] KIVCS2Status skipRest(Line &line);
 
-    // Goes back or forward to the start of a line.
+    // Moves back or forward to the start of a line.
     [[nodiscard]] KIVCS2Status moveTo(uint64_t offset, uint64_t number);
 
     [[nodiscard]] uint64_t lineNumber() const // of the line that next() reads
@@ -73,14 +73,14 @@ private:
     [[nodiscard]] KIVCS2Status passBlanks(Line &line);
     void take(Line &line, size_t end, bool found);
 
-    static constexpr size_t kFirstBlock = size_t{8} * 1024; // behind a move little may be asked for
+    static constexpr size_t kFirstBlock = size_t{8} * 1024; // after a move little may be needed
 
     KIVCS2Stream *m_stream;
-    int64_t m_base = 0;    // position of the stream where the file begins
+    int64_t m_base = 0;    // position of the stream at the start of the file
     uint64_t m_offset = 0; // of m_window[0], from m_base
     uint64_t m_number = 1;
-    size_t m_begin = 0, m_end = 0; // what is buffered
-    size_t m_searched = 0;         // from m_begin up to here there is no line end
+    size_t m_begin = 0, m_end = 0; // of the buffered text
+    size_t m_searched = 0;         // there is no line end from m_begin up to here
     size_t m_block = kWindow;
     KIVCS2Status m_status = KIVCS2STATUS_OK; // of the stream; EOF_ERR at its end
     bool m_canSeek = false;

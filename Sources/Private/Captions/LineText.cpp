@@ -32,7 +32,7 @@ constexpr bool isLower(char character)
     return character >= 'a' && character <= 'z';
 }
 
-// The bytes of a letter of either case; none for other characters and for V to Y.
+// Returns the bytes of a letter of either case; empty for other characters and for V to Y.
 std::span<const uint8_t> letterBytes(char character, size_t sizeOfU)
 {
     const char letter = isLower(character) ? static_cast<char>(character - 'a' + 'A') : character;
@@ -44,7 +44,7 @@ std::span<const uint8_t> letterBytes(char character, size_t sizeOfU)
     return {row.bytes, row.size};
 }
 
-// One digit and the other half of its byte.
+// Takes one digit and the other half of its byte.
 void takeByte(std::string_view text, size_t &at, std::span<uint8_t> out, MCCData &data)
 {
     const uint8_t high = anyHexValue(text[at]);
@@ -64,7 +64,7 @@ void takeByte(std::string_view text, size_t &at, std::span<uint8_t> out, MCCData
     }
 }
 
-// A letter's bytes: where there is room, with the zeros behind them, as a copy of a size that is known.
+// Appends a letter's bytes. If there is room, it copies the zeros after them too: a copy of a constant size.
 void putLetter(std::span<const uint8_t> letter, std::span<uint8_t> out, MCCData &data)
 {
     uint8_t *const to = out.data() + data.size;
@@ -75,11 +75,11 @@ void putLetter(std::span<const uint8_t> letter, std::span<uint8_t> out, MCCData 
     data.size += letter.size();
 }
 
-// Bytes of two upper-case digits, up to something else or to the end of the text or of the room. False at the
-// end of the text.
+// Takes bytes of two upper-case digits up to another character, the end of the text or the end of the room.
+// Returns false at the end of the text.
 bool takeDigits(std::string_view text, size_t &at, std::span<uint8_t> out, MCCData &data)
 {
-    constexpr size_t kManyDigits = 12; // bytes from which on a run of digits is worth a call
+    constexpr size_t kManyDigits = 12; // from this many bytes on a run of digits is worth a call
     const size_t first = data.size;
     const size_t most = std::min((text.size() - at) / 2, out.size() - first);
     const char *const digits = text.data() + at;
@@ -128,7 +128,7 @@ bool countFits(std::span<const uint8_t> packet)
     return packet.size() >= kANCAround && packet.size() == packet[2] + kANCAround;
 }
 
-// How many of a packet's three sums are right: data count, checksum, and the checksum of the CDP in it.
+// Returns how many of three values are right: the packet's data count, its checksum, and its CDP's checksum.
 int rightSums(std::span<const uint8_t> packet)
 {
     constexpr size_t kCDPAt = 3;
@@ -140,7 +140,7 @@ int rightSums(std::span<const uint8_t> packet)
     return countFits(packet) + (cdp::sum(packet.first(packet.size() - 1)) == packet.back()) + cdpFits;
 }
 
-// True if a block has nothing but digits of either case and blanks.
+// Returns true if a block has only blanks and digits of either case.
 constexpr size_t kWordBlock = 16;
 #if defined(__SSE2__)
 bool areWords(const char *block)
@@ -161,7 +161,8 @@ bool areWords(const char *block)
 }
 #endif
 
-// Where the suffix at `at` ends, if a blank and data follow it. Otherwise `at`: its digits may be data.
+// Returns the end of the suffix at `at` if a blank and data follow it, otherwise `at`: its digits may be
+// data.
 size_t endOfSuffix(std::string_view line, size_t at)
 {
     const size_t end = std::min(line.find_first_not_of("0123456789.,", at), line.size());
@@ -169,8 +170,8 @@ size_t endOfSuffix(std::string_view line, size_t at)
     return hasBlank && line.find_first_not_of(" \t", end) != std::string_view::npos ? end : at;
 }
 
-// ".field" and ",number" of MCC 2. A malformed part is passed over, if a blank ends it. Otherwise the data
-// trip over it.
+// Takes ".field" and ",number" of MCC 2. A malformed part is skipped if a blank ends it. Otherwise it is left
+// to the data, where it is a fault.
 void takeSuffix(std::string_view line, size_t &at, LineHead &head)
 {
     constexpr size_t kDigitsMost = 10;

@@ -20,7 +20,7 @@ constexpr size_t kNowhere = static_cast<size_t>(-1);
 }
 [[nodiscard]] std::string_view withoutBlanks(std::string_view text);
 
-// A fault of a line and where it stands in the line's text.
+// A fault of a line and its place in the line's text.
 struct Note
 {
     KIVCS2CaptionFault fault;
@@ -49,35 +49,35 @@ private:
     size_t m_count = 0;
 };
 
-// What a line opens with.
+// The front of a line, before its data.
 struct LineHead
 {
     TimeFields time{};
     size_t timeAt = 0;
     bool hasField = false, hasNumber = false, badSuffix = false;
     uint32_t field = 0, number = 0;
-    size_t dataAt = 0; // of the data behind the blanks
+    size_t dataAt = 0; // start of the data after the blanks
 };
 
-// Takes the front of a line up to its data. False if the line does not open with a timecode.
+// Reads the front of a line up to its data. Returns false if the line does not begin with a timecode.
 [[nodiscard]] bool takeHead(std::string_view line, LineHead &head, Notes &notes);
 
 // The packet in the data of an MCC line.
 struct MCCData
 {
-    size_t size = 0;           // bytes; whole ones only
+    size_t size = 0;           // whole bytes
     size_t lowerAt = kNowhere; // the first lower-case character
     size_t halfAt = kNowhere;  // the first digit without its other half
-    size_t badAt = kNowhere;   // a character that stands for nothing ends the decoding
+    size_t badAt = kNowhere;   // a character without a meaning; the decoding ends there
     size_t uAt = kNowhere;     // the first letter U
     bool fourByteU = false;
-    bool tooLong = false; // more bytes than `out` holds end the decoding
+    bool tooLong = false; // more bytes than `out` holds; the decoding ends there
 };
-// Decodes digits and letters of either case. A letter U stands for three or for four bytes: both are
-// tried against the data count, then against the checksum.
+// Decodes digits and letters of either case. A letter U means three or four bytes: both are tried against
+// the data count, then against the checksum.
 [[nodiscard]] MCCData decodeMCC(std::string_view text, std::span<uint8_t, KIVCS2_CAPTION_ANC_SIZE> out);
 
-// Value of a hexadecimal digit of either case; kBlankValue for blanks, kBadValue for all else.
+// Value of a hexadecimal digit of either case; kBlankValue for blanks, kBadValue for other characters.
 constexpr uint8_t kBlankValue = 0x10;
 constexpr uint8_t kBadValue = 0xFF;
 inline constexpr std::array<uint8_t, 256> kWordValues = []
@@ -95,9 +95,9 @@ inline constexpr std::array<uint8_t, 256> kWordValues = []
 {
     return kWordValues[static_cast<uint8_t>(character)];
 }
-// The first character that is neither blank nor digit, or kNowhere.
+// Returns the first character that is neither a blank nor a digit, or kNowhere.
 [[nodiscard]] size_t findBadOfWords(std::string_view text);
-// How many words there are.
+// Returns the number of words that begin in `text`.
 [[nodiscard]] size_t countWords(std::string_view text, bool &inWord);
 } // namespace kiv::cc
 

@@ -1,5 +1,5 @@
-// The text forms of MCC files: the header's items, the letter compression, and the timecode that
-// opens a line of MCC and SCC files alike.
+// The text forms of MCC files: the header's items, the letter compression, and the timecode at the start
+// of a line, which SCC files have too.
 #include "Private/Captions/MCC.h"
 
 #include "Private/Captions/CDP.h"
@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cstring>
 
-// Part of the published format: generators include the whole text as it stands.
+// Part of the published format: writers must include the whole text unchanged.
 const std::string_view kiv::mccComment =
     "///////////////////////////////////////////////////////////////////////////////////\n"
     "// Computer Prompting and Captioning Company\n"
@@ -50,7 +50,7 @@ namespace
 {
 using kiv::MCCLetterBytes;
 
-// Empty CEA-708 triplets: the letters G to O stand for one to nine of them.
+// Empty CEA-708 triplets: the letters G to O mean one to nine of them.
 constexpr MCCLetterBytes emptyTriplets(size_t count)
 {
     MCCLetterBytes bytes{};
@@ -99,7 +99,7 @@ constexpr const MCCLetter *letterRow(char character)
                                                 : nullptr;
 }
 
-// Most bytes of a packet open no letter: the table is walked for the few that do.
+// Most bytes of a packet do not begin a letter: the letters are only tried for the few that do.
 constexpr std::array<bool, 256> kOpensLetter = []
 {
     std::array<bool, 256> opens{};
@@ -109,7 +109,7 @@ constexpr std::array<bool, 256> kOpensLetter = []
     return opens;
 }();
 
-// The longest letter that `packet` begins with and that is shorter than the packet.
+// Returns the longest letter at the start of `packet` that is shorter than the packet.
 const MCCLetter *longestLetter(std::span<const uint8_t> packet, char without)
 {
     const MCCLetter *longest = nullptr;
@@ -117,7 +117,7 @@ const MCCLetter *longestLetter(std::span<const uint8_t> packet, char without)
         return longest;
     for (const MCCLetter &letter : kiv::mccEncoding)
     {
-        // Kept: a letter never takes the packet's last byte, so the checksum always stands as digits.
+        // Kept: a letter never takes the packet's last byte, so the checksum is always written as digits.
         if (letter.size == 0 || letter.size >= packet.size() || letter.letter == without)
             continue;
         if ((longest == nullptr || letter.size > longest->size) &&
@@ -127,8 +127,8 @@ const MCCLetter *longestLetter(std::span<const uint8_t> packet, char without)
     return longest;
 }
 
-// Character by character, for what the whole bytes leave: an odd digit and everything behind it, the
-// limit, and characters that stand for nothing.
+// Decodes character by character what the decoding of whole bytes leaves: an odd digit and the text after
+// it, text at the size limit, and characters without a meaning.
 KIVCS2Status decodeNibbles(std::string_view text, KIVCS2ClosedCaption &caption)
 {
     bool lowHalf = false;
@@ -146,7 +146,7 @@ KIVCS2Status decodeNibbles(std::string_view text, KIVCS2ClosedCaption &caption)
             }
             continue;
         }
-        // Kept: lower-case digits are refused here, though SCC files take them.
+        // Kept: lower-case digits are refused here, although SCC files accept them.
         const uint8_t value = kiv::upperHexValue(character);
         if (value == kiv::kNoDigit)
             return KIVCS2STATUS_CAPTION_ERR;

@@ -1,4 +1,4 @@
-// Text going out to a stream in blocks. The first failure stays.
+// Writes text to a stream in blocks. The first failure stays.
 #include "Private/Captions/Output.h"
 
 #include <algorithm>
@@ -43,7 +43,7 @@ KIVCS2Status Output::flush()
     size_t done = 0;
     while (done < m_used && KIVCS2_SUCCEEDED(m_status))
     {
-        // A pipe may take a part; no byte, or a failure's count of all ones, is the end.
+        // A pipe may take only a part. The loop ends if it takes no byte, or fails with a count of all ones.
         uint64_t written = 0;
         m_status = kivCS2Stream_writeBytes(m_stream, m_buffer.data() + done, m_used - done, &written);
         if (KIVCS2_SUCCEEDED(m_status) && (written == 0 || written > m_used - done))

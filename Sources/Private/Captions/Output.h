@@ -1,4 +1,4 @@
-// Text going out to a stream in blocks. The first failure stays.
+// Writes text to a stream in blocks. The first failure stays.
 #ifndef KIV_PRIVATE_CAPTIONS_OUTPUT_H
 #define KIV_PRIVATE_CAPTIONS_OUTPUT_H
 
@@ -16,10 +16,10 @@ public:
     explicit Output(KIVCS2Stream *stream) : m_stream{stream} {}
 
     void put(std::string_view text);
-    // At least `width` digits.
+    // Writes at least `width` digits.
     void putNumber(uint64_t number, size_t width = 1);
     void putHex(uint8_t byte, bool upper);
-    // Hands the buffer to the stream.
+    // Writes the buffer to the stream.
     KIVCS2Status flush();
     [[nodiscard]] KIVCS2Status status() const
     {

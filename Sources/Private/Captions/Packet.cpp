@@ -1,4 +1,4 @@
-// One ancillary packet of captions: what is in its bytes, and the bytes made of what is in it.
+// One ancillary packet of captions: its contents from its bytes, and its bytes from its contents.
 #include "Private/Captions/Packet.h"
 
 #include "Private/Captions/CDP.h"
@@ -14,12 +14,12 @@ constexpr size_t kANCHead = 3; // DID, SDID, data count (SMPTE ST 291-1)
 constexpr uint8_t kCaptionDID = 0x61;
 constexpr uint8_t kCaptionSDID = 0x01;
 constexpr size_t kCDPMost = 255;
-constexpr uint8_t kPairSDID = 0x02; // one pair: a byte of field and line, and its two (SMPTE ST 334-1)
+constexpr uint8_t kPairSDID = 0x02; // one pair: a byte of field and line, and the pair (SMPTE ST 334-1)
 constexpr size_t kPairSize = 3;
 constexpr uint8_t kFirstField = 0x80; // of the byte of field and line
 
 constexpr size_t kFooterSize = 3;  // id and sequence, without the checksum
-constexpr uint8_t kDigital = 0x80; // of a service entry: its captions are CEA-708
+constexpr uint8_t kDigital = 0x80; // in a service entry: its captions are CEA-708
 constexpr uint8_t kServiceMask = 0x3F;
 constexpr uint8_t kEasyReader = 0x80;
 constexpr uint8_t kWide = 0x40;
@@ -34,7 +34,7 @@ bool isSectionId(uint8_t byte)
     return byte >= cdp::kTimeCodeId && byte <= cdp::kFooterId;
 }
 
-// The walk over a CDP. Bounds are those of the user data: a wrong length is told, not believed.
+// The walk over a CDP. The user data is the bound: a wrong length is reported and not used.
 class CDPWalk
 {
 public:
@@ -65,7 +65,7 @@ public:
             if (!whole)
                 break;
         }
-        // An unknown section ends the walk with a fault of its own.
+        // An unknown section has its own fault.
         if ((m_packet.m_faults & faultBit(KIVCS2CaptionFault_SectionUnknown)) == 0)
             addFault(m_packet, KIVCS2CaptionFault_SectionCut);
     }
@@ -77,7 +77,7 @@ private:
             return false;
         const size_t count = m_cdp[m_at + 1] & cdp::kTripletCountMask;
         m_at += cdp::kSectionHeadSize;
-        // Bytes are missing or too many: they are triplets only as long as their markers say so.
+        // If bytes are missing or too many, they are triplets only as long as their marker bits are set.
         const bool doubtful = (m_packet.m_faults & faultBit(KIVCS2CaptionFault_DataCount)) != 0;
         const size_t there = std::min(count, (m_cdp.size() - m_at) / cdp::kTripletSize);
         size_t taken = doubtful ? 0 : there;
@@ -137,8 +137,8 @@ private:
         return true;
     }
 
-    // A section of a later standard has its length behind its id. It is believed if it leads to a
-    // section that is known.
+    // A section of a later standard has its length after its id. The length is used if a known section
+    // follows.
     bool passOver()
     {
         addFault(m_packet, KIVCS2CaptionFault_SectionUnknown);
@@ -208,8 +208,8 @@ size_t pairsOf(const Contents &contents, uint8_t field)
     return contents.pairs == nullptr ? 0 : contents.pairs->m_count[field];
 }
 
-// Whether a field without pairs has an empty one: a frame of up to 30 a second has both fields of line 21,
-// one of 50 and more a second has one of them, by turns (CEA-708-E, 4.3.6).
+// Returns true if the field gets an empty pair: up to 30 frames a second a frame has both fields of line 21,
+// from 50 on one of them in turn (CEA-708-E, 4.3.6).
 bool hasEmptyPair(const KIVCS2CaptionCountingInfo &info, const Contents &contents, uint8_t field)
 {
     constexpr uint32_t kBothFieldsMost = 30;
@@ -250,7 +250,7 @@ uint8_t *putServices(uint8_t *out, std::span<const KIVCS2CaptionServiceEntry> se
     {
         const bool digital = entry.m_service <= KIVCS2CaptionService_S63;
         const bool field2 = entry.m_service == KIVCS2CaptionService_CC3;
-        // A number of up to 31 goes into 5 bits behind csn_size, others into 6 bits.
+        // A number up to 31 goes into 5 bits after csn_size, larger ones into 6 bits.
         const auto number = static_cast<uint8_t>(digital ? entry.m_service : 0);
         out = put(out, {static_cast<uint8_t>(number > 31 ? 0x80 | number : 0xE0 | number)});
         out = std::copy_n(reinterpret_cast<const uint8_t *>(entry.m_language), 3, out);
@@ -273,7 +273,7 @@ bool isService(KIVCS2CaptionService service)
 
 void clear(KIVCS2CaptionPacket &packet)
 {
-    // Of a size that it knows the compiler makes "rep stos", which begins slower than all of memset().
+    // For a constant size the compiler uses "rep stos", whose start alone takes longer than memset().
     const volatile size_t size = sizeof packet;
     std::memset(&packet, 0, size);
 }

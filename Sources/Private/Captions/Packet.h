@@ -1,4 +1,4 @@
-// One ancillary packet of captions: what is in its bytes, and the bytes made of what is in it.
+// One ancillary packet of captions: its contents from its bytes, and its bytes from its contents.
 #ifndef KIV_PRIVATE_CAPTIONS_PACKET_H
 #define KIV_PRIVATE_CAPTIONS_PACKET_H
 
@@ -37,19 +37,19 @@ constexpr uint8_t kMarker = 0xF8;
 }
 [[nodiscard]] constexpr bool hasOddParity(uint8_t byte)
 {
-    // Bit n of the constant: n has an odd count of ones.
+    // Bit n of the constant is set if n has an odd count of ones.
     return (0x6996u >> ((byte ^ byte >> 4) & 0x0F) & 1u) != 0;
 }
 
-// Zeros a packet.
+// Sets a packet to zeros.
 void clear(KIVCS2CaptionPacket &packet);
 
-// Takes apart the `m_size` bytes that stand in `m_anc` of an otherwise cleared packet.
+// Parses the `m_size` bytes in `m_anc` of an otherwise cleared packet.
 void takeApart(KIVCS2CaptionPacket &packet);
-// The triplet of a packet of one pair (61/02), which files do not have: there the pairs are the CDPs'.
+// Makes the triplet of a packet of one pair (61/02). Not used for files: there the pairs are those of CDPs.
 void takePair(KIVCS2CaptionPacket &packet);
 
-// Makes a packet's bytes of one frame's captions; see kivCS2CaptionPacket_build().
+// Makes a packet's bytes from one frame's captions; see kivCS2CaptionPacket_build().
 struct Contents
 {
     const KIVCS2CaptionPairs *pairs;
@@ -60,7 +60,7 @@ struct Contents
 [[nodiscard]] KIVCS2Status makePacket(const KIVCS2CaptionCountingInfo &info, uint16_t sequence,
                                       const Contents &contents, KIVCS2CaptionPacket &packet);
 
-// Service 1 without a language: what a packet lists if nothing else is asked for.
+// Service 1 without a language: the default service list of a packet.
 extern const std::array<KIVCS2CaptionServiceEntry, 1> kDefaultServices;
 [[nodiscard]] bool isService(KIVCS2CaptionService service);
 } // namespace kiv::cc

@@ -1,4 +1,4 @@
-// Packets made of triplets.
+// Makes packets from triplets.
 #include "Private/Captions/PacketMaker.h"
 
 #include "Private/Captions/CDP.h"
@@ -26,7 +26,7 @@ PacketMaker::PacketMaker(const KIVCS2CaptionCountingInfo &info) : m_info{info}
 
 void PacketMaker::setServices(std::span<const KIVCS2CaptionServiceEntry> services)
 {
-    (void)makePacket(m_info, 0, {nullptr, nullptr, services}, m_empty); // no list is too long for a CDP
+    (void)makePacket(m_info, 0, {nullptr, nullptr, services}, m_empty); // the longest list fits a CDP
 }
 
 void PacketMaker::make(uint32_t frame, uint16_t sequence, bool withTimeCode,
@@ -60,8 +60,8 @@ void PacketMaker::make(uint32_t frame, uint16_t sequence, bool withTimeCode,
     takeApart(packet);
 }
 
-// SMPTE ST 334-2, 5.3. Frames have two bits for their tens: from 50 on two frames share a number, and the
-// field flag says which of them it is.
+// Source: SMPTE ST 334-2, 5.3. The frame number has two bits for its tens: from 50 frames a second on two
+// frames share a number, and the field flag distinguishes them.
 uint8_t *PacketMaker::putTimeCode(uint32_t frame, uint8_t *out) const
 {
     constexpr uint32_t kNumbersMost = 30;

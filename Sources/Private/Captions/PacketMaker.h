@@ -1,4 +1,4 @@
-// Packets made of triplets: what is the same in each is kept, the rest is put into it.
+// Makes packets from triplets: the parts that are the same in every packet are kept, the rest is put in.
 #ifndef KIV_PRIVATE_CAPTIONS_PACKET_MAKER_H
 #define KIV_PRIVATE_CAPTIONS_PACKET_MAKER_H
 

@@ -28,10 +28,10 @@ constexpr std::array kCommands = {"resume caption loading",
                                   "carriage return",
                                   "erase nondisplayed memory",
                                   "end of caption"};
-// Row of a preamble by the low 3 bits of the first byte and bit 5 of the second.
+// Row of a preamble. Index: the low 3 bits of the first byte, then bit 5 of the second.
 constexpr std::array<uint8_t, 16> kPreambleRow = {11, 11, 1, 2, 3, 4, 12, 13, 14, 15, 5, 6, 7, 8, 9, 10};
 
-// A pair as its code: the first byte without its channel, the second, and the words behind.
+// A pair as its code: the first byte without its channel bit, the second byte, and the words.
 struct Code
 {
     uint8_t set, second;
@@ -83,7 +83,7 @@ void describePreamble(const Code &code, PairText text)
                       code.underline(), code.channel);
 }
 
-// What a code of set 17 does, or null if it is not a code.
+// Returns the meaning of a code of set 17, or null if it is not a code.
 const char *tabOrBlack(uint8_t second)
 {
     switch (second)

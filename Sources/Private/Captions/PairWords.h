@@ -10,7 +10,7 @@ namespace kiv::cc
 {
 using PairText = std::span<char, KIVCS2_CAPTION_DESCRIPTION_SIZE>;
 
-// Writes what a pair says, zero-terminated. Bytes are without parity and not both 0.
+// Writes the meaning of a pair, zero-terminated. The bytes have no parity bits and are not both 0.
 void describePair(uint8_t first, uint8_t second, PairText text);
 } // namespace kiv::cc
 

@@ -14,7 +14,7 @@ namespace kiv::cc
 namespace
 {
 constexpr size_t kWordSize = 4;     // digits of a pair
-constexpr size_t kLongestWord = 64; // a word of more characters is passed over as it comes
+constexpr size_t kLongestWord = 64; // longer words are skipped piece by piece
 
 bool isComment(std::string_view text)
 {
@@ -26,7 +26,7 @@ KIVCS2CaptionFault faultOfCharacter(char character)
     return character == '\0' ? KIVCS2CaptionFault_Null : KIVCS2CaptionFault_UnknownCharacter;
 }
 
-// The pair of a word's four digits as the triplet `index`. 1 if it lacks its parity, else 0.
+// Stores the pair of a word's four digits as triplet `index`. Returns 1 if its parity is wrong, else 0.
 inline uint64_t putPair(KIVCS2CaptionPacket &packet, uint8_t index, const char *digits, uint8_t field)
 {
     const auto first = static_cast<uint8_t>(wordValue(digits[0]) << 4 | wordValue(digits[1]));
@@ -36,7 +36,7 @@ inline uint64_t putPair(KIVCS2CaptionPacket &packet, uint8_t index, const char *
     triplet[1] = first;
     triplet[2] = second;
     packet.m_tripletCount = static_cast<uint8_t>(index + 1);
-    // Without branches: where bytes lack their parity, they do so at random.
+    // Without branches: in files with wrong parity, the wrong bytes are random.
     const unsigned odd = unsigned{hasOddParity(first)} & unsigned{hasOddParity(second)};
     return ~odd & static_cast<unsigned>(!isEmptyPair(first, second));
 }
@@ -51,7 +51,7 @@ bool losesData(KIVCS2CaptionFault fault)
 }
 } // namespace
 
-// ---- Telling ----
+// ---- Reporting ----
 
 KIVCS2Status Reader::failed(KIVCS2Status status)
 {
@@ -59,7 +59,7 @@ KIVCS2Status Reader::failed(KIVCS2Status status)
     return status;
 }
 
-// A callback that refuses ends the call; a strict read ends for good.
+// A failing callback ends the call. In a strict read any failure also ends every later read.
 KIVCS2Status Reader::tell(KIVCS2CaptionFault fault, const Place &place, bool lost)
 {
     const KIVCS2Status status = m_log.tell(fault, place, lost);
@@ -89,7 +89,7 @@ KIVCS2Status Reader::tellNotes(uint64_t &faults)
     return KIVCS2STATUS_OK;
 }
 
-// The line is lost.
+// Reports a fault that loses the line.
 KIVCS2Status Reader::lose(KIVCS2CaptionFault fault, size_t at, std::string_view found)
 {
     ++m_report.m_lostLines;
@@ -101,7 +101,7 @@ KIVCS2Status Reader::lose(KIVCS2CaptionFault fault, size_t at, std::string_view 
     return told;
 }
 
-// A line without a timecode.
+// Reports a line without a timecode.
 KIVCS2Status Reader::loseText(std::string_view text)
 {
     const size_t null = text.find('\0');
@@ -132,7 +132,7 @@ void Reader::report(KIVCS2CaptionFileReport &report) const
 
 namespace
 {
-constexpr size_t kLinesAhead = 160; // of a header, some 50, and of captions enough for a vote
+constexpr size_t kLinesAhead = 160; // a header has some 50; the rest is enough captions for a vote
 
 struct TextKey
 {
@@ -144,7 +144,7 @@ constexpr std::array<TextKey, 4> kTextKeys = {{{"UUID=", &KIVCS2CaptionFileHeade
                                                {"Creation Date=", &KIVCS2CaptionFileHeader::m_date},
                                                {"Creation Time=", &KIVCS2CaptionFileHeader::m_time}}};
 
-// Copies what fits; false if something did not. A null byte would end the text early.
+// Copies the text, cut to `room`; returns false if it was cut. Replaces null bytes, which would end it early.
 bool copyText(std::span<char> room, std::string_view text)
 {
     const size_t size = std::min(text.size(), room.size() - 1);
@@ -153,7 +153,7 @@ bool copyText(std::span<char> room, std::string_view text)
     return size == text.size();
 }
 
-// A mark of UTF-8 is 3 bytes; of the other encodings it or the zeros of ASCII text tell.
+// Returns true for UTF-16 and UTF-32, recognised by their mark or by the zeros of ASCII text.
 bool isOtherEncoding(std::string_view text)
 {
     return text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF") ||
@@ -198,7 +198,7 @@ KIVCS2Status Reader::takeHeader()
     return settleCounting();
 }
 
-// Told and final, also if faults are tolerated.
+// Reports a fault that ends the read, even if faults are tolerated.
 KIVCS2Status Reader::refuse(KIVCS2CaptionFault fault, const char *expected)
 {
     const Line &line = m_current.line;
@@ -224,7 +224,7 @@ KIVCS2Status Reader::openFile(std::string_view &text)
     return KIVCS2STATUS_OK;
 }
 
-// Up to the first caption, which is put back.
+// Reads the header lines up to the first caption, which is put back.
 KIVCS2Status Reader::takeHeaderLines()
 {
     Line &line = m_current.line;
@@ -258,7 +258,7 @@ KIVCS2Status Reader::takeHeaderLines()
     }
 }
 
-// From the first caption on: the header was longer than what is looked at ahead.
+// Surveys again from the first caption on, because the header was longer than the text surveyed before.
 void Reader::surveyAgain()
 {
     const std::string_view text = m_source.lookAhead(kLinesAhead);
@@ -277,10 +277,10 @@ KIVCS2Status Reader::takeHeaderLine(const Line &line)
     if (!known)
         KIV_TRY(takeKnown(text, known));
     const size_t null = line.text.find('\0');
-    if (known) // a null byte is a question mark in the text
+    if (known) // a null byte becomes a question mark in the text
         return null == kNowhere ? KIVCS2Status{KIVCS2STATUS_OK}
                                 : tellHere(KIVCS2CaptionFault_Null, null, line.text.substr(null, 1), false);
-    // A caption line whose timecode is damaged looks like this.
+    // This may be a caption line with a damaged timecode.
     if (null != kNowhere || isDigit(text.front()) || text.find('\t') != kNowhere)
         return loseText(line.text);
     ++m_header.m_otherLines;
@@ -292,7 +292,7 @@ KIVCS2Status Reader::takeHeaderLine(const Line &line)
     return tellHere(whole ? KIVCS2CaptionFault_HeaderUnknown : KIVCS2CaptionFault_HeaderLong, 0, text, false);
 }
 
-// The line that names the format, once.
+// Takes the line that names the format, once.
 KIVCS2Status Reader::takeFormat(std::string_view text, bool &known)
 {
     bool exact = true;
@@ -346,9 +346,9 @@ KIVCS2Status Reader::settleCounting()
     else if (choice.fault == KIVCS2CaptionFault_RateDisagrees)
         return refuse(choice.fault);
     else if (choice.fault != KIVCS2CaptionFault_None)
-        return faultRow(choice.fault)->status; // told already
+        return faultRow(choice.fault)->status; // already reported
     m_info = countingInfo(m_header.m_counting);
-    for (uint8_t code = 0; m_info != nullptr && code < 16; ++code) // none: no captions and no rate
+    for (uint8_t code = 0; m_info != nullptr && code < 16; ++code) // null: no captions and no rate
         m_rateCodes |= rateAgrees(*m_info, code) ? 1u << code : 0u;
     return KIVCS2STATUS_OK;
 }
@@ -370,14 +370,15 @@ KIVCS2Status Reader::nextLine()
 
 KIVCS2Status Reader::streamFailed(KIVCS2Status status)
 {
-    (void)tellHere(KIVCS2CaptionFault_StreamFailed, kNowhere, {}, true); // the stream's own status counts
+    (void)tellHere(KIVCS2CaptionFault_StreamFailed, kNowhere, {},
+                   true); // the result is the stream's own status
     return failed(status);
 }
 
 KIVCS2Status Reader::lineInFileOrder()
 {
     Line &line = m_current.line;
-    KIV_TRY(m_source.skipRest(line)); // a callback may have ended the call in the middle of a line
+    KIV_TRY(m_source.skipRest(line)); // a callback may have ended the call within a line
     for (;;)
     {
         KIV_TRY(m_source.next(line));
@@ -402,7 +403,7 @@ KIVCS2Status Reader::lineInFrameOrder()
     return m_source.next(m_current.line);
 }
 
-// The frame of a line, counted on over midnight. The first one asked for is the file's first.
+// Returns the frame of a line, counted on past midnight. The first call is for the file's first line.
 std::optional<uint32_t> Reader::frameOfLine(const LineHead &head)
 {
     const auto frame = frameOf(*m_info, head.time);
@@ -416,13 +417,13 @@ std::optional<uint32_t> Reader::frameOfLine(const LineHead &head)
     return counted;
 }
 
-// A programme lasts less than half a day: what is that much earlier than the first line is of the next day.
+// A programme lasts less than half a day: a frame earlier than the first line by more is of the next day.
 uint32_t Reader::countedOn(uint32_t frame) const
 {
     return uint64_t{frame} + m_info->m_perDay / 2 < m_origin ? frame + m_info->m_perDay : frame;
 }
 
-// The frame of the last pair or packet of a line that begins at `last`.
+// Stores the frame of the last pair or packet of a line. In: the line's first frame.
 KIVCS2Status Reader::lastFrameOf(Line &line, const LineHead &head, uint32_t &last)
 {
     if (!isSCC())
@@ -439,8 +440,8 @@ KIVCS2Status Reader::lastFrameOf(Line &line, const LineHead &head, uint32_t &las
     return KIVCS2STATUS_OK;
 }
 
-// Reads the whole file once for its timecodes. An MCC file that is in order is read as it stands, and the
-// lines of others are listed.
+// Reads the whole file once for its timecodes. An MCC file that is in order is then read in file order;
+// otherwise the lines are listed.
 KIVCS2Status Reader::listLines()
 {
     bool isBack = false;
@@ -454,7 +455,7 @@ KIVCS2Status Reader::listLines()
     if (m_options.m_order == KIVCS2CaptionOrder_Frame)
         KIV_TRY(goThroughLines(true, isBack));
     m_list.order(isSCC());
-    const auto lines = m_list.all(); // of those that wait the last one may do so until the next day
+    const auto lines = m_list.all(); // the last line may wait until the next day
     m_runsOver = m_runsOver ||
                  (!lines.empty() && uint64_t{lines.back().placed} + lines.back().frames > m_info->m_perDay);
     m_listed = true;
@@ -479,7 +480,7 @@ KIVCS2Status Reader::goThroughLines(bool lists, bool &isBack)
     return status == KIVCS2STATUS_EOF_ERR ? KIVCS2Status{KIVCS2STATUS_OK} : status;
 }
 
-// A line without a timecode stays behind the line before it, so that its fault is told in its place.
+// A line without a timecode stays after the line before it, so that its fault is reported in its place.
 KIVCS2Status Reader::orderLine(Line &line, uint32_t &before, OrderedLine &ordered, bool &isCaption)
 {
     const std::string_view text = withoutBlanks(line.text);
@@ -489,7 +490,7 @@ KIVCS2Status Reader::orderLine(Line &line, uint32_t &before, OrderedLine &ordere
     ordered = {line.offset, static_cast<uint32_t>(line.number), before, before, 0, 0};
     Notes notes;
     LineHead head;
-    // Nor does a line that will be lost take room from the lines behind it.
+    // A line that will be lost must not take frames from the lines after it.
     const auto isLost = [&]
     {
         return isSCC() && findBadOfWords(line.text.substr(head.dataAt)) != kNowhere;
@@ -552,7 +553,8 @@ KIVCS2Status Reader::takeLine(KIVCS2CaptionPacket &packet, bool &got)
     return isSCC() ? openWords() : takeMCC(packet, got);
 }
 
-// An MCC line that does not fit may do so without its blanks. Otherwise its front is longer than a packet.
+// Gathers an MCC line that does not fit the window: without its blanks it may. If it is still too long, the
+// gathered start is longer than any packet.
 KIVCS2Status Reader::gatherLine()
 {
     constexpr size_t kBlanksMost = 16;
@@ -575,7 +577,7 @@ KIVCS2Status Reader::gatherLine()
     return KIVCS2STATUS_OK;
 }
 
-// The line's frame. Not good: the line is lost and told.
+// Takes the line's frame. If `good` is false, the line is lost and reported.
 KIVCS2Status Reader::takeTimecode(bool &good)
 {
     const std::string_view text = m_current.line.text;
@@ -595,7 +597,7 @@ KIVCS2Status Reader::takeTimecode(bool &good)
     m_current.hasFrame = true;
     if (isDropped(*m_info, head.time))
         m_current.notes.add(KIVCS2CaptionFault_DroppedNumber, head.timeAt, kTimecodeSize);
-    // MCC writes ":" at every rate; ";" there says drop-frame all the same.
+    // MCC writes ":" at every rate, but a ";" in it still means drop-frame.
     const char separator = head.time.separator;
     const bool drops = m_info->m_drop != 0;
     if ((separator == ';' && !drops) || (separator == ':' && drops && isSCC()))
@@ -666,7 +668,7 @@ KIVCS2Status Reader::finishMCC(KIVCS2CaptionPacket &packet, const MCCData &data)
         (m_rateCodes >> packet.m_rateCode & 1u) == 0)
         packet.m_faults |= faultBit(KIVCS2CaptionFault_RateDisagrees);
 
-    // Those of the bytes have no column of their own: they are told where the data begin.
+    // Faults of the bytes have no column of their own: they are reported at the start of the data.
     const uint64_t ofBytes = packet.m_faults;
     KIV_TRY(tellNotes(packet.m_faults));
     for (uint64_t rest = ofBytes; rest != 0; rest &= rest - 1)
@@ -677,7 +679,7 @@ KIVCS2Status Reader::finishMCC(KIVCS2CaptionPacket &packet, const MCCData &data)
     return compareMCC(packet);
 }
 
-// How a packet stands in time to the one before it.
+// Returns the fault in the order of a packet and the one before it.
 KIVCS2CaptionFault Reader::orderFault(uint32_t frame, const uint32_t (&suffix)[3]) const
 {
     if (!m_hasLast)
@@ -689,11 +691,11 @@ KIVCS2CaptionFault Reader::orderFault(uint32_t frame, const uint32_t (&suffix)[3
     return isBack ? KIVCS2CaptionFault_BackInTime : KIVCS2CaptionFault_None;
 }
 
-// Whether a CDP counts on from the one before it, `ahead` frames earlier.
+// Returns the fault if a CDP's counter does not follow that of the CDP before it, `ahead` frames earlier.
 KIVCS2CaptionFault Reader::sequenceFault(uint16_t sequence, uint32_t ahead, bool isSameFrame) const
 {
-    // In a sparse file the frames between have no packet and the counters go on. If the counters have
-    // counted the frames, their packets are missing.
+    // In a sparse file the frames between have no packet, and the counters go up by one. If the counters
+    // include those frames, their packets are missing.
     const auto step = static_cast<uint16_t>(sequence - m_sequence);
     if (!m_hasSequence || step == 1 || (step == 0 && isSameFrame))
         return KIVCS2CaptionFault_None;
@@ -750,7 +752,7 @@ KIVCS2Status Reader::openWords()
     return placeWords();
 }
 
-// The frame of the line's first pair, if it can be placed.
+// Finds the frame of the line's first pair, if the line can be placed.
 KIVCS2Status Reader::placeWords()
 {
     const uint32_t frame = m_current.frame;
@@ -787,7 +789,7 @@ void Reader::closeWords()
                     std::max(m_wordFrame, m_current.frame + 1) - 1);
 }
 
-// The next word, or an empty one at the line's end. Of a word that is too long `word` is the end.
+// Finds the next word; empty at the line's end. If the word is too long, `word` is its last part.
 KIVCS2Status Reader::findWord(std::string_view &word, size_t &digits)
 {
     Line &line = m_current.line;
@@ -803,7 +805,7 @@ KIVCS2Status Reader::findWord(std::string_view &word, size_t &digits)
         digits = dropped + word.size();
         if (end < line.text.size() || line.whole)
             return KIVCS2STATUS_OK;
-        // The word may go on in the next block.
+        // The word may continue in the next block.
         const bool isLong = digits > kLongestWord;
         const size_t keep = isLong ? 0 : word.size();
         dropped = isLong ? digits : 0;
@@ -815,7 +817,7 @@ KIVCS2Status Reader::findWord(std::string_view &word, size_t &digits)
     }
 }
 
-// A character that stands for nothing ends a line that is too long to be looked at beforehand.
+// Ends the line at a character without a meaning, if the line was too long to be checked beforehand.
 KIVCS2Status Reader::checkWords(size_t from)
 {
     const size_t bad = findBadOfWords(m_current.line.text.substr(from));
@@ -841,7 +843,7 @@ KIVCS2Status Reader::nextWord(KIVCS2CaptionPacket &packet, bool &got)
     if (digits == 0)
     {
         closeWords();
-        // Of a line in pieces the end is seen here first.
+        // If the line came in pieces, its end is first seen here.
         const std::string_view text = m_current.line.text;
         if (m_gone == 0 || text.empty() || !isBlank(text.back()))
             return KIVCS2STATUS_OK;
@@ -856,7 +858,7 @@ KIVCS2Status Reader::nextWord(KIVCS2CaptionPacket &packet, bool &got)
     return taken;
 }
 
-// A packet of the line at the frame of the present word.
+// Begins a packet of the line at the frame of the current word.
 void Reader::openPair(KIVCS2CaptionPacket &packet)
 {
     clear(packet);
@@ -867,7 +869,7 @@ void Reader::openPair(KIVCS2CaptionPacket &packet)
     m_first = false;
 }
 
-// Four digits behind one blank or none, as most words are. What differs is left for nextWord().
+// Takes a word of four digits after at most one blank, as most words are. Other words are left to nextWord().
 KIVCS2Status Reader::usualWord(KIVCS2CaptionPacket &packet, bool &got)
 {
     const std::string_view text = m_current.line.text;
@@ -925,7 +927,7 @@ KIVCS2Status Reader::seek(uint32_t frame)
     if (KIVCS2_FAILED(m_ended))
         return m_ended;
     m_inWords = false;
-    m_current.line.whole = true; // what is left of it is passed over
+    m_current.line.whole = true; // its rest is skipped
     m_gone = 0;
     m_hasLast = m_hasSequence = false;
     KIVCS2Status status = m_info == nullptr ? KIVCS2STATUS_EOF_ERR : moveTo(frame);
@@ -934,8 +936,8 @@ KIVCS2Status Reader::seek(uint32_t frame)
     return status;
 }
 
-// A frame that can only be of the next day is so in a file that runs over midnight; of others it is before
-// the first line.
+// In a file that runs past midnight, a frame more than half a day before the first line is of the next day.
+// In other files it is before the first line.
 KIVCS2Status Reader::moveTo(uint32_t frame)
 {
     if (m_options.m_order == KIVCS2CaptionOrder_Frame && !m_listed)
@@ -943,13 +945,13 @@ KIVCS2Status Reader::moveTo(uint32_t frame)
     const bool byFrame = m_options.m_order == KIVCS2CaptionOrder_Frame;
     if (!byFrame && !m_hasOrigin)
         KIV_TRY(passBefore(0));
-    // By frame it is known whether the file does; otherwise when its end was seen.
+    // In order by frame it is known if the file runs past midnight; otherwise only after its end was read.
     const uint32_t wanted = byFrame && !m_runsOver ? frame : countedOn(frame);
     const KIVCS2Status status = passBefore(wanted);
     return status == KIVCS2STATUS_EOF_ERR && wanted != frame && !m_runsOver ? passBefore(frame) : status;
 }
 
-// Passes over lines that end before `frame`, looking at nothing but their timecodes.
+// Skips lines that end before `frame` and reads only their timecodes.
 KIVCS2Status Reader::passBefore(uint32_t frame)
 {
     m_dropping = true;

@@ -48,7 +48,7 @@ private:
         Line line;
         LineHead head;
         Notes notes;
-        uint32_t frame = 0; // counted on over midnight
+        uint32_t frame = 0; // counts on past midnight
         bool hasFrame = false;
     };
 
@@ -119,31 +119,32 @@ private:
     KIVCS2CaptionFileReport m_report{};
     const KIVCS2CaptionCountingInfo *m_info = nullptr;
     Survey m_survey;
-    uint32_t m_rateCodes = 0; // bit n: CDPs of rate code n belong to the counting
+    uint32_t m_rateCodes = 0; // bit n: CDPs of rate code n fit the counting
     bool m_headerTaken = false, m_sawBlank = false, m_sawFormat = false, m_sawCaption = false;
     KIVCS2Status m_headerStatus = KIVCS2STATUS_OK;
     KIVCS2Status m_ended = KIVCS2STATUS_OK; // a failure that stays
 
     uint64_t m_firstOffset = 0; // of the first caption line
     uint32_t m_origin = 0;      // the first frame of the file, if m_hasOrigin
-    uint32_t m_dropBefore = 0;  // behind a seek: packets before this frame are passed over
+    uint32_t m_dropBefore = 0;  // after a seek: packets before this frame are skipped
     bool m_toldEnd = false;
     bool m_hasOrigin = false;
-    bool m_runsOver = false; // a line of the next day was met
+    bool m_runsOver = false; // a line of the next day was found
     bool m_dropping = false;
 
     Current m_current;
-    std::array<char, KIVCS2_CAPTION_FOUND_SIZE> m_opening; // the front of the first line
+    std::array<char, KIVCS2_CAPTION_FOUND_SIZE> m_opening; // the start of the first line
     size_t m_openingSize = 0;
-    std::array<char, 1024> m_gathered; // an MCC line without most of its blanks; longer than any packet's
+    std::array<char, 1024>
+        m_gathered; // an MCC line without most of its blanks; holds the longest packet's line
 
     // The words of an SCC line.
     size_t m_at = 0;           // in the line's text
-    size_t m_gone = 0;         // characters of the line in front of the text
+    size_t m_gone = 0;         // characters of the line before the text
     uint64_t m_lineFaults = 0; // of the line, for its first pair
     uint32_t m_wordFrame = 0;
     bool m_inWords = false;
-    bool m_first = true; // no pair of the line is out yet
+    bool m_first = true; // no pair of the line was returned yet
 
     // The line before.
     bool m_hasLast = false;

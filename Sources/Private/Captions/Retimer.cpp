@@ -1,4 +1,4 @@
-// Captions on another frame rate.
+// Captions at another frame rate.
 #include "Private/Captions/Retimer.h"
 
 #include "Private/Captions/Counting.h"
@@ -15,22 +15,23 @@ namespace
 {
 constexpr int64_t kLastFrame = INT32_MAX;
 
-// A receiver takes a control code for a repeat if it comes again within two frames: at 24 frames a second a
-// frame without a pair may stand between the two, and from 50 on one does.
+// A receiver treats a control code as a repeat if it comes again within two frames: at 24 frames a second
+// there may be a frame without a pair between the two, and from 50 on there is one.
 constexpr uint64_t kFramesOfARepeat = 2;
-// Frames of the source that are looked at before what is ready on the first of them leaves: a repeat
-// then waits in the queue when its code goes out.
+// Frames of the source that are read ahead before captions of the first of them go out. So a repeat is
+// already in the queue when its code goes out.
 constexpr uint64_t kFramesAhead = kFramesOfARepeat;
 
 constexpr size_t kTripletSize = 3;
 
-// The pairs of line 21 that frames have room for, counted from frame 0. Line 21 carries 60 pairs a second
-// and the fields take turns, so 24 frames a second get three and two by turns, 30 get two, one of each
-// field, and 60 get one. 50 get one too, since from 50 on a frame carries one field (CEA-708).
+// Returns the number of line 21 pairs that the frames from 0 up to `frame` have room for. Line 21 carries 60
+// pairs a second and the fields take turns. So at 24 frames a second a frame gets three or two in turn, at 30
+// it gets two, one of each field, and at 60 one. At 50 it gets one too, because from 50 on a frame carries
+// one field (CEA-708).
 uint64_t pairsBefore(const KIVCS2CaptionCountingInfo &info, uint64_t frame)
 {
     constexpr uint64_t kPairs = 60;
-    const uint64_t frames = info.m_numbers > 30 ? kPairs : info.m_numbers; // that share the pairs of a second
+    const uint64_t frames = info.m_numbers > 30 ? kPairs : info.m_numbers; // sharing the pairs of a second
     return (frame * kPairs + frames - 1) / frames;
 }
 } // namespace
@@ -103,7 +104,7 @@ KIVCS2Status Retimer::feed(const KIVCS2CaptionPacket &packet)
     m_now.midnights = midnights;
     m_now.hasSeen = true;
     status = handOver(std::min(m_map(source - std::min(source, kFramesAhead)), m_now.end));
-    if (m_now.report.m_packetsIn > taken) // what it says about services holds from here on
+    if (m_now.report.m_packetsIn > taken) // its service list is valid from here on
         takeSections(packet);
     return status;
 }
@@ -127,7 +128,7 @@ KIVCS2Status Retimer::select(const KIVCS2CaptionPacket &packet, uint64_t source)
     return take(packet, source);
 }
 
-// The packet's frame counted from the midnight before the first one.
+// Stores the packet's frame, counted from the midnight before the first packet.
 KIVCS2Status Retimer::place(uint32_t frame, uint64_t &source, uint64_t &midnights) const
 {
     const uint64_t day = m_from.m_perDay;
@@ -139,7 +140,7 @@ KIVCS2Status Retimer::place(uint32_t frame, uint64_t &source, uint64_t &midnight
     return follows ? KIVCS2STATUS_OK : KIVCS2STATUS_INVALID_TIMECODE_ERR;
 }
 
-// Room for whatever a packet holds, so that none is taken by half.
+// Makes room for the largest packet, so that no packet is taken only in part.
 KIVCS2Status Retimer::reserve()
 {
     for (FieldQueue &field : m_now.fields)
@@ -174,10 +175,10 @@ KIVCS2Status Retimer::take(const KIVCS2CaptionPacket &packet, uint64_t source)
     return KIVCS2STATUS_OK;
 }
 
-// Behind the last frame: the rest of a packet of CEA-708 that began before.
+// After the last frame: takes the rest of a CEA-708 packet that began earlier.
 KIVCS2Status Retimer::takeTail(const KIVCS2CaptionPacket &packet, uint64_t source)
 {
-    const int64_t ready = std::min(m_map(source), m_now.end); // however far behind the rest stands
+    const int64_t ready = std::min(m_map(source), m_now.end); // however late the rest comes
     if (m_now.dtvcc.left > 0)
         KIV_TRY(reserve());
     ++m_now.report.m_packetsLeftOut;
@@ -261,7 +262,7 @@ KIVCS2Status Retimer::handOver(int64_t end)
     {
         if (!m_hasMade)
             makeNext();
-        m_hasMade = true; // until the callback has it
+        m_hasMade = true; // until the callback has taken it
         KIV_TRY(m_onPacket(&m_made, m_context));
         m_hasMade = false;
         ++m_now.report.m_packetsOut;
@@ -306,7 +307,7 @@ void Retimer::makeNext()
     ++m_now.next;
 }
 
-// The first one waiting goes out on the frame that is being made.
+// Puts the first item of the queue on the frame that is being made.
 void Retimer::leave(CaptionQueue &queue, size_t which, uint8_t *triplet)
 {
     const Waiting &first = queue.front();
@@ -333,7 +334,7 @@ KIVCS2Status Retimer::finish(KIVCS2CaptionRetimeReport *report)
     const bool any = done.m_packetsIn > 0;
     for (size_t queue = 0; queue < std::size(done.m_wait); ++queue)
         (void)kivCS2CaptionCounting_nanosecondsOfFrame(m_options.m_to, done.m_wait[queue],
-                                                       &done.m_waitTime[queue]); // a counting
+                                                       &done.m_waitTime[queue]); // m_to is a counting
     if (any)
         done.m_lastFrame = static_cast<uint32_t>(m_now.next - 1);
     if (report != nullptr)

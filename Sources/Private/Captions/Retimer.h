@@ -1,4 +1,4 @@
-// Captions on another frame rate: the source's packets in, a packet for every frame of the result out.
+// Captions at another frame rate: the source's packets in, a packet for every frame of the result out.
 #ifndef KIV_PRIVATE_CAPTIONS_RETIMER_H
 #define KIV_PRIVATE_CAPTIONS_RETIMER_H
 
@@ -19,7 +19,7 @@ namespace kiv::cc
     return options.m_last != 0 || modeOf(options) != options.m_mode;
 }
 
-// From frames of the source to frames of the result by an exact fraction.
+// Maps frames of the source to frames of the result by an exact fraction.
 class FrameMap
 {
 public:
@@ -38,14 +38,14 @@ private:
     int64_t m_offset;
 };
 
-// The pairs of a field on their way.
+// The waiting pairs of a field.
 struct FieldQueue
 {
-    static constexpr size_t kMost = size_t{1} << 17; // line 21 has 107,892 pairs a field and hour
+    static constexpr size_t kMost = size_t{1} << 17; // line 21 has 107,892 pairs per field in an hour
 
-    // What a pair of this frame of the source is to the one before it.
+    // Returns the relation of a pair on this frame of the source to the pair before it.
     [[nodiscard]] Mark markOf(uint64_t frame, uint8_t first, uint8_t second);
-    // True if the first one waiting goes out on this frame of the result.
+    // Returns true if the first pair in the queue goes out on this frame of the result.
     [[nodiscard]] bool isDue(uint64_t frame) const;
 
     CaptionQueue pairs{kMost};
@@ -55,14 +55,14 @@ struct FieldQueue
     bool mayRepeat = false; // the last pair was `code`, and not its repeat
 };
 
-// The bytes of CEA-708 on their way.
+// The waiting bytes of CEA-708.
 struct DTVCCQueue
 {
     static constexpr size_t kMost = size_t{1} << 21; // 58 minutes of 9600 bit/s
 
     CaptionQueue triplets{kMost};
-    size_t left = 0;        // triplets that the packet begun last still has
-    bool startLost = false; // until a packet begins, bytes belong to one that was left out
+    size_t left = 0;        // triplets to come of the packet begun last
+    bool startLost = false; // bytes up to the next packet belong to one that was left out
 };
 
 class Retimer
@@ -80,13 +80,13 @@ private:
         KIVCS2CaptionRetimeReport report{};
         std::array<FieldQueue, 2> fields;
         DTVCCQueue dtvcc;
-        uint64_t midnights = 0; // frames of the days that have gone by
+        uint64_t midnights = 0; // frames of the days before this one
         uint64_t seen = 0;      // the last frame of the source
-        int64_t next = 0;       // the frame of the result that is made next
-        int64_t end = 0;        // the first frame of the result behind the source
+        int64_t next = 0;       // the frame of the result to be made next
+        int64_t end = 0;        // the first frame of the result after the source
         bool hasSeen = false;
-        bool hasCDP = false;      // the source has
-        bool hasTimeCode = false; // the source's last CDP has
+        bool hasCDP = false;      // of the source
+        bool hasTimeCode = false; // of the source's last CDP
         uint16_t sequence = 0;    // of the next packet
         size_t listed = 0;        // entries of the source's last service list
         std::array<KIVCS2CaptionServiceEntry, KIVCS2_CAPTION_SERVICES_MAX> services{};
@@ -114,7 +114,7 @@ private:
     void *m_context;
     PacketMaker m_maker;
     Programme m_now;
-    KIVCS2CaptionPacket m_made; // not handed over yet, if m_hasMade
+    KIVCS2CaptionPacket m_made; // not delivered yet, if m_hasMade
     bool m_hasMade = false;
 };
 } // namespace kiv::cc

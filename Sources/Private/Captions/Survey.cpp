@@ -1,4 +1,4 @@
-// What the first lines of a caption file say about it, before any of them is read.
+// A survey of the first lines of a caption file before any of them is read.
 #include "Private/Captions/Survey.h"
 
 #include "Private/Captions/Counting.h"
@@ -10,7 +10,7 @@ namespace kiv::cc
 {
 namespace
 {
-constexpr uint32_t kLines = 64; // enough for a vote, few enough to cost nothing
+constexpr uint32_t kLines = 64; // enough for a vote, and still cheap
 constexpr std::string_view kSCC = "Scenarist_SCC V1.0";
 constexpr std::string_view kMCC = "File Format=MacCaption_MCC V";
 
@@ -28,7 +28,7 @@ bool beginsWith(std::string_view text, std::string_view start, bool &exact)
     return true;
 }
 
-// Takes the next word off the data of an SCC line; an empty one behind the last.
+// Removes the next word from the data of an SCC line and returns it; empty after the last word.
 std::string_view takeWord(std::string_view &data)
 {
     const size_t begin = std::min(data.find_first_not_of(" \t"), data.size());
@@ -38,13 +38,13 @@ std::string_view takeWord(std::string_view &data)
     return word;
 }
 
-// Pairs of one track or of two.
+// Returns true for a word of one track or of two.
 constexpr bool hasPair(std::string_view word)
 {
     return word.size() == 4 || word.size() == 8;
 }
 
-// Codes of field 1 begin with 14h or 1Ch, those of field 2 with 15h or 1Dh (CEA-608-E, 8.4).
+// Codes of field 1 begin with 14h or 1Ch, codes of field 2 with 15h or 1Dh (CEA-608-E, 8.4).
 void voteForField(std::string_view data, Survey &survey)
 {
     for (std::string_view word = takeWord(data); !word.empty(); word = takeWord(data))
@@ -56,7 +56,8 @@ void voteForField(std::string_view data, Survey &survey)
     }
 }
 
-// Most of the first words have four digits or eight. Eight digits alone may also be a packet without data.
+// Returns true if most of the first words have four or eight digits. A lone word of eight digits may also be
+// a packet without data.
 bool looksLikeWords(std::string_view data)
 {
     constexpr size_t kWords = 5;
@@ -81,7 +82,7 @@ void surveyPacket(std::string_view data, Survey &survey)
         ++survey.rateCodes[bytes[6] >> 4];
 }
 
-// A line whose key is damaged still ends in its rate.
+// Returns the rate at the end of a line whose key is damaged.
 std::string_view rateAtEnd(std::string_view line)
 {
     line = withoutBlanks(line);
@@ -111,7 +112,7 @@ void surveyLine(std::string_view line, Survey &survey)
         return;
     ++survey.captionLines;
     survey.semicolons += head.time.separator == ';' ? 1 : 0;
-    survey.colons += head.time.separator == ':' ? 1 : 0; // "." and "," say nothing
+    survey.colons += head.time.separator == ':' ? 1 : 0; // "." and "," do not vote
     ++survey.frames[std::min<size_t>(head.time.frames, survey.frames.size() - 1)];
     survey.suffixes += head.hasField ? 1 : 0;
     const std::string_view data = withoutBlanks(line.substr(head.dataAt));
@@ -140,8 +141,8 @@ uint8_t Survey::rateCode() const
 
 bool Survey::exceeds(uint32_t numbers) const
 {
-    // Of lines that follow one another it is one in 25 at least, 24 for 25. A single damaged one decides
-    // nothing.
+    // If the real rate is higher, at least one in 25 successive lines has such a number (25 taken for 24). A
+    // single damaged line does not decide.
     constexpr uint32_t kShare = 40;
     uint32_t lines = 0;
     for (size_t number = numbers; number < frames.size(); ++number)
@@ -203,7 +204,7 @@ CountingChoice chooseCounting(KIVCS2CaptionFileKind kind, std::string_view rate,
     const KIVCS2CaptionCounting named = countingOfMCCRate(rate);
     if (named == KIVCS2CaptionCounting_FindOut)
     {
-        // "29.97DF" is none of the format's texts, but it does say that numbers are dropped.
+        // The format does not have "29.97DF", but the text still means that numbers are dropped.
         const bool drops = survey.drops() || rate.find_first_of("DFdf") != std::string_view::npos;
         CountingChoice choice{countingOfRateCode(code, drops), KIVCS2CaptionReason_Packets,
                               KIVCS2CaptionFault_None};
@@ -214,7 +215,7 @@ CountingChoice chooseCounting(KIVCS2CaptionFileKind kind, std::string_view rate,
             choice.fault = KIVCS2CaptionFault_RateDisagrees;
         return choice;
     }
-    // Of a text that stands for two rates the CDPs say which it is.
+    // If the text means two rates, the CDPs decide between them.
     CountingChoice choice{withRateCode(named, code), KIVCS2CaptionReason_Header, KIVCS2CaptionFault_None};
     if ((code != 0 && !rateAgrees(*countingInfo(named), code)) ||
         survey.exceeds(countingInfo(named)->m_numbers))

@@ -1,4 +1,4 @@
-// What the decoders of CEA-608 and CEA-708 share: cells of a screen, and captions told to the caller.
+// Shared by the decoders of CEA-608 and CEA-708: cells of a screen, and captions reported to the caller.
 #include "Private/Captions/TextSink.h"
 
 #include "Private/Captions/Characters.h"
@@ -10,7 +10,7 @@ namespace kiv::cc
 {
 namespace
 {
-// AARRGGBB; two bits of a colour are four even steps.
+// Converts to AARRGGBB; two bits of a colour are four even steps.
 uint32_t argb(Colour colour)
 {
     constexpr std::array<uint32_t, 4> kAlpha = {255, 255, 128, 0};
@@ -26,7 +26,7 @@ constexpr bool isText(KIVCS2CaptionService service)
     return service >= KIVCS2CaptionService_T1;
 }
 
-// Bit of a CEA-608 service in KIVCS2CaptionServices::m_line21.
+// Returns the bit of a CEA-608 service in KIVCS2CaptionServices::m_line21.
 constexpr uint32_t line21Bit(KIVCS2CaptionService service)
 {
     return 1u << (isText(service) ? service - KIVCS2CaptionService_T1 + 4

@@ -1,4 +1,4 @@
-// What the decoders of CEA-608 and CEA-708 share: cells of a screen, and captions told to the caller.
+// Shared by the decoders of CEA-608 and CEA-708: cells of a screen, and captions reported to the caller.
 #ifndef KIV_PRIVATE_CAPTIONS_TEXT_SINK_H
 #define KIV_PRIVATE_CAPTIONS_TEXT_SINK_H
 
@@ -9,8 +9,8 @@
 
 namespace kiv::cc
 {
-// A colour is as CEA-708 sends it: opacity, red, green and blue, two bits each. Opacity 0 is solid,
-// 1 flashing, 2 translucent, 3 transparent.
+// A colour in the form of CEA-708: opacity, red, green and blue, two bits each. Opacity 0 is solid, 1
+// flashing, 2 translucent, 3 transparent.
 using Colour = uint8_t;
 constexpr Colour kWhite = 0x3F;
 constexpr Colour kBlack = 0x00;
@@ -26,7 +26,7 @@ struct Pen
 
 struct Cell
 {
-    char32_t character = 0; // 0: nothing was written
+    char32_t character = 0; // 0: an empty cell
     Pen pen;
 };
 [[nodiscard]] constexpr bool isInk(const Cell &cell)
@@ -34,7 +34,7 @@ struct Cell
     return cell.character != 0 && cell.character != U' ';
 }
 
-// Rows of cells; `stride` from one to the next.
+// Rows of cells; `stride` is the distance from one row to the next, in cells.
 struct Grid
 {
     const Cell *cells;
@@ -49,7 +49,7 @@ struct Grid
 class TextSink
 {
 public:
-    static constexpr size_t kMostRows = 15, kMostColumns = 42; // of a window of CEA-708, the larger ones
+    static constexpr size_t kMostRows = 15, kMostColumns = 42; // of a CEA-708 window, the largest grid
 
     TextSink(const KIVCS2CaptionServices &services, bool screens, KIVCS2CaptionTextFunc onText, void *context)
         : m_services{services}, m_screens{screens}, m_onText{onText}, m_context{context}
@@ -57,15 +57,15 @@ public:
     }
 
     [[nodiscard]] bool wants(KIVCS2CaptionService service) const;
-    // Whole screens of roll-up instead of rows.
+    // Returns true if roll-up is reported as whole screens instead of rows.
     [[nodiscard]] bool screens() const
     {
         return m_screens;
     }
-    // Tells the rows `first` to `last`, if there is ink in them. `text` brings what the grid does not
-    // know.
+    // Reports the rows `first` to `last`, if there is ink in them. `text` has the members that the grid does
+    // not know.
     void emit(KIVCS2CaptionText text, const Grid &grid, size_t first, size_t last);
-    // What the caller has answered; its failure ends the feeding.
+    // Returns and clears the status of the callback; a failure ends the call of feed.
     [[nodiscard]] KIVCS2Status takeStatus();
     [[nodiscard]] bool failed() const
     {

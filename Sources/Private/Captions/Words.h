@@ -1,5 +1,5 @@
-// The words of a SMPTE ST 291-1 packet and where they are read from: any stream through its bit
-// reader, or a memory stream's own bytes, which gives the same words, position and bit state.
+// The words of a SMPTE ST 291-1 packet. They are read from any stream through its bit reader, or straight
+// from a memory stream's bytes, which gives the same words, position and bit state.
 #ifndef KIV_PRIVATE_CAPTIONS_WORDS_H
 #define KIV_PRIVATE_CAPTIONS_WORDS_H
 
@@ -15,7 +15,7 @@
 
 namespace kiv::captions
 {
-// One word: the 8 data bits, and above them bits 8 and 9 where the words have 10 bits.
+// One word: the 8 data bits, and above them bits 8 and 9 if words have 10 bits.
 using AncWord = uint16_t;
 
 constexpr unsigned kParityShift = 8;
@@ -23,7 +23,7 @@ constexpr unsigned kParityShift = 8;
 struct AncForm
 {
     bool tenBits;
-    uint8_t flagWords; // of `flag`, in front of the DID
+    uint8_t flagWords; // of `flag`, before the DID
     std::array<AncWord, 3> flag;
     AncWord did;
     AncWord sdid;
@@ -60,7 +60,7 @@ public:
         return status;
     }
 
-    // A stream that cannot tell counts as ended.
+    // A stream that fails to report its end counts as ended.
     [[nodiscard]] bool atEnd()
     {
         uint32_t eos = 0;
@@ -72,16 +72,17 @@ private:
     bool m_tenBits;
 };
 
-// Words straight from the bytes of a memory stream. The bit reader holds one byte fetched ahead and
-// at the end keeps the last one, so the same is done here; the stream is brought up to date at the end.
-// Kept: a packet whose data end early sees that last byte again, and may succeed.
+// Words straight from the bytes of a memory stream. Like the bit reader, it holds one byte fetched ahead and
+// keeps the last byte at the end; the destructor updates the stream.
+// Kept: a packet whose data end early reads that last byte again, and may succeed.
 class MemoryWords
 {
 public:
-    // The stream when it reads, and tells its end, as memory streams do, and has a byte to begin with.
+    // Returns the stream if it reads and reports its end as memory streams do and has at least one byte;
+    // otherwise null.
     [[nodiscard]] static KIVCS2MemoryStream *readable(KIVCS2Stream &stream)
     {
-        // isEndOfStream refuses a stream without a setPosition, which would leave a checksum untested.
+        // isEndOfStream fails for a stream without a setPosition, which would leave a checksum untested.
         if (stream.m_isEndOfStream != kivCS2MemoryStream_isEndOfStream || stream.m_setPosition == nullptr)
             return nullptr;
         KIVCS2MemoryStream *memory = asMemoryStream(stream);
@@ -129,7 +130,7 @@ private:
     }
 
     KIVCS2MemoryStream &m_memory;
-    std::span<const uint8_t> m_bytes; // what was unread at the begin; not empty
+    std::span<const uint8_t> m_bytes; // the bytes unread at the start; not empty
     size_t m_ahead = 0;               // the byte held ahead
     bool m_tenBits;
 };

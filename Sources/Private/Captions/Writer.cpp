@@ -44,7 +44,7 @@ bool hasLineEnd(std::string_view text)
     return text.find_first_of("\r\n") != std::string_view::npos;
 }
 
-// The present time by a pattern of Unicode TS 35.
+// Writes the current time by a pattern of Unicode TS 35.
 KIVCS2Status putDate(Output &out, const char *pattern)
 {
     const CFRef<CFStringRef> format{
@@ -121,7 +121,7 @@ KIVCS2Status Writer::putMCCHeader(const KIVCS2CaptionFileHeader &header)
 void Writer::putTimecode(uint32_t frame)
 {
     std::array<char, kTimecodeSize> text;
-    // MCC has ":" at every rate; in SCC the separator is the only word about the counting.
+    // MCC has ":" at every rate; in SCC only the separator shows the counting.
     writeTimecode(m_info, frame, !isMCC() && m_info.m_drop != 0 ? ';' : ':', text.data());
     m_out.put({text.data(), text.size()});
 }
@@ -135,7 +135,7 @@ KIVCS2Status Writer::writePacket(const KIVCS2CaptionPacket &packet)
     if (m_kind != KIVCS2CaptionFileKind_SCC)
         return KIVCS2STATUS_UNSUPPORTED_ERR;
     KIVCS2CaptionPairs pairs;
-    (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // no pairs are nothing to write
+    (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // empty if the packet has no pairs
     putPairs(packet.m_frame, pairs);
     return m_out.status();
 }
@@ -214,8 +214,8 @@ KIVCS2Status Writer::putFrame(uint32_t frame, const KIVCS2CaptionPairs *pairs,
 void Writer::putPairs(uint32_t frame, const KIVCS2CaptionPairs &pairs)
 {
     const size_t field = m_options.m_field == 2 ? 1 : 0;
-    // A frame of an SCC file has one pair: further ones take the next frames, and the pairs of those wait for
-    // them, over midnight too. Empty ones give way.
+    // A frame of an SCC file has one pair. Further pairs take the next frames, and the pairs of those frames
+    // wait for them, also past midnight. Empty pairs are left out in favour of them.
     const uint32_t day = m_info.m_perDay;
     const uint32_t waits = (m_freeFrame + day - frame % day) % day;
     const bool isLate = (m_isLate || frame == m_pairsFrame) && waits < day / 2;
@@ -235,11 +235,11 @@ void Writer::putPair(uint32_t frame, const uint8_t *pair)
     const bool follows = m_lineOpen && frame == m_nextFrame + m_emptyPairs;
     if (isEmptyPair(pair[0], pair[1]))
     {
-        // Written if a pair follows; at an end it says nothing.
+        // Written only if a pair follows: at the end of a line an empty pair has no meaning.
         m_emptyPairs += follows ? 1 : 0;
         return;
     }
-    // One caption a line: peers give every caption the time of its line.
+    // One caption in each line: other readers give every caption the time of its line.
     const bool isEnd = isEndOfCaption(pair);
     if (!follows || m_emptyPairs > kEmptyPairsMost || (m_captionEnded && !isEnd))
     {
@@ -289,8 +289,8 @@ KIVCS2Status Writer::writeText(const KIVCS2CaptionText &text)
 
 void Writer::putTimes(uint64_t from, uint64_t until)
 {
-    // Over midnight the end counts on; a caption lasts a frame at least, one of a file that goes back in time
-    // too.
+    // Past midnight the end counts on. A caption lasts at least one frame, even in a file that goes back in
+    // time.
     until = std::max(isNextDay(until, from) ? until + m_info.m_perDay : until, from + 1);
     const auto milliseconds = [&](uint64_t frame)
     {

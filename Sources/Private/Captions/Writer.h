@@ -33,7 +33,7 @@ private:
     {
         return m_kind == KIVCS2CaptionFileKind_MCC1 || m_kind == KIVCS2CaptionFileKind_MCC2;
     }
-    // What is more than half a day earlier than what stands before it is behind midnight.
+    // Returns true if `frame` is more than half a day earlier than `before`: it is then past midnight.
     [[nodiscard]] bool isNextDay(uint64_t frame, uint64_t before) const
     {
         return frame + m_info.m_perDay / 2 < before;
@@ -59,12 +59,12 @@ private:
     uint32_t m_lastFrame = 0;
 
     bool m_lineOpen = false;     // SCC
-    bool m_captionEnded = false; // with the pair before
+    bool m_captionEnded = false; // by the pair before
     uint32_t m_nextFrame = 0, m_emptyPairs = 0;
-    bool m_isLate = false;                               // pairs stand behind their frames
-    uint32_t m_pairsFrame = UINT32_MAX, m_freeFrame = 0; // of the pairs before, and the first one behind them
+    bool m_isLate = false;                               // pairs stand on later frames than their own
+    uint32_t m_pairsFrame = UINT32_MAX, m_freeFrame = 0; // of the pairs before, and the first one after them
     uint64_t m_cues = 0;
-    uint64_t m_cueFrom = 0; // of the cue before, counted on over midnight; at first the time zero
+    uint64_t m_cueFrom = 0; // of the cue before, counted on past midnight; at first the time zero
 };
 } // namespace kiv::cc
 

@@ -22,7 +22,7 @@ constexpr size_t kMostWords = kHeadWords + 255 + 1; // with user data and checks
 // The signs by which a place in the words is accepted as a packet.
 struct Trust
 {
-    bool placed;          // a flag or a record in front of the DID marks it
+    bool placed;          // a flag or a record before the DID marks it
     bool any;             // packets other than captions are searched for too
     bool checksumMayMiss; // the words end with the user data in this carrier
 };
