@@ -1,4 +1,4 @@
-// What is wrong with live captions, told as it happens.
+// The alarms of live captions.
 #include "Captions/Alarms.h"
 
 #include <utility>

@@ -1,4 +1,4 @@
-// What is wrong with live captions, told as it happens: at once, and then once a second at most.
+// The alarms of live captions. Each is reported at once, and then at most once a second.
 #ifndef KIV_TOOL_CAPTION_ALARMS_H
 #define KIV_TOOL_CAPTION_ALARMS_H
 
@@ -14,22 +14,22 @@ namespace tool
 
 enum class Alarm : uint8_t
 {
-    NoPackets, ///< none for a second
+    NoPackets, ///< no packet for a second
     Lost,      ///< packets are missing
-    Restart,   ///< the sender has begun anew
-    Malformed, ///< not RTP, or not what RFC 8331 and SMPTE ST 334-2 say
+    Restart,   ///< the sender has restarted
+    Malformed, ///< not RTP, or not as RFC 8331 and SMPTE ST 334-2 require
     Checksum,
     Parity,
-    Sequence, ///< a CDP does not count on
+    Sequence, ///< a CDP's counter does not follow the one before
     Rate,     ///< CDPs of another rate
-    NoCaption ///< for as long as the user said
+    NoCaption ///< no caption for the time that the user set
 };
 constexpr size_t kAlarmCount = static_cast<size_t>(Alarm::NoCaption) + 1;
 
-/// "noPackets", for programs.
+/// Returns the name for programs: "noPackets".
 [[nodiscard]] std::string_view alarmName(Alarm alarm);
 
-/// Every alarm is counted; a cause that comes again and again is told once a second with its number.
+/// Counts every alarm. A cause that repeats is reported once a second with its count.
 class Alarms
 {
 public:
@@ -37,7 +37,7 @@ public:
     struct Told
     {
         Alarm alarm;
-        uint64_t count; ///< since the last time
+        uint64_t count; ///< since the last report
         std::string timecode, text;
     };
     using OnAlarm = std::function<void(const Told &)>;
@@ -46,7 +46,7 @@ public:
 
     void raise(Alarm alarm, const std::string &timecode, const std::string &text, uint64_t count = 1);
 
-    /// Tells what has been held back for a second; at the `end` all of it.
+    /// Reports the alarms held back for a second; at the `end` all that are held back.
     void tick(bool end = false);
 
     [[nodiscard]] uint64_t count(Alarm alarm) const
@@ -58,7 +58,7 @@ private:
     struct Row
     {
         uint64_t total = 0;
-        Clock::time_point next{}; ///< told again from here on
+        Clock::time_point next{}; ///< the next report may be made from here on
         Told held{};
     };
 

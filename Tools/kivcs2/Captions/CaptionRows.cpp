@@ -1,4 +1,4 @@
-// Captions as rows for people and objects for programs.
+// Captions as rows for people and JSON objects for programs.
 #include "Captions/CaptionRows.h"
 
 #include "Captions/Services.h"

@@ -1,4 +1,4 @@
-// Captions as rows for people and objects for programs.
+// Captions as rows for people and JSON objects for programs.
 #ifndef KIV_TOOL_CAPTION_ROWS_H
 #define KIV_TOOL_CAPTION_ROWS_H
 
@@ -9,10 +9,10 @@
 namespace tool
 {
 
-/// from, until, channel, mode and text; timecodes in `counting`.
+/// Returns from, until, channel, mode and text, with timecodes in `counting`.
 [[nodiscard]] Json captionJson(const KIVCS2CaptionText &text, KIVCS2CaptionCounting counting);
 
-/// The same on standard output, the text's rows below each other.
+/// Prints the same on standard output, each row of the text on its own line.
 void printCaption(const KIVCS2CaptionText &text, KIVCS2CaptionCounting counting);
 
 } // namespace tool

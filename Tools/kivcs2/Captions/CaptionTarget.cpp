@@ -1,4 +1,4 @@
-// A caption file that is written, over the library's writer.
+// A caption file to be written, by the library's writer.
 #include "Captions/CaptionTarget.h"
 
 #include <array>

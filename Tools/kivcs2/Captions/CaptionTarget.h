@@ -1,4 +1,4 @@
-// A caption file that is written: it takes its name when it is whole and has been read back.
+// A caption file to be written: it gets its name when it is complete and has been read back.
 #ifndef KIV_TOOL_CAPTION_TARGET_H
 #define KIV_TOOL_CAPTION_TARGET_H
 
@@ -20,7 +20,7 @@ struct TargetWay
     KIVCS2CaptionFileHeader header{};
 };
 
-/// The library's writer over an output file. What stops a write is thrown with the system's reason.
+/// The library's writer onto an output file. A failing write throws with the system's reason.
 class CaptionTarget
 {
 public:
@@ -29,12 +29,12 @@ public:
     CaptionTarget(const CaptionTarget &) = delete;
     CaptionTarget &operator=(const CaptionTarget &) = delete;
 
-    /// The bytes as they are; to SCC the pairs of the field.
+    /// Writes the packet's bytes unchanged; to SCC the pairs of the field.
     void write(const KIVCS2CaptionPacket &packet);
     void write(uint32_t frame, const KIVCS2CaptionPairs &pairs);
     void write(const KIVCS2CaptionText &text);
 
-    /// Ends the file, which can be read from `readablePath` from here on.
+    /// Ends the file; after that `readablePath` can be read.
     void finish();
     [[nodiscard]] std::string readablePath() const
     {

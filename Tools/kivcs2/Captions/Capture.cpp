@@ -12,7 +12,7 @@ namespace tool
 namespace
 {
 
-constexpr size_t kBlock = size_t{1} << 20; // a 436M line record has 96 KiB at most
+constexpr size_t kBlock = size_t{1} << 20; // a 436M line record has at most 96 KiB
 constexpr size_t kMostPayload = 0xFFFF;    // a length of RFC 4571 has 16 bits
 
 bool hasFirst(std::span<const uint8_t> bytes, uint8_t mask, uint8_t value)
@@ -28,7 +28,7 @@ Capture::Capture(const std::string &path, KIVCS2CaptionCarrier form, uint32_t wi
     if (form != KIVCS2CaptionCarrier_V210Luma)
         return;
     constexpr uint32_t kSD = 720;
-    constexpr size_t kSamples = 48, kBytes = 128; // what a row is padded to
+    constexpr size_t kSamples = 48, kBytes = 128; // a row is padded to a multiple
     m_rowBytes = (width + kSamples - 1) / kSamples * kBytes;
     m_forms = {KIVCS2CaptionCarrier_V210Luma, KIVCS2CaptionCarrier_V210Chroma};
     m_formCount = width == kSD ? 1 : 2;
@@ -72,8 +72,8 @@ bool Capture::nextInStream(CapturedPacket &found)
     }
 }
 
-// Whether what is left at the end is a piece of a record or packet, too small to be found. A frame of 436M
-// without records is zeros, and a DID or a part of a flag alone may be chance.
+// Returns true if the bytes left at the end are a piece of a record or packet that is too small to be found.
+// A 436M frame without records is zeros, and a DID or a part of a flag alone may be there by chance.
 bool Capture::hasBegun() const
 {
     const std::span<const uint8_t> rest = std::span{m_bytes}.subspan(m_at);
@@ -90,7 +90,7 @@ bool Capture::hasBegun() const
     return rest.size() % unit != 0 || rest.size() / unit >= (hasFlag ? kFlag : kHead);
 }
 
-// Puts the next block behind what may be the beginning of a packet; false at the end.
+// Appends the next block to the possible start of a packet; returns false at the end.
 bool Capture::grow()
 {
     const uint64_t passed = std::min<uint64_t>(m_at, m_bytes.size()) & ~uint64_t{1}; // whole 16-bit units
@@ -100,7 +100,7 @@ bool Capture::grow()
     return read(kBlock) > 0;
 }
 
-// Reads behind what is there; how many bytes came.
+// Appends up to `size` bytes and returns the number of bytes read.
 size_t Capture::read(size_t size)
 {
     const size_t before = m_bytes.size();
@@ -155,7 +155,8 @@ bool Capture::readRow()
     return count > 0;
 }
 
-// The first byte of RTP has the version, 2, in its high bits; as a length that would be above 32,767.
+// Reads the next payload. The first byte of RTP has the version, 2, in its high bits; taken as the start of
+// a length it would make it at least 32,768.
 bool Capture::readPayload()
 {
     if (m_isAlone)
@@ -213,7 +214,8 @@ void CaptureDecoder::begin(const KIVCS2CaptionPacket &packet)
                       [this](const KIVCS2CaptionText &text) { m_onText(text, m_counting); });
 }
 
-// The time code of SMPTE 334-2: hours, minutes, seconds with the field flag, frames with the drop flag.
+// Returns the frame of the time code (SMPTE 334-2): hours, minutes, seconds with the field flag, frames with
+// the drop flag.
 std::optional<uint32_t> CaptureDecoder::timeOf(const KIVCS2CaptionPacket &packet) const
 {
     if ((packet.m_flags & KIVCS2CaptionPacketFlag_HasTimeCode) == 0)
@@ -255,7 +257,7 @@ void CaptureDecoder::take(const KIVCS2CaptionPacket &packet)
 {
     const bool isCDP = (packet.m_flags & KIVCS2CaptionPacketFlag_CDP) != 0;
     if (packet.m_tripletCount == 0 && !isCDP)
-        return; // too damaged to say anything
+        return; // too damaged to use
     if (isCDP && !m_hasCDP)
     {
         finish();

@@ -1,4 +1,4 @@
-// The ways from packets to a file: packets as they are, pairs on their frames, and captions as cues.
+// The conversions of packets to a file: packets unchanged, pairs on their frames, and captions as cues.
 #include "Captions/Conversion.h"
 
 #include "Captions/Cues.h"
@@ -73,7 +73,7 @@ private:
     std::unique_ptr<Tally> m_out;
 };
 
-/// SCC to MCC, SCC to SCC and MCC to SCC: every pair on its frame. In SCC a frame has one pair: further ones
+/// SCC to MCC, SCC to SCC and MCC to SCC: every pair on its frame. In SCC a frame has one pair: further pairs
 /// wait for the next frame.
 class PairCopy final : public Conversion
 {
@@ -167,7 +167,7 @@ private:
     void takeField(uint32_t frame, const KIVCS2CaptionPairs &pairs)
     {
         const uint32_t field = m_way.field - 1;
-        if (frame < m_frame) // over midnight, or back in time as the source is
+        if (frame < m_frame) // past midnight, or back in time like the source
             m_free = frame;
         m_frame = frame;
         for (uint32_t index = 0; index < pairs.m_count[field]; ++index)
@@ -188,7 +188,7 @@ private:
         }
     }
 
-    // What the other field and CEA-708 have.
+    // Adds the contents of the other field and of CEA-708, which are left out.
     void tellLeftOut(const Tally &in, Facts &facts, Json &value) const
     {
         CaptionCounts others;
@@ -213,7 +213,7 @@ private:
     Digest m_digest;
     uint64_t m_pairs = 0, m_packets = 0, m_moved = 0;
     uint32_t m_perDay;
-    uint32_t m_frame = 0, m_free = 0; ///< SCC: of the packet before; the next frame without a pair
+    uint32_t m_frame = 0, m_free = 0; ///< SCC: frame of the packet before; the next frame without a pair
 };
 
 /// Captions of one service as cues.
@@ -227,15 +227,15 @@ public:
         m_target.emplace(m_way.target, targetWay());
     }
 
-    // Of the frames of a file that runs over midnight those behind it are the smaller ones.
+    // In a file that runs past midnight, the frames after midnight are smaller.
     void take(const KIVCS2CaptionPacket &packet) override
     {
         m_day += isDayBefore(m_frame, packet.m_frame) ? m_perDay : 0;
         m_frame = packet.m_frame;
     }
 
-    // With no service asked for, the best one that has shown a caption is written. When a better one comes,
-    // this is its first caption, and the file begins anew with it.
+    // If no service is asked for, the best service with a caption is written. When a better one shows its
+    // first caption, the file starts again with that caption.
     void take(const KIVCS2CaptionText &text) override
     {
         if (m_way.service == 0 && (m_service == 0 || rank(text.m_service) < rank(m_service)))
@@ -297,7 +297,7 @@ public:
     }
 
 private:
-    // CC1, S1, the others of CEA-608, those of CEA-708, and text services last.
+    // Ranks CC1 first, then S1, the others of CEA-608, the others of CEA-708, and the text services last.
     static uint32_t rank(KIVCS2CaptionService service)
     {
         constexpr std::array<KIVCS2CaptionService, 2> kFirst = {KIVCS2CaptionService_CC1,
@@ -332,10 +332,10 @@ private:
     KIVCS2CaptionService m_service;
     Cues m_cues;
     uint32_t m_perDay;
-    uint32_t m_frame = 0, m_day = 0; ///< of the packet before; frames up to the midnight before it
+    uint32_t m_frame = 0, m_day = 0; ///< frame of the packet before; frames up to the midnight before it
 };
 
-// Whether the pairs of a source go into a target. Throws if its rate is in the way.
+// Throws if the rate of the source does not allow its pairs in the target.
 void checkRates(const CaptionSource &source, const ConversionWay &way)
 {
     const Counting &counting = rowOf(way.counting);

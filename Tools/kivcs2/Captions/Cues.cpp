@@ -1,4 +1,4 @@
-// The cues of SRT and WebVTT, to compare a file with the captions it was made of.
+// The cues of SRT and WebVTT, to compare a file with the captions that it was made from.
 #include "Captions/Cues.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ struct Times
     uint64_t from, until;
 };
 
-// Takes "HH:MM:SS,mmm" in milliseconds off the front.
+// Removes "HH:MM:SS,mmm" from the front of `text` and returns it in milliseconds.
 std::optional<uint64_t> takeTime(std::string_view &text)
 {
     constexpr std::array<std::pair<uint64_t, std::string_view>, 4> kParts = {
@@ -49,7 +49,7 @@ std::optional<Times> timesOf(std::string_view line)
     return until ? std::optional<Times>{{*from, *until}} : std::nullopt;
 }
 
-// The tags of SRT: those that the library writes. Others are text.
+// Returns true for the tags of SRT that the library writes. Other tags are text.
 bool isTag(std::string_view text)
 {
     constexpr std::array<std::string_view, 5> kTags = {"<i>", "</i>", "<u>", "</u>", "</font>"};
@@ -59,7 +59,7 @@ bool isTag(std::string_view text)
            (text.starts_with(kPlace) && text.size() == kPlace.size() + 2);
 }
 
-// Without tags, of which one may stand within what is text but looks like one.
+// Returns the text without tags. A tag may stand inside text that looks like a tag.
 std::string withoutTags(std::string_view text)
 {
     std::string plain;
@@ -74,7 +74,7 @@ std::string withoutTags(std::string_view text)
     return plain;
 }
 
-// Of WebVTT every "<" begins a tag, and text has escapes.
+// Returns WebVTT text without markup: every "<" begins a tag, and the text has escapes.
 std::string withoutMarkup(std::string_view text)
 {
     constexpr std::array<std::pair<std::string_view, char>, 3> kEscapes = {
@@ -87,7 +87,7 @@ std::string withoutMarkup(std::string_view text)
         const bool isTag = text.front() == '<';
         if (!isTag)
             plain += escape != kEscapes.end() ? escape->second : text.front();
-        const size_t size = isTag                      ? text.find('>') + 1 // 0 without an end
+        const size_t size = isTag                      ? text.find('>') + 1 // 0 if it has no end
                             : escape != kEscapes.end() ? escape->first.size()
                                                        : 1;
         text.remove_prefix(size == 0 ? text.size() : size);
@@ -102,7 +102,7 @@ void Cues::add(uint64_t from, uint64_t until, std::string_view text)
     addPlain(from, until, m_isWebVTT ? std::string{text} : withoutTags(text));
 }
 
-// Blanks are trimmed in the file, and rows may be empty.
+// Leaves out blanks, which are trimmed in the file, and empty rows.
 void Cues::addPlain(uint64_t from, uint64_t until, std::string text)
 {
     std::erase_if(text, [](char character) { return character == ' ' || character == '\n'; });

@@ -1,4 +1,4 @@
-// The cues of SRT and WebVTT, to compare a file with the captions it was made of.
+// The cues of SRT and WebVTT, to compare a file with the captions that it was made from.
 #ifndef KIV_TOOL_CAPTION_CUES_H
 #define KIV_TOOL_CAPTION_CUES_H
 
@@ -11,16 +11,16 @@
 namespace tool
 {
 
-/// Cues in their order: times, and text without tags and blanks.
+/// Cues in order: times, and text without tags and blanks.
 class Cues
 {
 public:
     explicit Cues(bool isWebVTT) : m_isWebVTT(isWebVTT) {}
 
-    /// Times are in milliseconds. `text` has no tags; what looks like one in it counts no more than a tag.
+    /// Times are in milliseconds. `text` has no tags; text that looks like a tag is dropped like one.
     void add(uint64_t from, uint64_t until, std::string_view text);
 
-    /// All cues of a file.
+    /// Adds all cues of a file.
     void read(std::istream &file);
 
     [[nodiscard]] uint64_t number() const

@@ -1,4 +1,4 @@
-// What a viewer sees of a caption file.
+// The captions of a file as a viewer sees them.
 #include "Captions/Decoding.h"
 
 #include "Failure.h"

@@ -1,4 +1,4 @@
-// What a viewer sees of a caption file.
+// The captions of a file as a viewer sees them.
 #ifndef KIV_TOOL_CAPTION_DECODING_H
 #define KIV_TOOL_CAPTION_DECODING_H
 
@@ -10,11 +10,11 @@
 namespace tool
 {
 
-/// A decoder of the library that frees itself.
+/// A library decoder that frees itself.
 class CaptionDecoder
 {
 public:
-    /// May throw to stop.
+    /// May throw to stop the decoding.
     using OnText = std::function<void(const KIVCS2CaptionText &)>;
 
     CaptionDecoder(const KIVCS2CaptionServices &services, KIVCS2CaptionCounting counting, OnText onText);
@@ -24,7 +24,7 @@ public:
 
     void feed(const KIVCS2CaptionPacket &packet);
 
-    /// What is still on the screen ends behind the last packet.
+    /// Ends the captions that are still on the screen after the last packet.
     void finish();
 
     [[nodiscard]] KIVCS2CaptionDecoderReport report() const;
@@ -36,7 +36,7 @@ private:
     OnText m_onText;
     std::exception_ptr m_thrown;
     KIVCS2CaptionDecoder m_decoder{};
-    uint32_t m_next = 0; ///< the frame behind the last packet
+    uint32_t m_next = 0; ///< the frame after the last packet
 };
 
 } // namespace tool

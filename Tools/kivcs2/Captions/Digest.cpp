@@ -1,4 +1,4 @@
-// What was read or written, summed up for a comparison.
+// A checksum of the captions read or written, for a comparison.
 #include "Captions/Digest.h"
 
 #include <KIVCoreServices2/KIVCS2Base.h>

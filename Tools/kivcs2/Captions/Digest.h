@@ -1,4 +1,4 @@
-// What was read or written, summed up for a comparison.
+// A checksum of the captions read or written, for a comparison.
 #ifndef KIV_TOOL_CAPTION_DIGEST_H
 #define KIV_TOOL_CAPTION_DIGEST_H
 
@@ -17,10 +17,10 @@ public:
     void add(std::span<const uint8_t> bytes);
     void add(std::span<const uint32_t> numbers);
 
-    /// One pair on its frame.
+    /// Adds one pair with its frame.
     void add(uint32_t frame, uint32_t field, const uint8_t (&pair)[2]);
 
-    /// The bytes of a packet with its frame and suffixes.
+    /// Adds the bytes of a packet with its frame and suffixes.
     void add(const KIVCS2CaptionPacket &packet);
 
     [[nodiscard]] bool operator==(const Digest &other) const = default;

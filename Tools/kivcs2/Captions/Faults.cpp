@@ -1,4 +1,4 @@
-// The faults of a caption file: counted, told in lines and as JSON.
+// The faults of a caption file: counted, and reported as lines and as JSON.
 #include "Captions/Faults.h"
 
 #include "Terminal/Output.h"

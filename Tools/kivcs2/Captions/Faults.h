@@ -1,4 +1,4 @@
-// The faults of a caption file: counted, told in lines and as JSON.
+// The faults of a caption file: counted, and reported as lines and as JSON.
 #ifndef KIV_TOOL_CAPTION_FAULTS_H
 #define KIV_TOOL_CAPTION_FAULTS_H
 
@@ -16,20 +16,20 @@
 namespace tool
 {
 
-/// Called with every fault; it may throw to stop.
+/// Called with every fault; may throw to stop.
 using OnFault = std::function<void(const KIVCS2CaptionFileFault &)>;
 
-/// The faults of one file. Memory does not grow with them: the first of each cause is kept.
+/// The faults of one file. Keeps only the first of each cause, so that memory does not grow with them.
 class FoundFaults
 {
 public:
-    /// `file` is the name for messages.
+    /// `file` is the name used in messages.
     FoundFaults(std::string file, OnFault onFault);
     FoundFaults(const FoundFaults &) = delete;
     FoundFaults &operator=(const FoundFaults &) = delete;
 
-    /// A KIVCS2CaptionFaultFunc, whose context is the FoundFaults. What the caller's function throws is kept
-    /// for rethrow(): no exception crosses the library.
+    /// A KIVCS2CaptionFaultFunc whose context is the FoundFaults. An exception of the caller's function is
+    /// kept for rethrow(), because no exception may cross the library.
     static KIVCS2Status take(const KIVCS2CaptionFileFault *fault, void *context) noexcept;
     void rethrow() const;
 
@@ -42,14 +42,14 @@ public:
         return m_first[fault];
     }
 
-    /// Places at which a line, a pair or a part of a packet was lost.
+    /// Returns the number of places at which a line, a pair or a part of a packet was lost.
     [[nodiscard]] uint64_t lost() const;
 
-    /// One line a cause on standard error, by the places where they were met first. `besides` is told by
-    /// another.
+    /// Prints one line for each cause on standard error, in the order of their first places. The caller
+    /// reports `besides` itself.
     void tell(KIVCS2CaptionFault besides = KIVCS2CaptionFault_None) const;
 
-    /// The fault that a read ended with, as a failure; null if `status` came from none.
+    /// Returns the fault that a read ended with; null if `status` does not come from a fault.
     [[nodiscard]] const KIVCS2CaptionFileFault *endOf(KIVCS2Status status) const;
 
 private:
@@ -64,13 +64,13 @@ private:
 /// `unknown character in column 17, ","; expected hexadecimal digits or letters of the format`
 [[nodiscard]] std::string sentence(const KIVCS2CaptionFileFault &fault);
 
-/// The same with another end than what was expected.
+/// The same with `end` in place of the text expected.
 [[nodiscard]] std::string sentence(const KIVCS2CaptionFileFault &fault, const std::string &end);
 
-/// What was found, at most `most` bytes of it, as it may be shown.
+/// Returns at most `most` bytes of the text found, made safe to print.
 [[nodiscard]] std::string foundText(const KIVCS2CaptionFileFault &fault, size_t most);
 
-/// Name, line, column, offset, frame, expected, found, lost, and the file; null for what is not known.
+/// Returns name, line, column, offset, frame, expected, found, lost, and the file; null for unknown values.
 [[nodiscard]] Json toJson(const std::string &file, const KIVCS2CaptionFileFault &fault);
 
 } // namespace tool

@@ -1,4 +1,4 @@
-// What cdp find lists of a capture.
+// The list that cdp find makes of a capture.
 #include "Captions/Findings.h"
 
 #include "Captions/CaptionRows.h"
@@ -17,9 +17,9 @@ namespace tool
 namespace
 {
 
-constexpr size_t kRows = 1000; // that a table holds before it is printed
+constexpr size_t kRows = 1000; // rows that a table holds before it is printed
 
-// Only the forms that say where a packet was have columns for it.
+// Only the forms that know a packet's place have columns for it.
 Table tableFor(const std::string &form)
 {
     if (form == "291m")
@@ -83,7 +83,7 @@ int Findings::close(const Capture &capture)
         m_array->close();
     else if (m_table.size() > 0)
         m_table.print();
-    out().flush(); // what is wrong comes behind what is there
+    out().flush(); // faults come after the rows
     const std::string name = capture.input().name();
     m_causes.tell(name);
     const bool isDamaged = tell(name, capture.damage());
@@ -162,7 +162,7 @@ void Findings::add(const KIVCS2CaptionText &text, KIVCS2CaptionCounting counting
         printCaption(text, counting);
 }
 
-// What is wrong with the capture around the packets.
+// Reports the damage of the capture outside the packets.
 bool Findings::tell(const std::string &name, const Capture::Damage &damage) const
 {
     const std::string format = " (" + statusText(KIVCS2STATUS_FORMAT_ERR) + ")";

@@ -1,4 +1,4 @@
-// What cdp find lists of a capture: its packets, or the captions in them.
+// The list that cdp find makes of a capture: its packets, or the captions in them.
 #ifndef KIV_TOOL_CAPTION_FINDINGS_H
 #define KIV_TOOL_CAPTION_FINDINGS_H
 
@@ -12,13 +12,13 @@
 namespace tool
 {
 
-/// A row or an object for each, so that memory does not grow with the capture.
+/// Prints a row or a JSON object for each at once, so that memory does not grow with the capture.
 class Findings
 {
 public:
     struct Way
     {
-        std::string form;    ///< 291m, 436m, v210 or rtp: what the rows say of a place
+        std::string form;    ///< 291m, 436m, v210 or rtp; decides how the rows show a place
         std::string service; ///< of captions; empty for all
         bool captions = false, json = false;
     };
@@ -27,7 +27,7 @@ public:
 
     void add(const CapturedPacket &found);
 
-    /// Prints what is left, and on standard error what is wrong. The exit code.
+    /// Prints the remaining rows, and the faults on standard error. Returns the exit code.
     int close(const Capture &capture);
 
 private:

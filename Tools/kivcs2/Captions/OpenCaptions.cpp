@@ -1,4 +1,4 @@
-// A caption file as the words of the command read it.
+// A caption file as the command's words read it.
 #include "Captions/OpenCaptions.h"
 
 #include "Files/Files.h"
@@ -16,20 +16,20 @@ namespace tool
 namespace
 {
 
-constexpr size_t kHead = size_t{64} * 1024;     // what the reader looks at before it decides
-constexpr size_t kMostKept = size_t{256} << 20; // of a pipe that must be gone through more than once
+constexpr size_t kHead = size_t{64} * 1024;     // the reader decides on this much text
+constexpr size_t kMostKept = size_t{256} << 20; // of a pipe that must be read more than once
 
-/// An input behind the library's stream interface. A pipe is kept as far as it was read while `keeps` is set,
-/// and can be begun again.
+/// An input behind the library's stream interface. While `keeps` is set, the bytes read from a pipe are kept,
+/// so that it can be read from its start again.
 struct InputStream
 {
-    KIVCS2Stream stream{}; ///< first: the library hands this part back
+    KIVCS2Stream stream{}; ///< the first member: the library passes it to the callbacks
     Input input;
     std::vector<uint8_t> kept;
     size_t at = 0;       ///< in `kept`
     size_t most = kHead; ///< reading ends here while `keeps` is set
     bool keeps = false;
-    bool isWhole = false; ///< `kept` is all there is
+    bool isWhole = false; ///< `kept` has the whole pipe
     std::exception_ptr failure;
 
     explicit InputStream(const std::string &path) : input(path)
@@ -129,7 +129,7 @@ private:
     }
 };
 
-/// A file of the library that frees itself.
+/// A library file that frees itself.
 struct OpenFile
 {
     KIVCS2CaptionFile file{};
@@ -143,7 +143,7 @@ struct OpenFile
     OpenFile &operator=(const OpenFile &) = delete;
 };
 
-// "29.97" and "59.94" leave it to the file whether numbers are dropped.
+// Returns true for "29.97" and "59.94": with them the file decides if numbers are dropped.
 bool leavesDropOpen(std::string_view rate)
 {
     return rate == "29.97" || rate == "59.94";
@@ -174,7 +174,7 @@ struct CaptionSource::State
     OpenFile reader;
     KIVCS2CaptionFileHeader header{};
     std::optional<Progress> progress;
-    uint64_t read = 0; ///< the furthest place
+    uint64_t read = 0; ///< the highest offset
     bool isPlaced = false;
 
     State(const ReadingArguments &arguments, ReadingWay how)
@@ -192,11 +192,11 @@ struct CaptionSource::State
         check(kivCS2CaptionFile_initReading(&reader.file, &input.stream, false, &options),
               input.input.name());
         done(kivCS2CaptionFile_readHeader(&reader.file, &header));
-        if (header.m_counting == KIVCS2CaptionCounting_FindOut) // neither a rate nor a caption to be numbered
+        if (header.m_counting == KIVCS2CaptionCounting_FindOut) // no rate, and no caption that needs one
             header.m_counting = KIVCS2CaptionCounting_29_97NDF;
     }
 
-    // What must be known of the file before it is read. Nothing is told yet: the reading will.
+    // Finds out what must be known before the file is read. Reports no faults: the read does that.
     void settle(const ReadingArguments &arguments, KIVCS2CaptionReadOptions &options)
     {
         const Counting *named = arguments.rate.empty() ? nullptr : &countingFor(arguments.rate, std::nullopt);
@@ -223,12 +223,12 @@ struct CaptionSource::State
         OpenFile file;
         input.keeps = true;
         if (KIVCS2_SUCCEEDED(kivCS2CaptionFile_initReading(&file.file, &input.stream, false, nullptr)))
-            (void)kivCS2CaptionFile_readHeader(&file.file, &found); // what it cannot say is left open
+            (void)kivCS2CaptionFile_readHeader(&file.file, &found); // unknown values stay open
         input.beginAgain();
         return found;
     }
 
-    // Throws what stopped the library.
+    // Throws the failure that stopped the library.
     void done(KIVCS2Status status)
     {
         if (!KIVCS2_FAILED(status))

@@ -1,4 +1,4 @@
-// What is in one caption packet.
+// The contents of one caption packet.
 #include "Captions/PacketContent.h"
 
 #include "Captions/OpenCaptions.h"
@@ -15,7 +15,7 @@ namespace tool
 namespace
 {
 
-constexpr size_t kHead = 3; // DID, SDID and data count in front of the user data
+constexpr size_t kHead = 3; // DID, SDID and data count before the user data
 
 KIVCS2CaptionPacket parsed(std::span<const uint8_t> bytes)
 {

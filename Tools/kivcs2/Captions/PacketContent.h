@@ -1,4 +1,4 @@
-// What is in one caption packet, read once for a table, for JSON and for the causes of what is wrong.
+// The contents of one caption packet, read once for a table, for JSON and for the causes of its faults.
 #ifndef KIV_TOOL_PACKET_CONTENT_H
 #define KIV_TOOL_PACKET_CONTENT_H
 
@@ -16,7 +16,7 @@
 namespace tool
 {
 
-/// A packet with what is read from it more than once.
+/// A packet with the contents that are needed more than once.
 struct Content
 {
     KIVCS2CaptionPacket packet{};
@@ -30,7 +30,7 @@ struct Content
     {
         return (packet.m_flags & KIVCS2CaptionPacketFlag_CDP) != 0;
     }
-    /// The user data, as many as are there.
+    /// Returns the user data that the packet has.
     [[nodiscard]] std::span<const uint8_t> cdp() const;
     [[nodiscard]] std::span<const uint8_t> bytes708() const
     {
@@ -47,14 +47,14 @@ struct Content
 [[nodiscard]] std::string listedOrNone(const std::vector<CaptionPair> &pairs);
 [[nodiscard]] std::string hexOf(std::span<const uint8_t> bytes);
 
-/// The causes that were met, each with its number and its first place.
+/// The causes found, each with its count and its first place.
 class Causes
 {
 public:
-    /// `where` is empty for the one packet there is.
+    /// `where` is empty if there is only one packet.
     void add(const Content &content, const std::string &where);
 
-    /// One line a cause on standard error.
+    /// Prints one line for each cause on standard error.
     void tell(const std::string &name) const;
 
 private:

@@ -29,7 +29,7 @@ std::string description(CaptionPair pair)
                : words.data();
 }
 
-// Whether the code is in a row of the table of codes, of either channel.
+// Returns true if the code is in a row of the table of codes, in either channel.
 bool isCode(CaptionPair pair, uint8_t set, uint8_t from, uint8_t to)
 {
     const unsigned second = pair.second & 0x7Fu;
@@ -151,7 +151,7 @@ void Transcript::feed(CaptionPair pair)
         m_items.push_back(pair.words());
         return;
     }
-    if (isExtended(pair)) // takes the place of the character before it
+    if (isExtended(pair)) // replaces the character before it
     {
         dropLast(m_text);
         dropLast(m_allText);

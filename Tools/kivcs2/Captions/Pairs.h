@@ -37,35 +37,36 @@ struct CaptionPair
 
     [[nodiscard]] std::string hex() const; ///< "942c"
 
-    /// The pair in words: "erase displayed memory", "characters Hi"; "empty".
+    /// Returns the pair in words: "erase displayed memory", "characters Hi", or "empty".
     [[nodiscard]] std::string words() const;
 
-    /// Its characters as UTF-8; a blank for a mid-row code, which takes a cell; empty for other codes.
+    /// Returns its characters as UTF-8. A mid-row code is a blank, because it takes a cell; other codes are
+    /// empty.
     [[nodiscard]] std::string text() const;
 };
 
-/// The pair of four hexadecimal digits; throws for any other word.
+/// Returns the pair of four hexadecimal digits; throws for any other word.
 [[nodiscard]] CaptionPair parseCaptionPair(std::string_view word);
 
-/// The pairs of one field of a packet, 1 or 2.
+/// Returns the pairs of one field of a packet, 1 or 2.
 [[nodiscard]] std::vector<CaptionPair> pairsOf(const KIVCS2CaptionPacket &packet, uint32_t field);
 
-/// The CEA-708 bytes of a packet, two a triplet.
+/// Returns the CEA-708 bytes of a packet, two from each triplet.
 [[nodiscard]] std::vector<CaptionPair> dtvccOf(const KIVCS2CaptionPacket &packet);
 
-/// Their digits, with a blank or other text between them.
+/// Returns the digits of the pairs with a blank or other text between them.
 [[nodiscard]] std::string listed(const std::vector<CaptionPair> &pairs, std::string_view between = " ");
 
-/// Pairs as a list of codes in words and quoted text, doubled codes once.
+/// Pairs as a list of codes in words and quoted text; doubled codes appear once.
 class Transcript
 {
 public:
     void feed(CaptionPair pair);
 
-    /// Codes and texts in quotes, in their order.
+    /// Returns codes and texts in quotes, in order.
     [[nodiscard]] const std::vector<std::string> &items();
 
-    /// The texts alone.
+    /// Returns only the texts.
     [[nodiscard]] const std::string &text() const
     {
         return m_allText;

@@ -1,4 +1,4 @@
-// A caption file's packets on another rate, over the library's retimer.
+// A caption file's packets at another rate, through the library's retimer.
 #include "Captions/Retiming.h"
 
 #include "Captions/Services.h"
@@ -80,7 +80,7 @@ Retiming::Retiming(const CaptionSource &source, const RetimeArguments &arguments
     m_offset = offsetOf(arguments.offset);
     for (const std::string &text : {arguments.from, arguments.until})
         if (!text.empty())
-            (void)source.frameOf(text); // what is mistyped is said before anything is read
+            (void)source.frameOf(text); // report a mistyped value before anything is read
     const double change = double{1} * m_to.m_numerator * m_from.m_denominator /
                           (double{1} * m_to.m_denominator * m_from.m_numerator);
     if (m_isSameFrames && (change > 1.05 || change < 0.95))
@@ -102,7 +102,7 @@ int64_t Retiming::due(uint64_t frame) const
     return static_cast<int64_t>(frame) + m_options.m_offset;
 }
 
-// The first packet says on which day --from and --until are, and what comes to lie on frame 0.
+// Takes the day of --from and --until, and the frame that becomes frame 0, from the first packet.
 void Retiming::begin(const KIVCS2CaptionPacket &first)
 {
     const auto after = [&](const std::string &text, uint32_t frame)
@@ -145,7 +145,7 @@ bool Retiming::take(const KIVCS2CaptionPacket &packet)
     return isTaken;
 }
 
-// The pairs that are to come out, and the frame on which each is due.
+// Records the pairs that must come out, and the frame on which each is due.
 void Retiming::expect(const KIVCS2CaptionPacket &packet, uint64_t frame)
 {
     KIVCS2CaptionPairs pairs;
@@ -222,7 +222,7 @@ void Retiming::finish()
     if (status == KIVCS2STATUS_NO_DATA_ERR)
         throw Failure(status, Where{m_source.name()}, "has no captions in what is taken");
     check(status, "retiming");
-    // The repeat of a code takes the next place, up to two frames of the source before its moment.
+    // The repeat of a code takes the next place, up to two frames of the source early.
     const int64_t repeat = 2 + int64_t{2} * m_to.m_numerator * m_from.m_denominator /
                                    (int64_t{m_to.m_denominator} * m_from.m_numerator);
     for (size_t field = 0; field < 2; ++field)
@@ -239,7 +239,7 @@ void Retiming::finish()
 
 void Retiming::compare(const Tally &in, const Tally &out) const
 {
-    // A packet of CEA-708 may begin on the last frame that is taken and end behind it.
+    // A CEA-708 packet may begin on the last frame taken and end after it.
     const bool isPart = m_options.m_first != 0 || m_hasLast;
     for (const auto &[service, texts] : in.texts)
     {

@@ -1,4 +1,4 @@
-// A caption file's packets on another rate, under another numbering, or a part of them.
+// A caption file's packets at another rate, under another numbering, or a part of them.
 #ifndef KIV_TOOL_CAPTION_RETIMING_H
 #define KIV_TOOL_CAPTION_RETIMING_H
 
@@ -17,11 +17,11 @@
 namespace tool
 {
 
-/// What the command line says about the time of the result.
+/// The arguments for the time of the result.
 struct RetimeArguments
 {
     std::string toRate;     ///< the same moments at this rate
-    std::string toCounting; ///< the same frame numbers under this one
+    std::string toCounting; ///< the same frame numbers in this counting
     std::string from, until;
     std::string offset; ///< frames of the result, with a sign
     bool startsAtZero = false;
@@ -33,35 +33,35 @@ struct RetimeArguments
     }
 };
 
-/// --to-rate, --to-counting, --from, --until, --offset, --start-at-zero.
+/// Adds --to-rate, --to-counting, --from, --until, --offset and --start-at-zero.
 void addRetimeOptions(Word &word, RetimeArguments &arguments);
 
-/// The counting of the result.
+/// Returns the counting of the result.
 [[nodiscard]] KIVCS2CaptionCounting retimedCounting(const RetimeArguments &arguments,
                                                     const CaptionSource &source);
 
-/// The library's retimer, every pair followed through it: take() for every packet, then finish().
+/// The library's retimer, with a check of every pair. Call take() for every packet, then finish().
 class Retiming
 {
 public:
     using OnPacket = std::function<void(const KIVCS2CaptionPacket &)>;
 
-    /// `onPacket` gets every packet of the result, its frame since midnight. With `keepGoing` packets without
-    /// a place in the result are left out; otherwise they are a failure.
+    /// `onPacket` gets every packet of the result, with its frame since midnight. With `keepGoing` packets
+    /// without a place in the result are left out; otherwise they are a failure.
     Retiming(const CaptionSource &source, const RetimeArguments &arguments, bool keepGoing,
              OnPacket onPacket);
     ~Retiming();
     Retiming(const Retiming &) = delete;
     Retiming &operator=(const Retiming &) = delete;
 
-    /// Whether the packet goes into the result.
+    /// Returns true if the packet goes into the result.
     bool take(const KIVCS2CaptionPacket &packet);
 
-    /// What waits goes out. Throws unless every pair has come out in order, none later than the wait.
+    /// Sends the waiting captions. Throws unless every pair came out in order and within the reported wait.
     void finish();
 
-    /// `in` is of the source's packets that were taken, `out` of the result's. Throws unless they show the
-    /// same texts.
+    /// `in` is the tally of the source's packets that were taken, `out` that of the result's packets. Throws
+    /// unless they show the same texts.
     void compare(const Tally &in, const Tally &out) const;
 
     void tell(Facts &facts, Json &value) const;
@@ -69,7 +69,7 @@ public:
 private:
     struct Pair
     {
-        int64_t frame; ///< of the result, on which it is due
+        int64_t frame; ///< the frame of the result on which it is due
         std::array<uint8_t, 2> bytes;
     };
 
@@ -91,12 +91,12 @@ private:
     KIVCS2CaptionCountingInfo m_from{}, m_to{};
     KIVCS2CaptionRetime m_retime{};
     KIVCS2CaptionRetimeReport m_report{};
-    int32_t m_offset = 0; ///< asked for
+    int32_t m_offset = 0; ///< from the command line
     bool m_isBegun = false;
-    uint64_t m_day = 0;   ///< frames of the source before its midnight that came last
+    uint64_t m_day = 0;   ///< frames of the source before its last midnight
     uint32_t m_frame = 0; ///< of the packet before
     std::array<std::deque<Pair>, 2> m_due;
-    std::array<size_t, 2> m_added{}; ///< by the packet before
+    std::array<size_t, 2> m_added{}; ///< pairs of the packet before
     std::array<int64_t, 2> m_latest{}, m_earliest{};
 };
 

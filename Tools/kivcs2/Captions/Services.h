@@ -13,18 +13,19 @@ namespace tool
 
 [[nodiscard]] std::string serviceName(KIVCS2CaptionService service);
 
-/// The mode in words: "pop-on", "roll-up", "paint-on", "text", "window".
+/// Returns the mode in words: "pop-on", "roll-up", "paint-on", "text", "window".
 [[nodiscard]] std::string_view modeName(KIVCS2CaptionMode mode);
 
-/// The services of "CC1" or "CC1,S2"; all of an empty text. Throws a usage failure for any other text.
+/// Returns the services of "CC1" or "CC1,S2"; all services for an empty text. Throws a usage failure for any
+/// other text.
 [[nodiscard]] KIVCS2CaptionServices parseServices(std::string_view text);
 
-/// The services of a set: those of CEA-608 first.
+/// Returns the services of a set, those of CEA-608 first.
 [[nodiscard]] std::vector<KIVCS2CaptionService> servicesOf(const KIVCS2CaptionServices &set);
 
 [[nodiscard]] bool contains(const KIVCS2CaptionServices &set, KIVCS2CaptionService service);
 
-/// Names for completion.
+/// Returns the names for completion.
 [[nodiscard]] std::vector<std::string> serviceNames();
 
 } // namespace tool

@@ -1,4 +1,4 @@
-// What is in the packets of a caption file.
+// The contents of a caption file's packets.
 #include "Captions/Tally.h"
 
 #include "Captions/OpenCaptions.h"
@@ -71,7 +71,7 @@ Tally::Tally(KIVCS2CaptionCounting counting, CaptionDecoder::OnText onText)
                 [this, onText = std::move(onText)](const KIVCS2CaptionText &text)
                 {
                     ++captions[text.m_service];
-                    // The terminator ends each.
+                    // Adds the terminator too, which separates the texts.
                     texts[text.m_service].add(std::span{reinterpret_cast<const uint8_t *>(text.m_text),
                                                         size_t{text.m_textSize} + 1});
                     if (onText)

@@ -1,4 +1,4 @@
-// What is in the packets of a caption file: counted, decoded, and summed up for a comparison.
+// The contents of a caption file's packets: counted, decoded, and in a checksum for a comparison.
 #ifndef KIV_TOOL_CAPTION_TALLY_H
 #define KIV_TOOL_CAPTION_TALLY_H
 
@@ -18,7 +18,7 @@ namespace tool
 
 [[nodiscard]] bool isEmpty(const uint8_t (&pair)[2]);
 
-/// The services of CEA-608 come first, as CC1 does.
+/// Orders services: those of CEA-608 come first, beginning with CC1.
 struct ServiceOrder
 {
     [[nodiscard]] bool operator()(KIVCS2CaptionService left, KIVCS2CaptionService right) const
@@ -32,16 +32,16 @@ struct ServiceOrder
 /// Captions by service.
 using CaptionCounts = std::map<KIVCS2CaptionService, uint64_t, ServiceOrder>;
 
-/// "7 captions" of one service, "CC1 13, S1 14 captions" of several or if `named`.
+/// Returns "7 captions" for one service, "CC1 13, S1 14 captions" for several or if `named`.
 [[nodiscard]] std::string captionsText(const CaptionCounts &captions, bool named = false);
 [[nodiscard]] Json toJson(const CaptionCounts &captions);
 [[nodiscard]] uint64_t sumOf(const CaptionCounts &captions);
 
-/// Pairs of an SCC file that go out later than their line says, since an earlier line is still going out.
+/// Pairs of an SCC file that go out later than their line says, because an earlier line is still going out.
 class Delays
 {
 public:
-    /// Faults and pairs in the order of the reading.
+    /// Takes faults and pairs in the order of reading.
     void take(const KIVCS2CaptionFileFault &fault);
     void take(const KIVCS2CaptionPacket &packet);
 
@@ -57,7 +57,7 @@ private:
 class Tally
 {
 public:
-    /// `onText` is called with every caption; what it throws comes out of take() and finish().
+    /// `onText` is called with every caption; take() and finish() throw its exceptions.
     explicit Tally(KIVCS2CaptionCounting counting, CaptionDecoder::OnText onText = {});
 
     void take(const KIVCS2CaptionPacket &packet);
@@ -71,13 +71,13 @@ public:
     }
 
     uint64_t packets = 0, lines = 0;
-    uint64_t pairs[2] = {}; ///< by field, empty ones not counted
+    uint64_t pairs[2] = {}; ///< by field, without empty ones
     uint64_t emptyPairs = 0;
     uint64_t bytes708 = 0;
     CaptionCounts captions;
     std::optional<uint32_t> first, last; ///< frames
     Digest packetDigest, pairDigest;
-    std::map<KIVCS2CaptionService, Digest> texts; ///< of each service in their order
+    std::map<KIVCS2CaptionService, Digest> texts; ///< of each service, in order
 
     [[nodiscard]] uint64_t allPairs() const
     {

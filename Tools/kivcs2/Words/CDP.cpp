@@ -35,8 +35,8 @@ struct Arguments
     bool sdi = false, atom = false, binary = false, captions = false;
 };
 
-/// How the words of ancillary packets stand in a capture: bytes, or 16-bit units of 10 bits; with "adf"
-/// behind the ancillary data flag.
+/// The form of ancillary packets in a capture: bytes, or 10-bit words in 16-bit units; with "adf" after the
+/// ancillary data flag.
 struct WordForm
 {
     std::string_view name;
@@ -210,7 +210,7 @@ KIVCS2CaptionPacket buildPacket(const Arguments &arguments)
                                                parseCaptionPair(arguments.field2)};
     for (size_t field = 0; field < fields.size(); ++field)
     {
-        // The library adds the empty pairs that the rate asks for.
+        // The library adds the empty pairs that the rate requires.
         pairs.m_count[field] = ((fields[field].first | fields[field].second) & 0x7F) != 0;
         pairs.m_pairs[field][0][0] = fields[field].first;
         pairs.m_pairs[field][0][1] = fields[field].second;

@@ -1,4 +1,4 @@
-// The words of kivcs2 caption, each in the file that does its work.
+// The words of kivcs2 caption; each has a source file of its own.
 #ifndef KIV_TOOL_CAPTION_H
 #define KIV_TOOL_CAPTION_H
 
@@ -13,7 +13,7 @@
 namespace tool
 {
 
-/// Arguments of the words that read.
+/// Arguments of the words that read captions.
 struct CaptionArguments
 {
     ReadingArguments reading;
@@ -22,7 +22,7 @@ struct CaptionArguments
     std::string from, to;
     std::string service; ///< empty: all
     std::vector<std::string> words;
-    uint64_t most = UINT64_MAX; ///< rows of faults; not given: what fits a terminal, or all
+    uint64_t most = UINT64_MAX; ///< rows of faults; by default those that fit a terminal, or all
     bool keepGoing = false;
     bool captions = false;
     bool fixParity = false;
@@ -34,10 +34,10 @@ int captionShow(const CaptionArguments &arguments);
 int captionAt(const CaptionArguments &arguments);
 int captionVerify(const CaptionArguments &arguments);
 
-/// The digits, the parity, the words and the characters of a pair.
+/// Returns the digits, the parity, the words and the characters of a pair.
 [[nodiscard]] Json toJson(CaptionPair pair);
 
-/// Words of their own files.
+/// Each adds the word of another file.
 void addConvertWord(Word &caption, Context &context);
 void addPlayWord(Word &caption, Context &context);
 void addMonitorWord(Word &caption, Context &context);

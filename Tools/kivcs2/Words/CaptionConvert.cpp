@@ -26,23 +26,23 @@ struct ConvertArguments
     std::string to;
     std::string service;
     std::string timeZero;
-    uint32_t mccVersion = 0; ///< 0: 1 from SCC, that of the source from MCC
+    uint32_t mccVersion = 0; ///< 0: 1 for an SCC source, the source's version for MCC
     bool sparse = false;
     bool sdi = false;
     bool keepGoing = false;
     bool fixParity = false;
 };
 
-// ---- What is asked for ----
+// ---- The request ----
 
 struct KindRow
 {
     std::string_view name;   ///< of --to
-    std::string_view ending; ///< of a file; empty: none leads here
+    std::string_view ending; ///< of a file; empty: no ending chooses this row
     KIVCS2CaptionFileKind kind;
 };
 
-/// "MCC" leaves the version open, which is MCC 1 here.
+/// "MCC" leaves the version open; here it is MCC 1.
 constexpr std::array<KindRow, 7> kKinds = {{{"SCC", ".scc", KIVCS2CaptionFileKind_SCC},
                                             {"MCC", ".mcc", KIVCS2CaptionFileKind_MCC1},
                                             {"MCC1", "", KIVCS2CaptionFileKind_MCC1},
@@ -51,12 +51,13 @@ constexpr std::array<KindRow, 7> kKinds = {{{"SCC", ".scc", KIVCS2CaptionFileKin
                                             {"WebVTT", ".vtt", KIVCS2CaptionFileKind_WebVTT},
                                             {"VTT", "", KIVCS2CaptionFileKind_WebVTT}}};
 
-// The row of --to or of the target's ending. A pipe or device has none: what goes there is MCC.
+// Returns the row of --to or of the target's ending. A pipe or device has no ending and gets MCC.
 const KindRow &askedKind(const ConvertArguments &arguments)
 {
     if (!arguments.to.empty())
         return *std::ranges::find(kKinds, arguments.to, &KindRow::name);
-    std::string ending = std::filesystem::path{arguments.target}.extension(); // none of a file called ".mcc"
+    std::string ending =
+        std::filesystem::path{arguments.target}.extension(); // empty for a file called ".mcc"
     std::ranges::transform(ending, ending.begin(),
                            [](unsigned char character)
                            { return static_cast<char>(std::tolower(character)); });
@@ -82,7 +83,7 @@ KIVCS2CaptionFileKind kindFor(const ConvertArguments &arguments, const CaptionSo
     return source.isSCC() ? row.kind : source.header().m_kind;
 }
 
-// Options that would do nothing are refused.
+// Refuses options that would have no effect.
 void refuseIdleOptions(const ConvertArguments &arguments, const CaptionSource &source,
                        KIVCS2CaptionFileKind kind)
 {
@@ -122,7 +123,7 @@ KIVCS2CaptionService serviceFor(const std::string &name)
 
 ConversionWay wayFor(const ConvertArguments &arguments, const CaptionSource &source)
 {
-    refuseSource(arguments.target); // first, as it is the more useful of the messages
+    refuseSource(arguments.target); // first, because its message is the more useful one
     ConversionWay way;
     way.target = arguments.target;
     way.kind = kindFor(arguments, source);
@@ -147,7 +148,7 @@ constexpr uint64_t bits(std::initializer_list<KIVCS2CaptionFault> faults)
     return set;
 }
 
-/// What is written as the format wants it, whatever the source had; packets and pairs stay as they are.
+/// Faults that a written file does not have, because its text is made again; packets and pairs are unchanged.
 constexpr uint64_t kMended =
     bits({KIVCS2CaptionFault_ByteOrderMark, KIVCS2CaptionFault_HeaderCase, KIVCS2CaptionFault_HeaderBlanks,
           KIVCS2CaptionFault_HeaderLong, KIVCS2CaptionFault_HeaderMissing, KIVCS2CaptionFault_RateMissing,
@@ -157,11 +158,11 @@ constexpr uint64_t kMended =
           KIVCS2CaptionFault_FourByteU});
 constexpr uint64_t kLeftOut = bits({KIVCS2CaptionFault_HeaderUnknown, KIVCS2CaptionFault_Suffix});
 
-/// The order of an SCC file's lines is put right, that of an MCC file's stays.
+/// Faults of order: the order of an SCC file's lines is corrected, that of an MCC file is kept.
 constexpr uint64_t kPlaced =
     bits({KIVCS2CaptionFault_BackInTime, KIVCS2CaptionFault_SameFrame, KIVCS2CaptionFault_Overlap});
 
-/// Takes note of the faults of a source: as JSON, as changes of a repair, and what was lost or has to wait.
+/// Records the faults of a source: as JSON, as changes of a repair, and as losses and delays.
 class FaultNotes
 {
 public:
@@ -183,7 +184,7 @@ public:
         }
         catch (...)
         {
-            // What has ended the reading is told already, or will be.
+            // The failure that ended the read is already reported, or will be.
         }
     }
 
@@ -192,14 +193,14 @@ public:
         if (fault.m_lost && m_lostLine == 0)
             m_lostLine = fault.m_line;
         delays.take(fault);
-        // Those of the header come before it is known what the file is.
+        // Faults of the header come before the kind of file is known.
         if (!m_isBegun && m_early.size() < kMostEarly)
             m_early.push_back(fault);
         else
             tell(fault);
     }
 
-    /// The header is read: a repair says what it changes.
+    /// Called after the header is read; sets the faults that a repair reports as changes.
     void begin(bool isRepair, KIVCS2CaptionFileKind from)
     {
         constexpr uint64_t kSuffix = uint64_t{1} << KIVCS2CaptionFault_Suffix;
@@ -208,14 +209,14 @@ public:
             m_changed = kMended | kLeftOut;
         if (isRepair && from == KIVCS2CaptionFileKind_SCC)
             m_changed |= kPlaced;
-        if (from == KIVCS2CaptionFileKind_MCC1) // where it is a fault that there is one
+        if (from == KIVCS2CaptionFileKind_MCC1) // there the fault is that a suffix exists at all
             m_changed &= ~kSuffix;
         for (const KIVCS2CaptionFileFault &fault : m_early)
             tell(fault);
         m_early = {};
     }
 
-    /// The file is written: what was changed in it.
+    /// Called after the file is written: prints the changes.
     void tellChanges()
     {
         for (const std::string &change : m_held)
@@ -237,7 +238,7 @@ public:
 
 private:
     static constexpr size_t kMostEarly = 256;
-    static constexpr size_t kMostHeld = 4096; // as memory does not grow with a file
+    static constexpr size_t kMostHeld = 4096; // so that memory does not grow with a file
 
     void tell(const KIVCS2CaptionFileFault &fault)
     {
@@ -251,7 +252,8 @@ private:
             value["changedTo"] = isChange ? Json(now) : Json();
             m_report->add(value);
         }
-        else if (isChange && fault.m_fault != KIVCS2CaptionFault_BlanksBehind && // only counted: not seen
+        else if (isChange &&
+                 fault.m_fault != KIVCS2CaptionFault_BlanksBehind && // only counted: it is invisible
                  (m_lostLine == 0 || m_keepsGoing))
         {
             m_held.push_back(place(m_file, fault.m_line) + ": changed: " + sentence(fault, "now " + now));
@@ -263,7 +265,7 @@ private:
     std::string m_file;
     std::optional<JsonReport> m_report;
     std::vector<KIVCS2CaptionFileFault> m_early;
-    std::vector<std::string> m_held; ///< changes, until it is certain that something is written
+    std::vector<std::string> m_held; ///< changes, until it is certain that a file is written
     bool m_keepsGoing, m_isBegun = false;
     uint64_t m_changed = 0;
     uint64_t m_lostLine = 0;
@@ -271,7 +273,7 @@ private:
 
 // ---- The work ----
 
-// Gives the pairs of a packet odd parity; how many had another.
+// Gives the pairs of a packet odd parity; returns how many did not have it.
 uint64_t setOddParity(KIVCS2CaptionPacket &packet)
 {
     uint64_t mended = 0;
@@ -288,7 +290,7 @@ uint64_t setOddParity(KIVCS2CaptionPacket &packet)
     return mended;
 }
 
-/// What was lost of a source, in words.
+/// Returns the losses of a source in words.
 std::string lostText(const CaptionSource &source)
 {
     const KIVCS2CaptionFileReport report = source.report();
@@ -394,7 +396,7 @@ private:
         return way;
     }
 
-    /// What went into the target.
+    /// Returns the tally of the packets that went into the target.
     [[nodiscard]] const Tally &result() const
     {
         return m_retimed ? *m_retimed : m_in;

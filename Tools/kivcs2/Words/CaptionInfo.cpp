@@ -14,20 +14,20 @@ namespace tool
 namespace
 {
 
-/// What one pass over a file has found.
+/// The result of one pass over a file.
 struct Found
 {
     Delays delays;
-    CaptionCounts captions;                                ///< of every service that was met
-    std::map<KIVCS2CaptionService, std::string> languages; ///< of the service lists
-    uint64_t lines = 0;                                    ///< of an SCC file, with pairs
+    CaptionCounts captions;                                ///< of every service found
+    std::map<KIVCS2CaptionService, std::string> languages; ///< from the service lists
+    uint64_t lines = 0;                                    ///< lines with pairs of an SCC file
     uint64_t suffixes = 0, faulty = 0;
     uint8_t rateCode = 0; ///< of the first CDP
     KIVCS2CaptionFileReport file{};
     KIVCS2CaptionDecoderReport decoder{};
 };
 
-// Those of bytes: whatever else is wrong with a line, its packet may be whole.
+// Returns true for faults of the bytes. With other faults of its line the packet may be undamaged.
 bool hasFaultyBytes(const KIVCS2CaptionPacket &packet)
 {
     constexpr unsigned kCount = KIVCS2CaptionFault_Counters - KIVCS2CaptionFault_DataCount + 1;
@@ -217,7 +217,7 @@ int captionInfo(const CaptionArguments &arguments)
     else
     {
         printFacts(source, found);
-        out().flush(); // what is wrong comes behind what is there
+        out().flush(); // faults come after the output
     }
     return source.finish();
 }

@@ -15,7 +15,7 @@ namespace tool
 namespace
 {
 
-/// What follows each other frame by frame: pairs of field 1 or 2, or bytes of CEA-708.
+/// Items on successive frames: pairs of field 1 or 2, or bytes of CEA-708.
 struct Run
 {
     uint32_t frame = 0;
@@ -25,7 +25,7 @@ struct Run
     uint32_t next = 0; ///< the frame that continues the run
 };
 
-/// "--from" to "--to" of the command line, in frames.
+/// The range of "--from" and "--to", in frames.
 struct Range
 {
     uint32_t from = 0, to = UINT32_MAX;
@@ -69,7 +69,7 @@ std::vector<std::string> digits(const std::vector<CaptionPair> &pairs)
     return list;
 }
 
-/// Whether something of field 1 or 2, or of CEA-708 (0), is asked for.
+/// Returns true if a service of field 1 or 2, or of CEA-708 (0), is asked for.
 bool isAsked(const KIVCS2CaptionServices &services, uint32_t field)
 {
     constexpr std::array<uint32_t, 3> kLine21 = {0, 0x33, 0xCC}; // CC1, CC2, T1, T2; the other four
@@ -89,7 +89,7 @@ public:
     {
         return m_arguments.json;
     }
-    /// Something is there to be listed.
+    /// Records that there is something to list.
     void takeNote()
     {
         m_isEmpty = false;
@@ -104,7 +104,7 @@ public:
         if (m_arguments.json)
             add({{"fault", toJson(m_file, fault)}});
     }
-    /// The end of a word that lists: its exit code. To have nothing to list is no success.
+    /// Ends a word that lists, and returns its exit code. An empty list is not a success.
     int close(CaptionSource &source)
     {
         if (m_arguments.json)
@@ -112,7 +112,7 @@ public:
             begin();
             m_array->close();
         }
-        out().flush(); // what is wrong comes behind what is there
+        out().flush(); // faults come after the list
         const int code = source.finish();
         if (m_isEmpty)
             note(source.name() + ": " + nothing());
@@ -130,7 +130,7 @@ private:
         return m_arguments.captions ? "no caption " + where + " comes to the screen" : "no pair " + where;
     }
 
-    // Nothing is written before the file is open: standard output may go into it.
+    // Writes nothing before the file is open: standard output may go into the same file.
     void begin()
     {
         if (!m_array)
@@ -173,7 +173,7 @@ void print(const CaptionSource &source, const Run &run, Listing &listing)
         wrap("    ", items, ", ");
 }
 
-/// Joins what follows each other: the pairs of an SCC line; in an MCC file at most two seconds at once.
+/// Joins items of successive frames: the pairs of an SCC line; in an MCC file at most two seconds of them.
 class RunPrinter
 {
 public:
@@ -243,7 +243,7 @@ void showCaptions(const CaptionArguments &arguments, CaptionSource &source, List
     CaptionDecoder decoder{parseServices(arguments.service), source.header().m_counting,
                            [&](const KIVCS2CaptionText &text)
                            {
-                               const bool wraps = text.m_until < text.m_from; // over midnight
+                               const bool wraps = text.m_until < text.m_from; // past midnight
                                if ((text.m_until <= range.from && !wraps) || text.m_from > range.to)
                                    return;
                                listing.takeNote();
@@ -260,7 +260,7 @@ void showCaptions(const CaptionArguments &arguments, CaptionSource &source, List
 
 // ---- One frame ----
 
-/// The pairs and bytes of one frame, and what is on the screen.
+/// The pairs and bytes of one frame, and the captions on the screen.
 struct Moment
 {
     struct Hit
@@ -271,7 +271,7 @@ struct Moment
     };
     struct Shown
     {
-        KIVCS2CaptionText text; ///< whose cells are not kept
+        KIVCS2CaptionText text; ///< its cells are not kept
         std::string rows;
     };
     uint32_t frame = 0;

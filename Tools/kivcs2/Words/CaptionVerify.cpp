@@ -28,7 +28,7 @@ struct CheckRow
 {
     const char *name;
     uint64_t faults;  ///< bits of KIVCS2CaptionFault
-    const char *good; ///< the detail of a file without them
+    const char *good; ///< the detail for a file without these faults
     bool isOfPackets; ///< not for SCC
 };
 
@@ -37,7 +37,7 @@ constexpr uint64_t from(KIVCS2CaptionFault first, KIVCS2CaptionFault last)
     return ((uint64_t{2} << last) - 1) & ~((uint64_t{1} << first) - 1);
 }
 
-// A blank behind a line is told and does no harm: it is in none of these.
+// A blank at the end of a line is reported but harmless: no check includes it.
 constexpr std::array<CheckRow, 7> kChecks = {{
     {"header", from(KIVCS2CaptionFault_ByteOrderMark, KIVCS2CaptionFault_NotACaptionFile),
      "as the format spells it", false},
@@ -74,7 +74,7 @@ Check checkOf(const CheckRow &row, const FoundFaults &faults)
                 sentence(*first)};
 }
 
-/// The rows of the faults, as they come.
+/// The rows of the faults, in the order found.
 class FaultRows
 {
 public:
@@ -124,7 +124,7 @@ private:
     std::string m_file;
 };
 
-/// A file that is verified, or its source: it tells its faults as rows.
+/// A file to verify, or its source: its faults are reported as rows.
 class VerifiedFile
 {
 public:
@@ -150,7 +150,7 @@ private:
 
 // ---- Against a source ----
 
-/// The pairs of an SCC file by their frames, empty ones left out.
+/// The pairs of an SCC file by frame, without empty ones.
 class PairTable
 {
 public:
@@ -162,7 +162,7 @@ public:
             if (!pair.isEmpty())
                 m_pairs.push_back({packet.m_frame, m_fixParity ? pair.withOddParity() : pair});
     }
-    /// Behind the last packet: a line may go out over midnight.
+    /// Called after the last packet: a line may go out past midnight.
     void sort()
     {
         std::ranges::stable_sort(m_pairs, {}, &Placed::frame);
@@ -201,11 +201,11 @@ std::string listedOrNothing(const std::vector<CaptionPair> &pairs)
     return pairs.empty() ? "nothing" : listed(pairs);
 }
 
-/// Follows a file beside the pairs of an SCC file.
+/// Compares a file with the pairs of an SCC file.
 class PairComparison
 {
 public:
-    /// `fixesParity`: the pairs of the file that is followed are given odd parity before.
+    /// `fixesParity`: give the pairs of the compared file odd parity first.
     PairComparison(const PairTable &table, bool fixesParity) : m_table(table), m_fixesParity(fixesParity) {}
 
     void feed(const CaptionSource &source, const KIVCS2CaptionPacket &packet)
@@ -248,7 +248,7 @@ bool areSame(const KIVCS2CaptionPacket &left, const KIVCS2CaptionPacket &right)
            std::memcmp(left.m_anc, right.m_anc, left.m_size) == 0;
 }
 
-/// The packets of an MCC file beside those of another.
+/// Compares the packets of an MCC file with those of another.
 class PacketComparison
 {
 public:
@@ -307,7 +307,7 @@ public:
         }
         catch (const Failure &failure)
         {
-            // What is wrong with the file is the answer; that it cannot be read is none.
+            // Damage of the file is a result of the check; a file that cannot be read is not.
             if (failure.code() != kExitMalformed)
                 throw;
             m_checks.push_back({"file", false, failure.what()});
@@ -347,7 +347,7 @@ private:
             checkSource(source, other->source());
     }
 
-    // The file is read beside the pairs of an SCC source.
+    // Compares the file with the pairs of an SCC source.
     void againstPairs(CaptionSource &source, CaptionSource &other)
     {
         PairTable table{other.header().m_field, m_arguments.fixParity};
@@ -359,7 +359,7 @@ private:
         m_checks.push_back(comparison.check());
     }
 
-    // An MCC source is read beside the pairs of an SCC file.
+    // Compares an MCC source with the pairs of an SCC file.
     void pairsAgainst(CaptionSource &source, CaptionSource &other)
     {
         PairTable table{source.header().m_field, false};
