@@ -50,7 +50,7 @@ LiveAddress::LiveAddress(const std::string &url)
     constexpr std::string_view kScheme = "udp://";
     const size_t colon = url.rfind(':');
     const bool hasPort = colon < url.size() && colon > kScheme.size();
-    // 0 is not a port, so it stands for a text that is not a number.
+    // 0 is not a port, so it is used for a text that is not a number.
     const uint64_t number = hasPort ? wholeNumber(std::string_view{url}.substr(colon + 1)).value_or(0) : 0;
     if (!url.starts_with(kScheme) || number == 0 || number > UINT16_MAX)
         throw Failure(kExitUsage, "\"" + visible(url) + "\" is not an address such as udp://239.1.1.1:20000");
@@ -124,13 +124,14 @@ LiveSocket LiveSocket::receiver(const LiveAddress &at, const std::string &interf
     made.m_socket.reset(socket);
     if (made.isGroup())
     {
-        // Otherwise the socket also gets what others on this machine have joined through other interfaces.
+        // Otherwise the socket also receives groups that other programs on this machine joined through other
+        // interfaces.
         constexpr int kOthers = 0;
         made.check(kivCS2Socket_setOption(socket, IPPROTO_IP, IP_MULTICAST_ALL, &kOthers, sizeof kOthers),
                    "joining");
         made.setInterface(IP_ADD_MEMBERSHIP, interface, "joining");
     }
-    (void)kivCS2Socket_setRecvBufSize(socket, kReceiveRoom); // less room is room too
+    (void)kivCS2Socket_setRecvBufSize(socket, kReceiveRoom); // may fail: less room will do
     made.check(kivCS2Socket_setRecvTimeout(socket, 0, static_cast<uint32_t>(kSlice.count())), "time-out of");
     return made;
 }

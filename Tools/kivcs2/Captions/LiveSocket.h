@@ -1,4 +1,4 @@
-// The sockets of live captions: a sender to an address or group, and a receiver there.
+// The sockets of live captions: a sender to an address or a group, and a receiver at one.
 #ifndef KIV_TOOL_CAPTION_LIVE_SOCKET_H
 #define KIV_TOOL_CAPTION_LIVE_SOCKET_H
 
@@ -23,19 +23,20 @@ struct LiveAddress
     explicit LiveAddress(const std::string &url);
 };
 
-/// A datagram socket. Failures of the system are thrown with its reason.
+/// A datagram socket. Throws failures of the system with their reason.
 class LiveSocket
 {
 public:
-    /// Sends to `to`. A group is reached through `interface`, an address or a name; empty: as the routes say.
+    /// Sends to `to`. A group is reached through `interface`, an address or a name; if empty, by the routes.
     [[nodiscard]] static LiveSocket sender(const LiveAddress &to, const std::string &interface, uint32_t ttl);
 
-    /// Receives what is sent to `at`, and joins it if it is a group.
+    /// Receives datagrams sent to `at`, and joins it if it is a group.
     [[nodiscard]] static LiveSocket receiver(const LiveAddress &at, const std::string &interface);
 
     void send(std::span<const uint8_t> datagram);
 
-    /// What has come within 100 ms at most; `waits` false: what is there. False if nothing has.
+    /// Receives a datagram; waits at most 100 ms for it, or not at all if `waits` is false. Returns false if
+    /// none came.
     [[nodiscard]] bool receive(std::vector<uint8_t> &datagram, bool waits);
 
 private:
@@ -43,7 +44,7 @@ private:
     {
         void operator()(KIVCS2Socket *socket) const
         {
-            (void)kivCS2Socket_free(socket); // a sender has no group to leave, which is a failure
+            (void)kivCS2Socket_free(socket); // fails for a sender, which has no group to leave
         }
     };
 

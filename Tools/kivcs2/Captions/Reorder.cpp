@@ -12,9 +12,9 @@ namespace
 {
 
 constexpr size_t kLeastHistory = 1024;
-constexpr uint32_t kLeastReach = 64; // of a small window too: two losses in a row are no new sender
+constexpr uint32_t kLeastReach = 64; // also of a small window: two losses in a row are not a new sender
 
-// From `from` to `to`, over the wrap.
+// Returns the distance from `from` to `to`, across the wrap.
 int32_t distance(uint32_t from, uint32_t to)
 {
     return static_cast<int32_t>(to - from);
@@ -52,7 +52,7 @@ void Reorder::take(uint32_t source, uint32_t sequence, std::span<const uint8_t> 
         forgetCandidate();
     m_highBits = sequence >> 16;
     accept(number, bytes);
-    // Behind the window again and again: the sender has gone back a little.
+    // Many packets in a row before the window: the sender has gone back a little.
     if (m_oldRun > m_slots.size())
     {
         moveTo(source, sequence + 1);
@@ -60,7 +60,8 @@ void Reorder::take(uint32_t source, uint32_t sequence, std::span<const uint8_t> 
     }
 }
 
-// A sender whose high bits stand still goes on with its low ones.
+// Returns the number of a sequence. If the sender's high bits do not change, its low bits continue the
+// number.
 uint32_t Reorder::numberOf(uint32_t sequence)
 {
     const uint32_t number = sequence + m_offset;
@@ -110,7 +111,7 @@ void Reorder::takeOld(uint32_t number)
     ++m_oldRun;
 }
 
-// Passes the next packet, or gives it up.
+// Passes the next packet, or gives it up if it has not come.
 void Reorder::advance()
 {
     Slot &slot = m_slots[m_head];
@@ -153,7 +154,7 @@ void Reorder::propose(uint32_t source, uint32_t sequence, std::span<const uint8_
     accept(sequence + m_offset, bytes);
 }
 
-// Goes on at a number far away: behind a gap, or of a sender that has begun anew.
+// Continues at a number far away: after a gap, or after a restart of the sender.
 void Reorder::moveTo(uint32_t source, uint32_t sequence)
 {
     flush();

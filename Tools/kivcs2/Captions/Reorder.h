@@ -12,45 +12,45 @@
 namespace tool
 {
 
-/// A window of packets by extended sequence number (RFC 8331). A packet waits for those before it, until the
-/// window is full: then what is missing is given up as lost. Sequence numbers wrap at 2^32; those of a sender
-/// that leaves the high bits alone wrap at 2^16.
+/// A window of packets by extended sequence number (RFC 8331). A packet waits for those before it until the
+/// window is full; then the missing packets are given up as lost. Sequence numbers wrap at 2^32, or at 2^16
+/// if a sender does not use the high bits.
 ///
-/// Numbers far from the present ones, or of another source, need a second packet to be believed (RFC 3550,
-/// appendix A.1), so that one stray packet moves nothing. Then they are a long gap or, backwards or beyond
-/// `kMostLost`, a sender that has begun anew.
+/// Numbers far from the current ones, or of another source, count only if a second packet follows (RFC 3550,
+/// appendix A.1), so that one stray packet has no effect. Then they are a long gap or, if they go backwards
+/// or further than `kMostLost`, a restart of the sender.
 class Reorder
 {
 public:
-    static constexpr uint32_t kMostLost = uint32_t{1} << 23; ///< 38 hours at 60 a second
+    static constexpr uint32_t kMostLost = uint32_t{1} << 23; ///< 38 hours at 60 packets a second
 
-    /// Of all packets taken each is in one of passed, doubled, late and strays, or still in the window.
+    /// Each packet taken is in one of passed, doubled, late and strays, or still in the window.
     struct Counts
     {
         uint64_t taken = 0;
         uint64_t passed = 0;
         uint64_t lost = 0;      ///< numbers that were given up
-        uint64_t gaps = 0;      ///< runs of them
-        uint64_t doubled = 0;   ///< numbers that had come already
+        uint64_t gaps = 0;      ///< runs of lost numbers
+        uint64_t doubled = 0;   ///< numbers that had come before
         uint64_t late = 0;      ///< numbers that had been given up, or before the first
-        uint64_t reordered = 0; ///< of those passed: a higher number had come before
+        uint64_t reordered = 0; ///< packets passed after a higher number had come
         uint64_t strays = 0;    ///< of another source, or far away, and never followed
-        uint64_t restarts = 0;  ///< the sender has begun anew
+        uint64_t restarts = 0;  ///< restarts of the sender
     };
     struct Passed
     {
         std::span<const uint8_t> bytes;
         uint64_t lostBefore = 0; ///< numbers missing between the packet passed before and this one
-        bool restarted = false;  ///< the first of a sender that has begun anew
+        bool restarted = false;  ///< the first packet after a restart of the sender
     };
     using OnPacket = std::function<void(const Passed &)>;
 
-    /// A window of so many packets, at least 1.
+    /// `window` is a number of packets, at least 1.
     Reorder(uint32_t window, OnPacket onPacket);
 
     void take(uint32_t source, uint32_t sequence, std::span<const uint8_t> bytes);
 
-    /// Passes what waits. Packets that come later for a gap in it are late.
+    /// Passes the waiting packets. Packets of their gaps that come later are late.
     void flush();
 
     [[nodiscard]] const Counts &counts() const
@@ -83,16 +83,16 @@ private:
 
     OnPacket m_onPacket;
     std::vector<Slot> m_slots; ///< a ring, m_next at m_head
-    int64_t m_reach;           ///< numbers so far ahead are believed at once
-    std::vector<bool> m_came;  ///< of the numbers before m_next, by their low bits
+    int64_t m_reach;           ///< numbers up to this far ahead count at once
+    std::vector<bool> m_came;  ///< whether the numbers before m_next came, by their low bits
     size_t m_head = 0;
     bool m_isRunning = false;
     uint32_t m_source = 0;
-    uint32_t m_next = 0;     ///< the number that is passed next
-    uint32_t m_highest = 0;  ///< the highest that has come
-    uint32_t m_offset = 0;   ///< from the sender's sequence to the number: wraps at 2^16
+    uint32_t m_next = 0;     ///< the number to pass next
+    uint32_t m_highest = 0;  ///< the highest number that has come
+    uint32_t m_offset = 0;   ///< number minus the sender's sequence, for wraps at 2^16
     uint32_t m_highBits = 0; ///< of the sequence that came last
-    uint32_t m_oldRun = 0;   ///< packets behind the window without one in it
+    uint32_t m_oldRun = 0;   ///< packets before the window in a row
     uint64_t m_lostBefore = 0;
     bool m_hasRestarted = false;
     std::optional<Candidate> m_candidate;

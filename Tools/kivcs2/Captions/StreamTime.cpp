@@ -59,7 +59,7 @@ uint8_t binary(uint8_t coded)
 
 KIVCS2CaptionPacket ancillaryTimecode(KIVCS2CaptionCounting counting, uint32_t frame)
 {
-    constexpr uint8_t kVITC1 = 1, kVITC2 = 2; // the payload type, a bit a word, low one first
+    constexpr uint8_t kVITC1 = 1, kVITC2 = 2; // the payload type, one bit in each word, the low bit first
     const KIVCS2CaptionCountingInfo info = infoOf(counting);
     const auto text = textOf(counting, frame);
     const bool isPaired = info.m_numbers > kPairsAbove;
@@ -146,7 +146,7 @@ std::optional<StreamTime::Label> StreamTime::labelOfAncillary(const KIVCS2Captio
                  TimeSource::Ancillary};
 }
 
-// The rate is the CDP's; whether numbers are dropped is told by the time labels.
+// Takes the rate from the CDP; the time labels decide if numbers are dropped.
 void StreamTime::settleCounting(std::span<const KIVCS2CaptionPacket> packets)
 {
     constexpr uint8_t kCaptionID = 0x61, k2997 = 4;
@@ -186,7 +186,8 @@ uint32_t StreamTime::frameByClock() const
 {
     const KIVCS2CaptionCountingInfo info = infoOf(m_counting);
     const int64_t unit = kClock * info.m_denominator;
-    // A quarter early is still this frame, and so is a second field, half a frame late.
+    // A packet up to a quarter of a frame early still belongs to this frame, and so does a second field, half
+    // a frame late.
     const int64_t since = (m_ticks - m_anchor) * info.m_numerator + unit / 4;
     const int64_t frames = since / unit - (since % unit < 0 ? 1 : 0);
     const int64_t day = info.m_perDay;

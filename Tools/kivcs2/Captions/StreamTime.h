@@ -1,4 +1,4 @@
-// The time of live captions: time labels in ancillary packets, and the frames they stand for.
+// The time of live captions: time labels in ancillary packets, and their frames.
 #ifndef KIV_TOOL_CAPTION_STREAM_TIME_H
 #define KIV_TOOL_CAPTION_STREAM_TIME_H
 
@@ -14,12 +14,12 @@
 namespace tool
 {
 
-/// An ancillary timecode packet (SMPTE ST 12-2): DID 60h, SDID 60h. Above 30 frames a second it is VITC,
-/// whose field flag says which frame of a pair it is.
+/// Makes an ancillary timecode packet (SMPTE ST 12-2): DID 60h, SDID 60h. Above 30 frames a second it is
+/// VITC, whose field flag distinguishes the two frames of a pair.
 [[nodiscard]] KIVCS2CaptionPacket ancillaryTimecode(KIVCS2CaptionCounting counting, uint32_t frame);
 [[nodiscard]] bool isAncillaryTimecode(const KIVCS2CaptionPacket &packet);
 
-/// Where the time of a stream comes from.
+/// The source of a stream's time.
 enum class TimeSource : uint8_t
 {
     None,
@@ -30,18 +30,18 @@ enum class TimeSource : uint8_t
 [[nodiscard]] std::string_view timeSourceName(TimeSource source);
 
 /// The frames of a stream's packets: from the time code of a CDP, else from ancillary timecode, else by the
-/// RTP clock from the last of these, or from 0.
+/// RTP clock since the last of these, or since frame 0.
 class StreamTime
 {
 public:
-    /// `counting` as the caller knows it, or KIVCS2CaptionCounting_FindOut.
+    /// `counting` is the caller's, or KIVCS2CaptionCounting_FindOut.
     explicit StreamTime(KIVCS2CaptionCounting counting) : m_counting(counting) {}
 
-    /// The next RTP packet, in order, with what it carries. `isNew`: its clock has nothing to do with the one
-    /// before.
+    /// Takes the next RTP packet, in order, with its ancillary packets. `isNew`: its clock is unrelated to
+    /// the one before.
     void take(uint32_t timestamp, std::span<const KIVCS2CaptionPacket> packets, bool isNew);
 
-    /// Known once a caption packet has come: the rate of its CDP, or 29.97 for one of a CEA-608 pair alone.
+    /// Known after a caption packet has come: the rate of its CDP, or 29.97 for a packet of one CEA-608 pair.
     [[nodiscard]] KIVCS2CaptionCounting counting() const
     {
         return m_counting;
@@ -51,7 +51,7 @@ public:
         return m_source;
     }
 
-    /// Of the last packet; 0 while the counting is not known.
+    /// Returns the frame of the last packet; 0 while the counting is unknown.
     [[nodiscard]] uint32_t frame() const
     {
         return m_frame;
@@ -59,13 +59,13 @@ public:
     [[nodiscard]] std::string timecode() const;
 
 private:
-    /// A time as SMPTE ST 12-1 has it.
+    /// A time in the form of SMPTE ST 12-1.
     struct Label
     {
         std::array<uint8_t, 4> digits; ///< hours, minutes, seconds, frames
         bool drops;
-        bool isSecond;  ///< of a pair of frames, above 30 a second
-        bool tellsPair; ///< `isSecond` holds
+        bool isSecond;  ///< the second of a pair of frames, above 30 a second
+        bool tellsPair; ///< `isSecond` is valid
         TimeSource source;
     };
 
@@ -79,10 +79,10 @@ private:
     TimeSource m_source = TimeSource::None;
     std::optional<uint32_t> m_timestamp;
     int64_t m_ticks = 0;  ///< of 90 kHz since the first packet
-    int64_t m_anchor = 0; ///< the ticks at which `m_anchorFrame` was
+    int64_t m_anchor = 0; ///< the ticks of `m_anchorFrame`
     uint32_t m_anchorFrame = 0;
     uint32_t m_frame = 0;
-    bool m_drops = true; ///< as the last label said; without one numbers follow the real time
+    bool m_drops = true; ///< of the last label; without a label numbers follow the real time
 };
 
 } // namespace tool

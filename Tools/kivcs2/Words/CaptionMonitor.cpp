@@ -1,5 +1,5 @@
-// kivcs2 caption monitor: the captions of a stream of ancillary data (SMPTE ST 2110-40, RFC 8331), and what
-// is wrong with it, as they come.
+// kivcs2 caption monitor: the captions of a stream of ancillary data (SMPTE ST 2110-40, RFC 8331), and its
+// faults, as they come.
 #include "Captions/Alarms.h"
 #include "Captions/CaptionTarget.h"
 #include "Captions/Decoding.h"
@@ -28,7 +28,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kNoPackets = 1s;
-constexpr size_t kMostAtEnd = 65536; // datagrams that have come before the end and are still taken
+constexpr size_t kMostAtEnd = 65536; // datagrams that came before the end and are still taken
 constexpr uint32_t kAnyType = 128;   // payload types of RTP have seven bits
 
 struct MonitorArguments
@@ -51,7 +51,7 @@ constexpr uint64_t kChecksums =
     bit(KIVCS2CaptionFault_CDPChecksum) | bit(KIVCS2CaptionFault_CDPChecksumMissing);
 constexpr uint64_t kParities = bit(KIVCS2CaptionFault_Parity) | bit(KIVCS2CaptionFault_WordParity);
 
-// The names of faults: "parity, word parity".
+// Returns the names of faults: "parity, word parity".
 std::string namesOf(uint64_t faults)
 {
     std::string names;
@@ -66,7 +66,7 @@ bool isCaption(const KIVCS2CaptionPacket &packet)
     return packet.m_did == 0x61 && (packet.m_sdid == 0x01 || packet.m_sdid == 0x02);
 }
 
-// Anything but empty pairs and padding.
+// Returns true if the packet has more than empty pairs and padding.
 bool hasCaptions(const KIVCS2CaptionPacket &packet)
 {
     const auto isFilled = [](CaptionPair pair)
@@ -77,7 +77,7 @@ bool hasCaptions(const KIVCS2CaptionPacket &packet)
            std::ranges::any_of(pairsOf(packet, 2), isFilled);
 }
 
-// Whether the header of RTP and that of RFC 8331 are whole.
+// Returns true if the header of RTP and the header of RFC 8331 are complete.
 bool hasHeaders(std::span<const uint8_t> datagram)
 {
     constexpr size_t kFixed = 12, kPayloadHead = 8;
@@ -93,8 +93,8 @@ bool hasHeaders(std::span<const uint8_t> datagram)
     return datagram.size() >= size + kPayloadHead;
 }
 
-/// What the monitor tells: lines for people, with alarms on standard error; for programs an object a line. A
-/// line that cannot be written is the last, and costs nothing of what has come.
+/// The output of the monitor: lines for people, with alarms on standard error; for programs an object in each
+/// line. If a line cannot be written, it is the last one, but the captions that came are kept.
 class MonitorLines
 {
 public:
@@ -118,7 +118,7 @@ public:
 
     void tell(const Alarms::Told &alarm)
     {
-        // Gaps come together in one alarm.
+        // One alarm sums up several gaps.
         const bool isLost = alarm.alarm == Alarm::Lost;
         const std::string said = isLost ? count(alarm.count, "packet") + " lost" : alarm.text;
         if (m_isJson)
@@ -139,7 +139,7 @@ public:
         write([&] { facts.print(m_to); });
     }
 
-    /// Why no line can be written any more, if so.
+    /// Returns the reason why no more lines can be written; null if they can.
     [[nodiscard]] const std::exception_ptr &failure() const
     {
         return m_failure;
@@ -167,7 +167,7 @@ private:
     std::exception_ptr m_failure;
 };
 
-/// The captions of a stream: from RTP packets in order to texts, a file and alarms.
+/// The captions of a stream: turns RTP packets in order into texts, a file and alarms.
 class LiveCaptions
 {
 public:
@@ -198,7 +198,7 @@ public:
                 caption(packet);
     }
 
-    /// Ends what is on the screen and gives the file its name; false if there has been no caption packet.
+    /// Ends the captions on the screen and gives the file its name; returns false if no caption packet came.
     bool finish()
     {
         if (m_decoder)
@@ -238,7 +238,7 @@ public:
     }
 
 private:
-    // All ancillary packets of an RTP packet.
+    // Finds all ancillary packets of an RTP packet.
     void find(std::span<const uint8_t> bytes)
     {
         m_packets.clear();
@@ -268,7 +268,7 @@ private:
             m_alarms.raise(alarm, m_time.timecode(), "damaged packet: " + namesOf(faults));
     }
 
-    // Where the time comes from, once for each source.
+    // Reports the source of the time, once for each source.
     void tellTime()
     {
         const unsigned mask = 1u << static_cast<unsigned>(m_time.source());
@@ -306,7 +306,7 @@ private:
             write(packet);
     }
 
-    // A file that cannot be written to its end gets no name.
+    // If the file cannot be written to its end, it does not get its name.
     void write(const KIVCS2CaptionPacket &packet)
     {
         try
@@ -384,7 +384,7 @@ private:
     Clock::time_point m_lastCaption = Clock::now();
 };
 
-/// Datagrams into the window, and what is told when nothing comes.
+/// Puts datagrams into the window, and reports if none come.
 class Monitor
 {
 public:
@@ -427,7 +427,7 @@ public:
         m_order.take(place.m_rtp.m_source, place.m_rtp.m_sequence, datagram);
     }
 
-    /// What is due: held alarms, and those of time.
+    /// Reports the alarms that are due: those held back, and those of time.
     void tick()
     {
         const auto now = Clock::now();
@@ -435,7 +435,7 @@ public:
         if (!m_isSilent && now - m_lastPacket >= kNoPackets)
         {
             m_isSilent = true;
-            m_order.flush(); // nothing comes that could fill a gap
+            m_order.flush(); // no packet comes that could fill a gap
             m_alarms.raise(Alarm::NoPackets, m_captions.timecode(), "no packet for a second");
         }
         const auto quietSince = std::max(m_captions.lastCaption(), m_toldQuiet);
@@ -447,7 +447,7 @@ public:
                              std::chrono::duration<double>(now - m_captions.lastCaption()).count()));
     }
 
-    /// Ends what came and gives the file its name. The exit code.
+    /// Ends the captions and gives the file its name. Returns the exit code.
     int finish()
     {
         std::exception_ptr failure;
@@ -474,7 +474,7 @@ public:
         return hasCaptions ? kExitYes : kExitNo;
     }
 
-    /// Whether nobody can be told anything any more.
+    /// Returns true if no more output can be written.
     [[nodiscard]] bool isUnheard() const
     {
         return m_lines.failure() != nullptr;
@@ -530,7 +530,7 @@ private:
     bool m_isSilent = false;
 };
 
-// Until the command is told to end, or its time is over.
+// Receives until the command is to end, or its time is over.
 void listen(Monitor &monitor, LiveSocket &socket, double seconds)
 {
     const EndSignals signals;
@@ -552,7 +552,7 @@ int captionMonitor(const MonitorArguments &arguments)
 {
     const LiveAddress at{arguments.from};
     if (!arguments.to.empty())
-        const OutputFile isPossible{arguments.to}; // told now, and not when captions come
+        const OutputFile isPossible{arguments.to}; // fails now, and not when captions come
     Monitor monitor{arguments};
     LiveSocket socket = LiveSocket::receiver(at, arguments.interface);
     monitor.tellListening(at);
@@ -563,7 +563,7 @@ int captionMonitor(const MonitorArguments &arguments)
     }
     catch (const Failure &)
     {
-        failure = std::current_exception(); // what came until then is worth its file and its totals
+        failure = std::current_exception(); // the captions so far still get their file and their totals
     }
     const int code = monitor.finish();
     if (failure)
@@ -606,7 +606,7 @@ void addMonitorWord(Word &caption, Context &context)
     monitor.runs(
         [&context, arguments]
         {
-            keepStandardOutput(); // the library's own messages have no place among the lines
+            keepStandardOutput(); // the library's own messages must not appear among the lines
             arguments->json = context.json;
             return captionMonitor(*arguments);
         });

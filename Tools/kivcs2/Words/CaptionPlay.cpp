@@ -21,7 +21,7 @@ namespace
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-constexpr auto kMostBehind = 1s; // a command that was stopped does not send what it has missed in one burst
+constexpr auto kMostBehind = 1s;     // after a stop the command must not send all missed frames in one burst
 constexpr size_t kMostBytes = 1452;  // of a datagram: SMPTE ST 2110-10 allows 1460 with the header of UDP
 constexpr size_t kMostPackets = 255; // ANC_Count has eight bits (RFC 8331)
 
@@ -42,7 +42,7 @@ struct PlayedFrame
     std::vector<KIVCS2CaptionPacket> packets;
 };
 
-/// A caption file frame by frame. Pairs of an SCC file are put into a CDP.
+/// Reads a caption file frame by frame. Pairs of an SCC file are put into a CDP.
 class FrameFeed
 {
 public:
@@ -51,14 +51,14 @@ public:
         open(true);
     }
 
-    /// Reads the file again from its beginning. CDPs that are built here count on.
+    /// Reads the file again from its start. CDPs built here count on.
     void beginAgain()
     {
         open(false);
     }
 
-    /// The next frame that has a packet; false behind the last. What a file has back in time goes with the
-    /// frame before.
+    /// Takes the next frame that has a packet; returns false after the last. Packets that go back in time are
+    /// added to the frame before.
     bool next(PlayedFrame &frame)
     {
         if (!m_isThere)
@@ -92,7 +92,7 @@ private:
         m_isThere = m_source->next(m_ahead);
     }
 
-    // A frame more than half a day earlier is of the next day.
+    // A frame more than half a day earlier belongs to the next day.
     [[nodiscard]] bool isSameFrame(uint32_t frame, uint32_t next) const
     {
         KIVCS2CaptionCountingInfo info{};
@@ -127,7 +127,7 @@ private:
     uint16_t m_sequence = 0;
 };
 
-/// Moments of the frames since the start, exact: nothing adds up.
+/// The times of the frames since the start. They are exact, so errors do not add up.
 class Pace
 {
 public:
@@ -142,7 +142,7 @@ public:
         return frames / m_info.m_numerator * unit + frames % m_info.m_numerator * unit / m_info.m_numerator;
     }
 
-    /// Waits for the moment of a frame; false if the command is told to end before.
+    /// Waits for the time of a frame; returns false if the command is to end first.
     [[nodiscard]] bool await(uint64_t frames, const EndSignals &signals)
     {
         const auto since = std::chrono::nanoseconds{
@@ -184,13 +184,13 @@ private:
     uint64_t m_stops = 0;
 };
 
-// The bytes of an ancillary packet in an RTP packet: its place, words of ten bits, padding to 32 bits.
+// Returns the bytes of an ancillary packet in RTP: its place, words of ten bits, padding to 32 bits.
 size_t carriedSize(const KIVCS2CaptionPacket &packet)
 {
     return 4 + (size_t{packet.m_size} * 10 + 31) / 32 * 4;
 }
 
-/// RTP packets, one a frame, or as many as the frame needs.
+/// Sends RTP packets, one for each frame, or as many as the frame needs.
 class Player
 {
 public:
@@ -198,7 +198,7 @@ public:
         : m_arguments(arguments), m_counting(counting), m_pace(counting, arguments.speed),
           m_socket(LiveSocket::sender(LiveAddress{arguments.to}, arguments.interface, arguments.ttl))
     {
-        // RFC 3550: a receiver knows a new sender by these.
+        // Random (RFC 3550), because a receiver recognises a new sender by them.
         std::random_device random;
         m_rtp.m_payloadType = static_cast<uint8_t>(arguments.payloadType);
         m_rtp.m_source = random();
@@ -206,7 +206,7 @@ public:
         m_firstTimestamp = random();
     }
 
-    /// Sends a file from its first frame to its last; false when the command is told to end before.
+    /// Sends a file from its first frame to its last; returns false if the command is to end first.
     bool play(FrameFeed &feed)
     {
         PlayedFrame frame;
@@ -221,7 +221,7 @@ public:
                 if (!send({}))
                     return false;
             const size_t captions = frame.packets.size();
-            // In front: what follows in further datagrams has the time of the first.
+            // In front, because further datagrams of the frame have the time of the first.
             if (!m_arguments.noTimecode && !std::ranges::any_of(frame.packets, tellsTime))
                 frame.packets.insert(frame.packets.begin(), ancillaryTimecode(m_counting, frame.frame));
             if (!send(frame.packets))
@@ -282,7 +282,7 @@ private:
                     break;
                 room -= size;
             }
-            m_rtp.m_marker = taken == packets.size() ? 1 : 0; // the last of its frame
+            m_rtp.m_marker = taken == packets.size() ? 1 : 0; // the last datagram of its frame
             sendDatagram(packets.first(taken));
             packets = packets.subspan(taken);
         } while (!packets.empty());
@@ -336,11 +336,11 @@ int captionPlay(const PlayArguments &arguments, bool json)
     }
     catch (const Ended &)
     {
-        // What went until then is told, as after any interrupt.
+        // The totals so far are printed, as after any interrupt.
     }
     catch (const Failure &)
     {
-        player.tell(json); // what went until then
+        player.tell(json); // the totals so far
         throw;
     }
     player.tell(json);
@@ -375,7 +375,7 @@ void addPlayWord(Word &caption, Context &context)
     play.runs(
         [&context, arguments]
         {
-            keepStandardOutput(); // the library's own messages have no place among the lines
+            keepStandardOutput(); // the library's own messages must not appear among the lines
             return captionPlay(*arguments, context.json);
         });
 }
