@@ -1,4 +1,4 @@
-// CEA-608 byte pairs in words.
+// CEA-608 byte pairs in words, as the operations of KIVCS2ClosedCaptions.h describe them.
 #ifndef KIV_PRIVATE_CAPTIONS_DESCRIBE_H
 #define KIV_PRIVATE_CAPTIONS_DESCRIBE_H
 

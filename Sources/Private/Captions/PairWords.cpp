@@ -1,4 +1,4 @@
-// CEA-608 byte pairs in words.
+// CEA-608 byte pairs in words, as kivCS2CaptionDecoder_describePair() describes them.
 #include "Private/Captions/PairWords.h"
 
 #include "Private/Captions/Characters.h"

@@ -1,4 +1,4 @@
-// CEA-608 byte pairs in words.
+// CEA-608 byte pairs in words, as kivCS2CaptionDecoder_describePair() describes them.
 #ifndef KIV_PRIVATE_CAPTIONS_PAIR_WORDS_H
 #define KIV_PRIVATE_CAPTIONS_PAIR_WORDS_H
 
