@@ -186,9 +186,9 @@ void putRows(Output &out, const KIVCS2CaptionText &text, bool isVTT)
 
 void putSRTText(Output &out, const KIVCS2CaptionText &text)
 {
-    constexpr std::array kPlaces = {
-        "{\\an7}", "{\\an8}", "{\\an9}", "{\\an4}", "{\\an5}",
-        "{\\an6}", "{\\an1}", "",        "{\\an3}"}; // bottom centre is the default
+    // Bottom centre is the default.
+    constexpr std::array kPlaces = {"{\\an7}", "{\\an8}", "{\\an9}", "{\\an4}", "{\\an5}",
+                                    "{\\an6}", "{\\an1}", "",        "{\\an3}"};
     const Place place = placeOf(text);
     out.put(kPlaces[std::min(place.vertical, 2u) * 3 + place.horizontal]);
     putRows(out, text, false);

@@ -391,8 +391,7 @@ void Service::define(uint32_t frame, std::span<const uint8_t> bytes)
     if (isNew || (bytes[6] & 7u) != 0)
     {
         window.pen = {};
-        window.pen.background =
-            (bytes[6] & 7u) >= 6 ? kTransparent : kBlack; // styles 6 and 7 have no background
+        window.pen.background = (bytes[6] & 7u) >= 6 ? kTransparent : kBlack; // 6, 7: no background
     }
     if (isNew)
         window.home();

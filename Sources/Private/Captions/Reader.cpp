@@ -370,8 +370,8 @@ KIVCS2Status Reader::nextLine()
 
 KIVCS2Status Reader::streamFailed(KIVCS2Status status)
 {
-    (void)tellHere(KIVCS2CaptionFault_StreamFailed, kNowhere, {},
-                   true); // the result is the stream's own status
+    // The result is the stream's own status.
+    (void)tellHere(KIVCS2CaptionFault_StreamFailed, kNowhere, {}, true);
     return failed(status);
 }
 

@@ -135,8 +135,8 @@ private:
     Current m_current;
     std::array<char, KIVCS2_CAPTION_FOUND_SIZE> m_opening; // the start of the first line
     size_t m_openingSize = 0;
-    std::array<char, 1024>
-        m_gathered; // an MCC line without most of its blanks; holds the longest packet's line
+    // An MCC line without most of its blanks; holds the longest packet's line.
+    std::array<char, 1024> m_gathered;
 
     // The words of an SCC line.
     size_t m_at = 0;           // in the line's text

@@ -56,8 +56,7 @@ const KindRow &askedKind(const ConvertArguments &arguments)
 {
     if (!arguments.to.empty())
         return *std::ranges::find(kKinds, arguments.to, &KindRow::name);
-    std::string ending =
-        std::filesystem::path{arguments.target}.extension(); // empty for a file called ".mcc"
+    std::string ending = std::filesystem::path{arguments.target}.extension(); // empty for ".mcc"
     std::ranges::transform(ending, ending.begin(),
                            [](unsigned char character)
                            { return static_cast<char>(std::tolower(character)); });
@@ -252,8 +251,7 @@ private:
             value["changedTo"] = isChange ? Json(now) : Json();
             m_report->add(value);
         }
-        else if (isChange &&
-                 fault.m_fault != KIVCS2CaptionFault_BlanksBehind && // only counted: it is invisible
+        else if (isChange && fault.m_fault != KIVCS2CaptionFault_BlanksBehind && // only counted: unseen
                  (m_lostLine == 0 || m_keepsGoing))
         {
             m_held.push_back(place(m_file, fault.m_line) + ": changed: " + sentence(fault, "now " + now));
