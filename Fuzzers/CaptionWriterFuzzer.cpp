@@ -79,8 +79,8 @@ Placed placed(const std::vector<KIVCS2CaptionPacket> &packets)
     }
     return found;
 }
-// Which of two pairs more than half a day apart is the earlier depends on the first line, and an empty SCC line is not
-// kept: so in the order of their frames.
+// Which of two pairs more than half a day apart is the earlier depends on the first line, and an SCC line
+// without pairs is not kept: so in the order of their frames.
 Placed inOrder(const std::vector<KIVCS2CaptionPacket> &packets)
 {
     Placed found = placed(packets);

@@ -9,8 +9,8 @@
  *
  * The sizes for splitting count 2 bytes for a sample of 16 bits and 3 bytes for any other, even if it has 1
  * or 4. So splitting a packed 32-bit input needs an output width. `init` takes two kinds of input that
- * `convert` can never split, since their planes would be too short: packed samples of 8 bits, and samples that
- * do not fill their bytes (not packed) of any width but 16 bits, to an output of 16 bits.
+ * `convert` can never split, since their planes would be too short: packed samples of 8 bits, and samples
+ * that do not fill their bytes (not packed) of any width but 16 bits, to an output of 16 bits.
  *
  * The caller owns the record: `init` fills it, `free` releases the platform's converter and clears it, and it
  * may then be initialised again. A record is used by one thread at a time; records are independent.

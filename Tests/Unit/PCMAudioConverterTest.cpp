@@ -282,7 +282,7 @@ TEST(PCMAudioConverter, InterleavedInputIsLaidOutAndNotConverted)
             KIVCS2STATUS_PARAM_ERR);
 }
 
-// The size for a split is not the room for an interleaved result, and some inputs have planes too short to split.
+// The size for a split is not the room for an interleaved result, and some planes are too short to split.
 TEST(PCMAudioConverter, CountsOtherSizesForASplitThanItWritesInterleaved)
 {
     const struct
