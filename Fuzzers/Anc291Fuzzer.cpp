@@ -1,7 +1,7 @@
 // A packet of SMPTE 291M in any of its four forms, once from the bytes of the memory stream and once
 // through the bit reader: both must give the same, and leave the stream the same.
 // Input: form (bits 0-1), with atom (bit 2), room; then the stream.
-#include "Expect.h"
+#include "Require.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
 #include <KIVCoreServices2/KIVCS2MemoryStream.h>
@@ -26,12 +26,10 @@ Result extract(std::vector<uint8_t> bytes, uint8_t options, uint32_t room, bool 
 {
     bytes.shrink_to_fit();
     KIVCS2MemoryStream memory;
-    KIV_FUZZ_EXPECT(kivCS2MemoryStream_initWithBytes(&memory, bytes.data(), bytes.size()) == KIVCS2STATUS_OK);
+    require(kivCS2MemoryStream_initWithBytes(&memory, bytes.data(), bytes.size()) == KIVCS2STATUS_OK);
     if (!direct)
         memory.m_stream.m_readBytes = [](KIVCS2Stream *stream, void *buffer, uint64_t size, uint64_t *read)
-        {
-            return kivCS2MemoryStream_readBytes(stream, buffer, size, read);
-        };
+        { return kivCS2MemoryStream_readBytes(stream, buffer, size, read); };
     Result result{0, room, std::vector<uint8_t>(room), 0, 0, 0, 0};
     uint8_t nothing = 0;
     result.status = kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
@@ -50,6 +48,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (size < 3)
         return 0;
     const std::vector<uint8_t> bytes(data + 2, data + size);
-    KIV_FUZZ_EXPECT(extract(bytes, data[0], data[1], true) == extract(bytes, data[0], data[1], false));
+    require(extract(bytes, data[0], data[1], true) == extract(bytes, data[0], data[1], false));
     return 0;
 }

@@ -1,6 +1,6 @@
 // Caption packets in every form. Input: the form (its high bit: any packet); then the bytes. What is found
 // whole is found again where it is wrapped.
-#include "Expect.h"
+#include "Require.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionPacket.h>
 
@@ -17,16 +17,15 @@ void thereAndBack(KIVCS2CaptionCarrier form, const KIVCS2CaptionPacket &packet, 
     if (carrier == KIVCS2CaptionCarrier_436M)
         place.m_coding = 7; // of 8 bits none says that the checksum was there
     uint64_t size = 0, at = 0;
-    KIV_FUZZ_EXPECT(kivCS2CaptionPacket_wrap(carrier, &packet, 1, &place, &place.m_rtp, nullptr, &size) ==
-                    KIVCS2STATUS_BUFFER_SIZE_ERR);
+    require(kivCS2CaptionPacket_wrap(carrier, &packet, 1, &place, &place.m_rtp, nullptr, &size) ==
+            KIVCS2STATUS_BUFFER_SIZE_ERR);
     std::vector<uint8_t> bytes(size);
-    KIV_FUZZ_EXPECT(kivCS2CaptionPacket_wrap(carrier, &packet, 1, &place, &place.m_rtp, bytes.data(),
-                                             &size) == KIVCS2STATUS_OK);
+    require(kivCS2CaptionPacket_wrap(carrier, &packet, 1, &place, &place.m_rtp, bytes.data(), &size) ==
+            KIVCS2STATUS_OK);
     KIVCS2CaptionPacket back;
-    KIV_FUZZ_EXPECT(kivCS2CaptionPacket_find(form, bytes.data(), size, &at, &back, nullptr) ==
-                    KIVCS2STATUS_OK);
-    KIV_FUZZ_EXPECT(back.m_faults == 0 && back.m_size == packet.m_size &&
-                    std::memcmp(back.m_anc, packet.m_anc, packet.m_size) == 0);
+    require(kivCS2CaptionPacket_find(form, bytes.data(), size, &at, &back, nullptr) == KIVCS2STATUS_OK);
+    require(back.m_faults == 0 && back.m_size == packet.m_size &&
+            std::memcmp(back.m_anc, packet.m_anc, packet.m_size) == 0);
 }
 } // namespace
 
@@ -46,10 +45,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         KIVCS2CaptionPacket packet{};
         KIVCS2CaptionPlace place{};
         status = kivCS2CaptionPacket_find(form, bytes.data(), bytes.size(), &at, &packet, &place);
-        KIV_FUZZ_EXPECT(at >= from && at <= bytes.size() && packet.m_size <= KIVCS2_CAPTION_ANC_SIZE);
+        require(at >= from && at <= bytes.size() && packet.m_size <= KIVCS2_CAPTION_ANC_SIZE);
         if (status == KIVCS2STATUS_OK)
         {
-            KIV_FUZZ_EXPECT(at > from && place.m_offset >= from && place.m_offset < at);
+            require(at > from && place.m_offset >= from && place.m_offset < at);
             if (packet.m_faults == 0)
                 thereAndBack(form, packet, place);
         }
@@ -59,8 +58,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             status = KIVCS2STATUS_OK;
         }
         else
-            KIV_FUZZ_EXPECT(status == KIVCS2STATUS_NOT_FOUND_ERR || status == KIVCS2STATUS_EOF_ERR ||
-                            (carrier == KIVCS2CaptionCarrier_RTP && status == KIVCS2STATUS_FORMAT_ERR));
+            require(status == KIVCS2STATUS_NOT_FOUND_ERR || status == KIVCS2STATUS_EOF_ERR ||
+                    (carrier == KIVCS2CaptionCarrier_RTP && status == KIVCS2STATUS_FORMAT_ERR));
     }
     return 0;
 }

@@ -1,6 +1,6 @@
 // Any triplets retimed there and back: two bytes of options, then five for each packet of one triplet, which
 // are the frames to it, the triplet, and flags. Nothing is lost, and the order stays.
-#include "Expect.h"
+#include "Require.h"
 
 #include "KIVCS2CaptionRetime.h"
 
@@ -19,9 +19,9 @@ using Queued = std::array<std::string, 3>;
 KIVCS2Status onPacket(const KIVCS2CaptionPacket *packet, void *context)
 {
     Packets &before = *static_cast<Packets *>(context);
-    KIV_FUZZ_EXPECT((packet->m_faults & ~(uint64_t{1} << KIVCS2CaptionFault_Parity)) == 0);
-    KIV_FUZZ_EXPECT(packet->m_sequence == before.size());
-    KIV_FUZZ_EXPECT(before.empty() || packet->m_frame == before.back().m_frame + 1);
+    require((packet->m_faults & ~(uint64_t{1} << KIVCS2CaptionFault_Parity)) == 0);
+    require(packet->m_sequence == before.size());
+    require(before.empty() || packet->m_frame == before.back().m_frame + 1);
     before.push_back(*packet);
     return KIVCS2STATUS_OK;
 }
@@ -43,14 +43,14 @@ Packets retime(const KIVCS2CaptionRetimeOptions &options, const Packets &source)
     Packets made;
     KIVCS2CaptionRetime retime;
     KIVCS2CaptionRetimeReport report;
-    KIV_FUZZ_EXPECT(kivCS2CaptionRetime_init(&retime, &options, onPacket, &made) == KIVCS2STATUS_OK);
+    require(kivCS2CaptionRetime_init(&retime, &options, onPacket, &made) == KIVCS2STATUS_OK);
     for (const KIVCS2CaptionPacket &packet : source)
-        KIV_FUZZ_EXPECT(kivCS2CaptionRetime_feed(&retime, &packet) == KIVCS2STATUS_OK);
+        require(kivCS2CaptionRetime_feed(&retime, &packet) == KIVCS2STATUS_OK);
     const KIVCS2Status status = kivCS2CaptionRetime_finish(&retime, &report);
-    KIV_FUZZ_EXPECT(status == (report.m_packetsIn > 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_NO_DATA_ERR));
-    KIV_FUZZ_EXPECT(made.size() == report.m_packetsOut && report.m_bytesIn == report.m_bytesOut &&
-                    report.m_pairsIn[0] + report.m_pairsIn[1] == report.m_pairsOut[0] + report.m_pairsOut[1]);
-    KIV_FUZZ_EXPECT(kivCS2CaptionRetime_free(&retime) == KIVCS2STATUS_OK);
+    require(status == (report.m_packetsIn > 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_NO_DATA_ERR));
+    require(made.size() == report.m_packetsOut && report.m_bytesIn == report.m_bytesOut &&
+            report.m_pairsIn[0] + report.m_pairsIn[1] == report.m_pairsOut[0] + report.m_pairsOut[1]);
+    require(kivCS2CaptionRetime_free(&retime) == KIVCS2STATUS_OK);
     return made;
 }
 } // namespace
@@ -79,7 +79,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     there.m_last = isPart ? frame / 2 : 0;
     there.m_mode = isPart ? KIVCS2CaptionRetimeMode_HasLast : 0;
     const Packets result = retime(there, source);
-    KIV_FUZZ_EXPECT(isPart || queuedIn(result) == queuedIn(source));
-    KIV_FUZZ_EXPECT(queuedIn(retime(back, result)) == queuedIn(result));
+    require(isPart || queuedIn(result) == queuedIn(source));
+    require(queuedIn(retime(back, result)) == queuedIn(result));
     return 0;
 }

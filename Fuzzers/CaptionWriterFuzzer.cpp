@@ -1,6 +1,6 @@
 // What is written is read back without a fault and is the same: captions of any bytes to MCC and on to
 // SCC, or any text as SCC through MCC to SCC. The first byte picks the way.
-#include "Expect.h"
+#include "Require.h"
 
 #include "KIVCS2CaptionFile.h"
 #include "KIVCS2MemoryStream.h"
@@ -25,17 +25,17 @@ struct Writing
         KIVCS2CaptionWriteOptions options{};
         options.m_plainHex = plain;
         static const KIVCS2CaptionFileHeader header{0, 0, 0, 0, 0, 0, "", "u", "fuzzer", "d", "t", "", {}};
-        KIV_FUZZ_EXPECT(kivCS2MemoryStream_init(&memory, 4096, 4096) == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(kivCS2CaptionFile_initWriting(&file, &memory.m_stream, false, kind, counting,
-                                                      &options) == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(kivCS2CaptionFile_writeHeader(&file, &header) == KIVCS2STATUS_OK);
+        require(kivCS2MemoryStream_init(&memory, 4096, 4096) == KIVCS2STATUS_OK);
+        require(kivCS2CaptionFile_initWriting(&file, &memory.m_stream, false, kind, counting, &options) ==
+                KIVCS2STATUS_OK);
+        require(kivCS2CaptionFile_writeHeader(&file, &header) == KIVCS2STATUS_OK);
     }
     std::string text()
     {
-        KIV_FUZZ_EXPECT(kivCS2CaptionFile_finish(&file) == KIVCS2STATUS_OK);
+        require(kivCS2CaptionFile_finish(&file) == KIVCS2STATUS_OK);
         std::string written{reinterpret_cast<const char *>(memory.m_buffer), memory.m_size};
-        KIV_FUZZ_EXPECT(kivCS2CaptionFile_free(&file) == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(kivCS2MemoryStream_free(&memory.m_stream) == KIVCS2STATUS_OK);
+        require(kivCS2CaptionFile_free(&file) == KIVCS2STATUS_OK);
+        require(kivCS2MemoryStream_free(&memory.m_stream) == KIVCS2STATUS_OK);
         // The comments of MCC are the same in every file, and reading them would take most of the time.
         if (const size_t from = written.find("\n//"), to = written.rfind("//\n"); to != std::string::npos)
             written.erase(from, to + 2 - from);
@@ -49,17 +49,16 @@ std::vector<KIVCS2CaptionPacket> readAll(std::string text, uint64_t &faults,
     text.reserve(1); // a view needs a block, even of no bytes
     KIVCS2MemoryStream memory;
     KIVCS2CaptionFile file;
-    KIV_FUZZ_EXPECT(kivCS2MemoryStream_initWithBytes(&memory, text.data(), text.size()) == KIVCS2STATUS_OK);
-    KIV_FUZZ_EXPECT(kivCS2CaptionFile_initReading(&file, &memory.m_stream, true, &options) ==
-                    KIVCS2STATUS_OK);
+    require(kivCS2MemoryStream_initWithBytes(&memory, text.data(), text.size()) == KIVCS2STATUS_OK);
+    require(kivCS2CaptionFile_initReading(&file, &memory.m_stream, true, &options) == KIVCS2STATUS_OK);
     std::vector<KIVCS2CaptionPacket> packets;
     KIVCS2CaptionPacket packet;
     while (KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file, &packet)))
         packets.push_back(packet);
     KIVCS2CaptionFileReport report;
-    KIV_FUZZ_EXPECT(kivCS2CaptionFile_getReport(&file, &report) == KIVCS2STATUS_OK);
+    require(kivCS2CaptionFile_getReport(&file, &report) == KIVCS2STATUS_OK);
     faults = report.m_faults;
-    KIV_FUZZ_EXPECT(kivCS2CaptionFile_free(&file) == KIVCS2STATUS_OK);
+    require(kivCS2CaptionFile_free(&file) == KIVCS2STATUS_OK);
     return packets;
 }
 
@@ -102,16 +101,16 @@ void throughMCC(std::string text, KIVCS2CaptionCounting counting)
     {
         KIVCS2CaptionPairs pairs;
         (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
-        KIV_FUZZ_EXPECT(kivCS2CaptionFile_writeCaptions(&mcc.file, packet.m_frame, &pairs, nullptr) ==
-                        KIVCS2STATUS_OK);
+        require(kivCS2CaptionFile_writeCaptions(&mcc.file, packet.m_frame, &pairs, nullptr) ==
+                KIVCS2STATUS_OK);
     }
     options.m_kind = KIVCS2CaptionFileKind_FindOut;
     const auto between = readAll(mcc.text(), faults, options);
-    KIV_FUZZ_EXPECT(between.size() == packets.size() && inOrder(between) == inOrder(packets));
+    require(between.size() == packets.size() && inOrder(between) == inOrder(packets));
     Writing scc{KIVCS2CaptionFileKind_SCC, counting, false};
     for (const KIVCS2CaptionPacket &packet : between)
-        KIV_FUZZ_EXPECT(kivCS2CaptionFile_writePacket(&scc.file, &packet) == KIVCS2STATUS_OK);
-    KIV_FUZZ_EXPECT(inOrder(readAll(scc.text(), faults, options)) == inOrder(packets));
+        require(kivCS2CaptionFile_writePacket(&scc.file, &packet) == KIVCS2STATUS_OK);
+    require(inOrder(readAll(scc.text(), faults, options)) == inOrder(packets));
 }
 } // namespace
 
@@ -140,7 +139,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         dtvcc.m_count = 2u * (data[at] % 18);
         dtvcc.m_starts = data[at + 1] & ((1u << dtvcc.m_count / 2) - 1);
         std::memset(dtvcc.m_bytes, data[at + 2], dtvcc.m_count);
-        KIV_FUZZ_EXPECT(kivCS2CaptionFile_writeCaptions(&mcc.file, frame, &pairs, &dtvcc) == KIVCS2STATUS_OK);
+        require(kivCS2CaptionFile_writeCaptions(&mcc.file, frame, &pairs, &dtvcc) == KIVCS2STATUS_OK);
         if (((data[at + 1] | data[at + 2]) & 0x7F) != 0)
             wanted.emplace_back(frame, static_cast<uint16_t>(data[at + 1] << 8 | data[at + 2]));
     }
@@ -149,13 +148,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     uint64_t parity = 0;
     for (const KIVCS2CaptionPacket &packet : packets)
         parity += packet.m_faults >> KIVCS2CaptionFault_Parity & 1;
-    KIV_FUZZ_EXPECT(faults == parity && placed(packets) == wanted);
+    require(faults == parity && placed(packets) == wanted);
 
     Writing scc{KIVCS2CaptionFileKind_SCC, counting, plain};
     for (const KIVCS2CaptionPacket &packet : packets)
-        KIV_FUZZ_EXPECT(kivCS2CaptionFile_writePacket(&scc.file, &packet) == KIVCS2STATUS_OK);
+        require(kivCS2CaptionFile_writePacket(&scc.file, &packet) == KIVCS2STATUS_OK);
     const auto back = placed(readAll(scc.text(), faults));
     // A file of pairs that are codes of field 2 is taken for one of that field.
-    KIV_FUZZ_EXPECT(back == wanted || back.empty());
+    require(back == wanted || back.empty());
     return 0;
 }

@@ -1,6 +1,6 @@
 // The pairs of a CDP, compared with a plain reading. Input: with atom (bit 0); then the packet.
 #include "../Tests/Support/PlainCDP.h"
-#include "Expect.h"
+#include "Require.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
 
@@ -19,12 +19,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         packet.data(), static_cast<uint32_t>(packet.size()), withAtom, pairs, &room);
     if (withAtom && packet.size() < KIVCS2_CAPTION_ATOM_SIZE)
     {
-        KIV_FUZZ_EXPECT(status == KIVCS2STATUS_BUFFER_SIZE_ERR);
+        require(status == KIVCS2STATUS_BUFFER_SIZE_ERR);
         return 0;
     }
     const size_t atom = withAtom ? KIVCS2_CAPTION_ATOM_SIZE : 0;
     const kiv::test::PlainPairs plain = kiv::test::readPlainly(packet.data() + atom, packet.size() - atom);
-    KIV_FUZZ_EXPECT(status == plain.status);
-    KIV_FUZZ_EXPECT(memcmp(pairs, plain.fields, sizeof pairs) == 0);
+    require(status == plain.status);
+    require(memcmp(pairs, plain.fields, sizeof pairs) == 0);
     return 0;
 }

@@ -1,6 +1,6 @@
 // The caption data block of a CDP, compared with a plain reading. Input: room; then the packet.
 #include "../Tests/Support/PlainCDP.h"
-#include "Expect.h"
+#include "Require.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
 
@@ -17,20 +17,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const auto packetSize = static_cast<uint32_t>(packet.size());
     const KIVCS2Status status = kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(
         packet.data(), packetSize, false, block.data(), &room);
-    KIV_FUZZ_EXPECT(room <= block.size());
+    require(room <= block.size());
 
     kiv::test::PlainPairs plain = kiv::test::readPlainly(packet.data(), packet.size());
     if (plain.status == KIVCS2STATUS_EOF_ERR) // no pair of field 1 is no failure here
         plain.status = KIVCS2STATUS_OK;
     if (KIVCS2_FAILED(plain.status))
-        KIV_FUZZ_EXPECT(KIVCS2_FAILED(status));
+        require(KIVCS2_FAILED(status));
     else if (KIVCS2_SUCCEEDED(status) && plain.hasCaptionData)
-        KIV_FUZZ_EXPECT(room == plain.blockSize &&
-                        std::equal(plain.block, plain.block + room, block.begin()));
+        require(room == plain.blockSize && std::equal(plain.block, plain.block + room, block.begin()));
 
     uint32_t asked = 0;
     (void)kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708DPacket(packet.data(), packetSize, false,
                                                                           nullptr, &asked);
-    KIV_FUZZ_EXPECT(asked <= sizeof plain.block);
+    require(asked <= sizeof plain.block);
     return 0;
 }

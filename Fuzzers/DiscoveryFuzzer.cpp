@@ -7,7 +7,8 @@
 #include "CFNetwork/RecordData.h"
 #include "Private/Support/CFRef.h"
 
-#include "Expect.h"
+#include "Input.h"
+#include "Require.h"
 
 #include <KIVPlatform/KIVPNetService.h>
 
@@ -23,28 +24,7 @@ using kiv::CFRef;
 
 constexpr int kNoMore = -1; // what the network fails with when it has said everything
 
-// The rest of the input, eaten by whoever is asked.
-struct Script
-{
-    const uint8_t *data = nullptr;
-    size_t size = 0;
-
-    uint8_t byte()
-    {
-        if (size == 0)
-            return 0;
-        --size;
-        return *data++;
-    }
-    std::span<const uint8_t> bytes(size_t length)
-    {
-        const std::span<const uint8_t> taken{data, std::min(length, size)};
-        data += taken.size();
-        size -= taken.size();
-        return taken;
-    }
-};
-Script script;
+Input script; // the rest of it, taken by every question
 
 Place place(uint8_t bits)
 {
@@ -66,10 +46,10 @@ public:
     std::unique_ptr<Handle> browseServices(const char *, const char *, ServiceSink &sink,
                                            int &error) noexcept override
     {
-        for (uint8_t steps = script.byte() & 7; steps > 0 && script.size > 0; --steps)
+        for (uint8_t steps = script.take() & 7; steps > 0 && script.size > 0; --steps)
         {
-            const uint8_t bits = script.byte();
-            const auto name = script.bytes(script.byte());
+            const uint8_t bits = script.take();
+            const auto name = script.bytes(script.take());
             const std::string text{name.begin(), name.end()};
             if ((bits & 0xc0) == 0xc0)
                 sink.allServicesForNow();
@@ -83,11 +63,11 @@ public:
     std::unique_ptr<Handle> browseRecords(const char *name, uint16_t, RecordSink &sink,
                                           int &error) noexcept override
     {
-        KIV_FUZZ_EXPECT(std::strlen(name) < 1024);
-        for (uint8_t steps = script.byte() & 3; steps > 0 && script.size > 0; --steps)
+        require(std::strlen(name) < 1024);
+        for (uint8_t steps = script.take() & 3; steps > 0 && script.size > 0; --steps)
         {
-            const uint8_t bits = script.byte();
-            sink.recordSeen((bits & 1) == 0, place(bits), script.bytes(script.byte()));
+            const uint8_t bits = script.take();
+            sink.recordSeen((bits & 1) == 0, place(bits), script.bytes(script.take()));
         }
         sink.cacheDone();
         sink.allRecordsForNow();
@@ -110,7 +90,7 @@ public:
     {
         setBackendForTesting([](BackendOwner &) -> std::unique_ptr<Backend>
                              { return std::make_unique<ScriptedBackend>(); });
-        KIV_FUZZ_EXPECT(subscribe(*this) == 0);
+        require(subscribe(*this) == 0);
     }
     void attach(Backend &) noexcept override {}
     void detach() noexcept override {}
@@ -124,26 +104,25 @@ CFRef<CFStringRef> ascii(const char *text)
 void checkText(const char *text)
 {
     const size_t length = strnlen(text, KIVCS2BonjourNameMax);
-    KIV_FUZZ_EXPECT(length < KIVCS2BonjourNameMax);
-    KIV_FUZZ_EXPECT(
-        std::all_of(text, text + length, [](char c) { return static_cast<unsigned char>(c) < 0x80; }));
+    require(length < KIVCS2BonjourNameMax);
+    require(std::all_of(text, text + length, [](char c) { return static_cast<unsigned char>(c) < 0x80; }));
 }
 
 void serviceFound(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *service, void *userData,
                   KIVCS2BonjourBrowser *)
 {
     ++*static_cast<uint32_t *>(userData);
-    KIV_FUZZ_EXPECT(reinterpret_cast<KIVCS2BonjourService *>(browser->m_services.m_prev) == service);
+    require(reinterpret_cast<KIVCS2BonjourService *>(browser->m_services.m_prev) == service);
     checkText(service->m_name);
     checkText(service->m_hostName);
-    KIV_FUZZ_EXPECT(service->m_addressCount == 0);
+    require(service->m_addressCount == 0);
     uint32_t port = 1;
     KIVCS2BonjourAddress *address = nullptr;
     (void)kivCS2Bonjour_getFirstPort(browser, service, &port);
     (void)kivCS2Bonjour_getAddressesList(browser, service, &address);
-    KIV_FUZZ_EXPECT(address != nullptr || port == 0);
+    require(address != nullptr || port == 0);
     for (; address != nullptr; address = reinterpret_cast<KIVCS2BonjourAddress *>(address->m_elem.m_next))
-        KIV_FUZZ_EXPECT(address->m_port == port); // of the one location record that counts
+        require(address->m_port == port); // of the one location record that counts
 }
 
 void recordSeen(CFNetServiceMonitorRef, CFNetServiceRef, CFNetServiceMonitorType, CFDataRef data,
@@ -153,7 +132,7 @@ void recordSeen(CFNetServiceMonitorRef, CFNetServiceRef, CFNetServiceMonitorType
     const CFRef<CFStringRef> text = ascii("x");
     const CFRef<CFNetServiceRef> service{CFNetServiceCreate(nullptr, text.get(), text.get(), text.get(), 1)};
     const bool isText = isTextRecord({CFDataGetBytePtr(data), static_cast<size_t>(CFDataGetLength(data))});
-    KIV_FUZZ_EXPECT(static_cast<bool>(CFNetServiceSetTXTData(service.get(), data)) == isText);
+    require(static_cast<bool>(CFNetServiceSetTXTData(service.get(), data)) == isText);
 }
 } // namespace
 
@@ -163,7 +142,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     script = {data, size};
 
     KIVCS2BonjourBrowser browser;
-    KIV_FUZZ_EXPECT(kivCS2Bonjour_initBrowserData(&browser) == KIVCS2STATUS_OK);
+    require(kivCS2Bonjour_initBrowserData(&browser) == KIVCS2STATUS_OK);
     uint32_t found = 0;
     browser.m_mode = KIVCS2BonjourMode_Spin;
     browser.m_callback = serviceFound;
@@ -173,18 +152,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const CFRef<CFStringRef> domain = ascii("");
     const CFRef<CFStringRef> type = ascii("_fuzz._udp");
     CFStreamError error{};
-    KIV_FUZZ_EXPECT(
-        !CFNetServiceBrowserSearchForServices(browser.m_browser, domain.get(), type.get(), &error));
-    KIV_FUZZ_EXPECT(error.error == kCFNetServicesErrorUnknown);
-    KIV_FUZZ_EXPECT(found == browser.m_services.m_count);
+    require(!CFNetServiceBrowserSearchForServices(browser.m_browser, domain.get(), type.get(), &error));
+    require(error.error == kCFNetServicesErrorUnknown);
+    require(found == browser.m_services.m_count);
 
     if (const auto *first = reinterpret_cast<KIVCS2BonjourService *>(browser.m_services.m_next);
         first != nullptr)
     {
         CFRef<CFNetServiceMonitorRef> monitor{
             CFNetServiceMonitorCreate(nullptr, first->m_service, recordSeen, nullptr)};
-        KIV_FUZZ_EXPECT(!CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, &error));
+        require(!CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, &error));
     }
-    KIV_FUZZ_EXPECT(kivCS2Bonjour_diposeBrowserData(&browser) == KIVCS2STATUS_OK);
+    require(kivCS2Bonjour_diposeBrowserData(&browser) == KIVCS2STATUS_OK);
     return 0;
 }

@@ -1,11 +1,12 @@
 // Bytes as a string of one encoding, and that string in every other: what comes out must be read back
 // as the same characters, and UTF-8 must be as well formed as ICU finds it.
+#include "Require.h"
+
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <unicode/ustring.h>
 
 #include <array>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -15,12 +16,6 @@ constexpr std::array kEncodings = {
     kCFStringEncodingASCII,   kCFStringEncodingISOLatin1, kCFStringEncodingUTF8,    kCFStringEncodingUTF16BE,
     kCFStringEncodingUTF16LE, kCFStringEncodingUTF32BE,   kCFStringEncodingUTF32LE,
 };
-
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
 
 CFStringRef fromBytes(const uint8_t *bytes, size_t size, CFStringEncoding encoding)
 {

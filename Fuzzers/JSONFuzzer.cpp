@@ -1,132 +1,37 @@
-// A property list built from bytes, as JSON text by both passes; where that is legal JSON it parses back to
-// the same values. The bytes are steps: make a value, open or close an array or a dictionary.
+// A property list built from bytes, as JSON text by both passes, against a recursion over the same list. The
+// bytes are steps: make a value, open or close an array or a dictionary.
+#include "../Tests/Support/CFText.h"
+#include "Input.h"
+#include "Require.h"
+
 #include "KIVCS2JSON.h"
 
-#include "Private/Support/CFRef.h"
-
-#include "Expect.h"
-
-#include <nlohmann/json.hpp>
-
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace
 {
 using kiv::CFRef;
-using Json = nlohmann::ordered_json;
+using Object = CFRef<CFTypeRef>;
 
-// A value beside what it parses back to. The text is no JSON where the list holds what JSON lacks.
-struct Value
+Object text(Input &input)
 {
-    CFRef<CFTypeRef> object;
-    Json json;
-    bool legal = true;
-};
-
-struct Container
-{
-    CFRef<CFTypeRef> object;
-    bool isArray = true;
-    Json json;
-    bool legal = true;
-    Value key;
-};
-
-class Input
-{
-public:
-    Input(const uint8_t *data, size_t size) : m_data{data}, m_size{size} {}
-
-    [[nodiscard]] bool atEnd() const
-    {
-        return m_size == 0;
-    }
-    template <class T>
-    [[nodiscard]] T take()
-    {
-        T value{};
-        const size_t count = m_size < sizeof value ? m_size : sizeof value;
-        if (count > 0)
-            std::memcpy(&value, m_data, count);
-        m_data += count;
-        m_size -= count;
-        return value;
-    }
-
-private:
-    const uint8_t *m_data;
-    size_t m_size;
-};
-
-bool isWellFormed(const std::vector<UniChar> &units)
-{
-    for (size_t index = 0; index < units.size(); ++index)
-    {
-        if ((units[index] & 0xf800) != 0xd800)
-            continue;
-        if (units[index] > 0xdbff || index + 1 == units.size() || (units[index + 1] & 0xfc00) != 0xdc00)
-            return false;
-        ++index;
-    }
-    return true;
+    const auto form = input.take();
+    std::u16string units(form % 24, u'\0');
+    for (char16_t &unit : units)
+        unit = (form & 0x80) != 0 ? input.take<char16_t>() : input.take() & 0x7f;
+    return Object{kiv::test::fromUnits(units).release()};
 }
 
-Value text(Input &input)
+Object number(Input &input)
 {
-    Value value;
-    const auto form = input.take<uint8_t>();
-    std::vector<UniChar> units(form % 24);
-    for (UniChar &unit : units)
-        unit = (form & 0x80) != 0 ? input.take<UniChar>() : input.take<uint8_t>() & 0x7f;
-    const CFRef<CFStringRef> string{
-        CFStringCreateWithCharacters(nullptr, units.data(), static_cast<CFIndex>(units.size()))};
-    value.object = CFRef<CFTypeRef>{CFRetain(string.get())};
-    value.legal = isWellFormed(units);
-    for (const UniChar unit : units)
-        value.legal = value.legal && unit >= 0x20 && unit != '"' && unit != '\\';
-    if (!value.legal)
-        return value;
-    std::string bytes(units.size() * 3 + 1, '\0');
-    KIV_FUZZ_EXPECT(CFStringGetCString(string.get(), bytes.data(), static_cast<CFIndex>(bytes.size()),
-                                       kCFStringEncodingUTF8) != 0);
-    value.json = std::string{bytes.c_str()};
-    return value;
-}
-
-// printf's text of a fraction, read back.
-Json printed(double real)
-{
-    char text[400];
-    std::snprintf(text, sizeof text, "%f", real);
-    return std::strtod(text, nullptr);
-}
-
-Value number(Input &input)
-{
-    const CFNumberType type = 1 + input.take<uint8_t>() % kCFNumberMaxType;
+    const CFNumberType type = 1 + input.take() % kCFNumberMaxType;
     const auto bytes = input.take<int64_t>();
-    const CFRef<CFNumberRef> made{CFNumberCreate(nullptr, type, &bytes)};
-    Value value{CFRef<CFTypeRef>{CFRetain(made.get())}, {}, type != kCFNumberCharType};
-    if (type == kCFNumberFloat32Type || type == kCFNumberFloatType || type == kCFNumberFloat64Type ||
-        type == kCFNumberDoubleType || type == kCFNumberCGFloatType)
-    {
-        double real = 0;
-        CFNumberGetValue(made.get(), kCFNumberDoubleType, &real);
-        value.legal = std::isfinite(real);
-        if (value.legal)
-            value.json = printed(real);
-        return value;
-    }
-    int64_t integer = 0;
-    CFNumberGetValue(made.get(), kCFNumberSInt64Type, &integer);
-    value.json = integer;
-    return value;
+    return Object{CFNumberCreate(nullptr, type, &bytes)};
 }
 
 // The steps so far: open containers, the innermost last; the outermost is an array.
@@ -137,83 +42,155 @@ public:
     {
         open(true);
     }
-
     void open(bool isArray)
     {
-        Container container;
-        container.isArray = isArray;
-        container.json = isArray ? Json::array() : Json::object();
-        container.object = CFRef<CFTypeRef>{
-            isArray ? static_cast<CFTypeRef>(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks))
-                    : CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
-                                                &kCFTypeDictionaryValueCallBacks)};
-        m_open.push_back(std::move(container));
+        m_open.push_back(
+            {Object{isArray ? static_cast<CFTypeRef>(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks))
+                            : CFDictionaryCreateMutable(nullptr, 0, &kCFTypeDictionaryKeyCallBacks,
+                                                        &kCFTypeDictionaryValueCallBacks)},
+             isArray,
+             {}});
     }
-
-    void key(Value value)
+    void key(Object value)
     {
         m_open.back().key = std::move(value);
     }
-
-    void put(Value value)
+    void put(const Object &value)
     {
         Container &into = m_open.back();
-        into.legal = into.legal && value.legal;
         void *object = const_cast<void *>(into.object.get());
         if (into.isArray)
-        {
-            CFArrayAppendValue(static_cast<CFMutableArrayRef>(object), value.object.get());
-            into.json.push_back(std::move(value.json));
-            return;
-        }
-        if (!into.key.object)
-            return;
-        CFDictionarySetValue(static_cast<CFMutableDictionaryRef>(object), into.key.object.get(),
-                             value.object.get());
-        into.legal = into.legal && into.key.legal;
-        if (into.key.legal && into.key.json.is_string())
-            into.json[into.key.json.get<std::string>()] = std::move(value.json);
-        else
-            into.legal = false;
+            CFArrayAppendValue(static_cast<CFMutableArrayRef>(object), value.get());
+        else if (into.key)
+            CFDictionarySetValue(static_cast<CFMutableDictionaryRef>(object), into.key.get(), value.get());
     }
-
     // Puts the innermost into the one around it; false for the outermost.
     bool close()
     {
         if (m_open.size() == 1)
             return false;
-        Container &done = m_open.back();
-        Value value{std::move(done.object), std::move(done.json), done.legal};
+        const Object done = std::move(m_open.back().object);
         m_open.pop_back();
-        put(std::move(value));
+        put(done);
         return true;
     }
-
-    [[nodiscard]] const Container &outermost() const
+    [[nodiscard]] CFTypeRef outermost() const
     {
-        return m_open.front();
+        return m_open.front().object.get();
     }
 
 private:
+    struct Container
+    {
+        Object object;
+        bool isArray;
+        Object key;
+    };
     std::vector<Container> m_open;
 };
 
-void write(const Container &list)
+// Each of these appends what a value is written as. False: the value has no text, and what is around it ends.
+bool addQuoted(CFTypeRef value, std::string &text)
 {
-    uint32_t measured = 0;
-    KIV_FUZZ_EXPECT(kivCS2JSON_createFromPlist(list.object.get(), nullptr, &measured) == KIVCS2STATUS_OK);
-    auto *room = static_cast<char *>(std::malloc(size_t{measured} + 1)); // of exactly what was asked for
-    char *cursor = room;
-    uint32_t length = 0;
-    const KIVCS2Status status = kivCS2JSON_createFromPlist(list.object.get(), &cursor, &length);
-    KIV_FUZZ_EXPECT(length <= measured && cursor == room + length && *cursor == '\0');
-    KIV_FUZZ_EXPECT(status == KIVCS2STATUS_OK || (status == KIVCS2STATUS_UNSUPPORTED_ERR && !list.legal));
-    if (list.legal)
+    const auto string = static_cast<CFStringRef>(value);
+    const auto [units, bytes] = kiv::test::convert(string, kCFStringEncodingUTF8);
+    if (units < CFStringGetLength(string))
+        return false;
+    text += '"' + bytes + '"';
+    return true;
+}
+
+void addNumber(CFNumberRef number, std::string &text)
+{
+    char printed[400];
+    double real = 0;
+    int64_t integer = 0;
+    CFNumberGetValue(number, kCFNumberDoubleType, &real);
+    CFNumberGetValue(number, kCFNumberSInt64Type, &integer);
+    switch (CFNumberGetType(number))
     {
-        const Json parsed = Json::parse(room, room + length, nullptr, false);
-        KIV_FUZZ_EXPECT(parsed == list.json);
+    case kCFNumberFloat32Type:
+    case kCFNumberFloat64Type:
+    case kCFNumberFloatType:
+    case kCFNumberDoubleType:
+    case kCFNumberCGFloatType:
+        std::snprintf(printed, sizeof printed, "%f", real);
+        break;
+    case kCFNumberCharType:
+        std::snprintf(printed, sizeof printed, "%hhui", static_cast<unsigned char>(integer));
+        break;
+    default:
+        std::snprintf(printed, sizeof printed, "%lld", static_cast<long long>(integer));
     }
-    std::free(room);
+    text += printed;
+}
+
+bool add(CFTypeRef value, std::string &text);
+
+bool addMembers(CFArrayRef array, std::string &text)
+{
+    for (CFIndex index = 0; index < CFArrayGetCount(array); ++index)
+    {
+        text += index > 0 ? ", " : "";
+        if (!add(CFArrayGetValueAtIndex(array, index), text))
+            return false;
+    }
+    return true;
+}
+
+void addEntries(CFDictionaryRef dictionary, std::string &text)
+{
+    const auto count = static_cast<size_t>(CFDictionaryGetCount(dictionary));
+    std::vector<const void *> keys(count);
+    std::vector<const void *> values(count);
+    CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
+    for (size_t index = 0; index < count; ++index)
+    {
+        text += index > 0 ? ", " : "";
+        if (CFGetTypeID(keys[index]) != CFStringGetTypeID() || !addQuoted(keys[index], text))
+            return;
+        text += " : ";
+        if (!add(values[index], text))
+            return;
+    }
+}
+
+bool add(CFTypeRef value, std::string &text)
+{
+    const CFTypeID type = CFGetTypeID(value);
+    if (type == CFStringGetTypeID())
+        return addQuoted(value, text);
+    if (type == CFNumberGetTypeID())
+        addNumber(static_cast<CFNumberRef>(value), text);
+    else if (type == CFArrayGetTypeID())
+    {
+        text += '[';
+        if (!addMembers(static_cast<CFArrayRef>(value), text))
+            return false;
+        text += ']';
+    }
+    else if (type == CFDictionaryGetTypeID())
+    {
+        text += '{';
+        addEntries(static_cast<CFDictionaryRef>(value), text); // it hides a failure
+        text += '}';
+    }
+    return true;
+}
+
+void write(CFTypeRef list)
+{
+    std::string expected;
+    const KIVCS2Status wanted = add(list, expected) ? KIVCS2STATUS_OK : KIVCS2STATUS_UNSUPPORTED_ERR;
+    uint32_t measured = 0;
+    require(kivCS2JSON_createFromPlist(list, nullptr, &measured) == KIVCS2STATUS_OK);
+    std::vector<char> room(size_t{measured} +
+                           1); // of exactly that size, so that AddressSanitizer sees a byte too many
+    char *cursor = room.data();
+    uint32_t length = 0;
+    require(kivCS2JSON_createFromPlist(list, &cursor, &length) == wanted);
+    require(length <= measured && cursor == room.data() + length && *cursor == '\0');
+    require(expected == std::string(room.data(), length));
 }
 } // namespace
 
@@ -221,9 +198,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     Input input{data, size};
     Builder builder;
-    while (!input.atEnd())
+    while (input.size > 0)
     {
-        switch (input.take<uint8_t>() % 8)
+        switch (input.take() % 8)
         {
         case 0:
         case 1:
@@ -244,9 +221,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         case 6:
             (void)builder.close();
             break;
-        default: // a value that JSON has no text for, or a key that is no string
-            if (input.take<uint8_t>() % 2 == 0)
-                builder.put({CFRef<CFTypeRef>{CFRetain(kCFBooleanTrue)}, {}, false});
+        default: // a value without a text, or a key that is not a string
+            if (input.take() % 2 == 0)
+                builder.put(Object{CFRetain(kCFBooleanTrue)});
             else
                 builder.key(number(input));
         }

@@ -1,6 +1,6 @@
 // Operations on two lists of the same records against vectors of their numbers. Each operation takes four
 // bytes of the input: which, which list, and two arguments.
-#include "Expect.h"
+#include "Require.h"
 
 #include "KIVCS2LinkList.h"
 
@@ -111,10 +111,10 @@ public:
         {
             kivCS2LinkList_sort(&list, byKey);
             kivCS2LinkList_free(&list);
-            KIV_FUZZ_EXPECT(kivCS2LinkList_checkValid(&list) && list.m_count == 0);
+            require(kivCS2LinkList_checkValid(&list) && list.m_count == 0);
         }
         for (const Record &record : m_records)
-            KIV_FUZZ_EXPECT(!record.link.m_next && !record.link.m_prev && !record.link.m_list);
+            require(!record.link.m_next && !record.link.m_prev && !record.link.m_list);
     }
 
 private:
@@ -140,7 +140,7 @@ private:
             other && (inFront ? at != model.begin() : wanted != model.end()) && *wanted == neighbour;
         const bool moved =
             (inFront ? kivCS2LinkElem_moveInFront : kivCS2LinkElem_moveBehind)(&record.link, other);
-        KIV_FUZZ_EXPECT(moved != there);
+        require(moved != there);
         std::erase(model, record.number);
         if (other)
             model.insert(find(model, neighbour) + (inFront ? 1 : 0), record.number);
@@ -155,12 +155,12 @@ private:
         const auto beyond = std::find_if(model.begin(), model.end(),
                                          [&](uint16_t number) { return m_records[number].key > sought.key; });
         KIVCS2LinkElem *const found = first == model.end() ? nullptr : &m_records[*first].link;
-        KIV_FUZZ_EXPECT(kivCS2LinkList_find(&list, byKey, &sought.link) == found);
-        KIV_FUZZ_EXPECT(kivCS2LinkList_findInSortedList(&list, byKey, &sought.link) ==
-                        (first < beyond ? found : nullptr));
+        require(kivCS2LinkList_find(&list, byKey, &sought.link) == found);
+        require(kivCS2LinkList_findInSortedList(&list, byKey, &sought.link) ==
+                (first < beyond ? found : nullptr));
         const bool inside = index >= 0 && index < static_cast<int32_t>(model.size());
-        KIV_FUZZ_EXPECT(kivCS2LinkList_getElem(&list, index) ==
-                        (inside ? &m_records[model[static_cast<size_t>(index)]].link : nullptr));
+        require(kivCS2LinkList_getElem(&list, index) ==
+                (inside ? &m_records[model[static_cast<size_t>(index)]].link : nullptr));
     }
 
     // By new keys; then repairs the last pointer as a caller does.
@@ -169,7 +169,7 @@ private:
         KIVCS2LinkElem *const last = list.m_prev;
         for (Record &record : m_records)
             record.key = static_cast<uint8_t>(record.number * keys % 29);
-        KIV_FUZZ_EXPECT(kivCS2LinkList_sort(&list, byKey) == list.m_next && list.m_prev == last);
+        require(kivCS2LinkList_sort(&list, byKey) == list.m_next && list.m_prev == last);
         while (list.m_prev && list.m_prev->m_next)
             list.m_prev = list.m_prev->m_next;
         std::stable_sort(model.begin(), model.end(),
@@ -181,15 +181,15 @@ private:
         for (size_t which = 0; which < m_lists.size(); ++which)
         {
             const KIVCS2LinkList &list = m_lists[which];
-            KIV_FUZZ_EXPECT(kivCS2LinkList_checkValid(&m_lists[which]));
-            KIV_FUZZ_EXPECT(list.m_count == m_models[which].size());
+            require(kivCS2LinkList_checkValid(&m_lists[which]));
+            require(list.m_count == m_models[which].size());
             KIVCS2LinkElem *elem = list.m_next;
             for (const uint16_t number : m_models[which])
             {
-                KIV_FUZZ_EXPECT(elem == &m_records[number].link);
+                require(elem == &m_records[number].link);
                 elem = elem->m_next;
             }
-            KIV_FUZZ_EXPECT(!elem);
+            require(!elem);
         }
     }
 

@@ -1,6 +1,6 @@
 // Operations on a tree against vectors of children. Each operation takes three bytes of the input: which, a
 // node and another. The nodes are the tree's own and the caller's by turns; locks and skips come and go.
-#include "Expect.h"
+#include "Require.h"
 
 #include "KIVCS2LinkTree.h"
 
@@ -97,13 +97,13 @@ private:
         made = {};
         if (index % 2 == 0)
         {
-            KIV_FUZZ_EXPECT(kivCS2LinkTree_newNode(sizeof(Node) + 3, nullptr, &made.node) == KIVCS2STATUS_OK);
+            require(kivCS2LinkTree_newNode(sizeof(Node) + 3, nullptr, &made.node) == KIVCS2STATUS_OK);
             made.flags = KIVCS2LinkTreeNodeFlag_Owned;
         }
         else
         {
             made.node = &m_embedded[static_cast<size_t>(index)];
-            KIV_FUZZ_EXPECT(_kivCS2LinkTree_initNode(made.node, nullptr) == KIVCS2STATUS_OK);
+            require(_kivCS2LinkTree_initNode(made.node, nullptr) == KIVCS2STATUS_OK);
         }
         made.node->m_ID = static_cast<uint32_t>(index);
     }
@@ -147,8 +147,7 @@ private:
         const bool rootStays = parent == kNone && m_root != kNone && locked(m_root);
         const KIVCS2Status status = kivCS2LinkTree_attachNode(
             &m_tree, parent == kNone ? nullptr : model(parent).node, model(node).node);
-        KIV_FUZZ_EXPECT(status ==
-                        (locked(node) || rootStays ? KIVCS2STATUS_NODE_LOCKED_ERR : KIVCS2STATUS_OK));
+        require(status == (locked(node) || rootStays ? KIVCS2STATUS_NODE_LOCKED_ERR : KIVCS2STATUS_OK));
         if (locked(node))
             return;
         takeOut(node);
@@ -174,15 +173,15 @@ private:
             &m_tree, model(parent == kNone ? sibling : parent).node, model(sibling).node, model(node).node);
         if (locked(node) || locked(sibling))
         {
-            KIV_FUZZ_EXPECT(status == KIVCS2STATUS_NODE_LOCKED_ERR);
+            require(status == KIVCS2STATUS_NODE_LOCKED_ERR);
             return;
         }
         if (node == sibling || parent == kNone)
         {
-            KIV_FUZZ_EXPECT(status == KIVCS2STATUS_PARAM_ERR);
+            require(status == KIVCS2STATUS_PARAM_ERR);
             return;
         }
-        KIV_FUZZ_EXPECT(status == KIVCS2STATUS_OK);
+        require(status == KIVCS2STATUS_OK);
         takeOut(node);
         std::vector<int> &children = model(parent).children;
         children.insert(std::find(children.begin(), children.end(), sibling), node);
@@ -192,7 +191,7 @@ private:
     void detach(int node)
     {
         const KIVCS2Status status = kivCS2LinkTree_detachNode(&m_tree, model(node).node);
-        KIV_FUZZ_EXPECT(status == (locked(node) ? KIVCS2STATUS_NODE_LOCKED_ERR : KIVCS2STATUS_OK));
+        require(status == (locked(node) ? KIVCS2STATUS_NODE_LOCKED_ERR : KIVCS2STATUS_OK));
         if (locked(node))
             return;
         renew(node);
@@ -206,7 +205,7 @@ private:
             return;
         const bool owned = (model(node).flags & KIVCS2LinkTreeNodeFlag_Owned) != 0;
         const KIVCS2Status status = kivCS2LinkTree_freeNode(model(node).node, freeFlag);
-        KIV_FUZZ_EXPECT(status == (locked(node) ? KIVCS2STATUS_NODE_LOCKED_ERR : KIVCS2STATUS_OK));
+        require(status == (locked(node) ? KIVCS2STATUS_NODE_LOCKED_ERR : KIVCS2STATUS_OK));
         if (locked(node))
             return;
         takeOut(node);
@@ -232,7 +231,7 @@ private:
         NodeModel &marked = model(node);
         marked.flags = (marked.flags & ~kMarks) | (bits & kMarks);
         marked.node->m_flags &= ~kMarks;
-        KIV_FUZZ_EXPECT(_kivCS2LinkTree_setNodeFlag(marked.node, bits & kMarks) == KIVCS2STATUS_OK);
+        require(_kivCS2LinkTree_setNodeFlag(marked.node, bits & kMarks) == KIVCS2STATUS_OK);
     }
 
     void collect(int node, bool skips, std::vector<int> &nodes)
@@ -249,7 +248,7 @@ private:
         std::vector<int> nodes;
         if (m_root != kNone)
             collect(m_root, true, nodes);
-        KIV_FUZZ_EXPECT(_kivCS2LinkTree_free(&m_tree) == KIVCS2STATUS_OK && !m_tree.m_root);
+        require(_kivCS2LinkTree_free(&m_tree) == KIVCS2STATUS_OK && !m_tree.m_root);
         m_root = kNone;
         for (const int node : nodes)
         {
@@ -277,25 +276,25 @@ private:
         collect(start, false, m_all);
         Node *const node = model(start).node;
         uint32_t count = 0;
-        KIV_FUZZ_EXPECT(_kivCS2LinkTree_traverseNodes(&m_tree, node, nullptr, note, &m_visited, 0) ==
-                        KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(_kivCS2LinkTree_countNodes(&m_tree, node, &count) == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(m_visited == m_wanted && count == m_all.size());
+        require(_kivCS2LinkTree_traverseNodes(&m_tree, node, nullptr, note, &m_visited, 0) ==
+                KIVCS2STATUS_OK);
+        require(_kivCS2LinkTree_countNodes(&m_tree, node, &count) == KIVCS2STATUS_OK);
+        require(m_visited == m_wanted && count == m_all.size());
     }
 
     void compare()
     {
-        KIV_FUZZ_EXPECT(m_tree.m_root == (m_root == kNone ? nullptr : model(m_root).node));
+        require(m_tree.m_root == (m_root == kNone ? nullptr : model(m_root).node));
         for (int index = 0; index < static_cast<int>(kNodes); ++index)
         {
             NodeModel &known = model(index);
-            KIV_FUZZ_EXPECT(known.node->m_flags == known.flags);
-            KIV_FUZZ_EXPECT(kivCS2LinkList_checkValid(&known.node->m_children));
-            KIV_FUZZ_EXPECT(known.node->m_children.m_count == known.children.size());
+            require(known.node->m_flags == known.flags);
+            require(kivCS2LinkList_checkValid(&known.node->m_children));
+            require(known.node->m_children.m_count == known.children.size());
             const bool held = known.holder != kNone;
-            KIV_FUZZ_EXPECT((known.node->m_link.m_list != nullptr) == held);
+            require((known.node->m_link.m_list != nullptr) == held);
             if (held)
-                KIV_FUZZ_EXPECT(known.node->m_parent == model(known.holder).node);
+                require(known.node->m_parent == model(known.holder).node);
             if (!held || index == m_root)
                 compareBelow(index);
         }

@@ -5,8 +5,6 @@
 
 namespace
 {
-using kiv::fuzz::require;
-
 // Asks for each pending caption until the file ends or a line is damaged; returns how many there are.
 size_t readAll(KIVCS2ClosedCaptionsMCCStream &mcc)
 {

@@ -8,8 +8,6 @@
 
 namespace
 {
-using kiv::fuzz::require;
-
 constexpr size_t kMost = 16; // captions of a run; empty ones have no more to say
 
 // Takes captions off the input: a byte of flags and gap, a byte of number, a byte of size, the CDP.

@@ -1,6 +1,6 @@
 // Objects taken from a pool and returned in any order, against a map of those that are out and the order of
 // those that are not. Each operation takes two bytes of the input: what to do, and an argument.
-#include "Expect.h"
+#include "Require.h"
 
 #include "KIVCS2MemoryPool.h"
 
@@ -44,9 +44,8 @@ public:
     Model(uint32_t count, uint32_t size, bool allowExternal, bool calls)
         : m_size{size}, m_allowExternal{allowExternal}, m_calls{calls}
     {
-        KIV_FUZZ_EXPECT(kivCS2MemoryPool_init(&m_pool, count, size, allowExternal ? 1 : 0,
-                                              calls ? noteMade : nullptr,
-                                              calls ? noteReturned : nullptr) == KIVCS2STATUS_OK);
+        require(kivCS2MemoryPool_init(&m_pool, count, size, allowExternal ? 1 : 0, calls ? noteMade : nullptr,
+                                      calls ? noteReturned : nullptr) == KIVCS2STATUS_OK);
         for (uint32_t index = 0; index < count; ++index)
             m_free.push_back(m_pool.m_storage + size_t{index} * size);
     }
@@ -54,7 +53,7 @@ public:
     {
         while (!m_out.empty())
             giveBack(0);
-        KIV_FUZZ_EXPECT(kivCS2MemoryPool_free(&m_pool) == KIVCS2STATUS_OK);
+        require(kivCS2MemoryPool_free(&m_pool) == KIVCS2STATUS_OK);
     }
     Model(const Model &) = delete;
     Model &operator=(const Model &) = delete;
@@ -81,22 +80,21 @@ private:
         const KIVCS2Status status = kivCS2MemoryPool_allocObject(&m_pool, &object);
         if (m_free.empty() && !m_allowExternal)
         {
-            KIV_FUZZ_EXPECT(status == KIVCS2STATUS_MEMORY_ERR && object == nullptr &&
-                            g_calls.made == nullptr);
+            require(status == KIVCS2STATUS_MEMORY_ERR && object == nullptr && g_calls.made == nullptr);
             return;
         }
-        KIV_FUZZ_EXPECT(object != nullptr);
-        KIV_FUZZ_EXPECT(status == (m_calls ? g_calls.answer : KIVCS2STATUS_OK));
-        KIV_FUZZ_EXPECT(g_calls.made == (m_calls ? object : nullptr));
-        KIV_FUZZ_EXPECT(isOfBlock(object) == !m_free.empty());
+        require(object != nullptr);
+        require(status == (m_calls ? g_calls.answer : KIVCS2STATUS_OK));
+        require(g_calls.made == (m_calls ? object : nullptr));
+        require(isOfBlock(object) == !m_free.empty());
         if (!m_free.empty())
         {
-            KIV_FUZZ_EXPECT(object == m_free.front());
+            require(object == m_free.front());
             m_free.pop_front();
             const auto *bytes = static_cast<const uint8_t *>(object);
-            KIV_FUZZ_EXPECT(std::all_of(bytes, bytes + m_size, [](uint8_t byte) { return byte == 0; }));
+            require(std::all_of(bytes, bytes + m_size, [](uint8_t byte) { return byte == 0; }));
         }
-        KIV_FUZZ_EXPECT(m_out.emplace(object, mark).second);
+        require(m_out.emplace(object, mark).second);
         std::memset(object, mark, m_size);
     }
     void giveBack(uint8_t which)
@@ -104,24 +102,24 @@ private:
         const auto chosen = std::next(m_out.begin(), which % static_cast<ptrdiff_t>(m_out.size()));
         auto *const object = static_cast<uint8_t *>(chosen->first);
         const uint8_t mark = chosen->second;
-        KIV_FUZZ_EXPECT(std::all_of(object, object + m_size, [mark](uint8_t byte) { return byte == mark; }));
+        require(std::all_of(object, object + m_size, [mark](uint8_t byte) { return byte == mark; }));
         g_calls = {};
         const bool inside = isOfBlock(object);
-        KIV_FUZZ_EXPECT(kivCS2MemoryPool_freeObject(&m_pool, object) == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(!m_calls || (g_calls.returned == object && g_calls.mark == mark));
+        require(kivCS2MemoryPool_freeObject(&m_pool, object) == KIVCS2STATUS_OK);
+        require(!m_calls || (g_calls.returned == object && g_calls.mark == mark));
         if (inside)
             m_free.push_back(object);
         m_out.erase(chosen);
     }
     void compare()
     {
-        KIV_FUZZ_EXPECT(kivCS2LinkList_checkValid(&m_pool.m_objects));
-        KIV_FUZZ_EXPECT(m_pool.m_objects.m_count == m_free.size());
-        KIV_FUZZ_EXPECT(m_out.size() + m_free.size() == size_t{m_pool.m_poolSize} + m_pool.m_externalObjects);
+        require(kivCS2LinkList_checkValid(&m_pool.m_objects));
+        require(m_pool.m_objects.m_count == m_free.size());
+        require(m_out.size() + m_free.size() == size_t{m_pool.m_poolSize} + m_pool.m_externalObjects);
         const KIVCS2LinkElem *elem = m_pool.m_objects.m_next;
         for (const void *object : m_free)
         {
-            KIV_FUZZ_EXPECT(elem == object);
+            require(elem == object);
             elem = elem->m_next;
         }
     }

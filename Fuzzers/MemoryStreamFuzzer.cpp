@@ -1,22 +1,17 @@
 // Operations on a memory stream against a model: a vector and a position. Each operation takes four
 // bytes of the input: which, and three of arguments.
+#include "Require.h"
+
 #include "KIVCS2MemoryStream.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <vector>
 
 namespace
 {
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
 struct Model
 {
     std::vector<uint8_t> bytes;
@@ -77,17 +72,22 @@ void move(KIVCS2MemoryStream &stream, Model &model, uint8_t mode, int64_t offset
     else if (mode == KIVCS2StreamPosition_End)
         target = size - offset;
     const bool inside = target >= 0 && target <= size;
-    require(kivCS2MemoryStream_setPosition(&stream.m_stream, offset, mode, nullptr) ==
+    int64_t position = -1;
+    require(kivCS2MemoryStream_setPosition(&stream.m_stream, offset, mode, &position) ==
             (inside ? KIVCS2STATUS_OK : KIVCS2STATUS_PARAM_ERR));
+    require(position == (inside ? static_cast<int64_t>(target) : -1));
     if (inside)
         model.position = static_cast<uint64_t>(target);
 }
 
-void compare(const KIVCS2MemoryStream &stream, const Model &model)
+void compare(KIVCS2MemoryStream &stream, const Model &model)
 {
     require(stream.m_size == model.bytes.size() && stream.m_capacity == model.capacity);
     require(static_cast<uint64_t>(stream.m_position) == model.position);
     require(std::equal(model.bytes.begin(), model.bytes.end(), stream.m_buffer));
+    uint32_t isEnd = 2;
+    require(kivCS2Stream_isEndOfStream(&stream.m_stream, &isEnd) == KIVCS2STATUS_OK);
+    require(isEnd == (model.position == model.bytes.size() ? 1 : 0));
 }
 } // namespace
 

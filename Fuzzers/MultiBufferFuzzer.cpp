@@ -1,6 +1,6 @@
-// Operations on a multi-buffer against maps of its entries. Each operation takes four bytes of the input:
+// Operations on a multi-buffer against a vector of its entries. Each operation takes four bytes of the input:
 // which, and three arguments.
-#include "Expect.h"
+#include "Require.h"
 
 #include "KIVCS2MultiBuffer.h"
 
@@ -8,8 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <iterator>
-#include <map>
+#include <vector>
 
 namespace
 {
@@ -17,26 +16,26 @@ constexpr size_t kMaxSteps = 100; // longer inputs find nothing more
 constexpr uint32_t kMaxEntries = 12;
 constexpr uint32_t kIdleBlock = 4;
 
-// What is expected of an entry in use.
-struct Held
+// What is expected of an entry.
+struct Entry
 {
-    void *data;
-    uint32_t size; // asked for; every byte is the mark
-    uint8_t mark;
+    uint32_t block = kIdleBlock; // its bytes
+    uint64_t age = 0;            // 0: it is free
+    void *data = nullptr;
+    uint32_t size = 0; // asked for; every byte is the mark
+    uint8_t mark = 0;
 };
 
 class Model
 {
 public:
-    Model(uint32_t count, uint32_t flags)
+    Model(uint32_t count, uint32_t flags) : m_entries(count)
     {
-        KIV_FUZZ_EXPECT(kivCS2MultiBuffer_init(&m_buffer, count, flags) == KIVCS2STATUS_OK);
-        for (uint32_t index = 0; index < count; ++index)
-            m_blocks[index] = kIdleBlock;
+        require(kivCS2MultiBuffer_init(&m_buffer, count, flags) == KIVCS2STATUS_OK);
     }
     ~Model()
     {
-        KIV_FUZZ_EXPECT(kivCS2MultiBuffer_free(&m_buffer) == KIVCS2STATUS_OK);
+        require(kivCS2MultiBuffer_free(&m_buffer) == KIVCS2STATUS_OK);
     }
     Model(const Model &) = delete;
     Model &operator=(const Model &) = delete;
@@ -48,7 +47,7 @@ public:
         {
         case 0:
         case 1:
-            allocate(argument % 3000, step[1]);
+            allocate(argument % 500, step[1]);
             break;
         case 2:
             allocateBetween(step[1], step[2], step[3]);
@@ -72,32 +71,36 @@ public:
 private:
     uint32_t count() const
     {
-        return static_cast<uint32_t>(m_blocks.size());
+        return static_cast<uint32_t>(m_entries.size());
     }
     // The first free index of a range; count() for none.
     uint32_t firstFree(uint32_t first, uint32_t end) const
     {
-        for (uint32_t index = first; index < end; ++index)
-            if (!m_ages.contains(index))
-                return index;
-        return count();
+        while (first < end && m_entries[first].age != 0)
+            ++first;
+        return first < end ? first : count();
+    }
+    // The indices of those in use, oldest first.
+    std::vector<uint32_t> used() const
+    {
+        std::vector<uint32_t> indices;
+        for (uint32_t index = 0; index < count(); ++index)
+            if (m_entries[index].age != 0)
+                indices.push_back(index);
+        std::ranges::sort(indices, {}, [this](uint32_t index) { return m_entries[index].age; });
+        return indices;
     }
     void expectHandedOut(uint32_t index, KIVCS2Status status, void *data, uint32_t size, uint8_t mark)
     {
+        m_next = index == count() ? 0 : index + 1;
         if (index == count())
         {
-            KIV_FUZZ_EXPECT(status == KIVCS2STATUS_NO_BUFFER_ERR && data == nullptr);
-            m_next = 0;
+            require(status == KIVCS2STATUS_NO_BUFFER_ERR && data == nullptr);
             return;
         }
-        KIV_FUZZ_EXPECT(status == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(data == m_buffer.m_buffers[index].m_mem_ptr.m_buffer);
+        require(status == KIVCS2STATUS_OK && data == m_buffer.m_buffers[index].m_mem_ptr.m_buffer);
         std::memset(data, mark, size);
-        m_blocks[index] = std::max(m_blocks[index], size);
-        m_ages[index] = ++m_clock;
-        m_inUse[m_clock] = index;
-        m_held[index] = {data, size, mark};
-        m_next = index + 1;
+        m_entries[index] = {std::max(m_entries[index].block, size), ++m_clock, data, size, mark};
     }
     void allocate(uint32_t size, uint8_t mark)
     {
@@ -116,118 +119,99 @@ private:
         first %= count();
         last = first + last % (count() - first);
         void *data = nullptr;
-        KIV_FUZZ_EXPECT(kivCS2MultiBuffer_lock(&m_buffer) == KIVCS2STATUS_OK);
+        require(kivCS2MultiBuffer_lock(&m_buffer) == KIVCS2STATUS_OK);
         const KIVCS2Status status = kivCS2MultiBuffer_allocateAvailableBuffer(
             &m_buffer, mark, static_cast<int32_t>(first), static_cast<int32_t>(last), &data);
-        KIV_FUZZ_EXPECT(kivCS2MultiBuffer_unlock(&m_buffer) == KIVCS2STATUS_OK);
-        const uint32_t index = firstFree(first, last + 1);
-        expectHandedOut(index, status, data, mark, mark);
+        require(kivCS2MultiBuffer_unlock(&m_buffer) == KIVCS2STATUS_OK);
+        expectHandedOut(firstFree(first, last + 1), status, data, mark, mark);
     }
     // The contents are those its user left, whatever went on beside it.
-    void expectUntouched(uint32_t index)
+    void expectUntouched(uint32_t index) const
     {
-        const Held &held = m_held.at(index);
-        KIV_FUZZ_EXPECT(held.data == m_buffer.m_buffers[index].m_mem_ptr.m_buffer);
-        const auto *bytes = static_cast<const uint8_t *>(held.data);
-        KIV_FUZZ_EXPECT(
-            std::all_of(bytes, bytes + held.size, [&](uint8_t byte) { return byte == held.mark; }));
-    }
-    void forget(uint32_t index)
-    {
-        expectUntouched(index);
-        m_inUse.erase(m_ages.at(index));
-        m_ages.erase(index);
-        m_held.erase(index);
+        const Entry &entry = m_entries[index];
+        require(entry.data == m_buffer.m_buffers[index].m_mem_ptr.m_buffer);
+        const auto *bytes = static_cast<const uint8_t *>(entry.data);
+        require(std::all_of(bytes, bytes + entry.size, [&](uint8_t byte) { return byte == entry.mark; }));
     }
     void release(uint8_t which)
     {
         int32_t index = -1;
-        if (m_held.empty())
+        const std::vector<uint32_t> indices = used();
+        if (indices.empty())
         {
-            KIV_FUZZ_EXPECT(kivCS2MultiBuffer_releaseBuffer(&m_buffer, this, &index) ==
-                            KIVCS2STATUS_NO_ENTRY_ERR);
+            require(kivCS2MultiBuffer_releaseBuffer(&m_buffer, this, &index) == KIVCS2STATUS_NO_ENTRY_ERR);
             return;
         }
-        const auto chosen = std::next(m_held.begin(), which % static_cast<ptrdiff_t>(m_held.size()));
-        KIV_FUZZ_EXPECT(kivCS2MultiBuffer_releaseBuffer(&m_buffer, chosen->second.data, &index) ==
-                        KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(index == static_cast<int32_t>(chosen->first));
-        forget(chosen->first);
+        const uint32_t chosen = indices[which % indices.size()];
+        require(kivCS2MultiBuffer_releaseBuffer(&m_buffer, m_entries[chosen].data, &index) ==
+                KIVCS2STATUS_OK);
+        require(index == static_cast<int32_t>(chosen));
+        m_entries[chosen].age = 0;
     }
     void takeHead(int32_t remove)
     {
         KIVCS2BufferEntry *entry = nullptr;
         const KIVCS2Status status = kivCS2MultiBuffer_getHeadEntry(&m_buffer, &entry, remove);
-        if (m_inUse.empty())
+        const std::vector<uint32_t> indices = used();
+        if (indices.empty())
         {
-            KIV_FUZZ_EXPECT(status == KIVCS2STATUS_NO_ENTRY_ERR && entry == nullptr);
+            require(status == KIVCS2STATUS_NO_ENTRY_ERR && entry == nullptr);
             return;
         }
-        const uint32_t oldest = m_inUse.begin()->second;
-        KIV_FUZZ_EXPECT(status == KIVCS2STATUS_OK && entry == &m_buffer.m_buffers[oldest]);
+        require(status == KIVCS2STATUS_OK && entry == &m_buffer.m_buffers[indices.front()]);
         if (remove == 1)
-            forget(oldest);
+            m_entries[indices.front()].age = 0;
     }
     void resize(uint32_t newCount)
     {
-        const bool refused = !m_ages.empty() && m_ages.rbegin()->first >= newCount;
-        KIV_FUZZ_EXPECT(kivCS2MultiBuffer_resize(&m_buffer, newCount) ==
-                        (refused ? KIVCS2STATUS_STATE_ERR : KIVCS2STATUS_OK));
+        const bool refused = std::ranges::any_of(used(), [&](uint32_t index) { return index >= newCount; });
+        require(kivCS2MultiBuffer_resize(&m_buffer, newCount) ==
+                (refused ? KIVCS2STATUS_STATE_ERR : KIVCS2STATUS_OK));
         if (refused || newCount == count())
             return;
-        while (count() > newCount)
-            m_blocks.erase(std::prev(m_blocks.end()));
-        while (count() < newCount)
-            m_blocks[count()] = kIdleBlock;
-        m_inUse.clear();
-        for (auto &[index, age] : m_ages)
-        {
-            age = ++m_clock;
-            m_inUse[age] = index;
-        }
+        m_entries.resize(newCount);
+        for (Entry &entry : m_entries)
+            entry.age = entry.age != 0 ? ++m_clock : 0;
         m_next = 0;
     }
     void compact()
     {
-        KIV_FUZZ_EXPECT(kivCS2MultiBuffer_compact(&m_buffer) == KIVCS2STATUS_OK);
-        for (auto &[index, size] : m_blocks)
-            if (!m_ages.contains(index))
-                size = kIdleBlock;
+        require(kivCS2MultiBuffer_compact(&m_buffer) == KIVCS2STATUS_OK);
+        for (Entry &entry : m_entries)
+            if (entry.age == 0)
+                entry.block = kIdleBlock;
     }
     void compare()
     {
-        KIV_FUZZ_EXPECT(m_buffer.m_count == count());
-        KIV_FUZZ_EXPECT(kivCS2LinkList_checkValid(&m_buffer.m_usedList));
-        uint32_t used = 0;
+        const std::vector<uint32_t> indices = used();
+        require(m_buffer.m_count == count() && kivCS2LinkList_checkValid(&m_buffer.m_usedList));
+        uint32_t inUse = 0;
         double usage = -1;
-        KIV_FUZZ_EXPECT(kivCS2MultiBuffer_getUsedCount(&m_buffer, &used) == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(kivCS2MultiBuffer_getUsage(&m_buffer, &usage) == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(used == m_inUse.size());
-        KIV_FUZZ_EXPECT(usage == (count() == 0 ? 0.0 : static_cast<double>(used) / count()));
+        require(kivCS2MultiBuffer_getUsedCount(&m_buffer, &inUse) == KIVCS2STATUS_OK);
+        require(kivCS2MultiBuffer_getUsage(&m_buffer, &usage) == KIVCS2STATUS_OK);
+        require(inUse == indices.size());
+        require(usage == (count() == 0 ? 0.0 : static_cast<double>(inUse) / count()));
         const KIVCS2LinkElem *elem = m_buffer.m_usedList.m_next;
-        for (const auto &[age, index] : m_inUse)
+        for (const uint32_t index : indices)
         {
-            KIV_FUZZ_EXPECT(elem == &m_buffer.m_buffers[index].m_link);
+            require(elem == &m_buffer.m_buffers[index].m_link);
             elem = elem->m_next;
             expectUntouched(index);
         }
-        for (const auto &[index, size] : m_blocks)
+        for (uint32_t index = 0; index < count(); ++index)
         {
             const KIVCS2BufferEntry &wanted = m_buffer.m_buffers[index];
-            KIV_FUZZ_EXPECT(wanted.m_mem_ptr.m_allocated == size);
+            require(wanted.m_mem_ptr.m_allocated == m_entries[index].block);
             KIVCS2BufferEntry *entry = nullptr;
             int32_t found = -1;
-            KIV_FUZZ_EXPECT(kivCS2MultiBuffer_findEntryByMemPtr(&m_buffer, wanted.m_mem_ptr.m_buffer, &found,
-                                                                &entry) == KIVCS2STATUS_OK);
-            KIV_FUZZ_EXPECT(entry == &wanted && found == static_cast<int32_t>(index));
+            require(kivCS2MultiBuffer_findEntryByMemPtr(&m_buffer, wanted.m_mem_ptr.m_buffer, &found,
+                                                        &entry) == KIVCS2STATUS_OK);
+            require(entry == &wanted && found == static_cast<int32_t>(index));
         }
     }
 
     KIVCS2MultiBuffer m_buffer{};
-    std::map<uint32_t, uint32_t> m_blocks; // bytes by index
-    std::map<uint32_t, uint64_t> m_ages;   // of those in use, by index
-    std::map<uint64_t, uint32_t> m_inUse;  // and the other way round
-    std::map<uint32_t, Held> m_held;
+    std::vector<Entry> m_entries;
     uint64_t m_clock = 0;
     uint32_t m_next = 0; // where the next search starts
 };

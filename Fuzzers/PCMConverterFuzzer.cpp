@@ -1,7 +1,7 @@
 // Set-ups of a PCM converter and lengths of its input. The input: the description's flags, channels, bytes of
 // a frame beyond those of its samples, bits and bytes of a sample, a byte of options, then the audio; or,
 // with the options' top bit, a whole description in front of the audio.
-#include "Expect.h"
+#include "Require.h"
 
 #include "KIVCS2PCMAudioConverter.h"
 
@@ -32,20 +32,20 @@ void convertPlanes(KIVCS2PCMAudioConverter &converter, const Bytes &input, Bytes
         &converter, input.data(), length, output.data(), channels, positions.data(), &distance);
     if (KIVCS2_FAILED(status))
     {
-        KIV_FUZZ_EXPECT(distance == 0 && positions[0] == nullptr);
+        require(distance == 0 && positions[0] == nullptr);
         return;
     }
-    KIV_FUZZ_EXPECT(distance == output.size() / channels);
+    require(distance == output.size() / channels);
     const uint32_t sample = converter.m_inputFormat.mBytesPerFrame / channels;
     for (uint32_t channel = 0; channel < channels; ++channel)
     {
-        KIV_FUZZ_EXPECT(positions[channel] == output.data() + size_t{channel} * distance);
+        require(positions[channel] == output.data() + size_t{channel} * distance);
         Bytes plane(distance + 1);
         UInt32 written = distance;
-        KIV_FUZZ_EXPECT(AudioConverterConvertBuffer(converter.m_converter, length,
-                                                    input.data() + size_t{channel} * sample, &written,
-                                                    plane.data()) == 0);
-        KIV_FUZZ_EXPECT(std::memcmp(positions[channel], plane.data(), written) == 0);
+        require(AudioConverterConvertBuffer(converter.m_converter, length,
+                                            input.data() + size_t{channel} * sample, &written,
+                                            plane.data()) == 0);
+        require(std::memcmp(positions[channel], plane.data(), written) == 0);
     }
 }
 
@@ -55,7 +55,7 @@ void convertInterleaved(KIVCS2PCMAudioConverter &converter, const Bytes &input, 
     auto written = static_cast<uint32_t>(output.size());
     const KIVCS2Status status = kivCS2PCMAudioConverter_convertInterleaved(
         &converter, input.data(), static_cast<uint32_t>(input.size()), output.data(), &written);
-    KIV_FUZZ_EXPECT(written <= output.size());
+    require(written <= output.size());
     if (KIVCS2_FAILED(status))
         return;
     const auto layout = [](const AudioStreamBasicDescription &format)
@@ -72,7 +72,7 @@ void convertInterleaved(KIVCS2PCMAudioConverter &converter, const Bytes &input, 
     kiv::audio::kernelsOf(kiv::audio::KernelKind::portable)
         .convert(kiv::audio::makeConversion(in, layout(converter.m_outputFormat)), input.data(), plain.data(),
                  input.size() / in.bytes);
-    KIV_FUZZ_EXPECT(std::equal(plain.begin(), plain.begin() + written, output.begin()));
+    require(std::equal(plain.begin(), plain.begin() + written, output.begin()));
 }
 } // namespace
 
@@ -98,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     KIVCS2PCMAudioConverter converter;
     const KIVCS2Status made = kivCS2PCMAudioConverter_init(&converter, &format, deinterleave,
                                                            (options & 2) != 0, kWidths[options >> 2 & 3]);
-    KIV_FUZZ_EXPECT(KIVCS2_FAILED(made) == (converter.m_converter == nullptr));
+    require(KIVCS2_FAILED(made) == (converter.m_converter == nullptr));
     if (KIVCS2_FAILED(made))
         return 0;
 
@@ -120,6 +120,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         else
             convertInterleaved(converter, input, output);
     }
-    KIV_FUZZ_EXPECT(kivCS2PCMAudioConverter_free(&converter) == KIVCS2STATUS_OK);
+    require(kivCS2PCMAudioConverter_free(&converter) == KIVCS2STATUS_OK);
     return 0;
 }

@@ -1,7 +1,7 @@
 // A CDP of two pairs: as long as it says, closed by its checksum, and the same pairs come back.
 // Input: SDI form (bit 0), one pair only (bit 1), sequence number, pairs.
 #include "../Tests/Support/PlainCDP.h"
-#include "Expect.h"
+#include "Require.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
 
@@ -19,21 +19,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     memcpy(pairs, data + 3, sizeof pairs);
     uint8_t packet[KIVCS2_CDP_SDI_SIZE];
     uint32_t packetSize = sdi ? KIVCS2_CDP_SDI_SIZE : KIVCS2_CDP_SIZE;
-    KIV_FUZZ_EXPECT(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(
-                        pairs, pairBytes, packet, &packetSize, sequenceNumber, sdi) == KIVCS2STATUS_OK);
-    KIV_FUZZ_EXPECT(packetSize == packet[2]);
-    KIV_FUZZ_EXPECT(std::accumulate(packet, packet + packetSize, 0u) % 256 == 0);
+    require(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(
+                pairs, pairBytes, packet, &packetSize, sequenceNumber, sdi) == KIVCS2STATUS_OK);
+    require(packetSize == packet[2]);
+    require(std::accumulate(packet, packet + packetSize, 0u) % 256 == 0);
     if (pairBytes == 4 && !sdi)
     {
         uint8_t plain[KIVCS2_CDP_SIZE];
         kiv::test::buildPlainly(data + 3, sequenceNumber, plain);
-        KIV_FUZZ_EXPECT(memcmp(packet, plain, sizeof plain) == 0);
+        require(memcmp(packet, plain, sizeof plain) == 0);
     }
 
     uint16_t back[2];
     const uint32_t room = sizeof back;
-    KIV_FUZZ_EXPECT(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(
-                        packet, packetSize, false, back, &room) == KIVCS2STATUS_OK);
-    KIV_FUZZ_EXPECT(memcmp(back, pairs, pairBytes) == 0);
+    require(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(packet, packetSize, false, back,
+                                                                            &room) == KIVCS2STATUS_OK);
+    require(memcmp(back, pairs, pairBytes) == 0);
     return 0;
 }

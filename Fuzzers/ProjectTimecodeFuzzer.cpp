@@ -1,6 +1,6 @@
 // Lenient timecode text: any bytes read as the splitting of system strings reads them, whether they come as
 // bytes or as such a string, and what is archived of the result comes back. The first byte picks the rate.
-#include "Expect.h"
+#include "Require.h"
 
 #include "KIVProjectTimecode.h"
 #include "Private/Support/CFRef.h"
@@ -97,14 +97,14 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const auto timecode = KIVProjectTimecode::timecodeWithString(text);
     if (const StringRef string = stringOf(text))
     {
-        KIV_FUZZ_EXPECT(timecode == KIVProjectTimecode::timecodeWithString(string.get()));
-        KIV_FUZZ_EXPECT(timecode == parsedByPieces(string.get()));
+        require(timecode == KIVProjectTimecode::timecodeWithString(string.get()));
+        require(timecode == parsedByPieces(string.get()));
     }
 
     char buffer[KIVProjectTimecode::kTextSize];
-    KIV_FUZZ_EXPECT(!timecode.debugDescription(buffer, sizeof buffer).empty());
-    KIV_FUZZ_EXPECT(!timecode.SMPTERepresentation(buffer, sizeof buffer).empty());
+    require(!timecode.debugDescription(buffer, sizeof buffer).empty());
+    require(!timecode.SMPTERepresentation(buffer, sizeof buffer).empty());
     const std::string_view archived = timecode.XMLRepresentation(buffer, sizeof buffer);
-    KIV_FUZZ_EXPECT(KIVProjectTimecode::timecodeWithString(archived) == timecode);
+    require(KIVProjectTimecode::timecodeWithString(archived) == timecode);
     return 0;
 }

@@ -1,6 +1,6 @@
 // Operations on a ring against deques: the bytes that can be fetched, and the last ones written. Two bytes of
 // the input are the capacity; each operation takes five: which, a size and an offset.
-#include "Expect.h"
+#include "Require.h"
 
 #include "KIVCS2RingBuffer.h"
 
@@ -35,11 +35,11 @@ class Ring
 public:
     explicit Ring(uint32_t capacity) : m_capacity(capacity)
     {
-        KIV_FUZZ_EXPECT(kivCS2RingBuffer_init(&m_ring, capacity) == KIVCS2STATUS_OK);
+        require(kivCS2RingBuffer_init(&m_ring, capacity) == KIVCS2STATUS_OK);
     }
     ~Ring()
     {
-        KIV_FUZZ_EXPECT(kivCS2RingBuffer_dispose(&m_ring) == KIVCS2STATUS_OK);
+        require(kivCS2RingBuffer_dispose(&m_ring) == KIVCS2STATUS_OK);
     }
     Ring(const Ring &) = delete;
     Ring &operator=(const Ring &) = delete;
@@ -66,11 +66,11 @@ public:
             read(size, (step[0] & 0x80) != 0 ? kHuge + step[3] : offset);
             break;
         case 7:
-            KIV_FUZZ_EXPECT(kivCS2RingBuffer_resetDataLostIndicator(&m_ring) == KIVCS2STATUS_OK);
+            require(kivCS2RingBuffer_resetDataLostIndicator(&m_ring) == KIVCS2STATUS_OK);
             m_lost = false;
             break;
         case 8:
-            KIV_FUZZ_EXPECT(kivCS2RingBuffer_setOperationMode(&m_ring, step[1] % 3u) == KIVCS2STATUS_OK);
+            require(kivCS2RingBuffer_setOperationMode(&m_ring, step[1] % 3u) == KIVCS2STATUS_OK);
             m_rejects = step[1] % 3 == KIVCS2RingBufferOpMode_Reject;
             break;
         default:
@@ -95,7 +95,7 @@ private:
         const KIVCS2Status status = keepTrying && wanted != KIVCS2STATUS_OVERFLOW_ERR
                                         ? kivCS2RingBuffer_storeKeepTrying(&m_ring, data.get(), size, 1)
                                         : kivCS2RingBuffer_store(&m_ring, data.get(), size);
-        KIV_FUZZ_EXPECT(status == wanted);
+        require(status == wanted);
         if (KIVCS2_FAILED(status))
             return;
         m_written += size;
@@ -114,12 +114,11 @@ private:
         const KIVCS2Status status = kivCS2RingBuffer_fetch(&m_ring, data.get(), size);
         if (size > m_capacity || size > m_waiting.size())
         {
-            KIV_FUZZ_EXPECT(status ==
-                            (size > m_capacity ? KIVCS2STATUS_PARAM_ERR : KIVCS2STATUS_NO_DATA_ERR));
+            require(status == (size > m_capacity ? KIVCS2STATUS_PARAM_ERR : KIVCS2STATUS_NO_DATA_ERR));
             return;
         }
-        KIV_FUZZ_EXPECT(status == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(std::equal(data.get(), data.get() + size, m_waiting.begin()));
+        require(status == KIVCS2STATUS_OK);
+        require(std::equal(data.get(), data.get() + size, m_waiting.begin()));
         m_waiting.erase(m_waiting.begin(), m_waiting.begin() + size);
     }
 
@@ -133,11 +132,11 @@ private:
         const std::deque<uint8_t> &from = cameRound() ? m_history : m_waiting;
         if (end > m_capacity || end > from.size())
         {
-            KIV_FUZZ_EXPECT(status == (end > m_capacity ? KIVCS2STATUS_PARAM_ERR : KIVCS2STATUS_NO_DATA_ERR));
+            require(status == (end > m_capacity ? KIVCS2STATUS_PARAM_ERR : KIVCS2STATUS_NO_DATA_ERR));
             return;
         }
-        KIV_FUZZ_EXPECT(status == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(std::equal(data.get(), data.get() + size, from.begin() + offset));
+        require(status == KIVCS2STATUS_OK);
+        require(std::equal(data.get(), data.get() + size, from.begin() + offset));
     }
 
     [[nodiscard]] bool cameRound() const
@@ -150,15 +149,15 @@ private:
         uint32_t free = 0;
         uint32_t fetchable = 0;
         float part = -1;
-        KIV_FUZZ_EXPECT(kivCS2RingBuffer_getFreeBytesAvailable(&m_ring, &free) == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(kivCS2RingBuffer_getFetchBytesAvailable(&m_ring, &fetchable) == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(kivCS2RingBuffer_getUtilization(&m_ring, &part) == KIVCS2STATUS_OK);
-        KIV_FUZZ_EXPECT(fetchable == m_waiting.size() && free == m_capacity - fetchable);
-        KIV_FUZZ_EXPECT(part == static_cast<float>(fetchable) / static_cast<float>(m_capacity));
-        KIV_FUZZ_EXPECT(m_ring.dataLost == (m_lost ? 1 : 0));
-        KIV_FUZZ_EXPECT(m_ring.circulatedAtLeastOnce == (cameRound() ? 1 : 0));
-        KIV_FUZZ_EXPECT(m_ring.tail - m_ring.buffer == static_cast<ptrdiff_t>(m_written % m_capacity));
-        KIV_FUZZ_EXPECT(m_ring.head >= m_ring.buffer && m_ring.head < m_ring.buffer_end);
+        require(kivCS2RingBuffer_getFreeBytesAvailable(&m_ring, &free) == KIVCS2STATUS_OK);
+        require(kivCS2RingBuffer_getFetchBytesAvailable(&m_ring, &fetchable) == KIVCS2STATUS_OK);
+        require(kivCS2RingBuffer_getUtilization(&m_ring, &part) == KIVCS2STATUS_OK);
+        require(fetchable == m_waiting.size() && free == m_capacity - fetchable);
+        require(part == static_cast<float>(fetchable) / static_cast<float>(m_capacity));
+        require(m_ring.dataLost == (m_lost ? 1 : 0));
+        require(m_ring.circulatedAtLeastOnce == (cameRound() ? 1 : 0));
+        require(m_ring.tail - m_ring.buffer == static_cast<ptrdiff_t>(m_written % m_capacity));
+        require(m_ring.head >= m_ring.buffer && m_ring.head < m_ring.buffer_end);
     }
 
     KIVCS2RingBuffer m_ring{};

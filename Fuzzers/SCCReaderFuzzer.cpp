@@ -5,8 +5,6 @@
 
 namespace
 {
-using kiv::fuzz::require;
-
 // Asks for every frame of the pending caption, then for the frame behind it, which reads on.
 KIVCS2Status readPending(KIVCS2ClosedCaptionsMCCStream &mcc)
 {

@@ -2,7 +2,7 @@
 // options, the next one the buffer, then come messages: a length and bytes. Datagrams keep their bounds.
 #include "KIVCS2Socket.h"
 
-#include "Expect.h"
+#include "Require.h"
 
 #include <algorithm>
 #include <array>
@@ -27,7 +27,7 @@ constexpr uint8_t kBefore = 0xaa;    // in the buffer
 void silenceStandardOutput()
 {
     static const bool done = std::freopen("/dev/null", "w", stdout) != nullptr;
-    KIV_FUZZ_EXPECT(done);
+    require(done);
 }
 
 // One receive: returns false when nothing more can come.
@@ -43,16 +43,15 @@ bool receiveOne(KIVCS2Socket &socket, uint8_t choice, uint32_t size, std::string
         tellsSender ? kivCS2Socket_receiveFrom(&socket, buffer.data(), size, clear, &count, &from, nullptr)
                     : kivCS2Socket_receive(&socket, buffer.data(), size, clear, &count);
     const bool wouldWait = status == KIVCS2STATUS_EOF_ERR;
-    KIV_FUZZ_EXPECT(wouldWait == (socket.m_errno == EAGAIN));
-    KIV_FUZZ_EXPECT(count <= size || (tellsSender && wouldWait && count == UINT32_MAX));
+    require(wouldWait == (socket.m_errno == EAGAIN));
+    require(count <= size || (tellsSender && wouldWait && count == UINT32_MAX));
     const uint32_t came = wouldWait ? 0 : count;
     const bool isEnd = !tellsSender && (socket.m_options & KIVCS2SocketOption_EndOnEOT) != 0 && came > 0 &&
                        buffer[0] == 0x04;
     if (!wouldWait)
-        KIV_FUZZ_EXPECT(status ==
-                        (came == 0 || isEnd ? KIVCS2STATUS_CONNECTION_CLOSED_ERR : KIVCS2STATUS_OK));
+        require(status == (came == 0 || isEnd ? KIVCS2STATUS_CONNECTION_CLOSED_ERR : KIVCS2STATUS_OK));
     for (size_t index = came; index < buffer.size(); ++index) // nothing is written behind, but zeros
-        KIV_FUZZ_EXPECT(buffer[index] == (clear && index < size ? 0 : kBefore));
+        require(buffer[index] == (clear && index < size ? 0 : kBefore));
     taken.append(reinterpret_cast<const char *>(buffer.data()), came);
     return came > 0;
 }
@@ -70,11 +69,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (socketpair(AF_UNIX, (datagrams ? SOCK_DGRAM : SOCK_STREAM) | SOCK_NONBLOCK, 0, ends) != 0)
         return 0;
     auto *socket = static_cast<KIVCS2Socket *>(kivCS2ZeroMalloc(sizeof(KIVCS2Socket)));
-    KIV_FUZZ_EXPECT(socket != nullptr);
+    require(socket != nullptr);
     socket->m_socket = ends[0];
     socket->m_type = datagrams ? KIVCS2SocketType_Datagram : KIVCS2SocketType_Stream;
     socket->m_options = choice & kOptions;
-    KIV_FUZZ_EXPECT(KIVCS2_SUCCEEDED(kivCS2Socket_setNoSigpipe(socket, 1)));
+    require(KIVCS2_SUCCEEDED(kivCS2Socket_setNoSigpipe(socket, 1)));
 
     std::string sent;
     std::string taken;
@@ -94,12 +93,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         if (receives)
             (void)receiveOne(*socket, choice, bufferSize, taken);
     }
-    KIV_FUZZ_EXPECT(sent.starts_with(taken));
+    require(sent.starts_with(taken));
     if ((choice & kPeerStays) == 0)
-        KIV_FUZZ_EXPECT(close(ends[1]) == 0);
-    KIV_FUZZ_EXPECT(KIVCS2_SUCCEEDED(kivCS2Socket_close(socket)));
-    KIV_FUZZ_EXPECT(socket->m_socket == 0 && fcntl(ends[0], F_GETFD) == -1);
-    KIV_FUZZ_EXPECT(kivCS2Socket_free(socket) == KIVCS2STATUS_OK);
+        require(close(ends[1]) == 0);
+    require(KIVCS2_SUCCEEDED(kivCS2Socket_close(socket)));
+    require(socket->m_socket == 0 && fcntl(ends[0], F_GETFD) == -1);
+    require(kivCS2Socket_free(socket) == KIVCS2STATUS_OK);
     if ((choice & kPeerStays) != 0)
         close(ends[1]);
     return 0;

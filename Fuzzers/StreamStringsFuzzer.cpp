@@ -1,22 +1,17 @@
 // Length-prefixed strings and the bit reader over bytes from outside. The first byte chooses how many
 // bytes of every read the stream gives at the most; the bits are compared with a plain index.
+#include "Require.h"
+
 #include "KIVCS2MemoryStream.h"
 #include "KIVCS2Stream.h"
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 namespace
 {
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
 uint64_t g_most = 0; // bytes a read gives at the most; 0: as many as asked
 
 KIVCS2Status readSome(KIVCS2Stream *stream, void *buffer, uint64_t size, uint64_t *count)

@@ -1,4 +1,6 @@
 // Texts from outside: detection by mark, then conversion from each encoding into each, and back.
+#include "Require.h"
+
 #include "KIVCS2String.h"
 
 #include <cstdint>
@@ -8,12 +10,6 @@
 
 namespace
 {
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
 void convert(const std::vector<char> &source, KIVCS2StringEncoding from, KIVCS2StringEncoding to,
              uint32_t length)
 {

@@ -1,5 +1,5 @@
 // The texts of /proc, /sys, os-release and machine-info: any bytes are taken, and what is found was there.
-#include "Expect.h"
+#include "Require.h"
 #include "System/SystemText.h"
 
 #include <array>
@@ -18,20 +18,20 @@ void parseAssignments(std::string_view text)
         const auto value = kiv::system::findAssignment(text, name, room);
         if (!value)
             continue;
-        KIV_FUZZ_EXPECT(!value->empty() && value->data() == room.data() && value->size() <= room.size());
-        KIV_FUZZ_EXPECT(text.find(name) != std::string_view::npos);
+        require(!value->empty() && value->data() == room.data() && value->size() <= room.size());
+        require(text.find(name) != std::string_view::npos);
         // Quoted again it comes back the same.
         std::string again{name};
         again += "=\"";
         for (const char character : *value)
         {
-            KIV_FUZZ_EXPECT(static_cast<unsigned char>(character) >= 0x20 && character != 0x7F);
+            require(static_cast<unsigned char>(character) >= 0x20 && character != 0x7F);
             again += '\\';
             again += character;
         }
         again += "\"\n";
         std::array<char, 24> roomAgain;
-        KIV_FUZZ_EXPECT(kiv::system::findAssignment(again, name, roomAgain) == value);
+        require(kiv::system::findAssignment(again, name, roomAgain) == value);
         (void)kiv::system::parseVersion(*value);
     }
 }
@@ -42,20 +42,20 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const std::string_view text{reinterpret_cast<const char *>(data), size};
     if (const auto memory = kiv::system::parseMemory(text))
     {
-        KIV_FUZZ_EXPECT(memory->total % 1024 == 0 && memory->wired % 1024 == 0);
+        require(memory->total % 1024 == 0 && memory->wired % 1024 == 0);
         // A line that is cut makes none of it true.
         const std::string cut = std::string{text} + "\nMemFree:  12";
-        KIV_FUZZ_EXPECT(!kiv::system::parseMemory(cut));
+        require(!kiv::system::parseMemory(cut));
     }
     if (const auto pages = kiv::system::parseProcessPages(text))
     {
         const std::string start = std::to_string(pages->mapped) + " " + std::to_string(pages->resident) + " ";
-        KIV_FUZZ_EXPECT(text.size() >= start.size()); // longer with zeros in front
+        require(text.size() >= start.size()); // longer with zeros in front
     }
-    KIV_FUZZ_EXPECT(kiv::system::parseProcessorClock(text) <= 1000000000000);
-    KIV_FUZZ_EXPECT(kiv::system::countProcessors(text) <= (1u << 20) + 1);
+    require(kiv::system::parseProcessorClock(text) <= 1000000000000);
+    require(kiv::system::countProcessors(text) <= (1u << 20) + 1);
     if (const auto number = kiv::system::parseNumber(text))
-        KIV_FUZZ_EXPECT(text.find(std::to_string(*number)) != std::string_view::npos);
+        require(text.find(std::to_string(*number)) != std::string_view::npos);
     parseAssignments(text);
     return 0;
 }

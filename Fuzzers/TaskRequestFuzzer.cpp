@@ -1,7 +1,7 @@
 // A request's bytes in a real pipe, read as the task server reads them: a hostile length takes no memory that
 // it does not fill, nothing waits for bytes that never come, and what is read is what a host would have
 // written.
-#include "Expect.h"
+#include "Require.h"
 
 #include "Private/Tasks/ServerProcess.h"
 #include "Private/Tasks/ServerWire.h"
@@ -26,7 +26,7 @@ void compare(const kiv::ExecRequest &request, const uint8_t *data, size_t size)
     const auto number = [&]
     {
         uint32_t value = 0;
-        KIV_FUZZ_EXPECT(at + sizeof value <= size);
+        require(at + sizeof value <= size);
         std::memcpy(&value, data + at, sizeof value);
         at += sizeof value;
         return value;
@@ -34,15 +34,15 @@ void compare(const kiv::ExecRequest &request, const uint8_t *data, size_t size)
     const auto text = [&](const char *read)
     {
         const uint32_t length = number();
-        KIV_FUZZ_EXPECT(length <= size - at);
-        KIV_FUZZ_EXPECT(std::memcmp(read, data + at, length) == 0 && read[length] == '\0');
+        require(length <= size - at);
+        require(std::memcmp(read, data + at, length) == 0 && read[length] == '\0');
         at += length;
     };
     text(request.command());
     const uint32_t count = number();
     for (uint32_t index = 0; index < count; ++index)
         text(request.argv()[index]);
-    KIV_FUZZ_EXPECT(request.argv()[count] == nullptr);
+    require(request.argv()[count] == nullptr);
 }
 } // namespace
 
@@ -50,8 +50,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     size = std::min(size, kMostBytes);
     int ends[2];
-    KIV_FUZZ_EXPECT(KIVPPipe(ends) == 0 && fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0);
-    KIV_FUZZ_EXPECT(size == 0 || write(ends[1], data, size) == static_cast<ssize_t>(size));
+    require(KIVPPipe(ends) == 0 && fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0);
+    require(size == 0 || write(ends[1], data, size) == static_cast<ssize_t>(size));
     close(ends[1]);
     g_CSTaskServer.m_descriptors[kRequestRead] = ends[0];
     {
@@ -60,7 +60,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         if (KIVCS2_SUCCEEDED(status))
             compare(request, data, size);
         else
-            KIV_FUZZ_EXPECT(status == KIVCS2STATUS_PIPE_ERR || status == KIVCS2STATUS_MEMORY_ERR);
+            require(status == KIVCS2STATUS_PIPE_ERR || status == KIVCS2STATUS_MEMORY_ERR);
     }
     close(ends[0]);
     return 0;

@@ -27,11 +27,11 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         expected = kivCS2Timecode_initWithCFString(&general, string);
         CFRelease(string);
     }
-    KIV_FUZZ_EXPECT(status == expected && plain == general);
+    require(status == expected && plain == general);
 
     char buffer[29];
     std::memset(buffer, '#', sizeof buffer);
-    KIV_FUZZ_EXPECT(kivCS2Timecode_timecodeToString(&plain, buffer, sizeof buffer) == KIVCS2STATUS_OK);
-    KIV_FUZZ_EXPECT(std::memchr(buffer, '\0', sizeof buffer) != nullptr);
+    require(kivCS2Timecode_timecodeToString(&plain, buffer, sizeof buffer) == KIVCS2STATUS_OK);
+    require(std::memchr(buffer, '\0', sizeof buffer) != nullptr);
     return 0;
 }

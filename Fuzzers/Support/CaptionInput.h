@@ -2,22 +2,17 @@
 #ifndef KIV_FUZZ_CAPTION_INPUT_H
 #define KIV_FUZZ_CAPTION_INPUT_H
 
+#include "Require.h"
+
 #include "KIVCS2ClosedCaptions.h"
 #include "KIVCS2MemoryStream.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <vector>
 
 namespace kiv::fuzz
 {
-inline void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
-
 // At 29.97, whose numbering leaves timecodes out.
 inline void setRateOnce()
 {

@@ -1,11 +1,15 @@
-// Replays files, or every file of a folder, through a fuzz target: the regression run of its seeds.
+// Runs a fuzz target over its seeds, so that a fixed fault stays fixed, and over random inputs, the same in
+// every run; or over single files.
 //   FuzzReplay SCCReader Fuzzers/Corpus/SCCReader
+//   FuzzReplay SCCReader build/fuzz/findings/SCCReader-crash
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string_view>
 #include <vector>
 
@@ -16,6 +20,9 @@
 
 namespace
 {
+constexpr int kRandomInputs = 1000;
+constexpr unsigned kLongest = 512; // bytes: most models take a hundred steps
+
 using Target = int (*)(const uint8_t *data, size_t size);
 
 struct Row
@@ -40,17 +47,41 @@ Target find(std::string_view entry)
 bool replay(Target target, const std::filesystem::path &path)
 {
     std::ifstream file{path, std::ios::binary};
-    if (!file)
-        return false;
     const std::vector<char> bytes{std::istreambuf_iterator<char>{file}, {}};
-    target(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
-    return true;
+    if (file.is_open())
+        target(reinterpret_cast<const uint8_t *>(bytes.data()), bytes.size());
+    else
+        std::fprintf(stderr, "%s: cannot be read\n", path.c_str());
+    return file.is_open();
+}
+
+// Half of the inputs have small bytes only, because many targets choose by small numbers.
+void runRandomInputs(Target target)
+{
+    std::mt19937 random{1};
+    for (int index = 0; index < kRandomInputs; ++index)
+    {
+        std::vector<uint8_t> bytes(random() % kLongest);
+        const uint32_t mask = index % 2 == 0 ? 0xFF : 0x1F;
+        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<uint8_t>(random() & mask); });
+        target(bytes.data(), bytes.size());
+    }
+}
+
+bool replayFolder(Target target, const std::filesystem::path &folder)
+{
+    size_t count = 0;
+    for (const auto &entry : std::filesystem::directory_iterator{folder})
+        count += replay(target, entry.path()) ? 1 : 0;
+    std::fprintf(stderr, "%zu seeds and %d random inputs\n", count, kRandomInputs);
+    runRandomInputs(target);
+    return count > 0;
 }
 } // namespace
 
 int main(int argc, char **argv)
 {
-    const Target target = argc > 1 ? find(argv[1]) : nullptr;
+    const Target target = argc > 2 ? find(argv[1]) : nullptr;
     if (target == nullptr)
     {
         std::fprintf(stderr, "usage: %s <entry> <file or folder>...; the entries are\n", argv[0]);
@@ -58,31 +89,8 @@ int main(int argc, char **argv)
             std::fprintf(stderr, "  %s\n", row.entry.data());
         return 2;
     }
-    size_t count = 0;
     for (int index = 2; index < argc; ++index)
-    {
-        const std::filesystem::path path{argv[index]};
-        std::vector<std::filesystem::path> files;
-        if (std::filesystem::is_directory(path))
-            for (const auto &entry : std::filesystem::directory_iterator{path})
-                files.push_back(entry.path());
-        else
-            files.push_back(path);
-        for (const auto &file : files)
-        {
-            if (!replay(target, file))
-            {
-                std::fprintf(stderr, "%s: cannot be read\n", file.c_str());
-                return 1;
-            }
-            ++count;
-        }
-    }
-    if (count == 0)
-    {
-        std::fprintf(stderr, "no seeds were given\n");
-        return 1;
-    }
-    std::printf("%zu inputs replayed\n", count);
+        if (!(std::filesystem::is_directory(argv[index]) ? replayFolder : replay)(target, argv[index]))
+            return 1;
     return 0;
 }

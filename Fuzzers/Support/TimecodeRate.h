@@ -2,7 +2,7 @@
 #ifndef KIV_FUZZ_TIMECODE_RATE_H
 #define KIV_FUZZ_TIMECODE_RATE_H
 
-#include "Expect.h"
+#include "Require.h"
 
 #include "KIVCS2Timecode.h"
 
@@ -19,7 +19,7 @@ inline void setRate(uint8_t choice)
         choice < KIVCS2FrameRate_MAX ? choice : KIVCS2FrameRate{KIVCS2FrameRate_29_97};
     if (rate == current)
         return;
-    KIV_FUZZ_EXPECT(kivCS2Timecode_setFrameRate(rate) == KIVCS2STATUS_OK);
+    require(kivCS2Timecode_setFrameRate(rate) == KIVCS2STATUS_OK);
     current = rate;
 }
 } // namespace kiv::fuzz

@@ -13,11 +13,7 @@
 #include <string_view>
 
 // The call of one row, made only when the check runs.
-#define KIV_CALL(...)                                                                                        \
-    [&]                                                                                                      \
-    {                                                                                                        \
-        return __VA_ARGS__;                                                                                  \
-    }
+#define KIV_CALL(...) [&] { return __VA_ARGS__; }
 
 // A row whose call is of the operation that refuses.
 #define KIV_REFUSES(status, operation, text, ...)                                                            \
@@ -25,6 +21,9 @@
     {                                                                                                        \
 #operation, text, status, KIV_CALL(operation(__VA_ARGS__))                                           \
     }
+
+// The same with the status of nearly all argument checks.
+#define KIV_CHECKS(operation, text, ...) KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, operation, text, __VA_ARGS__)
 
 namespace kiv::test
 {
