@@ -2,19 +2,15 @@
 // lost, come twice or change places. The ring refuses what does not fit.
 //
 //   RingBufferSoak <bytes>
-#include <KIVCoreServices2/KIVCS2Mutex.h>
-#include <KIVCoreServices2/KIVCS2PThread.h>
 #include <KIVCoreServices2/KIVCS2RingBuffer.h>
 
 #include <algorithm>
-#include <charconv>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <string_view>
+#include <mutex>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -42,187 +38,86 @@ private:
 };
 
 // Lengths as hosts use them: packets, and now and then a block.
-class Lengths
+uint32_t nextLength(std::minstd_rand &random)
 {
-public:
-    explicit Lengths(uint32_t seed) : m_state(seed) {}
+    return 1 + static_cast<uint32_t>(random() % (random() % 8 == 0 ? kLongest : 300));
+}
 
-    uint32_t next()
-    {
-        m_state ^= m_state << 13;
-        m_state ^= m_state >> 17;
-        m_state ^= m_state << 5;
-        return 1 + m_state % ((m_state & 0x700000u) == 0 ? 300 : kLongest);
-    }
-
-private:
-    uint32_t m_state;
-};
-
-struct Soak
+void require(bool holds, const char *what)
 {
-    KIVCS2Mutex mutex{};
-    KIVCS2RingBuffer ring{};
-    uint64_t total = 0;
-    uint64_t written = 0;  // under the mutex
-    bool failed = false;   // under the mutex
-    uint64_t refused = 0;  // the producer's
-    uint64_t tooEarly = 0; // the consumer's
-    uint64_t lookedBack = 0;
-};
-
-void require(KIVCS2Status status, const char *what)
-{
-    if (KIVCS2_SUCCEEDED(status))
+    if (holds)
         return;
-    std::fprintf(stderr, "soak: %s (status 0x%08x)\n", what, status);
+    std::fprintf(stderr, "soak: %s\n", what);
     std::exit(1);
 }
 
-class Locked
-{
-public:
-    explicit Locked(Soak &soak) : m_soak(soak)
-    {
-        require(kivCS2Mutex_lock(&m_soak.mutex), "locking");
-    }
-    ~Locked()
-    {
-        require(kivCS2Mutex_unlock(&m_soak.mutex), "unlocking");
-    }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
+std::mutex theMutex;
+KIVCS2RingBuffer theRing; // under the mutex
+uint64_t theWritten = 0;  // under the mutex
 
-private:
-    Soak &m_soak;
-};
-
-void *produce(void *argument)
+void produce(uint64_t total)
 {
-    Soak &soak = *static_cast<Soak *>(argument);
     Stream stream;
-    Lengths lengths{2463534242u};
-    for (uint64_t position = 0; position < soak.total;)
+    std::minstd_rand random{1};
+    for (uint64_t position = 0; position < total;)
     {
-        const auto size = static_cast<uint32_t>(std::min<uint64_t>(lengths.next(), soak.total - position));
+        const auto size = static_cast<uint32_t>(std::min<uint64_t>(nextLength(random), total - position));
         const uint8_t *const bytes = stream.bytes(position, size);
-        for (bool stored = false; !stored;)
+        std::unique_lock lock{theMutex};
+        while (kivCS2RingBuffer_store(&theRing, bytes, size) != KIVCS2STATUS_OK)
         {
-            {
-                const Locked lock{soak};
-                if (soak.failed)
-                    return nullptr;
-                stored = kivCS2RingBuffer_store(&soak.ring, bytes, size) == KIVCS2STATUS_OK;
-                soak.written += stored ? size : 0;
-            }
-            if (!stored)
-            {
-                ++soak.refused;
-                std::this_thread::yield();
-            }
-        }
-        position += size;
-    }
-    return nullptr;
-}
-
-[[nodiscard]] bool sameAsStream(Stream &stream, const uint8_t *bytes, uint64_t position, uint32_t size)
-{
-    if (std::memcmp(bytes, stream.bytes(position, size), size) == 0)
-        return true;
-    const uint8_t *const wanted = stream.bytes(position, size);
-    uint32_t at = 0;
-    while (bytes[at] == wanted[at])
-        ++at;
-    std::fprintf(stderr, "soak: byte %llu is 0x%02x instead of 0x%02x\n",
-                 static_cast<unsigned long long>(position + at), bytes[at], wanted[at]);
-    return false;
-}
-
-// The oldest bytes of the ring's history are those of one capacity ago, whatever has been fetched.
-[[nodiscard]] bool lookBack(Soak &soak, Stream &stream, uint8_t *room, uint32_t size)
-{
-    uint64_t written = 0;
-    {
-        const Locked lock{soak};
-        written = soak.written;
-        if (written < kCapacity)
-            return true;
-        require(kivCS2RingBuffer_readOldestData(&soak.ring, room, size), "looking back");
-    }
-    ++soak.lookedBack;
-    return sameAsStream(stream, room, written - kCapacity, size);
-}
-
-void *consume(void *argument)
-{
-    Soak &soak = *static_cast<Soak *>(argument);
-    Stream stream;
-    Lengths lengths{88172645u};
-    const auto room = std::make_unique<uint8_t[]>(kLongest);
-    bool good = true;
-    for (uint64_t position = 0, fetches = 0; position < soak.total && good; ++fetches)
-    {
-        uint32_t size = lengths.next();
-        {
-            const Locked lock{soak};
-            uint32_t available = 0;
-            require(kivCS2RingBuffer_getFetchBytesAvailable(&soak.ring, &available), "asking");
-            size = std::min(size, available);
-            require(kivCS2RingBuffer_fetch(&soak.ring, room.get(), size), "fetching");
-        }
-        if (size == 0)
-        {
-            ++soak.tooEarly;
+            lock.unlock();
             std::this_thread::yield();
-            continue;
+            lock.lock();
         }
-        good = sameAsStream(stream, room.get(), position, size);
-        if (good && fetches % 1024 == 0)
-            good = lookBack(soak, stream, room.get(), lengths.next());
+        theWritten += size;
         position += size;
     }
-    const Locked lock{soak};
-    soak.failed = !good;
-    return nullptr;
+}
+
+void consume(uint64_t total)
+{
+    Stream stream;
+    std::minstd_rand random{2};
+    std::vector<uint8_t> room(kLongest);
+    uint64_t position = 0;
+    for (uint64_t fetches = 0; position < total; ++fetches)
+    {
+        uint32_t size = nextLength(random);
+        uint32_t available = 0;
+        std::unique_lock lock{theMutex};
+        require(kivCS2RingBuffer_getFetchBytesAvailable(&theRing, &available) == KIVCS2STATUS_OK, "asking");
+        size = std::min(size, available);
+        require(kivCS2RingBuffer_fetch(&theRing, room.data(), size) == KIVCS2STATUS_OK, "fetching");
+        lock.unlock();
+        if (size == 0)
+            std::this_thread::yield();
+        require(std::memcmp(room.data(), stream.bytes(position, size), size) == 0, "other bytes are fetched");
+        position += size;
+
+        // The oldest bytes of the ring's history are those of one capacity ago, whatever has been fetched.
+        lock.lock();
+        if (fetches % 1024 != 0 || theWritten < kCapacity)
+            continue;
+        const uint64_t oldest = theWritten - kCapacity;
+        require(kivCS2RingBuffer_readOldestData(&theRing, room.data(), size) == KIVCS2STATUS_OK,
+                "looking back");
+        require(std::memcmp(room.data(), stream.bytes(oldest, size), size) == 0,
+                "the history has other bytes");
+    }
 }
 } // namespace
 
 int main(int argc, char **argv)
 {
-    Soak soak;
-    const std::string_view word = argc == 2 ? argv[1] : "";
-    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), soak.total);
-    if (error != std::errc{} || end != word.data() + word.size() || soak.total == 0)
-    {
-        std::fputs("usage: RingBufferSoak <bytes>\n", stderr);
-        return 2;
-    }
-    require(kivCS2Mutex_init(&soak.mutex, KIVCS2MutexOptions_None), "mutex");
-    require(kivCS2RingBuffer_init(&soak.ring, kCapacity), "ring");
-    require(kivCS2RingBuffer_setOperationMode(&soak.ring, KIVCS2RingBufferOpMode_Reject), "mode");
-
-    const auto start = std::chrono::steady_clock::now();
-    KIVCS2Thread producer;
-    KIVCS2Thread consumer;
-    require(kivCS2Thread_init(&producer, &soak, produce), "producer");
-    require(kivCS2Thread_init(&consumer, &soak, consume), "consumer");
-    for (KIVCS2Thread *thread : {&producer, &consumer})
-    {
-        require(kivCS2Thread_join(thread), "joining");
-        require(kivCS2Thread_free(thread), "freeing");
-    }
-    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-
-    uint32_t left = ~0u;
-    require(kivCS2RingBuffer_getFetchBytesAvailable(&soak.ring, &left), "asking");
-    const bool good = !soak.failed && left == 0 && soak.ring.dataLost == 0 && soak.written == soak.total;
-    std::printf("%llu bytes in %.1f s: %s; %llu stores refused, %llu fetches too early, %llu looks back\n",
-                static_cast<unsigned long long>(soak.total), seconds.count(),
-                good ? "all in order" : "FAILED", static_cast<unsigned long long>(soak.refused),
-                static_cast<unsigned long long>(soak.tooEarly),
-                static_cast<unsigned long long>(soak.lookedBack));
-    require(kivCS2RingBuffer_dispose(&soak.ring), "dispose");
-    require(kivCS2Mutex_free(&soak.mutex), "free");
-    return good ? 0 : 1;
+    const uint64_t total = argc == 2 ? std::strtoull(argv[1], nullptr, 10) : 0;
+    require(total > 0, "usage: RingBufferSoak <bytes>");
+    require(kivCS2RingBuffer_init(&theRing, kCapacity) == KIVCS2STATUS_OK, "no ring");
+    (void)kivCS2RingBuffer_setOperationMode(&theRing, KIVCS2RingBufferOpMode_Reject);
+    std::thread producer{produce, total};
+    consume(total);
+    producer.join();
+    require(theRing.dataLost == 0 && theWritten == total, "bytes are lost");
+    std::printf("%llu bytes, all in order\n", static_cast<unsigned long long>(total));
+    return kivCS2RingBuffer_dispose(&theRing) == KIVCS2STATUS_OK ? 0 : 1;
 }
