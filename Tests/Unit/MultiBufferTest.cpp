@@ -1,4 +1,4 @@
-// Multi-buffers: whose turn it is, what a buffer keeps, resizing, ranges, the lock, and many threads.
+// Multi-buffers: what hosts rely on, lock, threads; Fuzzers/MultiBufferFuzzer.cpp has a model of the rest.
 #include <KIVCoreServices2/KIVCS2MultiBuffer.h>
 
 #include "ArgumentCheck.h"
@@ -86,12 +86,6 @@ struct Sample
         EXPECT_EQ(kivCS2MultiBuffer_getUsedCount(&record, &count), KIVCS2STATUS_OK);
         return count;
     }
-    double usage()
-    {
-        double share = 99;
-        EXPECT_EQ(kivCS2MultiBuffer_getUsage(&record, &share), KIVCS2STATUS_OK);
-        return share;
-    }
     // The indices of the entries in use, oldest first; they are free afterwards.
     std::vector<uint32_t> takeHeads()
     {
@@ -109,60 +103,15 @@ TEST(MultiBuffer, GoesRoundAndStartsAnewWhenNoneIsFree)
     Sample sample{3};
     for (const uint32_t wanted : {0u, 1u, 2u, kNoBuffer})
         EXPECT_EQ(sample.allocate(), wanted);
-    sample.release(1);
-    EXPECT_EQ(sample.allocate(), 1u);
-    sample.release(2);
     sample.release(0);
-    EXPECT_EQ(sample.allocate(), 2u); // behind 1, though 0 is free as well
-    EXPECT_EQ(sample.allocate(), 0u); // and round
-    EXPECT_EQ(sample.allocate(), kNoBuffer);
-    for (const uint32_t index : {0u, 1u, 2u})
-        sample.release(index);
-    EXPECT_EQ(sample.allocate(), 0u); // after a search that found none
-
-    Sample empty{0, KIVCS2MultiBufferFlags_None};
-    EXPECT_EQ(empty.allocate(), kNoBuffer);
-    EXPECT_EQ(empty.usage(), 0.0);
-}
-
-TEST(MultiBuffer, BuffersKeepTheirMemoryUntilCompacted)
-{
-    Sample sample{2};
-    EXPECT_EQ(sample.allocate(1000), 0u);
-    void *const data = sample.data(0);
-    sample.release(0);
-    EXPECT_EQ(sample.allocateBetween(0, 0), 0u);
-    EXPECT_EQ(sample.data(0), data);
-    EXPECT_EQ(sample.record.m_buffers[0].m_mem_ptr.m_allocated, 1000u);
-
-    EXPECT_EQ(sample.allocate(2000), 1u);
     sample.release(1);
-    EXPECT_EQ(kivCS2MultiBuffer_compact(&sample.record), KIVCS2STATUS_OK);
-    EXPECT_EQ(sample.record.m_buffers[0].m_mem_ptr.m_allocated, 1000u); // in use
-    EXPECT_EQ(sample.data(0), data);
-    EXPECT_EQ(sample.record.m_buffers[1].m_mem_ptr.m_allocated, 4u);
-}
-
-TEST(MultiBuffer, TheHeadIsTheOldestAndOnlyOneTakesItOff)
-{
-    Sample sample{3};
+    EXPECT_EQ(sample.allocate(), 0u);
     KIVCS2BufferEntry *entry = nullptr;
-    EXPECT_EQ(kivCS2MultiBuffer_getHeadEntry(&sample.record, &entry, 1), KIVCS2STATUS_NO_ENTRY_ERR);
-    for (const uint32_t wanted : {0u, 1u, 2u})
-        EXPECT_EQ(sample.allocate(), wanted);
-    sample.release(0);
-    EXPECT_EQ(sample.allocate(), 0u); // now the youngest
-    for (const int32_t remove : {0, 2, -1})
-    {
+    for (const int32_t remove : {0, 2, -1, 1}) // only 1 takes the oldest off
         EXPECT_EQ(kivCS2MultiBuffer_getHeadEntry(&sample.record, &entry, remove), KIVCS2STATUS_OK);
-        EXPECT_EQ(entry, &sample.record.m_buffers[1]);
-    }
-    EXPECT_EQ(sample.used(), 3u);
-    EXPECT_EQ(kivCS2MultiBuffer_getHeadEntry(&sample.record, &entry, 1), KIVCS2STATUS_OK);
-    EXPECT_EQ(sample.used(), 2u);
-    EXPECT_DOUBLE_EQ(sample.usage(), 2.0 / 3);
-    EXPECT_EQ(sample.allocate(), 1u);
-    EXPECT_EQ(sample.takeHeads(), (Order{2, 0, 1}));
+    EXPECT_EQ(entry, &sample.record.m_buffers[2]);
+    EXPECT_EQ(sample.allocate(), 1u); // the search goes on from 0
+    EXPECT_EQ(sample.takeHeads(), (Order{0, 1}));
 }
 
 TEST(MultiBuffer, UnknownPointersChangeNothing)
@@ -187,54 +136,21 @@ TEST(MultiBuffer, UnknownPointersChangeNothing)
     EXPECT_EQ(sample.used(), 0u);
 }
 
-TEST(MultiBuffer, AResizeKeepsWhatIsInUseAndOrdersByIndex)
+TEST(MultiBuffer, AResizeOrdersByIndexAndStopsAtTheMemory)
 {
-    Sample sample{4};
-    for (const uint32_t size : {100u, 200u, 300u})
-        (void)sample.allocate(size);
-    std::memset(sample.data(2), 0x5a, 300);
+    Sample sample{2};
+    EXPECT_EQ(sample.allocate(), 0u);
+    EXPECT_EQ(sample.allocate(), 1u);
     sample.release(0);
-    EXPECT_EQ(sample.allocate(), 3u);
-    EXPECT_EQ(sample.allocate(), 0u); // in use by age: 1, 2, 3, 0
-    sample.release(1);
-    void *const data = sample.data(2);
-
-    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 6), KIVCS2STATUS_OK);
-    EXPECT_EQ(sample.record.m_count, 6u);
-    EXPECT_TRUE(kivCS2LinkList_checkValid(&sample.record.m_usedList));
-    EXPECT_EQ(sample.indexOf(data), 2u);
-    EXPECT_EQ(static_cast<uint8_t *>(data)[299], 0x5a);
-    for (const uint32_t wanted : {1u, 4u, 5u, kNoBuffer}) // from the start again
-        EXPECT_EQ(sample.allocate(), wanted);
-
-    // Entries 4 and 5 are in use: the one that would fall away refuses.
-    sample.release(5);
-    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 3), KIVCS2STATUS_STATE_ERR);
-    EXPECT_EQ(sample.record.m_count, 6u);
-    EXPECT_EQ(sample.used(), 5u);
-    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 5), KIVCS2STATUS_OK);
-    EXPECT_EQ(sample.data(2), data);
-    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 5), KIVCS2STATUS_OK);
-    EXPECT_EQ(sample.takeHeads(), (Order{0, 1, 2, 3, 4}));
-    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 0), KIVCS2STATUS_OK);
-    EXPECT_EQ(sample.allocate(), kNoBuffer);
-    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 1), KIVCS2STATUS_OK);
     EXPECT_EQ(sample.allocate(), 0u);
     EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 0xffffffffu), KIVCS2STATUS_MEMORY_ERR);
-    EXPECT_EQ(sample.used(), 1u);
+    EXPECT_EQ(kivCS2MultiBuffer_resize(&sample.record, 3), KIVCS2STATUS_OK);
+    EXPECT_EQ(sample.takeHeads(), (Order{0, 1}));
 }
 
 TEST(MultiBuffer, RangesStayInTheTable)
 {
     Sample sample{4};
-    EXPECT_EQ(sample.allocateBetween(1, 2), 1u);
-    EXPECT_EQ(sample.allocateBetween(1, 2), 2u);
-    EXPECT_EQ(sample.allocate(), 3u); // goes on behind it
-    EXPECT_EQ(sample.allocateBetween(1, 2), kNoBuffer);
-    EXPECT_EQ(sample.allocate(), 0u);
-    for (const uint32_t index : {0u, 1u, 2u, 3u})
-        sample.release(index);
-
     struct Case
     {
         int32_t first;
@@ -299,11 +215,9 @@ TEST(MultiBuffer, AFreeThatFailsKeepsTheLock)
     kiv::test::expectRefused({"kivCS2BufferEntry_free", "(_entry) != NULL", KIVCS2STATUS_PARAM_ERR,
                               KIV_CALL(kivCS2MultiBuffer_free(&sample.record))});
 #ifdef NDEBUG
-    std::thread{[&]
-                {
-                    EXPECT_EQ(kivCS2Mutex_tryLock(&sample.record.m_mutex), KIVCS2STATUS_MUTEX_BUSY_ERR);
-                }}
-        .join();
+    std::thread{[&] {
+        EXPECT_EQ(kivCS2Mutex_tryLock(&sample.record.m_mutex), KIVCS2STATUS_MUTEX_BUSY_ERR);
+    }}.join();
     EXPECT_EQ(kivCS2MultiBuffer_unlock(&sample.record), KIVCS2STATUS_OK);
 #endif
     sample.record.m_count = 0;
@@ -340,7 +254,7 @@ TEST(MultiBuffer, ManyThreadsShareFewBuffers)
         const KIVCS2Status status = kivCS2MultiBuffer_resize(&sample.record, 1 + round % 8);
         EXPECT_TRUE(status == KIVCS2STATUS_OK || status == KIVCS2STATUS_STATE_ERR);
         EXPECT_EQ(kivCS2MultiBuffer_compact(&sample.record), KIVCS2STATUS_OK);
-        EXPECT_LE(sample.usage(), 1.0);
+        EXPECT_LE(sample.used(), 8u);
     }
     for (std::thread &thread : threads)
         thread.join();
@@ -356,33 +270,32 @@ TEST(MultiBuffer, MissingArgumentsAreRefused)
     KIVCS2BufferEntry *entry = nullptr;
     uint32_t count = 0;
     double usage = 0;
-    constexpr KIVCS2Status kParam = KIVCS2STATUS_PARAM_ERR;
     const char *kBuffer = "(_buffer) != NULL";
     const char *kEntry = "(_entry) != NULL";
     const char *kMemPtr = "(_mem_ptr) != NULL";
     kiv::test::expectAllRefused({
-        KIV_REFUSES(kParam, kivCS2BufferEntry_init, kEntry, nullptr),
-        KIV_REFUSES(kParam, kivCS2BufferEntry_free, kEntry, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_init, kBuffer, nullptr, 1, 0),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_free, kBuffer, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_waitUnlock, kBuffer, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_allocateBuffer, kBuffer, nullptr, 1, &data),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_allocateBuffer, kMemPtr, buffer, 1, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_allocateAvailableBuffer, kBuffer, nullptr, 1, 0, 0, &data),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_allocateAvailableBuffer, kMemPtr, buffer, 1, 0, 0, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_releaseBuffer, kBuffer, nullptr, data, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_releaseBuffer, kMemPtr, buffer, nullptr, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_getHeadEntry, kBuffer, nullptr, &entry, 0),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_getHeadEntry, kEntry, buffer, nullptr, 0),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_findEntryByMemPtr, kBuffer, nullptr, data, nullptr, &entry),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_findEntryByMemPtr, kMemPtr, buffer, nullptr, nullptr, &entry),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_findEntryByMemPtr, kEntry, buffer, data, nullptr, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_getUsedCount, kBuffer, nullptr, &count),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_getUsedCount, "(_usedCount) != NULL", buffer, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_getUsage, kBuffer, nullptr, &usage),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_getUsage, "(_usage) != NULL", buffer, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_compact, kBuffer, nullptr),
-        KIV_REFUSES(kParam, kivCS2MultiBuffer_resize, kBuffer, nullptr, 1),
+        KIV_CHECKS(kivCS2BufferEntry_init, kEntry, nullptr),
+        KIV_CHECKS(kivCS2BufferEntry_free, kEntry, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_init, kBuffer, nullptr, 1, 0),
+        KIV_CHECKS(kivCS2MultiBuffer_free, kBuffer, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_waitUnlock, kBuffer, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_allocateBuffer, kBuffer, nullptr, 1, &data),
+        KIV_CHECKS(kivCS2MultiBuffer_allocateBuffer, kMemPtr, buffer, 1, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_allocateAvailableBuffer, kBuffer, nullptr, 1, 0, 0, &data),
+        KIV_CHECKS(kivCS2MultiBuffer_allocateAvailableBuffer, kMemPtr, buffer, 1, 0, 0, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_releaseBuffer, kBuffer, nullptr, data, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_releaseBuffer, kMemPtr, buffer, nullptr, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_getHeadEntry, kBuffer, nullptr, &entry, 0),
+        KIV_CHECKS(kivCS2MultiBuffer_getHeadEntry, kEntry, buffer, nullptr, 0),
+        KIV_CHECKS(kivCS2MultiBuffer_findEntryByMemPtr, kBuffer, nullptr, data, nullptr, &entry),
+        KIV_CHECKS(kivCS2MultiBuffer_findEntryByMemPtr, kMemPtr, buffer, nullptr, nullptr, &entry),
+        KIV_CHECKS(kivCS2MultiBuffer_findEntryByMemPtr, kEntry, buffer, data, nullptr, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_getUsedCount, kBuffer, nullptr, &count),
+        KIV_CHECKS(kivCS2MultiBuffer_getUsedCount, "(_usedCount) != NULL", buffer, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_getUsage, kBuffer, nullptr, &usage),
+        KIV_CHECKS(kivCS2MultiBuffer_getUsage, "(_usage) != NULL", buffer, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_compact, kBuffer, nullptr),
+        KIV_CHECKS(kivCS2MultiBuffer_resize, kBuffer, nullptr, 1),
     });
 }
 } // namespace

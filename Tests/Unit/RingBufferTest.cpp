@@ -1,4 +1,4 @@
-// Rings: what is stored, fetched, overwritten, refused and read back, and what the record says of it.
+// Rings: the record, what hosts rely on, refusals; Fuzzers/RingBufferFuzzer.cpp has a model of the rest.
 #include <KIVCoreServices2/KIVCS2RingBuffer.h>
 
 #include "ArgumentCheck.h"
@@ -55,35 +55,15 @@ protected:
         return KIVCS2_SUCCEEDED(kivCS2RingBuffer_readDataAtOffset(&rb, text.data(), size, offset)) ? text
                                                                                                    : "-";
     }
-    uint32_t free() const
-    {
-        uint32_t bytes = ~0u;
-        EXPECT_EQ(kivCS2RingBuffer_getFreeBytesAvailable(&rb, &bytes), KIVCS2STATUS_OK);
-        return bytes;
-    }
     uint32_t fetchable() const
     {
         uint32_t bytes = ~0u;
         EXPECT_EQ(kivCS2RingBuffer_getFetchBytesAvailable(&rb, &bytes), KIVCS2STATUS_OK);
         return bytes;
     }
-    float utilization() const
-    {
-        float part = -1;
-        EXPECT_EQ(kivCS2RingBuffer_getUtilization(&rb, &part), KIVCS2STATUS_OK);
-        return part;
-    }
     void setMode(uint32_t mode)
     {
         EXPECT_EQ(kivCS2RingBuffer_setOperationMode(&rb, mode), KIVCS2STATUS_OK);
-    }
-    ptrdiff_t headAt() const
-    {
-        return rb.head - rb.buffer;
-    }
-    ptrdiff_t tailAt() const
-    {
-        return rb.tail - rb.buffer;
     }
 
     KIVCS2RingBuffer rb;
@@ -98,142 +78,32 @@ TEST(RingBuffer, HasTwoBytesAtLeast)
         EXPECT_EQ(kivCS2RingBuffer_init(&rb, size), KIVCS2STATUS_PARAM_ERR);
     EXPECT_EQ(std::memcmp(&rb, &before, sizeof rb), 0);
     EXPECT_EQ(kivCS2RingBuffer_init(&rb, 2), KIVCS2STATUS_OK);
+    EXPECT_TRUE(rb.buffer[0] == 0 && rb.buffer[1] == 0 && rb.opMode == KIVCS2RingBufferOpMode_Overwrite);
     EXPECT_EQ(kivCS2RingBuffer_dispose(&rb), KIVCS2STATUS_OK);
-}
-
-TEST_F(Ring, IsNewEmptyZeroedAndOverwrites)
-{
-    EXPECT_EQ(free(), kCapacity);
-    EXPECT_EQ(fetchable(), 0u);
-    EXPECT_EQ(utilization(), 0.0f);
-    EXPECT_EQ(std::string(rb.buffer, rb.buffer_end), std::string(kCapacity, '\0'));
-    EXPECT_EQ(rb.circulatedAtLeastOnce + rb.circulating + rb.dataLost, 0);
-    EXPECT_EQ(rb.opMode, uint32_t{KIVCS2RingBufferOpMode_Overwrite});
-}
-
-TEST_F(Ring, IsFilledExactlyWithoutALoss)
-{
-    for (const uint32_t before : {0u, 5u, 15u}) // wherever its ends stand
-    {
-        ASSERT_EQ(store(std::string(before, '.')), KIVCS2STATUS_OK);
-        ASSERT_NE(fetch(before), "-");
-        EXPECT_EQ(store("0123456789abcdef"), KIVCS2STATUS_OK);
-        EXPECT_EQ(free(), 0u);
-        EXPECT_EQ(utilization(), 1.0f);
-        EXPECT_EQ(tailAt(), headAt());
-        EXPECT_EQ(rb.circulating, 1);
-        EXPECT_EQ(rb.circulatedAtLeastOnce, 1);
-        EXPECT_EQ(rb.dataLost, 0);
-        EXPECT_EQ(store(""), KIVCS2STATUS_OK); // full stays full
-        EXPECT_EQ(fetch(16), "0123456789abcdef");
-        EXPECT_EQ(fetchable(), 0u);
-        EXPECT_EQ(rb.circulating, 0);
-    }
-}
-
-TEST_F(Ring, StoresThatDoNotFit)
-{
-    struct Row
-    {
-        uint32_t mode;
-        uint32_t start; // where the ends of the ring stand before
-        const char *held;
-        const char *stored;
-        KIVCS2Status status;
-        const char *left;
-        bool lost;
-    };
-    constexpr uint32_t kOther = 7; // as overwriting
-    const Row rows[] = {
-        {0, 0, "abcdefghijkl", "0123456789", KIVCS2STATUS_OK, "ghijkl0123456789", true},
-        {0, 3, "abcdefghijkl", "0123456789", KIVCS2STATUS_OK, "ghijkl0123456789", true}, // ends inside
-        {0, 9, "abcdefghijkl", "0123456789", KIVCS2STATUS_OK, "ghijkl0123456789", true}, // on the second lap
-        {kOther, 0, "abcdefghijkl", "0123456789", KIVCS2STATUS_OK, "ghijkl0123456789", true},
-        {0, 6, "abcdef", "0123456789ABCDEF", KIVCS2STATUS_OK, "0123456789ABCDEF", true},
-        {0, 0, "abcdef", "0123456789ABCDEFG", KIVCS2STATUS_PARAM_ERR, "abcdef", false},
-        {1, 0, "abcdefghijkl", "0123456789", KIVCS2STATUS_OVERFLOW_ERR, "abcdefghijkl", false},
-        {1, 9, "abcdefghijkl", "01234", KIVCS2STATUS_OVERFLOW_ERR, "abcdefghijkl", false},
-        {1, 9, "abcdefghijkl", "0123", KIVCS2STATUS_OK, "abcdefghijkl0123", false},
-        {1, 0, "abcdef", "0123456789ABCDEFG", KIVCS2STATUS_PARAM_ERR, "abcdef", false},
-    };
-    for (const Row &row : rows)
-    {
-        SCOPED_TRACE(testing::Message() << row.held << " + " << row.stored << " in mode " << row.mode);
-        ASSERT_EQ(kivCS2RingBuffer_dispose(&rb), KIVCS2STATUS_OK);
-        ASSERT_EQ(kivCS2RingBuffer_init(&rb, kCapacity), KIVCS2STATUS_OK);
-        ASSERT_EQ(store(std::string(row.start, '.')), KIVCS2STATUS_OK);
-        ASSERT_NE(fetch(row.start), "-");
-        setMode(row.mode);
-        ASSERT_EQ(store(row.held), KIVCS2STATUS_OK);
-        EXPECT_EQ(store(row.stored), row.status);
-        EXPECT_EQ(rb.dataLost, row.lost ? 1 : 0);
-        EXPECT_EQ(fetch(fetchable()), row.left);
-    }
-}
-
-TEST_F(Ring, FetchIsAllOrNothing)
-{
-    ASSERT_EQ(store("abcdefghij"), KIVCS2STATUS_OK);
-    char room[17];
-    EXPECT_EQ(kivCS2RingBuffer_fetch(&rb, room, 11), KIVCS2STATUS_NO_DATA_ERR);
-    EXPECT_EQ(kivCS2RingBuffer_fetch(&rb, room, 17), KIVCS2STATUS_PARAM_ERR);
-    EXPECT_EQ(fetch(0), "");
-    EXPECT_EQ(fetch(4), "abcd");
-    ASSERT_EQ(store("0123456789"), KIVCS2STATUS_OK);
-    EXPECT_EQ(fetch(12), "efghij012345"); // up to the storage's last byte
-    EXPECT_EQ(headAt(), 0);
-    EXPECT_EQ(rb.circulating, 0);
-    EXPECT_EQ(fetch(5), "-");
-    EXPECT_EQ(fetch(4), "6789");
 }
 
 // Quirk: once the ring has been round, looking back does not mind what was fetched.
 TEST_F(Ring, HistoryFollowsTheTailOnceTheRingHasBeenRound)
 {
     ASSERT_EQ(store("abcdefghij"), KIVCS2STATUS_OK);
-    EXPECT_EQ(read(3, 2), "cde");
     ASSERT_EQ(fetch(4), "abcd");
-    EXPECT_EQ(read(3, 2), "ghi"); // still from the first byte that was not fetched
-    EXPECT_EQ(read(4, 2), "ghij");
+    EXPECT_EQ(read(4, 2), "ghij"); // still from the first byte that was not fetched
     EXPECT_EQ(read(5, 2), "-");
-    EXPECT_EQ(read(0, 6), "");
     ASSERT_EQ(store("012345"), KIVCS2STATUS_OK); // fits: the tail comes round
     ASSERT_EQ(fetch(12), "efghij012345");
-    EXPECT_EQ(fetchable(), 0u);
     EXPECT_EQ(read(16, 0), "abcdefghij012345");
-    ASSERT_EQ(store("XYZ"), KIVCS2STATUS_OK);
-    EXPECT_EQ(read(16, 0), "defghij012345XYZ");
-    EXPECT_EQ(read(4, 11), "45XY");
-    EXPECT_EQ(read(0, 16), "");
-    char oldest[4] = "";
-    EXPECT_EQ(kivCS2RingBuffer_readOldestData(&rb, oldest, 3), KIVCS2STATUS_OK);
-    EXPECT_STREQ(oldest, "def");
-    EXPECT_EQ(fetch(3), "XYZ"); // none of it was taken
 }
 
-TEST_F(Ring, NoReadLeavesTheStorage)
+// Quirks: the indicators stay until they are reset, and a mode without a name overwrites.
+TEST_F(Ring, IndicatorsStayAndOtherModesOverwrite)
 {
-    ASSERT_EQ(store("0123456789abcdef"), KIVCS2STATUS_OK);
-    char room[kCapacity];
-    const uint32_t beyond[][2] = {{16, 1}, {1, 16}, {17, 0}, {0, 17}, {8, ~0u - 6}, {~0u - 6, 8}, {1, ~0u}};
-    for (const auto &[size, offset] : beyond)
-        EXPECT_EQ(kivCS2RingBuffer_readDataAtOffset(&rb, room, size, offset), KIVCS2STATUS_PARAM_ERR)
-            << size << " at " << offset;
-}
-
-TEST_F(Ring, ALossIsRememberedUntilItIsReset)
-{
+    setMode(7);
     ASSERT_EQ(store("0123456789"), KIVCS2STATUS_OK);
-    ASSERT_EQ(store("0123456789"), KIVCS2STATUS_OK);
-    EXPECT_EQ(rb.dataLost, 1);
-    EXPECT_NE(fetch(16), "-");
-    ASSERT_EQ(store("ab"), KIVCS2STATUS_OK);
-    setMode(KIVCS2RingBufferOpMode_Reject);
-    EXPECT_EQ(rb.dataLost, 1);
+    ASSERT_EQ(store("abcdefghij"), KIVCS2STATUS_OK);
+    EXPECT_EQ(fetch(16), "456789abcdefghij");
+    EXPECT_TRUE(rb.dataLost == 1 && rb.circulatedAtLeastOnce == 1 && rb.circulating == 0);
     EXPECT_EQ(kivCS2RingBuffer_resetDataLostIndicator(&rb), KIVCS2STATUS_OK);
-    EXPECT_EQ(rb.dataLost, 0);
-    EXPECT_EQ(fetch(2), "ab");
-    EXPECT_EQ(rb.circulatedAtLeastOnce, 1);
+    EXPECT_TRUE(rb.dataLost == 0 && rb.circulatedAtLeastOnce == 1);
 }
 
 // Quirk: the record of a disposed ring still names the storage that is gone.
@@ -327,29 +197,28 @@ TEST_F(Ring, RefusesMissingArguments)
     uint32_t bytes = 0;
     float part = 0;
     char room[4] = "";
-    constexpr KIVCS2Status kBad = KIVCS2STATUS_PARAM_ERR;
     kiv::test::expectAllRefused({
-        KIV_REFUSES(kBad, kivCS2RingBuffer_init, "rb", nullptr, 16),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_dispose, "rb", nullptr),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_store, "rb", nullptr, room, 1),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_store, "data", &rb, nullptr, 0),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_storeKeepTrying, "rb", nullptr, room, 1, 0),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_storeKeepTrying, "data", &rb, nullptr, 1, 0),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_fetch, "rb", nullptr, room, 1),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_fetch, "outData", &rb, nullptr, 0),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_readDataAtOffset, "rb", nullptr, room, 1, 0),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_readDataAtOffset, "outData", &rb, nullptr, 1, 0),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_readOldestData, "rb", nullptr, room, 1),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_readOldestData, "outData", &rb, nullptr, 1),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_getFreeBytesAvailable, "rb", nullptr, &bytes),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_getFreeBytesAvailable, "outBytes", &rb, nullptr),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_getFetchBytesAvailable, "rb", nullptr, &bytes),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_getFetchBytesAvailable, "outBytes", &rb, nullptr),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_getUtilization, "rb", nullptr, &part),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_getUtilization, "outUtilization", &rb, nullptr),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_resetDataLostIndicator, "rb", nullptr),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_setOperationMode, "rb", nullptr, 1),
-        KIV_REFUSES(kBad, kivCS2RingBuffer_print, "rb", nullptr),
+        KIV_CHECKS(kivCS2RingBuffer_init, "rb", nullptr, 16),
+        KIV_CHECKS(kivCS2RingBuffer_dispose, "rb", nullptr),
+        KIV_CHECKS(kivCS2RingBuffer_store, "rb", nullptr, room, 1),
+        KIV_CHECKS(kivCS2RingBuffer_store, "data", &rb, nullptr, 0),
+        KIV_CHECKS(kivCS2RingBuffer_storeKeepTrying, "rb", nullptr, room, 1, 0),
+        KIV_CHECKS(kivCS2RingBuffer_storeKeepTrying, "data", &rb, nullptr, 1, 0),
+        KIV_CHECKS(kivCS2RingBuffer_fetch, "rb", nullptr, room, 1),
+        KIV_CHECKS(kivCS2RingBuffer_fetch, "outData", &rb, nullptr, 0),
+        KIV_CHECKS(kivCS2RingBuffer_readDataAtOffset, "rb", nullptr, room, 1, 0),
+        KIV_CHECKS(kivCS2RingBuffer_readDataAtOffset, "outData", &rb, nullptr, 1, 0),
+        KIV_CHECKS(kivCS2RingBuffer_readOldestData, "rb", nullptr, room, 1),
+        KIV_CHECKS(kivCS2RingBuffer_readOldestData, "outData", &rb, nullptr, 1),
+        KIV_CHECKS(kivCS2RingBuffer_getFreeBytesAvailable, "rb", nullptr, &bytes),
+        KIV_CHECKS(kivCS2RingBuffer_getFreeBytesAvailable, "outBytes", &rb, nullptr),
+        KIV_CHECKS(kivCS2RingBuffer_getFetchBytesAvailable, "rb", nullptr, &bytes),
+        KIV_CHECKS(kivCS2RingBuffer_getFetchBytesAvailable, "outBytes", &rb, nullptr),
+        KIV_CHECKS(kivCS2RingBuffer_getUtilization, "rb", nullptr, &part),
+        KIV_CHECKS(kivCS2RingBuffer_getUtilization, "outUtilization", &rb, nullptr),
+        KIV_CHECKS(kivCS2RingBuffer_resetDataLostIndicator, "rb", nullptr),
+        KIV_CHECKS(kivCS2RingBuffer_setOperationMode, "rb", nullptr, 1),
+        KIV_CHECKS(kivCS2RingBuffer_print, "rb", nullptr),
     });
     EXPECT_EQ(fetchable(), 0u);
 }
