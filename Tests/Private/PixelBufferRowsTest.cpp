@@ -43,10 +43,7 @@ Bytes made(size_t alignment, size_t size, Write write)
     write(block.data() + alignment);
     const auto begin = block.begin() + static_cast<ptrdiff_t>(alignment);
     const auto end = begin + static_cast<ptrdiff_t>(size);
-    const auto untouched = [](uint8_t byte)
-    {
-        return byte == kUntouched;
-    };
+    const auto untouched = [](uint8_t byte) { return byte == kUntouched; };
     EXPECT_TRUE(std::all_of(block.begin(), begin, untouched) && std::all_of(end, block.end(), untouched))
         << "wrote beyond its " << size << " bytes";
     return {begin, end};

@@ -116,54 +116,31 @@ TEST_F(DictionaryTest, AdoptsADictionaryBesideItsOwner)
 TEST_F(DictionaryTest, ArgumentChecks)
 {
     KIVCS2Dictionary empty{};
-    using Set = std::function<KIVCS2Status(KIVCS2Dictionary *, const void *)>;
-    const std::pair<const char *, Set> kSetters[] = {
-        {"kivCS2Dictionary_setCFValue",
-         [](auto *d, const void *k)
-         {
-             return kivCS2Dictionary_setCFValue(d, k, kCFBooleanTrue, kText);
-         }},
-        {"kivCS2Dictionary_setInteger",
-         [](auto *d, const void *k)
-         {
-             return kivCS2Dictionary_setInteger(d, k, 1, kText);
-         }},
-        {"kivCS2Dictionary_setFloat",
-         [](auto *d, const void *k)
-         {
-             return kivCS2Dictionary_setFloat(d, k, 1, kText);
-         }},
-        {"kivCS2Dictionary_setBool",
-         [](auto *d, const void *k)
-         {
-             return kivCS2Dictionary_setBool(d, k, 1, kText);
-         }},
-        {"kivCS2Dictionary_setCString",
-         [](auto *d, const void *k)
-         {
-             return kivCS2Dictionary_setCString(d, k, "v", kText);
-         }},
-    };
-    const auto refused = [](const char *operation, const char *text, std::function<KIVCS2Status()> call)
-    {
-        kiv::test::expectRefused({operation, text, KIVCS2STATUS_PARAM_ERR, std::move(call)});
-    };
-    for (const auto &[operation, set] : kSetters)
-    {
-        const Set &call = set;
-        refused(operation, "(dictionary) != NULL", KIV_CALL(call(nullptr, "k")));
-        refused(operation, "(dictionary->m_dictionary) != NULL", KIV_CALL(call(&empty, "k")));
-        refused(operation, "(key) != NULL", KIV_CALL(call(&record, nullptr)));
-    }
-    refused("kivCS2Dictionary_setCFValue", "(value) != NULL",
-            KIV_CALL(kivCS2Dictionary_setCFValue(&record, "k", nullptr, kText)));
-    refused("kivCS2Dictionary_setCString", "(value) != NULL",
-            KIV_CALL(kivCS2Dictionary_setCString(&record, "k", nullptr, kText)));
-    refused("kivCS2Dictionary_init", "(dictionary) != NULL", KIV_CALL(kivCS2Dictionary_init(nullptr)));
-    refused("kivCS2Dictionary_initWithCFDictionary", "(cfDictionary) != NULL",
-            KIV_CALL(kivCS2Dictionary_initWithCFDictionary(nullptr, &empty)));
-    refused("kivCS2Dictionary_initWithCFDictionary", "(dictionary) != NULL",
-            KIV_CALL(kivCS2Dictionary_initWithCFDictionary(record.m_dictionary, nullptr)));
-    refused("kivCS2Dictionary_free", "(dictionary) != NULL", KIV_CALL(kivCS2Dictionary_free(nullptr)));
+    const char *kRecord = "(dictionary) != NULL";
+    const char *kInside = "(dictionary->m_dictionary) != NULL";
+    const char *kKey = "(key) != NULL";
+    kiv::test::expectAllRefused({
+        KIV_CHECKS(kivCS2Dictionary_setCFValue, kRecord, nullptr, "k", kCFBooleanTrue, kText),
+        KIV_CHECKS(kivCS2Dictionary_setCFValue, kInside, &empty, "k", kCFBooleanTrue, kText),
+        KIV_CHECKS(kivCS2Dictionary_setCFValue, kKey, &record, nullptr, kCFBooleanTrue, kText),
+        KIV_CHECKS(kivCS2Dictionary_setInteger, kRecord, nullptr, "k", 1, kText),
+        KIV_CHECKS(kivCS2Dictionary_setInteger, kInside, &empty, "k", 1, kText),
+        KIV_CHECKS(kivCS2Dictionary_setInteger, kKey, &record, nullptr, 1, kText),
+        KIV_CHECKS(kivCS2Dictionary_setFloat, kRecord, nullptr, "k", 1, kText),
+        KIV_CHECKS(kivCS2Dictionary_setFloat, kInside, &empty, "k", 1, kText),
+        KIV_CHECKS(kivCS2Dictionary_setFloat, kKey, &record, nullptr, 1, kText),
+        KIV_CHECKS(kivCS2Dictionary_setBool, kRecord, nullptr, "k", 1, kText),
+        KIV_CHECKS(kivCS2Dictionary_setBool, kInside, &empty, "k", 1, kText),
+        KIV_CHECKS(kivCS2Dictionary_setBool, kKey, &record, nullptr, 1, kText),
+        KIV_CHECKS(kivCS2Dictionary_setCString, kRecord, nullptr, "k", "v", kText),
+        KIV_CHECKS(kivCS2Dictionary_setCString, kInside, &empty, "k", "v", kText),
+        KIV_CHECKS(kivCS2Dictionary_setCString, kKey, &record, nullptr, "v", kText),
+        KIV_CHECKS(kivCS2Dictionary_setCFValue, "(value) != NULL", &record, "k", nullptr, kText),
+        KIV_CHECKS(kivCS2Dictionary_setCString, "(value) != NULL", &record, "k", nullptr, kText),
+        KIV_CHECKS(kivCS2Dictionary_init, kRecord, nullptr),
+        KIV_CHECKS(kivCS2Dictionary_initWithCFDictionary, "(cfDictionary) != NULL", nullptr, &empty),
+        KIV_CHECKS(kivCS2Dictionary_initWithCFDictionary, kRecord, record.m_dictionary, nullptr),
+        KIV_CHECKS(kivCS2Dictionary_free, kRecord, nullptr),
+    });
     EXPECT_EQ(CFDictionaryGetCount(record.m_dictionary), 0);
 }

@@ -109,17 +109,13 @@ TEST(InterpolateValue, EveryCurveAtItsQuarters)
 // The linear curve too, without an assertion in any build; and t that is not a number passes.
 TEST(InterpolateValue, TakesCurves1To12AndWhatIsNotOutside0To1)
 {
-    const struct
-    {
-        uint32_t function;
-        double t;
-    } refused[] = {{0, 0.5},
-                   {13, 0.5},
-                   {UINT32_MAX, 0.5},
-                   {1, std::nextafter(0.0, -1)},
-                   {1, std::nextafter(1.0, 2)},
-                   {12, std::numeric_limits<double>::infinity()},
-                   {0, kNaN}};
+    const std::pair<uint32_t, double> refused[] = {{0, 0.5},
+                                                   {13, 0.5},
+                                                   {UINT32_MAX, 0.5},
+                                                   {1, std::nextafter(0.0, -1)},
+                                                   {1, std::nextafter(1.0, 2)},
+                                                   {12, std::numeric_limits<double>::infinity()},
+                                                   {0, kNaN}};
     for (const auto &[function, t] : refused)
     {
         double value = 7;
@@ -264,20 +260,17 @@ TEST_F(Interpolate, RefusesArguments)
 {
     const auto refuses = KIVCS2STATUS_PARAM_ERR;
     kiv::test::expectAllRefused({
-        KIV_REFUSES(refuses, kivCS2Interpolation_init, "interpolation", nullptr),
-        KIV_REFUSES(refuses, kivCS2Interpolation_setLooped, "interpolation", nullptr, 1),
-        KIV_REFUSES(refuses, kivCS2Interpolation_execute, "interpolation", nullptr, nullptr),
-        KIV_REFUSES(refuses, kivCS2Interpolation_addHoldStepInFrames, "interpolation", nullptr, 1),
-        KIV_REFUSES(refuses, kivCS2Interpolation_addHoldStepInFrames, "frames > 0", &sequence, 0),
-        KIV_REFUSES(refuses, kivCS2Interpolation_addHoldStepInSeconds, "interpolation", nullptr, 1),
-        KIV_REFUSES(refuses, kivCS2Interpolation_addInterpolateStepInFrames, "interpolation", nullptr, 1, 1,
-                    0, 1),
-        KIV_REFUSES(refuses, kivCS2Interpolation_addInterpolateStepInFrames,
-                    "function < KIVCS2InterpolationFunctionMax", &sequence, 13, 1, 0, 1),
-        KIV_REFUSES(refuses, kivCS2Interpolation_addInterpolateStepInFrames, "frames > 0", &sequence, 1, 0, 0,
-                    1),
-        KIV_REFUSES(refuses, kivCS2Interpolation_addInterpolateStepInSeconds, "interpolation", nullptr, 1, 0,
-                    1, 1),
+        KIV_CHECKS(kivCS2Interpolation_init, "interpolation", nullptr),
+        KIV_CHECKS(kivCS2Interpolation_setLooped, "interpolation", nullptr, 1),
+        KIV_CHECKS(kivCS2Interpolation_execute, "interpolation", nullptr, nullptr),
+        KIV_CHECKS(kivCS2Interpolation_addHoldStepInFrames, "interpolation", nullptr, 1),
+        KIV_CHECKS(kivCS2Interpolation_addHoldStepInFrames, "frames > 0", &sequence, 0),
+        KIV_CHECKS(kivCS2Interpolation_addHoldStepInSeconds, "interpolation", nullptr, 1),
+        KIV_CHECKS(kivCS2Interpolation_addInterpolateStepInFrames, "interpolation", nullptr, 1, 1, 0, 1),
+        KIV_CHECKS(kivCS2Interpolation_addInterpolateStepInFrames,
+                   "function < KIVCS2InterpolationFunctionMax", &sequence, 13, 1, 0, 1),
+        KIV_CHECKS(kivCS2Interpolation_addInterpolateStepInFrames, "frames > 0", &sequence, 1, 0, 0, 1),
+        KIV_CHECKS(kivCS2Interpolation_addInterpolateStepInSeconds, "interpolation", nullptr, 1, 0, 1, 1),
     });
     // Times without a frame are refused where frames are.
     for (const double seconds : {0.0, 0.039, kNaN, 1e300})

@@ -65,19 +65,16 @@ TEST(NamedPipeStream, RefusesWhatIsMissing)
     kivCS2NamedPipeStream_setup(&open);
     open.m_fileDescriptor = 1;
     char byte = 0;
-    const auto param = KIVCS2STATUS_PARAM_ERR;
     kiv::test::expectAllRefused({
-        KIV_REFUSES(param, kivCS2NamedPipeStream_init, "(stream) != NULL", nullptr, "a", 0),
-        KIV_REFUSES(param, kivCS2NamedPipeStream_init, "(filename) != NULL", &closed, nullptr, 0),
-        {"kivCS2NamedPipeStream_writeBytes", "(stream->m_fileDescriptor >= 0)", param,
-         KIV_CALL(kivCS2Stream_writeBytes(&closed.m_stream, &byte, 1, nullptr))},
-        KIV_REFUSES(param, kivCS2NamedPipeStream_writeBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1,
-                    nullptr),
-        {"kivCS2NamedPipeStream_readBytes", "(stream->m_fileDescriptor >= 0)", param,
-         KIV_CALL(kivCS2Stream_readBytes(&closed.m_stream, &byte, 1, nullptr))},
-        KIV_REFUSES(param, kivCS2NamedPipeStream_readBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1,
-                    nullptr),
-        KIV_REFUSES(param, kivCS2NamedPipeStream_close, "(stream) != NULL", nullptr),
+        KIV_CHECKS(kivCS2NamedPipeStream_init, "(stream) != NULL", nullptr, "a", 0),
+        KIV_CHECKS(kivCS2NamedPipeStream_init, "(filename) != NULL", &closed, nullptr, 0),
+        KIV_CHECKS(kivCS2NamedPipeStream_writeBytes, "(stream->m_fileDescriptor >= 0)", &closed.m_stream,
+                   &byte, 1, nullptr),
+        KIV_CHECKS(kivCS2NamedPipeStream_writeBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1, nullptr),
+        KIV_CHECKS(kivCS2NamedPipeStream_readBytes, "(stream->m_fileDescriptor >= 0)", &closed.m_stream,
+                   &byte, 1, nullptr),
+        KIV_CHECKS(kivCS2NamedPipeStream_readBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1, nullptr),
+        KIV_CHECKS(kivCS2NamedPipeStream_close, "(stream) != NULL", nullptr),
     });
 }
 
@@ -250,10 +247,7 @@ TEST(NamedPipeStream, AFileThatTakesTheFifosPlaceIsNotWritten)
         const std::string file = folder.path("file");
         std::ofstream{file} << "content";
         ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-        g_beforeOpen = [&]
-        {
-            EXPECT_EQ(std::rename(file.c_str(), path.c_str()), 0);
-        };
+        g_beforeOpen = [&] { EXPECT_EQ(std::rename(file.c_str(), path.c_str()), 0); };
         KIVCS2NamedPipeStream pipe;
         EXPECT_EQ(kivCS2NamedPipeStream_init(&pipe, path.c_str(), flags), KIVCS2STATUS_OPEN_ERR);
         EXPECT_FALSE(exists(file)); // it was there in time

@@ -2,6 +2,7 @@
 #include <KIVCoreServices2/KIVCS2String.h>
 
 #include "ArgumentCheck.h"
+#include "CFText.h"
 
 #include <gmock/gmock.h>
 #include <malloc.h>
@@ -12,67 +13,26 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <string>
 
 using namespace std::string_literals;
 
 namespace
 {
+using kiv::test::fromBytes;
+using kiv::test::StringRef;
+
 constexpr auto kParam = KIVCS2STATUS_PARAM_ERR;
 
-// A string object for one test.
-struct Object
+// The text of a string that was made for the caller.
+std::string taken(CFStringRef string)
 {
-    CFStringRef m_object = nullptr;
-
-    Object() = default;
-    explicit Object(const char *utf8)
-    {
-        EXPECT_EQ(kivCS2String_createCFStringWithEncoding(utf8, KIVCS2_STRING_MEASURE, &m_object,
-                                                          KIVCS2StringEncoding_UTF8),
-                  KIVCS2STATUS_OK);
-    }
-    Object(const Object &) = delete;
-    Object &operator=(const Object &) = delete;
-    ~Object()
-    {
-        if (m_object != nullptr)
-            CFRelease(m_object);
-    }
-    [[nodiscard]] std::string utf8() const
-    {
-        char *text = nullptr;
-        if (KIVCS2_FAILED(kivCS2String_createCStringFromCFStringWithEncoding(
-                m_object, &text, KIVCS2StringEncoding_UTF8, nullptr)))
-            return {};
-        std::string result{text};
-        kivCS2String_freeCString(text);
-        return result;
-    }
-};
-
-// Sets one environment variable for one scope.
-struct Environment
-{
-    const char *m_name;
-    std::optional<std::string> m_before;
-
-    Environment(const char *name, const char *value) : m_name{name}
-    {
-        if (const char *before = getenv(name))
-            m_before = before;
-        value != nullptr ? setenv(name, value, 1) : unsetenv(name);
-    }
-    ~Environment()
-    {
-        m_before ? setenv(m_name, m_before->c_str(), 1) : unsetenv(m_name);
-    }
-};
+    return kiv::test::utf8(StringRef{string}.get());
+}
 
 TEST(String, RefusesWhatIsMissing)
 {
-    const Object some{"some"};
+    const StringRef some = fromBytes("some");
     CFStringRef object = nullptr;
     CFArrayRef array = nullptr;
     char *text = nullptr;
@@ -81,42 +41,38 @@ TEST(String, RefusesWhatIsMissing)
     KIVCS2StringEncoding encoding = 0;
     CFStringEncoding system = 0;
     kiv::test::expectAllRefused({
-        KIV_REFUSES(kParam, kivCS2String_convertEncoding, "systemEncoding", 0, nullptr),
-        KIV_REFUSES(kParam, kivCS2String_getNullTerminatorLength, "nullTerminatorLen", 0, nullptr),
-        KIV_REFUSES(kParam, kivCS2String_createCFStringWithEncoding, "source", nullptr, 0, &object, 0),
-        KIV_REFUSES(kParam, kivCS2String_createCFStringWithEncoding, "cfString", "a", 1, nullptr, 0),
-        KIV_REFUSES(kParam, kivCS2String_createCFStringWithEncoding, "encoding < KIVCS2StringEncodingMax",
-                    "a", 1, &object, 8),
-        KIV_REFUSES(kParam, kivCS2String_createCStringFromCFStringWithEncoding, "cfString", nullptr, &text, 0,
-                    &size),
-        KIV_REFUSES(kParam, kivCS2String_createCStringFromCFStringWithEncoding, "cString", some.m_object,
-                    nullptr, 0, &size),
-        KIV_REFUSES(kParam, kivCS2String_freeCString, "string", nullptr),
-        KIV_REFUSES(kParam, kivCS2String_getBytesUsed, "(string) != NULL", nullptr, 0, &size),
-        KIV_REFUSES(kParam, kivCS2String_getBytesUsed, "(bytesUsed) != NULL", some.m_object, 0, nullptr),
-        KIV_REFUSES(kParam, kivCS2String_convertCString, "(source) != NULL", nullptr, 0, 0, &text, 0, &size),
-        KIV_REFUSES(kParam, kivCS2String_convertCString, "(destination) != NULL", "a", 1, 0, nullptr, 0,
-                    &size),
-        KIV_REFUSES(kParam, kivCS2String_detectEncoding, "source", nullptr, 4, &encoding, &size),
-        KIV_REFUSES(kParam, kivCS2String_detectEncoding, "encoding", "abcd", 4, nullptr, &size),
-        KIV_REFUSES(kParam, kivCS2String_OSTypeToString, "buffer", 0, nullptr, 5),
-        KIV_REFUSES(kParam, kivCS2String_copy, "dest", nullptr, "a", 2),
-        KIV_REFUSES(kParam, kivCS2String_copy, "source", buffer, nullptr, 2),
-        KIV_REFUSES(kParam, kivCS2String_createCopy, "source", &text, nullptr),
-        KIV_REFUSES(kParam, kivCS2String_createCopy, "dest", nullptr, "a"),
-        KIV_REFUSES(kParam, kivCS2String_separateCFString, "cfString", nullptr, ",", &array),
-        KIV_REFUSES(kParam, kivCS2String_separateCFString, "separator", some.m_object, nullptr, &array),
-        KIV_REFUSES(kParam, kivCS2String_separateCFString, "array", some.m_object, ",", nullptr),
-        KIV_REFUSES(kParam, kivCS2String_createBundleResourcePath, "name", nullptr, "txt", &object),
-        KIV_REFUSES(kParam, kivCS2String_createBundleResourcePath, "resourcePath", "a", "txt", nullptr),
-        KIV_REFUSES(kParam, kivCS2String_createUIDCFString, "cfString", nullptr),
-        KIV_REFUSES(kParam, kivCS2String_createUIDCString, "buffer", nullptr, 37),
-        KIV_REFUSES(kParam, kivCS2String_getCFStringLastPathComponent, "cfString", nullptr, &object),
-        KIV_REFUSES(kParam, kivCS2String_getCFStringLastPathComponent, "cfLastPathComponent", some.m_object,
-                    nullptr),
-        KIV_REFUSES(kParam, kivCS2String_createStringByExpandingTilde, "(path) != NULL", nullptr, &text),
-        KIV_REFUSES(kParam, kivCS2String_createStringByExpandingTilde, "(expandedPath) != NULL", "~",
-                    nullptr),
+        KIV_CHECKS(kivCS2String_convertEncoding, "systemEncoding", 0, nullptr),
+        KIV_CHECKS(kivCS2String_getNullTerminatorLength, "nullTerminatorLen", 0, nullptr),
+        KIV_CHECKS(kivCS2String_createCFStringWithEncoding, "source", nullptr, 0, &object, 0),
+        KIV_CHECKS(kivCS2String_createCFStringWithEncoding, "cfString", "a", 1, nullptr, 0),
+        KIV_CHECKS(kivCS2String_createCFStringWithEncoding, "encoding < KIVCS2StringEncodingMax", "a", 1,
+                   &object, 8),
+        KIV_CHECKS(kivCS2String_createCStringFromCFStringWithEncoding, "cfString", nullptr, &text, 0, &size),
+        KIV_CHECKS(kivCS2String_createCStringFromCFStringWithEncoding, "cString", some.get(), nullptr, 0,
+                   &size),
+        KIV_CHECKS(kivCS2String_freeCString, "string", nullptr),
+        KIV_CHECKS(kivCS2String_getBytesUsed, "(string) != NULL", nullptr, 0, &size),
+        KIV_CHECKS(kivCS2String_getBytesUsed, "(bytesUsed) != NULL", some.get(), 0, nullptr),
+        KIV_CHECKS(kivCS2String_convertCString, "(source) != NULL", nullptr, 0, 0, &text, 0, &size),
+        KIV_CHECKS(kivCS2String_convertCString, "(destination) != NULL", "a", 1, 0, nullptr, 0, &size),
+        KIV_CHECKS(kivCS2String_detectEncoding, "source", nullptr, 4, &encoding, &size),
+        KIV_CHECKS(kivCS2String_detectEncoding, "encoding", "abcd", 4, nullptr, &size),
+        KIV_CHECKS(kivCS2String_OSTypeToString, "buffer", 0, nullptr, 5),
+        KIV_CHECKS(kivCS2String_copy, "dest", nullptr, "a", 2),
+        KIV_CHECKS(kivCS2String_copy, "source", buffer, nullptr, 2),
+        KIV_CHECKS(kivCS2String_createCopy, "source", &text, nullptr),
+        KIV_CHECKS(kivCS2String_createCopy, "dest", nullptr, "a"),
+        KIV_CHECKS(kivCS2String_separateCFString, "cfString", nullptr, ",", &array),
+        KIV_CHECKS(kivCS2String_separateCFString, "separator", some.get(), nullptr, &array),
+        KIV_CHECKS(kivCS2String_separateCFString, "array", some.get(), ",", nullptr),
+        KIV_CHECKS(kivCS2String_createBundleResourcePath, "name", nullptr, "txt", &object),
+        KIV_CHECKS(kivCS2String_createBundleResourcePath, "resourcePath", "a", "txt", nullptr),
+        KIV_CHECKS(kivCS2String_createUIDCFString, "cfString", nullptr),
+        KIV_CHECKS(kivCS2String_createUIDCString, "buffer", nullptr, 37),
+        KIV_CHECKS(kivCS2String_getCFStringLastPathComponent, "cfString", nullptr, &object),
+        KIV_CHECKS(kivCS2String_getCFStringLastPathComponent, "cfLastPathComponent", some.get(), nullptr),
+        KIV_CHECKS(kivCS2String_createStringByExpandingTilde, "(path) != NULL", nullptr, &text),
+        KIV_CHECKS(kivCS2String_createStringByExpandingTilde, "(expandedPath) != NULL", "~", nullptr),
     });
 
     // Encodings that come from a file or a setting are answered, never asserted.
@@ -124,10 +80,10 @@ TEST(String, RefusesWhatIsMissing)
     {
         EXPECT_EQ(kivCS2String_convertEncoding(unknown, &system), kParam);
         EXPECT_EQ(kivCS2String_getNullTerminatorLength(unknown, &size), kParam);
-        EXPECT_EQ(kivCS2String_getBytesUsed(some.m_object, unknown, &size), kParam);
+        EXPECT_EQ(kivCS2String_getBytesUsed(some.get(), unknown, &size), kParam);
         EXPECT_EQ(kivCS2String_convertCString("a", 1, unknown, &text, 2, nullptr), kParam);
         EXPECT_EQ(kivCS2String_convertCString("a", 1, 2, &text, unknown, nullptr), kParam);
-        EXPECT_EQ(kivCS2String_createCStringFromCFStringWithEncoding(some.m_object, &text, unknown, nullptr),
+        EXPECT_EQ(kivCS2String_createCStringFromCFStringWithEncoding(some.get(), &text, unknown, nullptr),
                   kParam);
     }
 #ifdef NDEBUG
@@ -136,7 +92,7 @@ TEST(String, RefusesWhatIsMissing)
     for (const KIVCS2StringEncoding unknown : {-1}) // 8 is asserted
 #endif
     {
-        object = some.m_object;
+        object = some.get();
         EXPECT_EQ(kivCS2String_createCFStringWithEncoding("a", 1, &object, unknown), kParam);
         EXPECT_EQ(object, nullptr);
     }
@@ -208,14 +164,14 @@ TEST(String, ConversionStopsBeforeWhatTheEncodingLacks)
               "\xD8\x3D\xDE\x00"s},
          })
     {
-        const Object object{row.text};
+        const StringRef object = fromBytes(row.text);
         char *text = reinterpret_cast<char *>(&text);
         uint32_t used = 77;
         uint32_t measured = 77;
         EXPECT_EQ(
-            kivCS2String_createCStringFromCFStringWithEncoding(object.m_object, &text, row.encoding, &used),
+            kivCS2String_createCStringFromCFStringWithEncoding(object.get(), &text, row.encoding, &used),
             row.status);
-        EXPECT_EQ(kivCS2String_getBytesUsed(object.m_object, row.encoding, &measured), row.measured);
+        EXPECT_EQ(kivCS2String_getBytesUsed(object.get(), row.encoding, &measured), row.measured);
         EXPECT_EQ(measured, used);
         if (row.status != KIVCS2STATUS_OK)
         {
@@ -232,12 +188,7 @@ TEST(String, ConversionStopsBeforeWhatTheEncodingLacks)
 
 TEST(String, InvalidBytesAreRefused)
 {
-    struct Row
-    {
-        KIVCS2StringEncoding encoding;
-        std::string bytes;
-    };
-    for (const Row &row : std::initializer_list<Row>{
+    for (const auto &[encoding, bytes] : std::initializer_list<std::pair<KIVCS2StringEncoding, std::string>>{
              {KIVCS2StringEncoding_UTF8, "a\xC3"},
              {KIVCS2StringEncoding_UTF8, "\xED\xA0\x80"}, // a surrogate
              {KIVCS2StringEncoding_UTF8, "\xC0\x80"},     // overlong
@@ -247,8 +198,8 @@ TEST(String, InvalidBytesAreRefused)
          })
     {
         char *text = reinterpret_cast<char *>(&text);
-        EXPECT_EQ(kivCS2String_convertCString(row.bytes.c_str(), static_cast<uint32_t>(row.bytes.size()),
-                                              row.encoding, &text, KIVCS2StringEncoding_UTF8, nullptr),
+        EXPECT_EQ(kivCS2String_convertCString(bytes.c_str(), static_cast<uint32_t>(bytes.size()), encoding,
+                                              &text, KIVCS2StringEncoding_UTF8, nullptr),
                   KIVCS2STATUS_MEMORY_ERR);
         EXPECT_EQ(text, nullptr);
     }
@@ -256,30 +207,29 @@ TEST(String, InvalidBytesAreRefused)
 
 TEST(String, AMarkStaysACharacterAndPathsAreComposed)
 {
-    Object marked;
-    ASSERT_EQ(kivCS2String_createCFStringWithEncoding("\xEF\xBB\xBFx", 4, &marked.m_object,
-                                                      KIVCS2StringEncoding_UTF8),
+    CFStringRef marked = nullptr;
+    ASSERT_EQ(kivCS2String_createCFStringWithEncoding("\xEF\xBB\xBFx", 4, &marked, KIVCS2StringEncoding_UTF8),
               KIVCS2STATUS_OK);
-    EXPECT_EQ(marked.utf8(), "\uFEFFx");
-    Object path;
+    EXPECT_EQ(taken(marked), "\uFEFFx");
+    CFStringRef path = nullptr;
     ASSERT_EQ(
-        kivCS2String_createCFStringWithEncoding("/e\u0301", 1, &path.m_object,
+        kivCS2String_createCFStringWithEncoding("/e\u0301", 1, &path,
                                                 KIVCS2StringEncoding_FileSystem), // the length is not used
         KIVCS2STATUS_OK);
-    EXPECT_EQ(path.utf8(), "/\u00E9");
+    EXPECT_EQ(taken(path), "/\u00E9");
 }
 
 TEST(String, TheEmptyPathHasATextButNoMeasure)
 {
-    const Object empty{""};
+    const StringRef empty = fromBytes("");
     char *text = nullptr;
-    EXPECT_EQ(kivCS2String_createCStringFromCFStringWithEncoding(empty.m_object, &text,
+    EXPECT_EQ(kivCS2String_createCStringFromCFStringWithEncoding(empty.get(), &text,
                                                                  KIVCS2StringEncoding_FileSystem, nullptr),
               KIVCS2STATUS_OK);
     EXPECT_STREQ(text, "");
     kivCS2String_freeCString(text);
     uint32_t used = 0;
-    EXPECT_EQ(kivCS2String_createCStringFromCFStringWithEncoding(empty.m_object, &text,
+    EXPECT_EQ(kivCS2String_createCStringFromCFStringWithEncoding(empty.get(), &text,
                                                                  KIVCS2StringEncoding_FileSystem, &used),
               kParam);
     kivCS2String_freeCString(text); // stays with the caller
@@ -355,18 +305,18 @@ TEST(String, SeparatesAtEverySeparator)
                                                      {"", ",", 1, ""},
                                                      {"abc", ",", 1, "abc"}})
     {
-        const Object text{row.text};
+        const StringRef text = fromBytes(row.text);
         CFArrayRef array = nullptr;
-        ASSERT_EQ(kivCS2String_separateCFString(text.m_object, row.separator, &array), KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2String_separateCFString(text.get(), row.separator, &array), KIVCS2STATUS_OK);
         ASSERT_EQ(CFArrayGetCount(array), row.count);
         const auto last = static_cast<CFStringRef>(CFArrayGetValueAtIndex(array, row.count - 1));
-        const Object expected{row.last};
-        EXPECT_TRUE(CFEqual(last, expected.m_object));
+        const StringRef expected = fromBytes(row.last);
+        EXPECT_TRUE(CFEqual(last, expected.get()));
         CFRelease(array);
     }
-    const Object text{"a"};
+    const StringRef text = fromBytes("a");
     CFArrayRef array = nullptr;
-    EXPECT_EQ(kivCS2String_separateCFString(text.m_object, "\xE9", &array), KIVCS2STATUS_MEMORY_ERR);
+    EXPECT_EQ(kivCS2String_separateCFString(text.get(), "\xE9", &array), KIVCS2STATUS_MEMORY_ERR);
     EXPECT_EQ(array, nullptr);
 }
 
@@ -388,15 +338,14 @@ TEST(String, TakesTheLastPathComponent)
     for (const auto &[path, last] : std::initializer_list<std::pair<const char *, const char *>>{
              {"/a/b.mcc", "b.mcc"}, {"/a/b/", "b"}, {"name", "name"}, {"/", "/"}, {"/a/\u00E9", "\u00E9"}})
     {
-        const Object whole{path};
-        Object component;
-        EXPECT_EQ(kivCS2String_getCFStringLastPathComponent(whole.m_object, &component.m_object),
-                  KIVCS2STATUS_OK);
-        EXPECT_EQ(component.utf8(), last);
+        const StringRef whole = fromBytes(path);
+        CFStringRef component = nullptr;
+        EXPECT_EQ(kivCS2String_getCFStringLastPathComponent(whole.get(), &component), KIVCS2STATUS_OK);
+        EXPECT_EQ(taken(component), last);
     }
-    const Object empty{""};
-    CFStringRef component = empty.m_object;
-    EXPECT_EQ(kivCS2String_getCFStringLastPathComponent(empty.m_object, &component), kParam);
+    const StringRef empty = fromBytes("");
+    CFStringRef component = empty.get();
+    EXPECT_EQ(kivCS2String_getCFStringLastPathComponent(empty.get(), &component), kParam);
     EXPECT_EQ(component, nullptr);
 }
 
@@ -405,13 +354,14 @@ TEST(String, FindsResourcesBesideTheExecutable)
     const auto resources = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "Resources";
     const bool made = std::filesystem::create_directory(resources);
     std::ofstream{resources / "string-test.txt"} << "x";
-    Object path;
-    EXPECT_EQ(kivCS2String_createBundleResourcePath("string-test", "txt", &path.m_object), KIVCS2STATUS_OK);
-    EXPECT_EQ(path.utf8(), (resources / "string-test.txt").string());
-    Object whole;
-    EXPECT_EQ(kivCS2String_createBundleResourcePath("string-test.txt", nullptr, &whole.m_object),
-              KIVCS2STATUS_OK);
-    CFStringRef missing = path.m_object;
+    CFStringRef path = nullptr;
+    EXPECT_EQ(kivCS2String_createBundleResourcePath("string-test", "txt", &path), KIVCS2STATUS_OK);
+    EXPECT_EQ(taken(path), (resources / "string-test.txt").string());
+    CFStringRef whole = nullptr;
+    EXPECT_EQ(kivCS2String_createBundleResourcePath("string-test.txt", nullptr, &whole), KIVCS2STATUS_OK);
+    EXPECT_EQ(taken(whole), (resources / "string-test.txt").string());
+    const StringRef some = fromBytes("some");
+    CFStringRef missing = some.get();
     EXPECT_EQ(kivCS2String_createBundleResourcePath("string-test", "png", &missing), KIVCS2STATUS_SYSTEM_ERR);
     EXPECT_EQ(missing, nullptr);
     EXPECT_EQ(kivCS2String_createBundleResourcePath("\xE9", "png", &missing), KIVCS2STATUS_MEMORY_ERR);
@@ -431,7 +381,7 @@ TEST(String, ExpandsALeadingTilde)
              {"~user/x", "/huser/x"}, // the text behind the tilde is taken as it stands
          })
     {
-        const Environment home{"HOME", "/h"};
+        setenv("HOME", "/h", 1);
         char *text = nullptr;
         EXPECT_EQ(kivCS2String_createStringByExpandingTilde(path, &text), KIVCS2STATUS_OK);
         ASSERT_STREQ(text, expanded);
@@ -443,9 +393,9 @@ TEST(String, ExpandsALeadingTilde)
     }
     // A service runs without the variable; the user's entry knows.
     const passwd *user = getpwuid(getuid());
-    for (const char *value : {static_cast<const char *>(nullptr), ""})
+    for (const bool isEmpty : {false, true})
     {
-        const Environment home{"HOME", value};
+        isEmpty ? setenv("HOME", "", 1) : unsetenv("HOME");
         char *text = nullptr;
         EXPECT_EQ(kivCS2String_createStringByExpandingTilde("~/x", &text),
                   user != nullptr ? KIVCS2STATUS_OK : KIVCS2STATUS_UNSUPPORTED_ERR);

@@ -185,41 +185,22 @@ TEST(VideoFormat, FrameRateRows)
 
 TEST(VideoFormat, FloatRatesAreTruncatedNotRounded)
 {
-    constexpr uint32_t kNone = 99;
-    const struct
-    {
-        float rate;
-        uint32_t code;
-    } cases[] = {
-        {23.976f, 0},
-        {24.0f, 1},
-        {25.9f, 2},
-        {29.97f, 3},
-        {29.999f, 3},
-        {30.0f, 4},
-        {50.0f, 5},
-        {59.94f, 6},
-        {60.0f, 7},
-        {60.99f, 7},
-        {31.0f, kNone},
-        {22.99f, kNone},
-        {61.0f, kNone},
-        {0.0f, kNone},
-        {-24.0f, kNone},
-        {4294967321.0f, kNone}, // 2^32 + 25 must not come round to 25
-        {std::numeric_limits<float>::max(), kNone},
-        {std::numeric_limits<float>::infinity(), kNone},
-        {-std::numeric_limits<float>::infinity(), kNone},
-        {std::nanf(""), kNone},
-    };
-    for (const auto &[rate, code] : cases)
-    {
-        KIVCS2FrameRate found = kNone;
-        EXPECT_EQ(kivCS2VideoFormat_floatToFrameRate(rate, &found),
-                  code == kNone ? KIVCS2STATUS_FRAME_RATE_ERR : KIVCS2STATUS_OK)
-            << rate;
-        EXPECT_EQ(found, code) << rate;
-    }
+    KIVCS2FrameRate found = 0;
+    constexpr float kRatesOfCodes[][2] = {{23.976f, 24.0f}, {24.0f, 25.0f}, {25.9f, 26.0f},  {29.97f, 30.0f},
+                                          {30.0f, 31.0f},   {50.0f, 51.0f}, {59.94f, 60.0f}, {60.0f, 61.0f}};
+    for (uint32_t code = 0; code < KIVCS2FrameRate_MAX; ++code)
+        for (const float rate : {kRatesOfCodes[code][0], std::nextafter(kRatesOfCodes[code][1], 0.0f)})
+        {
+            EXPECT_EQ(kivCS2VideoFormat_floatToFrameRate(rate, &found), KIVCS2STATUS_OK) << rate;
+            EXPECT_EQ(found, code) << rate;
+        }
+    constexpr float kInfinity = std::numeric_limits<float>::infinity();
+    found = 99;
+    // 2^32 + 25 must not come round to 25.
+    for (const float rate : {31.0f, 22.99f, 61.0f, 0.0f, -24.0f, 4294967321.0f,
+                             std::numeric_limits<float>::max(), kInfinity, -kInfinity, std::nanf("")})
+        EXPECT_EQ(kivCS2VideoFormat_floatToFrameRate(rate, &found), KIVCS2STATUS_FRAME_RATE_ERR) << rate;
+    EXPECT_EQ(found, 99u);
 }
 
 TEST(VideoFormat, FirstMatchWins)
@@ -329,49 +310,28 @@ TEST(VideoFormat, SizesAndTheirIndexes)
 
 TEST(VideoFormat, RefusesMissingArguments)
 {
-#define KIV_OUT(operation, text)                                                                             \
-    {                                                                                                        \
-#operation, text, KIVCS2STATUS_PARAM_ERR, [] {                                                       \
-            return operation(0, nullptr);                                                                    \
-        }                                                                                                    \
-    }
     KIVCS2VideoFormat format = 0;
-    const kiv::test::ArgumentCheck checks[] = {
-        KIV_OUT(kivCS2VideoFormat_findDefinition, "definition"),
-        KIV_OUT(kivCS2VideoFormat_matchWidth, "widthOut"),
-        KIV_OUT(kivCS2VideoFormat_matchHeight, "heightOut"),
-        KIV_OUT(kivCS2VideoFormat_getNativeWidth, "nativeWidth"),
-        KIV_OUT(kivCS2VideoFormat_getNativeHeight, "nativeHeight"),
-        KIV_OUT(kivCS2VideoFormat_getFrameAspectRatio, "frameAspect"),
-        KIV_OUT(kivCS2VideoFormat_getPixelAspectRatio, "pixelAspect"),
-        KIV_OUT(kivCS2VideoFormat_getFrameRate, "frameRate"),
-        KIV_OUT(kivCS2VideoFormat_getInterlaceMode, "interlaceMode"),
-        KIV_OUT(kivCS2VideoFormat_getPixelFormat, "pixelFormat"),
-        KIV_OUT(kivCS2VideoFormat_getSDIDualLinkMode, "sdiDualLinkMode"),
-        KIV_OUT(kivCS2VideoFormat_getDisplayWidth, "displayWidth"),
-        KIV_OUT(kivCS2VideoFormat_getDisplayHeight, "displayHeight"),
-        KIV_OUT(kivCS2VideoFormat_getName, "name"),
-        KIV_OUT(kivCS2VideoFormat_getDescription, "description"),
-        KIV_OUT(kivCS2VideoFormat_frameRateToFloat, "outFrameRate"),
-        KIV_OUT(kivCS2VideoFormat_frameRateToDouble, "outFrameRate"),
-        {"kivCS2VideoFormat_getFormatForName", "name", KIVCS2STATUS_PARAM_ERR,
-         [&format]
-         {
-             return kivCS2VideoFormat_getFormatForName(nullptr, &format);
-         }},
-        {"kivCS2VideoFormat_getFormatForName", "format", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2VideoFormat_getFormatForName("625i25 8 Bit", nullptr);
-         }},
-        {"kivCS2VideoFormat_matchFormat", "format", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2VideoFormat_matchFormat(720, 576, 720, 576, 2, 0, nullptr);
-         }},
-    };
-#undef KIV_OUT
-    for (const auto &check : checks)
-        kiv::test::expectRefused(check);
+    kiv::test::expectAllRefused({
+        KIV_CHECKS(kivCS2VideoFormat_findDefinition, "definition", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_matchWidth, "widthOut", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_matchHeight, "heightOut", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getNativeWidth, "nativeWidth", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getNativeHeight, "nativeHeight", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getFrameAspectRatio, "frameAspect", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getPixelAspectRatio, "pixelAspect", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getFrameRate, "frameRate", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getInterlaceMode, "interlaceMode", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getPixelFormat, "pixelFormat", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getSDIDualLinkMode, "sdiDualLinkMode", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getDisplayWidth, "displayWidth", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getDisplayHeight, "displayHeight", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getName, "name", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getDescription, "description", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_frameRateToFloat, "outFrameRate", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_frameRateToDouble, "outFrameRate", 0, nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_getFormatForName, "name", nullptr, &format),
+        KIV_CHECKS(kivCS2VideoFormat_getFormatForName, "format", "625i25 8 Bit", nullptr),
+        KIV_CHECKS(kivCS2VideoFormat_matchFormat, "format", 720, 576, 720, 576, 2, 0, nullptr),
+    });
 }
 } // namespace
