@@ -138,9 +138,7 @@ void extractAnc(benchmark::State &state, bool host)
     kivCS2MemoryStream_initWithBytes(&memory, bytes.data(), bytes.size());
     if (host)
         memory.m_stream.m_readBytes = [](KIVCS2Stream *stream, void *buffer, uint64_t size, uint64_t *read)
-        {
-            return kivCS2MemoryStream_readBytes(stream, buffer, size, read);
-        };
+        { return kivCS2MemoryStream_readBytes(stream, buffer, size, read); };
     Packet got{};
     KIVCS2Status status = 0;
     for (auto _ : state)
@@ -254,9 +252,7 @@ void linesOfHostStream(benchmark::State &state)
         KIVCS2MemoryStream memory;
         kivCS2MemoryStream_initWithBytes(&memory, const_cast<char *>(text.data()), text.size());
         memory.m_stream.m_readBytes = [](KIVCS2Stream *stream, void *buffer, uint64_t size, uint64_t *read)
-        {
-            return kivCS2MemoryStream_readBytes(stream, buffer, size, read);
-        };
+        { return kivCS2MemoryStream_readBytes(stream, buffer, size, read); };
         bytes = countLines(&memory.m_stream);
         kivCS2MemoryStream_free(&memory.m_stream);
     }

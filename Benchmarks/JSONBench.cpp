@@ -113,9 +113,7 @@ size_t printAll(Room &room)
     char *at = room.data();
     const char *const end = at + room.size();
     const auto print = [&at, end](const char *format, auto... values)
-    {
-        at += std::snprintf(at, static_cast<size_t>(end - at), format, values...);
-    };
+    { at += std::snprintf(at, static_cast<size_t>(end - at), format, values...); };
     const char *before = "{";
     for (const Entry &entry : kEntries)
     {

@@ -215,21 +215,14 @@ void addToRGBA(Size size)
     fillRandom(*from);
     addLevels("Pixels_2vuyToRGBA", size,
               [=](const kiv::PixelRows &rows) -> Run
-              {
-                  return [=, row = rows.toRGBA601]
-                  {
-                      convertRows(row, *from, *to, size.width);
-                  };
-              });
+              { return [=, row = rows.toRGBA601] { convertRows(row, *from, *to, size.width); }; });
 #ifdef KIV_PEER_LIBYUV
     requireSameColours(size);
     const auto width = static_cast<int>(size.width);
     const auto height = static_cast<int>(size.height);
     // Its ARGB is B, G, R, A in memory: it makes no other of UYVY in one step.
     const Run libyuv = [=]
-    {
-        libyuv::UYVYToARGB(from->row(0), strideOf(*from), to->row(0), strideOf(*to), width, height);
-    };
+    { libyuv::UYVYToARGB(from->row(0), strideOf(*from), to->row(0), strideOf(*to), width, height); };
     add("Pixels_2vuyToRGBA/libyuv", size, libyuv);
     add("Pixels_2vuyToRGBA_AVX2/libyuv", size, libyuv);
     add("Pixels_2vuyToRGBA/libyuv_RGBA", size, // with the bytes in our order, which takes it a second call
@@ -279,12 +272,7 @@ void addV210(Size size)
     const auto to = std::make_shared<Plane>(size.width * 2, size.height);
     fillRandom(*from);
     const auto ours = [=](const kiv::PixelRows &rows) -> Run
-    {
-        return [=, row = rows.v210To2vuy]
-        {
-            convertRows(row, *from, *to, size.width);
-        };
-    };
+    { return [=, row = rows.v210To2vuy] { convertRows(row, *from, *to, size.width); }; };
     std::vector<uint8_t> expected(size.width * 2);
     plainV210(from->row(1), expected.data(), size.width);
     for (const auto level : {kiv::CpuLevel::portable, kiv::CpuLevel::avx2, kiv::CpuLevel::avx512})

@@ -41,10 +41,7 @@ public:
         (void)kivCS2Socket_free(server);
         for (KIVCS2Socket *end : {near, m_far})
             (void)kivCS2Socket_setTCPNodelay(end, 1);
-        m_peer = std::thread{[peer, fd = m_far->m_socket]
-                             {
-                                 peer(fd);
-                             }};
+        m_peer = std::thread{[peer, fd = m_far->m_socket] { peer(fd); }};
     }
     ~Stream()
     {

@@ -148,8 +148,7 @@ KIVCS2Status kivCS2CaptionFile_initWriting(KIVCS2CaptionFile *file, KIVCS2Stream
     if (used.m_services != nullptr)
         KIV_CHECK(std::all_of(used.m_services, used.m_services + used.m_serviceCount,
                               [](const KIVCS2CaptionServiceEntry &entry)
-                              {
-                                  return kiv::cc::isService(entry.m_service); }));
+                              { return kiv::cc::isService(entry.m_service); }));
 
     file->m_state = nullptr;
     const KIVCS2CaptionCountingInfo *const info = kiv::cc::countingInfo(counting);

@@ -664,9 +664,7 @@ void KIVProjectTimecode::fromDate(CFDateRef date, bool includeTime) noexcept
     if (date == nullptr || !hasRate(rate()))
         return;
     const auto value = [date](size_t index)
-    {
-        return static_cast<uint32_t>(valueFromDate(date, g_class.readingFormats[index]));
-    };
+    { return static_cast<uint32_t>(valueFromDate(date, g_class.readingFormats[index])); };
     DateReading reading{value(0), value(1), value(2), 0, 0, 0, 0};
     if (includeTime)
     {

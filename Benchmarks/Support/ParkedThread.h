@@ -12,10 +12,7 @@ inline int runBesideParkedThread(int argc, char **argv)
 {
     benchmark::Initialize(&argc, argv);
     std::latch done{1};
-    std::thread parked{[&done]
-                       {
-                           done.wait();
-                       }};
+    std::thread parked{[&done] { done.wait(); }};
     benchmark::RunSpecifiedBenchmarks();
     done.count_down();
     parked.join();

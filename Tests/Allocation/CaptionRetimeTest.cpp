@@ -17,10 +17,7 @@ TEST(CaptionRetime, EveryAllocationMayFailAndNothingIsLost)
         packet.m_triplets[index][0] = 0xFC + index % 3, packet.m_triplets[index][1] = 'a';
     packet.m_tripletCount = 30;
     const KIVCS2CaptionRetimeOptions options{4, 7, 0, 0, 0, 0, {}};
-    const auto onPacket = [](const KIVCS2CaptionPacket *, void *)
-    {
-        return KIVCS2Status{KIVCS2STATUS_OK};
-    };
+    const auto onPacket = [](const KIVCS2CaptionPacket *, void *) { return KIVCS2Status{KIVCS2STATUS_OK}; };
     size_t failures = 0;
     forEachAllocation(
         [&](size_t)

@@ -49,102 +49,27 @@ TEST(Allocation, WhatCannotBeMadeIsNull)
     const int32_t value = 7;
 
     const Creation creations[] = {
-        {"string of ASCII", 1,
-         []
-         {
-             return kiv::test::fromBytes("ascii").release();
-         }},
-        {"string of UTF-8", 1,
-         []
-         {
-             return kiv::test::fromBytes("\xc3\xa9").release();
-         }},
-        {"string of units", 1,
-         []
-         {
-             return kiv::test::fromUnits(u"\u20ac").release();
-         }},
-        {"mutable copy", 1,
-         [&]
-         {
-             return CFStringCreateMutableCopy(nullptr, 0, wide.get());
-         }},
-        {"frozen copy", 1,
-         [&]
-         {
-             return CFStringCreateCopy(nullptr, changeable.get());
-         }},
+        {"string of ASCII", 1, [] { return kiv::test::fromBytes("ascii").release(); }},
+        {"string of UTF-8", 1, [] { return kiv::test::fromBytes("\xc3\xa9").release(); }},
+        {"string of units", 1, [] { return kiv::test::fromUnits(u"\u20ac").release(); }},
+        {"mutable copy", 1, [&] { return CFStringCreateMutableCopy(nullptr, 0, wide.get()); }},
+        {"frozen copy", 1, [&] { return CFStringCreateCopy(nullptr, changeable.get()); }},
         {"pieces", 4,
-         [&]
-         {
-             return CFStringCreateArrayBySeparatingStrings(nullptr, ascii.get(), colon.get());
-         }},
-        {"array", 1,
-         [&]
-         {
-             return CFArrayCreate(nullptr, values, 2, &kCFTypeArrayCallBacks);
-         }},
-        {"growing array", 1,
-         []
-         {
-             return CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks);
-         }},
-        {"number", 1,
-         [&]
-         {
-             return CFNumberCreate(nullptr, kCFNumberSInt32Type, &value);
-         }},
-        {"date", 1,
-         []
-         {
-             return CFDateCreate(nullptr, 1.0);
-         }},
-        {"locale", 1,
-         [&]
-         {
-             return CFLocaleCreate(nullptr, ascii.get());
-         }},
-        {"current locale", 2,
-         []
-         {
-             return CFLocaleCopyCurrent();
-         }},
-        {"character set", 1,
-         [&]
-         {
-             return CFCharacterSetCreateWithCharactersInString(nullptr, wide.get());
-         }},
-        {"inverted set", 1,
-         [&]
-         {
-             return CFCharacterSetCreateInvertedSet(nullptr, set.get());
-         }},
+         [&] { return CFStringCreateArrayBySeparatingStrings(nullptr, ascii.get(), colon.get()); }},
+        {"array", 1, [&] { return CFArrayCreate(nullptr, values, 2, &kCFTypeArrayCallBacks); }},
+        {"growing array", 1, [] { return CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks); }},
+        {"number", 1, [&] { return CFNumberCreate(nullptr, kCFNumberSInt32Type, &value); }},
+        {"date", 1, [] { return CFDateCreate(nullptr, 1.0); }},
+        {"locale", 1, [&] { return CFLocaleCreate(nullptr, ascii.get()); }},
+        {"current locale", 2, [] { return CFLocaleCopyCurrent(); }},
+        {"character set", 1, [&] { return CFCharacterSetCreateWithCharactersInString(nullptr, wide.get()); }},
+        {"inverted set", 1, [&] { return CFCharacterSetCreateInvertedSet(nullptr, set.get()); }},
         {"location", 2, url},
-        {"last component", 1,
-         [&]
-         {
-             return CFURLCopyLastPathComponent(madeURL.get());
-         }},
-        {"identifier", 1,
-         []
-         {
-             return CFUUIDCreate(nullptr);
-         }},
-        {"text of an identifier", 1,
-         [&]
-         {
-             return CFUUIDCreateString(nullptr, uuid.get());
-         }},
-        {"formatter", 1,
-         [&]
-         {
-             return CFDateFormatterCreate(nullptr, locale.get(), 0, 0);
-         }},
-        {"bundle", 1,
-         []
-         {
-             return kiv::cf::createBundle("/dev/host");
-         }},
+        {"last component", 1, [&] { return CFURLCopyLastPathComponent(madeURL.get()); }},
+        {"identifier", 1, [] { return CFUUIDCreate(nullptr); }},
+        {"text of an identifier", 1, [&] { return CFUUIDCreateString(nullptr, uuid.get()); }},
+        {"formatter", 1, [&] { return CFDateFormatterCreate(nullptr, locale.get(), 0, 0); }},
+        {"bundle", 1, [] { return kiv::cf::createBundle("/dev/host"); }},
     };
     for (const Creation &creation : creations)
     {

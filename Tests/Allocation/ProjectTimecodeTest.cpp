@@ -44,41 +44,13 @@ TEST(ProjectTimecodeAllocation, TextsAndDatesAreNull)
         std::function<CFTypeRef()> make;
     };
     const Row rows[] = {
-        {"description",
-         [&]
-         {
-             return text.description();
-         }},
-        {"XMLRepresentation",
-         [&]
-         {
-             return text.XMLRepresentation();
-         }},
-        {"descriptionWithCalendarFormat",
-         [&]
-         {
-             return text.descriptionWithCalendarFormat("%d %Z");
-         }},
-        {"descriptionWithPrefix",
-         [&]
-         {
-             return text.descriptionWithPrefix(longText);
-         }},
-        {"toDate by text",
-         [&]
-         {
-             return text.toDate();
-         }},
-        {"toDate by table",
-         [&]
-         {
-             return table.toDate();
-         }},
-        {"toCFDate",
-         [&]
-         {
-             return table.toCFDate();
-         }},
+        {"description", [&] { return text.description(); }},
+        {"XMLRepresentation", [&] { return text.XMLRepresentation(); }},
+        {"descriptionWithCalendarFormat", [&] { return text.descriptionWithCalendarFormat("%d %Z"); }},
+        {"descriptionWithPrefix", [&] { return text.descriptionWithPrefix(longText); }},
+        {"toDate by text", [&] { return text.toDate(); }},
+        {"toDate by table", [&] { return table.toDate(); }},
+        {"toCFDate", [&] { return table.toCFDate(); }},
     };
     for (const Row &row : rows)
     {

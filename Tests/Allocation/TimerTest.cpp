@@ -77,9 +77,7 @@ TEST(TimerAllocation, AModeWithoutMemoryIsNotAddedAndMayBeTriedAgain)
                       ASSERT_EQ(create(&timer, KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
                       kiv::test::failAllocation(index);
                       const auto add = [&]
-                      {
-                          return kivCS2Timer_addToRunLoop(timer, CFRunLoopGetMain(), mode.get());
-                      };
+                      { return kivCS2Timer_addToRunLoop(timer, CFRunLoopGetMain(), mode.get()); };
                       const KIVCS2Status status = add();
                       EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
                       EXPECT_EQ(add(), KIVCS2STATUS_OK);

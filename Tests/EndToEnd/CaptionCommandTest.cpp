@@ -142,8 +142,7 @@ TEST_F(CaptionCommand, ShowsWhatOthersHaveWritten)
 
 TEST_F(CaptionCommand, NamesEveryService)
 {
-    const auto services = [&](const std::string &file)
-    {
+    const auto services = [&](const std::string &file) {
         return json({"caption", "info", file})["services"];
     };
     const std::string mcc = write("d.mcc", only708());

@@ -189,10 +189,7 @@ KIVCS2CaptionPlace at(uint16_t line, KIVCS2CaptionChannel channel = KIVCS2Captio
 std::vector<Form> forms()
 {
     const Words v210 = {"--in", "v210", "--width", "1920"};
-    const auto words = [](const char *name)
-    {
-        return Words{"--in", "291m", "--words", name};
-    };
+    const auto words = [](const char *name) { return Words{"--in", "291m", "--words", name}; };
     return {
         {KIVCS2CaptionCarrier_8BitWithADF, words("8bit-adf"), 0, {}, "section cut: 1 packet"},
         {KIVCS2CaptionCarrier_8Bit, words("8bit"), 0, {}, "section cut: 1 packet"},
@@ -287,9 +284,7 @@ TEST_F(CaptionMotion, RefusesWhatMakesNoSenseOfACapture)
     other[2] = 0; // version 0
     const std::string units = capture(forms()[2], frames()), records = capture(forms()[6], frames());
     const auto more = [](const std::string &packets, size_t bytes)
-    {
-        return packets.substr(0, packets.size() / 10 + bytes);
-    };
+    { return packets.substr(0, packets.size() / 10 + bytes); };
     const std::string unit = std::to_string(units.size() / 10), record = std::to_string(records.size() / 10);
     struct Row
     {

@@ -460,19 +460,13 @@ TEST_F(Command, WritesEachKindAndReadsItBack)
         words.insert(words.end(), options.begin(), options.end());
         return json(words);
     };
-    const auto text = [&](const char *name)
-    {
-        return slurp(path(name));
-    };
+    const auto text = [&](const char *name) { return slurp(path(name)); };
     const std::string mcc = path("a.MCC").string();
     EXPECT_EQ(convert(KIV_EXAMPLE_SCC, "a.MCC")["out"]["kind"], "MCC 1");
     EXPECT_EQ(convert(KIV_EXAMPLE_SCC, "a.scc")["out"]["pairs"], 163);
     EXPECT_EQ(convert(mcc, "b.scc")["out"]["captions"], 7);
     EXPECT_EQ(convert(path("b.scc").string(), "b.mcc")["out"]["packets"], 1920);
-    const auto packets = [](const std::string &file)
-    {
-        return file.substr(file.find("\n\n01:"));
-    };
+    const auto packets = [](const std::string &file) { return file.substr(file.find("\n\n01:")); };
     EXPECT_TRUE(packets(text("b.mcc")) == packets(text("a.MCC")));
     convert(mcc, "c.mcc");
     EXPECT_TRUE(text("c.mcc") == text("a.MCC")); // there was nothing to repair
@@ -505,9 +499,7 @@ TEST_F(Command, RepairsAFileAndSaysWhatItChanged)
     ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, good}).code, 0);
     std::string mcc = slurp(good);
     const auto edit = [&mcc](const std::string &from, const std::string &to)
-    {
-        mcc.replace(mcc.find(from), from.size(), to);
-    };
+    { mcc.replace(mcc.find(from), from.size(), to); };
     edit("UUID=", "Nobody=knows\nUUID=");
     edit("\n01:00:00:00\tT52S", "\n01:00:00:00  t52s");
     edit("\n01:00:00:01\t", "\n01:00:00.01\t");
@@ -881,9 +873,7 @@ TEST_F(Command, BuildsParsesAndFindsPackets)
     EXPECT_EQ(run({"cdp", "find", cut, "--in", "291m", "--words", "8bit-adf"}).code, 1);
     // Wrapped, on line 9, after a line that is not looked at.
     const auto header = [](char line, char coding, char size)
-    {
-        return std::string{'\0', line, 1, coding, 0, size, 0, 0, 0, size, 0, 0, 0, 1};
-    };
+    { return std::string{'\0', line, 1, coding, 0, size, 0, 0, 0, size, 0, 0, 0, 1}; };
     const std::string frame = std::string{"\0\2", 2} + header(7, 4, 1) + "x" +
                               header(9, 4, static_cast<char>(packet.size())) + packet;
     EXPECT_EQ(json({"cdp", "find", write("wrapped", frame + frame), "--in", "436m"}).size(), 2u);

@@ -217,8 +217,7 @@ TEST_F(FrameCommand, ConvertsAndScalesByTheLibrary)
     const std::string yuv = bytes({90, 81, 240, 235, 128, 16, 128, 235});
     const std::string grey = bytes({128, 126, 128, 126});
     const std::string red = bytes({254, 0, 0});
-    const auto convert = [&](const std::string &frame, const std::string &from, const std::string &to)
-    {
+    const auto convert = [&](const std::string &frame, const std::string &from, const std::string &to) {
         return made({"convert", "-", "-", "--to", to}, sized(3, 1, from), frame);
     };
     const std::string rgba = convert(yuv, "2vuy", "rgba");

@@ -219,10 +219,7 @@ TEST_F(Pipe, RejectModeMakesTheProducerWait)
     EXPECT_THAT(meter, HasSubstr("lost 0.0 MB"));
     // The terminal must be read, or the report would wait for it.
     std::string rest;
-    std::thread reader{[&]
-                       {
-                           rest = readAll(m_terminal);
-                       }};
+    std::thread reader{[&] { rest = readAll(m_terminal); }};
     EXPECT_TRUE(readAll(m_out) == bytes);
     producer.join();
     EXPECT_EQ(finish(), 0);

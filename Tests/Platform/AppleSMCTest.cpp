@@ -33,8 +33,7 @@ std::atomic<int> g_intruders; // choices that another program changes before the
 void follow(const char *folder)
 {
     const std::filesystem::path path{folder};
-    const auto write = [&](const char *name, const std::string &text)
-    {
+    const auto write = [&](const char *name, const std::string &text) {
         std::ofstream{path / name, std::ios::binary} << text;
     };
     size_t index = 0;

@@ -147,8 +147,7 @@ TEST(Formatters, APatternMayChangeAndALongTextIsWhole)
 TEST(Calendars, ComposingCarriesLikeMktime)
 {
     std::mt19937 random{1582};
-    const auto pick = [&random](int from, int to)
-    {
+    const auto pick = [&random](int from, int to) {
         return std::uniform_int_distribution<int>{from, to}(random);
     };
     for (int index = 0; index < 3000; ++index)

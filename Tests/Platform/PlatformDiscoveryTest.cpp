@@ -48,17 +48,11 @@ CFRef<CFNetServiceRef> service(const char *domain, const char *type, const char 
 // The network. What is asked of it answers by the functions that the test sets; what was announced is noted.
 struct Network
 {
-    std::function<void(ServiceSink &)> services = [](ServiceSink &) {
-    };
+    std::function<void(ServiceSink &)> services = [](ServiceSink &) {};
     std::function<void(const std::string &name, uint16_t type, RecordSink &)> records =
-        [](const std::string &, uint16_t, RecordSink &) {
-        };
-    std::function<int(const std::string &name)> accept = [](const std::string &)
-    {
-        return 0;
-    };
-    std::function<void(LocationSink &)> location = [](LocationSink &) {
-    };
+        [](const std::string &, uint16_t, RecordSink &) {};
+    std::function<int(const std::string &name)> accept = [](const std::string &) { return 0; };
+    std::function<void(LocationSink &)> location = [](LocationSink &) {};
     int updating = 0; // the answer to a new text
     OwnNetworks own;
 
@@ -242,8 +236,7 @@ TEST(RecordData, LocationsAreReadWholeOrNotAtAll)
 
 TEST(RecordData, TextsStandBehindTheirLengths)
 {
-    const auto isText = [](std::string_view data)
-    {
+    const auto isText = [](std::string_view data) {
         return isTextRecord({reinterpret_cast<const uint8_t *>(data.data()), data.size()});
     };
     EXPECT_TRUE(isText(""));
@@ -371,10 +364,7 @@ TEST_F(Discovery, ResolvingCollectsTheAddressesOfTheHost)
 {
     m_network.records = [](const std::string &name, uint16_t type, RecordSink &sink)
     {
-        const auto address = [](std::initializer_list<uint8_t> bytes)
-        {
-            return std::vector<uint8_t>{bytes};
-        };
+        const auto address = [](std::initializer_list<uint8_t> bytes) { return std::vector<uint8_t>{bytes}; };
         if (type == kTypeSRV)
         {
             EXPECT_EQ(name, "a\\.b._play._tcp.local");
@@ -501,10 +491,7 @@ TEST_F(Discovery, ALocationThatIsToldSoonerIsNoMoreThanAHint)
     for (const char *hint : {"", ".", "..", "encoder.local", "other.local"})
     {
         Strings asked;
-        m_network.location = [hint](LocationSink &sink)
-        {
-            sink.located(hint, 4999);
-        };
+        m_network.location = [hint](LocationSink &sink) { sink.located(hint, 4999); };
         m_network.records = [&asked](const std::string &name, uint16_t type, RecordSink &sink)
         {
             if (type == kTypeSRV)
@@ -532,9 +519,7 @@ TEST_F(Discovery, WhatDoesNotResolveSaysWhy)
     EXPECT_EQ(error.error, kCFNetServicesErrorTimeout);
 
     m_network.records = [](const std::string &, uint16_t, RecordSink &sink)
-    {
-        sink.recordSeen(true, kIPv4, locationData(9, {}));
-    };
+    { sink.recordSeen(true, kIPv4, locationData(9, {})); };
     EXPECT_FALSE(CFNetServiceResolveWithTimeout(nobody.get(), 60, &error));
     EXPECT_EQ(error.error, kCFNetServicesErrorNotFound) << "offered nowhere (RFC 2782)";
 
@@ -553,10 +538,7 @@ TEST_F(Discovery, WhatDoesNotResolveSaysWhy)
 
 TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
 {
-    m_network.accept = [](const std::string &name)
-    {
-        return name == "Ingest" ? AVAHI_ERR_COLLISION : 0;
-    };
+    m_network.accept = [](const std::string &name) { return name == "Ingest" ? AVAHI_ERR_COLLISION : 0; };
     const auto published = service("local.", "_play._tcp", "Ingest", 5000);
     const auto setText = [&published](std::string_view record)
     {
@@ -569,9 +551,7 @@ TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
     EXPECT_TRUE(setText("\1a"));
     CFStreamError error{};
     std::thread publishing{[&]
-                           {
-                               EXPECT_FALSE(CFNetServiceRegisterWithOptions(published.get(), 0, &error));
-                           }};
+                           { EXPECT_FALSE(CFNetServiceRegisterWithOptions(published.get(), 0, &error)); }};
     m_network.waitFor("Ingest #2:5000:\1a");
     const auto publishedName = [&published]
     {

@@ -78,13 +78,9 @@ TEST(Objects, EqualOnesHashAlike)
             nullptr, reinterpret_cast<const UInt8 *>(path), static_cast<CFIndex>(strlen(path)), false)};
     };
     const auto set = [](const char *text)
-    {
-        return CFRef<CFTypeRef>{CFCharacterSetCreateWithCharactersInString(nullptr, fromBytes(text).get())};
-    };
+    { return CFRef<CFTypeRef>{CFCharacterSetCreateWithCharactersInString(nullptr, fromBytes(text).get())}; };
     const auto locale = [](const char *name)
-    {
-        return CFRef<CFTypeRef>{CFLocaleCreate(nullptr, fromBytes(name).get())};
-    };
+    { return CFRef<CFTypeRef>{CFLocaleCreate(nullptr, fromBytes(name).get())}; };
     struct Row
     {
         CFRef<CFTypeRef> one;

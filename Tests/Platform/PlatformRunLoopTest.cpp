@@ -54,8 +54,7 @@ struct Timer
     }
 
     TimerRef ref;
-    std::function<void()> onFire = [] {
-    };
+    std::function<void()> onFire = [] {};
     std::atomic<int> fired{0};
 
 private:
@@ -289,10 +288,7 @@ TEST(RunLoops, NestedRunsHaveTheirOwnModeAndEnd)
     both.add();
     innerOnly.add(inner.get());
     CFRunLoopRef loop = CFRunLoopGetCurrent();
-    const auto addCommon = [&]
-    {
-        common.add(kCFRunLoopCommonModes, loop);
-    };
+    const auto addCommon = [&] { common.add(kCFRunLoopCommonModes, loop); };
     both.onFire = [&, nested = both.onFire]
     {
         addCommon();

@@ -119,10 +119,7 @@ TEST_F(System, MemoryComesFromMeminfoAndStatm)
         const Usage usage;
         EXPECT_EQ(usage.status,
                   row.hostKnown && row.taskKnown ? KIVCS2STATUS_OK : KIVCS2STATUS_UNSUPPORTED_ERR);
-        const auto kilobytes = [&](uint64_t value)
-        {
-            return value * 1024 / pageSize * pageSize;
-        };
+        const auto kilobytes = [&](uint64_t value) { return value * 1024 / pageSize * pageSize; };
         const std::array<uint64_t, 4> host{kilobytes(4000000), kilobytes(2000000), kilobytes(3000000),
                                            kilobytes(row.wired)}; // inactive before active
         for (size_t index = 0; index < host.size(); ++index)

@@ -23,10 +23,7 @@ testing::AssertionResult copies(kiv::CpuLevel level, size_t count, size_t source
     kiv::copyBytes(level, at, source.data() + sourceAt, count);
 
     const bool same = std::equal(at, at + count, source.data() + sourceAt);
-    const auto untouched = [](uint8_t byte)
-    {
-        return byte == kUntouched;
-    };
+    const auto untouched = [](uint8_t byte) { return byte == kUntouched; };
     if (same && std::all_of(target.data(), at, untouched) &&
         std::all_of(at + count, target.data() + target.size(), untouched))
         return testing::AssertionSuccess();

@@ -122,10 +122,7 @@ std::string textOf(const Date &date)
 TEST(TimecodeCalendar, DayArithmeticEqualsTheWalkOverMonths)
 {
     std::mt19937 random{20240229};
-    const auto below = [&random](uint32_t limit)
-    {
-        return static_cast<uint32_t>(random() % limit);
-    };
+    const auto below = [&random](uint32_t limit) { return static_cast<uint32_t>(random() % limit); };
     const uint16_t years[] = {0, 1, 3, 4, 99, 100, 399, 400, 1582, 1900, 2000, 2023, 2024, 65535, 65136};
     for (int round = 0; round < 8000; ++round)
     {

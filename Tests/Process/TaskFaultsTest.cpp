@@ -425,10 +425,7 @@ TEST(TaskFaults, FailedTransfersHaveAStatusAndNoCount)
     Ended ended;
     ASSERT_EQ(kivCS2Task_launchAsync(task, Ended::call, &ended), KIVCS2STATUS_OK);
     uint32_t count = 0;
-    const auto write = [&]
-    {
-        return kivCS2Task_writeInput(task, "hi", 2, &count);
-    };
+    const auto write = [&] { return kivCS2Task_writeInput(task, "hi", 2, &count); };
     const auto read = [&]
     {
         char bytes[2];

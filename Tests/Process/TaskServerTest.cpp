@@ -394,10 +394,7 @@ void hostDies(End end, bool underSubreaper, void (*start)() = startFamily)
     (void)exitCodeOf(host);
     // About two seconds; what more is given here is for a loaded machine.
     const int most = end == End::killed || end == End::aborted || end == End::leftAtOnce ? 10000 : 20000;
-    const auto isGone = []
-    {
-        return countOf("sleep") + countOf("sh") + countOf(kServerName) == 0;
-    };
+    const auto isGone = [] { return countOf("sleep") + countOf("sh") + countOf(kServerName) == 0; };
     EXPECT_TRUE(holdsWithin(most, isGone)) << countOf("sleep") << " and " << countOf("sh") << " shells left";
 }
 
@@ -441,9 +438,7 @@ TEST(TaskServer, NothingThatForksInALoopOutlivesTheHost)
 TEST(TaskServer, NothingThatForksInALoopOutlivesItsKill)
 {
     const auto isGone = []
-    {
-        return holdsWithin(10000, [] { return countOf("sleep") + countOf("sh") == 0; });
-    };
+    { return holdsWithin(10000, [] { return countOf("sleep") + countOf("sh") == 0; }); };
     const auto host = [isGone]
     {
         EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
@@ -464,10 +459,7 @@ TEST(TaskServer, NothingThatForksInALoopOutlivesItsKill)
             EXPECT_TRUE(isGone()) << throughServer;
         }
     };
-    const auto child = [host]
-    {
-        inChild(host);
-    };
+    const auto child = [host] { inChild(host); };
     IN_OWN_PROCESSES((std::vector<std::function<void()>>{host, child}));
 }
 
@@ -522,10 +514,7 @@ TEST(TaskServer, AKilledTreeIsContinuedAsItWas)
         kill(stopped, SIGCONT);
         EXPECT_EQ(exitCodeOf(stopped), 1000 + SIGTERM);
     };
-    const auto body = [&host]
-    {
-        inChild(host);
-    };
+    const auto body = [&host] { inChild(host); };
     IN_OWN_PROCESSES(body);
 }
 
@@ -707,10 +696,7 @@ TEST(TaskServer, AHostThatClosesItsPipesKeepsItsExitCodesAndItsFiles)
 // There the parent that takes over is not process 1.
 TEST(TaskServer, NothingOutlivesTheHostUnderASubreaper)
 {
-    const auto body = []
-    {
-        inChild([] { hostDies(End::killed, true); });
-    };
+    const auto body = [] { inChild([] { hostDies(End::killed, true); }); };
     IN_OWN_PROCESSES(body);
 }
 
@@ -739,10 +725,7 @@ TEST(TaskServer, KillsDescendantsAndNothingElse)
                                 }));
         EXPECT_EQ(kill(other, 0), 0);
     };
-    const auto body = [host]
-    {
-        inChild(host);
-    };
+    const auto body = [host] { inChild(host); };
     IN_OWN_PROCESSES(body);
 }
 

@@ -19,9 +19,7 @@
 #define KIV_REFUSED(op, text, ...)                                                                           \
     kiv::test::ArgumentCheck                                                                                 \
     {                                                                                                        \
-#op, text, KIVCS2STATUS_PARAM_ERR, [&] {                                                             \
-            return op(__VA_ARGS__);                                                                          \
-        }                                                                                                    \
+#op, text, KIVCS2STATUS_PARAM_ERR, [&] { return op(__VA_ARGS__); }                                   \
     }
 
 namespace kiv::test

@@ -36,9 +36,7 @@ struct HostStream
             return KIVCS2STATUS_OK;
         };
         m_stream.m_setPosition = [](KIVCS2Stream *, int64_t, KIVCS2StreamPosition, int64_t *)
-        {
-            return KIVCS2STATUS_UNSUPPORTED_ERR;
-        };
+        { return KIVCS2STATUS_UNSUPPORTED_ERR; };
         m_stream.m_isEndOfStream = [](KIVCS2Stream *stream, uint32_t *eos)
         {
             const auto *host = reinterpret_cast<HostStream *>(stream);

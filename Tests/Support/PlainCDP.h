@@ -102,10 +102,7 @@ inline PlainPairs readPlainly(const uint8_t *packet, size_t size)
 inline void buildPlainly(const uint8_t *pairs, uint16_t sequenceNumber, uint8_t *packet)
 {
     uint8_t *at = packet;
-    const auto put = [&](int byte)
-    {
-        *at++ = static_cast<uint8_t>(byte);
-    };
+    const auto put = [&](int byte) { *at++ = static_cast<uint8_t>(byte); };
     for (const int byte : {0x96, 0x69, 82, 0x4F, 0x67, sequenceNumber >> 8, sequenceNumber & 0xFF, 0x72, 0xF4,
                            0xFC, int{pairs[0]}, int{pairs[1]}, 0xFD, int{pairs[2]}, int{pairs[3]}})
         put(byte);

@@ -679,9 +679,7 @@ TEST_F(BonjourMachine, AMonitorStoppedByItsOwnCallbackIsNotCalledAgain)
 TEST_F(BonjourMachine, AMonitorIsStoppedByManyThreadsAndItsCallback)
 {
     const auto stop = [](KIVCS2BonjourService *service, void *, KIVCS2BonjourService *)
-    {
-        EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
-    };
+    { EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK); };
     browse(
         [&](KIVCS2BonjourBrowser &browser, Listing &listing)
         {
@@ -750,9 +748,7 @@ TEST_F(BonjourMachine, BrowsersAreStoppedByManyThreadsAtAnyMoment)
                             // Some stop before the search has begun, some in its midst, some after a service.
                             std::vector<std::thread> stoppers;
                             const auto stop = [&browser]
-                            {
-                                EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK);
-                            };
+                            { EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK); };
                             if (round % 3 == 0)
                                 stoppers.emplace_back(stop);
                             EXPECT_EQ(

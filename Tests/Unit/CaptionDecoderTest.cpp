@@ -366,9 +366,7 @@ TEST(CaptionDecoderCallback, ItsFailureEndsTheCall)
 {
     KIVCS2CaptionDecoder decoder;
     const auto refuse = [](const KIVCS2CaptionText *, void *)
-    {
-        return KIVCS2Status{KIVCS2STATUS_OVERFLOW_ERR};
-    };
+    { return KIVCS2Status{KIVCS2STATUS_OVERFLOW_ERR}; };
     ASSERT_EQ(kivCS2CaptionDecoder_init(&decoder, nullptr, nullptr, refuse, nullptr), KIVCS2STATUS_OK);
     Reading reading{"Scenarist_SCC V1.0\n\n00:00:00:00\t9429 9470 c1c2 942c\n"};
     KIVCS2Status status = KIVCS2STATUS_OK;

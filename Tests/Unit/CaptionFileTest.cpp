@@ -678,9 +678,7 @@ TEST(CaptionFileCorpus, CapturedPacketsAreWhole)
     KIV_NEED_CORPUS();
     const std::string text = fileText(kiv::test::corpus() / "anc/1080i-708b.s291-10bit.be16");
     const auto word = [&](size_t index)
-    {
-        return static_cast<uint8_t>(text.at(2 * index)) << 8 | static_cast<uint8_t>(text.at(2 * index + 1));
-    };
+    { return static_cast<uint8_t>(text.at(2 * index)) << 8 | static_cast<uint8_t>(text.at(2 * index + 1)); };
     size_t packets = 0;
     size_t at = 0;
     for (; at < text.size() / 2; ++packets)

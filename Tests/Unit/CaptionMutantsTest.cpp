@@ -58,24 +58,16 @@ void turn(std::string &line)
 }
 std::function<void(Lines &, size_t)> inserting(const std::string &before)
 {
-    return [=](Lines &lines, size_t at)
-    {
-        lines.insert(lines.begin() + static_cast<ptrdiff_t>(at), before);
-    };
+    return [=](Lines &lines, size_t at) { lines.insert(lines.begin() + static_cast<ptrdiff_t>(at), before); };
 }
 std::function<void(Lines &, size_t)> replacing(const std::string &from, const std::string &to)
 {
-    return [=](Lines &lines, size_t at)
-    {
-        replaceIn(lines[at], from, to);
-    };
+    return [=](Lines &lines, size_t at) { replaceIn(lines[at], from, to); };
 }
 std::function<void(Lines &, size_t)> at(size_t position, size_t size, const std::string &to)
 {
     return [=](Lines &lines, size_t line)
-    {
-        lines[line].replace(position == std::string::npos ? lines[line].size() - size : position, size, to);
-    };
+    { lines[line].replace(position == std::string::npos ? lines[line].size() - size : position, size, to); };
 }
 constexpr size_t kEnd = std::string::npos;
 

@@ -146,8 +146,7 @@ TEST(CaptionRetime, EverythingArrivesInOrderAtEveryRateAndBack)
 TEST(CaptionRetime, DoubledCodesStayNeighboursAndSingleOnesStayApart)
 {
     const Triplet code{0xFC, 0x94, 0xAD}, text{0xFC, 0xC1, 0xC2}, empty{0xFC, 0x80, 0x80};
-    const auto retimed = [](const KIVCS2CaptionRetimeOptions &options, const Placed &source)
-    {
+    const auto retimed = [](const KIVCS2CaptionRetimeOptions &options, const Placed &source) {
         return placedIn(Retimed{options, packetsOf(source)}.packets, 0);
     };
     EXPECT_EQ(retimed(fromTo(k25, k59), {{2, code}, {3, code}}), (Placed{{4, code}, {6, code}}));

@@ -237,9 +237,7 @@ Extraction extract(const Bytes &bytes, KIVCS2CaptionANCFormat format, bool withA
     if (path == Path::bitReader)
         view.m_memory.m_stream.m_readBytes =
             [](KIVCS2Stream *stream, void *buffer, uint64_t size, uint64_t *read)
-        {
-            return kivCS2MemoryStream_readBytes(stream, buffer, size, read);
-        };
+        { return kivCS2MemoryStream_readBytes(stream, buffer, size, read); };
     EXPECT_EQ(kivCS2Stream_setPosition(view.stream(), start, KIVCS2StreamPosition_Start, nullptr),
               KIVCS2STATUS_OK);
     Extraction got{0, room, Bytes(room), 0, {}};
@@ -305,10 +303,7 @@ TEST(Caption291M, EightBitChecksumAtTheEndOfTheStreamIsNotCompared)
     EXPECT_EQ(extract(hex("61 01 03 96 69 03 00 00"), 1, false, 3).status, KIVCS2STATUS_DATA_ERR);
 
     HostStream unable{hex("61 01 03 96 69 03 00 00")}; // cannot tell where its end is
-    unable.m_stream.m_isEndOfStream = [](KIVCS2Stream *, uint32_t *)
-    {
-        return KIVCS2STATUS_UNSUPPORTED_ERR;
-    };
+    unable.m_stream.m_isEndOfStream = [](KIVCS2Stream *, uint32_t *) { return KIVCS2STATUS_UNSUPPORTED_ERR; };
     uint8_t buffer[3];
     uint32_t size = sizeof buffer;
     EXPECT_EQ(extract291M(&unable.m_stream, 1, false, buffer, &size), KIVCS2STATUS_OK);
@@ -549,9 +544,7 @@ TEST(CaptionPackets, Field2AloneIsNoCaption)
 TEST(CaptionPackets, RefuseWhatIsMalformed)
 {
     const auto cut = [](size_t size)
-    {
-        return Bytes(kPlainPacket.begin(), kPlainPacket.begin() + static_cast<ptrdiff_t>(size));
-    };
+    { return Bytes(kPlainPacket.begin(), kPlainPacket.begin() + static_cast<ptrdiff_t>(size)); };
     const auto changed = [](size_t at, uint8_t value)
     {
         Bytes packet = kPlainPacket;
@@ -693,9 +686,7 @@ TEST(CaptionPackets, ConvertedToACaptionDataBlock)
 {
     const Bytes packet = packetOf("71 C1 02 03 04 72 E2 FC 94 20 F8 03 04 74 00 00");
     const auto convert = [&](const Bytes &from, uint8_t *block, uint32_t &size)
-    {
-        return convertTo708(from.data(), static_cast<uint32_t>(from.size()), false, block, &size);
-    };
+    { return convertTo708(from.data(), static_cast<uint32_t>(from.size()), false, block, &size); };
     uint32_t size = 0;
     EXPECT_EQ(convert(packet, nullptr, size), KIVCS2STATUS_OK);
     EXPECT_EQ(size, 8u);

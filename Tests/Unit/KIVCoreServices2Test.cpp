@@ -167,10 +167,7 @@ TEST(Crc32, RefusesMissingArguments)
              return kivCS2Utils_calcCRC32(nullptr, 1, &crc);
          }},
         {"kivCS2Utils_calcCRC32", "(crc) != NULL", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2Utils_calcCRC32(kDigits, 1, nullptr);
-         }},
+         [] { return kivCS2Utils_calcCRC32(kDigits, 1, nullptr); }},
     };
     for (const auto &check : checks)
         kiv::test::expectRefused(check);

@@ -504,9 +504,7 @@ TEST_F(MCCStream, FailuresOfTheStreamPassThrough)
 {
     CaptionFile out;
     out.memory.m_stream.m_writeBytes = [](KIVCS2Stream *, const void *, uint64_t, uint64_t *)
-    {
-        return KIVCS2STATUS_WRITE_ERR;
-    };
+    { return KIVCS2STATUS_WRITE_ERR; };
     EXPECT_EQ(kWriteHeader(&out.mcc, 1, "u", "a", "d", "t"), KIVCS2STATUS_WRITE_ERR);
     const Caption caption = exampleCaption(out.mcc);
     EXPECT_EQ(kWrite(&out.mcc, &caption), KIVCS2STATUS_WRITE_ERR);
@@ -514,9 +512,7 @@ TEST_F(MCCStream, FailuresOfTheStreamPassThrough)
     CaptionFile in{kHead1 + "00:00:01:00\tT01\n"};
     ASSERT_EQ(kReadHeader(&in.mcc), KIVCS2STATUS_OK);
     in.memory.m_stream.m_setPosition = [](KIVCS2Stream *, int64_t, KIVCS2StreamPosition, int64_t *)
-    {
-        return KIVCS2STATUS_READ_ERR;
-    };
+    { return KIVCS2STATUS_READ_ERR; };
     EXPECT_EQ(kReset(&in.mcc), KIVCS2STATUS_READ_ERR);
     EXPECT_EQ(in.mcc.m_caption.m_timecode, frame(25));
 }

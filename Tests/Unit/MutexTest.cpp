@@ -137,46 +137,17 @@ TEST(Mutex, FreeTwiceIsHarmlessAndAFreedMutexIsRefused)
     EXPECT_EQ(mutex.m_valid, 0u);
 
     const kiv::test::ArgumentCheck checks[] = {
-        {"kivCS2Mutex_init", "mutex", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2Mutex_init(nullptr, 0);
-         }},
-        {"kivCS2Mutex_free", "mutex", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2Mutex_free(nullptr);
-         }},
-        {"kivCS2Mutex_lock", "mutex", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2Mutex_lock(nullptr);
-         }},
-        {"kivCS2Mutex_tryLock", "mutex", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2Mutex_tryLock(nullptr);
-         }},
-        {"kivCS2Mutex_unlock", "mutex", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2Mutex_unlock(nullptr);
-         }},
+        {"kivCS2Mutex_init", "mutex", KIVCS2STATUS_PARAM_ERR, [] { return kivCS2Mutex_init(nullptr, 0); }},
+        {"kivCS2Mutex_free", "mutex", KIVCS2STATUS_PARAM_ERR, [] { return kivCS2Mutex_free(nullptr); }},
+        {"kivCS2Mutex_lock", "mutex", KIVCS2STATUS_PARAM_ERR, [] { return kivCS2Mutex_lock(nullptr); }},
+        {"kivCS2Mutex_tryLock", "mutex", KIVCS2STATUS_PARAM_ERR, [] { return kivCS2Mutex_tryLock(nullptr); }},
+        {"kivCS2Mutex_unlock", "mutex", KIVCS2STATUS_PARAM_ERR, [] { return kivCS2Mutex_unlock(nullptr); }},
         {"kivCS2Mutex_lock", "mutex->m_valid", KIVCS2STATUS_PARAM_ERR,
-         [&]
-         {
-             return kivCS2Mutex_lock(&mutex);
-         }},
+         [&] { return kivCS2Mutex_lock(&mutex); }},
         {"kivCS2Mutex_tryLock", "mutex->m_valid", KIVCS2STATUS_PARAM_ERR,
-         [&]
-         {
-             return kivCS2Mutex_tryLock(&mutex);
-         }},
+         [&] { return kivCS2Mutex_tryLock(&mutex); }},
         {"kivCS2Mutex_unlock", "mutex->m_valid", KIVCS2STATUS_PARAM_ERR,
-         [&]
-         {
-             return kivCS2Mutex_unlock(&mutex);
-         }},
+         [&] { return kivCS2Mutex_unlock(&mutex); }},
     };
     for (const auto &check : checks)
         kiv::test::expectRefused(check);

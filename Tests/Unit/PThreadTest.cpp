@@ -375,14 +375,8 @@ TEST(SemaphoreThread, FreedByEachOfItsCallbacks)
             stage.onSignal = freeNow;
         else
         {
-            stage.onSignal = [&]
-            {
-                (void)kivCS2SemaphoreThread_free(stage.record.get());
-            };
-            stage.onEnd = [&]
-            {
-                stage.inCallback = kivCS2SemaphoreThread_free(stage.record.get());
-            };
+            stage.onSignal = [&] { (void)kivCS2SemaphoreThread_free(stage.record.get()); };
+            stage.onEnd = [&] { stage.inCallback = kivCS2SemaphoreThread_free(stage.record.get()); };
         }
         stage.start();
         if (from != From::start)
@@ -437,10 +431,7 @@ TEST(SemaphoreThread, CancelledAndThenFreedByCallbacks)
                 stage.freeInCallback();
         };
         if (freeAtEnd)
-            stage.onEnd = [&]
-            {
-                stage.freeInCallback();
-            };
+            stage.onEnd = [&] { stage.freeInCallback(); };
         stage.start();
         stage.signal();
         stage.gone.acquire();
@@ -455,38 +446,19 @@ TEST(PThread, RefusesMissingAndUnstartedRecords)
     KIVCS2SemaphoreThread worker{};
     std::vector<kiv::test::ArgumentCheck> checks = {
         {"kivCS2Thread_init", "pThread", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2Thread_init(nullptr, nullptr, addOne);
-         }},
+         [] { return kivCS2Thread_init(nullptr, nullptr, addOne); }},
         {"kivCS2Thread_init", "startRoutine", KIVCS2STATUS_PARAM_ERR,
-         [&]
-         {
-             return kivCS2Thread_init(&thread, nullptr, nullptr);
-         }},
+         [&] { return kivCS2Thread_init(&thread, nullptr, nullptr); }},
         {"kivCS2Thread_setCurrentThreadName", "name", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2Thread_setCurrentThreadName(nullptr);
-         }},
+         [] { return kivCS2Thread_setCurrentThreadName(nullptr); }},
         {"kivCS2SemaphoreThread_init", "pThread", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2SemaphoreThread_init(nullptr, nullptr, nullptr, nullptr, nullptr);
-         }},
+         [] { return kivCS2SemaphoreThread_init(nullptr, nullptr, nullptr, nullptr, nullptr); }},
     };
     const auto add = [&checks](const char *name, auto *operation, auto *unstarted)
     {
-        checks.push_back({name, "pThread", KIVCS2STATUS_PARAM_ERR,
-                          [=]
-                          {
-                              return operation(nullptr);
-                          }});
-        checks.push_back({name, "pThread->m_thread", KIVCS2STATUS_PARAM_ERR,
-                          [=]
-                          {
-                              return operation(unstarted);
-                          }});
+        checks.push_back({name, "pThread", KIVCS2STATUS_PARAM_ERR, [=] { return operation(nullptr); }});
+        checks.push_back(
+            {name, "pThread->m_thread", KIVCS2STATUS_PARAM_ERR, [=] { return operation(unstarted); }});
     };
     add("kivCS2Thread_join", kivCS2Thread_join, &thread);
     add("kivCS2Thread_detach", kivCS2Thread_detach, &thread);

@@ -243,27 +243,20 @@ TEST(ProjectTimecode, ReckonsAsTheCOperations)
     };
 #define COUNTED(name)                                                                                        \
     {                                                                                                        \
-#name, [](PT & tc, uint32_t count, PT) {                                                             \
-            tc.name(count);                                                                                  \
-        }, [](KIVCS2Timecode * tc, uint32_t count, KIVCS2Timecode *) {                                       \
-            kivCS2Timecode_##name(tc, count);                                                                \
-        }                                                                                                    \
+#name, [](PT & tc, uint32_t count, PT)                                                               \
+        { tc.name(count); }, [](KIVCS2Timecode * tc, uint32_t count, KIVCS2Timecode *)                       \
+        { kivCS2Timecode_##name(tc, count); }                                                                \
     }
 #define WITH_OTHER(name, operation)                                                                          \
     {                                                                                                        \
-#name, [](PT & tc, uint32_t, PT other) {                                                             \
-            tc.name(other);                                                                                  \
-        }, [](KIVCS2Timecode * tc, uint32_t, KIVCS2Timecode * other) {                                       \
-            kivCS2Timecode_##operation(tc, other);                                                           \
-        }                                                                                                    \
+#name, [](PT & tc, uint32_t, PT other)                                                               \
+        { tc.name(other); }, [](KIVCS2Timecode * tc, uint32_t, KIVCS2Timecode * other)                       \
+        { kivCS2Timecode_##operation(tc, other); }                                                           \
     }
 #define ALONE(name)                                                                                          \
     {                                                                                                        \
-#name, [](PT & tc, uint32_t, PT) {                                                                   \
-            tc.name();                                                                                       \
-        }, [](KIVCS2Timecode * tc, uint32_t, KIVCS2Timecode *) {                                             \
-            kivCS2Timecode_##name(tc);                                                                       \
-        }                                                                                                    \
+#name, [](PT & tc, uint32_t, PT) { tc.name(); }, [](KIVCS2Timecode * tc, uint32_t, KIVCS2Timecode *) \
+        { kivCS2Timecode_##name(tc); }                                                                       \
     }
     const Pair pairs[] = {
         COUNTED(addFrames),
@@ -304,19 +297,13 @@ TEST(ProjectTimecode, ReckonsAsTheCOperations)
          }},
         {"initWithHours", [](PT &tc, uint32_t count, PT) { tc.initWithHours(static_cast<uint8_t>(count)); },
          [](KIVCS2Timecode *tc, uint32_t count, KIVCS2Timecode *)
-         {
-             kivCS2Timecode_initWithHours(tc, static_cast<uint8_t>(count));
-         }},
+         { kivCS2Timecode_initWithHours(tc, static_cast<uint8_t>(count)); }},
         {"initWithTime", [](PT &tc, uint32_t count, PT) { tc.initWithTime(count, 30000); },
          [](KIVCS2Timecode *tc, uint32_t count, KIVCS2Timecode *)
-         {
-             kivCS2Timecode_initWithTimeAndScale(tc, count, 30000);
-         }},
+         { kivCS2Timecode_initWithTimeAndScale(tc, count, 30000); }},
         {"combining", [](PT &tc, uint32_t, PT other) { tc = PT::timecodeCombiningDate(other, tc); },
          [](KIVCS2Timecode *tc, uint32_t, KIVCS2Timecode *other)
-         {
-             kivCS2Timecode_initWithDateAndTimecode(tc, other, tc);
-         }},
+         { kivCS2Timecode_initWithDateAndTimecode(tc, other, tc); }},
         {"adding", [](PT &tc, uint32_t, PT other) { tc = PT::timecodeAdding(other, tc); },
          [](KIVCS2Timecode *tc, uint32_t, KIVCS2Timecode *other)
          {
@@ -332,10 +319,7 @@ TEST(ProjectTimecode, ReckonsAsTheCOperations)
              *tc = difference;
          }},
         {"setBcdTimecode", [](PT &tc, uint32_t count, PT) { tc.setBcdTimecode(count); },
-         [](KIVCS2Timecode *tc, uint32_t count, KIVCS2Timecode *)
-         {
-             kivCS2Timecode_initWithBCD(tc, count);
-         }},
+         [](KIVCS2Timecode *tc, uint32_t count, KIVCS2Timecode *) { kivCS2Timecode_initWithBCD(tc, count); }},
     };
     std::mt19937 random{204};
     const auto number = [&random]

@@ -344,8 +344,7 @@ TEST(Semaphore, ADeliveredSignalEndsTheWait)
     struct sigaction saved
     {
     };
-    action.sa_handler = [](int) {
-    };
+    action.sa_handler = [](int) {};
     ASSERT_EQ(sigaction(SIGUSR1, &action, &saved), 0);
 
     OwnSemaphore semaphore{nullptr};
@@ -369,10 +368,7 @@ TEST(Semaphore, RefusesMissingAndFreedRecords)
     KIVCS2Semaphore none{};
     std::vector<kiv::test::ArgumentCheck> checks = {
         {"kivCS2Semaphore_init", "pSemaphore", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             return kivCS2Semaphore_init(nullptr, nullptr);
-         }},
+         [] { return kivCS2Semaphore_init(nullptr, nullptr); }},
     };
     const std::pair<const char *, KIVCS2Status (*)(KIVCS2Semaphore *)> operations[] = {
         {"kivCS2Semaphore_signal", kivCS2Semaphore_signal},
@@ -384,15 +380,9 @@ TEST(Semaphore, RefusesMissingAndFreedRecords)
     for (const auto &[name, operation] : operations)
     {
         checks.push_back({name, "pSemaphore", KIVCS2STATUS_PARAM_ERR,
-                          [operation = operation]
-                          {
-                              return operation(nullptr);
-                          }});
+                          [operation = operation] { return operation(nullptr); }});
         checks.push_back({name, "pSemaphore->m_semaphore", KIVCS2STATUS_PARAM_ERR,
-                          [operation = operation, &none]
-                          {
-                              return operation(&none);
-                          }});
+                          [operation = operation, &none] { return operation(&none); }});
     }
     for (const auto &check : checks)
         kiv::test::expectRefused(check);

@@ -331,9 +331,7 @@ TEST(SharedMemory, AFailedAttachmentRemovesOnlyWhatItMade)
     ASSERT_EQ(inUse.status, KIVCS2STATUS_OK);
     inUse.bytes()[0] = 7;
     OtherProcess other{[foreign](OtherProcess &)
-                       {
-                           return shmget(static_cast<key_t>(foreign), 8, IPC_CREAT | 0666) >= 0;
-                       }};
+                       { return shmget(static_cast<key_t>(foreign), 8, IPC_CREAT | 0666) >= 0; }};
     other.go();
     ASSERT_EQ(other.end(), 0);
 

@@ -185,12 +185,7 @@ TEST(SocketNetwork, GroupsReachTheirMembers)
     EXPECT_EQ(members[0]->m_type, KIVCS2SocketType_Multicast);
     EXPECT_EQ(members[0]->m_multicastAddress, group->sin_addr.s_addr);
     const auto makeSender = [](uint32_t ttl)
-    {
-        return [ttl]
-        {
-            return make(kivCS2Socket_createMulticastDatagramSender, ttl, 0u);
-        };
-    };
+    { return [ttl] { return make(kivCS2Socket_createMulticastDatagramSender, ttl, 0u); }; };
     const OwnSocket inHouse = makeIn(machines.near, makeSender(0));
     const OwnSocket onTheCable = makeIn(machines.near, makeSender(1));
     sendTo(inHouse, group, "in house");

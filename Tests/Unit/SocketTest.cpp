@@ -191,61 +191,29 @@ TEST(SocketCreation, FailuresLeaveNothingButTheReason)
     for (const Row &row :
          std::initializer_list<Row>{
              {KIVCS2STATUS_CONNECT_ERR, ECONNREFUSED,
-              [&](auto out)
-              {
-                  return kivCS2Socket_createClient(out, kHere, nobody, 0);
-              }},
+              [&](auto out) { return kivCS2Socket_createClient(out, kHere, nobody, 0); }},
              {KIVCS2STATUS_ADDRESS_ERR, 0,
-              [&](auto out)
-              {
-                  return kivCS2Socket_createClient(out, "::1", taken, 0);
-              }},
+              [&](auto out) { return kivCS2Socket_createClient(out, "::1", taken, 0); }},
              {KIVCS2STATUS_BIND_ERR, EADDRINUSE,
-              [&](auto out)
-              {
-                  return kivCS2Socket_createServer(out, taken, 1, kNow);
-              }},
+              [&](auto out) { return kivCS2Socket_createServer(out, taken, 1, kNow); }},
              {KIVCS2STATUS_BIND_ERR, EADDRINUSE,
-              [&](auto out)
-              {
-                  return kivCS2Socket_createDatagramReceiver(out, 0, receiver.address.get());
-              }},
+              [&](auto out) { return kivCS2Socket_createDatagramReceiver(out, 0, receiver.address.get()); }},
              {KIVCS2STATUS_BIND_ERR, EADDRNOTAVAIL,
-              [&](auto out)
-              {
-                  return kivCS2Socket_createDatagramReceiver(out, 0, notHere.get());
-              }},
+              [&](auto out) { return kivCS2Socket_createDatagramReceiver(out, 0, notHere.get()); }},
              {KIVCS2STATUS_MULTICAST_ADDRESS_ERR, 0,
-              [&](auto out)
-              {
-                  return kivCS2Socket_createMulticastDatagramReceiver(out, 0, noGroup.get());
-              }},
+              [&](auto out) { return kivCS2Socket_createMulticastDatagramReceiver(out, 0, noGroup.get()); }},
              {KIVCS2STATUS_MULTICAST_ADDRESS_ERR, 0,
-              [&](auto out)
-              {
-                  return kivCS2Socket_createMulticastDatagramReceiver(out, 0, below.get());
-              }},
+              [&](auto out) { return kivCS2Socket_createMulticastDatagramReceiver(out, 0, below.get()); }},
              {KIVCS2STATUS_MULTICAST_ADDRESS_ERR, 0,
-              [&](auto out)
-              {
-                  return kivCS2Socket_createMulticastDatagramReceiver(out, 0, above.get());
-              }},
+              [&](auto out) { return kivCS2Socket_createMulticastDatagramReceiver(out, 0, above.get()); }},
              // An IPv6 descriptor takes no 16-byte address; the range of groups is not tested with it.
              {KIVCS2STATUS_CONNECT_ERR, EINVAL,
-              [&](auto out)
-              {
-                  return kivCS2Socket_createClient(out, kHere, taken, kIPv6);
-              }},
+              [&](auto out) { return kivCS2Socket_createClient(out, kHere, taken, kIPv6); }},
+             {KIVCS2STATUS_BIND_ERR, EINVAL,
+              [&](auto out) { return kivCS2Socket_createServer(out, 0, 1, kNow | kIPv6); }},
              {KIVCS2STATUS_BIND_ERR, EINVAL,
               [&](auto out)
-              {
-                  return kivCS2Socket_createServer(out, 0, 1, kNow | kIPv6);
-              }},
-             {KIVCS2STATUS_BIND_ERR, EINVAL,
-              [&](auto out)
-              {
-                  return kivCS2Socket_createMulticastDatagramReceiver(out, kIPv6, noGroup.get());
-              }},
+              { return kivCS2Socket_createMulticastDatagramReceiver(out, kIPv6, noGroup.get()); }},
          })
     {
         KIVCS2Socket *made = server.get();
@@ -673,8 +641,7 @@ TEST(SocketData, AnInterruptedReceiveIsAnEmptySuccess)
     struct sigaction handler
     {
     };
-    handler.sa_handler = [](int) {
-    }; // without SA_RESTART
+    handler.sa_handler = [](int) {}; // without SA_RESTART
     struct sigaction before
     {
     };

@@ -90,9 +90,7 @@ TEST(SystemInfo, FollowsTheMemoryOfTheProcess)
     constexpr size_t kMore = size_t{64} << 20;
     Bytes before{}, mapped{}, used{};
     const auto look = [](Bytes &bytes)
-    {
-        return kivCS2SystemInfo_getRAMUsage(nullptr, nullptr, nullptr, nullptr, &bytes[4], &bytes[5]);
-    };
+    { return kivCS2SystemInfo_getRAMUsage(nullptr, nullptr, nullptr, nullptr, &bytes[4], &bytes[5]); };
     ASSERT_EQ(look(before), KIVCS2STATUS_OK);
     void *memory = mmap(nullptr, kMore, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);

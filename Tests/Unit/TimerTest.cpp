@@ -44,10 +44,7 @@ CFAbsoluteTime hours(double count)
 // A timer whose callback is a function of the test, told the number of the call.
 struct Stage
 {
-    std::function<int32_t(int)> onCall = [](int)
-    {
-        return kNext;
-    };
+    std::function<int32_t(int)> onCall = [](int) { return kNext; };
     KIVCS2Timer *timer = nullptr;
     std::atomic<int> calls{0};
     std::thread::id calledOn;

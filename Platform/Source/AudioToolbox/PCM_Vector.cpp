@@ -39,10 +39,7 @@ alignas(64) constexpr PackTables<64> kPack64 = makePackTables<64>();
 // `samples` samples stay inside both buffers.
 size_t spareSamples(const Conversion &conversion, size_t size, size_t samples) noexcept
 {
-    const auto spare = [=](size_t bytes)
-    {
-        return (size - samples * bytes + bytes - 1) / bytes;
-    };
+    const auto spare = [=](size_t bytes) { return (size - samples * bytes + bytes - 1) / bytes; };
     return std::max(spare(conversion.in.bytes), spare(conversion.out.bytes));
 }
 

@@ -437,10 +437,7 @@ void Resolution::addAddress(uint16_t type, Place where, std::span<const uint8_t>
     {
         return;
     }
-    const auto isThis = [&address](const SocketAddress &other)
-    {
-        return sameHost(address, other);
-    };
+    const auto isThis = [&address](const SocketAddress &other) { return sameHost(address, other); };
     if (std::ranges::none_of(m_addresses, isThis))
     {
         m_addresses.push_back(address);

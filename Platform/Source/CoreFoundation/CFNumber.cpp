@@ -157,14 +157,9 @@ bool isReal(const __CFNumber &number) noexcept
 // Numbers are equal by value, whatever their types: a whole double equals its integer.
 bool equalNumbers(const kiv::cf::Object &leftObject, const kiv::cf::Object &rightObject)
 {
-    const auto whole = [](const __CFNumber &number)
-    {
-        return !isReal(number) || isWholeInt64(number.real);
-    };
+    const auto whole = [](const __CFNumber &number) { return !isReal(number) || isWholeInt64(number.real); };
     const auto value = [](const __CFNumber &number)
-    {
-        return isReal(number) ? static_cast<int64_t>(number.real) : number.integer;
-    };
+    { return isReal(number) ? static_cast<int64_t>(number.real) : number.integer; };
     const auto &left = static_cast<const __CFNumber &>(leftObject);
     const auto &right = static_cast<const __CFNumber &>(rightObject);
     if (whole(left) != whole(right))

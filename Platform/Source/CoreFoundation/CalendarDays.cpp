@@ -42,9 +42,7 @@ int64_t dayNumberOf(int64_t year, int64_t month, int64_t day) noexcept
     year += floorDivide(month, kMonths);
     const auto monthOfYear = static_cast<int32_t>(month - floorDivide(month, kMonths) * kMonths);
     const auto number = [&](Calendar calendar)
-    {
-        return firstDay(calendar, year) + daysBeforeMonth(calendar, year, monthOfYear) + day - 1;
-    };
+    { return firstDay(calendar, year) + daysBeforeMonth(calendar, year, monthOfYear) + day - 1; };
     // The year chooses the calendar; if the day then falls into the other calendar's time, use that one.
     const bool gregorian = year >= kFirstGregorianYear;
     const int64_t first = number(gregorian ? Calendar::Gregorian : Calendar::Julian);

@@ -86,10 +86,7 @@ size_t writeUTF8(char32_t character, char *out)
 {
     if (character > 0x10FFFF || (character >= 0xD800 && character <= 0xDFFF))
         character = 0xFFFD;
-    const auto put = [&out](char32_t value)
-    {
-        *out++ = static_cast<char>(value);
-    };
+    const auto put = [&out](char32_t value) { *out++ = static_cast<char>(value); };
     if (character < 0x80)
         return put(character), 1;
     if (character < 0x800)

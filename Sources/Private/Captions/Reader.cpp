@@ -491,10 +491,7 @@ KIVCS2Status Reader::orderLine(Line &line, uint32_t &before, OrderedLine &ordere
     Notes notes;
     LineHead head;
     // A line that will be lost must not take frames from the lines after it.
-    const auto isLost = [&]
-    {
-        return isSCC() && findBadOfWords(line.text.substr(head.dataAt)) != kNowhere;
-    };
+    const auto isLost = [&] { return isSCC() && findBadOfWords(line.text.substr(head.dataAt)) != kNowhere; };
     const auto frame = takeHead(line.text, head, notes) ? frameOfLine(head) : std::nullopt;
     if (frame && !isLost())
     {

@@ -14,10 +14,7 @@ namespace
 uint32_t argb(Colour colour)
 {
     constexpr std::array<uint32_t, 4> kAlpha = {255, 255, 128, 0};
-    const auto level = [&](unsigned shift)
-    {
-        return (colour >> shift & 3u) * 85u;
-    };
+    const auto level = [&](unsigned shift) { return (colour >> shift & 3u) * 85u; };
     return kAlpha[colour >> 6] << 24 | level(4) << 16 | level(2) << 8 | level(0);
 }
 

@@ -186,9 +186,7 @@ Judgement judge(const Words &words, size_t at, size_t limit, Trust trust)
 {
     const size_t left = limit - at;
     const auto isCaption = [&](uint8_t sdid)
-    {
-        return words.tenBits() ? words[at + 1] == withParity(sdid) : words[at + 1] == sdid;
-    };
+    { return words.tenBits() ? words[at + 1] == withParity(sdid) : words[at + 1] == sdid; };
     if (left < 2)
         return {Verdict::Undecided, 0, false};
     const bool did = words.tenBits() ? words[at] == withParity(kCaptionDID) : words[at] == kCaptionDID;

@@ -34,10 +34,7 @@ void kiv::ConvertPixeltoRGB(const uint8_t *line, uint8_t *pixel, size_t x, size_
     uint8_t cr = line[group + 2];
     if ((x & 1) != 0)
     {
-        const auto next = [&](size_t at)
-        {
-            return at < width * 2 ? line[at] : uint8_t{0};
-        };
+        const auto next = [&](size_t at) { return at < width * 2 ? line[at] : uint8_t{0}; };
         cb = static_cast<uint8_t>((cb + next(group + 4)) >> 1);
         cr = static_cast<uint8_t>((cr + next(group + 6)) >> 1);
     }

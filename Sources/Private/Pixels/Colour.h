@@ -36,9 +36,7 @@ struct RGB
                                          int32_t cr) noexcept
 {
     const auto rounded = [](int32_t sum)
-    {
-        return static_cast<uint8_t>(std::clamp((sum + 32768) >> 16, 0, 255));
-    };
+    { return static_cast<uint8_t>(std::clamp((sum + 32768) >> 16, 0, 255)); };
     const int32_t y = (luma - kLumaBlack) * matrix.luma;
     cb -= kChromaNeutral;
     cr -= kChromaNeutral;

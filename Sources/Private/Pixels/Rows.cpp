@@ -58,9 +58,7 @@ void kiv::plain::v210To2vuy(const uint8_t *from, uint8_t *to, size_t width) noex
     };
     // The upper 8 of each 10 bits; the two highest bits of the word belong to no component.
     const auto component = [](uint32_t bits, size_t index)
-    {
-        return static_cast<uint8_t>(bits >> (2 + 10 * index));
-    };
+    { return static_cast<uint8_t>(bits >> (2 + 10 * index)); };
     size_t components = (width + 1) / 2 * 4;
     for (; components >= 3; components -= 3, to += 3)
     {

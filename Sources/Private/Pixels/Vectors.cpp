@@ -417,9 +417,7 @@ KIV_AVX2 void v210To2vuy256(const uint8_t *from, uint8_t *to, size_t width) noex
     const __m256i third = _mm256_setr_epi32(5, 6, 3, 7, 0, 1, 2, 4);
     const __m256i fourth = _mm256_setr_epi32(3, 7, 0, 1, 2, 4, 5, 6);
     const auto components8 = [&](const uint8_t *words, __m256i order) KIV_AVX2 KIV_ALWAYS
-    {
-        return _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(upperBits(load256(words)), close), order);
-    };
+    { return _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(upperBits(load256(words)), close), order); };
     size_t components = componentsOf(width);
     for (; components >= kMade; from += 128, to += kMade, components -= kMade)
     {
@@ -587,9 +585,7 @@ KIV_AVX2 void sample2vuyTo24by256(const uint8_t *from, size_t width, uint8_t *to
                 _mm256_add_epi32(_mm256_mullo_epi32(luma, _mm256_set1_epi32(kiv::kMatrix601.luma)),
                                  _mm256_set1_epi32(F::start));
             const auto component = [&](int32_t factors) KIV_AVX2 KIV_ALWAYS
-            {
-                return _mm256_add_epi32(white, _mm256_madd_epi16(chroma, _mm256_set1_epi32(factors)));
-            };
+            { return _mm256_add_epi32(white, _mm256_madd_epi16(chroma, _mm256_set1_epi32(factors))); };
             const __m256i cr = _mm256_slli_epi32(_mm256_srli_epi32(chroma, 16), 16);
             const __m256i red = _mm256_add_epi32(component(F::red), _mm256_add_epi32(cr, cr));
             const __m256i green = _mm256_sub_epi32(component(F::green), cr);
@@ -650,9 +646,7 @@ KIV_AVX512 void sample2vuyTo24by512(const uint8_t *from, size_t width, uint8_t *
                 _mm512_add_epi32(_mm512_mullo_epi32(luma, _mm512_set1_epi32(kiv::kMatrix601.luma)),
                                  _mm512_set1_epi32(F::start));
             const auto component = [&](int32_t factors) KIV_AVX512 KIV_ALWAYS
-            {
-                return _mm512_dpwssd_epi32(white, chroma, _mm512_set1_epi32(factors));
-            };
+            { return _mm512_dpwssd_epi32(white, chroma, _mm512_set1_epi32(factors)); };
             const __m512i cr = _mm512_and_si512(chroma, upper);
             const __m512i red = _mm512_add_epi32(component(F::red), _mm512_add_epi32(cr, cr));
             const __m512i green = _mm512_sub_epi32(component(F::green), cr);

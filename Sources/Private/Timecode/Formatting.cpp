@@ -133,9 +133,7 @@ KIVCS2Status readDate(Formatting &formatting, CFDateRef date, bool withTime, Dat
     const MutexLock lock{formatting.dateFormatMutex};
     KIV_TRY(lock.status());
     const auto value = [&](CFDateFormatterRef formatter)
-    {
-        return getValueFromDate(formatting, date, formatter);
-    };
+    { return getValueFromDate(formatting, date, formatter); };
     reading.day = value(formatting.formatDay);
     reading.month = value(formatting.formatMonth);
     reading.year = value(formatting.formatYear);

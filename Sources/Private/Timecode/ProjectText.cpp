@@ -53,10 +53,7 @@ void splitDate(const Letters &letters, Piece whole, TextFields &fields)
     std::array<Piece, 3> pieces;
     if (split(letters, whole, u'.', pieces) != pieces.size())
         return;
-    const auto value = [&](size_t index)
-    {
-        return static_cast<uint32_t>(numberOf(letters, pieces[index]));
-    };
+    const auto value = [&](size_t index) { return static_cast<uint32_t>(numberOf(letters, pieces[index])); };
     fields.hasDate = true;
     fields.date = dateOfFields(value(0), value(1), value(2));
 }

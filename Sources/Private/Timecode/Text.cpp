@@ -244,10 +244,7 @@ size_t writeFrames(int32_t frames, char *buffer, size_t size)
 
 uint32_t bcdOfFields(const ClockFields &clock)
 {
-    const auto digits = [](uint32_t value)
-    {
-        return value / 10 << 4 | value % 10;
-    };
+    const auto digits = [](uint32_t value) { return value / 10 << 4 | value % 10; };
     return digits(clock.hours) << 24 | digits(clock.minutes) << 16 | digits(clock.seconds) << 8 |
            digits(clock.frames);
 }

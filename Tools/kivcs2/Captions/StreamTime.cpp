@@ -63,10 +63,7 @@ KIVCS2CaptionPacket ancillaryTimecode(KIVCS2CaptionCounting counting, uint32_t f
     const KIVCS2CaptionCountingInfo info = infoOf(counting);
     const auto text = textOf(counting, frame);
     const bool isPaired = info.m_numbers > kPairsAbove;
-    const auto digit = [&text](size_t at)
-    {
-        return static_cast<uint8_t>(text[at] - '0');
-    };
+    const auto digit = [&text](size_t at) { return static_cast<uint8_t>(text[at] - '0'); };
     const int number = digit(9) * 10 + digit(10);
     const int shown = isPaired ? number / 2 : number;
     const bool isSecond = isPaired && number % 2 != 0;
@@ -128,13 +125,9 @@ std::optional<StreamTime::Label> StreamTime::labelOfAncillary(const KIVCS2Captio
     if (packet.m_size < kHead + kWords)
         return std::nullopt;
     const auto digit = [&packet](size_t at, unsigned mask = 0xF)
-    {
-        return static_cast<uint8_t>((packet.m_anc[kHead + at] >> 4) & mask);
-    };
+    { return static_cast<uint8_t>((packet.m_anc[kHead + at] >> 4) & mask); };
     const auto two = [&digit](size_t tens, unsigned mask, size_t units)
-    {
-        return static_cast<uint8_t>(digit(tens, mask) * 10 + digit(units));
-    };
+    { return static_cast<uint8_t>(digit(tens, mask) * 10 + digit(units)); };
     unsigned type = 0;
     for (size_t word = 0; word < 8; ++word)
         type |= (packet.m_anc[kHead + word] >> 3 & 1u) << word;

@@ -53,9 +53,7 @@ std::optional<uint64_t> byteNumber(std::string_view text)
 {
     constexpr std::string_view kUnits = "kmgtpe";
     const auto lower = [](char letter)
-    {
-        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-    };
+    { return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter; };
     const bool isPlain = isHexadecimal(text); // hexadecimal digits may be letters
     if (!isPlain && !text.empty() && lower(text.back()) == 'b')
         text.remove_suffix(1);

@@ -127,10 +127,7 @@ Option &Option::shownDefault()
                               [](const uint64_t *value) { return std::to_string(*value); },
                               [](const double *value) { return numberText(*value); },
                               [](const Bytes &bytes) { return std::to_string(*bytes.value); },
-                              [](const auto *)
-                              {
-                                  return std::string{};
-                              }},
+                              [](const auto *) { return std::string{}; }},
                    m_target);
     return *this;
 }
@@ -241,10 +238,7 @@ std::string Option::placeholder() const
     return std::visit(Overloaded{[](const bool *) { return ""; }, [](const std::string *) { return "TEXT"; },
                                  [](const std::optional<std::string> *) { return "TEXT"; },
                                  [](const Names *) { return "TEXT"; }, [](const Bytes &) { return "BYTES"; },
-                                 [](const auto *)
-                                 {
-                                     return "NUMBER";
-                                 }},
+                                 [](const auto *) { return "NUMBER"; }},
                       m_target);
 }
 

@@ -147,17 +147,12 @@ std::vector<Colour> coloursOf(const Band &band, uint32_t width)
     uint32_t passed = 0;
     for (const Cell &cell : band.cells)
     {
-        const auto edge = [pairs](size_t place)
-        {
-            return (2 * pairs * place + kWidths) / (2 * kWidths) * 2;
-        };
+        const auto edge = [pairs](size_t place) { return (2 * pairs * place + kWidths) / (2 * kWidths) * 2; };
         const size_t begin = edge(passed);
         passed += cell.width;
         const size_t end = edge(passed);
         const auto part = [&](size_t x)
-        {
-            return (static_cast<double>(x - begin) + 0.5) / static_cast<double>(end - begin);
-        };
+        { return (static_cast<double>(x - begin) + 0.5) / static_cast<double>(end - begin); };
         for (size_t x = begin; x < end; ++x)
             colours[x] = {std::lerp(cell.left.red, cell.right.red, part(x)),
                           std::lerp(cell.left.green, cell.right.green, part(x)),
@@ -177,10 +172,7 @@ struct Components
         const double ofBlue = matrix == Matrix::BT601 ? 0.114 : 0.0722;
         const double y = ofRed * colour.red + (1 - ofRed - ofBlue) * colour.green + ofBlue * colour.blue;
         const double unit = bits == 10 ? 4 : 1; // the levels are those of 8 bits
-        const auto rounded = [](double value)
-        {
-            return static_cast<uint32_t>(std::lround(value));
-        };
+        const auto rounded = [](double value) { return static_cast<uint32_t>(std::lround(value)); };
         luma = rounded(unit * (16 + 219 * y));
         blue = rounded(unit * (128 + 112 * (colour.blue - y) / (1 - ofBlue)));
         red = rounded(unit * (128 + 112 * (colour.red - y) / (1 - ofRed)));
@@ -190,9 +182,7 @@ struct Components
 void writeRGB(const std::vector<Colour> &colours, const PixelLayout &pixels, uint32_t width, uint8_t *row)
 {
     const auto byte = [](double value)
-    {
-        return static_cast<uint8_t>(std::lround(255 * std::clamp(value, 0.0, 1.0)));
-    };
+    { return static_cast<uint8_t>(std::lround(255 * std::clamp(value, 0.0, 1.0))); };
     for (uint32_t x = 0; x < width; ++x, row += pixels.blockBytes)
     {
         if (pixels.blockBytes == 4)

@@ -171,13 +171,9 @@ public:
     void dot(double x, double y, double radius)
     {
         const auto first = [radius](double centre)
-        {
-            return static_cast<size_t>(std::max(0.0, std::floor(centre - radius - 1)));
-        };
+        { return static_cast<size_t>(std::max(0.0, std::floor(centre - radius - 1))); };
         const auto end = [radius](double centre, uint32_t size)
-        {
-            return static_cast<size_t>(std::clamp(std::ceil(centre + radius + 2), 0.0, double{1} * size));
-        };
+        { return static_cast<size_t>(std::clamp(std::ceil(centre + radius + 2), 0.0, double{1} * size)); };
         for (size_t row = first(y); row < end(y, m_picture.height()); ++row)
             for (size_t column = first(x); column < end(x, m_picture.width()); ++column)
             {

@@ -113,9 +113,7 @@ constexpr int32_t kGreenOfCr = 34925;
 void pixelByBT709(int32_t luma, int32_t blue, int32_t red, uint8_t *pixel)
 {
     const auto limited = [](int32_t value)
-    {
-        return static_cast<uint8_t>(std::clamp((value + 32768) >> 16, 0, 255));
-    };
+    { return static_cast<uint8_t>(std::clamp((value + 32768) >> 16, 0, 255)); };
     const int32_t grey = (luma - 16) * kLuma;
     blue -= 128;
     red -= 128;

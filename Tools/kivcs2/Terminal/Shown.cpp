@@ -37,10 +37,7 @@ struct Character
 Character firstCharacter(std::string_view text)
 {
     constexpr Character kNone{1, false, 0};
-    const auto byteAt = [text](size_t index)
-    {
-        return static_cast<unsigned char>(text[index]);
-    };
+    const auto byteAt = [text](size_t index) { return static_cast<unsigned char>(text[index]); };
     const unsigned char lead = byteAt(0);
     if (lead < 0x80)
         return {1, true, lead};

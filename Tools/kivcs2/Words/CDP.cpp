@@ -117,9 +117,7 @@ void printFacts(const Content &content)
     const KIVCS2CaptionPacket &packet = content.packet;
     const std::span<const uint8_t> cdp = content.cdp();
     const auto flag = [&](uint8_t bit, const char *name)
-    {
-        return (cdp[4] & bit) != 0 ? std::string{", "} + name : std::string{};
-    };
+    { return (cdp[4] & bit) != 0 ? std::string{", "} + name : std::string{}; };
     Facts facts;
     facts.add("Header", print("%zu bytes, %s frames a second, sequence %u", cdp.size(),
                               std::string{cdpRateName(packet.m_rateCode)}.c_str(), packet.m_sequence) +
@@ -296,10 +294,7 @@ int find(const Arguments &arguments, bool json)
     Findings findings{{arguments.in, arguments.service, arguments.captions, json}};
     Progress progress{"searching " + capture.input().name()};
     CapturedPacket found;
-    capture.onProgress = [&]
-    {
-        progress.at(capture.input().position(), capture.input().size());
-    };
+    capture.onProgress = [&] { progress.at(capture.input().position(), capture.input().size()); };
     while (capture.next(found))
         findings.add(found);
     return findings.close(capture);

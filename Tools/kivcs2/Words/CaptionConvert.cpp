@@ -372,10 +372,7 @@ private:
         ReadingWay way;
         way.byFrame = true;
         way.placesPackets = placesPackets();
-        way.onFault = [this](const KIVCS2CaptionFileFault &fault)
-        {
-            m_notes.take(fault);
-        };
+        way.onFault = [this](const KIVCS2CaptionFileFault &fault) { m_notes.take(fault); };
         way.progress = "converting " + place(m_arguments.reading.file, 0);
         return way;
     }

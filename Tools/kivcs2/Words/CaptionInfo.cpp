@@ -85,10 +85,7 @@ Json servicesJson(const Found &found)
 
 Json sccJson(const CaptionSource &source, const Found &found)
 {
-    const auto count = [&](KIVCS2CaptionFault fault)
-    {
-        return source.faults().count(fault);
-    };
+    const auto count = [&](KIVCS2CaptionFault fault) { return source.faults().count(fault); };
     return {{"field", source.header().m_field},
             {"lines", found.lines},
             {"pairs", found.file.m_packets},

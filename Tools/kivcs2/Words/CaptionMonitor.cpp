@@ -69,10 +69,7 @@ bool isCaption(const KIVCS2CaptionPacket &packet)
 // Returns true if the packet has more than empty pairs and padding.
 bool hasCaptions(const KIVCS2CaptionPacket &packet)
 {
-    const auto isFilled = [](CaptionPair pair)
-    {
-        return !pair.isEmpty();
-    };
+    const auto isFilled = [](CaptionPair pair) { return !pair.isEmpty(); };
     return !dtvccOf(packet).empty() || std::ranges::any_of(pairsOf(packet, 1), isFilled) ||
            std::ranges::any_of(pairsOf(packet, 2), isFilled);
 }

@@ -361,10 +361,7 @@ int captionShow(const CaptionArguments &arguments)
     CaptionSource source{arguments.reading,
                          {.byFrame = arguments.captions,
                           .placesPackets = true,
-                          .onFault = [&](const KIVCS2CaptionFileFault &fault)
-                          {
-                              listing.onFault(fault);
-                          }}};
+                          .onFault = [&](const KIVCS2CaptionFileFault &fault) { listing.onFault(fault); }}};
     refuseIdleOptions(arguments.reading, source.isSCC());
     if (arguments.captions)
         showCaptions(arguments, source, listing);

@@ -188,9 +188,7 @@ std::pair<uint32_t, uint32_t> parsePictureSize(const std::string &text)
     const auto width = wholeNumber(std::string_view{text}.substr(0, cross));
     const auto height = wholeNumber(std::string_view{text}.substr(std::min(cross + 1, text.size())));
     const auto isSide = [](const std::optional<uint64_t> &side)
-    {
-        return side && *side > 0 && *side <= UINT32_MAX;
-    };
+    { return side && *side > 0 && *side <= UINT32_MAX; };
     if (!isSide(width) || !isSide(height))
         throw Failure(kExitUsage, "\"" + visible(text) + "\": not a size such as 960x540");
     return {static_cast<uint32_t>(*width), static_cast<uint32_t>(*height)};

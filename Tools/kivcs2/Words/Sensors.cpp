@@ -82,12 +82,8 @@ Fan readFan(KIVCS2SMC &smc, uint32_t number)
 {
     KIVCS2SMCFanStatus status{};
     check(kivCS2SMC_getFanStatus(&smc, number, &status), "fan");
-    const auto has = [&status](KIVCS2SMCFanFlags flag)
-    {
-        return (status.m_flags & flag) != 0;
-    };
-    const auto speed = [&has](const char *name, KIVCS2SMCFanFlags flag, float value)
-    {
+    const auto has = [&status](KIVCS2SMCFanFlags flag) { return (status.m_flags & flag) != 0; };
+    const auto speed = [&has](const char *name, KIVCS2SMCFanFlags flag, float value) {
         return Figure{name, given(has(flag), static_cast<double>(value))};
     };
     Fan fan{{speed("actual", KIVCS2SMCFanFlags_Actual, status.m_actual),
@@ -125,10 +121,7 @@ Reading read(KIVCS2SMC &smc)
 
     KIVCS2SMCCPUStatus cpu{};
     check(kivCS2SMC_getCPUStatus(&smc, &cpu), "processors");
-    const auto has = [&cpu](KIVCS2SMCCPUFlags flag)
-    {
-        return (cpu.m_flags & flag) != 0;
-    };
+    const auto has = [&cpu](KIVCS2SMCCPUFlags flag) { return (cpu.m_flags & flag) != 0; };
     for (uint32_t core = 0; core < cpu.m_coreCount; ++core)
         reading.cores.push_back({smc.m_cpuTempSet->m_keys[core],
                                  given(has(KIVCS2SMCCPUFlags_Cores), cpu.m_coreTemperatures[core]), kDegrees,
@@ -136,14 +129,8 @@ Reading read(KIVCS2SMC &smc)
 
     KIVCS2SMCGPUStatus gpu{};
     check(kivCS2SMC_getGPUStatus(&smc, &gpu), "graphics");
-    const auto hasGPU = [&gpu](KIVCS2SMCGPUFlags flag)
-    {
-        return (gpu.m_flags & flag) != 0;
-    };
-    const auto signedValue = [](uint32_t value)
-    {
-        return static_cast<double>(static_cast<int32_t>(value));
-    };
+    const auto hasGPU = [&gpu](KIVCS2SMCGPUFlags flag) { return (gpu.m_flags & flag) != 0; };
+    const auto signedValue = [](uint32_t value) { return static_cast<double>(static_cast<int32_t>(value)); };
     const bool power = hasGPU(KIVCS2SMCGPUFlags_MSTgOrMSAg); // one flag for two figures
     reading.figures = {
         {"TG0D", given(hasGPU(KIVCS2SMCGPUFlags_TG0D), gpu.m_TG0D), kDegrees, 1},
@@ -322,10 +309,7 @@ int watchSensors(const WatchOptions &options, bool json)
     KIVCS2SMC &smc = controller.smc;
     return watch(options, json,
                  {[&smc] { printPage(read(smc)); }, [&smc] { return toLine(read(smc)); },
-                  [&smc]
-                  {
-                      return toJson(read(smc));
-                  }});
+                  [&smc] { return toJson(read(smc)); }});
 }
 
 } // namespace

@@ -170,21 +170,13 @@ void requireNames(const Options &options)
 {
     constexpr size_t kLabelMax = 63;
     const auto isPlain = [](char c)
-    {
-        return c == '-' || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-    };
-    const auto isASCII = [](char c)
-    {
-        return static_cast<unsigned char>(c) < 0x80;
-    };
+    { return c == '-' || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+    const auto isASCII = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     const std::vector<std::string_view> type = labelsOf(options.type);
     if (type.size() != 2 || type[0].size() < 3 || type[0].size() > kLabelMax || type[0][0] != '_' ||
         !std::ranges::all_of(type[0].substr(1), isPlain) || (type[1] != "_tcp" && type[1] != "_udp"))
         throw Failure(kExitUsage, "\"" + visible(options.type) + "\" is no service type such as _http._tcp");
-    const auto isLabel = [](std::string_view label)
-    {
-        return !label.empty() && label.size() <= kLabelMax;
-    };
+    const auto isLabel = [](std::string_view label) { return !label.empty() && label.size() <= kLabelMax; };
     if (!options.domain.empty() && (!std::ranges::all_of(labelsOf(options.domain), isLabel) ||
                                     !std::ranges::all_of(options.domain, isASCII)))
         throw Failure(kExitUsage, "\"" + visible(options.domain) + "\" is no domain");
@@ -300,9 +292,7 @@ int browse(const Options &options, bool json)
     Browser browser;
     const auto came =
         [](KIVCS2BonjourBrowser *from, KIVCS2BonjourService *service, void *context, KIVCS2BonjourBrowser *)
-    {
-        static_cast<Arrivals<Found> *>(context)->put([from, service] { return describe(from, service); });
-    };
+    { static_cast<Arrivals<Found> *>(context)->put([from, service] { return describe(from, service); }); };
     check(kivCS2Bonjour_findServices(&browser.record, options.domain.c_str(), options.type.c_str(), came,
                                      &arrivals),
           "\"" + visible(options.type) + "\" cannot be searched");
@@ -354,11 +344,8 @@ public:
         m_browser = CFNetServiceBrowserCreate(nullptr, came, &context);
         if (m_type == nullptr || m_domain == nullptr || m_browser == nullptr)
             throw std::bad_alloc{};
-        m_thread =
-            std::thread{[this]
-                        {
-                            (void)CFNetServiceBrowserSearchForServices(m_browser, m_domain, m_type, nullptr);
-                        }};
+        m_thread = std::thread{
+            [this] { (void)CFNetServiceBrowserSearchForServices(m_browser, m_domain, m_type, nullptr); }};
     }
     NameSearch(const NameSearch &) = delete;
     NameSearch &operator=(const NameSearch &) = delete;

@@ -216,9 +216,7 @@ int difference(const Arguments &arguments, bool json)
     const bool backwards = (from >> 32) != (to >> 32) && [&]
     {
         const auto day = [](KIVCS2Timecode timecode)
-        {
-            return ((timecode >> 48) << 16) | ((timecode >> 40 & 0xFFu) << 8) | (timecode >> 32 & 0xFFu);
-        };
+        { return ((timecode >> 48) << 16) | ((timecode >> 40 & 0xFFu) << 8) | (timecode >> 32 & 0xFFu); };
         return day(from) > day(to);
     }();
     int64_t frames = 0;
