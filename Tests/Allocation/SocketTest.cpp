@@ -8,13 +8,12 @@
 
 namespace
 {
-using kiv::test::allocationFailed;
-using kiv::test::OwnSocket;
+using namespace kiv::test;
 
 // Runs a creation with each of its allocations failing; nothing may stay behind, descriptors included.
 size_t expectNothingLeft(const std::function<KIVCS2Status(KIVCS2Socket **)> &create)
 {
-    return kiv::test::forEachAllocation(
+    return forEachAllocation(
         [&create](size_t)
         {
             const int before = dup(0);
@@ -32,9 +31,9 @@ size_t expectNothingLeft(const std::function<KIVCS2Status(KIVCS2Socket **)> &cre
 
 TEST(SocketAllocation, CreationsLeaveNothing)
 {
-    const OwnSocket server = kiv::test::makeServer();
-    const int32_t port = kiv::test::portOf(server.get());
-    const auto address = kiv::test::addressOf("127.0.0.1", 0);
+    const OwnSocket server = makeServer();
+    const int32_t port = portOf(server.get());
+    const auto address = addressOf("127.0.0.1", 0);
     EXPECT_EQ(
         expectNothingLeft([&](auto out) { return kivCS2Socket_createClient(out, "127.0.0.1", port, 0); }),
         2u); // record and host
@@ -44,28 +43,28 @@ TEST(SocketAllocation, CreationsLeaveNothing)
                                 { return kivCS2Socket_createDatagramReceiver(out, 0, address.get()); }),
               1u);
 
-    EXPECT_EQ(kiv::test::forEachAllocation(
+    EXPECT_EQ(forEachAllocation(
                   [](size_t)
                   {
                       sockaddr_in *made = nullptr;
                       const KIVCS2Status status = kivCS2_createSockAddr(&made, "127.0.0.1", 1, 0);
                       EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
                       EXPECT_EQ(made == nullptr, allocationFailed());
-                      const kiv::test::OwnAddress own{made};
+                      const OwnAddress own{made};
                   }),
               1u);
 }
 
 TEST(SocketAllocation, AConnectionWithoutARecordIsClosed)
 {
-    const OwnSocket server = kiv::test::makeServer();
-    const int32_t port = kiv::test::portOf(server.get());
-    const size_t count = kiv::test::forEachAllocation(
+    const OwnSocket server = makeServer();
+    const int32_t port = portOf(server.get());
+    const size_t count = forEachAllocation(
         [&](size_t index)
         {
-            kiv::test::allowAllocations();
-            const OwnSocket client = kiv::test::make(kivCS2Socket_createClient, "127.0.0.1", port, 0u);
-            kiv::test::failAllocation(index);
+            allowAllocations();
+            const OwnSocket client = make(kivCS2Socket_createClient, "127.0.0.1", port, 0u);
+            failAllocation(index);
             KIVCS2Socket *made = nullptr;
             const KIVCS2Status status = kivCS2Socket_accept(server.get(), 10000, &made);
             EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);

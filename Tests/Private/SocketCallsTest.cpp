@@ -70,8 +70,7 @@ extern "C"
 
 namespace
 {
-using kiv::test::Connection;
-using kiv::test::OwnSocket;
+using namespace kiv::test;
 
 TEST(SocketCalls, ATransferAndATestAreOneCallEach)
 {
@@ -97,27 +96,23 @@ TEST(SocketCalls, ATransferAndATestAreOneCallEach)
 // Kept: the record stays with the host when no-SIGPIPE cannot be set.
 TEST(SocketQuirks, AFailureOfNoSigpipeHandsTheRecordOut)
 {
-    const OwnSocket server = kiv::test::makeServer();
-    const auto address = kiv::test::addressOf("127.0.0.1", 0);
-    struct Row
-    {
-        int error;
-        KIVCS2Status status;
-    };
-    for (const Row &row :
+    const OwnSocket server = makeServer();
+    const auto address = addressOf("127.0.0.1", 0);
+    using Row = std::tuple<int, KIVCS2Status>;
+    for (const auto &[error, status] :
          {Row{ENOPROTOOPT, KIVCS2STATUS_SOCKET_ERR}, Row{EBADF, KIVCS2STATUS_SOCKET_INVALID_ERR}})
     {
         KIVCS2Socket *made[3] = {};
-        const int32_t port = kiv::test::portOf(server.get());
-        t_calls.failOption = row.error;
-        EXPECT_EQ(kivCS2Socket_createClient(&made[0], "127.0.0.1", port, 0), row.status);
-        EXPECT_EQ(kivCS2Socket_createServer(&made[1], 0, 1, KIVCS2SocketOption_BindNow), row.status);
-        EXPECT_EQ(kivCS2Socket_createDatagramReceiver(&made[2], 0, address.get()), row.status);
+        const int32_t port = portOf(server.get());
+        t_calls.failOption = error;
+        EXPECT_EQ(kivCS2Socket_createClient(&made[0], "127.0.0.1", port, 0), status);
+        EXPECT_EQ(kivCS2Socket_createServer(&made[1], 0, 1, KIVCS2SocketOption_BindNow), status);
+        EXPECT_EQ(kivCS2Socket_createDatagramReceiver(&made[2], 0, address.get()), status);
         t_calls.failOption = 0;
         for (KIVCS2Socket *socket : made)
         {
             ASSERT_NE(socket, nullptr);
-            EXPECT_EQ(socket->m_errno, static_cast<uint32_t>(row.error));
+            EXPECT_EQ(socket->m_errno, static_cast<uint32_t>(error));
             EXPECT_EQ(socket->m_bound, 0u);
             EXPECT_EQ(kivCS2Socket_free(socket), KIVCS2STATUS_OK);
         }
@@ -126,47 +121,40 @@ TEST(SocketQuirks, AFailureOfNoSigpipeHandsTheRecordOut)
 
 TEST(SocketCalls, AFailedCloseOfWhatIsGivenUpDoesNotHideTheReason)
 {
-    const OwnSocket server = kiv::test::makeServer();
+    const OwnSocket server = makeServer();
     KIVCS2Socket *made = nullptr;
     t_calls.afterClose = EIO;
-    EXPECT_EQ(
-        kivCS2Socket_createServer(&made, kiv::test::portOf(server.get()), 1, KIVCS2SocketOption_BindNow),
-        KIVCS2STATUS_BIND_ERR);
+    EXPECT_EQ(kivCS2Socket_createServer(&made, portOf(server.get()), 1, KIVCS2SocketOption_BindNow),
+              KIVCS2STATUS_BIND_ERR);
     EXPECT_EQ(errno, EADDRINUSE);
     t_calls = {};
 }
 
 TEST(SocketCalls, ACloseGoesOnAfterItsFailuresButOne)
 {
-    struct Row
-    {
-        int poll, shutdown;
-        KIVCS2Status status;
-        uint32_t error;
-        bool closed;
-    };
-    for (const Row &row :
+    using Row = std::tuple<int, int, KIVCS2Status, uint32_t, bool>;
+    for (const auto &[poll, shutdown, status, error, closed] :
          {Row{0, 0, KIVCS2STATUS_OK, 0, true}, Row{ENOMEM, 0, KIVCS2STATUS_SOCKET_ERR, ENOMEM, true},
           Row{0, ENOTCONN, KIVCS2STATUS_OK, 0, true}, Row{0, EINVAL, KIVCS2STATUS_SOCKET_ERR, EINVAL, true},
           Row{0, EBADF, KIVCS2STATUS_SOCKET_INVALID_ERR, EBADF, false}})
     {
         const Connection connection;
-        ASSERT_EQ(kiv::test::send(connection.accepted, "x"), KIVCS2STATUS_OK);
-        kiv::test::awaitEvents(connection.client, POLLIN);
+        ASSERT_EQ(send(connection.accepted, "x"), KIVCS2STATUS_OK);
+        awaitEvents(connection.client, POLLIN);
         KIVCS2Socket *client = connection.client.get();
         const int fd = client->m_socket;
-        t_calls = {0, 0, row.shutdown, row.poll};
-        EXPECT_EQ(kivCS2Socket_close(client), row.status);
+        t_calls = {0, 0, shutdown, poll};
+        EXPECT_EQ(kivCS2Socket_close(client), status);
         t_calls = {};
-        EXPECT_EQ(client->m_errno, row.error);
+        EXPECT_EQ(client->m_errno, error);
         EXPECT_EQ(client->m_socket, 0);
-        EXPECT_EQ(close(fd) != 0, row.closed);
+        EXPECT_EQ(close(fd) != 0, closed);
     }
 }
 
 TEST(SocketCalls, AFailedTestOfReadinessIsAFailure)
 {
-    const OwnSocket server = kiv::test::makeServer();
+    const OwnSocket server = makeServer();
     t_calls.failPoll = ENOMEM;
     EXPECT_EQ(kivCS2Socket_testRead(server.get()), KIVCS2STATUS_SOCKET_ERR);
     EXPECT_EQ(server->m_errno, uint32_t{ENOMEM});

@@ -22,8 +22,8 @@
 #operation, text, status, KIV_CALL(operation(__VA_ARGS__))                                           \
     }
 
-// The same with the status of nearly all argument checks.
-#define KIV_CHECKS(operation, text, ...) KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, operation, text, __VA_ARGS__)
+// A row of an operation that answers with the status of a wrong argument.
+#define KIV_REQUIRES(operation, text, ...) KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, operation, text, __VA_ARGS__)
 
 namespace kiv::test
 {

@@ -129,18 +129,15 @@ TEST(SystemInfo, RefusesMissingOutputs)
 {
     uint32_t value = 0;
     char name[4];
-    constexpr KIVCS2Status kRefused = KIVCS2STATUS_PARAM_ERR;
     kiv::test::expectAllRefused({
-        KIV_REFUSES(kRefused, kivCS2SystemInfo_getPhysicalRAMSize, "(_ramSizeMB) != NULL", nullptr),
-        KIV_REFUSES(kRefused, kivCS2SystemInfo_getSystemVersion, "(_major) != NULL", nullptr, &value, &value),
-        KIV_REFUSES(kRefused, kivCS2SystemInfo_getSystemVersion, "(_minor) != NULL", &value, nullptr,
-                    nullptr),
-        KIV_REFUSES(kRefused, kivCS2SystemInfo_getSystemVersion, "(_bugfix) != NULL", &value, &value,
-                    nullptr),
-        KIV_REFUSES(kRefused, kivCS2SystemInfo_getClockSpeed, "(_speedMHz) != NULL", nullptr),
-        KIV_REFUSES(kRefused, kivCS2SystemInfo_getCPUCoreCount, "(_cores) != NULL", nullptr),
-        KIV_REFUSES(kRefused, kivCS2SystemInfo_getMachineNameString, "(_buffer) != NULL", nullptr, 4),
-        KIV_REFUSES(kRefused, kivCS2SystemInfo_getMachineNameString, "(s32)(_bufferSize) != 0L", name, 0),
+        KIV_REQUIRES(kivCS2SystemInfo_getPhysicalRAMSize, "(_ramSizeMB) != NULL", nullptr),
+        KIV_REQUIRES(kivCS2SystemInfo_getSystemVersion, "(_major) != NULL", nullptr, &value, &value),
+        KIV_REQUIRES(kivCS2SystemInfo_getSystemVersion, "(_minor) != NULL", &value, nullptr, nullptr),
+        KIV_REQUIRES(kivCS2SystemInfo_getSystemVersion, "(_bugfix) != NULL", &value, &value, nullptr),
+        KIV_REQUIRES(kivCS2SystemInfo_getClockSpeed, "(_speedMHz) != NULL", nullptr),
+        KIV_REQUIRES(kivCS2SystemInfo_getCPUCoreCount, "(_cores) != NULL", nullptr),
+        KIV_REQUIRES(kivCS2SystemInfo_getMachineNameString, "(_buffer) != NULL", nullptr, 4),
+        KIV_REQUIRES(kivCS2SystemInfo_getMachineNameString, "(s32)(_bufferSize) != 0L", name, 0),
     });
 }
 } // namespace
