@@ -6,6 +6,7 @@
 #include "Private/Tasks/ServerWire.h"
 
 #include "OwnProcesses.h"
+#include "OwnTasks.h"
 #include "TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -127,12 +128,27 @@ size_t openDescriptors()
 }
 } // namespace
 
+// What fails on request and does nothing else.
+#define KIV_WRAP(result, name, call, failure, parameters, arguments)                                         \
+    result __real_##name parameters;                                                                         \
+    result __wrap_##name parameters;                                                                         \
+    result __wrap_##name parameters                                                                          \
+    {                                                                                                        \
+        return fails(Call::call) ? (failure) : __real_##name arguments;                                      \
+    }
+
 extern "C"
 {
-    int __real_open(const char *path, int flags, ...);
-    int __wrap_open(const char *path, int flags, mode_t mode);
-    int __real_dup2(int from, int to);
-    int __wrap_dup2(int from, int to);
+    KIV_WRAP(int, open, open, -1, (const char *path, int flags, mode_t mode), (path, flags, mode))
+    KIV_WRAP(int, dup2, dup2, -1, (int from, int to), (from, to))
+    KIV_WRAP(int, poll, poll, -1, (pollfd * entries, nfds_t count, int time), (entries, count, time))
+    KIV_WRAP(pid_t, waitpid, waitpid, -1, (pid_t pid, int *status, int options), (pid, status, options))
+    KIV_WRAP(pid_t, fork, fork, -1, (), ())
+    using Start = void *(void *);
+    KIV_WRAP(int, pthread_create, thread, EAGAIN,
+             (pthread_t * thread, const pthread_attr_t *attributes, Start *start, void *context),
+             (thread, attributes, start, context))
+
     int __real_pipe2(int *ends, int flags);
     int __wrap_pipe2(int *ends, int flags);
     int __real_fcntl(int fd, int command, ...);
@@ -141,26 +157,8 @@ extern "C"
     ssize_t __wrap_read(int fd, void *buffer, size_t size);
     ssize_t __real_write(int fd, const void *buffer, size_t size);
     ssize_t __wrap_write(int fd, const void *buffer, size_t size);
-    int __real_poll(pollfd *entries, nfds_t count, int milliseconds);
-    int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds);
-    pid_t __real_waitpid(pid_t pid, int *status, int options);
-    pid_t __wrap_waitpid(pid_t pid, int *status, int options);
-    pid_t __real_fork();
-    pid_t __wrap_fork();
-    int __real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*start)(void *),
-                              void *);
-    int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*start)(void *),
-                              void *);
     int kiv_test_vforkFails();
 
-    int __wrap_open(const char *path, int flags, mode_t mode)
-    {
-        return fails(Call::open) ? -1 : __real_open(path, flags, mode);
-    }
-    int __wrap_dup2(int from, int to)
-    {
-        return fails(Call::dup2) ? -1 : __real_dup2(from, to);
-    }
     int __wrap_pipe2(int *ends, int flags)
     {
         if (auto *const before = std::exchange(g_beforePipe, nullptr); before != nullptr)
@@ -200,23 +198,6 @@ extern "C"
         (void)!__real_write(fd, buffer, size);
         die(pipe);
     }
-    int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds)
-    {
-        return fails(Call::poll) ? -1 : __real_poll(entries, count, milliseconds);
-    }
-    pid_t __wrap_waitpid(pid_t pid, int *status, int options)
-    {
-        return fails(Call::waitpid) ? -1 : __real_waitpid(pid, status, options);
-    }
-    pid_t __wrap_fork()
-    {
-        return fails(Call::fork) ? -1 : __real_fork();
-    }
-    int __wrap_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*start)(void *),
-                              void *argument)
-    {
-        return fails(Call::thread) ? EAGAIN : __real_pthread_create(thread, attributes, start, argument);
-    }
     int kiv_test_vforkFails()
     {
         return fails(Call::vfork) ? 1 : 0;
@@ -241,66 +222,28 @@ __wrap_vfork:
 
 namespace
 {
-KIVCS2Task *makeShell(const char *script)
-{
-    const char *arguments[] = {"-c", script, nullptr};
-    KIVCS2Task *task = nullptr;
-    EXPECT_EQ(kivCS2Task_create(&task, "/bin/sh", arguments), KIVCS2STATUS_OK);
-    return task;
-}
-
-struct Ended
-{
-    std::binary_semaphore gate{0};
-    static void call(KIVCS2Task *, void *context)
-    {
-        static_cast<Ended *>(context)->gate.release();
-    }
-};
-
-// Launches through the server; where that succeeds, waits for the end, and returns the whole wait status.
-KIVCS2Status runThroughServer(int32_t &exitCode)
-{
-    Ended ended;
-    KIVCS2Task *task = makeShell("exit 3");
-    const KIVCS2Status status = kivCS2TaskServer_exec(task, Ended::call, &ended);
-    if (KIVCS2_SUCCEEDED(status))
-        ended.gate.acquire();
-    exitCode = task->m_exitCode;
-    // Also of a task that nobody will finish.
-    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
-    return status;
-}
-
 // ---- System calls ----
 
 TEST(TaskFaults, AFailedCallGivesItsStatusAndLeavesNothing)
 {
-    struct Row
-    {
-        Call call;
-        int skip;
-        int error;
-        KIVCS2Status status;
-    };
-    for (const Row &row : {
-             Row{Call::pipe, 0, EMFILE, KIVCS2STATUS_PIPE_ERR},
-             Row{Call::pipe, 1, ENFILE, KIVCS2STATUS_PIPE_ERR},
-             Row{Call::pipe, 2, EMFILE, KIVCS2STATUS_PIPE_ERR},
-             Row{Call::vfork, 0, EAGAIN, KIVCS2STATUS_FORK_ERR},
-             Row{Call::waitpid, 0, EINTR, KIVCS2STATUS_OK},
-             Row{Call::waitpid, 0, ECHILD, KIVCS2STATUS_SYSTEM_ERR}, // without a server nobody hands it over
+    for (const auto &[call, skip, error, status] : {
+             std::tuple{Call::pipe, 0, EMFILE, KIVCS2STATUS_PIPE_ERR},
+             {Call::pipe, 1, ENFILE, KIVCS2STATUS_PIPE_ERR},
+             {Call::pipe, 2, EMFILE, KIVCS2STATUS_PIPE_ERR},
+             {Call::vfork, 0, EAGAIN, KIVCS2STATUS_FORK_ERR},
+             {Call::waitpid, 0, EINTR, KIVCS2STATUS_OK},
+             {Call::waitpid, 0, ECHILD, KIVCS2STATUS_SYSTEM_ERR}, // without a server nobody hands it over
          })
     {
-        SCOPED_TRACE(testing::Message() << static_cast<int>(row.call) << " " << row.skip << " " << row.error);
+        SCOPED_TRACE(testing::Message() << static_cast<int>(call) << " " << skip << " " << error);
         KIVCS2Task *task = makeShell("exit 3");
         kivCS2Task_setPipedIO(task, 1);
         const size_t before = openDescriptors();
-        fail(row.call, row.skip, row.error);
-        EXPECT_EQ(kivCS2Task_launch(task), row.status);
+        fail(call, skip, error);
+        EXPECT_EQ(kivCS2Task_launch(task), status);
         EXPECT_EQ(faults().failed, 1);
         EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Finished});
-        EXPECT_EQ(task->m_waitStatus, row.status == 0 ? 768 : row.status == KIVCS2STATUS_SYSTEM_ERR ? -1 : 0);
+        EXPECT_EQ(task->m_waitStatus, status == 0 ? 768 : status == KIVCS2STATUS_SYSTEM_ERR ? -1 : 0);
         EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
         EXPECT_EQ(openDescriptors(), before);
         while (__real_waitpid(-1, nullptr, 0) > 0)
@@ -313,35 +256,29 @@ TEST(TaskFaults, AFailedCallGivesItsStatusAndLeavesNothing)
 // turn, alone and beside a server.
 TEST(TaskFaults, ACallThatFailsInTheChildIsItsExitCode)
 {
-    struct Row
-    {
-        Call call;
-        int calls; // that such a launch makes
-        bool piped;
-        bool files;
-    };
-    faults(); // shared with the children
+    using Row = std::tuple<Call, int, bool, bool>; // calls: that such a launch makes
+    faults();                                      // shared with the children
     const auto launches = []
     {
-        for (const Row &row : {Row{Call::open, 2, false, true}, Row{Call::open, 2, true, true},
-                               Row{Call::dup2, 3, true, false}, Row{Call::dup2, 2, false, true},
-                               Row{Call::dup2, 3, true, true}})
-            for (int skip = 0; skip <= row.calls; ++skip)
+        for (const auto &[call, calls, piped, files] :
+             {Row{Call::open, 2, false, true}, Row{Call::open, 2, true, true},
+              Row{Call::dup2, 3, true, false}, Row{Call::dup2, 2, false, true},
+              Row{Call::dup2, 3, true, true}})
+            for (int skip = 0; skip <= calls; ++skip)
                 for (const int error : {EMFILE, EINTR})
                 {
-                    SCOPED_TRACE(testing::Message()
-                                 << static_cast<int>(row.call) << " " << skip << " " << error);
+                    SCOPED_TRACE(testing::Message() << static_cast<int>(call) << " " << skip << " " << error);
                     const size_t before = openDescriptors();
                     KIVCS2Task *task = makeShell("exit 3");
-                    kivCS2Task_setPipedIO(task, row.piped ? 1 : 0);
-                    if (row.files)
+                    kivCS2Task_setPipedIO(task, piped ? 1 : 0);
+                    if (files)
                     {
                         kivCS2Task_setStdOutFile(task, "/dev/null");
                         kivCS2Task_setStdErrFile(task, "/dev/null");
                     }
-                    fail(row.call, skip, error);
+                    fail(call, skip, error);
                     EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
-                    const bool failed = skip < row.calls;
+                    const bool failed = skip < calls;
                     EXPECT_EQ(faults().failed, failed ? 1 : 0);
                     EXPECT_EQ(task->m_exitCode, failed && error != EINTR ? 127 : 3);
                     EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
@@ -362,7 +299,7 @@ TEST(TaskFaults, ACallThatFailsInTheChildIsItsExitCode)
 // A server's child neither opens nor connects anything, whatever is set for other launches; it only executes.
 TEST(TaskFaults, AServersChildThatExecutesNothingEndsWith127)
 {
-    kiv::test::TemporaryFolder folder;
+    TemporaryFolder folder;
     const std::string broken = folder.write("broken", "#!/nowhere/interpreter\n");
     ASSERT_EQ(chmod(broken.c_str(), 0700), 0);
     inChild(
@@ -486,13 +423,8 @@ TEST(TaskFaults, AServerThatDidNotStart)
                 fail(row.call, row.skip, EAGAIN);
                 EXPECT_EQ(kivCS2TaskServer_init(), row.started);
                 EXPECT_EQ(faults().failed, 1);
-                if (row.started == KIVCS2STATUS_PIPE_ERR)
-                {
-                    EXPECT_EQ(openDescriptors(), before);
-                }
-                int32_t exitCode = 0;
-                EXPECT_EQ(runThroughServer(exitCode), row.launched);
-                EXPECT_EQ(exitCode, row.launched == 0 ? 768 : 0);
+                EXPECT_TRUE(row.started != KIVCS2STATUS_PIPE_ERR || openDescriptors() == before);
+                EXPECT_EQ(runThroughServer(), row.launched == 0 ? 768 : static_cast<int32_t>(row.launched));
             });
     }
 }
@@ -524,43 +456,35 @@ TEST(TaskFaults, ALaunchThroughTheServer)
             [&row]
             {
                 EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
-                int32_t exitCode = 0;
-                EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
+                EXPECT_EQ(runThroughServer(), 768);
                 const size_t before = openDescriptors();
                 fail(row.call, 0, row.error, row.times);
-                EXPECT_EQ(runThroughServer(exitCode), row.status);
+                EXPECT_EQ(runThroughServer(), row.status == 0 ? 768 : static_cast<int32_t>(row.status));
                 fail(Call::none, 0, 0, 0);
-                EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
-                EXPECT_EQ(exitCode, 768);
+                EXPECT_EQ(runThroughServer(), 768);
                 EXPECT_EQ(openDescriptors(), before);
             });
     }
 }
 
-TEST(TaskFaults, AServerThatCannotBeReplacedLeavesTheTaskAsItWas)
+KIV_TEST_RUN(inChild, TaskFaults, AServerThatCannotBeReplacedLeavesTheTaskAsItWas)
 {
-    inChild(
-        []
-        {
-            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
-            for (const auto &[call, status] :
-                 {std::pair{Call::pipe, KIVCS2STATUS_TASK_SERVER_ERR}, {Call::fork, KIVCS2STATUS_FORK_ERR}})
-            {
-                const pid_t server = g_CSTaskServer.m_serverPid;
-                ASSERT_GT(server, 1);
-                ASSERT_EQ(kill(server, SIGKILL), 0);
-                EXPECT_TRUE(holdsWithin(10000, [] { return g_CSTaskServer.m_serverEnded.load() != 0; }));
-                KIVCS2Task *task = makeShell("exit 3");
-                fail(call, 0, EMFILE);
-                EXPECT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), status);
-                EXPECT_EQ(faults().failed, 1);
-                EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Created});
-                EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
-                int32_t exitCode = 0;
-                EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
-                EXPECT_EQ(exitCode, 768);
-            }
-        });
+    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+    for (const auto &[call, status] :
+         {std::pair{Call::pipe, KIVCS2STATUS_TASK_SERVER_ERR}, {Call::fork, KIVCS2STATUS_FORK_ERR}})
+    {
+        const pid_t server = g_CSTaskServer.m_serverPid;
+        ASSERT_GT(server, 1);
+        ASSERT_EQ(kill(server, SIGKILL), 0);
+        EXPECT_TRUE(holdsWithin(10000, [] { return g_CSTaskServer.m_serverEnded.load() != 0; }));
+        KIVCS2Task *task = makeShell("exit 3");
+        fail(call, 0, EMFILE);
+        EXPECT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), status);
+        EXPECT_EQ(faults().failed, 1);
+        EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Created});
+        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        EXPECT_EQ(runThroughServer(), 768);
+    }
 }
 
 // ---- Deaths ----
@@ -568,104 +492,78 @@ TEST(TaskFaults, AServerThatCannotBeReplacedLeavesTheTaskAsItWas)
 constexpr long kRequestBytes = 1 + (4 + 7) + 4 + (4 + 7) + (4 + 2) + (4 + 6); // /bin/sh -c "exit 3"
 constexpr long kPidBytes = 4;
 
-TEST(TaskFaults, TheServerIsKilledAtEveryByte)
+KIV_TEST_RUN(inChild, TaskFaults, TheServerIsKilledAtEveryByte)
 {
-    inChild(
-        []
-        {
-            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
-            int32_t exitCode = 0;
-            EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
-            const size_t before = openDescriptors();
-            for (int round = 0; round < kRounds; ++round)
-                for (const auto &[pipe, size] :
-                     {std::pair{kRequestRead, kRequestBytes}, {kPidWrite, kPidBytes}})
-                    for (long byte = 0; byte < size; ++byte)
-                    {
-                        faults().bytes = byte;
-                        faults().deathPipe = static_cast<int>(pipe);
-                        ASSERT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK) << pipe << " " << byte;
-                        ASSERT_EQ(exitCode, 768);
-                        ASSERT_EQ(faults().deathPipe, -1) << "nobody died at " << byte;
-                    }
-            EXPECT_EQ(openDescriptors(), before);
-        });
+    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+    EXPECT_EQ(runThroughServer(), 768);
+    const size_t before = openDescriptors();
+    for (int round = 0; round < kRounds; ++round)
+        for (const auto &[pipe, size] : {std::pair{kRequestRead, kRequestBytes}, {kPidWrite, kPidBytes}})
+            for (long byte = 0; byte < size; ++byte)
+            {
+                faults().bytes = byte;
+                faults().deathPipe = static_cast<int>(pipe);
+                ASSERT_EQ(runThroughServer(), 768) << pipe << " " << byte;
+                ASSERT_EQ(faults().deathPipe, -1) << "nobody died at " << byte;
+            }
+    EXPECT_EQ(openDescriptors(), before);
 }
 
 // Its end is told, and the server and the others that it has launched go on.
-TEST(TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
+KIV_TEST_RUN(inChild, TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
 {
-    inChild(
-        []
-        {
-            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
-            const pid_t server = g_CSTaskServer.m_serverPid;
-            Ended other;
-            KIVCS2Task *task = makeShell("exec sleep 60");
-            EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &other), KIVCS2STATUS_OK);
-            int32_t exitCode = 0;
-            for (int round = 0; round < 2 * kRounds; ++round)
-            {
-                faults().childDiesAlone = true;
-                faults().bytes = 0;
-                faults().deathPipe = static_cast<int>(kPidWrite);
-                EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
-                EXPECT_EQ(exitCode, SIGKILL);
-                EXPECT_EQ(faults().deathPipe, -1) << "nobody died";
-                faults().childDiesAlone = false;
-                EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
-                EXPECT_EQ(exitCode, 768);
-            }
-            EXPECT_EQ(g_CSTaskServer.m_serverPid, server);
-            int32_t result = -1;
-            EXPECT_EQ(kivCS2Task_terminate(task, &result), KIVCS2STATUS_OK);
-            other.gate.acquire();
-            EXPECT_EQ(task->m_exitCode, SIGTERM);
-            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
-        });
+    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+    const pid_t server = g_CSTaskServer.m_serverPid;
+    Ended other;
+    KIVCS2Task *task = makeShell("exec sleep 60");
+    EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &other), KIVCS2STATUS_OK);
+    for (int round = 0; round < 2 * kRounds; ++round)
+    {
+        faults().childDiesAlone = true;
+        faults().bytes = 0;
+        faults().deathPipe = static_cast<int>(kPidWrite);
+        EXPECT_EQ(runThroughServer(), SIGKILL);
+        EXPECT_EQ(faults().deathPipe, -1) << "nobody died";
+        faults().childDiesAlone = false;
+        EXPECT_EQ(runThroughServer(), 768);
+    }
+    EXPECT_EQ(g_CSTaskServer.m_serverPid, server);
+    int32_t result = -1;
+    EXPECT_EQ(kivCS2Task_terminate(task, &result), KIVCS2STATUS_OK);
+    other.gate.acquire();
+    EXPECT_EQ(task->m_exitCode, SIGTERM);
+    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
 }
 
 // Stopped, it takes a small request and no large one; both are bounded, and another server launches.
-TEST(TaskFaults, AServerThatDoesNothingIsReplaced)
+KIV_TEST_RUN(inChild, TaskFaults, AServerThatDoesNothingIsReplaced)
 {
-    inChild(
-        []
-        {
-            kiv::g_answerTime = 1'500'000'000;
-            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
-            for (const size_t size : {1, 100'000})
-            {
-                const pid_t server = g_CSTaskServer.m_serverPid;
-                ASSERT_EQ(kill(server, SIGSTOP), 0);
-                Ended ended;
-                KIVCS2Task *task = makeShell(("exit 3 #" + std::string(size, 'x')).c_str());
-                EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
-                ended.gate.acquire();
-                EXPECT_EQ(task->m_exitCode, 768);
-                EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
-                EXPECT_NE(g_CSTaskServer.m_serverPid, server);
-                EXPECT_TRUE(holdsWithin(10000, [server] { return kill(server, 0) != 0; }));
-            }
-        });
+    kiv::g_answerTime = 1'500'000'000;
+    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+    for (const size_t size : {1, 100'000})
+    {
+        const pid_t server = g_CSTaskServer.m_serverPid;
+        ASSERT_EQ(kill(server, SIGSTOP), 0);
+        Ended ended;
+        KIVCS2Task *task = makeShell(("exit 3 #" + std::string(size, 'x')).c_str());
+        EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
+        ended.gate.acquire();
+        EXPECT_EQ(task->m_exitCode, 768);
+        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+        EXPECT_NE(g_CSTaskServer.m_serverPid, server);
+        EXPECT_TRUE(holdsWithin(10000, [server] { return kill(server, 0) != 0; }));
+    }
 }
 
 // A report is written in one piece, so there is no middle of one: the server dies before it, with a status
 // that it alone knew.
-TEST(TaskFaults, TheServerIsKilledBeforeAReport)
+KIV_TEST_RUN(inOwnChild, TaskFaults, TheServerIsKilledBeforeAReport)
 {
-    const auto host = []
-    {
-        EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
-        int32_t exitCode = 0;
-        faults().bytes = 0;
-        faults().deathPipe = kReportWrite;
-        EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
-        EXPECT_EQ(exitCode, -1);
-        EXPECT_EQ(runThroughServer(exitCode), KIVCS2STATUS_OK);
-        EXPECT_EQ(exitCode, 768);
-    };
-    if (!inOwnProcesses([&host] { inChild(host); }))
-        GTEST_SKIP() << "no process namespace can be made here (that needs root)";
+    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+    faults().bytes = 0;
+    faults().deathPipe = kReportWrite;
+    EXPECT_EQ(runThroughServer(), -1);
+    EXPECT_EQ(runThroughServer(), 768);
 }
 
 TEST(TaskFaults, TheHostIsKilledAtEveryByte)
@@ -686,8 +584,7 @@ TEST(TaskFaults, TheHostIsKilledAtEveryByte)
                         faults().hostDies = true;
                         faults().bytes = byte;
                         faults().deathPipe = static_cast<int>(pipe);
-                        int32_t exitCode = 0;
-                        (void)runThroughServer(exitCode);
+                        (void)runThroughServer();
                         _exit(0);
                     }
                     ASSERT_EQ(exitCodeOf(host), 1000 + SIGKILL) << pipe << " " << byte;
@@ -704,7 +601,6 @@ TEST(TaskFaults, TheHostIsKilledAtEveryByte)
                 }
     };
     faults(); // shared with all of them
-    if (!inOwnProcesses(body))
-        GTEST_SKIP() << "no process namespace can be made here (that needs root)";
+    inOwnProcesses(body);
 }
 } // namespace

@@ -3,10 +3,8 @@
 // among them. A program of one source needs no name.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <fnmatch.h>
 #include <set>
 #include <string>
 
@@ -28,46 +26,23 @@ std::string sourceOf(const testing::TestInfo &test)
     return std::filesystem::path{test.file()}.stem();
 }
 
-// Whether any pattern of a list "A.*:B.c" fits.
-bool matchesAny(const std::string &patterns, const std::string &name)
-{
-    for (size_t from = 0; from <= patterns.size();)
-    {
-        const size_t to = std::min(patterns.find(':', from), patterns.size());
-        if (fnmatch(patterns.substr(from, to - from).c_str(), name.c_str(), 0) == 0)
-            return true;
-        from = to + 1;
-    }
-    return false;
-}
-
-// Google Test's filter: "these:and these-but:not these".
-bool fits(const std::string &filter, const std::string &name)
-{
-    const size_t minus = filter.find('-');
-    const std::string wanted = filter.substr(0, minus);
-    const std::string unwanted = minus != std::string::npos ? filter.substr(minus + 1) : "";
-    return (wanted.empty() || matchesAny(wanted, name)) && !matchesAny(unwanted, name);
-}
-
 // Narrows the filter to the tests of one source. Returns false if it has none.
 bool takeSource(const std::string &source)
 {
-    const std::string filter = GTEST_FLAG_GET(filter);
-    std::string chosen;
-    bool isKnown = false;
+    std::string own;
+    std::string others;
     forEachTest(
         [&](const testing::TestInfo &test)
         {
-            if (sourceOf(test) != source)
-                return;
-            isKnown = true;
-            const std::string name = std::string{test.test_suite_name()} + "." + test.name();
-            if (fits(filter, name))
-                chosen += name + ":";
+            (sourceOf(test) == source ? own : others) +=
+                std::string{":"} + test.test_suite_name() + "." + test.name();
         });
-    GTEST_FLAG_SET(filter, chosen.empty() ? "-*" : chosen);
-    return isKnown;
+    const std::string filter = GTEST_FLAG_GET(filter);
+    if (filter == "*")
+        GTEST_FLAG_SET(filter, own);
+    else
+        GTEST_FLAG_SET(filter, filter + (filter.find('-') == std::string::npos ? "-" : "") + others);
+    return !own.empty();
 }
 } // namespace
 

@@ -4,9 +4,10 @@
 #ifndef KIV_TEST_OWN_IPC_H
 #define KIV_TEST_OWN_IPC_H
 
+#include "Guardian.h"
+
 #include <cstdint>
 #include <cstdlib>
-#include <fcntl.h>
 #include <sched.h>
 #include <sys/shm.h>
 #include <unistd.h>
@@ -23,7 +24,7 @@ public:
         // A plain user may have a namespace together with one of users.
         m_isApart = unshare(CLONE_NEWIPC) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0;
         if (!m_isApart)
-            startGuardian();
+            startGuardian([this] { removeSegments(); });
     }
 
     // One of the keys that are this run's alone.
@@ -41,26 +42,11 @@ public:
     }
 
 private:
-    void startGuardian() const
+    void removeSegments() const
     {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) // no program that the test starts keeps the guardian waiting
-            std::abort();
-        const pid_t guardian = fork();
-        if (guardian < 0)
-            std::abort();
-        close(ends[guardian == 0 ? 1 : 0]); // the test keeps its end open until it ends
-        if (guardian != 0)
-            return;
-        setsid(); // a signal to the test's group is not for the guardian
-        char byte = 0;
-        while (read(ends[0], &byte, 1) > 0)
-        {
-        }
         for (uint32_t index = 0; index < kOwnKeys; ++index)
             if (const int id = shmget(static_cast<key_t>(key(index)), 0, 0); id >= 0)
                 (void)shmctl(id, IPC_RMID, nullptr);
-        _exit(0);
     }
 
     uint32_t m_firstKey;

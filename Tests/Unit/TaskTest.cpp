@@ -22,11 +22,14 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 #include <vector>
 
 namespace
 {
+using namespace kiv::test;
+
 static_assert(offsetof(KIVCS2Task, m_link) == 0 && offsetof(KIVCS2Task, m_command) == 24 &&
               offsetof(KIVCS2Task, m_argv) == 32 && offsetof(KIVCS2Task, m_pid) == 40 &&
               offsetof(KIVCS2Task, m_state) == 44 && offsetof(KIVCS2Task, m_waitStatus) == 48 &&
@@ -153,19 +156,15 @@ TEST(Task, CopiesItsTexts)
 
 TEST(TaskLaunch, KeepsTheExitCode)
 {
-    struct Row
+    using Row = std::tuple<const char *, int32_t, int32_t>;
+    for (const auto &[script, waitStatus, exitCode] :
+         {Row{"exit 0", 0, 0}, Row{"exit 3", 0x300, 3}, Row{"exit 255", 0xFF00, 255},
+          Row{"kill -9 $$", SIGKILL, 0}})
     {
-        const char *script;
-        int32_t waitStatus;
-        int32_t exitCode;
-    };
-    for (const Row &row : {Row{"exit 0", 0, 0}, Row{"exit 3", 0x300, 3}, Row{"exit 255", 0xFF00, 255},
-                           Row{"kill -9 $$", SIGKILL, 0}})
-    {
-        Shell shell{row.script};
+        Shell shell{script};
         EXPECT_EQ(kivCS2Task_launch(shell.task), KIVCS2STATUS_OK);
-        EXPECT_EQ(shell.task->m_waitStatus, row.waitStatus) << row.script;
-        EXPECT_EQ(shell.task->m_exitCode, row.exitCode) << row.script;
+        EXPECT_EQ(shell.task->m_waitStatus, waitStatus) << script;
+        EXPECT_EQ(shell.task->m_exitCode, exitCode) << script;
         EXPECT_EQ(shell.task->m_state, uint32_t{KIVCS2TaskState_Finished});
         EXPECT_EQ(kivCS2Task_launch(shell.task), KIVCS2STATUS_STATE_ERR);
         EXPECT_EQ(kivCS2Task_launchAsync(shell.task, nullptr, nullptr), KIVCS2STATUS_STATE_ERR);
@@ -174,26 +173,22 @@ TEST(TaskLaunch, KeepsTheExitCode)
 
 TEST(TaskLaunch, RunsWhatExecvpRuns)
 {
-    kiv::test::TemporaryFolder folder;
+    TemporaryFolder folder;
     const std::string plain = folder.write("plain", "exit $1\n"); // no program: for the shell
     const std::string broken = folder.write("broken", "#!/nowhere/interpreter\n");
     const std::string unexecutable = folder.write("unexecutable", "");
     ASSERT_EQ(chmod(plain.c_str(), 0700) | chmod(broken.c_str(), 0700), 0);
-    struct Row
+    using Row = std::tuple<std::string, KIVCS2Status, int32_t>;
+    for (const auto &[command, status, exitCode] :
+         {Row{plain, KIVCS2STATUS_OK, 4}, Row{broken, KIVCS2STATUS_OK, 127},
+          Row{unexecutable, KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0},
+          Row{folder.path("missing"), KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0},
+          Row{"true", KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0}}) // kept: no search in PATH
     {
-        std::string command;
-        KIVCS2Status status;
-        int32_t exitCode;
-    };
-    for (const Row &row : {Row{plain, KIVCS2STATUS_OK, 4}, Row{broken, KIVCS2STATUS_OK, 127},
-                           Row{unexecutable, KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0},
-                           Row{folder.path("missing"), KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0},
-                           Row{"true", KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0}}) // kept: no search in PATH
-    {
-        KIVCS2Task *task = makeTask(row.command.c_str(), {"4"});
-        EXPECT_EQ(kivCS2TaskPrv_checkLaunchable(task), KIVCS2_FAILED(row.status) ? row.status : 0);
-        EXPECT_EQ(kivCS2Task_launch(task), row.status) << row.command;
-        EXPECT_EQ(task->m_exitCode, row.exitCode) << row.command;
+        KIVCS2Task *task = makeTask(command.c_str(), {"4"});
+        EXPECT_EQ(kivCS2TaskPrv_checkLaunchable(task), KIVCS2_FAILED(status) ? status : 0);
+        EXPECT_EQ(kivCS2Task_launch(task), status) << command;
+        EXPECT_EQ(task->m_exitCode, exitCode) << command;
         EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Finished});
         EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
     }
@@ -202,7 +197,7 @@ TEST(TaskLaunch, RunsWhatExecvpRuns)
 // A bare name that is a file of the working directory passes the check, and PATH decides what is run.
 TEST(TaskLaunch, ABareNameIsCheckedHereAndSearchedInPath)
 {
-    kiv::test::TemporaryFolder folder;
+    TemporaryFolder folder;
     const std::string here = folder.write("kivtool", "#!/bin/sh\nexit 5\n");
     std::filesystem::create_directory(folder.path("path"));
     const std::string found = folder.write("path/kivtool", "#!/bin/sh\nexit 6\n");
@@ -330,7 +325,7 @@ TEST(TaskPipes, WorkOnHighDescriptors)
 
 TEST(TaskFiles, KeepTheTailOfAnOlderFile)
 {
-    kiv::test::TemporaryFolder folder;
+    TemporaryFolder folder;
     const std::string out = folder.write("out", "a longer old text");
     Shell shell{"printf new; printf problem >&2"};
     EXPECT_EQ(kivCS2Task_setStdOutFile(shell.task, "/nowhere"), KIVCS2STATUS_OK);
@@ -353,7 +348,7 @@ TEST(TaskFiles, KeepTheTailOfAnOlderFile)
 // The FIFO's reader is launched after its writer.
 TEST(TaskFiles, ThatAreFIFOsHoldUpNoOtherLaunch)
 {
-    kiv::test::TemporaryFolder folder;
+    TemporaryFolder folder;
     const std::string fifo = folder.path("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     Shell writer{"echo hi"};
@@ -535,32 +530,30 @@ TEST(Task, RefusesMissingArguments)
     int32_t result = 0;
     bool finished = false;
     KIVCS2Status error = 0;
-#define REFUSED(operation, text, ...) KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, operation, text, __VA_ARGS__)
-    kiv::test::expectAllRefused({
-        REFUSED(kivCS2Task_create, "(_task) != NULL", nullptr, "x", nullptr),
-        REFUSED(kivCS2Task_create, "(_command) != NULL", &task, nullptr, nullptr),
-        REFUSED(kivCS2Task_free, "(_task) != NULL", nullptr, 0),
-        REFUSED(kivCS2TaskPrv_checkLaunchable, "(_task) != NULL", nullptr),
-        REFUSED(kivCS2Task_launch, "(_task) != NULL", nullptr),
-        REFUSED(kivCS2Task_launchAsync, "(_task) != NULL", nullptr, nullptr, nullptr),
-        REFUSED(kivCS2Task_finishedAsync, "(_finished) != NULL", task, nullptr, &error),
-        REFUSED(kivCS2Task_finishedAsync, "(_asyncError) != NULL", task, &finished, nullptr),
-        REFUSED(kivCS2Task_setASyncCallback, "(_task) != NULL", nullptr, nullptr, nullptr),
-        REFUSED(kivCS2Task_setPipedIO, "(_task) != NULL", nullptr, 1),
-        REFUSED(kivCS2Task_setStdOutFile, "(_path) != NULL", task, nullptr),
-        REFUSED(kivCS2Task_setStdErrFile, "(_task) != NULL", nullptr, "x"),
-        REFUSED(kivCS2Task_readOutput, "(_buffer) != NULL", task, true, nullptr, 1, nullptr),
-        REFUSED(kivCS2Task_readError, "(_task) != NULL", nullptr, true, &byte, 1, nullptr),
-        REFUSED(kivCS2Task_writeInput, "(_buffer) != NULL", task, nullptr, 1, nullptr),
-        REFUSED(kivCS2Task_closePipedIO, "(_task) != NULL", nullptr),
-        REFUSED(kivCS2Task_signal, "(_killResult) != NULL", task, SIGTERM, nullptr),
-        REFUSED(kivCS2Task_interrupt, "(_task) != NULL", nullptr, &result),
-        REFUSED(kivCS2Task_terminate, "(_killResult) != NULL", task, nullptr),
-        REFUSED(kivCS2Task_killAllChildProcesses, "(_task) != NULL", nullptr),
-        REFUSED(kivCS2TaskServer_exec, "(task) != NULL", nullptr, nullptr, nullptr),
-        REFUSED(kivCS2TaskServer_tasksRunning, "(tasks) != NULL", nullptr),
+    expectAllRefused({
+        KIV_REQUIRES(kivCS2Task_create, "(_task) != NULL", nullptr, "x", nullptr),
+        KIV_REQUIRES(kivCS2Task_create, "(_command) != NULL", &task, nullptr, nullptr),
+        KIV_REQUIRES(kivCS2Task_free, "(_task) != NULL", nullptr, 0),
+        KIV_REQUIRES(kivCS2TaskPrv_checkLaunchable, "(_task) != NULL", nullptr),
+        KIV_REQUIRES(kivCS2Task_launch, "(_task) != NULL", nullptr),
+        KIV_REQUIRES(kivCS2Task_launchAsync, "(_task) != NULL", nullptr, nullptr, nullptr),
+        KIV_REQUIRES(kivCS2Task_finishedAsync, "(_finished) != NULL", task, nullptr, &error),
+        KIV_REQUIRES(kivCS2Task_finishedAsync, "(_asyncError) != NULL", task, &finished, nullptr),
+        KIV_REQUIRES(kivCS2Task_setASyncCallback, "(_task) != NULL", nullptr, nullptr, nullptr),
+        KIV_REQUIRES(kivCS2Task_setPipedIO, "(_task) != NULL", nullptr, 1),
+        KIV_REQUIRES(kivCS2Task_setStdOutFile, "(_path) != NULL", task, nullptr),
+        KIV_REQUIRES(kivCS2Task_setStdErrFile, "(_task) != NULL", nullptr, "x"),
+        KIV_REQUIRES(kivCS2Task_readOutput, "(_buffer) != NULL", task, true, nullptr, 1, nullptr),
+        KIV_REQUIRES(kivCS2Task_readError, "(_task) != NULL", nullptr, true, &byte, 1, nullptr),
+        KIV_REQUIRES(kivCS2Task_writeInput, "(_buffer) != NULL", task, nullptr, 1, nullptr),
+        KIV_REQUIRES(kivCS2Task_closePipedIO, "(_task) != NULL", nullptr),
+        KIV_REQUIRES(kivCS2Task_signal, "(_killResult) != NULL", task, SIGTERM, nullptr),
+        KIV_REQUIRES(kivCS2Task_interrupt, "(_task) != NULL", nullptr, &result),
+        KIV_REQUIRES(kivCS2Task_terminate, "(_killResult) != NULL", task, nullptr),
+        KIV_REQUIRES(kivCS2Task_killAllChildProcesses, "(_task) != NULL", nullptr),
+        KIV_REQUIRES(kivCS2TaskServer_exec, "(task) != NULL", nullptr, nullptr, nullptr),
+        KIV_REQUIRES(kivCS2TaskServer_tasksRunning, "(tasks) != NULL", nullptr),
     });
-#undef REFUSED
     uint32_t tasks = 7; // without a server
     EXPECT_EQ(kivCS2TaskServer_tasksRunning(&tasks), KIVCS2STATUS_TASK_SERVER_ERR);
     EXPECT_EQ(tasks, 0u);
