@@ -11,11 +11,13 @@
 #include <array>
 #include <vector>
 
+using namespace kiv::test;
+
 TEST(Allocation, ANameThatCannotBeKeptIsNone)
 {
     // A name of its own for every run: one that is kept already needs less.
     constexpr size_t kNames = 16;
-    const kiv::test::TemporaryFolder folder;
+    const TemporaryFolder folder;
     std::vector<std::string> roots;
     for (size_t index = 0; index < kNames; ++index)
     {
@@ -30,8 +32,8 @@ TEST(Allocation, ANameThatCannotBeKeptIsNone)
         kiv::system::setRoot(roots.at(index).c_str());
         const KIVCS2Status status = kivCS2SystemInfo_getMachineNameString(name.data(), name.size());
         kiv::system::setRoot(nullptr);
-        const bool failed = kiv::test::allocationFailed();
-        kiv::test::allowAllocations(); // those of the checks
+        const bool failed = allocationFailed();
+        allowAllocations(); // those of the checks
         EXPECT_EQ(status, failed ? KIVCS2STATUS_DATA_ERR : KIVCS2STATUS_OK) << index;
         EXPECT_EQ(std::string{name.data()}, failed ? "" : "host" + std::to_string(index));
         return failed;
@@ -40,7 +42,7 @@ TEST(Allocation, ANameThatCannotBeKeptIsNone)
     for (bool failed = true; failed; ++index)
     {
         ASSERT_LT(index, kNames);
-        kiv::test::failAllocation(index);
+        failAllocation(index);
         failed = body(index);
     }
     EXPECT_GE(index, 4u); // the name, the list of names, its room; and a run with all of them
@@ -50,13 +52,13 @@ TEST(Allocation, FiguresNeedNoMemory)
 {
     uint64_t bytes = 0;
     uint32_t number = 0;
-    kiv::test::failAllocation(0);
+    failAllocation(0);
     (void)kivCS2SystemInfo_getRAMUsage(&bytes, &bytes, &bytes, &bytes, &bytes, &bytes);
     (void)kivCS2SystemInfo_getSystemVersion(&number, &number, &number);
     (void)kivCS2SystemInfo_getClockSpeed(&number);
     (void)kivCS2SystemInfo_getCPUCoreCount(&number);
     (void)kivCS2SystemInfo_getPhysicalRAMSize(&number);
-    const bool failed = kiv::test::allocationFailed();
-    kiv::test::allowAllocations();
+    const bool failed = allocationFailed();
+    allowAllocations();
     EXPECT_FALSE(failed);
 }

@@ -9,11 +9,11 @@
 #include <limits>
 #include <sys/resource.h>
 #include <thread>
+#include <tuple>
 
 namespace
 {
-using kiv::test::allocationFailed;
-using kiv::test::forEachAllocation;
+using namespace kiv::test;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
@@ -31,11 +31,7 @@ KIVCS2Status create(KIVCS2Timer **timer, KIVCS2TimerFlags flags)
 
 TEST(TimerAllocation, CreateAnswersMemoryAndLeavesNull)
 {
-    struct Row
-    {
-        KIVCS2TimerFlags flags;
-        size_t allocations;
-    };
+    using Row = std::tuple<KIVCS2TimerFlags, size_t>;
     for (const auto &[flags, allocations] :
          {Row{0, 1}, Row{KIVCS2TimerFlags_Thread, 2}, Row{KIVCS2TimerFlags_RunLoop, 3},
           Row{KIVCS2TimerFlags_MainRunLoop, 3}, Row{KIVCS2TimerFlags_CurrentRunLoop, 3 + 1}})
@@ -44,13 +40,13 @@ TEST(TimerAllocation, CreateAnswersMemoryAndLeavesNull)
         EXPECT_EQ(forEachAllocation(
                       [asked = flags](size_t index)
                       {
-                          kiv::test::allowAllocations(); // of the thread itself, whose loop has to be made
+                          allowAllocations(); // of the thread itself, whose loop has to be made
                           std::thread{[asked, index]
                                       {
                                           KIVCS2Timer *timer = nullptr;
-                                          kiv::test::failAllocation(index);
+                                          failAllocation(index);
                                           const KIVCS2Status status = create(&timer, asked);
-                                          kiv::test::allowAllocations();
+                                          allowAllocations();
                                           EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR
                                                                                : KIVCS2STATUS_OK);
                                           EXPECT_EQ(timer == nullptr, allocationFailed());
@@ -68,14 +64,14 @@ TEST(TimerAllocation, CreateAnswersMemoryAndLeavesNull)
 TEST(TimerAllocation, AModeWithoutMemoryIsNotAddedAndMayBeTriedAgain)
 {
     const kiv::CFRef<CFMutableStringRef> mode{
-        CFStringCreateMutableCopy(nullptr, 0, kiv::test::fromBytes("ingest").get())};
+        CFStringCreateMutableCopy(nullptr, 0, fromBytes("ingest").get())};
     EXPECT_EQ(forEachAllocation(
                   [&](size_t index)
                   {
                       KIVCS2Timer *timer = nullptr;
-                      kiv::test::allowAllocations();
+                      allowAllocations();
                       ASSERT_EQ(create(&timer, KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
-                      kiv::test::failAllocation(index);
+                      failAllocation(index);
                       const auto add = [&]
                       { return kivCS2Timer_addToRunLoop(timer, CFRunLoopGetMain(), mode.get()); };
                       const KIVCS2Status status = add();

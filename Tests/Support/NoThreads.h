@@ -1,10 +1,12 @@
-// A process that gets no thread.
+// Threads of tests: a process that gets none, and a gate that opens at a thread's end.
 #ifndef KIV_TEST_NO_THREADS_H
 #define KIV_TEST_NO_THREADS_H
 
 #include <gtest/gtest.h>
 
 #include <pthread.h>
+
+#include <semaphore>
 
 namespace kiv::test
 {
@@ -32,6 +34,20 @@ public:
 private:
     pthread_attr_t m_saved{};
 };
+
+// Opens a gate when the calling thread has left all of the library's code.
+inline void openAtThreadExit(std::binary_semaphore &gate)
+{
+    struct AtExit
+    {
+        ~AtExit()
+        {
+            gate->release();
+        }
+        std::binary_semaphore *gate;
+    };
+    thread_local AtExit atExit{&gate};
+}
 } // namespace kiv::test
 
 #endif

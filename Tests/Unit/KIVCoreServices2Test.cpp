@@ -159,18 +159,11 @@ TEST(Crc32, HostsOwnTableIsHonoured)
 
 TEST(Crc32, RefusesMissingArguments)
 {
-    const kiv::test::ArgumentCheck checks[] = {
-        {"kivCS2Utils_calcCRC32", "(data) != NULL", KIVCS2STATUS_PARAM_ERR,
-         []
-         {
-             uint32_t crc = 0;
-             return kivCS2Utils_calcCRC32(nullptr, 1, &crc);
-         }},
-        {"kivCS2Utils_calcCRC32", "(crc) != NULL", KIVCS2STATUS_PARAM_ERR,
-         [] { return kivCS2Utils_calcCRC32(kDigits, 1, nullptr); }},
-    };
-    for (const auto &check : checks)
-        kiv::test::expectRefused(check);
+    uint32_t crc = 0;
+    kiv::test::expectAllRefused({
+        KIV_REQUIRES(kivCS2Utils_calcCRC32, "(data) != NULL", nullptr, 1, &crc),
+        KIV_REQUIRES(kivCS2Utils_calcCRC32, "(crc) != NULL", kDigits, 1, nullptr),
+    });
 }
 
 TEST(ZeroMalloc, GivesZeroesOrNull)

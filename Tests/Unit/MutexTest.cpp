@@ -1,4 +1,4 @@
-// Mutexes: kinds, statuses, sharing between processes.
+// Mutexes: kinds and statuses. SharedMemoryTest has one that two processes share.
 #include <KIVCoreServices2/KIVCS2Mutex.h>
 
 #include "ArgumentCheck.h"
@@ -7,11 +7,7 @@
 
 #include <cstddef>
 #include <cstring>
-#include <new>
-#include <sys/mman.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 namespace
 {
@@ -97,37 +93,6 @@ TEST(Mutex, UnlockingWhatIsNotHeldIsReported)
     EXPECT_EQ(kivCS2Mutex_unlock(&mutex.record), KIVCS2STATUS_MUTEX_ERR);
 }
 
-TEST(Mutex, SharedByProcesses)
-{
-    void *memory =
-        mmap(nullptr, sizeof(KIVCS2Mutex), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    auto *mutex = new (memory) OwnMutex{KIVCS2MutexOptions_ProcessShared | KIVCS2MutexOptions_Recursive};
-    ASSERT_EQ(kivCS2Mutex_lock(&mutex->record), KIVCS2STATUS_OK);
-    for (const int expected : {1, 0}) // busy while the parent holds it, free afterwards
-    {
-        const pid_t child = fork();
-        ASSERT_GE(child, 0);
-        if (child == 0)
-        {
-            const KIVCS2Status status = kivCS2Mutex_tryLock(&mutex->record);
-            if (KIVCS2_SUCCEEDED(status))
-                (void)kivCS2Mutex_unlock(&mutex->record);
-            _exit(status == KIVCS2STATUS_MUTEX_BUSY_ERR ? 1 : status == KIVCS2STATUS_OK ? 0 : 2);
-        }
-        int ended = 0;
-        ASSERT_EQ(waitpid(child, &ended, 0), child);
-        EXPECT_TRUE(WIFEXITED(ended));
-        EXPECT_EQ(WEXITSTATUS(ended), expected);
-        if (expected == 1)
-        {
-            EXPECT_EQ(kivCS2Mutex_unlock(&mutex->record), KIVCS2STATUS_OK);
-        }
-    }
-    mutex->~OwnMutex();
-    munmap(memory, sizeof(KIVCS2Mutex));
-}
-
 TEST(Mutex, FreeTwiceIsHarmlessAndAFreedMutexIsRefused)
 {
     KIVCS2Mutex mutex{};
@@ -136,20 +101,15 @@ TEST(Mutex, FreeTwiceIsHarmlessAndAFreedMutexIsRefused)
     EXPECT_EQ(kivCS2Mutex_free(&mutex), KIVCS2STATUS_OK);
     EXPECT_EQ(mutex.m_valid, 0u);
 
-    const kiv::test::ArgumentCheck checks[] = {
-        {"kivCS2Mutex_init", "mutex", KIVCS2STATUS_PARAM_ERR, [] { return kivCS2Mutex_init(nullptr, 0); }},
-        {"kivCS2Mutex_free", "mutex", KIVCS2STATUS_PARAM_ERR, [] { return kivCS2Mutex_free(nullptr); }},
-        {"kivCS2Mutex_lock", "mutex", KIVCS2STATUS_PARAM_ERR, [] { return kivCS2Mutex_lock(nullptr); }},
-        {"kivCS2Mutex_tryLock", "mutex", KIVCS2STATUS_PARAM_ERR, [] { return kivCS2Mutex_tryLock(nullptr); }},
-        {"kivCS2Mutex_unlock", "mutex", KIVCS2STATUS_PARAM_ERR, [] { return kivCS2Mutex_unlock(nullptr); }},
-        {"kivCS2Mutex_lock", "mutex->m_valid", KIVCS2STATUS_PARAM_ERR,
-         [&] { return kivCS2Mutex_lock(&mutex); }},
-        {"kivCS2Mutex_tryLock", "mutex->m_valid", KIVCS2STATUS_PARAM_ERR,
-         [&] { return kivCS2Mutex_tryLock(&mutex); }},
-        {"kivCS2Mutex_unlock", "mutex->m_valid", KIVCS2STATUS_PARAM_ERR,
-         [&] { return kivCS2Mutex_unlock(&mutex); }},
-    };
-    for (const auto &check : checks)
-        kiv::test::expectRefused(check);
+    kiv::test::expectAllRefused({
+        KIV_REQUIRES(kivCS2Mutex_init, "mutex", nullptr, 0),
+        KIV_REQUIRES(kivCS2Mutex_free, "mutex", nullptr),
+        KIV_REQUIRES(kivCS2Mutex_lock, "mutex", nullptr),
+        KIV_REQUIRES(kivCS2Mutex_tryLock, "mutex", nullptr),
+        KIV_REQUIRES(kivCS2Mutex_unlock, "mutex", nullptr),
+        KIV_REQUIRES(kivCS2Mutex_lock, "mutex->m_valid", &mutex),
+        KIV_REQUIRES(kivCS2Mutex_tryLock, "mutex->m_valid", &mutex),
+        KIV_REQUIRES(kivCS2Mutex_unlock, "mutex->m_valid", &mutex),
+    });
 }
 } // namespace

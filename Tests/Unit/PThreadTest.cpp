@@ -17,6 +17,8 @@
 
 namespace
 {
+using namespace kiv::test;
+
 static_assert(offsetof(KIVCS2Thread, m_thread) == 0 && offsetof(KIVCS2Thread, m_flags) == 8);
 static_assert(offsetof(KIVCS2SemaphoreThread, m_thread) == 0 &&
               offsetof(KIVCS2SemaphoreThread, m_context) == 16 &&
@@ -161,7 +163,7 @@ TEST(Thread, NamesTheCallingThread)
 
 TEST(Thread, NoThreadLeavesNothing)
 {
-    const kiv::test::NoThreads none;
+    const NoThreads none;
     std::atomic<int> runs{0};
     KIVCS2Thread thread;
     EXPECT_EQ(kivCS2Thread_init(&thread, &runs, addOne), KIVCS2STATUS_THREAD_ERR);
@@ -206,21 +208,10 @@ struct Stage
     }
 
 private:
-    struct AtThreadExit
-    {
-        Gate *gate = nullptr;
-        ~AtThreadExit()
-        {
-            if (gate != nullptr)
-                gate->release();
-        }
-    };
-
     static void callStart(void *context)
     {
-        thread_local AtThreadExit atExit;
         auto &stage = *static_cast<Stage *>(context);
-        atExit.gate = &stage.gone;
+        openAtThreadExit(stage.gone);
         call(stage.starts, stage.onStart);
     }
     static void callSignal(void *context)
@@ -306,8 +297,7 @@ TEST(SemaphoreThread, DrainAndBlockWaitsForTheRunInProgress)
                       {
                           while (!blocking)
                               std::this_thread::yield();
-                          for (int time = 0; time < 1000;
-                               ++time) // long enough for a wait that does not wait to show
+                          for (int time = 0; time < 1000; ++time) // for a wait that does not wait to show
                               std::this_thread::yield();
                           stage.leave.release();
                       }};
@@ -369,11 +359,8 @@ TEST(SemaphoreThread, FreedByEachOfItsCallbacks)
             stage.freeInCallback();
             endsWhenFreed = stage.ends;
         };
-        if (from == From::start)
-            stage.onStart = freeNow;
-        else if (from == From::signal)
-            stage.onSignal = freeNow;
-        else
+        (from == From::start ? stage.onStart : stage.onSignal) = freeNow;
+        if (from == From::endInsideFree)
         {
             stage.onSignal = [&] { (void)kivCS2SemaphoreThread_free(stage.record.get()); };
             stage.onEnd = [&] { stage.inCallback = kivCS2SemaphoreThread_free(stage.record.get()); };
@@ -444,15 +431,11 @@ TEST(PThread, RefusesMissingAndUnstartedRecords)
 {
     KIVCS2Thread thread{};
     KIVCS2SemaphoreThread worker{};
-    std::vector<kiv::test::ArgumentCheck> checks = {
-        {"kivCS2Thread_init", "pThread", KIVCS2STATUS_PARAM_ERR,
-         [] { return kivCS2Thread_init(nullptr, nullptr, addOne); }},
-        {"kivCS2Thread_init", "startRoutine", KIVCS2STATUS_PARAM_ERR,
-         [&] { return kivCS2Thread_init(&thread, nullptr, nullptr); }},
-        {"kivCS2Thread_setCurrentThreadName", "name", KIVCS2STATUS_PARAM_ERR,
-         [] { return kivCS2Thread_setCurrentThreadName(nullptr); }},
-        {"kivCS2SemaphoreThread_init", "pThread", KIVCS2STATUS_PARAM_ERR,
-         [] { return kivCS2SemaphoreThread_init(nullptr, nullptr, nullptr, nullptr, nullptr); }},
+    std::vector<ArgumentCheck> checks = {
+        KIV_REQUIRES(kivCS2Thread_init, "pThread", nullptr, nullptr, addOne),
+        KIV_REQUIRES(kivCS2Thread_init, "startRoutine", &thread, nullptr, nullptr),
+        KIV_REQUIRES(kivCS2Thread_setCurrentThreadName, "name", nullptr),
+        KIV_REQUIRES(kivCS2SemaphoreThread_init, "pThread", nullptr, nullptr, nullptr, nullptr, nullptr),
     };
     const auto add = [&checks](const char *name, auto *operation, auto *unstarted)
     {
@@ -469,6 +452,6 @@ TEST(PThread, RefusesMissingAndUnstartedRecords)
     add("kivCS2SemaphoreThread_cancel", kivCS2SemaphoreThread_cancel, &worker);
     add("kivCS2SemaphoreThread_free", kivCS2SemaphoreThread_free, &worker);
     for (const auto &check : checks)
-        kiv::test::expectRefused(check);
+        expectRefused(check);
 }
 } // namespace

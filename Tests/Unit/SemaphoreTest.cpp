@@ -2,6 +2,7 @@
 #include <KIVCoreServices2/KIVCS2Semaphore.h>
 
 #include "ArgumentCheck.h"
+#include "OwnProcesses.h"
 
 #include <mach/mach_time.h>
 
@@ -18,14 +19,14 @@
 #include <fstream>
 #include <string>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace
 {
+using namespace kiv::test;
+
 std::atomic<uint64_t> g_stoppedClock{0}; // 0 while it runs
 } // namespace
 
@@ -254,17 +255,13 @@ TEST(Semaphore, AnotherUsersIsSharedThroughAGroupAlone)
     // Root's is everybody's, as far as its mode lets them in.
     const Planted roots{name, sizeof(sem_t)};
     roots.give(0, 0, 0666);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0)
-    {
-        const bool isOther = setgid(kOther) == 0 && setuid(kOther) == 0;
-        KIVCS2Semaphore theirs;
-        _exit(isOther && kivCS2Semaphore_init(&theirs, name.c_str()) == KIVCS2STATUS_OK ? 0 : 1);
-    }
-    int ended = 1;
-    ASSERT_EQ(waitpid(child, &ended, 0), child);
-    EXPECT_EQ(ended, 0);
+    inChild(
+        [&]
+        {
+            ASSERT_TRUE(setgid(kOther) == 0 && setuid(kOther) == 0);
+            KIVCS2Semaphore theirs;
+            EXPECT_EQ(kivCS2Semaphore_init(&theirs, name.c_str()), KIVCS2STATUS_OK);
+        });
 }
 
 // The file is looked at before it is mapped and again behind that: whatever stands there in between, nothing
@@ -320,30 +317,20 @@ TEST(Semaphore, SharedByProcesses)
     const std::string name = uniqueName(32);
     OwnSemaphore semaphore{name.c_str()};
     ASSERT_EQ(semaphore.status, KIVCS2STATUS_OK);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0)
-    {
-        KIVCS2Semaphore theirs;
-        const bool signalled = kivCS2Semaphore_init(&theirs, name.c_str()) == KIVCS2STATUS_OK &&
-                               kivCS2Semaphore_signal(&theirs) == KIVCS2STATUS_OK;
-        _exit(signalled ? 0 : 1);
-    }
-    EXPECT_EQ(kivCS2Semaphore_wait(&semaphore.record), KIVCS2STATUS_OK);
-    int ended = 1;
-    ASSERT_EQ(waitpid(child, &ended, 0), child);
-    EXPECT_EQ(ended, 0);
-    EXPECT_EQ(semaphore.count(), 0u);
+    inChild(
+        [&]
+        {
+            KIVCS2Semaphore theirs;
+            EXPECT_EQ(kivCS2Semaphore_init(&theirs, name.c_str()), KIVCS2STATUS_OK);
+            EXPECT_EQ(kivCS2Semaphore_signal(&theirs), KIVCS2STATUS_OK);
+        });
+    EXPECT_EQ(semaphore.count(), 1u);
 }
 
 TEST(Semaphore, ADeliveredSignalEndsTheWait)
 {
-    struct sigaction action
-    {
-    };
-    struct sigaction saved
-    {
-    };
+    struct sigaction action = {};
+    struct sigaction saved = {};
     action.sa_handler = [](int) {};
     ASSERT_EQ(sigaction(SIGUSR1, &action, &saved), 0);
 
@@ -366,10 +353,7 @@ TEST(Semaphore, ADeliveredSignalEndsTheWait)
 TEST(Semaphore, RefusesMissingAndFreedRecords)
 {
     KIVCS2Semaphore none{};
-    std::vector<kiv::test::ArgumentCheck> checks = {
-        {"kivCS2Semaphore_init", "pSemaphore", KIVCS2STATUS_PARAM_ERR,
-         [] { return kivCS2Semaphore_init(nullptr, nullptr); }},
-    };
+    expectRefused(KIV_REQUIRES(kivCS2Semaphore_init, "pSemaphore", nullptr, nullptr));
     const std::pair<const char *, KIVCS2Status (*)(KIVCS2Semaphore *)> operations[] = {
         {"kivCS2Semaphore_signal", kivCS2Semaphore_signal},
         {"kivCS2Semaphore_wait", kivCS2Semaphore_wait},
@@ -378,13 +362,9 @@ TEST(Semaphore, RefusesMissingAndFreedRecords)
         {"kivCS2Semaphore_free", kivCS2Semaphore_free},
     };
     for (const auto &[name, operation] : operations)
-    {
-        checks.push_back({name, "pSemaphore", KIVCS2STATUS_PARAM_ERR,
-                          [operation = operation] { return operation(nullptr); }});
-        checks.push_back({name, "pSemaphore->m_semaphore", KIVCS2STATUS_PARAM_ERR,
-                          [operation = operation, &none] { return operation(&none); }});
-    }
-    for (const auto &check : checks)
-        kiv::test::expectRefused(check);
+        for (const auto &[text, record] : {std::pair{"pSemaphore", static_cast<KIVCS2Semaphore *>(nullptr)},
+                                           {"pSemaphore->m_semaphore", &none}})
+            expectRefused({name, text, KIVCS2STATUS_PARAM_ERR,
+                           [=, asked = operation, on = record] { return asked(on); }});
 }
 } // namespace

@@ -4,15 +4,16 @@
 
 #include "ArgumentCheck.h"
 #include "OwnIPC.h"
+#include "OwnProcesses.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <utility>
@@ -20,6 +21,8 @@
 
 namespace
 {
+using namespace kiv::test;
+
 std::function<int(key_t, size_t, int)> g_shmget; // stands for the system's while it is set
 int g_attachError = 0;                           // with which every attachment fails, 0 for none
 } // namespace
@@ -47,7 +50,7 @@ static_assert(offsetof(KIVCS2SharedMemory, m_key) == 0 && offsetof(KIVCS2SharedM
 static_assert(offsetof(KIVCS2SharedMemory, m_address) == 8 && offsetof(KIVCS2SharedMemory, m_error) == 16);
 static_assert(sizeof(KIVCS2SharedMemory) == 24);
 
-const kiv::test::OwnIPC theIPC;
+const OwnIPC theIPC;
 
 constexpr bool kCreate = true;
 constexpr bool kAttach = false;
@@ -86,68 +89,67 @@ int attachedTo(uint32_t key)
     return id >= 0 && shmctl(id, IPC_STAT, &segment) == 0 ? static_cast<int>(segment.shm_nattch) : -1;
 }
 
-// A second process, made before there is anything to inherit; it does `work` once it is let go.
+// A second process, made before there is anything to inherit. It does `work` once it is let go; the work
+// calls ready() and, if the test ends it, stay().
 class OtherProcess
 {
 public:
     explicit OtherProcess(const std::function<bool(OtherProcess &)> &work)
     {
-        EXPECT_EQ(pipe(m_go), 0);
-        EXPECT_EQ(pipe(m_ready), 0);
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, m_ends), 0);
         m_pid = fork();
+        close(std::exchange(m_ends[m_pid == 0 ? 0 : 1], -1)); // an end of the test ends this process too
         if (m_pid != 0)
             return;
-        close(m_go[1]); // an end of the test ends this process too
-        char byte = 0;
-        _exit(read(m_go[0], &byte, 1) == 1 && work(*this) ? 0 : 1);
+        alarm(60); // of a wait that does not end
+        _exit(receive(m_ends[1]) && work(*this) ? 0 : 1);
     }
     ~OtherProcess()
     {
         if (m_pid > 1)
             (void)end();
-        for (const int end : {m_go[0], m_go[1], m_ready[0], m_ready[1]})
-            close(end);
     }
     OtherProcess(const OtherProcess &) = delete;
     OtherProcess &operator=(const OtherProcess &) = delete;
 
-    // In the test: lets it go, waits for what it tells, ends it.
+    // In the test: lets it go and waits until it is ready or has ended.
     void go() const
     {
-        EXPECT_EQ(write(m_go[1], "g", 1), 1);
+        EXPECT_EQ(write(m_ends[0], "g", 1), 1);
+        (void)receive(m_ends[0]);
     }
-    void waitUntilReady() const
+    [[nodiscard]] bool sleeps() const
     {
-        char byte = 0;
-        EXPECT_EQ(read(m_ready[0], &byte, 1), 1);
+        const auto isAsleep = [this](const Process &each) { return each.pid == m_pid && each.state == 'S'; };
+        return holdsWithin(10000, [&] { return std::ranges::any_of(processes(), isAsleep); });
     }
-    void kill() const
-    {
-        ASSERT_GT(m_pid, 1);
-        ::kill(m_pid, SIGKILL);
-    }
-    [[nodiscard]] int end() // as waitpid tells it
+    // Ends it. Returns the status of waitpid.
+    [[nodiscard]] int end()
     {
         int ended = -1;
-        close(std::exchange(m_go[1], -1));
-        EXPECT_EQ(waitpid(std::exchange(m_pid, -1), &ended, 0) > 1, true);
+        close(m_ends[0]);
+        EXPECT_GT(waitpid(std::exchange(m_pid, -1), &ended, 0), 1);
         return ended;
     }
 
     // In the other process.
-    void tellReady() const
+    void ready() const
     {
-        (void)!write(m_ready[1], "r", 1);
+        (void)!write(m_ends[1], "r", 1);
     }
-    void waitForTheEnd() const
+    void stay() const
     {
-        char byte = 0;
-        (void)!read(m_go[0], &byte, 1);
+        (void)receive(m_ends[1]);
     }
 
 private:
-    int m_go[2] = {-1, -1};
-    int m_ready[2] = {-1, -1};
+    static bool receive(int from)
+    {
+        char byte = 0;
+        return read(from, &byte, 1) == 1;
+    }
+
+    int m_ends[2] = {-1, -1}; // the test's, the other's
     pid_t m_pid = -1;
 };
 
@@ -193,24 +195,23 @@ TEST(SharedMemory, AnotherUsersSegmentIsRefusedWithTheReason)
     const uint32_t key = theIPC.key(0);
     const int id = shmget(static_cast<key_t>(key), 16, IPC_CREAT | 0600);
     ASSERT_GE(id, 0);
-    const pid_t child = fork();
-    if (child == 0)
-    {
-        constexpr uid_t kOther = 54321;
-        const bool isOther = setgid(kOther) == 0 && setuid(kOther) == 0;
-        KIVCS2SharedMemory shared;
-        const bool attachIs = kivCS2SharedMemory_init(&shared, key, 16, kAttach) == KIVCS2STATUS_SYSTEM_ERR &&
-                              shared.m_error == EACCES;
-        const bool createIs = kivCS2SharedMemory_init(&shared, key, 16, kCreate) == KIVCS2STATUS_MEMORY_ERR &&
-                              shared.m_error == EACCES && shared.m_address == nullptr;
-        uint32_t found = 0;
-        const bool searchIs =
-            kivCS2SharedMemory_findKey(key, &found) == KIVCS2STATUS_OK && found == key; // as documented
-        _exit(isOther ? (attachIs ? 0 : 1) | (createIs ? 0 : 2) | (searchIs ? 0 : 4) : 8);
-    }
-    int ended = -1;
-    EXPECT_EQ(waitpid(child, &ended, 0), child);
-    EXPECT_EQ(ended, 0);
+    inChild(
+        [key]
+        {
+            constexpr uid_t kOther = 54321;
+            ASSERT_TRUE(setgid(kOther) == 0 && setuid(kOther) == 0);
+            for (const auto &[create, status] :
+                 {std::pair{kAttach, KIVCS2STATUS_SYSTEM_ERR}, {kCreate, KIVCS2STATUS_MEMORY_ERR}})
+            {
+                const OwnSegment segment{key, 16, create};
+                EXPECT_EQ(segment.status, status);
+                EXPECT_EQ(segment.record.m_error, EACCES);
+                EXPECT_EQ(segment.record.m_address, nullptr);
+            }
+            uint32_t found = 0;
+            EXPECT_EQ(kivCS2SharedMemory_findKey(key, &found), KIVCS2STATUS_OK);
+            EXPECT_EQ(found, key); // as documented
+        });
     EXPECT_EQ(shmctl(id, IPC_RMID, nullptr), 0);
 }
 
@@ -242,46 +243,19 @@ TEST(SharedMemory, TheLastFreeRemovesTheSegment)
     const uint32_t key = theIPC.key(2);
     OtherProcess other{[key](OtherProcess &self)
                        {
-                           KIVCS2SharedMemory shared;
-                           const bool attached =
-                               kivCS2SharedMemory_init(&shared, key, 8, kAttach) == KIVCS2STATUS_OK;
-                           self.tellReady();
-                           self.waitForTheEnd();
-                           return attached && kivCS2SharedMemory_free(&shared) == KIVCS2STATUS_OK;
+                           const OwnSegment segment{key, 8, kAttach};
+                           self.ready();
+                           self.stay();
+                           return segment.status == KIVCS2STATUS_OK;
                        }};
     {
         const OwnSegment segment{key, 8, kCreate};
         ASSERT_EQ(segment.status, KIVCS2STATUS_OK);
         other.go();
-        other.waitUntilReady();
         EXPECT_EQ(attachedTo(key), 2);
     }
     EXPECT_EQ(attachedTo(key), 1); // the first free leaves it
     EXPECT_EQ(other.end(), 0);
-    EXPECT_EQ(attachedTo(key), -1);
-}
-
-TEST(SharedMemory, TheSurvivorRemovesWhatAKilledProcessHeld)
-{
-    const uint32_t key = theIPC.key(3);
-    OtherProcess other{[key](OtherProcess &self)
-                       {
-                           const OwnSegment segment{key, 8, kAttach};
-                           self.tellReady();
-                           self.waitForTheEnd(); // which does not come
-                           return false;
-                       }};
-    {
-        const OwnSegment segment{key, 8, kCreate};
-        ASSERT_EQ(segment.status, KIVCS2STATUS_OK);
-        other.go();
-        other.waitUntilReady();
-        EXPECT_EQ(attachedTo(key), 2);
-        other.kill();
-        const int ended = other.end();
-        EXPECT_TRUE(WIFSIGNALED(ended) && WTERMSIG(ended) == SIGKILL);
-        EXPECT_EQ(attachedTo(key), 1); // the system has detached it
-    }
     EXPECT_EQ(attachedTo(key), -1);
 }
 
@@ -308,7 +282,7 @@ TEST(SharedMemory, AMutexInTheSegmentExcludesTheOtherProcess)
     OtherProcess other{[&](OtherProcess &self)
                        {
                            const OwnSegment segment{key, sizeof(Shared), kAttach};
-                           self.tellReady();
+                           self.ready();
                            return segment.status == KIVCS2STATUS_OK &&
                                   countUp(*static_cast<Shared *>(segment.record.m_address));
                        }};
@@ -316,8 +290,10 @@ TEST(SharedMemory, AMutexInTheSegmentExcludesTheOtherProcess)
     ASSERT_EQ(segment.status, KIVCS2STATUS_OK);
     Shared &shared = *static_cast<Shared *>(segment.record.m_address);
     ASSERT_EQ(kivCS2Mutex_init(&shared.mutex, KIVCS2MutexOptions_ProcessShared), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2Mutex_lock(&shared.mutex), KIVCS2STATUS_OK);
     other.go();
-    other.waitUntilReady();
+    EXPECT_TRUE(other.sleeps()); // until the mutex is free
+    EXPECT_EQ(kivCS2Mutex_unlock(&shared.mutex), KIVCS2STATUS_OK);
     EXPECT_TRUE(countUp(shared));
     EXPECT_EQ(other.end(), 0);
     EXPECT_EQ(shared.count, 2 * kTimes);
@@ -421,10 +397,10 @@ TEST(SharedMemory, TheSearchGoesOnAtTheBottomAndNeverAnswersZero)
 
 TEST(SharedMemory, RefusesMissingArguments)
 {
-    kiv::test::expectAllRefused({
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2SharedMemory_init, "shared", nullptr, 1, 8, kAttach),
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2SharedMemory_free, "shared", nullptr),
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2SharedMemory_findKey, "foundKey", 1, nullptr),
+    expectAllRefused({
+        KIV_REQUIRES(kivCS2SharedMemory_init, "shared", nullptr, 1, 8, kAttach),
+        KIV_REQUIRES(kivCS2SharedMemory_free, "shared", nullptr),
+        KIV_REQUIRES(kivCS2SharedMemory_findKey, "foundKey", 1, nullptr),
     });
 }
 } // namespace

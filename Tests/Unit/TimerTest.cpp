@@ -26,7 +26,7 @@ static_assert(sizeof(KIVCS2Timer) == 56 && offsetof(KIVCS2Timer, m_running) == 0
               offsetof(KIVCS2Timer, m_callback) == 24 && offsetof(KIVCS2Timer, m_context) == 32 &&
               offsetof(KIVCS2Timer, m_interval) == 40 && offsetof(KIVCS2Timer, m_fireDate) == 48);
 
-using kiv::test::RunLoopThread;
+using namespace kiv::test;
 using Gate = std::binary_semaphore;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -95,24 +95,6 @@ CFRunLoopRunResult runMode(CFRunLoopMode mode = kCFRunLoopDefaultMode)
     return CFRunLoopRunInMode(mode, kEndless, false);
 }
 
-// Opens when the thread it was watched on has left all of the library's code.
-class AtThreadExit
-{
-public:
-    static void open(Gate &gate)
-    {
-        thread_local AtThreadExit atExit;
-        atExit.m_gate = &gate;
-    }
-    ~AtThreadExit()
-    {
-        if (m_gate != nullptr)
-            m_gate->release();
-    }
-
-private:
-    Gate *m_gate = nullptr;
-};
 } // namespace
 
 // ---- Thread ----
@@ -246,7 +228,7 @@ TEST(TimerThread, CancelAtAnyMomentGivesNoCallWithoutItsContext)
                       },
                       &calls, KIVCS2TimerFlags_Thread, 0, kPast),
                   KIVCS2STATUS_OK);
-        kiv::test::spin(time); // further and further into the thread's start
+        spin(time); // further and further into the thread's start
         EXPECT_EQ(kivCS2Timer_cancel(timer), KIVCS2STATUS_OK);
         EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
     }
@@ -261,7 +243,7 @@ TEST(TimerThread, IsFreedByItsOwnCallback)
         KIVCS2Status status = KIVCS2STATUS_ERR;
         stage.onCall = [&](int)
         {
-            AtThreadExit::open(gone);
+            openAtThreadExit(gone);
             if (cancelsFirst)
                 (void)kivCS2Timer_cancel(stage.timer);
             status = stage.free();
@@ -282,7 +264,7 @@ TEST(TimerThread, WithoutACallbackOrAThread)
               KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
 
-    const kiv::test::NoThreads none;
+    const NoThreads none;
     Stage stage;
     EXPECT_EQ(stage.create(KIVCS2TimerFlags_Thread), KIVCS2STATUS_THREAD_ERR);
     EXPECT_EQ(stage.timer, nullptr);
@@ -293,12 +275,8 @@ TEST(TimerThread, WithoutACallbackOrAThread)
 TEST(TimerRunLoop, FlagsChooseTheLoopAndResultsAreIgnored)
 {
     const auto mainThread = std::this_thread::get_id();
-    struct Row
-    {
-        KIVCS2TimerFlags flags;
-        bool onMain; // called there although another thread has made the timer
-    };
-    for (const auto &[flags, onMain] : {Row{4, true}, Row{8, false}, Row{4 | 8, true}, Row{2 | 4, true}})
+    // On the main one although another thread has made the timer.
+    for (const auto &[flags, onMain] : {std::pair{4u, true}, {8u, false}, {4u | 8u, true}, {2u | 4u, true}})
     {
         SCOPED_TRACE(flags);
         Stage stage;
@@ -368,7 +346,7 @@ TEST(TimerRunLoop, IsAddedToALoopOfAnotherThreadAndStaysThere)
 
 TEST(TimerRunLoop, WaitsForItsMode)
 {
-    const kiv::test::StringRef ingest = kiv::test::fromBytes("ingest");
+    const StringRef ingest = fromBytes("ingest");
     Stage parked;
     parked.onCall = stopAtCall(1);
     ASSERT_EQ(parked.create(KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
@@ -380,7 +358,7 @@ TEST(TimerRunLoop, WaitsForItsMode)
     EXPECT_EQ(runMode(), kCFRunLoopRunStopped);
     EXPECT_EQ(parked.calls, 0);
 
-    EXPECT_EQ(runMode(kiv::test::fromBytes("ingest").get()), kCFRunLoopRunStopped);
+    EXPECT_EQ(runMode(fromBytes("ingest").get()), kCFRunLoopRunStopped);
     EXPECT_EQ(parked.calls, 1);
     EXPECT_EQ(common.calls, 5); // was due all the time
     EXPECT_EQ(parked.free(), KIVCS2STATUS_OK);
@@ -457,19 +435,15 @@ TEST(Timer, RefusesMissingArguments)
     withoutThread.m_flags = KIVCS2TimerFlags_Thread;
     KIVCS2Timer withoutRunLoopTimer{};
     withoutRunLoopTimer.m_flags = KIVCS2TimerFlags_MainRunLoop;
-    kiv::test::expectAllRefused({
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_create, "_timer", nullptr, nullptr, nullptr, 0, 1, 0),
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_addToRunLoop, "_timer", nullptr, CFRunLoopGetMain(),
-                    kCFRunLoopDefaultMode),
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_addToRunLoop, "_runLoop", stage.timer, nullptr,
-                    kCFRunLoopDefaultMode),
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_addToRunLoop, "_mode", stage.timer,
-                    CFRunLoopGetMain(), nullptr),
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_cancel, "_timer", nullptr),
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_free, "_timer", nullptr),
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_free, "(_timer->m_thread) != NULL", &withoutThread),
-        KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, kivCS2Timer_free, "(_timer->m_runLoopTimer) != NULL",
-                    &withoutRunLoopTimer),
+    expectAllRefused({
+        KIV_REQUIRES(kivCS2Timer_create, "_timer", nullptr, nullptr, nullptr, 0, 1, 0),
+        KIV_REQUIRES(kivCS2Timer_addToRunLoop, "_timer", nullptr, CFRunLoopGetMain(), kCFRunLoopDefaultMode),
+        KIV_REQUIRES(kivCS2Timer_addToRunLoop, "_runLoop", stage.timer, nullptr, kCFRunLoopDefaultMode),
+        KIV_REQUIRES(kivCS2Timer_addToRunLoop, "_mode", stage.timer, CFRunLoopGetMain(), nullptr),
+        KIV_REQUIRES(kivCS2Timer_cancel, "_timer", nullptr),
+        KIV_REQUIRES(kivCS2Timer_free, "_timer", nullptr),
+        KIV_REQUIRES(kivCS2Timer_free, "(_timer->m_thread) != NULL", &withoutThread),
+        KIV_REQUIRES(kivCS2Timer_free, "(_timer->m_runLoopTimer) != NULL", &withoutRunLoopTimer),
     });
     EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
 }
