@@ -21,8 +21,7 @@ namespace
 {
 using namespace kiv::discovery;
 using kiv::CFRef;
-using kiv::test::allocationFailed;
-using kiv::test::forEachAllocation;
+using namespace kiv::test;
 using namespace std::string_view_literals;
 
 constexpr const char *kType = "_play._tcp";
@@ -245,11 +244,11 @@ TEST_F(BonjourAllocation, ASearchForTheFirstWithoutItsTextsIsNone)
     ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
     for (size_t text = 0; text < 3; ++text)
     {
-        kiv::test::failAllocation(text);
+        failAllocation(text);
         EXPECT_EQ(kivCS2Bonjour_findFirstService(&browser, "", kType, "a", 0), KIVCS2STATUS_MEMORY_ERR);
         EXPECT_TRUE(allocationFailed());
     }
-    kiv::test::allowAllocations();
+    allowAllocations();
     EXPECT_EQ(browser.m_name, nullptr);
     EXPECT_EQ(browser.m_stop, 0u);
     EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);

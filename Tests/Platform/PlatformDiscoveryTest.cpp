@@ -1,6 +1,7 @@
 // The documented calls of service discovery over a network that the test plays: what comes from several
 // interfaces, a backend that is replaced, names that are taken, records of any content.
 #include "CFText.h"
+#include "OwnProcesses.h"
 
 #include "CFNetwork/Engine.h"
 #include "CFNetwork/RecordData.h"
@@ -15,19 +16,20 @@
 
 #include <arpa/inet.h>
 #include <sched.h>
-#include <sys/wait.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 using kiv::CFRef;
-using kiv::test::fromBytes;
+using namespace kiv::test;
 using namespace kiv::discovery;
 
 namespace
@@ -271,14 +273,12 @@ TEST(Data, KeepsCopiesAndComparesThem)
 TEST_F(Discovery, NamesThatDNSCannotCarryAreRefusedBeforeTheNetworkIsAsked)
 {
     const std::string tooLong(64, 'x');
-    struct Row
+    using Row = std::tuple<const char *, const char *, const char *>;
+    for (const auto &[domain, type, name] :
+         {Row{"", "http", "x"}, Row{"", "", "x"}, Row{"", "_a..b", "x"}, Row{"..", "_play._tcp", "x"},
+          Row{"", "_play._tcp", tooLong.c_str()}})
     {
-        const char *domain, *type, *name;
-    };
-    for (const Row &row : {Row{"", "http", "x"}, Row{"", "", "x"}, Row{"", "_a..b", "x"},
-                           Row{"..", "_play._tcp", "x"}, Row{"", "_play._tcp", tooLong.c_str()}})
-    {
-        const auto bad = service(row.domain, row.type, row.name, 1);
+        const auto bad = service(domain, type, name, 1);
         CFStreamError error{};
         EXPECT_FALSE(CFNetServiceRegisterWithOptions(bad.get(), 0, &error));
         EXPECT_EQ(error.error, kCFNetServicesErrorBadArgument);
@@ -556,7 +556,7 @@ TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
     const auto publishedName = [&published]
     {
         const CFRef<CFStringRef> name{KIVPNetServiceCopyPublishedName(published.get())};
-        return name ? kiv::test::utf8(name.get()) : "";
+        return name ? utf8(name.get()) : "";
     };
     EXPECT_EQ(publishedName(), "") << "the network has not accepted it yet";
     withEngineLocked([](void *) { network->group->announced(); }, nullptr);
@@ -693,6 +693,60 @@ TEST_F(DeadServices, AStopEndsTheOneThatIsBeingResolvedAndListsItNot)
     EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
 }
 
+// What the network says of names, locations and texts is listed as far as it can be used.
+TEST_F(Discovery, MalformedNamesAndRecordsListWhatIsUsable)
+{
+    kivCS2_initWithTaskServer(false);
+    const std::string longest(63, 'x');
+    m_network.services = [&longest](ServiceSink &sink)
+    {
+        for (const char *name :
+             {"caf\xc3\xa9", longest.c_str(), "dots.and\\slashes", "bad location", "\xff\xfe"})
+            sink.serviceSeen(true, kIPv4, name);
+        sink.browsingFailed(AVAHI_ERR_NO_NETWORK);
+    };
+    m_network.records = [](const std::string &name, uint16_t type, RecordSink &sink)
+    {
+        const bool isLong = name.starts_with('x');
+        if (type == kTypeSRV && name.starts_with("bad"))
+            sink.recordSeen(true, kIPv4, std::vector<uint8_t>{0, 0, 0, 0, 0, 7, 0xc0});
+        else if (type == kTypeSRV) // the empty host: offered nowhere
+            sink.recordSeen(true, kIPv4,
+                            locationData(4, isLong ? Strings{} : Strings{"odd\\host.", "local"}));
+        else if (type == kTypeA)
+            sink.recordSeen(true, kIPv4, std::vector<uint8_t>{10, 0, 0, 7});
+        if (type == kTypeSRV && name.starts_with("bad"))
+            sink.recordsFailed(AVAHI_ERR_NOT_SUPPORTED);
+    };
+    struct Listed
+    {
+        std::atomic<size_t> count = 0;
+        std::map<std::string, std::pair<std::string, uint32_t>> services; // name: host and port
+    } listed;
+    KIVCS2BonjourBrowser browser;
+    ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+    const auto came =
+        [](KIVCS2BonjourBrowser *own, KIVCS2BonjourService *found, void *context, KIVCS2BonjourBrowser *)
+    {
+        auto &result = *static_cast<Listed *>(context);
+        uint32_t port = 1;
+        EXPECT_EQ(kivCS2Bonjour_getFirstPort(own, found, &port), KIVCS2STATUS_OK);
+        result.services[found->m_name] = {found->m_hostName, port};
+        ++result.count;
+        result.count.notify_all();
+    };
+    ASSERT_EQ(kivCS2Bonjour_findServices(&browser, "", "_play._tcp", came, &listed), KIVCS2STATUS_OK);
+    for (size_t count = 0; count < 4; count = listed.count)
+        listed.count.wait(count);
+    EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+    using Pair = std::pair<std::string, uint32_t>;
+    EXPECT_THAT(listed.services,
+                testing::ElementsAre(testing::Pair("bad location", Pair{"", 0}),
+                                     testing::Pair("caf?", Pair{"odd\\\\host\\..local", 4}),
+                                     testing::Pair("dots.and\\slashes", Pair{"odd\\\\host\\..local", 4}),
+                                     testing::Pair(longest, Pair{"", 0})));
+}
+
 // In a process of its own, since a success ends all browsing of the process.
 TEST_F(DeadServices, ASearchForTheFirstThatTimesOutLeavesTheNextOneFree)
 {
@@ -716,9 +770,7 @@ TEST_F(DeadServices, ASearchForTheFirstThatTimesOutLeavesTheNextOneFree)
         EXPECT_EQ(search(60000), KIVCS2STATUS_OK);
         std::exit(HasFailure() ? 1 : 0);
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(exitCodeOf(child), 0);
 }
 
 TEST_F(Discovery, AnEngineWithoutADaemonServesTheNextCallAndNoForkedChild)
@@ -739,9 +791,7 @@ TEST_F(Discovery, AnEngineWithoutADaemonServesTheNextCallAndNoForkedChild)
         EXPECT_EQ(m_network.backends, 2);
         std::exit(HasFailure() ? 1 : 0); // neither engine leaks, and the one of this process ends
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(exitCodeOf(child), 0);
 #endif
     std::thread elsewhere{[&]
                           {
