@@ -12,8 +12,7 @@
 #include <string>
 
 using kiv::CFRef;
-using kiv::test::forEachAllocation;
-using kiv::test::StringRef;
+using namespace kiv::test;
 
 namespace
 {
@@ -32,9 +31,9 @@ void count(void *context, os_log_type_t, const char *message)
 
 TEST(Allocation, WhatCannotBeMadeIsNull)
 {
-    const StringRef ascii = kiv::test::fromBytes("a:b:c");
-    const StringRef wide = kiv::test::fromUnits(u"\u00e9:\u20ac");
-    const StringRef colon = kiv::test::fromBytes(":");
+    const StringRef ascii = fromBytes("a:b:c");
+    const StringRef wide = fromUnits(u"\u00e9:\u20ac");
+    const StringRef colon = fromBytes(":");
     const CFRef<CFMutableStringRef> changeable{CFStringCreateMutableCopy(nullptr, 0, wide.get())};
     const CFRef<CFCharacterSetRef> set{CFCharacterSetCreateWithCharactersInString(nullptr, wide.get())};
     const CFRef<CFUUIDRef> uuid{CFUUIDCreate(nullptr)};
@@ -49,9 +48,9 @@ TEST(Allocation, WhatCannotBeMadeIsNull)
     const int32_t value = 7;
 
     const Creation creations[] = {
-        {"string of ASCII", 1, [] { return kiv::test::fromBytes("ascii").release(); }},
-        {"string of UTF-8", 1, [] { return kiv::test::fromBytes("\xc3\xa9").release(); }},
-        {"string of units", 1, [] { return kiv::test::fromUnits(u"\u20ac").release(); }},
+        {"string of ASCII", 1, [] { return fromBytes("ascii").release(); }},
+        {"string of UTF-8", 1, [] { return fromBytes("\xc3\xa9").release(); }},
+        {"string of units", 1, [] { return fromUnits(u"\u20ac").release(); }},
         {"mutable copy", 1, [&] { return CFStringCreateMutableCopy(nullptr, 0, wide.get()); }},
         {"frozen copy", 1, [&] { return CFStringCreateCopy(nullptr, changeable.get()); }},
         {"pieces", 4,
@@ -77,8 +76,7 @@ TEST(Allocation, WhatCannotBeMadeIsNull)
             [&](size_t index)
             {
                 const CFRef<CFTypeRef> object{creation.create()};
-                EXPECT_EQ(object.get() == nullptr, kiv::test::allocationFailed())
-                    << creation.name << ' ' << index;
+                EXPECT_EQ(object.get() == nullptr, allocationFailed()) << creation.name << ' ' << index;
             });
         EXPECT_GE(allocations, creation.atLeast) << creation.name;
     }
@@ -88,7 +86,7 @@ TEST(Allocation, WhatCannotBeMadeIsNull)
 
 TEST(Allocation, WhatCannotChangeStaysAsItWas)
 {
-    const StringRef decomposed = kiv::test::fromUnits(u"e\u0301");
+    const StringRef decomposed = fromUnits(u"e\u0301");
     forEachAllocation(
         [&](size_t)
         {
@@ -96,8 +94,7 @@ TEST(Allocation, WhatCannotChangeStaysAsItWas)
             if (!string)
                 return;
             CFStringNormalize(string.get(), kCFStringNormalizationFormC);
-            EXPECT_EQ(kiv::test::unitsOf(string.get()),
-                      kiv::test::allocationFailed() ? u"e\u0301" : u"\u00e9");
+            EXPECT_EQ(unitsOf(string.get()), allocationFailed() ? u"e\u0301" : u"\u00e9");
         });
     forEachAllocation(
         [&](size_t)
@@ -107,7 +104,7 @@ TEST(Allocation, WhatCannotChangeStaysAsItWas)
                 return;
             for (int index = 0; index < 9; ++index)
                 CFArrayAppendValue(array.get(), decomposed.get());
-            EXPECT_EQ(CFArrayGetCount(array.get()) == 9, !kiv::test::allocationFailed());
+            EXPECT_EQ(CFArrayGetCount(array.get()) == 9, !allocationFailed());
         });
     EXPECT_EQ(CFGetRetainCount(decomposed.get()), 1);
 }
@@ -115,8 +112,8 @@ TEST(Allocation, WhatCannotChangeStaysAsItWas)
 TEST(Allocation, AResourceOrATextThatCannotBeMadeIsNull)
 {
     const CFRef<CFBundleRef> bundle{kiv::cf::createBundle("/proc/self/host")};
-    const StringRef name = kiv::test::fromBytes("a-resource-name-longer-than-any-small-string");
-    const StringRef y = kiv::test::fromUnits(u"y\u5e74");
+    const StringRef name = fromBytes("a-resource-name-longer-than-any-small-string");
+    const StringRef y = fromUnits(u"y\u5e74");
     forEachAllocation(
         [&](size_t)
         {
@@ -131,7 +128,7 @@ TEST(Allocation, AResourceOrATextThatCannotBeMadeIsNull)
                 return;
             CFDateFormatterSetFormat(formatter.get(), y.get());
             const StringRef text{CFDateFormatterCreateStringWithAbsoluteTime(nullptr, formatter.get(), 1e6)};
-            EXPECT_EQ(static_cast<bool>(text), !kiv::test::allocationFailed());
+            EXPECT_EQ(static_cast<bool>(text), !allocationFailed());
         });
 }
 
@@ -144,7 +141,7 @@ TEST(Allocation, ALongMessageIsCutWhereThereIsNoMemory)
         [&](size_t)
         {
             os_log_with_type(KLGetHandle(), OS_LOG_TYPE_DEFAULT, "%s", text.c_str());
-            EXPECT_EQ(length, kiv::test::allocationFailed() ? 511u : 5000u);
+            EXPECT_EQ(length, allocationFailed() ? 511u : 5000u);
         });
     KLSetSink(nullptr, nullptr);
 }

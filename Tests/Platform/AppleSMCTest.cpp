@@ -22,9 +22,7 @@
 
 namespace
 {
-using kiv::test::ScriptedKey;
-using kiv::test::ScriptedSMC;
-using kiv::test::SMCCall;
+using namespace kiv::test;
 
 std::vector<ScriptedKey> g_keys;
 std::atomic<int> g_intruders; // choices that another program changes before they are read
@@ -104,7 +102,7 @@ protected:
         return IOConnectCallStructMethod(connection, 2, &input, sizeof input, &output, &size);
     }
 
-    kiv::test::TemporaryFolder m_folder;
+    TemporaryFolder m_folder;
     std::string m_path;
 };
 } // namespace

@@ -114,26 +114,28 @@ void expectSplit(const kiv::audio::Kernels &kernels, const SampleLayout &in, con
                                 << " channels, " << frames << " frames";
 }
 
+void expectConvert(const kiv::audio::Kernels &kernels, const SampleLayout &in, const SampleLayout &out,
+                   size_t samples, size_t offset)
+{
+    static const std::vector<uint8_t> source = randomBytes(4096);
+    const std::vector<uint8_t> input(source.end() - static_cast<ptrdiff_t>(offset + samples * in.bytes),
+                                     source.end());
+    std::vector<uint8_t> output(offset + samples * out.bytes, 0xEE);
+    std::vector<uint8_t> expected = output;
+    for (size_t index = 0; index < samples; ++index)
+        plainConvert(in, out, input.data() + offset + index * in.bytes,
+                     expected.data() + offset + index * out.bytes);
+    kernels.convert(kiv::audio::makeConversion(in, out), input.data() + offset, output.data() + offset,
+                    samples);
+    ASSERT_EQ(output, expected) << describe(in) << " to " << describe(out) << ", " << samples;
+}
+
 TEST_P(PCMKernels, ConvertAsThePlainArithmeticDoes)
 {
-    const std::vector<uint8_t> source = randomBytes(4096);
     for (const SampleLayout &in : layouts())
         for (const SampleLayout &out : layouts())
-        {
-            const kiv::audio::Conversion conversion = kiv::audio::makeConversion(in, out);
-            for (const size_t samples : {size_t{0}, size_t{1}, size_t{15}, size_t{66}, size_t{213}})
-            {
-                const std::vector<uint8_t> input(source.end() - static_cast<ptrdiff_t>(samples * in.bytes),
-                                                 source.end());
-                std::vector<uint8_t> output(samples * out.bytes);
-                std::vector<uint8_t> expected = output;
-                for (size_t index = 0; index < samples; ++index)
-                    plainConvert(in, out, input.data() + index * in.bytes,
-                                 expected.data() + index * out.bytes);
-                kernels.convert(conversion, input.data(), output.data(), samples);
-                ASSERT_EQ(output, expected) << describe(in) << " to " << describe(out) << ", " << samples;
-            }
-        }
+            for (const size_t samples : {0, 1, 15, 66, 213})
+                ASSERT_NO_FATAL_FAILURE(expectConvert(kernels, in, out, samples, 0));
 }
 
 TEST_P(PCMKernels, ConvertEveryLengthAtEveryAlignment)
@@ -142,23 +144,10 @@ TEST_P(PCMKernels, ConvertEveryLengthAtEveryAlignment)
     constexpr SampleLayout b16 = {2, 16, true, true, true};
     constexpr SampleLayout s24 = {3, 24, false, true, true};
     constexpr SampleLayout b24 = {3, 24, true, true, true};
-    const std::vector<uint8_t> source = randomBytes(4096);
     const std::pair<SampleLayout, SampleLayout> cases[] = {{s16, s24}, {s24, s16}, {s24, b24}, {s16, b16}};
     for (const auto &[in, out] : cases)
         for (size_t samples = 0; samples < 300; ++samples)
-        {
-            const size_t offset = samples % 67;
-            std::vector<uint8_t> input(source.begin(),
-                                       source.begin() + static_cast<ptrdiff_t>(offset + samples * in.bytes));
-            std::vector<uint8_t> output(offset + samples * out.bytes, 0xEE);
-            std::vector<uint8_t> expected = output;
-            for (size_t index = 0; index < samples; ++index)
-                plainConvert(in, out, input.data() + offset + index * in.bytes,
-                             expected.data() + offset + index * out.bytes);
-            kernels.convert(kiv::audio::makeConversion(in, out), input.data() + offset,
-                            output.data() + offset, samples);
-            ASSERT_EQ(output, expected) << describe(in) << " to " << describe(out) << ", " << samples;
-        }
+            ASSERT_NO_FATAL_FAILURE(expectConvert(kernels, in, out, samples, samples % 67));
 }
 
 // What no shuffle can do is the plain loop's at every level.
@@ -309,36 +298,16 @@ TEST(AudioConverters, WriteAllOrNothing)
     EXPECT_EQ(output, (std::vector<uint8_t>{0, 1, 2, 0, 3, 4, 0, 5, 6, 0, 7, 8}));
 }
 
-TEST(AudioConverters, SplitIsACallForEveryChannel)
+// What it makes is compared by PCMConverterFuzzer.
+TEST(AudioConverters, SplitNeedsWholeFramesAndRoomForThem)
 {
-    constexpr size_t kFrames = 101;
-    for (const UInt32 channels : {1, 2, 5, 6, 8, 16})
-    {
-        const Converter converter{pcm(kSigned | kPacked, channels, 2 * channels, 16),
-                                  pcm(kSigned | kPacked | kPlanes, 1, 3, 24)};
-        ASSERT_EQ(converter.status, 0);
-        const std::vector<uint8_t> input = randomBytes(kFrames * 2 * channels);
-        const auto size = static_cast<UInt32>(input.size());
-        constexpr UInt32 kPlane = kFrames * 3;
-        std::vector<uint8_t> planes(channels * kPlane);
-        EXPECT_EQ(KIVPAudioConverterSplit(converter.ref, size, input.data(), kPlane - 1, planes.data()),
-                  kAudioConverterErr_InvalidOutputSize);
-        EXPECT_EQ(KIVPAudioConverterSplit(converter.ref, size - 1, input.data(), kPlane, planes.data()),
-                  kAudioConverterErr_InvalidInputSize);
-        ASSERT_EQ(KIVPAudioConverterSplit(converter.ref, size, input.data(), kPlane, planes.data()), 0);
-
-        // The input of a later channel starts inside the first frame; its size stays, and none of the bytes
-        // behind its block are read.
-        std::vector<uint8_t> expected(channels * kPlane);
-        for (UInt32 channel = 0; channel < channels; ++channel)
-        {
-            UInt32 written = kPlane;
-            ASSERT_EQ(AudioConverterConvertBuffer(converter.ref, size, input.data() + size_t{2} * channel,
-                                                  &written, expected.data() + channel * kPlane),
-                      0);
-            EXPECT_EQ(written, kPlane);
-        }
-        EXPECT_EQ(planes, expected) << channels;
-    }
+    const Converter converter{pcm(kSigned | kPacked, 5, 10, 16), pcm(kSigned | kPacked | kPlanes, 1, 3, 24)};
+    const std::vector<uint8_t> input(20);
+    std::vector<uint8_t> planes(30);
+    for (const auto &[size, plane, status] :
+         {std::tuple{20u, 5u, OSStatus{kAudioConverterErr_InvalidOutputSize}},
+          {19u, 6u, kAudioConverterErr_InvalidInputSize},
+          {20u, 6u, 0}})
+        EXPECT_EQ(KIVPAudioConverterSplit(converter.ref, size, input.data(), plane, planes.data()), status);
 }
 } // namespace

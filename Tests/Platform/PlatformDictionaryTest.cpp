@@ -9,8 +9,7 @@
 #include <vector>
 
 using kiv::CFRef;
-using kiv::test::fromBytes;
-using kiv::test::StringRef;
+using namespace kiv::test;
 
 namespace
 {
@@ -116,9 +115,7 @@ TEST(Dictionaries, RetainWhatTheyHoldAndFindByValue)
         // A value whose only owner is the dictionary, replaced by itself.
         CFDictionarySetValue(dictionary.get(), key.get(), fromBytes("50").get());
         CFDictionarySetValue(dictionary.get(), key.get(), CFDictionaryGetValue(dictionary.get(), key.get()));
-        EXPECT_EQ(
-            kiv::test::utf8(static_cast<CFStringRef>(CFDictionaryGetValue(dictionary.get(), key.get()))),
-            "50");
+        EXPECT_EQ(utf8(static_cast<CFStringRef>(CFDictionaryGetValue(dictionary.get(), key.get()))), "50");
     }
     EXPECT_EQ(CFGetRetainCount(key.get()), 1);
 }

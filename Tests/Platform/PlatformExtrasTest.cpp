@@ -3,6 +3,8 @@
 #include <KIVPlatform/KIVPlatform.h>
 #include <mach/mach_time.h>
 
+#include "OwnProcesses.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,11 +12,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <fcntl.h>
 #include <pthread.h>
-#include <semaphore.h>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -65,10 +64,29 @@ std::string threadName(const char *name)
 }
 
 std::atomic<int> g_signals{0};
-void countSignal(int)
+
+// Counts SIGPIPE, and ends with what was there before.
+class Writing : public testing::Test
 {
-    ++g_signals;
-}
+protected:
+    Writing()
+    {
+        struct sigaction counting = {};
+        counting.sa_handler = [](int) { ++g_signals; };
+        sigaction(SIGPIPE, &counting, &m_before);
+        g_signals = 0;
+        EXPECT_EQ(pipe(ends), 0);
+    }
+    ~Writing() override
+    {
+        close(ends[1]);
+        sigaction(SIGPIPE, &m_before, nullptr);
+    }
+    int ends[2];
+
+private:
+    struct sigaction m_before = {};
+};
 
 bool pipeSignalIsPending()
 {
@@ -139,18 +157,13 @@ TEST(Log, TheSystemSinkWritesToStandardErrorWhenAsked)
     ASSERT_EQ(pipe(ends), 0);
     for (const char *wanted : {"1", "0"})
     {
-        const pid_t child = fork();
-        ASSERT_GE(child, 0);
-        if (child == 0)
-        {
-            setenv("KIV_LOG_STDERR", wanted, 1);
-            dup2(ends[1], STDERR_FILENO);
-            os_log_with_type(KLGetHandle(), OS_LOG_TYPE_DEFAULT, "shown %s\n", wanted);
-            _exit(0);
-        }
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
+        kiv::test::inChild(
+            [&]
+            {
+                setenv("KIV_LOG_STDERR", wanted, 1);
+                dup2(ends[1], STDERR_FILENO);
+                os_log_with_type(KLGetHandle(), OS_LOG_TYPE_DEFAULT, "shown %s\n", wanted);
+            });
     }
     close(ends[1]);
     char text[64] = {};
@@ -183,18 +196,10 @@ TEST(Clock, IsTheMonotonicOneInNanoseconds)
     }
 }
 
-TEST(Writing, ToAReaderThatIsGoneRaisesNothing)
+TEST_F(Writing, ToAReaderThatIsGoneRaisesNothing)
 {
-    struct sigaction counting = {};
-    counting.sa_handler = countSignal;
-    struct sigaction before = {};
-    sigaction(SIGPIPE, &counting, &before);
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
     EXPECT_EQ(KIVPWriteWithoutSignal(ends[1], "abc", 3), 3);
     close(ends[0]);
-    g_signals = 0;
-
     errno = 0;
     EXPECT_EQ(KIVPWriteWithoutSignal(ends[1], "abc", 3), -1);
     EXPECT_EQ(errno, EPIPE);
@@ -223,20 +228,11 @@ TEST(Writing, ToAReaderThatIsGoneRaisesNothing)
 
     EXPECT_EQ(KIVPWriteWithoutSignal(-1, "abc", 3), -1);
     EXPECT_EQ(errno, EBADF);
-    close(ends[1]);
-    sigaction(SIGPIPE, &before, nullptr);
 }
 
 // The kernel raises the signal here as well, beside an answer that is no error.
-TEST(Writing, ToAReaderThatLeavesInTheMiddleRaisesNothing)
+TEST_F(Writing, ToAReaderThatLeavesInTheMiddleRaisesNothing)
 {
-    struct sigaction counting = {};
-    counting.sa_handler = countSignal;
-    struct sigaction before = {};
-    sigaction(SIGPIPE, &counting, &before);
-    g_signals = 0;
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
     const std::vector<char> bytes(1u << 20, 'x'); // far beyond what a pipe holds
     std::thread reader{[&]
                        {
@@ -250,8 +246,6 @@ TEST(Writing, ToAReaderThatLeavesInTheMiddleRaisesNothing)
     EXPECT_LT(written, static_cast<ssize_t>(bytes.size()));
     EXPECT_EQ(g_signals, 0);
     EXPECT_FALSE(pipeSignalIsPending());
-    close(ends[1]);
-    sigaction(SIGPIPE, &before, nullptr);
 }
 
 TEST(SemaphoreNames, LongOnesAndThoseWithSlashesAreEncoded)
@@ -268,22 +262,6 @@ TEST(SemaphoreNames, LongOnesAndThoseWithSlashesAreEncoded)
     EXPECT_EQ(encodedName("a/b"), "/a!b~e620c3190468cf61");
     EXPECT_NE(encodedName("a/b"), encodedName("a!b"));
     EXPECT_EQ(encodedName(""), "/");
-}
-
-TEST(SemaphoreNames, TheSystemTakesEveryEncodedName)
-{
-    const std::string unique = "kiv-test-" + std::to_string(getpid()) + "-";
-    for (const size_t length : {size_t{20}, size_t{251}, size_t{252}, size_t{255}})
-    {
-        const std::string name = encodedName(unique + std::string(length - unique.size(), 'x'));
-        sem_t *semaphore = sem_open(name.c_str(), O_CREAT | O_EXCL, 0600, 1);
-        ASSERT_NE(semaphore, SEM_FAILED) << length << ": " << errno;
-        EXPECT_EQ(sem_unlink(name.c_str()), 0);
-        sem_close(semaphore);
-    }
-    // Why they are encoded: the system itself refuses one byte more.
-    const std::string tooLong = "/" + unique + std::string(252 - unique.size(), 'x');
-    EXPECT_EQ(sem_open(tooLong.c_str(), O_CREAT | O_EXCL, 0600, 1), SEM_FAILED);
 }
 
 TEST(ThreadNames, AreCutAtACharacter)

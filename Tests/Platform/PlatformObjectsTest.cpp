@@ -1,6 +1,7 @@
 // Objects: ownership, equality, arrays, numbers, locations, bundles, identifiers.
 #include "CFText.h"
 #include "CoreFoundation/Bundle.h"
+#include "TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,12 +13,11 @@
 #include <limits>
 #include <set>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 using kiv::CFRef;
-using kiv::test::fromBytes;
-using kiv::test::StringRef;
-using kiv::test::utf8;
+using namespace kiv::test;
 
 namespace
 {
@@ -81,12 +81,7 @@ TEST(Objects, EqualOnesHashAlike)
     { return CFRef<CFTypeRef>{CFCharacterSetCreateWithCharactersInString(nullptr, fromBytes(text).get())}; };
     const auto locale = [](const char *name)
     { return CFRef<CFTypeRef>{CFLocaleCreate(nullptr, fromBytes(name).get())}; };
-    struct Row
-    {
-        CFRef<CFTypeRef> one;
-        CFRef<CFTypeRef> same;
-        CFRef<CFTypeRef> other;
-    };
+    using Row = std::tuple<CFRef<CFTypeRef>, CFRef<CFTypeRef>, CFRef<CFTypeRef>>;
     const Row rows[] = {
         {url("/a/b"), url("/a/b/"), url("/a/c")},
         {set("ab\xe2\x82\xac"),
@@ -95,11 +90,11 @@ TEST(Objects, EqualOnesHashAlike)
          set("ab")},
         {locale("de_DE"), locale("de_DE"), locale("de_AT")},
     };
-    for (const Row &row : rows)
+    for (const auto &[one, same, other] : rows)
     {
-        EXPECT_TRUE(CFEqual(row.one.get(), row.same.get()));
-        EXPECT_EQ(CFHash(row.one.get()), CFHash(row.same.get()));
-        EXPECT_FALSE(CFEqual(row.one.get(), row.other.get()));
+        EXPECT_TRUE(CFEqual(one.get(), same.get()));
+        EXPECT_EQ(CFHash(one.get()), CFHash(same.get()));
+        EXPECT_FALSE(CFEqual(one.get(), other.get()));
     }
     const CFRef<CFUUIDRef> uuid{CFUUIDCreate(nullptr)};
     const CFRef<CFUUIDRef> another{CFUUIDCreate(nullptr)};
@@ -243,9 +238,8 @@ TEST(Locations, LastPathComponents)
 
 TEST(Bundles, ResourcesStandBesideTheExecutableOrInShare)
 {
-    char pattern[] = "/tmp/kiv-bundle-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    const std::filesystem::path root{pattern};
+    const TemporaryFolder folder;
+    const std::filesystem::path root{folder.path("")};
     for (const char *file :
          {"bin/Resources/both.png", "share/host/both.png", "share/host/sub/only.png", "bin/Resources/plain"})
     {
@@ -260,7 +254,6 @@ TEST(Bundles, ResourcesStandBesideTheExecutableOrInShare)
     EXPECT_EQ(resource(bundle.get(), "only", "png", "sub"), bin + "/../share/host/sub/only.png");
     EXPECT_EQ(resource(bundle.get(), "only", "png", nullptr), "(none)");
     EXPECT_EQ(resource(bundle.get(), "", nullptr, nullptr), "(none)");
-    std::filesystem::remove_all(root);
     EXPECT_EQ(kiv::cf::createBundle("host"), nullptr);
 
     EXPECT_NE(CFBundleGetMainBundle(), nullptr);

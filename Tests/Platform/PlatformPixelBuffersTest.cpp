@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 namespace
@@ -17,14 +18,8 @@ constexpr size_t kHuge = std::numeric_limits<size_t>::max();
 
 TEST(PixelBuffers, RowsStandAtMultiplesOf64Bytes)
 {
-    struct Case
-    {
-        OSType format;
-        size_t width;
-        size_t bytesPerRow;
-        size_t used;
-    };
-    for (const Case &c :
+    using Case = std::tuple<OSType, size_t, size_t, size_t>;
+    for (const auto &[format, width, bytesPerRow, used] :
          {Case{kCVPixelFormatType_32ARGB, 1, 64, 4}, Case{kCVPixelFormatType_32ARGB, 16, 64, 64},
           Case{kCVPixelFormatType_32ARGB, 1920, 7680, 7680}, Case{kCVPixelFormatType_32BGRA, 17, 128, 68},
           Case{kCVPixelFormatType_24RGB, 22, 128, 66}, Case{kCVPixelFormatType_422YpCbCr8, 31, 64, 64},
@@ -35,20 +30,20 @@ TEST(PixelBuffers, RowsStandAtMultiplesOf64Bytes)
           Case{kCVPixelFormatType_422YpCbCr10, 1280, 3456, 3424}})
     {
         CVPixelBufferRef buffer = nullptr;
-        ASSERT_EQ(CVPixelBufferCreate(nullptr, c.width, 3, c.format, nullptr, &buffer), kCVReturnSuccess);
-        EXPECT_EQ(CVPixelBufferGetBytesPerRow(buffer), c.bytesPerRow) << c.format << ", " << c.width;
-        EXPECT_EQ(CVPixelBufferGetWidth(buffer), c.width);
+        ASSERT_EQ(CVPixelBufferCreate(nullptr, width, 3, format, nullptr, &buffer), kCVReturnSuccess);
+        EXPECT_EQ(CVPixelBufferGetBytesPerRow(buffer), bytesPerRow) << format << ", " << width;
+        EXPECT_EQ(CVPixelBufferGetWidth(buffer), width);
         EXPECT_EQ(CVPixelBufferGetHeight(buffer), 3u);
-        EXPECT_EQ(CVPixelBufferGetPixelFormatType(buffer), c.format);
+        EXPECT_EQ(CVPixelBufferGetPixelFormatType(buffer), format);
         EXPECT_EQ(CFGetTypeID(buffer), CVPixelBufferGetTypeID());
         ASSERT_EQ(CVPixelBufferLockBaseAddress(buffer, 0), kCVReturnSuccess);
         auto *base = static_cast<uint8_t *>(CVPixelBufferGetBaseAddress(buffer));
         EXPECT_EQ(reinterpret_cast<uintptr_t>(base) % 64, 0u);
         for (size_t row = 0; row < 3; ++row)
         {
-            for (size_t at = c.used; at < c.bytesPerRow; ++at)
-                EXPECT_EQ(base[row * c.bytesPerRow + at], 0);
-            std::memset(base + row * c.bytesPerRow, 0xFF, c.bytesPerRow); // all of it is the buffer's
+            for (size_t at = used; at < bytesPerRow; ++at)
+                EXPECT_EQ(base[row * bytesPerRow + at], 0);
+            std::memset(base + row * bytesPerRow, 0xFF, bytesPerRow); // all of it is the buffer's
         }
         CVPixelBufferRelease(buffer);
     }
@@ -56,25 +51,21 @@ TEST(PixelBuffers, RowsStandAtMultiplesOf64Bytes)
 
 TEST(PixelBuffers, WhatCannotBeMadeIsRefused)
 {
-    struct Case
-    {
-        size_t width, height;
-        OSType format;
-        CVReturn result;
-    };
-    for (const Case &c : {Case{0, 1, kCVPixelFormatType_32ARGB, kCVReturnInvalidSize},
-                          Case{1, 0, kCVPixelFormatType_32ARGB, kCVReturnInvalidSize},
-                          Case{kHuge, 1, kCVPixelFormatType_32ARGB, kCVReturnInvalidSize},
-                          Case{kHuge, 1, kCVPixelFormatType_422YpCbCr10, kCVReturnInvalidSize},
-                          Case{kHuge / 4, 1, kCVPixelFormatType_32ARGB, kCVReturnInvalidSize},
-                          Case{1, kHuge / 64 + 1, kCVPixelFormatType_32ARGB, kCVReturnInvalidSize},
-                          Case{1, kHuge / 128, kCVPixelFormatType_32ARGB, kCVReturnAllocationFailed},
-                          Case{4, 4, 'y' << 24 | '4' << 16 | '2' << 8 | '0', kCVReturnInvalidPixelFormat}})
+    using Case = std::tuple<size_t, size_t, OSType, CVReturn>;
+    for (const auto &[width, height, format, result] :
+         {Case{0, 1, kCVPixelFormatType_32ARGB, kCVReturnInvalidSize},
+          Case{1, 0, kCVPixelFormatType_32ARGB, kCVReturnInvalidSize},
+          Case{kHuge, 1, kCVPixelFormatType_32ARGB, kCVReturnInvalidSize},
+          Case{kHuge, 1, kCVPixelFormatType_422YpCbCr10, kCVReturnInvalidSize},
+          Case{kHuge / 4, 1, kCVPixelFormatType_32ARGB, kCVReturnInvalidSize},
+          Case{1, kHuge / 64 + 1, kCVPixelFormatType_32ARGB, kCVReturnInvalidSize},
+          Case{1, kHuge / 128, kCVPixelFormatType_32ARGB, kCVReturnAllocationFailed},
+          Case{4, 4, 'y' << 24 | '4' << 16 | '2' << 8 | '0', kCVReturnInvalidPixelFormat}})
     {
         int standIn = 0;
         auto *buffer = reinterpret_cast<CVPixelBufferRef>(&standIn);
-        EXPECT_EQ(CVPixelBufferCreate(nullptr, c.width, c.height, c.format, nullptr, &buffer), c.result)
-            << c.width << " x " << c.height;
+        EXPECT_EQ(CVPixelBufferCreate(nullptr, width, height, format, nullptr, &buffer), result)
+            << width << " x " << height;
         EXPECT_EQ(buffer, nullptr);
     }
     EXPECT_EQ(CVPixelBufferCreate(nullptr, 1, 1, kCVPixelFormatType_32ARGB, nullptr, nullptr),

@@ -14,13 +14,14 @@
 #include <pthread.h>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace
 {
 using kiv::CFRef;
 using kiv::cf::TimerSchedule;
-using kiv::test::RunLoopThread;
+using namespace kiv::test;
 using TimerRef = CFRef<CFRunLoopTimerRef>;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
@@ -117,11 +118,7 @@ TEST(TimerSchedule, TheNextDateIsTheFirstOnTheGridToCome)
 
 TEST(TimerSchedule, DatesAndIntervalsThatAreNone)
 {
-    struct Row
-    {
-        CFAbsoluteTime fireDate;
-        int64_t next;
-    };
+    using Row = std::tuple<CFAbsoluteTime, int64_t>;
     for (const auto &[fireDate, next] :
          {Row{0.25, k2001 + kSecond / 4}, Row{kNaN, 77}, Row{kInfinity, TimerSchedule::kNever},
           Row{1e300, TimerSchedule::kNever}, Row{-kInfinity, std::numeric_limits<int64_t>::min()}})
@@ -211,7 +208,7 @@ TEST(RunLoopTimers, TheInfoIsReleasedOnceAfterTheLastCallout)
 TEST(RunLoopTimers, BelongToOneLoopInSeveralModes)
 {
     RunLoopThread other;
-    const kiv::test::StringRef ingest = kiv::test::fromBytes("ingest");
+    const StringRef ingest = fromBytes("ingest");
     Timer timer{1, kInfinity};
     timer.add(ingest.get());
     timer.add(ingest.get());
@@ -262,17 +259,11 @@ TEST(RunLoops, ResultsTellWhyARunHasEnded)
 
 TEST(RunLoops, NestedRunsHaveTheirOwnModeAndEnd)
 {
-    const kiv::test::StringRef inner = kiv::test::fromBytes("inner");
+    const StringRef inner = fromBytes("inner");
     std::string order;
     Timer both;
     Timer innerOnly{1e-6};
     Timer common{1e-6};
-    both.onFire = [&]
-    {
-        order += '(';
-        EXPECT_EQ(CFRunLoopRunInMode(inner.get(), kEndless, false), kCFRunLoopRunStopped);
-        order += ')';
-    };
     innerOnly.onFire = [&]
     {
         order += 'i';
@@ -287,12 +278,12 @@ TEST(RunLoops, NestedRunsHaveTheirOwnModeAndEnd)
     both.add(inner.get());
     both.add();
     innerOnly.add(inner.get());
-    CFRunLoopRef loop = CFRunLoopGetCurrent();
-    const auto addCommon = [&] { common.add(kCFRunLoopCommonModes, loop); };
-    both.onFire = [&, nested = both.onFire]
+    both.onFire = [&]
     {
-        addCommon();
-        nested();
+        common.add(kCFRunLoopCommonModes);
+        order += '(';
+        EXPECT_EQ(CFRunLoopRunInMode(inner.get(), kEndless, false), kCFRunLoopRunStopped);
+        order += ')';
     };
     CFRunLoopRun();
     EXPECT_EQ(order, "(iii)c");
@@ -451,7 +442,7 @@ TEST(RunLoops, AddedAndInvalidatedFromManyThreads)
                         [](CFRunLoopTimerRef, void *info) { ++*static_cast<std::atomic<int> *>(info); },
                         &context)};
                     CFRunLoopAddTimer(runner.loop(), timer.get(), kCFRunLoopCommonModes);
-                    kiv::test::spin(time);
+                    spin(time);
                     CFRunLoopTimerInvalidate(timer.get());
                 }
             });

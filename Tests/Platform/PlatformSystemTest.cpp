@@ -148,12 +148,8 @@ TEST_F(System, MemoryComesFromMeminfoAndStatm)
 
 TEST_F(System, TheVersionIsTheDistributions)
 {
-    struct Row
-    {
-        const char *etc, *usr;
-        std::array<uint32_t, 3> version;
-    };
-    for (const Row &row : {
+    using Row = std::tuple<const char *, const char *, std::array<uint32_t, 3>>;
+    for (const auto &[etc, usr, expected] : {
              Row{"NAME=Some\nVERSION_ID=\"12\"\n", nullptr, {12, 0, 0}},
              {"VERSION_ID='22.04'\n", "VERSION_ID=5\n", {22, 4, 0}},
              {"VERSION_ID=3.18.4.9", nullptr, {3, 18, 4}},
@@ -170,12 +166,12 @@ TEST_F(System, TheVersionIsTheDistributions)
              {"VERSION_ID=-1\n", nullptr, {0, 0, 0}},
          })
     {
-        SCOPED_TRACE(row.etc == nullptr ? "none" : row.etc);
-        put("/etc/os-release", row.etc);
-        put("/usr/lib/os-release", row.usr);
+        SCOPED_TRACE(etc == nullptr ? "none" : etc);
+        put("/etc/os-release", etc);
+        put("/usr/lib/os-release", usr);
         std::array<uint32_t, 3> version{9, 9, 9};
         EXPECT_EQ(kivCS2SystemInfo_getSystemVersion(&version[0], &version[1], &version[2]), KIVCS2STATUS_OK);
-        EXPECT_EQ(version, row.version);
+        EXPECT_EQ(version, expected);
     }
 }
 
@@ -183,12 +179,8 @@ TEST_F(System, TheClockIsTheHighestOfFrequencyScaling)
 {
     const char *const info =
         "processor\t: 0\ncpu MHz\t\t: 2600.125\n\nprocessor\t: 1\ncpu MHz\t\t: 3100.000\n";
-    struct Row
-    {
-        const char *possible, *first, *third, *cpuinfo;
-        uint32_t hertz;
-    };
-    for (const Row &row : {
+    using Row = std::tuple<const char *, const char *, const char *, const char *, uint32_t>;
+    for (const auto &[possible, first, third, cpuinfo, expected] : {
              Row{"0-3\n", "3600000\n", "4200000\n", info, 4200000000u}, // processor 1 is offline
              {"0-3\n", "3600000\n", nullptr, nullptr, 3600000000u},
              {"0-3\n", "5200000\n", nullptr, info, UINT32_MAX},
@@ -199,13 +191,13 @@ TEST_F(System, TheClockIsTheHighestOfFrequencyScaling)
              {"0-3\n", nullptr, nullptr, nullptr, 0},
          })
     {
-        put("/sys/devices/system/cpu/possible", row.possible);
-        put("/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq", row.first);
-        put("/sys/devices/system/cpu/cpu2/cpufreq/cpuinfo_max_freq", row.third);
-        put("/proc/cpuinfo", row.cpuinfo);
+        put("/sys/devices/system/cpu/possible", possible);
+        put("/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq", first);
+        put("/sys/devices/system/cpu/cpu2/cpufreq/cpuinfo_max_freq", third);
+        put("/proc/cpuinfo", cpuinfo);
         uint32_t hertz = 77;
         EXPECT_EQ(kivCS2SystemInfo_getClockSpeed(&hertz), KIVCS2STATUS_OK);
-        EXPECT_EQ(hertz, row.hertz);
+        EXPECT_EQ(hertz, expected);
     }
     // The call behind it, with what else it answers.
     put("/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq", "1000000\n");
@@ -252,15 +244,9 @@ TEST_F(System, ProcessorsAreThoseOnline)
 
 TEST_F(System, TheNameIsTheOneForPeopleOrTheHosts)
 {
-    struct Row
-    {
-        const char *info, *host;
-        uint32_t size;
-        KIVCS2Status status;
-        const char *name;
-    };
+    using Row = std::tuple<const char *, const char *, uint32_t, KIVCS2Status, const char *>;
     const std::string tooLong = "PRETTY_HOSTNAME=\"" + std::string(1025, 'n') + "\"\n";
-    for (const Row &row : {
+    for (const auto &[info, host, size, status, name] : {
              Row{"PRETTY_HOSTNAME=\"Studio 3, \\\"A\\\"\"\nX=1\n", "studio3\n", 64, KIVCS2STATUS_OK,
                  "Studio 3, \"A\""},
              {"PRETTY_HOSTNAME='it is \\ here'\n", "h\n", 64, KIVCS2STATUS_OK, "it is \\ here"},
@@ -278,15 +264,15 @@ TEST_F(System, TheNameIsTheOneForPeopleOrTheHosts)
              {nullptr, "\xff\n", 64, KIVCS2STATUS_DATA_ERR, ""},
          })
     {
-        put("/etc/machine-info", row.info);
-        put("/proc/sys/kernel/hostname", row.host);
+        put("/etc/machine-info", info);
+        put("/proc/sys/kernel/hostname", host);
         std::array<char, 65> buffer;
         buffer.fill('#');
-        EXPECT_EQ(kivCS2SystemInfo_getMachineNameString(buffer.data(), row.size), row.status) << row.name;
-        EXPECT_STREQ(buffer.data(), row.name);
-        for (size_t index = std::strlen(row.name); index < row.size; ++index)
+        EXPECT_EQ(kivCS2SystemInfo_getMachineNameString(buffer.data(), size), status) << name;
+        EXPECT_STREQ(buffer.data(), name);
+        for (size_t index = std::strlen(name); index < size; ++index)
             EXPECT_EQ(buffer[index], '\0'); // the whole buffer
-        EXPECT_EQ(buffer[row.size], '#');   // and nothing behind it
+        EXPECT_EQ(buffer[size], '#');       // and nothing behind it
     }
     // Without the kernel's file the C library knows.
     put("/proc/sys/kernel/hostname", nullptr);
