@@ -236,14 +236,17 @@ TEST(SocketCreation, DescriptorsAreAboveTheStandardOnesAndClosedOnExec)
     inChild(
         []
         {
-            close(STDIN_FILENO); // which must not be taken
-            const Connection connection;
-            for (const OwnSocket *socket : {&connection.server, &connection.client, &connection.accepted})
+            for (const bool hasInput : {true, false})
             {
-                EXPECT_GT((*socket)->m_socket, STDERR_FILENO);
-                EXPECT_NE(fcntl((*socket)->m_socket, F_GETFD) & FD_CLOEXEC, 0);
+                const Connection connection;
+                for (const OwnSocket *socket : {&connection.server, &connection.client, &connection.accepted})
+                {
+                    EXPECT_GT((*socket)->m_socket, STDERR_FILENO);
+                    EXPECT_NE(fcntl((*socket)->m_socket, F_GETFD) & FD_CLOEXEC, 0);
+                }
+                EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD) >= 0, hasInput);
+                close(STDIN_FILENO); // which the next ones must not take
             }
-            EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
         });
 }
 
