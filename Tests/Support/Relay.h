@@ -31,6 +31,8 @@ public:
 
     DatagramRelay(const sockaddr_in &at, const sockaddr_in &to) : m_to{to}
     {
+        const int room = 1 << 22; // for a thread that does not run for a while; more than a user may ask for
+        (void)setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
         const timeval turn{0, 20000}; // until the thread looks whether it is over
         EXPECT_EQ(setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &turn, sizeof turn), 0);
         EXPECT_EQ(bind(m_socket, reinterpret_cast<const sockaddr *>(&at), sizeof at), 0);
