@@ -5,18 +5,15 @@
 
 #include <KIVLogger/KIVLogger.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <ctime>
 #include <limits>
 #include <memory>
-#include <mutex>
-#include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace
@@ -38,6 +35,22 @@ std::string textOf(KIVCS2Timecode tc)
            std::to_string(tc >> 40 & 0xFF) + "." + std::to_string(tc >> 48);
 }
 
+// What a successful operation stores in its last argument.
+template <class T>
+T out(auto operation, auto... arguments)
+{
+    T value{};
+    EXPECT_EQ(operation(arguments..., &value), KIVCS2STATUS_OK);
+    return value;
+}
+
+// A record after a successful operation.
+std::string after(auto operation, KIVCS2Timecode tc, auto... arguments)
+{
+    EXPECT_EQ(operation(&tc, arguments...), KIVCS2STATUS_OK);
+    return textOf(tc);
+}
+
 void setRate(KIVCS2FrameRate rate)
 {
     ASSERT_EQ(kivCS2Timecode_setFrameRate(rate), KIVCS2STATUS_OK);
@@ -56,20 +69,20 @@ public:
     Log()
     {
         KLSetSink([](void *context, os_log_type_t, const char *message)
-                  { static_cast<Log *>(context)->m_lines.emplace_back(message); },
-                  this);
+                  { *static_cast<std::string *>(context) += message; },
+                  &m_text);
     }
     ~Log()
     {
         KLSetSink(nullptr, nullptr);
     }
-    std::vector<std::string> take()
+    std::string take()
     {
-        return std::exchange(m_lines, {});
+        return std::exchange(m_text, {});
     }
 
 private:
-    std::vector<std::string> m_lines;
+    std::string m_text;
 };
 
 struct RateRow
@@ -141,24 +154,17 @@ TEST(Timecode, EachRateHasItsFigures)
     {
         SCOPED_TRACE(row.real);
         setRate(row.rate);
-        uint32_t fps = 0, perDay = 0, time = 0, scale = 0;
-        double real = 0;
-        bool dropFrame = false;
-        EXPECT_EQ(kivCS2Timecode_getFramesPerSecond(&fps), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Timecode_getRealFramesPerSecond(&real), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Timecode_getFramesPerDay(&perDay), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Timecode_getDropFrame(&dropFrame), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Timecode_getTimeAndScale(&time, &scale), KIVCS2STATUS_OK);
-        EXPECT_EQ(fps, row.nominal);
-        EXPECT_EQ(real, row.real);
-        EXPECT_EQ(perDay, 24 * row.framesPerHour);
-        EXPECT_EQ(dropFrame, row.dropped > 0);
-        EXPECT_EQ(time, row.time);
-        EXPECT_EQ(scale, row.scale);
-        // An unknown rate changes nothing.
-        EXPECT_EQ(kivCS2Timecode_setFrameRate(8), KIVCS2STATUS_FRAME_RATE_ERR);
-        EXPECT_EQ(kivCS2Timecode_getFramesPerSecond(&fps), KIVCS2STATUS_OK);
-        EXPECT_EQ(fps, row.nominal);
+        uint32_t time = 0;
+        for (int round = 0; round < 2; ++round)
+        {
+            EXPECT_EQ(out<uint32_t>(kivCS2Timecode_getFramesPerSecond), row.nominal);
+            EXPECT_EQ(out<double>(kivCS2Timecode_getRealFramesPerSecond), row.real);
+            EXPECT_EQ(out<uint32_t>(kivCS2Timecode_getFramesPerDay), 24 * row.framesPerHour);
+            EXPECT_EQ(out<bool>(kivCS2Timecode_getDropFrame), row.dropped > 0);
+            EXPECT_EQ(out<uint32_t>(kivCS2Timecode_getTimeAndScale, &time), row.scale);
+            EXPECT_EQ(time, row.time);
+            EXPECT_EQ(kivCS2Timecode_setFrameRate(8), KIVCS2STATUS_FRAME_RATE_ERR); // changes nothing
+        }
     }
 }
 
@@ -236,23 +242,16 @@ TEST(Timecode, EveryFrameOfADayGoesThroughAllForms)
 
 // ---- Fields
 
-TEST(Timecode, FieldsNameAFrameOrKeepTheHoursAndAreLogged)
+TEST(Timecode, FieldsThatNameNoFrameKeepTheHoursAndAreLogged)
 {
     struct Row
     {
         KIVCS2FrameRate rate;
         uint8_t h, m, s, f;
         uint32_t frames;
-        const char *message; // of fields that name no frame
+        const char *message;
     };
     const Row rows[] = {
-        {KIVCS2FrameRate_29_97, 0, 0, 59, 29, 1799, nullptr},
-        {KIVCS2FrameRate_29_97, 0, 1, 0, 2, 1800, nullptr},
-        {KIVCS2FrameRate_29_97, 0, 10, 0, 0, 17982, nullptr},
-        {KIVCS2FrameRate_29_97, 1, 0, 0, 0, 107892, nullptr},
-        {KIVCS2FrameRate_59_94, 0, 1, 0, 4, 3600, nullptr},
-        {KIVCS2FrameRate_25, 23, 59, 59, 24, 2159999, nullptr},
-        {KIVCS2FrameRate_25, 25, 0, 0, 0, 2250000, nullptr}, // no limit at 24
         {KIVCS2FrameRate_29_97, 0, 1, 0, 0, 0, "Illegal timecode 00:01:00:00"},
         {KIVCS2FrameRate_29_97, 2, 1, 0, 1, 215784, "Illegal timecode 02:01:00:01"},
         {KIVCS2FrameRate_59_94, 0, 1, 0, 3, 0, "Illegal timecode 00:01:00:03"},
@@ -260,6 +259,7 @@ TEST(Timecode, FieldsNameAFrameOrKeepTheHoursAndAreLogged)
         {KIVCS2FrameRate_25, 1, 0, 60, 0, 90000, "Illegal timecode 01:00:60:00"},
         {KIVCS2FrameRate_25, 255, 0, 0, 25, 22950000, "Illegal timecode 255:00:00:25"},
         {KIVCS2FrameRate_60, 0, 255, 255, 255, 0, "Illegal timecode 00:255:255:255"},
+        {KIVCS2FrameRate_25, 25, 0, 0, 0, 2250000, ""}, // kept: no limit at 24
     };
     Log log;
     for (const Row &row : rows)
@@ -267,15 +267,27 @@ TEST(Timecode, FieldsNameAFrameOrKeepTheHoursAndAreLogged)
         setRate(row.rate);
         KIVCS2Timecode tc = record(1234, 14, 2, 2024);
         EXPECT_EQ(kivCS2Timecode_initWithTimecodeFields(&tc, row.h, row.m, row.s, row.f),
-                  row.message == nullptr ? KIVCS2STATUS_OK : KIVCS2STATUS_INVALID_TIMECODE_ERR);
+                  *row.message == '\0' ? KIVCS2STATUS_OK : KIVCS2STATUS_INVALID_TIMECODE_ERR);
         EXPECT_EQ(textOf(tc), textOf(record(row.frames, 14, 2, 2024)));
-        const std::vector<std::string> lines = log.take();
-        EXPECT_EQ(lines, row.message == nullptr ? std::vector<std::string>{}
-                                                : std::vector<std::string>{row.message});
-        uint32_t hours = 0;
-        EXPECT_EQ(kivCS2Timecode_getHours(&tc, &hours), KIVCS2STATUS_OK);
-        EXPECT_EQ(hours, row.h);
+        EXPECT_EQ(log.take(), row.message);
+        EXPECT_EQ(out<uint32_t>(kivCS2Timecode_getHours, &tc), row.h);
     }
+    // Kept: as BCD they are a success.
+    const std::tuple<KIVCS2FrameRate, uint32_t, uint32_t, const char *> words[] = {
+        {KIVCS2FrameRate_29_97, 0x00010000, 0, "Illegal timecode 00:01:00:00"},
+        {KIVCS2FrameRate_25, 0x02000025, 180000, "Illegal timecode 02:00:00:25"},
+        {KIVCS2FrameRate_25, 0x01000040, 90000, "Illegal timecode 01:00:00:40"}, // a drop-frame flag
+        {KIVCS2FrameRate_25, 0xFFFFFFFF, 165 * 90000, "Illegal timecode 165:165:165:165"},
+    };
+    for (const auto &[rate, bcd, frames, message] : words)
+    {
+        setRate(rate);
+        EXPECT_EQ(after(kivCS2Timecode_initWithBCD, record(7, 7, 7, 7), bcd), textOf(record(frames)));
+        EXPECT_EQ(log.take(), message);
+    }
+    const KIVCS2Timecode tc = 165 * 90000;
+    EXPECT_EQ(out<uint32_t>(kivCS2Timecode_getBCDFromTimecode, &tc),
+              0x05000000u); // the tens of 165 are 0x10, of which the byte keeps nothing
 }
 
 TEST(Timecode, SettingOneFieldKeepsTheOthers)
@@ -336,42 +348,31 @@ TEST(Timecode, BuildingAndCopying)
 TEST(Timecode, SecondsAreCutToWholeFrames)
 {
     const double inf = std::numeric_limits<double>::infinity();
-    struct Row
-    {
-        KIVCS2FrameRate rate;
-        double seconds;
-        uint32_t frames;
+    const std::tuple<KIVCS2FrameRate, double, uint32_t> rows[] = {
+        {KIVCS2FrameRate_29_97, 1.0, 29},
+        {KIVCS2FrameRate_25, -1.0, static_cast<uint32_t>(-25)}, // the low 32 bits
+        {KIVCS2FrameRate_25, 171798692.0, 4},                   // 4294967300 frames, cut
+        {KIVCS2FrameRate_25, inf, 0},
+        {KIVCS2FrameRate_25, -inf, 0},
+        {KIVCS2FrameRate_25, std::nan(""), 0},
+        {KIVCS2FrameRate_25, 1e18, 0},
+        {KIVCS2FrameRate_60, -1e300, 0},
     };
-    for (const Row &row : {Row{KIVCS2FrameRate_29_97, 1.0, 29},
-                           {KIVCS2FrameRate_25, -1.0, static_cast<uint32_t>(-25)}, // the low 32 bits
-                           {KIVCS2FrameRate_25, 171798692.0, 4},                   // 4294967300 frames, cut
-                           {KIVCS2FrameRate_25, inf, 0},
-                           {KIVCS2FrameRate_25, -inf, 0},
-                           {KIVCS2FrameRate_25, std::nan(""), 0},
-                           {KIVCS2FrameRate_25, 1e18, 0},
-                           {KIVCS2FrameRate_60, -1e300, 0}})
+    for (const auto &[rate, seconds, frames] : rows)
     {
-        setRate(row.rate);
-        KIVCS2Timecode tc = record(7, 1, 1, 1);
-        EXPECT_EQ(kivCS2Timecode_setSecondsSinceMidnight(&tc, row.seconds), KIVCS2STATUS_OK);
-        EXPECT_EQ(textOf(tc), textOf(record(row.frames, 1, 1, 1))) << row.seconds;
+        setRate(rate);
+        EXPECT_EQ(after(kivCS2Timecode_setSecondsSinceMidnight, record(7, 1, 1, 1), seconds),
+                  textOf(record(frames, 1, 1, 1)))
+            << seconds;
     }
     setRate(KIVCS2FrameRate_29_97);
-    KIVCS2Timecode tc = 2997;
-    double seconds = 0;
-    EXPECT_EQ(kivCS2Timecode_getSecondsSinceMidnight(&tc, &seconds), KIVCS2STATUS_OK);
-    EXPECT_EQ(seconds, 100.0);
+    const KIVCS2Timecode tc = 2997;
+    EXPECT_EQ(out<double>(kivCS2Timecode_getSecondsSinceMidnight, &tc), 100.0);
     // Kept: millisecondsPerFrame holds frames per millisecond, and multiplying by it gives frames.
-    for (const auto &[milliseconds, expected] :
-         {std::pair{uint64_t{1000}, 29u},
-          {0, 0u},
-          {UINT64_MAX,
-           static_cast<uint32_t>(static_cast<uint64_t>(1.8446744073709552e19 * (29.97 / 1000.0)))}})
-    {
-        uint32_t frames = 7;
-        EXPECT_EQ(kivCS2Timecode_convertMillisecondsToDuration(milliseconds, &frames), KIVCS2STATUS_OK);
-        EXPECT_EQ(frames, expected) << milliseconds;
-    }
+    const auto all = static_cast<uint32_t>(static_cast<uint64_t>(1.8446744073709552e19 * (29.97 / 1000.0)));
+    EXPECT_EQ(out<uint32_t>(kivCS2Timecode_convertMillisecondsToDuration, uint64_t{1000}), 29u);
+    EXPECT_EQ(out<uint32_t>(kivCS2Timecode_convertMillisecondsToDuration, uint64_t{0}), 0u);
+    EXPECT_EQ(out<uint32_t>(kivCS2Timecode_convertMillisecondsToDuration, UINT64_MAX), all);
 }
 
 // ---- Arithmetic
@@ -380,13 +381,12 @@ TEST(Timecode, CarriesAndBorrowsOverMidnightMonthsAndYears)
 {
     setRate(KIVCS2FrameRate_25);
     constexpr uint32_t kLast = 2159999;
-    using Operation = KIVCS2Status (*)(KIVCS2Timecode *, uint32_t);
     struct Row
     {
         KIVCS2Timecode before;
-        Operation operation;
+        KIVCS2Status (*operation)(KIVCS2Timecode *, uint32_t);
         uint32_t count;
-        KIVCS2Timecode after;
+        KIVCS2Timecode result;
     };
     const Row rows[] = {
         {record(kLast, 30, 11, 2023), kivCS2Timecode_addFrames, 1, record(0, 0, 0, 2024)},
@@ -425,22 +425,18 @@ TEST(Timecode, CarriesAndBorrowsOverMidnightMonthsAndYears)
     };
     for (const Row &row : rows)
     {
-        KIVCS2Timecode tc = row.before;
-        EXPECT_EQ(row.operation(&tc, row.count), KIVCS2STATUS_OK);
-        EXPECT_EQ(textOf(tc), textOf(row.after)) << textOf(row.before) << " and " << row.count;
+        EXPECT_EQ(after(row.operation, row.before, row.count), textOf(row.result))
+            << textOf(row.before) << " and " << row.count;
     }
 }
 
 TEST(Timecode, ASecondHasTheNominalFramesAtDropFrameRates)
 {
     setRate(KIVCS2FrameRate_29_97);
-    KIVCS2Timecode tc = 0;
-    EXPECT_EQ(kivCS2Timecode_addSeconds(&tc, 60), KIVCS2STATUS_OK);
-    EXPECT_EQ(print(tc), "00:01:00;02");
-    EXPECT_EQ(kivCS2Timecode_addMinutes(&tc, 59), KIVCS2STATUS_OK);
-    EXPECT_EQ(print(tc), "01:00:03;18"); // 108000 frames, 108 beyond the hour
-    EXPECT_EQ(kivCS2Timecode_snapToMinute(&tc, 1), KIVCS2STATUS_OK);
-    EXPECT_EQ(tc, 108000u); // already a multiple of 1800, and no whole minute
+    EXPECT_EQ(after(kivCS2Timecode_addSeconds, 0, 60), textOf(1800));
+    EXPECT_EQ(after(kivCS2Timecode_addMinutes, 1800, 59), textOf(108000)); // 01:00:03;18
+    // Already a multiple of 1800, and no whole minute.
+    EXPECT_EQ(after(kivCS2Timecode_snapToMinute, 108000, 1), textOf(108000));
 }
 
 TEST(Timecode, InvalidRecordsAndBadMonthsAreRefusedUnchanged)
@@ -451,15 +447,16 @@ TEST(Timecode, InvalidRecordsAndBadMonthsAreRefusedUnchanged)
     int32_t order = 7;
     int64_t frames = 7;
     KIVCS2Timecode tc = invalid;
+    std::vector<KIVCS2Status> statuses;
     for (const auto operation : {kivCS2Timecode_addFrames, kivCS2Timecode_subtractFrames,
                                  kivCS2Timecode_snapToMinute, kivCS2Timecode_snapToHour})
-        EXPECT_EQ(operation(&tc, 1), KIVCS2STATUS_INVALID_TIMECODE_ERR);
-    EXPECT_EQ(kivCS2Timecode_tick(&tc), KIVCS2STATUS_INVALID_TIMECODE_ERR);
-    EXPECT_EQ(kivCS2Timecode_tickDown(&tc, &word), KIVCS2STATUS_INVALID_TIMECODE_ERR);
-    EXPECT_EQ(kivCS2Timecode_compare(&tc, &good, &order), KIVCS2STATUS_INVALID_TIMECODE_ERR);
-    EXPECT_EQ(kivCS2Timecode_compare(&good, &tc, &order), KIVCS2STATUS_INVALID_TIMECODE_ERR);
-    EXPECT_EQ(kivCS2Timecode_differenceInFrames(&good, &tc, &frames), KIVCS2STATUS_INVALID_TIMECODE_ERR);
-    EXPECT_EQ(kivCS2Timecode_subtractTimecode(&tc, &good), KIVCS2STATUS_INVALID_TIMECODE_ERR);
+        statuses.push_back(operation(&tc, 1));
+    statuses.insert(statuses.end(),
+                    {kivCS2Timecode_tick(&tc), kivCS2Timecode_tickDown(&tc, &word),
+                     kivCS2Timecode_compare(&tc, &good, &order), kivCS2Timecode_compare(&good, &tc, &order),
+                     kivCS2Timecode_differenceInFrames(&good, &tc, &frames),
+                     kivCS2Timecode_subtractTimecode(&tc, &good)});
+    EXPECT_THAT(statuses, testing::Each(KIVCS2STATUS_INVALID_TIMECODE_ERR));
     for (const auto operation :
          {kivCS2Timecode_addSeconds, kivCS2Timecode_addMinutes, kivCS2Timecode_addHours,
           kivCS2Timecode_subtractSeconds, kivCS2Timecode_subtractMinutes, kivCS2Timecode_subtractHours})
@@ -467,19 +464,18 @@ TEST(Timecode, InvalidRecordsAndBadMonthsAreRefusedUnchanged)
     EXPECT_EQ(tc, invalid);
 
     tc = badMonth;
-    EXPECT_EQ(kivCS2Timecode_addDays(&tc, 1), KIVCS2STATUS_PARAM_ERR);
-    EXPECT_EQ(kivCS2Timecode_subtractDays(&tc, 1), KIVCS2STATUS_PARAM_ERR);
-    EXPECT_EQ(kivCS2Timecode_addFrames(&tc, 2160000), KIVCS2STATUS_PARAM_ERR);
-    EXPECT_EQ(kivCS2Timecode_subtractFrames(&tc, 1), KIVCS2STATUS_PARAM_ERR);
-    EXPECT_EQ(kivCS2Timecode_getDaysInMonth(&tc, &word), KIVCS2STATUS_PARAM_ERR);
-    EXPECT_EQ(kivCS2Timecode_getDaysThisYear(&tc, &word), KIVCS2STATUS_PARAM_ERR);
-    EXPECT_EQ(kivCS2Timecode_differenceInFrames(&tc, &good, &frames), KIVCS2STATUS_PARAM_ERR);
+    statuses = {kivCS2Timecode_addDays(&tc, 1),
+                kivCS2Timecode_subtractDays(&tc, 1),
+                kivCS2Timecode_addFrames(&tc, 2160000),
+                kivCS2Timecode_subtractFrames(&tc, 1),
+                kivCS2Timecode_getDaysInMonth(&tc, &word),
+                kivCS2Timecode_getDaysThisYear(&tc, &word),
+                kivCS2Timecode_differenceInFrames(&tc, &good, &frames)};
+    EXPECT_THAT(statuses, testing::Each(KIVCS2STATUS_PARAM_ERR));
     EXPECT_EQ(tc, badMonth);
     EXPECT_EQ(kivCS2Timecode_addFrames(&tc, 1), KIVCS2STATUS_OK); // no day is carried, no table read
     EXPECT_EQ(kivCS2Timecode_snapToHour(&tc, 0), KIVCS2STATUS_PARAM_ERR);
-    EXPECT_EQ(word, 7u);
-    EXPECT_EQ(order, 7);
-    EXPECT_EQ(frames, 7);
+    EXPECT_TRUE(word == 7 && order == 7 && frames == 7);
 }
 
 TEST(Timecode, CalendarFigures)
@@ -497,15 +493,13 @@ TEST(Timecode, CalendarFigures)
     {
         const KIVCS2Timecode tc = record(0, row.day, row.month, row.year);
         uint32_t value = 0;
-        EXPECT_EQ(kivCS2Timecode_isLeapYear(&tc, &value), KIVCS2STATUS_OK);
-        EXPECT_EQ(value, row.leap);
+        EXPECT_EQ(out<uint32_t>(kivCS2Timecode_isLeapYear, &tc), row.leap);
+        EXPECT_EQ(out<uint32_t>(kivCS2Timecode_getDaysInMonth, &tc), row.inMonth);
         // Kept: a parameter error with the right value.
         EXPECT_EQ(kivCS2Timecode_getDaysInYear(&tc, &value), KIVCS2STATUS_PARAM_ERR);
         EXPECT_EQ(value, row.inYear);
         EXPECT_EQ(kivCS2Timecode_getDaysThisYear(&tc, &value), KIVCS2STATUS_PARAM_ERR);
         EXPECT_EQ(value, row.ofYear);
-        EXPECT_EQ(kivCS2Timecode_getDaysInMonth(&tc, &value), KIVCS2STATUS_OK);
-        EXPECT_EQ(value, row.inMonth);
     }
 }
 
@@ -513,19 +507,12 @@ TEST(Timecode, ComparesFrameCountsAndMeasuresDays)
 {
     setRate(KIVCS2FrameRate_25);
     const KIVCS2Timecode ten = record(900000, 0, 0, 2024), nineLater = record(810000, 4, 6, 2025);
-    int32_t order = 7;
-    EXPECT_EQ(kivCS2Timecode_compare(&ten, &nineLater, &order), KIVCS2STATUS_OK);
-    EXPECT_EQ(order, 1); // kept: dates are ignored
-    EXPECT_EQ(kivCS2Timecode_compare(&nineLater, &ten, &order), KIVCS2STATUS_OK);
-    EXPECT_EQ(order, -1);
-    uint32_t same = 7;
     const KIVCS2Timecode tenToo = record(900000), invalid = kInvalid;
-    EXPECT_EQ(kivCS2Timecode_isSameTimecode(&ten, &tenToo, &same), KIVCS2STATUS_OK);
-    EXPECT_EQ(same, 1u);
-    EXPECT_EQ(kivCS2Timecode_isSameTimecode(&invalid, &invalid, &same), KIVCS2STATUS_OK);
-    EXPECT_EQ(same, 0u);
-    EXPECT_EQ(kivCS2Timecode_isSameDay(&ten, &tenToo, &same), KIVCS2STATUS_OK);
-    EXPECT_EQ(same, 0u);
+    EXPECT_EQ(out<int32_t>(kivCS2Timecode_compare, &ten, &nineLater), 1); // kept: dates are ignored
+    EXPECT_EQ(out<int32_t>(kivCS2Timecode_compare, &nineLater, &ten), -1);
+    EXPECT_EQ(out<uint32_t>(kivCS2Timecode_isSameTimecode, &ten, &tenToo), 1u);
+    EXPECT_EQ(out<uint32_t>(kivCS2Timecode_isSameTimecode, &invalid, &invalid), 0u);
+    EXPECT_EQ(out<uint32_t>(kivCS2Timecode_isSameDay, &ten, &tenToo), 0u);
 
     constexpr int64_t kDay = 2160000;
     struct Row
@@ -545,36 +532,29 @@ TEST(Timecode, ComparesFrameCountsAndMeasuresDays)
                            // Kept: 32 bits with a sign on one day.
                            {record(1, 1, 1, 1), record(0xFFFFFFFEu, 1, 1, 1), -3}})
     {
-        int64_t difference = 7;
-        EXPECT_EQ(kivCS2Timecode_differenceInFrames(&row.a, &row.b, &difference), KIVCS2STATUS_OK);
-        EXPECT_EQ(difference, row.difference) << textOf(row.a) << " to " << textOf(row.b);
+        EXPECT_EQ(out<int64_t>(kivCS2Timecode_differenceInFrames, &row.a, &row.b), row.difference)
+            << textOf(row.a) << " to " << textOf(row.b);
     }
     double seconds = 7;
     EXPECT_EQ(kivCS2Timecode_differenceInSeconds(&ten, &nineLater, &seconds), KIVCS2STATUS_OK);
     EXPECT_EQ(seconds, 7); // kept: nothing stored on two days
     const KIVCS2Timecode nine = record(810000, 0, 0, 2024);
-    EXPECT_EQ(kivCS2Timecode_differenceInSeconds(&ten, &nine, &seconds), KIVCS2STATUS_OK);
-    EXPECT_EQ(seconds, 3600.0); // kept: the other way round than in frames
-    int64_t frames = 0;
-    EXPECT_EQ(kivCS2Timecode_differenceInFrames(&ten, &nine, &frames), KIVCS2STATUS_OK);
-    EXPECT_EQ(frames, -90000);
+    EXPECT_EQ(out<int64_t>(kivCS2Timecode_differenceInFrames, &ten, &nine), -90000);
+    EXPECT_EQ(out<double>(kivCS2Timecode_differenceInSeconds, &ten, &nine),
+              3600.0); // kept: the other way round
 }
 
 TEST(Timecode, AddsAndSubtractsRecords)
 {
     setRate(KIVCS2FrameRate_25);
-    const KIVCS2Timecode twenty = 1800000, five = 450000, dated = record(2000000, 30, 11, 2023);
-    KIVCS2Timecode tc = 0;
-    EXPECT_EQ(kivCS2Timecode_initByAddingTimecodes(&tc, &twenty, &five), KIVCS2STATUS_OK);
-    EXPECT_EQ(textOf(tc), textOf(record(90000, 1)));
-    const KIVCS2Timecode dayAndHour = tc;
-    EXPECT_EQ(kivCS2Timecode_initByAddingTimecodes(&tc, &dayAndHour, &dated), KIVCS2STATUS_OK);
-    EXPECT_EQ(textOf(tc), textOf(record(2090000, 0, 0, 2024))); // the day field is added
-    EXPECT_EQ(kivCS2Timecode_subtractTimecode(&tc, &dayAndHour), KIVCS2STATUS_OK);
-    EXPECT_EQ(textOf(tc), textOf(record(2000000, 0, 0, 2024))); // kept: and not subtracted
-    tc = dayAndHour;
-    EXPECT_EQ(kivCS2Timecode_ensureLegalDuration(&tc), KIVCS2STATUS_OK);
-    EXPECT_EQ(textOf(tc), textOf(record(2159999)));
+    const KIVCS2Timecode twenty = 1800000, five = 450000, dated = record(2000000, 30, 11, 2023),
+                         dayAndHour = record(90000, 1);
+    EXPECT_EQ(after(kivCS2Timecode_initByAddingTimecodes, 0, &twenty, &five), textOf(dayAndHour));
+    EXPECT_EQ(after(kivCS2Timecode_initByAddingTimecodes, 0, &dayAndHour, &dated),
+              textOf(record(2090000, 0, 0, 2024))); // the day field is added
+    EXPECT_EQ(after(kivCS2Timecode_subtractTimecode, record(2090000, 0, 0, 2024), &dayAndHour),
+              textOf(record(2000000, 0, 0, 2024))); // kept: and not subtracted
+    EXPECT_EQ(after(kivCS2Timecode_ensureLegalDuration, dayAndHour), textOf(record(2159999)));
 
     struct Row
     {
@@ -591,12 +571,9 @@ TEST(Timecode, AddsAndSubtractsRecords)
              {record(2160000, 4, 3, 3), record(0), record(0, 4, 3, 3), 1, record(2159999)}, // 86400 s
              {record(2159999, 4, 3, 3), record(0), record(0, 4, 3, 3), 1, record(2159999)},
          })
-    {
-        tc = row.result;
-        EXPECT_EQ(kivCS2Timecode_initBySubtractingTimecodes(&tc, &row.a, &row.b, row.includeDays),
-                  KIVCS2STATUS_OK);
-        EXPECT_EQ(textOf(tc), textOf(row.expected));
-    }
+        EXPECT_EQ(
+            after(kivCS2Timecode_initBySubtractingTimecodes, row.result, &row.a, &row.b, row.includeDays),
+            textOf(row.expected));
 }
 
 TEST(Timecode, ASourceMayBeTheResult)
@@ -639,7 +616,7 @@ TEST(Timecode, MultipliesAndClampsToADay)
     {
         KIVCS2Timecode before;
         uint32_t factor;
-        KIVCS2Timecode after;
+        KIVCS2Timecode result;
     };
     for (const Row &row : {Row{record(900, 0, 3, 3), 0, record(900)},
                            {record(900, 0, 3, 3), 1, record(900)},
@@ -649,36 +626,20 @@ TEST(Timecode, MultipliesAndClampsToADay)
                            {record(2160000 - 1), 0xFFFFFFFFu, record(2159999)},
                            {record(1080000), 62, record(0)}, // kept: 31 days are a month, and no day
                            {record(kInvalid, 3, 0, 0), 2, record(2159999)}})
-    {
-        KIVCS2Timecode tc = 7;
-        EXPECT_EQ(kivCS2Timecode_initByMultiplyingTimecode(&tc, &row.before, row.factor), KIVCS2STATUS_OK);
-        EXPECT_EQ(textOf(tc), textOf(row.after)) << textOf(row.before) << " * " << row.factor;
-    }
-    uint32_t nonZero = 7;
+        EXPECT_EQ(after(kivCS2Timecode_initByMultiplyingTimecode, 7, &row.before, row.factor),
+                  textOf(row.result))
+            << textOf(row.before) << " * " << row.factor;
     KIVCS2Timecode tc = record(1, 3, 3, 3);
-    EXPECT_EQ(kivCS2Timecode_tickDown(&tc, &nonZero), KIVCS2STATUS_OK);
-    EXPECT_EQ(nonZero, 0u);
-    EXPECT_EQ(kivCS2Timecode_tickDown(&tc, &nonZero), KIVCS2STATUS_OK);
-    EXPECT_EQ(nonZero, 1u);
+    EXPECT_EQ(out<uint32_t>(kivCS2Timecode_tickDown, &tc), 0u);
+    EXPECT_EQ(out<uint32_t>(kivCS2Timecode_tickDown, &tc), 1u);
     EXPECT_EQ(textOf(tc), textOf(record(2159999, 2, 3, 3)));
-    EXPECT_EQ(kivCS2Timecode_tick(&tc), KIVCS2STATUS_OK);
-    EXPECT_EQ(textOf(tc), textOf(record(0, 3, 3, 3)));
-    uint32_t duration = 7;
-    EXPECT_EQ(kivCS2Timecode_isDuration(&tc, &duration), KIVCS2STATUS_OK);
-    EXPECT_EQ(duration, 0u);
+    EXPECT_EQ(after(kivCS2Timecode_tick, tc), textOf(record(0, 3, 3, 3)));
+    EXPECT_EQ(out<uint32_t>(kivCS2Timecode_isDuration, &tc), 0u);
 }
 
 // ---- Text and BCD
 
-// The way over string objects, which plain text does not take from a C string.
-KIVCS2Status parseGeneral(KIVCS2Timecode *tc, const char *text)
-{
-    CFStringRef string = CFStringCreateWithCString(nullptr, text, kCFStringEncodingUTF8);
-    const KIVCS2Status status = kivCS2Timecode_initWithCFString(tc, string);
-    CFRelease(string);
-    return status;
-}
-
+// The fuzz target of the text compares the same texts with those of string objects.
 TEST(Timecode, ParsesText)
 {
     constexpr KIVCS2Status kOK = KIVCS2STATUS_OK, kParam = KIVCS2STATUS_PARAM_ERR,
@@ -736,11 +697,9 @@ TEST(Timecode, ParsesText)
     {
         SCOPED_TRACE(row.text);
         setRate(row.rate);
-        KIVCS2Timecode tc = record(7, 7, 7, 7), general = tc;
+        KIVCS2Timecode tc = record(7, 7, 7, 7);
         EXPECT_EQ(kivCS2Timecode_initWithString(&tc, row.text), row.status);
         EXPECT_EQ(textOf(tc), textOf(row.tc));
-        EXPECT_EQ(parseGeneral(&general, row.text), row.status);
-        EXPECT_EQ(textOf(general), textOf(row.tc));
     }
     KIVCS2Timecode tc = record(7, 7, 7, 7);
     EXPECT_EQ(kivCS2Timecode_initWithString(&tc, "10:00:00:\xff"), KIVCS2STATUS_MEMORY_ERR); // no UTF-8
@@ -794,175 +753,6 @@ TEST(Timecode, WritesTextThatFitsOrNothing)
     setRate(KIVCS2FrameRate_29_97);
     const KIVCS2Timecode dropped = 1800;
     EXPECT_EQ(kivCS2Timecode_print(&dropped), KIVCS2STATUS_OK);
-    EXPECT_EQ(log.take(), (std::vector<std::string>{"49710:16:10:14", "00:01:00;02"}));
-}
-
-TEST(Timecode, BCDThatNamesNoFrameSucceedsAndKeepsTheHours)
-{
-    Log log;
-    struct Row
-    {
-        KIVCS2FrameRate rate;
-        uint32_t bcd, frames;
-        const char *message;
-    };
-    for (const Row &row :
-         {Row{KIVCS2FrameRate_29_97, 0x00010000, 0, "Illegal timecode 00:01:00:00"},
-          {KIVCS2FrameRate_25, 0x02000025, 180000, "Illegal timecode 02:00:00:25"},
-          {KIVCS2FrameRate_25, 0x01000040, 90000, "Illegal timecode 01:00:00:40"}, // a drop-frame flag
-          {KIVCS2FrameRate_25, 0xFFFFFFFF, 165 * 90000, "Illegal timecode 165:165:165:165"}})
-    {
-        setRate(row.rate);
-        KIVCS2Timecode tc = record(7, 7, 7, 7);
-        EXPECT_EQ(kivCS2Timecode_initWithBCD(&tc, row.bcd), KIVCS2STATUS_OK);
-        EXPECT_EQ(textOf(tc), textOf(record(row.frames)));
-        EXPECT_EQ(log.take(), std::vector<std::string>{row.message});
-    }
-    setRate(KIVCS2FrameRate_25);
-    const KIVCS2Timecode tc = 165 * 90000;
-    uint32_t bcd = 0;
-    EXPECT_EQ(kivCS2Timecode_getBCDFromTimecode(&tc, &bcd), KIVCS2STATUS_OK);
-    EXPECT_EQ(bcd, 0x05000000u); // the tens of 165 are 0x10, of which the byte keeps nothing
-}
-
-// ---- System dates: the zone is that of the process; each zone is a run of its own
-
-struct Instant
-{
-    time_t seconds;
-    double fraction;
-};
-
-// Around every change of the clock of some years, and at ends of months, years and counters.
-std::vector<Instant> instants()
-{
-    std::vector<Instant> all;
-    for (const time_t at :
-         {time_t{-2208988800}, time_t{-1}, time_t{951782399}, time_t{951868799}, time_t{1709164800},
-          time_t{1735689599}, time_t{2147483647}, time_t{2147483648}, time_t{4107542399}})
-        for (const double fraction : {0.0, 0.001, 0.5, 0.999})
-            all.push_back({at, fraction});
-    for (const int year : {1996, 2007, 2023, 2024})
-    {
-        struct tm start = {};
-        start.tm_year = year - 1900;
-        start.tm_mday = 1;
-        const time_t first = timegm(&start);
-        struct tm before = {};
-        localtime_r(&first, &before);
-        for (time_t at = first; at < first + 366 * 86400; at += 900)
-        {
-            struct tm now = {};
-            localtime_r(&at, &now);
-            if (now.tm_gmtoff != before.tm_gmtoff)
-                for (const time_t offset : {-3601, -901, -1, 0, 1, 899, 1800, 3600, 7200})
-                    all.push_back({at + offset, 0.5});
-            before = now;
-        }
-    }
-    return all;
-}
-
-TEST(TimecodeDates, ReadTheWallClockOfTheZone)
-{
-    setRate(KIVCS2FrameRate_25);
-    for (const Instant &instant : instants())
-    {
-        struct tm wall = {};
-        localtime_r(&instant.seconds, &wall);
-        SCOPED_TRACE(std::to_string(instant.seconds) + " " + (wall.tm_zone != nullptr ? wall.tm_zone : ""));
-        CFDateRef date = CFDateCreate(nullptr, static_cast<double>(instant.seconds) -
-                                                   kCFAbsoluteTimeIntervalSince1970 + instant.fraction);
-        KIVCS2Timecode tc = record(7, 7, 7, 7);
-        ASSERT_EQ(kivCS2Timecode_initWithDate(&tc, date, 1), KIVCS2STATUS_OK);
-        const uint32_t ms = static_cast<uint32_t>(std::lround(instant.fraction * 1000));
-        const uint32_t frames = (wall.tm_hour * 3600 + wall.tm_min * 60 + wall.tm_sec) * 25 + ms * 25 / 1000;
-        EXPECT_EQ(textOf(tc), textOf(record(frames, wall.tm_mday - 1, wall.tm_mon, wall.tm_year + 1900)));
-        ASSERT_EQ(kivCS2Timecode_initWithDate(&tc, date, 0), KIVCS2STATUS_OK);
-        EXPECT_EQ(textOf(tc), textOf(record(0, wall.tm_mday - 1, wall.tm_mon, wall.tm_year + 1900)));
-        CFRelease(date);
-    }
-}
-
-// Kept: month and day are composed zero-based.
-TEST(TimecodeDates, CreatedDatesLieAMonthAndADayEarly)
-{
-    setRate(KIVCS2FrameRate_25);
-    for (const KIVCS2Timecode tc :
-         {record(900024, 14, 2, 2024), record(2159999, 0, 0, 2024), record(1200000, 28, 1, 2000),
-          record(900000, 30, 11, 2037), record(36 * 90000, 5, 6, 1999)})
-    {
-        SCOPED_TRACE(textOf(tc));
-        struct tm wall = {};
-        wall.tm_year = static_cast<int>(tc >> 48) - 1900;
-        wall.tm_mon = static_cast<int>(tc >> 40 & 0xFF) - 1;
-        wall.tm_mday = static_cast<int>(tc >> 32 & 0xFF);
-        wall.tm_hour = static_cast<int>(static_cast<uint32_t>(tc) / 90000);
-        wall.tm_sec = static_cast<int>(static_cast<uint32_t>(tc) % 90000 / 25); // whole seconds
-        wall.tm_isdst = -1;
-        CFDateRef date = nullptr;
-        ASSERT_EQ(kivCS2Timecode_createCFDate(&tc, &date), KIVCS2STATUS_OK);
-        EXPECT_EQ(CFDateGetAbsoluteTime(date),
-                  static_cast<double>(mktime(&wall)) - kCFAbsoluteTimeIntervalSince1970);
-        CFRelease(date);
-    }
-}
-
-TEST(TimecodeDates, NowIsToday)
-{
-    setRate(KIVCS2FrameRate_25);
-    for (int attempt = 0;; ++attempt)
-    {
-        const time_t before = time(nullptr);
-        KIVCS2Timecode now = 0, day = 7;
-        uint32_t today = 0;
-        ASSERT_EQ(kivCS2Timecode_initWithNow(&now), KIVCS2STATUS_OK);
-        ASSERT_EQ(kivCS2Timecode_initWithCalendarDate(&day), KIVCS2STATUS_OK);
-        ASSERT_EQ(kivCS2Timecode_isToday(&day, &today), KIVCS2STATUS_OK);
-        const time_t after = time(nullptr);
-        struct tm wall = {};
-        localtime_r(&before, &wall);
-        if (attempt < 10 && after / 900 != before / 900)
-            continue; // midnight, or a change of the clock, may have passed in between
-        const uint32_t first = (wall.tm_hour * 3600 + wall.tm_min * 60 + wall.tm_sec) * 25;
-        EXPECT_GE(static_cast<uint32_t>(now), first);
-        EXPECT_LE(static_cast<uint32_t>(now), first + (after - before + 1) * 25);
-        EXPECT_EQ(textOf(day), textOf(record(0, wall.tm_mday - 1, wall.tm_mon, wall.tm_year + 1900)));
-        EXPECT_EQ(today, 1u);
-        return;
-    }
-}
-
-TEST(TimecodeDates, ThreadsShareTheFormatters)
-{
-    setRate(KIVCS2FrameRate_29_97);
-    constexpr int kThreads = 4, kDates = 200;
-    std::vector<CFDateRef> dates;
-    std::vector<KIVCS2Timecode> expected;
-    for (int index = 0; index < kDates; ++index)
-    {
-        dates.push_back(CFDateCreate(nullptr, 700000000.0 + index * 86461.125));
-        expected.push_back(0);
-        ASSERT_EQ(kivCS2Timecode_initWithDate(&expected.back(), dates.back(), 1), KIVCS2STATUS_OK);
-    }
-    std::vector<std::thread> threads;
-    std::vector<int> wrong(kThreads, 0);
-    for (int thread = 0; thread < kThreads; ++thread)
-        threads.emplace_back(
-            [&, thread]
-            {
-                for (int index = 0; index < kDates; ++index)
-                {
-                    const int at = (index + thread * kDates / kThreads) % kDates;
-                    KIVCS2Timecode tc = 0;
-                    wrong[thread] += kivCS2Timecode_initWithDate(&tc, dates[at], 1) != KIVCS2STATUS_OK ||
-                                     tc != expected[at];
-                }
-            });
-    for (std::thread &thread : threads)
-        thread.join();
-    EXPECT_EQ(wrong, std::vector<int>(kThreads, 0));
-    for (const CFDateRef date : dates)
-        CFRelease(date);
+    EXPECT_EQ(log.take(), "49710:16:10:1400:01:00;02");
 }
 } // namespace
