@@ -1,16 +1,17 @@
-// Timecode when memory runs out.
-#include "KIVCS2Timecode.h"
-
-#include "Private/Support/CFRef.h"
+// Timecode, the C operations and the class, when memory runs out.
+#include "KIVProjectTimecode.h"
 
 #include "FailingAllocator.h"
+#include "Private/Support/CFRef.h"
 
 #include <gtest/gtest.h>
 
-#include <tuple>
+#include <functional>
+#include <string>
 
 namespace
 {
+using PT = KIVProjectTimecode;
 using kiv::test::allocationFailed;
 using kiv::test::forEachAllocation;
 
@@ -40,6 +41,22 @@ TEST(TimecodeAllocation, ARateThatCannotBeSetLeavesTheOldOne)
     KIVCS2Timecode tc = 0;
     EXPECT_EQ(kivCS2Timecode_initWithTimecodeFields(&tc, 0, 1, 0, 2), KIVCS2STATUS_OK);
     EXPECT_EQ(tc, 1800u);
+}
+
+TEST(TimecodeAllocation, ARateOfTheClassThatCannotBeSetLeavesTheOldOne)
+{
+    const auto trySet = [](KIVCS2FrameRate rate, KIVCS2FrameRate before)
+    {
+        return forEachAllocation(
+            [=](size_t index)
+            {
+                PT::setFrameRate(rate);
+                EXPECT_EQ(PT::currentFrameRate(), allocationFailed() ? before : rate) << index;
+            });
+    };
+    EXPECT_GT(trySet(KIVCS2FrameRate_25, KIVCS2FrameRate_MAX), 0u);
+    EXPECT_EQ(trySet(KIVCS2FrameRate_60, KIVCS2FrameRate_25), 1u); // one block of tables
+    EXPECT_EQ(trySet(KIVCS2FrameRate_25, KIVCS2FrameRate_60), 0u); // kept: they are still there
 }
 
 TEST(TimecodeAllocation, TextAndDatesReportIt)
@@ -79,34 +96,80 @@ TEST(TimecodeAllocation, TextAndDatesReportIt)
     EXPECT_EQ(tc, 7u);
 }
 
-// Kept: a field that cannot be formatted reads as 0, and the others as they are.
+TEST(TimecodeAllocation, TextsAndDatesOfTheClassAreNull)
+{
+    PT::fps25();
+    const PT text = PT::timecodeWithString("15.3.2024 10:00:00:12");
+    const PT table = PT::timecodeWithString("15.3.2019 10:00:00:12");
+    const std::string longText(300, 'x');
+    const auto expectNull = [](const char *name, const std::function<CFTypeRef()> &make)
+    {
+        const kiv::CFRef<CFTypeRef> warm{make()}; // ICU's own data are loaded once, and not by wrapped calls
+        ASSERT_TRUE(warm) << name;
+        const size_t count = forEachAllocation(
+            [&](size_t index)
+            {
+                const kiv::CFRef<CFTypeRef> made{make()};
+                EXPECT_EQ(!made, allocationFailed()) << name << ' ' << index;
+            });
+        EXPECT_GT(count, 0u) << name;
+    };
+    expectNull("description", [&] { return text.description(); });
+    expectNull("XMLRepresentation", [&] { return text.XMLRepresentation(); });
+    expectNull("calendar format", [&] { return text.descriptionWithCalendarFormat("%d %Z"); });
+    expectNull("prefix", [&] { return text.descriptionWithPrefix(longText); });
+    expectNull("toDate by text", [&] { return text.toDate(); });
+    expectNull("toDate by table", [&] { return table.toDate(); });
+    expectNull("toCFDate", [&] { return table.toCFDate(); });
+    char buffer[PT::kTextSize];
+    EXPECT_EQ(forEachAllocation(
+                  [&](size_t)
+                  {
+                      EXPECT_EQ(PT::timecodeWithString("15.3.2024 10:00::12"), text);
+                      EXPECT_EQ(text.SMPTERepresentation(buffer, sizeof buffer), "15.3.2024 10:00:00:12");
+                  }),
+              0u);
+}
+
+// Kept: a field that cannot be read is 0, which is stored as 255 for the day and the month.
 TEST(TimecodeAllocation, ADateLosesTheFieldThatFails)
 {
+    PT::fps25();
     ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25), KIVCS2STATUS_OK);
-    CFDateRef date = CFDateCreate(nullptr, 757503912.5); // 2 January 2025 09:45:12.5 UTC
-    KIVCS2Timecode whole = 0;
-    ASSERT_EQ(kivCS2Timecode_initWithDate(&whole, date, 1), KIVCS2STATUS_OK);
-    size_t lost = 0;
-    const size_t count = forEachAllocation(
-        [&](size_t index)
+    const kiv::CFRef<CFDateRef> date{CFDateCreate(nullptr, 757503912.5)}; // 2 January 2025 09:45:12.5 UTC
+    const auto read = [&](int reader)
+    {
+        PT tc;
+        KIVCS2Timecode record = 7;
+        if (reader == 0)
+            tc.fromDate(date.get(), true);
+        else if (reader == 1)
+            tc.fromCFDate(date.get(), true);
+        else
         {
-            KIVCS2Timecode tc = 7;
-            EXPECT_EQ(kivCS2Timecode_initWithDate(&tc, date, 1), KIVCS2STATUS_OK) << index;
-            int fields = static_cast<uint32_t>(tc) != static_cast<uint32_t>(whole);
-            // A day or month of 0 is stored as 255.
-            for (const auto &[shift, mask, lostValue] :
-                 {std::tuple{32, 0xFFu, 255u}, {40, 0xFFu, 255u}, {48, 0xFFFFu, 0u}})
-            {
-                if (((tc ^ whole) >> shift & mask) == 0)
-                    continue;
-                ++fields;
-                EXPECT_EQ(tc >> shift & mask, lostValue) << index;
-            }
-            EXPECT_LE(fields, allocationFailed() ? 1 : 0) << index;
-            lost += static_cast<size_t>(fields);
-        });
-    EXPECT_GT(count, 0u);
-    EXPECT_GT(lost, 0u);
-    CFRelease(date);
+            EXPECT_EQ(kivCS2Timecode_initWithDate(&record, date.get(), 1), KIVCS2STATUS_OK);
+            tc.setCS2Timecode(record);
+        }
+        return tc;
+    };
+    for (int reader = 0; reader < 3; ++reader)
+    {
+        const PT whole = read(reader);
+        EXPECT_GE(forEachAllocation(
+                      [&](size_t index)
+                      {
+                          const PT tc = read(reader);
+                          const int lost = (tc.day() == 255) + (tc.month() == 255) + (tc.year() == 0) +
+                                           !tc.isSameTimecode(whole);
+                          EXPECT_EQ(tc == whole, lost == 0) << index;
+                          EXPECT_LE(lost, allocationFailed() ? 1 : 0) << index;
+                      }),
+                  7u);
+    }
+    kiv::test::failAllocation(0);
+    EXPECT_EQ(PT::now(), PT{});
+    kiv::test::failAllocation(0);
+    EXPECT_FALSE(PT{}.isToday());
+    kiv::test::allowAllocations();
 }
 } // namespace
