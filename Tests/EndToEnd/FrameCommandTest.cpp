@@ -1,30 +1,20 @@
 // kivcs2 frame as a user runs it, and the example that makes a picture of a frame.
-#include "CommandRun.h"
 #include "PngPicture.h"
-
-#include <pty.h>
-#include <sys/ioctl.h>
+#include "Terminal.h"
 
 #include <cstring>
 
 namespace
 {
 
-using kiv::test::Command;
-using kiv::test::Json;
-using kiv::test::parseJson;
-using kiv::test::Pixel;
-using kiv::test::PngPicture;
-using kiv::test::Result;
-using kiv::test::slurp;
-using kiv::test::Words;
+using namespace kiv::test;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::StartsWith;
-namespace fs = std::filesystem;
 
-const Words kSD = {"--video", "525i29.97"};
+const std::string kSD = " --video 525i29.97";
+const std::string kRGBA = " --width 2 --height 2 --format rgba";
+const std::string kPixel = " --width 1 --height 1 --format rgba";
 
 std::string bytes(std::initializer_list<int> values)
 {
@@ -34,87 +24,52 @@ std::string bytes(std::initializer_list<int> values)
 class FrameCommand : public Command
 {
 protected:
-    // The command's answer to `frame` and the words; what it writes when it succeeds.
-    std::string made(Words words, const Words &layout, const std::string &input = "") const
+    // What a line of `frame` writes.
+    std::string made(const std::string &line, const std::string &input = "") const
     {
-        words.insert(words.begin(), "frame");
-        words.insert(words.end(), layout.begin(), layout.end());
-        const Result result = run(words, input);
+        const Result result = enter("frame " + line, input);
         EXPECT_EQ(result.code, 0) << result.err;
         return result.out;
-    }
-
-    PngPicture picture(const std::string &frames, Words layout) const
-    {
-        return PngPicture{made({"png", "-", "-"}, layout, frames)};
-    }
-
-    static Words sized(int width, int height, const std::string &format)
-    {
-        return {"--width", std::to_string(width), "--height", std::to_string(height), "--format", format};
     }
 };
 
 TEST_F(FrameCommand, RefusesWhatMakesNoSense)
 {
-    const std::string file = write("odd", std::string(17, 'x')); // a frame of 2 x 2 in RGBA and a byte
-    const std::string good = write("good", std::string(16, 'x'));
-    struct Row
-    {
-        Words arguments;
-        int code;
-        std::string err;
-    };
-    const Row rows[] = {
-        {{"info", file}, 2, "raw frames do not tell their size"},
-        {{"info", file, "--video", "1080i26"}, 2, "no video format is named \"1080i26\""},
-        {{"info", file, "--video", "525i29.97", "--width", "3"}, 2, "--width"},
-        {{"info", file, "--width", "16385"}, 2, "--width"},
-        {{"info", file, "--format", "nv12"}, 2, "there are v210, 2vuy, yuvs, rgba, bgra, argb, rgb"},
-        {{"info", good, "RGBA", "--row-bytes", "7"}, 2, "the pixels of a row take 8 bytes"},
-        {{"info", good, "RGBA", "--show", "--json"}, 2, "taken by the picture"},
-        {{"convert", good, "RGBA", "--to", "rgb"}, 2, "target or --show"},
-        {{"convert", good, "-", "RGBA", "--to", "2vuy"}, 5, "no conversion leads from rgba to 2vuy"},
-        {{"convert", file, "-", "RGBA", "--to", "rgb"},
-         3,
-         "odd: is 1 frame and 1 byte more; a frame of 2 x 2"},
-        {{"convert", good, good, "RGBA", "--to", "rgb"}, 2, "is the source itself"},
-        {{"png", good, good, "RGBA"}, 2, "is the source itself"},
-        {{"convert", "/nowhere", "-", "RGBA", "--to", "rgb"}, 4, "/nowhere: No such file"},
-        {{"convert", good, "/nowhere/x", "RGBA", "--to", "rgb"}, 4, "/nowhere/x: No such file"},
-        {{"convert", "-", "-", "RGBA", "--to", "rgb"}, 3, "standard input: is empty"},
-        {{"scale", good, "-", "RGBA", "--size", "2x1"}, 2, "2 x 2 smaller, in both directions"},
-        {{"scale", good, "-", "RGBA", "--size", "1x"}, 2, "not a size"},
-        {{"png", good, "-", "RGBA", "--frame", "1"}, 1, "1 frame; there is no frame 1"},
-        {{"clear", "-", "--width", "6", "--height", "1", "--format", "v210"}, 5, "2vuy and RGB"},
-        {{"clear", "-", "RGBA", "--colour", "red"}, 2, "red"},
-    };
-    for (const Row &row : rows)
-    {
-        Words words{"frame"};
-        for (const std::string &word : row.arguments)
-            if (word == "RGBA")
-                for (const std::string &one : sized(2, 2, "rgba"))
-                    words.push_back(one);
-            else
-                words.push_back(word);
-        SCOPED_TRACE(testing::PrintToString(words));
-        const Result result = run(words);
-        EXPECT_EQ(result.code, row.code);
-        EXPECT_THAT(result.out, StartsWith(words.back() == "--json" ? "{\"error\":" : ""));
-        EXPECT_EQ(result.out.empty(), words.back() != "--json");
-        EXPECT_THAT(result.err, StartsWith("kivcs2: "));
-        EXPECT_THAT(result.err, HasSubstr(row.err));
-    }
+    write("odd", std::string(17, 'x')); // a frame of 2 x 2 in RGBA and a byte
+    write("good", std::string(16, 'x'));
+    expect({
+        {"frame info odd", 2, "raw frames do not tell their size"},
+        {"frame info odd --video 1080i26", 2, "no video format is named \"1080i26\""},
+        {"frame info odd --video 525i29.97 --width 3", 2, "--width"},
+        {"frame info odd --width 16385", 2, "--width"},
+        {"frame info odd --format nv12", 2, "there are v210, 2vuy, yuvs, rgba, bgra, argb, rgb"},
+        {"frame info good --row-bytes 7" + kRGBA, 2, "the pixels of a row take 8 bytes"},
+        {"frame info good --show" + kRGBA + " --json", 2, "taken by the picture"},
+        {"frame convert good --to rgb" + kRGBA, 2, "target or --show"},
+        {"frame convert good - --to 2vuy" + kRGBA, 5, "no conversion leads from rgba to 2vuy"},
+        {"frame convert odd - --to rgb" + kRGBA, 3, "odd: is 1 frame and 1 byte more; a frame of 2 x 2"},
+        {"frame convert good good --to rgb" + kRGBA, 2, "is the source itself"},
+        {"frame png good good" + kRGBA, 2, "is the source itself"},
+        {"frame convert /nowhere - --to rgb" + kRGBA, 4, "/nowhere: No such file"},
+        {"frame convert good /nowhere/x --to rgb" + kRGBA, 4, "/nowhere/x: No such file"},
+        {"frame convert - - --to rgb" + kRGBA, 3, "standard input: is empty"},
+        {"frame scale good - --size 2x1" + kRGBA, 2, "2 x 2 smaller, in both directions"},
+        {"frame scale good - --size 1x" + kRGBA, 2, "not a size"},
+        {"frame png good - --frame 1" + kRGBA, 1, "1 frame; there is no frame 1"},
+        {"frame clear - --width 6 --height 1 --format v210", 5, "2vuy and RGB"},
+        {"frame clear - --colour red" + kRGBA, 2, "red"},
+    });
+    EXPECT_THAT(enter("frame info good --show" + kRGBA + " --json").out, StartsWith("{\"error\":"));
+    EXPECT_EQ(enter("frame convert odd - --to rgb" + kRGBA).out, "");
     EXPECT_THAT(files(), testing::UnorderedElementsAre("odd", "good"));
 }
 
 TEST_F(FrameCommand, TellsWhatAFileHolds)
 {
-    const std::string file = path("bars").string();
-    made({"bars", file, "--frames", "3"}, {"--video", "625i25 10 Bit"});
-    const Json info = json({"frame", "info", file, "--video", "625i25 10 Bit"});
-    EXPECT_EQ(info, (Json{{"file", file},
+    const std::string video = " --video '625i25 10 Bit'";
+    made("bars file --frames 3" + video);
+    const Json info = document("frame info file" + video);
+    EXPECT_EQ(info, (Json{{"file", "file"},
                           {"bytes", 3 * 1920 * 576},
                           {"frames", 3},
                           {"bytesLeftOver", 0},
@@ -124,16 +79,13 @@ TEST_F(FrameCommand, TellsWhatAFileHolds)
                           {"rowBytes", 1920},
                           {"frameBytes", 1920 * 576},
                           {"seconds", 0.12}}));
-    fs::resize_file(file, 1920 * 576 + 5);
-    EXPECT_EQ(json({"frame", "info", file, "--video", "625i25 10 Bit"}, 3)["bytesLeftOver"], 5);
-    EXPECT_THAT(run({"frame", "info", "-", "--video", "625i25 10 Bit"}, slurp(file)).out,
-                HasSubstr("Left over  5 bytes"));
+    fs::resize_file(path("file"), 1920 * 576 + 5);
+    EXPECT_EQ(document("frame info file" + video, 3)["bytesLeftOver"], 5);
+    EXPECT_THAT(enter("frame info -" + video, slurp(path("file"))).out, HasSubstr("Left over  5 bytes"));
     // Showing a frame takes none from those that are counted, and the input may stand behind its start.
-    const Words shown = {"frame", "info",     "-",    "--width", "2",       "--height",
-                         "2",     "--format", "rgba", "--show",  "--frame", "1"};
-    const std::string frames(3 * 16 + 5, 'x');
-    EXPECT_THAT(run(shown, frames).out, HasSubstr("Frames     3\n"));
-    const Result later = run(shown, frames, -1, 37);
+    const std::string shown = "frame info - --show --frame 1" + kRGBA, frames(3 * 16 + 5, 'x');
+    EXPECT_THAT(enter(shown, frames).out, HasSubstr("Frames     3\n"));
+    const Result later = run(wordsOf(shown), frames, -1, 37);
     EXPECT_EQ(later.code, 1);
     EXPECT_THAT(later.out, HasSubstr("standard input, 16 bytes"));
     EXPECT_THAT(later.err, HasSubstr("there is no frame 1"));
@@ -149,7 +101,7 @@ TEST_F(FrameCommand, MakesBarsOfDocumentedValues)
     };
     const struct
     {
-        const char *pattern, *video;
+        std::string pattern, video;
         size_t width;
         std::vector<Point> points;
     } rows[] = {
@@ -184,8 +136,9 @@ TEST_F(FrameCommand, MakesBarsOfDocumentedValues)
     };
     for (const auto &row : rows)
     {
-        const Words words = {"bars", "-", "--pattern", row.pattern};
-        const std::string eight = made(words, {"--video", row.video});
+        SCOPED_TRACE(row.pattern + " " + row.video);
+        const std::string bars = "bars - --pattern " + row.pattern + " --video '" + row.video;
+        const std::string eight = made(bars + "'");
         const size_t height = eight.size() / row.width / 2;
         for (const Point &point : row.points)
         {
@@ -195,17 +148,17 @@ TEST_F(FrameCommand, MakesBarsOfDocumentedValues)
             ASSERT_LE(first + 4, eight.size());
             const auto *found = reinterpret_cast<const uint8_t *>(eight.data()) + first;
             EXPECT_THAT((std::array<int, 3>{found[1], found[0], found[2]}), testing::Eq(point.components))
-                << row.pattern << " " << row.video << " at " << point.x << ", " << point.y;
+                << point.x << ", " << point.y;
         }
 
         // The same in 10 bits, four times as fine: dropping the two low bits is at most one step below.
-        const Words ten = {"--video", std::string{row.video} + " 10 Bit"};
-        const std::string back = made({"convert", "-", "-", "--to", "2vuy"}, ten, made(words, ten));
+        const std::string ten = made(bars + " 10 Bit'");
+        const std::string back = made("convert - - --to 2vuy --video '" + row.video + " 10 Bit'", ten);
         ASSERT_EQ(back.size(), eight.size());
         for (size_t index = 0; index < eight.size(); ++index)
         {
             const int below = static_cast<uint8_t>(eight[index]) - static_cast<uint8_t>(back[index]);
-            ASSERT_TRUE(below == 0 || below == 1) << row.pattern << " " << row.video << " byte " << index;
+            ASSERT_TRUE(below == 0 || below == 1) << " byte " << index;
         }
     }
 }
@@ -215,15 +168,11 @@ TEST_F(FrameCommand, MakesBarsOfDocumentedValues)
 TEST_F(FrameCommand, ConvertsAndScalesByTheLibrary)
 {
     const std::string yuv = bytes({90, 81, 240, 235, 128, 16, 128, 235});
-    const std::string grey = bytes({128, 126, 128, 126});
-    const std::string red = bytes({254, 0, 0});
-    const auto convert = [&](const std::string &frame, const std::string &from, const std::string &to) {
-        return made({"convert", "-", "-", "--to", to}, sized(3, 1, from), frame);
-    };
+    const auto convert = [&](const std::string &frame, const std::string &from, const std::string &to)
+    { return made("convert - - --width 3 --height 1 --to " + to + " --format " + from, frame); };
     const std::string rgba = convert(yuv, "2vuy", "rgba");
     ASSERT_EQ(rgba.size(), 12u);
-    EXPECT_EQ(rgba.substr(0, 3), red);
-    EXPECT_EQ(rgba[3], '\xff');
+    EXPECT_EQ(rgba.substr(0, 4), bytes({254, 0, 0, 255}));
     EXPECT_EQ(convert(convert(yuv, "2vuy", "yuvs"), "yuvs", "rgba"), rgba);
     EXPECT_EQ(convert(yuv, "2vuy", "yuvs").substr(0, 4), bytes({81, 90, 235, 240}));
     const std::string argb = convert(rgba, "rgba", "argb");
@@ -238,24 +187,27 @@ TEST_F(FrameCommand, ConvertsAndScalesByTheLibrary)
     for (int row = 0; row < 3; ++row)
         for (int byte = 0; byte < 18; ++byte)
             rows += static_cast<char>(byte < 16 ? row * 16 + byte : 0xEE);
-    Words layout = sized(4, 3, "argb");
-    layout.insert(layout.end(), {"--row-bytes", "18"});
-    EXPECT_EQ(made({"scale", "-", "-", "--size", "2x2"}, layout, rows),
-              bytes({0, 1, 2, 3, 8, 9, 10, 11, 16, 17, 18, 19, 24, 25, 26, 27}));
-    EXPECT_EQ(
-        made({"scale", "-", "-", "--size", "1x1"}, sized(2, 2, "2vuy"), bytes({128, 126, 128, 126}) + grey),
-        bytes({128, 128, 128}));
-
-    // Every odd line is the one above; a last line without partner stays. Frame by frame.
-    const std::string lines = "aaaabbbbccccddddeeeeffff";
-    EXPECT_EQ(made({"deinterlace", "-", "-"}, sized(1, 3, "rgba"), lines), "aaaaaaaaccccddddddddffff");
-
-    EXPECT_EQ(made({"clear", "-", "--colour", "white", "--frames", "2"}, sized(1, 1, "rgba")),
-              bytes({255, 255, 255, 0, 255, 255, 255, 0}));
-    EXPECT_EQ(made({"clear", "-", "--colour", "white"}, sized(1, 1, "argb")), bytes({0, 255, 255, 255}));
-    EXPECT_EQ(made({"clear", "-"}, sized(2, 1, "2vuy")), bytes({128, 16, 128, 16}));
-    // A last odd pixel has the chroma of its pair too.
-    EXPECT_EQ(made({"clear", "-"}, sized(3, 1, "yuvs")), bytes({16, 128, 16, 128, 16, 128, 16, 128}));
+    const struct
+    {
+        const char *line;
+        std::string input, output;
+    } others[] = {
+        {"scale - - --size 2x2 --width 4 --height 3 --format argb --row-bytes 18", rows,
+         bytes({0, 1, 2, 3, 8, 9, 10, 11, 16, 17, 18, 19, 24, 25, 26, 27})},
+        {"scale - - --size 1x1 --width 2 --height 2 --format 2vuy",
+         bytes({128, 126, 128, 126, 128, 126, 128, 126}), bytes({128, 128, 128})},
+        // Every odd line is the one above; a last line without partner stays. Frame by frame.
+        {"deinterlace - - --width 1 --height 3 --format rgba", "aaaabbbbccccddddeeeeffff",
+         "aaaaaaaaccccddddddddffff"},
+        {"clear - --colour white --frames 2 --width 1 --height 1 --format rgba", "",
+         bytes({255, 255, 255, 0, 255, 255, 255, 0})},
+        {"clear - --colour white --width 1 --height 1 --format argb", "", bytes({0, 255, 255, 255})},
+        {"clear - --width 2 --height 1 --format 2vuy", "", bytes({128, 16, 128, 16})},
+        // A last odd pixel has the chroma of its pair too.
+        {"clear - --width 3 --height 1 --format yuvs", "", bytes({16, 128, 16, 128, 16, 128, 16, 128})},
+    };
+    for (const auto &row : others)
+        EXPECT_EQ(made(row.line, row.input), row.output) << row.line;
 }
 
 TEST_F(FrameCommand, MakesPicturesToLookAt)
@@ -263,27 +215,25 @@ TEST_F(FrameCommand, MakesPicturesToLookAt)
     // The matrix follows the size, and the last pixel has the colour of its bar.
     const struct
     {
-        const char *video;
+        std::string video;
         uint32_t width, height;
-        Pixel yellow, black;
-    } rows[] = {{"525i29.97 10 Bit", 720, 486, {191, 191, 0, 255}, {0, 0, 0, 255}},
-                {"720p50 10 Bit", 1280, 720, {191, 191, 0, 255}, {0, 0, 0, 255}},
-                {"720p50 RGBA", 1280, 720, {191, 191, 0, 255}, {0, 0, 0, 255}}};
+    } rows[] = {{"525i29.97 10 Bit", 720, 486}, {"720p50 10 Bit", 1280, 720}, {"720p50 RGBA", 1280, 720}};
+    constexpr Pixel kYellow = {191, 191, 0, 255}, kBlack = {0, 0, 0, 255};
     for (const auto &row : rows)
     {
-        const Words layout = {"--video", row.video};
-        const PngPicture picture = this->picture(made({"bars", "-", "--pattern", "ebu75"}, layout), layout);
+        const std::string video = " --video '" + row.video + "'";
+        const PngPicture picture{made("png - -" + video, made("bars - --pattern ebu75" + video))};
         ASSERT_EQ(std::pair(picture.width, picture.height), std::pair(row.width, row.height));
         const Pixel found = picture.at(row.width / 5, row.height / 2);
         for (size_t index = 0; index < 4; ++index)
-            EXPECT_NEAR(found[index], row.yellow[index], 1) << row.video;
-        EXPECT_EQ(picture.at(row.width - 1, 0), row.black) << row.video;
-        EXPECT_EQ(picture.at(row.width - 1, row.height - 1), row.black) << row.video;
+            EXPECT_NEAR(found[index], kYellow[index], 1) << row.video;
+        EXPECT_EQ(picture.at(row.width - 1, 0), kBlack) << row.video;
+        EXPECT_EQ(picture.at(row.width - 1, row.height - 1), kBlack) << row.video;
     }
     // But for that pixel, what the library converts.
-    const std::string bars = made({"bars", "-"}, kSD);
-    const PngPicture whole = picture(bars, kSD);
-    const std::string rgba = made({"convert", "-", "-", "--to", "rgba"}, kSD, bars);
+    const std::string bars = made("bars -" + kSD);
+    const PngPicture whole{made("png - -" + kSD, bars)};
+    const std::string rgba = made("convert - - --to rgba" + kSD, bars);
     size_t others = 0;
     for (size_t pixel = 0; pixel < size_t{720} * 486; ++pixel)
         if (pixel % 720 != 719)
@@ -292,94 +242,70 @@ TEST_F(FrameCommand, MakesPicturesToLookAt)
 
     // Alpha only where it is asked for; the second frame of two, from a file and from a pipe.
     const std::string frames = bytes({1, 2, 3, 4, 9, 8, 7, 0});
-    const std::string file = write("frames", frames);
-    for (const std::string &source : {file, std::string{"-"}})
-    {
-        const Words layout = sized(1, 1, "rgba");
-        EXPECT_EQ(PngPicture{made({"png", source, "-", "--frame", "1"}, layout, frames)}.at(0, 0),
-                  (Pixel{9, 8, 7, 255}));
-        EXPECT_EQ(PngPicture{made({"png", source, "-", "--frame", "1", "--alpha"}, layout, frames)}.at(0, 0),
-                  (Pixel{9, 8, 7, 0}));
-    }
+    write("file", frames);
+    for (const std::string source : {"file", "-"})
+        for (const auto &[options, alpha] : {std::pair{"", uint8_t{255}}, {" --alpha", uint8_t{0}}})
+            EXPECT_EQ(PngPicture{made("png " + source + " - --frame 1" + kPixel + options, frames)}.at(0, 0),
+                      (Pixel{9, 8, 7, alpha}));
 }
 
 TEST_F(FrameCommand, DrawsAFrameInTheTerminal)
 {
     // Elsewhere in characters: white is the brightest, and black is left away.
-    const Result drawn = run({"frame", "bars", "--video", "525i29.97", "--pattern", "ebu100", "--show"});
+    const Result drawn = enter("frame bars --pattern ebu100 --show" + kSD);
     EXPECT_EQ(drawn.code, 0) << drawn.err;
     EXPECT_THAT(drawn.out, StartsWith("@@@"));
     EXPECT_EQ(std::count(drawn.out.begin(), drawn.out.end(), '\n'),
               37); // 100 columns of 4:3, two rows a line
-
-    int terminal = -1;
-    int slave = -1;
-    ASSERT_EQ(openpty(&terminal, &slave, nullptr, nullptr, nullptr), 0);
-    const winsize size{5, 8, 0, 0};
-    ASSERT_EQ(ioctl(slave, TIOCSWINSZ, &size), 0);
-    EXPECT_EQ(run({"frame", "clear", "--width", "8", "--height", "4", "--format", "2vuy", "--colour", "white",
-                   "--show"},
-                  "", slave)
-                  .code,
-              0);
-    char text[512];
-    const ssize_t got = read(terminal, text, sizeof text);
-    ASSERT_GT(got, 0);
-    EXPECT_THAT(std::string(text, static_cast<size_t>(got)), HasSubstr("\x1b[38;2;255;255;255m"));
-    close(slave);
-    close(terminal);
+    Words words = wordsOf("frame clear --width 8 --height 4 --format 2vuy --colour white --show");
+    words.insert(words.begin(), KIV_COMMAND);
+    Terminal terminal{words, {5, 8, 0, 0}};
+    EXPECT_EQ(terminal.code(), 0);
+    EXPECT_THAT(terminal.all(), HasSubstr("\x1b[38;2;255;255;255m"));
 }
 
 // Ten times the frames take no more memory, and the file is whole or not there.
 TEST_F(FrameCommand, KeepsOneFrameInMemory)
 {
-    const Words video = {"--video", "720p50 10 Bit"};
-    [[maybe_unused]] long kilobytes[2] = {};
-    for (const size_t tenfold : {0u, 1u})
+    const std::string video = " --video '720p50 10 Bit'";
+    [[maybe_unused]] std::vector<long> kilobytes;
+    for (const size_t frames : {3u, 30u})
     {
-        const std::string file = path("long").string();
-        made({"bars", file, "--frames", tenfold != 0 ? "30" : "3"}, video);
-        const Result result = run({"frame", "convert", file, path("out").string(), "--to", "rgba", "--json",
-                                   "--video", "720p50 10 Bit"});
+        made("bars long --frames " + std::to_string(frames) + video);
+        const Result result = enter("frame convert long out --to rgba --json" + video);
         ASSERT_EQ(result.code, 0) << result.err;
-        EXPECT_EQ(parseJson(result.out)["frames"], tenfold != 0 ? 30 : 3);
-        EXPECT_EQ(fs::file_size(path("out")), (tenfold != 0 ? 30u : 3u) * 1280 * 720 * 4);
-        kilobytes[tenfold] = result.kilobytes;
+        EXPECT_EQ(parseJson(result.out)["frames"], frames);
+        EXPECT_EQ(fs::file_size(path("out")), frames * 1280 * 720 * 4);
+        kilobytes.push_back(result.kilobytes);
     }
 #ifndef __SANITIZE_ADDRESS__                       // which keeps freed memory back
     EXPECT_LT(kilobytes[1], kilobytes[0] + 30000); // the frames are 100 MB more
 #endif
 
     // An input that ends inside a frame leaves the target as it was.
-    const std::string target = write("target", "before");
-    const Result cut = run(
-        {"frame", "convert", "-", target, "--to", "rgb", "--width", "1", "--height", "1", "--format", "rgba"},
-        "123456");
-    EXPECT_EQ(cut.code, 3);
-    EXPECT_THAT(cut.err, HasSubstr("standard input: is 1 frame and 2 bytes more"));
-    EXPECT_EQ(slurp(target), "before");
+    write("target", "before");
+    expect({{"frame convert - target --to rgb" + kPixel, 3, "standard input: is 1 frame and 2 bytes more"}},
+           "123456");
+    EXPECT_EQ(slurp(path("target")), "before");
     EXPECT_THAT(files(), testing::UnorderedElementsAre("long", "out", "target"));
 }
 
 #ifdef KIV_EXAMPLE_PNG
 TEST_F(FrameCommand, IsAPictureByTheExampleToo)
 {
-    const std::string frame =
-        write("frame", made({"bars", "-", "--pattern", "ebu75"}, {"--video", "525i29.97 10 Bit"}));
-    const std::string target = path("frame.png").string();
+    write("frame", made("bars - --pattern ebu75 --video '525i29.97 10 Bit'"));
     m_command = KIV_EXAMPLE_PNG;
-    ASSERT_EQ(run({frame, "720", "486", target}).code, 0);
-    const std::string file = slurp(target);
+    ASSERT_EQ(enter("frame 720 486 frame.png").code, 0);
+    const std::string file = slurp(path("frame.png"));
     EXPECT_THAT(file, StartsWith("\x89PNG\r\n\x1a\n"));
     const PngPicture picture{file};
     EXPECT_EQ(std::pair(picture.width, picture.height), std::pair(720u, 486u));
-    const Pixel white = picture.at(10, 10);
-    EXPECT_THAT(white, ElementsAre(255, 255, 255, 255));
-    EXPECT_EQ(picture.at(130, 240)[2], 0); // yellow has no blue
+    EXPECT_THAT(picture.at(10, 10), ElementsAre(255, 255, 255, 255)); // white
+    EXPECT_EQ(picture.at(130, 240)[2], 0);                            // yellow has no blue
 
-    EXPECT_THAT(run({frame, "720", "487", target}).err, HasSubstr("ends after 486 of 487 rows"));
-    EXPECT_EQ(run({frame, "0", "486", target}).code, 2);
-    EXPECT_EQ(run({frame, "720", "486", "/nowhere/x.png"}).code, 1);
+    EXPECT_THAT(enter("frame 720 487 frame.png").err, HasSubstr("ends after 486 of 487 rows"));
+    EXPECT_EQ(enter("frame 0 486 frame.png").code, 2);
+    EXPECT_EQ(enter("frame 720 486 /nowhere/x.png").code, 1);
 }
 #endif
 

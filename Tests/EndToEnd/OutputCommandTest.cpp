@@ -1,29 +1,21 @@
 // kivcs2 as a user runs it: what it does to the files it writes, and what it shows of names from outside.
-#include "CommandRun.h"
+#include "Terminal.h"
 
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <pty.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-#include <csignal>
 #include <cstddef>
 #include <regex>
 
 namespace
 {
 
-using kiv::test::Command;
-using kiv::test::Json;
-using kiv::test::Result;
-using kiv::test::slurp;
-using kiv::test::spill;
-using kiv::test::Words;
+using namespace kiv::test;
 using testing::HasSubstr;
 using testing::IsEmpty;
-namespace fs = std::filesystem;
+using testing::UnorderedElementsAre;
 
 class OutputCommand : public Command
 {
@@ -55,8 +47,7 @@ protected:
     [[nodiscard]] int shell(const std::string &line) const
     {
         const std::string whole = "cd '" + path("").string() + "' && K='" + KIV_COMMAND + "'; " + line;
-        const int status = std::system(whole.c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return codeOf(std::system(whole.c_str()));
     }
 };
 
@@ -64,19 +55,18 @@ TEST_F(OutputCommand, AReplacedFileKeepsOwnerGroupAndMode)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root makes files of other users";
-    const std::string source = write("in", "abcd"), target = path("out").string();
-    const Words words[] = {{"str", "convert", source, "-o", target, "--to", "utf8"},
-                           {"audio", "convert", source, target, "--input", "s16le", "--channels", "1"}};
+    write("in", "abcd");
     for (const Owned before : {Owned{1234, 1235, 0644}, Owned{1234, 1235, 04755}, Owned{1234, 1235, 02755},
                                Owned{0, 0, 04755}, Owned{1234, 0, 06711}})
-        for (const Words &line : words)
+        for (const char *line :
+             {"str convert in -o out --to utf8", "audio convert in out --input s16le --channels 1"})
         {
-            make(target, before);
-            const Result result = run(line);
+            make(path("out"), before);
+            const Result result = enter(line);
             EXPECT_EQ(result.code, 0) << result.err;
             EXPECT_THAT(result.err, IsEmpty());
-            EXPECT_EQ(ownedBy(target), before) << std::oct << before.mode;
-            EXPECT_EQ(slurp(target).size(), 4u);
+            EXPECT_EQ(ownedBy(path("out")), before) << std::oct << before.mode;
+            EXPECT_EQ(slurp(path("out")).size(), 4u);
         }
 }
 
@@ -86,7 +76,7 @@ TEST_F(OutputCommand, SetIdBitsGoWhereOwnerOrGroupCannotBeKept)
 {
     if (geteuid() != 0 || access("/usr/bin/setpriv", X_OK) != 0)
         GTEST_SKIP() << "needs root, and setpriv to be somebody else";
-    const std::string source = write("in", "abcd"), target = path("out").string();
+    write("in", "abcd");
     fs::permissions(path(""), fs::perms::all);
     m_command = "/usr/bin/setpriv";
     const struct
@@ -105,26 +95,24 @@ TEST_F(OutputCommand, SetIdBitsGoWhereOwnerOrGroupCannotBeKept)
     };
     for (const auto &row : rows)
     {
-        make(target, row.before);
-        const Result result = run({"--reuid", "65534", "--regid", "65534", "--clear-groups", KIV_COMMAND,
-                                   "str", "convert", source, "-o", target, "--to", "utf8"});
+        make(path("out"), row.before);
+        const Result result = enter("--reuid 65534 --regid 65534 --clear-groups " KIV_COMMAND
+                                    " str convert in -o out --to utf8");
         EXPECT_EQ(result.code, 0) << result.err;
-        EXPECT_THAT(result.err,
-                    row.note.empty() ? testing::Matcher<std::string>(IsEmpty()) : HasSubstr(row.note));
-        EXPECT_EQ(ownedBy(target), row.after) << std::oct << row.before.mode;
-        EXPECT_EQ(slurp(target), "abcd");
+        EXPECT_EQ(result.err.empty(), row.note.empty());
+        EXPECT_THAT(result.err, HasSubstr(row.note));
+        EXPECT_EQ(ownedBy(path("out")), row.after) << std::oct << row.before.mode;
+        EXPECT_EQ(slurp(path("out")), "abcd");
     }
 }
 
 TEST_F(OutputCommand, ATargetWithSeveralNamesIsRefused)
 {
-    const std::string source = write("in", "abcd"), target = write("out", "old");
-    fs::create_hard_link(target, path("other"));
-    const Result result = run({"str", "convert", source, "-o", target, "--to", "utf8"});
-    EXPECT_EQ(result.code, 4);
-    EXPECT_THAT(result.err, HasSubstr("has 2 names"));
-    EXPECT_EQ(slurp(target), "old");
-    EXPECT_THAT(files(), testing::UnorderedElementsAre("in", "out", "other"));
+    write("in", "abcd");
+    fs::create_hard_link(write("out", "old"), path("other"));
+    expect({{"str convert in -o out --to utf8", 4, "has 2 names"}});
+    EXPECT_EQ(slurp(path("out")), "old");
+    EXPECT_THAT(files(), UnorderedElementsAre("in", "out", "other"));
 }
 
 TEST_F(OutputCommand, NoWordWritesItsSource)
@@ -165,31 +153,6 @@ TEST_F(OutputCommand, NoWordWritesItsSource)
 
 // ---- Names from outside ----
 
-std::string onATerminal(const Words &arguments)
-{
-    int master = -1;
-    const pid_t child = forkpty(&master, nullptr, nullptr, nullptr);
-    if (child == 0)
-    {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        alarm(60);
-        dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
-        std::vector<char *> words{const_cast<char *>("kivcs2")};
-        for (const std::string &word : arguments)
-            words.push_back(const_cast<char *>(word.c_str()));
-        words.push_back(nullptr);
-        execv(KIV_COMMAND, words.data());
-        _exit(127);
-    }
-    std::string text;
-    char block[4096];
-    for (ssize_t got; (got = read(master, block, sizeof block)) > 0;)
-        text.append(block, static_cast<size_t>(got));
-    close(master);
-    waitpid(child, nullptr, 0);
-    return text;
-}
-
 // What is left of an output that may steer the terminal: anything but line ends, colours and a line renewed
 // in place.
 std::string steering(const std::string &output)
@@ -208,75 +171,73 @@ TEST_F(OutputCommand, NoWordLetsANameSteerTheTerminal)
     const std::string hostile = "a\x1b]0;x\x07\x1b[2J\xc2\x9b"
                                 "2J\xd8\x9c\xe2\x80\x8e\xe2\x80\xae\xe2\x81\xa7\xe2\x80\xa8\x7f\n=b";
     const std::string scc = write(hostile + ".scc", slurp(KIV_EXAMPLE_SCC));
-    const std::string bad = write(hostile + "-bad.scc", "Scenarist_SCC V1.0\n\n" + hostile + "\n");
-    const std::string mcc = path(hostile + ".mcc").string(), other = path(hostile + ".other").string();
+    const fs::path mcc = path(hostile + ".mcc");
+    write(hostile + "-bad.scc", "Scenarist_SCC V1.0\n\n" + hostile + "\n");
+    write(hostile + ".rgb", "rgb");
     ASSERT_EQ(run({"caption", "convert", scc, mcc}).code, 0);
     spill(mcc, std::regex_replace(slurp(mcc), std::regex{"(Creation Program=)[^\n]*"},
                                   "$1\x1b[2J\xc2\x9b"
                                   "2J\xe2\x80\xae"));
-    const std::string frame = write(hostile + ".rgb", "rgb");
-    const std::vector<Words> rows = {
-        {"tc", "show", hostile},
-        {"tc", "show", "1", "--rate", hostile},
-        {"caption", "info", scc},
-        {"caption", "info", mcc},
-        {"caption", "show", bad, "--keep-going"},
-        {"caption", "show", scc},
-        {"caption", "at", scc, hostile},
-        {"caption", "convert", scc, other},
-        {"caption", "convert", mcc, other},
-        {"caption", "verify", mcc, "--against", scc},
-        {"caption", "decode", hostile},
-        {"cdp", "parse", scc},
-        {"cdp", "parse", "--hex", hostile},
-        {"cdp", "find", scc},
-        {"cdp", "build", "-o", other},
-        {"cdp", "build", "--field1", hostile},
-        {"format", hostile},
-        {"rate", hostile},
-        {"codec", "show", hostile},
-        {"codec", "unpack", hostile},
-        {"curve", "plot", hostile},
-        {"curve", "run", hostile},
-        {"curve", "png", path(hostile + "/none").string(), "linear"},
-        {"audio", "convert", scc, other, "--input", "u8", "--channels", "1"},
-        {"audio", "format", hostile},
-        {"audio", "weave", hostile},
-        {"frame", "info", frame, "--width", "1", "--height", "1", "--format", "rgb"},
-        {"frame", "bars", other, "--width", "16", "--height", "16", "--format", "rgb"},
-        {"frame", "convert", frame, other, "--width", "1", "--height", "1", "--format", "rgb", "--to",
-         "rgba"},
-        {"frame", "png", frame, other, "--width", "1", "--height", "1", "--format", "rgb"},
-        {"frame", "info", frame, "--video", hostile},
-        {"crc", scc, path(hostile).string()},
-        {"str", "detect", scc},
-        {"str", "convert", scc, "-o", other, "--to", hostile},
-        {"json", "a\xc2\x9b\xe2\x80\xae=b\xc2\x85"},
-        {"json", hostile},
-        {"shm", "show", hostile},
-        {"shm", "attach", "0x4b495652", "--write", path(hostile).string()},
-        {"sensors", hostile},
-        {"run", "--", hostile},
-        {"run", "--stdout", path(hostile + "/none").string(), "--", "/bin/true"},
-        {"sys", hostile},
-        {"doctor", hostile},
-        {"pipe", "--mode", hostile},
-        {"services", "browse", hostile},
-        {"net", "recv", "udp", hostile, "5"},
-        {"net", "send", hostile, "::", "1"},
-        {"status", hostile},
-        {hostile},
-    };
-    for (const Words &row : rows)
-        for (const bool json : {false, true})
+    for (const std::string line : {
+             "tc show H",
+             "tc show 1 --rate H",
+             "caption info H.scc",
+             "caption info H.mcc",
+             "caption show H-bad.scc --keep-going",
+             "caption show H.scc",
+             "caption at H.scc H",
+             "caption convert H.scc H.other",
+             "caption convert H.mcc H.other",
+             "caption verify H.mcc --against H.scc",
+             "caption decode H",
+             "cdp parse H.scc",
+             "cdp parse --hex H",
+             "cdp find H.scc",
+             "cdp build -o H.other",
+             "cdp build --field1 H",
+             "format H",
+             "rate H",
+             "codec show H",
+             "codec unpack H",
+             "curve plot H",
+             "curve run H",
+             "curve png H/none linear",
+             "audio convert H.scc H.other --input u8 --channels 1",
+             "audio format H",
+             "audio weave H",
+             "frame info H.rgb --width 1 --height 1 --format rgb",
+             "frame bars H.other --width 16 --height 16 --format rgb",
+             "frame convert H.rgb H.other --width 1 --height 1 --format rgb --to rgba",
+             "frame png H.rgb H.other --width 1 --height 1 --format rgb",
+             "frame info H.rgb --video H",
+             "crc H.scc H",
+             "str detect H.scc",
+             "str convert H.scc -o H.other --to H",
+             "json 'a\xc2\x9b\xe2\x80\xae=b\xc2\x85'",
+             "json H",
+             "shm show H",
+             "shm attach 0x4b495652 --write H",
+             "sensors H",
+             "run -- H",
+             "run --stdout H/none -- /bin/true",
+             "sys H",
+             "doctor H",
+             "pipe --mode H",
+             "services browse H",
+             "net recv udp H 5",
+             "net send H :: 1",
+             "status H",
+             "H",
+         })
+        for (const char *json : {"", "--json "})
         {
-            Words words = row;
-            if (json)
-                words.insert(words.begin(), "--json");
-            const std::string text = onATerminal(words);
-            EXPECT_THAT(steering(text), IsEmpty())
-                << row.front() << " " << (row.size() > 1 ? row[1] : "") << json;
-            EXPECT_FALSE(text.empty() && row.front() != "cdp") << row.front();
+            Words words = {"sh", "-c", "cd \"$0\" && exec \"$@\" </dev/null", path(""), KIV_COMMAND};
+            for (const std::string &word :
+                 wordsOf(json + std::regex_replace(line, std::regex{"H(\\S*)"}, "'" + hostile + "$1'")))
+                words.push_back(word);
+            Terminal terminal{words};
+            EXPECT_THAT(steering(terminal.all()), IsEmpty()) << json << line;
+            EXPECT_FALSE(terminal.all().empty() && !line.starts_with("cdp")) << line;
         }
     EXPECT_EQ(json({"crc", scc})[0]["file"], scc); // a program gets the name as it is
 }
@@ -306,23 +267,19 @@ TEST_F(OutputCommand, NothingIsLeftHoweverItEnds)
     ASSERT_EQ(mkfifo(path("in").c_str(), 0600), 0);
     const int input = open(path("in").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::write(input, "abcdefgh", 8), 8);
-    const std::string target = write("out", "old");
-    const auto start = [&](bool named)
+    write("out", "old");
+    const auto convert = [this](bool named)
     {
-        const pid_t child = fork();
-        if (child == 0)
-        {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP})
-                signal(signalNumber, SIG_DFL);
-            if (named)
-                refuseUnnamedFiles();
-            execl(KIV_COMMAND, "kivcs2", "audio", "convert", path("in").c_str(), target.c_str(), "--input",
-                  "s16le", "--channels", "2", nullptr);
-            _exit(127);
-        }
-        return child;
+        return start(wordsOf("audio convert in out --input s16le --channels 2"),
+                     [named]
+                     {
+                         for (const int signalNumber : {SIGINT, SIGTERM, SIGHUP})
+                             signal(signalNumber, SIG_DFL);
+                         if (named)
+                             refuseUnnamedFiles();
+                     });
     };
+    int status = 0;
     const struct
     {
         int signalNumber;
@@ -330,30 +287,29 @@ TEST_F(OutputCommand, NothingIsLeftHoweverItEnds)
     } rows[] = {{SIGINT, false}, {SIGKILL, false}, {SIGINT, true}, {SIGTERM, true}};
     for (const auto &row : rows)
     {
-        const pid_t child = start(row.named);
-        int status = 0;
-        while ((row.named ? files().size() < 3 : !hasUnnamedFile(child)) &&
-               waitpid(child, &status, WNOHANG) == 0)
+        const pid_t child = convert(row.named);
+        while (row.named && files().size() < 3 && waitpid(child, &status, WNOHANG) == 0)
             usleep(2000);
+        if (!row.named)
+            waitForUnnamedFile(child);
         kill(child, row.signalNumber);
         waitpid(child, &status, 0);
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == row.signalNumber) << row.named;
-        EXPECT_THAT(files(), testing::UnorderedElementsAre("in", "out")) << row.signalNumber << row.named;
+        EXPECT_EQ(codeOf(status), 128 + row.signalNumber) << row.named;
+        EXPECT_THAT(files(), UnorderedElementsAre("in", "out")) << row.signalNumber << row.named;
     }
     close(input);
-    EXPECT_EQ(slurp(target), "old");
+    EXPECT_EQ(slurp(path("out")), "old");
 
     // Brought to an end, either way replaces the target.
     fs::remove(path("in"));
-    spill(path("in"), "abcd");
+    write("in", "abcd");
     for (const bool named : {false, true})
     {
-        spill(target, "old");
-        int status = 0;
-        waitpid(start(named), &status, 0);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-        EXPECT_EQ(slurp(target), "abcd");
-        EXPECT_THAT(files(), testing::UnorderedElementsAre("in", "out"));
+        write("out", "old");
+        waitpid(convert(named), &status, 0);
+        EXPECT_EQ(status, 0);
+        EXPECT_EQ(slurp(path("out")), "abcd");
+        EXPECT_THAT(files(), UnorderedElementsAre("in", "out"));
     }
 }
 
@@ -361,26 +317,21 @@ TEST_F(OutputCommand, APipeThatBecomesAFileIsNotWrittenOver)
 {
     ASSERT_EQ(mkfifo(path("in").c_str(), 0600), 0);
     ASSERT_EQ(mkfifo(path("out").c_str(), 0600), 0);
-    const pid_t child = fork();
-    if (child == 0)
-    {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        setenv("TMPDIR", path("").c_str(), 1);
-        alarm(60);
-        execl(KIV_COMMAND, "kivcs2", "audio", "convert", path("in").c_str(), path("out").c_str(), "--input",
-              "s16le", "--channels", "2", nullptr);
-        _exit(127);
-    }
+    const pid_t child = start(wordsOf("audio convert in out --input s16le --channels 2"),
+                              [this]
+                              {
+                                  setenv("TMPDIR", path("").c_str(), 1);
+                                  alarm(60);
+                              });
     const int input = open(path("in").c_str(), O_WRONLY | O_CLOEXEC);
     ASSERT_EQ(::write(input, "abcd", 4), 4);
-    int status = 0;
-    while (!hasUnnamedFile(child) && waitpid(child, &status, WNOHANG) == 0)
-        usleep(2000);
+    waitForUnnamedFile(child);
     fs::remove(path("out"));
-    spill(path("out"), "old content");
+    write("out", "old content");
     close(input);
+    int status = 0;
     EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 4) << status;
+    EXPECT_EQ(codeOf(status), 4);
     EXPECT_EQ(slurp(path("out")), "old content");
 }
 

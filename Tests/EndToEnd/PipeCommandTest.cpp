@@ -1,31 +1,18 @@
 // kivcs2 pipe between a producer and a consumer that the test holds in its hands: which of them waits is
 // decided by what has been written and read, never by the clock.
 #include "CommandRun.h"
-#include "TemporaryFolder.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
 #include <pty.h>
 #include <sys/ioctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
-#include <csignal>
-#include <cstdint>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace
 {
-using testing::AnyOf;
+using namespace kiv::test;
 using testing::HasSubstr;
-using testing::Not;
 using testing::StartsWith;
-using Words = std::vector<std::string>;
 
 // Bytes without a repetition that a lost piece could hide in.
 std::string stream(size_t size)
@@ -67,7 +54,7 @@ void shut(int &descriptor)
     descriptor = -1;
 }
 
-class Pipe : public testing::Test
+class Pipe : public Command
 {
 protected:
     ~Pipe() override
@@ -80,7 +67,7 @@ protected:
     }
 
     // Starts the command on pipes; standard error goes to a file or, if `terminal`, to one.
-    void start(const Words &arguments, int outputFlags = 0, bool terminal = false)
+    void begin(const std::string &options, int outputFlags = 0, bool terminal = false)
     {
         int in[2];
         int out[2];
@@ -92,7 +79,7 @@ protected:
         {
             ASSERT_EQ(openpty(&m_terminal, &terminalEnd, nullptr, nullptr, nullptr), 0);
         }
-        spawn(arguments, in[0], out[1], terminalEnd);
+        spawn(options, in[0], out[1], terminalEnd);
         close(in[0]);
         close(out[1]);
         shut(terminalEnd);
@@ -101,49 +88,33 @@ protected:
     }
 
     // Starts the command on descriptors; one of -1 stays closed, `err` of -1 is a file.
-    void spawn(const Words &arguments, int in, int out, int err)
+    void spawn(const std::string &options, int in, int out, int err)
     {
-        m_child = fork();
-        if (m_child != 0)
-            return;
-        const int file = open(m_errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        const int ends[] = {in, out, err >= 0 ? err : file};
-        for (int standard = 0; standard < 3; ++standard)
-            if (ends[standard] >= 0)
-                dup2(ends[standard], standard);
-            else
-                close(standard);
-        std::vector<char *> words{const_cast<char *>("kivcs2"), const_cast<char *>("pipe")};
-        for (const std::string &word : arguments)
-            words.push_back(const_cast<char *>(word.c_str()));
-        words.push_back(nullptr);
-        alarm(60); // a command that waits for ever fails its test
-        execv(KIV_COMMAND, words.data());
-        _exit(127);
+        m_child = start(wordsOf("pipe " + options),
+                        [&]
+                        {
+                            const int file =
+                                open(path("errors").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+                            const int ends[] = {in, out, err >= 0 ? err : file};
+                            for (int standard = 0; standard < 3; ++standard)
+                                if (ends[standard] < 0 || dup2(ends[standard], standard) < 0)
+                                    close(standard);
+                            alarm(60); // a command that waits for ever fails its test
+                        });
     }
 
-    // The exit code, or 128 + signal.
     int finish()
     {
         int status = 0;
-        waitpid(m_child, &status, 0);
-        m_child = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-
-    int run(const Words &arguments, int in, int out)
-    {
-        spawn(arguments, in, out, -1);
-        return finish();
+        waitpid(std::exchange(m_child, -1), &status, 0);
+        return codeOf(status);
     }
 
     std::string errors() const
     {
-        return m_folder.read("errors");
+        return slurp(path("errors"));
     }
 
-    kiv::test::TemporaryFolder m_folder;
-    std::string m_errors = m_folder.path("errors");
     pid_t m_child = -1;
     int m_in = -1;  // the producer's end
     int m_out = -1; // the consumer's end
@@ -152,11 +123,16 @@ protected:
 
 TEST_F(Pipe, PassesEverythingInOrder)
 {
-    const std::string bytes = stream(300001);
-    for (const Words &sizes : {Words{}, Words{"--size", "1000", "--chunk", "700"}, Words{"--size", "2"},
-                               Words{"--mode", "overwrite", "--size", "1M"}}) // larger than the input
+    const std::pair<const char *, std::string> rows[] = {
+        {"", "300001"},
+        {"--size 1000 --chunk 700", "300001"},
+        {"--size 2", "30001"}, // each byte waits for the one before
+        {"--mode overwrite --size 1M", "300001"},
+    };
+    for (const auto &[sizes, count] : rows)
     {
-        start(sizes);
+        const std::string bytes = stream(std::stoul(count));
+        begin(sizes);
         std::thread producer{[&]
                              {
                                  writeAll(m_in, bytes);
@@ -165,7 +141,8 @@ TEST_F(Pipe, PassesEverythingInOrder)
         EXPECT_TRUE(readAll(m_out) == bytes);
         producer.join();
         EXPECT_EQ(finish(), 0);
-        EXPECT_THAT(errors(), StartsWith("In    300001 bytes\nOut   300001 bytes\nLost  0 bytes\nRing  "));
+        EXPECT_THAT(errors(), StartsWith("In    " + count + " bytes\nOut   " + count +
+                                         " bytes\nLost  0 bytes\nRing  "));
         shut(m_out);
     }
 }
@@ -175,7 +152,7 @@ TEST_F(Pipe, OverwritesWhatTheConsumerDoesNotTakeInTime)
 {
     constexpr size_t kSize = 100000;
     const std::string bytes = stream(2000000);
-    start({"--mode", "overwrite", "--size", std::to_string(kSize), "--meter", "--json"});
+    begin("--mode overwrite --size 100000 --meter --json");
     writeAll(m_in, bytes);
     shut(m_in);
     const std::string passed = readAll(m_out);
@@ -185,7 +162,7 @@ TEST_F(Pipe, OverwritesWhatTheConsumerDoesNotTakeInTime)
     const size_t report = text.find("{\n");
     ASSERT_NE(report, std::string::npos) << text;
     EXPECT_THAT(text.substr(0, report), HasSubstr(" %  in "));
-    const auto counts = kiv::test::parseJson(text.substr(report));
+    const auto counts = parseJson(text.substr(report));
     EXPECT_EQ(counts["bytesIn"], bytes.size());
     EXPECT_EQ(counts["bytesOut"], passed.size());
     EXPECT_EQ(counts["bytesLost"], bytes.size() - passed.size());
@@ -200,7 +177,7 @@ TEST_F(Pipe, OverwritesWhatTheConsumerDoesNotTakeInTime)
 TEST_F(Pipe, RejectModeMakesTheProducerWait)
 {
     const std::string bytes = stream(2000000);
-    start({"--size", "100000", "--chunk", "100"}, O_NONBLOCK, true);
+    begin("--size 100000 --chunk 100", O_NONBLOCK, true);
     std::thread producer{[&]
                          {
                              writeAll(m_in, bytes);
@@ -230,7 +207,7 @@ TEST_F(Pipe, RejectModeMakesTheProducerWait)
 // The producer stays, so that nothing but the reader's leaving can end the command.
 TEST_F(Pipe, EndsWhenTheReaderHasGone)
 {
-    start({"--size", "100000"});
+    begin("--size 100000");
     writeAll(m_in, "abc");
     std::array<char, 3> block{};
     ASSERT_EQ(read(m_out, block.data(), block.size()), 3);
@@ -239,12 +216,12 @@ TEST_F(Pipe, EndsWhenTheReaderHasGone)
     EXPECT_EQ(finish(), 0);
     EXPECT_THAT(errors(), HasSubstr("In      8 bytes\nOut     3 bytes\nLost    0 bytes\n"
                                     "Unsent  5 bytes, the reader has gone\n"));
-    EXPECT_THAT(errors(), Not(HasSubstr("%  in"))); // no meter where nobody asked for it
+    EXPECT_THAT(errors(), testing::Not(HasSubstr("%  in"))); // no meter where nobody asked for it
 }
 
 TEST_F(Pipe, AnInterruptEndsTheInputAndLosesNothing)
 {
-    start({"--size", "100000"});
+    begin("--size 100000");
     writeAll(m_in, "abc");
     std::array<char, 3> block{};
     ASSERT_EQ(read(m_out, block.data(), block.size()), 3);
@@ -258,7 +235,7 @@ TEST_F(Pipe, AnInterruptEndsTheInputAndLosesNothing)
 // The reader stays and takes nothing, so that what was read cannot go out.
 TEST_F(Pipe, ASecondInterruptOfAnotherKindEndsItAtOnce)
 {
-    start({"--size", "100000"});
+    begin("--size 100000");
     const int room = fcntl(m_out, F_SETPIPE_SZ, 4096);
     ASSERT_GE(room, 4096);
     writeAll(m_in, std::string(static_cast<size_t>(room) + 1, 'x'));
@@ -268,7 +245,7 @@ TEST_F(Pipe, ASecondInterruptOfAnotherKindEndsItAtOnce)
     ASSERT_GT(m_child, 1);
     ASSERT_EQ(kill(m_child, SIGINT), 0);
     ASSERT_EQ(kill(m_child, SIGTERM), 0);
-    EXPECT_THAT(finish(), AnyOf(128 + SIGINT, 128 + SIGTERM)); // two threads may take one each
+    EXPECT_THAT(finish(), testing::AnyOf(128 + SIGINT, 128 + SIGTERM)); // two threads may take one each
     EXPECT_EQ(errors(), "") << "no report: it has not waited for the reader";
 }
 
@@ -280,28 +257,27 @@ TEST_F(Pipe, TellsWhatCannotBeReadOrWritten)
     const int folder = open("/", O_RDONLY | O_CLOEXEC);
     const struct
     {
-        Words arguments;
+        const char *options;
         int in, out, code;
         const char *error;
     } rows[] = {
-        {{}, -1, null, 4, "kivcs2: standard input: Bad file descriptor\n"},
-        {{}, folder, null, 4, "kivcs2: standard input: Is a directory\n"},
-        {{}, null, -1, 4, "kivcs2: standard output: Bad file descriptor\n"},
-        {{}, zero, full, 4, "kivcs2: standard output: No space left on device\n"},
-        {{"--size", "1"}, null, null, 2, "kivcs2: --size is 2 to 4294967295 bytes\n"},
-        {{"--size", "4G"}, null, null, 2, "kivcs2: --size is 2 to 4294967295 bytes\n"},
-        {{"--size", "10", "--chunk", "11"}, null, null, 2, "kivcs2: --chunk is 1 byte to the 10 bytes"},
-        {{"--chunk", "0"}, null, null, 2, "kivcs2: --chunk is 1 byte to the 1048576 bytes"},
-        {{"--mode", "drop"}, null, null, 2, "kivcs2: --mode: \"drop\" is none of reject, overwrite"},
-        {{"--quiet"}, null, null, 0, ""},
+        {"", -1, null, 4, "kivcs2: standard input: Bad file descriptor\n"},
+        {"", folder, null, 4, "kivcs2: standard input: Is a directory\n"},
+        {"", null, -1, 4, "kivcs2: standard output: Bad file descriptor\n"},
+        {"", zero, full, 4, "kivcs2: standard output: No space left on device\n"},
+        {"--size 1", null, null, 2, "kivcs2: --size is 2 to 4294967295 bytes\n"},
+        {"--size 4G", null, null, 2, "kivcs2: --size is 2 to 4294967295 bytes\n"},
+        {"--size 10 --chunk 11", null, null, 2, "kivcs2: --chunk is 1 byte to the 10 bytes"},
+        {"--chunk 0", null, null, 2, "kivcs2: --chunk is 1 byte to the 1048576 bytes"},
+        {"--mode drop", null, null, 2, "kivcs2: --mode: \"drop\" is none of reject, overwrite"},
+        {"--quiet", null, null, 0, ""},
     };
     for (const auto &row : rows)
     {
-        EXPECT_EQ(run(row.arguments, row.in, row.out), row.code);
-        if (*row.error == '\0')
-            EXPECT_EQ(errors(), "");
-        else
-            EXPECT_THAT(errors(), HasSubstr(row.error));
+        spawn(row.options, row.in, row.out, -1);
+        EXPECT_EQ(finish(), row.code);
+        EXPECT_THAT(errors(), HasSubstr(row.error));
+        EXPECT_EQ(errors().empty(), row.code == 0);
     }
     for (const int descriptor : {null, zero, full, folder})
         close(descriptor);

@@ -9,12 +9,10 @@
 namespace
 {
 
-using kiv::test::Command;
-using kiv::test::Result;
-using kiv::test::Words;
+using namespace kiv::test;
 using testing::HasSubstr;
 
-const kiv::test::OwnIPC theIPC;
+const OwnIPC theIPC;
 
 std::string key(uint32_t index)
 {
@@ -23,80 +21,62 @@ std::string key(uint32_t index)
 
 TEST_F(Command, MakesFillsReadsAndRemovesASegment)
 {
-    const std::string made = key(0);
-    EXPECT_EQ(run({"shm", "show", made}).code, 1);
-    EXPECT_EQ(run({"shm", "create", made, "4K"}).code, 0);
-    auto shown = json({"shm", "show", made});
+    const std::string made = key(0), attach = "shm attach " + made;
+    expect({{"shm show " + made, 1}, {"shm create " + made + " 4K", 0}});
+    const Json shown = document("shm show " + made);
     EXPECT_EQ(shown["key"], theIPC.key(0));
     EXPECT_EQ(shown["size"], 4096);
     EXPECT_EQ(shown["attached"], 0); // left on the machine, and looking does not count
     EXPECT_EQ(shown["mode"], "0666");
 
-    EXPECT_EQ(run({"shm", "attach", made, "-w", "-", "--offset", "10"}, "on air").code, 0);
-    EXPECT_EQ(run({"shm", "attach", made, "-r", "-", "--offset", "8", "--length", "9"}).out,
-              std::string("\0\0on air\0", 9));
-    const std::string file = write("out", "old");
-    EXPECT_EQ(run({"shm", "attach", made, "-r", file}).code, 0);
-    EXPECT_EQ(kiv::test::slurp(file).size(), 4096u);
+    EXPECT_EQ(enter(attach + " -w - --offset 10", "on air").code, 0);
+    EXPECT_EQ(enter(attach + " -r - --offset 8 --length 9").out, std::string("\0\0on air\0", 9));
+    write("out", "old");
+    EXPECT_EQ(enter(attach + " -r out").code, 0);
+    EXPECT_EQ(slurp(path("out")).size(), 4096u);
 
     // What has data is not cleared unless it is asked for, and never found too small.
-    const Result again = run({"shm", "create", made, "16"});
-    EXPECT_EQ(again.code, 1);
-    EXPECT_THAT(again.err, HasSubstr("has a segment of 4096 bytes; --clear takes it"));
-    EXPECT_EQ(run({"shm", "create", made, "5000", "--clear"}).code, 1);
-    EXPECT_EQ(json({"shm", "create", made, "12", "--clear"})["id"], shown["id"]);
-    EXPECT_EQ(run({"shm", "attach", made, "-r", "-", "--offset", "10", "--length", "6"}).out,
-              std::string("\0\0 air", 6));
+    expect({{"shm create " + made + " 16", 1, "has a segment of 4096 bytes; --clear takes it"},
+            {"shm create " + made + " 5000 --clear", 1}});
+    EXPECT_EQ(document("shm create " + made + " 12 --clear")["id"], shown["id"]);
+    EXPECT_EQ(enter(attach + " -r - --offset 10 --length 6").out, std::string("\0\0 air", 6));
 
-    EXPECT_EQ(json({"shm", "free", made})["removed"], true);
-    EXPECT_EQ(run({"shm", "free", made}).code, 1);
-    EXPECT_EQ(run({"shm", "show", made}).code, 1);
+    EXPECT_EQ(document("shm free " + made)["removed"], true);
+    expect({{"shm free " + made, 1}, {"shm show " + made, 1}});
 }
 
 TEST_F(Command, RefusesWhatNoSegmentTakes)
 {
-    const std::string made = key(1);
-    ASSERT_EQ(run({"shm", "create", made, "8"}).code, 0);
-    struct Row
-    {
-        Words arguments;
-        int code;
-        std::string err;
-    };
-    for (const Row &row : {
-             Row{{"shm", "create", "0", "8"}, 2, "key 0 belongs to private segments"},
-             {{"shm", "create", "0x100000000", "8"}, 2, "is no key"},
-             {{"shm", "create", "1", "4G"}, 2, "\"4G\" is no size"}, // as it was typed
-             {{"shm", "show", ""}, 2, "\"\" is no key"},             // not all of them
-             {{"shm", "attach", made, "-r", "-", "--length", ""}, 2, "\"\" is no length"},
-             {{"shm", "create", "1", "0"}, 2, "one byte"},
-             {{"shm", "attach", made}, 2, "--write or --read"},
-             {{"shm", "attach", made, "-w", "-"}, 3, "standard input: 9 bytes, and there is room for 8"},
-             {{"shm", "attach", made, "-r", "-", "--offset", "9"}, 3, "ends at byte 8"},
-             {{"shm", "attach", made, "-r", "-", "--offset", "4", "--length", "5"}, 3, "ends at byte 8"},
-             {{"shm", "attach", key(2), "-r", "-"}, 1, "has no segment"},
-         })
-    {
-        const Result result = run(row.arguments, "123456789");
-        EXPECT_EQ(result.code, row.code) << result.err;
-        EXPECT_THAT(result.err, HasSubstr(row.err));
-    }
-    EXPECT_EQ(run({"shm", "attach", made, "-r", "-", "--free"}).out, std::string(8, '\0'));
-    EXPECT_EQ(run({"shm", "show", made}).code, 1);
+    const std::string made = key(1), attach = "shm attach " + made;
+    ASSERT_EQ(enter("shm create " + made + " 8").code, 0);
+    expect({{"shm create 0 8", 2, "key 0 belongs to private segments"},
+            {"shm create 0x100000000 8", 2, "is no key"},
+            {"shm create 1 4G", 2, "\"4G\" is no size"}, // as it was typed
+            {"shm show ''", 2, "\"\" is no key"},        // not all of them
+            {attach + " -r - --length ''", 2, "\"\" is no length"},
+            {"shm create 1 0", 2, "one byte"},
+            {attach, 2, "--write or --read"},
+            {attach + " -w -", 3, "standard input: 9 bytes, and there is room for 8"},
+            {attach + " -r - --offset 9", 3, "ends at byte 8"},
+            {attach + " -r - --offset 4 --length 5", 3, "ends at byte 8"},
+            {"shm attach " + key(2) + " -r -", 1, "has no segment"}},
+           "123456789");
+    EXPECT_EQ(enter(attach + " -r - --free").out, std::string(8, '\0'));
+    EXPECT_EQ(enter("shm show " + made).code, 1);
 }
 
 TEST_F(Command, FindsTheFirstKeyWithoutASegmentAndListsThem)
 {
     for (const uint32_t index : {3u, 4u})
-        ASSERT_EQ(run({"shm", "create", key(index), "8"}).code, 0);
-    EXPECT_EQ(json({"shm", "find", key(3)})["key"], theIPC.key(5));
+        ASSERT_EQ(enter("shm create " + key(index) + " 8").code, 0);
+    EXPECT_EQ(document("shm find " + key(3))["key"], theIPC.key(5));
     size_t listed = 0;
-    for (const auto &segment : json({"shm", "show"}))
+    for (const Json &segment : document("shm show"))
         listed += segment["key"] == theIPC.key(3) || segment["key"] == theIPC.key(4) ? 1u : 0u;
     EXPECT_EQ(listed, 2u);
-    EXPECT_THAT(run({"shm", "show"}).out, HasSubstr("shared"));
+    EXPECT_THAT(enter("shm show").out, HasSubstr("shared"));
     for (const uint32_t index : {3u, 4u})
-        ASSERT_EQ(run({"shm", "free", key(index)}).code, 0);
+        ASSERT_EQ(enter("shm free " + key(index)).code, 0);
 }
 
 // The system lets another user attach, and remove nothing.
@@ -110,14 +90,9 @@ TEST_F(Command, TellsThatASegmentIsAnotherUsers)
     if (WEXITSTATUS(ended) == 77 || prctl(PR_CAPBSET_DROP, CAP_SYS_ADMIN) != 0)
         GTEST_SKIP() << "needs a second user";
     ASSERT_EQ(ended, 0);
-    for (const Words &arguments :
-         {Words{"shm", "free", key(7)}, {"shm", "attach", key(7), "-r", "-", "--free"}})
-    {
-        const Result result = run(arguments);
-        EXPECT_EQ(result.code, 4);
-        EXPECT_THAT(result.err, HasSubstr("the segment stays: Operation not permitted"));
-    }
-    EXPECT_EQ(json({"shm", "show", key(7)})["attached"], 0);
+    expect({{"shm free " + key(7), 4, "the segment stays: Operation not permitted"},
+            {"shm attach " + key(7) + " -r - --free", 4, "the segment stays: Operation not permitted"}});
+    EXPECT_EQ(document("shm show " + key(7))["attached"], 0);
     shmctl(shmget(static_cast<key_t>(theIPC.key(7)), 0, 0), IPC_RMID, nullptr); // by this process, which may
 }
 
@@ -138,20 +113,20 @@ TEST_F(Command, HoldsASegmentUntilItIsInterrupted)
         }
         char byte = 0;
         ASSERT_EQ(read(ends[0], &byte, 1), 1); // it stands and says so
-        EXPECT_EQ(json({"shm", "show", key(6)})["attached"], 1);
-        EXPECT_EQ(json({"shm", "free", key(6)}, 1)["removed"], false);
+        EXPECT_EQ(document("shm show " + key(6))["attached"], 1);
+        EXPECT_EQ(document("shm free " + key(6), 1)["removed"], false);
         ASSERT_EQ(kill(holder, signalNumber), 0);
         int ended = 0;
         ASSERT_EQ(waitpid(holder, &ended, 0), holder);
         if (signalNumber == SIGKILL) // nobody could free it: that is left to the user
         {
-            EXPECT_EQ(json({"shm", "free", key(6)})["removed"], true);
+            EXPECT_EQ(document("shm free " + key(6))["removed"], true);
         }
         else
         {
             EXPECT_TRUE(WIFEXITED(ended) && WEXITSTATUS(ended) == 0);
         }
-        EXPECT_EQ(run({"shm", "show", key(6)}).code, 1);
+        EXPECT_EQ(enter("shm show " + key(6)).code, 1);
         for (const int end : ends)
             close(end);
     }

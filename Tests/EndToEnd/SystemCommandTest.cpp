@@ -7,16 +7,12 @@
 namespace
 {
 
-using kiv::test::Command;
-using kiv::test::Json;
-using kiv::test::parseJson;
-using kiv::test::Result;
+using namespace kiv::test;
 using testing::HasSubstr;
-using testing::MatchesRegex;
 
 TEST_F(Command, ShowsTheMachine)
 {
-    const Json shown = json({"sys", "show"});
+    const Json shown = document("sys show");
     struct sysinfo system
     {
     };
@@ -28,34 +24,29 @@ TEST_F(Command, ShowsTheMachine)
     EXPECT_EQ(shown["version"].size(), 3u);
     EXPECT_LE(shown["memory"]["free"].get<uint64_t>() + shown["memory"]["active"].get<uint64_t>(), total);
     EXPECT_GT(shown["process"]["virtual"], shown["process"]["resident"]);
-
-    const Result table = run({"sys", "show"});
-    EXPECT_EQ(table.code, 0);
+    const std::string table = enter("sys show").out;
     for (const char *fact : {"Name", "System version", "Processors", "Clock", "Physical memory", "Free",
                              "Inactive", "Active", "Wired", "This process"})
-        EXPECT_THAT(table.out, HasSubstr(fact));
+        EXPECT_THAT(table, HasSubstr(fact));
 }
 
 TEST_F(Command, WatchesTheMemory)
 {
-    const Result lines = run({"sys", "watch", "--count", "2", "--every", "0.1"});
-    EXPECT_EQ(lines.code, 0);
     const std::string line = "[0-9:]{8}  free [0-9.]+ .iB  inactive [0-9.]+ .*  active .*  wired [^\n]*\n";
-    EXPECT_THAT(lines.out, MatchesRegex(line + line));
-    std::istringstream objects{run({"sys", "watch", "--count", "2", "--every", "0.1", "--json"}).out};
+    EXPECT_THAT(enter("sys watch --count 2 --every 0.1").out, testing::MatchesRegex(line + line));
+    std::istringstream objects{enter("sys watch --count 2 --every 0.1 --json").out};
     size_t read = 0;
     for (std::string text; std::getline(objects, text); ++read)
         EXPECT_GT(parseJson(text)["memory"]["wired"], 0u);
     EXPECT_EQ(read, 2u);
-    EXPECT_EQ(run({"sys", "watch", "--every", "0"}).code, 2);
 }
 
 TEST_F(Command, ExaminesTheMachine)
 {
-    const kiv::test::OwnIPC machine; // whose limits are this test's
+    const OwnIPC machine; // whose limits are this test's
     const auto stateOf = [this](const std::string &name, int code)
     {
-        const Json result = json({"doctor"}, code);
+        const Json result = document("doctor", code);
         EXPECT_EQ(result["complete"], code == 0);
         for (const Json &check : result["checks"])
             if (check["name"] == name)
@@ -64,7 +55,7 @@ TEST_F(Command, ExaminesTheMachine)
     };
     EXPECT_EQ(stateOf("Shared memory", 0)["state"], "good");
     EXPECT_EQ(stateOf("Dates", 0)["state"], "good");
-    EXPECT_THAT(run({"doctor"}).out, HasSubstr("Semaphores"));
+    expect({{"doctor", 0, "Semaphores"}, {"sys watch --every 0", 2}});
 
     // Without room for a segment, which a machine can be told to have none of.
     std::ofstream limit{"/proc/sys/kernel/shmmni"};
@@ -74,7 +65,7 @@ TEST_F(Command, ExaminesTheMachine)
     EXPECT_EQ(refused["state"], "missing");
     EXPECT_EQ(refused["found"], "No space left on device, KIVCS2STATUS_MEMORY_ERR 0x80000002");
     EXPECT_THAT(refused["remedy"], HasSubstr("shmmni"));
-    EXPECT_THAT(run({"doctor"}).out, HasSubstr("\nShared memory: free segments"));
+    EXPECT_THAT(enter("doctor").out, HasSubstr("\nShared memory: free segments"));
 }
 
 } // namespace

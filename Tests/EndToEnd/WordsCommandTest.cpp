@@ -10,25 +10,19 @@
 namespace
 {
 
-using kiv::test::Json;
-using kiv::test::parseJson;
-using kiv::test::Result;
-using kiv::test::slurp;
-using kiv::test::Words;
+using namespace kiv::test;
 using testing::HasSubstr;
 using testing::StartsWith;
-namespace fs = std::filesystem;
 
-class WordsCommand : public kiv::test::Command
+class WordsCommand : public Command
 {
 protected:
-    // A line as a user types it, in the folder of the test, with the command under test found first.
+    // A line of the shell, which finds the command under test first.
     Result shell(const std::string &line)
     {
         const char *const command = std::exchange(m_command, "/bin/bash");
-        const std::string folder = fs::path{command}.parent_path();
         const Result result =
-            run({"-c", "cd '" + path("").string() + "' && PATH='" + folder + "':$PATH\n" + line});
+            run({"-c", "PATH='" + fs::path{command}.parent_path().string() + "':$PATH\n" + line});
         m_command = command;
         return result;
     }
@@ -48,7 +42,7 @@ const std::map<std::string, std::set<int>> kOtherCodes = {
 TEST_F(WordsCommand, RunsTheExampleOfEveryWord)
 {
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1); // no daemon of the machine hears of this
-    const Json description = parseJson(run({"generate", "json"}).out);
+    const Json description = parseJson(enter("generate json").out);
     write("programme.scc", slurp(KIV_EXAMPLE_SCC));
     for (const char *name : {"in.raw", "in.rgba", "capture.bin"})
         write(name, std::string(size_t{640} * 360 * 4, '\0'));
@@ -166,135 +160,110 @@ TEST_F(WordsCommand, CompletesWordsOptionsAndValues)
 
 TEST_F(WordsCommand, ReadsNumbersByOneSetOfRules)
 {
-    const std::vector<Words> options = {
-        {"audio", "weave", "--samples"},
-        {"cdp", "build", "--sequence"},
-        {"net", "send", "udp", "127.0.0.1", "5004", "--count"},
-        {"net", "recv", "udp", "127.0.0.1", "5004", "--timeout"},
-        {"frame", "bars", "-", "--frames"},
-        {"pipe", "--size"},
-        {"sys", "watch", "--every"},
-        {"sys", "watch", "--count"},
-        {"services", "first", "a", "_b._tcp", "--timeout"},
-        {"run", "--timeout"},
-        {"shm", "create", "1"},
-    };
-    for (const Words &option : options)
+    for (const std::string option : {
+             "audio weave --samples=",
+             "cdp build --sequence=",
+             "net send udp 127.0.0.1 5004 --count=",
+             "net recv udp 127.0.0.1 5004 --timeout=",
+             "frame bars - --frames=",
+             "pipe --size=",
+             "sys watch --every=",
+             "sys watch --count=",
+             "services first a _b._tcp --timeout=",
+             "run --timeout=",
+             "shm create 1 ",
+         })
         for (const std::string number :
              {"nan", "inf", "-1", "1e400", "18446744073709551616", "1x", " 1", "+1", ""})
         {
-            Words arguments = option;
-            const bool isOption = option.back().starts_with("--");
-            if (isOption) // with "=", so that a sign is no option of its own
-                arguments.back() += "=" + number;
+            Words words = wordsOf(option);
+            if (option.ends_with('='))
+                words.back() += number;
             else
-                arguments.push_back(number == "-1" ? "1-" : number);
-            if (option[0] == "run")
-                arguments.insert(arguments.end(), {"--", "true"});
-            SCOPED_TRACE(testing::PrintToString(arguments));
-            const Result result = run(arguments);
-            EXPECT_EQ(result.code, option[0] == "run" ? 125 : 2);
+                words.push_back(number == "-1" ? "1-" : number);
+            if (words[0] == "run")
+                words.insert(words.end(), {"--", "true"});
+            const Result result = run(words);
+            EXPECT_EQ(result.code, words[0] == "run" ? 125 : 2) << option << number;
             EXPECT_THAT(result.err, StartsWith("kivcs2: "));
         }
-    EXPECT_EQ(run({"cdp", "build", "--sequence=0x10"}).code, 0);
-    EXPECT_EQ(run({"pipe", "--size=64KiB", "--quiet"}).code, 0);
+    EXPECT_EQ(enter("cdp build --sequence=0x10").code, 0);
+    EXPECT_EQ(enter("pipe --size=64KiB --quiet").code, 0);
 }
 
 TEST_F(WordsCommand, HelpsByWordToo)
 {
-    EXPECT_EQ(run({"help", "caption", "convert"}).out, run({"caption", "convert", "--help"}).out);
-    EXPECT_EQ(run({"help"}).out, run({"--help"}).out);
-    EXPECT_EQ(run({"help", "caption", "nonsense"}).code, 2);
-    EXPECT_EQ(run({"help", "tc", "show"}).code, 0);
+    EXPECT_EQ(enter("help caption convert").out, enter("caption convert --help").out);
+    EXPECT_EQ(enter("help").out, enter("--help").out);
+    expect({{"help caption nonsense", 2}, {"help tc show", 0}});
 }
 
 TEST_F(WordsCommand, TakesNamesInAnyCaseAndNamesTheNearest)
 {
-    struct Row
-    {
-        Words arguments;
-        int code;
-        std::string found; ///< in the output if the code is 0, otherwise in the error
-    };
-    const std::vector<Row> rows = {
-        {{"format", "1080I25 10 bit"}, 0, "1080i25 10 Bit"},
-        {{"format", "1080I25"}, 0, "1080i25 8 Bit"},
-        {{"format", "525i23"}, 0, "525i23.98 8 Bit"},
-        {{"format", "1080p2"}, 1, "; it begins 1080p2"},
-        {{"format", "1081i25"}, 1, "; did you mean \"1080i25\"?"},
-        {{"codec", "show", "prores 422 (hq)"}, 0, "ProRes 422 (HQ)"},
-        {{"codec", "show", "ProRes"}, 1, "; it begins ProRes 422, ProRes 422 (HQ)"},
-        {{"curve", "run", "sininO:2:0:1", "hold:1"}, 0, "1"},
-        {{"curve", "run", "SinInuot:2:0:1"}, 2, "; did you mean \"SinInOut\"?"},
-        {{"str", "convert", "-", "--to", "UTF-16LE"}, 0, ""},
-        {{"str", "convert", "-", "--to", "utf61le"}, 2, "; did you mean \"utf16le\"?"},
-        {{"audio", "convert", "-", "-", "--channels", "1", "--input", "s16el"},
-         2,
-         "; did you mean \"s16le\"?"},
-        {{"pipe", "--mode", "REJECT", "--quiet"}, 0, ""},
-        {{"status", "CAPTOIN_ERR"}, 1, "; did you mean \"CAPTION_ERR\"?"},
-        {{"captoin", "info"}, 2, "unknown word \"captoin\"; did you mean \"caption\"?"},
-        {{"caption", "shwo"}, 2, "unknown word \"shwo\"; did you mean \"show\"?"},
-        {{"help", "tc", "ad"}, 2, "; did you mean \"add\"?"},
-        {{"caption", "convert", "a", "b", "--spares"},
-         2,
-         "unknown option \"--spares\"; did you mean \"--sparse\"?"},
-        {{"tc", "show", "1", "--jsno"}, 2, "; did you mean \"--json\"?"},
-        {{"nothing-like-it"}, 2, "unknown word \"nothing-like-it\" ("},
-    };
-    for (const Row &row : rows)
-    {
-        SCOPED_TRACE(testing::PrintToString(row.arguments));
-        const Result result = run(row.arguments);
-        EXPECT_EQ(result.code, row.code) << result.err;
-        EXPECT_THAT(row.code == 0 ? result.out : result.err, HasSubstr(row.found));
-    }
+    expect({
+        {"format '1080I25 10 bit'", 0, "1080i25 10 Bit"},
+        {"format 1080I25", 0, "1080i25 8 Bit"},
+        {"format 525i23", 0, "525i23.98 8 Bit"},
+        {"format 1080p2", 1, "; it begins 1080p2"},
+        {"format 1081i25", 1, "; did you mean \"1080i25\"?"},
+        {"codec show 'prores 422 (hq)'", 0, "ProRes 422 (HQ)"},
+        {"codec show ProRes", 1, "; it begins ProRes 422, ProRes 422 (HQ)"},
+        {"curve run sininO:2:0:1 hold:1", 0, "1"},
+        {"curve run SinInuot:2:0:1", 2, "; did you mean \"SinInOut\"?"},
+        {"str convert - --to UTF-16LE", 0},
+        {"str convert - --to utf61le", 2, "; did you mean \"utf16le\"?"},
+        {"audio convert - - --channels 1 --input s16el", 2, "; did you mean \"s16le\"?"},
+        {"pipe --mode REJECT --quiet", 0},
+        {"status CAPTOIN_ERR", 1, "; did you mean \"CAPTION_ERR\"?"},
+        {"captoin info", 2, "unknown word \"captoin\"; did you mean \"caption\"?"},
+        {"caption shwo", 2, "unknown word \"shwo\"; did you mean \"show\"?"},
+        {"help tc ad", 2, "; did you mean \"add\"?"},
+        {"caption convert a b --spares", 2, "unknown option \"--spares\"; did you mean \"--sparse\"?"},
+        {"tc show 1 --jsno", 2, "; did you mean \"--json\"?"},
+        {"nothing-like-it", 2, "unknown word \"nothing-like-it\" ("},
+    });
 }
 
 // One document always: what failed says so in it, with the same text as the line on standard error.
 TEST_F(WordsCommand, WritesFailuresAsDocuments)
 {
-    struct Row
+    const struct
     {
-        Words arguments;
+        const char *line;
         int code;
-        Json status, file, line;
+        Json status = {}, file = {}, place = {};
+    } rows[] = {
+        {"nonsense", 2},
+        {"tc show", 2},
+        {"tc show 25:00", 3},
+        {"tc show 1 --rate 31", 2},
+        {"caption info nowhere", 4, {}, "nowhere"},
+        {"caption show broken.scc --strict", 3, "KIVCS2STATUS_CAPTION_ERR", "broken.scc", 3},
+        {"caption convert nowhere x.mcc", 4, {}, "nowhere"},
+        {"cdp parse nowhere", 4, {}, "nowhere"},
+        {"cdp build --field1 94", 3},
+        {"cdp find --in other -", 2},
+        {"format 1080p61", 1},
+        {"codec show none", 1},
+        {"codec unpack apcn toolong", 2},
+        {"curve plot", 2},
+        {"frame info nowhere --video 625i25", 4, {}, "nowhere"},
+        {"audio describe x", 2},
+        {"crc nowhere", 4, {}, "nowhere"},
+        {"str detect nowhere", 4, {}, "nowhere"},
+        {"json a", 2},
+        {"shm show 0x7e57da7a", 1},
+        {"net recv udp 127.0.0.1 0", 2},
+        {"services first a nonsense", 2},
+        {"status nonsense", 1},
+        {"run --timeout x -- true", 125},
+        {"help nonsense", 2},
     };
-    const std::string broken = write("broken.scc", "Scenarist_SCC V1.0\n\n00:00:00:00\t94\n");
-    const std::string nowhere = path("nowhere").string();
-    const Json none;
-    const std::vector<Row> rows = {
-        {{"nonsense"}, 2, none, none, none},
-        {{"tc", "show"}, 2, none, none, none},
-        {{"tc", "show", "25:00"}, 3, none, none, none},
-        {{"tc", "show", "1", "--rate", "31"}, 2, none, none, none},
-        {{"caption", "info", nowhere}, 4, none, nowhere, none},
-        {{"caption", "show", broken, "--strict"}, 3, "KIVCS2STATUS_CAPTION_ERR", broken, 3},
-        {{"caption", "convert", nowhere, path("x.mcc")}, 4, none, nowhere, none},
-        {{"cdp", "parse", nowhere}, 4, none, nowhere, none},
-        {{"cdp", "build", "--field1", "94"}, 3, none, none, none},
-        {{"cdp", "find", "--in", "other", "-"}, 2, none, none, none},
-        {{"format", "1080p61"}, 1, none, none, none},
-        {{"codec", "show", "none"}, 1, none, none, none},
-        {{"codec", "unpack", "apcn", "toolong"}, 2, none, none, none},
-        {{"curve", "plot"}, 2, none, none, none},
-        {{"frame", "info", nowhere, "--video", "625i25"}, 4, none, nowhere, none},
-        {{"audio", "describe", "x"}, 2, none, none, none},
-        {{"crc", nowhere}, 4, none, nowhere, none},
-        {{"str", "detect", nowhere}, 4, none, nowhere, none},
-        {{"json", "a"}, 2, none, none, none},
-        {{"shm", "show", "0x7e57da7a"}, 1, none, none, none},
-        {{"net", "recv", "udp", "127.0.0.1", "0"}, 2, none, none, none},
-        {{"services", "first", "a", "nonsense"}, 2, none, none, none},
-        {{"status", "nonsense"}, 1, none, none, none},
-        {{"run", "--timeout", "x", "--", "true"}, 125, none, none, none},
-        {{"help", "nonsense"}, 2, none, none, none},
-    };
-    for (Row row : rows)
+    write("broken.scc", "Scenarist_SCC V1.0\n\n00:00:00:00\t94\n");
+    for (const auto &row : rows)
     {
-        SCOPED_TRACE(testing::PrintToString(row.arguments));
-        row.arguments.insert(row.arguments.begin(), "--json");
-        const Result result = run(row.arguments);
+        SCOPED_TRACE(row.line);
+        const Result result = enter(std::string{"--json "} + row.line);
         EXPECT_EQ(result.code, row.code);
         Json document = parseJson(result.out);
         ASSERT_FALSE(document.is_discarded()) << result.out;
@@ -305,11 +274,11 @@ TEST_F(WordsCommand, WritesFailuresAsDocuments)
         EXPECT_EQ(error["exitCode"], row.code);
         EXPECT_EQ(error["status"], row.status);
         EXPECT_EQ(error["file"], row.file);
-        EXPECT_EQ(error["line"], row.line);
+        EXPECT_EQ(error["line"], row.place);
         EXPECT_EQ("kivcs2: " + error["message"].get<std::string>() + "\n", result.err);
     }
     // Standard output that was to hold data holds nothing else.
-    const Result piped = run({"caption", "convert", nowhere, "-", "--json"});
+    const Result piped = enter("caption convert nowhere - --json");
     EXPECT_EQ(piped.out, "");
     EXPECT_EQ(parseJson(piped.err.substr(0, piped.err.find('\n')))["error"]["exitCode"], 4);
 }

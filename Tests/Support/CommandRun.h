@@ -8,12 +8,16 @@
 #include <nlohmann/json.hpp>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -41,11 +45,29 @@ inline void spill(const fs::path &path, const std::string &text)
     std::ofstream{path, std::ios::binary} << text;
 }
 
+// The words of a line: blanks separate them, and 'a word' may have some.
+inline Words wordsOf(const std::string &line)
+{
+    std::istringstream text{line};
+    Words words;
+    for (std::string word; text >> std::quoted(word, '\'');)
+        words.push_back(word);
+    return words;
+}
+
 struct Result
 {
     int code = -1; ///< exit code, or 128 + signal
     std::string out, err;
     long kilobytes = 0; ///< peak resident size
+};
+
+// A line as a user types it, its exit code, and a part of its output or, if the code is not 0, of its errors.
+struct Line
+{
+    std::string line;
+    int code;
+    std::string text = "";
 };
 
 class Command : public testing::Test
@@ -71,34 +93,48 @@ protected:
         return path(name).string();
     }
 
+    // Starts the command in the test's folder, after `prepare` in the new process; it ends with the test.
+    template <class Prepare>
+    pid_t start(const Words &arguments, Prepare prepare) const
+    {
+        const pid_t child = fork();
+        if (child != 0)
+            return child;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        prepare();
+        std::vector<char *> words{const_cast<char *>("kivcs2")};
+        for (const std::string &word : arguments)
+            words.push_back(const_cast<char *>(word.c_str()));
+        words.push_back(nullptr);
+        if (chdir(m_folder.c_str()) == 0)
+            execv(m_command, words.data());
+        _exit(127);
+    }
+    static int codeOf(int status)
+    {
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
     // `out` of -1 collects standard output; otherwise it is given to the command as it is. The command finds
     // its input at byte `inputFrom`.
     Result run(const Words &arguments, const std::string &input = "", int out = -1, off_t inputFrom = 0) const
     {
         const fs::path in = path(".in"), outPath = path(".out"), errPath = path(".err");
         spill(in, input);
-        const pid_t child = fork();
-        if (child == 0)
-        {
-            const int inFile = open(in.c_str(), O_RDONLY);
-            const int outFile = out >= 0 ? out : open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            const int errFile = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            lseek(inFile, inputFrom, SEEK_SET);
-            dup2(inFile, 0);
-            dup2(outFile, 1);
-            dup2(errFile, 2);
-            std::vector<char *> words{const_cast<char *>("kivcs2")};
-            for (const std::string &word : arguments)
-                words.push_back(const_cast<char *>(word.c_str()));
-            words.push_back(nullptr);
-            execv(m_command, words.data());
-            _exit(127);
-        }
+        const pid_t child = start(arguments,
+                                  [&]
+                                  {
+                                      const int inFile = open(in.c_str(), O_RDONLY);
+                                      lseek(inFile, inputFrom, SEEK_SET);
+                                      dup2(inFile, 0);
+                                      dup2(out >= 0 ? out : creat(outPath.c_str(), 0600), 1);
+                                      dup2(creat(errPath.c_str(), 0600), 2);
+                                  });
         Result result;
         int status = 0;
         rusage usage{};
         wait4(child, &status, 0, &usage);
-        result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        result.code = codeOf(status);
         result.out = out >= 0 ? "" : slurp(outPath);
         result.err = slurp(errPath);
         result.kilobytes = usage.ru_maxrss;
@@ -115,6 +151,30 @@ protected:
         return parseJson(result.out);
     }
 
+    // A line of words, in which the files of the test's folder have no path.
+    Result enter(const std::string &line, const std::string &input = "") const
+    {
+        return run(wordsOf(line), input);
+    }
+    Json document(const std::string &line, int code = 0) const
+    {
+        return json(wordsOf(line), code);
+    }
+    // A success writes no errors; a failure writes one line of them.
+    void expect(const std::vector<Line> &rows, const std::string &input = "") const
+    {
+        for (const Line &row : rows)
+        {
+            SCOPED_TRACE(row.line);
+            const Result result = enter(row.line, input);
+            EXPECT_EQ(result.code, row.code) << result.err;
+            EXPECT_THAT(row.code == 0 ? result.out : result.err, testing::HasSubstr(row.text));
+            EXPECT_THAT(result.err, testing::StartsWith(row.code == 0 ? "" : "kivcs2: "));
+            EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), row.code == 0 ? 0 : 1)
+                << result.err;
+        }
+    }
+
     // Files of the test's folder: what a conversion must not leave behind.
     Words files() const
     {
@@ -124,7 +184,15 @@ protected:
         return names;
     }
 
-    // Whether a process is writing a file that has no name yet.
+    // Returns once a process writes a file that has no name yet, or has ended.
+    void waitForUnnamedFile(pid_t process) const
+    {
+        siginfo_t ended{};
+        while (!hasUnnamedFile(process) &&
+               waitid(P_PID, static_cast<id_t>(process), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               ended.si_pid == 0)
+            usleep(2000);
+    }
     bool hasUnnamedFile(pid_t process) const
     {
         std::error_code ignored;
