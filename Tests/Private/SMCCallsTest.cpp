@@ -82,15 +82,15 @@ TEST(SMCCalls, ArgumentsAreChecked)
     KIVCS2SMCKeyValue value{};
     double degrees = 0;
     kiv::test::expectAllRefused({
-        KIV_CHECKS(kivCS2SMCPrv_call, "pSMC", nullptr, &call, &call),
-        KIV_CHECKS(kivCS2SMCPrv_call, "pInputStructure", &smc, nullptr, &call),
-        KIV_CHECKS(kivCS2SMCPrv_call, "pOutputStructure", &smc, &call, nullptr),
-        KIV_CHECKS(kivCS2SMCPrv_hasKey, "pSMC", nullptr, 1),
-        KIV_CHECKS(kivCS2SMCPrv_readKey, "pSMC", nullptr, "BATP", &value),
-        KIV_CHECKS(kivCS2SMCPrv_readKey, "pKeyName", &smc, nullptr, &value),
-        KIV_CHECKS(kivCS2SMCPrv_readKey, "pVal", &smc, "BATP", nullptr),
-        KIV_CHECKS(kivCS2SMCPrv_getTemperature, "pSMC", nullptr, "BATP", &degrees),
-        KIV_CHECKS(kivCS2SMCPrv_getTemperature, "pKeyName", &smc, nullptr, &degrees),
-        KIV_CHECKS(kivCS2SMCPrv_getTemperature, "pTemperature", &smc, "BATP", nullptr),
+        KIV_REQUIRES(kivCS2SMCPrv_call, "pSMC", nullptr, &call, &call),
+        KIV_REQUIRES(kivCS2SMCPrv_call, "pInputStructure", &smc, nullptr, &call),
+        KIV_REQUIRES(kivCS2SMCPrv_call, "pOutputStructure", &smc, &call, nullptr),
+        KIV_REQUIRES(kivCS2SMCPrv_hasKey, "pSMC", nullptr, 1),
+        KIV_REQUIRES(kivCS2SMCPrv_readKey, "pSMC", nullptr, "BATP", &value),
+        KIV_REQUIRES(kivCS2SMCPrv_readKey, "pKeyName", &smc, nullptr, &value),
+        KIV_REQUIRES(kivCS2SMCPrv_readKey, "pVal", &smc, "BATP", nullptr),
+        KIV_REQUIRES(kivCS2SMCPrv_getTemperature, "pSMC", nullptr, "BATP", &degrees),
+        KIV_REQUIRES(kivCS2SMCPrv_getTemperature, "pKeyName", &smc, nullptr, &degrees),
+        KIV_REQUIRES(kivCS2SMCPrv_getTemperature, "pTemperature", &smc, "BATP", nullptr),
     });
 }

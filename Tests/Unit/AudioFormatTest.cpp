@@ -68,7 +68,7 @@ TEST(AudioFormat, RefusesWhatIsOutOfRange)
     const char *kChannels = "(channels > 0) && (channels <= KIVCS2AFChannels_MAX)";
     const char *kBytes = "(bytesPerSample > 0) && (bytesPerSample < KIVCS2AFBytesPerSample_MAX)";
     const char *kUsed = "(bytesUsedPerSample > 0) && (bytesUsedPerSample < KIVCS2AFBytesUsedPerSample_MAX)";
-#define KIV_FORMAT(text, ...) KIV_CHECKS(kivCS2AudioFormat_getFormat, text, __VA_ARGS__)
+#define KIV_FORMAT(text, ...) KIV_REQUIRES(kivCS2AudioFormat_getFormat, text, __VA_ARGS__)
     kiv::test::expectAllRefused({
         KIV_FORMAT("encoding < KIVCS2AFEncoding_MAX", 2, 0, 0, 0, 0, 0, 1, 1, 1, &format),
         KIV_FORMAT("sampleRate < KIVCS2AFSampleRate_MAX", 0, 2, 0, 0, 0, 0, 1, 1, 1, &format),
@@ -83,9 +83,9 @@ TEST(AudioFormat, RefusesWhatIsOutOfRange)
         KIV_FORMAT(kUsed, 0, 0, 0, 0, 0, 0, 1, 1, 0, &format),
         KIV_FORMAT(kUsed, 0, 0, 0, 0, 0, 0, 1, 1, 9, &format),
         KIV_FORMAT("format", 0, 0, 0, 0, 0, 0, 1, 1, 1, nullptr),
-        KIV_CHECKS(kivCS2AudioFormat_getDescription, "description", 0, nullptr),
-        KIV_CHECKS(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames, "weaveSize", 2, 48000, nullptr, &size,
-                   &size),
+        KIV_REQUIRES(kivCS2AudioFormat_getDescription, "description", 0, nullptr),
+        KIV_REQUIRES(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames, "weaveSize", 2, 48000, nullptr,
+                     &size, &size),
     });
 #undef KIV_FORMAT
     EXPECT_EQ(format, 7u);

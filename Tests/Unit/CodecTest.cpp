@@ -137,11 +137,11 @@ TEST(Codec, RefusesMissingArguments)
     const KIVCS2VideoFormatDescription format{};
     KIVCS2CodecDescription description{};
     kiv::test::expectAllRefused({
-        KIV_CHECKS(kivCS2Codec_getFourCCFromString, "name", nullptr, &code),
-        KIV_CHECKS(kivCS2Codec_getFourCCFromString, "code", "DNxHD", nullptr),
-        KIV_CHECKS(kivCS2Codec_getStringFromFourCC, "text", 0x4156646E, nullptr, 8),
-        KIV_CHECKS(kivCS2Codec_getDescription, "name", nullptr, &format, &description),
-        KIV_CHECKS(kivCS2Codec_getDescription, "format", "DNxHD", nullptr, &description),
-        KIV_CHECKS(kivCS2Codec_getDescription, "description", "DNxHD", &format, nullptr),
+        KIV_REQUIRES(kivCS2Codec_getFourCCFromString, "name", nullptr, &code),
+        KIV_REQUIRES(kivCS2Codec_getFourCCFromString, "code", "DNxHD", nullptr),
+        KIV_REQUIRES(kivCS2Codec_getStringFromFourCC, "text", 0x4156646E, nullptr, 8),
+        KIV_REQUIRES(kivCS2Codec_getDescription, "name", nullptr, &format, &description),
+        KIV_REQUIRES(kivCS2Codec_getDescription, "format", "DNxHD", nullptr, &description),
+        KIV_REQUIRES(kivCS2Codec_getDescription, "description", "DNxHD", &format, nullptr),
     });
 }

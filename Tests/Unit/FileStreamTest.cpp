@@ -52,18 +52,18 @@ TEST(FileStream, RefusesWhatIsMissing)
     uint64_t size = 0;
     uint8_t *block = nullptr;
     kiv::test::expectAllRefused({
-        KIV_CHECKS(kivCS2FileStream_init, "(stream) != NULL", nullptr, "a", "r"),
-        KIV_CHECKS(kivCS2FileStream_init, "(filename) != NULL", &closed, nullptr, "r"),
-        KIV_CHECKS(kivCS2FileStream_init, "(accessMode) != NULL", &closed, "a", nullptr),
-        KIV_CHECKS(kivCS2FileStream_writeBytes, "(stream->m_file) != NULL", none, &byte, 1, nullptr),
-        KIV_CHECKS(kivCS2FileStream_writeBytes, "(buffer) != NULL", file.get(), nullptr, 1, nullptr),
-        KIV_CHECKS(kivCS2FileStream_readBytes, "(stream->m_file) != NULL", none, &byte, 1, nullptr),
-        KIV_CHECKS(kivCS2FileStream_readBytes, "(buffer) != NULL", file.get(), nullptr, 1, nullptr),
-        KIV_CHECKS(kivCS2FileStream_getSize, "(size) != NULL", file.get(), nullptr),
-        KIV_CHECKS(kivCS2FileStream_isEndOfStream, "(eos) != NULL", file.get(), nullptr),
-        KIV_CHECKS(kivCS2FileStream_getBytes, "(buffer) != NULL", file.get(), nullptr, &size),
-        KIV_CHECKS(kivCS2FileStream_getBytes, "(size) != NULL", file.get(), &block, nullptr),
-        KIV_CHECKS(kivCS2FileStream_close, "(stream) != NULL", nullptr),
+        KIV_REQUIRES(kivCS2FileStream_init, "(stream) != NULL", nullptr, "a", "r"),
+        KIV_REQUIRES(kivCS2FileStream_init, "(filename) != NULL", &closed, nullptr, "r"),
+        KIV_REQUIRES(kivCS2FileStream_init, "(accessMode) != NULL", &closed, "a", nullptr),
+        KIV_REQUIRES(kivCS2FileStream_writeBytes, "(stream->m_file) != NULL", none, &byte, 1, nullptr),
+        KIV_REQUIRES(kivCS2FileStream_writeBytes, "(buffer) != NULL", file.get(), nullptr, 1, nullptr),
+        KIV_REQUIRES(kivCS2FileStream_readBytes, "(stream->m_file) != NULL", none, &byte, 1, nullptr),
+        KIV_REQUIRES(kivCS2FileStream_readBytes, "(buffer) != NULL", file.get(), nullptr, 1, nullptr),
+        KIV_REQUIRES(kivCS2FileStream_getSize, "(size) != NULL", file.get(), nullptr),
+        KIV_REQUIRES(kivCS2FileStream_isEndOfStream, "(eos) != NULL", file.get(), nullptr),
+        KIV_REQUIRES(kivCS2FileStream_getBytes, "(buffer) != NULL", file.get(), nullptr, &size),
+        KIV_REQUIRES(kivCS2FileStream_getBytes, "(size) != NULL", file.get(), &block, nullptr),
+        KIV_REQUIRES(kivCS2FileStream_close, "(stream) != NULL", nullptr),
     });
 }
 

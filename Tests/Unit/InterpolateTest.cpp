@@ -260,17 +260,17 @@ TEST_F(Interpolate, RefusesArguments)
 {
     const auto refuses = KIVCS2STATUS_PARAM_ERR;
     kiv::test::expectAllRefused({
-        KIV_CHECKS(kivCS2Interpolation_init, "interpolation", nullptr),
-        KIV_CHECKS(kivCS2Interpolation_setLooped, "interpolation", nullptr, 1),
-        KIV_CHECKS(kivCS2Interpolation_execute, "interpolation", nullptr, nullptr),
-        KIV_CHECKS(kivCS2Interpolation_addHoldStepInFrames, "interpolation", nullptr, 1),
-        KIV_CHECKS(kivCS2Interpolation_addHoldStepInFrames, "frames > 0", &sequence, 0),
-        KIV_CHECKS(kivCS2Interpolation_addHoldStepInSeconds, "interpolation", nullptr, 1),
-        KIV_CHECKS(kivCS2Interpolation_addInterpolateStepInFrames, "interpolation", nullptr, 1, 1, 0, 1),
-        KIV_CHECKS(kivCS2Interpolation_addInterpolateStepInFrames,
-                   "function < KIVCS2InterpolationFunctionMax", &sequence, 13, 1, 0, 1),
-        KIV_CHECKS(kivCS2Interpolation_addInterpolateStepInFrames, "frames > 0", &sequence, 1, 0, 0, 1),
-        KIV_CHECKS(kivCS2Interpolation_addInterpolateStepInSeconds, "interpolation", nullptr, 1, 0, 1, 1),
+        KIV_REQUIRES(kivCS2Interpolation_init, "interpolation", nullptr),
+        KIV_REQUIRES(kivCS2Interpolation_setLooped, "interpolation", nullptr, 1),
+        KIV_REQUIRES(kivCS2Interpolation_execute, "interpolation", nullptr, nullptr),
+        KIV_REQUIRES(kivCS2Interpolation_addHoldStepInFrames, "interpolation", nullptr, 1),
+        KIV_REQUIRES(kivCS2Interpolation_addHoldStepInFrames, "frames > 0", &sequence, 0),
+        KIV_REQUIRES(kivCS2Interpolation_addHoldStepInSeconds, "interpolation", nullptr, 1),
+        KIV_REQUIRES(kivCS2Interpolation_addInterpolateStepInFrames, "interpolation", nullptr, 1, 1, 0, 1),
+        KIV_REQUIRES(kivCS2Interpolation_addInterpolateStepInFrames,
+                     "function < KIVCS2InterpolationFunctionMax", &sequence, 13, 1, 0, 1),
+        KIV_REQUIRES(kivCS2Interpolation_addInterpolateStepInFrames, "frames > 0", &sequence, 1, 0, 0, 1),
+        KIV_REQUIRES(kivCS2Interpolation_addInterpolateStepInSeconds, "interpolation", nullptr, 1, 0, 1, 1),
     });
     // Times without a frame are refused where frames are.
     for (const double seconds : {0.0, 0.039, kNaN, 1e300})

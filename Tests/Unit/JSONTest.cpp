@@ -221,7 +221,7 @@ TEST(JSON, ArgumentChecks)
 {
     uint32_t length = 0;
     kiv::test::expectAllRefused({
-        KIV_CHECKS(kivCS2JSON_createFromPlist, "(plist) != NULL", nullptr, nullptr, &length),
-        KIV_CHECKS(kivCS2JSON_createFromPlist, "(length) != NULL", a().get(), nullptr, nullptr),
+        KIV_REQUIRES(kivCS2JSON_createFromPlist, "(plist) != NULL", nullptr, nullptr, &length),
+        KIV_REQUIRES(kivCS2JSON_createFromPlist, "(length) != NULL", a().get(), nullptr, nullptr),
     });
 }

@@ -164,14 +164,14 @@ TEST(MemoryPool, MistakesAreRefused)
     void *object = nullptr;
     constexpr KIVCS2Status kParam = KIVCS2STATUS_PARAM_ERR;
     kiv::test::expectAllRefused({
-        KIV_CHECKS(kivCS2MemoryPool_init, "pool", nullptr, 1, kSize, 0, nullptr, nullptr),
-        KIV_CHECKS(kivCS2MemoryPool_init, "poolSize > 0", &other, 0, kSize, 0, nullptr, nullptr),
-        KIV_CHECKS(kivCS2MemoryPool_init, "objectSize > 0", &other, 1, 0, 0, nullptr, nullptr),
-        KIV_CHECKS(kivCS2MemoryPool_allocObject, "pool", nullptr, &object),
-        KIV_CHECKS(kivCS2MemoryPool_allocObject, "object", pool, nullptr),
-        KIV_CHECKS(kivCS2MemoryPool_freeObject, "pool", nullptr, pool),
-        KIV_CHECKS(kivCS2MemoryPool_freeObject, "object", pool, nullptr),
-        KIV_CHECKS(kivCS2MemoryPool_free, "pool", nullptr),
+        KIV_REQUIRES(kivCS2MemoryPool_init, "pool", nullptr, 1, kSize, 0, nullptr, nullptr),
+        KIV_REQUIRES(kivCS2MemoryPool_init, "poolSize > 0", &other, 0, kSize, 0, nullptr, nullptr),
+        KIV_REQUIRES(kivCS2MemoryPool_init, "objectSize > 0", &other, 1, 0, 0, nullptr, nullptr),
+        KIV_REQUIRES(kivCS2MemoryPool_allocObject, "pool", nullptr, &object),
+        KIV_REQUIRES(kivCS2MemoryPool_allocObject, "object", pool, nullptr),
+        KIV_REQUIRES(kivCS2MemoryPool_freeObject, "pool", nullptr, pool),
+        KIV_REQUIRES(kivCS2MemoryPool_freeObject, "object", pool, nullptr),
+        KIV_REQUIRES(kivCS2MemoryPool_free, "pool", nullptr),
         {"kivCS2Mutex_lock", "mutex->m_valid", kParam,
          KIV_CALL(kivCS2MemoryPool_allocObject(&other, &object))},
     });

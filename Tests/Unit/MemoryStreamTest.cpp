@@ -40,12 +40,12 @@ TEST(MemoryStream, RefusesWhatIsMissing)
     const auto missing = KIVCS2STATUS_MEMORY_ERR; // this kind's own answer
     KIVCS2MemoryStream fresh;
     kiv::test::expectAllRefused({
-        KIV_CHECKS(kivCS2MemoryStream_setup, "stream", nullptr),
-        KIV_CHECKS(kivCS2MemoryStream_init, "stream", nullptr, 1, 1),
-        KIV_CHECKS(kivCS2MemoryStream_init, "initialSize > 0", &fresh, 0, 1),
-        KIV_CHECKS(kivCS2MemoryStream_init, "growSize > 0", &fresh, 1, 0),
-        KIV_CHECKS(kivCS2MemoryStream_initWithBytes, "stream", nullptr, view, 1),
-        KIV_CHECKS(kivCS2MemoryStream_initWithBytes, "bytes", &fresh, nullptr, 1),
+        KIV_REQUIRES(kivCS2MemoryStream_setup, "stream", nullptr),
+        KIV_REQUIRES(kivCS2MemoryStream_init, "stream", nullptr, 1, 1),
+        KIV_REQUIRES(kivCS2MemoryStream_init, "initialSize > 0", &fresh, 0, 1),
+        KIV_REQUIRES(kivCS2MemoryStream_init, "growSize > 0", &fresh, 1, 0),
+        KIV_REQUIRES(kivCS2MemoryStream_initWithBytes, "stream", nullptr, view, 1),
+        KIV_REQUIRES(kivCS2MemoryStream_initWithBytes, "bytes", &fresh, nullptr, 1),
         KIV_REFUSES(missing, kivCS2MemoryStream_writeBytes, "stream->m_buffer", none, &byte, 1, nullptr),
         KIV_REFUSES(missing, kivCS2MemoryStream_writeBytes, "stream->m_buffer", nullptr, &byte, 1, nullptr),
         KIV_REFUSES(missing, kivCS2MemoryStream_writeBytes, "buffer", some, nullptr, 1, nullptr),
@@ -58,7 +58,7 @@ TEST(MemoryStream, RefusesWhatIsMissing)
         {"kivCS2MemoryStream_isEndOfStream", "eos", missing,
          KIV_CALL(kivCS2Stream_isEndOfStream(some, nullptr))},
         KIV_REFUSES(missing, kivCS2MemoryStream_getBytes, "stream->m_buffer", none, &block, &size),
-        KIV_CHECKS(kivCS2MemoryStream_close, "stream", nullptr),
+        KIV_REQUIRES(kivCS2MemoryStream_close, "stream", nullptr),
     });
 }
 

@@ -66,15 +66,17 @@ TEST(NamedPipeStream, RefusesWhatIsMissing)
     open.m_fileDescriptor = 1;
     char byte = 0;
     kiv::test::expectAllRefused({
-        KIV_CHECKS(kivCS2NamedPipeStream_init, "(stream) != NULL", nullptr, "a", 0),
-        KIV_CHECKS(kivCS2NamedPipeStream_init, "(filename) != NULL", &closed, nullptr, 0),
-        KIV_CHECKS(kivCS2NamedPipeStream_writeBytes, "(stream->m_fileDescriptor >= 0)", &closed.m_stream,
-                   &byte, 1, nullptr),
-        KIV_CHECKS(kivCS2NamedPipeStream_writeBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1, nullptr),
-        KIV_CHECKS(kivCS2NamedPipeStream_readBytes, "(stream->m_fileDescriptor >= 0)", &closed.m_stream,
-                   &byte, 1, nullptr),
-        KIV_CHECKS(kivCS2NamedPipeStream_readBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1, nullptr),
-        KIV_CHECKS(kivCS2NamedPipeStream_close, "(stream) != NULL", nullptr),
+        KIV_REQUIRES(kivCS2NamedPipeStream_init, "(stream) != NULL", nullptr, "a", 0),
+        KIV_REQUIRES(kivCS2NamedPipeStream_init, "(filename) != NULL", &closed, nullptr, 0),
+        KIV_REQUIRES(kivCS2NamedPipeStream_writeBytes, "(stream->m_fileDescriptor >= 0)", &closed.m_stream,
+                     &byte, 1, nullptr),
+        KIV_REQUIRES(kivCS2NamedPipeStream_writeBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1,
+                     nullptr),
+        KIV_REQUIRES(kivCS2NamedPipeStream_readBytes, "(stream->m_fileDescriptor >= 0)", &closed.m_stream,
+                     &byte, 1, nullptr),
+        KIV_REQUIRES(kivCS2NamedPipeStream_readBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1,
+                     nullptr),
+        KIV_REQUIRES(kivCS2NamedPipeStream_close, "(stream) != NULL", nullptr),
     });
 }
 

@@ -347,7 +347,7 @@ TEST(PCMAudioConverter, RefusesMissingArguments)
     uint8_t output[2]{};
     void *position = nullptr;
     uint32_t count = 2;
-#define KIV_PCM(operation, text, ...) KIV_CHECKS(kivCS2PCMAudioConverter_##operation, text, __VA_ARGS__)
+#define KIV_PCM(operation, text, ...) KIV_REQUIRES(kivCS2PCMAudioConverter_##operation, text, __VA_ARGS__)
     kiv::test::expectAllRefused({
         KIV_PCM(init, "converter", nullptr, &s16, true, false, 0),
         KIV_PCM(init, "inputFormat", &other, nullptr, true, false, 0),

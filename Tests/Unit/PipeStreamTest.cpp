@@ -35,16 +35,17 @@ TEST(PipeStream, RefusesWhatIsMissing)
     kiv::test::expectAllRefused({
         {"kivCS2PipeStream_setup", "stream", KIVCS2STATUS_PARAM_ERR,
          KIV_CALL(kivCS2PipeStream_init(nullptr))},
-        KIV_CHECKS(kivCS2PipeStream_initWithPipes, "stream", nullptr, 5, 6),
-        KIV_CHECKS(kivCS2PipeStream_initWithPipes, "readPipe > 0", &closed, 0, 6),
-        KIV_CHECKS(kivCS2PipeStream_initWithPipes, "writePipe > 0", &closed, 5, 0),
-        KIV_CHECKS(kivCS2PipeStream_writeBytes, "stream->m_writePipe > 0", &closed.m_stream, &byte, 1,
-                   nullptr),
-        KIV_CHECKS(kivCS2PipeStream_writeBytes, "buffer", &open.m_stream, nullptr, 1, nullptr),
-        KIV_CHECKS(kivCS2PipeStream_readBytes, "stream->m_readPipe > 0", &closed.m_stream, &byte, 1, nullptr),
-        KIV_CHECKS(kivCS2PipeStream_readBytes, "buffer", &open.m_stream, nullptr, 1, nullptr),
-        KIV_CHECKS(kivCS2PipeStream_isEndOfStream, "eos", &open.m_stream, nullptr),
-        KIV_CHECKS(kivCS2PipeStream_close, "stream", nullptr),
+        KIV_REQUIRES(kivCS2PipeStream_initWithPipes, "stream", nullptr, 5, 6),
+        KIV_REQUIRES(kivCS2PipeStream_initWithPipes, "readPipe > 0", &closed, 0, 6),
+        KIV_REQUIRES(kivCS2PipeStream_initWithPipes, "writePipe > 0", &closed, 5, 0),
+        KIV_REQUIRES(kivCS2PipeStream_writeBytes, "stream->m_writePipe > 0", &closed.m_stream, &byte, 1,
+                     nullptr),
+        KIV_REQUIRES(kivCS2PipeStream_writeBytes, "buffer", &open.m_stream, nullptr, 1, nullptr),
+        KIV_REQUIRES(kivCS2PipeStream_readBytes, "stream->m_readPipe > 0", &closed.m_stream, &byte, 1,
+                     nullptr),
+        KIV_REQUIRES(kivCS2PipeStream_readBytes, "buffer", &open.m_stream, nullptr, 1, nullptr),
+        KIV_REQUIRES(kivCS2PipeStream_isEndOfStream, "eos", &open.m_stream, nullptr),
+        KIV_REQUIRES(kivCS2PipeStream_close, "stream", nullptr),
     });
     kivCS2PipeStream_free(&open.m_stream);
 }

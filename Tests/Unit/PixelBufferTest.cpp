@@ -161,12 +161,12 @@ TEST(PixelBuffer, ArgumentChecks)
     const CVPixelBufferRef in = picture.get();
     CVPixelBufferRef out = nullptr;
     kiv::test::expectAllRefused({
-        KIV_CHECKS(kivCS2PixelBuffer_convert, "pixelBufferIn", nullptr, &out, 2),
-        KIV_CHECKS(kivCS2PixelBuffer_convert, "pixelBufferOut", in, nullptr, 2),
-        KIV_CHECKS(kivCS2PixelBuffer_clear, "pixelBufferIn", nullptr, 0),
-        KIV_CHECKS(kivCS2PixelBuffer_clear, "clearColour < KIVCS2PixelBuffer_ClearMAX", in, 3),
-        KIV_CHECKS(kivCS2PixelBuffer_scale, "pixelBufferIn", nullptr, &out, 2, 2),
-        KIV_CHECKS(kivCS2PixelBuffer_scale, "pixelBufferOut", in, nullptr, 2, 2),
+        KIV_REQUIRES(kivCS2PixelBuffer_convert, "pixelBufferIn", nullptr, &out, 2),
+        KIV_REQUIRES(kivCS2PixelBuffer_convert, "pixelBufferOut", in, nullptr, 2),
+        KIV_REQUIRES(kivCS2PixelBuffer_clear, "pixelBufferIn", nullptr, 0),
+        KIV_REQUIRES(kivCS2PixelBuffer_clear, "clearColour < KIVCS2PixelBuffer_ClearMAX", in, 3),
+        KIV_REQUIRES(kivCS2PixelBuffer_scale, "pixelBufferIn", nullptr, &out, 2, 2),
+        KIV_REQUIRES(kivCS2PixelBuffer_scale, "pixelBufferOut", in, nullptr, 2, 2),
 #ifndef NDEBUG
         KIV_REFUSES(KIVCS2STATUS_OK, kivCS2PixelBuffer_scale, "sourceWidth > scaleWidth", in, &out, 4, 2),
         KIV_REFUSES(KIVCS2STATUS_OK, kivCS2PixelBuffer_scale, "sourceHeight > scaleHeight", in, &out, 2, 4),
