@@ -326,11 +326,12 @@ constexpr const char *kMade =
 
 std::string completion(const Word &root, std::string_view shell)
 {
-    if (shell == "fish")
-        return std::string{"# "} + kMade + fishLines(root);
-    const bool isZsh = shell == "zsh";
-    return std::string{isZsh ? "#compdef kivcs2\n# " : "# shellcheck shell=bash\n# "} + kMade +
-           sharedFunctions(root) + (isZsh ? kZsh : kBash);
+    const bool isFish = shell == "fish", isZsh = shell == "zsh";
+    std::string text = isFish ? "# " : isZsh ? "#compdef kivcs2\n# " : "# shellcheck shell=bash\n# ";
+    text += kMade;
+    if (isFish)
+        return text + fishLines(root);
+    return text + sharedFunctions(root) + (isZsh ? kZsh : kBash);
 }
 
 } // namespace tool

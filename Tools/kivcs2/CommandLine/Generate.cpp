@@ -223,7 +223,7 @@ std::string manualPage(const Word &root)
         text += ".TP\n" + bold(word->facts().name) + "\n" + roff(word->facts().help) + ".\nSee " +
                 bold(name + "-" + word->facts().name) + "(1).\n";
     }
-    text += std::string{kExitStatus} + kDiagnostics + kEnvironment + ".SH EXAMPLES\n";
+    text.append(kExitStatus).append(kDiagnostics).append(kEnvironment).append(".SH EXAMPLES\n");
     appendExamples(text, root);
     return text;
 }

@@ -116,13 +116,12 @@ void printFacts(const Content &content)
 {
     const KIVCS2CaptionPacket &packet = content.packet;
     const std::span<const uint8_t> cdp = content.cdp();
-    const auto flag = [&](uint8_t bit, const char *name)
-    { return (cdp[4] & bit) != 0 ? std::string{", "} + name : std::string{}; };
+    const auto flag = [&](uint8_t bit, const char *name) { return (cdp[4] & bit) != 0 ? name : ""; };
     Facts facts;
     facts.add("Header", print("%zu bytes, %s frames a second, sequence %u", cdp.size(),
                               std::string{cdpRateName(packet.m_rateCode)}.c_str(), packet.m_sequence) +
-                            flag(0x80, "time code") + flag(0x40, "caption data") +
-                            flag(0x20, "service information") + flag(0x02, "caption service active"));
+                            flag(0x80, ", time code") + flag(0x40, ", caption data") +
+                            flag(0x20, ", service information") + flag(0x02, ", caption service active"));
     if ((packet.m_flags & KIVCS2CaptionPacketFlag_HasTimeCode) != 0)
         facts.add("Time code", hexOf(packet.m_timeCode));
     const size_t line21 = content.fields[0].size() + content.fields[1].size();
