@@ -92,7 +92,7 @@ protected:
             for (const std::string &word : arguments)
                 words.push_back(const_cast<char *>(word.c_str()));
             words.push_back(nullptr);
-            execv(m_command, words.data());
+            execvp(m_command, words.data());
             _exit(127);
         }
         close(ends[1]);

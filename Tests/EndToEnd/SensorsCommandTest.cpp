@@ -13,7 +13,7 @@ class Sensors : public Command
 protected:
     Sensors()
     {
-        m_command = KIV_COMMAND_WITH_CONTROLLER;
+        m_command = "kivcs2_with_controller";
     }
 };
 

@@ -108,7 +108,7 @@ TEST_F(Command, HoldsASegmentUntilItIsInterrupted)
         {
             prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that is killed leaves no holder
             dup2(ends[1], 1);
-            execl(KIV_COMMAND, "kivcs2", "shm", "create", key(6).c_str(), "8", "--hold", "--json", nullptr);
+            execlp(KIV_COMMAND, KIV_COMMAND, "shm", "create", key(6).c_str(), "8", "--hold", "--json", nullptr);
             _exit(127);
         }
         char byte = 0;

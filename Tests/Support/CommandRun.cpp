@@ -1,8 +1,33 @@
-// The one place where tests of the command have JSON parsed.
 #include "CommandRun.h"
+
+#include <cstdlib>
 
 namespace kiv::test
 {
+
+namespace
+{
+// The runner names a folder if these tests are for another build's command.
+const char *otherBuild()
+{
+    return std::getenv("KIV_COMMANDS");
+}
+
+[[maybe_unused]] const bool kIsOnPath = []
+{
+    const std::string folder = otherBuild() != nullptr ? otherBuild() : KIV_OWN_COMMANDS;
+    return setenv("PATH", (folder + ":" + std::getenv("PATH")).c_str(), 1) == 0;
+}();
+} // namespace
+
+bool keepsFreedMemory()
+{
+#ifdef __SANITIZE_ADDRESS__
+    return otherBuild() == nullptr;
+#else
+    return false;
+#endif
+}
 
 Json parseJson(const std::string &text)
 {

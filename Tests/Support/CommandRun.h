@@ -22,6 +22,9 @@
 #include <string>
 #include <vector>
 
+// Found by PATH, as a user's shell does: CommandRun.cpp puts the folder of the build under test in front.
+#define KIV_COMMAND "kivcs2"
+
 namespace kiv::test
 {
 
@@ -29,7 +32,10 @@ namespace fs = std::filesystem;
 using Json = nlohmann::json;
 using Words = std::vector<std::string>;
 
-// Discarded where the text is no JSON. Out of line: the parser's templates take seconds to compile.
+// Whether the command under test has AddressSanitizer, which keeps freed memory back.
+bool keepsFreedMemory();
+
+// Discarded if the text is not JSON. Out of line: the parser's templates take seconds to compile.
 Json parseJson(const std::string &text);
 
 inline std::string slurp(const fs::path &path)
@@ -107,7 +113,7 @@ protected:
             words.push_back(const_cast<char *>(word.c_str()));
         words.push_back(nullptr);
         if (chdir(m_folder.c_str()) == 0)
-            execv(m_command, words.data());
+            execvp(m_command, words.data());
         _exit(127);
     }
     static int codeOf(int status)
