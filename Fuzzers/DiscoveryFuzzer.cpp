@@ -1,6 +1,6 @@
-// A network that answers whatever it likes, under the whole of discovery: services that come and go under any
-// name, location, address and TXT records of any content. Lists, names, addresses and records have to stay
-// what the header promises, and nothing may be kept.
+// Service discovery over a network that may return anything: services that come and go with any name, and
+// location, address and TXT records with any content. Lists, names, addresses and records must keep the
+// promises of the header, and nothing may leak.
 #include "KIVCS2Bonjour.h"
 
 #include "CFNetwork/Engine.h"
@@ -22,16 +22,16 @@ namespace
 using namespace kiv::discovery;
 using kiv::CFRef;
 
-constexpr int kNoMore = -1; // what the network fails with when it has said everything
+constexpr int kNoMore = -1; // the failure of the network after its last result
 
-Input script; // the rest of it, taken by every question
+Input script; // the rest of the input, from which each request takes its results
 
 Place place(uint8_t bits)
 {
     return {bits >> 2 & 3, bits >> 4 & 1};
 }
 
-// Says what the script holds for a question, and then that there is no more.
+// Gives the results of the script for a request, and then the end.
 class ScriptedBackend final : public Backend
 {
 public:
@@ -41,7 +41,7 @@ public:
     }
     [[nodiscard]] OwnNetworks networks() const override
     {
-        return {}; // no input waits for a network that the script does not name
+        return {}; // so that no input waits for a network that the script does not have
     }
     std::unique_ptr<Handle> browseServices(const char *, const char *, ServiceSink &sink,
                                            int &error) noexcept override
@@ -122,13 +122,13 @@ void serviceFound(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *service, 
     (void)kivCS2Bonjour_getAddressesList(browser, service, &address);
     require(address != nullptr || port == 0);
     for (; address != nullptr; address = reinterpret_cast<KIVCS2BonjourAddress *>(address->m_elem.m_next))
-        require(address->m_port == port); // of the one location record that counts
+        require(address->m_port == port); // from the only location record that counts
 }
 
 void recordSeen(CFNetServiceMonitorRef, CFNetServiceRef, CFNetServiceMonitorType, CFDataRef data,
                 CFStreamError *, void *)
 {
-    // What came from the network may be set to be published, or is refused.
+    // Bytes from the network can be published, or are refused.
     const CFRef<CFStringRef> text = ascii("x");
     const CFRef<CFNetServiceRef> service{CFNetServiceCreate(nullptr, text.get(), text.get(), text.get(), 1)};
     const bool isText = isTextRecord({CFDataGetBytePtr(data), static_cast<size_t>(CFDataGetLength(data))});

@@ -1,5 +1,5 @@
-// Bytes as a string of one encoding, and that string in every other: what comes out must be read back
-// as the same characters, and UTF-8 must be as well formed as ICU finds it.
+// Bytes as a string of one encoding, and that string in every other. The result must be read back as the
+// same characters, and ICU must agree if UTF-8 is well formed.
 #include "Require.h"
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -37,7 +37,7 @@ void compareWithIcu(CFStringRef string, const uint8_t *bytes, size_t size)
         require(CFStringGetCharacterAtIndex(string, index) == units[static_cast<size_t>(index)]);
 }
 
-// The string in `encoding` and back: the units that were converted, no more and no others.
+// Converts the string to `encoding` and back, which gives exactly the units that were converted.
 void convertAndBack(CFStringRef string, CFStringEncoding encoding)
 {
     const CFIndex length = CFStringGetLength(string);
@@ -82,7 +82,7 @@ void split(CFStringRef string)
 {
     CFStringRef colon = CFStringCreateWithCString(nullptr, ":", kCFStringEncodingASCII);
     CFArrayRef pieces = CFStringCreateArrayBySeparatingStrings(nullptr, string, colon);
-    CFIndex length = CFArrayGetCount(pieces) - 1; // the separators
+    CFIndex length = CFArrayGetCount(pieces) - 1; // the number of separators
     for (CFIndex index = 0; index < CFArrayGetCount(pieces); ++index)
         length += CFStringGetLength(static_cast<CFStringRef>(CFArrayGetValueAtIndex(pieces, index)));
     require(length == CFStringGetLength(string));

@@ -1,5 +1,5 @@
-// A property list built from bytes, as JSON text by both passes, against a recursion over the same list. The
-// bytes are steps: make a value, open or close an array or a dictionary.
+// A property list built from bytes, written as JSON by both passes and compared with a recursion over the
+// same list. The bytes are steps: make a value, open or close an array or a dictionary.
 #include "../Tests/Support/CFText.h"
 #include "Input.h"
 #include "Require.h"
@@ -64,7 +64,7 @@ public:
         else if (into.key)
             CFDictionarySetValue(static_cast<CFMutableDictionaryRef>(object), into.key.get(), value.get());
     }
-    // Puts the innermost into the one around it; false for the outermost.
+    // Puts the innermost container into the next one; false for the outermost.
     bool close()
     {
         if (m_open.size() == 1)
@@ -89,7 +89,7 @@ private:
     std::vector<Container> m_open;
 };
 
-// Each of these appends what a value is written as. False: the value has no text, and what is around it ends.
+// Each of these appends the text of a value. False if the value has no text: the containers around it end.
 bool addQuoted(CFTypeRef value, std::string &text)
 {
     const auto string = static_cast<CFStringRef>(value);
@@ -172,7 +172,7 @@ bool add(CFTypeRef value, std::string &text)
     else if (type == CFDictionaryGetTypeID())
     {
         text += '{';
-        addEntries(static_cast<CFDictionaryRef>(value), text); // it hides a failure
+        addEntries(static_cast<CFDictionaryRef>(value), text); // a dictionary hides a failure
         text += '}';
     }
     return true;
@@ -185,7 +185,7 @@ void write(CFTypeRef list)
     uint32_t measured = 0;
     require(kivCS2JSON_createFromPlist(list, nullptr, &measured) == KIVCS2STATUS_OK);
     std::vector<char> room(size_t{measured} +
-                           1); // of exactly that size, so that AddressSanitizer sees a byte too many
+                           1); // exactly that size, so that AddressSanitizer detects one byte too many
     char *cursor = room.data();
     uint32_t length = 0;
     require(kivCS2JSON_createFromPlist(list, &cursor, &length) == wanted);

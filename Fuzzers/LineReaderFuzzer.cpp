@@ -1,5 +1,5 @@
-// The lines of a memory stream, found in blocks, against those of a stream read byte by byte.
-// Input: room of a line; then the text.
+// The lines of a memory stream, read in blocks, compared with those of a stream read byte by byte.
+// The input is the room for a line, and then the text.
 #include "../Tests/Support/HostStream.h"
 #include "Require.h"
 

@@ -1,5 +1,5 @@
-// Operations on two lists of the same records against vectors of their numbers. Each operation takes four
-// bytes of the input: which, which list, and two arguments.
+// Operations on two lists of the same records, compared with vectors of their numbers. Each operation takes
+// four bytes of the input: the operation, the list, and two arguments.
 #include "Require.h"
 
 #include "KIVCS2LinkList.h"
@@ -20,7 +20,7 @@ struct Record
 };
 
 constexpr size_t kRecords = 32;
-constexpr size_t kMaxSteps = 100; // longer inputs find nothing more
+constexpr size_t kMaxSteps = 100; // longer inputs find no more faults
 
 Record &recordOf(KIVCS2LinkElem *elem)
 {
@@ -104,7 +104,7 @@ public:
         compare();
     }
 
-    // Frees a list that has been sorted, with its last pointer still where the sort left it.
+    // Frees a sorted list while its last pointer is still where the sort left it.
     void finish()
     {
         for (KIVCS2LinkList &list : m_lists)
@@ -129,7 +129,7 @@ private:
             std::erase(model, record.number);
     }
 
-    // Next to `other` of the same list, or to an end.
+    // Inserts next to `other` of the same list, or at an end.
     void move(Model &model, Record &record, KIVCS2LinkElem *other, uint16_t neighbour, bool inFront)
     {
         const auto at = find(model, record.number);
@@ -163,7 +163,7 @@ private:
                 (inside ? &m_records[model[static_cast<size_t>(index)]].link : nullptr));
     }
 
-    // By new keys; then repairs the last pointer as a caller does.
+    // Sorts by new keys, then repairs the last pointer as a caller does.
     void sort(KIVCS2LinkList &list, Model &model, uint8_t keys)
     {
         KIVCS2LinkElem *const last = list.m_prev;

@@ -1,5 +1,6 @@
-// Operations on a tree against vectors of children. Each operation takes three bytes of the input: which, a
-// node and another. The nodes are the tree's own and the caller's by turns; locks and skips come and go.
+// Operations on a tree, compared with vectors of children. Each operation takes three bytes of the input: the
+// operation and two nodes. Every second node belongs to the tree, the others to the caller; locks and skips
+// come and go.
 #include "Require.h"
 
 #include "KIVCS2LinkTree.h"
@@ -14,17 +15,17 @@
 namespace
 {
 constexpr size_t kNodes = 16;
-constexpr size_t kMaxSteps = 100; // longer inputs find nothing more
+constexpr size_t kMaxSteps = 100; // longer inputs find no more faults
 constexpr int kNone = -1;
 
 using Node = KIVCS2LinkTreeNode;
 
-// What is known of a node: it exists, its flags, its place.
+// The expected state of a node: whether it exists, its flags and its place.
 struct NodeModel
 {
     Node *node = nullptr;
     uint32_t flags = 0;
-    int holder = kNone; // whose children it is among
+    int holder = kNone; // its parent
     std::vector<int> children;
 };
 
@@ -90,7 +91,7 @@ private:
         return m_models[static_cast<size_t>(index)];
     }
 
-    // Even nodes are the tree's, odd ones the caller's.
+    // Even nodes belong to the tree, odd ones to the caller.
     void make(int index)
     {
         NodeModel &made = model(index);
@@ -128,7 +129,7 @@ private:
         model(index).holder = kNone;
     }
 
-    // A node that was re-initialised: alone, without flags.
+    // A node that was initialised again is alone and has no flags.
     void renew(int index)
     {
         takeOut(index);
@@ -141,7 +142,7 @@ private:
 
     void attach(int node, int parent)
     {
-        // The caller's part: no rings, and the root stays the root until another takes its place.
+        // Duties of the caller: no rings, and the root stays the root until another node replaces it.
         if ((parent != kNone && isBelow(parent, node)) || node == m_root)
             return;
         const bool rootStays = parent == kNone && m_root != kNone && locked(m_root);
@@ -215,7 +216,7 @@ private:
             renew(node);
     }
 
-    // A node whose memory went; another takes its number.
+    // The memory of the node is freed; a new node takes its number.
     void gone(int node)
     {
         takeOut(node);
@@ -226,7 +227,7 @@ private:
 
     void mark(int node, uint8_t bits)
     {
-        // Locks and skips are taken off again by the owner of the record.
+        // The owner of the record removes locks and skips.
         constexpr uint32_t kMarks = KIVCS2LinkTreeNodeFlag_Locked | KIVCS2LinkTreeNodeFlag_Skip;
         NodeModel &marked = model(node);
         marked.flags = (marked.flags & ~kMarks) | (bits & kMarks);
@@ -304,7 +305,7 @@ private:
     int m_root = kNone;
     std::array<NodeModel, kNodes> m_models;
     std::array<Node, kNodes> m_embedded;
-    std::vector<int> m_wanted; // of one comparison
+    std::vector<int> m_wanted; // the nodes of one comparison
     std::vector<int> m_all;
     std::vector<int> m_visited;
 };

@@ -1,5 +1,5 @@
-// Objects taken from a pool and returned in any order, against a map of those that are out and the order of
-// those that are not. Each operation takes two bytes of the input: what to do, and an argument.
+// Objects taken from a pool and returned in any order, compared with a map of the objects in use and the
+// order of the free ones. Each operation takes two bytes of the input: the operation and an argument.
 #include "Require.h"
 
 #include "KIVCS2MemoryPool.h"
@@ -14,8 +14,8 @@
 
 namespace
 {
-constexpr size_t kMaxSteps = 200; // longer inputs find nothing more
-constexpr size_t kMaxOut = 24;    // objects, of the heap too
+constexpr size_t kMaxSteps = 200; // longer inputs find no more faults
+constexpr size_t kMaxOut = 24;    // objects in use, those of the heap included
 
 // The callbacks have no context.
 struct
@@ -23,7 +23,7 @@ struct
     KIVCS2Status answer;
     void *made;
     void *returned;
-    uint8_t mark; // of the object that is being returned
+    uint8_t mark; // the mark of the object that is being returned
 } g_calls;
 
 KIVCS2Status noteMade(void *object)
@@ -74,7 +74,7 @@ private:
     }
     void take(uint8_t what, uint8_t mark)
     {
-        // One in four callbacks fails, by a status that the pool has as well.
+        // One in four callbacks fails, with a status that the pool also has.
         g_calls = {(what & 6) == 6 ? KIVCS2STATUS_MEMORY_ERR : uint32_t{what}, nullptr, nullptr, 0};
         void *object = this;
         const KIVCS2Status status = kivCS2MemoryPool_allocObject(&m_pool, &object);
@@ -128,8 +128,8 @@ private:
     uint32_t m_size;
     bool m_allowExternal;
     bool m_calls;
-    std::deque<void *> m_free;       // of the block, next in turn first
-    std::map<void *, uint8_t> m_out; // what each was filled with
+    std::deque<void *> m_free;       // objects of the block, the next one first
+    std::map<void *, uint8_t> m_out; // and the mark in each
 };
 } // namespace
 

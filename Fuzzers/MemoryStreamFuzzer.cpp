@@ -1,5 +1,5 @@
-// Operations on a memory stream against a model: a vector and a position. Each operation takes four
-// bytes of the input: which, and three of arguments.
+// Operations on a memory stream, compared with a vector and a position. Each operation takes four bytes of
+// the input: the operation, and three for its arguments.
 #include "Require.h"
 
 #include "KIVCS2MemoryStream.h"

@@ -1,5 +1,5 @@
-// Operations on a multi-buffer against a vector of its entries. Each operation takes four bytes of the input:
-// which, and three arguments.
+// Operations on a multi-buffer, compared with a vector of its entries. Each operation takes four bytes of the
+// input: the operation and three arguments.
 #include "Require.h"
 
 #include "KIVCS2MultiBuffer.h"
@@ -12,17 +12,17 @@
 
 namespace
 {
-constexpr size_t kMaxSteps = 100; // longer inputs find nothing more
+constexpr size_t kMaxSteps = 100; // longer inputs find no more faults
 constexpr uint32_t kMaxEntries = 12;
 constexpr uint32_t kIdleBlock = 4;
 
-// What is expected of an entry.
+// The expected state of an entry.
 struct Entry
 {
-    uint32_t block = kIdleBlock; // its bytes
-    uint64_t age = 0;            // 0: it is free
+    uint32_t block = kIdleBlock; // size in bytes
+    uint64_t age = 0;            // 0 if it is free
     void *data = nullptr;
-    uint32_t size = 0; // asked for; every byte is the mark
+    uint32_t size = 0; // as requested; every byte is the mark
     uint8_t mark = 0;
 };
 
@@ -73,14 +73,14 @@ private:
     {
         return static_cast<uint32_t>(m_entries.size());
     }
-    // The first free index of a range; count() for none.
+    // The first free index of a range; count() if there is none.
     uint32_t firstFree(uint32_t first, uint32_t end) const
     {
         while (first < end && m_entries[first].age != 0)
             ++first;
         return first < end ? first : count();
     }
-    // The indices of those in use, oldest first.
+    // The indices of the entries in use, oldest first.
     std::vector<uint32_t> used() const
     {
         std::vector<uint32_t> indices;
@@ -125,7 +125,7 @@ private:
         require(kivCS2MultiBuffer_unlock(&m_buffer) == KIVCS2STATUS_OK);
         expectHandedOut(firstFree(first, last + 1), status, data, mark, mark);
     }
-    // The contents are those its user left, whatever went on beside it.
+    // An entry keeps the contents that its user wrote, whatever happens to the others.
     void expectUntouched(uint32_t index) const
     {
         const Entry &entry = m_entries[index];

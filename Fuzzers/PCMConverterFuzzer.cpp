@@ -1,6 +1,6 @@
-// Set-ups of a PCM converter and lengths of its input. The input: the description's flags, channels, bytes of
-// a frame beyond those of its samples, bits and bytes of a sample, a byte of options, then the audio; or,
-// with the options' top bit, a whole description in front of the audio.
+// Formats of a PCM converter and lengths of its input. The input has the flags and channels of the
+// description, the bytes of a frame past those of its samples, the bits and bytes of a sample, a byte of
+// options, then the audio. If the top bit of the options is set, a whole description precedes the audio.
 #include "Require.h"
 
 #include "KIVCS2PCMAudioConverter.h"
@@ -21,7 +21,7 @@ constexpr uint32_t kLargestOutput = 1 << 20;
 
 using Bytes = std::vector<uint8_t>;
 
-// Every channel of a split is what the platform's own call makes of it.
+// Every channel of a split equals the result of the platform's own call.
 void convertPlanes(KIVCS2PCMAudioConverter &converter, const Bytes &input, Bytes &output)
 {
     const uint32_t channels = converter.m_inputFormat.mChannelsPerFrame;
@@ -49,7 +49,7 @@ void convertPlanes(KIVCS2PCMAudioConverter &converter, const Bytes &input, Bytes
     }
 }
 
-// The best kernel makes what the plain loop makes.
+// The best kernel gives the result of the plain loop.
 void convertInterleaved(KIVCS2PCMAudioConverter &converter, const Bytes &input, Bytes &output)
 {
     auto written = static_cast<uint32_t>(output.size());
@@ -102,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (KIVCS2_FAILED(made))
         return 0;
 
-    // Exactly as long as they are said to be, so that AddressSanitizer sees an access past either end.
+    // Exactly as long as stated, so that AddressSanitizer detects an access past either end.
     Bytes input(data, data + size);
     input.reserve(1);
     uint32_t outBytes = 0;

@@ -1,5 +1,6 @@
-// Every operation on a buffer over memory of any alignment, width, height and stride, against the rows
-// without vectors. Ten bytes say what and how; those behind them are the pixels, again and again.
+// Every operation on a buffer in memory of any alignment, width, height and stride, compared with the rows
+// without vectors. Ten bytes choose the operation and the buffer; the bytes after them are the pixels,
+// repeated.
 #include "Require.h"
 
 #include "KIVCS2PixelBuffer.h"
@@ -17,7 +18,7 @@
 namespace
 {
 constexpr size_t kHeader = 10;
-constexpr size_t kMaxWidth = 400; // several of the widest blocks
+constexpr size_t kMaxWidth = 400; // several blocks of the widest vectors
 constexpr size_t kMaxHeight = 6;
 constexpr size_t kMaxAlignment = 64;
 
@@ -46,8 +47,8 @@ const kiv::PixelRows &plainRows()
     return kiv::pixelRows(kiv::CpuLevel::portable);
 }
 
-// The picture under test. Its memory ends with its last row, so that AddressSanitizer sees a read or write
-// beyond.
+// The picture under test. Its memory ends with its last row, so that AddressSanitizer detects an access past
+// it.
 class Picture
 {
 public:
@@ -100,7 +101,7 @@ private:
     Bytes m_memory;
 };
 
-// A buffer that an operation made: `size` bytes of each row are compared and the others are zero.
+// A buffer that an operation made. The expected bytes of each row are compared; the rest is zero.
 class Made
 {
 public:
@@ -225,7 +226,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     case 1:
         clear(picture, choice % KIVCS2PixelBuffer_ClearMAX);
         break;
-    case 2: // smaller than the source, as assertions demand
+    case 2: // smaller than the source, which assertions require
         scale(picture, choice % static_cast<uint32_t>(picture.width),
               data[9] % static_cast<uint32_t>(picture.height));
         break;

@@ -1,5 +1,5 @@
-// Operations on a ring against deques: the bytes that can be fetched, and the last ones written. Two bytes of
-// the input are the capacity; each operation takes five: which, a size and an offset.
+// Operations on a ring, compared with deques of the bytes that can be fetched and of the last bytes written.
+// Two bytes of the input are the capacity. Each operation takes five: the operation, a size and an offset.
 #include "Require.h"
 
 #include "KIVCS2RingBuffer.h"
@@ -14,17 +14,17 @@ namespace
 {
 constexpr size_t kHeader = 2;
 constexpr size_t kStep = 5;
-constexpr size_t kMaxSteps = 100;       // longer inputs find nothing more
-constexpr uint32_t kMaxCapacity = 1000; // short copies and long ones, whole and in two
-constexpr uint32_t kHuge = 0xFFFFFF00u; // sizes whose sum with an offset does not fit 32 bits
-constexpr uint32_t kBeyond = 3;         // bytes above the capacity, which are refused
+constexpr size_t kMaxSteps = 100;       // longer inputs find no more faults
+constexpr uint32_t kMaxCapacity = 1000; // for short and long copies, whole and in two parts
+constexpr uint32_t kHuge = 0xFFFFFF00u; // a size whose sum with an offset does not fit 32 bits
+constexpr uint32_t kBeyond = 3;         // bytes past the capacity, which are refused
 
 uint32_t number(const uint8_t *bytes)
 {
     return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8;
 }
 
-// A block of exactly that size, so that AddressSanitizer sees one byte too many.
+// A block of exactly that size, so that AddressSanitizer detects one byte too many.
 std::unique_ptr<uint8_t[]> block(uint32_t size)
 {
     return std::make_unique<uint8_t[]>(size);
@@ -74,7 +74,7 @@ public:
             m_rejects = step[1] % 3 == KIVCS2RingBufferOpMode_Reject;
             break;
         default:
-            fetch(static_cast<uint32_t>(m_waiting.size())); // all there is
+            fetch(static_cast<uint32_t>(m_waiting.size())); // all bytes
         }
         compare();
     }
@@ -91,7 +91,7 @@ private:
             wanted = KIVCS2STATUS_PARAM_ERR;
         else if (!fits && m_rejects)
             wanted = KIVCS2STATUS_OVERFLOW_ERR;
-        // Nobody would make room for one that waits.
+        // No other thread would make room for a write that waits.
         const KIVCS2Status status = keepTrying && wanted != KIVCS2STATUS_OVERFLOW_ERR
                                         ? kivCS2RingBuffer_storeKeepTrying(&m_ring, data.get(), size, 1)
                                         : kivCS2RingBuffer_store(&m_ring, data.get(), size);
@@ -162,8 +162,8 @@ private:
 
     KIVCS2RingBuffer m_ring{};
     uint32_t m_capacity;
-    std::deque<uint8_t> m_waiting; // not fetched
-    std::deque<uint8_t> m_history; // the last written, fetched or not
+    std::deque<uint8_t> m_waiting; // not yet fetched
+    std::deque<uint8_t> m_history; // the last bytes written, fetched or not
     uint64_t m_written = 0;
     bool m_lost = false;
     bool m_rejects = false;

@@ -1,8 +1,8 @@
-// A controller whose keys, types, sizes, bytes and failures come from the input, with every question that
-// hosts ask: no answer may take a record out of its bounds. The tables of the tests compare the values.
+// A controller whose keys, types, sizes, bytes and failures come from the input, read by every operation: no
+// result may lead outside a record. Tests/Unit compares the values.
 //
-// The input: the number of keys that is claimed (one byte, or from 128 on four), then keys until the end:
-// name, type, failing command, claimed size (one byte each, or more: see below), and data.
+// The input is the claimed number of keys (one byte, or four from 128 on), then keys until the end: name,
+// type, failing command, claimed size (one byte each, or more: see below), and data.
 #include "../Tests/Support/ScriptedSMC.h"
 #include "Input.h"
 #include "Require.h"
@@ -24,7 +24,7 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr size_t kMaxKeys = 64;
 
-// A byte chooses one of these; any other is the first of four characters of the input.
+// A byte chooses one of these names; any other byte is the first of four characters of the input.
 constexpr std::array<std::string_view, 44> kNames = {
     "#KEY", "FNum", "FS! ", "F0Ac", "F0Mn", "F0Mx", "F0Sf", "F0Tg", "F1Ac", "F9Ac", "F10A",
     "TM1P", "TM2P", "TM3P", "TM4P", "TM5P", "TM6P", "TM7P", "TM8P", "TC0c", "TC1c", "TC2c",
@@ -71,7 +71,7 @@ void readKeys(KIVCS2SMC &smc)
         if (KIVCS2_FAILED(kivCS2SMC_getKeyDataInfo(&smc, index, name, sizeof name, &size)))
             continue;
         Bytes data(
-            std::min(size, 100u)); // of exactly that size, so that AddressSanitizer sees a byte too many
+            std::min(size, 100u)); // exactly that size, so that AddressSanitizer detects one byte too many
         data.reserve(1);
         (void)kivCS2SMC_getKeyData(&smc, index, data.data(), static_cast<uint32_t>(data.size()));
     }
@@ -99,7 +99,7 @@ void readStatuses(KIVCS2SMC &smc)
     require(kivCS2SMC_getGPUStatus(&smc, &gpu) == KIVCS2STATUS_OK);
 }
 
-// The messages of starts that fail would fill the log.
+// Failed starts would fill the log with messages.
 KIVCS2Status openQuietly(KIVCS2SMC &smc)
 {
     static FILE *const nowhere = std::fopen("/dev/null", "w");

@@ -1,5 +1,6 @@
-// Receiving and closing with the EOT and drain options, against what was sent. The first byte chooses the
-// options, the next one the buffer, then come messages: a length and bytes. Datagrams keep their bounds.
+// Receiving and closing with the EOT and drain options, compared with the bytes sent. The first byte chooses
+// the options and the next one the buffer; then come messages: a length and bytes. Datagrams keep their
+// bounds.
 #include "KIVCS2Socket.h"
 
 #include "Require.h"
@@ -20,17 +21,17 @@ constexpr uint8_t kClear = 0x02;
 constexpr uint8_t kOptions = KIVCS2SocketOption_EndOnEOT | KIVCS2SocketOption_Drain;
 constexpr uint8_t kPeerStays = 0x20;
 constexpr uint8_t kFrom = 0x40;
-constexpr size_t kMostUnread = 4096; // bytes that fit any system's buffers
-constexpr uint8_t kBefore = 0xaa;    // in the buffer
+constexpr size_t kMostUnread = 4096; // bytes that fit the buffers of any system
+constexpr uint8_t kBefore = 0xaa;    // the bytes in the buffer before a receive
 
-// The lines that the library prints are not of interest, and millions of them are slow.
+// The messages of the library are not needed, and millions of them are slow.
 void silenceStandardOutput()
 {
     static const bool done = std::freopen("/dev/null", "w", stdout) != nullptr;
     require(done);
 }
 
-// One receive: returns false when nothing more can come.
+// Receives once; false if no more bytes can come.
 bool receiveOne(KIVCS2Socket &socket, uint8_t choice, uint32_t size, std::string &taken)
 {
     std::array<uint8_t, 256> buffer;
@@ -50,7 +51,7 @@ bool receiveOne(KIVCS2Socket &socket, uint8_t choice, uint32_t size, std::string
                        buffer[0] == 0x04;
     if (!wouldWait)
         require(status == (came == 0 || isEnd ? KIVCS2STATUS_CONNECTION_CLOSED_ERR : KIVCS2STATUS_OK));
-    for (size_t index = came; index < buffer.size(); ++index) // nothing is written behind, but zeros
+    for (size_t index = came; index < buffer.size(); ++index) // only zeros are written after the bytes
         require(buffer[index] == (clear && index < size ? 0 : kBefore));
     taken.append(reinterpret_cast<const char *>(buffer.data()), came);
     return came > 0;

@@ -1,5 +1,5 @@
-// Length-prefixed strings and the bit reader over bytes from outside. The first byte chooses how many
-// bytes of every read the stream gives at the most; the bits are compared with a plain index.
+// Length-prefixed strings and the bit reader over any bytes. The first byte chooses the largest number of
+// bytes that the stream returns for one read; the bits are compared with a plain index.
 #include "Require.h"
 
 #include "KIVCS2MemoryStream.h"
@@ -12,7 +12,7 @@
 
 namespace
 {
-uint64_t g_most = 0; // bytes a read gives at the most; 0: as many as asked
+uint64_t g_most = 0; // the most bytes of one read; 0: as many as requested
 
 KIVCS2Status readSome(KIVCS2Stream *stream, void *buffer, uint64_t size, uint64_t *count)
 {
@@ -51,7 +51,7 @@ void readStrings(std::vector<uint8_t> &bytes, uint64_t bufferSize)
     require(buffer[bufferSize] == 'G');
 }
 
-// Counts come from the same bytes: 1 to 8 reads, 9 and more skips.
+// The counts come from the same bytes: 1 to 8 read bits, 9 and more skip them.
 void readBits(std::vector<uint8_t> &bytes)
 {
     KIVCS2MemoryStream memory;
@@ -61,7 +61,7 @@ void readBits(std::vector<uint8_t> &bytes)
     uint64_t at = 0;
     const auto bitAt = [&](uint64_t index) -> unsigned
     {
-        // Behind the end the last byte comes again.
+        // Past the end the last byte is repeated.
         const uint64_t byte = std::min<uint64_t>(index / 8, bytes.size() - 1);
         return bytes[byte] >> (7 - index % 8) & 1u;
     };

@@ -1,4 +1,4 @@
-// Texts from outside: detection by mark, then conversion from each encoding into each, and back.
+// Any text: detection by its mark, then conversion from each encoding into each, and back.
 #include "Require.h"
 
 #include "KIVCS2String.h"
@@ -18,7 +18,7 @@ void convert(const std::vector<char> &source, KIVCS2StringEncoding from, KIVCS2S
     const KIVCS2Status status = kivCS2String_convertCString(source.data(), length, from, &text, to, &used);
     if (KIVCS2_FAILED(status))
     {
-        // Only the file system's conversion leaves a block behind, for an empty path.
+        // Only the conversion for the file system returns a block if it fails, for an empty path.
         require(text == nullptr || to == KIVCS2StringEncoding_FileSystem);
         std::free(text);
         return;
@@ -29,7 +29,7 @@ void convert(const std::vector<char> &source, KIVCS2StringEncoding from, KIVCS2S
     for (uint32_t index = used - terminator; index < used; ++index)
         require(text[index] == 0);
 
-    // What came out is text of its encoding, and converting it once more changes nothing.
+    // The result is text of its encoding, and another conversion does not change it.
     if (to != KIVCS2StringEncoding_FileSystem)
     {
         char *again = nullptr;
@@ -53,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         kivCS2String_detectEncoding(data + 1, static_cast<uint32_t>(size - 1), &encoding, &mark);
     require(KIVCS2_FAILED(status) ? encoding == -1 && mark == 0 : mark >= 2 && mark < size);
 
-    // Terminated for the widest unit, so that a measured length ends inside.
+    // Zeros for the widest unit end the text, so that a measured length ends inside.
     std::vector<char> text(size - 1 + 8);
     std::memcpy(text.data(), data + 1, size - 1);
     const uint32_t length = (data[0] & 0x80) != 0 ? KIVCS2_STRING_MEASURE : static_cast<uint32_t>(size - 1);

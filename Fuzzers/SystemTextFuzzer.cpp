@@ -1,4 +1,4 @@
-// The texts of /proc, /sys, os-release and machine-info: any bytes are taken, and what is found was there.
+// The texts of /proc, /sys, os-release and machine-info: any bytes are accepted, and every result is in them.
 #include "Require.h"
 #include "System/SystemText.h"
 
@@ -20,7 +20,7 @@ void parseAssignments(std::string_view text)
             continue;
         require(!value->empty() && value->data() == room.data() && value->size() <= room.size());
         require(text.find(name) != std::string_view::npos);
-        // Quoted again it comes back the same.
+        // Quoted and read again, the value is the same.
         std::string again{name};
         again += "=\"";
         for (const char character : *value)
@@ -43,14 +43,14 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (const auto memory = kiv::system::parseMemory(text))
     {
         require(memory->total % 1024 == 0 && memory->wired % 1024 == 0);
-        // A line that is cut makes none of it true.
+        // No result may come from a line that is cut.
         const std::string cut = std::string{text} + "\nMemFree:  12";
         require(!kiv::system::parseMemory(cut));
     }
     if (const auto pages = kiv::system::parseProcessPages(text))
     {
         const std::string start = std::to_string(pages->mapped) + " " + std::to_string(pages->resident) + " ";
-        require(text.size() >= start.size()); // longer with zeros in front
+        require(text.size() >= start.size()); // longer with leading zeros
     }
     require(kiv::system::parseProcessorClock(text) <= 1000000000000);
     require(kiv::system::countProcessors(text) <= (1u << 20) + 1);

@@ -1,6 +1,6 @@
-// A request's bytes in a real pipe, read as the task server reads them: a hostile length takes no memory that
-// it does not fill, nothing waits for bytes that never come, and what is read is what a host would have
-// written.
+// The bytes of a request in a real pipe, read as the task server reads them. A hostile length takes no memory
+// that it does not fill, no read waits for bytes that never come, and every request that is accepted is one
+// that a host can write.
 #include "Require.h"
 
 #include "Private/Tasks/ServerProcess.h"
@@ -19,7 +19,7 @@ namespace
 {
 constexpr size_t kMostBytes = 60000; // a pipe holds 64 KiB
 
-// What a request that was read says about the bytes it came from.
+// Compares a request with the bytes that it was read from.
 void compare(const kiv::ExecRequest &request, const uint8_t *data, size_t size)
 {
     size_t at = 0;

@@ -1,4 +1,4 @@
-// A fuzz input as a caption file being read, and the check that ends the run.
+// A fuzz input as a caption file that is read, and the check at its end.
 #ifndef KIV_FUZZ_CAPTION_INPUT_H
 #define KIV_FUZZ_CAPTION_INPUT_H
 
@@ -13,7 +13,7 @@
 
 namespace kiv::fuzz
 {
-// At 29.97, whose numbering leaves timecodes out.
+// Sets 29.97, whose numbering leaves timecodes out.
 inline void setRateOnce()
 {
     static const KIVCS2Status rate = kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97);
@@ -29,7 +29,7 @@ struct CaptionInput
     CaptionInput(const uint8_t *data, size_t size) : bytes{data, data + size}
     {
         setRateOnce();
-        bytes.reserve(1); // a view needs a block, even of no bytes
+        bytes.reserve(1); // a view needs a block, even without bytes
         require(kivCS2MemoryStream_initWithBytes(&memory, bytes.data(), size) == KIVCS2STATUS_OK);
         require(kivCS2ClosedCaptionsMCCStream_init(&mcc, &memory.m_stream, true, true) == KIVCS2STATUS_OK);
     }

@@ -1,4 +1,4 @@
-// The rest of a fuzz input, taken from its front; past its end come zeros.
+// The rest of a fuzz input, read from its front, with zeros past its end.
 #ifndef KIV_FUZZ_INPUT_H
 #define KIV_FUZZ_INPUT_H
 
@@ -12,7 +12,7 @@ struct Input
     const uint8_t *data = nullptr;
     size_t size = 0;
 
-    // At most as many bytes as there are.
+    // Returns at most the bytes that are left.
     std::span<const uint8_t> bytes(size_t count)
     {
         const std::span<const uint8_t> taken{data, std::min(count, size)};

@@ -1,5 +1,5 @@
-// Runs a fuzz target over its seeds, so that a fixed fault stays fixed, and over random inputs, the same in
-// every run; or over single files.
+// Runs a fuzz target over its seeds, so that a fixed fault stays fixed, and over random inputs, which are the
+// same in every run; or over single files.
 //   FuzzReplay SCCReader Fuzzers/Corpus/SCCReader
 //   FuzzReplay SCCReader build/fuzz/findings/SCCReader-crash
 #include <algorithm>
@@ -13,7 +13,7 @@
 #include <string_view>
 #include <vector>
 
-// What the build found: KIV_FUZZ_TARGET(SCCReader) and so on.
+// The targets that the build found: KIV_FUZZ_TARGET(SCCReader) and so on.
 #define KIV_FUZZ_TARGET(entry) extern "C" int kivReplay_##entry(const uint8_t *data, size_t size);
 #include "FuzzTargets.inc"
 #undef KIV_FUZZ_TARGET
@@ -55,7 +55,7 @@ bool replay(Target target, const std::filesystem::path &path)
     return file.is_open();
 }
 
-// Half of the inputs have small bytes only, because many targets choose by small numbers.
+// Half of the inputs have only small bytes, because many targets choose by small numbers.
 void runRandomInputs(Target target)
 {
     std::seed_seq seed{1}; // the same inputs in every run

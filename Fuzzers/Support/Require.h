@@ -1,4 +1,4 @@
-// Stops the process if a result of a fuzzed call is not as it must be.
+// Stops the process if a result of a fuzzed call is wrong.
 #ifndef KIV_FUZZ_REQUIRE_H
 #define KIV_FUZZ_REQUIRE_H
 

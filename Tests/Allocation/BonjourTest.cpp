@@ -1,5 +1,5 @@
-// Every allocation of service discovery, failed once in turn, over a network that the test plays. Avahi ends
-// the process where its own fail; they are not touched here.
+// Every allocation of service discovery fails once in turn, over a network that the test simulates. If its
+// own allocations fail, Avahi ends the process; they do not fail here.
 #include "KIVCS2Bonjour.h"
 
 #include "CFNetwork/Engine.h"
@@ -45,7 +45,7 @@ public:
     void withdraw() noexcept override {}
 };
 
-// One service on one host with two addresses; the search, the host and the record are given all at once.
+// One service on one host with two addresses. The service, the host and the record come at once.
 class PlayedBackend final : public Backend
 {
 public:
@@ -53,7 +53,7 @@ public:
     {
         return BackendState::ready;
     }
-    // Every network has been heard when the first address has come, whatever this machine has.
+    // With the first address all networks have answered, whatever networks this machine has.
     [[nodiscard]] OwnNetworks networks() const override
     {
         return {};
@@ -106,7 +106,7 @@ protected:
         kivCS2_initWithTaskServer(false);
         endLingeringEngine();
     }
-    // So that the next call makes one, with its allocations.
+    // Ends the engine, so that the next call makes one, with its allocations.
     static void endLingeringEngine()
     {
         setBackendForTesting([](BackendOwner &) -> std::unique_ptr<Backend>
@@ -141,13 +141,13 @@ TEST_F(BonjourAllocation, PublishingTellsAndLeavesARecordOfZeroes)
             }
             else
             {
-                // Without memory the worker announces nothing, which is not reported.
+                // Without memory the worker does not announce the service, and does not report that.
                 while (announced == 0 && !allocationFailed())
                     std::this_thread::yield();
             }
             EXPECT_EQ(kivCS2Bonjour_endPublishingService(&publisher), KIVCS2STATUS_OK);
         });
-    EXPECT_GE(count, 8u); // three texts, service and state, subscription's names, engine, backend, group
+    EXPECT_GE(count, 8u); // three texts, service and state, names of the subscription, engine, backend, group
 }
 
 TEST_F(BonjourAllocation, ASearchTellsOrListsLess)
@@ -191,7 +191,7 @@ TEST_F(BonjourAllocation, ASearchTellsOrListsLess)
     EXPECT_GE(count, 20u);
 }
 
-// On this thread, so that what each failure leads to is certain.
+// On this thread, so that the effect of each failure is certain.
 TEST_F(BonjourAllocation, WaitingCallsTellAndKeepWhatTheyHad)
 {
     const CFRef<CFNetServiceRef> service{CFNetServiceCreate(nullptr, text("").get(), text(kType).get(),

@@ -1,4 +1,4 @@
-// Packets, lines and reading take no memory; a date, a header with its UUID and two dates, and a retimer do,
+// Packets, lines and reading take no memory. A date, a header with its UUID and two dates, and a retimer do,
 // and each of these allocations may fail.
 #include "CaptionFile.h"
 #include "FailingAllocator.h"
@@ -36,7 +36,7 @@ TEST(CaptionFiles, EveryAllocationOfAHeaderMayFail)
             failures += KIVCS2_FAILED(status) ? 1 : 0;
             EXPECT_TRUE(std::string_view{room.data()}.starts_with("File Format=MacCaption_MCC V1.0\n"));
             allowAllocations();
-            // The record goes on working: the next header is whole.
+            // The record still works: the next header is whole.
             EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_writeHeader(&mcc, 1, "u", "app", "d", "t"),
                       KIVCS2STATUS_OK);
             EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_free(&mcc), KIVCS2STATUS_OK);
@@ -102,7 +102,7 @@ TEST(CaptionPackets, TakeNoMemory)
     allowAllocations();
 }
 
-// What is refused for want of room is taken the next time.
+// A packet that was refused without memory is accepted the next time.
 TEST(CaptionRetime, EveryAllocationMayFailAndNothingIsLost)
 {
     KIVCS2CaptionPacket packet{};

@@ -1,5 +1,5 @@
-// Readers, writers and decoders allocate when they are made and when a service of CEA-708 begins, and
-// nothing for a packet; each of these allocations may fail.
+// Readers, writers and decoders allocate when they are made and when a service of CEA-708 begins, but not for
+// a packet. Each of these allocations may fail.
 #include "CaptionReading.h"
 #include "FailingAllocator.h"
 
@@ -15,7 +15,7 @@ KIVCS2Status onText(const KIVCS2CaptionText *, void *)
 // A block of service 1 that defines a window.
 const KIVCS2CaptionDTVCC kWindow{1, 10, {0x05, 0x28, 0x98, 0x20, 0x8A, 0x05, 0x01, 0x1F, 0x11, 'A'}, {}};
 
-// The whole way: what one writes the other reads and the third decodes. False if something failed.
+// Writes a file, reads it and decodes it. False if a call failed.
 bool goAllTheWay(std::array<char, 32768> &room)
 {
     bool good = true;
@@ -71,7 +71,7 @@ TEST(CaptionReader, EveryAllocationMayFail)
     EXPECT_GE(allocations, failures);
 }
 
-// A reader with its index and a decoder, of a file of 2 MB; then 29,000 packets and a seek.
+// A reader with its index and a decoder for a file of 2 MB; then 29,000 packets and a seek.
 TEST(CaptionReader, TakesHalfAMebibyteAndNothingForAPacket)
 {
     std::string text = fileText(KIV_TEST_DATA "/pop-on-25.mcc");

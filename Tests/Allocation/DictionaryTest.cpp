@@ -1,4 +1,4 @@
-// Every allocation of the dictionary and JSON modules and of the objects below them, failed once in turn.
+// Every allocation of the dictionary and JSON modules and of the objects below them fails once in turn.
 #include "KIVCS2Dictionary.h"
 #include "KIVCS2JSON.h"
 
@@ -16,7 +16,7 @@ using kiv::CFRef;
 using kiv::test::allocationFailed;
 using kiv::test::forEachAllocation;
 
-// An array around a dictionary whose keys and values need the heap, and a dictionary around that.
+// A dictionary with an array with a dictionary whose keys and values need the heap.
 struct Lists
 {
     CFRef<CFMutableArrayRef> list{CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks)};
@@ -42,7 +42,7 @@ struct Lists
     }
 };
 
-// A pass that has lost an allocation must have the status of the memory, unless it hides the failure.
+// A pass whose allocation fails must return the memory status, unless it hides the failure.
 void expectMemory(CFTypeRef list, char *cursor, bool hides = false)
 {
     uint32_t length = 0;
@@ -108,7 +108,7 @@ TEST(DictionaryAllocation, AnImmutableDictionaryIsWholeOrNull)
     EXPECT_EQ(forEachAllocation(make), 1u + 3);
 }
 
-// A measured length that came out short would have the writing pass run past the buffer.
+// If the measured length were too short, the writing pass would run past the buffer.
 TEST(JSONAllocation, MeasuringAnswersMemoryAlsoInsideADictionary)
 {
     const Lists lists;

@@ -1,4 +1,4 @@
-// Multi-buffers when memory runs out: the documented status, nothing lost, and the record goes on working.
+// Multi-buffers when memory runs out: the documented status, nothing lost, and the record still works.
 #include "FailingAllocator.h"
 
 #include <KIVCoreServices2/KIVCS2MultiBuffer.h>
@@ -39,7 +39,7 @@ TEST(MultiBuffer, AnInitThatFailsLeavesNothing)
                   kCount + 1);
 }
 
-// One growing buffer, a resize and a compaction, each of which may fail; entry 0 is in use all along.
+// One buffer that grows, a resize and a compaction, each of which may fail, while entry 0 is in use.
 TEST(MultiBuffer, GrowthResizeAndCompactionFailAlone)
 {
     const size_t allocations = forEachAllocation(
@@ -85,8 +85,8 @@ TEST(MultiBuffer, GrowthResizeAndCompactionFailAlone)
     EXPECT_EQ(allocations, 1u + 3 + 1 + 2);
 }
 
-// Kept: a search without memory leaves the next one a place further on, but at 0 where it began there or came
-// round to it, so that entry 0 is asked again.
+// Kept: after a search without memory, the next one begins one place further on. But if the search began at 0
+// or came round to it, the next one begins at 0 again.
 TEST(MultiBuffer, ASearchWithoutMemoryMovesOnExceptAtTheFirstEntry)
 {
     KIVCS2MultiBuffer buffer{};

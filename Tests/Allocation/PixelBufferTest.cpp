@@ -1,4 +1,4 @@
-// Allocations of pixel buffers failed in turn: the documented status, nothing lost or half made.
+// Allocations of pixel buffers fail in turn: the documented status, nothing lost or half made.
 #include "KIVCS2PixelBuffer.h"
 
 #include "FailingAllocator.h"
@@ -20,7 +20,7 @@ KIVCS2Status failsIf(bool failed)
     return failed ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK;
 }
 
-// The status, no result, and the locks that each operation leaves.
+// The status, no result, and the locks that remain after each operation.
 TEST(PixelBufferAllocation, WithoutMemoryThereIsNoBuffer)
 {
     const kiv::test::TemporaryFolder folder;

@@ -1,5 +1,5 @@
-// Every allocation of the platform's calls failed in turn: the answer is null or nothing changed, and
-// LeakSanitizer finds nothing left.
+// Every allocation of the platform's calls fails in turn: the result is null or nothing has changed, and
+// LeakSanitizer finds no leak.
 #include "CFText.h"
 #include "CoreFoundation/Bundle.h"
 #include "FailingAllocator.h"
@@ -19,7 +19,7 @@ namespace
 struct Creation
 {
     const char *name;
-    size_t atLeast; // allocations of its own
+    size_t atLeast; // of its own allocations
     std::function<CFTypeRef()> create;
 };
 

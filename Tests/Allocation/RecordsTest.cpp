@@ -1,4 +1,4 @@
-// Records that need few allocations: each of them failed once in turn, and nothing lost or leaked.
+// Records with few allocations: each fails once in turn, and nothing is lost or leaked.
 #include "KIVCS2RingBuffer.h"
 #include "KIVCS2SMC.h"
 
@@ -21,7 +21,7 @@ namespace
 using kiv::test::allocationFailed;
 using kiv::test::forEachAllocation;
 
-// The status of the step that takes allocation `step`.
+// Expects the status of the step that makes allocation number `step`.
 void expectAt(size_t step, size_t index, KIVCS2Status status)
 {
     EXPECT_EQ(status, index == step ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK) << step;
@@ -56,7 +56,7 @@ void memoryBlock(size_t index)
     if (index == 0)
     {
         EXPECT_TRUE(mem.m_ptr == nullptr && mem.m_allocated == 0);
-        EXPECT_EQ(kivCS2MemPtr_init(&mem, 8), KIVCS2STATUS_OK); // and may be tried again
+        EXPECT_EQ(kivCS2MemPtr_init(&mem, 8), KIVCS2STATUS_OK); // the call may be repeated
     }
     std::memcpy(mem.m_ptr, "contents", 8);
     expectAt(1, index, kivCS2MemPtr_realloc(&mem, 4096));
@@ -113,7 +113,7 @@ void memoryPool(size_t index)
         {
             EXPECT_EQ(kivCS2MemoryPool_freeObject(&pool, object), KIVCS2STATUS_OK);
         }
-    EXPECT_EQ(kivCS2MemoryPool_free(&pool), KIVCS2STATUS_OK); // harmless without a pool
+    EXPECT_EQ(kivCS2MemoryPool_free(&pool), KIVCS2STATUS_OK); // allowed without a pool
 }
 
 // Without storage the record is unchanged.
@@ -132,7 +132,7 @@ void ringBuffer(size_t index)
     EXPECT_EQ(kivCS2RingBuffer_dispose(&rb), KIVCS2STATUS_OK);
 }
 
-// All but the list are allocated by the system, whose answer is then a device that is not found.
+// The system allocates all but the list. If it fails, the device is not found.
 void controller(size_t)
 {
     KIVCS2SMC smc{};
@@ -162,7 +162,7 @@ TEST(RecordsAllocation, EachFailureLeavesTheRecordUsable)
         {"converter", converter, 1},    {"memory pool", memoryPool, 2},   {"ring buffer", ringBuffer, 1},
         {"controller", controller, 12},
     };
-    testing::internal::CaptureStderr(); // the messages of the controller's failures
+    testing::internal::CaptureStderr(); // drops the messages of the failing controller
     for (const auto &row : rows)
     {
         SCOPED_TRACE(row.name);

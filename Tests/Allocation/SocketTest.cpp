@@ -1,4 +1,4 @@
-// Every allocation of the sockets, failed once in turn.
+// Every allocation of the sockets fails once in turn.
 #include "KIVCS2Socket.h"
 
 #include "FailingAllocator.h"
@@ -10,7 +10,7 @@ namespace
 {
 using namespace kiv::test;
 
-// Runs a creation with each of its allocations failing; nothing may stay behind, descriptors included.
+// Fails each allocation of a creation, which must leave nothing, not even a descriptor.
 size_t expectNothingLeft(const std::function<KIVCS2Status(KIVCS2Socket **)> &create)
 {
     return forEachAllocation(

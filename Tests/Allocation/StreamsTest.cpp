@@ -1,4 +1,4 @@
-// Every allocation of the streams, failed once in turn.
+// Every allocation of the streams fails once in turn.
 #include "KIVCS2MemoryStream.h"
 #include "KIVCS2NamedPipeStream.h"
 
@@ -12,7 +12,7 @@ namespace
 using kiv::test::allocationFailed;
 using kiv::test::forEachAllocation;
 
-// The status a step must have: as if nothing happened, or the memory status in the run that fails it.
+// A step returns the memory status if its allocation failed, otherwise success.
 void expectOkOrMemory(KIVCS2Status status)
 {
     EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
@@ -35,7 +35,7 @@ TEST(StreamsAllocation, AMemoryStreamIsAsBeforeAfterEachFailure)
                 {
                     EXPECT_EQ(memory.m_size, 2u);
                     EXPECT_EQ(memory.m_capacity, 4u);
-                    // Usable: the next attempt finds memory again.
+                    // The stream still works: the next attempt has memory again.
                     EXPECT_EQ(kivCS2Stream_writeBytes(&memory.m_stream, bytes.data(), bytes.size(), nullptr),
                               KIVCS2STATUS_OK);
                 }

@@ -1,4 +1,4 @@
-// Every allocation of the string module and of the objects below it, failed once in turn.
+// Every allocation of the string module and of the objects below it fails once in turn.
 #include "KIVCS2String.h"
 
 #include "FailingAllocator.h"
@@ -13,7 +13,7 @@ namespace
 using kiv::test::allocationFailed;
 using kiv::test::forEachAllocation;
 
-// The call comes first: only then is it known whether its allocation was the failing one.
+// The argument is evaluated first: only after the call is it known if its allocation failed.
 void expectOkOrMemory(KIVCS2Status status)
 {
     EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
@@ -37,7 +37,7 @@ TEST(StringAllocation, ConversionsAnswerMemoryAndLeaveNothing)
     }
 }
 
-// Composing a path is the one step that may fail and still give a result: the path as it stands.
+// Only the composition of a path may fail and still give a result: the path as it is.
 TEST(StringAllocation, APathThatCannotBeComposedIsGivenAsItStands)
 {
     size_t given = 0;
@@ -85,7 +85,7 @@ TEST(StringAllocation, MakersAnswerMemoryAndLeaveNothing)
     CFRelease(source);
 }
 
-// Kept: a path without a tilde is a success whatever its copy answered.
+// Kept: a path without a tilde is a success even if its copy failed.
 TEST(StringAllocation, ACopyThatFindsNoRoomIsASuccessWithoutAPath)
 {
     setenv("HOME", "/h", 1);

@@ -1,5 +1,5 @@
-// Every allocation behind the machine's name failed in turn: the documented status, a zeroed buffer, and no
-// name left that is not kept (LeakSanitizer). The other figures need no memory.
+// Every allocation for the name of the machine fails in turn: the documented status, a zeroed buffer, and no
+// leaked name (LeakSanitizer). The other figures need no memory.
 #include <KIVCoreServices2/KIVCS2SystemInfo.h>
 
 #include "FailingAllocator.h"
@@ -15,7 +15,7 @@ using namespace kiv::test;
 
 TEST(Allocation, ANameThatCannotBeKeptIsNone)
 {
-    // A name of its own for every run: one that is kept already needs less.
+    // Each run has its own name, because a name that is already kept needs fewer allocations.
     constexpr size_t kNames = 16;
     const TemporaryFolder folder;
     std::vector<std::string> roots;
@@ -33,7 +33,7 @@ TEST(Allocation, ANameThatCannotBeKeptIsNone)
         const KIVCS2Status status = kivCS2SystemInfo_getMachineNameString(name.data(), name.size());
         kiv::system::setRoot(nullptr);
         const bool failed = allocationFailed();
-        allowAllocations(); // those of the checks
+        allowAllocations(); // the checks allocate too
         EXPECT_EQ(status, failed ? KIVCS2STATUS_DATA_ERR : KIVCS2STATUS_OK) << index;
         EXPECT_EQ(std::string{name.data()}, failed ? "" : "host" + std::to_string(index));
         return failed;

@@ -1,5 +1,5 @@
-// Tasks where memory runs out: a part of a task can be released, and a launch that was not prepared leaves
-// nothing.
+// Tasks when memory runs out: an incomplete task can be released, and a launch that could not be prepared
+// leaves nothing.
 #include "KIVCS2Task.h"
 #include "KIVCS2TaskServer.h"
 #include "Private/Tasks/ServerWire.h"
@@ -64,7 +64,7 @@ TEST(TaskAllocations, LaunchesPathsAndRequestsTell)
             EXPECT_EQ(launched,
                       allocationFailed() != beforeLaunch ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
             EXPECT_EQ(task->m_exitCode, KIVCS2_FAILED(launched) ? 0 : 3);
-            // Without the table nobody is found, which is no failure.
+            // Without the process table no process is found, which is not a failure.
             EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(getpid()), KIVCS2STATUS_OK);
             EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
         });

@@ -15,7 +15,7 @@ using PT = KIVProjectTimecode;
 using kiv::test::allocationFailed;
 using kiv::test::forEachAllocation;
 
-// First in this program: the shared formatters are made with the first rate.
+// Runs first: the shared formatters are made with the first rate.
 TEST(TimecodeAllocation, ARateThatCannotBeSetLeavesTheOldOne)
 {
     uint32_t perDay = 0;
@@ -34,7 +34,7 @@ TEST(TimecodeAllocation, ARateThatCannotBeSetLeavesTheOldOne)
     trySet(KIVCS2FrameRate_25, 0, 2160000);
     trySet(KIVCS2FrameRate_29_97, 2160000, 2589408);
 
-    // The tables of the old rate still serve after a failure.
+    // The tables of the old rate still work after a failure.
     kiv::test::failAllocation(0);
     EXPECT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_60), KIVCS2STATUS_MEMORY_ERR);
     kiv::test::allowAllocations();
@@ -56,14 +56,14 @@ TEST(TimecodeAllocation, ARateOfTheClassThatCannotBeSetLeavesTheOldOne)
     };
     EXPECT_GT(trySet(KIVCS2FrameRate_25, KIVCS2FrameRate_MAX), 0u);
     EXPECT_EQ(trySet(KIVCS2FrameRate_60, KIVCS2FrameRate_25), 1u); // one block of tables
-    EXPECT_EQ(trySet(KIVCS2FrameRate_25, KIVCS2FrameRate_60), 0u); // kept: they are still there
+    EXPECT_EQ(trySet(KIVCS2FrameRate_25, KIVCS2FrameRate_60), 0u); // its tables still exist
 }
 
 TEST(TimecodeAllocation, TextAndDatesReportIt)
 {
     ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25), KIVCS2STATUS_OK);
     KIVCS2Timecode tc = 0;
-    // ASCII needs no memory, also with an empty field; a system string is taken apart by string objects.
+    // ASCII needs no memory, even with an empty field; a system string is split into string objects.
     EXPECT_EQ(forEachAllocation(
                   [&](size_t)
                   { EXPECT_EQ(kivCS2Timecode_initWithString(&tc, "15.3.2024 10:00::00"), KIVCS2STATUS_OK); }),
@@ -89,7 +89,7 @@ TEST(TimecodeAllocation, TextAndDatesReportIt)
                           CFRelease(date);
                   }),
               0u);
-    // Without a date object nothing is read.
+    // Without a date object the timecode does not change.
     tc = 7;
     kiv::test::failAllocation(0);
     EXPECT_EQ(kivCS2Timecode_initWithNow(&tc), KIVCS2STATUS_MEMORY_ERR);
@@ -104,7 +104,7 @@ TEST(TimecodeAllocation, TextsAndDatesOfTheClassAreNull)
     const std::string longText(300, 'x');
     const auto expectNull = [](const char *name, const std::function<CFTypeRef()> &make)
     {
-        const kiv::CFRef<CFTypeRef> warm{make()}; // ICU's own data are loaded once, and not by wrapped calls
+        const kiv::CFRef<CFTypeRef> warm{make()}; // ICU loads its data once, without the wrapped calls
         ASSERT_TRUE(warm) << name;
         const size_t count = forEachAllocation(
             [&](size_t index)

@@ -1,4 +1,4 @@
-// Every allocation of timers and run loops, failed once in turn.
+// Every allocation of timers and run loops fails once in turn.
 #include "KIVCS2Timer.h"
 
 #include "CFText.h"
@@ -40,7 +40,7 @@ TEST(TimerAllocation, CreateAnswersMemoryAndLeavesNull)
         EXPECT_EQ(forEachAllocation(
                       [asked = flags](size_t index)
                       {
-                          allowAllocations(); // of the thread itself, whose loop has to be made
+                          allowAllocations(); // for the thread itself; its loop does not exist yet
                           std::thread{[asked, index]
                                       {
                                           KIVCS2Timer *timer = nullptr;
@@ -79,7 +79,7 @@ TEST(TimerAllocation, AModeWithoutMemoryIsNotAddedAndMayBeTriedAgain)
                       EXPECT_EQ(add(), KIVCS2STATUS_OK);
                       EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
                   }),
-              2u); // a copy of the name and a place for it; none once it is added
+              2u); // a copy of the name and a place for it; none if it is already added
 }
 
 TEST(TimerAllocation, ATimerWithoutADescriptorIsNone)
@@ -88,7 +88,7 @@ TEST(TimerAllocation, ATimerWithoutADescriptorIsNone)
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
     for (const KIVCS2TimerFlags flags : {KIVCS2TimerFlags_RunLoop, KIVCS2TimerFlags_CurrentRunLoop})
     {
-        std::thread{[&, asked = flags] // whose loop has to be made
+        std::thread{[&, asked = flags] // a thread without a loop
                     {
                         const rlimit none{0, saved.rlim_max};
                         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);

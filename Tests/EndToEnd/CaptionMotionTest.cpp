@@ -1,4 +1,4 @@
-// Captions on other rates and out of captures: kivcs2 caption convert and kivcs2 cdp find.
+// Captions at other rates and from captures: kivcs2 caption convert and kivcs2 cdp find.
 #include "CommandRun.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionPacket.h>
@@ -29,9 +29,6 @@ protected:
 };
 
 // ---- Other rates ----
-
-const std::string kLoad = "94ae 94ae 9420 9420 9470 9470 c849 942f 942f"; // HI
-const std::string kMidnight = "Scenarist_SCC V1.0\n\n23:59:58;00\t" + kLoad + "\n\n00:00:01;00\t942c 942c\n";
 
 double secondsOf(const Json &timecode, double numbers, double rate)
 {
@@ -81,69 +78,6 @@ TEST_F(CaptionMotion, RetimesThereAndBack)
     }
 }
 
-TEST_F(CaptionMotion, MovesAndCutsAFile)
-{
-    const std::string mcc = path("25.mcc").string();
-    ASSERT_EQ(run({"caption", "convert", KIV_EXAMPLE_SCC, mcc, "--to-rate", "25"}).code, 0);
-    const std::string midnight = write("midnight.scc", kMidnight);
-    const std::string zero = write("zero.scc", "Scenarist_SCC V1.0\n\n00:00:00:00\t9420 9420 c849\n");
-    struct Row
-    {
-        std::string source, target;
-        Words more;
-        int code;
-        std::string out, err; ///< what is in the summary or the target; on standard error
-    };
-    const std::string scc = KIV_EXAMPLE_SCC;
-    const std::vector<Row> rows = {
-        {scc, "o.mcc", {"--offset", "-30"}, 0, "\n00:59:59:00\t", ""},
-        {scc, "o.scc", {"--offset", "30"}, 0, "\n01:00:01;00\t", ""},
-        {scc, "c.mcc", {"--to-counting", "30"}, 0, "Time Code Rate=30\n", ""},
-        {scc, "z.srt", {"--start-at-zero", "--to-rate", "50"}, 0, "1\n00:00:01,080 --> ", ""},
-        {scc, "f.mcc", {"--from", "01:00:04;04", "--start-at-zero"}, 0, "\n00:00:00:00\tT", ""},
-        {scc, "u.mcc", {"--until", "01:00:04;10"}, 0, "\n01:00:04:06\tT", ""},
-        {mcc, "b.scc", {"--to-rate", "29.97"}, 0, "\n00:59:59;28\t", ""},
-        {midnight, "m.srt", {"--start-at-zero"}, 0, "1\n00:00:00,234 --> 00:00:03,003\n{\\an1}HI\n", ""},
-        {midnight, "m.mcc", {"--to-rate", "25"}, 0, "\n23:59:57:22\tT", ""},
-        {midnight, "n.mcc", {"--from", "23:59:58;05", "--until", "00:00:00;10"}, 0, "\n23:59:58:08\tT", ""},
-        {mcc, "b.scc", {}, 5, "", "SCC is written at 29.97 only (--to-rate 29.97)"},
-        {scc, "c.mcc", {"--to-counting", "25"}, 5, "", "too far from 29.97df"},
-        {scc, "c.mcc", {"--to-rate", "25", "--to-counting", "30"}, 2, "", "--to-counting"},
-        {scc, "c.mcc", {"--to-rate", "26"}, 2, "", "unknown rate \"26\""},
-        {scc, "o.mcc", {"--offset", "-200000"}, 3, "", ":3: 01:00:00;00 falls before frame 0"},
-        {scc, "o.mcc", {"--offset", "-200000", "--keep-going"}, 3, "", "NO_DATA"},
-        {scc, "o.mcc", {"--offset", "1s"}, 2, "", "\"1s\" is not a number of frames"},
-        {scc,
-         "u.mcc",
-         {"--from", "01:00:04;04", "--until", "01:00:04;00"},
-         2,
-         "",
-         "--until is before --from"},
-        {scc, "u.mcc", {"--until", "00:59:00;02"}, 3, "", "has no captions in what is taken"},
-        {zero, "n.scc", {"--until", "0"}, 0, "\n00:00:00:00\t9420\n", ""}, // frame 0 alone
-        {midnight, "q.mcc", {"--until", "00:00:00;00"}, 0, "\n23:59:58:08\tT", ""},
-        {scc, "u.mcc", {"--from", "25:00:00:00"}, 3, "", "names no frame"},
-        {scc, "z.srt", {"--start-at-zero", "--time-zero", "0"}, 2, "", "--time-zero does not go with"},
-        {scc, "s.mcc", {"--to-rate", "25", "--sparse"}, 2, "", "--sparse"},
-    };
-    for (const Row &row : rows)
-    {
-        const std::string target = path(row.target).string();
-        Words words = {"caption", "convert", row.source, target};
-        words.insert(words.end(), row.more.begin(), row.more.end());
-        SCOPED_TRACE(testing::PrintToString(words));
-        std::filesystem::remove(target);
-        const Result result = run(words);
-        EXPECT_EQ(result.code, row.code) << result.err;
-        EXPECT_THAT(result.err, HasSubstr(row.err));
-        EXPECT_EQ(std::filesystem::exists(target), row.code == 0);
-        EXPECT_THAT(slurp(target), HasSubstr(row.out));
-    }
-    // The same through a pipe, whose midnight is found too.
-    EXPECT_EQ(run({"caption", "convert", "-", "-", "--to", "SRT", "--start-at-zero"}, kMidnight).out,
-              slurp(path("m.srt")));
-}
-
 // ---- Captures ----
 
 // Ten frames that show HI from frame 6 to 9.
@@ -170,9 +104,9 @@ struct Form
 {
     KIVCS2CaptionCarrier carrier;
     Words words;
-    size_t row;      ///< v210: bytes
-    Json place;      ///< of every packet
-    const char *cut; ///< told of a capture that ends 20 bytes early
+    size_t row;      ///< bytes of a row, for v210
+    Json place;      ///< where every packet is
+    const char *cut; ///< the error for a capture that ends 20 bytes early
     KIVCS2CaptionPlace put{};
 };
 
@@ -215,7 +149,7 @@ std::vector<Form> forms()
     };
 }
 
-// Each packet on its own: behind its length in RTP, in a row of v210.
+// Each packet on its own: after its length in RTP, in a row of its own in v210.
 std::string capture(const Form &form, const std::vector<KIVCS2CaptionPacket> &packets)
 {
     std::string all;
@@ -263,7 +197,7 @@ TEST_F(CaptionMotion, FindsCaptionsInEveryForm)
             EXPECT_EQ(rows[index]["row"], form.row > 0 ? Json(index + 1) : Json());
         }
         EXPECT_EQ(found(whole, "--captions").out, "00:00:00;05  00:00:00;08  CC1  pop-on   HI\n");
-        // The end is cut: its neighbours are whole.
+        // If the end is cut, the packets before it stay whole.
         const Result cut =
             found(whole.substr(0, whole.size() - (form.row > 0 ? form.row - 128 : 20)), "--json");
         EXPECT_EQ(cut.code, 3);
@@ -300,7 +234,7 @@ TEST_F(CaptionMotion, RefusesWhatMakesNoSenseOfACapture)
         {{"--in", "rtp"}, other, 3, "9420", "not RTP version 2: 1 payload, first at byte 2 ("},
         {{"--in", "rtp"}, "\x80" + std::string(70000, 'x'), 3, "", "without lengths between them"},
         {{"--in", "rtp"}, whole.substr(0, size + 1), 3, "9420", "payload at byte " + std::to_string(size)},
-        // Too little of the next one to be found.
+        // The second packet is too short to be found.
         {{"--in", "291m", "--words", "10bit-adf"}, more(units, 6), 3, "9420", "packet at byte " + unit},
         {{"--in", "436m"}, more(records, 9), 3, "9420", "record at byte " + record + " is cut short"},
         {{"--in", "436m"}, more(records, 0) + std::string(9, '\0'), 0, "9420", ""},
@@ -324,7 +258,7 @@ TEST_F(CaptionMotion, RefusesWhatMakesNoSenseOfACapture)
     }
 }
 
-// More than memory should hold: 300 MiB between two captures, one of them across the border of a block.
+// More than fits in memory: 300 MiB between two captures, one of which crosses the border of a block.
 TEST_F(CaptionMotion, SearchesAStreamOfAnySize)
 {
     const std::string file = write("capture", capture(forms()[2], frames()));

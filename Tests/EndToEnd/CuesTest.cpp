@@ -1,4 +1,4 @@
-// Cues read back from SRT and WebVTT beside the captions that were written.
+// Cues read back from SRT and WebVTT, compared with the captions that were written.
 #include "Captions/Cues.h"
 
 #include <gtest/gtest.h>

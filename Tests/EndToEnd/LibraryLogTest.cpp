@@ -1,4 +1,4 @@
-// The messages of the library that the command passes on.
+// The library messages that the command passes on.
 #include "Terminal/LibraryLog.h"
 
 #include <KIVLogger/KIVLogger.h>

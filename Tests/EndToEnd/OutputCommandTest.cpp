@@ -1,4 +1,4 @@
-// kivcs2 as a user runs it: what it does to the files it writes, and what it shows of names from outside.
+// Names from outside that must not steer the terminal, and files after an interrupt.
 #include "Terminal.h"
 
 #include <linux/filter.h>
@@ -13,148 +13,13 @@ namespace
 {
 
 using namespace kiv::test;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-class OutputCommand : public Command
-{
-protected:
-    struct Owned
-    {
-        uid_t owner;
-        gid_t group;
-        mode_t mode;
+using OutputCommand = Command;
 
-        bool operator==(const Owned &) const = default;
-    };
-    static Owned ownedBy(const std::string &file)
-    {
-        struct stat status
-        {
-        };
-        EXPECT_EQ(stat(file.c_str(), &status), 0) << file;
-        return {status.st_uid, status.st_gid, status.st_mode & 07777u};
-    }
-    void make(const std::string &file, const Owned &owned) const
-    {
-        spill(file, "old");
-        ASSERT_EQ(chown(file.c_str(), owned.owner, owned.group), 0);
-        ASSERT_EQ(chmod(file.c_str(), owned.mode), 0);
-    }
-
-    // Runs a line of the shell in the test's folder, where $K is the command.
-    [[nodiscard]] int shell(const std::string &line) const
-    {
-        const std::string whole = "cd '" + path("").string() + "' && K='" + KIV_COMMAND + "'; " + line;
-        return codeOf(std::system(whole.c_str()));
-    }
-};
-
-TEST_F(OutputCommand, AReplacedFileKeepsOwnerGroupAndMode)
-{
-    if (geteuid() != 0)
-        GTEST_SKIP() << "only root makes files of other users";
-    write("in", "abcd");
-    for (const Owned before : {Owned{1234, 1235, 0644}, Owned{1234, 1235, 04755}, Owned{1234, 1235, 02755},
-                               Owned{0, 0, 04755}, Owned{1234, 0, 06711}})
-        for (const char *line :
-             {"str convert in -o out --to utf8", "audio convert in out --input s16le --channels 1"})
-        {
-            make(path("out"), before);
-            const Result result = enter(line);
-            EXPECT_EQ(result.code, 0) << result.err;
-            EXPECT_THAT(result.err, IsEmpty());
-            EXPECT_EQ(ownedBy(path("out")), before) << std::oct << before.mode;
-            EXPECT_EQ(slurp(path("out")).size(), 4u);
-        }
-}
-
-// Somebody who may write the file, and make files in its folder, is no reason to give his content another's
-// rights.
-TEST_F(OutputCommand, SetIdBitsGoWhereOwnerOrGroupCannotBeKept)
-{
-    if (geteuid() != 0 || access("/usr/bin/setpriv", X_OK) != 0)
-        GTEST_SKIP() << "needs root, and setpriv to be somebody else";
-    write("in", "abcd");
-    fs::permissions(path(""), fs::perms::all);
-    m_command = "/usr/bin/setpriv";
-    const struct
-    {
-        Owned before, after;
-        std::string note;
-    } rows[] = {
-        {{1234, 1235, 04777},
-         {65534, 65534, 0777},
-         "the owner and the group could not be kept, and the set-id bits are gone"},
-        {{1234, 65534, 02777},
-         {65534, 65534, 0777},
-         "the owner could not be kept, and the set-id bits are gone"},
-        {{1234, 1235, 0676}, {65534, 65534, 0666}, "the owner and the group could not be kept\n"},
-        {{65534, 65534, 06755}, {65534, 65534, 06755}, ""},
-    };
-    for (const auto &row : rows)
-    {
-        make(path("out"), row.before);
-        const Result result = enter("--reuid 65534 --regid 65534 --clear-groups " KIV_COMMAND
-                                    " str convert in -o out --to utf8");
-        EXPECT_EQ(result.code, 0) << result.err;
-        EXPECT_EQ(result.err.empty(), row.note.empty());
-        EXPECT_THAT(result.err, HasSubstr(row.note));
-        EXPECT_EQ(ownedBy(path("out")), row.after) << std::oct << row.before.mode;
-        EXPECT_EQ(slurp(path("out")), "abcd");
-    }
-}
-
-TEST_F(OutputCommand, ATargetWithSeveralNamesIsRefused)
-{
-    write("in", "abcd");
-    fs::create_hard_link(write("out", "old"), path("other"));
-    expect({{"str convert in -o out --to utf8", 4, "has 2 names"}});
-    EXPECT_EQ(slurp(path("out")), "old");
-    EXPECT_THAT(files(), UnorderedElementsAre("in", "out", "other"));
-}
-
-TEST_F(OutputCommand, NoWordWritesItsSource)
-{
-    const std::string scc = slurp(KIV_EXAMPLE_SCC) + "\n"; // whole frames of one pixel too
-    for (const char *line : {
-             "$K str convert s -o s --to utf16le",
-             "$K str convert - -o s --to utf16le <s",
-             "$K str convert s --to utf8 >>s",
-             "$K str convert - --to utf8 <s >>s",
-             "$K audio convert s s --input u8 --channels 1",
-             "$K audio convert - l --input u8 --channels 1 <s",
-             "$K frame convert s s --width 1 --height 1 --format rgb --to rgba",
-             "$K frame convert - s --width 1 --height 1 --format rgb --to rgba <s",
-             "$K frame scale s s --width 1 --height 1 --format rgb --size 2x2",
-             "$K frame png s s --width 1 --height 1 --format rgb",
-             "$K frame png - s --width 1 --height 1 --format rgb <s",
-             "$K caption convert s s",
-             "$K caption convert - l <s",
-             "$K caption convert s - >>s",
-             "$K caption show s --json >>s",
-             "$K cdp find - <s >>s",
-             "$K shm attach 0x4b495652 --write s --read l",
-             "$K crc s >>s",
-             "$K pipe <s >>s",
-             "$K run --direct --stdout s -- /bin/cat <s || test $? = 125 && exit 2",
-             "$K run --direct --stderr l -- /bin/cat <s || test $? = 125 && exit 2",
-         })
-    {
-        SCOPED_TRACE(line);
-        spill(path("s"), scc);
-        fs::remove(path("l"));
-        fs::create_symlink("s", path("l"));
-        EXPECT_EQ(shell(std::string{line} + " 2>err"), 2) << slurp(path("err"));
-        EXPECT_TRUE(slurp(path("s")) == scc);
-    }
-}
-
-// ---- Names from outside ----
-
-// What is left of an output that may steer the terminal: anything but line ends, colours and a line renewed
-// in place.
+// Returns the output if it may steer the terminal: if it has any control but line ends, colours and a line
+// renewed in place.
 std::string steering(const std::string &output)
 {
     static const std::regex kOwn{"\r\n|\x1b\\[[0-9;]*m|\r\x1b\\[K"};
@@ -167,7 +32,7 @@ std::string steering(const std::string &output)
 
 TEST_F(OutputCommand, NoWordLetsANameSteerTheTerminal)
 {
-    // A title of the window, a clear screen by the second set, turned writing, a line separator, a line end.
+    // A window title, a clear screen in 7 and 8 bits, text from right to left, a line separator, a line end.
     const std::string hostile = "a\x1b]0;x\x07\x1b[2J\xc2\x9b"
                                 "2J\xd8\x9c\xe2\x80\x8e\xe2\x80\xae\xe2\x81\xa7\xe2\x80\xa8\x7f\n=b";
     const std::string scc = write(hostile + ".scc", slurp(KIV_EXAMPLE_SCC));
@@ -239,12 +104,10 @@ TEST_F(OutputCommand, NoWordLetsANameSteerTheTerminal)
             EXPECT_THAT(steering(terminal.all()), IsEmpty()) << json << line;
             EXPECT_FALSE(terminal.all().empty() && !line.starts_with("cdp")) << line;
         }
-    EXPECT_EQ(json({"crc", scc})[0]["file"], scc); // a program gets the name as it is
+    EXPECT_EQ(json({"crc", scc})[0]["file"], scc); // a program receives the name unchanged
 }
 
-// ---- Ends of all kinds ----
-
-// A file system without unnamed files, as the system calls show it.
+// Makes system calls fail as on a file system without unnamed files.
 void refuseUnnamedFiles()
 {
     sock_filter code[] = {
@@ -263,7 +126,7 @@ void refuseUnnamedFiles()
 
 TEST_F(OutputCommand, NothingIsLeftHoweverItEnds)
 {
-    // The input never ends, so that the conversion is under way when its file is there.
+    // The input never ends, so the conversion is still running when its file exists.
     ASSERT_EQ(mkfifo(path("in").c_str(), 0600), 0);
     const int input = open(path("in").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::write(input, "abcdefgh", 8), 8);
@@ -283,7 +146,7 @@ TEST_F(OutputCommand, NothingIsLeftHoweverItEnds)
     const struct
     {
         int signalNumber;
-        bool named; ///< the file system knows no unnamed files
+        bool named; ///< the file system has no unnamed files
     } rows[] = {{SIGINT, false}, {SIGKILL, false}, {SIGINT, true}, {SIGTERM, true}};
     for (const auto &row : rows)
     {
@@ -300,7 +163,7 @@ TEST_F(OutputCommand, NothingIsLeftHoweverItEnds)
     close(input);
     EXPECT_EQ(slurp(path("out")), "old");
 
-    // Brought to an end, either way replaces the target.
+    // If the conversion ends, either way replaces the target.
     fs::remove(path("in"));
     write("in", "abcd");
     for (const bool named : {false, true})

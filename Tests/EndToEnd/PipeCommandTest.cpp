@@ -1,5 +1,5 @@
-// kivcs2 pipe between a producer and a consumer that the test holds in its hands: which of them waits is
-// decided by what has been written and read, never by the clock.
+// kivcs2 pipe between a producer and a consumer that the test controls: the bytes written and read decide
+// which of them waits, never the clock.
 #include "CommandRun.h"
 
 #include <pty.h>
@@ -14,7 +14,7 @@ using namespace kiv::test;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-// Bytes without a repetition that a lost piece could hide in.
+// Bytes without repetitions, so that a lost piece shows.
 std::string stream(size_t size)
 {
     std::string bytes(size, '\0');
@@ -46,7 +46,7 @@ void writeAll(int descriptor, const std::string &bytes)
     }
 }
 
-// Ends of pipes that a test has closed are -1.
+// Closes an end of a pipe, which is -1 afterwards.
 void shut(int &descriptor)
 {
     if (descriptor >= 0)
@@ -66,7 +66,7 @@ protected:
             finish();
     }
 
-    // Starts the command on pipes; standard error goes to a file or, if `terminal`, to one.
+    // Starts the command on pipes. Standard error is a terminal if `terminal` is set, or else a file.
     void begin(const std::string &options, int outputFlags = 0, bool terminal = false)
     {
         int in[2];
@@ -87,7 +87,7 @@ protected:
         m_out = out[0];
     }
 
-    // Starts the command on descriptors; one of -1 stays closed, `err` of -1 is a file.
+    // Starts the command on descriptors. One of -1 stays closed, but `err` of -1 is a file.
     void spawn(const std::string &options, int in, int out, int err)
     {
         m_child = start(wordsOf("pipe " + options),
@@ -126,7 +126,7 @@ TEST_F(Pipe, PassesEverythingInOrder)
     const std::pair<const char *, std::string> rows[] = {
         {"", "300001"},
         {"--size 1000 --chunk 700", "300001"},
-        {"--size 2", "30001"}, // each byte waits for the one before
+        {"--size 2", "30001"}, // each byte waits for the byte before it
         {"--mode overwrite --size 1M", "300001"},
     };
     for (const auto &[sizes, count] : rows)
@@ -147,7 +147,7 @@ TEST_F(Pipe, PassesEverythingInOrder)
     }
 }
 
-// The consumer takes nothing until the producer has finished, which only overwriting allows.
+// The consumer reads nothing until the producer has finished, which only overwriting allows.
 TEST_F(Pipe, OverwritesWhatTheConsumerDoesNotTakeInTime)
 {
     constexpr size_t kSize = 100000;
@@ -172,8 +172,8 @@ TEST_F(Pipe, OverwritesWhatTheConsumerDoesNotTakeInTime)
     EXPECT_TRUE(passed.ends_with(bytes.substr(bytes.size() - kSize)));
 }
 
-// The same consumer, and the producer is made to wait; the meter of a terminal says when that is so. An
-// output that does not block makes no difference.
+// With the same consumer the producer has to wait, and the meter on a terminal shows when. It makes no
+// difference if the output is non-blocking.
 TEST_F(Pipe, RejectModeMakesTheProducerWait)
 {
     const std::string bytes = stream(2000000);
@@ -194,7 +194,7 @@ TEST_F(Pipe, RejectModeMakesTheProducerWait)
     }
     EXPECT_THAT(meter, HasSubstr("\r\x1b[K[####################] 100 %"));
     EXPECT_THAT(meter, HasSubstr("lost 0.0 MB"));
-    // The terminal must be read, or the report would wait for it.
+    // The terminal must be read: the report waits for it.
     std::string rest;
     std::thread reader{[&] { rest = readAll(m_terminal); }};
     EXPECT_TRUE(readAll(m_out) == bytes);
@@ -204,7 +204,7 @@ TEST_F(Pipe, RejectModeMakesTheProducerWait)
     EXPECT_THAT(rest, HasSubstr("Lost  0 bytes"));
 }
 
-// The producer stays, so that nothing but the reader's leaving can end the command.
+// The producer stays, so that only the end of the reader can end the command.
 TEST_F(Pipe, EndsWhenTheReaderHasGone)
 {
     begin("--size 100000");
@@ -216,7 +216,7 @@ TEST_F(Pipe, EndsWhenTheReaderHasGone)
     EXPECT_EQ(finish(), 0);
     EXPECT_THAT(errors(), HasSubstr("In      8 bytes\nOut     3 bytes\nLost    0 bytes\n"
                                     "Unsent  5 bytes, the reader has gone\n"));
-    EXPECT_THAT(errors(), testing::Not(HasSubstr("%  in"))); // no meter where nobody asked for it
+    EXPECT_THAT(errors(), testing::Not(HasSubstr("%  in"))); // no meter without the option
 }
 
 TEST_F(Pipe, AnInterruptEndsTheInputAndLosesNothing)
@@ -232,20 +232,20 @@ TEST_F(Pipe, AnInterruptEndsTheInputAndLosesNothing)
     EXPECT_THAT(errors(), StartsWith("In    3 bytes\nOut   3 bytes\n"));
 }
 
-// The reader stays and takes nothing, so that what was read cannot go out.
+// The reader stays and reads nothing, so that the bytes cannot go out.
 TEST_F(Pipe, ASecondInterruptOfAnotherKindEndsItAtOnce)
 {
     begin("--size 100000");
     const int room = fcntl(m_out, F_SETPIPE_SZ, 4096);
     ASSERT_GE(room, 4096);
     writeAll(m_in, std::string(static_cast<size_t>(room) + 1, 'x'));
-    // Once the command has taken them all, there is one that it cannot get rid of.
+    // If the command has taken all bytes, there is one that it cannot write.
     for (int unread = 1; unread > 0;)
         ASSERT_EQ(ioctl(m_in, FIONREAD, &unread), 0);
     ASSERT_GT(m_child, 1);
     ASSERT_EQ(kill(m_child, SIGINT), 0);
     ASSERT_EQ(kill(m_child, SIGTERM), 0);
-    EXPECT_THAT(finish(), testing::AnyOf(128 + SIGINT, 128 + SIGTERM)); // two threads may take one each
+    EXPECT_THAT(finish(), testing::AnyOf(128 + SIGINT, 128 + SIGTERM)); // two threads may receive one each
     EXPECT_EQ(errors(), "") << "no report: it has not waited for the reader";
 }
 

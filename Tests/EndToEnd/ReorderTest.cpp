@@ -1,4 +1,4 @@
-// The window that puts the packets of a stream into order, on sequences of packets.
+// The window that puts the packets of a stream in order.
 #include "Captions/Reorder.h"
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ struct Sent
     uint32_t source = 1;
 };
 
-// What comes out: "1 2 !2 5" for 1, 2, two lost, 5; "R" in front of the first of a new sender.
+// Notes the packets that come out: "1 2 !2 5" for 1, 2, two lost, 5; "R" before the first of a new sender.
 struct Stream
 {
     std::string passed;
@@ -131,7 +131,7 @@ TEST(Reorder, PutsPacketsInOrder)
     }
 }
 
-// A stream of 20,000 packets over a wrap, of which some are lost, doubled and swapped: the counts are exact.
+// 20,000 packets over a wrap, some of them lost, doubled and swapped: the counts are exact.
 TEST(Reorder, CountsExactly)
 {
     for (const uint32_t window : {1u, 2u, 3u, 64u, 1000u, 4096u})
@@ -151,7 +151,7 @@ TEST(Reorder, CountsExactly)
                 {
                     ++lost;
                     expected += " !1";
-                    run.take({first + ++index}); // single gaps, easy to write down
+                    run.take({first + ++index}); // gaps of one packet, whose text is simple
                 }
                 else if (chance == 1 && window > 1)
                 {
@@ -170,7 +170,7 @@ TEST(Reorder, CountsExactly)
                 expected += " " + std::to_string(first + index);
             }
             run.order.flush();
-            EXPECT_TRUE(" " + run.passed == expected); // the texts are long
+            EXPECT_TRUE(" " + run.passed == expected); // no message: the texts are long
             const Reorder::Counts &got = run.order.counts();
             EXPECT_EQ(got.lost, lost);
             EXPECT_EQ(got.gaps, lost);

@@ -1,4 +1,4 @@
-// kivcs2 run: exit codes as env and timeout have them, output files, and the end of all that was started.
+// kivcs2 run on a terminal: interrupts, and the end of all started processes.
 #include "Terminal.h"
 
 #include <sys/stat.h>
@@ -7,50 +7,15 @@ namespace
 {
 using namespace kiv::test;
 
-class Run : public Command
-{
-};
+using RunCommand = Command;
 
-TEST_F(Run, ExitCodesAreThoseOfTheCommand)
-{
-    write("plain", "");
-    for (const std::string way : {"", " --direct", " --async"})
-        for (const Line &row : {Line{" -- true", 0},
-                                {" -- sh -c 'exit 3'", 3},
-                                {" -- sh -c 'kill -9 $$'", 137},
-                                {" -- ./plain", 126},
-                                {" -- ./none", 127},
-                                {" -- no-such-command", 127},
-                                {" --bogus -- true", 125},
-                                {"", 125},
-                                {" --timeout 0.2 -- sh -c 'sleep 60 & sleep 60'", 124},
-                                {" -- /usr", 126},
-                                {" --timeout nan -- true", 125},
-                                {" --timeout 60 -- sh -c 'exit 4'", 4}})
-            EXPECT_EQ(enter("run" + way + row.line).code, row.code) << way << row.line;
-}
-
-TEST_F(Run, StreamsAndFiles)
-{
-    const Result piped = enter("run -- sh -c 'cat; echo --json; echo problem >&2'", "input\n");
-    EXPECT_EQ(piped.out, "input\n--json\n");
-    EXPECT_EQ(piped.err, "problem\n");
-    for (const std::string way : {"--direct", "--async"})
-    {
-        EXPECT_EQ(enter("run " + way + " --stdout out --stderr err -- sh -c 'echo a; echo b >&2'").code, 0);
-        EXPECT_EQ(slurp(path("out")) + slurp(path("err")), "a\nb\n");
-    }
-    EXPECT_EQ(enter("run --stdout x -- true").code, 125);
-    // A writer whose reader has gone ends as it would without us.
-    EXPECT_EQ(enter("run -- sh -c 'yes | head -n 1; kill -PIPE $$'").code, 128 + SIGPIPE);
-}
-
-// A key tells the command once, as without us; a signal to us alone is handed on; and all that is left goes.
-TEST_F(Run, InterruptsReachTheCommandOnceAndEndTheTree)
+// A key interrupts the command once, as without kivcs2. A signal only to kivcs2 is passed on. All processes
+// that are left then end.
+TEST_F(RunCommand, InterruptsReachTheCommandOnceAndEndTheTree)
 {
     struct Row
     {
-        char key; // 0: SIGINT to kivcs2 alone; kHangUp: the terminal goes
+        char key; // 0: SIGINT only to kivcs2; kHangUp: the terminal closes
         const char *script;
         int code;
     };
@@ -69,7 +34,7 @@ TEST_F(Run, InterruptsReachTheCommandOnceAndEndTheTree)
         {
             SCOPED_TRACE(way + " " + row.script);
             Terminal terminal{{m_command, "run", way, "--", "sh", "-c", left + row.script}};
-            const int reader = open(fifo.c_str(), O_RDONLY); // ends with the last of the tree
+            const int reader = open(fifo.c_str(), O_RDONLY); // ends with the last process of the tree
             ASSERT_TRUE(terminal.shows("ready"));
             if (row.key == kHangUp)
                 terminal.hangUp();

@@ -26,7 +26,7 @@ TEST_F(Command, MakesFillsReadsAndRemovesASegment)
     const Json shown = document("shm show " + made);
     EXPECT_EQ(shown["key"], theIPC.key(0));
     EXPECT_EQ(shown["size"], 4096);
-    EXPECT_EQ(shown["attached"], 0); // left on the machine, and looking does not count
+    EXPECT_EQ(shown["attached"], 0); // it stays on the machine, and `show` does not count
     EXPECT_EQ(shown["mode"], "0666");
 
     EXPECT_EQ(enter(attach + " -w - --offset 10", "on air").code, 0);
@@ -35,7 +35,7 @@ TEST_F(Command, MakesFillsReadsAndRemovesASegment)
     EXPECT_EQ(enter(attach + " -r out").code, 0);
     EXPECT_EQ(slurp(path("out")).size(), 4096u);
 
-    // What has data is not cleared unless it is asked for, and never found too small.
+    // A segment with data is cleared only with --clear, and one that is too small is never taken.
     expect({{"shm create " + made + " 16", 1, "has a segment of 4096 bytes; --clear takes it"},
             {"shm create " + made + " 5000 --clear", 1}});
     EXPECT_EQ(document("shm create " + made + " 12 --clear")["id"], shown["id"]);
@@ -51,8 +51,8 @@ TEST_F(Command, RefusesWhatNoSegmentTakes)
     ASSERT_EQ(enter("shm create " + made + " 8").code, 0);
     expect({{"shm create 0 8", 2, "key 0 belongs to private segments"},
             {"shm create 0x100000000 8", 2, "is no key"},
-            {"shm create 1 4G", 2, "\"4G\" is no size"}, // as it was typed
-            {"shm show ''", 2, "\"\" is no key"},        // not all of them
+            {"shm create 1 4G", 2, "\"4G\" is no size"}, // the text as typed
+            {"shm show ''", 2, "\"\" is no key"},        // it must not mean every segment
             {attach + " -r - --length ''", 2, "\"\" is no length"},
             {"shm create 1 0", 2, "one byte"},
             {attach, 2, "--write or --read"},
@@ -79,7 +79,7 @@ TEST_F(Command, FindsTheFirstKeyWithoutASegmentAndListsThem)
         ASSERT_EQ(enter("shm free " + key(index)).code, 0);
 }
 
-// The system lets another user attach, and remove nothing.
+// The system lets another user attach, but not remove.
 TEST_F(Command, TellsThatASegmentIsAnotherUsers)
 {
     const pid_t other = fork();
@@ -93,7 +93,7 @@ TEST_F(Command, TellsThatASegmentIsAnotherUsers)
     expect({{"shm free " + key(7), 4, "the segment stays: Operation not permitted"},
             {"shm attach " + key(7) + " -r - --free", 4, "the segment stays: Operation not permitted"}});
     EXPECT_EQ(document("shm show " + key(7))["attached"], 0);
-    shmctl(shmget(static_cast<key_t>(theIPC.key(7)), 0, 0), IPC_RMID, nullptr); // by this process, which may
+    shmctl(shmget(static_cast<key_t>(theIPC.key(7)), 0, 0), IPC_RMID, nullptr); // this process may remove it
 }
 
 TEST_F(Command, HoldsASegmentUntilItIsInterrupted)
@@ -108,17 +108,18 @@ TEST_F(Command, HoldsASegmentUntilItIsInterrupted)
         {
             prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that is killed leaves no holder
             dup2(ends[1], 1);
-            execlp(KIV_COMMAND, KIV_COMMAND, "shm", "create", key(6).c_str(), "8", "--hold", "--json", nullptr);
+            execlp(KIV_COMMAND, KIV_COMMAND, "shm", "create", key(6).c_str(), "8", "--hold", "--json",
+                   nullptr);
             _exit(127);
         }
         char byte = 0;
-        ASSERT_EQ(read(ends[0], &byte, 1), 1); // it stands and says so
+        ASSERT_EQ(read(ends[0], &byte, 1), 1); // the segment exists
         EXPECT_EQ(document("shm show " + key(6))["attached"], 1);
         EXPECT_EQ(document("shm free " + key(6), 1)["removed"], false);
         ASSERT_EQ(kill(holder, signalNumber), 0);
         int ended = 0;
         ASSERT_EQ(waitpid(holder, &ended, 0), holder);
-        if (signalNumber == SIGKILL) // nobody could free it: that is left to the user
+        if (signalNumber == SIGKILL) // the holder could not free it: the user has to
         {
             EXPECT_EQ(document("shm free " + key(6))["removed"], true);
         }

@@ -1,4 +1,4 @@
-// The AppleSMC service over files such as the kernel's applesmc driver has.
+// The AppleSMC service over files like those of the applesmc driver.
 #include <IOKit/IOKitLib.h>
 #include <KIVPlatform/KIVPAppleSMC.h>
 
@@ -25,9 +25,9 @@ namespace
 using namespace kiv::test;
 
 std::vector<ScriptedKey> g_keys;
-std::atomic<int> g_intruders; // choices that another program changes before they are read
+std::atomic<int> g_intruders; // choices of a key that another program changes before the read
 
-// What the kernel does when an index is written.
+// Acts as the kernel when an index is written.
 void follow(const char *folder)
 {
     const std::filesystem::path path{folder};
@@ -57,7 +57,7 @@ protected:
         g_keys = {{"#KEY", "ui32", {0, 0, 0, 9}},
                   {"FS! ", "ui16", {0x80, 1}},
                   {"TC0c", "sp78", {0x2a, '\n'}},
-                  {"Zero", "ui8", {7}}, // the driver leaves the zero byte of "ui8\0" out
+                  {"Zero", "ui8", {7}}, // the driver omits the zero byte of "ui8\0"
                   {"Long", "ch8*", std::vector<uint8_t>(32, 0xff)}};
         g_intruders = 0;
         m_folder.write("key_count", std::to_string(g_keys.size()) + "\n");
@@ -112,7 +112,7 @@ TEST_F(Driver, TellsEveryKeyByIndexAndName)
     io_connect_t connection = IO_OBJECT_NULL;
     ASSERT_EQ(open(connection), kIOReturnSuccess);
     SMCCall output{};
-    // By name before any index was asked for, the last one first.
+    // By name before any index is read, the last one first.
     ASSERT_EQ(call(connection, 5, "Long", 32, output), kIOReturnSuccess);
     EXPECT_EQ(output.data[31], 0xff);
     for (uint32_t index = 0; index < g_keys.size(); ++index)
@@ -196,7 +196,7 @@ TEST_F(Driver, FilesThatMakeNoSenseFailTheCall)
     expectOpening("4294967295\n", kIOReturnNoResources);
     m_folder.write("key_count", "5");
 
-    KIVPSetSMCFolder(m_path.c_str(), nullptr); // files that stand still
+    KIVPSetSMCFolder(m_path.c_str(), nullptr); // files that do not change
     io_connect_t connection = IO_OBJECT_NULL;
     ASSERT_EQ(open(connection), kIOReturnSuccess);
     SMCCall output{};
@@ -235,7 +235,7 @@ TEST_F(Driver, WithoutItThereIsNoServiceAndOthersAreNotMatched)
 TEST_F(Driver, WhoMayNotChooseAKeyMayNotOpen)
 {
     if (geteuid() == 0)
-        std::filesystem::remove(m_folder.path("key_at_index")); // root may write anything that is there
+        std::filesystem::remove(m_folder.path("key_at_index")); // root may write any file, so remove it
     else
         chmod(m_folder.path("key_at_index").c_str(), 0444);
     io_connect_t connection = IO_OBJECT_NULL;

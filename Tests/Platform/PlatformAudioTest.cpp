@@ -1,4 +1,4 @@
-// The audio converter: every vector level of this machine against plain arithmetic, and what it refuses.
+// The audio converter: every vector level of this machine compared with plain arithmetic, and refusals.
 #include "AudioToolbox/PCM.h"
 
 #include <AudioToolbox/AudioToolbox.h>
@@ -26,7 +26,7 @@ std::vector<uint8_t> randomBytes(size_t size)
     return bytes;
 }
 
-// ---- Plain arithmetic, of values and not of bytes ----
+// ---- Plain arithmetic on values, not on bytes ----
 
 int64_t plainLoad(const SampleLayout &layout, const uint8_t *sample)
 {
@@ -58,7 +58,7 @@ void plainConvert(const SampleLayout &in, const SampleLayout &out, const uint8_t
     plainStore(out, value, to);
 }
 
-// Every way to store a sample that the tests tell apart.
+// Every way to store a sample.
 std::vector<SampleLayout> layouts()
 {
     std::vector<SampleLayout> all;
@@ -70,7 +70,7 @@ std::vector<SampleLayout> layouts()
                 if (bytes == 1 && (flags & 1) != 0)
                     continue; // one byte has no order
                 if (bits == 8 * bytes && (flags & 4) != 0)
-                    continue; // nor an alignment when it is full
+                    continue; // nor an alignment if it is full
                 all.push_back({bytes, bits, (flags & 1) != 0, (flags & 2) != 0, isHigh});
             }
     return all;
@@ -95,7 +95,7 @@ protected:
     kiv::audio::Kernels kernels{};
 };
 
-// Input and output end where their blocks end, so that AddressSanitizer sees an access past either.
+// Input and output end with their blocks, so that AddressSanitizer detects an access past either.
 void expectSplit(const kiv::audio::Kernels &kernels, const SampleLayout &in, const SampleLayout &out,
                  size_t channels, size_t frames, size_t spare)
 {
@@ -150,7 +150,7 @@ TEST_P(PCMKernels, ConvertEveryLengthAtEveryAlignment)
             ASSERT_NO_FATAL_FAILURE(expectConvert(kernels, in, out, samples, samples % 67));
 }
 
-// What no shuffle can do is the plain loop's at every level.
+// Conversions that no shuffle can do use the plain loop at every level.
 TEST_P(PCMKernels, SplitAsThePlainArithmeticDoes)
 {
     for (const SampleLayout &in : layouts())
@@ -198,7 +198,7 @@ AudioStreamBasicDescription pcm(UInt32 flags, UInt32 channels, UInt32 frame, UIn
     return {48000, kAudioFormatLinearPCM, flags, frame, 1, frame, channels, bits, 0};
 }
 
-// A converter for the length of a test.
+// A converter that is freed at the end of its scope.
 struct Converter
 {
     Converter(const AudioStreamBasicDescription &in, const AudioStreamBasicDescription &out)
@@ -237,14 +237,14 @@ TEST(AudioConverters, RefuseWhatContradictsItself)
         with([](Format &format) { format.mFormatFlags |= 8 << kLinearPCMFormatFlagsSampleFractionShift; }),
         with([](Format &format) { format.mSampleRate = 0; }),
         with([](Format &format) { format.mSampleRate = std::numeric_limits<double>::quiet_NaN(); }),
-        with([](Format &format) { format.mSampleRate = 44100; }), // the other side has 48000
+        with([](Format &format) { format.mSampleRate = 44100; }), // the other format has 48000
         with([](Format &format) { format.mFramesPerPacket = 2; }),
         with([](Format &format) { format.mBytesPerPacket = 8; }),
         pcm(kSigned | kPacked, 0, 4, 16),
-        pcm(kSigned | kPacked, 3, 6, 16), // a channel that the other side has not
-        pcm(kSigned | kPacked, 2, 5, 16), // no samples of the same size
+        pcm(kSigned | kPacked, 3, 6, 16), // a channel that the other format does not have
+        pcm(kSigned | kPacked, 2, 5, 16), // the samples have different sizes
         pcm(kSigned | kPacked, 2, 0, 16),
-        pcm(kSigned, 2, 10, 16), // five bytes a sample
+        pcm(kSigned, 2, 10, 16), // five bytes for each sample
         pcm(kSigned, 2, 4, 17),
         pcm(kSigned, 2, 4, 0),
         pcm(kSigned | kPacked, 2, 6, 16), // packed, and a byte left over
@@ -298,7 +298,7 @@ TEST(AudioConverters, WriteAllOrNothing)
     EXPECT_EQ(output, (std::vector<uint8_t>{0, 1, 2, 0, 3, 4, 0, 5, 6, 0, 7, 8}));
 }
 
-// What it makes is compared by PCMConverterFuzzer.
+// PCMConverterFuzzer compares the samples.
 TEST(AudioConverters, SplitNeedsWholeFramesAndRoomForThem)
 {
     const Converter converter{pcm(kSigned | kPacked, 5, 10, 16), pcm(kSigned | kPacked | kPlanes, 1, 3, 24)};

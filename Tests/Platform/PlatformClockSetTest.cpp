@@ -1,5 +1,5 @@
-// Run-loop timers while the real-time clock is set. The machine's clock stays as it is: this program puts a
-// clock of its own in front of it, and a timerfd that tells of a step once, as the kernel does.
+// Run-loop timers while the real-time clock is set. The clock of the machine does not change: this program
+// replaces the clock, and reports each step once through the timerfd, as the kernel does.
 #include "../../Sources/Private/Support/CFRef.h"
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -18,9 +18,9 @@ namespace
 {
 constexpr CFTimeInterval kInterval = 0.02;
 
-time_t s_ahead = 0;         // of this program's clock to the machine's, in seconds
-bool s_isToBeTold = false;  // the timer has not heard of the last step
-int s_timerDescriptor = -1; // the only one
+time_t s_ahead = 0;         // seconds from the clock of the machine to that of this program
+bool s_isToBeTold = false;  // the timer has not yet reported the last step
+int s_timerDescriptor = -1; // the only timer
 
 void setClock(time_t step)
 {
@@ -51,7 +51,7 @@ extern "C" int timerfd_settime(int descriptor, int flags, const itimerspec *at, 
     const long result = syscall(SYS_timerfd_settime, descriptor, flags, &onMachine, old);
     if (!std::exchange(s_isToBeTold, false))
         return static_cast<int>(result);
-    errno = ECANCELED; // it is armed all the same
+    errno = ECANCELED; // the timer is armed nevertheless
     return -1;
 }
 
@@ -78,7 +78,7 @@ TEST(ClockThatIsSet, MovesTheIntervalsWheneverItIsSet)
         for (const time_t next : {afterCall, time_t{0}, time_t{0}})
         {
             EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 60, false), kCFRunLoopRunStopped);
-            // An interval away, not what the clock was set by.
+            // One interval away, not the step of the clock.
             EXPECT_LT(CFRunLoopTimerGetNextFireDate(timer.get()), CFAbsoluteTimeGetCurrent() + 5);
             setClock(next);
         }

@@ -1,4 +1,4 @@
-// Dates, the calendar and formatters, in a zone with summer time, against libc and a slow calendar.
+// Dates, the calendar and formatters in a zone with summer time, compared with libc and a slow calendar.
 #include "CFText.h"
 
 #include <Foundation/NSDate.h>
@@ -16,7 +16,7 @@ using namespace kiv::test;
 
 namespace
 {
-// The zone is read with the first date: before any is used.
+// Set before the first date, which reads the zone.
 [[maybe_unused]] const int g_zone = setenv("TZ", "Europe/Berlin", 1);
 
 using FormatterRef = CFRef<CFDateFormatterRef>;
@@ -95,10 +95,10 @@ TEST(Formatters, TheLocaleIsTheGivenOneOrEnglishNeverTheEnvironments)
         {"en_US", "EEEE, MMMM d, YYYY", "Monday, December 30, 2025"},
         {"en_US", "HH:mm:ss", "09:08:07"},
         {"de_DE", "EEEE, d. MMMM", "Montag, 30. Dezember"},
-        {"th_TH", "y", "2567"}, // a locale that is asked for keeps its calendar
+        {"th_TH", "y", "2567"}, // a locale by name keeps its calendar
         {nullptr, "''yy 'text'", "'24 text"},
         {nullptr, "", ""},
-        {"\xc3\xa9", "y", "(none)"}, // no name of a locale
+        {"\xc3\xa9", "y", "(none)"}, // not the name of a locale
         {nullptr, "\xe2\x82\xac y", "\xe2\x82\xac 2024"},
     };
     for (const auto &[locale, pattern, text] : rows)
@@ -121,7 +121,7 @@ TEST(Formatters, APatternMayChangeAndALongTextIsWhole)
     EXPECT_EQ(CFDateFormatterCreate(nullptr, nullptr, 1, 0), nullptr);
     for (const double none : {NAN, INFINITY, -INFINITY})
         EXPECT_EQ(textOf(format, none), "(none)");
-    EXPECT_NE(textOf(format, 1e300), "(none)"); // ICU stops at the end of its own time
+    EXPECT_NE(textOf(format, 1e300), "(none)"); // ICU stops at the last date that it has
 }
 
 TEST(Calendars, ComposingCarriesLikeMktime)
@@ -132,7 +132,7 @@ TEST(Calendars, ComposingCarriesLikeMktime)
     };
     for (int index = 0; index < 3000; ++index)
     {
-        // Hours away from the nights of the clock changes, where libc answers as it likes.
+        // Hours away from the clock changes, where the results of libc are arbitrary.
         const int year = pick(1985, 2030);
         const int month = pick(-24, 36);
         const int day = pick(-400, 400);
@@ -164,8 +164,8 @@ TEST(Calendars, MonthAndDayZeroFallOneBack)
     EXPECT_EQ(textOf(format, composed(2024, 1, 1, 24, 60, 60)), "2.1.2024 01:01:00");
 }
 
-// Across thirty generations, in a zone's early local mean time and through its summer times, against ICU's
-// calendar, which is Julian before 1582.
+// Across centuries, in the early local mean time of a zone and through its summer times, compared with the
+// calendar of ICU, which is Julian before 1582.
 TEST(Calendars, TextsAndComposingAgree)
 {
     const FormatterRef plain = formatter("d.M.y");
@@ -175,7 +175,7 @@ TEST(Calendars, TextsAndComposingAgree)
         const int year = static_cast<int>(1 + random() % 2030), month = static_cast<int>(1 + random() % 12),
                   day = static_cast<int>(1 + random() % 28);
         if (year == 1582 && month == 10)
-            continue; // lacks ten days
+            continue; // ten days do not exist
         ASSERT_EQ(textOf(plain, composed(year, month, day, 12)),
                   std::to_string(day) + "." + std::to_string(month) + "." + std::to_string(year));
     }
@@ -296,7 +296,7 @@ TEST(CalendarFormats, WriteWhatStrftimeWrites)
     const std::pair<const char *, std::string> rows[] = {
         {"%e.%m. %F %c", "5.03. 063 00:07:08 03/05/24"},
         {"%I %p", "12 AM"},
-        {"%q%", "%q%"}, // none of a conversion
+        {"%q%", "%q%"}, // not a conversion
         {"", ""},
         {"\xe2\x82\xac%%Z", "\xe2\x82\xac%Z"},
         {"%Z", "CET"},

@@ -1,4 +1,4 @@
-// Dictionaries beside a plain model, their callbacks and ownership; truth values; endings of deep nests.
+// Dictionaries compared with a plain model, their callbacks and ownership; booleans; releases of deep nests.
 #include "CFText.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +26,7 @@ CFRef<CFNumberRef> number(int32_t value)
     return CFRef<CFNumberRef>{CFNumberCreate(nullptr, kCFNumberSInt32Type, &value)};
 }
 
-// A dictionary of numbers as pairs in the order in which their keys came.
+// A dictionary of numbers as pairs, in the order of their insertion.
 using Model = std::vector<std::pair<int32_t, int32_t>>;
 
 Model contentsOf(CFDictionaryRef dictionary)
@@ -112,7 +112,7 @@ TEST(Dictionaries, RetainWhatTheyHoldAndFindByValue)
         CFDictionaryRemoveValue(dictionary.get(), alike.get());
         EXPECT_EQ(CFGetRetainCount(value.get()), 1);
 
-        // A value whose only owner is the dictionary, replaced by itself.
+        // A value that only the dictionary owns is replaced by itself.
         CFDictionarySetValue(dictionary.get(), key.get(), fromBytes("50").get());
         CFDictionarySetValue(dictionary.get(), key.get(), CFDictionaryGetValue(dictionary.get(), key.get()));
         EXPECT_EQ(utf8(static_cast<CFStringRef>(CFDictionaryGetValue(dictionary.get(), key.get()))), "50");
@@ -162,7 +162,7 @@ TEST(Objects, NestedDeeplyEndOneAfterTheOther)
 {
     const StringRef key = fromBytes("k");
     CFRef<CFTypeRef> nest{CFRetain(key.get())};
-    for (int depth = 0; depth < 200000; ++depth) // far more than a stack has room for
+    for (int depth = 0; depth < 200000; ++depth) // far more than fit on a stack
     {
         const void *value = nest.get();
         const void *name = key.get();

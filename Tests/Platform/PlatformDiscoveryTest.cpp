@@ -1,5 +1,5 @@
-// The documented calls of service discovery over a network that the test plays: what comes from several
-// interfaces, a backend that is replaced, names that are taken, records of any content.
+// The documented calls of service discovery over a network that the test simulates: results from several
+// interfaces, a backend that is replaced, names that are taken, records with any content.
 #include "CFText.h"
 #include "OwnProcesses.h"
 
@@ -47,7 +47,7 @@ CFRef<CFNetServiceRef> service(const char *domain, const char *type, const char 
         CFNetServiceCreate(nullptr, text(domain).get(), text(type).get(), text(name).get(), port)};
 }
 
-// The network. What is asked of it answers by the functions that the test sets; what was announced is noted.
+// The network. Functions that the test sets give its results, and it notes what is announced.
 struct Network
 {
     std::function<void(ServiceSink &)> services = [](ServiceSink &) {};
@@ -55,7 +55,7 @@ struct Network
         [](const std::string &, uint16_t, RecordSink &) {};
     std::function<int(const std::string &name)> accept = [](const std::string &) { return 0; };
     std::function<void(LocationSink &)> location = [](LocationSink &) {};
-    int updating = 0; // the answer to a new text
+    int updating = 0; // the result of a new text
     OwnNetworks own;
 
     std::mutex mutex;
@@ -350,7 +350,7 @@ TEST_F(Discovery, ANewBackendIsAskedForAllAndMissesAreRemovals)
         m_network.state = BackendState::ready;
         sink.serviceSeen(true, kIPv6, "stays");
         sink.allServicesForNow();
-        sink.browsingFailed(AVAHI_ERR_DISCONNECTED); // of a daemon that has gone: to be asked again
+        sink.browsingFailed(AVAHI_ERR_DISCONNECTED); // the daemon has gone: search again
         sink.browsingFailed(AVAHI_ERR_NO_NETWORK);
     };
     CFStreamError error{};
@@ -441,7 +441,7 @@ TEST(OwnNetworks, AHostIsHeardOnTheNetworksThatItMayBeOn)
     EXPECT_TRUE(OwnNetworks{}.areAll(std::vector{2}, false)) << "the system has reported none";
 }
 
-// The second network answers later, from another thread: the first answer is not the whole list.
+// The second network answers later, on another thread: the first result is not the whole list.
 TEST_F(Discovery, AHostOnTwoNetworksIsToldWithBothAddressesInTheirOrder)
 {
     in_addr own{};
@@ -565,7 +565,7 @@ TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
     EXPECT_TRUE(setText("\1b"));
     m_network.waitFor("text \1b");
 
-    // The host's name is lost to another machine, and another is settled; then the daemon goes.
+    // Another machine takes the name of the host, which gets a new one; then the daemon goes.
     const auto change = [](void *context)
     {
         network->state = *static_cast<BackendState *>(context);
@@ -574,7 +574,7 @@ TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
     for (BackendState state : {BackendState::starting, BackendState::ready})
         withEngineLocked(change, &state);
     m_network.waitFor("Ingest #2:5000:\1b");
-    // What was announced is taken back for another machine's sake, before anybody was told.
+    // Another machine takes the announced name before the host is informed.
     withEngineLocked([](void *) { network->updating = AVAHI_ERR_NOT_FOUND; }, nullptr);
     EXPECT_TRUE(setText("\1c"));
     m_network.waitFor("Ingest #2:5000:\1c");
@@ -620,7 +620,7 @@ TEST_F(Discovery, AMonitorThatBeginsDuringAChangeEndsWithTheRecordThatStays)
 
 namespace
 {
-// Announces services of which none is located until `answers`.
+// Announces services that have no location until `answers` is set.
 class DeadServices : public Discovery
 {
 protected:
@@ -693,7 +693,7 @@ TEST_F(DeadServices, AStopEndsTheOneThatIsBeingResolvedAndListsItNot)
     EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
 }
 
-// What the network says of names, locations and texts is listed as far as it can be used.
+// Names, locations and texts from the network are listed as far as they can be used.
 TEST_F(Discovery, MalformedNamesAndRecordsListWhatIsUsable)
 {
     kivCS2_initWithTaskServer(false);
@@ -710,7 +710,7 @@ TEST_F(Discovery, MalformedNamesAndRecordsListWhatIsUsable)
         const bool isLong = name.starts_with('x');
         if (type == kTypeSRV && name.starts_with("bad"))
             sink.recordSeen(true, kIPv4, std::vector<uint8_t>{0, 0, 0, 0, 0, 7, 0xc0});
-        else if (type == kTypeSRV) // the empty host: offered nowhere
+        else if (type == kTypeSRV) // the host is empty: the service is not available
             sink.recordSeen(true, kIPv4,
                             locationData(4, isLong ? Strings{} : Strings{"odd\\host.", "local"}));
         else if (type == kTypeA)
@@ -747,7 +747,7 @@ TEST_F(Discovery, MalformedNamesAndRecordsListWhatIsUsable)
                                      testing::Pair(longest, Pair{"", 0})));
 }
 
-// In a process of its own, since a success ends all browsing of the process.
+// In its own process, because a success ends all browsing of the process.
 TEST_F(DeadServices, ASearchForTheFirstThatTimesOutLeavesTheNextOneFree)
 {
     const auto search = [](uint32_t timeout)
@@ -783,13 +783,13 @@ TEST_F(Discovery, AnEngineWithoutADaemonServesTheNextCallAndNoForkedChild)
     resolve();
     resolve();
     EXPECT_EQ(m_network.backends, 1);
-#ifndef __SANITIZE_THREAD__ // which ends a child that has threads of its own, if its parent had any
+#ifndef __SANITIZE_THREAD__ // it ends a child that starts threads if its parent had any
     const pid_t child = fork();
     if (child == 0)
     {
         resolve();
         EXPECT_EQ(m_network.backends, 2);
-        std::exit(HasFailure() ? 1 : 0); // neither engine leaks, and the one of this process ends
+        std::exit(HasFailure() ? 1 : 0); // neither engine leaks, and the engine of this process ends
     }
     EXPECT_EQ(exitCodeOf(child), 0);
 #endif

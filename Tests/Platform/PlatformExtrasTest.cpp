@@ -1,4 +1,4 @@
-// The log, the clock, and what Linux needs beyond the documented calls.
+// The log, the clock, and the calls for Linux in addition to the documented ones.
 #include <KIVLogger/KIVLogger.h>
 #include <KIVPlatform/KIVPlatform.h>
 #include <mach/mach_time.h>
@@ -65,7 +65,7 @@ std::string threadName(const char *name)
 
 std::atomic<int> g_signals{0};
 
-// Counts SIGPIPE, and ends with what was there before.
+// Counts SIGPIPE, and restores its action at the end.
 class Writing : public testing::Test
 {
 protected:
@@ -209,7 +209,7 @@ TEST_F(Writing, ToAReaderThatIsGoneRaisesNothing)
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
     EXPECT_EQ(sigismember(&mask, SIGPIPE), 0);
 
-    // One that was pending already is the host's own and is delivered when the host unblocks it.
+    // A signal that was already pending belongs to the host and is delivered when the host unblocks it.
     sigset_t pipeOnly;
     sigemptyset(&pipeOnly);
     sigaddset(&pipeOnly, SIGPIPE);
@@ -221,7 +221,7 @@ TEST_F(Writing, ToAReaderThatIsGoneRaisesNothing)
     pthread_sigmask(SIG_UNBLOCK, &pipeOnly, nullptr);
     EXPECT_EQ(g_signals, 1);
 
-    // A host that ignores the signal: none is left pending by the block either.
+    // If the host ignores the signal, none stays pending.
     signal(SIGPIPE, SIG_IGN);
     EXPECT_EQ(KIVPWriteWithoutSignal(ends[1], "abc", 3), -1);
     EXPECT_FALSE(pipeSignalIsPending());
@@ -230,10 +230,10 @@ TEST_F(Writing, ToAReaderThatIsGoneRaisesNothing)
     EXPECT_EQ(errno, EBADF);
 }
 
-// The kernel raises the signal here as well, beside an answer that is no error.
+// Here too the kernel raises the signal, although the call does not fail.
 TEST_F(Writing, ToAReaderThatLeavesInTheMiddleRaisesNothing)
 {
-    const std::vector<char> bytes(1u << 20, 'x'); // far beyond what a pipe holds
+    const std::vector<char> bytes(1u << 20, 'x'); // far more than a pipe holds
     std::thread reader{[&]
                        {
                            std::vector<char> some(4096);
@@ -258,7 +258,7 @@ TEST(SemaphoreNames, LongOnesAndThoseWithSlashesAreEncoded)
     EXPECT_EQ(coded.substr(0, 182), "/" + std::string(180, 'n') + "~");
     EXPECT_EQ(coded.size(), 198u);
     EXPECT_NE(coded, encodedName(longest + "o"));
-    // FNV-1a of "a/b", worked out by hand from its definition.
+    // FNV-1a of "a/b", calculated by hand from its definition.
     EXPECT_EQ(encodedName("a/b"), "/a!b~e620c3190468cf61");
     EXPECT_NE(encodedName("a/b"), encodedName("a!b"));
     EXPECT_EQ(encodedName(""), "/");

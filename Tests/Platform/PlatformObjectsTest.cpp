@@ -118,7 +118,7 @@ TEST(Objects, CountsFromManyThreads)
                 }
             });
     }
-    string = StringRef{}; // the last thread to end frees it, seen by ASan and TSan
+    string = StringRef{}; // the last thread frees it, under ASan and TSan
     for (std::thread &thread : threads)
         thread.join();
 }
@@ -159,7 +159,7 @@ TEST(Numbers, KeepTheTypeAndTheValueOfEveryType)
     const int64_t kBytes = static_cast<int64_t>(0x8182838485868788u);
     for (CFNumberType type = 1; type <= kCFNumberMaxType; ++type)
     {
-        const CFRef<CFNumberRef> made = number(type, kBytes); // the low bytes are any number of the type
+        const CFRef<CFNumberRef> made = number(type, kBytes); // the low bytes are a number of the type
         ASSERT_TRUE(made);
         EXPECT_EQ(CFNumberGetType(made.get()), type);
         int64_t back = 0;
@@ -179,7 +179,7 @@ TEST(Numbers, TellWhenAValueIsLost)
         CFRef<CFNumberRef> from;
         CFNumberType to;
         bool kept;
-        double value; // of what is stored, read back through its type
+        double value; // the stored value, read back through its type
     };
     const Row rows[] = {
         {number(kCFNumberSInt32Type, int32_t{-1}), kCFNumberSInt8Type, true, -1},

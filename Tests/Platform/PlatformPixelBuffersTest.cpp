@@ -1,4 +1,4 @@
-// Pixel buffers: where rows lie, what is refused, references, locks and memory of the caller's.
+// Pixel buffers: the places of rows, refusals, references, locks, and memory of the caller.
 #include <CoreVideo/CoreVideo.h>
 #include <KIVPlatform/KIVPPixelBuffer.h>
 
@@ -43,7 +43,7 @@ TEST(PixelBuffers, RowsStandAtMultiplesOf64Bytes)
         {
             for (size_t at = used; at < bytesPerRow; ++at)
                 EXPECT_EQ(base[row * bytesPerRow + at], 0);
-            std::memset(base + row * bytesPerRow, 0xFF, bytesPerRow); // all of it is the buffer's
+            std::memset(base + row * bytesPerRow, 0xFF, bytesPerRow); // all of the row belongs to the buffer
         }
         CVPixelBufferRelease(buffer);
     }

@@ -1,4 +1,4 @@
-// Run loops and timers: the dates of a schedule, whose context is whose, modes, and runs.
+// Run loops and timers: the dates of a schedule, the contexts of threads, modes, and runs.
 #include "CFText.h"
 #include "CoreFoundation/TimerSchedule.h"
 #include "RunLoopThread.h"
@@ -26,11 +26,11 @@ using TimerRef = CFRef<CFRunLoopTimerRef>;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr CFTimeInterval kEndless = 3600; // of a run that something else ends
+constexpr CFTimeInterval kEndless = 3600; // seconds: something else ends the run
 constexpr int64_t kSecond = 1000000000;
 constexpr int64_t k2001 = 978307200 * kSecond;
 
-// A timer whose callout is a function of the test.
+// A timer that calls a function of the test.
 struct Timer
 {
     explicit Timer(CFTimeInterval interval = 0, CFAbsoluteTime fireDate = 0)
@@ -89,10 +89,10 @@ TEST(TimerSchedule, TheNextDateIsTheFirstOnTheGridToCome)
     const Row rows[] = {
         {10, 1, 10 * kSecond, 11 * kSecond},
         {10, 1, 10 * kSecond + 1, 11 * kSecond},
-        {10, 1, 11 * kSecond, 12 * kSecond},         // due again: the time has passed
-        {10, 1, 4711 * kSecond + 5, 4712 * kSecond}, // what was missed is left out
+        {10, 1, 11 * kSecond, 12 * kSecond},         // due again: its time has passed
+        {10, 1, 4711 * kSecond + 5, 4712 * kSecond}, // missed calls are left out
         {10, 1, 9 * kSecond, 11 * kSecond},          // the clock was set back: one interval at least
-        {0, 1.0 / 3, kSecond - 1, kSecond},          // no nanosecond that has passed
+        {0, 1.0 / 3, kSecond - 1, kSecond},          // not a nanosecond in the past
         {0, 0.04, 30 * kDay, 30 * kDay + 40000000},
         {0, 1001.0 / 30000, kDay, kDay + 13700000}, // 2,589,411 frames of 29.97 without a rounding
         {0, 1e-12, 5, 6},
@@ -152,7 +152,7 @@ TEST(RunLoopTimers, ALateOneFiresOnceAndStaysOnItsGrid)
     EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false), kCFRunLoopRunTimedOut);
     EXPECT_EQ(late.fired, 1);
     EXPECT_NEAR(CFRunLoopTimerGetNextFireDate(late.ref.get()), first + 3 * 3600, 1e-6);
-    EXPECT_GE(CFGetRetainCount(late.ref.get()), 2); // the loop's
+    EXPECT_GE(CFGetRetainCount(late.ref.get()), 2); // one reference of the loop
     CFRunLoopTimerInvalidate(late.ref.get());
     EXPECT_EQ(CFGetRetainCount(late.ref.get()), 1);
     EXPECT_EQ(CFRunLoopTimerGetNextFireDate(late.ref.get()), 0);
@@ -214,7 +214,7 @@ TEST(RunLoopTimers, BelongToOneLoopInSeveralModes)
     timer.add(ingest.get());
     timer.add(kCFRunLoopCommonModes);
     EXPECT_TRUE(timer.isIn(ingest.get()) && timer.isIn(kCFRunLoopCommonModes));
-    EXPECT_FALSE(timer.isIn(kCFRunLoopDefaultMode)); // exactly the mode
+    EXPECT_FALSE(timer.isIn(kCFRunLoopDefaultMode)); // only in this mode
     timer.add(kCFRunLoopDefaultMode, other.loop());
     EXPECT_FALSE(timer.isIn(kCFRunLoopDefaultMode, other.loop()));
 
@@ -224,7 +224,7 @@ TEST(RunLoopTimers, BelongToOneLoopInSeveralModes)
     CFRunLoopRemoveTimer(CFRunLoopGetCurrent(), timer.ref.get(), ingest.get());
     EXPECT_FALSE(timer.isIn(ingest.get()));
     EXPECT_TRUE(CFRunLoopTimerIsValid(timer.ref.get()));
-    timer.add(kCFRunLoopDefaultMode, other.loop()); // free to go
+    timer.add(kCFRunLoopDefaultMode, other.loop()); // may be added to another loop
     EXPECT_TRUE(timer.isIn(kCFRunLoopDefaultMode, other.loop()));
 }
 
@@ -233,7 +233,7 @@ TEST(RunLoopTimers, BelongToOneLoopInSeveralModes)
 TEST(RunLoops, ResultsTellWhyARunHasEnded)
 {
     EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, kEndless, false), kCFRunLoopRunFinished);
-    CFRunLoopStop(CFRunLoopGetCurrent()); // nothing runs: forgotten
+    CFRunLoopStop(CFRunLoopGetCurrent()); // no run: the stop is forgotten
     CFRunLoopWakeUp(CFRunLoopGetCurrent());
 
     Timer far{1, kInfinity};
@@ -268,7 +268,7 @@ TEST(RunLoops, NestedRunsHaveTheirOwnModeAndEnd)
     {
         order += 'i';
         if (innerOnly.fired == 3)
-            stopCurrent(); // the inner run alone
+            stopCurrent(); // only the inner run
     };
     common.onFire = [&]
     {
@@ -289,7 +289,7 @@ TEST(RunLoops, NestedRunsHaveTheirOwnModeAndEnd)
     EXPECT_EQ(order, "(iii)c");
 }
 
-// ---- Whose context ----
+// ---- Contexts of threads ----
 
 TEST(RunLoops, TheMainThreadsIsTheDefaultContextWhoeverRunsIt)
 {
@@ -335,7 +335,7 @@ TEST(RunLoops, AThreadsIsItsDefaultContextOrOneOfItsOwn)
                     EXPECT_EQ(own, CFRunLoopGetCurrent());
                 }}
         .join();
-    // The timer keeps the loop of the context; the next thread to run that finds both.
+    // The timer keeps the loop of the context. The next thread that runs the context has both.
     std::thread{[&]
                 {
                     g_main_context_push_thread_default(shared);
@@ -363,7 +363,7 @@ TEST(RunLoops, TimersLeaveTheLoopOfAThreadThatEnds)
     EXPECT_TRUE(CFRunLoopTimerIsValid(timer.ref.get()));
     CFRunLoopWakeUp(gone.get());
     timer.add(kCFRunLoopDefaultMode, gone.get());
-    EXPECT_FALSE(timer.isIn(kCFRunLoopDefaultMode, gone.get())); // would be called by nobody
+    EXPECT_FALSE(timer.isIn(kCFRunLoopDefaultMode, gone.get())); // no thread would call it
     timer.add();
     CFRunLoopRun();
     EXPECT_EQ(timer.fired, 1);
@@ -374,7 +374,7 @@ TEST(RunLoops, EndWithAContextOfTheHosts)
     bool ended = false;
     CFRef<CFRunLoopRef> loop;
     Timer timer{1, kInfinity};
-    std::thread{[&] // which lives on, as a worker does that has a context for each of its jobs
+    std::thread{[&] // it goes on, like a worker with a context for each of its jobs
                 {
                     GMainContext *context = g_main_context_new();
                     GSource *witness = g_idle_source_new();
@@ -388,7 +388,7 @@ TEST(RunLoops, EndWithAContextOfTheHosts)
                     timer.add();
                     g_main_context_pop_thread_default(context);
                     g_main_context_unref(context);
-                    EXPECT_FALSE(ended); // has a timer
+                    EXPECT_FALSE(ended); // it has a timer
                     CFRunLoopTimerInvalidate(timer.ref.get());
                     EXPECT_TRUE(ended);
                 }}
@@ -449,5 +449,5 @@ TEST(RunLoops, AddedAndInvalidatedFromManyThreads)
     }
     for (std::thread &thread : threads)
         thread.join();
-    runner.stop(); // ends: no timer is left in it
+    runner.stop(); // the run ends without a timer
 }

@@ -1,4 +1,4 @@
-// Options of Linux's sockets that differ. Readiness is tested by the states of Unit/SocketTest.cpp.
+// Socket options that differ on Linux. Unit/SocketTest.cpp tests readiness through its states.
 #include <KIVPlatform/KIVPSocket.h>
 
 #include <gtest/gtest.h>
@@ -64,8 +64,8 @@ TEST(Sockets, BufferSizesReadAsTheyWereSet)
         int kernel = 0;
         socklen_t size = sizeof kernel;
         ASSERT_EQ(getsockopt(pair.ends[0], SOL_SOCKET, name, &kernel, &size), 0);
-        EXPECT_EQ(kernel, 2 * wanted); // the difference
-        uint16_t part = 0;             // a caller with less room
+        EXPECT_EQ(kernel, 2 * wanted); // Linux reports twice the size
+        uint16_t part = 0;             // the caller has less room
         size = sizeof part;
         ASSERT_EQ(KIVPSocketGetOption(pair.ends[0], SOL_SOCKET, name, &part, &size), 0);
         EXPECT_EQ(part, wanted);
@@ -93,7 +93,7 @@ TEST(Sockets, NoSigpipeBelongsToTheDescriptor)
     EXPECT_EQ(KIVPSocketSetOption(STDIN_FILENO, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on), -1);
     EXPECT_EQ(errno, ENOTSOCK);
 
-    // Far beyond the usual numbers, from two threads at once.
+    // Descriptors far above the usual ones, from two threads at once.
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     limit.rlim_cur = limit.rlim_max;

@@ -1,5 +1,5 @@
-// What the system tells about the machine, over trees of files in the place of /proc, /sys, /etc and
-// /usr/lib: as they should be, missing, cut, hostile.
+// Figures of the machine from trees of files instead of /proc, /sys, /etc and /usr/lib: correct, missing, cut
+// or hostile.
 #include <KIVCoreServices2/KIVCS2SystemInfo.h>
 
 #include "System/SystemFile.h"
@@ -36,7 +36,7 @@ protected:
         kiv::system::setRoot(nullptr);
     }
 
-    // Puts a file of the machine; null takes it away, whatever it is.
+    // Writes a file of the machine; null removes it, of any kind.
     void put(const std::string &path, const char *content) const
     {
         const fs::path whole = m_root + path;
@@ -55,7 +55,7 @@ private:
     std::string m_root;
 };
 
-// As a kernel writes it, with four figures of choice.
+// Returns the text of a kernel, with the total and the lines of wired memory from the caller.
 std::string meminfo(const std::string &total, const std::string &wiredLines)
 {
     return "MemTotal:       " + total + " kB\nMemFree:         4000000 kB\nMemAvailable:   12000000 kB\n" +
@@ -66,7 +66,7 @@ std::string meminfo(const std::string &total, const std::string &wiredLines)
 struct Usage
 {
     KIVCS2Status status;
-    std::array<uint64_t, 6> bytes{1, 2, 3, 4, 5, 6}; // what the caller had there
+    std::array<uint64_t, 6> bytes{1, 2, 3, 4, 5, 6}; // values from before the call
 
     Usage()
     {
@@ -137,7 +137,7 @@ TEST_F(System, MemoryComesFromMeminfoAndStatm)
         uint32_t physical = 77;
         EXPECT_EQ(kivCS2SystemInfo_getPhysicalRAMSize(&physical), KIVCS2STATUS_OK);
         EXPECT_EQ(physical, row.physical);
-        // What is not asked for does not matter.
+        // A figure that is not requested does not matter.
         uint64_t resident = 0;
         EXPECT_EQ(kivCS2SystemInfo_getRAMUsage(nullptr, nullptr, nullptr, nullptr, &resident, nullptr),
                   row.taskKnown ? KIVCS2STATUS_OK : KIVCS2STATUS_UNSUPPORTED_ERR);
@@ -154,7 +154,7 @@ TEST_F(System, TheVersionIsTheDistributions)
              {"VERSION_ID='22.04'\n", "VERSION_ID=5\n", {22, 4, 0}},
              {"VERSION_ID=3.18.4.9", nullptr, {3, 18, 4}},
              {"  VERSION_ID=7.1-beta2 \nVERSION_ID_LIKE=9\n#VERSION_ID=9\n", nullptr, {7, 1, 0}},
-             {"VERSION_ID=1\nVERSION_ID=\"\\2\\.\\5\"\n", nullptr, {2, 5, 0}}, // the last one, as a shell
+             {"VERSION_ID=1\nVERSION_ID=\"\\2\\.\\5\"\n", nullptr, {2, 5, 0}}, // the last one, as in a shell
              {"NAME=Rolling\n", "VERSION_ID=5\n", {0, 0, 0}},
              {nullptr, "VERSION_ID=15.6\n", {15, 6, 0}},
              {nullptr, nullptr, {0, 0, 0}},
@@ -199,7 +199,7 @@ TEST_F(System, TheClockIsTheHighestOfFrequencyScaling)
         EXPECT_EQ(kivCS2SystemInfo_getClockSpeed(&hertz), KIVCS2STATUS_OK);
         EXPECT_EQ(hertz, expected);
     }
-    // The call behind it, with what else it answers.
+    // The system call below it, with its other results.
     put("/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq", "1000000\n");
     int name[] = {CTL_HW, HW_CPU_FREQ};
     int other[] = {CTL_HW, 1};
@@ -272,9 +272,9 @@ TEST_F(System, TheNameIsTheOneForPeopleOrTheHosts)
         EXPECT_STREQ(buffer.data(), name);
         for (size_t index = std::strlen(name); index < size; ++index)
             EXPECT_EQ(buffer[index], '\0'); // the whole buffer
-        EXPECT_EQ(buffer[size], '#');       // and nothing behind it
+        EXPECT_EQ(buffer[size], '#');       // and no byte after it
     }
-    // Without the kernel's file the C library knows.
+    // Without the file of the kernel, the name comes from the C library.
     put("/proc/sys/kernel/hostname", nullptr);
     char name[256];
     char expected[256];
@@ -294,7 +294,7 @@ TEST_F(System, ANameThatNobodyReleasesIsOneObjectHoweverOftenItIsAsked)
     EXPECT_NE(first, second);
     put("/proc/sys/kernel/hostname", "first\n");
     EXPECT_EQ(SCDynamicStoreCopyComputerName(nullptr, nullptr),
-              first); // none of them released: LeakSanitizer
+              first); // none is released: LeakSanitizer checks that they are kept
 }
 
 TEST_F(System, WhatIsNoRegularFileIsNotThereAndNotWaitedFor)
@@ -326,7 +326,7 @@ TEST_F(System, LongFilesCountToTheirLastWholeLine)
     for (const size_t length : {size_t{16 * 1024 - 14}, size_t{16 * 1024 - 3}, size_t{16 * 1024},
                                 size_t{16 * 1024 + 3}, size_t{1} << 20})
     {
-        // Reading ends in the last line, in its number for one, or in the long line before it.
+        // The read ends in the last line, for example in its number, or in the long line before it.
         std::string text = start + "Other: ";
         text += std::string(length - text.size(), '0') + "\nPageTables: 8 kB\n";
         put("/proc/meminfo", text.c_str());
@@ -356,7 +356,7 @@ TEST_F(System, CallsRefuseWhatTheyDoNotKnowAndStoreNothing)
     EXPECT_EQ(host_statistics(mach_host_self(), HOST_VM_INFO, words.data(), &count), KERN_SUCCESS);
     EXPECT_EQ(count, 15u);
     EXPECT_EQ(std::count(words.begin(), words.end(), 7), 87 - 15);
-    EXPECT_EQ(NSProcessInfo_physicalMemory(nullptr), 0u); // as a message to nothing
+    EXPECT_EQ(NSProcessInfo_physicalMemory(nullptr), 0u); // like a message to a null object
     EXPECT_EQ(NSProcessInfo_operatingSystemVersion(nullptr).majorVersion, 0);
     EXPECT_EQ(NSProcessInfo_activeProcessorCount(nullptr), 0u);
 }

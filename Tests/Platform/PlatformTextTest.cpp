@@ -1,4 +1,4 @@
-// Strings and the codec, against ICU and against the plain loops.
+// Strings and the codec, compared with ICU and with the plain loops.
 #include "CFText.h"
 #include "CoreFoundation/Encoding.h"
 
@@ -21,7 +21,7 @@ constexpr std::array kAllEncodings = {
     kCFStringEncodingUTF16LE, kCFStringEncodingUTF32BE,   kCFStringEncodingUTF32LE,
 };
 
-// What ICU makes of UTF-8, or nothing when it finds it malformed.
+// Converts UTF-8 by ICU; empty if ICU finds it malformed.
 std::optional<std::u16string> icuFromUtf8(std::string_view bytes)
 {
     std::u16string units(bytes.size() + 1, u'\0');
@@ -122,7 +122,7 @@ TEST(Encodings, EveryCodePointThereAndBackAsIcuHasIt)
 
 TEST(Encodings, Utf8IsAsStrictAsIcu)
 {
-    // Every pair, then every lead and second byte with the ends of the ranges of those that follow.
+    // Every pair, then every lead and second byte with the ends of the ranges of the bytes after them.
     constexpr std::array<char, 4> kEnds = {'\x7f', '\x80', '\xbf', '\xc0'};
     for (int lead = 0; lead < 256; ++lead)
     {
@@ -199,14 +199,14 @@ TEST(Encodings, ConversionStopsAtWhatDoesNotConvertOrFit)
               (Converted{2, "ab"}));
     EXPECT_EQ(convert(fromBytes("").get(), kCFStringEncodingUTF8), (Converted{0, ""}));
 
-    // Room for one byte less than the last character takes: that character is left out whole.
+    // If one byte is missing for the last character, the whole character is left out.
     const StringRef string = fromUnits(u"a\u00e9\u20ac\U0001f600");
     for (const CFStringEncoding encoding : kAllEncodings)
     {
         const Converted whole = convert(string.get(), encoding);
         for (CFIndex room = 0; room <= static_cast<CFIndex>(whole.bytes.size()); ++room)
         {
-            const auto buffer = std::make_unique<UInt8[]>(static_cast<size_t>(room)); // ASan watches its end
+            const auto buffer = std::make_unique<UInt8[]>(static_cast<size_t>(room)); // ASan checks its end
             CFIndex used = -1;
             const CFIndex units = CFStringGetBytes(string.get(), CFRangeMake(0, 5), encoding, 0, false,
                                                    buffer.get(), room, &used);
@@ -305,10 +305,10 @@ TEST(Strings, NormalisationForms)
         {kCFStringNormalizationFormC, u"\ufb01", u"\ufb01"},
         {kCFStringNormalizationFormKC, u"\ufb01e\u0301", u"fi\u00e9"},
         {kCFStringNormalizationFormKD, u"\ufb01\u00e9", u"fie\u0301"},
-        {kCFStringNormalizationFormD, u"\uac00", u"\u1100\u1161"}, // Hangul, by arithmetic
+        {kCFStringNormalizationFormD, u"\uac00", u"\u1100\u1161"}, // Hangul, computed
         {kCFStringNormalizationFormC, u"a\u0323\u0307", u"\u1ea1\u0307"},
         {kCFStringNormalizationFormC, u"plain", u"plain"},
-        {99, u"e\u0301", u"e\u0301"}, // no such form: as it was
+        {99, u"e\u0301", u"e\u0301"}, // no such form: unchanged
     };
     for (const auto &[form, from, to] : rows)
     {
@@ -334,7 +334,7 @@ TEST(Strings, IntegerValues)
         {"2147483648", 2147483647},
         {"-2147483648", -2147483647 - 1},
         {"-99999999999999999999999", -2147483647 - 1},
-        {"\xd9\xa3", 0}, // an Arabic digit is none here
+        {"\xd9\xa3", 0}, // an Arabic digit is not a digit here
     };
     for (const auto &[text, value] : rows)
         EXPECT_EQ(CFStringGetIntValue(fromBytes(text).get()), value) << text;

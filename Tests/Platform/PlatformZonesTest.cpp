@@ -1,5 +1,5 @@
-// Every zone of the machine, each in a process that starts with it: offsets, texts and composing against the
-// C library, and moments whose rules are known.
+// Every zone of the machine, each in a process that starts in it: offsets, texts and composed dates compared
+// with the C library, and moments with known rules.
 #include "CFText.h"
 #include "OwnProcesses.h"
 
@@ -19,7 +19,7 @@ using namespace kiv::test;
 
 namespace
 {
-// Runs `body` in a child that finds TZ as a program does; nothing here looks at a date before it forks.
+// Runs `body` in a child that reads TZ like a new program. This process uses no date before the fork.
 void inZone(const std::string &zone, const std::function<void()> &body)
 {
     inChild(
@@ -42,7 +42,7 @@ double secondsFromGMT(time_t moment)
     return CFTimeZoneGetSecondsFromGMT(zone.get(), absolute(moment));
 }
 
-// The moment at which the calendar shows seconds that count as if the wall were in GMT.
+// The moment at which the calendar shows a local time, which is given in seconds as if it were GMT.
 time_t composed(time_t wall)
 {
     tm fields{};
@@ -87,10 +87,10 @@ std::string textAt(CFDateFormatterRef formatter, time_t moment)
         StringRef{CFDateFormatterCreateStringWithAbsoluteTime(nullptr, formatter, absolute(moment))}.get());
 }
 
-// Of all moments at which the wall shows the same the last one.
+// Of the moments that have this local time, the last one.
 time_t lastShowing(time_t local, const std::set<long> &offsets)
 {
-    for (const long offset : offsets) // the smaller, the later
+    for (const long offset : offsets) // a smaller offset is a later moment
         if (wallOf(local - offset).tm_gmtoff == offset)
             return local - offset;
     return local;
@@ -112,7 +112,7 @@ void expectMoment(time_t moment, const std::set<long> &offsets)
     EXPECT_EQ(composed(moment + wall.tm_gmtoff), lastShowing(moment + wall.tm_gmtoff, offsets));
 }
 
-// The same through ICU, which takes a child some time to open.
+// The same through ICU, which takes a child some time to load.
 void expectTexts(time_t moment, const std::set<long> &offsets)
 {
     static const CFDateFormatterRef plain = formatterOf("yyyy-MM-dd HH:mm:ss");
@@ -134,7 +134,7 @@ void expectTexts(time_t moment, const std::set<long> &offsets)
 
 using Expectation = void (*)(time_t moment, const std::set<long> &offsets);
 
-// Every second month of some years, both sides of each change between two of them, and what gaps leave out.
+// Every second month of some years, both sides of each change between two of them, and the times in gaps.
 void expectZoneOfTheCLibrary(Expectation expect)
 {
     constexpr time_t kStep = 61 * 86400;
@@ -168,7 +168,7 @@ TEST(Zones, EveryNameOfTheMachineIsAsInTheCLibrary)
     {
         const std::string name = entry->path().lexically_relative(root);
         if (name == "right" || name == "posix")
-            entry.disable_recursion_pending(); // with leap seconds, and the same again
+            entry.disable_recursion_pending(); // the same zones again, with leap seconds
         char magic[4] = {};
         if (FILE *file = entry->is_regular_file() ? std::fopen(entry->path().c_str(), "rb") : nullptr)
         {
@@ -210,15 +210,15 @@ TEST(Zones, KnownGapsAndRepeatedHours)
     const Row rows[] = {
         {"Europe/Berlin", utc(2024, 3, 31, 2, 30), utc(2024, 3, 31, 1, 30)},  // 03:30
         {"Africa/Cairo", utc(2024, 4, 26, 0, 30), utc(2024, 4, 25, 22, 30)},  // 01:30, a gap at midnight
-        {"Pacific/Apia", utc(2011, 12, 30, 12, 0), utc(2011, 12, 30, 22, 0)}, // a day that was none
+        {"Pacific/Apia", utc(2011, 12, 30, 12, 0), utc(2011, 12, 30, 22, 0)}, // a day that does not exist
         {"CET-1CEST,M3.5.0,M10.5.0/3", utc(2024, 10, 27, 2, 30), utc(2024, 10, 27, 1, 30)},
     };
     for (const Row &row : rows)
         inZone(row.zone, [&row] { EXPECT_EQ(composed(row.wall), row.moment); });
 }
 
-// The zone is the C library's: a host that changes TZ and tells it so is followed, one that only sets it is
-// not.
+// The zone is that of the C library. If a host changes TZ and calls tzset, the zone follows; if it only sets
+// TZ, it does not.
 TEST(Zones, AChangedZoneIsFollowedFromTzsetOn)
 {
     inZone("Europe/Berlin",

@@ -1,4 +1,4 @@
-// The table of processes: ids, parents and names that try to look like the fields behind them.
+// The process table: ids, parents, and names that look like the fields after them.
 #include <KIVPlatform/KIVPlatform.h>
 #include <sys/sysctl.h>
 
@@ -83,7 +83,7 @@ TEST(Processes, WhatHasNoRoomIsLeftOut)
     EXPECT_TRUE(sysctl(kTable, 3, room.data(), &size, room.data(), 1) == -1 && errno == EPERM);
 }
 
-// The bits of all threads: of a process whose first thread has ended, and of a parent that waits for its
+// The states of all threads: in a process whose first thread has ended, and in a parent that waits for its
 // vfork.
 TEST(Processes, StandStillWhenAllTheirThreadsDo)
 {
@@ -102,7 +102,7 @@ TEST(Processes, StandStillWhenAllTheirThreadsDo)
                             pause();
                     }}
             .detach();
-        syscall(SYS_exit, 0); // of this thread, without unwinding
+        syscall(SYS_exit, 0); // ends only this thread, without unwinding
     }
     become(child, KIVP_THREADS_ENDED | KIVP_THREADS_RUN);
     kill(child, SIGSTOP);
@@ -112,7 +112,7 @@ TEST(Processes, StandStillWhenAllTheirThreadsDo)
     waitpid(child, nullptr, 0);
     EXPECT_EQ(KIVPThreadStates(child), 0u);
 
-#ifndef __SANITIZE_THREAD__ // which makes a fork of it
+#ifndef __SANITIZE_THREAD__ // it turns vfork into fork
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
     child = fork();

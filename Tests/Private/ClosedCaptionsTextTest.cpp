@@ -1,4 +1,4 @@
-// The decoders and the letter compression against plain references, over random and adversarial text.
+// The decoders and the letter compression, compared with plain references on random and hostile text.
 #include "Private/Captions/Hex.h"
 #include "Private/Captions/MCC.h"
 #include "Private/Support/Cpu.h"
@@ -21,7 +21,7 @@ size_t upTo(size_t last)
     return std::uniform_int_distribution<size_t>{0, last}(g_random);
 }
 
-// Letter by letter as published, written out here a second time.
+// The published letters, written here a second time.
 Bytes bytesOfLetter(char letter)
 {
     static const Bytes others[] = {{0xFB, 0x80, 0x80},
@@ -43,7 +43,7 @@ Bytes bytesOfLetter(char letter)
     return bytes;
 }
 
-// One half byte after the other, with the record's own limit.
+// Decodes one half byte after the other, up to the limit of the record.
 struct Reference
 {
     KIVCS2ClosedCaption caption{};
@@ -98,7 +98,7 @@ struct Reference
     }
 };
 
-// `length` characters of an alphabet.
+// Returns `length` characters of an alphabet.
 std::string randomText(std::string_view alphabet, size_t length)
 {
     std::string text;
@@ -111,7 +111,7 @@ using Decode = KIVCS2Status (*)(std::string_view text, KIVCS2ClosedCaption &capt
 
 void expectSame(Decode decode, KIVCS2Status (Reference::*plainly)(std::string_view), std::string_view content)
 {
-    const std::vector<char> exact{content.begin(), content.end()}; // nothing to read behind it
+    const std::vector<char> exact{content.begin(), content.end()}; // a read past its end is detected
     Reference expected;
     const KIVCS2Status status = (expected.*plainly)(content);
     KIVCS2ClosedCaption caption{};
@@ -136,7 +136,7 @@ TEST(ClosedCaptionsText, MCCPacketsDecodeAsHalfByteByHalfByte)
     };
     for (size_t round = 0; round < 4000; ++round)
         expectSameMCC(randomText(alphabets[round % std::size(alphabets)], upTo(round % 3 == 0 ? 700 : 180)));
-    // Every letter across the limit, on and off a byte boundary, and every other character once.
+    // Every letter across the limit, on a byte boundary and next to one, and every other character once.
     for (char letter = 'G'; letter <= 'Z'; ++letter)
         for (size_t before = 2 * 259 - 60; before <= 2 * 259 + 1; ++before)
             expectSameMCC(std::string(before, '5') + letter + "V7");
@@ -189,7 +189,7 @@ TEST(ClosedCaptionsText, EveryLevelDecodesTheSamePairs)
     }
 }
 
-// The rule taken literally: every row in order, a later one only when strictly longer.
+// The rule taken literally: every row in order, a later one only if it is longer.
 std::string compressPlainly(const Bytes &packet)
 {
     std::string text;
@@ -226,7 +226,7 @@ TEST(ClosedCaptionsText, CompressionIsTheRowScan)
         const size_t size = upTo(264);
         while (packet.size() < size)
         {
-            // Whole sequences, their beginnings, bytes that open letters, and anything.
+            // Whole sequences, their beginnings, first bytes of letters, and any bytes.
             const Bytes sequence = bytesOfLetter(static_cast<char>('G' + upTo(19)));
             const size_t kind = upTo(5);
             if (kind <= 2)

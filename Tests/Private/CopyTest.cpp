@@ -1,4 +1,4 @@
-// The copies of every vector level: all bytes arrive, and none beside them is touched.
+// The copies of every vector level: all bytes arrive, and no byte around them changes.
 #include "Private/Support/Copy.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace
 constexpr size_t kGuard = 96; // more than a vector
 constexpr uint8_t kUntouched = 0xEE;
 
-// From `sourceAt` bytes behind a cache line to `targetAt` bytes behind one.
+// Copies from `sourceAt` bytes after the start of a cache line to `targetAt` bytes after another.
 testing::AssertionResult copies(kiv::CpuLevel level, size_t count, size_t sourceAt, size_t targetAt)
 {
     std::vector<uint8_t> source(sourceAt + count);

@@ -1,4 +1,4 @@
-// CRC-32 by every means this machine has, against the plain loop.
+// CRC-32 in every way that this machine has, compared with the plain loop.
 #include "Private/Support/Crc32.h"
 
 #include <gtest/gtest.h>
@@ -42,7 +42,7 @@ protected:
     kiv::Crc32Update update = kiv::crc32UpdateOf(GetParam());
 };
 
-// The data ends where its block ends, so that AddressSanitizer sees a read past either end.
+// The data fills its block, so that AddressSanitizer detects a read past either end.
 TEST_P(Crc32, EveryLengthEqualsThePlainLoop)
 {
     constexpr size_t kLongest = 4200;

@@ -1,4 +1,4 @@
-// Rows of pixels by every level this machine has, against the formula with real division.
+// Rows of pixels at every vector level of this machine, compared with the formula with real division.
 #include "Private/Pixels/Colour.h"
 #include "Private/Pixels/Levels.h"
 
@@ -33,7 +33,7 @@ protected:
     const kiv::PixelRows *rows = nullptr;
 };
 
-// Writes `size` bytes through `write`, at a place of every alignment, and looks at the bytes around them.
+// Writes `size` bytes through `write` at every alignment, and checks the bytes around them.
 template <class Write>
 Bytes made(size_t alignment, size_t size, Write write)
 {
@@ -49,7 +49,7 @@ Bytes made(size_t alignment, size_t size, Write write)
     return {begin, end};
 }
 
-// Bytes that end where their block ends, so that AddressSanitizer sees a read past them.
+// Bytes at the end of their block, so that AddressSanitizer detects a read past them.
 Bytes placed(size_t alignment, const Bytes &bytes)
 {
     Bytes block(alignment, 0);
@@ -65,8 +65,8 @@ Bytes redLast(Bytes pixels)
     return pixels;
 }
 
-// A line of every luma for each of the 65536 chromas; what follows the line has the same chroma, so that odd
-// pixels have it too.
+// A line of every luma for each of the 65536 chromas. The pixels after the line have the same chroma, so that
+// odd pixels have it too.
 TEST_P(PixelRows, AllColoursOfBothMatricesAreThoseOfTheFormula)
 {
     constexpr size_t kLumas = 256;
@@ -104,7 +104,7 @@ TEST_P(PixelRows, LinesOfEveryWidthAndAlignmentBecomeRGB)
         const Bytes line = randomBytes(width * 2, static_cast<unsigned>(width));
         const Bytes sd = kiv::test::plainLine(kSD, line, width);
         const Bytes hd = kiv::test::plainLine(kHD, line, width);
-        Bytes ordered = sd; // but for the pixel behind an odd width
+        Bytes ordered = sd; // except for the pixel after an odd width
         if (width % 2 != 0)
             std::swap(ordered[width * 4], ordered[width * 4 + 2]);
         for (size_t alignment = 0; alignment < kAlignments; ++alignment)
@@ -148,7 +148,7 @@ TEST_P(PixelRows, LinesOfEveryWidthAndAlignmentLoseTwoBits)
     }
 }
 
-// Of pixels of 4 bytes the first `size` of those at the multiples of the step.
+// Returns the first `size` bytes of the 4-byte pixels at the multiples of the step.
 Bytes sampled(const Bytes &pixels, size_t size, size_t count, size_t step)
 {
     Bytes samples;
@@ -169,7 +169,7 @@ TEST_P(PixelRows, SamplesOfEveryWidthAreThePixelsAtTheMultiplesOfTheStep)
         const Bytes plain(pixels.begin() + static_cast<ptrdiff_t>(width % kAlignments), pixels.end());
         const Bytes line(video.begin() + static_cast<ptrdiff_t>(width % kAlignments), video.end());
         Bytes converted = kiv::test::plainLine(kSD, line, width);
-        if (width % 2 != 0) // a sample has the Cr of its pair even where that lies behind the line
+        if (width % 2 != 0) // a sample has the Cr of its pair, even if that lies after the line
             std::ranges::copy(
                 kiv::test::plainPixel(kSD, line[width * 2 - 1], line[width * 2 - 2], line[width * 2]),
                 converted.begin() + static_cast<ptrdiff_t>((width - 1) * 4));
@@ -241,7 +241,7 @@ TEST(PixelColour, PixelsAreConvertedRoundedAndLimited)
     }
 }
 
-// The two readings of a line differ in one place: the Cr of the last pixel of an odd width.
+// The two ways to read a line differ in one place: the Cr of the last pixel of an odd width.
 TEST(PixelColour, APixelOfALineIsThatOfTheLineButForTheLastCrOfAnOddWidth)
 {
     for (const bool standard : {false, true})

@@ -1,4 +1,4 @@
-// The calls behind the sensors that no public operation shows.
+// Internal calls of the sensors.
 #include "Private/Sensors/Calls.h"
 
 #include "ArgumentCheck.h"

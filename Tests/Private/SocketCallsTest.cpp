@@ -1,5 +1,5 @@
-// The system calls that sockets make: how many, and what their failures leave. The calls are stood in
-// for by this program's own, which the library's objects are linked with.
+// The system calls of sockets: their number, and the state after a failure. The objects of the library are
+// linked with functions of this program instead of the calls.
 #include "KIVCS2Socket.h"
 
 #include "OwnSocket.h"
@@ -14,11 +14,11 @@ namespace
 {
 struct Calls
 {
-    int made = 0;         // of all kinds below
-    int failOption = 0;   // the error number that getsockopt answers, if not 0
-    int failShutdown = 0; // the same for shutdown
-    int failPoll = 0;     // and for poll
-    int afterClose = 0;   // the error number that a close fails with once the descriptor is closed
+    int made = 0;         // number of calls of all kinds below
+    int failOption = 0;   // the error of getsockopt, or 0
+    int failShutdown = 0; // the error of shutdown
+    int failPoll = 0;     // the error of poll
+    int afterClose = 0;   // the error of close, after it has closed the descriptor
 };
 thread_local Calls t_calls;
 
@@ -93,7 +93,7 @@ TEST(SocketCalls, ATransferAndATestAreOneCallEach)
     EXPECT_EQ(expectCalls(1, [&] { return kivCS2Socket_testAlive(client); }), KIVCS2STATUS_OK);
 }
 
-// Kept: the record stays with the host when no-SIGPIPE cannot be set.
+// Kept: the host keeps the record if no-SIGPIPE cannot be set.
 TEST(SocketQuirks, AFailureOfNoSigpipeHandsTheRecordOut)
 {
     const OwnSocket server = makeServer();

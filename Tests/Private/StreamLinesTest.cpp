@@ -1,4 +1,4 @@
-// Line reading in blocks gives what byte-wise reading gives, for every kind and every buffer size.
+// Reading lines in blocks gives the same as reading bytes, for every kind of stream and buffer size.
 #include "Private/Streams/Lines.h"
 
 #include "Private/Streams/View.h"
@@ -17,13 +17,13 @@ namespace
 {
 using kiv::LineStop;
 
-// Bytes one at a time, as a host's own kind would serve them.
+// Reads one byte at a time, as from a host's own kind of stream.
 KIVCS2Status readOneByOne(KIVCS2Stream *stream, void *buffer, uint64_t size, uint64_t *count)
 {
     return kivCS2MemoryStream_readBytes(stream, buffer, size, count);
 }
 
-// What each call gives: text, why it stopped, and how far the stream has come.
+// The results of each call: the text, why it stopped, and the position of the stream.
 struct Piece
 {
     std::string text;
@@ -32,7 +32,7 @@ struct Piece
     bool operator==(const Piece &) const = default;
 };
 
-// At most `most` calls, the last of them repeated at the end of the data.
+// Makes at most `most` calls; at the end of the data the last one is repeated.
 std::vector<Piece> readAll(KIVCS2Stream &stream, size_t room, size_t most)
 {
     std::vector<Piece> pieces;
@@ -83,7 +83,7 @@ TEST(StreamLines, EveryKindGivesWhatByteWiseReadingGives)
             KIVCS2FileStream file;
             ASSERT_EQ(kivCS2FileStream_init(&file, folder.write("lines", text).c_str(), "r"),
                       KIVCS2STATUS_OK);
-            // Asking a file's position between calls must not disturb it, nor not asking.
+            // Reading the position of a file between calls must not change the result.
             EXPECT_TRUE(readAll(file.m_stream, room, SIZE_MAX) == expected) << text.size() << ' ' << room;
             kivCS2FileStream_free(&file.m_stream);
         }
@@ -109,12 +109,12 @@ TEST(StreamLines, AFileStandsExactlyBehindTheLineForEveryOtherReader)
         ASSERT_EQ(next, text[at]);
         ++at;
         const auto byte = static_cast<unsigned char>(next);
-        ASSERT_EQ(ungetc(byte, file.m_file), byte); // pushed back, and read again
+        ASSERT_EQ(ungetc(byte, file.m_file), byte); // read again after it is pushed back
         --at;
     }
     EXPECT_EQ(at, text.size());
 
-    // After a write the next line begins behind it.
+    // After a write the next line begins at its end.
     kivCS2Stream_setPosition(&file.m_stream, 0, KIVCS2StreamPosition_Start, nullptr);
     kivCS2Stream_writeBytes(&file.m_stream, "abc", 3, nullptr);
     kivCS2Stream_setPosition(&file.m_stream, 1, KIVCS2StreamPosition_Start, nullptr);
@@ -123,7 +123,7 @@ TEST(StreamLines, AFileStandsExactlyBehindTheLineForEveryOtherReader)
     kivCS2FileStream_free(&file.m_stream);
 }
 
-// A line that has come is returned although the writer keeps the pipe open without sending more.
+// A line that has come is returned even if the writer keeps the pipe open and sends no more.
 TEST(StreamLines, AFifoBehindAFileIsNotReadBeyondTheLine)
 {
     const kiv::test::TemporaryFolder folder;

@@ -1,4 +1,4 @@
-// The computing parts of timecode against the plain loops they replace.
+// The computing parts of timecode, compared with the plain loops that they replace.
 #include "Private/Timecode/Calendar.h"
 #include "Private/Timecode/Formatting.h"
 #include "Private/Timecode/Numbering.h"
@@ -28,7 +28,7 @@ struct Table : Numbering
     }
 };
 
-// Every frame is found under its own digits and under no others: as many hits as frames, each right.
+// Every frame is found by its own digits and by no others: as many hits as frames, each correct.
 TEST(TimecodeNumbering, FindsEveryFrameAndNothingElse)
 {
     std::vector<uint32_t> values;
@@ -79,7 +79,7 @@ TEST(TimecodeNumbering, ClockTimesLandOnFramesThatExist)
     }
 }
 
-// ---- Calendar: one month a step
+// ---- Calendar: one month for each step
 
 Date plainAddDays(Date date, uint64_t n)
 {
@@ -130,20 +130,20 @@ TEST(TimecodeCalendar, DayArithmeticEqualsTheWalkOverMonths)
         const Date date{static_cast<uint8_t>(below(8) == 0 ? below(256) : below(31)),
                         static_cast<uint8_t>(below(12)),
                         static_cast<uint16_t>(below(2) == 0 ? years[below(std::size(years))] : any)};
-        // Up to 2700 years, so that both ends of the year's range are passed often.
+        // Up to 2700 years, so that both ends of the range of years are passed often.
         const uint32_t count = below(4) == 0 ? below(1000000) : below(800);
         ASSERT_EQ(addDays(date, count), plainAddDays(date, count)) << textOf(date) << " + " << count;
         ASSERT_EQ(subtractDays(date, count), plainSubtractDays(date, count))
             << textOf(date) << " - " << count;
     }
-    // Whole turns of the year's 16 bits, and the largest count there is.
+    // Whole turns of the 16 bits of the year, and the largest count.
     const Date date{27, 1, 2024};
     EXPECT_EQ(addDays(date, 0xFFFFFFFFu), plainAddDays(date, 0xFFFFFFFFu % daysBeforeYear(65536)));
     EXPECT_EQ(subtractDays(date, 0xFFFFFFFFu), plainSubtractDays(date, 0xFFFFFFFFu % 366 + 366u * 5000));
 }
 
-// Counts within a day, and counts below 2 to the 32nd by less than a day, whose sums wrap; in a short day
-// these soon repeat, so that whole periods are skipped.
+// Counts within a day, and counts less than a day below 2 to the 32nd, whose sums wrap. In a short day they
+// soon repeat, so that whole periods are skipped.
 TEST(TimecodeCalendar, RepeatedAdditionEqualsTheLoop)
 {
     for (const uint32_t perDay : {7u, 24u, 1000u, 2589408u, 5184000u})
@@ -173,7 +173,7 @@ TEST(TimecodeFormatting, AFieldReadsAsZeroWhenTheFormattersCannotBeLocked)
     EXPECT_EQ(getValueFromDate(formatting, date.get(), formatting.formatYear), 2001u);
 
 #ifdef __GLIBC__
-    // A recursive mutex locked as often as it can count refuses one more.
+    // A recursive mutex that is locked as often as it can count refuses another lock.
     ASSERT_EQ(kivCS2Mutex_lock(&formatting.dateFormatMutex), KIVCS2STATUS_OK);
     formatting.dateFormatMutex.m_mutex.__data.__count = 0xFFFFFFFFu;
     testing::internal::CaptureStdout();

@@ -1,5 +1,5 @@
-// Bytes that carry their position through a ring, from one thread to another under a mutex: nothing may be
-// lost, come twice or change places. The ring refuses what does not fit.
+// Bytes that carry their position go through a ring, from one thread to another under a mutex: none may be
+// lost, doubled or moved. The ring refuses bytes that do not fit.
 //
 //   RingBufferSoak <bytes>
 #include <KIVCoreServices2/KIVCS2RingBuffer.h>
@@ -20,7 +20,7 @@ constexpr uint32_t kCapacity = 1000003; // odd, so that its end comes at every o
 constexpr uint32_t kLongest = 65536;
 constexpr uint64_t kStamp = sizeof(uint64_t);
 
-// The bytes from any position on of a stream whose 8-byte words are their own numbers.
+// Returns bytes at any position of a stream whose 8-byte words are their own numbers.
 class Stream
 {
 public:
@@ -37,7 +37,7 @@ private:
     std::vector<uint64_t> m_words = std::vector<uint64_t>(kLongest / kStamp + 2);
 };
 
-// Lengths as hosts use them: packets, and now and then a block.
+// Lengths as hosts use them: packets, and sometimes a block.
 uint32_t nextLength(std::minstd_rand &random)
 {
     return 1 + static_cast<uint32_t>(random() % (random() % 8 == 0 ? kLongest : 300));
@@ -95,7 +95,7 @@ void consume(uint64_t total)
         require(std::memcmp(room.data(), stream.bytes(position, size), size) == 0, "other bytes are fetched");
         position += size;
 
-        // The oldest bytes of the ring's history are those of one capacity ago, whatever has been fetched.
+        // The oldest bytes in the history of the ring are one capacity back, whether fetched or not.
         lock.lock();
         if (fetches % 1024 != 0 || theWritten < kCapacity)
             continue;

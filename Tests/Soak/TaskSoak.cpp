@@ -1,6 +1,6 @@
-// Launches whose child is killed at a random moment: TaskSoak COUNT. None hangs, no status is lost, nothing
-// is left. It runs in a process namespace of its own, where the id of the next process is known before there
-// is one.
+// Launches whose child is killed at a random moment: TaskSoak COUNT. No launch hangs, no status is lost, and
+// no process is left. It runs in its own process namespace, where the id of the next process is known in
+// advance.
 #include <KIVCoreServices2/KIVCS2Base.h>
 #include <KIVCoreServices2/KIVCS2TaskServer.h>
 
@@ -26,11 +26,11 @@ int g_launches = 100;
 // Shared with the process that kills.
 struct Aim
 {
-    std::atomic<int> target{0}; // the next launch's child; -1: no more
+    std::atomic<int> target{0}; // the child of the next launch; -1: no more
     std::atomic<int> killed{0};
 };
 
-// Half of the children are met as soon as they exist, before they can have told their ids; the others later.
+// Half of the children are killed as soon as they exist, before they can report their ids; the others later.
 [[noreturn]] void killThem(Aim &aim)
 {
     std::minstd_rand random{1};
@@ -53,15 +53,15 @@ struct Aim
     }
 }
 
-// Of processes: the next one is a step above the newest, whose child may be followed by a thread of a
-// sanitizer's.
+// Process ids: the next one is a step above the newest. A sanitizer may start a thread after each child,
+// which takes an id too.
 struct Ids
 {
     int newest = 0;
     int step = 1;
 };
 
-// The whole wait status of one launch.
+// Returns the whole wait status of one launch.
 int launch(bool throughServer, Aim &aim, Ids &ids)
 {
     KIVCS2Task *task = makeShell("exit 3");
@@ -98,7 +98,7 @@ void host(Aim &aim)
     }
     aim.target = -1;
     EXPECT_EQ(ended + killed, g_launches) << "statuses lost";
-    // A child that has ended by itself may have been signalled before it was reaped.
+    // A child that ended by itself may have received the signal before it was reaped.
     EXPECT_LE(killed, aim.killed);
     EXPECT_GT(killed, 0);
     EXPECT_EQ(countOf("sh"), 0u);

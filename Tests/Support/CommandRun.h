@@ -121,18 +121,15 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     }
 
-    // `out` of -1 collects standard output; otherwise it is given to the command as it is. The command finds
-    // its input at byte `inputFrom`.
-    Result run(const Words &arguments, const std::string &input = "", int out = -1, off_t inputFrom = 0) const
+    // An `out` of -1 collects standard output; any other descriptor becomes standard output.
+    Result run(const Words &arguments, const std::string &input = "", int out = -1) const
     {
         const fs::path in = path(".in"), outPath = path(".out"), errPath = path(".err");
         spill(in, input);
         const pid_t child = start(arguments,
                                   [&]
                                   {
-                                      const int inFile = open(in.c_str(), O_RDONLY);
-                                      lseek(inFile, inputFrom, SEEK_SET);
-                                      dup2(inFile, 0);
+                                      dup2(open(in.c_str(), O_RDONLY), 0);
                                       dup2(out >= 0 ? out : creat(outPath.c_str(), 0600), 1);
                                       dup2(creat(errPath.c_str(), 0600), 2);
                                   });
