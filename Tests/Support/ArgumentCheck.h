@@ -1,5 +1,5 @@
-// One line an argument check: with assertions the call must stop the process with the exact text,
-// without them it must answer the status. Both builds run the same tables.
+// One line for each argument check: with assertions the call must stop the process with the exact text,
+// without them it must return the status. Both builds run the same tables.
 #ifndef KIV_TEST_ARGUMENT_CHECK_H
 #define KIV_TEST_ARGUMENT_CHECK_H
 
@@ -13,17 +13,17 @@
 #include <string>
 #include <string_view>
 
-// The call of one row, made only when the check runs.
+// The call of a row, made only when the check runs.
 #define KIV_CALL(...) [&] { return __VA_ARGS__; }
 
-// A row whose call is of the operation that refuses.
+// A row that calls the operation that refuses.
 #define KIV_REFUSES(status, operation, text, ...)                                                            \
     kiv::test::ArgumentCheck                                                                                 \
     {                                                                                                        \
 #operation, text, status, KIV_CALL(operation(__VA_ARGS__))                                           \
     }
 
-// A row of an operation that answers with the status of a wrong argument.
+// A row of an operation that returns the status of a wrong argument.
 #define KIV_REQUIRES(operation, text, ...) KIV_REFUSES(KIVCS2STATUS_PARAM_ERR, operation, text, __VA_ARGS__)
 
 namespace kiv::test
@@ -32,11 +32,11 @@ struct ArgumentCheck
 {
     const char *operation; // as __func__ names it
     const char *text;      // the failed expression
-    KIVCS2Status status;   // answered where assertions are compiled out
+    KIVCS2Status status;   // without assertions
     std::function<KIVCS2Status()> call;
 };
 
-// The assertion line as a POSIX extended expression, with every special character taken literally.
+// The line of the assertion as a POSIX extended expression that matches it literally.
 inline std::string assertionPattern(std::string_view operation, std::string_view text)
 {
     std::string pattern;

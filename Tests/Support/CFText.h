@@ -2,7 +2,7 @@
 #ifndef KIV_TEST_CFTEXT_H
 #define KIV_TEST_CFTEXT_H
 
-// By its path: programs against the shared library use it too, and it needs nothing of the library.
+// Included by its path: it needs no part of the library, so programs with the shared library use it too.
 #include "../../Sources/Private/Support/CFRef.h"
 
 #include <CoreFoundation/CoreFoundation.h>
@@ -42,7 +42,7 @@ struct Converted
     bool operator==(const Converted &) const = default;
 };
 
-// All of `string` in `encoding`, as far as it goes, in a buffer of the promised maximum size.
+// Converts as much of `string` as possible to `encoding`, in a buffer of the promised maximum size.
 inline Converted convert(CFStringRef string, CFStringEncoding encoding, UInt8 lossByte = 0)
 {
     const CFIndex length = CFStringGetLength(string);

@@ -1,4 +1,4 @@
-// A caption file in memory, opened for reading or writing, and the timecodes to ask it for.
+// A caption file in memory, opened for reading or writing, and timecodes for it.
 #ifndef KIV_TEST_CAPTION_FILE_H
 #define KIV_TEST_CAPTION_FILE_H
 
@@ -15,7 +15,7 @@
 #include <string_view>
 #include <vector>
 
-// A row of a table of argument checks, in scope of what the call names.
+// A row of a table of argument checks, which may use the local names of its place.
 #define KIV_REFUSED(op, text, ...)                                                                           \
     kiv::test::ArgumentCheck                                                                                 \
     {                                                                                                        \

@@ -1,4 +1,4 @@
-// Caption files read through the tolerant reader from texts, and the real files of the corpus.
+// Texts of caption files read by the tolerant reader, and the real files of the corpus.
 #ifndef KIV_TEST_CAPTION_READING_H
 #define KIV_TEST_CAPTION_READING_H
 
@@ -23,7 +23,7 @@ inline std::string fileText(const std::filesystem::path &path)
     return {std::istreambuf_iterator<char>{file}, {}};
 }
 
-// The folder of real caption files, named by KIV_CAPTION_CORPUS. Empty without one.
+// The folder of real caption files, from KIV_CAPTION_CORPUS. Empty if it is not set.
 inline std::filesystem::path corpus()
 {
     const char *const set = std::getenv("KIV_CAPTION_CORPUS");
@@ -35,7 +35,7 @@ inline std::filesystem::path corpus()
     if (kiv::test::corpus().empty())                                                                         \
     GTEST_SKIP() << "no real caption files here; KIV_CAPTION_CORPUS says where they are"
 
-// FNV-1a over what is added: a golden result in one number.
+// FNV-1a over the added bytes: an expected result in one number.
 struct Hash
 {
     uint64_t value = 14695981039346656037u;
@@ -61,7 +61,7 @@ struct Reading
 
     explicit Reading(std::string_view content, KIVCS2CaptionReadOptions options = {}) : text{content}
     {
-        text.reserve(1); // a view needs a block, even of no bytes
+        text.reserve(1); // a view needs a block, even without bytes
         options.m_onFault = [](const KIVCS2CaptionFileFault *fault, void *context)
         {
             static_cast<Reading *>(context)->faults.push_back(*fault);
@@ -84,7 +84,7 @@ struct Reading
         KIVCS2CaptionPacket packet;
         while (KIVCS2_SUCCEEDED(status = kivCS2CaptionFile_readPacket(&file, &packet)))
             packets.push_back(packet);
-        (void)kivCS2CaptionFile_readHeader(&file, &header); // a refused file has none
+        (void)kivCS2CaptionFile_readHeader(&file, &header); // a refused file has no header
         return *this;
     }
     [[nodiscard]] uint64_t count(KIVCS2CaptionFault fault) const
@@ -99,7 +99,7 @@ struct Reading
         EXPECT_EQ(kivCS2CaptionFile_getReport(&file, &report), KIVCS2STATUS_OK);
         return report;
     }
-    // Of the frames and bytes of all packets.
+    // A digest of the frames and bytes of all packets.
     [[nodiscard]] uint64_t hash() const
     {
         Hash hash;
@@ -109,7 +109,7 @@ struct Reading
                 .add(packet.m_triplets, size_t{3} * packet.m_tripletCount);
         return hash.value;
     }
-    // "9420 94ae" and so on: the pairs of a field, empty ones left out.
+    // Returns the pairs of a field without empty ones, as "9420 94ae".
     [[nodiscard]] std::string pairs(size_t field = 0) const
     {
         std::string found;

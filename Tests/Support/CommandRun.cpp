@@ -7,7 +7,7 @@ namespace kiv::test
 
 namespace
 {
-// The runner names a folder if these tests are for another build's command.
+// Returns the folder that the runner names if these tests are for the command of another build.
 const char *otherBuild()
 {
     return std::getenv("KIV_COMMANDS");

@@ -22,7 +22,7 @@
 #include <string>
 #include <vector>
 
-// Found by PATH, as a user's shell does: CommandRun.cpp puts the folder of the build under test in front.
+// Found through PATH, as in a user's shell: CommandRun.cpp puts the folder of the build under test first.
 #define KIV_COMMAND "kivcs2"
 
 namespace kiv::test
@@ -32,10 +32,11 @@ namespace fs = std::filesystem;
 using Json = nlohmann::json;
 using Words = std::vector<std::string>;
 
-// Whether the command under test has AddressSanitizer, which keeps freed memory back.
+// Whether the command under test has AddressSanitizer, which keeps freed memory.
 bool keepsFreedMemory();
 
-// Discarded if the text is not JSON. Out of line: the parser's templates take seconds to compile.
+// The result is discarded if the text is not JSON. Out of line: the templates of the parser take seconds to
+// compile.
 Json parseJson(const std::string &text);
 
 inline std::string slurp(const fs::path &path)
@@ -51,7 +52,7 @@ inline void spill(const fs::path &path, const std::string &text)
     std::ofstream{path, std::ios::binary} << text;
 }
 
-// The words of a line: blanks separate them, and 'a word' may have some.
+// Returns the words of a line. Blanks separate them, but not inside 'a word'.
 inline Words wordsOf(const std::string &line)
 {
     std::istringstream text{line};
@@ -68,7 +69,7 @@ struct Result
     long kilobytes = 0; ///< peak resident size
 };
 
-// A line as a user types it, its exit code, and a part of its output or, if the code is not 0, of its errors.
+// A line that a user types, its exit code, and a part of its output or, if the code is not 0, of its errors.
 struct Line
 {
     std::string line;
@@ -99,7 +100,7 @@ protected:
         return path(name).string();
     }
 
-    // Starts the command in the test's folder, after `prepare` in the new process; it ends with the test.
+    // Runs `prepare` in a new process and then the command, in the folder of the test. It ends with the test.
     template <class Prepare>
     pid_t start(const Words &arguments, Prepare prepare) const
     {
@@ -154,7 +155,7 @@ protected:
         return parseJson(result.out);
     }
 
-    // A line of words, in which the files of the test's folder have no path.
+    // Runs the words of a line. Files in the folder of the test need no path.
     Result enter(const std::string &line, const std::string &input = "") const
     {
         return run(wordsOf(line), input);
@@ -163,7 +164,7 @@ protected:
     {
         return json(wordsOf(line), code);
     }
-    // A success writes no errors; a failure writes one line of them.
+    // A success prints no errors; a failure prints one line.
     void expect(const std::vector<Line> &rows, const std::string &input = "") const
     {
         for (const Line &row : rows)
@@ -178,7 +179,7 @@ protected:
         }
     }
 
-    // Files of the test's folder: what a conversion must not leave behind.
+    // The files in the folder of the test, to check that nothing else is left.
     Words files() const
     {
         Words names;
@@ -187,7 +188,7 @@ protected:
         return names;
     }
 
-    // Returns once a process writes a file that has no name yet, or has ended.
+    // Waits until the process writes a file that has no name yet, or has ended.
     void waitForUnnamedFile(pid_t process) const
     {
         siginfo_t ended{};
@@ -205,7 +206,7 @@ protected:
         return false;
     }
 
-    const char *m_command = KIV_COMMAND; // what is run
+    const char *m_command = KIV_COMMAND; // the program to run
 
 private:
     fs::path m_folder;

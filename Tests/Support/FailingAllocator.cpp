@@ -117,7 +117,7 @@ void operator delete[](void *block, size_t) noexcept
 {
     std::free(block);
 }
-// Where a constructor throws.
+// Called if a constructor throws.
 void operator delete(void *block, const std::nothrow_t &) noexcept
 {
     std::free(block);

@@ -1,6 +1,6 @@
 // Fails one chosen allocation of the library's own code. Programs in Tests/Allocation/ are linked
-// with the archive of the library's objects and with malloc, calloc and realloc wrapped, and have
-// operator new replaced; allocations inside libc and ICU are not touched.
+// with the archive of the library's objects; malloc, calloc and realloc are wrapped, and operator new
+// is replaced. Allocations inside libc and ICU do not fail.
 #ifndef KIV_TEST_FAILING_ALLOCATOR_H
 #define KIV_TEST_FAILING_ALLOCATOR_H
 
@@ -8,19 +8,19 @@
 
 namespace kiv::test
 {
-// The allocation made after `index` further ones fails, once. Starts a new count.
+// Fails one allocation, after `index` others that succeed. Starts a new count.
 void failAllocation(size_t index);
-// Lets every allocation through again.
+// Lets every allocation succeed again.
 void allowAllocations();
-// True when the chosen allocation was reached (and failed).
+// True if the chosen allocation was reached and failed.
 [[nodiscard]] bool allocationFailed();
 
-// Bytes that have been asked for since the last call, given back or not.
+// The bytes requested since the last call, freed or not.
 [[nodiscard]] size_t takeAllocatedBytes();
 
-// Runs `body` with its first allocation failing, then its second, and so on until a run in which
-// none failed. `body` receives the index and asks allocationFailed() what to expect; it must release
-// everything, which LeakSanitizer checks in the debug build. Returns how many allocations there are.
+// Runs `body` with its first allocation failing, then its second, and so on until a run without a
+// failure. `body` receives the index, and allocationFailed() decides what it expects. It must release
+// everything, which LeakSanitizer checks in the debug build. Returns the number of allocations.
 template <class Body>
 size_t forEachAllocation(Body body)
 {

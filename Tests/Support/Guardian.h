@@ -1,4 +1,4 @@
-// A process that outlives the test and cleans up behind it, however the test ends.
+// A process that outlives the test and cleans up after it, however the test ends.
 #ifndef KIV_TEST_GUARDIAN_H
 #define KIV_TEST_GUARDIAN_H
 
@@ -9,17 +9,18 @@
 
 namespace kiv::test
 {
-// Calls `clean` when this process has ended. Not a child of the test, which may wait for its children.
+// Calls `clean` after the end of this process, in a process that is not its child: a test may wait for all
+// its children.
 template <class Clean>
 void startGuardian(Clean clean)
 {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) // no program that the test starts keeps the guardian waiting
+    if (pipe2(ends, O_CLOEXEC) != 0) // programs that the test starts must not delay the guardian
         std::abort();
     const pid_t between = fork();
     if (between < 0)
         std::abort();
-    close(ends[between == 0 ? 1 : 0]); // the test keeps its end open until it ends
+    close(ends[between == 0 ? 1 : 0]); // the end of the pipe stays open until the test ends
     if (between != 0)
     {
         (void)waitpid(between, nullptr, 0);
@@ -27,7 +28,7 @@ void startGuardian(Clean clean)
     }
     if (fork() != 0)
         _exit(0);
-    setsid(); // a signal to the test's group is not for the guardian
+    setsid(); // signals to the group of the test must not reach the guardian
     char byte = 0;
     while (read(ends[0], &byte, 1) > 0)
     {

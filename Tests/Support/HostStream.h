@@ -1,5 +1,5 @@
-// A stream of a host's own kind: bytes in memory behind operations that the library does not know,
-// which may begin to fail at a chosen byte.
+// A host's own kind of stream: bytes in memory, with operations that the library does not know and
+// that may begin to fail at a chosen byte.
 #ifndef KIV_TEST_HOST_STREAM_H
 #define KIV_TEST_HOST_STREAM_H
 
@@ -18,7 +18,7 @@ struct HostStream
     KIVCS2Stream m_stream{}; // first, as in every kind
     std::vector<uint8_t> m_bytes;
     size_t m_position = 0;
-    size_t m_failsAt = SIZE_MAX; // a read from here on answers KIVCS2STATUS_READ_ERR
+    size_t m_failsAt = SIZE_MAX; // reads from here on return KIVCS2STATUS_READ_ERR
 
     explicit HostStream(std::vector<uint8_t> bytes) : m_bytes{std::move(bytes)}
     {

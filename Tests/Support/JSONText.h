@@ -1,4 +1,4 @@
-// A property list as JSON by both passes, and what must hold of any of them.
+// A property list as JSON by both passes, with the checks that hold for every list.
 #ifndef KIV_TEST_JSONTEXT_H
 #define KIV_TEST_JSONTEXT_H
 
@@ -18,7 +18,7 @@ struct JSONText
     uint32_t measured = 0;
 };
 
-// Writes into exactly the room that was measured, so that AddressSanitizer sees a byte too many.
+// Writes into exactly the measured room, so that AddressSanitizer detects one byte too many.
 inline JSONText jsonOf(CFTypeRef plist)
 {
     JSONText result;

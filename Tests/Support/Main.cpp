@@ -1,6 +1,6 @@
-// The start of every test program: `UnitTests TimecodeTest [arguments of Google Test]` runs the tests of one
-// source file, as the runner does, so that no module's tests share a process with another's. A filter picks
-// among them. A program of one source needs no name.
+// The start of every test program. `UnitTests TimecodeTest [arguments of Google Test]` runs the tests of one
+// source file, as the runner does, so that the tests of two modules never share a process. A filter chooses
+// among them. A program with one source needs no name.
 #include <gtest/gtest.h>
 
 #include <cstdio>

@@ -1,6 +1,6 @@
-// Networks of a test's own: namespaces joined by pairs of virtual Ethernet interfaces, with real addresses
-// and multicast routes. A namespace has no name and no file: the kernel removes it with its interfaces
-// when the last descriptor, socket and thread in it is gone, so also after a kill.
+// Networks for one test: namespaces joined by pairs of virtual Ethernet interfaces, with real addresses
+// and multicast routes. A namespace has no name and no file, so the kernel removes it with its interfaces
+// after the last descriptor, socket and thread in it, even if the test is killed.
 #ifndef KIV_TEST_NETWORK_NAMESPACE_H
 #define KIV_TEST_NETWORK_NAMESPACE_H
 
@@ -30,7 +30,7 @@
 #include <unistd.h>
 #include <utility>
 
-// First line of a test that makes namespaces: where that is not allowed, the test says so and is skipped.
+// First line of a test that makes namespaces. If that is not allowed, the test is skipped with a message.
 #define KIV_NEEDS_NETWORK_NAMESPACES()                                                                       \
     do                                                                                                       \
     {                                                                                                        \
@@ -72,7 +72,7 @@ inline void require(int result, const char *what)
         throw std::system_error{errno, std::generic_category(), what};
 }
 
-// A message to the kernel's routing side, built by appending.
+// A message to the routing part of the kernel, built by appending.
 class NetlinkRequest
 {
 public:
@@ -100,7 +100,7 @@ public:
     {
         attribute(type, text.c_str(), text.size() + 1);
     }
-    // An attribute that holds what is appended until endNested() with the result.
+    // Begins an attribute that contains all appended bytes until endNested() receives the result.
     [[nodiscard]] uint32_t beginNested(uint16_t type)
     {
         const uint32_t at = header().nlmsg_len;
@@ -112,7 +112,7 @@ public:
         const auto size = static_cast<uint16_t>(header().nlmsg_len - at);
         std::memcpy(m_bytes + at, &size, sizeof size); // rtattr::rta_len
     }
-    // Sends it in the calling thread's namespace and waits for the kernel's answer.
+    // Sends the message in the namespace of the calling thread and waits for the reply of the kernel.
     void send()
     {
         const Descriptor netlink{socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE), "netlink"};
@@ -145,8 +145,8 @@ inline sockaddr addressOf(const char *text)
     return generic;
 }
 
-// Makes this user root in a user namespace of the process, where it is not root already. The kernel
-// refuses it to processes with more than one thread.
+// Makes this user root in a user namespace of the process, unless it is root already. The kernel
+// refuses this to processes with more than one thread.
 inline void becomeRoot()
 {
     if (geteuid() == 0)
@@ -168,7 +168,7 @@ inline void becomeRoot()
 class NetworkNamespace
 {
 public:
-    // Empty where a test may make namespaces with interfaces in them; otherwise why not.
+    // Empty if a test may make namespaces with interfaces; otherwise the reason why not.
     static const std::string &unavailable()
     {
         static const std::string reason = []() -> std::string
@@ -189,14 +189,14 @@ public:
         return reason;
     }
 
-    // A namespace with its loopback interface up. Throws std::system_error.
+    // Makes a namespace with its loopback interface up. Throws std::system_error.
     NetworkNamespace() : m_namespace{make()}
     {
         run([] { setUp("lo"); });
     }
 
-    // A pair of interfaces between this namespace and another, each with its address in a /24 network and up;
-    // the way to all groups goes through the first pair. A second pair has an interface name of its own.
+    // Makes a pair of interfaces between this namespace and another, both up, with addresses in a
+    // /24 network. The route to all groups uses the first pair. A second pair has its own interface name.
     void join(const char *address, NetworkNamespace &other, const char *otherAddress,
               const char *interface = kInterface)
     {
@@ -226,7 +226,7 @@ public:
         other.awaitTraffic(*this, address);
     }
 
-    // Takes the interface down, or up again: the cable is pulled.
+    // Takes the interface down, as if its cable were pulled, or up again.
     void setCable(bool plugged)
     {
         run(
@@ -238,14 +238,14 @@ public:
             });
     }
 
-    // Puts the calling thread into the namespace for good: for a child process or a thread of a test.
+    // Moves the calling thread into the namespace for ever: for a child process or a thread of a test.
     void enter() const
     {
         detail::require(setns(m_namespace.get(), CLONE_NEWNET), "setns");
     }
 
-    // Runs `body` on a thread of its own inside the namespace and waits for it. Sockets that it makes stay
-    // in the namespace, whichever thread uses them afterwards.
+    // Runs `body` on its own thread inside the namespace and waits for it. Sockets that it makes stay in the
+    // namespace, whichever thread uses them later.
     void run(const std::function<void()> &body) const
     {
         std::exception_ptr failure;
@@ -329,7 +329,7 @@ private:
             addGroupRoute();
     }
 
-    // The kernel lets packets through some time after an interface is up, and drops them until then.
+    // The kernel drops packets for some time after an interface is up.
     void awaitTraffic(const NetworkNamespace &other, const char *otherAddress) const
     {
         std::optional<detail::Descriptor> from;
@@ -351,7 +351,7 @@ private:
             });
         for (int attempt = 0; attempt < 3000; ++attempt)
         {
-            (void)::send(from->get(), "", 1, 0); // while there is no way yet, it fails
+            (void)::send(from->get(), "", 1, 0); // fails until there is a route
             pollfd asked{to->get(), POLLIN, 0};
             if (poll(&asked, 1, 10) == 1)
                 return;

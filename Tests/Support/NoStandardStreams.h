@@ -1,4 +1,4 @@
-// A daemon's world: standard input, or all three standard streams, closed for a while.
+// Closes standard input or all three standard streams for a while, as in a daemon.
 #ifndef KIV_TEST_NO_STANDARD_STREAMS_H
 #define KIV_TEST_NO_STANDARD_STREAMS_H
 
@@ -14,7 +14,7 @@ namespace kiv::test
 class NoStandardStreams
 {
 public:
-    // Closes the first `count` of standard input, output and error, which come back with the destructor.
+    // Closes the first `count` of standard input, output and error; the destructor restores them.
     explicit NoStandardStreams(int count = 1)
     {
         for (int stream = 0; stream < count; ++stream)

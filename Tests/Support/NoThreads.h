@@ -1,4 +1,4 @@
-// Threads of tests: a process that gets none, and a gate that opens at a thread's end.
+// Threads of tests: a process that cannot start any, and a gate that opens when a thread ends.
 #ifndef KIV_TEST_NO_THREADS_H
 #define KIV_TEST_NO_THREADS_H
 
@@ -10,7 +10,7 @@
 
 namespace kiv::test
 {
-// Makes the system refuse every new thread while it lives: no address space has room for the stack.
+// Makes the system refuse every new thread during its lifetime: no address space has room for the stack.
 class NoThreads
 {
 public:
@@ -35,7 +35,7 @@ private:
     pthread_attr_t m_saved{};
 };
 
-// Opens a gate when the calling thread has left all of the library's code.
+// Opens a gate after the calling thread has left all code of the library.
 inline void openAtThreadExit(std::binary_semaphore &gate)
 {
     struct AtExit

@@ -1,4 +1,4 @@
-// A record of the sensors that is open as long as it stands; nothing of it may be left behind.
+// A record of the sensors that is open during its lifetime and must leave nothing.
 #ifndef KIV_TEST_OPEN_SMC_H
 #define KIV_TEST_OPEN_SMC_H
 

@@ -1,6 +1,6 @@
-// System V segments of a test, gone with it however it ends: the program moves into an IPC namespace of
-// its own, which the kernel clears when the last process in it is gone, after a kill as well. Where
-// namespaces are refused, a guardian process outlives the test and removes the keys of its range.
+// System V segments of a test, which end with it however it ends. The program moves into its own IPC
+// namespace, which the kernel clears after the last process in it, even if that is killed. If namespaces
+// are refused, a guardian process outlives the test and removes the keys of its range.
 #ifndef KIV_TEST_OWN_IPC_H
 #define KIV_TEST_OWN_IPC_H
 
@@ -21,13 +21,13 @@ class OwnIPC
 public:
     OwnIPC() : m_firstKey(0x4B000000u + static_cast<uint32_t>(getpid()) % 0x40000u * kOwnKeys)
     {
-        // A plain user may have a namespace together with one of users.
+        // An ordinary user may have a namespace together with a user namespace.
         m_isApart = unshare(CLONE_NEWIPC) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0;
         if (!m_isApart)
             startGuardian([this] { removeSegments(); });
     }
 
-    // One of the keys that are this run's alone.
+    // One of the keys that only this run uses.
     [[nodiscard]] uint32_t key(uint32_t index) const
     {
         if (index >= kOwnKeys)
@@ -35,7 +35,7 @@ public:
         return m_firstKey + index;
     }
 
-    // Whether the namespace, with its limits, is this run's alone.
+    // Whether only this run has the namespace, with its limits.
     [[nodiscard]] bool isApart() const
     {
         return m_isApart;

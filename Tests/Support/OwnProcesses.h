@@ -1,6 +1,6 @@
-// Runs a test's body where it may kill whatever it finds: as process 1 of a process namespace of its own,
-// with a /proc of its own. Everything in the namespace goes with the body, and with the test, however it
-// ends.
+// Runs the body of a test where it may kill every process that it finds: as process 1 of its own process
+// namespace, with its own /proc. Every process in the namespace ends with the body, and with the test,
+// however it ends.
 #ifndef KIV_TEST_OWN_PROCESSES_H
 #define KIV_TEST_OWN_PROCESSES_H
 
@@ -21,7 +21,7 @@
 #include <unistd.h>
 #include <vector>
 
-// A test whose body is run by one of the functions below, in a process of its own.
+// A test whose body one of the functions below runs in its own process.
 #define KIV_TEST_RUN(run, suite, name)                                                                       \
     void suite##name();                                                                                      \
     TEST(suite, name)                                                                                        \
@@ -49,8 +49,8 @@ inline int exitCodeOf(pid_t pid)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
 }
 
-// Runs `body` in a child, whose failed expectations are this process's too. It goes with this process, which
-// the runner may end.
+// Runs `body` in a child, whose failed expectations also fail this process. The child ends with this process,
+// which the runner may end.
 inline void inChild(const std::function<void()> &body)
 {
     fflush(nullptr);
@@ -68,7 +68,7 @@ inline void inChild(const std::function<void()> &body)
     EXPECT_EQ(exitCodeOf(child), 0) << "of the body's process";
 }
 
-// Starts `body` as process 1 of a new namespace; the helper that is returned exits with its code.
+// Starts `body` as process 1 of a new namespace. Returns a helper process that exits with its code.
 [[nodiscard]] inline pid_t startInOwnProcesses(const std::function<void()> &body)
 {
     fflush(nullptr);
@@ -91,7 +91,7 @@ inline void inChild(const std::function<void()> &body)
     _exit(first > 0 ? exitCodeOf(first) & 0xFF : kNoNamespace);
 }
 
-// Runs the bodies side by side, each in a namespace of its own. Skips the test if none can be made.
+// Runs the bodies at the same time, each in its own namespace. Skips the test if no namespace can be made.
 inline void inOwnProcesses(const std::vector<std::function<void()>> &bodies)
 {
     std::vector<pid_t> helpers;
@@ -113,7 +113,7 @@ inline void inOwnProcesses(const std::function<void()> &body)
     inOwnProcesses(std::vector<std::function<void()>>{body});
 }
 
-// In a namespace, but not as process 1, which is the parent of all that lose theirs.
+// Runs the body in a namespace, but not as process 1, which is the parent of all orphans.
 inline void inOwnChild(const std::function<void()> &body)
 {
     inOwnProcesses([&body] { inChild(body); });
@@ -127,7 +127,7 @@ struct Process
     std::string name;
 };
 
-// The processes that can be seen, zombies left out.
+// The visible processes without zombies.
 inline std::vector<Process> processes()
 {
     std::vector<Process> found;
@@ -161,7 +161,7 @@ inline void pause(int milliseconds)
     nanosleep(&time, nullptr);
 }
 
-// Looks every few milliseconds until `condition` holds; false after `milliseconds`. Process 1 also reaps.
+// Checks every few milliseconds until `condition` holds; false after `milliseconds`. Process 1 also reaps.
 inline bool holdsWithin(int milliseconds, const std::function<bool()> &condition)
 {
     for (int waited = 0; waited <= milliseconds; waited += 5)

@@ -1,7 +1,7 @@
-// Named semaphores of a test program and of the commands it runs, gone with it however it ends: it gets a
-// /dev/shm of its own in a mount namespace that the kernel clears when the last process in it is gone, after
-// a kill as well. Where that is refused, a guardian process outlives the test and removes the names that it
-// has left.
+// Named semaphores of a test program and of its commands, which end with it however it ends. The program has
+// its own /dev/shm in a mount namespace, which the kernel clears after the last process in it, even if that
+// is killed. If namespaces are refused, a guardian process outlives the test and removes the names that are
+// left.
 #include "Guardian.h"
 
 #include <cstdint>
@@ -19,7 +19,7 @@
 namespace
 {
 constexpr const char *kFolder = "/dev/shm";
-constexpr std::string_view kAutomatic = "sem.kivCS2"; // and the nanosecond it was made in
+constexpr std::string_view kAutomatic = "sem.kivCS2"; // and the nanosecond of its creation
 
 uint64_t nanoseconds()
 {
@@ -28,8 +28,8 @@ uint64_t nanoseconds()
     return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
 }
 
-// Removes this user's names that were made during the run or have the test's number. The automatic name of
-// another test is known to that process only, which does not need it again.
+// Removes the names of this user that were made during the run or have the number of the test. Only the other
+// process knows the automatic name of another test, and it does not need the name again.
 void removeNames(pid_t test, uint64_t from)
 {
     const std::string own = "sem.kivTest" + std::to_string(test) + "-";
@@ -46,7 +46,7 @@ void removeNames(pid_t test, uint64_t from)
     }
 }
 
-// Before the test makes anything, and before it has threads.
+// Runs before the test makes semaphores or threads.
 [[maybe_unused]] const bool started = []
 {
     const bool isApart = unshare(CLONE_NEWNS) == 0 &&

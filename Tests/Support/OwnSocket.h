@@ -1,4 +1,4 @@
-// Sockets of a test, freed at the end of the scope, and what their tests keep doing with them.
+// Sockets of a test, freed at the end of the scope, and common steps of their tests.
 #ifndef KIV_TEST_OWN_SOCKET_H
 #define KIV_TEST_OWN_SOCKET_H
 
@@ -18,7 +18,7 @@ struct FreeSocket
 {
     void operator()(KIVCS2Socket *socket) const
     {
-        (void)kivCS2Socket_free(socket); // a multicast sender's always fails
+        (void)kivCS2Socket_free(socket); // always fails for a multicast sender
     }
 };
 using OwnSocket = std::unique_ptr<KIVCS2Socket, FreeSocket>;
@@ -32,7 +32,7 @@ struct FreeAddress
 };
 using OwnAddress = std::unique_ptr<sockaddr_in, FreeAddress>;
 
-// What a create operation hands out; it has to succeed.
+// Returns the socket of a create operation, which must succeed.
 template <class Operation, class... Arguments>
 OwnSocket make(Operation create, Arguments... arguments)
 {
@@ -49,7 +49,7 @@ inline OwnAddress addressOf(const char *host, int32_t port)
     return OwnAddress{made};
 }
 
-// Where a socket is bound, host order.
+// The port of a socket, in host order.
 inline int32_t portOf(const KIVCS2Socket *socket)
 {
     sockaddr_in address{};
@@ -91,17 +91,17 @@ inline KIVCS2Status send(const OwnSocket &socket, const std::string &bytes)
     return status;
 }
 
-// Waits until the system reports the events, for as long as a very slow machine needs.
+// Waits until the system reports the events, long enough for a very slow machine.
 inline void awaitEvents(const OwnSocket &socket, short events)
 {
     pollfd asked{socket->m_socket, events, 0};
     EXPECT_EQ(poll(&asked, 1, 30000), 1);
 }
 
-// What one receive of up to 2048 bytes gives, waiting for it; "" where it fails.
+// Waits for one receive of up to 2048 bytes and returns them; "" if it fails.
 inline std::string receive(const OwnSocket &socket)
 {
-    awaitEvents(socket, POLLIN); // so that what never comes fails the test and does not stop it
+    awaitEvents(socket, POLLIN); // so that missing bytes fail the test and do not block it
     std::string bytes(2048, '\0');
     uint32_t count = 0;
     const KIVCS2Status status =
@@ -110,7 +110,7 @@ inline std::string receive(const OwnSocket &socket)
     return bytes;
 }
 
-// Ends the connection by a reset, as a peer that crashed does.
+// Ends the connection with a reset, like a peer that crashed.
 inline void reset(OwnSocket &socket)
 {
     EXPECT_EQ(kivCS2Socket_setLinger(socket.get(), true, 0), KIVCS2STATUS_OK);

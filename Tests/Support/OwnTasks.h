@@ -18,7 +18,7 @@ inline KIVCS2Task *makeShell(const std::string &script)
     const char *arguments[] = {"-c", script.c_str(), nullptr};
     KIVCS2Task *task = nullptr;
     EXPECT_EQ(kivCS2Task_create(&task, "/bin/sh", arguments), KIVCS2STATUS_OK);
-    // A host that ends with tasks has leaked none of them.
+    // A host that ends with tasks has not leaked them.
     static auto &made = *new std::vector<KIVCS2Task *>;
     static std::mutex mutex;
     const std::lock_guard lock{mutex};
@@ -47,8 +47,8 @@ struct Ended
     }
 };
 
-// Launches a script through the server. Returns the raw status it ended with, or the status of a launch that
-// failed, which is below 0.
+// Launches a script through the server. Returns its raw exit status, or the status of a failed launch, which
+// is below 0.
 inline int32_t runThroughServer(const std::string &script = "exit 3")
 {
     Ended ended;

@@ -1,4 +1,4 @@
-// A pixel buffer under test: made, filled, read, and looked at for what was left locked.
+// A pixel buffer under test: made, filled and read, with its locks.
 #ifndef KIV_TEST_PICTURE_H
 #define KIV_TEST_PICTURE_H
 
@@ -32,7 +32,7 @@ public:
     {
         EXPECT_EQ(CVPixelBufferCreate(nullptr, width, height, format, nullptr, &m_buffer), kCVReturnSuccess);
     }
-    // One line of pixels, its padding as it was.
+    // Sets one line of pixels, but not its padding.
     Picture(size_t width, OSType format, const Bytes &line) : Picture{width, 1, format}
     {
         set(0, line);
@@ -49,7 +49,7 @@ public:
     {
         return m_buffer;
     }
-    // For an operation that makes the buffer.
+    // Receives the buffer of an operation that makes it.
     [[nodiscard]] CVPixelBufferRef *out()
     {
         CVPixelBufferRelease(std::exchange(m_buffer, nullptr));

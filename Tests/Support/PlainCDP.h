@@ -1,5 +1,5 @@
-// Caption distribution packets read and built the plain way, byte after byte as SMPTE ST 334-2 lists
-// them: what the library's results are compared with, and its time.
+// Caption distribution packets read and built in the plain way, byte after byte as in SMPTE ST 334-2.
+// The results and the speed of the library are compared with these.
 #ifndef KIV_TEST_PLAIN_CDP_H
 #define KIV_TEST_PLAIN_CDP_H
 
@@ -16,7 +16,7 @@ struct PlainPairs
     KIVCS2Status status = KIVCS2STATUS_OK;
     uint8_t fields[2][2] = {{0x80, 0x80}, {0x80, 0x80}};
     bool hasCaptionData = false;
-    uint8_t block[2 + 31 * 3] = {}; // of the last whole cc_data section
+    uint8_t block[2 + 31 * 3] = {}; // the last whole cc_data section
     size_t blockSize = 0;
 };
 
@@ -98,7 +98,7 @@ inline PlainPairs readPlainly(const uint8_t *packet, size_t size)
     return result;
 }
 
-// The plain form of 82 bytes, both fields.
+// Builds the plain form of 82 bytes with both fields.
 inline void buildPlainly(const uint8_t *pairs, uint16_t sequenceNumber, uint8_t *packet)
 {
     uint8_t *at = packet;

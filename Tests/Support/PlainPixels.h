@@ -1,5 +1,5 @@
-// The colour conversion as a formula with real division, and a line of '2vuy' by its pairs: what vectors are
-// compared with.
+// The colour conversion as a formula with real division, and a line of '2vuy' by its pairs. The vector code
+// is compared with these.
 #ifndef KIV_TEST_PLAIN_PIXELS_H
 #define KIV_TEST_PLAIN_PIXELS_H
 
@@ -17,7 +17,7 @@ using Matrix = std::array<int64_t, 5>; // luma, Cr to red, Cb to blue, Cb to gre
 constexpr Matrix kSD = {76309, 104597, 132201, 25674, 53279};
 constexpr Matrix kHD = {76495, 122737, 141958, 14342, 35890};
 
-// R, G, B.
+// Returns R, G, B.
 inline std::array<uint8_t, 3> plainPixel(const Matrix &m, int luma, int cb, int cr)
 {
     const auto component = [](int64_t sum)
@@ -30,7 +30,7 @@ inline std::array<uint8_t, 3> plainPixel(const Matrix &m, int luma, int cb, int 
             component(c + (cb - 128) * m[2])};
 }
 
-// Pixels of R, G, B, 255, one more than an odd width, all of them in this order.
+// Returns the pixels of a line as R, G, B, 255; one more than the width if it is odd.
 inline std::vector<uint8_t> plainLine(const Matrix &m, std::vector<uint8_t> line, size_t width)
 {
     line.resize(width * 2);

@@ -1,4 +1,4 @@
-// A PNG file read back, so that tests look at its pixels.
+// A PNG file read back, so that tests can check its pixels.
 #ifndef KIV_TEST_PNG_PICTURE_H
 #define KIV_TEST_PNG_PICTURE_H
 
@@ -22,7 +22,7 @@ struct PngPicture
     uint32_t height = 0;
     std::vector<uint8_t> pixels; // RGBA
 
-    // Of a file's bytes; no size when they are no whole PNG.
+    // Reads the bytes of a file. The size is 0 if they are not a whole PNG.
     explicit PngPicture(const std::string &bytes)
     {
         png_image image{};

@@ -1,5 +1,5 @@
-// A relay: it passes datagrams on, loses or doubles them, or sends them after the next one, as the test says
-// and never by chance. It runs on a thread inside the namespace it is started in.
+// A relay that passes datagrams on, drops or doubles them, or sends them after the next one, as the test
+// chooses and never by chance. It runs on a thread in the namespace in which it is started.
 #ifndef KIV_TEST_RELAY_H
 #define KIV_TEST_RELAY_H
 
@@ -17,7 +17,7 @@
 
 namespace kiv::test
 {
-// Sends what comes to the address `at` on to the address `to`.
+// Sends the datagrams that come to the address `at` on to the address `to`.
 class DatagramRelay
 {
 public:
@@ -31,9 +31,9 @@ public:
 
     DatagramRelay(const sockaddr_in &at, const sockaddr_in &to) : m_to{to}
     {
-        const int room = 1 << 22; // for a thread that does not run for a while; more than a user may ask for
+        const int room = 1 << 22; // for a thread that has to wait; above the limit of ordinary users
         (void)setsockopt(m_socket, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
-        const timeval turn{0, 20000}; // until the thread looks whether it is over
+        const timeval turn{0, 20000}; // until the thread checks for its end
         EXPECT_EQ(setsockopt(m_socket, SOL_SOCKET, SO_RCVTIMEO, &turn, sizeof turn), 0);
         EXPECT_EQ(bind(m_socket, reinterpret_cast<const sockaddr *>(&at), sizeof at), 0);
         m_thread = std::jthread{[this](const std::stop_token &over)
@@ -50,7 +50,7 @@ public:
         close(m_socket);
     }
 
-    // `choose` returns the way of each datagram from here on, by its number from 0, on the relay's thread.
+    // `choose` returns the way of each datagram by its number, from 0 on. The thread of the relay calls it.
     void choose(std::function<Way(size_t)> choose)
     {
         const std::lock_guard lock{m_mutex};
@@ -63,7 +63,7 @@ private:
         std::string datagram(65536, '\0');
         const ssize_t size = recv(m_socket, datagram.data(), datagram.size(), 0);
         if (size < 0)
-            return; // nothing came, or an error that an earlier datagram came back with
+            return; // no datagram, or the error of an earlier one
         datagram.resize(static_cast<size_t>(size));
         const std::lock_guard lock{m_mutex};
         const Way way = m_choose ? m_choose(m_taken++) : Way::Pass;

@@ -13,7 +13,7 @@
 
 namespace kiv::test
 {
-// Lets other threads come further by about half a microsecond a turn, without giving the processor away.
+// Keeps the processor busy for about half a microsecond a turn while other threads go on.
 inline void spin(int turns)
 {
     std::atomic<int> left{turns * 100};
@@ -55,13 +55,13 @@ public:
     {
         return m_id;
     }
-    // Returns when the thread is gone. A timer of the test's that is still in the loop has to have been
+    // Returns after the thread has ended. If a timer of the test is still in the loop, it must have been
     // called.
     void stop()
     {
         if (!m_thread.joinable())
             return;
-        CFRunLoopTimerInvalidate(m_keeper.get()); // ends a run that has not begun: there is no timer in it
+        CFRunLoopTimerInvalidate(m_keeper.get()); // ends a run that has not begun
         CFRunLoopStop(m_loop.get());
         m_thread.join();
     }

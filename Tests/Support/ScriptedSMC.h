@@ -1,4 +1,4 @@
-// A system management controller that a test writes: keys with their types and bytes, and calls that fail.
+// A simulated system management controller: keys with their types and bytes, and calls that fail.
 #ifndef KIV_TEST_SCRIPTED_SMC_H
 #define KIV_TEST_SCRIPTED_SMC_H
 
@@ -14,7 +14,7 @@
 
 namespace kiv::test
 {
-// One call's structure, as the service takes it.
+// The structure of one call of the service.
 struct SMCCall
 {
     uint32_t key;
@@ -34,11 +34,11 @@ struct ScriptedKey
     std::string name;
     std::string type;
     std::vector<uint8_t> bytes;
-    uint32_t claimedSize = 0;   // 0: as many as there are
-    uint8_t failingCommand = 0; // 9 reading its info, 5 reading its data
+    uint32_t claimedSize = 0;   // 0: the real number
+    uint8_t failingCommand = 0; // 9 reads its info, 5 reads its data
 };
 
-// In the place of the machine's controller as long as it stands.
+// Replaces the controller of the machine during its lifetime.
 class ScriptedSMC
 {
 public:
@@ -60,7 +60,7 @@ public:
         m_controller.open = open;
         install();
     }
-    // What "#KEY" says instead of the number of keys.
+    // The value of "#KEY" instead of the number of keys.
     void claim(std::vector<uint8_t> numberOfKeys)
     {
         m_number = std::move(numberOfKeys);

@@ -1,4 +1,4 @@
-// A command on a terminal of its own, which ends with the test.
+// A command on its own terminal, which ends with the test.
 #ifndef KIV_TEST_TERMINAL_H
 #define KIV_TEST_TERMINAL_H
 
@@ -39,7 +39,7 @@ public:
         (void)code();
     }
 
-    // Reads until `text` has come so often, or until the command has ended.
+    // Reads until `text` has come so many times, or the command has ended.
     bool shows(const std::string &text, int times = 1)
     {
         const auto seen = [&]
@@ -55,7 +55,7 @@ public:
                 m_text.append(block, static_cast<size_t>(got));
         return seen() >= times;
     }
-    // All that is shown until the command has ended.
+    // Returns all output until the command has ended.
     const std::string &all()
     {
         (void)shows("\x01");
@@ -74,7 +74,7 @@ public:
         if (m_master >= 0)
             close(std::exchange(m_master, -1));
     }
-    // The exit code, or 128 + signal, after all has been read.
+    // Reads all output and returns the exit code, or 128 + signal.
     int code()
     {
         all();
