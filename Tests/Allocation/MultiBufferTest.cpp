@@ -10,6 +10,7 @@
 namespace
 {
 using kiv::test::allocationFailed;
+using kiv::test::expectOkOrMemory;
 using kiv::test::forEachAllocation;
 
 constexpr uint32_t kCount = 3;
@@ -26,9 +27,8 @@ TEST(MultiBuffer, AnInitThatFailsLeavesNothing)
                       [isFreed](size_t)
                       {
                           KIVCS2MultiBuffer buffer{};
-                          const KIVCS2Status status =
-                              kivCS2MultiBuffer_init(&buffer, kCount, KIVCS2MultiBufferFlags_ThreadSafe);
-                          EXPECT_EQ(status, wanted());
+                          expectOkOrMemory(
+                              kivCS2MultiBuffer_init(&buffer, kCount, KIVCS2MultiBufferFlags_ThreadSafe));
                           EXPECT_EQ(buffer.m_count, allocationFailed() ? 0 : kCount);
                           EXPECT_EQ(buffer.m_buffers == nullptr, allocationFailed());
                           if (isFreed || !allocationFailed())

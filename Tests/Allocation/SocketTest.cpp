@@ -19,8 +19,7 @@ size_t expectNothingLeft(const std::function<KIVCS2Status(KIVCS2Socket **)> &cre
             const int before = dup(0);
             close(before);
             KIVCS2Socket *made = nullptr;
-            const KIVCS2Status status = create(&made);
-            EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            expectOkOrMemory(create(&made));
             EXPECT_EQ(made == nullptr, allocationFailed());
             const OwnSocket socket{made};
             const int after = dup(0);
@@ -47,8 +46,7 @@ TEST(SocketAllocation, CreationsLeaveNothing)
                   [](size_t)
                   {
                       sockaddr_in *made = nullptr;
-                      const KIVCS2Status status = kivCS2_createSockAddr(&made, "127.0.0.1", 1, 0);
-                      EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+                      expectOkOrMemory(kivCS2_createSockAddr(&made, "127.0.0.1", 1, 0));
                       EXPECT_EQ(made == nullptr, allocationFailed());
                       const OwnAddress own{made};
                   }),
@@ -66,8 +64,7 @@ TEST(SocketAllocation, AConnectionWithoutARecordIsClosed)
             const OwnSocket client = make(kivCS2Socket_createClient, "127.0.0.1", port, 0u);
             failAllocation(index);
             KIVCS2Socket *made = nullptr;
-            const KIVCS2Status status = kivCS2Socket_accept(server.get(), 10000, &made);
-            EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            expectOkOrMemory(kivCS2Socket_accept(server.get(), 10000, &made));
             EXPECT_EQ(made == nullptr, allocationFailed());
             const OwnSocket accepted{made};
             pollfd end{client->m_socket, POLLIN, 0}; // the peer sees it

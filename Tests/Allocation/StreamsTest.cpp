@@ -10,13 +10,8 @@
 namespace
 {
 using kiv::test::allocationFailed;
+using kiv::test::expectOkOrMemory;
 using kiv::test::forEachAllocation;
-
-// A step returns the memory status if its allocation failed, otherwise success.
-void expectOkOrMemory(KIVCS2Status status)
-{
-    EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
-}
 
 TEST(StreamsAllocation, AMemoryStreamIsAsBeforeAfterEachFailure)
 {

@@ -11,13 +11,8 @@
 namespace
 {
 using kiv::test::allocationFailed;
+using kiv::test::expectOkOrMemory;
 using kiv::test::forEachAllocation;
-
-// The argument is evaluated first: only after the call is it known if its allocation failed.
-void expectOkOrMemory(KIVCS2Status status)
-{
-    EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
-}
 
 TEST(StringAllocation, ConversionsAnswerMemoryAndLeaveNothing)
 {

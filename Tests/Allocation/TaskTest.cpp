@@ -29,8 +29,7 @@ TEST(TaskAllocations, APartOfATaskIsReleased)
         [](size_t index)
         {
             KIVCS2Task *task = nullptr;
-            const KIVCS2Status status = kivCS2Task_create(&task, "/bin/sh", kArguments);
-            EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            expectOkOrMemory(kivCS2Task_create(&task, "/bin/sh", kArguments));
             EXPECT_EQ(task == nullptr, allocationFailed() && index == 0);
             if (task != nullptr)
             {
@@ -52,9 +51,8 @@ TEST(TaskAllocations, LaunchesPathsAndRequestsTell)
                     (void)kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);
                 return;
             }
-            const KIVCS2Status path = kivCS2Task_setStdOutFile(task, "/dev/null");
-            EXPECT_EQ(path, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
-            EXPECT_EQ(task->m_stdOutFile == nullptr, KIVCS2_FAILED(path));
+            expectOkOrMemory(kivCS2Task_setStdOutFile(task, "/dev/null"));
+            EXPECT_EQ(task->m_stdOutFile == nullptr, allocationFailed());
             const bool before = allocationFailed();
             kiv::ExecMessage message;
             const KIVCS2Status made = message.make(*task);

@@ -13,6 +13,7 @@ namespace
 {
 using PT = KIVProjectTimecode;
 using kiv::test::allocationFailed;
+using kiv::test::expectOkOrMemory;
 using kiv::test::forEachAllocation;
 
 // Runs first: the shared formatters are made with the first rate.
@@ -24,8 +25,7 @@ TEST(TimecodeAllocation, ARateThatCannotBeSetLeavesTheOldOne)
         const size_t count = forEachAllocation(
             [&](size_t index)
             {
-                const KIVCS2Status status = kivCS2Timecode_setFrameRate(rate);
-                EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK) << index;
+                expectOkOrMemory(kivCS2Timecode_setFrameRate(rate));
                 EXPECT_EQ(kivCS2Timecode_getFramesPerDay(&perDay), KIVCS2STATUS_OK);
                 EXPECT_EQ(perDay, allocationFailed() ? before : after) << index;
             });
@@ -70,13 +70,8 @@ TEST(TimecodeAllocation, TextAndDatesReportIt)
               0u);
     const kiv::CFRef<CFStringRef> text{
         CFStringCreateWithCString(nullptr, "15.3.2024 10:00::00", kCFStringEncodingASCII)};
-    EXPECT_GT(forEachAllocation(
-                  [&](size_t index)
-                  {
-                      const KIVCS2Status status = kivCS2Timecode_initWithCFString(&tc, text.get());
-                      EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK)
-                          << index;
-                  }),
+    EXPECT_GT(forEachAllocation([&](size_t)
+                                { expectOkOrMemory(kivCS2Timecode_initWithCFString(&tc, text.get())); }),
               0u);
     EXPECT_GT(forEachAllocation(
                   [&](size_t index)

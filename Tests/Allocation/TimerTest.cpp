@@ -74,8 +74,7 @@ TEST(TimerAllocation, AModeWithoutMemoryIsNotAddedAndMayBeTriedAgain)
                       failAllocation(index);
                       const auto add = [&]
                       { return kivCS2Timer_addToRunLoop(timer, CFRunLoopGetMain(), mode.get()); };
-                      const KIVCS2Status status = add();
-                      EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+                      expectOkOrMemory(add());
                       EXPECT_EQ(add(), KIVCS2STATUS_OK);
                       EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
                   }),

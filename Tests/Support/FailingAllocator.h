@@ -4,6 +4,10 @@
 #ifndef KIV_TEST_FAILING_ALLOCATOR_H
 #define KIV_TEST_FAILING_ALLOCATOR_H
 
+#include <KIVCoreServices2/KIVCS2Base.h>
+
+#include <gtest/gtest.h>
+
 #include <cstddef>
 
 namespace kiv::test
@@ -33,6 +37,13 @@ size_t forEachAllocation(Body body)
         if (!failed)
             return index;
     }
+}
+
+// Expects the memory status of a call if its allocation failed, otherwise success. The call must be the
+// argument, so that it comes first.
+inline void expectOkOrMemory(KIVCS2Status status)
+{
+    EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
 }
 } // namespace kiv::test
 
