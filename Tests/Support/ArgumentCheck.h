@@ -49,8 +49,8 @@ inline std::string assertionPattern(std::string_view operation, std::string_view
     return pattern;
 }
 
-// Whether the library under test has assertions. A test of a host may be compiled with them and then run against the
-// library of a build without: the runner says so.
+// Whether the library under test has assertions. A host test may be compiled with assertions but run against
+// the library of a build without them, which the runner reports in the environment.
 inline bool hasAssertions()
 {
 #ifdef NDEBUG
