@@ -1,6 +1,6 @@
-// A packet of SMPTE 291M in any of its four forms, once from the bytes of the memory stream and once
-// through the bit reader: both must give the same, and leave the stream the same.
-// Input: form (bits 0-1), with atom (bit 2), room; then the stream.
+// A packet of SMPTE 291M in any of its four forms, read from the bytes of the memory stream and through the
+// bit reader: the results and the streams must be the same. Input: form (bits 0-1), with atom (bit 2), room;
+// then the stream.
 #include "Require.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>

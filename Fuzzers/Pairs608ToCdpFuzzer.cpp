@@ -1,4 +1,4 @@
-// A CDP of two pairs: as long as it says, closed by its checksum, and the same pairs come back.
+// A CDP of two pairs: it has its own length and checksum, and the same pairs are read back.
 // Input: SDI form (bit 0), one pair only (bit 1), sequence number, pairs.
 #include "../Tests/Support/PlainCDP.h"
 #include "Require.h"
