@@ -5,7 +5,7 @@
 
 namespace
 {
-// Asks for each pending caption until the file ends or a line is damaged; returns how many there are.
+// Reads each pending caption until the file ends or a line is damaged. Returns their number.
 size_t readAll(KIVCS2ClosedCaptionsMCCStream &mcc)
 {
     size_t count = 0;
@@ -22,7 +22,7 @@ size_t readAll(KIVCS2ClosedCaptionsMCCStream &mcc)
         if (KIVCS2_SUCCEEDED(kivCS2ClosedCaptionsMCCStream_extractSMPTE334CDP708PacketFromCaption(
                 &mcc, &caption, count % 2 != 0, cdp, &size)))
             require(size <= sizeof cdp);
-        // One frame on: either that frame's caption, or the next one is now pending.
+        // The next frame has a caption, or a later caption becomes the pending one.
         next = caption.m_timecode + 1;
         status = kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(&mcc, &next, &caption);
         if (status == KIVCS2STATUS_NOT_FOUND_ERR && mcc.m_caption.m_timecode > next)

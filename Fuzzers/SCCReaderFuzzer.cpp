@@ -1,11 +1,11 @@
-// Any bytes as an SCC file: every pair of every line that decodes is asked for by its frame.
+// Any bytes as an SCC file: every pair of every line that decodes is read by its frame.
 #include "CaptionInput.h"
 
 #include <cstring>
 
 namespace
 {
-// Asks for every frame of the pending caption, then for the frame behind it, which reads on.
+// Reads every frame of the pending caption, and the frame after it, for which the next line is read.
 KIVCS2Status readPending(KIVCS2ClosedCaptionsMCCStream &mcc)
 {
     const KIVCS2ClosedCaption pending = mcc.m_caption;
@@ -24,8 +24,8 @@ KIVCS2Status readPending(KIVCS2ClosedCaptionsMCCStream &mcc)
         require(std::memcmp(caption.m_captionData, pending.m_captionData + offset, 2) == 0);
         require(std::memcmp(&mcc.m_caption, &pending, sizeof pending) == 0);
     }
-    const KIVCS2Timecode behind = frame == start ? frame + 1 : frame;
-    const KIVCS2Status status = kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(&mcc, &behind, &caption);
+    const KIVCS2Timecode after = frame == start ? frame + 1 : frame;
+    const KIVCS2Status status = kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(&mcc, &after, &caption);
     return (mcc.m_caption.m_flags & KIVCS2ClosedCaptionFlag_Valid) != 0 ? status : KIVCS2STATUS_CAPTION_ERR;
 }
 } // namespace

@@ -1,4 +1,4 @@
-// Caption files of both kinds, read and written by their streams of captions.
+// Caption files of both kinds, read and written through the streams of captions.
 #include "CaptionFile.h"
 #include "HostStream.h"
 
@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
+#include <sstream>
 #include <string>
 
 namespace
@@ -58,7 +60,7 @@ class CaptionStreams : public testing::Test
 protected:
     void SetUp() override
     {
-        ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25), KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25), kOK);
     }
 };
 
@@ -87,7 +89,7 @@ TEST_F(CaptionStreams, ArgumentsAreChecked)
 #define SCC(op, ...) KIV_REFUSED(kivCS2ClosedCaptionsSCCStream_##op, __VA_ARGS__)
 #define MAKE(...)    MCC(initCaptionWithSMPTE334CDP708Packet, __VA_ARGS__)
 #define EXTRACT(...) MCC(extractSMPTE334CDP708PacketFromCaption, __VA_ARGS__)
-    const ArgumentCheck checks[] = {
+    expectAllRefused({
         MCC(init, mcc, nullptr, &reader.memory.m_stream, true, false),
         MCC(init, "(stream) != NULL", in, nullptr, true, false),
         MCC(readHeader, mcc, nullptr),
@@ -130,9 +132,7 @@ TEST_F(CaptionStreams, ArgumentsAreChecked)
         SCC(readCaptionForTimecode, isReading, out, &tc, &caption),
         SCC(reset, mcc, nullptr),
         SCC(reset, isReading, out),
-    };
-    for (const ArgumentCheck &check : checks)
-        expectRefused(check);
+    });
     EXPECT_EQ(writer.written(), "");
 }
 
@@ -154,20 +154,13 @@ TEST_F(CaptionStreams, ReadHeaderStatuses)
         {kMCC, "File Format=MacCaption_MCC V1.\n" + line, KIVCS2STATUS_HEADER_ERR},
         {kMCC, kVersion1 + line, kOK, 1},
         {kMCC, "File Format=MacCaption_MCC V2.0 and more\r\n" + line, kOK, 2},
-        {kMCC, kVersion1 + "Time Code Rate=24\n" + line, kOK, 1, KIVCS2FrameRate_24},
-        {kMCC, kVersion1 + "Time Code Rate=25\n" + line, kOK, 1, KIVCS2FrameRate_25},
-        {kMCC, kVersion1 + "Time Code Rate=30\n" + line, kOK, 1, KIVCS2FrameRate_30},
-        {kMCC, kVersion1 + "Time Code Rate=30DF\n" + line, kOK, 1, KIVCS2FrameRate_30}, // two characters
-        {kMCC, kVersion1 + "Time Code Rate=50\n" + line, kOK, 1, KIVCS2FrameRate_50},
-        {kMCC, kVersion1 + "Time Code Rate=60\n" + line, kOK, 1, KIVCS2FrameRate_60},
-        {kMCC, kVersion1 + "Time Code Rate=60DF\n" + line, kOK, 1, KIVCS2FrameRate_60},
         {kMCC, kVersion1 + "Time Code Rate=23.98\n" + line, KIVCS2STATUS_FRAME_RATE_ERR, 1},
         {kMCC, kVersion1 + "Time Code Rate=\n" + line, KIVCS2STATUS_FRAME_RATE_ERR, 1},
         {kMCC, kVersion1 + "time code rate=9\n" + line, kOK, 1},
         {kMCC, kVersion1 + "UUID=1\n", kNoData, 1},
         {kMCC, kVersion1 + std::string(1023, 'x') + "\n" + line, kOK, 1},
         {kMCC, kVersion1 + std::string(1024, 'x') + "\n" + line, kNoCaption, 1},
-        // Lines that do not decode belong to the header, damaged captions among them.
+        // Lines that do not decode belong to the header, even damaged captions.
         {kMCC, kVersion1 + "00:00:00:00\t61g1\n00:00:00:25\t61\n" + line, kOK, 1},
         {kSCC, "", kNoData},
         {kSCC, kSCCHead, kNoData},
@@ -183,8 +176,7 @@ TEST_F(CaptionStreams, ReadHeaderStatuses)
         SCOPED_TRACE(row.text.substr(0, 80));
         CaptionFile file{row.text};
         EXPECT_EQ(row.kind.readHeader(&file.mcc), row.status);
-        EXPECT_EQ(file.mcc.m_version, row.version);
-        EXPECT_EQ(file.mcc.m_frameRate, row.rate);
+        EXPECT_TRUE(file.mcc.m_version == row.version && file.mcc.m_frameRate == row.rate);
         EXPECT_EQ(file.mcc.m_caption.m_flags, row.status == kOK ? 1u : 0u);
         EXPECT_EQ(file.mcc.m_caption.m_timecode, frame(row.status == kOK ? 25 : 0));
     }
@@ -204,7 +196,7 @@ TEST_F(CaptionStreams, DecodeCaption)
     } rows[] = {
         {kMCC, 1, "00:00:01:00\tT5252", kOK, 1, 0, 0, {0x61, 0x01, 0x52, 0x52}},
         {kMCC, 1, "00;00;01;00\t", kOK, 1, 0, 0, {}},
-        {kMCC, 1, "00:00:01:00\tABC", kOK, 1, 0, 0, {0xAB}}, // half a byte is not counted
+        {kMCC, 1, "00:00:01:00\tABC", kOK, 1, 0, 0, {0xAB}}, // the half byte is dropped
         {kMCC, 1, "00:00:01:00\tAHC", kOK, 1, 0, 0, {0xAF, 0xA0, 0x00, 0x0F, 0xA0, 0x00, 0x0C}},
         {kMCC, 1, "00:00:01:00", kNoCaption, 0, 0, 0, {}},
         {kMCC, 1, "", kNoCaption, 0, 0, 0, {}},
@@ -220,7 +212,7 @@ TEST_F(CaptionStreams, DecodeCaption)
         {kMCC, 2, "00:00:01:00.1,7\t", kOK, 7, 1, 7, {}},
         {kMCC, 2, "00:00:01:00.0,\t", kOK, 7, 0, 0, {}},
         {kMCC, 2, "00:00:01:00.0,0000000000000012\tZ", kOK, 7, 0, 12, {0}},
-        // 17 digits, and no tab behind the number.
+        // 17 digits; no tab after the number.
         {kMCC, 2, "00:00:01:00.0,00000000000000012\tZ", kNoCaption, 2, 0, 0, {}},
         {kMCC, 2, "00:00:01:00.0,12", kNoCaption, 2, 0, 0, {}},
         {kMCC, 2, "00:00:01:00.0,-1\tZ", kNoCaption, 2, 0, 0, {}},
@@ -233,9 +225,8 @@ TEST_F(CaptionStreams, DecodeCaption)
         {kMCC, 2, "00:00:01:00.0,4294967301\tZ", kOK, 7, 0, 5, {0}}, // the low 32 bits
         {kSCC, 0, "00:00:10:00\t9420 9420 94ae", kOK, 1, 0, 0, {0x94, 0x20, 0x94, 0x20, 0x94, 0xAE}, 3},
         {kSCC, 0, "00;00:10;00\t94AE94aE ", kOK, 1, 0, 0, {0x94, 0xAE, 0x94, 0xAE}, 2},
-        {kSCC, 0, "00:00:10:00\t 9 4 2 0  1 ", kOK, 1, 0, 0, {0x94, 0x20}, 1}, // half a byte is not counted
-        {kSCC, 0, "00:00:10:00\t9 4209 420", kOK, 1, 0, 0, {0x94, 0x20, 0x94, 0x20}, 2},
-        {kSCC, 0, "00:00:10:00\t942094", kOK, 1, 0, 0, {0x94, 0x20, 0x94}, 1}, // nor half a pair
+        {kSCC, 0, "00:00:10:00\t 9 4 2 0  1 ", kOK, 1, 0, 0, {0x94, 0x20}, 1}, // the half byte is dropped
+        {kSCC, 0, "00:00:10:00\t942094", kOK, 1, 0, 0, {0x94, 0x20, 0x94}, 1}, // half a pair takes no frame
         {kSCC, 0, "00:00:10:00", kNoCaption, 0, 0, 0, {}, 0},
         {kSCC, 0, "00:00:10:00 9420", kNoCaption, 0, 0, 0, {}, 0},
         {kSCC, 0, "00:00:10:00.0\t9420", kNoCaption, 0, 0, 0, {}, 0},
@@ -243,8 +234,6 @@ TEST_F(CaptionStreams, DecodeCaption)
         {kSCC, 0, "", kNoCaption, 0, 0, 0, {}, 0},
         {kSCC, 0, "00:61:10:00\t9420", KIVCS2STATUS_INVALID_TIMECODE_ERR, 0, 0, 0, {}, 0},
         {kSCC, 0, "00:00:10:00\t9420,9420", KIVCS2STATUS_CAPTION_ERR, 0, 0, 0, {0x94, 0x20}, 0},
-        {kSCC, 0, "00:00:10:00\t94g0", KIVCS2STATUS_CAPTION_ERR, 0, 0, 0, {0x94}, 0},
-        {kSCC, 0, "00:00:10:00\t9420\t9420", KIVCS2STATUS_CAPTION_ERR, 0, 0, 0, {0x94, 0x20}, 0},
         {kSCC, 0, "00:00:10:00\t   ", kOK, 1, 0, 0, {}}, // a caption without a frame
     };
     for (const auto &row : rows)
@@ -255,10 +244,8 @@ TEST_F(CaptionStreams, DecodeCaption)
         std::memset(&file.mcc.m_caption, 0xEE, sizeof file.mcc.m_caption);
         EXPECT_EQ(decode(row.kind, file.mcc, row.line), row.status);
         const Caption &caption = file.mcc.m_caption;
-        EXPECT_EQ(caption.m_flags, row.flags);
-        EXPECT_EQ(caption.m_field, row.field);
-        EXPECT_EQ(caption.m_number, row.number);
-        EXPECT_EQ(bytesOf(caption), row.bytes);
+        EXPECT_EQ(std::tuple(caption.m_flags, caption.m_field, caption.m_number, bytesOf(caption)),
+                  std::tuple(row.flags, row.field, row.number, row.bytes));
         EXPECT_EQ(caption.m_endTimecode, row.frames != 0 ? caption.m_timecode + row.frames : 0u);
     }
 }
@@ -279,51 +266,34 @@ TEST_F(CaptionStreams, HalfBytesStopAt259Bytes)
     }
     bool lowHalf = false;
     file.mcc.m_caption.m_captionSize = 258;
-    EXPECT_EQ(kNibble(&file.mcc, &lowHalf, 0x1C), KIVCS2STATUS_OK);
-    EXPECT_TRUE(lowHalf);
-    EXPECT_EQ(kNibble(&file.mcc, &lowHalf, 0x1D), KIVCS2STATUS_OK);
-    EXPECT_FALSE(lowHalf);
+    EXPECT_TRUE(kNibble(&file.mcc, &lowHalf, 0x1C) == kOK && lowHalf);
+    EXPECT_TRUE(kNibble(&file.mcc, &lowHalf, 0x1D) == kOK && !lowHalf);
     EXPECT_EQ(file.mcc.m_caption.m_captionData[258], 0xCDu);
-    EXPECT_EQ(kNibble(&file.mcc, &lowHalf, 1), KIVCS2STATUS_OVERFLOW_ERR);
-    EXPECT_FALSE(lowHalf);
+    EXPECT_TRUE(kNibble(&file.mcc, &lowHalf, 1) == KIVCS2STATUS_OVERFLOW_ERR && !lowHalf);
 }
 
 TEST_F(CaptionStreams, CaptionsAreFoundForward)
 {
     CaptionFile file{kMCCHead + "00:00:01:00\tT01\n00:00:03:00\tT02\n00:00:03:00\tT03\n00:00:04:00\tT04"};
     ASSERT_EQ(kMCC.readHeader(&file.mcc), kOK);
-    const struct
+    // Requests and the last byte of their captions. A later caption becomes the pending one, the second line
+    // of a timecode is not reached, and the last caption stays.
+    std::istringstream words{
+        "24 none 25 1 25 1 50 none 75 2 75 2 25 none 100 4 101 end 101 end 100 4 4294967295 end"};
+    std::string wanted;
+    for (uint32_t request = 0; words >> request >> wanted;)
     {
-        uint32_t frame;
-        KIVCS2Status status;
-        uint8_t lastByte;
-    } steps[] = {
-        {24, kNoCaption, 0}, // before the pending one, which is kept
-        {25, kOK, 1},        //
-        {25, kOK, 1},        // again
-        {50, kNoCaption, 0}, // the next is later: read, and kept
-        {75, kOK, 2},        //
-        {75, kOK, 2},        // the second line of that timecode is not reached
-        {25, kNoCaption, 0}, // never back
-        {100, kOK, 4},       //
-        {101, kNoData, 0},   // the end of the file
-        {101, kNoData, 0},   //
-        {100, kOK, 4},       // the last one stays
-        {0xFFFFFFFF, kNoData, 0},
-    };
-    for (const auto &step : steps)
-    {
-        SCOPED_TRACE(step.frame);
+        SCOPED_TRACE(request);
         Caption caption;
         std::memset(&caption, 0xEE, sizeof caption);
-        const KIVCS2Timecode dated = frame(step.frame) | uint64_t{2024} << 48; // the date does not count
-        EXPECT_EQ(kMCC.read(&file.mcc, &dated, &caption), step.status);
-        if (step.status == kOK)
-            EXPECT_THAT(bytesOf(caption), ElementsAre(0x61, 0x01, step.lastByte));
+        const KIVCS2Timecode dated = frame(request) | uint64_t{2024} << 48; // the date is ignored
+        const KIVCS2Status status = kMCC.read(&file.mcc, &dated, &caption);
+        EXPECT_EQ(status, wanted == "none" ? kNoCaption : wanted == "end" ? kNoData : kOK);
+        if (status == kOK)
+            EXPECT_THAT(bytesOf(caption), ElementsAre(0x61, 0x01, std::stoi(wanted)));
         else
             EXPECT_EQ(caption.m_flags | caption.m_captionSize | caption.m_timecode, 0u);
     }
-
     ASSERT_EQ(kMCC.reset(&file.mcc), kOK);
     EXPECT_EQ(file.mcc.m_caption.m_timecode, frame(25));
     EXPECT_EQ(file.mcc.m_frameRate, KIVCS2FrameRate_25);
@@ -349,7 +319,7 @@ TEST_F(CaptionStreams, ADamagedLineLeavesNothingPendingUntilReset)
 TEST_F(CaptionStreams, WriteHeader)
 {
     CaptionFile file;
-    ASSERT_EQ(kWriteHeader(&file.mcc, 2, "U", "app", "today", "now"), KIVCS2STATUS_OK);
+    ASSERT_EQ(kWriteHeader(&file.mcc, 2, "U", "app", "today", "now"), kOK);
     EXPECT_EQ(file.mcc.m_version, 2u);
     const std::string text = file.written();
     const std::string slashes(83, '/');
@@ -359,7 +329,7 @@ TEST_F(CaptionStreams, WriteHeader)
     EXPECT_TRUE(text.ends_with("\n// U E1h 00h 00h\n// Z 00h\n//\n" + slashes +
                                "\nUUID=U\nCreation Program=app\nCreation Date=today\nCreation Time=now\n"
                                "Time Code Rate=25\n"));
-    // The comment block: 35 lines, each a remark, whose 1,360 characters are published.
+    // The published comment block of 35 lines and 1,360 characters.
     const size_t first = text.find('\n') + 1;
     const std::string block = text.substr(first, text.find("\nUUID=") - first);
     EXPECT_EQ(std::count(block.begin(), block.end(), '\n') + 1, 35);
@@ -367,14 +337,14 @@ TEST_F(CaptionStreams, WriteHeader)
     uint32_t crc = 0;
     ASSERT_EQ(kivCS2Utils_calcCRC32(reinterpret_cast<const uint8_t *>(block.data()),
                                     static_cast<uint32_t>(block.size()), &crc),
-              KIVCS2STATUS_OK);
+              kOK);
     EXPECT_EQ(crc, 0xEC66EF97u);
 }
 
 TEST_F(CaptionStreams, WriteHeaderMakesWhatIsNotGiven)
 {
     CaptionFile file;
-    ASSERT_EQ(kWriteHeader(&file.mcc, 1, nullptr, "app", nullptr, nullptr), KIVCS2STATUS_OK);
+    ASSERT_EQ(kWriteHeader(&file.mcc, 1, nullptr, "app", nullptr, nullptr), kOK);
     const std::string text = file.written();
     EXPECT_THAT(text.substr(text.find("\nUUID=")),
                 testing::MatchesRegex("\nUUID=[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}"
@@ -384,27 +354,31 @@ TEST_F(CaptionStreams, WriteHeaderMakesWhatIsNotGiven)
                                       "\nTime Code Rate=25\n"));
 }
 
-TEST_F(CaptionStreams, WriteHeaderRates)
+TEST_F(CaptionStreams, HeadersHaveTheRate)
 {
-    const struct
-    {
-        uint32_t rate;
-        const char *text;
-    } rows[] = {
-        {KIVCS2FrameRate_23_98, nullptr}, {KIVCS2FrameRate_24, "24"}, {KIVCS2FrameRate_25, "25"},
-        {KIVCS2FrameRate_29_97, "30DF"},  {KIVCS2FrameRate_30, "30"}, {KIVCS2FrameRate_50, "50"},
-        {KIVCS2FrameRate_59_94, "60DF"},  {KIVCS2FrameRate_60, "60"},
+    // Rate, text, and the rate read back, which follows from two characters.
+    const std::tuple<uint32_t, const char *, uint32_t> rows[] = {
+        {KIVCS2FrameRate_23_98, nullptr, 0},
+        {KIVCS2FrameRate_24, "24", KIVCS2FrameRate_24},
+        {KIVCS2FrameRate_25, "25", KIVCS2FrameRate_25},
+        {KIVCS2FrameRate_29_97, "30DF", KIVCS2FrameRate_30},
+        {KIVCS2FrameRate_30, "30", KIVCS2FrameRate_30},
+        {KIVCS2FrameRate_50, "50", KIVCS2FrameRate_50},
+        {KIVCS2FrameRate_59_94, "60DF", KIVCS2FrameRate_60},
+        {KIVCS2FrameRate_60, "60", KIVCS2FrameRate_60},
     };
-    for (const auto &row : rows)
+    for (const auto &[rate, text, readBack] : rows)
     {
-        SCOPED_TRACE(row.rate);
-        ASSERT_EQ(kivCS2Timecode_setFrameRate(row.rate), KIVCS2STATUS_OK);
+        SCOPED_TRACE(rate);
+        ASSERT_EQ(kivCS2Timecode_setFrameRate(rate), kOK);
+        const bool has = text != nullptr;
         CaptionFile file;
-        const KIVCS2Status status = kWriteHeader(&file.mcc, 1, "U", "app", "d", "t");
-        EXPECT_EQ(status, row.text != nullptr ? KIVCS2STATUS_OK : KIVCS2STATUS_FRAME_RATE_ERR);
+        EXPECT_EQ(kWriteHeader(&file.mcc, 1, "U", "app", "d", "t"), has ? kOK : KIVCS2STATUS_FRAME_RATE_ERR);
         const std::string end = "\nCreation Time=t";
-        EXPECT_TRUE(file.written().ends_with(row.text != nullptr ? end + "\nTime Code Rate=" + row.text + "\n"
-                                                                 : end));
+        EXPECT_TRUE(file.written().ends_with(has ? end + "\nTime Code Rate=" + text + "\n" : end));
+        CaptionFile back{file.written() + "\n00:00:01:00\tT"};
+        EXPECT_EQ(kMCC.readHeader(&back.mcc), kOK);
+        EXPECT_EQ(back.mcc.m_frameRate, readBack);
     }
 }
 
@@ -416,10 +390,10 @@ Caption exampleCaption(Stream &mcc)
     uint8_t cdp[82];
     uint32_t size = sizeof cdp;
     EXPECT_EQ(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(&buffer608, 2, cdp, &size, 0),
-              KIVCS2STATUS_OK);
+              kOK);
     Caption caption;
     const KIVCS2Timecode tc = frame(25);
-    EXPECT_EQ(kMake(&mcc, &caption, &tc, cdp, size), KIVCS2STATUS_OK);
+    EXPECT_EQ(kMake(&mcc, &caption, &tc, cdp, size), kOK);
     return caption;
 }
 
@@ -429,32 +403,26 @@ TEST_F(CaptionStreams, WriteCaption)
     const Caption example = exampleCaption(scratch.mcc);
     EXPECT_EQ(example.m_flags, 1u);
     EXPECT_EQ(example.m_captionSize, 86u);
-    const struct
-    {
-        uint32_t version, flags, field, number;
-        KIVCS2Status status;
-        std::string head;
-    } rows[] = {
-        {1, 1, 9, 9, KIVCS2STATUS_OK, "\n00:00:01:00\t"},
-        {1, 5, 0, 9, KIVCS2STATUS_OK, "\n00:00:01:00\t"}, // a number without a field is not written
+    const std::tuple<uint32_t, uint32_t, uint32_t, uint32_t, KIVCS2Status, std::string> rows[] = {
+        {1, 1, 9, 9, kOK, "\n00:00:01:00\t"},
+        {1, 5, 0, 9, kOK, "\n00:00:01:00\t"}, // the number needs a field to be written
         {1, 3, 0, 0, KIVCS2STATUS_FORMAT_ERR, ""},
-        {2, 3, 0, 0, KIVCS2STATUS_OK, "\n00:00:01:00.0\t"},
-        {2, 3, 1, 0, KIVCS2STATUS_OK, "\n00:00:01:00.1\t"},
+        {2, 3, 0, 0, kOK, "\n00:00:01:00.0\t"},
+        {2, 3, 1, 0, kOK, "\n00:00:01:00.1\t"},
         {2, 3, 2, 0, KIVCS2STATUS_FORMAT_ERR, ""},
-        {2, 7, 1, 2147483647u, KIVCS2STATUS_OK, "\n00:00:01:00.1,2147483647\t"},
+        {2, 7, 1, 2147483647u, kOK, "\n00:00:01:00.1,2147483647\t"},
     };
-    for (const auto &row : rows)
+    for (const auto &[version, flags, field, number, status, head] : rows)
     {
-        SCOPED_TRACE(row.head);
+        SCOPED_TRACE(head);
         CaptionFile file;
-        file.mcc.m_version = row.version;
+        file.mcc.m_version = version;
         Caption caption = example;
-        caption.m_flags = row.flags;
-        caption.m_field = row.field;
-        caption.m_number = row.number;
-        EXPECT_EQ(kWrite(&file.mcc, &caption), row.status);
-        EXPECT_EQ(file.written(),
-                  row.status == KIVCS2STATUS_OK ? row.head + "T52S524F67ZZ72F4QROO7391UZC13FFF74ZZAEB4" : "");
+        caption.m_flags = flags;
+        caption.m_field = field;
+        caption.m_number = number;
+        EXPECT_EQ(kWrite(&file.mcc, &caption), status);
+        EXPECT_EQ(file.written(), status == kOK ? head + "T52S524F67ZZ72F4QROO7391UZC13FFF74ZZAEB4" : "");
     }
 }
 
@@ -465,9 +433,9 @@ TEST_F(CaptionStreams, NumbersFrom2To31OnAreWrittenSignedAndDoNotReadBack)
     Caption caption{};
     caption.m_flags = 7;
     caption.m_number = 0x80000000u;
-    EXPECT_EQ(kWrite(&file.mcc, &caption), KIVCS2STATUS_OK);
+    EXPECT_EQ(kWrite(&file.mcc, &caption), kOK);
     EXPECT_EQ(file.written(), "\n00:00:00:00.0,-2147483648\t");
-    EXPECT_EQ(decode(kMCC, file.mcc, file.written().substr(1)), KIVCS2STATUS_NOT_FOUND_ERR);
+    EXPECT_EQ(decode(kMCC, file.mcc, file.written().substr(1)), kNoCaption);
 }
 
 TEST_F(CaptionStreams, TheLongestLineFitsAndMoreIsRefused)
@@ -480,7 +448,7 @@ TEST_F(CaptionStreams, TheLongestLineFitsAndMoreIsRefused)
     caption.m_number = 0x80000001u;
     caption.m_captionSize = sizeof caption.m_captionData;
     std::memset(caption.m_captionData, 0xAB, sizeof caption.m_captionData);
-    EXPECT_EQ(kWrite(&file.mcc, &caption), KIVCS2STATUS_OK);
+    EXPECT_EQ(kWrite(&file.mcc, &caption), kOK);
     EXPECT_TRUE(file.written().starts_with("\n47721:51:31:19.0,-2147483647\tABAB"));
     EXPECT_TRUE(file.written().ends_with("\tAB" + file.written().substr(file.written().size() - 526)));
 
@@ -505,17 +473,17 @@ TEST_F(CaptionStreams, PacketsGoInAndOutOfCaptions)
     for (const bool withAtom : {false, true})
     {
         uint32_t size = sizeof buffer;
-        EXPECT_EQ(kExtract(&file.mcc, &caption, withAtom, buffer, &size), KIVCS2STATUS_OK);
+        EXPECT_EQ(kExtract(&file.mcc, &caption, withAtom, buffer, &size), kOK);
         const size_t atom = withAtom ? 8 : 0;
         EXPECT_EQ(size, 82 + atom);
         EXPECT_EQ(std::memcmp(buffer + atom, caption.m_captionData + 3, 82), 0);
     }
     uint32_t tooSmall = 81;
     EXPECT_EQ(kExtract(&file.mcc, &caption, false, buffer, &tooSmall), KIVCS2STATUS_BUFFER_SIZE_ERR);
-    caption.m_captionSize = 0; // the view is empty: no DID
+    caption.m_captionSize = 0; // without a DID
     uint32_t size = sizeof buffer;
     EXPECT_EQ(kExtract(&file.mcc, &caption, false, buffer, &size), KIVCS2STATUS_DATA_ERR);
-    EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_freeCaption(&file.mcc, &caption), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_freeCaption(&file.mcc, &caption), kOK);
     EXPECT_EQ(caption.m_timecode | caption.m_flags | caption.m_captionData[0], 0u);
     EXPECT_EQ(kExtract(&file.mcc, &caption, false, buffer, &size), KIVCS2STATUS_FORMAT_ERR);
 }
@@ -525,14 +493,14 @@ TEST_F(CaptionStreams, OwnedStreamsAreFreedWithTheRecord)
     for (const bool owns : {false, true})
     {
         KIVCS2MemoryStream memory;
-        ASSERT_EQ(kivCS2MemoryStream_init(&memory, 16, 16), KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2MemoryStream_init(&memory, 16, 16), kOK);
         Stream mcc;
-        ASSERT_EQ(kivCS2ClosedCaptionsMCCStream_init(&mcc, &memory.m_stream, false, owns), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_free(&mcc), KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2ClosedCaptionsMCCStream_init(&mcc, &memory.m_stream, false, owns), kOK);
+        EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_free(&mcc), kOK);
         EXPECT_EQ(memory.m_buffer == nullptr, owns);
         EXPECT_EQ(mcc.m_stream, nullptr);
         EXPECT_FALSE(mcc.m_ownsStream);
-        EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_free(&mcc), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_free(&mcc), kOK);
         kivCS2MemoryStream_free(&memory.m_stream);
     }
 }
@@ -547,158 +515,82 @@ TEST_F(CaptionStreams, FailuresOfTheStreamPassThrough)
     EXPECT_EQ(kWrite(&out.mcc, &caption), KIVCS2STATUS_WRITE_ERR);
 
     CaptionFile in{kMCCHead + "00:00:01:00\tT01\n"};
-    ASSERT_EQ(kMCC.readHeader(&in.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kMCC.readHeader(&in.mcc), kOK);
     in.memory.m_stream.m_setPosition = [](KIVCS2Stream *, int64_t, KIVCS2StreamPosition, int64_t *)
     { return KIVCS2STATUS_READ_ERR; };
     EXPECT_EQ(kMCC.reset(&in.mcc), KIVCS2STATUS_READ_ERR);
     EXPECT_EQ(in.mcc.m_caption.m_timecode, frame(25));
 }
 
-TEST_F(CaptionStreams, SamplesOfMCC)
-{
-    const struct
-    {
-        const char *name;
-        uint32_t rate, version, firstFrame, captions, size;
-    } rows[] = {
-        {"pop-on-25.mcc", KIVCS2FrameRate_25, 1, 50, 18, 98},
-        {"suffixes-v2-crlf.mcc", KIVCS2FrameRate_30, 2, 300, 13, 86},
-        {"plain-hex-30df.mcc", KIVCS2FrameRate_29_97, 1, 107892, 17, 86},
-    };
-    for (const auto &row : rows)
-    {
-        SCOPED_TRACE(row.name);
-        ASSERT_EQ(kivCS2Timecode_setFrameRate(row.rate), KIVCS2STATUS_OK);
-        CaptionFile file{sample(row.name)};
-        ASSERT_EQ(kMCC.readHeader(&file.mcc), KIVCS2STATUS_OK);
-        EXPECT_EQ(file.mcc.m_version, row.version);
-        uint32_t found = 0;
-        for (uint32_t count = row.firstFrame;; ++count)
-        {
-            Caption caption;
-            const KIVCS2Timecode tc = frame(count);
-            if (KIVCS2_FAILED(kMCC.read(&file.mcc, &tc, &caption)))
-                break;
-            ++found;
-            uint8_t cdp[255];
-            uint32_t size = sizeof cdp;
-            EXPECT_EQ(kExtract(&file.mcc, &caption, false, cdp, &size), KIVCS2STATUS_OK);
-            EXPECT_EQ(size + 4, row.size);
-            uint8_t sum = 0; // of the whole CDP, its checksum included
-            for (uint32_t index = 0; index < size; ++index)
-                sum = static_cast<uint8_t>(sum + cdp[index]);
-            EXPECT_EQ(sum, 0u);
-        }
-        EXPECT_EQ(found, row.captions);
-    }
-}
 // ---- Pairs of an SCC file
 
-// The status of asking for `count`, and the pair that came.
-std::pair<KIVCS2Status, unsigned> pairAt(Stream &mcc, uint32_t count)
+// The pair on frame `count` in hexadecimal, or a word for the status.
+std::string pairAt(Stream &mcc, uint32_t count)
 {
     Caption caption;
     std::memset(&caption, 0xEE, sizeof caption);
     const KIVCS2Timecode tc = frame(count);
     const KIVCS2Status status = kSCC.read(&mcc, &tc, &caption);
-    if (status != KIVCS2STATUS_OK)
+    if (status != kOK)
     {
         EXPECT_EQ(caption.m_flags | caption.m_captionSize | caption.m_timecode, 0u);
-        return {status, 0};
+        return status == kNoCaption ? "none" : status == kNoData ? "end" : "error";
     }
-    EXPECT_EQ(caption.m_timecode, tc);
-    EXPECT_EQ(caption.m_captionSize, 2u);
-    EXPECT_EQ(caption.m_flags, 1u);
-    return {status, caption.m_captionData[0] << 8 | caption.m_captionData[1]};
+    EXPECT_TRUE(caption.m_timecode == tc && caption.m_captionSize == 2 && caption.m_flags == 1);
+    char pair[5];
+    std::snprintf(pair, sizeof pair, "%02x%02x", caption.m_captionData[0], caption.m_captionData[1]);
+    return pair;
 }
-
-std::pair<KIVCS2Status, unsigned> found(unsigned pair)
-{
-    return {KIVCS2STATUS_OK, pair};
-}
-const std::pair<KIVCS2Status, unsigned> kNoPair{KIVCS2STATUS_NOT_FOUND_ERR, 0};
-const std::pair<KIVCS2Status, unsigned> kEnd{KIVCS2STATUS_NO_DATA_ERR, 0};
 
 TEST_F(CaptionStreams, PairsFallOnTheirFrames)
 {
-    CaptionFile file{kSCCHead + "00:00:10:00\t9420 9420 94ae\n00:00:10:05\t942c\n00:00:11:00\t942f 8080"};
-    ASSERT_EQ(kSCC.readHeader(&file.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(pairAt(file.mcc, 249), kNoPair);
-    EXPECT_EQ(pairAt(file.mcc, 250), found(0x9420));
-    EXPECT_EQ(pairAt(file.mcc, 252), found(0x94AE));
-    EXPECT_EQ(pairAt(file.mcc, 251), found(0x9420)); // back within the caption
-    EXPECT_EQ(pairAt(file.mcc, 253), kNoPair);       // between two lines: the next is now pending
-    EXPECT_EQ(pairAt(file.mcc, 252), kNoPair);       // and the last one gone
-    EXPECT_EQ(pairAt(file.mcc, 255), found(0x942C));
-    EXPECT_EQ(pairAt(file.mcc, 276), found(0x8080));
-    EXPECT_EQ(pairAt(file.mcc, 277), kEnd);
-    EXPECT_EQ(pairAt(file.mcc, 275), found(0x942F)); // the last one stays
-    ASSERT_EQ(kSCC.reset(&file.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(pairAt(file.mcc, 250), found(0x9420));
+    const std::string longLine = "00:00:10:00\t9420\n" + std::string(1024, '/') + "\n00:00:11:00\t942f\n";
+    // Name, lines, requests with their pairs, and at the end the first and last frame of the pending caption.
+    const std::tuple<const char *, std::string, const char *, uint32_t, uint32_t> rows[] = {
+        {"requests go back within a caption, not past a line read; the last line stays",
+         "00:00:10:00\t9420 9420 94ae\n00:00:10:05\t942c\n00:00:11:00\t942f 8080",
+         "249 none 250 9420 252 94ae 251 9420 253 none 252 none 255 942c 276 8080 277 end 2159999 end 275 "
+         "942f",
+         275, 277},
+        {"an overlap loses the pairs before the request, and a line back in time is skipped",
+         "00:00:10:00\t0001 0002 0003 0004\n00:00:10:02\t0101 0102 0103 0104\n00:00:05:00\t0201",
+         "253 0004 254 0103 256 end 125 0201", 125, 126},
+        {"a caption past midnight has no frame", "23:59:59:23\t0001 0002 0003\n",
+         "2159998 none 2159999 end 0 none", 2159998, 1},
+        {"nor has one that ends the day", "23:59:59:24\t0001\n", "2159999 none", 2159999, 0},
+        {"half a pair has no frame", "00:00:10:00\t94\n00:00:11:00\t942f", "250 none 275 942f", 275, 276},
+        {"a long line leaves the caption before it", longLine, "249 none 260 none", 250, 251},
+        {"the caption after a long line is found", longLine, "260 none 275 942f 276 end 300 end", 275, 276},
+        {"after a note nothing is pending", "00:00:10:00\t9420\na note\n00:00:11:00\t942f\n",
+         "260 none 275 none", 0, 0},
+    };
+    for (const auto &[what, lines, requests, start, end] : rows)
+    {
+        SCOPED_TRACE(what);
+        CaptionFile file{kSCCHead + lines};
+        ASSERT_EQ(kSCC.readHeader(&file.mcc), kOK);
+        std::istringstream words{requests};
+        std::string pair;
+        for (uint32_t request = 0; words >> request >> pair;)
+            EXPECT_EQ(pairAt(file.mcc, request), pair) << request;
+        const Caption &pending = file.mcc.m_caption;
+        EXPECT_EQ(pending.m_timecode, start);
+        EXPECT_EQ(static_cast<uint32_t>(pending.m_endTimecode), end);
+        EXPECT_EQ(pending.m_flags, start > 0 ? 1u : 0u);
+    }
 }
 
-TEST_F(CaptionStreams, WhatStandsBehindThePairIsTheRestOfTheLine)
+TEST_F(CaptionStreams, TheRestOfTheLineFollowsThePair)
 {
     CaptionFile file{kSCCHead + "00:00:10:00\t9420 9425 94ae"};
-    ASSERT_EQ(kSCC.readHeader(&file.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kSCC.readHeader(&file.mcc), kOK);
     Caption caption;
-    const KIVCS2Timecode tc = frame(251) | uint64_t{2024} << 48; // a date does not count
-    ASSERT_EQ(kSCC.read(&file.mcc, &tc, &caption), KIVCS2STATUS_OK);
+    const KIVCS2Timecode tc = frame(251) | uint64_t{2024} << 48; // the date is ignored
+    ASSERT_EQ(kSCC.read(&file.mcc, &tc, &caption), kOK);
     EXPECT_EQ(caption.m_timecode, frame(251));
     EXPECT_EQ(caption.m_endTimecode, frame(253));
     caption.m_captionSize = 6;
     EXPECT_THAT(bytesOf(caption), ElementsAre(0x94, 0x25, 0x94, 0x25, 0x94, 0xAE));
-}
-
-TEST_F(CaptionStreams, OverlappingLinesLoseThePairsBeforeTheRequest)
-{
-    CaptionFile file{kSCCHead + "00:00:10:00\t0001 0002 0003 0004\n00:00:10:02\t0101 0102 0103 0104\n"
-                                "00:00:05:00\t0201"};
-    ASSERT_EQ(kSCC.readHeader(&file.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(pairAt(file.mcc, 253), found(0x0004));
-    EXPECT_EQ(pairAt(file.mcc, 254), found(0x0103));
-    EXPECT_EQ(pairAt(file.mcc, 256), kEnd); // a line that goes back in time is passed over
-    EXPECT_EQ(pairAt(file.mcc, 125), found(0x0201));
-}
-
-TEST_F(CaptionStreams, CaptionsPastMidnightHoldNoFrame)
-{
-    CaptionFile file{kSCCHead + "23:59:59:23\t0001 0002 0003\n"};
-    ASSERT_EQ(kSCC.readHeader(&file.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(static_cast<uint32_t>(file.mcc.m_caption.m_endTimecode), 1u);
-    EXPECT_EQ(pairAt(file.mcc, 2159998), kNoPair);
-    EXPECT_EQ(pairAt(file.mcc, 2159999), kEnd);
-    EXPECT_EQ(pairAt(file.mcc, 0), kNoPair);
-
-    // Nor does one whose last pair is on the last frame of the day.
-    CaptionFile last{kSCCHead + "23:59:59:24\t0001\n"};
-    ASSERT_EQ(kSCC.readHeader(&last.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(static_cast<uint32_t>(last.mcc.m_caption.m_endTimecode), 0u);
-    EXPECT_EQ(pairAt(last.mcc, 2159999), kNoPair);
-    EXPECT_EQ(last.mcc.m_caption.m_flags, 1u);
-}
-
-// The four meanings of "not found", by what is pending; and the end, which stays the end.
-TEST_F(CaptionStreams, WhatIsPendingTellsWhyNothingWasFound)
-{
-    CaptionFile file{kSCCHead + "00:00:10:00\t9420\n" + std::string(1024, '/') + "\n00:00:11:00\t942f\n"};
-    ASSERT_EQ(kSCC.readHeader(&file.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(pairAt(file.mcc, 249), kNoPair);
-    EXPECT_EQ(file.mcc.m_caption.m_timecode, frame(250)); // later than the request
-    EXPECT_EQ(pairAt(file.mcc, 260), kNoPair);
-    EXPECT_EQ(file.mcc.m_caption.m_timecode, frame(250)); // earlier: a long line was lost
-    EXPECT_EQ(pairAt(file.mcc, 275), found(0x942F));
-    for (const uint32_t beyond : {276u, 300u, 300u, 2159999u})
-        EXPECT_EQ(pairAt(file.mcc, beyond), kEnd);
-    EXPECT_EQ(file.mcc.m_caption.m_flags, 1u);
-
-    CaptionFile note{kSCCHead + "00:00:10:00\t9420\na note\n00:00:11:00\t942f\n"};
-    ASSERT_EQ(kSCC.readHeader(&note.mcc), KIVCS2STATUS_OK);
-    for (const uint32_t request : {260u, 275u}) // the line, and from then on
-    {
-        EXPECT_EQ(pairAt(note.mcc, request), kNoPair);
-        EXPECT_EQ(note.mcc.m_caption.m_flags & KIVCS2ClosedCaptionFlag_Valid, 0u);
-    }
 }
 
 TEST_F(CaptionStreams, AFailingReadIsTheEndAndTheLineItCutsIsHandedOut)
@@ -707,76 +599,32 @@ TEST_F(CaptionStreams, AFailingReadIsTheEndAndTheLineItCutsIsHandedOut)
     HostStream stream{{text.begin(), text.end()}};
     stream.m_failsAt = text.find(" 9420\n");
     Stream mcc;
-    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_init(&mcc, &stream.m_stream, true, false), KIVCS2STATUS_OK);
-    ASSERT_EQ(kSCC.readHeader(&mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(pairAt(mcc, 250), found(0x9420));
-    EXPECT_EQ(pairAt(mcc, 251), kEnd); // the pair behind the failure
+    ASSERT_EQ(kivCS2ClosedCaptionsSCCStream_init(&mcc, &stream.m_stream, true, false), kOK);
+    ASSERT_EQ(kSCC.readHeader(&mcc), kOK);
+    EXPECT_EQ(pairAt(mcc, 250), "9420");
+    EXPECT_EQ(pairAt(mcc, 251), "end"); // the pair after the failure
     EXPECT_EQ(kSCC.reset(&mcc), KIVCS2STATUS_UNSUPPORTED_ERR);
-}
-
-TEST_F(CaptionStreams, CaptionsWithoutAFrameAreKeptUntilTheyArePassed)
-{
-    CaptionFile file{kSCCHead + "00:00:10:00\t94\n00:00:11:00\t942f"};
-    ASSERT_EQ(kSCC.readHeader(&file.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(pairAt(file.mcc, 250), kNoPair);
-    EXPECT_EQ(file.mcc.m_caption.m_captionSize, 1u);
-    EXPECT_EQ(pairAt(file.mcc, 275), found(0x942F));
 }
 
 TEST_F(CaptionStreams, AnEndThatTheCallerMovedReadsNothingBeyondTheRecord)
 {
     CaptionFile file{kSCCHead + "00:00:10:00\t9420"};
-    ASSERT_EQ(kSCC.readHeader(&file.mcc), KIVCS2STATUS_OK);
+    ASSERT_EQ(kSCC.readHeader(&file.mcc), kOK);
     file.mcc.m_caption.m_endTimecode = frame(0xFFFFFFFF);
-    EXPECT_EQ(pairAt(file.mcc, 250 + 131), found(0));
-    EXPECT_EQ(pairAt(file.mcc, 250 + 132).first, KIVCS2STATUS_DATA_ERR);
-    EXPECT_EQ(pairAt(file.mcc, 0xFFFFFFFE).first, KIVCS2STATUS_DATA_ERR);
+    EXPECT_EQ(pairAt(file.mcc, 250 + 131), "0000");
+    EXPECT_EQ(pairAt(file.mcc, 250 + 132), "error");
+    EXPECT_EQ(pairAt(file.mcc, 0xFFFFFFFE), "error");
 }
 
 TEST_F(CaptionStreams, SeparatorsDoNotDecideDropFrameCounting)
 {
-    ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97), kOK);
     CaptionFile file{""};
     for (const char *line : {"00:01:00;02\t9420", "00:01:00:02\t9420", "00;01;00;02\t9420"})
     {
-        EXPECT_EQ(decode(kSCC, file.mcc, line), KIVCS2STATUS_OK);
+        EXPECT_EQ(decode(kSCC, file.mcc, line), kOK);
         EXPECT_EQ(file.mcc.m_caption.m_timecode, frame(1800));
     }
     EXPECT_EQ(decode(kSCC, file.mcc, "00:01:00:00\t9420"), KIVCS2STATUS_INVALID_TIMECODE_ERR);
-}
-
-TEST_F(CaptionStreams, SamplesOfSCC)
-{
-    const struct
-    {
-        const char *name;
-        uint32_t rate, firstFrame, frames, pairs;
-        unsigned lastPair;
-    } rows[] = {
-        // Every pair of a file without overlap is handed out once.
-        {"pop-on-ndf.scc", KIVCS2FrameRate_30, 60, 152, 40, 0x942C},
-        {"roll-up-df-crlf.scc", KIVCS2FrameRate_29_97, 1760, 130, 42, 0x54AE},
-        // 15 pairs from frame 108000 on reach into the line at 108010, whose first five are lost.
-        {"paint-on-overlap.scc", KIVCS2FrameRate_30, 108000, 100, 29, 0xC14C},
-    };
-    for (const auto &row : rows)
-    {
-        SCOPED_TRACE(row.name);
-        ASSERT_EQ(kivCS2Timecode_setFrameRate(row.rate), KIVCS2STATUS_OK);
-        CaptionFile file{sample(row.name)};
-        ASSERT_EQ(kSCC.readHeader(&file.mcc), KIVCS2STATUS_OK);
-        uint32_t pairs = 0;
-        unsigned lastPair = 0;
-        for (uint32_t count = row.firstFrame; count < row.firstFrame + row.frames; ++count)
-        {
-            const auto [status, pair] = pairAt(file.mcc, count);
-            if (status != KIVCS2STATUS_OK)
-                continue;
-            ++pairs;
-            lastPair = pair;
-        }
-        EXPECT_EQ(pairs, row.pairs);
-        EXPECT_EQ(lastPair, row.lastPair);
-    }
 }
 } // namespace
