@@ -1,5 +1,5 @@
-// Any bytes as a caption file: tolerant and strict, in both orders, decoded, and sought through. The first
-// byte picks the options.
+// Any bytes as a caption file: read tolerantly or strictly, in both orders, decoded, and searched. Input: the
+// options; then the file.
 #include "Require.h"
 
 #include "KIVCS2CaptionFile.h"

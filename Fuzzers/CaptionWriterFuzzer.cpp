@@ -1,5 +1,5 @@
-// What is written is read back without a fault and is the same: captions of any bytes to MCC and on to
-// SCC, or any text as SCC through MCC to SCC. The first byte picks the way.
+// Captions written are read back the same and without a fault: captions of any bytes to MCC and on to SCC, or
+// any text as SCC through MCC to SCC. The first byte selects one of them.
 #include "Require.h"
 
 #include "KIVCS2CaptionFile.h"
@@ -36,7 +36,7 @@ struct Writing
         std::string written{reinterpret_cast<const char *>(memory.m_buffer), memory.m_size};
         require(kivCS2CaptionFile_free(&file) == KIVCS2STATUS_OK);
         require(kivCS2MemoryStream_free(&memory.m_stream) == KIVCS2STATUS_OK);
-        // The comments of MCC are the same in every file, and reading them would take most of the time.
+        // The comment block of MCC is always the same, and reading it would take most of the time.
         if (const size_t from = written.find("\n//"), to = written.rfind("//\n"); to != std::string::npos)
             written.erase(from, to + 2 - from);
         return written;
@@ -62,8 +62,7 @@ std::vector<KIVCS2CaptionPacket> readAll(std::string text, uint64_t &faults,
     return packets;
 }
 
-constexpr uint32_t kPerDay =
-    2'589'408; // frames of a day in drop-frame; of the other counting no file gets there
+constexpr uint32_t kPerDay = 2'589'408; // drop-frame; files of the other counting are shorter than a day
 
 Placed placed(const std::vector<KIVCS2CaptionPacket> &packets)
 {
@@ -71,22 +70,22 @@ Placed placed(const std::vector<KIVCS2CaptionPacket> &packets)
     for (const KIVCS2CaptionPacket &packet : packets)
     {
         KIVCS2CaptionPairs pairs;
-        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
+        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // empty if there are none
         for (uint8_t pair = 0; pair < pairs.m_count[0]; ++pair)
             if (const uint8_t *bytes = pairs.m_pairs[0][pair]; ((bytes[0] | bytes[1]) & 0x7F) != 0)
                 found.emplace_back(packet.m_frame % kPerDay, static_cast<uint16_t>(bytes[0] << 8 | bytes[1]));
     }
     return found;
 }
-// Which of two pairs more than half a day apart is the earlier depends on the first line, and an SCC line
-// without pairs is not kept: so in the order of their frames.
+// The pairs in the order of their frames: which of two pairs over half a day apart is the earlier depends on
+// the first line, and an SCC line without pairs is lost.
 Placed inOrder(const std::vector<KIVCS2CaptionPacket> &packets)
 {
     Placed found = placed(packets);
     std::ranges::stable_sort(found, {}, &Placed::value_type::first);
     return found;
 }
-// Pairs keep their frames from SCC through MCC to SCC: read by frame, as SCC holds one pair a frame.
+// Pairs keep their frames from SCC through MCC to SCC, which are read by frame.
 void throughMCC(std::string text, KIVCS2CaptionCounting counting)
 {
     KIVCS2CaptionReadOptions options{};
@@ -100,7 +99,7 @@ void throughMCC(std::string text, KIVCS2CaptionCounting counting)
     for (const KIVCS2CaptionPacket &packet : packets)
     {
         KIVCS2CaptionPairs pairs;
-        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // none is none
+        (void)kivCS2CaptionPacket_getPairs(&packet, &pairs); // empty if there are none
         require(kivCS2CaptionFile_writeCaptions(&mcc.file, packet.m_frame, &pairs, nullptr) ==
                 KIVCS2STATUS_OK);
     }
@@ -154,7 +153,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     for (const KIVCS2CaptionPacket &packet : packets)
         require(kivCS2CaptionFile_writePacket(&scc.file, &packet) == KIVCS2STATUS_OK);
     const auto back = placed(readAll(scc.text(), faults));
-    // A file of pairs that are codes of field 2 is taken for one of that field.
+    // A file of only codes of field 2 is read as a file of that field.
     require(back == wanted || back.empty());
     return 0;
 }

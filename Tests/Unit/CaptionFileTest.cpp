@@ -1,5 +1,5 @@
-// Caption files read with their faults: one row a fault, damaged copies of our own samples, and what is
-// known of real files.
+// Caption files read with their faults: a row for each fault, damaged copies of our own samples, and golden
+// results of real files.
 #include "ArgumentCheck.h"
 #include "CaptionReading.h"
 #include "HostStream.h"
@@ -20,7 +20,7 @@ using kiv::test::Reading;
 
 const std::string kMCCHead = "File Format=MacCaption_MCC V1.0\n\nUUID=u\nTime Code Rate=30DF\n\n";
 const std::string kSCCHead = "Scenarist_SCC V1.0\n\n";
-// The packet of one frame without captions: CDP, service list, both checksums.
+// The packet of one frame without captions: a CDP with a service list and both checksums.
 const std::string kData = "T52S524F67ZZ72F4QROO7391UZC13FFF74ZZAEB4";
 
 std::string mcc(std::string_view line)
@@ -55,7 +55,7 @@ struct FaultRow
 const std::string kLine = "00:00:01:00\t" + kData;
 const std::string kNext = "\n00:00:01:01\t" + with(with(kData, "67ZZ", "67Z01"), "74ZZAEB4", "74Z01ACB4");
 
-const std::string kOther = "00:00:00:05\t41010042\n"; // not a caption packet: it names no rate
+const std::string kOther = "00:00:00:05\t41010042\n"; // not a caption packet, so it has no rate
 
 const std::vector<FaultRow> kFaultRows = {
     {FAULT(ByteOrderMark), "\xEF\xBB\xBF" + scc("00:00:01:00\t9420"), 1, 1, 1, false},
@@ -84,35 +84,26 @@ const std::vector<FaultRow> kFaultRows = {
           "24"),
      0, 6, 1, true},
     {FAULT(NoSuchTime), with(mcc(kOther + "00:00:00:29\t" + kOther.substr(12)), "30DF", "24"), 1, 7, 1, true},
-    {FAULT(Blanks), mcc(with(kLine, "\t", " ")), 1, 6, 12, false},
     {FAULT(Blanks), mcc(with(kLine, "\t", "\t\t")), 1, 6, 12, false},
-    {FAULT(Blanks), mcc(with(kLine, "\t", "")), 1, 6, 12, false},
     {FAULT(Blanks), scc("00:00:01:00 9420"), 1, 3, 12, false},
     {FAULT(BlanksBefore), mcc("  " + kLine), 1, 6, 1, false},
     {FAULT(BlanksBehind), mcc(kLine + " \t"), 1, 6, 53, false},
     {FAULT(BlanksBehind), scc("00:00:01:00\t9420 "), 1, 3, 17, false},
     {FAULT(FrameSeparator), mcc(with(kLine, "01:00\t", "01.00\t")), 1, 6, 9, false},
-    {FAULT(FrameSeparator), scc("00:00:01,00\t9420"), 1, 3, 9, false},
     {FAULT(OtherCounting), scc("00:00:01:00\t9420\n00:00:02:00\t9420\n00:00:03;00\t9420"), 3, 5, 9, false},
     {FAULT(DroppedNumber), scc("00:01:00;00\t9420\n00:02:10;00\t9420\n00:03:10;00\t942c"), 3, 3, 1, false},
     {FAULT(NoSuchTime), scc("00:00:01:00\t9420\n00:00:61:00\t9420\n00:00:62:30\t9420"), 1, 4, 1, true},
-    {FAULT(NoSuchTime), mcc(kLine + "\n24:00:00:00\t" + kData), 1, 7, 1, true},
     {FAULT(NotACaption), mcc(kLine + "\nhello" + kNext), 2, 7, 1, true},
     {FAULT(NotACaption), mcc(kLine + "\n00:00:01:00\t"), 1, 7, 13, true},
-    {FAULT(Null),
-     with(mcc(kLine + kNext), "T52",
-          std::string("T\0"
-                      "52",
-                      4)),
-     1, 6, 14, true},
+    {FAULT(Null), with(mcc(kLine + kNext), "T52", std::string("T\00052", 4)), 1, 6, 14, true},
     {FAULT(Null), with(mcc(kLine + kNext), "00:00:01:00", std::string_view{"0\0:00:01:00", 11}), 1, 6, 2,
      true},
     {FAULT(Null), with(mcc(kLine), "UUID=u", std::string_view{"UUID=\0", 6}), 1, 3, 6, false},
     {FAULT(UnknownCharacter), mcc(with(kLine, "T52", "T5?") + kNext), 1, 6, 15, true},
-    {FAULT(UnknownCharacter), mcc(with(kLine, "T52", "T5V") + kNext), 1, 6, 15, true},
     {FAULT(UnknownCharacter), scc("00:00:01:00\t9420 94x0\n00:00:02:00\t9420"), 1, 3, 20, true},
-    {FAULT(LowerCase), data("4F67", "4f67"), 1, 6, 19, false},
     {FAULT(LowerCase), data("QROO", "qrOO"), 1, 6, 29, false},
+    {FAULT(LowerCase), data("ZZAEB4", "ZZaEB4"), 1, 6, 49, false},
+    {FAULT(LowerCase), data("67ZZ", "67zZ"), 1, 6, 23, false},
     {FAULT(FourByteU), data("UZC1", "UC1"), 1, 6, 37, false},
     {FAULT(EightDigitWord), scc("00:00:01:00\t94209420 94ae"), 2, 3, 13, true},
     {FAULT(WordLength), scc("00:00:01:00\t9420 94 ae 942c"), 2, 3, 18, true},
@@ -150,7 +141,7 @@ const std::vector<FaultRow> kFaultRows = {
     {FAULT(NoCaptions), kSCCHead, 0, 3, 0, false},
 };
 
-TEST(CaptionFileFaults, EachIsToldInItsPlaceAndLosesWhatItMust)
+TEST(CaptionFileFaults, EachIsReportedInItsPlace)
 {
     for (const FaultRow &row : kFaultRows)
     {
@@ -162,13 +153,12 @@ TEST(CaptionFileFaults, EachIsToldInItsPlaceAndLosesWhatItMust)
         KIVCS2CaptionFileFault first;
         ASSERT_EQ(kivCS2CaptionFile_getFaultCount(&reading.file, row.fault, &count, &first), KIVCS2STATUS_OK);
         ASSERT_GT(count, 0u);
-        EXPECT_EQ(first.m_line, row.line);
-        EXPECT_EQ(first.m_column, row.column);
-        EXPECT_EQ(first.m_lost, row.lost);
+        EXPECT_TRUE(first.m_line == row.line && first.m_column == row.column && first.m_lost == row.lost)
+            << first.m_line << ", " << first.m_column << ", " << first.m_lost;
         EXPECT_NE(first.m_expected, nullptr);
-        const auto told = std::ranges::find(reading.faults, row.fault, &KIVCS2CaptionFileFault::m_fault);
-        ASSERT_NE(told, reading.faults.end());
-        EXPECT_EQ(std::memcmp(&*told, &first, sizeof first), 0);
+        const auto reported = std::ranges::find(reading.faults, row.fault, &KIVCS2CaptionFileFault::m_fault);
+        ASSERT_NE(reported, reading.faults.end());
+        EXPECT_EQ(std::memcmp(&*reported, &first, sizeof first), 0);
         EXPECT_EQ(reading.report().m_faults, reading.faults.size());
         EXPECT_EQ(KIVCS2_FAILED(reading.status), true);
         EXPECT_EQ(reading.status == KIVCS2STATUS_EOF_ERR, row.packets > 0);
@@ -193,13 +183,26 @@ TEST(CaptionFileFaults, OnlyRefusedFilesGiveNoHeader)
              {with(mcc("00:00:01:00\t414001FF"), "30DF", "29.97"), KIVCS2STATUS_FRAME_RATE_ERR},
              {kMCCHead, KIVCS2STATUS_NO_DATA_ERR}})
         EXPECT_EQ(Reading{content}.all().status, status) << content;
-    // The caller's counting overrules.
+    // The caller's counting takes precedence.
     KIVCS2CaptionReadOptions options{};
     options.m_counting = KIVCS2CaptionCounting_25;
     EXPECT_EQ(Reading(with(mcc(kLine), "30DF", "24"), options).all().packets.size(), 1u);
 }
 
-// The counting of a file whose first caption is behind what the reader looks at ahead.
+// Peers write U for four bytes, E1 00 00 00, or blanks before each line.
+TEST(CaptionFileSamples, OfPeersHaveTheSamePackets)
+{
+    const std::string sample = fileText(KIV_TEST_DATA "/pop-on-25.mcc");
+    std::string four = sample, blanks = sample;
+    for (size_t at = four.find("UZC1"); at != std::string::npos; at = four.find("UZC1", at))
+        four.replace(at, 4, "UC1");
+    for (size_t at = blanks.find("\n00:"); at != std::string::npos; at = blanks.find("\n00:", at + 1))
+        blanks.insert(at + 1, " ");
+    EXPECT_TRUE(four != sample && Reading{four}.all().hash() == Reading{sample}.all().hash());
+    EXPECT_EQ(Reading{blanks}.all().hash(), Reading{sample}.all().hash());
+}
+
+// The counting is found even if the first caption is beyond the bytes read ahead.
 TEST(CaptionFileHeaders, OfAnyLengthLeaveTheirCaptionsAVote)
 {
     for (const std::string &filler :
@@ -220,7 +223,7 @@ TEST(CaptionFileSCC, WordsKeepTheirFrames)
     Reading reading{scc("00:00:10:00\t9420 94 ae 94ae\n00:00:20:00\t94209420 942c")};
     reading.all();
     EXPECT_EQ(reading.pairs(), "9420 94ae 9420 942c ");
-    EXPECT_EQ(reading.packets[1].m_frame, 303u); // two words are lost, their frames stay empty
+    EXPECT_EQ(reading.packets[1].m_frame, 303u); // two words are lost: their frames stay empty
     EXPECT_EQ(reading.report().m_lostPairs, 2u);
 
     KIVCS2CaptionReadOptions both{};
@@ -240,7 +243,7 @@ TEST(CaptionFileSCC, ItsCodesNameTheField)
     KIVCS2CaptionReadOptions options{};
     options.m_field = 1;
     EXPECT_NE(Reading(second.text, options).all().pairs(0), "");
-    // Whatever stands between them.
+    // The separation of the words does not matter.
     EXPECT_EQ(Reading{scc("00:00:10:00\t94 1520  1520 152f")}.all().header.m_field, 2u);
     EXPECT_EQ(Reading{scc("00:00:10:00\t15201520 152f152f")}.all().header.m_field, 2u);
 }
@@ -262,7 +265,7 @@ TEST(CaptionFileSCC, ByFrameLinesWaitAndArePlaced)
     EXPECT_EQ(reading.count(FAULT(BackInTime)), 1u);
     Reading cut{text.substr(0, text.size() - 1), options}; // the last line end
     EXPECT_TRUE(text.back() == '\n' && cut.all().report().m_lines == reading.report().m_lines);
-    // A damaged line is told in its place; the pairs of a line of hours make the next one wait too long.
+    // A damaged line is reported in its place. The pairs of an hour make the next line wait too long.
     std::string hours;
     for (int pair = 0; pair < 108100; ++pair)
         hours += " 9420";
@@ -271,7 +274,8 @@ TEST(CaptionFileSCC, ByFrameLinesWaitAndArePlaced)
     EXPECT_EQ(late.packets.size(), 108102u);
     EXPECT_EQ(late.count(FAULT(WaitsTooLong)), 1u);
     EXPECT_EQ(late.count(FAULT(NotACaption)), 1u);
-    // Of a lost line nobody waits for the pairs that do not come; a comma says nothing about the counting.
+    // The lost pairs of a line are not waited for. A comma does not decide the counting.
+    EXPECT_EQ(Reading{scc("00:00:10,00\t9420")}.all().header.m_counting, KIVCS2CaptionCounting_29_97NDF);
     options.m_counting = KIVCS2CaptionCounting_FindOut;
     Reading lost{"Scenarist_SCC V1.0\n\n00:00:10,00\t9420 9420 942g\n00:00:10;02\t942c\n", options};
     EXPECT_EQ(lost.all().packets.at(0).m_frame, 302u);
@@ -280,22 +284,13 @@ TEST(CaptionFileSCC, ByFrameLinesWaitAndArePlaced)
 
 // ---- Damaged copies of our own samples ----
 
-std::vector<size_t> lineStarts(std::string_view text)
-{
-    std::vector<size_t> starts{0};
-    for (size_t at = 0; at < text.size(); ++at)
-        if (text[at] == '\n')
-            starts.push_back(at + 1);
-    return starts;
-}
-
 bool same(const KIVCS2CaptionPacket &a, const KIVCS2CaptionPacket &b)
 {
     return a.m_frame == b.m_frame && a.m_size == b.m_size && std::memcmp(a.m_anc, b.m_anc, a.m_size) == 0 &&
            std::memcmp(a.m_triplets, b.m_triplets, sizeof a.m_triplets) == 0;
 }
 
-// The packets of the lines before `first` and behind `last`.
+// The packets of the lines before `first` and after `last`.
 std::vector<KIVCS2CaptionPacket> outside(const Reading &reading, uint64_t first, uint64_t last)
 {
     std::vector<KIVCS2CaptionPacket> packets;
@@ -305,22 +300,16 @@ std::vector<KIVCS2CaptionPacket> outside(const Reading &reading, uint64_t first,
     return packets;
 }
 
-struct SampleTest : testing::TestWithParam<const char *>
-{
-    std::string text = fileText(std::string{KIV_TEST_DATA "/"} + GetParam());
-};
-
-TEST_P(SampleTest, OneBadByteLeavesTheNeighboursWhole)
+void expectNeighboursWhole(const std::string &text)
 {
     Reading good{text};
     good.all();
     ASSERT_TRUE(good.report().m_lostLines == 0 && good.packets.size() > 10);
-    const std::vector<size_t> starts = lineStarts(text);
-    for (size_t at = 0; at < text.size(); ++at)
+    uint64_t line = 1;
+    for (size_t at = 0; at < text.size(); line += text[at++] == '\n' ? 1 : 0)
     {
         const char bad = "x\0003 "[at % 4];
-        // A line end that goes joins two lines.
-        const auto line = static_cast<uint64_t>(std::ranges::upper_bound(starts, at) - starts.begin());
+        // Without its end a line is joined with the next.
         const uint64_t last = line + (text[at] == '\n' ? 1 : 0);
         const bool joins = text[at] == '\n' && text[at - 1] != '\r';
         std::string damaged = text;
@@ -340,16 +329,15 @@ TEST_P(SampleTest, OneBadByteLeavesTheNeighboursWhole)
     }
 }
 
-TEST_P(SampleTest, CutAnywhereItEndsWithWhatIsWhole)
+void expectCutEndsWhole(const std::string &text)
 {
     Reading good{text};
     good.all();
-    const std::vector<size_t> starts = lineStarts(text);
-    for (size_t size = 0; size < text.size(); ++size)
+    uint64_t line = 1;
+    for (size_t size = 0; size < text.size(); line += text[size++] == '\n' ? 1 : 0)
     {
         Reading reading{text.substr(0, size)};
         reading.all();
-        const auto line = static_cast<uint64_t>(std::ranges::upper_bound(starts, size) - starts.begin());
         const auto whole = outside(good, line, UINT64_MAX);
         ASSERT_GE(reading.packets.size(), whole.size()) << size;
         for (size_t index = 0; index < whole.size(); ++index)
@@ -367,16 +355,17 @@ TEST_P(SampleTest, CutAnywhereItEndsWithWhatIsWhole)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Samples, SampleTest,
-                         testing::Values("pop-on-ndf.scc", "roll-up-df-crlf.scc", "pop-on-25.mcc",
-                                         "suffixes-v2-crlf.mcc", "plain-hex-30df.mcc"),
-                         [](const auto &sample)
-                         {
-                             std::string name = sample.param;
-                             std::ranges::replace_if(
-                                 name, [](char c) { return !std::isalnum(c); }, '_');
-                             return name;
-                         });
+TEST(CaptionFileSamples, OneBadByteOrACutLeavesTheOtherLinesWhole)
+{
+    for (const char *sample : {"pop-on-ndf.scc", "roll-up-df-crlf.scc", "pop-on-25.mcc",
+                               "suffixes-v2-crlf.mcc", "plain-hex-30df.mcc"})
+    {
+        SCOPED_TRACE(sample);
+        const std::string text = fileText(std::string{KIV_TEST_DATA "/"} + sample);
+        expectNeighboursWhole(text);
+        expectCutEndsWhole(text);
+    }
+}
 
 // ---- Streams, seeking, long lines ----
 
@@ -416,7 +405,7 @@ TEST(CaptionFileSeek, AFileMayRunOverMidnightInBothOrders)
     }
 }
 
-TEST(CaptionFileSeek, OutOfALineThatIsReadInPieces)
+TEST(CaptionFileSeek, LeavesALineThatIsReadInPieces)
 {
     std::string words;
     for (int pair = 0; pair < 20000; ++pair)
@@ -429,7 +418,6 @@ TEST(CaptionFileSeek, OutOfALineThatIsReadInPieces)
     EXPECT_EQ(soughtIn(reading, 19000).m_frame, 19000u);
 }
 
-// A million-caption file is made elsewhere; here every frame of a small one is asked for, both ways.
 TEST(CaptionFileSeek, FindsTheFirstPacketFromAFrameOnInBothOrders)
 {
     std::string text = kSCCHead;
@@ -465,6 +453,34 @@ TEST(CaptionFileSeek, FindsTheFirstPacketFromAFrameOnInBothOrders)
     }
 }
 
+// A caption file on a stream, open while the object exists.
+struct Opened
+{
+    KIVCS2CaptionFile file{};
+    uint64_t faults = 0; // of all packets
+
+    explicit Opened(KIVCS2Stream &stream, bool owns = false)
+    {
+        EXPECT_EQ(kivCS2CaptionFile_initReading(&file, &stream, owns, nullptr), KIVCS2STATUS_OK);
+    }
+    ~Opened()
+    {
+        EXPECT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
+    }
+    // Reads to the status `end`, which repeats. Returns the number of packets.
+    size_t packets(KIVCS2Status end = KIVCS2STATUS_EOF_ERR)
+    {
+        size_t count = 0;
+        KIVCS2CaptionPacket packet;
+        KIVCS2Status status = KIVCS2STATUS_OK;
+        for (; KIVCS2_SUCCEEDED(status = kivCS2CaptionFile_readPacket(&file, &packet)); ++count)
+            faults |= packet.m_faults;
+        EXPECT_EQ(status, end);
+        EXPECT_EQ(kivCS2CaptionFile_readPacket(&file, &packet), end);
+        return count;
+    }
+};
+
 TEST(CaptionFileStreams, PipesAreReadAndCannotBeMoved)
 {
     const std::string text = fileText(KIV_TEST_DATA "/pop-on-25.mcc");
@@ -474,37 +490,26 @@ TEST(CaptionFileStreams, PipesAreReadAndCannotBeMoved)
     KIVCS2CaptionFile file;
     EXPECT_EQ(kivCS2CaptionFile_initReading(&file, &host.m_stream, false, &options),
               KIVCS2STATUS_UNSUPPORTED_ERR);
-    ASSERT_EQ(kivCS2CaptionFile_initReading(&file, &host.m_stream, false, nullptr), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2CaptionFile_seek(&file, 0), KIVCS2STATUS_UNSUPPORTED_ERR);
-    size_t count = 0;
-    KIVCS2CaptionPacket packet;
-    while (KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file, &packet)))
-        ++count;
-    EXPECT_EQ(count, 18u);
-    EXPECT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
+    Opened opened{host.m_stream};
+    EXPECT_EQ(kivCS2CaptionFile_seek(&opened.file, 0), KIVCS2STATUS_UNSUPPORTED_ERR);
+    EXPECT_EQ(opened.packets(), 18u);
 }
 
-// A stream that fails in the middle of a line gives the whole lines before it, its status, and no more.
-TEST(CaptionFileStreams, AFailureIsToldAndNothingCutComes)
+// A stream that fails within a line gives only the whole lines before it, and its status.
+TEST(CaptionFileStreams, AFailureIsReportedAndNoCutPacketReturned)
 {
     const std::string text = fileText(KIV_TEST_DATA "/pop-on-25.mcc");
     for (size_t cut = 0; cut < text.size(); cut += 37)
     {
         kiv::test::HostStream host{{text.begin(), text.begin() + static_cast<ptrdiff_t>(cut)}};
         host.m_failsAt = cut;
-        KIVCS2CaptionFile file;
-        ASSERT_EQ(kivCS2CaptionFile_initReading(&file, &host.m_stream, false, nullptr), KIVCS2STATUS_OK);
-        KIVCS2CaptionPacket packet;
-        KIVCS2Status status = KIVCS2STATUS_OK;
-        while (KIVCS2_SUCCEEDED(status = kivCS2CaptionFile_readPacket(&file, &packet)))
-            ASSERT_EQ(packet.m_faults, 0u);
-        EXPECT_EQ(status, KIVCS2STATUS_READ_ERR) << cut;
-        EXPECT_EQ(kivCS2CaptionFile_readPacket(&file, &packet), KIVCS2STATUS_READ_ERR);
-        kivCS2CaptionFile_free(&file);
+        Opened opened{host.m_stream};
+        (void)opened.packets(KIVCS2STATUS_READ_ERR);
+        EXPECT_EQ(opened.faults, 0u) << cut;
     }
 }
 
-TEST(CaptionFileStreams, AFileStreamThatReportsAllOrNothingLosesNothing)
+TEST(CaptionFileStreams, AFileStreamThatReportsAllOrNothingLosesNoBytes)
 {
     const kiv::test::TemporaryFolder folder;
     for (const size_t lines : {1, 100, 5000})
@@ -512,18 +517,10 @@ TEST(CaptionFileStreams, AFileStreamThatReportsAllOrNothingLosesNothing)
         std::string text = kSCCHead;
         for (size_t line = 0; line < lines; ++line)
             text += "00:00:01:00\t9420 94ae\r\n";
-        const std::string path = folder.path("file.scc");
-        std::ofstream{path, std::ios::binary} << text;
+        const std::string path = folder.write("file.scc", text);
         KIVCS2FileStream stream;
         ASSERT_EQ(kivCS2FileStream_init(&stream, path.c_str(), "r"), KIVCS2STATUS_OK);
-        KIVCS2CaptionFile file;
-        ASSERT_EQ(kivCS2CaptionFile_initReading(&file, &stream.m_stream, true, nullptr), KIVCS2STATUS_OK);
-        size_t count = 0;
-        KIVCS2CaptionPacket packet;
-        while (KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file, &packet)))
-            ++count;
-        EXPECT_EQ(count, 2 * lines);
-        kivCS2CaptionFile_free(&file);
+        EXPECT_EQ(Opened(stream.m_stream, true).packets(), 2 * lines);
     }
 }
 
@@ -537,20 +534,16 @@ TEST(CaptionFileLines, OfAnyLengthAreReadInPieces)
     EXPECT_EQ(reading.packets.size(), 40002u);
     EXPECT_EQ(reading.packets[40000].m_frame, 40030u);
     EXPECT_EQ(reading.packets[40001].m_line, 4u);
-    // Digits without end: one word, lost, and the next line is there.
+    // Endless digits are one word, which is lost; the next line is read.
     Reading digits{scc("00:00:01:00\t9420 " + std::string(300000, '9') + " 94ae\n00:20:00:00\t942c")};
     digits.all();
     EXPECT_EQ(digits.pairs(), "9420 94ae 942c ");
     EXPECT_EQ(digits.packets[1].m_frame, 32u);
     EXPECT_EQ(digits.report().m_lostPairs, 1u);
-    Reading packet{mcc("00:00:00:29\t" + std::string(300000, '9') + "\n" + kLine)};
-    packet.all();
-    EXPECT_EQ(packet.packets.size(), 1u);
-    EXPECT_EQ(packet.count(FAULT(LongPacket)), 1u);
 }
 
-// A line of digits that a stream makes as it is read: no byte is asked for twice, and what stands behind
-// the line comes. A gigabyte, or with sanitizers on what takes no longer.
+// A line of digits that a stream makes as it is read. No byte is read twice, and the next line is found. A
+// gigabyte; less with sanitizers, which are slower.
 #ifdef NDEBUG
 constexpr uint64_t kDigits = 1'000'000'000;
 #else
@@ -567,11 +560,11 @@ struct EndlessLine
         m_stream.m_readBytes = [](KIVCS2Stream *stream, void *buffer, uint64_t size, uint64_t *bytesRead)
         {
             auto &line = *reinterpret_cast<EndlessLine *>(stream);
-            const uint64_t behind = line.front.size() + kDigits;
-            const std::string &text = line.at < behind ? line.front : line.back;
-            const uint64_t from = line.at < behind ? line.at : line.at - behind;
-            const bool isDigits = line.at >= line.front.size() && line.at < behind;
-            const uint64_t count = std::min(size, isDigits ? behind - line.at : text.size() - from);
+            const uint64_t digitsEnd = line.front.size() + kDigits;
+            const std::string &text = line.at < digitsEnd ? line.front : line.back;
+            const uint64_t from = line.at < digitsEnd ? line.at : line.at - digitsEnd;
+            const bool isDigits = line.at >= line.front.size() && line.at < digitsEnd;
+            const uint64_t count = std::min(size, isDigits ? digitsEnd - line.at : text.size() - from);
             if (isDigits)
                 std::memset(buffer, '9', count);
             else
@@ -594,65 +587,43 @@ TEST(CaptionFileLines, OfAGigabyteTakeLinearTimeAndNoMemory)
              {kMCCHead + "Author=", packet, 1, FAULT(HeaderLong)}})
     {
         EndlessLine line{begins, ends};
-        KIVCS2CaptionFile file;
-        ASSERT_EQ(kivCS2CaptionFile_initReading(&file, &line.m_stream, false, nullptr), KIVCS2STATUS_OK);
-        size_t found = 0;
-        KIVCS2CaptionPacket one;
-        while (KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file, &one)))
-            ++found;
-        EXPECT_EQ(found, packets) << begins;
-        EXPECT_EQ(line.at, line.front.size() + kDigits + line.back.size());
+        Opened opened{line.m_stream};
+        EXPECT_EQ(opened.packets(), packets) << begins;
         uint64_t count = 0;
-        EXPECT_EQ(kivCS2CaptionFile_getFaultCount(&file, fault, &count, nullptr), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2CaptionFile_getFaultCount(&opened.file, fault, &count, nullptr), KIVCS2STATUS_OK);
         EXPECT_EQ(count, 1u) << begins;
-        kivCS2CaptionFile_free(&file);
+        EXPECT_EQ(line.at, line.front.size() + kDigits + line.back.size());
     }
 }
 
 // ---- Real files ----
 
-// Every word of an SCC file is a packet; of ndf-tears-of-steel.scc 152 words are empty pairs (80 80).
+// Every word of an SCC file is a packet. ndf-tears-of-steel.scc has 152 empty pairs (80 80).
 struct Golden
 {
     const char *file;
     KIVCS2CaptionCounting counting;
     size_t packets, pairs1, pairs2; // empty pairs not counted
     uint64_t hash;
-    std::map<KIVCS2CaptionFault, uint64_t> faults;
+    std::string faults; // with their counts
 };
 
-TEST(CaptionFileCorpus, RealFilesGiveWhatIsKnownOfThem)
+TEST(CaptionFileCorpus, RealFilesGiveTheGoldenResults)
 {
     KIV_NEED_CORPUS();
     const KIVCS2CaptionCounting df = KIVCS2CaptionCounting_29_97DF, ndf = KIVCS2CaptionCounting_29_97NDF;
     const std::vector<Golden> files = {
-        {"mcc/BigBuckBunny_256x144-24fps.mcc",
-         KIVCS2CaptionCounting_23_98,
-         688,
-         323,
-         344,
-         1834093209773326977u,
-         {{FAULT(CDPChecksumMissing), 688}, {FAULT(Sequence), 42}}},
-        {"mcc/premiere2025-30df.mcc", df, 533, 198, 0, 17863962859161499553u, {}},
-        {"scc/df-crlf-out-of-order.scc",
-         df,
-         12370,
-         12370,
-         0,
-         3531358988449529362u,
-         {{FAULT(BlanksBehind), 632}, {FAULT(BackInTime), 1}, {FAULT(Overlap), 2}}},
-        {"scc/df-rollup-no-final-newline.scc", df, 259, 259, 0, 8201492743205152756u, {{FAULT(Parity), 6}}},
-        {"scc/df-short.scc", df, 265, 265, 0, 7049566880893957213u, {{FAULT(BlanksBehind), 15}}},
-        {"scc/df-simple.scc", df, 31, 31, 0, 2669425433593298955u, {{FAULT(Parity), 12}}},
-        {"scc/ndf-crlf.scc", ndf, 93, 93, 0, 15213636595646879u, {}},
-        {"scc/ndf-overlap.scc",
-         ndf,
-         83,
-         83,
-         0,
-         7048860838568202523u,
-         {{FAULT(Parity), 56}, {FAULT(Overlap), 1}}},
-        {"scc/ndf-tears-of-steel.scc", ndf, 1438, 1286, 0, 13818637304905125186u, {}},
+        {"mcc/BigBuckBunny_256x144-24fps.mcc", KIVCS2CaptionCounting_23_98, 688, 323, 344,
+         1834093209773326977u, "CDP checksum missing 688, sequence 42, "},
+        {"mcc/premiere2025-30df.mcc", df, 533, 198, 0, 17863962859161499553u, ""},
+        {"scc/df-crlf-out-of-order.scc", df, 12370, 12370, 0, 3531358988449529362u,
+         "blanks behind data 632, back in time 1, overlap 2, "},
+        {"scc/df-rollup-no-final-newline.scc", df, 259, 259, 0, 8201492743205152756u, "parity 6, "},
+        {"scc/df-short.scc", df, 265, 265, 0, 7049566880893957213u, "blanks behind data 15, "},
+        {"scc/df-simple.scc", df, 31, 31, 0, 2669425433593298955u, "parity 12, "},
+        {"scc/ndf-crlf.scc", ndf, 93, 93, 0, 15213636595646879u, ""},
+        {"scc/ndf-overlap.scc", ndf, 83, 83, 0, 7048860838568202523u, "parity 56, overlap 1, "},
+        {"scc/ndf-tears-of-steel.scc", ndf, 1438, 1286, 0, 13818637304905125186u, ""},
     };
     for (const Golden &golden : files)
     {
@@ -664,46 +635,14 @@ TEST(CaptionFileCorpus, RealFilesGiveWhatIsKnownOfThem)
         EXPECT_EQ(reading.pairs(0).size() / 5, golden.pairs1);
         EXPECT_EQ(reading.pairs(1).size() / 5, golden.pairs2);
         EXPECT_EQ(reading.hash(), golden.hash);
-        std::map<KIVCS2CaptionFault, uint64_t> faults;
-        for (const KIVCS2CaptionFileFault &fault : reading.faults)
-            ++faults[fault.m_fault];
+        std::string faults;
+        for (KIVCS2CaptionFault fault = 1; fault < KIVCS2CaptionFault_MAX; ++fault)
+            if (const uint64_t count = reading.count(fault); count > 0)
+                faults +=
+                    std::string{kivCS2CaptionFile_getFaultName(fault)} + ' ' + std::to_string(count) + ", ";
         EXPECT_EQ(faults, golden.faults);
     }
     EXPECT_EQ(Reading(fileText(kiv::test::corpus() / "mcc/empty.mcc")).all().status, KIVCS2STATUS_HEADER_ERR);
-}
-
-// Words of 10 bits, two bytes each, from the DID on (SMPTE ST 291-1).
-TEST(CaptionFileCorpus, CapturedPacketsAreWhole)
-{
-    KIV_NEED_CORPUS();
-    const std::string text = fileText(kiv::test::corpus() / "anc/1080i-708b.s291-10bit.be16");
-    const auto word = [&](size_t index)
-    { return static_cast<uint8_t>(text.at(2 * index)) << 8 | static_cast<uint8_t>(text.at(2 * index + 1)); };
-    size_t packets = 0;
-    size_t at = 0;
-    for (; at < text.size() / 2; ++packets)
-    {
-        const size_t count = word(at + 2) & 0xFFu;
-        std::vector<uint8_t> bytes;
-        int sum = 0; // of nine bits; the tenth is the ninth turned over
-        for (size_t index = 0; index < 3 + count; ++index)
-        {
-            bytes.push_back(static_cast<uint8_t>(word(at + index)));
-            sum = (sum + word(at + index)) & 0x1FF;
-        }
-        ASSERT_EQ(word(at + 3 + count), sum | (~sum << 1 & 0x200)) << packets;
-        // Of 8-bit words the checksum is another one.
-        bytes.push_back(0);
-        for (size_t index = 0; index + 1 < bytes.size(); ++index)
-            bytes.back() = static_cast<uint8_t>(bytes.back() + bytes[index]);
-        KIVCS2CaptionPacket packet;
-        ASSERT_EQ(kivCS2CaptionPacket_parse(&packet, bytes.data(), static_cast<uint32_t>(bytes.size())),
-                  KIVCS2STATUS_OK);
-        EXPECT_TRUE(packet.m_faults == 0 && packet.m_did == 0x61 && packet.m_sdid == 0x01) << packets;
-        at += count + 4;
-    }
-    EXPECT_EQ(2 * at, text.size());
-    EXPECT_EQ(packets, 300u);
 }
 
 TEST(CaptionFileArguments, AreChecked)
@@ -714,19 +653,17 @@ TEST(CaptionFileArguments, AreChecked)
     KIVCS2CaptionReadOptions options{};
     options.m_kind = KIVCS2CaptionFileKind_SRT;
     uint64_t count = 0;
-    const KIVCS2Status refused = KIVCS2STATUS_PARAM_ERR;
     kiv::test::expectAllRefused({
-        KIV_REFUSES(refused, kivCS2CaptionFile_initReading, "file", nullptr, &memory.m_stream, false,
-                    nullptr),
-        KIV_REFUSES(refused, kivCS2CaptionFile_initReading, "stream", &file, nullptr, false, nullptr),
-        KIV_REFUSES(refused, kivCS2CaptionFile_initReading, "used.m_kind <= KIVCS2CaptionFileKind_MCC2",
-                    &file, &memory.m_stream, false, &options),
-        KIV_REFUSES(refused, kivCS2CaptionFile_readHeader, "file->m_state", &file, nullptr),
-        KIV_REFUSES(refused, kivCS2CaptionFile_readPacket, "packet", &file, nullptr),
-        KIV_REFUSES(refused, kivCS2CaptionFile_readPacket, "file->m_state", &file, &packet),
-        KIV_REFUSES(refused, kivCS2CaptionFile_getFaultCount, "kiv::cc::faultRow(fault) != nullptr", &file, 0,
-                    &count, nullptr),
-        KIV_REFUSES(refused, kivCS2CaptionFile_free, "file", nullptr),
+        KIV_REQUIRES(kivCS2CaptionFile_initReading, "file", nullptr, &memory.m_stream, false, nullptr),
+        KIV_REQUIRES(kivCS2CaptionFile_initReading, "stream", &file, nullptr, false, nullptr),
+        KIV_REQUIRES(kivCS2CaptionFile_initReading, "used.m_kind <= KIVCS2CaptionFileKind_MCC2", &file,
+                     &memory.m_stream, false, &options),
+        KIV_REQUIRES(kivCS2CaptionFile_readHeader, "file->m_state", &file, nullptr),
+        KIV_REQUIRES(kivCS2CaptionFile_readPacket, "packet", &file, nullptr),
+        KIV_REQUIRES(kivCS2CaptionFile_readPacket, "file->m_state", &file, &packet),
+        KIV_REQUIRES(kivCS2CaptionFile_getFaultCount, "kiv::cc::faultRow(fault) != nullptr", &file, 0, &count,
+                     nullptr),
+        KIV_REQUIRES(kivCS2CaptionFile_free, "file", nullptr),
     });
     EXPECT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
     EXPECT_EQ(sizeof(KIVCS2CaptionFileFault), 136u);
