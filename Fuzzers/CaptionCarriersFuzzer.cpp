@@ -1,5 +1,5 @@
-// Caption packets in every form. Input: the form (its high bit: any packet); then the bytes. What is found
-// whole is found again where it is wrapped.
+// Caption packets in every form. Input: the form (its high bit: any packet); then the bytes. A whole packet
+// is found again after it is wrapped.
 #include "Require.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionPacket.h>
@@ -15,7 +15,7 @@ void thereAndBack(KIVCS2CaptionCarrier form, const KIVCS2CaptionPacket &packet, 
 {
     const KIVCS2CaptionCarrier carrier = form & ~kAny;
     if (carrier == KIVCS2CaptionCarrier_436M)
-        place.m_coding = 7; // of 8 bits none says that the checksum was there
+        place.m_coding = 7; // in the 8-bit form the checksum may be missing
     uint64_t size = 0, at = 0;
     require(kivCS2CaptionPacket_wrap(carrier, &packet, 1, &place, &place.m_rtp, nullptr, &size) ==
             KIVCS2STATUS_BUFFER_SIZE_ERR);

@@ -1,4 +1,5 @@
-// Any triplets through the decoder: a byte of options, then a byte of frames and three bytes a triplet.
+// Any triplets through the decoder. Input: options; then for each triplet the frames to it and its three
+// bytes.
 #include "Require.h"
 
 #include "KIVCS2CaptionDecoder.h"

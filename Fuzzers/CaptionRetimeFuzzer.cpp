@@ -1,5 +1,5 @@
-// Any triplets retimed there and back: two bytes of options, then five for each packet of one triplet, which
-// are the frames to it, the triplet, and flags. Nothing is lost, and the order stays.
+// Any triplets retimed there and back: none is lost, and the order stays. Input: two bytes of options; then
+// for each packet of one triplet the frames to it, the triplet, and flags.
 #include "Require.h"
 
 #include "KIVCS2CaptionRetime.h"
@@ -13,7 +13,7 @@
 namespace
 {
 using Packets = std::vector<KIVCS2CaptionPacket>;
-// What is queued, as it goes by: pairs of field 1, of field 2, CEA-708.
+// The contents of the queues in their order: pairs of field 1, of field 2, CEA-708.
 using Queued = std::array<std::string, 3>;
 
 KIVCS2Status onPacket(const KIVCS2CaptionPacket *packet, void *context)
@@ -57,7 +57,7 @@ Packets retime(const KIVCS2CaptionRetimeOptions &options, const Packets &source)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    constexpr size_t kMost = 102; // 20 packets: what lies between them is made too
+    constexpr size_t kMost = 102; // 20 packets: those between them are made too
     if (size < 2 || size > kMost)
         return 0;
     KIVCS2CaptionRetimeOptions there{1 + data[0] % 10u, 1 + data[0] / 10 % 10u, 0, 0, 0, data[1] % 16, {}};
@@ -74,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         packet.m_serviceCount = from[4] / 16;
         packet.m_services[0].m_service = from[0];
     }
-    const bool isPart = data[1] >= 128; // of a part nothing is lost either, which the report says
+    const bool isPart = data[1] >= 128; // the report shows that a part loses no data either
     there.m_first = isPart ? frame / 4 : 0;
     there.m_last = isPart ? frame / 2 : 0;
     there.m_mode = isPart ? KIVCS2CaptionRetimeMode_HasLast : 0;

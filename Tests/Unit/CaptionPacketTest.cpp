@@ -1,4 +1,4 @@
-// Countings, and packets taken apart and put together.
+// Countings, and caption packets parsed and built.
 #include "ArgumentCheck.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionPacket.h>
@@ -36,18 +36,11 @@ TEST(CaptionCounting, EveryFrameOfADayHasOneTextAndBack)
     }
 }
 
-// Frames by SMPTE ST 12-1; the real time of an hour of drop-frame is 3.6 ms from the clock's.
+// Frames by SMPTE ST 12-1. An hour of drop-frame timecode is 3.6 ms shorter than an hour.
 TEST(CaptionCounting, KnownFramesAndTimes)
 {
-    struct Row
-    {
-        KIVCS2CaptionCounting counting;
-        const char *text;
-        uint32_t frame;
-        bool exists;
-        uint64_t nanoseconds;
-    };
-    for (const Row &row :
+    using Row = std::tuple<KIVCS2CaptionCounting, const char *, uint32_t, bool, uint64_t>;
+    for (const auto &[counting, text, wanted, wantedExists, wantedTime] :
          std::vector<Row>{{KIVCS2CaptionCounting_29_97DF, "00:01:00;02", 1800, true, 60'060'000'000},
                           {KIVCS2CaptionCounting_29_97DF, "00:01:00;00", 1800, false, 60'060'000'000},
                           {KIVCS2CaptionCounting_29_97DF, "01:00:00;00", 107892, true, 3'599'996'400'000},
@@ -59,13 +52,11 @@ TEST(CaptionCounting, KnownFramesAndTimes)
         uint32_t frame = 0;
         bool exists = false;
         uint64_t nanoseconds = 0;
-        EXPECT_EQ(kivCS2CaptionCounting_frameFromText(row.counting, row.text, &frame, &exists),
-                  KIVCS2STATUS_OK);
-        EXPECT_EQ(frame, row.frame) << row.text;
-        EXPECT_EQ(exists, row.exists) << row.text;
-        EXPECT_EQ(kivCS2CaptionCounting_nanosecondsOfFrame(row.counting, frame, &nanoseconds),
-                  KIVCS2STATUS_OK);
-        EXPECT_EQ(nanoseconds, row.nanoseconds) << row.text;
+        EXPECT_EQ(kivCS2CaptionCounting_frameFromText(counting, text, &frame, &exists), KIVCS2STATUS_OK);
+        EXPECT_EQ(frame, wanted) << text;
+        EXPECT_EQ(exists, wantedExists) << text;
+        EXPECT_EQ(kivCS2CaptionCounting_nanosecondsOfFrame(counting, frame, &nanoseconds), KIVCS2STATUS_OK);
+        EXPECT_EQ(nanoseconds, wantedTime) << text;
     }
     uint64_t last = 0;
     EXPECT_EQ(kivCS2CaptionCounting_nanosecondsOfFrame(KIVCS2CaptionCounting_23_98, UINT32_MAX, &last),
@@ -101,13 +92,13 @@ TEST(CaptionPacketBuild, At2997ItIsThePacketOfTheDescribedBuilder)
         KIVCS2STATUS_OK);
     ASSERT_EQ(packet.m_size, size + 4);
     EXPECT_EQ(std::memcmp(packet.m_anc + 3, cdp, size), 0);
-    KIVCS2CaptionPacket parsed; // of the CDP alone: the same packet around it, but for the parity of 15 2C
+    KIVCS2CaptionPacket parsed; // of only the CDP: the same packet around it
     ASSERT_EQ(kivCS2CaptionPacket_parse(&parsed, cdp, size), KIVCS2STATUS_OK);
     EXPECT_EQ(std::memcmp(&parsed, &packet, sizeof parsed), 0);
     EXPECT_EQ(parsed.m_faults, 0u);
 }
 
-TEST(CaptionPacketBuild, EveryRateCarriesWhatItTakesApartAgain)
+TEST(CaptionPacketBuild, EveryRateIsParsedBack)
 {
     const KIVCS2CaptionServiceEntry services[] = {{KIVCS2CaptionService_CC1, "eng", 0, 0, {}},
                                                   {KIVCS2CaptionService_CC3, "spa", 0, 1, {}},
@@ -142,7 +133,7 @@ TEST(CaptionPacketBuild, EveryRateCarriesWhatItTakesApartAgain)
     }
 }
 
-// Up to 30 frames a second have both fields of line 21, from 50 on they take turns.
+// Up to 30 frames a second every frame has both fields of line 21; from 50 on the fields alternate.
 TEST(CaptionPacketBuild, EmptyPairsAreThoseThatLine21Has)
 {
     const KIVCS2CaptionPairs second{{0, 1}, {{}, {{0x15, 0x2C}}}, {}};
@@ -191,18 +182,17 @@ TEST(CaptionPacketRecords, SizesAndArguments)
     KIVCS2CaptionPairs many{};
     many.m_count[1] = 32;
     const KIVCS2CaptionServiceEntry text{KIVCS2CaptionService_T1, {}, 0, 0, {}};
-    const KIVCS2Status refused = KIVCS2STATUS_PARAM_ERR;
     const uint8_t byte = 0;
     kiv::test::expectAllRefused({
-        KIV_REFUSES(refused, kivCS2CaptionPacket_parse, "packet", nullptr, &byte, 1),
-        KIV_REFUSES(refused, kivCS2CaptionPacket_parse, "bytes", &packet, nullptr, 1),
-        KIV_REFUSES(refused, kivCS2CaptionPacket_build,
-                    "(pairs == nullptr) || ((pairs->m_count[0] <= 31) && (pairs->m_count[1] <= 31))", &packet,
-                    1, 0, &many, nullptr, nullptr, 0),
-        KIV_REFUSES(refused, kivCS2CaptionPacket_build, "kiv::cc::isService(entry.m_service)", &packet, 1, 0,
-                    nullptr, nullptr, &text, 1),
-        KIV_REFUSES(refused, kivCS2CaptionPacket_getPairs, "pairs", &packet, nullptr),
-        KIV_REFUSES(refused, kivCS2CaptionCounting_textFromFrame, "text", 1, 0, nullptr),
+        KIV_REQUIRES(kivCS2CaptionPacket_parse, "packet", nullptr, &byte, 1),
+        KIV_REQUIRES(kivCS2CaptionPacket_parse, "bytes", &packet, nullptr, 1),
+        KIV_REQUIRES(kivCS2CaptionPacket_build,
+                     "(pairs == nullptr) || ((pairs->m_count[0] <= 31) && (pairs->m_count[1] <= 31))",
+                     &packet, 1, 0, &many, nullptr, nullptr, 0),
+        KIV_REQUIRES(kivCS2CaptionPacket_build, "kiv::cc::isService(entry.m_service)", &packet, 1, 0, nullptr,
+                     nullptr, &text, 1),
+        KIV_REQUIRES(kivCS2CaptionPacket_getPairs, "pairs", &packet, nullptr),
+        KIV_REQUIRES(kivCS2CaptionCounting_textFromFrame, "text", 1, 0, nullptr),
     });
 }
 } // namespace

@@ -1,4 +1,4 @@
-// Captions on other rates: everything arrives, in order, near its moment, and real files decode the same.
+// Captions at other rates: all arrive in order and near their moments, and real files decode the same.
 #include "ArgumentCheck.h"
 #include "CaptionReading.h"
 
@@ -15,7 +15,7 @@ using namespace kiv::test;
 
 using Packets = std::vector<KIVCS2CaptionPacket>;
 using Triplet = std::array<uint8_t, 3>;
-using Placed = std::vector<std::pair<uint32_t, Triplet>>; // on frames
+using Placed = std::vector<std::pair<uint32_t, Triplet>>; // frame and triplet
 
 constexpr KIVCS2CaptionCounting kDF = KIVCS2CaptionCounting_29_97DF, k24 = KIVCS2CaptionCounting_24,
                                 k25 = KIVCS2CaptionCounting_25, k30 = KIVCS2CaptionCounting_30,
@@ -48,7 +48,7 @@ Packets packetsOf(const Placed &placed)
     return made;
 }
 
-// What waits in a queue: the pairs of a field that are not empty, or the bytes of CEA-708.
+// The contents of a queue: the pairs of a field that are not empty, or the bytes of CEA-708.
 Placed placedIn(const Packets &packets, int queue)
 {
     Placed found;
@@ -66,13 +66,13 @@ bool haveSame(const Packets &a, const Packets &b, int queue)
     return std::ranges::equal(placedIn(a, queue), placedIn(b, queue), {}, &Item::second, &Item::second);
 }
 
-// Each packet of the result is without a fault, and its counters count on.
+// The packets of a retiming. Each is checked to have no fault and the next counters.
 struct Retimed
 {
     Packets packets;
     KIVCS2CaptionRetimeReport report{};
     std::vector<KIVCS2Status> refusals;
-    uint32_t failEvery, calls = 0; // the callback fails on every call of that number
+    uint32_t failEvery, calls = 0; // every `failEvery`-th call of the callback fails; 0: none
 
     Retimed(const KIVCS2CaptionRetimeOptions &options, const Packets &source, uint32_t failing = 0)
         : failEvery{failing}
@@ -116,8 +116,8 @@ Packets programme(uint32_t first, uint32_t frames)
     return packetsOf(made);
 }
 
-// A pair is late by the wait that is told at most, and early by a frame, or by two of the source more if it
-// is the repeat of a code.
+// A pair is late by at most the reported wait, and early by at most a frame, or two source frames more if it
+// repeats a code.
 TEST(CaptionRetime, EverythingArrivesInOrderAtEveryRateAndBack)
 {
     const Packets source = programme(107890, 400);
@@ -141,8 +141,8 @@ TEST(CaptionRetime, EverythingArrivesInOrderAtEveryRateAndBack)
     }
 }
 
-// Two equal codes within two frames are one, further apart they are two: so they must stay. At 59.94 the
-// first repeat would be ready for frame 8 only, with an empty pair before it.
+// Two equal codes within two frames count once, further apart they count twice; that must not change. At
+// 59.94 the first repeat would only be ready for frame 8, after an empty pair.
 TEST(CaptionRetime, DoubledCodesStayNeighboursAndSingleOnesStayApart)
 {
     const Triplet code{0xFC, 0x94, 0xAD}, text{0xFC, 0xC1, 0xC2}, empty{0xFC, 0x80, 0x80};
@@ -158,7 +158,7 @@ TEST(CaptionRetime, DoubledCodesStayNeighboursAndSingleOnesStayApart)
     EXPECT_EQ(retimed(same, {{90000, code}, {90002, text}}), (Placed{{90001, code}, {90003, text}}));
 }
 
-TEST(CaptionRetime, WaitsAreToldAndEndAtAnHour)
+TEST(CaptionRetime, WaitsAreReportedAndEndAtAnHour)
 {
     // 20 pairs in 20 frames at 25 pairs a second: the last is ready on frame 31 and leaves on 38.
     Placed pairs, bytes;
@@ -168,7 +168,7 @@ TEST(CaptionRetime, WaitsAreToldAndEndAtAnHour)
     EXPECT_EQ(placedIn(at50.packets, 0).back().first, 38u);
     EXPECT_TRUE(at50.report.m_wait[0] == 7 && at50.report.m_waitTime[0] == 140'000'000);
     EXPECT_TRUE(at50.report.m_packetsBehind == 6 && at50.report.m_lastFrame == 38); // frame 20 would be 33
-    // 20 triplets a frame leave no room for line 21: 1,800 at 22.5 a frame take 80 frames, not 72.
+    // 20 triplets in each frame leave no room for line 21: 1,800 at 22.5 a frame take 80 frames, not 72.
     for (uint32_t triplet = 0; triplet < 1800; ++triplet)
         bytes.push_back({triplet / 20, {0xFE, 1, 2}});
     const KIVCS2CaptionRetimeReport at24 =
@@ -179,7 +179,7 @@ TEST(CaptionRetime, WaitsAreToldAndEndAtAnHour)
     for (KIVCS2CaptionPacket &packet : many)
         for (packet.m_tripletCount = 0; packet.m_tripletCount < 31; ++packet.m_tripletCount)
             std::memcpy(packet.m_triplets[packet.m_tripletCount], "\xFC!!", 3);
-    const Retimed full{fromTo(kDF, kDF), many}; // 131,072 pairs have room
+    const Retimed full{fromTo(kDF, kDF), many}; // there is room for 131,072 pairs
     EXPECT_EQ(full.refusals, std::vector<KIVCS2Status>{KIVCS2STATUS_OVERFLOW_ERR});
     EXPECT_TRUE(full.report.m_pairsOut[0] == 4228 * 31 && full.report.m_packetsRefused == 1);
 }
@@ -193,17 +193,19 @@ TEST(CaptionRetime, SelectionOffsetMidnightAndRefusals)
     options.m_last = 5;
     const Retimed part{options, packetsOf(placed)};
     EXPECT_EQ(placedIn(part.packets, 0), (Placed{{0, two}, {6, five}}));
-    EXPECT_TRUE(haveSame(part.packets, packetsOf({{0, start}, {0, end}}), 2)); // by the frame of its start
+    EXPECT_TRUE(
+        haveSame(part.packets, packetsOf({{0, start}, {0, end}}), 2)); // selected by the frame of its start
     EXPECT_TRUE(part.report.m_bytesLeftOut == 2 && part.report.m_packetsLeftOut == 3 &&
                 part.report.m_lastFrame == 8);
     EXPECT_EQ(part.refusals, std::vector{kRefused}); // back in time
     const Retimed before{fromTo(k25, k50, -5), packetsOf(placed)},
         none{fromTo(k25, k50, -99), packetsOf(placed)};
     EXPECT_TRUE(before.report.m_packetsBefore == 3 && before.report.m_packetsRefused == 4);
-    EXPECT_TRUE(haveSame(before.packets, part.packets, 2)); // the rest of a refused one goes too
+    EXPECT_TRUE(
+        haveSame(before.packets, part.packets, 2)); // the rest of a refused service packet is dropped too
     EXPECT_TRUE(none.packets.empty() && none.refusals == std::vector(8, kRefused));
 
-    // Frame 0 alone, with the rest of what begins on it.
+    // Only frame 0, with the rest of the service packet that begins on it.
     const KIVCS2CaptionRetimeOptions zero{k25, k25, kHasLast, 0, 0, 0, {}};
     const Retimed alone{zero, packetsOf({{0, start}, {0, two}, {1, five}, {1, end}})};
     EXPECT_EQ(placedIn(alone.packets, 0), (Placed{{0, two}}));
@@ -233,7 +235,8 @@ TEST(CaptionRetime, ServicesAndTimeCodeAreCarriedOn)
     EXPECT_EQ(std::memcmp(full[1].m_timeCode, "\xC1\x80\x81\x81", 4), 0);
     EXPECT_EQ(std::memcmp(full[1].m_services, services, sizeof services), 0);
     packet.m_flags = KIVCS2CaptionPacketFlag_CDP;
-    EXPECT_EQ(Retimed(fromTo(kDF, kDF), {packet}).packets[0].m_flags, packet.m_flags); // neither of them
+    EXPECT_EQ(Retimed(fromTo(kDF, kDF), {packet}).packets[0].m_flags,
+              packet.m_flags); // without services and time code
     EXPECT_EQ(Retimed(fromTo(kDF, kDF), packetsOf({{0, {}}})).packets[0].m_services[0].m_service, 1u);
 }
 
@@ -281,7 +284,7 @@ TEST(CaptionRetimeCorpus, RealFilesShowTheSameAtEveryRateAndBack)
             const Retimed there{fromTo(from, to), source};
             const Captions middle = decode(to, there.packets);
             const Retimed back{fromTo(to, from), there.packets};
-            // The same texts, each at its moment: late by the wait and two frames at most, early by two.
+            // The same texts, each late by at most the wait and two frames, and early by at most two frames.
             for (const auto &[before, after, retimed, counting] :
                  {std::tuple{known, middle, there, to}, {middle, decode(from, back.packets), back, from}})
             {
@@ -315,13 +318,12 @@ TEST(CaptionRetimeRecords, SizesAndArguments)
     EXPECT_EQ(init(far), KIVCS2STATUS_UNSUPPORTED_ERR);
     EXPECT_EQ(init(fromTo(0, k24)), KIVCS2STATUS_FRAME_RATE_ERR);
     EXPECT_EQ(init(fromTo(k24, KIVCS2CaptionCounting_MAX)), KIVCS2STATUS_FRAME_RATE_ERR);
-    const KIVCS2Status refused = KIVCS2STATUS_PARAM_ERR;
     KIVCS2CaptionRetime none{};
     const char *const kRange = "!kiv::cc::hasLast(*options) || (options->m_first <= options->m_last)";
     kiv::test::expectAllRefused(
-        {KIV_REFUSES(refused, init, "mode <= KIVCS2CaptionRetimeMode_SameFrames", mode),
-         KIV_REFUSES(refused, init, kRange, range), KIV_REFUSES(refused, init, kRange, frame0),
-         KIV_REFUSES(refused, init, "reserved == 0", reserved),
-         KIV_REFUSES(refused, kivCS2CaptionRetime_finish, "retime->m_state", &none, nullptr)});
+        {KIV_REQUIRES(init, "mode <= KIVCS2CaptionRetimeMode_SameFrames", mode),
+         KIV_REQUIRES(init, kRange, range), KIV_REQUIRES(init, kRange, frame0),
+         KIV_REQUIRES(init, "reserved == 0", reserved),
+         KIV_REQUIRES(kivCS2CaptionRetime_finish, "retime->m_state", &none, nullptr)});
 }
 } // namespace
