@@ -1,5 +1,5 @@
-// Lenient timecode text: any bytes read as the splitting of system strings reads them, whether they come as
-// bytes or as such a string, and what is archived of the result comes back. The first byte picks the rate.
+// Lenient timecode text, from bytes or a system string: read as by splitting system strings, and the archived
+// text of the result is read back. The first byte selects the rate.
 #include "Require.h"
 
 #include "KIVProjectTimecode.h"
@@ -8,8 +8,6 @@
 #include <KIVLogger/KIVLogger.h>
 
 #include <algorithm>
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 namespace
 {
@@ -47,7 +45,7 @@ private:
     kiv::CFRef<CFArrayRef> m_pieces;
 };
 
-// The same parse by way of string objects, step by step as it is described for hosts.
+// The same parse with string objects, step by step as documented.
 KIVProjectTimecode parsedByPieces(CFStringRef text)
 {
     KIVProjectTimecode timecode;
@@ -86,11 +84,11 @@ KIVProjectTimecode parsedByPieces(CFStringRef text)
 }
 } // namespace
 
-int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size == 0)
         return 0;
-    KLSetEnabled(false); // most inputs name no frame
+    KLSetEnabled(false); // most inputs do not name a frame
     KIVProjectTimecode::setFrameRate(std::min<uint32_t>(data[0], KIVCS2FrameRate_59_94));
     const std::string_view text{reinterpret_cast<const char *>(data + 1), size - 1};
 

@@ -1,5 +1,5 @@
-// Timecode text: the plain parser and the general splitter must agree on every text, and what was read
-// must be written in bounds. The first byte picks the frame rate.
+// Timecode text: the parsers of C strings and of string objects must agree, and the timecode is written
+// within its bounds. The first byte selects the frame rate.
 #include "TimecodeRate.h"
 
 #include <KIVLogger/KIVLogger.h>
@@ -7,13 +7,11 @@
 #include <cstring>
 #include <string>
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
-
-int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size == 0)
         return 0;
-    KLSetEnabled(false); // most inputs name no frame
+    KLSetEnabled(false); // most inputs do not name a frame
     kiv::fuzz::setRate(data[0]);
     const char *const letters = reinterpret_cast<const char *>(data + 1);
     const std::string text{letters, strnlen(letters, size - 1)};

@@ -1,4 +1,4 @@
-// The frame rate of a fuzzed timecode, chosen by a byte of the input.
+// The frame rate of a fuzzed timecode, picked by a byte of the input.
 #ifndef KIV_FUZZ_TIMECODE_RATE_H
 #define KIV_FUZZ_TIMECODE_RATE_H
 
@@ -10,8 +10,8 @@
 
 namespace kiv::fuzz
 {
-// The tables of a rate cost more than all else in an input, so the rate must seldom change: a byte below 8
-// is a rate, and every other byte is 29.97, which leaves numbers out.
+// Building the tables of a rate takes longer than the rest of an input, so the rate seldom changes: a byte
+// below 8 is a rate, every other byte is 29.97, which drops frame numbers.
 inline void setRate(uint8_t choice)
 {
     static KIVCS2FrameRate current = KIVCS2FrameRate_MAX;

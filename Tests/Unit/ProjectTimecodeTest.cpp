@@ -1,4 +1,4 @@
-// The project timecode as a host in C++ uses it, beside the C operations that it follows.
+// The project timecode of C++ hosts, compared with the C operations that it follows.
 #include <KIVCoreServices2/KIVProjectTimecode.h>
 
 #include "CFText.h"
@@ -17,7 +17,7 @@ namespace
 using PT = KIVProjectTimecode;
 using kiv::test::fromBytes;
 
-// The object is its record: hosts keep it in files, arrays and registers.
+// The object is only its record: hosts keep it in files, arrays and registers.
 static_assert(sizeof(PT) == sizeof(KIVCS2Timecode) && alignof(PT) == alignof(KIVCS2Timecode));
 static_assert(std::is_trivially_copyable_v<PT> && std::is_standard_layout_v<PT>);
 
@@ -39,14 +39,13 @@ std::string textOf(const PT &tc)
 
 constexpr PT kInvalid = object(0xFFFFFFFFu, 14, 2, 2024);
 
-// First in this program: nothing has set a rate yet.
-TEST(ProjectTimecode, WithoutARateNothingIsReckoned)
+// Runs first in its process: no rate is set yet.
+TEST(ProjectTimecode, WithoutARateNothingIsCalculated)
 {
     if (PT::hasValidFrameRate())
         GTEST_SKIP() << "not the first test";
     EXPECT_EQ(PT::currentFrameRate(), KIVCS2FrameRate_MAX);
-    ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25),
-              KIVCS2STATUS_OK); // another rate than the class's
+    ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25), KIVCS2STATUS_OK); // not the class's rate
     EXPECT_FALSE(PT::hasValidFrameRate());
     PT::setFrameRate(KIVCS2FrameRate_MAX);
     EXPECT_FALSE(PT::hasValidFrameRate());
@@ -72,8 +71,7 @@ TEST(ProjectTimecode, WithoutARateNothingIsReckoned)
     EXPECT_EQ(tc, before);
     EXPECT_EQ(PT::timecodeSubtracting(tc, object(900001, 15, 2, 2024), true), object(1, 15, 2, 2024));
     KLSetEnabled(false);
-    EXPECT_EQ(PT::timecodeWithString("15.3.2024 10:00:00:00"),
-              object(0, 14, 2, 2024)); // no frame has these digits
+    EXPECT_EQ(PT::timecodeWithString("15.3.2024 10:00:00:00"), object(0, 14, 2, 2024)); // no such frame
     KLSetEnabled(true);
     EXPECT_EQ(PT::timecodeWithString("900000"), object(900000));
 }
@@ -94,7 +92,7 @@ constexpr RateRow kRates[] = {
     {PT::fps5994, 6, 60, 215784, 4, 59.94, 1001, 60000}, {PT::fps60, 7, 60, 216000, 0, 60.0, 100, 6000},
 };
 
-// Kept: media time at 23.98 has 1001, which the C operation has not.
+// Kept: media time at 23.98 has 1001, unlike the C operation.
 TEST(ProjectTimecode, EachRateHasItsFigures)
 {
     for (const RateRow &row : kRates)
@@ -123,53 +121,10 @@ TEST(ProjectTimecode, EachRateHasItsFigures)
     }
 }
 
-// ---- What follows the C operations, against them
-
-TEST(ProjectTimecode, FramesOfADayGoThroughAllForms)
-{
-    constexpr uint32_t kStride = 89; // prime to every rate: all digits meet all others
-    for (const RateRow &row : kRates)
-    {
-        row.set();
-        ASSERT_EQ(kivCS2Timecode_setFrameRate(row.code), KIVCS2STATUS_OK);
-        for (uint32_t frame = 0; frame < 24 * row.framesPerHour; frame += kStride)
-        {
-            const PT tc = object(frame);
-            const KIVCS2Timecode record = frame;
-            uint32_t clock[4] = {}, bcd = 0;
-            char text[12], written[PT::kTextSize];
-            ASSERT_EQ(kivCS2Timecode_getHours(&record, &clock[0]) |
-                          kivCS2Timecode_getMinutes(&record, &clock[1]) |
-                          kivCS2Timecode_getSeconds(&record, &clock[2]) |
-                          kivCS2Timecode_getFrames(&record, &clock[3]) |
-                          kivCS2Timecode_getBCDFromTimecode(&record, &bcd) |
-                          kivCS2Timecode_timecodeToString(&record, text, sizeof text),
-                      KIVCS2STATUS_OK);
-            ASSERT_TRUE(tc.hours() == clock[0] && tc.minutes() == clock[1] && tc.seconds() == clock[2] &&
-                        tc.frames() == clock[3] && tc.bcdTimecode() == bcd)
-                << text;
-            ASSERT_EQ(tc.description(written, sizeof written), text);
-            const auto h = static_cast<uint8_t>(clock[0]), m = static_cast<uint8_t>(clock[1]),
-                       s = static_cast<uint8_t>(clock[2]), f = static_cast<uint8_t>(clock[3]);
-            PT back = kInvalid, pairs = object(0);
-            ASSERT_EQ(back.initWithString(text), tc) << text; // the drop-frame form reads back
-            ASSERT_EQ(back.initWithHours(h, m, s, f), tc) << text;
-            pairs.setHours(h, m, s, row.nominal > 30 ? f / 2 : f, row.nominal > 30 ? 1 + f % 2u : 0);
-            ASSERT_EQ(pairs, tc) << text;
-        }
-    }
-}
-
 TEST(ProjectTimecode, FieldsThatNameNoFrameKeepTheHoursAndAreLogged)
 {
-    struct Row
-    {
-        void (*rate)() noexcept;
-        uint8_t h, m, s, f;
-        uint32_t format;
-        uint32_t frames;
-        const char *message;
-    };
+    using Row =
+        std::tuple<void (*)() noexcept, uint8_t, uint8_t, uint8_t, uint8_t, uint32_t, uint32_t, const char *>;
     const Row rows[] = {
         {PT::fps5994, 1, 0, 0, 10, 2, 215784 + 21, ""},
         {PT::fps5994, 1, 0, 0, 10, 1, 215784 + 20, ""},
@@ -183,52 +138,74 @@ TEST(ProjectTimecode, FieldsThatNameNoFrameKeepTheHoursAndAreLogged)
         {PT::fps5994, 0, 1, 0, 1, 2, 0, "Illegal timecode 00:01:00:03"},
         {PT::fps25, 255, 0, 60, 0, 0, 22950000, "Illegal timecode 255:00:60:00"},
     };
-    for (const Row &row : rows)
+    for (const auto &[setRate, h, m, s, f, format, frames, wanted] : rows)
     {
-        row.rate();
+        setRate();
         std::string logged;
         KLSetSink([](void *context, os_log_type_t, const char *message)
                   { *static_cast<std::string *>(context) += message; },
                   &logged);
         PT tc = kInvalid;
-        tc.setHours(row.h, row.m, row.s, row.f, row.format);
+        tc.setHours(h, m, s, f, format);
         KLSetSink(nullptr, nullptr);
-        EXPECT_EQ(textOf(tc), textOf(object(row.frames, 14, 2, 2024)));
-        EXPECT_EQ(logged, row.message);
+        EXPECT_EQ(textOf(tc), textOf(object(frames, 14, 2, 2024)));
+        EXPECT_EQ(logged, wanted);
     }
 }
 
-TEST(ProjectTimecode, ReckonsAsTheCOperations)
+// ---- The same results as the C operations
+
+// The result of a C operation; zero if it fails.
+template <class T>
+T out(auto operation, auto... arguments)
 {
-    const std::pair<void (PT::*)(uint32_t), KIVCS2Status (*)(KIVCS2Timecode *, uint32_t)> counted[] = {
-        {&PT::addFrames, kivCS2Timecode_addFrames},
-        {&PT::addSeconds, kivCS2Timecode_addSeconds},
-        {&PT::addMinutes, kivCS2Timecode_addMinutes},
-        {&PT::addHours, kivCS2Timecode_addHours},
-        {&PT::addDays, kivCS2Timecode_addDays},
-        {&PT::addMonths, kivCS2Timecode_addMonths},
-        {&PT::addYears, kivCS2Timecode_addYears},
-        {&PT::subtractFrames, kivCS2Timecode_subtractFrames},
-        {&PT::subtractSeconds, kivCS2Timecode_subtractSeconds},
-        {&PT::subtractMinutes, kivCS2Timecode_subtractMinutes},
-        {&PT::subtractHours, kivCS2Timecode_subtractHours},
-        {&PT::subtractDays, kivCS2Timecode_subtractDays},
-        {&PT::subtractMonths, kivCS2Timecode_subtractMonths},
-        {&PT::subtractYears, kivCS2Timecode_subtractYears},
-        {&PT::snapToMinute, kivCS2Timecode_snapToMinute},
-        {&PT::snapToHour, kivCS2Timecode_snapToHour},
-        {&PT::setFramesSinceMidnight, kivCS2Timecode_setFramesSinceMidnight},
-        {&PT::setBcdTimecode, kivCS2Timecode_initWithBCD},
-    };
-    const std::pair<void (PT::*)(const PT &), KIVCS2Status (*)(KIVCS2Timecode *, const KIVCS2Timecode *)>
-        joined[] = {
-            {&PT::addTimecode, kivCS2Timecode_addTimecode},
-            {&PT::subtractTimecode, kivCS2Timecode_subtractTimecode},
-            {&PT::takeValues, kivCS2Timecode_copy},
-            {&PT::takeTimecodeValues, kivCS2Timecode_copyTimecode},
-            {&PT::takeDateValues, kivCS2Timecode_copyDate},
-            {&PT::takeCalendarDataValues, kivCS2Timecode_copyDate},
-        };
+    T value{};
+    (void)operation(arguments..., &value);
+    return value;
+}
+
+// The digits of a frame of the day, in all forms and back.
+void expectForms(const RateRow &row, const PT &tc)
+{
+    const KIVCS2Timecode record = tc.ticks();
+    const uint32_t h = out<uint32_t>(kivCS2Timecode_getHours, &record),
+                   m = out<uint32_t>(kivCS2Timecode_getMinutes, &record),
+                   s = out<uint32_t>(kivCS2Timecode_getSeconds, &record),
+                   f = out<uint32_t>(kivCS2Timecode_getFrames, &record);
+    char text[12], written[PT::kTextSize];
+    ASSERT_EQ(kivCS2Timecode_timecodeToString(&record, text, sizeof text), KIVCS2STATUS_OK);
+    ASSERT_TRUE(tc.hours() == h && tc.minutes() == m && tc.seconds() == s && tc.frames() == f) << text;
+    ASSERT_EQ(tc.bcdTimecode(), out<uint32_t>(kivCS2Timecode_getBCDFromTimecode, &record)) << text;
+    ASSERT_EQ(tc.description(written, sizeof written), text);
+    const auto hours = static_cast<uint8_t>(h), minutes = static_cast<uint8_t>(m),
+               seconds = static_cast<uint8_t>(s);
+    const bool pairs = row.nominal > 30;
+    PT back = kInvalid, paired = object(0);
+    ASSERT_EQ(back.initWithString(text), tc) << text; // also with the drop-frame separator
+    ASSERT_EQ(back.initWithHours(hours, minutes, seconds, static_cast<uint8_t>(f)), tc) << text;
+    paired.setHours(hours, minutes, seconds, static_cast<uint8_t>(pairs ? f / 2 : f), pairs ? 1 + f % 2 : 0);
+    ASSERT_EQ(paired, tc) << text;
+}
+
+TEST(ProjectTimecode, CalculatesAsTheCOperations)
+{
+    // clang-format off
+#define ROW(name, operation) {#name, &PT::name, kivCS2Timecode_##operation}
+#define BOTH(name)           ROW(name, name)
+    using Counted = KIVCS2Status (*)(KIVCS2Timecode *, uint32_t);
+    using Joined = KIVCS2Status (*)(KIVCS2Timecode *, const KIVCS2Timecode *);
+    const std::tuple<const char *, void (PT::*)(uint32_t), Counted> counted[] = {
+        BOTH(addFrames), BOTH(addSeconds), BOTH(addMinutes), BOTH(addHours), BOTH(addDays), BOTH(addMonths),
+        BOTH(addYears), BOTH(subtractFrames), BOTH(subtractSeconds), BOTH(subtractMinutes),
+        BOTH(subtractHours), BOTH(subtractDays), BOTH(subtractMonths), BOTH(subtractYears),
+        BOTH(snapToMinute), BOTH(snapToHour), BOTH(setFramesSinceMidnight), ROW(setBcdTimecode, initWithBCD)};
+    const std::tuple<const char *, void (PT::*)(const PT &), Joined> joined[] = {
+        BOTH(addTimecode), BOTH(subtractTimecode), ROW(takeValues, copy),
+        ROW(takeTimecodeValues, copyTimecode), ROW(takeDateValues, copyDate),
+        ROW(takeCalendarDataValues, copyDate)};
+#undef BOTH
+#undef ROW
+    // clang-format on
     std::mt19937 random{204};
     const auto number = [&random]
     {
@@ -237,7 +214,7 @@ TEST(ProjectTimecode, ReckonsAsTheCOperations)
     };
     const auto record = [&]
     {
-        // Durations, days of all months and now and then a month that there is not.
+        // Durations, days of all months and sometimes a month that does not exist.
         const PT tc =
             object(number(), random() % 32, random() % 13, random() % 4 == 0 ? 0 : random() % 4 + 1999);
         return random() % 4 == 0 ? object(tc.framesSinceMidnight()) : tc;
@@ -247,79 +224,66 @@ TEST(ProjectTimecode, ReckonsAsTheCOperations)
     {
         row.set();
         ASSERT_EQ(kivCS2Timecode_setFrameRate(row.code), KIVCS2STATUS_OK);
-        for (int round = 0; round < 200; ++round)
+        for (int round = 0; round < 400; ++round)
         {
+            ASSERT_NO_FATAL_FAILURE(
+                expectForms(row, object(static_cast<uint32_t>(random()) % (24 * row.framesPerHour))));
             const PT tc = record(), other = record();
             const uint32_t count = number();
             const KIVCS2Timecode a = tc.ticks(), b = other.ticks();
             SCOPED_TRACE(testing::Message() << row.real << ": " << a << ", " << b << ", " << count);
             PT result;
             KIVCS2Timecode expected = 0;
-            for (size_t index = 0; index < std::size(counted); ++index)
+            for (const auto &[name, change, operation] : counted)
             {
-                ((result = tc).*counted[index].first)(count);
-                (void)counted[index].second(&(expected = a), count);
-                ASSERT_EQ(result.ticks(), expected) << "counted " << index;
+                ((result = tc).*change)(count);
+                (void)operation(&(expected = a), count);
+                ASSERT_EQ(result.ticks(), expected) << name;
             }
-            for (size_t index = 0; index < std::size(joined); ++index)
+            for (const auto &[name, change, operation] : joined)
             {
-                ((result = tc).*joined[index].first)(other);
-                (void)joined[index].second(&(expected = a), &b);
-                ASSERT_EQ(result.ticks(), expected) << "joined " << index;
+                ((result = tc).*change)(other);
+                (void)operation(&(expected = a), &b);
+                ASSERT_EQ(result.ticks(), expected) << name;
             }
-            uint32_t value = 0, more = 0;
-            int64_t frames = 0, back = 0;
-            int32_t order = 0;
-            double seconds = 0;
-            (void)kivCS2Timecode_tickDown(&(expected = a), &value);
-            EXPECT_EQ((result = tc).tickDown(), value != 0);
+            const bool down = out<uint32_t>(kivCS2Timecode_tickDown, &(expected = a)) != 0;
+            EXPECT_EQ((result = tc).tickDown(), down);
             EXPECT_EQ(result.ticks(), expected);
             (void)kivCS2Timecode_initByAddingTimecodes(&expected, &b, &a);
             EXPECT_EQ(PT::timecodeAdding(other, tc).ticks(), expected);
             (void)kivCS2Timecode_initBySubtractingTimecodes(&expected, &b, &a, 0);
             EXPECT_EQ(PT::timecodeSubtracting(other, tc, false).ticks(), expected);
-            (void)kivCS2Timecode_compare(&a, &b, &order);
-            EXPECT_EQ(tc.compareTo(other), order);
-            EXPECT_EQ(tc.compareToTimecode(other), order);
-            (void)kivCS2Timecode_isSameTimecode(&a, &b, &value);
-            (void)kivCS2Timecode_isSameDay(&a, &b, &more);
-            EXPECT_EQ(tc.isSameTimecode(other), value != 0);
-            EXPECT_TRUE(tc.isSameDay(other) == (more != 0) && tc.isSameCalendarDate(other) == (more != 0));
-            (void)kivCS2Timecode_isDuration(&a, &value);
-            (void)kivCS2Timecode_getDaysInMonth(&a, &(more = 0));
-            EXPECT_EQ(tc.isDuration(), value != 0);
-            EXPECT_EQ(tc.daysInMonth(), more);
-            (void)kivCS2Timecode_differenceInFrames(&a, &b, &frames);
-            (void)kivCS2Timecode_differenceInFrames(&b, &a, &back);
-            (void)kivCS2Timecode_differenceInSeconds(&a, &b, &seconds);
-            EXPECT_EQ(tc.differenceInFramesTo(other), frames);
-            EXPECT_EQ(tc.framesSinceTimecode(other), back);
-            EXPECT_EQ(tc.differenceInSecondsTo(other), seconds);
+            const auto order = out<int32_t>(kivCS2Timecode_compare, &a, &b);
+            EXPECT_TRUE(tc.compareTo(other) == order && tc.compareToTimecode(other) == order);
+            EXPECT_EQ(tc.isSameTimecode(other), out<uint32_t>(kivCS2Timecode_isSameTimecode, &a, &b) != 0);
+            const bool isSameDay = out<uint32_t>(kivCS2Timecode_isSameDay, &a, &b) != 0;
+            EXPECT_TRUE(tc.isSameDay(other) == isSameDay && tc.isSameCalendarDate(other) == isSameDay);
+            EXPECT_EQ(tc.isDuration(), out<uint32_t>(kivCS2Timecode_isDuration, &a) != 0);
+            EXPECT_EQ(tc.daysInMonth(), out<uint32_t>(kivCS2Timecode_getDaysInMonth, &a));
+            EXPECT_EQ(tc.differenceInFramesTo(other),
+                      out<int64_t>(kivCS2Timecode_differenceInFrames, &a, &b));
+            EXPECT_EQ(tc.framesSinceTimecode(other), out<int64_t>(kivCS2Timecode_differenceInFrames, &b, &a));
+            EXPECT_EQ(tc.differenceInSecondsTo(other),
+                      out<double>(kivCS2Timecode_differenceInSeconds, &a, &b));
         }
     }
     KLSetEnabled(true);
 }
 
-// ---- What the class does differently
+// ---- The differences from the C operations
 
 TEST(ProjectTimecode, HasRulesOfItsOwn)
 {
     PT::fps25();
     using Change = std::function<void(PT &)>;
-    struct Row
-    {
-        const char *name;
-        PT before;
-        Change change;
-        PT after;
-    };
+    using Row = std::tuple<const char *, PT, Change, PT>;
     const uint32_t day = 2160000;
     const Row rows[] = {
         {"a product carries days", object(day - 1, 30, 11, 2023), [](PT &tc) { tc.multiplyBy(3); },
          object(day - 3, 1, 0, 2024)},
         {"a product by 0 keeps the date", object(5, 1, 1, 2024), [](PT &tc) { tc.multiplyBy(0); },
          object(5, 1, 1, 2024)},
-        {"a product anew", object(5), [](PT &tc) { tc = PT::timecodeMultiplying(tc, 3); }, object(15)},
+        {"a new product", object(5), [](PT &tc) { tc = PT::timecodeMultiplying(tc, 3); }, object(15)},
         {"no clamp", object(9, 1), [](PT &tc) { tc.ensureLegalDuration(); }, object(9, 1)},
         {"no date subtracted", object(9, 1), [](PT &tc) { tc.subtractDate(tc); }, object(9, 1)},
         {"down", object(5), [](PT &tc) { tc.adjustFrames(-6); }, object(day - 1, 30, 11, 0)},
@@ -350,13 +314,13 @@ TEST(ProjectTimecode, HasRulesOfItsOwn)
          object(9, 5, 2, 2024)},
         {"zero", kInvalid, [](PT &tc) { tc = PT::timecodeWithZeroTime(); }, object(0)},
         {"no date", object(9, 5, 2, 2024), [](PT &tc) { tc.fromDate(nullptr, true); }, object(9, 5, 2, 2024)},
-        {"a date of nothing", kInvalid, [](PT &tc) { tc.initWithCFDate(nullptr); }, object(0)},
+        {"no date at first", kInvalid, [](PT &tc) { tc.initWithCFDate(nullptr); }, object(0)},
     };
-    for (const Row &row : rows)
+    for (const auto &[name, before, change, after] : rows)
     {
-        PT tc = row.before;
-        row.change(tc);
-        EXPECT_EQ(textOf(tc), textOf(row.after)) << row.name;
+        PT tc = before;
+        change(tc);
+        EXPECT_EQ(textOf(tc), textOf(after)) << name;
     }
     EXPECT_TRUE(object(day / 4).canMultiplyBy(4)); // kept: a whole day passes
     EXPECT_FALSE(object(day / 4 + 1).canMultiplyBy(4));
@@ -374,33 +338,27 @@ TEST(ProjectTimecode, SubtractingAcrossDaysCountsFrames)
 {
     PT::fps25();
     const uint32_t day = 2160000;
-    struct Row
-    {
-        PT timecode, from;
-        bool timecodeOnly;
-        PT result;
-    };
+    using Row = std::tuple<PT, PT, bool, PT>;
     const Row rows[] = {
         {object(day - 10, 30, 11, 2023), object(5, 0, 0, 2024), true, object(15)},
         {object(10, 27, 1, 2024), object(5, 1, 2, 2024), true, object(3 * day - 5)},
         {object(10, 27, 1, 2024), object(5, 1, 2, 2024), false, object(day - 5, 0, 2, 2024)},
-        {object(10, 1, 2, 2024), object(25, 1, 2, 2024), true,
-         object(15, 1, 2, 2024)}, // one day: a plain difference
-        // A day that walking forward does not reach: earlier, or in no calendar.
+        {object(10, 1, 2, 2024), object(25, 1, 2, 2024), true, object(15, 1, 2, 2024)}, // of one day
+        // Days that walking forward does not reach: an earlier one, or none of the calendar.
         {object(10, 1, 2, 2024), object(25, 0, 2, 2024), true, object(15, 0, 2, 2024)},
         {object(10, 1, 1, 2024), object(25, 30, 1, 2024), true, object(15, 30, 1, 2024)},
         {object(10, 1, 1, 2024), object(25, 0, 12, 2024), true, object(15, 0, 12, 2024)},
         {object(0, 0, 0, 1), object(0, 0, 0, 65535), true, object(23935801u * day)}, // modulo 2 to the 32nd
     };
-    for (const Row &row : rows)
+    for (const auto &[timecode, from, timecodeOnly, result] : rows)
         for (const bool framesOnly : {false, true})
-            EXPECT_EQ(textOf(PT::timecodeSubtracting(row.timecode, row.from, row.timecodeOnly, framesOnly)),
-                      textOf(row.result));
+            EXPECT_EQ(textOf(PT::timecodeSubtracting(timecode, from, timecodeOnly, framesOnly)),
+                      textOf(result));
 }
 
 // ---- Text
 
-// The fuzz target of the project timecode compares more texts with the splitting of system strings.
+// The fuzz target compares more texts with a parser that splits system strings.
 TEST(ProjectTimecode, ParsesLeniently)
 {
     PT::fps25();
@@ -416,7 +374,7 @@ TEST(ProjectTimecode, ParsesLeniently)
         {"99999999999", object(0x7FFFFFFF)},
         {"\t+10:\n1x:2", object(901550)},
         {"257:0:0:0", object(90000)},       // hours of 8 bits
-        {"10:00:00:1\xff", object(900001)}, // no UTF-8, and no less readable
+        {"10:00:00:1\xff", object(900001)}, // not UTF-8, but read
     };
     for (const auto &[text, result] : rows)
     {
@@ -430,18 +388,13 @@ TEST(ProjectTimecode, ParsesLeniently)
     EXPECT_EQ(PT::timecodeWithString(std::string_view{}), object(0));
     EXPECT_EQ(PT::timecodeWithString(std::string_view{"1\0002", 3}), object(1));
     PT::fps2997();
-    EXPECT_EQ(PT::timecodeWithString("00:01:00"),
-              object(0)); // frame 0 of this minute is dropped, and none is made up
+    EXPECT_EQ(PT::timecodeWithString("00:01:00"), object(0)); // a dropped frame, which is not replaced
 }
 
 TEST(ProjectTimecode, WritesItsTexts)
 {
-    struct Row
-    {
-        void (*rate)() noexcept;
-        PT tc;
-        const char *description, *debug, *smpte, *xml;
-    };
+    // The rate, the timecode, and its four texts.
+    using Row = std::tuple<void (*)() noexcept, PT, const char *, const char *, const char *, const char *>;
     const Row rows[] = {
         {PT::fps25, object(2500), "00:01:40:00", "1.1.0 00:01:40:00", "00:01:40:00", "2500"},
         {PT::fps25, object(900000, 14, 2, 2024), "10:00:00:00", "15.3.2024 10:00:00:00",
@@ -452,33 +405,33 @@ TEST(ProjectTimecode, WritesItsTexts)
         {PT::fps24, object(0xFFFFFFFEu, 255, 255, 65535), "49710:16:10:14", "256.256.65535 49710:16:10:14",
          "256.256.65535 49710:16:10:14", "256.256.65535 -2"}, // the longest
     };
-    for (const Row &row : rows)
+    for (const auto &[setRate, tc, description, debug, smpte, xml] : rows)
     {
-        row.rate();
+        setRate();
         char text[PT::kTextSize];
-        EXPECT_EQ(take(row.tc.description()), row.description);
-        EXPECT_EQ(take(row.tc.debugDescription()), row.debug);
-        EXPECT_EQ(take(row.tc.SMPTERepresentation()), row.smpte);
-        EXPECT_EQ(take(row.tc.XMLRepresentation()), row.xml);
-        EXPECT_EQ(row.tc.description(text, sizeof text), row.description);
-        EXPECT_EQ(row.tc.debugDescription(text, sizeof text), row.debug);
-        EXPECT_EQ(row.tc.SMPTERepresentation(text, sizeof text), row.smpte);
-        EXPECT_EQ(row.tc.XMLRepresentation(text, sizeof text), row.xml);
-        EXPECT_EQ(PT::timecodeWithString(row.xml), row.tc); // what is archived comes back whole
-        // To the byte: whole with its zero byte, or not at all.
-        const size_t room = std::strlen(row.debug) + 1;
+        EXPECT_EQ(take(tc.description()), description);
+        EXPECT_EQ(take(tc.debugDescription()), debug);
+        EXPECT_EQ(take(tc.SMPTERepresentation()), smpte);
+        EXPECT_EQ(take(tc.XMLRepresentation()), xml);
+        EXPECT_EQ(tc.description(text, sizeof text), description);
+        EXPECT_EQ(tc.debugDescription(text, sizeof text), debug);
+        EXPECT_EQ(tc.SMPTERepresentation(text, sizeof text), smpte);
+        EXPECT_EQ(tc.XMLRepresentation(text, sizeof text), xml);
+        EXPECT_EQ(PT::timecodeWithString(xml), tc); // the archived text is read back
+        // The text is written with its zero byte, or not at all.
+        const size_t room = std::strlen(debug) + 1;
         text[room] = '#';
-        EXPECT_EQ(row.tc.debugDescription(text, room), row.debug);
+        EXPECT_EQ(tc.debugDescription(text, room), debug);
         EXPECT_EQ(text[room - 1], '\0');
         text[0] = '#';
-        EXPECT_TRUE(row.tc.debugDescription(text, room - 1).empty());
+        EXPECT_TRUE(tc.debugDescription(text, room - 1).empty());
         EXPECT_EQ(text[0], '#');
     }
     PT::fps2997();
     const PT tc = object(1800, 14, 2, 2024);
     EXPECT_EQ(take(tc.descriptionWithPrefix("TC \xe2\x82\xac ")), "TC \xe2\x82\xac 00:01:00;02");
     EXPECT_EQ(take(tc.descriptionWithPrefix(nullptr)), "00:01:00;02");
-    EXPECT_EQ(take(tc.descriptionWithPrefix("\xff")), "(null)"); // no UTF-8
+    EXPECT_EQ(take(tc.descriptionWithPrefix("\xff")), "(null)"); // not UTF-8
     EXPECT_EQ(take(tc.descriptionWithPrefix(std::string(300, 'x'))), std::string(300, 'x') + "00:01:00;02");
     EXPECT_EQ(take(PT::timecodeStringFromTimecode(tc, ".")), "00.01.00.02");
     EXPECT_EQ(take(PT::timecodeStringFromTimecode(tc, std::string(99, '-'))),
@@ -488,7 +441,7 @@ TEST(ProjectTimecode, WritesItsTexts)
               "Thu 29 Feb 2024 00:30:02.300"); // frame 9 of 30
     EXPECT_EQ(take(tc.descriptionWithCalendarFormat(nullptr)), "");
     EXPECT_EQ(take(object(0, 0, 12, 2024).descriptionWithCalendarFormat("%m")), "(null)");
-    PT::fps2398(); // kept: as its digits say, although toDate() is half a minute later
+    PT::fps2398(); // kept: the digits, although toDate() is half a minute later
     EXPECT_EQ(take(object(864000, 0, 0, 2019).descriptionWithCalendarFormat("%c")), "10:00:00 01/01/19");
 }
 } // namespace

@@ -1,5 +1,5 @@
-// System dates to timecodes and back, by the C operations and by the class, in the zone of the process: the
-// program is run in several.
+// System dates to timecodes and back, by the C operations and the class, in the time zone of the process. The
+// program runs in several zones.
 #include <KIVCoreServices2/KIVProjectTimecode.h>
 
 #include "CFText.h"
@@ -32,14 +32,14 @@ double take(CFDateRef date)
     return owned ? CFDateGetAbsoluteTime(owned.get()) : NAN;
 }
 
-// For both, from one place.
+// For the class and the C operations.
 void setRate(KIVCS2FrameRate rate)
 {
     PT::setFrameRate(rate);
     ASSERT_EQ(kivCS2Timecode_setFrameRate(rate), KIVCS2STATUS_OK);
 }
 
-// Seconds of a wall clock as if it were one of UTC, from 2001.
+// Seconds from 2001 of a wall clock as if it showed UTC.
 int64_t wallSeconds(const struct tm &wall)
 {
     struct tm copy = wall;
@@ -54,8 +54,8 @@ int64_t gmtOffset(int64_t at)
     return wall.tm_gmtoff;
 }
 
-// By the C library's zones: the last moment at which the wall shows this; in a gap, as far after the change
-// as the time is behind the beginning of the gap.
+// By the zones of the C library: the last moment at which the wall clock shows this. A time in a gap lies as
+// far after the change as after the start of the gap.
 int64_t expectedMoment(int64_t local)
 {
     const int64_t before = gmtOffset(local - 86400), after = gmtOffset(local + 86400);
@@ -75,7 +75,8 @@ PT objectOfWall(int64_t local, uint32_t frame)
                   static_cast<uint64_t>(wall.tm_year + 1900));
 }
 
-// Wall clocks around each change of the zone, leap days and the turns of the years that change the path.
+// Wall clocks around each change of the zone, leap days and the turns of years at which the code paths
+// change.
 std::vector<int64_t> wallTimes()
 {
     std::vector<int64_t> times;
@@ -107,7 +108,7 @@ std::vector<int64_t> wallTimes()
     return times;
 }
 
-// What each of the three readers makes of a date.
+// Expects the same timecode from the three readers of a date.
 void expectRead(CFDateRef date, const PT &tc, bool includeTime)
 {
     PT foundation = object(7, 7, 7, 7), core = foundation;
@@ -129,7 +130,7 @@ TEST(TimecodeDates, ShowTheWallClockOfTheZoneAndReadIt)
         const PT tc = objectOfWall(local, 20);
         SCOPED_TRACE(textOf(tc));
         int64_t moment = expectedMoment(local);
-        const int64_t odd = (local - moment) % 60; // the text has no seconds of an offset: local mean time
+        const int64_t odd = (local - moment) % 60; // local mean time: the text has no seconds of an offset
         const bool byText = tc.year() < 2001 || tc.year() > 2020;
         EXPECT_EQ(take(tc.toCFDate()), static_cast<double>(moment + odd));
         moment += byText ? odd : 0;
@@ -176,14 +177,10 @@ TEST(TimecodeDates, CreatedDatesLieAMonthAndADayEarly)
     }
 }
 
-TEST(TimecodeDates, TheTwoPathsDifferWhereSecondsOfTimecodeDo)
+TEST(TimecodeDates, TheTwoPathsDifferAsSecondsOfTimecodeDo)
 {
-    struct Row
-    {
-        KIVCS2FrameRate rate;
-        PT tc;
-        double seconds; // since midnight
-    };
+    // Rate, timecode, and its seconds since midnight.
+    using Row = std::tuple<KIVCS2FrameRate, PT, double>;
     const Row rows[] = {
         {KIVCS2FrameRate_25, object(900000, 0, 0, 2019), 36000.0},
         {KIVCS2FrameRate_25, object(900000, 0, 0, 2024), 36000.0},
@@ -198,13 +195,12 @@ TEST(TimecodeDates, TheTwoPathsDifferWhereSecondsOfTimecodeDo)
         {KIVCS2FrameRate_25, object(25 * 90000, 0, 0, 2019), 90000.0},
         {KIVCS2FrameRate_25, object(25 * 90000, 0, 0, 2024), 90000.0}, // beyond the day
     };
-    for (const Row &row : rows)
+    for (const auto &[rate, tc, seconds] : rows)
     {
-        setRate(row.rate);
-        EXPECT_NEAR(take(row.tc.toDate()) - take(row.tc.toCalendarDate()), row.seconds, 1e-6)
-            << textOf(row.tc);
+        setRate(rate);
+        EXPECT_NEAR(take(tc.toDate()) - take(tc.toCalendarDate()), seconds, 1e-6) << textOf(tc);
     }
-    // Up to 1582 the calendar is the Julian one of the system's formatters.
+    // Up to 1582 the formatters of the system have the Julian calendar.
     const kiv::CFRef<CFCalendarRef> calendar{CFCalendarCopyCurrent()};
     for (const PT &tc :
          {object(900000, 28, 1, 1500), object(900000, 3, 9, 1582), object(900000, 14, 9, 1582),
@@ -234,7 +230,7 @@ TEST(TimecodeDates, NowIsToday)
                       kivCS2Timecode_isToday(&day, &dayIsToday),
                   KIVCS2STATUS_OK);
         if (time(nullptr) / 900 != before / 900)
-            continue; // midnight, or a change of the clock, may have passed in between
+            continue; // midnight or a change of the clock may have passed
         struct tm wall = {};
         localtime_r(&before, &wall);
         const int seconds = wall.tm_hour * 3600 + wall.tm_min * 60 + wall.tm_sec;
@@ -258,7 +254,7 @@ TEST(TimecodeDates, NowIsToday)
     FAIL() << "the clock jumped ten times";
 }
 
-// ThreadSanitizer's test: each thread has its own records, all have the formatters.
+// For ThreadSanitizer: the threads have records of their own and share the formatters.
 TEST(TimecodeDates, ThreadsShareTheFormatters)
 {
     setRate(KIVCS2FrameRate_29_97);

@@ -1,4 +1,4 @@
-// Timecode before any frame rate: a program of its own, since nothing takes a rate back.
+// Timecode before a frame rate is set. A program of its own, because a rate cannot be removed.
 #include <KIVCoreServices2/KIVCS2Timecode.h>
 
 #include "CaptionFile.h"
@@ -13,7 +13,7 @@ namespace
 constexpr KIVCS2Timecode kDated = 2024ull << 48 | 2ull << 40 | 14ull << 32 | 3; // 15 March 2024, frame 3
 constexpr uint32_t kUnset = 0xA5A5A5A5u;
 
-TEST(TimecodeNoRate, WhatNeedsARateSaysSoAndLeavesEverything)
+TEST(TimecodeNoRate, OperationsThatNeedARateFailAndChangeNothing)
 {
     KIVCS2Timecode tc = kDated;
     uint32_t word = kUnset;
@@ -54,11 +54,11 @@ TEST(TimecodeNoRate, WhatNeedsARateSaysSoAndLeavesEverything)
     EXPECT_EQ(date, nullptr);
 }
 
-TEST(TimecodeNoRate, WhatNeedsNoneWorks)
+TEST(TimecodeNoRate, OtherOperationsSucceed)
 {
     KIVCS2Timecode tc = kDated;
     uint32_t value = kUnset;
-    EXPECT_EQ(kivCS2Timecode_getHours(&tc, &value), KIVCS2STATUS_OK); // kept: success, nothing stored
+    EXPECT_EQ(kivCS2Timecode_getHours(&tc, &value), KIVCS2STATUS_OK); // kept: a success that stores no value
     EXPECT_EQ(value, kUnset);
     EXPECT_EQ(kivCS2Timecode_tickDown(&tc, &value), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2Timecode_addDays(&tc, 17), KIVCS2STATUS_OK);
@@ -80,7 +80,7 @@ TEST(TimecodeNoRate, WhatNeedsNoneWorks)
 }
 
 // The last test of this program: it sets a rate.
-TEST(TimecodeNoRate, CaptionFilesSaySoAtTheirFirstCaptionAndGoOnWithARate)
+TEST(TimecodeNoRate, CaptionFilesFailAtTheirFirstCaptionUntilARateIsSet)
 {
     const std::string captions = "a note\n00:00:01:00\t9420\n00:00:02:00\t9420\n";
     kiv::test::CaptionFile mcc{"File Format=MacCaption_MCC V2.0\nUUID=1\nTime Code Rate=25\n" + captions};
