@@ -1,4 +1,4 @@
-// Audio format codes and the weave of samples over video frames.
+// Audio format codes, and the distribution ("weave") of samples over video frames.
 #include "ArgumentCheck.h"
 
 #include <KIVCoreServices2/KIVCS2AudioFormat.h>
@@ -49,16 +49,12 @@ TEST(AudioFormat, CodesAndTheirDescriptions)
     }
 }
 
-TEST(AudioFormat, CodesOfOtherOriginAreTakenApartUnchecked)
+TEST(AudioFormat, CodesOfOtherOriginAreNotChecked)
 {
     KIVCS2AudioFormatDescription description{};
     ASSERT_EQ(kivCS2AudioFormat_getDescription(UINT32_MAX, &description), KIVCS2STATUS_OK);
-    EXPECT_EQ(description.m_encoding, 0u);
-    EXPECT_EQ(description.m_sampleRate, 0u);
-    EXPECT_EQ(description.m_dataType, 15u);
-    EXPECT_EQ(description.m_endian, 1u);
-    EXPECT_EQ(description.m_channels, 16u);
-    EXPECT_EQ(description.m_bytesUsedPerSample, 8u);
+    const KIVCS2AudioFormatDescription wanted = {0, 0, 15, 15, 1, 1, 16, 8, 8};
+    EXPECT_EQ(std::memcmp(&description, &wanted, sizeof wanted), 0);
 }
 
 TEST(AudioFormat, RefusesWhatIsOutOfRange)
@@ -91,8 +87,8 @@ TEST(AudioFormat, RefusesWhatIsOutOfRange)
     EXPECT_EQ(format, 7u);
 }
 
-// Eight bytes of a sample stop a build with assertions and pass in one without.
-TEST(AudioFormat, EightBytesFailTheAssertionAlone)
+// Samples of eight bytes stop a build with assertions and pass in others.
+TEST(AudioFormat, EightBytesFailOnlyTheAssertion)
 {
     const auto pack = [](uint32_t bytes, uint32_t bytesUsed)
     {
@@ -112,24 +108,22 @@ TEST(AudioFormat, EightBytesFailTheAssertionAlone)
 
 // ---- Weave ----
 
+constexpr auto kWeave = kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames;
+
 std::vector<uint32_t> weaveOf(KIVCS2FrameRate frameRate, uint32_t sampleRate)
 {
     uint32_t size = 0;
     uint32_t longest = 0;
-    EXPECT_EQ(
-        kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(frameRate, sampleRate, &size, nullptr, &longest),
-        KIVCS2STATUS_OK);
+    EXPECT_EQ(kWeave(frameRate, sampleRate, &size, nullptr, &longest), KIVCS2STATUS_OK);
     std::vector<uint32_t> weave(size);
-    EXPECT_EQ(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(frameRate, sampleRate, &size, weave.data(),
-                                                                  nullptr),
-              KIVCS2STATUS_OK);
+    EXPECT_EQ(kWeave(frameRate, sampleRate, &size, weave.data(), nullptr), KIVCS2STATUS_OK);
     EXPECT_EQ(size, weave.size());
     EXPECT_EQ(weave.front(), longest);
     EXPECT_TRUE(std::is_sorted(weave.rbegin(), weave.rend()));
     return weave;
 }
 
-// Frames a second, exactly.
+// Exact frames per second.
 constexpr struct
 {
     uint64_t numerator, denominator;
@@ -155,8 +149,9 @@ TEST(AudioWeave, OfTheCommonRatesAddsUpOverADay)
             const std::vector<uint32_t> weave = weaveOf(rate, static_cast<uint32_t>(sampleRate));
             EXPECT_EQ(weave, expected[rate][multiple - 1]) << rate << " at " << sampleRate;
 
-            // The frames of 86400 nominal seconds, at the fractional rates about 86486 s, are whole cycles:
-            // frame by frame no more than the counts ahead of the exact time, and in the end none.
+            // The frames of 86,400 nominal seconds (86,486 s at the fractional rates) are whole cycles.
+            // Before each frame the samples are less than two ahead of the exact time, and not ahead at the
+            // end.
             const auto [numerator, denominator] = kFrameRates[rate];
             const uint64_t frames = 86400 * ((numerator + denominator - 1) / denominator);
             uint64_t samples = 0;
@@ -173,33 +168,26 @@ TEST(AudioWeave, OfTheCommonRatesAddsUpOverADay)
 
 TEST(AudioWeave, OfCDRatesMayMissASample)
 {
-    const struct
-    {
-        KIVCS2FrameRate rate;
-        uint32_t sampleRate;
-        size_t frames, larger;
-        uint32_t high, low;
-        uint64_t sum;
-    } cases[] = {
+    const std::tuple<KIVCS2FrameRate, uint32_t, size_t, size_t, uint32_t, uint32_t, uint64_t> cases[] = {
         {KIVCS2FrameRate_29_97, 44100, 100, 47, 1472, 1471, 147147},
         {KIVCS2FrameRate_23_98, 44100, 80, 26, 1840, 1839, 147146}, // exactly 147147
         {KIVCS2FrameRate_24, 44100, 2, 1, 1838, 1837, 3675},
-        {KIVCS2FrameRate_59_94, 48048, 501, 301, 802, 801, 401602}, // 0.0008 beside a whole sum
+        {KIVCS2FrameRate_59_94, 48048, 501, 301, 802, 801, 401602}, // 0.0008 from a whole sum
         {KIVCS2FrameRate_60, 44100, 1, 0, 735, 735, 735},
         {KIVCS2FrameRate_25, 0, 1, 0, 0, 0, 0},
         {KIVCS2FrameRate_24, 1, 24, 1, 1, 0, 1},
     };
-    for (const auto &row : cases)
+    for (const auto &[rate, sampleRate, frames, larger, high, low, sum] : cases)
     {
-        const std::vector<uint32_t> weave = weaveOf(row.rate, row.sampleRate);
-        EXPECT_EQ(weave.size(), row.frames);
-        EXPECT_EQ(weave.front(), row.high);
-        EXPECT_EQ(weave.back(), row.low);
-        if (row.high != row.low)
+        const std::vector<uint32_t> weave = weaveOf(rate, sampleRate);
+        EXPECT_EQ(weave.size(), frames);
+        EXPECT_EQ(weave.front(), high);
+        EXPECT_EQ(weave.back(), low);
+        if (high != low)
         {
-            EXPECT_EQ(std::count(weave.begin(), weave.end(), row.high), static_cast<ptrdiff_t>(row.larger));
+            EXPECT_EQ(std::count(weave.begin(), weave.end(), high), static_cast<ptrdiff_t>(larger));
         }
-        EXPECT_EQ(std::accumulate(weave.begin(), weave.end(), uint64_t{0}), row.sum);
+        EXPECT_EQ(std::accumulate(weave.begin(), weave.end(), uint64_t{0}), sum);
     }
 }
 
@@ -210,30 +198,19 @@ TEST(AudioWeave, EndsForEverySampleRate)
                                           2147483647u, 4294967291u, UINT32_MAX})
         {
             const std::vector<uint32_t> weave = weaveOf(rate, sampleRate);
-            EXPECT_LE(weave.size(), 60000u) << rate << " at " << sampleRate; // the exact cycle is no longer
+            EXPECT_LE(weave.size(), 60000u) << rate << " at " << sampleRate; // the longest exact cycle
             EXPECT_LE(weave.front() - weave.back(), 1u);
         }
 }
 
-TEST(AudioWeave, LeavesItsOutputsAloneOnFailure)
+TEST(AudioWeave, LeavesItsOutputsOnFailure)
 {
-    uint32_t weave[5] = {7, 7, 7, 7, 7};
-    uint32_t size = 4;
-    uint32_t longest = 7;
-    EXPECT_EQ(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate_29_97, 48000, &size, weave,
-                                                                  &longest),
-              KIVCS2STATUS_BUFFER_SIZE_ERR);
-    EXPECT_EQ(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate_MAX, 48000, &size, weave,
-                                                                  &longest),
-              KIVCS2STATUS_FRAME_RATE_ERR);
-    EXPECT_EQ(size, 4u);
-    EXPECT_EQ(weave[0], 7u);
-    EXPECT_EQ(longest, 7u);
+    uint32_t weave[5] = {7, 7, 7, 7, 7}, size = 4, longest = 7;
+    EXPECT_EQ(kWeave(KIVCS2FrameRate_29_97, 48000, &size, weave, &longest), KIVCS2STATUS_BUFFER_SIZE_ERR);
+    EXPECT_EQ(kWeave(KIVCS2FrameRate_MAX, 48000, &size, weave, &longest), KIVCS2STATUS_FRAME_RATE_ERR);
+    EXPECT_TRUE(size == 4 && weave[0] == 7 && longest == 7);
     size = 5;
-    EXPECT_EQ(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate_29_97, 48000, &size, weave,
-                                                                  &longest),
-              KIVCS2STATUS_OK);
-    EXPECT_EQ(weave[4], 1601u);
-    EXPECT_EQ(longest, 1602u);
+    EXPECT_EQ(kWeave(KIVCS2FrameRate_29_97, 48000, &size, weave, &longest), KIVCS2STATUS_OK);
+    EXPECT_TRUE(weave[4] == 1601 && longest == 1602);
 }
 } // namespace

@@ -1,4 +1,4 @@
-// Interpolation: the curves' values, and sequences frame by frame.
+// Interpolation: the values of the curves, and sequences frame by frame.
 #include <KIVCoreServices2/KIVCS2Interpolate.h>
 #include <KIVCoreServices2/KIVCS2Timecode.h>
 
@@ -34,7 +34,7 @@ struct Curve
     double values[5]; // at the quarters
 };
 
-// Those of the polynomials are exact; the others were computed with 60 digits and rounded.
+// Exact for polynomials; the others are rounded from 60 digits.
 constexpr Curve kCurves[KIVCS2InterpolationFunctionMax] = {
     // clang-format off
     {kivCS2InterpolationCallback_Linear,         {0, 0.25,     0.5,   0.75,     1}},
@@ -106,8 +106,8 @@ TEST(InterpolateValue, EveryCurveAtItsQuarters)
         }
 }
 
-// The linear curve too, without an assertion in any build; and t that is not a number passes.
-TEST(InterpolateValue, TakesCurves1To12AndWhatIsNotOutside0To1)
+// Refused without an assertion: also the linear curve. A `t` that is not a number is accepted.
+TEST(InterpolateValue, AcceptsCurves1To12AndNoTOutside0To1)
 {
     const std::pair<uint32_t, double> refused[] = {{0, 0.5},
                                                    {13, 0.5},
@@ -144,7 +144,7 @@ TEST_F(Interpolate, MovesHoldsAndStays)
     EXPECT_DOUBLE_EQ(rest[1], 10 - 20 * std::sqrt(0.5));
     EXPECT_EQ((Values{rest[0], rest[2], rest[3], rest[4]}), (Values{10, -10, -10, -10}));
 
-    // Ended: looping comes too late, another step does not.
+    // After the end looping has no effect, but another step has.
     ASSERT_EQ(kivCS2Interpolation_setLooped(&sequence, 1), KIVCS2STATUS_OK);
     EXPECT_EQ(run(2), (Values{-10, -10}));
     ASSERT_EQ(kivCS2Interpolation_setLooped(&sequence, 0), KIVCS2STATUS_OK);
@@ -190,7 +190,7 @@ TEST_F(Interpolate, AStepOfOneFrameIsNotANumber)
     EXPECT_EQ((Values{values[2], values[3]}), (Values{1, 2}));
 }
 
-// 49 times the double nearest to 1/49 is 1 - 2^-53; of all lengths none gets above 1.
+// 49 times the double nearest to 1/49 is 1 - 2^-53. No length exceeds 1.
 TEST_F(Interpolate, PositionsAreTimesDtAndNeverAboveOne)
 {
     move(KIVCS2InterpolationFunction_SinIn, 50, 0, 1);
@@ -209,10 +209,8 @@ TEST_F(Interpolate, SixteenStepsAndTheRestOfAHold)
     sequence.m_steps[0] = {9, 3, 9, 0, 0.5, 0.25, 0.125};
     hold(4);
     const KIVCS2InterpolationStep &held = sequence.m_steps[0];
-    EXPECT_EQ(held.m_kind, KIVCS2InterpolationStepKind_Hold);
-    EXPECT_EQ(held.m_frames, 4u);
-    EXPECT_EQ((Values{held.m_dt, held.m_start, held.m_range}), (Values{0.5, 0.25, 0.125})); // as they were
-    EXPECT_EQ(held.m_function, 3u);
+    EXPECT_TRUE(held.m_kind == KIVCS2InterpolationStepKind_Hold && held.m_frames == 4);
+    EXPECT_TRUE(held.m_function == 3 && held.m_dt == 0.5 && held.m_start == 0.25 && held.m_range == 0.125);
 
     for (uint32_t step = 1; step < KIVCS2_INTERPOLATION_STEPS; ++step)
         move(KIVCS2InterpolationFunction_CubicInOut, 2, step, step + 1);
@@ -247,7 +245,7 @@ TEST_F(Interpolate, SecondsAreWholeFramesOfTheRate)
         EXPECT_EQ(sequence.m_steps[1].m_frames, frames) << seconds;
         EXPECT_EQ((Values{sequence.m_steps[0].m_start, sequence.m_steps[0].m_range}), (Values{3, 2}));
     }
-    // A frame before midnight is the mark of an invalid timecode.
+    // One frame before midnight is the mark of an invalid timecode.
     ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25), KIVCS2STATUS_OK);
     ASSERT_EQ(kivCS2Interpolation_init(&sequence), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2Interpolation_addInterpolateStepInSeconds(&sequence, 1, 0, 1, -0.04),
@@ -258,7 +256,6 @@ TEST_F(Interpolate, SecondsAreWholeFramesOfTheRate)
 
 TEST_F(Interpolate, RefusesArguments)
 {
-    const auto refuses = KIVCS2STATUS_PARAM_ERR;
     kiv::test::expectAllRefused({
         KIV_REQUIRES(kivCS2Interpolation_init, "interpolation", nullptr),
         KIV_REQUIRES(kivCS2Interpolation_setLooped, "interpolation", nullptr, 1),
@@ -272,12 +269,12 @@ TEST_F(Interpolate, RefusesArguments)
         KIV_REQUIRES(kivCS2Interpolation_addInterpolateStepInFrames, "frames > 0", &sequence, 1, 0, 0, 1),
         KIV_REQUIRES(kivCS2Interpolation_addInterpolateStepInSeconds, "interpolation", nullptr, 1, 0, 1, 1),
     });
-    // Times without a frame are refused where frames are.
+    // Times shorter than a frame are refused as frames are.
     for (const double seconds : {0.0, 0.039, kNaN, 1e300})
         kiv::test::expectAllRefused({
-            {"kivCS2Interpolation_addHoldStepInFrames", "frames > 0", refuses,
+            {"kivCS2Interpolation_addHoldStepInFrames", "frames > 0", KIVCS2STATUS_PARAM_ERR,
              KIV_CALL(kivCS2Interpolation_addHoldStepInSeconds(&sequence, seconds))},
-            {"kivCS2Interpolation_addInterpolateStepInFrames", "frames > 0", refuses,
+            {"kivCS2Interpolation_addInterpolateStepInFrames", "frames > 0", KIVCS2STATUS_PARAM_ERR,
              KIV_CALL(kivCS2Interpolation_addInterpolateStepInSeconds(&sequence, 1, 0, 1, seconds))},
         });
     EXPECT_EQ(sequence.m_count, 0u);

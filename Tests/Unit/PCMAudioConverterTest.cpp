@@ -1,4 +1,4 @@
-// PCM conversion by its operations: what is derived, what is refused, where the planes lie.
+// PCM conversion: derived formats, refusals, and the layout of the planes.
 #include "ArgumentCheck.h"
 
 #include <KIVCoreServices2/KIVCS2PCMAudioConverter.h>
@@ -24,14 +24,17 @@ constexpr UInt32 kPacked = kAudioFormatFlagIsPacked;
 constexpr UInt32 kHigh = kAudioFormatFlagIsAlignedHigh;
 constexpr UInt32 kPlanes = kAudioFormatFlagIsNonInterleaved;
 
-// Interleaved, or planes where the flags say so.
+// Interleaved, or in planes if the flags contain that.
 AudioStreamBasicDescription pcm(UInt32 flags, UInt32 channels, UInt32 bytes, UInt32 bits)
 {
     const UInt32 frame = (flags & kPlanes) != 0 ? bytes : channels * bytes;
     return {48000, kAudioFormatLinearPCM, flags, frame, 1, frame, channels, bits, 0};
 }
 
-// A converter for the length of a test.
+constexpr KIVCS2Status kOK = KIVCS2STATUS_OK, kParam = KIVCS2STATUS_PARAM_ERR;
+using Bytes = std::vector<uint8_t>;
+
+// A converter for one test, with its output.
 struct Converter : KIVCS2PCMAudioConverter
 {
     KIVCS2Status status;
@@ -43,7 +46,7 @@ struct Converter : KIVCS2PCMAudioConverter
     }
     ~Converter()
     {
-        EXPECT_EQ(kivCS2PCMAudioConverter_free(this), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2PCMAudioConverter_free(this), kOK);
     }
     Converter(const Converter &) = delete;
     Converter &operator=(const Converter &) = delete;
@@ -51,10 +54,24 @@ struct Converter : KIVCS2PCMAudioConverter
     [[nodiscard]] uint32_t outBytes(uint32_t length) const
     {
         uint32_t bytes = 0;
-        EXPECT_EQ(kivCS2PCMAudioConverter_getOutputBytesForInputLength(this, length, &bytes),
-                  KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2PCMAudioConverter_getOutputBytesForInputLength(this, length, &bytes), kOK);
         return bytes;
     }
+    // Fills `output` with the planes; `positions` and `distance` are set on success only.
+    KIVCS2Status split(const Bytes &input, uint32_t count)
+    {
+        return kivCS2PCMAudioConverter_convert(this, input.data(), static_cast<uint32_t>(input.size()),
+                                               output.data(), count, positions, &distance);
+    }
+    KIVCS2Status interleave(const Bytes &input, uint32_t &length)
+    {
+        return kivCS2PCMAudioConverter_convertInterleaved(
+            this, input.data(), static_cast<uint32_t>(input.size()), output.data(), &length);
+    }
+
+    Bytes output = Bytes(12800, 0xEE);
+    void *positions[4]{};
+    uint32_t distance = 7;
 };
 
 TEST(PCMAudioConverter, DerivesTheOutputFromTheInput)
@@ -74,7 +91,7 @@ TEST(PCMAudioConverter, DerivesTheOutputFromTheInput)
         {s16, true, true, 24, kPlanes | kBig | kSigned | kPacked, 3, 1, 24},
         {pcm(kBig | kSigned | kPacked, 2, 2, 16), false, true, 0, kSigned | kPacked, 4, 2, 16},
         {pcm(kPacked, 2, 1, 8), false, false, 16, kSigned | kPacked, 4, 2, 16}, // unsigned becomes signed
-        {s24in32, false, false, 24, kSigned | kHigh, 24, 6, 24}, // the width is the same: it stays
+        {s24in32, false, false, 24, kSigned | kHigh, 24, 6, 24}, // the same width keeps the layout
         {s24in32, true, false, 0, kPlanes | kSigned | kHigh, 3, 1, 24},
         {s24in32, true, false, 16, kPlanes | kSigned | kPacked | kHigh, 2, 1, 16},
         {pcm(kPlanes | kSigned | kPacked, 1, 2, 16), false, true, 0, kPlanes | kBig | kSigned | kPacked, 2, 1,
@@ -83,7 +100,7 @@ TEST(PCMAudioConverter, DerivesTheOutputFromTheInput)
     for (const auto &row : cases)
     {
         const Converter converter{row.input, row.deinterleave, row.swap, row.bits};
-        ASSERT_EQ(converter.status, KIVCS2STATUS_OK) << &row - cases;
+        ASSERT_EQ(converter.status, kOK) << &row - cases;
         EXPECT_NE(converter.m_converter, nullptr);
         EXPECT_EQ(std::memcmp(&converter.m_inputFormat, &row.input, sizeof row.input), 0);
         AudioStreamBasicDescription output = row.input;
@@ -107,10 +124,10 @@ TEST(PCMAudioConverter, RefusesWhatItCannotDerive)
         {pcm(kSigned | kPacked, 2, 2, 16), false, 20},
         {pcm(kSigned | kPacked, 2, 2, 16), true, 8},
         {pcm(kSigned | kPacked, 2, 2, 16), false, 32},
-        {pcm(kPlanes | kSigned | kPacked, 2, 2, 16), true, 0},   // planes already
+        {pcm(kPlanes | kSigned | kPacked, 2, 2, 16), true, 0},   // already planes
         {pcm(kSigned | kPacked, 2, 4, 32), true, 0},             // 32 bits in planes of 3 bytes
-        {pcm(kPacked, 2, 1, 8), true, 0},                        // 8 bits called packed in 3 bytes
-        {pcm(kPlanes | kSigned | kPacked, 2, 2, 16), false, 24}, // 6 bytes a sample of a plane
+        {pcm(kPacked, 2, 1, 8), true, 0},                        // 8 bits declared as packed in 3 bytes
+        {pcm(kPlanes | kSigned | kPacked, 2, 2, 16), false, 24}, // 6 bytes for each sample of a plane
         {pcm(kAudioFormatFlagIsFloat | kPacked, 2, 4, 32), true, 16},
         {pcm(kSigned | kPacked, 0x55555556, 3, 24), false, 24}, // a frame beyond 32 bits
         {{}, false, 0},
@@ -118,14 +135,14 @@ TEST(PCMAudioConverter, RefusesWhatItCannotDerive)
     for (const auto &row : cases)
     {
         const Converter converter{row.input, row.deinterleave, false, row.bits};
-        EXPECT_EQ(converter.status, KIVCS2STATUS_PARAM_ERR) << &row - cases;
+        EXPECT_EQ(converter.status, kParam) << &row - cases;
         EXPECT_EQ(converter.m_converter, nullptr);
         EXPECT_EQ(converter.m_inputFormat.mFormatID, 0u);
     }
 }
 
 // Samples of 8 and 32 bits count as 3 bytes like those of 24.
-TEST(PCMAudioConverter, SizesKnowTwoAndThreeBytesAlone)
+TEST(PCMAudioConverter, SizesCountOnlyTwoOrThreeBytes)
 {
     const struct
     {
@@ -145,67 +162,61 @@ TEST(PCMAudioConverter, SizesKnowTwoAndThreeBytesAlone)
     for (const auto &row : cases)
     {
         const Converter converter{row.input, row.deinterleave, false, row.bits};
-        ASSERT_EQ(converter.status, KIVCS2STATUS_OK) << &row - cases;
+        ASSERT_EQ(converter.status, kOK) << &row - cases;
         EXPECT_EQ(converter.outBytes(row.length), row.bytes) << &row - cases;
         uint32_t samples = 0;
         EXPECT_EQ(
             kivCS2PCMAudioConverter_getSampleCountPerChannelForInputLength(&converter, row.length, &samples),
-            KIVCS2STATUS_OK);
+            kOK);
         EXPECT_EQ(samples, row.samples) << &row - cases;
     }
 }
 
-TEST(PCMAudioConverter, NothingIsDividedByZero)
+TEST(PCMAudioConverter, DoesNotDivideByZero)
 {
     const KIVCS2PCMAudioConverter fresh{};
     const Converter planes{pcm(kPlanes | kSigned, 16, 4, 24), false, false, 0}; // 4 bytes / 16 channels
-    ASSERT_EQ(planes.status, KIVCS2STATUS_OK);
+    ASSERT_EQ(planes.status, kOK);
     for (const KIVCS2PCMAudioConverter *converter :
          {&fresh, static_cast<const KIVCS2PCMAudioConverter *>(&planes)})
     {
         uint32_t count = 7;
-        EXPECT_EQ(kivCS2PCMAudioConverter_getOutputBytesForInputLength(converter, 96, &count),
-                  KIVCS2STATUS_PARAM_ERR);
+        EXPECT_EQ(kivCS2PCMAudioConverter_getOutputBytesForInputLength(converter, 96, &count), kParam);
         EXPECT_EQ(kivCS2PCMAudioConverter_getSampleCountPerChannelForInputLength(converter, 96, &count),
-                  KIVCS2STATUS_PARAM_ERR);
+                  kParam);
         EXPECT_EQ(count, 7u);
     }
 }
 
-TEST(PCMAudioConverter, SplitsChannelsIntoPlanesBehindEachOther)
+// 32-bit samples count as 3 bytes, so planes of 16 bits are a third longer than their contents.
+TEST(PCMAudioConverter, SplitsChannelsIntoPlanesOneAfterTheOther)
 {
-    Converter converter{pcm(kSigned | kPacked, 3, 2, 16), true, true, 24};
-    ASSERT_EQ(converter.status, KIVCS2STATUS_OK);
-    const uint8_t input[] = {0x01, 0x81, 0x02, 0x82, 0x03, 0x83, 0x04, 0x84, 0x05, 0x85, 0x06, 0x86};
-    const std::vector<uint8_t> expected = {0x81, 0x01, 0, 0x84, 0x04, 0, 0x82, 0x02, 0,
-                                           0x85, 0x05, 0, 0x83, 0x03, 0, 0x86, 0x06, 0};
-    std::vector<uint8_t> output(converter.outBytes(sizeof input));
-    void *positions[3]{};
-    uint32_t distance = 0;
-    ASSERT_EQ(kivCS2PCMAudioConverter_convert(&converter, input, sizeof input, output.data(), 3, positions,
-                                              &distance),
-              KIVCS2STATUS_OK);
-    EXPECT_EQ(output, expected);
-    EXPECT_EQ(distance, 6u);
-    for (size_t channel = 0; channel < 3; ++channel)
-        EXPECT_EQ(positions[channel], output.data() + 6 * channel);
-}
-
-// 32-bit samples count as 3 bytes, so planes of 16 bits are a third longer than what is in them.
-TEST(PCMAudioConverter, PlanesOf32BitInputLieFurtherApart)
-{
-    Converter converter{pcm(kSigned | kPacked, 2, 4, 32), true, false, 16};
-    ASSERT_EQ(converter.status, KIVCS2STATUS_OK);
-    const uint8_t input[24] = {0, 0, 1, 11, 0, 0, 2, 12, 0, 0, 3, 13, 0, 0, 4, 14, 0, 0, 5, 15, 0, 0, 6, 16};
-    std::vector<uint8_t> output(16, 0xEE); // 24 / 3 * 2
-    void *positions[2]{};
-    uint32_t distance = 0;
-    ASSERT_EQ(kivCS2PCMAudioConverter_convert(&converter, input, sizeof input, output.data(), 2, positions,
-                                              &distance),
-              KIVCS2STATUS_OK);
-    EXPECT_EQ(distance, 8u);
-    EXPECT_EQ(output,
-              (std::vector<uint8_t>{1, 11, 3, 13, 5, 15, 0xEE, 0xEE, 2, 12, 4, 14, 6, 16, 0xEE, 0xEE}));
+    const std::tuple<AudioStreamBasicDescription, bool, uint32_t, uint32_t, Bytes, Bytes> cases[] = {
+        {pcm(kSigned | kPacked, 3, 2, 16),
+         true,
+         24,
+         6,
+         {0x01, 0x81, 0x02, 0x82, 0x03, 0x83, 0x04, 0x84, 0x05, 0x85, 0x06, 0x86},
+         {0x81, 0x01, 0, 0x84, 0x04, 0, 0x82, 0x02, 0, 0x85, 0x05, 0, 0x83, 0x03, 0, 0x86, 0x06, 0}},
+        {pcm(kSigned | kPacked, 2, 4, 32),
+         false,
+         16,
+         8,
+         {0, 0, 1, 11, 0, 0, 2, 12, 0, 0, 3, 13, 0, 0, 4, 14, 0, 0, 5, 15, 0, 0, 6, 16},
+         {1, 11, 3, 13, 5, 15, 0xEE, 0xEE, 2, 12, 4, 14, 6, 16, 0xEE, 0xEE}},
+    };
+    for (const auto &[format, swap, bits, distance, input, output] : cases)
+    {
+        Converter converter{format, true, swap, bits};
+        const uint32_t channels = format.mChannelsPerFrame;
+        ASSERT_EQ(converter.split(input, channels), kOK);
+        EXPECT_EQ(converter.outBytes(static_cast<uint32_t>(input.size())), output.size());
+        EXPECT_EQ(Bytes(converter.output.data(), converter.output.data() + output.size()), output);
+        EXPECT_EQ(converter.output[output.size()], 0xEE);
+        EXPECT_EQ(converter.distance, distance);
+        for (size_t channel = 0; channel < channels; ++channel)
+            EXPECT_EQ(converter.positions[channel], converter.output.data() + distance * channel);
+    }
 }
 
 TEST(PCMAudioConverter, RefusesLengthsAndPositionsThatDoNotFit)
@@ -222,7 +233,7 @@ TEST(PCMAudioConverter, RefusesLengthsAndPositionsThatDoNotFit)
         {s16, true, 0, 8, 0},
         {s16, false, 0, 8, 2},
         {s16, false, 0, 8, 0},
-        {s16, true, 0, 7, 2},                              // no whole frame
+        {s16, true, 0, 7, 2},                              // not a whole frame
         {s16, true, 0, 6, 2},                              // half a frame
         {pcm(kPacked, 2, 1, 8), true, 24, 6, 2},           // the planes are counted too short
         {pcm(kSigned | kHigh, 2, 4, 24), true, 16, 24, 2}, // here too
@@ -230,93 +241,59 @@ TEST(PCMAudioConverter, RefusesLengthsAndPositionsThatDoNotFit)
     for (const auto &row : cases)
     {
         Converter converter{row.input, row.deinterleave, false, row.bits};
-        ASSERT_EQ(converter.status, KIVCS2STATUS_OK) << &row - cases;
-        const uint8_t input[24]{};
-        std::vector<uint8_t> output(64, 0xEE);
-        void *positions[4]{};
-        uint32_t distance = 7;
-        EXPECT_EQ(kivCS2PCMAudioConverter_convert(&converter, input, row.length, output.data(), row.positions,
-                                                  positions, &distance),
-                  KIVCS2STATUS_PARAM_ERR)
-            << &row - cases;
-        EXPECT_EQ(output, std::vector<uint8_t>(64, 0xEE));
-        EXPECT_EQ(positions[0], nullptr);
-        EXPECT_EQ(distance, 7u);
+        ASSERT_EQ(converter.status, kOK) << &row - cases;
+        EXPECT_EQ(converter.split(Bytes(row.length), row.positions), kParam) << &row - cases;
+        EXPECT_EQ(converter.output, Bytes(12800, 0xEE));
+        EXPECT_TRUE(converter.positions[0] == nullptr && converter.distance == 7);
     }
 }
 
-TEST(PCMAudioConverter, InterleavedInputIsLaidOutAndNotConverted)
+TEST(PCMAudioConverter, SplittingInterleavedOutputOnlySetsItsPosition)
 {
     Converter converter{pcm(kSigned | kPacked, 2, 2, 16), false, true, 24};
-    ASSERT_EQ(converter.status, KIVCS2STATUS_OK);
-    const uint8_t input[8] = {0x01, 0x81, 0x02, 0x82, 0x03, 0x83, 0x04, 0x84};
-    std::vector<uint8_t> output(12, 0xEE);
-    void *position = nullptr;
-    uint32_t distance = 0;
-    ASSERT_EQ(kivCS2PCMAudioConverter_convert(&converter, input, sizeof input, output.data(), 1, &position,
-                                              &distance),
-              KIVCS2STATUS_OK);
-    EXPECT_EQ(position, output.data());
-    EXPECT_EQ(distance, 12u);
-    EXPECT_EQ(output, std::vector<uint8_t>(12, 0xEE));
-
-    // The operation that does convert.
+    ASSERT_EQ(converter.status, kOK);
+    const Bytes input = {0x01, 0x81, 0x02, 0x82, 0x03, 0x83, 0x04, 0x84};
+    ASSERT_EQ(converter.split(input, 1), kOK);
+    EXPECT_TRUE(converter.positions[0] == converter.output.data() && converter.distance == 12);
     uint32_t length = 11;
-    EXPECT_EQ(
-        kivCS2PCMAudioConverter_convertInterleaved(&converter, input, sizeof input, output.data(), &length),
-        KIVCS2STATUS_PARAM_ERR);
+    EXPECT_EQ(converter.interleave(input, length), kParam);
     EXPECT_EQ(length, 11u);
-    EXPECT_EQ(output, std::vector<uint8_t>(12, 0xEE));
+    EXPECT_EQ(converter.output, Bytes(12800, 0xEE));
+
+    // The operation that converts.
     length = 100;
-    ASSERT_EQ(
-        kivCS2PCMAudioConverter_convertInterleaved(&converter, input, sizeof input, output.data(), &length),
-        KIVCS2STATUS_OK);
+    ASSERT_EQ(converter.interleave(input, length), kOK);
     EXPECT_EQ(length, 12u);
-    EXPECT_EQ(output, (std::vector<uint8_t>{0x81, 0x01, 0, 0x82, 0x02, 0, 0x83, 0x03, 0, 0x84, 0x04, 0}));
+    EXPECT_EQ(Bytes(converter.output.data(), converter.output.data() + 13),
+              (Bytes{0x81, 0x01, 0, 0x82, 0x02, 0, 0x83, 0x03, 0, 0x84, 0x04, 0, 0xEE}));
 
     Converter splitting{pcm(kSigned | kPacked, 2, 2, 16), true, false, 0};
+    EXPECT_EQ(splitting.interleave(input, length), kParam);
     KIVCS2PCMAudioConverter fresh{};
-    for (KIVCS2PCMAudioConverter *other : {static_cast<KIVCS2PCMAudioConverter *>(&splitting), &fresh})
-        EXPECT_EQ(
-            kivCS2PCMAudioConverter_convertInterleaved(other, input, sizeof input, output.data(), &length),
-            KIVCS2STATUS_PARAM_ERR);
+    uint8_t output[100];
+    EXPECT_EQ(kivCS2PCMAudioConverter_convertInterleaved(&fresh, input.data(), 8, output, &length), kParam);
 }
 
-// The size for a split is not the room for an interleaved result, and some planes are too short to split.
+// The size counted for a split differs from an interleaved result, and some planes are too short to split.
 TEST(PCMAudioConverter, CountsOtherSizesForASplitThanItWritesInterleaved)
 {
-    const struct
-    {
-        AudioStreamBasicDescription input;
-        uint32_t counted, written;
-        bool splits;
-    } cases[] = {
-        {pcm(kSigned | kPacked, 4, 4, 32), 4266, 3200, true},
-        {pcm(kSigned | kHigh, 4, 4, 24), 2132, 3200, false},
-        {pcm(kSigned | kPacked, 4, 1, 8), 4266, 12800, false},
+    const std::tuple<AudioStreamBasicDescription, uint32_t, uint32_t, KIVCS2Status> cases[] = {
+        {pcm(kSigned | kPacked, 4, 4, 32), 4266, 3200, kOK},
+        {pcm(kSigned | kHigh, 4, 4, 24), 2132, 3200, kParam},
+        {pcm(kSigned | kPacked, 4, 1, 8), 4266, 12800, kParam},
     };
-    const std::vector<uint8_t> input(6400);
-    for (const auto &one : cases)
+    const Bytes input(6400);
+    for (const auto &[format, counted, written, split] : cases)
     {
-        SCOPED_TRACE(one.counted);
-        std::vector<uint8_t> output(12800);
-        void *planes[4];
-        uint32_t plane = 0;
-        Converter splitting{one.input, true, false, 16};
-        EXPECT_EQ(splitting.outBytes(6400), one.counted);
-        EXPECT_EQ(
-            kivCS2PCMAudioConverter_convert(&splitting, input.data(), 6400, output.data(), 4, planes, &plane),
-            one.splits ? KIVCS2STATUS_OK : KIVCS2STATUS_PARAM_ERR);
-        Converter plain{one.input, false, false, 16};
-        uint32_t room = one.written - 1;
-        EXPECT_EQ(
-            kivCS2PCMAudioConverter_convertInterleaved(&plain, input.data(), 6400, output.data(), &room),
-            KIVCS2STATUS_PARAM_ERR);
-        room = one.written;
-        EXPECT_EQ(
-            kivCS2PCMAudioConverter_convertInterleaved(&plain, input.data(), 6400, output.data(), &room),
-            KIVCS2STATUS_OK);
-        EXPECT_EQ(room, one.written);
+        SCOPED_TRACE(counted);
+        Converter splitting{format, true, false, 16}, plain{format, false, false, 16};
+        EXPECT_EQ(splitting.outBytes(6400), counted);
+        EXPECT_EQ(splitting.split(input, 4), split);
+        uint32_t room = written - 1;
+        EXPECT_EQ(plain.interleave(input, room), kParam);
+        room = written;
+        EXPECT_EQ(plain.interleave(input, room), kOK);
+        EXPECT_EQ(room, written);
     }
 }
 
@@ -326,15 +303,15 @@ TEST(PCMAudioConverter, FreeClearsTheRecordForAnotherInit)
     KIVCS2PCMAudioConverter converter{};
     for (int round = 0; round < 2; ++round)
     {
-        ASSERT_EQ(kivCS2PCMAudioConverter_init(&converter, &s16, true, false, 0), KIVCS2STATUS_OK);
-        ASSERT_EQ(kivCS2PCMAudioConverter_free(&converter), KIVCS2STATUS_OK);
+        ASSERT_EQ(kivCS2PCMAudioConverter_init(&converter, &s16, true, false, 0), kOK);
+        ASSERT_EQ(kivCS2PCMAudioConverter_free(&converter), kOK);
         EXPECT_EQ(converter.m_converter, nullptr);
         EXPECT_EQ(converter.m_outputFormat.mFormatID, 0u);
         EXPECT_EQ(converter.m_deinterleave, 0u);
     }
-    // Nothing to dispose of is a failed disposal: the record stays.
+    // Without a converter the disposal fails, so the record stays.
     converter.m_deinterleave = 1;
-    EXPECT_EQ(kivCS2PCMAudioConverter_free(&converter), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2PCMAudioConverter_free(&converter), kOK);
     EXPECT_EQ(converter.m_deinterleave, 1u);
 }
 

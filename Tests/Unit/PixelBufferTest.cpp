@@ -1,4 +1,5 @@
-// Pictures: what hosts rely on, wide ones, refusals; Fuzzers/PixelBufferFuzzer.cpp has a model of the rest.
+// Pictures: the behaviour that hosts rely on, wide pictures, refusals. The fuzz target has a model of the
+// rest.
 #include <KIVCoreServices2/KIVCS2PixelBuffer.h>
 
 #include "ArgumentCheck.h"
@@ -37,7 +38,7 @@ TEST(PixelBufferConvert, TheLastOddPixelOfALineIsMixedWithNoChroma)
 
 TEST(PixelBufferConvert, AnOddWidthWritesOnePixelMoreInBGR)
 {
-    // Y 81, Cb 90 and no Cr, which lies behind the line; then the mean chroma of 45 and 0 at no luma.
+    // Y 81, Cb 90, and 0 for the Cr past the line; then the mean chroma of 45 and 0 with luma 0.
     const Picture from{1, k2vuy, {90, 81, 240, 255}};
     Picture to;
     ASSERT_EQ(kivCS2PixelBuffer_convert(from.get(), to.out(), kToRGBA), KIVCS2STATUS_OK);
@@ -48,7 +49,7 @@ TEST(PixelBufferConvert, AnOddWidthWritesOnePixelMoreInBGR)
     EXPECT_EQ(to.row(0, to.stride()), expected);
 }
 
-TEST(PixelBufferConvert, PicturesOfEverySizeTakeTheMatrixOfStandardDefinition)
+TEST(PixelBufferConvert, WidePicturesHaveTheMatrixOfStandardDefinitionToo)
 {
     constexpr size_t kWidth = 1920;
     const Bytes line = kiv::test::randomBytes(kWidth * 2, 1);
@@ -106,7 +107,7 @@ TEST(PixelBufferScale, EqualSizesPassWithoutAssertionsAndLargerDoNot)
     EXPECT_EQ(kivCS2PixelBuffer_scale(from.get(), &out, 8, 2), KIVCS2STATUS_PARAM_ERR);
 }
 
-// Only equal sizes reach it. A conversion sees no Cr there.
+// Only equal sizes reach the last pixel. A conversion has no Cr there.
 TEST(PixelBufferScale, TheLastPixelOfAnOddWidthHasTheCrOfItsPair)
 {
     const Picture from{3, k2vuy, {128, 16, 128, 16, 90, 81, 240, 0}};

@@ -1,4 +1,5 @@
-// Strings: the encodings both ways, detection, copies, paths and the tilde, with exact texts and sizes.
+// Strings: conversion between all encodings, detection, copies, paths and the tilde, with exact texts and
+// sizes.
 #include <KIVCoreServices2/KIVCS2String.h>
 
 #include "ArgumentCheck.h"
@@ -22,9 +23,10 @@ namespace
 using kiv::test::fromBytes;
 using kiv::test::StringRef;
 
-constexpr auto kParam = KIVCS2STATUS_PARAM_ERR;
+constexpr KIVCS2Status kOK = KIVCS2STATUS_OK, kParam = KIVCS2STATUS_PARAM_ERR;
+constexpr auto toCString = kivCS2String_createCStringFromCFStringWithEncoding;
 
-// The text of a string that was made for the caller.
+// The text of a string that the caller owns.
 std::string taken(CFStringRef string)
 {
     return kiv::test::utf8(StringRef{string}.get());
@@ -40,43 +42,42 @@ TEST(String, RefusesWhatIsMissing)
     uint32_t size = 0;
     KIVCS2StringEncoding encoding = 0;
     CFStringEncoding system = 0;
+#define STRING(operation, ...) KIV_REQUIRES(kivCS2String_##operation, __VA_ARGS__)
     kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2String_convertEncoding, "systemEncoding", 0, nullptr),
-        KIV_REQUIRES(kivCS2String_getNullTerminatorLength, "nullTerminatorLen", 0, nullptr),
-        KIV_REQUIRES(kivCS2String_createCFStringWithEncoding, "source", nullptr, 0, &object, 0),
-        KIV_REQUIRES(kivCS2String_createCFStringWithEncoding, "cfString", "a", 1, nullptr, 0),
-        KIV_REQUIRES(kivCS2String_createCFStringWithEncoding, "encoding < KIVCS2StringEncodingMax", "a", 1,
-                     &object, 8),
-        KIV_REQUIRES(kivCS2String_createCStringFromCFStringWithEncoding, "cfString", nullptr, &text, 0,
-                     &size),
-        KIV_REQUIRES(kivCS2String_createCStringFromCFStringWithEncoding, "cString", some.get(), nullptr, 0,
-                     &size),
-        KIV_REQUIRES(kivCS2String_freeCString, "string", nullptr),
-        KIV_REQUIRES(kivCS2String_getBytesUsed, "(string) != NULL", nullptr, 0, &size),
-        KIV_REQUIRES(kivCS2String_getBytesUsed, "(bytesUsed) != NULL", some.get(), 0, nullptr),
-        KIV_REQUIRES(kivCS2String_convertCString, "(source) != NULL", nullptr, 0, 0, &text, 0, &size),
-        KIV_REQUIRES(kivCS2String_convertCString, "(destination) != NULL", "a", 1, 0, nullptr, 0, &size),
-        KIV_REQUIRES(kivCS2String_detectEncoding, "source", nullptr, 4, &encoding, &size),
-        KIV_REQUIRES(kivCS2String_detectEncoding, "encoding", "abcd", 4, nullptr, &size),
-        KIV_REQUIRES(kivCS2String_OSTypeToString, "buffer", 0, nullptr, 5),
-        KIV_REQUIRES(kivCS2String_copy, "dest", nullptr, "a", 2),
-        KIV_REQUIRES(kivCS2String_copy, "source", buffer, nullptr, 2),
-        KIV_REQUIRES(kivCS2String_createCopy, "source", &text, nullptr),
-        KIV_REQUIRES(kivCS2String_createCopy, "dest", nullptr, "a"),
-        KIV_REQUIRES(kivCS2String_separateCFString, "cfString", nullptr, ",", &array),
-        KIV_REQUIRES(kivCS2String_separateCFString, "separator", some.get(), nullptr, &array),
-        KIV_REQUIRES(kivCS2String_separateCFString, "array", some.get(), ",", nullptr),
-        KIV_REQUIRES(kivCS2String_createBundleResourcePath, "name", nullptr, "txt", &object),
-        KIV_REQUIRES(kivCS2String_createBundleResourcePath, "resourcePath", "a", "txt", nullptr),
-        KIV_REQUIRES(kivCS2String_createUIDCFString, "cfString", nullptr),
-        KIV_REQUIRES(kivCS2String_createUIDCString, "buffer", nullptr, 37),
-        KIV_REQUIRES(kivCS2String_getCFStringLastPathComponent, "cfString", nullptr, &object),
-        KIV_REQUIRES(kivCS2String_getCFStringLastPathComponent, "cfLastPathComponent", some.get(), nullptr),
-        KIV_REQUIRES(kivCS2String_createStringByExpandingTilde, "(path) != NULL", nullptr, &text),
-        KIV_REQUIRES(kivCS2String_createStringByExpandingTilde, "(expandedPath) != NULL", "~", nullptr),
+        STRING(convertEncoding, "systemEncoding", 0, nullptr),
+        STRING(getNullTerminatorLength, "nullTerminatorLen", 0, nullptr),
+        STRING(createCFStringWithEncoding, "source", nullptr, 0, &object, 0),
+        STRING(createCFStringWithEncoding, "cfString", "a", 1, nullptr, 0),
+        STRING(createCFStringWithEncoding, "encoding < KIVCS2StringEncodingMax", "a", 1, &object, 8),
+        STRING(createCStringFromCFStringWithEncoding, "cfString", nullptr, &text, 0, &size),
+        STRING(createCStringFromCFStringWithEncoding, "cString", some.get(), nullptr, 0, &size),
+        STRING(freeCString, "string", nullptr),
+        STRING(getBytesUsed, "(string) != NULL", nullptr, 0, &size),
+        STRING(getBytesUsed, "(bytesUsed) != NULL", some.get(), 0, nullptr),
+        STRING(convertCString, "(source) != NULL", nullptr, 0, 0, &text, 0, &size),
+        STRING(convertCString, "(destination) != NULL", "a", 1, 0, nullptr, 0, &size),
+        STRING(detectEncoding, "source", nullptr, 4, &encoding, &size),
+        STRING(detectEncoding, "encoding", "abcd", 4, nullptr, &size),
+        STRING(OSTypeToString, "buffer", 0, nullptr, 5),
+        STRING(copy, "dest", nullptr, "a", 2),
+        STRING(copy, "source", buffer, nullptr, 2),
+        STRING(createCopy, "source", &text, nullptr),
+        STRING(createCopy, "dest", nullptr, "a"),
+        STRING(separateCFString, "cfString", nullptr, ",", &array),
+        STRING(separateCFString, "separator", some.get(), nullptr, &array),
+        STRING(separateCFString, "array", some.get(), ",", nullptr),
+        STRING(createBundleResourcePath, "name", nullptr, "txt", &object),
+        STRING(createBundleResourcePath, "resourcePath", "a", "txt", nullptr),
+        STRING(createUIDCFString, "cfString", nullptr),
+        STRING(createUIDCString, "buffer", nullptr, 37),
+        STRING(getCFStringLastPathComponent, "cfString", nullptr, &object),
+        STRING(getCFStringLastPathComponent, "cfLastPathComponent", some.get(), nullptr),
+        STRING(createStringByExpandingTilde, "(path) != NULL", nullptr, &text),
+        STRING(createStringByExpandingTilde, "(expandedPath) != NULL", "~", nullptr),
     });
+#undef STRING
 
-    // Encodings that come from a file or a setting are answered, never asserted.
+    // Encodings may come from a file or a setting, so they are not asserted.
     for (const KIVCS2StringEncoding unknown : {-1, 8, INT32_MIN, INT32_MAX})
     {
         EXPECT_EQ(kivCS2String_convertEncoding(unknown, &system), kParam);
@@ -84,13 +85,12 @@ TEST(String, RefusesWhatIsMissing)
         EXPECT_EQ(kivCS2String_getBytesUsed(some.get(), unknown, &size), kParam);
         EXPECT_EQ(kivCS2String_convertCString("a", 1, unknown, &text, 2, nullptr), kParam);
         EXPECT_EQ(kivCS2String_convertCString("a", 1, 2, &text, unknown, nullptr), kParam);
-        EXPECT_EQ(kivCS2String_createCStringFromCFStringWithEncoding(some.get(), &text, unknown, nullptr),
-                  kParam);
+        EXPECT_EQ(toCString(some.get(), &text, unknown, nullptr), kParam);
     }
 #ifdef NDEBUG
     for (const KIVCS2StringEncoding unknown : {-1, 8})
 #else
-    for (const KIVCS2StringEncoding unknown : {-1}) // 8 is asserted
+    for (const KIVCS2StringEncoding unknown : {-1}) // 8 fails an assertion
 #endif
     {
         object = some.get();
@@ -123,11 +123,11 @@ TEST(String, EveryEncodingConvertsIntoEveryOther)
     {
         CFStringEncoding system = 0;
         uint32_t terminator = 0;
-        EXPECT_EQ(kivCS2String_convertEncoding(from.encoding, &system), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2String_convertEncoding(from.encoding, &system), kOK);
         EXPECT_EQ(system, from.system);
-        EXPECT_EQ(kivCS2String_getNullTerminatorLength(from.encoding, &terminator), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2String_getNullTerminatorLength(from.encoding, &terminator), kOK);
         EXPECT_EQ(terminator, from.terminator);
-        // One byte before it, so that the units of the source lie at odd addresses.
+        // One byte before the source puts its units at odd addresses.
         const std::string source = "\xFF" + from.bytes + std::string(from.terminator, '\0');
         for (const EncodedText &to : kEncodedTexts)
             for (const uint32_t length : {KIVCS2_STRING_MEASURE, static_cast<uint32_t>(from.bytes.size())})
@@ -137,54 +137,44 @@ TEST(String, EveryEncodingConvertsIntoEveryOther)
                 uint32_t used = 0;
                 ASSERT_EQ(kivCS2String_convertCString(source.data() + 1, length, from.encoding, &text,
                                                       to.encoding, &used),
-                          KIVCS2STATUS_OK);
+                          kOK);
                 EXPECT_EQ(std::string(text, used), to.bytes + std::string(to.terminator, '\0'));
-                EXPECT_EQ(kivCS2String_freeCString(text), KIVCS2STATUS_OK);
+                EXPECT_EQ(kivCS2String_freeCString(text), kOK);
             }
     }
 }
 
-TEST(String, ConversionStopsBeforeWhatTheEncodingLacks)
+TEST(String, ConversionStopsBeforeACharacterThatTheEncodingLacks)
 {
-    struct Row
-    {
-        const char *text;
-        KIVCS2StringEncoding encoding;
-        KIVCS2Status status;
-        KIVCS2Status measured;
-        std::string bytes;
+    constexpr KIVCS2Status kCaption = KIVCS2STATUS_CAPTION_ERR, kUnsupported = KIVCS2STATUS_UNSUPPORTED_ERR;
+    // Text, encoding, status, status of measuring, and the bytes with their terminator.
+    const std::tuple<const char *, KIVCS2StringEncoding, KIVCS2Status, KIVCS2Status, std::string> rows[] = {
+        {"ab\u00E9c", KIVCS2StringEncoding_ASCII, kOK, kOK, "ab\0"s},
+        {"a\u20AC", KIVCS2StringEncoding_ISOLatin1, kOK, kOK, "a\0"s},
+        {"\u00E9", KIVCS2StringEncoding_ASCII, kCaption, kUnsupported, ""},
+        {"", KIVCS2StringEncoding_UTF8, kCaption, kParam, ""},
+        {"", KIVCS2StringEncoding_UTF32LE, kCaption, kParam, ""},
+        {"\U0001F600", KIVCS2StringEncoding_UTF16BE, kOK, kOK, "\xD8\x3D\xDE\0\0\0"s},
+        {"", KIVCS2StringEncoding_FileSystem, kParam, kParam, ""},
     };
-    for (const Row &row : std::initializer_list<Row>{
-             {"ab\u00E9c", KIVCS2StringEncoding_ASCII, KIVCS2STATUS_OK, KIVCS2STATUS_OK, "ab"},
-             {"a\u20AC", KIVCS2StringEncoding_ISOLatin1, KIVCS2STATUS_OK, KIVCS2STATUS_OK, "a"},
-             {"\u00E9", KIVCS2StringEncoding_ASCII, KIVCS2STATUS_CAPTION_ERR, KIVCS2STATUS_UNSUPPORTED_ERR,
-              ""},
-             {"", KIVCS2StringEncoding_UTF8, KIVCS2STATUS_CAPTION_ERR, kParam, ""},
-             {"", KIVCS2StringEncoding_UTF32LE, KIVCS2STATUS_CAPTION_ERR, kParam, ""},
-             {"\U0001F600", KIVCS2StringEncoding_UTF16BE, KIVCS2STATUS_OK, KIVCS2STATUS_OK,
-              "\xD8\x3D\xDE\x00"s},
-         })
+    for (const auto &[source, encoding, status, measure, bytes] : rows)
     {
-        const StringRef object = fromBytes(row.text);
+        const StringRef object = fromBytes(source);
         char *text = reinterpret_cast<char *>(&text);
-        uint32_t used = 77;
-        uint32_t measured = 77;
-        EXPECT_EQ(
-            kivCS2String_createCStringFromCFStringWithEncoding(object.get(), &text, row.encoding, &used),
-            row.status);
-        EXPECT_EQ(kivCS2String_getBytesUsed(object.get(), row.encoding, &measured), row.measured);
+        uint32_t used = 77, measured = 77;
+        EXPECT_EQ(toCString(object.get(), &text, encoding, &used), status);
+        EXPECT_EQ(kivCS2String_getBytesUsed(object.get(), encoding, &measured), measure);
         EXPECT_EQ(measured, used);
-        if (row.status != KIVCS2STATUS_OK)
-        {
-            EXPECT_EQ(text, nullptr);
-            EXPECT_EQ(used, 77u);
-            continue;
-        }
-        uint32_t terminator = 0;
-        kivCS2String_getNullTerminatorLength(row.encoding, &terminator);
-        EXPECT_EQ(std::string(text, used), row.bytes + std::string(terminator, '\0'));
-        kivCS2String_freeCString(text);
+        if (status == kOK)
+            EXPECT_EQ(std::string(text, used), bytes);
+        else
+            EXPECT_TRUE(used == 77 && (text == nullptr || encoding == KIVCS2StringEncoding_FileSystem));
+        std::free(text); // kept: the empty path is the caller's in spite of the failure
     }
+    char *text = nullptr; // the empty path has a text, but not a measure
+    EXPECT_EQ(toCString(fromBytes("").get(), &text, KIVCS2StringEncoding_FileSystem, nullptr), kOK);
+    EXPECT_STREQ(text, "");
+    kivCS2String_freeCString(text);
 }
 
 TEST(String, InvalidBytesAreRefused)
@@ -206,53 +196,29 @@ TEST(String, InvalidBytesAreRefused)
     }
 }
 
-TEST(String, AMarkStaysACharacterAndPathsAreComposed)
+TEST(String, AByteOrderMarkStaysACharacterAndPathsAreComposed)
 {
     CFStringRef marked = nullptr;
     ASSERT_EQ(kivCS2String_createCFStringWithEncoding("\xEF\xBB\xBFx", 4, &marked, KIVCS2StringEncoding_UTF8),
-              KIVCS2STATUS_OK);
+              kOK);
     EXPECT_EQ(taken(marked), "\uFEFFx");
     CFStringRef path = nullptr;
-    ASSERT_EQ(
-        kivCS2String_createCFStringWithEncoding("/e\u0301", 1, &path,
-                                                KIVCS2StringEncoding_FileSystem), // the length is not used
-        KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2String_createCFStringWithEncoding("/e\u0301", 1, &path, KIVCS2StringEncoding_FileSystem),
+              kOK); // the length is ignored
     EXPECT_EQ(taken(path), "/\u00E9");
-}
-
-TEST(String, TheEmptyPathHasATextButNoMeasure)
-{
-    const StringRef empty = fromBytes("");
-    char *text = nullptr;
-    EXPECT_EQ(kivCS2String_createCStringFromCFStringWithEncoding(empty.get(), &text,
-                                                                 KIVCS2StringEncoding_FileSystem, nullptr),
-              KIVCS2STATUS_OK);
-    EXPECT_STREQ(text, "");
-    kivCS2String_freeCString(text);
-    uint32_t used = 0;
-    EXPECT_EQ(kivCS2String_createCStringFromCFStringWithEncoding(empty.get(), &text,
-                                                                 KIVCS2StringEncoding_FileSystem, &used),
-              kParam);
-    kivCS2String_freeCString(text); // stays with the caller
 }
 
 TEST(String, DetectsMarksInTheirOrder)
 {
-    struct Row
-    {
-        std::string bytes;
-        KIVCS2StringEncoding encoding; // -1: none
-        uint32_t length;
-    };
-    for (const Row &row : std::initializer_list<Row>{
+    using Row = std::tuple<std::string, KIVCS2StringEncoding, uint32_t>; // bytes; encoding, or -1; length
+    for (const auto &[bytes, expected, size] : std::initializer_list<Row>{
              {"\xEF\xBB\xBF", KIVCS2StringEncoding_UTF8, 3},
              {"\xEF\xBB", -1, 0},
              {"\xFE\xFF", KIVCS2StringEncoding_UTF16BE, 2},
-             {"\xFF\xFE", KIVCS2StringEncoding_UTF16LE, 2},
-             {"\xFF\xFE\0\0"s, KIVCS2StringEncoding_UTF16LE, 2}, // not UTF-32: the shorter mark comes first
+             {"\xFF\xFE\0\0"s, KIVCS2StringEncoding_UTF16LE,
+              2}, // not UTF-32: the shorter mark is found first
              {"\0\0\xFE\xFF"s, KIVCS2StringEncoding_UTF32BE, 4},
              {"\0\0\xFE"s, -1, 0},
-             {"abc", -1, 0},
              {"abcd", -1, 0},
              {"\xFF", -1, 0},
              {"", -1, 0},
@@ -260,14 +226,13 @@ TEST(String, DetectsMarksInTheirOrder)
     {
         KIVCS2StringEncoding encoding = -1;
         uint32_t length = 0;
-        EXPECT_EQ(kivCS2String_detectEncoding(row.bytes.data(), static_cast<uint32_t>(row.bytes.size()),
-                                              &encoding, &length),
-                  row.encoding < 0 ? KIVCS2STATUS_UNSUPPORTED_ERR : KIVCS2STATUS_OK);
-        EXPECT_EQ(encoding, row.encoding);
-        EXPECT_EQ(length, row.length);
+        EXPECT_EQ(kivCS2String_detectEncoding(bytes.data(), static_cast<uint32_t>(bytes.size()), &encoding,
+                                              &length),
+                  expected < 0 ? KIVCS2STATUS_UNSUPPORTED_ERR : kOK);
+        EXPECT_TRUE(encoding == expected && length == size) << encoding << ", " << length;
     }
     KIVCS2StringEncoding encoding = 0;
-    EXPECT_EQ(kivCS2String_detectEncoding("\xFE\xFF", 2, &encoding, nullptr), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2String_detectEncoding("\xFE\xFF", 2, &encoding, nullptr), kOK);
 }
 
 TEST(String, WritesCodesAndCopiesWithinTheBuffer)
@@ -275,44 +240,35 @@ TEST(String, WritesCodesAndCopiesWithinTheBuffer)
     char buffer[8] = "zzzzzzz";
     EXPECT_EQ(kivCS2String_OSTypeToString(0x63636470, buffer, 4), KIVCS2STATUS_BUFFER_SIZE_ERR);
     EXPECT_EQ(buffer[0], 'z');
-    EXPECT_EQ(kivCS2String_OSTypeToString(0x63636470, buffer, 5), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2String_OSTypeToString(0x63636470, buffer, 5), kOK);
     EXPECT_EQ(std::string(buffer, 7), "ccdp\0zz"s);
-    EXPECT_EQ(kivCS2String_OSTypeToString(0xFF000080, buffer, 5), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2String_OSTypeToString(0xFF000080, buffer, 5), kOK);
     EXPECT_EQ(std::string(buffer, 5), "\xFF\0\0\x80\0"s);
 
     EXPECT_EQ(kivCS2String_copy(buffer, "abc", 3), KIVCS2STATUS_BUFFER_SIZE_ERR);
     EXPECT_EQ(kivCS2String_copy(buffer, "", 0), KIVCS2STATUS_BUFFER_SIZE_ERR);
     EXPECT_EQ(buffer[0], '\xFF');
-    EXPECT_EQ(kivCS2String_copy(buffer, "abc", 4), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2String_copy(buffer, "abc", 4), kOK);
     EXPECT_STREQ(buffer, "abc");
 
     char *copy = nullptr;
-    ASSERT_EQ(kivCS2String_createCopy(&copy, "abc"), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2String_createCopy(&copy, "abc"), kOK);
     EXPECT_EQ(std::string(copy, 5), "abc\0\0"s);
-    EXPECT_EQ(kivCS2String_freeCString(copy), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2String_freeCString(copy), kOK);
 }
 
 TEST(String, SeparatesAtEverySeparator)
 {
-    struct Row
+    const std::tuple<const char *, const char *, CFIndex, const char *> rows[] = {
+        {"10:00:00:00", ":", 4, "00"}, {"a--b--", "--", 3, ""}, {"", ",", 1, ""}, {"abc", ",", 1, "abc"}};
+    for (const auto &[whole, separator, count, end] : rows)
     {
-        const char *text;
-        const char *separator;
-        CFIndex count;
-        const char *last;
-    };
-    for (const Row &row : std::initializer_list<Row>{{"10:00:00:00", ":", 4, "00"},
-                                                     {"a--b--", "--", 3, ""},
-                                                     {"", ",", 1, ""},
-                                                     {"abc", ",", 1, "abc"}})
-    {
-        const StringRef text = fromBytes(row.text);
+        const StringRef text = fromBytes(whole);
         CFArrayRef array = nullptr;
-        ASSERT_EQ(kivCS2String_separateCFString(text.get(), row.separator, &array), KIVCS2STATUS_OK);
-        ASSERT_EQ(CFArrayGetCount(array), row.count);
-        const auto last = static_cast<CFStringRef>(CFArrayGetValueAtIndex(array, row.count - 1));
-        const StringRef expected = fromBytes(row.last);
-        EXPECT_TRUE(CFEqual(last, expected.get()));
+        ASSERT_EQ(kivCS2String_separateCFString(text.get(), separator, &array), kOK);
+        ASSERT_EQ(CFArrayGetCount(array), count);
+        const auto last = static_cast<CFStringRef>(CFArrayGetValueAtIndex(array, count - 1));
+        EXPECT_EQ(kiv::test::utf8(last), end);
         CFRelease(array);
     }
     const StringRef text = fromBytes("a");
@@ -327,8 +283,8 @@ TEST(String, UIDsAreNewEachTime)
     char second[37];
     EXPECT_EQ(kivCS2String_createUIDCString(first, 36), KIVCS2STATUS_BUFFER_SIZE_ERR);
     EXPECT_EQ(kivCS2String_createUIDCString(first, 0), KIVCS2STATUS_BUFFER_SIZE_ERR);
-    ASSERT_EQ(kivCS2String_createUIDCString(first, 37), KIVCS2STATUS_OK);
-    ASSERT_EQ(kivCS2String_createUIDCString(second, 37), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2String_createUIDCString(first, 37), kOK);
+    ASSERT_EQ(kivCS2String_createUIDCString(second, 37), kOK);
     EXPECT_THAT(first, testing::MatchesRegex("[0-9A-F]+-[0-9A-F]+-4[0-9A-F]+-[89AB][0-9A-F]+-[0-9A-F]+"));
     EXPECT_EQ(std::strlen(first), 36u);
     EXPECT_STRNE(first, second);
@@ -341,7 +297,7 @@ TEST(String, TakesTheLastPathComponent)
     {
         const StringRef whole = fromBytes(path);
         CFStringRef component = nullptr;
-        EXPECT_EQ(kivCS2String_getCFStringLastPathComponent(whole.get(), &component), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2String_getCFStringLastPathComponent(whole.get(), &component), kOK);
         EXPECT_EQ(taken(component), last);
     }
     const StringRef empty = fromBytes("");
@@ -356,10 +312,10 @@ TEST(String, FindsResourcesBesideTheExecutable)
     const bool made = std::filesystem::create_directory(resources);
     std::ofstream{resources / "string-test.txt"} << "x";
     CFStringRef path = nullptr;
-    EXPECT_EQ(kivCS2String_createBundleResourcePath("string-test", "txt", &path), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2String_createBundleResourcePath("string-test", "txt", &path), kOK);
     EXPECT_EQ(taken(path), (resources / "string-test.txt").string());
     CFStringRef whole = nullptr;
-    EXPECT_EQ(kivCS2String_createBundleResourcePath("string-test.txt", nullptr, &whole), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2String_createBundleResourcePath("string-test.txt", nullptr, &whole), kOK);
     EXPECT_EQ(taken(whole), (resources / "string-test.txt").string());
     const StringRef some = fromBytes("some");
     CFStringRef missing = some.get();
@@ -379,27 +335,27 @@ TEST(String, ExpandsALeadingTilde)
              {"~/", "/h/"},
              {"/a/~", "/a/~"},
              {"", ""},
-             {"~user/x", "/huser/x"}, // the text behind the tilde is taken as it stands
+             {"~user/x", "/huser/x"}, // the text after the tilde is not interpreted
          })
     {
         setenv("HOME", "/h", 1);
         char *text = nullptr;
-        EXPECT_EQ(kivCS2String_createStringByExpandingTilde(path, &text), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2String_createStringByExpandingTilde(path, &text), kOK);
         ASSERT_STREQ(text, expanded);
 #ifdef __SANITIZE_ADDRESS__
-        // Its allocator knows the exact size: the two lengths, less the tilde, and the zero.
+        // The exact size is the two lengths without the tilde, and the zero byte.
         EXPECT_EQ(path[0] != '~' || malloc_usable_size(text) == std::strlen(expanded) + 1, true);
 #endif
         kivCS2String_freeCString(text);
     }
-    // A service runs without the variable; the user's entry knows.
+    // A service may run without the variable: the user's entry has the folder.
     const passwd *user = getpwuid(getuid());
     for (const bool isEmpty : {false, true})
     {
         isEmpty ? setenv("HOME", "", 1) : unsetenv("HOME");
         char *text = nullptr;
         EXPECT_EQ(kivCS2String_createStringByExpandingTilde("~/x", &text),
-                  user != nullptr ? KIVCS2STATUS_OK : KIVCS2STATUS_UNSUPPORTED_ERR);
+                  user != nullptr ? kOK : KIVCS2STATUS_UNSUPPORTED_ERR);
         EXPECT_EQ(text != nullptr ? text : "", user != nullptr ? user->pw_dir + "/x"s : "");
         std::free(text);
     }
