@@ -102,15 +102,17 @@ TEST(CaptionWriterSCC, PairsOfOneFrameFollowOneAnother)
     const KIVCS2CaptionPairs two{{2, 0}, {{{0x94, 0x20}, {0x94, 0xAE}}}, {}};
     const KIVCS2CaptionPairs one{{1, 0}, {{{0xC1, 0xC2}}}, {}};
     const KIVCS2CaptionPairs none{{1, 0}, {{{0x80, 0x80}}}, {}};
+    const KIVCS2CaptionPairs absent{};
     const uint32_t day = 2592000;
     using Step = std::pair<uint32_t, const KIVCS2CaptionPairs *>;
     for (const auto &[frame, pairs] :
          {Step{day - 2, &two}, Step{day - 1, &two}, Step{0, &one}, Step{1, &none}, Step{2, &none},
-          Step{3, &one}, Step{3, &one}, Step{9, &one}})
+          Step{3, &one}, Step{3, &one}, Step{9, &one}, Step{10, &absent}, Step{11, &one}})
         ASSERT_EQ(kivCS2CaptionFile_writeCaptions(&writing.file, frame, pairs, nullptr), KIVCS2STATUS_OK);
     EXPECT_EQ(writing.text(), "Scenarist_SCC V1.0\n\n23:59:59:28\t9420 94ae 9420 94ae\n\n"
                               "00:00:00:02\tc1c2 c1c2 c1c2\n\n"
-                              "00:00:00:09\tc1c2\n");
+                              "00:00:00:09\tc1c2\n\n"
+                              "00:00:00:11\tc1c2\n");
 
     KIVCS2CaptionWriteOptions options{}; // an MCC file with every frame passes midnight too
     options.m_everyFrame = true;
