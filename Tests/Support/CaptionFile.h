@@ -8,9 +8,6 @@
 #include <KIVCoreServices2/KIVCS2MemoryStream.h>
 #include <KIVCoreServices2/KIVCS2Timecode.h>
 
-#include <fstream>
-#include <initializer_list>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,12 +21,6 @@
 
 namespace kiv::test
 {
-inline std::string sample(const std::string &name)
-{
-    std::ifstream file{KIV_TEST_DATA "/" + name, std::ios::binary};
-    return {std::istreambuf_iterator<char>{file}, {}};
-}
-
 inline std::vector<uint8_t> bytesOf(const KIVCS2ClosedCaption &caption)
 {
     return {caption.m_captionData, caption.m_captionData + caption.m_captionSize};
