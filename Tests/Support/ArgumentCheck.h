@@ -60,6 +60,17 @@ inline bool hasAssertions()
 #endif
 }
 
+// For tests of calls that an assertion would stop.
+class WithoutAssertions : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (hasAssertions())
+            GTEST_SKIP() << "an assertion stops these calls";
+    }
+};
+
 inline void expectRefused(const ArgumentCheck &check)
 {
     SCOPED_TRACE(std::string{check.operation} + ": " + check.text);

@@ -97,13 +97,14 @@ TEST(AudioFormat, EightBytesFailOnlyTheAssertion)
                   KIVCS2STATUS_OK);
         return format;
     };
-#ifdef NDEBUG
+    if (kiv::test::hasAssertions())
+    {
+        EXPECT_DEATH(pack(8, 1), "bytesPerSample < KIVCS2AFBytesPerSample_MAX");
+        EXPECT_DEATH(pack(1, 8), "bytesUsedPerSample < KIVCS2AFBytesUsedPerSample_MAX");
+        return;
+    }
     EXPECT_EQ(pack(8, 1), 0x38u);
     EXPECT_EQ(pack(1, 8), 0x07u);
-#else
-    EXPECT_DEATH(pack(8, 1), "bytesPerSample < KIVCS2AFBytesPerSample_MAX");
-    EXPECT_DEATH(pack(1, 8), "bytesUsedPerSample < KIVCS2AFBytesUsedPerSample_MAX");
-#endif
 }
 
 // ---- Weave ----

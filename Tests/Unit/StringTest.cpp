@@ -87,12 +87,10 @@ TEST(String, RefusesWhatIsMissing)
         EXPECT_EQ(kivCS2String_convertCString("a", 1, 2, &text, unknown, nullptr), kParam);
         EXPECT_EQ(toCString(some.get(), &text, unknown, nullptr), kParam);
     }
-#ifdef NDEBUG
     for (const KIVCS2StringEncoding unknown : {-1, 8})
-#else
-    for (const KIVCS2StringEncoding unknown : {-1}) // 8 fails an assertion
-#endif
     {
+        if (unknown == 8 && kiv::test::hasAssertions())
+            continue; // one of them
         object = some.get();
         EXPECT_EQ(kivCS2String_createCFStringWithEncoding("a", 1, &object, unknown), kParam);
         EXPECT_EQ(object, nullptr);
