@@ -1,35 +1,27 @@
-// Linked lists: what hosts rely on, sort, check; Fuzzers/LinkListFuzzer.cpp has a model of the rest.
+// Linked lists: results that hosts rely on, sort, check. Fuzzers/LinkListFuzzer.cpp has a model of the rest.
 #include <KIVCoreServices2/KIVCS2LinkList.h>
 
-#include "ArgumentCheck.h"
+#include "RequiredPointers.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <numeric>
 #include <random>
-#include <string>
-#include <utility>
 #include <vector>
 
 namespace
 {
-static_assert(offsetof(KIVCS2LinkElem, m_next) == 0);
-static_assert(offsetof(KIVCS2LinkElem, m_prev) == 8);
-static_assert(offsetof(KIVCS2LinkElem, m_list) == 16);
-static_assert(offsetof(KIVCS2LinkList, m_next) == 0);
-static_assert(offsetof(KIVCS2LinkList, m_prev) == 8);
-static_assert(offsetof(KIVCS2LinkList, m_count) == 16);
+static_assert(offsetof(KIVCS2LinkElem, m_next) == 0 && offsetof(KIVCS2LinkElem, m_prev) == 8 &&
+              offsetof(KIVCS2LinkElem, m_list) == 16);
+static_assert(offsetof(KIVCS2LinkList, m_next) == 0 && offsetof(KIVCS2LinkList, m_prev) == 8 &&
+              offsetof(KIVCS2LinkList, m_count) == 16);
 
 struct Record
 {
     KIVCS2LinkElem link;
     int key;
-    int number; // of each another
+    int number; // in the order of creation
 };
 
 Record &recordOf(KIVCS2LinkElem *elem)
@@ -45,7 +37,7 @@ int32_t byKey(KIVCS2LinkElem *a, KIVCS2LinkElem *b)
     return recordOf(a).key - recordOf(b).key;
 }
 
-// A list that holds records with the given keys; freed at the end, when all must be loose.
+// A list of records with the given keys. Its destructor frees the list, after which no record may have links.
 struct Records
 {
     std::vector<Record> records;
@@ -73,7 +65,7 @@ struct Records
     }
 };
 
-// The keys forwards, once every link has been looked at.
+// Returns the keys in order, after it has checked every link.
 std::vector<int> keysOf(KIVCS2LinkList &list)
 {
     EXPECT_TRUE(kivCS2LinkList_checkValid(&list));
@@ -98,12 +90,12 @@ TEST(LinkList, InsertionLeavesTheElementCountedWhereItWas)
     kivCS2LinkList_insertElemAfter(from.at(1), to.at(0));
     EXPECT_EQ(from.list.m_count, 2u);
     EXPECT_EQ(keysOf(to.list), (Keys{3, 2}));
-    kivCS2LinkList_free(&from.list); // takes nothing out of the other list
+    kivCS2LinkList_free(&from.list); // leaves the other list as it was
     EXPECT_EQ(keysOf(to.list), (Keys{3, 2}));
     kivCS2LinkElem_unlink(from.at(1));
 }
 
-TEST(LinkList, AListThatWasZeroedHoldsNothing)
+TEST(LinkList, AZeroedListKeepsItsZeros)
 {
     Records held{{4}};
     const KIVCS2LinkList filled = std::exchange(held.list, {});
@@ -165,7 +157,7 @@ TEST(LinkList, FreeAfterASortNeedsNoLastPointer)
     EXPECT_EQ(held.at(1)->m_list, nullptr);
 }
 
-// Sizes around those of the chunks and of the merges above them.
+// Sizes around those of the chunks and merges of the sort.
 constexpr size_t kSizes[] = {2,    3,    4,    5,    7,    16,    17,    31,    100,
                              1023, 1024, 1025, 2048, 2049, 33000, 36000, 100001};
 
@@ -177,7 +169,7 @@ int keyOf(int kind, int index, int size, std::mt19937 &random)
     return keys[kind];
 }
 
-// A merge that fails is repeated in another way, so only the comparisons show it.
+// A merge that fails is repeated in another way, so only the number of comparisons shows the failure.
 TEST(LinkList, SortIsStableWithFewComparisons)
 {
     std::mt19937 random{1};
@@ -211,7 +203,7 @@ TEST(LinkList, SortIsStableWithFewComparisons)
     }
 }
 
-TEST(LinkList, ContradictingAnswersLoseNothing)
+TEST(LinkList, ContradictoryComparisonsLoseNoElement)
 {
     const KIVCS2LinkListCmpFunc liars[] = {
         [](auto...) { return 1; },
@@ -279,48 +271,37 @@ TEST(LinkList, CheckValidDoesNotCompareTheCount)
     EXPECT_TRUE(kivCS2LinkList_checkValid(&held.list));
 }
 
-#ifndef NDEBUG
-// These operations have no status: without assertions the call goes on.
-#define KIV_DIES(operation, text, ...)                                                                       \
-    EXPECT_DEATH(static_cast<void>(operation(__VA_ARGS__)), kiv::test::assertionPattern(#operation, text))
-
+#ifndef NDEBUG // these operations have no status: without assertions the call goes on
 TEST(LinkListDeathTest, MissingArgumentsAreNamed)
 {
     Records held{{1, 2}};
     Records other{{3}};
     Record loose{{}, 4, 0};
-    KIVCS2LinkList *list = &held.list;
     KIVCS2LinkElem *a = held.at(0);
-    KIV_DIES(kivCS2LinkList_removeElem, "_list", nullptr, a);
-    KIV_DIES(kivCS2LinkList_removeElem, "_elem", list, nullptr);
-    KIV_DIES(kivCS2LinkList_insertElemAfter, "_f_elem", nullptr, a);
-    KIV_DIES(kivCS2LinkList_insertElemAfter, "_b_elem", a, nullptr);
+    KIV_REQUIRES_EACH(kivCS2LinkList_removeElem, "_list, _elem");
+    KIV_REQUIRES_EACH(kivCS2LinkList_insertElemAfter, "_f_elem, _b_elem");
+    KIV_REQUIRES_EACH(kivCS2LinkList_insertElemBefore, "_f_elem, _b_elem");
+    KIV_REQUIRES_EACH(kivCS2LinkList_sortedInsert, "_list, _elem, _cmp_func");
+    KIV_REQUIRES_EACH(kivCS2LinkList_find, "_list, _cmp_func, _cmp_elem");
+    KIV_REQUIRES_EACH(kivCS2LinkList_findInSortedList, "_list, _cmp_func, _cmp_elem");
+    KIV_REQUIRES_EACH(kivCS2LinkElem_moveInFront, "_f_elem, -");
+    KIV_REQUIRES_EACH(kivCS2LinkElem_moveBehind, "_f_elem, -");
+    KIV_REQUIRES_EACH(kivCS2LinkList_sort, "_list, _cmp_func");
+    KIV_REQUIRES_EACH(kivCS2LinkList_sortElems, "_list, -");
+    const auto expectDeath =
+        [](const char *name, auto *operation, const char *text, auto *first, auto *second)
+    { EXPECT_DEATH(static_cast<void>(operation(first, second)), kiv::test::assertionPattern(name, text)); };
+#define KIV_DIES(operation, ...) expectDeath(#operation, operation, __VA_ARGS__)
     KIV_DIES(kivCS2LinkList_insertElemAfter, "_b_elem->m_list", a, &loose.link);
     KIV_DIES(kivCS2LinkList_insertElemAfter, "_f_elem != _b_elem", a, a);
-    KIV_DIES(kivCS2LinkList_insertElemBefore, "_f_elem", nullptr, a);
-    KIV_DIES(kivCS2LinkList_insertElemBefore, "_b_elem", a, nullptr);
     KIV_DIES(kivCS2LinkList_insertElemBefore, "_b_elem->m_list", a, &loose.link);
     KIV_DIES(kivCS2LinkList_insertElemBefore, "_f_elem != _b_elem", a, a);
-    KIV_DIES(kivCS2LinkList_sortedInsert, "_list", nullptr, a, byKey);
-    KIV_DIES(kivCS2LinkList_sortedInsert, "_elem", list, nullptr, byKey);
-    KIV_DIES(kivCS2LinkList_sortedInsert, "_cmp_func", list, a, nullptr);
-    KIV_DIES(kivCS2LinkList_find, "_list", nullptr, byKey, a);
-    KIV_DIES(kivCS2LinkList_find, "_cmp_func", list, nullptr, a);
-    KIV_DIES(kivCS2LinkList_find, "_cmp_elem", list, byKey, nullptr);
-    KIV_DIES(kivCS2LinkList_findInSortedList, "_list", nullptr, byKey, a);
-    KIV_DIES(kivCS2LinkList_findInSortedList, "_cmp_func", list, nullptr, a);
-    KIV_DIES(kivCS2LinkList_findInSortedList, "_cmp_elem", list, byKey, nullptr);
-    KIV_DIES(kivCS2LinkElem_moveInFront, "_f_elem", nullptr, a);
     KIV_DIES(kivCS2LinkElem_moveInFront, "_f_elem->m_list", &loose.link, a);
     KIV_DIES(kivCS2LinkElem_moveInFront, "_f_elem != _b_elem", a, a);
     KIV_DIES(kivCS2LinkElem_moveInFront, "_f_elem->m_list == _b_elem->m_list", a, other.at(0));
-    KIV_DIES(kivCS2LinkElem_moveBehind, "_f_elem", nullptr, a);
     KIV_DIES(kivCS2LinkElem_moveBehind, "_f_elem->m_list", &loose.link, a);
     KIV_DIES(kivCS2LinkElem_moveBehind, "_f_elem != _b_elem", a, a);
     KIV_DIES(kivCS2LinkElem_moveBehind, "_f_elem->m_list == _b_elem->m_list", a, other.at(0));
-    KIV_DIES(kivCS2LinkList_sort, "_list", nullptr, byKey);
-    KIV_DIES(kivCS2LinkList_sort, "_cmp_func", list, nullptr);
-    KIV_DIES(kivCS2LinkList_sortElems, "_list", nullptr, byKey);
     KIV_DIES(kivCS2LinkList_sortElems, "_list->m_next", other.at(0), byKey);
 }
 #undef KIV_DIES

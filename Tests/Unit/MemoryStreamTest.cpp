@@ -1,20 +1,16 @@
-// Memory streams: growth, views, refusals; Fuzzers/MemoryStreamFuzzer.cpp has a model of the rest.
+// Memory streams: limits, views, refusals. Fuzzers/MemoryStreamFuzzer.cpp has a model of the rest.
 #include <KIVCoreServices2/KIVCS2MemoryStream.h>
 
 #include "ArgumentCheck.h"
 
 #include <cstddef>
-#include <cstring>
-#include <string>
 
-static_assert(offsetof(KIVCS2MemoryStream, m_stream) == 0);
-static_assert(offsetof(KIVCS2MemoryStream, m_buffer) == 80);
-static_assert(offsetof(KIVCS2MemoryStream, m_capacity) == 88);
-static_assert(offsetof(KIVCS2MemoryStream, m_growSize) == 96);
-static_assert(offsetof(KIVCS2MemoryStream, m_position) == 104);
-static_assert(offsetof(KIVCS2MemoryStream, m_size) == 112);
-static_assert(offsetof(KIVCS2MemoryStream, m_ownsBuffer) == 120);
-static_assert(sizeof(KIVCS2MemoryStream) == 128);
+static_assert(offsetof(KIVCS2MemoryStream, m_stream) == 0 && offsetof(KIVCS2MemoryStream, m_buffer) == 80 &&
+              offsetof(KIVCS2MemoryStream, m_capacity) == 88 &&
+              offsetof(KIVCS2MemoryStream, m_growSize) == 96 &&
+              offsetof(KIVCS2MemoryStream, m_position) == 104 &&
+              offsetof(KIVCS2MemoryStream, m_size) == 112 &&
+              offsetof(KIVCS2MemoryStream, m_ownsBuffer) == 120 && sizeof(KIVCS2MemoryStream) == 128);
 
 namespace
 {
@@ -62,25 +58,6 @@ TEST(MemoryStream, RefusesWhatIsMissing)
     });
 }
 
-TEST(MemoryStream, GrowsByStepsAndOneMore)
-{
-    for (const auto &[size, capacity] : {std::pair{16u, 16u}, {17u, 26u}, {25u, 26u}, {26u, 36u}, {40u, 46u}})
-    {
-        const std::string bytes(size, 'x');
-        KIVCS2MemoryStream memory;
-        ASSERT_EQ(kivCS2MemoryStream_init(&memory, 16, 10), KIVCS2STATUS_OK);
-        uint64_t count = 0;
-        EXPECT_EQ(kivCS2Stream_writeBytes(&memory.m_stream, bytes.data(), size, &count), KIVCS2STATUS_OK);
-        EXPECT_EQ(count, size);
-        EXPECT_EQ(memory.m_capacity, capacity) << size; // a shortfall of one step takes two
-        EXPECT_EQ(kivCS2Stream_getSize(&memory.m_stream, &count), KIVCS2STATUS_OK);
-        EXPECT_EQ(count, size);
-        EXPECT_EQ(kivCS2MemoryStream_free(&memory.m_stream), KIVCS2STATUS_OK);
-        EXPECT_TRUE(isClear(memory));
-        EXPECT_EQ(kivCS2MemoryStream_free(&memory.m_stream), KIVCS2STATUS_OK); // again is harmless
-    }
-}
-
 TEST(MemoryStream, SizesBeyond32BitsAreRefusedAndChangeNothing)
 {
     KIVCS2MemoryStream memory;
@@ -105,41 +82,30 @@ TEST(MemoryStream, SizesBeyond32BitsAreRefusedAndChangeNothing)
         }
 }
 
-TEST(MemoryStream, AViewIsReadAndOverwrittenInPlaceAndNeverGrows)
+TEST(MemoryStream, AViewIsOverwrittenInPlaceAndNeverGrows)
 {
     char view[] = "0123456789";
     KIVCS2MemoryStream memory;
     ASSERT_EQ(kivCS2MemoryStream_initWithBytes(&memory, view, 10), KIVCS2STATUS_OK);
     KIVCS2Stream *stream = &memory.m_stream;
-    int64_t position = 0;
-    EXPECT_EQ(kivCS2Stream_setPosition(stream, 2, KIVCS2StreamPosition_Start, &position), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Stream_writeBytes(stream, "abcde", 5, nullptr), KIVCS2STATUS_OK);
-    EXPECT_STREQ(view, "01abcde789");
-    EXPECT_EQ(memory.m_size, 10u);
-
+    EXPECT_EQ(kivCS2Stream_setPosition(stream, 2, KIVCS2StreamPosition_Start, nullptr), KIVCS2STATUS_OK);
     uint64_t count = 0;
-    EXPECT_EQ(kivCS2Stream_writeBytes(stream, "FGHI", 4, &count), KIVCS2STATUS_MEMORY_ERR);
-    EXPECT_STREQ(view, "01abcde789");
-    char rest[8] = {};
-    EXPECT_EQ(kivCS2Stream_readBytes(stream, rest, 8, &count), KIVCS2STATUS_OK);
-    EXPECT_EQ(count, 3u);
-    EXPECT_STREQ(rest, "789");
-    uint32_t eos = 0;
-    EXPECT_EQ(kivCS2Stream_isEndOfStream(stream, &eos), KIVCS2STATUS_OK);
-    EXPECT_EQ(eos, 1u);
-    EXPECT_EQ(kivCS2Stream_readBytes(stream, rest, 8, &count), KIVCS2STATUS_OK);
-    EXPECT_EQ(count, 0u);
-
+    EXPECT_EQ(kivCS2Stream_writeBytes(stream, "abcde", 5, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(count, 5u);
+    EXPECT_EQ(kivCS2Stream_writeBytes(stream, "FGHI", 4, nullptr), KIVCS2STATUS_MEMORY_ERR);
     uint8_t *block = nullptr;
     uint64_t size = 0;
+    EXPECT_EQ(kivCS2Stream_getSize(stream, &size), KIVCS2STATUS_OK);
+    EXPECT_EQ(size, 10u);
+    size = 0;
     EXPECT_EQ(kivCS2Stream_getBytes(stream, &block, &size), KIVCS2STATUS_OK);
-    EXPECT_EQ(block, reinterpret_cast<uint8_t *>(view));
+    EXPECT_TRUE(block == reinterpret_cast<uint8_t *>(view) && size == 10);
     EXPECT_EQ(kivCS2Stream_freeBytes(stream, block), KIVCS2STATUS_OK);
     EXPECT_EQ(memory.m_buffer, block);
-    // Released completely, and always with this answer; the caller's bytes stay.
+    // Kept: the generic free has this status after a complete release. The caller's bytes stay.
     EXPECT_EQ(kivCS2Stream_free(stream), KIVCS2STATUS_PARAM_ERR);
     EXPECT_TRUE(isClear(memory));
+    EXPECT_EQ(kivCS2MemoryStream_free(stream), KIVCS2STATUS_OK); // again is harmless
     EXPECT_STREQ(view, "01abcde789");
 }
-
 } // namespace

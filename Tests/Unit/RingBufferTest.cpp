@@ -1,11 +1,9 @@
-// Rings: the record, what hosts rely on, refusals; Fuzzers/RingBufferFuzzer.cpp has a model of the rest.
+// Rings: the record, results that hosts rely on, refusals. Fuzzers/RingBufferFuzzer.cpp models the rest.
 #include <KIVCoreServices2/KIVCS2RingBuffer.h>
 
-#include "ArgumentCheck.h"
+#include "RequiredPointers.h"
 
 #include <KIVLogger/KIVLogger.h>
-
-#include <gtest/gtest.h>
 
 #include <sys/time.h>
 
@@ -13,7 +11,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 namespace
 {
@@ -26,7 +23,7 @@ static_assert(offsetof(KIVCS2RingBuffer, buffer) == 0 && offsetof(KIVCS2RingBuff
 
 constexpr uint32_t kCapacity = 16;
 
-// A ring of 16 bytes that is given and gives texts.
+// A ring of 16 bytes; its contents are texts.
 class Ring : public testing::Test
 {
 protected:
@@ -43,7 +40,7 @@ protected:
     {
         return kivCS2RingBuffer_store(&rb, text.data(), static_cast<uint32_t>(text.size()));
     }
-    // What comes out, or "-" where nothing does.
+    // The bytes fetched, or "-" if the fetch fails.
     std::string fetch(uint32_t size)
     {
         std::string text(size, '?');
@@ -82,19 +79,19 @@ TEST(RingBuffer, HasTwoBytesAtLeast)
     EXPECT_EQ(kivCS2RingBuffer_dispose(&rb), KIVCS2STATUS_OK);
 }
 
-// Quirk: once the ring has been round, looking back does not mind what was fetched.
+// Kept: after the first round, the history includes bytes that were fetched.
 TEST_F(Ring, HistoryFollowsTheTailOnceTheRingHasBeenRound)
 {
     ASSERT_EQ(store("abcdefghij"), KIVCS2STATUS_OK);
     ASSERT_EQ(fetch(4), "abcd");
-    EXPECT_EQ(read(4, 2), "ghij"); // still from the first byte that was not fetched
+    EXPECT_EQ(read(4, 2), "ghij"); // counted from the first byte that was not fetched
     EXPECT_EQ(read(5, 2), "-");
-    ASSERT_EQ(store("012345"), KIVCS2STATUS_OK); // fits: the tail comes round
+    ASSERT_EQ(store("012345"), KIVCS2STATUS_OK); // fits: the tail is back at the start
     ASSERT_EQ(fetch(12), "efghij012345");
     EXPECT_EQ(read(16, 0), "abcdefghij012345");
 }
 
-// Quirks: the indicators stay until they are reset, and a mode without a name overwrites.
+// Kept: the indicators stay until they are reset, and a mode without a name overwrites.
 TEST_F(Ring, IndicatorsStayAndOtherModesOverwrite)
 {
     setMode(7);
@@ -106,7 +103,7 @@ TEST_F(Ring, IndicatorsStayAndOtherModesOverwrite)
     EXPECT_TRUE(rb.dataLost == 0 && rb.circulatedAtLeastOnce == 1);
 }
 
-// Quirk: the record of a disposed ring still names the storage that is gone.
+// Kept: the record of a disposed ring still points to the storage.
 TEST(RingBuffer, DisposeLeavesEveryMember)
 {
     KIVCS2RingBuffer rb;
@@ -131,7 +128,7 @@ void fetchOne(int)
         theFetches = theFetches + 1;
 }
 
-// Quirk: it waits for as long as nobody makes room, and with no time between the attempts it spins.
+// Kept: it waits without a limit for room, and with no time between the attempts it spins.
 TEST_F(Ring, KeepsTryingUntilThereIsRoom)
 {
     const auto tryStore = [&](const std::string &text, uint32_t microseconds)
@@ -152,7 +149,7 @@ TEST_F(Ring, KeepsTryingUntilThereIsRoom)
     const itimerval never = {};
     std::string kept = "0123456789abcdef";
 #if defined(__SANITIZE_THREAD__)
-    const uint32_t waits[] = {200}; // the tool holds signals back until the thread makes a system call
+    const uint32_t waits[] = {200}; // the sanitizer delays signals until the thread makes a system call
 #else
     const uint32_t waits[] = {200, 0};
 #endif
@@ -186,40 +183,26 @@ TEST_F(Ring, PrintsItsMembersInOneMessage)
     char wanted[256];
     std::snprintf(wanted, sizeof wanted,
                   "\n===\nbuffer_end[%p]\ncapacity[16]\nhead[%p]\ntail[%p]\ncirculatedAtLeastOnce[1]\n"
-                  "circulating[1]\ndataLost[1]\nopMode[3000000000]", // the log takes the last line feed off
+                  "circulating[1]\ndataLost[1]\nopMode[3000000000]", // the log removes the last line feed
                   static_cast<void *>(rb.buffer + 16), static_cast<void *>(rb.buffer + 4),
                   static_cast<void *>(rb.buffer + 4));
     EXPECT_EQ(messages, wanted);
 }
 
-TEST_F(Ring, RefusesMissingArguments)
+TEST(RingBuffer, RefusesMissingArguments)
 {
-    uint32_t bytes = 0;
-    float part = 0;
-    char room[4] = "";
-    kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2RingBuffer_init, "rb", nullptr, 16),
-        KIV_REQUIRES(kivCS2RingBuffer_dispose, "rb", nullptr),
-        KIV_REQUIRES(kivCS2RingBuffer_store, "rb", nullptr, room, 1),
-        KIV_REQUIRES(kivCS2RingBuffer_store, "data", &rb, nullptr, 0),
-        KIV_REQUIRES(kivCS2RingBuffer_storeKeepTrying, "rb", nullptr, room, 1, 0),
-        KIV_REQUIRES(kivCS2RingBuffer_storeKeepTrying, "data", &rb, nullptr, 1, 0),
-        KIV_REQUIRES(kivCS2RingBuffer_fetch, "rb", nullptr, room, 1),
-        KIV_REQUIRES(kivCS2RingBuffer_fetch, "outData", &rb, nullptr, 0),
-        KIV_REQUIRES(kivCS2RingBuffer_readDataAtOffset, "rb", nullptr, room, 1, 0),
-        KIV_REQUIRES(kivCS2RingBuffer_readDataAtOffset, "outData", &rb, nullptr, 1, 0),
-        KIV_REQUIRES(kivCS2RingBuffer_readOldestData, "rb", nullptr, room, 1),
-        KIV_REQUIRES(kivCS2RingBuffer_readOldestData, "outData", &rb, nullptr, 1),
-        KIV_REQUIRES(kivCS2RingBuffer_getFreeBytesAvailable, "rb", nullptr, &bytes),
-        KIV_REQUIRES(kivCS2RingBuffer_getFreeBytesAvailable, "outBytes", &rb, nullptr),
-        KIV_REQUIRES(kivCS2RingBuffer_getFetchBytesAvailable, "rb", nullptr, &bytes),
-        KIV_REQUIRES(kivCS2RingBuffer_getFetchBytesAvailable, "outBytes", &rb, nullptr),
-        KIV_REQUIRES(kivCS2RingBuffer_getUtilization, "rb", nullptr, &part),
-        KIV_REQUIRES(kivCS2RingBuffer_getUtilization, "outUtilization", &rb, nullptr),
-        KIV_REQUIRES(kivCS2RingBuffer_resetDataLostIndicator, "rb", nullptr),
-        KIV_REQUIRES(kivCS2RingBuffer_setOperationMode, "rb", nullptr, 1),
-        KIV_REQUIRES(kivCS2RingBuffer_print, "rb", nullptr),
-    });
-    EXPECT_EQ(fetchable(), 0u);
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_init, "rb");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_dispose, "rb");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_store, "rb, data");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_storeKeepTrying, "rb, data");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_fetch, "rb, outData");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_readDataAtOffset, "rb, outData");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_readOldestData, "rb, outData");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_getFreeBytesAvailable, "rb, outBytes");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_getFetchBytesAvailable, "rb, outBytes");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_getUtilization, "rb, outUtilization");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_resetDataLostIndicator, "rb");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_setOperationMode, "rb");
+    KIV_REQUIRES_EACH(kivCS2RingBuffer_print, "rb");
 }
 } // namespace
