@@ -1,14 +1,10 @@
 // Codecs: every row by name and by code, and the sizes of frames.
 #include <KIVCoreServices2/KIVCS2Codec.h>
 
-#include "ArgumentCheck.h"
-
-#include <gtest/gtest.h>
+#include "RequiredPointers.h"
 
 #include <array>
 #include <cstring>
-#include <string>
-#include <string_view>
 
 namespace
 {
@@ -20,7 +16,7 @@ struct Row
 {
     std::string name;
     const char *code;
-    // At 480 and 486, 576, 720, 1080 lines; one size alone is that of every height but 0.
+    // At 480 and 486, 576, 720, 1080 lines. A single size is that of every height but 0.
     std::array<uint32_t, 4> sizes;
 
     [[nodiscard]] uint32_t packed() const
@@ -62,22 +58,8 @@ const Row kRows[] = {
 };
 } // namespace
 
+// A ProRes proxy frame of 1080 lines is smaller than one of 720.
 TEST(Codec, EveryRowByNameAndByCode)
-{
-    for (const Row &row : kRows)
-    {
-        SCOPED_TRACE(row.name);
-        uint32_t code = 0;
-        EXPECT_EQ(kivCS2Codec_getFourCCFromString(row.name.c_str(), &code), KIVCS2STATUS_OK);
-        EXPECT_EQ(code, row.packed());
-        char text[20];
-        EXPECT_EQ(kivCS2Codec_getStringFromFourCC(code, text, sizeof text), KIVCS2STATUS_OK);
-        EXPECT_EQ(text, row.name);
-    }
-}
-
-// One of 1080 lines of a ProRes proxy is smaller than one of 720.
-TEST(Codec, SizesOfFrames)
 {
     for (const Row &row : kRows)
         for (const auto &[height, column] : kHeights)
@@ -92,6 +74,12 @@ TEST(Codec, SizesOfFrames)
             EXPECT_EQ(description.m_code, row.packed());
             EXPECT_EQ(description.m_name, row.name);
             EXPECT_NE(description.m_name, row.name.c_str()); // static, not the caller's
+            uint32_t code = 0;
+            char text[20];
+            EXPECT_EQ(kivCS2Codec_getFourCCFromString(row.name.c_str(), &code), KIVCS2STATUS_OK);
+            EXPECT_EQ(code, row.packed());
+            EXPECT_EQ(kivCS2Codec_getStringFromFourCC(code, text, sizeof text), KIVCS2STATUS_OK);
+            EXPECT_EQ(text, row.name);
         }
 }
 
@@ -133,15 +121,7 @@ TEST(Codec, UnknownNamesAndCodes)
 
 TEST(Codec, RefusesMissingArguments)
 {
-    uint32_t code = 0;
-    const KIVCS2VideoFormatDescription format{};
-    KIVCS2CodecDescription description{};
-    kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2Codec_getFourCCFromString, "name", nullptr, &code),
-        KIV_REQUIRES(kivCS2Codec_getFourCCFromString, "code", "DNxHD", nullptr),
-        KIV_REQUIRES(kivCS2Codec_getStringFromFourCC, "text", 0x4156646E, nullptr, 8),
-        KIV_REQUIRES(kivCS2Codec_getDescription, "name", nullptr, &format, &description),
-        KIV_REQUIRES(kivCS2Codec_getDescription, "format", "DNxHD", nullptr, &description),
-        KIV_REQUIRES(kivCS2Codec_getDescription, "description", "DNxHD", &format, nullptr),
-    });
+    KIV_REQUIRES_EACH(kivCS2Codec_getFourCCFromString, "name, code");
+    KIV_REQUIRES_EACH(kivCS2Codec_getStringFromFourCC, "text");
+    KIV_REQUIRES_EACH(kivCS2Codec_getDescription, "name, format, description");
 }

@@ -1,13 +1,10 @@
-// Dictionaries: what each setter stores, kinds of keys, ownership.
+// Dictionaries: the values that setters store, kinds of keys, ownership.
 #include <KIVCoreServices2/KIVCS2Dictionary.h>
 
-#include "ArgumentCheck.h"
 #include "CFText.h"
-
-#include <gtest/gtest.h>
+#include "RequiredPointers.h"
 
 #include <cstddef>
-#include <string>
 
 namespace
 {
@@ -67,7 +64,7 @@ TEST_F(DictionaryTest, EachSetterStoresItsType)
     EXPECT_EQ(CFDictionaryGetCount(record.m_dictionary), 5);
 }
 
-// Kept
+// Kept.
 TEST_F(DictionaryTest, AFlagIsANumberOfItsLow8Bits)
 {
     const std::pair<uint32_t, int8_t> kRows[] = {{0, 0}, {1, 1}, {256, 0}, {0x1ff, -1}};
@@ -88,14 +85,14 @@ TEST_F(DictionaryTest, AnyKindButZeroIsAStringObject)
     EXPECT_EQ(CFGetRetainCount(key.get()), 2);
 }
 
-TEST_F(DictionaryTest, WhatIsNoASCIILeavesItAsItWas)
+TEST_F(DictionaryTest, TextsThatAreNotASCIIChangeNothing)
 {
     EXPECT_EQ(kivCS2Dictionary_setInteger(&record, "caf\xc3\xa9", 1, kText), KIVCS2STATUS_MEMORY_ERR);
     EXPECT_EQ(kivCS2Dictionary_setCString(&record, "a", "caf\xc3\xa9", kText), KIVCS2STATUS_MEMORY_ERR);
     EXPECT_EQ(CFDictionaryGetCount(record.m_dictionary), 0);
 }
 
-TEST_F(DictionaryTest, AdoptsADictionaryBesideItsOwner)
+TEST_F(DictionaryTest, SharesADictionaryWithItsOwner)
 {
     KIVCS2Dictionary second{};
     ASSERT_EQ(kivCS2Dictionary_initWithCFDictionary(record.m_dictionary, &second), KIVCS2STATUS_OK);
@@ -116,31 +113,22 @@ TEST_F(DictionaryTest, AdoptsADictionaryBesideItsOwner)
 TEST_F(DictionaryTest, ArgumentChecks)
 {
     KIVCS2Dictionary empty{};
-    const char *kRecord = "(dictionary) != NULL";
     const char *kInside = "(dictionary->m_dictionary) != NULL";
-    const char *kKey = "(key) != NULL";
+    KIV_REQUIRES_NOT_NULL(kivCS2Dictionary_setCFValue, "dictionary, key, value", &record, "k", kCFBooleanTrue,
+                          kText);
+    KIV_REQUIRES_NOT_NULL(kivCS2Dictionary_setInteger, "dictionary, key", &record, "k", 1, kText);
+    KIV_REQUIRES_NOT_NULL(kivCS2Dictionary_setFloat, "dictionary, key", &record, "k", 1, kText);
+    KIV_REQUIRES_NOT_NULL(kivCS2Dictionary_setBool, "dictionary, key", &record, "k", 1, kText);
+    KIV_REQUIRES_NOT_NULL(kivCS2Dictionary_setCString, "dictionary, key, value", &record, "k", "v", kText);
+    KIV_REQUIRES_NOT_NULL(kivCS2Dictionary_init, "dictionary");
+    KIV_REQUIRES_NOT_NULL(kivCS2Dictionary_initWithCFDictionary, "cfDictionary, dictionary");
+    KIV_REQUIRES_NOT_NULL(kivCS2Dictionary_free, "dictionary");
     kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2Dictionary_setCFValue, kRecord, nullptr, "k", kCFBooleanTrue, kText),
         KIV_REQUIRES(kivCS2Dictionary_setCFValue, kInside, &empty, "k", kCFBooleanTrue, kText),
-        KIV_REQUIRES(kivCS2Dictionary_setCFValue, kKey, &record, nullptr, kCFBooleanTrue, kText),
-        KIV_REQUIRES(kivCS2Dictionary_setInteger, kRecord, nullptr, "k", 1, kText),
         KIV_REQUIRES(kivCS2Dictionary_setInteger, kInside, &empty, "k", 1, kText),
-        KIV_REQUIRES(kivCS2Dictionary_setInteger, kKey, &record, nullptr, 1, kText),
-        KIV_REQUIRES(kivCS2Dictionary_setFloat, kRecord, nullptr, "k", 1, kText),
         KIV_REQUIRES(kivCS2Dictionary_setFloat, kInside, &empty, "k", 1, kText),
-        KIV_REQUIRES(kivCS2Dictionary_setFloat, kKey, &record, nullptr, 1, kText),
-        KIV_REQUIRES(kivCS2Dictionary_setBool, kRecord, nullptr, "k", 1, kText),
         KIV_REQUIRES(kivCS2Dictionary_setBool, kInside, &empty, "k", 1, kText),
-        KIV_REQUIRES(kivCS2Dictionary_setBool, kKey, &record, nullptr, 1, kText),
-        KIV_REQUIRES(kivCS2Dictionary_setCString, kRecord, nullptr, "k", "v", kText),
         KIV_REQUIRES(kivCS2Dictionary_setCString, kInside, &empty, "k", "v", kText),
-        KIV_REQUIRES(kivCS2Dictionary_setCString, kKey, &record, nullptr, "v", kText),
-        KIV_REQUIRES(kivCS2Dictionary_setCFValue, "(value) != NULL", &record, "k", nullptr, kText),
-        KIV_REQUIRES(kivCS2Dictionary_setCString, "(value) != NULL", &record, "k", nullptr, kText),
-        KIV_REQUIRES(kivCS2Dictionary_init, kRecord, nullptr),
-        KIV_REQUIRES(kivCS2Dictionary_initWithCFDictionary, "(cfDictionary) != NULL", nullptr, &empty),
-        KIV_REQUIRES(kivCS2Dictionary_initWithCFDictionary, kRecord, record.m_dictionary, nullptr),
-        KIV_REQUIRES(kivCS2Dictionary_free, kRecord, nullptr),
     });
     EXPECT_EQ(CFDictionaryGetCount(record.m_dictionary), 0);
 }

@@ -1,8 +1,8 @@
-// File streams: counts that are all or nothing, positions, whole contents, and files that are none.
+// File streams: all-or-nothing counts, positions, whole contents, and paths that are not regular files.
 #include <KIVCoreServices2/KIVCS2FileStream.h>
 
-#include "ArgumentCheck.h"
 #include "NoStandardStreams.h"
+#include "RequiredPointers.h"
 #include "TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -12,12 +12,9 @@
 #include <climits>
 #include <cstddef>
 #include <cstdio>
-#include <filesystem>
-#include <string>
 
-static_assert(offsetof(KIVCS2FileStream, m_stream) == 0);
-static_assert(offsetof(KIVCS2FileStream, m_file) == 80);
-static_assert(sizeof(KIVCS2FileStream) == 88);
+static_assert(offsetof(KIVCS2FileStream, m_stream) == 0 && offsetof(KIVCS2FileStream, m_file) == 80 &&
+              sizeof(KIVCS2FileStream) == 88);
 
 namespace
 {
@@ -50,20 +47,18 @@ TEST(FileStream, RefusesWhatIsMissing)
     KIVCS2Stream *none = &closed.m_stream;
     char byte = 0;
     uint64_t size = 0;
+    uint32_t eos = 0;
     uint8_t *block = nullptr;
+    KIV_REQUIRES_NOT_NULL(kivCS2FileStream_init, "stream, filename, accessMode", &closed, "a", "r");
+    KIV_REQUIRES_NOT_NULL(kivCS2FileStream_writeBytes, "-, buffer, -", file.get(), &byte, 1, nullptr);
+    KIV_REQUIRES_NOT_NULL(kivCS2FileStream_readBytes, "-, buffer, -", file.get(), &byte, 1, nullptr);
+    KIV_REQUIRES_NOT_NULL(kivCS2FileStream_getSize, "-, size", file.get(), &size);
+    KIV_REQUIRES_NOT_NULL(kivCS2FileStream_isEndOfStream, "-, eos", file.get(), &eos);
+    KIV_REQUIRES_NOT_NULL(kivCS2FileStream_getBytes, "-, buffer, size", file.get(), &block, &size);
+    KIV_REQUIRES_NOT_NULL(kivCS2FileStream_close, "stream", file.get());
     kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2FileStream_init, "(stream) != NULL", nullptr, "a", "r"),
-        KIV_REQUIRES(kivCS2FileStream_init, "(filename) != NULL", &closed, nullptr, "r"),
-        KIV_REQUIRES(kivCS2FileStream_init, "(accessMode) != NULL", &closed, "a", nullptr),
         KIV_REQUIRES(kivCS2FileStream_writeBytes, "(stream->m_file) != NULL", none, &byte, 1, nullptr),
-        KIV_REQUIRES(kivCS2FileStream_writeBytes, "(buffer) != NULL", file.get(), nullptr, 1, nullptr),
         KIV_REQUIRES(kivCS2FileStream_readBytes, "(stream->m_file) != NULL", none, &byte, 1, nullptr),
-        KIV_REQUIRES(kivCS2FileStream_readBytes, "(buffer) != NULL", file.get(), nullptr, 1, nullptr),
-        KIV_REQUIRES(kivCS2FileStream_getSize, "(size) != NULL", file.get(), nullptr),
-        KIV_REQUIRES(kivCS2FileStream_isEndOfStream, "(eos) != NULL", file.get(), nullptr),
-        KIV_REQUIRES(kivCS2FileStream_getBytes, "(buffer) != NULL", file.get(), nullptr, &size),
-        KIV_REQUIRES(kivCS2FileStream_getBytes, "(size) != NULL", file.get(), &block, nullptr),
-        KIV_REQUIRES(kivCS2FileStream_close, "(stream) != NULL", nullptr),
     });
 }
 
@@ -88,7 +83,7 @@ TEST(FileStream, ReportsTheWholeRequestOrNothing)
     EXPECT_EQ(count, 6u);
     EXPECT_EQ(kivCS2Stream_readBytes(file.get(), bytes, 10, &count), KIVCS2STATUS_OK);
     EXPECT_EQ(count, 0u);
-    // A file opened for reading alone takes nothing, and says so in the count.
+    // A write to a file opened for reading only succeeds with a count of 0.
     EXPECT_EQ(kivCS2Stream_writeBytes(file.get(), "ab", 2, &count), KIVCS2STATUS_OK);
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(kivCS2Stream_free(file.get()), KIVCS2STATUS_PARAM_ERR);
@@ -96,18 +91,11 @@ TEST(FileStream, ReportsTheWholeRequestOrNothing)
 
 TEST(FileStream, PositionsFollowTheStandardOrigins)
 {
-    struct Row
-    {
-        int64_t offset;
-        KIVCS2StreamPosition mode;
-        KIVCS2Status status;
-        int64_t position;
-        uint32_t atEnd;
-    };
     const TemporaryFolder folder;
     OpenFile file{folder.write("a", "0123456789"), "r"};
-    for (const Row &row : std::initializer_list<Row>{
-             {4, KIVCS2StreamPosition_Start, KIVCS2STATUS_OK, 4, 0},
+    using Row = std::tuple<int64_t, KIVCS2StreamPosition, KIVCS2Status, int64_t, uint32_t>;
+    for (const auto &[offset, mode, status, expected, atEnd] : {
+             Row{4, KIVCS2StreamPosition_Start, KIVCS2STATUS_OK, 4, 0},
              {3, KIVCS2StreamPosition_Current, KIVCS2STATUS_OK, 7, 0},
              {-8, KIVCS2StreamPosition_Current, KIVCS2STATUS_READ_ERR, 7, 0},
              {0, KIVCS2StreamPosition_End, KIVCS2STATUS_OK, 10, 1},
@@ -117,15 +105,15 @@ TEST(FileStream, PositionsFollowTheStandardOrigins)
          })
     {
         int64_t position = -1;
-        EXPECT_EQ(kivCS2Stream_setPosition(file.get(), row.offset, row.mode, &position), row.status);
-        EXPECT_EQ(position, row.status == KIVCS2STATUS_OK ? row.position : -1);
+        EXPECT_EQ(kivCS2Stream_setPosition(file.get(), offset, mode, &position), status);
+        EXPECT_EQ(position, status == KIVCS2STATUS_OK ? expected : -1);
         uint64_t size = 0;
         EXPECT_EQ(kivCS2Stream_getSize(file.get(), &size), KIVCS2STATUS_OK);
         EXPECT_EQ(size, 10u);
-        EXPECT_EQ(ftell(file.m_file), row.position); // measuring put it back
+        EXPECT_EQ(ftell(file.m_file), expected); // as it was before the measurement
         uint32_t eos = 9;
         EXPECT_EQ(kivCS2Stream_isEndOfStream(file.get(), &eos), KIVCS2STATUS_OK);
-        EXPECT_EQ(eos, row.atEnd) << row.position;
+        EXPECT_EQ(eos, atEnd) << expected;
     }
     EXPECT_EQ(kivCS2FileStream_setPosition(file.get(), 0, 3, nullptr), KIVCS2STATUS_PARAM_ERR);
 }
@@ -149,21 +137,19 @@ TEST(FileStream, HandsOutTheWholeFileFromAnyPosition)
 
     OpenFile empty{folder.write("empty", ""), "r"};
     EXPECT_EQ(kivCS2Stream_getBytes(empty.get(), &block, &size), KIVCS2STATUS_OK);
-    EXPECT_NE(block, nullptr);
-    EXPECT_EQ(size, 0u);
+    EXPECT_TRUE(block != nullptr && size == 0);
     kivCS2Stream_freeBytes(empty.get(), block);
 }
 
 TEST(FileStream, AShortReadIsASuccessWithoutABlock)
 {
     const TemporaryFolder folder;
-    OpenFile file{folder.path("a"), "w"}; // has a size and cannot be read
+    OpenFile file{folder.path("a"), "w"}; // has a size, but cannot be read
     kivCS2Stream_writeBytes(file.get(), "0123", 4, nullptr);
     uint8_t *block = reinterpret_cast<uint8_t *>(&file);
     uint64_t size = 0;
     EXPECT_EQ(kivCS2Stream_getBytes(file.get(), &block, &size), KIVCS2STATUS_OK);
-    EXPECT_EQ(block, nullptr);
-    EXPECT_EQ(size, 4u);
+    EXPECT_TRUE(block == nullptr && size == 4);
 }
 
 TEST(FileStream, ADirectoryAndAVastFileAreRefusedNotRead)
@@ -175,7 +161,7 @@ TEST(FileStream, ADirectoryAndAVastFileAreRefusedNotRead)
     char byte = 0;
     uint64_t count = 9;
     EXPECT_EQ(kivCS2Stream_getSize(directory.get(), &size), KIVCS2STATUS_OK);
-    if (size == LONG_MAX) // the answer of the kernel's common file systems
+    if (size == LONG_MAX) // as on the kernel's common file systems
     {
         EXPECT_EQ(kivCS2Stream_getBytes(directory.get(), &block, &size), KIVCS2STATUS_MEMORY_ERR);
     }
@@ -184,7 +170,7 @@ TEST(FileStream, ADirectoryAndAVastFileAreRefusedNotRead)
     EXPECT_EQ(count, 0u);
 
     OpenFile sparse{folder.path("sparse"), "w+"};
-    if (ftruncate(fileno(sparse.m_file), 1ll << 43) == 0) // 8 TiB, none of it on the disk
+    if (ftruncate(fileno(sparse.m_file), 1ll << 43) == 0) // 8 TiB, without a block on the disk
     {
         EXPECT_EQ(kivCS2Stream_getBytes(sparse.get(), &block, &size), KIVCS2STATUS_MEMORY_ERR);
     }
@@ -218,7 +204,7 @@ TEST(FileStream, BytesLostAtTheCloseAreReported)
     EXPECT_EQ(file.m_file, nullptr);
 }
 
-// A launched child must not keep the file open, nor may the file become a standard stream of a daemon.
+// A launched child must not keep the file open, and a daemon's file must not become a standard stream.
 TEST(FileStream, EveryModeIsClosedOnExecAndAboveTheStandardStreams)
 {
     for (const char *mode : {"r", "r+", "rb+", "re", "a", "a+", "w", "w+bm", "wbbbbb", "wbbbbbb"})
@@ -236,22 +222,16 @@ TEST(FileStream, EveryModeIsClosedOnExecAndAboveTheStandardStreams)
             ASSERT_EQ(status, KIVCS2STATUS_OK);
             EXPECT_GT(fileno(file.m_file), STDERR_FILENO);
             EXPECT_EQ(fcntl(fileno(file.m_file), F_GETFD), FD_CLOEXEC);
-            const bool isRead = mode[0] == 'r';
             char byte = '9';
             uint64_t count = 0;
-            if (isRead)
-            {
-                EXPECT_EQ(kivCS2FileStream_readBytes(&file.m_stream, &byte, 1, &count), KIVCS2STATUS_OK);
-            }
-            else
-            {
-                EXPECT_EQ(kivCS2FileStream_writeBytes(&file.m_stream, &byte, 1, &count), KIVCS2STATUS_OK);
-            }
+            EXPECT_EQ(mode[0] == 'r' ? kivCS2FileStream_readBytes(&file.m_stream, &byte, 1, &count)
+                                     : kivCS2FileStream_writeBytes(&file.m_stream, &byte, 1, &count),
+                      KIVCS2STATUS_OK);
             EXPECT_EQ(count, 1u);
             EXPECT_EQ(kivCS2FileStream_free(&file.m_stream), KIVCS2STATUS_OK);
             EXPECT_EQ(std::filesystem::file_size(path), mode[0] == 'w' ? 1u : mode[0] == 'a' ? 5u : 4u);
         }
-    // What the C library makes of the mode stays.
+    // Modes that the C library refuses are refused.
     const TemporaryFolder folder;
     const std::string path = folder.write("a", "0123");
     for (const char *mode : {"wx", "", "q", "er"})

@@ -1,12 +1,10 @@
-// JSON: fractions, counts, depth, what hosts rely on; Fuzzers/JSONFuzzer.cpp compares texts of any list.
+// JSON: fractions, counts, depth, results that hosts rely on. Fuzzers/JSONFuzzer.cpp compares whole texts.
 #include <KIVCoreServices2/KIVCS2Dictionary.h>
 #include <KIVCoreServices2/KIVCS2JSON.h>
 
-#include "ArgumentCheck.h"
 #include "CFText.h"
 #include "JSONText.h"
-
-#include <gtest/gtest.h>
+#include "RequiredPointers.h"
 
 #include <bit>
 #include <clocale>
@@ -57,7 +55,7 @@ const StringRef &a()
     static const StringRef name = fromBytes("a");
     return name;
 }
-// Half of a pair: nothing that UTF-8 can write.
+// Half of a surrogate pair, which UTF-8 cannot write.
 const StringRef &lone()
 {
     static const StringRef string = fromUnits(u"ok\xd800");
@@ -65,15 +63,15 @@ const StringRef &lone()
 }
 } // namespace
 
-TEST(JSON, MeasuresAsLongAsUTF8CanGet)
+TEST(JSON, MeasuresTheLongestUTF8)
 {
     const JSONText umlaut = jsonOf(fromUnits(u"\u00e9\u20ac\U0001f600").get());
     EXPECT_EQ(umlaut.text, "\"\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\"");
     EXPECT_EQ(umlaut.measured, 4u * 3 + 2);
 }
 
-// Kept
-TEST(JSON, ACharacterHasALetterBehindItsNumber)
+// Kept.
+TEST(JSON, ACharacterHasALetterAfterItsNumber)
 {
     const JSONText written = jsonOf(number(kCFNumberCharType, int64_t{-1}).get());
     EXPECT_EQ(written.text, "255i");
@@ -84,7 +82,7 @@ TEST(JSON, FractionsAreExactlyWhatPrintfWrites)
 {
     const double infinity = std::numeric_limits<double>::infinity();
     std::vector<double> values = {0.0, -0.0, infinity, -infinity, std::nan(""), -std::nan("")};
-    // The largest, the smallest, and what is or nearly is a tie of the sixth decimal.
+    // The largest, the smallest, and values at or near a tie of the sixth decimal.
     for (const double value :
          {std::numeric_limits<double>::max(), 5e-324, 0.5e-6, 1.5e-6, 2.5e-6, 0.9999995, 999999.9999995,
           4503599627370497.5, 0.0000019073486328125, 0.000003814697265625})
@@ -118,13 +116,13 @@ TEST(JSON, TheProcessLocaleDoesNotMatter)
     EXPECT_EQ(text, "1.500000");
 }
 
-// Kept
+// Kept.
 TEST(JSON, NothingIsEscaped)
 {
     EXPECT_EQ(jsonOf(fromBytes({"a\"b\\c\n\0d", 8}).get()).text, std::string("\"a\"b\\c\n\0d\"", 10));
 }
 
-// Kept
+// Kept.
 TEST(JSON, OtherTypesWriteNothing)
 {
     const CFRef<CFDateRef> date{CFDateCreate(nullptr, 0)};
@@ -133,7 +131,7 @@ TEST(JSON, OtherTypesWriteNothing)
     char *cursor = &untouched;
     uint32_t length = 0;
     EXPECT_EQ(kivCS2JSON_createFromPlist(kCFBooleanTrue, &cursor, &length), KIVCS2STATUS_OK);
-    EXPECT_TRUE(cursor == &untouched && untouched == '?' && length == 0) << "no zero byte either";
+    EXPECT_TRUE(cursor == &untouched && untouched == '?' && length == 0) << "a zero byte was written";
     EXPECT_EQ(jsonOf(array({kCFBooleanTrue, date.get()}).get()).text, "[, ]");
     EXPECT_EQ(jsonOf(dictionary({a().get()}, {kCFBooleanFalse}).get()).text, R"({"a" : })");
     KIVCS2Dictionary flags{};
@@ -143,7 +141,7 @@ TEST(JSON, OtherTypesWriteNothing)
     EXPECT_EQ(kivCS2Dictionary_free(&flags), KIVCS2STATUS_OK);
 }
 
-// Kept
+// Kept.
 TEST(JSON, ADictionaryHidesTheFailureOfAnEntryAndAnArrayDoesNot)
 {
     const Array failing = array({a().get(), lone().get(), a().get()});
@@ -164,13 +162,13 @@ TEST(JSON, TextIsAppendedAndCountsAreAdded)
     EXPECT_EQ(kivCS2JSON_createFromPlist(a().get(), &cursor, &length), KIVCS2STATUS_OK);
     EXPECT_STREQ(room, R"("a""a")");
     EXPECT_EQ(length, 106u);
-    cursor = nullptr; // measures, as no cursor does
+    cursor = nullptr; // a null cursor measures, as without a cursor
     EXPECT_EQ(kivCS2JSON_createFromPlist(a().get(), &cursor, &length), KIVCS2STATUS_OK);
     EXPECT_EQ(length, 106u + 5);
 }
 
-// A count that went round would have the writing pass run past the caller's buffer: not even a
-// dictionary hides it.
+// If a count wrapped, the writing pass would run past the caller's buffer, so not even a dictionary hides the
+// failure.
 TEST(JSON, ACountBeyond32BitsIsRefusedAtEveryDepth)
 {
     const auto seven = number(kCFNumberIntType, 7);
@@ -219,9 +217,5 @@ TEST(JSON, NestsDeeperThanAnyStackUpToTheLimit)
 
 TEST(JSON, ArgumentChecks)
 {
-    uint32_t length = 0;
-    kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2JSON_createFromPlist, "(plist) != NULL", nullptr, nullptr, &length),
-        KIV_REQUIRES(kivCS2JSON_createFromPlist, "(length) != NULL", a().get(), nullptr, nullptr),
-    });
+    KIV_REQUIRES_NOT_NULL(kivCS2JSON_createFromPlist, "plist, -, length");
 }

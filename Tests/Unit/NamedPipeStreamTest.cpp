@@ -1,8 +1,8 @@
 // Named-pipe streams over FIFOs in a temporary folder.
 #include <KIVCoreServices2/KIVCS2NamedPipeStream.h>
 
-#include "ArgumentCheck.h"
 #include "NoStandardStreams.h"
+#include "RequiredPointers.h"
 #include "TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -13,28 +13,22 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <string>
 #include <thread>
-#include <utility>
 
-static_assert(offsetof(KIVCS2NamedPipeStream, m_stream) == 0);
-static_assert(offsetof(KIVCS2NamedPipeStream, m_path) == 80);
-static_assert(offsetof(KIVCS2NamedPipeStream, m_fileDescriptor) == 88);
-static_assert(offsetof(KIVCS2NamedPipeStream, m_flags) == 92);
-static_assert(sizeof(KIVCS2NamedPipeStream) == 96);
+static_assert(offsetof(KIVCS2NamedPipeStream, m_stream) == 0 &&
+              offsetof(KIVCS2NamedPipeStream, m_path) == 80 &&
+              offsetof(KIVCS2NamedPipeStream, m_fileDescriptor) == 88 &&
+              offsetof(KIVCS2NamedPipeStream, m_flags) == 92 && sizeof(KIVCS2NamedPipeStream) == 96);
 static_assert(KIVCS2NamedPipeFlag_Read == 0x02 && KIVCS2NamedPipeFlag_Write == 0x04 &&
               KIVCS2NamedPipeFlag_NonBlocking == 0x08 && KIVCS2NamedPipeFlag_Create == 0x10 &&
               KIVCS2NamedPipeFlag_Unlink == 0x20);
 
 namespace
 {
-std::function<void()> g_beforeOpen; // runs once, between whatever looked at a path before and its opening
+std::function<void()> g_beforeOpen; // runs once, between the check of a path and its opening
 } // namespace
 
-// A program's own call stands before the C library's.
+// The program's own definition replaces that of the C library.
 extern "C" __attribute__((visibility("default"))) int open(const char *path, int flags, ...)
 {
     if (const auto run = std::exchange(g_beforeOpen, nullptr))
@@ -65,32 +59,24 @@ TEST(NamedPipeStream, RefusesWhatIsMissing)
     kivCS2NamedPipeStream_setup(&open);
     open.m_fileDescriptor = 1;
     char byte = 0;
+    KIV_REQUIRES_NOT_NULL(kivCS2NamedPipeStream_init, "stream, filename", &closed, "a", 0);
+    KIV_REQUIRES_NOT_NULL(kivCS2NamedPipeStream_writeBytes, "-, buffer, -", &open.m_stream, &byte, 1,
+                          nullptr);
+    KIV_REQUIRES_NOT_NULL(kivCS2NamedPipeStream_readBytes, "-, buffer, -", &open.m_stream, &byte, 1, nullptr);
+    KIV_REQUIRES_NOT_NULL(kivCS2NamedPipeStream_close, "stream", &open.m_stream);
     kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2NamedPipeStream_init, "(stream) != NULL", nullptr, "a", 0),
-        KIV_REQUIRES(kivCS2NamedPipeStream_init, "(filename) != NULL", &closed, nullptr, 0),
         KIV_REQUIRES(kivCS2NamedPipeStream_writeBytes, "(stream->m_fileDescriptor >= 0)", &closed.m_stream,
                      &byte, 1, nullptr),
-        KIV_REQUIRES(kivCS2NamedPipeStream_writeBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1,
-                     nullptr),
         KIV_REQUIRES(kivCS2NamedPipeStream_readBytes, "(stream->m_fileDescriptor >= 0)", &closed.m_stream,
                      &byte, 1, nullptr),
-        KIV_REQUIRES(kivCS2NamedPipeStream_readBytes, "(buffer) != NULL", &open.m_stream, nullptr, 1,
-                     nullptr),
-        KIV_REQUIRES(kivCS2NamedPipeStream_close, "(stream) != NULL", nullptr),
     });
 }
 
 TEST(NamedPipeStream, OpensAndRefusesByItsFlags)
 {
-    struct Row
-    {
-        const char *name;
-        uint32_t flags;
-        KIVCS2Status status;
-        bool existsAfter;
-    };
-    for (const Row &row : std::initializer_list<Row>{
-             {"missing", kRead, KIVCS2STATUS_DATA_ERR, false},
+    using Row = std::tuple<const char *, uint32_t, KIVCS2Status, bool>;
+    for (const auto &[name, flags, status, existsAfter] : {
+             Row{"missing", kRead, KIVCS2STATUS_DATA_ERR, false},
              {"missing", kWrite | kNow, KIVCS2STATUS_DATA_ERR, false},
              {"missing", 0, KIVCS2STATUS_DATA_ERR, false},
              {"missing", 0x01 | 0x40, KIVCS2STATUS_DATA_ERR, false}, // bits without a meaning
@@ -99,20 +85,22 @@ TEST(NamedPipeStream, OpensAndRefusesByItsFlags)
              {"missing", kWrite | kNow | kCreate, KIVCS2STATUS_OPEN_ERR, true}, // no reader
              {"none/fifo", kRead | kNow | kCreate, KIVCS2STATUS_FIFO_ERR, false},
              {"fifo", kRead | kNow, KIVCS2STATUS_OK, true},
-             {"fifo", kNow, KIVCS2STATUS_OK, true},                  // neither: reads
-             {"fifo", kRead | kWrite | kNow, KIVCS2STATUS_OK, true}, // both: reads, so no reader is needed
+             {"fifo", kNow, KIVCS2STATUS_OK, true}, // with neither it reads
+             {"fifo", kRead | kWrite | kNow, KIVCS2STATUS_OK,
+              true}, // with both it reads, so no reader is needed
              {"fifo", kWrite | kNow, KIVCS2STATUS_OPEN_ERR, true},
-             {"fifo", kWrite | kNow | kUnlink, KIVCS2STATUS_OPEN_ERR, true}, // removed only what was opened
+             {"fifo", kWrite | kNow | kUnlink, KIVCS2STATUS_OPEN_ERR,
+              true}, // removes only a FIFO that it has opened
          })
     {
-        SCOPED_TRACE(std::string{row.name} + ' ' + std::to_string(row.flags));
+        SCOPED_TRACE(std::string{name} + ' ' + std::to_string(flags));
         const TemporaryFolder folder;
         ASSERT_EQ(mkfifo(folder.path("fifo").c_str(), 0600), 0);
-        const std::string path = folder.path(row.name);
+        const std::string path = folder.path(name);
         KIVCS2NamedPipeStream pipe;
-        EXPECT_EQ(kivCS2NamedPipeStream_init(&pipe, path.c_str(), row.flags), row.status);
-        EXPECT_EQ(pipe.m_flags, row.flags);
-        const bool opened = row.status == KIVCS2STATUS_OK;
+        EXPECT_EQ(kivCS2NamedPipeStream_init(&pipe, path.c_str(), flags), status);
+        EXPECT_EQ(pipe.m_flags, flags);
+        const bool opened = status == KIVCS2STATUS_OK;
         EXPECT_EQ(pipe.m_fileDescriptor >= 0, opened);
         if (opened)
         {
@@ -123,10 +111,10 @@ TEST(NamedPipeStream, OpensAndRefusesByItsFlags)
             EXPECT_EQ(fstat(pipe.m_fileDescriptor, &info), 0);
             EXPECT_EQ(info.st_mode, S_IFIFO | 0600u);
         }
-        // After a failure there is no path to release; nothing stops here and nothing is held.
+        // After a failure the record holds neither a path nor a descriptor.
         EXPECT_EQ(kivCS2NamedPipeStream_close(&pipe.m_stream),
                   opened ? KIVCS2STATUS_OK : KIVCS2STATUS_PARAM_ERR);
-        EXPECT_EQ(exists(path), row.existsAfter);
+        EXPECT_EQ(exists(path), existsAfter);
     }
 }
 
@@ -183,7 +171,7 @@ TEST(NamedPipeStream, TransfersThatWouldWaitOrHaveNoReaderFail)
     std::signal(SIGPIPE, before);
 }
 
-TEST(NamedPipeStream, WhatAFifoCannotDoIsUnsupported)
+TEST(NamedPipeStream, OperationsThatAFifoLacksAreUnsupported)
 {
     KIVCS2NamedPipeStream pipe;
     ASSERT_EQ(kivCS2NamedPipeStream_setup(&pipe), KIVCS2STATUS_OK);
@@ -211,7 +199,7 @@ TEST(NamedPipeStream, ASecondCloseDoesNotTouchDescriptorZero)
     EXPECT_EQ(fcntl(0, F_GETFD) >= 0, hadInput);
 }
 
-TEST(NamedPipeStream, WhatIsNoFifoIsRefusedAndLeft)
+TEST(NamedPipeStream, APathThatIsNotAFifoIsRefusedAndLeft)
 {
     const TemporaryFolder folder;
     const std::string file = folder.path("file");
@@ -233,13 +221,13 @@ TEST(NamedPipeStream, WhatIsNoFifoIsRefusedAndLeft)
             EXPECT_TRUE(exists(path));
         }
     EXPECT_EQ(std::filesystem::file_size(file), 7u);
-    // A link that leads to a FIFO is as good as the FIFO.
+    // A link to a FIFO works like the FIFO.
     KIVCS2NamedPipeStream pipe;
     EXPECT_EQ(kivCS2NamedPipeStream_init(&pipe, linkToFifo.c_str(), kRead | kNow), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2NamedPipeStream_free(&pipe.m_stream), KIVCS2STATUS_OK);
 }
 
-// Between the look at the path and the opening another may stand there: the descriptor decides.
+// A file that replaces the FIFO between the check of the path and the opening is found by its descriptor.
 TEST(NamedPipeStream, AFileThatTakesTheFifosPlaceIsNotWritten)
 {
     for (const uint32_t flags : {kWrite | kNow, kRead | kNow})
@@ -252,13 +240,13 @@ TEST(NamedPipeStream, AFileThatTakesTheFifosPlaceIsNotWritten)
         g_beforeOpen = [&] { EXPECT_EQ(std::rename(file.c_str(), path.c_str()), 0); };
         KIVCS2NamedPipeStream pipe;
         EXPECT_EQ(kivCS2NamedPipeStream_init(&pipe, path.c_str(), flags), KIVCS2STATUS_OPEN_ERR);
-        EXPECT_FALSE(exists(file)); // it was there in time
+        EXPECT_FALSE(exists(file)); // the file was renamed in time
         EXPECT_EQ(pipe.m_fileDescriptor, -1);
         kivCS2NamedPipeStream_close(&pipe.m_stream);
     }
 }
 
-// A daemon's FIFO gets a number above its closed standard streams; one that the host itself puts on
+// A daemon's FIFO gets a number above its closed standard streams. A FIFO that the host itself moves to
 // descriptor 0 works as well.
 TEST(NamedPipeStream, StandardStreamsAreLeftFreeAndDescriptorZeroWorks)
 {

@@ -1,8 +1,8 @@
 // Pipe streams over real pipes.
 #include <KIVCoreServices2/KIVCS2PipeStream.h>
 
-#include "ArgumentCheck.h"
 #include "NoStandardStreams.h"
+#include "RequiredPointers.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -10,13 +10,10 @@
 
 #include <csignal>
 #include <cstddef>
-#include <string>
 #include <vector>
 
-static_assert(offsetof(KIVCS2PipeStream, m_stream) == 0);
-static_assert(offsetof(KIVCS2PipeStream, m_readPipe) == 80);
-static_assert(offsetof(KIVCS2PipeStream, m_writePipe) == 84);
-static_assert(sizeof(KIVCS2PipeStream) == 88);
+static_assert(offsetof(KIVCS2PipeStream, m_stream) == 0 && offsetof(KIVCS2PipeStream, m_readPipe) == 80 &&
+              offsetof(KIVCS2PipeStream, m_writePipe) == 84 && sizeof(KIVCS2PipeStream) == 88);
 
 namespace
 {
@@ -32,20 +29,20 @@ TEST(PipeStream, RefusesWhatIsMissing)
     KIVCS2PipeStream open;
     ASSERT_EQ(kivCS2PipeStream_init(&open), KIVCS2STATUS_OK);
     char byte = 0;
+    uint32_t eos = 0;
+    KIV_REQUIRES_EACH(kivCS2PipeStream_initWithPipes, "stream", &closed, 5, 6);
+    KIV_REQUIRES_EACH(kivCS2PipeStream_writeBytes, "-, buffer, -", &open.m_stream, &byte, 1, nullptr);
+    KIV_REQUIRES_EACH(kivCS2PipeStream_readBytes, "-, buffer, -", &open.m_stream, &byte, 1, nullptr);
+    KIV_REQUIRES_EACH(kivCS2PipeStream_isEndOfStream, "-, eos", &open.m_stream, &eos);
+    KIV_REQUIRES_EACH(kivCS2PipeStream_close, "stream", &open.m_stream);
+    KIVCS2Stream *none = &closed.m_stream;
     kiv::test::expectAllRefused({
         {"kivCS2PipeStream_setup", "stream", KIVCS2STATUS_PARAM_ERR,
          KIV_CALL(kivCS2PipeStream_init(nullptr))},
-        KIV_REQUIRES(kivCS2PipeStream_initWithPipes, "stream", nullptr, 5, 6),
         KIV_REQUIRES(kivCS2PipeStream_initWithPipes, "readPipe > 0", &closed, 0, 6),
         KIV_REQUIRES(kivCS2PipeStream_initWithPipes, "writePipe > 0", &closed, 5, 0),
-        KIV_REQUIRES(kivCS2PipeStream_writeBytes, "stream->m_writePipe > 0", &closed.m_stream, &byte, 1,
-                     nullptr),
-        KIV_REQUIRES(kivCS2PipeStream_writeBytes, "buffer", &open.m_stream, nullptr, 1, nullptr),
-        KIV_REQUIRES(kivCS2PipeStream_readBytes, "stream->m_readPipe > 0", &closed.m_stream, &byte, 1,
-                     nullptr),
-        KIV_REQUIRES(kivCS2PipeStream_readBytes, "buffer", &open.m_stream, nullptr, 1, nullptr),
-        KIV_REQUIRES(kivCS2PipeStream_isEndOfStream, "eos", &open.m_stream, nullptr),
-        KIV_REQUIRES(kivCS2PipeStream_close, "stream", nullptr),
+        KIV_REQUIRES(kivCS2PipeStream_writeBytes, "stream->m_writePipe > 0", none, &byte, 1, nullptr),
+        KIV_REQUIRES(kivCS2PipeStream_readBytes, "stream->m_readPipe > 0", none, &byte, 1, nullptr),
     });
     kivCS2PipeStream_free(&open.m_stream);
 }
@@ -62,7 +59,7 @@ TEST(PipeStream, PassesBytesAndReportsTheSystemsCounts)
     EXPECT_EQ(kivCS2Stream_readBytes(stream, bytes, 8, &count), KIVCS2STATUS_OK);
     EXPECT_EQ(std::string(bytes, count), "hello");
 
-    // A full pipe that does not wait takes a part, then fails.
+    // A full pipe that does not wait takes a part of the data, then fails.
     ASSERT_EQ(fcntl(pipe.m_writePipe, F_SETFL, O_NONBLOCK), 0);
     ASSERT_EQ(fcntl(pipe.m_readPipe, F_SETFL, O_NONBLOCK), 0);
     const std::vector<char> large(1 << 20, 'x');
@@ -115,7 +112,7 @@ TEST(PipeStream, AReaderThatIsGoneFailsTheWriteAndRaisesNoSignal)
     std::signal(SIGPIPE, before);
 }
 
-TEST(PipeStream, WhatAPipeCannotDoIsAPipeFailure)
+TEST(PipeStream, OperationsThatAPipeLacksAreAPipeFailure)
 {
     KIVCS2PipeStream pipe;
     ASSERT_EQ(kivCS2PipeStream_init(&pipe), KIVCS2STATUS_OK);
@@ -143,13 +140,13 @@ TEST(PipeStream, OwnsItsDescriptorsUntilTheClose)
     EXPECT_FALSE(isOpen(pipes[0]));
     EXPECT_FALSE(isOpen(pipes[1]));
     EXPECT_EQ(stream.m_readPipe, 0);
-    // A cleared record holds descriptors of 0, which belong to nobody here.
+    // A cleared record has 0 for both descriptors, and closing it must not close standard input.
     const bool hadInput = isOpen(0);
     EXPECT_EQ(kivCS2PipeStream_close(&stream.m_stream), KIVCS2STATUS_OK);
     EXPECT_EQ(isOpen(0), hadInput);
 }
 
-TEST(PipeStream, NoDescriptorsLeftIsAPipeFailure)
+TEST(PipeStream, ALackOfDescriptorsIsAPipeFailure)
 {
     rlimit before{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
@@ -162,7 +159,7 @@ TEST(PipeStream, NoDescriptorsLeftIsAPipeFailure)
     EXPECT_EQ(kivCS2PipeStream_close(&stream.m_stream), KIVCS2STATUS_OK);
 }
 
-// In a daemon the system hands out the numbers of the standard streams, of which 0 marks a closed end here.
+// In a daemon the system may return the numbers of the standard streams, of which 0 marks a closed end here.
 TEST(PipeStream, WorksWithoutStandardStreams)
 {
     for (const int closed : {1, 2, 3})

@@ -1,43 +1,34 @@
-// The generic operations over kinds that a host makes: dispatch, length-prefixed strings, bits.
+// The generic operations of a stream over a host's own kind: dispatch, length-prefixed strings, bits.
 // Fuzzers/StreamStringsFuzzer.cpp compares reads and skips of any length with a plain index.
-#include <KIVCoreServices2/KIVCS2MemoryStream.h>
 #include <KIVCoreServices2/KIVCS2Stream.h>
 
-#include "ArgumentCheck.h"
+#include "RequiredPointers.h"
 
-#include <array>
 #include <cstddef>
 #include <cstring>
 #include <deque>
-#include <string>
 #include <vector>
 
 using namespace std::string_literals;
 
-static_assert(offsetof(KIVCS2Stream, m_writeBytes) == 0);
-static_assert(offsetof(KIVCS2Stream, m_readBytes) == 8);
-static_assert(offsetof(KIVCS2Stream, m_getSize) == 16);
-static_assert(offsetof(KIVCS2Stream, m_setPosition) == 24);
-static_assert(offsetof(KIVCS2Stream, m_isEndOfStream) == 32);
-static_assert(offsetof(KIVCS2Stream, m_getBytes) == 40);
-static_assert(offsetof(KIVCS2Stream, m_freeBytes) == 48);
-static_assert(offsetof(KIVCS2Stream, m_close) == 56);
-static_assert(offsetof(KIVCS2Stream, m_free) == 64);
-static_assert(offsetof(KIVCS2Stream, m_bitMask) == 72);
-static_assert(offsetof(KIVCS2Stream, m_bitByte) == 73);
-static_assert(offsetof(KIVCS2Stream, m_bitReading) == 74);
-static_assert(sizeof(KIVCS2Stream) == 80);
+static_assert(offsetof(KIVCS2Stream, m_writeBytes) == 0 && offsetof(KIVCS2Stream, m_readBytes) == 8 &&
+              offsetof(KIVCS2Stream, m_getSize) == 16 && offsetof(KIVCS2Stream, m_setPosition) == 24 &&
+              offsetof(KIVCS2Stream, m_isEndOfStream) == 32 && offsetof(KIVCS2Stream, m_getBytes) == 40 &&
+              offsetof(KIVCS2Stream, m_freeBytes) == 48 && offsetof(KIVCS2Stream, m_close) == 56 &&
+              offsetof(KIVCS2Stream, m_free) == 64 && offsetof(KIVCS2Stream, m_bitMask) == 72 &&
+              offsetof(KIVCS2Stream, m_bitByte) == 73 && offsetof(KIVCS2Stream, m_bitReading) == 74 &&
+              sizeof(KIVCS2Stream) == 80);
 
 namespace
 {
-// What one transfer of a scripted stream does.
+// One transfer of a scripted stream.
 struct Transfer
 {
     KIVCS2Status status = KIVCS2STATUS_OK;
-    uint64_t most = UINT64_MAX; // bytes it moves at the most
+    uint64_t most = UINT64_MAX; // the most bytes that it moves
 };
 
-// A host's own kind: bytes in and out, with transfers that fail or stop short where the script says so.
+// A host's own kind: bytes in and out. The script makes transfers fail or stop short.
 struct HostStream
 {
     KIVCS2Stream m_stream{};
@@ -85,7 +76,7 @@ struct HostStream
     }
 };
 
-// Any operation, answering success.
+// Any operation; always succeeds.
 constexpr auto kSucceeds = [](auto...) -> KIVCS2Status { return KIVCS2STATUS_OK; };
 
 std::string prefixed(uint64_t length, const std::string &text)
@@ -98,7 +89,7 @@ std::string prefixed(uint64_t length, const std::string &text)
 TEST(Stream, RefusesWhatIsMissing)
 {
     KIVCS2Stream none{};
-    KIVCS2Stream other{}; // has only what the row does not ask for
+    KIVCS2Stream other{}; // has only an operation that the row does not need
     other.m_isEndOfStream = kSucceeds;
     HostStream host;
     host.m_stream.m_getSize = kSucceeds;
@@ -110,36 +101,37 @@ TEST(Stream, RefusesWhatIsMissing)
     uint64_t size = 0;
     uint32_t eos = 0;
     char *string = nullptr;
-    const auto param = KIVCS2STATUS_PARAM_ERR;
+    KIV_REQUIRES_EACH(kivCS2Stream_writeBytes, "stream, buffer, -", host.get(), text, 1, nullptr);
+    KIV_REQUIRES_EACH(kivCS2Stream_readBytes, "stream, buffer, -", host.get(), text, 1, nullptr);
+    KIV_REQUIRES_EACH(kivCS2Stream_getSize, "stream, size", host.get(), &size);
+    KIV_REQUIRES_EACH(kivCS2Stream_setPosition, "stream, -", host.get(), 0, 0, nullptr);
+    KIV_REQUIRES_EACH(kivCS2Stream_isEndOfStream, "stream, -", host.get(), &eos);
+    KIV_REQUIRES_EACH(kivCS2Stream_getBytes, "stream, buffer, size", host.get(), &block, &size);
+    KIV_REQUIRES_EACH(kivCS2Stream_freeBytes, "stream, buffer", host.get(), &byte);
+    KIV_REQUIRES_EACH(kivCS2Stream_close, "stream", host.get());
+    KIV_REQUIRES_EACH(kivCS2Stream_free, "stream", host.get());
+    KIV_REQUIRES_EACH(kivCS2Stream_readUTF8String, "-, string", host.get(), &string);
+    KIV_REQUIRES_EACH(kivCS2Stream_readUTF8StringToBuffer, "-, string, -", host.get(), text, 8, &size);
+    KIV_REQUIRES_EACH(kivCS2Stream_beginReadBits, "stream", host.get());
+    KIV_REQUIRES_EACH(kivCS2Stream_readBits, "stream, value", host.get(), 1, &byte);
+    KIV_REQUIRES_EACH(kivCS2Stream_skipBits, "stream", host.get(), 1);
+    KIV_REQUIRES_EACH(kivCS2Stream_endBits, "stream", host.get());
     kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2Stream_writeBytes, "stream", nullptr, text, 1, nullptr),
         KIV_REQUIRES(kivCS2Stream_writeBytes, "stream->m_writeBytes", &none, text, 1, nullptr),
-        KIV_REQUIRES(kivCS2Stream_writeBytes, "buffer", host.get(), nullptr, 1, nullptr),
         KIV_REQUIRES(kivCS2Stream_readBytes, "stream->m_readBytes", &none, text, 1, nullptr),
-        KIV_REQUIRES(kivCS2Stream_readBytes, "buffer", host.get(), nullptr, 1, nullptr),
         KIV_REQUIRES(kivCS2Stream_getSize, "stream->m_getSize", &none, &size),
-        KIV_REQUIRES(kivCS2Stream_getSize, "size", host.get(), nullptr),
         KIV_REQUIRES(kivCS2Stream_setPosition, "stream->m_setPosition", &none, 0, 0, nullptr),
         KIV_REQUIRES(kivCS2Stream_isEndOfStream, "stream->m_setPosition", &other, &eos),
         KIV_REQUIRES(kivCS2Stream_getBytes, "stream->m_getBytes", &none, &block, &size),
-        KIV_REQUIRES(kivCS2Stream_getBytes, "buffer", host.get(), nullptr, &size),
-        KIV_REQUIRES(kivCS2Stream_getBytes, "size", host.get(), &block, nullptr),
         KIV_REQUIRES(kivCS2Stream_freeBytes, "stream->m_freeBytes", &none, &byte),
-        KIV_REQUIRES(kivCS2Stream_freeBytes, "buffer", host.get(), nullptr),
         KIV_REQUIRES(kivCS2Stream_close, "stream->m_close", &none),
         KIV_REQUIRES(kivCS2Stream_free, "stream->m_free", &none),
-        KIV_REQUIRES(kivCS2Stream_readUTF8String, "string", host.get(), nullptr),
-        {"kivCS2Stream_readBytes", "stream", param, KIV_CALL(kivCS2Stream_readUTF8String(nullptr, &string))},
-        KIV_REQUIRES(kivCS2Stream_readUTF8StringToBuffer, "string", host.get(), nullptr, 8, &size),
-        KIV_REQUIRES(kivCS2Stream_beginReadBits, "stream", nullptr),
-        KIV_REQUIRES(kivCS2Stream_readBits, "stream", nullptr, 1, &byte),
-        KIV_REQUIRES(kivCS2Stream_readBits, "value", host.get(), 1, nullptr),
-        KIV_REQUIRES(kivCS2Stream_skipBits, "stream", nullptr, 1),
-        KIV_REQUIRES(kivCS2Stream_endBits, "stream", nullptr),
+        {"kivCS2Stream_readBytes", "stream", KIVCS2STATUS_PARAM_ERR,
+         KIV_CALL(kivCS2Stream_readUTF8String(nullptr, &string))},
     });
 }
 
-TEST(Stream, AnUnknownModeIsAssertedAndOtherwiseTheKindsToJudge)
+TEST(Stream, WithoutAssertionsAnUnknownModeReachesTheKind)
 {
     HostStream host;
     host.m_stream.m_setPosition = [](KIVCS2Stream *, int64_t, KIVCS2StreamPosition mode, int64_t *)
@@ -149,20 +141,20 @@ TEST(Stream, AnUnknownModeIsAssertedAndOtherwiseTheKindsToJudge)
     EXPECT_EQ(kivCS2Stream_setPosition(host.get(), 0, 2, nullptr), 0x80000102u);
 }
 
-TEST(Stream, EndOfStreamAsksForThePositionSlotAndThenItsOwn)
+TEST(Stream, EndOfStreamNeedsThePositionOperationAndItsOwn)
 {
     HostStream host;
     host.m_stream.m_setPosition = kSucceeds;
     uint32_t eos = 7;
     EXPECT_EQ(kivCS2Stream_isEndOfStream(host.get(), &eos), KIVCS2STATUS_PARAM_ERR);
     EXPECT_EQ(eos, 7u);
-    // A null result is the kind's to refuse.
+    // Only the kind refuses a null result.
     host.m_stream.m_isEndOfStream = [](KIVCS2Stream *, uint32_t *result) -> KIVCS2Status
     { return result == nullptr ? KIVCS2STATUS_UNSUPPORTED_ERR : KIVCS2STATUS_OK; };
     EXPECT_EQ(kivCS2Stream_isEndOfStream(host.get(), nullptr), KIVCS2STATUS_UNSUPPORTED_ERR);
 }
 
-TEST(Stream, FreeClosesFirstAndReadsItsSlotAgain)
+TEST(Stream, FreeClosesFirstAndThenReadsItsOperation)
 {
     static int freed;
     freed = 0;
@@ -198,34 +190,31 @@ TEST(StreamString, IsALengthOfEightBytesAndTheText)
 TEST(StreamString, TransfersThatFailOrStopShortAreReported)
 {
     constexpr auto timeout = KIVCS2STATUS_TIMEOUT_ERR;
-    struct Row
-    {
-        std::deque<Transfer> script;
-        KIVCS2Status writing;
-        KIVCS2Status reading;
-        bool leavesBlock;
-    };
-    for (const Row &row : std::initializer_list<Row>{
+    using Row = std::tuple<std::deque<Transfer>, KIVCS2Status, KIVCS2Status, bool>;
+    for (const auto &[script, writing, reading, leavesBlock] : std::initializer_list<Row>{
              {{{timeout}}, timeout, timeout, false},
              {{{KIVCS2STATUS_OK, 7}}, KIVCS2STATUS_WRITE_ERR, KIVCS2STATUS_READ_ERR, false},
              {{{}, {timeout}}, timeout, timeout, true},
              {{{}, {KIVCS2STATUS_OK, 2}}, KIVCS2STATUS_WRITE_ERR, KIVCS2STATUS_READ_ERR, true},
-             {{{}, {0x7fffffffu}}, KIVCS2STATUS_OK, KIVCS2STATUS_OK, true}, // no top bit: no failure
+             {{{}, {0x7fffffffu}},
+              KIVCS2STATUS_OK,
+              KIVCS2STATUS_OK,
+              true}, // not a failure: the top bit is clear
          })
     {
         HostStream host{prefixed(3, "abc")};
-        host.script = row.script;
-        EXPECT_EQ(kivCS2Stream_writeUTF8String(host.get(), "abc"), row.writing);
-        host.script = row.script;
+        host.script = script;
+        EXPECT_EQ(kivCS2Stream_writeUTF8String(host.get(), "abc"), writing);
+        host.script = script;
         char *text = reinterpret_cast<char *>(&host);
-        EXPECT_EQ(kivCS2Stream_readUTF8String(host.get(), &text), row.reading);
-        EXPECT_EQ(text != nullptr, row.leavesBlock);
+        EXPECT_EQ(kivCS2Stream_readUTF8String(host.get(), &text), reading);
+        EXPECT_EQ(text != nullptr, leavesBlock);
         kivCS2Stream_freeUTF8String(host.get(), text);
 
         HostStream again{prefixed(3, "abc")};
-        again.script = row.script;
+        again.script = script;
         char buffer[5];
-        EXPECT_EQ(kivCS2Stream_readUTF8StringToBuffer(again.get(), buffer, 5, nullptr), row.reading);
+        EXPECT_EQ(kivCS2Stream_readUTF8StringToBuffer(again.get(), buffer, 5, nullptr), reading);
     }
 }
 
@@ -251,7 +240,7 @@ TEST(StreamString, ALengthFromADamagedStreamCostsNothing)
              {UINT64_MAX, KIVCS2STATUS_MEMORY_ERR},     // plus 2 is 1
              {UINT64_MAX - 1, KIVCS2STATUS_MEMORY_ERR}, // plus 2 is 0
              {1ull << 62, KIVCS2STATUS_MEMORY_ERR},
-             {(64ull << 20) + 1, KIVCS2STATUS_READ_ERR}, // as long as there is, but there is not
+             {(64ull << 20) + 1, KIVCS2STATUS_READ_ERR}, // allowed, but there is no such text
              {2, KIVCS2STATUS_READ_ERR},
          })
     {
@@ -262,7 +251,7 @@ TEST(StreamString, ALengthFromADamagedStreamCostsNothing)
         EXPECT_EQ(text != nullptr, status == KIVCS2STATUS_READ_ERR);
         kivCS2Stream_freeUTF8String(host.get(), text);
         for (const uint64_t asked : host.asked)
-            EXPECT_LE(asked, 1u << 20); // never more at once than a first step
+            EXPECT_LE(asked, 1u << 20); // at most the first step
         char buffer[3];
         host.input = prefixed(length, "a");
         EXPECT_EQ(kivCS2Stream_readUTF8StringToBuffer(host.get(), buffer, sizeof buffer, nullptr),
@@ -283,27 +272,15 @@ TEST(StreamString, ALongTextArrivesWhole)
     kivCS2Stream_freeUTF8String(host.get(), block);
 }
 
-TEST(StreamBits, FetchesTheNextByteEarlyAndKeepsTheLastOne)
+TEST(StreamBits, FetchesTheNextByteAtTheBoundary)
 {
-    uint8_t byte = 0xA5;
-    KIVCS2MemoryStream memory;
-    ASSERT_EQ(kivCS2MemoryStream_initWithBytes(&memory, &byte, 1), KIVCS2STATUS_OK);
-    KIVCS2Stream *stream = &memory.m_stream;
-    ASSERT_EQ(kivCS2Stream_beginReadBits(stream), KIVCS2STATUS_OK);
-    for (const int expected : {0x0A, 0x05, 0x0A})
-    {
-        uint8_t value = 0xFF;
-        EXPECT_EQ(kivCS2Stream_readBits(stream, 4, &value), KIVCS2STATUS_OK);
-        EXPECT_EQ(value, expected);
-    }
-
     HostStream host{"\x12\x34\x56"};
     kivCS2Stream_beginReadBits(host.get());
     uint8_t value = 0;
     kivCS2Stream_readBits(host.get(), 7, &value);
     EXPECT_EQ(host.input.size(), 2u);
     kivCS2Stream_readBits(host.get(), 1, &value);
-    EXPECT_EQ(host.input.size(), 1u); // the boundary alone takes the next byte
+    EXPECT_EQ(host.input.size(), 1u); // the boundary takes the next byte
 }
 
 TEST(StreamBits, AFailingFetchStopsTheReaderWithItsStatus)
@@ -334,7 +311,7 @@ TEST(StreamBits, AFailingFetchStopsTheReaderWithItsStatus)
     }
 }
 
-TEST(StreamBits, ASuccessOfTheKindsOwnIsOKAfterAllBits)
+TEST(StreamBits, AnySuccessOfTheKindIsOKAfterAllBits)
 {
     constexpr KIVCS2Status kOwnSuccess = 7;
     for (const uint32_t size : {8u, 4u, 1u}) // the whole-byte step and the single bits
