@@ -28,7 +28,7 @@ struct Machines
     NetworkNamespace far;
 };
 
-// What `create` makes inside a namespace.
+// Returns the socket that `create` makes inside a namespace.
 template <class Create>
 OwnSocket makeIn(const NetworkNamespace &where, Create create)
 {
@@ -69,7 +69,7 @@ TEST(SocketNetwork, ACutCableTimesOutAndHeals)
 
     machines.far.setCable(false);
     const std::string block(1 << 16, 'x');
-    EXPECT_EQ(send(client, "the system keeps it"), kOK); // half open: nothing tells
+    EXPECT_EQ(send(client, "the system keeps it"), kOK); // half open: no end knows
     char byte = 0;
     uint32_t count = 7;
     EXPECT_EQ(kivCS2Socket_receive(accepted.get(), &byte, 1, false, &count), KIVCS2STATUS_TIMEOUT_ERR);
@@ -85,7 +85,7 @@ TEST(SocketNetwork, ACutCableTimesOutAndHeals)
     EXPECT_EQ(receive(accepted).substr(0, 19), "the system keeps it");
 }
 
-TEST(SocketNetwork, NoWayToAHostIsAFailureOfItsOwn)
+TEST(SocketNetwork, AHostWithoutARouteHasItsOwnFailure)
 {
     KIV_NEEDS_NETWORK_NAMESPACES();
     const NetworkNamespace alone;
@@ -99,7 +99,7 @@ TEST(SocketNetwork, NoWayToAHostIsAFailureOfItsOwn)
             EXPECT_EQ(kivCS2Socket_sendTo(sender.get(), elsewhere.get(), "x", 1, nullptr),
                       KIVCS2STATUS_SOCKET_ERR);
             EXPECT_EQ(sender->m_errno, uint32_t{ENETUNREACH});
-            // No interface leads to groups: the receiver is bound, cannot join and is given up.
+            // No interface leads to groups, so the receiver cannot join and is closed.
             const OwnAddress group = addressOf(kGroup, kPort);
             EXPECT_EQ(kivCS2Socket_createMulticastDatagramReceiver(&none, 0, group.get()),
                       KIVCS2STATUS_SOCKET_ERR);
@@ -127,11 +127,11 @@ TEST(SocketNetwork, GroupsReachTheirMembers)
     EXPECT_EQ(receive(members[2]), "in house");
     EXPECT_EQ(receive(members[2]), "on the cable");
 
-    // A member that has left hears nothing more; closing leaves, so that leaving twice fails.
+    // Closing leaves the group, which fails for a member that has left before.
     EXPECT_EQ(kivCS2Socket_dropIPMembership(members[1].get(), group->sin_addr.s_addr), kOK);
     EXPECT_EQ(kivCS2Socket_close(members[1].get()), KIVCS2STATUS_SOCKET_ERR);
     EXPECT_EQ(members[1]->m_errno, uint32_t{EADDRNOTAVAIL});
     EXPECT_EQ(kivCS2Socket_close(members[0].get()), kOK);
-    EXPECT_EQ(kivCS2Socket_close(members[0].get()), KIVCS2STATUS_SOCKET_ERR); // in no group any more
+    EXPECT_EQ(kivCS2Socket_close(members[0].get()), KIVCS2STATUS_SOCKET_ERR); // it has left the group
 }
 } // namespace
