@@ -1,9 +1,9 @@
 // Service discovery: arguments and records; then two machines of one network, each a process in a namespace
-// of its own, that find each other. Nothing leaves the test's namespaces.
+// of its own, that find each other. No packet leaves the test's namespaces.
 #include <KIVCoreServices2/KIVCS2Bonjour.h>
 
-#include "ArgumentCheck.h"
 #include "NetworkNamespace.h"
+#include "RequiredPointers.h"
 
 #include <gmock/gmock.h>
 
@@ -13,19 +13,14 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 using namespace std::chrono_literals;
@@ -34,10 +29,24 @@ using namespace kiv::test;
 namespace
 {
 constexpr const char *kType = "_kivtest._tcp";
-constexpr auto kLongEnough = 60s; // an upper bound for what takes a second; nothing waits for it to pass
+constexpr auto kLongEnough = 60s; // bounds waits that take about a second
 constexpr uint32_t kLongEnoughMs = 60000;
 
 // ---- Machines ----
+
+// The number of this process's mapped semaphores with the library's automatic names.
+size_t semaphores()
+{
+    size_t count = 0;
+    if (FILE *maps = std::fopen("/proc/self/maps", "r"); maps != nullptr)
+    {
+        char line[512];
+        while (std::fgets(line, sizeof line, maps) != nullptr)
+            count += std::strstr(line, "sem.kivCS2") != nullptr;
+        std::fclose(maps);
+    }
+    return count;
+}
 
 struct Offer
 {
@@ -55,8 +64,7 @@ bool setText(KIVCS2BonjourPublisher &publisher, const std::string &text)
     return set;
 }
 
-// A process in a network namespace that takes orders until the test closes its end of the socket or ends,
-// killed or not.
+// A process in a network namespace that takes orders until the test closes its end of the socket, or ends.
 class Child
 {
 public:
@@ -70,7 +78,7 @@ public:
         {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             close(ends[1]);
-            for (const int other : s_orders) // or the others would not see their end
+            for (const int other : s_orders) // so that these children see the end of their orders
                 close(other);
             network.enter();
             body(ends[0]);
@@ -105,7 +113,7 @@ private:
 class Machine : public Child
 {
 public:
-    // Without a host name it has that of this machine, so that the two contend for it.
+    // Without a host name it has the name of this machine, so that the two machines compete for it.
     Machine(const NetworkNamespace &network, const std::vector<Offer> &offers, const char *hostName = "far",
             bool withoutIPv4 = false)
         : Child{network, [&](int orders)
@@ -120,7 +128,7 @@ public:
     {
     }
 
-    // The first offer gets another TXT record.
+    // Replaces the TXT record of the first offer.
     void setFirstText(const std::string &text) const
     {
         const std::string order = static_cast<char>(text.size()) + text;
@@ -157,14 +165,14 @@ private:
         ifreq request{};
         std::strncpy(request.ifr_name, NetworkNamespace::kInterface, IFNAMSIZ - 1);
         request.ifr_addr.sa_family = AF_INET;
-        if (ioctl(control, SIOCSIFADDR, &request) != 0) // 0.0.0.0: none
+        if (ioctl(control, SIOCSIFADDR, &request) != 0) // 0.0.0.0 removes the address
             _exit(4);
         close(control);
     }
 };
 
-// Runs searches in processes of their own, each of which has the found-first flag and the engine to itself.
-// They are forked by a process that is made before this one has threads.
+// Runs searches in processes of their own, so that each has its own found-first flag and engine. A process
+// that was forked before this one had threads forks them.
 class Searches : public Child
 {
 public:
@@ -180,7 +188,7 @@ public:
     {
     }
 
-    // Runs `body` in so many processes at once; how many of them have failed.
+    // Runs `body` in `count` processes at once. Returns how many of them have failed.
     [[nodiscard]] int run(Body body, int count = 1) const
     {
         const Order order{body, count};
@@ -206,6 +214,7 @@ private:
                 prctl(PR_SET_PDEATHSIG, SIGKILL);
                 kivCS2_initWithTaskServer(false);
                 order.body();
+                EXPECT_EQ(semaphores(), 0u);
                 std::exit(testing::Test::HasFailure() ? 1 : 0);
             }
         int failed = 0;
@@ -215,7 +224,7 @@ private:
     }
 };
 
-// ---- What a browser saw ----
+// ---- Results of a browser ----
 
 struct Seen
 {
@@ -236,14 +245,39 @@ std::vector<std::string> addressesFrom(const KIVCS2BonjourAddress *address)
     return addresses;
 }
 
+// A value that callbacks change and the test waits for.
+template <class Value>
+class Awaited
+{
+public:
+    void change(const std::function<void(Value &)> &action)
+    {
+        const std::lock_guard lock{m_mutex};
+        action(m_value);
+        m_changed.notify_all();
+    }
+    Value waitUntil(const std::function<bool(const Value &)> &condition)
+    {
+        std::unique_lock lock{m_mutex};
+        EXPECT_TRUE(m_changed.wait_for(lock, kLongEnough, [&] { return condition(m_value); }));
+        return m_value;
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    Value m_value;
+};
+
 class Listing
 {
 public:
+    using Services = std::multimap<std::string, Seen>; // one for each call
+
     static void came(KIVCS2BonjourBrowser *browser, KIVCS2BonjourService *service, void *userData,
                      KIVCS2BonjourBrowser *sameBrowser)
     {
         EXPECT_EQ(browser, sameBrowser);
-        auto &self = *static_cast<Listing *>(userData);
         const char *name = nullptr;
         const char *host = nullptr;
         KIVCS2BonjourAddress *address = nullptr;
@@ -254,30 +288,32 @@ public:
         EXPECT_EQ(kivCS2Bonjour_getAddressesList(browser, service, &address), KIVCS2STATUS_OK);
         seen.addresses = addressesFrom(address);
         seen.host = host;
-        const std::lock_guard lock{self.m_mutex};
-        ++self.m_calls;
-        self.m_services[name] = seen;
-        self.m_changed.notify_all();
+        static_cast<Listing *>(userData)->m_services.change([&](Services &all) { all.emplace(name, seen); });
     }
-    // Waits until so many names are there.
-    std::map<std::string, Seen> waitFor(size_t count)
+    Services waitFor(size_t count)
     {
-        std::unique_lock lock{m_mutex};
-        EXPECT_TRUE(m_changed.wait_for(lock, kLongEnough, [&] { return m_services.size() >= count; }))
-            << m_services.size() << " of " << count;
-        return m_services;
+        return m_services.waitUntil([=](const Services &all) { return all.size() >= count; });
     }
     [[nodiscard]] size_t calls()
     {
-        const std::lock_guard lock{m_mutex};
-        return m_calls;
+        return waitFor(0).size();
     }
 
 private:
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::map<std::string, Seen> m_services;
-    size_t m_calls = 0;
+    Awaited<Services> m_services;
+};
+
+// A browser, disposed of at the end.
+struct OwnBrowser : KIVCS2BonjourBrowser
+{
+    OwnBrowser()
+    {
+        EXPECT_EQ(kivCS2Bonjour_initBrowserData(this), KIVCS2STATUS_OK);
+    }
+    ~OwnBrowser()
+    {
+        EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(this), KIVCS2STATUS_OK);
+    }
 };
 
 // Two namespaces of one network, or of two.
@@ -293,8 +329,8 @@ struct Networks
     NetworkNamespace far;
 };
 
-// A network takes a second until it carries packets, and what a machine offers one more: all start together,
-// before the first test.
+// A network needs a second before it carries packets, and a machine needs one more before it offers its
+// services. So all start together, before the first test.
 class Scenes : public testing::Environment
 {
 public:
@@ -356,13 +392,11 @@ protected:
         m_near->run(
             [&]
             {
-                KIVCS2BonjourBrowser browser;
                 Listing listing;
-                ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+                OwnBrowser browser;
                 ASSERT_EQ(kivCS2Bonjour_findServices(&browser, "local", kType, Listing::came, &listing),
                           KIVCS2STATUS_OK);
                 body(browser, listing);
-                EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
             });
     }
 
@@ -396,26 +430,12 @@ protected:
     Machine *m_machine = nullptr;
 };
 
-// The semaphores of this process that are open or lie about; the library's have names of their own form.
-size_t semaphores()
-{
-    size_t count = 0;
-    if (FILE *maps = std::fopen("/proc/self/maps", "r"); maps != nullptr)
-    {
-        char line[512];
-        while (std::fgets(line, sizeof line, maps) != nullptr)
-            count += std::strstr(line, "sem.kivCS2") != nullptr;
-        std::fclose(maps);
-    }
-    return count;
-}
 } // namespace
 
 // ---- Without a network ----
 
-static_assert(sizeof(KIVCS2BonjourAddress) == 32);
-static_assert(offsetof(KIVCS2BonjourAddress, m_address) == 24);
-static_assert(offsetof(KIVCS2BonjourAddress, m_port) == 28);
+static_assert(sizeof(KIVCS2BonjourAddress) == 32 && offsetof(KIVCS2BonjourAddress, m_address) == 24 &&
+              offsetof(KIVCS2BonjourAddress, m_port) == 28);
 static_assert(offsetof(KIVCS2BonjourPublisher, m_thread) == 8);
 static_assert(offsetof(KIVCS2BonjourBrowser, m_stop) == sizeof(KIVCS2Semaphore));
 static_assert(offsetof(KIVCS2BonjourService, m_addressCount) == 24 + sizeof(KIVCS2LinkList));
@@ -423,29 +443,19 @@ static_assert(KIVCS2BonjourMode_First == 0x66727374 && KIVCS2BonjourMode_Spin ==
 
 TEST(Bonjour, RefusesMissingArguments)
 {
-    KIVCS2BonjourBrowser browser{};
-    KIVCS2BonjourService service{};
-    KIVCS2BonjourAddress *address = nullptr;
-    const char *text = nullptr;
-    uint32_t port = 0;
-    expectAllRefused({
-        KIV_REQUIRES(kivCS2Bonjour_startPublishingService, "publisher", nullptr, "", kType, "x", 1),
-        KIV_REQUIRES(kivCS2Bonjour_endPublishingService, "publisher", nullptr),
-        KIV_REQUIRES(kivCS2Bonjour_initBrowserData, "browser", nullptr),
-        KIV_REQUIRES(kivCS2Bonjour_findServices, "callback", &browser, "", kType, nullptr, nullptr),
-        KIV_REQUIRES(kivCS2Bonjour_findFirstService, "browser", nullptr, "", kType, "x", 0),
-        KIV_REQUIRES(kivCS2Bonjour_stopServiceBrowser, "data", nullptr),
-        KIV_REQUIRES(kivCS2Bonjour_diposeBrowserData, "browser", nullptr),
-        KIV_REQUIRES(kivCS2Bonjour_getAddressesList, "serviceData", &browser, nullptr, &address),
-        KIV_REQUIRES(kivCS2Bonjour_getAddressesList, "hostAddr", &browser, &service, nullptr),
-        KIV_REQUIRES(kivCS2Bonjour_getHostname, "serviceData", &browser, nullptr, &text),
-        KIV_REQUIRES(kivCS2Bonjour_getHostname, "hostName", &browser, &service, nullptr),
-        KIV_REQUIRES(kivCS2Bonjour_getServiceName, "serviceName", &browser, &service, nullptr),
-        KIV_REQUIRES(kivCS2Bonjour_getFirstPort, "firstPort", &browser, &service, nullptr),
-        KIV_REQUIRES(kivCS2Bonjour_getFirstPort, "serviceData", &browser, nullptr, &port),
-        KIV_REQUIRES(kivCS2Bonjour_startServiceMonitor, "callback", &service, nullptr, nullptr),
-        KIV_REQUIRES(kivCS2Bonjour_stopServiceMonitor, "service", nullptr),
-    });
+    KIV_REQUIRES_EACH(kivCS2Bonjour_startPublishingService, "publisher, -, -, -");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_endPublishingService, "publisher");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_initBrowserData, "browser");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_findServices, "browser, -, -, callback, -");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_findFirstService, "browser, -, -, -");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_stopServiceBrowser, "data");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_diposeBrowserData, "browser");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_getAddressesList, "browser, serviceData, hostAddr");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_getHostname, "browser, serviceData, hostName");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_getServiceName, "browser, serviceData, serviceName");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_getFirstPort, "browser, serviceData, firstPort");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_startServiceMonitor, "service, callback, -");
+    KIV_REQUIRES_EACH(kivCS2Bonjour_stopServiceMonitor, "service");
 }
 
 TEST(Bonjour, TextsThatAreMissingOrNotASCIIStartNothing)
@@ -486,17 +496,18 @@ TEST(Bonjour, TextsThatAreMissingOrNotASCIIStartNothing)
 
 // ---- Two machines ----
 
-TEST_F(BonjourNetwork, FindsWhatAMachineOfTheSameNameOffers)
+TEST_F(BonjourNetwork, FindsTheServicesOfAMachineOfTheSameName)
 {
     m_near = &Scenes::sameName.networks->near;
     browse(
         [](KIVCS2BonjourBrowser &browser, Listing &listing)
         {
             const auto services = listing.waitFor(2);
-            EXPECT_EQ(services.at("Ingest 1").port, 5000u);
-            EXPECT_EQ(services.at("Ingest 2").port, 65535u);
-            EXPECT_THAT(services.at("Ingest 1").addresses, testing::ElementsAre("10.77.0.2"));
-            EXPECT_THAT(services.at("Ingest 1").host, testing::EndsWith(".local"));
+            ASSERT_TRUE(services.contains("Ingest 1") && services.contains("Ingest 2"));
+            EXPECT_EQ(services.find("Ingest 1")->second.port, 5000u);
+            EXPECT_EQ(services.find("Ingest 2")->second.port, 65535u);
+            EXPECT_THAT(services.find("Ingest 1")->second.addresses, testing::ElementsAre("10.77.0.2"));
+            EXPECT_THAT(services.find("Ingest 1")->second.host, testing::EndsWith(".local"));
             EXPECT_EQ(kivCS2Bonjour_findServices(&browser, "", kType, Listing::came, &listing),
                       KIVCS2STATUS_STATE_ERR);
             EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK);
@@ -504,21 +515,23 @@ TEST_F(BonjourNetwork, FindsWhatAMachineOfTheSameNameOffers)
             EXPECT_EQ(semaphores(), 0u);
             const auto *first = reinterpret_cast<KIVCS2BonjourService *>(browser.m_services.m_next);
             EXPECT_EQ(first->m_addresses.m_count, 1u);
-            EXPECT_EQ(first->m_addressCount, 0u); // kept: nothing ever stores it
+            EXPECT_EQ(first->m_addressCount, 0u); // kept: never stored
             EXPECT_EQ(browser.m_services.m_count, 2u);
         });
 }
 
-TEST_F(BonjourNetwork, AServiceWithIPv6AloneHasNoAddressesAndPort0)
+TEST_F(BonjourNetwork, AServiceWithOnlyIPv6HasNoAddressesAndPort0)
 {
     m_near = &Scenes::six.networks->near;
     browse(
         [](KIVCS2BonjourBrowser &browser, Listing &listing)
         {
             const auto services = listing.waitFor(1);
-            EXPECT_THAT(services.at("Six").addresses, testing::IsEmpty());
-            EXPECT_EQ(services.at("Six").port, 0u);
-            EXPECT_THAT(services.at("Six").host, testing::StrEq("far.local")) << "it was not resolved at all";
+            ASSERT_EQ(services.count("Six"), 1u);
+            const Seen &six = services.find("Six")->second;
+            EXPECT_THAT(six.addresses, testing::IsEmpty());
+            EXPECT_EQ(six.port, 0u);
+            EXPECT_EQ(six.host, "far.local") << "it was not resolved at all";
             (void)browser;
         });
 }
@@ -526,45 +539,33 @@ TEST_F(BonjourNetwork, AServiceWithIPv6AloneHasNoAddressesAndPort0)
 TEST_F(BonjourMachine, AMonitorSeesEveryTextRecord)
 {
     m_machine->setFirstText("\7rate=25");
-    struct Texts
-    {
-        std::mutex mutex;
-        std::condition_variable changed;
-        std::vector<std::string> all;
-
-        void waitFor(const std::string &text)
-        {
-            std::unique_lock lock{mutex};
-            EXPECT_TRUE(
-                changed.wait_for(lock, kLongEnough, [&] { return !all.empty() && all.back() == text; }))
-                << text;
-        }
-    } texts;
+    using Texts = std::vector<std::string>;
+    Awaited<Texts> texts;
     const auto changed = [](KIVCS2BonjourService *service, void *userData, KIVCS2BonjourService *sameService)
     {
         EXPECT_EQ(service, sameService);
         EXPECT_EQ(service->m_recordType, kCFNetServiceMonitorTXT);
-        auto &self = *static_cast<Texts *>(userData);
-        const std::lock_guard lock{self.mutex};
-        self.all.emplace_back(reinterpret_cast<const char *>(CFDataGetBytePtr(service->m_recordData)),
-                              static_cast<size_t>(CFDataGetLength(service->m_recordData)));
-        self.changed.notify_all();
+        const std::string text{reinterpret_cast<const char *>(CFDataGetBytePtr(service->m_recordData)),
+                               static_cast<size_t>(CFDataGetLength(service->m_recordData))};
+        static_cast<Awaited<Texts> *>(userData)->change([&](Texts &all) { all.push_back(text); });
     };
+    const auto waitFor = [&texts](const std::string &text)
+    { texts.waitUntil([&](const Texts &all) { return !all.empty() && all.back() == text; }); };
     browse(
         [&](KIVCS2BonjourBrowser &browser, Listing &listing)
         {
             KIVCS2BonjourService *service = ingest1(browser, listing);
             ASSERT_EQ(kivCS2Bonjour_startServiceMonitor(service, changed, &texts), KIVCS2STATUS_OK);
             EXPECT_EQ(kivCS2Bonjour_startServiceMonitor(service, changed, &texts), KIVCS2STATUS_STATE_ERR);
-            texts.waitFor("\7rate=25");
+            waitFor("\7rate=25");
             m_machine->setFirstText("\7rate=50\1a");
-            texts.waitFor("\7rate=50\1a");
+            waitFor("\7rate=50\1a");
             EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
             EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
-            texts.all.clear();
-            // Watched again it is told what there is; disposing of the browser ends the watch.
+            texts.change([](Texts &all) { all.clear(); });
+            // A new monitor gets the present record. Disposing of the browser ends the monitor.
             ASSERT_EQ(kivCS2Bonjour_startServiceMonitor(service, changed, &texts), KIVCS2STATUS_OK);
-            texts.waitFor("\7rate=50\1a");
+            waitFor("\7rate=50\1a");
         });
 }
 
@@ -590,7 +591,7 @@ TEST_F(BonjourMachine, AMonitorStoppedByItsOwnCallbackIsNotCalledAgain)
         {
             KIVCS2BonjourService *service = ingest1(browser, listing);
             watch.browser = &browser;
-            for (int round = 0; round < 2; ++round) // started again after its callback has stopped it
+            for (int round = 0; round < 2; ++round) // the second start comes after the callback's stop
             {
                 ASSERT_EQ(kivCS2Bonjour_startServiceMonitor(service, once, &watch), KIVCS2STATUS_OK);
                 watch.calls.wait(round);
@@ -611,20 +612,16 @@ TEST_F(BonjourMachine, AMonitorIsStoppedByManyThreadsAndItsCallback)
             KIVCS2BonjourService *service = ingest1(browser, listing);
             for (int round = 0; round < 20; ++round)
             {
-                std::vector<std::thread> threads(3);
-                for (size_t thread = 0; thread < threads.size(); ++thread)
-                    threads[thread] = std::thread(
-                        [&, thread]
+                std::vector<std::jthread> threads;
+                for (const bool stops : {false, true, true})
+                    threads.emplace_back(
+                        [&, stops]
                         {
-                            // Watched already, and not yet stopped, is a right answer too.
+                            // It may fail, because another thread has started the monitor.
                             (void)kivCS2Bonjour_startServiceMonitor(service, stop, nullptr);
-                            if (thread > 0)
-                            {
-                                EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
-                            }
+                            EXPECT_TRUE(!stops ||
+                                        kivCS2Bonjour_stopServiceMonitor(service) == KIVCS2STATUS_OK);
                         });
-                for (std::thread &thread : threads)
-                    thread.join();
             }
         });
     EXPECT_EQ(semaphores(), 0u);
@@ -654,44 +651,37 @@ TEST_F(BonjourMachine, ABrowserStoppedByItsOwnCallbackListsOneService)
     EXPECT_EQ(semaphores(), 0u);
 }
 
+void searchAndStop(bool beforeTheSearch, bool afterAService)
+{
+    Listing listing;
+    OwnBrowser browser;
+    const auto stop = [&browser] { EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK); };
+    std::vector<std::jthread> stoppers;
+    if (beforeTheSearch)
+        stoppers.emplace_back(stop);
+    EXPECT_EQ(kivCS2Bonjour_findServices(&browser, "", kType, Listing::came, &listing), KIVCS2STATUS_OK);
+    if (afterAService)
+        listing.waitFor(1);
+    stoppers.emplace_back(stop);
+    stoppers.emplace_back(stop);
+    stoppers.clear(); // joins them
+    const size_t calls = listing.calls();
+    EXPECT_EQ(browser.m_services.m_count, calls);
+}
+
 TEST_F(BonjourMachine, BrowsersAreStoppedByManyThreadsAtAnyMoment)
 {
-    constexpr int kRounds = 6;
     m_near->run(
         []
         {
-            std::vector<std::thread> owners(3);
-            for (size_t owner = 0; owner < owners.size(); ++owner)
-                owners[owner] = std::thread(
-                    [owner]
+            std::vector<std::jthread> owners;
+            for (const bool waits : {true, false, false})
+                owners.emplace_back(
+                    [waits]
                     {
-                        for (int round = 0; round < kRounds; ++round)
-                        {
-                            KIVCS2BonjourBrowser browser;
-                            Listing listing;
-                            EXPECT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
-                            // Some stop before the search has begun, some in its midst, some after a service.
-                            std::vector<std::thread> stoppers;
-                            const auto stop = [&browser]
-                            { EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK); };
-                            if (round % 3 == 0)
-                                stoppers.emplace_back(stop);
-                            EXPECT_EQ(
-                                kivCS2Bonjour_findServices(&browser, "", kType, Listing::came, &listing),
-                                KIVCS2STATUS_OK);
-                            if (round % 3 == 2 && owner == 0)
-                                listing.waitFor(1);
-                            stoppers.emplace_back(stop);
-                            stoppers.emplace_back(stop);
-                            for (std::thread &stopper : stoppers)
-                                stopper.join();
-                            const size_t calls = listing.calls();
-                            EXPECT_EQ(browser.m_services.m_count, calls);
-                            EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
-                        }
+                        for (int round = 0; round < 6; ++round)
+                            searchAndStop(round % 3 == 0, waits && round % 3 == 2);
                     });
-            for (std::thread &owner : owners)
-                owner.join();
         });
     EXPECT_EQ(semaphores(), 0u);
 }
@@ -700,8 +690,7 @@ TEST_F(BonjourMachine, AfterTheFirstServiceWasFoundNoBrowserOfTheProcessFindsAny
 {
     const auto search = []
     {
-        KIVCS2BonjourBrowser browser;
-        ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+        OwnBrowser browser;
         ASSERT_EQ(kivCS2Bonjour_findFirstService(&browser, "", kType, "Ingest 1", kLongEnoughMs),
                   KIVCS2STATUS_OK);
         const char *name = nullptr;
@@ -711,60 +700,48 @@ TEST_F(BonjourMachine, AfterTheFirstServiceWasFoundNoBrowserOfTheProcessFindsAny
         EXPECT_EQ(kivCS2Bonjour_getFirstPort(&browser, nullptr, &port), KIVCS2STATUS_OK);
         EXPECT_EQ(port, 5000u);
         EXPECT_EQ(browser.m_services.m_count, 1u);
-        // Kept: the flag is the process's, and never cleared. The third search is answered by the same cache
-        // that has answered the first, so that what does not come by its time-out does not come.
-        KIVCS2BonjourBrowser later;
+        // Kept: the flag belongs to the process and is never cleared. The third search uses the cache of the
+        // first, so its time-out shows that no service comes.
         Listing listing;
-        ASSERT_EQ(kivCS2Bonjour_initBrowserData(&later), KIVCS2STATUS_OK);
+        OwnBrowser later;
         ASSERT_EQ(kivCS2Bonjour_findServices(&later, "", kType, Listing::came, &listing), KIVCS2STATUS_OK);
-        KIVCS2BonjourBrowser again;
-        ASSERT_EQ(kivCS2Bonjour_initBrowserData(&again), KIVCS2STATUS_OK);
+        OwnBrowser again;
         EXPECT_EQ(kivCS2Bonjour_findFirstService(&again, "", kType, "Ingest 1", 500),
                   KIVCS2STATUS_TIMEOUT_ERR);
         EXPECT_EQ(listing.calls(), 0u);
-        for (KIVCS2BonjourBrowser *each : {&browser, &later, &again})
-            EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(each), KIVCS2STATUS_OK);
-        EXPECT_EQ(semaphores(), 0u);
     };
     EXPECT_EQ(Scenes::searches->run(search), 0);
 }
 
-// Each search starts with an empty memory of the network, and the machine answers on its two networks at
-// different times.
+// Each search starts with an empty cache, and the machine answers on its two networks at different times.
 TEST_F(BonjourMachine, AHostOnTwoNetworksIsFoundWithBothAddressesEveryTime)
 {
     constexpr int kSearches = 8;
     const auto search = []
     {
-        KIVCS2BonjourBrowser browser;
+        OwnBrowser browser;
         KIVCS2BonjourAddress *address = nullptr;
-        ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
         EXPECT_EQ(kivCS2Bonjour_findFirstService(&browser, "", kType, "Ingest 1", kLongEnoughMs),
                   KIVCS2STATUS_OK);
         ASSERT_EQ(kivCS2Bonjour_getAddressesList(&browser, nullptr, &address), KIVCS2STATUS_OK);
         EXPECT_THAT(addressesFrom(address), testing::ElementsAre("10.77.0.2", "10.78.0.2"));
-        EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
     };
     EXPECT_EQ(Scenes::searches->run(search, kSearches), 0);
 }
 
-TEST_F(BonjourMachine, ASearchForTheFirstGivesUpAndStopsItsBrowser)
+TEST_F(BonjourMachine, ASearchForTheFirstTimesOutAndStopsItsBrowser)
 {
     m_near->run(
         []
         {
             for (const uint32_t timeout : {0u, 40u})
             {
-                KIVCS2BonjourBrowser browser;
-                ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+                OwnBrowser browser;
                 const auto start = std::chrono::steady_clock::now();
                 EXPECT_EQ(kivCS2Bonjour_findFirstService(&browser, "", kType, "nobody", timeout),
                           KIVCS2STATUS_TIMEOUT_ERR);
                 EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds{timeout});
-                EXPECT_EQ(browser.m_stop, 1u);
-                EXPECT_EQ(browser.m_name, nullptr);
-                EXPECT_EQ(browser.m_services.m_count, 0u);
-                EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+                EXPECT_TRUE(browser.m_stop == 1 && !browser.m_name && browser.m_services.m_count == 0);
             }
         });
 }
