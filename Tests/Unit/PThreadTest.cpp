@@ -1,17 +1,13 @@
-// Threads and semaphore threads, cancelled and freed from every side.
+// Threads and semaphore threads, cancelled and freed by their owners and their callbacks.
 #include <KIVCoreServices2/KIVCS2PThread.h>
 
 #include "ArgumentCheck.h"
 #include "NoThreads.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <semaphore>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -105,7 +101,7 @@ TEST(Thread, CannotJoinItself)
     EXPECT_EQ(kivCS2Thread_free(&visit.thread), KIVCS2STATUS_OK);
 }
 
-// The system hands out the handle of a thread that is gone again: the record must not reach its new owner.
+// The system reuses the handle of a thread that has ended, and the old record must not reach the new thread.
 TEST(Thread, AnEndedThreadIsNotMistakenForTheOneThatHasItsHandleNow)
 {
     KIVCS2Thread ended{};
@@ -122,7 +118,7 @@ TEST(Thread, AnEndedThreadIsNotMistakenForTheOneThatHasItsHandleNow)
 
         Visit visits[8];
         bool met = false;
-        for (Visit &visit : visits) // the detached one may still be about to go
+        for (Visit &visit : visits) // the detached thread may still be ending
         {
             ASSERT_EQ(kivCS2Thread_init(&visit.thread, &visit, wait), KIVCS2STATUS_OK);
             met = met || visit.thread.m_thread == ended.m_thread;
@@ -134,9 +130,9 @@ TEST(Thread, AnEndedThreadIsNotMistakenForTheOneThatHasItsHandleNow)
         for (Visit &visit : visits)
         {
             visit.leave.release();
-            EXPECT_EQ(pthread_join(visit.thread.m_thread, nullptr), 0) << "detached by a stranger";
+            EXPECT_EQ(pthread_join(visit.thread.m_thread, nullptr), 0) << "detached through the old record";
         }
-        EXPECT_TRUE(met || detached) << "no handle was handed out again: this test has tried nothing";
+        EXPECT_TRUE(met || detached) << "no handle was reused, so this test has tested nothing";
     }
 }
 
@@ -161,7 +157,7 @@ TEST(Thread, NamesTheCallingThread)
     }
 }
 
-TEST(Thread, NoThreadLeavesNothing)
+TEST(Thread, AFailedStartLeavesNoHandle)
 {
     const NoThreads none;
     std::atomic<int> runs{0};
@@ -178,8 +174,8 @@ TEST(Thread, NoThreadLeavesNothing)
 
 // ---- Semaphore threads ----
 
-// A semaphore thread whose callbacks are functions of the test. The record is a block of its own, so
-// that AddressSanitizer sees a worker that looks at it too late.
+// A semaphore thread whose callbacks are functions of the test; freed at the end unless it has been before.
+// The record is a block of its own, so that AddressSanitizer finds a worker that uses it too late.
 struct Stage
 {
     std::unique_ptr<KIVCS2SemaphoreThread> record = std::make_unique<KIVCS2SemaphoreThread>();
@@ -189,9 +185,19 @@ struct Stage
     std::atomic<int> starts{0};
     std::atomic<int> runs{0};
     std::atomic<int> ends{0};
-    Gate gone{0}; // the worker has returned from all of the library's code
+    Gate entered{0};
+    Gate leave{0};
+    std::counting_semaphore<16> ran{0};
+    Gate gone{0}; // the worker has left the library's code
     KIVCS2Status inCallback = KIVCS2STATUS_ERR;
 
+    ~Stage()
+    {
+        if (record && record->m_thread.m_thread != 0)
+        {
+            EXPECT_EQ(kivCS2SemaphoreThread_free(record.get()), KIVCS2STATUS_OK);
+        }
+    }
     void start()
     {
         ASSERT_EQ(kivCS2SemaphoreThread_init(record.get(), this, callStart, callEnd, callSignal),
@@ -232,7 +238,7 @@ private:
     }
 };
 
-// Holds the first run until it is let go; later runs pass.
+// Holds the first run until `leave` opens; later runs pass.
 struct HeldStage : Stage
 {
     HeldStage()
@@ -247,7 +253,7 @@ struct HeldStage : Stage
             ran.release();
         };
     }
-    // Starts the worker and holds it in its first run, with `queued` signals behind it.
+    // Starts the worker and holds it in its first run, with `queued` more signals.
     void hold(int queued)
     {
         start();
@@ -256,9 +262,6 @@ struct HeldStage : Stage
         for (; queued > 0; --queued)
             signal();
     }
-    Gate entered{0};
-    Gate leave{0};
-    std::counting_semaphore<16> ran{0};
 };
 
 TEST(SemaphoreThread, QueuedSignalsAreAllRun)
@@ -272,10 +275,9 @@ TEST(SemaphoreThread, QueuedSignalsAreAllRun)
     EXPECT_EQ(stage.starts, 1);
     EXPECT_EQ(stage.runs, 4);
     EXPECT_EQ(stage.ends, 1);
-    EXPECT_EQ(kivCS2SemaphoreThread_free(stage.record.get()), KIVCS2STATUS_OK);
 }
 
-TEST(SemaphoreThread, DrainDropsWhatHasNotStarted)
+TEST(SemaphoreThread, DrainDropsTheQueue)
 {
     HeldStage stage;
     stage.hold(3);
@@ -285,7 +287,6 @@ TEST(SemaphoreThread, DrainDropsWhatHasNotStarted)
     stage.signal();
     stage.ran.acquire();
     EXPECT_EQ(stage.runs, 2);
-    EXPECT_EQ(kivCS2SemaphoreThread_free(stage.record.get()), KIVCS2STATUS_OK);
 }
 
 TEST(SemaphoreThread, DrainAndBlockWaitsForTheRunInProgress)
@@ -297,7 +298,7 @@ TEST(SemaphoreThread, DrainAndBlockWaitsForTheRunInProgress)
                       {
                           while (!blocking)
                               std::this_thread::yield();
-                          for (int time = 0; time < 1000; ++time) // for a wait that does not wait to show
+                          for (int time = 0; time < 1000; ++time) // so that a missing wait shows
                               std::this_thread::yield();
                           stage.leave.release();
                       }};
@@ -307,7 +308,6 @@ TEST(SemaphoreThread, DrainAndBlockWaitsForTheRunInProgress)
     EXPECT_EQ(stage.record->m_busy, 0u);
     other.join();
     EXPECT_EQ(stage.runs, 1);
-    EXPECT_EQ(kivCS2SemaphoreThread_free(stage.record.get()), KIVCS2STATUS_OK);
 }
 
 TEST(SemaphoreThread, CancelEndsOnceDropsTheQueueAndStaysBusy)
@@ -342,16 +342,20 @@ TEST(SemaphoreThread, WorksWithoutCallbacks)
     EXPECT_EQ(kivCS2SemaphoreThread_free(&worker), KIVCS2STATUS_OK);
 }
 
-TEST(SemaphoreThread, FreedByEachOfItsCallbacks)
+TEST(SemaphoreThread, FreedByItsCallbacks)
 {
     enum class From
     {
         start,
         signal,
-        endInsideFree, // the end callback that free makes frees again
+        signalAfterCancel,
+        endAfterCancel,
+        endInsideFree, // the end callback of a free frees again
     };
-    for (const From from : {From::start, From::signal, From::endInsideFree})
+    for (const From from :
+         {From::start, From::signal, From::signalAfterCancel, From::endAfterCancel, From::endInsideFree})
     {
+        SCOPED_TRACE(static_cast<int>(from));
         Stage stage;
         int endsWhenFreed = -1;
         const auto freeNow = [&]
@@ -359,7 +363,16 @@ TEST(SemaphoreThread, FreedByEachOfItsCallbacks)
             stage.freeInCallback();
             endsWhenFreed = stage.ends;
         };
-        (from == From::start ? stage.onStart : stage.onSignal) = freeNow;
+        (from == From::start            ? stage.onStart
+         : from == From::endAfterCancel ? stage.onEnd
+                                        : stage.onSignal) = freeNow;
+        if (from == From::signalAfterCancel || from == From::endAfterCancel)
+            stage.onSignal = [&, next = stage.onSignal]
+            {
+                EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
+                if (next)
+                    next();
+            };
         if (from == From::endInsideFree)
         {
             stage.onSignal = [&] { (void)kivCS2SemaphoreThread_free(stage.record.get()); };
@@ -372,10 +385,7 @@ TEST(SemaphoreThread, FreedByEachOfItsCallbacks)
         EXPECT_EQ(stage.inCallback, KIVCS2STATUS_OK);
         EXPECT_EQ(stage.runs, from == From::start ? 0 : 1);
         EXPECT_EQ(stage.ends, 1);
-        if (from != From::endInsideFree)
-        {
-            EXPECT_EQ(endsWhenFreed, 1); // no callback comes once free has returned
-        }
+        EXPECT_EQ(endsWhenFreed, from == From::endInsideFree ? -1 : 1); // no callback comes after free
     }
 }
 
@@ -388,7 +398,7 @@ TEST(SemaphoreThread, CancelledByACallbackAndFreedByItsOwner)
     {
         stage.inCallback = kivCS2SemaphoreThread_cancel(stage.record.get());
         cancelled.release();
-        freed.acquire(); // the record goes while the run is still in progress
+        freed.acquire(); // the record is gone before this run returns
     };
     stage.start();
     stage.signal();
@@ -404,27 +414,6 @@ TEST(SemaphoreThread, CancelledByACallbackAndFreedByItsOwner)
     stage.gone.acquire();
     EXPECT_EQ(stage.runs, 1);
     EXPECT_EQ(stage.ends, 1);
-}
-
-TEST(SemaphoreThread, CancelledAndThenFreedByCallbacks)
-{
-    for (const bool freeAtEnd : {true, false})
-    {
-        Stage stage;
-        stage.onSignal = [&]
-        {
-            EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
-            if (!freeAtEnd)
-                stage.freeInCallback();
-        };
-        if (freeAtEnd)
-            stage.onEnd = [&] { stage.freeInCallback(); };
-        stage.start();
-        stage.signal();
-        stage.gone.acquire();
-        EXPECT_EQ(stage.inCallback, KIVCS2STATUS_OK);
-        EXPECT_EQ(stage.ends, 1);
-    }
 }
 
 TEST(PThread, RefusesMissingAndUnstartedRecords)

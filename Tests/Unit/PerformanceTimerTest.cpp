@@ -1,14 +1,11 @@
-// Performance timers: what is recorded, and each kind in each unit.
+// Performance timers: recording, and each kind in each unit.
 #include <KIVCoreServices2/KIVCS2PerformanceTimer.h>
 
-#include "ArgumentCheck.h"
+#include "RequiredPointers.h"
 
 #include <mach/mach_time.h>
 
-#include <gtest/gtest.h>
-
 #include <cstddef>
-#include <tuple>
 
 namespace
 {
@@ -18,9 +15,9 @@ static_assert(sizeof(KIVCS2PerformanceTimer) == 40 && offsetof(KIVCS2Performance
               offsetof(KIVCS2PerformanceTimer, m_maximum) == 24 &&
               offsetof(KIVCS2PerformanceTimer, m_count) == 32);
 
-constexpr KIVCS2PerformanceTimerKind kMeasuredKinds[] = {KIVCS2PerformanceTimerKind_Average,
-                                                         KIVCS2PerformanceTimerKind_Minimum,
-                                                         KIVCS2PerformanceTimerKind_Maximum};
+constexpr KIVCS2PerformanceTimerKind kAverage = KIVCS2PerformanceTimerKind_Average;
+constexpr KIVCS2PerformanceTimerKind kMinimum = KIVCS2PerformanceTimerKind_Minimum;
+constexpr KIVCS2PerformanceTimerKind kMaximum = KIVCS2PerformanceTimerKind_Maximum;
 
 class PerformanceTimer : public testing::Test
 {
@@ -31,14 +28,14 @@ protected:
         timer = {1, 2, 3, 4, 5};
         ASSERT_EQ(kivCS2PerformanceTimer_init(&timer), KIVCS2STATUS_OK);
     }
-    // Stops as if the interval had begun `units` of the clock ago; it comes out a little longer.
+    // Stops as if the interval had begun `units` of the clock ago; the interval is a little longer.
     void stopAfter(uint64_t units)
     {
         timer.m_start = mach_absolute_time() - units;
         EXPECT_EQ(kivCS2PerformanceTimer_stop(&timer), KIVCS2STATUS_OK);
     }
 
-    // The statuses of all three units are the same. Returns what was stored, 77 where nothing was.
+    // Returns the value in all three units, 77 if none was stored. Their statuses must be equal.
     static std::tuple<uint64_t, uint32_t, float> read(const KIVCS2PerformanceTimer &record,
                                                       KIVCS2PerformanceTimerKind kind, KIVCS2Status status)
     {
@@ -57,51 +54,42 @@ protected:
 
 TEST_F(PerformanceTimer, KindsAndUnits)
 {
-    struct Row
-    {
-        KIVCS2PerformanceTimer record;
-        KIVCS2PerformanceTimerKind kind;
-        uint64_t nanoseconds;
-        uint32_t milliseconds;
-        float seconds;
-    };
     constexpr uint64_t kDays50 = 50ull * 86400 * 1000000000;
-    const Row rows[] = {
-        {{0, 40000000, 10000000, 30000000, 2}, KIVCS2PerformanceTimerKind_Average, 20000000, 20, 0.02f},
-        {{0, 40000000, 10000000, 30000000, 2}, KIVCS2PerformanceTimerKind_Minimum, 10000000, 10, 0.01f},
-        {{0, 40000000, 10000000, 30000000, 2}, KIVCS2PerformanceTimerKind_Maximum, 30000000, 30, 0.03f},
-        {{0, 8, 2, 3, 3}, KIVCS2PerformanceTimerKind_Average, 2, 0, 2e-9f}, // whole units: 8 / 3
-        {{0, 1999999, 0, 0, 1}, KIVCS2PerformanceTimerKind_Average, 1999999, 1, 0.001999999f},
-        {{0, 0, kDays50, 0, 1}, KIVCS2PerformanceTimerKind_Minimum, kDays50, 25032704, 4320000.0f}, // 32 bits
-        {{0, 0, 0x100000002, 0, 1}, KIVCS2PerformanceTimerKind_Minimum, 0x100000002, 4294, 4.2949672f},
-        {{0, 7, 7, 7, 1}, 4, 0, 0, 0.0f},
-        {{0, 7, 7, 7, 0}, -1, 0, 0, 0.0f}, // no kind, so no interval is asked for
-    };
-    for (const Row &row : rows)
+    using Row = std::tuple<KIVCS2PerformanceTimer, KIVCS2PerformanceTimerKind, uint64_t, uint32_t, float>;
+    for (const auto &[record, kind, inNanoseconds, inMilliseconds, inSeconds] : {
+             Row{{0, 40000000, 10000000, 30000000, 2}, kAverage, 20000000, 20, 0.02f},
+             {{0, 40000000, 10000000, 30000000, 2}, kMinimum, 10000000, 10, 0.01f},
+             {{0, 40000000, 10000000, 30000000, 2}, kMaximum, 30000000, 30, 0.03f},
+             {{0, 8, 2, 3, 3}, kAverage, 2, 0, 2e-9f}, // whole units: 8 / 3
+             {{0, 1999999, 0, 0, 1}, kAverage, 1999999, 1, 0.001999999f},
+             {{0, 0, kDays50, 0, 1}, kMinimum, kDays50, 25032704, 4320000.0f}, // 32 bits
+             {{0, 0, 0x100000002, 0, 1}, kMinimum, 0x100000002, 4294, 4.2949672f},
+             {{0, 7, 7, 7, 1}, 4, 0, 0, 0.0f},
+             {{0, 7, 7, 7, 0}, -1, 0, 0, 0.0f}, // not a kind, so no interval is needed
+         })
     {
-        SCOPED_TRACE(testing::Message() << "kind " << row.kind << ", " << row.nanoseconds << " ns");
-        const auto [nanoseconds, milliseconds, seconds] = read(row.record, row.kind, KIVCS2STATUS_OK);
-        EXPECT_EQ(nanoseconds, row.nanoseconds);
-        EXPECT_EQ(milliseconds, row.milliseconds);
-        EXPECT_FLOAT_EQ(seconds, row.seconds);
+        SCOPED_TRACE(testing::Message() << "kind " << kind << ", " << inNanoseconds << " ns");
+        const auto [nanoseconds, milliseconds, seconds] = read(record, kind, KIVCS2STATUS_OK);
+        EXPECT_EQ(nanoseconds, inNanoseconds);
+        EXPECT_EQ(milliseconds, inMilliseconds);
+        EXPECT_FLOAT_EQ(seconds, inSeconds);
     }
 }
 
 TEST_F(PerformanceTimer, SecondsAreRoundedToAFloatBeforeTheDivision)
 {
-    // 2^40 + 2^16 lies in the middle of two floats and goes down to 2^40.
+    // 2^40 + 2^16 is halfway between two floats and is rounded down to 2^40.
     const KIVCS2PerformanceTimer record{0, 0, (1ull << 40) + (1ull << 16), 0, 1};
     float seconds = 0;
-    EXPECT_EQ(kivCS2PerformanceTimer_getSeconds(&record, KIVCS2PerformanceTimerKind_Minimum, &seconds),
-              KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2PerformanceTimer_getSeconds(&record, kMinimum, &seconds), KIVCS2STATUS_OK);
     EXPECT_EQ(seconds, static_cast<float>(1099511627776.0 / 1e9));
     EXPECT_NE(seconds, static_cast<float>((1099511627776.0 + 65536.0) / 1e9));
 }
 
-TEST_F(PerformanceTimer, WithoutAnIntervalThereIsTheElapsedTimeAlone)
+TEST_F(PerformanceTimer, WithoutAnIntervalOnlyTheElapsedTimeIsThere)
 {
     EXPECT_EQ(timer.m_total + timer.m_minimum + timer.m_maximum + timer.m_count, 0u);
-    for (const KIVCS2PerformanceTimerKind kind : kMeasuredKinds)
+    for (const KIVCS2PerformanceTimerKind kind : {kAverage, kMinimum, kMaximum})
         EXPECT_EQ(read(timer, kind, KIVCS2STATUS_DATA_ERR), std::tuple(77u, 77u, 77.0f));
     timer.m_start -= 5000000000; // five seconds ago
     uint64_t nanoseconds = 0;
@@ -117,8 +105,8 @@ TEST_F(PerformanceTimer, WithoutAnIntervalThereIsTheElapsedTimeAlone)
 
 TEST_F(PerformanceTimer, StopsRecordShortestAndLongestAndDoNotStartAgain)
 {
-    constexpr uint64_t kMinute = 60000000000; // no machine is stopped that long in between
-    timer.m_minimum = 0;                      // what a count that has wrapped leaves
+    constexpr uint64_t kMinute = 60000000000; // no machine stops this long between two calls
+    timer.m_minimum = 0;                      // as after a count that has wrapped
     timer.m_maximum = 60 * kMinute;
     stopAfter(3 * kMinute);
     EXPECT_EQ(timer.m_minimum, timer.m_total);
@@ -141,21 +129,13 @@ TEST_F(PerformanceTimer, StopsRecordShortestAndLongestAndDoNotStartAgain)
 
 TEST_F(PerformanceTimer, RefusesMissingArguments)
 {
-    uint64_t nanoseconds = 0;
-    uint32_t milliseconds = 0;
-    float seconds = 0;
-    kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2PerformanceTimer_init, "timer", nullptr),
-        KIV_REQUIRES(kivCS2PerformanceTimer_start, "timer", nullptr),
-        KIV_REQUIRES(kivCS2PerformanceTimer_stop, "timer", nullptr),
-        KIV_REQUIRES(kivCS2PerformanceTimer_getNanoseconds, "pTimer", nullptr, 0, &nanoseconds),
-        KIV_REQUIRES(kivCS2PerformanceTimer_getNanoseconds, "nanoseconds", &timer, 0, nullptr),
-        KIV_REQUIRES(kivCS2PerformanceTimer_getMilliseconds, "pTimer", nullptr, 0, &milliseconds),
-        KIV_REQUIRES(kivCS2PerformanceTimer_getMilliseconds, "milliseconds", &timer, 0, nullptr),
-        KIV_REQUIRES(kivCS2PerformanceTimer_getSeconds, "pTimer", nullptr, 0, &seconds),
-        KIV_REQUIRES(kivCS2PerformanceTimer_getSeconds, "seconds", &timer, 0, nullptr),
-        KIV_REQUIRES(kivCS2PerformanceTimer_getElapsedNanoseconds, "timer", nullptr, &nanoseconds),
-        KIV_REQUIRES(kivCS2PerformanceTimer_getElapsedMilliseconds, "milliseconds", &timer, nullptr),
-        KIV_REQUIRES(kivCS2PerformanceTimer_getElapsedSeconds, "seconds", &timer, nullptr),
-    });
+    KIV_REQUIRES_EACH(kivCS2PerformanceTimer_init, "timer");
+    KIV_REQUIRES_EACH(kivCS2PerformanceTimer_start, "timer");
+    KIV_REQUIRES_EACH(kivCS2PerformanceTimer_stop, "timer");
+    KIV_REQUIRES_EACH(kivCS2PerformanceTimer_getNanoseconds, "pTimer, nanoseconds");
+    KIV_REQUIRES_EACH(kivCS2PerformanceTimer_getMilliseconds, "pTimer, milliseconds");
+    KIV_REQUIRES_EACH(kivCS2PerformanceTimer_getSeconds, "pTimer, seconds");
+    KIV_REQUIRES_EACH(kivCS2PerformanceTimer_getElapsedNanoseconds, "timer, nanoseconds");
+    KIV_REQUIRES_EACH(kivCS2PerformanceTimer_getElapsedMilliseconds, "timer, milliseconds");
+    KIV_REQUIRES_EACH(kivCS2PerformanceTimer_getElapsedSeconds, "timer, seconds");
 }

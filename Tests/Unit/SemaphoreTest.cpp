@@ -1,12 +1,10 @@
-// Semaphores: names, sharing, statuses. Every semaphore made here is removed again, also on failure.
+// Semaphores: names, sharing, statuses. Each test removes its semaphores, also after a failure.
 #include <KIVCoreServices2/KIVCS2Semaphore.h>
 
 #include "ArgumentCheck.h"
 #include "OwnProcesses.h"
 
 #include <mach/mach_time.h>
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
@@ -15,13 +13,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <string>
 #include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
-#include <utility>
 
 namespace
 {
@@ -30,7 +23,7 @@ using namespace kiv::test;
 std::atomic<uint64_t> g_stoppedClock{0}; // 0 while it runs
 } // namespace
 
-// A program's own clock stands before the platform's: this one can be stopped.
+// The program's own clock replaces the platform's, and can be stopped.
 uint64_t mach_absolute_time(void)
 {
     if (const uint64_t stopped = g_stoppedClock; stopped != 0)
@@ -42,14 +35,14 @@ uint64_t mach_absolute_time(void)
 
 namespace
 {
-static_assert(offsetof(KIVCS2Semaphore, m_semaphore) == 0 && offsetof(KIVCS2Semaphore, m_name) == 8);
-static_assert(sizeof(KIVCS2Semaphore) == 264);
+static_assert(offsetof(KIVCS2Semaphore, m_semaphore) == 0 && offsetof(KIVCS2Semaphore, m_name) == 8 &&
+              sizeof(KIVCS2Semaphore) == 264);
 
 struct OwnSemaphore
 {
     explicit OwnSemaphore(const char *name)
     {
-        std::memset(&record, 0xAB, sizeof record); // whatever the record held
+        std::memset(&record, 0xAB, sizeof record); // contents that must not matter
         status = kivCS2Semaphore_init(&record, name);
     }
     ~OwnSemaphore()
@@ -62,7 +55,7 @@ struct OwnSemaphore
     OwnSemaphore(const OwnSemaphore &) = delete;
     OwnSemaphore &operator=(const OwnSemaphore &) = delete;
 
-    [[nodiscard]] uint32_t count() // takes them all
+    [[nodiscard]] uint32_t count() // takes all signals
     {
         uint32_t taken = 0;
         while (kivCS2Semaphore_testWait(&record) == KIVCS2STATUS_OK)
@@ -101,7 +94,7 @@ TEST(Semaphore, CountsAndDrains)
     EXPECT_EQ(semaphore.count(), 0u);
 }
 
-TEST(Semaphore, AutomaticNamesNeverMeetAlsoInOneTickOfTheClock)
+TEST(Semaphore, AutomaticNamesDifferWithinOneTickOfTheClock)
 {
     g_stoppedClock = mach_absolute_time();
     OwnSemaphore first{nullptr};
@@ -119,27 +112,20 @@ TEST(Semaphore, TheSameNameIsTheSameCount)
         const std::string name = uniqueName(length);
         OwnSemaphore first{name.c_str()};
         ASSERT_EQ(first.status, KIVCS2STATUS_OK) << length;
-        EXPECT_EQ(first.record.m_name, name); // as it was given, whatever the system calls it
+        EXPECT_EQ(first.record.m_name, name); // as given, whatever its name in the system
         first.signal(2);
 
         OwnSemaphore second{name.c_str()};
         ASSERT_EQ(second.status, KIVCS2STATUS_OK) << length;
-        EXPECT_EQ(first.count(), 0u); // the second init took them
+        EXPECT_EQ(first.count(), 0u); // the second init has drained it
         second.signal(1);
         EXPECT_EQ(first.count(), 1u);
-    }
-}
 
-TEST(Semaphore, LongNamesThatDifferAtTheEndDiffer)
-{
-    std::string name = uniqueName(255);
-    OwnSemaphore first{name.c_str()};
-    name.back() = 'm';
-    OwnSemaphore second{name.c_str()};
-    ASSERT_EQ(first.status, KIVCS2STATUS_OK);
-    ASSERT_EQ(second.status, KIVCS2STATUS_OK);
-    first.signal(1);
-    EXPECT_EQ(second.count(), 0u);
+        OwnSemaphore other{(name.substr(0, length - 1) + 'm').c_str()}; // as long, with another end
+        ASSERT_EQ(other.status, KIVCS2STATUS_OK) << length;
+        first.signal(1);
+        EXPECT_EQ(other.count(), 0u);
+    }
 }
 
 TEST(Semaphore, RefusesNamesTheSystemCannotHold)
@@ -154,14 +140,14 @@ TEST(Semaphore, RefusesNamesTheSystemCannotHold)
     EXPECT_EQ(empty.record.m_semaphore, nullptr);
 }
 
-// ---- names that others can occupy ----
+// ---- Names that others can take ----
 
 std::string fileOf(const std::string &name)
 {
     return "/dev/shm/sem." + name;
 }
 
-// A file under the semaphore's name, as any user of the machine can make it.
+// A file with the semaphore's name, which any user of the machine can make.
 class Planted
 {
 public:
@@ -186,7 +172,7 @@ private:
     std::string m_path;
 };
 
-TEST(Semaphore, WhatIsNoSemaphoreIsRefusedAndLeft)
+TEST(Semaphore, AFileThatIsNotASemaphoreIsRefusedAndLeft)
 {
     const std::string name = uniqueName(34);
     const std::string path = fileOf(name);
@@ -197,7 +183,8 @@ TEST(Semaphore, WhatIsNoSemaphoreIsRefusedAndLeft)
         EXPECT_EQ(semaphore.record.m_semaphore, nullptr);
         EXPECT_TRUE(std::filesystem::exists(std::filesystem::symlink_status(path))) << what;
     };
-    for (const size_t size : {size_t{0}, sizeof(sem_t) - 1, sizeof(sem_t) + 1}) // an empty one raised SIGBUS
+    for (const size_t size :
+         {size_t{0}, sizeof(sem_t) - 1, sizeof(sem_t) + 1}) // mapping an empty file raises SIGBUS
     {
         const Planted file{name, size};
         refused("a file");
@@ -214,7 +201,7 @@ TEST(Semaphore, WhatIsNoSemaphoreIsRefusedAndLeft)
     std::filesystem::remove(path);
 }
 
-TEST(Semaphore, AnAutomaticNameThatIsTakenIsPassedBy)
+TEST(Semaphore, AnAutomaticNameThatIsTakenIsSkipped)
 {
     g_stoppedClock = mach_absolute_time() + 1'000'000'000'000; // above every name given so far
     const Planted empty{"kivCS2" + std::to_string(g_stoppedClock), 0};
@@ -227,32 +214,29 @@ TEST(Semaphore, AnAutomaticNameThatIsTakenIsPassedBy)
     g_stoppedClock = 0;
 }
 
-// Its owner could cut the file at any time, and with it every process that has it open.
-TEST(Semaphore, AnotherUsersIsSharedThroughAGroupAlone)
+// The owner of the file could truncate it at any time, which ends every process that has mapped it.
+TEST(Semaphore, AnotherUsersSemaphoreIsSharedOnlyThroughAGroup)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can give a file away";
     constexpr uid_t kOther = 54321;
-    constexpr struct
-    {
-        uid_t owner;
-        gid_t group;
-        mode_t mode;
-        bool shared;
-    } rows[] = {
-        {kOther, kOther, 0666, false}, {kOther, 0, 0660, true},     {kOther, 0, 0606, false},
-        {0, kOther, 0666, true},       {kOther + 1, 0, 0664, true}, // through the group, for each that asks
-    };
     const std::string name = uniqueName(36);
-    for (const auto &row : rows)
+    using Row = std::tuple<uid_t, gid_t, mode_t, bool>;
+    for (const auto &[owner, group, mode, shared] : {
+             Row{kOther, kOther, 0666, false},
+             {kOther, 0, 0660, true},
+             {kOther, 0, 0606, false},
+             {0, kOther, 0666, true},
+             {kOther + 1, 0, 0664, true}, // through the group, for each of its users
+         })
     {
-        SCOPED_TRACE(testing::Message() << row.owner << ':' << row.group << ' ' << std::oct << row.mode);
+        SCOPED_TRACE(testing::Message() << owner << ':' << group << ' ' << std::oct << mode);
         const Planted file{name, sizeof(sem_t)};
-        file.give(row.owner, row.group, row.mode);
+        file.give(owner, group, mode);
         const OwnSemaphore semaphore{name.c_str()};
-        EXPECT_EQ(semaphore.status, row.shared ? KIVCS2STATUS_OK : KIVCS2STATUS_SEMAPHORE_ERR);
+        EXPECT_EQ(semaphore.status, shared ? KIVCS2STATUS_OK : KIVCS2STATUS_SEMAPHORE_ERR);
     }
-    // Root's is everybody's, as far as its mode lets them in.
+    // All users share root's semaphores, if the mode allows it.
     const Planted roots{name, sizeof(sem_t)};
     roots.give(0, 0, 0666);
     inChild(
@@ -264,8 +248,8 @@ TEST(Semaphore, AnotherUsersIsSharedThroughAGroupAlone)
         });
 }
 
-// The file is looked at before it is mapped and again behind that: whatever stands there in between, nothing
-// is read that is not there.
+// The file is checked before it is mapped and again after that. Whatever replaces it in between, no byte past
+// its end is read.
 TEST(Semaphore, AFileThatChangesUnderTheNameEndsNoProcess)
 {
     const std::string name = uniqueName(38);
@@ -283,15 +267,9 @@ TEST(Semaphore, AFileThatChangesUnderTheNameEndsNoProcess)
     {
         KIVCS2Semaphore semaphore;
         const KIVCS2Status status = kivCS2Semaphore_init(&semaphore, name.c_str());
-        if (status == KIVCS2STATUS_OK)
-        {
-            ++opened;
-            EXPECT_EQ(kivCS2Semaphore_free(&semaphore), KIVCS2STATUS_OK);
-        }
-        else
-        {
-            EXPECT_EQ(status, KIVCS2STATUS_SEMAPHORE_ERR);
-        }
+        opened += status == KIVCS2STATUS_OK ? 1 : 0;
+        EXPECT_EQ(status == KIVCS2STATUS_OK ? kivCS2Semaphore_free(&semaphore) : status,
+                  status == KIVCS2STATUS_OK ? KIVCS2STATUS_OK : KIVCS2STATUS_SEMAPHORE_ERR);
     }
     over = true;
     changing.join();

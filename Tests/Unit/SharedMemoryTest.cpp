@@ -1,33 +1,28 @@
-// Shared memory: statuses, sharing between processes, what is left on the machine (nothing; see OwnIPC.h).
+// Shared memory: statuses, and sharing between processes. No segment is left on the machine (see OwnIPC.h).
 #include <KIVCoreServices2/KIVCS2Mutex.h>
 #include <KIVCoreServices2/KIVCS2SharedMemory.h>
 
-#include "ArgumentCheck.h"
 #include "OwnIPC.h"
 #include "OwnProcesses.h"
-
-#include <gtest/gtest.h>
+#include "RequiredPointers.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <functional>
 #include <sys/socket.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <utility>
 #include <vector>
 
 namespace
 {
 using namespace kiv::test;
 
-std::function<int(key_t, size_t, int)> g_shmget; // stands for the system's while it is set
-int g_attachError = 0;                           // with which every attachment fails, 0 for none
+std::function<int(key_t, size_t, int)> g_shmget; // replaces the system's while it is set
+int g_attachError = 0;                           // that every attachment fails with, if not 0
 } // namespace
 
-// A program's own definitions stand before the system's where they can be seen.
+// The program's own definitions replace the system's if they are visible.
 #define KIV_SEEN __attribute__((visibility("default")))
 KIV_SEEN int shmget(key_t key, size_t size, int flags) noexcept
 {
@@ -46,9 +41,9 @@ KIV_SEEN void *shmat(int id, const void *address, int flags) noexcept
 
 namespace
 {
-static_assert(offsetof(KIVCS2SharedMemory, m_key) == 0 && offsetof(KIVCS2SharedMemory, m_id) == 4);
-static_assert(offsetof(KIVCS2SharedMemory, m_address) == 8 && offsetof(KIVCS2SharedMemory, m_error) == 16);
-static_assert(sizeof(KIVCS2SharedMemory) == 24);
+static_assert(offsetof(KIVCS2SharedMemory, m_key) == 0 && offsetof(KIVCS2SharedMemory, m_id) == 4 &&
+              offsetof(KIVCS2SharedMemory, m_address) == 8 && offsetof(KIVCS2SharedMemory, m_error) == 16 &&
+              sizeof(KIVCS2SharedMemory) == 24);
 
 const OwnIPC theIPC;
 
@@ -59,7 +54,7 @@ struct OwnSegment
 {
     OwnSegment(uint32_t key, uint32_t size, bool create)
     {
-        std::memset(&record, 0xAB, sizeof record); // whatever the record held
+        std::memset(&record, 0xAB, sizeof record); // contents that must not matter
         status = kivCS2SharedMemory_init(&record, key, size, create);
     }
     ~OwnSegment()
@@ -81,7 +76,7 @@ struct OwnSegment
     KIVCS2Status status;
 };
 
-// What the system knows of a key; its attach count, or -1 where there is no segment.
+// Returns the number of attachments of a key's segment, or -1 if there is none.
 int attachedTo(uint32_t key)
 {
     const int id = shmget(static_cast<key_t>(key), 0, 0);
@@ -89,8 +84,8 @@ int attachedTo(uint32_t key)
     return id >= 0 && shmctl(id, IPC_STAT, &segment) == 0 ? static_cast<int>(segment.shm_nattch) : -1;
 }
 
-// A second process, made before there is anything to inherit. It does `work` once it is let go; the work
-// calls ready() and, if the test ends it, stay().
+// A second process, forked before there is a segment to inherit. It does `work` after go(); the work calls
+// ready(), and stay() if the test is to end it.
 class OtherProcess
 {
 public:
@@ -98,10 +93,10 @@ public:
     {
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, m_ends), 0);
         m_pid = fork();
-        close(std::exchange(m_ends[m_pid == 0 ? 0 : 1], -1)); // an end of the test ends this process too
+        close(std::exchange(m_ends[m_pid == 0 ? 0 : 1], -1)); // so that it ends with the test
         if (m_pid != 0)
             return;
-        alarm(60); // of a wait that does not end
+        alarm(60); // bounds every wait
         _exit(receive(m_ends[1]) && work(*this) ? 0 : 1);
     }
     ~OtherProcess()
@@ -112,7 +107,7 @@ public:
     OtherProcess(const OtherProcess &) = delete;
     OtherProcess &operator=(const OtherProcess &) = delete;
 
-    // In the test: lets it go and waits until it is ready or has ended.
+    // Called by the test: starts the work and waits until it is ready or has ended.
     void go() const
     {
         EXPECT_EQ(write(m_ends[0], "g", 1), 1);
@@ -123,7 +118,7 @@ public:
         const auto isAsleep = [this](const Process &each) { return each.pid == m_pid && each.state == 'S'; };
         return holdsWithin(10000, [&] { return std::ranges::any_of(processes(), isAsleep); });
     }
-    // Ends it. Returns the status of waitpid.
+    // Ends the process. Returns the status of waitpid.
     [[nodiscard]] int end()
     {
         int ended = -1;
@@ -132,7 +127,7 @@ public:
         return ended;
     }
 
-    // In the other process.
+    // Called by the work.
     void ready() const
     {
         (void)!write(m_ends[1], "r", 1);
@@ -156,38 +151,29 @@ private:
 TEST(SharedMemory, AttachingNeedsASegmentThatIsLargeEnough)
 {
     const uint32_t key = theIPC.key(0);
-    struct Row
+    const auto expectRefused =
+        [key](const char *what, uint32_t size, bool create, KIVCS2Status status, int error)
     {
-        const char *what;
-        uint32_t size;
-        bool create;
-        KIVCS2Status status;
-        int error;
-    };
-    const auto expectRefused = [key](const Row &row)
-    {
-        SCOPED_TRACE(row.what);
-        const OwnSegment segment{key, row.size, row.create};
-        EXPECT_EQ(segment.status, row.status);
-        EXPECT_EQ(segment.record.m_error, row.error);
+        SCOPED_TRACE(what);
+        const OwnSegment segment{key, size, create};
+        EXPECT_EQ(segment.status, status);
+        EXPECT_EQ(segment.record.m_error, error);
         EXPECT_EQ(segment.record.m_key, key);
-        EXPECT_EQ(segment.record.m_id, -1);
-        EXPECT_EQ(segment.record.m_address, nullptr);
+        EXPECT_TRUE(segment.record.m_id == -1 && segment.record.m_address == nullptr);
     };
-    expectRefused({"there is none", 16, kAttach, KIVCS2STATUS_SYSTEM_ERR, ENOENT});
-    expectRefused({"one of no size", 0, kCreate, KIVCS2STATUS_MEMORY_ERR, EINVAL});
+    expectRefused("there is none", 16, kAttach, KIVCS2STATUS_SYSTEM_ERR, ENOENT);
+    expectRefused("empty", 0, kCreate, KIVCS2STATUS_MEMORY_ERR, EINVAL);
     EXPECT_EQ(attachedTo(key), -1);
 
     const OwnSegment segment{key, 16, kCreate};
     ASSERT_EQ(segment.status, KIVCS2STATUS_OK);
     segment.bytes()[0] = 7;
-    expectRefused({"attach to a smaller one", 17, kAttach, KIVCS2STATUS_SYSTEM_ERR, EINVAL});
-    expectRefused({"create over a smaller one", 17, kCreate, KIVCS2STATUS_MEMORY_ERR, EINVAL});
-    EXPECT_EQ(segment.bytes()[0], 7); // nothing was cleared
+    expectRefused("attach to a smaller one", 17, kAttach, KIVCS2STATUS_SYSTEM_ERR, EINVAL);
+    expectRefused("create over a smaller one", 17, kCreate, KIVCS2STATUS_MEMORY_ERR, EINVAL);
+    EXPECT_EQ(segment.bytes()[0], 7); // not cleared
 }
 
-// A key that another user took first, and keeps to itself: refused with the reason, and free in the search's
-// eyes.
+// The key of another user's private segment is refused with the reason, and the search takes it as free.
 TEST(SharedMemory, AnotherUsersSegmentIsRefusedWithTheReason)
 {
     if (geteuid() != 0)
@@ -223,7 +209,7 @@ TEST(SharedMemory, ASecondCreatorGetsTheSameSegmentAndClearsItsOwnSize)
     EXPECT_TRUE(std::all_of(first.bytes(), first.bytes() + 4096, [](uint8_t byte) { return byte == 0; }));
     shmid_ds segment{};
     ASSERT_EQ(shmctl(first.record.m_id, IPC_STAT, &segment), 0);
-    EXPECT_EQ(segment.shm_perm.mode & 0777, 0666); // for other users too
+    EXPECT_EQ(segment.shm_perm.mode & 0777, 0666); // shared with other users
     std::memset(first.bytes(), 0xEE, 4096);
 
     const OwnSegment attached{theIPC.key(1), 0, kAttach};
@@ -264,7 +250,7 @@ TEST(SharedMemory, AMutexInTheSegmentExcludesTheOtherProcess)
     struct Shared
     {
         KIVCS2Mutex mutex;
-        volatile uint32_t count; // as any host's: only the mutex keeps the processes apart
+        volatile uint32_t count; // not atomic: only the mutex excludes the other process
     };
     constexpr uint32_t kTimes = 100000;
     const auto countUp = [](Shared &shared)
@@ -300,7 +286,7 @@ TEST(SharedMemory, AMutexInTheSegmentExcludesTheOtherProcess)
     EXPECT_EQ(kivCS2Mutex_free(&shared.mutex), KIVCS2STATUS_OK);
 }
 
-TEST(SharedMemory, AFailedAttachmentRemovesOnlyWhatItMade)
+TEST(SharedMemory, AFailedAttachmentRemovesOnlyASegmentThatItMade)
 {
     const uint32_t made = theIPC.key(5), used = theIPC.key(6), foreign = theIPC.key(7);
     const OwnSegment inUse{used, 8, kCreate};
@@ -332,21 +318,22 @@ TEST(SharedMemory, AFailedAttachmentRemovesOnlyWhatItMade)
     EXPECT_EQ(attachedTo(used), 1);
     EXPECT_EQ(inUse.bytes()[0], 7);
     EXPECT_EQ(attachedTo(foreign), 0);
-    const OwnSegment last{foreign, 0, kAttach}; // takes it away
+    const OwnSegment last{foreign, 0, kAttach}; // its free removes the segment
 }
 
-TEST(SharedMemory, KeyZeroIsAlwaysASegmentOfItsOwn)
+TEST(SharedMemory, KeyZeroIsAlwaysANewSegment)
 {
     const OwnSegment first{0, 8, kCreate}, second{0, 8, kAttach};
     for (const OwnSegment *segment : {&first, &second})
     {
         ASSERT_EQ(segment->status, KIVCS2STATUS_OK);
-        (void)shmctl(segment->record.m_id, IPC_RMID, nullptr); // goes with the attachment, after a kill too
+        (void)shmctl(segment->record.m_id, IPC_RMID,
+                     nullptr); // the segment goes with the attachment, also after a kill
     }
     EXPECT_NE(first.record.m_id, second.record.m_id);
 }
 
-TEST(SharedMemory, TheSearchPassesWhatHasASegmentAndSeesNoSmallOne)
+TEST(SharedMemory, TheSearchSkipsKeysWithASegmentUnlessItIsTooSmall)
 {
     const OwnSegment taken{theIPC.key(10), 8, kCreate};
     const OwnSegment small{theIPC.key(11), 7, kCreate};
@@ -358,49 +345,42 @@ TEST(SharedMemory, TheSearchPassesWhatHasASegmentAndSeesNoSmallOne)
         uint32_t found = 0;
         EXPECT_EQ(kivCS2SharedMemory_findKey(start, &found), KIVCS2STATUS_OK);
         EXPECT_EQ(found, expected);
-        EXPECT_EQ(attachedTo(theIPC.key(9)), -1); // looking makes nothing
+        EXPECT_EQ(attachedTo(theIPC.key(9)), -1); // the search makes no segment
     }
 }
 
-TEST(SharedMemory, TheSearchGoesOnAtTheBottomAndNeverAnswersZero)
+TEST(SharedMemory, TheSearchWrapsAndNeverReturnsZero)
 {
-    struct Row
+    using Row = std::tuple<uint32_t, uint32_t, bool, size_t>; // `free` is the only key without a segment
+    for (const auto &[start, free, isFound, lookedUp] :
+         {Row{0, 1, true, 1}, Row{0xFFFFFFFEu, 5, true, 7}, Row{1, 10000, true, 10000},
+          Row{1, 10001, false, 10000}, Row{0xFFFFFFFFu, 9998, true, 9999},
+          Row{0xFFFFFFFFu, 9999, false, 9999}})
     {
-        uint32_t start;
-        uint32_t free; // the only key without a segment
-        bool found;
-        size_t lookedUp;
-    };
-    for (const Row &row : {Row{0, 1, true, 1}, Row{0xFFFFFFFEu, 5, true, 7}, Row{1, 10000, true, 10000},
-                           Row{1, 10001, false, 10000}, Row{0xFFFFFFFFu, 9998, true, 9999},
-                           Row{0xFFFFFFFFu, 9999, false, 9999}})
-    {
-        SCOPED_TRACE(testing::Message() << row.start << " to " << row.free);
+        SCOPED_TRACE(testing::Message() << start << " to " << free);
         std::vector<uint32_t> tried;
-        g_shmget = [&](key_t key, size_t size, int flags)
+        g_shmget = [&tried, only = free](key_t key, size_t size, int flags)
         {
             EXPECT_EQ(size, 8u);
             EXPECT_EQ(flags, 0666);
             tried.push_back(static_cast<uint32_t>(key));
             errno = EACCES; // not accessible counts as free
-            return tried.back() == row.free ? -1 : 0;
+            return tried.back() == only ? -1 : 0;
         };
         uint32_t found = 77;
-        const KIVCS2Status status = kivCS2SharedMemory_findKey(row.start, &found);
+        const KIVCS2Status status = kivCS2SharedMemory_findKey(start, &found);
         g_shmget = nullptr;
-        EXPECT_EQ(status, row.found ? KIVCS2STATUS_OK : KIVCS2STATUS_NOT_FOUND_ERR);
-        EXPECT_EQ(found, row.found ? row.free : 77u);
-        EXPECT_EQ(tried.size(), row.lookedUp);
-        EXPECT_EQ(std::count(tried.begin(), tried.end(), 0u), 0); // it would make a segment
+        EXPECT_EQ(status, isFound ? KIVCS2STATUS_OK : KIVCS2STATUS_NOT_FOUND_ERR);
+        EXPECT_EQ(found, isFound ? free : 77u);
+        EXPECT_EQ(tried.size(), lookedUp);
+        EXPECT_EQ(std::count(tried.begin(), tried.end(), 0u), 0); // key 0 would make a segment
     }
 }
 
 TEST(SharedMemory, RefusesMissingArguments)
 {
-    expectAllRefused({
-        KIV_REQUIRES(kivCS2SharedMemory_init, "shared", nullptr, 1, 8, kAttach),
-        KIV_REQUIRES(kivCS2SharedMemory_free, "shared", nullptr),
-        KIV_REQUIRES(kivCS2SharedMemory_findKey, "foundKey", 1, nullptr),
-    });
+    KIV_REQUIRES_EACH(kivCS2SharedMemory_init, "shared");
+    KIV_REQUIRES_EACH(kivCS2SharedMemory_free, "shared");
+    KIV_REQUIRES_EACH(kivCS2SharedMemory_findKey, "foundKey");
 }
 } // namespace
