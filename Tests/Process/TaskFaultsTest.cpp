@@ -1,5 +1,5 @@
-// Launches beside system calls that fail, and server and host killed at every byte of what they tell each
-// other.
+// Launches with system calls that fail, and with a server or a host that is killed at every byte of their
+// messages.
 #include "KIVCS2Base.h"
 #include "KIVCS2TaskServer.h"
 #include "Private/Tasks/ServerProcess.h"
@@ -9,27 +9,22 @@
 #include "OwnTasks.h"
 #include "TemporaryFolder.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
-#include <semaphore>
-#include <string>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <utility>
 
-// ---- What fails, and who dies; in memory that host, server and children share ----
+// ---- Failures and deaths to come, in memory that host, server and children share ----
 
 namespace
 {
 using namespace kiv::test;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int kRounds = 2; // a process takes many times as long to make
+constexpr int kRounds = 2; // a sanitizer makes forks many times slower
 #else
 constexpr int kRounds = 20;
 #endif
@@ -53,15 +48,15 @@ enum class Call
 struct Faults
 {
     std::atomic<Call> call{Call::none};
-    std::atomic<int> skip{0};   // of that call let through before
-    std::atomic<int> times{0};  // it fails
-    std::atomic<int> error{0};  // 0: a short count
-    std::atomic<int> failed{0}; // it has
+    std::atomic<int> skip{0};   // calls before that succeed
+    std::atomic<int> times{0};  // failures to come
+    std::atomic<int> error{0};  // 0 is a short count
+    std::atomic<int> failed{0}; // failures so far
 
-    std::atomic<int> deathPipe{-1}; // index of the descriptor
+    std::atomic<int> deathPipe{-1}; // the index of the descriptor
     std::atomic<bool> hostDies{false};
-    std::atomic<bool> childDiesAlone{false}; // and not the server with it
-    std::atomic<long> bytes{0};              // until then
+    std::atomic<bool> childDiesAlone{false}; // without the server
+    std::atomic<long> bytes{0};              // before the death
 };
 
 Faults &faults()
@@ -102,8 +97,8 @@ void fail(Call call, int skip, int error, int times = 1)
         ::pause();
 }
 
-// Cuts a transfer where its process is to die; kills it there. The server's reading of requests, the launched
-// process's writing of its id (with it the server dies) and the same from the host's side.
+// Cuts a transfer at the byte of its process's death, and kills the process there: the server at a request,
+// the launched process at its id (and the server with it), or the host at the other end of both.
 void meetDeath(int fd, size_t &size)
 {
     Faults &now = faults();
@@ -117,7 +112,16 @@ void meetDeath(int fd, size_t &size)
     now.bytes -= static_cast<long>(size);
 }
 
-void (*g_beforePipe)() = nullptr; // what another thread of the host does at the worst moment
+void (*g_beforePipe)() = nullptr; // the action of another thread of the host at the worst moment
+
+// Returns true if a transfer fails; shortens it if it is to be short.
+bool failsOrIsShort(Call call, size_t &size)
+{
+    if (!fails(call))
+        return false;
+    size = std::min<size_t>(size, 1);
+    return errno != 0;
+}
 
 size_t openDescriptors()
 {
@@ -128,7 +132,7 @@ size_t openDescriptors()
 }
 } // namespace
 
-// What fails on request and does nothing else.
+// A call that fails on request.
 #define KIV_WRAP(result, name, call, failure, parameters, arguments)                                         \
     result __real_##name parameters;                                                                         \
     result __wrap_##name parameters;                                                                         \
@@ -171,29 +175,21 @@ extern "C"
     }
     ssize_t __wrap_read(int fd, void *buffer, size_t size)
     {
-        if (fails(Call::read))
-        {
-            if (errno != 0)
-                return -1;
-            size = std::min<size_t>(size, 1);
-        }
+        if (failsOrIsShort(Call::read, size))
+            return -1;
         meetDeath(fd, size);
         return __real_read(fd, buffer, size);
     }
     ssize_t __wrap_write(int fd, const void *buffer, size_t size)
     {
-        if (fails(Call::write))
-        {
-            if (errno != 0)
-                return -1;
-            size = std::min<size_t>(size, 1);
-        }
+        if (failsOrIsShort(Call::write, size))
+            return -1;
         const size_t whole = size;
         const int pipe = faults().deathPipe;
         meetDeath(fd, size);
         if (size == whole)
             return __real_write(fd, buffer, size);
-        // Who writes at once does not come back for the rest. Nobody else is to die of what it has written.
+        // A writer does not return for the rest of its message. No other process dies after these bytes.
         faults().deathPipe = -1;
         (void)!__real_write(fd, buffer, size);
         die(pipe);
@@ -203,7 +199,7 @@ extern "C"
         return fails(Call::vfork) ? 1 : 0;
     }
 }
-// A function that calls vfork cannot return twice through its own frame, so this one leaves by a jump.
+// A function that calls vfork must not return twice through its own frame, so this one jumps.
 asm(R"(
     .text
     .globl __wrap_vfork
@@ -224,7 +220,7 @@ namespace
 {
 // ---- System calls ----
 
-TEST(TaskFaults, AFailedCallGivesItsStatusAndLeavesNothing)
+TEST(TaskFaults, AFailedCallHasItsStatusAndLeavesNoDescriptor)
 {
     for (const auto &[call, skip, error, status] : {
              std::tuple{Call::pipe, 0, EMFILE, KIVCS2STATUS_PIPE_ERR},
@@ -232,7 +228,7 @@ TEST(TaskFaults, AFailedCallGivesItsStatusAndLeavesNothing)
              {Call::pipe, 2, EMFILE, KIVCS2STATUS_PIPE_ERR},
              {Call::vfork, 0, EAGAIN, KIVCS2STATUS_FORK_ERR},
              {Call::waitpid, 0, EINTR, KIVCS2STATUS_OK},
-             {Call::waitpid, 0, ECHILD, KIVCS2STATUS_SYSTEM_ERR}, // without a server nobody hands it over
+             {Call::waitpid, 0, ECHILD, KIVCS2STATUS_SYSTEM_ERR}, // without a server the status is lost
          })
     {
         SCOPED_TRACE(testing::Message() << static_cast<int>(call) << " " << skip << " " << error);
@@ -252,11 +248,11 @@ TEST(TaskFaults, AFailedCallGivesItsStatusAndLeavesNothing)
     }
 }
 
-// In the child, which can tell the host by its exit code only: each file, and each of the three streams in
-// turn, alone and beside a server.
+// The child can report a failure only by its exit code: each file and each of the three streams in turn,
+// without and with a server.
 TEST(TaskFaults, ACallThatFailsInTheChildIsItsExitCode)
 {
-    using Row = std::tuple<Call, int, bool, bool>; // calls: that such a launch makes
+    using Row = std::tuple<Call, int, bool, bool>; // with the number of these calls in a launch
     faults();                                      // shared with the children
     const auto launches = []
     {
@@ -296,8 +292,9 @@ TEST(TaskFaults, ACallThatFailsInTheChildIsItsExitCode)
         });
 }
 
-// A server's child neither opens nor connects anything, whatever is set for other launches; it only executes.
-TEST(TaskFaults, AServersChildThatExecutesNothingEndsWith127)
+// A server's child only executes: it opens no files and connects no pipes, whatever the record has for other
+// launches.
+TEST(TaskFaults, AServersChildThatCannotExecuteEndsWith127)
 {
     TemporaryFolder folder;
     const std::string broken = folder.write("broken", "#!/nowhere/interpreter\n");
@@ -323,7 +320,7 @@ TEST(TaskFaults, AServersChildThatExecutesNothingEndsWith127)
         });
 }
 
-// What another thread does to a task whose launch has begun, and whose pipes and process are still to come.
+// Another thread closes or frees a task whose launch has begun, before its pipes and process exist.
 TEST(TaskFaults, ALaunchUnderWayIsClosedAndFreed)
 {
     static KIVCS2Task *task;
@@ -339,7 +336,7 @@ TEST(TaskFaults, ALaunchUnderWayIsClosedAndFreed)
     EXPECT_EQ(launch("cat; exit 3", [] { (void)kivCS2Task_closePipedIO(task); }), KIVCS2STATUS_OK);
     EXPECT_EQ(task->m_exitCode, 3);
     EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
-    // A synchronous launch is not waited for; its child is stopped when it comes.
+    // The free does not wait for a synchronous launch; its child is stopped once it exists.
     EXPECT_EQ(launch("exec tail -f --pid=$PPID /dev/null",
                      [] { (void)kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate); }),
               KIVCS2STATUS_OK);
@@ -396,17 +393,11 @@ TEST(TaskFaults, FailedTransfersHaveAStatusAndNoCount)
     EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
 }
 
-// Of the server's start: what is told, whether a launch works afterwards, and that nothing is left open.
+// The status of a failed start, the status of a launch after it, and no open descriptors.
 TEST(TaskFaults, AServerThatDidNotStart)
 {
-    struct Row
-    {
-        Call call;
-        int skip;
-        KIVCS2Status started;
-        KIVCS2Status launched;
-    };
-    for (const Row &row : {
+    using Row = std::tuple<Call, int, KIVCS2Status, KIVCS2Status>;
+    for (const auto &row : {
              Row{Call::pipe, 0, KIVCS2STATUS_PIPE_ERR, KIVCS2STATUS_TASK_SERVER_ERR},
              Row{Call::pipe, 1, KIVCS2STATUS_PIPE_ERR, KIVCS2STATUS_TASK_SERVER_ERR},
              Row{Call::pipe, 2, KIVCS2STATUS_PIPE_ERR, KIVCS2STATUS_TASK_SERVER_ERR},
@@ -414,57 +405,48 @@ TEST(TaskFaults, AServerThatDidNotStart)
              Row{Call::fork, 0, KIVCS2STATUS_FORK_ERR, KIVCS2STATUS_OK},
              Row{Call::thread, 0, KIVCS2STATUS_OK, KIVCS2STATUS_OK},
          })
-    {
-        SCOPED_TRACE(testing::Message() << static_cast<int>(row.call) << " " << row.skip);
         inChild(
             [&row]
             {
+                const auto &[call, skip, started, launched] = row;
+                SCOPED_TRACE(testing::Message() << static_cast<int>(call) << " " << skip);
                 const size_t before = openDescriptors();
-                fail(row.call, row.skip, EAGAIN);
-                EXPECT_EQ(kivCS2TaskServer_init(), row.started);
+                fail(call, skip, EAGAIN);
+                EXPECT_EQ(kivCS2TaskServer_init(), started);
                 EXPECT_EQ(faults().failed, 1);
-                EXPECT_TRUE(row.started != KIVCS2STATUS_PIPE_ERR || openDescriptors() == before);
-                EXPECT_EQ(runThroughServer(), row.launched == 0 ? 768 : static_cast<int32_t>(row.launched));
+                EXPECT_TRUE(started != KIVCS2STATUS_PIPE_ERR || openDescriptors() == before);
+                EXPECT_EQ(runThroughServer(), launched == 0 ? 768 : static_cast<int32_t>(launched));
             });
-    }
 }
 
-// Of a launch: what fails once is made good by another try or another server.
+// A single failure is repaired by another attempt or another server.
 TEST(TaskFaults, ALaunchThroughTheServer)
 {
-    struct Row
-    {
-        Call call;
-        int error;
-        int times;
-        KIVCS2Status status;
-    };
+    using Row = std::tuple<Call, int, int, KIVCS2Status>;
     constexpr int kAlways = 1000000;
-    for (const Row &row : {
+    for (const auto &row : {
              Row{Call::write, EINTR, 1, KIVCS2STATUS_OK},
              Row{Call::write, EPIPE, 1, KIVCS2STATUS_OK},
              Row{Call::write, EPIPE, kAlways, KIVCS2STATUS_PIPE_ERR},
              Row{Call::vfork, EAGAIN, 1, KIVCS2STATUS_OK},
              Row{Call::vfork, EAGAIN, kAlways, KIVCS2STATUS_TASK_SERVER_ERR},
-             Row{Call::waitpid, ECHILD, 1, KIVCS2STATUS_OK}, // of the server: it is replaced
+             Row{Call::waitpid, ECHILD, 1, KIVCS2STATUS_OK}, // of the server, which is replaced
              Row{Call::read, EINTR, 3, KIVCS2STATUS_OK},
          })
-    {
-        SCOPED_TRACE(testing::Message()
-                     << static_cast<int>(row.call) << " " << row.error << " " << row.times);
         inChild(
             [&row]
             {
+                const auto &[call, error, times, status] = row;
+                SCOPED_TRACE(testing::Message() << static_cast<int>(call) << " " << error << " " << times);
                 EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
                 EXPECT_EQ(runThroughServer(), 768);
                 const size_t before = openDescriptors();
-                fail(row.call, 0, row.error, row.times);
-                EXPECT_EQ(runThroughServer(), row.status == 0 ? 768 : static_cast<int32_t>(row.status));
+                fail(call, 0, error, times);
+                EXPECT_EQ(runThroughServer(), status == 0 ? 768 : static_cast<int32_t>(status));
                 fail(Call::none, 0, 0, 0);
                 EXPECT_EQ(runThroughServer(), 768);
                 EXPECT_EQ(openDescriptors(), before);
             });
-    }
 }
 
 KIV_TEST_RUN(inChild, TaskFaults, AServerThatCannotBeReplacedLeavesTheTaskAsItWas)
@@ -504,12 +486,12 @@ KIV_TEST_RUN(inChild, TaskFaults, TheServerIsKilledAtEveryByte)
                 faults().bytes = byte;
                 faults().deathPipe = static_cast<int>(pipe);
                 ASSERT_EQ(runThroughServer(), 768) << pipe << " " << byte;
-                ASSERT_EQ(faults().deathPipe, -1) << "nobody died at " << byte;
+                ASSERT_EQ(faults().deathPipe, -1) << "no death at " << byte;
             }
     EXPECT_EQ(openDescriptors(), before);
 }
 
-// Its end is told, and the server and the others that it has launched go on.
+// Its end is reported, and the server and its other children go on.
 KIV_TEST_RUN(inChild, TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
 {
     EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
@@ -523,7 +505,7 @@ KIV_TEST_RUN(inChild, TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
         faults().bytes = 0;
         faults().deathPipe = static_cast<int>(kPidWrite);
         EXPECT_EQ(runThroughServer(), SIGKILL);
-        EXPECT_EQ(faults().deathPipe, -1) << "nobody died";
+        EXPECT_EQ(faults().deathPipe, -1) << "no death";
         faults().childDiesAlone = false;
         EXPECT_EQ(runThroughServer(), 768);
     }
@@ -535,8 +517,9 @@ KIV_TEST_RUN(inChild, TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
     EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
 }
 
-// Stopped, it takes a small request and no large one; both are bounded, and another server launches.
-KIV_TEST_RUN(inChild, TaskFaults, AServerThatDoesNothingIsReplaced)
+// A stopped server takes a small request but not a large one. Both waits are bounded, and another server
+// launches.
+KIV_TEST_RUN(inChild, TaskFaults, AStoppedServerIsReplaced)
 {
     kiv::g_answerTime = 1'500'000'000;
     EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
@@ -555,8 +538,7 @@ KIV_TEST_RUN(inChild, TaskFaults, AServerThatDoesNothingIsReplaced)
     }
 }
 
-// A report is written in one piece, so there is no middle of one: the server dies before it, with a status
-// that it alone knew.
+// A report is written in one piece, so the server dies before it, and the status is lost.
 KIV_TEST_RUN(inOwnChild, TaskFaults, TheServerIsKilledBeforeAReport)
 {
     EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
@@ -588,7 +570,7 @@ TEST(TaskFaults, TheHostIsKilledAtEveryByte)
                         _exit(0);
                     }
                     ASSERT_EQ(exitCodeOf(host), 1000 + SIGKILL) << pipe << " " << byte;
-                    // About two seconds; what more is given here is for a loaded machine.
+                    // It takes about two seconds; a loaded machine needs more.
                     ASSERT_TRUE(holdsWithin(10000,
                                             []
                                             {

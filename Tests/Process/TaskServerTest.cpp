@@ -1,4 +1,4 @@
-// The task server beside a host: launches, statuses, replacement, and what is left when either dies.
+// The task server and its host: launches, statuses, replacement, and the processes left when either dies.
 #include <KIVCoreServices2/KIVCS2Base.h>
 #include <KIVCoreServices2/KIVCS2TaskServer.h>
 
@@ -6,33 +6,28 @@
 #include "OwnTasks.h"
 #include "TemporaryFolder.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <atomic>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
-#include <semaphore>
-#include <string>
 #include <sys/resource.h>
 #include <thread>
-#include <vector>
 
 namespace
 {
 using namespace kiv::test;
 
 #ifdef __SANITIZE_THREAD__
-constexpr int kLaunches = 1000; // ThreadSanitizer copies the process at each
+constexpr int kLaunches = 1000; // ThreadSanitizer copies the process for each of them
 #else
 constexpr int kLaunches = 5000;
 #endif
 constexpr const char *kServerName = "kivcs2-tasks";
+using Bodies = std::vector<std::function<void()>>;
 
 pid_t serverPid()
 {
-    // A server that was started a moment ago still has the host's name.
+    // A new server has the host's name at first.
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf(kServerName) > 0; }));
     for (const Process &process : processes())
         if (process.name == kServerName)
@@ -56,10 +51,10 @@ std::vector<int> openDescriptors()
     return open;
 }
 
-KIV_TEST_RUN(inChild, TaskServer, StoresTheRawStatusWhereALaunchStoresTheExitCode)
+KIV_TEST_RUN(inChild, TaskServer, StoresTheRawStatusAndALaunchTheExitCode)
 {
     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK); // is there already
+    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK); // has been started already
     EXPECT_EQ(runThroughServer(), 768);
     EXPECT_EQ(runThroughServer("kill -TERM $$"), SIGTERM);
     KIVCS2Task *task = makeShell("exit 3");
@@ -81,7 +76,7 @@ KIV_TEST_RUN(inChild, TaskServer, StoresTheRawStatusWhereALaunchStoresTheExitCod
     EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
 }
 
-// The handler and the launch both wait for the child: whoever is first, the code arrives.
+// The handler and the launch both wait for the child: the exit code arrives whichever is first.
 KIV_TEST_RUN(inChild, TaskServer, LosesNoExitCodeOfFourThreads)
 {
     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
@@ -95,8 +90,7 @@ KIV_TEST_RUN(inChild, TaskServer, LosesNoExitCodeOfFourThreads)
                 for (int launch = 0; launch < kLaunches / 4; ++launch)
                 {
                     const int code = (launch * 4 + thread) % 256;
-                    const std::string text = "exit " + std::to_string(code);
-                    KIVCS2Task *task = makeShell(text);
+                    KIVCS2Task *task = makeShell("exit " + std::to_string(code));
                     const KIVCS2Status status = kivCS2Task_launch(task);
                     wrong += KIVCS2_FAILED(status) || task->m_exitCode != code ? 1 : 0;
                     (void)kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);
@@ -110,6 +104,7 @@ KIV_TEST_RUN(inChild, TaskServer, LosesNoExitCodeOfFourThreads)
     EXPECT_EQ(openDescriptors(), before);
 }
 
+// Above those that fit a descriptor set.
 KIV_TEST_RUN(inChild, TaskServer, WorksOnHighDescriptors)
 {
     rlimit limit{};
@@ -121,9 +116,19 @@ KIV_TEST_RUN(inChild, TaskServer, WorksOnHighDescriptors)
     }
     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
     EXPECT_EQ(runThroughServer(), 768);
+
+    KIVCS2Task *task = makeShell("echo hi");
+    kivCS2Task_setPipedIO(task, 1);
+    EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+    EXPECT_GT(task->m_stdOutPipe[0], FD_SETSIZE);
+    char bytes[8];
+    uint32_t count = 0;
+    EXPECT_EQ(kivCS2Task_readOutput(task, false, bytes, sizeof bytes, &count), KIVCS2STATUS_OK);
+    EXPECT_EQ(std::string(bytes, count), "hi\n");
+    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
 }
 
-// A host may be started without them; the pipes must not take their numbers.
+// A host may be started without them, and the pipes must not take their numbers.
 KIV_TEST_RUN(inChild, TaskServer, WorksWithoutStandardStreams)
 {
     const int kept = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 20);
@@ -187,7 +192,7 @@ KIV_TEST_RUN(inOwnProcesses, TaskServer, EveryModeOfFreeEndsARunningTask)
     }
 }
 
-// As they come when a terminal or a supervisor signals the host's whole group.
+// A terminal or a supervisor may signal the host's whole group.
 KIV_TEST_RUN(inOwnProcesses, TaskServer, IgnoresTheSignalsOfTheHostsGroup)
 {
     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
@@ -195,11 +200,11 @@ KIV_TEST_RUN(inOwnProcesses, TaskServer, IgnoresTheSignalsOfTheHostsGroup)
     ASSERT_GT(server, 1);
     for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGUSR1, SIGALRM, SIGTSTP, SIGIO, SIGRTMIN + 1})
         ASSERT_EQ(kill(server, signal), 0);
-    EXPECT_EQ(runThroughServer("kill -USR1 $$"), SIGUSR1); // nothing of it reaches what is launched
+    EXPECT_EQ(runThroughServer("kill -USR1 $$"), SIGUSR1); // its children do not ignore them
     EXPECT_EQ(serverPid(), server);
 }
 
-KIV_TEST_RUN(inOwnProcesses, TaskServer, IsReplacedWhenItWasKilled)
+KIV_TEST_RUN(inOwnProcesses, TaskServer, IsReplacedAfterItsDeath)
 {
     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
     const auto before = openDescriptors();
@@ -207,7 +212,7 @@ KIV_TEST_RUN(inOwnProcesses, TaskServer, IsReplacedWhenItWasKilled)
     {
         const pid_t server = serverPid();
         ASSERT_GT(server, 1);
-        ASSERT_EQ(kill(server, signal), 0); // not waited for: the launch comes while it dies
+        ASSERT_EQ(kill(server, signal), 0); // without a wait, so the launch may come while it dies
         EXPECT_EQ(runThroughServer(), 768);
         EXPECT_NE(serverPid(), server);
     }
@@ -215,7 +220,7 @@ KIV_TEST_RUN(inOwnProcesses, TaskServer, IsReplacedWhenItWasKilled)
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf(kServerName) == 1; }));
 }
 
-// Its process goes on and is watched, however busy the host is; nobody can tell its status.
+// Its process is still watched, however busy the host is, but its status is lost.
 KIV_TEST_RUN(inOwnChild, TaskServer, ATaskThatOutlivesItsServerStillEnds)
 {
     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
@@ -240,8 +245,8 @@ KIV_TEST_RUN(inOwnChild, TaskServer, ATaskThatOutlivesItsServerStillEnds)
     EXPECT_EQ(running(), 0u);
 }
 
-// What a host leaves when it dies: a task of the server's, one that ignores SIGTERM, one that has left its
-// parent, and two children of launches of the host's own, one that ignores SIGTERM.
+// Starts tasks of the server: a plain one, one that ignores SIGTERM and one that leaves its parent. Then two
+// children of the host's own launches, of which one ignores SIGTERM.
 void startFamily()
 {
     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
@@ -253,7 +258,7 @@ void startFamily()
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 7; })) << countOf("sleep");
 }
 
-// The server of the first one is gone before the host is.
+// The server of the first task dies before the host.
 void startBesideTwoServers()
 {
     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
@@ -274,7 +279,7 @@ enum class End
     leftAtOnce,
 };
 
-// Nothing of what `start` launches is left when the host has ended so.
+// Expects that no process of `start` is left after the host has ended in this way.
 void hostDies(End end, bool underSubreaper, void (*start)() = startFamily)
 {
     SCOPED_TRACE(static_cast<int>(end));
@@ -284,46 +289,35 @@ void hostDies(End end, bool underSubreaper, void (*start)() = startFamily)
     if (host == 0)
     {
         signal(SIGABRT, SIG_DFL);
-        if (end == End::exitedSlowly) // still here when all that ends by itself has ended
+        if (end == End::exitedSlowly) // outlives the processes that end by themselves
             (void)std::atexit([] { (void)holdsWithin(10000, [] { return countOf("sleep") == 2; }); });
         start();
-        switch (end)
-        {
-        case End::killed:
-            kill(getpid(), SIGKILL);
-            break;
-        case End::aborted:
-        {
-            const rlimit none{0, 0};
-            setrlimit(RLIMIT_CORE, &none);
-            kill(getpid(), SIGABRT);
-            break;
-        }
-        case End::exited:
-        case End::exitedSlowly:
+        if (end == End::exited || end == End::exitedSlowly)
             std::exit(0);
-        case End::leftAtOnce:
+        if (end == End::leftAtOnce)
             _exit(0);
-        }
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_CORE, &none);
+        kill(getpid(), end == End::killed ? SIGKILL : SIGABRT);
         pause();
     }
     (void)exitCodeOf(host);
-    // About two seconds; what more is given here is for a loaded machine.
+    // It takes about two seconds; a loaded machine needs more.
     const int most = end == End::killed || end == End::aborted || end == End::leftAtOnce ? 10000 : 20000;
     const auto isGone = [] { return countOf("sleep") + countOf("sh") + countOf(kServerName) == 0; };
     EXPECT_TRUE(holdsWithin(most, isGone)) << countOf("sleep") << " and " << countOf("sh") << " shells left";
 }
 
-TEST(TaskServer, NothingOutlivesTheHost)
+TEST(TaskServer, NoProcessOutlivesTheHost)
 {
-    std::vector<std::function<void()>> bodies;
+    Bodies bodies;
     for (const End end : {End::killed, End::aborted, End::exited, End::exitedSlowly, End::leftAtOnce})
         bodies.emplace_back([end] { hostDies(end, false); });
     bodies.emplace_back([] { hostDies(End::killed, false, startBesideTwoServers); });
     inOwnProcesses(bodies);
 }
 
-// Shells that are always about to start the next command, with and without one in the background.
+// Starts shells that launch commands in a loop, with and without one in the background.
 void startLoops(bool throughServer)
 {
     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
@@ -336,20 +330,19 @@ void startLoops(bool throughServer)
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") > 100; })) << countOf("sleep");
 }
 
-TEST(TaskServer, NothingThatForksInALoopOutlivesTheHost)
+TEST(TaskServer, NoForkingLoopOutlivesTheHost)
 {
     for (const End end : {End::killed, End::exited})
     {
-        std::vector<std::function<void()>> bodies;
+        Bodies bodies;
         bodies.emplace_back([end] { hostDies(end, false, [] { startLoops(false); }); });
         bodies.emplace_back([end] { hostDies(end, false, [] { startLoops(true); }); });
         inOwnProcesses(bodies);
     }
 }
 
-// While the host lives: free in the mode for it, each operation that kills descendants, and the host as
-// process 1.
-TEST(TaskServer, NothingThatForksInALoopOutlivesItsKill)
+// The host lives: it frees the tree, or kills all descendants; as a child and as process 1.
+TEST(TaskServer, NoForkingLoopOutlivesItsKill)
 {
     const auto isGone = []
     { return holdsWithin(10000, [] { return countOf("sleep") + countOf("sh") == 0; }); };
@@ -372,11 +365,12 @@ TEST(TaskServer, NothingThatForksInALoopOutlivesItsKill)
         }
     };
     const auto child = [host] { inChild(host); };
-    inOwnProcesses((std::vector<std::function<void()>>{host, child}));
+    inOwnProcesses(Bodies{host, child});
 }
 
-// A group whose last tie to its session ends gets SIGHUP if one of it is stopped: the handler runs before
-// that. What somebody else has stopped stays so, and whoever kills its own siblings leaves none stopped.
+// A group that loses its last tie to its session gets SIGHUP if one of its processes is stopped; the SIGTERM
+// handler must run before that. A process that another has stopped stays stopped, and a caller that kills its
+// own siblings leaves none of them stopped.
 KIV_TEST_RUN(inOwnChild, TaskServer, AKilledTreeIsContinuedAsItWas)
 {
     setsid();
@@ -415,7 +409,7 @@ KIV_TEST_RUN(inOwnChild, TaskServer, AKilledTreeIsContinuedAsItWas)
     if (killer == 0)
     {
         (void)kivCS2TaskServer_killAllChildProcesses(getppid());
-        _exit(0); // SIGTERM has come before
+        _exit(0); // not reached: SIGTERM comes first
     }
     EXPECT_EQ(exitCodeOf(killer), 1000 + SIGTERM);
     EXPECT_EQ(exitCodeOf(parent), 1000 + SIGTERM);
@@ -425,8 +419,8 @@ KIV_TEST_RUN(inOwnChild, TaskServer, AKilledTreeIsContinuedAsItWas)
     EXPECT_EQ(exitCodeOf(stopped), 1000 + SIGTERM);
 }
 
-// Time to close a file, for whatever the host has launched: after its exit in order, and as process 1 before
-// the kernel ends all others.
+// A task has time to close its file after its host's normal exit, also if the host is process 1 and the
+// kernel ends all others.
 TEST(TaskServer, ARecorderClosesItsFileAtTheHostsExit)
 {
     TemporaryFolder folder;
@@ -440,7 +434,7 @@ TEST(TaskServer, ARecorderClosesItsFileAtTheHostsExit)
         EXPECT_TRUE(holdsWithin(10000, [&log] { return std::filesystem::exists(log); }));
         std::exit(testing::Test::HasFailure() ? 1 : 0);
     };
-    std::vector<std::function<void()>> bodies;
+    Bodies bodies;
     for (const bool throughServer : {false, true})
     {
         bodies.emplace_back(
@@ -460,7 +454,7 @@ TEST(TaskServer, ARecorderClosesItsFileAtTheHostsExit)
         EXPECT_EQ(folder.read(log), "up\nclosed\n") << log;
 }
 
-// No new descriptor from here on, or as many as before.
+// Refuses all new descriptors, or allows them again.
 void limitDescriptors(bool allow)
 {
     rlimit limit{};
@@ -469,14 +463,14 @@ void limitDescriptors(bool allow)
     EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
-// A second SIGTERM makes many programs give up what the first has begun. A host that cannot read the process
-// table, for want of a descriptor, leaves the first one to the server, and so does one that launches after it
-// has signalled.
+// A second SIGTERM makes many programs abandon the end that the first one has begun. If a host cannot read
+// the process table, for lack of a descriptor, or launches after it has signalled, the server sends the first
+// one.
 TEST(TaskServer, SignalsOnceAtTheHostsExit)
 {
     TemporaryFolder folder;
     static constexpr std::array kEnds = {"at exit", "on request", "blind", "late, by the server", "late"};
-    std::vector<std::function<void()>> bodies;
+    Bodies bodies;
     for (const std::string end : kEnds)
         bodies.emplace_back(
             [log = folder.path(end), end]
@@ -491,12 +485,12 @@ TEST(TaskServer, SignalsOnceAtTheHostsExit)
                 };
                 const auto host = [&end]
                 {
-                    // Handlers run in the other order: this one after the library's.
+                    // Handlers run in reverse order: this one runs after the library's.
                     if (end == "late")
                         std::atexit([] { launch(false); });
                     else if (end == "late, by the server")
                         std::atexit([] { launch(true); });
-                    else if (end == "blind") // a sanitizer that looks for leaks at the end needs them
+                    else if (end == "blind") // LeakSanitizer needs descriptors at the end
                         std::atexit([] { limitDescriptors(true); });
                     EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
                     if (!end.starts_with("late"))
@@ -518,7 +512,7 @@ TEST(TaskServer, SignalsOnceAtTheHostsExit)
         EXPECT_EQ(folder.read(log), "up\ntold\n") << log;
 }
 
-// It has its own children and keeps them, whoever dies first.
+// The fork keeps its own children, whichever of the two dies first.
 TEST(TaskServer, AForkOfTheHostIsOnItsOwn)
 {
 #ifdef __SANITIZE_THREAD__
@@ -534,7 +528,7 @@ TEST(TaskServer, AForkOfTheHostIsOnItsOwn)
                 EXPECT_EQ(kivCS2TaskServer_exec(makeShell("exec sleep 60"), nullptr, nullptr),
                           KIVCS2STATUS_OK);
                 if (fork() == 0)
-                    std::exit(0); // runs the handler at exit, which is to find nothing of the host's
+                    std::exit(0); // runs the handler at exit, which must not find the host's tasks
                 if (fork() == 0)
                 {
                     KIVCS2Task *task = makeShell("exec sleep 700");
@@ -543,14 +537,14 @@ TEST(TaskServer, AForkOfTheHostIsOnItsOwn)
                         holdsWithin(10000, [task] { return std::atomic_ref{task->m_pid}.load() > 0; }));
                     EXPECT_EQ(kivCS2TaskServer_exec(makeShell("exit"), nullptr, nullptr),
                               KIVCS2STATUS_TASK_SERVER_ERR);
-                    signal(SIGCHLD, SIG_IGN); // takes the status, which nobody here hands over
+                    signal(SIGCHLD, SIG_IGN); // the kernel drops the status
                     task = makeShell("exit 3");
                     EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_SYSTEM_ERR);
                     if (!testing::Test::HasFailure())
                         execl("/bin/sleep", "sleep", "800", nullptr);
                 }
                 for (;;)
-                    ::pause(); // its children's ends interrupt it
+                    ::pause(); // interrupted by the ends of its children
             }
             ASSERT_GT(host, 1);
             ASSERT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 3; })) << countOf("sleep");
@@ -561,8 +555,8 @@ TEST(TaskServer, AForkOfTheHostIsOnItsOwn)
         });
 }
 
-// As a host does that goes into the background after its start; then nobody can be told of a child's end, and
-// the numbers stand for files of its own.
+// A host that becomes a daemon does this. Then no end of a child can be reported, and the numbers may be
+// those of the host's own files.
 TEST(TaskServer, AHostThatClosesItsPipesKeepsItsExitCodesAndItsFiles)
 {
 #ifdef __SANITIZE_THREAD__
@@ -600,13 +594,13 @@ TEST(TaskServer, AHostThatClosesItsPipesKeepsItsExitCodesAndItsFiles)
         });
 }
 
-// There the parent that takes over is not process 1.
-KIV_TEST_RUN(inOwnChild, TaskServer, NothingOutlivesTheHostUnderASubreaper)
+// The new parent of orphans is not process 1 then.
+KIV_TEST_RUN(inOwnChild, TaskServer, NoProcessOutlivesTheHostUnderASubreaper)
 {
     hostDies(End::killed, true);
 }
 
-KIV_TEST_RUN(inOwnChild, TaskServer, KillsDescendantsAndNothingElse)
+KIV_TEST_RUN(inOwnChild, TaskServer, KillsOnlyDescendants)
 {
     const pid_t other = fork();
     if (other == 0)
@@ -617,7 +611,7 @@ KIV_TEST_RUN(inOwnChild, TaskServer, KillsDescendantsAndNothingElse)
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 3; }));
     for (const pid_t none : {1, 0, -1, -tree})
         EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(none), KIVCS2STATUS_OK);
-    EXPECT_EQ(countOf("sleep"), 3u); // they are descendants of process 1, which is another
+    EXPECT_EQ(countOf("sleep"), 3u); // descendants of process 1, which is not one of these
     EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(tree), KIVCS2STATUS_OK);
     EXPECT_TRUE(holdsWithin(10000,
                             []
@@ -630,7 +624,7 @@ KIV_TEST_RUN(inOwnChild, TaskServer, KillsDescendantsAndNothingElse)
     EXPECT_EQ(kill(other, 0), 0);
 }
 
-// As before its process is there; a record with such an id must reach nobody.
+// A record has such an id before its process exists, and no process may get a signal then.
 KIV_TEST_RUN(inOwnProcesses, TaskServer, NeverSignalsAnIdOfOneOrLess)
 {
     const pid_t bystander = fork();

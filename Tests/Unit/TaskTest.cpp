@@ -2,27 +2,20 @@
 #include <KIVCoreServices2/KIVCS2Task.h>
 #include <KIVCoreServices2/KIVCS2TaskServer.h>
 
-#include "ArgumentCheck.h"
+#include "RequiredPointers.h"
 #include "TemporaryFolder.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstddef>
-#include <cstring>
 #include <fcntl.h>
-#include <filesystem>
-#include <memory>
 #include <semaphore>
-#include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
-#include <tuple>
 #include <unistd.h>
 #include <vector>
 
@@ -42,37 +35,40 @@ static_assert(offsetof(KIVCS2Task, m_link) == 0 && offsetof(KIVCS2Task, m_comman
 
 using Gate = std::binary_semaphore;
 
-// A script's end that waits to be ended, at most as long as the test lives.
+// The last command of a script that waits for its end, at most as long as the test runs.
 #define WAIT "exec tail -f --pid=$PPID /dev/null"
 
-KIVCS2Task *makeTask(const char *command, std::vector<const char *> arguments)
+// A task, freed at the end unless it has been before. A running task must end before that, because its
+// callback needs this record.
+struct Own
 {
-    arguments.push_back(nullptr);
-    KIVCS2Task *task = nullptr;
-    EXPECT_EQ(kivCS2Task_create(&task, command, arguments.data()), KIVCS2STATUS_OK);
-    return task;
-}
-
-// A shell script as a task, freed at the end unless it has been before. One that runs must not be left to
-// that: its callback needs this record.
-struct Shell
-{
-    explicit Shell(const std::string &script) : task{makeTask("/bin/sh", {"-c", script.c_str()})} {}
-    ~Shell()
+    Own(const char *command, std::vector<const char *> arguments)
+    {
+        arguments.push_back(nullptr);
+        EXPECT_EQ(kivCS2Task_create(&task, command, arguments.data()), KIVCS2STATUS_OK);
+    }
+    ~Own()
     {
         if (task != nullptr)
         {
             EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
         }
     }
-    Shell(const Shell &) = delete;
-    Shell &operator=(const Shell &) = delete;
+    Own(const Own &) = delete;
+    Own &operator=(const Own &) = delete;
 
+    KIVCS2Task *task = nullptr;
+};
+
+// A shell script as a task.
+struct Shell : Own
+{
+    explicit Shell(const std::string &script) : Own{"/bin/sh", {"-c", script.c_str()}} {}
     void startAsync()
     {
         ASSERT_EQ(kivCS2Task_launchAsync(task, &ended, this), KIVCS2STATUS_OK);
     }
-    // Waits for the child's first byte: it runs, and has done what the script does before.
+    // Waits for the child's first byte, so it has executed the commands before that.
     void awaitByte()
     {
         char byte = 0;
@@ -82,7 +78,7 @@ struct Shell
             std::this_thread::yield();
         ASSERT_EQ(status, KIVCS2STATUS_OK);
         ASSERT_EQ(count, 1u);
-        while (std::atomic_ref{task->m_pid}.load() == 0) // its id may come a little later than its output
+        while (std::atomic_ref{task->m_pid}.load() == 0) // the id may be stored later than the output comes
             std::this_thread::yield();
     }
     // Ends the child, and waits for the callback, which may come after the free.
@@ -97,35 +93,25 @@ struct Shell
         static_cast<Shell *>(context)->end.release();
     }
 
-    KIVCS2Task *task;
     Gate end{0};
 };
 
+// The number of entries: /proc/self/fd has the open descriptors, /proc/self/task the threads.
 size_t entries(const char *folder)
 {
     using Entries = std::filesystem::directory_iterator;
     return static_cast<size_t>(std::distance(Entries{folder}, Entries{}));
 }
 
-size_t openDescriptors()
+// Returns the output of a task that writes little.
+std::string outputOf(const char *command, const char *argument)
 {
-    return entries("/proc/self/fd");
-}
-
-size_t threads()
-{
-    return entries("/proc/self/task");
-}
-
-// What a task that says little writes; releases it.
-std::string outputOf(KIVCS2Task *task)
-{
-    EXPECT_EQ(kivCS2Task_setPipedIO(task, 1), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+    const Own own{command, {argument}};
+    EXPECT_EQ(kivCS2Task_setPipedIO(own.task, 1), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_launch(own.task), KIVCS2STATUS_OK);
     std::string text(4096, '\0');
     uint32_t count = 0;
-    EXPECT_EQ(kivCS2Task_readOutput(task, true, text.data(), 4096, &count), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_readOutput(own.task, true, text.data(), 4096, &count), KIVCS2STATUS_OK);
     text.resize(count);
     return text;
 }
@@ -135,21 +121,19 @@ std::string outputOf(KIVCS2Task *task)
 TEST(Task, CopiesItsTexts)
 {
     char text[] = "first";
-    KIVCS2Task *task = makeTask("/bin/true", {text, "second"});
+    Own own{"/bin/true", {text, "second"}};
     text[0] = 'F';
-    EXPECT_STREQ(task->m_command, "/bin/true");
-    EXPECT_STREQ(task->m_argv[0], "/bin/true");
-    EXPECT_STREQ(task->m_argv[1], "first");
-    EXPECT_STREQ(task->m_argv[2], "second");
-    EXPECT_EQ(task->m_argv[3], nullptr);
-    EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Created});
-    EXPECT_EQ(kivCS2Task_free(task, 99), KIVCS2STATUS_OK); // of a task that does not run no mode is asked
+    EXPECT_STREQ(own.task->m_command, "/bin/true");
+    EXPECT_STREQ(own.task->m_argv[0], "/bin/true");
+    EXPECT_STREQ(own.task->m_argv[1], "first");
+    EXPECT_STREQ(own.task->m_argv[2], "second");
+    EXPECT_EQ(own.task->m_argv[3], nullptr);
+    EXPECT_EQ(own.task->m_state, uint32_t{KIVCS2TaskState_Created});
+    EXPECT_EQ(kivCS2Task_free(own.task, 99), KIVCS2STATUS_OK); // without a process, any mode is accepted
 
-    KIVCS2Task *bare = nullptr;
-    ASSERT_EQ(kivCS2Task_create(&bare, "/bin/true", nullptr), KIVCS2STATUS_OK);
-    EXPECT_STREQ(bare->m_argv[0], "/bin/true");
-    EXPECT_EQ(bare->m_argv[1], nullptr);
-    EXPECT_EQ(kivCS2Task_free(bare, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    ASSERT_EQ(kivCS2Task_create(&own.task, "/bin/true", nullptr), KIVCS2STATUS_OK);
+    EXPECT_STREQ(own.task->m_argv[0], "/bin/true");
+    EXPECT_EQ(own.task->m_argv[1], nullptr);
 }
 
 // ---- Synchronous ----
@@ -171,10 +155,10 @@ TEST(TaskLaunch, KeepsTheExitCode)
     }
 }
 
-TEST(TaskLaunch, RunsWhatExecvpRuns)
+TEST(TaskLaunch, RunsFilesAsExecvpDoes)
 {
     TemporaryFolder folder;
-    const std::string plain = folder.write("plain", "exit $1\n"); // no program: for the shell
+    const std::string plain = folder.write("plain", "exit $1\n"); // not a program, so the shell runs it
     const std::string broken = folder.write("broken", "#!/nowhere/interpreter\n");
     const std::string unexecutable = folder.write("unexecutable", "");
     ASSERT_EQ(chmod(plain.c_str(), 0700) | chmod(broken.c_str(), 0700), 0);
@@ -185,16 +169,15 @@ TEST(TaskLaunch, RunsWhatExecvpRuns)
           Row{folder.path("missing"), KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0},
           Row{"true", KIVCS2STATUS_NOT_LAUNCHABLE_ERR, 0}}) // kept: no search in PATH
     {
-        KIVCS2Task *task = makeTask(command.c_str(), {"4"});
-        EXPECT_EQ(kivCS2TaskPrv_checkLaunchable(task), KIVCS2_FAILED(status) ? status : 0);
-        EXPECT_EQ(kivCS2Task_launch(task), status) << command;
-        EXPECT_EQ(task->m_exitCode, exitCode) << command;
-        EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Finished});
-        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        const Own own{command.c_str(), {"4"}};
+        EXPECT_EQ(kivCS2TaskPrv_checkLaunchable(own.task), KIVCS2_FAILED(status) ? status : 0);
+        EXPECT_EQ(kivCS2Task_launch(own.task), status) << command;
+        EXPECT_EQ(own.task->m_exitCode, exitCode) << command;
+        EXPECT_EQ(own.task->m_state, uint32_t{KIVCS2TaskState_Finished});
     }
 }
 
-// A bare name that is a file of the working directory passes the check, and PATH decides what is run.
+// A bare name passes the check if the working directory has such a file; then it is searched in PATH.
 TEST(TaskLaunch, ABareNameIsCheckedHereAndSearchedInPath)
 {
     TemporaryFolder folder;
@@ -205,21 +188,21 @@ TEST(TaskLaunch, ABareNameIsCheckedHereAndSearchedInPath)
     const std::string before = std::filesystem::current_path();
     const std::string oldPath = getenv("PATH");
     ASSERT_EQ(chdir(folder.path("").c_str()), 0);
-    for (const auto &[path, exitCode] : {std::pair{"/nowhere:" + folder.path("path"), 6},
-                                         std::pair{std::string{"/nowhere:"}, 5}, // an empty piece: here
-                                         std::pair{std::string{"/nowhere"}, 127}})
+    for (const auto &[path, exitCode] :
+         {std::pair{"/nowhere:" + folder.path("path"), 6},
+          std::pair{std::string{"/nowhere:"}, 5}, // an empty entry is the working directory
+          std::pair{std::string{"/nowhere"}, 127}})
     {
         setenv("PATH", path.c_str(), 1);
-        KIVCS2Task *task = makeTask("kivtool", {});
-        EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
-        EXPECT_EQ(task->m_exitCode, exitCode) << path;
-        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        const Own own{"kivtool", {}};
+        EXPECT_EQ(kivCS2Task_launch(own.task), KIVCS2STATUS_OK);
+        EXPECT_EQ(own.task->m_exitCode, exitCode) << path;
     }
     setenv("PATH", oldPath.c_str(), 1);
     ASSERT_EQ(chdir(before.c_str()), 0);
 }
 
-// The child has no signal blocked, no handler of the host's, and none of the descriptors it should not have.
+// The child has no blocked signals, no handlers of the host and no descriptors that are closed on exec.
 TEST(TaskLaunch, TheChildStartsClean)
 {
     sigset_t blocked;
@@ -229,13 +212,13 @@ TEST(TaskLaunch, TheChildStartsClean)
     sigaddset(&blocked, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &blocked, &before);
     signal(SIGUSR1, [](int) {});
-    size_t inherited = 3; // the standard streams, and what this process leaves open for all
+    size_t inherited = 3; // the standard streams, and descriptors of this process that stay open on exec
     for (int descriptor = 3; descriptor < 1024; ++descriptor)
         inherited += fcntl(descriptor, F_GETFD) == 0 ? 1 : 0;
-    EXPECT_THAT(outputOf(makeTask("/bin/cat", {"/proc/self/status"})),
+    EXPECT_THAT(outputOf("/bin/cat", "/proc/self/status"),
                 testing::AllOf(testing::HasSubstr("SigBlk:\t0000000000000000\n"),
                                testing::HasSubstr("SigCgt:\t0000000000000000\n")));
-    const std::string listed = outputOf(makeTask("/bin/ls", {"/proc/self/fd"}));
+    const std::string listed = outputOf("/bin/ls", "/proc/self/fd");
     EXPECT_EQ(static_cast<size_t>(std::count(listed.begin(), listed.end(), '\n')), inherited + 1) << listed;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     signal(SIGUSR1, SIG_DFL);
@@ -245,7 +228,7 @@ TEST(TaskPipes, FeedAndDrainFromAnotherThread)
 {
     Shell shell{"cat; echo problem >&2"};
     EXPECT_EQ(kivCS2Task_setPipedIO(shell.task, 1), KIVCS2STATUS_OK);
-    const size_t before = openDescriptors();
+    const size_t before = entries("/proc/self/fd");
     std::string echoed;
     std::string errors(64, '\0');
     std::thread other{
@@ -262,10 +245,10 @@ TEST(TaskPipes, FeedAndDrainFromAnotherThread)
             EXPECT_EQ(kivCS2Task_readOutput(shell.task, true, bytes, sizeof bytes, &count), KIVCS2STATUS_OK);
             echoed.assign(bytes, count);
             EXPECT_EQ(kivCS2Task_readOutput(shell.task, false, bytes, sizeof bytes, &count),
-                      KIVCS2STATUS_EOF_ERR); // kept: nothing yet is the same code as the end
+                      KIVCS2STATUS_EOF_ERR); // kept: an empty pipe has the status of the end
             EXPECT_EQ(count, 0u);
             EXPECT_EQ(kivCS2Task_setPipedIO(shell.task, 0), KIVCS2STATUS_TASK_RUNNING_ERR);
-            // The input alone: what the child wrote is still to be read.
+            // Closes only the input, because the child's output is still to be read.
             close(std::atomic_ref{shell.task->m_stdInPipe[1]}.exchange(0));
         }};
     EXPECT_EQ(kivCS2Task_launch(shell.task), KIVCS2STATUS_OK);
@@ -280,47 +263,22 @@ TEST(TaskPipes, FeedAndDrainFromAnotherThread)
     EXPECT_EQ(kivCS2Task_closePipedIO(shell.task), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2Task_closePipedIO(shell.task), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2Task_readOutput(shell.task, true, errors.data(), 1, &count), KIVCS2STATUS_STATE_ERR);
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(entries("/proc/self/fd"), before);
 }
 
-TEST(TaskPipes, WritingToAChildThatIsGoneRaisesNothing)
+TEST(TaskPipes, WritingToAChildThatIsGoneRaisesNoSignal)
 {
     Shell shell{"exec 0<&-; echo; " WAIT};
     kivCS2Task_setPipedIO(shell.task, 1);
     shell.startAsync();
     shell.awaitByte();
-    // The child may be this far before the host has closed its own copy of the child's end.
+    // The child may run before the host has closed its copy of the child's end.
     while (std::atomic_ref{shell.task->m_stdInPipe[0]}.load() != 0)
         std::this_thread::yield();
     uint32_t count = 9;
     EXPECT_EQ(kivCS2Task_writeInput(shell.task, "x", 1, &count), KIVCS2STATUS_TASK_WRITE_ERR);
     EXPECT_EQ(count, 0u);
     shell.terminate();
-}
-
-// Beyond the 1024 that fit a descriptor set.
-TEST(TaskPipes, WorkOnHighDescriptors)
-{
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, 4096);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    std::vector<int> taken;
-    while (taken.empty() || taken.back() < 1500)
-    {
-        taken.push_back(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
-        ASSERT_GE(taken.back(), 0);
-    }
-    Shell shell{"echo hi"};
-    kivCS2Task_setPipedIO(shell.task, 1);
-    EXPECT_EQ(kivCS2Task_launch(shell.task), KIVCS2STATUS_OK);
-    EXPECT_GT(shell.task->m_stdOutPipe[0], 1024);
-    char bytes[8];
-    uint32_t count = 0;
-    EXPECT_EQ(kivCS2Task_readOutput(shell.task, false, bytes, sizeof bytes, &count), KIVCS2STATUS_OK);
-    EXPECT_EQ(std::string(bytes, count), "hi\n");
-    for (const int descriptor : taken)
-        close(descriptor);
 }
 
 TEST(TaskFiles, KeepTheTailOfAnOlderFile)
@@ -346,7 +304,7 @@ TEST(TaskFiles, KeepTheTailOfAnOlderFile)
 }
 
 // The FIFO's reader is launched after its writer.
-TEST(TaskFiles, ThatAreFIFOsHoldUpNoOtherLaunch)
+TEST(TaskFiles, AFIFODoesNotDelayOtherLaunches)
 {
     TemporaryFolder folder;
     const std::string fifo = folder.path("fifo");
@@ -356,11 +314,11 @@ TEST(TaskFiles, ThatAreFIFOsHoldUpNoOtherLaunch)
     writer.startAsync();
     while (std::atomic_ref{writer.task->m_pid}.load() == 0)
         std::this_thread::yield();
-    EXPECT_EQ(outputOf(makeTask("/bin/cat", {fifo.c_str()})), "hi\n");
+    EXPECT_EQ(outputOf("/bin/cat", fifo.c_str()), "hi\n");
     writer.end.acquire();
     EXPECT_EQ(writer.task->m_exitCode, 0);
 
-    Shell waiting{"exit 0"}; // for a reader that never comes
+    Shell waiting{"exit 0"}; // waits for a reader that never comes
     EXPECT_EQ(kivCS2Task_setStdOutFile(waiting.task, fifo.c_str()), KIVCS2STATUS_OK);
     waiting.startAsync();
     waiting.terminate();
@@ -368,7 +326,7 @@ TEST(TaskFiles, ThatAreFIFOsHoldUpNoOtherLaunch)
 
 // ---- Asynchronous ----
 
-TEST(TaskAsync, CallsBackAndTells)
+TEST(TaskAsync, CallsBackAndReportsItsEnd)
 {
     Shell shell{"read line; exit $line"};
     kivCS2Task_setPipedIO(shell.task, 1);
@@ -387,13 +345,12 @@ TEST(TaskAsync, CallsBackAndTells)
     EXPECT_EQ(shell.task->m_exitCode, 7);
     EXPECT_EQ(shell.task->m_state, uint32_t{KIVCS2TaskState_FinishedAsync});
 
-    KIVCS2Task *bare = makeTask("no-such-command", {});
-    EXPECT_EQ(kivCS2Task_launchAsync(bare, nullptr, nullptr), KIVCS2STATUS_NOT_LAUNCHABLE_ERR);
-    EXPECT_EQ(bare->m_state, uint32_t{KIVCS2TaskState_Created});
-    EXPECT_EQ(kivCS2Task_free(bare, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    const Own missing{"no-such-command", {}};
+    EXPECT_EQ(kivCS2Task_launchAsync(missing.task, nullptr, nullptr), KIVCS2STATUS_NOT_LAUNCHABLE_ERR);
+    EXPECT_EQ(missing.task->m_state, uint32_t{KIVCS2TaskState_Created});
 }
 
-TEST(TaskAsync, OfSeveralThreadsOneLaunches)
+TEST(TaskAsync, OneOfSeveralThreadsLaunches)
 {
     for (int round = 0; round < 20; ++round)
     {
@@ -432,14 +389,14 @@ TEST(TaskAsync, AFreeThatIsRefusedClosesThePipes)
     }
 }
 
-// Before its process is there as well as after.
+// The free comes before the process exists, and after.
 TEST(TaskAsync, EveryModeOfFreeEndsARunningChild)
 {
     for (KIVCS2TaskFreeMode mode = KIVCS2TaskFreeMode_Interrupt; mode < KIVCS2TaskFreeMode_MAX; ++mode)
         for (const bool early : {true, false})
         {
             SCOPED_TRACE(testing::Message() << "mode " << mode << (early ? ", early" : ""));
-            const size_t before = threads();
+            const size_t before = entries("/proc/self/task");
             Shell shell{"echo; " WAIT};
             kivCS2Task_setPipedIO(shell.task, 1);
             shell.startAsync();
@@ -450,19 +407,15 @@ TEST(TaskAsync, EveryModeOfFreeEndsARunningChild)
             shell.task = nullptr;
             if (mode != KIVCS2TaskFreeMode_Abort)
                 shell.end.acquire();
-            if (!early && mode != KIVCS2TaskFreeMode_Abort)
-            {
-                EXPECT_EQ(kill(pid, 0), -1);
-            }
+            EXPECT_TRUE(early || mode == KIVCS2TaskFreeMode_Abort || kill(pid, 0) == -1);
             // The launch's thread ends with the child.
-            for (int look = 0; look < 1000 && threads() > before; ++look)
+            for (int look = 0; look < 1000 && entries("/proc/self/task") > before; ++look)
                 std::this_thread::sleep_for(std::chrono::milliseconds{10});
-            EXPECT_LE(threads(), before);
+            EXPECT_LE(entries("/proc/self/task"), before);
         }
 }
 
-// The table of processes cannot be read then. The task itself is stopped without it, and free waits for its
-// end.
+// The process table cannot be read then. The task itself is stopped without it, and free waits for its end.
 TEST(TaskAsync, AFreedTreeEndsWithoutADescriptorToSpare)
 {
     Shell shell{"exec sleep 30"};
@@ -483,27 +436,18 @@ TEST(TaskAsync, AFreedTreeEndsWithoutADescriptorToSpare)
 
 TEST(TaskAsync, ACallbackMayFreeItsTask)
 {
-    struct Seen
+    Own own{"/bin/true", {}};
+    Gate freed{0};
+    const auto freeTask = [](KIVCS2Task *ended, void *context)
     {
-        Gate freed{0};
-        KIVCS2Status status = KIVCS2STATUS_ERR;
-    } seen;
-    KIVCS2Task *task = makeTask("/bin/true", {});
-    ASSERT_EQ(kivCS2Task_launchAsync(
-                  task,
-                  [](KIVCS2Task *ended, void *context)
-                  {
-                      auto &result = *static_cast<Seen *>(context);
-                      result.status = kivCS2Task_free(ended, KIVCS2TaskFreeMode_Refuse);
-                      result.freed.release();
-                  },
-                  &seen),
-              KIVCS2STATUS_OK);
-    seen.freed.acquire();
-    EXPECT_EQ(seen.status, KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2Task_free(ended, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        static_cast<Gate *>(context)->release();
+    };
+    ASSERT_EQ(kivCS2Task_launchAsync(std::exchange(own.task, nullptr), freeTask, &freed), KIVCS2STATUS_OK);
+    freed.acquire();
 }
 
-TEST(TaskSignals, ReachTheChildAlone)
+TEST(TaskSignals, ReachOnlyTheChild)
 {
     Shell shell{"trap 'exit 9' INT; echo; while kill -0 $PPID; do sleep 0.05; done"};
     kivCS2Task_setPipedIO(shell.task, 1);
@@ -524,40 +468,31 @@ TEST(TaskSignals, ReachTheChildAlone)
 
 TEST(Task, RefusesMissingArguments)
 {
-    Shell shell{"exit"};
-    KIVCS2Task *task = shell.task;
-    char byte = 0;
-    int32_t result = 0;
-    bool finished = false;
-    KIVCS2Status error = 0;
-    expectAllRefused({
-        KIV_REQUIRES(kivCS2Task_create, "(_task) != NULL", nullptr, "x", nullptr),
-        KIV_REQUIRES(kivCS2Task_create, "(_command) != NULL", &task, nullptr, nullptr),
-        KIV_REQUIRES(kivCS2Task_free, "(_task) != NULL", nullptr, 0),
-        KIV_REQUIRES(kivCS2TaskPrv_checkLaunchable, "(_task) != NULL", nullptr),
-        KIV_REQUIRES(kivCS2Task_launch, "(_task) != NULL", nullptr),
-        KIV_REQUIRES(kivCS2Task_launchAsync, "(_task) != NULL", nullptr, nullptr, nullptr),
-        KIV_REQUIRES(kivCS2Task_finishedAsync, "(_finished) != NULL", task, nullptr, &error),
-        KIV_REQUIRES(kivCS2Task_finishedAsync, "(_asyncError) != NULL", task, &finished, nullptr),
-        KIV_REQUIRES(kivCS2Task_setASyncCallback, "(_task) != NULL", nullptr, nullptr, nullptr),
-        KIV_REQUIRES(kivCS2Task_setPipedIO, "(_task) != NULL", nullptr, 1),
-        KIV_REQUIRES(kivCS2Task_setStdOutFile, "(_path) != NULL", task, nullptr),
-        KIV_REQUIRES(kivCS2Task_setStdErrFile, "(_task) != NULL", nullptr, "x"),
-        KIV_REQUIRES(kivCS2Task_readOutput, "(_buffer) != NULL", task, true, nullptr, 1, nullptr),
-        KIV_REQUIRES(kivCS2Task_readError, "(_task) != NULL", nullptr, true, &byte, 1, nullptr),
-        KIV_REQUIRES(kivCS2Task_writeInput, "(_buffer) != NULL", task, nullptr, 1, nullptr),
-        KIV_REQUIRES(kivCS2Task_closePipedIO, "(_task) != NULL", nullptr),
-        KIV_REQUIRES(kivCS2Task_signal, "(_killResult) != NULL", task, SIGTERM, nullptr),
-        KIV_REQUIRES(kivCS2Task_interrupt, "(_task) != NULL", nullptr, &result),
-        KIV_REQUIRES(kivCS2Task_terminate, "(_killResult) != NULL", task, nullptr),
-        KIV_REQUIRES(kivCS2Task_killAllChildProcesses, "(_task) != NULL", nullptr),
-        KIV_REQUIRES(kivCS2TaskServer_exec, "(task) != NULL", nullptr, nullptr, nullptr),
-        KIV_REQUIRES(kivCS2TaskServer_tasksRunning, "(tasks) != NULL", nullptr),
-    });
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_create, "_task, _command, -");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_free, "_task");
+    KIV_REQUIRES_NOT_NULL(kivCS2TaskPrv_checkLaunchable, "_task");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_launch, "_task");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_launchAsync, "_task, -, -");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_finishedAsync, "_task, _finished, _asyncError");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_setASyncCallback, "_task, -, -");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_setPipedIO, "_task");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_setStdOutFile, "_task, _path");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_setStdErrFile, "_task, _path");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_readOutput, "_task, _buffer, -");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_readError, "_task, _buffer, -");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_writeInput, "_task, _buffer, -");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_closePipedIO, "_task");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_signal, "_task, _killResult");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_interrupt, "_task, _killResult");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_terminate, "_task, _killResult");
+    KIV_REQUIRES_NOT_NULL(kivCS2Task_killAllChildProcesses, "_task");
+    KIV_REQUIRES_NOT_NULL(kivCS2TaskServer_exec, "task, -, -");
+    KIV_REQUIRES_NOT_NULL(kivCS2TaskServer_tasksRunning, "tasks");
+    const Shell shell{"exit"};
     uint32_t tasks = 7; // without a server
     EXPECT_EQ(kivCS2TaskServer_tasksRunning(&tasks), KIVCS2STATUS_TASK_SERVER_ERR);
     EXPECT_EQ(tasks, 0u);
-    EXPECT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), KIVCS2STATUS_TASK_SERVER_ERR);
-    EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Created});
+    EXPECT_EQ(kivCS2TaskServer_exec(shell.task, nullptr, nullptr), KIVCS2STATUS_TASK_SERVER_ERR);
+    EXPECT_EQ(shell.task->m_state, uint32_t{KIVCS2TaskState_Created});
 }
 } // namespace
