@@ -1,16 +1,11 @@
-// Sensors against a controller of the test's own: opening, keys, statuses of fans and processors, numbers.
+// Sensors, read from a scripted controller: opening, keys, statuses of fans and processors, numbers.
 #include <KIVCoreServices2/KIVCS2SMC.h>
 
-#include "ArgumentCheck.h"
 #include "OpenSMC.h"
+#include "RequiredPointers.h"
 #include "ScriptedSMC.h"
 
-#include <gtest/gtest.h>
-
 #include <cstddef>
-#include <functional>
-#include <string>
-#include <vector>
 
 namespace
 {
@@ -20,15 +15,15 @@ using kiv::test::ScriptedSMC;
 using Bytes = std::vector<uint8_t>;
 using Keys = std::vector<ScriptedKey>;
 
-static_assert(offsetof(KIVCS2SMC, m_keyCount) == 4 && offsetof(KIVCS2SMC, m_keys) == 8);
-static_assert(offsetof(KIVCS2SMC, m_cpuTempSet) == 16 && sizeof(KIVCS2SMC) == 24);
-static_assert(offsetof(KIVCS2SMCFanStatus, m_forced) == 4 && offsetof(KIVCS2SMCFanStatus, m_actual) == 8);
-static_assert(offsetof(KIVCS2SMCFanStatus, m_target) == 24 && sizeof(KIVCS2SMCFanStatus) == 28);
-static_assert(offsetof(KIVCS2SMCCPUStatus, m_coreCount) == 12);
-static_assert(offsetof(KIVCS2SMCCPUStatus, m_coreTemperatures) == 16);
-static_assert(offsetof(KIVCS2SMCCPUStatus, m_MSAc) == 272 && sizeof(KIVCS2SMCCPUStatus) == 280);
-static_assert(offsetof(KIVCS2SMCGPUStatus, m_MSTg) == 4 && offsetof(KIVCS2SMCGPUStatus, m_MSAg) == 8);
-static_assert(offsetof(KIVCS2SMCGPUStatus, m_TG0P) == 32 && sizeof(KIVCS2SMCGPUStatus) == 40);
+static_assert(sizeof(KIVCS2SMC) == 24 && offsetof(KIVCS2SMC, m_keyCount) == 4 &&
+              offsetof(KIVCS2SMC, m_keys) == 8 && offsetof(KIVCS2SMC, m_cpuTempSet) == 16);
+static_assert(sizeof(KIVCS2SMCFanStatus) == 28 && offsetof(KIVCS2SMCFanStatus, m_forced) == 4 &&
+              offsetof(KIVCS2SMCFanStatus, m_actual) == 8 && offsetof(KIVCS2SMCFanStatus, m_target) == 24);
+static_assert(sizeof(KIVCS2SMCCPUStatus) == 280 && offsetof(KIVCS2SMCCPUStatus, m_coreCount) == 12 &&
+              offsetof(KIVCS2SMCCPUStatus, m_coreTemperatures) == 16 &&
+              offsetof(KIVCS2SMCCPUStatus, m_MSAc) == 272);
+static_assert(sizeof(KIVCS2SMCGPUStatus) == 40 && offsetof(KIVCS2SMCGPUStatus, m_MSTg) == 4 &&
+              offsetof(KIVCS2SMCGPUStatus, m_MSAg) == 8 && offsetof(KIVCS2SMCGPUStatus, m_TG0P) == 32);
 
 Keys named(const std::vector<std::string> &names)
 {
@@ -38,20 +33,21 @@ Keys named(const std::vector<std::string> &names)
     return keys;
 }
 
-KIVCS2SMCFanStatus fanStatus(KIVCS2SMC &smc, uint32_t fan)
-{
-    KIVCS2SMCFanStatus status;
-    std::memset(&status, 0xee, sizeof status);
-    EXPECT_EQ(kivCS2SMC_getFanStatus(&smc, fan, &status), KIVCS2STATUS_OK);
-    return status;
-}
-
+// The status that `get` stores over a record of other bytes.
 template <class Status>
 Status ask(KIVCS2Status (*get)(KIVCS2SMC *, Status *), KIVCS2SMC &smc)
 {
     Status status;
     std::memset(&status, 0xee, sizeof status);
     EXPECT_EQ(get(&smc, &status), KIVCS2STATUS_OK);
+    return status;
+}
+
+KIVCS2SMCFanStatus fanStatus(KIVCS2SMC &smc, uint32_t fan)
+{
+    KIVCS2SMCFanStatus status;
+    std::memset(&status, 0xee, sizeof status);
+    EXPECT_EQ(kivCS2SMC_getFanStatus(&smc, fan, &status), KIVCS2STATUS_OK);
     return status;
 }
 } // namespace
@@ -61,47 +57,43 @@ TEST(SMCOpening, EachFailureHasItsStatusAndMessage)
     constexpr auto kFails = kIOReturnIOError;
     const std::string noAnswer = " failed with error " + std::to_string(kFails);
     const std::string noNumber = "kivCS2SMCPrv_readKey for number of key failed with error 80000004";
-    struct Row
+    using Row =
+        std::tuple<void (*)(ScriptedSMC &), KIVCS2Status, std::string, bool>; // connected until `free`
+    for (const auto &[arrange, status, message, connected] :
+         {
+             Row{[](auto &s) { s.answer(kFails, 0, 0); }, KIVCS2STATUS_CONNECT_ERR, "IOMasterPort" + noAnswer,
+                 false},
+             {[](auto &s) { s.answer(0, kFails, 0); }, KIVCS2STATUS_NOT_FOUND_ERR,
+              "IOServiceGetMatchingServices" + noAnswer, false},
+             {[](auto &) { KIVPSetSMCController(nullptr); }, KIVCS2STATUS_NOT_FOUND_ERR, "device not found",
+              false},
+             {[](auto &s) { s.answer(0, 0, kFails); }, KIVCS2STATUS_NOT_FOUND_ERR, "IOServiceOpen" + noAnswer,
+              false},
+             {[](auto &s) {
+                  s.keys().push_back({"#KEY", "ui32", Bytes(4), 0, 9});
+              },
+              KIVCS2STATUS_DATA_ERR, noNumber, true},
+             {[](auto &s) { s.claim(Bytes(33)); }, KIVCS2STATUS_DATA_ERR, noNumber, true},
+             {[](auto &s) {
+                  s.claim(Bytes{0, 0, 0, 4});
+              },
+              KIVCS2STATUS_DATA_ERR, "kivCS2SMCPrv_call for key 2 failed with error 80000004", true},
+             {[](auto &s) { s.claim(Bytes(4, 0xff)); }, KIVCS2STATUS_MEMORY_ERR, "malloc failed", true},
+         })
     {
-        std::function<void(ScriptedSMC &)> arrange;
-        KIVCS2Status status;
-        std::string message;
-        bool connected; // until `free`
-    };
-    const Row rows[] = {
-        {[](auto &s) { s.answer(kFails, 0, 0); }, KIVCS2STATUS_CONNECT_ERR, "IOMasterPort" + noAnswer, false},
-        {[](auto &s) { s.answer(0, kFails, 0); }, KIVCS2STATUS_NOT_FOUND_ERR,
-         "IOServiceGetMatchingServices" + noAnswer, false},
-        {[](auto &) { KIVPSetSMCController(nullptr); }, KIVCS2STATUS_NOT_FOUND_ERR, "device not found",
-         false},
-        {[](auto &s) { s.answer(0, 0, kFails); }, KIVCS2STATUS_NOT_FOUND_ERR, "IOServiceOpen" + noAnswer,
-         false},
-        {[](auto &s) {
-             s.keys().push_back({"#KEY", "ui32", Bytes(4), 0, 9});
-         },
-         KIVCS2STATUS_DATA_ERR, noNumber, true},
-        {[](auto &s) { s.claim(Bytes(33)); }, KIVCS2STATUS_DATA_ERR, noNumber, true},
-        {[](auto &s) {
-             s.claim(Bytes{0, 0, 0, 4});
-         },
-         KIVCS2STATUS_DATA_ERR, "kivCS2SMCPrv_call for key 2 failed with error 80000004", true},
-        {[](auto &s) { s.claim(Bytes(4, 0xff)); }, KIVCS2STATUS_MEMORY_ERR, "malloc failed", true},
-    };
-    for (const Row &row : rows)
-    {
-        SCOPED_TRACE(row.message);
+        SCOPED_TRACE(message);
         ScriptedSMC controller{named({"TC0c", "TC1c"})};
         KIVPSetSMCFolder("/nonexistent", nullptr);
-        row.arrange(controller);
+        arrange(controller);
         KIVCS2SMC smc;
         std::memset(&smc, 0xee, sizeof smc);
         testing::internal::CaptureStderr();
-        EXPECT_EQ(kivCS2SMC_init(&smc), row.status);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "KIVSMC: " + row.message + "\n");
-        EXPECT_EQ(smc.m_connection != 0, row.connected);
+        EXPECT_EQ(kivCS2SMC_init(&smc), status);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "KIVSMC: " + message + "\n");
+        EXPECT_EQ(smc.m_connection != 0, connected);
         EXPECT_EQ(smc.m_cpuTempSet, nullptr);
 
-        // The record may be asked and freed whatever there is of it.
+        // However much of the record is there, it can be read and freed.
         uint32_t count = 0;
         char name[KIVCS2_SMC_NAME_SIZE];
         EXPECT_EQ(kivCS2SMC_getNumberOfKeys(&smc, &count), KIVCS2STATUS_OK);
@@ -149,7 +141,7 @@ TEST(SMCOpening, TheFirstSetWhoseKeysAreAllThereIsChosen)
     }
 }
 
-TEST(SMCKeys, AreToldByIndex)
+TEST(SMCKeys, AreReadByIndex)
 {
     ScriptedSMC controller{
         {{"FS! ", "ui16", {0x80, 0x01}}, {"TC0c", "sp78", {1, 2}, 0, 5}, {"Bad!", "x", {}, 0, 9}}};
@@ -193,64 +185,52 @@ TEST(SMCKeys, AnySizeOfDataIsPassedOnAndThirtyTwoBytesAtMostComeBack)
 
 TEST(SMCFans, AreCountedByANumberOfItsSize)
 {
-    struct Row
+    using Row = std::tuple<ScriptedKey, KIVCS2Status, uint32_t>;
+    for (const auto &[key, status, count] : {
+             Row{{"FNum", "ui8 ", {2}}, KIVCS2STATUS_OK, 2},
+             {{"FNum", "ui16", {1, 2}}, KIVCS2STATUS_OK, 258},
+             {{"FNum", "ui32", {0xff, 0, 0, 1}}, KIVCS2STATUS_OK, 0xff000001},
+             {{"FNum", "hex_", {7, 0xff, 0, 0, 2}}, KIVCS2STATUS_OK, 0xff000002}, // the last four bytes
+             {{"FNum", "ch8*", Bytes(32, 1)}, KIVCS2STATUS_OK, 0x01010101},
+             {{"FNum", "ch8*", Bytes(33, 1)}, KIVCS2STATUS_DATA_ERR, 77},
+             {{"FNum", "ui8 ", {}}, KIVCS2STATUS_OK, 0},
+             {{"FNum", "ui8 ", {2}, 0xffffffff}, KIVCS2STATUS_DATA_ERR, 77},
+             {{"FNum", "ui8 ", {2}, 0, 9}, KIVCS2STATUS_DATA_ERR, 77},
+             {{"FNum", "ui8 ", {2}, 0, 5}, KIVCS2STATUS_DATA_ERR, 77},
+             {{"Fnum", "ui8 ", {2}}, KIVCS2STATUS_NOT_FOUND_ERR, 77},
+         })
     {
-        ScriptedKey key;
-        KIVCS2Status status;
-        uint32_t fans;
-    };
-    const Row rows[] = {
-        {{"FNum", "ui8 ", {2}}, KIVCS2STATUS_OK, 2},
-        {{"FNum", "ui16", {1, 2}}, KIVCS2STATUS_OK, 258},
-        {{"FNum", "ui32", {0xff, 0, 0, 1}}, KIVCS2STATUS_OK, 0xff000001},
-        {{"FNum", "hex_", {7, 0xff, 0, 0, 2}}, KIVCS2STATUS_OK, 0xff000002}, // of what is longer, the end
-        {{"FNum", "ch8*", Bytes(32, 1)}, KIVCS2STATUS_OK, 0x01010101},
-        {{"FNum", "ch8*", Bytes(33, 1)}, KIVCS2STATUS_DATA_ERR, 77},
-        {{"FNum", "ui8 ", {}}, KIVCS2STATUS_OK, 0},
-        {{"FNum", "ui8 ", {2}, 0xffffffff}, KIVCS2STATUS_DATA_ERR, 77},
-        {{"FNum", "ui8 ", {2}, 0, 9}, KIVCS2STATUS_DATA_ERR, 77},
-        {{"FNum", "ui8 ", {2}, 0, 5}, KIVCS2STATUS_DATA_ERR, 77},
-        {{"Fnum", "ui8 ", {2}}, KIVCS2STATUS_NOT_FOUND_ERR, 77},
-    };
-    for (const Row &row : rows)
-    {
-        ScriptedSMC controller{{row.key}};
+        ScriptedSMC controller{{key}};
         Open open;
         uint32_t fans = 77;
-        EXPECT_EQ(kivCS2SMC_getNumberOfFans(&open.smc, &fans), row.status);
-        EXPECT_EQ(fans, row.fans);
+        EXPECT_EQ(kivCS2SMC_getNumberOfFans(&open.smc, &fans), status);
+        EXPECT_EQ(fans, count);
     }
 }
 
 TEST(SMCFans, SpeedsHaveSixBitsAByteAndTwoOfFraction)
 {
-    struct Row
+    using Row = std::tuple<ScriptedKey, KIVCS2Status, float>;
+    for (const auto &[key, answer, speed] : {
+             Row{{"F0Ac", "fpe2", {0x17, 0x70}}, KIVCS2STATUS_OK, 1500.0F},
+             {{"F0Ac", "fpe2", {0x17, 0x73}}, KIVCS2STATUS_OK, 1500.0F},
+             {{"F0Ac", "fpe2", {0xff, 0xff}}, KIVCS2STATUS_OK, -1.0F}, // the first byte is signed
+             {{"F0Ac", "ui8 ", {0xff}}, KIVCS2STATUS_OK, 63.0F},
+             {{"F0Ac", "ui24", {1, 1, 4}}, KIVCS2STATUS_OK, 4161.0F}, // 4096 + 64 + 1
+             {{"F0Ac", "ui48", {1, 0, 0, 0, 0, 4}}, KIVCS2STATUS_OK, 1073741824.0F},
+             {{"F0Ac", "ch8*", Bytes(32, 1)}, KIVCS2STATUS_OK, 1090785344.0F}, // 2^30 + 2^24 + ... + 2^6
+             {{"F0Ac", "ch8*", {1}, 33}, KIVCS2STATUS_DATA_ERR, 77.0F},
+             {{"F0Ac", "fpe2", {}}, KIVCS2STATUS_OK, 0.0F},
+             {{"F0Ac", "fpe2", {1, 1}, 0, 5}, KIVCS2STATUS_DATA_ERR, 77.0F},
+             {{"F1Ac", "fpe2", {1, 1}}, KIVCS2STATUS_NOT_FOUND_ERR, 77.0F},
+         })
     {
-        ScriptedKey key;
-        KIVCS2Status status;
-        float speed;
-    };
-    const Row rows[] = {
-        {{"F0Ac", "fpe2", {0x17, 0x70}}, KIVCS2STATUS_OK, 1500},
-        {{"F0Ac", "fpe2", {0x17, 0x73}}, KIVCS2STATUS_OK, 1500},
-        {{"F0Ac", "fpe2", {0xff, 0xff}}, KIVCS2STATUS_OK, -1}, // the first byte is signed
-        {{"F0Ac", "ui8 ", {0xff}}, KIVCS2STATUS_OK, 63},
-        {{"F0Ac", "ui24", {1, 1, 4}}, KIVCS2STATUS_OK, 4096 + 64 + 1},
-        {{"F0Ac", "ui48", {1, 0, 0, 0, 0, 4}}, KIVCS2STATUS_OK, 1073741824},
-        {{"F0Ac", "ch8*", Bytes(32, 1)}, KIVCS2STATUS_OK, 1090785344.0F}, // 2^30 + 2^24 + ... + 2^6
-        {{"F0Ac", "ch8*", {1}, 33}, KIVCS2STATUS_DATA_ERR, 77},
-        {{"F0Ac", "fpe2", {}}, KIVCS2STATUS_OK, 0},
-        {{"F0Ac", "fpe2", {1, 1}, 0, 5}, KIVCS2STATUS_DATA_ERR, 77},
-        {{"F1Ac", "fpe2", {1, 1}}, KIVCS2STATUS_NOT_FOUND_ERR, 77},
-    };
-    for (const Row &row : rows)
-    {
-        ScriptedSMC controller{{row.key}};
+        ScriptedSMC controller{{key}};
         Open open;
         KIVCS2SMCFanStatus status{0xffffffff, 7, 77, 78, 79, 80, 81};
-        EXPECT_EQ(kivCS2SMC_getFanCurrentSpeed(&open.smc, 0, &status), row.status);
-        EXPECT_EQ(status.m_actual, row.speed);
-        EXPECT_EQ(status.m_flags, row.status == KIVCS2STATUS_OK ? 0xffffffff : 0xfffffffe);
+        EXPECT_EQ(kivCS2SMC_getFanCurrentSpeed(&open.smc, 0, &status), answer);
+        EXPECT_EQ(status.m_actual, speed);
+        EXPECT_EQ(status.m_flags, answer == KIVCS2STATUS_OK ? 0xffffffff : 0xfffffffe);
         EXPECT_TRUE(status.m_forced == 7 && status.m_minimum == 78 && status.m_target == 81);
     }
 }
@@ -264,7 +244,7 @@ TEST(SMCFans, AStatusHasWhatReadsAndTheForcedBit)
                             {"F0Tg", "fpe2", {0x17, 0x74}},
                             {"F9Mx", "fpe2", {0x4e, 0x20}},
                             {"F9Ac", "fpe2", {0x4e, 0x20}, 0, 5},
-                            {"F10A", "fpe2", {0x4e, 0x20}}, // no fan's: "F10Ac" has five characters
+                            {"F10A", "fpe2", {0x4e, 0x20}}, // not of a fan: "F10Ac" has five characters
                             {"FS! ", "ui16", {0x82, 0x01}}}};
     Open open;
     const KIVCS2SMCFanStatus expected{63, 1, 1500, 1000, 5000, 500, 1501};
@@ -289,32 +269,26 @@ TEST(SMCFans, AStatusHasWhatReadsAndTheForcedBit)
     EXPECT_EQ(fanStatus(open.smc, 0).m_flags, 31u);
 }
 
-TEST(SMCProcessors, TemperaturesStopAtTheFirstThatIsNone)
+TEST(SMCProcessors, TemperaturesStopAtTheFirstFailure)
 {
-    struct Row
-    {
-        ScriptedKey key;
-        uint32_t flags;
-        double second, third;
-    };
-    const Row rows[] = {
-        {{"TC2C", "sp78", {0x2b, 0x80}}, KIVCS2SMCCPUFlags_Cores, 42.5, 41.25},
-        {{"TC2C", "sp78", {0x2b}}, KIVCS2SMCCPUFlags_Cores, 43, 41.25},
-        {{"TC2C", "flt ", {0x2b, 0x80}}, 0, 0, 0},
-        {{"TC2C", "sp78", {}}, 0, 0, 0},
-        {{"TC2C", "sp78", {0x2b, 0x80}, 0, 9}, 0, 0, 0},
-    };
-    for (const Row &row : rows)
+    using Row = std::tuple<ScriptedKey, uint32_t, double, double>;
+    for (const auto &[key, flags, second, third] : {
+             Row{{"TC2C", "sp78", {0x2b, 0x80}}, KIVCS2SMCCPUFlags_Cores, 42.5, 41.25},
+             {{"TC2C", "sp78", {0x2b}}, KIVCS2SMCCPUFlags_Cores, 43.0, 41.25},
+             {{"TC2C", "flt ", {0x2b, 0x80}}, 0u, 0.0, 0.0},
+             {{"TC2C", "sp78", {}}, 0u, 0.0, 0.0},
+             {{"TC2C", "sp78", {0x2b, 0x80}, 0, 9}, 0u, 0.0, 0.0},
+         })
     {
         ScriptedSMC controller{
-            {{"TC1C", "sp78", {0x2a, 0}}, row.key, {"TC3C", "sp78", {0x29, 0x40}}, {"TC4C", "sp78", {0, 0}}}};
+            {{"TC1C", "sp78", {0x2a, 0}}, key, {"TC3C", "sp78", {0x29, 0x40}}, {"TC4C", "sp78", {0, 0}}}};
         Open open;
         const auto status = ask(kivCS2SMC_getCPUStatus, open.smc);
-        EXPECT_EQ(status.m_flags, row.flags);
+        EXPECT_EQ(status.m_flags, flags);
         EXPECT_EQ(status.m_coreCount, 4u);
         EXPECT_EQ(status.m_coreTemperatures[0], 42);
-        EXPECT_EQ(status.m_coreTemperatures[1], row.second);
-        EXPECT_EQ(status.m_coreTemperatures[2], row.third);
+        EXPECT_EQ(status.m_coreTemperatures[1], second);
+        EXPECT_EQ(status.m_coreTemperatures[2], third);
         EXPECT_EQ(status.m_coreTemperatures[4], 0);
     }
 }
@@ -337,8 +311,8 @@ TEST(SMCProcessors, PowerFiguresAreSignedBytesAndNumbers)
     }
 }
 
-// A quirk: MSTg and MSAg share a flag.
-TEST(SMCProcessors, OneFlagTellsOfTwoGraphicsFigures)
+// Kept: MSTg and MSAg share a flag.
+TEST(SMCProcessors, TwoGraphicsFiguresShareAFlag)
 {
     ScriptedSMC controller{{{"MSTg", "ui8 ", {0xff}},
                             {"MSAg", "sp78", {0x01, 0x40}},
@@ -364,39 +338,28 @@ TEST(SMCProcessors, OneFlagTellsOfTwoGraphicsFigures)
     EXPECT_EQ(ask(kivCS2SMC_getGPUStatus, open.smc).m_flags, 28u);
 }
 
-// Quirks: both bytes of a temperature are signed; integers are not extended by their sign.
+// Kept: both bytes of a temperature are signed; integers are not extended by their sign.
 TEST(SMCNumbers, ReadAsTheyAlwaysHave)
 {
     KIVCS2SMC smc{};
-    struct Row
-    {
-        Bytes bytes;
-        double temperature, number;
-        uint32_t integer;
-    };
-    const Row rows[] = {
-        {{0x2a, 0x00}, 42, 42, 0x2a00},
-        {{0x2a, 0x80}, 41.5, 41.5, 0x2a80},
-        {{0x2a, 0x7f}, 42.484375, 42.49609375, 0x2a7f}, // a 64th and a 256th
-        {{0xff, 0xff}, -1.015625, -1.00390625, 0xffff},
-        {{0x80, 0x01}, -128, -127.99609375, 0x8001},
-    };
-    for (const Row &row : rows)
+    using Row = std::tuple<std::array<uint8_t, 2>, double, double, uint32_t>;
+    for (const auto &[bytes, degrees, value, whole] : {
+             Row{{0x2a, 0x00}, 42, 42, 0x2a00},
+             {{0x2a, 0x80}, 41.5, 41.5, 0x2a80},
+             {{0x2a, 0x7f}, 42.484375, 42.49609375, 0x2a7f}, // a 64th and a 256th
+             {{0xff, 0xff}, -1.015625, -1.00390625, 0xffff},
+             {{0x80, 0x01}, -128, -127.99609375, 0x8001},
+         })
     {
         double temperature = 0, number = 0;
         uint32_t integer = 0;
         int32_t same = 0;
-        EXPECT_EQ(kivCS2SMC_interpretDataAsTemperature(&smc, row.bytes.data(), 2, &temperature),
-                  KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2SMC_interpretDataAsFloatingPoint(&smc, row.bytes.data(), 2, &number),
-                  KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2SMC_interpretDataAsUnsignedInteger(&smc, row.bytes.data(), 2, &integer),
-                  KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2SMC_interpretDataAsInteger(&smc, row.bytes.data(), 2, &same), KIVCS2STATUS_OK);
-        EXPECT_EQ(temperature, row.temperature);
-        EXPECT_EQ(number, row.number);
-        EXPECT_EQ(integer, row.integer);
-        EXPECT_EQ(same, static_cast<int32_t>(row.integer));
+        EXPECT_EQ(kivCS2SMC_interpretDataAsTemperature(&smc, bytes.data(), 2, &temperature), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2SMC_interpretDataAsFloatingPoint(&smc, bytes.data(), 2, &number), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2SMC_interpretDataAsUnsignedInteger(&smc, bytes.data(), 2, &integer), KIVCS2STATUS_OK);
+        EXPECT_EQ(kivCS2SMC_interpretDataAsInteger(&smc, bytes.data(), 2, &same), KIVCS2STATUS_OK);
+        EXPECT_TRUE(temperature == degrees && number == value) << temperature << " and " << number;
+        EXPECT_TRUE(integer == whole && same == static_cast<int32_t>(whole)) << integer << " and " << same;
     }
 
     const uint8_t bytes[] = {0xff, 0xff, 0xff, 0xfe, 1};
@@ -415,48 +378,19 @@ TEST(SMCNumbers, ReadAsTheyAlwaysHave)
 
 TEST(SMCArguments, AreChecked)
 {
-    KIVCS2SMC smc{};
-    uint8_t bytes[4] = {};
-    char text[5];
-    uint32_t word = 0;
-    int32_t integer = 0;
-    double real = 0;
-    KIVCS2SMCFanStatus fan{};
-    KIVCS2SMCCPUStatus cpu{};
-    KIVCS2SMCGPUStatus gpu{};
-    kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2SMC_init, "pSMC", nullptr),
-        KIV_REQUIRES(kivCS2SMC_free, "pSMC", nullptr),
-        KIV_REQUIRES(kivCS2SMC_getNumberOfKeys, "pSMC", nullptr, &word),
-        KIV_REQUIRES(kivCS2SMC_getNumberOfKeys, "pKeys", &smc, nullptr),
-        KIV_REQUIRES(kivCS2SMC_getKeyName, "pSMC", nullptr, 0, text, 5),
-        KIV_REQUIRES(kivCS2SMC_getKeyName, "pKeyName", &smc, 0, nullptr, 5),
-        KIV_REQUIRES(kivCS2SMC_getKeyDataInfo, "pSMC", nullptr, 0, text, 5, &word),
-        KIV_REQUIRES(kivCS2SMC_getKeyDataInfo, "pDataType", &smc, 0, nullptr, 5, &word),
-        KIV_REQUIRES(kivCS2SMC_getKeyDataInfo, "pDataBytes", &smc, 0, text, 5, nullptr),
-        KIV_REQUIRES(kivCS2SMC_getKeyData, "pSMC", nullptr, 0, bytes, 4),
-        KIV_REQUIRES(kivCS2SMC_getKeyData, "pData", &smc, 0, nullptr, 4),
-        KIV_REQUIRES(kivCS2SMC_getNumberOfFans, "pSMC", nullptr, &word),
-        KIV_REQUIRES(kivCS2SMC_getNumberOfFans, "pFans", &smc, nullptr),
-        KIV_REQUIRES(kivCS2SMC_getFanStatus, "pSMC", nullptr, 0, &fan),
-        KIV_REQUIRES(kivCS2SMC_getFanStatus, "pStatus", &smc, 0, nullptr),
-        KIV_REQUIRES(kivCS2SMC_getFanCurrentSpeed, "pSMC", nullptr, 0, &fan),
-        KIV_REQUIRES(kivCS2SMC_getFanCurrentSpeed, "pStatus", &smc, 0, nullptr),
-        KIV_REQUIRES(kivCS2SMC_getCPUStatus, "pSMC", nullptr, &cpu),
-        KIV_REQUIRES(kivCS2SMC_getCPUStatus, "pStatus", &smc, nullptr),
-        KIV_REQUIRES(kivCS2SMC_getGPUStatus, "pSMC", nullptr, &gpu),
-        KIV_REQUIRES(kivCS2SMC_getGPUStatus, "pStatus", &smc, nullptr),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsTemperature, "pSMC", nullptr, bytes, 2, &real),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsTemperature, "pData", &smc, nullptr, 2, &real),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsTemperature, "pTemperature", &smc, bytes, 2, nullptr),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsFloatingPoint, "pSMC", nullptr, bytes, 2, &real),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsFloatingPoint, "pData", &smc, nullptr, 2, &real),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsFloatingPoint, "pDouble", &smc, bytes, 2, nullptr),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsUnsignedInteger, "pSMC", nullptr, bytes, 2, &word),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsUnsignedInteger, "pData", &smc, nullptr, 2, &word),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsUnsignedInteger, "pInteger", &smc, bytes, 2, nullptr),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsInteger, "pSMC", nullptr, bytes, 2, &integer),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsInteger, "pData", &smc, nullptr, 2, &integer),
-        KIV_REQUIRES(kivCS2SMC_interpretDataAsInteger, "pInteger", &smc, bytes, 2, nullptr),
-    });
+    KIV_REQUIRES_EACH(kivCS2SMC_init, "pSMC");
+    KIV_REQUIRES_EACH(kivCS2SMC_free, "pSMC");
+    KIV_REQUIRES_EACH(kivCS2SMC_getNumberOfKeys, "pSMC, pKeys");
+    KIV_REQUIRES_EACH(kivCS2SMC_getKeyName, "pSMC, pKeyName");
+    KIV_REQUIRES_EACH(kivCS2SMC_getKeyDataInfo, "pSMC, pDataType, pDataBytes");
+    KIV_REQUIRES_EACH(kivCS2SMC_getKeyData, "pSMC, pData");
+    KIV_REQUIRES_EACH(kivCS2SMC_getNumberOfFans, "pSMC, pFans");
+    KIV_REQUIRES_EACH(kivCS2SMC_getFanStatus, "pSMC, pStatus");
+    KIV_REQUIRES_EACH(kivCS2SMC_getFanCurrentSpeed, "pSMC, pStatus");
+    KIV_REQUIRES_EACH(kivCS2SMC_getCPUStatus, "pSMC, pStatus");
+    KIV_REQUIRES_EACH(kivCS2SMC_getGPUStatus, "pSMC, pStatus");
+    KIV_REQUIRES_EACH(kivCS2SMC_interpretDataAsTemperature, "pSMC, pData, pTemperature");
+    KIV_REQUIRES_EACH(kivCS2SMC_interpretDataAsFloatingPoint, "pSMC, pData, pDouble");
+    KIV_REQUIRES_EACH(kivCS2SMC_interpretDataAsUnsignedInteger, "pSMC, pData, pInteger");
+    KIV_REQUIRES_EACH(kivCS2SMC_interpretDataAsInteger, "pSMC, pData, pInteger");
 }

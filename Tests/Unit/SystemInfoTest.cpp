@@ -1,11 +1,9 @@
-// System information on this machine, beside what the C library tells; what is asked, and what is refused.
+// System information, compared with that of the C library; the system's calls, and refusals.
 #include <KIVCoreServices2/KIVCS2SystemInfo.h>
 
-#include "ArgumentCheck.h"
+#include "RequiredPointers.h"
 
 #include <mach/task_info.h>
-
-#include <gtest/gtest.h>
 
 #include <array>
 #include <cstring>
@@ -16,14 +14,14 @@
 
 namespace
 {
-// What was asked for since the last look, and what is to be answered.
+// The calls since the last reset, and whether the next ones fail.
 uint32_t g_hostAsked = 0;
 uint32_t g_taskAsked = 0;
 bool g_hostFails = false;
 bool g_taskFails = false;
 } // namespace
 
-// A program's own definitions stand before the platform's, and here go on to them.
+// The program's own definitions replace the platform's, and call them.
 kern_return_t host_statistics(host_t host, host_flavor_t flavor, host_info_t info,
                               mach_msg_type_number_t *count)
 {
@@ -45,17 +43,11 @@ namespace
 {
 using Bytes = std::array<uint64_t, 6>; // free, inactive, active, wired, resident, virtual
 
-TEST(SystemInfo, AsksOnlyForWhatIsWanted)
+TEST(SystemInfo, MakesOnlyTheCallsThatItsOutputsNeed)
 {
-    struct Row
-    {
-        unsigned wanted; // one bit an output
-        bool hostFails, taskFails;
-        uint32_t hostAsked, taskAsked;
-        KIVCS2Status status;
-    };
-    for (const Row &row : {
-             Row{0b000000, true, true, 0, 0, KIVCS2STATUS_OK},
+    using Row = std::tuple<unsigned, bool, bool, uint32_t, uint32_t, KIVCS2Status>;
+    for (const auto &[wanted, hostFails, taskFails, hostAsked, taskAsked, status] : {
+             Row{0b000000, true, true, 0, 0, KIVCS2STATUS_OK}, // one bit for each output
              {0b000001, false, true, 1, 0, KIVCS2STATUS_OK},
              {0b001000, false, true, 1, 0, KIVCS2STATUS_OK},
              {0b010000, true, false, 0, 1, KIVCS2STATUS_OK},
@@ -65,22 +57,22 @@ TEST(SystemInfo, AsksOnlyForWhatIsWanted)
              {0b111111, false, true, 1, 1, KIVCS2STATUS_UNSUPPORTED_ERR},
          })
     {
-        SCOPED_TRACE(row.wanted);
+        SCOPED_TRACE(wanted);
         g_hostAsked = g_taskAsked = 0;
-        g_hostFails = row.hostFails;
-        g_taskFails = row.taskFails;
+        g_hostFails = hostFails;
+        g_taskFails = taskFails;
         Bytes bytes{};
         std::array<uint64_t *, 6> out{};
         for (size_t index = 0; index < out.size(); ++index)
-            out[index] = (row.wanted >> index & 1u) != 0 ? &bytes[index] : nullptr;
-        EXPECT_EQ(kivCS2SystemInfo_getRAMUsage(out[0], out[1], out[2], out[3], out[4], out[5]), row.status);
-        EXPECT_EQ(g_hostAsked, row.hostAsked);
-        EXPECT_EQ(g_taskAsked, row.taskAsked);
-        const bool hostKnown = !row.hostFails;
-        const bool taskKnown = row.taskAsked > 0 && !row.taskFails;
-        EXPECT_EQ(bytes[0] > 0, (row.wanted & 1u) != 0 && hostKnown);
-        EXPECT_EQ(bytes[4] > 0, (row.wanted >> 4 & 1u) != 0 && taskKnown);
-        EXPECT_EQ(bytes[5] > 0, (row.wanted >> 5 & 1u) != 0 && taskKnown);
+            out[index] = (wanted >> index & 1u) != 0 ? &bytes[index] : nullptr;
+        EXPECT_EQ(kivCS2SystemInfo_getRAMUsage(out[0], out[1], out[2], out[3], out[4], out[5]), status);
+        EXPECT_EQ(g_hostAsked, hostAsked);
+        EXPECT_EQ(g_taskAsked, taskAsked);
+        const bool hostKnown = !hostFails;
+        const bool taskKnown = taskAsked > 0 && !taskFails;
+        EXPECT_EQ(bytes[0] > 0, (wanted & 1u) != 0 && hostKnown);
+        EXPECT_EQ(bytes[4] > 0, (wanted >> 4 & 1u) != 0 && taskKnown);
+        EXPECT_EQ(bytes[5] > 0, (wanted >> 5 & 1u) != 0 && taskKnown);
     }
     g_hostFails = g_taskFails = false;
 }
@@ -99,11 +91,11 @@ TEST(SystemInfo, FollowsTheMemoryOfTheProcess)
     ASSERT_EQ(look(used), KIVCS2STATUS_OK);
     munmap(memory, kMore);
     EXPECT_GE(mapped[5], before[5] + kMore);
-    EXPECT_GE(used[4] + kMore / 8, mapped[4] + kMore); // the count of a process may lag by some pages
+    EXPECT_GE(used[4] + kMore / 8, mapped[4] + kMore); // the kernel's count may be some pages behind
     EXPECT_GE(used[5], used[4]);
 }
 
-TEST(SystemInfo, TellsWhatTheCLibraryTells)
+TEST(SystemInfo, AgreesWithTheCLibrary)
 {
     struct sysinfo system
     {
@@ -127,17 +119,13 @@ TEST(SystemInfo, TellsWhatTheCLibraryTells)
 
 TEST(SystemInfo, RefusesMissingOutputs)
 {
-    uint32_t value = 0;
     char name[4];
-    kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2SystemInfo_getPhysicalRAMSize, "(_ramSizeMB) != NULL", nullptr),
-        KIV_REQUIRES(kivCS2SystemInfo_getSystemVersion, "(_major) != NULL", nullptr, &value, &value),
-        KIV_REQUIRES(kivCS2SystemInfo_getSystemVersion, "(_minor) != NULL", &value, nullptr, nullptr),
-        KIV_REQUIRES(kivCS2SystemInfo_getSystemVersion, "(_bugfix) != NULL", &value, &value, nullptr),
-        KIV_REQUIRES(kivCS2SystemInfo_getClockSpeed, "(_speedMHz) != NULL", nullptr),
-        KIV_REQUIRES(kivCS2SystemInfo_getCPUCoreCount, "(_cores) != NULL", nullptr),
-        KIV_REQUIRES(kivCS2SystemInfo_getMachineNameString, "(_buffer) != NULL", nullptr, 4),
-        KIV_REQUIRES(kivCS2SystemInfo_getMachineNameString, "(s32)(_bufferSize) != 0L", name, 0),
-    });
+    KIV_REQUIRES_NOT_NULL(kivCS2SystemInfo_getPhysicalRAMSize, "_ramSizeMB");
+    KIV_REQUIRES_NOT_NULL(kivCS2SystemInfo_getSystemVersion, "_major, _minor, _bugfix");
+    KIV_REQUIRES_NOT_NULL(kivCS2SystemInfo_getClockSpeed, "_speedMHz");
+    KIV_REQUIRES_NOT_NULL(kivCS2SystemInfo_getCPUCoreCount, "_cores");
+    KIV_REQUIRES_NOT_NULL(kivCS2SystemInfo_getMachineNameString, "_buffer");
+    kiv::test::expectRefused(
+        KIV_REQUIRES(kivCS2SystemInfo_getMachineNameString, "(s32)(_bufferSize) != 0L", name, 0));
 }
 } // namespace
