@@ -3,6 +3,7 @@
 // among them. A program with one source needs no name.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <set>
@@ -48,6 +49,9 @@ bool takeSource(const std::string &source)
 
 int main(int argc, char **argv)
 {
+    // A shell's background commands ignore these signals, and so would the children of tests.
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT})
+        std::signal(number, SIG_DFL);
     testing::InitGoogleTest(&argc, argv);
     Names sources;
     forEachTest([&sources](const testing::TestInfo &test) { sources.insert(sourceOf(test)); });

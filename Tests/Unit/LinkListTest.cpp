@@ -271,9 +271,10 @@ TEST(LinkList, CheckValidDoesNotCompareTheCount)
     EXPECT_TRUE(kivCS2LinkList_checkValid(&held.list));
 }
 
-#ifndef NDEBUG // these operations have no status: without assertions the call goes on
 TEST(LinkListDeathTest, MissingArgumentsAreNamed)
 {
+    if (!kiv::test::hasAssertions())
+        GTEST_SKIP() << "these operations have no status: without assertions the call goes on";
     Records held{{1, 2}};
     Records other{{3}};
     Record loose{{}, 4, 0};
@@ -305,5 +306,4 @@ TEST(LinkListDeathTest, MissingArgumentsAreNamed)
     KIV_DIES(kivCS2LinkList_sortElems, "_list->m_next", other.at(0), byKey);
 }
 #undef KIV_DIES
-#endif
 } // namespace
