@@ -212,7 +212,7 @@ TEST_P(PixelRows, FillsEverySizeAndAlignment)
 
 std::string levelName(const testing::TestParamInfo<CpuLevel> &level)
 {
-    constexpr std::array kNames = {"Portable", "SSE42", "AVX2", "AVX512"};
+    constexpr std::array kNames = {"Portable", "SSE42orNEON", "AVX2", "AVX512"};
     return kNames[static_cast<size_t>(level.param)];
 }
 

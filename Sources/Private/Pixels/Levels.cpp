@@ -17,6 +17,9 @@ const kiv::PixelRows &kiv::pixelRows([[maybe_unused]] CpuLevel level) noexcept
     case CpuLevel::portable:
         break;
     }
+#elif defined(__aarch64__)
+    if (level == CpuLevel::neon)
+        return kPixelRowsNEON;
 #endif
     return kPixelRowsPortable;
 }

@@ -348,3 +348,39 @@ constinit const kiv::PixelRows kiv::kPixelRowsSSE42 = sse42::kRows;
 constinit const kiv::PixelRows kiv::kPixelRowsAVX2 = avx2::kRows;
 constinit const kiv::PixelRows kiv::kPixelRowsAVX512 = avx512::kRows;
 #endif
+
+#if defined(__aarch64__)
+#include <arm_neon.h>
+
+namespace
+{
+namespace neon
+{
+#define KIV_TARGET
+#define KIV_ONE_LANE
+using Vector = uint8x16_t;
+constexpr bool kStringStores = false;
+constexpr kiv::ConvertRow finishWords = kiv::plain::v210To2vuy;
+KIV_LANES(shuffle(Vector bytes, Vector places), vqtbl1q_u8(bytes, places))
+KIV_LANES(opaque(Vector bytes, Vector places), shuffle(bytes, places) | (Vector)vdupq_n_s32(kAlpha))
+KIV_LANES(chromaMean(Vector a, Vector b), vbslq_u8((Vector)vdupq_n_u16(0x00FF), vrhaddq_u8(a, b), a))
+KIV_LANES(select(Vector sign, Vector a, Vector b), vbslq_u8((Vector)vshrq_n_s32((int32x4_t)sign, 31), a, b))
+KIV_LANES(pairs(Vector a, Vector b),
+          (Vector)vpaddq_s16((int16x8_t)vmovl_u8(vget_low_u8(a)) * vmovl_s8(vget_low_s8((int8x16_t)b)),
+                             (int16x8_t)vmovl_high_u8(a) * vmovl_high_s8((int8x16_t)b)))
+KIV_LANES(sum(Vector start, Vector a, Vector b),
+          (Vector)((int32x4_t)start +
+                   vpaddq_s32(vmull_s16(vget_low_s16((int16x8_t)a), vget_low_s16((int16x8_t)b)),
+                              vmull_high_s16((int16x8_t)a, (int16x8_t)b))))
+KIV_LANES(upperHalves(Vector a, Vector b), (Vector)vtrn2q_u16((uint16x8_t)a, (uint16x8_t)b))
+KIV_LANES(saturate(Vector a, Vector b), vqmovun_high_s16(vqmovun_s16((int16x8_t)a), (int16x8_t)b))
+KIV_LANES(firstOfBoth(Vector a, Vector b), (Vector)vzip1q_u32((uint32x4_t)a, (uint32x4_t)b))
+KIV_LANES(lastOfBoth(Vector a, Vector b), (Vector)vzip2q_u32((uint32x4_t)a, (uint32x4_t)b))
+#include "Private/Pixels/Lanes.h"
+#undef KIV_ONE_LANE
+#undef KIV_TARGET
+} // namespace neon
+} // namespace
+
+constinit const kiv::PixelRows kiv::kPixelRowsNEON = neon::kRows;
+#endif

@@ -18,6 +18,8 @@ kiv::CpuLevel detect() noexcept
         __builtin_cpu_supports("vpclmulqdq"))
         return kiv::CpuLevel::avx512;
     return kiv::CpuLevel::avx2;
+#elif defined(__aarch64__)
+    return kiv::CpuLevel::neon;
 #else
     return kiv::CpuLevel::portable;
 #endif

@@ -7,10 +7,11 @@ namespace kiv
 {
 enum class CpuLevel
 {
-    portable, // no intrinsics
-    sse42,    // SSE4.2 and PCLMULQDQ
-    avx2,     // AVX2, BMI2 and PCLMULQDQ
-    avx512,   // AVX-512 F, BW, VL, DQ, VBMI, VNNI, and VPCLMULQDQ
+    portable,     // no intrinsics
+    sse42,        // SSE4.2 and PCLMULQDQ
+    avx2,         // AVX2, BMI2 and PCLMULQDQ
+    avx512,       // AVX-512 F, BW, VL, DQ, VBMI, VNNI, and VPCLMULQDQ
+    neon = sse42, // every arm64 processor's; the only level there above portable
 };
 
 // The best level of this machine, from CPUID and the operating system's enabled state, read once.
