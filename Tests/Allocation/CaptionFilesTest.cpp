@@ -16,31 +16,29 @@ using namespace kiv::test;
 
 TEST(CaptionFiles, EveryAllocationOfAHeaderMayFail)
 {
-    ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25));
     size_t failures = 0;
     const size_t allocations = forEachAllocation(
         [&](size_t index)
         {
             std::array<char, 8192> room{};
             KIVCS2MemoryStream memory;
-            EXPECT_EQ(kivCS2MemoryStream_initWithBytes(&memory, room.data(), room.size()), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2MemoryStream_initWithBytes(&memory, room.data(), room.size()));
             KIVCS2ClosedCaptionsMCCStream mcc;
-            EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_init(&mcc, &memory.m_stream, false, false),
-                      KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2ClosedCaptionsMCCStream_init(&mcc, &memory.m_stream, false, false));
             const KIVCS2Status status =
                 kivCS2ClosedCaptionsMCCStream_writeHeader(&mcc, 1, nullptr, "app", nullptr, nullptr);
             if (!allocationFailed())
             {
-                EXPECT_EQ(status, KIVCS2STATUS_OK) << index;
+                EXPECT_OK(status) << index;
             }
             failures += KIVCS2_FAILED(status) ? 1 : 0;
             EXPECT_TRUE(std::string_view{room.data()}.starts_with("File Format=MacCaption_MCC V1.0\n"));
             allowAllocations();
             // The record still works: the next header is whole.
-            EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_writeHeader(&mcc, 1, "u", "app", "d", "t"),
-                      KIVCS2STATUS_OK);
-            EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_free(&mcc), KIVCS2STATUS_OK);
-            EXPECT_EQ(kivCS2MemoryStream_free(&memory.m_stream), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2ClosedCaptionsMCCStream_writeHeader(&mcc, 1, "u", "app", "d", "t"));
+            EXPECT_OK(kivCS2ClosedCaptionsMCCStream_free(&mcc));
+            EXPECT_OK(kivCS2MemoryStream_free(&memory.m_stream));
         });
     EXPECT_GE(allocations, 3u);
     EXPECT_GE(failures, 3u); // a UUID, a date, a time
@@ -48,19 +46,17 @@ TEST(CaptionFiles, EveryAllocationOfAHeaderMayFail)
 
 TEST(CaptionFiles, ReadingAllocatesNothing)
 {
-    ASSERT_EQ(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Timecode_setFrameRate(KIVCS2FrameRate_25));
     CaptionFile mccFile{"File Format=MacCaption_MCC V1.0\n00:00:01:00\tT01\n00:00:02:00\tT02"};
     CaptionFile sccFile{"Scenarist_SCC V1.0\n00:00:01:00\t9420\n00:00:02:00\t942f"};
     const KIVCS2Timecode second = frame(50);
     KIVCS2ClosedCaption caption;
     failAllocation(0);
-    EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_readHeader(&mccFile.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(&mccFile.mcc, &second, &caption),
-              KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2ClosedCaptionsMCCStream_reset(&mccFile.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2ClosedCaptionsSCCStream_readHeader(&sccFile.mcc), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(&sccFile.mcc, &second, &caption),
-              KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2ClosedCaptionsMCCStream_readHeader(&mccFile.mcc));
+    EXPECT_OK(kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(&mccFile.mcc, &second, &caption));
+    EXPECT_OK(kivCS2ClosedCaptionsMCCStream_reset(&mccFile.mcc));
+    EXPECT_OK(kivCS2ClosedCaptionsSCCStream_readHeader(&sccFile.mcc));
+    EXPECT_OK(kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(&sccFile.mcc, &second, &caption));
     EXPECT_FALSE(allocationFailed());
     allowAllocations();
 }
@@ -92,12 +88,11 @@ TEST(CaptionPackets, TakeNoMemory)
     char text[KIVCS2_CEA608_DESCRIPTION_SIZE];
     failAllocation(0);
     kivCS2MemoryStream_initWithBytes(&memory, bytes, sizeof bytes);
-    EXPECT_EQ(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
-                  &memory.m_stream, KIVCS2CaptionANCFormat_8Bit, false, packet, &size),
-              KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream(
+        &memory.m_stream, KIVCS2CaptionANCFormat_8Bit, false, packet, &size));
     size = sizeof text;
     EXPECT_EQ(kivCS2ClosedCaptions_readLine(&memory.m_stream, text, &size), KIVCS2STATUS_NO_DATA_ERR);
-    EXPECT_EQ(kivCS2ClosedCaptions_decodeCEA608CCPair(0x1D, 0x28, text), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2ClosedCaptions_decodeCEA608CCPair(0x1D, 0x28, text));
     EXPECT_FALSE(allocationFailed());
     allowAllocations();
 }
@@ -123,7 +118,7 @@ TEST(CaptionRetime, EveryAllocationMayFailAndNothingIsLost)
                 ++(kivCS2CaptionRetime_feed(&retime, &packet) == KIVCS2STATUS_OK ? fed : failures);
             status = KIVCS2_SUCCEEDED(status) ? kivCS2CaptionRetime_finish(&retime, &report) : status;
             EXPECT_EQ(report.m_pairsOut[0] + report.m_bytesOut, KIVCS2_SUCCEEDED(status) ? 900u : 0u);
-            EXPECT_EQ(kivCS2CaptionRetime_free(&retime), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2CaptionRetime_free(&retime));
         });
     EXPECT_EQ(failures, 1u + 3 * 3); // the record, and three queues that are made and grow twice
 }

@@ -25,20 +25,19 @@ struct Lists
     Lists()
     {
         KIVCS2Dictionary inner{};
-        EXPECT_EQ(kivCS2Dictionary_init(&inner), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Dictionary_init(&inner));
         for (int32_t index = 0; index < 100; ++index)
-            EXPECT_EQ(kivCS2Dictionary_setInteger(&inner, std::to_string(index).c_str(), index, 0),
-                      KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Dictionary_setInteger(&inner, std::to_string(index).c_str(), index, 0));
         CFArrayAppendValue(list.get(), inner.m_dictionary);
-        EXPECT_EQ(kivCS2Dictionary_free(&inner), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Dictionary_init(&outer), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Dictionary_setCFValue(&outer, "list", list.get(), 0), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Dictionary_free(&inner));
+        EXPECT_OK(kivCS2Dictionary_init(&outer));
+        EXPECT_OK(kivCS2Dictionary_setCFValue(&outer, "list", list.get(), 0));
     }
     Lists(const Lists &) = delete;
     Lists &operator=(const Lists &) = delete;
     ~Lists()
     {
-        EXPECT_EQ(kivCS2Dictionary_free(&outer), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Dictionary_free(&outer));
     }
 };
 
@@ -86,9 +85,9 @@ TEST(DictionaryAllocation, ASetterAnswersMemoryAndTheDictionaryStaysAsItWas)
             EXPECT_EQ(stored, refused ? 8 : 9);
             if (refused)
             {
-                EXPECT_EQ(set(&record, "after"), KIVCS2STATUS_OK);
+                EXPECT_OK(set(&record, "after"));
             }
-            EXPECT_EQ(kivCS2Dictionary_free(&record), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Dictionary_free(&record));
         };
         EXPECT_GE(forEachAllocation(fill), 1u + 9 + 2);
     }
@@ -119,7 +118,7 @@ TEST(JSONAllocation, WritingAnswersMemoryUnlessADictionaryHidesIt)
 {
     const Lists lists;
     uint32_t measured = 0;
-    ASSERT_EQ(kivCS2JSON_createFromPlist(lists.outer.m_dictionary, nullptr, &measured), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2JSON_createFromPlist(lists.outer.m_dictionary, nullptr, &measured));
     std::vector<char> room(size_t{measured} + 1);
     const auto write = [&](CFTypeRef list, bool hides, const char *text)
     {

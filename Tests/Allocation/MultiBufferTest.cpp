@@ -48,9 +48,8 @@ TEST(MultiBuffer, GrowthResizeAndCompactionFailAlone)
             kiv::test::allowAllocations();
             KIVCS2MultiBuffer buffer{};
             void *held = nullptr;
-            ASSERT_EQ(kivCS2MultiBuffer_init(&buffer, kCount, KIVCS2MultiBufferFlags_ThreadSafe),
-                      KIVCS2STATUS_OK);
-            ASSERT_EQ(kivCS2MultiBuffer_allocateBuffer(&buffer, 0, &held), KIVCS2STATUS_OK);
+            ASSERT_OK(kivCS2MultiBuffer_init(&buffer, kCount, KIVCS2MultiBufferFlags_ThreadSafe));
+            ASSERT_OK(kivCS2MultiBuffer_allocateBuffer(&buffer, 0, &held));
             kiv::test::failAllocation(index);
 
             void *data = nullptr;
@@ -60,9 +59,9 @@ TEST(MultiBuffer, GrowthResizeAndCompactionFailAlone)
             EXPECT_EQ(buffer.m_usedList.m_count, index == 0 ? 1u : 2u);
             // Kept: the search has moved on, though entry 1 is free.
             void *next = nullptr;
-            EXPECT_EQ(kivCS2MultiBuffer_allocateBuffer(&buffer, 0, &next), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2MultiBuffer_allocateBuffer(&buffer, 0, &next));
             EXPECT_EQ(next, buffer.m_buffers[2].m_mem_ptr.m_buffer);
-            EXPECT_EQ(kivCS2MultiBuffer_releaseBuffer(&buffer, next, nullptr), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2MultiBuffer_releaseBuffer(&buffer, next, nullptr));
 
             // The array and two blocks.
             const bool isRefused = index >= 1 && index <= 3;
@@ -75,12 +74,12 @@ TEST(MultiBuffer, GrowthResizeAndCompactionFailAlone)
                       index == 4 ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
             if (data != nullptr)
             {
-                EXPECT_EQ(kivCS2MultiBuffer_releaseBuffer(&buffer, data, nullptr), KIVCS2STATUS_OK);
+                EXPECT_OK(kivCS2MultiBuffer_releaseBuffer(&buffer, data, nullptr));
             }
             const KIVCS2Status status = kivCS2MultiBuffer_compact(&buffer);
             EXPECT_EQ(status, index > 4 ? wanted() : KIVCS2STATUS_OK);
             EXPECT_EQ(buffer.m_usedList.m_count, 1u);
-            EXPECT_EQ(kivCS2MultiBuffer_free(&buffer), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2MultiBuffer_free(&buffer));
         });
     EXPECT_EQ(allocations, 1u + 3 + 1 + 2);
 }
@@ -90,7 +89,7 @@ TEST(MultiBuffer, GrowthResizeAndCompactionFailAlone)
 TEST(MultiBuffer, ASearchWithoutMemoryMovesOnExceptAtTheFirstEntry)
 {
     KIVCS2MultiBuffer buffer{};
-    ASSERT_EQ(kivCS2MultiBuffer_init(&buffer, kCount, KIVCS2MultiBufferFlags_None), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2MultiBuffer_init(&buffer, kCount, KIVCS2MultiBufferFlags_None));
     void *data = nullptr;
     struct Row
     {
@@ -106,10 +105,10 @@ TEST(MultiBuffer, ASearchWithoutMemoryMovesOnExceptAtTheFirstEntry)
             EXPECT_EQ(kivCS2MultiBuffer_allocateBuffer(&buffer, 100, &data), KIVCS2STATUS_MEMORY_ERR);
             kiv::test::allowAllocations();
         }
-        EXPECT_EQ(kivCS2MultiBuffer_allocateBuffer(&buffer, 0, &data), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2MultiBuffer_allocateBuffer(&buffer, 0, &data));
         EXPECT_EQ(data, buffer.m_buffers[row.next].m_mem_ptr.m_buffer) << row.last;
-        EXPECT_EQ(kivCS2MultiBuffer_releaseBuffer(&buffer, data, nullptr), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2MultiBuffer_releaseBuffer(&buffer, data, nullptr));
     }
-    EXPECT_EQ(kivCS2MultiBuffer_free(&buffer), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2MultiBuffer_free(&buffer));
 }
 } // namespace

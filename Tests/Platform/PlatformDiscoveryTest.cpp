@@ -2,6 +2,7 @@
 // interfaces, a backend that is replaced, names that are taken, records with any content.
 #include "CFText.h"
 #include "OwnProcesses.h"
+#include "Status.h"
 
 #include "CFNetwork/Engine.h"
 #include "CFNetwork/RecordData.h"
@@ -655,42 +656,40 @@ TEST_F(DeadServices, TakeTheirTimeTogether)
         std::atomic<int> calls = 0;
     } listing;
     KIVCS2BonjourBrowser browser;
-    ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Bonjour_initBrowserData(&browser));
     const auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(kivCS2Bonjour_findServices(
-                  &browser, "", "_play._tcp",
-                  [](KIVCS2BonjourBrowser *, KIVCS2BonjourService *, void *context, KIVCS2BonjourBrowser *)
-                  {
-                      auto &calls = static_cast<Listing *>(context)->calls;
-                      ++calls;
-                      calls.notify_all();
-                  },
-                  &listing),
-              KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Bonjour_findServices(
+        &browser, "", "_play._tcp",
+        [](KIVCS2BonjourBrowser *, KIVCS2BonjourService *, void *context, KIVCS2BonjourBrowser *)
+        {
+            auto &calls = static_cast<Listing *>(context)->calls;
+            ++calls;
+            calls.notify_all();
+        },
+        &listing));
     for (int calls = 0; calls < kServices; calls = listing.calls)
         listing.calls.wait(calls);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{4}) << "2 s each";
-    EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Bonjour_diposeBrowserData(&browser));
     EXPECT_EQ(network->backends, 1);
 }
 
 TEST_F(DeadServices, AStopEndsTheOneThatIsBeingResolvedAndListsItNot)
 {
     KIVCS2BonjourBrowser browser;
-    ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
-    ASSERT_EQ(kivCS2Bonjour_findServices(
-                  &browser, "", "_play._tcp",
-                  [](KIVCS2BonjourBrowser *, KIVCS2BonjourService *, void *, KIVCS2BonjourBrowser *)
-                  { ADD_FAILURE() << "called after the stop"; },
-                  nullptr),
-              KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Bonjour_initBrowserData(&browser));
+    ASSERT_OK(kivCS2Bonjour_findServices(
+        &browser, "", "_play._tcp",
+        [](KIVCS2BonjourBrowser *, KIVCS2BonjourService *, void *, KIVCS2BonjourBrowser *)
+        { ADD_FAILURE() << "called after the stop"; },
+        nullptr));
     m_network.waitFor("asked");
     const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Bonjour_stopServiceBrowser(&browser));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{1})
         << "it waited for a time-out";
     EXPECT_EQ(browser.m_services.m_count, 0u);
-    EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Bonjour_diposeBrowserData(&browser));
 }
 
 // Names, locations and texts from the network are listed as far as they can be used.
@@ -724,21 +723,21 @@ TEST_F(Discovery, MalformedNamesAndRecordsListWhatIsUsable)
         std::map<std::string, std::pair<std::string, uint32_t>> services; // name: host and port
     } listed;
     KIVCS2BonjourBrowser browser;
-    ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Bonjour_initBrowserData(&browser));
     const auto came =
         [](KIVCS2BonjourBrowser *own, KIVCS2BonjourService *found, void *context, KIVCS2BonjourBrowser *)
     {
         auto &result = *static_cast<Listed *>(context);
         uint32_t port = 1;
-        EXPECT_EQ(kivCS2Bonjour_getFirstPort(own, found, &port), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_getFirstPort(own, found, &port));
         result.services[found->m_name] = {found->m_hostName, port};
         ++result.count;
         result.count.notify_all();
     };
-    ASSERT_EQ(kivCS2Bonjour_findServices(&browser, "", "_play._tcp", came, &listed), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Bonjour_findServices(&browser, "", "_play._tcp", came, &listed));
     for (size_t count = 0; count < 4; count = listed.count)
         listed.count.wait(count);
-    EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Bonjour_diposeBrowserData(&browser));
     using Pair = std::pair<std::string, uint32_t>;
     EXPECT_THAT(listed.services,
                 testing::ElementsAre(testing::Pair("bad location", Pair{"", 0}),
@@ -753,10 +752,10 @@ TEST_F(DeadServices, ASearchForTheFirstThatTimesOutLeavesTheNextOneFree)
     const auto search = [](uint32_t timeout)
     {
         KIVCS2BonjourBrowser browser;
-        EXPECT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_initBrowserData(&browser));
         const KIVCS2Status status =
             kivCS2Bonjour_findFirstService(&browser, "", "_play._tcp", "dead 3", timeout);
-        EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_diposeBrowserData(&browser));
         return status;
     };
     const pid_t child = fork();
@@ -767,7 +766,7 @@ TEST_F(DeadServices, ASearchForTheFirstThatTimesOutLeavesTheNextOneFree)
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds{1100})
             << "2 s too late";
         answers = true;
-        EXPECT_EQ(search(60000), KIVCS2STATUS_OK);
+        EXPECT_OK(search(60000));
         std::exit(HasFailure() ? 1 : 0);
     }
     EXPECT_EQ(exitCodeOf(child), 0);

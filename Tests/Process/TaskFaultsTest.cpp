@@ -240,7 +240,7 @@ TEST(TaskFaults, AFailedCallHasItsStatusAndLeavesNoDescriptor)
         EXPECT_EQ(faults().failed, 1);
         EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Finished});
         EXPECT_EQ(task->m_waitStatus, status == 0 ? 768 : status == KIVCS2STATUS_SYSTEM_ERR ? -1 : 0);
-        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse));
         EXPECT_EQ(openDescriptors(), before);
         while (__real_waitpid(-1, nullptr, 0) > 0)
         {
@@ -273,11 +273,11 @@ TEST(TaskFaults, ACallThatFailsInTheChildIsItsExitCode)
                         kivCS2Task_setStdErrFile(task, "/dev/null");
                     }
                     fail(call, skip, error);
-                    EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+                    EXPECT_OK(kivCS2Task_launch(task));
                     const bool failed = skip < calls;
                     EXPECT_EQ(faults().failed, failed ? 1 : 0);
                     EXPECT_EQ(task->m_exitCode, failed && error != EINTR ? 127 : 3);
-                    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+                    EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse));
                     EXPECT_EQ(openDescriptors(), before);
                 }
         fail(Call::none, 0, 0, 0);
@@ -287,7 +287,7 @@ TEST(TaskFaults, ACallThatFailsInTheChildIsItsExitCode)
         {
             launches();
             EXPECT_EQ(__real_waitpid(-1, nullptr, WNOHANG), -1); // no zombie
-            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2TaskServer_init());
             launches();
         });
 }
@@ -302,20 +302,20 @@ TEST(TaskFaults, AServersChildThatCannotExecuteEndsWith127)
     inChild(
         [&broken]
         {
-            EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2TaskServer_init());
             Ended ended;
             KIVCS2Task *task = nullptr;
-            EXPECT_EQ(kivCS2Task_create(&task, broken.c_str(), nullptr), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Task_create(&task, broken.c_str(), nullptr));
             kivCS2Task_setPipedIO(task, 1);
             kivCS2Task_setStdOutFile(task, "/nowhere/file");
             const size_t before = openDescriptors();
             fail(Call::dup2, 0, EMFILE);
-            EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2TaskServer_exec(task, Ended::call, &ended));
             ended.gate.acquire();
             EXPECT_EQ(task->m_exitCode, 127 << 8);
             EXPECT_EQ(faults().failed, 0);
             fail(Call::none, 0, 0, 0);
-            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate));
             EXPECT_EQ(openDescriptors(), before);
         });
 }
@@ -333,13 +333,12 @@ TEST(TaskFaults, ALaunchUnderWayIsClosedAndFreed)
     };
     const size_t before = openDescriptors();
     // The child reads the end of its input.
-    EXPECT_EQ(launch("cat; exit 3", [] { (void)kivCS2Task_closePipedIO(task); }), KIVCS2STATUS_OK);
+    EXPECT_OK(launch("cat; exit 3", [] { (void)kivCS2Task_closePipedIO(task); }));
     EXPECT_EQ(task->m_exitCode, 3);
-    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse));
     // The free does not wait for a synchronous launch; its child is stopped once it exists.
-    EXPECT_EQ(launch("exec tail -f --pid=$PPID /dev/null",
-                     [] { (void)kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate); }),
-              KIVCS2STATUS_OK);
+    EXPECT_OK(launch("exec tail -f --pid=$PPID /dev/null",
+                     [] { (void)kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate); }));
     EXPECT_EQ(openDescriptors(), before);
 }
 
@@ -349,7 +348,7 @@ TEST(TaskFaults, AnAsynchronousStartThatFailedIsInStateZero)
     fail(Call::thread, 0, EAGAIN);
     EXPECT_EQ(kivCS2Task_launchAsync(task, nullptr, nullptr), KIVCS2STATUS_THREAD_ERR);
     EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Failed});
-    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse));
 }
 
 TEST(TaskFaults, FailedTransfersHaveAStatusAndNoCount)
@@ -357,7 +356,7 @@ TEST(TaskFaults, FailedTransfersHaveAStatusAndNoCount)
     KIVCS2Task *task = makeShell("cat");
     kivCS2Task_setPipedIO(task, 1);
     Ended ended;
-    ASSERT_EQ(kivCS2Task_launchAsync(task, Ended::call, &ended), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Task_launchAsync(task, Ended::call, &ended));
     uint32_t count = 0;
     const auto write = [&] { return kivCS2Task_writeInput(task, "hi", 2, &count); };
     const auto read = [&]
@@ -373,24 +372,24 @@ TEST(TaskFaults, FailedTransfersHaveAStatusAndNoCount)
     EXPECT_EQ(write(), KIVCS2STATUS_TASK_WRITE_ERR);
     EXPECT_EQ(count, 0u);
     fail(Call::write, 0, EINTR);
-    EXPECT_EQ(write(), KIVCS2STATUS_OK);
+    EXPECT_OK(write());
     fail(Call::write, 0, 0);
-    EXPECT_EQ(write(), KIVCS2STATUS_OK);
+    EXPECT_OK(write());
     EXPECT_EQ(count, 1u);
     fail(Call::read, 0, EIO);
     EXPECT_EQ(read(), KIVCS2STATUS_TASK_READ_ERR);
     EXPECT_EQ(count, 0u);
     fail(Call::read, 0, EINTR);
-    EXPECT_EQ(read(), KIVCS2STATUS_OK);
+    EXPECT_OK(read());
     fail(Call::read, 0, 0);
-    EXPECT_EQ(read(), KIVCS2STATUS_OK);
+    EXPECT_OK(read());
     EXPECT_EQ(count, 1u);
     fail(Call::poll, 0, EINVAL);
     char byte;
     EXPECT_EQ(kivCS2Task_readOutput(task, false, &byte, 1, &count), KIVCS2STATUS_READ_ERR);
-    EXPECT_EQ(kivCS2Task_closePipedIO(task), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_closePipedIO(task));
     ended.gate.acquire();
-    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate));
 }
 
 // The status of a failed start, the status of a launch after it, and no open descriptors.
@@ -438,7 +437,7 @@ TEST(TaskFaults, ALaunchThroughTheServer)
             {
                 const auto &[call, error, times, status] = row;
                 SCOPED_TRACE(testing::Message() << static_cast<int>(call) << " " << error << " " << times);
-                EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+                EXPECT_OK(kivCS2TaskServer_init());
                 EXPECT_EQ(runThroughServer(), 768);
                 const size_t before = openDescriptors();
                 fail(call, 0, error, times);
@@ -451,7 +450,7 @@ TEST(TaskFaults, ALaunchThroughTheServer)
 
 KIV_TEST_RUN(inChild, TaskFaults, AServerThatCannotBeReplacedLeavesTheTaskAsItWas)
 {
-    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_init());
     for (const auto &[call, status] :
          {std::pair{Call::pipe, KIVCS2STATUS_TASK_SERVER_ERR}, {Call::fork, KIVCS2STATUS_FORK_ERR}})
     {
@@ -464,7 +463,7 @@ KIV_TEST_RUN(inChild, TaskFaults, AServerThatCannotBeReplacedLeavesTheTaskAsItWa
         EXPECT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), status);
         EXPECT_EQ(faults().failed, 1);
         EXPECT_EQ(task->m_state, uint32_t{KIVCS2TaskState_Created});
-        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse));
         EXPECT_EQ(runThroughServer(), 768);
     }
 }
@@ -476,7 +475,7 @@ constexpr long kPidBytes = 4;
 
 KIV_TEST_RUN(inChild, TaskFaults, TheServerIsKilledAtEveryByte)
 {
-    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_init());
     EXPECT_EQ(runThroughServer(), 768);
     const size_t before = openDescriptors();
     for (int round = 0; round < kRounds; ++round)
@@ -494,11 +493,11 @@ KIV_TEST_RUN(inChild, TaskFaults, TheServerIsKilledAtEveryByte)
 // Its end is reported, and the server and its other children go on.
 KIV_TEST_RUN(inChild, TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
 {
-    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_init());
     const pid_t server = g_CSTaskServer.m_serverPid;
     Ended other;
     KIVCS2Task *task = makeShell("exec sleep 60");
-    EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &other), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_exec(task, Ended::call, &other));
     for (int round = 0; round < 2 * kRounds; ++round)
     {
         faults().childDiesAlone = true;
@@ -511,10 +510,10 @@ KIV_TEST_RUN(inChild, TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
     }
     EXPECT_EQ(g_CSTaskServer.m_serverPid, server);
     int32_t result = -1;
-    EXPECT_EQ(kivCS2Task_terminate(task, &result), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_terminate(task, &result));
     other.gate.acquire();
     EXPECT_EQ(task->m_exitCode, SIGTERM);
-    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse));
 }
 
 // A stopped server takes a small request but not a large one. Both waits are bounded, and another server
@@ -522,17 +521,17 @@ KIV_TEST_RUN(inChild, TaskFaults, AChildIsKilledBeforeItsIdIsKnown)
 KIV_TEST_RUN(inChild, TaskFaults, AStoppedServerIsReplaced)
 {
     kiv::g_answerTime = 1'500'000'000;
-    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_init());
     for (const size_t size : {1, 100'000})
     {
         const pid_t server = g_CSTaskServer.m_serverPid;
         ASSERT_EQ(kill(server, SIGSTOP), 0);
         Ended ended;
         KIVCS2Task *task = makeShell(("exit 3 #" + std::string(size, 'x')).c_str());
-        EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2TaskServer_exec(task, Ended::call, &ended));
         ended.gate.acquire();
         EXPECT_EQ(task->m_exitCode, 768);
-        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate));
         EXPECT_NE(g_CSTaskServer.m_serverPid, server);
         EXPECT_TRUE(holdsWithin(10000, [server] { return kill(server, 0) != 0; }));
     }
@@ -541,7 +540,7 @@ KIV_TEST_RUN(inChild, TaskFaults, AStoppedServerIsReplaced)
 // A report is written in one piece, so the server dies before it, and the status is lost.
 KIV_TEST_RUN(inOwnChild, TaskFaults, TheServerIsKilledBeforeAReport)
 {
-    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_init());
     faults().bytes = 0;
     faults().deathPipe = kReportWrite;
     EXPECT_EQ(runThroughServer(), -1);

@@ -38,7 +38,7 @@ pid_t serverPid()
 uint32_t running()
 {
     uint32_t tasks = 99;
-    EXPECT_EQ(kivCS2TaskServer_tasksRunning(&tasks), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_tasksRunning(&tasks));
     return tasks;
 }
 
@@ -53,33 +53,33 @@ std::vector<int> openDescriptors()
 
 KIV_TEST_RUN(inChild, TaskServer, StoresTheRawStatusAndALaunchTheExitCode)
 {
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2TaskServer_init(), KIVCS2STATUS_OK); // has been started already
+    EXPECT_OK(kivCS2_init());
+    EXPECT_OK(kivCS2TaskServer_init()); // has been started already
     EXPECT_EQ(runThroughServer(), 768);
     EXPECT_EQ(runThroughServer("kill -TERM $$"), SIGTERM);
     KIVCS2Task *task = makeShell("exit 3");
-    EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_launch(task));
     EXPECT_EQ(task->m_exitCode, 3);
     EXPECT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), KIVCS2STATUS_STATE_ERR);
-    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse));
 
     Ended ended;
     task = makeShell("exec sleep 60");
-    EXPECT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_exec(task, Ended::call, &ended));
     EXPECT_EQ(running(), 1u);
     int32_t result = -1;
-    EXPECT_EQ(kivCS2Task_terminate(task, &result), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_terminate(task, &result));
     EXPECT_EQ(result, 0);
     ended.gate.acquire();
     EXPECT_EQ(ended.state, uint32_t{KIVCS2TaskState_FinishedAsync});
     EXPECT_EQ(running(), 0u);
-    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse));
 }
 
 // The handler and the launch both wait for the child: the exit code arrives whichever is first.
 KIV_TEST_RUN(inChild, TaskServer, LosesNoExitCodeOfFourThreads)
 {
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2_init());
     const auto before = openDescriptors();
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
@@ -114,18 +114,18 @@ KIV_TEST_RUN(inChild, TaskServer, WorksOnHighDescriptors)
     while (fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3) < 1500)
     {
     }
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2_init());
     EXPECT_EQ(runThroughServer(), 768);
 
     KIVCS2Task *task = makeShell("echo hi");
     kivCS2Task_setPipedIO(task, 1);
-    EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_launch(task));
     EXPECT_GT(task->m_stdOutPipe[0], FD_SETSIZE);
     char bytes[8];
     uint32_t count = 0;
-    EXPECT_EQ(kivCS2Task_readOutput(task, false, bytes, sizeof bytes, &count), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_readOutput(task, false, bytes, sizeof bytes, &count));
     EXPECT_EQ(std::string(bytes, count), "hi\n");
-    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse));
 }
 
 // A host may be started without them, and the pipes must not take their numbers.
@@ -144,7 +144,7 @@ KIV_TEST_RUN(inChild, TaskServer, WorksWithoutStandardStreams)
 
 KIV_TEST_RUN(inChild, TaskServer, ACallbackFreesItsTaskAndIsRefusedALaunch)
 {
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2_init());
     struct Seen
     {
         std::binary_semaphore gate{0};
@@ -153,35 +153,34 @@ KIV_TEST_RUN(inChild, TaskServer, ACallbackFreesItsTaskAndIsRefusedALaunch)
         KIVCS2Status freed = 1;
         uint32_t tasks = 9;
     } seen;
-    EXPECT_EQ(kivCS2TaskServer_exec(
-                  makeShell("exit 0"),
-                  [](KIVCS2Task *task, void *context)
-                  {
-                      auto &result = *static_cast<Seen *>(context);
-                      result.exec = kivCS2TaskServer_exec(result.other, nullptr, nullptr);
-                      (void)kivCS2TaskServer_tasksRunning(&result.tasks);
-                      result.freed = kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);
-                      result.gate.release();
-                  },
-                  &seen),
-              KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_exec(
+        makeShell("exit 0"),
+        [](KIVCS2Task *task, void *context)
+        {
+            auto &result = *static_cast<Seen *>(context);
+            result.exec = kivCS2TaskServer_exec(result.other, nullptr, nullptr);
+            (void)kivCS2TaskServer_tasksRunning(&result.tasks);
+            result.freed = kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);
+            result.gate.release();
+        },
+        &seen));
     seen.gate.acquire();
     EXPECT_EQ(seen.exec, KIVCS2STATUS_MUTEX_ERR);
-    EXPECT_EQ(seen.freed, KIVCS2STATUS_OK);
+    EXPECT_OK(seen.freed);
     EXPECT_EQ(seen.tasks, 0u);
-    EXPECT_EQ(kivCS2Task_free(seen.other, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_free(seen.other, KIVCS2TaskFreeMode_Refuse));
 }
 
 KIV_TEST_RUN(inOwnProcesses, TaskServer, EveryModeOfFreeEndsARunningTask)
 {
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2_init());
     for (KIVCS2TaskFreeMode mode = KIVCS2TaskFreeMode_Interrupt; mode < KIVCS2TaskFreeMode_MAX; ++mode)
     {
         KIVCS2Task *task = makeShell("sleep 60 & exec sleep 60");
-        ASSERT_EQ(kivCS2TaskServer_exec(task, nullptr, nullptr), KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2TaskServer_exec(task, nullptr, nullptr));
         EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 2; }));
         EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_TASK_RUNNING_ERR);
-        EXPECT_EQ(kivCS2Task_free(task, mode), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Task_free(task, mode));
         const size_t left = mode == KIVCS2TaskFreeMode_TerminateTree ? 0 : 1;
         EXPECT_TRUE(holdsWithin(10000, [left] { return countOf("sleep") == left && running() == 0; }))
             << "mode " << mode;
@@ -195,7 +194,7 @@ KIV_TEST_RUN(inOwnProcesses, TaskServer, EveryModeOfFreeEndsARunningTask)
 // A terminal or a supervisor may signal the host's whole group.
 KIV_TEST_RUN(inOwnProcesses, TaskServer, IgnoresTheSignalsOfTheHostsGroup)
 {
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2_init());
     const pid_t server = serverPid();
     ASSERT_GT(server, 1);
     for (const int signal : {SIGINT, SIGQUIT, SIGHUP, SIGUSR1, SIGALRM, SIGTSTP, SIGIO, SIGRTMIN + 1})
@@ -206,7 +205,7 @@ KIV_TEST_RUN(inOwnProcesses, TaskServer, IgnoresTheSignalsOfTheHostsGroup)
 
 KIV_TEST_RUN(inOwnProcesses, TaskServer, IsReplacedAfterItsDeath)
 {
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2_init());
     const auto before = openDescriptors();
     for (const int signal : {SIGKILL, SIGTERM, SIGKILL})
     {
@@ -223,24 +222,24 @@ KIV_TEST_RUN(inOwnProcesses, TaskServer, IsReplacedAfterItsDeath)
 // Its process is still watched, however busy the host is, but its status is lost.
 KIV_TEST_RUN(inOwnChild, TaskServer, ATaskThatOutlivesItsServerStillEnds)
 {
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2_init());
     Ended ended;
     KIVCS2Task *task = makeShell("exec sleep 60");
-    ASSERT_EQ(kivCS2TaskServer_exec(task, Ended::call, &ended), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2TaskServer_exec(task, Ended::call, &ended));
     ASSERT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 1; }));
     kill(serverPid(), SIGKILL);
     EXPECT_EQ(runThroughServer(), 768);
     EXPECT_EQ(countOf("sleep"), 1u);
     EXPECT_EQ(running(), 1u);
     int32_t result = -1;
-    EXPECT_EQ(kivCS2Task_terminate(task, &result), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_terminate(task, &result));
     EXPECT_TRUE(holdsWithin(2000,
                             [&ended]
                             {
                                 EXPECT_EQ(runThroughServer(), 768);
                                 return ended.gate.try_acquire();
                             }));
-    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Terminate));
     EXPECT_EQ(ended.exitCode, -1);
     EXPECT_EQ(running(), 0u);
 }
@@ -249,24 +248,23 @@ KIV_TEST_RUN(inOwnChild, TaskServer, ATaskThatOutlivesItsServerStillEnds)
 // children of the host's own launches, of which one ignores SIGTERM.
 void startFamily()
 {
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2_init());
     for (const char *script :
          {"exec sleep 601", "trap '' TERM; sleep 602", "(setsid sleep 603 &) ; exec sleep 604"})
-        EXPECT_EQ(kivCS2TaskServer_exec(makeShell(script), nullptr, nullptr), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2TaskServer_exec(makeShell(script), nullptr, nullptr));
     for (const char *script : {"sleep 605 & exec sleep 606", "trap '' TERM; exec sleep 607"})
-        EXPECT_EQ(kivCS2Task_launchAsync(makeShell(script), nullptr, nullptr), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Task_launchAsync(makeShell(script), nullptr, nullptr));
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 7; })) << countOf("sleep");
 }
 
 // The server of the first task dies before the host.
 void startBesideTwoServers()
 {
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2TaskServer_exec(makeShell("trap '' TERM; sleep 608; :"), nullptr, nullptr),
-              KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2_init());
+    EXPECT_OK(kivCS2TaskServer_exec(makeShell("trap '' TERM; sleep 608; :"), nullptr, nullptr));
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 1; }));
     kill(serverPid(), SIGKILL);
-    EXPECT_EQ(kivCS2TaskServer_exec(makeShell("exec sleep 609"), nullptr, nullptr), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_exec(makeShell("exec sleep 609"), nullptr, nullptr));
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 2; }));
 }
 
@@ -320,12 +318,12 @@ TEST(TaskServer, NoProcessOutlivesTheHost)
 // Starts shells that launch commands in a loop, with and without one in the background.
 void startLoops(bool throughServer)
 {
-    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2_init());
     for (int loop = 0; loop < 4; ++loop)
     {
         KIVCS2Task *task =
             makeShell(loop < 3 ? "while :; do sleep 100 & sleep 0.01; done" : "while :; do sleep 0.01; done");
-        EXPECT_EQ(launchAsync(task, throughServer), KIVCS2STATUS_OK);
+        EXPECT_OK(launchAsync(task, throughServer));
     }
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") > 100; })) << countOf("sleep");
 }
@@ -348,19 +346,19 @@ TEST(TaskServer, NoForkingLoopOutlivesItsKill)
     { return holdsWithin(10000, [] { return countOf("sleep") + countOf("sh") == 0; }); };
     const auto host = [isGone]
     {
-        EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2_init());
         for (const bool throughServer : {false, true})
         {
             KIVCS2Task *task = makeShell("while :; do sleep 100 & sleep 0.01; done");
-            ASSERT_EQ(launchAsync(task, throughServer), KIVCS2STATUS_OK);
+            ASSERT_OK(launchAsync(task, throughServer));
             EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") > 20; }));
-            EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_TerminateTree), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_TerminateTree));
             EXPECT_TRUE(isGone()) << throughServer;
         }
         for (const bool throughServer : {false, true})
         {
             startLoops(throughServer);
-            EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(getpid()), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2TaskServer_killAllChildProcesses(getpid()));
             EXPECT_TRUE(isGone()) << throughServer;
         }
     };
@@ -426,11 +424,11 @@ TEST(TaskServer, ARecorderClosesItsFileAtTheHostsExit)
     TemporaryFolder folder;
     const auto host = [](const std::string &log, const char *seconds, bool throughServer)
     {
-        EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2_init());
         KIVCS2Task *task =
             makeShell("trap 'trap : TERM; sleep " + std::string{seconds} + "; echo closed >>" + log +
                       "; exit' TERM; echo up >" + log + "; while :; do sleep 0.05; done");
-        EXPECT_EQ(launchAsync(task, throughServer), KIVCS2STATUS_OK);
+        EXPECT_OK(launchAsync(task, throughServer));
         EXPECT_TRUE(holdsWithin(10000, [&log] { return std::filesystem::exists(log); }));
         std::exit(testing::Test::HasFailure() ? 1 : 0);
     };
@@ -480,7 +478,7 @@ TEST(TaskServer, SignalsOnceAtTheHostsExit)
                 {
                     KIVCS2Task *task = makeShell("trap 'echo told >>\"" + *path + "\"' TERM; echo up >\"" +
                                                  *path + "\"; while :; do sleep 0.05; done");
-                    EXPECT_EQ(launchAsync(task, throughServer), KIVCS2STATUS_OK);
+                    EXPECT_OK(launchAsync(task, throughServer));
                     EXPECT_TRUE(holdsWithin(10000, [] { return std::filesystem::exists(*path); }));
                 };
                 const auto host = [&end]
@@ -492,14 +490,14 @@ TEST(TaskServer, SignalsOnceAtTheHostsExit)
                         std::atexit([] { launch(true); });
                     else if (end == "blind") // LeakSanitizer needs descriptors at the end
                         std::atexit([] { limitDescriptors(true); });
-                    EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+                    EXPECT_OK(kivCS2_init());
                     if (!end.starts_with("late"))
                         launch(true);
                     if (end == "blind")
                         limitDescriptors(false);
                     if (end != "on request")
                         std::exit(testing::Test::HasFailure() ? 1 : 0);
-                    EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(getpid()), KIVCS2STATUS_OK);
+                    EXPECT_OK(kivCS2TaskServer_killAllChildProcesses(getpid()));
                     EXPECT_TRUE(holdsWithin(20000, [] { return running() == 0; }));
                 };
                 inChild(host);
@@ -524,15 +522,14 @@ TEST(TaskServer, AForkOfTheHostIsOnItsOwn)
             const pid_t host = fork();
             if (host == 0)
             {
-                EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
-                EXPECT_EQ(kivCS2TaskServer_exec(makeShell("exec sleep 60"), nullptr, nullptr),
-                          KIVCS2STATUS_OK);
+                EXPECT_OK(kivCS2_init());
+                EXPECT_OK(kivCS2TaskServer_exec(makeShell("exec sleep 60"), nullptr, nullptr));
                 if (fork() == 0)
                     std::exit(0); // runs the handler at exit, which must not find the host's tasks
                 if (fork() == 0)
                 {
                     KIVCS2Task *task = makeShell("exec sleep 700");
-                    EXPECT_EQ(kivCS2Task_launchAsync(task, nullptr, nullptr), KIVCS2STATUS_OK);
+                    EXPECT_OK(kivCS2Task_launchAsync(task, nullptr, nullptr));
                     EXPECT_TRUE(
                         holdsWithin(10000, [task] { return std::atomic_ref{task->m_pid}.load() > 0; }));
                     EXPECT_EQ(kivCS2TaskServer_exec(makeShell("exit"), nullptr, nullptr),
@@ -566,10 +563,10 @@ TEST(TaskServer, AHostThatClosesItsPipesKeepsItsExitCodesAndItsFiles)
     inChild(
         [&folder]
         {
-            EXPECT_EQ(kivCS2_init(), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2_init());
             Ended lost;
             KIVCS2Task *running = makeShell("exec sleep 60");
-            EXPECT_EQ(kivCS2TaskServer_exec(running, Ended::call, &lost), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2TaskServer_exec(running, Ended::call, &lost));
             for (int descriptor = 3; descriptor < 64; ++descriptor)
                 close(descriptor);
             std::vector<int> files;
@@ -578,16 +575,16 @@ TEST(TaskServer, AHostThatClosesItsPipesKeepsItsExitCodesAndItsFiles)
             KIVCS2Task *refused = makeShell("exit");
             EXPECT_EQ(kivCS2TaskServer_exec(refused, nullptr, nullptr), KIVCS2STATUS_TASK_SERVER_ERR);
             EXPECT_EQ(refused->m_state, uint32_t{KIVCS2TaskState_Created});
-            EXPECT_EQ(kivCS2Task_free(refused, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Task_free(refused, KIVCS2TaskFreeMode_Refuse));
             lost.gate.acquire();
             EXPECT_EQ(lost.exitCode, -1);
-            EXPECT_EQ(kivCS2Task_free(running, KIVCS2TaskFreeMode_Terminate), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Task_free(running, KIVCS2TaskFreeMode_Terminate));
             for (int launch = 0; launch < 20; ++launch)
             {
                 KIVCS2Task *task = makeShell("exit 3");
-                EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+                EXPECT_OK(kivCS2Task_launch(task));
                 EXPECT_EQ(task->m_exitCode, 3);
-                EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+                EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse));
             }
             for (const int file : files)
                 EXPECT_EQ(lseek(file, 0, SEEK_END), 0) << "written to, or closed";
@@ -610,9 +607,9 @@ KIV_TEST_RUN(inOwnChild, TaskServer, KillsOnlyDescendants)
         execl("/bin/sh", "sh", "-c", "(sleep 60; :) & sh -c 'sleep 60 & wait' & wait", nullptr);
     EXPECT_TRUE(holdsWithin(10000, [] { return countOf("sleep") == 3; }));
     for (const pid_t none : {1, 0, -1, -tree})
-        EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(none), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2TaskServer_killAllChildProcesses(none));
     EXPECT_EQ(countOf("sleep"), 3u); // descendants of process 1, which is not one of these
-    EXPECT_EQ(kivCS2TaskServer_killAllChildProcesses(tree), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2TaskServer_killAllChildProcesses(tree));
     EXPECT_TRUE(holdsWithin(10000,
                             []
                             {
@@ -637,10 +634,10 @@ KIV_TEST_RUN(inOwnProcesses, TaskServer, NeverSignalsAnIdOfOneOrLess)
         task->m_state = KIVCS2TaskState_RunningAsync;
         task->m_pid = pid;
         int32_t result = 5;
-        EXPECT_EQ(kivCS2Task_signal(task, SIGKILL, &result), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Task_signal(task, SIGKILL, &result));
         EXPECT_EQ(result, -1);
-        EXPECT_EQ(kivCS2Task_killAllChildProcesses(task), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_TerminateTree), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Task_killAllChildProcesses(task));
+        EXPECT_OK(kivCS2Task_free(task, KIVCS2TaskFreeMode_TerminateTree));
     }
     EXPECT_EQ(kill(bystander, 0), 0);
     EXPECT_EQ(waitpid(bystander, nullptr, WNOHANG), 0);

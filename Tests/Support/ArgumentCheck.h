@@ -3,7 +3,7 @@
 #ifndef KIV_TEST_ARGUMENT_CHECK_H
 #define KIV_TEST_ARGUMENT_CHECK_H
 
-#include <KIVCoreServices2/KIVCS2Base.h>
+#include "Status.h"
 
 #include <gtest/gtest.h>
 

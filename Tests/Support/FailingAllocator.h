@@ -4,7 +4,7 @@
 #ifndef KIV_TEST_FAILING_ALLOCATOR_H
 #define KIV_TEST_FAILING_ALLOCATOR_H
 
-#include <KIVCoreServices2/KIVCS2Base.h>
+#include "Status.h"
 
 #include <gtest/gtest.h>
 

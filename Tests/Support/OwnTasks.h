@@ -2,6 +2,8 @@
 #ifndef KIV_TEST_OWN_TASKS_H
 #define KIV_TEST_OWN_TASKS_H
 
+#include "Status.h"
+
 #include <KIVCoreServices2/KIVCS2TaskServer.h>
 
 #include <gtest/gtest.h>

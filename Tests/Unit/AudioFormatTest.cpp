@@ -37,12 +37,11 @@ TEST(AudioFormat, CodesAndTheirDescriptions)
     for (const auto &[fields, code, encoding, sampleRate] : cases)
     {
         KIVCS2AudioFormat format = ~code;
-        ASSERT_EQ(kivCS2AudioFormat_getFormat(fields[0], fields[1], fields[2], fields[3], fields[4],
-                                              fields[5], fields[6], fields[7], fields[8], &format),
-                  KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2AudioFormat_getFormat(fields[0], fields[1], fields[2], fields[3], fields[4],
+                                              fields[5], fields[6], fields[7], fields[8], &format));
         EXPECT_EQ(format, code);
         KIVCS2AudioFormatDescription description{};
-        ASSERT_EQ(kivCS2AudioFormat_getDescription(code, &description), KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2AudioFormat_getDescription(code, &description));
         const KIVCS2AudioFormatDescription wanted = {encoding,  sampleRate, fields[2], fields[3], fields[4],
                                                      fields[5], fields[6],  fields[7], fields[8]};
         EXPECT_EQ(std::memcmp(&description, &wanted, sizeof wanted), 0);
@@ -52,7 +51,7 @@ TEST(AudioFormat, CodesAndTheirDescriptions)
 TEST(AudioFormat, CodesOfOtherOriginAreNotChecked)
 {
     KIVCS2AudioFormatDescription description{};
-    ASSERT_EQ(kivCS2AudioFormat_getDescription(UINT32_MAX, &description), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2AudioFormat_getDescription(UINT32_MAX, &description));
     const KIVCS2AudioFormatDescription wanted = {0, 0, 15, 15, 1, 1, 16, 8, 8};
     EXPECT_EQ(std::memcmp(&description, &wanted, sizeof wanted), 0);
 }
@@ -93,8 +92,7 @@ TEST(AudioFormat, EightBytesFailOnlyTheAssertion)
     const auto pack = [](uint32_t bytes, uint32_t bytesUsed)
     {
         KIVCS2AudioFormat format = 0;
-        EXPECT_EQ(kivCS2AudioFormat_getFormat(0, 0, 0, 0, 0, 0, 1, bytes, bytesUsed, &format),
-                  KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2AudioFormat_getFormat(0, 0, 0, 0, 0, 0, 1, bytes, bytesUsed, &format));
         return format;
     };
     if (kiv::test::hasAssertions())
@@ -115,9 +113,9 @@ std::vector<uint32_t> weaveOf(KIVCS2FrameRate frameRate, uint32_t sampleRate)
 {
     uint32_t size = 0;
     uint32_t longest = 0;
-    EXPECT_EQ(kWeave(frameRate, sampleRate, &size, nullptr, &longest), KIVCS2STATUS_OK);
+    EXPECT_OK(kWeave(frameRate, sampleRate, &size, nullptr, &longest));
     std::vector<uint32_t> weave(size);
-    EXPECT_EQ(kWeave(frameRate, sampleRate, &size, weave.data(), nullptr), KIVCS2STATUS_OK);
+    EXPECT_OK(kWeave(frameRate, sampleRate, &size, weave.data(), nullptr));
     EXPECT_EQ(size, weave.size());
     EXPECT_EQ(weave.front(), longest);
     EXPECT_TRUE(std::is_sorted(weave.rbegin(), weave.rend()));
@@ -211,7 +209,7 @@ TEST(AudioWeave, LeavesItsOutputsOnFailure)
     EXPECT_EQ(kWeave(KIVCS2FrameRate_MAX, 48000, &size, weave, &longest), KIVCS2STATUS_FRAME_RATE_ERR);
     EXPECT_TRUE(size == 4 && weave[0] == 7 && longest == 7);
     size = 5;
-    EXPECT_EQ(kWeave(KIVCS2FrameRate_29_97, 48000, &size, weave, &longest), KIVCS2STATUS_OK);
+    EXPECT_OK(kWeave(KIVCS2FrameRate_29_97, 48000, &size, weave, &longest));
     EXPECT_TRUE(weave[4] == 1601 && longest == 1602);
 }
 } // namespace

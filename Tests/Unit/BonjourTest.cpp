@@ -282,10 +282,10 @@ public:
         const char *host = nullptr;
         KIVCS2BonjourAddress *address = nullptr;
         Seen seen;
-        EXPECT_EQ(kivCS2Bonjour_getServiceName(browser, service, &name), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Bonjour_getHostname(browser, service, &host), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Bonjour_getFirstPort(browser, service, &seen.port), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Bonjour_getAddressesList(browser, service, &address), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_getServiceName(browser, service, &name));
+        EXPECT_OK(kivCS2Bonjour_getHostname(browser, service, &host));
+        EXPECT_OK(kivCS2Bonjour_getFirstPort(browser, service, &seen.port));
+        EXPECT_OK(kivCS2Bonjour_getAddressesList(browser, service, &address));
         seen.addresses = addressesFrom(address);
         seen.host = host;
         static_cast<Listing *>(userData)->m_services.change([&](Services &all) { all.emplace(name, seen); });
@@ -308,11 +308,11 @@ struct OwnBrowser : KIVCS2BonjourBrowser
 {
     OwnBrowser()
     {
-        EXPECT_EQ(kivCS2Bonjour_initBrowserData(this), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_initBrowserData(this));
     }
     ~OwnBrowser()
     {
-        EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(this), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_diposeBrowserData(this));
     }
 };
 
@@ -394,8 +394,7 @@ protected:
             {
                 Listing listing;
                 OwnBrowser browser;
-                ASSERT_EQ(kivCS2Bonjour_findServices(&browser, "local", kType, Listing::came, &listing),
-                          KIVCS2STATUS_OK);
+                ASSERT_OK(kivCS2Bonjour_findServices(&browser, "local", kType, Listing::came, &listing));
                 body(browser, listing);
             });
     }
@@ -420,7 +419,7 @@ protected:
     static KIVCS2BonjourService *ingest1(KIVCS2BonjourBrowser &browser, Listing &listing)
     {
         listing.waitFor(3);
-        EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_stopServiceBrowser(&browser));
         auto *service = reinterpret_cast<KIVCS2BonjourService *>(browser.m_services.m_next);
         while (std::string_view{service->m_name} != "Ingest 1")
             service = reinterpret_cast<KIVCS2BonjourService *>(service->m_elem.m_next);
@@ -473,10 +472,10 @@ TEST(Bonjour, TextsThatAreMissingOrNotASCIIStartNothing)
         KIVCS2BonjourPublisher publisher;
         EXPECT_EQ(kivCS2Bonjour_startPublishingService(&publisher, domain, type, name, port), publishing);
         EXPECT_EQ(publisher.m_service, nullptr);
-        EXPECT_EQ(kivCS2Bonjour_endPublishingService(&publisher), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_endPublishingService(&publisher));
 
         KIVCS2BonjourBrowser browser;
-        ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2Bonjour_initBrowserData(&browser));
         if (browsing != ok)
         {
             Listing listing;
@@ -488,8 +487,8 @@ TEST(Bonjour, TextsThatAreMissingOrNotASCIIStartNothing)
         }
         EXPECT_EQ(browser.m_domain, nullptr);
         EXPECT_EQ(browser.m_stop, 0u) << "a refused search stopped the browser";
-        EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_diposeBrowserData(&browser));
+        EXPECT_OK(kivCS2Bonjour_diposeBrowserData(&browser));
     }
     EXPECT_EQ(semaphores(), 0u);
 }
@@ -510,8 +509,8 @@ TEST_F(BonjourNetwork, FindsTheServicesOfAMachineOfTheSameName)
             EXPECT_THAT(services.find("Ingest 1")->second.host, testing::EndsWith(".local"));
             EXPECT_EQ(kivCS2Bonjour_findServices(&browser, "", kType, Listing::came, &listing),
                       KIVCS2STATUS_STATE_ERR);
-            EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK);
-            EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Bonjour_stopServiceBrowser(&browser));
+            EXPECT_OK(kivCS2Bonjour_stopServiceBrowser(&browser));
             EXPECT_EQ(semaphores(), 0u);
             const auto *first = reinterpret_cast<KIVCS2BonjourService *>(browser.m_services.m_next);
             EXPECT_EQ(first->m_addresses.m_count, 1u);
@@ -555,16 +554,16 @@ TEST_F(BonjourMachine, AMonitorSeesEveryTextRecord)
         [&](KIVCS2BonjourBrowser &browser, Listing &listing)
         {
             KIVCS2BonjourService *service = ingest1(browser, listing);
-            ASSERT_EQ(kivCS2Bonjour_startServiceMonitor(service, changed, &texts), KIVCS2STATUS_OK);
+            ASSERT_OK(kivCS2Bonjour_startServiceMonitor(service, changed, &texts));
             EXPECT_EQ(kivCS2Bonjour_startServiceMonitor(service, changed, &texts), KIVCS2STATUS_STATE_ERR);
             waitFor("\7rate=25");
             m_machine->setFirstText("\7rate=50\1a");
             waitFor("\7rate=50\1a");
-            EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
-            EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Bonjour_stopServiceMonitor(service));
+            EXPECT_OK(kivCS2Bonjour_stopServiceMonitor(service));
             texts.change([](Texts &all) { all.clear(); });
             // A new monitor gets the present record. Disposing of the browser ends the monitor.
-            ASSERT_EQ(kivCS2Bonjour_startServiceMonitor(service, changed, &texts), KIVCS2STATUS_OK);
+            ASSERT_OK(kivCS2Bonjour_startServiceMonitor(service, changed, &texts));
             waitFor("\7rate=50\1a");
         });
 }
@@ -581,7 +580,7 @@ TEST_F(BonjourMachine, AMonitorStoppedByItsOwnCallbackIsNotCalledAgain)
         auto &self = *static_cast<Watch *>(userData);
         EXPECT_EQ(kivCS2Bonjour_startServiceMonitor(service, service->m_monitorCallback, userData),
                   KIVCS2STATUS_STATE_ERR);
-        EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_stopServiceMonitor(service));
         EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(self.browser), KIVCS2STATUS_STATE_ERR);
         ++self.calls;
         self.calls.notify_all();
@@ -593,7 +592,7 @@ TEST_F(BonjourMachine, AMonitorStoppedByItsOwnCallbackIsNotCalledAgain)
             watch.browser = &browser;
             for (int round = 0; round < 2; ++round) // the second start comes after the callback's stop
             {
-                ASSERT_EQ(kivCS2Bonjour_startServiceMonitor(service, once, &watch), KIVCS2STATUS_OK);
+                ASSERT_OK(kivCS2Bonjour_startServiceMonitor(service, once, &watch));
                 watch.calls.wait(round);
                 m_machine->setFirstText("\1b");
             }
@@ -605,7 +604,7 @@ TEST_F(BonjourMachine, AMonitorStoppedByItsOwnCallbackIsNotCalledAgain)
 TEST_F(BonjourMachine, AMonitorIsStoppedByManyThreadsAndItsCallback)
 {
     const auto stop = [](KIVCS2BonjourService *service, void *, KIVCS2BonjourService *)
-    { EXPECT_EQ(kivCS2Bonjour_stopServiceMonitor(service), KIVCS2STATUS_OK); };
+    { EXPECT_OK(kivCS2Bonjour_stopServiceMonitor(service)); };
     browse(
         [&](KIVCS2BonjourBrowser &browser, Listing &listing)
         {
@@ -637,15 +636,15 @@ TEST_F(BonjourMachine, ABrowserStoppedByItsOwnCallbackListsOneService)
             const auto stop =
                 [](KIVCS2BonjourBrowser *own, KIVCS2BonjourService *, void *userData, KIVCS2BonjourBrowser *)
             {
-                EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(own), KIVCS2STATUS_OK);
+                EXPECT_OK(kivCS2Bonjour_stopServiceBrowser(own));
                 EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(own), KIVCS2STATUS_STATE_ERR);
                 ++*static_cast<std::atomic<int> *>(userData);
                 static_cast<std::atomic<int> *>(userData)->notify_all();
             };
-            ASSERT_EQ(kivCS2Bonjour_initBrowserData(&browser), KIVCS2STATUS_OK);
-            ASSERT_EQ(kivCS2Bonjour_findServices(&browser, "", kType, stop, &calls), KIVCS2STATUS_OK);
+            ASSERT_OK(kivCS2Bonjour_initBrowserData(&browser));
+            ASSERT_OK(kivCS2Bonjour_findServices(&browser, "", kType, stop, &calls));
             calls.wait(0);
-            EXPECT_EQ(kivCS2Bonjour_diposeBrowserData(&browser), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Bonjour_diposeBrowserData(&browser));
             EXPECT_EQ(calls, 1);
         });
     EXPECT_EQ(semaphores(), 0u);
@@ -655,11 +654,11 @@ void searchAndStop(bool beforeTheSearch, bool afterAService)
 {
     Listing listing;
     OwnBrowser browser;
-    const auto stop = [&browser] { EXPECT_EQ(kivCS2Bonjour_stopServiceBrowser(&browser), KIVCS2STATUS_OK); };
+    const auto stop = [&browser] { EXPECT_OK(kivCS2Bonjour_stopServiceBrowser(&browser)); };
     std::vector<std::jthread> stoppers;
     if (beforeTheSearch)
         stoppers.emplace_back(stop);
-    EXPECT_EQ(kivCS2Bonjour_findServices(&browser, "", kType, Listing::came, &listing), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Bonjour_findServices(&browser, "", kType, Listing::came, &listing));
     if (afterAService)
         listing.waitFor(1);
     stoppers.emplace_back(stop);
@@ -691,20 +690,19 @@ TEST_F(BonjourMachine, AfterTheFirstServiceWasFoundNoBrowserOfTheProcessFindsAny
     const auto search = []
     {
         OwnBrowser browser;
-        ASSERT_EQ(kivCS2Bonjour_findFirstService(&browser, "", kType, "Ingest 1", kLongEnoughMs),
-                  KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2Bonjour_findFirstService(&browser, "", kType, "Ingest 1", kLongEnoughMs));
         const char *name = nullptr;
         uint32_t port = 0;
-        EXPECT_EQ(kivCS2Bonjour_getServiceName(&browser, nullptr, &name), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_getServiceName(&browser, nullptr, &name));
         EXPECT_STREQ(name, "Ingest 1");
-        EXPECT_EQ(kivCS2Bonjour_getFirstPort(&browser, nullptr, &port), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_getFirstPort(&browser, nullptr, &port));
         EXPECT_EQ(port, 5000u);
         EXPECT_EQ(browser.m_services.m_count, 1u);
         // Kept: the flag belongs to the process and is never cleared. The third search uses the cache of the
         // first, so its time-out shows that no service comes.
         Listing listing;
         OwnBrowser later;
-        ASSERT_EQ(kivCS2Bonjour_findServices(&later, "", kType, Listing::came, &listing), KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2Bonjour_findServices(&later, "", kType, Listing::came, &listing));
         OwnBrowser again;
         EXPECT_EQ(kivCS2Bonjour_findFirstService(&again, "", kType, "Ingest 1", 500),
                   KIVCS2STATUS_TIMEOUT_ERR);
@@ -721,9 +719,8 @@ TEST_F(BonjourMachine, AHostOnTwoNetworksIsFoundWithBothAddressesEveryTime)
     {
         OwnBrowser browser;
         KIVCS2BonjourAddress *address = nullptr;
-        EXPECT_EQ(kivCS2Bonjour_findFirstService(&browser, "", kType, "Ingest 1", kLongEnoughMs),
-                  KIVCS2STATUS_OK);
-        ASSERT_EQ(kivCS2Bonjour_getAddressesList(&browser, nullptr, &address), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Bonjour_findFirstService(&browser, "", kType, "Ingest 1", kLongEnoughMs));
+        ASSERT_OK(kivCS2Bonjour_getAddressesList(&browser, nullptr, &address));
         EXPECT_THAT(addressesFrom(address), testing::ElementsAre("10.77.0.2", "10.78.0.2"));
     };
     EXPECT_EQ(Scenes::searches->run(search, kSearches), 0);

@@ -17,7 +17,7 @@ TEST(CaptionCounting, EveryFrameOfADayHasOneTextAndBack)
     for (KIVCS2CaptionCounting counting = 1; counting < KIVCS2CaptionCounting_MAX; ++counting)
     {
         KIVCS2CaptionCountingInfo info;
-        ASSERT_EQ(kivCS2CaptionCounting_getInfo(counting, &info), KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2CaptionCounting_getInfo(counting, &info));
         SCOPED_TRACE(info.m_name);
         EXPECT_STREQ(kivCS2CaptionCounting_name(counting), info.m_name);
         for (uint32_t frame = 0; frame < info.m_perDay; frame += frame % 1800 < 40 ? 1 : 7)
@@ -25,13 +25,12 @@ TEST(CaptionCounting, EveryFrameOfADayHasOneTextAndBack)
             char text[KIVCS2_CAPTION_TIMECODE_SIZE];
             uint32_t back = 0;
             bool exists = false;
-            ASSERT_EQ(kivCS2CaptionCounting_textFromFrame(counting, frame, text), KIVCS2STATUS_OK);
-            ASSERT_EQ(kivCS2CaptionCounting_frameFromText(counting, text, &back, &exists), KIVCS2STATUS_OK)
-                << text;
+            ASSERT_OK(kivCS2CaptionCounting_textFromFrame(counting, frame, text));
+            ASSERT_OK(kivCS2CaptionCounting_frameFromText(counting, text, &back, &exists)) << text;
             ASSERT_TRUE(back == frame && exists) << text;
         }
         char midnight[KIVCS2_CAPTION_TIMECODE_SIZE];
-        EXPECT_EQ(kivCS2CaptionCounting_textFromFrame(counting, info.m_perDay, midnight), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2CaptionCounting_textFromFrame(counting, info.m_perDay, midnight));
         EXPECT_EQ(std::string{midnight}.substr(0, 8), "00:00:00");
     }
 }
@@ -52,15 +51,14 @@ TEST(CaptionCounting, KnownFramesAndTimes)
         uint32_t frame = 0;
         bool exists = false;
         uint64_t nanoseconds = 0;
-        EXPECT_EQ(kivCS2CaptionCounting_frameFromText(counting, text, &frame, &exists), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2CaptionCounting_frameFromText(counting, text, &frame, &exists));
         EXPECT_EQ(frame, wanted) << text;
         EXPECT_EQ(exists, wantedExists) << text;
-        EXPECT_EQ(kivCS2CaptionCounting_nanosecondsOfFrame(counting, frame, &nanoseconds), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2CaptionCounting_nanosecondsOfFrame(counting, frame, &nanoseconds));
         EXPECT_EQ(nanoseconds, wantedTime) << text;
     }
     uint64_t last = 0;
-    EXPECT_EQ(kivCS2CaptionCounting_nanosecondsOfFrame(KIVCS2CaptionCounting_23_98, UINT32_MAX, &last),
-              KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2CaptionCounting_nanosecondsOfFrame(KIVCS2CaptionCounting_23_98, UINT32_MAX, &last));
     EXPECT_EQ(last, 179'135'927'595'625'000u);
     uint32_t frame = 7;
     for (const char *text :
@@ -81,19 +79,17 @@ TEST(CaptionPacketBuild, At2997ItIsThePacketOfTheDescribedBuilder)
     std::memcpy(words, pairs, sizeof words);
     uint8_t cdp[KIVCS2_CDP_SIZE];
     uint32_t size = sizeof cdp;
-    ASSERT_EQ(
-        kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(words, sizeof words, cdp, &size, 0xABCD),
-        KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(words, sizeof words, cdp, &size,
+                                                                           0xABCD));
 
     const KIVCS2CaptionPairs both{{1, 1}, {{{0x94, 0x20}}, {{0x15, 0x2C}}}, {}};
     KIVCS2CaptionPacket packet;
-    ASSERT_EQ(
-        kivCS2CaptionPacket_build(&packet, KIVCS2CaptionCounting_29_97DF, 0xABCD, &both, nullptr, nullptr, 0),
-        KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2CaptionPacket_build(&packet, KIVCS2CaptionCounting_29_97DF, 0xABCD, &both, nullptr,
+                                        nullptr, 0));
     ASSERT_EQ(packet.m_size, size + 4);
     EXPECT_EQ(std::memcmp(packet.m_anc + 3, cdp, size), 0);
     KIVCS2CaptionPacket parsed; // of only the CDP: the same packet around it
-    ASSERT_EQ(kivCS2CaptionPacket_parse(&parsed, cdp, size), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2CaptionPacket_parse(&parsed, cdp, size));
     EXPECT_EQ(std::memcmp(&parsed, &packet, sizeof parsed), 0);
     EXPECT_EQ(parsed.m_faults, 0u);
 }
@@ -114,8 +110,7 @@ TEST(CaptionPacketBuild, EveryRateIsParsedBack)
         for (uint32_t byte = 0; byte < dtvcc.m_count; ++byte)
             dtvcc.m_bytes[byte] = static_cast<uint8_t>(byte + 1);
         KIVCS2CaptionPacket packet;
-        ASSERT_EQ(kivCS2CaptionPacket_build(&packet, counting, 77, &pairs, &dtvcc, services, 4),
-                  KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2CaptionPacket_build(&packet, counting, 77, &pairs, &dtvcc, services, 4));
         EXPECT_EQ(packet.m_faults, 0u);
         EXPECT_EQ(packet.m_tripletCount, triplets[counting]);
         EXPECT_EQ(packet.m_sequence, 77);
@@ -123,8 +118,8 @@ TEST(CaptionPacketBuild, EveryRateIsParsedBack)
         EXPECT_EQ(std::memcmp(packet.m_services, services, sizeof services), 0);
         KIVCS2CaptionPairs pairsBack;
         KIVCS2CaptionDTVCC dtvccBack;
-        EXPECT_EQ(kivCS2CaptionPacket_getPairs(&packet, &pairsBack), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2CaptionPacket_getDTVCC(&packet, &dtvccBack), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2CaptionPacket_getPairs(&packet, &pairsBack));
+        EXPECT_OK(kivCS2CaptionPacket_getDTVCC(&packet, &dtvccBack));
         EXPECT_EQ(std::memcmp(&pairsBack, &pairs, sizeof pairs), 0);
         EXPECT_EQ(std::memcmp(&dtvccBack, &dtvcc, sizeof dtvcc), 0);
         pairs.m_count[0] = 3;
@@ -145,10 +140,9 @@ TEST(CaptionPacketBuild, EmptyPairsAreThoseThatLine21Has)
             const int first = both ? 1 : given ? 0 : 1 - sequence % 2;
             KIVCS2CaptionPacket packet;
             KIVCS2CaptionPairs pairs;
-            ASSERT_EQ(kivCS2CaptionPacket_build(&packet, counting, sequence, given ? &second : nullptr,
-                                                nullptr, nullptr, 0),
-                      KIVCS2STATUS_OK);
-            ASSERT_EQ(kivCS2CaptionPacket_getPairs(&packet, &pairs), KIVCS2STATUS_OK);
+            ASSERT_OK(kivCS2CaptionPacket_build(&packet, counting, sequence, given ? &second : nullptr,
+                                                nullptr, nullptr, 0));
+            ASSERT_OK(kivCS2CaptionPacket_getPairs(&packet, &pairs));
             EXPECT_EQ(pairs.m_count[0], first) << counting << ' ' << sequence;
             EXPECT_EQ(pairs.m_count[1], both ? 1 : 1 - first) << counting << ' ' << sequence;
         }
@@ -158,7 +152,7 @@ TEST(CaptionPacketParse, WhatIsNotACaptionPacketKeepsItsBytes)
 {
     const uint8_t other[] = {0x41, 0x01, 0x02, 0xAA, 0xBB, 0xA9};
     KIVCS2CaptionPacket packet;
-    ASSERT_EQ(kivCS2CaptionPacket_parse(&packet, other, sizeof other), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2CaptionPacket_parse(&packet, other, sizeof other));
     EXPECT_TRUE(packet.m_faults == 0 && packet.m_size == 6 && packet.m_did == 0x41 &&
                 packet.m_tripletCount == 0);
     KIVCS2CaptionPairs pairs;

@@ -21,21 +21,20 @@ struct Writing
     Writing(KIVCS2CaptionFileKind kind, KIVCS2CaptionCounting counting,
             const KIVCS2CaptionWriteOptions &options = {})
     {
-        EXPECT_EQ(kivCS2MemoryStream_init(&memory, 4096, 65536), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2CaptionFile_initWriting(&file, &memory.m_stream, false, kind, counting, &options),
-                  KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2CaptionFile_writeHeader(&file, nullptr), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2MemoryStream_init(&memory, 4096, 65536));
+        EXPECT_OK(kivCS2CaptionFile_initWriting(&file, &memory.m_stream, false, kind, counting, &options));
+        EXPECT_OK(kivCS2CaptionFile_writeHeader(&file, nullptr));
     }
     Writing(const Writing &) = delete;
     Writing &operator=(const Writing &) = delete;
     ~Writing()
     {
-        EXPECT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2MemoryStream_free(&memory.m_stream), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2CaptionFile_free(&file));
+        EXPECT_OK(kivCS2MemoryStream_free(&memory.m_stream));
     }
     std::string text()
     {
-        EXPECT_EQ(kivCS2CaptionFile_finish(&file), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2CaptionFile_finish(&file));
         return {reinterpret_cast<const char *>(memory.m_buffer), memory.m_size};
     }
 };
@@ -45,7 +44,7 @@ std::string copyOf(const Reading &reading, KIVCS2CaptionFileKind kind,
 {
     Writing writing{kind, reading.header.m_counting, options};
     for (const KIVCS2CaptionPacket &packet : reading.packets)
-        EXPECT_EQ(kivCS2CaptionFile_writePacket(&writing.file, &packet), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2CaptionFile_writePacket(&writing.file, &packet));
     return writing.text();
 }
 
@@ -108,7 +107,7 @@ TEST(CaptionWriterSCC, PairsOfOneFrameFollowOneAnother)
     for (const auto &[frame, pairs] :
          {Step{day - 2, &two}, Step{day - 1, &two}, Step{0, &one}, Step{1, &none}, Step{2, &none},
           Step{3, &one}, Step{3, &one}, Step{9, &one}, Step{10, &absent}, Step{11, &one}})
-        ASSERT_EQ(kivCS2CaptionFile_writeCaptions(&writing.file, frame, pairs, nullptr), KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2CaptionFile_writeCaptions(&writing.file, frame, pairs, nullptr));
     EXPECT_EQ(writing.text(), "Scenarist_SCC V1.0\n\n23:59:59:28\t9420 94ae 9420 94ae\n\n"
                               "00:00:00:02\tc1c2 c1c2 c1c2\n\n"
                               "00:00:00:09\tc1c2\n\n"
@@ -118,7 +117,7 @@ TEST(CaptionWriterSCC, PairsOfOneFrameFollowOneAnother)
     options.m_everyFrame = true;
     Writing every{KIVCS2CaptionFileKind_MCC1, KIVCS2CaptionCounting_59_94NDF, options};
     for (const uint32_t frame : {2 * day - 3, 2u})
-        ASSERT_EQ(kivCS2CaptionFile_writeCaptions(&every.file, frame, nullptr, nullptr), KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2CaptionFile_writeCaptions(&every.file, frame, nullptr, nullptr));
     EXPECT_EQ(kivCS2CaptionFile_writeCaptions(&every.file, 2, nullptr, nullptr),
               KIVCS2STATUS_INVALID_TIMECODE_ERR);
     Reading reading{every.text()};
@@ -173,7 +172,7 @@ TEST(CaptionWriterCues, HaveTimesStyleAndPlace)
         const Cue early{24, 30}, first{50, 76}, overMidnight{2159975, 25}, nextDay{49, 50};
         EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &early.text), KIVCS2STATUS_INVALID_TIMECODE_ERR);
         for (const Cue *const cue : {&first, &overMidnight, &nextDay})
-            EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &cue->text), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2CaptionFile_writeText(&writing.file, &cue->text));
         EXPECT_EQ(writing.text(), wanted);
     }
 }
@@ -206,7 +205,7 @@ TEST(CaptionWriterCues, WithoutCellsOrBackInTimeAreWholeToo)
         cue.text.m_cells = nullptr;
         cue.text.m_text = "a & <b>";
         cue.text.m_textSize = 7;
-        EXPECT_EQ(kivCS2CaptionFile_writeText(&writing.file, &cue.text), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2CaptionFile_writeText(&writing.file, &cue.text));
         const std::string text = writing.text();
         EXPECT_NE(text.find(wanted), std::string::npos) << text;
         EXPECT_NE(text.find("--> 00:00:00"), std::string::npos) << text;
@@ -221,11 +220,10 @@ TEST(CaptionWriterFailures, ShortWritesAndWrongCalls)
     {
         ShortStream stream{room};
         KIVCS2CaptionFile file;
-        ASSERT_EQ(kivCS2CaptionFile_initWriting(&file, &stream.stream, false, KIVCS2CaptionFileKind_MCC1,
-                                                KIVCS2CaptionCounting_25, nullptr),
-                  KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2CaptionFile_initWriting(&file, &stream.stream, false, KIVCS2CaptionFileKind_MCC1,
+                                                KIVCS2CaptionCounting_25, nullptr));
         EXPECT_EQ(kivCS2CaptionFile_writePacket(&file, &packet), KIVCS2STATUS_STATE_ERR);
-        EXPECT_EQ(kivCS2CaptionFile_writeHeader(&file, nullptr), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2CaptionFile_writeHeader(&file, nullptr));
         for (int count = 0; count < 100; ++count)
             (void)kivCS2CaptionFile_writePacket(&file, &packet); // the end reports it too
         EXPECT_EQ(kivCS2CaptionFile_finish(&file), room < 1000000 ? KIVCS2STATUS_WRITE_ERR : KIVCS2STATUS_OK);
@@ -246,7 +244,7 @@ TEST(CaptionWriterFailures, ShortWritesAndWrongCalls)
     KIVCS2CaptionWriteOptions everyFrame{};
     everyFrame.m_everyFrame = true;
     Writing rising{KIVCS2CaptionFileKind_MCC2, KIVCS2CaptionCounting_25, everyFrame};
-    EXPECT_EQ(kivCS2CaptionFile_writeCaptions(&rising.file, 7, nullptr, nullptr), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2CaptionFile_writeCaptions(&rising.file, 7, nullptr, nullptr));
     EXPECT_EQ(kivCS2CaptionFile_writeCaptions(&rising.file, 7, nullptr, nullptr),
               KIVCS2STATUS_INVALID_TIMECODE_ERR);
     EXPECT_EQ(sizeof(KIVCS2CaptionWriteOptions), 56u);

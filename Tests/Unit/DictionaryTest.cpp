@@ -19,11 +19,11 @@ struct DictionaryTest : testing::Test
 {
     DictionaryTest()
     {
-        EXPECT_EQ(kivCS2Dictionary_init(&record), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Dictionary_init(&record));
     }
     ~DictionaryTest() override
     {
-        EXPECT_EQ(kivCS2Dictionary_free(&record), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Dictionary_free(&record));
     }
     [[nodiscard]] CFTypeRef at(const char *key) const
     {
@@ -48,18 +48,18 @@ void expectNumber(CFTypeRef object, CFNumberType type, T expected)
 
 TEST_F(DictionaryTest, EachSetterStoresItsType)
 {
-    EXPECT_EQ(kivCS2Dictionary_setInteger(&record, "i", -7, kText), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Dictionary_setFloat(&record, "f", 1.25f, kText), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Dictionary_setCString(&record, "s", "text", kText), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Dictionary_setCString(&record, "empty", "", kText), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Dictionary_setCFValue(&record, "o", kCFBooleanTrue, kText), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Dictionary_setInteger(&record, "i", -7, kText));
+    EXPECT_OK(kivCS2Dictionary_setFloat(&record, "f", 1.25f, kText));
+    EXPECT_OK(kivCS2Dictionary_setCString(&record, "s", "text", kText));
+    EXPECT_OK(kivCS2Dictionary_setCString(&record, "empty", "", kText));
+    EXPECT_OK(kivCS2Dictionary_setCFValue(&record, "o", kCFBooleanTrue, kText));
     expectNumber(at("i"), kCFNumberSInt32Type, int32_t{-7});
     expectNumber(at("f"), kCFNumberFloat32Type, 1.25f);
     EXPECT_EQ(kiv::test::utf8(static_cast<CFStringRef>(at("s"))), "text");
     EXPECT_EQ(kiv::test::utf8(static_cast<CFStringRef>(at("empty"))), "");
     EXPECT_EQ(at("o"), kCFBooleanTrue);
 
-    EXPECT_EQ(kivCS2Dictionary_setFloat(&record, "i", 2.0f, kText), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Dictionary_setFloat(&record, "i", 2.0f, kText));
     expectNumber(at("i"), kCFNumberFloat32Type, 2.0f);
     EXPECT_EQ(CFDictionaryGetCount(record.m_dictionary), 5);
 }
@@ -70,7 +70,7 @@ TEST_F(DictionaryTest, AFlagIsANumberOfItsLow8Bits)
     const std::pair<uint32_t, int8_t> kRows[] = {{0, 0}, {1, 1}, {256, 0}, {0x1ff, -1}};
     for (const auto &[flag, stored] : kRows)
     {
-        EXPECT_EQ(kivCS2Dictionary_setBool(&record, "b", flag, kText), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Dictionary_setBool(&record, "b", flag, kText));
         expectNumber(at("b"), kCFNumberSInt8Type, stored);
     }
 }
@@ -79,8 +79,7 @@ TEST_F(DictionaryTest, AnyKindButZeroIsAStringObject)
 {
     const StringRef key = fromBytes("caf\xc3\xa9");
     for (const KIVCS2DictionaryKey kind : {KIVCS2DictionaryKey{KIVCS2DictionaryKey_CFString}, ~0u})
-        EXPECT_EQ(kivCS2Dictionary_setInteger(&record, key.get(), static_cast<int32_t>(kind), kind),
-                  KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Dictionary_setInteger(&record, key.get(), static_cast<int32_t>(kind), kind));
     expectNumber(at("caf\xc3\xa9"), kCFNumberSInt32Type, int32_t{-1});
     EXPECT_EQ(CFGetRetainCount(key.get()), 2);
 }
@@ -95,19 +94,19 @@ TEST_F(DictionaryTest, TextsThatAreNotASCIIChangeNothing)
 TEST_F(DictionaryTest, SharesADictionaryWithItsOwner)
 {
     KIVCS2Dictionary second{};
-    ASSERT_EQ(kivCS2Dictionary_initWithCFDictionary(record.m_dictionary, &second), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Dictionary_initWithCFDictionary(record.m_dictionary, &second));
     EXPECT_EQ(CFGetRetainCount(record.m_dictionary), 2);
-    EXPECT_EQ(kivCS2Dictionary_setInteger(&second, "shared", 3, kText), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Dictionary_free(&second), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Dictionary_setInteger(&second, "shared", 3, kText));
+    EXPECT_OK(kivCS2Dictionary_free(&second));
     EXPECT_EQ(second.m_dictionary, nullptr);
-    EXPECT_EQ(kivCS2Dictionary_free(&second), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Dictionary_free(&second));
     expectNumber(at("shared"), kCFNumberSInt32Type, int32_t{3});
 
     const kiv::CFRef<CFDictionaryRef> fixed{
         CFDictionaryCreate(nullptr, nullptr, nullptr, 0, nullptr, nullptr)};
-    ASSERT_EQ(kivCS2Dictionary_initWithCFDictionary(fixed.get(), &second), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Dictionary_initWithCFDictionary(fixed.get(), &second));
     EXPECT_EQ(kivCS2Dictionary_setInteger(&second, "new", 3, kText), KIVCS2STATUS_MEMORY_ERR);
-    EXPECT_EQ(kivCS2Dictionary_free(&second), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Dictionary_free(&second));
 }
 
 TEST_F(DictionaryTest, ArgumentChecks)

@@ -24,7 +24,7 @@ struct OpenFile : KIVCS2FileStream
 {
     OpenFile(const std::string &path, const char *mode)
     {
-        EXPECT_EQ(kivCS2FileStream_init(this, path.c_str(), mode), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2FileStream_init(this, path.c_str(), mode));
     }
     OpenFile(const OpenFile &) = delete;
     OpenFile &operator=(const OpenFile &) = delete;
@@ -68,8 +68,8 @@ TEST(FileStream, WhatCannotBeOpenedLeavesARecordThatCanBeClosed)
     KIVCS2FileStream file;
     EXPECT_EQ(kivCS2FileStream_init(&file, folder.path("missing").c_str(), "r"), KIVCS2STATUS_OPEN_ERR);
     EXPECT_EQ(kivCS2FileStream_init(&file, folder.path("a").c_str(), "?"), KIVCS2STATUS_OPEN_ERR);
-    EXPECT_EQ(kivCS2FileStream_close(&file.m_stream), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2FileStream_close(&file.m_stream), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2FileStream_close(&file.m_stream));
+    EXPECT_OK(kivCS2FileStream_close(&file.m_stream));
     EXPECT_EQ(file.m_stream.m_close, nullptr);
 }
 
@@ -79,12 +79,12 @@ TEST(FileStream, ReportsTheWholeRequestOrNothing)
     OpenFile file{folder.write("a", "0123456789"), "r"};
     char bytes[16] = {};
     uint64_t count = 99;
-    EXPECT_EQ(kivCS2Stream_readBytes(file.get(), bytes, 6, &count), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Stream_readBytes(file.get(), bytes, 6, &count));
     EXPECT_EQ(count, 6u);
-    EXPECT_EQ(kivCS2Stream_readBytes(file.get(), bytes, 10, &count), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Stream_readBytes(file.get(), bytes, 10, &count));
     EXPECT_EQ(count, 0u);
     // A write to a file opened for reading only succeeds with a count of 0.
-    EXPECT_EQ(kivCS2Stream_writeBytes(file.get(), "ab", 2, &count), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Stream_writeBytes(file.get(), "ab", 2, &count));
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(kivCS2Stream_free(file.get()), KIVCS2STATUS_PARAM_ERR);
 }
@@ -108,11 +108,11 @@ TEST(FileStream, PositionsFollowTheStandardOrigins)
         EXPECT_EQ(kivCS2Stream_setPosition(file.get(), offset, mode, &position), status);
         EXPECT_EQ(position, status == KIVCS2STATUS_OK ? expected : -1);
         uint64_t size = 0;
-        EXPECT_EQ(kivCS2Stream_getSize(file.get(), &size), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Stream_getSize(file.get(), &size));
         EXPECT_EQ(size, 10u);
         EXPECT_EQ(ftell(file.m_file), expected); // as it was before the measurement
         uint32_t eos = 9;
-        EXPECT_EQ(kivCS2Stream_isEndOfStream(file.get(), &eos), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Stream_isEndOfStream(file.get(), &eos));
         EXPECT_EQ(eos, atEnd) << expected;
     }
     EXPECT_EQ(kivCS2FileStream_setPosition(file.get(), 0, 3, nullptr), KIVCS2STATUS_PARAM_ERR);
@@ -128,15 +128,15 @@ TEST(FileStream, HandsOutTheWholeFileFromAnyPosition)
     kivCS2Stream_setPosition(file.get(), 500, KIVCS2StreamPosition_Start, nullptr);
     uint8_t *block = nullptr;
     uint64_t size = 0;
-    ASSERT_EQ(kivCS2Stream_getBytes(file.get(), &block, &size), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Stream_getBytes(file.get(), &block, &size));
     ASSERT_EQ(size, content.size());
     EXPECT_TRUE(std::string(reinterpret_cast<char *>(block), size) == content);
     EXPECT_EQ(ftell(file.m_file), 100'000);
-    EXPECT_EQ(kivCS2Stream_freeBytes(file.get(), block), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2FileStream_freeBytes(file.get(), nullptr), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Stream_freeBytes(file.get(), block));
+    EXPECT_OK(kivCS2FileStream_freeBytes(file.get(), nullptr));
 
     OpenFile empty{folder.write("empty", ""), "r"};
-    EXPECT_EQ(kivCS2Stream_getBytes(empty.get(), &block, &size), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Stream_getBytes(empty.get(), &block, &size));
     EXPECT_TRUE(block != nullptr && size == 0);
     kivCS2Stream_freeBytes(empty.get(), block);
 }
@@ -148,7 +148,7 @@ TEST(FileStream, AShortReadIsASuccessWithoutABlock)
     kivCS2Stream_writeBytes(file.get(), "0123", 4, nullptr);
     uint8_t *block = reinterpret_cast<uint8_t *>(&file);
     uint64_t size = 0;
-    EXPECT_EQ(kivCS2Stream_getBytes(file.get(), &block, &size), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Stream_getBytes(file.get(), &block, &size));
     EXPECT_TRUE(block == nullptr && size == 4);
 }
 
@@ -160,13 +160,13 @@ TEST(FileStream, ADirectoryAndAVastFileAreRefusedNotRead)
     uint8_t *block = nullptr;
     char byte = 0;
     uint64_t count = 9;
-    EXPECT_EQ(kivCS2Stream_getSize(directory.get(), &size), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Stream_getSize(directory.get(), &size));
     if (size == LONG_MAX) // as on the kernel's common file systems
     {
         EXPECT_EQ(kivCS2Stream_getBytes(directory.get(), &block, &size), KIVCS2STATUS_MEMORY_ERR);
     }
     EXPECT_EQ(block, nullptr);
-    EXPECT_EQ(kivCS2Stream_readBytes(directory.get(), &byte, 1, &count), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Stream_readBytes(directory.get(), &byte, 1, &count));
     EXPECT_EQ(count, 0u);
 
     OpenFile sparse{folder.path("sparse"), "w+"};
@@ -196,7 +196,7 @@ TEST(FileStream, BytesLostAtTheCloseAreReported)
     if (access("/dev/full", W_OK) != 0)
         GTEST_SKIP() << "no /dev/full here";
     KIVCS2FileStream file;
-    ASSERT_EQ(kivCS2FileStream_init(&file, "/dev/full", "w"), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2FileStream_init(&file, "/dev/full", "w"));
     uint64_t count = 0;
     kivCS2Stream_writeBytes(&file.m_stream, "abc", 3, &count);
     EXPECT_EQ(count, 3u); // still in the buffer
@@ -219,16 +219,15 @@ TEST(FileStream, EveryModeIsClosedOnExecAndAboveTheStandardStreams)
                 const kiv::test::NoStandardStreams none{closed};
                 status = kivCS2FileStream_init(&file, path.c_str(), mode);
             }
-            ASSERT_EQ(status, KIVCS2STATUS_OK);
+            ASSERT_OK(status);
             EXPECT_GT(fileno(file.m_file), STDERR_FILENO);
             EXPECT_EQ(fcntl(fileno(file.m_file), F_GETFD), FD_CLOEXEC);
             char byte = '9';
             uint64_t count = 0;
-            EXPECT_EQ(mode[0] == 'r' ? kivCS2FileStream_readBytes(&file.m_stream, &byte, 1, &count)
-                                     : kivCS2FileStream_writeBytes(&file.m_stream, &byte, 1, &count),
-                      KIVCS2STATUS_OK);
+            EXPECT_OK(mode[0] == 'r' ? kivCS2FileStream_readBytes(&file.m_stream, &byte, 1, &count)
+                                     : kivCS2FileStream_writeBytes(&file.m_stream, &byte, 1, &count));
             EXPECT_EQ(count, 1u);
-            EXPECT_EQ(kivCS2FileStream_free(&file.m_stream), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2FileStream_free(&file.m_stream));
             EXPECT_EQ(std::filesystem::file_size(path), mode[0] == 'w' ? 1u : mode[0] == 'a' ? 5u : 4u);
         }
     // Modes that the C library refuses are refused.

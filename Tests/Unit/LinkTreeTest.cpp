@@ -41,29 +41,28 @@ struct Sample
 
     Sample()
     {
-        EXPECT_EQ(_kivCS2LinkTree_init(&tree), KIVCS2STATUS_OK);
+        EXPECT_OK(_kivCS2LinkTree_init(&tree));
         constexpr uint32_t kParents[] = {0, 0, 1, 1, 1, 2, 2, 6, 4};
         for (uint32_t ID = 0; ID < nodes.size(); ++ID)
         {
-            EXPECT_EQ(_kivCS2LinkTree_initNode(&nodes[ID], nullptr), KIVCS2STATUS_OK);
-            EXPECT_EQ(_kivCS2LinkTree_setNodeID(&nodes[ID], ID), KIVCS2STATUS_OK);
+            EXPECT_OK(_kivCS2LinkTree_initNode(&nodes[ID], nullptr));
+            EXPECT_OK(_kivCS2LinkTree_setNodeID(&nodes[ID], ID));
             if (ID > 0)
                 attach(kParents[ID] == 0 ? nullptr : &nodes[kParents[ID]], &nodes[ID]);
         }
     }
     void attach(Node *parent, Node *node)
     {
-        EXPECT_EQ(kivCS2LinkTree_attachNode(&tree, parent, node), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2LinkTree_attachNode(&tree, parent, node));
     }
     void flag(uint32_t ID, uint32_t mask)
     {
-        EXPECT_EQ(_kivCS2LinkTree_setNodeFlag(&nodes[ID], mask), KIVCS2STATUS_OK);
+        EXPECT_OK(_kivCS2LinkTree_setNodeFlag(&nodes[ID], mask));
     }
     IDs walk(Node *start = nullptr)
     {
         Visits visits;
-        EXPECT_EQ(_kivCS2LinkTree_traverseNodes(&tree, start, nullptr, Visits::visit, &visits, 1),
-                  KIVCS2STATUS_OK);
+        EXPECT_OK(_kivCS2LinkTree_traverseNodes(&tree, start, nullptr, Visits::visit, &visits, 1));
         return visits.ids;
     }
 };
@@ -77,10 +76,9 @@ TEST(LinkTree, CountsAreAddedAndSkippedSubtreesAreIncluded)
     EXPECT_EQ(sample.walk(), (IDs{1, 3, 4, 8}));
     uint32_t count = 100;
     for (KIVCS2LinkTree *tree : {&sample.tree, &empty})
-        EXPECT_EQ(_kivCS2LinkTree_countNodes(tree, nullptr, &count), KIVCS2STATUS_OK);
+        EXPECT_OK(_kivCS2LinkTree_countNodes(tree, nullptr, &count));
     EXPECT_EQ(count, 108u);
-    EXPECT_EQ(_kivCS2LinkTree_traverseNodes(&empty, nullptr, nullptr, Visits::visit, &visits, 0),
-              KIVCS2STATUS_OK);
+    EXPECT_OK(_kivCS2LinkTree_traverseNodes(&empty, nullptr, nullptr, Visits::visit, &visits, 0));
     EXPECT_TRUE(visits.ids.empty());
 }
 
@@ -118,22 +116,19 @@ TEST(LinkTree, NodesVisitThemselvesWithoutACallback)
     Visits visits;
     for (const uint32_t ID : {2u, 7u, 8u})
         sample.nodes[ID].m_callback = Visits::visit;
-    EXPECT_EQ(_kivCS2LinkTree_traverseNodes(&sample.tree, nullptr, nullptr, nullptr, &visits, 0),
-              KIVCS2STATUS_OK);
+    EXPECT_OK(_kivCS2LinkTree_traverseNodes(&sample.tree, nullptr, nullptr, nullptr, &visits, 0));
     EXPECT_EQ(visits.ids, (IDs{2, 7, 8}));
 }
 
 TEST(LinkTree, AnInsertedNodeHasTheParentThatIsGiven)
 {
     Sample sample;
-    EXPECT_EQ(kivCS2LinkTree_insertNode(&sample.tree, &sample.nodes[3], nullptr, &sample.nodes[0]),
-              KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2LinkTree_insertNode(&sample.tree, &sample.nodes[4], &sample.nodes[5], &sample.nodes[7]),
-              KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2LinkTree_insertNode(&sample.tree, &sample.nodes[3], nullptr, &sample.nodes[0]));
+    EXPECT_OK(kivCS2LinkTree_insertNode(&sample.tree, &sample.nodes[4], &sample.nodes[5], &sample.nodes[7]));
     EXPECT_EQ(sample.walk(), (IDs{1, 2, 7, 5, 6, 3, 0, 4, 8}));
     EXPECT_EQ(sample.nodes[7].m_parent, &sample.nodes[4]);
     // It keeps its parent when the node that held it is initialised again, as any free flag but 1 does.
-    EXPECT_EQ(kivCS2LinkTree_freeNode(&sample.nodes[2], 2), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2LinkTree_freeNode(&sample.nodes[2], 2));
     EXPECT_EQ(sample.nodes[7].m_parent, &sample.nodes[4]);
 }
 
@@ -155,7 +150,7 @@ TEST(LinkTree, LockedNodesStay)
     Sample sample;
     sample.flag(1, KIVCS2LinkTreeNodeFlag_Locked);
     EXPECT_EQ(_kivCS2LinkTree_anyParentNodeLocked(&sample.nodes[7]), KIVCS2STATUS_NODE_LOCKED_ERR);
-    EXPECT_EQ(_kivCS2LinkTree_anyParentNodeLocked(&sample.nodes[1]), KIVCS2STATUS_OK); // its own lock
+    EXPECT_OK(_kivCS2LinkTree_anyParentNodeLocked(&sample.nodes[1])); // its own lock
     Node *added = nullptr;
     EXPECT_EQ(kivCS2LinkTree_attachNewNode(&sample.tree, nullptr, 0, nullptr, &added),
               KIVCS2STATUS_NODE_LOCKED_ERR);
@@ -165,18 +160,18 @@ TEST(LinkTree, LockedNodesStay)
 TEST(LinkTree, KnowsItsNodesAndTheirMarks)
 {
     Sample sample;
-    EXPECT_EQ(_kivCS2LinkTree_isTreeNode(&sample.tree, &sample.nodes[7]), KIVCS2STATUS_OK);
-    EXPECT_EQ(_kivCS2LinkTree_isTreeNode(&sample.tree, &sample.nodes[1]), KIVCS2STATUS_OK);
+    EXPECT_OK(_kivCS2LinkTree_isTreeNode(&sample.tree, &sample.nodes[7]));
+    EXPECT_OK(_kivCS2LinkTree_isTreeNode(&sample.tree, &sample.nodes[1]));
     EXPECT_EQ(_kivCS2LinkTree_isTreeNode(&sample.tree, &sample.nodes[0]), KIVCS2STATUS_NOT_FOUND_ERR);
     sample.flag(3, 0x10);
     sample.flag(3, 0x40); // keeps the first
     bool isSet = false;
-    EXPECT_EQ(_kivCS2LinkTree_getNodeFlag(&sample.nodes[3], 0x11, &isSet), KIVCS2STATUS_OK);
+    EXPECT_OK(_kivCS2LinkTree_getNodeFlag(&sample.nodes[3], 0x11, &isSet));
     EXPECT_TRUE(isSet);
-    EXPECT_EQ(_kivCS2LinkTree_getNodeFlag(&sample.nodes[3], 0x2f, &isSet), KIVCS2STATUS_OK);
+    EXPECT_OK(_kivCS2LinkTree_getNodeFlag(&sample.nodes[3], 0x2f, &isSet));
     EXPECT_FALSE(isSet);
     uint32_t ID = 0;
-    EXPECT_EQ(_kivCS2LinkTree_getNodeID(&sample.nodes[3], &ID), KIVCS2STATUS_OK);
+    EXPECT_OK(_kivCS2LinkTree_getNodeID(&sample.nodes[3], &ID));
     EXPECT_EQ(ID, 3u);
 }
 
@@ -186,11 +181,10 @@ TEST(LinkTree, DeepTreesNeedLittleStack)
     KIVCS2LinkTree tree{};
     Node *node = nullptr;
     for (uint32_t level = 0; level < kDepth; ++level)
-        ASSERT_EQ(kivCS2LinkTree_attachNewNode(&tree, node, sizeof(Node) + 4, nullptr, &node),
-                  KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2LinkTree_attachNewNode(&tree, node, sizeof(Node) + 4, nullptr, &node));
     EXPECT_EQ(*reinterpret_cast<uint32_t *>(node + 1), 0u);
     uint32_t count = 0;
-    EXPECT_EQ(_kivCS2LinkTree_countNodes(&tree, nullptr, &count), KIVCS2STATUS_OK);
+    EXPECT_OK(_kivCS2LinkTree_countNodes(&tree, nullptr, &count));
     EXPECT_EQ(count, kDepth);
     node->m_ID = 1;
     Visits visits{{}, 1, KIVCS2STATUS_NOT_FOUND_ERR};
@@ -199,7 +193,7 @@ TEST(LinkTree, DeepTreesNeedLittleStack)
               KIVCS2STATUS_NOT_FOUND_ERR);
     EXPECT_EQ(found->m_parent, tree.m_root);
     EXPECT_EQ(visits.ids.size(), kDepth);
-    EXPECT_EQ(_kivCS2LinkTree_free(&tree), KIVCS2STATUS_OK);
+    EXPECT_OK(_kivCS2LinkTree_free(&tree));
 }
 
 TEST(LinkTree, MissingArgumentsAreRefused)

@@ -29,16 +29,15 @@ struct Sample
     explicit Sample(uint32_t count, uint32_t allowExternal = 0, KIVCS2MemoryPoolAllocFunc allocFunc = nullptr,
                     KIVCS2MemoryPoolFreeFunc freeFunc = nullptr)
     {
-        EXPECT_EQ(kivCS2MemoryPool_init(&pool, count, kSize, allowExternal, allocFunc, freeFunc),
-                  KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2MemoryPool_init(&pool, count, kSize, allowExternal, allocFunc, freeFunc));
         EXPECT_EQ(pool.m_storageEnd - pool.m_storage, kSize * count);
     }
     ~Sample()
     {
         EXPECT_TRUE(kivCS2LinkList_checkValid(&pool.m_objects));
-        EXPECT_EQ(kivCS2MemoryPool_free(&pool), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2MemoryPool_free(&pool));
         EXPECT_EQ(pool.m_storage, nullptr);
-        EXPECT_EQ(kivCS2MemoryPool_free(&pool), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2MemoryPool_free(&pool));
     }
     Sample(const Sample &) = delete;
     Sample &operator=(const Sample &) = delete;
@@ -52,7 +51,7 @@ struct Sample
     void giveBack(void *object)
     {
         std::memset(object, 0xee, kSize);
-        EXPECT_EQ(kivCS2MemoryPool_freeObject(&pool, object), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2MemoryPool_freeObject(&pool, object));
     }
 };
 
@@ -92,7 +91,7 @@ TEST(MemoryPool, ManyThreadsTakeAndReturn)
             void *objects[3];
             for (void *&object : objects)
             {
-                ASSERT_EQ(kivCS2MemoryPool_allocObject(&sample.pool, &object), KIVCS2STATUS_OK);
+                ASSERT_OK(kivCS2MemoryPool_allocObject(&sample.pool, &object));
                 const bool isOfBlock = object >= sample.pool.m_storage && object < sample.pool.m_storageEnd;
                 ASSERT_TRUE(!isOfBlock || isZero(object));
                 std::memset(object, mark, kSize);
@@ -100,7 +99,7 @@ TEST(MemoryPool, ManyThreadsTakeAndReturn)
             for (void *object : objects)
             {
                 ASSERT_EQ(static_cast<uint8_t *>(object)[kSize - 1], mark);
-                ASSERT_EQ(kivCS2MemoryPool_freeObject(&sample.pool, object), KIVCS2STATUS_OK);
+                ASSERT_OK(kivCS2MemoryPool_freeObject(&sample.pool, object));
             }
         }
     };
@@ -120,7 +119,7 @@ TEST(MemoryPool, ABlockBeyondTheMachineIsRefused)
     EXPECT_EQ(kivCS2MemoryPool_init(&pool, 0x80000000u, 0x80000000u, 0, nullptr, nullptr),
               KIVCS2STATUS_MEMORY_ERR);
     EXPECT_EQ(pool.m_poolSize, 0u);
-    EXPECT_EQ(kivCS2MemoryPool_free(&pool), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2MemoryPool_free(&pool));
 }
 
 TEST(MemoryPool, MistakesAreRefused)
@@ -151,15 +150,15 @@ TEST(MemoryPool, OnlyAssertionsReportObjectsThatAreOutAtTheFree)
         sample.giveBack(inside);
     KIVCS2MemoryPool other{};
     void *objects[2]{};
-    ASSERT_EQ(kivCS2MemoryPool_init(&other, 1, kSize, 1, nullptr, nullptr), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2MemoryPool_init(&other, 1, kSize, 1, nullptr, nullptr));
     for (void *&object : objects)
-        ASSERT_EQ(kivCS2MemoryPool_allocObject(&other, &object), KIVCS2STATUS_OK);
-    ASSERT_EQ(kivCS2MemoryPool_freeObject(&other, objects[0]), KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2MemoryPool_allocObject(&other, &object));
+    ASSERT_OK(kivCS2MemoryPool_freeObject(&other, objects[0]));
     kiv::test::expectRefused(
         KIV_REFUSES(KIVCS2STATUS_OK, kivCS2MemoryPool_free, "pool->m_externalObjects == 0", &other));
     if (!kiv::test::hasAssertions())
         return std::free(objects[1]); // outlives its pool
-    EXPECT_EQ(kivCS2MemoryPool_freeObject(&other, objects[1]), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2MemoryPool_free(&other), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2MemoryPool_freeObject(&other, objects[1]));
+    EXPECT_OK(kivCS2MemoryPool_free(&other));
 }
 } // namespace

@@ -123,19 +123,18 @@ TEST(NamedPipeStream, PassesBytesBetweenTwoEnds)
     const TemporaryFolder folder;
     const std::string path = folder.path("fifo");
     KIVCS2NamedPipeStream writer;
-    std::thread opening{
-        [&] // waits for the reader
-        {
-            EXPECT_EQ(kivCS2NamedPipeStream_init(&writer, path.c_str(), kWrite | kCreate), KIVCS2STATUS_OK);
-            EXPECT_EQ(kivCS2Stream_writeBytes(&writer.m_stream, "hello", 5, nullptr), KIVCS2STATUS_OK);
-            EXPECT_EQ(kivCS2NamedPipeStream_free(&writer.m_stream), KIVCS2STATUS_OK);
-        }};
+    std::thread opening{[&] // waits for the reader
+                        {
+                            EXPECT_OK(kivCS2NamedPipeStream_init(&writer, path.c_str(), kWrite | kCreate));
+                            EXPECT_OK(kivCS2Stream_writeBytes(&writer.m_stream, "hello", 5, nullptr));
+                            EXPECT_OK(kivCS2NamedPipeStream_free(&writer.m_stream));
+                        }};
     KIVCS2NamedPipeStream reader;
-    ASSERT_EQ(kivCS2NamedPipeStream_init(&reader, path.c_str(), kRead | kCreate | kUnlink), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2NamedPipeStream_init(&reader, path.c_str(), kRead | kCreate | kUnlink));
     std::string text;
     char bytes[3];
     for (uint64_t count = 1; count > 0; text.append(bytes, count))
-        ASSERT_EQ(kivCS2Stream_readBytes(&reader.m_stream, bytes, sizeof bytes, &count), KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2Stream_readBytes(&reader.m_stream, bytes, sizeof bytes, &count));
     EXPECT_EQ(text, "hello");
     opening.join();
     EXPECT_EQ(kivCS2Stream_free(&reader.m_stream), KIVCS2STATUS_PARAM_ERR);
@@ -151,30 +150,30 @@ TEST(NamedPipeStream, TransfersThatWouldWaitOrHaveNoReaderFail)
     const std::string path = folder.path("fifo");
     KIVCS2NamedPipeStream reader;
     KIVCS2NamedPipeStream writer;
-    ASSERT_EQ(kivCS2NamedPipeStream_init(&reader, path.c_str(), kRead | kNow | kCreate), KIVCS2STATUS_OK);
-    ASSERT_EQ(kivCS2NamedPipeStream_init(&writer, path.c_str(), kWrite | kNow), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2NamedPipeStream_init(&reader, path.c_str(), kRead | kNow | kCreate));
+    ASSERT_OK(kivCS2NamedPipeStream_init(&writer, path.c_str(), kWrite | kNow));
     char byte = 0;
     uint64_t count = 99;
     EXPECT_EQ(kivCS2Stream_readBytes(&reader.m_stream, &byte, 1, &count), KIVCS2STATUS_READ_ERR);
     EXPECT_EQ(count, 0u);
 
     const std::string large(1 << 20, 'x');
-    EXPECT_EQ(kivCS2Stream_writeBytes(&writer.m_stream, large.data(), large.size(), &count), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Stream_writeBytes(&writer.m_stream, large.data(), large.size(), &count));
     EXPECT_LT(count, large.size());
     count = 99;
     EXPECT_EQ(kivCS2Stream_writeBytes(&writer.m_stream, "a", 1, &count), KIVCS2STATUS_WRITE_ERR);
     EXPECT_EQ(count, 99u);
-    EXPECT_EQ(kivCS2NamedPipeStream_free(&reader.m_stream), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2NamedPipeStream_free(&reader.m_stream));
     EXPECT_EQ(kivCS2Stream_writeBytes(&writer.m_stream, "a", 1, &count), KIVCS2STATUS_WRITE_ERR);
     EXPECT_EQ(raised, 0);
-    EXPECT_EQ(kivCS2NamedPipeStream_free(&writer.m_stream), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2NamedPipeStream_free(&writer.m_stream));
     std::signal(SIGPIPE, before);
 }
 
 TEST(NamedPipeStream, OperationsThatAFifoLacksAreUnsupported)
 {
     KIVCS2NamedPipeStream pipe;
-    ASSERT_EQ(kivCS2NamedPipeStream_setup(&pipe), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2NamedPipeStream_setup(&pipe));
     uint64_t size = 0;
     uint8_t byte = 0;
     uint8_t *block = &byte;
@@ -190,9 +189,8 @@ TEST(NamedPipeStream, ASecondCloseDoesNotTouchDescriptorZero)
 {
     const TemporaryFolder folder;
     KIVCS2NamedPipeStream pipe;
-    ASSERT_EQ(kivCS2NamedPipeStream_init(&pipe, folder.path("fifo").c_str(), kRead | kNow | kCreate),
-              KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2NamedPipeStream_close(&pipe.m_stream), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2NamedPipeStream_init(&pipe, folder.path("fifo").c_str(), kRead | kNow | kCreate));
+    EXPECT_OK(kivCS2NamedPipeStream_close(&pipe.m_stream));
     EXPECT_EQ(pipe.m_fileDescriptor, 0); // the cleared record
     const bool hadInput = fcntl(0, F_GETFD) >= 0;
     EXPECT_EQ(kivCS2NamedPipeStream_close(&pipe.m_stream), KIVCS2STATUS_PARAM_ERR);
@@ -223,8 +221,8 @@ TEST(NamedPipeStream, APathThatIsNotAFifoIsRefusedAndLeft)
     EXPECT_EQ(std::filesystem::file_size(file), 7u);
     // A link to a FIFO works like the FIFO.
     KIVCS2NamedPipeStream pipe;
-    EXPECT_EQ(kivCS2NamedPipeStream_init(&pipe, linkToFifo.c_str(), kRead | kNow), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2NamedPipeStream_free(&pipe.m_stream), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2NamedPipeStream_init(&pipe, linkToFifo.c_str(), kRead | kNow));
+    EXPECT_OK(kivCS2NamedPipeStream_free(&pipe.m_stream));
 }
 
 // A file that replaces the FIFO between the check of the path and the opening is found by its descriptor.
@@ -264,7 +262,7 @@ TEST(NamedPipeStream, StandardStreamsAreLeftFreeAndDescriptorZeroWorks)
         ASSERT_GT(pipe->m_fileDescriptor, STDERR_FILENO);
         EXPECT_NE(fcntl(pipe->m_fileDescriptor, F_GETFD) & FD_CLOEXEC, 0);
     }
-    EXPECT_EQ(kivCS2Stream_writeBytes(&writer.m_stream, "a", 1, nullptr), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Stream_writeBytes(&writer.m_stream, "a", 1, nullptr));
     {
         const kiv::test::NoStandardStreams none;
         const int opened = reader.m_fileDescriptor;
@@ -272,10 +270,10 @@ TEST(NamedPipeStream, StandardStreamsAreLeftFreeAndDescriptorZeroWorks)
         close(opened);
         reader.m_fileDescriptor = STDIN_FILENO;
         char byte = 0;
-        EXPECT_EQ(kivCS2Stream_readBytes(&reader.m_stream, &byte, 1, nullptr), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Stream_readBytes(&reader.m_stream, &byte, 1, nullptr));
         EXPECT_EQ(byte, 'a');
-        EXPECT_EQ(kivCS2NamedPipeStream_close(&reader.m_stream), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2NamedPipeStream_close(&reader.m_stream));
     } // and is closed
-    EXPECT_EQ(kivCS2NamedPipeStream_free(&writer.m_stream), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2NamedPipeStream_free(&writer.m_stream));
 }
 } // namespace

@@ -39,13 +39,13 @@ TEST(Thread, JoinsOnceAndIsFreed)
 {
     std::atomic<int> runs{0};
     KIVCS2Thread thread;
-    ASSERT_EQ(kivCS2Thread_init(&thread, &runs, addOne), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Thread_init(&thread, &runs, addOne));
     EXPECT_EQ(thread.m_flags, 0u);
-    EXPECT_EQ(kivCS2Thread_join(&thread), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Thread_join(&thread));
     EXPECT_EQ(runs, 1);
     EXPECT_EQ(thread.m_flags, uint32_t{KIVCS2ThreadFlags_Joined});
-    EXPECT_EQ(kivCS2Thread_join(&thread), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Thread_free(&thread), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Thread_join(&thread));
+    EXPECT_OK(kivCS2Thread_free(&thread));
     EXPECT_EQ(thread.m_thread, pthread_t{0});
     EXPECT_EQ(thread.m_flags, 0u);
 }
@@ -63,22 +63,21 @@ TEST(Thread, DetachTwiceAndFreeNeverWait)
     for (const bool detach : {true, false})
     {
         Visit visit;
-        ASSERT_EQ(kivCS2Thread_init(&visit.thread, &visit,
+        ASSERT_OK(kivCS2Thread_init(&visit.thread, &visit,
                                     [](void *argument) -> void *
                                     {
                                         auto &self = *static_cast<Visit *>(argument);
                                         self.leave.acquire();
                                         self.left.release();
                                         return nullptr;
-                                    }),
-                  KIVCS2STATUS_OK);
+                                    }));
         if (detach)
         {
-            EXPECT_EQ(kivCS2Thread_detach(&visit.thread), KIVCS2STATUS_OK);
-            EXPECT_EQ(kivCS2Thread_detach(&visit.thread), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2Thread_detach(&visit.thread));
+            EXPECT_OK(kivCS2Thread_detach(&visit.thread));
             EXPECT_EQ(visit.thread.m_flags, uint32_t{KIVCS2ThreadFlags_Detached});
         }
-        EXPECT_EQ(kivCS2Thread_free(&visit.thread), KIVCS2STATUS_OK); // while the thread is held
+        EXPECT_OK(kivCS2Thread_free(&visit.thread)); // while the thread is held
         EXPECT_EQ(visit.thread.m_thread, pthread_t{0});
         visit.leave.release();
         visit.left.acquire();
@@ -88,17 +87,16 @@ TEST(Thread, DetachTwiceAndFreeNeverWait)
 TEST(Thread, CannotJoinItself)
 {
     Visit visit;
-    ASSERT_EQ(kivCS2Thread_init(&visit.thread, &visit,
+    ASSERT_OK(kivCS2Thread_init(&visit.thread, &visit,
                                 [](void *argument) -> void *
                                 {
                                     auto &self = *static_cast<Visit *>(argument);
                                     self.joined = kivCS2Thread_join(&self.thread);
                                     return nullptr;
-                                }),
-              KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Thread_join(&visit.thread), KIVCS2STATUS_OK);
+                                }));
+    EXPECT_OK(kivCS2Thread_join(&visit.thread));
     EXPECT_EQ(visit.joined, KIVCS2STATUS_PARAM_ERR);
-    EXPECT_EQ(kivCS2Thread_free(&visit.thread), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Thread_free(&visit.thread));
 }
 
 // The system reuses the handle of a thread that has ended, and the old record must not reach the new thread.
@@ -113,19 +111,19 @@ TEST(Thread, AnEndedThreadIsNotMistakenForTheOneThatHasItsHandleNow)
     std::atomic<int> runs{0};
     for (const bool detached : {true, false})
     {
-        ASSERT_EQ(kivCS2Thread_init(&ended, &runs, addOne), KIVCS2STATUS_OK);
-        EXPECT_EQ(detached ? kivCS2Thread_detach(&ended) : kivCS2Thread_join(&ended), KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2Thread_init(&ended, &runs, addOne));
+        EXPECT_OK(detached ? kivCS2Thread_detach(&ended) : kivCS2Thread_join(&ended));
 
         Visit visits[8];
         bool met = false;
         for (Visit &visit : visits) // the detached thread may still be ending
         {
-            ASSERT_EQ(kivCS2Thread_init(&visit.thread, &visit, wait), KIVCS2STATUS_OK);
+            ASSERT_OK(kivCS2Thread_init(&visit.thread, &visit, wait));
             met = met || visit.thread.m_thread == ended.m_thread;
         }
-        EXPECT_EQ(detached ? kivCS2Thread_join(&ended) : kivCS2Thread_detach(&ended), KIVCS2STATUS_OK);
+        EXPECT_OK(detached ? kivCS2Thread_join(&ended) : kivCS2Thread_detach(&ended));
         EXPECT_EQ(ended.m_flags, uint32_t{KIVCS2ThreadFlags_Joined | KIVCS2ThreadFlags_Detached});
-        EXPECT_EQ(kivCS2Thread_free(&ended), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Thread_free(&ended));
 
         for (Visit &visit : visits)
         {
@@ -152,7 +150,7 @@ TEST(Thread, NamesTheCallingThread)
                         name = buffer;
                     }}
             .join();
-        EXPECT_EQ(status, KIVCS2STATUS_OK);
+        EXPECT_OK(status);
         EXPECT_EQ(name, kept);
     }
 }
@@ -195,17 +193,16 @@ struct Stage
     {
         if (record && record->m_thread.m_thread != 0)
         {
-            EXPECT_EQ(kivCS2SemaphoreThread_free(record.get()), KIVCS2STATUS_OK);
+            EXPECT_OK(kivCS2SemaphoreThread_free(record.get()));
         }
     }
     void start()
     {
-        ASSERT_EQ(kivCS2SemaphoreThread_init(record.get(), this, callStart, callEnd, callSignal),
-                  KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2SemaphoreThread_init(record.get(), this, callStart, callEnd, callSignal));
     }
     void signal()
     {
-        EXPECT_EQ(kivCS2SemaphoreThread_signal(record.get()), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2SemaphoreThread_signal(record.get()));
     }
     void freeInCallback()
     {
@@ -271,7 +268,7 @@ TEST(SemaphoreThread, QueuedSignalsAreAllRun)
     stage.leave.release();
     for (int time = 0; time < 4; ++time)
         stage.ran.acquire();
-    EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2SemaphoreThread_cancel(stage.record.get()));
     EXPECT_EQ(stage.starts, 1);
     EXPECT_EQ(stage.runs, 4);
     EXPECT_EQ(stage.ends, 1);
@@ -281,7 +278,7 @@ TEST(SemaphoreThread, DrainDropsTheQueue)
 {
     HeldStage stage;
     stage.hold(3);
-    EXPECT_EQ(kivCS2SemaphoreThread_drain(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2SemaphoreThread_drain(stage.record.get()));
     stage.leave.release();
     stage.ran.acquire();
     stage.signal();
@@ -303,7 +300,7 @@ TEST(SemaphoreThread, DrainAndBlockWaitsForTheRunInProgress)
                           stage.leave.release();
                       }};
     blocking = true;
-    EXPECT_EQ(kivCS2SemaphoreThread_drainAndBlock(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2SemaphoreThread_drainAndBlock(stage.record.get()));
     EXPECT_TRUE(stage.ran.try_acquire()); // the run has returned
     EXPECT_EQ(stage.record->m_busy, 0u);
     other.join();
@@ -320,15 +317,15 @@ TEST(SemaphoreThread, CancelEndsOnceDropsTheQueueAndStaysBusy)
                               std::this_thread::yield();
                           stage.leave.release();
                       }};
-    EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2SemaphoreThread_cancel(stage.record.get()));
     other.join();
     EXPECT_EQ(stage.runs, 1);
     EXPECT_EQ(stage.ends, 1);
     EXPECT_EQ(stage.record->m_cancel, 1u);
     EXPECT_EQ(stage.record->m_busy, 1u);
     EXPECT_EQ(stage.record->m_thread.m_flags, uint32_t{KIVCS2ThreadFlags_Joined});
-    EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2SemaphoreThread_free(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2SemaphoreThread_cancel(stage.record.get()));
+    EXPECT_OK(kivCS2SemaphoreThread_free(stage.record.get()));
     EXPECT_EQ(stage.ends, 1);
     EXPECT_EQ(stage.record->m_thread.m_thread, pthread_t{0});
     EXPECT_EQ(stage.record->m_semaphore.m_semaphore, nullptr);
@@ -337,9 +334,9 @@ TEST(SemaphoreThread, CancelEndsOnceDropsTheQueueAndStaysBusy)
 TEST(SemaphoreThread, WorksWithoutCallbacks)
 {
     KIVCS2SemaphoreThread worker;
-    ASSERT_EQ(kivCS2SemaphoreThread_init(&worker, nullptr, nullptr, nullptr, nullptr), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2SemaphoreThread_signal(&worker), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2SemaphoreThread_free(&worker), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2SemaphoreThread_init(&worker, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_OK(kivCS2SemaphoreThread_signal(&worker));
+    EXPECT_OK(kivCS2SemaphoreThread_free(&worker));
 }
 
 TEST(SemaphoreThread, FreedByItsCallbacks)
@@ -369,7 +366,7 @@ TEST(SemaphoreThread, FreedByItsCallbacks)
         if (from == From::signalAfterCancel || from == From::endAfterCancel)
             stage.onSignal = [&, next = stage.onSignal]
             {
-                EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
+                EXPECT_OK(kivCS2SemaphoreThread_cancel(stage.record.get()));
                 if (next)
                     next();
             };
@@ -382,7 +379,7 @@ TEST(SemaphoreThread, FreedByItsCallbacks)
         if (from != From::start)
             stage.signal();
         stage.gone.acquire();
-        EXPECT_EQ(stage.inCallback, KIVCS2STATUS_OK);
+        EXPECT_OK(stage.inCallback);
         EXPECT_EQ(stage.runs, from == From::start ? 0 : 1);
         EXPECT_EQ(stage.ends, 1);
         EXPECT_EQ(endsWhenFreed, from == From::endInsideFree ? -1 : 1); // no callback comes after free
@@ -403,12 +400,12 @@ TEST(SemaphoreThread, CancelledByACallbackAndFreedByItsOwner)
     stage.start();
     stage.signal();
     cancelled.acquire();
-    EXPECT_EQ(stage.inCallback, KIVCS2STATUS_OK);
+    EXPECT_OK(stage.inCallback);
     EXPECT_EQ(stage.record->m_thread.m_flags, 0u);
     EXPECT_EQ(stage.record->m_cancel, 1u);
     EXPECT_EQ(stage.record->m_busy, 1u);
-    EXPECT_EQ(kivCS2SemaphoreThread_cancel(stage.record.get()), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2SemaphoreThread_free(stage.record.get()), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2SemaphoreThread_cancel(stage.record.get()));
+    EXPECT_OK(kivCS2SemaphoreThread_free(stage.record.get()));
     stage.record.reset();
     freed.release();
     stage.gone.acquire();

@@ -83,12 +83,12 @@ TEST(SystemInfo, FollowsTheMemoryOfTheProcess)
     Bytes before{}, mapped{}, used{};
     const auto look = [](Bytes &bytes)
     { return kivCS2SystemInfo_getRAMUsage(nullptr, nullptr, nullptr, nullptr, &bytes[4], &bytes[5]); };
-    ASSERT_EQ(look(before), KIVCS2STATUS_OK);
+    ASSERT_OK(look(before));
     void *memory = mmap(nullptr, kMore, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);
-    ASSERT_EQ(look(mapped), KIVCS2STATUS_OK);
+    ASSERT_OK(look(mapped));
     std::memset(memory, 1, kMore);
-    ASSERT_EQ(look(used), KIVCS2STATUS_OK);
+    ASSERT_OK(look(used));
     munmap(memory, kMore);
     EXPECT_GE(mapped[5], before[5] + kMore);
     EXPECT_GE(used[4] + kMore / 8, mapped[4] + kMore); // the kernel's count may be some pages behind
@@ -103,17 +103,16 @@ TEST(SystemInfo, AgreesWithTheCLibrary)
     ASSERT_EQ(sysinfo(&system), 0);
     const uint64_t total = uint64_t{system.totalram} * system.mem_unit;
     uint32_t value = 0;
-    EXPECT_EQ(kivCS2SystemInfo_getPhysicalRAMSize(&value), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2SystemInfo_getPhysicalRAMSize(&value));
     EXPECT_EQ(value, static_cast<uint32_t>(total)); // bytes, cut to 32 bits
 
     Bytes bytes{};
-    ASSERT_EQ(kivCS2SystemInfo_getRAMUsage(&bytes[0], &bytes[1], &bytes[2], &bytes[3], nullptr, nullptr),
-              KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2SystemInfo_getRAMUsage(&bytes[0], &bytes[1], &bytes[2], &bytes[3], nullptr, nullptr));
     EXPECT_LE(bytes[0] + bytes[1] + bytes[2], total);
 
-    EXPECT_EQ(kivCS2SystemInfo_getCPUCoreCount(&value), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2SystemInfo_getCPUCoreCount(&value));
     EXPECT_EQ(value, static_cast<uint32_t>(sysconf(_SC_NPROCESSORS_ONLN)));
-    EXPECT_EQ(kivCS2SystemInfo_getClockSpeed(&value), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2SystemInfo_getClockSpeed(&value));
     EXPECT_TRUE(value == 0 || value > 10000000u); // hertz, not megahertz
 }
 

@@ -49,7 +49,7 @@ struct Stage
     {
         if (timer != nullptr)
         {
-            EXPECT_EQ(free(), KIVCS2STATUS_OK);
+            EXPECT_OK(free());
         }
     }
     KIVCS2Status create(KIVCS2TimerFlags flags, double interval = kSoon, CFAbsoluteTime fireDate = kPast)
@@ -112,14 +112,14 @@ TEST(TimerThread, CallsAfterEachIntervalUntilTheResultEndsIt)
         Gate ended{0};
         stage.onCall = endAtCall(3, ended, -1);
         const auto start = Clock::now();
-        ASSERT_EQ(stage.create(flags, 0.02), KIVCS2STATUS_OK);
+        ASSERT_OK(stage.create(flags, 0.02));
         EXPECT_EQ(stage.timer->m_runLoopTimer, nullptr);
         ended.acquire();
         EXPECT_GE(Clock::now() - start, std::chrono::milliseconds{60});
         EXPECT_NE(stage.calledOn, std::this_thread::get_id());
         EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopCommonModes),
                   KIVCS2STATUS_PARAM_ERR);
-        EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+        EXPECT_OK(stage.free());
         EXPECT_EQ(stage.calls, 3);
     }
 }
@@ -136,7 +136,7 @@ TEST(TimerThread, TheFirstCallComesOneIntervalAfterTheFireDate)
         return KIVCS2TimerResult_End;
     };
     const CFAbsoluteTime fireDate = CFAbsoluteTimeGetCurrent() + 0.3; // more than a slice
-    ASSERT_EQ(stage.create(KIVCS2TimerFlags_Thread, 0.3, fireDate), KIVCS2STATUS_OK);
+    ASSERT_OK(stage.create(KIVCS2TimerFlags_Thread, 0.3, fireDate));
     called.acquire();
     EXPECT_GE(at, fireDate + 0.299);
 }
@@ -146,7 +146,7 @@ TEST(TimerThread, AResultOfTwoRepeatsAtOnce)
     Gate ended{0};
     Stage stage;
     stage.onCall = endAtCall(5000, ended, KIVCS2TimerResult_Again); // half an hour with waits
-    ASSERT_EQ(stage.create(KIVCS2TimerFlags_Thread, 0.4), KIVCS2STATUS_OK);
+    ASSERT_OK(stage.create(KIVCS2TimerFlags_Thread, 0.4));
     ended.acquire();
 }
 
@@ -158,7 +158,7 @@ TEST(TimerThread, IntervalsAndDatesThatAreNotPositiveDoNotWait)
             Gate ended{0};
             Stage stage;
             stage.onCall = endAtCall(3, ended);
-            ASSERT_EQ(stage.create(KIVCS2TimerFlags_Thread, interval, fireDate), KIVCS2STATUS_OK);
+            ASSERT_OK(stage.create(KIVCS2TimerFlags_Thread, interval, fireDate));
             ended.acquire();
         }
 }
@@ -169,20 +169,19 @@ TEST(TimerThread, FreeDoesNotWaitForAFarDateOrInterval)
                                                        {1, hours(1)}, {1, kInfinity},     {1, 1e300}};
     Stage stages[std::size(cases)];
     for (size_t index = 0; index < std::size(cases); ++index)
-        ASSERT_EQ(stages[index].create(KIVCS2TimerFlags_Thread, cases[index].first, cases[index].second),
-                  KIVCS2STATUS_OK);
+        ASSERT_OK(stages[index].create(KIVCS2TimerFlags_Thread, cases[index].first, cases[index].second));
     // When a thread made after them has slept, they sleep too.
     Stage marker;
     Gate called{0};
     marker.onCall = endAtCall(1, called);
-    ASSERT_EQ(marker.create(KIVCS2TimerFlags_Thread, 0.02), KIVCS2STATUS_OK);
+    ASSERT_OK(marker.create(KIVCS2TimerFlags_Thread, 0.02));
     called.acquire();
-    EXPECT_EQ(marker.free(), KIVCS2STATUS_OK);
+    EXPECT_OK(marker.free());
     for (Stage &stage : stages)
-        EXPECT_EQ(kivCS2Timer_cancel(stage.timer), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Timer_cancel(stage.timer));
     for (Stage &stage : stages)
     {
-        EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+        EXPECT_OK(stage.free());
         EXPECT_EQ(stage.calls, 0);
     }
 }
@@ -198,14 +197,14 @@ TEST(TimerThread, CancelDuringACallLetsItFinish)
         leave.acquire();
         return KIVCS2TimerResult_Again; // without effect
     };
-    ASSERT_EQ(stage.create(KIVCS2TimerFlags_Thread), KIVCS2STATUS_OK);
+    ASSERT_OK(stage.create(KIVCS2TimerFlags_Thread));
     EXPECT_EQ(stage.timer->m_running, 1);
     entered.acquire();
-    EXPECT_EQ(kivCS2Timer_cancel(stage.timer), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Timer_cancel(stage.timer), KIVCS2STATUS_OK);
+    EXPECT_OK(kivCS2Timer_cancel(stage.timer));
+    EXPECT_OK(kivCS2Timer_cancel(stage.timer));
     EXPECT_TRUE(!stage.timer->m_running && !stage.timer->m_callback && !stage.timer->m_context);
     leave.release();
-    EXPECT_EQ(stage.free(), KIVCS2STATUS_OK);
+    EXPECT_OK(stage.free());
     EXPECT_EQ(stage.calls, 1);
 }
 
@@ -215,18 +214,17 @@ TEST(TimerThread, CancelAtAnyMomentNeverLosesTheContextOfACall)
     for (int time = 0; time < 200; ++time)
     {
         KIVCS2Timer *timer = nullptr;
-        ASSERT_EQ(kivCS2Timer_create(
-                      &timer,
-                      [](void *context) -> int32_t
-                      {
-                          ++*static_cast<std::atomic<int> *>(context);
-                          return KIVCS2TimerResult_Again;
-                      },
-                      &calls, KIVCS2TimerFlags_Thread, 0, kPast),
-                  KIVCS2STATUS_OK);
+        ASSERT_OK(kivCS2Timer_create(
+            &timer,
+            [](void *context) -> int32_t
+            {
+                ++*static_cast<std::atomic<int> *>(context);
+                return KIVCS2TimerResult_Again;
+            },
+            &calls, KIVCS2TimerFlags_Thread, 0, kPast));
         spin(time); // later and later in the thread's start
-        EXPECT_EQ(kivCS2Timer_cancel(timer), KIVCS2STATUS_OK);
-        EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Timer_cancel(timer));
+        EXPECT_OK(kivCS2Timer_free(timer));
     }
 }
 
@@ -245,10 +243,9 @@ TEST(TimerThread, IsFreedByItsOwnCallback)
             status = stage.free();
             return KIVCS2TimerResult_Again;
         };
-        ASSERT_EQ(stage.create(KIVCS2TimerFlags_Thread, 0),
-                  KIVCS2STATUS_OK); // the call may come before this returns
+        ASSERT_OK(stage.create(KIVCS2TimerFlags_Thread, 0)); // the call may come before this returns
         gone.acquire();
-        EXPECT_EQ(status, KIVCS2STATUS_OK);
+        EXPECT_OK(status);
         EXPECT_EQ(stage.calls, 1);
         EXPECT_EQ(stage.timer, nullptr);
     }
@@ -257,9 +254,8 @@ TEST(TimerThread, IsFreedByItsOwnCallback)
 TEST(TimerThread, WithoutACallbackOrAThread)
 {
     KIVCS2Timer *timer = nullptr;
-    ASSERT_EQ(kivCS2Timer_create(&timer, nullptr, nullptr, KIVCS2TimerFlags_Thread, 0, kPast),
-              KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Timer_free(timer), KIVCS2STATUS_OK);
+    ASSERT_OK(kivCS2Timer_create(&timer, nullptr, nullptr, KIVCS2TimerFlags_Thread, 0, kPast));
+    EXPECT_OK(kivCS2Timer_free(timer));
 
     const NoThreads none;
     Stage stage;
@@ -282,7 +278,7 @@ TEST(TimerRunLoop, FlagsChooseTheLoopAndResultsAreIgnored)
         std::thread{[&, asked = flags, runs = !onMain]
                     {
                         creator = std::this_thread::get_id();
-                        ASSERT_EQ(stage.create(asked), KIVCS2STATUS_OK);
+                        ASSERT_OK(stage.create(asked));
                         if (runs)
                         {
                             EXPECT_EQ(runMode(), kCFRunLoopRunStopped);
@@ -305,7 +301,7 @@ TEST(TimerRunLoop, WithoutItsFlagItIsNotAddedAndWithoutAnyNeverCalls)
     for (const KIVCS2TimerFlags flags : {0u, 16u, 0xfffffff0u, 4u, 8u, 12u})
     {
         Stage stage;
-        ASSERT_EQ(stage.create(flags, kSoon, (flags & 12) != 0 ? kInfinity : kPast), KIVCS2STATUS_OK);
+        ASSERT_OK(stage.create(flags, kSoon, (flags & 12) != 0 ? kInfinity : kPast));
         EXPECT_EQ(stage.timer->m_runLoopTimer != nullptr, (flags & 12) != 0);
         EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopDefaultMode),
                   KIVCS2STATUS_PARAM_ERR);
@@ -326,11 +322,10 @@ TEST(TimerRunLoop, IsAddedToALoopOfAnotherThreadAndStaysThere)
             called.release();
         return kNext;
     };
-    ASSERT_EQ(stage.create(KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopCommonModes), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopCommonModes), KIVCS2STATUS_OK);
-    EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopCommonModes),
-              KIVCS2STATUS_OK);
+    ASSERT_OK(stage.create(KIVCS2TimerFlags_RunLoop));
+    EXPECT_OK(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopCommonModes));
+    EXPECT_OK(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopCommonModes));
+    EXPECT_OK(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopCommonModes));
     EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false), kCFRunLoopRunFinished); // without a timer
     called.acquire();
     const std::thread::id expected = other.id();
@@ -343,12 +338,12 @@ TEST(TimerRunLoop, WaitsForItsMode)
     const StringRef ingest = fromBytes("ingest");
     Stage parked;
     parked.onCall = stopAtCall(1);
-    ASSERT_EQ(parked.create(KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
-    ASSERT_EQ(kivCS2Timer_addToRunLoop(parked.timer, CFRunLoopGetMain(), ingest.get()), KIVCS2STATUS_OK);
+    ASSERT_OK(parked.create(KIVCS2TimerFlags_RunLoop));
+    ASSERT_OK(kivCS2Timer_addToRunLoop(parked.timer, CFRunLoopGetMain(), ingest.get()));
 
     Stage common;
     common.onCall = stopAtCall(5);
-    ASSERT_EQ(common.create(KIVCS2TimerFlags_CurrentRunLoop), KIVCS2STATUS_OK);
+    ASSERT_OK(common.create(KIVCS2TimerFlags_CurrentRunLoop));
     EXPECT_EQ(runMode(), kCFRunLoopRunStopped);
     EXPECT_EQ(parked.calls, 0);
 
@@ -362,13 +357,11 @@ TEST(TimerRunLoop, WithoutAnIntervalItCallsOnce)
     for (const double interval : {0.0, -2.0, kNaN, -kInfinity})
     {
         Stage stage;
-        ASSERT_EQ(stage.create(KIVCS2TimerFlags_RunLoop | KIVCS2TimerFlags_CurrentRunLoop, interval, kNaN),
-                  KIVCS2STATUS_OK);
+        ASSERT_OK(stage.create(KIVCS2TimerFlags_RunLoop | KIVCS2TimerFlags_CurrentRunLoop, interval, kNaN));
         EXPECT_EQ(runMode(), kCFRunLoopRunFinished); // by itself, because the loop has no timer left
         EXPECT_EQ(stage.calls, 1);
         EXPECT_FALSE(CFRunLoopTimerIsValid(stage.timer->m_runLoopTimer));
-        EXPECT_EQ(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopDefaultMode),
-                  KIVCS2STATUS_OK);
+        EXPECT_OK(kivCS2Timer_addToRunLoop(stage.timer, CFRunLoopGetMain(), kCFRunLoopDefaultMode));
         EXPECT_EQ(CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, false), kCFRunLoopRunFinished);
     }
 }
@@ -380,10 +373,10 @@ TEST(TimerRunLoop, IsCancelledAndFreedByItsOwnCallback)
         Stage stage;
         stage.onCall = [&](int)
         {
-            EXPECT_EQ(frees ? stage.free() : kivCS2Timer_cancel(stage.timer), KIVCS2STATUS_OK);
+            EXPECT_OK(frees ? stage.free() : kivCS2Timer_cancel(stage.timer));
             return kNext;
         };
-        ASSERT_EQ(stage.create(KIVCS2TimerFlags_CurrentRunLoop), KIVCS2STATUS_OK);
+        ASSERT_OK(stage.create(KIVCS2TimerFlags_CurrentRunLoop));
         EXPECT_EQ(runMode(), kCFRunLoopRunFinished);
         EXPECT_EQ(stage.calls, 1);
         EXPECT_TRUE(frees || (!stage.timer->m_callback && !stage.timer->m_context));
@@ -402,10 +395,10 @@ TEST(TimerRunLoop, FreeOnAnotherThreadLetsTheCallInProgressFinish)
         leave.acquire();
         return kNext;
     };
-    ASSERT_EQ(stage.create(KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
-    ASSERT_EQ(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopDefaultMode), KIVCS2STATUS_OK);
+    ASSERT_OK(stage.create(KIVCS2TimerFlags_RunLoop));
+    ASSERT_OK(kivCS2Timer_addToRunLoop(stage.timer, other.loop(), kCFRunLoopDefaultMode));
     entered.acquire();
-    EXPECT_EQ(stage.free(), KIVCS2STATUS_OK); // does not wait for the call
+    EXPECT_OK(stage.free()); // does not wait for the call
     leave.release();
     other.stop();
     EXPECT_EQ(stage.calls, 1);
@@ -416,7 +409,7 @@ TEST(TimerRunLoop, FreeOnAnotherThreadLetsTheCallInProgressFinish)
 TEST(Timer, RefusesMissingArguments)
 {
     Stage stage;
-    ASSERT_EQ(stage.create(KIVCS2TimerFlags_RunLoop), KIVCS2STATUS_OK);
+    ASSERT_OK(stage.create(KIVCS2TimerFlags_RunLoop));
     KIVCS2Timer withoutThread{};
     withoutThread.m_flags = KIVCS2TimerFlags_Thread;
     KIVCS2Timer withoutRunLoopTimer{};
