@@ -122,8 +122,8 @@ TEST(MultiBuffer, RangesStayInTheTable)
          })
     {
         Sample sample{4};
-        kiv::test::expectRefused({"kivCS2MultiBuffer_allocateAvailableBuffer", text, result,
-                                  KIV_CALL(sample.allocateBetween(first, last))});
+        const auto call = [&sample, from = first, to = last] { return sample.allocateBetween(from, to); };
+        kiv::test::expectRefused({"kivCS2MultiBuffer_allocateAvailableBuffer", text, result, call});
     }
 }
 
