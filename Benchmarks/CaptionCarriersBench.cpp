@@ -1,6 +1,6 @@
-// The search for ancillary packets: a v210 line of picture without one, and a mebibyte of 10-bit words,
-// beside a plain loop over the words and memmem. The packet at the end is found by all before anything is
-// timed.
+// The search for ancillary packets, compared with a plain loop over the words and with memmem, in a v210 line
+// of picture without a packet and in a mebibyte of 10-bit words. Before timing, each search must find the
+// packet at the end.
 #include <KIVCoreServices2/KIVCS2CaptionPacket.h>
 
 #include <benchmark/benchmark.h>
@@ -24,7 +24,7 @@ void require(bool holds, const char *what)
     exit(1);
 }
 
-// Three words in 32 bits, all of them picture.
+// Three words in 32 bits, without any packet.
 Bytes lineOf(size_t width)
 {
     std::minstd_rand random{210};
@@ -52,7 +52,7 @@ Bytes wordsOf(size_t size)
     return words;
 }
 
-// Bytes to the flag, or the size.
+// Returns the number of bytes before the flag, or the size if there is no flag.
 using Find = size_t (*)(const Bytes &);
 
 template <KIVCS2CaptionCarrier Form>
@@ -66,7 +66,7 @@ size_t ours(const Bytes &bytes)
     return KIVCS2_SUCCEEDED(status) ? place.m_offset : bytes.size();
 }
 
-// The channel's samples one by one, with the flag's words counted.
+// Reads the channel's samples one by one and counts the words of the flag.
 size_t plainLine(const Bytes &bytes)
 {
     unsigned seen = 0;
@@ -95,7 +95,7 @@ size_t plainWords(const Bytes &bytes)
     return bytes.size();
 }
 
-// Right only where the six upper bits are clear and nothing stands at odd places.
+// Finds the flag only if its six upper bits are clear, and may also find it at an odd place.
 size_t memmemWords(const Bytes &bytes)
 {
     static constexpr uint8_t kFlag[] = {0, 0, 3, 0xFF, 3, 0xFF};

@@ -1,5 +1,5 @@
-// The tolerant reader of whole files, also with its captions decoded, compared with the described readers and
-// libavformat's demuxers; and seeking among a million captions. The contents read are checked before timing.
+// Reading whole files with the tolerant reader, with and without decoding, compared with the older readers
+// and libavformat's demuxers; seeking in a million captions. The contents read are checked before timing.
 #include "Support/CaptionFiles.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionFile.h>
@@ -14,7 +14,7 @@ KIVCS2Status countText(const KIVCS2CaptionText *text, void *context)
     return KIVCS2STATUS_OK;
 }
 
-// Reads a file whose lines count 25 frames a second.
+// Reads a file whose timecodes count 25 frames a second.
 struct Reading
 {
     KIVCS2FileStream stream;

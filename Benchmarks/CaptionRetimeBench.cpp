@@ -1,5 +1,5 @@
-// Captions put on another rate, beside reading the MCC file that they come from. The packets stand in memory,
-// so that the rows of retiming have no reading in them.
+// Retiming captions to another rate, compared with reading their MCC file. The packets are in memory, so that
+// retiming is timed without reading.
 #include "Support/CaptionFiles.h"
 
 #include <KIVCoreServices2/KIVCS2CaptionFile.h>
@@ -13,7 +13,7 @@ using namespace kiv::bench;
 
 constexpr size_t kPackets = 50'000; // 33 minutes at 25 frames a second
 
-// Reads the first packets of the file, and keeps them if they are asked for.
+// Reads the first packets of the file, and keeps them if the caller wants them.
 void read(std::vector<KIVCS2CaptionPacket> *kept)
 {
     KIVCS2FileStream stream;
@@ -58,7 +58,7 @@ void retime(KIVCS2CaptionCounting to)
     KIVCS2CaptionRetimeReport report{};
     require(KIVCS2_SUCCEEDED(kivCS2CaptionRetime_init(&record, &options, onPacket, nullptr)), "no retimer");
     for (const KIVCS2CaptionPacket &packet : source())
-        (void)kivCS2CaptionRetime_feed(&record, &packet); // what it refuses is missing below
+        (void)kivCS2CaptionRetime_feed(&record, &packet); // a refused packet is missing below
     require(KIVCS2_SUCCEEDED(kivCS2CaptionRetime_finish(&record, &report)) &&
                 report.m_pairsIn[0] == kPackets && report.m_pairsOut[0] == kPackets &&
                 report.m_bytesIn == kPackets * 6 && report.m_bytesOut == kPackets * 6,

@@ -1,5 +1,5 @@
-// Caption packets, compared with plain reading and building byte by byte; caption lines, compared with the
-// line readers of the standard libraries. Results are compared before timing.
+// Caption packets, compared with plain code that reads and builds byte by byte; caption lines, compared with
+// the line readers of the standard libraries. Results are checked to be equal before timing.
 #include "../Tests/Support/PlainCDP.h"
 
 #include <KIVCoreServices2/KIVCS2ClosedCaptions.h>
@@ -112,7 +112,7 @@ void buildPlain(benchmark::State &state)
     state.SetItemsProcessed(state.iterations());
 }
 
-// A 10-bit ancillary packet of a whole CDP; with `host` the stream has a read operation that we do not know.
+// A 10-bit ancillary packet of a whole CDP; with `host` the stream has a read operation of the host.
 void extractAnc(benchmark::State &state, bool host)
 {
     const Packet cdp = makePackets()[1];

@@ -1,4 +1,4 @@
-// A frame of an interpolation, compared with the same arithmetic written directly with libm.
+// One frame of an interpolation, compared with the same arithmetic written directly with libm.
 #include <KIVCoreServices2/KIVCS2Interpolate.h>
 
 #include <benchmark/benchmark.h>

@@ -1,5 +1,5 @@
-// Linked lists and trees: the sort, compared with Boost.Intrusive and
-// std::list, and the growth of linear operations.
+// Linked lists and trees: the sort, compared with Boost.Intrusive and std::list, and the time of linear
+// operations as lists grow.
 #include <KIVCoreServices2/KIVCS2LinkList.h>
 #include <KIVCoreServices2/KIVCS2LinkTree.h>
 
@@ -146,7 +146,7 @@ struct Std
     }
 };
 
-// The order of a stable sort, which every list must produce.
+// Returns the numbers in the order of a stable sort, which every list must produce.
 std::vector<uint32_t> expectedNumbers(std::vector<Payload> payloads)
 {
     std::stable_sort(payloads.begin(), payloads.end());
@@ -156,7 +156,7 @@ std::vector<uint32_t> expectedNumbers(std::vector<Payload> payloads)
     return numbers;
 }
 
-// The processor time of this thread, which excludes other programs on the machine.
+// Returns the processor time of this thread, which does not include other programs on the machine.
 double threadSeconds()
 {
     timespec now{};
@@ -196,8 +196,8 @@ KIV_SORT_BENCH(Boost, "boost_intrusive");
 #endif
 KIV_SORT_BENCH(Std, "std_list");
 
-// The growth of the linear operations. The lists are sorted lists of random records, so that neighbours lie
-// apart in memory, as in a host that has run for a while.
+// The sizes for linear operations. Random records are sorted, so that neighbours in a list lie apart in
+// memory, as in a host that has run for a while.
 void growth(benchmark::internal::Benchmark *bench)
 {
     bench->Arg(1000)->Arg(10000)->Arg(100000)->Arg(1000000);

@@ -15,7 +15,7 @@
 namespace
 {
 // Hosts keep a mutex in a record on the heap. On the stack it may share a cache line with the return
-// addresses of the calls; then a pair takes 4 ns longer, and this varies from one start to the next.
+// addresses of the calls. Then a lock and unlock take 4 ns longer, and this varies between starts.
 constexpr size_t kCacheLine = 64;
 
 void mutexOurs(benchmark::State &state)
@@ -91,7 +91,7 @@ void clockOurs(benchmark::State &state)
 }
 BENCHMARK(clockOurs)->Name("Clock_read/ours");
 
-// Includes the conversion, a second call that the system's clock does not need.
+// Includes the conversion to nanoseconds, a second call that the system's clock does not need.
 void nanosecondsOurs(benchmark::State &state)
 {
     for (auto _ : state)

@@ -1,6 +1,6 @@
-// Memory pools: objects of 64 bytes taken and returned, compared with Boost's pool and two heaps. Only ours
-// clears returned objects and hands them out in the order of their return, which rules out a cache for each
-// thread. So compare it with the pool, which locks as well; the heaps show the cost of other promises.
+// Memory pools: taking and returning objects of 64 bytes, compared with Boost's pool and two heaps. Only our
+// pool clears returned objects and hands them out in the order of their return, so it cannot have a cache for
+// each thread. Its fair peer is Boost's pool, which locks too; the heaps show the cost of fewer promises.
 #include <KIVCoreServices2/KIVCS2MemoryPool.h>
 
 #include "Support/ParkedThread.h"

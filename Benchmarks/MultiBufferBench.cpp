@@ -1,5 +1,5 @@
-// Multi-buffers: handing out and taking back, compared with libavutil's
-// buffer pool, and the growth of the lookup.
+// Multi-buffers: allocating and releasing buffers, compared with libavutil's buffer pool; and the time of a
+// lookup as the table grows.
 #include <KIVCoreServices2/KIVCS2MultiBuffer.h>
 
 #include "Support/ParkedThread.h"

@@ -1,6 +1,5 @@
-// Pictures of 1920x1080 and 3840x2160 beside libyuv, libswscale, libavcodec and bare memory: every row of the
-// table of kernels into a buffer that is there, as the peers have it, and whole operations that make their
-// buffer.
+// Pictures of 1920x1080 and 3840x2160, compared with libyuv, libswscale, libavcodec and plain copies. Every
+// kernel of the table writes to an existing buffer, as the peers do; whole operations also make their buffer.
 #include <KIVCoreServices2/KIVCS2PixelBuffer.h>
 
 #include "Private/Pixels/Colour.h"
@@ -94,7 +93,7 @@ void fillRandom(const Plane &plane)
 
 using Run = std::function<void()>;
 
-// The pixels a second are those of the picture that is read.
+// The pixels per second are those of the picture that is read.
 void add(const std::string &name, Size size, Run run)
 {
     benchmark::RegisterBenchmark((name + "/" + std::to_string(size.width)).c_str(),
@@ -111,7 +110,7 @@ void add(const std::string &name, Size size, Run run)
                                  });
 }
 
-// Ours by every level of this machine, each an operation of its own.
+// Adds our kernel at every level of this machine, each as an operation of its own.
 void addLevels(const std::string &name, Size size, const std::function<Run(const kiv::PixelRows &)> &ours)
 {
     struct Level
@@ -160,7 +159,7 @@ int strideOf(const Plane &plane)
     return static_cast<int>(plane.stride);
 }
 
-// Another approximation of the matrix, and chroma that is not interpolated: compared where it is constant.
+// The peer approximates the matrix differently and does not interpolate chroma, so compare constant chroma.
 void requireSameColours(Size size)
 {
     const Plane flat{size.width * 2, 1};
@@ -176,7 +175,7 @@ void requireSameColours(Size size)
 }
 #endif
 
-// The whole operation, which makes a buffer, beside a peer that does.
+// The whole operation, which makes a buffer, compared with a peer that makes one too.
 void addConvertToRGBA(Size size, const std::shared_ptr<Plane> &from)
 {
     CVPixelBufferRef picture = nullptr;
@@ -220,12 +219,12 @@ void addToRGBA(Size size)
     requireSameColours(size);
     const auto width = static_cast<int>(size.width);
     const auto height = static_cast<int>(size.height);
-    // Its ARGB is B, G, R, A in memory: it makes no other of UYVY in one step.
+    // libyuv's ARGB is B, G, R, A in memory; it converts UYVY directly only to this order.
     const Run libyuv = [=]
     { libyuv::UYVYToARGB(from->row(0), strideOf(*from), to->row(0), strideOf(*to), width, height); };
     add("Pixels_2vuyToRGBA/libyuv", size, libyuv);
     add("Pixels_2vuyToRGBA_AVX2/libyuv", size, libyuv);
-    add("Pixels_2vuyToRGBA/libyuv_RGBA", size, // with the bytes in our order, which takes it a second call
+    add("Pixels_2vuyToRGBA/libyuv_RGBA", size, // a second call puts the bytes into our order
         [=]
         {
             libyuv();
@@ -235,7 +234,7 @@ void addToRGBA(Size size)
 #ifdef KIV_PEER_SWSCALE
     add("Pixels_2vuyToRGBA/swscale", size, swscale(size, AV_PIX_FMT_UYVY422, from, size, to));
 #endif
-    add("Pixels_2vuyToRGBA/memcpy", size, // the bytes that are written, from where they are
+    add("Pixels_2vuyToRGBA/memcpy", size, // copies as many bytes as the conversion writes
         [=]
         {
             std::memcpy(to->row(0), to->row(0) + to->size() / 2, to->size() / 2);
@@ -246,8 +245,7 @@ void addToRGBA(Size size)
 
 // ---- v210 to 2vuy ----
 
-// The loop that everyone writes first: a pixel pair's four components at a time, a word asked for when it is
-// needed.
+// The simplest loop: takes the components one by one, and reads a word when it is needed.
 void plainV210(const uint8_t *from, uint8_t *to, size_t width)
 {
     uint32_t word = 0;
@@ -291,7 +289,7 @@ void addV210(Size size)
     add("Pixels_v210To2vuy_AVX2/plain", size, plain);
     add("Pixels_v210To2vuy/memcpy", size, [=] { std::memcpy(to->row(0), from->row(0), to->size()); });
 #ifdef KIV_PEER_AVCODEC
-    // Its decoder stops at planes of 10 bits: less work, more bytes to write.
+    // The peer's decoder only makes planes of 10 bits: less work, but more bytes to write.
     AVCodecContext *decoder = avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_V210));
     require(decoder != nullptr, "no decoder of v210");
     decoder->width = static_cast<int>(size.width);

@@ -1,4 +1,4 @@
-// UTF-8 to UTF-16, the codec and whole strings, compared with ICU and iconv.
+// UTF-8 to UTF-16: the text codec, compared with ICU and iconv, and the making of whole system strings.
 #include <CoreFoundation/CoreFoundation.h>
 
 #include "CoreFoundation/Encoding.h"

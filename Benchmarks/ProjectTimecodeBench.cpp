@@ -1,4 +1,4 @@
-// Members of the project timecode beside the C operations that do the same, at 29.97 drop frame.
+// Members of the project timecode, compared with the C operations that do the same, at 29.97 drop-frame.
 #include <KIVCoreServices2/KIVProjectTimecode.h>
 
 #include <benchmark/benchmark.h>
@@ -12,14 +12,14 @@
 
 namespace
 {
-constexpr size_t kSamples = 1024; // a power of two: the samples are walked by masking
+constexpr size_t kSamples = 1024; // a power of two, so the index wraps by masking
 
 struct Sample
 {
     KIVProjectTimecode object;
     KIVCS2Timecode record;
     std::array<uint8_t, 4> fields;
-    std::array<char, 12> text; // with ":" throughout, which is what both read
+    std::array<char, 12> text; // with ":" throughout, because both read it
     uint32_t bcd;
     CFDateRef date;
 };
@@ -59,7 +59,7 @@ void registerOne(const std::string &name, Function function)
                                  });
 }
 
-// Equal first, then timed.
+// Checks that the results are equal, then times both.
 template <class Ours, class Operation>
 void bench(const std::string &name, Ours ours, Operation operation)
 {
@@ -216,7 +216,7 @@ void benchDates()
         "fromCFDate",
         [](const Sample &sample) { return KIVProjectTimecode::timecodeWithCFDate(sample.date).ticks(); },
         dateOfOperation);
-    // Not compared: the C operation dates a month and a day earlier.
+    // The results are not compared: the C operation gives a date one month and one day earlier.
     const auto create = [](const Sample &sample)
     {
         CFDateRef date = nullptr;

@@ -1,5 +1,4 @@
-// Bytes through a ring: one store and one fetch of the same size, compared
-// with the rings of boost and with memcpy.
+// Ring buffers: one store and one fetch of the same size, compared with Boost's rings and with memcpy.
 #include <KIVCoreServices2/KIVCS2RingBuffer.h>
 
 #include <benchmark/benchmark.h>
@@ -19,7 +18,8 @@
 
 namespace
 {
-// A megabyte between capture and disk; the ring, source and destination fit into the second-level cache.
+// A ring of a megabyte, as between capture and disk; with source and destination it fits into the second-
+// level cache.
 constexpr uint32_t kCapacity = 1u << 20;
 
 class Ours
@@ -46,7 +46,7 @@ public:
     KIVCS2RingBuffer m_ring{};
 };
 
-// Only the copying, without everything else.
+// Only copies the bytes.
 class Memcpy
 {
 public:

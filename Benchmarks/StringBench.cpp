@@ -1,4 +1,4 @@
-// Short texts from one encoding into another, compared with iconv and a converter that stays open.
+// Conversion of short texts between encodings, compared with iconv, whose converter stays open.
 #include <KIVCoreServices2/KIVCS2String.h>
 
 #include <benchmark/benchmark.h>
@@ -60,7 +60,7 @@ char *libcIconv(iconv_t converter, const std::string &source, size_t *used)
     return block;
 }
 
-// The text in the source encoding, made by iconv for both.
+// Returns the text in the source encoding, made by iconv for our code and for the peer.
 std::string sourceOf(const Conversion &conversion)
 {
     const iconv_t converter = iconv_open(conversion.iconvFrom, "UTF-8");

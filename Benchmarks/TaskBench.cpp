@@ -27,7 +27,7 @@ using Clock = std::chrono::steady_clock;
 char g_true[] = "/bin/true";
 char *g_argv[] = {g_true, nullptr};
 
-// Memory of the host in pages of 4 KiB, as after some hours of work.
+// Memory of the host in pages of 4 KiB, as a host has it after some hours of work.
 class Resident
 {
 public:
@@ -85,7 +85,7 @@ pid_t byVfork()
     return pid;
 }
 
-// With the settings of our children: no signal blocked, no handler left.
+// Uses the settings of our children: no signal is blocked, no handler is inherited.
 pid_t byPosixSpawn()
 {
     posix_spawnattr_t attributes;
@@ -126,8 +126,8 @@ KIVCS2Task *makeTask()
     return task;
 }
 
-// One iteration is the lower quartile of several launches: means, and on a busy machine medians too, mostly
-// measure how long the child waited for a processor.
+// The time of an iteration is the lower quartile of several launches. A mean, or on a busy machine a median,
+// would mostly measure how long the child waited for a processor.
 template <class Launch>
 void run(benchmark::State &state, Launch launch)
 {
@@ -230,9 +230,9 @@ void add(const char *name, void (*function)(benchmark::State &))
 
 int main(int argc, char **argv)
 {
-    (void)kivCS2_init(); // the server, while the host is small
-    // The server's children are not ours. Without the handler, peers
-    // and direct launches wait in the same way.
+    (void)kivCS2_init(); // starts the server while the host is small
+    // Without the library's handler, peers and direct launches wait in the same way. The server's children
+    // are not affected, because they are not children of this process.
     std::signal(SIGCHLD, SIG_DFL);
     for (const char *operation : {"LaunchPauseDirect", "LaunchPauseServer"})
     {

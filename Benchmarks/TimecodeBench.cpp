@@ -40,7 +40,7 @@ struct Sample
     std::array<char, 12> parsed; // with ":" throughout, as ours and sscanf need it
 };
 
-// The three digit tables, filled by plain counters, for the search that checks every frame.
+// The three tables of digits, filled by plain counters, for the peer that searches frame by frame.
 struct PlainTables
 {
     std::vector<uint8_t> frames, seconds, minutes;

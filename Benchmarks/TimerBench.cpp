@@ -15,7 +15,7 @@
 namespace
 {
 constexpr size_t kCalls = 300;
-constexpr unsigned kIntervalMilliseconds = 3; // whole ones, because of GLib's time-outs
+constexpr unsigned kIntervalMilliseconds = 3; // whole ones: GLib's time-outs have no fractions
 constexpr int64_t kInterval = kIntervalMilliseconds * 1000000;
 constexpr double kIntervalSeconds = kIntervalMilliseconds / 1e3;
 

@@ -1,5 +1,5 @@
-// Caption files made for benchmarks, their reading by the described readers and by libavformat, and a run
-// that checks the contents read before timing.
+// Makes caption files for benchmarks, reads them with the library's readers and with libavformat, and checks
+// the contents before timing.
 #ifndef KIV_BENCH_CAPTION_FILES_H
 #define KIV_BENCH_CAPTION_FILES_H
 
@@ -65,7 +65,7 @@ struct Files
     }
     ~Files()
     {
-        std::error_code ignored; // a folder that stays cannot be helped
+        std::error_code ignored; // a folder that cannot be removed stays
         std::filesystem::remove_all(folder, ignored);
     }
 
@@ -129,7 +129,7 @@ inline const Files &files()
     return made;
 }
 
-// Opens a caption file, asks for every frame and returns the totals that `look` counts.
+// Opens a caption file, reads every frame and returns the totals that `look` counts.
 template <class ReadHeader, class Read, class Look>
 Totals readFrames(const std::string &path, uint32_t frames, ReadHeader readHeader, Read read, Look look)
 {
