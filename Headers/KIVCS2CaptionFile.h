@@ -4,7 +4,7 @@
  * WebVTT are only written.
  *
  * Reading: initReading, readHeader (optional: the first readPacket does it), readPacket until
- * KIVCS2STATUS_EOF_ERR, free. A fault is tolerated if little or nothing is lost by it. It is counted and
+ * KIVCS2STATUS_EOF_ERR, free. A fault that loses little or nothing is tolerated. It is counted and
  * reported to the options' callback with line and column; with `m_strict` the first fault ends the
  * read. Docs/captions.md has a row for each fault.
  *
@@ -58,7 +58,7 @@ typedef struct KIVCS2CaptionFile
 /** Room for the text found at a fault, including the terminator. */
 #define KIVCS2_CAPTION_FOUND_SIZE 64u
 
-/** One fault at one place. Valid during the callback. */
+/** One fault at one place; valid only during the callback. */
 typedef struct KIVCS2CaptionFileFault
 {
     KIVCS2CaptionFault m_fault;
@@ -68,7 +68,7 @@ typedef struct KIVCS2CaptionFileFault
     uint32_t m_column;                       /**< characters from 1; 0 if the fault concerns the whole line */
     uint32_t m_frame;                        /**< frames since midnight, if `m_hasFrame` */
     bool m_hasFrame;                         /**< the line has a timecode */
-    bool m_lost;                             /**< it cost a line, a pair or a part of a packet */
+    bool m_lost;                             /**< a line, a pair or a part of a packet is lost */
     uint16_t m_foundSize;                    /**< bytes in `m_found`, without the terminator */
     const char *m_expected;                  /**< the text expected here; static */
     char m_found[KIVCS2_CAPTION_FOUND_SIZE]; /**< the text of the file here, unchanged; zero-terminated */
@@ -88,7 +88,7 @@ enum
     KIVCS2CaptionOrder_Frame = 1
 };
 
-/** Options of reading. All zeros is the tolerant default. */
+/** Options of reading. Zero in every member is the tolerant default. */
 typedef struct KIVCS2CaptionReadOptions
 {
     KIVCS2CaptionFileKind m_kind;     /**< SCC or MCC, if the caller knows it */
@@ -114,7 +114,7 @@ enum
     KIVCS2CaptionReason_Caller = 1,   /**< the options name it */
     KIVCS2CaptionReason_Header = 2,   /**< the line "Time Code Rate=" */
     KIVCS2CaptionReason_Packets = 3,  /**< the rate code of the CDPs */
-    KIVCS2CaptionReason_Separator = 4 /**< the separators before the frames: ";" drops numbers */
+    KIVCS2CaptionReason_Separator = 4 /**< the separators before the frames: ";" means drop-frame */
 };
 
 /** The header of a caption file. Missing texts are empty. */
@@ -125,7 +125,7 @@ typedef struct KIVCS2CaptionFileHeader
     KIVCS2CaptionReason m_reason;
     uint32_t m_field;      /**< field of an SCC file: 1 or 2; 0 otherwise */
     uint64_t m_firstLine;  /**< the line of the first caption; 0 if there is no caption */
-    uint32_t m_otherLines; /**< count of the header lines other than these texts */
+    uint32_t m_otherLines; /**< number of header lines without one of these texts */
     char m_rate[32];       /**< the text after "Time Code Rate=" */
     char m_uuid[KIVCS2_CAPTION_HEADER_SIZE];
     char m_program[KIVCS2_CAPTION_HEADER_SIZE];
@@ -144,7 +144,7 @@ typedef struct KIVCS2CaptionFileReport
     uint64_t m_cdps;       /**< packets returned that have a CDP */
     uint64_t m_lostLines;  /**< caption lines without a packet */
     uint64_t m_lostPairs;  /**< SCC words without a pair in lines that were kept */
-    uint64_t m_faults;     /**< places with a fault; each cause in a line counts */
+    uint64_t m_faults;     /**< places with a fault; several faults in a line count each */
     uint64_t m_gapFrames;  /**< frames without a packet between the first and the last */
     uint32_t m_firstFrame; /**< frame of the first packet; 0 if there is no packet */
     uint32_t m_lastFrame;
@@ -194,7 +194,7 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_readPacket(KIVCS2CaptionFile *file, KI
 /**
  * Moves to the first packet, in the order of reading, at `frame` or later: the next read returns it.
  * Lines passed over are not checked and not counted in the report. The index finds lines that were read
- * before; seeking beyond them reads on from their end. In a file that runs past midnight, a frame more
+ * before; a seek beyond them reads on from the last of them. In a file that runs past midnight, a frame more
  * than half a day before the first line belongs to the next day; the file is read to its end once to
  * find out if it does.
  * @param frame  frames since midnight
@@ -230,11 +230,11 @@ KIVCS2_API const char *kivCS2CaptionFile_getFaultName(KIVCS2CaptionFault fault);
 /** Returns the status of a fault; KIVCS2STATUS_PARAM_ERR if `fault` is not a fault. */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_getFaultStatus(KIVCS2CaptionFault fault);
 
-/** Options of writing. All zeros is the default. */
+/** Options of writing. Zero in every member is the default. */
 typedef struct KIVCS2CaptionWriteOptions
 {
-    bool m_plainHex;   /**< MCC: no letters; otherwise all except U, whose length is disputed */
-    bool m_everyFrame; /**< MCC, writeCaptions: empty packets fill the frames between; otherwise sparse */
+    bool m_plainHex;   /**< MCC: only hex digits; otherwise all letters except U, whose length is disputed */
+    bool m_everyFrame; /**< MCC, writeCaptions: empty packets in frames without captions; otherwise sparse */
     uint8_t m_reserved1[2];
     uint32_t m_field;        /**< SCC: the field whose pairs are written, 1 or 2; 0 means 1 */
     uint32_t m_timeZero;     /**< SRT, WebVTT: the frame that is 00:00:00.000 */
@@ -249,7 +249,7 @@ typedef struct KIVCS2CaptionWriteOptions
  * @param counting     SCC: 29.97 with either numbering
  * @param[in] options  copied; null for the defaults
  * @retval KIVCS2STATUS_PARAM_ERR       `file` or `stream` is null, or a kind or an option is out of range
- * @retval KIVCS2STATUS_FRAME_RATE_ERR  `counting` is not a counting, or not a counting of SCC
+ * @retval KIVCS2STATUS_FRAME_RATE_ERR  `counting` is not a counting, or SCC does not allow it
  * @retval KIVCS2STATUS_MEMORY_ERR      out of memory
  * On failure the record is empty and the stream stays the caller's.
  */
@@ -260,11 +260,11 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_initWriting(KIVCS2CaptionFile *file, K
 
 /**
  * Writes the header once, before anything else. Kind and counting are those of initWriting.
- * @param[in] header  UUID, program, date and time of an MCC file. Empty texts, or all if it is null, are
- *                    filled in: a new UUID, the library's name and the current time
+ * @param[in] header  UUID, program, date and time of an MCC file. Empty texts are filled in, or all
+ *                    texts if it is null: a new UUID, the library's name and the current time
  * @retval KIVCS2STATUS_PARAM_ERR  `file` is null or not initialised, or a text contains a line end
  * @retval KIVCS2STATUS_STATE_ERR  the record is a reader, or the header is already written
- * @retval KIVCS2STATUS_WRITE_ERR  the stream took fewer bytes
+ * @retval KIVCS2STATUS_WRITE_ERR  the stream accepted only a part of the bytes
  * @return otherwise the stream's own failure
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeHeader(KIVCS2CaptionFile *file,
@@ -272,7 +272,7 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeHeader(KIVCS2CaptionFile *file,
 
 /**
  * Writes a packet. An MCC file gets its bytes unchanged, with its suffixes in version 2; an SCC file
- * gets the pairs of the options' field. In an SCC file empty pairs (80 80) stand only between others.
+ * gets the pairs of the options' field. An SCC file gets empty pairs (80 80) only between other pairs.
  * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null or `file` is not initialised
  * @retval KIVCS2STATUS_STATE_ERR        the record is a reader, no header is written, or finish was called
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  SRT or WebVTT; or a packet without bytes (an SCC pair) for MCC
@@ -283,13 +283,13 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writePacket(KIVCS2CaptionFile *file,
                                                       const KIVCS2CaptionPacket *packet);
 
 /**
- * Writes the captions of one frame. An MCC file gets a packet of kivCS2CaptionPacket_build(), whose
- * sequence counts on. From 50 frames a second on, a frame without pairs gets an empty pair: of field 1
+ * Writes the captions of one frame. An MCC file gets a packet of kivCS2CaptionPacket_build() with the
+ * next sequence number. From 50 frames a second on, a frame without pairs gets an empty pair: of field 1
  * if the frame is even, of field 2 if it is odd. An SCC file gets the pairs; if a frame has several, each
  * takes the next free frame.
  * @param[in] pairs  may be null
  * @param[in] dtvcc  may be null
- * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  every frame is written, but `frame` does not rise
+ * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  with `m_everyFrame`: `frame` is not above the last one
  * @return otherwise as kivCS2CaptionFile_writePacket() and kivCS2CaptionPacket_build()
  */
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeCaptions(KIVCS2CaptionFile *file, uint32_t frame,
@@ -299,7 +299,7 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeCaptions(KIVCS2CaptionFile *file,
 /**
  * Writes one cue of SRT or WebVTT: its times, its rows, italics, underline and colours, and its
  * position, in SRT as one of nine places. A cue more than half a day before the last cue, or before the
- * time zero, belongs to the next day: its time counts on.
+ * time zero, belongs to the next day: its time continues past 24 hours.
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR       another kind of file
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the cue begins before the time zero
  * @return otherwise as kivCS2CaptionFile_writePacket()
@@ -307,7 +307,7 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeCaptions(KIVCS2CaptionFile *file,
 KIVCS2_API KIVCS2Status kivCS2CaptionFile_writeText(KIVCS2CaptionFile *file, const KIVCS2CaptionText *text);
 
 /**
- * Writes the data still held back. Must be called before free: without it the file is not complete.
+ * Writes the data that is still held back. Call it before free: without it the file is not complete.
  * @retval KIVCS2STATUS_STATE_ERR  the record is a reader, or no header is written
  * @return otherwise as kivCS2CaptionFile_writeHeader(); also a failure that an earlier call returned
  */

@@ -9,9 +9,9 @@
  *
  * Every operation that calls the system sets `m_errno` to 0 first, and to the error number if a call fails. A
  * failed create operation leaves no record: then `errno` holds the number (ECONNREFUSED, EADDRINUSE, EMFILE
- * ...), or 0 if no call of the system has failed (a host without an IPv4 address, a group address out of
- * range). Clients, servers, receivers and accepted connections never raise SIGPIPE; senders of datagrams
- * cannot raise it. Descriptors are above 2 and closed on exec.
+ * ...), or 0 if no system call has failed (a host without an IPv4 address, a group address out of range).
+ * Clients, servers, receivers and accepted connections never raise SIGPIPE; senders of datagrams cannot raise
+ * it. Descriptors are above 2 and closed on exec.
  *
  * A record is used by one thread at a time; separate records are independent. A thread that waits in an
  * operation is woken by time-outs and by the peer, not by closing the record.
@@ -41,7 +41,7 @@ enum
     KIVCS2SocketType_MAX = 3        /**< the count; not a type */
 };
 
-/** Bits for the create operations; other bits are kept and have no meaning. */
+/** Bits for the create operations; other bits are stored and have no effect. */
 typedef uint32_t KIVCS2SocketOption;
 enum
 {
@@ -106,16 +106,16 @@ KIVCS2_API KIVCS2Status kivCS2_sockAddrToString(const struct sockaddr_in *_addr,
 /* ---- Creation ---- */
 
 /**
- * Connects to a TCP server. Waits as long as the system tries; `KIVCS2SocketOption_ReuseAddress` and
- * `KIVCS2SocketOption_BindNow` have no meaning here.
- * @param[out] _socket  the connection, released by kivCS2Socket_free(); null after a failure, except if only
- *                      setting no-SIGPIPE failed: then a record is left to be freed
+ * Connects to a TCP server, and waits as long as the system tries. `KIVCS2SocketOption_ReuseAddress` and
+ * `KIVCS2SocketOption_BindNow` have no effect here.
+ * @param[out] _socket  the connection, released by kivCS2Socket_free(); null after a failure. But if
+ *                      only setting no-SIGPIPE failed, there is a record to free
  * @param[in] _port     as for kivCS2_createSockAddr()
  * @retval KIVCS2STATUS_PARAM_ERR    `_socket` or `_host` is null
  * @retval KIVCS2STATUS_MEMORY_ERR   no room for the record or the copy of the host name
  * @retval KIVCS2STATUS_SOCKET_ERR   the system could not make a socket
  * @retval KIVCS2STATUS_ADDRESS_ERR  the host has no IPv4 address
- * @retval KIVCS2STATUS_CONNECT_ERR  no server accepts there
+ * @retval KIVCS2STATUS_CONNECT_ERR  no server accepts connections at this address
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_createClient(KIVCS2Socket **_socket, const char *_host, int32_t _port,
@@ -217,7 +217,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_bind(KIVCS2Socket *_socket);
 /**
  * Binds a datagram socket to an address. `m_bound` and `m_addr` are unchanged.
  * @retval KIVCS2STATUS_PARAM_ERR         `_socket` or `_addr` is null
- * @retval KIVCS2STATUS_BIND_ADDRESS_ERR  it is a stream socket
+ * @retval KIVCS2STATUS_BIND_ADDRESS_ERR  `_socket` is a stream socket
  * @retval KIVCS2STATUS_BIND_ERR          bound by kivCS2Socket_bind() already, or the address is taken or
  *                                        does not belong to this machine
  * Thread safety: one thread at a time.
@@ -233,8 +233,8 @@ KIVCS2_API KIVCS2Status kivCS2Socket_bindToAddress(KIVCS2Socket *_socket, const 
 KIVCS2_API KIVCS2Status kivCS2Socket_setMaxPendingConnections(KIVCS2Socket *_socket, uint32_t _backlog);
 
 /**
- * Accepts one connection, after binding a server that is not bound yet. The connection has no option bits, so
- * neither EOT nor drain; it raises SIGPIPE only if its server does.
+ * Accepts one connection; binds the server first if it is not bound yet. The connection has no option bits,
+ * so neither EOT nor drain; it raises SIGPIPE only if its server does.
  * @param[in] _timeout         milliseconds to wait for a connection; 0 does not wait, a negative value waits
  *                             for ever
  * @param[out] _client_socket  the connection, released by kivCS2Socket_free(); null after a failure
@@ -251,26 +251,26 @@ KIVCS2_API KIVCS2Status kivCS2Socket_accept(KIVCS2Socket *_server_socket, int32_
                                             KIVCS2Socket **_client_socket);
 
 /**
- * Closes the descriptor and sets `m_socket` to 0; the record stays. A connected peer that is still sending is
- * shut off gracefully: the sending side is shut down first if there is data to read.
+ * Closes the descriptor and sets `m_socket` to 0; the record stays. If there is data to read from a connected
+ * peer, the sending side is shut down first, so that the connection ends gracefully.
  *
  * With KIVCS2SocketOption_Drain incoming data is read and discarded until the peer closes too; if there was
- * no data to read, single zero bytes are sent until a send fails. Both wait for the peer:
- * kivCS2Socket_setRecvTimeout() and kivCS2Socket_setSendTimeout() limit each single wait, but not a peer that
- * keeps sending, or reading.
+ * no data to read, single zero bytes are sent until a send fails. Both wait for the peer.
+ * kivCS2Socket_setRecvTimeout() and kivCS2Socket_setSendTimeout() limit each single wait, but not their
+ * number if the peer keeps sending or reading.
  * @retval KIVCS2STATUS_PARAM_ERR           `_socket` is null
- * @retval KIVCS2STATUS_SOCKET_INVALID_ERR  the descriptor turned out not to be open
+ * @retval KIVCS2STATUS_SOCKET_INVALID_ERR  the descriptor was not open
  * @retval KIVCS2STATUS_SOCKET_ERR          closed, but leaving the group, shutting down or closing failed:
- *                                          `m_errno` holds the reason. A multicast sender, which is in no
- *                                          group, and a second close of any multicast socket always end like
- *                                          this
+ *                                          `m_errno` holds the reason. Always the status for a multicast
+ *                                          sender, which has joined no group, and for a second close of any
+ *                                          multicast socket
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_close(KIVCS2Socket *_socket);
 
 /**
- * Closes as kivCS2Socket_close() does and releases the record whatever the status, which is that of the
- * close, with KIVCS2STATUS_SOCKET_INVALID_ERR counting as success.
+ * Closes as kivCS2Socket_close() does, releases the record in every case and returns the status of the close;
+ * KIVCS2STATUS_SOCKET_INVALID_ERR counts as success.
  * @retval KIVCS2STATUS_PARAM_ERR   `_socket` is null
  * @retval KIVCS2STATUS_SOCKET_ERR  as for kivCS2Socket_close()
  * Thread safety: only the owner.
@@ -280,7 +280,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_free(KIVCS2Socket *_socket);
 /* ---- Data ---- */
 
 /**
- * Sends once to the connected peer; on a stream possibly only a part.
+ * Sends once to the connected peer; a stream may send only a part of the bytes.
  * @param[out] _bytes_sent  the bytes sent, all ones after a failed send; may be null
  * @retval KIVCS2STATUS_PARAM_ERR           `_socket` or `_buf` is null
  * @retval KIVCS2STATUS_SOCKET_INVALID_ERR  the socket is closed, or its peer accepts no more data
@@ -301,14 +301,15 @@ KIVCS2_API KIVCS2Status kivCS2Socket_sendTo(KIVCS2Socket *_socket, const struct 
                                             const void *_buf, uint32_t _length, uint32_t *_bytes_sent);
 
 /**
- * Receives once. With KIVCS2SocketOption_EndOnEOT a buffer that starts with 0x04 ends the connection: its
- * bytes are in the buffer, and the caller may go on. After an interruption by a signal, the byte checked is
- * what the buffer held before, unless `_clear` is set.
+ * Receives once. With KIVCS2SocketOption_EndOnEOT a buffer that starts with 0x04 returns
+ * KIVCS2STATUS_CONNECTION_CLOSED_ERR: the buffer holds the bytes received, and the caller may go on
+ * receiving. After an interruption by a signal, the check uses the old first byte of the buffer, unless
+ * `_clear` is set.
  * @param[in] _clear             zero the whole buffer first
  * @param[out] _bytes_received   the bytes received: 0 if the peer has closed, on a time-out and if there was
  *                               no data, all ones after any other failure; may be null
- * @retval KIVCS2STATUS_OK   data, or an interruption by a signal, with a count of 0 and a line on standard
- *                           output
+ * @retval KIVCS2STATUS_OK   data was received, or a signal interrupted the call: then the count is 0 and
+ *                           standard output gets a line
  * @retval KIVCS2STATUS_PARAM_ERR              `_socket` or `_buf` is null, or `_buf_size` is 0
  * @retval KIVCS2STATUS_CONNECTION_CLOSED_ERR  closed or reset by the peer, ended by an EOT byte, or a
  *                                             datagram without contents
@@ -322,7 +323,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_receive(KIVCS2Socket *_socket, void *_buf, 
                                              bool _clear, uint32_t *_bytes_received);
 
 /**
- * Receives once and also stores the sender; an EOT byte has no meaning here. Statuses and counts are those of
+ * Receives once and also stores the sender; an EOT byte has no effect here. Statuses and counts are those of
  * kivCS2Socket_receive(), except that the count is all ones after time-outs and if there was no data.
  * @param[out] _addr       the sender's address, zero if the system names none; may be null
  * @param[out] _addr_size  bytes of the sender's address as the system reports them; may be null
@@ -332,7 +333,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_receiveFrom(KIVCS2Socket *_socket, void *_b
                                                  bool _clear, uint32_t *_bytes_received,
                                                  struct sockaddr_in *_addr, uint32_t *_addr_size);
 
-/* ---- Readiness: none of these waits ---- */
+/* ---- Readiness: these operations do not wait ---- */
 
 /**
  * Checks whether a receive would not wait: because of data, a closed peer or, on a server, a connection.
@@ -356,10 +357,10 @@ KIVCS2_API KIVCS2Status kivCS2Socket_testWrite(KIVCS2Socket *_socket);
  * Checks that the socket is neither hung up on both sides nor closed. A peer that has only stopped sending
  * counts as alive. So does a peer that has closed its socket or ended, because the network reports both with
  * the same message. Such a peer answers data with a reset, and only then does the test fail. A peer that
- * vanishes without a message (a cable, a power supply) counts as alive until a send has been repeated in vain
- * for minutes. To notice a peer that has ended, use kivCS2Socket_testRead() and then kivCS2Socket_receive(),
- * which fails with KIVCS2STATUS_CONNECTION_CLOSED_ERR. Statuses as for kivCS2Socket_testRead(), but
- * KIVCS2STATUS_OK also if both would wait.
+ * vanishes without a message (a cable, a power supply) counts as alive until the system has repeated a send
+ * for minutes without success. To notice a peer that has ended, use kivCS2Socket_testRead() and then
+ * kivCS2Socket_receive(), which fails with KIVCS2STATUS_CONNECTION_CLOSED_ERR. Statuses as for
+ * kivCS2Socket_testRead(), but KIVCS2STATUS_OK also if a receive and a send would wait.
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_testAlive(KIVCS2Socket *_socket);
@@ -374,7 +375,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_testAlive(KIVCS2Socket *_socket);
  * Calls getsockopt() directly.
  * @param[in] _level, _name       of <sys/socket.h>; SO_NOSIGPIPE of <KIVPlatform/KIVPSocket.h> is known too
  * @param[in,out] _value_size     in: bytes in `_value`; out: bytes stored
- * Buffer sizes (SO_RCVBUF, SO_SNDBUF) read as they were set, not as Linux doubles them.
+ * Buffer sizes (SO_RCVBUF, SO_SNDBUF) are returned as they were set, although Linux doubles them.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_getOption(KIVCS2Socket *_socket, int32_t _level, int32_t _name,
                                                void *_value, uint32_t *_value_size);
@@ -383,19 +384,19 @@ KIVCS2_API KIVCS2Status kivCS2Socket_getOption(KIVCS2Socket *_socket, int32_t _l
 KIVCS2_API KIVCS2Status kivCS2Socket_setOption(KIVCS2Socket *_socket, int32_t _level, int32_t _name,
                                                const void *_value, uint32_t _value_size);
 
-/** Stores whether sends to a peer that is gone only fail with a status. */
+/** Stores whether a send to a peer that is gone fails with a status and raises no SIGPIPE. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getNoSigpipe(KIVCS2Socket *_socket, bool *_no_sigpipe);
-/** 0 lets such a send raise SIGPIPE, any other value does not. */
+/** 0: such a send raises SIGPIPE too. Any other value: it only fails. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setNoSigpipe(KIVCS2Socket *_socket, int32_t _no_sigpipe);
 
 /** Stores whether an address that is in use may be bound. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getReuseAddress(KIVCS2Socket *_socket, bool *_reuse_address);
-/** 0 forbids it, any other value allows it; set it before binding. */
+/** 0 forbids binding such an address, any other value allows it. Call this before binding. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setReuseAddress(KIVCS2Socket *_socket, int32_t _reuse_address);
 
 /** Stores the smallest number of bytes that makes a receive return. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getMinRecvByteCount(KIVCS2Socket *_socket, uint32_t *_byte_count);
-/** Sets that number in bytes; 0 counts as 1. */
+/** Sets this number of bytes; 0 counts as 1. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setMinRecvByteCount(KIVCS2Socket *_socket, uint32_t _byte_count);
 
 /** Stores the size of the system's receive buffer in bytes. */
@@ -408,7 +409,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_getSendBufSize(KIVCS2Socket *_socket, uint3
 /** Sets that size in bytes; the system silently limits it (net.core.wmem_max). */
 KIVCS2_API KIVCS2Status kivCS2Socket_setSendBufSize(KIVCS2Socket *_socket, uint32_t _buf_size);
 
-/** Stores the seconds and microseconds after which a receive gives up; 0 and 0 is never. */
+/** Stores the seconds and microseconds after which a receive gives up; 0 and 0 mean never. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getRecvTimeout(KIVCS2Socket *_socket, uint32_t *_to_sec,
                                                     uint32_t *_to_usec);
 /**
@@ -418,7 +419,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_getRecvTimeout(KIVCS2Socket *_socket, uint3
 KIVCS2_API KIVCS2Status kivCS2Socket_setRecvTimeout(KIVCS2Socket *_socket, uint32_t _to_sec,
                                                     uint32_t _to_usec);
 
-/** Stores the seconds and microseconds after which a send gives up; 0 and 0 is never. */
+/** Stores the seconds and microseconds after which a send gives up; 0 and 0 mean never. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getSendTimeout(KIVCS2Socket *_socket, uint32_t *_to_sec,
                                                     uint32_t *_to_usec);
 /**
@@ -431,7 +432,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_setSendTimeout(KIVCS2Socket *_socket, uint3
 
 /** Stores whether, and for how many seconds, a close waits for unsent data. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getLinger(KIVCS2Socket *_socket, bool *_linger, uint32_t *_linger_time);
-/** Sets both; on with 0 seconds makes a close reset the connection. */
+/** Sets both values. True with 0 seconds: a close resets the connection. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setLinger(KIVCS2Socket *_socket, bool _linger, uint32_t _linger_time);
 
 /** Stores whether small sends go out at once. */
@@ -445,10 +446,11 @@ KIVCS2_API KIVCS2Status kivCS2Socket_getMulticastTTL(KIVCS2Socket *_socket, uint
 KIVCS2_API KIVCS2Status kivCS2Socket_setMulticastTTL(KIVCS2Socket *_socket, uint8_t _multicast_ttl);
 
 /**
- * Joins the group, in network order, on the interface that the system chooses. `m_multicastAddress` stays.
+ * Joins the group with this address (network order) on the interface that the system chooses.
+ * `m_multicastAddress` is unchanged.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_addIPMembership(KIVCS2Socket *_socket, uint32_t _multicast_address);
-/** Leaves the group, in network order. */
+/** Leaves the group with this address (network order). */
 KIVCS2_API KIVCS2Status kivCS2Socket_dropIPMembership(KIVCS2Socket *_socket, uint32_t _multicast_address);
 
 /** Stores whether operations on the socket wait. */

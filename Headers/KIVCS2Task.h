@@ -8,13 +8,13 @@
  * - kivCS2Task_launchAsync() does the same on a thread of its own and calls back.
  * - kivCS2TaskServer_exec() (KIVCS2TaskServer.h) has the task server launch it and calls back.
  *
- * A child starts with no signal blocked, with the host's environment and working directory, and with those of
- * the host's descriptors that are not closed on exec. The host's memory is not copied for the child, so a
+ * A child starts with no signal blocked, with the host's environment and working directory, and with the
+ * host's descriptors except those closed on exec. The host's memory is not copied for the child, so a
  * launch takes as long in a host of many gigabytes as in a small one.
  *
- * If a task server is running, the library reaps every child of the host, also those that the host has
- * started itself (KIVCS2TaskServer.h); a launch by this module still ends with its child's exit code. A host
- * that reaps other children itself (`waitpid(-1)`, SIGCHLD ignored) takes those exit codes away.
+ * If a task server is running, the library reaps every child of the host, even those that the host has
+ * started itself (KIVCS2TaskServer.h); a launch by this module still ends with its child's exit code. If the
+ * host itself reaps all children (`waitpid(-1)`, SIGCHLD ignored), these exit codes are lost.
  *
  * A callback may free its task. Another thread may free a task while its callback runs: the record is
  * released when the callback has returned.
@@ -70,18 +70,18 @@ typedef struct KIVCS2Task
     int32_t m_waitStatus;      /**< wait status, of launches by this module */
     int32_t m_exitCode;        /**< bits 8 to 15 of that status; through the task server the whole status */
     uint32_t m_piped;          /**< non-zero: the child's standard streams are pipes */
-    KIVCS2Thread m_thread;     /**< of an asynchronous launch */
+    KIVCS2Thread m_thread;     /**< the thread of an asynchronous launch */
     KIVCS2Status m_asyncError; /**< the result of that thread's launch */
     KIVCS2TaskFunc m_callback; /**< may be null */
     void *m_context;           /**< passed to the callback */
     int32_t m_stdInPipe[2];    /**< read end, write end; 0 means no descriptor, also below */
     int32_t m_stdOutPipe[2];   /**< read end, write end */
     int32_t m_stdErrPipe[2];   /**< read end, write end */
-    char *m_stdOutFile;        /**< file for the child's output instead; null if there is none */
-    char *m_stdErrFile;        /**< the same for its errors */
-    uint32_t m_references;     /**< the host, and all that still work on the task; private */
+    char *m_stdOutFile;        /**< file that gets the child's output instead, or null */
+    char *m_stdErrFile;        /**< file that gets its standard error instead, or null */
+    uint32_t m_references;     /**< the host, and each thread that still uses the task; private */
     uint32_t m_launchPiped;    /**< m_piped at the launch; private */
-    KIVCS2TaskFreeMode m_stop; /**< how it was freed while it had no process; private */
+    KIVCS2TaskFreeMode m_stop; /**< mode of a `free` before the process existed; private */
     uint32_t m_lost;           /**< 1 if the server that launched it is gone; private */
     uint64_t m_lostStart;      /**< start time of its process, to recognise a reused id; private */
 } KIVCS2Task;
@@ -100,26 +100,26 @@ KIVCS2_API KIVCS2Status kivCS2Task_create(KIVCS2Task **_task, const char *_comma
                                           const char *const *arguments);
 
 /**
- * Releases a task and closes its pipes. A running task is first stopped according to `mode` and, while its
- * state is 3, waited for without sleeping; if its process does not exist yet, it is stopped when it appears.
- * A synchronous launch (state 2) is not waited for. In all other states `mode` is ignored. The callback is
- * called as if the child had ended by itself, and may begin after `free` has returned: the data behind
- * `context` must live until then. KIVCS2TaskFreeMode_Abort of a task in state 3 makes it state 5 without a
- * callback; a task that finishes by itself before that still gets its callback.
+ * Releases a task and closes its pipes. A running task is first stopped according to `mode`; if its process
+ * does not exist yet, the process is stopped when it appears. In state 3 `free` then waits for the end,
+ * without sleeping; it does not wait for a synchronous launch (state 2). In all other states `mode` is
+ * ignored. The callback is called as if the child had ended by itself, and may begin after `free` has
+ * returned: the data that `context` points to must live until then. KIVCS2TaskFreeMode_Abort changes state 3
+ * to 5 and calls no callback; a task that finishes by itself before that still gets its callback.
  * @retval KIVCS2STATUS_PARAM_ERR         `_task` is null, or it is running and `mode` is above 4
  * @retval KIVCS2STATUS_TASK_RUNNING_ERR  it is running and `mode` is 0
  * In both cases nothing is freed, and a running task continues without its pipes, which are closed first.
  * Thread safety: once, by any thread, also from a callback. A callback of a launch through the task server
  * holds the server's mutex: it may free its own task, finished tasks, or any task with
- * KIVCS2TaskFreeMode_Abort; waiting there for the end of another task would never end.
+ * KIVCS2TaskFreeMode_Abort; waiting there for another task would never end.
  */
 KIVCS2_API KIVCS2Status kivCS2Task_free(KIVCS2Task *_task, KIVCS2TaskFreeMode mode);
 
 /**
- * Checks whether the command may be executed: its path as given, not searched for in PATH, so a bare name is
- * refused unless such a file is in the working directory.
+ * Checks whether the command may be executed. Its path is used as given, without a search in PATH, so a name
+ * without a slash is refused unless the working directory has such a file.
  * @retval KIVCS2STATUS_PARAM_ERR           `_task` is null
- * @retval KIVCS2STATUS_NOT_LAUNCHABLE_ERR  it may not be executed
+ * @retval KIVCS2STATUS_NOT_LAUNCHABLE_ERR  the command may not be executed
  * Thread safety: any thread.
  */
 KIVCS2_API KIVCS2Status kivCS2TaskPrv_checkLaunchable(KIVCS2Task *_task);
@@ -136,7 +136,7 @@ KIVCS2_API KIVCS2Status kivCS2TaskPrv_checkLaunchable(KIVCS2Task *_task);
  * @retval KIVCS2STATUS_SYSTEM_ERR          another part of the host has taken the exit status; `m_waitStatus`
  *                                          is -1
  * After all statuses but the first two the task has finished (state 4). Thread safety: one launch for each
- * task; pipes and signals from any thread meanwhile.
+ * task; meanwhile any thread may use its pipes and send it signals.
  */
 KIVCS2_API KIVCS2Status kivCS2Task_launch(KIVCS2Task *_task);
 
@@ -173,7 +173,7 @@ KIVCS2_API KIVCS2Status kivCS2Task_setASyncCallback(KIVCS2Task *_task, KIVCS2Tas
                                                     void *context);
 
 /**
- * Connects the child's standard streams to pipes, or not. Not for launches by the task server.
+ * Sets whether the child's standard streams are pipes. A launch by the task server makes no pipes.
  * @param[in] flag  non-zero: pipes
  * @retval KIVCS2STATUS_PARAM_ERR         `_task` is null
  * @retval KIVCS2STATUS_TASK_RUNNING_ERR  it is running; unchanged
@@ -181,9 +181,9 @@ KIVCS2_API KIVCS2Status kivCS2Task_setASyncCallback(KIVCS2Task *_task, KIVCS2Tas
 KIVCS2_API KIVCS2Status kivCS2Task_setPipedIO(KIVCS2Task *_task, uint32_t flag);
 
 /**
- * Sends the child's standard output to a file, made if it is missing (mode 0644) and not truncated: the bytes
- * of an older file past the child's output stay. Call it before the launch; not for launches by the task
- * server.
+ * Sends the child's standard output to a file. A missing file is made (mode 0644); an existing file is not
+ * truncated, so its bytes past the child's output stay. Call it before the launch. A launch by the task
+ * server ignores it.
  * @retval KIVCS2STATUS_PARAM_ERR   `_task` or `_path` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room; the path is unchanged
  */
@@ -229,15 +229,15 @@ KIVCS2_API KIVCS2Status kivCS2Task_writeInput(KIVCS2Task *_task, const void *_bu
                                               uint32_t *bytesWritten);
 
 /**
- * Closes the host's ends of the pipes, so that a child reading its input sees the end; the task has no pipes
- * afterwards. A second call is harmless.
+ * Closes the host's ends of the pipes, so that a child that reads its input reaches the end. After that the
+ * task has no pipes. A second call is harmless.
  * @retval KIVCS2STATUS_PARAM_ERR  `_task` is null
  */
 KIVCS2_API KIVCS2Status kivCS2Task_closePipedIO(KIVCS2Task *_task);
 
 /**
- * Sends a signal to the child. A running task that has no child yet gives -1: only the task's own process is
- * ever signalled.
+ * Sends a signal to the child. Stores -1 if a running task has no child yet: no other process is ever
+ * signalled.
  * @param[out] _killResult  0 or -1, the result of kill()
  * @retval KIVCS2STATUS_PARAM_ERR             `_task` or `_killResult` is null
  * @retval KIVCS2STATUS_TASK_NOT_RUNNING_ERR  it is not running; nothing is stored
