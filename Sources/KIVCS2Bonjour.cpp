@@ -27,7 +27,8 @@ constexpr CFOptionFlags kNotAServiceThatCame = kCFNetServiceFlagIsDomain | kCFNe
 constexpr useconds_t kLookAgainAfter = 10; // microseconds
 constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
 
-// Hosts rely on one successful search ending all browsing of the process. Only ever set.
+// Set by the first successful search and never cleared: hosts rely on that search ending all browsing of the
+// process.
 constinit std::atomic<uint32_t> foundFirst = 0;
 
 // The service whose monitor's callback runs on the calling thread; null if there is none.
@@ -64,11 +65,11 @@ void copyText(CFStringRef text, char (&to)[KIVCS2BonjourNameMax])
     to[used] = '\0';
 }
 
-// The worker of a record that was never started has no thread.
+// Ends a worker, if it has a thread: a record that was never started has none.
 void endWorker(KIVCS2SemaphoreThread &worker)
 {
     if (worker.m_thread.m_thread != 0)
-        (void)kivCS2SemaphoreThread_free(&worker); // cancels it, and releases its semaphore too
+        (void)kivCS2SemaphoreThread_free(&worker); // also cancels the thread and releases its semaphore
 }
 
 // ---- Workers: each runs a call that waits, with its own reference to the object it waits in ----
@@ -237,10 +238,10 @@ void serviceCame(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
         const Resolving resolving{browser, cfService};
         CFStreamError error{};
         (void)CFNetServiceResolveWithTimeout(cfService, kResolveTimeout,
-                                             &error); // on failure listed without addresses
+                                             &error); // after a failure it is listed without addresses
     }
-    // A search that was stopped meanwhile has not found the service: a host whose search for the first
-    // service timed out searches again, which the flag would forbid.
+    // If the search was stopped meanwhile, the service does not count as found: a host whose search for the
+    // first service timed out searches again, and `foundFirst` would forbid that.
     if (shared(browser.m_stop).load() != 0)
         return;
     KIVCS2BonjourService *service = appendService(browser, cfService);
@@ -249,7 +250,7 @@ void serviceCame(KIVCS2BonjourBrowser &browser, CFNetServiceRef cfService)
     if (isFirst)
     {
         foundFirst.store(1);
-        (void)kivCS2Semaphore_signal(&browser.m_semaphore); // open while a search for the first service runs
+        (void)kivCS2Semaphore_signal(&browser.m_semaphore); // exists during a search for the first service
         return;
     }
     browser.m_inCallback = 1;
@@ -264,7 +265,7 @@ void MyNetServiceBrowserClientCallBack(CFNetServiceBrowserRef, CFOptionFlags fla
     const kiv::MutexLock lock{browser.m_mutex};
     if (KIVCS2_FAILED(lock.status()) || shared(browser.m_stop).load() != 0 || foundFirst.load() != 0)
         return;
-    // A service that went away stays listed; an error is reported without a service.
+    // Ignore a service that went away, because it stays listed. An error comes without a service.
     if ((flags & kNotAServiceThatCame) != 0 || domainOrService == nullptr)
         return;
     serviceCame(browser, static_cast<CFNetServiceRef>(const_cast<void *>(domainOrService)));
@@ -311,7 +312,7 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
     return KIVCS2STATUS_OK;
 }
 
-// Ends the worker, whose search has been stopped: until then the worker is blocked in the search.
+// Ends the worker after its search has been stopped: before that the worker is blocked in the search.
 [[nodiscard]] KIVCS2Status endSearch(KIVCS2BonjourBrowser &browser)
 {
     const kiv::MutexLock lock{browser.m_endMutex};
@@ -321,8 +322,8 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
     return KIVCS2STATUS_OK;
 }
 
-// Takes the texts over and starts the search; if no worker starts, nothing has changed. The caller holds
-// `m_endMutex`: a stop by another thread finds a complete worker, or none.
+// Takes ownership of the texts and starts the search; if no worker starts, nothing changes. The caller holds
+// `m_endMutex`, so that a stop by another thread finds a complete worker or no worker.
 [[nodiscard]] KIVCS2Status startSearch(KIVCS2BonjourBrowser &browser, CFRef<CFStringRef> &domain,
                                        CFRef<CFStringRef> &type)
 {
@@ -357,7 +358,7 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
     return status;
 }
 
-// True once the semaphore was signalled, false if the time passed first. Checks at least once.
+// Returns true after the semaphore is signalled, false if the time passes first. Checks at least once.
 [[nodiscard]] bool waitForFirst(KIVCS2BonjourBrowser &browser, uint32_t timeout)
 {
     const uint64_t start = mach_absolute_time();
@@ -366,7 +367,7 @@ void releaseTexts(KIVCS2BonjourBrowser &browser)
         if (KIVCS2_SUCCEEDED(kivCS2Semaphore_testWait(&browser.m_semaphore)))
             return true;
         const uint64_t elapsed = kivCS2AbsoluteToNanoseconds(mach_absolute_time() - start);
-        (void)usleep(kLookAgainAfter); // a signal that cuts it short makes the next check earlier
+        (void)usleep(kLookAgainAfter); // a signal only makes the next check earlier
         if (elapsed / kNanosecondsPerMillisecond >= timeout)
             return false;
     }
@@ -506,9 +507,9 @@ KIVCS2Status kivCS2Bonjour_findFirstService(KIVCS2BonjourBrowser *browser, const
 
     bool isFound = waitForFirst(*browser, timeout);
     const KIVCS2Status status = kivCS2Bonjour_stopServiceBrowser(browser);
-    // It may have been found between the last check and the stop, which has ended all browsing.
+    // The service may have been found between the last check and the stop; that has ended all browsing.
     isFound = isFound || KIVCS2_SUCCEEDED(kivCS2Semaphore_testWait(&browser->m_semaphore));
-    (void)kivCS2Semaphore_free(&browser->m_semaphore); // it is open, and no thread waits
+    (void)kivCS2Semaphore_free(&browser->m_semaphore); // it exists, and no thread waits
     return KIVCS2_SUCCEEDED(status) && !isFound ? KIVCS2STATUS_TIMEOUT_ERR : status;
 }
 
@@ -518,7 +519,8 @@ KIVCS2Status kivCS2Bonjour_stopServiceBrowser(KIVCS2BonjourBrowser *data)
 
     bool inCallback = false;
     KIV_TRY(stopSearch(*data, inCallback));
-    // The worker, whose callback this is, ends by itself; disposing of the browser waits for it.
+    // In its own callback the worker cannot be waited for: it ends by itself, and disposing of the browser
+    // waits for it.
     return inCallback ? KIVCS2STATUS_OK : endSearch(*data);
 }
 
@@ -585,7 +587,7 @@ KIVCS2Status kivCS2Bonjour_startServiceMonitor(KIVCS2BonjourService *service,
     KIV_TRY(lock.status());
     if (service->m_monitor != nullptr && shared(service->m_monitorStop).load() == 0)
         return KIVCS2STATUS_STATE_ERR;
-    endMonitor(*service); // a monitor that its own callback has stopped
+    endMonitor(*service); // its own callback may have stopped it, without waiting
     service->m_monitorCallback = callback;
     service->m_monitorUserData = userData;
     service->m_monitorContext = {};
@@ -595,7 +597,7 @@ KIVCS2Status kivCS2Bonjour_startServiceMonitor(KIVCS2BonjourService *service,
                                                                     &service->m_monitorContext)};
     if (!monitor)
         return KIVCS2STATUS_DATA_ERR;
-    service->m_monitor = monitor.get(); // before the first callback, which may stop it
+    service->m_monitor = monitor.get(); // before the first callback, which may stop the monitor
     shared(service->m_monitorStop).store(0);
     if (KIVCS2_FAILED(startWorker(service->m_monitorThread, monitor.get(), watchService)))
     {
@@ -610,11 +612,11 @@ KIVCS2Status kivCS2Bonjour_stopServiceMonitor(KIVCS2BonjourService *service)
 {
     KIV_CHECK(service);
 
-    // Before the mutex is taken, as a browser's stop does.
+    // Set before the mutex is taken, as in stopSearch().
     shared(service->m_monitorStop).store(1);
     if (t_watched == service)
     {
-        // The worker, whose callback this is, ends by itself; the next stop or start waits for it.
+        // In its own callback the worker cannot be waited for: the next stop or start does that.
         CFNetServiceMonitorStop(service->m_monitor, nullptr);
         return KIVCS2STATUS_OK;
     }

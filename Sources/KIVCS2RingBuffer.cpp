@@ -41,7 +41,8 @@ inline void settleHead(KIVCS2RingBuffer &rb, uint32_t free, uint32_t size)
         rb.dataLost = 1;
 }
 
-// A store that is long or reaches the end of the storage. Separate, so that short stores save no registers.
+// A store that is long or reaches the end of the storage. It is a function of its own, so that short stores
+// need not save registers.
 [[gnu::noinline]] void storeAround(KIVCS2RingBuffer &rb, const void *data, uint32_t size, uint32_t free)
 {
     const uint32_t room = distance(rb.tail, rb.buffer_end);
@@ -89,7 +90,7 @@ void sleepFor(uint32_t microseconds)
     timespec time{};
     time.tv_sec = static_cast<time_t>(microseconds / kPerSecond);
     time.tv_nsec = static_cast<long>(microseconds % kPerSecond) * 1000;
-    (void)nanosleep(&time, nullptr); // a signal only makes the next attempt come sooner
+    (void)nanosleep(&time, nullptr); // a signal only makes the next attempt earlier
 }
 } // namespace
 
@@ -155,7 +156,7 @@ KIVCS2Status kivCS2RingBuffer_storeKeepTrying(KIVCS2RingBuffer *rb, const void *
             return status;
         if (microseconds > 0)
             sleepFor(microseconds);
-        // The compiler cannot see what makes room: the record must be read again, not remembered.
+        // Another thread makes room, which the compiler cannot see: make it read the record again.
         std::atomic_signal_fence(std::memory_order_seq_cst);
     }
 }
@@ -190,7 +191,7 @@ KIVCS2Status kivCS2RingBuffer_readDataAtOffset(const KIVCS2RingBuffer *rb, void 
     if (end > rb->capacity)
         return KIVCS2STATUS_PARAM_ERR;
 
-    // Kept: once the ring was filled, hosts rely on a history that ignores what has been fetched.
+    // Kept: after the ring was full once, hosts rely on a history that includes the bytes already fetched.
     const uint8_t *position = rb->tail;
     if (rb->circulatedAtLeastOnce == 0)
     {

@@ -1,5 +1,4 @@
-// Pixel buffers: one block of the heap holds the head and the rows after
-// it, or only the head for a caller's rows.
+// Pixel buffers: one heap block holds the record and its rows, or only the record if the caller has the rows.
 #include <CoreVideo/CVPixelBuffer.h>
 
 #include <KIVPlatform/KIVPPixelBuffer.h>
@@ -28,7 +27,7 @@ namespace
 {
 constexpr size_t kRowAlignment = 64; // a cache line, and the widest vector
 
-// Pixels come in blocks that are never split: a pair shares its chroma, six pixels of v210 share four words.
+// Pixels come in blocks that are never split: two pixels share their chroma, six pixels of v210 four words.
 struct Format
 {
     OSType type;

@@ -11,13 +11,13 @@
 using kiv::system::SystemFile;
 using kiv::system::Version;
 
-struct __NSProcessInfo // has no members: every message asks the system
+struct __NSProcessInfo // has no members: every call reads the system's files
 {
 };
 
 namespace
 {
-// Nothing without the file; zeros for a file without a version.
+// Returns the version in a file: empty if there is no file, zeros if the file has no version.
 std::optional<Version> readVersion(const char *path) noexcept
 {
     const SystemFile file{path};
@@ -49,7 +49,7 @@ NSOperatingSystemVersion NSProcessInfo_operatingSystemVersion(NSProcessInfo *pro
 {
     if (processInfo == nullptr)
         return {};
-    // The first file that exists counts, even if it has no version: os-release(5).
+    // The first file that exists is used, even if it has no version: os-release(5).
     auto found = readVersion("/etc/os-release");
     if (!found)
         found = readVersion("/usr/lib/os-release");

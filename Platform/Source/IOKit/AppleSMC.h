@@ -10,15 +10,15 @@
 
 namespace kiv::iokit
 {
-// The folder of the driver's files, and the function that updates them if they are plain files.
+// The folder of the driver's files. Plain files need `indexWritten`, see KIVPSetSMCFolder().
 struct Driver
 {
-    const char *folder;                 // null: the machine's
+    const char *folder;                 // null: the folder of the machine's driver
     void (*indexWritten)(const char *); // may be null
 };
 
-// One connection. The driver has one chosen key for the whole machine, so the calls of all connections, and
-// of other processes with this library, run one after the other.
+// One connection. The driver keeps one selected key for the whole machine, so the calls of all connections,
+// also in other processes with this library, run one after the other.
 class AppleSMC
 {
 public:

@@ -14,7 +14,7 @@
 
 struct os_log_s
 {
-    std::atomic<int64_t> references{1}; // the framework never releases its own
+    std::atomic<int64_t> references{1}; // the library never releases its own reference
 };
 
 namespace
@@ -29,8 +29,8 @@ void writeToSystem(void *context, os_log_type_t type, const char *message);
 
 os_log_s g_handle;
 std::atomic<bool> g_enabled{true};
-// Messages hold it shared, so that KLSetSink() returns only when the previous sink is idle. Readers have
-// priority: a sink that logs, and the child of a fork in the middle of a message, do not wait.
+// A message holds this mutex shared, so KLSetSink() returns only when the previous sink is idle. The mutex
+// prefers readers, so a sink that logs does not wait, nor does the child of a fork during a message.
 std::shared_mutex g_sinkMutex;
 Sink g_sink{writeToSystem, nullptr};
 
@@ -51,7 +51,7 @@ void writeToSystem(void *, os_log_type_t, const char *message)
         dprintf(STDERR_FILENO, "%s\n", message);
 }
 
-// Returns the message, which the caller frees if it is not `small`; cut if memory is short.
+// Returns the message, cut if there is no memory for all of it. The caller frees it if it is not `small`.
 char *format(char *small, size_t smallSize, const char *pattern, va_list arguments) noexcept
 {
     va_list again;

@@ -18,7 +18,7 @@
 
 namespace
 {
-constexpr size_t kLongestSemaphoreName = 251; // NAME_MAX less the "sem." of the file in /dev/shm
+constexpr size_t kLongestSemaphoreName = 251; // NAME_MAX less the prefix "sem." in /dev/shm
 constexpr size_t kKeptSemaphoreName = 180;
 constexpr size_t kThreadNameSize = 16; // TASK_COMM_LEN
 
@@ -54,11 +54,11 @@ ssize_t KIVPWriteWithoutSignal(int fd, const void *buffer, size_t size)
 
     const ssize_t written = write(fd, buffer, size);
     const int writeError = errno;
-    // A reader that leaves in the middle of a write raises it too, although the write then returns a part.
+    // A reader that closes during a write also raises SIGPIPE, but then the write returns a partial count.
     const bool mayBeRaised = written < 0 ? writeError == EPIPE : static_cast<size_t>(written) < size;
     if (mayBeRaised && !wasPending)
     {
-        // The write sent it to this thread: take it back before the mask lets it through.
+        // The write sent SIGPIPE to this thread: consume it before the mask lets it through.
         const timespec now{};
         while (sigtimedwait(&pipeSignal, nullptr, &now) < 0 && errno == EINTR)
             ;
@@ -94,7 +94,7 @@ int KIVPSetThreadName(const char *name)
     {
         size_t end = kThreadNameSize - 1;
         while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0) == 0x80)
-            --end; // inside a UTF-8 character: leave all of it out
+            --end; // inside a UTF-8 character: leave out the whole character
         text = text.substr(0, end);
     }
     char cut[kThreadNameSize] = {};
@@ -128,7 +128,6 @@ int KIVPPipe(int ends[2])
     int made[2];
     if (pipe2(made, O_CLOEXEC) != 0)
         return -1;
-    // In this order, so that the second does not take the number that the first one leaves.
     const int writeEnd = KIVPAboveStandardStreams(made[1]);
     const int writeError = errno;
     const int readEnd = KIVPAboveStandardStreams(made[0]);

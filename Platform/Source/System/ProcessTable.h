@@ -7,11 +7,11 @@
 
 namespace kiv::system
 {
-// Fills `entries` with as many kinfo_proc as `size` bytes hold, or only counts them if it is null, and stores
-// their bytes in `size`. As sysctl(): 0, or -1 and errno, ENOMEM if some did not fit.
+// Fills `entries` with as many kinfo_proc as fit into `size` bytes; only counts them if `entries` is null.
+// Stores their size in bytes in `size`. Returns as sysctl(): 0, or -1 with errno; ENOMEM if not all fit.
 int processTable(void *entries, size_t &size);
 
-// The states of a process's threads, as KIVPThreadStates().
+// Returns the states of the threads of a process, as KIVPThreadStates().
 [[nodiscard]] unsigned threadStates(pid_t pid);
 } // namespace kiv::system
 

@@ -1,4 +1,4 @@
-// Packets in wrapped ancillary data (SMPTE ST 436-1): frames of line records.
+// Packets in frames of wrapped ancillary data (SMPTE ST 436-1): a count, then one record for each packet.
 #ifndef KIV_PRIVATE_CARRIERS_WRAPPED_H
 #define KIV_PRIVATE_CARRIERS_WRAPPED_H
 

@@ -1,5 +1,5 @@
-// The vector instructions of this machine. Hot modules keep one table of function pointers for each level and
-// choose with cpuLevel(); tests force every level the machine has.
+// The vector instructions of this machine. Modules with hot loops have one table of function pointers for
+// each level and choose it with cpuLevel(). Tests force every level that the machine has.
 #ifndef KIV_PRIVATE_SUPPORT_CPU_H
 #define KIV_PRIVATE_SUPPORT_CPU_H
 
@@ -14,7 +14,7 @@ enum class CpuLevel
     neon = sse42, // every arm64 processor's; the only level there above portable
 };
 
-// The best level of this machine, from CPUID and the operating system's enabled state, read once.
+// Returns the highest level that the processor has (CPUID) and the operating system enables; computed once.
 [[nodiscard]] CpuLevel cpuLevel() noexcept;
 } // namespace kiv
 

@@ -1,4 +1,4 @@
-// The lenient text form of the project timecode: any letters read as some numbers.
+// The lenient text form of the project timecode: any text gives some numbers.
 #ifndef KIV_PRIVATE_TIMECODE_PROJECT_TEXT_H
 #define KIV_PRIVATE_TIMECODE_PROJECT_TEXT_H
 
@@ -10,7 +10,7 @@
 
 namespace kiv::timecode
 {
-// A text read unit by unit: bytes, or a system string that keeps no bytes.
+// Access to the units of a text: bytes, or UTF-16 units of a system string that is not stored as ASCII.
 class Letters
 {
 public:
@@ -25,7 +25,7 @@ public:
     {
         return m_length;
     }
-    // Null for a system string that keeps no bytes.
+    // Null for a system string that is not stored as ASCII.
     [[nodiscard]] const char *bytes() const
     {
         return m_bytes;
@@ -42,8 +42,8 @@ private:
     size_t m_length;
 };
 
-// One time field is a frame count; otherwise there are four. Values are cut to what the record holds: fields
-// to 8 bits, the date as stored.
+// Splits a text. A single time field is a frame count; otherwise there are four time fields, each cut to 8
+// bits. The date is cut to the bits that the record stores.
 [[nodiscard]] TextFields splitLenientText(const Letters &letters);
 } // namespace kiv::timecode
 

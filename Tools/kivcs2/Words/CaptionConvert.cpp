@@ -37,8 +37,8 @@ struct ConvertArguments
 
 struct KindRow
 {
-    std::string_view name;   ///< of --to
-    std::string_view ending; ///< of a file; empty: no ending chooses this row
+    std::string_view name;   ///< value of --to
+    std::string_view ending; ///< file name ending; empty: no ending selects this row
     KIVCS2CaptionFileKind kind;
 };
 
@@ -122,7 +122,7 @@ KIVCS2CaptionService serviceFor(const std::string &name)
 
 ConversionWay wayFor(const ConvertArguments &arguments, const CaptionSource &source)
 {
-    refuseSource(arguments.target); // first, because its message is the more useful one
+    refuseSource(arguments.target); // checked first, because its message is the more useful one
     ConversionWay way;
     way.target = arguments.target;
     way.kind = kindFor(arguments, source);
@@ -208,7 +208,7 @@ public:
             m_changed = kMended | kLeftOut;
         if (isRepair && from == KIVCS2CaptionFileKind_SCC)
             m_changed |= kPlaced;
-        if (from == KIVCS2CaptionFileKind_MCC1) // there the fault is that a suffix exists at all
+        if (from == KIVCS2CaptionFileKind_MCC1) // in MCC 1 any suffix is a fault
             m_changed &= ~kSuffix;
         for (const KIVCS2CaptionFileFault &fault : m_early)
             tell(fault);
@@ -251,7 +251,7 @@ private:
             value["changedTo"] = isChange ? Json(now) : Json();
             m_report->add(value);
         }
-        else if (isChange && fault.m_fault != KIVCS2CaptionFault_BlanksBehind && // only counted: unseen
+        else if (isChange && fault.m_fault != KIVCS2CaptionFault_BlanksBehind && // only counted: invisible
                  (m_lostLine == 0 || m_keepsGoing))
         {
             m_held.push_back(place(m_file, fault.m_line) + ": changed: " + sentence(fault, "now " + now));
@@ -278,7 +278,7 @@ uint64_t setOddParity(KIVCS2CaptionPacket &packet)
     for (size_t index = 0; index < packet.m_tripletCount; ++index)
     {
         uint8_t *const triplet = packet.m_triplets[index];
-        if ((triplet[0] & 6u) != 4u) // a valid pair of CEA-608
+        if ((triplet[0] & 6u) != 4u) // not a valid pair of CEA-608
             continue;
         const CaptionPair pair{triplet[1], triplet[2]}, odd = pair.withOddParity();
         mended += pair == odd ? 0 : 1;
@@ -377,7 +377,7 @@ private:
         return way;
     }
 
-    /// A copy of an MCC file keeps the order of its packets.
+    /// Returns true if packets are put in order by frame; a copy of an MCC file keeps its order.
     [[nodiscard]] bool placesPackets() const
     {
         return m_arguments.retime.isAsked() || !isMCC(askedKind(m_arguments).kind);

@@ -11,14 +11,14 @@
 namespace tool
 {
 
-/// The format of a name, 8 Bit if the name has no pixel format, or of a code "0x..."; empty if the table has
-/// no such row. Throws a usage failure for a code that is not a number.
+/// Returns the format with a name or a code "0x...", or an empty value if the table has no such row. A name
+/// without a pixel format means 8 Bit. Throws a usage failure for a code that is not a number.
 [[nodiscard]] std::optional<KIVCS2VideoFormatDescription> findVideoFormat(const std::string &wanted);
 
-/// The names of all formats.
+/// Returns the names of all formats.
 [[nodiscard]] std::vector<std::string> videoFormatNames();
 
-/// The line that reports an unknown format.
+/// Returns the line that reports an unknown format.
 [[nodiscard]] std::string noVideoFormat(const std::string &wanted);
 
 } // namespace tool
