@@ -74,7 +74,7 @@ typedef void (*KIVCS2BonjourMonitorCallback)(struct KIVCS2BonjourService *servic
 typedef struct KIVCS2BonjourService
 {
     KIVCS2LinkElem m_elem;
-    KIVCS2LinkList m_addresses;            /**< of KIVCS2BonjourAddress */
+    KIVCS2LinkList m_addresses;            /**< elements: KIVCS2BonjourAddress */
     uint32_t m_addressCount;               /**< always 0; the list has its own count */
     CFNetServiceRef m_service;             /**< owned */
     char m_hostName[KIVCS2BonjourNameMax]; /**< ASCII, other characters as "?"; empty if it did not resolve */
@@ -82,7 +82,7 @@ typedef struct KIVCS2BonjourService
     KIVCS2SemaphoreThread m_monitorThread;
     uint32_t m_monitorStop;               /**< 1 once stopping of the monitor has begun */
     CFNetServiceMonitorRef m_monitor;     /**< owned; null while not monitored */
-    CFNetServiceMonitorType m_recordType; /**< of the last record: 1, TXT */
+    CFNetServiceMonitorType m_recordType; /**< type of the last record: 1, TXT */
     CFDataRef m_recordData;               /**< its data as in DNS; owned, null before the first record */
     CFStreamError m_recordError;
     CFNetServiceClientContext m_monitorContext;
@@ -111,7 +111,7 @@ typedef struct KIVCS2BonjourBrowser
     CFStringRef m_domain;             /**< owned, as are the next two; null while not searching */
     CFStringRef m_type;
     CFStringRef m_name;        /**< the wanted name, if looking for the first service */
-    KIVCS2LinkList m_services; /**< of KIVCS2BonjourService */
+    KIVCS2LinkList m_services; /**< elements: KIVCS2BonjourService */
     KIVCS2BonjourMode m_mode;
     KIVCS2BonjourBrowserCallback m_callback;
     void *m_userData;

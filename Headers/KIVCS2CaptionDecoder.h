@@ -54,12 +54,12 @@ enum
 /** One character on the screen. */
 typedef struct KIVCS2CaptionCell
 {
-    uint8_t m_row;         /**< from 0: of 15 in CEA-608, of the window's rows in CEA-708 */
-    uint8_t m_column;      /**< from 0: of 32 in CEA-608, of the window's columns in CEA-708 */
+    uint8_t m_row;         /**< from 0, in 15 rows (CEA-608) or the rows of the window (CEA-708) */
+    uint8_t m_column;      /**< from 0, in 32 columns or the columns of the window */
     uint8_t m_style;       /**< bits of KIVCS2CaptionStyle */
     char m_text[5];        /**< UTF-8, zero-terminated */
     uint32_t m_colour;     /**< AARRGGBB; AA is 255 solid, 128 translucent, 0 transparent */
-    uint32_t m_background; /**< likewise */
+    uint32_t m_background; /**< as `m_colour` */
     uint8_t m_reserved[4];
 } KIVCS2CaptionCell;
 

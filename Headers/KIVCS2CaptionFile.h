@@ -82,7 +82,7 @@ typedef KIVCS2Status (*KIVCS2CaptionFaultFunc)(const KIVCS2CaptionFileFault *fau
 typedef uint32_t KIVCS2CaptionOrder;
 enum
 {
-    KIVCS2CaptionOrder_File = 0, /**< as they stand in the file */
+    KIVCS2CaptionOrder_File = 0, /**< as in the file */
     /** By frame: the pairs of an SCC line wait for those of the line before. A line more than half a day
      *  earlier than the first line of the file belongs to the next day. */
     KIVCS2CaptionOrder_Frame = 1

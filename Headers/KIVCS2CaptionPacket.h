@@ -107,7 +107,7 @@ KIVCS2_API KIVCS2Status kivCS2CaptionCounting_nanosecondsOfFrame(KIVCS2CaptionCo
 
 /**
  * The faults of a packet or a caption file, one number for each cause. `m_faults` of a packet has bit
- * `1 << fault`. Docs/captions.md says what each fault does to its line; its name and its status come from
+ * `1 << fault`. Docs/captions.md lists the effect of each fault on its line; name and status come from
  * kivCS2CaptionFile_getFaultName() and kivCS2CaptionFile_getFaultStatus(). New faults are added at the end.
  */
 typedef uint32_t KIVCS2CaptionFault;
@@ -321,9 +321,9 @@ enum
     KIVCS2CaptionCarrier_8BitWithADF = 0,        /**< bytes after the data flag FF A0 09 */
     KIVCS2CaptionCarrier_8Bit = 1,               /**< bytes, beginning with the DID */
     KIVCS2CaptionCarrier_10BitWithADF = 2,       /**< 16-bit big-endian units after 000 3FF 3FF */
-    KIVCS2CaptionCarrier_10Bit = 3,              /**< such units, beginning with the DID */
+    KIVCS2CaptionCarrier_10Bit = 3,              /**< 16-bit big-endian units, beginning with the DID */
     KIVCS2CaptionCarrier_10BitLittleWithADF = 4, /**< 16-bit little-endian units after 000 3FF 3FF */
-    KIVCS2CaptionCarrier_10BitLittle = 5,        /**< such units, beginning with the DID */
+    KIVCS2CaptionCarrier_10BitLittle = 5,        /**< 16-bit little-endian units, beginning with the DID */
     KIVCS2CaptionCarrier_436M = 6,       /**< frames of wrapped data (MXF), 8-bit and 10-bit payloads */
     KIVCS2CaptionCarrier_V210Luma = 7,   /**< a v210 line of HD: the packets among its luma samples */
     KIVCS2CaptionCarrier_V210Chroma = 8, /**< a v210 line of HD: the packets among its colour differences */

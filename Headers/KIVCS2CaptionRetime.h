@@ -67,19 +67,19 @@ typedef struct KIVCS2CaptionRetimeReport
     uint64_t m_packetsIn;      /**< packets taken */
     uint64_t m_packetsLeftOut; /**< packets before `m_first` or after `m_last` of the options */
     uint64_t m_packetsRefused; /**< packets that feed refused */
-    uint64_t m_packetsBefore;  /**< those refused because they fall before frame 0 of the result */
+    uint64_t m_packetsBefore;  /**< packets refused because they come before frame 0 of the result */
     uint64_t m_packetsOther;   /**< packets taken whose bytes are not a CDP: only their triplets are used */
     uint64_t m_packetsOut;     /**< packets delivered: frames of the result */
-    uint64_t m_packetsBehind;  /**< those after the end of the source, for what still waited */
+    uint64_t m_packetsBehind;  /**< packets after the end of the source, for data that still waited */
     uint64_t m_pairsIn[2];     /**< CEA-608 pairs of field 1 and 2 that are not empty */
-    uint64_t m_pairsOut[2];    /**< after finish equal to `m_pairsIn` */
+    uint64_t m_pairsOut[2];    /**< equal to `m_pairsIn` after finish */
     uint64_t m_bytesIn;        /**< CEA-708 bytes */
-    uint64_t m_bytesOut;       /**< after finish equal to `m_bytesIn` */
+    uint64_t m_bytesOut;       /**< equal to `m_bytesIn` after finish */
     uint64_t m_bytesLeftOut;   /**< CEA-708 bytes of packets that began on a frame not taken */
     uint64_t m_waitTime[3];    /**< longest wait in each KIVCS2CaptionRetimeQueue, in nanoseconds */
-    uint32_t m_wait[3];        /**< the same in frames of the result; 0: nothing had to wait */
-    uint32_t m_firstFrame;     /**< of the result */
-    uint32_t m_lastFrame;      /**< of the result */
+    uint32_t m_wait[3];        /**< longest wait in each, in frames of the result; 0: no wait */
+    uint32_t m_firstFrame;     /**< first frame of the result */
+    uint32_t m_lastFrame;      /**< last frame of the result */
     uint8_t m_reserved[28];
 } KIVCS2CaptionRetimeReport;
 

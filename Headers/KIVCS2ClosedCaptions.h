@@ -299,7 +299,7 @@ enum
 /** One line of a caption file. A plain value: it owns nothing and may be copied. */
 typedef struct KIVCS2ClosedCaption
 {
-    KIVCS2Timecode m_timecode;    /**< of the line; no date */
+    KIVCS2Timecode m_timecode;    /**< timecode of the line, without a date */
     KIVCS2Timecode m_endTimecode; /**< first frame after the caption; SCC only, otherwise 0 */
     uint32_t m_flags;             /**< bits of KIVCS2ClosedCaptionFlag */
     uint32_t m_field;             /**< field suffix: 0 or 1 */

@@ -67,7 +67,7 @@ typedef struct KIVCS2Interpolation
     KIVCS2InterpolationStep m_steps[KIVCS2_INTERPOLATION_STEPS];
     uint32_t m_count;       /**< steps added */
     uint32_t m_currentStep; /**< `m_count` when the sequence has ended */
-    double m_currentValue;  /**< of the last interpolated frame; 0 before the first */
+    double m_currentValue;  /**< value of the last interpolated frame; 0 before the first */
     uint32_t m_looped;      /**< non-zero: the first step follows the last */
 } KIVCS2Interpolation;
 

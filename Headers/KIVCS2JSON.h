@@ -52,7 +52,7 @@ KIVCS2_BEGIN_DECLS
  *                                       would pass 32 bits
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  a string has no UTF-8 form (half of a surrogate pair; only when
  *                                       writing), or the nesting is deeper than KIVCS2_JSON_MAX_DEPTH
- * After a failure, cursor and length stand after the bytes written before it.
+ * After a failure, cursor and length count the bytes written before it.
  * Thread safety: any thread, as long as no thread changes the property list.
  */
 KIVCS2_API KIVCS2Status kivCS2JSON_createFromPlist(CFTypeRef plist, char **cursor, uint32_t *length);

@@ -356,10 +356,10 @@ KIVCS2_API KIVCS2Status kivCS2Socket_testWrite(KIVCS2Socket *_socket);
 /**
  * Checks that the socket is neither hung up on both sides nor closed. A peer that has only stopped sending
  * counts as alive. So does a peer that has closed its socket or ended, because the network reports both with
- * the same message. Such a peer answers data with a reset, and only then does the test fail. A peer that
- * vanishes without a message (a cable, a power supply) counts as alive until the system has repeated a send
- * for minutes without success. To notice a peer that has ended, use kivCS2Socket_testRead() and then
- * kivCS2Socket_receive(), which fails with KIVCS2STATUS_CONNECTION_CLOSED_ERR. Statuses as for
+ * the same message. Such a peer resets the connection when it receives data, and only then does the test
+ * fail. A peer that vanishes without a message (a cable, a power supply) counts as alive until the system has
+ * repeated a send for minutes without success. To notice a peer that has ended, use kivCS2Socket_testRead()
+ * and then kivCS2Socket_receive(), which fails with KIVCS2STATUS_CONNECTION_CLOSED_ERR. Statuses as for
  * kivCS2Socket_testRead(), but KIVCS2STATUS_OK also if a receive and a send would wait.
  * Thread safety: one thread at a time.
  */

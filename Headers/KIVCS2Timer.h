@@ -58,8 +58,8 @@ typedef struct KIVCS2Timer
 {
     uint8_t m_running;                /**< 1 until a timer with a thread is cancelled */
     KIVCS2TimerFlags m_flags;         /**< as given */
-    KIVCS2Thread *m_thread;           /**< of a timer with a thread, otherwise null */
-    CFRunLoopTimerRef m_runLoopTimer; /**< of a timer for a run loop, otherwise null */
+    KIVCS2Thread *m_thread;           /**< null unless the timer has a thread */
+    CFRunLoopTimerRef m_runLoopTimer; /**< null unless the timer is for a run loop */
     KIVCS2TimerFunc m_callback;       /**< null once cancelled */
     void *m_context;                  /**< null once cancelled */
     double m_interval;                /**< seconds */

@@ -519,10 +519,10 @@ public:
      * The moment at which the clock shows date and time. In the years 2001 to 2020 it is calculated from the
      * seconds since midnight; in all others from the digits, with the frames as parts of a second. The two
      * differ if seconds of timecode are not real seconds: by up to 72 seconds a day at 23.98. A time that the
-     * clock shows twice is the second one; a time that the clock skips counts on from before the gap.
-     * fromDate() may not return the same frame, because it takes whole milliseconds. From the digits it is
-     * the same frame at 25 and 50; the one before for every third frame at 24, 30 and 60 and for one of 24 at
-     * 23.98; and up to three before (at 59.94 also up to two after) at the drop-frame rates.
+     * clock shows twice is the second one; a time that the clock skips is counted from the time before the
+     * gap. fromDate() may not return the same frame, because it takes whole milliseconds. From the digits it
+     * is the same frame at 25 and 50; the one before for every third frame at 24, 30 and 60 and for one of 24
+     * at 23.98; and up to three before (at 59.94 also up to two after) at the drop-frame rates.
      * Null also for a month of 12 or more.
      */
     KIV_NODISCARD CFDateRef toDate() const noexcept;
