@@ -78,7 +78,7 @@ void registerService(void *context)
 {
     const CFRef<CFNetServiceRef> service{static_cast<CFNetServiceRef>(context)};
     CFStreamError error{};
-    (void)CFNetServiceRegisterWithOptions(service.get(), 0, &error); // its result is not reported
+    (void)CFNetServiceRegisterWithOptions(service.get(), 0, &error); // the result is not reported
 }
 
 void searchServices(void *context)
@@ -86,14 +86,14 @@ void searchServices(void *context)
     auto *browser = static_cast<KIVCS2BonjourBrowser *>(context);
     CFStreamError error{};
     (void)CFNetServiceBrowserSearchForServices(browser->m_browser, browser->m_domain, browser->m_type,
-                                               &error); // as above
+                                               &error); // the result is not reported
 }
 
 void watchService(void *context)
 {
     const CFRef<CFNetServiceMonitorRef> monitor{static_cast<CFNetServiceMonitorRef>(context)};
     CFStreamError error{};
-    (void)CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, &error); // as above
+    (void)CFNetServiceMonitorStart(monitor.get(), kCFNetServiceMonitorTXT, &error); // not reported
 }
 
 // Gives `object` to a worker that runs `wait` with it.

@@ -35,11 +35,11 @@ void clear(void *object, size_t size)
         std::memset(bytes, 0, size);
         return;
     }
-    std::memset(bytes, 0, kHalf); // of constant size: two halves that overlap
+    std::memset(bytes, 0, kHalf); // two halves that may overlap, each of constant size
     std::memset(bytes + size - kHalf, 0, kHalf);
 }
 
-// Returns the next object in turn, or one from the heap, or null. Under the lock.
+// Returns the next object in order, an object from the heap, or null. The caller holds the lock.
 [[nodiscard]] void *takeObject(KIVCS2MemoryPool &pool)
 {
     if (KIVCS2LinkElem *first = pool.m_objects.m_next; first != nullptr)
@@ -107,7 +107,7 @@ KIVCS2Status kivCS2MemoryPool_allocObject(KIVCS2MemoryPool *pool, void **object)
     KIV_CHECK(pool);
     KIV_CHECK(object);
 
-    *object = nullptr; // so that it shows, whatever the status, whether there is an object to return
+    *object = nullptr; // so that after every status it shows whether there is an object to return
     void *taken = nullptr;
     {
         kiv::MutexLock lock{pool->m_mutex};

@@ -215,7 +215,7 @@ KIVCS2Status kivCS2SemaphoreThread_cancel(KIVCS2SemaphoreThread *pThread)
     const KIVCS2Status status = kivCS2Thread_detach(&pThread->m_thread);
     pThread->m_thread.m_flags = 0; // Kept: hosts rely on the cleared word.
     pThread->m_detached = 1;
-    shared(pThread->m_busy).store(1); // as for every cancelled worker; this one will not set it itself
+    shared(pThread->m_busy).store(1); // set for every cancelled worker; this one will not set it
     if (Worker *worker = ownWorkerOf(pThread); worker != nullptr)
         worker->detached = true;
     return status;

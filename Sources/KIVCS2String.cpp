@@ -150,7 +150,7 @@ private:
     }
 
     glob_t m_matches{};
-    std::array<char, 4096> m_text{}; // of the user's entry
+    std::array<char, 4096> m_text{}; // texts of the user's entry
     const char *m_path = nullptr;
 };
 } // namespace

@@ -29,7 +29,7 @@ namespace
 {
 constexpr int kIdlePeriod = 1000;               // milliseconds
 constexpr int kAnswerPeriod = 10;               // milliseconds between two checks for a child that has ended
-constexpr uint64_t kNsPerMillisecond = 1000000; // of absolute time as well
+constexpr uint64_t kNsPerMillisecond = 1000000; // the unit of absolute time is the nanosecond too
 constexpr uint64_t kSpin = kNsPerMillisecond / 10;
 constexpr uint64_t kPartingTime = 2000 * kNsPerMillisecond;
 constexpr pid_t kFirstProcess = 1;
@@ -179,11 +179,11 @@ enum class Answer
 {
     launched,
     noRequest, // the request was not written
-    noProcess, // it was written, and the server ended without launching
+    noProcess, // the request was written, but the server ended without launching
     noAnswer,  // the server is there but does not respond
 };
 
-// The next id in the pipe: -1 with errno (EAGAIN) if there is none yet, 0 at its end.
+// Returns the next id in the pipe: 0 at the end of the pipe, -1 with errno (EAGAIN if there is no id yet).
 [[nodiscard]] pid_t nextPid()
 {
     int32_t pid = 0;
@@ -216,7 +216,7 @@ enum class Answer
         const uint64_t now = mach_absolute_time();
         if (now - begin >= kiv::g_answerTime)
             return Answer::noAnswer;
-        // The answer usually comes sooner than a sleeping thread wakes up.
+        // The report usually comes before a sleeping thread would wake up.
         if (now - begin < kSpin)
             continue;
         pollfd entry{g_CSTaskServer.m_descriptors[kPidRead], POLLIN, 0};
@@ -290,7 +290,8 @@ void finish(KIVCS2Task &task, int32_t exitCode)
     kiv::releaseTask(task);
 }
 
-// Finds the newest task of that id: an older one was launched by a lost server, and its end was not seen yet.
+// Finds the newest task with an id. An older task with the same id was launched by a lost server, and its end
+// was not seen yet.
 [[nodiscard]] KIVCS2Task *findTask(pid_t pid)
 {
     for (KIVCS2LinkElem *link = g_CSTaskServer.m_tasks.m_prev; link != nullptr; link = link->m_prev)

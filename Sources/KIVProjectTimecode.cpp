@@ -551,7 +551,7 @@ KIVProjectTimecode KIVProjectTimecode::timecodeSubtracting(const KIVProjectTimec
                                                            const KIVProjectTimecode &from, bool timecodeOnly,
                                                            bool framesOnly) noexcept
 {
-    (void)framesOnly; // in both cases only the frame count makes the result
+    (void)framesOnly; // with and without it only the frame count gives the result
     if (timecodeOnly && hasRate(rate()) && hasMonth(timecode.m_fields) && hasMonth(from.m_fields) &&
         from.day() < from.daysInMonth())
     {

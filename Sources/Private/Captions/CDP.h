@@ -29,7 +29,7 @@ constexpr size_t kFooterSectionSize = 3; // the footer without the checksum
 
 constexpr size_t kSequenceOffset = 5;
 constexpr size_t kTripletsOffset = kHeaderSize + kSectionHeadSize;
-constexpr size_t kTriplets = 20; // of one frame at 29.97 frames per second
+constexpr size_t kTriplets = 20; // triplets of one frame at 29.97 frames per second
 
 constexpr uint8_t kTimeCodeId = 0x71;
 constexpr uint8_t kCaptionDataId = 0x72;

@@ -518,7 +518,7 @@ KIVCS2Status DTVCC::feed(uint32_t frame, bool start, uint8_t first, uint8_t seco
         if (m_used < m_size)
         {
             ++m_sink.report.m_dtvccCut;
-            status = takePacket(frame); // its complete blocks
+            status = takePacket(frame); // takes the complete blocks
         }
         const size_t code = first & 0x3Fu; // half the packet's bytes, including the header's byte
         m_size = code == 0 ? kPacket : code * 2;

@@ -26,7 +26,7 @@ struct Window
     uint8_t anchorPoint = 0, anchorRow = 0, anchorColumn = 0, justify = 0;
     uint8_t print = kLeftToRight, scroll = kBottomToTop;
     size_t rows = 1, columns = 1;
-    size_t row = 0, column = 0; // of the pen; `columns` and `rows` are past the last
+    size_t row = 0, column = 0; // place of the pen; `columns` and `rows` are past the last
     uint32_t since = 0;
     Pen pen;
     std::array<std::array<Cell, kColumns>, kRows> cells{};
@@ -116,7 +116,7 @@ private:
     bool m_anyDelayed = false;
     bool m_hasSequence = false;
     uint8_t m_sequence = 0;
-    size_t m_size = 0, m_used = 0; // of the packet being put together; 0 if there is none
+    size_t m_size = 0, m_used = 0; // bytes of the packet being put together, or 0
     std::array<uint8_t, kPacket> m_packet;
 };
 } // namespace kiv::cc

@@ -37,7 +37,7 @@ private:
         Memory shown{};
         Memory hidden{};
         size_t row = kRows - 1;
-        size_t baseRow = kRows - 1; // of roll-up: the row of new text
+        size_t baseRow = kRows - 1; // roll-up: the row of new text
         size_t column = 0;          // kColumns: past the last column
         size_t rollRows = 2;
         uint32_t since = 0;                              // the frame on which the shown rows appeared
@@ -72,7 +72,7 @@ private:
     std::array<Channel, 2> m_channels{};
     size_t m_current = 0;
     uint32_t m_lastControl = 0; // both bytes
-    uint32_t m_lastFrame = 0;   // of m_lastControl
+    uint32_t m_lastFrame = 0;   // frame of m_lastControl
     bool m_mayRepeat = false;
     bool m_inXDS = false; // field 2: the characters belong to extended data services
 };

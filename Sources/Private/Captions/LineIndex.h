@@ -19,7 +19,7 @@ public:
     struct Entry
     {
         uint64_t offset;
-        uint32_t number; // of the line
+        uint32_t number; // number of the line
         uint32_t bound;  // every caption line before this one ends before that frame
     };
 
@@ -46,7 +46,7 @@ struct OrderedLine
 {
     uint64_t offset;
     uint32_t number;
-    uint32_t frame;  // of the line's timecode
+    uint32_t frame;  // frame of the line's timecode
     uint32_t placed; // the frame on which it begins after those before it have ended
     uint32_t frames : 31;
     uint32_t isBack : 1; // earlier than the line before it in the file

@@ -54,7 +54,7 @@ KIVCS2Status readSome(KIVCS2Stream &stream, bool canSeek, char *buffer, size_t s
 
 LineSource::LineSource(KIVCS2Stream *stream) : m_stream{stream}
 {
-    // A stream may not know its position: then it is read from here on and never moved.
+    // If a stream cannot report its position, it is read from here on and never moved.
     int64_t position = 0;
     if (stream->m_setPosition != nullptr &&
         KIVCS2_SUCCEEDED(kivCS2Stream_setPosition(stream, 0, KIVCS2StreamPosition_Current, &position)))

@@ -17,7 +17,7 @@ struct Line
     std::string_view text;
     uint64_t number = 0; // from 1
     uint64_t offset = 0; // bytes from the start to the line
-    bool whole = true;   // false: `text` is the front of a line that more() goes on with
+    bool whole = true;   // false: `text` is the start of a line; more() reads the rest
 };
 
 class LineSource
@@ -77,12 +77,12 @@ private:
 
     KIVCS2Stream *m_stream;
     int64_t m_base = 0;    // position of the stream at the start of the file
-    uint64_t m_offset = 0; // of m_window[0], from m_base
+    uint64_t m_offset = 0; // offset of m_window[0] from m_base
     uint64_t m_number = 1;
-    size_t m_begin = 0, m_end = 0; // of the buffered text
+    size_t m_begin = 0, m_end = 0; // bounds of the buffered text
     size_t m_searched = 0;         // there is no line end from m_begin up to here
     size_t m_block = kWindow;
-    KIVCS2Status m_status = KIVCS2STATUS_OK; // of the stream; EOF_ERR at its end
+    KIVCS2Status m_status = KIVCS2STATUS_OK; // status of the stream; EOF_ERR at its end
     bool m_canSeek = false;
     bool m_skipLineFeed = false; // the last line ended in CR: an LF belongs to it
     std::array<char, kWindow> m_window;

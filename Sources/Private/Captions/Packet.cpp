@@ -16,7 +16,7 @@ constexpr uint8_t kCaptionSDID = 0x01;
 constexpr size_t kCDPMost = 255;
 constexpr uint8_t kPairSDID = 0x02; // one pair: a byte of field and line, and the pair (SMPTE ST 334-1)
 constexpr size_t kPairSize = 3;
-constexpr uint8_t kFirstField = 0x80; // of the byte of field and line
+constexpr uint8_t kFirstField = 0x80; // flag of field 1 in the byte of field and line
 
 constexpr size_t kFooterSize = 3;  // id and sequence, without the checksum
 constexpr uint8_t kDigital = 0x80; // in a service entry: its captions are CEA-708

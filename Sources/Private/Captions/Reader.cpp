@@ -417,7 +417,8 @@ std::optional<uint32_t> Reader::frameOfLine(const LineHead &head)
     return counted;
 }
 
-// A programme lasts less than half a day: a frame earlier than the first line by more is of the next day.
+// A programme lasts less than half a day: a frame that is earlier than the first line by more than that
+// belongs to the next day.
 uint32_t Reader::countedOn(uint32_t frame) const
 {
     return uint64_t{frame} + m_info->m_perDay / 2 < m_origin ? frame + m_info->m_perDay : frame;
@@ -924,7 +925,7 @@ KIVCS2Status Reader::seek(uint32_t frame)
     if (KIVCS2_FAILED(m_ended))
         return m_ended;
     m_inWords = false;
-    m_current.line.whole = true; // its rest is skipped
+    m_current.line.whole = true; // the rest of the line is skipped
     m_gone = 0;
     m_hasLast = m_hasSequence = false;
     KIVCS2Status status = m_info == nullptr ? KIVCS2STATUS_EOF_ERR : moveTo(frame);
@@ -933,8 +934,8 @@ KIVCS2Status Reader::seek(uint32_t frame)
     return status;
 }
 
-// In a file that runs past midnight, a frame more than half a day before the first line is of the next day.
-// In other files it is before the first line.
+// In a file that runs past midnight, a frame more than half a day before the first line belongs to the next
+// day. In other files it is before the first line.
 KIVCS2Status Reader::moveTo(uint32_t frame)
 {
     if (m_options.m_order == KIVCS2CaptionOrder_Frame && !m_listed)
@@ -942,7 +943,7 @@ KIVCS2Status Reader::moveTo(uint32_t frame)
     const bool byFrame = m_options.m_order == KIVCS2CaptionOrder_Frame;
     if (!byFrame && !m_hasOrigin)
         KIV_TRY(passBefore(0));
-    // In order by frame it is known if the file runs past midnight; otherwise only after its end was read.
+    // Whether the file runs past midnight is known in order by frame, otherwise only after its end was read.
     const uint32_t wanted = byFrame && !m_runsOver ? frame : countedOn(frame);
     const KIVCS2Status status = passBefore(wanted);
     return status == KIVCS2STATUS_EOF_ERR && wanted != frame && !m_runsOver ? passBefore(frame) : status;
@@ -966,7 +967,7 @@ KIVCS2Status Reader::passBefore(uint32_t frame)
         KIV_TRY(lineInFileOrder());
         Line line = m_current.line;
         const bool whole = line.whole;
-        m_current.line.whole = true; // the copy goes on with it
+        m_current.line.whole = true; // `line` reads the rest of it
         Notes notes;
         LineHead head;
         const auto begin = takeHead(line.text, head, notes) ? frameOfLine(head) : std::nullopt;

@@ -48,7 +48,7 @@ private:
         Line line;
         LineHead head;
         Notes notes;
-        uint32_t frame = 0; // counts on past midnight
+        uint32_t frame = 0; // continues past midnight
         bool hasFrame = false;
     };
 
@@ -124,7 +124,7 @@ private:
     KIVCS2Status m_headerStatus = KIVCS2STATUS_OK;
     KIVCS2Status m_ended = KIVCS2STATUS_OK; // a failure that stays
 
-    uint64_t m_firstOffset = 0; // of the first caption line
+    uint64_t m_firstOffset = 0; // offset of the first caption line
     uint32_t m_origin = 0;      // the first frame of the file, if m_hasOrigin
     uint32_t m_dropBefore = 0;  // after a seek: packets before this frame are skipped
     bool m_toldEnd = false;
@@ -139,9 +139,9 @@ private:
     std::array<char, 1024> m_gathered;
 
     // The words of an SCC line.
-    size_t m_at = 0;           // in the line's text
+    size_t m_at = 0;           // position in the line's text
     size_t m_gone = 0;         // characters of the line before the text
-    uint64_t m_lineFaults = 0; // of the line, for its first pair
+    uint64_t m_lineFaults = 0; // faults of the line, for its first pair
     uint32_t m_wordFrame = 0;
     bool m_inWords = false;
     bool m_first = true; // no pair of the line was returned yet
@@ -149,8 +149,8 @@ private:
     // The line before.
     bool m_hasLast = false;
     bool m_hasSequence = false;
-    uint32_t m_lastFrame = 0; // its timecode
-    uint32_t m_nextFrame = 0; // after its last pair
+    uint32_t m_lastFrame = 0; // frame of its timecode
+    uint32_t m_nextFrame = 0; // frame after its last pair
     uint32_t m_lastSuffix[3] = {};
     uint16_t m_sequence = 0;
 

@@ -208,7 +208,7 @@ void Retimer::takeDTVCC(const uint8_t *triplet, uint32_t ready)
     const uint8_t type = triplet[0] & kTypeMask;
     if (type == kDTVCCStart)
     {
-        constexpr size_t kPacket = 64; // triplets of a packet whose header says 0
+        constexpr size_t kPacket = 64; // triplets of a packet with 0 in its header
         const size_t triplets = triplet[1] & 0x3Fu;
         dtvcc.left = (triplets == 0 ? kPacket : triplets) - 1;
         dtvcc.startLost = false;

@@ -85,9 +85,9 @@ private:
         int64_t next = 0;       // the frame of the result to be made next
         int64_t end = 0;        // the first frame of the result after the source
         bool hasSeen = false;
-        bool hasCDP = false;      // of the source
-        bool hasTimeCode = false; // of the source's last CDP
-        uint16_t sequence = 0;    // of the next packet
+        bool hasCDP = false;      // the source has a CDP
+        bool hasTimeCode = false; // the source's last CDP has a time code
+        uint16_t sequence = 0;    // sequence number of the next packet
         size_t listed = 0;        // entries of the source's last service list
         std::array<KIVCS2CaptionServiceEntry, KIVCS2_CAPTION_SERVICES_MAX> services{};
     };

@@ -49,7 +49,7 @@ struct Grid
 class TextSink
 {
 public:
-    static constexpr size_t kMostRows = 15, kMostColumns = 42; // of a CEA-708 window, the largest grid
+    static constexpr size_t kMostRows = 15, kMostColumns = 42; // size of the largest CEA-708 window
 
     TextSink(const KIVCS2CaptionServices &services, bool screens, KIVCS2CaptionTextFunc onText, void *context)
         : m_services{services}, m_screens{screens}, m_onText{onText}, m_context{context}
@@ -63,7 +63,7 @@ public:
         return m_screens;
     }
     // Reports the rows `first` to `last`, if there is ink in them. `text` has the members that the grid does
-    // not know.
+    // not have.
     void emit(KIVCS2CaptionText text, const Grid &grid, size_t first, size_t last);
     // Returns and clears the status of the callback; a failure ends the call of feed.
     [[nodiscard]] KIVCS2Status takeStatus();

@@ -23,7 +23,7 @@ constexpr unsigned kParityShift = 8;
 struct AncForm
 {
     bool tenBits;
-    uint8_t flagWords; // of `flag`, before the DID
+    uint8_t flagWords; // words of `flag`, before the DID
     std::array<AncWord, 3> flag;
     AncWord did;
     AncWord sdid;

@@ -289,8 +289,8 @@ KIVCS2Status Writer::writeText(const KIVCS2CaptionText &text)
 
 void Writer::putTimes(uint64_t from, uint64_t until)
 {
-    // Past midnight the end counts on. A caption lasts at least one frame, even in a file that goes back in
-    // time.
+    // Past midnight the end continues to count. A caption lasts at least one frame, even in a file that goes
+    // back in time.
     until = std::max(isNextDay(until, from) ? until + m_info.m_perDay : until, from + 1);
     const auto milliseconds = [&](uint64_t frame)
     {

@@ -59,12 +59,12 @@ private:
     uint32_t m_lastFrame = 0;
 
     bool m_lineOpen = false;     // SCC
-    bool m_captionEnded = false; // by the pair before
+    bool m_captionEnded = false; // the pair before ended a caption
     uint32_t m_nextFrame = 0, m_emptyPairs = 0;
-    bool m_isLate = false;                               // pairs stand on later frames than their own
-    uint32_t m_pairsFrame = UINT32_MAX, m_freeFrame = 0; // of the pairs before, and the first one after them
+    bool m_isLate = false;                               // pairs are on later frames than their own
+    uint32_t m_pairsFrame = UINT32_MAX, m_freeFrame = 0; // frame of the last pairs; first frame after them
     uint64_t m_cues = 0;
-    uint64_t m_cueFrom = 0; // of the cue before, counted on past midnight; at first the time zero
+    uint64_t m_cueFrom = 0; // start of the cue before, past midnight too; at first the time zero
 };
 } // namespace kiv::cc
 

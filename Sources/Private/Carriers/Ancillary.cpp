@@ -14,7 +14,7 @@ constexpr uint8_t kCaptionDID = 0x61;
 constexpr uint8_t kCDP = 0x01;  // SDID of a caption distribution packet
 constexpr uint8_t kPair = 0x02; // SDID of one CEA-608 pair (SMPTE ST 334-1)
 constexpr size_t kPairBytes = 3;
-constexpr std::array<uint8_t, 2> kIdentifier{0x96, 0x69}; // of a CDP (SMPTE ST 334-2); its length follows
+constexpr std::array<uint8_t, 2> kIdentifier{0x96, 0x69}; // begins a CDP (SMPTE ST 334-2), before its length
 constexpr size_t kLengthAt = kHeadWords + 2;
 
 // Bit 8 makes the parity of bits 0 to 8 even, bit 9 is its inverse.
@@ -28,8 +28,7 @@ bool hasParity(uint16_t word)
     return word == withParity(static_cast<uint8_t>(word));
 }
 
-// A copy of the words from a DID on, as far as the packet can reach by its own count or by that of the CDP in
-// it.
+// A copy of the words from a DID on, as far as the packet can reach by its own count or by the CDP's length.
 class Look
 {
 public:
@@ -101,7 +100,7 @@ private:
     size_t m_count;
 };
 
-// The count that a caption packet's own content implies, or kUnknown.
+// Returns the data count that the content of a caption packet implies, or kUnknown.
 constexpr size_t kUnknown = SIZE_MAX;
 size_t countInside(const Look &look, uint8_t sdid)
 {
@@ -135,7 +134,7 @@ size_t wordsOf(const Look &look, size_t data)
     return std::min(look.count(), kHeadWords + data + 1);
 }
 
-// One bit of DID or SDID has changed: accepted only if the rest is right to the last word.
+// Accepts a packet with one wrong bit in DID or SDID only if all other words are right.
 std::optional<Judgement> judgeNear(const Look &look, size_t left, Trust trust)
 {
     for (const uint8_t sdid : {kCDP, kPair})
@@ -149,7 +148,7 @@ std::optional<Judgement> judgeNear(const Look &look, size_t left, Trust trust)
         const size_t inside = countInside(mended, sdid);
         if (look.isRight(2) && inside == data && mended.isWhole(data))
             return Judgement{Verdict::Damaged, wordsOf(look, data), true};
-        // The words that follow decide, but only if the content allows it so far.
+        // The words that follow decide, if the words up to here allow a packet.
         const bool mayBe = look.isRight(2) && (inside == data || look.count() <= kLengthAt);
         if (!trust.any && mayBe && kHeadWords + data >= left)
             return Judgement{Verdict::Undecided, 0, true};
@@ -176,7 +175,7 @@ Judgement judgeBody(const Look &look, size_t left, std::optional<uint8_t> sdid, 
     if (!look.isRight(2) && isCaption && left <= kLengthAt)
         return {Verdict::Cut, left, true}; // the CDP's own length may follow
     if (!look.isRight(2) && inside == kUnknown)
-        return {Verdict::Damaged, kHeadWords, isCaption}; // its length is unknown
+        return {Verdict::Damaged, kHeadWords, isCaption}; // the length is unknown
     const size_t length = kHeadWords + (look.isRight(2) ? data : inside) + 1;
     return {length > left ? Verdict::Cut : Verdict::Damaged, std::min(length, left), isCaption};
 }
@@ -214,7 +213,7 @@ void take(const Words &words, size_t at, size_t taken, Trust trust, KIVCS2Captio
     {
         const uint16_t word = words[at + index];
         const size_t data = index > 2 ? packet.m_anc[2] : 255;
-        // The checksum's bit 8 belongs to the sum and is not a parity.
+        // Bit 8 of the checksum belongs to the sum and is not a parity bit.
         if (words.tenBits() && index == kHeadWords + data)
         {
             parity = parity && (word >> 9 & 1) != (word >> 8 & 1);

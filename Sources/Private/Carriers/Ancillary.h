@@ -12,7 +12,7 @@
 namespace kiv::carriers
 {
 constexpr size_t kHeadWords = 3;                    // DID, SDID, data count
-constexpr size_t kMostWords = kHeadWords + 255 + 1; // with user data and checksum
+constexpr size_t kMostWords = kHeadWords + 255 + 1; // a head, the most user data, and a checksum
 
 [[nodiscard]] constexpr uint64_t faultBit(KIVCS2CaptionFault fault)
 {

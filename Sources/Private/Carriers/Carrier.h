@@ -9,12 +9,12 @@
 
 namespace kiv::carriers
 {
-// Of a packet only its bytes and the carrier's faults are set; the contents of the bytes are not checked.
+// A search sets only the packet's bytes and the faults of the carrier; it does not check the bytes' contents.
 struct Search
 {
     std::span<const uint8_t> bytes;
     size_t offset; // as in kivCS2CaptionPacket_find()
-    bool any;      // packets other than captions too
+    bool any;      // also find packets other than captions
     KIVCS2CaptionPacket packet;
     KIVCS2CaptionPlace place;
 };
@@ -26,7 +26,7 @@ struct Load
     const KIVCS2CaptionRTP *rtp;
 };
 
-// Checks that a result fits; `size` becomes its bytes in any case.
+// Checks that a result of `needed` bytes fits; always stores `needed` in `size`.
 [[nodiscard]] inline KIVCS2Status claim(std::span<uint8_t> room, size_t needed, size_t &size)
 {
     size = needed;

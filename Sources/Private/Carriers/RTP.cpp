@@ -16,19 +16,19 @@ constexpr uint8_t kVersion = 2;
 constexpr size_t kFixedSize = 12;  // the RTP header without sources and extension
 constexpr size_t kPayloadHead = 8; // extended sequence number, Length, ANC_Count, F
 constexpr size_t kPlaceSize = 4;   // C, line, horizontal offset, S and StreamNum of one packet
-constexpr size_t kLeastSize = 8;   // of a packet with its place
+constexpr size_t kLeastSize = 8;   // bytes of the smallest packet with its place
 constexpr uint16_t kAnyLine = 0x7FF, kAnyOffset = 0xFFF;
 constexpr size_t kMostPackets = 255; // the largest ANC_Count
 constexpr size_t kTellingCount = 8;  // this much user data does not look like a packet by chance
 
 struct Payload
 {
-    size_t begin, end; // of the ancillary packets; the end by the number of bytes
-    size_t length;     // by the header
+    size_t begin, end; // bounds of the ancillary packets, by the size of the RTP packet
+    size_t length;     // bytes of the packets by the header's Length
     bool padding;      // the padding is right
 };
 
-// Reads the headers: FORMAT_ERR if it is not RTP, EOF_ERR if they are cut.
+// Reads the headers. Returns FORMAT_ERR if they are not RTP, EOF_ERR if they are cut.
 KIVCS2Status readHeaders(std::span<const uint8_t> bytes, KIVCS2CaptionRTP &rtp, Payload &payload)
 {
     if (bytes.empty())
@@ -51,7 +51,7 @@ KIVCS2Status readHeaders(std::span<const uint8_t> bytes, KIVCS2CaptionRTP &rtp, 
     rtp.m_source = big(bytes, 8, 4);
     rtp.m_count = bytes[head + 4];
     const uint8_t field = bytes[head + 5] >> 6;
-    rtp.m_field = field == 0 ? 0 : field == 1 ? 3 : field - 1; // 00; 01, which is not valid; 10 and 11
+    rtp.m_field = field == 0 ? 0 : field == 1 ? 3 : field - 1; // bits 00, 01 (not valid), 10 and 11
     payload = {head + kPayloadHead, bytes.size(), big(bytes, head + 2, 2), true};
     if ((bytes[0] & 0x20) != 0)
     {
@@ -67,7 +67,7 @@ struct Item
 {
     Judgement found;
     size_t next;
-    bool leads; // its own count says where the next one begins
+    bool leads; // the packet's own count leads to the next packet
 };
 
 Judgement judgeAt(std::span<const uint8_t> bytes, size_t at)
@@ -76,7 +76,7 @@ Judgement judgeAt(std::span<const uint8_t> bytes, size_t at)
     return judge(words, 0, words.count(), {true, true, false});
 }
 
-// The beginning of the next recognisable packet, or the end.
+// Returns the beginning of the next recognisable packet from `at` on, or the end.
 size_t startBehind(std::span<const uint8_t> bytes, size_t at)
 {
     for (; at + kPlaceSize <= bytes.size(); at += 4)
@@ -93,12 +93,12 @@ Item itemAt(std::span<const uint8_t> bytes, size_t at)
 {
     const Judgement found = judgeAt(bytes, at);
     const size_t next = at + kPlaceSize + padded(bytesFor(Packing::Dense, found.taken));
-    // Its own count cannot be trusted: it has a wrong parity, or leads past the bytes.
+    // The packet's own count cannot be trusted if its parity is wrong or it leads past the bytes.
     const bool lost = found.verdict == Verdict::Damaged && found.taken == kHeadWords;
     return {found, std::min(bytes.size(), next), found.verdict > Verdict::Cut && !lost};
 }
 
-// Ends a packet whose count does not lead to the next one at the next recognisable one.
+// If a packet's count does not lead to the next packet, ends it at the next recognisable packet.
 void endAtNext(std::span<const uint8_t> bytes, size_t at, Item &item)
 {
     const bool lost = item.found.verdict == Verdict::Damaged;
@@ -123,8 +123,8 @@ void tellPlace(std::span<const uint8_t> bytes, size_t at, KIVCS2CaptionPlace &pl
     place.m_stream = head & 0x7F;
 }
 
-// Where the search goes on at `offset`, but not before `least`. The call before left it at a packet, or
-// within a cut one if it is not on 32 bits.
+// Returns the place, not before `least`, at which a search from `offset` continues. The call before left
+// `offset` at a packet or, if it is not on 32 bits, within a cut packet.
 size_t resumeAt(std::span<const uint8_t> bytes, size_t begin, size_t offset, size_t least)
 {
     const size_t at = begin + padded(offset - begin);
@@ -133,11 +133,11 @@ size_t resumeAt(std::span<const uint8_t> bytes, size_t begin, size_t offset, siz
     return startBehind(bytes, std::min(bytes.size(), std::max(at, least)));
 }
 
-// Every packet is walked, also those after the wanted one, to compare their number with ANC_Count.
+// A walk over every packet, also past the wanted one, to compare their number with ANC_Count.
 struct Walk
 {
     std::optional<Item> item; // the first wanted packet
-    size_t at;                // its place
+    size_t at;                // place of `item`
     size_t count, end;
     bool isComplete; // every packet was counted
 };
@@ -152,7 +152,7 @@ Walk walk(std::span<const uint8_t> bytes, const Payload &payload, const Search &
     while (at + kPlaceSize < whole.size() && result.count <= kMostPackets)
     {
         Item item = itemAt(whole, at);
-        // Past the Length only a packet without faults counts.
+        // Past the end by Length only a packet without faults counts.
         if (item.found.verdict < Verdict::Cut ||
             (at >= payload.begin + payload.length && item.found.verdict != Verdict::Whole))
             break;

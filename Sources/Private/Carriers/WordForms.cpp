@@ -15,7 +15,7 @@ struct Form
 {
     Packing packing;
     bool flag;
-    bool isLine; // a packet's place is that of its first word in the line
+    bool isLine; // the place of a packet is that of its first word in the line
     KIVCS2CaptionChannel channel;
 };
 // clang-format off
@@ -36,7 +36,7 @@ constexpr std::array<Form, KIVCS2CaptionCarrier_MAX> kForms = {{
 constexpr std::array<uint16_t, kFlagWords> kByteFlag{0xFF, 0xA0, 0x09};
 constexpr std::array<uint16_t, kFlagWords> kWordFlag{0x000, 0x3FF, 0x3FF};
 
-// The place where the next packet may begin: at its flag, or at its DID.
+// Returns the place where the next packet may begin: its flag or its DID.
 Words::Flag nextStart(const Words &words, bool flag, size_t from)
 {
     if (flag)
@@ -45,7 +45,7 @@ Words::Flag nextStart(const Words &words, bool flag, size_t from)
     return {at, at < words.count()};
 }
 
-// A damaged packet may have been cut by the next one: returns where that one begins, or `end`.
+// The next packet may have cut a damaged packet: returns the place of the next packet, or `end`.
 size_t startInside(const Words &words, bool flag, size_t from, size_t end)
 {
     for (size_t at = from; at < end; ++at)

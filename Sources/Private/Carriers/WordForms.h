@@ -6,10 +6,10 @@
 
 namespace kiv::carriers
 {
-// Whether a data flag precedes each packet.
+// Returns true if a data flag precedes each packet.
 [[nodiscard]] bool hasFlag(KIVCS2CaptionCarrier form);
 
-// Whether no packet is put over another one in a line.
+// Returns true if no two packets to be put into a line overlap.
 [[nodiscard]] bool areApart(KIVCS2CaptionCarrier form, const Load &load);
 
 [[nodiscard]] KIVCS2Status findInWords(KIVCS2CaptionCarrier form, Search &search);

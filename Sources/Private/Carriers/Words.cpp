@@ -54,7 +54,7 @@ Vector load(const uint8_t *bytes)
     return vector;
 }
 
-// A 16-bit number whose bytes in memory are those of a unit with this word.
+// Returns a 16-bit number with the same bytes in memory as a unit with this word.
 uint16_t asUnit(Packing packing, uint16_t word)
 {
     const std::array<uint8_t, 2> big{static_cast<uint8_t>(word >> 8), static_cast<uint8_t>(word)};
@@ -64,8 +64,8 @@ uint16_t asUnit(Packing packing, uint16_t word)
     return unit;
 }
 
-// The start of the first block from `at` on that holds a unit of this word; if there is none, the place where
-// no whole block is left.
+// Returns the start of the first block from `at` on that has a unit of this word; otherwise the place after
+// the last whole block.
 size_t passUnits(Packing packing, std::span<const uint8_t> bytes, size_t at, uint16_t word)
 {
     const Vector16 mask = Vector16{} + asUnit(packing, kTenBits);
@@ -81,8 +81,8 @@ size_t passUnits(Packing packing, std::span<const uint8_t> bytes, size_t at, uin
     return at;
 }
 
-// Of two neighbouring words of a channel that are both 3FF, one is always at one of these samples of a group.
-// A 32-bit word without such a sample gets a value that no masked word has, so its comparison fails.
+// If two neighbouring words of a channel are 3FF, one of them is at one of these samples of a group. A 32-bit
+// word without such a sample gets a value that no masked word has, so its comparison fails.
 struct Samples
 {
     Vector32 mask, value;
@@ -203,7 +203,7 @@ size_t Words::indexAt(size_t byte) const
     return std::min(index, m_count);
 }
 
-// The first word from `from` on with which a data flag may begin, as far as whole blocks show.
+// Returns the first word from `from` on that may begin a data flag; checks only whole blocks.
 size_t Words::mayBegin(size_t from) const
 {
     size_t block = byteOf(from);
@@ -290,7 +290,7 @@ size_t bytesFor(Packing packing, size_t count)
 
 void putWord(Packing packing, std::span<uint8_t> bytes, size_t index, uint16_t word)
 {
-    // The word's highest bit in its bytes, which are taken as one big-endian number.
+    // Position of the word's highest bit in its bytes, which are read as one big-endian number.
     const auto put = [&](size_t at, size_t size, size_t shift)
     {
         uint32_t whole = 0;

@@ -11,11 +11,11 @@ namespace kiv::carriers
 enum class Packing : uint8_t
 {
     Bytes,     // 8 bits
-    Big16,     // 10 bits, the low ones of 16, the higher byte first
-    Little16,  // the same, the lower byte first
+    Big16,     // 10 bits in the low bits of 16, the higher byte first
+    Little16,  // as Big16, but the lower byte first
     Luma210,   // every second v210 sample; three samples in 32 bits, little-endian, low bits first
-    Chroma210, // the samples between those
-    Both210,   // all of them
+    Chroma210, // the samples between the luma samples
+    Both210,   // every v210 sample
     Dense,     // 10 bits without gaps, high bits first (RFC 8331)
     Three32    // three in 32 bits, big-endian, high bits first (SMPTE ST 436-1)
 };
@@ -37,12 +37,13 @@ public:
     }
     [[nodiscard]] uint16_t operator[](size_t index) const;
 
-    // The byte in which word `index` begins, at most the size; and the first word that begins there or later.
+    // byteOf() returns the byte in which word `index` begins, at most the size; indexAt() the first word that
+    // begins at a byte or later.
     [[nodiscard]] size_t byteOf(size_t index) const;
     [[nodiscard]] size_t indexAt(size_t byte) const;
 
-    // The first data flag from `from` on. If there is none, `found` is false and `at` is where a flag may
-    // begin that the end cuts off.
+    // Finds the first data flag from `from` on. If there is no flag, `found` is false, and `at` is a place
+    // where the end may have cut off a flag.
     struct Flag
     {
         size_t at;
@@ -50,7 +51,7 @@ public:
     };
     [[nodiscard]] Flag findFlag(size_t from) const;
 
-    // The first word of this value from `from` on; the count if there is none. Bytes and 16-bit units only.
+    // Returns the first word with this value from `from` on, or the count. Only for bytes and 16-bit units.
     [[nodiscard]] size_t findWord(size_t from, uint16_t value) const;
 
 private:
@@ -63,7 +64,7 @@ private:
     size_t m_count;
 };
 
-// The bytes that `count` words need.
+// Returns the bytes that `count` words need.
 [[nodiscard]] size_t bytesFor(Packing packing, size_t count);
 
 // Writes word `index`; other bits in the same bytes are kept.

@@ -76,14 +76,14 @@ std::optional<Record> recordAt(std::span<const uint8_t> bytes, size_t at, int do
     return record.doubts <= doubts ? std::optional{record} : std::nullopt;
 }
 
-// True if the data end here, or a record begins, or a count in front of a record.
+// Returns true if the data end here, or a record or the count in front of a record begins here.
 bool isBoundary(std::span<const uint8_t> bytes, size_t at)
 {
     return at == bytes.size() || recordAt(bytes, at, 0) || recordAt(bytes, at + kCountSize, 0);
 }
 
-// The record at `at` or after it, and its place. If there is none: where a record may begin that the end cuts
-// off.
+// Returns the first record from `at` on and stores its place in `at`. If there is no record, `at` becomes a
+// place where the end may have cut off a record.
 std::optional<Record> nextRecord(std::span<const uint8_t> bytes, size_t &at)
 {
     for (; bytes.size() - at >= kHeaderSize; at += kCountSize)
@@ -97,7 +97,7 @@ std::optional<Record> nextRecord(std::span<const uint8_t> bytes, size_t &at)
                 }
         if (bytes.size() - at < kCountSize + kHeaderSize)
             return std::nullopt;
-        if (big(bytes, at, kCountSize) != 0) // otherwise a frame without records
+        if (big(bytes, at, kCountSize) != 0) // a count of 0 is a frame without records
             break;
     }
     for (; bytes.size() - at >= kHeaderSize; ++at)
@@ -106,8 +106,8 @@ std::optional<Record> nextRecord(std::span<const uint8_t> bytes, size_t &at)
     return std::nullopt;
 }
 
-// Bytes of the record's payload. If its own numbers disagree, the bytes that follow decide; as long as they
-// do not, it is as long as the longest packet's.
+// Returns the bytes of a record's payload. If the numbers of the record disagree, the bytes that follow
+// decide; otherwise the payload is taken to be as long as that of the longest packet.
 size_t payloadOf(std::span<const uint8_t> bytes, size_t begin, const Record &record)
 {
     if (record.lengthsAgree)
@@ -135,7 +135,7 @@ void tellPlace(const Record &record, size_t at, KIVCS2CaptionPlace &place)
         place.m_channel = static_cast<KIVCS2CaptionChannel>((record.coding - kEightBits) % 3);
 }
 
-// Judges the packet of a record whose payload is `payload`, or the part that the buffer has of it.
+// Judges the packet of a record with this payload; `cut` if the buffer has only a part of the payload.
 Verdict tryRecord(const Record &record, std::span<const uint8_t> payload, bool cut, Search &search)
 {
     const Trust trust{true, search.any, true};
@@ -144,7 +144,7 @@ Verdict tryRecord(const Record &record, std::span<const uint8_t> payload, bool c
     const bool counts = found.verdict != Verdict::Cut && found.taken == record.samples;
     if (!counts && words.count() >= kHeadWords)
     {
-        // Limited not by the samples but by the packet's own count and the payload.
+        // Try again: ignore the number of samples, and use the packet's own count and the payload.
         const size_t ownCount = kHeadWords + words[2];
         const size_t limit = record.tenBits ? words.count() : std::min(words.count(), ownCount);
         found = judge(words, 0, limit, trust);

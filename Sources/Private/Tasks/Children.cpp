@@ -38,7 +38,7 @@ struct Shared
 };
 constexpr uint32_t kNoSlot = ~uint32_t{0};
 constexpr int32_t kTaken = -1;                    // a note that is being written
-constexpr uint64_t kStartResolution = 10'000'000; // of the process table, nanoseconds
+constexpr uint64_t kStartResolution = 10'000'000; // nanoseconds of a start time in the process table
 
 // Held from before a child is made until it is in the table, so that no report can come too early.
 constinit pthread_mutex_t g_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -137,8 +137,8 @@ bool kiv::Child::start(const ExecPlan &plan, const ChildSetup &setup, int32_t &p
     m_pid = spawn(plan, noted);
     if (m_pid < 0)
         return false;
-    // A forked child may not have written its note yet, and the slot must be taken. Do not write it twice:
-    // the start would seem later.
+    // The slot must be taken, and a forked child may not have written its note yet. Do not write the note
+    // twice: the start would seem later.
     if (noted.note != nullptr && std::atomic_ref{noted.note->pid}.load() != m_pid)
         noted.note->write(m_pid);
     ChildTable::add(*this);

@@ -91,7 +91,7 @@ void wait(int milliseconds)
     (void)nanosleep(&period, nullptr); // a signal only makes it shorter
 }
 
-constinit uint32_t g_launches = 0; // that this server has read
+constinit uint32_t g_launches = 0; // number of launches that this server has read
 constinit bool g_isLate = false;   // forked after the exiting host had signalled all
 
 // Whether the child has ended, at once or after a wait; it is not reaped here. If there is no child of that
@@ -173,8 +173,8 @@ void sweepLate()
     tree.signal(SIGTERM);
 }
 
-// Whether any process launched by the host itself is left. Processes they make meanwhile are noted before
-// their parent can be gone.
+// Returns true if a process launched by the host itself is left. Processes that it makes meanwhile are noted
+// before it can be gone.
 [[nodiscard]] bool sharedAreLeft()
 {
     kiv::ProcessTree tree{getpid()};

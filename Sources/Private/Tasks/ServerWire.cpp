@@ -41,7 +41,7 @@ constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has
     if (ready < 0)
         (void)poll(&entry, 1, kInterruptPause);
     if (watch)
-        kiv::reapChildren(); // those that the handler could not report
+        kiv::reapChildren(); // the children that the handler could not report
     return mayWait(watch) ? KIVCS2STATUS_OK : KIVCS2STATUS_PIPE_ERR;
 }
 

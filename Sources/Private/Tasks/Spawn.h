@@ -60,7 +60,7 @@ struct ChildSetup
     pid_t parent = 0;
     std::atomic<bool> *begun =
         nullptr;       // set at once, in the parent's own memory: seen only if both share all memory
-    int announce = -1; // its process id is written here first
+    int announce = -1; // the child first writes its process id here
     std::atomic<bool> *announced = nullptr; // set after that, in memory that both share
     bool piped = false;                     // the three below become the standard streams
     int standardStreams[3] = {-1, -1, -1};

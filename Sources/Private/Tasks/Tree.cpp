@@ -125,7 +125,7 @@ size_t kiv::ProcessTree::find(pid_t pid) const
     return TreeProcess::kNone;
 }
 
-// Without memory the processes found so far are better than none.
+// If there is no memory, the processes found so far are better than no processes.
 kiv::TreeProcess *kiv::ProcessTree::add(pid_t pid, size_t parent)
 {
     if (m_count == m_room)
@@ -233,13 +233,12 @@ bool kiv::ProcessTree::look()
 
 bool kiv::ProcessTree::mayBeStopped(const TreeProcess &process) const
 {
-    // A root that only stands for the processes below it is stopped as well, or it would continue to make
-    // them.
+    // A root that is not a target is stopped too: otherwise it would continue to make processes.
     return process.pid > kFirstProcess && process.pid != getpid() && process.pid != m_server &&
            std::find(std::begin(m_ancestors), std::end(m_ancestors), process.pid) == std::end(m_ancestors);
 }
 
-// Stops a process; false while it has not stopped yet. A process that somebody else has stopped stays so.
+// Stops a process; returns false while it has not stopped yet. A process stopped by another process stays so.
 bool kiv::ProcessTree::stop(TreeProcess &process) const
 {
     // Before it executes, the server waits for it and could not help.

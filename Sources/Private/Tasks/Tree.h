@@ -53,7 +53,7 @@ struct TreeProcess
     uint64_t startedBefore; // a later process with the same id is a different one; kAnyStart for any
     bool isTarget;          // it is signalled, and not only the processes below it
     bool isStill;           // it has stopped, or is never stopped
-    bool isStopped;         // by this tree: it must be continued
+    bool isStopped;         // this tree has stopped it and must continue it
     bool isServersCopy;     // the task server's child before it executes
     bool hasEnded;
     bool isNoted; // in the page that host and server share
@@ -85,7 +85,7 @@ public:
     // before parents. This process itself, if it is a target, comes last of all.
     void signal(int signal);
 
-    // Whether the table could be read at all, so that processes not found do not exist.
+    // Returns true if the table could be read, so that a process that was not found does not exist.
     [[nodiscard]] bool hasSeen() const
     {
         return m_hasSeen;

@@ -34,7 +34,7 @@ struct Date
 
 [[nodiscard]] uint32_t daysInMonth(uint32_t month, uint32_t year);
 
-// Zero-based; a day beyond its month counts on.
+// Returns the zero-based day of the year; a day past the end of its month counts into the next months.
 [[nodiscard]] uint32_t dayOfYear(const Date &date);
 
 // Month by month this would take 130 million steps for the largest count; the calendar is linear, so both use

@@ -50,13 +50,13 @@ struct TextFields
 constexpr uint32_t kTimeBufferSize = 12;
 constexpr uint32_t kDateTimeBufferSize = 24;
 
-// Writes the time with its terminator and returns its length without it; if `size` does not hold it, returns
-// 0 and writes nothing.
+// Writes the time with a terminator and returns its length without the terminator. If `size` is too small,
+// returns 0 and writes nothing.
 [[nodiscard]] size_t writeTime(const ClockFields &clock, char separator, char *buffer, size_t size);
-// The same with the one-based date in front.
+// As writeTime(), with the one-based date in front.
 [[nodiscard]] size_t writeDateAndTime(const Date &date, const ClockFields &clock, char separator,
                                       char *buffer, size_t size);
-// "15.3.2024 ", only the date, and the number `frames`, as above.
+// As writeTime(): writes "15.3.2024 " before the number of frames; writeFrames() writes only the number.
 [[nodiscard]] size_t writeDateAndFrames(const Date &date, int32_t frames, char *buffer, size_t size);
 [[nodiscard]] size_t writeFrames(int32_t frames, char *buffer, size_t size);
 
