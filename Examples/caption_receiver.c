@@ -82,7 +82,7 @@ static KIVCS2Status take(struct host *host, KIVCS2CaptionPacket *packet, uint32_
     kivCS2CaptionCounting_getInfo(host->counting, &info);
     host->ticks += (int32_t)(timestamp - host->timestamp);
     host->timestamp = timestamp;
-    since = host->ticks > 0 ? (uint64_t)host->ticks : 0; /* one from before the first may come behind it */
+    since = host->ticks > 0 ? (uint64_t)host->ticks : 0; /* a packet from before the first may come later */
     host->frame = (uint32_t)((since * info.m_numerator + (uint64_t)45000u * info.m_denominator) /
                              (90000u * (uint64_t)info.m_denominator) % info.m_perDay);
     packet->m_frame = host->frame;

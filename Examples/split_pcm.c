@@ -13,7 +13,7 @@
 #define SAMPLE_RATE 48000u
 #define MAX_CYCLE   8u /* frames; five at 29.97 */
 
-/* A value that tells channel and sample. */
+/* Returns a value that contains the channel and the sample's number. */
 static int16_t sample_of(uint32_t channel, uint32_t number)
 {
     return (int16_t)(uint16_t)(channel << 12 | (number & 0xfffu));
@@ -25,7 +25,7 @@ static int32_t read_s24(const uint8_t *bytes)
     return (int32_t)value / 256;
 }
 
-/* Samples that are not what they were, times 256. */
+/* Counts the samples that differ from the original times 256. */
 static uint32_t count_wrong(void *const planes[CHANNELS], uint32_t first, uint32_t samples)
 {
     uint32_t wrong = 0, channel, sample;

@@ -40,7 +40,7 @@ typedef struct AudioStreamBasicDescription
     AudioFormatFlags mFormatFlags;
     UInt32 mBytesPerPacket;
     UInt32 mFramesPerPacket;
-    UInt32 mBytesPerFrame; /**< of all channels, or of one if they are not interleaved */
+    UInt32 mBytesPerFrame; /**< bytes of all channels, or of one channel if they are not interleaved */
     UInt32 mChannelsPerFrame;
     UInt32 mBitsPerChannel; /**< significant bits of a sample */
     UInt32 mReserved;       /**< 0 */

@@ -81,7 +81,7 @@ CF_EXPORT void CFDictionaryAddValue(CFMutableDictionaryRef theDict, const void *
 
 /**
  * Retains `value` and puts it under `key`. An existing key keeps its place; a new one is retained and comes
- * last. Without memory nothing changes; ask CFDictionaryContainsKey().
+ * last. Without memory nothing changes; check with CFDictionaryContainsKey().
  */
 CF_EXPORT void CFDictionarySetValue(CFMutableDictionaryRef theDict, const void *key, const void *value);
 

@@ -16,7 +16,7 @@ extern "C"
 
     /**
  * Stores the address of the next bytes of `file` in memory and returns their number; 0 if the next
- * getc() would have to ask the system, and always on a C library that does not show its buffer. Reads
+ * getc() would have to read from the system, and always on a C library that does not show its buffer. Reads
  * nothing from the system. The bytes stay valid until the next operation on `file`. One thread at a time.
  */
     extern __attribute__((visibility("default"))) size_t KIVPFileBuffered(FILE *file,

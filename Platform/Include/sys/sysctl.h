@@ -52,7 +52,7 @@ struct kinfo_proc
 
 /**
  * Stores the value of the variable `name`, of `nameCount` numbers, and its size. `oldSize` holds the room in
- * bytes; a null `oldValue` asks only for the size. Supplied are
+ * bytes; a null `oldValue` requests only the size. Supplied are
  * - {CTL_HW, HW_CPU_FREQ}: the highest clock of the processors in hertz, in 4 bytes, at most 0xFFFFFFFF;
  * - {CTL_KERN, KERN_PROC, KERN_PROC_ALL}: a kinfo_proc for each process. They are read one after
  *   the other, so a process that comes or goes meanwhile may or may not be listed. With too

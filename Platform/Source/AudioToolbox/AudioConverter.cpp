@@ -13,8 +13,8 @@ struct OpaqueAudioConverter
 {
     kiv::audio::Conversion conversion;
     kiv::audio::Kernels kernels;
-    size_t inChannels;  // of a frame
-    size_t outChannels; // of a frame, not above the input's
+    size_t inChannels;  // samples in a frame of the input
+    size_t outChannels; // samples in a frame of the output, at most `inChannels`
     bool isOneBuffer;   // on both sides; several planes are several buffers
 };
 

@@ -209,7 +209,7 @@ KIV_TARGET KIV_INLINE void storePacked(uint8_t *out, Vector value, size_t bytes)
 KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, uint8_t *out,
                              size_t samples) noexcept
 {
-    const size_t step = kLane / std::max(conversion.in.bytes, conversion.out.bytes); // of a lane
+    const size_t step = kLane / std::max(conversion.in.bytes, conversion.out.bytes); // samples of a lane
     const size_t spare = spareSamples(conversion, kLane, step);
     const kiv::audio::Pattern<kLane> &pattern = conversion.patterns.lane;
     const Vector places = repeat(pattern.source);

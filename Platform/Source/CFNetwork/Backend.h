@@ -51,7 +51,7 @@ protected:
 class GroupSink
 {
 public:
-    virtual void announced() noexcept = 0; // the name belongs to this service alone
+    virtual void announced() noexcept = 0; // only this service has the name
     virtual void nameTaken() noexcept = 0;
     virtual void groupFailed(int error) noexcept = 0;
 
@@ -103,7 +103,7 @@ enum class BackendState
     absent,   // a daemon that has not come yet
     starting, // the host's name is not settled: browsing works, announcing waits
     ready,
-    lost // for good
+    lost // for ever
 };
 
 class Backend
@@ -115,7 +115,7 @@ public:
     virtual ~Backend() = default;
 
     [[nodiscard]] virtual BackendState state() const noexcept = 0;
-    // The networks on which answers arrive. Throws std::bad_alloc.
+    // Returns the networks on which responses arrive. Throws std::bad_alloc.
     [[nodiscard]] virtual OwnNetworks networks() const
     {
         return OwnNetworks::read();

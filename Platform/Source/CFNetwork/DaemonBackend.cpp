@@ -175,8 +175,8 @@ std::unique_ptr<Handle> DaemonBackend::browseRecords(const char *name, uint16_t 
     return holding(browser, client().avahi_record_browser_free, error);
 }
 
-// The daemon answers a resolver at once, but a browser only after 10 ms. The resolver is not asked for the
-// address: it reports only one, and a host may have several.
+// The daemon responds to a resolver at once, but to a browser only after 10 ms. The address is not requested
+// from the resolver: it reports only one address, and a host may have several.
 std::unique_ptr<Handle> DaemonBackend::locate(const char *name, const char *type, const char *domain,
                                               LocationSink &sink) noexcept
 {

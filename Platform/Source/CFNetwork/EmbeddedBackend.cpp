@@ -110,7 +110,7 @@ private:
             return;
         }
         char *next = avahi_alternative_host_name(name);
-        (void)core().avahi_server_set_host_name(server, next); // as above
+        (void)core().avahi_server_set_host_name(server, next); // if refused, the next conflict retries
         avahi_free(next);
     }
 

@@ -82,7 +82,7 @@ public:
     {
         return subscription.m_engine == this;
     }
-    // False if it has ended by itself.
+    // Returns false if the engine has ended by itself.
     [[nodiscard]] bool add(Subscription &subscription) noexcept
     {
         const Lock lock{*this};

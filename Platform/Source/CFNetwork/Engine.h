@@ -10,26 +10,27 @@ namespace kiv::discovery
 {
 class Engine;
 
-// A standing request to the network, in force while the engine knows it. Every member is called with the
-// engine's lock held. When a backend goes, the subscription detaches from it and attaches to the next one.
+// A standing request to the network, in force while it is in the engine's list. Every member is called with
+// the engine's lock held. When a backend goes, the subscription detaches from it and attaches to the next
+// one.
 class Subscription
 {
 public:
     virtual void attach(Backend &backend) noexcept = 0;
     virtual void detach() noexcept = 0;
-    virtual void readyChanged(bool /*ready*/) noexcept {} // whether services can be announced
+    virtual void readyChanged(bool /*ready*/) noexcept {} // `ready`: services can be announced
 
 protected:
     ~Subscription() = default;
 
 private:
     friend class Engine;
-    Engine *m_engine = nullptr; // the engine that knows it
+    Engine *m_engine = nullptr; // the engine with this subscription
     Subscription *m_next = nullptr;
     Subscription *m_previous = nullptr;
 };
 
-// 0, or an error if there is no network at all.
+// Returns 0, or an error if there is no network.
 [[nodiscard]] int subscribe(Subscription &subscription) noexcept;
 // The subscription is detached when this returns. A subscription that belongs to the
 // parent of a forked process is left alone.

@@ -15,7 +15,7 @@ public:
         : m_subscription{subscription}, m_error{subscribe(subscription)}
     {
     }
-    // Made in a member of `beside`, with the engine's lock held; end() is called without it, as always.
+    // Made by a member of `beside` with the engine's lock held; end() is called without the lock, as always.
     Subscribed(Subscription &subscription, const Subscription &beside) noexcept : m_subscription{subscription}
     {
         subscribeBeside(subscription, beside);
@@ -65,7 +65,7 @@ struct __CFNetService : kiv::cf::Object
 {
     struct State final : kiv::discovery::Preparation
     {
-        kiv::discovery::Mailbox mailbox;                      // of the waiting call, of any kind
+        kiv::discovery::Mailbox mailbox;                      // for the call that waits, of any kind
         std::mutex textMutex;                                 // taken before the engine's lock
         std::string text;                                     // TXT data to publish
         kiv::discovery::Registration *registration = nullptr; // while it is published

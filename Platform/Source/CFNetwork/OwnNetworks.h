@@ -9,7 +9,7 @@
 namespace kiv::discovery
 {
 // The IPv4 networks that multicast DNS uses, at one moment. On each network that it shares with this machine
-// a host answers with its address there (RFC 6762, 6.2), in separate packets at different times.
+// a host responds with its address there (RFC 6762, 6.2), in separate packets at different times.
 class OwnNetworks
 {
 public:
@@ -23,15 +23,15 @@ public:
 
     OwnNetworks() = default;
     explicit OwnNetworks(std::vector<Entry> entries) noexcept : m_entries{std::move(entries)} {}
-    // Those of the calling thread's network namespace. Throws
-    // std::bad_alloc; none if the system reports none.
+    // Returns the networks of the calling thread's network namespace; empty if the system reports no network.
+    // Throws std::bad_alloc.
     [[nodiscard]] static OwnNetworks read();
 
     // True if `address` is one of this machine's.
     [[nodiscard]] bool isOwn(in_addr address) const noexcept;
-    // True if every interface on which a host's answer may arrive is among `heardOn`.
-    // Another machine is not heard on the loopback interface, nor on one without a carrier;
-    // this machine hears itself on all of them.
+    // Returns true if `heardOn` has every interface on which a host's response may arrive. A response from
+    // another machine does not arrive on the loopback interface or without a carrier; one from this machine
+    // arrives on all interfaces.
     [[nodiscard]] bool areAll(std::span<const int> heardOn, bool isThisMachine) const noexcept;
 
 private:

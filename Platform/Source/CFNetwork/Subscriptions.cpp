@@ -18,7 +18,7 @@ namespace kiv::discovery
 namespace
 {
 // The wait for the addresses of a host's other networks, counted from the first address. They
-// come in separate packets: the question for them waits 0.1 s and the answer may take 0.12 s more
+// come in separate packets: the question for them waits 0.1 s, and the response may take 0.12 s more
 // (RFC 6762, 6), and the machines may be busy.
 constexpr std::chrono::milliseconds kOtherNetworksWait{800};
 // The same if only IPv6 addresses are seen; now and then they come over IPv6 before any
@@ -34,12 +34,12 @@ constexpr size_t kPreparedMax = 32;
 
 constexpr const char *kDefaultDomain = "local";
 
-constexpr unsigned kBothKinds = 3; // of addresses, as bits
+constexpr unsigned kBothKinds = 3; // kinds of addresses, as bits
 
 constexpr int kRenamesMax = 1000;      // so many services of one name are not an accident
 constexpr unsigned kConflictsMax = 10; // after these the steps between the names do not grow
 
-// The daemon went away during the call: the engine will ask its successor.
+// Returns true if the daemon went away during the call: the engine repeats the request to its successor.
 [[nodiscard]] bool willBeAskedAgain(int error) noexcept
 {
     return error == AVAHI_ERR_DISCONNECTED || error == AVAHI_ERR_NO_DAEMON || error == AVAHI_ERR_DBUS_ERROR;
@@ -306,7 +306,7 @@ void Watch::recordsFailed(int error) noexcept
 
 void Resolution::attach(Backend &backend) noexcept
 {
-    const bool isLocated = m_location.has_value(); // by the last backend, whose addresses may not have come
+    const bool isLocated = m_location.has_value(); // by the last backend, perhaps without addresses
     m_backend = &backend;
     m_hint = backend.locate(m_names.name.c_str(), m_names.type.c_str(), m_names.domain.c_str(), *this);
     m_server.browse(backend, m_fullName.c_str());

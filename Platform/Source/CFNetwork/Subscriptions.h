@@ -152,7 +152,7 @@ private:
         bool hasIPv4 = false;
         bool hasAny = false;
         bool heardOnAll = false;     // an IPv4 address came from every network that the host may be on
-        Clock::time_point firstAt{}; // of the first address
+        Clock::time_point firstAt{}; // time of the first address
         Clock::time_point quietAt{}; // after this no other address of the last packet is expected
         unsigned knownTold = 0;      // kinds of addresses, as bits, whose cached ones have been reported
         unsigned refused = 0;        // kinds that cannot be requested

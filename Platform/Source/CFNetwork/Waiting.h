@@ -98,7 +98,7 @@ public:
     virtual ~Preparation() = default;
 };
 
-// A report that is not yet handled; they keep their order.
+// A report that is not yet handled; reports keep their order.
 struct Event
 {
     enum class Kind : uint8_t
@@ -108,7 +108,7 @@ struct Event
         failed
     };
     Kind kind;
-    SInt32 error = 0; // of `failed`
+    SInt32 error = 0; // for `failed`
     std::string what{};
     std::unique_ptr<Preparation> prepared{}; // its destructor may wait for the engine's lock
 };

@@ -1,5 +1,5 @@
-// The main bundle: resources lie beside the executable (a build tree, a relocated folder) or in
-// share/<name> beside its bin (an installation).
+// The main bundle: the resources are next to the executable (a build tree, a relocated folder) or in
+// share/<name> next to its bin folder (an installation).
 #include <CoreFoundation/CFBundle.h>
 
 #include "CoreFoundation/Bundle.h"
@@ -16,7 +16,7 @@ struct __CFBundle : kiv::cf::Object
 {
     explicit __CFBundle(size_t ofDirectory) noexcept;
 
-    size_t directoryLength; // of the executable's path, which follows this head, zero-terminated
+    size_t directoryLength; // bytes of the zero-terminated path that follows this head
 
     [[nodiscard]] std::string_view directory() const noexcept
     {

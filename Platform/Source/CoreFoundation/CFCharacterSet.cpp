@@ -12,7 +12,7 @@ struct __CFCharacterSet : kiv::cf::Object
 
     bool inverted;
     uint64_t ascii[2] = {0, 0};
-    size_t count = 0; // of the code points after this head, ascending, each once
+    size_t count = 0; // number of the code points after this head, ascending, each once
 
     [[nodiscard]] std::span<const char32_t> others() const noexcept
     {

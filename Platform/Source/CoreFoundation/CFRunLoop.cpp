@@ -26,7 +26,7 @@ constinit __CFString defaultMode{
 constinit __CFString commonModes{
     {kCommonModesText, nullptr, sizeof kCommonModesText - 1}, false, kiv::cf::kForEver};
 
-// The loops of contexts that hosts have made: each context has one loop, whichever thread asks for it.
+// The loops of contexts that hosts have made: each context has one loop, whichever thread requests it.
 constinit __CFRunLoop *hostLoops = nullptr;
 
 void finalizeRunLoop(kiv::cf::Object &object)
@@ -106,7 +106,7 @@ void endOwnLoop(void *value)
     CFRelease(loop);
 }
 
-// A key, not a thread_local: destructors of other keys and thread_locals may still ask for the loop. A loop
+// A key, not a thread_local: destructors of other keys and thread_locals may still request the loop. A loop
 // made after this one has ended is ended in turn.
 struct OwnLoopKey
 {

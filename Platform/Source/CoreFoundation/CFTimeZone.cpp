@@ -1,4 +1,4 @@
-// The only time zone, the C library's: its rules are the machine's, and it knows all forms of TZ.
+// The only time zone is the C library's, with the machine's rules and all forms of TZ.
 #include "CoreFoundation/TimeZone.h"
 
 #include "CoreFoundation/CalendarDays.h"
@@ -84,7 +84,7 @@ bool kiv::cf::readWall(CFAbsoluteTime at, WallTime &wall) noexcept
     wall.month = date.month;
     wall.day = date.day;
     wall.dayOfYear = date.dayOfYear;
-    constexpr int64_t kThursday = 4; // of 1 January 1970
+    constexpr int64_t kThursday = 4; // weekday of 1 January 1970
     constexpr int64_t kDaysPerWeek = 7;
     const int64_t weekday = number + kThursday;
     wall.weekday = static_cast<int32_t>(weekday - floorDivide(weekday, kDaysPerWeek) * kDaysPerWeek);

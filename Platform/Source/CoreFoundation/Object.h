@@ -22,7 +22,7 @@ struct Type
     void (*finalize)(Object &object);
     bool (*equal)(const Object &left, const Object &right);
     CFHashCode (*hash)(const Object &object);
-    bool nests = false; // its finalize may end others of its kind, and so on
+    bool nests = false; // `finalize` may end other objects of this type, and these may end more
 };
 
 enum TypeID : CFTypeID

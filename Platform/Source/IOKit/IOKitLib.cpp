@@ -37,7 +37,7 @@ struct Object
     bool left = false; // for an iterator: the service is still to come
     std::optional<KIVPSMCController> controller{};
     Driver driver{};
-    std::unique_ptr<AppleSMC> connection{}; // to the driver
+    std::unique_ptr<AppleSMC> connection{}; // connection to the driver
     std::unique_ptr<Object> next{};
 };
 
