@@ -26,7 +26,7 @@ enum ExitCode : int
     kExitInputOutput = 4, ///< opening, reading or writing failed
     kExitNotHere = 5,     ///< not possible on this machine or with this input
     kExitTimedOut = 6,    ///< time-out
-    kExitRunFailed = 125, ///< of the word "run", whose other codes are those of its command
+    kExitRunFailed = 125, ///< a failure of the word "run"; its other codes are those of its command
     kExitInternal = 70,   ///< a fault of the command or of the library
 };
 
@@ -43,7 +43,7 @@ struct StatusRow
 /// "KIVCS2STATUS_DATA_ERR 0x80000004"; a value outside the table gives only the number.
 [[nodiscard]] std::string statusText(KIVCS2Status status);
 
-/// The exit code a failing status stands for.
+/// Returns the exit code for a failing status.
 [[nodiscard]] ExitCode exitCodeFor(KIVCS2Status status);
 
 /// The place of a fault in the input; line 0 means the whole file.

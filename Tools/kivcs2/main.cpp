@@ -68,13 +68,13 @@ int run(int argc, char **argv)
         return tool::kExitYes;
     }
     if (asked.word->facts().launches)
-        tool::restoreWriteSignals(); // its children must get them as this command got them
+        tool::restoreWriteSignals(); // children inherit the signals as this command got them
     tool::capLibraryLog();           // before the task server inherits it
     (void)kivCS2_initWithTaskServer(asked.word->facts().launches); // always succeeds
     return asked.word->run();
 }
 
-// Whether the command line asks for JSON; needed before the line is parsed.
+// Returns true if the command line requests JSON; needed before the line is parsed.
 bool isJsonAsked(int argc, char **argv)
 {
     for (int index = 1; index < argc && std::string_view{argv[index]} != "--"; ++index)

@@ -23,7 +23,7 @@ struct CapturedPacket
 {
     KIVCS2CaptionPacket packet{};
     KIVCS2CaptionPlace place{};
-    uint64_t offset = 0; ///< in the capture
+    uint64_t offset = 0; ///< position in the capture
     uint64_t row = 0;    ///< v210: from 1
 };
 
@@ -71,7 +71,7 @@ private:
     void put(CapturedPacket &found) const;
 
     Input m_input;
-    std::array<KIVCS2CaptionCarrier, 2> m_forms; ///< a part is searched for each in turn
+    std::array<KIVCS2CaptionCarrier, 2> m_forms; ///< a part is searched for each of these forms
     size_t m_formCount = 1, m_form = 0;
     size_t m_rowBytes = 0; ///< v210
     bool m_isRTP = false;
@@ -85,7 +85,7 @@ private:
     Damage m_damage;
 };
 
-/// The captions of a capture. Time comes from the CDPs' time codes; without them it counts on from frame 0.
+/// The captions of a capture. Time comes from the CDPs' time codes; without them time counts from frame 0.
 /// Each CDP is a frame. From the first CDP on, packets of one pair (61/02) are ignored: they repeat the
 /// CDPs' pairs.
 class CaptureDecoder
@@ -109,7 +109,7 @@ private:
     std::optional<CaptionDecoder> m_decoder;
     KIVCS2CaptionCounting m_counting = KIVCS2CaptionCounting_29_97DF;
     bool m_hasCDP = false;
-    std::optional<uint32_t> m_frame;  ///< of the packet before
+    std::optional<uint32_t> m_frame;  ///< frame of the packet before
     std::array<bool, 2> m_hasField{}; ///< fields that the frame has from 61/02 packets
 };
 

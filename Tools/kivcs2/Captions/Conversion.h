@@ -23,7 +23,7 @@ struct ConversionWay
     bool sparse = false;              ///< MCC from SCC: packets only on frames that have a pair
     bool sdi = false;                 ///< MCC from SCC: two service descriptors
     KIVCS2CaptionService service = 0; ///< SRT, WebVTT: 0 for the first service with captions
-    KIVCS2CaptionCounting counting = KIVCS2CaptionCounting_FindOut; ///< of the target
+    KIVCS2CaptionCounting counting = KIVCS2CaptionCounting_FindOut; ///< counting of the target
     bool isRetimed = false; ///< the packets come from a retiming, which makes new CDPs
     uint32_t timeZero = 0;  ///< SRT, WebVTT: the frame that is 00:00:00.000
 };
@@ -45,7 +45,7 @@ public:
     /// Ends the file, reads it back, and throws unless it has captions and is correct.
     virtual void finish(const Tally &in) = 0;
 
-    /// Adds the facts about the target and about what was left out.
+    /// Adds the facts about the target and about the data left out.
     virtual void tell(const Tally &in, Facts &facts, Json &value) const = 0;
 
     virtual void commit() = 0;

@@ -46,7 +46,7 @@ public:
     [[nodiscard]] uint64_t lost() const;
 
     /// Prints one line for each cause on standard error, in the order of their first places. The caller
-    /// reports `besides` itself.
+    /// reports the fault `besides` itself.
     void tell(KIVCS2CaptionFault besides = KIVCS2CaptionFault_None) const;
 
     /// Returns the fault that a read ended with; null if `status` does not come from a fault.

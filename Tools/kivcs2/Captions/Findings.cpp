@@ -19,7 +19,7 @@ namespace
 
 constexpr size_t kRows = 1000; // rows that a table holds before it is printed
 
-// Only the forms that know a packet's place have columns for it.
+// Only the forms that have a place for each packet have columns for it.
 Table tableFor(const std::string &form)
 {
     if (form == "291m")

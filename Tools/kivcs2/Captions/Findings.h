@@ -19,7 +19,7 @@ public:
     struct Way
     {
         std::string form;    ///< 291m, 436m, v210 or rtp; decides how the rows show a place
-        std::string service; ///< of captions; empty for all
+        std::string service; ///< service of the captions; empty for all
         bool captions = false, json = false;
     };
 

@@ -17,16 +17,16 @@ namespace
 {
 
 constexpr size_t kHead = size_t{64} * 1024;     // the reader decides on this much text
-constexpr size_t kMostKept = size_t{256} << 20; // of a pipe that must be read more than once
+constexpr size_t kMostKept = size_t{256} << 20; // bytes of a pipe that must be read more than once
 
-/// An input behind the library's stream interface. While `keeps` is set, the bytes read from a pipe are kept,
+/// An input with the library's stream interface. While `keeps` is set, the bytes read from a pipe are kept,
 /// so that it can be read from its start again.
 struct InputStream
 {
     KIVCS2Stream stream{}; ///< the first member: the library passes it to the callbacks
     Input input;
     std::vector<uint8_t> kept;
-    size_t at = 0;       ///< in `kept`
+    size_t at = 0;       ///< position in `kept`
     size_t most = kHead; ///< reading ends here while `keeps` is set
     bool keeps = false;
     bool isWhole = false; ///< `kept` has the whole pipe

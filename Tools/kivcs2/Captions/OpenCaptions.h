@@ -21,7 +21,7 @@ struct ReadingArguments
 {
     std::string file;
     std::string rate;   ///< empty: the file's own
-    uint32_t field = 0; ///< of an SCC file's pairs; 0: take it from the codes
+    uint32_t field = 0; ///< field of an SCC file's pairs; 0: take it from the codes
     bool strict = false;
     bool bothTracks = false;
 };
@@ -35,8 +35,8 @@ void refuseIdleOptions(const ReadingArguments &arguments, bool hasSCC);
 /// How a file is to be read for a word.
 struct ReadingWay
 {
-    /// Pairs of an SCC file come on the frames they go out on, as a decoder needs them; otherwise as they
-    /// stand in the file. A pipe is then read to its end first.
+    /// Pairs of an SCC file come on the frames on which they are sent, as a decoder needs them; otherwise as
+    /// in the file. A pipe is then read to its end first.
     bool byFrame = false;
     /// With `byFrame`: the packets of an MCC file as well, but not through a pipe.
     bool placesPackets = false;
@@ -62,7 +62,7 @@ public:
         return header().m_kind == KIVCS2CaptionFileKind_SCC;
     }
     [[nodiscard]] const Counting &counting() const;
-    [[nodiscard]] std::string countingText() const; ///< with its source
+    [[nodiscard]] std::string countingText() const; ///< the counting and its source
 
     /// The name used in messages, and the bytes read so far.
     [[nodiscard]] const std::string &name() const;

@@ -12,7 +12,7 @@ namespace
 {
 
 constexpr size_t kLeastHistory = 1024;
-constexpr uint32_t kLeastReach = 64; // also of a small window: two losses in a row are not a new sender
+constexpr uint32_t kLeastReach = 64; // for a small window too: two losses in a row are not a new sender
 
 // Returns the distance from `from` to `to`, across the wrap.
 int32_t distance(uint32_t from, uint32_t to)

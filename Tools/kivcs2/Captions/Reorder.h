@@ -31,10 +31,10 @@ public:
         uint64_t passed = 0;
         uint64_t lost = 0;      ///< numbers that were given up
         uint64_t gaps = 0;      ///< runs of lost numbers
-        uint64_t doubled = 0;   ///< numbers that had come before
+        uint64_t doubled = 0;   ///< packets whose number had already come
         uint64_t late = 0;      ///< numbers that had been given up, or before the first
         uint64_t reordered = 0; ///< packets passed after a higher number had come
-        uint64_t strays = 0;    ///< of another source, or far away, and never followed
+        uint64_t strays = 0;    ///< packets of another source or far away, never followed by a second
         uint64_t restarts = 0;  ///< restarts of the sender
     };
     struct Passed
@@ -91,7 +91,7 @@ private:
     uint32_t m_next = 0;     ///< the number to pass next
     uint32_t m_highest = 0;  ///< the highest number that has come
     uint32_t m_offset = 0;   ///< number minus the sender's sequence, for wraps at 2^16
-    uint32_t m_highBits = 0; ///< of the sequence that came last
+    uint32_t m_highBits = 0; ///< high bits of the last sequence number
     uint32_t m_oldRun = 0;   ///< packets before the window in a row
     uint64_t m_lostBefore = 0;
     bool m_hasRestarted = false;

@@ -94,7 +94,7 @@ private:
     int32_t m_offset = 0; ///< from the command line
     bool m_isBegun = false;
     uint64_t m_day = 0;   ///< frames of the source before its last midnight
-    uint32_t m_frame = 0; ///< of the packet before
+    uint32_t m_frame = 0; ///< frame of the packet before
     std::array<std::deque<Pair>, 2> m_due;
     std::array<size_t, 2> m_added{}; ///< pairs of the packet before
     std::array<int64_t, 2> m_latest{}, m_earliest{};

@@ -15,7 +15,7 @@ constexpr uint8_t kTimecodeID = 0x60; // DID and SDID
 constexpr size_t kHead = 3;           // DID, SDID, data count
 constexpr size_t kWords = 16;
 constexpr uint32_t kPairsAbove = 30; // numbers a second: two frames share a label
-constexpr int64_t kClock = 90000;    // of RTP
+constexpr int64_t kClock = 90000;    // ticks of RTP in a second
 constexpr uint8_t kFlag = 0x80;      // field or drop-frame flag of a CDP's time code
 constexpr uint64_t kDamage =
     uint64_t{1} << KIVCS2CaptionFault_PacketChecksum | uint64_t{1} << KIVCS2CaptionFault_CDPChecksum |
@@ -34,7 +34,7 @@ enum Digit : uint8_t
     HourTens = 14
 };
 constexpr uint8_t kDrop = 4;  // in FrameTens
-constexpr uint8_t kField = 8; // in SecondTens, of 25 a second in HourTens
+constexpr uint8_t kField = 8; // in SecondTens; at 25 frames a second in HourTens
 
 KIVCS2CaptionCountingInfo infoOf(KIVCS2CaptionCounting counting)
 {

@@ -78,11 +78,11 @@ private:
     KIVCS2CaptionCounting m_counting;
     TimeSource m_source = TimeSource::None;
     std::optional<uint32_t> m_timestamp;
-    int64_t m_ticks = 0;  ///< of 90 kHz since the first packet
+    int64_t m_ticks = 0;  ///< ticks of 90 kHz since the first packet
     int64_t m_anchor = 0; ///< the ticks of `m_anchorFrame`
     uint32_t m_anchorFrame = 0;
     uint32_t m_frame = 0;
-    bool m_drops = true; ///< of the last label; without a label numbers follow the real time
+    bool m_drops = true; ///< by the last label; without a label numbers follow real time
 };
 
 } // namespace tool

@@ -37,7 +37,7 @@ using CaptionCounts = std::map<KIVCS2CaptionService, uint64_t, ServiceOrder>;
 [[nodiscard]] Json toJson(const CaptionCounts &captions);
 [[nodiscard]] uint64_t sumOf(const CaptionCounts &captions);
 
-/// Pairs of an SCC file that go out later than their line says, because an earlier line is still going out.
+/// Pairs of an SCC file that are sent later than their timecode, because an earlier line is still being sent.
 class Delays
 {
 public:
@@ -49,7 +49,7 @@ public:
     uint32_t longest = 0; ///< frames
 
 private:
-    uint64_t m_line = 0; ///< of the last line that may wait
+    uint64_t m_line = 0; ///< number of the last line that may wait
     uint32_t m_frame = 0, m_delay = 0;
     bool m_isFirst = false;
 };
@@ -71,13 +71,13 @@ public:
     }
 
     uint64_t packets = 0, lines = 0;
-    uint64_t pairs[2] = {}; ///< by field, without empty ones
+    uint64_t pairs[2] = {}; ///< pairs of each field, without empty pairs
     uint64_t emptyPairs = 0;
     uint64_t bytes708 = 0;
     CaptionCounts captions;
     std::optional<uint32_t> first, last; ///< frames
     Digest packetDigest, pairDigest;
-    std::map<KIVCS2CaptionService, Digest> texts; ///< of each service, in order
+    std::map<KIVCS2CaptionService, Digest> texts; ///< texts of each service, in order
 
     [[nodiscard]] uint64_t allPairs() const
     {

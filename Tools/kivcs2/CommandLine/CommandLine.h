@@ -229,7 +229,7 @@ private:
 /// The request of a command line.
 struct Asked
 {
-    const Word *word = nullptr; ///< to run; null if `text` is to be printed
+    const Word *word = nullptr; ///< the word to run; null if `text` is to be printed
     std::string text;           ///< the page of --help, or the version
 };
 

@@ -1,4 +1,4 @@
-// Completions for shells. Bash and zsh share the functions that know the words; fish has its own
+// Completions for shells. Bash and zsh share the functions that list the words; fish has its own
 // lines.
 #include "CommandLine/Generate.h"
 

@@ -10,8 +10,8 @@ namespace tool
 namespace
 {
 
-constexpr size_t kMostBeginnings = 6; // that a hint lists
-constexpr size_t kLongest = 64;       // of a mistyped name that is compared
+constexpr size_t kMostBeginnings = 6; // names that a hint lists
+constexpr size_t kLongest = 64;       // characters of a mistyped name that is compared
 
 char lower(char letter)
 {

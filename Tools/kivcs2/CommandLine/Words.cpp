@@ -65,7 +65,7 @@ Option::Option(std::string names, Target target, std::string help) : m_target(ta
     if (isFlag())
         m_facts.least = m_facts.most = 0;
     if (isList())
-        m_facts.most = 1u << 29; // as many as the parser counts
+        m_facts.most = 1u << 29; // the largest number that the parser counts
 }
 
 Option &Option::required()
@@ -177,7 +177,7 @@ void Option::take(const Names &texts) const
     if (texts.size() > std::max<size_t>(m_facts.most, 1))
         throw std::invalid_argument{"takes " + count(m_facts.most, "value") + " at most, not " +
                                     std::to_string(texts.size())};
-    (void)chosen(first); // of any type
+    (void)chosen(first); // refuses a wrong choice of any type
     if (m_facts.isTarget && first == "-")
         giveStandardOutputToData();
     std::visit(Overloaded{[&](bool *value) { *value = first == "true"; },

@@ -156,10 +156,10 @@ private:
     [[nodiscard]] std::string folderName() const;
 
     std::string m_target;
-    FileDescriptor m_folder;             ///< of `m_name` and `m_temporary`
+    FileDescriptor m_folder;             ///< folder of `m_name` and `m_temporary`
     std::string m_name;                  ///< the last component of the target, after links
     std::string m_temporary;             ///< empty while the file is unnamed
-    std::optional<struct stat> m_before; ///< of the replaced file
+    std::optional<struct stat> m_before; ///< properties of the replaced file
     FileDescriptor m_file;
     std::vector<uint8_t> m_buffer;
     uint64_t m_size = 0;
@@ -177,7 +177,7 @@ struct OutputStream
     OutputStream(const OutputStream &) = delete;
     OutputStream &operator=(const OutputStream &) = delete;
 
-    /// Rethrows the exception that stopped a write; a status cannot say "No space left on device".
+    /// Rethrows the exception that stopped a write; a status cannot report "No space left on device".
     void check() const;
 
     std::exception_ptr failure;

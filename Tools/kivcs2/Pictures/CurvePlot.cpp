@@ -52,8 +52,8 @@ constexpr Cell cellOf(KIVCS2InterpolationFunction curve)
 
 // ---- Characters
 
-constexpr size_t kGridLines = 6;   // of a plot among others
-constexpr size_t kLargeLines = 16; // of a single plot
+constexpr size_t kGridLines = 6;   // lines of a plot among others
+constexpr size_t kLargeLines = 16; // lines of a single plot
 
 // The lines of a plot, each `columns` braille characters. A character is two dots wide and four high.
 std::vector<std::string> brailleOf(const Curve &curve, size_t columns, size_t lines)
@@ -226,7 +226,7 @@ private:
 // The margins around a plot of `side` pixels.
 struct Frame
 {
-    uint32_t scale; // of the letters
+    uint32_t scale; // size of the letters
     uint32_t left, top, right, bottom;
 
     explicit Frame(uint32_t side) : scale(std::max(1u, side / 160))

@@ -25,7 +25,7 @@ struct PixelLayout
 {
     std::string_view name;
     std::string_view meaning;
-    OSType type; ///< of its buffers; all four-byte RGB is the library's 32-bit RGB
+    OSType type; ///< type of its buffers; all four-byte RGB is the library's 32-bit RGB
     uint32_t blockPixels;
     uint32_t blockBytes;
     uint32_t rowAlignment;            ///< bytes

@@ -51,7 +51,7 @@ Names rateNames()
 
 struct Weave
 {
-    std::vector<uint32_t> samples; ///< of each frame of the cycle
+    std::vector<uint32_t> samples; ///< samples of each frame of the cycle
     uint32_t most = 0;
     uint64_t sum = 0;
     int64_t missed = 0; ///< the missing samples of the cycle

@@ -18,11 +18,11 @@ namespace
 struct Found
 {
     Delays delays;
-    CaptionCounts captions;                                ///< of every service found
+    CaptionCounts captions;                                ///< captions of every service found
     std::map<KIVCS2CaptionService, std::string> languages; ///< from the service lists
     uint64_t lines = 0;                                    ///< lines with pairs of an SCC file
     uint64_t suffixes = 0, faulty = 0;
-    uint8_t rateCode = 0; ///< of the first CDP
+    uint8_t rateCode = 0; ///< rate code of the first CDP
     KIVCS2CaptionFileReport file{};
     KIVCS2CaptionDecoderReport decoder{};
 };

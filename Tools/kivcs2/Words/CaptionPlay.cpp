@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kMostBehind = 1s;     // after a stop the command must not send all missed frames in one burst
-constexpr size_t kMostBytes = 1452;  // of a datagram: SMPTE ST 2110-10 allows 1460 with the header of UDP
+constexpr size_t kMostBytes = 1452;  // bytes of a datagram: SMPTE ST 2110-10 allows 1460 with the UDP header
 constexpr size_t kMostPackets = 255; // ANC_Count has eight bits (RFC 8331)
 
 struct PlayArguments
@@ -270,7 +270,7 @@ private:
         if (!m_pace.await(m_frames, m_signals))
             return false;
         constexpr uint64_t kClock = 90000;
-        constexpr size_t kHeads = 20; // of RTP and RFC 8331
+        constexpr size_t kHeads = 20; // bytes of the headers of RTP and RFC 8331
         m_rtp.m_timestamp = m_firstTimestamp + static_cast<uint32_t>(m_pace.ticks(m_frames, kClock));
         do
         {

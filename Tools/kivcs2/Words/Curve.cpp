@@ -15,7 +15,7 @@ namespace tool
 namespace
 {
 
-constexpr uint32_t kMostFrames = 10000000; // of a step and of a run; more than a day
+constexpr uint32_t kMostFrames = 10000000; // the most for a step and for a run; more than a day
 constexpr uint32_t kSecondsPerDay = 86400;
 constexpr size_t kWidestPlot = 72; // characters; wider ones are flat
 
@@ -212,7 +212,7 @@ int runSequence(const RunOptions &options, bool json)
         else
             out().line(print("%5llu  %4s  %12s", static_cast<unsigned long long>(frame),
                              hasEnded ? "-" : std::to_string(step + 1).c_str(),
-                             std::isnan(value) ? "nan" : print("%.6g", value).c_str())); // of either sign
+                             std::isnan(value) ? "nan" : print("%.6g", value).c_str())); // both signs
     }
     if (array)
         array->close();

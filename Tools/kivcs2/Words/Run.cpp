@@ -37,7 +37,7 @@ enum RunCode : int
 
 constexpr double kGrace = 1.0;       // seconds between SIGTERM and SIGKILL
 using Deadline = double;             // seconds of the monotonic clock
-constexpr double kMostSeconds = 1e9; // of a time limit, some thirty years
+constexpr double kMostSeconds = 1e9; // longest time limit, some thirty years
 constexpr Deadline kNoDeadline = std::numeric_limits<double>::infinity();
 constexpr double kLongestWait = 1e6;       // seconds; a longer wait is divided
 constexpr timespec kShortWait{0, 1000000}; // for a child that is about to start

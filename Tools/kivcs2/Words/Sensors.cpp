@@ -25,7 +25,7 @@ public:
     {
         const KIVCS2Status status = [this]
         {
-            const QuietErrors quiet; // where the library prints what is missing
+            const QuietErrors quiet; // the library would print what is missing
             return kivCS2SMC_init(&smc);
         }();
         if (!KIVCS2_FAILED(status))

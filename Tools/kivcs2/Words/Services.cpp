@@ -57,7 +57,7 @@ public:
         }
         catch (const std::bad_alloc &)
         {
-            // not listed
+            // the result is not listed
         }
         EndSignals::wake();
     }

@@ -56,8 +56,7 @@ std::string keyText(uint32_t key)
     return print("0x%08x", key);
 }
 
-// Holds the record for its lifetime. Destroying it only detaches, and the segment stays, unless it
-// is held.
+// Holds the record for its lifetime. The destructor only detaches, so the segment stays, unless it is held.
 class Attachment
 {
 public:

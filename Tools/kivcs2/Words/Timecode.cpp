@@ -390,8 +390,8 @@ std::string utcText(double unixSeconds)
 // number.
 int framesEarlier(const KIVProjectTimecode &timecode, CFAbsoluteTime at)
 {
-    constexpr double kRoundsUp = 0.9995; // to the next second, and is then its first frame
-    constexpr double kHair = 1e-4;       // of a frame: a sum of doubles may lie just below its exact value
+    constexpr double kRoundsUp = 0.9995; // seconds; from here a time rounds up to the next second
+    constexpr double kHair = 1e-4;       // frames: a sum of doubles may be just below its exact value
     const double fraction = at - std::floor(at);
     const double begun =
         fraction < kRoundsUp ? std::floor(fraction * KIVProjectTimecode::framesPerSecond() + kHair) : 0;
