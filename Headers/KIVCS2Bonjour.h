@@ -91,7 +91,7 @@ typedef struct KIVCS2BonjourService
     KIVCS2Mutex m_monitorMutex; /**< held while a monitor is started or ended; private */
 } KIVCS2BonjourService;
 
-/** What a browser is doing; four-character codes. */
+/** The activity of a browser; four-character codes. */
 typedef uint32_t KIVCS2BonjourMode;
 enum
 {

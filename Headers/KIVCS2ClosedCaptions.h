@@ -284,7 +284,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_createDateStringWithFormat(CFString
 
 /* ---- MCC caption files ---- */
 
-/** What a caption record holds; bits of KIVCS2ClosedCaption::m_flags. */
+/** The contents of a caption record; bits of KIVCS2ClosedCaption::m_flags. */
 typedef uint32_t KIVCS2ClosedCaptionFlag;
 enum
 {

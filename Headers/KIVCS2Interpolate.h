@@ -38,7 +38,7 @@ enum
     KIVCS2InterpolationFunctionMax = 13 /**< the count */
 };
 
-/** What a step does. */
+/** The kind of a step. */
 typedef uint32_t KIVCS2InterpolationStepKind;
 enum
 {

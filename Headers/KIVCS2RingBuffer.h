@@ -23,7 +23,7 @@
 
 KIVCS2_BEGIN_DECLS
 
-/** What happens to a store that does not fit; a value without a name counts as Overwrite. */
+/** Effect of a store that does not fit; a value without a name counts as Overwrite. */
 typedef uint32_t KIVCS2RingBufferOpMode;
 enum
 {

@@ -97,7 +97,7 @@ public:
     KIV_NODISCARD static uint32_t framesPerSecond() noexcept;
     /** The rate for calculations with seconds: 23.98, 24, 25, 29.97, 30, 50, 59.94 or 60. */
     KIV_NODISCARD static double realFramesPerSecond() noexcept;
-    /** True at 29.97 and 59.94. */
+    /** Returns true at 29.97 and 59.94. */
     KIV_NODISCARD static bool dropFrameTimecode() noexcept;
     KIV_NODISCARD static uint32_t framesPerHour() noexcept;
     KIV_NODISCARD static uint32_t framesPerDay() noexcept;
@@ -373,7 +373,7 @@ public:
      * Adds the frame count `factor` - 1 times and carries full days into the date; 0 and 1 change nothing.
      */
     void multiplyBy(uint32_t factor) noexcept;
-    /** True if the product is at most framesPerDay(), so also for midnight of the next day. */
+    /** Returns true if the product is at most framesPerDay(), so also for midnight of the next day. */
     KIV_NODISCARD bool canMultiplyBy(uint32_t factor) const noexcept;
     /** framesPerDay() divided by the frame count; 0 if that is 0. */
     KIV_NODISCARD uint32_t maximumMultiplePerDay() const noexcept;

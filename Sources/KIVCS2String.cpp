@@ -133,7 +133,7 @@ public:
         globfree(&m_matches);
     }
 
-    // Null if the system knows no home directory.
+    // Returns null if the system has no home directory for the user.
     [[nodiscard]] const char *path() const
     {
         return m_path;

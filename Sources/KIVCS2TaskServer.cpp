@@ -76,7 +76,7 @@ void closeEnd(uint32_t index)
 }
 
 // Checks the host's pipe ends between two launches. If the host has closed one, for example by closing all
-// descriptors it does not know, the server is lost, and the number may belong to a file of the host.
+// descriptors that are not its own, the server is lost, and the number may belong to a file of the host.
 [[nodiscard]] bool hasItsPipes()
 {
     for (const uint32_t index : {kRequestWrite, kPidRead, kReportRead, kReportWrite})
@@ -92,7 +92,7 @@ void closeEnd(uint32_t index)
            (readIndex != kRequestRead || fcntl(ends[1], F_SETFL, O_NONBLOCK) == 0);
 }
 
-// Stores both ends at `readIndex` and the index after it.
+// Makes a pipe and stores its ends at `readIndex` and at the next index.
 [[nodiscard]] KIVCS2Status makePipe(uint32_t readIndex)
 {
     int ends[2];
@@ -111,7 +111,7 @@ void closeEnd(uint32_t index)
     return KIVCS2STATUS_PIPE_ERR;
 }
 
-// Makes new pipes for each server: messages that an old server left unread, or half written, are void.
+// Makes new pipes for each server, so that messages of an old server, unread or half written, are not read.
 [[nodiscard]] KIVCS2Status makeServerPipes()
 {
     KIV_TRY(makePipe(kRequestRead));
@@ -143,7 +143,7 @@ void closeServerPipes()
     return status;
 }
 
-// ---- The server's life ----
+// ---- Start and end of the server ----
 
 // A process without its parent ends unnoticed; from now on the readback thread watches these tasks.
 void markTasksLost()
@@ -190,7 +190,7 @@ enum class Answer
     ssize_t count;
     do
         count =
-            read(g_CSTaskServer.m_descriptors[kPidRead], &pid, sizeof pid); // whole: it was written at once
+            read(g_CSTaskServer.m_descriptors[kPidRead], &pid, sizeof pid); // complete: one write wrote it
     while (count < 0 && errno == EINTR);
     if (count < 0)
         return -1;
@@ -202,7 +202,7 @@ enum class Answer
 [[nodiscard]] Answer readPid(uint32_t launch, pid_t &pid)
 {
     const uint64_t begin = mach_absolute_time();
-    uint64_t lastLook = begin; // time of the last check that the server lives
+    uint64_t lastLook = begin; // time of the last check whether the server lives
     bool last = false;
     for (;;)
     {
@@ -264,8 +264,8 @@ void endStuckServer()
     Answer answer = askServer(task, message);
     if (answer == Answer::launched)
         return KIVCS2STATUS_OK;
-    // The server went before it launched anything, though it may still be ending. Try once more with a new
-    // server, but not for ever.
+    // The server has launched no process and is ending or has ended. Try once more with a new server, but not
+    // for ever.
     const KIVCS2Status replaced = replaceServer();
     if (KIVCS2_SUCCEEDED(replaced))
         answer = askServer(task, message);
@@ -274,7 +274,7 @@ void endStuckServer()
     // Kept: hosts rely on a task whose request was not written staying unchanged, never to be finished.
     if (answer == Answer::noRequest)
         return KIVCS2STATUS_PIPE_ERR;
-    KIVCS2TaskState running = KIVCS2TaskState_RunningAsync; // unless it was freed
+    KIVCS2TaskState running = KIVCS2TaskState_RunningAsync; // unless the task was freed
     kiv::taskWord(task.m_state).compare_exchange_strong(running, KIVCS2TaskState_Created);
     return KIVCS2_FAILED(replaced) ? replaced : KIVCS2STATUS_TASK_SERVER_ERR;
 }
@@ -317,8 +317,7 @@ void handleReport(pid_t pid, int32_t status)
         finish(*task, status);
 }
 
-// The tasks of lost servers: finishes those whose process is gone too and that have no report left to be
-// read.
+// Finishes the tasks of lost servers whose process is gone too and whose report is not waiting to be read.
 void finishLostTasks()
 {
     KIVCS2LinkList &tasks = g_CSTaskServer.m_tasks;
@@ -373,7 +372,7 @@ void waitForReport(uint64_t &lastIdle)
     }
 }
 
-// From now on no end can be reported.
+// Called if no end can be reported any more.
 void loseEverything()
 {
     g_CSTaskServer.m_usable.store(false);
@@ -437,7 +436,7 @@ void waitForAllBelow()
 
 void *kivCS2TaskServerPrv_readbackThread(void *)
 {
-    (void)KIVPSetThreadName("kivcs2-readback"); // a thread without a name works as well
+    (void)KIVPSetThreadName("kivcs2-readback"); // the thread also works without a name
     uint64_t lastIdle = mach_absolute_time();
     for (;;)
     {
@@ -493,7 +492,7 @@ KIVCS2Status kivCS2TaskServer_init(void)
     kiv::ChildTable::share();
     server.m_reaper.store(getpid());
     (void)std::atexit(
-        kivCS2TaskServerPrv_infanticide); // without it the server does the same, once the host is gone
+        kivCS2TaskServerPrv_infanticide); // if this fails, the server does the same once the host is gone
 
     // Forked before there is a second thread; only then can the handler deliver to the readback thread.
     kiv::installChildHandler();
@@ -509,7 +508,7 @@ KIVCS2Status kivCS2TaskServer_exec(KIVCS2Task *task, KIVCS2TaskFunc callback, vo
     if (!isUsable())
         return KIVCS2STATUS_TASK_SERVER_ERR;
     if (isReadbackThread())
-        return KIVCS2STATUS_MUTEX_ERR; // the calling callback holds it
+        return KIVCS2STATUS_MUTEX_ERR; // the caller is a callback, which holds the mutex
     kiv::retainTask(*task);            // another thread may free it meanwhile
     const KIVCS2Status status = launchLocked(*task, callback, context);
     kiv::stopIfFreed(*task); // without the mutex: stopping a child may hold up the server that launches it

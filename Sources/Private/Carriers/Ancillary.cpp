@@ -68,7 +68,7 @@ public:
         return std::popcount(static_cast<uint16_t>(m_words[index] ^ (m_ten ? withParity(byte) : byte)));
     }
 
-    // True if all words of a packet with this count exist and are right, and its checksum is right.
+    // Returns true if all words of a packet with this count exist and are right, and its checksum is right.
     [[nodiscard]] bool isWhole(size_t data) const
     {
         const size_t last = kHeadWords + data;
@@ -82,7 +82,7 @@ public:
         const uint32_t low = sum & 0x1FFu;
         return m_words[last] == (low | ((low & 0x100u) != 0 ? 0 : 0x200u));
     }
-    // True if the words end with the user data and are right.
+    // Returns true if the words end with the user data and are right.
     [[nodiscard]] bool isWholeWithoutChecksum(size_t data) const
     {
         return m_count == kHeadWords + data && allRight(m_count);
@@ -112,7 +112,7 @@ size_t countInside(const Look &look, uint8_t sdid)
     return kUnknown;
 }
 
-// True if enough of the content is right to accept a damaged packet as one.
+// Returns true if enough of the content is right to accept a damaged packet as one.
 bool hasMarks(const Look &look, uint8_t sdid)
 {
     const uint8_t data = look.byte(2);

@@ -13,9 +13,9 @@ namespace
 constexpr size_t kVector = 64; // bytes
 constexpr size_t kAhead = 1024;
 
-// True if whole vectors are faster than the system's copy: for runs that stay in the first-level cache, and
-// for runs that stay in the second-level cache. Between them, and if memory is the limit, the system's copy
-// is faster.
+// Returns true if whole vectors are faster than the system's copy: for runs that stay in the first-level
+// cache, and for runs that stay in the second-level cache. Between them, and if memory is the limit, the
+// system's copy is faster.
 [[nodiscard]] bool suitsVectors(size_t count)
 {
     constexpr size_t kFirstLevel = 6u << 10;

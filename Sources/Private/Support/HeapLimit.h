@@ -8,9 +8,9 @@
 
 namespace kiv
 {
-// True if this machine's memory could hold `size` bytes at all. The kernel would grant address space for more
-// and end the process while it is being filled, so sizes read from a file or a stream are checked here first;
-// small sizes cost nothing.
+// Returns true if this machine's memory could hold `size` bytes at all. The kernel would grant address space
+// for more and end the process while it is being filled, so sizes read from a file or a stream are checked
+// here first; small sizes cost nothing.
 [[nodiscard]] inline bool fitsMemory(uint64_t size) noexcept
 {
     constexpr uint64_t kAlwaysFits = 16u << 20;

@@ -30,7 +30,7 @@ enum class Told : uint32_t
 };
 struct Shared
 {
-    std::array<kiv::ChildNote, 1024> slots;  // more than that at once are not ended with the host
+    std::array<kiv::ChildNote, 1024> slots;  // more children at once are not ended with the host
     std::array<kiv::ChildNote, 4096> others; // processes found below them, or that have lost their server
     std::atomic<Told> told;
     std::atomic<uint64_t> leftAt;    // when the exiting host signalled all; 0 if not yet, or already handled
@@ -48,7 +48,7 @@ constinit bool g_reportsCome = false;
 constinit uint32_t g_idleSeconds = 0;
 constinit Shared *g_shared = nullptr;
 constinit uint32_t g_launches = 0; // requested from this server, under the server's mutex
-constinit pid_t g_noter = 0;       // the host, in its copy the server
+constinit pid_t g_noter = 0;       // the host; in the server's copy the server
 constinit std::atomic<pid_t> g_server{0};
 constinit pid_t g_host = 0; // the process whose server reads the notes. Its forks launch for themselves
 
@@ -155,7 +155,7 @@ bool kiv::Child::wait(int &status)
     const Lock lock;
     if (waited == m_pid)
     {
-        // Its id is free for another process, whose end must not be taken for this one's.
+        // The child's id is free for another process, whose end must not count as the child's end.
         ChildTable::remove(*this);
         return true;
     }
@@ -166,7 +166,7 @@ bool kiv::Child::wait(int &status)
     return m_ended;
 }
 
-// ---- All of them ----
+// ---- All children ----
 
 void kiv::ChildTable::add(Child &child)
 {
@@ -191,7 +191,7 @@ void kiv::ChildTable::share()
     g_host = getpid();
     g_noter = g_host;
     void *memory = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory != MAP_FAILED) // without it the children outlive a host that is killed
+    if (memory != MAP_FAILED) // without the page, children outlive a host that is killed
         g_shared = new (memory) Shared{};
 }
 

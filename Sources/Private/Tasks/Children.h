@@ -11,8 +11,8 @@ namespace kiv
 {
 class ProcessTree;
 
-// A child of this process: it is started, signalled by other threads through its id, and waited for. On the
-// launch's stack.
+// A child of this process, on the stack of its launch: it is started, signalled by other threads through its
+// id, and waited for.
 class Child
 {
 public:
@@ -24,7 +24,7 @@ public:
     // Starts the plan and stores the id for other threads; false if no process was made.
     [[nodiscard]] bool start(const ExecPlan &plan, const ChildSetup &setup, int32_t &pid);
 
-    // Waits for its end; false if the status is lost.
+    // Waits for the child's end; returns false if the status is lost.
     [[nodiscard]] bool wait(int &status);
 
 private:
@@ -37,25 +37,25 @@ private:
     bool m_ended = false;
 };
 
-// The operations of the readback thread and the task server on all children of that kind.
+// The operations of the readback thread and the task server on all children that launches wait for.
 class ChildTable
 {
 public:
-    // Makes memory that a task server forked later shares: it names the children that must not outlive the
-    // host.
+    // Makes memory that is shared with a task server forked later. It lists the children that must not
+    // outlive the host.
     static void share();
     // Stores whether there is a readback thread, so that statuses taken by the handler come back.
     static void expectReports(bool come);
-    // A child has ended with `status`; false if no launch waits for it.
+    // Delivers the `status` of an ended child; returns false if no launch waits for the child.
     static bool deliver(pid_t pid, int status);
-    // A second has passed, and no report is left.
+    // Call it if a second has passed and no report is left.
     static void tick();
 
     // Notes process ids that the task server must find once the host is gone, in addition to the children
     // that launches wait for: processes below those children, and tasks whose server has ended.
     static void note(ProcessTree &tree);
     static void note(pid_t pid);
-    // In the task server: from now on this process may note ids for the host.
+    // In the task server: lets this process note ids for the host from now on.
     static void actForHost();
     // Adds the host's children and the noted processes.
     static void addShared(ProcessTree &tree);
@@ -69,21 +69,21 @@ public:
     // below was found.
     static bool terminateTree(pid_t root, bool itself);
 
-    // The host requests a process from its server; the server's own count numbers the same launches from 1
-    // on.
+    // Returns the number of a launch that the host requests from its server; the server counts the same
+    // launches from 1.
     [[nodiscard]] static uint32_t beginLaunch();
-    // In the task server: the child of a launch has ended and may not have written its id. False without
-    // shared memory.
+    // In the task server: notes that the child of a launch has ended and may not have written its id. Returns
+    // false if there is no shared memory.
     [[nodiscard]] static bool tellSilentEnd(uint32_t launch, pid_t child);
-    // Returns that child, or 0. By then an id it has written is in the pipe.
+    // Returns the noted child of a launch, or 0. By then an id that it has written is in the pipe.
     [[nodiscard]] static pid_t silentEnd(uint32_t launch);
 
-    // The host signals all its descendants, including the server; `leaves` if the host is exiting.
+    // Notes that the host signals all its descendants, including the server; `leaves` if it is exiting.
     static void beginSignalling(bool leaves);
-    // `done`: they were found. Otherwise the server signals them, once the host is gone.
+    // `done`: the descendants were found. Otherwise the server signals them, once the host is gone.
     static void endSignalling(bool done);
-    // In the task server: whether the host is signalling, whether it has signalled, whether it is exiting,
-    // and whether it has signalled while exiting.
+    // In the task server: return whether the host is signalling, has signalled, is exiting, and has signalled
+    // while exiting.
     [[nodiscard]] static bool isSignalling();
     [[nodiscard]] static bool allAreSignalled();
     [[nodiscard]] static bool hostLeaves();

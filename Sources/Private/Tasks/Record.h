@@ -1,4 +1,4 @@
-// A task's record as seen by its launches: shared words, references, and its end.
+// The parts of a task's record that its launches use: shared words, references, and the end.
 #ifndef KIV_PRIVATE_TASKS_RECORD_H
 #define KIV_PRIVATE_TASKS_RECORD_H
 
@@ -22,8 +22,8 @@ void releaseTask(KIVCS2Task &task);
 // Begins a launch that ends with finishTask(). The caller holds a reference.
 [[nodiscard]] KIVCS2Status beginAsync(KIVCS2Task &task, KIVCS2TaskFunc callback, void *context);
 
-// For a task whose process now exists: if the task was freed before, stops the process in the mode given to
-// `free`. Either the launch or `free` does so, whichever comes second, and only once.
+// Called when the process of a task exists: if the task was freed before, stops the process in the mode given
+// to `free`. The launch or `free` does so, whichever comes second, and only once.
 void stopIfFreed(KIVCS2Task &task);
 
 // Marks the task finished and calls back, unless it was aborted before. The caller holds a reference.

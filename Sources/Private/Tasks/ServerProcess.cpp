@@ -25,21 +25,21 @@
 
 namespace
 {
-// Every launched process has this long to end after SIGTERM; then it is killed.
+// The time that a launched process has to end after SIGTERM; then it is killed.
 constexpr uint64_t kGrace = 10000; // milliseconds; a recorder closes its file
 constexpr uint64_t kGraceAfterDeath =
     750; // milliseconds; a process fed by a host that died has no more data to wait for
 constexpr uint64_t kKillingTime = 500; // milliseconds for the killed processes to disappear
 constexpr int kLookPeriod = 10;        // milliseconds
-constexpr int kSlowLookPeriod = 50;    // milliseconds, of a long wait
+constexpr int kSlowLookPeriod = 50;    // milliseconds, in a long wait
 constexpr int kPartingTime = 300;      // milliseconds at most between the end of a host's pipe and its own
 constexpr int kTellingTime =
     5000; // milliseconds for a forked child to write its id; less than the host waits for it
 constexpr uint64_t kNsPerMillisecond = 1000000;
 
 // The server must not run the host's signal handlers. Signals that might end or stop it are blocked, here but
-// not in the launched processes: SIGTERM is checked whenever there is work, the others have no effect. Not
-// blocked are its children's ends, and its own faults.
+// not in the launched processes: SIGTERM is checked whenever there is work, the others have no effect.
+// SIGCHLD and the signals of the server's own faults are not blocked.
 void setUpSignals()
 {
     kiv::resetHandlers();
@@ -52,7 +52,7 @@ void setUpSignals()
     (void)pthread_sigmask(SIG_SETMASK, &blocked, nullptr); // cannot fail with these arguments
 }
 
-// A host's descriptor kept by the server would stay open after the host closes it.
+// A descriptor of the host in the server would stay open after the host closes it.
 void closeAllBut(std::array<int32_t, 3> kept)
 {
     std::sort(kept.begin(), kept.end());
@@ -94,8 +94,8 @@ void wait(int milliseconds)
 constinit uint32_t g_launches = 0; // number of launches that this server has read
 constinit bool g_isLate = false;   // forked after the exiting host had signalled all
 
-// Whether the child has ended, at once or after a wait; it is not reaped here. If there is no child of that
-// id, it has ended: the handler has reaped it.
+// Returns whether the child has ended, at once or after a wait; it is not reaped here. If there is no child
+// of that id, it has ended: the handler has reaped it.
 [[nodiscard]] bool hasEnded(pid_t child, int wait)
 {
     siginfo_t info{};
@@ -123,10 +123,10 @@ void waitForAForkedChild(pid_t child)
     }
 }
 
-// Whether the child has ended and may not have written its id. After a real vfork (`memoryIsShared`) the
-// server only continues once the child executes, and has written the id, or once it is dead or about to be. A
-// kernel lets the server continue before the dead child can be waited for, so a check without waiting finds
-// it alive.
+// Returns whether the child has ended and may not have written its id. After a real vfork (`memoryIsShared`)
+// the server only continues once the child executes, and has written the id, or once it is dead or about to
+// be. A kernel lets the server continue before the dead child can be waited for, so a check without waiting
+// finds it alive.
 [[nodiscard]] bool diedSilently(pid_t child, bool memoryIsShared)
 {
     if (g_announced == nullptr || g_announced->load())
@@ -148,7 +148,7 @@ void buryChildren()
         }
 }
 
-// Signals the processes below the server (`own`), and those that the host has launched itself (`shared`).
+// Signals the processes below the server (`own`), and the processes that the host has launched (`shared`).
 void sweep(int signal, bool own, bool shared)
 {
     kiv::ProcessTree tree{getpid()};
@@ -161,7 +161,7 @@ void sweep(int signal, bool own, bool shared)
     tree.signal(signal);
 }
 
-// Sends SIGTERM to the processes that the host launched too late to signal them itself.
+// Sends SIGTERM to the processes that the exiting host launched too late to signal them itself.
 void sweepLate()
 {
     kiv::ProcessTree tree{getpid()};
@@ -197,10 +197,10 @@ void sweepLate()
     return kKillingTime;
 }
 
-// Signals everything until no process is left or the time is over; true if none is left. SIGTERM is sent
-// once, because a second one could cut short the work started by the first, and not to processes that already
-// had it (`told`). Processes that are made meanwhile, or lose their parent, become the server's children.
-// Processes launched by the host itself are signalled once the host is gone.
+// Signals all processes until no process is left or the time is over; true if no process is left. SIGTERM is
+// sent once, because a second one could cut short the work started by the first, and not to processes that
+// already had it (`told`). Processes that are made meanwhile, or lose their parent, become the server's
+// children. Processes launched by the host itself are signalled once the host is gone.
 [[nodiscard]] bool clear(int signal, bool told, uint64_t (*time)())
 {
     const uint64_t begin = mach_absolute_time();
@@ -230,14 +230,14 @@ void sweepLate()
 
 void clearAll()
 {
-    // If the host has signalled them, they have begun to end.
+    // If the host has signalled its processes, they have begun to end.
     while (kiv::ChildTable::isSignalling() && !kiv::isOrphaned())
         wait(kLookPeriod);
     if (!clear(SIGTERM, kiv::ChildTable::allAreSignalled(), graceNow))
         (void)clear(SIGKILL, false, killingTime);
 }
 
-// The host must not wait for an answer to a request that is never read.
+// Closes the pipes, so that the host does not wait for the result of a request that is never read.
 void closeRequests()
 {
     for (const uint32_t index : {kRequestRead, kPidWrite})
@@ -312,7 +312,7 @@ KIVCS2Status kivCS2TaskServerPrv_childProcess()
     server.m_serverPid = 0;
     closeAllBut({server.m_descriptors[kRequestRead], server.m_descriptors[kPidWrite],
                  server.m_descriptors[kReportWrite]});
-    (void)KIVPAdoptOrphans(); // without it, processes that lose their parent stay behind at the end
+    (void)KIVPAdoptOrphans(); // otherwise processes that lose their parent survive the end
     (void)KIVPSetThreadName("kivcs2-tasks");
     shareAnnouncement();
     kiv::ChildTable::actForHost();

@@ -1,5 +1,5 @@
-// Reaps children for the task server, in the host and in the server, and checks whether host and server still
-// have each other.
+// Reaps children for the task server, in the host and in the server, and checks whether host and server
+// still live.
 #include "Private/Tasks/ServerRecord.h"
 
 #include <poll.h>
@@ -77,7 +77,8 @@ void kiv::reapChildren()
         }
         if (report.pid == g_CSTaskServer.m_serverPid)
             g_CSTaskServer.m_serverEnded.store(1);
-        // In one piece: host and server write to the same pipe. A host that is gone reads nothing.
+        // Write in one piece, because host and server write to the same pipe. If the host is gone, no process
+        // reads.
         (void)!write(g_CSTaskServer.m_descriptors[kReportWrite], &report, sizeof report);
     }
 }

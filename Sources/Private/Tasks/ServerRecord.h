@@ -1,5 +1,5 @@
 // The task server's record, and the checks that its two processes, host and server, make while they wait:
-// which children have ended, whether the other lives, whether a pipe is still theirs.
+// which children have ended, whether the other process lives, whether a pipe is still theirs.
 #ifndef KIV_PRIVATE_TASKS_SERVER_RECORD_H
 #define KIV_PRIVATE_TASKS_SERVER_RECORD_H
 
@@ -24,18 +24,18 @@ enum : uint32_t
     kDescriptorCount = 6
 };
 
-// One for each process. From the fork on the server has its own copy.
+// Each process has one record. From the fork on the server has a copy of its own.
 struct KIVCS2TaskServer
 {
     std::array<int32_t, kDescriptorCount> m_descriptors; // request, pid and report pipe; 0 for a closed end
     std::atomic<pid_t> m_serverPid;                      // read by the SIGCHLD handler of any thread
     uint32_t m_initialised;
-    KIVCS2LinkList m_tasks;  // launched, end not yet reported
-    pthread_mutex_t m_mutex; // one request and its answer at a time, and the list
+    KIVCS2LinkList m_tasks;  // launched tasks whose end is not yet reported
+    pthread_mutex_t m_mutex; // held for a request and its result; guards the list
     pthread_t m_readback;
 
     pid_t m_hostPid;             // the process that may use the server
-    std::atomic<pid_t> m_reaper; // the process whose SIGCHLD handler reaps: the host, in its copy the server
+    std::atomic<pid_t> m_reaper; // the process whose SIGCHLD handler reaps: host, or server in its copy
     std::atomic<uint32_t> m_serverEnded;      // the handler has reaped the server
     std::atomic<uint32_t> m_reapingPostponed; // the report pipe was full
     std::atomic<uint32_t> m_reaping;          // statuses taken but not yet in that pipe
@@ -49,15 +49,15 @@ void kivCS2TaskServerPrv_sigChildHandler(int signal);
 
 namespace kiv
 {
-// Whether the report pipe has room and still belongs to the library. Reap only then; otherwise the status is
-// lost. Async-signal-safe.
+// Returns whether the report pipe has room and still belongs to the library. Reap only then; otherwise the
+// status is lost. Async-signal-safe.
 [[nodiscard]] bool canReport();
 
 // Reports every child that has ended, as long as the report pipe has room. Async-signal-safe.
 void reapChildren();
 
-// Whether the descriptor is still the pipe's: a host may have closed it, and its number may now belong to a
-// file of the host. Async-signal-safe.
+// Returns whether the descriptor is still the pipe's: a host may have closed it, and its number may now
+// belong to a file of the host. Async-signal-safe.
 [[nodiscard]] bool isOwnPipe(uint32_t index);
 
 // In the server: SIGTERM has been received.

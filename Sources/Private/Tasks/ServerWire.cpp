@@ -21,7 +21,7 @@ constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has
     return g_CSTaskServer.m_descriptors[index];
 }
 
-// False if the server has to end: the host is gone, or has ended it.
+// Returns false if the server has to end: the host is gone, or has ended it.
 [[nodiscard]] bool mayWait(bool watch)
 {
     return !watch || (!kiv::isOrphaned() && !kiv::isToldToEnd());
@@ -36,8 +36,7 @@ constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has
         return KIVCS2STATUS_PIPE_ERR;
     if (ready > 0)
         return KIVCS2STATUS_OK;
-    // A signal: usually a child has ended. The pause polls the pipe as well, so that no request is delayed by
-    // it.
+    // After a signal usually a child has ended. The pause polls the pipe too, so that it delays no request.
     if (ready < 0)
         (void)poll(&entry, 1, kInterruptPause);
     if (watch)
@@ -45,7 +44,7 @@ constexpr int kInterruptPause = 1; // millisecond after a wait that a signal has
     return mayWait(watch) ? KIVCS2STATUS_OK : KIVCS2STATUS_PIPE_ERR;
 }
 
-// Waits for room until `end`. A writing end that blocks never comes here.
+// Waits for room until `end`. Not called for a writing end that blocks.
 [[nodiscard]] KIVCS2Status waitToWrite(int fd, uint64_t end)
 {
     if (mach_absolute_time() >= end)
@@ -109,7 +108,7 @@ KIVCS2Status kivCS2TaskServerPrv_readBytes(uint32_t index, void *bytes, size_t s
     auto *to = static_cast<uint8_t *>(bytes);
     while (size > 0)
     {
-        // The reading ends do not block: bytes that are already there cost one call.
+        // The reading ends do not block, so bytes that are already there cost one call.
         const ssize_t count = read(descriptor(index), to, size);
         if (count > 0)
         {
@@ -131,7 +130,7 @@ char *kivCS2TaskServerPrv_readString(uint32_t index, bool watch, size_t &left, K
     status = kivCS2TaskServerPrv_readBytes(index, &length, sizeof length, watch);
     if (KIVCS2_FAILED(status))
         return nullptr;
-    // Compared before adding anything: a length of 2^32-1 is possible too.
+    // Compare before adding: the length may be 2^32 - 1.
     auto *text = length < left ? static_cast<char *>(std::malloc(size_t{length} + 1)) : nullptr;
     if (text == nullptr)
     {

@@ -20,7 +20,7 @@
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_writeString(uint32_t index, const char *text);
 
 // Reads all bytes and waits as long as it takes. With the orphan watch on, each second without a byte checks
-// whether the host lives: if it does not, the wait fails. It also fails at the end of the pipe.
+// whether the host lives: if it does not, the wait fails. The wait also fails at the end of the pipe.
 [[nodiscard]] KIVCS2Status kivCS2TaskServerPrv_readBytes(uint32_t index, void *bytes, size_t size,
                                                          bool watch);
 // Returns a new text, released with free(), or null: the pipe failed, or there is no room. `left` is the

@@ -118,7 +118,7 @@ void connectFile(const char *path, int to)
     return pid;
 }
 
-// Nothing in this function changes between the child's return from vfork and the parent's.
+// No variable of this function changes between the child's return from vfork and the parent's.
 [[nodiscard]] __attribute__((noinline)) pid_t startChild(const kiv::ExecPlan &plan,
                                                          const kiv::ChildSetup &setup)
 {
@@ -166,7 +166,7 @@ KIVCS2Status kiv::ExecPlan::prepare(const char *command, char *const *argv)
     m_argv = argv;
     m_scriptArgv = m_block.get();
     m_scriptArgv[0] = g_shell;
-    m_scriptArgv[1] = nullptr; // the file that is found later
+    m_scriptArgv[1] = nullptr; // replaced by the file that is found later
     for (size_t argument = 1; argument < arguments; ++argument)
         m_scriptArgv[argument + 1] = argv[argument];
     m_scriptArgv[arguments > 0 ? arguments + 1 : 2] = nullptr;

@@ -67,7 +67,7 @@ struct ChildSetup
     const char *files[3] = {}; // opened for writing, for standard output and error
 };
 
-// Gives every signal that has a handler its default action; ignored ones stay ignored. Async-signal-safe.
+// Gives every signal that has a handler its default action; ignored signals stay ignored. Async-signal-safe.
 void resetHandlers();
 
 // Starts the plan in a new process and returns its id, or -1. The child has no signal blocked and no handler

@@ -18,8 +18,8 @@
 namespace
 {
 constexpr size_t kRoomForMore = 10;   // processes that may be added between the two queries
-constexpr size_t kMostRoom = 1 << 14; // the same on a machine that starts many at once
-constexpr pid_t kFirstProcess = 1;    // it and lower ids mean groups, all processes, or the machine's own
+constexpr size_t kMostRoom = 1 << 14; // the limit on a machine that starts many at once
+constexpr pid_t kFirstProcess = 1;    // it and lower ids mean groups, all processes, or the first process
 constexpr size_t kFirstRoom = 64;     // processes
 constexpr uint64_t kStoppingTime = 250'000'000; // absolute time, nanoseconds
 constexpr long kStopPeriod = 200'000;           // nanoseconds between two checks of the stopped processes
@@ -47,8 +47,8 @@ kiv::ProcessTable::ProcessTable()
     }
 }
 
-// False if more than `more` processes were added between the two queries. A table of those that had room is
-// better than none.
+// Returns false if more than `more` processes were added between the two queries. A table of the
+// processes that fitted is better than no table.
 bool kiv::ProcessTable::read(size_t more)
 {
     int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
@@ -98,7 +98,7 @@ const kinfo_proc *kiv::ProcessTable::findLiving(pid_t pid) const
 bool kiv::ProcessTable::hasEnded(pid_t pid, uint64_t &start) const
 {
     const kinfo_proc *process = find(pid);
-    // The table may have had no room for it, or no descriptor may have been left to read it.
+    // The table may have had no room for the process, or there was no descriptor to read the table.
     if (process == nullptr)
         return signalProcess(pid, 0) != 0 && errno == ESRCH;
     if (!lives(*process))
@@ -190,7 +190,7 @@ void kiv::ProcessTree::refresh(const ProcessTable &table)
             process.hasEnded = true;
             continue;
         }
-        // Until it executes, it has the server's name.
+        // Until a child executes, it has the server's name.
         process.isServersCopy = server != nullptr && m_server != getpid() &&
                                 entry->kp_eproc.e_ppid == m_server &&
                                 std::strcmp(entry->kp_proc.p_comm, server->kp_proc.p_comm) == 0;
@@ -241,7 +241,7 @@ bool kiv::ProcessTree::mayBeStopped(const TreeProcess &process) const
 // Stops a process; returns false while it has not stopped yet. A process stopped by another process stays so.
 bool kiv::ProcessTree::stop(TreeProcess &process) const
 {
-    // Before it executes, the server waits for it and could not help.
+    // Until a child of the server executes, the server waits for it and could not continue it.
     if (process.isStill || process.hasEnded || process.isServersCopy)
         return true;
     const unsigned states = KIVPThreadStates(process.pid);
@@ -309,7 +309,7 @@ void kiv::ProcessTree::signal(int signal)
                       {
                           isTarget = isTarget || (process.isTarget && process.pid == self);
                           if (process.isTarget && process.pid != self)
-                              (void)signalProcess(process.pid, signal); // a process that has ended is as good
+                              (void)signalProcess(process.pid, signal); // it may have ended
                       });
     // A parent that continued first would end, and the group of its stopped child would get SIGHUP before the
     // child's handler has run.

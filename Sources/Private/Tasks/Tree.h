@@ -11,7 +11,7 @@ struct kinfo_proc;
 
 namespace kiv
 {
-// kill() for exactly one process, never a group, all processes or process 1: -1 for such ids.
+// As kill(), but only for a single process: returns -1 for ids of groups, all processes and process 1.
 int signalProcess(pid_t pid, int signal);
 
 // A snapshot of the table. Empty if /proc cannot be read.
@@ -26,11 +26,11 @@ public:
     [[nodiscard]] const kinfo_proc *begin() const;
     [[nodiscard]] const kinfo_proc *end() const;
 
-    // Null if there is none, or if it has ended and was not waited for.
+    // Returns null if there is no such process, or if it has ended and was not waited for.
     [[nodiscard]] const kinfo_proc *findLiving(pid_t pid) const;
 
-    // Whether the process that was started at `start` has ended. A `start` of 0 means the current process of
-    // that id, and is set.
+    // Returns whether the process that was started at `start` has ended. A `start` of 0 means the current
+    // process of that id, and is set.
     [[nodiscard]] bool hasEnded(pid_t pid, uint64_t &start) const;
 
 private:
@@ -51,7 +51,7 @@ struct TreeProcess
     size_t parent;          // index in the tree; kNone for a root whose parent is not in it
     uint64_t start;         // 0 until the table was read
     uint64_t startedBefore; // a later process with the same id is a different one; kAnyStart for any
-    bool isTarget;          // it is signalled, and not only the processes below it
+    bool isTarget;          // this process is signalled too, not only those below it
     bool isStill;           // it has stopped, or is never stopped
     bool isStopped;         // this tree has stopped it and must continue it
     bool isServersCopy;     // the task server's child before it executes
@@ -73,13 +73,13 @@ public:
     ProcessTree(const ProcessTree &) = delete;
     ProcessTree &operator=(const ProcessTree &) = delete;
 
-    // Adds the processes below a process, with `itself` the process too. Ids of 1 and less have no processes
-    // below them, unless this process is process 1 and means itself.
+    // Adds the processes below a process, with `itself` the process too. Ids of 1 and less count as without
+    // descendants, except that process 1 may name itself.
     void addRoot(pid_t pid, bool itself, uint64_t startedBefore = TreeProcess::kAnyStart);
 
-    // Reads the table once; true if a new process was found.
+    // Reads the table once; returns true if a new process was found.
     bool look();
-    // Stops the processes it finds and looks again until no new one is found, or for a quarter of a second.
+    // Stops the processes found and reads the table again, until there is no new process or for 0.25 s.
     void stopAndLook();
     // Signals the targets, the deepest first, and then continues the processes it has stopped, children
     // before parents. This process itself, if it is a target, comes last of all.
@@ -91,7 +91,7 @@ public:
         return m_hasSeen;
     }
 
-    // Whether any target but `spared` has not ended.
+    // Returns whether any target but `spared` has not ended.
     [[nodiscard]] bool hasLiving(pid_t spared) const;
 
     [[nodiscard]] size_t size() const
@@ -102,7 +102,7 @@ public:
     {
         return m_processes[index];
     }
-    // The process of that id that has not ended, or TreeProcess::kNone.
+    // Returns the index of the process with an id that has not ended, or TreeProcess::kNone.
     [[nodiscard]] size_t find(pid_t pid) const;
 
 private:
