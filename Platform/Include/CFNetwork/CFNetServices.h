@@ -58,7 +58,7 @@ enum
     kCFNetServiceFlagNoAutoRename = 1 /**< a name that is taken is an error */
 };
 
-/** What a monitor watches. */
+/** The records that a monitor watches. */
 typedef int CFNetServiceMonitorType;
 enum
 {

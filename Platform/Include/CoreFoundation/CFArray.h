@@ -19,7 +19,7 @@ typedef void (*CFArrayReleaseCallBack)(CFAllocatorRef allocator, const void *val
 typedef CFStringRef (*CFArrayCopyDescriptionCallBack)(const void *value);
 typedef Boolean (*CFArrayEqualCallBack)(const void *value1, const void *value2);
 
-/** What an array does with its values; any member may be NULL. */
+/** The operations of an array on its values; any member may be NULL. */
 typedef struct CFArrayCallBacks
 {
     CFIndex version; /**< 0 */

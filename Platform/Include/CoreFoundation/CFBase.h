@@ -96,7 +96,7 @@ CF_EXPORT void CFRelease(CFTypeRef cf);
 CF_EXPORT CFIndex CFGetRetainCount(CFTypeRef cf);
 /** The kind of the object; equals the result of its type's own GetTypeID. */
 CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
-/** True for the same object, and for two objects of one kind with the same value. */
+/** Returns true for the same object, and for two objects of one kind with the same value. */
 CF_EXPORT Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
 /** Equal objects have equal hashes within one process. */
 CF_EXPORT CFHashCode CFHash(CFTypeRef cf);

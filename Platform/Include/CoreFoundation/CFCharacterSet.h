@@ -20,7 +20,7 @@ CF_EXPORT CFCharacterSetRef CFCharacterSetCreateWithCharactersInString(CFAllocat
 /** Every character that is not in `theSet`. NULL when there is no memory. */
 CF_EXPORT CFCharacterSetRef CFCharacterSetCreateInvertedSet(CFAllocatorRef alloc, CFCharacterSetRef theSet);
 
-/** True when `theChar`, one UTF-16 unit, is in `theSet`. */
+/** Returns true if `theChar`, one UTF-16 unit, is in `theSet`. */
 CF_EXPORT Boolean CFCharacterSetIsCharacterMember(CFCharacterSetRef theSet, UniChar theChar);
 
 CF_EXTERN_C_END

@@ -22,7 +22,7 @@ typedef CFStringRef (*CFDictionaryCopyDescriptionCallBack)(const void *value);
 typedef Boolean (*CFDictionaryEqualCallBack)(const void *value1, const void *value2);
 typedef CFHashCode (*CFDictionaryHashCallBack)(const void *value);
 
-/** What a dictionary does with its keys; any member may be NULL. */
+/** The operations of a dictionary on its keys; any member may be NULL. */
 typedef struct CFDictionaryKeyCallBacks
 {
     CFIndex version; /**< 0 */
@@ -33,7 +33,7 @@ typedef struct CFDictionaryKeyCallBacks
     CFDictionaryHashCallBack hash;                       /**< NULL takes the pointer */
 } CFDictionaryKeyCallBacks;
 
-/** What a dictionary does with its values; any member may be NULL. */
+/** The operations of a dictionary on its values; any member may be NULL. */
 typedef struct CFDictionaryValueCallBacks
 {
     CFIndex version; /**< 0 */
@@ -70,7 +70,7 @@ CF_EXPORT Boolean CFDictionaryContainsKey(CFDictionaryRef theDict, const void *k
 /** The value under `key`, not retained. NULL if there is none; the next call detects a NULL value. */
 CF_EXPORT const void *CFDictionaryGetValue(CFDictionaryRef theDict, const void *key);
 
-/** True if the key exists; `value`, which may be NULL, then receives its value, not retained. */
+/** Returns true if the key exists; `value`, which may be NULL, then receives its value, not retained. */
 CF_EXPORT Boolean CFDictionaryGetValueIfPresent(CFDictionaryRef theDict, const void *key, const void **value);
 
 /** Stores all keys and values, not retained, in the order of adding; each array may be NULL. */

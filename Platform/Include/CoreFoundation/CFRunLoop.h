@@ -81,7 +81,7 @@ CF_EXPORT void CFRunLoopAddTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRun
 /** Removes `timer` from `mode` of `rl`; a timer in no mode may then be added to another loop. Any thread. */
 CF_EXPORT void CFRunLoopRemoveTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode);
 
-/** True when `timer` was added to exactly this mode of `rl`. Any thread. */
+/** Returns true if `timer` was added to exactly this mode of `rl`. Any thread. */
 CF_EXPORT Boolean CFRunLoopContainsTimer(CFRunLoopRef rl, CFRunLoopTimerRef timer, CFRunLoopMode mode);
 
 /** The context of a timer's callout. Copied when the timer is made. */
@@ -124,7 +124,7 @@ CF_EXPORT CFAbsoluteTime CFRunLoopTimerGetNextFireDate(CFRunLoopTimerRef timer);
  */
 CF_EXPORT void CFRunLoopTimerInvalidate(CFRunLoopTimerRef timer);
 
-/** False after CFRunLoopTimerInvalidate(), and once a timer without an interval has fired. Any thread. */
+/** Returns false for an invalidated timer, and for one without an interval that has fired. Any thread. */
 CF_EXPORT Boolean CFRunLoopTimerIsValid(CFRunLoopTimerRef timer);
 
 CF_EXTERN_C_END

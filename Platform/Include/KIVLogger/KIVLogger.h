@@ -38,7 +38,7 @@ KL_EXPORT void KLSetSink(KLSinkCallback sink, void *context);
 /** Switches the default type on (the initial state) or off; each message costs one relaxed load for this. */
 KL_EXPORT void KLSetEnabled(bool enabled);
 
-/** True when messages of that type are written; only the default type ever is. Cheap; any thread. */
+/** Returns true if messages of that type are written; only the default type ever is. Cheap; any thread. */
 KL_EXPORT bool os_log_type_enabled(os_log_t log, os_log_type_t type);
 
 /** Formats as printf does and writes one message. Any thread. */

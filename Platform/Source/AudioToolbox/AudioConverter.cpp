@@ -30,7 +30,7 @@ bool isOneBuffer(const AudioStreamBasicDescription &format)
     return !has(format, kAudioFormatFlagIsNonInterleaved) || format.mChannelsPerFrame == 1;
 }
 
-// Nothing if the description is not integer linear PCM or contradicts itself.
+// Returns an empty value if the description is not integer linear PCM or contradicts itself.
 std::optional<kiv::audio::SampleLayout> sampleLayout(const AudioStreamBasicDescription &format)
 {
     constexpr UInt32 kMaxSampleBytes = 4;

@@ -70,7 +70,7 @@ struct CoreCalls
 #undef KIV_MEMBER
 #undef KIV_NAME
 
-// Null if the library is not installed.
+// Returns null if the library is not installed.
 [[nodiscard]] const ClientCalls *clientCalls() noexcept;
 [[nodiscard]] const CoreCalls *coreCalls() noexcept;
 } // namespace kiv::discovery

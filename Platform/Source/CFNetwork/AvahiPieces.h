@@ -77,7 +77,7 @@ std::unique_ptr<Handle> holding(Object *object, Free free, int &error) noexcept
     return isLocalName(name) ? AVAHI_LOOKUP_USE_MULTICAST : AVAHI_LOOKUP_USE_WIDE_AREA;
 }
 
-// Removals carry the same arguments as arrivals. `error` is called only after a failure.
+// Removals have the same arguments as arrivals. `error` is called only after a failure.
 template <class Error>
 void tellServices(ServiceSink &sink, AvahiBrowserEvent event, Place where, const char *name,
                   Error error) noexcept

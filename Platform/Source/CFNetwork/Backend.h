@@ -14,7 +14,7 @@ struct AvahiPoll;
 
 namespace kiv::discovery
 {
-// Errors are those of <avahi-common/error.h>: 0 for none, negative.
+// Errors are those of <avahi-common/error.h>: negative, or 0 for success.
 
 class ServiceSink
 {
@@ -120,12 +120,12 @@ public:
     {
         return OwnNetworks::read();
     }
-    // Null and an error if the request is refused. Sinks may be called before the call returns.
+    // Returns null and an error if the request is refused. Sinks may be called before the call returns.
     [[nodiscard]] virtual std::unique_ptr<Handle> browseServices(const char *type, const char *domain,
                                                                  ServiceSink &sink, int &error) noexcept = 0;
     [[nodiscard]] virtual std::unique_ptr<Handle> browseRecords(const char *name, uint16_t type,
                                                                 RecordSink &sink, int &error) noexcept = 0;
-    // Finds a service's host and port sooner than its record does, if the backend can; null if it cannot.
+    // Finds the host and port of a service before its record comes; null if the backend cannot do so.
     [[nodiscard]] virtual std::unique_ptr<Handle> locate(const char * /*name*/, const char * /*type*/,
                                                          const char * /*domain*/,
                                                          LocationSink & /*sink*/) noexcept
@@ -135,10 +135,10 @@ public:
     [[nodiscard]] virtual std::unique_ptr<Group> makeGroup(GroupSink &sink, int &error) noexcept = 0;
 };
 
-// The running daemon, or with `wait` also a future one. Null if there is no daemon or no way to reach it.
+// Returns the running daemon, or with `wait` a future one; null if no daemon can be reached.
 [[nodiscard]] std::unique_ptr<Backend> makeDaemonBackend(const AvahiPoll *poll, BackendOwner &owner,
                                                          bool wait) noexcept;
-// The stack in this process. Null without a network.
+// Returns the stack in this process; null if there is no network.
 [[nodiscard]] std::unique_ptr<Backend> makeEmbeddedBackend(const AvahiPoll *poll,
                                                            BackendOwner &owner) noexcept;
 } // namespace kiv::discovery

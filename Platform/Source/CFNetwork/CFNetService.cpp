@@ -31,7 +31,7 @@ void finalizeService(kiv::cf::Object &object)
 
 constexpr kiv::cf::Type kServiceType{kiv::cf::kTypeNetService, finalizeService, nullptr, nullptr};
 
-// The name to publish under if none was given: the host's, up to its first dot.
+// Returns the name to publish under if none was given: the host's name up to its first dot.
 [[nodiscard]] std::string ownHostName()
 {
     char name[HOST_NAME_MAX + 1] = {};

@@ -139,7 +139,7 @@ public:
     }
     void withdraw() noexcept override
     {
-        (void)client().avahi_entry_group_reset(m_group); // as above
+        (void)client().avahi_entry_group_reset(m_group); // fails like the free
     }
 
 private:

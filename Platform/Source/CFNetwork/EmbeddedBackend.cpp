@@ -37,7 +37,7 @@ public:
 
     bool open(const AvahiPoll *poll) noexcept
     {
-        // Otherwise the stack's remarks (another stack on this machine, an invalid packet) go to standard
+        // Without this the stack's messages (another stack on this machine, an invalid packet) go to standard
         // error, which belongs to the host.
         core().avahi_set_log_function([](AvahiLogLevel, const char *) {});
 
@@ -121,7 +121,7 @@ private:
     bool m_silent = false;
 };
 
-// The objects of the stack do not name their server; one fails because its network has gone.
+// The objects of the stack have no pointer to their server. An object fails if its network has gone.
 int failure()
 {
     return AVAHI_ERR_FAILURE;

@@ -21,7 +21,7 @@ namespace
 constexpr unsigned kLookAgainAfter = 2000;
 
 // Milliseconds that the embedded stack stays after its last use: a call that follows a search, such as a
-// monitor, is then answered from its cache.
+// monitor, then gets its data from the cache.
 constexpr unsigned kLingerFor = 6000;
 
 // The network namespace of the calling thread; zeroes if the system does not report it.
@@ -41,7 +41,7 @@ struct NetworkName
     return {status.st_dev, status.st_ino};
 }
 
-constinit BackendMaker backendForTesting = nullptr; // under `life`
+constinit BackendMaker backendForTesting = nullptr; // guarded by `life`
 } // namespace
 
 class Engine final : BackendOwner
@@ -69,7 +69,7 @@ public:
     Engine(const Engine &) = delete;
     Engine &operator=(const Engine &) = delete;
 
-    // With `life` held, like the next four.
+    // Call this and the next four with `life` held.
     [[nodiscard]] bool isIdle() const noexcept
     {
         return m_subscriptions == 0;
@@ -101,10 +101,10 @@ public:
         if (m_first != nullptr)
             m_first->m_previous = &subscription;
         m_first = &subscription;
-        if (m_backend) // otherwise the engine is still looking for one
+        if (m_backend) // otherwise the engine is still searching for a backend
             subscription.attach(*m_backend);
     }
-    // True if the engine is not needed any more.
+    // Returns true if the engine is not needed any more.
     [[nodiscard]] bool remove(Subscription &subscription) noexcept
     {
         const Lock lock{*this};
@@ -122,7 +122,7 @@ public:
             setTimer(m_idleTimer, kLingerFor);
         return !lingers;
     }
-    // For a forked child, which uses neither engine.
+    // Called in a forked child, which uses neither engine.
     void keep(Engine *older) noexcept
     {
         m_older = older;

@@ -1,6 +1,6 @@
-// The thread that speaks with the network for all callers of the process. It runs while there are
-// subscriptions. With the daemon it ends with the last one; with the embedded stack it stays some seconds
-// longer, to keep the stack's cache.
+// The thread that uses the network for all callers of the process. It runs while there are
+// subscriptions. With the daemon it ends with the last subscription; with the embedded stack it stays some
+// seconds longer, to keep the stack's cache.
 #ifndef KIV_PLATFORM_DISCOVERY_ENGINE_H
 #define KIV_PLATFORM_DISCOVERY_ENGINE_H
 
@@ -41,7 +41,7 @@ void subscribeBeside(Subscription &subscription, const Subscription &beside) noe
 // Runs `body` with the engine's lock held; a subscription must be in force.
 void withEngineLocked(void (*body)(void *context), void *context) noexcept;
 
-// Makes the backend of every new engine; null for the real ones again. Ends an unused engine.
+// Sets the maker of the backends of new engines; null for the real backends. Ends an unused engine.
 using BackendMaker = std::unique_ptr<Backend> (*)(BackendOwner &owner);
 void setBackendForTesting(BackendMaker maker) noexcept;
 } // namespace kiv::discovery

@@ -80,7 +80,7 @@ struct __CFNetService : kiv::cf::Object
     CFStringRef type;
     CFStringRef name;
     SInt32 port;
-    CFStringRef host = nullptr; // set once resolved, like the next
+    CFStringRef host = nullptr; // set once resolved, like the next member
     CFArrayRef addresses = nullptr;
     State *state;
 };
@@ -132,7 +132,7 @@ Boolean runWaiting(Mailbox &mailbox, CFStreamError *error, Body body) noexcept
     try
     {
         result =
-            mailbox.reason() ? SInt32{kCFNetServicesErrorCancel} : body(); // no network once it has ended
+            mailbox.reason() ? SInt32{kCFNetServicesErrorCancel} : body(); // an ended call needs no network
     }
     catch (const std::bad_alloc &)
     {

@@ -27,7 +27,7 @@ public:
     // Throws std::bad_alloc.
     [[nodiscard]] static OwnNetworks read();
 
-    // True if `address` is one of this machine's.
+    // Returns true if `address` is one of this machine's.
     [[nodiscard]] bool isOwn(in_addr address) const noexcept;
     // Returns true if `heardOn` has every interface on which a host's response may arrive. A response from
     // another machine does not arrive on the loopback interface or without a carrier; one from this machine

@@ -23,14 +23,14 @@ struct ServerLocation
     bool operator==(const ServerLocation &) const = default;
 };
 
-// SRV data (RFC 2782) with an uncompressed name; nothing if bytes are
+// SRV data (RFC 2782) with an uncompressed name; empty if bytes are
 // missing or left over. Throws std::bad_alloc.
 [[nodiscard]] std::optional<ServerLocation> readServerLocation(std::span<const uint8_t> data);
 
-// True for TXT data as in RFC 1035, 3.3.14: texts, each after its length, and nothing left over.
+// Returns true for TXT data as in RFC 1035, 3.3.14: texts, each after its length, and nothing left over.
 [[nodiscard]] bool isTextRecord(std::span<const uint8_t> data) noexcept;
 
-// True if a name belongs to multicast DNS: "local" is its last label.
+// Returns true if a name belongs to multicast DNS: "local" is its last label.
 [[nodiscard]] bool isLocalName(const char *name) noexcept;
 } // namespace kiv::discovery
 

@@ -24,7 +24,7 @@ struct Place
 class Sightings
 {
 public:
-    // True if `what` was nowhere before. If this throws std::bad_alloc, the contents are unchanged.
+    // Returns true if `what` was nowhere before. If this throws std::bad_alloc, the contents are unchanged.
     bool add(std::string_view what, Place where)
     {
         const auto found = m_seen.find(what);
@@ -42,7 +42,7 @@ public:
         return false;
     }
 
-    // True if `what` was somewhere and now is nowhere.
+    // Returns true if `what` was somewhere and now is nowhere.
     bool remove(std::string_view what, Place where)
     {
         const auto found = m_seen.find(what);
@@ -53,13 +53,13 @@ public:
         return true;
     }
 
-    // Any one of the items; null if there are none.
+    // Returns one of the items, or null if there is no item.
     [[nodiscard]] const std::string *any() const noexcept
     {
         return m_seen.empty() ? nullptr : &m_seen.begin()->first;
     }
 
-    // Another source reports after this: it must report every item again.
+    // Called when the source changes: the new source must report every item again.
     void startAnew() noexcept
     {
         for (auto &[what, seen] : m_seen)
@@ -69,7 +69,7 @@ public:
         }
     }
 
-    // The new source has reported all that it knows: calls `gone` for each item that it did not report.
+    // Called when the new source has reported all its items: calls `gone` for each item not reported.
     template <class Gone>
     void settle(Gone gone)
     {

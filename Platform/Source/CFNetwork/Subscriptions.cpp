@@ -21,7 +21,7 @@ namespace
 // come in separate packets: the question for them waits 0.1 s, and the response may take 0.12 s more
 // (RFC 6762, 6), and the machines may be busy.
 constexpr std::chrono::milliseconds kOtherNetworksWait{800};
-// The same if only IPv6 addresses are seen; now and then they come over IPv6 before any
+// The wait if only IPv6 addresses have come; now and then they come over IPv6 before any
 // other packet. The question is repeated after a second (RFC 6762, 5.2), and few
 // callers can use a list without an IPv4 address.
 constexpr std::chrono::milliseconds kIPv4Wait{1300};
@@ -45,7 +45,7 @@ constexpr unsigned kConflictsMax = 10; // after these the steps between the name
     return error == AVAHI_ERR_DISCONNECTED || error == AVAHI_ERR_NO_DAEMON || error == AVAHI_ERR_DBUS_ERROR;
 }
 
-// UTF-8; nothing if the string holds a zero character or cannot be written in UTF-8.
+// Returns the string in UTF-8; empty if it has a zero character or no UTF-8 form.
 [[nodiscard]] std::optional<std::string> utf8(CFStringRef string)
 {
     const CFRange all = CFRangeMake(0, CFStringGetLength(string));
@@ -344,7 +344,7 @@ SInt32 Resolution::wait(Clock::time_point deadline) noexcept
     return error;
 }
 
-// The end of the wait, as things are. The caller holds the lock of `Waiting`.
+// Returns the current end of the wait. The caller holds the lock of `Waiting`.
 Resolution::Clock::time_point Resolution::waitUntil(Clock::time_point deadline) const noexcept
 {
     if (m_progress.error != 0 || m_progress.refused == kBothKinds)
@@ -374,7 +374,7 @@ const std::vector<SocketAddress> &Resolution::sortedAddresses() noexcept
 
 void Resolution::located(const char *host, uint16_t port) noexcept
 {
-    if (m_location || !isUsableHost(host)) // if unusable, wait for the record, which says why
+    if (m_location || !isUsableHost(host)) // if unusable, wait for the record, which has the reason
         return;
     try
     {
@@ -452,7 +452,7 @@ void Resolution::addAddress(uint16_t type, Place where, std::span<const uint8_t>
                     m_progress.quietAt = Clock::now() + kSamePacketWait;
             });
     }
-    // Last: once all networks are heard, the wait ends at the `quietAt` that this address has set.
+    // Set this last: after addresses from all networks, the wait ends at the `quietAt` set by this address.
     if (type == kTypeA)
         noteNetwork(where.interface, address.v4.sin_addr);
 }

@@ -37,7 +37,7 @@ public:
     // throws std::bad_alloc, nothing has begun.
     using Prepare = std::unique_ptr<Preparation> (*)(const ServiceNames &service, const Subscription &search);
 
-    // With a null `prepare` nothing is prepared.
+    // If `prepare` is null, no service is prepared.
     Search(const ServiceNames &names, Mailbox &mailbox, Prepare prepare) noexcept
         : m_names{names}, m_mailbox{mailbox}, m_prepare{prepare}
     {
@@ -113,10 +113,10 @@ public:
     {
         return m_begun;
     }
-    // Waits until it is complete or ended, or until `deadline`; returns 0 or the error.
+    // Waits until the resolution is complete or ended, or until `deadline`; returns 0 or the error.
     [[nodiscard]] SInt32 wait(Clock::time_point deadline) noexcept;
 
-    // Call these two only after it is detached.
+    // Call these two only after the resolution is detached.
     [[nodiscard]] const std::optional<ServerLocation> &location() const noexcept
     {
         return m_location;
@@ -154,7 +154,7 @@ private:
         bool heardOnAll = false;     // an IPv4 address came from every network that the host may be on
         Clock::time_point firstAt{}; // time of the first address
         Clock::time_point quietAt{}; // after this no other address of the last packet is expected
-        unsigned knownTold = 0;      // kinds of addresses, as bits, whose cached ones have been reported
+        unsigned knownTold = 0;      // kinds of addresses, as bits, whose cached addresses have been reported
         unsigned refused = 0;        // kinds that cannot be requested
         SInt32 error = 0;
     };

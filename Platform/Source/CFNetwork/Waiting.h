@@ -29,7 +29,7 @@ inline void report(CFStreamError *to, SInt32 error) noexcept
 class Waiting
 {
 public:
-    // False if the object is already waiting.
+    // Returns false if the object is already waiting.
     [[nodiscard]] bool begin() noexcept
     {
         const std::lock_guard lock{m_mutex};
@@ -40,7 +40,7 @@ public:
         const std::lock_guard lock{m_mutex};
         m_busy = false;
     }
-    // The reason of the first end counts.
+    // Only the reason of the first end is kept.
     void end(CFStreamError reason) noexcept
     {
         const std::lock_guard lock{m_mutex};
@@ -143,14 +143,14 @@ public:
         m_events.splice(m_events.end(), events);
         m_changed.notify_all();
     }
-    // There was no memory for an event.
+    // Called if there was no memory for an event.
     void putNothing() noexcept
     {
         const std::lock_guard lock{m_mutex};
         m_overflow = true;
         m_changed.notify_all();
     }
-    // Waits for the next event; nothing once the call has ended. `more` reports whether another is ready.
+    // Waits for the next event; empty once the call has ended. `more` becomes true if another event is ready.
     [[nodiscard]] std::optional<Event> take(bool &more) noexcept
     {
         std::unique_lock lock{m_mutex};
@@ -165,13 +165,13 @@ public:
         return event;
     }
 
-    // Whether fewer than `count` events wait to be taken.
+    // Returns whether fewer than `count` events wait to be taken.
     [[nodiscard]] bool holdsLessThan(size_t count) noexcept
     {
         const std::lock_guard lock{m_mutex};
         return m_events.size() < count;
     }
-    // The first arrival among the next `count` events that is not prepared; null if there is none. For the
+    // Returns the first arrival among the next `count` events that is not prepared, or null. Only for the
     // thread that takes the events: the event stays in place until it is taken.
     [[nodiscard]] Event *unprepared(size_t count) noexcept
     {

@@ -137,7 +137,7 @@ char16_t *unitsOf(CFStringRef string, CFRange range, UnitBuffer &buffer) noexcep
 
 constexpr std::u16string_view kGMT = u"GMT";
 
-// Whether a pattern contains a zone field; quoted letters are not fields.
+// Returns whether a pattern contains a zone field; quoted letters are not fields.
 bool hasZone(std::u16string_view pattern) noexcept
 {
     bool quoted = false;

@@ -63,7 +63,7 @@ void leaveContext(GSource *source)
 
 GSourceFuncs loopFunctions{nullptr, nullptr, nullptr, leaveContext, nullptr, nullptr};
 
-// Null without memory.
+// Returns null if there is no memory.
 __CFRunLoop *loopOf(GMainContext *context) noexcept
 {
     const std::lock_guard lock{runLoopMutex};

@@ -106,7 +106,8 @@ void noteClockWasSet(__CFRunLoopTimer &timer) noexcept
     timer.realTimeAhead = ahead;
 }
 
-// False if the clock was set since the last time; the kernel reports this once, here or at the next read.
+// Returns false if the clock was set since the last time; the kernel reports this once, here or at the next
+// read.
 bool armFor(__CFRunLoopTimer &timer, const kiv::cf::TimerSchedule &schedule) noexcept
 {
     const int64_t ahead = realTimeAhead();

@@ -93,7 +93,7 @@ kiv::text::Units ascii(std::string_view text) noexcept
 
 void writeFormat(Writer &writer, const kiv::text::Units &format, const WallTime &wall) noexcept;
 
-// False for a letter that is not a conversion.
+// Returns false for a letter that is not a conversion.
 bool writeConversion(Writer &writer, char16_t letter, const WallTime &wall) noexcept
 {
     for (const NumberConversion &row : kNumbers)

@@ -123,7 +123,7 @@ private:
     CFStringRef m_text;
 };
 
-// Whether the class is the controller's; nothing without memory.
+// Returns whether the class is the controller's; empty if there is no memory.
 std::optional<bool> namesController(CFDictionaryRef matching) noexcept
 {
     const Text key{kIOProviderClassKey};

@@ -25,7 +25,7 @@ public:
         const Page *page = pageOf(fd);
         return page != nullptr && ((*page)[wordOf(fd)].load(std::memory_order_relaxed) & bitOf(fd)) != 0;
     }
-    // False if there is no memory for a mark; clearing always succeeds.
+    // Returns false if there is no memory for a mark; clearing always succeeds.
     [[nodiscard]] bool set(int fd, bool marked) noexcept
     {
         Page *page = pageOf(fd);

@@ -110,7 +110,7 @@ std::string_view readStat(int folder, const char *id, StatLine &line) noexcept
     return {line.data(), size > 0 ? static_cast<size_t>(size) : 0};
 }
 
-// False if the process is gone or its line is malformed.
+// Returns false if the process is gone or its line is malformed.
 bool readProcess(int proc, const char *pid, kinfo_proc &process) noexcept
 {
     StatLine line;
