@@ -168,7 +168,7 @@ std::string lines(const Names &names)
     return text;
 }
 
-// Whether the next words belong to the place. After "help" come the words of the command again.
+// Returns whether the next words belong to the place. After "help" come the words of the command again.
 bool leadsOn(const Place &place)
 {
     return !place.path.empty() && place.path != "help";

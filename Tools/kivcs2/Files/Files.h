@@ -64,7 +64,7 @@ public:
     /// their number.
     uint64_t skip(uint64_t blocks, uint64_t size);
 
-    /// Whether it can be opened by name and read again: not a pipe or a device.
+    /// Returns whether it can be opened by name and read again: not a pipe or a device.
     [[nodiscard]] bool isRegularFile() const
     {
         return m_regular;

@@ -173,7 +173,7 @@ private:
     uint64_t m_frames = 0;
 };
 
-/// Whether `converted` supports it. It does not convert RGB to 4:2:2 or 8 bits to 10.
+/// Returns whether `converted` supports it. It does not convert RGB to 4:2:2 or 8 bits to 10.
 [[nodiscard]] bool canConvert(const PixelLayout &from, const PixelLayout &to);
 
 /// The same picture in other pixels: the library converts 4:2:2 to RGB and drops bits; byte orders are

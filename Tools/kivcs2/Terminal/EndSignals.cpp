@@ -22,7 +22,7 @@ void pollAgain(pollfd *asked, nfds_t number, int milliseconds)
 
 } // namespace
 
-// Whether any of the signals that end the command is blocked, and which.
+// Returns whether any of the signals that end the command is blocked, and which.
 bool EndSignals::areBlocked(sigset_t &ending)
 {
     sigset_t blocked{};

@@ -41,7 +41,7 @@ public:
     [[nodiscard]] static Shown good(const Shown &text);
     [[nodiscard]] static Shown bad(const Shown &text);
 
-    /// Whether to use colours: standard output is a terminal and NO_COLOR is not set.
+    /// Returns whether to use colours: standard output is a terminal and NO_COLOR is not set.
     [[nodiscard]] static bool hasColour();
 
     /// Columns for text: the terminal's, or 100 without a terminal.
@@ -124,7 +124,8 @@ private:
     bool m_isOpen = false;
 };
 
-/// Whether a line of this descriptor can be redrawn in place and coloured: a terminal, but not a dumb one.
+/// Returns whether a line of this descriptor can be redrawn in place and coloured: a terminal, but not a dumb
+/// one.
 [[nodiscard]] bool isScreen(int descriptor);
 
 /// From here on standard output is for a result that is data: documents for programs go to standard error.

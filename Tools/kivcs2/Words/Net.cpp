@@ -168,7 +168,7 @@ struct Going
     Meter &meter;
     const EndSignals &signals;
 
-    // Whether a signal ends the command before `until`; without `until`, whether one has.
+    // Returns whether a signal ends the command before `until`; without `until`, whether one has.
     [[nodiscard]] bool toldToEnd(Clock::time_point until = {}) const
     {
         for (;;)
@@ -184,7 +184,7 @@ struct Going
     }
 };
 
-// Whether a wait was interrupted: on a socket with a time-out, by stopping and continuing the command
+// Returns whether a wait was interrupted: on a socket with a time-out, by stopping and continuing the command
 // (Ctrl-Z, fg).
 bool wasInterrupted(const KIVCS2Socket *socket)
 {

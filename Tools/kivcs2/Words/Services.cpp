@@ -274,8 +274,8 @@ int publish(const Options &options, bool json)
     return kExitYes;
 }
 
-// Whether no service is being resolved; the browser holds its mutex meanwhile. A service without a reply
-// takes two seconds.
+// Returns whether no service is being resolved; the browser holds its mutex meanwhile. A service without a
+// reply takes two seconds.
 bool isResting(KIVCS2BonjourBrowser &browser)
 {
     if (KIVCS2_FAILED(kivCS2Mutex_tryLock(&browser.m_mutex)))

@@ -111,7 +111,7 @@ private:
     bool m_hold = false;
 };
 
-// True if the segment is gone, false while others are attached.
+// Returns true if the segment is gone, false while others are attached.
 bool freeOrFail(Attachment &attachment, uint32_t key)
 {
     const int error = attachment.free();
