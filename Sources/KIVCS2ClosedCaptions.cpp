@@ -297,7 +297,7 @@ KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE436MStream
                 bytes.empty() ? KIVCS2STATUS_DATA_ERR
                               : extractFromBlock(bytes, position, line, withAtom, buffer, &stored);
             if (block != nullptr)
-                (void)kivCS2Stream_freeBytes(stream, block); // the packet's status counts, not the block's
+                (void)kivCS2Stream_freeBytes(stream, block); // the status is the packet's, not the block's
             if (KIVCS2_SUCCEEDED(status))
             {
                 *bufferSize = stored;
@@ -484,7 +484,7 @@ KIVCS2Status kivCS2ClosedCaptions_readLine(KIVCS2Stream *stream, char *buffer, u
     KIV_CHECK(stream);
     KIV_CHECK(buffer);
     KIV_CHECK(size);
-    KIV_CHECK_OR(stream->m_readBytes, KIVCS2STATUS_NO_DATA_ERR); // as for a read that fails
+    KIV_CHECK_OR(stream->m_readBytes, KIVCS2STATUS_NO_DATA_ERR); // the status of a read that fails
 
     for (;;)
     {
@@ -554,7 +554,7 @@ KIVCS2Status readLine(KIVCS2Stream *stream, CaptionLine &line)
 
 using DecodeLine = KIVCS2Status (*)(KIVCS2ClosedCaptionsMCCStream *mcc, const char *line, uint32_t length);
 
-// Tells whether a line ends the search for the first caption. A line that does not decode belongs to the
+// Returns whether a line ends the search for the first caption. A line that does not decode belongs to the
 // header, with one exception: without a rate no caption decodes, so the first caption reports that, or a good
 // file would be read to its end.
 bool endsHeader(KIVCS2Status decoded)

@@ -22,7 +22,7 @@ consteval uint32_t fourCC(const char (&text)[5])
 // Bytes of the largest frame, by the picture's native height.
 struct SampleSizes
 {
-    uint32_t lines480; // and 486
+    uint32_t lines480; // 480 and 486 lines
     uint32_t lines576;
     uint32_t lines720;
     uint32_t lines1080;

@@ -27,7 +27,7 @@ namespace
 [[nodiscard]] KIVCS2Status store(CFMutableDictionaryRef dictionary, const void *key, CFTypeRef value)
 {
     CFDictionarySetValue(dictionary, key, value);
-    // The call has no result. A key that exists takes its new value without any memory.
+    // The call returns no result. An existing key gets its new value without memory.
     return CFDictionaryContainsKey(dictionary, key) != 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_MEMORY_ERR;
 }
 

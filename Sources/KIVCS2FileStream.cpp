@@ -37,7 +37,7 @@ constexpr std::array<int, KIVCS2StreamPosition_MAX> kSeekOrigin = {
 // file open. The "e" goes after the first character, because the C library reads only six flags.
 [[nodiscard]] FILE *openClosedOnExec(const char *filename, const char *accessMode)
 {
-    constexpr size_t kLongestMode = 6; // its first character and five flags; the "e" is the sixth
+    constexpr size_t kLongestMode = 6; // the first character and five flags; "e" is the sixth flag
     const size_t length = std::strlen(accessMode);
     if (length > 0 && length <= kLongestMode)
     {
@@ -61,7 +61,7 @@ constexpr std::array<int, KIVCS2StreamPosition_MAX> kSeekOrigin = {
     FILE *const moved = descriptor >= 0 ? fdopen(descriptor, accessMode) : nullptr;
     if (moved == nullptr && descriptor >= 0)
         close(descriptor);
-    (void)std::fclose(file); // nothing has been written yet
+    (void)std::fclose(file); // no bytes have been written yet
     return moved;
 }
 

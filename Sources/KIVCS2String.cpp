@@ -82,7 +82,7 @@ using Text = std::unique_ptr<char, Free>;
     return length;
 }
 
-// A path from the file system may be decomposed; the result is composed.
+// Returns a path from the file system in composed form; the file system may have decomposed it.
 [[nodiscard]] CFStringRef createFromPath(const char *path)
 {
     kiv::CFRef<CFStringRef> plain{CFStringCreateWithFileSystemRepresentation(kCFAllocatorDefault, path)};
@@ -90,7 +90,7 @@ using Text = std::unique_ptr<char, Free>;
         return nullptr;
     const CFMutableStringRef composed = CFStringCreateMutableCopy(kCFAllocatorDefault, 0, plain.get());
     if (composed == nullptr)
-        return plain.release(); // the path unchanged is better than no path
+        return plain.release(); // an unchanged path is better than no path
     CFStringNormalize(composed, kCFStringNormalizationFormC);
     return composed;
 }
@@ -123,7 +123,7 @@ public:
         if (glob("~", GLOB_TILDE, nullptr, &m_matches) != 0 || m_matches.gl_pathc == 0)
             return;
         m_path = m_matches.gl_pathv[0];
-        if (std::strcmp(m_path, "~") == 0) // unchanged: not expanded
+        if (std::strcmp(m_path, "~") == 0) // "~" stays if it was not expanded
             m_path = findByUser();
     }
     HomeDirectory(const HomeDirectory &) = delete;

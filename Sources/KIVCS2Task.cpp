@@ -116,7 +116,7 @@ void closePipes(KIVCS2Task &task)
     return KIVCS2STATUS_OK;
 }
 
-// The steps that both kinds of launch share.
+// Runs the steps that both kinds of launch share.
 [[nodiscard]] KIVCS2Status run(KIVCS2Task &task)
 {
     KIV_TRY(kivCS2TaskPrv_checkLaunchable(&task));
@@ -296,7 +296,7 @@ KIVCS2Status kiv::beginAsync(KIVCS2Task &task, KIVCS2TaskFunc callback, void *co
 {
     KIVCS2TaskState created = KIVCS2TaskState_Created;
     if (!taskWord(task.m_state).compare_exchange_strong(created, KIVCS2TaskState_RunningAsync))
-        return KIVCS2STATUS_STATE_ERR; // another thread was first
+        return KIVCS2STATUS_STATE_ERR; // another thread has launched it first
     task.m_callback = callback;
     task.m_context = context;
     return KIVCS2STATUS_OK;

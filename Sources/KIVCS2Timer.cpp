@@ -16,7 +16,7 @@ namespace
 {
 using Seconds = std::chrono::duration<double>;
 
-// The longest time in which a timer's thread notices that it is cancelled.
+// The longest time until a timer's thread notices that it is cancelled.
 constexpr Seconds kSlice{0.25};
 
 constexpr KIVCS2TimerFlags kRunLoopFlags =
@@ -124,8 +124,8 @@ void *runTimer(void *argument)
 
 // ---- Run loop ----
 
-// The calls of a run loop. Counted, because a loop on another thread may be in a call while the timer is
-// freed.
+// The calls made by a run loop. They are counted, because a loop on another thread may be in a call while the
+// timer is freed.
 struct Calls
 {
     std::atomic<uint32_t> references{1};
@@ -258,7 +258,7 @@ KIVCS2Status kivCS2Timer_free(KIVCS2Timer *_timer)
     if (hasThread)
     {
         if (Worker *worker = ownWorkerOf(_timer); worker != nullptr)
-            worker->record = nullptr; // it cannot wait for itself: the thread is detached and ends by itself
+            worker->record = nullptr; // the thread cannot join itself: it is detached and ends by itself
         else
             KIV_TRY(kivCS2Thread_join(_timer->m_thread));
         KIV_TRY(kivCS2Thread_free(_timer->m_thread));
