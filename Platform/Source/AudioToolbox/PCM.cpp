@@ -73,7 +73,7 @@ template <size_t In, size_t Out>
 void moveStrided(const Conversion &conversion, const uint8_t *in, size_t inStride, uint8_t *out,
                  size_t outStride, size_t samples) noexcept
 {
-    uint8_t sample[In + 1] = {}; // the last one is the zero byte
+    uint8_t sample[In + 1] = {}; // the last byte stays zero
     uint8_t source[Out];
     uint8_t flip[Out];
     for (size_t byte = 0; byte < Out; ++byte)
@@ -118,8 +118,8 @@ void splitPortable(const Conversion &conversion, size_t channels, const uint8_t 
 
 // ---- Patterns ----
 
-// `frames` frames of `channels` samples, converted and sorted by channel, with `slot` bytes from one sample
-// to the next. Bytes without a sample are zero.
+// Makes the pattern that converts `frames` frames of `channels` samples and sorts them by channel, with
+// `slot` bytes from one sample to the next. Bytes without a sample are zero.
 template <size_t Size>
 kiv::audio::Pattern<Size> makePattern(const Conversion &conversion, size_t channels, size_t frames,
                                       size_t slot) noexcept

@@ -33,7 +33,7 @@ struct Pattern
 struct Patterns
 {
     Pattern<64> run;    // consecutive samples, as many as fit a register in and out
-    Pattern<16> lane;   // the same for a shorter register
+    Pattern<16> lane;   // as `run`, for a shorter register
     Pattern<16> pairs;  // frames of two channels, sorted by channel
     Pattern<16> quads;  // a frame of four channels; two of 16 bits in and out
     Pattern<16> octets; // eight samples of 16 bits in and out
@@ -57,7 +57,7 @@ struct Conversion
 
 [[nodiscard]] Conversion makeConversion(const SampleLayout &in, const SampleLayout &out) noexcept;
 
-// Converts `samples` samples that lie `inStride` and `outStride` bytes apart. Touches no byte between them.
+// Converts `samples` samples that lie `inStride` and `outStride` bytes apart. Accesses no byte between them.
 void convertStrided(const Conversion &conversion, const uint8_t *in, size_t inStride, uint8_t *out,
                     size_t outStride, size_t samples) noexcept;
 
@@ -86,7 +86,7 @@ enum class KernelKind
     avx512, // F, BW and VBMI
 };
 
-// The best kind of this machine, read once.
+// Returns the fastest implementation for this machine; computed once.
 [[nodiscard]] KernelKind kernelKind() noexcept;
 [[nodiscard]] const Kernels &kernelsOf(KernelKind kind) noexcept;
 } // namespace kiv::audio

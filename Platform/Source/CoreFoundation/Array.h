@@ -19,8 +19,8 @@ struct __CFArray : kiv::cf::Object
 
 namespace kiv::cf
 {
-// Makes an array of exactly `count` new objects and takes over their references. If one is null (it could
-// not be made), the whole array is null.
+// Makes an array of exactly `count` new objects and takes over their references. If an object is null because
+// it could not be made, the result is null.
 class ArrayBuilder
 {
 public:

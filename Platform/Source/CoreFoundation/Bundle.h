@@ -6,7 +6,7 @@
 
 namespace kiv::cf
 {
-// The bundle of an executable by its absolute path. Null without memory and for a path without "/".
+// Returns the bundle of an executable by its absolute path; null without memory or for a path without "/".
 [[nodiscard]] CFBundleRef createBundle(const char *executable) noexcept;
 } // namespace kiv::cf
 

@@ -45,7 +45,7 @@ CFHashCode hashArray(const kiv::cf::Object &object)
 
 constexpr kiv::cf::Type kArrayType{kiv::cf::kTypeArray, finalizeArray, equalArrays, hashArray, true};
 
-// An empty immutable array with room for `count` values.
+// Makes an empty immutable array with room for `count` values.
 __CFArray *createFixed(size_t count, const CFArrayCallBacks &callBacks) noexcept
 {
     if (count > static_cast<size_t>(PTRDIFF_MAX) / sizeof(void *))

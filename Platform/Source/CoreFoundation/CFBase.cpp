@@ -54,7 +54,7 @@ CFTypeRef CFRetain(CFTypeRef cf)
 
 void CFRelease(CFTypeRef cf)
 {
-    // Release: the last owner sees what the others wrote. Acquire: for that last owner.
+    // Release, so that the last owner sees the writes of the others; acquire for that last owner.
     if (asObject(cf).references.fetch_sub(1, std::memory_order_acq_rel) != 1)
         return;
     // The reference is const, the object is not: every object that ends is on the heap.

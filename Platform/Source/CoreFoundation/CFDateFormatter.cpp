@@ -29,7 +29,7 @@ struct __CFDateFormatter : kiv::cf::Object
 
     CFLocaleRef locale; // may be null
     CFStringRef pattern = nullptr;
-    const NumberPattern *number = nullptr; // if the pattern is one of these, which need no ICU
+    const NumberPattern *number = nullptr; // set if the pattern is one of these: then ICU is not needed
     UDateFormat *format = nullptr;         // open for `pattern`, or null
     UCalendar *calendar = nullptr;         // has the distance from GMT, for a pattern with a zone; else null
 };
@@ -44,7 +44,7 @@ struct NumberPattern
     std::u16string_view pattern;
     int32_t WallTime::*field;
     int32_t offset; // 1 if the calendar counts from 0 and people from 1
-    int digits;     // at least
+    int digits;     // smallest number of digits
 };
 constexpr NumberPattern kNumberPatterns[] = {
     {u"y", &WallTime::year, 0, 1},          {u"M", &WallTime::month, 1, 1},  {u"d", &WallTime::day, 0, 1},
@@ -126,7 +126,7 @@ private:
     std::unique_ptr<char16_t[], FreeBlock> m_large;
 };
 
-// The units of a string, in `buffer`; null for a string longer than ICU takes and without memory.
+// Returns the units of a string, in `buffer`; null if the string is too long for ICU or memory is short.
 char16_t *unitsOf(CFStringRef string, CFRange range, UnitBuffer &buffer) noexcept
 {
     char16_t *units = range.length <= INT32_MAX ? buffer.ofSize(static_cast<size_t>(range.length)) : nullptr;

@@ -1,5 +1,5 @@
 // Dictionaries: entries in the order in which they were added, followed in the same block by a hash table
-// with open addressing. A removed entry stays as a dead one until the block is rebuilt.
+// with open addressing. A removed entry stays as a dead entry until the block is rebuilt.
 #include <CoreFoundation/CFDictionary.h>
 
 #include "CoreFoundation/Object.h"
@@ -10,7 +10,7 @@
 
 namespace
 {
-// Set in every live entry's hash; a dead one's is 0.
+// This bit is set in the hash of every live entry; the hash of a dead entry is 0.
 constexpr CFHashCode kLive = CFHashCode{1} << (std::numeric_limits<CFHashCode>::digits - 1);
 
 struct Entry
@@ -23,7 +23,7 @@ struct Entry
 constexpr size_t kFirstCapacity = 8;
 constexpr size_t kSlotsPerEntry = 2; // a power of two, like capacities; at most half the slots are used
 
-// The contents of one block; all empty without a block.
+// The contents of one block; empty if there is no block.
 struct Table
 {
     Entry *entries = nullptr;
@@ -138,7 +138,7 @@ std::span<const Entry> entriesOf(const Table &table) noexcept
     return {table.entries, table.used};
 }
 
-// A block for `capacity` entries, a power of two, with the live ones in it. False without memory.
+// Makes a block for `capacity` entries, a power of two, with the live entries. Returns false without memory.
 bool rebuild(__CFDictionary &dictionary, size_t capacity) noexcept
 {
     Table table = createTable(capacity);
@@ -164,7 +164,7 @@ bool makeRoom(__CFDictionary &dictionary) noexcept
     return rebuild(dictionary, dictionary.count > table.capacity / 2 ? table.capacity * 2 : table.capacity);
 }
 
-// For a key that does not exist yet. Without memory nothing is retained.
+// Adds a key that does not exist yet. Without memory no object is retained.
 void add(__CFDictionary &dictionary, const void *key, const void *value, CFHashCode hash) noexcept
 {
     if (!makeRoom(dictionary))

@@ -15,7 +15,7 @@ struct __CFNumber : kiv::cf::Object
     __CFNumber(CFNumberType createdAs, int64_t integerValue, double realValue) noexcept;
 
     CFNumberType numberType;
-    int64_t integer; // the type decides which of the two counts
+    int64_t integer; // the type decides which member is used
     double real;
 };
 
@@ -119,7 +119,7 @@ bool isWholeInt64(double value) noexcept
     return value >= -kTwoTo63 && value < kTwoTo63 && std::trunc(value) == value;
 }
 
-// Truncates towards zero; out of range the nearest limit, and 0 for NaN.
+// Truncates towards zero. Values out of range become the nearest limit, and NaN becomes 0.
 int64_t truncated(double value) noexcept
 {
     if (std::isnan(value))

@@ -88,7 +88,7 @@ __CFRunLoop *loopOf(GMainContext *context) noexcept
 
 // ---- A thread's own loop ----
 
-// The loop cannot run any more: its timers leave it, and if it is still retained it takes no others.
+// Called when the loop cannot run any more: its timers leave it, and it accepts no others if it is retained.
 void endOwnLoop(void *value)
 {
     auto *loop = static_cast<__CFRunLoop *>(value);
@@ -284,7 +284,7 @@ CFRunLoopRef CFRunLoopGetCurrent(void)
 {
     if (getpid() == gettid())
         return CFRunLoopGetMain();
-    // Not g_main_context_ref_thread_default(): it returns the main thread's context if there is none.
+    // g_main_context_ref_thread_default() would return the main thread's context if the thread has none.
     GMainContext *threadDefault = g_main_context_get_thread_default();
     if (threadDefault == nullptr && g_main_context_is_owner(g_main_context_default()) != FALSE)
         return CFRunLoopGetMain();

@@ -179,7 +179,7 @@ void invalidate(__CFRunLoopTimer &timer, Leftovers &leftovers) noexcept
     timer.valid = false;
     if (timer.loop != nullptr)
         kiv::cf::leaveLoop(timer, leftovers);
-    if (!timer.calling) // else the callout uses the info until it returns
+    if (!timer.calling) // otherwise the callout uses the info until it returns
         takeInfo(timer, leftovers);
 }
 
@@ -200,7 +200,7 @@ void finishCall(__CFRunLoopTimer &timer) noexcept
         takeInfo(timer, leftovers);
 }
 
-// The source's timer, retained, if it should be called now.
+// Returns the source's timer, retained, if it should be called now, otherwise null.
 __CFRunLoopTimer *beginCall(GSource *source) noexcept
 {
     const std::lock_guard lock{runLoopMutex};
@@ -255,7 +255,7 @@ void joinLoop(__CFRunLoop &loop, __CFRunLoopTimer &timer) noexcept
     g_source_attach(timer.source, loop.context);
 }
 
-// The last reference is gone: the timer is in no loop and in no callout.
+// The last reference is gone, so no loop has the timer and no callout uses it.
 void finalizeTimer(kiv::cf::Object &object)
 {
     auto &timer = static_cast<__CFRunLoopTimer &>(object);

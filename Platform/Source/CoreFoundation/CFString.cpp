@@ -1,4 +1,4 @@
-// Strings. Contents that are all ASCII take one byte a unit; caption lines, names and paths nearly always do.
+// Strings. ASCII contents take one byte for each unit; caption lines, names and paths are nearly all ASCII.
 #include <CoreFoundation/CFString.h>
 
 #include "CoreFoundation/Array.h"
@@ -43,7 +43,7 @@ bool equalStrings(const kiv::cf::Object &left, const kiv::cf::Object &right)
 
 CFHashCode hashString(const kiv::cf::Object &object)
 {
-    // By units, so that a text has the same hash in both storage forms.
+    // Hashes the units, so that a text has the same hash in both storage forms.
     const Units &units = static_cast<const __CFString &>(object).units;
     return units.narrow != nullptr ? kiv::cf::hashValues(std::span{units.narrow, units.length})
                                    : kiv::cf::hashValues(std::span{units.wide, units.length});
@@ -360,7 +360,7 @@ CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encod
 
 CFIndex CFStringGetMaximumSizeOfFileSystemRepresentation(CFStringRef string)
 {
-    // Three bytes a unit, and the same again for each of the two marks that a unit may gain on a file system
+    // Three bytes for each unit, and three for each of the two marks that a unit may gain on a file system
     // that decomposes names; hosts size their buffers by this.
     return 9 * CFStringGetLength(string) + 1;
 }

@@ -16,7 +16,7 @@ namespace
 {
 constexpr kiv::cf::Type kTimeZoneType{kiv::cf::kTypeTimeZone, nullptr, nullptr, nullptr};
 
-// The C library's zone at a moment; false outside its calendar, whose years have 32 bits.
+// Stores the C library's zone at a moment; false outside its calendar, whose years have 32 bits.
 bool readZone(int64_t second, std::tm &wall) noexcept
 {
     // localtime_r() need not read TZ, so read it here, once: hosts set it before their first date.

@@ -65,7 +65,7 @@ CalendarDate dateOfDayNumber(int64_t number) noexcept
     while (month + 1 < kMonths && daysBeforeMonth(calendar, year, month + 1) <= dayOfYear)
         ++month;
     const int32_t day = dayOfYear - daysBeforeMonth(calendar, year, month) + 1;
-    // In 1582 the days of the Julian part count as they were.
+    // In 1582 the days before the change count as in the Julian calendar.
     return {year, month, day, static_cast<int32_t>(number - dayNumberOf(year, 0, 1)) + 1};
 }
 } // namespace kiv::cf

@@ -17,13 +17,13 @@ struct CalendarDate
     int32_t dayOfYear; // from 1; the days that 1582 left out do not count
 };
 
-// The quotient rounded down, also below 0.
+// Returns the quotient rounded down, also below 0.
 [[nodiscard]] constexpr int64_t floorDivide(int64_t value, int64_t divisor) noexcept
 {
     return value / divisor - (value % divisor < 0);
 }
 
-// Days since 1 January 1970 of a date; day and month may be out of range and carry.
+// Returns the days from 1 January 1970 to a date; a day or month out of range carries over.
 [[nodiscard]] int64_t dayNumberOf(int64_t year, int64_t month, int64_t day) noexcept;
 [[nodiscard]] CalendarDate dateOfDayNumber(int64_t number) noexcept;
 } // namespace kiv::cf

@@ -40,7 +40,7 @@ enum Command : uint8_t
 // Controllers have some hundred keys; a count above this cannot be right.
 constexpr uint32_t kMostKeys = 65536;
 
-// A program without this library may choose another key while we read ours.
+// A program without this library may choose another key during our read.
 constexpr int kTries = 3;
 
 // The driver binds to a platform device or, if it finds the controller through ACPI, to an ACPI device.
@@ -147,7 +147,7 @@ bool hasKeys(int folder) noexcept
     return faccessat(folder, "key_count", R_OK, 0) == 0;
 }
 
-// The device that the driver has bound to: a link in its folder.
+// Returns the device that the driver has bound to: a link in the driver's folder.
 int openDevice(const char *driverFolder) noexcept
 {
     DIR *entries = opendir(driverFolder);
@@ -180,9 +180,9 @@ int openDriver(const Driver &driver) noexcept
     return -1;
 }
 
-// Takes the lock that other processes hold for the milliseconds of reading one key. Any user who may read the
-// file can hold the lock forever, though; then continue without it, and the index that is read back has to be
-// enough. False if locking fails.
+// Takes the lock that other processes hold for the milliseconds of reading one key. But any user who may
+// read the file can hold the lock forever. Then continue without the lock: reading the index back has to be
+// enough. Returns false if locking fails.
 bool lockWhileItMatters(int file) noexcept
 {
     constexpr timespec kPause = {0, 1'000'000};
@@ -193,7 +193,7 @@ bool lockWhileItMatters(int file) noexcept
             return true;
         if (errno != EWOULDBLOCK && errno != EINTR)
             return false;
-        (void)nanosleep(&kPause, nullptr); // an early return does no harm
+        (void)nanosleep(&kPause, nullptr); // an early return is harmless
     }
     return true;
 }
@@ -239,9 +239,9 @@ AppleSMC::~AppleSMC()
         close(m_folder);
 }
 
-// Makes the driver's files show the key at `index`, and reads them. There is one set for the whole machine,
-// so a mutex excludes other threads, and a lock on the file other processes; a process that does not use the
-// lock is detected by the index that it leaves.
+// Makes the driver's files show the key at `index`, and reads them. The whole machine has one
+// set of files, so a mutex excludes other threads, and a lock on the file excludes other processes. A process
+// that does not use the lock is detected by the index that it leaves.
 template <class Read>
 IOReturn AppleSMC::choose(uint32_t index, Read read) const noexcept
 {
@@ -297,7 +297,7 @@ IOReturn AppleSMC::find(uint32_t key, uint32_t &index) noexcept
     for (uint32_t next = 0; next < m_count; ++next)
     {
         if (m_keys[next] != 0)
-            continue; // known to be another key
+            continue; // this index has another key
         uint32_t found = 0;
         const IOReturn result = keyAt(next, found);
         if (result != kIOReturnSuccess)

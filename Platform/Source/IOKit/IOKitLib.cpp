@@ -1,4 +1,4 @@
-// Services, iterators over them and connections to them, as numbers; they lead to the only driver.
+// Services, their iterators and connections, named by numbers; all lead to the only driver.
 #include <IOKit/IOKitLib.h>
 
 #include "IOKit/AppleSMC.h"
@@ -20,7 +20,7 @@ using kiv::iokit::Driver;
 
 constexpr mach_port_t kMasterPort = 2;
 constexpr io_object_t kFirstObject = 0x100;
-constexpr uint32_t kStructMethod = 2; // the controller's one method
+constexpr uint32_t kStructMethod = 2; // the only method of the controller
 
 enum class Kind
 {

@@ -8,7 +8,7 @@
 size_t KIVPFileBuffered(FILE *file, const unsigned char **bytes)
 {
     *bytes = reinterpret_cast<const unsigned char *>(file->_IO_read_ptr);
-    // While the file is being written, both members are equal: nothing is read ahead.
+    // While the file is being written, both members are equal: no bytes are read ahead.
     return file->_IO_read_ptr < file->_IO_read_end
                ? static_cast<size_t>(file->_IO_read_end - file->_IO_read_ptr)
                : 0;

@@ -44,8 +44,8 @@ public:
     {
         return S_ISREG(m_info.st_mode) && m_info.st_size == sizeof(sem_t);
     }
-    // The owner, and anybody who may write, can truncate the file at
-    // any time; that ends a process that maps it.
+    // The owner and every user who may write can truncate the file at any time, which ends a process that has
+    // mapped it.
     [[nodiscard]] bool isTrusted() const noexcept
     {
         const uid_t owner = m_info.st_uid;
@@ -82,7 +82,7 @@ sem_t *refuse(int error) noexcept
     return SEM_FAILED;
 }
 
-// Opens the semaphore that exists; SEM_FAILED and EAGAIN if it changed meanwhile.
+// Opens the existing semaphore; returns SEM_FAILED with EAGAIN if it changed meanwhile.
 sem_t *openExisting(const char *systemName) noexcept
 {
     const SemaphoreFile before{systemName};
@@ -96,7 +96,7 @@ sem_t *openExisting(const char *systemName) noexcept
     sem_t *const semaphore = sem_open(systemName, 0);
     if (semaphore == SEM_FAILED)
         return refuse(errno == ENOENT ? EAGAIN : errno);
-    // Opening changes nothing in the file. If the name still leads to it, it is the file that was opened.
+    // Opening does not change the file. If the name still leads to the checked file, that file was opened.
     const SemaphoreFile after{systemName};
     if (after.isSameAs(before))
         return semaphore;
@@ -107,7 +107,7 @@ sem_t *openExisting(const char *systemName) noexcept
 
 sem_t *KIVPSemaphoreOpen(const char *systemName, mode_t mode)
 {
-    // Give up on a name that somebody makes and removes all the time.
+    // Give up on a name that another process makes and removes all the time.
     constexpr int kMostTries = 100;
     for (int tried = 0; tried < kMostTries; ++tried)
     {

@@ -69,18 +69,18 @@ private:
         Page *there = nullptr;
         if (made == nullptr || slot.compare_exchange_strong(there, made, std::memory_order_acq_rel))
             return made;
-        std::free(made); // another thread was first
+        std::free(made); // another thread has made the page first
         return there;
     }
 
-    // All zero, so that only used parts of the table take memory.
+    // The table is all zero, so that only its used parts take memory.
     mutable Page m_first{};
     std::array<std::atomic<Page *>, kPages> m_furtherPages{};
 };
 
 constinit DescriptorMarks s_noSigpipe;
 
-// For a new descriptor: an earlier one with the same number, closed elsewhere, may have left a mark.
+// Clears the mark that an earlier descriptor with this number, closed elsewhere, may have left.
 int fresh(int fd, bool noSigpipe) noexcept
 {
     const int made = KIVPAboveStandardStreams(fd);
@@ -96,7 +96,7 @@ bool isNoSigpipe(int level, int name) noexcept
     return level == SOL_SOCKET && name == SO_NOSIGPIPE;
 }
 
-// 0 if the descriptor is an open socket; otherwise -1 and errno, as for any option.
+// Returns 0 if the descriptor is an open socket, otherwise -1 with errno, as for any option.
 int requireSocket(int fd) noexcept
 {
     int type = 0;
@@ -195,7 +195,7 @@ int KIVPSocketPoll(int fd, short events, short *found)
     unsigned bits = static_cast<unsigned short>(asked.revents);
     if ((bits & POLLRDHUP) == 0)
         bits &= ~static_cast<unsigned>(POLLHUP);
-    // A peer that has only stopped sending does not count either, unless the caller asked for reading.
+    // A peer that has only stopped sending does not count either, unless the caller requested reading.
     bits &= static_cast<unsigned short>(events) | static_cast<unsigned>(POLLERR | POLLHUP | POLLNVAL);
     *found = static_cast<short>(bits);
     return bits != 0 ? 1 : 0;

@@ -89,7 +89,7 @@ bool parse(std::string_view line, kinfo_proc &process) noexcept
 
 using StatLine = std::array<char, kStatSize>;
 
-// The stat file of the process or thread `id` in `folder`, stored in `line`; empty if it is gone.
+// Reads the stat file of the process or thread `id` in `folder` into `line`; empty if it is gone.
 std::string_view readStat(int folder, const char *id, StatLine &line) noexcept
 {
     std::array<char, 32> path{};

@@ -9,12 +9,12 @@
 namespace kiv::system
 {
 // Reads /proc, /sys, /etc and /usr/lib below `folder`, which is not copied, instead of the machine's own;
-// null for the machine's. For tests; not while another thread reads.
+// null for the machine's. Only for tests, while no other thread reads.
 void setRoot(const char *folder) noexcept;
 
-// The start of a file, at most 16 KiB of whole lines. Only /proc/cpuinfo can be longer, and its
-// first processors are enough. Empty if there is no such file, if it is not a regular one (opening
-// never waits) or if reading fails. No heap.
+// The text at the start of a file, at most 16 KiB of whole lines. Only /proc/cpuinfo can be longer, and its
+// first processors are enough. Empty if there is no such file, if it is not a regular one (opening never
+// waits) or if reading fails. No heap.
 class SystemFile
 {
 public:

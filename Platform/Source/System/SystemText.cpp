@@ -13,7 +13,7 @@ namespace
 {
 constexpr uint64_t kMost = std::numeric_limits<uint64_t>::max();
 
-// Removes the first line from `text` and returns it without its end; nothing if no text is left.
+// Removes the first line from `text` and returns it without its end; empty if no text is left.
 std::optional<std::string_view> takeLine(std::string_view &text) noexcept
 {
     if (text.empty())
@@ -85,8 +85,8 @@ constexpr std::string_view kKindNames[kKinds] = {
     "Unevictable:", "SUnreclaim:", "KernelStack:", "PageTables:",
 };
 
-// A value in shell quotes: in double quotes a backslash escapes the next character, in single quotes nothing
-// is special. `value` begins after the opening quote.
+// Reads a value in shell quotes: in double quotes a backslash escapes the next character, in single quotes no
+// character is special. `value` begins after the opening quote.
 std::optional<size_t> unquote(std::string_view value, char quote, std::span<char> room) noexcept
 {
     size_t length = 0;

@@ -21,7 +21,7 @@ struct Memory
     uint64_t wired; // Unevictable, SUnreclaim, KernelStack and PageTables, as far as the kernel reports them
 };
 
-// /proc/meminfo. Nothing without MemTotal, MemFree, Inactive and Active, or if a line of these or of the
+// Parses /proc/meminfo. Empty without MemTotal, MemFree, Inactive and Active, or if a line of these or of the
 // wired kinds is cut or malformed.
 [[nodiscard]] std::optional<Memory> parseMemory(std::string_view meminfo) noexcept;
 
@@ -32,25 +32,25 @@ struct ProcessPages
     uint64_t resident;
 };
 
-// /proc/<pid>/statm.
+// Parses /proc/<pid>/statm.
 [[nodiscard]] std::optional<ProcessPages> parseProcessPages(std::string_view statm) noexcept;
 
-// The highest "cpu MHz" of /proc/cpuinfo in hertz; 0 if there is none.
+// Returns the highest "cpu MHz" of /proc/cpuinfo in hertz; 0 if there is no such line.
 [[nodiscard]] uint64_t parseProcessorClock(std::string_view cpuinfo) noexcept;
 
-// A single number; white space may follow it.
+// Parses a single number; white space may follow it.
 [[nodiscard]] std::optional<uint64_t> parseNumber(std::string_view text) noexcept;
 
-// The number of processors in a list such as "0-3,8"; 0 if it is malformed, empty or not ascending.
+// Returns the number of processors in a list such as "0-3,8"; 0 if it is malformed, empty or not ascending.
 [[nodiscard]] uint64_t countProcessors(std::string_view list) noexcept;
 
 // Finds the value of `name` in `text`, lines of shell assignments (os-release(5), machine-info(5)), and
-// stores it in `room` without its quotes and escapes. Nothing if the value is missing, empty or malformed,
+// stores it in `room` without its quotes and escapes. Empty if the value is missing, empty or malformed,
 // has control characters or does not fit. The last assignment counts.
 [[nodiscard]] std::optional<std::string_view> findAssignment(std::string_view text, std::string_view name,
                                                              std::span<char> room) noexcept;
 
-// Up to three numbers between dots, at most 2^32 - 1 each; text after the last one is ignored.
+// Parses up to three numbers between dots, at most 2^32 - 1 each; text after the last number is ignored.
 struct Version
 {
     uint32_t numbers[3];
