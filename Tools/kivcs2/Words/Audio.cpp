@@ -22,7 +22,7 @@ namespace
 
 // ---- Weave ----
 
-// By code of the rate, without the countings, because samples do not depend on them.
+// Indexed by the code of the rate, without the countings, because samples do not depend on countings.
 struct Rate
 {
     std::string_view name;
@@ -304,7 +304,7 @@ public:
     ~Converter()
     {
         (void)kivCS2PCMAudioConverter_free(&m_record);
-    } // is not null
+    } // not null: cannot fail
     Converter(const Converter &) = delete;
     Converter &operator=(const Converter &) = delete;
 
@@ -397,7 +397,7 @@ uint64_t readFrames(Input &input, uint32_t frameBytes, const std::string &target
     return frames;
 }
 
-// Writes the planes one after the other: each block goes to one place for each channel.
+// Writes the planes one after the other: each block goes to a place in every channel's plane.
 uint64_t splitFile(const PCMOptions &options, Input &input, Converter &converter, OutputFile &output)
 {
     if (!input.isRegularFile())

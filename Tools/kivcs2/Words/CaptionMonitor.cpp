@@ -424,7 +424,7 @@ public:
         m_order.take(place.m_rtp.m_source, place.m_rtp.m_sequence, datagram);
     }
 
-    /// Reports the alarms that are due: those held back, and those of time.
+    /// Reports the alarms that are due: alarms held back, and alarms about time.
     void tick()
     {
         const auto now = Clock::now();
@@ -432,7 +432,7 @@ public:
         if (!m_isSilent && now - m_lastPacket >= kNoPackets)
         {
             m_isSilent = true;
-            m_order.flush(); // no packet comes that could fill a gap
+            m_order.flush(); // no packet that could fill a gap is coming
             m_alarms.raise(Alarm::NoPackets, m_captions.timecode(), "no packet for a second");
         }
         const auto quietSince = std::max(m_captions.lastCaption(), m_toldQuiet);

@@ -51,7 +51,7 @@ public:
         open(true);
     }
 
-    /// Reads the file again from its start. CDPs built here count on.
+    /// Reads the file again from its start. The sequence numbers of CDPs made here continue.
     void beginAgain()
     {
         open(false);
@@ -221,7 +221,7 @@ public:
                 if (!send({}))
                     return false;
             const size_t captions = frame.packets.size();
-            // In front, because further datagrams of the frame have the time of the first.
+            // Put it in front, because further datagrams of the frame have the time of the first.
             if (!m_arguments.noTimecode && !std::ranges::any_of(frame.packets, tellsTime))
                 frame.packets.insert(frame.packets.begin(), ancillaryTimecode(m_counting, frame.frame));
             if (!send(frame.packets))

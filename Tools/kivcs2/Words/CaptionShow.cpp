@@ -104,7 +104,7 @@ public:
         if (m_arguments.json)
             add({{"fault", toJson(m_file, fault)}});
     }
-    /// Ends a word that lists, and returns its exit code. An empty list is not a success.
+    /// Ends a list and returns the exit code. An empty list is not a success.
     int close(CaptionSource &source)
     {
         if (m_arguments.json)

@@ -1,4 +1,5 @@
-// kivcs2 doctor: what this machine offers the library, what is missing, and how to install it.
+// kivcs2 doctor: the parts of this machine that the library uses, those that are missing, and how to install
+// them.
 #include "Failure.h"
 #include "Terminal/Output.h"
 #include "Words/Words.h"
@@ -30,7 +31,7 @@ namespace
 enum class State
 {
     Good,
-    Limited, ///< works, with less or slower
+    Limited, ///< works, but with less or more slowly
     Absent,  ///< only some machines have or need it
     Missing, ///< operations fail
 };
@@ -40,7 +41,7 @@ struct Finding
 {
     State state;
     std::string found;
-    std::string remedy; ///< what to do about it; empty if nothing
+    std::string remedy; ///< how to mend it; may be empty
 };
 
 struct Check
@@ -95,7 +96,7 @@ Finding lookAtSharedMemory()
     KIVCS2SharedMemory segment{};
     const KIVCS2Status status = kivCS2SharedMemory_init(&segment, 0, 4096, true);
     const int error = segment.m_error;
-    (void)kivCS2SharedMemory_free(&segment); // is not null
+    (void)kivCS2SharedMemory_free(&segment); // not null: cannot fail
     if (KIVCS2_FAILED(status))
         return {State::Missing, refusal(status, error),
                 "free segments (kivcs2 shm show), or raise kernel.shmmni, shmall and shmmax (sysctl -w)"};
@@ -120,7 +121,7 @@ Finding lookAtSemaphores()
     if (KIVCS2_FAILED(status))
         return {State::Missing, refusal(status, error),
                 "mount a file system with room on /dev/shm (mount -t tmpfs tmpfs /dev/shm -o mode=1777)"};
-    (void)kivCS2Semaphore_free(&semaphore); // is initialised
+    (void)kivCS2Semaphore_free(&semaphore); // initialised: cannot fail
     return {State::Good, "in /dev/shm", ""};
 }
 

@@ -22,7 +22,7 @@ namespace
 constexpr uint32_t kMostPixels = 16384; // in a line and in a column: a frame has at most a gibibyte
 constexpr uint32_t kLinesOfStandardDefinition = 576;
 
-// The pixels of 8 Bit, 10 Bit and RGBA in the table of video formats.
+// The pixel layouts of 8 Bit, 10 Bit and RGBA in the table of video formats.
 constexpr std::array kTablePixels = {"2vuy", "v210", "rgba"};
 
 const std::map<std::string, KIVCS2PixelBufferClearColour> kClearColours = {
@@ -111,7 +111,7 @@ int noSuchFrame(const std::string &name, uint64_t frames, uint64_t frame)
     return kExitNo;
 }
 
-// The layout of an operation's result.
+// Returns the layout of an operation's result.
 FrameLayout layoutOf(const Frame &frame, const FrameLayout &source)
 {
     FrameLayout layout = source;

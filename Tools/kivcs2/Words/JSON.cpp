@@ -109,7 +109,7 @@ public:
     OwnDictionary &operator=(const OwnDictionary &) = delete;
     ~OwnDictionary()
     {
-        (void)kivCS2Dictionary_free(&record); // is not null
+        (void)kivCS2Dictionary_free(&record); // not null: cannot fail
     }
 
     KIVCS2Dictionary record{};

@@ -38,7 +38,7 @@ struct Options
     uint32_t ttl = 1;
     double timeout = 0; // seconds; 0: without limit
     bool data = false;  // received data to standard output, or standard input to the network
-    bool keep = false;  // one connection after the other
+    bool keep = false;  // accept one connection after the other
 };
 
 struct FreeSocket
@@ -54,7 +54,7 @@ struct FreeAddress
 {
     void operator()(sockaddr_in *address) const
     {
-        (void)kivCS2_freeSockAddr(address); // is not null
+        (void)kivCS2_freeSockAddr(address); // not null: cannot fail
     }
 };
 using Address = std::unique_ptr<sockaddr_in, FreeAddress>;
@@ -162,7 +162,7 @@ private:
     Count m_second;
 };
 
-// The work during every wait: the meter and the check of the end signals.
+// The work during every wait: updates the meter and checks the end signals.
 struct Going
 {
     Meter &meter;
@@ -201,7 +201,7 @@ bool isOver(Clock::time_point since, double seconds)
     return seconds > 0 && Clock::now() - since >= std::chrono::duration<double>(seconds);
 }
 
-// How receiving from a socket ended; if neither is set, by the peer or a limit.
+// How receiving from a socket ended; if no flag is set, the peer or a limit ended it.
 struct Taken
 {
     bool told = false;
@@ -250,7 +250,7 @@ Taken take(KIVCS2Socket *from, const Options &options, Lines &lines, const EndSi
     return taken;
 }
 
-// The next connection; null if a signal ends the command first.
+// Returns the next connection; null if a signal ends the command first.
 Socket await(KIVCS2Socket *server, const Options &options, const EndSignals &signals)
 {
     const auto from = Clock::now();
@@ -325,7 +325,7 @@ int receive(const Options &options, bool json)
     return kExitYes;
 }
 
-// The next message: standard input, or counting bytes. Empty at the end of the input and after an end signal.
+// Returns the next message: standard input, or counting bytes. Empty at the end of input or on an end signal.
 class Messages
 {
 public:
@@ -333,7 +333,7 @@ public:
     {
         if (m_input)
         {
-            const Input source{"-"}; // refuses a file that standard output goes into
+            const Input source{"-"}; // refuses a file that is standard output too
         }
     }
 
@@ -385,7 +385,7 @@ Socket makeSender(const Options &options)
     return Socket{made};
 }
 
-// Sends the whole message; false if a signal ends the command first.
+// Sends the whole message; returns false if a signal ends the command first.
 bool sendAll(KIVCS2Socket *socket, const sockaddr_in *to, std::string_view message, const Going &going)
 {
     while (!message.empty())

@@ -58,7 +58,7 @@ struct Counts
 
 // ---- An interrupt ends the input ----
 
-// Interrupts and a failed output write to this end; the reading thread polls it together with the input.
+// Interrupts and a failed output write to this pipe; the reading thread polls it together with the input.
 volatile sig_atomic_t theWakeUp = -1;
 std::atomic<int> theSignal = 0; // the first signal; two may arrive on two threads at once
 static_assert(std::atomic<int>::is_always_lock_free);
@@ -77,7 +77,7 @@ extern "C" void endInput(int signalNumber)
     if (theSignal.compare_exchange_strong(none, signalNumber))
         wakeUp();
     else
-        (void)std::raise(signalNumber); // reset to its default, it ends the process after this returns
+        (void)std::raise(signalNumber); // by its default action the process ends after this returns
     errno = error;
 }
 
@@ -127,8 +127,8 @@ private:
 
 // ---- The ring between the threads ----
 
-// A ring under a mutex, with waiting. The condition uses the system's mutex, with which the record of the
-// mutex begins.
+// A ring under a mutex, with waiting. The condition uses the system's mutex, the first member of the mutex
+// record.
 class SharedRing
 {
 public:
@@ -139,7 +139,7 @@ public:
         if (KIVCS2_FAILED(status))
             (void)kivCS2Mutex_free(&m_mutex); // the failure below is the one that matters
         check(status, "a ring of " + count(size, "byte"));
-        (void)kivCS2RingBuffer_setOperationMode(&m_ring, mode); // is not null
+        (void)kivCS2RingBuffer_setOperationMode(&m_ring, mode); // not null: cannot fail
         pthread_condattr_t attributes;
         pthread_condattr_init(&attributes);
         pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
@@ -151,8 +151,8 @@ public:
     {
         pthread_cond_destroy(&m_ended);
         pthread_cond_destroy(&m_moved);
-        (void)kivCS2RingBuffer_dispose(&m_ring); // is not null
-        (void)kivCS2Mutex_free(&m_mutex);        // is not null
+        (void)kivCS2RingBuffer_dispose(&m_ring); // not null: cannot fail
+        (void)kivCS2Mutex_free(&m_mutex);        // not null: cannot fail
     }
     SharedRing(const SharedRing &) = delete;
     SharedRing &operator=(const SharedRing &) = delete;
@@ -167,7 +167,7 @@ public:
         uint32_t room = 0;
         while (!m_outputEnded)
         {
-            (void)kivCS2RingBuffer_getFreeBytesAvailable(&m_ring, &room); // is not null
+            (void)kivCS2RingBuffer_getFreeBytesAvailable(&m_ring, &room); // not null: cannot fail
             status = kivCS2RingBuffer_store(&m_ring, bytes.data(), size);
             if (status != KIVCS2STATUS_OVERFLOW_ERR)
                 break;
@@ -181,7 +181,7 @@ public:
         pthread_cond_signal(&m_moved);
     }
 
-    /// Fetches the oldest bytes, as many as fit `room`; waits for some. None after the end of the input.
+    /// Fetches the oldest bytes, as many as fit `room`; waits for some. Empty after the end of the input.
     size_t fetch(std::span<uint8_t> room)
     {
         const Lock lock{*this};
@@ -254,7 +254,7 @@ private:
         }
         ~Lock()
         {
-            (void)kivCS2Mutex_unlock(&m_ring.m_mutex); // is held
+            (void)kivCS2Mutex_unlock(&m_ring.m_mutex); // held: cannot fail
         }
         Lock(const Lock &) = delete;
         Lock &operator=(const Lock &) = delete;
@@ -267,7 +267,7 @@ private:
     [[nodiscard]] uint32_t waiting() const
     {
         uint32_t bytes = 0;
-        (void)kivCS2RingBuffer_getFetchBytesAvailable(&m_ring, &bytes); // is not null
+        (void)kivCS2RingBuffer_getFetchBytesAvailable(&m_ring, &bytes); // not null: cannot fail
         return bytes;
     }
 
@@ -347,7 +347,7 @@ void writeOutput(Pipe &pipe)
 void *runInput(void *argument)
 {
     Pipe &pipe = *static_cast<Pipe *>(argument);
-    (void)kivCS2Thread_setCurrentThreadName("input"); // is not null
+    (void)kivCS2Thread_setCurrentThreadName("input"); // not null: cannot fail
     try
     {
         readInput(pipe);
@@ -363,7 +363,7 @@ void *runInput(void *argument)
 void *runOutput(void *argument)
 {
     Pipe &pipe = *static_cast<Pipe *>(argument);
-    (void)kivCS2Thread_setCurrentThreadName("output"); // is not null
+    (void)kivCS2Thread_setCurrentThreadName("output"); // not null: cannot fail
     try
     {
         writeOutput(pipe);
@@ -391,7 +391,7 @@ public:
     }
     ~Thread()
     {
-        (void)kivCS2Thread_join(&m_thread); // was started
+        (void)kivCS2Thread_join(&m_thread); // started: cannot fail
         (void)kivCS2Thread_free(&m_thread);
     }
     Thread(const Thread &) = delete;
@@ -408,7 +408,7 @@ std::string megabytes(uint64_t bytes)
     return print("%.1f MB", static_cast<double>(bytes) / 1e6);
 }
 
-// One line on standard error: redrawn in place on a terminal, else a line at intervals and one at the end.
+// One line on standard error: redrawn in place on a terminal, otherwise repeated at intervals and at the end.
 class Meter
 {
 public:
@@ -437,7 +437,7 @@ public:
         }
         catch (...)
         {
-            m_shown = false; // its reader has gone; the bytes still flow
+            m_shown = false; // the reader of the line has gone; the bytes still flow
         }
     }
 
@@ -482,7 +482,7 @@ void checkSizes(PipeOptions &options)
         throw Failure(kExitUsage, "--chunk is 1 byte to the " + count(options.size, "byte") + " of the ring");
 }
 
-// Before anything is read: otherwise bytes for an output that cannot be written would be lost.
+// Called before any input is read: otherwise bytes for an output that cannot be written would be lost.
 void checkOutput()
 {
     const int flags = ::fcntl(STDOUT_FILENO, F_GETFL);

@@ -24,8 +24,8 @@ namespace tool
 namespace
 {
 
-// Like those of env and timeout, so that scripts treat this word alike. Lower codes are those of the command
-// that it runs.
+// These codes are those of env and timeout, so that scripts can treat all three alike. Lower codes are those
+// of the command that is run.
 enum RunCode : int
 {
     kRunTimedOut = 124,
@@ -202,7 +202,7 @@ public:
     Running(const Running &) = delete;
     Running &operator=(const Running &) = delete;
 
-    // Waits for the end and forwards the signals of this process; false at the deadline.
+    // Waits for the end and forwards the signals of this process; returns false at the deadline.
     [[nodiscard]] bool waitForEnd(Deadline deadline)
     {
         for (;;)
@@ -241,7 +241,7 @@ public:
         KIVCS2Status status = m_launch.load();
         bool finished = true;
         if (!m_direct)
-            (void)kivCS2Task_finishedAsync(m_task, &finished, &status); // is an asynchronous launch
+            (void)kivCS2Task_finishedAsync(m_task, &finished, &status); // asynchronous launch: cannot fail
         const int waited = m_server ? m_task->m_exitCode : m_task->m_waitStatus;
         if (KIVCS2_FAILED(status) || waited == -1)
             throw Failure(static_cast<ExitCode>(kRunFailed), "launch (" + statusText(status) + ")");

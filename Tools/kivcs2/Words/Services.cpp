@@ -144,7 +144,7 @@ public:
     Browser &operator=(const Browser &) = delete;
     ~Browser()
     {
-        (void)kivCS2Bonjour_diposeBrowserData(&record); // is not null, and not in its own callback
+        (void)kivCS2Bonjour_diposeBrowserData(&record); // not null, and not in its own callback: cannot fail
     }
 
     KIVCS2BonjourBrowser record{};
@@ -184,7 +184,7 @@ void requireNames(const Options &options)
         throw Failure(kExitUsage, "\"" + visible(options.name) + "\" is not ASCII");
 }
 
-// The TXT record: every text after its length.
+// Makes the TXT record: every text after its length.
 std::string packTexts(const std::vector<std::string> &texts)
 {
     std::string record;
@@ -268,7 +268,7 @@ int publish(const Options &options, bool json)
         }
     if (hasTexts)
         tellNames(publisher, signals, json);
-    (void)kivCS2Bonjour_endPublishingService(&publisher); // is not null
+    (void)kivCS2Bonjour_endPublishingService(&publisher); // not null: cannot fail
     if (!hasTexts)
         throw Failure(kExitUsage, "the texts are more than a TXT record holds");
     return kExitYes;
@@ -447,7 +447,7 @@ int listTypes(const Options &options, bool json)
     (void)kivCS2Bonjour_stopServiceBrowser(&browser); // the worker's semaphore goes with it
     KIVCS2Semaphore same;
     if (KIVCS2_SUCCEEDED(kivCS2Semaphore_init(&same, browser.m_semaphore.m_name)))
-        (void)kivCS2Semaphore_free(&same); // is open, and no thread waits; removes the name
+        (void)kivCS2Semaphore_free(&same); // removes the name; no thread waits
     std::_Exit(kExitNo);
 }
 

@@ -97,7 +97,7 @@ public:
     {
         m_hold = false;
         const int id = m_record.m_id;
-        (void)kivCS2SharedMemory_free(&m_record); // is not null
+        (void)kivCS2SharedMemory_free(&m_record); // not null: cannot fail
         if (::shmctl(id, IPC_STAT, &m_segment) != 0)
             return 0;
         if (m_segment.shm_nattch != 0)

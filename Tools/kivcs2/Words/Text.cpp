@@ -71,7 +71,7 @@ const EncodingRow &encoding(std::string name)
 }
 
 // The encoding named by the byte-order mark. FF FE 00 00 is UTF-32 here, because it is far more often
-// that than UTF-16 text that begins with a zero character; the library detects UTF-16.
+// UTF-32 than UTF-16 text that begins with a zero character; the library detects UTF-16.
 const EncodingRow *detect(std::span<const uint8_t> bytes, uint32_t &markLength)
 {
     KIVCS2StringEncoding found = 0;
@@ -110,7 +110,7 @@ struct FreeText
     void operator()(char *text) const
     {
         (void)kivCS2String_freeCString(text);
-    } // is not null
+    } // not null: cannot fail
 };
 using Text = std::unique_ptr<char, FreeText>;
 
