@@ -11,7 +11,7 @@ enum class CpuLevel
     sse42,        // SSE4.2 and PCLMULQDQ
     avx2,         // AVX2, BMI2 and PCLMULQDQ
     avx512,       // AVX-512 F, BW, VL, DQ, VBMI, VNNI, and VPCLMULQDQ
-    neon = sse42, // every arm64 processor's; the only level there above portable
+    neon = sse42, // every arm64 processor has it; the only arm64 level above portable
 };
 
 // Returns the highest level that the processor has (CPUID) and the operating system enables; computed once.
