@@ -37,7 +37,7 @@ int main(int argc, char **argv)
     status = kivCS2Socket_createClient(&server, argv[1], port, 0);
     if (KIVCS2_FAILED(status))
         return fail("nobody answers there", status);
-    /* If the server never answers, stop waiting after five seconds. */
+    /* If the server never replies, stop waiting after five seconds. */
     kivCS2Socket_setRecvTimeout(server, 5, 0);
 
     wanted = (uint32_t)strlen(argv[3]);

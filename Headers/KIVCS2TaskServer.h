@@ -93,7 +93,7 @@ KIVCS2_API KIVCS2Status kivCS2TaskServer_tasksRunning(uint32_t *tasks);
  * Sends SIGTERM to every descendant of a process, the deepest first, and not to the process itself. While
  * they are searched for, up to a quarter of a second, the descendants and the process are stopped, so that
  * none of them makes another process, and then continued. Not stopped are the calling process and its
- * ancestors, the task server, and processes that somebody else has stopped. A `parent` of 1 or less has no
+ * ancestors, the task server, and processes that another program has stopped. A `parent` of 1 or less has no
  * descendants here, unless it is the calling process. Failures are not reported. A host that passes its own
  * id ends its task server too; the next launch through the server starts another one.
  * @retval KIVCS2STATUS_OK  always

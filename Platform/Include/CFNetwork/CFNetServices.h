@@ -35,7 +35,7 @@ enum
 {
     kCFNetServicesErrorUnknown = -72000,
     kCFNetServicesErrorCollision = -72001,   /**< the name is taken and must not be changed */
-    kCFNetServicesErrorNotFound = -72002,    /**< no answer for the service */
+    kCFNetServicesErrorNotFound = -72002,    /**< no reply for the service */
     kCFNetServicesErrorInProgress = -72003,  /**< the object is already waiting in this call */
     kCFNetServicesErrorBadArgument = -72004, /**< a name, type, domain or port that DNS cannot carry */
     kCFNetServicesErrorCancel = -72005,      /**< cancelled, stopped or invalidated */
