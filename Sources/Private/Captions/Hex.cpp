@@ -7,6 +7,8 @@
 
 #if defined(__x86_64__)
 #include <immintrin.h>
+#elif defined(__aarch64__)
+#include <arm_neon.h>
 #endif
 
 namespace
@@ -49,7 +51,7 @@ size_t decodePortable(const char *text, size_t pairs, uint8_t *out)
     return pairs;
 }
 
-#if defined(__x86_64__)
+#if defined(__x86_64__) || defined(__aarch64__)
 // Stores the first `count` of eight bytes, then zeros: one store instead of a short copy.
 void storeFront(uint64_t bytes, unsigned count, uint8_t *out)
 {
@@ -57,10 +59,13 @@ void storeFront(uint64_t bytes, unsigned count, uint8_t *out)
     std::memcpy(out, &bytes, sizeof bytes);
 }
 
+#if defined(__x86_64__)
+#define KIV_LANE __attribute__((target("sse4.2")))
+
 // Decodes 16 digits to 8 bytes. An unsigned minimum tests both ranges; a pair is high * 16 + low. Always
 // inlined, so that each level encodes it in its own way: a call from AVX2 code to SSE code would cost more
 // than the whole packet.
-__attribute__((target("sse4.2"), always_inline)) inline unsigned decodeBlock16(const char *text, uint8_t *out)
+KIV_LANE __attribute__((always_inline)) inline unsigned decodeBlock16(const char *text, uint8_t *out)
 {
     const __m128i characters = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text));
     const __m128i decimal = _mm_sub_epi8(characters, _mm_set1_epi8('0'));
@@ -75,10 +80,31 @@ __attribute__((target("sse4.2"), always_inline)) inline unsigned decodeBlock16(c
     storeFront(bytes, count, out);
     return count;
 }
+#else
+#define KIV_LANE
+
+// Decodes 16 digits to 8 bytes. Of the bytes that are digits, four bits each remain after the shift.
+inline unsigned decodeBlock16(const char *text, uint8_t *out)
+{
+    const uint8x16_t characters = vld1q_u8(reinterpret_cast<const uint8_t *>(text));
+    const uint8x16_t decimal = vsubq_u8(characters, vdupq_n_u8('0'));
+    const uint8x16_t letter = vsubq_u8(characters, vdupq_n_u8('A'));
+    const uint8x16_t isDecimal = vcleq_u8(decimal, vdupq_n_u8(9));
+    const uint8x16_t isLetter = vcleq_u8(letter, vdupq_n_u8(5));
+    const uint16x8_t values =
+        vreinterpretq_u16_u8(vbslq_u8(isLetter, vaddq_u8(letter, vdupq_n_u8(10)), decimal));
+    const uint8x8_t bytes = vmovn_u16(vsraq_n_u16(vshlq_n_u16(values, 4), values, 8));
+    const uint8x8_t valid = vshrn_n_u16(vreinterpretq_u16_u8(vorrq_u8(isDecimal, isLetter)), 4);
+    const unsigned count =
+        static_cast<unsigned>(std::countr_one(vget_lane_u64(vreinterpret_u64_u8(valid), 0))) / 8;
+    storeFront(vget_lane_u64(vreinterpret_u64_u8(bytes), 0), count, out);
+    return count;
+}
+#endif
 
 // Decodes whole blocks of 16 digits from `done` on; returns true if a block ended before its last digit.
-__attribute__((target("sse4.2"), always_inline)) inline bool decodeBlocks16(const char *text, size_t pairs,
-                                                                            uint8_t *out, size_t &done)
+KIV_LANE __attribute__((always_inline)) inline bool decodeBlocks16(const char *text, size_t pairs,
+                                                                   uint8_t *out, size_t &done)
 {
     while (done + 8 <= pairs)
     {
@@ -90,14 +116,17 @@ __attribute__((target("sse4.2"), always_inline)) inline bool decodeBlocks16(cons
     return false;
 }
 
-__attribute__((target("sse4.2"))) size_t decodeSSE42(const char *text, size_t pairs, uint8_t *out)
+// By SSE4.2 or NEON.
+KIV_LANE size_t decodeLanes(const char *text, size_t pairs, uint8_t *out)
 {
     size_t done = 0;
     if (decodeBlocks16(text, pairs, out, done))
         return done;
     return done + decodePortable(text + 2 * done, pairs - done, out + done);
 }
+#endif
 
+#if defined(__x86_64__)
 __attribute__((target("avx2"))) size_t decodeAVX2(const char *text, size_t pairs, uint8_t *out)
 {
     size_t done = 0;
@@ -130,7 +159,10 @@ DecodePairs decoderFor([[maybe_unused]] kiv::CpuLevel level)
     if (level >= kiv::CpuLevel::avx2)
         return decodeAVX2;
     if (level >= kiv::CpuLevel::sse42)
-        return decodeSSE42;
+        return decodeLanes;
+#elif defined(__aarch64__)
+    if (level >= kiv::CpuLevel::neon)
+        return decodeLanes;
 #endif
     return decodePortable;
 }

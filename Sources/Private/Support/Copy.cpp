@@ -5,13 +5,34 @@
 
 #if defined(__x86_64__)
 #include <immintrin.h>
+#elif defined(__aarch64__)
+#include <arm_neon.h>
 #endif
 
 namespace
 {
 #if defined(__x86_64__)
-constexpr size_t kVector = 64; // bytes
-constexpr size_t kAhead = 1024;
+#define KIV_TARGET [[gnu::target("avx512f")]]
+#define KIV_INLINE KIV_TARGET [[gnu::always_inline]] inline
+using Vector = __m512i;
+constexpr kiv::CpuLevel kLevel = kiv::CpuLevel::avx512;
+
+KIV_INLINE Vector load(const void *from)
+{
+    return _mm512_loadu_si512(from);
+}
+KIV_INLINE void store(void *to, Vector value)
+{
+    _mm512_storeu_si512(to, value);
+}
+KIV_INLINE void storeAligned(void *to, Vector value)
+{
+    _mm512_store_si512(to, value);
+}
+KIV_INLINE void fetch(const unsigned char *line)
+{
+    _mm_prefetch(line, _MM_HINT_T0);
+}
 
 // Returns true if whole vectors are faster than the system's copy: for runs that stay in the first-level
 // cache, and for runs that stay in the second-level cache. Between them, and if memory is the limit, the
@@ -23,13 +44,45 @@ constexpr size_t kAhead = 1024;
     constexpr size_t kSecondLevelTo = 128u << 10;
     return count <= kFirstLevel || (count >= kSecondLevelFrom && count <= kSecondLevelTo);
 }
+#elif defined(__aarch64__)
+#define KIV_TARGET
+#define KIV_INLINE [[gnu::always_inline]] inline
+using Vector = uint8x16x4_t;
+constexpr kiv::CpuLevel kLevel = kiv::CpuLevel::neon;
+
+KIV_INLINE Vector load(const unsigned char *from)
+{
+    return vld1q_u8_x4(from);
+}
+KIV_INLINE void store(unsigned char *to, Vector value)
+{
+    vst1q_u8_x4(to, value);
+}
+KIV_INLINE void storeAligned(unsigned char *to, Vector value)
+{
+    store(to, value);
+}
+KIV_INLINE void fetch(const unsigned char *) {}
+
+// True for runs that are hardly longer to copy than the system's copy is to call. That one is by vectors too,
+// in a form for each kind of processor.
+[[nodiscard]] bool suitsVectors(size_t count)
+{
+    constexpr size_t kLongest = 1u << 10;
+    return count <= kLongest;
+}
+#endif
+
+#if defined(KIV_TARGET)
+constexpr size_t kVector = sizeof(Vector); // 64
+constexpr size_t kAhead = 1024;
 
 // For more than 4 vectors. Stores are aligned, because a store across two cache lines costs as much as two.
-[[gnu::target("avx512f")]] void copyVectors(unsigned char *to, const unsigned char *from, size_t count)
+KIV_TARGET void copyVectors(unsigned char *to, const unsigned char *from, size_t count)
 {
-    const __m512i first = _mm512_loadu_si512(from);
+    const Vector first = load(from);
     const size_t ahead = kVector - (reinterpret_cast<uintptr_t>(to) & (kVector - 1));
-    _mm512_storeu_si512(to, first);
+    store(to, first);
     to += ahead;
     from += ahead;
     count -= ahead;
@@ -37,17 +90,17 @@ constexpr size_t kAhead = 1024;
     {
         for (size_t line = 0; line < 4; ++line)
         {
-            _mm_prefetch(from + kAhead + line * kVector, _MM_HINT_T0);
-            _mm_prefetch(to + kAhead + line * kVector, _MM_HINT_T0);
+            fetch(from + kAhead + line * kVector);
+            fetch(to + kAhead + line * kVector);
         }
-        const __m512i a = _mm512_loadu_si512(from);
-        const __m512i b = _mm512_loadu_si512(from + kVector);
-        const __m512i c = _mm512_loadu_si512(from + 2 * kVector);
-        const __m512i d = _mm512_loadu_si512(from + 3 * kVector);
-        _mm512_store_si512(to, a);
-        _mm512_store_si512(to + kVector, b);
-        _mm512_store_si512(to + 2 * kVector, c);
-        _mm512_store_si512(to + 3 * kVector, d);
+        const Vector a = load(from);
+        const Vector b = load(from + kVector);
+        const Vector c = load(from + 2 * kVector);
+        const Vector d = load(from + 3 * kVector);
+        storeAligned(to, a);
+        storeAligned(to + kVector, b);
+        storeAligned(to + 2 * kVector, c);
+        storeAligned(to + 3 * kVector, d);
     }
     kiv::copyShort(to, from, count);
 }
@@ -59,8 +112,8 @@ void kiv::copyBytes([[maybe_unused]] CpuLevel level, void *destination, const vo
 {
     if (count <= kShortCopy)
         return copyShort(destination, source, count);
-#if defined(__x86_64__)
-    if (level >= CpuLevel::avx512 && suitsVectors(count))
+#if defined(KIV_TARGET)
+    if (level >= kLevel && suitsVectors(count))
         return copyVectors(static_cast<unsigned char *>(destination),
                            static_cast<const unsigned char *>(source), count);
 #endif
