@@ -178,7 +178,7 @@ TEST_P(PCMKernels, SplitEveryNumberOfChannelsAndFrames)
 
 std::string kindName(const testing::TestParamInfo<KernelKind> &kind)
 {
-    constexpr std::array kNames = {"Portable", "Ssse3", "Avx2", "Avx512"};
+    constexpr std::array kNames = {"Portable", "Ssse3OrNeon", "Avx2", "Avx512"};
     return kNames[static_cast<size_t>(kind.param)];
 }
 

@@ -83,7 +83,8 @@ enum class KernelKind
     portable, // no intrinsics
     ssse3,
     avx2,
-    avx512, // F, BW and VBMI
+    avx512,       // F, BW and VBMI
+    neon = ssse3, // every arm64 processor's; the only one there above portable
 };
 
 // Returns the fastest implementation for this machine; computed once.

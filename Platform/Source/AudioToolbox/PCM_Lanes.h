@@ -10,9 +10,36 @@
 //   storePacked(out, value, bytes)     the first `bytes` bytes, 1 to 4, of every four; writes all lanes
 //   convertRun(...)                    converts consecutive samples; returns their number
 //   kBelow                             the kernels of the level below
+// With KIV_ONE_LANE, for registers of one lane, the three before kBelow are here.
 //
 // A block of a split is the frames that fill its registers. A lane holds frames that follow those of the lane
 // before it, so that transposing within lanes leaves a channel's samples in order.
+
+#if defined(KIV_ONE_LANE)
+KIV_INLINE void fetchAhead(const uint8_t *) {}
+KIV_TARGET KIV_INLINE void storePacked(uint8_t *out, Vector value, size_t bytes)
+{
+    store(out, shuffle(value, repeat(kPack16[bytes - 1])));
+}
+
+KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, uint8_t *out,
+                             size_t samples) noexcept
+{
+    const size_t step = kLane / std::max(conversion.in.bytes, conversion.out.bytes);
+    const size_t spare = spareSamples(conversion, kLane, step);
+    const kiv::audio::Pattern<kLane> &pattern = conversion.patterns.lane;
+    const Vector places = repeat(pattern.source);
+    const Vector turned = repeat(pattern.flip);
+    size_t done = 0;
+    for (; samples - done >= step + spare; done += step)
+    {
+        store(out, flip(shuffle(loadLanes(in, 0), places), turned));
+        in += step * conversion.in.bytes;
+        out += step * conversion.out.bytes;
+    }
+    return done;
+}
+#endif
 
 // The change of a register's bytes.
 struct Change

@@ -1,11 +1,15 @@
-// Integer PCM samples with SSSE3, AVX2 and AVX-512: the building blocks of PCM_Lanes.h, level by level.
+// Integer PCM samples with SSSE3, AVX2, AVX-512 and NEON: the building blocks of PCM_Lanes.h, level by level.
 #include "AudioToolbox/PCM.h"
 
 #include <algorithm>
 #include <cstring>
 
+#if defined(__x86_64__) || defined(__aarch64__)
 #if defined(__x86_64__)
 #include <immintrin.h>
+#else
+#include <arm_neon.h>
+#endif
 
 namespace
 {
@@ -33,8 +37,6 @@ constexpr PackTables<Size> makePackTables()
 }
 
 alignas(64) constexpr PackTables<16> kPack16 = makePackTables<16>();
-alignas(64) constexpr PackTables<64> kPack64 = makePackTables<64>();
-
 // The samples that a step must leave after it, so that registers of `size` bytes that hold
 // `samples` samples stay inside both buffers.
 size_t spareSamples(const Conversion &conversion, size_t size, size_t samples) noexcept
@@ -52,9 +54,11 @@ size_t nextBlock(size_t start, size_t usable, size_t blockFrames) noexcept
 
 // ---- SSSE3: a lane ----
 
+#if defined(__x86_64__)
 namespace ssse3
 {
 #define KIV_TARGET __attribute__((target("ssse3")))
+#define KIV_ONE_LANE
 using Vector = __m128i;
 constexpr size_t kLanes = 1;
 constexpr const kiv::audio::Kernels &kBelow = kiv::audio::kPortableKernels;
@@ -103,32 +107,9 @@ KIV_TARGET KIV_INLINE void store(uint8_t *out, Vector value)
 {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(out), value);
 }
-KIV_INLINE void fetchAhead(const uint8_t *) {}
-KIV_TARGET KIV_INLINE void storePacked(uint8_t *out, Vector value, size_t bytes)
-{
-    store(out, shuffle(value, repeat(kPack16[bytes - 1])));
-}
-
-KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, uint8_t *out,
-                             size_t samples) noexcept
-{
-    const size_t step = kLane / std::max(conversion.in.bytes, conversion.out.bytes);
-    const size_t spare = spareSamples(conversion, kLane, step);
-    const kiv::audio::Pattern<kLane> &pattern = conversion.patterns.lane;
-    const Vector places = repeat(pattern.source);
-    const Vector turned = repeat(pattern.flip);
-    size_t done = 0;
-    for (; samples - done >= step + spare; done += step)
-    {
-        store(out, flip(shuffle(loadLanes(in, 0), places), turned));
-        in += step * conversion.in.bytes;
-        out += step * conversion.out.bytes;
-    }
-    return done;
-}
-
 #include "AudioToolbox/PCM_Lanes.h"
 constexpr kiv::audio::Kernels kKernels = {convert, split};
+#undef KIV_ONE_LANE
 #undef KIV_TARGET
 } // namespace ssse3
 
@@ -242,6 +223,8 @@ using Vector = __m512i;
 constexpr size_t kLanes = 4;
 constexpr size_t kSize = kLanes * kLane;
 constexpr const kiv::audio::Kernels &kBelow = avx2::kKernels;
+
+alignas(64) constexpr PackTables<kSize> kPack64 = makePackTables<kSize>();
 
 KIV_TARGET KIV_INLINE __m128i loadLane(const uint8_t *from)
 {
@@ -362,6 +345,75 @@ kiv::audio::KernelKind detect() noexcept
         return KernelKind::avx2;
     return __builtin_cpu_supports("ssse3") ? KernelKind::ssse3 : KernelKind::portable;
 }
+#else
+
+// ---- NEON: a lane ----
+
+namespace neon
+{
+#define KIV_TARGET
+#define KIV_ONE_LANE
+using Vector = uint8x16_t;
+constexpr size_t kLanes = 1;
+constexpr const kiv::audio::Kernels &kBelow = kiv::audio::kPortableKernels;
+
+KIV_INLINE Vector loadLanes(const uint8_t *from, size_t)
+{
+    return vld1q_u8(from);
+}
+KIV_INLINE Vector repeat(const std::array<uint8_t, kLane> &lane)
+{
+    return loadLanes(lane.data(), 0);
+}
+KIV_INLINE Vector shuffle(Vector value, Vector pattern)
+{
+    return vqtbl1q_u8(value, pattern);
+}
+KIV_INLINE Vector flip(Vector a, Vector b)
+{
+    return veorq_u8(a, b);
+}
+KIV_INLINE Vector low16(Vector a, Vector b)
+{
+    return vreinterpretq_u8_u16(vzip1q_u16(vreinterpretq_u16_u8(a), vreinterpretq_u16_u8(b)));
+}
+KIV_INLINE Vector high16(Vector a, Vector b)
+{
+    return vreinterpretq_u8_u16(vzip2q_u16(vreinterpretq_u16_u8(a), vreinterpretq_u16_u8(b)));
+}
+KIV_INLINE Vector low32(Vector a, Vector b)
+{
+    return vreinterpretq_u8_u32(vzip1q_u32(vreinterpretq_u32_u8(a), vreinterpretq_u32_u8(b)));
+}
+KIV_INLINE Vector high32(Vector a, Vector b)
+{
+    return vreinterpretq_u8_u32(vzip2q_u32(vreinterpretq_u32_u8(a), vreinterpretq_u32_u8(b)));
+}
+KIV_INLINE Vector low64(Vector a, Vector b)
+{
+    return vreinterpretq_u8_u64(vzip1q_u64(vreinterpretq_u64_u8(a), vreinterpretq_u64_u8(b)));
+}
+KIV_INLINE Vector high64(Vector a, Vector b)
+{
+    return vreinterpretq_u8_u64(vzip2q_u64(vreinterpretq_u64_u8(a), vreinterpretq_u64_u8(b)));
+}
+KIV_INLINE void store(uint8_t *out, Vector value)
+{
+    vst1q_u8(out, value);
+}
+
+#include "AudioToolbox/PCM_Lanes.h"
+constexpr kiv::audio::Kernels kKernels = {convert, split};
+#undef KIV_ONE_LANE
+#undef KIV_TARGET
+} // namespace neon
+
+// Every arm64 processor has NEON.
+kiv::audio::KernelKind detect() noexcept
+{
+    return kiv::audio::KernelKind::neon;
+}
+#endif
 } // namespace
 
 kiv::audio::KernelKind kiv::audio::kernelKind() noexcept
@@ -374,12 +426,17 @@ const kiv::audio::Kernels &kiv::audio::kernelsOf(KernelKind kind) noexcept
 {
     switch (kind)
     {
+#if defined(__x86_64__)
     case KernelKind::avx512:
         return avx512::kKernels;
     case KernelKind::avx2:
         return avx2::kKernels;
     case KernelKind::ssse3:
         return ssse3::kKernels;
+#else
+    case KernelKind::neon:
+        return neon::kKernels;
+#endif
     default:
         return kPortableKernels;
     }
