@@ -82,7 +82,7 @@ TEST_P(Crc32, EveryAlignmentAndSplitGivesTheSame)
 
 std::string kindName(const testing::TestParamInfo<kiv::Crc32Kind> &kind)
 {
-    constexpr std::array kNames = {"Portable", "Pclmul", "Vpclmul512"};
+    constexpr std::array kNames = {"Portable", "PclmulOrCrc32", "Vpclmul512OrPmull"};
     return kNames[static_cast<size_t>(kind.param)];
 }
 

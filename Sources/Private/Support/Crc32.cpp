@@ -13,6 +13,10 @@
 
 #if defined(__x86_64__)
 #include <immintrin.h>
+#elif defined(__aarch64__)
+#include <arm_acle.h>
+#include <arm_neon.h>
+#include <sys/auxv.h>
 #endif
 
 namespace
@@ -59,7 +63,17 @@ uint32_t updatePortable(uint32_t crc, const uint8_t *data, size_t length) noexce
 #if defined(__x86_64__)
 #define KIV_PCLMUL  __attribute__((target("pclmul,sse4.2")))
 #define KIV_VPCLMUL __attribute__((target("avx512f,avx512bw,avx512vl,avx512dq,avx512vbmi,vpclmulqdq,pclmul")))
-#define KIV_INLINE  __attribute__((always_inline)) inline
+#define KIV_FOLDS   KIV_PCLMUL
+#elif defined(__aarch64__) && defined(__clang__)
+#define KIV_CRC32 __attribute__((target("crc")))
+#define KIV_FOLDS __attribute__((target("crc,aes")))
+#elif defined(__aarch64__)
+#define KIV_CRC32 __attribute__((target("+crc")))
+#define KIV_FOLDS __attribute__((target("+crc+crypto")))
+#endif
+
+#if defined(KIV_FOLDS)
+#define KIV_INLINE __attribute__((always_inline)) inline
 
 // ---- Constants ----
 
@@ -70,20 +84,6 @@ constexpr uint64_t powerOfX(int exponent)
     for (int step = 0; step < exponent; ++step)
         power = (power & 1u) != 0 ? (power >> 1) ^ kiv::kCrc32Polynomial : power >> 1;
     return power;
-}
-
-// x^95 divided by the generator, reflected: the quotient of Barrett's reduction of 96 bits to 32.
-constexpr uint64_t quotientOfX95()
-{
-    uint64_t quotient = 1;                      // of x^32: the term x^63, which is bit 0
-    uint32_t remainder = kiv::kCrc32Polynomial; // of x^32
-    for (int term = 1; term < 64; ++term)
-    {
-        const uint32_t carry = remainder & 1u;
-        quotient |= static_cast<uint64_t>(carry) << term;
-        remainder = carry != 0 ? (remainder >> 1) ^ kiv::kCrc32Polynomial : remainder >> 1;
-    }
-    return quotient;
 }
 
 constexpr int kLaneBytes = 16;
@@ -101,13 +101,6 @@ constexpr Factors foldFactors(int bytes)
     return {powerOfX(8 * bytes + 63) << 32, powerOfX(8 * bytes - 1) << 32};
 }
 
-// Carries a lane forward to the end of the message, `bytes` after it, and over the 32 bits of the CRC: the
-// result has 96 bits, ready for finish().
-constexpr Factors endFactors(int bytes)
-{
-    return {powerOfX(8 * bytes + 95), powerOfX(8 * bytes + 31)};
-}
-
 // For four lanes side by side that are all carried over the same distance.
 template <int Bytes>
 struct FoldFactors
@@ -115,6 +108,110 @@ struct FoldFactors
     alignas(64) static constexpr std::array<Factors, 4> value = {foldFactors(Bytes), foldFactors(Bytes),
                                                                  foldFactors(Bytes), foldFactors(Bytes)};
 };
+
+// ---- 128 bits ----
+
+#if defined(__x86_64__)
+using Lane = __m128i;
+
+KIV_FOLDS KIV_INLINE Lane load(const void *from)
+{
+    return _mm_loadu_si128(static_cast<const Lane *>(from));
+}
+
+// A lane that starts with `crc`.
+KIV_FOLDS KIV_INLINE Lane laneOf(uint32_t crc)
+{
+    return _mm_cvtsi32_si128(static_cast<int>(crc));
+}
+
+KIV_FOLDS KIV_INLINE Lane multiply(Lane lane, Lane factors)
+{
+    return _mm_clmulepi64_si128(lane, factors, 0x00) ^ _mm_clmulepi64_si128(lane, factors, 0x11);
+}
+#else
+using Lane = uint64x2_t;
+
+KIV_FOLDS KIV_INLINE Lane load(const void *from)
+{
+    return vreinterpretq_u64_u8(vld1q_u8(static_cast<const uint8_t *>(from)));
+}
+
+// A lane that starts with `crc`.
+KIV_FOLDS KIV_INLINE Lane laneOf(uint32_t crc)
+{
+    return vsetq_lane_u64(crc, vdupq_n_u64(0), 0);
+}
+
+KIV_FOLDS KIV_INLINE Lane multiply(Lane lane, Lane factors)
+{
+#if defined(__clang__) // its header has the names only if every function of the file may use them
+    const poly128_t first = __builtin_neon_vmull_p64(lane[0], factors[0]);
+    const poly128_t last = __builtin_neon_vmull_p64(lane[1], factors[1]);
+#else
+    const poly128_t first = vmull_p64(lane[0], factors[0]);
+    const poly128_t last = vmull_high_p64(vreinterpretq_p64_u64(lane), vreinterpretq_p64_u64(factors));
+#endif
+    return vreinterpretq_u64_p128(first) ^ vreinterpretq_u64_p128(last);
+}
+#endif
+
+template <int Bytes>
+KIV_FOLDS KIV_INLINE Lane fold(Lane lane)
+{
+    return multiply(lane, load(FoldFactors<Bytes>::value.data()));
+}
+
+// Folds the whole lanes of a message, at least one, into the last; moves `data` to what follows them.
+KIV_FOLDS KIV_INLINE Lane foldLanes(uint32_t crc, const uint8_t *&data, const uint8_t *end)
+{
+    constexpr size_t kLane = kLaneBytes;
+    const auto length = static_cast<size_t>(end - data);
+    Lane lane = load(data) ^ laneOf(crc);
+    data += kLane;
+    if (length >= 8 * kLane)
+    {
+        Lane lane1 = load(data);
+        Lane lane2 = load(data + kLane);
+        Lane lane3 = load(data + 2 * kLane);
+        for (data += 3 * kLane; static_cast<size_t>(end - data) >= 4 * kLane; data += 4 * kLane)
+        {
+            lane = fold<64>(lane) ^ load(data);
+            lane1 = fold<64>(lane1) ^ load(data + kLane);
+            lane2 = fold<64>(lane2) ^ load(data + 2 * kLane);
+            lane3 = fold<64>(lane3) ^ load(data + 3 * kLane);
+        }
+        lane = (fold<48>(lane) ^ fold<32>(lane1)) ^ (fold<16>(lane2) ^ lane3);
+    }
+    for (; static_cast<size_t>(end - data) >= kLane; data += kLane)
+        lane = fold<16>(lane) ^ load(data);
+    return lane;
+}
+#endif
+
+#if defined(__x86_64__)
+// ---- The end of a message, 128 bits ----
+
+// x^95 divided by the generator, reflected: the quotient of Barrett's reduction of 96 bits to 32.
+constexpr uint64_t quotientOfX95()
+{
+    uint64_t quotient = 1;                      // of x^32: the term x^63, which is bit 0
+    uint32_t remainder = kiv::kCrc32Polynomial; // of x^32
+    for (int term = 1; term < 64; ++term)
+    {
+        const uint32_t carry = remainder & 1u;
+        quotient |= static_cast<uint64_t>(carry) << term;
+        remainder = carry != 0 ? (remainder >> 1) ^ kiv::kCrc32Polynomial : remainder >> 1;
+    }
+    return quotient;
+}
+
+// Carries a lane forward to the end of the message, `bytes` after it, and over the 32 bits of the CRC: the
+// result has 96 bits, ready for finish().
+constexpr Factors endFactors(int bytes)
+{
+    return {powerOfX(8 * bytes + 95), powerOfX(8 * bytes + 31)};
+}
 
 // For the four lanes of a 64-byte block followed by `Bytes` bytes, each over its own distance.
 template <int Bytes>
@@ -129,19 +226,6 @@ struct EndFactors
 alignas(16) constexpr std::array<uint64_t, 2> kBarrett = {quotientOfX95(),
                                                           static_cast<uint64_t>(kiv::kCrc32Polynomial) << 1};
 
-// ---- 128 bits ----
-
-KIV_PCLMUL KIV_INLINE __m128i load(const void *from)
-{
-    return _mm_loadu_si128(static_cast<const __m128i *>(from));
-}
-
-KIV_PCLMUL KIV_INLINE __m128i multiply(__m128i lane, __m128i factors)
-{
-    return _mm_xor_si128(_mm_clmulepi64_si128(lane, factors, 0x00),
-                         _mm_clmulepi64_si128(lane, factors, 0x11));
-}
-
 // The remainder of 96 bits: the upper 64 in the low half, the lower 32 after them.
 KIV_PCLMUL KIV_INLINE uint32_t finish(__m128i value)
 {
@@ -149,12 +233,6 @@ KIV_PCLMUL KIV_INLINE uint32_t finish(__m128i value)
     const __m128i quotient = _mm_clmulepi64_si128(value, barrett, 0x00);
     const __m128i product = _mm_clmulepi64_si128(quotient, barrett, 0x10);
     return static_cast<uint32_t>(_mm_extract_epi32(_mm_xor_si128(value, product), 2));
-}
-
-template <int Bytes>
-KIV_PCLMUL KIV_INLINE __m128i fold(__m128i lane)
-{
-    return multiply(lane, load(FoldFactors<Bytes>::value.data()));
 }
 
 // Sixteen bytes of it from 16 + n on shift a lane by n bytes towards its end, from 16 - n on towards its
@@ -171,26 +249,7 @@ KIV_PCLMUL uint32_t updatePclmul(uint32_t crc, const uint8_t *data, size_t lengt
         return updatePortable(crc, data, length);
 
     const uint8_t *const end = data + length;
-    __m128i lane = _mm_xor_si128(load(data), _mm_cvtsi32_si128(static_cast<int>(crc)));
-    data += kLane;
-    if (length >= 8 * kLane)
-    {
-        __m128i lane1 = load(data);
-        __m128i lane2 = load(data + kLane);
-        __m128i lane3 = load(data + 2 * kLane);
-        for (data += 3 * kLane; static_cast<size_t>(end - data) >= 4 * kLane; data += 4 * kLane)
-        {
-            lane = _mm_xor_si128(fold<64>(lane), load(data));
-            lane1 = _mm_xor_si128(fold<64>(lane1), load(data + kLane));
-            lane2 = _mm_xor_si128(fold<64>(lane2), load(data + 2 * kLane));
-            lane3 = _mm_xor_si128(fold<64>(lane3), load(data + 3 * kLane));
-        }
-        lane = _mm_xor_si128(_mm_xor_si128(fold<48>(lane), fold<32>(lane1)),
-                             _mm_xor_si128(fold<16>(lane2), lane3));
-    }
-    for (; static_cast<size_t>(end - data) >= kLane; data += kLane)
-        lane = _mm_xor_si128(fold<16>(lane), load(data));
-
+    Lane lane = foldLanes(crc, data, end);
     if (data != end)
     {
         // The last `tail` bytes enter at the end of the lane and push as many out at its start.
@@ -334,6 +393,51 @@ KIV_VPCLMUL uint32_t updateVpclmul(uint32_t crc, const uint8_t *data, size_t len
     return finish512(_mm512_xor_si512(addEnd<64>(addEnd<0>(zero, sum[3]), sum[2]),
                                       addEnd<192>(addEnd<128>(zero, sum[1]), sum[0])));
 }
+
+#elif defined(__aarch64__)
+// ---- The CRC instructions ----
+
+KIV_CRC32 KIV_INLINE uint32_t over(uint32_t crc, uint64_t bytes)
+{
+#if defined(__clang__)
+    return __builtin_arm_crc32d(crc, bytes);
+#else
+    return __crc32d(crc, bytes);
+#endif
+}
+
+KIV_CRC32 KIV_INLINE uint32_t over(uint32_t crc, uint8_t byte)
+{
+#if defined(__clang__)
+    return __builtin_arm_crc32b(crc, byte);
+#else
+    return __crc32b(crc, byte);
+#endif
+}
+
+KIV_CRC32 uint32_t updateCrc32(uint32_t crc, const uint8_t *data, size_t length) noexcept
+{
+    for (uint64_t bytes = 0; length >= sizeof bytes; data += sizeof bytes, length -= sizeof bytes)
+    {
+        std::memcpy(&bytes, data, sizeof bytes);
+        crc = over(crc, bytes);
+    }
+    for (; length > 0; ++data, --length)
+        crc = over(crc, *data);
+    return crc;
+}
+
+// The instructions carry the folded lane and the bytes after it to the end.
+KIV_FOLDS uint32_t updatePmull(uint32_t crc, const uint8_t *data, size_t length) noexcept
+{
+    constexpr size_t kWorthFolding = 128;
+    if (length < kWorthFolding)
+        return updateCrc32(crc, data, length);
+
+    const uint8_t *const end = data + length;
+    const Lane lane = foldLanes(crc, data, end);
+    return updateCrc32(over(over(0, lane[0]), lane[1]), data, static_cast<size_t>(end - data));
+}
 #endif
 
 // The first call checks the machine and stores the best update here; a race stores the same value twice.
@@ -350,6 +454,12 @@ uint32_t updateFirst(uint32_t crc, const uint8_t *data, size_t length) noexcept
 
 kiv::Crc32Kind kiv::crc32Kind() noexcept
 {
+#if defined(__aarch64__)
+    const unsigned long offered = getauxval(AT_HWCAP);
+    if ((offered & HWCAP_CRC32) == 0)
+        return Crc32Kind::portable;
+    return (offered & HWCAP_PMULL) != 0 ? Crc32Kind::pmull : Crc32Kind::crc32;
+#else
     switch (cpuLevel())
     {
     case CpuLevel::avx512:
@@ -360,6 +470,7 @@ kiv::Crc32Kind kiv::crc32Kind() noexcept
     default:
         return Crc32Kind::portable;
     }
+#endif
 }
 
 kiv::Crc32Update kiv::crc32UpdateOf([[maybe_unused]] Crc32Kind kind) noexcept
@@ -369,6 +480,11 @@ kiv::Crc32Update kiv::crc32UpdateOf([[maybe_unused]] Crc32Kind kind) noexcept
         return updateVpclmul;
     if (kind == Crc32Kind::pclmul)
         return updatePclmul;
+#elif defined(__aarch64__)
+    if (kind == Crc32Kind::pmull)
+        return updatePmull;
+    if (kind == Crc32Kind::crc32)
+        return updateCrc32;
 #endif
     return updatePortable;
 }

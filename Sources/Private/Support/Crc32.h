@@ -35,6 +35,9 @@ enum class Crc32Kind
     portable,   // slicing by eight
     pclmul,     // 128-bit carry-less multiply
     vpclmul512, // 512-bit carry-less multiply
+    // Of arm64, with the numbers of the kinds above, so that a loop over all kinds reaches them.
+    crc32 = pclmul,     // CRC instructions
+    pmull = vpclmul512, // 128-bit carry-less multiply, then CRC instructions
 };
 
 // The best kind of this machine.
