@@ -11,6 +11,9 @@
 #include <CoreFoundation/CoreFoundation.h>
 
 #include <dlfcn.h>
+#if defined(__aarch64__)
+#include <sys/auxv.h>
+#endif
 #include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -73,6 +76,11 @@ Finding lookAtVectors()
     if (avx2)
         return {State::Good, avx512 ? "AVX-512" : "AVX2", ""};
     return {State::Limited, sse42 ? "SSE4.2" : "none that is used",
+            "on a virtual machine, hand the host's processor model through"};
+#elif defined(__aarch64__)
+    if ((getauxval(AT_HWCAP) & HWCAP_CRC32) != 0)
+        return {State::Good, "NEON", ""};
+    return {State::Limited, "NEON, no CRC-32 instructions",
             "on a virtual machine, hand the host's processor model through"};
 #else
     return {State::Limited, "none that is used on this processor", ""};
