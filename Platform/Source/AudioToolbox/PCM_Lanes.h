@@ -22,8 +22,8 @@ KIV_TARGET KIV_INLINE void storePacked(uint8_t *out, Vector value, size_t bytes)
     store(out, shuffle(value, repeat(kPack16[bytes - 1])));
 }
 
-KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, uint8_t *out,
-                             size_t samples) noexcept
+KIV_TARGET inline size_t convertRun(const Conversion &conversion, const uint8_t *in, uint8_t *out,
+                                    size_t samples) noexcept
 {
     const size_t step = kLane / std::max(conversion.in.bytes, conversion.out.bytes);
     const size_t spare = spareSamples(conversion, kLane, step);
