@@ -101,6 +101,26 @@ TEST(Socket, RefusesMissingArguments)
     KIV_REQUIRES_NOT_NULL(kivCS2Socket_getTCPNodelay, "_socket, _tcp_nodelay");
     KIV_REQUIRES_NOT_NULL(kivCS2Socket_getMulticastTTL, "_socket, _multicast_ttl");
     KIV_REQUIRES_NOT_NULL(kivCS2Socket_getBlocking, "_socket, _blocks");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_createDatagramSender, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_createMulticastDatagramSender, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_bind, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setMaxPendingConnections, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_close, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_testWrite, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_testAlive, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setNoSigpipe, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setReuseAddress, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setMinRecvByteCount, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setRecvBufSize, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setSendBufSize, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setRecvTimeout, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setSendTimeout, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setLinger, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setTCPNodelay, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setMulticastTTL, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_addIPMembership, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_dropIPMembership, "_socket");
+    KIV_REQUIRES_NOT_NULL(kivCS2Socket_setBlocking, "_socket");
 }
 
 TEST(SocketAddresses, AreResolvedToIPv4AndWritten)
