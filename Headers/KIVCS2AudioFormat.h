@@ -55,12 +55,12 @@ typedef uint32_t KIVCS2AudioFormat;
 /** An unpacked format code. */
 typedef struct KIVCS2AudioFormatDescription
 {
-    uint32_t m_encoding;   /**< four-character code: 'lpcm' or 'aac ' */
-    uint32_t m_sampleRate; /**< hertz */
-    uint32_t m_dataType;
-    uint32_t m_dataStream;
-    uint32_t m_endian;
-    uint32_t m_alignment;
+    uint32_t m_encoding;           /**< four-character code: 'lpcm' or 'aac ' */
+    uint32_t m_sampleRate;         /**< hertz */
+    uint32_t m_dataType;           /**< 0 or 1, with a meaning of the host's */
+    uint32_t m_dataStream;         /**< likewise */
+    uint32_t m_endian;             /**< likewise */
+    uint32_t m_alignment;          /**< likewise */
     uint32_t m_channels;           /**< 1 to 16 */
     uint32_t m_bytesPerSample;     /**< 1 to 8 */
     uint32_t m_bytesUsedPerSample; /**< 1 to 8; not checked against m_bytesPerSample */
@@ -68,11 +68,16 @@ typedef struct KIVCS2AudioFormatDescription
 
 /**
  * Packs a format code.
- * @param[in] encoding            KIVCS2AFEncoding, 0 or 1
- * @param[in] sampleRate          KIVCS2AFSampleRate, 0 or 1
- * @param[in] channels            1 to 16
- * @param[in] bytesPerSample      1 to 8; 8 stops a build with assertions
- * @param[in] bytesUsedPerSample  1 to 8; 8 stops a build with assertions
+ * @param[in]  encoding            KIVCS2AFEncoding, 0 or 1
+ * @param[in]  sampleRate          KIVCS2AFSampleRate, 0 or 1
+ * @param[in]  dataType            0 or 1, with a meaning of the host's
+ * @param[in]  dataStream          0 or 1, likewise
+ * @param[in]  endian              0 or 1, likewise
+ * @param[in]  alignment           0 or 1, likewise
+ * @param[in]  channels            1 to 16
+ * @param[in]  bytesPerSample      1 to 8; 8 stops a build with assertions
+ * @param[in]  bytesUsedPerSample  1 to 8; 8 stops a build with assertions
+ * @param[out] format              the code
  * @retval KIVCS2STATUS_PARAM_ERR  `format` is null or a value is out of range; `format` is untouched
  * Thread safety: any thread.
  */
@@ -95,6 +100,7 @@ KIVCS2_API KIVCS2Status kivCS2AudioFormat_getDescription(KIVCS2AudioFormat forma
  * 1602, 1602, 1602, 1601, 1601 at 48000 Hz and 29.97 frames per second. The larger counts come first. The
  * cycle is the smallest number of frames whose samples are a whole number to within 0.001; the sum of its
  * counts may be off by one.
+ * @param[in]     frameRate           KIVCS2FrameRate, 0 to 7
  * @param[in]     sampleRate          hertz
  * @param[in,out] weaveSize           in: entries in `weave`; out: the frames of the cycle
  * @param[out]    weave               one count for each frame, or null

@@ -46,9 +46,9 @@ typedef struct KIVCS2BonjourPublisher
 /** One IPv4 address of a found service. */
 typedef struct KIVCS2BonjourAddress
 {
-    KIVCS2LinkElem m_elem;
-    uint32_t m_address; /**< in network order, as in `struct in_addr` */
-    uint32_t m_port;    /**< in host order */
+    KIVCS2LinkElem m_elem; /**< link in the service's list */
+    uint32_t m_address;    /**< in network order, as in `struct in_addr` */
+    uint32_t m_port;       /**< in host order */
 } KIVCS2BonjourAddress;
 
 struct KIVCS2BonjourService;
@@ -73,22 +73,22 @@ typedef void (*KIVCS2BonjourMonitorCallback)(struct KIVCS2BonjourService *servic
 /** A found service. */
 typedef struct KIVCS2BonjourService
 {
-    KIVCS2LinkElem m_elem;
+    KIVCS2LinkElem m_elem;                 /**< link in the browser's list */
     KIVCS2LinkList m_addresses;            /**< elements: KIVCS2BonjourAddress */
     uint32_t m_addressCount;               /**< always 0; the list has its own count */
     CFNetServiceRef m_service;             /**< owned */
     char m_hostName[KIVCS2BonjourNameMax]; /**< ASCII, other characters as "?"; empty if it did not resolve */
     char m_name[KIVCS2BonjourNameMax];     /**< the service's name, in the same form */
-    KIVCS2SemaphoreThread m_monitorThread;
-    uint32_t m_monitorStop;               /**< 1 once stopping of the monitor has begun */
-    CFNetServiceMonitorRef m_monitor;     /**< owned; null while not monitored */
-    CFNetServiceMonitorType m_recordType; /**< type of the last record: 1, TXT */
-    CFDataRef m_recordData;               /**< its data as in DNS; owned, null before the first record */
-    CFStreamError m_recordError;
-    CFNetServiceClientContext m_monitorContext;
-    KIVCS2BonjourMonitorCallback m_monitorCallback;
-    void *m_monitorUserData;
-    KIVCS2Mutex m_monitorMutex; /**< held while a monitor is started or ended; private */
+    KIVCS2SemaphoreThread m_monitorThread; /**< the worker that monitors */
+    uint32_t m_monitorStop;                /**< 1 once stopping of the monitor has begun */
+    CFNetServiceMonitorRef m_monitor;      /**< owned; null while not monitored */
+    CFNetServiceMonitorType m_recordType;  /**< type of the last record: 1, TXT */
+    CFDataRef m_recordData;                /**< its data as in DNS; owned, null before the first record */
+    CFStreamError m_recordError;           /**< the system's error with the last record */
+    CFNetServiceClientContext m_monitorContext;     /**< what the system passes to its callbacks; private */
+    KIVCS2BonjourMonitorCallback m_monitorCallback; /**< as given */
+    void *m_monitorUserData;                        /**< passed to `m_monitorCallback` */
+    KIVCS2Mutex m_monitorMutex;                     /**< held while a monitor is started or ended; private */
 } KIVCS2BonjourService;
 
 /** The activity of a browser; four-character codes. */
@@ -102,21 +102,21 @@ enum
 /** A browser and the services it has found. */
 typedef struct KIVCS2BonjourBrowser
 {
-    KIVCS2Semaphore m_semaphore; /**< signalled when the first service is found */
-    uint32_t m_stop;             /**< 1 once stopping has begun: callbacks then do nothing */
-    KIVCS2Mutex m_mutex;         /**< recursive; held by every callback and every stop */
-    KIVCS2SemaphoreThread m_thread;
-    CFNetServiceClientContext m_clientContext;
-    CFNetServiceBrowserRef m_browser; /**< owned */
-    CFStringRef m_domain;             /**< owned, as are the next two; null while not searching */
-    CFStringRef m_type;
-    CFStringRef m_name;        /**< the wanted name, if looking for the first service */
-    KIVCS2LinkList m_services; /**< elements: KIVCS2BonjourService */
-    KIVCS2BonjourMode m_mode;
-    KIVCS2BonjourBrowserCallback m_callback;
-    void *m_userData;
-    KIVCS2Mutex m_endMutex; /**< held while the worker is ended; private */
-    uint32_t m_inCallback;  /**< 1 while the host's callback runs; private */
+    KIVCS2Semaphore m_semaphore;               /**< signalled when the first service is found */
+    uint32_t m_stop;                           /**< 1 once stopping has begun: callbacks then do nothing */
+    KIVCS2Mutex m_mutex;                       /**< recursive; held by every callback and every stop */
+    KIVCS2SemaphoreThread m_thread;            /**< the worker that browses */
+    CFNetServiceClientContext m_clientContext; /**< what the system passes to its callbacks; private */
+    CFNetServiceBrowserRef m_browser;          /**< owned */
+    CFStringRef m_domain;                      /**< owned, as are the next two; null while not searching */
+    CFStringRef m_type;                        /**< the type searched for */
+    CFStringRef m_name;                        /**< the wanted name, if looking for the first service */
+    KIVCS2LinkList m_services;                 /**< elements: KIVCS2BonjourService */
+    KIVCS2BonjourMode m_mode;                  /**< as the last search was started */
+    KIVCS2BonjourBrowserCallback m_callback; /**< as given; may be null while looking for the first service */
+    void *m_userData;                        /**< passed to `m_callback` */
+    KIVCS2Mutex m_endMutex;                  /**< held while the worker is ended; private */
+    uint32_t m_inCallback;                   /**< 1 while the host's callback runs; private */
 } KIVCS2BonjourBrowser;
 
 /**
@@ -124,8 +124,11 @@ typedef struct KIVCS2BonjourBrowser
  * contents are ignored. Whether the network accepts the service is not reported; a name that is taken gets a
  * number (" #2"). KIVPNetServiceCopyPublishedName() of <KIVPlatform/KIVPNetService.h>, called with
  * `m_service`, returns the name the service was given, once it has one.
- * @param[in] name  at most 63 bytes
- * @param[in] port  0 to 65535, in host order
+ * @param[out] publisher  must not move until the service is withdrawn
+ * @param[in]  domain     ASCII; "" for "local"
+ * @param[in]  type       ASCII, for example "_http._tcp"
+ * @param[in]  name       at most 63 bytes
+ * @param[in]  port       0 to 65535, in host order
  * @retval KIVCS2STATUS_PARAM_ERR      an argument is null (texts: no assertion)
  * @retval KIVCS2STATUS_MEMORY_ERR     a text is not ASCII, or no memory
  * @retval KIVCS2STATUS_DATA_ERR       the port is out of range, or the service could not be made
@@ -160,7 +163,11 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_initBrowserData(KIVCS2BonjourBrowser *brow
  * without host and addresses. The next 32 services are resolved meanwhile, so several services that do not
  * respond take their 2 seconds together. Services that go away stay listed; one that comes back is found
  * again. A failed search is not reported.
- * @param[in] userData  passed to the callback unchanged; may be null
+ * @param[in,out] browser   made ready by kivCS2Bonjour_initBrowserData()
+ * @param[in]     domain    ASCII; "" for "local"
+ * @param[in]     type      ASCII, for example "_http._tcp"
+ * @param[in]     callback  runs on the browser's worker
+ * @param[in]     userData  passed to the callback unchanged; may be null
  * @retval KIVCS2STATUS_PARAM_ERR   `browser` or `callback` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  a text is null or not ASCII (no assertion), or no memory
  * @retval KIVCS2STATUS_STATE_ERR   the browser is browsing
@@ -180,7 +187,11 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_findServices(KIVCS2BonjourBrowser *browser
  * The call returns within 0.1 s of its time-out, with one exception: if the machine's discovery daemon hangs
  * (it runs but does not respond), each request to it takes the 25 s of a call over the system bus. This call
  * then takes about 50 s, and so does every ending of a browser, monitor or publisher.
- * @param[in] timeout  milliseconds; 0 checks once
+ * @param[in,out] browser  made ready by kivCS2Bonjour_initBrowserData()
+ * @param[in]     domain   ASCII; "" for "local"
+ * @param[in]     type     ASCII, for example "_http._tcp"
+ * @param[in]     name     ASCII; compared exactly
+ * @param[in]     timeout  milliseconds; 0 checks once
  * @retval KIVCS2STATUS_PARAM_ERR      `browser` is null
  * @retval KIVCS2STATUS_MEMORY_ERR     a text is null or not ASCII (no assertion), or no memory
  * @retval KIVCS2STATUS_STATE_ERR      the browser is browsing
@@ -215,7 +226,9 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_diposeBrowserData(KIVCS2BonjourBrowser *br
  * Stores the first IPv4 address of a service, or null if it has none; the others follow by its links, in
  * numerical order. They are all the addresses that the host has on the networks it shares with this machine.
  * The call waits 0.8 s for a network on which the host does not respond.
- * @param[in] serviceData  null: the first service of the browser
+ * @param[in]  browser      the browser that owns the service
+ * @param[in]  serviceData  null: the first service of the browser
+ * @param[out] hostAddr     owned by the service
  * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or there is no service
  * Thread safety: the browser's callback, or the owner once the browser is stopped. The same holds for the
  * next three operations.
@@ -240,7 +253,9 @@ KIVCS2_API KIVCS2Status kivCS2Bonjour_getFirstPort(KIVCS2BonjourBrowser *browser
 /**
  * Monitors the service's TXT record: `callback` is called with the current record and after every change. A
  * monitor that fails is not reported.
- * @param[in] userData  passed to the callback unchanged; may be null
+ * @param[in,out] service   a found service; its browser still exists
+ * @param[in]     callback  runs on the monitor's worker
+ * @param[in]     userData  passed to the callback unchanged; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `service` or `callback` is null
  * @retval KIVCS2STATUS_STATE_ERR  the service is monitored, or the call comes from the monitor's callback
  * @retval KIVCS2STATUS_DATA_ERR   no monitor or no worker could be made; the service is not monitored

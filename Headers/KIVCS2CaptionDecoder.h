@@ -27,9 +27,9 @@ KIVCS2_BEGIN_DECLS
 /** A set of services. */
 typedef struct KIVCS2CaptionServices
 {
-    uint64_t m_dtvcc;  /**< bit n: service Sn, n from 1 to 63 */
-    uint32_t m_line21; /**< bits 0 to 3: CC1 to CC4; bits 4 to 7: T1 to T4 */
-    uint32_t m_reserved;
+    uint64_t m_dtvcc;    /**< bit n: service Sn, n from 1 to 63 */
+    uint32_t m_line21;   /**< bits 0 to 3: CC1 to CC4; bits 4 to 7: T1 to T4 */
+    uint32_t m_reserved; /**< reserved: 0 */
 } KIVCS2CaptionServices;
 
 /** The way a caption came to the screen. */
@@ -60,29 +60,30 @@ typedef struct KIVCS2CaptionCell
     char m_text[5];        /**< UTF-8, zero-terminated */
     uint32_t m_colour;     /**< AARRGGBB; AA is 255 solid, 128 translucent, 0 transparent */
     uint32_t m_background; /**< as `m_colour` */
-    uint8_t m_reserved[4];
+    uint8_t m_reserved[4]; /**< reserved */
 } KIVCS2CaptionCell;
 
 /** One caption. Valid during the callback. */
 typedef struct KIVCS2CaptionText
 {
-    uint32_t m_from;  /**< the frame on which it appeared */
-    uint32_t m_until; /**< the first frame without it; smaller than `m_from` past midnight */
-    KIVCS2CaptionService m_service;
-    KIVCS2CaptionMode m_mode;
-    uint8_t m_window;          /**< CEA-708: the window, 0 to 7 */
-    uint8_t m_anchorPoint;     /**< CEA-708: 0 top left, 1 top centre ... 8 bottom right; CEA-608: 0 */
-    uint8_t m_anchorRow;       /**< CEA-608: the first row; CEA-708: 0 to 74, or 0 to 99 if relative */
-    uint8_t m_anchorColumn;    /**< CEA-608: the first column; CEA-708: 0 to 209, or 0 to 99 if relative */
-    uint8_t m_anchorRelative;  /**< 1: row and column of the anchor are percent of the screen */
-    uint8_t m_justify;         /**< CEA-708: 0 left, 1 right, 2 centre, 3 full; CEA-608: 0 */
-    uint8_t m_rows, m_columns; /**< size of the screen (15, 32) or of the window */
-    uint32_t m_cellCount;
-    uint32_t m_textSize;              /**< bytes of `m_text`, without the terminator */
+    uint32_t m_from;                /**< the frame on which it appeared */
+    uint32_t m_until;               /**< the first frame without it; smaller than `m_from` past midnight */
+    KIVCS2CaptionService m_service; /**< the service that carried it */
+    KIVCS2CaptionMode m_mode;       /**< the way it came to the screen */
+    uint8_t m_window;               /**< CEA-708: the window, 0 to 7 */
+    uint8_t m_anchorPoint;          /**< CEA-708: 0 top left, 1 top centre ... 8 bottom right; CEA-608: 0 */
+    uint8_t m_anchorRow;            /**< CEA-608: the first row; CEA-708: 0 to 74, or 0 to 99 if relative */
+    uint8_t m_anchorColumn;   /**< CEA-608: the first column; CEA-708: 0 to 209, or 0 to 99 if relative */
+    uint8_t m_anchorRelative; /**< 1: row and column of the anchor are percent of the screen */
+    uint8_t m_justify;        /**< CEA-708: 0 left, 1 right, 2 centre, 3 full; CEA-608: 0 */
+    uint8_t m_rows;           /**< rows of the screen (15) or of the window */
+    uint8_t m_columns;        /**< columns of the screen (32) or of the window */
+    uint32_t m_cellCount;     /**< entries of `m_cells` */
+    uint32_t m_textSize;      /**< bytes of `m_text`, without the terminator */
     const KIVCS2CaptionCell *m_cells; /**< row by row from the left, without cells that have no character */
     const char
         *m_text; /**< UTF-8, zero-terminated: the rows without blanks at their ends, a line feed between */
-    uint8_t m_reserved[24];
+    uint8_t m_reserved[24]; /**< reserved */
 } KIVCS2CaptionText;
 
 /** Receives a caption. After KIVCS2STATUS_OK the call goes on; a failure ends the call and is its result. */
@@ -92,8 +93,8 @@ typedef KIVCS2Status (*KIVCS2CaptionTextFunc)(const KIVCS2CaptionText *text, voi
 typedef struct KIVCS2CaptionDecoderOptions
 {
     KIVCS2CaptionCounting m_counting; /**< for the delays of CEA-708; 0 means 29.97 */
-    bool m_screens; /**< report roll-up as a whole screen at each change; otherwise row by row */
-    uint8_t m_reserved[27];
+    bool m_screens;         /**< report roll-up as a whole screen at each change; otherwise row by row */
+    uint8_t m_reserved[27]; /**< reserved: 0 */
 } KIVCS2CaptionDecoderOptions;
 
 /** Totals of a decoder. */
@@ -106,20 +107,22 @@ typedef struct KIVCS2CaptionDecoderReport
     uint64_t m_dtvccCut;         /**< packets cut off by the start of another */
     uint64_t m_dtvccBreaks;      /**< packets whose sequence number does not follow the one before */
     uint64_t m_windows;          /**< window definitions */
-    uint8_t m_reserved[24];
+    uint8_t m_reserved[24];      /**< reserved */
 } KIVCS2CaptionDecoderReport;
 
 /** A decoder. The members belong to the operations. */
 typedef struct KIVCS2CaptionDecoder
 {
-    void *m_state;
+    void *m_state; /**< null while not initialised; private */
 } KIVCS2CaptionDecoder;
 
 /**
  * Makes a decoder with empty screens.
- * @param[in] services  the services to report; null for all
- * @param[in] options   copied; null for the defaults
- * @param     onText    called from feed and finish
+ * @param[out] decoder   released by kivCS2CaptionDecoder_free()
+ * @param[in]  services  the services to report; null for all
+ * @param[in]  options   copied; null for the defaults
+ * @param[in]  onText    called from feed and finish
+ * @param[in]  context   passed to `onText`; may be null
  * @retval KIVCS2STATUS_PARAM_ERR       `decoder` or `onText` is null
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  the options' counting is not a counting
  * @retval KIVCS2STATUS_MEMORY_ERR      out of memory
@@ -168,6 +171,8 @@ KIVCS2_API KIVCS2Status kivCS2CaptionDecoder_free(KIVCS2CaptionDecoder *decoder)
  * "row 1 indent 4, underline", "white, underline", "background blue semi-transparent",
  * "extended character ü", "characters Hé". Parity bits are ignored. The texts of codes of a field's
  * second channel end in " (channel 2)".
+ * @param[in]  first   the pair's first byte
+ * @param[in]  second  the pair's second byte
  * @param[out] buffer  KIVCS2_CAPTION_DESCRIPTION_SIZE characters
  * @retval KIVCS2STATUS_PARAM_ERR  `buffer` is null
  * @retval KIVCS2STATUS_DATA_ERR   the pair is empty (00 00 without parity): `buffer` is empty

@@ -52,7 +52,7 @@ enum
 /** A caption file being read or written. The members belong to the operations. */
 typedef struct KIVCS2CaptionFile
 {
-    void *m_state;
+    void *m_state; /**< null while not initialised; private */
 } KIVCS2CaptionFile;
 
 /** Room for the text found at a fault, including the terminator. */
@@ -61,7 +61,7 @@ typedef struct KIVCS2CaptionFile
 /** One fault at one place; valid only during the callback. */
 typedef struct KIVCS2CaptionFileFault
 {
-    KIVCS2CaptionFault m_fault;
+    KIVCS2CaptionFault m_fault;              /**< the cause */
     KIVCS2Status m_status;                   /**< the status of the fault; a strict read ends with it */
     uint64_t m_line;                         /**< from 1 */
     uint64_t m_offset;                       /**< bytes from the start of the file to the start of the line */
@@ -72,7 +72,7 @@ typedef struct KIVCS2CaptionFileFault
     uint16_t m_foundSize;                    /**< bytes in `m_found`, without the terminator */
     const char *m_expected;                  /**< the text expected here; static */
     char m_found[KIVCS2_CAPTION_FOUND_SIZE]; /**< the text of the file here, unchanged; zero-terminated */
-    uint8_t m_reserved[20];
+    uint8_t m_reserved[20];                  /**< reserved */
 } KIVCS2CaptionFileFault;
 
 /** Receives a fault. After KIVCS2STATUS_OK the read goes on; a failure ends the call and is its result. */
@@ -94,13 +94,13 @@ typedef struct KIVCS2CaptionReadOptions
     KIVCS2CaptionFileKind m_kind;     /**< SCC or MCC, if the caller knows it */
     KIVCS2CaptionCounting m_counting; /**< overrides the file's */
     uint32_t m_field;                 /**< SCC: field of the pairs, 1, 2, or 0 to take it from the codes */
-    KIVCS2CaptionOrder m_order;
-    bool m_strict;     /**< the first fault ends the read with its status */
-    bool m_bothTracks; /**< SCC words of 8 digits: the second track goes to the other field */
-    uint8_t m_reserved1[6];
+    KIVCS2CaptionOrder m_order;       /**< the order in which packets are returned */
+    bool m_strict;                    /**< the first fault ends the read with its status */
+    bool m_bothTracks;                /**< SCC words of 8 digits: the second track goes to the other field */
+    uint8_t m_reserved1[6];           /**< reserved: 0 */
     KIVCS2CaptionFaultFunc m_onFault; /**< may be null */
     void *m_context;                  /**< passed to `m_onFault` */
-    uint8_t m_reserved[8];
+    uint8_t m_reserved[8];            /**< reserved: 0 */
 } KIVCS2CaptionReadOptions;
 
 /** Room for a text of a header, including the terminator. */
@@ -120,41 +120,43 @@ enum
 /** The header of a caption file. Missing texts are empty. */
 typedef struct KIVCS2CaptionFileHeader
 {
-    KIVCS2CaptionFileKind m_kind;
-    KIVCS2CaptionCounting m_counting;
-    KIVCS2CaptionReason m_reason;
-    uint32_t m_field;      /**< field of an SCC file: 1 or 2; 0 otherwise */
-    uint64_t m_firstLine;  /**< the line of the first caption; 0 if there is no caption */
-    uint32_t m_otherLines; /**< number of header lines without one of these texts */
-    char m_rate[32];       /**< the text after "Time Code Rate=" */
-    char m_uuid[KIVCS2_CAPTION_HEADER_SIZE];
-    char m_program[KIVCS2_CAPTION_HEADER_SIZE];
-    char m_date[KIVCS2_CAPTION_HEADER_SIZE];
-    char m_time[KIVCS2_CAPTION_HEADER_SIZE];
+    KIVCS2CaptionFileKind m_kind;            /**< SCC, MCC1 or MCC2 */
+    KIVCS2CaptionCounting m_counting;        /**< the counting in force */
+    KIVCS2CaptionReason m_reason;            /**< its source */
+    uint32_t m_field;                        /**< field of an SCC file: 1 or 2; 0 otherwise */
+    uint64_t m_firstLine;                    /**< the line of the first caption; 0 if there is no caption */
+    uint32_t m_otherLines;                   /**< number of header lines without one of these texts */
+    char m_rate[32];                         /**< the text after "Time Code Rate=" */
+    char m_uuid[KIVCS2_CAPTION_HEADER_SIZE]; /**< the text after "UUID=" */
+    char m_program[KIVCS2_CAPTION_HEADER_SIZE]; /**< the text after "Creation Program=" */
+    char m_date[KIVCS2_CAPTION_HEADER_SIZE];    /**< the text after "Creation Date=" */
+    char m_time[KIVCS2_CAPTION_HEADER_SIZE];    /**< the text after "Creation Time=" */
     char m_others[KIVCS2_CAPTION_HEADER_SIZE *
-                  4]; /**< the other lines, each with a line feed; cut if longer */
-    uint8_t m_reserved[36];
+                  4];       /**< the other lines, each with a line feed; cut if longer */
+    uint8_t m_reserved[36]; /**< reserved */
 } KIVCS2CaptionFileHeader;
 
 /** Totals of a reader so far. */
 typedef struct KIVCS2CaptionFileReport
 {
-    uint64_t m_lines;      /**< lines of the file, including blank lines and comments */
-    uint64_t m_packets;    /**< packets returned; in an SCC file each pair is a packet */
-    uint64_t m_cdps;       /**< packets returned that have a CDP */
-    uint64_t m_lostLines;  /**< caption lines without a packet */
-    uint64_t m_lostPairs;  /**< SCC words without a pair in lines that were kept */
-    uint64_t m_faults;     /**< places with a fault; several faults in a line count each */
-    uint64_t m_gapFrames;  /**< frames without a packet between the first and the last */
-    uint32_t m_firstFrame; /**< frame of the first packet; 0 if there is no packet */
-    uint32_t m_lastFrame;
-    uint8_t m_reserved[32];
+    uint64_t m_lines;       /**< lines of the file, including blank lines and comments */
+    uint64_t m_packets;     /**< packets returned; in an SCC file each pair is a packet */
+    uint64_t m_cdps;        /**< packets returned that have a CDP */
+    uint64_t m_lostLines;   /**< caption lines without a packet */
+    uint64_t m_lostPairs;   /**< SCC words without a pair in lines that were kept */
+    uint64_t m_faults;      /**< places with a fault; several faults in a line count each */
+    uint64_t m_gapFrames;   /**< frames without a packet between the first and the last */
+    uint32_t m_firstFrame;  /**< frame of the first packet; 0 if there is no packet */
+    uint32_t m_lastFrame;   /**< frame of the last packet so far */
+    uint8_t m_reserved[32]; /**< reserved */
 } KIVCS2CaptionFileReport;
 
 /**
  * Makes a reader that begins at the current position of `stream`. Nothing is read yet.
- * @param ownsStream   the reader frees the stream with kivCS2Stream_free(), unless this call fails
- * @param[in] options  copied; null for the defaults
+ * @param[out]    file        released by kivCS2CaptionFile_free()
+ * @param[in,out] stream      readable; must live until `free` unless it is owned
+ * @param[in]     ownsStream  the reader frees the stream with kivCS2Stream_free(), unless this call fails
+ * @param[in]     options     copied; null for the defaults
  * @retval KIVCS2STATUS_PARAM_ERR        `file` or `stream` is null, or an option is out of its range
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  order by frame, but the stream cannot be positioned
  * @retval KIVCS2STATUS_MEMORY_ERR       out of memory
@@ -168,7 +170,8 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_initReading(KIVCS2CaptionFile *file, K
  * Reads the header once; later calls return the same header. The rate of an MCC file comes from the
  * caller, else from "Time Code Rate=", else from the CDPs. The rate of an SCC file comes from the
  * caller, else from the separators of its lines.
- * @param[out] header  may be null
+ * @param[in,out] file    a reader
+ * @param[out]    header  may be null
  * @retval KIVCS2STATUS_HEADER_ERR      not a caption file, or UTF-16
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  the counting is unknown, or most CDPs have another rate than the
  *                                      header and the caller names no counting
@@ -197,7 +200,8 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_readPacket(KIVCS2CaptionFile *file, KI
  * before; a seek beyond them reads on from the last of them. In a file that runs past midnight, a frame more
  * than half a day before the first line belongs to the next day; the file is read to its end once to
  * find out if it does.
- * @param frame  frames since midnight
+ * @param[in,out] file   a reader
+ * @param[in]     frame  frames since midnight
  * @retval KIVCS2STATUS_EOF_ERR          there is no such packet; the next read is at the end
  * @retval KIVCS2STATUS_UNSUPPORTED_ERR  the stream cannot be positioned; the position is unchanged
  * @return otherwise as kivCS2CaptionFile_readHeader()
@@ -214,6 +218,8 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_getReport(const KIVCS2CaptionFile *fil
 
 /**
  * Stores the number of places with a fault, and the first of these places.
+ * @param[in]  file   a reader
+ * @param[in]  fault  from 1 to KIVCS2CaptionFault_MAX - 1
  * @param[out] count  the number of places
  * @param[out] first  zeroed if `*count` is 0; its `m_expected` is static; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `file` or `count` is null, `file` is not initialised, or `fault` is
@@ -235,19 +241,22 @@ typedef struct KIVCS2CaptionWriteOptions
 {
     bool m_plainHex;   /**< MCC: only hex digits; otherwise all letters except U, whose length is disputed */
     bool m_everyFrame; /**< MCC, writeCaptions: empty packets in frames without captions; otherwise sparse */
-    uint8_t m_reserved1[2];
+    uint8_t m_reserved1[2];  /**< reserved: 0 */
     uint32_t m_field;        /**< SCC: the field whose pairs are written, 1 or 2; 0 means 1 */
     uint32_t m_timeZero;     /**< SRT, WebVTT: the frame that is 00:00:00.000 */
     uint32_t m_serviceCount; /**< writeCaptions: entries of `m_services` */
     const KIVCS2CaptionServiceEntry *m_services; /**< copied; null for service 1 without a language */
-    uint8_t m_reserved[32];
+    uint8_t m_reserved[32];                      /**< reserved: 0 */
 } KIVCS2CaptionWriteOptions;
 
 /**
  * Makes a writer that begins at the current position of `stream`. Nothing is written yet.
- * @param ownsStream   the writer frees the stream with kivCS2Stream_free(), unless this call fails
- * @param counting     SCC: 29.97 with either numbering
- * @param[in] options  copied; null for the defaults
+ * @param[out]    file        released by kivCS2CaptionFile_free()
+ * @param[in,out] stream      writable; must live until `free` unless it is owned
+ * @param[in]     ownsStream  the writer frees the stream with kivCS2Stream_free(), unless this call fails
+ * @param[in]     kind        any but KIVCS2CaptionFileKind_FindOut
+ * @param[in]     counting    SCC: 29.97 with either numbering
+ * @param[in]     options     copied; null for the defaults
  * @retval KIVCS2STATUS_PARAM_ERR       `file` or `stream` is null, or a kind or an option is out of range
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  `counting` is not a counting, or SCC does not allow it
  * @retval KIVCS2STATUS_MEMORY_ERR      out of memory
@@ -260,8 +269,9 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_initWriting(KIVCS2CaptionFile *file, K
 
 /**
  * Writes the header once, before anything else. Kind and counting are those of initWriting.
- * @param[in] header  UUID, program, date and time of an MCC file. Empty texts are filled in, or all
- *                    texts if it is null: a new UUID, the library's name and the current time
+ * @param[in,out] file    a writer
+ * @param[in]     header  UUID, program, date and time of an MCC file. Empty texts are filled in, or all texts
+ *                        if it is null: a new UUID, the library's name and the current time
  * @retval KIVCS2STATUS_PARAM_ERR  `file` is null or not initialised, or a text contains a line end
  * @retval KIVCS2STATUS_STATE_ERR  the record is a reader, or the header is already written
  * @retval KIVCS2STATUS_WRITE_ERR  the stream accepted only a part of the bytes
@@ -287,8 +297,10 @@ KIVCS2_API KIVCS2Status kivCS2CaptionFile_writePacket(KIVCS2CaptionFile *file,
  * next sequence number. From 50 frames a second on, a frame without pairs gets an empty pair: of field 1
  * if the frame is even, of field 2 if it is odd. An SCC file gets the pairs; if a frame has several, each
  * takes the next free frame.
- * @param[in] pairs  may be null
- * @param[in] dtvcc  may be null
+ * @param[in,out] file   a writer of SCC or MCC
+ * @param[in]     frame  frames since midnight
+ * @param[in]     pairs  may be null
+ * @param[in]     dtvcc  may be null
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  with `m_everyFrame`: `frame` is not above the last one
  * @return otherwise as kivCS2CaptionFile_writePacket() and kivCS2CaptionPacket_build()
  */

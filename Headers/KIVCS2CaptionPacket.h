@@ -54,7 +54,7 @@ typedef struct KIVCS2CaptionCountingInfo
     uint32_t m_triplets;    /**< cc_data triplets in a frame: 25, 24, 20, 12 or 10 (CEA-708) */
     uint8_t m_rateCode;     /**< cdp_frame_rate (SMPTE 334-2): 1 to 8 */
     uint8_t m_drop;         /**< numbers left out at the start of nine minutes of ten: 0, 2 or 4 */
-    uint8_t m_reserved[6];
+    uint8_t m_reserved[6];  /**< reserved */
 } KIVCS2CaptionCountingInfo;
 
 /**
@@ -71,9 +71,10 @@ KIVCS2_API const char *kivCS2CaptionCounting_name(KIVCS2CaptionCounting counting
 /**
  * Reads "HH:MM:SS:FF" as frames since midnight. ":", ";", "." and "," are equal as separators. Hours are
  * 00 to 23. The text must have exactly these 11 characters.
- * @param[in]  text    zero-terminated
- * @param[out] frame   frames since midnight; the next frame if drop-frame leaves the number out
- * @param[out] exists  false if drop-frame leaves the number out; may be null
+ * @param[in]  counting  decides which frame numbers exist
+ * @param[in]  text      zero-terminated
+ * @param[out] frame     frames since midnight; the next frame if drop-frame leaves the number out
+ * @param[out] exists    false if drop-frame leaves the number out; may be null
  * @retval KIVCS2STATUS_PARAM_ERR             `text` or `frame` is null
  * @retval KIVCS2STATUS_FRAME_RATE_ERR        not a counting
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  another form, or no such time; `frame` is unchanged
@@ -88,7 +89,9 @@ KIVCS2_API KIVCS2Status kivCS2CaptionCounting_frameFromText(KIVCS2CaptionCountin
 /**
  * Writes the timecode of `frame`, "01:00:00;02" in drop-frame and "01:00:00:02" otherwise. Past midnight
  * the timecode starts at 00:00:00 again.
- * @param[out] text  KIVCS2_CAPTION_TIMECODE_SIZE characters, zero-terminated
+ * @param[in]  counting  decides the separator and the numbers left out
+ * @param[in]  frame     frames since midnight; may be beyond a day
+ * @param[out] text      KIVCS2_CAPTION_TIMECODE_SIZE characters, zero-terminated
  * @retval KIVCS2STATUS_PARAM_ERR       `text` is null
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  not a counting
  */
@@ -194,10 +197,10 @@ typedef struct KIVCS2CaptionServiceEntry
 {
     /** S1 to S63; CC1 or CC3 for the captions of field 1 or 2. */
     KIVCS2CaptionService m_service;
-    char m_language[4];   /**< three letters of ISO 639-2 and a terminator; empty if there is none */
-    uint8_t m_easyReader; /**< 1: for beginning readers */
-    uint8_t m_wide;       /**< 1: for 16:9 */
-    uint8_t m_reserved[2];
+    char m_language[4];    /**< three letters of ISO 639-2 and a terminator; empty if there is none */
+    uint8_t m_easyReader;  /**< 1: for beginning readers */
+    uint8_t m_wide;        /**< 1: for 16:9 */
+    uint8_t m_reserved[2]; /**< reserved */
 } KIVCS2CaptionServiceEntry;
 
 #define KIVCS2_CAPTION_ANC_SIZE     259u /**< bytes of the longest packet: DID, SDID, count, 255, checksum */
@@ -227,23 +230,24 @@ typedef struct KIVCS2CaptionPacket
     uint32_t m_number;      /**< number suffix of an MCC 2 line */
     uint16_t m_size;        /**< bytes in `m_anc` */
     uint16_t m_sequence;    /**< cdp_hdr_sequence_cntr */
-    uint8_t m_did, m_sdid;  /**< 61h and 01h for captions */
+    uint8_t m_did;          /**< 61h for captions */
+    uint8_t m_sdid;         /**< 01h for captions */
     uint8_t m_rateCode;     /**< cdp_frame_rate; 0 if there is no CDP */
     uint8_t m_tripletCount; /**< complete triplets in `m_triplets` */
     uint8_t m_serviceCount; /**< entries in `m_services` */
     uint8_t m_timeCode[4];  /**< the 4 bytes of the CDP's time code section, unchanged */
     uint8_t m_triplets[KIVCS2_CAPTION_TRIPLETS_MAX][3]; /**< marker, cc_valid and cc_type; two bytes */
     uint8_t m_anc[KIVCS2_CAPTION_ANC_SIZE];             /**< DID to checksum, unchanged */
-    KIVCS2CaptionServiceEntry m_services[KIVCS2_CAPTION_SERVICES_MAX];
-    uint8_t m_reserved[31];
+    KIVCS2CaptionServiceEntry m_services[KIVCS2_CAPTION_SERVICES_MAX]; /**< the service list */
+    uint8_t m_reserved[31];                                            /**< reserved */
 } KIVCS2CaptionPacket;
 
 /** CEA-608 pairs of one frame: [0] is field 1, [1] is field 2. */
 typedef struct KIVCS2CaptionPairs
 {
-    uint8_t m_count[2];
+    uint8_t m_count[2];                                 /**< pairs of each field */
     uint8_t m_pairs[2][KIVCS2_CAPTION_TRIPLETS_MAX][2]; /**< with their parity bits */
-    uint8_t m_reserved[6];
+    uint8_t m_reserved[6];                              /**< reserved */
 } KIVCS2CaptionPairs;
 
 /** CEA-708 bytes of one frame, two from each triplet. */
@@ -251,8 +255,8 @@ typedef struct KIVCS2CaptionDTVCC
 {
     uint32_t m_starts; /**< bit n: a DTVCC packet begins with bytes 2n and 2n + 1 */
     uint32_t m_count;  /**< bytes in `m_bytes`: an even number */
-    uint8_t m_bytes[KIVCS2_CAPTION_TRIPLETS_MAX * 2];
-    uint8_t m_reserved[2];
+    uint8_t m_bytes[KIVCS2_CAPTION_TRIPLETS_MAX * 2]; /**< the bytes, in the order of the triplets */
+    uint8_t m_reserved[2];                            /**< reserved */
 } KIVCS2CaptionDTVCC;
 
 /**
@@ -261,7 +265,9 @@ typedef struct KIVCS2CaptionDTVCC
  * undamaged parts are taken, and `m_faults` lists the faults. A packet of one CEA-608 pair (61/02,
  * SMPTE 334-1) gets one triplet of its field. An ancillary packet of another DID or SDID keeps its bytes
  * and has no triplets.
- * @param[in] bytes  `size` bytes
+ * @param[out] packet  the packet with its faults
+ * @param[in]  bytes   `size` bytes
+ * @param[in]  size    1 to 259, for a CDP 1 to 255
  * @retval KIVCS2STATUS_OK             also with faults
  * @retval KIVCS2STATUS_PARAM_ERR      `packet` or `bytes` is null
  * @retval KIVCS2STATUS_NO_DATA_ERR    `size` is 0; the packet is empty
@@ -277,10 +283,13 @@ KIVCS2_API KIVCS2Status kivCS2CaptionPacket_parse(KIVCS2CaptionPacket *packet, c
  * field without pairs carries 80 80. From 50 on a frame carries one pair of line 21, and the fields take
  * turns: a packet without any pair gets 80 80 of field 1 if `sequence` is even, of field 2 if it is odd.
  * Given pairs of both fields are all put in. Place, frame and suffixes are 0.
- * @param[in] pairs         null for no pairs
- * @param[in] dtvcc         null for no CEA-708 bytes
- * @param[in] services      `serviceCount` entries; null for service 1 without a language
- * @param     serviceCount  0 to KIVCS2_CAPTION_SERVICES_MAX; ignored if `services` is null
+ * @param[out] packet        the packet: DID 61h, SDID 01h
+ * @param[in]  counting      decides cdp_frame_rate and the number of triplets
+ * @param[in]  sequence      cdp_hdr_sequence_cntr
+ * @param[in]  pairs         null for no pairs
+ * @param[in]  dtvcc         null for no CEA-708 bytes
+ * @param[in]  services      `serviceCount` entries; null for service 1 without a language
+ * @param[in]  serviceCount  0 to KIVCS2_CAPTION_SERVICES_MAX; ignored if `services` is null
  * @retval KIVCS2STATUS_PARAM_ERR       `packet` is null, a count is too large, or an entry is not a service
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  not a counting
  * @retval KIVCS2STATUS_OVERFLOW_ERR    more pairs and bytes than a frame of the counting carries, or more
@@ -354,7 +363,7 @@ typedef struct KIVCS2CaptionRTP
     uint8_t m_marker;      /**< 1: the last packet of its frame or field */
     uint8_t m_field;       /**< F: 0 progressive or unknown, 1 or 2 the field; from find() 3 if invalid */
     uint8_t m_count;       /**< ANC_Count from find(); wrap() does its own count */
-    uint8_t m_reserved[8];
+    uint8_t m_reserved[8]; /**< reserved */
 } KIVCS2CaptionRTP;
 
 /** The place where a packet was found, or where it is to be put. Members that a form does not have are 0. */
@@ -372,7 +381,7 @@ typedef struct KIVCS2CaptionPlace
     uint8_t m_stream;               /**< RTP: StreamNum, 0 to 127 */
     uint8_t m_wrapping;             /**< 436M: wrapping type; in wrap() 0 means VANC of `m_field` */
     uint8_t m_coding;               /**< 436M: sample coding; in wrap() 0 means 8 bits of `m_channel` */
-    uint8_t m_reserved[6];
+    uint8_t m_reserved[6];          /**< reserved */
 } KIVCS2CaptionPlace;
 
 /**
@@ -389,8 +398,9 @@ typedef struct KIVCS2CaptionPlace
  * A stream may come in blocks of any size: keep the bytes from `*offset` on and append more. A buffer must
  * begin with a whole word. A block of 436M should have at least 96 KiB, the size of the largest line record.
  * A v210 line and an RTP packet must be complete.
- * @param         form    a KIVCS2CaptionCarrier, `| KIVCS2CaptionCarrier_AnyPacket` if wanted
+ * @param[in]     form    a KIVCS2CaptionCarrier, `| KIVCS2CaptionCarrier_AnyPacket` if wanted
  * @param[in]     bytes   `size` bytes; may be null if `size` is 0
+ * @param[in]     size    bytes of the buffer
  * @param[in,out] offset  in: the start of the search, up to `size`; out: past the packet found
  * @param[out]    packet  the packet; unchanged if no packet was found
  * @param[out]    place   its place; may be null. RTP: `m_rtp` is set even if there is no packet
@@ -411,7 +421,9 @@ KIVCS2_API KIVCS2Status kivCS2CaptionPacket_find(KIVCS2CaptionCarrier form, cons
  * Writes packets in a form: as 291M words, one packet after the other; as one 436M frame; into a v210
  * line, whose other samples are kept; or as one RTP packet, which is a keep-alive if there is no packet.
  * Only `m_anc` and `m_size` of a packet are used; parity bits and checksum are made again.
+ * @param[in]     form     a KIVCS2CaptionCarrier, without _AnyPacket
  * @param[in]     packets  `count` packets; may be null if `count` is 0
+ * @param[in]     count    packets; 0 makes an empty result
  * @param[in]     places   `count` places; null: line 9 in 436M, no specific place in RTP, one packet after
  *                         the other from the first sample in v210
  * @param[in]     rtp      the header of an RTP packet; other forms ignore it

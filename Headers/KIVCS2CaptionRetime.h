@@ -45,12 +45,13 @@ enum
 /** Options of retiming. */
 typedef struct KIVCS2CaptionRetimeOptions
 {
-    KIVCS2CaptionCounting m_from, m_to;
-    KIVCS2CaptionRetimeMode m_mode;
-    uint32_t m_first;       /**< the first frame of the source to take */
-    uint32_t m_last;        /**< the last frame to take; without _HasLast, 0 means no end */
-    int32_t m_offset;       /**< added to each frame, in frames of the result */
-    uint64_t m_reserved[4]; /**< 0 */
+    KIVCS2CaptionCounting m_from;   /**< of the source */
+    KIVCS2CaptionCounting m_to;     /**< of the result */
+    KIVCS2CaptionRetimeMode m_mode; /**< how frames of the result are chosen */
+    uint32_t m_first;               /**< the first frame of the source to take */
+    uint32_t m_last;                /**< the last frame to take; without _HasLast, 0 means no end */
+    int32_t m_offset;               /**< added to each frame, in frames of the result */
+    uint64_t m_reserved[4];         /**< 0 */
 } KIVCS2CaptionRetimeOptions;
 
 /** The queues. */
@@ -80,7 +81,7 @@ typedef struct KIVCS2CaptionRetimeReport
     uint32_t m_wait[3];        /**< longest wait in each, in frames of the result; 0: no wait */
     uint32_t m_firstFrame;     /**< first frame of the result */
     uint32_t m_lastFrame;      /**< last frame of the result */
-    uint8_t m_reserved[28];
+    uint8_t m_reserved[28];    /**< reserved */
 } KIVCS2CaptionRetimeReport;
 
 /**
@@ -93,13 +94,15 @@ typedef KIVCS2Status (*KIVCS2CaptionRetimeFunc)(const KIVCS2CaptionPacket *packe
 /** A retimer. The members belong to the operations. */
 typedef struct KIVCS2CaptionRetime
 {
-    void *m_state;
+    void *m_state; /**< null while not initialised; private */
 } KIVCS2CaptionRetime;
 
 /**
  * Makes a retimer with empty queues.
- * @param[in] options   copied
- * @param     onPacket  called from feed and finish
+ * @param[out] retime    released by kivCS2CaptionRetime_free()
+ * @param[in]  options   copied
+ * @param[in]  onPacket  called from feed and finish
+ * @param[in]  context   passed to `onPacket`; may be null
  * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null, the mode is unknown, the last frame is before
  *                                       `m_first`, or `m_reserved` is not 0
  * @retval KIVCS2STATUS_FRAME_RATE_ERR   `m_from` or `m_to` is not a counting
@@ -137,7 +140,8 @@ KIVCS2_API KIVCS2Status kivCS2CaptionRetime_feed(KIVCS2CaptionRetime *retime,
  * Delivers the remaining frames, and more until the queues are empty, stores the totals and empties the
  * retimer, which may then be used again. If the callback fails, nothing is stored and the call can be
  * repeated.
- * @param[out] report  may be null
+ * @param[in,out] retime  the retimer
+ * @param[out]    report  may be null
  * @retval KIVCS2STATUS_PARAM_ERR    `retime` is null or not initialised
  * @retval KIVCS2STATUS_NO_DATA_ERR  no packet was taken; the report counts those refused or left out
  * @return otherwise the failure of the callback

@@ -70,6 +70,8 @@ KIVCS2_API uint8_t kivCS2ClosedCaptions_oddParityByte(uint8_t byte);
  * displayed memory, line 21". Parity bits are ignored. A printable pair is copied unchanged, so a second
  * character of 0 ends the text early. Mid-row codes are reported as unknown special characters; of the
  * extended characters only second bytes 0x40 to 0x5F are known.
+ * @param[in]  byte1   the pair's first byte
+ * @param[in]  byte2   the pair's second byte
  * @param[out] buffer  room for KIVCS2_CEA608_DESCRIPTION_SIZE characters
  * @retval KIVCS2STATUS_DATA_ERR   the pair is empty (00 00 without parity); nothing is written
  * @retval KIVCS2STATUS_PARAM_ERR  `buffer` is null
@@ -90,7 +92,11 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_read8BitWord(KIVCS2Stream *stream, 
 /**
  * Reads one 10-bit word: its two parity bits (bit 9 is the higher) and its 8 data bits. Adds all ten bits to
  * `*checksum` unless that pointer is null.
- * @param skip  first skips the 6 unused bits in front of the word
+ * @param[in,out] stream    bit reading has begun
+ * @param[in]     skip      first skips the 6 unused bits in front of the word
+ * @param[out]    value     the 8 data bits
+ * @param[out]    parity    0 to 3
+ * @param[in,out] checksum  increased by the ten bits; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `stream`, `value` or `parity` is null
  * @retval other                   the stream's own failure; the checksum is unchanged
  */
@@ -127,7 +133,9 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_validate10BitParityWord(KIVCS2Strea
  * byte past the packet, if there is such a byte. If the data end early, the bit reader delivers the last byte
  * again.
  * A word format above 3 succeeds without any effect.
- * @param         withAtom    stores the atom header in front of the CDP
+ * @param[in,out] stream      at the data flag, or at the DID
+ * @param[in]     format      KIVCS2CaptionANCFormat
+ * @param[in]     withAtom    stores the atom header in front of the CDP
  * @param[out]    buffer      at least `*bufferSize` bytes
  * @param[in,out] bufferSize  in: room in bytes; out: bytes stored, set once the room is known to suffice
  * @retval KIVCS2STATUS_DATA_ERR         no caption packet here, or its checksum is wrong
@@ -147,7 +155,9 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPT
  *
  * The stream must support relative positioning, and its kivCS2Stream_getBytes() must not move the position: a
  * memory stream qualifies. It is left in front of the payload of the line that held the CDP.
- * the CDP.
+ * @param[in,out] stream      at the line count of a frame
+ * @param[in]     withAtom    stores the atom header in front of the CDP
+ * @param[out]    buffer      at least `*bufferSize` bytes
  * @param[in,out] bufferSize  in: room in bytes; out: bytes stored; unchanged on failure
  * @retval KIVCS2STATUS_DATA_ERR    no line held a CDP
  * @retval KIVCS2STATUS_FORMAT_ERR  the line count or a line's header is cut short
@@ -160,7 +170,8 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPT
 
 /**
  * Writes the header of a QuickTime caption atom and advances `*buffer` by its 8 bytes.
- * @param atomSize  bytes of the whole atom, these 8 included
+ * @param[in,out] buffer    in: where to write; out: the byte after the header
+ * @param[in]     atomSize  bytes of the whole atom, these 8 included
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `atomSize` is below 8; nothing is written
  * @retval KIVCS2STATUS_PARAM_ERR        `buffer` or `*buffer` is null
  */
@@ -171,6 +182,8 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_writeQuickTimeAtom(uint8_t **buffer
  * without a valid triplet gives 80 80; of several triplets the last counts. The packet's checksum and
  * counters are not checked.
  * @param[in]  buffer708      the CDP, `bufferSize708` bytes, the atom header in front included
+ * @param[in]  bufferSize708  bytes of `buffer708`
+ * @param[in]  withAtom       an atom header precedes the CDP
  * @param[out] buffer608      field 1, then field 2; set before the packet is read
  * @param[in]  bufferSize608  bytes of room in `buffer608`, at least 4
  * @retval KIVCS2STATUS_EOF_ERR          no valid triplet of field 1; one of field 2 does not suffice
@@ -194,11 +207,12 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Pa
 /**
  * Makes a CDP without atom from one or two CEA-608 pairs, at 29.97 frames per second with 20
  * triplets, and sets its counters and its checksum. A field that was not given carries 80 80.
- * @param[in]     buffer608      field 1, then field 2 if given, in memory order
- * @param         bufferSize608  2 or 4 bytes
- * @param[out]    buffer708      the packet
- * @param[in,out] bufferSize708  in: room in bytes; out: KIVCS2_CDP_SIZE or KIVCS2_CDP_SDI_SIZE
- * @param         sdi            the SDI form, whose second service has the language "eng"
+ * @param[in]     buffer608       field 1, then field 2 if given, in memory order
+ * @param[in]     bufferSize608   2 or 4 bytes
+ * @param[out]    buffer708       the packet
+ * @param[in,out] bufferSize708   in: room in bytes; out: KIVCS2_CDP_SIZE or KIVCS2_CDP_SDI_SIZE
+ * @param[in]     sequenceNumber  stored in both counters
+ * @param[in]     sdi             the SDI form, whose second service has the language "eng"
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  neither 2 nor 4 bytes of pairs, or no room; nothing is written
  * @retval KIVCS2STATUS_PARAM_ERR        a pointer is null
  * Thread safety: any thread. Source: SMPTE ST 334-2.
@@ -214,8 +228,11 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Pa
  * 90 bytes. Offsets and the stored size are taken modulo 256.
  * The room is only compared with 82. **The caller must give KIVCS2_CDP_ROOM_FOR_708_DATA(bufferSize708Data)
  * bytes**, and never less than 82.
- * @param[in]     buffer708Data  `bufferSize708Data` bytes of triplets, not overlapping `buffer708`
- * @param[in,out] bufferSize708  in: room in bytes; out: 30 + `bufferSize708Data`, modulo 256
+ * @param[in]     buffer708Data      `bufferSize708Data` bytes of triplets, not overlapping `buffer708`
+ * @param[in]     bufferSize708Data  bytes of `buffer708Data`
+ * @param[out]    buffer708          the packet
+ * @param[in,out] bufferSize708      in: room in bytes; out: 30 + `bufferSize708Data`, modulo 256
+ * @param[in]     sequenceNumber     stored in both counters
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the room is below 82: nothing is written; or the size modulo 256 is
  *                                       below 18: the packet is written without counters and checksum, and
  *                                       the size is not stored
@@ -229,8 +246,10 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_pack708CaptionsIntoSMPTE334CDP708Pa
 /**
  * Sets a CDP's two sequence counters and then its checksum, so that its bytes sum to 0 modulo 256. The
  * footer's place follows only from the size; the atom is not part of the sum.
+ * @param[in]     withAtom           an atom header precedes the CDP
  * @param[in,out] buffer708Data      the packet, atom header in front included
- * @param         bufferSize708Data  its bytes: at least 10, with atom 18
+ * @param[in]     bufferSize708Data  its bytes: at least 10, with atom 18
+ * @param[in]     sequenceNumber     stored in both counters, big-endian
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  fewer bytes; nothing is written
  * @retval KIVCS2STATUS_PARAM_ERR        `buffer708Data` is null
  * Thread safety: any thread. Source: SMPTE ST 334-2.
@@ -245,6 +264,9 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_setSMPTE334CDP708PacketSequenceNumb
  * The packet is read to its end; its checksum is not checked. A packet without caption data succeeds and
  * leaves the size unchanged. After a failure that is found once the room was accepted, the block and its size
  * stay as far as they were written: of a section that is cut short, its whole triplets.
+ * @param[in]     bufferCDP708      the CDP, the atom header in front included
+ * @param[in]     bufferSizeCDP708  bytes of `bufferCDP708`
+ * @param[in]     withAtom          an atom header precedes the CDP
  * @param[out]    bufferCEA708      the block; null to get only its size
  * @param[in,out] bufferSizeCEA708  in: room in bytes; out: cc_count * 3 + 2, at most 95
  * @retval KIVCS2STATUS_DATA_ERR         not a CDP, or an unknown section
@@ -260,6 +282,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_convertSMPTE334CDP708PacketToCEA708
  * Reads the next line of a caption file. A line ends at a line feed or a carriage return, which
  * is not kept, or at the end of the input; empty lines and lines that begin with "//" are skipped. No byte
  * after the line is consumed.
+ * @param[in,out] stream  any kind
  * @param[out]    buffer  the line, zero-terminated
  * @param[in,out] size    in: room in bytes, terminator included; out: length of the line without it
  * @retval KIVCS2STATUS_NO_DATA_ERR    no further line; a failing read counts as the end as well
@@ -272,7 +295,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptions_readLine(KIVCS2Stream *stream, char
 
 /**
  * Stores the current local time, formatted in the locale "en_US" with the caller's pattern.
- * @param      format  a date pattern of Unicode TS 35, "HH:mm:ss" for example
+ * @param[in]  format  a date pattern of Unicode TS 35, "HH:mm:ss" for example
  * @param[out] result  a new zero-terminated text; release it with kivCS2String_freeCString()
  * @retval KIVCS2STATUS_DATA_ERR     the locale, the formatter or the string could not be made
  * @retval KIVCS2STATUS_CAPTION_ERR  the text is empty or does not convert to ASCII
@@ -331,8 +354,10 @@ typedef struct KIVCS2ClosedCaptionsMCCStream
 /**
  * Prepares `mcc` for a file: clears the record and stores the three arguments. With `ownsStream`
  * kivCS2ClosedCaptionsMCCStream_free() also frees the stream; otherwise it must outlive the record.
- * @param[in] stream     positioned at the start of the file
- * @param[in] reading    true to read, false to write
+ * @param[out] mcc         released by kivCS2ClosedCaptionsMCCStream_free()
+ * @param[in]  stream      positioned at the start of the file
+ * @param[in]  reading     true to read, false to write
+ * @param[in]  ownsStream  freeing the record frees the stream too
  * @retval KIVCS2STATUS_PARAM_ERR  `mcc` or `stream` is null
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_init(KIVCS2ClosedCaptionsMCCStream *mcc,
@@ -360,11 +385,12 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_readHeader(KIVCS2ClosedCap
 /**
  * Writes the header: format line, comment block, UUID, creation program, date, time and the rate of
  * the module-wide frame rate (24, 25, 29.97 as "30DF", 30, 50, 59.94 as "60DF", 60).
- * @param[in] version          1 or 2; 2 allows the field and number suffixes
- * @param[in] uuid             text, or null for a new UUID
- * @param[in] applicationName  written after "Creation Program="
- * @param[in] date             text, or null for today, as in "Monday, March 4, 2024"
- * @param[in] time             text, or null for now, as in "17:05:00"
+ * @param[in,out] mcc              a writer
+ * @param[in]     version          1 or 2; 2 allows the field and number suffixes
+ * @param[in]     uuid             text, or null for a new UUID
+ * @param[in]     applicationName  written after "Creation Program="
+ * @param[in]     date             text, or null for today, as in "Monday, March 4, 2024"
+ * @param[in]     time             text, or null for now, as in "17:05:00"
  * @retval KIVCS2STATUS_PARAM_ERR       `mcc` or `applicationName` is null, `mcc` is a reader, or `version` is
  *                                      not 1 or 2
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  23.98 or no rate is set; everything before the rate is written
@@ -433,7 +459,9 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeCaption(KIVCS2ClosedC
 /**
  * Decodes one line into the pending caption. Only upper-case hexadecimal digits and the letters G to Z are
  * accepted. A number suffix of more than 32 bits keeps its low 32.
- * @param[in] line    `length` characters without a line end; needs no terminator
+ * @param[in,out] mcc     its `m_caption` gets the caption
+ * @param[in]     line    `length` characters without a line end; needs no terminator
+ * @param[in]     length  characters of `line`
  * @retval KIVCS2STATUS_PARAM_ERR      `mcc` or `line` is null
  * @retval KIVCS2STATUS_NOT_FOUND_ERR  too short, no timecode, a bad suffix, or no tab after it
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the timecode names no frame of the module-wide rate
@@ -449,6 +477,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_decodeCaption(KIVCS2Closed
 /**
  * Appends half a byte to the pending caption, the high half first. A byte counts in `m_captionSize`
  * once its low half is stored.
+ * @param[in,out] mcc      its `m_caption` gets the half byte
  * @param[in,out] lowHalf  which half comes next; false at the start of a caption
  * @param[in]     nibble   the low 4 bits count
  * @retval KIVCS2STATUS_PARAM_ERR     `mcc` or `lowHalf` is null
@@ -460,8 +489,11 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeNibble(KIVCS2ClosedCa
 /**
  * Makes `caption` from a caption distribution packet: DID 0x61, SDID 0x01, the count, the packet
  * and the 8-bit checksum.
- * @param[in] captionData  the CDP, `captionSize` bytes, copied
- * @param[in] captionSize  at most 255
+ * @param[in]  mcc          only checked for null
+ * @param[out] caption      the record; valid, without suffixes
+ * @param[in]  timecode     of the line; copied
+ * @param[in]  captionData  the CDP, `captionSize` bytes, copied
+ * @param[in]  captionSize  at most 255
  * @retval KIVCS2STATUS_PARAM_ERR  an argument is null, or `captionSize` is above 255; `caption` is untouched
  * Source: SMPTE 334-1, SMPTE 291M.
  */
@@ -473,7 +505,10 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_initCaptionWithSMPTE334CDP
  * Extracts the caption distribution packet from `caption`, as
  * kivCS2ClosedCaptions_extractSMPTE334CDP708PacketFromSMPTE291MStream() does from a stream of 8-bit
  * words without data flag.
+ * @param[in]     mcc         only checked for null
+ * @param[in]     caption     a line of an MCC file
  * @param[in]     withAtom    put a QuickTime "ccdp" atom header in front
+ * @param[out]    buffer      at least `*bufferSize` bytes
  * @param[in,out] bufferSize  in: room in bytes; out: the bytes stored
  * @retval KIVCS2STATUS_PARAM_ERR   an argument is null, or `m_captionSize` is above 264
  * @retval KIVCS2STATUS_FORMAT_ERR  `caption` does not hold a caption distribution packet
@@ -536,7 +571,9 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_readHeader(KIVCS2ClosedCap
 /**
  * Decodes one line into the pending caption, whose end is the frame after its last pair. Upper-case and
  * lower-case hexadecimal digits are accepted; after the tab, spaces are skipped.
- * @param[in] line    `length` characters without a line end; needs no terminator
+ * @param[in,out] mcc     its `m_caption` gets the caption
+ * @param[in]     line    `length` characters without a line end; needs no terminator
+ * @param[in]     length  characters of `line`
  * @retval KIVCS2STATUS_PARAM_ERR      `mcc` or `line` is null
  * @retval KIVCS2STATUS_NOT_FOUND_ERR  too short, no timecode, or no tab after it
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the timecode names no frame of the module-wide rate

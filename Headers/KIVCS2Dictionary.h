@@ -60,8 +60,10 @@ KIVCS2_API KIVCS2Status kivCS2Dictionary_free(KIVCS2Dictionary *dictionary);
 
 /**
  * Stores an object under a key and replaces any value already there.
- * @param[in] key    by `keyKind` a C string, not kept, or a CFStringRef, retained
- * @param[in] value  retained
+ * @param[in,out] dictionary  initialised
+ * @param[in]     key         by `keyKind` a C string, not kept, or a CFStringRef, retained
+ * @param[in]     value       retained
+ * @param[in]     keyKind     KIVCS2DictionaryKey
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
  * @retval KIVCS2STATUS_MEMORY_ERR  the C string is not ASCII, or there is no room; the dictionary is
  *                                  unchanged. Also a new key for a dictionary that is not mutable
@@ -72,7 +74,10 @@ KIVCS2_API KIVCS2Status kivCS2Dictionary_setCFValue(KIVCS2Dictionary *dictionary
 
 /**
  * Stores a number of type kCFNumberSInt32Type.
- * @param[in] key  as for kivCS2Dictionary_setCFValue()
+ * @param[in,out] dictionary  initialised
+ * @param[in]     key         as for kivCS2Dictionary_setCFValue()
+ * @param[in]     value       any
+ * @param[in]     keyKind     KIVCS2DictionaryKey
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
  * @retval KIVCS2STATUS_MEMORY_ERR  as kivCS2Dictionary_setCFValue()
  * Thread safety: one thread at a time.
@@ -82,7 +87,10 @@ KIVCS2_API KIVCS2Status kivCS2Dictionary_setInteger(KIVCS2Dictionary *dictionary
 
 /**
  * Stores a number of type kCFNumberFloat32Type.
- * @param[in] key  as for kivCS2Dictionary_setCFValue()
+ * @param[in,out] dictionary  initialised
+ * @param[in]     key         as for kivCS2Dictionary_setCFValue()
+ * @param[in]     value       any, NaN and infinities included
+ * @param[in]     keyKind     KIVCS2DictionaryKey
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
  * @retval KIVCS2STATUS_MEMORY_ERR  as kivCS2Dictionary_setCFValue()
  * Thread safety: one thread at a time.
@@ -93,7 +101,10 @@ KIVCS2_API KIVCS2Status kivCS2Dictionary_setFloat(KIVCS2Dictionary *dictionary, 
 /**
  * Stores the low 8 bits of a flag as a number of type kCFNumberSInt8Type (not a CFBoolean), which JSON writes
  * as 0 or 1.
- * @param[in] key  as for kivCS2Dictionary_setCFValue()
+ * @param[in,out] dictionary  initialised
+ * @param[in]     key         as for kivCS2Dictionary_setCFValue()
+ * @param[in]     value       only its low 8 bits count
+ * @param[in]     keyKind     KIVCS2DictionaryKey
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
  * @retval KIVCS2STATUS_MEMORY_ERR  as kivCS2Dictionary_setCFValue()
  * Thread safety: one thread at a time.
@@ -103,8 +114,10 @@ KIVCS2_API KIVCS2Status kivCS2Dictionary_setBool(KIVCS2Dictionary *dictionary, c
 
 /**
  * Stores a string object made from a C string.
- * @param[in] key    as for kivCS2Dictionary_setCFValue()
- * @param[in] value  ASCII, up to its zero byte, not kept
+ * @param[in,out] dictionary  initialised
+ * @param[in]     key         as for kivCS2Dictionary_setCFValue()
+ * @param[in]     value       ASCII, up to its zero byte, not kept
+ * @param[in]     keyKind     KIVCS2DictionaryKey
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
  * @retval KIVCS2STATUS_MEMORY_ERR  `value` is not ASCII, or as kivCS2Dictionary_setCFValue()
  * Thread safety: one thread at a time.

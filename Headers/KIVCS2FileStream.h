@@ -14,10 +14,11 @@
 
 KIVCS2_BEGIN_DECLS
 
+/** A file stream. */
 typedef struct KIVCS2FileStream
 {
-    KIVCS2Stream m_stream;
-    FILE *m_file; /**< the buffered file; null when closed */
+    KIVCS2Stream m_stream; /**< the operations; pass its address to them */
+    FILE *m_file;          /**< the buffered file; null when closed */
 } KIVCS2FileStream;
 
 /**
@@ -28,8 +29,10 @@ KIVCS2_API KIVCS2Status kivCS2FileStream_setup(KIVCS2FileStream *stream);
 
 /**
  * Opens a file. Release the stream with kivCS2FileStream_free().
- * @param[in] accessMode  as for fopen(), passed on unchanged except for an added "e": the file is closed on
- *                        exec and its descriptor is above 2
+ * @param[out] stream      the record
+ * @param[in]  filename    path in the file system's encoding
+ * @param[in]  accessMode  as for fopen(), passed on unchanged except for an added "e": the file is closed on
+ *                         exec and its descriptor is above 2
  * @retval KIVCS2STATUS_PARAM_ERR  `stream`, `filename` or `accessMode` is null
  * @retval KIVCS2STATUS_OPEN_ERR   the file cannot be opened; the operations are filled in, no file is open
  */
@@ -38,7 +41,10 @@ KIVCS2_API KIVCS2Status kivCS2FileStream_init(KIVCS2FileStream *stream, const ch
 
 /**
  * Writes `size` bytes as one item.
- * @param[out] bytesWritten  `size` if all bytes were written, else 0; may be null
+ * @param[in,out] stream        an open file stream
+ * @param[in]     buffer        `size` bytes
+ * @param[in]     size          bytes
+ * @param[out]    bytesWritten  `size` if all bytes were written, else 0; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `buffer` is null
  * @retval KIVCS2STATUS_OK         also after a short transfer: check the count
  */
@@ -47,8 +53,11 @@ KIVCS2_API KIVCS2Status kivCS2FileStream_writeBytes(KIVCS2Stream *stream, const 
 
 /**
  * Reads `size` bytes as one item.
- * @param[out] bytesRead  `size` if all bytes were read, else 0 (the bytes that were left are consumed); may
- *                        be null
+ * @param[in,out] stream     an open file stream
+ * @param[out]    buffer     room for `size` bytes
+ * @param[in]     size       bytes
+ * @param[out]    bytesRead  `size` if all bytes were read, else 0 (the bytes that were left are consumed);
+ *                           may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `buffer` is null
  * @retval KIVCS2STATUS_OK         also after a short transfer: check the count
  */
@@ -65,7 +74,10 @@ KIVCS2_API KIVCS2Status kivCS2FileStream_getSize(KIVCS2Stream *stream, uint64_t 
 
 /**
  * Moves the position; relative to the end, a positive `offset` moves **past** the end.
- * @param[out] newPosition  may be null
+ * @param[in,out] stream       an open file stream
+ * @param[in]     offset       bytes from the origin, also negative
+ * @param[in]     mode         the origin, KIVCS2StreamPosition
+ * @param[out]    newPosition  may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no file is open, or `mode` is unknown
  * @retval KIVCS2STATUS_READ_ERR   the position cannot be set or read
  */
@@ -82,9 +94,10 @@ KIVCS2_API KIVCS2Status kivCS2FileStream_isEndOfStream(KIVCS2Stream *stream, uin
 /**
  * Reads the whole file into a new block, released with kivCS2FileStream_freeBytes(). The position stays where
  * the read ended.
- * @param[out] buffer  the block; null if the file delivered fewer bytes than its size, which is
- *                     KIVCS2STATUS_OK: test the pointer
- * @param[out] size    the file's size
+ * @param[in,out] stream  an open file stream
+ * @param[out]    buffer  the block; null if the file delivered fewer bytes than its size, which is
+ *                        KIVCS2STATUS_OK: test the pointer
+ * @param[out]    size    the file's size
  * @retval KIVCS2STATUS_PARAM_ERR   no file is open, or `buffer` or `size` is null
  * @retval KIVCS2STATUS_READ_ERR    the file has no positions
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the file; `buffer` is null

@@ -52,23 +52,23 @@ enum
 /** One step of a sequence. */
 typedef struct KIVCS2InterpolationStep
 {
-    KIVCS2InterpolationStepKind m_kind;
-    KIVCS2InterpolationFunction m_function;
-    uint32_t m_frames;   /**< the step's length */
-    uint32_t m_position; /**< the next frame within the step */
-    double m_dt;         /**< 1 / (frames - 1): infinite for one frame */
-    double m_start;
-    double m_range; /**< end - start */
+    KIVCS2InterpolationStepKind m_kind;     /**< moves or holds the value */
+    KIVCS2InterpolationFunction m_function; /**< the curve; not used by a hold */
+    uint32_t m_frames;                      /**< the step's length */
+    uint32_t m_position;                    /**< the next frame within the step */
+    double m_dt;                            /**< 1 / (frames - 1): infinite for one frame */
+    double m_start;                         /**< the value of the first frame */
+    double m_range;                         /**< end - start */
 } KIVCS2InterpolationStep;
 
 /** A sequence of steps and its position. */
 typedef struct KIVCS2Interpolation
 {
-    KIVCS2InterpolationStep m_steps[KIVCS2_INTERPOLATION_STEPS];
-    uint32_t m_count;       /**< steps added */
-    uint32_t m_currentStep; /**< `m_count` when the sequence has ended */
-    double m_currentValue;  /**< value of the last interpolated frame; 0 before the first */
-    uint32_t m_looped;      /**< non-zero: the first step follows the last */
+    KIVCS2InterpolationStep m_steps[KIVCS2_INTERPOLATION_STEPS]; /**< the first `m_count` are used */
+    uint32_t m_count;                                            /**< steps added */
+    uint32_t m_currentStep;                                      /**< `m_count` when the sequence has ended */
+    double m_currentValue; /**< value of the last interpolated frame; 0 before the first */
+    uint32_t m_looped;     /**< non-zero: the first step follows the last */
 } KIVCS2Interpolation;
 
 /**
@@ -83,8 +83,11 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_init(KIVCS2Interpolation *interpolat
  *
  * A step of one frame has no t between its ends: executing it gives a value that is not a number.
  * A step with the linear curve is added, and executing it fails.
- * @param[in] function  below KIVCS2InterpolationFunctionMax
- * @param[in] frames    at least 1
+ * @param[in,out] interpolation  initialised
+ * @param[in]     function       below KIVCS2InterpolationFunctionMax
+ * @param[in]     frames         at least 1
+ * @param[in]     start          the value of the first frame
+ * @param[in]     end            the value of the last frame
  * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, `function` or `frames` is out of its range, or
  *                                 there are 16 steps already (without an assertion); the sequence is
  *                                 unchanged
@@ -134,7 +137,8 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_setLooped(KIVCS2Interpolation *inter
 /**
  * Stores the value of the current frame and advances to the next. A hold step, an ended sequence and a
  * sequence without steps give the last value again.
- * @param[out] outValue  may be null
+ * @param[in,out] interpolation  initialised
+ * @param[out]    outValue       may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `interpolation` is null, or the step's curve is the linear one (without an
  *         assertion); nothing has advanced and nothing is stored
  * Thread safety: one thread at a time.
@@ -143,8 +147,9 @@ KIVCS2_API KIVCS2Status kivCS2Interpolation_execute(KIVCS2Interpolation *interpo
 
 /**
  * Stores a curve's value at `t`.
- * @param[in] function  1 to 12: the linear curve is refused
- * @param[in] t         0 to 1; a NaN gives a NaN
+ * @param[in]  function  1 to 12: the linear curve is refused
+ * @param[out] outValue  the value
+ * @param[in]  t         0 to 1; a NaN gives a NaN
  * @retval KIVCS2STATUS_PARAM_ERR  `function` or `t` is out of its range, or `outValue` is null (all without
  *         an assertion); nothing is stored
  * Thread safety: any thread.

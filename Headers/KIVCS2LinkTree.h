@@ -36,7 +36,7 @@ struct KIVCS2LinkTreeNode;
 /** A tree; null while it is empty. */
 typedef struct KIVCS2LinkTree
 {
-    struct KIVCS2LinkTreeNode *m_root;
+    struct KIVCS2LinkTreeNode *m_root; /**< the root */
 } KIVCS2LinkTree;
 
 /** Visits a node; 0 continues, any other result ends a search. It may release or detach its node. */
@@ -111,7 +111,11 @@ KIVCS2_API KIVCS2Status _kivCS2LinkTree_attachNode(KIVCS2LinkTree *tree, KIVCS2L
 
 /**
  * Allocates an owned node as _kivCS2LinkTree_newNode() does and attaches it.
- * @param[out] node  the new node; null on failure
+ * @param[in,out] tree      initialised
+ * @param[in]     parent    null: the new node becomes the root
+ * @param[in]     size      bytes of the record, the node at its start included
+ * @param[in]     callback  visits the node if a walk has no callback; may be null
+ * @param[out]    node      the new node; null on failure
  * @retval KIVCS2STATUS_PARAM_ERR        `tree` or `node` is null
  * @retval KIVCS2STATUS_MEMORY_ERR       no memory; the tree is unchanged
  * @retval KIVCS2STATUS_NODE_LOCKED_ERR  the old root is locked; the tree is unchanged
@@ -160,11 +164,14 @@ KIVCS2_API KIVCS2Status _kivCS2LinkTree_free(KIVCS2LinkTree *tree);
  * Visits `start`, or the root if it is null, and the nodes below it, parents before their children and
  * children in order. A node with flag 1 is left out with its subtree. The first child is noted before a node
  * is visited and the next sibling before a child is, so a visit may release or detach its node.
- * @param[in] callback  visits each node; if null, each node's own callback does, if it has one
- * @param[in] all       0: the first visit that does not return 0 ends the walk with its result;
- *                      otherwise results are ignored
- * @param[out] node     may be null; if the walk ended early: the child of the start node in whose subtree it
- *                      ended, or the start node itself; otherwise untouched
+ * @param[in,out] tree      initialised
+ * @param[in]     start     a node of the tree, or null
+ * @param[out]    node      may be null; if the walk ended early: the child of the start node in whose subtree
+ *                          it ended, or the start node itself; otherwise untouched
+ * @param[in]     callback  visits each node; if null, each node's own callback does, if it has one
+ * @param[in]     context   passed to each visit; may be null
+ * @param[in]     all       0: the first visit that does not return 0 ends the walk with its result; otherwise
+ *                          results are ignored
  * @retval KIVCS2STATUS_PARAM_ERR  `tree` is null
  * @retval KIVCS2STATUS_OK         every node was visited, or there is no node
  */
@@ -205,7 +212,9 @@ KIVCS2_API KIVCS2Status _kivCS2LinkTree_freeNodeCallback(KIVCS2LinkTree *tree, K
 
 /**
  * As _kivCS2LinkTree_newNode(), with a status.
- * @param[out] node  the new node; null on failure
+ * @param[in]  size      bytes of the record, the node at its start included
+ * @param[in]  callback  visits the node if a walk has no callback; may be null
+ * @param[out] node      the new node; null on failure
  * @retval KIVCS2STATUS_PARAM_ERR   `node` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no memory
  */

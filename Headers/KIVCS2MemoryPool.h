@@ -46,10 +46,12 @@ typedef struct KIVCS2MemoryPool
 /**
  * Makes a pool of `poolSize` zero-filled objects of `objectSize` bytes. The record's previous contents are
  * ignored. A failure leaves the record zero and holds no memory.
- * @param[in] objectSize     a multiple of 8, at least 24; not checked
- * @param[in] allowExternal  not 0: objects come from the heap once the block is used up
- * @param[in] allocFunc      run on each object handed out; may be null
- * @param[in] freeFunc       run on each object returned; may be null
+ * @param[out] pool           released by kivCS2MemoryPool_free()
+ * @param[in]  poolSize       objects in the block
+ * @param[in]  objectSize     a multiple of 8, at least 24; not checked
+ * @param[in]  allowExternal  not 0: objects come from the heap once the block is used up
+ * @param[in]  allocFunc      run on each object handed out; may be null
+ * @param[in]  freeFunc       run on each object returned; may be null
  * @retval KIVCS2STATUS_PARAM_ERR   `pool` is null, or a size is 0
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the block
  * @retval KIVCS2STATUS_MUTEX_ERR   the mutex could not be made
@@ -71,8 +73,9 @@ KIVCS2_API KIVCS2Status kivCS2MemoryPool_free(KIVCS2MemoryPool *pool);
 /**
  * Hands out an object: all zeros from the block, not cleared from the heap. Then runs the alloc callback on
  * it and returns the callback's status. Return the object with kivCS2MemoryPool_freeObject().
- * @param[out] object  the object, or null if none was handed out. The callback's status does not change that:
- *                     a caller that gets a failure and an object returns the object too
+ * @param[in,out] pool    initialised
+ * @param[out]    object  the object, or null if none was handed out. The callback's status does not change
+ *                        that: a caller that gets a failure and an object returns the object too
  * @retval KIVCS2STATUS_PARAM_ERR   `pool` or `object` is null, or the pool is not initialised
  * @retval KIVCS2STATUS_MEMORY_ERR  the block is used up, and the heap is used up or not allowed
  * @retval KIVCS2STATUS_MUTEX_ERR   the lock was not taken; no object

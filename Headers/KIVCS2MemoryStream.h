@@ -14,15 +14,16 @@
 
 KIVCS2_BEGIN_DECLS
 
+/** A memory stream. */
 typedef struct KIVCS2MemoryStream
 {
-    KIVCS2Stream m_stream;
-    uint8_t *m_buffer;   /**< the content */
-    uint64_t m_capacity; /**< bytes allocated for `m_buffer` */
-    uint64_t m_growSize; /**< growth step in bytes; 0 for a view, which cannot grow */
-    int64_t m_position;  /**< bytes from the start */
-    uint64_t m_size;     /**< bytes of content: the furthest position written */
-    bool m_ownsBuffer;   /**< the stream allocated `m_buffer` and releases it */
+    KIVCS2Stream m_stream; /**< the operations; pass its address to them */
+    uint8_t *m_buffer;     /**< the content */
+    uint64_t m_capacity;   /**< bytes allocated for `m_buffer` */
+    uint64_t m_growSize;   /**< growth step in bytes; 0 for a view, which cannot grow */
+    int64_t m_position;    /**< bytes from the start */
+    uint64_t m_size;       /**< bytes of content: the furthest position written */
+    bool m_ownsBuffer;     /**< the stream allocated `m_buffer` and releases it */
 } KIVCS2MemoryStream;
 
 /**
@@ -52,7 +53,10 @@ KIVCS2_API KIVCS2Status kivCS2MemoryStream_initWithBytes(KIVCS2MemoryStream *str
 /**
  * Copies `size` bytes to the position and advances it; the content ends at the furthest position written. If
  * the room is too small, the block grows by (shortfall / `m_growSize` + 1) steps.
- * @param[out] bytesWritten  `size`; may be null
+ * @param[in,out] stream        a memory stream
+ * @param[in]     buffer        `size` bytes outside the stream's block
+ * @param[in]     size          bytes
+ * @param[out]    bytesWritten  `size`; may be null
  * @retval KIVCS2STATUS_MEMORY_ERR  no content, `buffer` is null, no room, a view past its end, or the
  *                                  content would reach 4 GiB; the stream is unchanged
  */
@@ -61,7 +65,10 @@ KIVCS2_API KIVCS2Status kivCS2MemoryStream_writeBytes(KIVCS2Stream *stream, cons
 
 /**
  * Copies at most `size` bytes from the position and advances it; at the end the count is 0.
- * @param[out] bytesRead  the bytes copied; may be null
+ * @param[in,out] stream     a memory stream
+ * @param[out]    buffer     room for `size` bytes
+ * @param[in]     size       bytes
+ * @param[out]    bytesRead  the bytes copied; may be null
  * @retval KIVCS2STATUS_MEMORY_ERR  no content, or `buffer` is null
  */
 KIVCS2_API KIVCS2Status kivCS2MemoryStream_readBytes(KIVCS2Stream *stream, void *buffer, uint64_t size,
@@ -76,7 +83,10 @@ KIVCS2_API KIVCS2Status kivCS2MemoryStream_getSize(KIVCS2Stream *stream, uint64_
 /**
  * Moves to `offset` (start, and any unknown mode), by `offset` (current), or to `offset` bytes
  * **before** the end (end).
- * @param[out] newPosition  may be null
+ * @param[in,out] stream       a memory stream
+ * @param[in]     offset       bytes
+ * @param[in]     mode         the origin, KIVCS2StreamPosition
+ * @param[out]    newPosition  may be null
  * @retval KIVCS2STATUS_MEMORY_ERR  no content
  * @retval KIVCS2STATUS_PARAM_ERR   before the start or past the content; the position is unchanged
  */

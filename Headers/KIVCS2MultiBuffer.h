@@ -70,7 +70,9 @@ KIVCS2_API KIVCS2Status kivCS2BufferEntry_free(KIVCS2BufferEntry *_entry);
  * Makes `count` free entries (0 is allowed) in `_buffer`. The record's previous contents are ignored. A
  * failure leaves the record zero and holds no memory; kivCS2MultiBuffer_free() is then harmless and not
  * needed.
- * @param[in] flags  KIVCS2MultiBufferFlags
+ * @param[out] _buffer  released by kivCS2MultiBuffer_free()
+ * @param[in]  count    entries, 0 to 2^31 - 1
+ * @param[in]  flags    KIVCS2MultiBufferFlags
  * @retval KIVCS2STATUS_PARAM_ERR   `_buffer` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room, or more entries than an index can name (2^31 - 1)
  * @retval KIVCS2STATUS_MUTEX_ERR   the mutex could not be made
@@ -110,7 +112,9 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_waitUnlock(KIVCS2MultiBuffer *_buffer)
 /**
  * Hands out the first free entry after the one handed out last, with a block of at least `size` bytes;
  * release it with kivCS2MultiBuffer_releaseBuffer().
- * @param[out] _mem_ptr  the data pointer; untouched on failure
+ * @param[in,out] _buffer   initialised
+ * @param[in]     size      bytes; a block has at least 4
+ * @param[out]    _mem_ptr  the data pointer; untouched on failure
  * @retval KIVCS2STATUS_PARAM_ERR      `_buffer` or `_mem_ptr` is null
  * @retval KIVCS2STATUS_NO_BUFFER_ERR  every entry is in use, or there are no entries; the next search starts
  *                                     at 0
@@ -127,7 +131,11 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_allocateBuffer(KIVCS2MultiBuffer *_buf
  * Hands out the first free entry with an index from `_s_idx` to `_e_idx`, both included, as
  * kivCS2MultiBuffer_allocateBuffer() does. A range that is empty or leaves the table is an error of the
  * caller: a build with assertions reports it, a build without them skips the indices outside the table.
- * @param[out] _mem_ptr  the data pointer; untouched on failure
+ * @param[in,out] _buffer   initialised
+ * @param[in]     size      bytes
+ * @param[in]     _s_idx    the first index
+ * @param[in]     _e_idx    the last index
+ * @param[out]    _mem_ptr  the data pointer; untouched on failure
  * @retval KIVCS2STATUS_PARAM_ERR      `_buffer` or `_mem_ptr` is null
  * @retval KIVCS2STATUS_NO_BUFFER_ERR  no entry of the range is free; the next round-robin search starts at 0
  * @retval KIVCS2STATUS_MEMORY_ERR     the block cannot grow and is unchanged; the entry stays free
@@ -140,8 +148,9 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_allocateAvailableBuffer(KIVCS2MultiBuf
 /**
  * Returns a buffer; its memory is kept for the next use. Only a build with assertions reports a buffer that
  * is not in use; without assertions the call changes nothing and succeeds. Linear in the number of entries.
- * @param[in] _mem_ptr  the data pointer
- * @param[out] _index   the entry's index; may be null
+ * @param[in,out] _buffer   initialised
+ * @param[in]     _mem_ptr  the data pointer
+ * @param[out]    _index    the entry's index; may be null
  * @retval KIVCS2STATUS_PARAM_ERR     `_buffer` or `_mem_ptr` is null
  * @retval KIVCS2STATUS_NO_ENTRY_ERR  no entry has this data pointer; `_index` is untouched
  * @retval KIVCS2STATUS_MUTEX_ERR     the lock was not taken; nothing happened
@@ -152,9 +161,11 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_releaseBuffer(KIVCS2MultiBuffer *_buff
 
 /**
  * Stores the entry that has been in use for the longest time.
- * @param[out] _entry  the entry, owned by the multi-buffer; untouched on failure
- * @param[in] remove   exactly 1 takes the entry off the used list: it is then free, and its memory goes to
- *                     the next caller that requests a buffer, so finish with the entry before any other call
+ * @param[in,out] _buffer  initialised
+ * @param[out]    _entry   the entry, owned by the multi-buffer; untouched on failure
+ * @param[in]     remove   exactly 1 takes the entry off the used list: it is then free, and its memory goes
+ *                         to the next caller that requests a buffer, so finish with the entry before any
+ *                         other call
  * @retval KIVCS2STATUS_PARAM_ERR     `_buffer` or `_entry` is null
  * @retval KIVCS2STATUS_NO_ENTRY_ERR  no entry is in use
  * @retval KIVCS2STATUS_MUTEX_ERR     the lock was not taken; nothing happened
@@ -165,9 +176,10 @@ KIVCS2_API KIVCS2Status kivCS2MultiBuffer_getHeadEntry(KIVCS2MultiBuffer *_buffe
 
 /**
  * Finds the entry that has a data pointer, in use or free. Linear in the number of entries.
- * @param[in] _mem_ptr  the data pointer
- * @param[out] _index   the entry's index; may be null
- * @param[out] _entry   the entry, owned by the multi-buffer
+ * @param[in,out] _buffer   initialised
+ * @param[in]     _mem_ptr  the data pointer
+ * @param[out]    _index    the entry's index; may be null
+ * @param[out]    _entry    the entry, owned by the multi-buffer
  * @retval KIVCS2STATUS_PARAM_ERR     `_buffer`, `_mem_ptr` or `_entry` is null
  * @retval KIVCS2STATUS_NO_ENTRY_ERR  no entry has this data pointer; both results are untouched
  * @retval KIVCS2STATUS_MUTEX_ERR     the lock was not taken; nothing happened

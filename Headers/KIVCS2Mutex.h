@@ -28,13 +28,14 @@ enum
 /** A mutex. The system's mutex comes first, so the record can be used in its place. */
 typedef struct KIVCS2Mutex
 {
-    pthread_mutex_t m_mutex;
-    uint32_t m_valid; /**< 1 from a successful `init` to `free`, otherwise 0 */
+    pthread_mutex_t m_mutex; /**< the system's mutex */
+    uint32_t m_valid;        /**< 1 from a successful `init` to `free`, otherwise 0 */
 } KIVCS2Mutex;
 
 /**
  * Makes a mutex in `mutex`. The record's previous contents are ignored.
- * @param[in] options  KIVCS2MutexOptions; a mutex that cannot be shared is not reported
+ * @param[out] mutex    released by kivCS2Mutex_free()
+ * @param[in]  options  KIVCS2MutexOptions; a mutex that cannot be shared is not reported
  * @retval KIVCS2STATUS_PARAM_ERR  `mutex` is null
  * @retval KIVCS2STATUS_MUTEX_ERR  the system could not make a mutex; the record is zero
  * Thread safety: only the owner. Source: POSIX.1-2017, pthread_mutex_init.

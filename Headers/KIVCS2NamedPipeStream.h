@@ -29,9 +29,10 @@ enum
     KIVCS2NamedPipeFlag_Unlink = 0x20       /**< remove the path on close */
 };
 
+/** A named-pipe stream. */
 typedef struct KIVCS2NamedPipeStream
 {
-    KIVCS2Stream m_stream;
+    KIVCS2Stream m_stream;    /**< the operations; pass its address to them */
     char *m_path;             /**< the FIFO's path, copied at opening; null when closed */
     int32_t m_fileDescriptor; /**< -1 when no pipe is open */
     uint32_t m_flags;         /**< KIVCS2NamedPipeFlag, kept for close */
@@ -61,7 +62,10 @@ KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_init(KIVCS2NamedPipeStream *stream
 
 /**
  * One write of `size` bytes.
- * @param[out] bytesWritten  the bytes written, possibly fewer; may be null
+ * @param[in,out] stream        an open named pipe
+ * @param[in]     buffer        `size` bytes
+ * @param[in]     size          bytes
+ * @param[out]    bytesWritten  the bytes written, possibly fewer; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
  * @retval KIVCS2STATUS_WRITE_ERR  the write failed, or would wait; `bytesWritten` is unchanged
  */
@@ -70,7 +74,10 @@ KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_writeBytes(KIVCS2Stream *stream, c
 
 /**
  * One read of up to `size` bytes.
- * @param[out] bytesRead  the bytes read, 0 if the last writer is gone and after a failure; may be null
+ * @param[in,out] stream     an open named pipe
+ * @param[out]    buffer     room for `size` bytes
+ * @param[in]     size       bytes
+ * @param[out]    bytesRead  the bytes read, 0 if the last writer is gone and after a failure; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
  * @retval KIVCS2STATUS_READ_ERR   the read failed, or would wait
  */

@@ -24,12 +24,13 @@
 
 KIVCS2_BEGIN_DECLS
 
+/** A converter. */
 typedef struct KIVCS2PCMAudioConverter
 {
-    AudioConverterRef m_converter;
-    AudioStreamBasicDescription m_inputFormat;
-    AudioStreamBasicDescription m_outputFormat;
-    uint8_t m_deinterleave; /**< 1 if the output has one plane for each channel */
+    AudioConverterRef m_converter;              /**< owned; null while not initialised */
+    AudioStreamBasicDescription m_inputFormat;  /**< as given */
+    AudioStreamBasicDescription m_outputFormat; /**< derived from the input and the options */
+    uint8_t m_deinterleave;                     /**< 1 if the output has one plane for each channel */
 } KIVCS2PCMAudioConverter;
 
 /**
@@ -60,6 +61,7 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_free(KIVCS2PCMAudioConverter *co
  * Stores the bytes of output that kivCS2PCMAudioConverter_convert() lays out for an input. For
  * kivCS2PCMAudioConverter_convertInterleaved() this may be too few or too many: 6,400 bytes of packed 32-bit
  * samples to 16 bits give 4,266 here and take 3,200 there; of 24 bits in 4 bytes they give 2,132.
+ * @param[in]  converter    initialised
  * @param[in]  inputLength  bytes
  * @param[out] outBytes     bytes of all channels together; modulo 2^32
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, or the record's descriptions divide by zero
@@ -70,7 +72,9 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_getOutputBytesForInputLength(
 
 /**
  * Stores the number of whole samples of each channel in an interleaved input.
- * @param[in] inputLength  bytes
+ * @param[in]  converter       initialised
+ * @param[in]  inputLength     bytes
+ * @param[out] outSampleCount  samples of each channel
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, or the record's description divides by zero
  * Thread safety: one thread at a time for each record.
  */
@@ -81,12 +85,14 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_getSampleCountPerChannelForInput
  * Splits interleaved channels into planes, one for each channel and one after the other in `outputData`, with
  * the width and byte order of the output. With a converter that does not deinterleave, only one position is
  * stored and nothing is converted: see kivCS2PCMAudioConverter_convertInterleaved().
- * @param[in]  inputLength           bytes, a whole number of frames
- * @param[out] outputData            kivCS2PCMAudioConverter_getOutputBytesForInputLength() bytes, not
- *                                   overlapping the input
- * @param[in]  numberOfPositions     the input's channels; 1 for a converter that does not deinterleave
- * @param[out] positions             the start of each plane
- * @param[out] outBytesPerPosition   from one plane to the next, in bytes; a plane may hold fewer
+ * @param[in,out] converter            initialised
+ * @param[in]     inputData            `inputLength` bytes of interleaved samples
+ * @param[in]     inputLength          bytes, a whole number of frames
+ * @param[out]    outputData           kivCS2PCMAudioConverter_getOutputBytesForInputLength() bytes, not
+ *                                     overlapping the input
+ * @param[in]     numberOfPositions    the input's channels; 1 for a converter that does not deinterleave
+ * @param[out]    positions            the start of each plane
+ * @param[out]    outBytesPerPosition  from one plane to the next, in bytes; a plane may hold fewer
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the number of positions is wrong, the input is not a
  *                                 whole number of frames, or the planes are too short for its width;
  *                                 `positions`, `outBytesPerPosition` and `outputData` are untouched
@@ -99,6 +105,8 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_convert(KIVCS2PCMAudioConverter 
 
 /**
  * Converts width and byte order and leaves the channels interleaved.
+ * @param[in,out] converter     initialised
+ * @param[in]     inputData     `inputLength` bytes of interleaved samples
  * @param[in]     inputLength   bytes, a whole number of frames
  * @param[out]    outputData    must not overlap the input
  * @param[in,out] outputLength  in: room in bytes, at least the number of frames times

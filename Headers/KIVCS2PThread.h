@@ -44,7 +44,9 @@ typedef void *(*KIVCS2ThreadFunc)(void *argument);
 
 /**
  * Starts a thread with the system's default attributes.
- * @param[in] argument  passed to `startRoutine` unchanged; may be null
+ * @param[out] pThread       released by kivCS2Thread_free()
+ * @param[in]  argument      passed to `startRoutine` unchanged; may be null
+ * @param[in]  startRoutine  runs on the new thread
  * @retval KIVCS2STATUS_PARAM_ERR   `pThread` or `startRoutine` is null
  * @retval KIVCS2STATUS_THREAD_ERR  the thread could not be made; the record is zero
  * Thread safety: only the owner. Source: POSIX.1-2017, pthread_create.
@@ -90,7 +92,7 @@ typedef void (*KIVCS2SemaphoreThreadFunc)(void *context);
 /** A worker thread and the semaphore that drives it. */
 typedef struct KIVCS2SemaphoreThread
 {
-    KIVCS2Thread m_thread;
+    KIVCS2Thread m_thread;                  /**< the worker */
     void *m_context;                        /**< passed to every callback unchanged */
     uint32_t m_cancel;                      /**< 1 once the worker has to end */
     uint32_t m_busy;                        /**< 1 from a wake-up until the signal callback has returned */

@@ -58,6 +58,8 @@ KIVCS2_API KIVCS2Status kivCS2PerformanceTimer_stop(KIVCS2PerformanceTimer *time
 
 /**
  * Reads `kind` in nanoseconds.
+ * @param[in]  pTimer       initialised
+ * @param[in]  kind         any other value than the four reads 0
  * @param[out] nanoseconds  64 bits, in memory as two halves of 32 bits with the low one first
  * @retval KIVCS2STATUS_PARAM_ERR  `pTimer` or `nanoseconds` is null
  * @retval KIVCS2STATUS_DATA_ERR   average, minimum or maximum without a measured interval; nothing is stored

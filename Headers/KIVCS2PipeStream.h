@@ -20,11 +20,12 @@
 
 KIVCS2_BEGIN_DECLS
 
+/** A pipe stream. */
 typedef struct KIVCS2PipeStream
 {
-    KIVCS2Stream m_stream;
-    int32_t m_readPipe;  /**< descriptor read from; 0 when closed */
-    int32_t m_writePipe; /**< descriptor written to; 0 when closed */
+    KIVCS2Stream m_stream; /**< the operations; pass its address to them */
+    int32_t m_readPipe;    /**< descriptor read from; 0 when closed */
+    int32_t m_writePipe;   /**< descriptor written to; 0 when closed */
 } KIVCS2PipeStream;
 
 /**
@@ -52,7 +53,10 @@ KIVCS2_API KIVCS2Status kivCS2PipeStream_initWithPipes(KIVCS2PipeStream *stream,
 
 /**
  * One write of `size` bytes.
- * @param[out] bytesWritten  the bytes written, possibly fewer; may be null
+ * @param[in,out] stream        an open pipe
+ * @param[in]     buffer        `size` bytes
+ * @param[in]     size          bytes
+ * @param[out]    bytesWritten  the bytes written, possibly fewer; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
  * @retval KIVCS2STATUS_PIPE_ERR   the write failed; `bytesWritten` is unchanged
  */
@@ -61,8 +65,11 @@ KIVCS2_API KIVCS2Status kivCS2PipeStream_writeBytes(KIVCS2Stream *stream, const 
 
 /**
  * One read of up to `size` bytes; blocks until there are bytes or the last writer is gone.
- * @param[out] bytesRead  the system's own result: 0 at the end of file, all ones (the unsigned form of -1)
- *                        for a failed read; may be null
+ * @param[in,out] stream     an open pipe
+ * @param[out]    buffer     room for `size` bytes
+ * @param[in]     size       bytes
+ * @param[out]    bytesRead  the system's own result: 0 at the end of file, all ones (the unsigned form of -1)
+ *                           for a failed read; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  no pipe is open, or `buffer` is null
  * @retval KIVCS2STATUS_OK         also after a failed read: check the count
  */

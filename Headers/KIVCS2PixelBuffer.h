@@ -51,8 +51,9 @@ enum
  * To RGB, a pixel at an odd place gets the mean of its pair's chroma and the next pair's. Past the end of a
  * line chroma counts as 0, so the last odd pixel of a line is tinted. With an odd width one more pixel is
  * written into the padding of each row, in the order B, G, R, A.
- * @param[in] pixelBufferIn    'v210' or '2vuy', depending on the mode
+ * @param[in]  pixelBufferIn   'v210' or '2vuy', depending on the mode
  * @param[out] pixelBufferOut  the new buffer, owned by the caller; untouched on a failure
+ * @param[in]  mode            KIVCS2PixelBufferConvertMode
  * @retval KIVCS2STATUS_PARAM_ERR   a null argument, an unknown mode, or an input of another format
  * @retval KIVCS2STATUS_MEMORY_ERR  the new buffer could not be made
  * Thread safety: any thread. Source: ITU-R BT.601.
@@ -80,9 +81,10 @@ KIVCS2_API KIVCS2Status kivCS2PixelBuffer_clear(CVPixelBufferRef pixelBufferIn,
  *
  * The two failures marked below leave the input locked once more; the caller undoes this with
  * CVPixelBufferUnlockBaseAddress().
- * @param[out] pixelBufferOut         the new buffer, owned by the caller; untouched on a failure
- * @param[in] scaleWidth, scaleHeight  pixels; must be below those of the input, which assertions check.
- *                                     Without assertions equal sizes pass as well
+ * @param[in]  pixelBufferIn            32-bit RGB or '2vuy'
+ * @param[out] pixelBufferOut           the new buffer, owned by the caller; untouched on a failure
+ * @param[in]  scaleWidth, scaleHeight  pixels; must be below those of the input, which assertions check.
+ *                                      Without assertions equal sizes pass as well
  * @retval KIVCS2STATUS_PARAM_ERR   a null argument, an input smaller than the scale size, or one of another
  *                                  format (leaves the input locked)
  * @retval KIVCS2STATUS_MEMORY_ERR  the new buffer could not be made, as for a scale size of 0 (leaves the
@@ -106,8 +108,9 @@ KIVCS2_API KIVCS2Status kivCS2PixelBuffer_deinterlace(CVPixelBufferRef pixelBuff
  * Converts a '2vuy' buffer as KIVCS2PixelBuffer_Convert2vuyToRGBA and writes its memory to a file, bytes per
  * row times height: rows with their padding, no header. A file that cannot be opened or written is not
  * reported.
- * @param[in] path    created, or emptied first
- * @param[in] unused  any value; ignored
+ * @param[in] pixelBuffer  '2vuy'
+ * @param[in] path         created, or emptied first
+ * @param[in] unused       any value; ignored
  * @retval KIVCS2STATUS_PARAM_ERR   a null buffer or one of another format; no file is opened
  * @retval KIVCS2STATUS_MEMORY_ERR  the converted buffer could not be made; no file is opened
  * Thread safety: any thread.

@@ -47,7 +47,8 @@ typedef struct KIVCS2RingBuffer
 
 /**
  * Allocates a ring of `size` bytes, empty and in overwrite mode. The record's previous contents are ignored.
- * @param[in] size  bytes, at least 2; all of them can be filled
+ * @param[out] rb    released by kivCS2RingBuffer_dispose()
+ * @param[in]  size  bytes, at least 2; all of them can be filled
  * @retval KIVCS2STATUS_PARAM_ERR   `rb` is null, or `size` is below 2; the record is unchanged
  * @retval KIVCS2STATUS_MEMORY_ERR  no storage; the record is unchanged
  * Thread safety: only the owner.
@@ -63,7 +64,9 @@ KIVCS2_API KIVCS2Status kivCS2RingBuffer_dispose(KIVCS2RingBuffer *rb);
 
 /**
  * Stores `size` bytes after the newest: all of them or, on a failure, none. At most two copies.
- * @param[in] data  `size` bytes outside the ring, copied
+ * @param[in,out] rb    initialised
+ * @param[in]     data  `size` bytes outside the ring, copied
+ * @param[in]     size  bytes, 0 to the capacity
  * @retval KIVCS2STATUS_PARAM_ERR     `rb` or `data` is null, or `size` is above the capacity
  * @retval KIVCS2STATUS_OVERFLOW_ERR  fewer than `size` bytes are free, in reject mode; nothing has changed
  * Thread safety: under the host's lock.
@@ -75,7 +78,10 @@ KIVCS2_API KIVCS2Status kivCS2RingBuffer_store(KIVCS2RingBuffer *rb, const void 
  * other status. It never gives up, so room must be made from outside this call; otherwise it does not return.
  * If its caller holds a lock that the consumer takes too, it waits for ever. Threads should use a loop of
  * lock, store, unlock and a wait instead.
- * @param[in] microseconds  slept between two attempts; 0 spins
+ * @param[in,out] rb            initialised
+ * @param[in]     data          `size` bytes outside the ring, copied
+ * @param[in]     size          bytes, 0 to the capacity
+ * @param[in]     microseconds  slept between two attempts; 0 spins
  * @retval KIVCS2STATUS_PARAM_ERR  `rb` or `data` is null, or `size` is above the capacity
  * Thread safety: none. A fetch by another thread meanwhile is the race described above.
  */
@@ -84,7 +90,9 @@ KIVCS2_API KIVCS2Status kivCS2RingBuffer_storeKeepTrying(KIVCS2RingBuffer *rb, c
 
 /**
  * Removes the oldest `size` bytes: all of them or none. At most two copies.
- * @param[out] outData  room for `size` bytes outside the ring
+ * @param[in,out] rb       initialised
+ * @param[out]    outData  room for `size` bytes outside the ring
+ * @param[in]     size     bytes, 0 to the capacity
  * @retval KIVCS2STATUS_PARAM_ERR    `rb` or `outData` is null, or `size` is above the capacity
  * @retval KIVCS2STATUS_NO_DATA_ERR  there are fewer; nothing has changed
  * Thread safety: under the host's lock.
@@ -95,7 +103,10 @@ KIVCS2_API KIVCS2Status kivCS2RingBuffer_fetch(KIVCS2RingBuffer *rb, void *outDa
  * Copies `size` bytes that begin `offset` bytes after the oldest, and removes nothing. Until `tail` wraps
  * around for the first time, the oldest byte is the first that was not fetched. After that it is the oldest
  * of the last `capacity` bytes written, fetched or not.
+ * @param[in]  rb       initialised
  * @param[out] outData  room for `size` bytes outside the ring
+ * @param[in]  size     bytes
+ * @param[in]  offset   bytes
  * @retval KIVCS2STATUS_PARAM_ERR    `rb` or `outData` is null, or `size` and `offset` together are above
  *                                   the capacity, also if their sum does not fit 32 bits
  * @retval KIVCS2STATUS_NO_DATA_ERR  `tail` has never wrapped around and there are fewer bytes
@@ -136,7 +147,8 @@ KIVCS2_API KIVCS2Status kivCS2RingBuffer_resetDataLostIndicator(KIVCS2RingBuffer
 
 /**
  * Sets what happens to stores that do not fit, from the next one on.
- * @param[in] mode  KIVCS2RingBufferOpMode; stored as given
+ * @param[in,out] rb    initialised
+ * @param[in]     mode  KIVCS2RingBufferOpMode; stored as given
  * @retval KIVCS2STATUS_PARAM_ERR  `rb` is null
  * Thread safety: under the host's lock.
  */

@@ -28,7 +28,7 @@ KIVCS2_BEGIN_DECLS
 /** The keys of one kind of processor's core temperatures. */
 typedef struct KIVCS2SMCKeySet
 {
-    uint32_t m_count;
+    uint32_t m_count;          /**< names in `m_keys` */
     const char *const *m_keys; /**< `m_count` names of four characters */
 } KIVCS2SMCKeySet;
 
@@ -56,13 +56,13 @@ enum
 /** One fan; speeds in revolutions per minute. */
 typedef struct KIVCS2SMCFanStatus
 {
-    KIVCS2SMCFanFlags m_flags;
-    uint32_t m_forced; /**< 1 if a program sets the speed, not the controller */
-    float m_actual;
-    float m_minimum;
-    float m_maximum;
-    float m_safe;
-    float m_target;
+    KIVCS2SMCFanFlags m_flags; /**< the values that were read */
+    uint32_t m_forced;         /**< 1 if a program sets the speed, not the controller */
+    float m_actual;            /**< the current speed */
+    float m_minimum;           /**< the lowest speed */
+    float m_maximum;           /**< the highest speed */
+    float m_safe;              /**< the safe speed */
+    float m_target;            /**< the speed aimed at */
 } KIVCS2SMCFanStatus;
 
 /** The values that a processor's status holds. */
@@ -78,12 +78,12 @@ enum
 /** The processors; the values of MSPC and MSTc are signed bytes widened to 32 bits. */
 typedef struct KIVCS2SMCCPUStatus
 {
-    KIVCS2SMCCPUFlags m_flags;
-    uint32_t m_MSPC;
-    uint32_t m_MSTc;
-    uint32_t m_coreCount;
+    KIVCS2SMCCPUFlags m_flags;                       /**< the values that were read */
+    uint32_t m_MSPC;                                 /**< value of the key "MSPC" */
+    uint32_t m_MSTc;                                 /**< value of the key "MSTc" */
+    uint32_t m_coreCount;                            /**< temperatures in `m_coreTemperatures` */
     double m_coreTemperatures[KIVCS2_SMC_MAX_CORES]; /**< degrees Celsius */
-    double m_MSAc;
+    double m_MSAc;                                   /**< value of the key "MSAc" */
 } KIVCS2SMCCPUStatus;
 
 /** The values that a graphics status holds. */
@@ -99,12 +99,12 @@ enum
 /** The graphics processor; the value of MSTg is a signed byte widened to 32 bits. */
 typedef struct KIVCS2SMCGPUStatus
 {
-    KIVCS2SMCGPUFlags m_flags;
-    uint32_t m_MSTg;
-    double m_MSAg;
-    double m_TG0D; /**< degrees Celsius, as are the next two */
-    double m_TG0H;
-    double m_TG0P;
+    KIVCS2SMCGPUFlags m_flags; /**< the values that were read */
+    uint32_t m_MSTg;           /**< value of the key "MSTg" */
+    double m_MSAg;             /**< value of the key "MSAg" */
+    double m_TG0D;             /**< degrees Celsius, as are the next two */
+    double m_TG0H;             /**< value of the key "TG0H" */
+    double m_TG0P;             /**< value of the key "TG0P" */
 } KIVCS2SMCGPUStatus;
 
 /**
@@ -138,8 +138,10 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getNumberOfKeys(KIVCS2SMC *pSMC, uint32_t *pKe
 
 /**
  * Stores the four characters of a key and a zero byte.
- * @param[in] index    below the number of keys
- * @param[in] maxSize  of `pKeyName`, 5 or more
+ * @param[in]  pSMC      an open controller
+ * @param[in]  index     below the number of keys
+ * @param[out] pKeyName  four characters and a zero byte
+ * @param[in]  maxSize   of `pKeyName`, 5 or more
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, `index` or `maxSize` is out of range
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getKeyName(KIVCS2SMC *pSMC, uint32_t index, char *pKeyName,
@@ -147,8 +149,10 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getKeyName(KIVCS2SMC *pSMC, uint32_t index, ch
 
 /**
  * Requests the type of a key, four characters such as "sp78", and the size of its data.
- * @param[in] index      below the number of keys
- * @param[in] maxSize    of `pDataType`, 5 or more
+ * @param[in]  pSMC        an open controller
+ * @param[in]  index       below the number of keys
+ * @param[out] pDataType   four characters and a zero byte
+ * @param[in]  maxSize     of `pDataType`, 5 or more
  * @param[out] pDataBytes  bytes, as the controller reports
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, `index` or `maxSize` is out of range
  * @retval KIVCS2STATUS_DATA_ERR   the controller does not respond; nothing is stored
@@ -158,8 +162,10 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getKeyDataInfo(KIVCS2SMC *pSMC, uint32_t index
 
 /**
  * Requests `size` bytes of a key's data. A response has at most 32 bytes: the rest of `pData` is unchanged.
- * @param[in] index  below the number of keys
- * @param[in] size   of `pData`; any value
+ * @param[in]  pSMC   an open controller
+ * @param[in]  index  below the number of keys
+ * @param[out] pData  room for `size` bytes
+ * @param[in]  size   of `pData`; any value
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `index` is out of range
  * @retval KIVCS2STATUS_DATA_ERR   the controller does not respond; nothing is stored
  */
@@ -175,7 +181,9 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getNumberOfFans(KIVCS2SMC *pSMC, uint32_t *pFa
 
 /**
  * Reads all values of a fan. A value that the machine does not report is 0 and its flag is clear.
- * @param[in] fan  from 0; keys name fans by one digit, so from 10 on only the forced flag is known
+ * @param[in]  pSMC     an open controller
+ * @param[in]  fan      from 0; keys name fans by one digit, so from 10 on only the forced flag is known
+ * @param[out] pStatus  speeds in revolutions per minute
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null
  */
 KIVCS2_API KIVCS2Status kivCS2SMC_getFanStatus(KIVCS2SMC *pSMC, uint32_t fan, KIVCS2SMCFanStatus *pStatus);

@@ -38,7 +38,8 @@ typedef struct KIVCS2Semaphore
 /**
  * Opens the semaphore `name`, or makes it if it does not exist, and takes all its pending counts: it starts
  * at 0 even if others had posted to it. An automatic name is always new.
- * @param[in] name  at most 255 bytes, copied; null makes a name from the machine's absolute clock
+ * @param[out] pSemaphore  released by kivCS2Semaphore_free()
+ * @param[in]  name        at most 255 bytes, copied; null makes a name from the machine's absolute clock
  * @retval KIVCS2STATUS_PARAM_ERR        `pSemaphore` is null
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  `name` has 256 bytes or more; the record is zero
  * @retval KIVCS2STATUS_SEMAPHORE_ERR    the system could not open it, or the name belongs to something that

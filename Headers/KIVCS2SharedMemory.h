@@ -36,7 +36,10 @@ typedef struct KIVCS2SharedMemory
  * does not exist is made, readable and writable by all, and the first `size` bytes are set to zero, also
  * those of a segment that existed: a second creator clears the first one's data. A segment that is larger
  * than `size` is attached whole, and its bytes past `size` keep their contents.
- * @param[in] size  smallest size of the segment in bytes; 0 takes an existing segment of any size
+ * @param[out] shared  released by kivCS2SharedMemory_free()
+ * @param[in]  key     System V key; 0 makes a private segment
+ * @param[in]  size    smallest size of the segment in bytes; 0 takes an existing segment of any size
+ * @param[in]  create  make the segment if it does not exist, and clear it
  * @retval KIVCS2STATUS_PARAM_ERR   `shared` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  with `create`: no segment. EINVAL: `size` is 0, or an existing segment is
  *                                  smaller; ENOSPC, ENOMEM: the system has no room; EACCES: not allowed for

@@ -95,7 +95,9 @@ KIVCS2_API KIVCS2Status kivCS2_freeSockAddr(struct sockaddr_in *_addr);
 
 /**
  * Writes the address in dotted form ("127.0.0.1") and its zero byte; the port is not written.
- * @param[in] _buf_size  bytes in `_buf`, at least KIVCS2_SOCK_ADDR_TEXT_SIZE
+ * @param[in]  _addr      an IPv4 address
+ * @param[out] _buf       the text
+ * @param[in]  _buf_size  bytes in `_buf`, at least KIVCS2_SOCK_ADDR_TEXT_SIZE
  * @retval KIVCS2STATUS_PARAM_ERR        `_addr` or `_buf` is null
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the buffer is too small, whatever the address; nothing is written
  * Thread safety: any thread.
@@ -108,9 +110,11 @@ KIVCS2_API KIVCS2Status kivCS2_sockAddrToString(const struct sockaddr_in *_addr,
 /**
  * Connects to a TCP server, and waits as long as the system tries. `KIVCS2SocketOption_ReuseAddress` and
  * `KIVCS2SocketOption_BindNow` have no effect here.
- * @param[out] _socket  the connection, released by kivCS2Socket_free(); null after a failure. But if
- *                      only setting no-SIGPIPE failed, there is a record to free
- * @param[in] _port     as for kivCS2_createSockAddr()
+ * @param[out] _socket   the connection, released by kivCS2Socket_free(); null after a failure. But if only
+ *                       setting no-SIGPIPE failed, there is a record to free
+ * @param[in]  _host     a name or a dotted address; copied
+ * @param[in]  _port     as for kivCS2_createSockAddr()
+ * @param[in]  _options  bits of KIVCS2SocketOption
  * @retval KIVCS2STATUS_PARAM_ERR    `_socket` or `_host` is null
  * @retval KIVCS2STATUS_MEMORY_ERR   no room for the record or the copy of the host name
  * @retval KIVCS2STATUS_SOCKET_ERR   the system could not make a socket
@@ -124,10 +128,11 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createClient(KIVCS2Socket **_socket, const 
 /**
  * Makes a TCP server on every local address. It listens from the first kivCS2Socket_accept() on, or
  * at once with KIVCS2SocketOption_BindNow.
- * @param[out] _socket               as for kivCS2Socket_createClient()
- * @param[in] _port                  host order, the low 16 bits; 0 lets the system choose, and `m_addr` holds
- *                                   the chosen port once the server is bound
- * @param[in] _maxPendingConnections connections that may wait to be accepted
+ * @param[out] _socket                 as for kivCS2Socket_createClient()
+ * @param[in]  _port                   host order, the low 16 bits; 0 lets the system choose, and `m_addr`
+ *                                     holds the chosen port once the server is bound
+ * @param[in]  _maxPendingConnections  connections that may wait to be accepted
+ * @param[in]  _options                bits of KIVCS2SocketOption
  * @retval KIVCS2STATUS_PARAM_ERR   `_socket` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the record
  * @retval KIVCS2STATUS_SOCKET_ERR  the system could not make a socket, or an option could not be set
@@ -140,7 +145,8 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createServer(KIVCS2Socket **_socket, int32_
 
 /**
  * Makes an unbound UDP socket.
- * @param[out] _socket  released by kivCS2Socket_free(); null after a failure
+ * @param[out] _socket   released by kivCS2Socket_free(); null after a failure
+ * @param[in]  _options  bits of KIVCS2SocketOption
  * @retval KIVCS2STATUS_PARAM_ERR   `_socket` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the record
  * @retval KIVCS2STATUS_SOCKET_ERR  the system could not make a socket
@@ -151,8 +157,9 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createDatagramSender(KIVCS2Socket **_socket
 
 /**
  * Makes an unbound UDP socket for sending to groups.
- * @param[out] _socket  as for kivCS2Socket_createDatagramSender()
- * @param[in] _ttl      the number of routers that a datagram may pass, plus 1; the low 8 bits
+ * @param[out] _socket   as for kivCS2Socket_createDatagramSender()
+ * @param[in]  _ttl      the number of routers that a datagram may pass, plus 1; the low 8 bits
+ * @param[in]  _options  bits of KIVCS2SocketOption
  * @retval KIVCS2STATUS_PARAM_ERR   `_socket` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the record
  * @retval KIVCS2STATUS_SOCKET_ERR  the system could not make a socket, or refused the time-to-live
@@ -164,7 +171,8 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createMulticastDatagramSender(KIVCS2Socket 
 /**
  * Makes a UDP socket bound to an address. `m_bound` stays 0.
  * @param[out] _receiver  as for kivCS2Socket_createClient()
- * @param[in] _addr       the local address and port; not kept
+ * @param[in]  _options   bits of KIVCS2SocketOption
+ * @param[in]  _addr      the local address and port; not kept
  * @retval KIVCS2STATUS_PARAM_ERR   `_receiver` or `_addr` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the record
  * @retval KIVCS2STATUS_SOCKET_ERR  the system could not make a socket, or an option could not be set
@@ -179,7 +187,8 @@ KIVCS2_API KIVCS2Status kivCS2Socket_createDatagramReceiver(KIVCS2Socket **_rece
  * Makes a UDP socket bound to a group's address and joins the group on the interface that the system
  * chooses by its routes.
  * @param[out] _receiver  as for kivCS2Socket_createClient()
- * @param[in] _addr       the group (224.0.0.0 to 239.255.255.255) and port; not kept
+ * @param[in]  _options   bits of KIVCS2SocketOption
+ * @param[in]  _addr      the group (224.0.0.0 to 239.255.255.255) and port; not kept
  * @retval KIVCS2STATUS_PARAM_ERR              `_receiver` or `_addr` is null
  * @retval KIVCS2STATUS_MULTICAST_ADDRESS_ERR  the address is not a group's; nothing was made. Not checked
  *                                             with KIVCS2SocketOption_IPv6
@@ -235,9 +244,10 @@ KIVCS2_API KIVCS2Status kivCS2Socket_setMaxPendingConnections(KIVCS2Socket *_soc
 /**
  * Accepts one connection; binds the server first if it is not bound yet. The connection has no option bits,
  * so neither EOT nor drain; it raises SIGPIPE only if its server does.
- * @param[in] _timeout         milliseconds to wait for a connection; 0 does not wait, a negative value waits
- *                             for ever
- * @param[out] _client_socket  the connection, released by kivCS2Socket_free(); null after a failure
+ * @param[in,out] _server_socket  made by kivCS2Socket_createServer()
+ * @param[in]     _timeout        milliseconds to wait for a connection; 0 does not wait, a negative value
+ *                                waits for ever
+ * @param[out]    _client_socket  the connection, released by kivCS2Socket_free(); null after a failure
  * @retval KIVCS2STATUS_PARAM_ERR    `_server_socket` or `_client_socket` is null
  * @retval KIVCS2STATUS_BIND_ERR     the server could not be bound
  * @retval KIVCS2STATUS_SOCKET_ERR   binding or the wait failed; EINTR if a signal ended the wait
@@ -281,7 +291,10 @@ KIVCS2_API KIVCS2Status kivCS2Socket_free(KIVCS2Socket *_socket);
 
 /**
  * Sends once to the connected peer; a stream may send only a part of the bytes.
- * @param[out] _bytes_sent  the bytes sent, all ones after a failed send; may be null
+ * @param[in,out] _socket      a connection
+ * @param[in]     _buf         `_length` bytes
+ * @param[in]     _length      bytes
+ * @param[out]    _bytes_sent  the bytes sent, all ones after a failed send; may be null
  * @retval KIVCS2STATUS_PARAM_ERR           `_socket` or `_buf` is null
  * @retval KIVCS2STATUS_SOCKET_INVALID_ERR  the socket is closed, or its peer accepts no more data
  * @retval KIVCS2STATUS_TIMEOUT_ERR         the send would wait, or the send time-out passed
@@ -293,7 +306,11 @@ KIVCS2_API KIVCS2Status kivCS2Socket_send(KIVCS2Socket *_socket, const void *_bu
 
 /**
  * Sends one datagram to an address. Arguments and statuses are those of kivCS2Socket_send().
- * @param[in] _addr  the destination
+ * @param[in,out] _socket      a sender
+ * @param[in]     _addr        the destination
+ * @param[in]     _buf         `_length` bytes
+ * @param[in]     _length      bytes
+ * @param[out]    _bytes_sent  as for kivCS2Socket_send()
  * @retval KIVCS2STATUS_PARAM_ERR  `_socket`, `_addr` or `_buf` is null
  * Thread safety: one thread at a time.
  */
@@ -305,9 +322,12 @@ KIVCS2_API KIVCS2Status kivCS2Socket_sendTo(KIVCS2Socket *_socket, const struct 
  * KIVCS2STATUS_CONNECTION_CLOSED_ERR: the buffer holds the bytes received, and the caller may go on
  * receiving. After an interruption by a signal, the check uses the old first byte of the buffer, unless
  * `_clear` is set.
- * @param[in] _clear             zero the whole buffer first
- * @param[out] _bytes_received   the bytes received: 0 if the peer has closed, on a time-out and if there was
- *                               no data, all ones after any other failure; may be null
+ * @param[in,out] _socket          a connection or a receiver
+ * @param[out]    _buf             room for `_buf_size` bytes
+ * @param[in]     _buf_size        bytes, not 0
+ * @param[in]     _clear           zero the whole buffer first
+ * @param[out]    _bytes_received  the bytes received: 0 if the peer has closed, on a time-out and if there
+ *                                 was no data, all ones after any other failure; may be null
  * @retval KIVCS2STATUS_OK   data was received, or a signal interrupted the call: then the count is 0 and
  *                           standard output gets a line
  * @retval KIVCS2STATUS_PARAM_ERR              `_socket` or `_buf` is null, or `_buf_size` is 0
@@ -325,8 +345,13 @@ KIVCS2_API KIVCS2Status kivCS2Socket_receive(KIVCS2Socket *_socket, void *_buf, 
 /**
  * Receives once and also stores the sender; an EOT byte has no effect here. Statuses and counts are those of
  * kivCS2Socket_receive(), except that the count is all ones after time-outs and if there was no data.
- * @param[out] _addr       the sender's address, zero if the system names none; may be null
- * @param[out] _addr_size  bytes of the sender's address as the system reports them; may be null
+ * @param[in,out] _socket          a receiver
+ * @param[out]    _buf             room for `_buf_size` bytes
+ * @param[in]     _buf_size        bytes, not 0
+ * @param[in]     _clear           zero the whole buffer first
+ * @param[out]    _bytes_received  the bytes received; may be null
+ * @param[out]    _addr            the sender's address, zero if the system names none; may be null
+ * @param[out]    _addr_size       bytes of the sender's address as the system reports them; may be null
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_receiveFrom(KIVCS2Socket *_socket, void *_buf, uint32_t _buf_size,
@@ -373,8 +398,10 @@ KIVCS2_API KIVCS2Status kivCS2Socket_testAlive(KIVCS2Socket *_socket);
 
 /**
  * Calls getsockopt() directly.
- * @param[in] _level, _name       of <sys/socket.h>; SO_NOSIGPIPE of <KIVPlatform/KIVPSocket.h> is known too
- * @param[in,out] _value_size     in: bytes in `_value`; out: bytes stored
+ * @param[in,out] _socket        an open socket
+ * @param[in]     _level, _name  of <sys/socket.h>; SO_NOSIGPIPE of <KIVPlatform/KIVPSocket.h> is known too
+ * @param[out]    _value         room for `*_value_size` bytes
+ * @param[in,out] _value_size    in: bytes in `_value`; out: bytes stored
  * Buffer sizes (SO_RCVBUF, SO_SNDBUF) are returned as they were set, although Linux doubles them.
  */
 KIVCS2_API KIVCS2Status kivCS2Socket_getOption(KIVCS2Socket *_socket, int32_t _level, int32_t _name,

@@ -70,7 +70,10 @@ typedef struct KIVCS2Stream
 
 /**
  * Writes `size` bytes of `buffer` at the current position.
- * @param[out] bytesWritten  the bytes written; may be null
+ * @param[in,out] stream        any kind
+ * @param[in]     buffer        `size` bytes
+ * @param[in]     size          bytes
+ * @param[out]    bytesWritten  the bytes written; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `stream`, its operation or `buffer` is missing
  * @return otherwise the kind's status
  */
@@ -79,7 +82,10 @@ KIVCS2_API KIVCS2Status kivCS2Stream_writeBytes(KIVCS2Stream *stream, const void
 
 /**
  * Reads up to `size` bytes into `buffer`. At the end the kinds of this library succeed with a count of 0.
- * @param[out] bytesRead  the bytes read; may be null
+ * @param[in,out] stream     any kind
+ * @param[out]    buffer     room for `size` bytes
+ * @param[in]     size       bytes
+ * @param[out]    bytesRead  the bytes read; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `stream`, its operation or `buffer` is missing
  * @return otherwise the kind's status
  */
@@ -96,7 +102,10 @@ KIVCS2_API KIVCS2Status kivCS2Stream_getSize(KIVCS2Stream *stream, uint64_t *siz
 /**
  * Moves the current position by `offset` bytes, counted from the origin `mode`. With assertions an unknown
  * mode stops the process; without them, the kind decides.
- * @param[out] newPosition  bytes from the start; may be null
+ * @param[in,out] stream       any kind
+ * @param[in]     offset       bytes from the origin; may be negative
+ * @param[in]     mode         the origin, KIVCS2StreamPosition
+ * @param[out]    newPosition  bytes from the start; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` or its operation is missing
  * @return otherwise the kind's status
  */
@@ -144,7 +153,8 @@ KIVCS2_API KIVCS2Status kivCS2Stream_free(KIVCS2Stream *stream);
 
 /**
  * Writes the text as 8 bytes of length (host byte order, terminator not counted) and then its bytes.
- * @param[in] string  zero-terminated UTF-8; null is written as a length of 0
+ * @param[in,out] stream  any kind
+ * @param[in]     string  zero-terminated UTF-8; null is written as a length of 0
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` or its write operation is missing
  * @retval KIVCS2STATUS_WRITE_ERR  the kind wrote fewer bytes; those stay written
  * @return otherwise the status of a failing write, or KIVCS2STATUS_OK
@@ -157,7 +167,8 @@ KIVCS2_API KIVCS2Status kivCS2Stream_writeUTF8String(KIVCS2Stream *stream, const
  *
  * A text above 1 MiB is read in steps, each doubling the block, so that a damaged length costs little
  * more memory than the stream has bytes.
- * @param[out] string  the block; null for a text of length 0
+ * @param[in,out] stream  any kind
+ * @param[out]    string  the block; null for a text of length 0
  * @retval KIVCS2STATUS_PARAM_ERR   `stream`, its read operation or `string` is missing
  * @retval KIVCS2STATUS_MEMORY_ERR  no room for the text, or it is longer than the machine's memory; `string`
  *                                  is null
@@ -173,8 +184,10 @@ KIVCS2_API KIVCS2Status kivCS2Stream_freeUTF8String(KIVCS2Stream *stream, char *
 /**
  * Reads a text written by kivCS2Stream_writeUTF8String() into the caller's buffer and ends it with
  * two zero bytes.
- * @param[in]  bufferSize  bytes of `string`; at least the text's length plus 2
- * @param[out] length      the text's length plus 1 (one terminator counted); may be null
+ * @param[in,out] stream      any kind
+ * @param[out]    string      the text and two zero bytes
+ * @param[in]     bufferSize  bytes of `string`; at least the text's length plus 2
+ * @param[out]    length      the text's length plus 1 (one terminator counted); may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `stream`, its read operation or `string` is missing; or the buffer is too
  *                                 small, in which case the length is consumed and the text is not
  * @retval KIVCS2STATUS_READ_ERR   fewer bytes than announced; the buffer's content is undefined

@@ -53,9 +53,10 @@ KIVCS2_API KIVCS2Status kivCS2String_getNullTerminatorLength(KIVCS2StringEncodin
  * Makes a string object from a text. A byte-order mark stays as a character. A file-system source is read up
  * to its zero byte and composed (canonical composition).
  * @param[in]  source    the text, of any alignment
- * @param[in]  length    its bytes without terminator, or KIVCS2_STRING_MEASURE; not used for the
- *                       file-system encoding
+ * @param[in]  length    its bytes without terminator, or KIVCS2_STRING_MEASURE; not used for the file-system
+ *                       encoding
  * @param[out] cfString  the new object, released with CFRelease(); null after a failure
+ * @param[in]  encoding  of `source`
  * @retval KIVCS2STATUS_PARAM_ERR   `source` or `cfString` is null (nothing is stored), or `encoding` is
  *                                  outside 0 to 7
  * @retval KIVCS2STATUS_MEMORY_ERR  no room, or the bytes are not valid in the encoding
@@ -67,8 +68,10 @@ KIVCS2_API KIVCS2Status kivCS2String_createCFStringWithEncoding(const void *sour
 /**
  * Makes a zero-terminated text from a string object. Conversion stops at the first character that the
  * encoding lacks; the text before it is a success ("ab\u00e9" to ASCII gives "ab").
+ * @param[in]  cfString   not changed or released
  * @param[out] cString    the new text, released with kivCS2String_freeCString(); null after
  *                        KIVCS2STATUS_CAPTION_ERR
+ * @param[in]  encoding   of the new text
  * @param[out] bytesUsed  bytes of the text with its terminator; may be null
  * @retval KIVCS2STATUS_PARAM_ERR    `cfString` or `cString` is null, or `encoding` is outside 0 to 7; for the
  *                                   file-system encoding also an empty string with `bytesUsed` given, in
@@ -95,9 +98,13 @@ KIVCS2_API KIVCS2Status kivCS2String_getBytesUsed(CFStringRef string, KIVCS2Stri
 /**
  * Converts a text from one encoding into a new text in another, with the rules of
  * kivCS2String_createCFStringWithEncoding() and kivCS2String_createCStringFromCFStringWithEncoding().
- * @param[out] destination  the new text, released with kivCS2String_freeCString(); null after a failure,
- *                          except for the block left by a text without file-system form
- * @param[out] bytesUsed    bytes of the new text with its terminator; may be null
+ * @param[in]  source               the text, of any alignment
+ * @param[in]  length               its bytes without terminator, or KIVCS2_STRING_MEASURE
+ * @param[in]  sourceEncoding       KIVCS2StringEncoding
+ * @param[out] destination          the new text, released with kivCS2String_freeCString(); null after a
+ *                                  failure, except for the block left by a text without file-system form
+ * @param[in]  destinationEncoding  KIVCS2StringEncoding
+ * @param[out] bytesUsed            bytes of the new text with its terminator; may be null
  * @retval KIVCS2STATUS_PARAM_ERR  `source` or `destination` is null, or an encoding is outside 0 to 7
  * @return otherwise the first failing status of the two steps
  */
@@ -115,6 +122,7 @@ KIVCS2_API KIVCS2Status kivCS2String_freeCString(char *string);
 /**
  * Detects an encoding by its byte-order mark: UTF-8, UTF-16 big-endian, UTF-16 little-endian, UTF-32
  * big-endian, in this order. UTF-32 little-endian begins like UTF-16 little-endian and is reported as that.
+ * @param[in]  source     the first bytes of a text
  * @param[in]  length     bytes of `source` that may be read
  * @param[out] encoding   unchanged after a failure
  * @param[out] bomLength  bytes of the mark; may be null; unchanged after a failure
@@ -127,7 +135,9 @@ KIVCS2_API KIVCS2Status kivCS2String_detectEncoding(const void *source, uint32_t
 
 /**
  * Writes the four bytes of a code, most significant first, and a terminator: 0x63636470 is "ccdp".
- * @param[in] size  bytes of `buffer`, at least 5
+ * @param[in]  code    a four-character code
+ * @param[out] buffer  four characters and a zero byte
+ * @param[in]  size    bytes of `buffer`, at least 5
  * @retval KIVCS2STATUS_PARAM_ERR        `buffer` is null
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  fewer than 5 bytes; the buffer is unchanged
  */
@@ -135,7 +145,9 @@ KIVCS2_API KIVCS2Status kivCS2String_OSTypeToString(uint32_t code, char *buffer,
 
 /**
  * Copies a text with its terminator.
- * @param[in] size  bytes of `dest`
+ * @param[out] dest    the copy
+ * @param[in]  source  zero-terminated, in an encoding with terminators of one byte
+ * @param[in]  size    bytes of `dest`
  * @retval KIVCS2STATUS_PARAM_ERR        `dest` or `source` is null
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the text does not fit; `dest` is unchanged
  */
@@ -151,7 +163,9 @@ KIVCS2_API KIVCS2Status kivCS2String_createCopy(char **dest, const char *source)
 /**
  * Splits a string at every separator into a new array of strings, released with CFRelease(). Splitting
  * the empty string gives one empty piece.
- * @param[in] separator  ASCII
+ * @param[in]  cfString   not changed or released
+ * @param[in]  separator  ASCII
+ * @param[out] array      elements: CFStringRef, owned by the array
  * @retval KIVCS2STATUS_PARAM_ERR   `cfString`, `separator` or `array` is null
  * @retval KIVCS2STATUS_MEMORY_ERR  no room, or the separator is not ASCII; `array` is null
  */
@@ -161,8 +175,9 @@ KIVCS2_API KIVCS2Status kivCS2String_separateCFString(CFStringRef cfString, cons
 /**
  * Finds a resource of the main bundle and stores its POSIX path as a new string, released with
  * CFRelease().
- * @param[in] name  ASCII, without the extension
- * @param[in] type  the extension, ASCII; null if there is none
+ * @param[in]  name          ASCII, without the extension
+ * @param[in]  type          the extension, ASCII; null if there is none
+ * @param[out] resourcePath  the path
  * @retval KIVCS2STATUS_PARAM_ERR   `name` or `resourcePath` is null
  * @retval KIVCS2STATUS_PATH_ERR    there is no main bundle
  * @retval KIVCS2STATUS_MEMORY_ERR  no room, or a text is not ASCII
@@ -180,7 +195,8 @@ KIVCS2_API KIVCS2Status kivCS2String_createUIDCFString(CFStringRef *cfString);
 
 /**
  * Writes a new UUID into the caller's buffer as ASCII text.
- * @param[in] size  bytes of `buffer`, at least 37
+ * @param[out] buffer  36 characters and a zero byte
+ * @param[in]  size    bytes of `buffer`, at least 37
  * @retval KIVCS2STATUS_PARAM_ERR        `buffer` is null
  * @retval KIVCS2STATUS_MEMORY_ERR       no room for the string
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the buffer is too small
@@ -200,6 +216,7 @@ KIVCS2_API KIVCS2Status kivCS2String_getCFStringLastPathComponent(CFStringRef cf
 /**
  * Copies a path and replaces a leading "~" with the home directory: HOME, or if that is missing or empty the
  * directory in the user's entry. "~name/x" is the home directory followed by "name/x".
+ * @param[in]  path          zero-terminated
  * @param[out] expandedPath  the new text, released with kivCS2String_freeCString(); null if there was no room
  *                           to copy a path without "~", which is reported as success
  * @retval KIVCS2STATUS_PARAM_ERR        `path` or `expandedPath` is null

@@ -67,7 +67,8 @@ KIVCS2_API KIVCS2Status kivCS2SystemInfo_getCPUCoreCount(uint32_t *_cores);
 /**
  * Stores the machine's name in UTF-8 with its zero byte: the name meant for people ("PRETTY_HOSTNAME" of
  * machine-info), otherwise the host name. The whole buffer is set to zero first.
- * @param[in] _bufferSize  bytes of the buffer, not 0
+ * @param[out] _buffer      the name
+ * @param[in]  _bufferSize  bytes of the buffer, not 0
  * @retval KIVCS2STATUS_PARAM_ERR        `_buffer` is null or `_bufferSize` is 0
  * @retval KIVCS2STATUS_DATA_ERR         the machine has no name; the buffer is zero
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the name does not fit; the buffer is zero

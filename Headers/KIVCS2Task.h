@@ -143,8 +143,9 @@ KIVCS2_API KIVCS2Status kivCS2Task_launch(KIVCS2Task *_task);
 /**
  * Runs the command from a thread of its own, which calls `callback` when the child has ended, or when the
  * launch has failed.
- * @param[in] callback  may be null; may free the task
- * @param[in] context   passed to the callback
+ * @param[in,out] _task     in state 1
+ * @param[in]     callback  may be null; may free the task
+ * @param[in]     context   passed to the callback
  * @retval KIVCS2STATUS_PARAM_ERR           `_task` is null
  * @retval KIVCS2STATUS_STATE_ERR           it was launched before; unchanged
  * @retval KIVCS2STATUS_NOT_LAUNCHABLE_ERR  as kivCS2TaskPrv_checkLaunchable(); the task may be launched later
@@ -155,6 +156,7 @@ KIVCS2_API KIVCS2Status kivCS2Task_launchAsync(KIVCS2Task *_task, KIVCS2TaskFunc
 
 /**
  * Stores whether an asynchronous launch has finished, and with which status.
+ * @param[in]  _task        launched by kivCS2Task_launchAsync()
  * @param[out] _finished    false while it runs
  * @param[out] _asyncError  the status that kivCS2Task_launch() would have returned; 0 while it runs
  * @retval KIVCS2STATUS_PARAM_ERR  an argument is null
@@ -174,7 +176,8 @@ KIVCS2_API KIVCS2Status kivCS2Task_setASyncCallback(KIVCS2Task *_task, KIVCS2Tas
 
 /**
  * Sets whether the child's standard streams are pipes. A launch by the task server makes no pipes.
- * @param[in] flag  non-zero: pipes
+ * @param[in,out] _task  not running
+ * @param[in]     flag   non-zero: pipes
  * @retval KIVCS2STATUS_PARAM_ERR         `_task` is null
  * @retval KIVCS2STATUS_TASK_RUNNING_ERR  it is running; unchanged
  */
@@ -194,9 +197,12 @@ KIVCS2_API KIVCS2Status kivCS2Task_setStdErrFile(KIVCS2Task *_task, const char *
 
 /**
  * Reads once from the child's standard output; also after the child has ended.
- * @param[in] block       wait until there is data
- * @param[out] bytesRead  may be null; 0 at the end of the stream, and after every failure except
- *                        KIVCS2STATUS_PARAM_ERR, which leaves it unchanged
+ * @param[in,out] _task      with pipes, see kivCS2Task_setPipedIO()
+ * @param[in]     block      wait until there is data
+ * @param[out]    _buffer    room for `length` bytes
+ * @param[in]     length     bytes
+ * @param[out]    bytesRead  may be null; 0 at the end of the stream, and after every failure except
+ *                           KIVCS2STATUS_PARAM_ERR, which leaves it unchanged
  * @retval KIVCS2STATUS_PARAM_ERR        `_task` or `_buffer` is null
  * @retval KIVCS2STATUS_STATE_ERR        the task has no pipes
  * @retval KIVCS2STATUS_NOT_PIPED_ERR    this stream has no pipe: it goes to a file, or the launch has not
@@ -216,8 +222,11 @@ KIVCS2_API KIVCS2Status kivCS2Task_readError(KIVCS2Task *_task, bool block, void
 
 /**
  * Writes once to the child's standard input; a child that no longer reads raises no SIGPIPE.
- * @param[out] bytesWritten  may be null; 0 after every failure except KIVCS2STATUS_PARAM_ERR, which leaves it
- *                           unchanged
+ * @param[in,out] _task         running, with pipes
+ * @param[in]     _buffer       `length` bytes
+ * @param[in]     length        bytes
+ * @param[out]    bytesWritten  may be null; 0 after every failure except KIVCS2STATUS_PARAM_ERR, which leaves
+ *                              it unchanged
  * @retval KIVCS2STATUS_PARAM_ERR             `_task` or `_buffer` is null
  * @retval KIVCS2STATUS_TASK_NOT_RUNNING_ERR  it is not running
  * @retval KIVCS2STATUS_STATE_ERR             the task has no pipes
@@ -238,7 +247,9 @@ KIVCS2_API KIVCS2Status kivCS2Task_closePipedIO(KIVCS2Task *_task);
 /**
  * Sends a signal to the child. Stores -1 if a running task has no child yet: no other process is ever
  * signalled.
- * @param[out] _killResult  0 or -1, the result of kill()
+ * @param[in]  _task         running
+ * @param[in]  signalNumber  of <signal.h>; 0 only checks
+ * @param[out] _killResult   0 or -1, the result of kill()
  * @retval KIVCS2STATUS_PARAM_ERR             `_task` or `_killResult` is null
  * @retval KIVCS2STATUS_TASK_NOT_RUNNING_ERR  it is not running; nothing is stored
  * Thread safety: any thread.

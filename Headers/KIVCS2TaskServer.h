@@ -61,9 +61,10 @@ KIVCS2_API KIVCS2Status kivCS2TaskServer_init(void);
  * apply. When the child has ended, `m_exitCode` is its whole wait status and the state is 5; this also holds
  * for a child that was killed before it could execute. If the server that launched it has died meanwhile, the
  * status is lost: `m_exitCode` is -1, which is not a wait status.
- * @param[in] callback  called when the child has ended, on the readback thread, with the server's mutex held;
- *                      may be null, may free the task
- * @param[in] context   passed to the callback
+ * @param[in,out] task      in state 1
+ * @param[in]     callback  called when the child has ended, on the readback thread, with the server's mutex
+ *                          held; may be null, may free the task
+ * @param[in]     context   passed to the callback
  * @retval KIVCS2STATUS_PARAM_ERR           `task` is null
  * @retval KIVCS2STATUS_TASK_SERVER_ERR     there is no task server, or it does not launch; the state is
  *                                          unchanged. A server that does not respond for 10 seconds is killed

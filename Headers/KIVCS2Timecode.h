@@ -443,7 +443,9 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_initWithCFString(KIVCS2Timecode *tc, CFSt
  * Writes "10:00:00:00", or "15.3.2024 10:00:00:00" if the year is above 0, with ";" before the frames at
  * drop-frame rates. An invalid record reads as 00:00:00:00. 15 bytes hold every time and 29 every date and
  * time.
- * @param[in] bufferSize  bytes of `buffer`: at least 12, with a date 24
+ * @param[in]  tc          the record
+ * @param[out] buffer      the text, zero-terminated
+ * @param[in]  bufferSize  bytes of `buffer`: at least 12, with a date 24
  * @retval KIVCS2STATUS_PARAM_ERR        an argument is null
  * @retval KIVCS2STATUS_BUFFER_SIZE_ERR  the buffer is below that, or the text (hours of 100 and more)
  *                                       does not fit; nothing is written

@@ -90,7 +90,9 @@ KIVCS2_API KIVCS2Status kivCS2Timer_create(KIVCS2Timer **_timer, KIVCS2TimerFunc
  * made its only call is not added; both are a success. Further modes of the same loop add up; adding the same
  * mode again is harmless. In a mode that is neither common nor the running one, the timer waits until the
  * loop is run in that mode.
- * @param[in] _mode  kCFRunLoopCommonModes, kCFRunLoopDefaultMode or a name of the host's own
+ * @param[in,out] _timer    made with KIVCS2TimerFlags_RunLoop
+ * @param[in]     _runLoop  of any thread
+ * @param[in]     _mode     kCFRunLoopCommonModes, kCFRunLoopDefaultMode or a name of the host's own
  * @retval KIVCS2STATUS_PARAM_ERR   an argument is null, or the timer does not have the flag or has a thread
  * @retval KIVCS2STATUS_MEMORY_ERR  no memory for the mode; nothing has changed
  * Thread safety: one thread at a time.

@@ -96,56 +96,57 @@ typedef uint32_t KIVCS2VideoFormat;
 /** The properties of a frame rate. */
 typedef struct KIVCS2FrameRateInfo
 {
-    uint32_t m_integerRate; /**< truncated, not rounded: 29 for 29.97 */
-    double m_exactRate;     /**< frames per second */
-    uint32_t m_hundredths;  /**< hundredths of a frame per second */
-    uint32_t m_dropFrame;   /**< 1 for a fractional rate, 23.98 included */
-    KIVCS2InterlaceMode m_defaultInterlaceMode;
-    const char *m_shortName; /**< "2997" */
-    const char *m_longName;  /**< "30fps drop frame" */
+    uint32_t m_integerRate;                     /**< truncated, not rounded: 29 for 29.97 */
+    double m_exactRate;                         /**< frames per second */
+    uint32_t m_hundredths;                      /**< hundredths of a frame per second */
+    uint32_t m_dropFrame;                       /**< 1 for a fractional rate, 23.98 included */
+    KIVCS2InterlaceMode m_defaultInterlaceMode; /**< the mode that pictures of this rate usually have */
+    const char *m_shortName;                    /**< "2997" */
+    const char *m_longName;                     /**< "30fps drop frame" */
 } KIVCS2FrameRateInfo;
 
 /** The part of the picture that is free of edge artefacts, in pixels, as two fractions. */
 typedef struct KIVCS2CleanAperture
 {
-    uint32_t m_widthNumerator;
-    uint32_t m_widthDenominator;
-    uint32_t m_heightNumerator;
-    uint32_t m_heightDenominator;
+    uint32_t m_widthNumerator;    /**< the width is this ... */
+    uint32_t m_widthDenominator;  /**< ... divided by this */
+    uint32_t m_heightNumerator;   /**< the height is this ... */
+    uint32_t m_heightDenominator; /**< ... divided by this */
 } KIVCS2CleanAperture;
 
 /** One row of the format table. */
 typedef struct KIVCS2VideoFormatDefinition
 {
-    KIVCS2VideoFormat m_format;
-    uint32_t m_displayWidthIndex;  /**< the index from kivCS2VideoFormat_matchWidth() */
-    uint32_t m_displayHeightIndex; /**< the index from kivCS2VideoFormat_matchHeight() */
-    const char *m_name;            /**< "1080i25 8 Bit" */
-    const KIVCS2CleanAperture *m_cleanAperture;
+    KIVCS2VideoFormat m_format;                 /**< the code */
+    uint32_t m_displayWidthIndex;               /**< the index from kivCS2VideoFormat_matchWidth() */
+    uint32_t m_displayHeightIndex;              /**< the index from kivCS2VideoFormat_matchHeight() */
+    const char *m_name;                         /**< "1080i25 8 Bit" */
+    const KIVCS2CleanAperture *m_cleanAperture; /**< static */
 } KIVCS2VideoFormatDefinition;
 
 /** An unpacked format of the table. */
 typedef struct KIVCS2VideoFormatDescription
 {
-    const char *m_name;       /**< static */
-    uint32_t m_nativeWidth;   /**< pixels as stored and transported */
-    uint32_t m_nativeHeight;  /**< lines */
-    uint32_t m_displayWidth;  /**< pixels as shown */
-    uint32_t m_displayHeight; /**< lines */
-    KIVCS2FrameAspect m_frameAspect;
-    KIVCS2PixelAspect m_pixelAspect;
-    KIVCS2VideoPixelFormat m_pixelFormat;
-    uint32_t m_hSpacing; /**< the pixel's shape is hSpacing to vSpacing */
-    uint32_t m_vSpacing;
-    KIVCS2CleanAperture m_cleanAperture;
-    KIVCS2InterlaceMode m_interlaceMode;
-    KIVCS2FrameRate m_frameRate;
-    KIVCS2SDIDualLinkMode m_sdiDualLinkMode;
+    const char *m_name;                         /**< static */
+    uint32_t m_nativeWidth;                     /**< pixels as stored and transported */
+    uint32_t m_nativeHeight;                    /**< lines */
+    uint32_t m_displayWidth;                    /**< pixels as shown */
+    uint32_t m_displayHeight;                   /**< lines */
+    KIVCS2FrameAspect m_frameAspect;            /**< shape of the picture */
+    KIVCS2PixelAspect m_pixelAspect;            /**< shape of a pixel, as an index */
+    KIVCS2VideoPixelFormat m_pixelFormat;       /**< how a pixel is stored */
+    uint32_t m_hSpacing;                        /**< the pixel's shape is hSpacing to vSpacing */
+    uint32_t m_vSpacing;                        /**< the other part of the ratio */
+    KIVCS2CleanAperture m_cleanAperture;        /**< the part free of edge artefacts */
+    KIVCS2InterlaceMode m_interlaceMode;        /**< how lines are divided into fields */
+    KIVCS2FrameRate m_frameRate;                /**< the frame rate */
+    KIVCS2SDIDualLinkMode m_sdiDualLinkMode;    /**< how SDI carries it above 30 frames per second */
     const KIVCS2FrameRateInfo *m_frameRateInfo; /**< static */
 } KIVCS2VideoFormatDescription;
 
 /**
  * Finds the row of the table for a code; all 32 bits count.
+ * @param[in]  format      the code
  * @param[out] definition  the static row, or null if there is none
  * @retval KIVCS2STATUS_PARAM_ERR         `definition` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
@@ -226,7 +227,8 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_getDisplayHeight(KIVCS2VideoFormat for
 
 /**
  * Stores the name of a format of the table, for example "1080p59.94a 8 Bit".
- * @param[out] name  static text
+ * @param[in]  format  the code
+ * @param[out] name    static text
  * @retval KIVCS2STATUS_PARAM_ERR         `name` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  the code is not in the table
  * Thread safety: any thread.
@@ -244,6 +246,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_getDescription(KIVCS2VideoFormat forma
 
 /**
  * Stores the code of the format with exactly this name, byte for byte.
+ * @param[in]  name    for example "1080i25 8 Bit"
  * @param[out] format  0 if there is none
  * @retval KIVCS2STATUS_PARAM_ERR         `name` or `format` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  no format has this name
@@ -255,7 +258,13 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_getFormatForName(const char *name, KIV
  * Stores the first format of the table with these properties. Interlace mode, aspects and dual link are not
  * compared: 1920 x 1080 at 23.98 or 24 gives the segmented frame, at 50 and above level A; 720 x 576 at 25
  * never gives DV.
- * @param[out] format  0 if there is none
+ * @param[in]  nativeWidth    pixels as stored and transported
+ * @param[in]  nativeHeight   lines as stored and transported
+ * @param[in]  displayWidth   pixels as shown
+ * @param[in]  displayHeight  lines as shown
+ * @param[in]  frameRate      KIVCS2FrameRate
+ * @param[in]  pixelFormat    KIVCS2VideoPixelFormat
+ * @param[out] format         0 if there is none
  * @retval KIVCS2STATUS_PARAM_ERR         `format` is null
  * @retval KIVCS2STATUS_VIDEO_FORMAT_ERR  no format has these properties
  * Thread safety: any thread.
@@ -268,7 +277,8 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_matchFormat(uint32_t nativeWidth, uint
 
 /**
  * Stores the frame rate of a truncated rate: 23, 24, 25, 29, 30, 50, 59 or 60.
- * @param[out] frameRate  must not be null: it is not checked
+ * @param[in]  integerRate  whole frames per second
+ * @param[out] frameRate    must not be null: it is not checked
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no such rate; `frameRate` is untouched
  * Thread safety: any thread.
  */
@@ -277,6 +287,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_integerToFrameRate(uint32_t integerRat
 
 /**
  * Stores the frame rate of a rate, which is truncated first: 29.97 and 29.999 both give 29.97.
+ * @param[in]  rate       frames per second
  * @param[out] frameRate  must not be null: it is not checked
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no such rate, or not a number; `frameRate` is untouched
  * Thread safety: any thread.
@@ -301,6 +312,7 @@ KIVCS2_API KIVCS2Status kivCS2VideoFormat_frameRateToDouble(KIVCS2FrameRate fram
 
 /**
  * Stores the interlace mode that a frame rate usually has.
+ * @param[in]  frameRate      0 to 7
  * @param[out] interlaceMode  must not be null: it is not checked
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  the code is 8 or more; `interlaceMode` is untouched
  * Thread safety: any thread.

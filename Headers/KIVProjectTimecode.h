@@ -45,6 +45,7 @@
 #define KIV_NODISCARD
 #endif
 
+/** A time of day counted in frames, with a date: the 64 bits of a KIVCS2Timecode as an object. */
 class KIVCS2_API KIVProjectTimecode
 {
 public:
@@ -57,34 +58,42 @@ public:
      */
     static void setFrameRate(KIVCS2FrameRate rate) noexcept;
 
+    /** Sets 23.98 frames a second; the next seven set the rate of their name. */
     static void fps2398() noexcept
     {
         setFrameRate(KIVCS2FrameRate_23_98);
     }
+    /** Sets 24. */
     static void fps24() noexcept
     {
         setFrameRate(KIVCS2FrameRate_24);
     }
+    /** Sets 25. */
     static void fps25() noexcept
     {
         setFrameRate(KIVCS2FrameRate_25);
     }
+    /** Sets 29.97, drop-frame. */
     static void fps2997() noexcept
     {
         setFrameRate(KIVCS2FrameRate_29_97);
     }
+    /** Sets 30. */
     static void fps30() noexcept
     {
         setFrameRate(KIVCS2FrameRate_30);
     }
+    /** Sets 50. */
     static void fps50() noexcept
     {
         setFrameRate(KIVCS2FrameRate_50);
     }
+    /** Sets 59.94, drop-frame. */
     static void fps5994() noexcept
     {
         setFrameRate(KIVCS2FrameRate_59_94);
     }
+    /** Sets 60. */
     static void fps60() noexcept
     {
         setFrameRate(KIVCS2FrameRate_60);
@@ -92,6 +101,7 @@ public:
 
     /** The current code; KIVCS2FrameRate_MAX while no rate is set. */
     KIV_NODISCARD static KIVCS2FrameRate currentFrameRate() noexcept;
+    /** True once a rate is set. */
     KIV_NODISCARD static bool hasValidFrameRate() noexcept;
     /** The nominal integer rate: 24, 25, 30, 50 or 60. */
     KIV_NODISCARD static uint32_t framesPerSecond() noexcept;
@@ -99,7 +109,9 @@ public:
     KIV_NODISCARD static double realFramesPerSecond() noexcept;
     /** Returns true at 29.97 and 59.94. */
     KIV_NODISCARD static bool dropFrameTimecode() noexcept;
+    /** Frames of one hour of timecode; 0 while no rate is set. */
     KIV_NODISCARD static uint32_t framesPerHour() noexcept;
+    /** Frames of 24 hours of timecode; 0 while no rate is set. */
     KIV_NODISCARD static uint32_t framesPerDay() noexcept;
 
     /* ---- Creation ----------------------------------------------------------------------------- */
@@ -151,56 +163,68 @@ public:
         m_fields = (date.m_fields & kDateMask) | (timecode.m_fields & ~kDateMask);
         return *this;
     }
+    /** All 64 bits of a record. */
     constexpr KIVProjectTimecode &initWithCS2Timecode(KIVCS2Timecode timecode) noexcept
     {
         m_fields = timecode;
         return *this;
     }
 
+    /** A new object by the init member of the same arguments; so for all timecodeWith... below. */
     KIV_NODISCARD static KIVProjectTimecode timecodeWithHours(uint8_t hours) noexcept
     {
         return KIVProjectTimecode{}.initWithHours(hours);
     }
+    /** By initWithHours() with four fields. */
     KIV_NODISCARD static KIVProjectTimecode timecodeWithHours(uint8_t hours, uint8_t minutes, uint8_t seconds,
                                                               uint8_t frames) noexcept
     {
         return KIVProjectTimecode{}.initWithHours(hours, minutes, seconds, frames);
     }
+    /** By initWithString(). */
     KIV_NODISCARD static KIVProjectTimecode timecodeWithString(CFStringRef string) noexcept
     {
         return KIVProjectTimecode{}.initWithString(string);
     }
 #if __cplusplus >= 201703L
+    /** By initWithString(). */
     KIV_NODISCARD static KIVProjectTimecode timecodeWithString(std::string_view text) noexcept
     {
         return KIVProjectTimecode{}.initWithString(text);
     }
 #endif
+    /** By initWithTime(). */
     KIV_NODISCARD static KIVProjectTimecode timecodeWithTime(uint32_t time, uint32_t scale) noexcept
     {
         return KIVProjectTimecode{}.initWithTime(time, scale);
     }
+    /** By initWithSeconds(). */
     KIV_NODISCARD static KIVProjectTimecode timecodeWithSeconds(double seconds) noexcept
     {
         return KIVProjectTimecode{}.initWithSeconds(seconds);
     }
+    /** By initWithFrames(). */
     KIV_NODISCARD static constexpr KIVProjectTimecode timecodeWithFrames(uint32_t frames) noexcept
     {
         return KIVProjectTimecode{}.initWithFrames(frames);
     }
+    /** By initWithDate(). */
     KIV_NODISCARD static KIVProjectTimecode timecodeWithDate(CFDateRef date) noexcept
     {
         return KIVProjectTimecode{}.initWithDate(date);
     }
+    /** By initWithCFDate(). */
     KIV_NODISCARD static KIVProjectTimecode timecodeWithCFDate(CFDateRef date) noexcept
     {
         return KIVProjectTimecode{}.initWithCFDate(date);
     }
+    /** By initWithDate() with two objects. */
     KIV_NODISCARD static constexpr KIVProjectTimecode
     timecodeCombiningDate(const KIVProjectTimecode &date, const KIVProjectTimecode &timecode) noexcept
     {
         return KIVProjectTimecode{}.initWithDate(date, timecode);
     }
+    /** By initWithCS2Timecode(). */
     KIV_NODISCARD static constexpr KIVProjectTimecode
     timecodeWithCS2Timecode(KIVCS2Timecode timecode) noexcept
     {
@@ -224,10 +248,12 @@ public:
     {
         return m_fields;
     }
+    /** The record, for the C operations. */
     KIV_NODISCARD constexpr KIVCS2Timecode CS2Timecode() const noexcept
     {
         return m_fields;
     }
+    /** Stores a record, unchecked. */
     constexpr void setCS2Timecode(KIVCS2Timecode timecode) noexcept
     {
         m_fields = timecode;
@@ -235,7 +261,9 @@ public:
 
     /** The frame number within the second; 0 without a rate and for an invalid frame count. */
     KIV_NODISCARD uint32_t frames() const noexcept;
+    /** The seconds, 0 to 59; 0 as frames(). */
     KIV_NODISCARD uint32_t seconds() const noexcept;
+    /** The minutes, 0 to 59; 0 as frames(). */
     KIV_NODISCARD uint32_t minutes() const noexcept;
     /** The hours, 24 and more if the frame count is beyond a day. */
     KIV_NODISCARD uint32_t hours() const noexcept;
@@ -250,6 +278,7 @@ public:
     {
         return static_cast<uint8_t>(m_fields >> 40);
     }
+    /** The year, 16 bits; 0 in a duration. */
     KIV_NODISCARD constexpr uint32_t year() const noexcept
     {
         return static_cast<uint16_t>(m_fields >> 48);
@@ -257,8 +286,12 @@ public:
 
     /**
      * Sets the frame count from fields; the date stays.
-     * @param[in] format  0: `frames` is used unchanged; 1 and 2: from 31 frames per second on, `frames`
-     *                    counts pairs of frames and means the first (1) or the second (2) of its pair
+     * @param[in] hours    no upper limit
+     * @param[in] minutes  0 to 59
+     * @param[in] seconds  0 to 59
+     * @param[in] frames   below the nominal rate, or half of it with a format of 1 or 2
+     * @param[in] format   0: `frames` is used unchanged; 1 and 2: from 31 frames per second on, `frames`
+     *                     counts pairs of frames and means the first (1) or the second (2) of its pair
      * Fields that name no frame are logged ("Illegal timecode ...") and only the hours are used.
      * Source: SMPTE ST 12-1, and its frame pairs above 30 frames a second.
      */
@@ -310,14 +343,19 @@ public:
 
     /* ---- Adding and subtracting: see the operations of these names in KIVCS2Timecode.h --------- */
 
+    /** Modulo 2 to the 32nd; whole days go into the date, or into the day field of a duration. */
     void addFrames(uint32_t frames) noexcept;
-    /** Seconds of the nominal rate: 30 or 60 frames each at the drop-frame rates; so in all six of these. */
+    /** Seconds of the nominal rate: 30 or 60 frames each at the drop-frame rates. */
     void addSeconds(uint32_t seconds) noexcept;
+    /** 60 nominal seconds each. */
     void addMinutes(uint32_t minutes) noexcept;
+    /** Hours of timecode. */
     void addHours(uint32_t hours) noexcept;
+    /** The year wraps at 65536. */
     void addDays(uint32_t days) noexcept;
     /** The day is not clamped to the new month. */
     void addMonths(uint32_t months) noexcept;
+    /** In 16 bits. */
     void addYears(uint32_t years) noexcept;
     /** Adds the frame count and then the day field of the other object, which may be this one. */
     void addTimecode(const KIVProjectTimecode &other) noexcept;
@@ -330,11 +368,17 @@ public:
         return sum;
     }
 
+    /** Days are borrowed from the date. */
     void subtractFrames(uint32_t frames) noexcept;
+    /** As addSeconds(). */
     void subtractSeconds(uint32_t seconds) noexcept;
+    /** As addMinutes(). */
     void subtractMinutes(uint32_t minutes) noexcept;
+    /** As addHours(). */
     void subtractHours(uint32_t hours) noexcept;
+    /** The year stops at 0. */
     void subtractDays(uint32_t days) noexcept;
+    /** The day is not clamped; the year stops at 0. */
     void subtractMonths(uint32_t months) noexcept;
     /** The year stops at 0. */
     void subtractYears(uint32_t years) noexcept;
@@ -377,6 +421,7 @@ public:
     KIV_NODISCARD bool canMultiplyBy(uint32_t factor) const noexcept;
     /** framesPerDay() divided by the frame count; 0 if that is 0. */
     KIV_NODISCARD uint32_t maximumMultiplePerDay() const noexcept;
+    /** A copy of `timecode`, multiplied as by multiplyBy(). */
     KIV_NODISCARD static KIVProjectTimecode timecodeMultiplying(const KIVProjectTimecode &timecode,
                                                                 uint32_t factor) noexcept
     {
@@ -391,6 +436,7 @@ public:
     void snapToMinute(uint32_t minutes) noexcept;
     /** Rounds down to hours of timecode; 0 changes nothing. */
     void snapToHour(uint32_t hours) noexcept;
+    /** The frame count is 0; the date does not count. */
     KIV_NODISCARD constexpr bool isZeroTime() const noexcept
     {
         return framesSinceMidnight() == 0;
@@ -468,6 +514,7 @@ public:
     {
         return left.m_fields == right.m_fields;
     }
+    /** A bit differs. */
     friend constexpr bool operator!=(const KIVProjectTimecode &left, const KIVProjectTimecode &right) noexcept
     {
         return left.m_fields != right.m_fields;
@@ -533,6 +580,7 @@ public:
     /** The number at the start of the date's text in the calendar format ("%d"); 0 if there is none. */
     KIV_NODISCARD static int32_t valueFromDate(CFDateRef date, CFStringRef format) noexcept;
 #if __cplusplus >= 201703L
+    /** The same with a format in UTF-8. */
     KIV_NODISCARD static int32_t valueFromDate(CFDateRef date, std::string_view format) noexcept
     {
         const Text text{format};
@@ -558,6 +606,7 @@ public:
     /** The prefix, then description(). */
     KIV_NODISCARD CFStringRef descriptionWithPrefix(CFStringRef prefix) const noexcept;
 #if __cplusplus >= 201703L
+    /** The same with a prefix in UTF-8. */
     KIV_NODISCARD CFStringRef descriptionWithPrefix(std::string_view prefix) const noexcept
     {
         const Text text{prefix};
@@ -571,6 +620,7 @@ public:
      */
     KIV_NODISCARD CFStringRef descriptionWithCalendarFormat(CFStringRef format) const noexcept;
 #if __cplusplus >= 201703L
+    /** The same with a format in UTF-8. */
     KIV_NODISCARD CFStringRef descriptionWithCalendarFormat(std::string_view format) const noexcept
     {
         const Text text{format};
@@ -587,6 +637,7 @@ public:
     KIV_NODISCARD static CFStringRef timecodeStringFromTimecode(const KIVProjectTimecode &timecode,
                                                                 CFStringRef separatingString) noexcept;
 #if __cplusplus >= 201703L
+    /** The same with a separator in UTF-8. */
     KIV_NODISCARD static CFStringRef timecodeStringFromTimecode(const KIVProjectTimecode &timecode,
                                                                 std::string_view separator) noexcept
     {
@@ -602,14 +653,17 @@ public:
     {
         return {buffer, write(Form::Time, buffer, size)};
     }
+    /** As description() above. */
     std::string_view debugDescription(char *buffer, size_t size) const noexcept
     {
         return {buffer, write(Form::DateAndTime, buffer, size)};
     }
+    /** As description() above. */
     std::string_view SMPTERepresentation(char *buffer, size_t size) const noexcept
     {
         return {buffer, write(isDuration() ? Form::Time : Form::DateAndTime, buffer, size)};
     }
+    /** As description() above. */
     std::string_view XMLRepresentation(char *buffer, size_t size) const noexcept
     {
         return {buffer, write(isDuration() ? Form::Frames : Form::DateAndFrames, buffer, size)};
