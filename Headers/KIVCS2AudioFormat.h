@@ -7,6 +7,15 @@
  * what the values 0 and 1 of data type, data stream, endian and alignment mean. No state is kept between
  * calls, and every operation may be called from any thread. An operation that fails leaves its outputs
  * untouched.
+ *
+ * @code
+ * uint32_t weave[5], size = 5, most;
+ * if (KIVCS2_FAILED(kivCS2AudioFormat_getAudioPacketWeaveForVideoFrames(KIVCS2FrameRate_29_97, 48000, &size,
+ *                                                                      weave, &most)))
+ *     return 1;
+ * printf("%u frames, at most %u samples, then %u\n", size, most,
+ *        weave[4]); // prints: 5 frames, at most 1602 samples, then 1601
+ * @endcode
  */
 #ifndef KIVCS2_AUDIO_FORMAT_H
 #define KIVCS2_AUDIO_FORMAT_H

@@ -7,9 +7,24 @@
  * other operation. Operations return a KIVCS2Status: KIVCS2STATUS_OK is 0 and every failure
  * has the top bit set, so test a status with KIVCS2_FAILED() and do not compare it with a list.
  *
+ * The snippet at the top of each other header runs after this start-up.
+ *
  * Argument checks come in two builds. With assertions, a failed check stops the process and
  * names the operation, the file, the line and the expression; with NDEBUG it returns the
  * documented status before anything is touched.
+ *
+ * @code
+ * KIVCS2MemPtr block;
+ * uint32_t crc;
+ * kivCS2_initWithTaskServer(false); // before anything else, without the task server
+ * if (KIVCS2_FAILED(kivCS2MemPtr_init(&block, 4096)))
+ *     return 1;
+ * memcpy(block.m_buffer, "123456789", 9);
+ * block.m_used = 9; // the host's own count
+ * kivCS2Utils_calcCRC32(block.m_buffer, block.m_used, &crc);
+ * printf("%08X\n", crc); // prints: CBF43926
+ * kivCS2MemPtr_free(&block);
+ * @endcode
  */
 #ifndef KIVCS2_BASE_H
 #define KIVCS2_BASE_H
@@ -137,6 +152,10 @@ KIVCS2_API void kivCS2Utils_initCRC32Table(KIVCS2CRC32Param *param);
  * and complements at the end. Builds the table of `_param` if its flag is 0. The table in the record decides
  * the result, so a caller may use its own polynomial.
  * The name has no "2" after "CS"; it is the exported one.
+ * @param[in,out] _param  all zeros, or with a table
+ * @param[in]     crc     0xFFFFFFFF, or the result so far
+ * @param[in]     _data   `length` bytes
+ * @param[in]     length  bytes
  * Thread safety: any thread once the table is built. Source: IEEE 802.3.
  */
 KIVCS2_API uint32_t kivCSUtils_updateCRC32(KIVCS2CRC32Param *_param, uint32_t crc, const uint8_t *_data,

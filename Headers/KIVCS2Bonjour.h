@@ -16,6 +16,19 @@
  *
  * Texts are ASCII. A domain of "" is the default domain, "local"; a type is written like "_http._tcp".
  * Start-up must have run.
+ *
+ * @code
+ * KIVCS2BonjourBrowser browser;
+ * KIVCS2BonjourAddress *address;
+ * if (KIVCS2_FAILED(kivCS2Bonjour_initBrowserData(&browser)))
+ *     return 1;
+ * if (KIVCS2_SUCCEEDED(kivCS2Bonjour_findFirstService(&browser, "", "_http._tcp", "Playout", 100)) &&
+ *     KIVCS2_SUCCEEDED(kivCS2Bonjour_getAddressesList(&browser, NULL, &address)) && address != NULL)
+ *     printf("port %u\n", address->m_port);
+ * else
+ *     puts("not found"); // prints: not found
+ * kivCS2Bonjour_diposeBrowserData(&browser); // and the services it has found
+ * @endcode
  */
 #ifndef KIVCS2_BONJOUR_H
 #define KIVCS2_BONJOUR_H

@@ -6,10 +6,30 @@
  * when the caption leaves the screen: what a viewer saw, from when until when, where, and in which
  * style. The caller owns the record:
  *
- *     kivCS2CaptionDecoder_init(&decoder, NULL, NULL, onText, context);
- *     kivCS2CaptionDecoder_feed(&decoder, &packet);            for every packet
- *     kivCS2CaptionDecoder_finish(&decoder, lastFrame + 1);    reports what is still on the screen
- *     kivCS2CaptionDecoder_free(&decoder);
+ * @code
+ * static KIVCS2Status onText(const KIVCS2CaptionText *text, void *context)
+ * {
+ *     (void)context;
+ *     puts(text->m_text); // prints: Hi
+ *     return KIVCS2STATUS_OK;
+ * }
+ *
+ * static const uint8_t codes[][2] = {{0x94, 0x29}, {0xC8, 0xE9}}; // paint on, "Hi"
+ * KIVCS2CaptionDecoder decoder;
+ * KIVCS2CaptionPacket packet;
+ * KIVCS2CaptionPairs pairs = {.m_count = {1, 0}};
+ * if (KIVCS2_FAILED(kivCS2CaptionDecoder_init(&decoder, NULL, NULL, onText, NULL)))
+ *     return 1;
+ * for (uint32_t frame = 0; frame < 2; ++frame)
+ * {
+ *     memcpy(pairs.m_pairs[0][0], codes[frame], 2);
+ *     kivCS2CaptionPacket_build(&packet, KIVCS2CaptionCounting_25, (uint16_t)frame, &pairs, NULL, NULL, 0);
+ *     packet.m_frame = frame;
+ *     kivCS2CaptionDecoder_feed(&decoder, &packet);
+ * }
+ * kivCS2CaptionDecoder_finish(&decoder, 25); // reports what is still on the screen
+ * kivCS2CaptionDecoder_free(&decoder);
+ * @endcode
  *
  * Damaged data never makes it fail: codes without a meaning are ignored, and so are extended data
  * services (XDS). A decoder takes 60 KiB, and 60 KiB more for each service of CEA-708 when its first

@@ -8,12 +8,19 @@
  * reported to the options' callback with line and column; with `m_strict` the first fault ends the
  * read. Docs/captions.md has a row for each fault.
  *
- *     KIVCS2CaptionFile file;
- *     KIVCS2CaptionPacket packet;
- *     kivCS2CaptionFile_initReading(&file, &stream.m_stream, false, NULL);
- *     while (KIVCS2_SUCCEEDED(status = kivCS2CaptionFile_readPacket(&file, &packet)))
- *         kivCS2CaptionDecoder_feed(&decoder, &packet);
- *     kivCS2CaptionFile_free(&file);
+ * @code
+ * char scc[] = "Scenarist_SCC V1.0\n\n00:00:01;00\t942c 942c\n";
+ * KIVCS2MemoryStream stream; // or a KIVCS2FileStream
+ * KIVCS2CaptionFile file;
+ * KIVCS2CaptionPacket packet;
+ * kivCS2MemoryStream_initWithBytes(&stream, scc, sizeof scc - 1);
+ * if (KIVCS2_FAILED(kivCS2CaptionFile_initReading(&file, &stream.m_stream, false, NULL)))
+ *     return 1;
+ * while (KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file, &packet)))
+ *     printf("%u ", packet.m_frame); // prints: 30 31
+ * kivCS2CaptionFile_free(&file);
+ * kivCS2MemoryStream_free(&stream.m_stream);
+ * @endcode
  *
  * Writing: initWriting, writeHeader, then writePacket, writeCaptions or writeText with rising frames,
  * finish, free. A file is complete only after finish has succeeded.

@@ -14,6 +14,18 @@
  * counting as an argument: the module-wide rate of KIVCS2Timecode.h is neither read nor set.
  *
  * The operations keep no state and allocate no memory. Any thread may call them.
+ *
+ * @code
+ * const KIVCS2CaptionPairs pairs = {.m_count = {1, 0}, .m_pairs = {{{0x94, 0x2C}}}};
+ * KIVCS2CaptionPacket packet, found;
+ * uint64_t offset = 0;
+ * if (KIVCS2_FAILED(kivCS2CaptionPacket_build(&packet, KIVCS2CaptionCounting_25, 0, &pairs, NULL, NULL, 0)))
+ *     return 1;
+ * while (KIVCS2_SUCCEEDED(kivCS2CaptionPacket_find(KIVCS2CaptionCarrier_8Bit, packet.m_anc, packet.m_size,
+ *                                                  &offset, &found, NULL)))
+ *     printf("%u triplets, %s\n", found.m_tripletCount,
+ *            found.m_faults == 0 ? "no fault" : "damaged"); // prints: 24 triplets, no fault
+ * @endcode
  */
 #ifndef KIVCS2_CAPTION_PACKET_H
 #define KIVCS2_CAPTION_PACKET_H

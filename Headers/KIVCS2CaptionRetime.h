@@ -6,11 +6,27 @@
  * the result that is shown at the same moment (or has the same number), and delivers a packet for every
  * frame of the result, from the first to the last. The caller owns the record:
  *
- *     KIVCS2CaptionRetimeOptions options = {KIVCS2CaptionCounting_29_97DF, KIVCS2CaptionCounting_25};
- *     kivCS2CaptionRetime_init(&retime, &options, onPacket, context);
- *     kivCS2CaptionRetime_feed(&retime, &packet);     for every packet
- *     kivCS2CaptionRetime_finish(&retime, &report);   delivers what still waits
- *     kivCS2CaptionRetime_free(&retime);
+ * @code
+ * static KIVCS2Status onPacket(const KIVCS2CaptionPacket *packet, void *context)
+ * {
+ *     *(uint32_t *)context = packet->m_frame; // of the result
+ *     return KIVCS2STATUS_OK;
+ * }
+ *
+ * const KIVCS2CaptionRetimeOptions options = {.m_from = KIVCS2CaptionCounting_50,
+ *                                             .m_to = KIVCS2CaptionCounting_25};
+ * KIVCS2CaptionRetime retime;
+ * KIVCS2CaptionPacket packet;
+ * uint32_t last = 0;
+ * if (KIVCS2_FAILED(kivCS2CaptionRetime_init(&retime, &options, onPacket, &last)) ||
+ *     KIVCS2_FAILED(kivCS2CaptionPacket_build(&packet, KIVCS2CaptionCounting_50, 0, NULL, NULL, NULL, 0)))
+ *     return 1;
+ * for (packet.m_frame = 0; packet.m_frame < 100; ++packet.m_frame)
+ *     kivCS2CaptionRetime_feed(&retime, &packet);
+ * kivCS2CaptionRetime_finish(&retime, NULL); // delivers what still waits
+ * printf("%u\n", last); // prints: 49
+ * kivCS2CaptionRetime_free(&retime);
+ * @endcode
  *
  * CEA-608 pairs wait in a queue for each field, CEA-708 bytes in a queue of their own. Each queue goes out
  * in order, as fast as the result's rate can carry it. Empty pairs, padding and sequence numbers are made

@@ -20,6 +20,20 @@
  *
  * Input bytes never make an operation read or write past its buffers. A failed operation may leave its output
  * partly written.
+ *
+ * @code
+ * const uint8_t pair[2] = {0x94, 0x2C}; // field 1: erase displayed memory
+ * uint16_t words[2];
+ * uint8_t cdp[KIVCS2_CDP_SIZE];
+ * uint32_t size = sizeof cdp, room = sizeof words;
+ * memcpy(words, pair, sizeof pair);
+ * if (KIVCS2_FAILED(kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708Packet(words, 2, cdp, &size, 0)) ||
+ *     KIVCS2_FAILED(kivCS2ClosedCaptions_extract608CaptionsFromSMPTE334CDP708Packet(cdp, size, false,
+ *                                                                                   words, &room)))
+ *     return 1;
+ * printf("%u bytes, %02X%02X\n", size, ((uint8_t *)words)[0],
+ *        ((uint8_t *)words)[1]); // prints: 82 bytes, 942C
+ * @endcode
  */
 #ifndef KIVCS2_CLOSED_CAPTIONS_H
 #define KIVCS2_CLOSED_CAPTIONS_H
@@ -394,7 +408,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_readHeader(KIVCS2ClosedCap
  * @retval KIVCS2STATUS_PARAM_ERR       `mcc` or `applicationName` is null, `mcc` is a reader, or `version` is
  *                                      not 1 or 2
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  23.98 or no rate is set; everything before the rate is written
- * or the first failing status of the stream, with the earlier items written.
+ * @return otherwise the first failing status of the stream, with the earlier items written
  * Source: MacCaption MCC 1.0 and 2.0.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeHeader(KIVCS2ClosedCaptionsMCCStream *mcc,
@@ -450,7 +464,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_readCaptionForTimecode(
  * @retval KIVCS2STATUS_PARAM_ERR   an argument is null, `mcc` is a reader, or `m_captionSize` is above 264
  * @retval KIVCS2STATUS_FORMAT_ERR  a field suffix in version 1, or a field other than 0 and 1
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the caption's timecode is invalid
- * or the status of the failing write. Nothing is written unless the status comes from the write.
+ * @return otherwise the status of the failing write; no other failure writes anything
  * Source: MacCaption MCC 1.0 and 2.0.
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_writeCaption(KIVCS2ClosedCaptionsMCCStream *mcc,
@@ -512,7 +526,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_initCaptionWithSMPTE334CDP
  * @param[in,out] bufferSize  in: room in bytes; out: the bytes stored
  * @retval KIVCS2STATUS_PARAM_ERR   an argument is null, or `m_captionSize` is above 264
  * @retval KIVCS2STATUS_FORMAT_ERR  `caption` does not hold a caption distribution packet
- * or the status of the extraction.
+ * @return otherwise the status of the extraction
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_extractSMPTE334CDP708PacketFromCaption(
     KIVCS2ClosedCaptionsMCCStream *mcc, const KIVCS2ClosedCaption *caption, bool withAtom, uint8_t *buffer,
@@ -531,7 +545,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_freeCaption(KIVCS2ClosedCa
  * @retval KIVCS2STATUS_NO_DATA_ERR     the file holds no caption; a failing read counts as its end
  * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more before the first caption
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
- * or the status of the failing seek, with the pending caption kept.
+ * @return otherwise the status of the failing seek, with the pending caption kept
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsMCCStream_reset(KIVCS2ClosedCaptionsMCCStream *mcc);
 
@@ -617,7 +631,7 @@ KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_readCaptionForTimecode(
  * @retval KIVCS2STATUS_NO_DATA_ERR     the file holds no caption; a failing read counts as its end
  * @retval KIVCS2STATUS_NOT_FOUND_ERR   a line of 1024 characters or more before the first caption
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no module-wide rate is set
- * or the status of the failing seek, with the pending caption kept.
+ * @return otherwise the status of the failing seek, with the pending caption kept
  */
 KIVCS2_API KIVCS2Status kivCS2ClosedCaptionsSCCStream_reset(KIVCS2ClosedCaptionsMCCStream *mcc);
 

@@ -6,6 +6,14 @@
  * Codes are packed with the first character in the top byte: 'apch' is 0x61706368. Everything is constant:
  * returned names are static and must not be released, and every operation may be called from any thread. An
  * operation that fails leaves its output untouched.
+ *
+ * @code
+ * KIVCS2VideoFormatDescription format = {.m_nativeHeight = 1080};
+ * KIVCS2CodecDescription codec;
+ * if (KIVCS2_FAILED(kivCS2Codec_getDescription("ProRes 422 (HQ)", &format, &codec)))
+ *     return 1;
+ * printf("%s: %08X\n", codec.m_name, codec.m_code); // prints: ProRes 422 (HQ): 61706368
+ * @endcode
  */
 #ifndef KIVCS2_CODEC_H
 #define KIVCS2_CODEC_H

@@ -9,6 +9,16 @@
  * kivCS2JSON_createFromPlist(); it lists its keys in the order in which they were added.
  *
  * One thread at a time fills or reads a record.
+ *
+ * @code
+ * KIVCS2Dictionary dictionary;
+ * if (KIVCS2_FAILED(kivCS2Dictionary_init(&dictionary)))
+ *     return 1;
+ * kivCS2Dictionary_setInteger(&dictionary, "channel", 3, KIVCS2DictionaryKey_CString);
+ * kivCS2Dictionary_setCString(&dictionary, "state", "on air", KIVCS2DictionaryKey_CString);
+ * printf("%d\n", (int)CFDictionaryGetCount(dictionary.m_dictionary)); // prints: 2
+ * kivCS2Dictionary_free(&dictionary);
+ * @endcode
  */
 #ifndef KIVCS2_DICTIONARY_H
 #define KIVCS2_DICTIONARY_H

@@ -2,8 +2,23 @@
  * @file
  * File streams: a stream over the standard library's buffered file.
  *
+ * `init` opens a file, the operations of KIVCS2Stream.h read and write it, `free` closes it and clears the
+ * record, which may then be initialised again.
+ *
  * A transfer reports all or nothing: the count is the whole request or 0, and the status is
  * KIVCS2STATUS_OK in both cases. A record is used by one thread at a time.
+ *
+ * @code
+ * KIVCS2FileStream file;
+ * uint64_t count, size;
+ * if (KIVCS2_FAILED(kivCS2FileStream_init(&file, "notes.txt", "w+")))
+ *     return 1;
+ * kivCS2Stream_writeBytes(&file.m_stream, "On air", 6, &count); // OK even if the count is 0
+ * if (count == 6 && KIVCS2_SUCCEEDED(kivCS2Stream_getSize(&file.m_stream, &size)))
+ *     printf("%d bytes\n", (int)size); // prints: 6 bytes
+ * if (KIVCS2_FAILED(kivCS2FileStream_free(&file.m_stream)))
+ *     return 1; // the disk is full
+ * @endcode
  */
 #ifndef KIVCS2_FILE_STREAM_H
 #define KIVCS2_FILE_STREAM_H

@@ -10,6 +10,19 @@
  * A step of n frames shows its curve at t = 0, 1/(n-1), 2/(n-1) ... 1: the first frame has the start value
  * and the last one the end value, as closely as curve and arithmetic allow. t is the position times 1/(n-1)
  * in double precision, which for some n ends at 1 - 2^-53.
+ *
+ * @code
+ * KIVCS2Interpolation fade;
+ * double level;
+ * kivCS2Interpolation_init(&fade); // nothing has to be released
+ * kivCS2Interpolation_addInterpolateStepInFrames(&fade, KIVCS2InterpolationFunction_QuadraticIn, 3, 0, 100);
+ * for (int frame = 0; frame < 3; ++frame)
+ * {
+ *     if (KIVCS2_FAILED(kivCS2Interpolation_execute(&fade, &level)))
+ *         return 1;
+ *     printf("%.0f ", level);
+ * } // prints: 0 25 100
+ * @endcode
  */
 #ifndef KIVCS2_INTERPOLATE_H
 #define KIVCS2_INTERPOLATE_H

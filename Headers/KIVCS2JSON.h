@@ -5,13 +5,21 @@
  * The text is made in two passes. The first pass measures, with a null cursor. The caller then allocates the
  * counted bytes plus 1, sets the counter back and passes a cursor at the start of the buffer:
  *
- *     uint32_t length = 0;
- *     KIVCS2Status status = kivCS2JSON_createFromPlist(plist, NULL, &length);
- *     char *text = KIVCS2_FAILED(status) ? NULL : malloc((size_t)length + 1);
- *     char *cursor = text;
- *     length = 0;
- *     if (text != NULL)
- *         status = kivCS2JSON_createFromPlist(plist, &cursor, &length);
+ * @code
+ * CFStringRef plist = CFStringCreateWithCString(NULL, "on air", kCFStringEncodingUTF8);
+ * uint32_t length = 0;
+ * KIVCS2Status status = kivCS2JSON_createFromPlist(plist, NULL, &length); // measures
+ * char *text = KIVCS2_FAILED(status) ? NULL : malloc((size_t)length + 1);
+ * char *cursor = text;
+ * length = 0;
+ * if (text == NULL || KIVCS2_FAILED(kivCS2JSON_createFromPlist(plist, &cursor, &length)))
+ *     return 1;
+ * puts(text); // prints: "on air"
+ * free(text);
+ * CFRelease(plist);
+ * @endcode
+ *
+ * The caller owns the property list and the buffer. No state is kept, so any thread may call.
  *
  * Strings are not escaped: with a quote, a backslash or a control character in a string, the text is not
  * JSON. The caller must keep such characters out. See kivCS2JSON_createFromPlist() for the other values that

@@ -17,6 +17,17 @@
  * No operation returns a status. With assertions a missing argument stops the process; without them the
  * operation continues and the behaviour is undefined. Nothing is locked: callers that share a list serialise
  * its use.
+ *
+ * @code
+ * typedef struct Cue { KIVCS2LinkElem link; int number; } Cue; // the link comes first
+ * Cue cues[2] = {{.number = 2}, {.number = 1}};
+ * KIVCS2LinkList list = {0}; // zeroes are an empty list
+ * kivCS2LinkList_appendElem(&list, &cues[0].link);
+ * kivCS2LinkList_prependElem(&list, &cues[1].link);
+ * for (KIVCS2LinkElem *link = list.m_next; link != NULL; link = link->m_next)
+ *     printf("%d ", ((Cue *)link)->number); // prints: 1 2
+ * kivCS2LinkList_free(&list); // the cues stay the host's
+ * @endcode
  */
 #ifndef KIVCS2_LINK_LIST_H
 #define KIVCS2_LINK_LIST_H

@@ -14,6 +14,18 @@
  * use the stack, about 10 bytes for each level of depth in a release build. The operations that begin with an
  * underscore do the work; the others forward to them. Nothing is locked: callers that share a tree serialise
  * its use.
+ *
+ * @code
+ * KIVCS2LinkTree tree;
+ * KIVCS2LinkTreeNode *root, *child;
+ * uint32_t count = 0;
+ * _kivCS2LinkTree_init(&tree);
+ * if (KIVCS2_SUCCEEDED(kivCS2LinkTree_attachNewNode(&tree, NULL, 0, NULL, &root)))
+ *     kivCS2LinkTree_attachNewNode(&tree, root, 0, NULL, &child);
+ * _kivCS2LinkTree_countNodes(&tree, NULL, &count);
+ * printf("%u nodes\n", count); // prints: 2 nodes
+ * _kivCS2LinkTree_free(&tree); // and its owned nodes
+ * @endcode
  */
 #ifndef KIVCS2_LINK_TREE_H
 #define KIVCS2_LINK_TREE_H
@@ -62,8 +74,8 @@ typedef struct KIVCS2LinkTreeNode
 KIVCS2_API KIVCS2Status _kivCS2LinkTree_init(KIVCS2LinkTree *tree);
 
 /**
- * Returns a new owned node of `size` bytes, but at least the size of a node; the rest is zero. Release it
- * with kivCS2LinkTree_freeNode() and free flag 1, or with the tree it is attached to.
+ * Returns a new owned node with `callback` and `size` bytes, at least those of a node; the rest is zero.
+ * Release it with kivCS2LinkTree_freeNode() and free flag 1, or with the tree it is attached to.
  * @return null if there is no memory
  */
 KIVCS2_API KIVCS2LinkTreeNode *_kivCS2LinkTree_newNode(uint32_t size, KIVCS2LinkTreeCallback callback);

@@ -12,6 +12,20 @@
  *
  * Objects may be taken and returned from any thread; the callbacks run on that thread, outside the pool's
  * lock, and may use the pool. `init` and `free` belong to the owner, while no other thread uses the pool.
+ *
+ * @code
+ * KIVCS2MemoryPool pool;
+ * void *object;
+ * if (KIVCS2_FAILED(kivCS2MemoryPool_init(&pool, 16, 64, 0, NULL, NULL))) // 16 objects of 64 bytes
+ *     return 1;
+ * if (KIVCS2_SUCCEEDED(kivCS2MemoryPool_allocObject(&pool, &object)))
+ * {
+ *     snprintf(object, 64, "%u bytes", pool.m_objectSize);
+ *     puts(object); // prints: 64 bytes
+ *     kivCS2MemoryPool_freeObject(&pool, object);
+ * }
+ * kivCS2MemoryPool_free(&pool);
+ * @endcode
  */
 #ifndef KIVCS2_MEMORY_POOL_H
 #define KIVCS2_MEMORY_POOL_H

@@ -3,9 +3,24 @@
  * Memory streams: a block that grows as it is written, or a view of the caller's bytes that can be
  * read and overwritten in place.
  *
+ * `init` or `initWithBytes` fills the record, the operations of KIVCS2Stream.h read and write it, `free`
+ * releases a block that the stream allocated and clears the record, which may then be initialised again.
+ *
  * For missing arguments the byte operations return KIVCS2STATUS_MEMORY_ERR here, while other kinds of streams
  * return KIVCS2STATUS_PARAM_ERR. A memory stream holds less than 4 GiB. One record is used
  * by one thread at a time.
+ *
+ * @code
+ * uint8_t bytes[4] = {0x61, 0x01, 0x49, 0x96};
+ * uint8_t bits;
+ * KIVCS2MemoryStream view;
+ * kivCS2MemoryStream_initWithBytes(&view, bytes, sizeof bytes); // no copy
+ * kivCS2Stream_beginReadBits(&view.m_stream);
+ * kivCS2Stream_skipBits(&view.m_stream, 4);
+ * if (KIVCS2_SUCCEEDED(kivCS2Stream_readBits(&view.m_stream, 4, &bits)))
+ *     printf("%u\n", bits); // prints: 1
+ * kivCS2MemoryStream_free(&view.m_stream); // the bytes stay the caller's
+ * @endcode
  */
 #ifndef KIVCS2_MEMORY_STREAM_H
 #define KIVCS2_MEMORY_STREAM_H

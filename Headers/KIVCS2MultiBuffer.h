@@ -15,6 +15,21 @@
  *
  * A data pointer is valid while its entry is in use. A pointer to an entry is valid until the next
  * resize or `free`; a resize does not change indices.
+ *
+ * @code
+ * KIVCS2MultiBuffer frames;
+ * uint32_t used;
+ * void *frame;
+ * if (KIVCS2_FAILED(kivCS2MultiBuffer_init(&frames, 8, KIVCS2MultiBufferFlags_ThreadSafe)))
+ *     return 1;
+ * if (KIVCS2_SUCCEEDED(kivCS2MultiBuffer_allocateBuffer(&frames, 5529600, &frame)))
+ * {
+ *     kivCS2MultiBuffer_getUsedCount(&frames, &used);
+ *     printf("%u of 8\n", used); // prints: 1 of 8
+ *     kivCS2MultiBuffer_releaseBuffer(&frames, frame, NULL);
+ * }
+ * kivCS2MultiBuffer_free(&frames);
+ * @endcode
  */
 #ifndef KIVCS2_MULTI_BUFFER_H
 #define KIVCS2_MULTI_BUFFER_H

@@ -6,6 +6,19 @@
  * record, which may then be initialised again. Locking, trying and unlocking may be done from any
  * thread; `init` and `free` belong to the owner, while no thread holds or waits for the mutex. A
  * process-shared mutex must itself lie in memory that the processes share.
+ *
+ * @code
+ * KIVCS2Mutex mutex;
+ * if (KIVCS2_FAILED(kivCS2Mutex_init(&mutex, KIVCS2MutexOptions_None)))
+ *     return 1;
+ * if (KIVCS2_SUCCEEDED(kivCS2Mutex_lock(&mutex)))
+ * {
+ *     if (kivCS2Mutex_tryLock(&mutex) == KIVCS2STATUS_MUTEX_BUSY_ERR)
+ *         puts("held"); // prints: held
+ *     kivCS2Mutex_unlock(&mutex);
+ * }
+ * kivCS2Mutex_free(&mutex);
+ * @endcode
  */
 #ifndef KIVCS2_MUTEX_H
 #define KIVCS2_MUTEX_H

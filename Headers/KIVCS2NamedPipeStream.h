@@ -3,6 +3,9 @@
  * Named-pipe streams: a stream over one end of a FIFO, which it can create when opening and remove when
  * closing.
  *
+ * `init` opens one end, the operations of KIVCS2Stream.h read or write it, `free` closes it and clears the
+ * record, which may then be initialised again.
+ *
  * For operations that a FIFO lacks this kind returns KIVCS2STATUS_UNSUPPORTED_ERR, while the anonymous pipe
  * returns KIVCS2STATUS_PIPE_ERR. Writing to a FIFO whose reader is gone is a failed write and never raises
  * SIGPIPE. One record is used by one thread at a time.
@@ -10,6 +13,21 @@
  * The descriptor is above 2, even in a host whose standard streams are closed, and is closed on exec. To pass
  * it to a program that the host executes itself, copy it to a number of the program's choice between fork and
  * exec, `dup2(pipe.m_fileDescriptor, STDIN_FILENO)`: the copy stays open. Or pass the path.
+ *
+ * @code
+ * KIVCS2NamedPipeStream reader, writer;
+ * char text[16] = "";
+ * uint32_t flags = KIVCS2NamedPipeFlag_Create | KIVCS2NamedPipeFlag_Unlink |
+ *                  KIVCS2NamedPipeFlag_NonBlocking; // otherwise it waits for the other end
+ * if (KIVCS2_FAILED(kivCS2NamedPipeStream_init(&reader, "cues", flags | KIVCS2NamedPipeFlag_Read)) ||
+ *     KIVCS2_FAILED(kivCS2NamedPipeStream_init(&writer, "cues", KIVCS2NamedPipeFlag_Write)))
+ *     return 1;
+ * kivCS2Stream_writeBytes(&writer.m_stream, "take 2", 6, NULL);
+ * kivCS2Stream_readBytes(&reader.m_stream, text, sizeof text - 1, NULL);
+ * puts(text); // prints: take 2
+ * kivCS2NamedPipeStream_free(&writer.m_stream);
+ * kivCS2NamedPipeStream_free(&reader.m_stream); // removes the path
+ * @endcode
  */
 #ifndef KIVCS2_NAMED_PIPE_STREAM_H
 #define KIVCS2_NAMED_PIPE_STREAM_H
@@ -49,6 +67,9 @@ KIVCS2_API KIVCS2Status kivCS2NamedPipeStream_setup(KIVCS2NamedPipeStream *strea
  * KIVCS2NamedPipeFlag_NonBlocking the call waits for the other end. A created FIFO has permissions 0600.
  * Release the stream with kivCS2NamedPipeStream_free(), also after KIVCS2STATUS_MEMORY_ERR. If the path names
  * anything else (a file, a device, a folder), it is neither opened nor changed; a link counts as its target.
+ * @param[out] stream    the record
+ * @param[in]  filename  path in the file system's encoding, copied
+ * @param[in]  flags     bits of KIVCS2NamedPipeFlag
  * @retval KIVCS2STATUS_PARAM_ERR   `stream` or `filename` is null
  * @retval KIVCS2STATUS_DATA_ERR    the path is missing or refused, and Create was not given
  * @retval KIVCS2STATUS_FIFO_ERR    the FIFO could not be created

@@ -14,6 +14,22 @@
  *
  * The caller owns the record: `init` fills it, `free` releases the platform's converter and clears it, and it
  * may then be initialised again. A record is used by one thread at a time; records are independent.
+ *
+ * @code
+ * const AudioStreamBasicDescription input = {
+ *     48000, kAudioFormatLinearPCM, kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked,
+ *     4, 1, 4, 2, 16, 0}; // 4 bytes for each frame of 2 channels, 16 bits
+ * const int16_t stereo[4] = {1, -1, 2, -2}; // two frames of left and right
+ * int16_t planes[4];
+ * void *starts[2];
+ * uint32_t distance;
+ * KIVCS2PCMAudioConverter converter;
+ * if (KIVCS2_FAILED(kivCS2PCMAudioConverter_init(&converter, &input, true, false, 0)))
+ *     return 1;
+ * kivCS2PCMAudioConverter_convert(&converter, stereo, sizeof stereo, planes, 2, starts, &distance);
+ * printf("%d %d\n", planes[2], planes[3]); // prints: -1 -2
+ * kivCS2PCMAudioConverter_free(&converter);
+ * @endcode
  */
 #ifndef KIVCS2_PCM_AUDIO_CONVERTER_H
 #define KIVCS2_PCM_AUDIO_CONVERTER_H

@@ -13,6 +13,21 @@
  *   is not read again, so its owner may free it from any thread.
  * - `free` calls the end callback itself, if it was still to come. When `free` returns, record and context
  *   belong only to the host, as after a `free` from another thread.
+ *
+ * @code
+ * static void *work(void *argument)
+ * {
+ *     kivCS2Thread_setCurrentThreadName("ingest");
+ *     puts(argument); // prints: on air
+ *     return NULL;
+ * }
+ *
+ * KIVCS2Thread thread;
+ * if (KIVCS2_FAILED(kivCS2Thread_init(&thread, "on air", work)))
+ *     return 1;
+ * kivCS2Thread_join(&thread);
+ * kivCS2Thread_free(&thread);
+ * @endcode
  */
 #ifndef KIVCS2_PTHREAD_H
 #define KIVCS2_PTHREAD_H
@@ -105,6 +120,11 @@ typedef struct KIVCS2SemaphoreThread
 
 /**
  * Starts a worker that waits for signals. The record must not move until `free`.
+ * @param[out] pThread     released by kivCS2SemaphoreThread_free()
+ * @param[in]  context     passed to every callback unchanged; may be null
+ * @param[in]  startFunc   called once, before the first wait; may be null
+ * @param[in]  endFunc     called once, after the last run; may be null
+ * @param[in]  signalFunc  called once for every signal; may be null
  * @retval KIVCS2STATUS_PARAM_ERR      `pThread` is null
  * @retval KIVCS2STATUS_SEMAPHORE_ERR  the semaphore could not be made; no thread was started
  * @retval KIVCS2STATUS_THREAD_ERR     the thread could not be made; the semaphore is released again

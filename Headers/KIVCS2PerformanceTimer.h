@@ -6,6 +6,20 @@
  * The caller owns the record; `init` clears and starts it, and nothing has to be released. `start` and
  * `stop` around the work measure one interval. The clock stands still while the machine sleeps. Reading
  * converts with the library's time base, so kivCS2_init() must have run.
+ *
+ * @code
+ * KIVCS2PerformanceTimer timer;
+ * uint64_t nanoseconds;
+ * kivCS2PerformanceTimer_init(&timer);
+ * kivCS2PerformanceTimer_start(&timer);
+ * // the work
+ * kivCS2PerformanceTimer_stop(&timer);
+ * if (KIVCS2_FAILED(kivCS2PerformanceTimer_getNanoseconds(&timer, KIVCS2PerformanceTimerKind_Maximum,
+ *                                                         &nanoseconds)))
+ *     return 1;
+ * printf("%u interval, below a minute: %d\n", timer.m_count,
+ *        nanoseconds < 60000000000); // prints: 1 interval, below a minute: 1
+ * @endcode
  */
 #ifndef KIVCS2_PERFORMANCE_TIMER_H
 #define KIVCS2_PERFORMANCE_TIMER_H

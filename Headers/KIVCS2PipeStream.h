@@ -2,6 +2,9 @@
  * @file
  * Pipe streams: a stream over an anonymous pipe pair, written at one end and read at the other.
  *
+ * `init` makes both ends, the operations of KIVCS2Stream.h write and read them, `free` closes them and clears
+ * the record, which may then be initialised again.
+ *
  * The two descriptors may serve two parties (a parent and its child after a fork); one record is used
  * by one thread at a time. Writing to a pipe whose reader is gone is a failed write and never raises
  * SIGPIPE.
@@ -12,6 +15,18 @@
  *
  *     dup2(pipe.m_readPipe, STDIN_FILENO);
  *     execv(path, arguments);
+ *
+ * @code
+ * KIVCS2PipeStream pipe;
+ * char text[16] = "";
+ * uint64_t count;
+ * if (KIVCS2_FAILED(kivCS2PipeStream_init(&pipe)))
+ *     return 1;
+ * kivCS2Stream_writeBytes(&pipe.m_stream, "On air", 6, &count);
+ * kivCS2Stream_readBytes(&pipe.m_stream, text, sizeof text - 1, &count); // waits for data
+ * puts(text); // prints: On air
+ * kivCS2PipeStream_free(&pipe.m_stream);
+ * @endcode
  */
 #ifndef KIVCS2_PIPE_STREAM_H
 #define KIVCS2_PIPE_STREAM_H

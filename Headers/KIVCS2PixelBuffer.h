@@ -17,6 +17,21 @@
  * kivCS2PixelBuffer_scale() names its exceptions. The rows of a buffer over the caller's own memory must hold
  * whole pairs of pixels, as CVPixelBufferCreateWithBytes() requires. No state is shared between calls: any
  * thread may call, with buffers that no other thread uses meanwhile.
+ *
+ * @code
+ * CVPixelBufferRef grey, rgb = NULL;
+ * if (CVPixelBufferCreate(NULL, 1920, 1080, kCVPixelFormatType_422YpCbCr8, NULL, &grey) != kCVReturnSuccess)
+ *     return 1;
+ * kivCS2PixelBuffer_clear(grey, KIVCS2PixelBuffer_ClearGrey);
+ * if (KIVCS2_SUCCEEDED(kivCS2PixelBuffer_convert(grey, &rgb, KIVCS2PixelBuffer_Convert2vuyToRGBA)))
+ * {
+ *     CVPixelBufferLockBaseAddress(rgb, 0);
+ *     printf("%u\n", *(uint8_t *)CVPixelBufferGetBaseAddress(rgb)); // prints: 130
+ *     CVPixelBufferUnlockBaseAddress(rgb, 0);
+ * }
+ * CVPixelBufferRelease(rgb); // null is ignored
+ * CVPixelBufferRelease(grey);
+ * @endcode
  */
 #ifndef KIVCS2_PIXEL_BUFFER_H
 #define KIVCS2_PIXEL_BUFFER_H

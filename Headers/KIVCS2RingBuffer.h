@@ -15,6 +15,18 @@
  * write `circulating`, both read the other's position, and the bytes of a store need not have arrived when
  * its new position is visible. In overwrite mode a store moves the reading end as well. So put every call
  * between the lock and the unlock of one KIVCS2Mutex.
+ *
+ * @code
+ * KIVCS2RingBuffer ring;
+ * char text[4];
+ * if (KIVCS2_FAILED(kivCS2RingBuffer_init(&ring, 8)))
+ *     return 1;
+ * kivCS2RingBuffer_setOperationMode(&ring, KIVCS2RingBufferOpMode_Reject);
+ * kivCS2RingBuffer_store(&ring, "one two", 8); // between lock and unlock, if there are two threads
+ * if (KIVCS2_SUCCEEDED(kivCS2RingBuffer_fetch(&ring, text, 4)))
+ *     printf("%.4s\n", text); // prints: one
+ * kivCS2RingBuffer_dispose(&ring); // once
+ * @endcode
  */
 #ifndef KIVCS2_RING_BUFFER_H
 #define KIVCS2_RING_BUFFER_H

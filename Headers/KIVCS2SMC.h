@@ -8,6 +8,16 @@
  * succeed whatever keys the machine has: flags in the status mark the values that were read.
  *
  * A connection is used by one thread at a time; connections are independent of each other.
+ *
+ * @code
+ * KIVCS2SMC controller;
+ * KIVCS2SMCFanStatus fan;
+ * if (KIVCS2_SUCCEEDED(kivCS2SMC_init(&controller)) &&
+ *     KIVCS2_SUCCEEDED(kivCS2SMC_getFanStatus(&controller, 0, &fan)) &&
+ *     (fan.m_flags & KIVCS2SMCFanFlags_Actual) != 0)
+ *     printf("%.0f revolutions a minute\n", fan.m_actual);
+ * kivCS2SMC_free(&controller); // also after a failed init
+ * @endcode
  */
 #ifndef KIVCS2_SMC_H
 #define KIVCS2_SMC_H
@@ -215,6 +225,10 @@ KIVCS2_API KIVCS2Status kivCS2SMC_getGPUStatus(KIVCS2SMC *pSMC, KIVCS2SMCGPUStat
 /**
  * Stores degrees Celsius from the first two of `size` bytes, to a 64th of a degree. Both bytes are signed: a
  * second byte of 128 or more subtracts a degree.
+ * @param[in]  pSMC          only checked for null, as in the three below
+ * @param[in]  pData         data of a temperature key
+ * @param[in]  size          bytes of `pData`, 2 or more
+ * @param[out] pTemperature  degrees Celsius
  * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null or `size` is below 2
  * Thread safety: any thread, as for the three below.
  */

@@ -13,6 +13,17 @@
  * is in that group. To share a semaphore between users, give them a group (and a mask of 002 to the process
  * that comes first), or let root make it. A user who may write to a semaphore's file may also cut it, which
  * ends the processes that use it with SIGBUS: a mask of 0 lets every user of the machine do so.
+ *
+ * @code
+ * KIVCS2Semaphore frames;
+ * if (KIVCS2_FAILED(kivCS2Semaphore_init(&frames, NULL))) // a name of its own; or a shared one
+ *     return 1;
+ * kivCS2Semaphore_signal(&frames); // from any thread or process
+ * kivCS2Semaphore_wait(&frames);
+ * if (kivCS2Semaphore_testWait(&frames) == KIVCS2STATUS_SEMAPHORE_BUSY_ERR)
+ *     puts("taken"); // prints: taken
+ * kivCS2Semaphore_free(&frames); // removes the name
+ * @endcode
  */
 #ifndef KIVCS2_SEMAPHORE_H
 #define KIVCS2_SEMAPHORE_H

@@ -14,6 +14,21 @@
  *
  * Key 0 is IPC_PRIVATE: every `init` with it, even without `create`, makes a new segment that no other
  * process can find by key.
+ *
+ * @code
+ * KIVCS2SharedMemory segment, other;
+ * uint32_t key;
+ * if (KIVCS2_FAILED(kivCS2SharedMemory_findKey(0x4B495600, &key)) ||
+ *     KIVCS2_FAILED(kivCS2SharedMemory_init(&segment, key, 4096, true)))
+ *     return 1;
+ * strcpy(segment.m_address, "on air");
+ * if (KIVCS2_SUCCEEDED(kivCS2SharedMemory_init(&other, key, 0, false))) // as another process would
+ * {
+ *     puts(other.m_address); // prints: on air
+ *     kivCS2SharedMemory_free(&other);
+ * }
+ * kivCS2SharedMemory_free(&segment); // the last one removes it
+ * @endcode
  */
 #ifndef KIVCS2_SHARED_MEMORY_H
 #define KIVCS2_SHARED_MEMORY_H

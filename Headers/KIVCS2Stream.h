@@ -8,10 +8,19 @@
  * begins its record with a whole KIVCS2Stream, fills in the operations in its `setup` and keeps its state
  * after them. Pass `&record.m_stream` to the operations of this header:
  *
- *     KIVCS2MemoryStream memory;
- *     kivCS2MemoryStream_initWithBytes(&memory, bytes, size);
- *     kivCS2Stream_readBytes(&memory.m_stream, header, sizeof header, &count);
- *     kivCS2MemoryStream_free(&memory.m_stream);
+ * @code
+ * KIVCS2MemoryStream memory;
+ * KIVCS2Stream *stream = &memory.m_stream; // the same calls for a file or a pipe
+ * char text[16];
+ * uint64_t length;
+ * if (KIVCS2_FAILED(kivCS2MemoryStream_init(&memory, 64, 64)))
+ *     return 1;
+ * kivCS2Stream_writeUTF8String(stream, "On air");
+ * kivCS2Stream_setPosition(stream, 0, KIVCS2StreamPosition_Start, NULL);
+ * if (KIVCS2_SUCCEEDED(kivCS2Stream_readUTF8StringToBuffer(stream, text, sizeof text, &length)))
+ *     printf("%s, %d\n", text, (int)length); // prints: On air, 7
+ * kivCS2MemoryStream_free(stream);
+ * @endcode
  *
  * The generic operations check the stream, its operation and the required pointers, return
  * KIVCS2STATUS_PARAM_ERR if one is missing, and otherwise return exactly the status of the kind. They never

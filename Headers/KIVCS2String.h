@@ -7,6 +7,18 @@
  * Texts that an operation makes are released with kivCS2String_freeCString(), string objects and arrays with
  * CFRelease(). A missing argument returns KIVCS2STATUS_PARAM_ERR. Every operation may be called from any
  * thread.
+ *
+ * @code
+ * char *text;
+ * const unsigned char latin[] = "Caf\351"; // ISO 8859-1
+ * uint32_t bytes;
+ * if (KIVCS2_FAILED(kivCS2String_convertCString(latin, KIVCS2_STRING_MEASURE,
+ *                                               KIVCS2StringEncoding_ISOLatin1, &text,
+ *                                               KIVCS2StringEncoding_UTF8, &bytes)))
+ *     return 1;
+ * printf("%s, %u bytes\n", text, bytes); // prints: Café, 6 bytes
+ * kivCS2String_freeCString(text);
+ * @endcode
  */
 #ifndef KIVCS2_STRING_H
 #define KIVCS2_STRING_H
@@ -207,8 +219,8 @@ KIVCS2_API KIVCS2Status kivCS2String_createUIDCString(char *buffer, uint32_t siz
  * Stores the last component of a path as a string released with CFRelease(); a string that is not a path is
  * itself returned, retained.
  * @retval KIVCS2STATUS_PARAM_ERR  `cfString` or `cfLastPathComponent` is null, or the string is empty
- * @return otherwise the status of kivCS2String_createCStringFromCFStringWithEncoding() for the file system;
- * `cfLastPathComponent` is null after a failure
+ * @return otherwise the status of kivCS2String_createCStringFromCFStringWithEncoding() for the file system
+ * After a failure `cfLastPathComponent` is null.
  */
 KIVCS2_API KIVCS2Status kivCS2String_getCFStringLastPathComponent(CFStringRef cfString,
                                                                   CFStringRef *cfLastPathComponent);

@@ -2,9 +2,17 @@
  * @file
  * Information about the machine and this process: memory, system version, processors, name.
  *
- * There is no record; each operation queries the system again. The units are those that hosts have always
- * read, even if a parameter's name states another unit: the size of the memory is in bytes and cut to 32
- * bits, the clock is in hertz.
+ * There is no record and nothing to release; each operation queries the system again, and any thread may
+ * call. The units are those that hosts have always read, even if a parameter's name states another unit: the
+ * size of the memory is in bytes and cut to 32 bits, the clock is in hertz.
+ *
+ * @code
+ * uint32_t cores, major, minor, bugfix;
+ * if (KIVCS2_FAILED(kivCS2SystemInfo_getCPUCoreCount(&cores)) ||
+ *     KIVCS2_FAILED(kivCS2SystemInfo_getSystemVersion(&major, &minor, &bugfix)))
+ *     return 1;
+ * printf("%u processors, system %u.%u.%u\n", cores, major, minor, bugfix);
+ * @endcode
  */
 #ifndef KIVCS2_SYSTEM_INFO_H
 #define KIVCS2_SYSTEM_INFO_H

@@ -18,6 +18,20 @@
  *
  * A callback may free its task. Another thread may free a task while its callback runs: the record is
  * released when the callback has returned.
+ *
+ * @code
+ * const char *const arguments[] = {"on air", NULL};
+ * KIVCS2Task *task;
+ * char text[16] = "";
+ * uint32_t count;
+ * if (KIVCS2_FAILED(kivCS2Task_create(&task, "/bin/echo", arguments)))
+ *     return 1;
+ * kivCS2Task_setPipedIO(task, 1);
+ * if (KIVCS2_SUCCEEDED(kivCS2Task_launch(task)) && // waits for its end
+ *     KIVCS2_SUCCEEDED(kivCS2Task_readOutput(task, true, text, sizeof text - 1, &count)))
+ *     printf("%d: %s", task->m_exitCode, text); // prints: 0: on air
+ * kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);
+ * @endcode
  */
 #ifndef KIVCS2_TASK_H
 #define KIVCS2_TASK_H

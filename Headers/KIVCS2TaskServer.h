@@ -36,6 +36,25 @@
  *   must not launch through the server (which is refused), and must not wait for another of the server's
  *   tasks: freeing a running one with a mode that waits, 1 to 3, never returns. All signals are blocked on
  *   that thread.
+ *
+ * @code
+ * static void onEnd(KIVCS2Task *task, void *ended)
+ * {
+ *     printf("%d\n", WEXITSTATUS(task->m_exitCode)); // prints: 1
+ *     kivCS2Semaphore_signal(ended);
+ * }
+ *
+ * KIVCS2Semaphore ended;
+ * KIVCS2Task *task;
+ * kivCS2_init(); // starts the server, before the host has threads and memory
+ * if (KIVCS2_FAILED(kivCS2Semaphore_init(&ended, NULL)) ||
+ *     KIVCS2_FAILED(kivCS2Task_create(&task, "/bin/false", NULL)) ||
+ *     KIVCS2_FAILED(kivCS2TaskServer_exec(task, onEnd, &ended)))
+ *     return 1;
+ * kivCS2Semaphore_wait(&ended);
+ * kivCS2Semaphore_free(&ended);
+ * kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);
+ * @endcode
  */
 #ifndef KIVCS2_TASK_SERVER_H
 #define KIVCS2_TASK_SERVER_H

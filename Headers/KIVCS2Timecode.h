@@ -21,6 +21,17 @@
  *
  * Drop-frame numbering at 29.97 and 59.94 follows SMPTE ST 12-1: in every minute that is not a multiple of
  * ten the first 2 (at 59.94: 4) frame numbers are skipped.
+ *
+ * @code
+ * KIVCS2Timecode timecode;
+ * char text[24];
+ * kivCS2Timecode_setFrameRate(KIVCS2FrameRate_29_97); // once, before the threads start
+ * kivCS2Timecode_initWithTimecodeFields(&timecode, 0, 0, 59, 29);
+ * kivCS2Timecode_tick(&timecode);
+ * if (KIVCS2_FAILED(kivCS2Timecode_timecodeToString(&timecode, text, sizeof text)))
+ *     return 1;
+ * puts(text); // prints: 00:01:00;02
+ * @endcode
  */
 #ifndef KIVCS2_TIMECODE_H
 #define KIVCS2_TIMECODE_H
@@ -69,7 +80,12 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_getDropFrame(bool *dropFrame);
 KIVCS2_API KIVCS2Status kivCS2Timecode_init(KIVCS2Timecode *tc);
 
 /**
- * Sets the frame count from four fields; the date stays. Hours have no upper limit.
+ * Sets the frame count from four fields; the date stays.
+ * @param[in,out] tc       the record
+ * @param[in]     hours    no upper limit
+ * @param[in]     minutes  0 to 59
+ * @param[in]     seconds  0 to 59
+ * @param[in]     frames   the frame number within the second, below the nominal rate
  * @retval KIVCS2STATUS_INVALID_TIMECODE_ERR  the fields name no frame: a minute or second of 60 or
  *         more, a frame not below the nominal rate, a dropped frame number. "Illegal timecode ..." is
  *         logged and the frame count is set from the hours only; the record is not marked invalid

@@ -22,6 +22,24 @@
  * A run-loop timer uses a file descriptor. A child of fork() that continues without exec has no calling
  * thread, and shares the descriptors: only one of parent and child may continue to run the loops, while each
  * may free its timers.
+ *
+ * @code
+ * static int32_t onTime(void *semaphore)
+ * {
+ *     puts("tick"); // prints: tick
+ *     kivCS2Semaphore_signal(semaphore);
+ *     return KIVCS2TimerResult_End;
+ * }
+ *
+ * KIVCS2Semaphore ended;
+ * KIVCS2Timer *timer;
+ * if (KIVCS2_FAILED(kivCS2Semaphore_init(&ended, NULL)) ||
+ *     KIVCS2_FAILED(kivCS2Timer_create(&timer, onTime, &ended, KIVCS2TimerFlags_Thread, 0.01, 0)))
+ *     return 1;
+ * kivCS2Semaphore_wait(&ended);
+ * kivCS2Timer_free(timer); // waits for the call in progress
+ * kivCS2Semaphore_free(&ended);
+ * @endcode
  */
 #ifndef KIVCS2_TIMER_H
 #define KIVCS2_TIMER_H

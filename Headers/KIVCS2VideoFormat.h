@@ -3,10 +3,20 @@
  * Video formats: the broadcast formats of the library, each packed into one 32-bit code, and the
  * frame rates.
  *
- * The getters unpack a format code; names, display sizes and descriptions come from the table of 75 formats
- * (25 base formats, each as 8 Bit, 10 Bit and RGBA). Everything is constant: returned pointers are to static
- * data and must not be released, and every operation may be called from any thread. An operation that fails
- * leaves its output untouched unless it says otherwise.
+ * A host stores the code in 32 bits. The getters unpack it; names, display sizes and descriptions come from
+ * the table of 75 formats (25 base formats, each as 8 Bit, 10 Bit and RGBA). Everything is constant: returned
+ * pointers are to static data and must not be released, and every operation may be called from any thread. An
+ * operation that fails leaves its output untouched unless it says otherwise.
+ *
+ * @code
+ * KIVCS2VideoFormat format;
+ * KIVCS2VideoFormatDescription shape;
+ * if (KIVCS2_FAILED(kivCS2VideoFormat_getFormatForName("1080i25 10 Bit", &format)) ||
+ *     KIVCS2_FAILED(kivCS2VideoFormat_getDescription(format, &shape)))
+ *     return 1;
+ * printf("%u x %u, %.2f\n", shape.m_nativeWidth, shape.m_nativeHeight,
+ *        shape.m_frameRateInfo->m_exactRate); // prints: 1920 x 1080, 25.00
+ * @endcode
  */
 #ifndef KIVCS2_VIDEO_FORMAT_H
 #define KIVCS2_VIDEO_FORMAT_H

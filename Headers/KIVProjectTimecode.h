@@ -26,6 +26,16 @@
  *
  * setFrameRate() must not run while another thread uses the class. Afterwards all members may run on any
  * number of threads, each on its own objects.
+ *
+ * @code{.cpp}
+ * KIVProjectTimecode::fps25(); // once, before the threads start
+ * KIVProjectTimecode timecode = KIVProjectTimecode::timecodeWithString("15.3.2024 23:59:59:24");
+ * timecode.tick();
+ * char text[KIVProjectTimecode::kTextSize];
+ * if (timecode.SMPTERepresentation(text, sizeof text).empty())
+ *     return 1;
+ * std::puts(text); // prints: 16.3.2024 00:00:00:00
+ * @endcode
  */
 #ifndef KIV_PROJECT_TIMECODE_H
 #define KIV_PROJECT_TIMECODE_H
