@@ -98,7 +98,7 @@ typedef struct KIVCS2BonjourService
     CFNetServiceMonitorType m_recordType;  /**< type of the last record: 1, TXT */
     CFDataRef m_recordData;                /**< its data as in DNS; owned, null before the first record */
     CFStreamError m_recordError;           /**< the system's error with the last record */
-    CFNetServiceClientContext m_monitorContext;     /**< what the system passes to its callbacks; private */
+    CFNetServiceClientContext m_monitorContext;     /**< of the callbacks from the system; private */
     KIVCS2BonjourMonitorCallback m_monitorCallback; /**< as given */
     void *m_monitorUserData;                        /**< passed to `m_monitorCallback` */
     KIVCS2Mutex m_monitorMutex;                     /**< held while a monitor is started or ended; private */
@@ -119,7 +119,7 @@ typedef struct KIVCS2BonjourBrowser
     uint32_t m_stop;                           /**< 1 once stopping has begun: callbacks then do nothing */
     KIVCS2Mutex m_mutex;                       /**< recursive; held by every callback and every stop */
     KIVCS2SemaphoreThread m_thread;            /**< the worker that browses */
-    CFNetServiceClientContext m_clientContext; /**< what the system passes to its callbacks; private */
+    CFNetServiceClientContext m_clientContext; /**< of the callbacks from the system; private */
     CFNetServiceBrowserRef m_browser;          /**< owned */
     CFStringRef m_domain;                      /**< owned, as are the next two; null while not searching */
     CFStringRef m_type;                        /**< the type searched for */

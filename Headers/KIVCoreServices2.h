@@ -1,6 +1,23 @@
 /**
  * @file
  * The umbrella: every module of the library. A host may include single modules instead.
+ *
+ * Each header begins with creation, use, threads and release, and with a snippet that runs:
+ * - start-up, statuses, CRC-32, memory blocks: KIVCS2Base.h
+ * - timecode: KIVCS2Timecode.h, as a C++ class KIVProjectTimecode.h
+ * - caption files: KIVCS2CaptionFile.h, at another rate KIVCS2CaptionRetime.h
+ * - caption packets and text: KIVCS2CaptionPacket.h, KIVCS2CaptionDecoder.h, KIVCS2ClosedCaptions.h
+ * - formats: KIVCS2VideoFormat.h, KIVCS2AudioFormat.h, KIVCS2Codec.h
+ * - audio and pictures: KIVCS2PCMAudioConverter.h, KIVCS2PixelBuffer.h, KIVCS2Interpolate.h
+ * - streams: KIVCS2Stream.h, KIVCS2MemoryStream.h, KIVCS2FileStream.h, KIVCS2PipeStream.h,
+ *   KIVCS2NamedPipeStream.h
+ * - containers: KIVCS2LinkList.h, KIVCS2LinkTree.h, KIVCS2RingBuffer.h, KIVCS2Dictionary.h, KIVCS2JSON.h
+ * - memory and text: KIVCS2MemoryPool.h, KIVCS2MultiBuffer.h, KIVCS2SharedMemory.h, KIVCS2String.h
+ * - threads and locks: KIVCS2PThread.h, KIVCS2Mutex.h, KIVCS2Semaphore.h
+ * - timers: KIVCS2Timer.h, KIVCS2PerformanceTimer.h
+ * - processes: KIVCS2Task.h, KIVCS2TaskServer.h
+ * - network: KIVCS2Socket.h, KIVCS2Bonjour.h
+ * - the machine: KIVCS2SystemInfo.h, KIVCS2SMC.h
  */
 #ifndef KIVCORESERVICES2_H
 #define KIVCORESERVICES2_H
