@@ -60,6 +60,9 @@ KIVCS2_API KIVCS2Status kivCS2PipeStream_init(KIVCS2PipeStream *stream);
 /**
  * Takes over two open descriptors; the stream closes them from then on. After a failure they still belong to
  * the caller.
+ * @param[out] stream     the record
+ * @param[in]  readPipe   descriptor to read from, above 0
+ * @param[in]  writePipe  descriptor to write to, above 0
  * @retval KIVCS2STATUS_PARAM_ERR  `stream` is null, or a descriptor is 0; builds with assertions also refuse
  *                                 a negative descriptor
  */

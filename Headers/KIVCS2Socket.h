@@ -452,7 +452,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_getSendBufSize(KIVCS2Socket *_socket, uint3
 /** Sets that size in bytes; the system silently limits it (net.core.wmem_max). */
 KIVCS2_API KIVCS2Status kivCS2Socket_setSendBufSize(KIVCS2Socket *_socket, uint32_t _buf_size);
 
-/** Stores the seconds and microseconds after which a receive gives up; 0 and 0 mean never. */
+/** Stores the seconds, `_to_sec`, and microseconds, `_to_usec`, of the receive time-out; both 0: never. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getRecvTimeout(KIVCS2Socket *_socket, uint32_t *_to_sec,
                                                     uint32_t *_to_usec);
 /**
@@ -462,7 +462,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_getRecvTimeout(KIVCS2Socket *_socket, uint3
 KIVCS2_API KIVCS2Status kivCS2Socket_setRecvTimeout(KIVCS2Socket *_socket, uint32_t _to_sec,
                                                     uint32_t _to_usec);
 
-/** Stores the seconds and microseconds after which a send gives up; 0 and 0 mean never. */
+/** Stores the seconds, `_to_sec`, and microseconds, `_to_usec`, of the send time-out; both 0: never. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getSendTimeout(KIVCS2Socket *_socket, uint32_t *_to_sec,
                                                     uint32_t *_to_usec);
 /**
@@ -473,7 +473,7 @@ KIVCS2_API KIVCS2Status kivCS2Socket_getSendTimeout(KIVCS2Socket *_socket, uint3
 KIVCS2_API KIVCS2Status kivCS2Socket_setSendTimeout(KIVCS2Socket *_socket, uint32_t _to_sec,
                                                     uint32_t _to_usec);
 
-/** Stores whether, and for how many seconds, a close waits for unsent data. */
+/** Stores whether (`_linger`), and for how many seconds (`_linger_time`), a close waits for unsent data. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getLinger(KIVCS2Socket *_socket, bool *_linger, uint32_t *_linger_time);
 /** Sets both values. True with 0 seconds: a close resets the connection. */
 KIVCS2_API KIVCS2Status kivCS2Socket_setLinger(KIVCS2Socket *_socket, bool _linger, uint32_t _linger_time);

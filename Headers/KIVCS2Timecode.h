@@ -114,7 +114,7 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_copyTimecode(KIVCS2Timecode *dst, const K
 /** Copies day, month and year; the frame count of `dst` stays. Always OK. */
 KIVCS2_API KIVCS2Status kivCS2Timecode_copyDate(KIVCS2Timecode *dst, const KIVCS2Timecode *src);
 
-/** Combines the date of one record with the frame count of another; `dst` may be either. Always OK. */
+/** Stores the date of `dateSource` with the frames of `timecodeSource`; `dst` may be either. Always OK. */
 KIVCS2_API KIVCS2Status kivCS2Timecode_initWithDateAndTimecode(KIVCS2Timecode *dst,
                                                                const KIVCS2Timecode *dateSource,
                                                                const KIVCS2Timecode *timecodeSource);
@@ -384,7 +384,7 @@ KIVCS2_API KIVCS2Status kivCS2Timecode_tick(KIVCS2Timecode *tc);
 KIVCS2_API KIVCS2Status kivCS2Timecode_tickDown(KIVCS2Timecode *tc, uint32_t *nonZero);
 
 /**
- * Multiplies the frame count, carries days, and makes a legal duration of the result as
+ * Multiplies the frame count by `factor`, carries days, and makes a legal duration of the result as
  * kivCS2Timecode_ensureLegalDuration(): the date is lost, also with a factor of 0 or 1, which leaves the
  * count unchanged.
  * @retval KIVCS2STATUS_FRAME_RATE_ERR  no rate is set and the factor is above 1; unchanged
