@@ -262,7 +262,7 @@ class Timecode:
         return self._moved("Frames", other) if _is_count(other) else NotImplemented
 
     def __radd__(self, other: int) -> Timecode:
-        return self + other
+        return self.__add__(other)
 
     def __sub__(self, other: Any) -> Any:
         if isinstance(other, Timecode):
@@ -275,7 +275,7 @@ class Timecode:
         return self._changed("multiply", as_int(factor, 0, 0xFFFFFFFF, "factor"))
 
     def __rmul__(self, factor: int) -> Timecode:
-        return self * factor
+        return self.__mul__(factor)
 
     def plus(self, *, years: int = 0, months: int = 0, days: int = 0, hours: int = 0, minutes: int = 0,
              seconds: int = 0, frames: int = 0) -> Timecode:
