@@ -18,7 +18,7 @@ from ._library import library
 from .decoder import Caption, CaptionDecoder
 from .packet import BytesLike, CaptionFault, CaptionPacket, Counting, ServiceEntry
 from .packet import as_bool, as_bytes, as_frame, as_int, dtvcc_record, pairs_record, service_number, service_records
-from .status import EndOfStreamError, OpenError, StatusError, error_class, status_of
+from .status import EndOfStreamError, NoDataError, OpenError, StatusError, error_class, status_of
 
 Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 
@@ -543,7 +543,8 @@ def convert_captions(source: Path, target: Path, kind: Optional[CaptionKind] = N
     If a line, a pair or a part of a packet is lost, the exception of the first such fault is raised and nothing is
     written; `keep_going` leaves it out. Raises NoDataError if there is nothing to write.
     """
-    as_bool(sparse, "sparse"), as_bool(keep_going, "keep_going")
+    as_bool(sparse, "sparse")
+    as_bool(keep_going, "keep_going")
     lost: "List[FileFault]" = []
 
     def take(fault: FileFault) -> None:
@@ -569,7 +570,7 @@ def convert_captions(source: Path, target: Path, kind: Optional[CaptionKind] = N
             if lost and not keep_going:
                 raise lost[0].as_error("convert_captions", os.fsdecode(_path(source)))
             if not written:
-                raise error_class(0x80000005)("convert_captions", os.fsdecode(_path(source)))
+                raise NoDataError("convert_captions", os.fsdecode(_path(source)))
         return reader.report
 
 

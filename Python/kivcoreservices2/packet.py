@@ -211,10 +211,19 @@ class CaptionFault(enum.IntEnum):
     CARRIER_COUNTS = 50
     CARRIER_FIELD = 51
 
+    @classmethod
+    def _missing_(cls, value: object) -> Optional[CaptionFault]:
+        """Makes a member for a fault that a newer library has added at the end."""
+        if not isinstance(value, int) or not cls.CARRIER_FIELD < value < 64:
+            return None
+        fault = int.__new__(cls, value)
+        fault._name_, fault._value_ = f"FAULT_{value}", value
+        return fault
+
     @property
     def label(self) -> str:
         """The name in words, for example "four-byte U"."""
-        return library.kivCS2CaptionFile_getFaultName(self).decode()
+        return (library.kivCS2CaptionFile_getFaultName(self) or b"unknown fault").decode()
 
     @property
     def status(self) -> int:
@@ -393,7 +402,7 @@ class CaptionPacket:
     def faults(self) -> "tuple[CaptionFault, ...]":
         """The faults of the packet, in the order of their numbers."""
         bits = self._record.m_faults
-        return tuple(fault for fault in CaptionFault if bits >> fault & 1) if bits else ()
+        return tuple(CaptionFault(fault) for fault in range(64) if bits >> fault & 1) if bits else ()
 
     @property
     def field(self) -> Optional[int]:

@@ -127,9 +127,8 @@ class Timecode:
         """Makes a timecode of the frames that have begun after that many seconds at the real rate."""
         if isinstance(seconds, bool) or not isinstance(seconds, (int, float)):
             raise TypeError(f"seconds must be float, not {type(seconds).__name__}")
+        _check_rate("initWithSeconds")
         rate, value = real_frames_per_second(), c_uint64()
-        if not rate:
-            raise FrameRateError("kivCS2Timecode_initWithSeconds")
         if not 0 <= seconds * rate < _INVALID:
             raise ValueError(f"{seconds} seconds are no time from midnight on")
         _operation("initWithSeconds")(byref(value), seconds)
@@ -177,7 +176,7 @@ class Timecode:
     @property
     def hours(self) -> int:
         """The hours, 24 and more if the frames are beyond a day."""
-        frames_per_day() or self._need_rate("getHours")
+        _check_rate("getHours")  # without a rate the operation succeeds and stores nothing
         return _stored("getHours", c_uint32, self._pointer())
 
     @property
@@ -238,14 +237,10 @@ class Timecode:
         """Returns the result of an operation that changes a record."""
         if not self.is_valid:
             raise InvalidTimecodeError(f"kivCS2Timecode_{operation}")
-        frames_per_day() or self._need_rate(operation)
+        _check_rate(operation)  # some of them succeed and change nothing
         value = c_uint64(self._value)
         _operation(operation)(byref(value), *arguments)
         return self._of(value)
-
-    @staticmethod
-    def _need_rate(operation: str) -> None:
-        raise FrameRateError(f"kivCS2Timecode_{operation}", detail="call set_frame_rate() first")
 
     def _moved(self, unit: str, count: int) -> Timecode:
         number = as_int(count, -0xFFFFFFFF, 0xFFFFFFFF, unit.lower())
@@ -331,6 +326,11 @@ class Timecode:
         if self.is_valid and is_text and frames_per_day():
             return f"Timecode({str(self)!r})"
         return f"Timecode.from_value(0x{self._value:016x})"
+
+
+def _check_rate(operation: str) -> None:
+    if not frames_per_day():
+        raise FrameRateError(f"kivCS2Timecode_{operation}", detail="call set_frame_rate() first")
 
 
 def _is_count(value: object) -> bool:

@@ -272,6 +272,9 @@ class Files(WithFolder):
             (found, place), = kiv.find_packets(carrier, data)
             self.assertEqual(found, packet, carrier)
         self.assertEqual(place.rtp.sequence, 70000)
+        newer = pickle.loads(pickle.dumps(packet))
+        newer._record.m_faults = 1 << 60  # of a library that knows more faults
+        self.assertEqual([(int(fault), fault.label) for fault in newer.faults], [(60, "unknown fault")])
         damaged = bytes(packet)[:-1] + bytes([bytes(packet)[-1] ^ 1])
         self.assertEqual(kiv.CaptionPacket.parse(damaged).faults, (kiv.CaptionFault.PACKET_CHECKSUM,))
         for call in (lambda: kiv.CaptionPacket.parse(b""), lambda: kiv.CaptionPacket.parse(bytes(300)),
