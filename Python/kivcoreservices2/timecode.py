@@ -254,7 +254,9 @@ class Timecode:
             if not other.is_valid:
                 raise InvalidTimecodeError("kivCS2Timecode_addTimecode")
             return self._changed("addTimecode", other._pointer())
-        return self._moved("Frames", other) if _is_count(other) else NotImplemented
+        if not _is_count(other):
+            return NotImplemented
+        return self._moved("Frames", other)
 
     def __radd__(self, other: int) -> Timecode:
         return self.__add__(other)
