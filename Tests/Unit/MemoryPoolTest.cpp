@@ -3,9 +3,15 @@
 
 #include "RequiredPointers.h"
 
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -110,6 +116,30 @@ TEST(MemoryPool, ManyThreadsTakeAndReturn)
         thread.join();
     EXPECT_EQ(sample.pool.m_externalObjects, 0u);
     EXPECT_EQ(sample.pool.m_objects.m_count, 4u);
+}
+
+// A thread tries a few times and then sleeps: it uses no processor while the holder of the lock does.
+TEST(MemoryPool, AThreadThatWaitsForTheLockSleeps)
+{
+    Sample sample{1};
+    ASSERT_OK(kivCS2Mutex_lock(&sample.pool.m_mutex));
+    std::atomic<pid_t> id{0};
+    std::thread waiting{[&]
+                        {
+                            id = gettid();
+                            sample.giveBack(sample.take());
+                        }};
+    std::string state; // "id (name) S ...": S sleeps
+    for (int look = 0; look < 10000 && !state.starts_with("S"); ++look)
+    {
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        std::getline(std::ifstream{"/proc/self/task/" + std::to_string(id) + "/stat"}, state);
+        state.erase(0, state.rfind(')') + 2);
+    }
+    EXPECT_EQ(state.substr(0, 1), "S");
+    EXPECT_EQ(sample.pool.m_objects.m_count, 1u);
+    EXPECT_OK(kivCS2Mutex_unlock(&sample.pool.m_mutex));
+    waiting.join();
 }
 
 TEST(MemoryPool, ABlockBeyondTheMachineIsRefused)
