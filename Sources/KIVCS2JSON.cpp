@@ -75,8 +75,8 @@ private:
     size_t m_capacity = kInline;
 };
 
-// Most keys and texts are too short to be worth a call of memcpy.
-void copy(char *to, const char *from, size_t size)
+// Most keys and texts are too short to be worth a call, of memcpy or of this.
+[[gnu::always_inline]] inline void copy(char *to, const char *from, size_t size)
 {
     const auto ends = [=](auto word) // two words that overlap, for sizes of one to two words
     {
@@ -86,8 +86,10 @@ void copy(char *to, const char *from, size_t size)
         std::memcpy(to, &word, sizeof word);
         std::memcpy(to + size - sizeof word, &last, sizeof word);
     };
-    if (size > 16) [[unlikely]]
+    if (size > 32) [[unlikely]]
         std::memcpy(to, from, size);
+    else if (size >= 16)
+        ends(static_cast<unsigned __int128>(0));
     else if (size >= 8)
         ends(uint64_t{});
     else if (size >= 4)
@@ -158,6 +160,30 @@ public:
             return convertQuoted(string, units);
         copy(m_cursor + 1, ascii, static_cast<size_t>(units));
         quote(static_cast<size_t>(units));
+        return KIVCS2STATUS_OK;
+    }
+
+    // A member's key and the marks around it, in one step if there is room for all of it.
+    [[nodiscard]] KIVCS2Status appendKey(CFStringRef key, bool isFirst)
+    {
+        constexpr std::string_view kBefore = ", \"";
+        constexpr std::string_view kBehind = "\" : ";
+        const auto units = static_cast<size_t>(CFStringGetLength(key));
+        const char *ascii = CFStringGetCStringPtr(key, kCFStringEncodingASCII);
+        if (m_cursor == nullptr || ascii == nullptr || kBefore.size() + units + kBehind.size() > left())
+            [[unlikely]]
+        {
+            if (!isFirst)
+                KIV_TRY(appendMark(", "));
+            KIV_TRY(appendQuoted(key));
+            return appendMark(" : ");
+        }
+        const std::string_view before = isFirst ? kBefore.substr(2) : kBefore;
+        char *at = m_cursor;
+        at = std::copy(before.begin(), before.end(), at);
+        copy(at, ascii, units);
+        std::memcpy(at + units, kBehind.data(), kBehind.size());
+        advance(before.size() + units + kBehind.size());
         return KIVCS2STATUS_OK;
     }
 
@@ -250,11 +276,11 @@ public:
         KIVCS2Status status = begin(plist);
         while (m_levels.size() > 0)
         {
-            const Level &top = m_levels[m_levels.size() - 1];
+            Level &top = m_levels[m_levels.size() - 1];
             if (KIVCS2_FAILED(status))
                 status = abandon(status);
             else
-                status = top.next < top.count ? member() : finish();
+                status = top.next < top.count ? member(top) : finish();
         }
         return status;
     }
@@ -320,22 +346,29 @@ private:
         return m_text.measures() ? m_text.breakOff() : KIVCS2STATUS_MEMORY_ERR;
     }
 
-    // The next member of the innermost level.
-    [[nodiscard]] KIVCS2Status member()
+    [[nodiscard]] KIVCS2Status separate(CFIndex index)
     {
-        Level &level = m_levels[m_levels.size() - 1];
+        return index > 0 ? m_text.appendMark(", ") : KIVCS2STATUS_OK;
+    }
+
+    // The next member of the innermost level, which is `level` until the member opens another.
+    [[nodiscard]] KIVCS2Status member(Level &level)
+    {
         const CFIndex index = level.next++;
-        if (index > 0)
-            KIV_TRY(m_text.appendMark(", "));
         if (level.array != nullptr)
+        {
+            KIV_TRY(separate(index));
             return begin(CFArrayGetValueAtIndex(level.array, index));
+        }
 
         const void *key = m_pointers[level.firstKey + static_cast<size_t>(index)];
         const void *value = m_pointers[level.firstKey + static_cast<size_t>(level.count + index)];
-        if (key == nullptr || CFGetTypeID(key) != m_types.string)
+        if (key == nullptr || CFGetTypeID(key) != m_types.string) [[unlikely]]
+        {
+            KIV_TRY(separate(index));
             return KIVCS2STATUS_UNSUPPORTED_ERR;
-        KIV_TRY(m_text.appendQuoted(static_cast<CFStringRef>(key)));
-        KIV_TRY(m_text.appendMark(" : "));
+        }
+        KIV_TRY(m_text.appendKey(static_cast<CFStringRef>(key), index == 0));
         return begin(value);
     }
 
