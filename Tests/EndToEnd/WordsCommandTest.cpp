@@ -1,17 +1,14 @@
-// The description of the words: examples that run, and completions.
+// The completions of the three shells.
 #include "CommandRun.h"
 
 #include <cstdlib>
 #include <iostream>
-#include <map>
-#include <set>
 #include <utility>
 
 namespace
 {
 
 using namespace kiv::test;
-using testing::HasSubstr;
 
 class WordsCommand : public Command
 {
@@ -25,55 +22,6 @@ protected:
         return result;
     }
 };
-
-// Other exit codes than 0. No services are found here, few machines have sensors, and some have no room for a
-// segment.
-const std::map<std::string, std::set<int>> kOtherCodes = {
-    {"kivcs2 sensors show", {4, 5}},  {"kivcs2 sensors watch", {4, 5}},
-    {"kivcs2 doctor", {1}},           {"kivcs2 services publish", {124}},
-    {"kivcs2 services browse", {1}},  {"kivcs2 services first", {6}},
-    {"kivcs2 services monitor", {6}}, {"kivcs2 services types", {0, 1, 5}},
-    {"kivcs2 net listen", {6}},       {"kivcs2 net recv", {6}},
-    {"kivcs2 shm create", {1, 4}},    {"kivcs2 shm attach", {1, 4}},
-    {"kivcs2 shm free", {1, 4}},      {"kivcs2 cdp find", {1}},
-    {"kivcs2 caption monitor", {1}}};
-
-TEST_F(WordsCommand, RunsTheExampleOfEveryWord)
-{
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nowhere", 1); // keeps the daemon of the machine out
-    const Json description = parseJson(enter("generate json").out);
-    write("programme.scc", slurp(KIV_EXAMPLE_SCC));
-    for (const char *name : {"in.raw", "in.rgba", "capture.bin"})
-        write(name, std::string(size_t{640} * 360 * 4, '\0'));
-    write("marked.txt", "\xEF\xBB\xBFtext\n");
-    write("text.txt", "text\n");
-    ASSERT_EQ(
-        shell("kivcs2 caption convert programme.scc programme.mcc && "
-              "kivcs2 frame bars in.v210 --video '625i25 10 Bit' && kivcs2 frame bars in.2vuy --video 625i25")
-            .code,
-        0);
-    size_t words = 0;
-    for (const Json &word : description["words"])
-    {
-        const std::string name = word["word"];
-        SCOPED_TRACE(name);
-        if (!word["runs"])
-            continue;
-        ++words;
-        ASSERT_FALSE(word["examples"].empty());
-        for (const std::string example : word["examples"])
-        {
-            EXPECT_THAT(example, HasSubstr(name));
-            const Result result = shell(example);
-            const auto others = kOtherCodes.find(name);
-            EXPECT_TRUE(result.code == 0 ||
-                        (others != kOtherCodes.end() && others->second.contains(result.code)))
-                << example << ": " << result.code << "\n"
-                << result.err;
-        }
-    }
-    EXPECT_GE(words, 60u);
-}
 
 struct Completion
 {
