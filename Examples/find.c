@@ -49,7 +49,7 @@ int main(int argc, char **argv)
         print_addresses(&browser);
     }
     else if (status == KIVCS2STATUS_TIMEOUT_ERR)
-        fprintf(stderr, "find: nobody offers \"%s\"\n", argv[1]);
+        fprintf(stderr, "find: no program offers \"%s\"\n", argv[1]);
     else
         fprintf(stderr, "find: %s (status 0x%08x)\n", argv[1], status);
     kivCS2Bonjour_diposeBrowserData(&browser); /* also if it could not be made */

@@ -60,5 +60,5 @@ int main(int argc, char **argv)
         printf("%s: %.*s\n", from, (int)count, bytes);
     }
     kivCS2Socket_free(receiver); /* leaves the group */
-    return left > 0 ? fail("nothing came for ten seconds", status) : 0;
+    return left > 0 ? fail("no data for ten seconds", status) : 0;
 }

@@ -96,7 +96,7 @@ static int fail_behind(const char *file, KIVCS2Timecode last, unsigned pairs, KI
 
     if (pairs > 0)
         kivCS2Timecode_timecodeToString(&last, timecode, sizeof timecode);
-    snprintf(what, sizeof what, "%.400s: stopped behind %s; the target ends there", file, timecode);
+    snprintf(what, sizeof what, "%.400s: stopped after %s; the target ends there", file, timecode);
     return fail(what, status);
 }
 

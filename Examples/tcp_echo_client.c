@@ -36,7 +36,7 @@ int main(int argc, char **argv)
     kivCS2_initWithTaskServer(false); /* always succeeds; no child processes here */
     status = kivCS2Socket_createClient(&server, argv[1], port, 0);
     if (KIVCS2_FAILED(status))
-        return fail("nobody answers there", status);
+        return fail("connecting failed", status);
     /* If the server never replies, stop waiting after five seconds. */
     kivCS2Socket_setRecvTimeout(server, 5, 0);
 

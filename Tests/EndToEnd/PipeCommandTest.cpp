@@ -269,7 +269,7 @@ TEST_F(Pipe, TellsWhatCannotBeReadOrWritten)
         {"--size 4G", null, null, 2, "kivcs2: --size is 2 to 4294967295 bytes\n"},
         {"--size 10 --chunk 11", null, null, 2, "kivcs2: --chunk is 1 byte to the 10 bytes"},
         {"--chunk 0", null, null, 2, "kivcs2: --chunk is 1 byte to the 1048576 bytes"},
-        {"--mode drop", null, null, 2, "kivcs2: --mode: \"drop\" is none of reject, overwrite"},
+        {"--mode drop", null, null, 2, "kivcs2: --mode: \"drop\" is not one of reject, overwrite"},
         {"--quiet", null, null, 0, ""},
     };
     for (const auto &row : rows)

@@ -50,9 +50,9 @@ TEST_F(Command, RefusesWhatNoSegmentTakes)
     const std::string made = key(1), attach = "shm attach " + made;
     ASSERT_EQ(enter("shm create " + made + " 8").code, 0);
     expect({{"shm create 0 8", 2, "key 0 belongs to private segments"},
-            {"shm create 0x100000000 8", 2, "is no key"},
-            {"shm create 1 4G", 2, "\"4G\" is no size"}, // the text as typed
-            {"shm show ''", 2, "\"\" is no key"},        // it must not mean every segment
+            {"shm create 0x100000000 8", 2, "is not a valid key"},
+            {"shm create 1 4G", 2, "\"4G\" is not a valid size"}, // the text as typed
+            {"shm show ''", 2, "\"\" is not a valid key"},        // it must not mean every segment
             {attach + " -r - --length ''", 2, "\"\" is no length"},
             {"shm create 1 0", 2, "one byte"},
             {attach, 2, "--write or --read"},

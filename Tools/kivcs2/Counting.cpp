@@ -137,7 +137,7 @@ const Counting &countingFor(std::string_view rate, std::optional<char> separator
         throw Failure(kExitUsage, "unknown rate \"" + visible(rate) + "\"; known are " + known);
     }
     if (separator == ';' && !counting->drop)
-        throw Failure(kExitUsage, "\";\" says drop-frame, but " + std::string{counting->name} +
+        throw Failure(kExitUsage, "\";\" means drop-frame, but " + std::string{counting->name} +
                                       " drops no frame numbers");
     return *counting;
 }

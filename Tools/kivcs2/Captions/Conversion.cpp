@@ -103,7 +103,7 @@ public:
             throw Failure(
                 KIVCS2STATUS_NO_DATA_ERR, Where{m_source.name()},
                 in.allPairs() == 0
-                    ? std::string{"holds no CEA-608 captions, and SCC holds no others"}
+                    ? std::string{"has no CEA-608 captions, and SCC cannot hold others"}
                     : print("holds no captions in field %u; --field %u takes the other", m_way.field, other));
         }
         m_target.finish();

@@ -245,7 +245,7 @@ struct CaptionSource::State
         if (end == nullptr)
             throw Failure(status, Where{name}, "cannot be read");
         throw Failure(status, Where{name, end->m_line},
-                      sentence(*end) + (status == KIVCS2STATUS_FRAME_RATE_ERR ? " (--rate says one)" : ""));
+                      sentence(*end) + (status == KIVCS2STATUS_FRAME_RATE_ERR ? " (--rate gives one)" : ""));
     }
 };
 
@@ -364,10 +364,10 @@ uint32_t CaptionSource::frameOf(std::string_view text) const
 void addReadingOptions(Word &word, ReadingArguments &arguments)
 {
     word.option("file", arguments.file, "An SCC or MCC file; - is standard input").required().isFile();
-    word.option("--rate", arguments.rate, "Count at this rate, whatever the file says")
+    word.option("--rate", arguments.rate, "Count at this rate instead of that of the file")
         .suggests("rates", rateNames);
     word.option("--field", arguments.field, {1, 2},
-                "The field that an SCC file's pairs belong to: 1 or 2; without it what the codes say");
+                "The field of an SCC file's pairs, 1 or 2; without it the field of the codes");
     word.flag("--strict", arguments.strict, "Stop at the first fault");
     word.flag("--both-tracks", arguments.bothTracks,
               "Of SCC words with 8 digits take the second track too, into the other field");
@@ -376,9 +376,9 @@ void addReadingOptions(Word &word, ReadingArguments &arguments)
 void refuseIdleOptions(const ReadingArguments &arguments, bool hasSCC)
 {
     if (!hasSCC && arguments.field != 0)
-        throw Failure(kExitUsage, "--field is of an SCC file");
+        throw Failure(kExitUsage, "--field is only for an SCC file");
     if (!hasSCC && arguments.bothTracks)
-        throw Failure(kExitUsage, "--both-tracks is of an SCC file");
+        throw Failure(kExitUsage, "--both-tracks is only for an SCC file");
 }
 
 const Counting &rowOf(KIVCS2CaptionCounting counting)

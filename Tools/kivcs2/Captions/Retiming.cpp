@@ -46,8 +46,8 @@ void addRetimeOptions(Word &word, RetimeArguments &arguments)
     word.option("--to-counting", arguments.toCounting,
                 "Write under this numbering: every caption on the frame of the same number")
         .suggests("rates", rateNames);
-    word.option("--from", arguments.from, "The first timecode of the source that is taken");
-    word.option("--until", arguments.until, "The last timecode of the source that is taken");
+    word.option("--from", arguments.from, "The first timecode of the source to convert");
+    word.option("--until", arguments.until, "The last timecode of the source to convert");
     word.option("--offset", arguments.offset, "Frames of the result to add to each frame; -25 is earlier");
     word.flag("--start-at-zero", arguments.startsAtZero,
               "The frame of --from, without it the first of the file, becomes 00:00:00:00");
@@ -220,7 +220,7 @@ void Retiming::finish()
     if (m_thrown)
         std::rethrow_exception(m_thrown);
     if (status == KIVCS2STATUS_NO_DATA_ERR)
-        throw Failure(status, Where{m_source.name()}, "has no captions in what is taken");
+        throw Failure(status, Where{m_source.name()}, "has no captions in that part");
     check(status, "retiming");
     // The repeat of a code takes the next place, up to two frames of the source early.
     const int64_t repeat = 2 + int64_t{2} * m_to.m_numerator * m_from.m_denominator /

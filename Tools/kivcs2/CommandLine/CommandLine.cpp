@@ -148,10 +148,9 @@ std::string reasonOf(const CLI::ParseError &error, const Word &root, const Word 
 Asked parse(const Word &root, const std::string &version, int argc, char **argv)
 {
     Parser parser{root};
-    const auto refuse = [&](const std::string &reason)
-    {
+    const auto refuse = [&](const std::string &reason) {
         return Failure(static_cast<ExitCode>(parser.given().facts().usageCode),
-                       reason + " (kivcs2 --help tells more)");
+                       reason + " (see kivcs2 --help)");
     };
     try
     {

@@ -167,7 +167,7 @@ const std::string &Option::chosen(const std::string &text) const
     const auto found = std::ranges::find_if(m_facts.choices, [&text](const std::string &choice)
                                             { return isEqualInAnyCase(choice, text); });
     if (found == m_facts.choices.end())
-        throw std::invalid_argument{quoted(text) + " is none of " + joined(m_facts.choices, ", ")};
+        throw std::invalid_argument{quoted(text) + " is not one of " + joined(m_facts.choices, ", ")};
     return *found;
 }
 

@@ -283,7 +283,7 @@ Input::Input(const std::string &path) : m_name(place(path, 0))
     if (isOwnOutput(status))
     {
         giveStandardOutputToData(); // the failure's document must not go into it either
-        throw Failure(kExitUsage, Where{m_name}, "standard output goes into it; send the result elsewhere");
+        throw Failure(kExitUsage, Where{m_name}, "standard output is this file; choose another target");
     }
     sources().push_back({status.st_dev, status.st_ino});
 }
@@ -501,7 +501,7 @@ void OutputFile::copyToTarget()
             throw Failure::system(m_target, errno);
         // It was not a regular file before; written in place it would keep the end of its old content.
         if (S_ISREG(status.st_mode))
-            throw Failure(kExitInputOutput, m_target + ": has become a regular file meanwhile");
+            throw Failure(kExitInputOutput, m_target + ": has become a regular file during the run");
     }
     copyWhole(m_file.get(), folderName(), m_target == "-" ? standardOutput() : opened.get(),
               m_target == "-" ? "standard output" : m_target);

@@ -15,11 +15,11 @@ namespace tool
 void writePNG(const std::string &target, const PictureView &picture)
 {
     if (target == "-" && ::isatty(STDOUT_FILENO) != 0)
-        throw Failure(kExitUsage, "standard output is a terminal; give the picture a file");
+        throw Failure(kExitUsage, "standard output is a terminal; name a file for the picture");
     // The stride counts bytes in 31 bits.
     if (picture.width == 0 || picture.height == 0 ||
         picture.rowBytes > static_cast<size_t>(std::numeric_limits<png_int_32>::max()))
-        throw Failure(kExitNotHere, Where{target}, "no picture of this size can be a PNG");
+        throw Failure(kExitNotHere, Where{target}, "a PNG cannot have this size");
 
     OutputFile file{target}; // before the work: a missing folder is reported at once
     png_image image{};

@@ -273,7 +273,7 @@ void FrameReader::skip(uint64_t frames)
 FrameWriter::FrameWriter(const std::string &target) : m_toStandardOutput(target == "-")
 {
     if (m_toStandardOutput && ::isatty(STDOUT_FILENO) != 0)
-        throw Failure(kExitUsage, "standard output is a terminal; give the frames a file");
+        throw Failure(kExitUsage, "standard output is a terminal; name a file for the frames");
     if (!target.empty() && !m_toStandardOutput)
         m_file.emplace(target);
 }

@@ -75,11 +75,11 @@ Word &addWatchWord(Word &command, const bool &json, const std::string &descripti
 {
     const auto options = std::make_shared<WatchOptions>();
     Word &word = command.word("watch", description);
-    word.about("On a terminal each reading takes the place of the one before; elsewhere it is a line, and\n"
+    word.about("On a terminal each reading replaces the one before; elsewhere it is a line, and\n"
                "with --json an object on a line.");
     word.option("--every", options->seconds, {0.1, 86400.0},
                 "Seconds from one reading to the next, otherwise 1");
-    word.option("--count", options->readings, Bounds{1}, "End after so many readings");
+    word.option("--count", options->readings, Bounds{1}, "End after this many readings");
     return word.runs([&json, options, run] { return run(*options, json); });
 }
 

@@ -479,8 +479,8 @@ void addWeaveWord(Word &audio, Context &context)
     const auto rate = std::make_shared<std::string>();
     const auto samples = std::make_shared<uint32_t>(0);
     Word &word = audio.word("weave", "Samples of each channel that belong to the frames of a cycle");
-    word.option("rate", *rate, "A frame rate; all when left out").suggests("frame rates", rateNames);
-    word.option("--samples", *samples, Bounds{1}, "Samples a second; 48000 and 96000 when left out");
+    word.option("rate", *rate, "A frame rate; without it all").suggests("frame rates", rateNames);
+    word.option("--samples", *samples, Bounds{1}, "Samples a second; without it 48000 and 96000");
     word.about(
         "A frame of 29.97 a second has 1601.6 samples at 48000 Hz: so frames have 1602 or 1601 in turns.\n"
         "Prints the numbers of a cycle in order, their sum, and whether the sum is exact.");
@@ -498,7 +498,7 @@ void addCodeWords(Word &audio, Context &context)
     packing.option("--sample-rate", options->sampleRate, {}, "Samples a second").among({"44100", "48000"});
     packing.option("--channels", options->channels, {1, 16}, "1 to 16");
     packing.option("--bytes", options->bytes, kBytes, "Bytes of a sample, 1 to 7");
-    packing.option("--used", options->used, kBytes, "Bytes of it that are used; all when left out");
+    packing.option("--used", options->used, kBytes, "Bytes of it that are used; without it all");
     packing.option("--data-type", options->dataType, kFlag, "0 or 1, as the host has it");
     packing.option("--data-stream", options->dataStream, kFlag, "0 or 1, as the host has it");
     packing.option("--endian", options->endian, kFlag, "0 or 1, as the host has it");
@@ -523,8 +523,8 @@ void addConvertWord(Word &audio, Context &context)
     Word &word = audio.word("convert", "Convert the width and byte order of raw PCM, or split it");
     word.about(
         "Formats of samples: u8 s8 s16le s16be s24le s24be s24_32le s24_32be (24 bits in the lower part of\n"
-        "four bytes) s32le s32be. Narrowing drops the low bits; nothing is rounded.\n"
-        "--split writes one channel after the other into the target, --channel one channel alone.");
+        "four bytes) s32le s32be. Narrowing drops the low bits without rounding.\n"
+        "--split writes one channel after the other into the target, --channel only one channel.");
     word.option("source", options->source, "Raw samples, interleaved; - for standard input")
         .required()
         .isFile();
@@ -533,11 +533,11 @@ void addConvertWord(Word &audio, Context &context)
         .required()
         .suggests("sample formats", sampleFormatNames);
     word.option("--channels", options->channels, {1, 1024}, "Channels of the input").required();
-    word.option("--bits", options->bits, {}, "Width of the result; the input's when left out")
+    word.option("--bits", options->bits, {}, "Width of the result; without it the input's")
         .among({"16", "24"});
     word.flag("--swap", options->swap, "The other byte order");
-    word.flag("--split", options->split, "A plane a channel");
-    word.option("--channel", options->only, {1, 1024}, "One channel alone, from 1 on");
+    word.flag("--split", options->split, "One plane for each channel");
+    word.option("--channel", options->only, {1, 1024}, "Only this channel, from 1 on");
     word.example("kivcs2 audio convert in.raw out.raw --input s16le --channels 16 --split");
     word.runs(
         [&context, options]

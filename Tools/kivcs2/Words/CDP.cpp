@@ -302,7 +302,7 @@ int find(const Arguments &arguments, bool json)
 void addParseWord(Word &cdp, Context &context)
 {
     const auto arguments = std::make_shared<Arguments>();
-    Word &word = cdp.word("parse", "Take a packet apart (exit 3: something is wrong in it)");
+    Word &word = cdp.word("parse", "Decode a packet (exit 3: it has a fault)");
     word.option("file", arguments->file, "Binary or hexadecimal text; - is standard input").isFile();
     word.option("--hex", arguments->hexText, "The packet itself, in hexadecimal").excludes("file");
     word.example("kivcs2 cdp build --field1 942c | kivcs2 cdp parse -");
@@ -341,12 +341,12 @@ void addFindWord(Word &cdp, Context &context)
     word.option("--width", arguments->width, {1, 16384}, "v210: samples of a row; 720 is SD");
     word.flag("--captions", arguments->captions, "The captions as a viewer sees them");
     word.option("--service", arguments->service,
-                "With --captions, of these services alone: CC1, T1, S1, or several with commas")
+                "With --captions, only these services: CC1, T1, S1, or several with commas")
         .suggests("services", serviceNames);
     word.about(
         "v210: of HD luma and chroma are searched, of SD (720) every sample. rtp: one payload, or each\n"
-        "behind its length in 16 bits, high byte first (RFC 4571). Captions are timed by the CDPs' time\n"
-        "codes, without them from 0 on. Exit codes: 0, 1 nothing found, 3 something is damaged or cut.");
+        "after its length in 16 bits, high byte first (RFC 4571). Captions are timed by the CDPs' time\n"
+        "codes, without them from 0 on. Exit codes: 0, 1 no packet, 3 damaged or cut data.");
     word.refuses([arguments] { return findRefusal(*arguments); });
     word.example("kivcs2 cdp find capture.bin --in 291m --words 10bit");
     word.runs([&context, arguments] { return find(*arguments, context.json); });

@@ -51,15 +51,14 @@ int captionDecode(const CaptionArguments &arguments)
 
 void addServiceOption(Word &word, const Arguments &arguments)
 {
-    word.option("--service", arguments->service,
-                "Of these services alone: CC1, T1, S1, or several with commas")
+    word.option("--service", arguments->service, "Only these services: CC1, T1, S1, or several with commas")
         .suggests("services", serviceNames);
 }
 
 void addKeepGoing(Word &word, const Arguments &arguments)
 {
     word.flag("--keep-going", arguments->keepGoing,
-              "Lost lines are told, and the exit code is that of a whole file")
+              "Report lost lines, but end with the exit code of a complete file")
         .excludes("--strict");
 }
 
@@ -113,8 +112,8 @@ void addCaptionCommand(Word &root, Context &context)
     Word &caption = root.word("caption", "SCC and MCC caption files, and live captions over RTP");
     caption.group(kGroupCaptions);
     caption.about(
-        "Files: - is standard input or output. What is wrong with a file is told on standard error, a line\n"
-        "a cause, and with --json all of it; words that read go on behind it and exit 3 if something was "
+        "Files: - is standard input or output. Faults of a file go to standard error, one line for each\n"
+        "cause, and with --json every fault; words that read continue after it and exit 3 if a part was "
         "lost.");
     const auto arguments = std::make_shared<CaptionArguments>();
     const auto word = [&, arguments](const char *name, const char *help,
@@ -130,14 +129,13 @@ void addCaptionCommand(Word &root, Context &context)
     };
     describeInfo(word("info", "What a file holds, with every caption service in it", captionInfo), arguments);
     describeShow(word("show", "Timecode, pairs, control codes in words, and text", captionShow), arguments);
-    describeAt(word("at", "The pairs of one frame and what is on the screen (exit 1: nothing)", captionAt),
+    describeAt(word("at", "The pairs of one frame and what is on the screen (exit 1: none)", captionAt),
                arguments);
     describeDecode(word("decode", "CEA-608 pairs in words", captionDecode), arguments);
     addConvertWord(caption, context);
-    describeVerify(word("verify",
-                        "Read a file, check everything and list every fault (exit 1: something is wrong)",
-                        captionVerify),
-                   arguments);
+    describeVerify(
+        word("verify", "Check a file and list every fault (exit 1: there are faults)", captionVerify),
+        arguments);
     addPlayWord(caption, context);
     addMonitorWord(caption, context);
 }

@@ -95,15 +95,15 @@ void refuseIdleOptions(const ConvertArguments &arguments, const CaptionSource &s
         if (given)
             throw Failure(kExitUsage, text);
     };
-    refuse(!arguments.service.empty() && !toCues, "--service is of SRT and WebVTT");
-    refuse(!arguments.timeZero.empty() && !toCues, "--time-zero is of SRT and WebVTT");
+    refuse(!arguments.service.empty() && !toCues, "--service is only for SRT and WebVTT");
+    refuse(!arguments.timeZero.empty() && !toCues, "--time-zero is only for SRT and WebVTT");
     refuse(!arguments.timeZero.empty() && isRetimed,
            "--time-zero does not go with another time; --start-at-zero and --offset do");
     refuse(arguments.mccVersion != 0 && askedKind(arguments).name != "MCC",
            "--mcc-version is of MCC without a number in --to");
     refuse(arguments.reading.field != 0 && !source.isSCC() && kind != KIVCS2CaptionFileKind_SCC,
            "--field is of SCC, the source or the target; --service names a service of SRT and WebVTT");
-    refuse(arguments.reading.bothTracks && !source.isSCC(), "--both-tracks is of an SCC source");
+    refuse(arguments.reading.bothTracks && !source.isSCC(), "--both-tracks is only for an SCC source");
     refuse((arguments.sparse || arguments.sdi) && !buildsPackets,
            "--sparse and --sdi are for packets made from an SCC file, frame by frame");
     refuse(arguments.fixParity && copiesPackets,
@@ -344,7 +344,7 @@ public:
         if (isLost && !m_arguments.keepGoing)
             throw Failure(kExitMalformed, Where{m_source.name(), m_notes.lostLine()},
                           lostText(m_source) +
-                              " lost, here first: nothing is written; --keep-going leaves them out" +
+                              " lost, here first: no file is written; --keep-going leaves them out" +
                               (m_source.faults().count(KIVCS2CaptionFault_EightDigitWord) > 0
                                    ? ", --both-tracks takes the second track"
                                    : ""));
@@ -352,10 +352,10 @@ public:
             throw Failure(
                 kExitMalformed,
                 Where{m_source.name(), m_source.faults().first(KIVCS2CaptionFault_BackInTime).m_line},
-                "goes back in time, and packets cannot be placed through a pipe; give it as a file");
+                "goes back in time, and packets of a pipe cannot be placed; give it as a file");
         if (m_in.allPairs() + m_in.bytes708 == 0)
             throw Failure(KIVCS2STATUS_NO_DATA_ERR, Where{m_source.name()},
-                          m_retiming ? "has no captions in what is taken" : "holds no captions");
+                          m_retiming ? "has no captions in that part" : "holds no captions");
         finishRetiming();
         m_conversion->finish(result());
         if (m_in.captions.empty())
@@ -502,7 +502,7 @@ void addConvertWord(Word &caption, Context &context)
     Names kinds;
     for (const KindRow &row : kKinds)
         kinds.emplace_back(row.name);
-    convert.option("--to", arguments->to, "The kind to write; without it the target's ending says it")
+    convert.option("--to", arguments->to, "The kind to write; without it the kind of the target's ending")
         .among(kinds);
     convert.option("--mcc-version", arguments->mccVersion, {1, 2},
                    "MCC: 1 or 2; without it 1 from SCC, the source's from MCC");
@@ -512,18 +512,18 @@ void addConvertWord(Word &caption, Context &context)
         .suggests("services", serviceNames);
     convert.option("--time-zero", arguments->timeZero, "SRT, WebVTT: the timecode that is 00:00:00.000");
     addRetimeOptions(convert, arguments->retime);
-    convert.flag("--keep-going", arguments->keepGoing, "Write what is left when lines are lost")
+    convert.flag("--keep-going", arguments->keepGoing, "Write the rest if lines are lost")
         .excludes("--strict");
     convert.flag("--sparse", arguments->sparse, "MCC from SCC: packets only on frames that have a pair");
     convert.flag("--sdi", arguments->sdi, "MCC from SCC: a second service descriptor, language eng");
     convert.flag("--fix-parity", arguments->fixParity,
                  "Give every pair odd parity; without it pairs are kept");
     convert.about(
-        "An MCC file to SCC: --field says which field is taken, 1 without it. A repair writes what can be\n"
-        "read as the format wants it and says on standard error what it changed; packets keep their bytes.\n"
-        "At another rate, under another numbering or in part, packets are made anew; captions that a frame "
+        "From MCC to SCC, --field selects the field, otherwise field 1. A repair writes all readable\n"
+        "captions in the correct form and reports changes on standard error; packets keep their bytes.\n"
+        "At another rate, under another numbering or in part, packets are made again; captions that a frame "
         "has\n"
-        "no room for wait, and the longest wait is told.");
+        "no room for wait, and the longest wait is reported.");
     convert.example("kivcs2 caption convert programme.scc web.mcc --to-rate 25");
     convert.example("kivcs2 caption convert programme.scc converted.mcc");
     convert.runs([&context, arguments] { return Converter{*arguments, context.json}.run(); });

@@ -182,7 +182,7 @@ public:
         const bool breaks = passed.lostBefore > 0 || passed.restarted;
         m_time.take(m_place.m_rtp.m_timestamp, m_packets, passed.restarted);
         if (passed.restarted)
-            m_alarms.raise(Alarm::Restart, m_time.timecode(), "the sender has begun anew");
+            m_alarms.raise(Alarm::Restart, m_time.timecode(), "the sender has restarted");
         if (passed.lostBefore > 0)
             m_alarms.raise(Alarm::Lost, m_time.timecode(), "", passed.lostBefore);
         if (breaks)
@@ -289,7 +289,7 @@ private:
         packet.m_frame = m_time.frame();
         if (m_time.counting() == KIVCS2CaptionCounting_FindOut)
         {
-            m_alarms.raise(Alarm::Rate, "", "captions without a frame rate (--rate says one)");
+            m_alarms.raise(Alarm::Rate, "", "captions without a frame rate (--rate gives one)");
             return;
         }
         checkSequence(packet);
@@ -580,25 +580,25 @@ void addMonitorWord(Word &caption, Context &context)
     monitor.option("--interface", arguments->interface,
                    "Join a group on the interface of this address or name");
     monitor
-        .option("--service", arguments->service,
-                "Of these services alone: CC1, T1, S1, or several with commas")
+        .option("--service", arguments->service, "Only these services: CC1, T1, S1, or several with commas")
         .suggests("services", serviceNames);
-    monitor.option("--to", arguments->to, "Write what comes to this MCC file; - is standard output")
+    monitor.option("--to", arguments->to, "Write the captions to this MCC file; - is standard output")
         .isTarget();
-    monitor.option("--rate", arguments->rate, "Count at this rate, whatever the CDPs say")
+    monitor.option("--rate", arguments->rate, "Count at this rate instead of the rate of the CDPs")
         .suggests("rates", rateNames);
     monitor.option("--payload-type", arguments->payloadType, {0, 127},
-                   "Take packets of this RTP payload type alone");
+                   "Take only packets of this RTP payload type");
     monitor.option("--window", arguments->window, {1, 4096}, "Packets that may wait for one that is missing")
         .shownDefault();
-    monitor.option("--for", arguments->seconds, {0.0, 1e9}, "End after so many seconds");
+    monitor.option("--for", arguments->seconds, {0.0, 1e9}, "End after this many seconds");
     monitor.option("--silence", arguments->silence, {0.0, 1e9},
-                   "Alarm if no caption comes for so many seconds");
+                   "Alarm if no caption comes for this many seconds");
     monitor.about(
         "Joins the group and takes RTP packets of ancillary data (SMPTE ST 2110-40, RFC 8331) until an\n"
         "interrupt or --for seconds. A caption is shown when it ends. Time comes from the CDPs, else from\n"
-        "ancillary timecode, else from the RTP clock. Alarms go to standard error; with --json all is an\n"
-        "object a line. The file takes its name at the end. Exit code 1: no caption packet came.");
+        "ancillary timecode, else from the RTP clock. Alarms go to standard error; with --json every line is "
+        "an\n"
+        "object. The file gets its name at the end. Exit code 1: no caption packet came.");
     monitor.example("kivcs2 caption monitor udp://127.0.0.1:20000 --to programme.mcc --for 1");
     monitor.runs(
         [&context, arguments]

@@ -243,9 +243,9 @@ public:
                   std::to_string(m_captionFrames) + ", " + count(m_captionPackets, "caption packet"));
         facts.add("Keep-alives", std::to_string(m_frames - m_captionFrames));
         facts.add("Passes", std::to_string(m_passes));
-        facts.add("Most behind", print("%.1f ms", m_pace.mostBehind() * 1e3));
+        facts.add("Longest delay", print("%.1f ms", m_pace.mostBehind() * 1e3));
         if (m_pace.stops() > 0)
-            facts.add("Stood still", count(m_pace.stops(), "time"));
+            facts.add("Stops", count(m_pace.stops(), "time"));
         report(json,
                Json{{"frames", m_frames},
                     {"packets", m_datagrams},
@@ -363,14 +363,14 @@ void addPlayWord(Word &caption, Context &context)
         .shownDefault();
     play.option("--speed", arguments->speed, {0.01, 1000.0},
                 "Times the pace; time stamps stay those of real time");
-    play.flag("--loop", arguments->loop, "Begin again behind the last frame");
+    play.flag("--loop", arguments->loop, "Begin again after the last frame");
     play.flag("--no-timecode", arguments->noTimecode,
-              "No ancillary timecode (SMPTE ST 12-2) beside captions that have no time code");
+              "No ancillary timecode (SMPTE ST 12-2) for captions that have no time code");
     play.about(
         "Sends one RTP packet a frame (SMPTE ST 2110-40, RFC 8331) from the file's first frame to its\n"
         "last, a keep-alive for each frame without captions, each at its exact time. What does not fit\n"
         "into a datagram takes several. Pairs of an SCC file go into CDPs. An interrupt ends it. Prints\n"
-        "how much went. Exit codes: 3 something of the file was lost, 4 nothing can be sent there.");
+        "the totals. Exit codes: 3 a part of the file was lost, 4 sending failed.");
     play.example("kivcs2 caption play programme.scc udp://127.0.0.1:20000 --speed 100");
     play.runs(
         [&context, arguments]

@@ -126,7 +126,7 @@ private:
     {
         const bool isWhole =
             m_arguments.service.empty() && m_arguments.from.empty() && m_arguments.to.empty();
-        const std::string where = isWhole ? "in it" : "of what was asked for";
+        const std::string where = isWhole ? "in it" : "in the part or services given";
         return m_arguments.captions ? "no caption " + where + " comes to the screen" : "no pair " + where;
     }
 

@@ -198,7 +198,7 @@ private:
 
 std::string listedOrNothing(const std::vector<CaptionPair> &pairs)
 {
-    return pairs.empty() ? "nothing" : listed(pairs);
+    return pairs.empty() ? "no pair" : listed(pairs);
 }
 
 /// Compares a file with the pairs of an SCC file.
@@ -400,7 +400,7 @@ private:
         const bool isEmpty = tally.allPairs() + tally.bytes708 == 0;
         m_checks.push_back({"captions", !isEmpty,
                             isEmpty                  ? "none: neither pairs nor CEA-708"
-                            : tally.captions.empty() ? "none in it comes to the screen"
+                            : tally.captions.empty() ? "no caption comes to the screen"
                                                      : captionsText(tally.captions, true)});
     }
 
@@ -443,7 +443,7 @@ private:
 int captionVerify(const CaptionArguments &arguments)
 {
     if (arguments.fixParity && arguments.against.empty())
-        throw Failure(kExitUsage, "--fix-parity goes with --against");
+        throw Failure(kExitUsage, "--fix-parity needs --against");
     if (arguments.reading.file == "-" && arguments.against == "-")
         throw Failure(kExitUsage, "standard input can be the file or its source, not both");
     return Verification{arguments}.run();

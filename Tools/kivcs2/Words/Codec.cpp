@@ -185,7 +185,7 @@ int unpackCodes(const std::vector<std::string> &texts, bool json)
     {
         const auto code = parseCode(text);
         if (!code)
-            throw Failure(kExitUsage, "\"" + text + "\": not four characters and no 32-bit number");
+            throw Failure(kExitUsage, "\"" + text + "\": neither four characters nor a 32-bit number");
         codes.push_back(*code);
     }
     if (json)
@@ -215,7 +215,7 @@ void addCodecCommand(Word &root, Context &context)
         root.word("codec", "Codecs: names, four-character codes, sizes of frames").group(kGroupPictures);
 
     Word &list = codec.word("list", "The table, with the largest frame in bytes by height");
-    list.about("Bytes are the most that one frame takes: a bound for buffers, not the size of a file.");
+    list.about("Bytes are the largest size of a frame: a bound for buffers, not the size of a file.");
     list.example("kivcs2 codec list");
     list.runs([&context] { return listCodecs(context.json); });
 
@@ -234,9 +234,9 @@ void addCodecCommand(Word &root, Context &context)
     shown.runs([&context, wanted, format] { return showCodec(*wanted, *format, context.json); });
 
     const auto codes = std::make_shared<Names>();
-    Word &unpack = codec.word("unpack", "Codes taken apart, known ones or not");
+    Word &unpack = codec.word("unpack", "Decode codes, known ones or not");
     unpack.about(
-        "A code is four characters (spaces behind may be left out), 0x and hexadecimal digits, or a\n"
+        "A code is four characters (spaces at its end may be left out), 0x and hexadecimal digits, or a\n"
         "decimal number of five digits and more. Prints each as number and characters, in both orders of\n"
         "bytes, with the codec of the table, if any.");
     unpack.option("code", *codes, "The codes").required();

@@ -30,7 +30,7 @@ KIVCS2InterpolationFunction curveNamed(const std::string &text)
     if (!curve)
     {
         const std::string nearest = hint(curveNames(), text);
-        throw usage("\"" + text + "\" is no curve" +
+        throw usage("\"" + text + "\" is not a curve" +
                     (nearest.empty() ? "; kivcs2 curve list has them" : nearest));
     }
     return *curve;
@@ -80,7 +80,7 @@ int listCurves(bool json)
 int plotCurves(const std::string &wanted, bool json)
 {
     if (json)
-        throw Failure(kExitUsage, "a plot is no JSON; kivcs2 curve list has values");
+        throw Failure(kExitUsage, "a plot cannot be JSON; kivcs2 curve list has values");
     if (wanted.empty())
         printCurves(Output::width());
     else
@@ -110,7 +110,7 @@ double number(std::string_view text, const std::string &step)
 {
     const auto value = realNumber(text);
     if (!value)
-        throw usage("\"" + step + "\": \"" + std::string{text} + "\" is no number");
+        throw usage("\"" + step + "\": \"" + std::string{text} + "\" is not a number");
     return *value;
 }
 
@@ -149,7 +149,7 @@ Length lengthOf(std::string_view text, const std::string &step)
     else if (value > 0 && value <= most && value == std::floor(value))
         frames = static_cast<uint32_t>(value);
     if (frames == 0)
-        throw usage("\"" + step + "\": a step takes 1 to " + std::to_string(kMostFrames) +
+        throw usage("\"" + step + "\": a step has 1 to " + std::to_string(kMostFrames) +
                     " frames, or a frame to a day in seconds");
     return inSeconds ? Length{value, 0} : Length{0, frames};
 }
@@ -230,7 +230,7 @@ void addRunWord(Word &curve, Context &context)
     word.option("--rate", options->rate, "Frames a second, for lengths in seconds; otherwise 25")
         .suggests("rates", rateNames);
     word.option("--frames", options->frames, {1, kMostFrames},
-                "So many frames instead of those of the steps");
+                "This many frames instead of those of the steps");
     word.flag("--looped", options->looped, "The first step follows the last");
     word.example("kivcs2 curve run QuadraticIn:5:0:100 hold:3 SinOut:1s:100:0 --rate 25");
     word.example("kivcs2 curve run SinInOut:25:0:1 SinInOut:25:1:0 --looped --frames 200");
@@ -252,7 +252,7 @@ void addCurveCommand(Word &root, Context &context)
 
     const auto plotted = std::make_shared<std::string>();
     Word &plot = curve.word("plot", "A plot in characters, of one curve or of all");
-    plot.option("curve", *plotted, "A name or a number; all when left out").suggests("curves", curveNames);
+    plot.option("curve", *plotted, "A name or a number; without it all").suggests("curves", curveNames);
     plot.about(
         "Draws f(t) for t from 0 to 1, as wide as the terminal. There is no --json: kivcs2 curve list has\n"
         "the values.");
@@ -264,10 +264,11 @@ void addCurveCommand(Word &root, Context &context)
     const auto side = std::make_shared<uint32_t>(0);
     Word &png = curve.word("png", "The same as a picture");
     png.option("file", *target, "The PNG file; - is standard output").required().isTarget();
-    png.option("curve", *drawn, "A name or a number; all when left out").suggests("curves", curveNames);
+    png.option("curve", *drawn, "A name or a number; without it all").suggests("curves", curveNames);
     png.option("--side", *side, {64, 2000},
-               "Pixels of a plot, wide and high; otherwise 480 alone and 200 among others");
-    png.about("Draws f(t) for t from 0 to 1 in one plot a curve, and writes the file whole or not at all.");
+               "Pixels of a plot, wide and high; otherwise 480, or 200 for each of several");
+    png.about(
+        "Draws f(t) for t from 0 to 1, one plot for each curve. The file appears complete or not at all.");
     png.example("kivcs2 curve png curve.png SinOut --side 1000");
     png.runs([target, drawn, side] { return drawCurves(*target, *drawn, *side); });
 

@@ -195,7 +195,7 @@ bool answers(const char *path, int type)
 Finding lookAtDiscovery()
 {
     if (answers("/run/avahi-daemon/socket", SOCK_STREAM))
-        return {State::Good, "the Avahi daemon answers", ""};
+        return {State::Good, "the Avahi daemon runs", ""};
     return {State::Limited, "no Avahi daemon: each program is its own",
             "apt-get install avahi-daemon, which the programs of a machine share"};
 }
@@ -237,7 +237,7 @@ Finding lookAtResources()
         if (!error && std::filesystem::is_directory(place, error))
             return {State::Good, place.lexically_normal().string(), ""};
     return {State::Absent, "this program has none",
-            "a host finds its own in Resources/ beside it, or in ../share/<its name>/"};
+            "a host finds its own in Resources/ next to it, or in ../share/<its name>/"};
 }
 
 constexpr std::array kChecks = {
@@ -297,8 +297,8 @@ void addDoctorCommand(Word &root, Context &context)
     Word &word = root.word("doctor", "What this machine offers the library, and what is missing");
     word.group(kGroupMachine);
     word.about(
-        "Prints what was looked at, its state and what was found, and then what would mend it. Exit code 1\n"
-        "says that something is missing without which operations fail.");
+        "Prints each check with its state and result, and then the remedies. Exit code 1: something is\n"
+        "missing without which operations fail.");
     word.example("kivcs2 doctor");
     word.runs([&context] { return examine(context.json); });
 }

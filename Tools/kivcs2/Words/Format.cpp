@@ -278,8 +278,8 @@ std::string noVideoFormat(const std::string &wanted)
 void addFormatCommand(Word &root, Context &context)
 {
     const auto wanted = std::make_shared<std::string>();
-    Word &word = root.word("format", "Video formats: the table, or one of it").group(kGroupPictures);
-    word.option("format", *wanted, "A name (without the pixel format: 8 Bit) or a code; all when left out")
+    Word &word = root.word("format", "Video formats: the table, or one format").group(kGroupPictures);
+    word.option("format", *wanted, "A name (without the pixel format: 8 Bit) or a code; without it all")
         .suggests("video formats", videoFormatNames);
     word.about(
         "Prints the 32-bit code, sizes in pixels, frames a second, order of the fields, and clean aperture\n"
@@ -294,7 +294,7 @@ void addRateCommand(Word &root, Context &context)
 {
     const auto wanted = std::make_shared<std::string>();
     Word &word = root.word("rate", "Frame rates and how they count").group(kGroupPictures);
-    word.option("rate", *wanted, "One rate; all when left out").suggests("rates", rateNames);
+    word.option("rate", *wanted, "One rate; without it all").suggests("rates", rateNames);
     word.about(
         "Prints the exact frames a second, frames a day, the numbers that drop-frame counting leaves out,\n"
         "the length of a frame in milliseconds, and the codes of CDP and MCC. 29.97 and 59.94 have two "

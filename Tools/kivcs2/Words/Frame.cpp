@@ -62,7 +62,7 @@ FrameLayout layoutOf(const FrameArguments &arguments)
     if (!arguments.format.empty())
         layout.pixels = &pixelLayout(arguments.format);
     if (layout.pixels == nullptr || layout.width == 0 || layout.height == 0)
-        throw Failure(kExitUsage, "raw frames do not tell their size: give --video, or --width, --height and "
+        throw Failure(kExitUsage, "raw frames have no header: give --video, or --width, --height and "
                                   "--format");
     layout.rowBytes = layout.pixels->rowBytes(layout.width);
     if (arguments.rowBytes > 0)
@@ -175,8 +175,8 @@ int convert(const FrameArguments &arguments)
     const FrameLayout layout = layoutOf(arguments);
     const PixelLayout &to = pixelLayout(arguments.to);
     if (!canConvert(*layout.pixels, to))
-        throw Failure(kExitNotHere, "no conversion leads from " + std::string{layout.pixels->name} + " to " +
-                                        std::string{to.name});
+        throw Failure(kExitNotHere, "there is no conversion from " + std::string{layout.pixels->name} +
+                                        " to " + std::string{to.name});
     return forEachFrame(arguments, layout, "converting",
                         [&to](const Frame &frame) { return converted(frame, to); });
 }
@@ -273,9 +273,10 @@ int clear(const FrameArguments &arguments)
     const FrameLayout layout = layoutOf(arguments);
     const PixelLayout &filled = pixelLayout(layout.pixels->isRGB() ? "rgba" : "2vuy");
     if (!canConvert(filled, *layout.pixels))
-        throw Failure(kExitNotHere, std::string{layout.pixels->name} +
-                                        ": 2vuy and RGB can be filled with a colour, and no conversion leads "
-                                        "there");
+        throw Failure(kExitNotHere,
+                      std::string{layout.pixels->name} +
+                          ": 2vuy and RGB can be filled with a colour, and there is no conversion "
+                          "from them");
     Frame frame{filled, layout.width, layout.height};
     check(kivCS2PixelBuffer_clear(frame.buffer.get(), kClearColours.at(arguments.colour)), "filling a frame");
     if (!layout.pixels->isRGB() && layout.width % 2 != 0)
@@ -410,13 +411,13 @@ void addLayout(Word &word, FrameArguments &arguments, bool hasSource)
         return;
     }
     word.option("--row-bytes", arguments.rowBytes, {1, 1u << 20}, "From one row of the file to the next");
-    word.option("--frame", arguments.frame, {}, "The frame to look at, counted from 0");
+    word.option("--frame", arguments.frame, {}, "The frame to take, counted from 0");
 }
 
 void addLooking(Word &word, FrameArguments &arguments)
 {
     word.flag("--show", arguments.show, "Draw a frame of the result on the terminal");
-    word.flag("--alpha", arguments.alpha, "Look at RGB with its alpha, otherwise as opaque");
+    word.flag("--alpha", arguments.alpha, "Use the alpha of RGB; otherwise it is opaque");
     word.option("--matrix", arguments.matrix, "601 or 709; otherwise 601 up to 576 lines and 709 above")
         .among(namesIn(kMatrices));
 }
@@ -441,7 +442,7 @@ struct WordRow
 
 constexpr const char *kBarsExample = "kivcs2 frame bars bars.v210 --video \"1080i25 10 Bit\" --frames 2";
 constexpr WordRow kWords[] = {
-    {"info", "Frames, bytes and length of a file; exit 3 where the last frame is not whole", true, false,
+    {"info", "Frames, bytes and length of a file; exit 3 if the last frame is not complete", true, false,
      info, "kivcs2 frame info in.v210 --video \"625i25 10 Bit\""},
     {"convert", "Other pixels: v210 to 2vuy to RGB, and the orders of bytes", true, true, convert,
      "kivcs2 frame convert in.v210 out.2vuy --to 2vuy --video \"625i25 10 Bit\""},
@@ -477,23 +478,23 @@ void addOwnOptions(Word &frame, FrameArguments &arguments)
 void describeWords(Word &frame)
 {
     frame.below("info").about(
-        "Prints the bytes of a row and of a frame, the number of frames, and their length in seconds where\n"
-        "the video format says the rate. Exit code 3: no frame, or the last one is not whole.");
+        "Prints the bytes of a row and of a frame, the number of frames, and their length in seconds if\n"
+        "the video format has a rate. Exit code 3: no frame, or the last one is not complete.");
     frame.below("convert").about(
         "Converts every frame; between 4:2:2 and RGB by the matrix of ITU-R BT.601. Prints the number of\n"
-        "frames, on standard error when the target is -. Exit code 5: no conversion leads there.");
+        "frames, on standard error when the target is -. Exit code 5: there is no such conversion.");
     frame.below("scale").about(
         "Takes the pixels at multiples of the proportion, without a filter; the size is to be smaller than\n"
         "the picture. Prints the number of frames, on standard error when the target is -.");
     frame.below("deinterlace")
-        .about(
-            "The second field goes, the size stays. Prints the number of frames, on standard error when the\n"
-            "target is -.");
+        .about("Drops the second field and keeps the size. Prints the number of frames, on standard error if "
+               "the\n"
+               "target is -.");
     frame.below("clear").about(
-        "Writes so many frames (--frames, otherwise one) of white, black or grey. Exit code 5: the library\n"
+        "Writes frames (--frames of them, otherwise one) of white, black or grey. Exit code 5: the library\n"
         "does not fill pixels of this format.");
     frame.below("bars").about(
-        "Writes so many frames (--frames, otherwise one) of bars for measuring: SMPTE EG 1 with PLUGE, or\n"
+        "Writes frames (--frames of them, otherwise one) of bars for measuring: SMPTE EG 1 with PLUGE, or\n"
         "EBU bars of 75 or 100 %. Prints the picture, on standard error when the target is -.");
     frame.below("png").about(
         "Writes RGB of 8 bits a component. --frame picks the frame, counted from 0. Prints what was "
@@ -506,7 +507,7 @@ void describeWords(Word &frame)
 void addFrameCommand(Word &root, Context &context)
 {
     Word &frame =
-        root.word("frame", "Raw frames: described, converted, made and looked at").group(kGroupPictures);
+        root.word("frame", "Raw frames: described, converted, made and shown").group(kGroupPictures);
     frame.about(pixelText());
     const auto arguments = std::make_shared<FrameArguments>();
     for (const WordRow &row : kWords)
@@ -524,7 +525,7 @@ void addFrameCommand(Word &root, Context &context)
                 if (hasTarget && arguments->target.empty() && !arguments->show)
                     return "target or --show is required";
                 const bool isTaken = arguments->show && (context.json || arguments->target == "-");
-                return isTaken ? "--show: standard output is taken by the picture" : "";
+                return isTaken ? "--show: standard output is for the picture" : "";
             });
         word.runs(
             [&context, arguments, body = row.body]

@@ -13,7 +13,7 @@ void addManual(Word &generate, const Word &root)
 {
     const auto wanted = std::make_shared<std::string>();
     Word &word = generate.word("man", "A manual page: of the command, or of one of its words");
-    word.option("word", *wanted, "The word; the whole command when left out");
+    word.option("word", *wanted, "The word; without it the whole command");
     word.about(
         "Prints roff, which man -l - shows. A page of a word has those below it, with options and examples.");
     word.example("kivcs2 generate man caption > kivcs2-caption.1");
@@ -31,7 +31,7 @@ void addManual(Word &generate, const Word &root)
 void addCompletion(Word &generate, const Word &root)
 {
     const auto shell = std::make_shared<std::string>();
-    Word &word = generate.word("completion", "What a shell completes the command's words and options with");
+    Word &word = generate.word("completion", "A script with which a shell completes words and options");
     word.option("shell", *shell, "The shell").required().among({"bash", "zsh", "fish"});
     word.about("Prints a script: bash and fish read it by source, zsh finds it as _kivcs2 in a folder of its "
                "fpath.\n"
@@ -77,9 +77,9 @@ void addGenerateCommand(Word &root)
 void addHelpCommand(Word &root)
 {
     const auto path = std::make_shared<Names>();
-    Word &word = root.word("help", "The help of a word, as --help behind it shows").group(kGroupItself);
-    word.option("words", *path, "The word and those below it; the whole command when left out");
-    word.about("Prints the page alone; nothing of the word is run. Exit code 2: there is no such word.");
+    Word &word = root.word("help", "The help of a word, as its --help prints it").group(kGroupItself);
+    word.option("words", *path, "The word and those below it; without them the whole command");
+    word.about("Prints only the page; the word does not run. Exit code 2: there is no such word.");
     word.example("kivcs2 help caption convert");
     word.runs(
         [path, &root]

@@ -34,7 +34,7 @@ String makeString(std::string_view text)
     if (needsEscape)
         throw Failure(kExitMalformed, "\"" + visible(text) +
                                           "\": quotes, backslashes and control characters are written as "
-                                          "they are and would make no JSON");
+                                          "they are, which is not JSON");
     CFStringRef string = nullptr;
     const KIVCS2Status status = kivCS2String_createCFStringWithEncoding(
         text.data(), static_cast<uint32_t>(text.size()), &string, KIVCS2StringEncoding_UTF8);
@@ -50,7 +50,7 @@ Number checked(std::optional<Parsed> value, std::string_view text, std::string_v
 {
     using Limits = std::numeric_limits<Number>;
     if (!value)
-        throw Failure(kExitUsage, "\"" + visible(text) + "\" is no " + std::string{type});
+        throw Failure(kExitUsage, "\"" + visible(text) + "\" is not a valid " + std::string{type});
     if (*value < static_cast<Parsed>(Limits::lowest()) || *value > static_cast<Parsed>(Limits::max()))
         throw Failure(kExitUsage, "\"" + visible(text) + "\" does not fit the 32 bits of a number");
     return static_cast<Number>(*value);
@@ -143,7 +143,7 @@ void addJSONCommand(Word &root, Context &)
     word.about("Entries: key=text, key:int=5, key:float=1.5, key:bool=true (a number, 1 or 0).\n"
                "Texts that JSON would have to escape are refused.");
     word.option("entries", *words, "Keys and values; of one key the last value counts").required();
-    word.flag("--passes", *passes, "Say on standard error what was measured and written");
+    word.flag("--passes", *passes, "Report the measured and the written bytes on standard error");
     word.example("kivcs2 json name=\"clean feed\" rate:float=29.97 drop:bool=true");
     word.runs([words, passes] { return writeJSON(*words, *passes); });
 }

@@ -236,7 +236,7 @@ Taken take(KIVCS2Socket *from, const Options &options, Lines &lines, const EndSi
         else if (status == KIVCS2STATUS_TIMEOUT_ERR)
         {
             if (isOver(last, options.timeout))
-                taken.fault.emplace(kExitTimedOut, print("nothing came for %g s", options.timeout));
+                taken.fault.emplace(kExitTimedOut, print("no data for %g s", options.timeout));
         }
         else if (status == KIVCS2STATUS_CONNECTION_CLOSED_ERR && from->m_errno == 0)
             break;
@@ -266,7 +266,7 @@ Socket await(KIVCS2Socket *server, const Options &options, const EndSignals &sig
         if (signals.waitFor(0ns) == EndSignals::Event::End)
             return nullptr;
         if (isOver(from, options.timeout))
-            throw Failure(kExitTimedOut, print("nobody came for %g s", options.timeout));
+            throw Failure(kExitTimedOut, print("no connection for %g s", options.timeout));
     }
 }
 
@@ -454,21 +454,21 @@ void addPlace(Word &word, Options &options, const char *host)
 
 void addCount(Word &word, Options &options)
 {
-    word.option("--count", options.count, Bounds{1}, "End after so many messages");
+    word.option("--count", options.count, Bounds{1}, "End after this many messages");
 }
 
 void addTaking(Word &word, Options &options)
 {
     addCount(word, options);
-    word.option("--timeout", options.timeout, {0.0, 1e6}, "Fail when nothing comes for so many seconds");
-    word.flag("--data", options.data, "Write what comes to standard output, the meter to standard error");
+    word.option("--timeout", options.timeout, {0.0, 1e6}, "Fail if no data comes for this many seconds");
+    word.flag("--data", options.data, "Write the data to standard output, the meter to standard error");
 }
 
 void addSending(Word &word, Options &options)
 {
     addCount(word, options);
-    word.option("--size", options.size, {1, 1u << 20}, "Bytes a message").shownDefault();
-    word.option("--rate", options.rate, {0.0, 1e7}, "Messages a second; 0 sends as fast as it goes");
+    word.option("--size", options.size, {1, 1u << 20}, "Bytes of a message").shownDefault();
+    word.option("--rate", options.rate, {0.0, 1e7}, "Messages a second; 0 sends as fast as possible");
     word.option("--ttl", options.ttl, {0, 255}, "Routers that a datagram to a group may pass, plus 1")
         .shownDefault();
     word.flag("--input", options.data, "Send standard input in messages of --size bytes");
@@ -481,7 +481,7 @@ void addNetCommand(Word &root, Context &context)
     const auto options = std::make_shared<Options>();
     Word &net = root.word("net", "Send and receive over TCP, UDP and multicast, with a rate meter");
     net.group(kGroupNetwork);
-    net.about("A line a second says how much goes by; with --json each line is an object.");
+    net.about("A line each second reports the traffic; with --json each line is an object.");
     const auto runs = [&context, options](Word &word, int (*body)(const Options &, bool))
     {
         word.runs(
@@ -493,13 +493,13 @@ void addNetCommand(Word &root, Context &context)
             });
     };
 
-    Word &listening = net.word("listen", "Take a TCP connection and what it sends");
+    Word &listening = net.word("listen", "Accept a TCP connection and receive its data");
     listening.option("port", options->port, {0, 65535}, "Port").required();
     addTaking(listening, *options);
-    listening.flag("--keep", options->keep, "Take one connection after the other");
+    listening.flag("--keep", options->keep, "Accept one connection after the other");
     listening.about(
-        "Binds all addresses of the machine, takes one connection, and ends with it. Exit code 6: nobody\n"
-        "came, or nothing, for --timeout seconds.");
+        "Binds all addresses of the machine, accepts one connection, and ends with it. Exit code 6: no\n"
+        "connection or no data for --timeout seconds.");
     listening.example("kivcs2 net listen 5004 --timeout 2 --data > received.bin");
     runs(listening, listen);
 
@@ -507,8 +507,8 @@ void addNetCommand(Word &root, Context &context)
     addPlace(receiving, *options, "Server, local address or group");
     addTaking(receiving, *options);
     receiving.about(
-        "Joins the group, binds the address, or connects to the server, and counts what comes until\n"
-        "--count messages or a signal. Exit code 6: nothing came for --timeout seconds.");
+        "Joins the group, binds the address, or connects to the server, and counts the data until\n"
+        "--count messages or a signal. Exit code 6: no data for --timeout seconds.");
     receiving.example("kivcs2 net recv udp 127.0.0.1 5004 --timeout 2");
     runs(receiving, receive);
 

@@ -547,14 +547,14 @@ void addPipeCommand(Word &root, Context &context)
     const auto options = std::make_shared<PipeOptions>();
     Word &word =
         root.word("pipe", "Pass standard input to standard output through a ring").group(kGroupTexts);
-    word.about("Modes: reject (waits for room, loses nothing), overwrite (never waits; the oldest bytes\n"
+    word.about("Modes: reject (waits for room, loses no byte), overwrite (never waits; the oldest bytes\n"
                "go, and the exit code is 1). A report of the bytes in, out and lost goes to standard\n"
                "error. Sizes may have a suffix: 64k, 4M.");
     word.bytes("--size", options->size, "Bytes of the ring (1M)");
     word.bytes("--chunk", options->chunk, "Most bytes read or written at once (64k)");
     word.option("--mode", options->mode, "What happens when the ring is full (reject)")
         .among({"reject", "overwrite"});
-    word.flag("--meter", options->meter, "Show the fill meter where standard error is no terminal too");
+    word.flag("--meter", options->meter, "Show the fill meter even if standard error is not a terminal");
     word.flag("--quiet", options->quiet, "Neither meter nor report");
     word.example("head -c 1000000 /dev/zero | kivcs2 pipe --size 4M | wc -c");
     word.runs(

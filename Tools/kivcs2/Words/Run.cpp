@@ -296,7 +296,7 @@ void addRunCommand(Word &root, Context &)
     const auto options = std::make_shared<RunOptions>();
     Word &word = root.word("run", "Run a command through the task server").group(kGroupMachine);
     word.launches().keepsToItself().usageCode(kExitRunFailed);
-    word.about("When this command ends, everything that the command it ran has left is ended too.\n"
+    word.about("When this command ends, it also ends every process that the command has left.\n"
                "Exit codes: the command's own, 128 and its signal, 124 time-out, 125 a failure of\n"
                "this command, 126 not executable, 127 not found.");
     word.flag("--direct", options->direct, "Launch it without the server, and wait");
@@ -304,7 +304,7 @@ void addRunCommand(Word &root, Context &)
     word.option("--stdout", options->stdOut, "Its standard output goes to this file").isFile();
     word.option("--stderr", options->stdErr, "Its standard error goes to this file").isFile();
     word.option("--timeout", options->timeout, {0, kMostSeconds},
-                "Seconds; then it is ended with all it has started");
+                "Seconds; then it is ended with all processes that it started");
     word.option("command", options->words, "The command and its arguments, after --").required();
     word.example("kivcs2 run --timeout 10 -- ls -l /");
     word.refuses(

@@ -33,10 +33,10 @@ public:
         (void)kivCS2SMC_free(&smc); // not null
         if (status == KIVCS2STATUS_NOT_FOUND_ERR || status == KIVCS2STATUS_CONNECT_ERR)
             throw Failure(kExitNotHere,
-                          "no sensors: there is no system management controller, or only root may ask it (" +
+                          "no sensors: there is no system management controller, or only root may read it (" +
                               statusText(status) + ")");
         throw Failure(status == KIVCS2STATUS_DATA_ERR ? kExitInputOutput : exitCodeFor(status),
-                      "the system management controller does not answer (" + statusText(status) + ")");
+                      "the system management controller does not respond (" + statusText(status) + ")");
     }
     Controller(const Controller &) = delete;
     Controller &operator=(const Controller &) = delete;
@@ -322,14 +322,15 @@ void addSensorsCommand(Word &root, Context &context)
     const auto keys = std::make_shared<bool>(false);
     Word &shown = sensors.word("show", "Fan speeds, temperatures and power figures now");
     shown.flag("--keys", *keys, "Every key with its type and bytes instead");
-    shown.about("Speeds in turns a minute, temperatures in degrees Celsius; power figures as the controller "
-                "has them.\n"
-                "Exit code 5: the machine has no such controller (most have none), or only root may ask it.");
+    shown.about(
+        "Speeds in turns a minute, temperatures in degrees Celsius; power figures as the controller "
+        "has them.\n"
+        "Exit code 5: the machine has no such controller, as most machines, or only root may read it.");
     shown.example("kivcs2 sensors show");
     shown.runs([&context, keys] { return show(context.json, *keys); });
 
-    addWatchWord(sensors, context.json, "The same again and again, until interrupted", watchSensors)
-        .about("On a terminal each reading takes the place of the one before, elsewhere it is a line; with "
+    addWatchWord(sensors, context.json, "The same repeatedly, until interrupted", watchSensors)
+        .about("On a terminal each reading replaces the one before, elsewhere it is a line; with "
                "--json\n"
                "an object a line. Exit code 5 as for kivcs2 sensors show.")
         .example("kivcs2 sensors watch --every 5 --count 2");

@@ -175,11 +175,12 @@ void requireNames(const Options &options)
     const std::vector<std::string_view> type = labelsOf(options.type);
     if (type.size() != 2 || type[0].size() < 3 || type[0].size() > kLabelMax || type[0][0] != '_' ||
         !std::ranges::all_of(type[0].substr(1), isPlain) || (type[1] != "_tcp" && type[1] != "_udp"))
-        throw Failure(kExitUsage, "\"" + visible(options.type) + "\" is no service type such as _http._tcp");
+        throw Failure(kExitUsage,
+                      "\"" + visible(options.type) + "\" is not a service type such as _http._tcp");
     const auto isLabel = [](std::string_view label) { return !label.empty() && label.size() <= kLabelMax; };
     if (!options.domain.empty() && (!std::ranges::all_of(labelsOf(options.domain), isLabel) ||
                                     !std::ranges::all_of(options.domain, isASCII)))
-        throw Failure(kExitUsage, "\"" + visible(options.domain) + "\" is no domain");
+        throw Failure(kExitUsage, "\"" + visible(options.domain) + "\" is not a domain");
     if (!std::ranges::all_of(options.name, isASCII))
         throw Failure(kExitUsage, "\"" + visible(options.name) + "\" is not ASCII");
 }
@@ -468,8 +469,9 @@ void findFirst(Browser &browser, const Options &options, const EndSignals &signa
         if (signals.waitFor(1h) == EndSignals::Event::End && !isDone)
             leaveSearch(browser.record);
     search.join();
-    check(status, "\"" + visible(options.name) + "\"" +
-                      (status == KIVCS2STATUS_TIMEOUT_ERR ? ": nobody offers it" : " cannot be searched"));
+    check(status,
+          "\"" + visible(options.name) + "\"" +
+              (status == KIVCS2STATUS_TIMEOUT_ERR ? ": no program offers it" : " cannot be searched"));
 }
 
 int first(const Options &options, bool json)
@@ -560,8 +562,8 @@ void addServicesCommand(Word &root, Context &context)
     publishing.option("--text", options->texts, "A text of its TXT record, such as rate=25; may be repeated")
         .oneAtATime();
     publishing.about(
-        "Prints the name that the service has got: a name that is taken gets a number (\" #2\"). Ends by a\n"
-        "signal, which takes the service back.");
+        "Prints the name of the service; a name that is taken gets a number (\" #2\"). A signal ends the\n"
+        "command and withdraws the service.");
     publishing.example(
         "timeout 2 kivcs2 services publish \"Ingest 1\" _mcc-feed._tcp 5000 --text rate=29.97");
     publishing.runs([options, &context] { return publish(*options, context.json); });
@@ -571,31 +573,31 @@ void addServicesCommand(Word &root, Context &context)
     browsing.flag("-t,--terminate", options->terminate, "End when the list is complete");
     browsing.about(
         "Prints name, host, and addresses with the port of each service, once it is resolved. With -t exit\n"
-        "code 1: nobody offers the type.");
+        "code 1: no program offers the type.");
     browsing.example("kivcs2 services browse _mcc-feed._tcp -t");
     browsing.runs([options, &context] { return browse(*options, context.json); });
 
     Word &types = services.word("types", "List the types of services, and how many of each are offered");
     types.option("--domain", options->domain, "Domain to use instead of local");
     types.about(
-        "A type is listed when a service of it answers, over three seconds. Exit code 1: no type was found.");
+        "Lists the types whose services respond within three seconds. Exit code 1: there is no type.");
     types.example("kivcs2 services types");
     types.runs([options, &context] { return listTypes(*options, context.json); });
 
     Word &finding = services.word("first", "Find one service by name");
     addLookingFor(finding, *options);
     finding.about(
-        "Prints the service as kivcs2 services browse does. Exit code 6: nobody has offered it within\n"
+        "Prints the service as kivcs2 services browse does. Exit code 6: no program offers it within\n"
         "--timeout, in milliseconds.");
     finding.example("kivcs2 services first \"Ingest 1\" _mcc-feed._tcp --timeout 500");
     finding.runs([options, &context] { return first(*options, context.json); });
 
     Word &monitoring = services.word("monitor", "Show a service's TXT record whenever it changes");
     addLookingFor(monitoring, *options);
-    monitoring.option("--count", options->count, {}, "End after so many records; 0 goes on without end");
+    monitoring.option("--count", options->count, {}, "End after this many records; 0 goes on without end");
     monitoring.about("Looks for the service as kivcs2 services first does, then prints its record now and at "
                      "each change.\n"
-                     "Exit code 6: nobody has offered it within --timeout, in milliseconds.");
+                     "Exit code 6: no program offers it within --timeout, in milliseconds.");
     monitoring.example("kivcs2 services monitor \"Ingest 1\" _mcc-feed._tcp --timeout 500 --count 1");
     monitoring.runs([options, &context] { return monitor(*options, context.json); });
 }

@@ -29,7 +29,7 @@ constexpr uint32_t kMost = std::numeric_limits<uint32_t>::max();
 uint64_t checked(std::optional<uint64_t> number, std::string_view text, std::string_view what)
 {
     if (!number || *number > kMost)
-        throw Failure(kExitUsage, "\"" + visible(text) + "\" is no " + std::string{what});
+        throw Failure(kExitUsage, "\"" + visible(text) + "\" is not a valid " + std::string{what});
     return *number;
 }
 
@@ -42,7 +42,7 @@ uint32_t parseKey(std::string_view text)
 {
     const uint32_t key = parseAnyKey(text);
     if (key == 0)
-        throw Failure(kExitUsage, "key 0 belongs to private segments, which nobody else finds");
+        throw Failure(kExitUsage, "key 0 belongs to private segments, which no other process finds");
     return key;
 }
 
@@ -376,8 +376,8 @@ void addShowing(Word &shm, Context &context)
     Word &found = shm.word("find", "The first key without a segment");
     found.option("start", *start, "Where the search begins, otherwise 1");
     found.about(
-        "Prints the key alone, for scripts; nothing is made, so another process may take it. Exit code 1:\n"
-        "none of the 10000 keys from the start is free.");
+        "Prints only the key, for scripts. No segment is made, so another process may take the key. Exit\n"
+        "code 1: none of the 10000 keys from the start is free.");
     found.example("kivcs2 shm find 0x4b495600");
     found.runs([&context, start] { return findKey(*start, context.json); });
 }
@@ -390,8 +390,8 @@ void addCreating(Word &shm, Context &context)
     created.option("size", creation->size, "Bytes").required();
     created.flag("--hold", creation->hold,
                  "Stay attached until interrupted; then remove it unless others are attached");
-    created.flag("--clear", creation->clear, "Also where the key has one: set its first bytes to zero");
-    created.about("Prints the segment as kivcs2 shm show does. Exit code 1: the key has a segment already.");
+    created.flag("--clear", creation->clear, "Also if the key has a segment: set its first bytes to zero");
+    created.about("Prints the segment as kivcs2 shm show does. Exit code 1: the key has a segment.");
     created.example("kivcs2 shm create 0x4b495600 64K");
     created.runs([&context, creation] { return create(*creation, context.json); });
 }
@@ -409,7 +409,7 @@ void addAttaching(Word &shm)
     attached.option("--length", attachment->length, "Bytes of the segment, otherwise to its end");
     attached.flag("--free", attachment->free, "Free it afterwards instead of leaving it");
     attached.about(
-        "Copies bytes as they are, and nothing where they do not all fit: exit code 3. Exit code 1: the key\n"
+        "Copies bytes unchanged, all or none: exit code 3 if they do not fit. Exit code 1: the key\n"
         "has no segment.");
     attached.example("kivcs2 shm attach 0x4b495600 --read - --length 7");
     attached.refuses(
@@ -427,8 +427,8 @@ void addFreeing(Word &shm, Context &context)
     Word &freed = shm.word("free", "Remove a segment; exit 1 while others are attached");
     freed.option("key", *key, "The segment's key").required();
     freed.about(
-        "Prints what was removed. A segment that others have attached goes with the last of them that frees\n"
-        "it: exit code 1 until then, and where the key has none.");
+        "Prints the removed segment. If others have attached it, the last of them that frees it removes\n"
+        "it: exit code 1 until then. Exit code 1 also if the key has no segment.");
     freed.example("kivcs2 shm free 0x4b495600");
     freed.runs([&context, key] { return freeSegment(*key, context.json); });
 }
@@ -439,7 +439,7 @@ void addSharedMemoryCommand(Word &root, Context &context)
 {
     Word &shm = root.word("shm", "Shared memory segments (System V)").group(kGroupMachine);
     shm.about("Keys are decimal or 0x...; sizes may end in K, M or G.\n"
-              "A segment stays on the machine until it is freed while nobody else is attached.");
+              "A segment stays on the machine until it is freed and no other process is attached.");
     addShowing(shm, context);
     addCreating(shm, context);
     addAttaching(shm);

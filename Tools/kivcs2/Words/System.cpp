@@ -82,7 +82,7 @@ std::string sizeText(uint64_t bytes)
     return unit == 0 ? print("%.0f %s", value, kUnits[unit]) : print("%.1f %s", value, kUnits[unit]);
 }
 
-constexpr const char *kUnknown = "not told by this system";
+constexpr const char *kUnknown = "not reported by this system";
 
 void addMemory(Facts &facts)
 {
@@ -178,11 +178,11 @@ void addSystemCommand(Word &root, Context &context)
     Word &shown = system.word("show", "All figures now");
     shown.about(
         "Prints name and version of the system, the number of processors and their clock in MHz, and memory\n"
-        "in GiB or MiB; with --json in bytes. The output says what the system does not tell.");
+        "in GiB or MiB; with --json in bytes. The output names figures that the system does not report.");
     shown.example("kivcs2 sys show");
     shown.runs([&context] { return show(context.json); });
 
-    addWatchWord(system, context.json, "The memory again and again, until interrupted", watchMemory)
+    addWatchWord(system, context.json, "The memory repeatedly, until interrupted", watchMemory)
         .about(
             "Prints free, inactive, active and wired memory: on a terminal in one place, elsewhere a line a\n"
             "reading; with --json an object a line, in bytes.")

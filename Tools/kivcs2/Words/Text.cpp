@@ -159,7 +159,7 @@ int convertCommand(const Conversion &conversion)
         body = body.subspan(mark);
     if (body.size() % from->unit != 0)
         throw Failure(kExitMalformed, Where{name},
-                      count(body.size(), "byte") + " are no whole " + std::string{from->name} +
+                      count(body.size(), "byte") + " are not a whole " + std::string{from->name} +
                           " characters");
 
     std::vector<uint8_t> result;
@@ -285,7 +285,7 @@ int status(const std::string &wanted, bool json)
     const StatusRow *row = findStatus(wanted);
     if (row == nullptr)
     {
-        throw Failure(kExitNo, "no status is \"" + visible(wanted) + "\"; kivcs2 status lists them" +
+        throw Failure(kExitNo, "there is no status \"" + visible(wanted) + "\"; kivcs2 status lists them" +
                                    hint(statusNames(), wanted));
     }
     if (json)
@@ -317,8 +317,8 @@ void addTextCommand(Word &root, Context &context)
     Word &detection = str.word("detect", "Name the encoding by the byte-order mark (exit 1: none)");
     detection.option("file", *path, "A file; - is standard input").required().isFile();
     detection.about(
-        "Knows the marks of UTF-8, and of UTF-16 and UTF-32 in both orders of bytes; the text itself is not\n"
-        "looked at. Exit code 1: there is no mark.");
+        "Knows the marks of UTF-8, and of UTF-16 and UTF-32 in both orders of bytes; the text itself is\n"
+        "not examined. Exit code 1: there is no mark.");
     detection.example("kivcs2 str detect marked.txt");
     detection.runs([&context, path] { return detectCommand(*path, context.json); });
 
@@ -343,7 +343,7 @@ void addStatusCommand(Word &root, Context &context)
 {
     const auto wanted = std::make_shared<std::string>();
     Word &word = root.word("status", "What a status of the library means").group(kGroupItself);
-    word.option("status", *wanted, "A value (0x8000000b) or a name (CAPTION_ERR); all when left out")
+    word.option("status", *wanted, "A value (0x8000000b) or a name (CAPTION_ERR); without it all")
         .suggests("statuses", statusNames);
     word.about(
         "Prints name, value and meaning, as the header KIVCS2Base.h has them, of one status or of all.\n"

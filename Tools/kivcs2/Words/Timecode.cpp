@@ -317,7 +317,7 @@ int bcd(const Arguments &arguments, bool json)
         const auto nibble = static_cast<uint32_t>(*word >> shift & 15u);
         if (nibble > 9)
             throw Failure(kExitMalformed, "\"" + visible(text) + "\": \"" + print("%x", nibble) +
-                                              "\" is no decimal digit (flag bits are not masked)");
+                                              "\" is not a decimal digit (flag bits are not masked)");
         digits += static_cast<char>('0' + nibble);
         if (shift > 0 && shift % 8 == 0)
             digits += ':';
@@ -355,7 +355,7 @@ std::optional<CFAbsoluteTime> momentOf(const std::string &text)
     constexpr double kFarthest = 1e11; // some 3000 years
     const auto seconds = realNumber(std::string_view{text}.substr(1));
     if (!seconds || std::abs(*seconds) >= kFarthest)
-        throw Failure(kExitMalformed, "\"" + visible(text) + "\": no seconds since 1970");
+        throw Failure(kExitMalformed, "\"" + visible(text) + "\": not a number of seconds since 1970");
     return *seconds - kCFAbsoluteTimeIntervalSince1970;
 }
 
@@ -424,7 +424,7 @@ int date(const Arguments &arguments, bool json)
     {
         timecode.setCS2Timecode(parseTimecode(text, counting));
         if (timecode.year() == 0)
-            throw Failure(kExitUsage, "\"" + visible(text) + "\": without a date it is no moment");
+            throw Failure(kExitUsage, "\"" + visible(text) + "\": without a date it is not a moment");
         // By its digits, in every year, so that a timecode taken from a clock gives the same time back.
         const DatePtr second{timecode.toCFDate()};
         if (!second)
@@ -465,24 +465,24 @@ void describeWords(Word &tc)
         "Prints the frames since midnight, the time of day in hours, minutes and seconds at the exact\n"
         "rate, and the BCD word of ST 12. Exit code 3: the rate has no such frame.");
     tc.below("add").about(
-        "Adds from left to right, with a day of 24 hours; the output names the day where a sum leaves the\n"
-        "one it began on. A number alone counts frames; a duration moves the digits on, to the nearest "
+        "Adds from left to right, with a day of 24 hours; the output names the day if a sum leaves the\n"
+        "first day. A plain number counts frames; a duration moves the digits on, to the nearest "
         "frame.");
     tc.below("sub").about(
-        "Takes all that follow from the first, with a day of 24 hours; the output names the day where the\n"
-        "result leaves the one it began on. Numbers and durations are read as by kivcs2 tc add.");
+        "Subtracts the others from the first, with a day of 24 hours; the output names the day if the\n"
+        "result leaves the first day. Numbers and durations are read as by kivcs2 tc add.");
     tc.below("diff").about(
-        "Prints the way as a timecode, in frames, and in seconds at the exact rate; each is negative when\n"
-        "the second timecode is the earlier one.");
+        "Prints the way as a timecode, in frames, and in seconds at the exact rate; negative if\n"
+        "the second timecode is earlier.");
     tc.below("convert").about(
         "Prints the frame of the other rate that lies nearest to the same time since midnight, and both\n"
-        "times in seconds. --keep-digits changes the counting alone, and so the time.");
+        "times in seconds. --keep-digits changes only the counting, and so the time.");
     tc.below("bcd").about(
         "Takes either form and prints both, with the frames since midnight. A word has two digits a byte,\n"
         "hours first. Exit code 3: a digit above 9, or no frame of the rate.");
     tc.below("date").about(
         "Prints the moment in local time, in UTC and in seconds since 1970, to the millisecond. A moment of\n"
-        "the clock has the frame that has begun then.");
+        "the clock belongs to the frame that has begun.");
 }
 
 } // namespace
@@ -491,7 +491,7 @@ void addTimecodeCommand(Word &root, Context &context)
 {
     Word &tc = root.word("tc", "Timecode: show, add, subtract, measure, convert, BCD, dates");
     tc.group(kGroupCaptions);
-    tc.about("\";\" before the frames counts drop-frame, \":\" does not; the output says which.");
+    tc.about("\";\" before the frames counts drop-frame, \":\" does not; the output names the counting.");
     const auto arguments = std::make_shared<Arguments>();
 
     const auto word = [&, arguments](const char *name, const char *help, const char *names, size_t least,
@@ -513,7 +513,7 @@ void addTimecodeCommand(Word &root, Context &context)
         .example("kivcs2 tc add 10:00:00:00 1h30m --rate 25");
     word("sub", "Subtract timecodes, numbers of frames, or durations", "timecodes", 2, kMany, subtract)
         .example("kivcs2 tc sub 10:00:00:00 00:59:58:12 --rate 25");
-    word("diff", "The way from one timecode to another, in frames and seconds", "timecodes", 2, 2, difference)
+    word("diff", "The difference of two timecodes, in frames and seconds", "timecodes", 2, 2, difference)
         .example("kivcs2 tc diff 10:00:00:00 10:30:00:00 --rate 25");
     Word &conversion = word("convert", "The same instant in another counting", "timecode", 1, 1, convert);
     conversion.option("--to", arguments->to, "The rate to convert to")
