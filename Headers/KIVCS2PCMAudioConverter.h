@@ -127,9 +127,9 @@ KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_convert(KIVCS2PCMAudioConverter 
  * @param[out]    outputData    must not overlap the input
  * @param[in,out] outputLength  in: room in bytes, at least the number of frames times
  *                              `m_outputFormat.mBytesPerFrame`; out: the bytes written
- * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the converter deinterleaves or was never made, the input
- *                                 is not a whole number of frames, or the output is too short; nothing is
- *                                 written
+ * @retval KIVCS2STATUS_PARAM_ERR  a pointer is null, the converter deinterleaves or was never made, its input
+ *                                 has several planes, the input is not a whole number of frames, or the
+ *                                 output is too short; nothing is written
  * Thread safety: one thread at a time for each record.
  */
 KIVCS2_API KIVCS2Status kivCS2PCMAudioConverter_convertInterleaved(KIVCS2PCMAudioConverter *converter,

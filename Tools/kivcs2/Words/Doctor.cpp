@@ -72,7 +72,8 @@ Finding lookAtVectors()
     const bool avx2 = sse42 && __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2");
     const bool avx512 = avx2 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
                         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq") &&
-                        __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("vpclmulqdq");
+                        __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vnni") &&
+                        __builtin_cpu_supports("vpclmulqdq");
     if (avx2)
         return {State::Good, avx512 ? "AVX-512" : "AVX2", ""};
     return {State::Limited, sse42 ? "SSE4.2" : "none that is used",
