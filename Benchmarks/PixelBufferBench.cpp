@@ -273,7 +273,8 @@ void addV210(Size size)
     { return [=, row = rows.v210To2vuy] { convertRows(row, *from, *to, size.width); }; };
     std::vector<uint8_t> expected(size.width * 2);
     plainV210(from->row(1), expected.data(), size.width);
-    for (const auto level : {kiv::CpuLevel::portable, kiv::CpuLevel::avx2, kiv::CpuLevel::avx512})
+    for (const auto level :
+         {kiv::CpuLevel::portable, kiv::CpuLevel::sse42, kiv::CpuLevel::avx2, kiv::CpuLevel::avx512})
         if (level <= kiv::cpuLevel())
         {
             ours(kiv::pixelRows(level))();
@@ -359,6 +360,9 @@ void addScale(Size size, Size scale)
         };
     };
     addLevels("Pixels_scale2vuy" + argument, size, scaleVideo);
+    if (kiv::cpuLevel() >= kiv::CpuLevel::avx2) // the bar of the level below
+        add("Pixels_scale2vuy" + argument + "_SSE42/avx2", size,
+            scaleVideo(kiv::pixelRows(kiv::CpuLevel::avx2)));
 }
 
 // ---- Clearing and deinterlacing ----
