@@ -1,8 +1,8 @@
 // Internal calls of the sensors.
 #include "Private/Sensors/Calls.h"
 
-#include "ArgumentCheck.h"
 #include "OpenSMC.h"
+#include "RequiredPointers.h"
 #include "ScriptedSMC.h"
 
 #include <gtest/gtest.h>
@@ -77,20 +77,8 @@ TEST(SMCCalls, ATemperatureHasItsType)
 
 TEST(SMCCalls, ArgumentsAreChecked)
 {
-    KIVCS2SMC smc{};
-    KIVCS2SMCKeyData call{};
-    KIVCS2SMCKeyValue value{};
-    double degrees = 0;
-    kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2SMCPrv_call, "pSMC", nullptr, &call, &call),
-        KIV_REQUIRES(kivCS2SMCPrv_call, "pInputStructure", &smc, nullptr, &call),
-        KIV_REQUIRES(kivCS2SMCPrv_call, "pOutputStructure", &smc, &call, nullptr),
-        KIV_REQUIRES(kivCS2SMCPrv_hasKey, "pSMC", nullptr, 1),
-        KIV_REQUIRES(kivCS2SMCPrv_readKey, "pSMC", nullptr, "BATP", &value),
-        KIV_REQUIRES(kivCS2SMCPrv_readKey, "pKeyName", &smc, nullptr, &value),
-        KIV_REQUIRES(kivCS2SMCPrv_readKey, "pVal", &smc, "BATP", nullptr),
-        KIV_REQUIRES(kivCS2SMCPrv_getTemperature, "pSMC", nullptr, "BATP", &degrees),
-        KIV_REQUIRES(kivCS2SMCPrv_getTemperature, "pKeyName", &smc, nullptr, &degrees),
-        KIV_REQUIRES(kivCS2SMCPrv_getTemperature, "pTemperature", &smc, "BATP", nullptr),
-    });
+    KIV_REQUIRES_EACH(kivCS2SMCPrv_call, "pSMC, pInputStructure, pOutputStructure");
+    KIV_REQUIRES_EACH(kivCS2SMCPrv_hasKey, "pSMC");
+    KIV_REQUIRES_EACH(kivCS2SMCPrv_readKey, "pSMC, pKeyName, pVal");
+    KIV_REQUIRES_EACH(kivCS2SMCPrv_getTemperature, "pSMC, pKeyName, pTemperature");
 }

@@ -1,5 +1,5 @@
 // PCM conversion: derived formats, refusals, and the layout of the planes.
-#include "ArgumentCheck.h"
+#include "RequiredPointers.h"
 
 #include <KIVCoreServices2/KIVCS2PCMAudioConverter.h>
 
@@ -269,6 +269,9 @@ TEST(PCMAudioConverter, SplittingInterleavedOutputOnlySetsItsPosition)
 
     Converter splitting{pcm(kSigned | kPacked, 2, 2, 16), true, false, 0};
     EXPECT_EQ(splitting.interleave(input, length), kParam);
+    Converter planes{pcm(kPlanes | kSigned | kPacked, 2, 2, 16), false, true, 0};
+    ASSERT_EQ(planes.status, kOK);
+    EXPECT_EQ(planes.interleave(input, length), kParam);
     KIVCS2PCMAudioConverter fresh{};
     uint8_t output[100];
     EXPECT_EQ(kivCS2PCMAudioConverter_convertInterleaved(&fresh, input.data(), 8, output, &length), kParam);
@@ -317,32 +320,14 @@ TEST(PCMAudioConverter, FreeClearsTheRecordForAnotherInit)
 
 TEST(PCMAudioConverter, RefusesMissingArguments)
 {
-    const auto s16 = pcm(kSigned | kPacked, 1, 2, 16);
-    Converter converter{s16, true, false, 0};
-    KIVCS2PCMAudioConverter other{};
-    const uint8_t input[2]{};
-    uint8_t output[2]{};
-    void *position = nullptr;
-    uint32_t count = 2;
-#define KIV_PCM(operation, text, ...) KIV_REQUIRES(kivCS2PCMAudioConverter_##operation, text, __VA_ARGS__)
-    kiv::test::expectAllRefused({
-        KIV_PCM(init, "converter", nullptr, &s16, true, false, 0),
-        KIV_PCM(init, "inputFormat", &other, nullptr, true, false, 0),
-        KIV_PCM(free, "converter", nullptr),
-        KIV_PCM(getOutputBytesForInputLength, "converter", nullptr, 2, &count),
-        KIV_PCM(getOutputBytesForInputLength, "outBytes", &converter, 2, nullptr),
-        KIV_PCM(getSampleCountPerChannelForInputLength, "converter", nullptr, 2, &count),
-        KIV_PCM(getSampleCountPerChannelForInputLength, "outSampleCount", &converter, 2, nullptr),
-        KIV_PCM(convert, "converter", nullptr, input, 2, output, 1, &position, &count),
-        KIV_PCM(convert, "inputData", &converter, nullptr, 2, output, 1, &position, &count),
-        KIV_PCM(convert, "outputData", &converter, input, 2, nullptr, 1, &position, &count),
-        KIV_PCM(convert, "positions", &converter, input, 2, output, 1, nullptr, &count),
-        KIV_PCM(convert, "outBytesPerPosition", &converter, input, 2, output, 1, &position, nullptr),
-        KIV_PCM(convertInterleaved, "converter", nullptr, input, 2, output, &count),
-        KIV_PCM(convertInterleaved, "inputData", &converter, nullptr, 2, output, &count),
-        KIV_PCM(convertInterleaved, "outputData", &converter, input, 2, nullptr, &count),
-        KIV_PCM(convertInterleaved, "outputLength", &converter, input, 2, output, nullptr),
-    });
-#undef KIV_PCM
+    KIV_REQUIRES_EACH(kivCS2PCMAudioConverter_init, "converter, inputFormat");
+    KIV_REQUIRES_EACH(kivCS2PCMAudioConverter_free, "converter");
+    KIV_REQUIRES_EACH(kivCS2PCMAudioConverter_getOutputBytesForInputLength, "converter, outBytes");
+    KIV_REQUIRES_EACH(kivCS2PCMAudioConverter_getSampleCountPerChannelForInputLength,
+                      "converter, outSampleCount");
+    KIV_REQUIRES_EACH(kivCS2PCMAudioConverter_convert,
+                      "converter, inputData, outputData, positions, outBytesPerPosition");
+    KIV_REQUIRES_EACH(kivCS2PCMAudioConverter_convertInterleaved,
+                      "converter, inputData, outputData, outputLength");
 }
 } // namespace

@@ -2,9 +2,9 @@
 // rest.
 #include <KIVCoreServices2/KIVCS2PixelBuffer.h>
 
-#include "ArgumentCheck.h"
 #include "Picture.h"
 #include "PlainPixels.h"
+#include "RequiredPointers.h"
 #include "TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -160,14 +160,11 @@ TEST(PixelBuffer, ArgumentChecks)
     const Picture picture{4, 4, kRGBA};
     const CVPixelBufferRef in = picture.get();
     CVPixelBufferRef out = nullptr;
-    kiv::test::expectAllRefused({
-        KIV_REQUIRES(kivCS2PixelBuffer_convert, "pixelBufferIn", nullptr, &out, 2),
-        KIV_REQUIRES(kivCS2PixelBuffer_convert, "pixelBufferOut", in, nullptr, 2),
-        KIV_REQUIRES(kivCS2PixelBuffer_clear, "pixelBufferIn", nullptr, 0),
-        KIV_REQUIRES(kivCS2PixelBuffer_clear, "clearColour < KIVCS2PixelBuffer_ClearMAX", in, 3),
-        KIV_REQUIRES(kivCS2PixelBuffer_scale, "pixelBufferIn", nullptr, &out, 2, 2),
-        KIV_REQUIRES(kivCS2PixelBuffer_scale, "pixelBufferOut", in, nullptr, 2, 2),
-    });
+    KIV_REQUIRES_EACH(kivCS2PixelBuffer_convert, "pixelBufferIn, pixelBufferOut");
+    KIV_REQUIRES_EACH(kivCS2PixelBuffer_clear, "pixelBufferIn");
+    KIV_REQUIRES_EACH(kivCS2PixelBuffer_scale, "pixelBufferIn, pixelBufferOut");
+    kiv::test::expectRefused(
+        KIV_REQUIRES(kivCS2PixelBuffer_clear, "clearColour < KIVCS2PixelBuffer_ClearMAX", in, 3));
     if (kiv::test::hasAssertions())
         kiv::test::expectAllRefused({
             KIV_REFUSES(KIVCS2STATUS_OK, kivCS2PixelBuffer_scale, "sourceWidth > scaleWidth", in, &out, 4, 2),
