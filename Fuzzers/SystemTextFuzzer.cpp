@@ -1,9 +1,11 @@
 // The texts of /proc, /sys, os-release and machine-info: any bytes are accepted, and every result is in them.
 #include "Require.h"
+#include "System/ProcessTable.h"
 #include "System/SystemText.h"
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
@@ -35,6 +37,16 @@ void parseAssignments(std::string_view text)
         (void)kiv::system::parseVersion(*value);
     }
 }
+void parseProcessLine(std::string_view line)
+{
+    (void)kiv::system::parseThreadState(line);
+    kinfo_proc process{};
+    if (!kiv::system::parseProcess(line, process))
+        return;
+    const extern_proc &about = process.kp_proc;
+    const std::string_view name{about.p_comm, strnlen(about.p_comm, sizeof about.p_comm)};
+    require(about.p_pid > 0 && name.size() < sizeof about.p_comm && line.find(name) != line.npos);
+}
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
@@ -57,5 +69,6 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (const auto number = kiv::system::parseNumber(text))
         require(text.find(std::to_string(*number)) != std::string_view::npos);
     parseAssignments(text);
+    parseProcessLine(text);
     return 0;
 }

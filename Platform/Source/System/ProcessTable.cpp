@@ -2,7 +2,6 @@
 #include "System/ProcessTable.h"
 
 #include <KIVPlatform/KIVPlatform.h>
-#include <sys/sysctl.h>
 
 #include <algorithm>
 #include <array>
@@ -51,42 +50,6 @@ bool readNumber(std::string_view text, Number &number) noexcept
     return error == std::errc{} && end == text.data() + text.size();
 }
 
-// One line of /proc/<pid>/stat: "12 (a name (1)) S 1 ...". The name may hold any character, so the fields
-// begin after the last parenthesis.
-bool parse(std::string_view line, kinfo_proc &process) noexcept
-{
-    const size_t open = line.find(" (");
-    const size_t close = line.rfind(')');
-    if (open == std::string_view::npos || close == std::string_view::npos || close < open + 2 ||
-        line.size() < close + 3)
-        return false;
-
-    extern_proc &about = process.kp_proc;
-    if (!readNumber(line.substr(0, open), about.p_pid))
-        return false;
-    const std::string_view name = line.substr(open + 2, close - open - 2).substr(0, MAXCOMLEN);
-    std::copy(name.begin(), name.end(), about.p_comm);
-    std::string_view rest = line.substr(close + 2);
-    about.p_stat = stateOf(rest.front());
-    for (int field = 0;; ++field)
-    {
-        const std::string_view word = rest.substr(0, rest.find(' '));
-        uint64_t ticks = 0;
-        if (field == kParentField && !readNumber(word, process.kp_eproc.e_ppid))
-            return false;
-        if (field == kStartField)
-        {
-            if (!readNumber(word, ticks))
-                return false;
-            about.p_starttime = ticks * kNanosecondsPerTick;
-            return true;
-        }
-        if (word.size() >= rest.size())
-            return false;
-        rest.remove_prefix(word.size() + 1);
-    }
-}
-
 using StatLine = std::array<char, kStatSize>;
 
 // Reads the stat file of the process or thread `id` in `folder` into `line`; empty if it is gone.
@@ -115,10 +78,54 @@ bool readProcess(int proc, const char *pid, kinfo_proc &process) noexcept
 {
     StatLine line;
     process = {};
-    return parse(readStat(proc, pid, line), process);
+    return kiv::system::parseProcess(readStat(proc, pid, line), process);
 }
 
-unsigned threadStateOf(std::string_view line) noexcept
+struct CloseFolder
+{
+    void operator()(DIR *folder) const noexcept
+    {
+        closedir(folder);
+    }
+};
+} // namespace
+
+// The name may hold any character, so the fields begin after the last parenthesis.
+bool kiv::system::parseProcess(std::string_view line, kinfo_proc &process) noexcept
+{
+    const size_t open = line.find(" (");
+    const size_t close = line.rfind(')');
+    if (open == std::string_view::npos || close == std::string_view::npos || close < open + 2 ||
+        line.size() < close + 3)
+        return false;
+
+    extern_proc &about = process.kp_proc;
+    if (!readNumber(line.substr(0, open), about.p_pid) || about.p_pid <= 0)
+        return false;
+    const std::string_view name = line.substr(open + 2, close - open - 2).substr(0, MAXCOMLEN);
+    std::copy(name.begin(), name.end(), about.p_comm);
+    std::string_view rest = line.substr(close + 2);
+    about.p_stat = stateOf(rest.front());
+    for (int field = 0;; ++field)
+    {
+        const std::string_view word = rest.substr(0, rest.find(' '));
+        uint64_t ticks = 0;
+        if (field == kParentField && !readNumber(word, process.kp_eproc.e_ppid))
+            return false;
+        if (field == kStartField)
+        {
+            if (!readNumber(word, ticks))
+                return false;
+            about.p_starttime = ticks * kNanosecondsPerTick;
+            return true;
+        }
+        if (word.size() >= rest.size())
+            return false;
+        rest.remove_prefix(word.size() + 1);
+    }
+}
+
+unsigned kiv::system::parseThreadState(std::string_view line) noexcept
 {
     const size_t close = line.rfind(')');
     switch (close != std::string_view::npos && close + 2 < line.size() ? line[close + 2] : 'X')
@@ -136,15 +143,6 @@ unsigned threadStateOf(std::string_view line) noexcept
     }
 }
 
-struct CloseFolder
-{
-    void operator()(DIR *folder) const noexcept
-    {
-        closedir(folder);
-    }
-};
-} // namespace
-
 unsigned kiv::system::threadStates(pid_t pid)
 {
     std::array<char, 32> path{};
@@ -155,7 +153,7 @@ unsigned kiv::system::threadStates(pid_t pid)
     {
         StatLine line;
         if (entry->d_name[0] != '.')
-            states |= threadStateOf(readStat(dirfd(folder.get()), entry->d_name, line));
+            states |= parseThreadState(readStat(dirfd(folder.get()), entry->d_name, line));
     }
     return states;
 }
