@@ -19,7 +19,7 @@ namespace tool
 namespace
 {
 
-constexpr uint32_t kMostPixels = 16384; // in a line and in a column: a frame has at most a gibibyte
+constexpr uint32_t kMostPixels = 16384; // in a line and in a column: a gibibyte
 constexpr uint32_t kLinesOfStandardDefinition = 576;
 
 // The pixel layouts of 8 Bit, 10 Bit and RGBA in the table of video formats.
