@@ -21,8 +21,8 @@ namespace
 std::string g_file; // empty: nothing is recorded
 pid_t g_process = 0;
 
-// A record has pieces, each a line and bytes: "0 SIZE" is the command line, "1 SIZE" standard output, "2 SIZE"
-// standard error. The line at its end is "code CODE".
+// A record has pieces, each a line and bytes: "0 SIZE" is the command line, "1 SIZE" standard output,
+// "2 SIZE" standard error. The line at its end is "code CODE".
 void append(const std::string &text)
 {
     const int before = errno;
