@@ -390,7 +390,11 @@ KIVCS2Status kivCS2ClosedCaptions_pack608CaptionsIntoSMPTE334CDP708PacketFormat(
         return KIVCS2STATUS_BUFFER_SIZE_ERR;
 
     const std::span<uint8_t> packet{buffer708, from.size()};
-    memcpy(packet.data(), from.data(), from.size());
+    // The sizes as constants: a copy of a length unknown to the compiler takes as long as all the rest.
+    if (sdi)
+        memcpy(packet.data(), from.data(), kiv::cdp::kTemplateSDI608in708.size());
+    else
+        memcpy(packet.data(), from.data(), kiv::cdp::kTemplate608in708.size());
     constexpr size_t kPairOffset = kiv::cdp::kTripletsOffset + 1;
     memcpy(&packet[kPairOffset], buffer608, kPairSize);
     if (bufferSize608 > kPairSize)

@@ -4,6 +4,7 @@
 #include "Private/Support/Check.h"
 #include "Private/Support/Copy.h"
 #include "Private/Support/Log.h"
+#include "Private/Support/Unguarded.h"
 
 #include <algorithm>
 #include <atomic>
@@ -121,7 +122,7 @@ KIVCS2Status kivCS2RingBuffer_dispose(KIVCS2RingBuffer *rb)
     return KIVCS2STATUS_OK;
 }
 
-KIVCS2Status kivCS2RingBuffer_store(KIVCS2RingBuffer *rb, const void *data, uint32_t size)
+KIV_UNGUARDED KIVCS2Status kivCS2RingBuffer_store(KIVCS2RingBuffer *rb, const void *data, uint32_t size)
 {
     KIV_CHECK(rb);
     KIV_CHECK(data);
@@ -161,7 +162,7 @@ KIVCS2Status kivCS2RingBuffer_storeKeepTrying(KIVCS2RingBuffer *rb, const void *
     }
 }
 
-KIVCS2Status kivCS2RingBuffer_fetch(KIVCS2RingBuffer *rb, void *outData, uint32_t size)
+KIV_UNGUARDED KIVCS2Status kivCS2RingBuffer_fetch(KIVCS2RingBuffer *rb, void *outData, uint32_t size)
 {
     KIV_CHECK(rb);
     KIV_CHECK(outData);

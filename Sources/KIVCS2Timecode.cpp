@@ -6,6 +6,7 @@
 #include "Private/Support/CFRef.h"
 #include "Private/Support/Check.h"
 #include "Private/Support/Log.h"
+#include "Private/Support/Unguarded.h"
 #include "Private/Timecode/Formatting.h"
 #include "Private/Timecode/Record.h"
 
@@ -174,8 +175,9 @@ KIVCS2Status kivCS2Timecode_init(KIVCS2Timecode *tc)
     return KIVCS2STATUS_OK;
 }
 
-KIVCS2Status kivCS2Timecode_initWithTimecodeFields(KIVCS2Timecode *tc, uint8_t hours, uint8_t minutes,
-                                                   uint8_t seconds, uint8_t frames)
+KIV_UNGUARDED KIVCS2Status kivCS2Timecode_initWithTimecodeFields(KIVCS2Timecode *tc, uint8_t hours,
+                                                                 uint8_t minutes, uint8_t seconds,
+                                                                 uint8_t frames)
 {
     if (!hasRate())
         return KIVCS2STATUS_FRAME_RATE_ERR;
@@ -663,7 +665,8 @@ KIVCS2Status kivCS2Timecode_initWithCFString(KIVCS2Timecode *tc, CFStringRef str
     return storeSplit(*tc, fields, status);
 }
 
-KIVCS2Status kivCS2Timecode_timecodeToString(const KIVCS2Timecode *tc, char *buffer, uint32_t bufferSize)
+KIV_UNGUARDED KIVCS2Status kivCS2Timecode_timecodeToString(const KIVCS2Timecode *tc, char *buffer,
+                                                           uint32_t bufferSize)
 {
     KIV_CHECK(tc);
     KIV_CHECK(buffer);

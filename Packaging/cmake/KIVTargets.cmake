@@ -28,6 +28,21 @@ if(KIV_BUILD_FUZZERS)
     target_compile_options(kiv_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# What an installed library or program is compiled and linked with; the presets for release switch it on. Debian's own
+# flags for packages are the same, and the numbers are in Docs/decisions/0067-hardening-and-its-price.md.
+add_library(kiv_hardening INTERFACE)
+if(KIV_HARDEN)
+    # Undefined first, because some compilers define another level, and a second definition is a warning.
+    target_compile_options(kiv_hardening INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
+    # Each is an error on the other architecture.
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64)$")
+        target_compile_options(kiv_hardening INTERFACE -fcf-protection)
+    elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
+        target_compile_options(kiv_hardening INTERFACE -mbranch-protection=standard)
+    endif()
+    target_link_options(kiv_hardening INTERFACE -Wl,-z,relro,-z,now)
+endif()
+
 # An undefined name is an error here, not at a host's start. With clang the program defines the
 # sanitizers' own names, so sanitizer builds omit the option.
 if(NOT KIV_SANITIZE AND NOT KIV_BUILD_FUZZERS)

@@ -10,7 +10,8 @@ kern_return_t mach_timebase_info(mach_timebase_info_t info)
     return KERN_SUCCESS;
 }
 
-uint64_t mach_absolute_time(void)
+// Without a guard of the stack, which takes a twentieth of the time: only the clock writes to `now`.
+__attribute__((no_stack_protector)) uint64_t mach_absolute_time(void)
 {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);

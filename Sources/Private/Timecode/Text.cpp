@@ -90,6 +90,13 @@ size_t copyWhole(const char *text, const char *end, char *buffer, size_t size)
     return length - 1;
 }
 
+// Hours of any size. It is a function of its own, because its array is guarded, and usual times need none.
+[[gnu::noinline]] size_t writeAnyTime(const ClockFields &clock, char separator, char *buffer, size_t size)
+{
+    std::array<char, kMaxTimeSize> text;
+    return copyWhole(text.data(), putTime(text.data(), clock, separator), buffer, size);
+}
+
 // Moves `at` over one number; false if there is no digit or too many.
 bool takeNumber(const char *&at, uint32_t &value)
 {
@@ -220,8 +227,7 @@ size_t writeTime(const ClockFields &clock, char separator, char *buffer, size_t 
         putBelowHours(putPair(buffer, clock.hours), clock, separator);
         return kTimeBufferSize - 1;
     }
-    std::array<char, kMaxTimeSize> text;
-    return copyWhole(text.data(), putTime(text.data(), clock, separator), buffer, size);
+    return writeAnyTime(clock, separator, buffer, size);
 }
 
 size_t writeDateAndTime(const Date &date, const ClockFields &clock, char separator, char *buffer, size_t size)
