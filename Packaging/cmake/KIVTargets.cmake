@@ -49,5 +49,20 @@ if(NOT KIV_SANITIZE AND NOT KIV_BUILD_FUZZERS)
     target_link_options(kiv_flags INTERFACE -Wl,-z,defs)
 endif()
 
+# The types of a library's interface, for Scripts/check-abi. The sources of exported names are compiled with -g, and
+# what that adds goes into a file beside the library, so that an installed library is as small as without.
+function(kiv_describe_abi library)
+    if(NOT KIV_DESCRIBE_ABI OR NOT CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+        return()
+    endif()
+    set_source_files_properties(${ARGN} PROPERTIES
+        COMPILE_OPTIONS "-g;-fno-var-tracking;-fdebug-prefix-map=${PROJECT_BINARY_DIR}=.;-fdebug-prefix-map=${PROJECT_SOURCE_DIR}=.")
+    set(file $<TARGET_FILE:${library}>)
+    add_custom_command(TARGET ${library} POST_BUILD
+        COMMAND ${CMAKE_OBJCOPY} --only-keep-debug ${file} ${file}.debug
+        COMMAND ${CMAKE_OBJCOPY} --strip-debug --add-gnu-debuglink=${file}.debug ${file}
+        VERBATIM)
+endfunction()
+
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
