@@ -106,7 +106,7 @@ const std::vector<FaultRow> kFaultRows = {
     {FAULT(LowerCase), data("67ZZ", "67zZ"), 1, 6, 23, false},
     {FAULT(FourByteU), data("UZC1", "UC1"), 1, 6, 37, false},
     {FAULT(EightDigitWord), scc("00:00:01:00\t94209420 94ae"), 2, 3, 13, true},
-    {FAULT(WordLength), scc("00:00:01:00\t9420 94 ae 942c"), 2, 3, 18, true},
+    {FAULT(WordLength), scc("00:00:01:00\t9420 94 a94ae 942c"), 2, 3, 18, true},
     {FAULT(HalfByte), data("T52S", "T5S"), 1, 6, 14, true},
     {FAULT(Suffix), mcc("00:00:01:00.1\t" + kData), 1, 6, 12, false},
     {FAULT(Suffix), mcc("00:00:01:00.2\t" + kData), 1, 6, 12, false},

@@ -111,10 +111,8 @@ TEST(CaptionPacketBuild, EveryRateIsParsedBack)
             dtvcc.m_bytes[byte] = static_cast<uint8_t>(byte + 1);
         KIVCS2CaptionPacket packet;
         ASSERT_OK(kivCS2CaptionPacket_build(&packet, counting, 77, &pairs, &dtvcc, services, 4));
-        EXPECT_EQ(packet.m_faults, 0u);
-        EXPECT_EQ(packet.m_tripletCount, triplets[counting]);
-        EXPECT_EQ(packet.m_sequence, 77);
-        ASSERT_EQ(packet.m_serviceCount, 4);
+        ASSERT_TRUE(packet.m_faults == 0 && packet.m_tripletCount == triplets[counting] &&
+                    packet.m_sequence == 77 && packet.m_serviceCount == 4);
         EXPECT_EQ(std::memcmp(packet.m_services, services, sizeof services), 0);
         KIVCS2CaptionPairs pairsBack;
         KIVCS2CaptionDTVCC dtvccBack;
@@ -156,7 +154,9 @@ TEST(CaptionPacketParse, WhatIsNotACaptionPacketKeepsItsBytes)
     EXPECT_TRUE(packet.m_faults == 0 && packet.m_size == 6 && packet.m_did == 0x41 &&
                 packet.m_tripletCount == 0);
     KIVCS2CaptionPairs pairs;
+    KIVCS2CaptionDTVCC dtvcc;
     EXPECT_EQ(kivCS2CaptionPacket_getPairs(&packet, &pairs), KIVCS2STATUS_NO_DATA_ERR);
+    EXPECT_EQ(kivCS2CaptionPacket_getDTVCC(&packet, &dtvcc), KIVCS2STATUS_NO_DATA_ERR);
     std::vector<uint8_t> bytes(260, 0x96);
     EXPECT_EQ(kivCS2CaptionPacket_parse(&packet, bytes.data(), 260), KIVCS2STATUS_OVERFLOW_ERR);
     bytes[1] = 0x69;
@@ -167,11 +167,9 @@ TEST(CaptionPacketParse, WhatIsNotACaptionPacketKeepsItsBytes)
 
 TEST(CaptionPacketRecords, SizesAndArguments)
 {
-    EXPECT_EQ(sizeof(KIVCS2CaptionCountingInfo), 48u);
-    EXPECT_EQ(sizeof(KIVCS2CaptionServiceEntry), 12u);
-    EXPECT_EQ(sizeof(KIVCS2CaptionPacket), 624u);
-    EXPECT_EQ(sizeof(KIVCS2CaptionPairs), 132u);
-    EXPECT_EQ(sizeof(KIVCS2CaptionDTVCC), 72u);
+    EXPECT_TRUE(sizeof(KIVCS2CaptionCountingInfo) == 48 && sizeof(KIVCS2CaptionServiceEntry) == 12 &&
+                sizeof(KIVCS2CaptionPacket) == 624 && sizeof(KIVCS2CaptionPairs) == 132 &&
+                sizeof(KIVCS2CaptionDTVCC) == 72);
     KIVCS2CaptionPacket packet;
     KIVCS2CaptionPairs many{};
     many.m_count[1] = 32;

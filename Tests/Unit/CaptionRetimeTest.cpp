@@ -204,6 +204,8 @@ TEST(CaptionRetime, SelectionOffsetMidnightAndRefusals)
     EXPECT_TRUE(
         haveSame(before.packets, part.packets, 2)); // the rest of a refused service packet is dropped too
     EXPECT_TRUE(none.packets.empty() && none.refusals == std::vector(8, kRefused));
+    const Retimed last{fromTo(k25, k25, INT32_MAX), packetsOf({{0, two}, {1, two}})};
+    EXPECT_TRUE(last.packets.size() == 1 && last.refusals == std::vector{kRefused});
 
     // Only frame 0, with the rest of the service packet that begins on it.
     const KIVCS2CaptionRetimeOptions zero{k25, k25, kHasLast, 0, 0, 0, {}};

@@ -77,6 +77,7 @@ TEST(CaptionWriterMCC, CopiesArePacketForPacketTheSame)
             }
             EXPECT_EQ(to.count(KIVCS2CaptionFault_FourByteU), 0u);
             EXPECT_EQ(to.text.find('U', to.text.rfind("Time Code Rate=")), std::string::npos);
+            EXPECT_EQ(to.text.find("\nCreation Program="), to.text.find("\nUUID=") + 42); // one is made
         }
 }
 
