@@ -260,12 +260,9 @@ TEST(Data, KeepsCopiesAndComparesThem)
     bytes[0] = 9;
     const CFRef<CFDataRef> other{CFDataCreate(nullptr, bytes, 3)};
     const CFRef<CFDataRef> none{CFDataCreate(nullptr, nullptr, 0)};
-    EXPECT_TRUE(CFEqual(data.get(), same.get()));
-    EXPECT_EQ(CFHash(data.get()), CFHash(same.get()));
-    EXPECT_FALSE(CFEqual(data.get(), other.get()));
-    EXPECT_FALSE(CFEqual(data.get(), none.get()));
-    EXPECT_EQ(CFDataGetLength(none.get()), 0);
-    EXPECT_EQ(CFDataCreate(nullptr, bytes, -1), nullptr);
+    EXPECT_TRUE(CFEqual(data.get(), same.get()) && CFHash(data.get()) == CFHash(same.get()));
+    EXPECT_FALSE(CFEqual(data.get(), other.get()) || CFEqual(data.get(), none.get()));
+    EXPECT_TRUE(CFDataGetLength(none.get()) == 0 && CFDataCreate(nullptr, bytes, -1) == nullptr);
     UInt8 copy[] = {0, 0, 0, 0};
     CFDataGetBytes(data.get(), CFRangeMake(1, 9), copy);
     EXPECT_THAT(copy, testing::ElementsAre(2, 3, 0, 0));
@@ -591,6 +588,19 @@ TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
     const auto fixed = service("", "_play._tcp", "Ingest", 5000);
     EXPECT_FALSE(CFNetServiceRegisterWithOptions(fixed.get(), kCFNetServiceFlagNoAutoRename, &error));
     EXPECT_EQ(error.error, kCFNetServicesErrorCollision);
+
+    // Without a name it has the host's, up to the first dot. The network fails after it has accepted.
+    std::string name(64, '\0'), announced;
+    ASSERT_EQ(gethostname(name.data(), name.size()), 0);
+    m_network.accept = [&announced](const std::string &given)
+    {
+        announced = given;
+        network->group->groupFailed(AVAHI_ERR_NO_NETWORK);
+        return 0;
+    };
+    EXPECT_FALSE(CFNetServiceRegisterWithOptions(service("", "_play._tcp", "", 1).get(), 0, &error));
+    EXPECT_EQ(error.error, kCFNetServicesErrorInvalid);
+    EXPECT_EQ(announced, name.substr(0, std::min(name.find('.'), name.find('\0'))));
 }
 
 TEST_F(Discovery, AMonitorThatBeginsDuringAChangeEndsWithTheRecordThatStays)
