@@ -506,8 +506,7 @@ TEST(CaptionCarriers, NoPacketsInNoiseAndNoneHiddenByIt)
 
 TEST(CaptionCarriers, RecordsAndRefusals)
 {
-    EXPECT_EQ(sizeof(KIVCS2CaptionRTP), 24u);
-    EXPECT_EQ(sizeof(KIVCS2CaptionPlace), 48u);
+    EXPECT_TRUE(sizeof(KIVCS2CaptionRTP) == 24 && sizeof(KIVCS2CaptionPlace) == 48);
     KIVCS2CaptionPacket packet{};
     KIVCS2CaptionPlace place{};
     KIVCS2CaptionRTP rtp{};

@@ -366,11 +366,9 @@ TEST(CaptionDecoderCorpus, RealFilesShowTheGoldenTexts)
 
 TEST(CaptionDecoderRecords, SizesAndArguments)
 {
-    EXPECT_EQ(sizeof(KIVCS2CaptionServices), 16u);
-    EXPECT_EQ(sizeof(KIVCS2CaptionCell), 20u);
-    EXPECT_EQ(sizeof(KIVCS2CaptionText), 72u);
-    EXPECT_EQ(sizeof(KIVCS2CaptionDecoderOptions), 32u);
-    EXPECT_EQ(sizeof(KIVCS2CaptionDecoderReport), 96u);
+    EXPECT_TRUE(sizeof(KIVCS2CaptionServices) == 16 && sizeof(KIVCS2CaptionCell) == 20 &&
+                sizeof(KIVCS2CaptionText) == 72 && sizeof(KIVCS2CaptionDecoderOptions) == 32 &&
+                sizeof(KIVCS2CaptionDecoderReport) == 96);
     KIVCS2CaptionDecoder decoder{};
     const KIVCS2CaptionPacket packet{};
     kiv::test::expectAllRefused({

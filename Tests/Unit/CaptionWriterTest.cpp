@@ -243,11 +243,17 @@ TEST(CaptionWriterFailures, ShortWritesAndWrongCalls)
     suffixed.m_flags |= KIVCS2CaptionPacketFlag_HasField;
     EXPECT_EQ(kivCS2CaptionFile_writePacket(&mcc1.file, &suffixed), KIVCS2STATUS_FORMAT_ERR);
     KIVCS2CaptionWriteOptions everyFrame{};
+    const KIVCS2CaptionServiceEntry spanish{KIVCS2CaptionService_CC3, "spa", 0, 1, {}};
     everyFrame.m_everyFrame = true;
+    everyFrame.m_serviceCount = 1;
+    everyFrame.m_services = &spanish;
     Writing rising{KIVCS2CaptionFileKind_MCC2, KIVCS2CaptionCounting_25, everyFrame};
     EXPECT_OK(kivCS2CaptionFile_writeCaptions(&rising.file, 7, nullptr, nullptr));
     EXPECT_EQ(kivCS2CaptionFile_writeCaptions(&rising.file, 7, nullptr, nullptr),
               KIVCS2STATUS_INVALID_TIMECODE_ERR);
+    Reading risen{rising.text()};
+    ASSERT_TRUE(risen.all().packets.size() == 1 && risen.packets[0].m_serviceCount == 1);
+    EXPECT_EQ(std::memcmp(risen.packets[0].m_services, &spanish, sizeof spanish), 0);
     EXPECT_EQ(sizeof(KIVCS2CaptionWriteOptions), 56u);
 }
 

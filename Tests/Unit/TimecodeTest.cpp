@@ -290,8 +290,9 @@ TEST(Timecode, SettingOneFieldKeepsTheOthers)
                            kivCS2Timecode_getFrames, kivCS2Timecode_getFramesSinceMidnight})
         EXPECT_EQ(get(&tc, &value), KIVCS2STATUS_INVALID_TIMECODE_ERR);
     EXPECT_EQ(value, 7u);
-    EXPECT_OK(kivCS2Timecode_getDay(&tc, &value)); // the date stays
-    EXPECT_EQ(value, 14u);
+    const auto dateOf = [&tc](auto get) { return out<uint32_t>(get, &tc); }; // the date stays
+    EXPECT_TRUE(dateOf(kivCS2Timecode_getDay) == 14 && dateOf(kivCS2Timecode_getMonth) == 2 &&
+                dateOf(kivCS2Timecode_getYear) == 2024);
     EXPECT_OK(kivCS2Timecode_setFramesSinceMidnight(&tc, 0));
     EXPECT_OK(kivCS2Timecode_checkValidTimecode(&tc));
 }
