@@ -20,8 +20,13 @@ if(KIV_SANITIZE)
     target_link_options(kiv_flags INTERFACE -fsanitize=${KIV_SANITIZE})
 endif()
 if(KIV_COVERAGE)
+    # Also of processes that end with _exit.
+    add_library(kiv_coverage_registry SHARED ${PROJECT_SOURCE_DIR}/Tests/Support/CoverageRegistry.cpp)
+    set_target_properties(kiv_coverage_registry PROPERTIES CXX_VISIBILITY_PRESET default)
+    add_library(kiv_coverage_writer OBJECT ${PROJECT_SOURCE_DIR}/Tests/Support/CoverageWriter.cpp)
     target_compile_options(kiv_flags INTERFACE --coverage)
     target_link_options(kiv_flags INTERFACE --coverage)
+    target_link_libraries(kiv_flags INTERFACE $<TARGET_OBJECTS:kiv_coverage_writer> kiv_coverage_registry)
 endif()
 if(KIV_BUILD_FUZZERS)
     # Coverage feedback in the libraries; each fuzz target adds the driver itself.

@@ -3,7 +3,12 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <execinfo.h>
+#include <fcntl.h>
 #include <new>
+#include <unistd.h>
+
+extern "C" const char __executable_start; // of the linker
 
 namespace
 {
@@ -12,6 +17,22 @@ constexpr size_t kNever = static_cast<size_t>(-1);
 std::atomic<size_t> g_remaining{kNever};
 std::atomic<bool> g_failed{false};
 std::atomic<size_t> g_bytes{0};
+
+// Appends the callers of an allocation that fails, as places in this program, to the file that
+// Scripts/allocation-sites reads.
+void recordCallers()
+{
+    static const char *const path = std::getenv("KIV_ALLOCATION_SITES");
+    const int file = path != nullptr ? open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644) : -1;
+    if (file < 0)
+        return;
+    void *callers[40];
+    const int count = backtrace(callers, 40);
+    for (int i = 0; i < count; ++i)
+        dprintf(file, "%tx ", static_cast<const char *>(callers[i]) - &__executable_start);
+    dprintf(file, "\n");
+    close(file);
+}
 
 bool mustFail(size_t size)
 {
@@ -25,6 +46,7 @@ bool mustFail(size_t size)
             if (remaining != 0)
                 return false;
             g_failed.store(true);
+            recordCallers();
             return true;
         }
     }
