@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <new>
+#include <string>
 #include <string_view>
 #include <thread>
 
@@ -24,16 +25,21 @@ using kiv::CFRef;
 using namespace kiv::test;
 using namespace std::string_view_literals;
 
-constexpr const char *kType = "_play._tcp";
+constexpr const char *kType = "_playout-feed._tcp";                      // longer than the room in a string
 constexpr std::string_view kText = "\x1crate=25;with=more;than=short"sv; // TXT data, as in DNS
 
 std::atomic<uint32_t> announced{0};
 
+// The first name is taken.
 class PlayedGroup final : public Group
 {
 public:
-    int announce(const Announcement &) noexcept override
+    explicit PlayedGroup(GroupSink &sink) noexcept : m_sink{sink} {}
+    int announce(const Announcement &what) noexcept override
     {
+        if (std::string_view{what.name}.find('#') == std::string_view::npos)
+            return AVAHI_ERR_COLLISION;
+        m_sink.announced();
         ++announced;
         announced.notify_all();
         return 0;
@@ -43,6 +49,9 @@ public:
         return 0;
     }
     void withdraw() noexcept override {}
+
+private:
+    GroupSink &m_sink;
 };
 
 // One service on one host with two addresses. The service, the host and the record come at once.
@@ -61,7 +70,9 @@ public:
     std::unique_ptr<Handle> browseServices(const char *, const char *, ServiceSink &sink,
                                            int &error) noexcept override
     {
-        sink.serviceSeen(true, {1, 0}, "A service with a name that takes more than the room in a string");
+        for (const int interface : {1, 2})
+            sink.serviceSeen(true, {interface, 0},
+                             "A service with a name that takes more than the room in a string");
         sink.browsingFailed(AVAHI_ERR_NO_NETWORK); // the search ends by itself
         return handle(error);
     }
@@ -82,9 +93,9 @@ public:
             sink.recordsFailed(AVAHI_ERR_NO_NETWORK); // the watch ends by itself
         return handle(error);
     }
-    std::unique_ptr<Group> makeGroup(GroupSink &, int &error) noexcept override
+    std::unique_ptr<Group> makeGroup(GroupSink &sink, int &error) noexcept override
     {
-        std::unique_ptr<Group> group{new (std::nothrow) PlayedGroup};
+        std::unique_ptr<Group> group{new (std::nothrow) PlayedGroup{sink}};
         error = group ? 0 : AVAHI_ERR_NO_MEMORY;
         return group;
     }
@@ -236,6 +247,52 @@ TEST_F(BonjourAllocation, WaitingCallsTellAndKeepWhatTheyHad)
             EXPECT_EQ(isSet, !allocationFailed());
         });
     EXPECT_GE(count, 1u);
+}
+
+// The simulated network has the name, so the call ends by itself.
+TEST_F(BonjourAllocation, ARefusedServiceKeepsItsText)
+{
+    const CFRef<CFDataRef> data{CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(kText.data()),
+                                             static_cast<CFIndex>(kText.size()))};
+    const CFRef<CFNetServiceRef> service{CFNetServiceCreate(nullptr, text("a-longer-domain.example").get(),
+                                                            text(kType).get(), text("A service").get(), 1)};
+    ASSERT_TRUE(CFNetServiceSetTXTData(service.get(), data.get()));
+    const size_t count = forEachAllocation(
+        [&service](size_t)
+        {
+            CFStreamError error{};
+            EXPECT_FALSE(
+                CFNetServiceRegisterWithOptions(service.get(), kCFNetServiceFlagNoAutoRename, &error));
+            EXPECT_NE(error.error, 0);
+        });
+    EXPECT_GE(count, 3u);
+}
+
+// The text grows at 15 and 30 bytes, in the middle of any escape.
+TEST_F(BonjourAllocation, AHostNameIsReadWholeOrNotAtAll)
+{
+    for (size_t length = 10; length < 20; ++length)
+    {
+        for (const char last : {'a', '.', '\1'})
+        {
+            std::string data{"\0\0\0\0\x13\x88"sv};
+            data += static_cast<char>(length);
+            data += std::string(length - 1, 'a') + last + std::string{"\5local\0"sv};
+            const auto read = [&data](size_t)
+            {
+                try
+                {
+                    (void)readServerLocation({reinterpret_cast<const uint8_t *>(data.data()), data.size()});
+                    EXPECT_FALSE(allocationFailed());
+                }
+                catch (const std::bad_alloc &)
+                {
+                    EXPECT_TRUE(allocationFailed());
+                }
+            };
+            EXPECT_GE(forEachAllocation(read), 1u);
+        }
+    }
 }
 
 TEST_F(BonjourAllocation, ASearchForTheFirstWithoutItsTextsIsNone)

@@ -99,4 +99,27 @@ TEST(CaptionReader, TakesHalfAMebibyteAndNothingForAPacket)
     EXPECT_EQ(kivCS2CaptionDecoder_free(&decoder), KIVCS2STATUS_OK);
     EXPECT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
 }
+
+// Lines out of order are listed first.
+TEST(CaptionReader, AListThatFindsNoRoomIsNoFile)
+{
+    std::string text = "Scenarist_SCC V1.0\n\n00:00:02:00\t9420 9420\n\n00:00:01:00\t942f 942f\n";
+    const size_t count = forEachAllocation(
+        [&text](size_t)
+        {
+            KIVCS2MemoryStream memory;
+            (void)kivCS2MemoryStream_initWithBytes(&memory, text.data(), text.size()); // a view: never fails
+            KIVCS2CaptionFile file{};
+            KIVCS2CaptionReadOptions options{};
+            options.m_order = KIVCS2CaptionOrder_Frame;
+            KIVCS2CaptionPacket packet;
+            KIVCS2Status status = kivCS2CaptionFile_initReading(&file, &memory.m_stream, false, &options);
+            if (KIVCS2_SUCCEEDED(status))
+                status = kivCS2CaptionFile_readPacket(&file, &packet);
+            EXPECT_EQ(status, allocationFailed() ? KIVCS2STATUS_MEMORY_ERR : KIVCS2STATUS_OK);
+            (void)kivCS2CaptionFile_free(&file);
+            (void)kivCS2MemoryStream_free(&memory.m_stream);
+        });
+    EXPECT_GE(count, 3u);
+}
 } // namespace

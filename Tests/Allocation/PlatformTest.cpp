@@ -4,11 +4,16 @@
 #include "CoreFoundation/Bundle.h"
 #include "FailingAllocator.h"
 
+#include <CoreVideo/CoreVideo.h>
+#include <Foundation/NSDate.h>
 #include <KIVLogger/KIVLogger.h>
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <functional>
+#include <glib.h>
+#include <pthread.h>
 #include <string>
 
 using kiv::CFRef;
@@ -46,6 +51,16 @@ TEST(Allocation, WhatCannotBeMadeIsNull)
     };
     const CFRef<CFURLRef> madeURL{url()};
     const int32_t value = 7;
+    const CFRef<CFDateRef> date{CFDateCreate(nullptr, 1.0)};
+    const StringRef longFormat = fromBytes(std::string(100, 'x').c_str());
+    std::array<uint8_t, 16> pixels{};
+    const auto hostPixels = [&pixels]
+    {
+        CVPixelBufferRef made = nullptr;
+        (void)CVPixelBufferCreateWithBytes(nullptr, 2, 2, kCVPixelFormatType_32BGRA, pixels.data(), 8,
+                                           nullptr, nullptr, nullptr, &made);
+        return made;
+    };
 
     const Creation creations[] = {
         {"string of ASCII", 1, [] { return fromBytes("ascii").release(); }},
@@ -68,6 +83,10 @@ TEST(Allocation, WhatCannotBeMadeIsNull)
         {"identifier", 1, [] { return CFUUIDCreate(nullptr); }},
         {"text of an identifier", 1, [&] { return CFUUIDCreateString(nullptr, uuid.get()); }},
         {"formatter", 1, [&] { return CFDateFormatterCreate(nullptr, locale.get(), 0, 0); }},
+        {"long description", 2,
+         [&]
+         { return NSDate_descriptionWithCalendarFormat(date.get(), longFormat.get(), nullptr, nullptr); }},
+        {"pixels of the host", 1, hostPixels},
         {"bundle", 1, [] { return kiv::cf::createBundle("/dev/host"); }},
     };
     for (const Creation &creation : creations)
@@ -113,11 +132,13 @@ TEST(Allocation, AResourceOrATextThatCannotBeMadeIsNull)
 {
     const CFRef<CFBundleRef> bundle{kiv::cf::createBundle("/proc/self/host")};
     const StringRef name = fromBytes("a-resource-name-longer-than-any-small-string");
-    const StringRef y = fromUnits(u"y\u5e74");
+    const StringRef y =
+        fromUnits((u"y" + std::u16string(150, u'\u5e74')).c_str()); // more than fits its buffer
     forEachAllocation(
         [&](size_t)
         {
-            const CFRef<CFURLRef> url{CFBundleCopyResourceURL(bundle.get(), name.get(), nullptr, nullptr)};
+            const CFRef<CFURLRef> url{
+                CFBundleCopyResourceURL(bundle.get(), name.get(), name.get(), name.get())};
             EXPECT_FALSE(url); // and no exception
         });
     forEachAllocation(
@@ -130,6 +151,33 @@ TEST(Allocation, AResourceOrATextThatCannotBeMadeIsNull)
             const StringRef text{CFDateFormatterCreateStringWithAbsoluteTime(nullptr, formatter.get(), 1e6)};
             EXPECT_EQ(static_cast<bool>(text), !allocationFailed());
         });
+}
+
+// A thread's own loop, and that of the host's context.
+TEST(Allocation, AThreadWithoutMemoryHasNoRunLoop)
+{
+    const auto current = [](void *context) -> void *
+    {
+        if (context != nullptr)
+            g_main_context_push_thread_default(static_cast<GMainContext *>(context));
+        return CFRunLoopGetCurrent();
+    };
+    for (const bool isHosts : {false, true})
+    {
+        const size_t count = forEachAllocation(
+            [&](size_t)
+            {
+                GMainContext *context = isHosts ? g_main_context_new() : nullptr;
+                pthread_t thread{};
+                void *loop = nullptr;
+                ASSERT_EQ(pthread_create(&thread, nullptr, current, context), 0);
+                ASSERT_EQ(pthread_join(thread, &loop), 0);
+                EXPECT_EQ(loop == nullptr, allocationFailed());
+                if (context != nullptr)
+                    g_main_context_unref(context);
+            });
+        EXPECT_GE(count, 1u);
+    }
 }
 
 TEST(Allocation, ALongMessageIsCutWhereThereIsNoMemory)

@@ -1,4 +1,5 @@
 // Every allocation of the streams fails once in turn.
+#include "KIVCS2FileStream.h"
 #include "KIVCS2MemoryStream.h"
 #include "KIVCS2NamedPipeStream.h"
 
@@ -80,5 +81,21 @@ TEST(StreamsAllocation, ANamedPipeWithoutItsPathIsClosedAllTheSame)
             }
         });
     EXPECT_EQ(count, 1u);
+}
+
+TEST(StreamsAllocation, AFileThatDoesNotFitIsNotRead)
+{
+    KIVCS2FileStream file;
+    ASSERT_EQ(kivCS2FileStream_init(&file, KIV_TEST_DATA "/pop-on-ndf.scc", "r"), KIVCS2STATUS_OK);
+    const auto read = [&file](size_t)
+    {
+        uint8_t *bytes = nullptr;
+        uint64_t size = 0;
+        expectOkOrMemory(kivCS2FileStream_getBytes(&file.m_stream, &bytes, &size));
+        EXPECT_EQ(bytes == nullptr, allocationFailed());
+        (void)kivCS2FileStream_freeBytes(&file.m_stream, bytes);
+    };
+    EXPECT_EQ(forEachAllocation(read), 1u);
+    EXPECT_EQ(kivCS2FileStream_free(&file.m_stream), KIVCS2STATUS_OK);
 }
 } // namespace

@@ -2,12 +2,15 @@
 // leaves nothing.
 #include "KIVCS2Task.h"
 #include "KIVCS2TaskServer.h"
+#include "Private/Tasks/ServerRecord.h"
 #include "Private/Tasks/ServerWire.h"
 
 #include "FailingAllocator.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace
@@ -69,6 +72,31 @@ TEST(TaskAllocations, LaunchesPathsAndRequestsTell)
     EXPECT_GE(count, 10u);
     KIVCS2Task *task = makeTask();
     EXPECT_EQ(kivCS2Task_launch(task), KIVCS2STATUS_OK);
+    EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
+}
+
+TEST(TaskAllocations, ARequestIsReadWholeOrNotAtAll)
+{
+    KIVCS2Task *task = makeTask();
+    kiv::ExecMessage message;
+    ASSERT_EQ(message.make(*task), KIVCS2STATUS_OK);
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_NONBLOCK | O_CLOEXEC), 0);
+    g_CSTaskServer.m_descriptors[kRequestRead] = ends[0];
+    g_CSTaskServer.m_descriptors[kRequestWrite] = ends[1];
+    const size_t count = forEachAllocation(
+        [&](size_t)
+        {
+            std::array<char, 256> rest{};
+            EXPECT_EQ(message.send(), KIVCS2STATUS_OK);
+            ASSERT_EQ(read(ends[0], rest.data(), 1), 1); // the command byte
+            kiv::ExecRequest request;
+            expectOkOrMemory(request.read(false));
+            EXPECT_EQ(read(ends[0], rest.data(), rest.size()) > 0, allocationFailed());
+        });
+    EXPECT_EQ(count, 5u); // the command, the array, and three texts
+    for (const int end : ends)
+        close(end);
     EXPECT_EQ(kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse), KIVCS2STATUS_OK);
 }
 } // namespace

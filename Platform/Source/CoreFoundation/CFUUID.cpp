@@ -39,8 +39,8 @@ CFTypeID CFUUIDGetTypeID(void)
 CFUUIDRef CFUUIDCreate(CFAllocatorRef)
 {
     std::array<uint8_t, 16> bytes;
-    // Up to 256 bytes arrive complete or not at all once the system's pool is ready.
-    if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size()))
+    // Complete or not at all. getrandom() may be interrupted until the system's pool is ready.
+    if (getentropy(bytes.data(), bytes.size()) != 0)
         return nullptr;
     bytes[6] = static_cast<uint8_t>((bytes[6] & 0x0f) | 0x40); // version 4
     bytes[8] = static_cast<uint8_t>((bytes[8] & 0x3f) | 0x80); // the variant of the RFC

@@ -270,7 +270,10 @@ public:
         m_target->finish();
         Cues found{isVTT()};
         std::ifstream file{m_target->readablePath()};
-        found.read(file);
+        if (file.is_open())
+            found.read(file);
+        if (!file.is_open() || file.bad())
+            throw Failure(KIVCS2STATUS_READ_ERR, Where{m_way.target}, "cannot be read back");
         if (!(found == m_cues))
             throw wrongBack(found.number() == m_cues.number()
                                 ? "other texts or times"

@@ -82,7 +82,7 @@ std::string temporaryName()
     constexpr std::string_view kCharacters = "abcdefghijklmnopqrstuvwxyz0123456789";
     std::string name = ".kivcs2-";
     std::array<uint8_t, 8> random{};
-    if (::getrandom(random.data(), random.size(), 0) < 0)
+    if (::getentropy(random.data(), random.size()) != 0)
         throw Failure::system("random numbers", errno);
     for (const uint8_t byte : random)
         name += kCharacters[byte % kCharacters.size()];
