@@ -9,10 +9,14 @@
 #include <avahi-common/malloc.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <linux/netlink.h>
 #include <new>
 #include <string_view>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace kiv::discovery
 {
@@ -22,6 +26,20 @@ namespace
 [[nodiscard]] const CoreCalls &core() noexcept
 {
     return *coreCalls();
+}
+
+// Avahi ends the process with an assertion if it has no socket for watching the interfaces. So what it opens at
+// its start is tried before: sockets of IPv4, IPv6, netlink and one of this machine.
+[[nodiscard]] bool hasDescriptorsForAvahi() noexcept
+{
+    std::array<int, 4> tried{};
+    size_t count = 0;
+    while (count < tried.size() &&
+           (tried[count] = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_ROUTE)) >= 0)
+        ++count;
+    for (size_t index = 0; index < count; ++index)
+        close(tried[index]);
+    return count == tried.size();
 }
 
 class EmbeddedBackend final : public Backend
@@ -37,6 +55,8 @@ public:
 
     bool open(const AvahiPoll *poll) noexcept
     {
+        if (!hasDescriptorsForAvahi())
+            return false;
         // Without this the stack's messages (another stack on this machine, an invalid packet) go to standard
         // error, which belongs to the host.
         core().avahi_set_log_function([](AvahiLogLevel, const char *) {});
