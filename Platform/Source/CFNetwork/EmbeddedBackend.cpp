@@ -28,8 +28,8 @@ namespace
     return *coreCalls();
 }
 
-// Avahi ends the process with an assertion if it has no socket for watching the interfaces. So what it opens at
-// its start is tried before: sockets of IPv4, IPv6, netlink and one of this machine.
+// Avahi ends the process with an assertion if it has no socket for watching the interfaces. So what it opens
+// at its start is tried before: sockets of IPv4, IPv6, netlink and one of this machine.
 [[nodiscard]] bool hasDescriptorsForAvahi() noexcept
 {
     std::array<int, 4> tried{};
