@@ -25,6 +25,8 @@ except ImportError:
 # Control characters, line separators and marks that change the writing direction never appear as themselves.
 HARMFUL = re.compile('[\x00-\x09\x0b-\x1f\x7f-\x9f\u2028\u2029\u200e\u200f\u061c\u202a-\u202e\u2066-\u2069]')
 
+METER = re.compile(rb'\[[#.]*\] [^\n]*\n')  # lines of the meter of pipe
+
 
 def unique(pairs):
     keys = [key for key, _ in pairs]
@@ -77,9 +79,9 @@ class Record:
 
     def written(self, holds_data):
         """The documents: on standard output, or on standard error if standard output may have data."""
-        errors = []
-        if holds_data and self.streams['2'].lstrip()[:1] in (b'{', b'['):
-            errors = documents(self.streams['2'])
+        errors, plain = [], METER.sub(b'', self.streams['2'])
+        if holds_data and plain.lstrip()[:1] in (b'{', b'['):
+            errors = documents(plain)
         try:
             return errors or documents(self.streams['1'])
         except ValueError:

@@ -53,7 +53,7 @@ TEST_F(Command, RefusesWhatNoSegmentTakes)
             {"shm create 0x100000000 8", 2, "is not a valid key"},
             {"shm create 1 4G", 2, "\"4G\" is not a valid size"}, // the text as typed
             {"shm show ''", 2, "\"\" is not a valid key"},        // it must not mean every segment
-            {attach + " -r - --length ''", 2, "\"\" is no length"},
+            {attach + " -r - --length ''", 2, "\"\" is not a valid length"},
             {"shm create 1 0", 2, "one byte"},
             {attach, 2, "--write or --read"},
             {attach + " -w -", 3, "standard input: 9 bytes, and there is room for 8"},

@@ -35,6 +35,10 @@ extern "C" __attribute__((visibility("default"))) int open(const char *path, int
         run();
     return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, 0600));
 }
+extern "C" __attribute__((visibility("default"))) int __open_2(const char *path, int flags) // with fortify
+{
+    return open(path, flags);
+}
 
 namespace
 {
