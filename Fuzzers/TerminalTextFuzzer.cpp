@@ -23,10 +23,12 @@ void requireHarmless(std::string_view text, bool mayEndLines)
         for (size_t next = 1; next <= more; ++next)
             require((byte(next) & 0xC0) == 0x80);
     }
-    for (const std::string_view steering :
-         {"\xC2\x80", "\xC2\x9B", "\xC2\x9F", "\xD8\x9C", "\xE2\x80\x8E", "\xE2\x80\x8F", "\xE2\x80\xA8",
-          "\xE2\x80\xAE", "\xE2\x81\xA6", "\xE2\x81\xA9"})
+    for (const std::string_view steering : {"\xC2\x80", "\xC2\x9B", "\xC2\x9F", "\xD8\x9C"})
         require(text.find(steering) == text.npos);
+    for (const char last : {'\x8E', '\x8F', '\xA8', '\xAE'})
+        require(text.find(std::string{'\xE2', '\x80', last}) == text.npos);
+    for (const char last : {'\xA6', '\xA9'})
+        require(text.find(std::string{'\xE2', '\x81', last}) == text.npos);
 }
 } // namespace
 
