@@ -104,6 +104,8 @@ class Page:
         at = 0
         while at < len(lines):
             self.parts.append(lines[at])
+            if lines[at].startswith((' ', '>', '\t', '~')) and lines[at].lstrip(' >\t').startswith(('```', '~~~')):
+                sys.exit(f'examples: {path}:{at + 1}: a block begins its line, with three backticks')
             if lines[at].startswith('```'):
                 end = next(index for index in range(at + 1, len(lines)) if lines[index].startswith('```'))
                 self.parts.append(Block(lines[at][3:], at + 1, lines[at + 1:end], comments))
@@ -131,6 +133,8 @@ class Shell:
     def __init__(self, folder, commands):
         environment = dict(os.environ, PATH=f'{folder}/bin:{commands}:{os.environ["PATH"]}', LC_ALL='C.UTF-8',
                            TZ='UTC', kivcs2_folder=str(commands))
+        for name in ('BASH_ENV', 'KIV_LOG_STDERR', 'KIV_JSON_RECORDS'):
+            environment.pop(name, None)
         script, self.input = os.pipe()
         self.bash = subprocess.Popen(['bash', '--norc', f'/dev/fd/{script}'], cwd=folder, env=environment,
                                      pass_fds=[script], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
@@ -314,6 +318,8 @@ def main():
                 ran += run_words(folder, commands)
             except Fault as fault:
                 faults.append(f'kivcs2 {fault}')
+    if not (arguments[2:] or ran and compiled):
+        faults.append('no commands or no blocks of C')
     for fault in faults:
         print(f'examples: {fault}', file=sys.stderr)
     print(f'examples: {ran} commands run, {compiled} blocks of C compiled, {len(paths)} pages')

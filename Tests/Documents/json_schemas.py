@@ -36,6 +36,7 @@ def unique(pairs):
 
 
 WORDS = pathlib.Path(__file__).with_name('json_words.sh')
+LONGEST = 700  # seconds of all commands
 DECODER = json.JSONDecoder(object_pairs_hook=unique)
 
 
@@ -156,9 +157,21 @@ class Check:
             self.fail(record, word, f'{len(values)} documents')
         for value in values:
             self.validate(record, word, value)
+        self.compare_code(record, word, values, holds_data)
         failed = any(has_error(value) for value in values)
-        if word and record.code is not None or values:
+        if values or kind == 'text' and record.code == 0:
             (self.failed if failed else self.succeeded).add(word)
+
+    def compare_code(self, record, word, values, holds_data):
+        """The failure at the end has the exit code of the command, and a command without a document has a reason."""
+        if record.code is None:
+            return
+        last = values[-1] if values else None
+        last = last[-1] if isinstance(last, list) and last else last
+        if isinstance(last, dict) and isinstance(last.get('error'), dict) and last['error'].get('exitCode') != record.code:
+            self.fail(record, word, f'the exit code is {record.code}')
+        if word and not values and self.schemas.kinds[word] == 'document' and not (holds_data and record.code == 0):
+            self.fail(record, word, f'no document, exit code {record.code}')
 
     def validate(self, record, word, value):
         validator = self.schemas.validators[word or 'help']
@@ -198,8 +211,11 @@ def main():
         own.mkdir()
         work.mkdir()
         environment = dict(os.environ, KIV_JSON_RECORDS=str(own), commands=str(commands), examples=str(examples))
-        subprocess.run(['bash', str(WORDS)], cwd=work, env=environment, stdin=subprocess.DEVNULL,
-                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+        try:
+            subprocess.run(['bash', str(WORDS)], cwd=work, env=environment, stdin=subprocess.DEVNULL, timeout=LONGEST,
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+        except subprocess.TimeoutExpired:
+            check.faults.append(f'{WORDS.name} does not end')
         for path in sorted(own.iterdir()):
             check.take(Record(path))
     for name in sorted(words):
@@ -210,9 +226,11 @@ def main():
     for folder in records:
         for path in sorted(folder.iterdir()):
             try:
-                check.take(Record(path))
-            except ValueError:
+                record = Record(path)
+            except ValueError:  # its process was killed
                 check.cut += 1
+            else:
+                check.take(record)
             path.unlink()
     for fault in check.faults:
         print(f'json_schemas: {fault}', file=sys.stderr)

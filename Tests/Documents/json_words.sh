@@ -2,11 +2,12 @@
 # Commands for json_schemas.py: each word of kivcs2 succeeds and fails. $commands is the folder of kivcs2, $examples
 # that of the example files. $bad is a file name with ESC, quotes, a line end and bytes that are not UTF-8.
 
+: "${commands:?}" "${examples:?}"
 export PATH=$commands:$PATH LC_ALL=C.UTF-8
 bad=$'b\e]0;x\a"\'\\\n\xff\xe2\x80\xae' nowhere=$'/nowhere/\e"\n\xff'
 j() { kivcs2 --json "$@"; }
-with_controller() { ${commands%/recorded}/kivcs2_with_controller --json "$@"; }
-cp $examples/captions.scc in.scc
+with_controller() { "${commands%/recorded}/kivcs2_with_controller" --json "$@"; }
+cp "$examples"/captions.scc in.scc
 kivcs2 caption convert in.scc in.mcc >log
 printf 'Scenarist_SCC V1.0\n\n00:00:01;00\t9420 94\e5 "c\xff\n\n00:00:02;99\t9420\n' >bad.scc
 cp bad.scc "$bad"

@@ -2,6 +2,7 @@
 that is killed."""
 import os
 import shutil
+import socket
 import subprocess
 import sys
 
@@ -18,7 +19,7 @@ def enter():
     if os.environ.get('KIV_INSIDE') == '1':
         set_up()
         return
-    for program in ('unshare', 'ip', 'bash'):
+    for program in ('unshare', 'ip', 'bash', 'mount'):
         if shutil.which(program) is None:
             skip(f'there is no program {program}')
     own = ['unshare', '--net', '--ipc', '--uts', '--mount', '--pid', '--fork', '--kill-child', '--mount-proc']
@@ -32,6 +33,7 @@ def enter():
 
 def set_up():
     del os.environ['KIV_INSIDE']
-    for line in ('ip link set lo up', 'ip route add 224.0.0.0/4 dev lo', 'hostname vm',
+    for line in ('ip link set lo up', 'ip route add 224.0.0.0/4 dev lo',
                  'mount -t tmpfs tmpfs /dev/shm', 'mount -t tmpfs tmpfs /run'):
         subprocess.run(line.split(), check=True)
+    socket.sethostname('vm')
