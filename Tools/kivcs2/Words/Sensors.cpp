@@ -325,7 +325,7 @@ void addSensorsCommand(Word &root, Context &context)
     shown.about(
         "Speeds in turns a minute, temperatures in degrees Celsius; power figures as the controller "
         "has them.\n"
-        "Exit code 5: the machine has no such controller, as most machines, or only root may read it.");
+        "Exit code 5: the machine has no such controller, like most machines, or only root may read it.");
     shown.example("kivcs2 sensors show");
     shown.runs([&context, keys] { return show(context.json, *keys); });
 

@@ -472,7 +472,7 @@ void describeWords(Word &tc)
         "Subtracts the others from the first, with a day of 24 hours; the output names the day if the\n"
         "result leaves the first day. Numbers and durations are read as by kivcs2 tc add.");
     tc.below("diff").about(
-        "Prints the way as a timecode, in frames, and in seconds at the exact rate; negative if\n"
+        "Prints the difference as a timecode, in frames, and in seconds at the exact rate; negative if\n"
         "the second timecode is earlier.");
     tc.below("convert").about(
         "Prints the frame of the other rate that lies nearest to the same time since midnight, and both\n"
