@@ -12,14 +12,17 @@ class Handle:
     """An object of the library: who may use it, and how it is released.
 
     `release` is called once: by `close`, or when the owner is collected, or at the end of the interpreter. It must not
-    reference the owner, which would then never be collected. A child of fork() releases nothing: it has only a copy.
+    reference the owner, which would then never be collected. A child of fork() has only a copy, with the files of its
+    parent: it may not use it, and closing it releases nothing.
     """
 
     def __init__(self, owner: object, release: "Callable[[], Any]") -> None:
         self._name = type(owner).__name__
         self._lock = threading.Lock()
         self._user = 0
-        self._finalizer = weakref.finalize(owner, _release_in, os.getpid(), release)
+        self._process = os.getpid()
+        self._release = release
+        self._finalizer = weakref.finalize(owner, _release_in, self._process, self._lock, release)
 
     @property
     def closed(self) -> bool:
@@ -29,11 +32,16 @@ class Handle:
         """Takes the object for one call. Waits for another thread; a callback of the same call is refused."""
         if self._user == threading.get_ident():
             raise RuntimeError(f"a callback of this {self._name} must not use it")
+        if os.getpid() != self._process:  # the lock may be held by a thread that only the parent has
+            raise RuntimeError(f"this {self._name} belongs to the process that made it")
         self._lock.acquire()
-        self._user = threading.get_ident()
-        if self.closed:
+        try:
+            self._user = threading.get_ident()
+            if self.closed:
+                raise ValueError(f"this {self._name} is closed")
+        except BaseException:  # an interrupt too must not leave it locked
             self.__exit__()
-            raise ValueError(f"this {self._name} is closed")
+            raise
 
     def __exit__(self, *_: object) -> None:
         self._user = 0
@@ -43,16 +51,32 @@ class Handle:
         """Releases the object; a second call is harmless."""
         if self.closed:
             return
+        if os.getpid() != self._process:
+            self._finalizer.detach()
+            return
         try:
             with self:
-                self._finalizer()
+                self._finalizer.detach()
+                self._release()
         except ValueError:
             pass  # another thread closed it meanwhile
 
 
-def _release_in(process: int, release: "Callable[[], Any]") -> None:
-    if os.getpid() == process:
+_PATIENCE = 0.2  # seconds
+
+
+def _release_in(process: int, lock: threading.Lock, release: "Callable[[], Any]") -> None:
+    """Releases an object that was collected, or that is left at the end of the interpreter.
+
+    A daemon thread may then still be in a call with it. If the call does not end soon, nothing is released: the process
+    ends, and the thread would use released memory.
+    """
+    if os.getpid() != process or not lock.acquire(timeout=_PATIENCE):
+        return
+    try:
         release()
+    finally:
+        lock.release()
 
 
 class Closing:
@@ -67,6 +91,9 @@ class Closing:
     def close(self) -> None:
         """Releases the memory and the file; a second call is harmless."""
         self._handle.close()
+
+    def __reduce__(self) -> Any:
+        raise TypeError(f"a {type(self).__name__} cannot be copied or pickled")
 
     def __enter__(self) -> Any:
         if self.closed:

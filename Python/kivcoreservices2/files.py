@@ -385,6 +385,28 @@ def _kind_of(path: Optional[bytes], kind: Optional[CaptionKind]) -> CaptionKind:
     return _ENDINGS[ending]
 
 
+def _take_over(file: int, before: os.stat_result) -> None:
+    """Gives a new file the owner, the group and the rights of the one it replaces, as far as the system allows."""
+    def kept(user: int, group: int) -> bool:
+        try:
+            os.chown(file, user, group)
+        except OSError:
+            return False
+        return True
+    own, mode = os.fstat(file), stat.S_IMODE(before.st_mode)
+    # The rights come last: a change of the owner clears the set-id bits, which another owner must not get.
+    has_group = own.st_gid == before.st_gid or kept(-1, before.st_gid)
+    has_owner = own.st_uid == before.st_uid or kept(before.st_uid, -1)
+    if not (has_group and has_owner):
+        mode &= ~(stat.S_ISUID | stat.S_ISGID)
+    if not has_group:
+        mode &= ~stat.S_IRWXG | (mode & stat.S_IRWXO) << 3  # another group gets the rights of all
+    try:
+        os.chmod(file, mode)
+    except OSError:
+        pass  # some file systems have no modes
+
+
 class CaptionWriter(Closing):
     """Writes an SCC, MCC, SRT or WebVTT file with rising frames.
 
@@ -392,8 +414,8 @@ class CaptionWriter(Closing):
             writer.write(packet)
 
     Leaving `with` normally finishes the file. A file appears whole, under its name, when it is finished; after an
-    exception, or without `finish`, nothing is left of it and an older file keeps its content. Other targets (a pipe, a
-    device) are written directly.
+    exception, or without `finish`, nothing is left of it and an older file keeps its content. It gets the owner, group
+    and rights of an older file, as far as the system allows. Other targets (a pipe, a device) are written directly.
 
     `target`: a path (str, bytes or os.PathLike), or None for memory, read by `getvalue`. `kind`: without it, that of
     the target's ending. `header`: UUID, program, date and time of an MCC file; missing texts are filled in.
@@ -433,19 +455,25 @@ class CaptionWriter(Closing):
         if self._path is None:
             return self._source.grow()
         try:
-            self._mode: Optional[int] = os.stat(self._path).st_mode
+            self._before: Optional[os.stat_result] = os.stat(self._path)
         except OSError:
-            self._mode = None
-        if self._mode is not None and not stat.S_ISREG(self._mode):
+            self._before = None
+        if self._before is not None and not stat.S_ISREG(self._before.st_mode):
             return self._source.open(self._path, b"w")
         self._path = os.path.realpath(self._path)  # a link stays a link
-        temporary = self._path + b".%d-%s.tmp" % (os.getpid(), secrets.token_hex(4).encode())
+        # Not the target's name with an ending, which could be too long.
+        temporary = os.path.join(os.path.dirname(self._path), b".kivcs2-" + secrets.token_hex(8).encode())
         try:
-            self._source.open(temporary, b"wx")
+            # An older file may be private: the new one is, until it gets its rights.
+            rights = 0o666 if self._before is None else 0o600
+            os.close(os.open(temporary, os.O_WRONLY | os.O_CREAT | os.O_EXCL, rights))
+            self._source.temporary = os.fsdecode(temporary)
+            self._source.open(temporary, b"w")
         except OpenError as error:
             error.filename = os.fsdecode(self._path)
             raise
-        self._source.temporary = os.fsdecode(temporary)
+        except OSError as error:
+            raise OpenError("open", os.fsdecode(self._path), error.strerror or "") from None
         return None
 
     def _call(self, operation: Any, *arguments: Any) -> None:
@@ -493,8 +521,10 @@ class CaptionWriter(Closing):
     def _place(self) -> None:
         if self._source.temporary is None:
             return
-        if self._mode is not None:
-            os.chmod(self._source.temporary, stat.S_IMODE(self._mode))
+        with open(self._source.temporary, "rb") as file:
+            if self._before is not None:
+                _take_over(file.fileno(), self._before)
+            os.fsync(file.fileno())  # its content is on the disk before its name is
         os.replace(self._source.temporary, os.fsdecode(self._path))  # type: ignore[arg-type]
         self._source.temporary = None
 
@@ -545,6 +575,10 @@ def convert_captions(source: Path, target: Path, kind: Optional[CaptionKind] = N
     """
     as_bool(sparse, "sparse")
     as_bool(keep_going, "keep_going")
+    if service is not None:
+        service_number(service)  # refuses another name, also for targets without services
+    if on_fault is not None and not callable(on_fault):
+        raise TypeError("on_fault must be a function of one FileFault")
     lost: "List[FileFault]" = []
 
     def take(fault: FileFault) -> None:

@@ -262,10 +262,12 @@ class ServiceEntry:
     def _record(self) -> records.KIVCS2CaptionServiceEntry:
         if not isinstance(self.language, str):
             raise TypeError(f"language must be str, not {type(self.language).__name__}")
-        language = self.language.encode("ascii", "replace")
-        if len(language) > 3 or b"\0" in language:
+        if self.language and not (len(self.language) == 3 and all("!" <= letter <= "~" for letter in self.language)):
             raise ValueError(f"language must be three letters, not {self.language!r}")
-        return records.KIVCS2CaptionServiceEntry(service_number(self.service), language,
+        number = service_number(self.service)
+        if number > 63 and self.service.upper() not in ("CC1", "CC3"):
+            raise ValueError(f"a service list has S1 to S63, CC1 and CC3, not {self.service!r}")
+        return records.KIVCS2CaptionServiceEntry(number, self.language.encode(),
                                                  as_bool(self.easy_reader, "easy_reader"), as_bool(self.wide, "wide"))
 
 
@@ -356,7 +358,7 @@ class CaptionPacket:
         Raises NoDataError for no bytes and NoRoomError for more than 259 bytes (a CDP: 255).
         """
         record, given = records.KIVCS2CaptionPacket(), as_bytes(data, "data")
-        library.kivCS2CaptionPacket_parse(byref(record), given, len(given))
+        library.kivCS2CaptionPacket_parse(byref(record), given, min(len(given), 0xFFFFFFFF))  # more would wrap
         record.m_frame = as_frame(frame)
         return cls._of(record)
 
@@ -580,7 +582,7 @@ def find_packets(carrier: Carrier, data: BytesLike, any_packet: bool = False) ->
             raise ValueError(f"any_packet: only DID and SDID mark a packet in {Carrier(carrier).name}")
         form |= _ANY_PACKET
     given, offset = as_bytes(data, "data"), c_uint64(0)
-    while True:
+    while offset.value < len(given):
         record, place = records.KIVCS2CaptionPacket(), records.KIVCS2CaptionPlace()
         try:
             library.kivCS2CaptionPacket_find(form, given, len(given), byref(offset), byref(record), byref(place))

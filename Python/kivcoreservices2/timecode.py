@@ -129,7 +129,7 @@ class Timecode:
             raise TypeError(f"seconds must be float, not {type(seconds).__name__}")
         _check_rate("initWithSeconds")
         rate, value = real_frames_per_second(), c_uint64()
-        if not 0 <= seconds * rate < _INVALID:
+        if not (0 <= seconds < _INVALID and seconds * rate < _INVALID):
             raise ValueError(f"{seconds} seconds are no time from midnight on")
         _operation("initWithSeconds")(byref(value), seconds)
         return cls._of(value)
@@ -299,6 +299,8 @@ class Timecode:
 
     def same_time(self, other: Timecode) -> bool:
         """Returns True if the frames since midnight are equal, whatever the dates are."""
+        if not isinstance(other, Timecode):
+            raise TypeError(f"other must be Timecode, not {type(other).__name__}")
         return _stored("compare", c_int32, self._pointer(), other._pointer()) == 0
 
     def __eq__(self, other: object) -> bool:

@@ -246,6 +246,17 @@ class Files(WithFolder):
         with kiv.CaptionReader(Path(target)) as reader:
             packet = reader.read()
         self.assertEqual((packet.frame, packet.sequence, packet.pairs), (25, 0, ((b"\x94\x20",), (b"\x80\x80",))))
+        longest = self.path("b" * 251 + ".mcc")  # as long as a name may be
+        os.chmod(target, 0o600)
+        if os.geteuid() == 0:
+            os.chown(target, 1234, 4321)
+        before = os.stat(target)
+        with kiv.CaptionWriter(longest, counting="25"), kiv.CaptionWriter(target, counting="25"):
+            private = [name for name in os.listdir(self.folder) if os.stat(self.path(name)).st_mode & 0o777 == 0o600]
+            self.assertEqual(len(private), 3)  # the old file, the link to it, and the file in the making
+        after = os.stat(target)
+        self.assertEqual((after.st_uid, after.st_gid, after.st_mode), (before.st_uid, before.st_gid, before.st_mode))
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a.mcc", os.path.basename(longest), "link.mcc"])
 
     def test_what_a_header_says(self):
         header = kiv.CaptionHeader(program="Zürich", uuid="U", date="D", time="T")
@@ -271,6 +282,7 @@ class Files(WithFolder):
             data = kiv.wrap_packets(carrier, [packet], rtp=kiv.RTPHeader(sequence=70000), line=room)
             (found, place), = kiv.find_packets(carrier, data)
             self.assertEqual(found, packet, carrier)
+            self.assertEqual(list(kiv.find_packets(carrier, b"")), [])
         self.assertEqual(place.rtp.sequence, 70000)
         newer = pickle.loads(pickle.dumps(packet))
         newer._record.m_faults = 1 << 60  # of a library that knows more faults
@@ -298,6 +310,10 @@ class Ownership(WithFolder):
                      reader.__enter__):
             with self.assertRaises(ValueError):
                 call()
+        for each in (reader, writer, decoder):
+            for take in (copy.copy, copy.deepcopy, pickle.dumps):
+                with self.assertRaisesRegex(TypeError, "cannot be copied"):  # two owners would release it twice
+                    take(each)
         self.assertEqual((first.text[:4], packet.line > 0), ("GOOD", True))  # values outlive what they came from
         self.assertEqual((len(first.cells), first.cells[0].text), (37, "G"))
 
@@ -383,13 +399,51 @@ class Ownership(WithFolder):
         target = self.path("a.mcc")
         writer = kiv.CaptionWriter(target, counting="25")
         writer.write_captions(0)
+        inside, forked = threading.Event(), threading.Event()
+
+        def wait(_):
+            inside.set()
+            forked.wait(60)
+        reader = kiv.CaptionReader.from_bytes(scc("01:00:00;00 9420"), on_fault=wait)
+        thread = threading.Thread(target=reader.read)
+        thread.start()
+        self.assertTrue(inside.wait(60))
         child = os.fork()
-        if child == 0:
+        if child == 0:  # the thread that holds the reader does not exist here
+            refused = 0
+            for call in (lambda: writer.write_captions(1), writer.finish, lambda: reader.report):
+                try:
+                    call()
+                except RuntimeError:
+                    refused += 1
+            reader.close()
             writer.close()
-            os._exit(0)
-        self.assertEqual(os.waitpid(child, 0)[1], 0)
+            os._exit(refused + 10 * (reader.closed and writer.closed))
+        forked.set()
+        thread.join(60)
+        self.assertEqual(os.waitpid(child, 0)[1] >> 8, 13)
         writer.finish()
         self.assertEqual(os.listdir(self.folder), ["a.mcc"])
+
+    def test_the_interpreter_ends_during_a_call(self):
+        rows = [f"{hour:02}:{minute:02}:00;02\t9420 942c" for hour in reversed(range(24)) for minute in range(60)]
+        Path(self.path("long.scc")).write_bytes(scc(*rows * 20))
+        code = """
+import kivcoreservices2 as kiv, sys, threading
+started = threading.Barrier(4)
+def work():
+    while True:
+        readers.append(kiv.CaptionReader(sys.argv[1]))
+        if len(readers) < 4: started.wait()
+        try: readers[-1].seek(0)
+        except ValueError: return
+readers = []
+for _ in range(3): threading.Thread(target=work, daemon=True).start()
+started.wait()
+"""
+        done = subprocess.run([sys.executable, "-c", code, self.path("long.scc")], check=False, timeout=60,
+                              env={**os.environ, "PYTHONPATH": PACKAGE}, capture_output=True)
+        self.assertEqual(done.returncode, 0)
 
 
 class Arguments(unittest.TestCase):
@@ -406,6 +460,8 @@ class Arguments(unittest.TestCase):
             lambda: kiv.CaptionPacket.build("25", 0, (["ab"], [])), lambda: decoder.feed(b""), lambda: decoder.feed(None),
             lambda: writer.write(None), lambda: writer.write_caption("text"), lambda: decoder.finish(1.0),
             lambda: kiv.CaptionWriter(None, SRT, counting="25", header={}), lambda: kiv.Timecode(1.5),
+            lambda: kiv.convert_captions(EXAMPLE, "a.mcc", service=5), lambda: time.same_time(5),
+            lambda: kiv.convert_captions(EXAMPLE, "a.mcc", on_fault=5),
             lambda: kiv.Timecode(None), lambda: kiv.Timecode(True), lambda: time - "1", lambda: time * 1.5,
             lambda: kiv.set_frame_rate(29.97), lambda: kiv.CaptionDecoder(5), lambda: kiv.describe_pair("ab"),
             lambda: kiv.wrap_packets(kiv.Carrier.RTP, [b""]), lambda: list(kiv.find_packets(kiv.Carrier.RTP, None)))
@@ -417,6 +473,10 @@ class Arguments(unittest.TestCase):
             lambda: kiv.CaptionPacket.build("25", services=[kiv.ServiceEntry("S64")]), lambda: kiv.Timecode(2**32),
             lambda: kiv.CaptionPacket.build("25", services=[kiv.ServiceEntry("S1")] * 16), lambda: kiv.Timecode("1:2"),
             lambda: kiv.Timecode("10:00:00:00 "), lambda: kiv.Timecode("0.1.2026 00:00:00:00"), lambda: time + 2**32,
+            *(lambda language=language: kiv.CaptionPacket.build("25", services=[kiv.ServiceEntry("S1", language)])
+              for language in ("en", "éng", "e g")),
+            lambda: kiv.CaptionPacket.build("25", services=[kiv.ServiceEntry("CC2")]),
+            lambda: kiv.convert_captions(EXAMPLE, "a.mcc", service="XX"), lambda: kiv.Timecode.from_seconds(10**400),
             lambda: kiv.Timecode.from_seconds(-1), lambda: kiv.set_frame_rate("26"), lambda: kiv.CaptionDecoder("CC5"),
             lambda: kiv.Timecode.from_seconds(float("nan")), lambda: kiv.Timecode.from_seconds(float("inf")),
             lambda: time.snapped(), lambda: time * -1, lambda: kiv.CaptionHeader(program="a\nb")._record(),
