@@ -66,10 +66,10 @@ typedef struct KIVCS2AudioFormatDescription
 {
     uint32_t m_encoding;           /**< four-character code: 'lpcm' or 'aac ' */
     uint32_t m_sampleRate;         /**< hertz */
-    uint32_t m_dataType;           /**< 0 or 1, with a meaning of the host's */
-    uint32_t m_dataStream;         /**< likewise */
-    uint32_t m_endian;             /**< likewise */
-    uint32_t m_alignment;          /**< likewise */
+    uint32_t m_dataType;           /**< 0 or 1, up to 15 in another code; the host gives it its meaning */
+    uint32_t m_dataStream;         /**< as `m_dataType` */
+    uint32_t m_endian;             /**< 0 or 1; the host gives it its meaning */
+    uint32_t m_alignment;          /**< as `m_endian` */
     uint32_t m_channels;           /**< 1 to 16 */
     uint32_t m_bytesPerSample;     /**< 1 to 8 */
     uint32_t m_bytesUsedPerSample; /**< 1 to 8; not checked against m_bytesPerSample */
@@ -79,10 +79,10 @@ typedef struct KIVCS2AudioFormatDescription
  * Packs a format code.
  * @param[in]  encoding            KIVCS2AFEncoding, 0 or 1
  * @param[in]  sampleRate          KIVCS2AFSampleRate, 0 or 1
- * @param[in]  dataType            0 or 1, with a meaning of the host's
- * @param[in]  dataStream          0 or 1, likewise
- * @param[in]  endian              0 or 1, likewise
- * @param[in]  alignment           0 or 1, likewise
+ * @param[in]  dataType            0 or 1; the host gives it its meaning
+ * @param[in]  dataStream          0 or 1, in the same way
+ * @param[in]  endian              0 or 1, in the same way
+ * @param[in]  alignment           0 or 1, in the same way
  * @param[in]  channels            1 to 16
  * @param[in]  bytesPerSample      1 to 8; 8 stops a build with assertions
  * @param[in]  bytesUsedPerSample  1 to 8; 8 stops a build with assertions

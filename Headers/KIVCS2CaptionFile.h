@@ -13,13 +13,16 @@
  * KIVCS2MemoryStream stream; // or a KIVCS2FileStream
  * KIVCS2CaptionFile file;
  * KIVCS2CaptionPacket packet;
+ * KIVCS2Status status;
  * kivCS2MemoryStream_initWithBytes(&stream, scc, sizeof scc - 1);
  * if (KIVCS2_FAILED(kivCS2CaptionFile_initReading(&file, &stream.m_stream, false, NULL)))
  *     return 1;
- * while (KIVCS2_SUCCEEDED(kivCS2CaptionFile_readPacket(&file, &packet)))
+ * while (KIVCS2_SUCCEEDED(status = kivCS2CaptionFile_readPacket(&file, &packet)))
  *     printf("%u ", packet.m_frame); // prints: 30 31
  * kivCS2CaptionFile_free(&file);
  * kivCS2MemoryStream_free(&stream.m_stream);
+ * if (status != KIVCS2STATUS_EOF_ERR)
+ *     return 1; // the file was not read to its end
  * @endcode
  *
  * Writing: initWriting, writeHeader, then writePacket, writeCaptions or writeText with rising frames,

@@ -45,10 +45,10 @@ enum
 
 struct KIVCS2LinkTreeNode;
 
-/** A tree; null while it is empty. */
+/** A tree. */
 typedef struct KIVCS2LinkTree
 {
-    struct KIVCS2LinkTreeNode *m_root; /**< the root */
+    struct KIVCS2LinkTreeNode *m_root; /**< the root; null while the tree is empty */
 } KIVCS2LinkTree;
 
 /** Visits a node; 0 continues, any other result ends a search. It may release or detach its node. */

@@ -24,7 +24,7 @@
  *
  * @code
  * KIVCS2Socket *server, *client, *peer;
- * char text[16];
+ * char text[16] = ""; // a receive adds no zero byte
  * uint32_t count;
  * if (KIVCS2_FAILED(kivCS2Socket_createServer(&server, 0, 1, KIVCS2SocketOption_BindNow)) ||
  *     KIVCS2_FAILED(kivCS2Socket_createClient(&client, "127.0.0.1", ntohs(server->m_addr.sin_port), 0)) ||
@@ -429,12 +429,18 @@ KIVCS2_API KIVCS2Status kivCS2Socket_setOption(KIVCS2Socket *_socket, int32_t _l
 
 /** Stores whether a send to a peer that is gone fails with a status and raises no SIGPIPE. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getNoSigpipe(KIVCS2Socket *_socket, bool *_no_sigpipe);
-/** Sets it. With a `_no_sigpipe` of 0 such a send raises SIGPIPE too; with any other value it only fails. */
+/**
+ * Sets what a send to a peer that is gone does: with a `_no_sigpipe` of 0 it fails and raises SIGPIPE, with
+ * any other value it only fails.
+ */
 KIVCS2_API KIVCS2Status kivCS2Socket_setNoSigpipe(KIVCS2Socket *_socket, int32_t _no_sigpipe);
 
 /** Stores whether an address that is in use may be bound. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getReuseAddress(KIVCS2Socket *_socket, bool *_reuse_address);
-/** Sets it: a `_reuse_address` of 0 forbids, any other value allows. Call this before binding. */
+/**
+ * Sets whether an address that is in use may be bound: a `_reuse_address` of 0 forbids it, any other value
+ * allows it. Call this before binding.
+ */
 KIVCS2_API KIVCS2Status kivCS2Socket_setReuseAddress(KIVCS2Socket *_socket, int32_t _reuse_address);
 
 /** Stores the smallest number of bytes that makes a receive return. */
@@ -480,7 +486,10 @@ KIVCS2_API KIVCS2Status kivCS2Socket_setLinger(KIVCS2Socket *_socket, bool _ling
 
 /** Stores whether small sends go out at once. */
 KIVCS2_API KIVCS2Status kivCS2Socket_getTCPNodelay(KIVCS2Socket *_socket, bool *_tcp_nodelay);
-/** Sets it: a `_tcp_nodelay` of 0 lets the system gather small sends. Only for stream sockets. */
+/**
+ * Sets whether small sends go out at once: with a `_tcp_nodelay` of 0 the system gathers them. Only for
+ * stream sockets.
+ */
 KIVCS2_API KIVCS2Status kivCS2Socket_setTCPNodelay(KIVCS2Socket *_socket, int32_t _tcp_nodelay);
 
 /** Stores the number of routers that a datagram to a group may pass, plus 1. */

@@ -27,7 +27,7 @@
  * if (KIVCS2_FAILED(kivCS2Task_create(&task, "/bin/echo", arguments)))
  *     return 1;
  * kivCS2Task_setPipedIO(task, 1);
- * if (KIVCS2_SUCCEEDED(kivCS2Task_launch(task)) && // waits for its end
+ * if (KIVCS2_SUCCEEDED(kivCS2Task_launch(task)) && // waits; a pipe holds 64 KiB
  *     KIVCS2_SUCCEEDED(kivCS2Task_readOutput(task, true, text, sizeof text - 1, &count)))
  *     printf("%d: %s", task->m_exitCode, text); // prints: 0: on air
  * kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);

@@ -365,7 +365,7 @@ public:
     void addDays(uint32_t days) noexcept;
     /** The day is not clamped to the new month. */
     void addMonths(uint32_t months) noexcept;
-    /** In 16 bits. */
+    /** The year wraps at 65536. */
     void addYears(uint32_t years) noexcept;
     /** Adds the frame count and then the day field of the other object, which may be this one. */
     void addTimecode(const KIVProjectTimecode &other) noexcept;
@@ -446,7 +446,7 @@ public:
     void snapToMinute(uint32_t minutes) noexcept;
     /** Rounds down to hours of timecode; 0 changes nothing. */
     void snapToHour(uint32_t hours) noexcept;
-    /** The frame count is 0; the date does not count. */
+    /** True if the frame count is 0, whatever the date is. */
     KIV_NODISCARD constexpr bool isZeroTime() const noexcept
     {
         return framesSinceMidnight() == 0;
@@ -524,7 +524,7 @@ public:
     {
         return left.m_fields == right.m_fields;
     }
-    /** A bit differs. */
+    /** True if any bit differs. */
     friend constexpr bool operator!=(const KIVProjectTimecode &left, const KIVProjectTimecode &right) noexcept
     {
         return left.m_fields != right.m_fields;
