@@ -18,8 +18,8 @@ class Handle:
 
     def __init__(self, owner: object, release: "Callable[[], Any]") -> None:
         self._name = type(owner).__name__
-        self._lock = threading.Lock()
-        self._user = 0
+        self._lock = threading.RLock()
+        self._inside = False  # a call is running, in the thread that has the lock
         self._process = os.getpid()
         self._release = release
         self._finalizer = weakref.finalize(owner, _release_in, self._process, self._lock, release)
@@ -28,24 +28,20 @@ class Handle:
     def closed(self) -> bool:
         return not self._finalizer.alive
 
-    def __enter__(self) -> None:
-        """Takes the object for one call. Waits for another thread; a callback of the same call is refused."""
-        if self._user == threading.get_ident():
-            raise RuntimeError(f"a callback of this {self._name} must not use it")
+    def run(self, function: "Callable[..., Any]", *arguments: Any) -> Any:
+        """Makes one call with the object. Waits for another thread; a callback of the same call is refused."""
         if os.getpid() != self._process:  # the lock may be held by a thread that only the parent has
             raise RuntimeError(f"this {self._name} belongs to the process that made it")
-        self._lock.acquire()
-        try:
-            self._user = threading.get_ident()
+        with self._lock:  # not a `with` of Python code: an interrupt in that would leave it locked
+            if self._inside:
+                raise RuntimeError(f"a callback of this {self._name} must not use it")
             if self.closed:
                 raise ValueError(f"this {self._name} is closed")
-        except BaseException:  # an interrupt too must not leave it locked
-            self.__exit__()
-            raise
-
-    def __exit__(self, *_: object) -> None:
-        self._user = 0
-        self._lock.release()
+            self._inside = True
+            try:
+                return function(*arguments)
+            finally:
+                self._inside = False
 
     def close(self) -> None:
         """Releases the object; a second call is harmless."""
@@ -55,17 +51,19 @@ class Handle:
             self._finalizer.detach()
             return
         try:
-            with self:
-                self._finalizer.detach()
-                self._release()
+            self.run(self._close)
         except ValueError:
             pass  # another thread closed it meanwhile
+
+    def _close(self) -> None:
+        self._finalizer.detach()
+        self._release()
 
 
 _PATIENCE = 0.2  # seconds
 
 
-def _release_in(process: int, lock: threading.Lock, release: "Callable[[], Any]") -> None:
+def _release_in(process: int, lock: Any, release: "Callable[[], Any]") -> None:
     """Releases an object that was collected, or that is left at the end of the interpreter.
 
     A daemon thread may then still be in a call with it. If the call does not end soon, nothing is released: the process

@@ -270,17 +270,19 @@ class CaptionDecoder(Closing):
         self._handle = Handle(self, release)
 
     def _call(self, operation: Any, *arguments: Any) -> "list[Caption]":
-        with self._handle:
-            try:
-                operation(byref(self._record), *arguments)
-            except Exception:
-                if self._errors:
-                    raise self._errors.pop() from None
-                raise
-            finally:
-                captions = self._captions[:]
-                self._captions.clear()
-                self._errors.clear()
+        return self._handle.run(self._collect, operation, *arguments)
+
+    def _collect(self, operation: Any, *arguments: Any) -> "list[Caption]":
+        try:
+            operation(byref(self._record), *arguments)
+        except Exception:
+            if self._errors:
+                raise self._errors.pop() from None
+            raise
+        finally:
+            captions = self._captions[:]
+            self._captions.clear()
+            self._errors.clear()
         return captions
 
     def feed(self, packet: CaptionPacket) -> "list[Caption]":
@@ -297,8 +299,7 @@ class CaptionDecoder(Closing):
     def report(self) -> DecoderReport:
         """The totals since the decoder was made."""
         record = records.KIVCS2CaptionDecoderReport()
-        with self._handle:
-            library.kivCS2CaptionDecoder_getReport(byref(self._record), byref(record))
+        self._handle.run(library.kivCS2CaptionDecoder_getReport, byref(self._record), byref(record))
         met = tuple(name for place, name in enumerate(_LINE21) if record.m_met.m_line21 >> place & 1)
         met += tuple(f"S{number}" for number in range(1, 64) if record.m_met.m_dtvcc >> number & 1)
         return DecoderReport(met, record.m_texts, (record.m_pairs[0], record.m_pairs[1]), record.m_dtvccPackets, record.m_dtvccCut,

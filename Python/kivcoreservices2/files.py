@@ -290,17 +290,19 @@ class CaptionReader(Closing):
         return 0
 
     def _call(self, operation: Any, *arguments: Any) -> None:
-        with self._handle:
-            try:
-                operation(byref(self._source.file), *arguments)
-            except StatusError as error:
-                raised, self._raised = self._raised, None
-                if raised is not None:
-                    raise raised from None
-                error.filename = self._name
-                if self._last is not None and self._last.status == error.status:
-                    self._last._place(error)
-                raise
+        self._handle.run(self._checked, operation, *arguments)
+
+    def _checked(self, operation: Any, *arguments: Any) -> None:
+        try:
+            operation(byref(self._source.file), *arguments)
+        except StatusError as error:
+            raised, self._raised = self._raised, None
+            if raised is not None:
+                raise raised from None
+            error.filename = self._name
+            if self._last is not None and self._last.status == error.status:
+                self._last._place(error)
+            raise
 
     @property
     def header(self) -> CaptionHeader:
@@ -477,12 +479,11 @@ class CaptionWriter(Closing):
         return None
 
     def _call(self, operation: Any, *arguments: Any) -> None:
-        with self._handle:
-            try:
-                operation(byref(self._source.file), *arguments)
-            except StatusError as error:
-                error.filename = None if self._path is None else os.fsdecode(self._path)
-                raise
+        try:
+            self._handle.run(operation, byref(self._source.file), *arguments)
+        except StatusError as error:
+            error.filename = None if self._path is None else os.fsdecode(self._path)
+            raise
 
     def write(self, packet: CaptionPacket) -> None:
         """Writes a packet: an MCC file gets its bytes unchanged, an SCC file the pairs of its field."""
@@ -507,16 +508,18 @@ class CaptionWriter(Closing):
         """Completes the file, gives it its name and closes the writer. On failure nothing is left of it."""
         try:
             self._call(library.kivCS2CaptionFile_finish)
-            with self._handle:
-                if self._path is None:
-                    self._value = self._source.content()
-                self._source.close_stream()
-                self._place()
+            self._handle.run(self._complete)
         except StatusError as error:
             error.filename = None if self._path is None else os.fsdecode(self._path)
             raise
         finally:
             self.close()
+
+    def _complete(self) -> None:
+        if self._path is None:
+            self._value = self._source.content()
+        self._source.close_stream()
+        self._place()
 
     def _place(self) -> None:
         if self._source.temporary is None:

@@ -10,6 +10,7 @@ import os
 import pickle
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -394,6 +395,29 @@ class Ownership(WithFolder):
         for thread in threads:
             thread.join(60)
         self.assertEqual((errors, set(results), len(set(counted)), len(counted)), ([], {True}, 163, 163))
+
+    def test_an_interrupt_leaves_nothing_locked(self):
+        data, stopped = EXAMPLE.read_bytes(), []
+
+        def interrupt(_signal, _frame):
+            stopped.append(1)
+            raise KeyboardInterrupt
+        self.addCleanup(signal.signal, signal.SIGALRM, signal.signal(signal.SIGALRM, interrupt))
+        for turn in range(400):
+            reader = kiv.CaptionReader.from_bytes(data)
+            try:
+                signal.setitimer(signal.ITIMER_REAL, 0.0002 + 0.00007 * (turn % 17))
+                for _ in reader:
+                    pass
+                signal.setitimer(signal.ITIMER_REAL, 0)
+            except KeyboardInterrupt:
+                pass
+            signal.setitimer(signal.ITIMER_REAL, 0)
+            closing = threading.Thread(target=reader.close, daemon=True)
+            closing.start()
+            closing.join(10)
+            self.assertTrue(reader.closed)
+        self.assertTrue(stopped)
 
     def test_a_forked_child_releases_nothing(self):
         target = self.path("a.mcc")
