@@ -103,8 +103,9 @@ void meetDeath(int fd, size_t &size)
 {
     Faults &now = faults();
     const int pipe = now.deathPipe;
-    if (pipe < 0 || fd != g_CSTaskServer.m_descriptors[static_cast<size_t>(pipe)] ||
-        (getpid() == g_CSTaskServer.m_hostPid) != now.hostDies)
+    // In a host that lives, another thread may be changing the descriptors.
+    if (pipe < 0 || (getpid() == g_CSTaskServer.m_hostPid) != now.hostDies ||
+        fd != g_CSTaskServer.m_descriptors[static_cast<size_t>(pipe)])
         return;
     if (now.bytes == 0)
         die(pipe);
