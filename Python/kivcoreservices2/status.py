@@ -183,7 +183,7 @@ class SemaphoreBusyError(StatusError):
     status, name, text = 0x8000001b, "KIVCS2STATUS_SEMAPHORE_BUSY_ERR", "the semaphore would block (test-wait)"
 
 
-class SystemError(StatusError):
+class SystemCallError(StatusError):
     status, name, text = 0x8000001c, "KIVCS2STATUS_SYSTEM_ERR", "a system call failed"
 
 

@@ -3,6 +3,7 @@
 #   bindings.py <folder of the package> <library> <kivcs2> <root of the tree> [argument of unittest...]
 # With KIV_CAPTION_CORPUS the files of that folder are compared too.
 import ast
+import builtins
 import copy
 import gc
 import json
@@ -66,6 +67,7 @@ class Headers(unittest.TestCase):
             self.assertEqual((found.name, found.status, found.text), (name, int(value, 16), text))
             self.assertIn(found.__name__, kiv.__all__)
         self.assertEqual(len(rows) + 1, len(kiv.status.__all__))
+        self.assertEqual(set(), set(kiv.__all__) & set(dir(builtins)))  # import * hides nothing of Python's
 
     def test_enumerations(self):
         carriers = {"8BitWithADF": "WORDS_8BIT_ADF", "8Bit": "WORDS_8BIT", "10BitWithADF": "WORDS_10BIT_ADF",
