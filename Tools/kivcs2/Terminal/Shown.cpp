@@ -24,6 +24,7 @@ constexpr std::array kSteering = {
     PointRange{0x200E, 0x200F}, // left-to-right and right-to-left mark
     PointRange{0x2028, 0x202E}, // line and paragraph separator, embeddings and overrides
     PointRange{0x2066, 0x2069}, // isolates
+    PointRange{0xFEFF, 0xFEFF}, // byte-order mark, which nothing shows
 };
 
 struct Character

@@ -9,8 +9,8 @@ namespace tool
 {
 
 /// Escapes characters that break a line or control a terminal: control characters of both sets (U+0000 to
-/// U+001F, U+007F to U+009F), line and paragraph separators, marks that change the direction of writing, and
-/// bytes that are not UTF-8 become \xNN, byte by byte. Escaped text stays unchanged.
+/// U+001F, U+007F to U+009F), line and paragraph separators, marks that change the direction of writing, the
+/// byte-order mark, and bytes that are not UTF-8 become \xNN, byte by byte. Escaped text stays unchanged.
 [[nodiscard]] std::string visible(std::string_view text);
 
 /// Writes the same characters of a JSON text as \uNNNN, so that a reader gets the original values.
