@@ -437,6 +437,7 @@ TEST(OwnNetworks, AHostIsHeardOnTheNetworksThatItMayBeOn)
         EXPECT_EQ(networks.areAll(heardOn, true), own);
     }
     EXPECT_TRUE(OwnNetworks{}.areAll(std::vector{2}, false)) << "the system has reported none";
+    EXPECT_TRUE(OwnNetworks::read().isOwn({htonl(INADDR_LOOPBACK)}) && !OwnNetworks::read().areAll({}, true));
 }
 
 // The second network answers later, on another thread: the first result is not the whole list.

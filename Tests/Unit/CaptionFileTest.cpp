@@ -675,6 +675,8 @@ TEST(CaptionFileArguments, AreChecked)
         KIV_REQUIRES(kivCS2CaptionFile_readPacket, "file->m_state", &file, &packet),
         KIV_REQUIRES(kivCS2CaptionFile_getFaultCount, "kiv::cc::faultRow(fault) != nullptr", &file, 0, &count,
                      nullptr),
+        KIV_REQUIRES(kivCS2CaptionFile_getFaultCount, "count", &file, KIVCS2CaptionFault_Blanks, nullptr,
+                     nullptr),
         KIV_REQUIRES(kivCS2CaptionFile_free, "file", nullptr),
     });
     EXPECT_EQ(kivCS2CaptionFile_free(&file), KIVCS2STATUS_OK);
