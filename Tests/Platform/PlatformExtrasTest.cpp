@@ -105,8 +105,9 @@ TEST(Log, ASinkReceivesWholeFormattedMessages)
     os_log_with_type(log, OS_LOG_TYPE_DEFAULT, "%02i:%02i:%02i%c%02i\n", 1, 2, 3, ';', 4);
     EXPECT_EQ(errno, EBADF);
     os_log_with_type(log, OS_LOG_TYPE_DEFAULT, "100%% %s", "%n%s");
-    const std::string longText(5000, 'x');
+    const std::string longText(5000, 'x'), full(512, 'y'); // that of the buffer, without its end
     os_log_with_type(log, OS_LOG_TYPE_DEFAULT, "%s", longText.c_str());
+    os_log_with_type(log, OS_LOG_TYPE_DEFAULT, "%s", full.c_str());
     os_log_with_type(log, 1, "another type");
     KLSetEnabled(false);
     EXPECT_FALSE(os_log_type_enabled(log, OS_LOG_TYPE_DEFAULT));
@@ -116,7 +117,7 @@ TEST(Log, ASinkReceivesWholeFormattedMessages)
     EXPECT_FALSE(os_log_type_enabled(log, 1));
     os_release(log);
     KLSetSink(nullptr, nullptr);
-    EXPECT_EQ(messages, (std::vector<std::string>{"01:02:03;04", "100% %n%s", longText}));
+    EXPECT_EQ(messages, (std::vector<std::string>{"01:02:03;04", "100% %n%s", longText, full}));
 }
 
 TEST(Log, ASinkIsIdleOnceItIsReplaced)

@@ -226,6 +226,7 @@ TEST(RunLoopTimers, BelongToOneLoopInSeveralModes)
     EXPECT_TRUE(CFRunLoopTimerIsValid(timer.ref.get()));
     timer.add(kCFRunLoopDefaultMode, other.loop()); // may be added to another loop
     EXPECT_TRUE(timer.isIn(kCFRunLoopDefaultMode, other.loop()));
+    EXPECT_FALSE(timer.isIn(kCFRunLoopCommonModes, other.loop()));
 }
 
 // ---- Runs and modes ----
