@@ -101,6 +101,7 @@ const std::vector<FaultRow> kFaultRows = {
     {FAULT(Null), with(mcc(kLine), "UUID=u", std::string_view{"UUID=\0", 6}), 1, 3, 6, false},
     {FAULT(UnknownCharacter), mcc(with(kLine, "T52", "T5?") + kNext), 1, 6, 15, true},
     {FAULT(UnknownCharacter), scc("00:00:01:00\t9420 94x0\n00:00:02:00\t9420"), 1, 3, 20, true},
+    {FAULT(UnknownCharacter), scc("00:00:01:00\t9420 9420 9420 9x20\n00:00:02:00\t9420"), 1, 3, 29, true},
     {FAULT(LowerCase), data("QROO", "qrOO"), 1, 6, 29, false},
     {FAULT(LowerCase), data("ZZAEB4", "ZZaEB4"), 1, 6, 49, false},
     {FAULT(LowerCase), data("67ZZ", "67zZ"), 1, 6, 23, false},
