@@ -7,12 +7,18 @@
 #include "Private/Support/CFRef.h"
 
 #include "FailingAllocator.h"
+#include "NetworkNamespace.h"
 
+#include <KIVPlatform/KIVPNetService.h>
 #include <avahi-common/error.h>
+#include <avahi-common/simple-watch.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
@@ -93,6 +99,12 @@ public:
             sink.recordsFailed(AVAHI_ERR_NO_NETWORK); // the watch ends by itself
         return handle(error);
     }
+    std::unique_ptr<Handle> locate(const char *, const char *, const char *,
+                                   LocationSink &sink) noexcept override
+    {
+        sink.located("a-host-with-a-longer-name.local", 5000);
+        return nullptr;
+    }
     std::unique_ptr<Group> makeGroup(GroupSink &sink, int &error) noexcept override
     {
         std::unique_ptr<Group> group{new (std::nothrow) PlayedGroup{sink}};
@@ -134,6 +146,12 @@ CFRef<CFStringRef> text(const char *ascii)
     return CFRef<CFStringRef>{CFStringCreateWithCString(nullptr, ascii, kCFStringEncodingASCII)};
 }
 
+CFRef<CFDataRef> textData()
+{
+    return CFRef<CFDataRef>{CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(kText.data()),
+                                         static_cast<CFIndex>(kText.size()))};
+}
+
 TEST_F(BonjourAllocation, PublishingTellsAndLeavesARecordOfZeroes)
 {
     const size_t count = forEachAllocation(
@@ -159,6 +177,30 @@ TEST_F(BonjourAllocation, PublishingTellsAndLeavesARecordOfZeroes)
             EXPECT_EQ(kivCS2Bonjour_endPublishingService(&publisher), KIVCS2STATUS_OK);
         });
     EXPECT_GE(count, 8u); // three texts, service and state, names of the subscription, engine, backend, group
+}
+
+TEST_F(BonjourAllocation, APublishedServiceKeepsItsText)
+{
+    KIVCS2BonjourPublisher publisher;
+    announced = 0;
+    ASSERT_OK(kivCS2Bonjour_startPublishingService(&publisher, "", kType, "Ingest 1 of a longer name", 5000));
+    announced.wait(0);
+    const CFRef<CFDataRef> data = textData();
+    const size_t texts = forEachAllocation(
+        [&](size_t)
+        {
+            const bool isSet = CFNetServiceSetTXTData(publisher.m_service, data.get()) != 0;
+            EXPECT_EQ(isSet, !allocationFailed());
+        });
+    EXPECT_EQ(texts, 2u); // for the next announcement and for this one
+    const size_t names = forEachAllocation(
+        [&publisher](size_t)
+        {
+            const CFRef<CFStringRef> name{KIVPNetServiceCopyPublishedName(publisher.m_service)};
+            EXPECT_EQ(!name, allocationFailed());
+        });
+    EXPECT_EQ(names, 2u);
+    EXPECT_OK(kivCS2Bonjour_endPublishingService(&publisher));
 }
 
 TEST_F(BonjourAllocation, ASearchTellsOrListsLess)
@@ -238,8 +280,7 @@ TEST_F(BonjourAllocation, WaitingCallsTellAndKeepWhatTheyHad)
             }
         });
 
-    const CFRef<CFDataRef> data{CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(kText.data()),
-                                             static_cast<CFIndex>(kText.size()))};
+    const CFRef<CFDataRef> data = textData();
     const size_t count = forEachAllocation(
         [&](size_t)
         {
@@ -249,28 +290,97 @@ TEST_F(BonjourAllocation, WaitingCallsTellAndKeepWhatTheyHad)
     EXPECT_GE(count, 1u);
 }
 
-// The simulated network has the name, so the call ends by itself.
+// The simulated network has the name, so the call ends by itself. "": that of the machine, for the test a
+// longer one, if that is allowed.
 TEST_F(BonjourAllocation, ARefusedServiceKeepsItsText)
 {
-    const CFRef<CFDataRef> data{CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(kText.data()),
-                                             static_cast<CFIndex>(kText.size()))};
-    const CFRef<CFNetServiceRef> service{CFNetServiceCreate(nullptr, text("a-longer-domain.example").get(),
-                                                            text(kType).get(), text("A service").get(), 1)};
-    ASSERT_TRUE(CFNetServiceSetTXTData(service.get(), data.get()));
-    const size_t count = forEachAllocation(
-        [&service](size_t)
+    const auto publish = []
+    {
+        constexpr std::string_view kHost = "a-machine-with-a-longer-name";
+        (void)(unshare(CLONE_NEWUTS) == 0 && sethostname(kHost.data(), kHost.size()) == 0);
+        const CFRef<CFDataRef> data = textData();
+        for (const char *name : {"A service", ""})
         {
-            CFStreamError error{};
-            EXPECT_FALSE(
-                CFNetServiceRegisterWithOptions(service.get(), kCFNetServiceFlagNoAutoRename, &error));
-            EXPECT_NE(error.error, 0);
+            const CFRef<CFNetServiceRef> service{CFNetServiceCreate(
+                nullptr, text("a-longer-domain.example").get(), text(kType).get(), text(name).get(), 1)};
+            ASSERT_TRUE(CFNetServiceSetTXTData(service.get(), data.get()));
+            const size_t count = forEachAllocation(
+                [&service](size_t)
+                {
+                    CFStreamError error{};
+                    EXPECT_FALSE(CFNetServiceRegisterWithOptions(service.get(), kCFNetServiceFlagNoAutoRename,
+                                                                 &error));
+                    EXPECT_NE(error.error, 0);
+                });
+            EXPECT_GE(count, 3u);
+        }
+    };
+    std::thread{publish}.join(); // it has the machine's name alone
+}
+
+struct Unused final : BackendOwner, GroupSink
+{
+    void backendChanged() noexcept override {}
+    void announced() noexcept override {}
+    void nameTaken() noexcept override {}
+    void groupFailed(int) noexcept override {}
+};
+
+// The stack of this process, in a network of its own. There is no daemon, so no bus.
+TEST_F(BonjourAllocation, TheStackIsMadeAndAskedOrAnErrorIsTold)
+{
+    KIV_NEEDS_NETWORK_NAMESPACES();
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/dev/null", 1);
+    const CFRef<CFNetServiceRef> service{CFNetServiceCreate(nullptr, text("").get(), text(kType).get(),
+                                                            text("A service of a longer name").get(), 1)};
+    const auto ask = [&service](size_t)
+    {
+        setBackendForTesting(nullptr);
+        CFStreamError error{};
+        EXPECT_FALSE(CFNetServiceResolveWithTimeout(service.get(), 0, &error));
+        EXPECT_NE(error.error, 0);
+    };
+    const auto make = [](size_t)
+    {
+        const std::unique_ptr<AvahiSimplePoll, decltype(&avahi_simple_poll_free)> poll{
+            avahi_simple_poll_new(), avahi_simple_poll_free};
+        Unused sink;
+        int error = 0;
+        const auto backend = makeEmbeddedBackend(avahi_simple_poll_get(poll.get()), sink);
+        const auto group = backend ? backend->makeGroup(sink, error) : nullptr;
+        EXPECT_EQ(!group, allocationFailed());
+        EXPECT_EQ(error, backend && !group ? AVAHI_ERR_NO_MEMORY : 0);
+    };
+    NetworkNamespace{}.run(
+        [&]
+        {
+            EXPECT_GE(forEachAllocation(ask), 8u);
+            EXPECT_EQ(forEachAllocation(make), 2u);
         });
-    EXPECT_GE(count, 3u);
+    setBackendForTesting(nullptr);
+}
+
+void expectReadOrThrown(const std::function<void()> &read)
+{
+    const auto expectOne = [&read](size_t)
+    {
+        try
+        {
+            read();
+            EXPECT_FALSE(allocationFailed());
+        }
+        catch (const std::bad_alloc &)
+        {
+            EXPECT_TRUE(allocationFailed());
+        }
+    };
+    EXPECT_GE(forEachAllocation(expectOne), 1u);
 }
 
 // The text grows at 15 and 30 bytes, in the middle of any escape.
-TEST_F(BonjourAllocation, AHostNameIsReadWholeOrNotAtAll)
+TEST_F(BonjourAllocation, NamesAndNetworksAreReadWholeOrNotAtAll)
 {
+    expectReadOrThrown([] { (void)OwnNetworks::read(); });
     for (size_t length = 10; length < 20; ++length)
     {
         for (const char last : {'a', '.', '\1'})
@@ -278,19 +388,10 @@ TEST_F(BonjourAllocation, AHostNameIsReadWholeOrNotAtAll)
             std::string data{"\0\0\0\0\x13\x88"sv};
             data += static_cast<char>(length);
             data += std::string(length - 1, 'a') + last + std::string{"\5local\0"sv};
-            const auto read = [&data](size_t)
-            {
-                try
-                {
+            expectReadOrThrown(
+                [&data] {
                     (void)readServerLocation({reinterpret_cast<const uint8_t *>(data.data()), data.size()});
-                    EXPECT_FALSE(allocationFailed());
-                }
-                catch (const std::bad_alloc &)
-                {
-                    EXPECT_TRUE(allocationFailed());
-                }
-            };
-            EXPECT_GE(forEachAllocation(read), 1u);
+                });
         }
     }
 }

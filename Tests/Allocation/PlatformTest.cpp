@@ -7,14 +7,21 @@
 #include <CoreVideo/CoreVideo.h>
 #include <Foundation/NSDate.h>
 #include <KIVLogger/KIVLogger.h>
+#include <KIVPlatform/KIVPlatform.h>
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
+#include <fcntl.h>
 #include <functional>
 #include <glib.h>
+#include <grp.h>
 #include <pthread.h>
+#include <semaphore.h>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using kiv::CFRef;
 using namespace kiv::test;
@@ -192,4 +199,25 @@ TEST(Allocation, ALongMessageIsCutWhereThereIsNoMemory)
             EXPECT_EQ(length, allocationFailed() ? 511u : 5000u);
         });
     KLSetSink(nullptr, nullptr);
+}
+
+// A semaphore of another user, whose group may write.
+TEST(Allocation, AGroupThatCannotBeAskedForIsNotTrusted)
+{
+    constexpr gid_t kGroup = 4321;
+    const std::string name = "/kivTest" + std::to_string(getpid()) + "-group";
+    const std::string path = "/dev/shm/sem." + name.substr(1);
+    if (setgroups(1, &kGroup) != 0)
+        GTEST_SKIP() << "only root has a group of its choice";
+    sem_t *const made = sem_open(name.c_str(), O_CREAT | O_EXCL, 0660, 0);
+    ASSERT_NE(made, SEM_FAILED);
+    ASSERT_EQ(chown(path.c_str(), 65534, kGroup) + chmod(path.c_str(), 0660), 0);
+    const auto open = [&name](size_t)
+    {
+        sem_t *const semaphore = KIVPSemaphoreOpen(name.c_str(), 0600);
+        EXPECT_EQ(semaphore == SEM_FAILED, allocationFailed());
+        EXPECT_EQ(semaphore == SEM_FAILED ? errno : sem_close(semaphore), allocationFailed() ? EPERM : 0);
+    };
+    EXPECT_EQ(forEachAllocation(open), 1u);
+    EXPECT_EQ(sem_close(made) + sem_unlink(name.c_str()) + setgroups(0, nullptr), 0);
 }

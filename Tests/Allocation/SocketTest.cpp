@@ -4,7 +4,12 @@
 #include "FailingAllocator.h"
 #include "OwnSocket.h"
 
+#include <KIVPlatform/KIVPSocket.h>
+
+#include <cerrno>
+#include <fcntl.h>
 #include <functional>
+#include <sys/resource.h>
 
 namespace
 {
@@ -71,5 +76,28 @@ TEST(SocketAllocation, AConnectionWithoutARecordIsClosed)
             EXPECT_EQ(poll(&end, 1, made == nullptr ? 60000 : 0), made == nullptr ? 1 : 0);
         });
     EXPECT_EQ(count, 2u); // record and address text
+}
+
+TEST(SocketAllocation, AnOptionOfAHighDescriptorIsSetOrRefused)
+{
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit raised{limit.rlim_max, limit.rlim_max};
+    if (setrlimit(RLIMIT_NOFILE, &raised) != 0 || limit.rlim_max <= 9000)
+        GTEST_SKIP() << "no more than " << limit.rlim_max << " descriptors a process here";
+    const OwnSocket server = makeServer();
+    const int high = fcntl(server->m_socket, F_DUPFD_CLOEXEC, 9000);
+    const auto setOption = [high](size_t)
+    {
+        int value = 1;
+        const int result = KIVPSocketSetOption(high, SOL_SOCKET, SO_NOSIGPIPE, &value, sizeof value);
+        EXPECT_EQ(result, allocationFailed() ? -1 : 0);
+        EXPECT_TRUE(result == 0 || errno == ENOMEM);
+        socklen_t size = sizeof value;
+        EXPECT_EQ(KIVPSocketGetOption(high, SOL_SOCKET, SO_NOSIGPIPE, &value, &size), 0);
+        EXPECT_EQ(value, allocationFailed() ? 0 : 1);
+    };
+    EXPECT_EQ(forEachAllocation(setOption), 1u);
+    EXPECT_EQ(KIVPSocketClose(high), 0);
 }
 } // namespace

@@ -374,11 +374,13 @@ const std::vector<SocketAddress> &Resolution::sortedAddresses() noexcept
 
 void Resolution::located(const char *host, uint16_t port) noexcept
 {
-    if (m_location || !isUsableHost(host)) // if unusable, wait for the record, which has the reason
+    if (m_location)
         return;
     try
     {
-        locate({port, host});
+        ServerLocation location{port, host};
+        if (isUsableHost(location.host)) // if not, wait for the record, which has the reason
+            locate(std::move(location));
     }
     catch (const std::bad_alloc &)
     {
