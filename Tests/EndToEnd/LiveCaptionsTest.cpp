@@ -369,16 +369,20 @@ TEST_F(LiveCaptions, TheFileOutlivesItsReader)
     const std::string here = "udp://10.9.0.2:20000", file = path("out.mcc").string();
     const std::string in = write("in.scc", captions(60));
     const Pairs source = pairsOf(in);
+    const auto begin = [&] { return launch(*m_near, {"play", in, here, "--speed", "20"}); };
     const auto play = [&]
     {
-        Process player = launch(*m_near, {"play", in, here, "--speed", "20"});
+        Process player = begin();
         EXPECT_EQ(end(player), 0);
     };
     Process gone = launch(*m_far, {"monitor", here, "--to", file});
     ASSERT_TRUE(readUntil(gone, "listening", kMostSeconds * 1000));
+    Process player = begin();
+    // Before, the next line may be an alarm: nothing has come for a second.
+    ASSERT_TRUE(readUntil(gone, "\"kind\":\"caption\"", kMostSeconds * 1000));
     close(gone.out); // the next line has no reader
     gone.out = -1;
-    play();
+    EXPECT_EQ(end(player), 0);
     ASSERT_TRUE(ends(gone));
     EXPECT_EQ(end(gone), 0);
     EXPECT_TRUE(fs::remove(file)); // with the captions until then

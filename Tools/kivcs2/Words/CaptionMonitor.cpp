@@ -528,9 +528,8 @@ private:
 };
 
 // Receives until the command is to end, or its time is over.
-void listen(Monitor &monitor, LiveSocket &socket, double seconds)
+void listen(Monitor &monitor, LiveSocket &socket, double seconds, const EndSignals &signals)
 {
-    const EndSignals signals;
     const auto start = Clock::now();
     std::vector<uint8_t> datagram;
     while (!monitor.isUnheard() && signals.waitFor(0ns) != EndSignals::Event::End)
@@ -552,11 +551,12 @@ int captionMonitor(const MonitorArguments &arguments)
         const OutputFile isPossible{arguments.to}; // fails now, and not when captions come
     Monitor monitor{arguments};
     LiveSocket socket = LiveSocket::receiver(at, arguments.interface);
+    const EndSignals signals; // before it says that it listens: from then on an interrupt keeps the captions
     monitor.tellListening(at);
     std::exception_ptr failure;
     try
     {
-        listen(monitor, socket, arguments.seconds);
+        listen(monitor, socket, arguments.seconds, signals);
     }
     catch (const Failure &)
     {
