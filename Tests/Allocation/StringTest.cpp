@@ -80,6 +80,16 @@ TEST(StringAllocation, MakersAnswerMemoryAndLeaveNothing)
     CFRelease(source);
 }
 
+// The place of the program is looked up once. This is the first call that needs it.
+TEST(StringAllocation, WithoutThePlaceOfTheProgramAResourceHasNoPath)
+{
+    kiv::test::failAllocation(0);
+    CFStringRef path = nullptr;
+    EXPECT_EQ(kivCS2String_createBundleResourcePath("a", nullptr, &path), KIVCS2STATUS_PATH_ERR);
+    kiv::test::allowAllocations();
+    EXPECT_EQ(path, nullptr);
+}
+
 // Kept: a path without a tilde is a success even if its copy failed.
 TEST(StringAllocation, ACopyThatFindsNoRoomIsASuccessWithoutAPath)
 {

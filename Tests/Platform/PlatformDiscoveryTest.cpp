@@ -539,6 +539,8 @@ TEST_F(Discovery, PublishingFollowsTakenNamesTextsAndTheBackend)
 {
     m_network.accept = [](const std::string &name) { return name == "Ingest" ? AVAHI_ERR_COLLISION : 0; };
     const auto published = service("local.", "_play._tcp", "Ingest", 5000);
+    EXPECT_EQ(utf8(CFNetServiceGetDomain(published.get())), "local.");
+    EXPECT_EQ(utf8(CFNetServiceGetType(published.get())), "_play._tcp");
     const auto setText = [&published](std::string_view record)
     {
         const CFRef<CFDataRef> data{CFDataCreate(nullptr, reinterpret_cast<const UInt8 *>(record.data()),

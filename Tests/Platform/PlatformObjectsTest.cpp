@@ -3,6 +3,8 @@
 #include "CoreFoundation/Bundle.h"
 #include "TemporaryFolder.h"
 
+#include <CFNetwork/CFNetServices.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -62,10 +64,24 @@ TEST(Objects, CountsAndKinds)
     EXPECT_EQ(CFHash(date.get()), CFHash(negativeZero.get()));
 
     const CFTypeID kinds[] = {
-        CFStringGetTypeID(),       CFArrayGetTypeID(),  CFNumberGetTypeID(),   CFDateGetTypeID(),
-        CFLocaleGetTypeID(),       CFURLGetTypeID(),    CFCalendarGetTypeID(), CFDateFormatterGetTypeID(),
-        CFCharacterSetGetTypeID(), CFBundleGetTypeID(), CFUUIDGetTypeID(),     CFBooleanGetTypeID(),
+        CFStringGetTypeID(),
+        CFArrayGetTypeID(),
+        CFNumberGetTypeID(),
+        CFDateGetTypeID(),
+        CFLocaleGetTypeID(),
+        CFURLGetTypeID(),
+        CFCalendarGetTypeID(),
+        CFDateFormatterGetTypeID(),
+        CFCharacterSetGetTypeID(),
+        CFBundleGetTypeID(),
+        CFUUIDGetTypeID(),
+        CFBooleanGetTypeID(),
         CFDictionaryGetTypeID(),
+        CFDataGetTypeID(),
+        CFRunLoopTimerGetTypeID(),
+        CFNetServiceGetTypeID(),
+        CFNetServiceBrowserGetTypeID(),
+        CFNetServiceMonitorGetTypeID(),
     };
     EXPECT_EQ(std::set<CFTypeID>(std::begin(kinds), std::end(kinds)).size(), std::size(kinds));
 }
