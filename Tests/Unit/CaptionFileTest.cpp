@@ -9,7 +9,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fstream>
 #include <map>
+#include <sys/stat.h>
+#include <thread>
 
 namespace
 {
@@ -528,6 +531,7 @@ TEST(CaptionFileStreams, AFailureIsReportedAndNoCutPacketReturned)
     }
 }
 
+// Of a file, and of a FIFO, whose bytes come as they are written.
 TEST(CaptionFileStreams, AFileStreamThatReportsAllOrNothingLosesNoBytes)
 {
     const kiv::test::TemporaryFolder folder;
@@ -540,6 +544,13 @@ TEST(CaptionFileStreams, AFileStreamThatReportsAllOrNothingLosesNoBytes)
         KIVCS2FileStream stream;
         ASSERT_EQ(kivCS2FileStream_init(&stream, path.c_str(), "r"), KIVCS2STATUS_OK);
         EXPECT_EQ(Opened(stream.m_stream, true).packets(), 2 * lines);
+
+        const std::string fifo = path + std::to_string(lines);
+        ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+        std::thread writer{[&] { std::ofstream{fifo} << text; }};
+        ASSERT_EQ(kivCS2FileStream_init(&stream, fifo.c_str(), "r"), KIVCS2STATUS_OK);
+        EXPECT_EQ(Opened(stream.m_stream, true).packets(), 2 * lines);
+        writer.join();
     }
 }
 
