@@ -19,7 +19,7 @@ void write()
 {
     kivCoverageRegister(write);
 }
-// A process of another user cannot write counters. It would say so where a test reads the command's own messages.
+// A process of another user cannot write counters, and would say so in the command's own output.
 [[gnu::destructor]] void leave()
 {
     if (access("/proc/self/exe", W_OK) != 0 && errno == EACCES)
