@@ -52,10 +52,11 @@ void Reorder::take(uint32_t source, uint32_t sequence, std::span<const uint8_t> 
         forgetCandidate();
     m_highBits = sequence >> 16;
     accept(number, bytes);
-    // Many packets in a row before the window: the sender has gone back a little.
+    // Many packets in a row before the window: the sender has gone back a little. That is no gap, even if the
+    // high bits of its numbers stand still and so belong to a higher number.
     if (m_oldRun > m_slots.size())
     {
-        moveTo(source, sequence + 1);
+        restart(source, sequence + 1);
         forgetCandidate();
     }
 }
@@ -167,6 +168,12 @@ void Reorder::moveTo(uint32_t source, uint32_t sequence)
         m_offset = offset;
         return;
     }
+    restart(source, sequence);
+}
+
+void Reorder::restart(uint32_t source, uint32_t sequence)
+{
+    flush();
     ++m_counts.restarts;
     m_hasRestarted = true;
     m_lostBefore = 0;

@@ -77,6 +77,7 @@ private:
     void takeOld(uint32_t number);
     void propose(uint32_t source, uint32_t sequence, std::span<const uint8_t> bytes);
     void moveTo(uint32_t source, uint32_t sequence);
+    void restart(uint32_t source, uint32_t sequence);
     void advance();
     void giveUp(uint64_t count);
     void forgetCandidate();
