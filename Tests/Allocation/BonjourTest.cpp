@@ -326,7 +326,7 @@ struct Unused final : BackendOwner, GroupSink
     void groupFailed(int) noexcept override {}
 };
 
-// The stack of this process, in a network of its own. There is no daemon, so no bus.
+// Uses the stack of this process in a network of its own, because the test has neither a daemon nor a bus.
 TEST_F(BonjourAllocation, TheStackIsMadeAndAskedOrAnErrorIsTold)
 {
     KIV_NEEDS_NETWORK_NAMESPACES();

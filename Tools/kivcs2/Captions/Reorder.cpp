@@ -52,8 +52,8 @@ void Reorder::take(uint32_t source, uint32_t sequence, std::span<const uint8_t> 
         forgetCandidate();
     m_highBits = sequence >> 16;
     accept(number, bytes);
-    // Many packets in a row before the window: the sender has gone back a little. That is no gap, even if the
-    // high bits of its numbers stand still and so belong to a higher number.
+    // After many packets in a row before the window, the sender has gone back a little. The distance to the
+    // number says nothing here, because the high bits may have stood still.
     if (m_oldRun > m_slots.size())
     {
         restart(source, sequence + 1);
