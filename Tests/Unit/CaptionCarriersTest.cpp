@@ -291,6 +291,10 @@ TEST(CaptionCarriers, BytesAsInTheFiguresOfTheStandards)
         (Bytes{0,    2,    0,    9,    4,    4,    0,    6,    0,    0,    0,    8,    0,    0,    0, 1, 0x61,
                0x02, 0x03, 0x80, 0x94, 0x2C, 0,    0,    0,    13,   3,    7,    0,    7,    0,    0, 0, 12,
                0,    0,    0,    1,    0x58, 0x50, 0x28, 0x0C, 0x60, 0x19, 0x44, 0xB0, 0xA9, 0x80, 0, 0}));
+    Bytes wrong = wrap(KIVCS2CaptionCarrier_436M, {packets[0]}, {}, {});
+    wrong[4] = 5; // one more than the wrapping types that there are
+    EXPECT_EQ(findAll(KIVCS2CaptionCarrier_436M, wrong).at(0).packet.m_faults,
+              bit(KIVCS2CaptionFault_CarrierCounts));
     EXPECT_EQ(wrap(KIVCS2CaptionCarrier_10BitLittleWithADF, {packets[0]}, {}, {}),
               (Bytes{0x00, 0x00, 0xFF, 0x03, 0xFF, 0x03, 0x61, 0x01, 0x02, 0x01,
                      0x03, 0x02, 0x80, 0x01, 0x94, 0x01, 0x2C, 0x01, 0xA6, 0x02}));
@@ -514,6 +518,9 @@ TEST(CaptionCarriers, RecordsAndRefusals)
     uint64_t offset = 0, size = sizeof bytes, beyond = 65;
     EXPECT_EQ(kivCS2CaptionPacket_find(KIVCS2CaptionCarrier_RTP, bytes, 64, &offset, &packet, nullptr),
               KIVCS2STATUS_FORMAT_ERR);
+    bytes[0] = 0x80;
+    EXPECT_EQ(kivCS2CaptionPacket_find(KIVCS2CaptionCarrier_RTP, bytes, 11, &offset, &packet, nullptr),
+              KIVCS2STATUS_EOF_ERR);
     packet.m_size = 9; // neither 3 nor 4 with a count of 0
     EXPECT_EQ(kivCS2CaptionPacket_wrap(0, &packet, 1, nullptr, nullptr, bytes, &size),
               KIVCS2STATUS_FORMAT_ERR);

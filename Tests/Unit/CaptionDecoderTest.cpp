@@ -119,6 +119,7 @@ TEST(CaptionDecoder608, ScreensShowWhatViewersSee)
              {"paint-on among rows that rolled up", "9425 9470 c1c2 9429 9152 4380 942c", "[AB][C\nAB]"},
              {"text between words that roll up", "9425 9470 c1c2 942a 4380 9425 43c4 94ad", "[ABCD][C]"},
              {"field 2: a filler byte does not start extended data", "1520 1520 9770 80c1 c8e9 152f", "[Hi]"},
+             {"two channels at once", "9420 94ae 9470 1c20 1cae 1c70 c1c2 9420 43c4 942f 1c2f", "[CD][AB]"},
              {"text service", "942a c1c2 94ad 43c4", "[AB][CD]"}})
     {
         SCOPED_TRACE(what);
@@ -150,6 +151,8 @@ TEST(CaptionDecoder608, FramesPlacesStylesAndScreens)
                 one.text.m_anchorColumn == 4);
     EXPECT_EQ(one.cells.front().m_colour, 0xFFFFFFFFu);
     EXPECT_EQ(one.cells.front().m_background, 0xFF000000u);
+    Decoding green; // half transparent, behind the letters
+    EXPECT_EQ(green.pairs(popOn("2080 10a3 c1c2")).shown.at(0).cells.back().m_background, 0x8000FF00u);
 
     Decoding rows{true};
     rows.pairs("9425 9470 c1c2 94ad 9470 43c4 94ad 4546");
@@ -272,6 +275,13 @@ TEST(CaptionDecoder708, PlacesStylesAndServices)
     EXPECT_EQ(cell.m_colour, 0xFFFF0000u);
     EXPECT_EQ(cell.m_background, 0x80000000u);
 
+    Decoding again; // defined once more, and displayed by that
+    again.block(1, 1, kDefine + "A");
+    again.block(3, 1, "\x98\x20" + kDefine.substr(2));
+    again.finish(20);
+    ASSERT_EQ(again.words(), "[A]");
+    EXPECT_EQ(again.shown[0].text.m_from, 3u);
+
     Decoding after; // an empty block; pen attributes keep the flashing of a colour
     after.packet(0, std::string(1, '\0') + "\x40" + static_cast<char>(1 << 5 | 17) + kDefine +
                         std::string("\x91\x7F\x00\x00\x90\x00\x00", 7) + "x" + kShow.substr(0, 1) + "\x01");
@@ -313,6 +323,7 @@ TEST(CaptionDecoderDescribe, EveryKindOfPair)
         {{0x11, 0x39}, "transparent space"},
         {{0x97, 0xA2}, "tab 2"},
         {{0xC8, 0x5C}, "characters Hé"},
+        {{0x20, 0xC8}, "characters  H"},
         {{0x01, 0x03}, "extended data 01 03"},
         {{0x14, 0x30}, "unknown code 14 30"}};
     char text[KIVCS2_CAPTION_DESCRIPTION_SIZE];

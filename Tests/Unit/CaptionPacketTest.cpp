@@ -159,10 +159,23 @@ TEST(CaptionPacketParse, WhatIsNotACaptionPacketKeepsItsBytes)
     EXPECT_EQ(kivCS2CaptionPacket_getDTVCC(&packet, &dtvcc), KIVCS2STATUS_NO_DATA_ERR);
     std::vector<uint8_t> bytes(260, 0x96);
     EXPECT_EQ(kivCS2CaptionPacket_parse(&packet, bytes.data(), 260), KIVCS2STATUS_OVERFLOW_ERR);
+    EXPECT_OK(kivCS2CaptionPacket_parse(&packet, bytes.data(), 256)); // no CDP by its first byte alone
     bytes[1] = 0x69;
     EXPECT_EQ(kivCS2CaptionPacket_parse(&packet, bytes.data(), 256), KIVCS2STATUS_OVERFLOW_ERR);
     EXPECT_EQ(kivCS2CaptionPacket_parse(&packet, bytes.data(), 0), KIVCS2STATUS_NO_DATA_ERR);
     EXPECT_EQ(packet.m_size, 0);
+
+    std::vector<uint8_t> cdp{0x96, 0x69, 114, 0x4F,
+                             0x43, 0,    0}; // two sections of triplets, more than a packet has
+    for (const int count : {31, 2})
+    {
+        cdp.insert(cdp.end(), {0x72, static_cast<uint8_t>(0xE0 | count)});
+        cdp.insert(cdp.end(), static_cast<size_t>(3 * count), 0xFC);
+    }
+    cdp.insert(cdp.end(), {0x74, 0, 0, 0});
+    EXPECT_OK(kivCS2CaptionPacket_parse(&packet, cdp.data(), static_cast<uint32_t>(cdp.size())));
+    EXPECT_TRUE(packet.m_tripletCount == 31 &&
+                (packet.m_faults >> KIVCS2CaptionFault_SectionUnknown & 1) != 0);
 }
 
 TEST(CaptionPacketRecords, SizesAndArguments)
