@@ -70,6 +70,7 @@ TEST(Sockets, BufferSizesReadAsTheyWereSet)
         ASSERT_EQ(KIVPSocketGetOption(pair.ends[0], SOL_SOCKET, name, &part, &size), 0);
         EXPECT_EQ(part, wanted);
         EXPECT_EQ(size, sizeof part);
+        EXPECT_EQ(KIVPSocketGetOption(-1, SOL_SOCKET, name, &part, &size), -1);
     }
 }
 

@@ -287,7 +287,8 @@ TEST(CaptionDecoder708, PlacesStylesAndServices)
                         std::string("\x91\x7F\x00\x00\x90\x00\x00", 7) + "x" + kShow.substr(0, 1) + "\x01");
     after.finish(20);
     ASSERT_EQ(after.words(), "[x]");
-    EXPECT_EQ(after.shown[0].cells[0].m_style, KIVCS2CaptionStyle_Flash);
+    const KIVCS2CaptionCell &flashing = after.shown[0].cells[0];
+    EXPECT_TRUE(flashing.m_style == KIVCS2CaptionStyle_Flash && flashing.m_colour == 0xFFFFFFFFu);
 }
 
 TEST(CaptionDecoderCallback, ItsFailureEndsTheCall)
