@@ -5,7 +5,9 @@ import os
 import threading
 import weakref
 from types import TracebackType
-from typing import Any, Callable, Optional
+from typing import Any, Callable, Generator, Optional
+
+from .status import status_of
 
 
 class Handle:
@@ -75,6 +77,46 @@ def _release_in(process: int, lock: Any, release: "Callable[[], Any]") -> None:
         release()
     finally:
         lock.release()
+
+
+def callback(kind: Any, function: "Callable[[Any], Any]", errors: "list[BaseException]") -> Any:
+    """Returns a callback for the library, which calls `function` with each record.
+
+    No exception may pass through the library's frames: it is appended to `errors`, and its status ends the library's
+    call. The callback is a generator, because an interrupt that comes while the library works is raised at the first
+    instruction of Python: in a plain function that is before any `try`, and ctypes would print it and go on.
+    """
+    generator = _received(function, errors)
+    next(generator)
+    return kind(generator.send)
+
+
+def _received(function: "Callable[[Any], Any]", errors: "list[BaseException]") -> "Generator[int, Any, None]":
+    status, waits = 0, True
+    while True:
+        try:
+            while True:
+                waits = True
+                record = yield status
+                waits = False
+                function(record.contents)
+                status = 0
+        except BaseException as error:
+            if waits and isinstance(error, GeneratorExit):
+                return  # the callback is released
+            errors.append(error)
+            status = status_of(error)
+
+
+def raise_first(errors: "list[BaseException]") -> None:
+    """Raises the exception of a callback, if there is one."""
+    if not errors:
+        return
+    error = errors[0]
+    errors.clear()
+    if isinstance(error, (StopIteration, EOFError)):  # they would end the caller's loop like the end of the file
+        raise RuntimeError(f"a callback raised {type(error).__name__}") from error
+    raise error from None
 
 
 class Closing:

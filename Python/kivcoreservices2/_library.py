@@ -86,7 +86,6 @@ _TIMECODE: "dict[str, list[Any]]" = {
     "addTimecode": [_timecode, _timecode],
     "differenceInFrames": [_timecode, _timecode, POINTER(c_int64)],
     "compare": [_timecode, _timecode, POINTER(c_int32)],
-    "multiply": [_timecode, c_uint32],
     "snapToMinute": [_timecode, c_uint32],
     "snapToHour": [_timecode, c_uint32],
     **{f"{verb}{unit}": [_timecode, c_uint32] for verb in ("add", "subtract")

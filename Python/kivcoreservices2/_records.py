@@ -103,7 +103,8 @@ class KIVCS2CaptionFileFault(ctypes.Structure):
     ]
 
 
-FaultFunc = CFUNCTYPE(c_uint32, POINTER(KIVCS2CaptionFileFault), c_void_p)
+# Callbacks get a context too, which is not declared: nothing uses it, and the `send` of a generator takes one argument.
+FaultFunc = CFUNCTYPE(c_uint32, POINTER(KIVCS2CaptionFileFault))
 
 
 class KIVCS2CaptionReadOptions(ctypes.Structure):
@@ -161,7 +162,7 @@ class KIVCS2CaptionText(ctypes.Structure):
     ]
 
 
-TextFunc = CFUNCTYPE(c_uint32, POINTER(KIVCS2CaptionText), c_void_p)
+TextFunc = CFUNCTYPE(c_uint32, POINTER(KIVCS2CaptionText))
 
 
 class KIVCS2CaptionDecoderOptions(ctypes.Structure):

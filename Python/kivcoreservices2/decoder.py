@@ -8,10 +8,10 @@ from dataclasses import dataclass
 from typing import Any, Callable, Iterable, Optional, Union
 
 from . import _records as records
-from ._handle import Closing, Handle
+from ._handle import Closing, Handle, callback, raise_first
 from ._library import library
 from .packet import CaptionPacket, Counting, as_bool, as_frame, service_name, service_number
-from .status import status_of
+from .status import StatusError
 
 
 class CaptionMode(enum.IntEnum):
@@ -224,16 +224,10 @@ def _services_record(services: "Union[str, Iterable[str]]") -> records.KIVCS2Cap
     return record
 
 
-def _receiver(collected: "list[Caption]", errors: "list[BaseException]",
-              counting: Optional[Counting]) -> "Callable[[Any, Any], int]":
-    """Returns the callback of a decoder, which must not reference the decoder's owner."""
-    def take(text: Any, _context: Any) -> int:
-        try:
-            collected.append(Caption._of(text.contents, counting))
-        except BaseException as error:  # out of memory, or an interrupt: it must not be lost in the C frames
-            errors.append(error)
-            return status_of(error)
-        return 0
+def _receiver(collected: "list[Caption]", counting: Optional[Counting]) -> "Callable[[Any], None]":
+    """Returns the receiver of a decoder's captions, which must not reference the decoder's owner."""
+    def take(record: Any) -> None:
+        collected.append(Caption._of(record, counting))
     return take
 
 
@@ -259,12 +253,12 @@ class CaptionDecoder(Closing):
         chosen = None if services is None else _services_record(services)
         self._captions: "list[Caption]" = []
         self._errors: "list[BaseException]" = []
-        callback = records.TextFunc(_receiver(self._captions, self._errors, counting))
+        receiver = callback(records.TextFunc, _receiver(self._captions, counting), self._errors)
         record = records.KIVCS2CaptionDecoder()
-        library.kivCS2CaptionDecoder_init(byref(record), chosen, byref(options), callback, None)
+        library.kivCS2CaptionDecoder_init(byref(record), chosen, byref(options), receiver, None)
         self._record = record
 
-        def release(callback: Any = callback) -> None:  # the callback lives as long as the decoder
+        def release(receiver: Any = receiver) -> None:  # the callback lives as long as the decoder
             library.kivCS2CaptionDecoder_free(byref(record))
 
         self._handle = Handle(self, release)
@@ -275,14 +269,13 @@ class CaptionDecoder(Closing):
     def _collect(self, operation: Any, *arguments: Any) -> "list[Caption]":
         try:
             operation(byref(self._record), *arguments)
-        except Exception:
-            if self._errors:
-                raise self._errors.pop() from None
+        except StatusError:
+            raise_first(self._errors)
             raise
         finally:
             captions = self._captions[:]
             self._captions.clear()
-            self._errors.clear()
+        raise_first(self._errors)
         return captions
 
     def feed(self, packet: CaptionPacket) -> "list[Caption]":

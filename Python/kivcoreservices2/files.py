@@ -3,6 +3,7 @@ from __future__ import annotations
 
 import ctypes
 import enum
+import errno
 import os
 import secrets
 import stat
@@ -13,12 +14,12 @@ from types import TracebackType
 from typing import Any, Callable, Iterable, Iterator, List, Optional, Sequence, Union
 
 from . import _records as records
-from ._handle import Closing, Handle
+from ._handle import Closing, Handle, callback, raise_first
 from ._library import library
 from .decoder import Caption, CaptionDecoder
 from .packet import BytesLike, CaptionFault, CaptionPacket, Counting, ServiceEntry
-from .packet import as_bool, as_bytes, as_frame, as_int, dtvcc_record, pairs_record, service_number, service_records
-from .status import EndOfStreamError, NoDataError, OpenError, StatusError, error_class, status_of
+from .packet import as_bool, as_bytes, as_frame, as_int, as_member, dtvcc_record, pairs_record, service_number, service_records
+from .status import EndOfStreamError, NoDataError, OpenError, StatusError, WriteError, error_class
 
 Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 
@@ -244,6 +245,8 @@ class CaptionReader(Closing):
                    order: CaptionOrder = CaptionOrder.FRAME, strict: bool = False, both_tracks: bool = False,
                    on_fault: "Optional[Callable[[FileFault], Any]]" = None) -> CaptionReader:
         """Reads the content of a file from memory; `name` stands for its name in exceptions."""
+        if name is not None and not isinstance(name, str):
+            raise TypeError(f"name must be str, not {type(name).__name__}")
         reader, content = cls.__new__(cls), as_bytes(data, "data")
         reader._begin(name, lambda opened: opened.view(content), kind, counting, field, order, strict, both_tracks,
                       on_fault)
@@ -256,20 +259,22 @@ class CaptionReader(Closing):
             raise TypeError("on_fault must be a function of one FileFault")
         owner, source = weakref.ref(self), _Source()
 
-        def take(fault: Any, _context: Any) -> int:
-            reader = owner()  # alive, because it is in one of its own calls
-            return 0 if reader is None else reader._take(fault.contents)
+        def take(record: Any) -> None:
+            reader = owner()
+            if reader is not None:  # always, because it is in one of its own calls
+                reader._take(record)
 
-        callback = records.FaultFunc(take)
+        errors: "list[BaseException]" = []
+        receiver = callback(records.FaultFunc, take, errors)
         options = records.KIVCS2CaptionReadOptions(
-            0 if kind is None else CaptionKind(kind), 0 if counting is None else Counting.of(counting),
-            as_int(field, 0, 2, "field"), CaptionOrder(order), as_bool(strict, "strict"),
+            0 if kind is None else as_member(CaptionKind, kind, "kind"), 0 if counting is None else Counting.of(counting),
+            as_int(field, 0, 2, "field"), as_member(CaptionOrder, order, "order"), as_bool(strict, "strict"),
             as_bool(both_tracks, "both_tracks"))
-        options.m_onFault = callback
-        source.keep.append(callback)
+        options.m_onFault = receiver
+        source.keep.append(receiver)
         self._name, self._on_fault, self._source = name, on_fault, source
         self._last: Optional[FileFault] = None
-        self._raised: Optional[BaseException] = None
+        self._errors = errors
         self._handle = Handle(self, source.release)
         try:
             open_stream(source)
@@ -278,16 +283,11 @@ class CaptionReader(Closing):
             self.close()
             raise
 
-    def _take(self, record: records.KIVCS2CaptionFileFault) -> int:
-        """Receives a fault from the library. No exception may pass through its frames, so it is kept for `_call`."""
-        try:
-            self._last = FileFault._of(record)
-            if self._on_fault is not None:
-                self._on_fault(self._last)
-        except BaseException as error:
-            self._raised = error
-            return status_of(error)
-        return 0
+    def _take(self, record: records.KIVCS2CaptionFileFault) -> None:
+        """Receives a fault from the library."""
+        self._last = FileFault._of(record)
+        if self._on_fault is not None:
+            self._on_fault(self._last)
 
     def _call(self, operation: Any, *arguments: Any) -> None:
         self._handle.run(self._checked, operation, *arguments)
@@ -296,13 +296,12 @@ class CaptionReader(Closing):
         try:
             operation(byref(self._source.file), *arguments)
         except StatusError as error:
-            raised, self._raised = self._raised, None
-            if raised is not None:
-                raise raised from None
+            raise_first(self._errors)
             error.filename = self._name
             if self._last is not None and self._last.status == error.status:
                 self._last._place(error)
             raise
+        raise_first(self._errors)
 
     @property
     def header(self) -> CaptionHeader:
@@ -380,7 +379,7 @@ _ENDINGS = {".scc": CaptionKind.SCC, ".mcc": CaptionKind.MCC1, ".srt": CaptionKi
 
 def _kind_of(path: Optional[bytes], kind: Optional[CaptionKind]) -> CaptionKind:
     if kind is not None:
-        return CaptionKind(kind)
+        return as_member(CaptionKind, kind, "kind")
     ending = os.path.splitext(os.fsdecode(path or b""))[1].lower()
     if ending not in _ENDINGS:
         raise ValueError("give the target the ending .scc, .mcc, .srt or .vtt, or its kind")
@@ -460,6 +459,9 @@ class CaptionWriter(Closing):
             self._before: Optional[os.stat_result] = os.stat(self._path)
         except OSError:
             self._before = None
+            if os.path.basename(self._path) in (b"", b".", b".."):  # realpath() would name another file
+                raise OpenError("open", os.fsdecode(self._path), os.strerror(
+                    errno.EISDIR if self._path else errno.ENOENT)) from None
         if self._before is not None and not stat.S_ISREG(self._before.st_mode):
             return self._source.open(self._path, b"w")
         self._path = os.path.realpath(self._path)  # a link stays a link
@@ -519,7 +521,10 @@ class CaptionWriter(Closing):
         if self._path is None:
             self._value = self._source.content()
         self._source.close_stream()
-        self._place()
+        try:
+            self._place()
+        except OSError as error:
+            raise WriteError("rename", detail=error.strerror or "") from None
 
     def _place(self) -> None:
         if self._source.temporary is None:

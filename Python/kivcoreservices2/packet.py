@@ -12,7 +12,7 @@ import functools
 from ctypes import byref, c_bool, c_uint8, c_uint32, c_uint64
 from dataclasses import dataclass, field as data_field
 from fractions import Fraction
-from typing import Iterable, Iterator, NamedTuple, Optional, Sequence, Union
+from typing import Iterable, Iterator, NamedTuple, Optional, Sequence, TypeVar, Union
 
 from . import _records as records
 from ._library import library
@@ -43,6 +43,16 @@ def as_bool(value: bool, what: str) -> bool:
     if not isinstance(value, bool):
         raise TypeError(f"{what} must be bool, not {type(value).__name__}")
     return value
+
+
+_Member = TypeVar("_Member", bound=enum.IntEnum)
+
+
+def as_member(kind: "type[_Member]", value: int, what: str) -> _Member:
+    """Returns a member of an enumeration, also by its number."""
+    if isinstance(value, bool) or not isinstance(value, int):
+        raise TypeError(f"{what} must be {kind.__name__}, not {type(value).__name__}")
+    return kind(value)
 
 
 def as_frame(value: int, what: str = "frame") -> int:
@@ -576,7 +586,7 @@ def find_packets(carrier: Carrier, data: BytesLike, any_packet: bool = False) ->
     A damaged packet is yielded with its faults and does not harm its neighbours. A packet that the end of the data cuts
     is yielded too. Raises FormatError for an RTP packet of another version than 2.
     """
-    form = int(Carrier(carrier))
+    form = int(as_member(Carrier, carrier, "carrier"))
     if as_bool(any_packet, "any_packet"):
         if carrier in (Carrier.WORDS_8BIT, Carrier.WORDS_10BIT, Carrier.WORDS_10BIT_LITTLE):
             raise ValueError(f"any_packet: only DID and SDID mark a packet in {Carrier(carrier).name}")
@@ -600,7 +610,7 @@ def wrap_packets(carrier: Carrier, packets: Iterable[CaptionPacket], places: "Op
     For v210, `line` is the whole line whose other samples are kept. Without `places` the packets follow each other.
     Parity bits and checksums are made again. Raises ParameterError if the carrier cannot express a place.
     """
-    form, given = Carrier(carrier), list(packets)
+    form, given = as_member(Carrier, carrier, "carrier"), list(packets)
     for packet in given:
         if not isinstance(packet, CaptionPacket):
             raise TypeError(f"packets must be CaptionPacket, not {type(packet).__name__}")

@@ -49,12 +49,17 @@ class StatusError(Exception):
             what = self.fault.label + (f": found {self.found!r}" if self.found else "")
             what += f", expected {self.expected}" if self.expected else ""
         if self.filename is not None:  # file:line:column, as compilers write it
-            places = [self.filename, self.line, self.column or None]
+            places = [_shown(self.filename), self.line, self.column or None]
             place = ":".join(str(part) for part in places if part is not None) + ": "
         else:
-            place = f"line {self.line}, column {self.column}: " if self.line is not None else ""
+            place = f"line {self.line}" + (f", column {self.column}: " if self.column else ": ") if self.line else ""
         detail = f": {self.detail}" if self.detail else ""
         return f"{place}{what}{detail} ({self.name}, {self.operation})"
+
+
+def _shown(name: str) -> str:
+    """Returns a file's name with escapes for what controls a terminal or cannot be printed."""
+    return "".join(each if each.isprintable() else each.encode("unicode_escape").decode() for each in name)
 
 
 def error_class(status: int) -> "type[StatusError]":

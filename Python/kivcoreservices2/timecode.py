@@ -89,9 +89,11 @@ class Timecode:
     one; ";" before the frames is accepted. Without a date it is also a duration, whose days arithmetic carries.
 
     - `t + 5`, `t - 5`: frames later and earlier, over midnight with the date. Without a date, the days past midnight
-      are counted in `days`, and before midnight of day 0 comes the last frame of a day. `t + u` adds another timecode.
+      are counted in `days`, and before midnight of day 0 comes the last frame of a day. `t + u` adds another timecode,
+      which has no date.
     - `t - u`: the frames from u to t, an int; on two days the days count too.
-    - `t * 3`: three times the duration, without a date.
+    - `t * 3`: `t + t + t` of a timecode without a date.
+    - A result with more than 2**32 - 2 frames, over 30 days or outside the years 1 to 65535 raises ValueError.
     - `==`, `<`, `hash`: date first, then frames. `t.same_time(u)` ignores the date.
     - `str(t)`: "01:00:00;02" in drop-frame, with the date in front if the year is above 0.
     """
@@ -136,10 +138,16 @@ class Timecode:
 
     @classmethod
     def from_bcd(cls, bcd: int) -> Timecode:
-        """Makes a timecode from hours, minutes, seconds and frames in one BCD byte each, hours in the top byte."""
+        """Makes a timecode from hours, minutes, seconds and frames in one BCD byte each, hours in the top byte.
+
+        Raises InvalidTimecodeError for digits that name no frame.
+        """
         value = c_uint64()
         _operation("initWithBCD")(byref(value), as_int(bcd, 0, 0xFFFFFFFF, "bcd"))
-        return cls._of(value)
+        timecode = cls._of(value)
+        if timecode.bcd != bcd:  # the operation then takes the hours alone
+            raise InvalidTimecodeError("kivCS2Timecode_initWithBCD", detail=f"0x{bcd:08x}")
+        return timecode
 
     @classmethod
     def from_value(cls, value: int) -> Timecode:
@@ -243,17 +251,34 @@ class Timecode:
         return self._of(value)
 
     def _moved(self, unit: str, count: int) -> Timecode:
-        number = as_int(count, -0xFFFFFFFF, 0xFFFFFFFF, unit.lower())
+        most = _MOST.get(unit, 0xFFFFFFFF)
+        number = as_int(count, -most, most, unit.lower())
+        if not self.is_valid:
+            raise InvalidTimecodeError(f"kivCS2Timecode_add{unit}")
+        if unit in ("Months", "Years") and self._value >> 48 == 0:
+            raise ValueError(f"without a date, a timecode has no {unit.lower()}")
+        _check_frames(abs(number) * _frames_in(unit), 0 if number < 0 else self.frame_count)
         result = self._changed(("subtract" if number < 0 else "add") + unit, abs(number))
         if number < 0 and self._value >> 48 == 0 and result._value >> 32 > self._value >> 32:
             return self.from_value(result.frame_count)  # no date to borrow a day from: the time of the day before
+        return self._in_calendar(result, number < 0)
+
+    def _in_calendar(self, result: Timecode, is_back: bool = False) -> Timecode:
+        """Returns the result of arithmetic; raises ValueError if its days do not fit into the record."""
+        if self._value >> 40 == 0 and result._value >> 40:
+            raise ValueError("over 30 days: without a date, a timecode counts no more")
+        if self._value >> 48 and (result._value >> 48 == 0 or not is_back and result._value < self._value):
+            raise ValueError("a date has the years 1 to 65535")
         return result
 
     def __add__(self, other: "Union[int, Timecode]") -> Timecode:
         if isinstance(other, Timecode):
             if not other.is_valid:
                 raise InvalidTimecodeError("kivCS2Timecode_addTimecode")
-            return self._changed("addTimecode", other._pointer())
+            if other._value >> 40:
+                raise ValueError("the timecode to add has a date")
+            _check_frames(self.frame_count, other.frame_count)
+            return self._in_calendar(self._changed("addTimecode", other._pointer()))
         if not _is_count(other):
             return NotImplemented
         return self._moved("Frames", other)
@@ -269,7 +294,14 @@ class Timecode:
     def __mul__(self, factor: int) -> Timecode:
         if not _is_count(factor):
             return NotImplemented
-        return self._changed("multiply", as_int(factor, 0, 0xFFFFFFFF, "factor"))
+        times = as_int(factor, 0, 0xFFFFFFFF, "factor")
+        if self._value >> 40:
+            raise ValueError("a timecode with a date cannot be multiplied")
+        if not self.is_valid:
+            raise InvalidTimecodeError("kivCS2Timecode_addFrames")
+        total = (self.days * frames_per_day() + self.frame_count) * times
+        _check_frames(total)
+        return Timecode(0)._moved("Frames", total)  # the operation `multiply` would end at the last frame of a day
 
     def __rmul__(self, factor: int) -> Timecode:
         return self.__mul__(factor)
@@ -278,6 +310,7 @@ class Timecode:
              seconds: int = 0, frames: int = 0) -> Timecode:
         """Returns the timecode moved by these units, in this order; negative numbers move back.
 
+        Years and months need a date.
         Minutes and seconds are those of the nominal rate (at 29.97: 1800 and 30 frames), hours are those of timecode.
         """
         result = self
@@ -288,12 +321,12 @@ class Timecode:
         return result
 
     def snapped(self, *, minutes: int = 0, hours: int = 0) -> Timecode:
-        """Returns the timecode rounded down to a multiple of nominal minutes, or of hours of timecode."""
+        """Returns the timecode rounded down to a multiple of 1 to 60 nominal minutes, or of hours of timecode."""
         if bool(minutes) == bool(hours):
             raise ValueError("give either minutes or hours, 1 or more")
         if hours:
             return self._changed("snapToHour", as_int(hours, 1, 0xFFFFFFFF, "hours"))
-        return self._changed("snapToMinute", as_int(minutes, 1, 0xFFFFFFFF, "minutes"))
+        return self._changed("snapToMinute", as_int(minutes, 1, 60, "minutes"))
 
     # ---- Comparison and text ----
 
@@ -335,6 +368,22 @@ class Timecode:
 def _check_rate(operation: str) -> None:
     if not frames_per_day():
         raise FrameRateError(f"kivCS2Timecode_{operation}", detail="call set_frame_rate() first")
+
+
+#: The most of a unit that arithmetic takes; more could pass the year 65535 twice.
+_MOST = {"Years": 65535, "Months": 65535 * 12, "Days": 65535 * 366}
+
+
+def _frames_in(unit: str) -> int:
+    """Returns the frames of a unit; 0 for units of the calendar."""
+    return {"Frames": 1, "Seconds": frames_per_second(), "Minutes": 60 * frames_per_second(),
+            "Hours": frames_per_day() // 24}.get(unit, 0)
+
+
+def _check_frames(count: int, more: int = 0) -> None:
+    """Refuses a sum that the operations would take modulo 2**32."""
+    if count + more >= _INVALID:
+        raise ValueError(f"{count + more} frames: more than a timecode holds")
 
 
 def _is_count(value: object) -> bool:

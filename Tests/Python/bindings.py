@@ -249,6 +249,11 @@ class Files(WithFolder):
         with kiv.CaptionReader(Path(target)) as reader:
             packet = reader.read()
         self.assertEqual((packet.frame, packet.sequence, packet.pairs), (25, 0, ((b"\x94\x20",), (b"\x80\x80",))))
+        for name, raised in (("", kiv.OpenError), ("none/", kiv.OpenError), ("none/.", kiv.OpenError),
+                             ("b" * 256, kiv.WriteError)):
+            with self.assertRaises(raised), kiv.CaptionWriter(name and self.path(name), MCC1, counting="25") as writer:
+                writer.write_captions(25)
+        self.assertNotIn("\x1b", str(kiv.OpenError("open", "a\x1b[2J\udcff.scc")))
         longest = self.path("b" * 251 + ".mcc")  # as long as a name may be
         os.chmod(target, 0o600)
         if os.geteuid() == 0:
@@ -325,13 +330,19 @@ class Ownership(WithFolder):
         gc.collect()
         self.assertEqual(len(list(captions)), 7)
 
+    @staticmethod
+    def end(_fault):
+        raise kiv.EndOfStreamError
+
     def test_callbacks(self):
         data = scc("01:00:00;00 9420", "01:00:02;00 9420")
         for act, raised in ((lambda reader: reader.close(), RuntimeError), (lambda reader: reader.read(), RuntimeError),
-                            (lambda _: 1 / 0, ZeroDivisionError), (lambda _: sys.exit(3), SystemExit)):
+                            (lambda _: 1 / 0, ZeroDivisionError), (lambda _: sys.exit(3), SystemExit),
+                            (lambda _: next(iter(())), RuntimeError), (lambda _: kiv.CaptionReader.from_bytes(
+                                data).seek("x"), kiv.InvalidTimecodeError), (self.end, RuntimeError)):
             reader = kiv.CaptionReader.from_bytes(data, on_fault=lambda fault: act(reader))
             with self.assertRaises(raised):
-                reader.read()
+                list(reader)
             reader.close()
 
         class Host:  # its callback references it, and it references its reader
@@ -421,6 +432,21 @@ class Ownership(WithFolder):
             self.assertTrue(reader.closed)
         self.assertTrue(stopped)
 
+    def test_an_interrupt_of_a_callback_is_not_lost(self):
+        data, lost, came = scc(*["00:00:00:00\t94X0 942c x"] * 20000), [], []
+
+        def interrupt(_signal, _frame):
+            came.append(1)
+            raise KeyboardInterrupt
+        self.addCleanup(signal.signal, signal.SIGALRM, signal.signal(signal.SIGALRM, interrupt))
+        self.addCleanup(setattr, sys, "unraisablehook", sys.unraisablehook)
+        sys.unraisablehook = lost.append
+        for turn in range(20):
+            with self.assertRaises(KeyboardInterrupt), kiv.CaptionReader.from_bytes(data) as reader:
+                signal.setitimer(signal.ITIMER_REAL, 0.002 + 0.0001 * turn)
+                reader.read()
+        self.assertEqual((len(came), lost), (20, []))
+
     def test_a_forked_child_releases_nothing(self):
         target = self.path("a.mcc")
         writer = kiv.CaptionWriter(target, counting="25")
@@ -480,6 +506,7 @@ class Arguments(unittest.TestCase):
         time = kiv.Timecode(0)
         types = (
             lambda: kiv.CaptionReader(3), lambda: kiv.CaptionReader(EXAMPLE, on_fault=1), lambda: time + 1.5,
+            lambda: kiv.CaptionReader(EXAMPLE, kind="scc"), lambda: kiv.CaptionReader(EXAMPLE, order=True),
             lambda: kiv.CaptionReader(EXAMPLE, strict=1), lambda: kiv.CaptionReader(EXAMPLE, counting=25),
             lambda: kiv.CaptionReader.from_bytes("text"), lambda: kiv.CaptionPacket(), lambda: kiv.Caption(),
             lambda: kiv.CaptionPacket.parse("6101"), lambda: kiv.CaptionPacket.build("25", "0"), lambda: time < 5,
@@ -544,6 +571,15 @@ class Timecodes(unittest.TestCase):
             time("00:01:00;00")
         with self.assertRaises(kiv.InvalidTimecodeError):
             time.from_value(0xFFFFFFFF) + 1
+        self.assertEqual((time("12:00:00:00") * 3, time("12:00:00:00") * 0), (time("36:00:00:00") + 0, time(0)))
+        day, dated = kiv.frames_per_day(), time("1.1.2000 00:00:01;00")
+        for call in (lambda: time(day) * 31, lambda: time(30) + (2**32 - 1), lambda: time(0).plus(hours=50000),
+                     lambda: time(day * 20) + time(day * 11), lambda: time(0).plus(months=1), lambda: dated * 2,
+                     lambda: time(0) + dated, lambda: dated.plus(years=63536), lambda: dated.plus(years=-2000),
+                     lambda: dated.plus(days=-800000), lambda: time("31.12.65535 23:59:59;29") + 1,
+                     lambda: time(0).snapped(minutes=90), lambda: time.from_bcd(0x00010000), lambda: time.from_bcd(0x3F)):
+            with self.assertRaises((ValueError, kiv.InvalidTimecodeError)):
+                call()
 
     def test_without_a_rate(self):
         code = """
