@@ -607,7 +607,7 @@ def wrap_packets(carrier: Carrier, packets: Iterable[CaptionPacket], places: "Op
                  rtp: Optional[RTPHeader] = None, line: BytesLike = b"") -> bytes:
     """Returns packets in a carrier: 291M words, one 436M frame, one RTP packet, or a v210 line.
 
-    For v210, `line` is the whole line whose other samples are kept. Without `places` the packets follow each other.
+    RTP needs `rtp`. For v210, `line` is the whole line whose other samples are kept. Without `places` the packets follow each other.
     Parity bits and checksums are made again. Raises ParameterError if the carrier cannot express a place.
     """
     form, given = as_member(Carrier, carrier, "carrier"), list(packets)
@@ -620,6 +620,8 @@ def wrap_packets(carrier: Carrier, packets: Iterable[CaptionPacket], places: "Op
         if len(places) != len(given):
             raise ValueError(f"{len(given)} packets and {len(places)} places")
         where = (records.KIVCS2CaptionPlace * len(given))(*[_place_record(place) for place in places])
+    if form is Carrier.RTP and rtp is None:
+        raise ValueError("an RTP packet needs rtp, an RTPHeader")
     header = None if rtp is None else _rtp_record(rtp)
     is_v210 = form in (Carrier.V210_LUMA, Carrier.V210_CHROMA, Carrier.V210_SD)
     content = bytearray(as_bytes(line, "line")) if is_v210 else bytearray(1024 + 1024 * len(given))
