@@ -108,9 +108,9 @@ class Headers(unittest.TestCase):
             self.assertEqual(done.returncode, 1)
             self.assertRegex(done.stderr.decode(), f"ImportError: .*{text}")
 
-    def test_python_3_9_parses_it(self):
+    def test_python_3_10_parses_it(self):
         for path in Path(PACKAGE, "kivcoreservices2").glob("*.py"):
-            ast.parse(path.read_text(), feature_version=(3, 9))
+            ast.parse(path.read_text(), feature_version=(3, 10))
 
 
 class AgainstTheCommand(WithFolder):
