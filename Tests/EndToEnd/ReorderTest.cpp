@@ -1,5 +1,6 @@
-// The window that puts the packets of a stream in order.
+// The window that puts the packets of a stream in order, and their time.
 #include "Captions/Reorder.h"
+#include "Captions/StreamTime.h"
 
 #include <gtest/gtest.h>
 
@@ -80,6 +81,7 @@ TEST(Reorder, PutsPacketsInOrder)
          {{100}, {101}, {90}, {91}, {92}, {93}, {94}, {95}},
          "100 101 R 95",
          {0, 0, 0, 5, 0, 0, 1}},
+        {"one packet from a loop", {{1}, {2}, {2}, {2}, {2}, {2}, {2}, {3}}, "1 2 3", {0, 0, 5, 0, 0, 0, 0}},
         {"too far for a gap", {{1}, {kFar}, {kFar + 1}}, "1 R 8388611 8388612", {0, 0, 0, 0, 0, 0, 1}},
     };
     for (const Row &row : rows)
@@ -96,5 +98,14 @@ TEST(Reorder, PutsPacketsInOrder)
                   row.counts);
         EXPECT_EQ(got.taken, row.sent.size());
     }
+}
+
+// The clock of a damaged sender may jump by as much as its 32 bits hold with each packet.
+TEST(StreamTime, AJumpingClockStaysWithinItsDay)
+{
+    tool::StreamTime time{KIVCS2CaptionCounting_59_94DF};
+    for (uint32_t packet = 0; packet < 80'000; ++packet)
+        time.take(packet * 0x7FFFFFFFu, {}, false);
+    EXPECT_EQ(time.frame(), 1031016u);
 }
 } // namespace

@@ -109,7 +109,8 @@ void Reorder::takeOld(uint32_t number)
     const size_t place = number & (m_came.size() - 1);
     ++(m_came[place] ? m_counts.doubled : m_counts.late);
     m_came[place] = true;
-    ++m_oldRun;
+    // The numbers of a sender that goes back rise again; those of a packet that a network repeats do not.
+    m_oldRun += std::exchange(m_lastOld, number) != number ? 1 : 0;
 }
 
 // Passes the next packet, or gives it up if it has not come.

@@ -93,7 +93,8 @@ private:
     uint32_t m_highest = 0;  ///< the highest number that has come
     uint32_t m_offset = 0;   ///< number minus the sender's sequence, for wraps at 2^16
     uint32_t m_highBits = 0; ///< high bits of the last sequence number
-    uint32_t m_oldRun = 0;   ///< packets before the window in a row
+    uint32_t m_oldRun = 0;   ///< different packets before the window in a row
+    uint32_t m_lastOld = 0;  ///< the number of the last of them
     uint64_t m_lostBefore = 0;
     bool m_hasRestarted = false;
     std::optional<Candidate> m_candidate;

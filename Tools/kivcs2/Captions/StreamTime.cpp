@@ -179,9 +179,12 @@ uint32_t StreamTime::frameByClock() const
 {
     const KIVCS2CaptionCountingInfo info = infoOf(m_counting);
     const int64_t unit = kClock * info.m_denominator;
+    // Without its whole days, which are whole ticks in every counting, no time is too long to be multiplied:
+    // a damaged clock may jump by hours with each packet.
+    const int64_t ofDay = unit * info.m_perDay / info.m_numerator;
     // A packet up to a quarter of a frame early still belongs to this frame, and so does a second field, half
     // a frame late.
-    const int64_t since = (m_ticks - m_anchor) * info.m_numerator + unit / 4;
+    const int64_t since = (m_ticks - m_anchor) % ofDay * info.m_numerator + unit / 4;
     const int64_t frames = since / unit - (since % unit < 0 ? 1 : 0);
     const int64_t day = info.m_perDay;
     return static_cast<uint32_t>(((m_anchorFrame + frames) % day + day) % day);
