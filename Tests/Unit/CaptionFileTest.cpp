@@ -404,6 +404,12 @@ TEST(CaptionFileSeek, AFileMayRunOverMidnightInBothOrders)
         EXPECT_EQ(soughtIn(tail, 1).m_frame, 1u);
         Reading evening{scc("20:00:00:00\t9420\n21:00:00:00\t942c"), options}; // all of one day
         EXPECT_EQ(soughtIn(evening, 0).m_frame, 2160000u);
+        std::string back = "23:59:59:28\t9420 9420 94ae 94ae\n"; // runs over, and the index begins after it
+        for (int line = 10; line < 50; ++line)
+            back += "23:00:" + std::to_string(line) + ":00\t942c\n";
+        Reading jumbled{scc(back), options};
+        jumbled.all();
+        EXPECT_EQ(kivCS2CaptionFile_seek(&jumbled.file, 2000), KIVCS2STATUS_EOF_ERR);
     }
 }
 

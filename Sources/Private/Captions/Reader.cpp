@@ -781,6 +781,8 @@ void Reader::closeWords()
 {
     m_inWords = false;
     m_nextFrame = m_wordFrame;
+    // A seek that begins behind this line, with the index of lines already read, does not find it again.
+    m_runsOver = m_runsOver || m_wordFrame > m_info->m_perDay;
     if (m_options.m_order == KIVCS2CaptionOrder_File)
         m_index.add(m_current.line.offset, m_current.line.number,
                     std::max(m_wordFrame, m_current.frame + 1) - 1);
