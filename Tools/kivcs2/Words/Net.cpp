@@ -419,7 +419,8 @@ int send(const Options &options, bool json)
     Lines lines{json, false};
     Meter meter{lines};
     const Going going{meter, signals};
-    const std::chrono::duration<double> interval{options.rate > 0 ? 1 / options.rate : 0};
+    constexpr double kLongest = 1e9; // seconds: 31 years, and within the numbers of the clock
+    const std::chrono::duration<double> interval{options.rate > 0 ? std::min(1 / options.rate, kLongest) : 0};
     auto due = Clock::now();
     try
     {
