@@ -392,6 +392,8 @@ void Resolution::locate(ServerLocation location)
 {
     if (location == m_location)
         return;
+    // Before any change: without memory for it, the next report of this location is a new one.
+    OwnNetworks networks = isLocalName(location.host.c_str()) ? m_backend->networks() : OwnNetworks{};
     m_v4.stop();
     m_v6.stop();
     m_addresses.clear();
@@ -404,7 +406,7 @@ void Resolution::locate(ServerLocation location)
         fail(kCFNetServicesErrorNotFound);
         return;
     }
-    m_networks = isLocalName(m_location->host.c_str()) ? m_backend->networks() : OwnNetworks{};
+    m_networks = std::move(networks);
     m_v4.browse(*m_backend, m_location->host.c_str());
     m_v6.browse(*m_backend, m_location->host.c_str());
 }
