@@ -431,7 +431,7 @@ int send(const Options &options, bool json)
                 break;
             meter.add(message.size());
             due += std::chrono::duration_cast<Clock::duration>(interval);
-            if (going.toldToEnd(due))
+            if (meter.messages() == options.count || going.toldToEnd(due))
                 break;
         }
     }
