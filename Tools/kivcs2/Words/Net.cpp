@@ -424,7 +424,7 @@ int send(const Options &options, bool json)
     auto due = Clock::now();
     try
     {
-        while (meter.messages() < options.count)
+        for (;;)
         {
             const std::string_view message = messages.next(going);
             if (message.empty() || !sendAll(socket.get(), to.get(), message, going))
