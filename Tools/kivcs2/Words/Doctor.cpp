@@ -2,6 +2,7 @@
 // them.
 #include "Failure.h"
 #include "Terminal/Output.h"
+#include "Words/Discovery.h"
 #include "Words/Words.h"
 
 #include <KIVCoreServices2/KIVCS2Semaphore.h>
@@ -197,6 +198,9 @@ Finding lookAtDiscovery()
 {
     if (answers("/run/avahi-daemon/socket", SOCK_STREAM))
         return {State::Good, "the Avahi daemon runs", ""};
+    if (!canDiscover())
+        return {State::Missing, "neither the Avahi daemon nor Avahi's libraries",
+                "apt-get install avahi-daemon libavahi-core7"};
     return {State::Limited, "no Avahi daemon: each program is its own",
             "apt-get install avahi-daemon, which the programs of a machine share"};
 }

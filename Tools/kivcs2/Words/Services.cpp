@@ -3,6 +3,7 @@
 #include "Failure.h"
 #include "Terminal/EndSignals.h"
 #include "Terminal/Output.h"
+#include "Words/Discovery.h"
 #include "Words/Words.h"
 
 #include <KIVCoreServices2/KIVCS2Bonjour.h>
@@ -150,6 +151,18 @@ public:
     KIVCS2BonjourBrowser record{};
 };
 
+constexpr size_t kLabelMax = 63; // RFC 1035, 2.3.4
+
+[[nodiscard]] bool isASCII(char c) noexcept
+{
+    return static_cast<unsigned char>(c) < 0x80;
+}
+
+[[nodiscard]] bool isLabel(std::string_view label) noexcept
+{
+    return !label.empty() && label.size() <= kLabelMax;
+}
+
 std::vector<std::string_view> labelsOf(std::string_view name)
 {
     std::vector<std::string_view> labels;
@@ -164,23 +177,33 @@ std::vector<std::string_view> labelsOf(std::string_view name)
     return labels;
 }
 
-// The library does not report failures of searching and publishing, so impossible names are refused before.
+// The library does not report failures of searching and publishing, so what cannot be done is refused before.
+void requireDiscovery()
+{
+    if (!canDiscover())
+        throw Failure(kExitNotHere,
+                      "services cannot be searched or published: the Avahi daemon does not respond, "
+                      "and Avahi's libraries or free descriptors are missing");
+}
+
+void requireDomain(const std::string &domain)
+{
+    if (!domain.empty() &&
+        (!std::ranges::all_of(labelsOf(domain), isLabel) || !std::ranges::all_of(domain, isASCII)))
+        throw Failure(kExitUsage, "\"" + visible(domain) + "\" is not a domain");
+}
+
 // Avahi does not carry types of one letter.
 void requireNames(const Options &options)
 {
-    constexpr size_t kLabelMax = 63;
     const auto isPlain = [](char c)
     { return c == '-' || (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
-    const auto isASCII = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
     const std::vector<std::string_view> type = labelsOf(options.type);
     if (type.size() != 2 || type[0].size() < 3 || type[0].size() > kLabelMax || type[0][0] != '_' ||
         !std::ranges::all_of(type[0].substr(1), isPlain) || (type[1] != "_tcp" && type[1] != "_udp"))
         throw Failure(kExitUsage,
                       "\"" + visible(options.type) + "\" is not a service type such as _http._tcp");
-    const auto isLabel = [](std::string_view label) { return !label.empty() && label.size() <= kLabelMax; };
-    if (!options.domain.empty() && (!std::ranges::all_of(labelsOf(options.domain), isLabel) ||
-                                    !std::ranges::all_of(options.domain, isASCII)))
-        throw Failure(kExitUsage, "\"" + visible(options.domain) + "\" is not a domain");
+    requireDomain(options.domain);
     if (!std::ranges::all_of(options.name, isASCII))
         throw Failure(kExitUsage, "\"" + visible(options.name) + "\" is not ASCII");
 }
@@ -253,6 +276,7 @@ int publish(const Options &options, bool json)
     if (options.name.empty() || options.name.size() > 63)
         throw Failure(kExitUsage, "a service's name has 1 to 63 bytes");
     const std::string texts = packTexts(options.texts);
+    requireDiscovery();
     const EndSignals signals;
     KIVCS2BonjourPublisher publisher{};
     check(kivCS2Bonjour_startPublishingService(&publisher, options.domain.c_str(), options.type.c_str(),
@@ -288,6 +312,7 @@ bool isResting(KIVCS2BonjourBrowser &browser)
 int browse(const Options &options, bool json)
 {
     requireNames(options);
+    requireDiscovery();
     const EndSignals signals;
     Arrivals<Found> arrivals;
     Browser browser;
@@ -411,6 +436,8 @@ namesOf(std::span<const std::unique_ptr<NameSearch>> searches, const EndSignals 
 // protocol after it, so the services of both protocols are searched for.
 int listTypes(const Options &options, bool json)
 {
+    requireDomain(options.domain);
+    requireDiscovery();
     const EndSignals signals;
     std::vector<std::unique_ptr<NameSearch>> searches;
     searches.push_back(std::make_unique<NameSearch>("_services._dns-sd._udp", options.domain));
@@ -455,6 +482,7 @@ int listTypes(const Options &options, bool json)
 void findFirst(Browser &browser, const Options &options, const EndSignals &signals)
 {
     requireNames(options);
+    requireDiscovery();
     std::atomic<bool> isDone = false;
     KIVCS2Status status = KIVCS2STATUS_OK;
     std::thread search{[&]
@@ -548,6 +576,21 @@ void addLookingFor(Word &word, Options &options)
 }
 
 } // namespace
+
+// Resolves a service, which begins as a search does, and does not wait for a reply.
+bool canDiscover()
+{
+    const CFStringRef domain = CFStringCreateWithCString(nullptr, "local", kCFStringEncodingUTF8);
+    const CFStringRef type = CFStringCreateWithCString(nullptr, "_kivcs2._tcp", kCFStringEncodingUTF8);
+    const CFNetServiceRef service =
+        domain != nullptr && type != nullptr ? CFNetServiceCreate(nullptr, domain, type, type, 0) : nullptr;
+    CFStreamError error{};
+    const bool found = service != nullptr && CFNetServiceResolveWithTimeout(service, 0, &error);
+    for (const CFTypeRef object : {CFTypeRef{service}, CFTypeRef{type}, CFTypeRef{domain}})
+        if (object != nullptr)
+            CFRelease(object);
+    return found || error.error == kCFNetServicesErrorTimeout;
+}
 
 void addServicesCommand(Word &root, Context &context)
 {
