@@ -154,6 +154,8 @@ class _Source:
         self.temporary: Optional[str] = None
 
     def open(self, path: bytes, mode: bytes) -> None:
+        if os.path.isdir(path):  # C opens a folder to read, and then cannot say why nothing can be read
+            raise OpenError("open", os.fsdecode(path), os.strerror(errno.EISDIR))
         stream = records.KIVCS2FileStream()
         try:
             library.kivCS2FileStream_init(byref(stream), path, mode)

@@ -215,8 +215,9 @@ class Files(WithFolder):
     def test_nothing_is_success(self):
         with self.assertRaises(kiv.NoDataError):
             list(kiv.CaptionReader.from_bytes(scc()))
-        with self.assertRaisesRegex(kiv.OpenError, "No such file"):
-            kiv.CaptionReader(self.path("none.scc"))
+        for name, reason in (("none.scc", "No such file"), (".", "Is a directory")):
+            with self.assertRaisesRegex(kiv.OpenError, reason):
+                kiv.CaptionReader(self.path(name))
         Path(self.path("lost.scc")).write_bytes(scc("01:00:00;00\t9420 94x0", "01:00:02;00\t9420"))
         with self.assertRaises(kiv.CaptionError) as raised:
             kiv.convert_captions(self.path("lost.scc"), self.path("out.mcc"))
