@@ -5,7 +5,7 @@ import os
 import threading
 import weakref
 from types import TracebackType
-from typing import Any, Callable, Generator, Optional
+from typing import Any, Callable, Generator, Optional, TypeVar
 
 from .status import status_of
 
@@ -119,6 +119,9 @@ def raise_first(errors: "list[BaseException]") -> None:
     raise error from None
 
 
+_Self = TypeVar("_Self", bound="Closing")
+
+
 class Closing:
     """What every class with a handle has: close() and `with`."""
 
@@ -135,7 +138,7 @@ class Closing:
     def __reduce__(self) -> Any:
         raise TypeError(f"a {type(self).__name__} cannot be copied or pickled")
 
-    def __enter__(self) -> Any:
+    def __enter__(self: _Self) -> _Self:
         if self.closed:
             raise ValueError(f"this {type(self).__name__} is closed")
         return self

@@ -104,7 +104,7 @@ def _find() -> str:
     if named:
         return named
     beside = os.path.join(os.path.dirname(os.path.abspath(__file__)), _layout.LIBRARY)
-    return os.path.normpath(beside) if os.path.exists(beside) else _layout.SONAME
+    return os.path.normpath(beside) if os.path.exists(beside) else str(_layout.SONAME)
 
 
 def _load() -> "tuple[ctypes.CDLL, ctypes.PyDLL]":

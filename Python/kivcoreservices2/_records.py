@@ -6,6 +6,7 @@ from __future__ import annotations
 
 import ctypes
 from ctypes import CFUNCTYPE, POINTER, c_bool, c_char, c_int32, c_uint8, c_uint16, c_uint32, c_uint64, c_void_p
+from typing import Any
 
 ANC_SIZE = 259  #: bytes of the longest packet: DID, SDID, count, 255 bytes of user data, checksum
 TRIPLETS_MAX = 31  #: triplets of a packet: cc_count has 5 bits
@@ -186,7 +187,7 @@ ALL = [value for value in list(globals().values())
        if isinstance(value, type) and issubclass(value, ctypes.Structure) and value is not ctypes.Structure]
 
 
-def layout(record: type) -> tuple:
+def layout(record: type) -> "tuple[Any, ...]":
     """Returns the size of a record and, for each member, its name, offset and size, all in bytes."""
     members = []
     for name, *_ in record._fields_:  # type: ignore[attr-defined]
@@ -195,7 +196,7 @@ def layout(record: type) -> tuple:
     return ctypes.sizeof(record), tuple(members)
 
 
-def check_layout(expected: dict) -> None:
+def check_layout(expected: "dict[str, Any]") -> None:
     """Compares every record with `expected`, which the compiler of the C headers wrote.
 
     Raises ImportError for the first difference: a call with such a record would overwrite memory.

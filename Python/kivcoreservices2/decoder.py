@@ -5,7 +5,7 @@ import ctypes
 import enum
 from ctypes import byref
 from dataclasses import dataclass
-from typing import Any, Callable, Iterable, Optional, Union
+from typing import Any, Callable, Iterable, Optional, Union, cast
 
 from . import _records as records
 from ._handle import Closing, Handle, callback, raise_first
@@ -87,12 +87,12 @@ class Caption:
     @property
     def start(self) -> int:
         """The frame on which it appeared, counted from midnight."""
-        return self._record.m_from
+        return int(self._record.m_from)
 
     @property
     def end(self) -> int:
         """The first frame without it; smaller than `start` past midnight."""
-        return self._record.m_until
+        return int(self._record.m_until)
 
     def _known(self) -> Counting:
         if self.counting is None:
@@ -144,7 +144,7 @@ class Caption:
     @property
     def window(self) -> int:
         """CEA-708: the window, 0 to 7."""
-        return self._record.m_window
+        return int(self._record.m_window)
 
     @property
     def anchor(self) -> "tuple[int, int, int]":
@@ -163,7 +163,7 @@ class Caption:
     @property
     def justify(self) -> int:
         """CEA-708: 0 left, 1 right, 2 centre, 3 full; CEA-608: 0."""
-        return self._record.m_justify
+        return int(self._record.m_justify)
 
     @property
     def screen(self) -> "tuple[int, int]":
@@ -179,7 +179,7 @@ class Caption:
     def __hash__(self) -> int:
         return hash(self._content())
 
-    def __reduce__(self) -> tuple:
+    def __reduce__(self) -> "tuple[Any, ...]":
         return _unpickle, self._content()
 
     def __str__(self) -> str:
@@ -264,7 +264,7 @@ class CaptionDecoder(Closing):
         self._handle = Handle(self, release)
 
     def _call(self, operation: Any, *arguments: Any) -> "list[Caption]":
-        return self._handle.run(self._collect, operation, *arguments)
+        return cast("list[Caption]", self._handle.run(self._collect, operation, *arguments))
 
     def _collect(self, operation: Any, *arguments: Any) -> "list[Caption]":
         try:

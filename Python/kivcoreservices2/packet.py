@@ -12,7 +12,7 @@ import functools
 from ctypes import byref, c_bool, c_uint8, c_uint32, c_uint64
 from dataclasses import dataclass, field as data_field
 from fractions import Fraction
-from typing import Iterable, Iterator, NamedTuple, Optional, Sequence, TypeVar, Union
+from typing import Any, Iterable, Iterator, NamedTuple, Optional, Sequence, TypeVar, Union
 
 from . import _records as records
 from ._library import library
@@ -90,7 +90,7 @@ class Counting(enum.IntEnum):
     @property
     def label(self) -> str:
         """The name, for example "29.97df"."""
-        return library.kivCS2CaptionCounting_name(self).decode()
+        return str(library.kivCS2CaptionCounting_name(self).decode())
 
     def __str__(self) -> str:
         return self.label
@@ -104,27 +104,27 @@ class Counting(enum.IntEnum):
     @property
     def numbers(self) -> int:
         """Frame numbers a second: 30 at 29.97."""
-        return _info(self).m_numbers
+        return int(_info(self).m_numbers)
 
     @property
     def frames_per_day(self) -> int:
         """Frames from midnight to midnight."""
-        return _info(self).m_perDay
+        return int(_info(self).m_perDay)
 
     @property
     def triplets(self) -> int:
         """Triplets of cc_data in a frame: 25, 24, 20, 12 or 10 (CEA-708)."""
-        return _info(self).m_triplets
+        return int(_info(self).m_triplets)
 
     @property
     def rate_code(self) -> int:
         """cdp_frame_rate, 1 to 8 (SMPTE 334-2)."""
-        return _info(self).m_rateCode
+        return int(_info(self).m_rateCode)
 
     @property
     def drop(self) -> int:
         """Frame numbers left out at the start of nine minutes of ten: 0, 2 or 4."""
-        return _info(self).m_drop
+        return int(_info(self).m_drop)
 
     def frame(self, timecode: str, exact: bool = False) -> int:
         """Returns the frames since midnight of "HH:MM:SS:FF"; ":", ";", "." and "," are equal.
@@ -238,7 +238,7 @@ class CaptionFault(enum.IntEnum):
     @property
     def status(self) -> int:
         """The status with which a strict read ends at this fault."""
-        return library.kivCS2CaptionFile_getFaultStatus(self)
+        return int(library.kivCS2CaptionFile_getFaultStatus(self))
 
 
 _SERVICES = {**{f"CC{n}": 0x100 + n for n in range(1, 5)}, **{f"T{n}": 0x110 + n for n in range(1, 5)},
@@ -281,7 +281,7 @@ class ServiceEntry:
                                                  as_bool(self.easy_reader, "easy_reader"), as_bool(self.wide, "wide"))
 
 
-def service_records(services: "Optional[Sequence[ServiceEntry]]") -> "tuple[ctypes.Array | None, int]":
+def service_records(services: "Optional[Sequence[ServiceEntry]]") -> "tuple[ctypes.Array[Any] | None, int]":
     """Returns the records of a service list and their number."""
     if services is None:
         return None, 0
@@ -398,17 +398,17 @@ class CaptionPacket:
     @property
     def frame(self) -> int:
         """Frames since midnight."""
-        return self._record.m_frame
+        return int(self._record.m_frame)
 
     @property
     def line(self) -> int:
         """The line in the file, from 1; 0 if there is no file."""
-        return self._record.m_line
+        return int(self._record.m_line)
 
     @property
     def offset(self) -> int:
         """Bytes from the start of the file to the start of the line."""
-        return self._record.m_offset
+        return int(self._record.m_offset)
 
     @property
     def faults(self) -> "tuple[CaptionFault, ...]":
@@ -429,12 +429,12 @@ class CaptionPacket:
     @property
     def did(self) -> int:
         """The data identifier: 61h for captions."""
-        return self._record.m_did
+        return int(self._record.m_did)
 
     @property
     def sdid(self) -> int:
         """The secondary data identifier: 01h for a CDP."""
-        return self._record.m_sdid
+        return int(self._record.m_sdid)
 
     @property
     def sequence(self) -> Optional[int]:
@@ -496,7 +496,7 @@ class CaptionPacket:
     def __hash__(self) -> int:
         return hash(bytes(self._record))
 
-    def __reduce__(self) -> tuple:
+    def __reduce__(self) -> "tuple[Any, ...]":
         return _unpickle, (bytes(self._record),)
 
     def __repr__(self) -> str:

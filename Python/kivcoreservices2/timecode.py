@@ -63,22 +63,22 @@ def set_frame_rate(rate: "Union[FrameRate, str]") -> None:
 
 def frames_per_second() -> int:
     """Returns the nominal rate: 24, 25, 30, 50 or 60; 0 while no rate is set."""
-    return _stored("getFramesPerSecond", c_uint32)
+    return int(_stored("getFramesPerSecond", c_uint32))
 
 
 def real_frames_per_second() -> float:
     """Returns the rate for calculations with seconds, 29.97 for 30000/1001; 0.0 while no rate is set."""
-    return _stored("getRealFramesPerSecond", c_double)
+    return float(_stored("getRealFramesPerSecond", c_double))
 
 
 def frames_per_day() -> int:
     """Returns the frames of 24 hours of timecode; 0 while no rate is set."""
-    return _stored("getFramesPerDay", c_uint32)
+    return int(_stored("getFramesPerDay", c_uint32))
 
 
 def is_drop_frame() -> bool:
     """Returns True at 29.97 and 59.94."""
-    return _stored("getDropFrame", c_bool)
+    return bool(_stored("getDropFrame", c_bool))
 
 
 @functools.total_ordering
@@ -185,30 +185,30 @@ class Timecode:
     def hours(self) -> int:
         """The hours, 24 and more if the frames are beyond a day."""
         _check_rate("getHours")  # without a rate the operation succeeds and stores nothing
-        return _stored("getHours", c_uint32, self._pointer())
+        return int(_stored("getHours", c_uint32, self._pointer()))
 
     @property
     def minutes(self) -> int:
-        return _stored("getMinutes", c_uint32, self._pointer())
+        return int(_stored("getMinutes", c_uint32, self._pointer()))
 
     @property
     def seconds(self) -> int:
-        return _stored("getSeconds", c_uint32, self._pointer())
+        return int(_stored("getSeconds", c_uint32, self._pointer()))
 
     @property
     def frames(self) -> int:
         """The frame number within the second."""
-        return _stored("getFrames", c_uint32, self._pointer())
+        return int(_stored("getFrames", c_uint32, self._pointer()))
 
     @property
     def seconds_since_midnight(self) -> float:
         """The frames since midnight divided by the real rate."""
-        return _stored("getSecondsSinceMidnight", c_double, self._pointer())
+        return float(_stored("getSecondsSinceMidnight", c_double, self._pointer()))
 
     @property
     def bcd(self) -> int:
         """Hours, minutes, seconds and frames as one BCD byte each, hours in the top byte; no flag bits."""
-        return _stored("getBCDFromTimecode", c_uint32, self._pointer())
+        return int(_stored("getBCDFromTimecode", c_uint32, self._pointer()))
 
     @property
     def is_duration(self) -> bool:
@@ -334,7 +334,7 @@ class Timecode:
         """Returns True if the frames since midnight are equal, whatever the dates are."""
         if not isinstance(other, Timecode):
             raise TypeError(f"other must be Timecode, not {type(other).__name__}")
-        return _stored("compare", c_int32, self._pointer(), other._pointer()) == 0
+        return bool(_stored("compare", c_int32, self._pointer(), other._pointer()) == 0)
 
     def __eq__(self, other: object) -> bool:
         return isinstance(other, Timecode) and self._value == other._value
@@ -350,7 +350,7 @@ class Timecode:
     def __hash__(self) -> int:
         return hash(self._value)
 
-    def __reduce__(self) -> tuple:
+    def __reduce__(self) -> "tuple[Any, ...]":
         return Timecode.from_value, (self._value,)
 
     def __str__(self) -> str:
