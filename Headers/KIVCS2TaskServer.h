@@ -33,9 +33,9 @@
  * - A process that the host has forked itself cannot use its parent's server, and reaps its own children. The
  *   commands it launches by KIVCS2Task.h are its own too, and outlive the host.
  * - A callback runs on the library's readback thread with the server's mutex held: it must not take long,
- *   must not launch through the server (which is refused), and must not wait for another of the server's
- *   tasks: freeing a running one with a mode that waits, 1 to 3, never returns. All signals are blocked on
- *   that thread.
+ *   must not launch through the server (which is refused; a launch by KIVCS2Task.h is not), and must not wait
+ *   for another of the server's tasks: freeing a running one with a mode that waits, 1 to 3, never returns.
+ *   All signals are blocked on that thread.
  *
  * @code
  * static void onEnd(KIVCS2Task *task, void *ended)

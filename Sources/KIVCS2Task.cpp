@@ -5,6 +5,7 @@
 #include "Private/Support/Check.h"
 #include "Private/Tasks/Children.h"
 #include "Private/Tasks/Record.h"
+#include "Private/Tasks/ServerRecord.h"
 #include "Private/Tasks/Tree.h"
 
 #include <KIVPlatform/KIVPlatform.h>
@@ -133,6 +134,7 @@ void closePipes(KIVCS2Task &task)
 
     int status = kUnknownStatus;
     const bool known = child.wait(status);
+    kiv::reapPostponed(); // the handler has left this child to be taken first
     task.m_waitStatus = known ? status : kUnknownStatus;
     task.m_exitCode = (task.m_waitStatus >> 8) & 0xFF;
     return known ? KIVCS2STATUS_OK : KIVCS2STATUS_SYSTEM_ERR;

@@ -357,8 +357,7 @@ void waitForReport(uint64_t &lastIdle)
 {
     for (;;)
     {
-        if (g_CSTaskServer.m_reapingPostponed.exchange(0) != 0)
-            kiv::reapChildren();
+        kiv::reapPostponed();
         const uint64_t elapsed = (mach_absolute_time() - lastIdle) / kNsPerMillisecond;
         pollfd entry{g_CSTaskServer.m_descriptors[kReportRead], POLLIN, 0};
         const int ready =
@@ -437,6 +436,7 @@ void waitForAllBelow()
 void *kivCS2TaskServerPrv_readbackThread(void *)
 {
     (void)KIVPSetThreadName("kivcs2-readback"); // the thread also works without a name
+    kiv::ChildTable::deliverHere();
     uint64_t lastIdle = mach_absolute_time();
     for (;;)
     {

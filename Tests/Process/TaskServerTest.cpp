@@ -142,15 +142,16 @@ KIV_TEST_RUN(inChild, TaskServer, WorksWithoutStandardStreams)
     EXPECT_EQ(status, 768);
 }
 
-KIV_TEST_RUN(inChild, TaskServer, ACallbackFreesItsTaskAndIsRefusedALaunch)
+KIV_TEST_RUN(inChild, TaskServer, ACallbackFreesItsTaskAndLaunchesOnlyDirectly)
 {
     EXPECT_OK(kivCS2_init());
     struct Seen
     {
         std::binary_semaphore gate{0};
-        KIVCS2Task *other = makeShell("exit 0");
+        KIVCS2Task *other = makeShell("exit 3");
         KIVCS2Status exec = 0;
         KIVCS2Status freed = 1;
+        KIVCS2Status launched = 1;
         uint32_t tasks = 9;
     } seen;
     EXPECT_OK(kivCS2TaskServer_exec(
@@ -159,6 +160,7 @@ KIV_TEST_RUN(inChild, TaskServer, ACallbackFreesItsTaskAndIsRefusedALaunch)
         {
             auto &result = *static_cast<Seen *>(context);
             result.exec = kivCS2TaskServer_exec(result.other, nullptr, nullptr);
+            result.launched = kivCS2Task_launch(result.other); // its status does not need this thread
             (void)kivCS2TaskServer_tasksRunning(&result.tasks);
             result.freed = kivCS2Task_free(task, KIVCS2TaskFreeMode_Refuse);
             result.gate.release();
@@ -168,6 +170,8 @@ KIV_TEST_RUN(inChild, TaskServer, ACallbackFreesItsTaskAndIsRefusedALaunch)
     EXPECT_EQ(seen.exec, KIVCS2STATUS_MUTEX_ERR);
     EXPECT_OK(seen.freed);
     EXPECT_EQ(seen.tasks, 0u);
+    EXPECT_OK(seen.launched);
+    EXPECT_EQ(seen.other->m_exitCode, 3);
     EXPECT_OK(kivCS2Task_free(seen.other, KIVCS2TaskFreeMode_Refuse));
 }
 

@@ -46,6 +46,7 @@ constinit pthread_cond_t g_reported = PTHREAD_COND_INITIALIZER;
 constinit kiv::Child *g_first = nullptr;
 constinit bool g_reportsCome = false;
 constinit uint32_t g_idleSeconds = 0;
+constinit thread_local bool t_delivers = false;
 constinit Shared *g_shared = nullptr;
 constinit uint32_t g_launches = 0; // requested from this server, under the server's mutex
 constinit pid_t g_noter = 0;       // the host; in the server's copy the server
@@ -160,7 +161,8 @@ bool kiv::Child::wait(int &status)
         return true;
     }
     const uint32_t before = g_idleSeconds;
-    while (!m_ended && g_reportsCome && getpid() == g_host && g_idleSeconds - before < kIdleSeconds)
+    while (!m_ended && g_reportsCome && !t_delivers && getpid() == g_host &&
+           g_idleSeconds - before < kIdleSeconds)
         pthread_cond_wait(&g_reported, &g_mutex);
     status = m_status;
     return m_ended;
@@ -200,6 +202,19 @@ void kiv::ChildTable::expectReports(bool come)
     const Lock lock;
     g_reportsCome = come;
     pthread_cond_broadcast(&g_reported);
+}
+
+void kiv::ChildTable::deliverHere()
+{
+    t_delivers = true;
+}
+
+bool kiv::ChildTable::isAwaited(pid_t child)
+{
+    if (g_shared == nullptr || getpid() != g_host)
+        return false;
+    return std::any_of(g_shared->slots.begin(), g_shared->slots.end(),
+                       [child](ChildNote &note) { return std::atomic_ref{note.pid}.load() == child; });
 }
 
 bool kiv::ChildTable::deliver(pid_t pid, int status)

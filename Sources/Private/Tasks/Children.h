@@ -1,5 +1,6 @@
-// Children that a launch by the host itself waits for. The SIGCHLD handler reaps every child that has ended,
-// so a launch may find its child gone: the status then comes back over the report pipe and is delivered here.
+// Children that a launch by the host itself waits for. The SIGCHLD handler leaves them to their launches as
+// long as there is a note of them. It reaps every other child that has ended, so a launch without a note may
+// find its child gone: the status then comes back over the report pipe and is delivered here.
 #ifndef KIV_PRIVATE_TASKS_CHILDREN_H
 #define KIV_PRIVATE_TASKS_CHILDREN_H
 
@@ -24,7 +25,7 @@ public:
     // Starts the plan and stores the id for other threads; false if no process was made.
     [[nodiscard]] bool start(const ExecPlan &plan, const ChildSetup &setup, int32_t &pid);
 
-    // Waits for the child's end; returns false if the status is lost.
+    // Waits for the child's end; returns false if the status is lost. Children behind it may now be reaped.
     [[nodiscard]] bool wait(int &status);
 
 private:
@@ -46,6 +47,10 @@ public:
     static void share();
     // Stores whether there is a readback thread, so that statuses taken by the handler come back.
     static void expectReports(bool come);
+    // The calling thread delivers: a launch by it cannot wait for a report.
+    static void deliverHere();
+    // Returns whether a launch has a note of this child, and takes its status itself. Async-signal-safe.
+    [[nodiscard]] static bool isAwaited(pid_t child);
     // Delivers the `status` of an ended child; returns false if no launch waits for the child.
     static bool deliver(pid_t pid, int status);
     // Call it if a second has passed and no report is left.

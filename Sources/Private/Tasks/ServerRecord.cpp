@@ -2,6 +2,8 @@
 // still live.
 #include "Private/Tasks/ServerRecord.h"
 
+#include "Private/Tasks/Children.h"
+
 #include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -10,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <utility>
 
 namespace
 {
@@ -56,18 +59,15 @@ void kiv::reapChildren()
         }
     };
     const Reaping reaping;
-    for (;;)
+    for (pid_t left = 0;;)
     {
         if (!canReport())
         {
             g_CSTaskServer.m_reapingPostponed.store(1);
             return;
         }
-        Report report{};
-        report.pid = waitpid(-1, &report.status, WNOHANG);
-        if (report.pid == 0)
-            return;
-        if (report.pid < 0)
+        siginfo_t ended{};
+        if (waitid(P_ALL, 0, &ended, WEXITED | WNOHANG | WNOWAIT) != 0)
         {
             if (errno == EINTR)
                 continue;
@@ -75,12 +75,33 @@ void kiv::reapChildren()
                 complain(errno);
             return;
         }
+        if (ended.si_pid == 0)
+            return;
+        if (ChildTable::isAwaited(ended.si_pid))
+        {
+            // It hides the children behind it until its launch has taken it. Look twice: the launch may have
+            // done so before it could see the mark.
+            g_CSTaskServer.m_reapingPostponed.store(1);
+            if (std::exchange(left, ended.si_pid) == ended.si_pid)
+                return;
+            continue;
+        }
+        Report report{};
+        report.pid = waitpid(ended.si_pid, &report.status, WNOHANG);
+        if (report.pid <= 0) // interrupted, or another thread has taken it
+            continue;
         if (report.pid == g_CSTaskServer.m_serverPid)
             g_CSTaskServer.m_serverEnded.store(1);
         // Write in one piece, because host and server write to the same pipe. If the host is gone, no process
         // reads.
         (void)!write(g_CSTaskServer.m_descriptors[kReportWrite], &report, sizeof report);
     }
+}
+
+void kiv::reapPostponed()
+{
+    if (getpid() == g_CSTaskServer.m_reaper.load() && g_CSTaskServer.m_reapingPostponed.exchange(0) != 0)
+        reapChildren();
 }
 
 bool kiv::isOwnPipe(uint32_t index)

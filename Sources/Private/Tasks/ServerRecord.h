@@ -37,7 +37,7 @@ struct KIVCS2TaskServer
     pid_t m_hostPid;             // the process that may use the server
     std::atomic<pid_t> m_reaper; // the process whose SIGCHLD handler reaps: host, or server in its copy
     std::atomic<uint32_t> m_serverEnded;      // the handler has reaped the server
-    std::atomic<uint32_t> m_reapingPostponed; // the report pipe was full
+    std::atomic<uint32_t> m_reapingPostponed; // the report pipe was full, or a launch takes its child first
     std::atomic<uint32_t> m_reaping;          // statuses taken but not yet in that pipe
     std::atomic<bool> m_usable;               // pipes and mutex exist
     std::atomic<bool> m_readbackRuns;
@@ -53,8 +53,11 @@ namespace kiv
 // status is lost. Async-signal-safe.
 [[nodiscard]] bool canReport();
 
-// Reports every child that has ended, as long as the report pipe has room. Async-signal-safe.
+// Reports every child that has ended, as long as the report pipe has room, up to a child that a launch waits
+// for. Async-signal-safe.
 void reapChildren();
+// Goes on where that has stopped.
+void reapPostponed();
 
 // Returns whether the descriptor is still the pipe's: a host may have closed it, and its number may now
 // belong to a file of the host. Async-signal-safe.
