@@ -16,6 +16,7 @@
 #include <gmock/gmock.h>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sched.h>
 
 #include <atomic>
@@ -791,14 +792,25 @@ TEST_F(DeadServices, ASearchForTheFirstThatTimesOutLeavesTheNextOneFree)
     EXPECT_EQ(exitCodeOf(child), 0);
 }
 
+// Descriptors that a program started by this process gets.
+int inheritedDescriptors()
+{
+    int count = 0;
+    for (int descriptor = 0; descriptor < FD_SETSIZE; ++descriptor)
+        count += fcntl(descriptor, F_GETFD) == 0;
+    return count;
+}
+
 TEST_F(Discovery, AnEngineWithoutADaemonServesTheNextCallAndNoForkedChild)
 {
+    const int inherited = inheritedDescriptors();
     const auto resolve = []
     {
         const auto nobody = service("", "_play._tcp", "nobody", -1);
         EXPECT_FALSE(CFNetServiceResolveWithTimeout(nobody.get(), 0.001, nullptr));
     };
     resolve();
+    EXPECT_EQ(inheritedDescriptors(), inherited);
     resolve();
     EXPECT_EQ(m_network.backends, 1);
     m_network.ended.wait(0); // six seconds later it gives its backend up

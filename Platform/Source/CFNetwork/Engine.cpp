@@ -1,6 +1,8 @@
 // The engine thread, and the choice between the daemon and the embedded stack.
 #include "CFNetwork/Engine.h"
 
+#include "CFNetwork/Inherited.h"
+
 #include <avahi-common/error.h>
 #include <avahi-common/thread-watch.h>
 #include <avahi-common/timeval.h>
@@ -62,7 +64,7 @@ public:
         m_backend.reset();
         for (AvahiTimeout *timer : {m_timer, m_idleTimer})
             if (timer != nullptr)
-                avahi_threaded_poll_get(m_poll)->timeout_free(timer);
+                m_api.timeout_free(timer);
         if (m_poll != nullptr)
             avahi_threaded_poll_free(m_poll);
     }
@@ -160,10 +162,12 @@ private:
 
     [[nodiscard]] bool open() noexcept
     {
+        const WakeUpPipe pipe;
         m_poll = avahi_threaded_poll_new();
         if (m_poll == nullptr)
             return false;
-        const AvahiPoll *api = avahi_threaded_poll_get(m_poll);
+        m_api = closingOnExec(*avahi_threaded_poll_get(m_poll));
+        const AvahiPoll *api = &m_api;
         m_timer = api->timeout_new(
             api, nullptr, [](AvahiTimeout *, void *engine) { static_cast<Engine *>(engine)->settle(); },
             this);
@@ -172,6 +176,7 @@ private:
             this);
         if (m_timer == nullptr || m_idleTimer == nullptr)
             return false;
+        pipe.closeOnExec(); // the timers have written to it
         chooseBackend();
         m_started = m_backend != nullptr && avahi_threaded_poll_start(m_poll) == 0;
         return m_started;
@@ -184,18 +189,17 @@ private:
             m_backend = backendForTesting(*this);
             return;
         }
-        const AvahiPoll *api = avahi_threaded_poll_get(m_poll);
-        m_backend = makeDaemonBackend(api, *this, false);
+        m_backend = makeDaemonBackend(&m_api, *this, false);
         m_isDaemon = m_backend != nullptr;
         if (m_isDaemon)
             return;
-        m_backend = makeEmbeddedBackend(api, *this);
+        m_backend = makeEmbeddedBackend(&m_api, *this);
         watchForDaemon();
     }
 
     void watchForDaemon() noexcept
     {
-        m_watch = makeDaemonBackend(avahi_threaded_poll_get(m_poll), *this, true);
+        m_watch = makeDaemonBackend(&m_api, *this, true);
         if (!m_watch)
             settleIn(kLookAgainAfter);
         else if (m_watch->state() != BackendState::absent)
@@ -204,7 +208,7 @@ private:
 
     void setTimer(AvahiTimeout *timer, const timeval *when) noexcept
     {
-        avahi_threaded_poll_get(m_poll)->timeout_update(timer, when);
+        m_api.timeout_update(timer, when);
     }
     void setTimer(AvahiTimeout *timer, unsigned milliseconds) noexcept
     {
@@ -281,6 +285,7 @@ private:
     }
 
     AvahiThreadedPoll *m_poll = nullptr;
+    AvahiPoll m_api{};
     AvahiTimeout *m_timer = nullptr;
     AvahiTimeout *m_idleTimer = nullptr; // runs while the engine is unused
     std::unique_ptr<Backend> m_backend;
