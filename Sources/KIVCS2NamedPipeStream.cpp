@@ -71,9 +71,15 @@ struct OpenMode
 
 #define CHECK_GIVEN(argument)                                                                                \
     KIV_CHECK_AS((argument) != nullptr, "(" #argument ") != NULL", KIVCS2STATUS_PARAM_ERR)
+// A record cleared by a close holds 0, which is the descriptor of some other part of the process.
 #define CHECK_OPEN(stream)                                                                                   \
-    KIV_CHECK_AS((stream) != nullptr && (stream)->m_fileDescriptor >= 0, "(stream->m_fileDescriptor >= 0)",  \
-                 KIVCS2STATUS_PARAM_ERR)
+    KIV_CHECK_AS((stream) != nullptr && isSetUp(*(stream)) && (stream)->m_fileDescriptor >= 0,               \
+                 "(stream->m_fileDescriptor >= 0)", KIVCS2STATUS_PARAM_ERR)
+
+[[nodiscard]] bool isSetUp(const KIVCS2NamedPipeStream &stream)
+{
+    return stream.m_stream.m_close != nullptr;
+}
 } // namespace
 
 KIVCS2Status kivCS2NamedPipeStream_setup(KIVCS2NamedPipeStream *stream)
@@ -178,9 +184,7 @@ KIVCS2Status kivCS2NamedPipeStream_close(KIVCS2Stream *_stream)
     KIVCS2NamedPipeStream *stream = record(_stream);
     CHECK_GIVEN(stream);
 
-    // A record cleared by a close holds 0, which is the descriptor of some other part of the process.
-    const bool isSetUp = stream->m_stream.m_close != nullptr;
-    if (isSetUp && stream->m_fileDescriptor >= 0)
+    if (isSetUp(*stream) && stream->m_fileDescriptor >= 0)
     {
         close(std::exchange(stream->m_fileDescriptor, kClosed));
         if ((stream->m_flags & KIVCS2NamedPipeFlag_Unlink) != 0)

@@ -59,6 +59,7 @@ TEST(NamedPipeStream, RefusesWhatIsMissing)
 {
     KIVCS2NamedPipeStream closed;
     kivCS2NamedPipeStream_setup(&closed);
+    KIVCS2NamedPipeStream cleared{}; // as after a close: 0 is another part's descriptor
     KIVCS2NamedPipeStream open;
     kivCS2NamedPipeStream_setup(&open);
     open.m_fileDescriptor = 1;
@@ -72,6 +73,10 @@ TEST(NamedPipeStream, RefusesWhatIsMissing)
         KIV_REQUIRES(kivCS2NamedPipeStream_writeBytes, "(stream->m_fileDescriptor >= 0)", &closed.m_stream,
                      &byte, 1, nullptr),
         KIV_REQUIRES(kivCS2NamedPipeStream_readBytes, "(stream->m_fileDescriptor >= 0)", &closed.m_stream,
+                     &byte, 1, nullptr),
+        KIV_REQUIRES(kivCS2NamedPipeStream_writeBytes, "(stream->m_fileDescriptor >= 0)", &cleared.m_stream,
+                     &byte, 1, nullptr),
+        KIV_REQUIRES(kivCS2NamedPipeStream_readBytes, "(stream->m_fileDescriptor >= 0)", &cleared.m_stream,
                      &byte, 1, nullptr),
     });
 }
