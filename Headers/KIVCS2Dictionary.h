@@ -76,7 +76,7 @@ KIVCS2_API KIVCS2Status kivCS2Dictionary_free(KIVCS2Dictionary *dictionary);
  * @param[in]     keyKind     KIVCS2DictionaryKey
  * @retval KIVCS2STATUS_PARAM_ERR   a pointer is null, or the record is not initialised
  * @retval KIVCS2STATUS_MEMORY_ERR  the C string is not ASCII, or there is no room; the dictionary is
- *                                  unchanged. Also a new key for a dictionary that is not mutable
+ *                                  unchanged. Also for a dictionary that is not mutable
  * Thread safety: one thread at a time.
  */
 KIVCS2_API KIVCS2Status kivCS2Dictionary_setCFValue(KIVCS2Dictionary *dictionary, const void *key,

@@ -26,9 +26,11 @@ namespace
 
 [[nodiscard]] KIVCS2Status store(CFMutableDictionaryRef dictionary, const void *key, CFTypeRef value)
 {
+    const void *const before = CFDictionaryGetValue(dictionary, key);
     CFDictionarySetValue(dictionary, key, value);
-    // The call returns no result. An existing key gets its new value without memory.
-    return CFDictionaryContainsKey(dictionary, key) != 0 ? KIVCS2STATUS_OK : KIVCS2STATUS_MEMORY_ERR;
+    // The call returns no result. The dictionary's own callbacks may keep a copy of the value.
+    const void *const stored = CFDictionaryGetValue(dictionary, key);
+    return stored == value || stored != before ? KIVCS2STATUS_OK : KIVCS2STATUS_MEMORY_ERR;
 }
 
 [[nodiscard]] KIVCS2Status storeUnder(const KIVCS2Dictionary &dictionary, const void *key, CFTypeRef value,

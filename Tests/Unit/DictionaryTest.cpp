@@ -102,10 +102,13 @@ TEST_F(DictionaryTest, SharesADictionaryWithItsOwner)
     EXPECT_OK(kivCS2Dictionary_free(&second));
     expectNumber(at("shared"), kCFNumberSInt32Type, int32_t{3});
 
-    const kiv::CFRef<CFDictionaryRef> fixed{
-        CFDictionaryCreate(nullptr, nullptr, nullptr, 0, nullptr, nullptr)};
+    const void *old = kCFBooleanTrue;
+    const kiv::CFRef<CFDictionaryRef> fixed{CFDictionaryCreate(
+        nullptr, &old, &old, 1, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks)};
     ASSERT_OK(kivCS2Dictionary_initWithCFDictionary(fixed.get(), &second));
-    EXPECT_EQ(kivCS2Dictionary_setInteger(&second, "new", 3, kText), KIVCS2STATUS_MEMORY_ERR);
+    for (const void *key : {old, static_cast<const void *>(kCFBooleanFalse)})
+        EXPECT_EQ(kivCS2Dictionary_setInteger(&second, key, 3, KIVCS2DictionaryKey_CFString),
+                  KIVCS2STATUS_MEMORY_ERR);
     EXPECT_OK(kivCS2Dictionary_free(&second));
 }
 
