@@ -5,6 +5,11 @@
 #include "Private/Support/CFRef.h"
 #include "Private/Support/Check.h"
 
+#include <KIVPlatform/KIVPlatform.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -13,6 +18,18 @@
 namespace
 {
 using PixelBuffer = kiv::CFRef<CVPixelBufferRef>;
+
+// fopen() for writing, closed on exec and never as a standard stream that the host has closed.
+[[nodiscard]] std::FILE *create(const char *path)
+{
+    constexpr mode_t kAnyone = 0666; // less the process's mask
+    const int descriptor =
+        KIVPAboveStandardStreams(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kAnyone));
+    std::FILE *const file = descriptor >= 0 ? fdopen(descriptor, "w") : nullptr;
+    if (file == nullptr && descriptor >= 0)
+        close(descriptor);
+    return file;
+}
 
 // The rows of a buffer, locked during the lifetime of this object.
 class LockedRows
@@ -219,7 +236,7 @@ KIVCS2Status kivCS2PixelBuffer_save(CVPixelBufferRef pixelBuffer, const char *pa
 
     const PixelBuffer owned{converted};
     // Kept: a file that cannot be opened or written is not reported.
-    if (std::FILE *file = path != nullptr ? std::fopen(path, "w") : nullptr; file != nullptr)
+    if (std::FILE *file = path != nullptr ? create(path) : nullptr; file != nullptr)
     {
         const LockedRows rows{converted};
         (void)std::fwrite(rows.row(0), rows.bytesPerRow(), CVPixelBufferGetHeight(converted), file);
