@@ -586,9 +586,12 @@ bool canDiscover()
         domain != nullptr && type != nullptr ? CFNetServiceCreate(nullptr, domain, type, type, 0) : nullptr;
     CFStreamError error{};
     const bool found = service != nullptr && CFNetServiceResolveWithTimeout(service, 0, &error);
-    for (const CFTypeRef object : {CFTypeRef{service}, CFTypeRef{type}, CFTypeRef{domain}})
-        if (object != nullptr)
-            CFRelease(object);
+    if (service != nullptr)
+        CFRelease(service);
+    if (type != nullptr)
+        CFRelease(type);
+    if (domain != nullptr)
+        CFRelease(domain);
     return found || error.error == kCFNetServicesErrorTimeout;
 }
 
