@@ -8,8 +8,10 @@
 
 #include <array>
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <thread>
 
@@ -173,6 +175,23 @@ KIV_TEST_RUN(inChild, TaskServer, ACallbackFreesItsTaskAndLaunchesOnlyDirectly)
     EXPECT_OK(seen.launched);
     EXPECT_EQ(seen.other->m_exitCode, 3);
     EXPECT_OK(kivCS2Task_free(seen.other, KIVCS2TaskFreeMode_Refuse));
+}
+
+KIV_TEST_RUN(inChild, TaskServer, TheHandlerEndsNoThreadThatIsToBeCancelled)
+{
+    EXPECT_OK(kivCS2_init());
+    const auto signalled = [](void *) -> void *
+    {
+        (void)pthread_cancel(pthread_self());        // takes effect in the next call that waits
+        (void)pthread_kill(pthread_self(), SIGCHLD); // handled before this returns
+        (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+        return nullptr;
+    };
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(&thread, nullptr, signalled, nullptr), 0);
+    void *result = nullptr;
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, nullptr) << "cancelled in the handler";
 }
 
 KIV_TEST_RUN(inOwnProcesses, TaskServer, EveryModeOfFreeEndsARunningTask)

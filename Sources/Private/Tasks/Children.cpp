@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <csignal>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -160,6 +161,8 @@ bool kiv::Child::wait(int &status)
         ChildTable::remove(*this);
         return true;
     }
+    // Its id is free: another child that gets it is not this launch's.
+    leaveSlot(std::exchange(m_slot, kNoSlot));
     const uint32_t before = g_idleSeconds;
     while (!m_ended && g_reportsCome && !t_delivers && getpid() == g_host &&
            g_idleSeconds - before < kIdleSeconds)

@@ -47,16 +47,20 @@ bool kiv::canReport()
 
 void kiv::reapChildren()
 {
+    // A thread that is to be cancelled would end in the handler, wherever the signal has interrupted it.
     struct Reaping
     {
         Reaping()
         {
+            (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_cancelState);
             g_CSTaskServer.m_reaping.fetch_add(1);
         }
         ~Reaping()
         {
             g_CSTaskServer.m_reaping.fetch_sub(1);
+            (void)pthread_setcancelstate(m_cancelState, nullptr);
         }
+        int m_cancelState = PTHREAD_CANCEL_ENABLE;
     };
     const Reaping reaping;
     for (pid_t left = 0;;)

@@ -199,7 +199,7 @@ Finding lookAtDiscovery()
     if (answers("/run/avahi-daemon/socket", SOCK_STREAM))
         return {State::Good, "the Avahi daemon runs", ""};
     if (!canDiscover())
-        return {State::Missing, "neither the Avahi daemon nor Avahi's libraries",
+        return {State::Missing, "neither the Avahi daemon nor its libraries, or no descriptors",
                 "apt-get install avahi-daemon libavahi-core7"};
     return {State::Limited, "no Avahi daemon: each program is its own",
             "apt-get install avahi-daemon, which the programs of a machine share"};
