@@ -54,10 +54,12 @@ KIVCS2Status lookUp(const uint8_t *table, KIVCS2Timecode tc, uint32_t *value)
     return KIVCS2STATUS_OK;
 }
 
-[[gnu::cold, gnu::noinline]] KIVCS2Status refuseIllegal(const ClockFields &clock)
+// Takes numbers and no record, whose bytes the callers would gather before they know that they are illegal.
+[[gnu::cold, gnu::noinline]] KIVCS2Status refuseIllegal(uint32_t hours, uint32_t minutes, uint32_t seconds,
+                                                        uint32_t frames)
 {
-    KIV_LOG("Illegal timecode %02i:%02i:%02i:%02i\n", static_cast<int>(clock.hours),
-            static_cast<int>(clock.minutes), static_cast<int>(clock.seconds), static_cast<int>(clock.frames));
+    KIV_LOG("Illegal timecode %02i:%02i:%02i:%02i\n", static_cast<int>(hours), static_cast<int>(minutes),
+            static_cast<int>(seconds), static_cast<int>(frames));
     return KIVCS2STATUS_INVALID_TIMECODE_ERR;
 }
 
@@ -66,7 +68,7 @@ KIVCS2Status setClock(KIVCS2Timecode &tc, const ClockFields &clock)
 {
     if (setFields(g_state, tc, clock.hours, clock.minutes, clock.seconds, clock.frames)) [[likely]]
         return KIVCS2STATUS_OK;
-    return refuseIllegal(clock);
+    return refuseIllegal(clock.hours, clock.minutes, clock.seconds, clock.frames);
 }
 
 KIVCS2Status replaceField(KIVCS2Timecode &tc, uint32_t ClockFields::*field, uint32_t value)
@@ -175,16 +177,15 @@ KIVCS2Status kivCS2Timecode_init(KIVCS2Timecode *tc)
     return KIVCS2STATUS_OK;
 }
 
-KIV_UNGUARDED KIVCS2Status kivCS2Timecode_initWithTimecodeFields(KIVCS2Timecode *tc, uint8_t hours,
-                                                                 uint8_t minutes, uint8_t seconds,
-                                                                 uint8_t frames)
+KIVCS2Status kivCS2Timecode_initWithTimecodeFields(KIVCS2Timecode *tc, uint8_t hours, uint8_t minutes,
+                                                   uint8_t seconds, uint8_t frames)
 {
     if (!hasRate())
         return KIVCS2STATUS_FRAME_RATE_ERR;
 
     if (setFields(g_state, *tc, hours, minutes, seconds, frames)) [[likely]]
         return KIVCS2STATUS_OK;
-    return refuseIllegal({hours, minutes, seconds, frames});
+    return refuseIllegal(hours, minutes, seconds, frames);
 }
 
 KIVCS2Status kivCS2Timecode_initWithFrames(KIVCS2Timecode *tc, uint32_t frames)

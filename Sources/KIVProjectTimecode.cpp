@@ -71,10 +71,12 @@ uint32_t lookUp(const uint8_t *table, KIVCS2Timecode tc)
     return KIVCS2_FAILED(frameWithinHour(rate(), tc, index)) ? 0 : table[index];
 }
 
-[[gnu::cold, gnu::noinline]] void logIllegal(const ClockFields &clock)
+// Takes numbers and no record, whose bytes the callers would gather before they know that they are illegal.
+[[gnu::cold, gnu::noinline]] void logIllegal(uint32_t hours, uint32_t minutes, uint32_t seconds,
+                                             uint32_t frames)
 {
-    KIV_LOG("Illegal timecode %02i:%02i:%02i:%02i", static_cast<int>(clock.hours),
-            static_cast<int>(clock.minutes), static_cast<int>(clock.seconds), static_cast<int>(clock.frames));
+    KIV_LOG("Illegal timecode %02i:%02i:%02i:%02i", static_cast<int>(hours), static_cast<int>(minutes),
+            static_cast<int>(seconds), static_cast<int>(frames));
 }
 
 inline void setClock(KIVCS2Timecode &tc, const ClockFields &clock)
@@ -83,7 +85,7 @@ inline void setClock(KIVCS2Timecode &tc, const ClockFields &clock)
         setFrames(tc, 0); // no digits name a frame
     else if (setFields(rate(), tc, clock.hours, clock.minutes, clock.seconds, clock.frames)) [[likely]]
         return;
-    logIllegal(clock);
+    logIllegal(clock.hours, clock.minutes, clock.seconds, clock.frames);
 }
 
 KIVCS2Timecode timecodeOfText(const Letters &letters)
