@@ -3,20 +3,24 @@
 //   KIV_TARGET, Vector               the level, its register
 //   shuffle(bytes, places)           bytes of each lane by their places in it
 //   opaque(bytes, places)            the same, with 255 as every fourth byte
-//   chromaMean(a, b)                 means of the even bytes, rounded up; the odd bytes of the first
+//   mean(a, b)                       means of the bytes, rounded up
+//   most(a, b)                       the greater of signed bytes
 //   select(sign, a, b)               32-bit units of the first if `sign` is negative, else of the second
 //   pairs(weights, bytes)            unsigned weights by signed bytes, pairs summed in 16 bits
 //   sum(start, a, b)                 words by words, pairs summed in 32 bits and added
 //   upperHalves(even, odd)           16 bits from each 32-bit unit of both, in turn
 //   saturate(a, b)                   words to bytes of 0 to 255, in each lane first those of the first
 //   firstOfBoth, lastOfBoth          interleave the 32-bit units of the first or last halves of two registers
+//   KIV_SPLIT_STORES                 defined if there is storeBoth(to, even, odd) instead, which stores both
 //   finishWords, kStringStores       who converts the last words of v210; whether fillByStringStores() pays
 //   KIV_ONE_LANE                     defined if there is one; the others have
 //     choose(from, units)            32-bit units of the two registers there by their numbers
 //     storeRGB(to, bytes)            the first 12 bytes of each lane
 //     kWordsRead, kWordsLeft         v210: the bytes that a block reads, the components that must be there
 //     convertWords(from, to, upper)
-//   KIV_MASKED_PARTS                 defined if there are loadPart() and storePart(), of the first bytes
+//   KIV_MASKED_PARTS                 defined if there are masks:
+//     loadPart(), storePart()        of the first bytes
+//     chromaMean(a, b)               means of the even bytes, rounded up; the odd bytes of the first
 
 inline constexpr size_t kBytes = sizeof(Vector);
 using Units = uint32_t __attribute__((vector_size(kBytes)));
@@ -35,6 +39,14 @@ struct Halves
 {
     Vector even, odd;
 };
+
+#ifndef KIV_SPLIT_STORES
+KIV_TARGET KIV_INLINE void storeBoth(uint8_t *to, Vector even, Vector odd)
+{
+    store(to, firstOfBoth(even, odd));
+    store(to + kBytes, lastOfBoth(even, odd));
+}
+#endif
 
 #ifdef KIV_ONE_LANE
 KIV_TARGET KIV_INLINE Halves gatherGroups(const uint8_t *from, Units, uint64_t offset, uint64_t step)
@@ -85,8 +97,8 @@ KIV_TARGET KIV_INLINE Halves loadEnd(const uint8_t *from, size_t size)
 
 KIV_TARGET KIV_INLINE void storeEnd(uint8_t *to, const Halves &pixels, size_t size)
 {
-    storePart(to, pixels.even, size);
-    storePart(to + kBytes, pixels.odd, size - std::min(size, kBytes));
+    storePart(to, firstOfBoth(pixels.even, pixels.odd), size);
+    storePart(to + kBytes, lastOfBoth(pixels.even, pixels.odd), size - std::min(size, kBytes));
 }
 #else
 KIV_TARGET KIV_INLINE Halves loadEnd(const uint8_t *from, size_t size)
@@ -99,24 +111,30 @@ KIV_TARGET KIV_INLINE Halves loadEnd(const uint8_t *from, size_t size)
 KIV_TARGET KIV_INLINE void storeEnd(uint8_t *to, const Halves &pixels, size_t size)
 {
     alignas(Vector) uint8_t line[2 * kBytes];
-    store(line, pixels.even);
-    store(line + kBytes, pixels.odd);
+    storeBoth(line, pixels.even, pixels.odd);
     std::memcpy(to, line, std::min(size, sizeof line));
 }
 #endif
 
-// The pixels of each group of four bytes, as signed bytes in the order of Recipe: both chromas, luma, and
-// the chroma that is used twice.
+// The pixels of each group of four bytes, as signed bytes in the order of Recipe: both chromas, the one that
+// is used twice again, and luma.
 template <const kiv::ColourMatrix &M>
 KIV_TARGET KIV_INLINE Halves halvesOf(Vector own, Vector next)
 {
-    // Less 128, except for chroma of which the mean is made: its complement, because means of complements
-    // that are rounded up are the complements of means rounded down.
-    const Vector complement = every32(0x80FF80FF);
+    // Less 128. Means are made of complements, because means of complements that are rounded up are the
+    // complements of means rounded down; the last exclusive or turns them back and subtracts 128 as well.
     const Vector centred = own ^ every32(0x80808080);
+#ifdef KIV_MASKED_PARTS
+    const Vector complement = every32(0x80FF80FF);
     const Vector mean = chromaMean(own ^ complement, next ^ complement) ^ every32(0x007F007F);
-    return {shuffle(centred, load(kGroupPlaces<M, 1>.data())),
-            shuffle(mean, load(kGroupPlaces<M, 3>.data()))};
+    const Vector odd = shuffle(mean, load(kGroupPlaces<M, 3>.data()));
+#else
+    const Vector complement = every32(0xFFFFFFFF);
+    const Vector chroma =
+        shuffle(mean(own ^ complement, next ^ complement), load(kGroupPlaces<M, kNone>.data()));
+    const Vector odd = chroma ^ most(centred, every32(0x807F7F7F)); // the second luma, and 127
+#endif
+    return {shuffle(centred, load(kGroupPlaces<M, 1>.data())), odd};
 }
 
 struct Sums
@@ -154,9 +172,7 @@ template <const kiv::ColourMatrix &M, Order Bytes>
 KIV_TARGET KIV_INLINE Halves convertBlock(Vector own, Vector next)
 {
     const Halves halves = halvesOf<M>(own, next);
-    const Vector even = pixelsOf<Bytes>(sumsOf<M>(halves.even));
-    const Vector odd = pixelsOf<Bytes>(sumsOf<M>(halves.odd));
-    return {firstOfBoth(even, odd), lastOfBoth(even, odd)};
+    return {pixelsOf<Bytes>(sumsOf<M>(halves.even)), pixelsOf<Bytes>(sumsOf<M>(halves.odd))};
 }
 
 template <const kiv::ColourMatrix &M, Order Bytes>
@@ -171,8 +187,7 @@ KIV_TARGET void convertRow(const uint8_t *from, uint8_t *to, size_t width) noexc
         if constexpr (kBytes == kCacheLine)
             __builtin_prefetch(to + 2 * kAhead + kCacheLine);
         const Halves pixels = convertBlock<M, Bytes>(load(from), load(from + kGroup));
-        store(to, pixels.even);
-        store(to + kBytes, pixels.odd);
+        storeBoth(to, pixels.even, pixels.odd);
     }
     for (size_t part = 0; size > 0; from += part, to += 2 * part, size -= part)
     {

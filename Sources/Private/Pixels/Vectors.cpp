@@ -2,8 +2,8 @@
 // by level.
 //
 // A factor of the colour conversion has 17 or 18 bits. The vectors multiply bytes by bytes, and pairs of
-// 16-bit numbers by pairs. So each factor is made of both: a pixel's four bytes (both chromas, luma, and one
-// chroma again) get weights of 8 bits, are summed in two pairs, and the two sums get factors of 16 bits.
+// 16-bit numbers by pairs. So each factor is made of both: a pixel's four bytes (both chromas, one of them
+// again, and luma) get weights of 8 bits, are summed in two pairs, and the two sums get factors of 16 bits.
 // Every product and sum is exact, so the result equals the definition bit for bit.
 #include "Private/Pixels/Vectors.h"
 
@@ -37,8 +37,8 @@ struct Weights
 
     [[nodiscard]] constexpr uint32_t bytes() const
     {
-        return once | static_cast<uint32_t>(twice) << 8 | static_cast<uint32_t>(luma) << 16 |
-               static_cast<uint32_t>(again) << 24;
+        return once | static_cast<uint32_t>(twice) << 8 | static_cast<uint32_t>(again) << 16 |
+               static_cast<uint32_t>(luma) << 24;
     }
     [[nodiscard]] constexpr uint32_t factors() const
     {
@@ -130,16 +130,18 @@ alignas(64) constexpr Places kRGBPlaces = everyLane({0, 1, 9, 2, 3, 11, 4, 5, 13
 alignas(64) constexpr Places kWordPlaces = everyLane({0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, kNone, kNone,
                                                       kNone, kNone});
 
-// Of each group the chroma that is used once, the other, the luma at `Luma`, and the other again.
+// Of each group the chroma that is used once, the other, the other again, and the luma at `Luma` or none.
 template <const kiv::ColourMatrix &M, uint8_t Luma>
 alignas(64) constexpr Places kGroupPlaces = []
 {
     constexpr uint8_t kTwice = Recipe<M>::kTwiceCr ? 2 : 0;
     std::array<uint8_t, 16> lane{};
     for (size_t at = 0; at < 16; ++at)
-        lane[at] = static_cast<uint8_t>(at / 4 * 4 + (at % 2 == 1   ? kTwice
-                                                      : at % 4 == 0 ? 2 - kTwice
-                                                                    : Luma));
+    {
+        const bool isLuma = at % 4 == 3;
+        const size_t place = at / 4 * 4 + (isLuma ? Luma : at % 4 == 0 ? 2 - kTwice : kTwice);
+        lane[at] = isLuma && Luma == kNone ? kNone : static_cast<uint8_t>(place);
+    }
     return everyLane(lane);
 }();
 
@@ -177,7 +179,8 @@ constexpr bool kStringStores = false;
 constexpr kiv::ConvertRow finishWords = kiv::plain::v210To2vuy;
 KIV_LANES(shuffle(Vector bytes, Vector places), _mm_shuffle_epi8(bytes, places))
 KIV_LANES(opaque(Vector bytes, Vector places), shuffle(bytes, places) | _mm_set1_epi32(kAlpha))
-KIV_LANES(chromaMean(Vector a, Vector b), _mm_blendv_epi8(_mm_avg_epu8(a, b), a, _mm_set1_epi16(-256)))
+KIV_LANES(mean(Vector a, Vector b), _mm_avg_epu8(a, b))
+KIV_LANES(most(Vector a, Vector b), _mm_max_epi8(a, b))
 KIV_LANES(select(Vector sign, Vector a, Vector b), _mm_blendv_epi8(b, a, _mm_srai_epi32(sign, 31)))
 KIV_LANES(pairs(Vector weights, Vector bytes), _mm_maddubs_epi16(weights, bytes))
 KIV_LANES(sum(Vector start, Vector a, Vector b), _mm_add_epi32(start, _mm_madd_epi16(a, b)))
@@ -195,28 +198,36 @@ KIV_LANES(lastOfBoth(Vector a, Vector b), _mm_unpackhi_epi32(a, b))
 namespace avx2
 {
 #define KIV_TARGET __attribute__((target("avx2,bmi2")))
+#define KIV_SPLIT_STORES
 using Vector = __m256i;
 constexpr bool kStringStores = true;
 constexpr kiv::ConvertRow finishWords = sse42::v210To2vuy;
 KIV_LANES(shuffle(Vector bytes, Vector places), _mm256_shuffle_epi8(bytes, places))
 KIV_LANES(opaque(Vector bytes, Vector places), shuffle(bytes, places) | _mm256_set1_epi32(kAlpha))
-KIV_LANES(chromaMean(Vector a, Vector b),
-          _mm256_blendv_epi8(_mm256_avg_epu8(a, b), a, _mm256_set1_epi16(-256)))
+KIV_LANES(mean(Vector a, Vector b), _mm256_avg_epu8(a, b))
+KIV_LANES(most(Vector a, Vector b), _mm256_max_epi8(a, b))
 KIV_LANES(select(Vector sign, Vector a, Vector b), _mm256_blendv_epi8(b, a, _mm256_srai_epi32(sign, 31)))
 KIV_LANES(pairs(Vector weights, Vector bytes), _mm256_maddubs_epi16(weights, bytes))
 KIV_LANES(sum(Vector start, Vector a, Vector b), _mm256_add_epi32(start, _mm256_madd_epi16(a, b)))
 KIV_LANES(upperHalves(Vector a, Vector b), _mm256_blend_epi16(_mm256_srli_epi32(a, 16), b, 0xAA))
 KIV_LANES(saturate(Vector a, Vector b), _mm256_packus_epi16(a, b))
-KIV_LANES(firstOfBoth(Vector a, Vector b),
-          _mm256_permute2x128_si256(_mm256_unpacklo_epi32(a, b), _mm256_unpackhi_epi32(a, b), 0x20))
-KIV_LANES(lastOfBoth(Vector a, Vector b),
-          _mm256_permute2x128_si256(_mm256_unpacklo_epi32(a, b), _mm256_unpackhi_epi32(a, b), 0x31))
 KIV_LANES(permute32(Vector units, Vector places), _mm256_permutevar8x32_epi32(units, places))
 KIV_LANES(loadAll(const void *from), _mm256_loadu_si256(static_cast<const Vector *>(from)))
 
 KIV_LANES(choose(const uint8_t *from, Vector units),
           select(_mm256_slli_epi32(units, 28), // 8 and above
                  permute32(loadAll(from + 32), units), permute32(loadAll(from), units)))
+
+// Stores of single lanes put them in order without a vector operation.
+KIV_TARGET KIV_INLINE void storeBoth(uint8_t *to, Vector even, Vector odd)
+{
+    const Vector first = _mm256_unpacklo_epi32(even, odd);
+    const Vector last = _mm256_unpackhi_epi32(even, odd);
+    sse42::store(to, _mm256_castsi256_si128(first));
+    sse42::store(to + 16, _mm256_castsi256_si128(last));
+    sse42::store(to + 32, _mm256_extracti128_si256(first, 1));
+    sse42::store(to + 48, _mm256_extracti128_si256(last, 1));
+}
 
 KIV_TARGET KIV_INLINE void storeRGB(uint8_t *to, Vector bytes)
 {
@@ -244,6 +255,7 @@ KIV_TARGET KIV_INLINE void convertWords(const uint8_t *from, uint8_t *to, Upper 
     _mm256_storeu_si256(made + 2, _mm256_blend_epi32(third, fourth, 0xFC));
 }
 #include "Private/Pixels/Lanes.h"
+#undef KIV_SPLIT_STORES
 #undef KIV_TARGET
 } // namespace avx2
 
@@ -363,7 +375,8 @@ constexpr bool kStringStores = false;
 constexpr kiv::ConvertRow finishWords = kiv::plain::v210To2vuy;
 KIV_LANES(shuffle(Vector bytes, Vector places), vqtbl1q_u8(bytes, places))
 KIV_LANES(opaque(Vector bytes, Vector places), shuffle(bytes, places) | (Vector)vdupq_n_s32(kAlpha))
-KIV_LANES(chromaMean(Vector a, Vector b), vbslq_u8((Vector)vdupq_n_u16(0x00FF), vrhaddq_u8(a, b), a))
+KIV_LANES(mean(Vector a, Vector b), vrhaddq_u8(a, b))
+KIV_LANES(most(Vector a, Vector b), (Vector)vmaxq_s8((int8x16_t)a, (int8x16_t)b))
 KIV_LANES(select(Vector sign, Vector a, Vector b), vbslq_u8((Vector)vshrq_n_s32((int32x4_t)sign, 31), a, b))
 KIV_LANES(pairs(Vector a, Vector b),
           (Vector)vpaddq_s16((int16x8_t)vmovl_u8(vget_low_u8(a)) * vmovl_s8(vget_low_s8((int8x16_t)b)),
