@@ -139,12 +139,20 @@ kiv::audio::Pattern<Size> makePattern(const Conversion &conversion, size_t chann
     return pattern;
 }
 
+kiv::audio::Step stepOf(const Conversion &conversion, size_t size) noexcept
+{
+    const size_t samples = size / std::max(conversion.in.bytes, conversion.out.bytes);
+    const auto spare = [=](size_t bytes) { return (size - samples * bytes + bytes - 1) / bytes; };
+    return {samples, std::max(spare(conversion.in.bytes), spare(conversion.out.bytes))};
+}
+
 kiv::audio::Patterns makePatterns(const Conversion &conversion) noexcept
 {
-    const size_t bytes = std::max(conversion.in.bytes, conversion.out.bytes);
     kiv::audio::Patterns patterns{};
-    patterns.run = makePattern<64>(conversion, 64 / bytes, 1, conversion.out.bytes);
-    patterns.lane = makePattern<16>(conversion, 16 / bytes, 1, conversion.out.bytes);
+    patterns.runStep = stepOf(conversion, 64);
+    patterns.laneStep = stepOf(conversion, 16);
+    patterns.run = makePattern<64>(conversion, patterns.runStep.samples, 1, conversion.out.bytes);
+    patterns.lane = makePattern<16>(conversion, patterns.laneStep.samples, 1, conversion.out.bytes);
     if (conversion.areWords)
     {
         patterns.pairs = makePattern<16>(conversion, 2, 4, 2);

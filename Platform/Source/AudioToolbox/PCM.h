@@ -29,9 +29,18 @@ struct Pattern
     std::array<uint8_t, Size> flip;
 };
 
+// How far a register of consecutive samples goes.
+struct Step
+{
+    size_t samples; // that it converts
+    size_t spare;   // that must follow them, so that the register stays inside both buffers
+};
+
 // Registers of the vector kernels, for a conversion that moves bytes.
 struct Patterns
 {
+    Step runStep;
+    Step laneStep;
     Pattern<64> run;    // consecutive samples, as many as fit a register in and out
     Pattern<16> lane;   // as `run`, for a shorter register
     Pattern<16> pairs;  // frames of two channels, sorted by channel

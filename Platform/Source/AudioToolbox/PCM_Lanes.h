@@ -25,8 +25,7 @@ KIV_TARGET KIV_INLINE void storePacked(uint8_t *out, Vector value, size_t bytes)
 KIV_TARGET inline size_t convertRun(const Conversion &conversion, const uint8_t *in, uint8_t *out,
                                     size_t samples) noexcept
 {
-    const size_t step = kLane / std::max(conversion.in.bytes, conversion.out.bytes);
-    const size_t spare = spareSamples(conversion, kLane, step);
+    const auto [step, spare] = conversion.patterns.laneStep;
     const kiv::audio::Pattern<kLane> &pattern = conversion.patterns.lane;
     const Vector places = repeat(pattern.source);
     const Vector turned = repeat(pattern.flip);

@@ -37,14 +37,6 @@ constexpr PackTables<Size> makePackTables()
 }
 
 alignas(64) constexpr PackTables<16> kPack16 = makePackTables<16>();
-// The samples that a step must leave after it, so that registers of `size` bytes that hold
-// `samples` samples stay inside both buffers.
-size_t spareSamples(const Conversion &conversion, size_t size, size_t samples) noexcept
-{
-    const auto spare = [=](size_t bytes) { return (size - samples * bytes + bytes - 1) / bytes; };
-    return std::max(spare(conversion.in.bytes), spare(conversion.out.bytes));
-}
-
 // The start of the block after the one at `start`; `usable` after the last.
 size_t nextBlock(size_t start, size_t usable, size_t blockFrames) noexcept
 {
@@ -190,8 +182,7 @@ KIV_TARGET KIV_INLINE void storePacked(uint8_t *out, Vector value, size_t bytes)
 KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, uint8_t *out,
                              size_t samples) noexcept
 {
-    const size_t step = kLane / std::max(conversion.in.bytes, conversion.out.bytes); // samples of a lane
-    const size_t spare = spareSamples(conversion, kLane, step);
+    const auto [step, spare] = conversion.patterns.laneStep;
     const kiv::audio::Pattern<kLane> &pattern = conversion.patterns.lane;
     const Vector places = repeat(pattern.source);
     const Vector turned = repeat(pattern.flip);
@@ -302,8 +293,7 @@ KIV_TARGET size_t convertRun(const Conversion &conversion, const uint8_t *in, ui
 {
     const size_t inBytes = conversion.in.bytes;
     const size_t outBytes = conversion.out.bytes;
-    const size_t step = kSize / std::max(inBytes, outBytes);
-    const size_t spare = spareSamples(conversion, kSize, step);
+    const auto [step, spare] = conversion.patterns.runStep;
     const kiv::audio::Pattern<kSize> &pattern = conversion.patterns.run;
     const Vector places = _mm512_loadu_si512(pattern.source.data());
     const Vector turned = _mm512_loadu_si512(pattern.flip.data());
