@@ -14,11 +14,15 @@
 
 #include <dlfcn.h>
 
+#include <barrier>
+#include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace
@@ -26,6 +30,7 @@ namespace
 constexpr uint32_t kSize = 64;      // bytes of an object
 constexpr uint32_t kObjects = 1024; // in the block
 constexpr size_t kInFlight = 256;   // objects in use at a time, in flow()
+constexpr double kLong = 0.5; // seconds: whether two threads meet changes from one millisecond to the next
 
 // One pool for all threads of a benchmark.
 struct Ours
@@ -154,54 +159,97 @@ bool givesDifferentObjects()
 }
 
 template <class Pool>
-void takeAndReturn(benchmark::State &state)
+struct TakeAndReturn
 {
-    if (!givesDifferentObjects<Pool>())
-        state.SkipWithError("an object was handed out twice, or not at all");
-    for (auto _ : state)
+    void operator()()
     {
         void *object = Pool::take();
         benchmark::DoNotOptimize(object);
         *static_cast<uint8_t *>(object) = 1;
         Pool::giveBack(object);
     }
-}
+};
 
 // A queue of objects: each round returns the oldest and takes another.
 template <class Pool>
-void flow(benchmark::State &state)
+class Flow
 {
-    if (!givesDifferentObjects<Pool>())
-        state.SkipWithError("an object was handed out twice, or not at all");
-    std::vector<void *> out(kInFlight);
-    for (void *&object : out)
-        object = Pool::take();
-    size_t oldest = 0;
-    for (auto _ : state)
+public:
+    Flow() : m_out(kInFlight)
     {
-        Pool::giveBack(out[oldest]);
-        out[oldest] = Pool::take();
-        *static_cast<uint8_t *>(out[oldest]) = 1;
-        oldest = (oldest + 1) % kInFlight;
+        for (void *&object : m_out)
+            object = Pool::take();
     }
-    for (void *object : out)
-        Pool::giveBack(object);
+    ~Flow()
+    {
+        for (void *object : m_out)
+            Pool::giveBack(object);
+    }
+    Flow(const Flow &) = delete;
+    Flow &operator=(const Flow &) = delete;
+
+    void operator()()
+    {
+        void *&oldest = m_out[m_rounds++ % kInFlight];
+        Pool::giveBack(oldest);
+        oldest = Pool::take();
+        *static_cast<uint8_t *>(oldest) = 1;
+    }
+
+private:
+    std::vector<void *> m_out;
+    size_t m_rounds = 0;
+};
+
+template <class Work>
+void alone(benchmark::State &state)
+{
+    Work work;
+    for (auto _ : state)
+        work();
+}
+
+// The wall time until both threads are done: one that waits for the other's lock uses no processor, and a
+// lock that lets one thread finish first is not faster for that.
+template <class Work>
+void byTwo(benchmark::State &state)
+{
+    constexpr int64_t kRounds = 100'000; // of each thread; some milliseconds
+    while (state.KeepRunningBatch(kRounds))
+    {
+        std::barrier start{3};
+        const auto run = [&start]
+        {
+            Work work;
+            start.arrive_and_wait();
+            for (int64_t round = 0; round < kRounds; ++round)
+                work();
+        };
+        std::thread first{run};
+        std::thread second{run};
+        start.arrive_and_wait();
+        const auto began = std::chrono::steady_clock::now();
+        first.join();
+        second.join();
+        state.SetIterationTime(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count());
+    }
 }
 
 template <class Pool>
 void registerPeer(const std::string &who)
 {
-    benchmark::RegisterBenchmark(("PoolTakeReturn/" + who).c_str(), takeAndReturn<Pool>)->Arg(kSize);
-    benchmark::RegisterBenchmark(("PoolFlow/" + who).c_str(), flow<Pool>)->Arg(kSize);
-    // Wall time: a thread that waits for the other's lock uses no processor.
-    benchmark::RegisterBenchmark(("PoolTakeReturnTwoThreads/" + who).c_str(), takeAndReturn<Pool>)
-        ->Arg(kSize)
-        ->Threads(2)
-        ->UseRealTime();
-    benchmark::RegisterBenchmark(("PoolFlowTwoThreads/" + who).c_str(), flow<Pool>)
-        ->Arg(kSize)
-        ->Threads(2)
-        ->UseRealTime();
+    if (!givesDifferentObjects<Pool>())
+    {
+        std::fprintf(stderr, "%s hands out an object twice, or none\n", who.c_str());
+        std::exit(1);
+    }
+    const auto add = [&who](const char *operation, void (*run)(benchmark::State &))
+    { return benchmark::RegisterBenchmark((operation + who).c_str(), run)->Arg(kSize); };
+    add("PoolTakeReturn/", alone<TakeAndReturn<Pool>>);
+    add("PoolFlow/", alone<Flow<Pool>>);
+    add("PoolTakeReturnTwoThreads/", byTwo<TakeAndReturn<Pool>>)->UseManualTime()->MinTime(kLong);
+    add("PoolFlowTwoThreads/", byTwo<Flow<Pool>>)->UseManualTime()->MinTime(kLong);
 }
 } // namespace
 
