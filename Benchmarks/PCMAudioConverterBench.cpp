@@ -18,13 +18,33 @@ extern "C"
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
 
 namespace
 {
-using Bytes = std::vector<uint8_t>;
+// Buffers begin at cache lines, as those of media frames do. Where malloc puts them is chance, and changes
+// the times of small ones by a third.
+template <class T>
+struct AtCacheLine
+{
+    using value_type = T;
+
+    static T *allocate(size_t count)
+    {
+        return static_cast<T *>(::operator new(count * sizeof(T), kLine));
+    }
+    static void deallocate(T *block, size_t)
+    {
+        ::operator delete(block, kLine);
+    }
+    bool operator==(const AtCacheLine &) const = default;
+
+    static constexpr std::align_val_t kLine{64};
+};
+using Bytes = std::vector<uint8_t, AtCacheLine<uint8_t>>;
 
 constexpr size_t kSplitFrames = 1602;
 constexpr UInt32 kRate = 48000;
