@@ -245,7 +245,7 @@ void addToRGBA(Size size)
     addConvertToRGBA(size, from);
 }
 
-// Two lines, which the first-level cache holds: what the arithmetic takes where memory is no limit.
+// Two lines fit the first-level cache, so this times the arithmetic and not memory.
 void addLinesToRGBA(Size size)
 {
     const auto from = std::make_shared<Plane>(size.width * 2, size.height);
