@@ -8,10 +8,11 @@ namespace
 {
 using Clock = std::chrono::steady_clock;
 
-// Each try takes the mutex's cache line from its holder, so the pauses grow: the holder does some twenty
-// operations in the first one. All five are 31 us; a holder that keeps the mutex for longer sleeps itself.
-constexpr auto kFirstPause = std::chrono::microseconds{1};
-constexpr auto kLastPause = std::chrono::microseconds{16};
+// Each try takes the mutex's cache line from its holder, so the pauses grow: the holder does some forty
+// operations in the first one. All six are 126 us, because a thread that sleeps costs the holder a call to
+// wake it; a holder that keeps the mutex for longer sleeps itself.
+constexpr auto kFirstPause = std::chrono::microseconds{2};
+constexpr auto kLastPause = std::chrono::microseconds{64};
 
 // Tells the processor that this thread only waits.
 void relax()
