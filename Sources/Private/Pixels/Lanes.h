@@ -3,8 +3,8 @@
 //   KIV_TARGET, Vector               the level, its register
 //   shuffle(bytes, places)           bytes of each lane by their places in it
 //   opaque(bytes, places)            the same, with 255 as every fourth byte
-//   mean(a, b)                       means of the bytes, rounded up
-//   most(a, b)                       the greater of signed bytes
+//   mean(a, b)                       means of the bytes, rounded up; not with KIV_MASKED_PARTS
+//   most(a, b)                       the greater of signed bytes; not with KIV_MASKED_PARTS
 //   select(sign, a, b)               32-bit units of the first if `sign` is negative, else of the second
 //   pairs(weights, bytes)            unsigned weights by signed bytes, pairs summed in 16 bits
 //   sum(start, a, b)                 words by words, pairs summed in 32 bits and added
