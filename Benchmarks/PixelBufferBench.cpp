@@ -175,6 +175,16 @@ void requireSameColours(Size size)
     for (size_t at = 0; at + 4 < size.width * 4; ++at)
         require(std::abs(theirs.row(0)[at] - own.row(0)[at]) <= 2, "libyuv has other colours");
 }
+
+// libyuv's ARGB is B, G, R, A in memory; it converts UYVY directly only to this order.
+Run libyuvToBGRA(Size size, const std::shared_ptr<Plane> &from, const std::shared_ptr<Plane> &to)
+{
+    return [=]
+    {
+        libyuv::UYVYToARGB(from->row(0), strideOf(*from), to->row(0), strideOf(*to),
+                           static_cast<int>(size.width), static_cast<int>(size.height));
+    };
+}
 #endif
 
 // The whole operation, which makes a buffer, compared with a peer that makes one too.
@@ -219,18 +229,15 @@ void addToRGBA(Size size)
               { return [=, row = rows.toRGBA601] { convertRows(row, *from, *to, size.width); }; });
 #ifdef KIV_PEER_LIBYUV
     requireSameColours(size);
-    const auto width = static_cast<int>(size.width);
-    const auto height = static_cast<int>(size.height);
-    // libyuv's ARGB is B, G, R, A in memory; it converts UYVY directly only to this order.
-    const Run libyuv = [=]
-    { libyuv::UYVYToARGB(from->row(0), strideOf(*from), to->row(0), strideOf(*to), width, height); };
+    const Run libyuv = libyuvToBGRA(size, from, to);
     add("Pixels_2vuyToRGBA/libyuv", size, libyuv);
     add("Pixels_2vuyToRGBA_AVX2/libyuv", size, libyuv);
     add("Pixels_2vuyToRGBA/libyuv_RGBA", size, // a second call puts the bytes into our order
         [=]
         {
             libyuv();
-            libyuv::ARGBToABGR(to->row(0), strideOf(*to), to->row(0), strideOf(*to), width, height);
+            libyuv::ARGBToABGR(to->row(0), strideOf(*to), to->row(0), strideOf(*to),
+                               static_cast<int>(size.width), static_cast<int>(size.height));
         });
 #endif
 #ifdef KIV_PEER_SWSCALE
@@ -255,12 +262,7 @@ void addLinesToRGBA(Size size)
               [=](const kiv::PixelRows &rows) -> Run
               { return [=, row = rows.toRGBA601] { convertRows(row, *from, *to, size.width); }; });
 #ifdef KIV_PEER_LIBYUV
-    add("Pixels_2vuyToRGBA_cached/libyuv", size,
-        [=]
-        {
-            libyuv::UYVYToARGB(from->row(0), strideOf(*from), to->row(0), strideOf(*to),
-                               static_cast<int>(size.width), static_cast<int>(size.height));
-        });
+    add("Pixels_2vuyToRGBA_cached/libyuv", size, libyuvToBGRA(size, from, to));
 #endif
 }
 
